@@ -1,0 +1,136 @@
+#include "Qor/Clock.h"
+
+#include <chrono>
+#include <cmath>
+#include <vector>
+
+namespace Qor {
+
+namespace {
+
+Seconds monotonicSeconds() {
+   return std::chrono::duration<Seconds>(std::chrono::steady_clock::now().time_since_epoch())
+         .count();
+}
+
+Ptr<ActivityManager>& currentManager() {
+   static Ptr<ActivityManager> manager;
+   return manager;
+}
+
+}  // namespace
+
+Clock::Notifiee::~Notifiee() = default;
+
+Clock::Clock(Name name) : Entity(std::move(name)), manager_(activityManager()) {}
+
+Clock::~Clock() {
+   manager_->unschedule(*this);
+}
+
+void Clock::timeMinIs(Seconds time) const {
+   QOR_ASSERT(!std::isnan(time));
+   timeMin_ = time;
+   assigned_ = true;
+   manager_->schedule(*this, time);
+}
+
+void Clock::fire() const {
+   Ptr<Clock const> const self(this);
+   Seconds const instant = manager_->now();
+   firingsAtInstant_ = firedAt_ == instant ? firingsAtInstant_ + 1 : 1;
+   firedAt_ = instant;
+   if (firingsAtInstant_ > maxFiringsAtOneInstant) {
+      String const text = "clock \"" + name() + "\" fires within the bound at one instant";
+      assertionFailed(text.c_str(), __FILE__, __LINE__, __PRETTY_FUNCTION__);
+   }
+   assigned_ = false;
+   notify<&Notifiee::onTime>();
+   if (!assigned_) manager_->schedule(*this, manager_->now() + retryGap);
+}
+
+Ptr<Clock> ActivityManager::Config::clock() const {
+   return make<Clock>();
+}
+
+ActivityManager::ActivityManager(TimeBase timeBase) : timeBase_(timeBase), config_() {
+   if (timeBase_ == TimeBase::real) realStart_ = monotonicSeconds();
+}
+
+ActivityManager::~ActivityManager() = default;
+
+Seconds ActivityManager::now() const {
+   return timeBase_ == TimeBase::real ? monotonicSeconds() - realStart_ : virtualNow_;
+}
+
+Seconds ActivityManager::nextDeadline() const {
+   return queue_.empty() ? never : queue_.begin()->first.first;
+}
+
+void ActivityManager::schedule(Clock const& clock, Seconds time) {
+   unschedule(clock);
+   if (time > maxFinite) return;
+   clock.deadline_ = {time, nextSequence_++};
+   queue_.emplace(clock.deadline_, &clock);
+}
+
+void ActivityManager::unschedule(Clock const& clock) {
+   if (clock.deadline_.second == 0) return;
+   queue_.erase(clock.deadline_);
+   clock.deadline_ = {never, 0};
+}
+
+U32 ActivityManager::runDue() {
+   // The deadlines due now, noted by value: a clock that has been re-armed, disarmed or
+   // destroyed before its place in the turn comes is not found under its old deadline.
+   std::vector<std::pair<Seconds, U64>> due;
+   Seconds const turn = now();
+   for (auto const& [deadline, clock] : queue_) {
+      if (deadline.first > turn) break;
+      due.push_back(deadline);
+   }
+   Ptr<ActivityManager> const self(this);
+   U32 fired = 0;
+   for (auto const& deadline : due) {
+      auto const it = queue_.find(deadline);
+      if (it == queue_.end()) continue;
+      Clock const& clock = *it->second;
+      unschedule(clock);
+      clock.fire();
+      ++fired;
+   }
+   sweepZombieReactors();
+   return fired;
+}
+
+void ActivityManager::runUntil(Seconds until) {
+   QOR_ASSERT(timeBase_ == TimeBase::virtualTime);
+   Ptr<ActivityManager> const self(this);
+   while (!queue_.empty() && nextDeadline() <= until) {
+      virtualNow_ = std::max(virtualNow_, nextDeadline());
+      runDue();
+   }
+   if (until <= maxFinite) virtualNow_ = std::max(virtualNow_, until);
+}
+
+void ActivityManager::advance(Seconds cost) {
+   QOR_ASSERT(timeBase_ == TimeBase::virtualTime);
+   QOR_ASSERT(cost >= 0);
+   virtualNow_ += cost;
+}
+
+Ptr<ActivityManager> activityManager() {
+   Ptr<ActivityManager>& manager = currentManager();
+   if (!manager) manager = make<ActivityManager>(ActivityManager::TimeBase::real);
+   return manager;
+}
+
+void activityManagerIs(Ptr<ActivityManager> manager) {
+   currentManager() = std::move(manager);
+}
+
+Seconds now() {
+   return activityManager()->now();
+}
+
+}  // namespace Qor

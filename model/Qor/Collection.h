@@ -1,0 +1,116 @@
+// A keyed collection of an entity: a map and the two handlers its changes raise. The entity spells
+// the collection's operations as one-line members, so that grep finds each:
+//
+//    class Switch : public Qor::Entity<Switch> {
+//     public:
+//       class Notifiee : public Qor::NotifieeOf<Switch> {
+//        public:
+//          virtual void onZombie(ZombieKey const&) {}    // this key was added, changed or removed
+//          virtual void onZombieImmediate() {}           // bring yourself in step with the whole
+//          collection
+//        protected:
+//          void onImmediate() override { onZombieImmediate(); }    // all of the class's
+//          collections
+//       };
+//       using ZombieColl = Qor::Collection<Qor::OrderedMap<ZombieKey, RecordPtr>,
+//       &Notifiee::onZombie,
+//                                          &Notifiee::onZombieImmediate>;
+//       ZombieColl::Map const& zombie() const { return zombie_.map(); }
+//       RecordPtr zombie(ZombieKey const& key) const { return zombie_.value(key); }
+//       void zombieIs(ZombieKey key, RecordPtr value) { zombie_.is(*this, key, value); }
+//       void zombieDel(ZombieKey key) { zombie_.del(*this, key); }
+//       ZombieColl::Iterator zombieDel(ZombieColl::Iterator it) { return zombie_.del(*this, it); }
+//       void zombieDelAll() { zombie_.delAll(*this); }
+//       void zombieNotify(ZombieKey key) { zombie_.notify(*this, key); }
+//
+// Keys are taken by value: they often live in what dies. A removed value is let go after the
+// notification, at the end of the operation, which touches neither the entity nor the collection
+// by then; so the operation is safe when handlers destroy the entity. The iterator form is the
+// exception: it goes on to the next entry, and its caller keeps the entity alive.
+#pragma once
+
+#include <optional>
+#include <utility>
+
+#include "Qor/HashMap.h"
+#include "Qor/OrderedMap.h"
+
+namespace Qor {
+
+template <class M, auto Each, auto Immediate>
+class Collection {
+ public:
+   using Map = M;
+   using Key = typename M::Key;
+   using Value = typename M::Value;
+   using Iterator = typename M::ConstIterator;
+
+   Map const& map() const { return map_; }
+
+   // The member under `key`, or a default value.
+   Value value(Key const& key) const {
+      auto const* entry = map_.find(key);
+      return entry ? entry->second : Value();
+   }
+
+   // Inserts or replaces, and tells the key; an equal value does nothing.
+   template <class E>
+   void is(E& entity, Key key, Value value) {
+      auto const [entry, made] = map_.insert(key, value);
+      if (!made) {
+         if (entry->second == value) return;
+         std::swap(entry->second, value);
+      }
+      entity.template notify<Each>(key);
+   }
+
+   // Removes a member, if it is there, and tells the key.
+   template <class E>
+   void del(E& entity, Key key) {
+      std::optional<Value> const removed = map_.take(key);
+      if (removed) entity.template notify<Each>(key);
+   }
+
+   // Removes the member at `it` and returns where the walk goes on, whatever the handlers did.
+   template <class E>
+   Iterator del(E& entity, Iterator it) {
+      Key const key = it->first;
+      del(entity, key);
+      if constexpr (requires { map_.upperBound(key); }) {
+         return map_.upperBound(key);
+      } else {
+         return map_.resume(it);
+      }
+   }
+
+   // Removes everything and raises the immediate form, once, unless it was empty.
+   template <class E>
+   void delAll(E& entity) {
+      if (map_.empty()) return;
+      Map const removed(std::exchange(map_, Map()));
+      entity.template notify<Immediate>();
+   }
+
+   // Raises the notification of one key; nothing changes.
+   template <class E>
+   void notify(E& entity, Key key) {
+      entity.template notify<Each>(key);
+   }
+
+   // For destructors: lets everything go and tells nobody.
+   void clear() { Map const removed(std::exchange(map_, Map())); }
+
+   // For `new<Name>(key, ...)`: the member under `key`, made by `create()` if there was none.
+   template <class E, class Create>
+   Value instantiate(E& entity, Key key, Create const& create) {
+      if (auto const* entry = map_.find(key)) return entry->second;
+      Value const value = create();
+      is(entity, key, value);
+      return value;
+   }
+
+ private:
+   Map map_;
+};
+
+}  // namespace Qor

@@ -1,0 +1,94 @@
+// Entities: named, counted heap objects with attributes, collections and notifiees.
+//
+// An entity class spells each attribute's names in its source, so that grep finds them:
+//
+//    class Route final : public Qor::Entity<Route> {
+//     public:
+//       class Notifiee : public Qor::NotifieeOf<Route> {
+//        public:
+//          virtual void onFastdrop() {}
+//       };
+//       bool fastdrop() const { return fastdrop_; }
+//       void fastdropIs(bool v) { attrIs<&Notifiee::onFastdrop>(fastdrop_, v); }
+//     private:
+//       bool fastdrop_ = false;
+//    };
+//
+// Where an entity class derives from another, each level has notifiees of its own, which hear
+// that level's attributes: class AsyncSwitchChip : public Entity<AsyncSwitchChip, SwitchChipBase>.
+//
+// A notification says what changed, not the new value: reactors read again.
+#pragma once
+
+#include <utility>
+
+#include "Qor/Export.h"
+#include "Qor/Notifier.h"
+#include "Qor/Types.h"
+
+namespace Qor {
+
+class QOR_PUBLIC EntityBase : public RefCounted {
+ public:
+   // Empty for entities that are known by their place in a collection alone.
+   virtual Name name() const;
+
+ protected:
+   EntityBase() = default;
+   ~EntityBase() override;
+};
+
+class QOR_PUBLIC NamedEntity : public EntityBase {
+ public:
+   Name name() const override;
+
+ protected:
+   explicit NamedEntity(Name name) : name_(std::move(name)) {}
+   ~NamedEntity() override;
+
+ private:
+   Name const name_;
+};
+
+template <class T, class Base = EntityBase>
+class Entity : public Base, public NotifierOf<T> {
+ public:
+   using NotifierOf<T>::hasNotifiees;
+
+ protected:
+   using Base::Base;
+
+   // Stores a changed value and tells the notifiees; an equal value does nothing. The old value is
+   // let go last. Nothing of the entity is touched after the notification.
+   template <auto Handler, class V>
+   void attrIs(V& attribute, std::type_identity_t<V> value) {
+      if (attribute == value) return;
+      [[maybe_unused]] V const old = std::exchange(attribute, std::move(value));
+      this->template notify<Handler>();
+   }
+
+   // For records whose notifiees are visited on every store, equal values included.
+   template <auto Handler, class V>
+   void attrStore(V& attribute, std::type_identity_t<V> value) {
+      [[maybe_unused]] V const old = std::exchange(attribute, std::move(value));
+      this->template notify<Handler>();
+   }
+
+ private:
+   template <class Map, auto Each, auto Immediate>
+   friend class Collection;
+};
+
+// The base of the framework-level state machines (classes whose names end in Sm): long-lived
+// reactors that own nested reactors. The two answers are fixed.
+class QOR_PUBLIC StateMachine : public NamedEntity {
+ public:
+   String fwkType() const { return "stateMachine"; }
+   String qorFwkActivity() const { return "reactive"; }
+
+ protected:
+   using NamedEntity::NamedEntity;
+   ~StateMachine() override;
+};
+
+}  // namespace Qor

@@ -1,0 +1,81 @@
+#include "Qor/Notifier.h"
+
+namespace Qor {
+
+Notifiee::~Notifiee() {
+   unlink();
+}
+
+void Notifiee::hasNotificationActiveIs(bool active) {
+   if (active_ == active) return;
+   active_ = active;
+   if (active && bound()) onImmediate();
+}
+
+void Notifiee::qorDoZombieReactors(bool) {}
+
+void Notifiee::onImmediate() {}
+
+bool Notifiee::bound() const {
+   return list_ && list_ != &Notifier::zombieReactors();
+}
+
+void Notifiee::link(Notifier* notifier) {
+   QOR_ASSERT(list_ == nullptr);
+   notifier->append(this);
+}
+
+void Notifiee::unlink() {
+   if (list_) list_->remove(this);
+}
+
+Notifier::~Notifier() {
+   for (Walk* walk = walks_; walk; walk = walk->outer) {
+      walk->notifier = nullptr;
+      walk->next = nullptr;
+   }
+   while (Notifiee* notifiee = head_) {
+      remove(notifiee);
+      zombieReactors().append(notifiee);
+   }
+}
+
+void Notifier::append(Notifiee* notifiee) {
+   notifiee->list_ = this;
+   notifiee->previous_ = tail_;
+   notifiee->next_ = nullptr;
+   (tail_ ? tail_->next_ : head_) = notifiee;
+   tail_ = notifiee;
+}
+
+void Notifier::remove(Notifiee* notifiee) {
+   for (Walk* walk = walks_; walk; walk = walk->outer) {
+      if (walk->next == notifiee) {
+         walk->next = notifiee == walk->last ? nullptr : notifiee->next_;
+      } else if (walk->last == notifiee && walk->next) {
+         walk->last = notifiee->previous_;
+      }
+   }
+   (notifiee->previous_ ? notifiee->previous_->next_ : head_) = notifiee->next_;
+   (notifiee->next_ ? notifiee->next_->previous_ : tail_) = notifiee->previous_;
+   notifiee->list_ = nullptr;
+   notifiee->previous_ = notifiee->next_ = nullptr;
+}
+
+// Never destroyed, so that reactors with static storage may leave it in any order.
+Notifier& Notifier::zombieReactors() {
+   static Notifier* const list = new Notifier;
+   return *list;
+}
+
+void sweepZombieReactors() {
+   Notifier& list = Notifier::zombieReactors();
+   if (!list.head_) return;
+   Notifier::Walk walk(&list);
+   while (Notifiee* notifiee = walk.take()) {
+      list.remove(notifiee);
+      notifiee->qorDoZombieReactors(true);
+   }
+}
+
+}  // namespace Qor

@@ -1,0 +1,131 @@
+// The ordered map of the framework: a red-black tree whose nodes come from a pool of the map's own.
+// Entries have stable addresses; iteration is in key order. A position that must survive a change
+// is a key: resume with upperBound(key).
+#pragma once
+
+#include <algorithm>
+#include <cstddef>
+#include <map>
+#include <memory>
+#include <new>
+#include <optional>
+#include <utility>
+#include <vector>
+
+#include "Qor/Types.h"
+
+namespace Qor {
+
+// Memory for the equal-sized nodes of one map. Freed nodes are reused; the chunks go with the pool.
+class NodePool {
+ public:
+   void* allocate(std::size_t size) {
+      if (!free_) addChunk(size);
+      Node* const node = free_;
+      free_ = node->next;
+      return node;
+   }
+   void deallocate(void* memory) { free_ = ::new (memory) Node{free_}; }
+
+ private:
+   struct Node {
+      Node* next;
+   };
+
+   void addChunk(std::size_t size) {
+      std::size_t const nodes = std::size_t(16) << std::min<std::size_t>(chunks_.size(), 8);
+      chunks_.push_back(std::make_unique<std::byte[]>(nodes * size));
+      for (std::size_t i = nodes; i-- > 0;)
+         deallocate(chunks_.back().get() + i * size);
+   }
+
+   std::vector<std::unique_ptr<std::byte[]>> chunks_;
+   Node* free_ = nullptr;
+};
+
+template <class T>
+struct PoolAllocator {
+   using value_type = T;
+   using propagate_on_container_move_assignment = std::true_type;
+   using propagate_on_container_swap = std::true_type;
+   static_assert(alignof(T) <= __STDCPP_DEFAULT_NEW_ALIGNMENT__);
+
+   explicit PoolAllocator(NodePool* p) : pool(p) {}
+   template <class U>
+   PoolAllocator(PoolAllocator<U> const& other) : pool(other.pool) {}
+
+   T* allocate(std::size_t) { return static_cast<T*>(pool->allocate(sizeof(T))); }
+   void deallocate(T* memory, std::size_t) { pool->deallocate(memory); }
+   bool operator==(PoolAllocator const& other) const { return pool == other.pool; }
+
+   NodePool* pool;
+};
+
+template <class K, class V>
+class OrderedMap {
+   using Tree = std::map<K, V, std::less<K>, PoolAllocator<std::pair<K const, V>>>;
+
+ public:
+   using Key = K;
+   using Value = V;
+   using Entry = std::pair<K const, V>;
+   using Iterator = typename Tree::iterator;
+   using ConstIterator = typename Tree::const_iterator;
+
+   OrderedMap() = default;
+   OrderedMap(OrderedMap&& other) noexcept { swap(other); }
+   OrderedMap& operator=(OrderedMap&& other) noexcept {
+      OrderedMap taken(std::move(other));
+      swap(taken);
+      return *this;
+   }
+
+   U32 size() const { return static_cast<U32>(tree_.size()); }
+   bool empty() const { return tree_.empty(); }
+
+   Iterator begin() { return tree_.begin(); }
+   Iterator end() { return tree_.end(); }
+   ConstIterator begin() const { return tree_.begin(); }
+   ConstIterator end() const { return tree_.end(); }
+
+   Entry* find(K const& key) {
+      auto const it = tree_.find(key);
+      return it == tree_.end() ? nullptr : &*it;
+   }
+   Entry const* find(K const& key) const {
+      auto const it = tree_.find(key);
+      return it == tree_.end() ? nullptr : &*it;
+   }
+
+   // The first entry with a key not before / strictly behind `key`.
+   ConstIterator lowerBound(K const& key) const { return tree_.lower_bound(key); }
+   ConstIterator upperBound(K const& key) const { return tree_.upper_bound(key); }
+
+   // The entry under `key`, made from `value` if there was none; and whether it was made.
+   std::pair<Entry*, bool> insert(K key, V value) {
+      auto const [it, made] = tree_.try_emplace(std::move(key), std::move(value));
+      return {&*it, made};
+   }
+
+   // Erases the entry and hands out its value, so that the caller decides when the value dies.
+   std::optional<V> take(K const& key) {
+      auto const it = tree_.find(key);
+      if (it == tree_.end()) return std::nullopt;
+      std::optional<V> value(std::move(it->second));
+      tree_.erase(it);
+      return value;
+   }
+
+   void clear() { tree_.clear(); }
+
+   void swap(OrderedMap& other) noexcept {
+      pool_.swap(other.pool_);
+      tree_.swap(other.tree_);
+   }
+
+ private:
+   std::unique_ptr<NodePool> pool_ = std::make_unique<NodePool>();
+   Tree tree_{PoolAllocator<Entry>(pool_.get())};
+};
+
+}  // namespace Qor

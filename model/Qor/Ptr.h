@@ -1,0 +1,144 @@
+// Counted pointers, intrusive and not atomic: everything runs on one activity loop.
+//
+// Life cycle of a counted object:
+//  1. It is created on the heap with no reference. The first Ptr takes the first reference.
+//  2. When the last reference goes, its zero-references handler runs, once, synchronously inside
+//  the
+//     operation that dropped it, with the count held at one: the handler may take and drop
+//     references without starting itself again.
+//  3. If a reference survives the handler (somebody stored one), the object lives on, and the
+//  handler
+//     may run again later. If instead heldByNotifiees() says so, the object lives on unreferenced
+//     until its last notifiee leaves, which runs the handler again.
+//  4. Otherwise the object is deleted. Chains of objects that own one another are deleted in
+//  bounded
+//     stack: past a fixed nesting depth a deletion waits until the outermost one is through.
+//
+// An operation that may drop the last reference to what it works on holds a reference of its own.
+#pragma once
+
+#include <compare>
+#include <cstddef>
+#include <type_traits>
+#include <utility>
+
+#include "Qor/Assert.h"
+#include "Qor/Exception.h"
+#include "Qor/Export.h"
+#include "Qor/Types.h"
+
+namespace Qor {
+
+class QOR_PUBLIC RefCounted {
+ public:
+   RefCounted(RefCounted const&) = delete;
+   RefCounted& operator=(RefCounted const&) = delete;
+
+   void referenceInc() const { ++references_; }
+   void referenceDec() const {
+      if (--references_ == 0) const_cast<RefCounted*>(this)->lastReferenceGone();
+   }
+   U32 references() const { return references_; }
+
+   // True while the object lives on without references because a notifiee is bound to it.
+   bool livesUnreferenced() const { return unreferenced_ && references_ == 0; }
+
+ protected:
+   RefCounted() = default;
+   virtual ~RefCounted();
+
+   // The zero-references handler; the argument is always true. The default does nothing, and the
+   // object is deleted.
+   virtual void zeroReferencesIs(bool);
+
+   // Whether the object is to live on unreferenced, asked after the handler. False unless
+   // overridden.
+   virtual bool heldByNotifiees() const;
+
+ private:
+   void lastReferenceGone();
+
+   mutable U32 references_ = 0;
+   bool unreferenced_ = false;
+};
+
+template <class T>
+class Ptr {
+ public:
+   using element_type = T;
+
+   Ptr() = default;
+   Ptr(std::nullptr_t) {}
+   Ptr(T* object) : object_(object) { inc(); }
+   Ptr(Ptr const& other) : object_(other.object_) { inc(); }
+   Ptr(Ptr&& other) noexcept : object_(std::exchange(other.object_, nullptr)) {}
+   template <class U>
+   requires std::is_convertible_v<U*, T*> Ptr(Ptr<U> const& other) : object_(other.get()) { inc(); }
+   template <class U>
+   requires std::is_convertible_v<U*, T*> Ptr(Ptr<U>&& other)
+   noexcept : object_(other.release()) {}
+   ~Ptr() {
+      if (object_) object_->referenceDec();
+   }
+
+   // The new object is held, and stored, before the old one is let go: letting go may run code that
+   // comes back here.
+   Ptr& operator=(Ptr other) noexcept {
+      swap(other);
+      return *this;
+   }
+
+   T* get() const { return object_; }
+   T* operator->() const {
+      QOR_ASSERT(object_ != nullptr);
+      return object_;
+   }
+   T& operator*() const {
+      QOR_ASSERT(object_ != nullptr);
+      return *object_;
+   }
+   explicit operator bool() const { return object_ != nullptr; }
+   void swap(Ptr& other) noexcept { std::swap(object_, other.object_); }
+
+   // Gives up the reference without dropping it: the caller owns it from now on.
+   T* release() { return std::exchange(object_, nullptr); }
+
+   // Identity, not value; ordered by address, so never iterate in this order.
+   template <class U>
+   friend bool operator==(Ptr const& a, Ptr<U> const& b) {
+      return a.get() == b.get();
+   }
+   friend bool operator==(Ptr const& a, std::nullptr_t) { return a.get() == nullptr; }
+   friend auto operator<=>(Ptr const& a, Ptr const& b) {
+      return std::compare_three_way()(a.get(), b.get());
+   }
+
+ private:
+   void inc() const {
+      if (object_) object_->referenceInc();
+   }
+
+   T* object_ = nullptr;
+};
+
+// A pointer that is never null: making one of null raises RangeException "null ValidPtr".
+template <class T>
+class ValidPtr : public Ptr<T> {
+ public:
+   ValidPtr(Ptr<T> object) : Ptr<T>(std::move(object)) {
+      if (!*this) throwRange("null ValidPtr");
+   }
+};
+
+template <class T, class... Args>
+Ptr<T> make(Args&&... args) {
+   return Ptr<T>(new T(std::forward<Args>(args)...));
+}
+
+// The object as a derived type; null when it is not one.
+template <class T, class U>
+Ptr<T> ptrCast(Ptr<U> const& object) {
+   return Ptr<T>(dynamic_cast<T*>(object.get()));
+}
+
+}  // namespace Qor

@@ -1,0 +1,84 @@
+// Tracing. A trace handle is a process-wide name under which a component traces at levels 0 to 9. A
+// statement asks its handle whether the level is on, a load and a branch, and only then formats.
+//
+//    QOR_TRACE(handle, "VelAsyncMrouteSm", 2, "Found existing " << id);
+//
+// What is emitted goes to the process's trace sink: the standard error stream, unless another sink
+// has been set.
+#pragma once
+
+#include <sstream>
+#include <string_view>
+
+#include "Qor/Export.h"
+#include "Qor/Types.h"
+
+namespace Qor {
+
+class QOR_PUBLIC TraceHandle {
+ public:
+   static constexpr unsigned maxLevel = 9;
+
+   // Handles are made by traceHandle() and live as long as the process.
+   explicit TraceHandle(Name name) : name_(std::move(name)) {}
+   TraceHandle(TraceHandle const&) = delete;
+   TraceHandle& operator=(TraceHandle const&) = delete;
+
+   Name const& name() const { return name_; }
+   bool enabled(unsigned level) const { return (levels_ >> level) & 1u; }
+
+   // The set of levels that are on: bit n for level n.
+   U16 levels() const { return levels_; }
+   void levelsIs(U16 levels) { levels_ = levels; }
+
+ private:
+   Name const name_;
+   U16 levels_ = 0;
+};
+
+// One emitted statement. The texts live for the duration of the call.
+struct TraceRecord {
+   Seconds time;  // Qor::now()
+   Name const& handle;
+   unsigned level;
+   char const* source;
+   unsigned line;
+   char const* function;
+   std::string_view message;
+};
+
+class QOR_PUBLIC TraceSink {
+ public:
+   virtual ~TraceSink();
+   virtual void trace(TraceRecord const& record) = 0;
+};
+
+// The handle of that name, created on first use with the levels that settings made so far give it.
+QOR_PUBLIC TraceHandle& traceHandle(std::string_view name);
+
+// Turns on levels 0 to `level` on every handle, present or future, whose name matches `glob` (with
+// * and ?). Later settings win; level -1 turns off.
+QOR_PUBLIC void traceLevelIs(int level, std::string_view glob = "*");
+
+// Replaces the sink and returns the one before; null stands for the standard error stream. The
+// caller keeps ownership and outlives its use.
+QOR_PUBLIC TraceSink* traceSinkIs(TraceSink* sink);
+
+// Formats one record as the standard error stream gets it:
+//    <time, 6 decimals> <handle> <level> <source>:<line> <function> <message>
+QOR_PUBLIC String traceLine(TraceRecord const& record);
+
+QOR_PUBLIC void emitTrace(TraceHandle const& handle, unsigned level, char const* source,
+                          unsigned line, char const* function, std::string_view message);
+
+}  // namespace Qor
+
+#define QOR_TRACE(handle, source, level, pieces)                                                   \
+   do {                                                                                            \
+      ::Qor::TraceHandle const& qorTraceHandle = (handle);                                         \
+      if (qorTraceHandle.enabled(level)) [[unlikely]] {                                            \
+         std::ostringstream qorTraceText;                                                          \
+         qorTraceText << pieces;                                                                   \
+         ::Qor::emitTrace(qorTraceHandle, level, source, __LINE__, __func__, qorTraceText.view()); \
+      }                                                                                            \
+   } while (false)
