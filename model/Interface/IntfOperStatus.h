@@ -1,0 +1,26 @@
+// The operational status of an interface, numbered as RFC 2863 numbers it.
+#pragma once
+
+#include <cstdint>
+
+#include "Qor/EnumText.h"
+
+namespace Interface {
+
+enum class IntfOperStatus : std::uint8_t {
+   up = 1,
+   down = 2,
+   testing = 3,
+   unknown = 4,
+   dormant = 5,
+   notPresent = 6,
+   lowerLayerDown = 7,
+};
+
+inline std::ostream& operator<<(std::ostream& out, IntfOperStatus status) {
+   static constexpr char const* names[] = {nullptr,   "up",      "down",       "testing",
+                                           "unknown", "dormant", "notPresent", "lowerLayerDown"};
+   return Qor::printEnum(out, status, names);
+}
+
+}  // namespace Interface

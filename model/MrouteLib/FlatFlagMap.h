@@ -1,0 +1,80 @@
+// An ordered map from a small key to a bool, kept in one sorted vector: outgoing sets have a few
+// members, are compared and hashed as a whole, and are copied far more often than they change.
+// Iteration is in key order over pairs (key, flag). Any change invalidates iterators.
+#pragma once
+
+#include <algorithm>
+#include <utility>
+#include <vector>
+
+#include "Qor/Strep.h"
+
+namespace MrouteLib {
+
+template <class K>
+class FlatFlagMap {
+ public:
+   using Member = std::pair<K, bool>;
+   using const_iterator = typename std::vector<Member>::const_iterator;
+
+   const_iterator begin() const { return members_.begin(); }
+   const_iterator end() const { return members_.end(); }
+   std::size_t size() const { return members_.size(); }
+   bool empty() const { return members_.empty(); }
+   // The member, or end().
+   const_iterator find(K const& key) const {
+      auto const at = position(members_, key);
+      return at != end() && at->first == key ? at : end();
+   }
+   bool contains(K const& key) const { return find(key) != end(); }
+
+   // Inserts the member, or gives the one that is there a new flag.
+   void set(K const& key, bool flag) {
+      auto const at = position(members_, key);
+      if (at != members_.end() && at->first == key) {
+         at->second = flag;
+      } else {
+         members_.emplace(at, key, flag);
+      }
+   }
+   void erase(K const& key) {
+      auto const at = find(key);
+      if (at != end()) members_.erase(at);
+   }
+   void clear() { members_.clear(); }
+
+   // "{<key>: True, <key>: False}"
+   Qor::String strep() const {
+      Qor::String out = "{";
+      for (auto const& [key, flag] : members_) {
+         if (out.size() > 1) out += ", ";
+         out += key.strep() + ": " + Qor::valueToStrep(flag);
+      }
+      return out + "}";
+   }
+   static FlatFlagMap fromStrep(Qor::StrepReader& reader) {
+      FlatFlagMap map;
+      reader.expect("{");
+      while (!reader.accept("}")) {
+         if (!map.empty()) reader.expect(", ");
+         K const key = K::fromStrep(reader);
+         reader.expect(": ");
+         map.set(key, reader.boolean());
+      }
+      return map;
+   }
+
+   friend bool operator==(FlatFlagMap const&, FlatFlagMap const&) = default;
+
+ private:
+   // Where the key is or belongs. Works on the vector as it is, const or not.
+   template <class Members>
+   static auto position(Members& members, K const& key) {
+      return std::lower_bound(members.begin(), members.end(), key,
+                              [](Member const& m, K const& k) { return m.first < k; });
+   }
+
+   std::vector<Member> members_;
+};
+
+}  // namespace MrouteLib

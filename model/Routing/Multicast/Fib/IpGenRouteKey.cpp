@@ -1,0 +1,76 @@
+#include "Routing/Multicast/Fib/IpGenRouteKey.h"
+
+namespace Routing::Multicast::Fib {
+
+namespace {
+
+// The encodings are relied upon by number: an ordinary route must never be taken for the
+// catch-all, for a group range, or for a route whose set stays out of the hardware.
+using Lnet::IpFamily;
+using Lnet::IpGenAddr;
+using Lnet::IpGenPrefix;
+
+constexpr IpGenAddr source4 = IpGenAddr::v4(0x0a000002);
+constexpr IpGenAddr group4 = IpGenAddr::v4(0xef0a0007);
+constexpr IpGenAddr source6 = IpGenAddr::v6({0x20, 0x01});
+constexpr IpGenAddr group6 = IpGenAddr::v6({0xff, 0x0e});
+
+constexpr bool encodes(IpGenRouteKey const& key, unsigned kind, unsigned type) {
+   return key.kind() == kind && static_cast<unsigned>(routeKeyType(key)) == type;
+}
+
+static_assert(encodes(invalidRouteKey(), 0, 0));
+static_assert(encodes(IpGenRouteKey(IpGenPrefix::any(IpFamily::v4),
+                                    IpGenPrefix(IpGenAddr::v4(0xef000000), 8)),
+                      1, 4));
+static_assert(encodes(IpGenRouteKey(IpGenPrefix::host(source4),
+                                    IpGenPrefix::multicast(IpFamily::v4)),
+                      1, 4));
+static_assert(encodes(IpGenRouteKey(IpGenPrefix::any(IpFamily::v6), IpGenPrefix(group6, 127)), 1,
+                      4));
+static_assert(encodes(canonicalCatchAllKey(), 2, 5));
+static_assert(encodes(IpGenRouteKey(IpGenPrefix::any(IpFamily::v6),
+                                    IpGenPrefix::multicast(IpFamily::v6)),
+                      2, 5));
+static_assert(encodes(IpGenRouteKey::fromAddresses(source4, group4), 3, 2));
+static_assert(encodes(IpGenRouteKey::fromAddresses(source6, group6), 3, 2));
+static_assert(encodes(IpGenRouteKey::fromAddresses(IpGenAddr::v4(0), group4), 4, 3));
+static_assert(encodes(IpGenRouteKey::fromAddresses(IpGenAddr::v6({}), group6), 4, 3));
+static_assert(encodes(IpGenRouteKey::fromAddresses(IpGenAddr::v4(0), IpGenAddr::v4(0xe0000000)), 4,
+                      3));
+static_assert(static_cast<unsigned>(RouteKeyType::softwareOnly) == 1 &&
+              static_cast<unsigned>(RouteKeyType::bridged) == 6);
+
+constexpr char typeName[] = "Routing::Multicast::Fib::IpGenRouteKey";
+
+}  // namespace
+
+void IpGenRouteKey::throwFamilies() {
+   Qor::throwRange("IpGenRouteKey::source and group of different families not allowed");
+}
+
+Qor::String IpGenRouteKey::pretty() const {
+   if (isNull()) return "(invalid)";
+   return "(" + (source_.isAny() ? Qor::String("*") : source_.toString()) + ", " +
+          group_.toString() + ")";
+}
+
+Qor::String IpGenRouteKey::strep() const {
+   return Qor::String("Value('") + typeName + "', ** {'source': " + source_.strep() +
+          ", 'group': " + group_.strep() + "})";
+}
+
+IpGenRouteKey::IpGenRouteKey(Qor::String const& strep)
+      : IpGenRouteKey(Qor::parseStrep<IpGenRouteKey>(typeName, strep)) {}
+
+IpGenRouteKey IpGenRouteKey::fromStrep(Qor::StrepReader& reader) {
+   reader.expect("Value('Routing::Multicast::Fib::IpGenRouteKey', ** {");
+   reader.expect("'source': ");
+   auto const source = Lnet::IpGenPrefix::fromStrep(reader);
+   reader.expect(", 'group': ");
+   auto const group = Lnet::IpGenPrefix::fromStrep(reader);
+   reader.expect("})");
+   return IpGenRouteKey(source, group);
+}
+
+}  // namespace Routing::Multicast::Fib

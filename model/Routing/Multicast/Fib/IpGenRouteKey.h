@@ -1,0 +1,120 @@
+// The key of a multicast route: a source prefix and a group prefix of one address family. It is
+// forty bytes in five aligned words, and compares and hashes as raw bytes: by source (family,
+// address, length), then by group likewise. A default-constructed key is the invalid key, made of
+// two null prefixes.
+#pragma once
+
+#include <array>
+#include <bit>
+#include <compare>
+#include <ostream>
+
+#include "Lnet/IpGenPrefix.h"
+#include "Routing/Multicast/Fib/RouteKeyType.h"
+
+namespace Routing::Multicast::Fib {
+
+class QOR_PUBLIC IpGenRouteKey final {
+ public:
+   // What kind() tells. The programmers treat 2 specially, so the numbers are fixed.
+   static constexpr Qor::U32 kindInvalid = 0;
+   static constexpr Qor::U32 kindGroupRange = 1;   // a range of groups, the catch-all aside
+   static constexpr Qor::U32 kindCatchAll = 2;     // any source, the whole multicast range
+   static constexpr Qor::U32 kindSourceGroup = 3;  // (S,G): one group, from an address or a range
+   static constexpr Qor::U32 kindStarGroup = 4;    // (*,G): one group, from any source
+
+   constexpr IpGenRouteKey() = default;
+   // RangeException "IpGenRouteKey::source and group of different families not allowed". The group
+   // need not be a multicast address: whether one is meant is for the reader of an input to say.
+   constexpr IpGenRouteKey(Lnet::IpGenPrefix const& source, Lnet::IpGenPrefix const& group)
+         : source_(source), group_(group) {
+      if (source.family() != group.family()) throwFamilies();
+   }
+   // The parsing constructor, of the form that strep() writes.
+   explicit IpGenRouteKey(Qor::String const& strep);
+
+   // The key of one group; an unspecified source (0.0.0.0 or ::) stands for any source.
+   static constexpr IpGenRouteKey fromAddresses(Lnet::IpGenAddr const& source,
+                                                Lnet::IpGenAddr const& group) {
+      return IpGenRouteKey(source.isUnspecified() ? Lnet::IpGenPrefix::any(source.family())
+                                                  : Lnet::IpGenPrefix::host(source),
+                           Lnet::IpGenPrefix::host(group));
+   }
+
+   constexpr Lnet::IpGenPrefix const& source() const { return source_; }
+   constexpr Lnet::IpGenPrefix const& group() const { return group_; }
+   constexpr bool isNull() const { return group_.isNull(); }
+   constexpr Qor::U32 kind() const {
+      if (isNull()) return kindInvalid;
+      if (group_.isHost()) return source_.isAny() ? kindStarGroup : kindSourceGroup;
+      bool const allGroups = group_ == Lnet::IpGenPrefix::multicast(group_.family());
+      return source_.isAny() && allGroups ? kindCatchAll : kindGroupRange;
+   }
+
+   // "(10.0.0.2, 239.10.0.7)", "(*, 239.10.0.7)", "(*, 239.0.0.0/8)"; "(invalid)". The stream
+   // output is the same.
+   Qor::String pretty() const;
+   Qor::U32 hash() const { return Qor::hashFold(Qor::hashBytes(this, sizeof *this)); }
+   Qor::String strep() const;
+   static IpGenRouteKey fromStrep(Qor::StrepReader& reader);
+
+   friend constexpr bool operator==(IpGenRouteKey const& a, IpGenRouteKey const& b) {
+      return a.words() == b.words();
+   }
+   friend constexpr std::strong_ordering operator<=>(IpGenRouteKey const& a,
+                                                     IpGenRouteKey const& b) {
+      Words const x = a.words();
+      Words const y = b.words();
+      for (std::size_t i = 0; i < x.size(); ++i) {
+         if (x[i] != y[i]) return bigEndian(x[i]) <=> bigEndian(y[i]);
+      }
+      return std::strong_ordering::equal;
+   }
+   friend std::ostream& operator<<(std::ostream& out, IpGenRouteKey const& key) {
+      return out << key.pretty();
+   }
+
+ private:
+   using Words = std::array<Qor::U64, 5>;
+
+   constexpr Words words() const { return std::bit_cast<Words>(*this); }
+   static constexpr Qor::U64 bigEndian(Qor::U64 word) {
+      return std::endian::native == std::endian::little ? __builtin_bswap64(word) : word;
+   }
+   [[noreturn]] static void throwFamilies();
+
+   alignas(8) Lnet::IpGenPrefix source_;  // so that the key is five aligned words
+   Lnet::IpGenPrefix group_;
+};
+
+static_assert(sizeof(IpGenRouteKey) == 40 && std::is_trivially_copyable_v<IpGenRouteKey> &&
+              std::has_unique_object_representations_v<IpGenRouteKey>);
+
+constexpr IpGenRouteKey invalidRouteKey() {
+   return IpGenRouteKey();
+}
+
+// The one key under which catch-all routes of either family are recorded: (0.0.0.0/0, 224.0.0.0/4).
+constexpr IpGenRouteKey canonicalCatchAllKey() {
+   return IpGenRouteKey(Lnet::IpGenPrefix::any(Lnet::IpFamily::v4),
+                        Lnet::IpGenPrefix::multicast(Lnet::IpFamily::v4));
+}
+
+// The type of the set of a routed entry with this key. Sets of bridged entries and sets that stay
+// out of the hardware are typed by who makes them, since no key tells.
+constexpr RouteKeyType routeKeyType(IpGenRouteKey const& key) {
+   switch (key.kind()) {
+      case IpGenRouteKey::kindGroupRange:
+         return RouteKeyType::groupRange;
+      case IpGenRouteKey::kindCatchAll:
+         return RouteKeyType::catchAll;
+      case IpGenRouteKey::kindSourceGroup:
+         return RouteKeyType::sourceGroup;
+      case IpGenRouteKey::kindStarGroup:
+         return RouteKeyType::starGroup;
+      default:
+         return RouteKeyType::invalid;
+   }
+}
+
+}  // namespace Routing::Multicast::Fib
