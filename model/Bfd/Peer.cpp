@@ -10,9 +10,9 @@ Qor::U32 Peer::hash() const {
 }
 
 Qor::String Peer::strep() const {
-   return "Value('Bfd::Peer', ** {'type': " + std::to_string(static_cast<unsigned>(type_)) +
-          ", 'ip': " + ip_.strep() + ", 'intfId': " + intfId_.strep() +
-          ", 'vrfName': " + vrfName_.strep() + "})";
+   return Qor::String("Value('Bfd::Peer', ** {'type': ") +
+          std::to_string(static_cast<unsigned>(type_)) + ", 'ip': " + ip_.strep() +
+          ", 'intfId': " + intfId_.strep() + ", 'vrfName': " + vrfName_.strep() + "})";
 }
 
 Peer::Peer(Qor::String const& strep) : Peer(Qor::parseStrep<Peer>("Bfd::Peer", strep)) {}

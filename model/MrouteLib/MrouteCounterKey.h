@@ -29,7 +29,7 @@ class MrouteCounterKey final {
       return Qor::hashFold(Qor::hashBytes(&routeKey_, sizeof routeKey_, vrfId_.value()));
    }
    Qor::String strep() const {
-      return "Value('MrouteLib::MrouteCounterKey', ** {'vrfId': " + vrfId_.strep() +
+      return Qor::String("Value('MrouteLib::MrouteCounterKey', ** {'vrfId': ") + vrfId_.strep() +
              ", 'routeKey': " + routeKey_.strep() + "})";
    }
    static MrouteCounterKey fromStrep(Qor::StrepReader& reader) {

@@ -26,7 +26,7 @@ class PortVlan final {
 
    Qor::U32 hash() const { return Qor::hashFold(Qor::hashMix(intfId_.id(), vlanId_.value())); }
    Qor::String strep() const {
-      return "Value('MrouteLib::PortVlan', ** {'intfId': " + intfId_.strep() +
+      return Qor::String("Value('MrouteLib::PortVlan', ** {'intfId': ") + intfId_.strep() +
              ", 'vlanId': " + vlanId_.strep() + "})";
    }
    static PortVlan fromStrep(Qor::StrepReader& reader) {

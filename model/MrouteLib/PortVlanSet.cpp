@@ -40,7 +40,7 @@ class WordList {
          add(key, flag ? "" : "!");
       }
    }
-   Qor::String text() const { return "{" + out_.str() + "}"; }
+   Qor::String text() const { return Qor::String("{").append(out_.str()).append("}"); }
 
  private:
    std::ostringstream out_;

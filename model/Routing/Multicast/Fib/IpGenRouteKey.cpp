@@ -41,6 +41,13 @@ static_assert(encodes(IpGenRouteKey::fromAddresses(IpGenAddr::v4(0), IpGenAddr::
 static_assert(static_cast<unsigned>(RouteKeyType::softwareOnly) == 1 &&
               static_cast<unsigned>(RouteKeyType::bridged) == 6);
 
+// A constant expression and the running program compare alike (the tests see to the latter).
+static_assert(invalidRouteKey() < canonicalCatchAllKey());
+static_assert(IpGenRouteKey::fromAddresses(IpGenAddr::v4(0x00000100), group4) <
+              IpGenRouteKey::fromAddresses(IpGenAddr::v4(0x01000000), group4));
+static_assert(IpGenRouteKey::fromAddresses(source4, group4) !=
+              IpGenRouteKey::fromAddresses(source4, source4));
+
 constexpr char typeName[] = "Routing::Multicast::Fib::IpGenRouteKey";
 
 }  // namespace
@@ -51,8 +58,9 @@ void IpGenRouteKey::throwFamilies() {
 
 Qor::String IpGenRouteKey::pretty() const {
    if (isNull()) return "(invalid)";
-   return "(" + (source_.isAny() ? Qor::String("*") : source_.toString()) + ", " +
-          group_.toString() + ")";
+   Qor::String out = "(";
+   out += source_.isAny() ? "*" : source_.toString();
+   return out + ", " + group_.toString() + ")";
 }
 
 Qor::String IpGenRouteKey::strep() const {

@@ -7,7 +7,9 @@
 #include <array>
 #include <bit>
 #include <compare>
+#include <cstring>
 #include <ostream>
+#include <type_traits>
 
 #include "Lnet/IpGenPrefix.h"
 #include "Routing/Multicast/Fib/RouteKeyType.h"
@@ -59,14 +61,15 @@ class QOR_PUBLIC IpGenRouteKey final {
    static IpGenRouteKey fromStrep(Qor::StrepReader& reader);
 
    friend constexpr bool operator==(IpGenRouteKey const& a, IpGenRouteKey const& b) {
-      return a.words() == b.words();
+      return ((a.word(0) ^ b.word(0)) | (a.word(1) ^ b.word(1)) | (a.word(2) ^ b.word(2)) |
+              (a.word(3) ^ b.word(3)) | (a.word(4) ^ b.word(4))) == 0;
    }
    friend constexpr std::strong_ordering operator<=>(IpGenRouteKey const& a,
                                                      IpGenRouteKey const& b) {
-      Words const x = a.words();
-      Words const y = b.words();
-      for (std::size_t i = 0; i < x.size(); ++i) {
-         if (x[i] != y[i]) return bigEndian(x[i]) <=> bigEndian(y[i]);
+      for (std::size_t i = 0; i < wordCount; ++i) {
+         Qor::U64 const x = a.word(i);
+         Qor::U64 const y = b.word(i);
+         if (x != y) return bigEndian(x) <=> bigEndian(y);
       }
       return std::strong_ordering::equal;
    }
@@ -75,9 +78,18 @@ class QOR_PUBLIC IpGenRouteKey final {
    }
 
  private:
-   using Words = std::array<Qor::U64, 5>;
+   static constexpr std::size_t wordCount = 5;
 
-   constexpr Words words() const { return std::bit_cast<Words>(*this); }
+   // The i-th eight bytes as they lie in memory. Loaded one by one where the program runs, since
+   // the compiler copies the whole key for a cast of it.
+   constexpr Qor::U64 word(std::size_t i) const {
+      if (std::is_constant_evaluated()) {
+         return std::bit_cast<std::array<Qor::U64, wordCount>>(*this)[i];
+      }
+      Qor::U64 out;
+      std::memcpy(&out, reinterpret_cast<char const*>(this) + 8 * i, 8);
+      return out;
+   }
    static constexpr Qor::U64 bigEndian(Qor::U64 word) {
       return std::endian::native == std::endian::little ? __builtin_bswap64(word) : word;
    }
