@@ -57,6 +57,7 @@ class Entity : public Base, public NotifierOf<T> {
 
  protected:
    using Base::Base;
+   using NotifierOf<T>::notify;
 
    // Stores a changed value and tells the notifiees; an equal value does nothing. The old value is
    // let go last. Nothing of the entity is touched after the notification.

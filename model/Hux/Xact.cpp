@@ -1,0 +1,7 @@
+#include "Hux/Xact.h"
+
+namespace Hux {
+
+Xact::~Xact() = default;
+
+}  // namespace Hux

@@ -1,0 +1,61 @@
+#include "MrouteLib/OifSet.h"
+
+#include <utility>
+
+namespace MrouteLib {
+
+namespace {
+
+Qor::U64 lastSerial = 0;
+
+PortVlanSet withSavedHash(PortVlanSet set) {
+   set.saveHash();
+   return set;
+}
+
+}  // namespace
+
+OifSet::OifSet(Qor::Ptr<MrouteTableColl> tableColl, PortVlanSet portVlanSet)
+      : tableColl_(std::move(tableColl)),
+        portVlanSet_(withSavedHash(std::move(portVlanSet))),
+        serial_(++lastSerial) {}
+
+OifSet::~OifSet() {
+   if (tableColl_) tableColl_->oifSetRetire(*this);
+}
+
+std::ostream& operator<<(std::ostream& os, OifSet const& oifSet) {
+   return os << "OifSet#" << oifSet.serial();
+}
+
+std::ostream& operator<<(std::ostream& os, OifSetPtr const& oifSet) {
+   return oifSet ? os << *oifSet : os << "null";
+}
+
+void blipEncode(Qor::BlipWriter& writer, OifSetPtr const& oifSet) {
+   writer.text(oifSet ? "OifSet#" + std::to_string(oifSet->serial()) : "null");
+}
+
+MrouteTableColl::MrouteTableColl(Qor::Name name) : NamedEntity(std::move(name)) {}
+
+MrouteTableColl::~MrouteTableColl() = default;
+
+OifSetPtr MrouteTableColl::newOifSet(PortVlanSet const& portVlanSet) {
+   if (OifSetPtr existing = oifSet(portVlanSet)) return existing;
+   auto const made = Qor::make<OifSet>(Qor::Ptr<MrouteTableColl>(this), portVlanSet);
+   oifSets_.insert(SetKey{&made->portVlanSet()}, made.get());
+   return made;
+}
+
+OifSetPtr MrouteTableColl::oifSet(PortVlanSet const& portVlanSet) const {
+   auto const* entry = oifSets_.find(SetKey{&portVlanSet});
+   return entry ? entry->second : nullptr;
+}
+
+void MrouteTableColl::oifSetRetire(OifSet const& oifSet) {
+   SetKey const key{&oifSet.portVlanSet()};
+   auto const* entry = oifSets_.find(key);
+   if (entry && entry->second == &oifSet) oifSets_.take(key);
+}
+
+}  // namespace MrouteLib
