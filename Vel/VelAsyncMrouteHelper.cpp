@@ -1,0 +1,129 @@
+#include "Vel/VelAsyncMrouteHelper.h"
+
+#include <utility>
+
+namespace VelHelper {
+
+using MrouteLib::OifSetPtr;
+using MrouteLib::RouteHandle;
+using Routing::Multicast::Fib::CounterMode;
+using Routing::Multicast::Fib::IpGenRouteKey;
+using Routing::Multicast::Fib::RouteKeyType;
+
+std::ostream& operator<<(std::ostream& os, MrouteXactType type) {
+   switch (type) {
+      case MrouteXactType::oifSet:
+         return os << "oifSet";
+      case MrouteXactType::ingress:
+         return os << "ingress";
+   }
+   return os << static_cast<unsigned>(type);
+}
+
+std::optional<MrouteXactType> mrouteXactType(std::string_view name) {
+   if (name == "oifSet") return MrouteXactType::oifSet;
+   if (name == "ingress") return MrouteXactType::ingress;
+   return std::nullopt;
+}
+
+AsyncMrouteHelper::AsyncMrouteHelper(
+      Qor::Name name, Qor::Ptr<FlexCounters::CounterKeyTable> activeCounterKeyTable,
+      Qor::Ptr<MrouteLib::MrouteCounterKeyMapTable> mrouteCounterKeyMapTable)
+      : Entity(std::move(name)),
+        activeCounterKeyTable_(std::move(activeCounterKeyTable)),
+        mrouteCounterKeyMapTable_(std::move(mrouteCounterKeyMapTable)) {}
+
+AsyncMrouteHelper::~AsyncMrouteHelper() = default;
+
+void AsyncMrouteHelper::handleMrouteCounterMode(CounterMode) {}
+
+void AsyncMrouteHelper::handleWildcardCounter(bool) {}
+
+bool AsyncMrouteHelper::doCreateMrouteCounter(Vel::VrfId, IpGenRouteKey) {
+   return true;
+}
+
+bool AsyncMrouteHelper::doDeleteMrouteCounter(Vel::VrfId, IpGenRouteKey) {
+   return true;
+}
+
+Qor::U32 AsyncMrouteHelper::doAllocateSharableMulticastGroup(MrouteLib::RouteKeyInfo const&,
+                                                             OifSetPtr, Hux::XactPtr, bool) {
+   hookNotImplemented();
+   return 0;
+}
+
+Qor::U32 AsyncMrouteHelper::doAllocateFixedMulticastGroup(OifSetPtr, Hux::XactPtr, Qor::U32) {
+   hookNotImplemented();
+   return 0;
+}
+
+void AsyncMrouteHelper::doUpdateMulticastGroupInPlace(OifSetPtr, Qor::U32) {
+   hookNotImplemented();
+}
+
+Hux::XactPtr AsyncMrouteHelper::doGetXactForOifSet(Qor::U32) {
+   hookNotImplemented();
+   return nullptr;
+}
+
+Qor::String8 AsyncMrouteHelper::doGetXactFailureReason(Hux::XactPtr, MrouteXactType) {
+   hookNotImplemented();
+   return {};
+}
+
+void AsyncMrouteHelper::doDeleteOifSet(Qor::U32) {
+   hookNotImplemented();
+}
+
+RouteHandle AsyncMrouteHelper::doAllocateRoute(IpGenRouteKey const&, Bridging::VlanIdOrNone, bool,
+                                               Wisp::Multicast::Fib::RpaIndex, Qor::U32) {
+   hookNotImplemented();
+   return {};
+}
+
+void AsyncMrouteHelper::doSetMtableOifSet(RouteHandle, Qor::U32, Hux::XactPtr) {
+   hookNotImplemented();
+}
+
+Hux::XactPtr AsyncMrouteHelper::doGetXactForIngress(RouteHandle) {
+   hookNotImplemented();
+   return nullptr;
+}
+
+void AsyncMrouteHelper::doDeleteRoute(RouteHandle) {
+   hookNotImplemented();
+}
+
+Qor::Seconds AsyncMrouteHelper::routeLastAccessedTime(RouteHandle) {
+   hookNotImplemented();
+   return 0.0;
+}
+
+bool AsyncMrouteHelper::needFixedOifSet(RouteKeyType) {
+   return false;
+}
+
+bool AsyncMrouteHelper::needIngressProgramming(RouteKeyType) {
+   return true;
+}
+
+bool AsyncMrouteHelper::mcastIdReusable(Qor::U32) {
+   return true;
+}
+
+bool AsyncMrouteHelper::mcastIdIsValid(Qor::U32 mcastId) {
+   return mcastId != invalidMulticastId;
+}
+
+double AsyncMrouteHelper::doGetAdjustedPollingInterval(double const& interval) {
+   return interval;
+}
+
+double AsyncMrouteHelper::doGetAdjustedActivityPollInterval(double const& interval) {
+   return interval;
+}
+
+void AsyncMrouteHelper::doScheduleVerify() {}
+
+}  // namespace VelHelper

@@ -1,0 +1,125 @@
+// The route operations of the asynchronous switch.
+#include <sstream>
+#include <utility>
+
+#include "Vel/VelAsyncMrouteSwitch.h"
+
+namespace Vel::Mroute {
+
+using MrouteLib::MrouteFailureReason;
+using MrouteLib::MtableOifSetPtr;
+using MrouteLib::OifSetPtr;
+using MrouteLib::RouteHandle;
+using Routing::Multicast::Fib::IpGenRouteKey;
+using VelHelper::MrouteXactType;
+
+namespace {
+
+constexpr char velTraceSource[] = "VelAsyncMrouteSm";
+
+}  // namespace
+
+Qor::String AsyncMrouteSwitch::dumpRouteHandle(RouteHandle handle) const {
+   auto const* entry = inUseRouteHandleKey().find(handle);
+   if (!entry) return "?";
+   InUseRouteHandleKey const& key = entry->second;
+   std::ostringstream os;
+   os << key.routeKey().pretty() << " vlan" << key.vlan() << " vrfId " << key.vrfId();
+   return os.str();
+}
+
+void AsyncMrouteSwitch::doAllocateRoute(IpGenRouteKey const& routeKey,
+                                        Bridging::VlanIdOrNone acceptingVlanId, bool bridgeAction,
+                                        Wisp::Multicast::Fib::RpaIndex rpaId,
+                                        L3::VrfName const& vrfName) {
+   VEL_TRACE(8, "AsyncMrouteSwitch::doAllocateRoute( "
+                      << routeKey.pretty() << ", acceptingVlanId " << acceptingVlanId
+                      << ", bridgeAction " << bridgeAction << ", rpaId " << rpaId << ", vrf "
+                      << vrfName << " )");
+   mrouteFailureReasonIs(MrouteFailureReason::none);
+
+   auto const vrfStatus =
+         routingHwRouteStatus_ ? routingHwRouteStatus_->vrfStatus(vrfName) : nullptr;
+   if (!vrfStatus) {
+      VEL_TRACE(8, " vrfStatus for vrf: " << vrfName << " is not present");
+      VEL_BLIP(" no vrfStatus for vrf: %s", vrfName.name());
+      mrouteFailureReasonIs(MrouteFailureReason::noVrfStatus);
+      return;
+   }
+
+   VrfId const vrfId = vrfStatus->vrfId();
+   RouteHandle const handle = mrouteHelper_->doAllocateRoute(routeKey, acceptingVlanId,
+                                                             bridgeAction, rpaId, vrfId.value());
+   routeHandleIs(handle);
+   if (handle.isNull()) {
+      mrouteFailureReasonIs(MrouteFailureReason::noRouteHandle);
+      return;
+   }
+   IpGenRouteKey const recorded = routeKey.kind() == IpGenRouteKey::kindCatchAll
+                                        ? Routing::Multicast::Fib::canonicalCatchAllKey()
+                                        : routeKey;
+   InUseRouteHandleKey const key(recorded, acceptingVlanId, vrfId);
+   inUseRouteHandleIs(key, handle);
+   inUseRouteHandleKeyIs(handle, key);
+   VEL_TRACE(7, "rh " << handle << " -> " << dumpRouteHandle(handle));
+}
+
+Hux::XactPtr AsyncMrouteSwitch::doSetMtableOifSet(RouteHandle handle, MtableOifSetPtr mtableOifSet,
+                                                  Hux::XactPtr blockingXact) {
+   VEL_TRACE(8, "AsyncMrouteSwitch::doSetMtableOifSet( " << handle << " )");
+   mrouteFailureReasonIs(MrouteFailureReason::none);
+   auto const oif = Qor::ptrCast<AsyncMtableOifSet>(mtableOifSet);
+   QOR_ASSERT(oif);
+   VEL_TRACE(7, " rh " << handle << " -> mt " << *oif << " oifset " << oif->oifSet() << ' '
+                       << oif->oifSet()->portVlanSet().pretty());
+   mrouteHelper_->doSetMtableOifSet(handle, oif->multicastId(), std::move(blockingXact));
+   oif->usedInHwIs(true);
+   mrouteHelper_->doScheduleVerify();
+   return mrouteHelper_->doGetXactForIngress(handle);
+}
+
+void AsyncMrouteSwitch::doActivateRoute(RouteHandle handle) {
+   VEL_TRACE(8, "AsyncMrouteSwitch::doActivateRoute( " << handle << " )");
+   VEL_TRACE(7, " rh " << handle << ' ' << dumpRouteHandle(handle));
+}
+
+void AsyncMrouteSwitch::doSetBridgeAction(RouteHandle handle, bool bridgeAction) {
+   VEL_TRACE(8, "AsyncMrouteSwitch::doSetBridgeAction( " << handle << ", bridgeAction "
+                                                         << bridgeAction << " )");
+}
+
+void AsyncMrouteSwitch::doDeleteRoute(RouteHandle handle) {
+   VEL_TRACE(8, "AsyncMrouteSwitch::doDeleteRoute( " << handle << " )");
+   VEL_TRACE(7, " rh " << handle << ' ' << dumpRouteHandle(handle));
+   InUseRouteHandleKey const key = inUseRouteHandleKey(handle);
+   VEL_BLIP("AsyncMrouteSwitch::doDeleteRoute %s", key.routeKey());
+   inUseRouteHandleDel(key);
+   inUseRouteHandleKeyDel(handle);
+   mrouteHelper_->doDeleteRoute(handle);
+   mrouteHelper_->doScheduleVerify();
+}
+
+Qor::U32 AsyncMrouteSwitch::doGetMulticastId(MtableOifSetPtr const& record) const {
+   auto const mtableOifSet = Qor::ptrCast<AsyncMtableOifSet>(record);
+   QOR_ASSERT(mtableOifSet);
+   return mtableOifSet->multicastId();
+}
+
+OifSetPtr AsyncMrouteSwitch::doGetOifSet(MtableOifSetPtr const& record) const {
+   return record ? record->oifSet() : nullptr;
+}
+
+bool AsyncMrouteSwitch::needIngressProgramming(Routing::Multicast::Fib::RouteKeyType type) const {
+   VEL_TRACE(8, "AsyncMrouteSwitch::needIngressProgramming( " << type << " )");
+   return mrouteHelper_->needIngressProgramming(type);
+}
+
+Qor::String8 AsyncMrouteSwitch::doGetOifSetXactFailureReason(Hux::XactPtr const& xact) const {
+   return mrouteHelper_->doGetXactFailureReason(xact, MrouteXactType::oifSet);
+}
+
+Qor::String8 AsyncMrouteSwitch::doGetIngressXactFailureReason(Hux::XactPtr const& xact) const {
+   return mrouteHelper_->doGetXactFailureReason(xact, MrouteXactType::ingress);
+}
+
+}  // namespace Vel::Mroute

@@ -1,0 +1,136 @@
+// Life of the switch, and the allocation of oif sets.
+#include "Vel/VelAsyncMrouteSwitch.h"
+
+#include <utility>
+
+namespace Vel::Mroute {
+
+using MrouteLib::MrouteFailureReason;
+using MrouteLib::OifSetPtr;
+
+namespace {
+
+constexpr char velTraceSource[] = "VelAsyncMrouteSm";
+
+}  // namespace
+
+AsyncMrouteSwitch::AsyncMrouteSwitch(
+      Qor::Name name, Qor::Ptr<Routing::Hardware::RouteStatus const> routingHwRouteStatus,
+      Qor::Ptr<VelHelper::AsyncMrouteHelper> mrouteHelper)
+      : Entity(std::move(name), 0),
+        routingHwRouteStatus_(std::move(routingHwRouteStatus)),
+        mrouteHelper_(std::move(mrouteHelper)) {
+   QOR_ASSERT(mrouteHelper_ != nullptr);
+}
+
+// Nobody is told: whoever listens could take a reference to an object that is going.
+AsyncMrouteSwitch::~AsyncMrouteSwitch() {
+   deleted_ = true;
+   mtableOifSetIs(nullptr);
+   zombieOifSet_.clear();
+   for (auto const& [record, unused] : records_)
+      record->mrouteSwitch_ = nullptr;
+   records_.clear();
+}
+
+Qor::ValidPtr<AsyncMrouteSwitch> asyncMrouteSwitchFactory(
+      Qor::Name name, Qor::Ptr<Routing::Hardware::RouteStatus const> routingHwRouteStatus,
+      Qor::Ptr<VelHelper::AsyncMrouteHelper> mrouteHelper) {
+   return Qor::make<AsyncMrouteSwitch>(std::move(name), std::move(routingHwRouteStatus),
+                                       std::move(mrouteHelper));
+}
+
+// The address of a record that has died may be that of a later one; only one that carries this oif
+// set was meant.
+AsyncMrouteSwitch::RecordPtr AsyncMrouteSwitch::record(OifSetPtr const& oifSet,
+                                                       AsyncMtableOifSetPtr named) const {
+   if (!named.get() || !records_.find(named.get())) return nullptr;
+   return named.get()->oifSet_ == oifSet ? named.get() : nullptr;
+}
+
+// The in-use record of this oif set if one more route may share it, brought back from the zombies
+// if it is one.
+AsyncMrouteSwitch::RecordPtr AsyncMrouteSwitch::reusableRecord(OifSetPtr const& oifSet) {
+   RecordPtr const existing = inUseRecord(oifSet);
+   if (!existing) return nullptr;
+   Qor::U32 const mcastId = existing->multicastId();
+   VEL_TRACE(2, "Found existing "
+                      << " mtableOifSet " << *existing << " oifSet " << oifSet << " mcastId "
+                      << mcastId);
+   if (!mrouteHelper_->mcastIdReusable(mcastId) || existing->dirty()) return nullptr;
+
+   VEL_TRACE(2, "Found an existing oif set");
+   VEL_BLIP("Foung an existing oif set");
+   if (existing->zombie().isZombie()) {
+      VEL_TRACE(2, "Resurrecting zombie mtableOifSet " << *existing);
+      zombieOifSetDel(existing->zombie());
+      existing->zombieIs(ZombieKey());
+   }
+   return existing;
+}
+
+// A fixed id that carries another record's set until now: from here on it is the new record's.
+void AsyncMrouteSwitch::takeOverFixedGroup(Qor::U32 multicastId) {
+   OifSetPtr const before = mcastIdToOifSet(multicastId);
+   if (!before) return;
+   RecordPtr const old = inUseRecord(before);
+   // The mapping may be stale: its oif set's record may have another id by now, and keeps its
+   // group.
+   if (old && old->multicastId() == multicastId) {
+      VEL_TRACE(8, "skip delete mtable oifset " << *old);
+      old->skipDeleteIs(true);
+   } else {
+      VEL_TRACE(8, "Missing mtableOifSet on mcastId " << multicastId << ".  Restart init?");
+      VEL_BLIP(" missing mtableOifSet on mcastId %s", multicastId);
+   }
+}
+
+Hux::XactPtr AsyncMrouteSwitch::doAllocateMtableOifSet(MrouteLib::RouteKeyInfo const& routeKeyInfo,
+                                                       OifSetPtr oifSet, Hux::XactPtr blockingXact,
+                                                       Qor::U32 presetMulticastId, bool frrRoute) {
+   MrouteLib::PortVlanSet const& portVlanSet = oifSet->portVlanSet();
+   VEL_TRACE(8, "AsyncMrouteSwitch::doAllocateMtableOifSet( "
+                      << routeKeyInfo << ", " << oifSet << ", blockingXact "
+                      << (blockingXact ? "set" : "none") << ", presetMulticastId "
+                      << presetMulticastId << ", frrRoute " << frrRoute << " )");
+   VEL_TRACE(7, " oifset " << oifSet << ' ' << portVlanSet.pretty());
+   mrouteFailureReasonIs(MrouteFailureReason::none);
+
+   bool const fixed = mrouteHelper_->needFixedOifSet(portVlanSet.type());
+   bool const wasInUse = inUseOifSet().find(oifSet) != nullptr;
+   RecordPtr mtableOifSetLocal = fixed ? nullptr : reusableRecord(oifSet);
+   if (!mtableOifSetLocal) {
+      Qor::U32 const mcastId = fixed ? mrouteHelper_->doAllocateFixedMulticastGroup(
+                                             oifSet, blockingXact, presetMulticastId)
+                                     : mrouteHelper_->doAllocateSharableMulticastGroup(
+                                             routeKeyInfo, oifSet, blockingXact, frrRoute);
+      if (!mrouteHelper_->mcastIdIsValid(mcastId)) {
+         VEL_TRACE(2, "No free multicastId found");
+         VEL_BLIP(" No free multicastId found. acceptingVlan %s %s", routeKeyInfo.acceptingVlanId(),
+                  portVlanSet.pretty());
+         mrouteFailureReasonIs(MrouteFailureReason::noMulticastId);
+         return nullptr;
+      }
+      mtableOifSetLocal = asyncMtableOifSetFactory(oifSet, portVlanSet.toCpu(), mcastId, this);
+      if (fixed) takeOverFixedGroup(mcastId);
+
+      VEL_TRACE(2, "mtableOifSet " << *mtableOifSetLocal << " oifSet " << oifSet << " mcastId "
+                                   << mcastId);
+      inUseOifSetIs(oifSet, mtableOifSetLocal.get());
+      if (!wasInUse && portVlanSet.currentIif() != Lnet::IntfId()) {
+         VEL_TRACE(2, " Adding FrrOifSet ");
+         frrMtableOifSetIs(oifSet, mtableOifSetLocal.get());
+      }
+      mcastIdToOifSetIs(mcastId, oifSet);
+   }
+
+   QOR_ASSERT(mtableOifSetLocal);
+   Qor::U32 const mcastId = mtableOifSetLocal->multicastId();
+   mtableOifSetIs(mtableOifSetLocal);
+   mrouteHelper_->doScheduleVerify();
+   Hux::XactPtr const xact = mrouteHelper_->doGetXactForOifSet(mcastId);
+   if (!noopAgent()) QOR_ASSERT(xact);
+   return xact;
+}
+
+}  // namespace Vel::Mroute

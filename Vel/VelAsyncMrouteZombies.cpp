@@ -1,0 +1,88 @@
+// Freeing oif set records: at once, or through a time as a zombie.
+//
+//   record deleted | switch deleted | zombie | usedInHw | outcome (the first row that matches)
+//   ---------------+----------------+--------+----------+---------------------------------------
+//   yes            |                |        |          | nothing: it is freed already
+//   no             | yes            |        |          | freed now; the collections are left alone
+//   no             | no             | yes    |          | freed now
+//   no             | no             | no     | yes      | becomes a zombie for its zombieLifetime
+//   no             | no             | no     | no       | freed now
+#include "Qor/Clock.h"
+#include "Vel/VelAsyncMrouteSwitch.h"
+
+namespace Vel::Mroute {
+
+using MrouteLib::OifSetPtr;
+
+namespace {
+
+constexpr char velTraceSource[] = "VelAsyncMrouteSm";
+
+}  // namespace
+
+void AsyncMrouteSwitch::zombieOifSetIs(RecordPtr record) {
+   if (!record) Qor::throwNullParameter("Vel::Mroute::AsyncMrouteSwitch", "zombieOifSet");
+   ZombieKey const key = record->zombie();
+   zombieOifSet_.is(*this, key, std::move(record));
+}
+
+AsyncMrouteSwitch::RecordPtr AsyncMrouteSwitch::newZombieOifSet(RecordPtr record) {
+   zombieOifSetIs(record);
+   return record;
+}
+
+void AsyncMrouteSwitch::handleFreeMtableOifSet(RecordPtr const& record) {
+   OifSetPtr const oifSet = record->oifSet();
+   VEL_TRACE(8, "AsyncMrouteSwitch::handleFreeMtableOifSet()");
+   VEL_TRACE(7, " mt " << *record << " oifset " << oifSet << " acceptingVlan "
+                       << oifSet->portVlanSet().currentIif() << " PVs "
+                       << oifSet->portVlanSet().pretty() << " multicastId "
+                       << record->multicastId());
+   if (record->deleted()) {
+      VEL_TRACE(2, "OifSet is already freed");
+      return;
+   }
+
+   // Whoever is told of the changes below may let go of the switch. In its destructor nobody holds
+   // it, and nobody may begin to.
+   Qor::Ptr<AsyncMrouteSwitch> const self(references() ? this : nullptr);
+   if (deleted_) {
+      VEL_TRACE(2, "MrouteSwitch deletion, skipping delayed deletion");
+      freeNow(record);
+   } else if (record->zombie().isZombie()) {
+      VEL_TRACE(2, "Freeing zombie oifSet");
+      freeNow(record);
+   } else if (record->usedInHw()) {
+      VEL_TRACE(2, "Adding zombie " << *record << " with mcastId: " << record->multicastId());
+      record->usedInHwIs(false);
+      record->zombieIs(ZombieKey(record->multicastId(), Qor::now() + record->zombieLifetime()));
+      zombieOifSetIs(record);
+   } else {
+      VEL_TRACE(2, "OifSet " << oifSet << " not used in hw, skipping delayed deletion");
+      freeNow(record);
+   }
+   mrouteHelper_->doScheduleVerify();
+}
+
+void AsyncMrouteSwitch::freeNow(RecordPtr const& record) {
+   OifSetPtr const oifSet = record->oifSet();
+   Qor::U32 const mcastId = record->multicastId();
+   VEL_TRACE(2, "Freeing oifSet resources");
+   if (record->skipDelete()) {
+      // clang-format off: the text of the assertion is behaviour
+      QOR_ASSERT(mrouteHelper()->needFixedOifSet(oifSet->portVlanSet().type()));
+      // clang-format on
+   } else {
+      mrouteHelper_->doDeleteOifSet(mcastId);
+   }
+   if (!deleted_ && inUseOifSet(oifSet).get() == record.get()) {
+      VEL_TRACE(2, "Delete oifset " << oifSet);
+      inUseOifSetDel(oifSet);
+      frrMtableOifSetDel(oifSet);
+      frrProcessingOifSetDel(oifSet);
+      if (mcastIdToOifSet(mcastId) == oifSet) mcastIdToOifSetDel(mcastId);
+   }
+   record->deletedIs(true);
+}
+
+}  // namespace Vel::Mroute

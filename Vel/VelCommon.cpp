@@ -1,0 +1,35 @@
+#include "Vel/VelCommon.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <utility>
+
+#include "Qor/Assert.h"
+
+namespace Vel {
+
+bool noopAgent() {
+   return std::getenv("VEL_NOOP_AGENT") != nullptr;
+}
+
+VelBaseHelper::VelBaseHelper(Qor::Name name) : NamedEntity(std::move(name)) {}
+
+VelBaseHelper::~VelBaseHelper() = default;
+
+void VelBaseHelper::velAssert(Qor::String message) const {
+   std::fprintf(stderr, "%s\n", message.c_str());
+   // The place is fixed, so that what operators search for stays the same across releases.
+   Qor::assertionFailed("0", "Vel/VelCommon", 25,
+                        "void Vel::VelBaseHelper::velAssert(Qor::String) const");
+}
+
+void VelBaseHelper::hookNotImplemented() const {
+   if (!noopAgent()) velAssert(mustBeImplemented);
+}
+
+Qor::TraceHandle& velTrace() {
+   static Qor::TraceHandle& handle = Qor::traceHandle("VelMroute");
+   return handle;
+}
+
+}  // namespace Vel
