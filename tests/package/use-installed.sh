@@ -35,6 +35,11 @@ eval "set -- $("$pkg_config" --cflags --libs velmroute)"
 expect "the user built by pkg-config" \
    "$(LD_LIBRARY_PATH="$prefix/$libdir" "$work/by-pkg-config")"
 
+# The program, where it is built, finds the library in the prefix.
+if [ -e "$build/bin/velmroute" ]; then
+   "$prefix/bin/velmroute" --version
+fi
+
 # No header needs a file that stayed behind, or makes its user warn.
 include=$prefix/include/VelMroute
 (cd "$include" && find . -name '*.h') | sort | sed 's|^\./\(.*\)$|#include "\1"|' \
