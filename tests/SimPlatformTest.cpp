@@ -8,6 +8,8 @@
 #include <random>
 #include <sstream>
 
+#include "Routing/Hardware/RouteStatus.h"
+#include "Vel/VelAsyncMrouteSwitch.h"
 #include "platform/sim/AsyncPlatform.h"
 
 namespace {
@@ -136,8 +138,8 @@ TEST_F(SimPlatform, NothingCompletesInsideACallWithoutLatencyEither) {
       EXPECT_TRUE(groupXact(id)->pending());
       watches.push_back(std::make_unique<Watch>(groupXact(id), [&, i] {
          EXPECT_EQ(i, completed++);
-         if (i > 0) return;
-         // Issued while a completion is under way: behind all others, in a later turn.
+         if (i < 2499) return;
+         // Issued by the last completion of a turn with room for more: waits for the next.
          platform->doUpdateMulticastGroupInPlace(set({"et2"}), 0);
          EXPECT_TRUE(groupXact(0)->pending());
       }));
@@ -147,7 +149,7 @@ TEST_F(SimPlatform, NothingCompletesInsideACallWithoutLatencyEither) {
       EXPECT_EQ(time->runDue(), 1u);
       perTurn.push_back(completed);
    }
-   EXPECT_EQ(perTurn, (std::vector<unsigned>{1000, 2000, 2500}));
+   EXPECT_EQ(perTurn, (std::vector<unsigned>{1000, 2000, 2500, 2500}));
    EXPECT_EQ(chip->writes(WriteKind::groupUpdate), 1u);
    EXPECT_EQ(time->now(), 0);
    expectSound();
@@ -362,6 +364,41 @@ TEST_F(SimPlatform, ACompletionMayDestroyThePlatform) {
    EXPECT_EQ(platform, nullptr);
    EXPECT_EQ(chip->groups(), 1u);
    EXPECT_TRUE(second->pending());  // and stays so
+}
+
+// The table programmer on the platform: a shared group, its time as a zombie, and nothing left.
+TEST_F(SimPlatform, CarriesTheTableProgrammer) {
+   auto const vrfs = Qor::make<Routing::Hardware::RouteStatus>();
+   L3::VrfName const vrf("red");
+   vrfs->newVrfStatus(vrf, Vel::VrfId(0));
+   auto const programmer = Vel::Mroute::asyncMrouteSwitchFactory("chip0", vrfs, platform);
+   OifSetPtr const oifSet = set({"et1", "et3"});
+   std::vector<RouteHandle> handles;
+   std::vector<MrouteLib::MtableOifSetPtr> records;
+   for (Qor::U32 n = 0; n < 3; ++n) {
+      programmer->doAllocateMtableOifSet({}, oifSet, nullptr, 0, false);
+      records.push_back(programmer->mtableOifSet());
+      programmer->mtableOifSetIs(nullptr);
+      programmer->doAllocateRoute(key(n), {}, false, {}, vrf);
+      handles.push_back(programmer->routeHandle());
+      programmer->doSetMtableOifSet(handles[n], records[n], nullptr);
+   }
+   drain();
+   EXPECT_EQ(receivers(0) + receivers(1) + receivers(2), "et1 et3et1 et3et1 et3");
+   EXPECT_EQ(chip->writes(WriteKind::groupCreate), 1u);
+   EXPECT_EQ(chip->routesOfGroup(0), (std::vector<Qor::U32>{0, 1, 2}));
+
+   for (RouteHandle const handle : handles)
+      programmer->doDeleteRoute(handle);
+   records.clear();
+   drain();
+   EXPECT_EQ(chip->groups(), 1u);
+   EXPECT_EQ(chip->routes().size(), 0u);
+   programmer->zombieOifSetDelAll();
+   drain();
+   EXPECT_EQ(chip->groups(), 0u);
+   EXPECT_GT(platform->calls(AsyncPlatform::Hook::doScheduleVerify), 0u);
+   expectSound();
 }
 
 // A well-behaved user of the hooks with failing writes: the chip never sees a wrong write, what

@@ -17,11 +17,9 @@ XactQueue::~XactQueue() {
 }
 
 ChipXactPtr XactQueue::issue(Write write, Hux::XactPtr blockingXact, Qor::Seconds extraLatency) {
-   lastDue_ = std::max(lastDue_, Qor::now() + latency_ + extraLatency);
-   auto const xact = Qor::make<ChipXact>(this);
-   auto const* const own = dynamic_cast<ChipXact const*>(blockingXact.get());
-   if (own && own->queue_ == this) blockingXact = nullptr;
-   pending_.push_back({std::move(write), xact, std::move(blockingXact), lastDue_});
+   auto const xact = Qor::make<ChipXact>();
+   Qor::Seconds const due = Qor::now() + latency_ + extraLatency;
+   pending_.push_back({std::move(write), xact, std::move(blockingXact), due});
    pendingPeak_ = std::max(pendingPeak_, pending());
    if (pending_.size() == 1) arm();
    return xact;

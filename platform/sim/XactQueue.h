@@ -6,9 +6,9 @@
 // completions that are due together happen in order in one firing, a thousand at most, and the rest
 // in the next turn of the loop. Nothing completes inside issue(), whatever the latency.
 //
-// Blocking transactions. One of this queue needs no waiting for, since it completes before. One
-// from elsewhere that is still pending holds its write back, and with it every write behind, until
-// it has completed in whatever state.
+// Blocking transactions. One that is still pending when the turn of its write comes holds the write
+// back, and with it every write behind, until it has completed in whatever state. One of this queue
+// never is, since it completes before.
 //
 // A watcher of a transaction may issue further writes, and may close the queue or let go of it.
 #pragma once
@@ -21,13 +21,9 @@
 
 namespace Sim {
 
-class XactQueue;
-
 // A transaction that knows why it failed.
 class ChipXact final : public Hux::Xact {
  public:
-   explicit ChipXact(XactQueue const* queue) : queue_(queue) {}
-
    // Empty while the transaction has not failed.
    Qor::String8 const& failureReason() const { return failureReason_; }
 
@@ -35,7 +31,6 @@ class ChipXact final : public Hux::Xact {
    friend class XactQueue;
    ~ChipXact() override;
 
-   XactQueue const* const queue_;  // compared, never followed
    Qor::String8 failureReason_;
 };
 
@@ -83,8 +78,8 @@ class XactQueue final : public Qor::RefCounted {
    struct Pending {
       Write write;
       Qor::Ptr<ChipXact> xact;
-      Hux::XactPtr blockingXact;  // null or from elsewhere
-      Qor::Seconds due;
+      Hux::XactPtr blockingXact;  // or null
+      Qor::Seconds due;           // not before
       bool blocked() const { return blockingXact && blockingXact->pending(); }
    };
 
@@ -98,7 +93,6 @@ class XactQueue final : public Qor::RefCounted {
 
    Qor::Seconds const latency_;
    std::deque<Pending> pending_;
-   Qor::Seconds lastDue_ = 0;
    Qor::U32 pendingPeak_ = 0;
    Qor::U64 succeeded_ = 0;
    Qor::U64 failed_ = 0;
