@@ -64,7 +64,7 @@ class SimPlatform : public testing::Test {
    }
 
    static OifSetPtr set(std::initializer_list<char const*> intfs) {
-      MrouteLib::PortVlanSet s(RouteKeyType::sourceGroup);
+      MrouteLib::PortVlanSet s(RouteKeyType::routed);
       for (char const* intf : intfs)
          s.newPortVlan(PortVlan(IntfId(intf)), true);
       return Qor::make<MrouteLib::OifSet>(nullptr, s);
@@ -287,7 +287,7 @@ TEST_F(SimPlatform, FixedGroupsAreSetAsideAndRewrittenInPlace) {
    config.noIngressTypes = {RouteKeyType::bridged};
    build({4, 4, 1, 1.0}, config);
    EXPECT_TRUE(platform->needFixedOifSet(RouteKeyType::catchAll));
-   EXPECT_FALSE(platform->needFixedOifSet(RouteKeyType::sourceGroup));
+   EXPECT_FALSE(platform->needFixedOifSet(RouteKeyType::routed));
    EXPECT_FALSE(platform->needIngressProgramming(RouteKeyType::bridged));
    EXPECT_EQ(group({"et1"}), 0u);
    EXPECT_EQ(group({"et1"}), 3u);
