@@ -32,12 +32,14 @@ void addRun(CLI::App& app, RunOptions& options, std::vector<std::string>& traces
          ->check(chipSyntax());
    run->add_option("--show", shows, "tables to print: routes, oifsets, zombies, chip")
          ->delimiter(',')
+         ->allow_extra_args(false)
          ->check(CLI::IsMember({"routes", "oifsets", "zombies", "chip"}));
    run->add_flag("-j,--json", options.json, "print everything as one JSON object");
    run->add_flag("--check,!--no-check", options.check,
                  "compare what the chip forwards with the capture's end (on by default)");
    run->add_flag("--keep-going", options.keepGoing, "report malformed lines and go on");
    run->add_option("--trace", traces, "trace up to LEVEL (0-9) of the handles that match GLOB")
+         ->allow_extra_args(false)
          ->type_name("LEVEL[:GLOB]");
 }
 
