@@ -18,7 +18,6 @@ using Lnet::IpGenPrefix;
 using MrouteLib::PortVlan;
 using Routing::Multicast::Fib::IpGenRouteKey;
 using Sim::Chip;
-using Sim::Forwarding;
 using Sim::WriteKind;
 
 IpGenAddr addr(char const* text) {
@@ -40,22 +39,22 @@ PortVlan pv(char const* intf, unsigned vlan = 0) {
 class SimChip : public testing::Test {
  protected:
    SimChip() {
-      Qor::activityManagerIs(time);
-      chip = Qor::make<Chip>(Sim::ChipConfig{4, 8, 2, 0.001});
-      EXPECT_EQ(chip->portAdd(IntfId("et1"), 1, VlanIdOrNone(Qor::U64{10})), "");
-      EXPECT_EQ(chip->portAdd(IntfId("et2"), 2, VlanIdOrNone(Qor::U64{20})), "");
-      EXPECT_EQ(chip->portAdd(IntfId("et2"), 2, VlanIdOrNone(Qor::U64{21})), "");
+      Qor::activityManagerIs(time_);
+      chip_ = Qor::make<Chip>(Sim::ChipConfig{4, 8, 2, 0.001});
+      EXPECT_EQ(chip_->portAdd(IntfId("et1"), 1, VlanIdOrNone(Qor::U64{10})), "");
+      EXPECT_EQ(chip_->portAdd(IntfId("et2"), 2, VlanIdOrNone(Qor::U64{20})), "");
+      EXPECT_EQ(chip_->portAdd(IntfId("et2"), 2, VlanIdOrNone(Qor::U64{21})), "");
    }
    ~SimChip() override { Qor::activityManagerIs(nullptr); }
 
    void route(Qor::U32 index, Sim::Entry const& e, Qor::U32 group) {
-      ASSERT_EQ(chip->routeCreate(index, e), "");
-      ASSERT_EQ(chip->routePoint(index, group), "");
+      ASSERT_EQ(chip_->routeCreate(index, e), "");
+      ASSERT_EQ(chip_->routePoint(index, group), "");
    }
    // What becomes of a packet: "3 forwarded et1:10 et2:20 cpu", with the entry that it hit.
    std::string sent(char const* source, char const* group, unsigned vlan = 10, Qor::U32 vrf = 0) {
       auto const out =
-            chip->forward({vrf, addr(source), addr(group), VlanIdOrNone(Qor::U64{vlan}), 100});
+            chip_->forward({vrf, addr(source), addr(group), VlanIdOrNone(Qor::U64{vlan}), 100});
       std::ostringstream os;
       if (out.entry) os << *out.entry << ' ';
       os << out.result;
@@ -65,84 +64,84 @@ class SimChip : public testing::Test {
       return os.str();
    }
 
-   Qor::Ptr<Qor::ActivityManager> time =
+   Qor::Ptr<Qor::ActivityManager> time_ =
          Qor::make<Qor::ActivityManager>(Qor::ActivityManager::TimeBase::virtualTime);
-   Qor::Ptr<Chip> chip;
+   Qor::Ptr<Chip> chip_;
 };
 
 TEST_F(SimChip, RefusesEachMisuseAndStaysAsItWas) {
-   ASSERT_EQ(chip->groupCreate(1, {pv("et1", 10), pv("et2", 20)}, true), "");
+   ASSERT_EQ(chip_->groupCreate(1, {pv("et1", 10), pv("et2", 20)}, true), "");
    route(3, entry("10.0.0.1", "239.1.1.1", 10), 1);
-   ASSERT_EQ(chip->boundaryCreate(0, entry("0.0.0.0/0", "239.0.0.0/8", 20)), "");
+   ASSERT_EQ(chip_->boundaryCreate(0, entry("0.0.0.0/0", "239.0.0.0/8", 20)), "");
 
    struct Case {
       std::function<Sim::Refusal()> write;
       char const* refusal;
    };
    Case const cases[] = {
-         {[&] { return chip->groupCreate(1, {}, false); }, "group 1 exists already"},
-         {[&] { return chip->groupCreate(4, {}, false); }, "group 4 is beyond the 4 of the chip"},
-         {[&] { return chip->groupCreate(2, {pv("et9", 10)}, false); },
+         {[&] { return chip_->groupCreate(1, {}, false); }, "group 1 exists already"},
+         {[&] { return chip_->groupCreate(4, {}, false); }, "group 4 is beyond the 4 of the chip"},
+         {[&] { return chip_->groupCreate(2, {pv("et9", 10)}, false); },
           "group 2: member et9:10 is on no port"},
-         {[&] { return chip->groupCreate(2, {pv("et1", 20)}, false); },
+         {[&] { return chip_->groupCreate(2, {pv("et1", 20)}, false); },
           "group 2: member et1:20 is in a vlan that its port does not carry"},
          {[&] {
-             return chip->groupUpdate(1, {pv("et1", 10), pv("et1", 10)}, false);
+             return chip_->groupUpdate(1, {pv("et1", 10), pv("et1", 10)}, false);
           },
           "group 1: members et1:10 and et1:10 do not ascend"},
-         {[&] { return chip->groupUpdate(2, {}, false); }, "group 2 does not exist"},
-         {[&] { return chip->groupDelete(2); }, "group 2 does not exist"},
-         {[&] { return chip->groupDelete(1); }, "group 1 has 1 routes pointing at it"},
-         {[&] { return chip->routeCreate(8, entry("10.0.0.2", "239.1.1.1")); },
+         {[&] { return chip_->groupUpdate(2, {}, false); }, "group 2 does not exist"},
+         {[&] { return chip_->groupDelete(2); }, "group 2 does not exist"},
+         {[&] { return chip_->groupDelete(1); }, "group 1 has 1 routes pointing at it"},
+         {[&] { return chip_->routeCreate(8, entry("10.0.0.2", "239.1.1.1")); },
           "route entry 8 is beyond the 8 of the chip"},
-         {[&] { return chip->routeCreate(3, entry("10.0.0.2", "239.1.1.1")); },
+         {[&] { return chip_->routeCreate(3, entry("10.0.0.2", "239.1.1.1")); },
           "route entry 3 exists already: (10.0.0.1, 239.1.1.1) vlan 10 vrf 0"},
-         {[&] { return chip->routeCreate(4, entry("10.0.0.1", "239.1.1.1", 10)); },
+         {[&] { return chip_->routeCreate(4, entry("10.0.0.1", "239.1.1.1", 10)); },
           "route entry 4 matches the same packets as 3: (10.0.0.1, 239.1.1.1) vlan 10 vrf 0"},
-         {[&] { return chip->routeCreate(4, Sim::Entry()); }, "route entry 4 has an invalid key"},
-         {[&] { return chip->routePoint(3, 2); }, "route entry 3 to missing group 2"},
-         {[&] { return chip->routePoint(4, 1); }, "route entry 4 does not exist"},
-         {[&] { return chip->routeDelete(4); }, "route entry 4 does not exist"},
-         {[&] { return chip->boundaryCreate(1, entry("0.0.0.0/0", "239.0.0.0/8")); },
+         {[&] { return chip_->routeCreate(4, Sim::Entry()); }, "route entry 4 has an invalid key"},
+         {[&] { return chip_->routePoint(3, 2); }, "route entry 3 to missing group 2"},
+         {[&] { return chip_->routePoint(4, 1); }, "route entry 4 does not exist"},
+         {[&] { return chip_->routeDelete(4); }, "route entry 4 does not exist"},
+         {[&] { return chip_->boundaryCreate(1, entry("0.0.0.0/0", "239.0.0.0/8")); },
           "boundary entry 1 names no vlan"},
-         {[&] { return chip->boundaryCreate(2, entry("0.0.0.0/0", "239.0.0.0/8", 10)); },
+         {[&] { return chip_->boundaryCreate(2, entry("0.0.0.0/0", "239.0.0.0/8", 10)); },
           "boundary entry 2 is beyond the 2 of the chip"},
-         {[&] { return chip->boundaryDelete(1); }, "boundary entry 1 does not exist"},
+         {[&] { return chip_->boundaryDelete(1); }, "boundary entry 1 does not exist"},
    };
-   EXPECT_TRUE(chip->audit().empty());
+   EXPECT_TRUE(chip_->audit().empty());
    for (Case const& c : cases)
       EXPECT_EQ(c.write(), c.refusal);
-   EXPECT_EQ(chip->violations().count(), std::size(cases));
-   EXPECT_EQ(chip->audit(), chip->violations().texts());
-   EXPECT_EQ(chip->audit().front(), "groupCreate refused: group 1 exists already");
+   EXPECT_EQ(chip_->violations().count(), std::size(cases));
+   EXPECT_EQ(chip_->audit(), chip_->violations().texts());
+   EXPECT_EQ(chip_->audit().front(), "groupCreate refused: group 1 exists already");
 
    EXPECT_EQ(sent("10.0.0.1", "239.1.1.1"), "3 forwarded et1:10 et2:20 cpu");
-   EXPECT_EQ(chip->groups() + chip->routes().size() + chip->boundaries().size(), 3u);
-   EXPECT_EQ(chip->writes(WriteKind::groupCreate), 1u);
-   EXPECT_EQ(chip->writes(WriteKind::groupUpdate), 0u);
-   EXPECT_EQ(chip->writes(WriteKind::routeCreate), 1u);
-   EXPECT_EQ(chip->writes(WriteKind::routePoint), 1u);
+   EXPECT_EQ(chip_->groups() + chip_->routes().size() + chip_->boundaries().size(), 3u);
+   EXPECT_EQ(chip_->writes(WriteKind::groupCreate), 1u);
+   EXPECT_EQ(chip_->writes(WriteKind::groupUpdate), 0u);
+   EXPECT_EQ(chip_->writes(WriteKind::routeCreate), 1u);
+   EXPECT_EQ(chip_->writes(WriteKind::routePoint), 1u);
 
    for (int i = 0; i < 200; ++i)
-      EXPECT_NE(chip->groupDelete(2), "");
-   EXPECT_EQ(chip->violations().texts().size(), 100u);
-   EXPECT_EQ(chip->audit().back(), "and 118 more");
+      EXPECT_NE(chip_->groupDelete(2), "");
+   EXPECT_EQ(chip_->violations().texts().size(), 100u);
+   EXPECT_EQ(chip_->audit().back(), "and 118 more");
 }
 
 TEST_F(SimChip, PortsAndConfigurationAreChecked) {
    VlanIdOrNone const none;
-   EXPECT_EQ(chip->portAdd(IntfId("et3"), 2, none), "port 2 is that of et2, not of et3");
-   EXPECT_EQ(chip->portAdd(IntfId("et1"), 3, none), "et1 has port 1, not 3");
-   EXPECT_EQ(chip->portAdd(IntfId(), 3, none), "the empty interface has no port");
-   EXPECT_EQ(chip->linkIs(IntfId("et3"), true), "et3 has no port");
-   EXPECT_EQ(chip->ports().size(), 2u);
+   EXPECT_EQ(chip_->portAdd(IntfId("et3"), 2, none), "port 2 is that of et2, not of et3");
+   EXPECT_EQ(chip_->portAdd(IntfId("et1"), 3, none), "et1 has port 1, not 3");
+   EXPECT_EQ(chip_->portAdd(IntfId(), 3, none), "the empty interface has no port");
+   EXPECT_EQ(chip_->linkIs(IntfId("et3"), true), "et3 has no port");
+   EXPECT_EQ(chip_->ports().size(), 2u);
    EXPECT_THROW(Qor::make<Chip>(Sim::ChipConfig{1, 16777217, 1, 0}), Qor::RangeException);
    EXPECT_THROW(Qor::make<Chip>(Sim::ChipConfig{1, 1, 1, -1}), Qor::RangeException);
 }
 
 TEST_F(SimChip, ForwardsByTheLongestMatchOfTheVrf) {
    for (Qor::U32 id = 0; id < 3; ++id)
-      ASSERT_EQ(chip->groupCreate(id, {pv("et2", 20)}, false), "");
+      ASSERT_EQ(chip_->groupCreate(id, {pv("et2", 20)}, false), "");
    route(0, entry("0.0.0.0/0", "224.0.0.0/4"), 0);
    route(1, entry("0.0.0.0/0", "239.0.0.0/8"), 1);
    route(2, entry("0.0.0.0/0", "239.1.0.0/16"), 0);
@@ -168,27 +167,27 @@ TEST_F(SimChip, ForwardsByTheLongestMatchOfTheVrf) {
    EXPECT_EQ(sent("10.0.0.1", "239.1.1.2", 10, 7), "noRoute");
    EXPECT_EQ(sent("10.0.0.1", "10.0.0.2"), "noRoute");
    EXPECT_EQ(sent("10.0.0.1", "ff0e::1"), "noRoute");
-   ASSERT_EQ(chip->routeDelete(3), "");
+   ASSERT_EQ(chip_->routeDelete(3), "");
    EXPECT_EQ(sent("10.0.0.2", "239.1.1.1"), "2 forwarded et2:20");
-   EXPECT_TRUE(chip->audit().empty());
+   EXPECT_TRUE(chip_->audit().empty());
 }
 
 TEST_F(SimChip, PacketsMustArriveInTheAcceptingVlan) {
-   ASSERT_EQ(chip->groupCreate(0, {pv("et1", 10)}, false), "");
-   ASSERT_EQ(chip->groupCreate(1, {pv("et2", 20)}, false), "");
+   ASSERT_EQ(chip_->groupCreate(0, {pv("et1", 10)}, false), "");
+   ASSERT_EQ(chip_->groupCreate(1, {pv("et2", 20)}, false), "");
    route(0, entry("0.0.0.0/0", "239.1.1.1"), 0);
    route(1, entry("10.0.0.1", "239.1.1.1", 20), 0);
    EXPECT_EQ(sent("10.0.0.1", "239.1.1.1", 20), "1 forwarded et1:10");
    // No fall through to the (*,G) that would accept it.
    EXPECT_EQ(sent("10.0.0.1", "239.1.1.1", 10), "wrongVlan");
    EXPECT_EQ(sent("10.0.0.1", "239.1.1.1", 0), "wrongVlan");
-   EXPECT_EQ(chip->routes().find(1)->packets, 1u);
+   EXPECT_EQ(chip_->routes().find(1)->packets, 1u);
 
    // Make before break: while both entries exist each vlan goes its own way.
    route(2, entry("10.0.0.1", "239.1.1.1", 10), 1);
    EXPECT_EQ(sent("10.0.0.1", "239.1.1.1", 20), "1 forwarded et1:10");
    EXPECT_EQ(sent("10.0.0.1", "239.1.1.1", 10), "2 forwarded et2:20");
-   ASSERT_EQ(chip->routeDelete(1), "");
+   ASSERT_EQ(chip_->routeDelete(1), "");
    EXPECT_EQ(sent("10.0.0.1", "239.1.1.1", 20), "wrongVlan");
    EXPECT_EQ(sent("10.0.0.1", "239.1.1.1", 10), "2 forwarded et2:20");
 
@@ -199,57 +198,57 @@ TEST_F(SimChip, PacketsMustArriveInTheAcceptingVlan) {
 }
 
 TEST_F(SimChip, SaysWhyNothingIsForwarded) {
-   ASSERT_EQ(chip->groupCreate(0, {}, false), "");
-   ASSERT_EQ(chip->groupCreate(1, {pv("et1", 10), pv("et2", 21)}, false), "");
-   ASSERT_EQ(chip->routeCreate(0, entry("10.0.0.1", "239.1.1.1")), "");
+   ASSERT_EQ(chip_->groupCreate(0, {}, false), "");
+   ASSERT_EQ(chip_->groupCreate(1, {pv("et1", 10), pv("et2", 21)}, false), "");
+   ASSERT_EQ(chip_->routeCreate(0, entry("10.0.0.1", "239.1.1.1")), "");
    EXPECT_EQ(sent("10.0.0.1", "239.1.1.1"), "0 notPointed");
-   ASSERT_EQ(chip->routePoint(0, 0), "");
+   ASSERT_EQ(chip_->routePoint(0, 0), "");
    EXPECT_EQ(sent("10.0.0.1", "239.1.1.1"), "0 emptyGroup");
-   ASSERT_EQ(chip->routePoint(0, 1), "");
-   ASSERT_EQ(chip->groupDelete(0), "");  // no route points at it any more
-   chip->linkIs(IntfId("et2"), false);
+   ASSERT_EQ(chip_->routePoint(0, 1), "");
+   ASSERT_EQ(chip_->groupDelete(0), "");  // no route points at it any more
+   chip_->linkIs(IntfId("et2"), false);
    EXPECT_EQ(sent("10.0.0.1", "239.1.1.1"), "0 forwarded et1:10");
-   chip->linkIs(IntfId("et1"), false);
+   chip_->linkIs(IntfId("et1"), false);
    EXPECT_EQ(sent("10.0.0.1", "239.1.1.1"), "0 portsDown");
-   ASSERT_EQ(chip->groupUpdate(1, {pv("et1", 10)}, true), "");
+   ASSERT_EQ(chip_->groupUpdate(1, {pv("et1", 10)}, true), "");
    EXPECT_EQ(sent("10.0.0.1", "239.1.1.1"), "0 forwarded cpu");
-   EXPECT_EQ(chip->droppedCopies(), 4u);
-   EXPECT_EQ(chip->port(IntfId("et1"))->copies, 1u);
-   EXPECT_EQ(chip->port(IntfId("et1"))->droppedCopies, 2u);
+   EXPECT_EQ(chip_->droppedCopies(), 4u);
+   EXPECT_EQ(chip_->port(IntfId("et1"))->copies, 1u);
+   EXPECT_EQ(chip_->port(IntfId("et1"))->droppedCopies, 2u);
 
-   ASSERT_EQ(chip->boundaryCreate(0, entry("0.0.0.0/0", "239.1.0.0/16", 10)), "");
+   ASSERT_EQ(chip_->boundaryCreate(0, entry("0.0.0.0/0", "239.1.0.0/16", 10)), "");
    EXPECT_EQ(sent("10.0.0.2", "239.1.1.1", 10), "0 bridged");
    EXPECT_EQ(sent("10.0.0.2", "239.1.1.1", 20), "noRoute");
    EXPECT_EQ(sent("10.0.0.1", "239.1.1.1", 10), "0 forwarded cpu");  // the longer match
-   EXPECT_TRUE(chip->audit().empty());
+   EXPECT_TRUE(chip_->audit().empty());
 }
 
 TEST_F(SimChip, HitsAreTimedAndCountedPerEntry) {
-   ASSERT_EQ(chip->groupCreate(0, {}, true), "");
+   ASSERT_EQ(chip_->groupCreate(0, {}, true), "");
    route(0, entry("10.0.0.1", "239.1.1.1", 10), 0);
-   EXPECT_EQ(chip->routes().find(0)->lastHit, 0.0);
-   time->advance(2.5);
+   EXPECT_EQ(chip_->routes().find(0)->lastHit, 0.0);
+   time_->advance(2.5);
    sent("10.0.0.1", "239.1.1.1", 10);
-   time->advance(1);
+   time_->advance(1);
    sent("10.0.0.1", "239.1.1.1", 20);  // dropped, so no hit
-   EXPECT_EQ(chip->routes().find(0)->lastHit, 2.5);
-   EXPECT_EQ(chip->routes().find(0)->packets, 1u);
-   EXPECT_EQ(chip->routes().find(0)->bytes, 100u);
+   EXPECT_EQ(chip_->routes().find(0)->lastHit, 2.5);
+   EXPECT_EQ(chip_->routes().find(0)->packets, 1u);
+   EXPECT_EQ(chip_->routes().find(0)->bytes, 100u);
 }
 
 TEST_F(SimChip, AuditFindsAMemoryFault) {
-   ASSERT_EQ(chip->groupCreate(0, {}, true), "");
-   ASSERT_EQ(chip->groupCreate(1, {}, true), "");
+   ASSERT_EQ(chip_->groupCreate(0, {}, true), "");
+   ASSERT_EQ(chip_->groupCreate(1, {}, true), "");
    route(0, entry("10.0.0.1", "239.1.1.1"), 0);
    using Texts = std::vector<std::string>;
-   chip->softError(0, 1);
-   EXPECT_EQ(chip->audit(), (Texts{"group 0 counts 1 routes, but 0 point at it",
-                                   "group 1 counts 0 routes, but 1 point at it"}));
-   chip->softError(0, 3);
-   EXPECT_EQ(chip->audit(), (Texts{"route entry 0 points at missing group 3",
-                                   "group 0 counts 1 routes, but 0 point at it"}));
-   chip->softError(0, 0);
-   EXPECT_TRUE(chip->audit().empty());
+   chip_->softError(0, 1);
+   EXPECT_EQ(chip_->audit(), (Texts{"group 0 counts 1 routes, but 0 point at it",
+                                    "group 1 counts 0 routes, but 1 point at it"}));
+   chip_->softError(0, 3);
+   EXPECT_EQ(chip_->audit(), (Texts{"route entry 0 points at missing group 3",
+                                    "group 0 counts 1 routes, but 0 point at it"}));
+   chip_->softError(0, 0);
+   EXPECT_TRUE(chip_->audit().empty());
 }
 
 // Against a plain list of entries that is searched from end to end.

@@ -100,8 +100,8 @@ ChipXactPtr AsyncPlatform::issue(XactQueue::Write write, XactPtr blockingXact) {
 }
 
 void AsyncPlatform::issueDelete(WriteKind kind, XactQueue::Write write) {
-   String8 const fault = faults_.failure(kind);
-   if (!fault.empty()) issue([fault] { return fault; }, nullptr);
+   String8 fault = faults_.failure(kind);
+   if (!fault.empty()) issue([fault = std::move(fault)] { return fault; }, nullptr);
    issue(std::move(write), nullptr);
 }
 

@@ -9,7 +9,6 @@ namespace Sim {
 
 using Bridging::VlanIdOrNone;
 using Lnet::IpGenAddr;
-using Lnet::IpGenPrefix;
 using Qor::U32;
 using Routing::Multicast::Fib::IpGenRouteKey;
 
