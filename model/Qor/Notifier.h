@@ -7,11 +7,14 @@
 //  - bound during a delivery: not visited by this delivery;
 //  - paused: asked at each visit, so a pause takes effect at once;
 //  - the notifier destroyed: the delivery ends.
-// Deliveries nest freely. Whoever starts one touches nothing of the notifier afterwards.
+// Deliveries nest freely. Whoever starts one touches nothing of the notifier afterwards. A handler
+// that throws ends the delivery: those behind it are not told, and the error reaches the mutator's
+// caller with the change made.
 //
 // Binding holds no reference in either direction. A notifiee whose notifier has been destroyed is a
 // zombie reactor: its notifier() is null, and the next sweep (sweepZombieReactors(), run by the
-// activity loop at the end of each turn) tells it once through qorDoZombieReactors(true).
+// activity loop at the end of each turn) tells it once through qorDoZombieReactors(true), unless it
+// has been bound again by then, which counts as a first binding.
 #pragma once
 
 #include "Qor/Export.h"
