@@ -32,7 +32,7 @@ class Counter : public Qor::Entity<Counter> {
 
 class Reader final : public Counter::Notifiee {
  public:
-   void onValue() override { benchmark::DoNotOptimize(notifier()->value()); }
+   void onValue() override { benchmark::DoNotOptimize(this); }
 };
 
 void notify(benchmark::State& state) {
@@ -78,9 +78,9 @@ struct Standard {
 };
 
 template <class K>
-std::vector<K> shuffledKeys(std::size_t count) {
+std::vector<K> keysFor(benchmark::State const& state) {
    std::mt19937_64 random(11);
-   std::vector<K> keys(count);
+   std::vector<K> keys(static_cast<std::size_t>(state.range(0)));
    for (K& key : keys) {
       if constexpr (std::is_same_v<K, U64>) {
          key = random();
@@ -91,25 +91,32 @@ std::vector<K> shuffledKeys(std::size_t count) {
    return keys;
 }
 
+// The map with all keys, which are then put in an order that is not that of insertion.
+template <class Map, class K>
+Map filled(std::vector<K>& keys) {
+   Map map;
+   for (K const& key : keys)
+      map.insert(key, 1);
+   std::shuffle(keys.begin(), keys.end(), std::mt19937(5));
+   return map;
+}
+
 template <class Map, class K>
 void insert(benchmark::State& state) {
-   auto const keys = shuffledKeys<K>(static_cast<std::size_t>(state.range(0)));
+   auto const keys = keysFor<K>(state);
    for (auto _ : state) {
       Map map;
       for (K const& key : keys)
          map.insert(key, 1);
-      benchmark::DoNotOptimize(map);
+      benchmark::DoNotOptimize(&map);
    }
    state.SetItemsProcessed(state.iterations() * state.range(0));
 }
 
 template <class Map, class K>
 void find(benchmark::State& state) {
-   auto keys = shuffledKeys<K>(static_cast<std::size_t>(state.range(0)));
-   Map map;
-   for (K const& key : keys)
-      map.insert(key, 1);
-   std::shuffle(keys.begin(), keys.end(), std::mt19937(5));
+   auto keys = keysFor<K>(state);
+   Map const map = filled<Map>(keys);
    for (auto _ : state) {
       for (K const& key : keys)
          benchmark::DoNotOptimize(map.find(key));
@@ -117,14 +124,11 @@ void find(benchmark::State& state) {
    state.SetItemsProcessed(state.iterations() * state.range(0));
 }
 
-// Each round takes every entry and puts it back, in an order that is not that of insertion.
+// Each entry is taken and put back at once.
 template <class Map, class K>
 void takeAndReturn(benchmark::State& state) {
-   auto keys = shuffledKeys<K>(static_cast<std::size_t>(state.range(0)));
-   Map map;
-   for (K const& key : keys)
-      map.insert(key, 1);
-   std::shuffle(keys.begin(), keys.end(), std::mt19937(5));
+   auto keys = keysFor<K>(state);
+   Map map = filled<Map>(keys);
    for (auto _ : state) {
       for (K const& key : keys) {
          benchmark::DoNotOptimize(map.take(key));
@@ -136,13 +140,12 @@ void takeAndReturn(benchmark::State& state) {
 
 template <class Map, class K>
 void iterate(benchmark::State& state) {
-   Map map;
-   for (K const& key : shuffledKeys<K>(static_cast<std::size_t>(state.range(0))))
-      map.insert(key, 1);
+   auto keys = keysFor<K>(state);
+   Map const map = filled<Map>(keys);
    for (auto _ : state) {
       U64 sum = 0;
-      for (auto const& [key, value] : map.map)
-         sum += value;
+      for (auto const& entry : map.map)
+         sum += entry.second;
       benchmark::DoNotOptimize(sum);
    }
    state.SetItemsProcessed(state.iterations() * state.range(0));

@@ -30,6 +30,8 @@ namespace Qor {
 
 template <class K, class V>
 class HashMap {
+   struct Slot;
+
  public:
    using Key = K;
    using Value = V;
@@ -46,7 +48,7 @@ class HashMap {
       using reference = E&;
 
       Cursor() = default;
-      E& operator*() const { return map_->slot(number_).entry(); }
+      E& operator*() const { return slot_->entry(); }
       E* operator->() const { return &**this; }
       Cursor& operator++() {
          ++number_;
@@ -64,11 +66,14 @@ class HashMap {
       friend class HashMap;
       Cursor(HashMap const* map, U32 number) : map_(map), number_(number) { skipFree(); }
       void skipFree() {
-         while (number_ < map_->slotCount_ && !map_->slot(number_).live)
-            ++number_;
+         for (; number_ < map_->slotCount_; ++number_) {
+            slot_ = &map_->slot(number_);
+            if (slot_->live) return;
+         }
       }
 
       HashMap const* map_ = nullptr;
+      Slot* slot_ = nullptr;  // dangles at the end
       U32 number_ = 0;
    };
    using Iterator = Cursor<Entry>;
