@@ -102,7 +102,7 @@ class QOR_PUBLIC AsyncSwitchChip : public Qor::Entity<AsyncSwitchChip, SwitchChi
    ~AsyncSwitchChip() override;
 
  private:
-   MrouteFailureReason mrouteFailureReason_;
+   MrouteFailureReason mrouteFailureReason_ = MrouteFailureReason::none;
 };
 
 // The synchronous path: operations program at once; flags say which tables have room.

@@ -78,6 +78,9 @@ class Entity : public Base, public NotifierOf<T> {
  private:
    template <class Map, auto Each, auto Immediate>
    friend class Collection;
+   template <class Forward, class Backward, auto EachKey, auto ImmediateKey, auto EachValue,
+             auto ImmediateValue>
+   friend class TwoWayCollection;
 };
 
 // The base of the framework-level state machines (classes whose names end in Sm): long-lived

@@ -102,7 +102,13 @@ class QOR_PUBLIC Notifier {
 #pragma GCC diagnostic ignored "-Wdangling-pointer"
 #endif
       explicit Walk(Notifier* n) : notifier(n), outer(n->walks_), next(n->head_), last(n->tail_) {
+// The walk leaves the notifier before it goes, which the compiler cannot see.
+#pragma GCC diagnostic push
+#if defined(__GNUC__) && !defined(__clang__)
+#pragma GCC diagnostic ignored "-Wdangling-pointer"
+#endif
          n->walks_ = this;
+#pragma GCC diagnostic pop
       }
 #if __GNUC__ >= 12 && !defined(__clang__)
 #pragma GCC diagnostic pop

@@ -10,6 +10,7 @@ namespace Qor {
 using String = std::string;
 using String8 = std::string;  // a short text, as a failure reason
 using Name = std::string;     // the name of an entity
+using U8 = std::uint8_t;
 using U16 = std::uint16_t;
 using U32 = std::uint32_t;
 using U64 = std::uint64_t;

@@ -1,0 +1,46 @@
+// The state of one BFD session. The BFD service makes and writes it; the fast reroute of the
+// asynchronous path watches status.
+#pragma once
+
+#include <sstream>
+#include <utility>
+
+#include "Bfd/OperState.h"
+#include "Bfd/Peer.h"
+#include "Qor/Entity.h"
+
+namespace Bfd {
+
+class BfdPeerStatus final : public Qor::Entity<BfdPeerStatus> {
+ public:
+   class Notifiee : public Qor::NotifieeOf<BfdPeerStatus> {
+    public:
+      virtual void onStatus() {}
+      virtual void onIntf() {}
+   };
+
+   explicit BfdPeerStatus(Peer peer) : peer_(std::move(peer)), intf_(peer_.intfId()) {}
+
+   Qor::Name name() const override {
+      std::ostringstream out;
+      out << peer_;
+      return out.str();
+   }
+   Peer const& peer() const { return peer_; }
+   // A session that has not been started is administratively down.
+   OperState status() const { return status_; }
+   void statusIs(OperState v) { attrIs<&Notifiee::onStatus>(status_, v); }
+   // The interface over which the session runs: the peer's own, and for a session that names none
+   // the one the service has resolved; empty while there is none.
+   Lnet::IntfId intf() const { return intf_; }
+   void intfIs(Lnet::IntfId v) { attrIs<&Notifiee::onIntf>(intf_, v); }
+
+ private:
+   ~BfdPeerStatus() override = default;
+
+   Peer const peer_;
+   OperState status_ = OperState::adminDown;
+   Lnet::IntfId intf_;
+};
+
+}  // namespace Bfd

@@ -1,0 +1,53 @@
+// The published route counters. The top-level multicast reactor writes them each time it polls the
+// hardware; who shows counters reads and watches them. How full the table is, and whether anybody
+// looks, is in CounterStatusCtl.
+#pragma once
+
+#include <utility>
+
+#include "Qor/Collection.h"
+#include "Qor/Entity.h"
+#include "Routing/Multicast/Fib/IpGenRouteKey.h"
+
+namespace Routing::Multicast::Fib {
+
+class CounterStatus final : public Qor::Entity<CounterStatus, Qor::NamedEntity> {
+ public:
+   struct Entry final {
+      Qor::U64 value = 0;          // packets or bytes, by the counter mode
+      Qor::Seconds timeStamp = 0;  // when the entry was last written, on the Qor::now() time base
+      bool active = false;         // whether the hardware counts the route at present
+
+      friend bool operator==(Entry const&, Entry const&) = default;
+   };
+
+   class Notifiee : public Qor::NotifieeOf<CounterStatus> {
+    public:
+      // A route's counter was added or removed, or any field of it changed.
+      virtual void onCounter(IpGenRouteKey const&) {}
+      virtual void onCounterImmediate() {}
+
+    protected:
+      void onImmediate() override { onCounterImmediate(); }
+   };
+   using CounterColl = Qor::Collection<Qor::HashMap<IpGenRouteKey, Entry>, &Notifiee::onCounter,
+                                       &Notifiee::onCounterImmediate>;
+
+   explicit CounterStatus(Qor::Name name = "mfibCounterStatus") : Entity(std::move(name)) {}
+
+   CounterColl::Map const& counter() const { return counter_.map(); }
+   // An entry of zeros for a route without a counter.
+   Entry counter(IpGenRouteKey const& key) const { return counter_.value(key); }
+   void counterIs(IpGenRouteKey key, Entry entry) { counter_.is(*this, key, entry); }
+   void counterDel(IpGenRouteKey key) { counter_.del(*this, key); }
+   CounterColl::Iterator counterDel(CounterColl::Iterator it) { return counter_.del(*this, it); }
+   void counterDelAll() { counter_.delAll(*this); }
+   void counterNotify(IpGenRouteKey key) { counter_.notify(*this, key); }
+
+ private:
+   ~CounterStatus() override = default;
+
+   CounterColl counter_;
+};
+
+}  // namespace Routing::Multicast::Fib

@@ -1,0 +1,79 @@
+// What is known of one route that is in hardware: where its traffic comes in, and when it was last
+// used.
+//
+// The route programmer makes it, before the route is allocated, and sets the accepting interface
+// and the fastdrop entries; after a restart, recovery does. The aging reviews read those and write
+// the poll times; the routing layer watches the poll times and ages the routes that stay idle.
+#pragma once
+
+#include <utility>
+
+#include "Lnet/IntfId.h"
+#include "Qor/Collection.h"
+#include "Qor/Entity.h"
+#include "Routing/Multicast/Fib/IpGenRouteKey.h"
+
+namespace Routing::Multicast::Fib::Hardware {
+
+class RouteStatus final : public Qor::Entity<RouteStatus> {
+ public:
+   class Notifiee : public Qor::NotifieeOf<RouteStatus> {
+    public:
+      virtual void onAcceptingIntfId() {}
+      virtual void onLastPollTime() {}
+      // Traffic of this route that comes in over the named interface is dropped in hardware from
+      // now on, or no more, or was seen at a later time.
+      virtual void onFastdropLastPollTime(Qor::Name const&) {}
+      virtual void onFastdropLastPollTimeImmediate() {}
+
+    protected:
+      void onImmediate() override { onFastdropLastPollTimeImmediate(); }
+   };
+   using FastdropColl = Qor::Collection<Qor::OrderedMap<Qor::Name, Qor::Seconds>,
+                                        &Notifiee::onFastdropLastPollTime,
+                                        &Notifiee::onFastdropLastPollTimeImmediate>;
+
+   explicit RouteStatus(IpGenRouteKey const& key) : key_(key) {}
+
+   Qor::Name name() const override { return key_.pretty(); }
+   IpGenRouteKey const& key() const { return key_; }
+
+   // Empty for a route that takes traffic from any interface.
+   Lnet::IntfId acceptingIntfId() const { return acceptingIntfId_; }
+   void acceptingIntfIdIs(Lnet::IntfId v) {
+      attrIs<&Notifiee::onAcceptingIntfId>(acceptingIntfId_, v);
+   }
+
+   // When the route was last seen in use, on the Qor::now() time base; 0 before the first time.
+   Qor::Seconds lastPollTime() const { return lastPollTime_; }
+   void lastPollTimeIs(Qor::Seconds v) { attrIs<&Notifiee::onLastPollTime>(lastPollTime_, v); }
+
+   // The fastdrop entries: by the name of the interface whose traffic is dropped, the time when
+   // such traffic was last seen; 0 before the first time.
+   FastdropColl::Map const& fastdropLastPollTime() const { return fastdrop_.map(); }
+   // 0 for an interface without a fastdrop entry, too.
+   Qor::Seconds fastdropLastPollTime(Qor::Name const& intfName) const {
+      return fastdrop_.value(intfName);
+   }
+   void fastdropLastPollTimeIs(Qor::Name intfName, Qor::Seconds time) {
+      fastdrop_.is(*this, std::move(intfName), time);
+   }
+   void fastdropLastPollTimeDel(Qor::Name intfName) { fastdrop_.del(*this, std::move(intfName)); }
+   FastdropColl::Iterator fastdropLastPollTimeDel(FastdropColl::Iterator it) {
+      return fastdrop_.del(*this, it);
+   }
+   void fastdropLastPollTimeDelAll() { fastdrop_.delAll(*this); }
+   void fastdropLastPollTimeNotify(Qor::Name intfName) {
+      fastdrop_.notify(*this, std::move(intfName));
+   }
+
+ private:
+   ~RouteStatus() override = default;
+
+   IpGenRouteKey const key_;
+   Lnet::IntfId acceptingIntfId_;
+   Qor::Seconds lastPollTime_ = 0;
+   FastdropColl fastdrop_;
+};
+
+}  // namespace Routing::Multicast::Fib::Hardware

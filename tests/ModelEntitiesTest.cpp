@@ -1,0 +1,486 @@
+// The entities of the model: what they tell, when, and in which state they are when they tell it.
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <map>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "Bfd/StatusPeer.h"
+#include "Interface/AllIntfStatusDir.h"
+#include "Interface/AllIntfStatusLocalDir.h"
+#include "Interface/EthIntfStatusDir.h"
+#include "IntfVlanId/Table.h"
+#include "Ip/Status.h"
+#include "MrouteLib/MrouteCounterKeyMapTable.h"
+#include "Routing/Hardware/RouteStatus.h"
+#include "Routing/Multicast/Fib/Counter.h"
+#include "Routing/Multicast/Fib/CounterStatus.h"
+#include "Routing/Multicast/Fib/CounterStatusCtl.h"
+#include "Routing/Multicast/Fib/Hardware/Status.h"
+#include "Routing/Multicast/Fib/VrfConfig.h"
+#include "Routing/Multicast/Fib/VrfEnabledStatus.h"
+#include "Vel/L3Status.h"
+#include "Vel/VelCommonSmData.h"
+
+namespace {
+
+using namespace Routing::Multicast::Fib;
+using Bridging::VlanId;
+using Bridging::VlanIdOrNone;
+using L3::VrfName;
+using Lnet::IntfId;
+using Vel::VrfId;
+
+using Log = std::vector<std::string>;
+
+IpGenRouteKey key(unsigned n) {
+   return IpGenRouteKey::fromAddresses(
+         Lnet::IpGenAddr::parse("10.0.0.2").value(),
+         Lnet::IpGenAddr::parse("239.1." + std::to_string(n / 256) + '.' + std::to_string(n % 256))
+               .value());
+}
+
+template <class Error = Qor::RangeException, class F>
+std::string errorText(F f) {
+   try {
+      f();
+   } catch (Error const& e) {
+      return e.what();
+   }
+   return "no error";
+}
+
+// ---- Hardware status of multicast forwarding. ----
+
+TEST(ModelEntities, TheRouteCountIsRightWheneverAnybodyIsTold) {
+   auto const status = Qor::make<Hardware::Status>();
+   struct Watch final : Hardware::VrfStatus::Notifiee {
+      explicit Watch(Hardware::Status const* s) : status(s) {}
+      void onRoute(IpGenRouteKey const&) override { counts.push_back(status->routes()); }
+      void onRouteImmediate() override { counts.push_back(100 + status->routes()); }
+      Hardware::Status const* status;
+      std::vector<Qor::U32> counts;
+   } watch(status.get());
+   auto const red = status->vrfStatusIs(VrfName("red"));
+   auto const blue = status->vrfStatusIs(VrfName("blue"));
+   EXPECT_EQ(status->vrfStatusIs(VrfName("red")), red);
+   watch.notifierIs(red);
+   auto const one = red->routeIs(key(1));
+   EXPECT_EQ(red->routeIs(key(1)), one);  // there already: neither counted nor told
+   red->routeIs(key(2));
+   blue->routeIs(key(1));
+   red->routeDel(key(9));
+   red->routeDel(key(1));
+   red->routeDel(red->route().begin());
+   red->routeIs(key(3));
+   red->routeDelAll();
+   EXPECT_EQ(watch.counts, (std::vector<Qor::U32>{1, 2, 2, 1, 2, 101}));
+
+   // A VRF that has been let go counts no more, whoever still holds it and whatever becomes of it.
+   red->routeIs(key(4));
+   EXPECT_EQ(status->routes(), 2u);
+   status->vrfStatusDel(VrfName("red"));
+   EXPECT_EQ(status->routes(), 1u);
+   red->routeIs(key(5));
+   red->routeDel(key(4));
+   EXPECT_EQ(status->routes(), 1u);
+   EXPECT_NE(status->vrfStatusIs(VrfName("red")), red);
+   status->vrfStatusDel(status->vrfStatus().begin());  // blue
+   EXPECT_EQ(status->routes(), 0u);
+   status->vrfStatus(VrfName("red"))->routeIs(key(6));
+   status->vrfStatusDelAll();
+   EXPECT_EQ(status->routes(), 0u);
+}
+
+TEST(ModelEntities, AVrfOutlivesAStatusThatAHandlerDestroys) {
+   auto status = Qor::make<Hardware::Status>();
+   struct Watch final : Hardware::VrfStatus::Notifiee {
+      explicit Watch(Qor::Ptr<Hardware::Status>& s) : status(s) {}
+      void onRoute(IpGenRouteKey const&) override { status = nullptr; }
+      Qor::Ptr<Hardware::Status>& status;
+   } watch(status);
+   auto const vrf = status->vrfStatusIs(VrfName("red"));
+   watch.notifierIs(vrf);
+   EXPECT_NE(vrf->routeIs(key(1)), nullptr);
+   vrf->routeIs(key(2));
+   EXPECT_EQ(vrf->route().size(), 2u);
+}
+
+TEST(ModelEntities, AWalkGoesOnBehindARouteOrAVrfThatHasGone) {
+   auto const status = Qor::make<Hardware::Status>();
+   for (char const* vrf : {"c", "a", "b"})
+      status->vrfStatusIs(VrfName(vrf));
+   status->vrfStatusDel(VrfName("b"));
+   EXPECT_EQ(status->vrfStatus().upperBound(VrfName("b"))->first, VrfName("c"));
+   auto const vrf = status->vrfStatus(VrfName("a"));
+   for (unsigned n : {3, 1, 2})
+      vrf->routeIs(key(n));
+   vrf->routeDel(key(2));
+   EXPECT_EQ(vrf->route().lowerBound(key(2))->second->key(), key(3));
+   EXPECT_EQ(vrf->route().upperBound(key(3)), vrf->route().end());
+}
+
+TEST(ModelEntities, ARouteStatusTellsChangesOnly) {
+   auto const route = Qor::make<Hardware::RouteStatus>(key(1));
+   struct Watch final : Hardware::RouteStatus::Notifiee {
+      void onAcceptingIntfId() override { log.push_back("intf"); }
+      void onLastPollTime() override { log.push_back("poll"); }
+      void onFastdropLastPollTime(Qor::Name const& n) override { log.push_back(n); }
+      void onFastdropLastPollTimeImmediate() override { log.push_back("all"); }
+      Log log;
+   } watch;
+   watch.notifierIs(route);
+   route->acceptingIntfIdIs(IntfId());
+   route->acceptingIntfIdIs(IntfId("rtr1"));
+   route->lastPollTimeIs(0);
+   for (double const t : {2.5, 2.5})
+      route->lastPollTimeIs(t);
+   for (double const t : {0.0, 0.0, 3.0, 3.0})
+      route->fastdropLastPollTimeIs("rtr2", t);
+   EXPECT_EQ(route->fastdropLastPollTime("rtr2"), 3.0);
+   route->fastdropLastPollTimeIs("rtr3", 0);
+   EXPECT_EQ(route->fastdropLastPollTimeDel(route->fastdropLastPollTime().begin())->first, "rtr3");
+   route->fastdropLastPollTimeDelAll();
+   route->fastdropLastPollTimeDelAll();
+   EXPECT_EQ(watch.log, (Log{"intf", "poll", "rtr2", "rtr2", "rtr3", "rtr2", "all"}));
+}
+
+// ---- Two-way maps. ----
+
+TEST(ModelEntities, InterfacesAndVlansAreInStepWheneverAnybodyIsTold) {
+   auto const table = Qor::make<IntfVlanId::Table>();
+   struct Watch final : IntfVlanId::Table::Notifiee {
+      void check() {
+         auto const& t = *notifier();
+         ASSERT_EQ(t.intfIdToVlanId().size(), t.vlanIdToIntfId().size());
+         for (auto const& [intfId, vlanId] : t.intfIdToVlanId())
+            ASSERT_EQ(t.vlanIdToIntfId(vlanId), intfId);
+      }
+      void onIntfIdToVlanId(IntfId intfId) override {
+         intfs[intfId] = notifier()->intfIdToVlanId(intfId).value();
+         check();
+      }
+      void onVlanIdToIntfId(VlanId vlanId) override {
+         vlans[vlanId.value()] = notifier()->vlanIdToIntfId(vlanId);
+         check();
+      }
+      std::map<IntfId, unsigned> intfs;  // what the notifications alone have told
+      std::map<unsigned, IntfId> vlans;
+   } watch;
+   watch.notifierIs(table);
+   std::map<IntfId, unsigned> model;
+   std::mt19937 random(7);
+   for (unsigned step = 0; step < 3000; ++step) {
+      IntfId const intfId("rtr" + std::to_string(random() % 8));
+      unsigned const vlan = 1 + random() % 8;
+      if (random() % 4 == 0) {
+         table->intfIdToVlanIdDel(intfId);
+         model.erase(intfId);
+      } else {
+         table->intfIdToVlanIdIs(intfId, VlanId(vlan));
+         std::erase_if(model, [&](auto const& entry) { return entry.second == vlan; });
+         model[intfId] = vlan;
+      }
+      for (auto const& [told, number] : watch.intfs)
+         ASSERT_EQ(number, model.contains(told) ? model[told] : 0u) << "step " << step;
+      for (auto const& [number, told] : watch.vlans) {
+         ASSERT_EQ(table->vlanIdToIntfId(VlanId(number)), told) << "step " << step;
+         ASSERT_TRUE(told.isNull() || model[told] == number) << "step " << step;
+      }
+   }
+   EXPECT_EQ(watch.intfs.size(), 8u);
+   EXPECT_EQ(errorText([&] { table->intfIdToVlanIdIs(IntfId(), VlanId(5)); }),
+             "IntfVlanId::Table::intfId empty not allowed");
+   EXPECT_TRUE(table->intfIdToVlanId(IntfId("none")).isNone());
+}
+
+TEST(ModelEntities, TheVrfMapTellsEachSideOnceAndKeepsNamesOfAnyLength) {
+   auto const l3 = Qor::make<Vel::L3Status>();
+   struct Watch final : Vel::L3Status::Notifiee {
+      void onVrfNameToVrfId(Qor::Name const& name) override { log.push_back(name); }
+      void onVrfIdToVrfName(VrfId id) override { log.push_back(id.strep()); }
+      void onVrfNameToVrfIdImmediate() override { log.push_back("names"); }
+      void onVrfIdToVrfNameImmediate() override { log.push_back("ids"); }
+      void onMulticastReviewPending() override { log.push_back("multicast"); }
+      void onWaitForRoutingDisabledRefCnt() override { log.push_back("wait"); }
+      Log log;
+   } watch;
+   watch.notifierIs(l3);
+   l3->vrfNameToVrfIdIs("red", VrfId(1));
+   l3->vrfNameToVrfIdIs("red", VrfId(1));
+   l3->vrfNameToVrfIdIs("blue", VrfId(1));  // takes it from red
+   l3->vrfNameToVrfIdIs("blue", VrfId(2));
+   l3->vrfNameToVrfIdDel("red");
+   l3->vrfNameToVrfIdDel("blue");
+   EXPECT_EQ(watch.log, (Log{"red", "1", "red", "blue", "1", "blue", "1", "2", "blue", "2"}));
+
+   watch.log.clear();
+   std::string const longName(101, 'x');
+   l3->vrfNameToVrfIdIs(longName, VrfId(7));
+   EXPECT_EQ(errorText([&] { VrfName(l3->vrfIdToVrfName(VrfId(7))); }),
+             "VrfName::bytes > 100 not allowed");
+   l3->vrfNameToVrfIdDelAll();
+   l3->vrfNameToVrfIdDelAll();
+   EXPECT_EQ(watch.log, (Log{longName, "7", "names", "ids"}));
+   EXPECT_EQ(l3->vrfNameToVrfId("red"), VrfId(0));
+   EXPECT_EQ(l3->vrfIdToVrfName(VrfId(7)), "");
+
+   watch.log.clear();
+   l3->multicastReviewPendingInc();
+   l3->waitForRoutingDisabledRefCntInc(0);
+   l3->waitForRoutingDisabledRefCntInc(2);
+   EXPECT_EQ(watch.log, (Log{"multicast", "wait"}));
+   EXPECT_EQ(l3->waitForRoutingDisabledRefCnt(), 2u);
+}
+
+TEST(ModelEntities, AHandlerMayDestroyATwoWayTableWhileItTells) {
+   auto table = Qor::make<IntfVlanId::Table>();
+   struct Watch final : IntfVlanId::Table::Notifiee {
+      explicit Watch(Qor::Ptr<IntfVlanId::Table>& t) : table(t) {}
+      void onIntfIdToVlanId(IntfId) override { table = nullptr; }
+      void onIntfIdToVlanIdImmediate() override { table = nullptr; }
+      Qor::Ptr<IntfVlanId::Table>& table;
+   } watch(table);
+   table->intfIdToVlanIdIs(IntfId("rtr1"), VlanId(5));
+   watch.notifierIs(table);
+   table->intfIdToVlanIdIs(IntfId("rtr2"), VlanId(5));
+   EXPECT_EQ(table, nullptr);
+   table = Qor::make<IntfVlanId::Table>();
+   table->intfIdToVlanIdIs(IntfId("rtr1"), VlanId(5));
+   watch.notifierIs(table);
+   table->intfIdToVlanIdDelAll();
+   EXPECT_EQ(table, nullptr);
+   EXPECT_EQ(watch.notifier(), nullptr);
+}
+
+// ---- Directories. ----
+
+template <class Dir>
+class ModelIntfDirectories : public testing::Test {};
+using IntfDirectories = testing::Types<Interface::EthIntfStatusDir, Interface::AllIntfStatusDir,
+                                       Interface::AllIntfStatusLocalDir>;
+TYPED_TEST_SUITE(ModelIntfDirectories, IntfDirectories);
+
+TYPED_TEST(ModelIntfDirectories, TellMembersAndRefuseNull) {
+   using StatusPtr = typename TypeParam::StatusPtr;
+   auto const dir = Qor::make<TypeParam>();
+   struct Watch final : TypeParam::Notifiee {
+      void onIntfStatus(IntfId intfId) override { log.push_back(intfId.name()); }
+      void onIntfStatusImmediate() override { log.push_back("all"); }
+      Log log;
+   } watch;
+   watch.notifierIs(dir.get());
+   auto const et1 = dir->newIntfStatus(IntfId("et1"));
+   EXPECT_EQ(dir->newIntfStatus(IntfId("et1")), et1);
+   dir->intfStatusIs(et1);
+   et1->operStatusIs(Interface::IntfOperStatus::down);  // the member's own notifiees hear that
+   EXPECT_EQ(watch.log, Log{"et1"});
+   dir->intfStatusIs(StatusPtr(new typename StatusPtr::element_type(IntfId("et1"))));
+   dir->newIntfStatus(IntfId("et2"));
+   EXPECT_EQ(errorText([&] { dir->intfStatusIs(nullptr); }),
+             "null _intfStatus parameter to mutator for " + std::string(TypeParam::typeName) +
+                   "::intfStatus not allowed\"");
+   for (auto it = dir->intfStatus().begin(); it != dir->intfStatus().end();)
+      it = dir->intfStatusDel(it);
+   EXPECT_EQ(watch.log, (Log{"et1", "et1", "et2", "et1", "et2"}));
+   watch.notifierIs(Qor::make<TypeParam>().get());  // moved: bring yourself in step
+   EXPECT_EQ(watch.log.back(), "all");
+}
+
+TEST(ModelEntities, AnEthernetStatusMayStandInSeveralDirectoriesAndTellsItsOwnReactors) {
+   auto const eth = Qor::make<Interface::EthIntfStatusDir>();
+   auto const all = Qor::make<Interface::AllIntfStatusDir>();
+   auto const et1 = eth->newIntfStatus(IntfId("et1"));
+   all->intfStatusIs(et1);
+   struct Watch final : Interface::EthIntfStatus::Notifiee {
+      void onOperStatus() override { seen.push_back(notifier()->operStatus()); }
+      std::vector<Interface::IntfOperStatus> seen;
+   } watch;
+   watch.notifierIs(et1.get());
+   using enum Interface::IntfOperStatus;
+   for (auto const status : {unknown, up, up, lowerLayerDown})
+      all->intfStatus(IntfId("et1"))->operStatusIs(status);
+   EXPECT_EQ(watch.seen, (std::vector{up, lowerLayerDown}));
+}
+
+TEST(ModelEntities, ABfdApplicationStaysRegisteredAsLongAsAnyOfItsRegistrations) {
+   auto const dir = Qor::make<Bfd::StatusPeer>();
+   auto const peers = Qor::make<Bfd::AppStatus>();
+   struct Watch final : Bfd::StatusPeer::Notifiee {
+      void onRegistration(Qor::U32 number) override {
+         auto const r = notifier()->registration(number);
+         log.push_back((r.appStatus ? "+" : "-") + std::to_string(number));
+      }
+      Log log;
+   } watch;
+   watch.notifierIs(dir);
+   Qor::Ptr<Bfd::StatusPeer const> const seen = dir;
+   auto first = Qor::make<Bfd::AppRegistration>("", seen, peers, VrfName("default"));
+   auto second = Qor::make<Bfd::AppRegistration>("", seen, peers, VrfName("default"));
+   EXPECT_EQ(dir->registrations("", VrfName("default")), 2u);
+   EXPECT_EQ(dir->registrations("", VrfName("red")), 0u);
+   first = nullptr;
+   EXPECT_EQ(dir->registrations("", VrfName("default")), 1u);
+   second = nullptr;
+   EXPECT_EQ(watch.log, (Log{"+1", "+2", "-1", "-2"}));
+   for (auto const& [attribute, make] : std::map<std::string, std::function<void()>>{
+              {"bfdAllPeerStatusDir",
+               [&] { Qor::make<Bfd::AppRegistration>("", nullptr, peers, VrfName()); }},
+              {"bfdAllPeerStatus",
+               [&] { Qor::make<Bfd::AppRegistration>("", seen, nullptr, VrfName()); }}}) {
+      EXPECT_EQ(errorText(make), "null _" + attribute +
+                                       " parameter to mutator for Bfd::AppRegistration::" +
+                                       attribute + " not allowed\"");
+   }
+   EXPECT_EQ(watch.log.size(), 4u);
+
+   // A session starts in the state that no reroute comes from, on the interface its peer names.
+   Bfd::Peer const peer(Bfd::SessionType::singleHop, Lnet::IpGenAddr::parse("10.0.0.2").value(),
+                        IntfId("rtr1"), VrfName("default"));
+   auto const session = peers->newPeerStatus(peer);
+   EXPECT_EQ(session->status(), Bfd::OperState());
+   EXPECT_EQ(session->intf(), IntfId("rtr1"));
+   EXPECT_EQ(session->name(), "singleHop 10.0.0.2 rtr1 default");
+   EXPECT_EQ(peers->newPeerStatus(peer), session);
+   EXPECT_EQ(errorText([&] { peers->peerStatusIs(nullptr); }),
+             "null _peerStatus parameter to mutator for Bfd::AppStatus::peerStatus not allowed\"");
+}
+
+// ---- VRFs and configuration. ----
+
+TEST(ModelEntities, AVrfOfTheHardwareKeepsItsNumber) {
+   auto const status = Qor::make<Routing::Hardware::RouteStatus>();
+   auto const red = status->newVrfStatus(VrfName("red"), VrfId(3));
+   EXPECT_EQ(status->newVrfStatus(VrfName("red"), VrfId(3)), red);
+   EXPECT_EQ(errorText<Qor::ReinstantiationException>(
+                   [&] { status->newVrfStatus(VrfName("red"), VrfId(4)); }),
+             "Reinstantiating the pointer interface where constructor parameter attribute _vrfId "
+             "has a different value of 3");
+   EXPECT_EQ(status->vrfStatus(VrfName("red"))->vrfId(), VrfId(3));
+   status->vrfStatusDel(VrfName("red"));
+   EXPECT_EQ(status->vrfStatus(VrfName("red")), nullptr);
+   EXPECT_EQ(status->newVrfStatus(VrfName("red"), VrfId(4))->vrfId(), VrfId(4));
+}
+
+TEST(ModelEntities, ThePollingIntervalIsRefusedOutsideItsRangeAndThenStaysAsItWas) {
+   auto const config = Qor::make<VrfConfig>();
+   EXPECT_EQ(config->activityPollingInterval(), 60);
+   for (Qor::U64 const bad : {Qor::U64{0}, Qor::U64{256}, Qor::U64{0x100000001}}) {
+      EXPECT_EQ(errorText([&] { config->activityPollingIntervalIs(bad); }),
+                "VrfConfig::activityPollingInterval < 1 or > 255 not allowed")
+            << bad;
+   }
+   EXPECT_EQ(config->activityPollingInterval(), 60);
+   for (Qor::U8 const good : {1, 255}) {
+      config->activityPollingIntervalIs(good);
+      EXPECT_EQ(config->activityPollingInterval(), good);
+   }
+   EXPECT_EQ(errorText([&] { config->configIs(nullptr); }),
+             "null _config parameter to mutator for Routing::Multicast::Fib::VrfConfig::config not "
+             "allowed\"");
+}
+
+TEST(ModelEntities, CounterConfigurationTellsARepeatedWishOnceAndEachClearing) {
+   auto const config = Qor::make<VrfConfig>()->newConfig("red");
+   struct Watch final : Config::Notifiee {
+      void onCounterRoute(IpGenRouteKey const& k) override {
+         log.push_back(notifier()->counterRoute(k) ? "count" : "ignore");
+      }
+      void onClearCounterRoute(IpGenRouteKey const&) override { log.push_back("clear"); }
+      void onCounterRouteImmediate() override { log.push_back("counters"); }
+      void onClearCounterRouteImmediate() override { log.push_back("clearings"); }
+      Log log;
+   } watch;
+   watch.notifierIs(config);
+   config->counterRouteIs(key(1));
+   config->counterRouteIs(key(1));
+   config->clearCounterRouteInc(key(1));
+   config->clearCounterRouteInc(key(1));
+   config->counterRouteDel(key(1));
+   config->counterRouteDel(key(1));
+   watch.hasNotificationActiveIs(false);
+   watch.hasNotificationActiveIs(true);
+   EXPECT_EQ(watch.log, (Log{"count", "clear", "clear", "ignore", "counters", "clearings"}));
+
+   auto const enabled = Qor::make<VrfEnabledStatus>();
+   for (char const* vrf : {"red", "blue", "red"})
+      enabled->vrfIs(VrfName(vrf));
+   EXPECT_EQ(enabled->vrf().size(), 2u);
+   EXPECT_EQ(enabled->vrf().begin()->first, VrfName("blue"));
+}
+
+// ---- Counters and verification. ----
+
+TEST(ModelEntities, TheCounterIdleForLongestComesFirst) {
+   Qor::OrderedMap<Counter, bool> shadow;
+   for (auto const& counter : {Counter(2.0, key(1)), Counter(1.0, key(3)), Counter(1.0, key(2))})
+      shadow.insert(counter, true);
+   Log order;
+   for (auto const& [counter, active] : shadow)
+      order.push_back(counter.key().pretty());
+   EXPECT_EQ(order, (Log{key(2).pretty(), key(3).pretty(), key(1).pretty()}));
+   Counter const counter(2.5, key(1));
+   EXPECT_EQ(counter.strep(),
+             "Value('Routing::Multicast::Fib::Counter', ** {'timeStamp': 2.5, "
+             "'key': " +
+                   key(1).strep() + "})");
+   EXPECT_EQ(Counter(counter.strep()), counter);
+}
+
+TEST(ModelEntities, CounterTablesTellAnyChangeOfAnEntryAndCountNothingBelowZero) {
+   auto const status = Qor::make<CounterStatus>();
+   struct Watch final : CounterStatus::Notifiee {
+      void onCounter(IpGenRouteKey const&) override { ++told; }
+      int told = 0;
+   } watch;
+   watch.notifierIs(status);
+   for (auto const& entry : std::vector<CounterStatus::Entry>{
+              {0, 0, false}, {0, 0, false}, {5, 0, false}, {5, 1, false}, {5, 1, true}})
+      status->counterIs(key(1), entry);
+   EXPECT_EQ(watch.told, 4);
+   EXPECT_EQ(status->counter(key(2)), CounterStatus::Entry());
+
+   auto const ctl = Qor::make<CounterStatusCtl>();
+   ctl->currSizeInc();
+   ctl->currSizeDec();
+   EXPECT_EQ(ctl->currSize(), 0u);
+   EXPECT_DEATH(ctl->currSizeDec(), "currSize_ > 0");
+   EXPECT_DEATH(ctl->currActiveDec(), "currActive_ > 0");
+
+   auto const map = Qor::make<MrouteLib::MrouteCounterKeyMapTable>();
+   MrouteLib::MrouteCounterKey const route(VrfId(1), key(1));
+   EXPECT_EQ(map->counterKey(route), FlexCounters::noCounterKey);
+   map->counterKeyIs(route, 0);
+   EXPECT_EQ(map->counterKey(route), 0u);
+}
+
+TEST(ModelEntities, AnyNumberOfVerifyRequestsIsOneMark) {
+   auto const data = Qor::make<Vel::VerifyData>();
+   struct Watch final : Vel::VerifyData::Notifiee {
+      void onReverify() override { log.push_back("reverify"); }
+      void onVerify() override { log.push_back("verify"); }
+      void onVerifyRequired() override { log.push_back("required"); }
+      Log log;
+   } watch;
+   watch.notifierIs(data);
+   data->doRequestVerify();
+   data->doRequestVerify();
+   data->reverifyIs(false);
+   data->verifyIs(data->verify() + 1);
+   data->doRequestVerify();
+   EXPECT_EQ(watch.log, (Log{"reverify", "reverify", "verify", "reverify"}));
+
+   auto const common = Qor::make<Vel::VelCommonSmData>();
+   struct Follow final : Vel::VelCommonSmData::Notifiee {
+      void onVerifyData() override { ++told; }
+      int told = 0;
+   } follow;
+   follow.notifierIs(common);
+   for (auto const& v : std::vector<Qor::Ptr<Vel::VerifyData>>{nullptr, data, data, nullptr})
+      common->verifyDataIs(v);
+   EXPECT_EQ(follow.told, 2);
+}
+
+}  // namespace

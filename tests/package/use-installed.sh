@@ -1,0 +1,48 @@
+#!/bin/sh
+# Installs the built tree, moves the result to another place, and there builds and runs a program
+# that knows only the installed package: by find_package, by pkg-config, and with every header.
+# usage: use-installed.sh CMAKE PKG_CONFIG COMPILER FLAGS BUILD_DIR LIBDIR WORK_DIR
+set -eu
+cmake=$1 pkg_config=$2 compiler=$3 flags=$4 build=$5 libdir=$6 work=$7
+user=$(dirname "$0")/user
+expected='group 0
+VlanId::value < 1 or > 4094 not allowed'
+
+expect() {
+   if [ "$2" != "$expected" ]; then
+      printf '%s printed:\n%s\ninstead of:\n%s\n' "$1" "$2" "$expected"
+      exit 1
+   fi
+}
+
+rm -rf "$work"
+mkdir -p "$work"
+"$cmake" --install "$build" --prefix "$work/staged" >"$work/install.log"
+prefix="$work/moved prefix"
+mv "$work/staged" "$prefix"
+test "$(readlink "$prefix/$libdir/libVelMroute.so")" = libVelMroute.so.0
+
+"$cmake" -S "$user" -B "$work/by-cmake" -G Ninja -DCMAKE_CXX_COMPILER="$compiler" \
+   -DCMAKE_CXX_FLAGS="$flags" -DCMAKE_PREFIX_PATH="$prefix"
+"$cmake" --build "$work/by-cmake"
+expect "the user built by find_package" "$("$work/by-cmake/user")"
+
+# pkg-config quotes its answer for a shell to read.
+PKG_CONFIG_PATH=$prefix/$libdir/pkgconfig
+export PKG_CONFIG_PATH
+eval "set -- $("$pkg_config" --cflags --libs velmroute)"
+"$compiler" $flags "$user/main.cpp" -o "$work/by-pkg-config" "$@"
+expect "the user built by pkg-config" \
+   "$(LD_LIBRARY_PATH="$prefix/$libdir" "$work/by-pkg-config")"
+
+# The program, where it is built, finds the library in the prefix.
+if [ -e "$build/bin/velmroute" ]; then
+   "$prefix/bin/velmroute" --version
+fi
+
+# No header needs a file that stayed behind, or makes its user warn.
+include=$prefix/include/VelMroute
+(cd "$include" && find . -name '*.h') | sort | sed 's|^\./\(.*\)$|#include "\1"|' \
+   >"$work/every-header.cpp"
+"$compiler" -std=c++20 -Wall -Wextra -Wpedantic -Werror -fsyntax-only -I"$include" \
+   "$work/every-header.cpp"

@@ -1,0 +1,19 @@
+// A user of the installed library: a programmer on bare hooks (no hardware: VEL_NOOP_AGENT).
+#include <cstdlib>
+#include <iostream>
+
+#include "Vel/VelAsyncMrouteSwitch.h"
+
+int main() {
+   setenv("VEL_NOOP_AGENT", "", 1);
+   auto const hooks = Qor::make<VelHelper::AsyncMrouteHelper>("hooks", nullptr, nullptr);
+   auto const chip = Vel::Mroute::asyncMrouteSwitchFactory("chip", nullptr, hooks);
+   auto const oifSet = Qor::make<MrouteLib::OifSet>(nullptr, MrouteLib::PortVlanSet());
+   chip->doAllocateMtableOifSet({}, oifSet, nullptr, 0, false);
+   std::cout << "group " << chip->doGetMulticastId(chip->mtableOifSet()) << '\n';
+   try {
+      Bridging::VlanId{4095};
+   } catch (Qor::RangeException const& e) {
+      std::cout << e.what() << '\n';
+   }
+}
