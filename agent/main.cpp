@@ -1,5 +1,7 @@
 // The program's command line.
 #include <CLI/CLI.hpp>
+#include <csignal>
+#include <iostream>
 
 #include "agent/RunCommand.h"
 
@@ -32,18 +34,21 @@ void addRun(CLI::App& app, RunOptions& options, std::vector<std::string>& traces
          ->check(chipSyntax());
    run->add_option("--show", shows, "tables to print: routes, oifsets, zombies, chip")
          ->delimiter(',')
+         ->allow_extra_args(false)
          ->check(CLI::IsMember({"routes", "oifsets", "zombies", "chip"}));
    run->add_flag("-j,--json", options.json, "print everything as one JSON object");
    run->add_flag("--check,!--no-check", options.check,
                  "compare what the chip forwards with the capture's end (on by default)");
    run->add_flag("--keep-going", options.keepGoing, "report malformed lines and go on");
    run->add_option("--trace", traces, "trace up to LEVEL (0-9) of the handles that match GLOB")
+         ->allow_extra_args(false)
          ->type_name("LEVEL[:GLOB]");
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
+   std::signal(SIGPIPE, SIG_IGN);  // a reader of the output that goes is a failed write
    CLI::App app("Carries multicast routes onto a switch chip.", "velmroute");
    app.set_version_flag("--version", "velmroute " VELMROUTE_VERSION);
    app.require_subcommand(1);
@@ -55,7 +60,8 @@ int main(int argc, char** argv) {
    try {
       app.parse(argc, argv);
    } catch (CLI::ParseError const& error) {
-      return app.exit(error) == 0 ? Agent::exitDone : Agent::exitUsage;
+      if (app.exit(error) != 0) return Agent::exitUsage;
+      return Agent::outputWritten() ? Agent::exitDone : Agent::exitFailed;
    }
    if (!chip.empty()) Agent::parseChipOption(chip, options.chip);
    for (std::string const& show : shows)
