@@ -115,11 +115,12 @@ void SimulatedSwitch::apply(MrouteEvent const& event) {
 
 void SimulatedSwitch::apply(LinkEvent const& event) {
    // Another name of the same link was its name until now, and is nobody's any more.
-   std::erase_if(links_, [&](auto const& link) {
-      bool const renamed = link.second.ifindex == event.ifindex && link.first != event.intf;
-      if (renamed) linkIs(link.first, true);
-      return renamed;
-   });
+   Lnet::IntfId const before = std::exchange(linkNames_[event.ifindex], event.intf);
+   auto const renamed = before == event.intf ? links_.end() : links_.find(before);
+   if (renamed != links_.end() && renamed->second.ifindex == event.ifindex) {
+      links_.erase(renamed);
+      linkIs(before, true);
+   }
    bool const up = carriesTraffic(event.status);
    links_[event.intf] = {event.ifindex, up};
    linkIs(event.intf, up);

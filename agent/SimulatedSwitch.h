@@ -62,7 +62,8 @@ class SimulatedSwitch {
 
    mutable InterfaceMap intfMap_;
    std::map<Lnet::IntfId, Link> links_;  // by the present name; those never heard of are up
-   std::size_t portsMade_ = 0;           // interfaces of the map that the chip knows
+   std::map<std::uint32_t, Lnet::IntfId> linkNames_;  // the latest of each index
+   std::size_t portsMade_ = 0;                        // interfaces of the map that the chip knows
    Qor::Ptr<Qor::ActivityManager> const activity_;
    Qor::Ptr<Sim::Chip> const chip_;
    Qor::Ptr<Sim::AsyncPlatform> const platform_;
