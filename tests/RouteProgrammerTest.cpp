@@ -37,6 +37,7 @@ class Bench {
          EXPECT_EQ(chip->portAdd(et(i), i, Bridging::VlanIdOrNone(Qor::U64{i})), "");
       Sim::AsyncPlatformConfig platformConfig;
       platformConfig.callCost = callCost;
+      platformConfig.noIngressTypes = {RouteKeyType::bridged};
       platform = Qor::make<Sim::AsyncPlatform>("sim", chip, platformConfig);
       routeStatus = Qor::make<Routing::Hardware::RouteStatus>();
       routeStatus->newVrfStatus(L3::VrfName("default"), Vel::VrfId(0));
@@ -310,6 +311,21 @@ TEST(RouteProgrammer, ZombiesAreGivenUpOldestFirstAndNoMoreThanNeeded) {
    b.now("8=7");
    EXPECT_EQ(b.receivers(8), "7");
    EXPECT_EQ(counters.resurrections, 1u);
+}
+
+// Its group is in use though no entry points at it, and it never becomes a zombie.
+TEST(RouteProgrammer, ARouteThatNeedsNoEntryTakesAGroupOnly) {
+   Bench b({1, 0, 0, 0.001});
+   for (unsigned n : {1, 2}) {
+      WantedRoute w = Bench::wanted(std::to_string(n));
+      w.set.typeIs(RouteKeyType::bridged);
+      b.programmer->routeIs(L3::VrfName("default"), Bench::key(n), w);
+   }
+   b.drain();
+   EXPECT_EQ(b.states(1, 2), "hg");
+   b.now("-1");
+   EXPECT_EQ(b.states(2, 2), "h");
+   EXPECT_EQ(b.writes(), "21/000");
 }
 
 TEST(RouteProgrammer, RoutesThatComeAndGoWhileTheTableIsFullLeaveNothingBehind) {
