@@ -30,9 +30,18 @@ SimulatedSwitch::SimulatedSwitch(Sim::ChipConfig const& config, InterfaceMap int
         platform_(Qor::make<Sim::AsyncPlatform>("sim", chip_)),
         routeStatus_(Qor::make<Routing::Hardware::RouteStatus>()),
         mrouteSwitch_(Vel::Mroute::asyncMrouteSwitchFactory("switch1", routeStatus_, platform_)),
+        mfibConfig_(Qor::make<Routing::Multicast::Fib::VrfConfig>()),
+        mfibHwStatus_(Qor::make<Routing::Multicast::Fib::Hardware::Status>()),
+        intfVlanIdTable_(Qor::make<IntfVlanId::Table>()),
+        ethIntfStatusDir_(Qor::make<Interface::EthIntfStatusDir>()),
+        bfdStatusPeer_(Qor::make<Bfd::StatusPeer>()),
+        bfdAppStatus_(Qor::make<Bfd::AppStatus>()),
         routeProgrammer_(std::make_unique<RouteProgrammer>(
-              mrouteSwitch_, Qor::make<MrouteLib::MrouteTableColl>(),
-              Qor::make<Routing::Multicast::Fib::Hardware::Status>())) {
+              mrouteSwitch_, Qor::make<MrouteLib::MrouteTableColl>(), mfibHwStatus_)),
+        reactor_(Vel::Mroute::AsyncMrouteSwitchSmIs(
+              mrouteSwitch_, intfVlanIdTable_, mfibConfig_, mfibHwStatus_, platform_,
+              Qor::make<Qor::Clock>("zombieClock"), Qor::make<Qor::Clock>("agingClock"),
+              ethIntfStatusDir_, bfdStatusPeer_, bfdAppStatus_, nullptr, nullptr)) {
    learnVrf(L3::VrfName("default"));
 }
 
@@ -45,7 +54,9 @@ void SimulatedSwitch::apply(CaptureEvent const& event) {
 }
 
 void SimulatedSwitch::settle() {
-   activity_->runUntil(Qor::never);
+   while (!routeProgrammer_->settled() || platform_->queue()->pending() != 0) {
+      activity_->runUntil(activity_->nextDeadline());
+   }
 }
 
 std::optional<Vel::VrfId> SimulatedSwitch::vrfId(L3::VrfName const& vrf) const {
@@ -78,11 +89,12 @@ Intf const& SimulatedSwitch::learnIntf(Lnet::IntfId id) {
    Intf const& known = intfMap_.intf(id);
    for (; portsMade_ < intfMap_.intfs().size(); ++portsMade_) {
       Intf const& intf = *intfMap_.intfs()[portsMade_];
+      intfVlanIdTable_->intfIdToVlanIdIs(intf.id, intf.vlan);
       if (intf.port == 0) continue;
       Sim::Refusal const refusal = chip_->portAdd(intf.id, intf.port, intf.vlan);
       QOR_ASSERT(refusal.empty());
       auto const link = links_.find(intf.id);
-      if (link != links_.end()) linkIs(intf.id, link->second.up);
+      linkIs(intf.id, link == links_.end() ? Interface::IntfOperStatus::up : link->second.status);
    }
    return known;
 }
@@ -119,17 +131,18 @@ void SimulatedSwitch::apply(LinkEvent const& event) {
    auto const renamed = before == event.intf ? links_.end() : links_.find(before);
    if (renamed != links_.end() && renamed->second.ifindex == event.ifindex) {
       links_.erase(renamed);
-      linkIs(before, true);
+      linkIs(before, Interface::IntfOperStatus::up);
    }
-   bool const up = carriesTraffic(event.status);
-   links_[event.intf] = {event.ifindex, up};
-   linkIs(event.intf, up);
+   links_[event.intf] = {event.ifindex, event.status};
+   linkIs(event.intf, event.status);
 }
 
-void SimulatedSwitch::linkIs(Lnet::IntfId intf, bool up) {
+// The port knows before the software hears of it.
+void SimulatedSwitch::linkIs(Lnet::IntfId intf, Interface::IntfOperStatus status) {
    if (!chip_->port(intf)) return;
-   Sim::Refusal const refusal = chip_->linkIs(intf, up);
+   Sim::Refusal const refusal = chip_->linkIs(intf, carriesTraffic(status));
    QOR_ASSERT(refusal.empty());
+   ethIntfStatusDir_->newIntfStatus(intf)->operStatusIs(status);
 }
 
 void SimulatedSwitch::apply(SnapshotEvent const& event) {

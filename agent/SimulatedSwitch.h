@@ -1,5 +1,6 @@
 // A whole forwarding agent on the simulated chip, in virtual time: chip, platform hooks, table
-// programmer and route programmer, wired as on a real switch, and fed with the events of a capture.
+// programmer with its reactor, and route programmer, wired as on a real switch, and fed with the
+// events of a capture. The reactor purges zombies, polls activity, and hears of links.
 //
 // Interfaces become ports of the chip, and VRFs get their ids, when a route first names them; the
 // VRF "default" is 0. A link that no route names takes no port and no vlan: a host has many, and
@@ -11,6 +12,7 @@
 #include <map>
 
 #include "Routing/Hardware/RouteStatus.h"
+#include "Vel/VelAsyncMrouteSm.h"
 #include "agent/CaptureEvent.h"
 #include "agent/InterfaceMap.h"
 #include "agent/RouteProgrammer.h"
@@ -31,7 +33,8 @@ class SimulatedSwitch {
    // Raises InterfaceMapFull, before anything of the event is applied, when an interface has no
    // vlan left.
    void apply(CaptureEvent const& event);
-   // Runs until nothing is left to do: all transactions are complete.
+   // Runs until the routes are placed as far as they can be and all writes are complete. Timers
+   // that go on for ever, as activity polling, are no reason to go on.
    void settle();
 
    Sim::Chip& chip() { return *chip_; }
@@ -39,6 +42,7 @@ class SimulatedSwitch {
    Sim::AsyncPlatform const& platform() const { return *platform_; }
    Vel::Mroute::AsyncMrouteSwitch const& mrouteSwitch() const { return *mrouteSwitch_; }
    RouteProgrammer const& routeProgrammer() const { return *routeProgrammer_; }
+   Vel::Mroute::AsyncMrouteSwitchSm const& reactor() const { return *reactor_; }
    InterfaceMap const& interfaceMap() const { return intfMap_; }
    // Null for a VRF that has not been seen.
    std::optional<Vel::VrfId> vrfId(L3::VrfName const& vrf) const;
@@ -55,10 +59,10 @@ class SimulatedSwitch {
 
    struct Link {
       std::uint32_t ifindex;
-      bool up;
+      Interface::IntfOperStatus status;
    };
 
-   void linkIs(Lnet::IntfId intf, bool up);
+   void linkIs(Lnet::IntfId intf, Interface::IntfOperStatus status);
 
    mutable InterfaceMap intfMap_;
    std::map<Lnet::IntfId, Link> links_;  // by the present name; those never heard of are up
@@ -69,7 +73,14 @@ class SimulatedSwitch {
    Qor::Ptr<Sim::AsyncPlatform> const platform_;
    Qor::Ptr<Routing::Hardware::RouteStatus> const routeStatus_;
    Qor::Ptr<Vel::Mroute::AsyncMrouteSwitch> const mrouteSwitch_;
+   Qor::Ptr<Routing::Multicast::Fib::VrfConfig> const mfibConfig_;
+   Qor::Ptr<Routing::Multicast::Fib::Hardware::Status> const mfibHwStatus_;
+   Qor::Ptr<IntfVlanId::Table> const intfVlanIdTable_;
+   Qor::Ptr<Interface::EthIntfStatusDir> const ethIntfStatusDir_;
+   Qor::Ptr<Bfd::StatusPeer> const bfdStatusPeer_;
+   Qor::Ptr<Bfd::AppStatus> const bfdAppStatus_;
    std::unique_ptr<RouteProgrammer> const routeProgrammer_;
+   Qor::Ptr<Vel::Mroute::AsyncMrouteSwitchSm> const reactor_;
 };
 
 }  // namespace Agent
