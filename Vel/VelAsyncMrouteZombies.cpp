@@ -69,8 +69,9 @@ void AsyncMrouteSwitch::freeNow(RecordPtr const& record) {
    Qor::U32 const mcastId = record->multicastId();
    VEL_TRACE(2, "Freeing oifSet resources");
    if (record->skipDelete()) {
-      // clang-format off: the text of the assertion is behaviour
-      QOR_ASSERT(mrouteHelper()->needFixedOifSet(oifSet->portVlanSet().type()));
+      // The text of the assertion is behaviour, its blanks included.
+      // clang-format off
+      QOR_ASSERT(mrouteHelper()->needFixedOifSet( oifSet->portVlanSet().type() ));
       // clang-format on
    } else {
       mrouteHelper_->doDeleteOifSet(mcastId);
