@@ -69,14 +69,28 @@ AsyncMrouteSwitch::RecordPtr AsyncMrouteSwitch::reusableRecord(OifSetPtr const& 
    return existing;
 }
 
+// The record of this oif set that owns the group, other than `newer`. In inUseOifSet it may be
+// hidden behind a later record of the same set, which has another id and keeps its own group; and
+// the mapping that led here may be stale, so that there is none.
+AsyncMrouteSwitch::RecordPtr AsyncMrouteSwitch::ownerOfGroup(Qor::U32 multicastId,
+                                                             OifSetPtr const& oifSet,
+                                                             RecordPtr const& newer) const {
+   RecordPtr const latest = inUseRecord(oifSet);
+   if (latest && latest->multicastId() == multicastId) return latest;
+   for (auto const& [record, unused] : records_) {
+      if (record != newer.get() && record->multicastId() == multicastId &&
+          record->oifSet_ == oifSet && !record->skipDelete() && !record->deleted()) {
+         return record;
+      }
+   }
+   return nullptr;
+}
+
 // A fixed id that carries another record's set until now: from here on it is the new record's.
-void AsyncMrouteSwitch::takeOverFixedGroup(Qor::U32 multicastId) {
+void AsyncMrouteSwitch::takeOverFixedGroup(Qor::U32 multicastId, RecordPtr const& newer) {
    OifSetPtr const before = mcastIdToOifSet(multicastId);
    if (!before) return;
-   RecordPtr const old = inUseRecord(before);
-   // The mapping may be stale: its oif set's record may have another id by now, and keeps its
-   // group.
-   if (old && old->multicastId() == multicastId) {
+   if (RecordPtr const old = ownerOfGroup(multicastId, before, newer)) {
       VEL_TRACE(8, "skip delete mtable oifset " << *old);
       old->skipDeleteIs(true);
    } else {
@@ -112,7 +126,7 @@ Hux::XactPtr AsyncMrouteSwitch::doAllocateMtableOifSet(MrouteLib::RouteKeyInfo c
          return nullptr;
       }
       mtableOifSetLocal = asyncMtableOifSetFactory(oifSet, portVlanSet.toCpu(), mcastId, this);
-      if (fixed) takeOverFixedGroup(mcastId);
+      if (fixed) takeOverFixedGroup(mcastId, mtableOifSetLocal);
 
       VEL_TRACE(2, "mtableOifSet " << *mtableOifSetLocal << " oifSet " << oifSet << " mcastId "
                                    << mcastId);

@@ -290,7 +290,9 @@ class QOR_PUBLIC AsyncMrouteSwitch final
    void recordMade(AsyncMtableOifSet& record) { records_.insert(&record, true); }
    void recordGone(AsyncMtableOifSet& record) { records_.take(&record); }
    RecordPtr reusableRecord(OifSetPtr const& oifSet);
-   void takeOverFixedGroup(Qor::U32 multicastId);
+   RecordPtr ownerOfGroup(Qor::U32 multicastId, OifSetPtr const& oifSet,
+                          RecordPtr const& newer) const;
+   void takeOverFixedGroup(Qor::U32 multicastId, RecordPtr const& newer);
    void freeNow(RecordPtr const& record);
 
    Qor::Ptr<Routing::Hardware::RouteStatus const> const routingHwRouteStatus_;
