@@ -23,11 +23,15 @@ AsyncMrouteSwitch::AsyncMrouteSwitch(
    QOR_ASSERT(mrouteHelper_ != nullptr);
 }
 
-// Nobody is told: whoever listens could take a reference to an object that is going.
-AsyncMrouteSwitch::~AsyncMrouteSwitch() {
-   deleted_ = true;
+// The end of the switch. Its count stands at one meanwhile: whoever is told of what goes, and the
+// platform, may refer to it once more.
+void AsyncMrouteSwitch::zeroReferencesIs(bool) {
+   deletedIs(true);
    mtableOifSetIs(nullptr);
-   zombieOifSet_.clear();
+   zombieOifSetDelAll();
+}
+
+AsyncMrouteSwitch::~AsyncMrouteSwitch() {
    for (auto const& [record, unused] : records_)
       record->mrouteSwitch_ = nullptr;
    records_.clear();
