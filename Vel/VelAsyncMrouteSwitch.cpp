@@ -32,8 +32,10 @@ void AsyncMrouteSwitch::zeroReferencesIs(bool) {
 }
 
 AsyncMrouteSwitch::~AsyncMrouteSwitch() {
-   for (auto const& [record, unused] : records_)
-      record->mrouteSwitch_ = nullptr;
+   for (auto const& [oifSet, newest] : records_) {
+      for (AsyncMtableOifSet* r = newest; r; r = r->nextOfOifSet_)
+         r->mrouteSwitch_ = nullptr;
+   }
    records_.clear();
 }
 
@@ -44,12 +46,38 @@ Qor::ValidPtr<AsyncMrouteSwitch> asyncMrouteSwitchFactory(
                                        std::move(mrouteHelper));
 }
 
-// The address of a record that has died may be that of a later one; only one that carries this oif
-// set was meant.
+void AsyncMrouteSwitch::recordMade(AsyncMtableOifSet& record) {
+   auto const [entry, first] = records_.insert(record.oifSet_.get(), &record);
+   if (!first) record.nextOfOifSet_ = std::exchange(entry->second, &record);
+}
+
+void AsyncMrouteSwitch::recordGone(AsyncMtableOifSet& record) {
+   auto* const entry = records_.find(record.oifSet_.get());
+   AsyncMtableOifSet** link = &entry->second;
+   while (*link != &record)
+      link = &(*link)->nextOfOifSet_;
+   *link = record.nextOfOifSet_;
+   if (!entry->second) records_.take(record.oifSet_.get());
+}
+
+// Found among the living records of this oif set: the address alone may be that of a later record.
 AsyncMrouteSwitch::RecordPtr AsyncMrouteSwitch::record(OifSetPtr const& oifSet,
                                                        AsyncMtableOifSetPtr named) const {
-   if (!named.get() || !records_.find(named.get())) return nullptr;
-   return named.get()->oifSet_ == oifSet ? named.get() : nullptr;
+   auto const* const entry = named.get() ? records_.find(oifSet.get()) : nullptr;
+   AsyncMtableOifSet* record = entry ? entry->second : nullptr;
+   while (record && record != named.get())
+      record = record->nextOfOifSet_;
+   return record;
+}
+
+std::vector<AsyncMrouteSwitch::RecordPtr> AsyncMrouteSwitch::records(
+      OifSetPtr const& oifSet) const {
+   std::vector<RecordPtr> found;
+   auto const* const entry = records_.find(oifSet.get());
+   for (AsyncMtableOifSet* r = entry ? entry->second : nullptr; r; r = r->nextOfOifSet_) {
+      found.emplace_back(r);
+   }
+   return found;
 }
 
 // The in-use record of this oif set if one more route may share it, brought back from the zombies
@@ -73,28 +101,17 @@ AsyncMrouteSwitch::RecordPtr AsyncMrouteSwitch::reusableRecord(OifSetPtr const& 
    return existing;
 }
 
-// The record of this oif set that owns the group, other than `newer`. In inUseOifSet it may be
-// hidden behind a later record of the same set, which has another id and keeps its own group; and
-// the mapping that led here may be stale, so that there is none.
-AsyncMrouteSwitch::RecordPtr AsyncMrouteSwitch::ownerOfGroup(Qor::U32 multicastId,
-                                                             OifSetPtr const& oifSet,
-                                                             RecordPtr const& newer) const {
-   RecordPtr const latest = inUseRecord(oifSet);
-   if (latest && latest->multicastId() == multicastId) return latest;
-   for (auto const& [record, unused] : records_) {
-      if (record != newer.get() && record->multicastId() == multicastId &&
-          record->oifSet_ == oifSet && !record->skipDelete() && !record->deleted()) {
-         return record;
-      }
-   }
-   return nullptr;
-}
-
-// A fixed id that carries another record's set until now: from here on it is the new record's.
+// A fixed id that carries another record's set until now: from here on it is the new record's. The
+// other record need not be the one in inUseOifSet, which may have another id and keeps its group
+// then; and the mapping of the id may be stale, so that there is none.
 void AsyncMrouteSwitch::takeOverFixedGroup(Qor::U32 multicastId, RecordPtr const& newer) {
    OifSetPtr const before = mcastIdToOifSet(multicastId);
    if (!before) return;
-   if (RecordPtr const old = ownerOfGroup(multicastId, before, newer)) {
+   RecordPtr old;
+   for (RecordPtr const& r : records(before)) {
+      if (!old && r != newer && r->multicastId() == multicastId && !r->deleted()) old = r;
+   }
+   if (old) {
       VEL_TRACE(8, "skip delete mtable oifset " << *old);
       old->skipDeleteIs(true);
    } else {

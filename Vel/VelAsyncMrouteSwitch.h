@@ -31,6 +31,8 @@
 // outlive it, and die quietly with their last user.
 #pragma once
 
+#include <vector>
+
 #include "Qor/Collection.h"
 #include "Routing/Hardware/RouteStatus.h"
 #include "Vel/VelAsyncMrouteHelper.h"
@@ -163,6 +165,9 @@ class QOR_PUBLIC AsyncMrouteSwitch final
 
    // The record `named` under `oifSet` in one of the collections, if it still lives; else null.
    RecordPtr record(OifSetPtr const& oifSet, AsyncMtableOifSetPtr named) const;
+   // All living records that carry `oifSet`, the newest first: more than one where a dirty or a
+   // non-reusable record has been replaced while routes still used it.
+   std::vector<RecordPtr> records(OifSetPtr const& oifSet) const;
    // The living in-use record of `oifSet`, zombies included; else null.
    RecordPtr inUseRecord(OifSetPtr const& oifSet) const {
       return record(oifSet, inUseOifSet(oifSet));
@@ -287,11 +292,9 @@ class QOR_PUBLIC AsyncMrouteSwitch final
    ~AsyncMrouteSwitch() override;
    void zeroReferencesIs(bool) override;
 
-   void recordMade(AsyncMtableOifSet& record) { records_.insert(&record, true); }
-   void recordGone(AsyncMtableOifSet& record) { records_.take(&record); }
+   void recordMade(AsyncMtableOifSet& record);
+   void recordGone(AsyncMtableOifSet& record);
    RecordPtr reusableRecord(OifSetPtr const& oifSet);
-   RecordPtr ownerOfGroup(Qor::U32 multicastId, OifSetPtr const& oifSet,
-                          RecordPtr const& newer) const;
    void takeOverFixedGroup(Qor::U32 multicastId, RecordPtr const& newer);
    void freeNow(RecordPtr const& record);
 
@@ -299,7 +302,8 @@ class QOR_PUBLIC AsyncMrouteSwitch final
    Qor::Ptr<VelHelper::AsyncMrouteHelper> const mrouteHelper_;
    bool deleted_ = false;
    bool testKill_ = false;
-   Qor::HashMap<AsyncMtableOifSet*, bool> records_;  // every living record made for this switch
+   // Every living record made for this switch: chains of those that carry the same oif set.
+   Qor::HashMap<MrouteLib::OifSet const*, AsyncMtableOifSet*> records_;
    McastIdToOifSetColl mcastIdToOifSet_;
    InUseOifSetColl inUseOifSet_;
    ZombieOifSetColl zombieOifSet_;

@@ -92,6 +92,7 @@ class QOR_PUBLIC AsyncMtableOifSet final
 
    MrouteLib::OifSetPtr const oifSet_;
    AsyncMrouteSwitch* mrouteSwitch_;
+   AsyncMtableOifSet* nextOfOifSet_ = nullptr;  // in the switch's chain of living records
    ZombieKey zombie_;
    Qor::Seconds zombieLifetime_ = 3.0;
    Qor::U32 const multicastId_;

@@ -207,11 +207,10 @@ TEST(ModelValues, RouteKeysTellTheirKindAndPrintAsOneExpects) {
       char const* pretty;
    } const table[] = {
          {IpGenRouteKey::fromAddresses(addr("10.0.0.2"), addr("239.10.0.7")), 3,
-          RouteKeyType::sourceGroup, "(10.0.0.2, 239.10.0.7)"},
-         {IpGenRouteKey::fromAddresses(addr("::"), addr("ff0e::7")), 4, RouteKeyType::starGroup,
+          RouteKeyType::routed, "(10.0.0.2, 239.10.0.7)"},
+         {IpGenRouteKey::fromAddresses(addr("::"), addr("ff0e::7")), 4, RouteKeyType::routed,
           "(*, ff0e::7)"},
-         {key("10.0.0.0/8", "239.10.0.7"), 3, RouteKeyType::sourceGroup,
-          "(10.0.0.0/8, 239.10.0.7)"},
+         {key("10.0.0.0/8", "239.10.0.7"), 3, RouteKeyType::routed, "(10.0.0.0/8, 239.10.0.7)"},
          {key("0.0.0.0/0", "239.0.0.0/8"), 1, RouteKeyType::groupRange, "(*, 239.0.0.0/8)"},
          {key("::/0", "ff00::/8"), 2, RouteKeyType::catchAll, "(*, ff00::/8)"},
          {Routing::Multicast::Fib::canonicalCatchAllKey(), 2, RouteKeyType::catchAll,
@@ -292,14 +291,14 @@ TEST(ModelValues, InterfacesOrderByNameWithNumbersWhateverWasSeenFirst) {
 
 TEST(ModelValues, PortVlanSetsAreMapsWhoseHashAndFormDoNotDependOnInsertion) {
    std::vector<PortVlan> members{pv("rtr3", 1007), pv("rtr4", 1008), pv("rtr4"), pv("rtr10", 5)};
-   PortVlanSet first(RouteKeyType::sourceGroup);
+   PortVlanSet first(RouteKeyType::routed);
    for (auto const& m : members) {
       first.newPortVlan(m, true);
    }
    std::sort(members.begin(), members.end());
    EXPECT_EQ(first.pretty(), "{rtr3:1007 rtr4 rtr4:1008 rtr10:5}");
    do {
-      PortVlanSet other(RouteKeyType::sourceGroup);
+      PortVlanSet other(RouteKeyType::routed);
       other.newPortVlan(pv("rtr5"), true);
       for (auto const& m : members) {
          other.newPortVlan(m, false);
@@ -324,7 +323,7 @@ TEST(ModelValues, PortVlanSetsAreMapsWhoseHashAndFormDoNotDependOnInsertion) {
 }
 
 TEST(ModelValues, EveryMutationChangesAPortVlanSetAndDropsItsSavedHash) {
-   PortVlanSet base(RouteKeyType::starGroup);
+   PortVlanSet base(RouteKeyType::groupRange);
    base.newPortVlan(pv("rtr3", 1007), true);
    base.newPortVlanFrr(pv("rtr5", 1009), true);
    base.newNatVlan(VlanId(7), true);
@@ -342,7 +341,7 @@ TEST(ModelValues, EveryMutationChangesAPortVlanSetAndDropsItsSavedHash) {
          [](PortVlanSet& s) { s.newNatVlan(VlanId(7), false); },
          [](PortVlanSet& s) { s.natVlanDel(VlanId(7)); },
          [](PortVlanSet& s) { s.natVlanDelAll(); },
-         [](PortVlanSet& s) { s.typeIs(RouteKeyType::sourceGroup); },
+         [](PortVlanSet& s) { s.typeIs(RouteKeyType::routed); },
          [](PortVlanSet& s) { s.toCpuIs(true); },
          [](PortVlanSet& s) { s.currentIifIs(IntfId("rtr1")); },
    };
@@ -417,7 +416,7 @@ TEST(ModelValues, StringFormsReadBackAndGarbageIsRefused) {
                "Bfd::Peer");
    std::string const pvText = "Value('MrouteLib::PortVlan', ** {'intfId': 'rtr3', 'vlanId': 1007})";
    expectStrep(pv("rtr3", 1007), pvText, "PortVlan");
-   PortVlanSet set(RouteKeyType::sourceGroup);
+   PortVlanSet set(RouteKeyType::routed);
    set.newPortVlan(pv("rtr3", 1007), true);
    set.newNatVlan(VlanId(7), true);
    set.newNatVlan(VlanId(8), false);
@@ -453,8 +452,8 @@ TEST(ModelValues, StreamsShowValuesAsPeopleReadThem) {
    EXPECT_EQ(printed(static_cast<Interface::IntfOperStatus>(0)), "0");
    EXPECT_EQ(printed(Routing::Multicast::Fib::CounterMode::bytes), "bytes");
    MrouteLib::RouteKeyInfo const info(key("0.0.0.0/0", "239.10.0.7"), VrfName("default"),
-                                      VlanId(1006), RouteKeyType::starGroup);
-   EXPECT_EQ(printed(info), "(*, 239.10.0.7) vrf default vlan 1006 starGroup");
+                                      VlanId(1006), RouteKeyType::routed);
+   EXPECT_EQ(printed(info), "(*, 239.10.0.7) vrf default vlan 1006 routed");
 }
 
 }  // namespace

@@ -28,34 +28,34 @@ class VelAsyncRandom : public VelAsync {
  protected:
    static constexpr unsigned sets = 8, firstFixed = 6;  // the last two live in fixed groups
 
-   unsigned pick(unsigned below) { return static_cast<unsigned>(rng() % below); }
+   unsigned pick(unsigned below) { return static_cast<unsigned>(rng_() % below); }
 
    void begin(unsigned seed) {
-      rng.seed(seed);
-      helper->fixedTypes = {RouteKeyType::bridged};
-      helper->groupRoom = 9;
-      helper->routeRoom = 12;
+      rng_.seed(seed);
+      helper_->fixedTypes = {RouteKeyType::bridged};
+      helper_->groupRoom = 9;
+      helper_->routeRoom = 12;
       for (unsigned i = 0; i < sets; ++i) {
-         auto const type = i < firstFixed ? RouteKeyType::sourceGroup : RouteKeyType::bridged;
-         set.push_back(oifSet("et1", type, i % 2 ? "et9" : ""));
+         auto const type = i < firstFixed ? RouteKeyType::routed : RouteKeyType::bridged;
+         set_.push_back(oifSet("et1", i % 2 ? "et9" : "", type));
       }
    }
 
    // The record that an allocation of this set would find: the newest living one.
    ModelRecord* newest(unsigned which) {
-      auto const it = latest.find(which);
-      return it == latest.end() ? nullptr : &model.at(it->second);
+      auto const it = latest_.find(which);
+      return it == latest_.end() ? nullptr : &model_.at(it->second);
    }
 
    void modelFree(Qor::U32 number) {
-      ModelRecord& r = model.at(number);
+      ModelRecord& r = model_.at(number);
       if (r.users) return;
       if (r.used && r.expiry == Qor::never) {
          r.used = false;
          r.expiry = Qor::now() + 3.0;
          // Two records of one fixed group that come to wait at one instant have one key: the later
          // one takes the place of the earlier, which goes at once.
-         for (auto const& [other, twin] : model) {
+         for (auto const& [other, twin] : model_) {
             if (other != number && twin.id == r.id && twin.expiry == r.expiry) {
                modelFree(other);
                return;
@@ -63,82 +63,83 @@ class VelAsyncRandom : public VelAsync {
          }
          return;
       }
-      if (!r.takenOver) groups.erase(r.id);
-      if (auto const it = latest.find(r.set); it != latest.end() && it->second == number) {
-         latest.erase(it);
+      if (!r.takenOver) groups_.erase(r.id);
+      if (auto const it = latest_.find(r.set); it != latest_.end() && it->second == number) {
+         latest_.erase(it);
       }
-      model.erase(number);
+      model_.erase(number);
    }
 
    // The number of the model record that the real one must agree with, or 0 without room.
    Qor::U32 modelAllocate(unsigned which, Qor::U32 preset) {
       bool const fixed = which >= firstFixed;
       ModelRecord* const found = newest(which);
-      if (!fixed && found && helper->reusable && !found->dirty) {
+      if (!fixed && found && helper_->reusable && !found->dirty) {
          found->expiry = Qor::never;
-         return latest.at(which);
+         return latest_.at(which);
       }
-      if (!fixed && groups.size() >= helper->groupRoom) return 0;
+      if (!fixed && groups_.size() >= helper_->groupRoom) return 0;
       Qor::U32 id = fixed ? preset : 100;
-      while (!fixed && groups.count(id))
+      while (!fixed && groups_.count(id))
          ++id;
-      for (auto& [number, r] : model) {
+      for (auto& [number, r] : model_) {
          if (r.id == id) r.takenOver = true;
       }
-      groups[id] = which;
-      latest[which] = ++lastNumber;
-      model[lastNumber] = {which, id};
-      return lastNumber;
+      groups_[id] = which;
+      latest_[which] = ++lastNumber_;
+      model_[lastNumber_] = {which, id};
+      return lastNumber_;
    }
 
    void addRoute(unsigned key) {
       RouteHandle const handle = allocateRoute(routeKeyOf(key), 0);
       if (handle.isNull()) {
-         EXPECT_GE(routes.size(), helper->routeRoom);
+         EXPECT_GE(routes_.size(), helper_->routeRoom);
          return;
       }
       unsigned const which = pick(sets);
-      if (!point({key, handle, 0, nullptr}, which)) sw->doDeleteRoute(handle);
+      if (!point({key, handle, 0, nullptr}, which)) sw_->doDeleteRoute(handle);
    }
 
    // Points a new or a known route at a set, and lets go of the record it had.
    bool point(ModelRoute route, unsigned which) {
       Qor::U32 const preset = 40 + route.key;  // a fixed group belongs to one route
-      helper->reusable = pick(8) != 0;
+      helper_->reusable = pick(8) != 0;
       Qor::U32 const number = modelAllocate(which, preset);
-      RecordPtr record = allocate(set[which], preset);
+      RecordPtr record = allocate(set_[which], preset);
       EXPECT_EQ(record != nullptr, number != 0);
       if (!record || !number) return false;
-      ModelRecord& r = model.at(number);
+      ModelRecord& r = model_.at(number);
       EXPECT_EQ(record->multicastId(), r.id);
       ++r.users;
       r.used = true;
-      sw->doSetMtableOifSet(route.handle, record, nullptr);
+      sw_->doSetMtableOifSet(route.handle, record, nullptr);
       Qor::U32 const oldNumber = std::exchange(route.modelRecord, number);
       RecordPtr old = std::exchange(route.record, std::move(record));
-      routes[route.key] = std::move(route);
+      routes_[route.key] = std::move(route);
       release(oldNumber, std::move(old));
       return true;
    }
 
    void release(Qor::U32 number, RecordPtr record) {
       if (!record) return;
-      bool const last = --model.at(number).users == 0;
+      bool const last = --model_.at(number).users == 0;
       record = nullptr;
       if (last) modelFree(number);
    }
 
    void removeRoute(unsigned key) {
-      ModelRoute route = routes.at(key);
-      routes.erase(key);
-      sw->doDeleteRoute(route.handle);
+      ModelRoute route = routes_.at(key);
+      routes_.erase(key);
+      sw_->doDeleteRoute(route.handle);
       release(route.modelRecord, std::move(route.record));
    }
 
    void purge(Qor::Seconds until) {
-      while (!sw->zombieOifSet().empty() && sw->zombieOifSet().begin()->first.expiryTime() <= until)
-         sw->zombieOifSetDel(sw->zombieOifSet().begin()->first);
-      for (auto it = model.begin(); it != model.end();) {
+      while (!sw_->zombieOifSet().empty() &&
+             sw_->zombieOifSet().begin()->first.expiryTime() <= until)
+         sw_->zombieOifSetDel(sw_->zombieOifSet().begin()->first);
+      for (auto it = model_.begin(); it != model_.end();) {
          auto const [number, r] = *it++;
          if (r.expiry <= until) modelFree(number);
       }
@@ -146,34 +147,35 @@ class VelAsyncRandom : public VelAsync {
 
    void check() {
       std::map<Qor::U32, unsigned> real;
-      for (auto const& [id, carried] : helper->groups)
-         real[id] = static_cast<unsigned>(std::find(set.begin(), set.end(), carried) - set.begin());
-      ASSERT_EQ(real, groups);
-      ASSERT_EQ(sw->inUseOifSet().size(), latest.size());
-      for (auto const& [which, number] : latest) {
-         RecordPtr const record = sw->inUseRecord(set[which]);
+      for (auto const& [id, carried] : helper_->groups)
+         real[id] =
+               static_cast<unsigned>(std::find(set_.begin(), set_.end(), carried) - set_.begin());
+      ASSERT_EQ(real, groups_);
+      ASSERT_EQ(sw_->inUseOifSet().size(), latest_.size());
+      for (auto const& [which, number] : latest_) {
+         RecordPtr const record = sw_->inUseRecord(set_[which]);
          ASSERT_TRUE(record);
-         ASSERT_EQ(record->multicastId(), model.at(number).id);
-         ASSERT_EQ(record->zombie().expiryTime(), model.at(number).expiry);
-         ASSERT_EQ(record->dirty(), model.at(number).dirty);
+         ASSERT_EQ(record->multicastId(), model_.at(number).id);
+         ASSERT_EQ(record->zombie().expiryTime(), model_.at(number).expiry);
+         ASSERT_EQ(record->dirty(), model_.at(number).dirty);
       }
       std::multiset<std::pair<Qor::Seconds, Qor::U32>> waiting, zombies;
-      for (auto const& [number, r] : model) {
+      for (auto const& [number, r] : model_) {
          if (r.expiry != Qor::never) waiting.insert({r.expiry, r.id});
       }
-      for (auto const& [key, record] : sw->zombieOifSet())
+      for (auto const& [key, record] : sw_->zombieOifSet())
          zombies.insert({key.expiryTime(), key.multicastId()});
       ASSERT_EQ(zombies, waiting);
       // A fast-reroute entry names the set's living record, or nothing that can be found.
-      for (auto const& [named, record] : sw->frrMtableOifSet())
-         ASSERT_TRUE(!sw->record(named, record) || sw->record(named, record)->oifSet() == named);
-      ASSERT_EQ(sw->inUseRouteHandle().size(), routes.size());
-      ASSERT_EQ(sw->inUseRouteHandleKey().size(), routes.size());
-      ASSERT_EQ(helper->routes.size(), routes.size());
-      for (auto const& [key, route] : routes) {
-         ASSERT_EQ(sw->inUseRouteHandle(sw->inUseRouteHandleKey(route.handle)), route.handle);
-         ASSERT_EQ(sw->inUseRouteHandleKey(route.handle).routeKey(), routeKeyOf(key));
-         ASSERT_EQ(helper->routes.at(route.handle.value()), route.record->multicastId());
+      for (auto const& [named, record] : sw_->frrMtableOifSet())
+         ASSERT_TRUE(!sw_->record(named, record) || sw_->record(named, record)->oifSet() == named);
+      ASSERT_EQ(sw_->inUseRouteHandle().size(), routes_.size());
+      ASSERT_EQ(sw_->inUseRouteHandleKey().size(), routes_.size());
+      ASSERT_EQ(helper_->routes.size(), routes_.size());
+      for (auto const& [key, route] : routes_) {
+         ASSERT_EQ(sw_->inUseRouteHandle(sw_->inUseRouteHandleKey(route.handle)), route.handle);
+         ASSERT_EQ(sw_->inUseRouteHandleKey(route.handle).routeKey(), routeKeyOf(key));
+         ASSERT_EQ(helper_->routes.at(route.handle.value()), route.record->multicastId());
       }
    }
 
@@ -181,13 +183,13 @@ class VelAsyncRandom : public VelAsync {
       return routeKey("10.0.0.2", cat("239.1.1.", key).c_str());
    }
 
-   std::mt19937 rng;
-   std::vector<OifSetPtr> set;
-   std::map<Qor::U32, ModelRecord> model;
-   std::map<unsigned, Qor::U32> latest;    // set -> its newest record
-   std::map<Qor::U32, unsigned> groups;    // id -> the set it carries
-   std::map<unsigned, ModelRoute> routes;  // by key
-   Qor::U32 lastNumber = 0;
+   std::mt19937 rng_;
+   std::vector<OifSetPtr> set_;
+   std::map<Qor::U32, ModelRecord> model_;
+   std::map<unsigned, Qor::U32> latest_;    // set -> its newest record
+   std::map<Qor::U32, unsigned> groups_;    // id -> the set it carries
+   std::map<unsigned, ModelRoute> routes_;  // by key
+   Qor::U32 lastNumber_ = 0;
 };
 
 TEST_F(VelAsyncRandom, GroupsRoutesAndZombiesAddUpWhateverHappens) {
@@ -196,7 +198,7 @@ TEST_F(VelAsyncRandom, GroupsRoutesAndZombiesAddUpWhateverHappens) {
       begin(seed);
       for (unsigned step = 0; step < 400; ++step) {
          unsigned const key = pick(16);
-         bool const known = routes.count(key) != 0;
+         bool const known = routes_.count(key) != 0;
          switch (pick(8)) {
             case 0:
             case 1:
@@ -205,7 +207,7 @@ TEST_F(VelAsyncRandom, GroupsRoutesAndZombiesAddUpWhateverHappens) {
                break;
             case 3:
             case 4:
-               if (known) point(routes.at(key), pick(sets));
+               if (known) point(routes_.at(key), pick(sets));
                break;
             case 5:
                if (known) removeRoute(key);
@@ -216,20 +218,20 @@ TEST_F(VelAsyncRandom, GroupsRoutesAndZombiesAddUpWhateverHappens) {
                break;
             default:
                if (known) {
-                  model.at(routes.at(key).modelRecord).dirty = true;
-                  routes.at(key).record->dirtyIs(true);
+                  model_.at(routes_.at(key).modelRecord).dirty = true;
+                  routes_.at(key).record->dirtyIs(true);
                }
          }
-         journal.take();
+         journal_.take();
          ASSERT_NO_FATAL_FAILURE(check()) << "step " << step;
          ASSERT_FALSE(HasFailure()) << "step " << step;
       }
-      while (!routes.empty())
-         removeRoute(routes.begin()->first);
+      while (!routes_.empty())
+         removeRoute(routes_.begin()->first);
       purge(Qor::never);
       ASSERT_NO_FATAL_FAILURE(check());
-      EXPECT_TRUE(helper->groups.empty() && model.empty() && sw->frrMtableOifSet().empty());
-      set.clear();
+      EXPECT_TRUE(helper_->groups.empty() && model_.empty() && sw_->frrMtableOifSet().empty());
+      set_.clear();
       TearDown();
       SetUp();
    }

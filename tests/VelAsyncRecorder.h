@@ -19,7 +19,6 @@
 
 namespace velAsync {
 
-using Lines = std::vector<std::string>;
 using MrouteLib::OifSetPtr;
 using MrouteLib::RouteHandle;
 using Routing::Multicast::Fib::IpGenRouteKey;
@@ -38,6 +37,17 @@ std::string cat(Parts const&... parts) {
    return out.str();
 }
 
+// The text of the range error that `f` raises.
+template <class F>
+std::string rangeText(F f) {
+   try {
+      f();
+   } catch (Qor::RangeException const& e) {
+      return e.what();
+   }
+   return "no error";
+}
+
 // Lines are "<level> <trace text>", "blip <text>", "hook <name> <arguments>" and what a test adds.
 class Journal final : public Qor::TraceSink {
  public:
@@ -52,15 +62,20 @@ class Journal final : public Qor::TraceSink {
       EXPECT_STREQ(record.source, "VelAsyncMrouteSm");
       add(cat(record.level, ' ', record.message));
    }
-   Lines take() {
+   // Everything since the last time, a line each.
+   std::string take() {
       addBlips();
-      return std::exchange(lines_, {});
+      std::string out = "\n";
+      for (std::string const& line : std::exchange(lines_, {}))
+         out += line + '\n';
+      return out;
    }
-   // Only the lines of this kind, without it.
-   Lines take(std::string const& kind) {
-      Lines out;
-      for (std::string const& line : take()) {
-         if (line.starts_with(kind + " ")) out.push_back(line.substr(kind.size() + 1));
+   // The hooks that were called, with a semicolon behind each.
+   std::string hooks() {
+      addBlips();
+      std::string out;
+      for (std::string const& line : std::exchange(lines_, {})) {
+         if (line.starts_with("hook ")) out += line.substr(5) + "; ";
       }
       return out;
    }
@@ -71,7 +86,7 @@ class Journal final : public Qor::TraceSink {
          lines_.push_back("blip " + Qor::blip().text(Qor::blip().written() - ++blips_));
    }
 
-   Lines lines_;
+   std::vector<std::string> lines_;
    Qor::U64 blips_;
 };
 
@@ -189,8 +204,8 @@ inline IpGenRouteKey routeKey(char const* source = "10.0.0.2", char const* group
 }
 
 // An oif set of one port; two calls make two sets. With an `iif` it uses fast reroute.
-inline OifSetPtr oifSet(char const* port = "et1", RouteKeyType type = RouteKeyType::sourceGroup,
-                        char const* iif = "") {
+inline OifSetPtr oifSet(char const* port = "et1", char const* iif = "",
+                        RouteKeyType type = RouteKeyType::routed) {
    MrouteLib::PortVlanSet set(type);
    set.newPortVlan(MrouteLib::PortVlan(Lnet::IntfId(port)), true);
    set.currentIifIs(Lnet::IntfId(iif));
@@ -204,15 +219,15 @@ class VelAsync : public testing::Test {
    void SetUp() override {
       Qor::activityManagerIs(
             Qor::make<Qor::ActivityManager>(Qor::ActivityManager::TimeBase::virtualTime));
-      Qor::traceSinkIs(&journal);
+      Qor::traceSinkIs(&journal_);
       Qor::traceLevelIs(9, "VelMroute");
-      helper = Qor::make<Recorder>(journal);
+      helper_ = Qor::make<Recorder>(journal_);
       auto const status = Qor::make<Routing::Hardware::RouteStatus>();
       status->newVrfStatus(L3::VrfName("default"), Vel::VrfId(vrfId));
-      sw = Vel::Mroute::asyncMrouteSwitchFactory("switch", status, helper);
+      sw_ = Vel::Mroute::asyncMrouteSwitchFactory("switch", status, helper_);
    }
    void TearDown() override {
-      sw = nullptr;
+      sw_ = nullptr;
       Qor::traceLevelIs(-1, "VelMroute");
       Qor::traceSinkIs(nullptr);
       Qor::activityManagerIs(nullptr);
@@ -222,18 +237,18 @@ class VelAsync : public testing::Test {
                            Hux::XactPtr const& blocking = nullptr) {
       MrouteLib::RouteKeyInfo const info(routeKey(), L3::VrfName("default"),
                                          Bridging::VlanIdOrNone(7u), set->portVlanSet().type());
-      return sw->doAllocateMtableOifSet(info, set, blocking, preset, frr);
+      return sw_->doAllocateMtableOifSet(info, set, blocking, preset, frr);
    }
    // As the routing layer does it: the result is taken and cleared.
    RecordPtr allocate(OifSetPtr const& set, Qor::U32 preset = 0) {
       if (!doAllocate(set, preset)) return nullptr;
-      RecordPtr const record = Qor::ptrCast<AsyncMtableOifSet>(sw->mtableOifSet());
-      sw->mtableOifSetIs(nullptr);
+      RecordPtr const record = Qor::ptrCast<AsyncMtableOifSet>(sw_->mtableOifSet());
+      sw_->mtableOifSetIs(nullptr);
       return record;
    }
    RouteHandle allocateRoute(IpGenRouteKey const& key = routeKey(), unsigned vlan = 0) {
-      sw->doAllocateRoute(key, Bridging::VlanIdOrNone(vlan), false, {}, L3::VrfName("default"));
-      return sw->routeHandle();
+      sw_->doAllocateRoute(key, Bridging::VlanIdOrNone(vlan), false, {}, L3::VrfName("default"));
+      return sw_->routeHandle();
    }
    // A record that some route has been pointed at, so that it becomes a zombie when it is dropped.
    RecordPtr allocateUsed(OifSetPtr const& set, Qor::U32 preset = 0) {
@@ -241,12 +256,19 @@ class VelAsync : public testing::Test {
       record->usedInHwIs(true);
       return record;
    }
-   AsyncMtableOifSet* frrRecord(OifSetPtr const& set) { return sw->frrMtableOifSet(set).get(); }
+   RecordPtr frrRecord(OifSetPtr const& set) { return sw_->record(set, sw_->frrMtableOifSet(set)); }
    static void pass(Qor::Seconds seconds) { Qor::activityManager()->advance(seconds); }
+   // Compares the journal letter by letter. In the text $R is the record, $O the oif set.
+   void expectSaid(std::string text, OifSetPtr const& set = nullptr,
+                   std::string const& record = "") {
+      for (auto at = text.find('$'); at != std::string::npos; at = text.find('$', at))
+         text.replace(at, 2, text[at + 1] == 'R' ? record : cat(set));
+      EXPECT_EQ(journal_.take(), text);
+   }
 
-   Journal journal;
-   Qor::Ptr<Recorder> helper;
-   Qor::Ptr<AsyncMrouteSwitch> sw;
+   Journal journal_;
+   Qor::Ptr<Recorder> helper_;
+   Qor::Ptr<AsyncMrouteSwitch> sw_;
 };
 
 }  // namespace velAsync

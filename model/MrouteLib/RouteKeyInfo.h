@@ -30,7 +30,7 @@ class RouteKeyInfo final {
    RouteKeyType type() const { return type_; }
 
    friend bool operator==(RouteKeyInfo const&, RouteKeyInfo const&) = default;
-   // "(10.0.0.2, 239.10.0.7) vrf default vlan 1006 sourceGroup"
+   // "(10.0.0.2, 239.10.0.7) vrf default vlan 1006 routed"
    friend std::ostream& operator<<(std::ostream& out, RouteKeyInfo const& info) {
       return out << info.routeKey_ << " vrf " << info.vrfName_ << " vlan " << info.acceptingVlanId_
                  << ' ' << info.type_;

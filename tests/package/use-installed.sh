@@ -5,8 +5,8 @@
 set -eu
 cmake=$1 pkg_config=$2 compiler=$3 flags=$4 build=$5 libdir=$6 work=$7
 user=$(dirname "$0")/user
-expected='0.1
-Answer: expected 42 at position 0 of "41"'
+expected='group 0
+VlanId::value < 1 or > 4094 not allowed'
 
 expect() {
    if [ "$2" != "$expected" ]; then

@@ -1,12 +1,18 @@
-// A user of the installed library: it calls across the border and catches what comes back.
+// A user of the installed library: a programmer on bare hooks (no hardware: VEL_NOOP_AGENT).
+#include <cstdlib>
 #include <iostream>
 
-#include "Qor/Strep.h"
+#include "Vel/VelAsyncMrouteSwitch.h"
 
 int main() {
-   std::cout << Qor::valueToStrep(0.1) << '\n';
+   setenv("VEL_NOOP_AGENT", "", 1);
+   auto const hooks = Qor::make<VelHelper::AsyncMrouteHelper>("hooks", nullptr, nullptr);
+   auto const chip = Vel::Mroute::asyncMrouteSwitchFactory("chip", nullptr, hooks);
+   auto const oifSet = Qor::make<MrouteLib::OifSet>(nullptr, MrouteLib::PortVlanSet());
+   chip->doAllocateMtableOifSet({}, oifSet, nullptr, 0, false);
+   std::cout << "group " << chip->doGetMulticastId(chip->mtableOifSet()) << '\n';
    try {
-      Qor::StrepReader("Answer", "41").expect("42");
+      Bridging::VlanId{4095};
    } catch (Qor::RangeException const& e) {
       std::cout << e.what() << '\n';
    }

@@ -1,6 +1,6 @@
-// The key under which a kept route counter is lined up: by the time its entry was last written, then
-// by route. So the first of an ordered map of counters is the one idle for longest, which makes
-// room when the table is full; a counter that counts moves to the end.
+// The key under which a kept route counter is lined up: by the time its entry was last written,
+// then by route. So the first of an ordered map of counters is the one idle for longest, which
+// makes room when the table is full; a counter that counts moves to the end.
 //
 // The hardware addresses a counter by its route alone, whatever the VRF.
 #pragma once

@@ -121,9 +121,8 @@ constexpr RouteKeyType routeKeyType(IpGenRouteKey const& key) {
       case IpGenRouteKey::kindCatchAll:
          return RouteKeyType::catchAll;
       case IpGenRouteKey::kindSourceGroup:
-         return RouteKeyType::sourceGroup;
       case IpGenRouteKey::kindStarGroup:
-         return RouteKeyType::starGroup;
+         return RouteKeyType::routed;
       default:
          return RouteKeyType::invalid;
    }

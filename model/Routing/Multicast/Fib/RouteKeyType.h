@@ -12,17 +12,16 @@ namespace Routing::Multicast::Fib {
 enum class RouteKeyType : std::uint8_t {
    invalid = 0,
    softwareOnly = 1,  // the set is not used in hardware
-   sourceGroup = 2,   // (S,G)
-   starGroup = 3,     // (*,G)
-   groupRange = 4,
-   catchAll = 5,
-   bridged = 6,
+   routed = 2,        // one group: (S,G) and (*,G), which share their sets
+   groupRange = 3,
+   catchAll = 4,
+   bridged = 5,
 };
 
 inline constexpr RouteKeyType lastRouteKeyType = RouteKeyType::bridged;
 
 inline std::ostream& operator<<(std::ostream& out, RouteKeyType type) {
-   static constexpr char const* names[] = {"invalid",    "softwareOnly", "sourceGroup", "starGroup",
+   static constexpr char const* names[] = {"invalid",    "softwareOnly", "routed",
                                            "groupRange", "catchAll",     "bridged"};
    return Qor::printEnum(out, type, names);
 }

@@ -1,0 +1,178 @@
+// Activity polling of the asynchronous per-switch reactor: at the configured interval the
+// hardware's hit times are copied into the hardware status, a bounded slice at a time, so that the
+// routing layer can age routes.
+#include "Vel/VelAsyncMrouteSm.h"
+#include "Vel/VelLogMessages.h"
+
+namespace Vel::Mroute {
+
+using Routing::Multicast::Fib::Hardware::RouteStatus;
+using Routing::Multicast::Fib::Hardware::Status;
+using Routing::Multicast::Fib::Hardware::VrfStatus;
+
+namespace {
+
+constexpr char velTraceSource[] = "VelAsyncMrouteSm";
+
+// Where the next slice begins: the next route to review, or the first that comes after it if it has
+// gone. An empty VRF name is the beginning. One for the process; see the header.
+struct ResumePosition {
+   L3::VrfName vrfName;
+   AsyncMrouteSwitchSm::IpGenRouteKey routeKey;
+};
+
+ResumePosition& resumePosition() {
+   static auto* const position = new ResumePosition;
+   return *position;
+}
+
+}  // namespace
+
+// As configured, in seconds, and as the platform can keep it.
+Qor::Seconds AsyncMrouteSwitchSm::pollingInterval() const {
+   double const configured = mfibConfig()->activityPollingInterval();
+   return mrouteHelper() ? mrouteHelper()->doGetAdjustedPollingInterval(configured) : configured;
+}
+
+void AsyncMrouteSwitchSm::handlePollingInterval() {
+   VEL_TRACE(2, "AsyncMrouteSwitchSm::handlePollingInterval()");
+   if (!mfibConfig()) return;
+   double const configured = mfibConfig()->activityPollingInterval();
+   Qor::Seconds const polling = pollingInterval();
+   if (agingClock() && agingClock()->timeMin() >= Qor::maxFinite) {
+      VEL_TRACE(2, "Setting polling interval to: " << polling);
+      agingClock()->timeMinIs(Qor::now() + polling);
+   }
+   double const activity = mrouteHelper()
+                                 ? mrouteHelper()->doGetAdjustedActivityPollInterval(configured)
+                                 : configured;
+   VEL_TRACE(2, "AsyncMrouteSwitchSm"
+                      << "::"
+                      << "handlePollingInterval"
+                      << "( " << configured << ", " << polling << ", " << activity << " )");
+   if (activity != configured) {
+      Qor::log(mrouteActivityPollingIntervalNotSupported, {activity, configured});
+   }
+   if (!mfibHwStatus()) return;
+   // Truncated towards zero, then to eight bits.
+   mfibHwStatus()->pollingIntervalIs(static_cast<Qor::U8>(static_cast<Qor::U64>(activity)));
+}
+
+void AsyncMrouteSwitchSm::doMaybeScheduleRouteAgingReview() {
+   VEL_TRACE(2, "AsyncMrouteSwitchSm::doMaybeScheduleRouteAgingReview()");
+   QOR_ASSERT(mfibHwStatus());
+   if (!agingClock()) return;
+   bool const armed = agingClock()->timeMin() <= Qor::maxFinite;
+   if (mfibHwStatus()->routes() != 0) {
+      if (armed || !mfibConfig()) return;
+      Qor::Seconds const interval = pollingInterval();
+      VEL_TRACE(2, "Enabling aging review in: " << interval << " s");
+      agingClock()->timeMinIs(Qor::now() + interval);
+   } else if (armed) {
+      VEL_TRACE(2, "Disabling aging review");
+      agingClock()->timeMinIs(Qor::never);
+   }
+}
+
+// The walk goes by keys: whoever hears of a poll time may add and remove routes and VRFs.
+void AsyncMrouteSwitchSm::doRouteAgingReview() {
+   VEL_TRACE(2, "AsyncMrouteSwitchSm::doRouteAgingReview()");
+   ResumePosition& position = resumePosition();
+   if (!mfibHwStatus() || mfibHwStatus()->routes() == 0) {
+      VEL_TRACE(2, "No routes present in mfibHwStatus. Nothing to review");
+      position = {};
+      if (mfibHwStatus()) doMaybeScheduleRouteAgingReview();
+      return;
+   }
+   Qor::Ptr<AsyncMrouteSwitchSm> const self(references() ? this : nullptr);
+   ResumePosition const from = position;
+   position = {};
+   Qor::U32 reviewed = 0;
+   auto const& vrfs = mfibHwStatus()->vrfStatus();
+   for (auto vrf = vrfs.lowerBound(from.vrfName); vrf != vrfs.end();) {
+      L3::VrfName const vrfName = vrf->first;
+      Qor::Ptr<VrfStatus> const vrfStatus = vrf->second;
+      auto const& hwRouteStatus = mrouteSwitch()->routingHwRouteStatus();
+      auto const hwVrf = hwRouteStatus ? hwRouteStatus->vrfStatus(vrfName) : nullptr;
+      if (!hwVrf) {
+         VEL_TRACE(2, "AsyncMrouteSwitch"
+                            << "::" << __func__ << "()"
+                            << " vrfStatus for vrf: " << vrfName << " is not present");
+      } else {
+         auto const& routes = vrfStatus->route();
+         IpGenRouteKey const first = vrfName == from.vrfName ? from.routeKey : IpGenRouteKey();
+         for (auto route = routes.lowerBound(first); route != routes.end();) {
+            IpGenRouteKey const key = route->first;
+            if (reviewed >= agingQuota) {
+               position = {vrfName, key};
+               agingClock()->timeMinIs(Qor::now() + agingGap);
+               return;
+            }
+            Qor::Ptr<RouteStatus> const status = route->second;
+            reviewed += reviewRoute(*status, hwVrf->vrfId());
+            route = routes.upperBound(key);
+         }
+      }
+      vrf = vrfs.upperBound(vrfName);
+   }
+   VEL_TRACE(2, "Review completed");
+   if (agingClock()) {
+      agingClock()->timeMinIs(mfibConfig() ? Qor::now() + pollingInterval() : Qor::never);
+   }
+}
+
+// Returns how many entries that was: the route, and each of its fastdrops.
+Qor::U32 AsyncMrouteSwitchSm::reviewRoute(RouteStatus& route, VrfId vrfId) {
+   IpGenRouteKey const& key = route.key();
+   VEL_TRACE(2, "Reviewing " << key.pretty());
+   Bridging::VlanIdOrNone const vlan = vlanOf(route.acceptingIntfId());
+   if (vlan.isNone() && !route.acceptingIntfId().isNull()) {
+      VEL_TRACE(2, "No accepting vlan for the route - still check for fastdrops");
+   } else {
+      Qor::Seconds const t = lastRoutePollTime(key, vlan, vrfId);
+      if (t > route.lastPollTime()) {
+         VEL_TRACE(2, "Updating activity bits for route: " << key);
+         route.lastPollTimeIs(t);
+      }
+   }
+   Qor::U32 reviewed = 1;
+   auto const& fastdrops = route.fastdropLastPollTime();
+   for (auto entry = fastdrops.begin(); entry != fastdrops.end(); ++reviewed) {
+      auto const [intfName, last] = *entry;
+      VEL_TRACE(2, "Reviewing fastdrop " << intfName);
+      Bridging::VlanIdOrNone const fastdropVlan = vlanOf(Lnet::IntfId(intfName));
+      Qor::Seconds const t =
+            fastdropVlan.isNone() ? 0.0 : lastRoutePollTime(key, fastdropVlan, vrfId);
+      if (t > last) {
+         VEL_TRACE(2, "Updating activity bits for fastdrop route: " << key
+                                                                    << ", vlan: " << fastdropVlan);
+         route.fastdropLastPollTimeIs(intfName, t);
+      }
+      entry = fastdrops.upperBound(intfName);
+   }
+   return reviewed;
+}
+
+Bridging::VlanIdOrNone AsyncMrouteSwitchSm::vlanOf(Lnet::IntfId intfId) const {
+   return intfVlanIdTable() ? intfVlanIdTable()->intfIdToVlanId(intfId) : Bridging::VlanIdOrNone();
+}
+
+Qor::Seconds AsyncMrouteSwitchSm::lastRoutePollTime(IpGenRouteKey const& key,
+                                                    Bridging::VlanIdOrNone vlan, VrfId vrfId) {
+   VEL_TRACE(2, "AsyncMrouteSwitchSm"
+                      << "::"
+                      << "lastRoutePollTime"
+                      << "()");
+   MrouteLib::RouteHandle const handle =
+         mrouteSwitch()->inUseRouteHandle(InUseRouteHandleKey(key, vlan, vrfId));
+   if (handle.isNull()) {
+      VEL_TRACE(2, "RouteHandle not found for the route: " << key << ", vlan: " << vlan);
+      return 0.0;
+   }
+   if (!mrouteHelper()) return 0.0;
+   Qor::Seconds const t = mrouteHelper()->routeLastAccessedTime(handle);
+   VEL_TRACE(2, "last accessed time for routeHandle " << handle << ' ' << t);
+   return t;
+}
+
+}  // namespace Vel::Mroute

@@ -1,0 +1,194 @@
+// Fast reroute of the asynchronous per-switch reactor. A failure moves the oif sets it hits from
+// the switch's frrMtableOifSet to frrProcessingOifSet; passes on a clock then rewrite their groups
+// in place, so that every route that points at them follows at once.
+#include <algorithm>
+#include <sstream>
+#include <vector>
+
+#include "Qor/Blip.h"
+#include "Vel/VelAsyncMrouteSmReactors.h"
+
+namespace Vel::Mroute {
+
+using MrouteLib::OifSetPtr;
+using MrouteLib::PortVlanSet;
+
+namespace {
+
+constexpr char velTraceSource[] = "VelAsyncMrouteSm";
+
+// The oif set at which the last pass of any reactor stopped, and the reactor. One for the process.
+struct ResumePosition {
+   OifSetPtr oifSet;
+   AsyncMrouteSwitchSm const* reactor = nullptr;
+};
+
+ResumePosition& resumePosition() {
+   static auto* const position = new ResumePosition;
+   return *position;
+}
+
+// The backup members: "rtr5:1009 rtr6:1010".
+Qor::String frrMembers(PortVlanSet const& set) {
+   std::ostringstream os;
+   for (auto const& [member, flag] : set.portVlanFrr()) {
+      if (os.tellp() > 0) os << ' ';
+      os << member;
+   }
+   return os.str();
+}
+
+bool reroutes(PortVlanSet const& set, Lnet::IntfId failed) {
+   return set.currentIif() == failed && !set.currentIif().isNull() && !set.portVlanFrr().empty();
+}
+
+}  // namespace
+
+void AsyncMrouteSwitchSm::frrPositionDel() {
+   if (resumePosition().reactor == this) resumePosition() = {};
+}
+
+void AsyncMrouteSwitchSm::QorEthIntfStatus::handleOperStatus() {
+   if (!asyncMrouteSwitchSm()->initialized()) {
+      VEL_TRACE(2, "SM uninitialized, ignore event");
+      return;
+   }
+   Lnet::IntfId const intf = status_->intfId();
+   Interface::IntfOperStatus const status = status_->operStatus();
+   VEL_TRACE(2, "handleOperStatus"
+                      << "Intf: " << intf << ", operStatus: " << status);
+   VEL_BLIP("AsyncMrouteSwitchSm::handleOperStatus, intf: %s, status: %s", intf, status);
+   if (status == Interface::IntfOperStatus::down ||
+       status == Interface::IntfOperStatus::lowerLayerDown) {
+      asyncMrouteSwitchSm()->updateFrrMtableOif(intf);
+   }
+}
+
+void AsyncMrouteSwitchSm::QorBfdStatus::handleBfdStatus() {
+   if (!asyncMrouteSwitchSm()->initialized()) return;
+   Bfd::Peer const& peer = status_->peer();
+   auto const& app = asyncMrouteSwitchSm()->bfdAllPeerStatus();
+   if (!app || !app->peerStatus(peer)) {
+      VEL_TRACE(2, "bfdState is deleted " << peer);
+      return;
+   }
+   Bfd::OperState const state = status_->status();
+   Lnet::IntfId const intf = status_->intf();
+   VEL_TRACE(2, "Peer: " << peer << " intf:" << intf << " status: " << state
+                         << " peerState: " << peerState() << " ip: " << peer.ip());
+   VEL_BLIP("AsyncMrouteSwitchSm::handleBfdStatus, peer: %s, state: %s, peer state: %s ip: %s",
+            intf, state, peerState(), peer.ip());
+   if (state == Bfd::OperState::up) {
+      peerStateIs(state);
+      return;
+   }
+   if (peer.type() != Bfd::SessionType::singleHop) return;
+   VEL_TRACE(8, "handleBfdStatus"
+                      << " Intf " << intf);
+   bool const cameDown = peerState() != Bfd::OperState::down && state == Bfd::OperState::down;
+   // Remembered first: the reroute may end this reactor.
+   AsyncMrouteSwitchSm* const sm = asyncMrouteSwitchSm();
+   peerStateIs(state);
+   if (cameDown) {
+      VEL_TRACE(8, "handleBfdStatus"
+                         << " Intf " << intf);
+      sm->updateFrrMtableOif(intf);
+   }
+}
+
+void AsyncMrouteSwitchSm::updateFrrMtableOif(Lnet::IntfId intfId) {
+   Qor::Ptr<AsyncMrouteSwitchSm> const self(references() ? this : nullptr);
+   AsyncMrouteSwitch& chip = *mrouteSwitch();
+   VEL_TRACE(8, "AsyncMrouteSwitchSm::updateFrrMtableOif( " << intfId << ", vlan " << vlanOf(intfId)
+                                                            << " )");
+   auto const& waiting = chip.frrMtableOifSet();
+   for (auto entry = waiting.begin(); entry != waiting.end();) {
+      auto const [oifSet, named] = *entry;
+      PortVlanSet const& set = oifSet->portVlanSet();
+      if (!reroutes(set, intfId)) {
+         VEL_TRACE(2, " skip frrMtableOif " << set.pretty());
+         VEL_BLIP(" skip Frr, currentIif %s, invalid currentIif:%s, or portVlanFrrs:%s",
+                  set.currentIif(), set.currentIif().isNull(), set.portVlanFrr().size());
+         ++entry;
+         continue;
+      }
+      VEL_TRACE(2, " FrrSwitch from " << set.pretty() << ", frrOifs " << frrMembers(set));
+      VEL_BLIP("MrouteSwitchSm:: FrrSwitch from %s, frrOifs %s", set.pretty(), frrMembers(set));
+      for (auto const& record : chip.records(oifSet))
+         record->dirtyIs(true);
+      // The one named here may have died, and the set live on in a record that replaced it.
+      auto record = chip.record(oifSet, named);
+      if (!record) record = chip.inUseRecord(oifSet);
+      entry = chip.frrMtableOifSetDel(entry);
+      if (record) chip.frrProcessingOifSetIs(oifSet, record.get());
+   }
+   handleClock();
+}
+
+void AsyncMrouteSwitchSm::handleClock() {
+   Qor::Ptr<AsyncMrouteSwitchSm> const self(references() ? this : nullptr);
+   AsyncMrouteSwitch& chip = *mrouteSwitch();
+   Qor::Seconds const deadline = Qor::now() + frrPassBudget;
+   auto const& waiting = chip.frrProcessingOifSet();
+   VEL_TRACE(8, "review FrrProcessingOifSets: " << waiting.size());
+   VEL_BLIP("AsyncMrouteSwitchSm:: frrProcessingOifSets: %s", waiting.size());
+   while (!waiting.empty()) {
+      // By key: the hooks, and those who are told, may change the collection.
+      std::vector<OifSetPtr> order;
+      for (auto const& [oifSet, record] : waiting)
+         order.push_back(oifSet);
+      auto const from = std::find(order.begin(), order.end(), resumePosition().oifSet);
+      if (from != order.end()) std::rotate(order.begin(), from, order.end());
+      for (OifSetPtr const& oifSet : order) {
+         if (!waiting.find(oifSet)) continue;
+         if (Qor::now() >= deadline) {
+            if (!clock()) clockIs(Qor::activityManager()->config()->clock());
+            resumePosition() = {oifSet, this};
+            clock()->timeMinIs(Qor::now());
+            return;
+         }
+         rewriteForFrr(oifSet);
+         chip.frrProcessingOifSetDel(oifSet);
+      }
+   }
+   frrPositionDel();
+   if (clock()) clock()->timeMinIs(Qor::never);
+}
+
+// Rewrites the groups of an oif set that waits, unless its record has gone or became a zombie.
+void AsyncMrouteSwitchSm::rewriteForFrr(OifSetPtr const& oifSet) {
+   AsyncMrouteSwitch& chip = *mrouteSwitch();
+   auto const inUse = chip.inUseRecord(oifSet);
+   if (!inUse) {
+      VEL_TRACE(2, "oif not in inUseOifSet:" << oifSet);
+      VEL_BLIP(" frrOifSet not in use %s", oifSet);
+      return;
+   }
+   auto waiting = chip.record(oifSet, chip.frrProcessingOifSet(oifSet));
+   if (!waiting) waiting = inUse;
+   if (waiting->zombie().isZombie()) {
+      VEL_BLIP(" frrOifSet becomes zombie, mcastId: %s", waiting->multicastId());
+      // Unless a newer record carries the set, there is nobody left to reroute.
+      if (waiting == inUse || inUse->zombie().isZombie()) return;
+   }
+   PortVlanSet pvSet = oifSet->portVlanSet();
+   VEL_TRACE(8, "original pvSet" << pvSet.pretty());
+   pvSet.portVlanDelAll();
+   for (auto const& [member, flag] : oifSet->portVlanSet().portVlanFrr()) {
+      VEL_TRACE(8, "add port " << member);
+      pvSet.newPortVlan(member, flag);
+   }
+   OifSetPtr const rewritten = Qor::make<MrouteLib::OifSet>(nullptr, pvSet);
+   for (auto const& record : chip.records(oifSet)) {
+      if (record->zombie().isZombie() || record->deleted()) continue;
+      VEL_TRACE(8, ": Overwrite with new pvSet " << pvSet.pretty()
+                                                 << " to mcastId: " << record->multicastId());
+      VEL_BLIP(" Overwrite with pvSet %s to mcastId: %s", pvSet.pretty(), record->multicastId());
+      record->dirtyIs(true);
+      if (mrouteHelper()) {
+         mrouteHelper()->doUpdateMulticastGroupInPlace(rewritten, record->multicastId());
+      }
+   }
+}
+
+}  // namespace Vel::Mroute

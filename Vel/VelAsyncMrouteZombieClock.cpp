@@ -1,0 +1,71 @@
+// The zombie clock of the asynchronous per-switch reactor: it stands at the expiry of the first
+// zombie, and removes what is due in bounded passes. What a pass leaves is due already, so the
+// clock fires again in the next turn.
+#include "Vel/VelAsyncMrouteSm.h"
+
+namespace Vel::Mroute {
+
+namespace {
+
+constexpr char velTraceSource[] = "VelAsyncMrouteSm";
+
+}  // namespace
+
+void AsyncMrouteSwitchSm::handleZombie() {
+   VEL_TRACE(2, "AsyncMrouteSwitchSm::handleZombie()");
+   if (!initialized()) return;
+   if (mrouteSwitch()->deleted()) {
+      VEL_TRACE(2, "MrouteSwitch marked for deletion. Skipping Zombie handling");
+      return;
+   }
+   auto const& zombies = mrouteSwitch()->zombieOifSet();
+   if (zombies.empty()) {
+      VEL_TRACE(2, "Cancelling zombie timer");
+      if (zombieClock()) zombieClock()->timeMinIs(Qor::never);
+      return;
+   }
+   AsyncMtableOifSet const& first = *zombies.begin()->second;
+   VEL_TRACE(2, "Starting zombie timer for mcastId: " << first.multicastId());
+   if (zombieClock()) zombieClock()->timeMinIs(first.zombie().expiryTime());
+}
+
+void AsyncMrouteSwitchSm::handleZombie(ZombieKey const& key) {
+   VEL_TRACE(2, "AsyncMrouteSwitchSm::handleZombie()"
+                      << " key " << key);
+   if (initialized() && !mrouteSwitch()->deleted()) handleZombie();
+}
+
+void AsyncMrouteSwitchSm::handleZombieClock() {
+   VEL_TRACE(2, "AsyncMrouteSwitchSm::handleZombieClock()");
+   if (!initialized()) return;
+   Qor::Seconds const deadline = Qor::now() + zombiePassBudget;
+   auto const& zombies = mrouteSwitch()->zombieOifSet();
+   Qor::U32 removed = 0;
+   while (!zombies.empty()) {
+      auto const& [key, record] = *zombies.begin();
+      if (record->zombie().expiryTime() > Qor::now()) break;
+      VEL_TRACE(2, "Removing zombie with mcastId: " << record->multicastId());
+      mrouteSwitch()->zombieOifSetDel(key);
+      if (++removed < zombieCheckStride) continue;
+      removed = 0;
+      if (Qor::now() >= deadline) {
+         VEL_TRACE(8, "Not finishing reviewing all zombies.");
+         break;
+      }
+   }
+   handleZombie();
+}
+
+void AsyncMrouteSwitchSm::doForcePurgeOneZombie() {
+   VEL_TRACE(2, "AsyncMrouteSwitchSm::doForcePurgeOneZombie()");
+   auto const& zombies = mrouteSwitch()->zombieOifSet();
+   if (zombies.empty()) return;
+   auto const& [key, record] = *zombies.begin();
+   Qor::U32 const mcastId = record->multicastId();
+   VEL_TRACE(2, "Force removing zombie with mcastId: " << mcastId);
+   VEL_BLIP("AsyncMrouteSwitchSm::doForcePurgeOneZombie() force removing zombie with mcastId %s",
+            mcastId);
+   mrouteSwitch()->zombieOifSetDel(key);
+}
+
+}  // namespace Vel::Mroute

@@ -1,0 +1,82 @@
+// What a capture says, one event at a time.
+//
+// An event states facts about one moment: the full new state of a multicast route, the state of a
+// link, or a whole table. It has no "add" and no "change": a route event that is not a deletion
+// replaces whatever was known of its route, and repeating the known state is common and harmless.
+#pragma once
+
+#include <cstdint>
+#include <variant>
+#include <vector>
+
+#include "Interface/IntfOperStatus.h"
+#include "L3/VrfName.h"
+#include "Lnet/IntfId.h"
+#include "Routing/Multicast/Fib/IpGenRouteKey.h"
+
+namespace Agent {
+
+struct CaptureTime {
+   // Seconds since the first time stamp of the input; never goes back from event to event.
+   double time = 0;
+   // The stamp itself, microseconds since 1970 with the written date and time taken as UTC.
+   // Meaningful only if `stamped`; an event without a stamp has the time of the one before it.
+   std::int64_t unixMicroseconds = 0;
+   bool stamped = false;
+};
+
+// The VRF of a routing table: the table that multicast routes are in unless told otherwise is
+// "default", any other gives its VRF its own name or number.
+struct MrouteEvent : CaptureTime {
+   bool deleted = false;  // the rest, except vrf and key, is the last state and no longer matters
+   L3::VrfName vrf;
+   Routing::Multicast::Fib::IpGenRouteKey key;  // source and group as host prefixes; (*,G) has the
+                                                // unspecified source
+   Lnet::IntfId iif;  // empty: no input interface is known, so nothing can be accepted
+   // False: a packet has arrived without a route and the kernel waits for one. Nothing is
+   // forwarded.
+   bool resolved = false;
+   std::vector<Lnet::IntfId> oifs;  // in the order of the capture; a name may occur twice
+};
+
+struct LinkEvent : CaptureTime {
+   bool deleted = false;  // the interface is gone; status is notPresent
+   std::uint32_t ifindex = 0;
+   Lnet::IntfId intf;
+   Interface::IntfOperStatus status{};
+   bool adminUp = false;  // the flag UP: somebody wants it up, whatever its state
+};
+
+// The whole state of some tables at one moment. For each scope, routes that are not listed do not
+// exist; about other tables it says nothing, and an empty list therefore says nothing at all.
+struct SnapshotEvent : CaptureTime {
+   struct Scope {
+      Lnet::IpFamily family = Lnet::IpFamily::none;
+      L3::VrfName vrf;
+
+      friend bool operator==(Scope const&, Scope const&) = default;
+   };
+   std::vector<Scope> scopes;  // each once
+   // In the order of the list; they share the snapshot's time and have none of their own. A route
+   // may occur twice, since the kernel lists its table in pieces; the later occurrence is the
+   // newer.
+   std::vector<MrouteEvent> routes;
+
+   bool covers(L3::VrfName const& vrf, Routing::Multicast::Fib::IpGenRouteKey const& key) const {
+      for (Scope const& scope : scopes) {
+         if (scope.family == key.group().family() && scope.vrf == vrf) return true;
+      }
+      return false;
+   }
+};
+
+using CaptureEvent = std::variant<MrouteEvent, LinkEvent, SnapshotEvent>;
+
+inline CaptureTime& timeOf(CaptureEvent& event) {
+   return std::visit([](auto& e) -> CaptureTime& { return e; }, event);
+}
+inline CaptureTime const& timeOf(CaptureEvent const& event) {
+   return std::visit([](auto const& e) -> CaptureTime const& { return e; }, event);
+}
+
+}  // namespace Agent

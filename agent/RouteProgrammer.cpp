@@ -1,0 +1,398 @@
+#include "agent/RouteProgrammer.h"
+
+#include <algorithm>
+#include <sstream>
+#include <utility>
+
+namespace Agent {
+
+using MrouteLib::MrouteFailureReason;
+using MrouteLib::MtableOifSetPtr;
+using MrouteLib::OifSetPtr;
+using Vel::Mroute::AsyncMrouteSwitch;
+using Vel::Mroute::AsyncMtableOifSet;
+
+class RouteProgrammer::QorClock final : public Qor::Clock::Notifiee {
+ public:
+   explicit QorClock(RouteProgrammer& owner) : owner_(owner) {}
+   void onTime() override { owner_.runPass(); }
+
+ private:
+   RouteProgrammer& owner_;
+};
+
+// A zombie that goes, for whatever reason, may leave a free group.
+class RouteProgrammer::QorMrouteSwitch final : public AsyncMrouteSwitch::Notifiee {
+ public:
+   explicit QorMrouteSwitch(RouteProgrammer& owner) : owner_(owner) {}
+   void onZombieOifSet(Vel::Mroute::ZombieKey const&) override { onZombieOifSetImmediate(); }
+   void onZombieOifSetImmediate() override {
+      if (owner_.waitingGroup_.empty()) return;
+      owner_.groupRoom_ = true;
+      owner_.schedulePass();
+   }
+
+ private:
+   RouteProgrammer& owner_;
+};
+
+RouteProgrammer::RouteProgrammer(Qor::Ptr<AsyncMrouteSwitch> mrouteSwitch,
+                                 Qor::Ptr<MrouteLib::MrouteTableColl> tableColl,
+                                 Qor::Ptr<Routing::Multicast::Fib::Hardware::Status> mfibHwStatus)
+      : mrouteSwitch_(std::move(mrouteSwitch)),
+        tableColl_(std::move(tableColl)),
+        mfibHwStatus_(std::move(mfibHwStatus)),
+        clock_(Qor::make<Qor::Clock>("routeProgrammer")),
+        clockReactor_(std::make_unique<QorClock>(*this)),
+        switchReactor_(std::make_unique<QorMrouteSwitch>(*this)) {
+   clockReactor_->notifierIs(clock_.get());
+   switchReactor_->notifierIs(mrouteSwitch_.get());
+}
+
+RouteProgrammer::~RouteProgrammer() {
+   switchReactor_.reset();
+   for (auto& [name, table] : vrfs_) {
+      for (auto& [key, route] : table)
+         release(*route);
+   }
+}
+
+void RouteProgrammer::routeIs(L3::VrfName const& vrf, RouteKey const& key, WantedRoute wanted) {
+   RouteTable& table = vrfs_[vrf];
+   auto* entry = table.find(key);
+   if (!entry) entry = table.insert(key, Qor::make<Route>(*this, vrf, key)).first;
+   Route& route = *entry->second;
+   if (route.wanted_ == wanted) {
+      ++counters_.unchanged;
+      return;
+   }
+   if (!route.wanted_) ++wantedRoutes_;
+   route.wanted_ = std::move(wanted);
+   route.attempts_ = 0;
+   mark(route);
+}
+
+void RouteProgrammer::routeDel(L3::VrfName const& vrf, RouteKey const& key) {
+   auto const table = vrfs_.find(vrf);
+   auto* entry = table == vrfs_.end() ? nullptr : table->second.find(key);
+   if (!entry || !entry->second->wanted_) return;
+   --wantedRoutes_;
+   entry->second->wanted_.reset();
+   mark(*entry->second);
+}
+
+void RouteProgrammer::vrfReady(L3::VrfName const& vrf) {
+   auto const table = vrfs_.find(vrf);
+   if (table == vrfs_.end()) return;
+   for (auto& [key, route] : table->second) {
+      if (route->state_ == State::waitingVrf) mark(*route);
+   }
+}
+
+RouteProgrammer::Route const* RouteProgrammer::route(L3::VrfName const& vrf,
+                                                     RouteKey const& key) const {
+   auto const table = vrfs_.find(vrf);
+   auto const* entry = table == vrfs_.end() ? nullptr : table->second.find(key);
+   return entry && entry->second->wanted_ ? entry->second.get() : nullptr;
+}
+
+void RouteProgrammer::mark(Route& route) {
+   if (route.marked_) return;
+   route.marked_ = true;
+   work_.push_back(&route);
+   schedulePass();
+}
+
+void RouteProgrammer::schedulePass() {
+   if (clock_->timeMin() > Qor::now()) clock_->timeMinIs(Qor::now());
+}
+
+// One pass: what is marked first, since it may give room; then those who wait for room.
+void RouteProgrammer::runPass() {
+   Qor::U32 budget = routesPerPass;
+   for (; budget > 0 && !work_.empty(); --budget) {
+      RoutePtr const route = std::move(work_.front());
+      work_.pop_front();
+      process(*route);
+   }
+   budget = wake(waitingGroup_, State::waitingGroup, groupRoom_, budget);
+   budget = wake(waitingEntry_, State::waitingEntry, entryRoom_, budget);
+   bool const more = !work_.empty() || (groupRoom_ && !waitingGroup_.empty()) ||
+                     (entryRoom_ && !waitingEntry_.empty());
+   clock_->timeMinIs(more ? Qor::now() : Qor::never);
+}
+
+// Lets waiting routes try, first come first served, until one is refused again.
+Qor::U32 RouteProgrammer::wake(std::deque<RoutePtr>& queue, State state, bool& room,
+                               Qor::U32 budget) {
+   for (; room && budget > 0 && !queue.empty(); --budget) {
+      RoutePtr const route = queue.front();
+      if (route->state_ == state) place(*route);
+      if (route->state_ == state) {
+         room = false;
+         break;
+      }
+      queue.pop_front();
+      if (route->waitingIn_ == &queue) route->waitingIn_ = nullptr;
+   }
+   if (queue.empty()) room = false;
+   return budget;
+}
+
+void RouteProgrammer::process(Route& route) {
+   route.marked_ = false;
+   if (!route.wanted_) {
+      release(route);
+      stateIs(route, State::marked);
+      vrfs_[route.vrf_].take(route.key_);
+      return;
+   }
+   if (route.state_ == State::programming) checkChange(route);
+   if (route.state_ == State::programming) return;
+   if (route.state_ == State::failed && route.attempts_ != 0) return;
+   place(route);
+}
+
+// Looks at the transactions of the change under way, and watches the one it waits for.
+void RouteProgrammer::checkChange(Route& route) {
+   for (Hux::XactPtr const& xact : {route.oifSetXact_, route.ingressXact_}) {
+      if (!xact) continue;
+      if (xact->pending()) {
+         route.xactReactor_.notifierIs(xact);
+         return;
+      }
+      if (xact->state() == Hux::Xact::State::failed) {
+         route.failure_ = xact == route.oifSetXact_
+                                ? mrouteSwitch_->doGetOifSetXactFailureReason(xact)
+                                : mrouteSwitch_->doGetIngressXactFailureReason(xact);
+         changeFailed(route);
+         return;
+      }
+   }
+   route.xactReactor_.notifierIs(nullptr);
+   route.oifSetXact_ = route.ingressXact_ = nullptr;
+   if (route.previous_) groupRoom_ = true;
+   route.previous_ = nullptr;
+   route.confirmed_ = true;
+   route.attempts_ = 0;
+   stateIs(route, State::inHardware);
+}
+
+// The record must not be shared any more. The route goes back to the set it was at, if its entry is
+// known to be there, and is marked for another placement or given up.
+void RouteProgrammer::changeFailed(Route& route) {
+   ++counters_.failedWrites;
+   ++route.attempts_;
+   route.xactReactor_.notifierIs(nullptr);
+   route.oifSetXact_ = route.ingressXact_ = nullptr;
+   if (auto const record = Qor::ptrCast<AsyncMtableOifSet>(route.record_)) {
+      record->dirtyIs(true);
+      tableColl_->oifSetRetire(*record->oifSet());
+   }
+   if (route.attempts_ >= maxAttempts) {
+      release(route);
+      stateIs(route, State::failed);
+   } else if (route.confirmed_ && route.previous_) {
+      route.record_ = std::exchange(route.previous_, nullptr);
+      route.placed_->set = route.record_->oifSet()->portVlanSet();
+      stateIs(route, State::marked);
+   } else {
+      release(route);
+      stateIs(route, State::marked);
+   }
+}
+
+void RouteProgrammer::place(Route& route) {
+   if (!route.placed_) {
+      placeAnew(route);
+      return;
+   }
+   WantedRoute const& wanted = *route.wanted_;
+   if (*route.placed_ == wanted) {
+      stateIs(route, State::inHardware);
+      return;
+   }
+   publish(route);
+   MtableOifSetPtr const record =
+         route.placed_->set == wanted.set ? route.record_ : allocateRecord(route);
+   MrouteLib::RouteHandle leaving;
+   // Without room for old and new together the route steps aside, and tries with what it gave back.
+   if (!record || !replaceEntry(route, leaving)) {
+      release(route);
+      placeAnew(route);
+      return;
+   }
+   pointAt(route, record);
+   if (!leaving.isNull()) {
+      // Issued behind the new entry's writes, in the order that the chip keeps.
+      mrouteSwitch_->doDeleteRoute(leaving);
+      entryRoom_ = true;
+   }
+}
+
+void RouteProgrammer::placeAnew(Route& route) {
+   publish(route);
+   MtableOifSetPtr const record = allocateRecord(route);
+   if (!record) {
+      wait(route, State::waitingGroup);
+   } else if (!mrouteSwitch_->needIngressProgramming(route.wanted_->set.type()) ||
+              allocateEntry(route)) {
+      pointAt(route, record);
+   } else {
+      route.oifSetXact_ = nullptr;
+      wait(route, mrouteSwitch_->mrouteFailureReason() == MrouteFailureReason::noVrfStatus
+                        ? State::waitingVrf
+                        : State::waitingEntry);
+   }
+}
+
+// Gives the route another entry if the present one has other properties than wanted, and says which
+// entry is to be deleted once the new one is written. False: there is none to be had.
+bool RouteProgrammer::replaceEntry(Route& route, MrouteLib::RouteHandle& leaving) {
+   WantedRoute const& placed = *route.placed_;
+   WantedRoute const& wanted = *route.wanted_;
+   bool const inUseKeyStays = placed.acceptingVlan == wanted.acceptingVlan;
+   bool const entryStays = inUseKeyStays && placed.bridgeAction == wanted.bridgeAction &&
+                           placed.rpaId == wanted.rpaId;
+   if (route.handle_.isNull() || entryStays) return true;
+   if (inUseKeyStays) {
+      mrouteSwitch_->doDeleteRoute(std::exchange(route.handle_, {}));
+   } else {
+      leaving = route.handle_;
+   }
+   return allocateEntry(route);
+}
+
+bool RouteProgrammer::allocateEntry(Route& route) {
+   WantedRoute const& wanted = *route.wanted_;
+   mrouteSwitch_->doAllocateRoute(route.key_, wanted.acceptingVlan, wanted.bridgeAction,
+                                  wanted.rpaId, route.vrf_);
+   if (mrouteSwitch_->mrouteFailureReason() != MrouteFailureReason::none) return false;
+   route.handle_ = mrouteSwitch_->routeHandle();
+   route.confirmed_ = false;
+   return true;
+}
+
+void RouteProgrammer::pointAt(Route& route, MtableOifSetPtr record) {
+   if (route.record_ != record) {
+      route.previous_ = std::exchange(route.record_, std::move(record));
+   }
+   if (!route.handle_.isNull()) {
+      route.ingressXact_ =
+            mrouteSwitch_->doSetMtableOifSet(route.handle_, route.record_, route.oifSetXact_);
+   }
+   route.placed_ = route.wanted_;
+   stateIs(route, State::programming);
+   checkChange(route);
+}
+
+// The record for the route's wanted set; null when there is no group for it.
+MtableOifSetPtr RouteProgrammer::allocateRecord(Route& route) {
+   WantedRoute const& wanted = *route.wanted_;
+   MrouteLib::RouteKeyInfo const info(route.key_, route.vrf_, wanted.acceptingVlan,
+                                      wanted.set.type());
+   OifSetPtr const oifSet = sharedOifSet(wanted.set);
+   auto const parked = mrouteSwitch_->inUseRecord(oifSet);
+   bool const wasZombie = parked && parked->zombie().isZombie();
+   bool const frrRoute = !wanted.set.currentIif().isNull();
+   Qor::U32 zombies = mrouteSwitch_->zombieOifSet().size();
+   while (true) {
+      route.oifSetXact_ = mrouteSwitch_->doAllocateMtableOifSet(info, oifSet, nullptr, 0, frrRoute);
+      if (mrouteSwitch_->mrouteFailureReason() == MrouteFailureReason::none) break;
+      if (zombies-- == 0 || !purgeOldestZombie()) return nullptr;
+   }
+   MtableOifSetPtr const record = mrouteSwitch_->mtableOifSet();
+   mrouteSwitch_->mtableOifSetIs(nullptr);
+   if (wasZombie && record.get() == parked.get()) ++counters_.resurrections;
+   return record;
+}
+
+// The one object for this set; never one whose record may not be shared.
+OifSetPtr RouteProgrammer::sharedOifSet(MrouteLib::PortVlanSet const& set) {
+   OifSetPtr const oifSet = tableColl_->newOifSet(set);
+   auto const record = mrouteSwitch_->inUseRecord(oifSet);
+   if (!record || !record->dirty()) return oifSet;
+   tableColl_->oifSetRetire(*oifSet);
+   return tableColl_->newOifSet(set);
+}
+
+bool RouteProgrammer::purgeOldestZombie() {
+   auto const& zombies = mrouteSwitch_->zombieOifSet();
+   if (zombies.empty()) return false;
+   mrouteSwitch_->zombieOifSetDel(zombies.begin()->first);
+   ++counters_.purges;
+   return true;
+}
+
+// Takes the route out of hardware, entry first.
+void RouteProgrammer::release(Route& route) {
+   route.xactReactor_.notifierIs(nullptr);
+   route.oifSetXact_ = route.ingressXact_ = nullptr;
+   if (!route.handle_.isNull()) {
+      mrouteSwitch_->doDeleteRoute(std::exchange(route.handle_, {}));
+      entryRoom_ = true;
+   }
+   if (route.record_ || route.previous_) groupRoom_ = true;
+   route.record_ = nullptr;
+   route.previous_ = nullptr;
+   route.placed_.reset();
+   route.confirmed_ = false;
+   withdraw(route);
+}
+
+void RouteProgrammer::wait(Route& route, State state) {
+   withdraw(route);
+   stateIs(route, state);
+   ++counters_.refusals;
+   if (state == State::waitingVrf) return;
+   auto& queue = state == State::waitingGroup ? waitingGroup_ : waitingEntry_;
+   if (route.waitingIn_ == &queue) return;
+   queue.push_back(&route);
+   route.waitingIn_ = &queue;
+}
+
+void RouteProgrammer::publish(Route const& route) {
+   mfibHwStatus_->vrfStatusIs(route.vrf_)
+         ->routeIs(route.key_)
+         ->acceptingIntfIdIs(route.wanted_->acceptingIntfId);
+}
+
+void RouteProgrammer::withdraw(Route const& route) {
+   auto const vrfStatus = mfibHwStatus_->vrfStatus(route.vrf_);
+   if (vrfStatus) vrfStatus->routeDel(route.key_);
+}
+
+void RouteProgrammer::stateIs(Route& route, State state) {
+   programming_ -= route.state_ == State::programming;
+   programming_ += state == State::programming;
+   route.state_ = state;
+}
+
+Qor::String RouteProgrammer::Route::reason() const {
+   switch (state_) {
+      case State::inHardware:
+         return {};
+      case State::marked:
+         return "not looked at yet";
+      case State::programming:
+         return "transactions under way";
+      case State::waitingGroup:
+         return "no free multicast group (failure code 8); waits for a deletion";
+      case State::waitingEntry:
+         return "no free route entry (failure code 1024); waits for a deletion";
+      case State::waitingVrf:
+         return "VRF " + vrf_.name() + " has no hardware status (failure code 4096)";
+      case State::failed:
+         return "write failed " + std::to_string(attempts_) + " times: " + failure_;
+   }
+   return {};
+}
+
+std::ostream& operator<<(std::ostream& os, RouteProgrammer::State state) {
+   static constexpr char const* names[] = {"marked",       "programming",  "inHardware",
+                                           "waitingGroup", "waitingEntry", "waitingVrf",
+                                           "failed"};
+   return os << names[static_cast<unsigned>(state)];
+}
+
+}  // namespace Agent

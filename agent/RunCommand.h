@@ -1,0 +1,40 @@
+// `velmroute run FILE...`: replays captures of multicast routes through the route programmer and
+// the asynchronous path onto the simulated chip, in virtual time, and checks what the chip forwards
+// in the end.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "agent/Views.h"
+#include "platform/sim/Chip.h"
+
+namespace Agent {
+
+struct RunOptions {
+   std::vector<std::string> files;  // "-" is standard input
+   std::string mapFile;             // empty: interfaces are numbered on first sight
+   Sim::ChipConfig chip;
+   std::vector<View> show;
+   bool json = false;
+   bool check = true;
+   bool keepGoing = false;
+};
+
+// Exit codes of the program.
+inline constexpr int exitDone = 0;
+inline constexpr int exitFailed = 1;  // bad input, or the check found differences
+inline constexpr int exitUsage = 2;
+
+// Parses "groups=N,routes=M,latency=S" (any of them, in any order) into `config`. Returns what is
+// wrong with the text, or nothing.
+std::optional<std::string> parseChipOption(std::string const& text, Sim::ChipConfig& config);
+// Parses "LEVEL[:GLOB]" and turns the trace on. Returns what is wrong with the text, or nothing.
+std::optional<std::string> applyTraceOption(std::string const& text);
+
+// Results go to standard output, all else to standard error; a progress line is shown while
+// standard error is a terminal. An interrupt (SIGINT) ends the input, as end of file does.
+int runCapture(RunOptions const& options);
+
+}  // namespace Agent

@@ -1,0 +1,135 @@
+#include "agent/SimulatedSwitch.h"
+
+#include <set>
+#include <utility>
+#include <vector>
+
+#include "agent/CaptureState.h"
+
+namespace Agent {
+
+namespace {
+
+Qor::Ptr<Qor::ActivityManager> newVirtualTime() {
+   auto manager = Qor::make<Qor::ActivityManager>(Qor::ActivityManager::TimeBase::virtualTime);
+   Qor::activityManagerIs(manager);
+   return manager;
+}
+
+bool carriesTraffic(Interface::IntfOperStatus status) {
+   // Devices that do not report a state, as tunnels, are "unknown" while they work.
+   return status == Interface::IntfOperStatus::up || status == Interface::IntfOperStatus::unknown;
+}
+
+}  // namespace
+
+SimulatedSwitch::SimulatedSwitch(Sim::ChipConfig const& config, InterfaceMap intfMap)
+      : intfMap_(std::move(intfMap)),
+        activity_(newVirtualTime()),
+        chip_(Qor::make<Sim::Chip>(config)),
+        platform_(Qor::make<Sim::AsyncPlatform>("sim", chip_)),
+        routeStatus_(Qor::make<Routing::Hardware::RouteStatus>()),
+        mrouteSwitch_(Vel::Mroute::asyncMrouteSwitchFactory("switch1", routeStatus_, platform_)),
+        routeProgrammer_(std::make_unique<RouteProgrammer>(
+              mrouteSwitch_, Qor::make<MrouteLib::MrouteTableColl>(),
+              Qor::make<Routing::Multicast::Fib::Hardware::Status>())) {
+   learnVrf(L3::VrfName("default"));
+}
+
+SimulatedSwitch::~SimulatedSwitch() = default;
+
+void SimulatedSwitch::apply(CaptureEvent const& event) {
+   activity_->runUntil(timeOf(event).time);
+   learn(event);
+   std::visit([this](auto const& e) { apply(e); }, event);
+}
+
+void SimulatedSwitch::settle() {
+   activity_->runUntil(Qor::never);
+}
+
+std::optional<Vel::VrfId> SimulatedSwitch::vrfId(L3::VrfName const& vrf) const {
+   auto const status = routeStatus_->vrfStatus(vrf);
+   if (!status) return std::nullopt;
+   return status->vrfId();
+}
+
+Intf const& SimulatedSwitch::intf(Lnet::IntfId id) const {
+   return intfMap_.intf(id);
+}
+
+// What the event names is made known first, so that an interface that cannot be had stops it whole.
+void SimulatedSwitch::learn(CaptureEvent const& event) {
+   auto const learnRoute = [this](MrouteEvent const& route) {
+      learnVrf(route.vrf);
+      if (route.iif) learnIntf(route.iif);
+      for (Lnet::IntfId const oif : route.oifs)
+         learnIntf(oif);
+   };
+   if (auto const* route = std::get_if<MrouteEvent>(&event)) {
+      learnRoute(*route);
+   } else if (auto const* link = std::get_if<LinkEvent>(&event)) {
+      learnIntf(link->intf);
+   } else {
+      for (MrouteEvent const& r : std::get<SnapshotEvent>(event).routes)
+         learnRoute(r);
+   }
+}
+
+Intf const& SimulatedSwitch::learnIntf(Lnet::IntfId id) {
+   Intf const& known = intfMap_.intf(id);
+   for (; portsMade_ < intfMap_.intfs().size(); ++portsMade_) {
+      Intf const& intf = *intfMap_.intfs()[portsMade_];
+      if (intf.port == 0) continue;
+      Sim::Refusal const refusal = chip_->portAdd(intf.id, intf.port, intf.vlan);
+      QOR_ASSERT(refusal.empty());
+   }
+   return known;
+}
+
+void SimulatedSwitch::learnVrf(L3::VrfName const& vrf) {
+   if (routeStatus_->vrfStatus(vrf)) return;
+   routeStatus_->newVrfStatus(vrf, Vel::VrfId(routeStatus_->vrfStatus().size()));
+   if (routeProgrammer_) routeProgrammer_->vrfReady(vrf);
+}
+
+void SimulatedSwitch::apply(MrouteEvent const& event) {
+   if (event.deleted || !event.resolved || !event.iif) {
+      routeProgrammer_->routeDel(event.vrf, event.key);
+      return;
+   }
+   WantedRoute wanted;
+   wanted.acceptingIntfId = event.iif;
+   wanted.acceptingVlan = intf(event.iif).vlan;
+   wanted.set.typeIs(Routing::Multicast::Fib::routeKeyType(event.key));
+   for (Lnet::IntfId const oif : event.oifs) {
+      Intf const& out = intf(oif);
+      if (out.cpu) {
+         wanted.set.toCpuIs(true);
+      } else {
+         wanted.set.newPortVlan(MrouteLib::PortVlan(oif, out.vlan), true);
+      }
+   }
+   routeProgrammer_->routeIs(event.vrf, event.key, std::move(wanted));
+}
+
+void SimulatedSwitch::apply(LinkEvent const& event) {
+   if (intf(event.intf).port != 0) chip_->linkIs(event.intf, carriesTraffic(event.status));
+}
+
+void SimulatedSwitch::apply(SnapshotEvent const& event) {
+   std::set<RouteId> listed;
+   for (MrouteEvent const& route : event.routes)
+      listed.insert({route.vrf, route.key});
+   std::vector<RouteId> gone;
+   routeProgrammer_->forEachRoute([&](RouteProgrammer::Route const& route) {
+      RouteId id{route.vrf(), route.key()};
+      if (event.covers(id.vrf, id.key) && !listed.contains(id)) gone.push_back(std::move(id));
+   });
+   for (RouteId const& id : gone)
+      routeProgrammer_->routeDel(id.vrf, id.key);
+   for (MrouteEvent const& route : event.routes)
+      apply(route);
+}
+
+}  // namespace Agent

@@ -1,0 +1,62 @@
+// A whole forwarding agent on the simulated chip, in virtual time: chip, platform hooks, table
+// programmer and route programmer, wired as on a real switch, and fed with the events of a capture.
+//
+// Interfaces become ports of the chip, and VRFs get their ids, on first sight; the VRF "default" is
+// 0. A route's incoming interface gives its accepting vlan. A route that is unresolved, or has no
+// incoming interface, is not in hardware: there is nothing to accept packets from.
+#pragma once
+
+#include "Routing/Hardware/RouteStatus.h"
+#include "agent/CaptureEvent.h"
+#include "agent/InterfaceMap.h"
+#include "agent/RouteProgrammer.h"
+#include "platform/sim/AsyncPlatform.h"
+#include "platform/sim/Chip.h"
+
+namespace Agent {
+
+class SimulatedSwitch {
+ public:
+   // Puts a new virtual-time activity manager in place, at time 0. The map is taken as loaded.
+   SimulatedSwitch(Sim::ChipConfig const& config, InterfaceMap intfMap);
+   ~SimulatedSwitch();
+   SimulatedSwitch(SimulatedSwitch const&) = delete;
+   SimulatedSwitch& operator=(SimulatedSwitch const&) = delete;
+
+   // Runs everything that is due before the event's time, and then takes the event over whole.
+   // Raises InterfaceMapFull, before anything of the event is applied, when an interface has no
+   // vlan left.
+   void apply(CaptureEvent const& event);
+   // Runs until nothing is left to do: all transactions are complete.
+   void settle();
+
+   Sim::Chip& chip() { return *chip_; }
+   Sim::Chip const& chip() const { return *chip_; }
+   Sim::AsyncPlatform const& platform() const { return *platform_; }
+   Vel::Mroute::AsyncMrouteSwitch const& mrouteSwitch() const { return *mrouteSwitch_; }
+   RouteProgrammer const& routeProgrammer() const { return *routeProgrammer_; }
+   InterfaceMap const& interfaceMap() const { return intfMap_; }
+   // Null for a VRF that has not been seen.
+   std::optional<Vel::VrfId> vrfId(L3::VrfName const& vrf) const;
+   // The interface of a name that has been seen.
+   Intf const& intf(Lnet::IntfId id) const;
+
+ private:
+   void learn(CaptureEvent const& event);
+   Intf const& learnIntf(Lnet::IntfId id);
+   void learnVrf(L3::VrfName const& vrf);
+   void apply(MrouteEvent const& event);
+   void apply(LinkEvent const& event);
+   void apply(SnapshotEvent const& event);
+
+   mutable InterfaceMap intfMap_;
+   std::size_t portsMade_ = 0;  // interfaces of the map that the chip knows
+   Qor::Ptr<Qor::ActivityManager> const activity_;
+   Qor::Ptr<Sim::Chip> const chip_;
+   Qor::Ptr<Sim::AsyncPlatform> const platform_;
+   Qor::Ptr<Routing::Hardware::RouteStatus> const routeStatus_;
+   Qor::Ptr<Vel::Mroute::AsyncMrouteSwitch> const mrouteSwitch_;
+   std::unique_ptr<RouteProgrammer> const routeProgrammer_;
+};
+
+}  // namespace Agent

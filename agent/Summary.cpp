@@ -1,0 +1,161 @@
+#include "agent/Summary.h"
+
+#include <cstdio>
+#include <string>
+
+namespace Agent {
+
+namespace {
+
+using nlohmann::ordered_json;
+
+// Of the routes that are not in hardware, in the text form; the JSON form has them all.
+constexpr std::size_t listedRoutes = 20;
+
+std::string fixed(double value, int decimals) {
+   char text[64];
+   std::snprintf(text, sizeof text, "%.*f", decimals, value);
+   return text;
+}
+
+// The number at a key, as the text form prints it.
+std::string n(ordered_json const& object, char const* key) {
+   return std::to_string(object.at(key).get<std::uint64_t>());
+}
+
+}  // namespace
+
+ordered_json summaryJson(RunFigures const& figures, SimulatedSwitch const& simulated,
+                         CheckResult const* check) {
+   Sim::Chip const& chip = simulated.chip();
+   RouteProgrammer const& programmer = simulated.routeProgrammer();
+   std::uint64_t inHardware = 0, waiting = 0, failed = 0;
+   programmer.forEachRoute([&](RouteProgrammer::Route const& route) {
+      switch (route.state()) {
+         case RouteProgrammer::State::inHardware:
+            ++inHardware;
+            break;
+         case RouteProgrammer::State::failed:
+            ++failed;
+            break;
+         default:
+            ++waiting;
+      }
+   });
+   auto const zombies = simulated.mrouteSwitch().zombieOifSet().size();
+   auto const groupsInUse = chip.groups() - zombies;
+   auto const& counters = programmer.counters();
+
+   ordered_json j;
+   j["events"] = {{"total", figures.events},
+                  {"routes", figures.routeEvents},
+                  {"deletions", figures.deletions},
+                  {"links", figures.linkEvents},
+                  {"snapshots", figures.snapshots},
+                  {"lines", figures.lines},
+                  {"skippedLines", figures.skippedLines},
+                  {"badLines", figures.badLines},
+                  {"clockSteps", figures.clockSteps},
+                  {"captureSeconds", figures.captureSeconds}};
+   j["time"] = {
+         {"seconds", figures.realSeconds},
+         {"microsecondsPerEvent",
+          figures.events ? figures.realSeconds * 1e6 / static_cast<double>(figures.events) : 0.0}};
+   j["routes"] = {{"wanted", programmer.routes()},
+                  {"inHardware", inHardware},
+                  {"waiting", waiting},
+                  {"failed", failed},
+                  {"unchangedUpdates", counters.unchanged}};
+   j["groups"] = {
+         {"inUse", groupsInUse},
+         {"zombies", zombies},
+         {"sharingRatio",
+          groupsInUse ? static_cast<double>(inHardware) / static_cast<double>(groupsInUse) : 0.0},
+         {"resurrections", counters.resurrections},
+         {"purges", counters.purges}};
+   j["groupWrites"] = {{"create", chip.writes(Sim::WriteKind::groupCreate)},
+                       {"update", chip.writes(Sim::WriteKind::groupUpdate)},
+                       {"delete", chip.writes(Sim::WriteKind::groupDelete)}};
+   j["routeWrites"] = {{"create", chip.writes(Sim::WriteKind::routeCreate)},
+                       {"point", chip.writes(Sim::WriteKind::routePoint)},
+                       {"delete", chip.writes(Sim::WriteKind::routeDelete)}};
+   j["failedWrites"] = counters.failedWrites;
+   j["peak"] = {{"groups", chip.groupsPeak()},
+                {"groupCapacity", chip.config().groups},
+                {"routes", chip.routes().peak()},
+                {"routeCapacity", chip.config().routes}};
+   if (check) {
+      ordered_json notPlaced = ordered_json::array();
+      for (auto const& route : check->notPlaced) {
+         notPlaced.push_back({{"route", route.id.toString()}, {"reason", route.reason}});
+      }
+      j["check"] = {{"passed", check->passed()},
+                    {"routes", check->routes},
+                    {"differences", check->differences},
+                    {"notInHardware", notPlaced}};
+   }
+   return j;
+}
+
+void printSummary(std::ostream& os, ordered_json const& s) {
+   auto const& events = s.at("events");
+   os << "events         " << n(events, "total") << " in "
+      << fixed(events.at("captureSeconds").get<double>(), 1) << " s of capture ("
+      << n(events, "routes") << " routes, " << n(events, "deletions") << " of them deletions; "
+      << n(events, "links") << " links; " << n(events, "snapshots") << " snapshots)\n";
+   if (events.at("badLines") != 0) os << "bad lines      " << n(events, "badLines") << '\n';
+   if (events.at("skippedLines") != 0) {
+      os << "skipped lines  " << n(events, "skippedLines") << '\n';
+   }
+   if (events.at("clockSteps") != 0) {
+      os << "clock steps    " << n(events, "clockSteps")
+         << " times the time stamps went back; taken as no time having passed\n";
+   }
+   auto const& routes = s.at("routes");
+   os << "routes         " << n(routes, "wanted") << " wanted, " << n(routes, "inHardware")
+      << " in hardware, " << n(routes, "waiting") << " waiting, " << n(routes, "failed")
+      << " failed\n";
+   auto const& groups = s.at("groups");
+   os << "groups         " << n(groups, "inUse") << " in use, " << n(groups, "zombies")
+      << " zombies; sharing ratio " << fixed(groups.at("sharingRatio").get<double>(), 2)
+      << " routes a group\n";
+   os << "resurrections  " << n(groups, "resurrections") << "; zombies purged for room "
+      << n(groups, "purges") << '\n';
+   auto const& groupWrites = s.at("groupWrites");
+   os << "group writes   " << n(groupWrites, "create") << " create, " << n(groupWrites, "update")
+      << " update, " << n(groupWrites, "delete") << " delete\n";
+   auto const& routeWrites = s.at("routeWrites");
+   os << "route writes   " << n(routeWrites, "create") << " create, " << n(routeWrites, "point")
+      << " point, " << n(routeWrites, "delete") << " delete; " << n(routes, "unchangedUpdates")
+      << " updates changed nothing\n";
+   if (s.at("failedWrites") != 0) os << "failed writes  " << n(s, "failedWrites") << '\n';
+   auto const& peak = s.at("peak");
+   os << "peak use       groups " << n(peak, "groups") << " of " << n(peak, "groupCapacity")
+      << ", routes " << n(peak, "routes") << " of " << n(peak, "routeCapacity") << '\n';
+   auto const& time = s.at("time");
+   os << "time           " << fixed(time.at("seconds").get<double>(), 3) << " s, "
+      << fixed(time.at("microsecondsPerEvent").get<double>(), 2) << " us an event\n";
+   if (!s.contains("check")) return;
+   auto const& check = s.at("check");
+   if (check.at("passed") == true) {
+      os << "check          passed: " << n(check, "routes")
+         << " routes forward as the capture says\n";
+   } else {
+      os << "check          FAILED: " << check.at("differences").size() << " differences\n";
+   }
+   if (!check.at("notInHardware").empty()) {
+      os << "not in hardware, and why:\n";
+      std::size_t listed = 0;
+      for (auto const& route : check.at("notInHardware")) {
+         if (listed++ == listedRoutes) {
+            os << "   and " << check.at("notInHardware").size() - listedRoutes
+               << " more: --show routes lists all\n";
+            break;
+         }
+         os << "   " << route.at("route").get<std::string>() << ": "
+            << route.at("reason").get<std::string>() << '\n';
+      }
+   }
+}
+
+}  // namespace Agent

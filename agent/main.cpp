@@ -1,0 +1,72 @@
+// The program's command line.
+#include <CLI/CLI.hpp>
+
+#include "agent/RunCommand.h"
+
+namespace {
+
+using Agent::RunOptions;
+
+CLI::Validator chipSyntax() {
+   return CLI::Validator(
+         [](std::string& text) {
+            Sim::ChipConfig scratch;
+            return Agent::parseChipOption(text, scratch).value_or("");
+         },
+         "groups=N,routes=N,latency=S");
+}
+
+void addRun(CLI::App& app, RunOptions& options, std::vector<std::string>& traces,
+            std::vector<std::string>& shows, std::string& chip) {
+   CLI::App* run = app.add_subcommand(
+         "run", "replay captures of multicast routes onto a simulated switch chip");
+   run->footer(
+         "A FILE holds lines of `ip -ts -o monitor mroute link`, or the output of `ip -j mroute "
+         "show`\n"
+         "(IPv4 or -6), plain or gzip; - is standard input:\n"
+         "   ip -ts -o monitor mroute link | velmroute run -\n"
+         "Exit code: 0 done, 1 bad input or a failed check, 2 bad usage.");
+   run->add_option("FILE", options.files, "captures, replayed one after another")->required();
+   run->add_option("--map", options.mapFile, "fixes the ports and vlans of interfaces");
+   run->add_option("--chip", chip, "sizes the chip; latency is that of a write, in seconds")
+         ->check(chipSyntax());
+   run->add_option("--show", shows, "tables to print: routes, oifsets, zombies, chip")
+         ->delimiter(',')
+         ->allow_extra_args(false)
+         ->check(CLI::IsMember({"routes", "oifsets", "zombies", "chip"}));
+   run->add_flag("-j,--json", options.json, "print everything as one JSON object");
+   run->add_flag("--check,!--no-check", options.check,
+                 "compare what the chip forwards with the capture's end (on by default)");
+   run->add_flag("--keep-going", options.keepGoing, "report malformed lines and go on");
+   run->add_option("--trace", traces, "trace up to LEVEL (0-9) of the handles that match GLOB")
+         ->allow_extra_args(false)
+         ->type_name("LEVEL[:GLOB]");
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+   CLI::App app("Carries multicast routes onto a switch chip.", "velmroute");
+   app.set_version_flag("--version", "velmroute " VELMROUTE_VERSION);
+   app.require_subcommand(1);
+   RunOptions options;
+   std::vector<std::string> traces;
+   std::vector<std::string> shows;
+   std::string chip;
+   addRun(app, options, traces, shows, chip);
+   try {
+      app.parse(argc, argv);
+   } catch (CLI::ParseError const& error) {
+      return app.exit(error) == 0 ? Agent::exitDone : Agent::exitUsage;
+   }
+   if (!chip.empty()) Agent::parseChipOption(chip, options.chip);
+   for (std::string const& show : shows)
+      options.show.push_back(*Agent::viewNamed(show));
+   for (std::string const& trace : traces) {
+      if (auto const wrong = Agent::applyTraceOption(trace)) {
+         std::cerr << *wrong << '\n';
+         return Agent::exitUsage;
+      }
+   }
+   return Agent::runCapture(options);
+}

@@ -1,0 +1,347 @@
+#include "platform/sim/AsyncPlatform.h"
+
+#include <algorithm>
+#include <iterator>
+#include <numeric>
+#include <utility>
+
+#include "platform/sim/Text.h"
+
+namespace Sim {
+
+using Bridging::VlanIdOrNone;
+using Hux::XactPtr;
+using MrouteLib::OifSetPtr;
+using MrouteLib::RouteHandle;
+using Qor::String8;
+using Qor::U32;
+using Routing::Multicast::Fib::IpGenRouteKey;
+
+namespace {
+
+bool contains(std::vector<Routing::Multicast::Fib::RouteKeyType> const& types,
+              Routing::Multicast::Fib::RouteKeyType type) {
+   return std::find(types.begin(), types.end(), type) != types.end();
+}
+
+AsyncPlatformConfig checked(AsyncPlatformConfig config, Chip const& chip) {
+   U32 const groups = chip.config().groups;
+   if (config.fixedGroups > groups || config.firstFixedGroup > groups - config.fixedGroups ||
+       (!config.fixedTypes.empty() && config.fixedGroups == 0)) {
+      Qor::throwRange(
+            "AsyncPlatformConfig::fixedGroups outside the groups of the chip not allowed");
+   }
+   return config;
+}
+
+}  // namespace
+
+std::string_view AsyncPlatform::hookName(Hook hook) {
+   static constexpr std::string_view names[] = {
+         "handleMrouteCounterMode",
+         "handleWildcardCounter",
+         "doCreateMrouteCounter",
+         "doDeleteMrouteCounter",
+         "doAllocateSharableMulticastGroup",
+         "doAllocateFixedMulticastGroup",
+         "doUpdateMulticastGroupInPlace",
+         "doGetXactForOifSet",
+         "doGetXactFailureReason",
+         "doDeleteOifSet",
+         "doAllocateRoute",
+         "doSetMtableOifSet",
+         "doGetXactForIngress",
+         "doDeleteRoute",
+         "routeLastAccessedTime",
+         "needFixedOifSet",
+         "needIngressProgramming",
+         "mcastIdReusable",
+         "mcastIdIsValid",
+         "doGetAdjustedPollingInterval",
+         "doGetAdjustedActivityPollInterval",
+         "doScheduleVerify",
+   };
+   static_assert(std::size(names) == hooks);
+   return names[static_cast<std::size_t>(hook)];
+}
+
+AsyncPlatform::AsyncPlatform(Qor::Name name, Qor::Ptr<Chip> chip, AsyncPlatformConfig config,
+                             Qor::Ptr<FlexCounters::CounterKeyTable> activeCounterKeyTable,
+                             Qor::Ptr<MrouteLib::MrouteCounterKeyMapTable> mrouteCounterKeyMapTable)
+      : AsyncMrouteHelper(std::move(name), std::move(activeCounterKeyTable),
+                          std::move(mrouteCounterKeyMapTable)),
+        chip_(std::move(chip)),
+        config_(checked(std::move(config), *chip_)),
+        queue_(Qor::make<XactQueue>(chip_->config().latency)),
+        groupPool_(chip_->config().groups, config_.firstFixedGroup, config_.fixedGroups),
+        routePool_(chip_->config().routes) {}
+
+// The queue may be held by others, and its writes point back here.
+AsyncPlatform::~AsyncPlatform() {
+   queue_->close();
+}
+
+void AsyncPlatform::called(Hook hook) {
+   if (observer_) observer_(hookName(hook));
+   ++calls_[static_cast<std::size_t>(hook)];
+   if (config_.callCost > 0) Qor::activityManager()->advance(config_.callCost);
+}
+
+void AsyncPlatform::misused(Hook hook, char const* what, U32 number) {
+   violations_.add(text(hookName(hook), ": ", what, ' ', number, " is not allocated"));
+}
+
+Qor::U64 AsyncPlatform::calls() const {
+   return std::accumulate(calls_.begin(), calls_.end(), Qor::U64{0});
+}
+
+ChipXactPtr AsyncPlatform::issue(XactQueue::Write write, XactPtr blockingXact) {
+   return queue_->issue(std::move(write), std::move(blockingXact), faults_.extraLatency());
+}
+
+void AsyncPlatform::issueDelete(WriteKind kind, XactQueue::Write write) {
+   String8 fault = faults_.failure(kind);
+   if (!fault.empty()) issue([fault = std::move(fault)] { return fault; }, nullptr);
+   issue(std::move(write), nullptr);
+}
+
+// ---- Groups ----
+
+// Runs from the queue: brings the group on the chip to the set's members.
+String8 AsyncPlatform::applyGroup(U32 id, MrouteLib::PortVlanSet const& set) {
+   std::vector<MrouteLib::PortVlan> members;
+   members.reserve(set.portVlan().size());
+   for (auto const& [member, flag] : set.portVlan())
+      members.push_back(member);
+   bool& onChip = groups_[id].onChip;
+   Refusal refusal = onChip ? chip_->groupUpdate(id, std::move(members), set.toCpu())
+                            : chip_->groupCreate(id, std::move(members), set.toCpu());
+   if (refusal.empty()) onChip = true;
+   return refusal;
+}
+
+void AsyncPlatform::writeGroup(WriteKind kind, U32 id, OifSetPtr oifSet, XactPtr blockingXact) {
+   if (id >= groups_.size()) groups_.resize(id + 1);
+   String8 fault = faults_.failure(kind);
+   auto write = [this, id, oifSet = std::move(oifSet), fault = std::move(fault)] {
+      return fault.empty() ? applyGroup(id, oifSet->portVlanSet()) : fault;
+   };
+   groups_[id].xact = issue(std::move(write), std::move(blockingXact));
+   groups_[id].allocated = true;
+}
+
+U32 AsyncPlatform::doAllocateSharableMulticastGroup(MrouteLib::RouteKeyInfo const&,
+                                                    OifSetPtr oifSet, XactPtr blockingXact, bool) {
+   called(Hook::doAllocateSharableMulticastGroup);
+   auto const id = faults_.groupsExhausted() ? std::nullopt : groupPool_.take();
+   if (!id) return invalidMulticastId;
+   writeGroup(WriteKind::groupCreate, *id, std::move(oifSet), std::move(blockingXact));
+   return *id;
+}
+
+U32 AsyncPlatform::doAllocateFixedMulticastGroup(OifSetPtr oifSet, XactPtr blockingXact,
+                                                 U32 mcastId) {
+   called(Hook::doAllocateFixedMulticastGroup);
+   if (faults_.groupsExhausted() || !isFixedGroup(mcastId)) return invalidMulticastId;
+   bool const there = groupAllocated(mcastId);
+   if (!there) ++fixedAllocated_;
+   writeGroup(there ? WriteKind::groupUpdate : WriteKind::groupCreate, mcastId, std::move(oifSet),
+              std::move(blockingXact));
+   return mcastId;
+}
+
+void AsyncPlatform::doUpdateMulticastGroupInPlace(OifSetPtr oifSet, U32 mcastId) {
+   called(Hook::doUpdateMulticastGroupInPlace);
+   if (!groupAllocated(mcastId)) {
+      return misused(Hook::doUpdateMulticastGroupInPlace, "group", mcastId);
+   }
+   writeGroup(WriteKind::groupUpdate, mcastId, std::move(oifSet), nullptr);
+}
+
+XactPtr AsyncPlatform::doGetXactForOifSet(U32 mcastId) {
+   called(Hook::doGetXactForOifSet);
+   if (groupAllocated(mcastId)) return groups_[mcastId].xact;
+   misused(Hook::doGetXactForOifSet, "group", mcastId);
+   return nullptr;
+}
+
+String8 AsyncPlatform::doGetXactFailureReason(XactPtr xact, VelHelper::MrouteXactType) {
+   called(Hook::doGetXactFailureReason);
+   if (!xact || xact->state() != Hux::Xact::State::failed) return {};
+   auto const* const own = dynamic_cast<ChipXact const*>(xact.get());
+   return own ? own->failureReason() : "a transaction of another platform";
+}
+
+void AsyncPlatform::doDeleteOifSet(U32 mcastId) {
+   called(Hook::doDeleteOifSet);
+   if (!groupAllocated(mcastId)) return misused(Hook::doDeleteOifSet, "group", mcastId);
+   issueDelete(WriteKind::groupDelete, [this, mcastId]() -> String8 {
+      if (!groups_[mcastId].onChip) return {};
+      Refusal refusal = chip_->groupDelete(mcastId);
+      if (refusal.empty()) groups_[mcastId].onChip = false;
+      return refusal;
+   });
+   groups_[mcastId].allocated = false;
+   groups_[mcastId].xact = nullptr;
+   if (isFixedGroup(mcastId)) {
+      --fixedAllocated_;
+   } else {
+      groupPool_.give(mcastId);
+   }
+}
+
+// ---- Routes ----
+
+RouteHandle AsyncPlatform::doAllocateRoute(IpGenRouteKey const& routeKey,
+                                           VlanIdOrNone acceptingVlanId, bool bridgeAction,
+                                           Wisp::Multicast::Fib::RpaIndex rpaId, U32 vrfId) {
+   called(Hook::doAllocateRoute);
+   auto const index = faults_.routesExhausted() ? std::nullopt : routePool_.take();
+   if (!index) return RouteHandle();
+   Entry entry;
+   entry.vrfId = vrfId;
+   entry.key = routeKey;
+   entry.acceptingVlan = acceptingVlanId;
+   entry.bridge = bridgeAction;
+   entry.rpaIndex = rpaId;
+   String8 fault = faults_.failure(WriteKind::routeCreate);
+   auto write = [this, index = *index, entry, fault = std::move(fault)] {
+      return fault.empty() ? chip_->routeCreate(index, entry) : fault;
+   };
+   if (*index >= routes_.size()) routes_.resize(*index + 1);
+   routes_[*index] = {issue(std::move(write), nullptr), nullptr};
+   return RouteHandle(*index);
+}
+
+// What is allocated under the numbers now may be gone when the write is applied: the write keeps
+// the transaction that creates its entry, and its group is on the chip then or is not.
+void AsyncPlatform::doSetMtableOifSet(RouteHandle handle, U32 mcastId, XactPtr blockingXact) {
+   called(Hook::doSetMtableOifSet);
+   if (!routeAllocated(handle)) return misused(Hook::doSetMtableOifSet, "route", handle.value());
+   if (!groupAllocated(mcastId)) return misused(Hook::doSetMtableOifSet, "group", mcastId);
+   RouteState& route = routes_[handle.value()];
+   String8 fault = faults_.failure(WriteKind::routePoint);
+   auto write = [this, index = handle.value(), mcastId, create = route.create,
+                 fault = std::move(fault)]() -> String8 {
+      if (!fault.empty()) return fault;
+      if (create->state() == Hux::Xact::State::failed) {
+         return text("route entry not created: ", create->failureReason());
+      }
+      if (!groups_[mcastId].onChip) return text("multicast group ", mcastId, " not created");
+      return chip_->routePoint(index, mcastId);
+   };
+   route.point = issue(std::move(write), std::move(blockingXact));
+}
+
+XactPtr AsyncPlatform::doGetXactForIngress(RouteHandle handle) {
+   called(Hook::doGetXactForIngress);
+   if (routeAllocated(handle)) return routes_[handle.value()].point;
+   misused(Hook::doGetXactForIngress, "route", handle.value());
+   return nullptr;
+}
+
+void AsyncPlatform::doDeleteRoute(RouteHandle handle) {
+   called(Hook::doDeleteRoute);
+   if (!routeAllocated(handle)) return misused(Hook::doDeleteRoute, "route", handle.value());
+   RouteState& route = routes_[handle.value()];
+   auto write = [this, index = handle.value(), create = route.create]() -> String8 {
+      if (create->state() == Hux::Xact::State::failed) return {};
+      return chip_->routeDelete(index);
+   };
+   issueDelete(WriteKind::routeDelete, std::move(write));
+   route = {};
+   routePool_.give(handle.value());
+}
+
+// Until its own entry is on the chip, an earlier route's may still be there under the number.
+Qor::Seconds AsyncPlatform::routeLastAccessedTime(RouteHandle handle) {
+   called(Hook::routeLastAccessedTime);
+   if (!routeAllocated(handle)) {
+      misused(Hook::routeLastAccessedTime, "route", handle.value());
+      return 0.0;
+   }
+   if (routes_[handle.value()].create->state() != Hux::Xact::State::succeeded) return 0.0;
+   return chip_->routes().find(handle.value())->lastHit;
+}
+
+// ---- The rest ----
+
+void AsyncPlatform::handleMrouteCounterMode(Routing::Multicast::Fib::CounterMode) {
+   called(Hook::handleMrouteCounterMode);
+}
+
+void AsyncPlatform::handleWildcardCounter(bool) {
+   called(Hook::handleWildcardCounter);
+}
+
+// Every entry of the chip counts.
+bool AsyncPlatform::doCreateMrouteCounter(Vel::VrfId, IpGenRouteKey) {
+   called(Hook::doCreateMrouteCounter);
+   return true;
+}
+
+bool AsyncPlatform::doDeleteMrouteCounter(Vel::VrfId, IpGenRouteKey) {
+   called(Hook::doDeleteMrouteCounter);
+   return true;
+}
+
+bool AsyncPlatform::needFixedOifSet(RouteKeyType type) {
+   called(Hook::needFixedOifSet);
+   return contains(config_.fixedTypes, type);
+}
+
+bool AsyncPlatform::needIngressProgramming(RouteKeyType type) {
+   called(Hook::needIngressProgramming);
+   return !contains(config_.noIngressTypes, type);
+}
+
+bool AsyncPlatform::mcastIdReusable(U32 mcastId) {
+   called(Hook::mcastIdReusable);
+   return !reusable_ || reusable_(mcastId);
+}
+
+bool AsyncPlatform::mcastIdIsValid(U32 mcastId) {
+   called(Hook::mcastIdIsValid);
+   return mcastId != invalidMulticastId;
+}
+
+double AsyncPlatform::doGetAdjustedPollingInterval(double const& interval) {
+   called(Hook::doGetAdjustedPollingInterval);
+   return std::max(interval, config_.minPollingInterval);
+}
+
+double AsyncPlatform::doGetAdjustedActivityPollInterval(double const& interval) {
+   called(Hook::doGetAdjustedActivityPollInterval);
+   return std::max(interval, config_.minPollingInterval);
+}
+
+void AsyncPlatform::doScheduleVerify() {
+   called(Hook::doScheduleVerify);
+}
+
+std::vector<Qor::String> AsyncPlatform::audit() const {
+   std::vector<Qor::String> faults;
+   violations_.audit(faults);
+   std::vector<Qor::String> const onChip = chip_->audit();
+   faults.insert(faults.end(), onChip.begin(), onChip.end());
+   if (queue_->pending() > 0) return faults;
+
+   for (U32 id = 0; id < groups_.size(); ++id) {
+      GroupState const& group = groups_[id];
+      if (group.onChip != (chip_->group(id) != nullptr)) {
+         faults.push_back(text("group ", id, " is not on the chip as it was written"));
+      } else if (group.onChip && !group.allocated) {
+         faults.push_back(text("group ", id, " is on the chip and not allocated"));
+      }
+   }
+   for (U32 index = 0; index < routes_.size(); ++index) {
+      ChipXactPtr const& create = routes_[index].create;
+      bool const expected = create && create->state() == Hux::Xact::State::succeeded;
+      if (expected != (chip_->routes().find(index) != nullptr)) {
+         faults.push_back(text("route entry ", index, " is not on the chip as it was written"));
+      }
+   }
+   return faults;
+}
+
+}  // namespace Sim

@@ -1,0 +1,297 @@
+#include "platform/sim/Chip.h"
+
+#include <algorithm>
+#include <cmath>
+#include <iterator>
+#include <tuple>
+#include <utility>
+
+#include "Qor/Clock.h"
+#include "Qor/EnumText.h"
+#include "platform/sim/Text.h"
+
+namespace Sim {
+
+using Bridging::VlanIdOrNone;
+using Lnet::IntfId;
+using MrouteLib::PortVlan;
+using Qor::U32;
+
+std::ostream& operator<<(std::ostream& os, WriteKind kind) {
+   static constexpr char const* names[] = {"groupCreate",    "groupUpdate",   "groupDelete",
+                                           "routeCreate",    "routePoint",    "routeDelete",
+                                           "boundaryCreate", "boundaryDelete"};
+   static_assert(std::size(names) == writeKinds);
+   return Qor::printEnum(os, kind, names);
+}
+
+std::ostream& operator<<(std::ostream& os, Forwarding forwarding) {
+   static constexpr char const* names[] = {"forwarded",  "noRoute",   "wrongVlan", "notPointed",
+                                           "emptyGroup", "portsDown", "bridged"};
+   return Qor::printEnum(os, forwarding, names);
+}
+
+void Violations::add(Qor::String violation) {
+   ++count_;
+   if (texts_.size() < kept) texts_.push_back(std::move(violation));
+}
+
+void Violations::audit(std::vector<Qor::String>& faults) const {
+   faults.insert(faults.end(), texts_.begin(), texts_.end());
+   if (count_ > texts_.size()) faults.push_back(text("and ", count_ - texts_.size(), " more"));
+}
+
+namespace {
+
+ChipConfig const& checked(ChipConfig const& config) {
+   auto const table = [](char const* name, U32 size) {
+      if (size > 16777216) Qor::throwRange(text("ChipConfig::", name, " > 16777216 not allowed"));
+   };
+   table("groups", config.groups);
+   table("routes", config.routes);
+   table("boundaries", config.boundaries);
+   if (!(config.latency >= 0 && config.latency <= Qor::maxFinite)) {
+      Qor::throwRange("ChipConfig::latency < 0 or not finite not allowed");
+   }
+   return config;
+}
+
+}  // namespace
+
+Chip::Chip(ChipConfig const& config)
+      : config_(checked(config)),
+        routes_("route entry", config.routes),
+        boundaries_("boundary entry", config.boundaries) {}
+
+Chip::~Chip() = default;
+
+// ---- Ports ----
+
+Refusal Chip::portAdd(IntfId intfId, U32 number, VlanIdOrNone vlan) {
+   if (intfId.isNull()) return "the empty interface has no port";
+   Port const* const there = port(intfId);
+   if (there && there->number != number) {
+      return text(intfId, " has port ", there->number, ", not ", number);
+   }
+   IntfId const owner = intfOfPort_.insert(number, intfId).first->second;
+   if (owner != intfId) {
+      return text("port ", number, " is that of ", owner, ", not of ", intfId);
+   }
+   auto& vlans = ports_.insert(intfId, Port{number, {}}).first->second.vlans;
+   if (std::find(vlans.begin(), vlans.end(), vlan) == vlans.end()) vlans.push_back(vlan);
+   return {};
+}
+
+Refusal Chip::linkIs(IntfId intfId, bool up) {
+   auto* const entry = ports_.find(intfId);
+   if (!entry) return text(intfId, " has no port");
+   entry->second.linkUp = up;
+   return {};
+}
+
+Port const* Chip::port(IntfId intfId) const {
+   auto const* const entry = ports_.find(intfId);
+   return entry ? &entry->second : nullptr;
+}
+
+// ---- Table writes ----
+
+// Counts a write, or the violation that it would have been.
+Refusal Chip::done(WriteKind kind, Refusal refusal) {
+   if (refusal.empty()) {
+      ++writes_[static_cast<std::size_t>(kind)];
+   } else {
+      violations_.add(text(kind, " refused: ", refusal));
+   }
+   return refusal;
+}
+
+Refusal Chip::checkMembers(std::vector<PortVlan> const& members) const {
+   for (std::size_t i = 0; i < members.size(); ++i) {
+      PortVlan const& member = members[i];
+      Port const* const itsPort = port(member.intfId());
+      if (!itsPort) return text("member ", member, " is on no port");
+      auto const& vlans = itsPort->vlans;
+      if (!member.vlanId().isNone() &&
+          std::find(vlans.begin(), vlans.end(), member.vlanId()) == vlans.end()) {
+         return text("member ", member, " is in a vlan that its port does not carry");
+      }
+      if (i > 0 && !(members[i - 1] < member)) {
+         return text("members ", members[i - 1], " and ", member, " do not ascend");
+      }
+   }
+   return {};
+}
+
+Refusal Chip::groupWrite(U32 id, std::vector<PortVlan> members, bool toCpu) {
+   Refusal const refusal = checkMembers(members);
+   if (!refusal.empty()) return text("group ", id, ": ", refusal);
+   if (id >= groups_.size()) groups_.resize(id + 1);
+   if (!groups_[id]) {
+      groups_[id].emplace();
+      groupsPeak_ = std::max(groupsPeak_, ++groupCount_);
+   }
+   groups_[id]->members = std::move(members);
+   groups_[id]->toCpu = toCpu;
+   return {};
+}
+
+Refusal Chip::groupCreate(U32 id, std::vector<PortVlan> members, bool toCpu) {
+   if (id >= config_.groups) {
+      return done(WriteKind::groupCreate,
+                  text("group ", id, " is beyond the ", config_.groups, " of the chip"));
+   }
+   if (group(id)) return done(WriteKind::groupCreate, text("group ", id, " exists already"));
+   return done(WriteKind::groupCreate, groupWrite(id, std::move(members), toCpu));
+}
+
+Refusal Chip::groupUpdate(U32 id, std::vector<PortVlan> members, bool toCpu) {
+   if (!group(id)) return done(WriteKind::groupUpdate, text("group ", id, " does not exist"));
+   return done(WriteKind::groupUpdate, groupWrite(id, std::move(members), toCpu));
+}
+
+Refusal Chip::groupDelete(U32 id) {
+   Group const* const there = group(id);
+   if (!there) return done(WriteKind::groupDelete, text("group ", id, " does not exist"));
+   if (there->routes > 0) {
+      return done(WriteKind::groupDelete,
+                  text("group ", id, " has ", there->routes, " routes pointing at it"));
+   }
+   groups_[id].reset();
+   --groupCount_;
+   return done(WriteKind::groupDelete, {});
+}
+
+Refusal Chip::routeCreate(U32 index, Entry const& entry) {
+   if (entry.group != noGroup) {
+      return done(WriteKind::routeCreate, text("route entry ", index, " is created with a group"));
+   }
+   return done(WriteKind::routeCreate, routes_.create(index, entry));
+}
+
+Refusal Chip::routePoint(U32 index, U32 groupId) {
+   Entry* const entry = routes_.find(index);
+   if (!entry) {
+      return done(WriteKind::routePoint, text("route entry ", index, " does not exist"));
+   }
+   if (!group(groupId)) {
+      return done(WriteKind::routePoint,
+                  text("route entry ", index, " to missing group ", groupId));
+   }
+   if (group(entry->group)) --groups_[entry->group]->routes;
+   entry->group = groupId;
+   ++groups_[groupId]->routes;
+   return done(WriteKind::routePoint, {});
+}
+
+Refusal Chip::routeDelete(U32 index) {
+   Entry const* const entry = routes_.find(index);
+   if (entry && group(entry->group)) --groups_[entry->group]->routes;
+   return done(WriteKind::routeDelete, routes_.erase(index));
+}
+
+Refusal Chip::boundaryCreate(U32 index, Entry const& entry) {
+   if (entry.acceptingVlan.isNone()) {
+      return done(WriteKind::boundaryCreate, text("boundary entry ", index, " names no vlan"));
+   }
+   return done(WriteKind::boundaryCreate, boundaries_.create(index, entry));
+}
+
+Refusal Chip::boundaryDelete(U32 index) {
+   return done(WriteKind::boundaryDelete, boundaries_.erase(index));
+}
+
+// ---- Packets ----
+
+void Chip::replicate(Group const& to, Forwarded& out) {
+   for (PortVlan const& member : to.members) {
+      Port& port = ports_.find(member.intfId())->second;
+      if (port.linkUp) {
+         ++port.copies;
+         out.copies.push_back(member);
+      } else {
+         ++port.droppedCopies;
+         ++droppedCopies_;
+         ++out.droppedCopies;
+      }
+   }
+   out.toCpu = to.toCpu;
+   if (out.toCpu || !out.copies.empty()) {
+      out.result = Forwarding::forwarded;
+   } else {
+      out.result = to.members.empty() ? Forwarding::emptyGroup : Forwarding::portsDown;
+   }
+}
+
+Forwarded Chip::forward(Packet const& p) {
+   using OtherVlan = EntryTable::OtherVlan;
+   auto const route = routes_.lookup(p.vrfId, p.source, p.group, p.vlan, OtherVlan::ends);
+   auto const boundary = boundaries_.lookup(p.vrfId, p.source, p.group, p.vlan, OtherVlan::passed);
+   bool const kept = boundary.index && std::tie(boundary.groupLength, boundary.sourceLength) >=
+                                             std::tie(route.groupLength, route.sourceLength);
+   Forwarded out;
+   if (!kept && !route.index) {
+      out.result = route.keyFound ? Forwarding::wrongVlan : Forwarding::noRoute;
+      return out;
+   }
+   out.entry = kept ? boundary.index : route.index;
+   Entry& entry = kept ? *boundaries_.find(*out.entry) : *routes_.find(*out.entry);
+   entry.lastHit = Qor::now();
+   ++entry.packets;
+   entry.bytes += p.bytes;
+   if (kept) {
+      out.result = Forwarding::bridged;
+   } else if (Group const* const to = group(entry.group)) {
+      replicate(*to, out);
+   } else {
+      out.result = Forwarding::notPointed;
+   }
+   return out;
+}
+
+// ---- Reading ----
+
+std::vector<U32> Chip::routesOfGroup(U32 id) const {
+   std::vector<U32> found;
+   routes_.forEach([&](U32 index, Entry const& entry) {
+      if (entry.group == id) found.push_back(index);
+   });
+   return found;
+}
+
+std::vector<Qor::String> Chip::audit() const {
+   std::vector<Qor::String> faults;
+   violations_.audit(faults);
+   routes_.audit(faults);
+   boundaries_.audit(faults);
+
+   std::vector<U32> pointing(groups_.size());
+   routes_.forEach([&](U32 index, Entry const& entry) {
+      if (entry.group == noGroup) return;
+      if (group(entry.group)) {
+         ++pointing[entry.group];
+      } else {
+         faults.push_back(text("route entry ", index, " points at missing group ", entry.group));
+      }
+   });
+   U32 present = 0;
+   forEachGroup([&](U32 id, Group const& g) {
+      ++present;
+      if (g.routes != pointing[id]) {
+         faults.push_back(text("group ", id, " counts ", g.routes, " routes, but ", pointing[id],
+                               " point at it"));
+      }
+   });
+   if (present != groupCount_) {
+      faults.push_back(text("group count ", groupCount_, " but ", present, " present"));
+   }
+   return faults;
+}
+
+void Chip::softError(U32 routeIndex, U32 group) {
+   Entry* const entry = routes_.find(routeIndex);
+   QOR_ASSERT(entry != nullptr);
+   entry->group = group;
+}
+
+}  // namespace Sim

@@ -1,0 +1,58 @@
+// The faults that a platform of the simulated chip is told to have: writes that fail, writes that
+// take long, tables that claim to be full. What is random follows from a seed alone.
+//
+// A platform asks once for each write, when the write is issued.
+#pragma once
+
+#include <array>
+#include <random>
+
+#include "platform/sim/Chip.h"
+
+namespace Sim {
+
+class Faults {
+ public:
+   // ---- What shall go wrong. ----
+
+   // The next `count` writes of the kind fail with this reason, which is not empty. The latest
+   // call for a kind is the one that counts.
+   void failNext(WriteKind kind, Qor::String8 reason, Qor::U32 count = 1);
+   // Each write of the kind fails with this probability, with the reason "injected fault".
+   void rateIs(WriteKind kind, double probability);
+   void seedIs(Qor::U64 seed) { random_.seed(seed); }
+   // The n-th write from now, of any kind and counted from 1, takes `extra` seconds longer.
+   void slowNext(Qor::U32 n, Qor::Seconds extra);
+   // There is no group, no route entry to be had, although there is room.
+   void groupsExhaustedIs(bool v) { groupsExhausted_ = v; }
+   void routesExhaustedIs(bool v) { routesExhausted_ = v; }
+
+   // ---- What a platform asks. ----
+
+   bool groupsExhausted() const { return groupsExhausted_; }
+   bool routesExhausted() const { return routesExhausted_; }
+   // Why the write that is being issued shall fail; empty when it shall not.
+   Qor::String8 failure(WriteKind kind);
+   // How much longer it shall take.
+   Qor::Seconds extraLatency();
+
+   // How many writes have been made to fail.
+   Qor::U64 injected() const { return injected_; }
+
+ private:
+   struct Planned {
+      Qor::U32 failures = 0;
+      Qor::String8 reason;
+      double rate = 0;
+   };
+
+   std::array<Planned, writeKinds> planned_;
+   std::mt19937_64 random_{1};
+   Qor::U32 slowIn_ = 0;  // how many writes until the slow one, 0 for none
+   Qor::Seconds slowBy_ = 0;
+   bool groupsExhausted_ = false;
+   bool routesExhausted_ = false;
+   Qor::U64 injected_ = 0;
+};
+
+}  // namespace Sim

@@ -1,0 +1,65 @@
+#include "platform/sim/XactQueue.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace Sim {
+
+ChipXact::~ChipXact() = default;
+
+XactQueue::XactQueue(Qor::Seconds latency)
+      : latency_(latency), clock_(Qor::make<Qor::Clock>("chip transactions")) {
+   clockReactor_.notifierIs(clock_);
+}
+
+XactQueue::~XactQueue() {
+   close();
+}
+
+ChipXactPtr XactQueue::issue(Write write, Hux::XactPtr blockingXact, Qor::Seconds extraLatency) {
+   auto const xact = Qor::make<ChipXact>();
+   Qor::Seconds const due = Qor::now() + latency_ + extraLatency;
+   pending_.push_back({std::move(write), xact, std::move(blockingXact), due});
+   pendingPeak_ = std::max(pendingPeak_, pending());
+   if (pending_.size() == 1) arm();
+   return xact;
+}
+
+void XactQueue::close() {
+   std::deque<Pending> dropped;
+   dropped.swap(pending_);
+   arm();
+}
+
+void XactQueue::arm() {
+   if (pending_.empty()) {
+      blockingReactor_.notifierIs(nullptr);
+      clock_->timeMinIs(Qor::never);
+      return;
+   }
+   Pending const& first = pending_.front();
+   blockingReactor_.notifierIs(first.blocked() ? first.blockingXact : nullptr);
+   clock_->timeMinIs(first.blocked() ? Qor::never : first.due);
+}
+
+// Writes that a watcher issues meanwhile wait for the next firing, even without latency.
+void XactQueue::handleClock() {
+   Qor::Ptr<XactQueue> const self(this);
+   Qor::U32 left = std::min(pending(), completionsPerFiring);
+   while (left-- > 0 && !pending_.empty()) {
+      if (pending_.front().due > Qor::now() || pending_.front().blocked()) break;
+      Pending const change = std::move(pending_.front());
+      pending_.pop_front();
+      complete(change);
+   }
+   arm();
+}
+
+void XactQueue::complete(Pending const& change) {
+   change.xact->failureReason_ = change.write();
+   bool const done = change.xact->failureReason_.empty();
+   ++(done ? succeeded_ : failed_);
+   change.xact->stateIs(done ? Hux::Xact::State::succeeded : Hux::Xact::State::failed);
+}
+
+}  // namespace Sim

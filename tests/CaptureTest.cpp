@@ -1,0 +1,345 @@
+// Whole inputs: the bundled captures against the snapshots that were taken while they were
+// recorded, snapshots, mixtures, time, and errors in their places.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <filesystem>
+
+#include "CaptureTestSupport.h"
+
+namespace Agent {
+namespace {
+
+namespace fs = std::filesystem;
+
+std::string example(std::string const& name) {
+   std::string const plain = std::string(VELMROUTE_EXAMPLES) + "/captures/" + name;
+   return fs::exists(plain) ? plain : plain + ".gz";
+}
+
+// Applies all events of the reader's next `lines` lines; none may be malformed.
+void replay(CaptureReader& reader, CaptureState& state, std::uint64_t lines) {
+   CaptureEvent event;
+   while (reader.lines() < lines) {
+      auto const got = reader.next(event);
+      if (got == CaptureReader::Result::end) return;
+      ASSERT_EQ(got, CaptureReader::Result::event) << reader.error().toString();
+      state.apply(event);
+   }
+}
+
+struct Mark {
+   std::string name;
+   std::uint64_t lines = 0;
+};
+
+std::vector<Mark> marksOf(std::string const& capture) {
+   std::ifstream in(example(capture + "/marks.txt"));
+   std::vector<Mark> marks;
+   std::string date;
+   std::string seconds;
+   for (Mark m; in >> m.name >> date >> seconds >> m.lines;)
+      marks.push_back(m);
+   return marks;
+}
+
+struct CaptureCase {
+   char const* name;
+   char const* snapshot;             // what the names of its snapshots end in
+   std::vector<std::size_t> routes;  // at each mark
+   std::uint64_t lines;
+   char const* links;  // in the end
+   double seconds;
+};
+
+TEST(Capture, ReplayedToEachMarkIsTheTableThatWasReadThere) {
+   CaptureCase const cases[] = {
+         {"churn",
+          "-mroute4.json",
+          {1178, 1147},
+          14564,
+          "pimreg up; rtr1 up; rtr5 up; ",
+          78.283122},
+         {"ssm-scale", "-mroute4.json", {2400, 2131, 2400}, 18503, "pimreg up; ", 75.510456},
+         {"static-v6", "-mroute6.json", {512, 512, 407}, 1578, "", 51.00075},
+   };
+   for (auto const& c : cases) {
+      SCOPED_TRACE(c.name);
+      CaptureReader events({example(c.name + std::string("/events.txt"))});
+      CaptureState state;
+      auto const marks = marksOf(c.name);
+      ASSERT_EQ(marks.size(), c.routes.size());
+      for (std::size_t i = 0; i < marks.size(); ++i) {
+         SCOPED_TRACE(marks[i].name);
+         replay(events, state, marks[i].lines);
+         CaptureState table;
+         CaptureReader snapshot({example(std::string(c.name) + "/" + marks[i].name + c.snapshot)});
+         replay(snapshot, table, ~std::uint64_t{0});
+         EXPECT_EQ(table.routes().size(), c.routes[i]);
+         auto const found = differences(table.routes(), state.routes());
+         EXPECT_TRUE(found.empty()) << found.size() << ": " << found.front().toString();
+      }
+      EXPECT_EQ(events.lines(), c.lines);
+      EXPECT_EQ(events.skipped() + events.clockSteps(), 0u);
+      std::ostringstream links;
+      for (auto const& [intf, link] : state.links())
+         links << intf << ' ' << link.status << "; ";
+      EXPECT_EQ(links.str(), c.links);
+      EXPECT_DOUBLE_EQ(events.time(), c.seconds);
+   }
+}
+
+std::vector<std::string> read(std::vector<std::string> const& files) {
+   CaptureReader reader(files);
+   return readAll(reader);
+}
+
+using Texts = std::vector<std::string>;
+
+TEST(Snapshot, ReadsEveryFormOfATable) {
+   TempDir const dir;
+   auto const table = [&dir](std::string_view text) { return read({dir.file("table", text)}); };
+   EXPECT_EQ(table("[]\n"), Texts{"0 snapshot"});
+   EXPECT_EQ(
+         table(R"([{"src":"10.0.0.2","dst":"239.1.1.2","iif":"tapA","multipath":[{"oif":)"
+               R"("pimreg"},{"oif":"tapB","ttl":5}],"state":"resolved","packets":5,"bytes":560,)"
+               R"("wrong_if":9,"expires":2.28,"table":"default"},{"src":"0.0.0.0","dst":)"
+               R"("239.1.1.3","iif":"unresolved","state":"unresolved","table":"10"}])"),
+         Texts{"0 snapshot v4 default v4 10; set default (10.0.0.2, 239.1.1.2) iif=tapA "
+               "oifs=pimreg,tapB; set 10 (*, 239.1.1.3) unresolved iif= oifs="});
+   // Pretty printed, sorted keys, keys and forms that do not matter.
+   EXPECT_EQ(
+         table("[\n  {\n  \"dst\": \"ff3e::1\",\n  \"flags\": [{\"oif\": [null]}, 1.5, true],\n"
+               "  \"multipath\": [],\n  \"src\": \"::\",\n  \"table\": 254\n  },\n"
+               "  {\"src\":\"2001:db8::1\",\"dst\":\"ff3e::1\",\"iif\":\"a\",\"table\":\"main\"}"
+               "\n]\n\n"),
+         Texts{"0 snapshot v6 default; set default (*, ff3e::1) iif= oifs=; set default "
+               "(2001:db8::1, ff3e::1) iif=a oifs="});
+}
+
+TEST(Snapshot, RefusesABadTableAsAWholeAndSaysWhere) {
+   TempDir const dir;
+   std::string const good = R"({"src":"::","dst":"ff3e::1"})";
+   std::tuple<std::string, int, std::string, std::string> const cases[] = {
+         {"[{\"src\":\"::\"}]", 1, "route 1: no \"dst\"", "{\"src\":\"::\"}"},
+         {"[\n" + good + ",\n {\"dst\":\"ff3e::1\"}]", 3, "route 2: no \"src\"",
+          "{\"dst\":\"ff3e::1\"}"},
+         {"[{\"src\":\"::\",\"dst\":\"239.1.1.1\"}]", 1,
+          "route 1: source \"::\" and group \"239.1.1.1\" are of different address families",
+          "{\"src\":\"::\",\"dst\":\"239.1.1.1\"}"},
+         {"[{\"src\":\"::\",\"dst\":\"ff3e::1\",\"state\":\"up\"}]", 1,
+          "route 1: unknown state \"up\"", "{\"src\":\"::\",\"dst\":\"ff3e::1\",\"state\":\"up\"}"},
+         {"[{\"src\":7,\"dst\":\"ff3e::1\"}]", 1, "route 1: \"src\" is a number", "{\"src\":7,"},
+         {"[{\"multipath\":[{\"ttl\":7}]}]", 1, "route 1: a member of \"multipath\" has no \"oif\"",
+          "{\"multipath\":[{\"ttl\":7}"},
+         {"[{\"multipath\":[[", 1, "route 1: \"multipath\" holds a list", "{\"multipath\":[["},
+         {"[{\"multipath\":[{\"oif\":\"a/b\"}]}]", 1,
+          "route 1: interface name \"a/b\" has a byte that no interface name has",
+          "{\"multipath\":[{\"oif\":\"a/b\""},
+         {"{\"10.0.0.2\":{}}", 1, "an object is not a list of routes", "{\"10.0.0.2\":{}}"},
+         {"[" + good + ",\n\n[]]", 3, "a list in the list where a route is expected", "[]]"},
+         {"[" + good + "]]", 1, "text behind the end of a snapshot", "]"},
+   };
+   for (auto const& [text, line, reason, excerpt] : cases) {
+      std::string const file = dir.file("table", text + "\n");
+      EXPECT_EQ(read({file}), Texts{"error " + file + ":" + std::to_string(line) + ": " + reason +
+                                    "\n    " + excerpt});
+   }
+   // The wording of errors in the JSON itself is the JSON reader's.
+   std::string const file = dir.file("table", "[" + good + ",\n{\"src\":]\n}]\n");
+   Texts const syntax = read({file});
+   ASSERT_EQ(syntax.size(), 1u);
+   EXPECT_TRUE(syntax[0].starts_with("error " + file + ":2: not valid JSON: syntax error"))
+         << syntax[0];
+}
+
+TEST(Snapshot, SurvivesEveryTruncationAndEveryDamagedByte) {
+   std::string const text =
+         R"([{"src":"10.0.0.2","dst":"239.1.1.2","iif":"tapA","multipath":[{"oif":"b","ttl":5}],)"
+         R"("expires":2.28,"table":"default"},{"src":"::","dst":"ff3e::1","state":"unresolved"}])";
+   SnapshotParser parser;
+   std::size_t refused = 0;
+   auto const check = [&](std::string const& damaged) {
+      SnapshotEvent event;
+      if (parser.parse(damaged, event)) return;
+      ++refused;
+      EXPECT_FALSE(parser.reason().empty());
+      EXPECT_LE(parser.position(), damaged.size());
+      EXPECT_TRUE(event.routes.empty() && event.scopes.empty()) << "half a table";
+   };
+   for (std::size_t i = 0; i < text.size(); ++i) {
+      check(text.substr(0, i));
+      EXPECT_EQ(refused, i + 1) << "a cut-off table was taken for a whole one";
+   }
+   for (std::size_t i = 0; i < text.size(); ++i) {
+      std::string damaged = text;
+      for (int n = 0; n < 8; ++n) {
+         damaged[i] = static_cast<char>(text[i] ^ (1 << n));
+         check(damaged);
+      }
+   }
+   EXPECT_GT(refused, 1000u);
+}
+
+TEST(Snapshot, ReplacesTheTablesItNamesAndLeavesTheOthersAlone) {
+   CaptureState state;
+   auto const apply = [&](std::string_view text) {
+      SnapshotParser parser;
+      SnapshotEvent event;
+      ASSERT_TRUE(parser.parse(text, event)) << parser.reason();
+      state.apply(CaptureEvent(event));
+   };
+   auto const table = [&state] {
+      std::string text;
+      for (auto const& [id, route] : state.routes()) {
+         text += id.toString() + " " + route.toString() + "\n";
+      }
+      return text;
+   };
+   apply(R"([{"src":"::","dst":"ff3e::1","multipath":[{"oif":"b"},{"oif":"a"},{"oif":"b"}]}])");
+   apply(R"([{"src":"10.0.0.2","dst":"239.1.1.1","iif":"a"},)"
+         R"({"src":"10.0.0.2","dst":"239.1.1.2","table":"blue"}])");
+   apply("[]");
+   // The route that is not listed any more goes; of two entries of one route the later counts.
+   apply(R"([{"src":"10.0.0.2","dst":"239.1.1.3","state":"unresolved"},)"
+         R"({"src":"10.0.0.2","dst":"239.1.1.3","iif":"a"}])");
+   EXPECT_EQ(table(),
+             "vrf blue (10.0.0.2, 239.1.1.2) iif none, oifs none\n"
+             "vrf default (10.0.0.2, 239.1.1.3) iif a, oifs none\n"
+             "vrf default (*, ff3e::1) iif none, oifs a b\n");
+}
+
+constexpr char route1[] = "(10.0.0.2,239.1.1.1) Iif: a Oifs: b State: resolved";
+constexpr char set1[] = "set default (10.0.0.2, 239.1.1.1) iif=a oifs=b";
+
+TEST(CaptureReader, CountsTimeFromStampToStampAndFromFileToFile) {
+   TempDir const dir;
+   auto const at = [](char const* clock) {
+      return "[2026-11-21T" + std::string(clock) + "] " + route1 + "\n";
+   };
+   std::string const first =
+         dir.file("first", std::string(route1) + "\n" + at("03:00:00.000000") +
+                                 at("03:00:01.500000") + "[]\n" + at("02:00:00.000000") + "junk\n" +
+                                 at("02:00:00.250000") + route1 + "\n");
+   std::string const second = dir.file("second", at("00:00:00.000000") + at("00:00:10.000001"));
+   CaptureReader reader({first, second});
+   Texts times;
+   for (std::string const& text : readAll(reader))
+      times.push_back(text.substr(0, text.find(' ')));
+   EXPECT_EQ(times,
+             (Texts{"0", "0", "1.5", "1.5", "1.5", "error", "1.75", "1.75", "1.75", "11.75"}));
+   EXPECT_EQ(reader.clockSteps(), 1u);
+   EXPECT_DOUBLE_EQ(reader.time(), 11.750001);
+}
+
+TEST(CaptureReader, DeliversErrorsInTheirPlacesAndGoesOnBehindThem) {
+   TempDir const dir;
+   std::string const route(route1);
+   std::string const file = dir.file(
+         "mixture", "# recorded by hand\n" + route + "\r\n" + "nonsense \x1b[1m\n" +
+                          std::string("nul\0byte\n", 9) + std::string(70000, 'x') + "\n" +
+                          "[{\"src\":\"::\",\n" +  // cut off: the next line is a monitor's
+                          route + "\n" + "[{\"src\":\"::\",\"dst\":\"ff3e::1\"}]\n" + route);
+   std::string const missing = dir.path("missing");
+   std::string const packed = dir.file("packed", gzip(route + "\n").substr(0, 40));
+   CaptureReader reader({file, missing, packed, file});
+   Texts const got = readAll(reader);
+   ASSERT_EQ(got.size(), 18u);
+   Texts const expected = {
+         std::string("0 ") + set1,
+         "error " + file +
+               ":3: unknown word \"nonsense\" where a multicast route or a link is expected "
+               "(column "
+               "1)\n    nonsense \\x1b[1m",
+         "error " + file + ":4: the line has a NUL byte (column 4)\n    nul\\x00byte",
+         "error " + file + ":5: the line is longer than 65536 bytes\n    " + std::string(200, 'x') +
+               "...",
+         got[4],  // the JSON reader's words
+         std::string("0 ") + set1,
+         "0 snapshot v6 default; set default (*, ff3e::1) iif= oifs=",
+         std::string("0 ") + set1,
+         "error " + missing + ": cannot open: No such file or directory",
+         "error " + packed + ":1: the gzip data end too early: truncated",
+         std::string("0 ") + set1};
+   EXPECT_TRUE(std::equal(expected.begin(), expected.end(), got.begin()))
+         << ::testing::PrintToString(got);
+   EXPECT_TRUE(got[4].starts_with("error " + file + ":7: not valid JSON: ")) << got[4];
+   EXPECT_EQ(reader.lines(), 18u);
+   EXPECT_EQ(reader.skipped(), 2u);
+
+   auto const unreadable = CaptureReader::unreadable({file, missing, "-", dir.path("")});
+   ASSERT_EQ(unreadable.size(), 2u);
+   EXPECT_EQ(unreadable[0].toString(), missing + ": cannot open: No such file or directory");
+   EXPECT_EQ(unreadable[1].toString(), dir.path("") + ": cannot read: Is a directory");
+}
+
+TEST(CaptureReader, DeliversEventsOfAPipeAsTheyArrive) {
+   int ends[2];
+   ASSERT_EQ(::pipe(ends), 0);
+   CaptureReader reader(ends[0], "pipe");
+   CaptureEvent event;
+   for (std::string const text : {"[{\"src\":\"::\",\"dst\":\"ff3e::1\"}]\n", route1, "\n"}) {
+      ASSERT_EQ(::write(ends[1], text.data(), text.size()), static_cast<ssize_t>(text.size()));
+      if (!text.ends_with('\n')) continue;
+      ASSERT_EQ(reader.next(event), CaptureReader::Result::event);
+   }
+   EXPECT_EQ(render(event), set1);
+   EXPECT_EQ(reader.where().toString(), "pipe:2");
+   ::close(ends[1]);
+   EXPECT_EQ(reader.next(event), CaptureReader::Result::end);
+}
+
+// A snapshot of one line may be much longer than a line of a monitor.
+TEST(CaptureReader, ReadsASnapshotOfAnyLength) {
+   TempDir const dir;
+   std::string text = "[";
+   for (int i = 0; i < 4000; ++i) {
+      text += (i ? "," : "") + std::string("{\"src\":\"10.0.") + std::to_string(i / 250) + "." +
+              std::to_string(i % 250) + "\",\"dst\":\"239.1.1.1\",\"iif\":\"a\"}";
+   }
+   for (std::size_t pad = 0; pad < 2; ++pad) {
+      // Once with blanks such that the closing bracket ends a piece of the line.
+      std::size_t const size = text.size() + 1;
+      std::string const blanks(pad ? LineSource::pieceLimit - size % LineSource::pieceLimit : 0,
+                               ' ');
+      CaptureReader reader({dir.file("table", text + blanks + "]  \n" + route1 + "\n")});
+      CaptureEvent event;
+      ASSERT_EQ(reader.next(event), CaptureReader::Result::event) << reader.error().toString();
+      EXPECT_EQ(std::get<SnapshotEvent>(event).routes.size(), 4000u);
+      EXPECT_EQ(readAll(reader), Texts{std::string("0 ") + set1});
+      EXPECT_EQ(reader.lines(), 2u);
+   }
+}
+
+TEST(CaptureState, ReplacesRoutesForgetsDeletedOnesAndFollowsALinkToItsNewName) {
+   TempDir const dir;
+   CaptureReader reader({dir.file("events",
+                                  "(10.0.0.2,239.1.1.1) Iif: a Oifs: rtr10 rtr2 State: resolved\n"
+                                  "(10.0.0.2,239.1.1.1) Iif: b State: unresolved\n"
+                                  "(10.0.0.2,239.1.1.2) Iif: b State: resolved\n"
+                                  "Deleted (10.0.0.2,239.1.1.2) Iif: unresolved State: resolved\n"
+                                  "Deleted (10.0.0.2,239.1.1.3) Iif: b State: resolved\n"
+                                  "(0.0.0.0,239.1.1.2) Iif: b Oifs: c b State: resolved\n"
+                                  "4: tapC: <UP,LOWER_UP> mtu 1500 state UP \\ link/ether\n"
+                                  "4: x: <UP> mtu 1500 state DOWN \\ link/ether\n"
+                                  "Deleted 5: y: <UP> mtu 1500 state DOWN \\ link/ether\n")});
+   CaptureState state;
+   replay(reader, state, ~std::uint64_t{0});
+   std::string text;
+   for (auto const& d : differences(RouteStates{}, state.routes()))
+      text += d.toString() + "\n";
+   EXPECT_EQ(text,
+             "vrf default (*, 239.1.1.2): expected no route, got iif b, oifs b c\n"
+             "vrf default (10.0.0.2, 239.1.1.1): expected no route, got unresolved, iif b, oifs "
+             "none\n");
+   RouteStates other = state.routes();
+   other.begin()->second.oifs.pop_back();
+   EXPECT_EQ(differences(other, state.routes()).at(0).toString(),
+             "vrf default (*, 239.1.1.2): expected iif b, oifs b, got iif b, oifs b c");
+   ASSERT_EQ(state.links().size(), 2u);
+   EXPECT_EQ(state.links().at(Lnet::IntfId("x")).status, Interface::IntfOperStatus::down);
+   EXPECT_EQ(state.links().at(Lnet::IntfId("y")).status, Interface::IntfOperStatus::notPresent);
+}
+
+}  // namespace
+}  // namespace Agent

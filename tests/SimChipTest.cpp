@@ -1,0 +1,310 @@
+// The simulated chip: what it refuses, how it forwards, and what its audit finds.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <functional>
+#include <random>
+#include <sstream>
+
+#include "Qor/Clock.h"
+#include "platform/sim/Chip.h"
+
+namespace {
+
+using Bridging::VlanIdOrNone;
+using Lnet::IntfId;
+using Lnet::IpGenAddr;
+using Lnet::IpGenPrefix;
+using MrouteLib::PortVlan;
+using Routing::Multicast::Fib::IpGenRouteKey;
+using Sim::Chip;
+using Sim::WriteKind;
+
+IpGenAddr addr(char const* text) {
+   return *IpGenAddr::parse(text);
+}
+
+Sim::Entry entry(char const* source, char const* group, unsigned vlan = 0, Qor::U32 vrf = 0) {
+   Sim::Entry e;
+   e.vrfId = vrf;
+   e.key = IpGenRouteKey(*IpGenPrefix::parse(source), *IpGenPrefix::parse(group));
+   e.acceptingVlan = VlanIdOrNone(Qor::U64{vlan});
+   return e;
+}
+
+PortVlan pv(char const* intf, unsigned vlan = 0) {
+   return PortVlan(IntfId(intf), VlanIdOrNone(Qor::U64{vlan}));
+}
+
+class SimChip : public testing::Test {
+ protected:
+   SimChip() {
+      Qor::activityManagerIs(time_);
+      chip_ = Qor::make<Chip>(Sim::ChipConfig{4, 8, 2, 0.001});
+      EXPECT_EQ(chip_->portAdd(IntfId("et1"), 1, VlanIdOrNone(Qor::U64{10})), "");
+      EXPECT_EQ(chip_->portAdd(IntfId("et2"), 2, VlanIdOrNone(Qor::U64{20})), "");
+      EXPECT_EQ(chip_->portAdd(IntfId("et2"), 2, VlanIdOrNone(Qor::U64{21})), "");
+   }
+   ~SimChip() override { Qor::activityManagerIs(nullptr); }
+
+   void route(Qor::U32 index, Sim::Entry const& e, Qor::U32 group) {
+      ASSERT_EQ(chip_->routeCreate(index, e), "");
+      ASSERT_EQ(chip_->routePoint(index, group), "");
+   }
+   // What becomes of a packet: "3 forwarded et1:10 et2:20 cpu", with the entry that it hit.
+   std::string sent(char const* source, char const* group, unsigned vlan = 10, Qor::U32 vrf = 0) {
+      auto const out =
+            chip_->forward({vrf, addr(source), addr(group), VlanIdOrNone(Qor::U64{vlan}), 100});
+      std::ostringstream os;
+      if (out.entry) os << *out.entry << ' ';
+      os << out.result;
+      for (PortVlan const& copy : out.copies)
+         os << ' ' << copy;
+      if (out.toCpu) os << " cpu";
+      return os.str();
+   }
+
+   Qor::Ptr<Qor::ActivityManager> time_ =
+         Qor::make<Qor::ActivityManager>(Qor::ActivityManager::TimeBase::virtualTime);
+   Qor::Ptr<Chip> chip_;
+};
+
+TEST_F(SimChip, RefusesEachMisuseAndStaysAsItWas) {
+   ASSERT_EQ(chip_->groupCreate(1, {pv("et1", 10), pv("et2", 20)}, true), "");
+   route(3, entry("10.0.0.1", "239.1.1.1", 10), 1);
+   ASSERT_EQ(chip_->boundaryCreate(0, entry("0.0.0.0/0", "239.0.0.0/8", 20)), "");
+
+   struct Case {
+      std::function<Sim::Refusal()> write;
+      char const* refusal;
+   };
+   Case const cases[] = {
+         {[&] { return chip_->groupCreate(1, {}, false); }, "group 1 exists already"},
+         {[&] { return chip_->groupCreate(4, {}, false); }, "group 4 is beyond the 4 of the chip"},
+         {[&] { return chip_->groupCreate(2, {pv("et9", 10)}, false); },
+          "group 2: member et9:10 is on no port"},
+         {[&] { return chip_->groupCreate(2, {pv("et1", 20)}, false); },
+          "group 2: member et1:20 is in a vlan that its port does not carry"},
+         {[&] {
+             return chip_->groupUpdate(1, {pv("et1", 10), pv("et1", 10)}, false);
+          },
+          "group 1: members et1:10 and et1:10 do not ascend"},
+         {[&] { return chip_->groupUpdate(2, {}, false); }, "group 2 does not exist"},
+         {[&] { return chip_->groupDelete(2); }, "group 2 does not exist"},
+         {[&] { return chip_->groupDelete(1); }, "group 1 has 1 routes pointing at it"},
+         {[&] { return chip_->routeCreate(8, entry("10.0.0.2", "239.1.1.1")); },
+          "route entry 8 is beyond the 8 of the chip"},
+         {[&] { return chip_->routeCreate(3, entry("10.0.0.2", "239.1.1.1")); },
+          "route entry 3 exists already: (10.0.0.1, 239.1.1.1) vlan 10 vrf 0"},
+         {[&] { return chip_->routeCreate(4, entry("10.0.0.1", "239.1.1.1", 10)); },
+          "route entry 4 matches the same packets as 3: (10.0.0.1, 239.1.1.1) vlan 10 vrf 0"},
+         {[&] { return chip_->routeCreate(4, Sim::Entry()); }, "route entry 4 has an invalid key"},
+         {[&] { return chip_->routePoint(3, 2); }, "route entry 3 to missing group 2"},
+         {[&] { return chip_->routePoint(4, 1); }, "route entry 4 does not exist"},
+         {[&] { return chip_->routeDelete(4); }, "route entry 4 does not exist"},
+         {[&] { return chip_->boundaryCreate(1, entry("0.0.0.0/0", "239.0.0.0/8")); },
+          "boundary entry 1 names no vlan"},
+         {[&] { return chip_->boundaryCreate(2, entry("0.0.0.0/0", "239.0.0.0/8", 10)); },
+          "boundary entry 2 is beyond the 2 of the chip"},
+         {[&] { return chip_->boundaryDelete(1); }, "boundary entry 1 does not exist"},
+   };
+   EXPECT_TRUE(chip_->audit().empty());
+   for (Case const& c : cases)
+      EXPECT_EQ(c.write(), c.refusal);
+   EXPECT_EQ(chip_->violations().count(), std::size(cases));
+   EXPECT_EQ(chip_->audit(), chip_->violations().texts());
+   EXPECT_EQ(chip_->audit().front(), "groupCreate refused: group 1 exists already");
+
+   EXPECT_EQ(sent("10.0.0.1", "239.1.1.1"), "3 forwarded et1:10 et2:20 cpu");
+   EXPECT_EQ(chip_->groups() + chip_->routes().size() + chip_->boundaries().size(), 3u);
+   EXPECT_EQ(chip_->writes(WriteKind::groupCreate), 1u);
+   EXPECT_EQ(chip_->writes(WriteKind::groupUpdate), 0u);
+   EXPECT_EQ(chip_->writes(WriteKind::routeCreate), 1u);
+   EXPECT_EQ(chip_->writes(WriteKind::routePoint), 1u);
+
+   for (int i = 0; i < 200; ++i)
+      EXPECT_NE(chip_->groupDelete(2), "");
+   EXPECT_EQ(chip_->violations().texts().size(), 100u);
+   EXPECT_EQ(chip_->audit().back(), "and 118 more");
+}
+
+TEST_F(SimChip, PortsAndConfigurationAreChecked) {
+   VlanIdOrNone const none;
+   EXPECT_EQ(chip_->portAdd(IntfId("et3"), 2, none), "port 2 is that of et2, not of et3");
+   EXPECT_EQ(chip_->portAdd(IntfId("et1"), 3, none), "et1 has port 1, not 3");
+   EXPECT_EQ(chip_->portAdd(IntfId(), 3, none), "the empty interface has no port");
+   EXPECT_EQ(chip_->linkIs(IntfId("et3"), true), "et3 has no port");
+   EXPECT_EQ(chip_->ports().size(), 2u);
+   EXPECT_THROW(Qor::make<Chip>(Sim::ChipConfig{1, 16777217, 1, 0}), Qor::RangeException);
+   EXPECT_THROW(Qor::make<Chip>(Sim::ChipConfig{1, 1, 1, -1}), Qor::RangeException);
+}
+
+TEST_F(SimChip, ForwardsByTheLongestMatchOfTheVrf) {
+   for (Qor::U32 id = 0; id < 3; ++id)
+      ASSERT_EQ(chip_->groupCreate(id, {pv("et2", 20)}, false), "");
+   route(0, entry("0.0.0.0/0", "224.0.0.0/4"), 0);
+   route(1, entry("0.0.0.0/0", "239.0.0.0/8"), 1);
+   route(2, entry("0.0.0.0/0", "239.1.0.0/16"), 0);
+   route(3, entry("0.0.0.0/0", "239.1.1.1"), 1);
+   route(4, entry("10.0.0.1", "239.1.1.1"), 2);
+   route(5, entry("::/0", "ff00::/8"), 0);
+   route(6, entry("0.0.0.0/0", "239.1.1.1", 0, 7), 1);
+
+   struct Case {
+      char const* source;
+      char const* group;
+      Qor::U32 vrf;
+      char const* entry;
+   };
+   Case const cases[] = {
+         {"10.0.0.1", "239.1.1.1", 0, "4"}, {"10.0.0.2", "239.1.1.1", 0, "3"},
+         {"10.0.0.1", "239.1.1.2", 0, "2"}, {"10.0.0.1", "239.2.0.1", 0, "1"},
+         {"10.0.0.1", "225.0.0.1", 0, "0"}, {"2001:db8::1", "ff0e::1", 0, "5"},
+         {"10.0.0.1", "239.1.1.1", 7, "6"},
+   };
+   for (Case const& c : cases)
+      EXPECT_EQ(sent(c.source, c.group, 10, c.vrf), c.entry + std::string(" forwarded et2:20"));
+   EXPECT_EQ(sent("10.0.0.1", "239.1.1.2", 10, 7), "noRoute");
+   EXPECT_EQ(sent("10.0.0.1", "10.0.0.2"), "noRoute");
+   EXPECT_EQ(sent("10.0.0.1", "ff0e::1"), "noRoute");
+   ASSERT_EQ(chip_->routeDelete(3), "");
+   EXPECT_EQ(sent("10.0.0.2", "239.1.1.1"), "2 forwarded et2:20");
+   EXPECT_TRUE(chip_->audit().empty());
+}
+
+TEST_F(SimChip, PacketsMustArriveInTheAcceptingVlan) {
+   ASSERT_EQ(chip_->groupCreate(0, {pv("et1", 10)}, false), "");
+   ASSERT_EQ(chip_->groupCreate(1, {pv("et2", 20)}, false), "");
+   route(0, entry("0.0.0.0/0", "239.1.1.1"), 0);
+   route(1, entry("10.0.0.1", "239.1.1.1", 20), 0);
+   EXPECT_EQ(sent("10.0.0.1", "239.1.1.1", 20), "1 forwarded et1:10");
+   // No fall through to the (*,G) that would accept it.
+   EXPECT_EQ(sent("10.0.0.1", "239.1.1.1", 10), "wrongVlan");
+   EXPECT_EQ(sent("10.0.0.1", "239.1.1.1", 0), "wrongVlan");
+   EXPECT_EQ(chip_->routes().find(1)->packets, 1u);
+
+   // Make before break: while both entries exist each vlan goes its own way.
+   route(2, entry("10.0.0.1", "239.1.1.1", 10), 1);
+   EXPECT_EQ(sent("10.0.0.1", "239.1.1.1", 20), "1 forwarded et1:10");
+   EXPECT_EQ(sent("10.0.0.1", "239.1.1.1", 10), "2 forwarded et2:20");
+   ASSERT_EQ(chip_->routeDelete(1), "");
+   EXPECT_EQ(sent("10.0.0.1", "239.1.1.1", 20), "wrongVlan");
+   EXPECT_EQ(sent("10.0.0.1", "239.1.1.1", 10), "2 forwarded et2:20");
+
+   // One that accepts from anywhere takes what no entry of the vlan takes.
+   route(1, entry("10.0.0.1", "239.1.1.1"), 0);
+   EXPECT_EQ(sent("10.0.0.1", "239.1.1.1", 10), "2 forwarded et2:20");
+   EXPECT_EQ(sent("10.0.0.1", "239.1.1.1", 20), "1 forwarded et1:10");
+}
+
+TEST_F(SimChip, SaysWhyNothingIsForwarded) {
+   ASSERT_EQ(chip_->groupCreate(0, {}, false), "");
+   ASSERT_EQ(chip_->groupCreate(1, {pv("et1", 10), pv("et2", 21)}, false), "");
+   ASSERT_EQ(chip_->routeCreate(0, entry("10.0.0.1", "239.1.1.1")), "");
+   EXPECT_EQ(sent("10.0.0.1", "239.1.1.1"), "0 notPointed");
+   ASSERT_EQ(chip_->routePoint(0, 0), "");
+   EXPECT_EQ(sent("10.0.0.1", "239.1.1.1"), "0 emptyGroup");
+   ASSERT_EQ(chip_->routePoint(0, 1), "");
+   ASSERT_EQ(chip_->groupDelete(0), "");  // no route points at it any more
+   chip_->linkIs(IntfId("et2"), false);
+   EXPECT_EQ(sent("10.0.0.1", "239.1.1.1"), "0 forwarded et1:10");
+   chip_->linkIs(IntfId("et1"), false);
+   EXPECT_EQ(sent("10.0.0.1", "239.1.1.1"), "0 portsDown");
+   ASSERT_EQ(chip_->groupUpdate(1, {pv("et1", 10)}, true), "");
+   EXPECT_EQ(sent("10.0.0.1", "239.1.1.1"), "0 forwarded cpu");
+   EXPECT_EQ(chip_->droppedCopies(), 4u);
+   EXPECT_EQ(chip_->port(IntfId("et1"))->copies, 1u);
+   EXPECT_EQ(chip_->port(IntfId("et1"))->droppedCopies, 2u);
+
+   ASSERT_EQ(chip_->boundaryCreate(0, entry("0.0.0.0/0", "239.1.0.0/16", 10)), "");
+   EXPECT_EQ(sent("10.0.0.2", "239.1.1.1", 10), "0 bridged");
+   EXPECT_EQ(sent("10.0.0.2", "239.1.1.1", 20), "noRoute");
+   EXPECT_EQ(sent("10.0.0.1", "239.1.1.1", 10), "0 forwarded cpu");  // the longer match
+   EXPECT_TRUE(chip_->audit().empty());
+}
+
+TEST_F(SimChip, HitsAreTimedAndCountedPerEntry) {
+   ASSERT_EQ(chip_->groupCreate(0, {}, true), "");
+   route(0, entry("10.0.0.1", "239.1.1.1", 10), 0);
+   EXPECT_EQ(chip_->routes().find(0)->lastHit, 0.0);
+   time_->advance(2.5);
+   sent("10.0.0.1", "239.1.1.1", 10);
+   time_->advance(1);
+   sent("10.0.0.1", "239.1.1.1", 20);  // dropped, so no hit
+   EXPECT_EQ(chip_->routes().find(0)->lastHit, 2.5);
+   EXPECT_EQ(chip_->routes().find(0)->packets, 1u);
+   EXPECT_EQ(chip_->routes().find(0)->bytes, 100u);
+}
+
+TEST_F(SimChip, AuditFindsAMemoryFault) {
+   ASSERT_EQ(chip_->groupCreate(0, {}, true), "");
+   ASSERT_EQ(chip_->groupCreate(1, {}, true), "");
+   route(0, entry("10.0.0.1", "239.1.1.1"), 0);
+   using Texts = std::vector<std::string>;
+   chip_->softError(0, 1);
+   EXPECT_EQ(chip_->audit(), (Texts{"group 0 counts 1 routes, but 0 point at it",
+                                    "group 1 counts 0 routes, but 1 point at it"}));
+   chip_->softError(0, 3);
+   EXPECT_EQ(chip_->audit(), (Texts{"route entry 0 points at missing group 3",
+                                    "group 0 counts 1 routes, but 0 point at it"}));
+   chip_->softError(0, 0);
+   EXPECT_TRUE(chip_->audit().empty());
+}
+
+// Against a plain list of entries that is searched from end to end.
+TEST(SimEntryTable, LookupAgreesWithASearchOfAllEntries) {
+   std::mt19937 random(5);
+   auto const pick = [&](unsigned n) { return static_cast<unsigned>(random() % n); };
+   Sim::EntryTable table("entry", 200);
+   std::vector<std::string> faults;
+   unsigned found = 0;
+   for (int step = 0; step < 20000; ++step) {
+      IpGenAddr const source = IpGenAddr::v4(pick(4));
+      IpGenAddr const group = IpGenAddr::v4(0xef000000 + pick(8));
+      VlanIdOrNone const vlan(Qor::U64{pick(3)});
+      Qor::U32 const index = pick(200);
+      if (step % 2 == 0) {
+         Sim::Entry e;
+         unsigned const sourceLength = pick(2) * 32;
+         unsigned const groupLength = 29 + pick(4);
+         e.key = {{source.masked(sourceLength), sourceLength},
+                  {group.masked(groupLength), groupLength}};
+         e.acceptingVlan = vlan;
+         if (table.find(index)) {
+            ASSERT_EQ(table.erase(index), "");
+         } else {
+            (void)table.create(index, e);  // refused when another entry matches the same
+         }
+         continue;
+      }
+      struct {
+         std::pair<unsigned, unsigned> length;
+         bool exact = false;
+         std::optional<Qor::U32> index;
+      } best;
+      bool keyFound = false;
+      table.forEach([&](Qor::U32 i, Sim::Entry const& e) {
+         if (!e.key.source().contains(source) || !e.key.group().contains(group)) return;
+         std::pair const length(e.key.group().length(), e.key.source().length());
+         if (keyFound && length < best.length) return;
+         if (!keyFound || length > best.length) best = {length, false, std::nullopt};
+         keyFound = true;
+         if (e.acceptingVlan == vlan) {
+            best.index = i;
+            best.exact = true;
+         } else if (e.acceptingVlan.isNone() && !best.exact) {
+            best.index = i;
+         }
+      });
+      auto const match = table.lookup(0, source, group, vlan, Sim::EntryTable::OtherVlan::ends);
+      ASSERT_EQ(match.index, best.index) << "step " << step;
+      ASSERT_EQ(match.keyFound, keyFound);
+      found += match.index.has_value();
+   }
+   table.audit(faults);
+   EXPECT_EQ(faults, std::vector<std::string>());
+   EXPECT_GT(found, 1000u);
+   EXPECT_GT(table.peak(), 30u);
+}
+
+}  // namespace

@@ -1,0 +1,479 @@
+// The asynchronous platform of the simulated chip: its write queue on virtual time, its
+// allocation, and its faults.
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <map>
+#include <memory>
+#include <random>
+#include <sstream>
+
+#include "Routing/Hardware/RouteStatus.h"
+#include "Vel/VelAsyncMrouteSwitch.h"
+#include "platform/sim/AsyncPlatform.h"
+
+namespace {
+
+using Bridging::VlanIdOrNone;
+using Hux::XactPtr;
+using Lnet::IntfId;
+using Lnet::IpGenAddr;
+using MrouteLib::OifSetPtr;
+using MrouteLib::PortVlan;
+using MrouteLib::RouteHandle;
+using Routing::Multicast::Fib::IpGenRouteKey;
+using Routing::Multicast::Fib::RouteKeyType;
+using Sim::AsyncPlatform;
+using Sim::Forwarding;
+using Sim::WriteKind;
+using State = Hux::Xact::State;
+using VelHelper::MrouteXactType;
+
+constexpr Qor::U32 noId = AsyncPlatform::invalidMulticastId;
+
+// Calls back when a transaction completes.
+class Watch final : public Hux::Xact::Notifiee {
+ public:
+   Watch(XactPtr const& xact, std::function<void()> call) : call_(std::move(call)) {
+      notifierIs(xact);
+   }
+   void onState() override { call_(); }
+
+ private:
+   std::function<void()> call_;
+};
+
+class SimPlatform : public testing::Test {
+ protected:
+   SimPlatform() {
+      Qor::activityManagerIs(time_);
+      build({4, 4, 1, 1.0});
+   }
+   ~SimPlatform() override {
+      platform_ = nullptr;
+      Qor::activityManagerIs(nullptr);
+   }
+
+   void build(Sim::ChipConfig const& chipConfig, Sim::AsyncPlatformConfig const& config = {}) {
+      chip_ = Qor::make<Sim::Chip>(chipConfig);
+      for (unsigned i = 1; i <= 3; ++i) {
+         std::string const name = "et" + std::to_string(i);
+         EXPECT_EQ(chip_->portAdd(IntfId(name), i, VlanIdOrNone(Qor::U64{i})), "");
+      }
+      platform_ = Qor::make<AsyncPlatform>("platform", chip_, config);
+   }
+
+   static OifSetPtr set(std::initializer_list<char const*> intfs) {
+      MrouteLib::PortVlanSet s(RouteKeyType::routed);
+      for (char const* intf : intfs)
+         s.newPortVlan(PortVlan(IntfId(intf)), true);
+      return Qor::make<MrouteLib::OifSet>(nullptr, s);
+   }
+   static IpGenRouteKey key(Qor::U32 n) {
+      return IpGenRouteKey::fromAddresses(IpGenAddr::v4(0x0a000001), IpGenAddr::v4(0xef000000 + n));
+   }
+   Qor::U32 group(std::initializer_list<char const*> intfs, XactPtr blocking = nullptr) {
+      return platform_->doAllocateSharableMulticastGroup({}, set(intfs), std::move(blocking),
+                                                         false);
+   }
+   RouteHandle route(Qor::U32 n) { return platform_->doAllocateRoute(key(n), {}, false, {}, 0); }
+   XactPtr point(RouteHandle handle, Qor::U32 id) {
+      platform_->doSetMtableOifSet(handle, id, nullptr);
+      return platform_->doGetXactForIngress(handle);
+   }
+   XactPtr groupXact(Qor::U32 id) { return platform_->doGetXactForOifSet(id); }
+   std::string reason(XactPtr const& xact) {
+      return platform_->doGetXactFailureReason(xact, MrouteXactType::oifSet);
+   }
+   // The interfaces that get the packets of route n: "et1 et2"; or why none does.
+   std::string receivers(Qor::U32 n) {
+      auto const out = chip_->forward({0, IpGenAddr::v4(0x0a000001), key(n).group().address(), {}});
+      std::ostringstream os;
+      if (out.result != Forwarding::forwarded) os << out.result;
+      for (PortVlan const& copy : out.copies)
+         os << (os.str().empty() ? "" : " ") << copy.intfId();
+      return os.str();
+   }
+   void drain() { time_->runUntil(Qor::never); }
+   void expectSound() { EXPECT_EQ(platform_->audit(), std::vector<std::string>()); }
+
+   Qor::Ptr<Qor::ActivityManager> time_ =
+         Qor::make<Qor::ActivityManager>(Qor::ActivityManager::TimeBase::virtualTime);
+   Qor::Ptr<Sim::Chip> chip_;
+   Qor::Ptr<AsyncPlatform> platform_;
+};
+
+TEST_F(SimPlatform, WritesOverlapAndCompleteInOrder) {
+   std::vector<std::string> log;
+   auto const watch = [&](XactPtr const& xact, std::string const& name) {
+      return std::make_unique<Watch>(
+            xact, [&log, this, name] { log.push_back(name + " " + Qor::realStrep(time_->now())); });
+   };
+   Qor::U32 const a = group({"et1"});
+   auto const w1 = watch(groupXact(a), "a");
+   time_->advance(0.25);
+   RouteHandle const r = route(1);
+   platform_->faults().slowNext(2, 5);
+   auto const w2 = watch(point(r, a), "point");  // the first from here on
+   Qor::U32 const b = group({"et2"});            // the slow one
+   auto const w3 = watch(groupXact(b), "b");
+   Qor::U32 const c = group({"et3"});
+   auto const w4 = watch(groupXact(c), "c");  // due long before, and behind all the same
+   EXPECT_EQ(receivers(1), "noRoute");
+   time_->runUntil(1.0);
+   EXPECT_EQ(receivers(1), "noRoute");
+   time_->runUntil(1.25);
+   EXPECT_EQ(receivers(1), "et1");
+   drain();
+   EXPECT_EQ(log, (std::vector<std::string>{"a 1.0", "point 1.25", "b 6.25", "c 6.25"}));
+   EXPECT_EQ(platform_->queue()->succeeded(), 5u);
+   expectSound();
+}
+
+TEST_F(SimPlatform, NothingCompletesInsideACallWithoutLatencyEither) {
+   build({2500, 1, 1, 0});
+   unsigned completed = 0;
+   std::vector<std::unique_ptr<Watch>> watches;
+   for (unsigned i = 0; i < 2500; ++i) {
+      Qor::U32 const id = group({"et1"});
+      EXPECT_TRUE(groupXact(id)->pending());
+      watches.push_back(std::make_unique<Watch>(groupXact(id), [&, i] {
+         EXPECT_EQ(i, completed++);
+         if (i < 2499) return;
+         // Issued by the last completion of a turn with room for more: waits for the next.
+         platform_->doUpdateMulticastGroupInPlace(set({"et2"}), 0);
+         EXPECT_TRUE(groupXact(0)->pending());
+      }));
+   }
+   std::vector<unsigned> perTurn;
+   while (platform_->queue()->pending() > 0) {
+      EXPECT_EQ(time_->runDue(), 1u);
+      perTurn.push_back(completed);
+   }
+   EXPECT_EQ(perTurn, (std::vector<unsigned>{1000, 2000, 2500, 2500}));
+   EXPECT_EQ(chip_->writes(WriteKind::groupUpdate), 1u);
+   EXPECT_EQ(time_->now(), 0);
+   expectSound();
+}
+
+TEST_F(SimPlatform, ABlockingTransactionFromElsewhereHoldsBackItsWriteAndThoseBehind) {
+   auto const foreign = Qor::make<Hux::Xact>();
+   Qor::U32 const a = group({"et1"});
+   Qor::U32 const b = group({"et2"}, foreign);
+   Qor::U32 const c = group({"et3"}, groupXact(a));  // of the same queue: nothing to wait for
+   time_->runUntil(10);
+   EXPECT_EQ(groupXact(a)->state(), State::succeeded);
+   EXPECT_TRUE(groupXact(b)->pending());
+   EXPECT_TRUE(groupXact(c)->pending());
+   foreign->stateIs(State::failed);
+   EXPECT_TRUE(groupXact(b)->pending());
+   drain();
+   EXPECT_EQ(groupXact(c)->state(), State::succeeded);
+   EXPECT_EQ(time_->now(), 10);
+   expectSound();
+}
+
+TEST_F(SimPlatform, WhatNeedsAFailedWriteFailsTooAndNeverReachesTheChip) {
+   platform_->faults().failNext(WriteKind::groupCreate, "replication memory parity error");
+   platform_->faults().failNext(WriteKind::routeCreate, "TCAM parity error");
+   Qor::U32 const bad = group({"et1"});
+   Qor::U32 const good = group({"et2"});
+   RouteHandle const badRoute = route(1);
+   RouteHandle const goodRoute = route(2);
+   XactPtr const badGroupXact = groupXact(bad);
+   XactPtr const noEntry = point(badRoute, good);
+   XactPtr const fine = point(goodRoute, good);
+   XactPtr const noSuchGroup = point(goodRoute, bad);
+   EXPECT_EQ(reason(noSuchGroup), "");  // not yet
+   platform_->doDeleteRoute(badRoute);
+   platform_->doDeleteOifSet(bad);
+   drain();
+   EXPECT_EQ(reason(badGroupXact), "replication memory parity error");
+   EXPECT_EQ(reason(noEntry), "route entry not created: TCAM parity error");
+   EXPECT_EQ(reason(noSuchGroup), "multicast group 0 not created");
+   EXPECT_EQ(fine->state(), State::succeeded);
+   EXPECT_EQ(reason(fine), "");
+   EXPECT_EQ(receivers(2), "et2");
+   EXPECT_EQ(receivers(1), "noRoute");
+   EXPECT_EQ(chip_->writes(WriteKind::groupDelete) + chip_->writes(WriteKind::routeDelete), 0u);
+   expectSound();
+
+   // Rewriting a group that could not be created creates it.
+   platform_->faults().failNext(WriteKind::groupCreate, "parity error");
+   Qor::U32 const again = group({"et1"});
+   platform_->doUpdateMulticastGroupInPlace(set({"et1", "et3"}), again);
+   point(goodRoute, again);
+   drain();
+   EXPECT_EQ(receivers(2), "et1 et3");
+   expectSound();
+}
+
+TEST_F(SimPlatform, AFailedDeletionIsTriedAgain) {
+   platform_->faults().failNext(WriteKind::groupDelete, "busy", 2);
+   platform_->faults().failNext(WriteKind::routeDelete, "busy");
+   Qor::U32 const a = group({"et1"});
+   RouteHandle const r = route(1);
+   point(r, a);
+   platform_->doDeleteRoute(r);
+   platform_->doDeleteOifSet(a);
+   drain();
+   EXPECT_EQ(platform_->queue()->failed(), 2u);
+   EXPECT_EQ(chip_->groups() + chip_->routes().size(), 0u);
+   expectSound();
+}
+
+TEST_F(SimPlatform, TablesFitExactlyAndRoomComesBackAtTheCall) {
+   std::vector<Qor::U32> ids;
+   std::vector<RouteHandle> handles;
+   for (Qor::U32 i = 0; i < 4; ++i) {
+      ids.push_back(group({"et1"}));
+      handles.push_back(route(i));
+      point(handles[i], ids[i]);
+   }
+   EXPECT_EQ(group({"et1"}), noId);
+   EXPECT_TRUE(route(9).isNull());
+   EXPECT_FALSE(platform_->mcastIdIsValid(noId));
+
+   // The deletions are still behind the creations in the queue when the numbers are used again.
+   platform_->doDeleteRoute(handles[2]);
+   platform_->doDeleteOifSet(ids[2]);
+   EXPECT_EQ(group({"et2"}), ids[2]);
+   EXPECT_EQ(route(7), handles[2]);
+   point(handles[2], ids[2]);
+   EXPECT_EQ(group({"et1"}), noId);
+   drain();
+   EXPECT_EQ(receivers(2), "noRoute");
+   EXPECT_EQ(receivers(7), "et2");
+   EXPECT_EQ(chip_->groupsPeak(), 4u);
+   EXPECT_EQ(chip_->routes().peak(), 4u);
+   EXPECT_EQ(platform_->groupsAllocated(), 4u);
+   EXPECT_EQ(platform_->routesAllocated(), 4u);
+   expectSound();
+}
+
+TEST_F(SimPlatform, ClaimsToBeFullWhenToldTo) {
+   platform_->faults().groupsExhaustedIs(true);
+   platform_->faults().routesExhaustedIs(true);
+   EXPECT_EQ(group({"et1"}), noId);
+   EXPECT_TRUE(route(1).isNull());
+   platform_->faults().groupsExhaustedIs(false);
+   platform_->faults().routesExhaustedIs(false);
+   EXPECT_EQ(group({"et1"}), 0u);
+   EXPECT_EQ(route(1), RouteHandle(0));
+}
+
+TEST_F(SimPlatform, HitTimesAreThoseOfTheRouteNotOfItsPredecessorUnderTheHandle) {
+   Qor::U32 const a = group({"et1"});
+   RouteHandle const r = route(1);
+   point(r, a);
+   EXPECT_EQ(platform_->routeLastAccessedTime(r), 0.0);
+   drain();
+   time_->runUntil(3);
+   receivers(1);
+   EXPECT_EQ(platform_->routeLastAccessedTime(r), 3.0);
+   platform_->doDeleteRoute(r);
+   ASSERT_EQ(route(2), r);
+   EXPECT_EQ(receivers(1), "et1");  // the deletion has not reached the chip
+   EXPECT_EQ(platform_->routeLastAccessedTime(r), 0.0);
+   drain();
+   EXPECT_EQ(platform_->routeLastAccessedTime(r), 0.0);
+   expectSound();
+}
+
+TEST_F(SimPlatform, FixedGroupsAreSetAsideAndRewrittenInPlace) {
+   Sim::AsyncPlatformConfig config;
+   config.firstFixedGroup = 1;
+   config.fixedGroups = 2;
+   config.fixedTypes = {RouteKeyType::catchAll};
+   config.noIngressTypes = {RouteKeyType::bridged};
+   build({4, 4, 1, 1.0}, config);
+   EXPECT_TRUE(platform_->needFixedOifSet(RouteKeyType::catchAll));
+   EXPECT_FALSE(platform_->needFixedOifSet(RouteKeyType::routed));
+   EXPECT_FALSE(platform_->needIngressProgramming(RouteKeyType::bridged));
+   EXPECT_EQ(group({"et1"}), 0u);
+   EXPECT_EQ(group({"et1"}), 3u);
+   EXPECT_EQ(group({"et1"}), noId);
+   EXPECT_EQ(platform_->doAllocateFixedMulticastGroup(set({"et1"}), nullptr, 3), noId);
+   EXPECT_EQ(platform_->doAllocateFixedMulticastGroup(set({"et1"}), nullptr, 2), 2u);
+   point(route(1), 2);
+   EXPECT_EQ(platform_->doAllocateFixedMulticastGroup(set({"et2"}), nullptr, 2), 2u);
+   drain();
+   EXPECT_EQ(receivers(1), "et2");
+   EXPECT_EQ(chip_->writes(WriteKind::groupCreate), 3u);
+   EXPECT_EQ(chip_->writes(WriteKind::groupUpdate), 1u);
+   EXPECT_EQ(platform_->groupsAllocated(), 3u);
+   platform_->doDeleteRoute(RouteHandle(0));
+   platform_->doDeleteOifSet(2);
+   EXPECT_EQ(platform_->doAllocateFixedMulticastGroup(set({"et3"}), nullptr, 2), 2u);
+   drain();
+   EXPECT_EQ(chip_->group(2)->members.size(), 1u);
+   expectSound();
+
+   config.firstFixedGroup = 3;
+   EXPECT_THROW(build({4, 4, 1, 1.0}, config), Qor::RangeException);
+}
+
+TEST_F(SimPlatform, WrongCallsDoNothingAndAreReported) {
+   Qor::U32 const a = group({"et1"});
+   RouteHandle const r = route(1);
+   platform_->doDeleteOifSet(a);
+   platform_->doDeleteOifSet(a);
+   platform_->doSetMtableOifSet(r, a, nullptr);
+   platform_->doDeleteRoute(RouteHandle(3));
+   platform_->doUpdateMulticastGroupInPlace(set({}), noId);
+   drain();
+   EXPECT_EQ(platform_->audit(),
+             (std::vector<std::string>{"doDeleteOifSet: group 0 is not allocated",
+                                       "doSetMtableOifSet: group 0 is not allocated",
+                                       "doDeleteRoute: route 3 is not allocated",
+                                       "doUpdateMulticastGroupInPlace: group 4294967295 is not "
+                                       "allocated"}));
+   EXPECT_EQ(chip_->violations().count(), 0u);
+}
+
+TEST_F(SimPlatform, AnObserverCanMakeTheCallItHearsOfFail) {
+   unsigned seen = 0;
+   platform_->hookObserverIs([&](std::string_view hook) {
+      if (hook == "doAllocateSharableMulticastGroup" && ++seen == 2) {
+         platform_->faults().failNext(WriteKind::groupCreate, "the second");
+      }
+   });
+   Qor::U32 const ids[] = {group({"et1"}), group({"et2"}), group({"et3"})};
+   drain();
+   EXPECT_EQ(reason(groupXact(ids[0])) + reason(groupXact(ids[1])) + reason(groupXact(ids[2])),
+             "the second");
+   EXPECT_EQ(platform_->calls(AsyncPlatform::Hook::doAllocateSharableMulticastGroup), 3u);
+   EXPECT_EQ(platform_->calls(AsyncPlatform::Hook::doGetXactForOifSet), 3u);
+   EXPECT_EQ(platform_->calls(), 9u);
+}
+
+TEST_F(SimPlatform, CallsCostTimeAndPollingIsNotFasterThanThePlatformCan) {
+   Sim::AsyncPlatformConfig config;
+   config.callCost = 0.5;
+   config.minPollingInterval = 5;
+   build({4, 4, 1, 1.0}, config);
+   EXPECT_EQ(platform_->doGetAdjustedPollingInterval(1), 5);
+   EXPECT_EQ(platform_->doGetAdjustedActivityPollInterval(60), 60);
+   EXPECT_EQ(time_->now(), 1.0);
+}
+
+TEST_F(SimPlatform, ACompletionMayDestroyThePlatform) {
+   XactPtr const first = groupXact(group({"et1"}));
+   XactPtr const second = groupXact(group({"et2"}));
+   Watch const watch(first, [&] { platform_ = nullptr; });
+   drain();
+   EXPECT_EQ(platform_, nullptr);
+   EXPECT_EQ(chip_->groups(), 1u);
+   EXPECT_TRUE(second->pending());  // and stays so
+}
+
+// The table programmer on the platform: a shared group, its time as a zombie, and nothing left.
+TEST_F(SimPlatform, CarriesTheTableProgrammer) {
+   auto const vrfs = Qor::make<Routing::Hardware::RouteStatus>();
+   L3::VrfName const vrf("red");
+   vrfs->newVrfStatus(vrf, Vel::VrfId(0));
+   auto const programmer = Vel::Mroute::asyncMrouteSwitchFactory("chip0", vrfs, platform_);
+   OifSetPtr const oifSet = set({"et1", "et3"});
+   std::vector<RouteHandle> handles;
+   std::vector<MrouteLib::MtableOifSetPtr> records;
+   for (Qor::U32 n = 0; n < 3; ++n) {
+      programmer->doAllocateMtableOifSet({}, oifSet, nullptr, 0, false);
+      records.push_back(programmer->mtableOifSet());
+      programmer->mtableOifSetIs(nullptr);
+      programmer->doAllocateRoute(key(n), {}, false, {}, vrf);
+      handles.push_back(programmer->routeHandle());
+      programmer->doSetMtableOifSet(handles[n], records[n], nullptr);
+   }
+   drain();
+   EXPECT_EQ(receivers(0) + receivers(1) + receivers(2), "et1 et3et1 et3et1 et3");
+   EXPECT_EQ(chip_->writes(WriteKind::groupCreate), 1u);
+   EXPECT_EQ(chip_->routesOfGroup(0), (std::vector<Qor::U32>{0, 1, 2}));
+
+   for (RouteHandle const handle : handles)
+      programmer->doDeleteRoute(handle);
+   records.clear();
+   drain();
+   EXPECT_EQ(chip_->groups(), 1u);
+   EXPECT_EQ(chip_->routes().size(), 0u);
+   programmer->zombieOifSetDelAll();
+   drain();
+   EXPECT_EQ(chip_->groups(), 0u);
+   EXPECT_GT(platform_->calls(AsyncPlatform::Hook::doScheduleVerify), 0u);
+   expectSound();
+}
+
+// A well-behaved user of the hooks with failing writes: the chip never sees a wrong write, what
+// succeeded forwards, and nothing is left at the end.
+TEST_F(SimPlatform, RandomFaultsNeverMakeTheDriverMisuseTheChip) {
+   struct Route {
+      Qor::U32 key = 0;
+      Qor::U32 id = 0;
+      XactPtr xact;
+   };
+   for (unsigned seed = 1; seed <= 5; ++seed) {
+      SCOPED_TRACE("seed " + std::to_string(seed));
+      build({8, 16, 1, 0.001});
+      platform_->faults().seedIs(seed);
+      for (unsigned kind = 0; kind < 6; ++kind)
+         platform_->faults().rateIs(static_cast<WriteKind>(kind), 0.2);
+      std::mt19937 random(seed);
+      auto const pick = [&](std::size_t n) { return static_cast<Qor::U32>(random() % n); };
+      std::vector<Qor::U32> groups;
+      std::map<Qor::U32, unsigned> users;
+      std::map<Qor::U32, Route> routes;  // by handle
+      Qor::U32 nextKey = 0;
+      auto const deleteRoute = [&] {
+         auto const it = std::next(routes.begin(), pick(routes.size()));
+         platform_->doDeleteRoute(RouteHandle(it->first));
+         --users[it->second.id];
+         routes.erase(it);
+      };
+      auto const deleteGroup = [&](std::size_t at) {
+         if (users[groups[at]] > 0) return;
+         platform_->doDeleteOifSet(groups[at]);
+         groups.erase(groups.begin() + static_cast<std::ptrdiff_t>(at));
+      };
+      for (int step = 0; step < 3000; ++step) {
+         switch (pick(6)) {
+            case 0:
+               if (Qor::U32 const id = group({"et1", "et2"}); id != noId) groups.push_back(id);
+               break;
+            case 1:
+               if (!groups.empty()) deleteGroup(pick(groups.size()));
+               break;
+            case 2:
+            case 3:
+               if (RouteHandle const h = groups.empty() ? RouteHandle() : route(nextKey);
+                   !h.isNull()) {
+                  Qor::U32 const id = groups[pick(groups.size())];
+                  routes[h.value()] = {nextKey++, id, point(h, id)};
+                  ++users[id];
+               }
+               break;
+            case 4:
+               if (!routes.empty()) deleteRoute();
+               break;
+            case 5:
+               time_->runUntil(time_->now() + pick(3) * 0.001);
+               break;
+         }
+         if (step % 50 != 0) continue;
+         drain();
+         expectSound();
+         for (auto const& [handle, r] : routes) {
+            EXPECT_EQ(receivers(r.key) == "et1 et2", r.xact->state() == State::succeeded);
+         }
+      }
+      EXPECT_GT(platform_->faults().injected(), 100u);
+      while (!routes.empty())
+         deleteRoute();
+      while (!groups.empty())
+         deleteGroup(0);
+      drain();
+      expectSound();
+      EXPECT_EQ(chip_->groups() + chip_->routes().size(), 0u);
+      EXPECT_EQ(platform_->groupsAllocated() + platform_->routesAllocated(), 0u);
+   }
+}
+
+}  // namespace
