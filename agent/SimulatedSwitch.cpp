@@ -68,10 +68,8 @@ void SimulatedSwitch::learn(CaptureEvent const& event) {
    };
    if (auto const* route = std::get_if<MrouteEvent>(&event)) {
       learnRoute(*route);
-   } else if (auto const* link = std::get_if<LinkEvent>(&event)) {
-      learnIntf(link->intf);
-   } else {
-      for (MrouteEvent const& r : std::get<SnapshotEvent>(event).routes)
+   } else if (auto const* snapshot = std::get_if<SnapshotEvent>(&event)) {
+      for (MrouteEvent const& r : snapshot->routes)
          learnRoute(r);
    }
 }
@@ -83,6 +81,8 @@ Intf const& SimulatedSwitch::learnIntf(Lnet::IntfId id) {
       if (intf.port == 0) continue;
       Sim::Refusal const refusal = chip_->portAdd(intf.id, intf.port, intf.vlan);
       QOR_ASSERT(refusal.empty());
+      auto const link = links_.find(intf.id);
+      if (link != links_.end()) linkIs(intf.id, link->second.up);
    }
    return known;
 }
@@ -114,7 +114,22 @@ void SimulatedSwitch::apply(MrouteEvent const& event) {
 }
 
 void SimulatedSwitch::apply(LinkEvent const& event) {
-   if (intf(event.intf).port != 0) chip_->linkIs(event.intf, carriesTraffic(event.status));
+   // Another name of the same link was its name until now, and is nobody's any more.
+   Lnet::IntfId const before = std::exchange(linkNames_[event.ifindex], event.intf);
+   auto const renamed = before == event.intf ? links_.end() : links_.find(before);
+   if (renamed != links_.end() && renamed->second.ifindex == event.ifindex) {
+      links_.erase(renamed);
+      linkIs(before, true);
+   }
+   bool const up = carriesTraffic(event.status);
+   links_[event.intf] = {event.ifindex, up};
+   linkIs(event.intf, up);
+}
+
+void SimulatedSwitch::linkIs(Lnet::IntfId intf, bool up) {
+   if (!chip_->port(intf)) return;
+   Sim::Refusal const refusal = chip_->linkIs(intf, up);
+   QOR_ASSERT(refusal.empty());
 }
 
 void SimulatedSwitch::apply(SnapshotEvent const& event) {

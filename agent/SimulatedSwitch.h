@@ -1,10 +1,14 @@
 // A whole forwarding agent on the simulated chip, in virtual time: chip, platform hooks, table
 // programmer and route programmer, wired as on a real switch, and fed with the events of a capture.
 //
-// Interfaces become ports of the chip, and VRFs get their ids, on first sight; the VRF "default" is
-// 0. A route's incoming interface gives its accepting vlan. A route that is unresolved, or has no
-// incoming interface, is not in hardware: there is nothing to accept packets from.
+// Interfaces become ports of the chip, and VRFs get their ids, when a route first names them; the
+// VRF "default" is 0. A link that no route names takes no port and no vlan: a host has many, and
+// its containers make ever new ones. A route's incoming interface gives its accepting vlan. A route
+// that is unresolved, or has no incoming interface, is not in hardware: there is nothing to accept
+// packets from.
 #pragma once
+
+#include <map>
 
 #include "Routing/Hardware/RouteStatus.h"
 #include "agent/CaptureEvent.h"
@@ -49,8 +53,17 @@ class SimulatedSwitch {
    void apply(LinkEvent const& event);
    void apply(SnapshotEvent const& event);
 
+   struct Link {
+      std::uint32_t ifindex;
+      bool up;
+   };
+
+   void linkIs(Lnet::IntfId intf, bool up);
+
    mutable InterfaceMap intfMap_;
-   std::size_t portsMade_ = 0;  // interfaces of the map that the chip knows
+   std::map<Lnet::IntfId, Link> links_;  // by the present name; those never heard of are up
+   std::map<std::uint32_t, Lnet::IntfId> linkNames_;  // the latest of each index
+   std::size_t portsMade_ = 0;                        // interfaces of the map that the chip knows
    Qor::Ptr<Qor::ActivityManager> const activity_;
    Qor::Ptr<Sim::Chip> const chip_;
    Qor::Ptr<Sim::AsyncPlatform> const platform_;
