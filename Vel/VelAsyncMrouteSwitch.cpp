@@ -23,11 +23,15 @@ AsyncMrouteSwitch::AsyncMrouteSwitch(
    QOR_ASSERT(mrouteHelper_ != nullptr);
 }
 
-// Nobody is told: whoever listens could take a reference to an object that is going.
-AsyncMrouteSwitch::~AsyncMrouteSwitch() {
-   deleted_ = true;
+// The end of the switch. Its count stands at one meanwhile: whoever is told of what goes, and the
+// platform, may refer to it once more.
+void AsyncMrouteSwitch::zeroReferencesIs(bool) {
+   deletedIs(true);
    mtableOifSetIs(nullptr);
-   zombieOifSet_.clear();
+   zombieOifSetDelAll();
+}
+
+AsyncMrouteSwitch::~AsyncMrouteSwitch() {
    for (auto const& [oifSet, newest] : records_) {
       for (AsyncMtableOifSet* r = newest; r; r = r->nextOfOifSet_)
          r->mrouteSwitch_ = nullptr;
@@ -97,14 +101,17 @@ AsyncMrouteSwitch::RecordPtr AsyncMrouteSwitch::reusableRecord(OifSetPtr const& 
    return existing;
 }
 
-// A fixed id that carries another record's set until now: from here on it is the new record's.
-void AsyncMrouteSwitch::takeOverFixedGroup(Qor::U32 multicastId) {
+// A fixed id that carries another record's set until now: from here on it is the new record's. The
+// other record need not be the one in inUseOifSet, which may have another id and keeps its group
+// then; and the mapping of the id may be stale, so that there is none.
+void AsyncMrouteSwitch::takeOverFixedGroup(Qor::U32 multicastId, RecordPtr const& newer) {
    OifSetPtr const before = mcastIdToOifSet(multicastId);
    if (!before) return;
-   RecordPtr const old = inUseRecord(before);
-   // The mapping may be stale: its oif set's record may have another id by now, and keeps its
-   // group.
-   if (old && old->multicastId() == multicastId) {
+   RecordPtr old;
+   for (RecordPtr const& r : records(before)) {
+      if (!old && r != newer && r->multicastId() == multicastId && !r->deleted()) old = r;
+   }
+   if (old) {
       VEL_TRACE(8, "skip delete mtable oifset " << *old);
       old->skipDeleteIs(true);
    } else {
@@ -140,7 +147,7 @@ Hux::XactPtr AsyncMrouteSwitch::doAllocateMtableOifSet(MrouteLib::RouteKeyInfo c
          return nullptr;
       }
       mtableOifSetLocal = asyncMtableOifSetFactory(oifSet, portVlanSet.toCpu(), mcastId, this);
-      if (fixed) takeOverFixedGroup(mcastId);
+      if (fixed) takeOverFixedGroup(mcastId, mtableOifSetLocal);
 
       VEL_TRACE(2, "mtableOifSet " << *mtableOifSetLocal << " oifSet " << oifSet << " mcastId "
                                    << mcastId);

@@ -4,32 +4,31 @@
 //
 // Duties of the routing layer, its caller:
 //  1. Sharing is by identity of the oif set object. Equal sets must be the same object while
-//  anything uses
-//     them, zombies included (MrouteLib::MrouteTableColl does that); and an object whose record has
-//     turned dirty must not be handed out to further routes, so that they share anew.
+//     anything uses them, zombies included (MrouteLib::MrouteTableColl does that); and an object
+//     whose record has turned dirty must not be handed out to further routes, so that they share
+//     anew.
 //  2. After doAllocateMtableOifSet: look at mrouteFailureReason first. Codes 8 and 4096 leave the
 //     previous results standing. Then take mtableOifSet and set it to null at once, since the
 //     result counts as a user. Hold the record (counted) as long as the route points at it.
 //  3. A route is allocated (doAllocateRoute) and then pointed at a record (doSetMtableOifSet). To
-//  change
-//     its set, point it at the new record and hold the old one until the new transaction has
+//     change its set, point it at the new record and hold the old one until the new transaction has
 //     succeeded. doSetBridgeAction changes nothing in hardware here: such a change is a deletion
 //     and an allocation.
 //  4. Two handles under one in-use key (same route key, vlan and VRF): deleting the older one
-//  erases the
-//     newer one's entry in inUseRouteHandle. So release first when the key stays equal, and
-//     allocate first otherwise. The keys of catch-all routes are one key, of either address family.
+//     erases the newer one's entry in inUseRouteHandle. So release first when the key stays equal,
+//     and allocate first otherwise. The keys of catch-all routes are one key, of either address
+//     family.
 //  5. On code 8 there may be zombies to give up (zombieOifSetDel of the first key); otherwise wait
-//  for a
-//     deletion. On a failed transaction mark the record dirty, let it go, and allocate again.
+//     for a deletion. On a failed transaction mark the record dirty, let it go, and allocate again.
 //
 // Failure codes: 0 none, 8 no free multicast id, 1024 no route handle, 4096 no VRF status.
 //
 // Ownership. The switch is counted; whoever calls an operation holds it meanwhile. Records are held
 // by their users and by zombieOifSet; inUseOifSet, frrMtableOifSet and frrProcessingOifSet name
 // them without holding them, and a name may outlast its record there: record() says whether it
-// still lives. Records may outlive the switch; its destructor lets go of them, and they die quietly
-// with their last user.
+// still lives. When the last reference to the switch goes, it sets deleted, lets go of its result
+// and removes its zombies, which are freed at once; listeners are told. Records that others hold
+// outlive it, and die quietly with their last user.
 #pragma once
 
 #include <vector>
@@ -205,11 +204,11 @@ class QOR_PUBLIC AsyncMrouteSwitch final
    // Under the record's own zombie key.
    void zombieOifSetIs(RecordPtr record);
    RecordPtr newZombieOifSet(RecordPtr record);
-   void zombieOifSetDel(ZombieKey key) { zombieOifSet_.del(*this, key); }
+   void zombieOifSetDel(ZombieKey key);
    ZombieOifSetColl::Iterator zombieOifSetDel(ZombieOifSetColl::Iterator it) {
       return zombieOifSet_.del(*this, it);
    }
-   void zombieOifSetDelAll() { zombieOifSet_.delAll(*this); }
+   void zombieOifSetDelAll();
    void zombieOifSetNotify(ZombieKey key) { zombieOifSet_.notify(*this, key); }
 
    // Records whose oif set uses fast reroute; not counted. Where a newer record has replaced the
@@ -291,11 +290,12 @@ class QOR_PUBLIC AsyncMrouteSwitch final
  private:
    friend class AsyncMtableOifSet;
    ~AsyncMrouteSwitch() override;
+   void zeroReferencesIs(bool) override;
 
    void recordMade(AsyncMtableOifSet& record);
    void recordGone(AsyncMtableOifSet& record);
    RecordPtr reusableRecord(OifSetPtr const& oifSet);
-   void takeOverFixedGroup(Qor::U32 multicastId);
+   void takeOverFixedGroup(Qor::U32 multicastId, RecordPtr const& newer);
    void freeNow(RecordPtr const& record);
 
    Qor::Ptr<Routing::Hardware::RouteStatus const> const routingHwRouteStatus_;

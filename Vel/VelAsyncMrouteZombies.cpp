@@ -31,6 +31,17 @@ AsyncMrouteSwitch::RecordPtr AsyncMrouteSwitch::newZombieOifSet(RecordPtr record
    return record;
 }
 
+// The records that leave are freed after their leaving has been told, and need the switch for that.
+void AsyncMrouteSwitch::zombieOifSetDel(ZombieKey key) {
+   Qor::Ptr<AsyncMrouteSwitch> const self(this);
+   zombieOifSet_.del(*this, key);
+}
+
+void AsyncMrouteSwitch::zombieOifSetDelAll() {
+   Qor::Ptr<AsyncMrouteSwitch> const self(this);
+   zombieOifSet_.delAll(*this);
+}
+
 void AsyncMrouteSwitch::handleFreeMtableOifSet(RecordPtr const& record) {
    OifSetPtr const oifSet = record->oifSet();
    VEL_TRACE(8, "AsyncMrouteSwitch::handleFreeMtableOifSet()");
@@ -43,9 +54,8 @@ void AsyncMrouteSwitch::handleFreeMtableOifSet(RecordPtr const& record) {
       return;
    }
 
-   // Whoever is told of the changes below may let go of the switch. In its destructor nobody holds
-   // it, and nobody may begin to.
-   Qor::Ptr<AsyncMrouteSwitch> const self(references() ? this : nullptr);
+   // Whoever is told of the changes below may let go of the switch.
+   Qor::Ptr<AsyncMrouteSwitch> const self(this);
    if (deleted_) {
       VEL_TRACE(2, "MrouteSwitch deletion, skipping delayed deletion");
       freeNow(record);
@@ -69,8 +79,9 @@ void AsyncMrouteSwitch::freeNow(RecordPtr const& record) {
    Qor::U32 const mcastId = record->multicastId();
    VEL_TRACE(2, "Freeing oifSet resources");
    if (record->skipDelete()) {
-      // clang-format off: the text of the assertion is behaviour
-      QOR_ASSERT(mrouteHelper()->needFixedOifSet(oifSet->portVlanSet().type()));
+      // The text of the assertion is behaviour, its blanks included.
+      // clang-format off
+      QOR_ASSERT(mrouteHelper()->needFixedOifSet( oifSet->portVlanSet().type() ));
       // clang-format on
    } else {
       mrouteHelper_->doDeleteOifSet(mcastId);
@@ -78,9 +89,11 @@ void AsyncMrouteSwitch::freeNow(RecordPtr const& record) {
    if (!deleted_ && inUseOifSet(oifSet).get() == record.get()) {
       VEL_TRACE(2, "Delete oifset " << oifSet);
       inUseOifSetDel(oifSet);
-      frrMtableOifSetDel(oifSet);
-      frrProcessingOifSetDel(oifSet);
-      if (mcastIdToOifSet(mcastId) == oifSet) mcastIdToOifSetDel(mcastId);
+      // Whoever has been told may have allocated the set anew: its entries are the newer record's.
+      auto const anew = [&] { return inUseOifSet().find(oifSet) != nullptr; };
+      if (!anew()) frrMtableOifSetDel(oifSet);
+      if (!anew()) frrProcessingOifSetDel(oifSet);
+      if (!anew() && mcastIdToOifSet(mcastId) == oifSet) mcastIdToOifSetDel(mcastId);
    }
    record->deletedIs(true);
 }

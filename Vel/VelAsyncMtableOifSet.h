@@ -2,13 +2,12 @@
 //
 // Life of a record (the switch, Vel/VelAsyncMrouteSwitch.h, drives it):
 //
-//   state   | recognised by                          | left by
-//   --------+----------------------------------------+------------------------------------------
-//   in use  | deleted false, zombie expiry never     | its last reference going
-//   zombie  | in the switch's zombieOifSet, zombie   | resurrection by an allocation of the same
-//   oif
-//           | expiry finite, usedInHw false          | set, or removal from zombieOifSet
-//   freed   | deleted true                           | destruction with its last reference
+//   state   | recognised by                        | left by
+//   --------+--------------------------------------+---------------------------------------
+//   in use  | deleted false, zombie expiry never   | its last reference going
+//   zombie  | in the switch's zombieOifSet, zombie | resurrection by an allocation of the
+//           | expiry finite, usedInHw false        | same oif set, or leaving zombieOifSet
+//   freed   | deleted true                         | destruction with its last reference
 //
 // References are held by the routes that use the record, by its zombieOifSet entry and by the
 // switch's mtableOifSet result until the caller has taken it. The switch's other collections name
