@@ -31,10 +31,13 @@ json jsonFrom(std::string_view text) {
    try {
       return json::parse(text, watch);
    } catch (json::exception const& error) {
-      // "[json...] parse error at line 1, column 5: syntax error while parsing ...".
+      // "[json...] parse error at line 1, column 5: syntax error while parsing ...", or after the
+      // bracket at once what is wrong.
       std::string_view what = error.what();
-      if (auto const column = what.find("column "); column != std::string_view::npos) {
-         what.remove_prefix(column);
+      for (std::string_view const before : {"] ", "parse error at line 1, "}) {
+         if (auto const at = what.find(before); at != std::string_view::npos) {
+            what.remove_prefix(at + before.size());
+         }
       }
       throw Bad{"not valid JSON: " + std::string(what)};
    }

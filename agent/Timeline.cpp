@@ -3,6 +3,7 @@
 #include <array>
 #include <cmath>
 #include <cstdio>
+#include <set>
 #include <unordered_map>
 
 #include "Qor/Clock.h"
@@ -67,34 +68,34 @@ class Timeline::QorMrouteSwitch final : public AsyncMrouteSwitch::Notifiee {
    }
 
    void onInUseRouteHandleKey(RouteHandle const& handle) override {
-      endSpan(routes_, handle.value(), "changed");
+      endSpan(routes_, handle.value(), inUse(handle) ? "replaced" : "released");
       showRoute(handle);
       tablesChanged();
    }
    void onInUseRouteHandleKeyImmediate() override {
-      endSpans(routes_);
-      for (auto const& [handle, key] : notifier()->inUseRouteHandleKey())
-         showRoute(handle);
+      endSpans(routes_, "released", [this](Qor::U64 handle) {
+         return inUse(RouteHandle(static_cast<Qor::U32>(handle)));
+      });
+      for (auto const& [handle, key] : notifier()->inUseRouteHandleKey()) {
+         if (!routes_.contains(handle.value())) showRoute(handle);
+      }
       tablesChanged();
    }
 
    void onZombieOifSet(ZombieKey const& key) override {
       auto const record = notifier()->zombieOifSet(key);
-      auto const it = zombies_.find(key);
-      if (it != zombies_.end()) {
-         Zombie const zombie = it->second;
-         zombies_.erase(it);
-         zombieEnded(zombie, key);
-      }
+      endZombie(zombies_.find(key), record != nullptr);
       if (record) showZombie(key, *record);
       tablesChanged();
    }
    void onZombieOifSetImmediate() override {
-      for (auto const& [key, zombie] : zombies_)
-         timeline_.end(zombie.span, "changed", Qor::now());
-      zombies_.clear();
-      for (auto const& [key, record] : notifier()->zombieOifSet())
-         showZombie(key, *record);
+      for (auto it = zombies_.begin(); it != zombies_.end();) {
+         bool const there = notifier()->zombieOifSet(it->first) != nullptr;
+         it = there ? std::next(it) : endZombie(it, false);
+      }
+      for (auto const& [key, record] : notifier()->zombieOifSet()) {
+         if (!zombies_.contains(key)) showZombie(key, *record);
+      }
       tablesChanged();
    }
 
@@ -105,7 +106,10 @@ class Timeline::QorMrouteSwitch final : public AsyncMrouteSwitch::Notifiee {
       tablesChanged();
    }
    void onFrrProcessingOifSetImmediate() override {
-      endSpans(reroutes_);
+      std::set<Qor::U64> waiting;
+      for (auto const& [oifSet, record] : notifier()->frrProcessingOifSet())
+         waiting.insert(oifSet->serial());
+      endSpans(reroutes_, "done", [&](Qor::U64 serial) { return waiting.contains(serial); });
       for (auto const& [oifSet, record] : notifier()->frrProcessingOifSet())
          showReroute(oifSet);
       tablesChanged();
@@ -154,6 +158,7 @@ class Timeline::QorMrouteSwitch final : public AsyncMrouteSwitch::Notifiee {
       bool sharable;    // not replaced by a newer record, so it can be brought back
    };
    using Spans = std::unordered_map<Qor::U64, std::uint64_t>;
+   using Zombies = std::map<ZombieKey, Zombie>;
 
    void endSpan(Spans& spans, Qor::U64 key, char const* outcome) {
       auto const it = spans.find(key);
@@ -161,15 +166,22 @@ class Timeline::QorMrouteSwitch final : public AsyncMrouteSwitch::Notifiee {
       timeline_.end(it->second, outcome, Qor::now());
       spans.erase(it);
    }
-   void endSpans(Spans& spans) {
-      for (auto const& [key, span] : spans)
-         timeline_.end(span, "changed", Qor::now());
-      spans.clear();
+   // All but those that stay.
+   template <class Stays>
+   void endSpans(Spans& spans, char const* outcome, Stays const& stays) {
+      std::erase_if(spans, [&](auto const& item) {
+         if (stays(item.first)) return false;
+         timeline_.end(item.second, outcome, Qor::now());
+         return true;
+      });
    }
 
+   bool inUse(RouteHandle handle) const {
+      return notifier()->inUseRouteHandleKey(handle) != InUseRouteHandleKey();
+   }
    void showRoute(RouteHandle handle) {
+      if (!inUse(handle)) return;
       InUseRouteHandleKey const key = notifier()->inUseRouteHandleKey(handle);
-      if (key == InUseRouteHandleKey()) return;
       routes_[handle.value()] = timeline_.begin(process_, "route", key.routeKey().pretty(),
                                                 {{"routeHandle", handle.value()},
                                                  {"vlan", key.vlan().value()},
@@ -189,9 +201,13 @@ class Timeline::QorMrouteSwitch final : public AsyncMrouteSwitch::Notifiee {
    }
 
    // One that goes early was purged or brought back; what else happens at this instant tells.
-   void zombieEnded(Zombie const& zombie, ZombieKey const& key) {
+   Zombies::iterator endZombie(Zombies::iterator it, bool replaced) {
+      if (it == zombies_.end()) return it;
+      auto const [key, zombie] = *it;
       double const now = Qor::now();
-      if (key.expiryTime() <= now) {
+      if (replaced) {
+         timeline_.end(zombie.span, "replaced", now);
+      } else if (key.expiryTime() <= now) {
          timeline_.end(zombie.span, "expired", now);
       } else if (notifier()->deleted()) {
          timeline_.end(zombie.span, "dropped", now);
@@ -202,6 +218,7 @@ class Timeline::QorMrouteSwitch final : public AsyncMrouteSwitch::Notifiee {
          undecided_.push_back(zombie);
          undecidedAt_ = now;
       }
+      return zombies_.erase(it);
    }
 
    void announce(char const* collection, OifSetPtr const& oifSet, bool there) {
@@ -232,7 +249,7 @@ class Timeline::QorMrouteSwitch final : public AsyncMrouteSwitch::Notifiee {
    unsigned const process_;
    Spans routes_;    // by handle
    Spans reroutes_;  // by the oif set's serial
-   std::map<ZombieKey, Zombie> zombies_;
+   Zombies zombies_;
    std::vector<Zombie> undecided_;  // ended early, at undecidedAt_
    double undecidedAt_ = 0;
    bool tablesDirty_ = false;
