@@ -36,10 +36,16 @@ std::vector<InputError> CaptureReader::unreadable(std::vector<std::string> const
    return errors;
 }
 
+void CaptureReader::stopFdIs(int fd) {
+   stopFd_ = fd;
+   if (source_) source_->stopFdIs(fd);
+}
+
 bool CaptureReader::openNext() {
    if (files_.empty()) return false;
    source_ = std::make_unique<LineSource>(files_.back());
    files_.pop_back();
+   source_->stopFdIs(stopFd_);
    where_ = {source_->name(), 0};
    anchored_ = false;
    return true;

@@ -44,6 +44,10 @@ class CaptureReader {
    // Reads one open file, which is closed in the end, under a name for messages.
    CaptureReader(int fd, std::string name);
 
+   // Input that is waited for ends, as every file does from then on, once `fd` is readable; see
+   // LineSource.
+   void stopFdIs(int fd);
+
    // The files that cannot be read for a reason that shows before reading them: missing ones,
    // directories, forbidden ones. Worth asking before a long run.
    static std::vector<InputError> unreadable(std::vector<std::string> const& files);
@@ -73,6 +77,7 @@ class CaptureReader {
 
    std::vector<std::string> files_;  // still to be read, in reverse order
    std::unique_ptr<LineSource> source_;
+   int stopFd_ = -1;
    std::optional<LineSource::Result> held_;  // the result of a line that is to be read again
    MonitorParser monitor_;
    SnapshotParser snapshot_;

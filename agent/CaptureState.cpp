@@ -1,6 +1,7 @@
 #include "agent/CaptureState.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace Agent {
 
@@ -64,9 +65,9 @@ void CaptureState::apply(MrouteEvent const& event) {
 }
 
 void CaptureState::apply(LinkEvent const& event) {
-   std::erase_if(links_, [&event](auto const& link) {
-      return link.second.ifindex == event.ifindex && link.first != event.intf;
-   });
+   Lnet::IntfId const before = std::exchange(linkNames_[event.ifindex], event.intf);
+   auto const renamed = before == event.intf ? links_.end() : links_.find(before);
+   if (renamed != links_.end() && renamed->second.ifindex == event.ifindex) links_.erase(renamed);
    links_[event.intf] = {event.ifindex, event.status, event.adminUp};
 }
 

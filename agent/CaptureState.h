@@ -71,6 +71,7 @@ class CaptureState {
 
    RouteStates routes_;
    std::map<Lnet::IntfId, Link> links_;
+   std::map<std::uint32_t, Lnet::IntfId> linkNames_;  // the latest of each index
 };
 
 }  // namespace Agent

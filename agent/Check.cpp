@@ -1,6 +1,6 @@
 #include "agent/Check.h"
 
-#include <algorithm>
+#include <map>
 #include <set>
 #include <sstream>
 
@@ -72,46 +72,65 @@ class Check {
    }
 
  private:
+   using State = RouteProgrammer::State;
+
+   void differs(RouteId const& id, std::string const& text) {
+      result_.differences.push_back(id.toString() + ": " + text);
+   }
+
    void checkRoute(RouteId const& id, RouteState const& expected) {
       auto const* route = simulated_.routeProgrammer().route(id.vrf, id.key);
-      if (route && route->state() != RouteProgrammer::State::inHardware) {
+      if (!route) return differs(id, "in the capture, but not with the route programmer");
+      if (route->state() == State::marked || route->state() == State::programming) {
+         return differs(id, "not settled: " + route->reason());
+      }
+      if (route->state() != State::inHardware) {
          result_.notPlaced.push_back({id, route->reason()});
          return;
       }
       ++result_.routes;
+      auto const vlan = simulated_.intf(expected.iif).vlan;
+      placed_[{simulated_.vrfId(id.vrf)->value(), id.key}] = vlan;
       Sim::Packet packet;
       packet.vrfId = simulated_.vrfId(id.vrf)->value();
       packet.source = id.key.kind() == IpGenRouteKey::kindStarGroup ? anySource(capture_, id)
                                                                     : id.key.source().address();
       packet.group = id.key.group().address();
-      packet.vlan = simulated_.intf(expected.iif).vlan;
+      packet.vlan = vlan;
       Sim::Forwarded const forwarded = simulated_.chip().forward(packet);
       Outputs actual;
       for (auto const& copy : forwarded.copies)
          actual.insert(copy.intfId().name());
       if (forwarded.toCpu) actual.insert("cpu");
       Outputs const wanted = expectedOutputs(simulated_, capture_, expected);
-      if (actual == wanted && actual.size() == forwarded.copies.size() + forwarded.toCpu) return;
       std::ostringstream line;
-      line << id.toString() << ": expected " << toString(wanted) << ", chip forwards to "
-           << toString(actual);
-      line << " (" << forwarded.result << ')';
-      result_.differences.push_back(line.str());
+      if (!hitsOwnEntry(packet.vrfId, id, forwarded)) {
+         line << "the chip has no entry for it (" << forwarded.result << ')';
+      } else if (actual != wanted) {
+         line << "expected " << toString(wanted) << ", chip forwards to " << toString(actual)
+              << " (" << forwarded.result << ')';
+      } else {
+         return;
+      }
+      differs(id, line.str());
    }
 
-   // Entries of the chip that stand for no route of the capture.
+   // Another route's entry may send a packet to the same interfaces.
+   bool hitsOwnEntry(Qor::U32 vrfId, RouteId const& id, Sim::Forwarded const& forwarded) const {
+      if (!forwarded.entry) return false;
+      Sim::Entry const* const entry = simulated_.chip().routes().find(*forwarded.entry);
+      return entry->vrfId == vrfId && entry->key == id.key;
+   }
+
+   // Entries of the chip that stand for no route in hardware.
    void checkNothingElse() {
-      std::set<std::pair<Qor::U32, IpGenRouteKey>> captured;
-      for (auto const& [id, route] : capture_.routes()) {
-         if (route.resolved && route.iif) {
-            captured.emplace(simulated_.vrfId(id.vrf)->value(), id.key);
-         }
-      }
-      simulated_.chip().routes().forEach([&](Qor::U32, Sim::Entry const& entry) {
-         if (captured.contains({entry.vrfId, entry.key})) return;
+      simulated_.chip().routes().forEach([&](Qor::U32 index, Sim::Entry const& entry) {
+         auto const placed = placed_.find({entry.vrfId, entry.key});
+         if (placed != placed_.end() && placed->second == entry.acceptingVlan) return;
          std::ostringstream line;
-         line << "vrf id " << entry.vrfId << ' ' << entry.key
-              << ": not in the capture, but the chip has an entry for it";
+         line << "route entry " << index << " of the chip: vrf id " << entry.vrfId << ' '
+              << entry.key << " vlan " << entry.acceptingVlan
+              << " is that of no route of the capture in hardware";
          result_.differences.push_back(line.str());
       });
    }
@@ -119,6 +138,8 @@ class Check {
    SimulatedSwitch& simulated_;
    CaptureState const& capture_;
    CheckResult result_;
+   // The accepting vlans of the routes in hardware, by VRF id and key.
+   std::map<std::pair<Qor::U32, IpGenRouteKey>, Bridging::VlanIdOrNone> placed_;
 };
 
 }  // namespace

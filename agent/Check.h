@@ -2,9 +2,9 @@
 //
 // A packet is sent through the chip for every route of the capture, in its incoming interface, and
 // must come out exactly at the interfaces the route names; outputs whose link is down get nothing
-// on either side. The chip must hold no entry for a route the capture does not have. Routes that
-// wait for room, or whose writes failed, are not differences: they are states, listed with their
-// reasons.
+// on either side. The packet must hit the route's own entry, and the chip must hold no other
+// entries than those. Routes that wait for room, or whose writes failed, are not differences: they
+// are states, listed with their reasons.
 #pragma once
 
 #include <string>

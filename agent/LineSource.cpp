@@ -97,14 +97,22 @@ LineSource::Fill LineSource::failed(std::string reason) {
    return Fill::failed;
 }
 
+// Waits until there is something to read, or until nothing is to be read any more.
+bool LineSource::stopped() const {
+   pollfd ready[] = {{fd_, POLLIN, 0}, {stopFd_, POLLIN, 0}};
+   while (::poll(ready, 2, -1) < 0 && errno == EINTR) {
+   }
+   return ready[1].revents != 0;
+}
+
 LineSource::Fill LineSource::receive() {
    if (inBegin_ == inEnd_) inBegin_ = inEnd_ = 0;
    in_.resize(readSize);
+   if (stopFd_ >= 0 && stopped()) return Fill::end;
    ssize_t size;
    while ((size = ::read(fd_, in_.data() + inEnd_, in_.size() - inEnd_)) < 0) {
       if (errno == EAGAIN) {  // another user of the pipe has made it non-blocking
-         pollfd ready{fd_, POLLIN, 0};
-         ::poll(&ready, 1, -1);
+         if (stopped()) return Fill::end;
       } else if (errno != EINTR) {
          break;
       }

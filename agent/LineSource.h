@@ -41,6 +41,10 @@ class LineSource {
 
    Result next();
 
+   // Once `fd` is readable, input that is not there yet is not waited for: the source has ended. It
+   // must outlive the source, which does not read it. -1 for none.
+   void stopFdIs(int fd) { stopFd_ = fd; }
+
    // Valid until the next call of next().
    std::string_view text() const { return text_; }
    // The number of the line text() belongs to, from 1; after an error, of the line that could not
@@ -59,6 +63,7 @@ class LineSource {
    enum class Fill { more, end, failed };
 
    Fill fill();
+   bool stopped() const;
    Fill receive();  // one read(2) behind what is still in in_
    Fill detectCoding();
    Fill inflateSome();
@@ -67,6 +72,7 @@ class LineSource {
 
    int fd_ = -1;
    bool closes_ = true;
+   int stopFd_ = -1;
    std::string name_;
    std::string reason_;
    Coding coding_ = Coding::unknown;

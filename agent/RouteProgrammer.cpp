@@ -62,12 +62,12 @@ void RouteProgrammer::routeIs(L3::VrfName const& vrf, RouteKey const& key, Wante
    auto* entry = table.find(key);
    if (!entry) entry = table.insert(key, Qor::make<Route>(*this, vrf, key)).first;
    Route& route = *entry->second;
-   if (route.wanted_ == wanted) {
+   if (route.wanted_ && *route.wanted_ == wanted) {
       ++counters_.unchanged;
       return;
    }
    if (!route.wanted_) ++wantedRoutes_;
-   route.wanted_ = std::move(wanted);
+   route.wanted_ = std::make_shared<WantedRoute const>(std::move(wanted));
    route.attempts_ = 0;
    mark(route);
 }
@@ -115,25 +115,24 @@ void RouteProgrammer::runPass() {
       work_.pop_front();
       process(*route);
    }
-   budget = wake(waitingGroup_, State::waitingGroup, groupRoom_, budget);
-   budget = wake(waitingEntry_, State::waitingEntry, entryRoom_, budget);
+   budget = wake(waitingGroup_, groupRoom_, budget);
+   budget = wake(waitingEntry_, entryRoom_, budget);
    bool const more = !work_.empty() || (groupRoom_ && !waitingGroup_.empty()) ||
                      (entryRoom_ && !waitingEntry_.empty());
    clock_->timeMinIs(more ? Qor::now() : Qor::never);
 }
 
 // Lets waiting routes try, first come first served, until one is refused again.
-Qor::U32 RouteProgrammer::wake(std::deque<RoutePtr>& queue, State state, bool& room,
-                               Qor::U32 budget) {
+Qor::U32 RouteProgrammer::wake(WaitingQueue& queue, bool& room, Qor::U32 budget) {
    for (; room && budget > 0 && !queue.empty(); --budget) {
-      RoutePtr const route = queue.front();
-      if (route->state_ == state) place(*route);
-      if (route->state_ == state) {
-         room = false;
-         break;
+      RoutePtr const route = queue.begin()->second;
+      if (route->wanted_) {
+         route->target_ = route->wanted_;
+         placeAnew(*route);
+         if (route->waitingIn_ == &queue) room = false;
+      } else {
+         waitNoMore(*route);
       }
-      queue.pop_front();
-      if (route->waitingIn_ == &queue) route->waitingIn_ = nullptr;
    }
    if (queue.empty()) room = false;
    return budget;
@@ -142,15 +141,22 @@ Qor::U32 RouteProgrammer::wake(std::deque<RoutePtr>& queue, State state, bool& r
 void RouteProgrammer::process(Route& route) {
    route.marked_ = false;
    if (!route.wanted_) {
-      release(route);
-      stateIs(route, State::marked);
-      vrfs_[route.vrf_].take(route.key_);
+      remove(route);
       return;
    }
-   if (route.state_ == State::programming) checkChange(route);
-   if (route.state_ == State::programming) return;
+   if (route.state_ == State::programming) {
+      checkChange(route);
+      if (route.state_ != State::inHardware) return;
+   }
    if (route.state_ == State::failed && route.attempts_ != 0) return;
    place(route);
+}
+
+void RouteProgrammer::remove(Route& route) {
+   release(route);
+   waitNoMore(route);
+   stateIs(route, State::marked);
+   if (!route.wanted_) vrfs_[route.vrf_].take(route.key_);  // else wanted again in the meantime
 }
 
 // Looks at the transactions of the change under way, and watches the one it waits for.
@@ -182,32 +188,33 @@ void RouteProgrammer::checkChange(Route& route) {
 // known to be there, and is marked for another placement or given up.
 void RouteProgrammer::changeFailed(Route& route) {
    ++counters_.failedWrites;
-   ++route.attempts_;
+   if (route.placed_ == route.wanted_) ++route.attempts_;  // else it is wanted differently by now
    route.xactReactor_.notifierIs(nullptr);
    route.oifSetXact_ = route.ingressXact_ = nullptr;
    if (auto const record = Qor::ptrCast<AsyncMtableOifSet>(route.record_)) {
       record->dirtyIs(true);
       tableColl_->oifSetRetire(*record->oifSet());
    }
-   if (route.attempts_ >= maxAttempts) {
-      release(route);
-      stateIs(route, State::failed);
-   } else if (route.confirmed_ && route.previous_) {
+   bool const givenUp = route.attempts_ >= maxAttempts;
+   if (!givenUp && route.confirmed_ && route.previous_) {
       route.record_ = std::exchange(route.previous_, nullptr);
-      route.placed_->set = route.record_->oifSet()->portVlanSet();
-      stateIs(route, State::marked);
+      auto const placed = std::make_shared<WantedRoute>(*route.placed_);
+      placed->set = route.record_->oifSet()->portVlanSet();
+      route.placed_ = placed;
    } else {
       release(route);
-      stateIs(route, State::marked);
    }
+   stateIs(route, givenUp ? State::failed : State::marked);
+   if (!givenUp) mark(route);
 }
 
 void RouteProgrammer::place(Route& route) {
+   route.target_ = route.wanted_;
    if (!route.placed_) {
-      placeAnew(route);
+      if (!mustQueue(route)) placeAnew(route);
       return;
    }
-   WantedRoute const& wanted = *route.wanted_;
+   WantedRoute const& wanted = *route.target_;
    if (*route.placed_ == wanted) {
       stateIs(route, State::inHardware);
       return;
@@ -222,6 +229,11 @@ void RouteProgrammer::place(Route& route) {
       placeAnew(route);
       return;
    }
+   if (record == route.record_ && route.confirmed_) {  // nothing changes in hardware
+      route.placed_ = route.target_;
+      stateIs(route, State::inHardware);
+      return;
+   }
    pointAt(route, record);
    if (!leaving.isNull()) {
       // Issued behind the new entry's writes, in the order that the chip keeps.
@@ -230,12 +242,34 @@ void RouteProgrammer::place(Route& route) {
    }
 }
 
+// A route that is not in hardware lets those go first who wait for what it needs. That somebody
+// comes is a good time for the first of them to try again.
+bool RouteProgrammer::mustQueue(Route& route) {
+   if (!waitingGroup_.empty() && needsGroup(route)) {
+      groupRoom_ = true;
+      wait(route, State::waitingGroup);
+      return true;
+   }
+   if (!waitingEntry_.empty() && mrouteSwitch_->needIngressProgramming(route.target_->set.type())) {
+      entryRoom_ = true;
+      wait(route, State::waitingEntry);
+      return true;
+   }
+   return false;
+}
+
+bool RouteProgrammer::needsGroup(Route const& route) const {
+   OifSetPtr const oifSet = tableColl_->oifSet(route.target_->set);
+   auto const record = oifSet ? mrouteSwitch_->inUseRecord(oifSet) : nullptr;
+   return !record || record->dirty();
+}
+
 void RouteProgrammer::placeAnew(Route& route) {
    publish(route);
    MtableOifSetPtr const record = allocateRecord(route);
    if (!record) {
       wait(route, State::waitingGroup);
-   } else if (!mrouteSwitch_->needIngressProgramming(route.wanted_->set.type()) ||
+   } else if (!mrouteSwitch_->needIngressProgramming(route.target_->set.type()) ||
               allocateEntry(route)) {
       pointAt(route, record);
    } else {
@@ -250,7 +284,7 @@ void RouteProgrammer::placeAnew(Route& route) {
 // entry is to be deleted once the new one is written. False: there is none to be had.
 bool RouteProgrammer::replaceEntry(Route& route, MrouteLib::RouteHandle& leaving) {
    WantedRoute const& placed = *route.placed_;
-   WantedRoute const& wanted = *route.wanted_;
+   WantedRoute const& wanted = *route.target_;
    bool const inUseKeyStays = placed.acceptingVlan == wanted.acceptingVlan;
    bool const entryStays = inUseKeyStays && placed.bridgeAction == wanted.bridgeAction &&
                            placed.rpaId == wanted.rpaId;
@@ -264,7 +298,7 @@ bool RouteProgrammer::replaceEntry(Route& route, MrouteLib::RouteHandle& leaving
 }
 
 bool RouteProgrammer::allocateEntry(Route& route) {
-   WantedRoute const& wanted = *route.wanted_;
+   WantedRoute const& wanted = *route.target_;
    mrouteSwitch_->doAllocateRoute(route.key_, wanted.acceptingVlan, wanted.bridgeAction,
                                   wanted.rpaId, route.vrf_);
    if (mrouteSwitch_->mrouteFailureReason() != MrouteFailureReason::none) return false;
@@ -281,29 +315,32 @@ void RouteProgrammer::pointAt(Route& route, MtableOifSetPtr record) {
       route.ingressXact_ =
             mrouteSwitch_->doSetMtableOifSet(route.handle_, route.record_, route.oifSetXact_);
    }
-   route.placed_ = route.wanted_;
+   route.placed_ = route.target_;
+   waitNoMore(route);
+   markThoseWhoShare(route.placed_->set);
    stateIs(route, State::programming);
    checkChange(route);
 }
 
 // The record for the route's wanted set; null when there is no group for it.
 MtableOifSetPtr RouteProgrammer::allocateRecord(Route& route) {
-   WantedRoute const& wanted = *route.wanted_;
+   WantedRoute const& wanted = *route.target_;
    MrouteLib::RouteKeyInfo const info(route.key_, route.vrf_, wanted.acceptingVlan,
                                       wanted.set.type());
    OifSetPtr const oifSet = sharedOifSet(wanted.set);
-   auto const parked = mrouteSwitch_->inUseRecord(oifSet);
-   bool const wasZombie = parked && parked->zombie().isZombie();
    bool const frrRoute = !wanted.set.currentIif().isNull();
-   Qor::U32 zombies = mrouteSwitch_->zombieOifSet().size();
-   while (true) {
+   auto const& zombies = mrouteSwitch_->zombieOifSet();
+   for (Qor::U32 purges = zombies.size();; --purges) {
+      Qor::U32 const before = zombies.size();
       route.oifSetXact_ = mrouteSwitch_->doAllocateMtableOifSet(info, oifSet, nullptr, 0, frrRoute);
-      if (mrouteSwitch_->mrouteFailureReason() == MrouteFailureReason::none) break;
-      if (zombies-- == 0 || !purgeOldestZombie()) return nullptr;
+      if (mrouteSwitch_->mrouteFailureReason() == MrouteFailureReason::none) {
+         counters_.resurrections += zombies.size() < before;
+         break;
+      }
+      if (purges == 0 || !purgeOldestZombie()) return nullptr;
    }
    MtableOifSetPtr const record = mrouteSwitch_->mtableOifSet();
    mrouteSwitch_->mtableOifSetIs(nullptr);
-   if (wasZombie && record.get() == parked.get()) ++counters_.resurrections;
    return record;
 }
 
@@ -343,18 +380,47 @@ void RouteProgrammer::release(Route& route) {
 void RouteProgrammer::wait(Route& route, State state) {
    withdraw(route);
    stateIs(route, state);
-   ++counters_.refusals;
-   if (state == State::waitingVrf) return;
-   auto& queue = state == State::waitingGroup ? waitingGroup_ : waitingEntry_;
-   if (route.waitingIn_ == &queue) return;
-   queue.push_back(&route);
-   route.waitingIn_ = &queue;
+   WaitingQueue* const queue = state == State::waitingGroup   ? &waitingGroup_
+                               : state == State::waitingEntry ? &waitingEntry_
+                                                              : nullptr;
+   Qor::U64 const arrival = route.waitingIn_ == queue ? route.arrival_ : 0;
+   waitNoMore(route);  // the set it waits for may be another one now
+   if (!queue) return;
+   if (!arrival) ++counters_.refusals;
+   route.waitingIn_ = queue;
+   route.arrival_ = arrival ? arrival : ++lastArrival_;
+   queue->emplace(route.arrival_, &route);
+   if (queue != &waitingGroup_) return;
+   route.waitingHash_ = route.target_->set.hash();
+   waitingSets_.emplace(route.waitingHash_, route.arrival_);
+}
+
+void RouteProgrammer::waitNoMore(Route& route) {
+   if (!route.waitingIn_) return;
+   RoutePtr const self(&route);
+   if (route.waitingIn_ == &waitingGroup_) {
+      waitingSets_.erase({route.waitingHash_, route.arrival_});
+   }
+   route.waitingIn_->erase(route.arrival_);
+   route.waitingIn_ = nullptr;
+   route.arrival_ = 0;
+}
+
+// Routes that wait for a group of this set need none any more. One whose set only has the same hash
+// is marked in vain.
+void RouteProgrammer::markThoseWhoShare(MrouteLib::PortVlanSet const& set) {
+   if (waitingSets_.empty()) return;
+   Qor::U32 const hash = set.hash();
+   for (auto it = waitingSets_.lower_bound({hash, 0});
+        it != waitingSets_.end() && it->first == hash; ++it) {
+      mark(*waitingGroup_.at(it->second));
+   }
 }
 
 void RouteProgrammer::publish(Route const& route) {
    mfibHwStatus_->vrfStatusIs(route.vrf_)
          ->routeIs(route.key_)
-         ->acceptingIntfIdIs(route.wanted_->acceptingIntfId);
+         ->acceptingIntfIdIs(route.target_->acceptingIntfId);
 }
 
 void RouteProgrammer::withdraw(Route const& route) {

@@ -16,22 +16,25 @@
 // released first.
 //
 // No room. With no free group the oldest zombie is purged and the allocation tried again, at most
-// as often as there are zombies. If that does not help, the route waits, in the order of arrival,
-// until something is deleted. Nothing polls.
+// as often as there are zombies. If that does not help, the route waits until something is deleted.
+// Those who wait go in by the order of arrival, before any route that comes later; only who needs
+// no room, since its set is in hardware meanwhile, goes ahead. Nothing polls.
 //
 // Failed writes. When a transaction fails, the route's record is marked dirty and let go, its oif
 // set is retired from sharing, and the route is placed anew, up to maxAttempts times for one wanted
 // state; then it stays out of hardware, with the transaction's reason, until it changes.
 //
 // Work is only marked by calls and notifications; passes on a clock do it, a bounded number of
-// routes each. The hardware status entry of a route is published before the route is allocated and
-// withdrawn when the route is not in hardware.
+// routes each. Whoever is notified by a pass may therefore want any route differently, or no more.
+// The hardware status entry of a route is published before the route is allocated and withdrawn
+// when the route is not in hardware.
 #pragma once
 
 #include <deque>
 #include <map>
 #include <memory>
-#include <optional>
+#include <set>
+#include <utility>
 
 #include "Qor/Clock.h"
 #include "Routing/Multicast/Fib/Hardware/Status.h"
@@ -69,6 +72,12 @@ class RouteProgrammer {
 
    class Route;
 
+ private:
+   using RoutePtr = Qor::Ptr<Route>;
+   using WantedPtr = std::shared_ptr<WantedRoute const>;
+   using WaitingQueue = std::map<Qor::U64, RoutePtr>;  // by arrival
+
+ public:
    struct Counters {
       Qor::U64 resurrections = 0;  // zombies that a route brought back
       Qor::U64 purges = 0;         // zombies given up for room
@@ -94,7 +103,8 @@ class RouteProgrammer {
 
    // The wanted route, or null. Valid until the next pass.
    Route const* route(L3::VrfName const& vrf, RouteKey const& key) const;
-   // Calls visit(Route const&) for every wanted route, by VRF name and in the order of arrival.
+   // Calls visit(Route const&) for every wanted route, by VRF name; the order within a VRF follows
+   // from its history alone. The visitor wants no routes and withdraws none.
    template <class Visit>
    void forEachRoute(Visit const& visit) const {
       for (auto const& [name, table] : vrfs_) {
@@ -105,6 +115,10 @@ class RouteProgrammer {
    }
 
    Qor::U32 routes() const { return wantedRoutes_; }
+   // How many stand in a queue for room.
+   Qor::U32 waiting() const {
+      return static_cast<Qor::U32>(waitingGroup_.size() + waitingEntry_.size());
+   }
    Counters const& counters() const { return counters_; }
    // Whether all is done that can be done: nothing marked, no transaction under way.
    bool settled() const { return work_.empty() && programming_ == 0; }
@@ -118,7 +132,7 @@ class RouteProgrammer {
       L3::VrfName const& vrf() const { return vrf_; }
       RouteKey const& key() const { return key_; }
       // Null when the route is on its way out.
-      WantedRoute const* wanted() const { return wanted_ ? &*wanted_ : nullptr; }
+      WantedRoute const* wanted() const { return wanted_.get(); }
       State state() const { return state_; }
       // Why the route is not in hardware, for people; empty when it is.
       Qor::String reason() const;
@@ -145,8 +159,9 @@ class RouteProgrammer {
       RouteProgrammer& programmer_;
       L3::VrfName const vrf_;
       RouteKey const key_;
-      std::optional<WantedRoute> wanted_;
-      std::optional<WantedRoute> placed_;  // what the entry in hardware stands for
+      WantedPtr wanted_;
+      WantedPtr target_;  // what it is being placed as, whatever is wanted meanwhile
+      WantedPtr placed_;  // what the entry in hardware stands for
       MrouteLib::RouteHandle handle_;
       MrouteLib::MtableOifSetPtr record_;    // the set the entry points at, once all is written
       MrouteLib::MtableOifSetPtr previous_;  // held until the write of record_ has succeeded
@@ -156,13 +171,14 @@ class RouteProgrammer {
       Qor::String8 failure_;
       Qor::U32 attempts_ = 0;
       State state_ = State::marked;
-      bool marked_ = false;                               // in the work queue
-      bool confirmed_ = false;                            // a write to this entry has succeeded
-      std::deque<Qor::Ptr<Route>>* waitingIn_ = nullptr;  // the queue it stands in
+      bool marked_ = false;                // in the work queue
+      bool confirmed_ = false;             // a write to this entry has succeeded
+      WaitingQueue* waitingIn_ = nullptr;  // the queue it stands in
+      Qor::U64 arrival_ = 0;               // its place there
+      Qor::U32 waitingHash_ = 0;           // of the set whose group it waits for
    };
 
  private:
-   using RoutePtr = Qor::Ptr<Route>;
    using RouteTable = Qor::HashMap<RouteKey, RoutePtr>;
 
    class QorClock;
@@ -174,7 +190,10 @@ class RouteProgrammer {
    void process(Route& route);
    void checkChange(Route& route);
    void changeFailed(Route& route);
+   void remove(Route& route);
    void place(Route& route);
+   bool mustQueue(Route& route);
+   bool needsGroup(Route const& route) const;
    void placeAnew(Route& route);
    bool replaceEntry(Route& route, MrouteLib::RouteHandle& leaving);
    bool allocateEntry(Route& route);
@@ -184,7 +203,9 @@ class RouteProgrammer {
    bool purgeOldestZombie();
    void release(Route& route);
    void wait(Route& route, State state);
-   Qor::U32 wake(std::deque<RoutePtr>& queue, State state, bool& room, Qor::U32 budget);
+   void waitNoMore(Route& route);
+   void markThoseWhoShare(MrouteLib::PortVlanSet const& set);
+   Qor::U32 wake(WaitingQueue& queue, bool& room, Qor::U32 budget);
    void publish(Route const& route);
    void withdraw(Route const& route);
    void stateIs(Route& route, State state);
@@ -194,9 +215,12 @@ class RouteProgrammer {
    Qor::Ptr<Routing::Multicast::Fib::Hardware::Status> const mfibHwStatus_;
    std::map<L3::VrfName, RouteTable> vrfs_;
    std::deque<RoutePtr> work_;
-   std::deque<RoutePtr> waitingGroup_;  // in the order of arrival; those that no longer wait
-   std::deque<RoutePtr> waitingEntry_;  // are dropped when they come to the front
-   bool groupRoom_ = false;             // a group may have become free since one was refused
+   WaitingQueue waitingGroup_;
+   WaitingQueue waitingEntry_;
+   // The same routes as in waitingGroup_, by the hash of the set that each waits for.
+   std::set<std::pair<Qor::U32, Qor::U64>> waitingSets_;
+   Qor::U64 lastArrival_ = 0;
+   bool groupRoom_ = false;  // a group may have become free since one was refused
    bool entryRoom_ = false;
    Qor::U32 wantedRoutes_ = 0;
    Qor::U32 programming_ = 0;

@@ -1,12 +1,17 @@
 #include "agent/RunCommand.h"
 
 #include <signal.h>
+#include <sys/eventfd.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <cerrno>
 #include <charconv>
 #include <chrono>
 #include <cmath>
 #include <cstdio>
+#include <cstring>
+#include <ctime>
 #include <iostream>
 
 #include "Qor/Exception.h"
@@ -20,23 +25,44 @@ namespace {
 using SteadyClock = std::chrono::steady_clock;
 
 volatile sig_atomic_t interrupted = 0;
+volatile sig_atomic_t interruptFd = -1;
 
-// A second interrupt ends the process as usual.
+// Makes an interrupt readable at fd(), so that it is not missed between a look at the flag and a
+// read. A second interrupt ends the process as usual.
 class InterruptEndsInput {
  public:
-   InterruptEndsInput() {
+   InterruptEndsInput() : fd_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
+      interruptFd = fd_;
       struct sigaction action {};
-      action.sa_handler = [](int) { interrupted = 1; };
-      action.sa_flags = static_cast<int>(SA_RESETHAND);  // no SA_RESTART: a waiting read returns
+      action.sa_handler = [](int) {
+         int const error = errno;
+         interrupted = 1;
+         eventfd_write(interruptFd, 1);
+         errno = error;
+      };
+      action.sa_flags = static_cast<int>(SA_RESETHAND);  // no SA_RESTART: a waiting open returns
       sigaction(SIGINT, &action, &before_);
    }
-   ~InterruptEndsInput() { sigaction(SIGINT, &before_, nullptr); }
+   ~InterruptEndsInput() {
+      sigaction(SIGINT, &before_, nullptr);
+      close(fd_);
+   }
    InterruptEndsInput(InterruptEndsInput const&) = delete;
    InterruptEndsInput& operator=(InterruptEndsInput const&) = delete;
 
+   int fd() const { return fd_; }
+
  private:
+   int const fd_;
    struct sigaction before_ {};
 };
+
+// What the process has worked, without its waiting for input.
+double processorSeconds() {
+   timespec time{};
+   clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &time);
+   return static_cast<double>(time.tv_sec) + 1e-9 * static_cast<double>(time.tv_nsec);
+}
 
 class Progress {
  public:
@@ -46,7 +72,7 @@ class Progress {
    Progress& operator=(Progress const&) = delete;
 
    void show(RunFigures const& figures, SimulatedSwitch const& simulated, double time) {
-      if (!shown_ || figures.events % 256 != 0) return;
+      if (!shown_) return;
       auto const now = SteadyClock::now();
       if (now - last_ < std::chrono::milliseconds(100)) return;
       last_ = now;
@@ -76,6 +102,7 @@ void count(RunFigures& figures, CaptureEvent const& event) {
       ++figures.linkEvents;
    } else {
       ++figures.snapshots;
+      figures.snapshotRoutes += std::get<SnapshotEvent>(event).routes.size();
    }
    figures.captureSeconds = timeOf(event).time;
 }
@@ -92,15 +119,17 @@ class Run {
       auto const missing = CaptureReader::unreadable(options_.files);
       if (!missing.empty() && !options_.keepGoing) return fail(missing.front());
 
-      auto const began = SteadyClock::now();
+      double const began = processorSeconds();
       SimulatedSwitch simulated(options_.chip, std::move(intfMap));
       if (!replay(simulated)) return exitFailed;
       simulated.settle();
-      figures_.realSeconds = std::chrono::duration<double>(SteadyClock::now() - began).count();
+      figures_.processorSeconds = processorSeconds() - began;
       return report(simulated);
    }
 
  private:
+   static constexpr std::size_t listedDifferences = 20;
+
    int fail(InputError const& error) {
       progress_.clear();
       std::cerr << error.toString() << '\n';
@@ -109,7 +138,8 @@ class Run {
 
    // False when the input stopped the run.
    bool replay(SimulatedSwitch& simulated) {
-      InterruptEndsInput const interruptEndsInput;
+      InterruptEndsInput const interrupt;
+      reader_.stopFdIs(interrupt.fd());
       CaptureEvent event;
       while (!interrupted) {
          auto result = reader_.next(event);
@@ -164,14 +194,18 @@ class Run {
          }
          printSummary(std::cout, summary);
       }
-      std::cout.flush();
-      if (!check.passed()) {
-         std::cerr << "check failed: the chip does not forward what the capture says\n";
-         for (std::string const& line : check.differences)
-            std::cerr << "   " << line << '\n';
-         return exitFailed;
+      if (!check.passed()) printDifferences(check.differences);
+      return outputWritten() && check.passed() ? exitDone : exitFailed;
+   }
+
+   static void printDifferences(std::vector<std::string> const& differences) {
+      std::cerr << "check failed: the chip does not forward what the capture says\n";
+      std::size_t const listed = std::min(differences.size(), listedDifferences);
+      for (std::size_t i = 0; i < listed; ++i)
+         std::cerr << "   " << differences[i] << '\n';
+      if (listed < differences.size()) {
+         std::cerr << "   and " << differences.size() - listed << " more: -j lists all\n";
       }
-      return std::cout.good() ? exitDone : exitFailed;
    }
 
    RunOptions const& options_;
@@ -225,11 +259,21 @@ std::optional<std::string> parseChipOption(std::string const& text, Sim::ChipCon
 std::optional<std::string> applyTraceOption(std::string const& text) {
    auto const colon = text.find(':');
    int level = 0;
-   if (!parseNumber(std::string_view(text).substr(0, colon), level) || level < 0 || level > 9) {
+   if (!parseNumber(std::string_view(text).substr(0, colon), level) || level < 0 || level > 9 ||
+       colon == text.size() - 1) {
       return "bad trace \"" + text + "\": want LEVEL[:GLOB] with a level of 0 to 9";
    }
    Qor::traceLevelIs(level, colon == std::string::npos ? "*" : text.substr(colon + 1));
    return std::nullopt;
+}
+
+bool outputWritten() {
+   errno = 0;
+   if (std::cout.flush().good()) return true;
+   std::cerr << "<stdout>: cannot write";
+   if (errno) std::cerr << ": " << std::strerror(errno);
+   std::cerr << '\n';
+   return false;
 }
 
 int runCapture(RunOptions const& options) {

@@ -24,7 +24,7 @@ struct RunOptions {
 
 // Exit codes of the program.
 inline constexpr int exitDone = 0;
-inline constexpr int exitFailed = 1;  // bad input, or the check found differences
+inline constexpr int exitFailed = 1;  // bad input, failed output, or the check found differences
 inline constexpr int exitUsage = 2;
 
 // Parses "groups=N,routes=M,latency=S" (any of them, in any order) into `config`. Returns what is
@@ -32,6 +32,9 @@ inline constexpr int exitUsage = 2;
 std::optional<std::string> parseChipOption(std::string const& text, Sim::ChipConfig& config);
 // Parses "LEVEL[:GLOB]" and turns the trace on. Returns what is wrong with the text, or nothing.
 std::optional<std::string> applyTraceOption(std::string const& text);
+
+// Flushes standard output; says on standard error that it could not be written, if so.
+bool outputWritten();
 
 // Results go to standard output, all else to standard error; a progress line is shown while
 // standard error is a terminal. An interrupt (SIGINT) ends the input, as end of file does.

@@ -30,9 +30,18 @@ SimulatedSwitch::SimulatedSwitch(Sim::ChipConfig const& config, InterfaceMap int
         platform_(Qor::make<Sim::AsyncPlatform>("sim", chip_)),
         routeStatus_(Qor::make<Routing::Hardware::RouteStatus>()),
         mrouteSwitch_(Vel::Mroute::asyncMrouteSwitchFactory("switch1", routeStatus_, platform_)),
+        mfibConfig_(Qor::make<Routing::Multicast::Fib::VrfConfig>()),
+        mfibHwStatus_(Qor::make<Routing::Multicast::Fib::Hardware::Status>()),
+        intfVlanIdTable_(Qor::make<IntfVlanId::Table>()),
+        ethIntfStatusDir_(Qor::make<Interface::EthIntfStatusDir>()),
+        bfdStatusPeer_(Qor::make<Bfd::StatusPeer>()),
+        bfdAppStatus_(Qor::make<Bfd::AppStatus>()),
         routeProgrammer_(std::make_unique<RouteProgrammer>(
-              mrouteSwitch_, Qor::make<MrouteLib::MrouteTableColl>(),
-              Qor::make<Routing::Multicast::Fib::Hardware::Status>())) {
+              mrouteSwitch_, Qor::make<MrouteLib::MrouteTableColl>(), mfibHwStatus_)),
+        reactor_(Vel::Mroute::AsyncMrouteSwitchSmIs(
+              mrouteSwitch_, intfVlanIdTable_, mfibConfig_, mfibHwStatus_, platform_,
+              Qor::make<Qor::Clock>("zombieClock"), Qor::make<Qor::Clock>("agingClock"),
+              ethIntfStatusDir_, bfdStatusPeer_, bfdAppStatus_, nullptr, nullptr)) {
    learnVrf(L3::VrfName("default"));
 }
 
@@ -45,7 +54,9 @@ void SimulatedSwitch::apply(CaptureEvent const& event) {
 }
 
 void SimulatedSwitch::settle() {
-   activity_->runUntil(Qor::never);
+   while (!routeProgrammer_->settled() || platform_->queue()->pending() != 0) {
+      activity_->runUntil(activity_->nextDeadline());
+   }
 }
 
 std::optional<Vel::VrfId> SimulatedSwitch::vrfId(L3::VrfName const& vrf) const {
@@ -68,10 +79,8 @@ void SimulatedSwitch::learn(CaptureEvent const& event) {
    };
    if (auto const* route = std::get_if<MrouteEvent>(&event)) {
       learnRoute(*route);
-   } else if (auto const* link = std::get_if<LinkEvent>(&event)) {
-      learnIntf(link->intf);
-   } else {
-      for (MrouteEvent const& r : std::get<SnapshotEvent>(event).routes)
+   } else if (auto const* snapshot = std::get_if<SnapshotEvent>(&event)) {
+      for (MrouteEvent const& r : snapshot->routes)
          learnRoute(r);
    }
 }
@@ -80,9 +89,12 @@ Intf const& SimulatedSwitch::learnIntf(Lnet::IntfId id) {
    Intf const& known = intfMap_.intf(id);
    for (; portsMade_ < intfMap_.intfs().size(); ++portsMade_) {
       Intf const& intf = *intfMap_.intfs()[portsMade_];
+      intfVlanIdTable_->intfIdToVlanIdIs(intf.id, intf.vlan);
       if (intf.port == 0) continue;
       Sim::Refusal const refusal = chip_->portAdd(intf.id, intf.port, intf.vlan);
       QOR_ASSERT(refusal.empty());
+      auto const link = links_.find(intf.id);
+      linkIs(intf.id, link == links_.end() ? Interface::IntfOperStatus::up : link->second.status);
    }
    return known;
 }
@@ -114,7 +126,23 @@ void SimulatedSwitch::apply(MrouteEvent const& event) {
 }
 
 void SimulatedSwitch::apply(LinkEvent const& event) {
-   if (intf(event.intf).port != 0) chip_->linkIs(event.intf, carriesTraffic(event.status));
+   // Another name of the same link was its name until now, and is nobody's any more.
+   Lnet::IntfId const before = std::exchange(linkNames_[event.ifindex], event.intf);
+   auto const renamed = before == event.intf ? links_.end() : links_.find(before);
+   if (renamed != links_.end() && renamed->second.ifindex == event.ifindex) {
+      links_.erase(renamed);
+      linkIs(before, Interface::IntfOperStatus::up);
+   }
+   links_[event.intf] = {event.ifindex, event.status};
+   linkIs(event.intf, event.status);
+}
+
+// The port knows before the software hears of it.
+void SimulatedSwitch::linkIs(Lnet::IntfId intf, Interface::IntfOperStatus status) {
+   if (!chip_->port(intf)) return;
+   Sim::Refusal const refusal = chip_->linkIs(intf, carriesTraffic(status));
+   QOR_ASSERT(refusal.empty());
+   ethIntfStatusDir_->newIntfStatus(intf)->operStatusIs(status);
 }
 
 void SimulatedSwitch::apply(SnapshotEvent const& event) {

@@ -1,12 +1,18 @@
 // A whole forwarding agent on the simulated chip, in virtual time: chip, platform hooks, table
-// programmer and route programmer, wired as on a real switch, and fed with the events of a capture.
+// programmer with its reactor, and route programmer, wired as on a real switch, and fed with the
+// events of a capture. The reactor purges zombies, polls activity, and hears of links.
 //
-// Interfaces become ports of the chip, and VRFs get their ids, on first sight; the VRF "default" is
-// 0. A route's incoming interface gives its accepting vlan. A route that is unresolved, or has no
-// incoming interface, is not in hardware: there is nothing to accept packets from.
+// Interfaces become ports of the chip, and VRFs get their ids, when a route first names them; the
+// VRF "default" is 0. A link that no route names takes no port and no vlan: a host has many, and
+// its containers make ever new ones. A route's incoming interface gives its accepting vlan. A route
+// that is unresolved, or has no incoming interface, is not in hardware: there is nothing to accept
+// packets from.
 #pragma once
 
+#include <map>
+
 #include "Routing/Hardware/RouteStatus.h"
+#include "Vel/VelAsyncMrouteSm.h"
 #include "agent/CaptureEvent.h"
 #include "agent/InterfaceMap.h"
 #include "agent/RouteProgrammer.h"
@@ -27,7 +33,8 @@ class SimulatedSwitch {
    // Raises InterfaceMapFull, before anything of the event is applied, when an interface has no
    // vlan left.
    void apply(CaptureEvent const& event);
-   // Runs until nothing is left to do: all transactions are complete.
+   // Runs until the routes are placed as far as they can be and all writes are complete. Timers
+   // that go on for ever, as activity polling, are no reason to go on.
    void settle();
 
    Sim::Chip& chip() { return *chip_; }
@@ -35,6 +42,7 @@ class SimulatedSwitch {
    Sim::AsyncPlatform const& platform() const { return *platform_; }
    Vel::Mroute::AsyncMrouteSwitch const& mrouteSwitch() const { return *mrouteSwitch_; }
    RouteProgrammer const& routeProgrammer() const { return *routeProgrammer_; }
+   Vel::Mroute::AsyncMrouteSwitchSm const& reactor() const { return *reactor_; }
    InterfaceMap const& interfaceMap() const { return intfMap_; }
    // Null for a VRF that has not been seen.
    std::optional<Vel::VrfId> vrfId(L3::VrfName const& vrf) const;
@@ -49,14 +57,30 @@ class SimulatedSwitch {
    void apply(LinkEvent const& event);
    void apply(SnapshotEvent const& event);
 
+   struct Link {
+      std::uint32_t ifindex;
+      Interface::IntfOperStatus status;
+   };
+
+   void linkIs(Lnet::IntfId intf, Interface::IntfOperStatus status);
+
    mutable InterfaceMap intfMap_;
-   std::size_t portsMade_ = 0;  // interfaces of the map that the chip knows
+   std::map<Lnet::IntfId, Link> links_;  // by the present name; those never heard of are up
+   std::map<std::uint32_t, Lnet::IntfId> linkNames_;  // the latest of each index
+   std::size_t portsMade_ = 0;                        // interfaces of the map that the chip knows
    Qor::Ptr<Qor::ActivityManager> const activity_;
    Qor::Ptr<Sim::Chip> const chip_;
    Qor::Ptr<Sim::AsyncPlatform> const platform_;
    Qor::Ptr<Routing::Hardware::RouteStatus> const routeStatus_;
    Qor::Ptr<Vel::Mroute::AsyncMrouteSwitch> const mrouteSwitch_;
+   Qor::Ptr<Routing::Multicast::Fib::VrfConfig> const mfibConfig_;
+   Qor::Ptr<Routing::Multicast::Fib::Hardware::Status> const mfibHwStatus_;
+   Qor::Ptr<IntfVlanId::Table> const intfVlanIdTable_;
+   Qor::Ptr<Interface::EthIntfStatusDir> const ethIntfStatusDir_;
+   Qor::Ptr<Bfd::StatusPeer> const bfdStatusPeer_;
+   Qor::Ptr<Bfd::AppStatus> const bfdAppStatus_;
    std::unique_ptr<RouteProgrammer> const routeProgrammer_;
+   Qor::Ptr<Vel::Mroute::AsyncMrouteSwitchSm> const reactor_;
 };
 
 }  // namespace Agent

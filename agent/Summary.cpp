@@ -43,7 +43,9 @@ ordered_json summaryJson(RunFigures const& figures, SimulatedSwitch const& simul
       }
    });
    auto const zombies = simulated.mrouteSwitch().zombieOifSet().size();
-   auto const groupsInUse = chip.groups() - zombies;
+   auto const groupsInUse = simulated.platform().groupsAllocated() - zombies;
+   // Each route of a snapshot is as much work as an event.
+   std::uint64_t const changes = figures.events - figures.snapshots + figures.snapshotRoutes;
    auto const& counters = programmer.counters();
 
    ordered_json j;
@@ -52,15 +54,15 @@ ordered_json summaryJson(RunFigures const& figures, SimulatedSwitch const& simul
                   {"deletions", figures.deletions},
                   {"links", figures.linkEvents},
                   {"snapshots", figures.snapshots},
+                  {"snapshotRoutes", figures.snapshotRoutes},
                   {"lines", figures.lines},
                   {"skippedLines", figures.skippedLines},
                   {"badLines", figures.badLines},
                   {"clockSteps", figures.clockSteps},
                   {"captureSeconds", figures.captureSeconds}};
-   j["time"] = {
-         {"seconds", figures.realSeconds},
-         {"microsecondsPerEvent",
-          figures.events ? figures.realSeconds * 1e6 / static_cast<double>(figures.events) : 0.0}};
+   j["time"] = {{"seconds", figures.processorSeconds},
+                {"microsecondsPerEvent",
+                 changes ? figures.processorSeconds * 1e6 / static_cast<double>(changes) : 0.0}};
    j["routes"] = {{"wanted", programmer.routes()},
                   {"inHardware", inHardware},
                   {"waiting", waiting},
@@ -102,7 +104,9 @@ void printSummary(std::ostream& os, ordered_json const& s) {
    os << "events         " << n(events, "total") << " in "
       << fixed(events.at("captureSeconds").get<double>(), 1) << " s of capture ("
       << n(events, "routes") << " routes, " << n(events, "deletions") << " of them deletions; "
-      << n(events, "links") << " links; " << n(events, "snapshots") << " snapshots)\n";
+      << n(events, "links") << " links; " << n(events, "snapshots") << " snapshots";
+   if (events.at("snapshots") != 0) os << " of " << n(events, "snapshotRoutes") << " routes";
+   os << ")\n";
    if (events.at("badLines") != 0) os << "bad lines      " << n(events, "badLines") << '\n';
    if (events.at("skippedLines") != 0) {
       os << "skipped lines  " << n(events, "skippedLines") << '\n';
@@ -133,7 +137,7 @@ void printSummary(std::ostream& os, ordered_json const& s) {
    os << "peak use       groups " << n(peak, "groups") << " of " << n(peak, "groupCapacity")
       << ", routes " << n(peak, "routes") << " of " << n(peak, "routeCapacity") << '\n';
    auto const& time = s.at("time");
-   os << "time           " << fixed(time.at("seconds").get<double>(), 3) << " s, "
+   os << "time           " << fixed(time.at("seconds").get<double>(), 3) << " s of processor time, "
       << fixed(time.at("microsecondsPerEvent").get<double>(), 2) << " us an event\n";
    if (!s.contains("check")) return;
    auto const& check = s.at("check");

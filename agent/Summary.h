@@ -17,11 +17,12 @@ struct RunFigures {
    std::uint64_t deletions = 0;  // among routeEvents
    std::uint64_t linkEvents = 0;
    std::uint64_t snapshots = 0;
+   std::uint64_t snapshotRoutes = 0;  // in all of them
    std::uint64_t skippedLines = 0;
    std::uint64_t badLines = 0;
    std::uint64_t clockSteps = 0;
-   double captureSeconds = 0;  // of the input's own time
-   double realSeconds = 0;     // that the run took
+   double captureSeconds = 0;    // of the input's own time
+   double processorSeconds = 0;  // that the run took, not counting waits for input
 };
 
 nlohmann::ordered_json summaryJson(RunFigures const& figures, SimulatedSwitch const& simulated,

@@ -1,5 +1,7 @@
 // The program's command line.
 #include <CLI/CLI.hpp>
+#include <csignal>
+#include <iostream>
 
 #include "agent/RunCommand.h"
 
@@ -46,6 +48,7 @@ void addRun(CLI::App& app, RunOptions& options, std::vector<std::string>& traces
 }  // namespace
 
 int main(int argc, char** argv) {
+   std::signal(SIGPIPE, SIG_IGN);  // a reader of the output that goes is a failed write
    CLI::App app("Carries multicast routes onto a switch chip.", "velmroute");
    app.set_version_flag("--version", "velmroute " VELMROUTE_VERSION);
    app.require_subcommand(1);
@@ -57,7 +60,8 @@ int main(int argc, char** argv) {
    try {
       app.parse(argc, argv);
    } catch (CLI::ParseError const& error) {
-      return app.exit(error) == 0 ? Agent::exitDone : Agent::exitUsage;
+      if (app.exit(error) != 0) return Agent::exitUsage;
+      return Agent::outputWritten() ? Agent::exitDone : Agent::exitFailed;
    }
    if (!chip.empty()) Agent::parseChipOption(chip, options.chip);
    for (std::string const& show : shows)

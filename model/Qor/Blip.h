@@ -14,6 +14,7 @@
 
 #include <algorithm>
 #include <array>
+#include <bit>
 #include <cstddef>
 #include <cstring>
 #include <ostream>
@@ -71,9 +72,9 @@ class BlipWriter {
 
    template <class T>
    static void printValue(std::ostream& os, std::byte const* bytes, std::size_t) {
-      T value;
-      std::memcpy(static_cast<void*>(&value), bytes, sizeof value);
-      os << value;
+      std::array<std::byte, sizeof(T)> copy;
+      std::memcpy(copy.data(), bytes, sizeof copy);
+      os << std::bit_cast<T>(copy);
    }
    static void printText(std::ostream& os, std::byte const* bytes, std::size_t size) {
       os.write(reinterpret_cast<char const*>(bytes), static_cast<std::streamsize>(size));

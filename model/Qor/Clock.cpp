@@ -1,5 +1,6 @@
 #include "Qor/Clock.h"
 
+#include <algorithm>
 #include <chrono>
 #include <cmath>
 #include <vector>
@@ -13,16 +14,21 @@ Seconds monotonicSeconds() {
          .count();
 }
 
+// Never destroyed: objects with static storage may ask for the time while they are.
 Ptr<ActivityManager>& currentManager() {
-   static Ptr<ActivityManager> manager;
-   return manager;
+   static auto* const manager = new Ptr<ActivityManager>;
+   if (!*manager) *manager = make<ActivityManager>(ActivityManager::TimeBase::real);
+   return *manager;
 }
 
 }  // namespace
 
 Clock::Notifiee::~Notifiee() = default;
 
-Clock::Clock(Name name) : Entity(std::move(name)), manager_(activityManager()) {}
+Clock::Clock(Name name, Ptr<ActivityManager> manager)
+      : Entity(std::move(name)), manager_(std::move(manager)) {
+   QOR_ASSERT(manager_);
+}
 
 Clock::~Clock() {
    manager_->unschedule(*this);
@@ -44,16 +50,22 @@ void Clock::fire() const {
       String const text = "clock \"" + name() + "\" fires within the bound at one instant";
       assertionFailed(text.c_str(), __FILE__, __LINE__, __PRETTY_FUNCTION__);
    }
+   struct Retry {
+      ~Retry() {
+         if (!clock.assigned_) clock.manager_->schedule(clock, clock.manager_->now() + retryGap);
+      }
+      Clock const& clock;
+   };
    assigned_ = false;
+   Retry const retry{*this};
    notify<&Notifiee::onTime>();
-   if (!assigned_) manager_->schedule(*this, manager_->now() + retryGap);
 }
 
 Ptr<Clock> ActivityManager::Config::clock() const {
-   return make<Clock>();
+   return make<Clock>("clock", manager_);
 }
 
-ActivityManager::ActivityManager(TimeBase timeBase) : timeBase_(timeBase), config_() {
+ActivityManager::ActivityManager(TimeBase timeBase) : timeBase_(timeBase), config_(this) {
    if (timeBase_ == TimeBase::real) realStart_ = monotonicSeconds();
 }
 
@@ -120,9 +132,7 @@ void ActivityManager::advance(Seconds cost) {
 }
 
 Ptr<ActivityManager> activityManager() {
-   Ptr<ActivityManager>& manager = currentManager();
-   if (!manager) manager = make<ActivityManager>(ActivityManager::TimeBase::real);
-   return manager;
+   return currentManager();
 }
 
 void activityManagerIs(Ptr<ActivityManager> manager) {
@@ -130,7 +140,7 @@ void activityManagerIs(Ptr<ActivityManager> manager) {
 }
 
 Seconds now() {
-   return activityManager()->now();
+   return currentManager()->now();
 }
 
 }  // namespace Qor

@@ -6,15 +6,14 @@
 // The clock's contract, which every timer of the library leans on:
 //  - every assignment of timeMin arms the clock, an equal value included; infinity disarms it;
 //  - a due clock fires in the next turn of the loop, never inside the mutator and never twice in
-//  one
-//    turn; clocks due together fire in the order of (timeMin, time of arming);
+//    one turn; clocks due together fire in the order of (timeMin, time of arming);
 //  - firing leaves timeMin as it is, so a fired clock still reads as armed;
-//  - if nobody assigned timeMin while it fired, it is delivered again after retryGap, and so on
-//    until someone arms or disarms it: a handler that could not do its work is asked again,
-//    without a busy loop. Work that is complete disarms its clock;
+//  - if nobody assigned timeMin while it fired, it is delivered again after retryGap, counted from
+//    the end of its handlers, and so on until someone arms or disarms it: a handler that could not
+//    do its work is asked again, without a busy loop. A handler that throws counts as one of
+//    these. Work that is complete disarms its clock;
 //  - a clock that fires more than maxFiringsAtOneInstant times while the time stands still is a
-//  programming
-//    error: an assertion that names the clock.
+//    programming error: an assertion that names the clock.
 #pragma once
 
 #include <map>
@@ -27,6 +26,15 @@ namespace Qor {
 
 class ActivityManager;
 
+// The manager of this process: of real time, unless another one has been put in its place. Null
+// puts a new one of real time there, when it is next asked for. Clocks stay with the manager they
+// were made for.
+QOR_PUBLIC Ptr<ActivityManager> activityManager();
+QOR_PUBLIC void activityManagerIs(Ptr<ActivityManager> manager);
+
+// The present time of the current activity manager, in seconds. Its zero means nothing.
+QOR_PUBLIC Seconds now();
+
 class QOR_PUBLIC Clock final : public Entity<Clock, NamedEntity> {
  public:
    class QOR_PUBLIC Notifiee : public NotifieeOf<Clock> {
@@ -38,8 +46,8 @@ class QOR_PUBLIC Clock final : public Entity<Clock, NamedEntity> {
    static constexpr Seconds retryGap = 0.01;
    static constexpr U32 maxFiringsAtOneInstant = 10000;
 
-   // A disarmed clock of the current activity manager, which it keeps alive.
-   explicit Clock(Name name = "clock");
+   // A disarmed clock of this activity manager, which it keeps alive.
+   explicit Clock(Name name = "clock", Ptr<ActivityManager> manager = activityManager());
 
    // The absolute time at which the clock fires, on the Qor::now() time base; `never` when
    // disarmed.
@@ -68,8 +76,14 @@ class QOR_PUBLIC ActivityManager final : public RefCounted {
    // What a reactor that needs a clock of its own asks.
    class QOR_PUBLIC Config {
     public:
-      // A new, disarmed clock.
+      // A new, disarmed clock of this manager.
       Ptr<Clock> clock() const;
+
+    private:
+      friend class ActivityManager;
+      explicit Config(ActivityManager* manager) : manager_(manager) {}
+
+      ActivityManager* const manager_;
    };
 
    explicit ActivityManager(TimeBase timeBase);
@@ -107,13 +121,5 @@ class QOR_PUBLIC ActivityManager final : public RefCounted {
    U64 nextSequence_ = 1;
    std::map<std::pair<Seconds, U64>, Clock const*> queue_;  // (deadline, order of arming)
 };
-
-// The manager of this process: of real time, unless another one has been put in its place. Clocks
-// stay with the manager that was current when they were made.
-QOR_PUBLIC Ptr<ActivityManager> activityManager();
-QOR_PUBLIC void activityManagerIs(Ptr<ActivityManager> manager);
-
-// The present time of the current activity manager, in seconds. Its zero means nothing.
-QOR_PUBLIC Seconds now();
 
 }  // namespace Qor

@@ -5,16 +5,14 @@
 //     public:
 //       class Notifiee : public Qor::NotifieeOf<Switch> {
 //        public:
-//          virtual void onZombie(ZombieKey const&) {}    // this key was added, changed or removed
+//          virtual void onZombie(ZombieKey const&) {}    // added, changed or removed
 //          virtual void onZombieImmediate() {}           // bring yourself in step with the whole
-//          collection
 //        protected:
-//          void onImmediate() override { onZombieImmediate(); }    // all of the class's
-//          collections
+//          void onImmediate() override { onZombieImmediate(); }    // of each collection
 //       };
-//       using ZombieColl = Qor::Collection<Qor::OrderedMap<ZombieKey, RecordPtr>,
-//       &Notifiee::onZombie,
-//                                          &Notifiee::onZombieImmediate>;
+//       using ZombieColl =
+//             Qor::Collection<Qor::OrderedMap<ZombieKey, RecordPtr>, &Notifiee::onZombie,
+//                             &Notifiee::onZombieImmediate>;
 //       ZombieColl::Map const& zombie() const { return zombie_.map(); }
 //       RecordPtr zombie(ZombieKey const& key) const { return zombie_.value(key); }
 //       void zombieIs(ZombieKey key, RecordPtr value) { zombie_.is(*this, key, value); }

@@ -5,11 +5,14 @@
 //  - Iteration runs over the slab: it is fast, and its order follows from the history of
 //    insertions and erasures alone, never from hashes or pointer values. A freed slot is reused by
 //    the next insertion.
-//  - Erasing an entry leaves iterators to other entries valid. Iterators are not held across a
-//    notification: a position that must survive is a key.
+//  - Erasing an entry leaves iterators to other entries valid; an insertion moves end().
+//    Iterators are not held across a notification: a position that must survive is a key.
+//  - Letting go of a key or a value may run code that comes back here: it finds the map without
+//    the entry. It may do anything but clear, swap or move a map whose key is just being erased.
 //  - Look-up touches the index (a tag and a slot number, 8 bytes) and then the entry it finds.
 #pragma once
 
+#include <algorithm>
 #include <bit>
 #include <cstddef>
 #include <iterator>
@@ -27,6 +30,8 @@ namespace Qor {
 
 template <class K, class V>
 class HashMap {
+   struct Slot;
+
  public:
    using Key = K;
    using Value = V;
@@ -43,7 +48,7 @@ class HashMap {
       using reference = E&;
 
       Cursor() = default;
-      E& operator*() const { return map_->slot(number_).entry(); }
+      E& operator*() const { return slot_->entry(); }
       E* operator->() const { return &**this; }
       Cursor& operator++() {
          ++number_;
@@ -61,11 +66,14 @@ class HashMap {
       friend class HashMap;
       Cursor(HashMap const* map, U32 number) : map_(map), number_(number) { skipFree(); }
       void skipFree() {
-         while (number_ < map_->slotCount_ && !map_->slot(number_).live)
-            ++number_;
+         for (; number_ < map_->slotCount_; ++number_) {
+            slot_ = &map_->slot(number_);
+            if (slot_->live) return;
+         }
       }
 
       HashMap const* map_ = nullptr;
+      Slot* slot_ = nullptr;  // dangles at the end
       U32 number_ = 0;
    };
    using Iterator = Cursor<Entry>;
@@ -78,7 +86,12 @@ class HashMap {
       swap(taken);
       return *this;
    }
-   ~HashMap() { clear(); }
+   ~HashMap() {
+      for (U32 number = 0; number < slotCount_; ++number) {
+         Slot& s = slot(number);
+         if (s.live) s.entry().~Entry();
+      }
+   }
 
    U32 size() const { return size_; }
    bool empty() const { return size_ == 0; }
@@ -102,11 +115,10 @@ class HashMap {
          U32 const position = locate(key, hash);
          if (position != nowhere) return {&slot(index_[position].slot - 1).entry(), false};
       }
-      if ((size_ + 1) * 4 > index_.size() * 3) grow();
+      if ((std::size_t(size_) + 1) * 4 > index_.size() * 3) grow();
       U32 const number = takeSlot();
       Slot& s = slot(number);
       ::new (&s.storage) Entry(std::move(key), std::move(value));
-      s.hash = hash;
       s.live = true;
       place(hash, number);
       ++size_;
@@ -120,30 +132,22 @@ class HashMap {
       if (position == nowhere) return std::nullopt;
       U32 const number = index_[position].slot - 1;
       vacate(position);
+      --size_;
       Slot& s = slot(number);
+      s.live = false;
       std::optional<V> value(std::move(s.entry().second));
       s.entry().~Entry();
-      s.live = false;
       s.nextFree = firstFree_;
       firstFree_ = number + 1;
-      --size_;
       return value;
    }
 
    // The first entry behind the place where `iterator` stood, whatever has been erased since.
    ConstIterator resume(ConstIterator iterator) const {
-      return ConstIterator(this, iterator.number_ + 1);
+      return ConstIterator(this, std::min(iterator.number_ + 1, slotCount_));
    }
 
-   void clear() {
-      for (U32 number = 0; number < slotCount_; ++number) {
-         Slot& s = slot(number);
-         if (s.live) s.entry().~Entry();
-      }
-      chunks_.clear();
-      index_.clear();
-      size_ = slotCount_ = firstFree_ = 0;
-   }
+   void clear() { HashMap const gone(std::move(*this)); }
 
    void swap(HashMap& other) noexcept {
       chunks_.swap(other.chunks_);
@@ -157,7 +161,6 @@ class HashMap {
    struct Slot {
       Entry& entry() { return *std::launder(reinterpret_cast<Entry*>(&storage)); }
       alignas(Entry) std::byte storage[sizeof(Entry)];
-      U32 hash = 0;
       U32 nextFree = 0;  // of a free slot: the next free slot's number + 1
       bool live = false;
    };
@@ -221,12 +224,12 @@ class HashMap {
          return number;
       }
       QOR_ASSERT(slotCount_ < nowhere - 1);
-      U32 const number = slotCount_++;
-      auto const chunk = static_cast<U32>(std::bit_width(number / firstChunk + 1)) - 1;
+      auto const chunk = static_cast<U32>(std::bit_width(slotCount_ / firstChunk + 1)) - 1;
       if (chunk == chunks_.size()) {
-         chunks_.push_back(std::make_unique<Slot[]>(std::size_t(firstChunk) << chunk));
+         chunks_.push_back(
+               std::make_unique_for_overwrite<Slot[]>(std::size_t(firstChunk) << chunk));
       }
-      return number;
+      return slotCount_++;
    }
 
    std::vector<std::unique_ptr<Slot[]>> chunks_;

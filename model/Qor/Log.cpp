@@ -1,5 +1,6 @@
 #include "Qor/Log.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <map>
@@ -20,7 +21,8 @@ bool withinRate(LogMessage const& message) {
       double tokens;
       Seconds filledAt;
    };
-   static std::map<LogMessage const*, Bucket> buckets;
+   // Never destroyed: objects with static storage may log while they are.
+   static auto& buckets = *new std::map<LogMessage const*, Bucket>;
    Seconds const present = now();
    Bucket& bucket =
          buckets.try_emplace(&message, Bucket{message.rateLimitBurst, present}).first->second;
@@ -42,8 +44,8 @@ String LogMessage::text(std::initializer_list<double> arguments) const {
    for (auto hole = rest.find("%d"); hole != std::string_view::npos; hole = rest.find("%d")) {
       out += rest.substr(0, hole);
       if (argument != arguments.end()) {
-         char number[32];
-         std::snprintf(number, sizeof number, "%.0f", std::trunc(*argument++));
+         char number[320];  // holds any double; adding zero takes the sign from a zero
+         std::snprintf(number, sizeof number, "%.0f", std::trunc(*argument++) + 0.0);
          out += number;
       }
       rest.remove_prefix(hole + 2);

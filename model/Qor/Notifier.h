@@ -7,11 +7,14 @@
 //  - bound during a delivery: not visited by this delivery;
 //  - paused: asked at each visit, so a pause takes effect at once;
 //  - the notifier destroyed: the delivery ends.
-// Deliveries nest freely. Whoever starts one touches nothing of the notifier afterwards.
+// Deliveries nest freely. Whoever starts one touches nothing of the notifier afterwards. A handler
+// that throws ends the delivery: those behind it are not told, and the error reaches the mutator's
+// caller with the change made.
 //
 // Binding holds no reference in either direction. A notifiee whose notifier has been destroyed is a
 // zombie reactor: its notifier() is null, and the next sweep (sweepZombieReactors(), run by the
-// activity loop at the end of each turn) tells it once through qorDoZombieReactors(true).
+// activity loop at the end of each turn) tells it once through qorDoZombieReactors(true), unless it
+// has been bound again by then, which counts as a first binding.
 #pragma once
 
 #include "Qor/Export.h"
@@ -92,6 +95,12 @@ class QOR_PUBLIC Notifier {
    // One delivery in progress, on the deliverer's stack. `next` is stepped past a notifiee before
    // it is called, and moved on by unlink(); `last` is the tail at the start.
    struct Walk {
+      // A walk takes itself off its notifier when it ends. The optimizer warns of the path on which
+      // the notifier has gone before, where nothing is left that could refer to the walk.
+#if __GNUC__ >= 12 && !defined(__clang__)
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wdangling-pointer"
+#endif
       explicit Walk(Notifier* n) : notifier(n), outer(n->walks_), next(n->head_), last(n->tail_) {
 // The walk leaves the notifier before it goes, which the compiler cannot see.
 #pragma GCC diagnostic push
@@ -101,6 +110,9 @@ class QOR_PUBLIC Notifier {
          n->walks_ = this;
 #pragma GCC diagnostic pop
       }
+#if __GNUC__ >= 12 && !defined(__clang__)
+#pragma GCC diagnostic pop
+#endif
       ~Walk() {
          if (notifier) notifier->walks_ = outer;
       }

@@ -1,6 +1,7 @@
 // The ordered map of the framework: a red-black tree whose nodes come from a pool of the map's own.
 // Entries have stable addresses; iteration is in key order. A position that must survive a change
-// is a key: resume with upperBound(key).
+// is a key: resume with upperBound(key). Letting go of a key or a value may run code that comes
+// back here: it finds the map without the entry.
 #pragma once
 
 #include <algorithm>
@@ -34,7 +35,7 @@ class NodePool {
 
    void addChunk(std::size_t size) {
       std::size_t const nodes = std::size_t(16) << std::min<std::size_t>(chunks_.size(), 8);
-      chunks_.push_back(std::make_unique<std::byte[]>(nodes * size));
+      chunks_.push_back(std::make_unique_for_overwrite<std::byte[]>(nodes * size));
       for (std::size_t i = nodes; i-- > 0;)
          deallocate(chunks_.back().get() + i * size);
    }
@@ -111,12 +112,11 @@ class OrderedMap {
    std::optional<V> take(K const& key) {
       auto const it = tree_.find(key);
       if (it == tree_.end()) return std::nullopt;
-      std::optional<V> value(std::move(it->second));
-      tree_.erase(it);
-      return value;
+      auto node = tree_.extract(it);
+      return std::optional<V>(std::move(node.mapped()));
    }
 
-   void clear() { tree_.clear(); }
+   void clear() { OrderedMap const gone(std::move(*this)); }
 
    void swap(OrderedMap& other) noexcept {
       pool_.swap(other.pool_);

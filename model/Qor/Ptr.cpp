@@ -12,7 +12,10 @@ constexpr unsigned maxNestedDeletions = 200;
 
 }  // namespace
 
-RefCounted::~RefCounted() = default;
+// One reference is the deletion's own.
+RefCounted::~RefCounted() {
+   QOR_ASSERT(references_ <= 1);
+}
 
 void RefCounted::zeroReferencesIs(bool) {}
 
@@ -24,23 +27,29 @@ void RefCounted::lastReferenceGone() {
    references_ = 1;
    unreferenced_ = false;
    zeroReferencesIs(true);
-   if (--references_ != 0) return;
+   if (references_ != 1) {
+      --references_;
+      return;
+   }
    if (heldByNotifiees()) {
+      references_ = 0;
       unreferenced_ = true;
       return;
    }
 
+   // From here on the count stays at one: whoever refers to the dying object for a moment starts
+   // nothing. The list is never destroyed, since objects with static storage die late.
    static unsigned depth = 0;
-   static std::vector<RefCounted*> waiting;
+   static std::vector<RefCounted*>* const waiting = new std::vector<RefCounted*>;
    if (depth >= maxNestedDeletions) {
-      waiting.push_back(this);
+      waiting->push_back(this);
       return;
    }
    ++depth;
    delete this;
-   while (depth == 1 && !waiting.empty()) {
-      RefCounted* next = waiting.back();
-      waiting.pop_back();
+   while (depth == 1 && !waiting->empty()) {
+      RefCounted* const next = waiting->back();
+      waiting->pop_back();
       delete next;
    }
    --depth;

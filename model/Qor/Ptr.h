@@ -1,18 +1,18 @@
 // Counted pointers, intrusive and not atomic: everything runs on one activity loop.
 //
 // Life cycle of a counted object:
-//  1. It is created on the heap with no reference. The first Ptr takes the first reference.
+//  1. It is created on the heap with no reference. The first Ptr takes the first reference; a
+//     constructor takes none, since letting it go would delete the object half built.
 //  2. When the last reference goes, its zero-references handler runs, once, synchronously inside
-//  the
-//     operation that dropped it, with the count held at one: the handler may take and drop
+//     the operation that dropped it, with the count held at one: the handler may take and drop
 //     references without starting itself again.
 //  3. If a reference survives the handler (somebody stored one), the object lives on, and the
-//  handler
-//     may run again later. If instead heldByNotifiees() says so, the object lives on unreferenced
-//     until its last notifiee leaves, which runs the handler again.
-//  4. Otherwise the object is deleted. Chains of objects that own one another are deleted in
-//  bounded
-//     stack: past a fixed nesting depth a deletion waits until the outermost one is through.
+//     handler may run again later. If instead heldByNotifiees() says so, the object lives on
+//     unreferenced until its last notifiee leaves, which runs the handler again.
+//  4. Otherwise the object is deleted, with the count still held: references taken and dropped
+//     while it dies change nothing, and one that is left over is an assertion. Chains of objects
+//     that own one another are deleted in bounded stack: past a fixed nesting depth a deletion
+//     waits until the outermost one is through.
 //
 // An operation that may drop the last reference to what it works on holds a reference of its own.
 #pragma once
@@ -121,10 +121,13 @@ class Ptr {
    T* object_ = nullptr;
 };
 
-// A pointer that is never null: making one of null raises RangeException "null ValidPtr".
+// A pointer that is never null: making one of null raises RangeException "null ValidPtr". Moving
+// from it copies.
 template <class T>
 class ValidPtr : public Ptr<T> {
  public:
+   ValidPtr(ValidPtr const&) = default;
+   ValidPtr& operator=(ValidPtr const&) = default;
    ValidPtr(Ptr<T> object) : Ptr<T>(std::move(object)) {
       if (!*this) throwRange("null ValidPtr");
    }

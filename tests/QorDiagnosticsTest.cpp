@@ -1,0 +1,257 @@
+// Trace, ring trace, log, assertions and string forms.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <bit>
+#include <limits>
+#include <random>
+#include <sstream>
+
+#include "Qor/Assert.h"
+#include "Qor/Blip.h"
+#include "Qor/Clock.h"
+#include "Qor/Log.h"
+#include "Qor/Strep.h"
+#include "Qor/Trace.h"
+
+namespace {
+
+using Qor::ActivityManager;
+using Qor::String;
+
+class QorDiagnostics : public testing::Test, protected Qor::TraceSink, protected Qor::LogSink {
+ protected:
+   QorDiagnostics() {
+      Qor::activityManagerIs(manager);
+      Qor::traceSinkIs(this);
+      Qor::logSinkIs(this);
+      Qor::blip().clear();
+   }
+   ~QorDiagnostics() override {
+      Qor::traceLevelIs(-1);
+      Qor::traceSinkIs(nullptr);
+      Qor::logSinkIs(nullptr);
+      Qor::activityManagerIs(nullptr);
+   }
+   void trace(Qor::TraceRecord const& record) override { lines.push_back(Qor::traceLine(record)); }
+   void log(Qor::LogMessage const& message, String const& text) override {
+      lines.push_back(message.name + (": " + text));
+   }
+   static String blipText() { return Qor::blip().text(); }
+
+   Qor::Ptr<ActivityManager> const manager =
+         Qor::make<ActivityManager>(ActivityManager::TimeBase::virtualTime);
+   std::vector<String> lines;
+};
+
+TEST_F(QorDiagnostics, TraceFormatsOnlyWhatIsOn) {
+   Qor::TraceHandle& handle = Qor::traceHandle("QorTest");
+   EXPECT_EQ(&Qor::traceHandle("QorTest"), &handle);
+   int evaluations = 0;
+   auto const traceAll = [&] {
+      for (unsigned level = 0; level <= Qor::TraceHandle::maxLevel; ++level)
+         QOR_TRACE(handle, "QorTestSm", level, "n " << ++evaluations << ' ' << true);
+   };
+   traceAll();
+   EXPECT_EQ(evaluations, 0);
+   manager->runUntil(1.5);
+   Qor::traceLevelIs(1, "QorTest");
+   traceAll();
+   EXPECT_EQ(evaluations, 2);
+   ASSERT_EQ(lines.size(), 2u);
+   EXPECT_TRUE(lines[1].starts_with("1.500000 QorTest 1 QorTestSm:")) << lines[1];
+   EXPECT_TRUE(lines[1].ends_with(" operator() n 2 1")) << lines[1];
+}
+
+TEST_F(QorDiagnostics, TraceSettingsMatchByGlobAndTheLatestWins) {
+   Qor::TraceHandle& early = Qor::traceHandle("Glob.Early");
+   struct Setting {
+      int level;
+      char const* glob;
+      bool matches;
+   };
+   Setting const settings[] = {
+         {9, "*", true},          {0, "Glob.Early", true},   {-1, "Glob.*", true},
+         {4, "G*b*r*y", true},    {5, "Glob.Earl", false},   {5, "glob.Early", false},
+         {2, "Glob?Earl?", true}, {6, "Glob.Early?", false}, {7, "?*?y*", true},
+         {1, "", false},          {3, "*Earl", false}};
+   Qor::U16 expected = 0;
+   for (auto const& [level, glob, matches] : settings) {
+      SCOPED_TRACE(glob);
+      Qor::traceLevelIs(level, glob);
+      if (matches) expected = static_cast<Qor::U16>((1u << (level + 1)) - 1);
+      EXPECT_EQ(early.levels(), expected);
+   }
+   Qor::traceLevelIs(3, "Glob.L*");
+   Qor::traceLevelIs(1, "Glob.La*");
+   Qor::traceLevelIs(3, "Glob.L*");
+   EXPECT_EQ(Qor::traceHandle("Glob.Late").levels(), 0xFu) << "all settings so far, in their order";
+   EXPECT_EQ(early.levels(), 0xFFu);
+}
+
+struct OnlyWithNumber {
+   explicit OnlyWithNumber(int n) : number(n) {}
+   int number;
+   static inline int printed = 0;
+};
+std::ostream& operator<<(std::ostream& os, OnlyWithNumber const& v) {
+   ++OnlyWithNumber::printed;
+   return os << '#' << v.number;
+}
+struct Path {
+   std::vector<int> hops;
+};
+void blipEncode(Qor::BlipWriter& writer, Path const& path) {
+   writer.text("path of " + std::to_string(path.hops.size()));
+}
+
+TEST_F(QorDiagnostics, BlipPrintsEachKindOfArgument) {
+   QOR_BLIP(1, "S", " none ");
+   EXPECT_EQ(blipText(), " none ");
+   QOR_BLIP(1, "S", "%s %s %s|%s%s", 42u, -1.5, true, 'c', "text");
+   EXPECT_EQ(blipText(), "42 -1.5 1|ctext");
+   String text(100, 'x');
+   QOR_BLIP(1, "S", "%s %s", OnlyWithNumber(7), Path{{1, 2}});
+   EXPECT_EQ(blipText(), "#7 path of 2");
+   QOR_BLIP(1, "S", "%s.", text);
+   text = "changed later";
+   EXPECT_EQ(blipText(), String(64, 'x') + ".");
+   QOR_BLIP(1, "S", "%s %s %s;", String(60, 'a'), String(60, 'b'), 1);
+   EXPECT_EQ(blipText(), String(60, 'a') + " ... ...;") << "no later argument takes the place";
+   QOR_BLIP(2, "S", "off");
+   EXPECT_EQ(Qor::blip().written(), 5u);
+}
+
+TEST_F(QorDiagnostics, BlipKeepsTheLatestEventsAndFormatsThemOnlyWhenAsked) {
+   int const printed = OnlyWithNumber::printed;
+   auto const last = static_cast<int>(Qor::BlipRing::capacity) + 10;
+   for (int n = 1; n <= last; ++n) {
+      manager->advance(0.5);
+      QOR_BLIP(1, "Ring", "event %s", OnlyWithNumber(n));
+   }
+   EXPECT_EQ(OnlyWithNumber::printed, printed);
+   EXPECT_EQ(blipText(), "event #" + std::to_string(last));
+   EXPECT_EQ(Qor::blip().text(Qor::BlipRing::capacity - 1), "event #11");
+   EXPECT_EQ(Qor::blip().text(Qor::BlipRing::capacity), "");
+   std::ostringstream dump;
+   Qor::blip().dump(dump);
+   String const text = dump.str();
+   EXPECT_TRUE(text.starts_with("5.500000 Ring:")) << text.substr(0, 40);
+   EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), std::ptrdiff_t(Qor::BlipRing::capacity));
+   EXPECT_TRUE(text.ends_with(" event #" + std::to_string(last) + "\n"));
+}
+
+Qor::LogMessage const plain{"PLAIN", 4,  "", "%ds instead of the %ds", Qor::noActionRequired,
+                            0.0,     1.0};
+
+TEST_F(QorDiagnostics, LogPrintsWholeNumbers) {
+   EXPECT_EQ(plain.text({30, 2.999}), "30s instead of the 2s");
+   EXPECT_EQ(plain.text({-0.5, -7.9}), "0s instead of the -7s");
+   EXPECT_EQ(plain.text({1e40, 1}).size(), String("s instead of the 1s").size() + 41);
+   Qor::log(plain, {1, 2});
+   Qor::log(plain, {1, 2});
+   EXPECT_EQ(lines, std::vector<String>(2, "PLAIN: 1s instead of the 2s"));
+   EXPECT_STREQ(Qor::noActionRequired, "No action is required.");
+}
+
+TEST_F(QorDiagnostics, LogKeepsToItsRate) {
+   static Qor::LogMessage const limited{"LIMITED", 4, "", "x", "", 10.0, 2.0};
+   std::pair<Qor::Seconds, std::size_t> const through[] = {
+         {0, 2}, {9, 2}, {10, 3}, {15, 3}, {1000, 5}};
+   for (auto const& [time, messages] : through) {
+      manager->runUntil(time);
+      for (int i = 0; i < 3; ++i)
+         Qor::log(limited, {});
+      EXPECT_EQ(lines.size(), messages) << "at " << time;
+   }
+}
+
+TEST(QorAssert, NamesTheExpressionAsItStandsInEveryBuild) {
+   int oifSetIndex = -1;
+   EXPECT_DEATH(QOR_ASSERT(oifSetIndex != -1),
+                "QorDiagnosticsTest.cpp:[0-9]+: .*: Assertion `oifSetIndex != -1' failed\\.\n");
+   QOR_ASSERT(++oifSetIndex == 0);
+   EXPECT_EQ(oifSetIndex, 0) << "evaluated once";
+}
+
+TEST(QorStrep, RealsAndTextsReadBackAsTheyWere) {
+   using Limits = std::numeric_limits<double>;
+   std::vector<double> reals{0.0,
+                             -0.0,
+                             3.0,
+                             0.1,
+                             1e20,
+                             1e-7,
+                             Limits::infinity(),
+                             -Limits::infinity(),
+                             Limits::max(),
+                             Limits::min(),
+                             Limits::denorm_min(),
+                             Limits::lowest()};
+   std::mt19937_64 random(3);
+   for (int i = 0; i < 1000; ++i) {
+      double const real = std::bit_cast<double>(random());
+      if (real == real) reals.push_back(real);
+   }
+   for (double const real : reals) {
+      String const text = Qor::realStrep(real);
+      Qor::StrepReader reader("T", text);
+      EXPECT_EQ(std::bit_cast<Qor::U64>(reader.real()), std::bit_cast<Qor::U64>(real)) << text;
+      reader.end();
+   }
+   String bytes;
+   for (int c = 0; c < 256; ++c)
+      bytes += static_cast<char>(c);
+   for (String const& original : {bytes, String(), String("it's \\ \"plain\"")}) {
+      String const text = Qor::quotedStrep(original);
+      Qor::StrepReader reader("T", text);
+      EXPECT_EQ(reader.quoted(), original);
+      reader.end();
+   }
+   EXPECT_EQ(Qor::valueToStrep(3.0) + Qor::valueToStrep(true) + Qor::valueToStrep(7u) +
+                   Qor::valueToStrep("a'\n"),
+             "3.0True7'a\\'\\x0a'");
+}
+
+TEST(QorStrep, GarbageIsRefusedWithItsPlace) {
+   using Read = void (*)(Qor::StrepReader&);
+   Read const number = [](auto&r) { r.number(999); }, real = [](auto&r) { r.real(); };
+   Read const quoted = [](auto&r) { r.quoted(); }, boolean = [](auto&r) { r.boolean(); };
+   struct Case {
+      Read read;
+      char const* text;
+      char const* expected;  // "" for good ones
+   };
+   Case const cases[] = {
+         {number, "999", ""},
+         {number, "1000", "a number of at most 999 at position 0"},
+         {number, "99999999999999999999999", "a number of at most 999 at position 0"},
+         {number, "-1", "an unsigned number at position 0"},
+         {number, "", "an unsigned number at position 0"},
+         {number, "12x", "the end at position 2"},
+         {real, "1e999", "a number at position 0"},
+         {real, "nan", "a number at position 0"},
+         {real, "x", "a number at position 0"},
+         {boolean, "true", "True or False at position 0"},
+         {boolean, "False", ""},
+         {quoted, "", "' at position 0"},
+         {quoted, "'open", "a closing quote at position 5"},
+         {quoted, "'a\\", "x at position 3"},
+         {quoted, "'\\x4", "two hexadecimal digits at position 3"},
+         {quoted, "'\\xg0'", "two hexadecimal digits at position 3"},
+   };
+   for (auto const& [read, text, expected] : cases) {
+      SCOPED_TRACE(text);
+      String error;
+      try {
+         Qor::StrepReader reader("T", text);
+         read(reader);
+         reader.end();
+      } catch (Qor::RangeException const& e) {
+         error = e.what();
+      }
+      EXPECT_EQ(error, *expected ? String("T: expected ") + expected + " of \"" + text + "\"" : "");
+   }
+}
+
+}  // namespace

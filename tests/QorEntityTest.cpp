@@ -1,0 +1,251 @@
+// Attributes and collections of entities: who is told what, when values die, and which errors.
+#include "Qor/Entity.h"
+
+#include <gtest/gtest.h>
+
+#include <functional>
+
+#include "Qor/Collection.h"
+
+namespace {
+
+using Qor::Ptr;
+using Qor::String;
+
+// Reports its end.
+struct Item : Qor::RefCounted {
+   Item(int s, String& h) : size(s), history(h) {}
+   ~Item() override { history += "~" + std::to_string(size) + " "; }
+   int const size;
+   String& history;
+};
+using ItemPtr = Ptr<Item>;
+
+template <template <class, class> class Map>
+class Box : public Qor::Entity<Box<Map>, Qor::NamedEntity> {
+   using Base = Qor::Entity<Box<Map>, Qor::NamedEntity>;
+
+ public:
+   class Notifiee : public Qor::NotifieeOf<Box<Map>> {
+    public:
+      virtual void onLabel() {}
+      virtual void onStamp() {}
+      virtual void onCover() {}
+      virtual void onItem(int const&) {}
+      virtual void onItemImmediate() {}
+
+    protected:
+      void onImmediate() override { onItemImmediate(); }
+   };
+   explicit Box(String& history) : Base("box"), history_(history) {}
+   ~Box() override {
+      item_.clear();
+      history_ += "~box ";
+   }
+
+   void labelIs(String v) { this->template attrIs<&Notifiee::onLabel>(label_, v); }
+   void stampIs(int v) { this->template attrStore<&Notifiee::onStamp>(stamp_, v); }
+   void coverIs(ItemPtr v) {
+      if (!v) Qor::throwNullParameter("Box", "cover");
+      this->template attrIs<&Notifiee::onCover>(cover_, v);
+   }
+
+   using ItemColl =
+         Qor::Collection<Map<int, ItemPtr>, &Notifiee::onItem, &Notifiee::onItemImmediate>;
+   typename ItemColl::Map const& item() const { return item_.map(); }
+   ItemPtr item(int key) const { return item_.value(key); }
+   ItemPtr newItem(int key, int size) {
+      ItemPtr const member =
+            item_.instantiate(*this, key, [&] { return Qor::make<Item>(size, history_); });
+      if (member->size != size) Qor::throwReinstantiation("size", std::to_string(member->size));
+      return member;
+   }
+   void itemIs(int key, ItemPtr value) { item_.is(*this, key, value); }
+   void itemDel(int key) { item_.del(*this, key); }
+   auto itemDel(typename ItemColl::Iterator it) { return item_.del(*this, it); }
+   void itemDelAll() { item_.delAll(*this); }
+   void itemNotify(int key) { item_.notify(*this, key); }
+
+ private:
+   String& history_;
+   String label_;
+   int stamp_ = 0;
+   ItemPtr cover_;
+   ItemColl item_;
+};
+
+template <class B>
+class QorEntity : public testing::Test {
+ protected:
+   class Reactor final : public B::Notifiee {
+    public:
+      explicit Reactor(QorEntity& test) : test_(test) {}
+      void onLabel() override { test_.told("label"); }
+      void onStamp() override { test_.told("stamp"); }
+      void onCover() override { test_.told("cover"); }
+      void onItem(int const& key) override { test_.told("item " + std::to_string(key)); }
+      void onItemImmediate() override { test_.told("items"); }
+
+    private:
+      QorEntity& test_;
+   };
+
+   QorEntity() { reactor.notifierIs(box_); }
+   void told(String const& what) {
+      history += what + " ";
+      if (auto const act = std::exchange(onceTold, {})) act();
+   }
+   ItemPtr make(int size) { return Qor::make<Item>(size, history); }
+   // What `act` was heard to do.
+   String heard(std::function<void()> const& act) {
+      history.clear();
+      act();
+      return history;
+   }
+
+   String history;
+   std::function<void()> onceTold;  // what the reactor does when it is told next
+   Ptr<B> box_ = Qor::make<B>(history);
+   Reactor reactor{*this};
+};
+using Boxes = testing::Types<Box<Qor::HashMap>, Box<Qor::OrderedMap>>;
+TYPED_TEST_SUITE(QorEntity, Boxes);
+
+TYPED_TEST(QorEntity, AttributesTellAChangeOrEveryStore) {
+   auto& box = this->box_;
+   EXPECT_EQ(box->name(), "box");
+   EXPECT_EQ(this->heard([&] { box->labelIs("a"); }), "label ");
+   EXPECT_EQ(this->heard([&] { box->labelIs("a"); }), "");
+   EXPECT_EQ(this->heard([&] { box->stampIs(0), box->stampIs(0); }), "stamp stamp ");
+   EXPECT_EQ(this->heard([&] { box->coverIs(this->make(1)); }), "cover ");
+   EXPECT_EQ(this->heard([&] { box->coverIs(this->make(2)); }), "cover ~1 ");
+}
+
+TYPED_TEST(QorEntity, CollectionsTellTheKeyOfAChangeAndLetValuesGoAfterwards) {
+   auto& box = this->box_;
+   EXPECT_EQ(this->heard([&] { box->newItem(1, 10); }), "item 1 ");
+   EXPECT_EQ(this->heard([&] { box->newItem(1, 10); }), "");
+   EXPECT_EQ(this->heard([&] { box->itemIs(1, box->item(1)); }), "");
+   EXPECT_EQ(this->heard([&] { box->itemIs(1, this->make(11)); }), "item 1 ~10 ");
+   EXPECT_EQ(this->heard([&] { box->itemNotify(1), box->itemNotify(2); }), "item 1 item 2 ");
+   EXPECT_EQ(box->item(1)->size, 11);
+   EXPECT_EQ(box->item(2), nullptr);
+   EXPECT_EQ(this->heard([&] { box->itemDel(2); }), "");
+   EXPECT_EQ(this->heard([&] { box->itemDel(1); }), "item 1 ~11 ");
+   box->newItem(3, 30);
+   EXPECT_EQ(this->heard([&] { box->itemDelAll(), box->itemDelAll(); }), "items ~30 ");
+   box->newItem(4, 40);
+   EXPECT_EQ(this->heard([&] { box = nullptr; }), "~40 ~box ");
+}
+
+TYPED_TEST(QorEntity, HandlersMayDestroyTheEntityInEachOperation) {
+   using Act = void (*)(TypeParam&, Ptr<Item> const&);
+   std::pair<Act, char const*> const operations[] = {
+         {[](auto& b, auto&) { b.labelIs("a"); }, "label ~1 ~box "},
+         {[](auto& b, auto&) { b.stampIs(1); }, "stamp ~1 ~box "},
+         {[](auto& b, auto& item) { b.itemIs(3, item); }, "item 3 ~1 ~box "},
+         {[](auto& b, auto& item) { b.itemIs(1, item); }, "item 1 ~box ~1 "},
+         {[](auto& b, auto&) { b.itemDel(1); }, "item 1 ~box ~1 "},
+         {[](auto& b, auto&) { b.itemDel(b.item().begin()->first); }, "item 1 ~box ~1 "},
+         {[](auto& b, auto&) { b.itemNotify(1); }, "item 1 ~1 ~box "},
+         {[](auto& b, auto&) { b.itemDelAll(); }, "items ~box ~1 "}};
+   for (auto const& [operation, expected] : operations) {
+      ItemPtr const item = this->make(9);
+      this->box_ = Qor::make<TypeParam>(this->history);
+      this->box_->newItem(1, 1);
+      this->reactor.notifierIs(this->box_);
+      this->onceTold = [&] { this->box_ = nullptr; };
+      EXPECT_EQ(this->heard([&, act = operation] { act(*this->box_, item); }), expected);
+      EXPECT_EQ(this->reactor.notifier(), nullptr);
+   }
+}
+
+TYPED_TEST(QorEntity, HandlersMayChangeTheCollectionTheyHearOf) {
+   auto& box = this->box_;
+   this->onceTold = [&] { box->itemDel(1), box->newItem(2, 2), box->itemDel(1); };
+   EXPECT_EQ(this->heard([&] { box->newItem(1, 1); }), "item 1 item 1 item 2 ~1 ");
+   this->onceTold = [&] { box->newItem(2, 22); };
+   EXPECT_EQ(this->heard([&] { box->itemDel(2); }), "item 2 item 2 ~2 ");
+   EXPECT_EQ(box->item(2)->size, 22);
+   this->onceTold = [&] { box->newItem(5, 5); };
+   EXPECT_EQ(this->heard([&] { box->itemDelAll(); }), "items item 5 ~22 ");
+   EXPECT_EQ(box->item().size(), 1u);
+}
+
+TYPED_TEST(QorEntity, IteratorFormGoesOnWhateverHandlersDid) {
+   auto& box = this->box_;
+   std::pair<char const*, std::function<void()>> const disturbances[] = {
+         {"nothing", [] {}},
+         {"the next goes", [&] { box->itemDel(2); }},
+         {"it comes back, with others",
+          [&] {
+             for (int k = 0; k < 100; ++k)
+                box->newItem(k, 7);
+          }},
+         {"all go", [&] { box->itemDelAll(); }},
+         {"all go and some come",
+          [&] { box->itemDelAll(), box->newItem(8, 7), box->newItem(0, 7); }}};
+   for (auto const& [what, act] : disturbances) {
+      SCOPED_TRACE(what);
+      box->itemDelAll();
+      for (int key : {1, 2, 3, 4})
+         box->newItem(key, 7);
+      this->onceTold = act;
+      int steps = 0;
+      for (auto it = box->item().begin(); it != box->item().end() && steps < 200; ++steps)
+         it = it->first % 2 ? box->itemDel(it) : std::next(it);
+      EXPECT_LE(steps, 101);
+      for (auto const& [key, value] : box->item())
+         EXPECT_TRUE(key % 2 == 0 || key <= 1) << key;
+   }
+}
+
+TYPED_TEST(QorEntity, ErrorsHaveTheirTextsAndChangeNothing) {
+   auto& box = this->box_;
+   auto const text = [](auto const& act) -> String {
+      try {
+         act();
+      } catch (Qor::Exception const& e) {
+         return e.message();
+      }
+      return {};
+   };
+   box->newItem(1, 10);
+   EXPECT_EQ(this->heard([&] { EXPECT_THROW(box->coverIs(nullptr), Qor::RangeException); }), "");
+   EXPECT_EQ(text([&] { box->coverIs(nullptr); }),
+             "null _cover parameter to mutator for Box::cover not allowed\"");
+   EXPECT_THROW(box->newItem(1, 11), Qor::ReinstantiationException);
+   EXPECT_EQ(text([&] { box->newItem(1, 11); }),
+             "Reinstantiating the pointer interface where constructor parameter attribute _size "
+             "has a different value of 10");
+   EXPECT_EQ(box->item(1)->size, 10);
+}
+
+TEST(QorEntityLevels, NotifieesOfEachLevelHearTheirOwnLevel) {
+   struct Chip : Qor::Entity<Chip> {
+      struct Notifiee : Qor::NotifieeOf<Chip> {
+         virtual void onReady() {}
+      };
+      void readyIs(bool v) { attrIs<&Notifiee::onReady>(ready, v); }
+      bool ready = false;
+   };
+   struct LargeChip : Qor::Entity<LargeChip, Chip> {
+      struct Notifiee : Qor::NotifieeOf<LargeChip> {
+         virtual void onLanes() {}
+      };
+      void lanesIs(int v) { attrIs<&Notifiee::onLanes>(lanes, v); }
+      int lanes = 0;
+   };
+   struct Both : Chip::Notifiee, LargeChip::Notifiee {
+      void onReady() override { heard += "ready "; }
+      void onLanes() override { heard += "lanes "; }
+      String heard;
+   } both;
+   auto const chip = Qor::make<LargeChip>();
+   both.Chip::Notifiee::notifierIs(chip);
+   both.LargeChip::Notifiee::notifierIs(chip);
+   chip->readyIs(true), chip->lanesIs(4), chip->lanesIs(4);
+   EXPECT_EQ(both.heard, "ready lanes ");
+}
+
+}  // namespace

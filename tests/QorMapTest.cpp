@@ -1,0 +1,172 @@
+// The framework's maps against std::map, with keys that collide and values that own memory.
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <map>
+#include <memory>
+#include <random>
+#include <set>
+
+#include "Qor/HashMap.h"
+#include "Qor/OrderedMap.h"
+#include "Qor/Ptr.h"
+
+namespace {
+
+using Qor::U32;
+using Qor::U64;
+
+struct CollidingKey {
+   U32 number;
+   U32 hash() const { return number % 3; }
+   auto operator<=>(CollidingKey const&) const = default;
+};
+
+U32 numberOf(U64 key) {
+   return static_cast<U32>(key);
+}
+U32 numberOf(CollidingKey const& key) {
+   return key.number;
+}
+
+// Owns memory and has no default value, so that a leak or a copy of a dead value is seen.
+struct Owning {
+   explicit Owning(U32 n) : number(std::make_unique<U32>(n)) {}
+   std::unique_ptr<U32> number;
+};
+
+template <class Map>
+class QorMap : public testing::Test {};
+using Maps = testing::Types<Qor::HashMap<U64, Owning>, Qor::HashMap<CollidingKey, Owning>,
+                            Qor::OrderedMap<U64, Owning>>;
+TYPED_TEST_SUITE(QorMap, Maps);
+
+TYPED_TEST(QorMap, AgreesWithAPlainMapThroughRandomOperations) {
+   using Key = typename TypeParam::Key;
+   bool const collides = std::is_same_v<Key, CollidingKey>;
+   std::mt19937 random(7);
+   auto const pick = [&](U32 n) { return static_cast<U32>(random() % n); };
+   TypeParam map;
+   std::map<U32, std::pair<U32, typename TypeParam::Entry*>> expected;
+   for (int step = 0; step < (collides ? 6'000 : 60'000); ++step) {
+      // Grows to the whole range of keys, and shrinks to nothing, by turns.
+      U32 const range = collides ? 150 : 5'000, number = pick(range);
+      bool const grows = step / (collides ? 600 : 10'000) % 2 == 0;
+      auto const known = expected.find(number);
+      U32 const what = pick(100);
+      if (what < (grows ? 60u : 20u)) {
+         auto const [entry, made] = map.insert(Key{number}, Owning(static_cast<U32>(step)));
+         ASSERT_EQ(made, known == expected.end());
+         if (made) expected[number] = {step, entry};
+      } else if (what < 80) {
+         auto const taken = map.take(Key{number});
+         ASSERT_EQ(taken.has_value(), known != expected.end());
+         if (taken) {
+            ASSERT_EQ(*taken->number, known->second.first);
+            expected.erase(known);
+         }
+      } else if (what < 99) {
+         auto* const entry = map.find(Key{number});
+         ASSERT_EQ(entry, known == expected.end() ? nullptr : known->second.second);
+         ASSERT_TRUE(!entry || *entry->second.number == known->second.first);
+      } else if (pick(10) == 0) {
+         TypeParam moved(std::move(map));
+         ASSERT_TRUE(map.empty() && map.begin() == map.end() && !map.find(Key{number}));
+         map = std::move(moved);
+      } else if (pick(50) == 0) {
+         map.clear();
+         expected.clear();
+      }
+      ASSERT_EQ(map.size(), expected.size());
+      if (step % 500 != 0) continue;
+      std::set<U32> seen;
+      for (auto const& [key, value] : map) {
+         auto const it = expected.find(numberOf(key));
+         ASSERT_TRUE(it != expected.end() && it->second.first == *value.number);
+         ASSERT_TRUE(seen.insert(it->first).second);
+      }
+      ASSERT_EQ(seen.size(), expected.size());
+   }
+}
+
+TYPED_TEST(QorMap, ErasingTheEntryAtHandLeavesTheWalkOverTheOthersWhole) {
+   using Key = typename TypeParam::Key;
+   TypeParam map;
+   for (U32 n = 0; n < 100; ++n)
+      map.insert(Key{n}, Owning(n));
+   std::set<U32> seen;
+   for (auto it = map.begin(); it != map.end();) {
+      auto const here = it++;
+      U32 const number = *here->second.number;
+      EXPECT_TRUE(seen.insert(number).second);
+      if (number % 3) map.take(here->first);
+   }
+   EXPECT_EQ(seen.size(), 100u);
+   EXPECT_EQ(map.size(), 34u);
+}
+
+TEST(QorHashMap, OrderOfIterationFollowsFromTheHistoryAndNotFromPointers) {
+   std::vector<U32> orders[2];
+   std::vector<std::unique_ptr<char[]>> memory;
+   for (auto& order : orders) {
+      Qor::HashMap<char*, U32> map;
+      std::vector<char*> keys;
+      for (U32 n = 0; n < 500; ++n) {
+         memory.push_back(
+               std::make_unique<char[]>(1 + n * 37 % 200 * (order.data() == orders[0].data())));
+         keys.push_back(memory.back().get());
+         map.insert(keys.back(), n);
+         if (n % 7 == 3) map.take(keys[n / 2]);
+      }
+      for (auto const& [key, value] : map)
+         order.push_back(value);
+   }
+   EXPECT_GT(orders[0].size(), 400u);
+   EXPECT_EQ(orders[0], orders[1]);
+}
+
+struct Member : Qor::RefCounted {
+   explicit Member(std::function<void()> handler) : onZero(std::move(handler)) {}
+   void zeroReferencesIs(bool) override { onZero(); }
+   std::function<void()> onZero;
+};
+
+// Letting go of a key or a value runs handlers, and a handler looks at the map it has left.
+template <class Map>
+void showEmptyMapToTheLeaving() {
+   Map map;
+   int left = 0;
+   auto const look = [&] {
+      ++left;
+      EXPECT_TRUE(map.empty());
+      EXPECT_TRUE(map.begin() == map.end());
+   };
+   auto const fill = [&] { map.insert(Qor::make<Member>(look), Qor::make<Member>(look)); };
+   fill();
+   map.take(map.begin()->first);
+   EXPECT_EQ(left, 2);
+   fill();
+   map.clear();
+   EXPECT_EQ(left, 4);
+}
+
+TEST(QorHashMap, ShowsHandlersOfALeavingEntryTheMapWithoutIt) {
+   showEmptyMapToTheLeaving<Qor::HashMap<Qor::Ptr<Member>, Qor::Ptr<Member>>>();
+}
+
+TEST(QorOrderedMap, IsOrderedAndResumesBehindAKey) {
+   Qor::OrderedMap<U32, U32> map;
+   for (U32 n = 0; n < 1000; ++n)
+      map.insert(n * 7919 % 1000 * 2, n);
+   U32 next = 0;
+   for (auto const& [key, value] : map)
+      EXPECT_EQ(key, std::exchange(next, next + 2));
+   map.take(500);
+   EXPECT_EQ(map.lowerBound(498)->first, 498u);
+   EXPECT_EQ(map.upperBound(498)->first, 502u);
+   EXPECT_EQ(map.lowerBound(500)->first, 502u);
+   EXPECT_TRUE(map.upperBound(1998) == std::as_const(map).end());
+   showEmptyMapToTheLeaving<Qor::OrderedMap<Qor::Ptr<Member>, Qor::Ptr<Member>>>();
+}
+
+}  // namespace

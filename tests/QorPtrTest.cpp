@@ -1,0 +1,214 @@
+// Counted pointers: the life cycle of a counted object, point by point.
+#include "Qor/Ptr.h"
+
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <memory>
+#include <set>
+#include <vector>
+
+#include "Qor/Entity.h"
+
+namespace {
+
+using Qor::Ptr;
+
+class Object : public Qor::RefCounted {
+ public:
+   Object() { alive.insert(this); }
+   ~Object() override {
+      Object* const owned = child.get();
+      child = nullptr;
+      if (onDestruction) onDestruction(owned);
+      alive.erase(this);
+   }
+
+   static inline std::set<Object*> alive;
+
+   Ptr<Object> child;
+   std::function<void()> onZero;
+   std::function<void(Object* formerChild)> onDestruction;
+   int losses = 0;
+
+ protected:
+   void zeroReferencesIs(bool) override {
+      ++losses;
+      if (onZero) onZero();
+   }
+};
+
+class QorPtr : public testing::Test {
+ protected:
+   void TearDown() override { EXPECT_TRUE(Object::alive.empty()); }
+};
+
+TEST_F(QorPtr, LastReferenceRunsTheHandlerOnceAndItsTemporariesDoNotRestartIt) {
+   auto object = Qor::make<Object>();
+   Object* const raw = object.get();
+   int losses = 0;
+   raw->onZero = [&] {
+      EXPECT_EQ(raw->references(), 1u);
+      for (int i = 0; i < 3; ++i) {
+         Ptr<Object> const temporary(raw);
+         EXPECT_EQ(raw->references(), 2u);
+      }
+      losses = raw->losses;
+   };
+   Ptr<Object> second = object;
+   object = nullptr;
+   EXPECT_EQ(losses, 0);
+   second = nullptr;
+   EXPECT_EQ(losses, 1);
+   EXPECT_TRUE(Object::alive.empty());
+}
+
+TEST_F(QorPtr, ObjectThatIsStoredByItsHandlerLivesAndMayBeLostAgain) {
+   Ptr<Object> zombie;
+   Object* const raw = new Object;
+   raw->onZero = [&] {
+      if (raw->losses < 3) zombie = Ptr<Object>(raw);
+   };
+   { Ptr<Object> const object(raw); }
+   for (int losses = 1; losses < 3; ++losses) {
+      ASSERT_EQ(zombie.get(), raw);
+      EXPECT_EQ(raw->references(), 1u);
+      EXPECT_EQ(raw->losses, losses);
+      zombie = nullptr;
+   }
+   EXPECT_EQ(zombie, nullptr);
+   EXPECT_TRUE(Object::alive.empty());
+}
+
+TEST_F(QorPtr, AssignmentShowsTheNewObjectToTheHandlerOfTheOldAndMayBeReentered) {
+   auto p = Qor::make<Object>();
+   auto const next = Qor::make<Object>(), afterwards = Qor::make<Object>();
+   p->onZero = [&] {
+      EXPECT_EQ(p, next);
+      p = afterwards;
+   };
+   p = next;
+   EXPECT_EQ(p, afterwards);
+   EXPECT_EQ(next->references(), 1u);
+   EXPECT_EQ(afterwards->references(), 2u);
+   p = *&p;
+   EXPECT_EQ(afterwards->references(), 2u);
+}
+
+TEST_F(QorPtr, AMillionObjectsOwningOneAnotherAreDeletedInBoundedStack) {
+   struct Link : Qor::RefCounted {
+      explicit Link(int& n, Ptr<Link> owned) : count(n), next(std::move(owned)) { ++count; }
+      ~Link() override { --count; }
+      int& count;
+      Ptr<Link> next;
+   };
+   int count = 0;
+   Ptr<Link> chain;
+   for (int i = 0; i < 1'000'000; ++i)
+      chain = Qor::make<Link>(count, std::move(chain));
+   chain = nullptr;
+   EXPECT_EQ(count, 0);
+}
+
+// A reactor reaches its notifier through a plain pointer, also while the notifier is being deleted
+// or waits for its deletion at the end of a long chain.
+TEST_F(QorPtr, TemporaryReferencesToADyingObjectDoNotDeleteItTwice) {
+   int waiting = 0, deletions = 0;
+   Ptr<Object> chain;
+   for (int i = 0; i < 500; ++i) {
+      auto owner = Qor::make<Object>();
+      owner->child = std::move(chain);
+      owner->onDestruction = [&, raw = owner.get()](Object* formerChild) {
+         ++deletions;
+         Ptr<Object> const dying(raw);
+         if (!Object::alive.contains(formerChild)) return;
+         ++waiting;
+         Ptr<Object> const temporary(formerChild);
+         EXPECT_EQ(formerChild->losses, 1);
+      };
+      chain = std::move(owner);
+   }
+   chain = nullptr;
+   EXPECT_EQ(deletions, 500);
+   EXPECT_GT(waiting, 0);
+}
+
+class Watched : public Qor::Entity<Watched> {
+ public:
+   class Notifiee : public Qor::NotifieeOf<Watched> {};
+   explicit Watched(std::vector<char const*>& history) : history_(history) {}
+   ~Watched() override { history_.push_back("deleted"); }
+
+ protected:
+   void zeroReferencesIs(bool) override { history_.push_back("lost"); }
+   bool heldByNotifiees() const override { return hasNotifiees(); }
+
+ private:
+   std::vector<char const*>& history_;
+};
+
+TEST_F(QorPtr, ObjectHeldByNotifieesIsLostAgainWhenTheLastOneLeaves) {
+   using History = std::vector<char const*>;
+   using Leave = std::function<void(std::unique_ptr<Watched::Notifiee>&, Ptr<Watched> const&)>;
+   std::pair<char const*, Leave> const ways[] = {
+         {"unbound", [](auto& n, auto&) { n->notifierIs(nullptr); }},
+         {"bound to another", [](auto& n, auto& other) { n->notifierIs(other); }},
+         {"destroyed", [](auto& n, auto&) { n = nullptr; }}};
+   for (auto const& [way, leave] : ways) {
+      SCOPED_TRACE(way);
+      History history, otherHistory;
+      auto const other = Qor::make<Watched>(otherHistory);
+      auto first = std::make_unique<Watched::Notifiee>();
+      auto last = std::make_unique<Watched::Notifiee>();
+      auto object = Qor::make<Watched>(history);
+      first->notifierIs(object);
+      last->notifierIs(object);
+      object = nullptr;
+      EXPECT_EQ(history, History{"lost"});
+      EXPECT_TRUE(last->notifier()->livesUnreferenced());
+      leave(first, other);
+      EXPECT_EQ(history, History{"lost"});
+      leave(last, other);
+      EXPECT_EQ(history, (History{"lost", "lost", "deleted"}));
+   }
+}
+
+TEST_F(QorPtr, ObjectHeldByNotifieesMayBeReferencedAgain) {
+   std::vector<char const*> history;
+   Watched::Notifiee notifiee;
+   notifiee.notifierIs(Qor::make<Watched>(history));
+   Ptr<Watched const> again(notifiee.notifier());
+   EXPECT_FALSE(again->livesUnreferenced());
+   notifiee.notifierIs(nullptr);
+   EXPECT_EQ(history.size(), 1u);
+   again = nullptr;
+   EXPECT_EQ(history, (std::vector<char const*>{"lost", "lost", "deleted"}));
+}
+
+TEST_F(QorPtr, ValidPtrIsNeverNull) {
+   auto const object = Qor::make<Object>();
+   Qor::ValidPtr<Object> valid(object);
+   Qor::ValidPtr<Object> const moved(std::move(valid));
+   EXPECT_EQ(valid, object);
+   EXPECT_EQ(moved, object);
+   try {
+      Qor::ValidPtr<Object> const null{Ptr<Object>()};
+      FAIL();
+   } catch (Qor::RangeException const& e) {
+      EXPECT_STREQ(e.what(), "null ValidPtr");
+   }
+}
+
+TEST_F(QorPtr, ConvertsTowardsTheBaseAndConstAndComparesByIdentity) {
+   struct Derived : Object {};
+   auto const derived = Qor::make<Derived>();
+   Ptr<Object const> const base = derived;
+   EXPECT_EQ(base, derived);
+   EXPECT_NE(base, Qor::make<Object>());
+   EXPECT_EQ(Qor::ptrCast<Derived const>(base), derived);
+   EXPECT_EQ(Qor::ptrCast<Derived>(Qor::make<Object>()), nullptr);
+   EXPECT_EQ(derived->references(), 2u);
+   EXPECT_DEATH(*Ptr<Object>(), "Assertion `object_ != nullptr' failed");
+}
+
+}  // namespace

@@ -1,0 +1,602 @@
+// The route programmer on the asynchronous platform of the simulated chip, in virtual time: what it
+// writes, what it does without room and with failing writes, and a long random life.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <functional>
+#include <map>
+#include <random>
+#include <set>
+#include <sstream>
+
+#include "Routing/Hardware/RouteStatus.h"
+#include "agent/RouteProgrammer.h"
+#include "platform/sim/AsyncPlatform.h"
+
+namespace Agent {
+namespace {
+
+using Lnet::IntfId;
+using Lnet::IpGenAddr;
+using MrouteLib::PortVlan;
+using Routing::Multicast::Fib::IpGenRouteKey;
+using Routing::Multicast::Fib::RouteKeyType;
+using Sim::WriteKind;
+using State = RouteProgrammer::State;
+namespace Hw = Routing::Multicast::Fib::Hardware;
+
+constexpr unsigned intfs = 8;
+
+// The routing side of one test: route n is (10.0.0.1, 239.0.0.n), from n = 1000 on its IPv6 like.
+class Bench {
+ public:
+   explicit Bench(Sim::ChipConfig const& config = {}, Qor::Seconds callCost = 0) {
+      Qor::activityManagerIs(time);
+      chip = Qor::make<Sim::Chip>(config);
+      for (unsigned i = 1; i <= intfs; ++i)
+         EXPECT_EQ(chip->portAdd(et(i), i, Bridging::VlanIdOrNone(Qor::U64{i})), "");
+      Sim::AsyncPlatformConfig platformConfig;
+      platformConfig.callCost = callCost;
+      platformConfig.noIngressTypes = {RouteKeyType::bridged};
+      platform = Qor::make<Sim::AsyncPlatform>("sim", chip, platformConfig);
+      routeStatus = Qor::make<Routing::Hardware::RouteStatus>();
+      routeStatus->newVrfStatus(L3::VrfName("default"), Vel::VrfId(0));
+      mrouteSwitch = Vel::Mroute::asyncMrouteSwitchFactory("switch1", routeStatus, platform);
+      programmer = std::make_unique<RouteProgrammer>(
+            mrouteSwitch, Qor::make<MrouteLib::MrouteTableColl>(), hwStatus);
+   }
+   ~Bench() {
+      programmer = nullptr;
+      mrouteSwitch = nullptr;
+      platform = nullptr;
+      Qor::activityManagerIs(nullptr);
+   }
+
+   static IntfId et(unsigned i) { return IntfId("et" + std::to_string(i)); }
+   static IpGenRouteKey key(unsigned n) {
+      bool const v4 = n < 1000;
+      return IpGenRouteKey::fromAddresses(
+            v4 ? IpGenAddr::v4(0x0a000001) : *IpGenAddr::parse("2001:db8::1"),
+            v4 ? IpGenAddr::v4(0xef000000 + n) : *IpGenAddr::parse("ff3e::" + std::to_string(n)));
+   }
+   // `oifs` as digits: "23" is et2 and et3.
+   static WantedRoute wanted(std::string const& oifs, unsigned vlan = 1) {
+      WantedRoute w;
+      w.acceptingIntfId = et(vlan);
+      w.acceptingVlan = Bridging::VlanIdOrNone(Qor::U64{vlan});
+      w.set.typeIs(RouteKeyType::routed);
+      for (char const c : oifs)
+         w.set.newPortVlan(PortVlan(et(static_cast<unsigned>(c - '0'))), true);
+      return w;
+   }
+   void set(unsigned n, std::string const& oifs, unsigned vlan = 1, char const* vrf = "default") {
+      programmer->routeIs(L3::VrfName(vrf), key(n), wanted(oifs, vlan));
+   }
+   void del(unsigned n) { programmer->routeDel(L3::VrfName("default"), key(n)); }
+   RouteProgrammer::Route const* route(unsigned n, char const* vrf = "default") const {
+      return programmer->route(L3::VrfName(vrf), key(n));
+   }
+   void drain() {
+      time->runUntil(Qor::never);
+      EXPECT_TRUE(programmer->settled());
+      EXPECT_EQ(platform->audit(), std::vector<std::string>());
+   }
+   // Who gets the packets of route n: "23"; or why nobody does.
+   std::string receivers(unsigned n, unsigned vlan = 1, Qor::U32 vrf = 0) {
+      auto const out = chip->forward({vrf, key(n).source().address(), key(n).group().address(),
+                                      Bridging::VlanIdOrNone(Qor::U64{vlan})});
+      std::ostringstream os;
+      if (out.result != Sim::Forwarding::forwarded) os << out.result;
+      for (PortVlan const& copy : out.copies)
+         os << copy.intfId().name().substr(2);
+      return os.str();
+   }
+   // The chip writes since the last call: groups created and deleted / routes created, pointed and
+   // deleted.
+   std::string writes() {
+      std::ostringstream os;
+      for (auto const kind :
+           {WriteKind::groupCreate, WriteKind::groupDelete, WriteKind::routeCreate,
+            WriteKind::routePoint, WriteKind::routeDelete, WriteKind::groupUpdate}) {
+         Qor::U64 const count = chip->writes(kind);
+         auto& before = counted_[kind];
+         if (kind != WriteKind::groupUpdate) {
+            os << (kind == WriteKind::routeCreate ? "/" : "") << count - before;
+         } else {
+            EXPECT_EQ(count, 0u);
+         }
+         before = count;
+      }
+      return os.str();
+   }
+   // The first letters of the states of the routes from..to, waiting ones by what they wait for:
+   // "hhge-f"; "-" for a route that is not wanted.
+   std::string states(unsigned from, unsigned to) const {
+      std::string letters;
+      for (unsigned n = from; n <= to; ++n)
+         letters += route(n) ? "mphgevf"[static_cast<unsigned>(route(n)->state())] : '-';
+      return letters;
+   }
+   // Sets and withdraws routes in one pass, and lets everything settle: "1=23 2=4@2 -3" gives route
+   // 1 two outputs and route 2 another vlan, and takes 3 away.
+   void now(std::string const& changes) {
+      std::istringstream in(changes);
+      for (std::string word; in >> word;) {
+         auto const at = word.find('@');
+         auto const equals = word.find('=');
+         if (equals == std::string::npos) {
+            del(static_cast<unsigned>(std::stoul(word.substr(1))));
+         } else {
+            set(static_cast<unsigned>(std::stoul(word)), word.substr(equals + 1, at - equals - 1),
+                at == std::string::npos ? 1
+                                        : static_cast<unsigned>(std::stoul(word.substr(at + 1))));
+         }
+      }
+      drain();
+   }
+
+   Qor::Ptr<Qor::ActivityManager> time =
+         Qor::make<Qor::ActivityManager>(Qor::ActivityManager::TimeBase::virtualTime);
+   Qor::Ptr<Sim::Chip> chip;
+   Qor::Ptr<Sim::AsyncPlatform> platform;
+   Qor::Ptr<Routing::Hardware::RouteStatus> routeStatus;
+   Qor::Ptr<Vel::Mroute::AsyncMrouteSwitch> mrouteSwitch;
+   Qor::Ptr<Hw::Status> hwStatus = Qor::make<Hw::Status>();
+   std::unique_ptr<RouteProgrammer> programmer;
+
+ private:
+   std::map<WriteKind, Qor::U64> counted_;
+};
+
+TEST(RouteProgrammer, AChangeWritesExactlyWhatItMust) {
+   Bench b;
+   struct Step {
+      char const* what;
+      char const* changes;
+      char const* writes;  // groups created deleted / routes created pointed deleted
+      char const* receivers;
+   };
+   Step const steps[] = {
+         {"new", "1=23", "10/110", "23"},
+         {"same set", "2=23", "00/110", "23"},
+         {"again", "1=23", "00/000", "23"},
+         {"gone and back in one pass", "-1 1=23", "00/000", "23"},
+         {"a set of its own", "1=4", "10/010", "4"},
+         {"back to the shared one", "1=23", "00/010", "23"},
+         {"a zombie's set", "1=4", "00/010", "4"},
+         {"two changes in one pass", "1=5 1=23", "00/010", "23"},
+         {"the zombie's time is over", "1=4", "11/010", "4"},
+         {"another vlan", "1=4@2", "00/111", "wrongVlan"},
+         {"vlan and set", "1=5", "10/111", "5"},
+         {"withdrawn", "-1 -77", "00/001", "noRoute"},
+   };
+   for (Step const& step : steps) {
+      SCOPED_TRACE(step.what);
+      if (step.what == std::string("the zombie's time is over")) {
+         b.mrouteSwitch->zombieOifSetDelAll();
+      }
+      b.now(step.changes);
+      EXPECT_EQ(b.writes(), step.writes);
+      EXPECT_EQ(b.receivers(1), step.receivers);
+      EXPECT_EQ(b.receivers(2), step.what == std::string("new") ? "noRoute" : "23");
+   }
+   EXPECT_EQ(b.programmer->counters().resurrections, 1u);
+   EXPECT_EQ(b.programmer->routes(), 1u);
+
+   // Properties of the entry; an interface that moves nothing in hardware is only published.
+   WantedRoute w = Bench::wanted("23");
+   auto const writesOf = [&](auto const& edit) {
+      edit();
+      b.programmer->routeIs(L3::VrfName("default"), Bench::key(2), w);
+      b.drain();
+      return b.writes();
+   };
+   EXPECT_EQ(writesOf([&] { w.bridgeAction = true; }), "00/111");
+   EXPECT_EQ(writesOf([&] { w.rpaId = Wisp::Multicast::Fib::RpaIndex(7); }), "00/111");
+   EXPECT_EQ(writesOf([&] { w.acceptingIntfId = Bench::et(3); }), "00/000");
+   auto const vrfStatus = b.hwStatus->vrfStatus(L3::VrfName("default"));
+   EXPECT_EQ(vrfStatus->route(Bench::key(2))->acceptingIntfId(), Bench::et(3));
+   EXPECT_EQ(vrfStatus->route().size(), 1u);
+}
+
+// Each write completes at an instant of its own; packets are sent at every one of them.
+TEST(RouteProgrammer, AChangeIsMadeBeforeItIsBroken) {
+   Bench b({}, 1e-5);
+   b.now("1=23");
+   struct Change {
+      char const* oifs;
+      unsigned vlan;
+      Qor::U32 mostEntries;
+   };
+   unsigned vlan = 1;
+   std::string before = "23";
+   for (Change const& c : {Change{"45", 1, 1}, Change{"23", 1, 1}, Change{"23", 2, 2},
+                           Change{"6", 3, 2}, Change{"", 3, 1}, Change{"78", 3, 1}}) {
+      b.set(1, c.oifs, c.vlan);
+      std::string const after = *c.oifs ? c.oifs : "emptyGroup";
+      Qor::U32 mostEntries = 0;
+      while (b.time->nextDeadline() < Qor::never) {
+         b.time->runUntil(b.time->nextDeadline());
+         mostEntries = std::max(mostEntries, b.chip->routes().size());
+         std::string const from = b.receivers(1, vlan);
+         std::string const to = b.receivers(1, c.vlan);
+         EXPECT_TRUE(from == before || to == after) << from << ' ' << to << ' ' << after;
+      }
+      EXPECT_EQ(mostEntries, c.mostEntries);
+      EXPECT_EQ(b.receivers(1, c.vlan), after);
+      before = after;
+      vlan = c.vlan;
+   }
+}
+
+TEST(RouteProgrammer, GroupsFitExactlyAndThoseThatWaitGoInInTheOrderOfArrival) {
+   Bench b({3, 100, 0, 0.001});
+   b.now("1=1 2=2 3=3 4=4 5=5 6=6 7=45 8=3 9=4");  // 8 shares; 9 would share with 4
+   EXPECT_EQ(b.states(1, 9), "hhhgggghg");
+   EXPECT_EQ(b.route(4)->reason(),
+             "no free multicast group (failure code 8); waits for a deletion");
+   EXPECT_EQ(b.programmer->counters().refusals, 5u);
+   EXPECT_EQ(b.hwStatus->routes(), 4u);
+   b.writes();
+   // Who comes in the same pass stays behind those that wait, and who shares goes in with the
+   // first.
+   b.now("-1 10=7");
+   EXPECT_EQ(b.states(4, 10), "hggghhg");
+   EXPECT_EQ(b.writes(), "11/221");
+   EXPECT_EQ(b.programmer->counters().purges, 1u);
+   // A waiting route that changes keeps its place, one that is withdrawn loses it.
+   b.now("5=8 -6");
+   b.now("6=6");
+   b.now("-2");
+   EXPECT_EQ(b.receivers(5), "8");
+   b.now("-5");
+   EXPECT_EQ(b.receivers(7), "45");
+   EXPECT_EQ(b.states(4, 10), "h-ghhhg");
+   // A set that is in hardware by now needs no group.
+   b.now("10=45");
+   EXPECT_EQ(b.receivers(10), "45");
+   // Alone with its group, a changed route gives it up for the next; from a group that it shares it
+   // must step aside.
+   b.now("-10 7=17");
+   EXPECT_EQ(b.receivers(7), "17");
+   b.now("4=18");
+   EXPECT_EQ(b.states(4, 9), "g-ghhh");
+   EXPECT_EQ(b.receivers(4), "noRoute");
+   EXPECT_EQ(b.receivers(9), "4");
+}
+
+TEST(RouteProgrammer, EntriesFitExactlyAndThoseThatWaitGoInInTheOrderOfArrival) {
+   Bench b({100, 3, 0, 0.001});
+   b.now("1=2 2=2 3=2 4=2 5=2 6=2 7=3");
+   EXPECT_EQ(b.states(1, 7), "hhheeee");
+   EXPECT_EQ(b.route(4)->reason(), "no free route entry (failure code 1024); waits for a deletion");
+   EXPECT_EQ(b.platform->groupsAllocated(), 1u);  // none is kept for a route that waits
+   b.now("-2 8=2");
+   EXPECT_EQ(b.states(1, 8), "h-hheeee");
+   // No room for two entries of one route: it steps aside for its own change.
+   b.writes();
+   b.now("3=2@2");
+   EXPECT_EQ(b.receivers(3, 2), "2");
+   EXPECT_EQ(b.writes(), "00/111");
+   b.now("-5 -6 -1");
+   EXPECT_EQ(b.receivers(7), "3");
+}
+
+TEST(RouteProgrammer, ZombiesAreGivenUpOldestFirstAndNoMoreThanNeeded) {
+   Bench b({4, 100, 0, 0.001});
+   b.now("1=1 2=2 3=3 4=4");
+   for (char const* gone : {"-3", "-1", "-2"}) {
+      b.now(gone);
+      b.time->advance(0.1);
+   }
+   EXPECT_EQ(b.mrouteSwitch->zombieOifSet().size(), 3u);
+   b.now("5=5");
+   b.now("3=3 2=2");  // the zombie of 3 was the oldest, that of 2 is still there
+   auto const& counters = b.programmer->counters();
+   EXPECT_EQ(counters.purges, 2u);
+   EXPECT_EQ(counters.resurrections, 1u);
+   // A platform that has none to give, whatever is given up: at most as many as there are.
+   b.now("-5 -4");
+   b.platform->faults().groupsExhaustedIs(true);
+   b.now("6=6");
+   EXPECT_EQ(b.states(6, 6), "g");
+   EXPECT_EQ(counters.purges, 4u);
+   // Room that nobody told of is found when the next route comes.
+   b.platform->faults().groupsExhaustedIs(false);
+   b.now("7=7");
+   EXPECT_EQ(b.states(6, 7), "hh");
+   // A zombie whose group may not be shared any more is room all the same.
+   b.now("-7");
+   b.platform->mcastIdReusableIs([](Qor::U32) { return false; });
+   b.now("8=7");
+   EXPECT_EQ(b.receivers(8), "7");
+   EXPECT_EQ(counters.resurrections, 1u);
+}
+
+// Its group is in use though no entry points at it, and it never becomes a zombie.
+TEST(RouteProgrammer, ARouteThatNeedsNoEntryTakesAGroupOnly) {
+   Bench b({1, 0, 0, 0.001});
+   for (unsigned n : {1, 2}) {
+      WantedRoute w = Bench::wanted(std::to_string(n));
+      w.set.typeIs(RouteKeyType::bridged);
+      b.programmer->routeIs(L3::VrfName("default"), Bench::key(n), w);
+   }
+   b.drain();
+   EXPECT_EQ(b.states(1, 2), "hg");
+   b.now("-1");
+   EXPECT_EQ(b.states(2, 2), "h");
+   EXPECT_EQ(b.writes(), "21/000");
+}
+
+TEST(RouteProgrammer, RoutesThatComeAndGoWhileTheTableIsFullLeaveNothingBehind) {
+   Bench b({1, 1, 0, 0.001});
+   b.now("1=1");
+   b.now("2=2");
+   for (unsigned i = 0; i < 50; ++i) {
+      b.now("3=5 4=1");
+      EXPECT_EQ(b.states(1, 4), "hgge");
+      b.now("-3 -4");
+   }
+   EXPECT_EQ(b.programmer->waiting(), 1u);
+}
+
+TEST(RouteProgrammer, ARouteOfAnUnknownVrfWaitsUntilTheVrfIsReady) {
+   Bench b;
+   b.set(1, "2", 1, "red");
+   b.now("2=2");
+   EXPECT_EQ(b.route(1, "red")->state(), State::waitingVrf);
+   EXPECT_EQ(b.route(1, "red")->reason(), "VRF red has no hardware status (failure code 4096)");
+   b.programmer->vrfReady(L3::VrfName("blue"));
+   b.routeStatus->newVrfStatus(L3::VrfName("red"), Vel::VrfId(5));
+   b.programmer->vrfReady(L3::VrfName("red"));
+   b.drain();
+   EXPECT_EQ(b.receivers(1, 1, 5), "2");
+   EXPECT_EQ(b.receivers(1), "noRoute");
+}
+
+TEST(RouteProgrammer, AFailedWriteIsTriedAgainAndTheOldSetForwardsMeanwhile) {
+   Bench b;
+   auto& faults = b.platform->faults();
+   auto const& failed = b.programmer->counters().failedWrites;
+   // A group that three routes are about to share.
+   faults.failNext(WriteKind::groupCreate, "parity error");
+   b.now("1=23 2=23 3=23");
+   for (unsigned n : {1, 2, 3})
+      EXPECT_EQ(b.receivers(n), "23");
+   EXPECT_EQ(b.writes(), "10/633");
+   EXPECT_EQ(failed, 3u);
+   EXPECT_EQ(b.route(1)->record(), b.route(3)->record());
+
+   // The group, and then the re-point, of a change: the old set forwards at every instant.
+   std::string before = "23";
+   for (auto const& [kind, oifs] :
+        {std::pair(WriteKind::groupCreate, "4"), std::pair(WriteKind::routePoint, "5")}) {
+      faults.failNext(kind, "parity error", 2);
+      b.set(1, oifs);
+      for (bool done = false; b.time->nextDeadline() < Qor::never;) {
+         b.time->runUntil(b.time->nextDeadline());
+         done = done || b.receivers(1) == oifs;
+         EXPECT_EQ(b.receivers(1), done ? oifs : before);
+      }
+      b.drain();
+      EXPECT_EQ(b.receivers(1), before = oifs);
+   }
+   EXPECT_EQ(b.receivers(2), "23");
+   EXPECT_EQ(failed, 7u);
+
+   // The entry.
+   faults.failNext(WriteKind::routeCreate, "parity error");
+   b.now("4=23");
+   EXPECT_EQ(b.receivers(4), "23");
+   EXPECT_EQ(failed, 8u);
+
+   // A slow write, overtaken by further changes, of which only the last is written; and one
+   // overtaken by its route's end.
+   b.writes();
+   faults.slowNext(1, 10);
+   b.set(4, "6");
+   b.time->runUntil(b.time->now() + 1);
+   EXPECT_EQ(b.receivers(4), "23");
+   EXPECT_EQ(b.states(4, 4), "p");
+   b.now("4=7 4=8");
+   EXPECT_EQ(b.receivers(4), "8");
+   EXPECT_EQ(b.writes(), "20/020");
+   faults.slowNext(1, 10);
+   b.set(5, "67");
+   b.time->runUntil(b.time->now() + 1);
+   b.now("-5");
+   EXPECT_EQ(b.receivers(5), "noRoute");
+}
+
+TEST(RouteProgrammer, ARouteWhoseWritesKeepFailingIsGivenUpUntilItChanges) {
+   for (auto const kind : {WriteKind::groupCreate, WriteKind::routeCreate, WriteKind::routePoint}) {
+      std::ostringstream what;
+      what << kind;
+      SCOPED_TRACE(what.str());
+      Bench b;
+      b.now("1=2");
+      b.platform->faults().failNext(kind, "memory is broken", 1000);
+      b.set(1, "3", kind == WriteKind::routeCreate ? 2 : 1);
+      b.drain();
+      EXPECT_EQ(b.states(1, 1), "f");
+      EXPECT_EQ(b.programmer->counters().failedWrites, RouteProgrammer::maxAttempts);
+      std::string const reason = b.route(1)->reason();
+      EXPECT_EQ(reason.find("write failed 3 times: "), 0u) << reason;
+      EXPECT_NE(reason.find("memory is broken"), std::string::npos) << reason;
+      EXPECT_EQ(b.receivers(1), "noRoute");
+      EXPECT_EQ(b.hwStatus->routes(), 0u);
+      b.set(1, "3", kind == WriteKind::routeCreate ? 2 : 1);  // no change
+      b.drain();
+      EXPECT_EQ(b.states(1, 1), "f");
+      b.platform->faults().failNext(kind, "memory is broken", 2);
+      b.now("1=34");
+      EXPECT_EQ(b.receivers(1), "34");
+   }
+   // The attempts of what is wanted no more do not count for what is wanted now.
+   Bench b;
+   b.platform->faults().failNext(WriteKind::groupCreate, "parity error", 3);
+   b.set(1, "2");
+   b.time->runUntil(0.0005);
+   b.now("1=3");
+   EXPECT_EQ(b.receivers(1), "3");
+}
+
+// Watches the hardware status, as the routing layer does, and interferes once.
+class Meddler final : public Hw::VrfStatus::Notifiee {
+ public:
+   void onRoute(IpGenRouteKey const&) override {
+      if (auto const todo = std::exchange(act, nullptr)) todo();
+   }
+   std::function<void()> act;
+};
+
+TEST(RouteProgrammer, HandlersMayChangeTheVeryRouteThatIsBeingProgrammed) {
+   Bench b;
+   Meddler meddler;
+   meddler.notifierIs(b.hwStatus->vrfStatusIs(L3::VrfName("default")));
+   meddler.act = [&] { b.del(1); };  // while it is being placed
+   b.now("1=2");
+   EXPECT_EQ(b.programmer->routes(), 0u);
+   EXPECT_EQ(b.receivers(1), "noRoute");
+   meddler.act = [&] { b.set(1, "3"); };
+   b.now("1=2");
+   EXPECT_EQ(b.receivers(1), "3");
+   meddler.act = [&] { b.set(1, "4"); };  // while it is being taken out
+   b.now("-1");
+   EXPECT_EQ(b.programmer->routes(), 1u);
+   ASSERT_TRUE(b.route(1));
+   EXPECT_EQ(b.receivers(1), "4");
+}
+
+TEST(RouteProgrammer, TakesEverythingOutOfTheChipWhenItGoes) {
+   Bench b;
+   b.now("1=2 2=2@2 3=3");
+   b.set(4, "4");  // still to be written
+   b.set(1, "5");
+   b.time->runUntil(b.time->now());
+   auto const record = b.route(3)->record();
+   b.programmer = nullptr;
+   EXPECT_EQ(b.platform->routesAllocated(), 0u);
+   EXPECT_EQ(b.hwStatus->routes(), 0u);
+   b.time->runUntil(Qor::never);
+   EXPECT_EQ(b.platform->audit(), std::vector<std::string>());
+   EXPECT_EQ(b.platform->groupsAllocated(), 1 + b.mrouteSwitch->zombieOifSet().size());
+   EXPECT_EQ(b.chip->routes().size(), 0u);
+   b.mrouteSwitch = nullptr;
+   b.time->runUntil(Qor::never);
+   EXPECT_EQ(b.chip->groups(), 1u);  // the one that is held from outside
+   EXPECT_EQ(record->oifSet()->portVlanSet(), Bench::wanted("3").set);
+}
+
+// ---- A long random life against a model of one line: the chip forwards what is wanted. ----
+
+class RandomLife {
+ public:
+   explicit RandomLife(unsigned seed)
+         : random_(seed), b_({8, 14, 0, 0.001}, seed % 2 ? 0 : 1e-5), faulty_(seed % 3 != 0) {
+      b_.routeStatus->newVrfStatus(L3::VrfName("red"), Vel::VrfId(1));
+      b_.platform->faults().seedIs(seed);
+   }
+
+   void live(unsigned operations) {
+      for (unsigned i = 0; i < operations && !testing::Test::HasFailure(); ++i) {
+         if (i % 100 == 0) faultsAre(faulty_ && pick(2));
+         operate();
+         if (pick(3) == 0) b_.time->runUntil(b_.time->now() + 0.0004 * pick(8));
+         if (pick(40) == 0) expectAsWanted();
+      }
+      faultsAre(false);
+      for (auto const& [id, w] : model_)
+         b_.programmer->routeDel(id.first, id.second);
+      model_.clear();
+      expectAsWanted();
+      EXPECT_EQ(b_.platform->routesAllocated(), 0u);
+      EXPECT_EQ(b_.platform->groupsAllocated(), b_.mrouteSwitch->zombieOifSet().size());
+      EXPECT_EQ(b_.hwStatus->routes(), 0u);
+      EXPECT_EQ(b_.programmer->waiting(), 0u);
+   }
+
+ private:
+   using Id = std::pair<L3::VrfName, IpGenRouteKey>;
+
+   unsigned pick(unsigned n) { return static_cast<unsigned>(random_() % n); }
+
+   void faultsAre(bool on) {
+      for (std::size_t kind = 0; kind < Sim::writeKinds; ++kind)
+         b_.platform->faults().rateIs(static_cast<WriteKind>(kind), on ? 0.15 : 0);
+   }
+
+   void operate() {
+      Id const id{L3::VrfName(pick(2) ? "red" : "default"), Bench::key(pick(10) + 1000 * pick(2))};
+      unsigned const what = pick(12);
+      if (what == 0) {
+         b_.platform->faults().slowNext(1 + pick(3), 0.01);
+      } else if (what == 1) {
+         b_.mrouteSwitch->zombieOifSetDelAll();
+      } else if (what < 5) {
+         model_.erase(id);
+         b_.programmer->routeDel(id.first, id.second);
+      } else {
+         char const* const oifs[] = {"", "2", "3", "23", "4", "45", "6", "7", "78", "2345678"};
+         WantedRoute& w = model_[id] = Bench::wanted(oifs[pick(10)], 1 + pick(2));
+         w.bridgeAction = pick(8) == 0;
+         b_.programmer->routeIs(id.first, id.second, w);
+      }
+   }
+
+   void expectAsWanted() {
+      b_.drain();
+      EXPECT_EQ(b_.programmer->routes(), model_.size());
+      std::set<std::string> shared;  // the sets of routes in hardware, as far as they may be shared
+      std::set<std::string> waiting;
+      bool const entriesFull = b_.platform->routesAllocated() == b_.chip->config().routes;
+      for (auto const& [id, w] : model_) {
+         auto const* route = b_.programmer->route(id.first, id.second);
+         ASSERT_TRUE(route);
+         std::ostringstream what;
+         what << id.first << ' ' << id.second << ' ' << route->state() << ' ' << route->reason();
+         SCOPED_TRACE(what.str());
+         auto const out = b_.chip->forward({id.first.name() == "red", id.second.source().address(),
+                                            id.second.group().address(), w.acceptingVlan});
+         EXPECT_EQ(route->state() == State::inHardware, route->reason().empty());
+         if (route->state() == State::inHardware) {
+            std::vector<PortVlan> members;
+            for (auto const& [member, flag] : w.set.portVlan())
+               members.push_back(member);
+            EXPECT_EQ(out.copies, members);
+            ASSERT_TRUE(out.entry);
+            EXPECT_EQ(b_.chip->routes().find(*out.entry)->bridge, w.bridgeAction);
+            auto const record = Qor::ptrCast<Vel::Mroute::AsyncMtableOifSet>(route->record());
+            if (!record->dirty()) shared.insert(w.set.pretty());
+            continue;
+         }
+         EXPECT_EQ(out.result, Sim::Forwarding::noRoute);
+         if (route->state() == State::waitingGroup) {
+            waiting.insert(w.set.pretty());
+            EXPECT_EQ(b_.platform->groupsAllocated(), b_.chip->config().groups);
+            EXPECT_TRUE(b_.mrouteSwitch->zombieOifSet().empty());
+         } else if (route->state() == State::waitingEntry) {
+            EXPECT_TRUE(entriesFull);
+         } else {
+            EXPECT_TRUE(faulty_ && route->state() == State::failed);
+         }
+      }
+      for (auto const& set : waiting)
+         EXPECT_TRUE(entriesFull || !shared.contains(set)) << set << " could be shared";
+   }
+
+   std::mt19937 random_;
+   Bench b_;
+   bool const faulty_;
+   std::map<Id, WantedRoute> model_;
+};
+
+TEST(RouteProgrammer, ForwardsWhatIsWantedThroughALongRandomLife) {
+   for (unsigned seed = 1; seed <= 12 && !HasFailure(); ++seed) {
+      SCOPED_TRACE("seed " + std::to_string(seed));
+      RandomLife(seed).live(3000);
+   }
+}
+
+}  // namespace
+}  // namespace Agent

@@ -1,0 +1,391 @@
+// `velmroute run` as a whole: the bundled captures through the simulated switch, the check of what
+// it forwards, and the program itself.
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+
+#include <csignal>
+#include <set>
+
+#include "CaptureTestSupport.h"
+#include "agent/Check.h"
+#include "agent/Summary.h"
+#include "agent/Views.h"
+
+namespace Agent {
+namespace {
+
+namespace fs = std::filesystem;
+using nlohmann::ordered_json;
+using Strings = std::vector<std::string>;
+
+std::string const captures = std::string(VELMROUTE_EXAMPLES) + "/captures/";
+
+// Two routes and a link; the source of the second has a route of its own and one for all sources.
+constexpr char twoRoutes[] =
+      "[2026-07-30T10:00:00.000000] 7: rtr9: <UP> mtu 1500 state UP group default \\ link/ether\n"
+      "[2026-07-30T10:00:01.000000] (10.0.0.2,239.1.1.1) Iif: rtr0 Oifs: rtr1 rtr2 State: resolved"
+      " Table: default\n"
+      "[2026-07-30T10:00:02.000000] (0.0.0.0,239.1.1.2) Iif: rtr0 Oifs: rtr3 State: resolved"
+      " Table: default\n"
+      "[2026-07-30T10:00:03.000000] (10.0.0.2,239.1.1.2) Iif: rtr0 Oifs: rtr3 State: resolved"
+      " Table: default\n"
+      "[2026-07-30T10:00:04.000000] (10.0.0.2,239.1.1.3) Iif: rtr0 Oifs: State: resolved"
+      " Table: default\n";
+
+struct Replay {
+   Replay(Strings const& files, Sim::ChipConfig const& config) : simulated(config, InterfaceMap()) {
+      CaptureReader reader(files);
+      CaptureEvent event;
+      for (auto got = reader.next(event); got != CaptureReader::Result::end;
+           got = reader.next(event)) {
+         EXPECT_EQ(got, CaptureReader::Result::event) << reader.error().toString();
+         simulated.apply(event);
+         capture.apply(event);
+      }
+      simulated.settle();
+   }
+   ~Replay() { Qor::activityManagerIs(nullptr); }
+
+   SimulatedSwitch simulated;
+   CaptureState capture;
+};
+
+TEST(Run, EveryBundledCaptureIsForwardedAsItSaysOnChipsOfAllSizes) {
+   Sim::ChipConfig const chips[] = {
+         {}, {8192, 32768, 0, 0.5}, {8192, 32768, 0, 0}, {40, 32768, 0, 0.001}, {90, 300, 0, 0.02}};
+   for (char const* name : {"churn", "ssm-scale", "static-v6"}) {
+      std::string const events = captures + name + "/events.txt.gz";
+      std::vector<Strings> inputs{{events}};
+      for (auto const& file : fs::directory_iterator(captures + name)) {
+         if (file.path().string().find(".json") == std::string::npos) continue;
+         inputs.push_back({file.path()});
+         inputs.push_back({events, file.path()});
+      }
+      for (auto const& input : inputs) {
+         for (auto const& chip : chips) {
+            if (input != inputs.front() && chip.latency != 0.001) continue;
+            SCOPED_TRACE(input.back() + " groups " + std::to_string(chip.groups));
+            Replay replay(input, chip);
+            CheckResult const check = checkForwarding(replay.simulated, replay.capture);
+            EXPECT_EQ(check.differences, Strings());
+            std::set<std::vector<Lnet::IntfId>> sets;
+            std::size_t routes = 0;
+            for (auto const& [id, route] : replay.capture.routes()) {
+               if (!route.resolved || !route.iif) continue;
+               ++routes;
+               sets.insert(route.oifs);
+            }
+            EXPECT_EQ(check.routes + check.notPlaced.size(), routes);
+            auto const zombies = replay.simulated.mrouteSwitch().zombieOifSet().size();
+            auto const groups = replay.simulated.chip().groups();
+            if (chip.groups == 8192) {
+               EXPECT_EQ(groups - zombies, sets.size());
+               EXPECT_EQ(check.routes, routes);
+            } else {
+               EXPECT_LE(groups, chip.groups);
+               bool const room = sets.size() <= chip.groups && routes <= chip.routes;
+               EXPECT_EQ(check.notPlaced.empty(), room);
+               for (auto const& waiting : check.notPlaced)
+                  EXPECT_NE(waiting.reason.find("waits for a deletion"), std::string::npos);
+            }
+         }
+      }
+   }
+}
+
+TEST(Run, TheCheckTellsWhatTheChipDoesOtherwise) {
+   TempDir const dir;
+   std::string const file = dir.file("two", twoRoutes);
+   using Plant = void (*)(Sim::Chip&);
+   // Entries 0 to 3 in the order of the capture, groups likewise: rtr1 rtr2, rtr3, none.
+   std::pair<Plant, char const*> const cases[] = {
+         {[](Sim::Chip&) {}, ""},
+         {[](Sim::Chip& c) { c.softError(0, 1); },
+          "vrf default (10.0.0.2, 239.1.1.1): expected rtr1 rtr2, chip forwards to rtr3 "
+          "(forwarded)"},
+         {[](Sim::Chip& c) {
+             EXPECT_EQ(c.groupUpdate(0, {c.group(0)->members[0], c.group(1)->members[0]}, true),
+                       "");
+          },
+          "vrf default (10.0.0.2, 239.1.1.1): expected rtr1 rtr2, chip forwards to cpu rtr1 rtr3 "
+          "(forwarded)"},
+         {[](Sim::Chip& c) { EXPECT_EQ(c.linkIs(Lnet::IntfId("rtr2"), false), ""); },
+          "vrf default (10.0.0.2, 239.1.1.1): expected rtr1 rtr2, chip forwards to rtr1 "
+          "(forwarded)"},
+         {[](Sim::Chip& c) { EXPECT_EQ(c.routeDelete(0), ""); },
+          "vrf default (10.0.0.2, 239.1.1.1): the chip has no entry for it (noRoute)"},
+         {[](Sim::Chip& c) { EXPECT_EQ(c.routeDelete(2), ""); },  // the (*,G) hides it
+          "vrf default (10.0.0.2, 239.1.1.2): the chip has no entry for it (forwarded)"},
+         {[](Sim::Chip& c) { EXPECT_EQ(c.routeDelete(3), ""); },
+          "vrf default (10.0.0.2, 239.1.1.3): the chip has no entry for it (noRoute)"},
+         {[](Sim::Chip& c) {
+             Sim::Entry entry = *c.routes().find(0);
+             entry.acceptingVlan = Bridging::VlanIdOrNone(Qor::U64{4000});
+             entry.group = Sim::noGroup;
+             EXPECT_EQ(c.routeCreate(9, entry), "");
+          },
+          "route entry 9 of the chip: vrf id 0 (10.0.0.2, 239.1.1.1) vlan 4000 is that of no route "
+          "of the capture in hardware"},
+   };
+   for (auto const& [plant, difference] : cases) {
+      SCOPED_TRACE(difference);
+      Replay replay({file}, {});
+      plant(replay.simulated.chip());
+      CheckResult const check = checkForwarding(replay.simulated, replay.capture);
+      EXPECT_EQ(check.passed() ? "" : check.differences.at(0), difference);
+   }
+   // A route that is not through yet, and one that the programmer does not have.
+   Replay replay({file}, {});
+   MrouteEvent other;
+   other.vrf = L3::VrfName("default");
+   other.key = Routing::Multicast::Fib::IpGenRouteKey::fromAddresses(
+         *Lnet::IpGenAddr::parse("10.0.0.1"), *Lnet::IpGenAddr::parse("239.1.1.1"));
+   other.iif = Lnet::IntfId("rtr1");
+   other.resolved = true;
+   replay.capture.apply(CaptureEvent(other));
+   EXPECT_EQ(checkForwarding(replay.simulated, replay.capture).differences,
+             Strings{"vrf default (10.0.0.1, 239.1.1.1): in the capture, but not with the route "
+                     "programmer"});
+   replay.simulated.apply(CaptureEvent(other));
+   EXPECT_EQ(checkForwarding(replay.simulated, replay.capture).differences,
+             Strings{"vrf default (10.0.0.1, 239.1.1.1): not settled: not looked at yet"});
+}
+
+TEST(Run, LinksTakeNoPortBeforeARouteNamesThemAndKeepNoneOfTheirOldNames) {
+   std::string lines;
+   auto const link = [&](unsigned index, std::string const& name, char const* state) {
+      lines += std::to_string(index) + ": " + name + ": <BROADCAST> mtu 1500 state " + state +
+               " group default \\ link/ether\n";
+   };
+   for (unsigned i = 0; i < 5000; ++i)
+      link(100 + i, "veth" + std::to_string(i), "UP");
+   link(9, "rtr1", "DOWN");
+   lines += twoRoutes;
+   link(10, "rtr3", "DOWN");
+   TempDir const dir;
+   auto const forwards = [&](char const* intf) {
+      Replay replay({dir.file("links", lines)}, {});
+      EXPECT_EQ(checkForwarding(replay.simulated, replay.capture).differences, Strings());
+      EXPECT_EQ(replay.simulated.interfaceMap().intfs().size(), 4u);
+      return replay.simulated.chip().port(Lnet::IntfId(intf))->linkUp;
+   };
+   EXPECT_FALSE(forwards("rtr1"));
+   EXPECT_FALSE(forwards("rtr3"));
+   link(9, "renamed", "DOWN");  // what routes still call rtr1 is no link that is down
+   EXPECT_TRUE(forwards("rtr1"));
+}
+
+// ---- The program. ----
+
+class Program {
+ public:
+   // Starts velmroute; its standard output goes to a file, unless told otherwise.
+   explicit Program(Strings const& args, std::string const& outPath = {}, int outFd = -1) {
+      int in[2];
+      EXPECT_EQ(pipe2(in, O_CLOEXEC), 0);
+      input_ = in[1];
+      int error[2];
+      EXPECT_EQ(pipe2(error, O_CLOEXEC), 0);
+      error_ = error[0];
+      std::string const outFile = outPath.empty() ? dir_.path("out") : outPath;
+      if (outFd < 0) outFd = open(outFile.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
+      std::vector<char*> argv{const_cast<char*>("velmroute")};
+      for (std::string const& arg : args)
+         argv.push_back(const_cast<char*>(arg.c_str()));
+      argv.push_back(nullptr);
+      pid_ = fork();
+      if (pid_ == 0) {
+         dup2(in[0], STDIN_FILENO);
+         dup2(outFd, STDOUT_FILENO);
+         dup2(error[1], STDERR_FILENO);
+         execv(VELMROUTE_PROGRAM, argv.data());
+         _exit(127);
+      }
+      close(in[0]), close(error[1]), close(outFd);
+   }
+   ~Program() {
+      if (pid_ > 0) end();
+      close(error_);
+   }
+
+   void write(std::string const& text) {
+      EXPECT_EQ(::write(input_, text.data(), text.size()), static_cast<ssize_t>(text.size()));
+   }
+   // Reads standard error until the text has come.
+   void awaitError(std::string const& text) {
+      while (err.find(text) == std::string::npos && readError()) {
+      }
+   }
+   void signal(int number) { kill(pid_, number); }
+   // Leaves the end of the input open for a program that is to end otherwise.
+   int end(bool closeInput = true) {
+      if (closeInput) close(input_);
+      while (readError()) {
+      }
+      if (!closeInput) close(input_);
+      int status = 0;
+      waitpid(std::exchange(pid_, 0), &status, 0);
+      std::ifstream in(dir_.path("out"));
+      out.assign(std::istreambuf_iterator<char>(in), {});
+      return WIFEXITED(status) ? WEXITSTATUS(status) : 1000 + WTERMSIG(status);
+   }
+
+   std::string out;
+   std::string err;
+
+ private:
+   bool readError() {
+      char buffer[4096];
+      ssize_t const size = read(error_, buffer, sizeof buffer);
+      if (size > 0) err.append(buffer, static_cast<std::size_t>(size));
+      return size > 0;
+   }
+
+   TempDir dir_;
+   pid_t pid_ = 0;
+   int input_ = -1;
+   int error_ = -1;
+};
+
+TEST(Program, ItsExitCodesAndMessagesAreForScriptsAndPeople) {
+   TempDir const dir;
+   std::string const good = dir.file("good", twoRoutes);
+   std::string const bad =
+         dir.file("bad", std::string(twoRoutes) + "(10.0.0.2,240.1.1.1) nonsense\n");
+   std::string const map = dir.file("map", "rtr0 port=7 vlan=100\n");
+   std::string const badMap = dir.file("badmap", "# none\nrtr0 port=7 vlan=5000\n");
+   struct Case {
+      Strings args;
+      int code;
+      std::string out;  // is contained, as is err; an empty one is all there is
+      std::string err;
+   };
+   Case const cases[] = {
+         {{"--version"}, 0, "velmroute 0.", ""},
+         {{"--help"}, 0, "Subcommands:", ""},
+         {{"run", "--help"}, 0, "velmroute run -", ""},
+         {{}, 2, "", "subcommand is required"},
+         {{"fly"}, 2, "", "subcommand is required"},
+         {{"run"}, 2, "", "FILE is required"},
+         {{"run", "--bogus", good}, 2, "", "--bogus"},
+         {{"run", "--show", "routs", good}, 2, "", "routs"},
+         {{"run", "--chip", "groups=-1", good}, 2, "", "bad value in \"groups=-1\""},
+         {{"run", "--chip", "ports=1", good}, 2, "", "unknown chip property \"ports\""},
+         {{"run", "--chip", "latency=inf", good}, 2, "", "bad value"},
+         {{"run", "--chip", "groups=20000000", good}, 2, "", "16777216"},
+         {{"run", "--trace", "10", good}, 2, "", "want LEVEL[:GLOB]"},
+         {{"run", "--trace", "2:", good}, 2, "", "want LEVEL[:GLOB]"},
+         {{"run", good, dir.path("none")}, 1, "", dir.path("none") + ": cannot open: No such file"},
+         {{"run", "--map", badMap, good}, 1, "", badMap + ":2: \"vlan=5000\" is out of range"},
+         {{"run", bad}, 1, "", bad + ":6: "},
+         {{"run", bad}, 1, "", "\n    (10.0.0.2,240.1.1.1) nonsense\n"},
+         {{"run", "--keep-going", bad, good}, 0, "bad lines      1\n", bad + ":6: "},
+         {{"run", good}, 0, "check          passed: 4 routes forward as the capture says\n", ""},
+         {{"run", "--no-check", good}, 0, "routes         4 wanted, 4 in hardware", ""},
+         {{"run", "--show", "routes", good, good}, 0, "\ndefault  10.0.0.2  239.1.1.1  rtr0", ""},
+         {{"run", "--show", "chip", "--map", map, good}, 0, "\nrtr0       7     100   yes\n", ""},
+         {{"run", "--trace", "2:Vel*", good}, 0, "passed", "Found existing"},
+         {{"run", "--trace", "9:None*", good}, 0, "passed", ""},
+         {{"run", "--chip", "routes=3", good}, 0, "not in hardware, and why:\n   vrf default", ""},
+   };
+   for (Case const& c : cases) {
+      std::string what;
+      for (auto const& arg : c.args)
+         what += arg + ' ';
+      SCOPED_TRACE(what);
+      Program program(c.args);
+      EXPECT_EQ(program.end(), c.code);
+      for (auto const& [got, expected] : {std::pair(program.out, c.out), {program.err, c.err}}) {
+         EXPECT_TRUE(expected.empty() ? got.empty() : got.find(expected) != std::string::npos)
+               << got;
+      }
+   }
+}
+
+TEST(Program, OutputThatCannotBeWrittenIsAFailure) {
+   TempDir const dir;
+   std::string const good = dir.file("good", twoRoutes);
+   for (Strings const& args : {Strings{"run", good}, {"run", "-j", good}, {"--help"}}) {
+      Program full(args, "/dev/full");
+      EXPECT_EQ(full.end(), 1);
+      EXPECT_EQ(full.err, "<stdout>: cannot write: No space left on device\n");
+      int out[2];
+      ASSERT_EQ(pipe2(out, O_CLOEXEC), 0);
+      close(out[0]);
+      Program closed(args, {}, out[1]);
+      EXPECT_EQ(closed.end(), 1);
+      EXPECT_EQ(closed.err, "<stdout>: cannot write: Broken pipe\n");
+   }
+}
+
+// A malformed line is reported when it is read, which tells that the lines before it have been.
+TEST(Program, StandardInputIsTakenAsItComesUntilItEndsOrIsInterrupted) {
+   for (bool const interrupt : {false, true}) {
+      Program program({"run", "--keep-going", "-j", "-"});
+      std::string const lines(twoRoutes);
+      program.write(lines);
+      program.write("one\n");
+      program.awaitError("<stdin>:6: ");
+      program.write(
+            "[2026-07-30T10:00:09.000000] (10.0.0.2,239.1.1.9) Iif: rtr0 Oifs: rtr1 State: "
+            "resolved Table: default\ntwo\n(10.0.0.2,239.1");
+      program.awaitError("<stdin>:8: ");
+      if (interrupt) program.signal(SIGINT);
+      EXPECT_EQ(program.end(!interrupt), 0);
+      auto const summary = ordered_json::parse(program.out);
+      EXPECT_EQ(summary["routes"]["inHardware"], 5);
+      EXPECT_EQ(summary["events"]["total"], 6);
+      // Half a line is none when the input is cut off on purpose.
+      EXPECT_EQ(summary["events"]["badLines"], interrupt ? 2 : 3);
+      EXPECT_EQ(summary["check"]["passed"], true);
+   }
+}
+
+TEST(Program, TextAndJsonSayTheSame) {
+   Strings args{"run",
+                "--chip",
+                "groups=80,routes=400",
+                "--show",
+                "routes,oifsets,zombies,chip",
+                captures + "static-v6/events.txt.gz",
+                captures + "churn/mid-mroute4.json.gz"};
+   Program text(args);
+   ASSERT_EQ(text.end(), 0) << text.err;
+   args.push_back("-j");
+   Program json(args);
+   ASSERT_EQ(json.end(), 0) << json.err;
+   EXPECT_EQ(text.err + json.err, "");
+   auto const summary = ordered_json::parse(json.out);
+   std::ostringstream expected;
+   auto const& tables = summary["tables"];
+   for (View const view : {View::routes, View::oifsets, View::zombies, View::chip}) {
+      printView(expected, view, tables[std::string(nameOf(view))]);
+      expected << '\n';
+   }
+   printSummary(expected, summary);
+   auto const withoutTime = [](std::string const& s) {
+      auto const line = s.find("\ntime ");
+      return s.substr(0, line) + s.substr(s.find('\n', line + 1));
+   };
+   EXPECT_EQ(withoutTime(text.out), withoutTime(expected.str()));
+
+   auto const& routes = summary["routes"];
+   EXPECT_EQ(tables["routes"].size(), routes["wanted"]);
+   EXPECT_EQ(tables["oifsets"].size(), summary["groups"]["inUse"]);
+   EXPECT_EQ(tables["zombies"].size(), summary["groups"]["zombies"]);
+   EXPECT_EQ(tables["chip"]["groups"].size(), tables["oifsets"].size() + tables["zombies"].size());
+   EXPECT_EQ(tables["chip"]["routes"].size(), routes["inHardware"]);
+   EXPECT_EQ(summary["check"]["notInHardware"].size(), routes["waiting"]);
+   EXPECT_GT(routes["waiting"], 0);
+   EXPECT_EQ(summary["events"]["snapshotRoutes"], 1178);
+   std::size_t offloaded = 0;
+   for (auto const& route : tables["routes"]) {
+      offloaded += route["offload"] == true;
+      EXPECT_EQ(route["offload"] == true, !route.contains("reason"));
+   }
+   EXPECT_EQ(offloaded, routes["inHardware"]);
+}
+
+}  // namespace
+}  // namespace Agent
