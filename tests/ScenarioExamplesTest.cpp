@@ -1,0 +1,64 @@
+// The scenarios that are shipped, and the lines that the manual shows.
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <set>
+
+#include "agent/ScenarioParser.h"
+
+namespace Agent {
+namespace {
+
+std::filesystem::path const examples(VELMROUTE_EXAMPLES);
+
+std::set<std::filesystem::path> shipped() {
+   std::set<std::filesystem::path> files;
+   for (auto const& entry : std::filesystem::directory_iterator(examples / "scenarios"))
+      if (entry.path().extension() == ".jsonl") files.insert(entry.path());
+   return files;
+}
+
+TEST(ScenarioExamples, AreReadWithoutAMistakeAndExpectSomethingInTheEnd) {
+   EXPECT_GE(shipped().size(), 12u);
+   for (auto const& path : shipped()) {
+      ScenarioFile const file = ScenarioFile::read(path);
+      for (InputError const& error : file.errors)
+         ADD_FAILURE() << error.toString();
+      EXPECT_TRUE(isScenarioFile(path)) << path;
+      EXPECT_FALSE(file.settings.title.empty()) << path;
+      ASSERT_FALSE(file.lines.empty()) << path;
+      auto const kept = [](Scenario::Line const& line) {
+         return !std::holds_alternative<Scenario::Show>(line.event);
+      };
+      auto const last = std::find_if(file.lines.rbegin(), file.lines.rend(), kept);
+      EXPECT_TRUE(std::holds_alternative<Scenario::Expect>(last->event)) << path;
+   }
+}
+
+TEST(ScenarioExamples, InTheManualAreReadAndShowEveryKindOfEvent) {
+   std::ifstream manual(examples.parent_path() / "docs" / "scenarios.md");
+   std::set<std::size_t> kinds;
+   for (std::string text; std::getline(manual, text);) {
+      if (!text.starts_with("    {")) continue;
+      ScenarioParser parser;
+      Scenario::Line line;
+      EXPECT_EQ(parser.parse(text, line), ScenarioParser::Result::event) << text << '\n'
+                                                                         << parser.reason();
+      kinds.insert(line.event.index());
+   }
+   EXPECT_EQ(kinds.size(), std::variant_size_v<Scenario::Event>);
+}
+
+// Waits for `velmroute run` to play scenarios.
+TEST(ScenarioExamples, DISABLED_HoldOnTheSimulatedSwitch) {
+   for (auto const& path : shipped()) {
+      std::string const command =
+            std::string("'") + VELMROUTE_PROGRAM + "' run '" + path.string() + "' >/dev/null";
+      EXPECT_EQ(std::system(command.c_str()), 0) << path;
+   }
+}
+
+}  // namespace
+}  // namespace Agent

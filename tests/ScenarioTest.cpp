@@ -1,0 +1,425 @@
+// Scenarios: what a line may say, and what becomes of it on a switch that only takes notes.
+#include <gtest/gtest.h>
+
+#include <random>
+
+#include "CaptureTestSupport.h"
+#include "Qor/Clock.h"
+#include "Vel/VelCommon.h"
+#include "Vel/VelLogMessages.h"
+#include "agent/ScenarioParser.h"
+#include "agent/ScenarioPlayer.h"
+
+namespace Agent {
+namespace {
+
+using Scenario::Count;
+using Scenario::Line;
+
+// clang-format off
+constexpr std::string_view goodLines[] = {
+   R"({"scenario": {"title": "all", "chip": {"groups": 8, "routes": 16777216, "latency": 0}, "minPollingInterval": 5, "callCost": 0.001}})",
+   R"(  # a comment)",
+   R"({"at": 0, "route": {"vrf": "blue", "src": "10.0.0.2", "dst": "239.1.1.1", "groups": 1000, "iif": "rtr0", "oifs": ["rtr3", "cpu", "pimreg"], "ownOif": "leaf", "backup": ["rtr5"], "fastdrop": ["rtr2", "rtr4"]}})",
+   R"({"route": {"src": "*", "dst": "ff3e::1", "groups": 1000000, "iif": "rtr0", "oifs": []}})",
+   R"({"after": 0.5, "withdraw": {"src": "10.0.0.2", "dst": "239.1.1.1", "groups": 3}})",
+   R"({"at": 0.5, "link": {"intf": "rtr0", "state": "lowerLayerDown"}})",
+   R"({"bfd": {"intf": "rtr0", "ip": "10.0.0.9", "type": "micro", "vrf": "blue", "state": "removed"}})",
+   R"({"at": 3, "traffic": {"src": "10.0.0.2", "dst": "239.1.1.1", "iif": "rtr0", "count": 10, "every": 0, "bytes": 9216}})",
+   R"({"config": {"activityPollingInterval": 5, "counterMode": "packets", "allCounter": true}})",
+   R"({"counter": {"src": "10.0.0.2", "dst": "239.1.1.1", "counted": false}})",
+   R"({"fault": {"groupsExhausted": true, "routesExhausted": false, "failNext": {"write": "routePoint", "reason": "parity", "count": 2}, "slowNext": {"nth": 2, "extra": 0.5}, "rate": {"write": "groupCreate", "probability": 0.25}, "seed": 18446744073709551615}})",
+   R"({"mark": "here"})",
+   R"({"show": ["routes", "chip"]})",
+   R"({"expect": {"within": 1, "check": true, "now": {"max": 5}, "wanted": 1, "inHardware": {"min": 1, "max": 2}, "waiting": 0, "failed": 0, "groups": 1, "zombies": 0, "entries": 1, "rerouting": 0}})",
+   R"({"expect": {"forward": [{"src": "10.0.0.2", "dst": "239.1.1.1", "iif": "rtr0", "to": []}, {"src": "10.0.0.2", "dst": "239.1.1.1", "groups": 2, "iif": "rtr0", "to": ["cpu"]}]}})",
+   R"({"expect": {"route": {"src": "*", "dst": "239.1.1.1", "state": "absent", "reason": "", "lastPollTime": 3, "fastdropLastPollTime": {"rtr2": 0}, "packets": 0, "bytes": {"min": 64}}}})",
+   R"({"expect": {"sinceMark": {"writes": 0, "resurrections": {"min": 1}}, "delivered": {"rtr3": 4, "cpu": 0}, "trace": {"text": "x", "level": 2, "seen": false}, "log": {"name": "N", "seen": {"min": 2, "max": 3}}}})",
+};
+
+struct BadLine {
+   std::string_view line;
+   std::string_view reason;
+};
+
+#define ROUTE(more) R"({"route": {"src": "10.0.0.2", "dst": "239.1.1.1", "iif": "rtr0", "oifs": ["rtr3"])" more "}}"
+#define TRAFFIC(more) R"({"traffic": {"src": "10.0.0.2", "dst": "239.1.1.1", "iif": "rtr0")" more "}}"
+
+constexpr BadLine badLines[] = {
+   // The line.
+   {"[]", "a list where an object is expected"},
+   {"{}", "no event"},
+   {R"({"at": 9})", "no event"},
+   {R"({"mark": "a", "show": ["routes"]})", R"("mark" and "show" in one line)"},
+   {R"({"mark": "a", "mark": "b"})", R"(key "mark" is there twice)"},
+   {R"({"wait": 3})", R"(unknown key "wait" (known: at, after, scenario, route, withdraw, link, bfd, traffic, config, counter, fault, mark, show, expect))"},
+   {R"({"mark": "a"} {"mark": "b"})", "not valid JSON: column 15: syntax error while parsing value - unexpected '{'; expected end of input"},
+   {R"({"at": 9, "after": 1, "mark": "a"})", R"(both "at" and "after")"},
+   {R"({"at": 6.5, "mark": "a"})", "at: 6.5 is before the time of the line before, 7"},
+   {R"({"at": -1, "mark": "a"})", "at: -1 is not from 0 to 1000000"},
+   {R"({"at": "9", "mark": "a"})", "at: a text where a number is expected"},
+   {R"({"at": 1e999, "mark": "a"})", "not valid JSON: number overflow parsing '1e999'"},
+   {R"({"after": 999999, "mark": "a"})", "after: the time is later than 1000000 s"},
+   {R"({"scenario": {"title": "late"}})", "scenario: not the first event of the file"},
+   {R"({"mark": ["a"]})", "mark: a list where a text is expected"},
+   // Routes.
+   {R"({"route": "rtr0"})", "route: a text where an object is expected"},
+   {R"({"route": {"src": "10.0.0.2"}})", "route.dst: missing"},
+   {R"({"route": {"src": "10.0.0.2", "dst": "10.0.0.3", "iif": "a", "oifs": []}})", R"(route: group "10.0.0.3" is not a multicast address)"},
+   {R"({"route": {"src": "*", "dst": "239.1.1", "iif": "a", "oifs": []}})", R"(route: bad group address "239.1.1")"},
+   {R"({"route": {"src": "::1", "dst": "239.1.1.1", "iif": "a", "oifs": []}})", R"(route: source "::1" and group "239.1.1.1" are of different address families)"},
+   {R"({"route": {"src": "10.0.0.2", "dst": "239.1.1.1", "iif": "a", "oif": []}})", R"(route: unknown key "oif" (known: vrf, src, dst, groups, iif, oifs, ownOif, backup, fastdrop))"},
+   {R"({"route": {"src": "10.0.0.2", "dst": "239.1.1.1", "iif": "cpu", "oifs": []}})", R"(route.iif: "cpu" is not a port)"},
+   {R"({"route": {"src": "10.0.0.2", "dst": "239.1.1.1", "iif": "a", "oifs": ["b", "c", "b"]}})", R"(route.oifs[2]: "b" is there twice)"},
+   {R"({"route": {"src": "10.0.0.2", "dst": "239.1.1.1", "iif": "a", "oifs": ["cpu", 7]}})", "route.oifs[1]: the number 7 where a text is expected"},
+   {R"({"route": {"src": "10.0.0.2", "dst": "239.1.1.1", "iif": "a", "oifs": ["abcdefghijklmnop"]}})", R"(route.oifs[0]: interface name "abcdefghijklmnop" is longer than 15 bytes)"},
+   {ROUTE(R"(, "vrf": "")"), "route.vrf: empty VRF name"},
+   {ROUTE(R"(, "groups": 0)"), "route.groups: 0 is not from 1 to 1000000"},
+   {ROUTE(R"(, "groups": 2.0)"), "route.groups: the number 2.0 where a whole number is expected"},
+   {R"({"route": {"src": "*", "dst": "239.255.255.0", "groups": 257, "iif": "a", "oifs": []}})", R"(route.groups: 257 groups from "239.255.255.0" on are not all multicast)"},
+   {ROUTE(R"(, "groups": 1000, "ownOif": "abcdefghijkl")"), R"(route.ownOif: interface name "abcdefghijkl1000" is longer than 15 bytes)"},
+   {ROUTE(R"(, "backup": ["pimreg1"])"), R"(route.backup[0]: "pimreg1" is not a port)"},
+   {ROUTE(R"(, "fastdrop": ["rtr2", "rtr0"])"), R"(route.fastdrop[1]: "rtr0" is the iif)"},
+   // Other events.
+   {R"({"link": {"intf": "rtr0", "state": "dwn"}})", R"(link.state: unknown link state "dwn" (known: up, down, testing, unknown, dormant, notPresent, lowerLayerDown))"},
+   {R"({"bfd": {"intf": "rtr0", "ip": "10.0.0", "state": "up"}})", R"(bfd.ip: bad address "10.0.0")"},
+   {R"({"bfd": {"intf": "rtr0", "ip": "10.0.0.9", "state": "gone"}})", R"(bfd.state: unknown session state "gone" (known: adminDown, down, init, up, removed))"},
+   {TRAFFIC(R"(, "count": 2)"), "traffic.every: missing"},
+   {TRAFFIC(R"(, "count": 1000000, "every": 2)"), "traffic: the last packet is later than 1000000 s"},
+   {TRAFFIC(R"(, "count": 100000, "groups": 101, "every": 0)"), "traffic: more than 10000000 packets"},
+   {R"({"traffic": {"src": "*", "dst": "239.1.1.1", "iif": "rtr0"}})", "traffic.src: a packet has one source"},
+   {R"({"config": {}})", "config: nothing is configured"},
+   {R"({"config": {"activityPollingInterval": 256}})", "config.activityPollingInterval: 256 is not from 1 to 255"},
+   {R"({"config": {"allCounter": 1}})", "config.allCounter: the number 1 where true or false is expected"},
+   {R"({"fault": {"failNext": {"write": "boundaryCreate", "reason": "x"}}})", R"(fault.failNext.write: unknown kind of write "boundaryCreate" (known: groupCreate, groupUpdate, groupDelete, routeCreate, routePoint, routeDelete))"},
+   {R"({"fault": {"failNext": {"write": "groupCreate", "reason": ""}}})", "fault.failNext.reason: empty"},
+   {R"({"fault": {"rate": {"write": "groupCreate", "probability": 1.5}}})", "fault.rate.probability: 1.5 is not from 0 to 1"},
+   {R"({"fault": {"seed": -1}})", "fault.seed: -1 is not from 0 to 18446744073709551615"},
+   {R"({"show": []})", "show: no table"},
+   {R"({"show": ["routes", "leaves"]})", R"(show[1]: unknown table "leaves")"},
+   // Expectations.
+   {R"({"expect": {"within": 3}})", "expect: nothing is expected"},
+   {R"({"expect": {"zombies": {}}})", R"(expect.zombies: neither "min" nor "max")"},
+   {R"({"expect": {"zombies": {"min": 3, "max": 2}}})", R"(expect.zombies: "min" is above "max")"},
+   {R"({"expect": {"zombies": true}})", R"(expect.zombies: true where a number or {"min", "max"} is expected)"},
+   {R"({"expect": {"sinceMark": {"boundaryCreate": 0}}})", R"(expect.sinceMark: unknown key "boundaryCreate" (known: groupCreate, groupUpdate, groupDelete, routeCreate, routePoint, routeDelete, resurrections, purges, failedWrites, unchanged, refusals, sent, lost, duplicated, writes))"},
+   {R"({"expect": {"forward": [{"src": "10.0.0.2", "dst": "239.1.1.1", "iif": "rtr0"}]}})", "expect.forward[0].to: missing"},
+   {R"({"expect": {"forward": []}})", "expect.forward: empty list"},
+   {R"({"expect": {"route": {"src": "*", "dst": "239.1.1.1"}}})", "expect.route: nothing is expected of the route"},
+   {R"({"expect": {"route": {"src": "*", "dst": "239.1.1.1", "fastdropLastPollTime": {"r/0": 1}}}})", R"(expect.route.fastdropLastPollTime: interface name "r/0" has a byte that no interface name has)"},
+   {R"({"expect": {"trace": {"text": ""}}})", "expect.trace.text: empty"},
+   {R"({"expect": {"check": false}})", "expect.check: false expects nothing"},
+};
+// clang-format on
+
+TEST(Scenario, ReadsEveryKindOfLine) {
+   ScenarioParser parser;
+   std::vector<Line> lines;
+   for (std::string_view const text : goodLines) {
+      Line line;
+      auto const result = parser.parse(text, line);
+      ASSERT_NE(result, ScenarioParser::Result::malformed) << text << '\n' << parser.reason();
+      if (result == ScenarioParser::Result::event) lines.push_back(line);
+   }
+   ASSERT_EQ(lines.size(), std::size(goodLines) - 1);
+
+   auto const& route = std::get<Scenario::Route>(lines[1].event);
+   EXPECT_EQ(route.routes.toString(), "vrf blue (10.0.0.2, 239.1.1.1) and 999 more");
+   EXPECT_EQ(route.routes.key(999).pretty(), "(10.0.0.2, 239.1.4.232)");
+   EXPECT_TRUE(route.cpu);
+   EXPECT_EQ(route.oifs.size(), 2u);  // the CPU's register device is an interface like others
+   auto const& v6 = std::get<Scenario::Route>(lines[2].event);
+   EXPECT_EQ(v6.routes.key(999999).pretty(), "(*, ff3e::f:4240)");
+
+   std::vector<double> times;
+   for (Line const& line : lines)
+      times.push_back(line.at);
+   EXPECT_EQ(times, (std::vector<double>{0, 0, 0, .5, .5, .5, 3, 3, 3, 3, 3, 3, 3, 3, 3, 3}));
+   EXPECT_FALSE(std::get<Scenario::Bfd>(lines[5].event).state);
+   auto const& expect = std::get<Scenario::Expect>(lines.back().event);
+   EXPECT_EQ(expect.said[0].seen.toString(), "0");
+   EXPECT_EQ(expect.said[1].seen.toString(), "2 to 3");
+}
+
+TEST(Scenario, RefusesABadLineWithThePathOfTheKeyAndKeepsNothingOfIt) {
+   ScenarioParser parser;
+   Line line;
+   ASSERT_EQ(parser.parse(R"({"at": 7, "mark": "before"})", line), ScenarioParser::Result::event);
+   for (BadLine const& bad : badLines) {
+      EXPECT_EQ(parser.parse(bad.line, line), ScenarioParser::Result::malformed) << bad.line;
+      EXPECT_EQ(parser.reason(), bad.reason) << bad.line;
+      EXPECT_EQ(std::get<Scenario::Mark>(line.event).text, "before");
+   }
+   // Neither has a time been taken from any of them.
+   ASSERT_EQ(parser.parse(R"({"after": 1, "mark": "next"})", line), ScenarioParser::Result::event);
+   EXPECT_EQ(line.at, 8);
+}
+
+TEST(Scenario, SurvivesDamagedLinesAndAlwaysSaysWhy) {
+   std::mt19937 random(20261121);
+   std::size_t malformed = 0;
+   for (unsigned round = 0; round < 6000; ++round) {
+      std::string text(goodLines[round % std::size(goodLines)]);
+      for (unsigned damage = random() % 3 + 1; damage-- > 0 && !text.empty();) {
+         std::size_t const at = random() % text.size();
+         switch (random() % 4) {
+            case 0:
+               text.erase(at, random() % 8 + 1);
+               break;
+            case 1:
+               text[at] = static_cast<char>(random());
+               break;
+            case 2:
+               text.insert(at, text.substr(random() % text.size(), random() % 12));
+               break;
+            default:
+               text.insert(at, 1, R"(0-9.e"[]{},:\)"[random() % 13]);
+         }
+      }
+      ScenarioParser parser;
+      Line line;
+      if (parser.parse(text, line) != ScenarioParser::Result::malformed) continue;
+      ++malformed;
+      EXPECT_FALSE(parser.reason().empty()) << text;
+      EXPECT_TRUE(std::holds_alternative<Scenario::Settings>(line.event)) << text;  // untouched
+   }
+   EXPECT_GT(malformed, 3000u);
+}
+
+TEST(Scenario, ReadsAWholeFileAndNamesEveryBadLine) {
+   TempDir const dir;
+   std::string const path =
+         dir.file("s.jsonl", gzip("# title\n{\"scenario\": {\"title\": \"t\"}}\n"
+                                  "{\"at\": 1, \"mark\": \"a\"}\nnonsense\n"
+                                  "{\"at\": 0, \"mark\": \"b\"}\r\n\n" +
+                                  std::string(70000, ' ') + "\n{\"after\": 1, \"mark\": \"c\"}"));
+   EXPECT_TRUE(isScenarioFile(path));
+   ScenarioFile const file = ScenarioFile::read(path);
+   EXPECT_EQ(file.settings.title, "t");
+   ASSERT_EQ(file.lines.size(), 2u);
+   EXPECT_EQ(file.lines[1].where.toString(), path + ":8");
+   EXPECT_EQ(file.lines[1].at, 2);
+   ASSERT_EQ(file.errors.size(), 3u);
+   EXPECT_EQ(file.errors[0].toString(),
+             path + ":4: not valid JSON: column 2: syntax error while parsing value - invalid "
+                    "literal; last read: 'no'\n    nonsense");
+   EXPECT_EQ(file.errors[1].toString(), path + ":5: at: 0 is before the time of the line before, 1"
+                                               "\n    {\"at\": 0, \"mark\": \"b\"}");
+   EXPECT_EQ(file.errors[2].position.line, 7u);
+   EXPECT_EQ(ScenarioFile::read(dir.path("none")).errors.at(0).toString(),
+             dir.path("none") + ": cannot open: No such file or directory");
+   EXPECT_FALSE(isScenarioFile(dir.path("none")));
+   EXPECT_FALSE(isScenarioFile(dir.file("capture", "# c\n[{\"src\": 1}]\n{\n")));
+}
+
+// Takes notes of what is done with it, with the time; its routes forward to rtr3, or where told.
+class NotedTarget final : public ScenarioTarget {
+ public:
+   NotedTarget()
+         : time_(Qor::make<Qor::ActivityManager>(Qor::ActivityManager::TimeBase::virtualTime)) {
+      Qor::activityManagerIs(time_);
+   }
+   ~NotedTarget() override { Qor::activityManagerIs(nullptr); }
+
+   double nextDeadline() const override { return time_->nextDeadline(); }
+   void runUntil(double time) override { time_->runUntil(time); }
+   void settle() override { note("settle"); }
+   void routeIs(Route const& r) override {
+      std::string text = "route " + r.key.pretty() + " iif " + r.iif.name() + " oifs";
+      for (auto const oif : r.oifs)
+         text += ' ' + oif.name();
+      note(text);
+   }
+   void routeDel(L3::VrfName const&, Scenario::RouteKey const& key) override {
+      throw ScenarioRefused("no " + key.pretty());
+   }
+   void linkIs(Lnet::IntfId intf, Interface::IntfOperStatus) override {
+      note("link " + intf.name());
+   }
+   void bfdIs(Bfd::Peer const&, std::optional<Bfd::OperState>) override { note("bfd"); }
+   void configIs(Scenario::Config const&) override { note("config"); }
+   void counterRouteIs(L3::VrfName const&, Scenario::RouteKey const&, bool) override {}
+   void faultIs(Scenario::Fault const&) override { note("fault"); }
+   Copies send(Packet const& packet) override {
+      note("packet " + packet.group.toString());
+      return {to, to.empty() ? "noRoute" : "forwarded"};
+   }
+   RouteFacts route(L3::VrfName const&, Scenario::RouteKey const&) const override { return facts; }
+   std::uint64_t value(Scenario::State state) const override {
+      return state == Scenario::State::zombies ? zombies : 7;
+   }
+   std::uint64_t value(Count count) const override { return count == Count::purges ? purges : 0; }
+   std::vector<std::string> check() override { return std::vector<std::string>(12, "bad"); }
+   std::vector<std::string> audit() const override { return {"a leak"}; }
+   void show(std::vector<std::string> const&) override { note("show"); }
+
+   std::vector<std::string> notes;
+   std::map<std::string, unsigned> to{{"rtr3", 1}};
+   RouteFacts facts;
+   std::uint64_t zombies = 0;
+   std::uint64_t purges = 3;
+
+ private:
+   void note(std::string const& text) {
+      notes.push_back(Scenario::numberText(Qor::now()) + ' ' + text);
+   }
+
+   Qor::Ptr<Qor::ActivityManager> const time_;
+};
+
+// Does something at a time, on the switch's own clock.
+class At final : public Qor::Clock::Notifiee {
+ public:
+   At(double time, std::function<void()> call)
+         : clock_(Qor::make<Qor::Clock>()), call_(std::move(call)) {
+      notifierIs(clock_.get());
+      clock_->timeMinIs(time);
+   }
+   void onTime() override {
+      clock_->timeMinIs(Qor::never);
+      call_();
+   }
+
+ private:
+   Qor::Ptr<Qor::Clock> const clock_;
+   std::function<void()> call_;
+};
+
+std::vector<Line> linesOf(std::string const& text) {
+   TempDir const dir;
+   ScenarioFile const file = ScenarioFile::read(dir.file("s", text));
+   for (InputError const& error : file.errors)
+      ADD_FAILURE() << error.toString();
+   std::vector<Line> lines = file.lines;
+   for (Line& line : lines)
+      line.where.file = "s";
+   return lines;
+}
+
+std::vector<std::string> failuresOf(ScenarioPlayer const& player) {
+   std::vector<std::string> out;
+   for (auto const& failure : player.failures())
+      out.push_back(failure.toString());
+   return out;
+}
+
+TEST(ScenarioPlayer, SendsPacketsAtTheirTimesBetweenTheLines) {
+   NotedTarget target;
+   auto const lines = linesOf(
+         R"({"at": 1, "traffic": {"src": "10.0.0.2", "dst": "239.1.1.1", "iif": "rtr0", "count": 4, "every": 0.5}}
+{"at": 1, "link": {"intf": "rtr1", "state": "down"}}
+{"at": 1.5, "traffic": {"src": "10.0.0.2", "dst": "239.1.1.8", "groups": 2, "iif": "rtr0", "count": 2, "every": 0.5}}
+{"at": 1.7, "route": {"src": "*", "dst": "239.1.1.255", "groups": 2, "iif": "rtr0", "oifs": ["rtr3"], "ownOif": "l"}}
+{"at": 2, "link": {"intf": "rtr2", "state": "down"}}
+)");
+   ScenarioPlayer player(target, lines);
+   At const due(2, [&] { target.show({}); });  // the switch's own work comes before packets
+   player.play();
+   EXPECT_EQ(target.notes, (std::vector<std::string>{
+                                 "1 packet 239.1.1.1", "1 link rtr1", "1.5 packet 239.1.1.1",
+                                 "1.5 packet 239.1.1.8", "1.5 packet 239.1.1.9",
+                                 "1.7 route (*, 239.1.1.255) iif rtr0 oifs rtr3 l1",
+                                 "1.7 route (*, 239.1.2.0) iif rtr0 oifs rtr3 l2", "2 show",
+                                 "2 packet 239.1.1.1", "2 packet 239.1.1.8", "2 packet 239.1.1.9",
+                                 "2 link rtr2", "2.5 packet 239.1.1.1", "2.5 settle"}));
+   EXPECT_EQ(player.packets(), 8u);
+   EXPECT_EQ(failuresOf(player),
+             std::vector<std::string>{"s:5: at 2.500000 s: in the end: a leak"});
+}
+
+TEST(ScenarioPlayer, SaysOfEachFailedExpectationWhatWasExpectedAndWhatFound) {
+   NotedTarget target;
+   target.facts = {"waitingGroup", "no room", 1.5, {{"rtr2", 0.5}}, 3, std::nullopt};
+   auto const lines = linesOf(
+         R"({"at": 1, "expect": {"wanted": 7, "zombies": 2, "groups": {"min": 8}}}
+{"expect": {"forward": {"src": "10.0.0.2", "dst": "239.1.1.1", "groups": 3, "iif": "rtr0", "to": ["rtr4", "cpu"]}}}
+{"expect": {"forward": {"src": "10.0.0.2", "dst": "239.1.1.1", "iif": "rtr0", "to": ["rtr3"]}}}
+{"expect": {"route": {"vrf": "blue", "src": "*", "dst": "239.1.1.1", "state": "inHardware", "reason": "no", "lastPollTime": 1.5000001, "fastdropLastPollTime": {"rtr2": {"min": 1}, "rtr9": 0}, "packets": 2, "bytes": 0}}}
+{"expect": {"now": {"max": 0.9}, "check": true}}
+{"withdraw": {"src": "*", "dst": "239.1.1.1"}}
+{"traffic": {"src": "10.0.0.2", "dst": "239.1.1.1", "iif": "rtr0", "count": 2, "every": 0}}
+{"expect": {"sinceMark": {"sent": 2, "lost": 1, "duplicated": 0, "purges": 0}, "delivered": {"rtr3": 2, "rtr4": 1}}}
+{"mark": "again"}
+{"expect": {"sinceMark": {"sent": 0, "writes": 0}, "delivered": {"rtr3": 0}}}
+)");
+   ScenarioPlayer player(target, lines);
+   while (player.step()) {
+      if (player.played() == 6) target.to = {{"rtr3", 2}};
+   }
+   EXPECT_EQ(player.expectations(), 7u);
+   std::vector<std::string> expected = {
+         "s:1: at 1.000000 s: groups: expected at least 8, found 7",
+         "s:1: at 1.000000 s: zombies: expected 2, found 0",
+         "s:2: at 1.000000 s: forward (10.0.0.2, 239.1.1.1) from rtr0: expected cpu rtr4, found "
+         "rtr3 (forwarded); and 2 more groups",
+         "s:4: at 1.000000 s: route vrf blue (*, 239.1.1.1) state: expected inHardware, found "
+         "waitingGroup (no room); fastdropLastPollTime of rtr2: expected at least 1, found 0.5; "
+         "fastdropLastPollTime of rtr9: expected 0, found none; packets: expected 2, found 3; "
+         "bytes: expected 0, found none",
+         "s:5: at 1.000000 s: now: expected at most 0.9, found 1"};
+   expected.insert(expected.end(), 10, "s:5: at 1.000000 s: check: bad");
+   expected.insert(expected.end(), {"s:5: at 1.000000 s: check: and 2 more",
+                                    "s:6: at 1.000000 s: no (*, 239.1.1.1)",
+                                    "s:8: at 1.000000 s: sinceMark lost: expected 1, found 0",
+                                    "s:8: at 1.000000 s: sinceMark duplicated: expected 0, found 2",
+                                    "s:8: at 1.000000 s: delivered at rtr3: expected 2, found 4",
+                                    "s:8: at 1.000000 s: delivered at rtr4: expected 1, found 0"});
+   EXPECT_EQ(failuresOf(player), expected);
+}
+
+TEST(ScenarioPlayer, WaitsForWhatMayBecomeTrueAndNoLonger) {
+   NotedTarget target;
+   At const becomes(1.25, [&] { target.zombies = 1; });
+   auto const lines = linesOf(R"({"at": 1, "expect": {"within": 0.5, "zombies": 1, "now": 1.25}}
+{"at": 1.3, "link": {"intf": "rtr1", "state": "down"}}
+{"at": 2, "expect": {"within": 0.5, "zombies": 2}}
+{"at": 2.1, "link": {"intf": "rtr2", "state": "down"}}
+)");
+   ScenarioPlayer player(target, lines);
+   while (player.step()) {
+   }
+   EXPECT_EQ(failuresOf(player),
+             std::vector<std::string>{"s:3: at 2.500000 s: zombies: expected 2, found 1"});
+   EXPECT_EQ(target.notes, (std::vector<std::string>{"1.3 link rtr1", "2.5 link rtr2"}));
+}
+
+// Keeps what comes to it.
+class KeptTraces final : public Qor::TraceSink {
+ public:
+   void trace(Qor::TraceRecord const& record) override { kept.emplace_back(record.message); }
+   std::vector<std::string> kept;
+};
+
+TEST(ScenarioPlayer, CountsTracesAndLogMessagesSinceTheMarkAndShowsOnlyWhatWasAskedFor) {
+   NotedTarget target;
+   KeptTraces kept;
+   Qor::TraceSink* const before = Qor::traceSinkIs(&kept);
+   Qor::U16 const levels = Vel::velTrace().levels();
+   Vel::velTrace().levelsIs(0b1);
+   auto const lines = linesOf(R"({"at": 1, "expect": {"trace": {"text": "wake", "level": 2}}}
+{"expect": {"trace": [{"text": "wake", "level": 1, "seen": false}, {"text": "wake up", "level": 2, "seen": 1}]}}
+{"expect": {"log": {"name": "MROUTE_ACTIVITY_POLLING_INTERVAL_NOT_SUPPORTED", "text": "5s instead of the configured 1s"}}}
+{"mark": "from here"}
+{"expect": {"trace": {"text": "wake", "level": 9}, "log": {"seen": false}}}
+)");
+   {
+      ScenarioPlayer player(target, lines);
+      At const says(0.5, [] {
+         QOR_TRACE(Vel::velTrace(), "here", 2, "wake up");
+         QOR_TRACE(Vel::velTrace(), "here", 0, "shown");
+         Qor::log(Vel::mrouteActivityPollingIntervalNotSupported, {5, 1});
+      });
+      while (player.step()) {
+      }
+      EXPECT_EQ(failuresOf(player),
+                std::vector<std::string>{"s:5: at 1.000000 s: trace \"wake\" of level 0 to 9: "
+                                         "expected at least 1, found 0"});
+   }
+   EXPECT_EQ(kept.kept, std::vector<std::string>{"shown"});
+   EXPECT_EQ(Vel::velTrace().levels(), 0b1);
+   Vel::velTrace().levelsIs(levels);
+   Qor::traceSinkIs(before);
+}
+
+}  // namespace
+}  // namespace Agent

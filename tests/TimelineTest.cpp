@@ -1,0 +1,205 @@
+// The timeline of a run: what it writes is read back as a trace viewer reads it.
+#include "agent/Timeline.h"
+
+#include <gtest/gtest.h>
+
+#include <sstream>
+
+#include "Qor/Clock.h"
+#include "Routing/Hardware/RouteStatus.h"
+#include "platform/sim/AsyncPlatform.h"
+
+namespace Agent {
+namespace {
+
+using MrouteLib::OifSetPtr;
+using nlohmann::json;
+
+// A switch on the simulated chip, whose writes take a millisecond.
+class TimelineTest : public testing::Test {
+ protected:
+   TimelineTest() {
+      Qor::activityManagerIs(time_);
+      chip_ = Qor::make<Sim::Chip>(Sim::ChipConfig{8, 8, 1, 0.001});
+      platform_ = Qor::make<Sim::AsyncPlatform>("sim", chip_);
+      auto const vrfs = Qor::make<Routing::Hardware::RouteStatus>();
+      vrfs->newVrfStatus(L3::VrfName("default"), Vel::VrfId(0));
+      switch_ = Vel::Mroute::asyncMrouteSwitchFactory("switch \"1\"", vrfs, platform_);
+      for (unsigned i = 1; i <= 3; ++i) {
+         EXPECT_EQ(chip_->portAdd(intf(i), i, Bridging::VlanIdOrNone(i)), "");
+         MrouteLib::PortVlanSet set(Routing::Multicast::Fib::RouteKeyType::routed);
+         set.newPortVlan(MrouteLib::PortVlan(intf(i), Bridging::VlanIdOrNone(i)), true);
+         sets_.push_back(tables_->newOifSet(set));
+      }
+      timeline_ = std::make_unique<Timeline>(out_);
+      EXPECT_EQ(timeline_->observe(*switch_), 1u);
+   }
+   ~TimelineTest() override {
+      timeline_ = nullptr;
+      switch_ = nullptr;
+      platform_ = nullptr;
+      Qor::activityManagerIs(nullptr);
+   }
+
+   static Lnet::IntfId intf(unsigned i) { return Lnet::IntfId("et" + std::to_string(i)); }
+   void at(double time) { time_->runUntil(time); }
+
+   MrouteLib::MtableOifSetPtr allocate(OifSetPtr const& set) {
+      timeline_->xact("allocate", switch_->doAllocateMtableOifSet({}, set, nullptr, 0, false));
+      auto record = switch_->mtableOifSet();
+      switch_->mtableOifSetIs(nullptr);
+      return record;
+   }
+   MrouteLib::RouteHandle program(unsigned group, MrouteLib::MtableOifSetPtr const& record) {
+      switch_->doAllocateRoute(
+            Routing::Multicast::Fib::IpGenRouteKey::fromAddresses(
+                  Lnet::IpGenAddr::v4(0x0A000002), Lnet::IpGenAddr::v4(0xEF010100 + group)),
+            Bridging::VlanIdOrNone(1), false, {}, L3::VrfName("default"));
+      auto const handle = switch_->routeHandle();
+      timeline_->xact("point", switch_->doSetMtableOifSet(handle, record, nullptr));
+      return handle;
+   }
+
+   // The events of the finished file, which is parsed as a whole.
+   std::vector<json> finished() {
+      timeline_->finish();
+      json const file = json::parse(out_.str());
+      EXPECT_EQ(file.at("traceEvents").size(), timeline_->events());
+      return file.at("traceEvents");
+   }
+
+   // The spans as "CATEGORY NAME BEGIN-END OUTCOME", with times in microseconds; each end has
+   // exactly one beginning before it, and no time goes back.
+   static std::vector<std::string> spans(std::vector<json> const& events) {
+      std::vector<std::string> out;
+      std::map<std::string, std::size_t> begun;
+      double last = 0;
+      for (json const& e : events) {
+         std::string const phase = e.at("ph");
+         EXPECT_LE(last, e.at("ts").get<double>()) << e;
+         last = e.at("ts");
+         if (phase != "b" && phase != "e") continue;
+         std::string const id = e.at("cat").get<std::string>() + e.at("id").get<std::string>();
+         if (phase == "b") {
+            EXPECT_TRUE(begun.emplace(id, out.size()).second) << e;
+            out.push_back(e.at("cat").get<std::string>() + ' ' + e.at("name").get<std::string>() +
+                          ' ' + e.at("ts").dump() + '-');
+         } else if (auto const node = begun.extract(id); node.empty()) {
+            ADD_FAILURE() << "ends what has not begun: " << e;
+         } else {
+            out[node.mapped()] +=
+                  e.at("ts").dump() + ' ' + e.at("args").at("outcome").get<std::string>();
+         }
+      }
+      EXPECT_TRUE(begun.empty());
+      return out;
+   }
+
+   Qor::Ptr<Qor::ActivityManager> const time_ =
+         Qor::make<Qor::ActivityManager>(Qor::ActivityManager::TimeBase::virtualTime);
+   Qor::Ptr<MrouteLib::MrouteTableColl> const tables_ = Qor::make<MrouteLib::MrouteTableColl>();
+   Qor::Ptr<Sim::Chip> chip_;
+   Qor::Ptr<Sim::AsyncPlatform> platform_;
+   Qor::Ptr<Vel::Mroute::AsyncMrouteSwitch> switch_;
+   std::vector<OifSetPtr> sets_;
+   std::ostringstream out_;
+   std::unique_ptr<Timeline> timeline_;
+};
+
+TEST_F(TimelineTest, ShowsTheLivesOfRoutesZombiesAndTransactions) {
+   std::string const name[] = {"OifSet#" + std::to_string(sets_[0]->serial()),
+                               "OifSet#" + std::to_string(sets_[1]->serial()),
+                               "OifSet#" + std::to_string(sets_[2]->serial())};
+   at(1);
+   platform_->faults().failNext(Sim::WriteKind::routePoint, "parity", 1);
+   auto first = allocate(sets_[0]);
+   auto const one = program(1, first);
+   at(2);
+   // The zombie of the first set is brought back at once with another: no time, but an outcome.
+   switch_->doDeleteRoute(one);
+   first = nullptr;
+   at(2.5);
+   first = allocate(sets_[0]);
+   auto const two = program(2, first);
+   auto second = allocate(sets_[1]);
+   auto const three = program(3, second);
+   at(3);
+   switch_->doDeleteRoute(two);
+   switch_->doDeleteRoute(three);
+   first = second = nullptr;
+   at(4);
+   switch_->zombieOifSetDel(switch_->zombieOifSet().begin()->first);  // given up for room
+   auto third = allocate(sets_[2]);
+   at(6);
+   switch_->zombieOifSetDelAll();  // due
+
+   EXPECT_EQ(spans(finished()), (std::vector<std::string>{
+                                      "xact allocate 1000000-1001000 succeeded",
+                                      "route (10.0.0.2, 239.1.1.1) 1000000-2000000 released",
+                                      "xact point 1000000-1001000 failed",
+                                      "zombie zombie " + name[0] + " 2000000-2500000 resurrected",
+                                      "xact allocate 2500000-2500000 succeeded",
+                                      "route (10.0.0.2, 239.1.1.2) 2500000-3000000 released",
+                                      "xact point 2500000-2501000 succeeded",
+                                      "xact allocate 2500000-2501000 succeeded",
+                                      "route (10.0.0.2, 239.1.1.3) 2500000-3000000 released",
+                                      "xact point 2500000-2501000 succeeded",
+                                      "zombie zombie " + name[0] + " 3000000-4000000 purged",
+                                      "zombie zombie " + name[1] + " 3000000-6000000 expired",
+                                      "xact allocate 4000000-4001000 succeeded",
+                                }));
+}
+
+TEST_F(TimelineTest, SamplesTheTablesOnceForEachInstantThatChangesThem) {
+   std::vector<MrouteLib::MtableOifSetPtr> records;
+   for (double const time : {1.0, 2.0}) {
+      at(time);
+      for (unsigned i = 0; i < 3; ++i) {
+         records.push_back(allocate(sets_[i]));
+         program(static_cast<unsigned>(time) * 10 + i, records.back());
+      }
+      timeline_->counter("queue", {{"pending", platform_->queue()->pending()}});
+   }
+   at(3);
+   std::vector<std::string> samples;
+   for (json const& e : finished()) {
+      if (e.at("ph") == "C") samples.push_back(e.at("ts").dump() + ' ' + e.at("args").dump());
+   }
+   EXPECT_EQ(samples, (std::vector<std::string>{
+                            R"(0 {"groups":0,"rerouting":0,"routes":0,"zombies":0})",
+                            R"(1000000 {"pending":9.0})",
+                            R"(1000000 {"groups":3,"rerouting":0,"routes":3,"zombies":0})",
+                            R"(2000000 {"pending":6.0})",
+                            R"(2000000 {"groups":3,"rerouting":0,"routes":6,"zombies":0})"}));
+}
+
+TEST_F(TimelineTest, IsWholeWhenTheRunEndsEarlyAndWhenTheSwitchDiesFirst) {
+   auto record = allocate(sets_[0]);
+   program(1, record);
+   timeline_->instant("link down \x01\xff", {{"intf", "et1"}});
+   at(0.0005);
+   switch_->frrProcessingOifSetIs(sets_[0],
+                                  static_cast<Vel::Mroute::AsyncMtableOifSet*>(record.get()));
+   record = nullptr;
+   switch_ = nullptr;
+   auto const events = finished();
+   std::string const set = "OifSet#" + std::to_string(sets_[0]->serial());
+   EXPECT_EQ(spans(events),
+             (std::vector<std::string>{
+                   "xact allocate 0-500 open", "route (10.0.0.2, 239.1.1.1) 0-500 open",
+                   "xact point 0-500 open", "reroute reroute " + set + " 500-500 open",
+                   "zombie zombie " + set + " 500-500 open"}));
+   EXPECT_EQ(events[0].at("args").at("name"), "switch \"1\"");
+   auto const instant = std::find_if(events.begin(), events.end(), [](json const& e) {
+      return e.at("ph") == "i" && e.at("tid") == 2;
+   });
+   ASSERT_NE(instant, events.end());
+   EXPECT_EQ(instant->at("name"), "link down \x01\xEF\xBF\xBD");
+   EXPECT_EQ(instant->at("args").at("intf"), "et1");
+   timeline_->instant("late");
+   timeline_->xact("late", Qor::make<Hux::Xact>());
+   EXPECT_TRUE(json::accept(out_.str()));  // nothing behind the end
+}
+
+}  // namespace
+}  // namespace Agent
