@@ -135,10 +135,10 @@ TEST_F(QorPtr, ObjectHeldByNotifieesMayBeReferencedAgainAndDiesWhenTheLastOneLea
       EXPECT_EQ(history, History{"lost"});
       Ptr<Watched const> again(last->notifier());
       EXPECT_FALSE(again->livesUnreferenced());
-      leave(first, other);
-      EXPECT_EQ(history, History{"lost"});
       again = nullptr;
       EXPECT_TRUE(last->notifier()->livesUnreferenced());
+      leave(first, other);
+      EXPECT_EQ(history, (History{"lost", "lost"}));
       leave(last, other);
       EXPECT_EQ(history, (History{"lost", "lost", "lost", "deleted"}));
    }
