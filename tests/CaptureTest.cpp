@@ -45,7 +45,7 @@ std::vector<Mark> marksOf(std::string const& capture) {
 
 struct CaptureCase {
    char const* name;
-   char const* snapshot;             // what the names of its snapshots end in
+   char const* family;               // of the routes
    std::vector<std::size_t> routes;  // at each mark
    std::uint64_t lines;
    char const* links;  // in the end
@@ -54,14 +54,9 @@ struct CaptureCase {
 
 TEST(Capture, ReplayedToEachMarkIsTheTableThatWasReadThere) {
    CaptureCase const cases[] = {
-         {"churn",
-          "-mroute4.json",
-          {1178, 1147},
-          14564,
-          "pimreg up; rtr1 up; rtr5 up; ",
-          78.283122},
-         {"ssm-scale", "-mroute4.json", {2400, 2131, 2400}, 18503, "pimreg up; ", 75.510456},
-         {"static-v6", "-mroute6.json", {512, 512, 407}, 1578, "", 51.00075},
+         {"churn", "4", {1178, 1147}, 14564, "pimreg up; rtr1 up; rtr5 up; ", 78.283122},
+         {"ssm-scale", "4", {2400, 2131, 2400}, 18503, "pimreg up; ", 75.510456},
+         {"static-v6", "6", {512, 512, 407}, 1578, "", 51.00075},
    };
    for (auto const& c : cases) {
       SCOPED_TRACE(c.name);
@@ -73,7 +68,8 @@ TEST(Capture, ReplayedToEachMarkIsTheTableThatWasReadThere) {
          SCOPED_TRACE(marks[i].name);
          replay(events, state, marks[i].lines);
          CaptureState table;
-         CaptureReader snapshot({example(std::string(c.name) + "/" + marks[i].name + c.snapshot)});
+         CaptureReader snapshot(
+               {example(c.name + ("/" + marks[i].name) + "-mroute" + c.family + ".json")});
          replay(snapshot, table, ~std::uint64_t{0});
          EXPECT_EQ(table.routes().size(), c.routes[i]);
          auto const found = differences(table.routes(), state.routes());
@@ -174,13 +170,6 @@ TEST(Snapshot, ReplacesTheTablesItNamesAndLeavesTheOthersAlone) {
       ASSERT_TRUE(parser.parse(text, event)) << parser.reason();
       state.apply(CaptureEvent(event));
    };
-   auto const table = [&state] {
-      std::string text;
-      for (auto const& [id, route] : state.routes()) {
-         text += id.toString() + " " + route.toString() + "\n";
-      }
-      return text;
-   };
    apply(R"([{"src":"::","dst":"ff3e::1","multipath":[{"oif":"b"},{"oif":"a"},{"oif":"b"}]}])");
    apply(R"([{"src":"10.0.0.2","dst":"239.1.1.1","iif":"a"},)"
          R"({"src":"10.0.0.2","dst":"239.1.1.2","table":"blue"}])");
@@ -188,7 +177,10 @@ TEST(Snapshot, ReplacesTheTablesItNamesAndLeavesTheOthersAlone) {
    // The route that is not listed any more goes; of two entries of one route the later counts.
    apply(R"([{"src":"10.0.0.2","dst":"239.1.1.3","state":"unresolved"},)"
          R"({"src":"10.0.0.2","dst":"239.1.1.3","iif":"a"}])");
-   EXPECT_EQ(table(),
+   std::string table;
+   for (auto const& [id, route] : state.routes())
+      table += id.toString() + " " + route.toString() + "\n";
+   EXPECT_EQ(table,
              "vrf blue (10.0.0.2, 239.1.1.2) iif none, oifs none\n"
              "vrf default (10.0.0.2, 239.1.1.3) iif a, oifs none\n"
              "vrf default (*, ff3e::1) iif none, oifs a b\n");
@@ -234,8 +226,7 @@ TEST(CaptureReader, DeliversErrorsInTheirPlacesAndGoesOnBehindThem) {
          std::string("0 ") + set1,
          "error " + file +
                ":3: unknown word \"nonsense\" where a multicast route or a link is expected "
-               "(column "
-               "1)\n    nonsense \\x1b[1m",
+               "(column 1)\n    nonsense \\x1b[1m",
          "error " + file + ":4: the line has a NUL byte (column 4)\n    nul\\x00byte",
          "error " + file + ":5: the line is longer than 65536 bytes\n    " + std::string(200, 'x') +
                "...",
@@ -250,10 +241,8 @@ TEST(CaptureReader, DeliversErrorsInTheirPlacesAndGoesOnBehindThem) {
          << ::testing::PrintToString(got);
    EXPECT_TRUE(got[4].starts_with("error " + file + ":7: not valid JSON: ")) << got[4];
    EXPECT_EQ(reader.lines(), 18u);
-
    auto const unreadable = CaptureReader::unreadable({file, missing, "-", dir.path("")});
    ASSERT_EQ(unreadable.size(), 2u);
-   EXPECT_EQ(unreadable[0].toString(), missing + ": cannot open: No such file or directory");
    EXPECT_EQ(unreadable[1].toString(), dir.path("") + ": cannot read: Is a directory");
 }
 
@@ -265,18 +254,14 @@ TEST(CaptureReader, ReadsASnapshotOfAnyLength) {
       text += (i ? "," : "") + std::string("{\"src\":\"10.0.") + std::to_string(i / 250) + "." +
               std::to_string(i % 250) + "\",\"dst\":\"239.1.1.1\",\"iif\":\"a\"}";
    }
-   for (std::size_t pad = 0; pad < 2; ++pad) {
-      // Once with blanks such that the closing bracket ends a piece of the line.
-      std::size_t const size = text.size() + 1;
-      std::string const blanks(pad ? LineSource::pieceLimit - size % LineSource::pieceLimit : 0,
-                               ' ');
-      CaptureReader reader({dir.file("table", text + blanks + "]  \n" + route1 + "\n")});
-      CaptureEvent event;
-      ASSERT_EQ(reader.next(event), CaptureReader::Result::event) << reader.error().toString();
-      EXPECT_EQ(std::get<SnapshotEvent>(event).routes.size(), 4000u);
-      EXPECT_EQ(readAll(reader), Texts{std::string("0 ") + set1});
-      EXPECT_EQ(reader.lines(), 2u);
-   }
+   // Blanks such that the closing bracket ends a piece of the line.
+   text.append(LineSource::pieceLimit - 1 - text.size() % LineSource::pieceLimit, ' ');
+   CaptureReader reader({dir.file("table", text + "]  \n" + route1 + "\n")});
+   CaptureEvent event;
+   ASSERT_EQ(reader.next(event), CaptureReader::Result::event) << reader.error().toString();
+   EXPECT_EQ(std::get<SnapshotEvent>(event).routes.size(), 4000u);
+   EXPECT_EQ(readAll(reader), Texts{std::string("0 ") + set1});
+   EXPECT_EQ(reader.lines(), 2u);
 }
 
 TEST(CaptureState, ReplacesRoutesForgetsDeletedOnesAndFollowsALinkToItsNewName) {
@@ -300,10 +285,6 @@ TEST(CaptureState, ReplacesRoutesForgetsDeletedOnesAndFollowsALinkToItsNewName) 
              "vrf default (*, 239.1.1.2): expected no route, got iif b, oifs b c\n"
              "vrf default (10.0.0.2, 239.1.1.1): expected no route, got unresolved, iif b, oifs "
              "none\n");
-   RouteStates other = state.routes();
-   other.begin()->second.oifs.pop_back();
-   EXPECT_EQ(differences(other, state.routes()).at(0).toString(),
-             "vrf default (*, 239.1.1.2): expected iif b, oifs b, got iif b, oifs b c");
    ASSERT_EQ(state.links().size(), 2u);
    EXPECT_EQ(state.links().at(Lnet::IntfId("x")).status, Interface::IntfOperStatus::down);
    EXPECT_EQ(state.links().at(Lnet::IntfId("y")).status, Interface::IntfOperStatus::notPresent);
