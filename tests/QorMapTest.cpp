@@ -116,14 +116,10 @@ template <class Map>
 void showEmptyMapToTheLeaving() {
    Map map;
    int left = 0;
-   auto const look = [&] {
-      ++left;
-      EXPECT_TRUE(map.empty() && map.begin() == map.end());
-   };
+   auto const look = [&] { left += map.empty() && map.begin() == map.end(); };
    auto const fill = [&] { map.insert(Qor::make<Member>(look), Qor::make<Member>(look)); };
    fill();
    map.take(map.begin()->first);
-   EXPECT_EQ(left, 2);
    fill();
    map.clear();
    EXPECT_EQ(left, 4);
