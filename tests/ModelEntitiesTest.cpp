@@ -13,11 +13,8 @@
 #include "IntfVlanId/Table.h"
 #include "Routing/Hardware/RouteStatus.h"
 #include "Routing/Multicast/Fib/Counter.h"
-#include "Routing/Multicast/Fib/CounterStatusCtl.h"
 #include "Routing/Multicast/Fib/Hardware/Status.h"
 #include "Routing/Multicast/Fib/VrfConfig.h"
-#include "Vel/L3Status.h"
-#include "Vel/VerifyData.h"
 
 namespace {
 
@@ -136,25 +133,6 @@ TEST(ModelEntities, InterfacesAndVlansAreInStepWheneverAnybodyIsTold) {
              "IntfVlanId::Table::intfId empty not allowed");
 }
 
-TEST(ModelEntities, TheVrfMapTellsEachSideOnceAndKeepsNamesOfAnyLength) {
-   auto const l3 = Qor::make<Vel::L3Status>();
-   struct Watch final : Vel::L3Status::Notifiee {
-      void onVrfNameToVrfId(Qor::Name const& name) override { log.push_back(name); }
-      void onVrfIdToVrfName(VrfId id) override { log.push_back(id.strep()); }
-      Log log;
-   } watch;
-   watch.notifierIs(l3);
-   std::string const longName(101, 'x');
-   l3->vrfNameToVrfIdIs("red", VrfId(1));
-   l3->vrfNameToVrfIdIs("red", VrfId(1));
-   l3->vrfNameToVrfIdIs(longName, VrfId(1));  // takes it from red
-   l3->vrfNameToVrfIdIs(longName, VrfId(2));
-   EXPECT_EQ(l3->vrfIdToVrfName(VrfId(2)), longName);
-   l3->vrfNameToVrfIdDel("red");
-   l3->vrfNameToVrfIdDel(longName);
-   EXPECT_EQ(watch.log, (Log{"red", "1", "red", longName, "1", longName, "1", "2", longName, "2"}));
-}
-
 TEST(ModelEntities, AHandlerMayDestroyATwoWayTableWhileItTells) {
    using Act = void (*)(IntfVlanId::Table&);
    for (Act const act : {Act([](auto& t) { t.intfIdToVlanIdIs(IntfId("rtr2"), VlanId(5)); }),
@@ -222,14 +200,6 @@ TEST(ModelEntities, ABfdApplicationStaysRegisteredAsLongAsAnyOfItsRegistrations)
              "null _bfdAllPeerStatus parameter to mutator for "
              "Bfd::AppRegistration::bfdAllPeerStatus not allowed\"");
    EXPECT_EQ(watch.log.size(), 4u);
-
-   // A session starts in the state that no reroute comes from, on the interface its peer names.
-   Bfd::Peer const peer(Bfd::SessionType::singleHop, Lnet::IpGenAddr::parse("10.0.0.2").value(),
-                        IntfId("rtr1"), VrfName("default"));
-   auto const session = peers->newPeerStatus(peer);
-   EXPECT_EQ(session->status(), Bfd::OperState());
-   EXPECT_EQ(session->intf(), IntfId("rtr1"));
-   EXPECT_EQ(peers->newPeerStatus(peer), session);
 }
 
 // ---- VRFs and configuration. ----
@@ -261,23 +231,6 @@ TEST(ModelEntities, ThePollingIntervalIsRefusedOutsideItsRangeAndThenStaysAsItWa
    }
 }
 
-TEST(ModelEntities, CounterConfigurationTellsARepeatedWishOnceAndEachClearing) {
-   auto const config = Qor::make<VrfConfig>()->newConfig("red");
-   struct Watch final : Config::Notifiee {
-      void onCounterRoute(IpGenRouteKey const&) override { log.push_back("count"); }
-      void onClearCounterRoute(IpGenRouteKey const&) override { log.push_back("clear"); }
-      Log log;
-   } watch;
-   watch.notifierIs(config);
-   for (int i = 0; i < 2; ++i)
-      config->counterRouteIs(key(1));
-   for (int i = 0; i < 2; ++i)
-      config->clearCounterRouteInc(key(1));
-   EXPECT_EQ(watch.log, (Log{"count", "clear", "clear"}));
-}
-
-// ---- Counters and verification. ----
-
 TEST(ModelEntities, TheCounterIdleForLongestComesFirst) {
    EXPECT_LT(Counter(1.0, key(3)), Counter(2.0, key(1)));
    EXPECT_LT(Counter(1.0, key(2)), Counter(1.0, key(3)));
@@ -286,27 +239,6 @@ TEST(ModelEntities, TheCounterIdleForLongestComesFirst) {
              "Value('Routing::Multicast::Fib::Counter', ** {'timeStamp': 2.5, 'key': " +
                    key(1).strep() + "})");
    EXPECT_EQ(Counter(counter.strep()), counter);
-}
-
-TEST(ModelEntities, CounterTablesCountNothingBelowZero) {
-   auto const ctl = Qor::make<CounterStatusCtl>();
-   EXPECT_DEATH(ctl->currSizeDec(), "currSize_ > 0");
-   EXPECT_DEATH(ctl->currActiveDec(), "currActive_ > 0");
-}
-
-TEST(ModelEntities, AnyNumberOfVerifyRequestsIsOneMark) {
-   auto const data = Qor::make<Vel::VerifyData>();
-   struct Watch final : Vel::VerifyData::Notifiee {
-      void onReverify() override { ++told; }
-      int told = 0;
-   } watch;
-   watch.notifierIs(data);
-   data->doRequestVerify();
-   data->doRequestVerify();
-   EXPECT_EQ(watch.told, 1);
-   data->reverifyIs(false);
-   data->doRequestVerify();
-   EXPECT_EQ(watch.told, 3);
 }
 
 }  // namespace
