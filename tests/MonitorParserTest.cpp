@@ -35,7 +35,6 @@ constexpr LineCase acceptedRoutes[] = {
    {"(::,ff3e::2) Iif: eth0.10 Oifs: a(b) Oifs State: resolved offload ", "set default (*, ff3e::2) iif=eth0.10 oifs=a(b),Oifs"},
    // Tables: each family has another one for the routes of the VRF default.
    {"(10.0.0.2,239.1.1.1) Iif: a State: resolved Table: main", "set main (10.0.0.2, 239.1.1.1) iif=a oifs="},
-   {"(10.0.0.2,239.1.1.1) Iif: a State: resolved Table: 253", "set default (10.0.0.2, 239.1.1.1) iif=a oifs="},
    {"(::,ff3e::2) Iif: a State: resolved Table: default", "set 253 (*, ff3e::2) iif=a oifs="},
    // Labels and namespaces; blanks.
    {"[2026-11-21T08:05:24.208703] [nsid current][MROUTE](::,ff3e::2) Iif: a State: resolved", "set default (*, ff3e::2) iif=a oifs="},
@@ -53,10 +52,8 @@ constexpr LineCase acceptedLinks[] = {
     "link 3 a up adminUp"},
    {"Deleted 3: a: <UP,LOWER_UP> mtu 1500 master br0 state UP \\    link/ether", "link 3 a up adminUp"},  // leaves its bridge
    {"3: a@b@if9: <> mtu 9 \\ link/ether", "link 3 a@b down"},
-   {"3: a: <UP> mtu 9 \\ link/ether", "link 3 a unknown adminUp"},
    {"3: a: <UP,NO-CARRIER> mtu 9 state UNKNOWN \\ link/ether", "link 3 a down adminUp"},
    {"3: a: <UP,M-DOWN> state LOWERLAYERDOWN \\ link/ether", "link 3 a lowerLayerDown adminUp"},
-   {"3: a: <LOWERLAYERDOWN> state LOWERLAYERDOWN \\ link/ether", "link 3 a down"},
    {"3: a: <UP,LOWER_UP> state DORMANT \\ link/ether", "link 3 a dormant adminUp"},
    {"3: a: <> state NOTPRESENT \\ link/ether", "link 3 a notPresent"},
 };
@@ -73,20 +70,16 @@ constexpr LineCase refusedLines[] = {
    {"    link/ether ba:60:69:7a:61:74", "the continuation of a line; record with `ip -o` (column 5)"},
    {"[2026-11-21T03:13:25.2079] (::,ff3e::2)", "bad time stamp, not [YYYY-MM-DDTHH:MM:SS.ffffff] (column 26)"},
    {"[2026-02-29T03:13:25.207952] (::,ff3e::2)", "bad date \"2026-02-29\" (column 2)"},
-   {"[2026-02-28T24:13:25.207952] (::,ff3e::2)", "bad time of day \"24:13:25\" (column 13)"},
-   {"[2026-02-28T23:13:25.207952] [2026-02", "'[' is never closed (column 30)"},
    {"[mroute](", "unknown label \"mroute\" (column 1)"},
    {"[2026-02-28T23:13:25.207952] inet rtr5 mc_forwarding off", "unknown word \"inet\" where a multicast route or a link is expected (column 30)"},
    // Routes.
    {"(10.0.0.2,239.1.1.1", "'(' is never closed (column 1)"},
-   {"(10.0.0.2)", "no ',' between source and group (column 1)"},
    {"(10.0.0.2,ff3e::1)", "source \"10.0.0.2\" and group \"ff3e::1\" are of different address families (column 1)"},
    {"(10.0.0.2,10.0.0.3)", "group \"10.0.0.3\" is not a multicast address (column 1)"},
    {"(::,ff3e::2) Iif: abcdefghijklmnop", "interface name \"abcdefghijklmnop\" is longer than 15 bytes (column 19)"},
    {"(::,ff3e::2) Iif: a Oifs: \033[36mb", "interface name \"\033[36mb\" has a byte that no interface name has (column 27)"},
    {"(::,ff3e::2) Iif: a b State: resolved", "unknown word \"b\" where \"Oifs:\" or \"State:\" is expected (column 21)"},
    {"(::,ff3e::2) Iif: a Oifs: b(ttl 1) State: resolved", "bad TTL threshold, not \"(ttl N)\" (column 33)"},
-   {"(::,ff3e::2) Iif: a State: resolve", "unknown word \"resolve\" where a state is expected (column 28)"},
    {"(::,ff3e::2) Iif: a State: resolved\\  7 packets, 900 bits", "bad statistics (column 39)"},
    {"(::,ff3e::2) Iif: a State: resolved Tabl", "unknown word \"Tabl\" where \"Table:\" or the end is expected (column 37)"},
    {"(::,ff3e::2) Iif: a State: resolved Table: 10 more", "unknown word \"more\" where the end is expected (column 47)"},

@@ -1,4 +1,4 @@
-// Trace, ring trace, log, assertions and string forms.
+// Trace, ring trace, log and string forms.
 #include <gtest/gtest.h>
 
 #include <bit>
@@ -6,7 +6,6 @@
 #include <random>
 #include <sstream>
 
-#include "Qor/Assert.h"
 #include "Qor/Blip.h"
 #include "Qor/Clock.h"
 #include "Qor/Log.h"
@@ -135,14 +134,6 @@ TEST_F(QorDiagnostics, LogKeepsToItsRate) {
          Qor::log(limited, {});
       EXPECT_EQ(lines.size(), messages) << "at " << time;
    }
-}
-
-TEST(QorAssert, NamesTheExpressionAsItStandsInEveryBuild) {
-   int oifSetIndex = -1;
-   EXPECT_DEATH(QOR_ASSERT(oifSetIndex != -1),
-                "QorDiagnosticsTest.cpp:[0-9]+: .*: Assertion `oifSetIndex != -1' failed\\.\n");
-   QOR_ASSERT(++oifSetIndex == 0);
-   EXPECT_EQ(oifSetIndex, 0) << "evaluated once";
 }
 
 TEST(QorStrep, RealsAndTextsReadBackAsTheyWere) {

@@ -156,7 +156,7 @@ TEST_F(QorPtr, ValidPtrIsNeverNullAndPointersCompareByIdentity) {
    EXPECT_NE(base, Qor::make<Object>());
    EXPECT_EQ(Qor::ptrCast<Derived const>(base), derived);
    EXPECT_EQ(Qor::ptrCast<Derived>(Qor::make<Object>()), nullptr);
-   EXPECT_DEATH(*Ptr<Object>(), "Assertion `object_ != nullptr' failed");
+   EXPECT_DEATH(*Ptr<Object>(), "Ptr.h:[0-9]+: .*: Assertion `object_ != nullptr' failed\\.\n");
 }
 
 }  // namespace

@@ -111,36 +111,13 @@ TEST_F(SimChip, RefusesEachMisuseAndStaysAsItWas) {
    EXPECT_EQ(chip_->violations().texts().size(), 100u);
 }
 
-TEST_F(SimChip, PortBelongsToOneInterface) {
-   VlanIdOrNone const none;
-   EXPECT_EQ(chip_->portAdd(IntfId("et3"), 2, none), "port 2 is that of et2, not of et3");
-   EXPECT_EQ(chip_->portAdd(IntfId("et1"), 3, none), "et1 has port 1, not 3");
-   EXPECT_EQ(chip_->ports().size(), 2u);
-}
-
-TEST_F(SimChip, ForwardsByTheLongestMatchOfTheVrfAndFamily) {
-   ASSERT_EQ(chip_->groupCreate(0, {pv("et2", 20)}, false), "");
-   route(0, entry("0.0.0.0/0", "224.0.0.0/4"), 0);
-   route(1, entry("10.0.0.0/8", "239.0.0.0/8"), 0);  // the group's length counts first
-   route(2, entry("0.0.0.0/0", "239.1.1.1"), 0);
-   route(3, entry("10.0.0.1", "239.1.1.1"), 0);
-   route(4, entry("::/0", "ff00::/8"), 0);
-   route(5, entry("0.0.0.0/0", "239.1.1.1", 0, 7), 0);
-   EXPECT_EQ(sent("10.0.0.1", "239.1.1.1"), "3 forwarded et2:20");
-   EXPECT_EQ(sent("10.0.0.2", "239.1.1.1"), "2 forwarded et2:20");
-   EXPECT_EQ(sent("10.0.0.1", "225.0.0.1"), "0 forwarded et2:20");
-   EXPECT_EQ(sent("2001:db8::1", "ff0e::1"), "4 forwarded et2:20");
-   EXPECT_EQ(sent("10.0.0.1", "239.1.1.1", 10, 7), "5 forwarded et2:20");
-   EXPECT_EQ(sent("10.0.0.1", "239.1.1.2", 10, 7), "noRoute");
-   EXPECT_EQ(sent("10.0.0.1", "ff0e::1"), "noRoute");
-}
-
 TEST_F(SimChip, PacketsMustArriveInTheAcceptingVlan) {
    ASSERT_EQ(chip_->groupCreate(0, {pv("et1", 10)}, false), "");
    ASSERT_EQ(chip_->groupCreate(1, {pv("et2", 20)}, false), "");
    route(0, entry("0.0.0.0/0", "239.1.1.1"), 0);
    route(1, entry("10.0.0.1", "239.1.1.1", 20), 0);
    EXPECT_EQ(sent("10.0.0.1", "239.1.1.1", 20), "1 forwarded et1:10");
+   EXPECT_EQ(sent("10.0.0.1", "ff0e::1", 20), "noRoute") << "families do not mix";
    // No fall through to the (*,G) that would accept it, and no hit.
    time_->advance(2.5);
    EXPECT_EQ(sent("10.0.0.1", "239.1.1.1", 10), "wrongVlan");
@@ -206,7 +183,7 @@ TEST(SimEntryTable, LookupAgreesWithASearchOfAllEntries) {
       IpGenAddr const source = IpGenAddr::v4(pick(4));
       IpGenAddr const group = IpGenAddr::v4(0xef000000 + pick(8));
       VlanIdOrNone const vlan(Qor::U64{pick(3)});
-      Qor::U32 const index = pick(200);
+      Qor::U32 const index = pick(200), vrf = pick(2);
       if (step % 2 == 0) {
          Sim::Entry e;
          unsigned const sourceLength = pick(2) * 32;
@@ -214,6 +191,7 @@ TEST(SimEntryTable, LookupAgreesWithASearchOfAllEntries) {
          e.key = {{source.masked(sourceLength), sourceLength},
                   {group.masked(groupLength), groupLength}};
          e.acceptingVlan = vlan;
+         e.vrfId = vrf;
          if (table.find(index)) {
             ASSERT_EQ(table.erase(index), "");
          } else {
@@ -228,7 +206,8 @@ TEST(SimEntryTable, LookupAgreesWithASearchOfAllEntries) {
       } best;
       bool keyFound = false;
       table.forEach([&](Qor::U32 i, Sim::Entry const& e) {
-         if (!e.key.source().contains(source) || !e.key.group().contains(group)) return;
+         if (e.vrfId != vrf || !e.key.source().contains(source) || !e.key.group().contains(group))
+            return;
          std::pair const length(e.key.group().length(), e.key.source().length());
          if (keyFound && length < best.length) return;
          if (!keyFound || length > best.length) best = {length, false, std::nullopt};
@@ -240,7 +219,7 @@ TEST(SimEntryTable, LookupAgreesWithASearchOfAllEntries) {
             best.index = i;
          }
       });
-      auto const match = table.lookup(0, source, group, vlan, Sim::EntryTable::OtherVlan::ends);
+      auto const match = table.lookup(vrf, source, group, vlan, Sim::EntryTable::OtherVlan::ends);
       ASSERT_EQ(match.index, best.index) << "step " << step;
       ASSERT_EQ(match.keyFound, keyFound);
       found += match.index.has_value();
