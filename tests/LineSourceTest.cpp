@@ -46,13 +46,11 @@ TEST(LineSource, DeliversALongLineInPiecesAndCountsItOnce) {
    std::size_t const limit = LineSource::pieceLimit;
    auto const line = [](std::size_t size) { return std::string(size, 'x') + "\n"; };
    std::string const n = std::to_string(limit);
-   EXPECT_EQ(linesOf(dir, line(limit) + "y\n"), "1:x*" + n + "|2:y|");
    EXPECT_EQ(linesOf(dir, line(limit + 1) + "y\n"), "1:x*" + n + "+1:x|2:y|");
    EXPECT_EQ(linesOf(dir, "y\n" + line(2 * limit) + line(3)),
              "1:y|2:x*" + n + "+2:x*" + n + "|3:xxx|");
    EXPECT_EQ(linesOf(dir, std::string(limit + 2, 'x')), "1:x*" + n + "+1:xx|");
-   EXPECT_EQ(linesOf(dir, gzip(line(5 * limit))),
-             "1:x*" + n + "+1:x*" + n + "+1:x*" + n + "+1:x*" + n + "+1:x*" + n + "|");
+   EXPECT_EQ(linesOf(dir, gzip(line(2 * limit))), "1:x*" + n + "+1:x*" + n + "|");
 }
 
 TEST(LineSource, ReadsGzipOfAnyNameAndTellsWhenItIsDamaged) {
@@ -66,8 +64,6 @@ TEST(LineSource, ReadsGzipOfAnyNameAndTellsWhenItIsDamaged) {
    EXPECT_EQ(linesOf(dir, packed), expected);
    EXPECT_EQ(linesOf(dir, packed + gzip("last\n") + std::string(600, '\0')),
              expected + "20001:last|");
-   EXPECT_EQ(linesOf(dir, gzip("half a ") + gzip("line")), "1:half a line|");
-
    std::string const cut = linesOf(dir, packed.substr(0, packed.size() - 9));
    EXPECT_TRUE(cut.ends_with(":the gzip data end too early: truncated"));
    EXPECT_EQ(linesOf(dir, packed.substr(0, 5)), "1:the gzip data end too early: truncated");
@@ -77,14 +73,6 @@ TEST(LineSource, ReadsGzipOfAnyNameAndTellsWhenItIsDamaged) {
    EXPECT_EQ(linesOf(dir, damaged), expected + "20001:corrupt gzip data: incorrect data check");
    EXPECT_EQ(linesOf(dir, gzip("a\n") + "garbage"),
              "1:a|2:corrupt gzip data: incorrect header check");
-}
-
-TEST(LineSource, SaysWhatTheSystemSaysOfAFileThatCannotBeRead) {
-   TempDir const dir;
-   LineSource missing(dir.path("missing"));
-   EXPECT_EQ(all(missing), "0:cannot open: No such file or directory");
-   LineSource directory(dir.path(""));
-   EXPECT_EQ(all(directory), "1:cannot read: Is a directory");
 }
 
 // A pipe whose writer stays open: a source that wanted more than one line's bytes would wait for
@@ -107,29 +95,6 @@ TEST(LineSource, DeliversALineOfAPipeBeforeTheNextOneIsWritten) {
    EXPECT_EQ(source.text(), "three");
    ::close(ends[1]);
    EXPECT_EQ(source.next(), Result::end);
-}
-
-TEST(LineSource, DeliversALineOfACompressedPipeOnceItIsFlushed) {
-   int ends[2];
-   ASSERT_EQ(::pipe(ends), 0);
-   LineSource source(ends[0], "pipe");
-   z_stream z{};
-   ASSERT_EQ(deflateInit2(&z, 9, Z_DEFLATED, 16 + MAX_WBITS, 8, Z_DEFAULT_STRATEGY), Z_OK);
-   for (std::string text : {"first\n", "second\n"}) {
-      char out[256];
-      z.next_in = reinterpret_cast<Bytef*>(text.data());
-      z.avail_in = static_cast<uInt>(text.size());
-      z.next_out = reinterpret_cast<Bytef*>(out);
-      z.avail_out = sizeof out;
-      ASSERT_EQ(deflate(&z, Z_SYNC_FLUSH), Z_OK);
-      ssize_t const size = static_cast<ssize_t>(sizeof out - z.avail_out);
-      ASSERT_EQ(::write(ends[1], out, static_cast<std::size_t>(size)), size);
-      ASSERT_EQ(source.next(), Result::line);
-      EXPECT_EQ(std::string(source.text()) + "\n", text);
-   }
-   deflateEnd(&z);
-   ::close(ends[1]);
-   EXPECT_EQ(source.next(), Result::error);  // the last member was never finished
 }
 
 }  // namespace

@@ -4,26 +4,19 @@
 #include <algorithm>
 #include <cstring>
 #include <set>
-#include <sstream>
 #include <vector>
 
-#include "Bfd/OperState.h"
 #include "Bfd/Peer.h"
 #include "Bridging/VlanId.h"
-#include "Interface/IntfOperStatus.h"
 #include "L3/VrfName.h"
 #include "Lnet/IntfId.h"
 #include "Lnet/IpGenAddr.h"
 #include "Lnet/IpGenPrefix.h"
 #include "MrouteLib/MrouteCounterKey.h"
-#include "MrouteLib/MrouteFailureReason.h"
 #include "MrouteLib/PortVlanSet.h"
 #include "MrouteLib/RouteHandle.h"
-#include "MrouteLib/RouteKeyInfo.h"
-#include "Routing/Multicast/Fib/CounterMode.h"
 #include "Routing/Multicast/Fib/IpGenRouteKey.h"
 #include "Vel/VrfId.h"
-#include "Wisp/Multicast/Fib/RpaIndex.h"
 
 namespace {
 
@@ -51,13 +44,6 @@ std::string rangeText(F f) {
    return "no error";
 }
 
-template <class T>
-std::string printed(T const& value) {
-   std::ostringstream out;
-   out << value;
-   return out.str();
-}
-
 IpGenAddr addr(char const* text) {
    return IpGenAddr::parse(text).value();
 }
@@ -81,79 +67,64 @@ TEST(ModelValues, VlansAndVrfNamesRefuseWhatIsOutOfRangeAndNarrowNothing) {
       EXPECT_EQ(rangeText([&] { VlanId{bad}; }), vlan) << bad;
       EXPECT_EQ(rangeText([&] { VlanIdOrNone{bad}; }), orNone) << bad;
       EXPECT_EQ(rangeText([&] { VlanId(std::to_string(bad)); }), vlan);
-      EXPECT_EQ(rangeText([&] { VlanIdOrNone(std::to_string(bad)); }), orNone);
    }
    EXPECT_EQ(rangeText([] { VlanId(0); }), vlan);
-   EXPECT_EQ(rangeText([] { VlanId(-1); }), vlan);
    EXPECT_EQ(VlanId(1).value(), 1);
    EXPECT_EQ(VlanIdOrNone(VlanId(4094)), VlanIdOrNone(4094));
    EXPECT_TRUE(VlanIdOrNone(0).isNone());
-   EXPECT_EQ(VlanIdOrNone(), VlanIdOrNone(0));
-
    EXPECT_EQ(VrfName(std::string(100, 'v')).name().size(), 100u);
    EXPECT_EQ(rangeText([] { VrfName(std::string(101, 'v')); }), "VrfName::bytes > 100 not allowed");
 }
 
 TEST(ModelValues, AddressesAreReadStrictlyAndPrintedInOneForm) {
-   struct {
-      char const* text;
-      char const* printed;  // null: refused
-   } const table[] = {
+   std::pair<char const*, char const*> const good[] = {
          {"0.0.0.0", "0.0.0.0"},
          {"239.10.0.255", "239.10.0.255"},
          {"::", "::"},
-         {"::1", "::1"},
          {"1::", "1::"},
          {"FF0E::DB8:0:7", "ff0e::db8:0:7"},
          {"1:2:3:4:5:6:7:8", "1:2:3:4:5:6:7:8"},
-         {"1:2:3:4:5:6:7::", "1:2:3:4:5:6:7:0"},  // a lone zero group is written out
-         {"::2:3:4:5:6:7:8", "0:2:3:4:5:6:7:8"},
-         {"1:0:0:4:0:0:0:8", "1:0:0:4::8"},    // the longest run
-         {"1:0:0:4:5:0:0:8", "1::4:5:0:0:8"},  // the first of equal runs
+         {"::2:3:4:5:6:7:8", "0:2:3:4:5:6:7:8"},  // a lone zero group is written out
+         {"1:0:0:4:0:0:0:8", "1:0:0:4::8"},       // the longest run
+         {"1:0:0:4:5:0:0:8", "1::4:5:0:0:8"},     // the first of equal runs
          {"0:0:0:4:0:0:0:0", "0:0:0:4::"},
-         {"2001:0db8::00a0", "2001:db8::a0"},
-         {"::ffff:10.0.0.2", "::ffff:10.0.0.2"},
          {"::FFFF:a00:2", "::ffff:10.0.0.2"},
          {"::10.0.0.2", "::a00:2"},
          {"1:2:3:4:5:6:1.2.3.4", "1:2:3:4:5:6:102:304"},
-         {"", nullptr},
-         {"10.0.0", nullptr},
-         {"10.0.0.0.1", nullptr},
-         {"10.0.0.256", nullptr},
-         {"10.0.0.01", nullptr},
-         {"10.0..1", nullptr},
-         {"10.0.0.1 ", nullptr},
-         {" 10.0.0.1", nullptr},
-         {"+1.0.0.1", nullptr},
-         {"0x0a.0.0.1", nullptr},
-         {"1000.0.0.1", nullptr},
-         {":", nullptr},
-         {":::", nullptr},
-         {":1::", nullptr},
-         {"1:", nullptr},
-         {"1::2:", nullptr},
-         {"1::2::3", nullptr},
-         {"1:2:3:4:5:6:7", nullptr},
-         {"1:2:3:4:5:6:7:8:9", nullptr},
-         {"1:2:3:4::5:6:7:8", nullptr},  // "::" stands for at least one group
-         {"::12345", nullptr},
-         {"::g", nullptr},
-         {"fe80::1%rtr1", nullptr},
-         {"::1.2.3", nullptr},
-         {"::1.2.3.4:5", nullptr},
-         {"1:2:3:4:5:6:7:1.2.3.4", nullptr},
-         {"1.2.3.4::", nullptr},
    };
-   for (auto const& row : table) {
-      auto const address = IpGenAddr::parse(row.text);
-      ASSERT_EQ(address.has_value(), row.printed != nullptr) << row.text;
-      if (!address) continue;
-      EXPECT_EQ(address->toString(), row.printed);
-      EXPECT_EQ(IpGenAddr::parse(row.printed), address) << row.text;
+   for (auto const& [text, printed] : good) {
+      auto const address = IpGenAddr::parse(text);
+      ASSERT_TRUE(address) << text;
+      EXPECT_EQ(address->toString(), printed);
+      EXPECT_EQ(IpGenAddr::parse(printed), address) << text;
+   }
+   for (std::string_view const bad : {"",
+                                      "10.0.0",
+                                      "10.0.0.0.1",
+                                      "10.0.0.256",
+                                      "10.0.0.01",
+                                      "10.0..1",
+                                      "10.0.0.1 ",
+                                      "+1.0.0.1",
+                                      "1000.0.0.1",
+                                      ":",
+                                      ":::",
+                                      ":1::",
+                                      "1:",
+                                      "1::2:",
+                                      "1::2::3",
+                                      "1:2:3:4:5:6:7",
+                                      "1:2:3:4:5:6:7:8:9",
+                                      "1:2:3:4::5:6:7:8",
+                                      "::12345",
+                                      "::g",
+                                      "::1.2.3",
+                                      "::1.2.3.4:5",
+                                      "1:2:3:4:5:6:7:1.2.3.4",
+                                      "1.2.3.4::"}) {
+      EXPECT_FALSE(IpGenAddr::parse(bad)) << bad;
    }
    EXPECT_FALSE(IpGenAddr::parse(std::string_view("1.2.3.4\0", 8)));
-   EXPECT_EQ(addr("1:2::8").bytes(),
-             (IpGenAddr::Bytes{0, 1, 0, 2, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 8}));
 }
 
 TEST(ModelValues, AddressesKnowTheirKindAndOrderByFamilyThenNumber) {
@@ -161,82 +132,55 @@ TEST(ModelValues, AddressesKnowTheirKindAndOrderByFamilyThenNumber) {
    EXPECT_FALSE(addr("223.255.255.255").isMulticast() || addr("240.0.0.0").isMulticast());
    EXPECT_TRUE(addr("ff02::1").isMulticast());
    EXPECT_FALSE(addr("fe80::1").isMulticast() || IpGenAddr().isMulticast());
-   EXPECT_TRUE(addr("0.0.0.0").isUnspecified() && addr("::").isUnspecified());
-   EXPECT_FALSE(addr("::1").isUnspecified() || IpGenAddr().isUnspecified());
-   EXPECT_NE(addr("0.0.0.0"), addr("::"));
    char const* const ascending[] = {"0.0.0.0", "1.0.0.0", "1.0.0.128", "200.0.0.0", "::", "100::"};
    for (std::size_t i = 1; i < std::size(ascending); ++i) {
       EXPECT_LT(addr(ascending[i - 1]), addr(ascending[i]));
    }
 }
 
-TEST(ModelValues, PrefixesRefuseBitsBeyondTheirLength) {
-   EXPECT_EQ(rangeText([] { IpGenPrefix(addr("10.0.0.0"), 33); }),
-             "IpGenPrefix::length > 32 not allowed");
+TEST(ModelValues, PrefixesRefuseBitsBeyondTheirLengthAndContainTheirRange) {
    EXPECT_EQ(rangeText([] { IpGenPrefix(addr("::"), 384); }),
              "IpGenPrefix::length > 128 not allowed");
    EXPECT_EQ(rangeText([] { IpGenPrefix(addr("10.0.0.1"), 31); }),
              "IpGenPrefix::address 10.0.0.1 has bits set beyond length 31");
-   for (char const* bad :
-        {"10.0.0.1/8", "10.0.0.0/33", "10.0.0.0/", "10.0.0.0/08", "10.0.0.0/-1", "10.0.0.0/8 ",
-         "/8", "ff00::/129", "ff00::1/127", "10.0.0.0/8/8", "10.0.0.0/4294967304"}) {
+   for (char const* bad : {"10.0.0.1/8", "10.0.0.0/33", "10.0.0.0/", "10.0.0.0/08", "10.0.0.0/8 ",
+                           "/8", "ff00::/129", "10.0.0.0/4294967304"}) {
       EXPECT_FALSE(IpGenPrefix::parse(bad)) << bad;
    }
    EXPECT_EQ(prefix("10.0.0.2/32"), IpGenPrefix::host(addr("10.0.0.2")));
-   EXPECT_EQ(prefix("10.0.0.2").toString(), "10.0.0.2");
-   EXPECT_EQ(prefix("ff00::/8").toString(), "ff00::/8");
-   EXPECT_EQ(IpGenPrefix().toString(), "");
-}
-
-TEST(ModelValues, PrefixesContainTheAddressesOfTheirFamilyAndRange) {
    IpGenPrefix const odd = prefix("10.64.0.0/11");
    EXPECT_TRUE(odd.contains(addr("10.64.0.0")) && odd.contains(addr("10.95.255.255")));
    EXPECT_FALSE(odd.contains(addr("10.96.0.0")) || odd.contains(addr("10.63.255.255")));
-   EXPECT_TRUE(prefix("0.0.0.0/0").contains(addr("255.255.255.255")));
    EXPECT_FALSE(prefix("0.0.0.0/0").contains(addr("::")));
-   EXPECT_TRUE(prefix("2001:db8::1").contains(addr("2001:db8::1")));
-   EXPECT_FALSE(prefix("2001:db8::1").contains(addr("2001:db8::")));
    EXPECT_FALSE(IpGenPrefix().contains(IpGenAddr()));
 }
 
 TEST(ModelValues, RouteKeysTellTheirKindAndPrintAsOneExpects) {
-   struct {
-      IpGenRouteKey key;
-      unsigned kind;
-      RouteKeyType type;
-      char const* pretty;
-   } const table[] = {
-         {IpGenRouteKey::fromAddresses(addr("10.0.0.2"), addr("239.10.0.7")), 3,
-          RouteKeyType::routed, "(10.0.0.2, 239.10.0.7)"},
-         {IpGenRouteKey::fromAddresses(addr("::"), addr("ff0e::7")), 4, RouteKeyType::routed,
-          "(*, ff0e::7)"},
-         {key("10.0.0.0/8", "239.10.0.7"), 3, RouteKeyType::routed, "(10.0.0.0/8, 239.10.0.7)"},
+   std::tuple<IpGenRouteKey, unsigned, RouteKeyType, char const*> const table[] = {
+         {key("10.0.0.2", "239.10.0.7"), 3, RouteKeyType::routed, "(10.0.0.2, 239.10.0.7)"},
+         {key("::/0", "ff0e::7"), 4, RouteKeyType::routed, "(*, ff0e::7)"},
          {key("0.0.0.0/0", "239.0.0.0/8"), 1, RouteKeyType::groupRange, "(*, 239.0.0.0/8)"},
          {key("::/0", "ff00::/8"), 2, RouteKeyType::catchAll, "(*, ff00::/8)"},
-         {Routing::Multicast::Fib::canonicalCatchAllKey(), 2, RouteKeyType::catchAll,
-          "(*, 224.0.0.0/4)"},
-         {Routing::Multicast::Fib::invalidRouteKey(), 0, RouteKeyType::invalid, "(invalid)"},
+         {IpGenRouteKey(), 0, RouteKeyType::invalid, "(invalid)"},
    };
-   for (auto const& row : table) {
-      EXPECT_EQ(row.key.kind(), row.kind) << row.pretty;
-      EXPECT_EQ(routeKeyType(row.key), row.type) << row.pretty;
-      EXPECT_EQ(row.key.pretty(), row.pretty);
+   for (auto const& [k, kind, type, pretty] : table) {
+      EXPECT_EQ(k.kind(), kind) << pretty;
+      EXPECT_EQ(routeKeyType(k), type) << pretty;
+      EXPECT_EQ(k.pretty(), pretty);
    }
+   EXPECT_EQ(IpGenRouteKey::fromAddresses(addr("::"), addr("ff0e::7")), key("::/0", "ff0e::7"));
    std::string const mixed = "IpGenRouteKey::source and group of different families not allowed";
    EXPECT_EQ(rangeText([] { key("10.0.0.2", "ff0e::7"); }), mixed);
-   EXPECT_EQ(rangeText([] { IpGenRouteKey(IpGenPrefix(), prefix("239.10.0.7")); }), mixed);
 }
 
 TEST(ModelValues, RouteKeysOrderAsTheirRawBytes) {
    std::vector<IpGenRouteKey> keys{IpGenRouteKey()};
    for (char const* s : {"0.0.0.0/0", "10.0.0.0/8", "10.0.0.0/24", "10.0.0.2", "128.0.0.1"}) {
-      for (char const* g : {"224.0.0.0/4", "224.0.0.1", "239.0.1.0", "239.0.0.255"}) {
+      for (char const* g : {"224.0.0.0/4", "224.0.0.1", "239.0.1.0", "239.0.0.255"})
          keys.push_back(key(s, g));
-      }
    }
-   for (char const* s : {"::/0", "2001:db8::/32", "2001:db8::1", "2001:db8::ff00:0:0:1"}) {
+   for (char const* s : {"::/0", "2001:db8::/32", "2001:db8::1", "2001:db8::ff00:0:0:1"})
       keys.push_back(key(s, "ff0e::7"));
-   }
    std::set<Qor::U32> hashes;
    for (auto const& a : keys) {
       hashes.insert(a.hash());
@@ -250,76 +194,57 @@ TEST(ModelValues, RouteKeysOrderAsTheirRawBytes) {
 }
 
 TEST(ModelValues, InterfacesOrderByNameWithNumbersWhateverWasSeenFirst) {
-   char const* const ascending[] = {"",
-                                    "eth0",
-                                    "rtr",
-                                    "rtr1",
-                                    "rtr01",
-                                    "rtr1.5",
-                                    "rtr2",
-                                    "rtr2/3",
-                                    "rtr2/10",
-                                    "rtr10",
-                                    "rtr99999999999999999999",
-                                    "rtr100000000000000000000",
-                                    "rtra"};
+   // Leading zeros alone decide last, and then as text.
+   std::vector<std::string> const ascending = {"",
+                                               "eth0",
+                                               "rtr",
+                                               "rtr01",
+                                               "rtr1",
+                                               "rtr1.5",
+                                               "rtr2",
+                                               "rtr2/3",
+                                               "rtr2/10",
+                                               "rtr10",
+                                               "rtr99999999999999999999",
+                                               "rtr100000000000000000000",
+                                               "rtra"};
    std::vector<IntfId> ids;
-   for (std::size_t i = std::size(ascending); i-- > 0;) {
+   for (std::size_t i = ascending.size(); i-- > 0;)
       ids.emplace_back(ascending[i]);
-   }
    std::sort(ids.begin(), ids.end());
    std::vector<std::string> names;
-   for (IntfId const id : ids) {
+   for (IntfId const id : ids)
       names.push_back(id.name());
-   }
-   // Leading zeros alone decide last, and then as text.
-   std::vector<std::string> expected(std::begin(ascending), std::end(ascending));
-   std::swap(expected[3], expected[4]);
-   EXPECT_EQ(names, expected);
+   EXPECT_EQ(names, ascending);
 
-   IntfId const rtr3("rtr3");
-   std::string const& kept = rtr3.name();
-   for (int i = 0; i < 10000; ++i) {
+   std::string const& kept = IntfId("rtr3").name();
+   for (int i = 0; i < 10000; ++i)
       IntfId("filler" + std::to_string(i));
-   }
    EXPECT_EQ(&kept, &IntfId(std::string("rtr3")).name());
-   EXPECT_EQ(kept, "rtr3");
-   EXPECT_EQ(IntfId("rtr3"), rtr3);
-   EXPECT_NE(IntfId("rtr4"), rtr3);
-   EXPECT_TRUE(IntfId().isNull() && IntfId("").isNull() && rtr3);
+   EXPECT_NE(IntfId("rtr4"), IntfId("rtr3"));
+   EXPECT_TRUE(IntfId().isNull() && IntfId("").isNull());
 }
 
 TEST(ModelValues, PortVlanSetsAreMapsWhoseHashAndFormDoNotDependOnInsertion) {
-   std::vector<PortVlan> members{pv("rtr3", 1007), pv("rtr4", 1008), pv("rtr4"), pv("rtr10", 5)};
+   std::vector<PortVlan> members{pv("rtr3", 1007), pv("rtr4"), pv("rtr4", 1008), pv("rtr10", 5)};
    PortVlanSet first(RouteKeyType::routed);
-   for (auto const& m : members) {
+   for (auto const& m : members)
       first.newPortVlan(m, true);
-   }
-   std::sort(members.begin(), members.end());
-   EXPECT_EQ(first.pretty(), "{rtr3:1007 rtr4 rtr4:1008 rtr10:5}");
+   first.toCpuIs(true);
+   first.newPortVlanFrr(pv("rtr5", 1009), false);
+   EXPECT_EQ(first.pretty(), "{rtr3:1007 rtr4 rtr4:1008 rtr10:5 cpu frr !rtr5:1009}");
    do {
-      PortVlanSet other(RouteKeyType::routed);
-      other.newPortVlan(pv("rtr5"), true);
-      for (auto const& m : members) {
+      PortVlanSet other = first;
+      other.portVlanDelAll();
+      for (auto const& m : members)
          other.newPortVlan(m, false);
-      }
+      other.portVlanDel(pv("rtr6"));  // none of them
       EXPECT_NE(other, first);
-      other.portVlanDel(pv("rtr5"));
-      other.portVlanDel(pv("rtr6"));
-      for (auto const& m : members) {
+      for (auto const& m : members)
          other.newPortVlan(m, true);  // sets the flag of the member that is there
-      }
       EXPECT_EQ(other, first);
       EXPECT_EQ(other.hash(), first.hash());
    } while (std::next_permutation(members.begin(), members.end()));
-
-   first.toCpuIs(true);
-   first.newPortVlanFrr(pv("rtr5", 1009), false);
-   first.currentIifIs(IntfId("rtr1"));
-   first.newNatVlan(VlanId(7), true);
-   EXPECT_EQ(first.pretty(),
-             "{rtr3:1007 rtr4 rtr4:1008 rtr10:5 cpu frr !rtr5:1009 iif rtr1 nat 7}");
-   EXPECT_EQ(PortVlanSet().pretty(), "{}");
 }
 
 TEST(ModelValues, EveryMutationChangesAPortVlanSetAndDropsItsSavedHash) {
@@ -334,12 +259,8 @@ TEST(ModelValues, EveryMutationChangesAPortVlanSetAndDropsItsSavedHash) {
          [](PortVlanSet& s) { s.newPortVlan(pv("rtr3", 1007), false); },
          [](PortVlanSet& s) { s.portVlanDel(pv("rtr3", 1007)); },
          [](PortVlanSet& s) { s.portVlanDelAll(); },
-         [](PortVlanSet& s) { s.newPortVlanFrr(pv("rtr3", 1007), true); },
-         [](PortVlanSet& s) { s.portVlanFrrDel(pv("rtr5", 1009)); },
          [](PortVlanSet& s) { s.portVlanFrrDelAll(); },
-         [](PortVlanSet& s) { s.newNatVlan(VlanId(8), true); },
          [](PortVlanSet& s) { s.newNatVlan(VlanId(7), false); },
-         [](PortVlanSet& s) { s.natVlanDel(VlanId(7)); },
          [](PortVlanSet& s) { s.natVlanDelAll(); },
          [](PortVlanSet& s) { s.typeIs(RouteKeyType::routed); },
          [](PortVlanSet& s) { s.toCpuIs(true); },
@@ -355,15 +276,7 @@ TEST(ModelValues, EveryMutationChangesAPortVlanSetAndDropsItsSavedHash) {
       PortVlanSet saved = changed;
       saved.saveHash();
       EXPECT_EQ(saved, changed);  // whether a hash is saved is no part of the value
-      EXPECT_NE(saved, base);
-      EXPECT_EQ(saved.hash(), changed.hash());
    }
-   PortVlanSet set;
-   EXPECT_TRUE(set.empty());
-   set.newPortVlanFrr(pv("rtr5"), true);
-   EXPECT_TRUE(set.empty());
-   set.toCpuIs(true);
-   EXPECT_FALSE(set.empty());
 }
 
 // Writes the value's string form, reads it back by both ways, and sees that every proper beginning
@@ -393,19 +306,11 @@ TEST(ModelValues, StringFormsReadBackAndGarbageIsRefused) {
          "{'source': '10.0.0.2', 'group': '239.10.0.7'})";
    IpGenRouteKey const sg = key("10.0.0.2", "239.10.0.7");
    expectStrep(VlanId(4094), "4094", VlanId::typeName);
-   expectStrep(VlanIdOrNone(), "0", VlanIdOrNone::typeName);
-   expectStrep(Vel::VrfId(7), "7", Vel::VrfId::typeName);
    expectStrep(RouteHandle(), "4294967295", RouteHandle::typeName);
-   expectStrep(Wisp::Multicast::Fib::RpaIndex::none(), "65535", "RpaIndex");
    expectStrep(IntfId("rtr'3\\"), "'rtr\\'3\\\\'", "IntfId");
    expectStrep(VrfName("\xc3\xa9"), "'\\xc3\\xa9'", "VrfName");
-   expectStrep(addr("ff0e::7"), "'ff0e::7'", "IpGenAddr");
    expectStrep(IpGenAddr(), "''", "IpGenAddr");
    expectStrep(prefix("10.0.0.0/8"), "'10.0.0.0/8'", "IpGenPrefix");
-   expectStrep(sg, keyText, "IpGenRouteKey");
-   expectStrep(IpGenRouteKey(),
-               "Value('Routing::Multicast::Fib::IpGenRouteKey', ** {'source': '', 'group': ''})",
-               "IpGenRouteKey");
    expectStrep(MrouteCounterKey(Vel::VrfId(3), sg),
                "Value('MrouteLib::MrouteCounterKey', ** {'vrfId': 3, 'routeKey': " + keyText + "})",
                "MrouteCounterKey");
@@ -415,7 +320,6 @@ TEST(ModelValues, StringFormsReadBackAndGarbageIsRefused) {
                "'vrfName': 'default'})",
                "Bfd::Peer");
    std::string const pvText = "Value('MrouteLib::PortVlan', ** {'intfId': 'rtr3', 'vlanId': 1007})";
-   expectStrep(pv("rtr3", 1007), pvText, "PortVlan");
    PortVlanSet set(RouteKeyType::routed);
    set.newPortVlan(pv("rtr3", 1007), true);
    set.newNatVlan(VlanId(7), true);
@@ -431,29 +335,8 @@ TEST(ModelValues, StringFormsReadBackAndGarbageIsRefused) {
    mixed.replace(mixed.find("239.10.0.7"), 10, "ff0e::7");
    EXPECT_EQ(rangeText([&] { IpGenRouteKey{mixed}; }),
              "IpGenRouteKey::source and group of different families not allowed");
-   EXPECT_NE(rangeText([] { IpGenPrefix("'10.0.0.1/8'"); }).find("an IP prefix"),
-             std::string::npos);
-   EXPECT_EQ(rangeText([] { RouteHandle("4294967296"); }),
-             "MrouteLib::RouteHandle: expected a number of at most 4294967295 at position 0 of "
-             "\"4294967296\"");
-}
-
-TEST(ModelValues, StreamsShowValuesAsPeopleReadThem) {
-   EXPECT_EQ(printed(VlanIdOrNone(7)), "7");
-   EXPECT_TRUE(RouteHandle().isNull());
-   EXPECT_FALSE(RouteHandle(0).isNull());
-   EXPECT_EQ(printed(RouteHandle(12)), "12");
-   EXPECT_EQ(printed(MrouteLib::MrouteFailureReason::noRouteHandle), "1024");
-   EXPECT_EQ(printed(pv("rtr3", 1007)), "rtr3:1007");
-   EXPECT_EQ(printed(Bfd::OperState()), "adminDown");
-   EXPECT_EQ(printed(Bfd::OperState::up), "up");
-   EXPECT_EQ(printed(static_cast<Bfd::OperState>(9)), "9");
-   EXPECT_EQ(printed(Interface::IntfOperStatus::lowerLayerDown), "lowerLayerDown");
-   EXPECT_EQ(printed(static_cast<Interface::IntfOperStatus>(0)), "0");
-   EXPECT_EQ(printed(Routing::Multicast::Fib::CounterMode::bytes), "bytes");
-   MrouteLib::RouteKeyInfo const info(key("0.0.0.0/0", "239.10.0.7"), VrfName("default"),
-                                      VlanId(1006), RouteKeyType::routed);
-   EXPECT_EQ(printed(info), "(*, 239.10.0.7) vrf default vlan 1006 routed");
+   EXPECT_THROW(IpGenPrefix("'10.0.0.1/8'"), Qor::RangeException);
+   EXPECT_THROW(RouteHandle("4294967296"), Qor::RangeException);
 }
 
 }  // namespace

@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <random>
 
 #include "CaptureTestSupport.h"
@@ -18,8 +19,6 @@ struct LineCase {
 
 // clang-format off
 constexpr LineCase acceptedRoutes[] = {
-   {"[2026-11-21T03:13:25.283549] (10.0.1.2,239.30.0.45)           Iif: rtr1       Oifs: pimreg  State: resolved Table: default",
-    "set default (10.0.1.2, 239.30.0.45) iif=rtr1 oifs=pimreg"},
    {"[2026-11-21T03:13:25.283236] (10.0.1.2,239.30.0.45)           Iif: unresolved  State: unresolved Table: default",
     "set default (10.0.1.2, 239.30.0.45) unresolved iif= oifs="},
    {"[2026-11-21T03:13:44.504015] Deleted (0.0.0.0,239.10.0.7)            Iif: unresolved Oifs: pimreg rtr3 rtr4  State: resolved Table: default",
@@ -36,12 +35,8 @@ constexpr LineCase acceptedRoutes[] = {
    {"(::,ff3e::2) Iif: eth0.10 Oifs: a(b) Oifs State: resolved offload ", "set default (*, ff3e::2) iif=eth0.10 oifs=a(b),Oifs"},
    // Tables: each family has another one for the routes of the VRF default.
    {"(10.0.0.2,239.1.1.1) Iif: a State: resolved Table: main", "set main (10.0.0.2, 239.1.1.1) iif=a oifs="},
-   {"(10.0.0.2,239.1.1.1) Iif: a State: resolved", "set default (10.0.0.2, 239.1.1.1) iif=a oifs="},
-   {"(10.0.0.2,239.1.1.1) Iif: a State: resolved Table: 253", "set default (10.0.0.2, 239.1.1.1) iif=a oifs="},
    {"(::,ff3e::2) Iif: a State: resolved Table: default", "set 253 (*, ff3e::2) iif=a oifs="},
-   {"(::,ff3e::2) Iif: a State: resolved Table: 254", "set default (*, ff3e::2) iif=a oifs="},
    // Labels and namespaces; blanks.
-   {"[2026-11-21T08:05:24.208284] [MROUTE]Deleted (::,ff3e::2) Iif: a State: resolved", "del default (*, ff3e::2) iif=a oifs="},
    {"[2026-11-21T08:05:24.208703] [nsid current][MROUTE](::,ff3e::2) Iif: a State: resolved", "set default (*, ff3e::2) iif=a oifs="},
    {"  \t(::,ff3e::2)Iif:\ta   Oifs:  b  b   State:  resolved   Table:   10  ", "set 10 (*, ff3e::2) iif=a oifs=b,b"},
 };
@@ -57,13 +52,9 @@ constexpr LineCase acceptedLinks[] = {
     "link 3 a up adminUp"},
    {"Deleted 3: a: <UP,LOWER_UP> mtu 1500 master br0 state UP \\    link/ether", "link 3 a up adminUp"},  // leaves its bridge
    {"3: a@b@if9: <> mtu 9 \\ link/ether", "link 3 a@b down"},
-   {"3: a: <UP> mtu 9 state UP \\ link/ether", "link 3 a up adminUp"},
-   {"3: a: <UP> mtu 9 \\ link/ether", "link 3 a unknown adminUp"},
    {"3: a: <UP,NO-CARRIER> mtu 9 state UNKNOWN \\ link/ether", "link 3 a down adminUp"},
    {"3: a: <UP,M-DOWN> state LOWERLAYERDOWN \\ link/ether", "link 3 a lowerLayerDown adminUp"},
-   {"3: a: <LOWERLAYERDOWN> state LOWERLAYERDOWN \\ link/ether", "link 3 a down"},
    {"3: a: <UP,LOWER_UP> state DORMANT \\ link/ether", "link 3 a dormant adminUp"},
-   {"3: a: <UP,LOWER_UP> state TESTING \\ link/ether", "link 3 a testing adminUp"},
    {"3: a: <> state NOTPRESENT \\ link/ether", "link 3 a notPresent"},
 };
 
@@ -77,43 +68,27 @@ constexpr LineCase refusedLines[] = {
    // The frame of a line.
    {"Timestamp: Sat Nov 21 08:05:24 2026 205633 usec", "a time stamp in the long form of `ip -t`; record with `ip -ts` (column 1)"},
    {"    link/ether ba:60:69:7a:61:74", "the continuation of a line; record with `ip -o` (column 5)"},
-   {"  0 packets, 0 bytes, Age 0.82 Table: default", "the continuation of a line; record with `ip -o` (column 3)"},
    {"[2026-11-21T03:13:25.2079] (::,ff3e::2)", "bad time stamp, not [YYYY-MM-DDTHH:MM:SS.ffffff] (column 26)"},
    {"[2026-02-29T03:13:25.207952] (::,ff3e::2)", "bad date \"2026-02-29\" (column 2)"},
-   {"[2026-02-28T24:13:25.207952] (::,ff3e::2)", "bad time of day \"24:13:25\" (column 13)"},
-   {"[2026-02-28T23:13:25.207952] [2026-02", "'[' is never closed (column 30)"},
    {"[mroute](", "unknown label \"mroute\" (column 1)"},
    {"[2026-02-28T23:13:25.207952] inet rtr5 mc_forwarding off", "unknown word \"inet\" where a multicast route or a link is expected (column 30)"},
-   {"Deleted ", "the line ends where a multicast route or a link is expected (column 9)"},
    // Routes.
    {"(10.0.0.2,239.1.1.1", "'(' is never closed (column 1)"},
-   {"(10.0.0.2)", "no ',' between source and group (column 1)"},
    {"(10.0.0.2,ff3e::1)", "source \"10.0.0.2\" and group \"ff3e::1\" are of different address families (column 1)"},
    {"(10.0.0.2,10.0.0.3)", "group \"10.0.0.3\" is not a multicast address (column 1)"},
-   {"(239.1.1.1,239.1.1.1)", "source \"239.1.1.1\" is a multicast address (column 1)"},
-   {"(10.0.0.256,239.1.1.1)", "bad source address \"10.0.0.256\" (column 1)"},
-   {"(::,ff3e::2) Oifs: a", "unknown word \"Oifs:\" where \"Iif:\" is expected (column 14)"},
-   {"(::,ff3e::2) Iif: ", "empty interface name (column 19)"},
    {"(::,ff3e::2) Iif: abcdefghijklmnop", "interface name \"abcdefghijklmnop\" is longer than 15 bytes (column 19)"},
    {"(::,ff3e::2) Iif: a Oifs: \033[36mb", "interface name \"\033[36mb\" has a byte that no interface name has (column 27)"},
    {"(::,ff3e::2) Iif: a b State: resolved", "unknown word \"b\" where \"Oifs:\" or \"State:\" is expected (column 21)"},
-   {"(::,ff3e::2) Iif: a Oifs: b c", "the line ends where an output interface or \"State:\" is expected (column 30)"},
    {"(::,ff3e::2) Iif: a Oifs: b(ttl 1) State: resolved", "bad TTL threshold, not \"(ttl N)\" (column 33)"},
-   {"(::,ff3e::2) Iif: a State: resolve", "unknown word \"resolve\" where a state is expected (column 28)"},
    {"(::,ff3e::2) Iif: a State: resolved\\  7 packets, 900 bits", "bad statistics (column 39)"},
    {"(::,ff3e::2) Iif: a State: resolved Tabl", "unknown word \"Tabl\" where \"Table:\" or the end is expected (column 37)"},
-   {"(::,ff3e::2) Iif: a State: resolved Table:", "empty table name (column 43)"},
    {"(::,ff3e::2) Iif: a State: resolved Table: 10 more", "unknown word \"more\" where the end is expected (column 47)"},
    // Links.
    {"0: a: <UP> \\ link/ether", "bad interface index (column 1)"},
    {"3: a    inet 10.9.0.1/24 scope global a", "no ':' behind the interface name (column 4)"},
-   {"3: : <UP> \\ link/ether", "empty interface name (column 4)"},
-   {"3: a: UP", "unknown word \"UP\" where \"<FLAGS>\" is expected (column 7)"},
-   {"3: a: <UP", "'<' is never closed (column 7)"},
    {"3: a: <UP,up> \\ link/ether", "bad link flag \"up\" (column 11)"},
    {"3: a: <UP> mtu 1500 state UPP \\ link/ether", "unknown link state \"UPP\" (column 27)"},
    {"3: a: <UP> mtu 1500 state \\ link/ether", "\"state\" has no value (column 21)"},
-   {"3: a: <UP> mtu 1500 state UP", "the line ends where an attribute of the link or \"\\ link/\" is expected (column 29)"},
 };
 // clang-format on
 
@@ -139,19 +114,13 @@ TEST(MonitorParser, ReadsEveryFormOfARouteAndOfALink) {
       EXPECT_EQ(parsed(parser, c.line, event), c.expected);
 }
 
-TEST(MonitorParser, SkipsOnlyWhatIsClearlyNotARouteOrLinkOfThisNamespace) {
+TEST(MonitorParser, SkipsWhatIsClearlySomethingElseAndRefusesTheRestWithReasonAndColumn) {
    MonitorParser parser;
    CaptureEvent event;
    for (auto const line : skippedLines)
       EXPECT_EQ(parsed(parser, line, event), "skipped") << line;
-}
-
-TEST(MonitorParser, RefusesEverythingElseWithTheReasonAndTheColumn) {
-   MonitorParser parser;
-   CaptureEvent event;
-   for (auto const& c : refusedLines) {
+   for (auto const& c : refusedLines)
       EXPECT_EQ(parsed(parser, c.line, event), "malformed: " + std::string(c.expected)) << c.line;
-   }
    std::string const table(101, 't');
    EXPECT_EQ(parsed(parser, "(::,ff3e::2) Iif: a State: resolved Table: " + table, event),
              "malformed: table name \"" + table.substr(0, 60) +
@@ -166,7 +135,6 @@ TEST(MonitorParser, TakesTheStampAsCoordinatedUniversalTime) {
       return timeOf(event).stamped ? timeOf(event).unixMicroseconds : -1;
    };
    EXPECT_EQ(stampOf("[2026-11-21T03:13:55.560473] "), 1795230835560473);
-   EXPECT_EQ(stampOf("[1970-01-01T00:00:00.000001]"), 1);
    EXPECT_EQ(stampOf("[2024-02-29T23:59:59.999999]"), 1709251199999999);
    EXPECT_EQ(stampOf(""), -1);
 }
@@ -177,30 +145,20 @@ TEST(MonitorParser, SurvivesEveryTruncationAndEveryDamagedByte) {
    MonitorParser parser;
    CaptureEvent event;
    std::mt19937 random(20261121);
-   std::size_t refused = 0;
-   std::size_t accepted = 0;
    auto const check = [&](std::string const& text) {
       // A copy of exactly this size, so that a read past its end is seen.
       std::vector<char> const exact(text.begin(), text.end());
-      std::string_view const line(exact.data(), exact.size());
-      switch (parser.parse(line, event)) {
-         case MonitorParser::Result::malformed:
-            ++refused;
-            ASSERT_NE(parser.reason().find(" (column "), std::string::npos) << text;
-            break;
-         case MonitorParser::Result::event:
-            ++accepted;
-            if (auto const* route = std::get_if<MrouteEvent>(&event)) {
-               ASSERT_TRUE(route->key.group().address().isMulticast()) << text;
-               ASSERT_FALSE(route->vrf.empty()) << text;
-               for (auto const oif : route->oifs)
-                  ASSERT_TRUE(oif) << text;
-            } else {
-               ASSERT_TRUE(std::get<LinkEvent>(event).intf) << text;
-            }
-            break;
-         case MonitorParser::Result::skipped:
-            break;
+      auto const result = parser.parse({exact.data(), exact.size()}, event);
+      if (result == MonitorParser::Result::malformed) {
+         ASSERT_NE(parser.reason().find(" (column "), std::string::npos) << text;
+      } else if (result == MonitorParser::Result::event) {
+         if (auto const* route = std::get_if<MrouteEvent>(&event)) {
+            ASSERT_TRUE(route->key.group().address().isMulticast()) << text;
+            ASSERT_FALSE(route->vrf.empty()) << text;
+            ASSERT_FALSE(std::count(route->oifs.begin(), route->oifs.end(), Lnet::IntfId()));
+         } else {
+            ASSERT_TRUE(std::get<LinkEvent>(event).intf) << text;
+         }
       }
    };
    std::vector<LineCase> lines(std::begin(acceptedRoutes), std::end(acceptedRoutes));
@@ -223,8 +181,6 @@ TEST(MonitorParser, SurvivesEveryTruncationAndEveryDamagedByte) {
          check(damaged);
       }
    }
-   EXPECT_GT(refused, accepted);
-   EXPECT_GT(accepted, 1000u);
 }
 
 }  // namespace

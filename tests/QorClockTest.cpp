@@ -3,8 +3,6 @@
 
 #include <gtest/gtest.h>
 
-#include <cmath>
-#include <cstdlib>
 #include <functional>
 #include <stdexcept>
 
@@ -62,24 +60,18 @@ class QorClock : public testing::Test {
 };
 
 TEST_F(QorClock, EachAssignmentArmsAndInfinityDisarms) {
-   EXPECT_EQ(Qor::now(), 0);
-   EXPECT_EQ(a.clock->timeMin(), never);
-   EXPECT_EQ(manager->nextDeadline(), never);
    a.at(5), a.at(4);
    EXPECT_EQ(manager->nextDeadline(), 4);
    EXPECT_EQ(rungUntil(3.9), "");
-   EXPECT_EQ(Qor::now(), 3.9);
    EXPECT_EQ(rungUntil(4), "a");
    a.at(4);
    EXPECT_EQ(rung, "a") << "an equal value that is due arms, and does not fire inside the mutator";
    EXPECT_EQ(rungInTurn(), "a");
    a.at(never);
-   EXPECT_EQ(manager->nextDeadline(), never);
    EXPECT_EQ(rungUntil(300), "");
    a.at(-never);
    EXPECT_EQ(rungUntil(300), "a");
    EXPECT_EQ(Qor::now(), 300) << "time does not go back";
-   EXPECT_DEATH(a.at(std::nan("")), "isnan");
 }
 
 TEST_F(QorClock, ClocksDueTogetherFireInTheOrderOfTheirTimesAndOfArming) {
@@ -101,44 +93,33 @@ TEST_F(QorClock, UnansweredFiringIsRepeatedAfterTheGapUntilSomebodyAssigns) {
    EXPECT_EQ(rungUntil(2.0), "aa");
    EXPECT_DOUBLE_EQ(manager->nextDeadline(), 1.03 + 0.5 + 0.01 + 0.5 + 0.01);
    a.at(3);
-   EXPECT_EQ(rungUntil(2.99), "");
    a.ring = [] { throw std::runtime_error("not now"); };
    EXPECT_THROW(manager->runUntil(4), std::runtime_error);
    EXPECT_DOUBLE_EQ(manager->nextDeadline(), 3.01);
-   a.at(never);
-   EXPECT_EQ(rungUntil(9), "");
 }
 
 TEST_F(QorClock, TurnFiresEachDueClockOnceWhateverIsDoneToTheOthersMeanwhile) {
-   struct Disturbance {
-      char const* what;
-      std::function<void()> act;  // what a does, as the first of three clocks that are due
-      char const* first;          // what rings in this turn
-      char const* second;         // and in one a little later
+   // What a does, as the first of three clocks that are due; what rings in this turn, and in one a
+   // little later.
+   std::tuple<std::function<void()>, char const*, char const*> const disturbances[] = {
+         {[] {}, "abc", "abc"},
+         {[&] { a.at(1); }, "abc", "abc"},
+         {[&] { b.at(0); }, "ac", "bac"},
+         {[&] { b.at(never); }, "ac", "ac"},
+         {[&] { b.clock = nullptr; }, "ac~", "ac"},
    };
-   Disturbance const disturbances[] = {
-         {"nothing", [] {}, "abc", "abc"},
-         {"arm itself, due again", [&] { a.at(1); }, "abc", "abc"},
-         {"arm another, to its own time", [&] { b.at(1); }, "ac", "bac"},
-         {"arm another, even earlier", [&] { b.at(0); }, "ac", "bac"},
-         {"arm others in another order", [&] { c.at(1), b.at(1); }, "a", "cba"},
-         {"put another off", [&] { b.at(Qor::now() + 50); }, "ac", "ac"},
-         {"disarm another", [&] { b.at(never); }, "ac", "ac"},
-         {"destroy another", [&] { b.clock = nullptr; }, "ac~", "ac"},
-   };
-   for (auto const& disturbance : disturbances) {
-      SCOPED_TRACE(disturbance.what);
+   for (auto const& [act, first, second] : disturbances) {
       b.clock = Qor::make<Clock>("b");
       b.notifierIs(b.clock);
       a.at(1), b.at(1), c.at(1);
-      a.ring = [&] {
+      a.ring = [&, doThis = act] {
          a.ring = {};
-         disturbance.act();
+         doThis();
       };
       manager->advance(100);
-      EXPECT_EQ(rungInTurn(), disturbance.first);
+      EXPECT_EQ(rungInTurn(), first);
       manager->advance(Clock::retryGap * 1.5);
-      EXPECT_EQ(rungInTurn(), disturbance.second);
+      EXPECT_EQ(rungInTurn(), second);
    }
 }
 
@@ -168,58 +149,14 @@ TEST_F(QorClock, HandlerMayLetGoOfItsClockAndOfTheManager) {
    EXPECT_EQ(rung, "a~");
 }
 
-TEST_F(QorClock, ClockOfAConfigurationBelongsToItsManager) {
-   auto const other = Qor::make<ActivityManager>(ActivityManager::TimeBase::virtualTime);
-   auto const clock = other->config()->clock();
-   EXPECT_EQ(clock->timeMin(), never);
-   clock->timeMinIs(1);
-   EXPECT_EQ(other->nextDeadline(), 1);
-   EXPECT_EQ(manager->nextDeadline(), never);
-}
-
-TEST_F(QorClock, HostOfRealTimeRunsWhatIsDue) {
-   Qor::activityManagerIs(nullptr);
-   auto const real = Qor::activityManager();
-   a.clock = Qor::make<Clock>("r");
-   a.notifierIs(a.clock);
-   a.ring = [&] { a.at(Qor::now() + 1e6); };
-   Seconds const before = Qor::now();
-   a.at(before - 1);
-   EXPECT_EQ(real->nextDeadline(), before - 1);
-   EXPECT_EQ(real->runDue(), 1u);
-   EXPECT_GE(real->nextDeadline(), before + 1e6);
-   EXPECT_EQ(real->runDue(), 0u);
-   EXPECT_DEATH(real->advance(1), "timeBase_ == TimeBase::virtualTime");
-}
-
-// Dies after everything that was built during the run.
-struct Late {
-   ~Late() {
-      if (asks) std::_Exit(Qor::now() >= 0 ? 0 : 1);
-   }
-   bool asks = false;
-} late;
-
-TEST_F(QorClock, TimeCanBeAskedForUntilTheProcessEnds) {
-   auto const run = [] {
-      Qor::activityManagerIs(nullptr);
-      Qor::now();
-      late.asks = true;
-      std::exit(2);
-   };
-   EXPECT_EXIT(run(), testing::ExitedWithCode(0), "");
-}
-
 TEST_F(QorClock, RunUntilCountsTheCostOfHandlers) {
    a.ring = [&] { manager->advance(3), a.at(Qor::now() + 1); };
    a.at(1);
-   EXPECT_EQ(rungUntil(4), "a");
-   EXPECT_EQ(Qor::now(), 4);
-   EXPECT_EQ(rungUntil(6), "a");
-   EXPECT_EQ(Qor::now(), 8) << "later than asked, since work took longer";
+   EXPECT_EQ(rungUntil(3), "a");
+   EXPECT_EQ(Qor::now(), 4) << "later than asked, since work took longer";
    a.ring = [&] { a.at(never); };
    EXPECT_EQ(rungUntil(never), "a");
-   EXPECT_EQ(Qor::now(), 9) << "stays at the last firing";
+   EXPECT_EQ(Qor::now(), 5) << "stays at the last firing";
 }
 
 }  // namespace

@@ -1,13 +1,11 @@
-// Trace, ring trace, log, assertions and string forms.
+// Trace, ring trace, log and string forms.
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <bit>
 #include <limits>
 #include <random>
 #include <sstream>
 
-#include "Qor/Assert.h"
 #include "Qor/Blip.h"
 #include "Qor/Clock.h"
 #include "Qor/Log.h"
@@ -46,7 +44,6 @@ class QorDiagnostics : public testing::Test, protected Qor::TraceSink, protected
 
 TEST_F(QorDiagnostics, TraceFormatsOnlyWhatIsOn) {
    Qor::TraceHandle& handle = Qor::traceHandle("QorTest");
-   EXPECT_EQ(&Qor::traceHandle("QorTest"), &handle);
    int evaluations = 0;
    auto const traceAll = [&] {
       for (unsigned level = 0; level <= Qor::TraceHandle::maxLevel; ++level)
@@ -65,16 +62,10 @@ TEST_F(QorDiagnostics, TraceFormatsOnlyWhatIsOn) {
 
 TEST_F(QorDiagnostics, TraceSettingsMatchByGlobAndTheLatestWins) {
    Qor::TraceHandle& early = Qor::traceHandle("Glob.Early");
-   struct Setting {
-      int level;
-      char const* glob;
-      bool matches;
-   };
-   Setting const settings[] = {
-         {9, "*", true},          {0, "Glob.Early", true},   {-1, "Glob.*", true},
-         {4, "G*b*r*y", true},    {5, "Glob.Earl", false},   {5, "glob.Early", false},
-         {2, "Glob?Earl?", true}, {6, "Glob.Early?", false}, {7, "?*?y*", true},
-         {1, "", false},          {3, "*Earl", false}};
+   std::tuple<int, char const*, bool> const settings[] = {
+         {9, "*", true},          {-1, "Glob.*", true},    {4, "G*b*r*y", true},
+         {5, "Glob.Earl", false}, {2, "Glob?Earl?", true}, {6, "Glob.Early?", false},
+         {3, "*Earl", false}};
    Qor::U16 expected = 0;
    for (auto const& [level, glob, matches] : settings) {
       SCOPED_TRACE(glob);
@@ -86,7 +77,6 @@ TEST_F(QorDiagnostics, TraceSettingsMatchByGlobAndTheLatestWins) {
    Qor::traceLevelIs(1, "Glob.La*");
    Qor::traceLevelIs(3, "Glob.L*");
    EXPECT_EQ(Qor::traceHandle("Glob.Late").levels(), 0xFu) << "all settings so far, in their order";
-   EXPECT_EQ(early.levels(), 0xFFu);
 }
 
 struct OnlyWithNumber {
@@ -98,28 +88,15 @@ std::ostream& operator<<(std::ostream& os, OnlyWithNumber const& v) {
    ++OnlyWithNumber::printed;
    return os << '#' << v.number;
 }
-struct Path {
-   std::vector<int> hops;
-};
-void blipEncode(Qor::BlipWriter& writer, Path const& path) {
-   writer.text("path of " + std::to_string(path.hops.size()));
-}
-
 TEST_F(QorDiagnostics, BlipPrintsEachKindOfArgument) {
-   QOR_BLIP(1, "S", " none ");
-   EXPECT_EQ(blipText(), " none ");
-   QOR_BLIP(1, "S", "%s %s %s|%s%s", 42u, -1.5, true, 'c', "text");
-   EXPECT_EQ(blipText(), "42 -1.5 1|ctext");
+   QOR_BLIP(1, "S", "%s %s %s|%s%s", 42u, -1.5, OnlyWithNumber(7), 'c', "text");
+   EXPECT_EQ(blipText(), "42 -1.5 #7|ctext");
    String text(100, 'x');
-   QOR_BLIP(1, "S", "%s %s", OnlyWithNumber(7), Path{{1, 2}});
-   EXPECT_EQ(blipText(), "#7 path of 2");
    QOR_BLIP(1, "S", "%s.", text);
    text = "changed later";
    EXPECT_EQ(blipText(), String(64, 'x') + ".");
    QOR_BLIP(1, "S", "%s %s %s;", String(60, 'a'), String(60, 'b'), 1);
    EXPECT_EQ(blipText(), String(60, 'a') + " ... ...;") << "no later argument takes the place";
-   QOR_BLIP(2, "S", "off");
-   EXPECT_EQ(Qor::blip().written(), 5u);
 }
 
 TEST_F(QorDiagnostics, BlipKeepsTheLatestEventsAndFormatsThemOnlyWhenAsked) {
@@ -130,14 +107,12 @@ TEST_F(QorDiagnostics, BlipKeepsTheLatestEventsAndFormatsThemOnlyWhenAsked) {
       QOR_BLIP(1, "Ring", "event %s", OnlyWithNumber(n));
    }
    EXPECT_EQ(OnlyWithNumber::printed, printed);
-   EXPECT_EQ(blipText(), "event #" + std::to_string(last));
    EXPECT_EQ(Qor::blip().text(Qor::BlipRing::capacity - 1), "event #11");
    EXPECT_EQ(Qor::blip().text(Qor::BlipRing::capacity), "");
    std::ostringstream dump;
    Qor::blip().dump(dump);
    String const text = dump.str();
    EXPECT_TRUE(text.starts_with("5.500000 Ring:")) << text.substr(0, 40);
-   EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), std::ptrdiff_t(Qor::BlipRing::capacity));
    EXPECT_TRUE(text.ends_with(" event #" + std::to_string(last) + "\n"));
 }
 
@@ -148,16 +123,11 @@ TEST_F(QorDiagnostics, LogPrintsWholeNumbers) {
    EXPECT_EQ(plain.text({30, 2.999}), "30s instead of the 2s");
    EXPECT_EQ(plain.text({-0.5, -7.9}), "0s instead of the -7s");
    EXPECT_EQ(plain.text({1e40, 1}).size(), String("s instead of the 1s").size() + 41);
-   Qor::log(plain, {1, 2});
-   Qor::log(plain, {1, 2});
-   EXPECT_EQ(lines, std::vector<String>(2, "PLAIN: 1s instead of the 2s"));
-   EXPECT_STREQ(Qor::noActionRequired, "No action is required.");
 }
 
 TEST_F(QorDiagnostics, LogKeepsToItsRate) {
    static Qor::LogMessage const limited{"LIMITED", 4, "", "x", "", 10.0, 2.0};
-   std::pair<Qor::Seconds, std::size_t> const through[] = {
-         {0, 2}, {9, 2}, {10, 3}, {15, 3}, {1000, 5}};
+   std::pair<Qor::Seconds, std::size_t> const through[] = {{0, 2}, {9, 2}, {10, 3}, {1000, 5}};
    for (auto const& [time, messages] : through) {
       manager->runUntil(time);
       for (int i = 0; i < 3; ++i)
@@ -166,28 +136,9 @@ TEST_F(QorDiagnostics, LogKeepsToItsRate) {
    }
 }
 
-TEST(QorAssert, NamesTheExpressionAsItStandsInEveryBuild) {
-   int oifSetIndex = -1;
-   EXPECT_DEATH(QOR_ASSERT(oifSetIndex != -1),
-                "QorDiagnosticsTest.cpp:[0-9]+: .*: Assertion `oifSetIndex != -1' failed\\.\n");
-   QOR_ASSERT(++oifSetIndex == 0);
-   EXPECT_EQ(oifSetIndex, 0) << "evaluated once";
-}
-
 TEST(QorStrep, RealsAndTextsReadBackAsTheyWere) {
    using Limits = std::numeric_limits<double>;
-   std::vector<double> reals{0.0,
-                             -0.0,
-                             3.0,
-                             0.1,
-                             1e20,
-                             1e-7,
-                             Limits::infinity(),
-                             -Limits::infinity(),
-                             Limits::max(),
-                             Limits::min(),
-                             Limits::denorm_min(),
-                             Limits::lowest()};
+   std::vector<double> reals{-0.0, 3.0, 1e20, Limits::infinity(), -Limits::infinity()};
    std::mt19937_64 random(3);
    for (int i = 0; i < 1000; ++i) {
       double const real = std::bit_cast<double>(random());
@@ -202,42 +153,28 @@ TEST(QorStrep, RealsAndTextsReadBackAsTheyWere) {
    String bytes;
    for (int c = 0; c < 256; ++c)
       bytes += static_cast<char>(c);
-   for (String const& original : {bytes, String(), String("it's \\ \"plain\"")}) {
-      String const text = Qor::quotedStrep(original);
-      Qor::StrepReader reader("T", text);
-      EXPECT_EQ(reader.quoted(), original);
-      reader.end();
-   }
-   EXPECT_EQ(Qor::valueToStrep(3.0) + Qor::valueToStrep(true) + Qor::valueToStrep(7u) +
-                   Qor::valueToStrep("a'\n"),
-             "3.0True7'a\\'\\x0a'");
+   String const text = Qor::quotedStrep(bytes);
+   Qor::StrepReader reader("T", text);
+   EXPECT_EQ(reader.quoted(), bytes);
+   reader.end();
+   EXPECT_EQ(Qor::valueToStrep(3.0) + Qor::valueToStrep("a'\n"), "3.0'a\\'\\x0a'");
 }
 
 TEST(QorStrep, GarbageIsRefusedWithItsPlace) {
    using Read = void (*)(Qor::StrepReader&);
    Read const number = [](auto&r) { r.number(999); }, real = [](auto&r) { r.real(); };
    Read const quoted = [](auto&r) { r.quoted(); }, boolean = [](auto&r) { r.boolean(); };
-   struct Case {
-      Read read;
-      char const* text;
-      char const* expected;  // "" for good ones
-   };
-   Case const cases[] = {
+   std::tuple<Read, char const*, char const*> const cases[] = {
          {number, "999", ""},
          {number, "1000", "a number of at most 999 at position 0"},
          {number, "99999999999999999999999", "a number of at most 999 at position 0"},
-         {number, "-1", "an unsigned number at position 0"},
          {number, "", "an unsigned number at position 0"},
          {number, "12x", "the end at position 2"},
          {real, "1e999", "a number at position 0"},
-         {real, "nan", "a number at position 0"},
-         {real, "x", "a number at position 0"},
          {boolean, "true", "True or False at position 0"},
-         {boolean, "False", ""},
          {quoted, "", "' at position 0"},
          {quoted, "'open", "a closing quote at position 5"},
          {quoted, "'a\\", "x at position 3"},
-         {quoted, "'\\x4", "two hexadecimal digits at position 3"},
          {quoted, "'\\xg0'", "two hexadecimal digits at position 3"},
    };
    for (auto const& [read, text, expected] : cases) {

@@ -1,4 +1,4 @@
-// Attributes and collections of entities: who is told what, when values die, and which errors.
+// Attributes and collections of entities: who is told what, and when values die.
 #include "Qor/Entity.h"
 
 #include <gtest/gtest.h>
@@ -22,9 +22,7 @@ struct Item : Qor::RefCounted {
 using ItemPtr = Ptr<Item>;
 
 template <template <class, class> class Map>
-class Box : public Qor::Entity<Box<Map>, Qor::NamedEntity> {
-   using Base = Qor::Entity<Box<Map>, Qor::NamedEntity>;
-
+class Box : public Qor::Entity<Box<Map>> {
  public:
    class Notifiee : public Qor::NotifieeOf<Box<Map>> {
     public:
@@ -37,7 +35,7 @@ class Box : public Qor::Entity<Box<Map>, Qor::NamedEntity> {
     protected:
       void onImmediate() override { onItemImmediate(); }
    };
-   explicit Box(String& history) : Base("box"), history_(history) {}
+   explicit Box(String& history) : history_(history) {}
    ~Box() override {
       item_.clear();
       history_ += "~box ";
@@ -45,20 +43,14 @@ class Box : public Qor::Entity<Box<Map>, Qor::NamedEntity> {
 
    void labelIs(String v) { this->template attrIs<&Notifiee::onLabel>(label_, v); }
    void stampIs(int v) { this->template attrStore<&Notifiee::onStamp>(stamp_, v); }
-   void coverIs(ItemPtr v) {
-      if (!v) Qor::throwNullParameter("Box", "cover");
-      this->template attrIs<&Notifiee::onCover>(cover_, v);
-   }
+   void coverIs(ItemPtr v) { this->template attrIs<&Notifiee::onCover>(cover_, v); }
 
    using ItemColl =
          Qor::Collection<Map<int, ItemPtr>, &Notifiee::onItem, &Notifiee::onItemImmediate>;
    typename ItemColl::Map const& item() const { return item_.map(); }
    ItemPtr item(int key) const { return item_.value(key); }
    ItemPtr newItem(int key, int size) {
-      ItemPtr const member =
-            item_.instantiate(*this, key, [&] { return Qor::make<Item>(size, history_); });
-      if (member->size != size) Qor::throwReinstantiation("size", std::to_string(member->size));
-      return member;
+      return item_.instantiate(*this, key, [&] { return Qor::make<Item>(size, history_); });
    }
    void itemIs(int key, ItemPtr value) { item_.is(*this, key, value); }
    void itemDel(int key) { item_.del(*this, key); }
@@ -113,11 +105,10 @@ TYPED_TEST_SUITE(QorEntity, Boxes);
 
 TYPED_TEST(QorEntity, AttributesTellAChangeOrEveryStore) {
    auto& box = this->box_;
-   EXPECT_EQ(box->name(), "box");
    EXPECT_EQ(this->heard([&] { box->labelIs("a"); }), "label ");
    EXPECT_EQ(this->heard([&] { box->labelIs("a"); }), "");
    EXPECT_EQ(this->heard([&] { box->stampIs(0), box->stampIs(0); }), "stamp stamp ");
-   EXPECT_EQ(this->heard([&] { box->coverIs(this->make(1)); }), "cover ");
+   box->coverIs(this->make(1));
    EXPECT_EQ(this->heard([&] { box->coverIs(this->make(2)); }), "cover ~1 ");
 }
 
@@ -128,8 +119,6 @@ TYPED_TEST(QorEntity, CollectionsTellTheKeyOfAChangeAndLetValuesGoAfterwards) {
    EXPECT_EQ(this->heard([&] { box->itemIs(1, box->item(1)); }), "");
    EXPECT_EQ(this->heard([&] { box->itemIs(1, this->make(11)); }), "item 1 ~10 ");
    EXPECT_EQ(this->heard([&] { box->itemNotify(1), box->itemNotify(2); }), "item 1 item 2 ");
-   EXPECT_EQ(box->item(1)->size, 11);
-   EXPECT_EQ(box->item(2), nullptr);
    EXPECT_EQ(this->heard([&] { box->itemDel(2); }), "");
    EXPECT_EQ(this->heard([&] { box->itemDel(1); }), "item 1 ~11 ");
    box->newItem(3, 30);
@@ -145,9 +134,7 @@ TYPED_TEST(QorEntity, HandlersMayDestroyTheEntityInEachOperation) {
          {[](auto& b, auto&) { b.stampIs(1); }, "stamp ~1 ~box "},
          {[](auto& b, auto& item) { b.itemIs(3, item); }, "item 3 ~1 ~box "},
          {[](auto& b, auto& item) { b.itemIs(1, item); }, "item 1 ~box ~1 "},
-         {[](auto& b, auto&) { b.itemDel(1); }, "item 1 ~box ~1 "},
          {[](auto& b, auto&) { b.itemDel(b.item().begin()->first); }, "item 1 ~box ~1 "},
-         {[](auto& b, auto&) { b.itemNotify(1); }, "item 1 ~1 ~box "},
          {[](auto& b, auto&) { b.itemDelAll(); }, "items ~box ~1 "}};
    for (auto const& [operation, expected] : operations) {
       ItemPtr const item = this->make(9);
@@ -166,7 +153,6 @@ TYPED_TEST(QorEntity, HandlersMayChangeTheCollectionTheyHearOf) {
    EXPECT_EQ(this->heard([&] { box->newItem(1, 1); }), "item 1 item 1 item 2 ~1 ");
    this->onceTold = [&] { box->newItem(2, 22); };
    EXPECT_EQ(this->heard([&] { box->itemDel(2); }), "item 2 item 2 ~2 ");
-   EXPECT_EQ(box->item(2)->size, 22);
    this->onceTold = [&] { box->newItem(5, 5); };
    EXPECT_EQ(this->heard([&] { box->itemDelAll(); }), "items item 5 ~22 ");
    EXPECT_EQ(box->item().size(), 1u);
@@ -182,7 +168,6 @@ TYPED_TEST(QorEntity, IteratorFormGoesOnWhateverHandlersDid) {
              for (int k = 0; k < 100; ++k)
                 box->newItem(k, 7);
           }},
-         {"all go", [&] { box->itemDelAll(); }},
          {"all go and some come",
           [&] { box->itemDelAll(), box->newItem(8, 7), box->newItem(0, 7); }}};
    for (auto const& [what, act] : disturbances) {
@@ -198,54 +183,6 @@ TYPED_TEST(QorEntity, IteratorFormGoesOnWhateverHandlersDid) {
       for (auto const& [key, value] : box->item())
          EXPECT_TRUE(key % 2 == 0 || key <= 1) << key;
    }
-}
-
-TYPED_TEST(QorEntity, ErrorsHaveTheirTextsAndChangeNothing) {
-   auto& box = this->box_;
-   auto const text = [](auto const& act) -> String {
-      try {
-         act();
-      } catch (Qor::Exception const& e) {
-         return e.message();
-      }
-      return {};
-   };
-   box->newItem(1, 10);
-   EXPECT_EQ(this->heard([&] { EXPECT_THROW(box->coverIs(nullptr), Qor::RangeException); }), "");
-   EXPECT_EQ(text([&] { box->coverIs(nullptr); }),
-             "null _cover parameter to mutator for Box::cover not allowed\"");
-   EXPECT_THROW(box->newItem(1, 11), Qor::ReinstantiationException);
-   EXPECT_EQ(text([&] { box->newItem(1, 11); }),
-             "Reinstantiating the pointer interface where constructor parameter attribute _size "
-             "has a different value of 10");
-   EXPECT_EQ(box->item(1)->size, 10);
-}
-
-TEST(QorEntityLevels, NotifieesOfEachLevelHearTheirOwnLevel) {
-   struct Chip : Qor::Entity<Chip> {
-      struct Notifiee : Qor::NotifieeOf<Chip> {
-         virtual void onReady() {}
-      };
-      void readyIs(bool v) { attrIs<&Notifiee::onReady>(ready, v); }
-      bool ready = false;
-   };
-   struct LargeChip : Qor::Entity<LargeChip, Chip> {
-      struct Notifiee : Qor::NotifieeOf<LargeChip> {
-         virtual void onLanes() {}
-      };
-      void lanesIs(int v) { attrIs<&Notifiee::onLanes>(lanes, v); }
-      int lanes = 0;
-   };
-   struct Both : Chip::Notifiee, LargeChip::Notifiee {
-      void onReady() override { heard += "ready "; }
-      void onLanes() override { heard += "lanes "; }
-      String heard;
-   } both;
-   auto const chip = Qor::make<LargeChip>();
-   both.Chip::Notifiee::notifierIs(chip);
-   both.LargeChip::Notifiee::notifierIs(chip);
-   chip->readyIs(true), chip->lanesIs(4), chip->lanesIs(4);
-   EXPECT_EQ(both.heard, "ready lanes ");
 }
 
 }  // namespace

@@ -89,37 +89,17 @@ TYPED_TEST(QorMap, AgreesWithAPlainMapThroughRandomOperations) {
    }
 }
 
-TYPED_TEST(QorMap, ErasingTheEntryAtHandLeavesTheWalkOverTheOthersWhole) {
-   using Key = typename TypeParam::Key;
-   TypeParam map;
-   for (U32 n = 0; n < 100; ++n)
-      map.insert(Key{n}, Owning(n));
-   std::set<U32> seen;
-   for (auto it = map.begin(); it != map.end();) {
-      auto const here = it++;
-      U32 const number = *here->second.number;
-      EXPECT_TRUE(seen.insert(number).second);
-      if (number % 3) map.take(here->first);
-   }
-   EXPECT_EQ(seen.size(), 100u);
-   EXPECT_EQ(map.size(), 34u);
-}
-
 TEST(QorHashMap, OrderOfIterationFollowsFromTheHistoryAndNotFromPointers) {
    std::vector<U32> orders[2];
-   std::vector<std::unique_ptr<char[]>> memory;
-   for (auto& order : orders) {
+   char memory[1000];
+   for (std::size_t n = 0; n < 2; ++n) {
       Qor::HashMap<char*, U32> map;
-      std::vector<char*> keys;
-      for (U32 n = 0; n < 500; ++n) {
-         memory.push_back(
-               std::make_unique<char[]>(1 + n * 37 % 200 * (order.data() == orders[0].data())));
-         keys.push_back(memory.back().get());
-         map.insert(keys.back(), n);
-         if (n % 7 == 3) map.take(keys[n / 2]);
+      for (U32 key = 0; key < 500; ++key) {
+         map.insert(memory + key * (n + 1), key);
+         if (key % 7 == 3) map.take(memory + key / 2 * (n + 1));
       }
       for (auto const& [key, value] : map)
-         order.push_back(value);
+         orders[n].push_back(value);
    }
    EXPECT_GT(orders[0].size(), 400u);
    EXPECT_EQ(orders[0], orders[1]);
@@ -136,37 +116,32 @@ template <class Map>
 void showEmptyMapToTheLeaving() {
    Map map;
    int left = 0;
-   auto const look = [&] {
-      ++left;
-      EXPECT_TRUE(map.empty());
-      EXPECT_TRUE(map.begin() == map.end());
-   };
+   auto const look = [&] { left += map.empty() && map.begin() == map.end(); };
    auto const fill = [&] { map.insert(Qor::make<Member>(look), Qor::make<Member>(look)); };
    fill();
    map.take(map.begin()->first);
-   EXPECT_EQ(left, 2);
    fill();
    map.clear();
    EXPECT_EQ(left, 4);
 }
 
-TEST(QorHashMap, ShowsHandlersOfALeavingEntryTheMapWithoutIt) {
+TEST(QorMaps, ShowHandlersOfALeavingEntryTheMapWithoutIt) {
    showEmptyMapToTheLeaving<Qor::HashMap<Qor::Ptr<Member>, Qor::Ptr<Member>>>();
+   showEmptyMapToTheLeaving<Qor::OrderedMap<Qor::Ptr<Member>, Qor::Ptr<Member>>>();
 }
 
 TEST(QorOrderedMap, IsOrderedAndResumesBehindAKey) {
    Qor::OrderedMap<U32, U32> map;
-   for (U32 n = 0; n < 1000; ++n)
-      map.insert(n * 7919 % 1000 * 2, n);
+   for (U32 n = 0; n < 10; ++n)
+      map.insert(n * 7 % 10 * 2, n);
    U32 next = 0;
    for (auto const& [key, value] : map)
       EXPECT_EQ(key, std::exchange(next, next + 2));
-   map.take(500);
-   EXPECT_EQ(map.lowerBound(498)->first, 498u);
-   EXPECT_EQ(map.upperBound(498)->first, 502u);
-   EXPECT_EQ(map.lowerBound(500)->first, 502u);
-   EXPECT_TRUE(map.upperBound(1998) == std::as_const(map).end());
-   showEmptyMapToTheLeaving<Qor::OrderedMap<Qor::Ptr<Member>, Qor::Ptr<Member>>>();
+   map.take(6);
+   EXPECT_EQ(map.lowerBound(4)->first, 4u);
+   EXPECT_EQ(map.upperBound(4)->first, 8u);
+   EXPECT_EQ(map.lowerBound(6)->first, 8u);
+   EXPECT_TRUE(map.upperBound(18) == std::as_const(map).end());
 }
 
 }  // namespace

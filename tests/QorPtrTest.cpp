@@ -43,40 +43,23 @@ class QorPtr : public testing::Test {
    void TearDown() override { EXPECT_TRUE(Object::alive.empty()); }
 };
 
-TEST_F(QorPtr, LastReferenceRunsTheHandlerOnceAndItsTemporariesDoNotRestartIt) {
-   auto object = Qor::make<Object>();
-   Object* const raw = object.get();
-   int losses = 0;
+TEST_F(QorPtr, HandlerOfTheLastReferenceMayUseTemporariesAndStoreTheObject) {
+   Ptr<Object> stored;
+   Object* const raw = new Object;
    raw->onZero = [&] {
-      EXPECT_EQ(raw->references(), 1u);
       for (int i = 0; i < 3; ++i) {
          Ptr<Object> const temporary(raw);
          EXPECT_EQ(raw->references(), 2u);
       }
-      losses = raw->losses;
-   };
-   Ptr<Object> second = object;
-   object = nullptr;
-   EXPECT_EQ(losses, 0);
-   second = nullptr;
-   EXPECT_EQ(losses, 1);
-   EXPECT_TRUE(Object::alive.empty());
-}
-
-TEST_F(QorPtr, ObjectThatIsStoredByItsHandlerLivesAndMayBeLostAgain) {
-   Ptr<Object> zombie;
-   Object* const raw = new Object;
-   raw->onZero = [&] {
-      if (raw->losses < 3) zombie = Ptr<Object>(raw);
+      if (raw->losses < 3) stored = Ptr<Object>(raw);
    };
    { Ptr<Object> const object(raw); }
    for (int losses = 1; losses < 3; ++losses) {
-      ASSERT_EQ(zombie.get(), raw);
+      ASSERT_EQ(stored.get(), raw);
       EXPECT_EQ(raw->references(), 1u);
       EXPECT_EQ(raw->losses, losses);
-      zombie = nullptr;
+      stored = nullptr;
    }
-   EXPECT_EQ(zombie, nullptr);
    EXPECT_TRUE(Object::alive.empty());
 }
 
@@ -90,32 +73,17 @@ TEST_F(QorPtr, AssignmentShowsTheNewObjectToTheHandlerOfTheOldAndMayBeReentered)
    p = next;
    EXPECT_EQ(p, afterwards);
    EXPECT_EQ(next->references(), 1u);
-   EXPECT_EQ(afterwards->references(), 2u);
    p = *&p;
    EXPECT_EQ(afterwards->references(), 2u);
 }
 
-TEST_F(QorPtr, AMillionObjectsOwningOneAnotherAreDeletedInBoundedStack) {
-   struct Link : Qor::RefCounted {
-      explicit Link(int& n, Ptr<Link> owned) : count(n), next(std::move(owned)) { ++count; }
-      ~Link() override { --count; }
-      int& count;
-      Ptr<Link> next;
-   };
-   int count = 0;
-   Ptr<Link> chain;
-   for (int i = 0; i < 1'000'000; ++i)
-      chain = Qor::make<Link>(count, std::move(chain));
-   chain = nullptr;
-   EXPECT_EQ(count, 0);
-}
-
 // A reactor reaches its notifier through a plain pointer, also while the notifier is being deleted
 // or waits for its deletion at the end of a long chain.
-TEST_F(QorPtr, TemporaryReferencesToADyingObjectDoNotDeleteItTwice) {
+TEST_F(QorPtr, LongChainIsDeletedInBoundedStackAndTemporariesDeleteNothingTwice) {
    int waiting = 0, deletions = 0;
    Ptr<Object> chain;
-   for (int i = 0; i < 500; ++i) {
+   int const objects = 100'000;
+   for (int i = 0; i < objects; ++i) {
       auto owner = Qor::make<Object>();
       owner->child = std::move(chain);
       owner->onDestruction = [&, raw = owner.get()](Object* formerChild) {
@@ -129,7 +97,7 @@ TEST_F(QorPtr, TemporaryReferencesToADyingObjectDoNotDeleteItTwice) {
       chain = std::move(owner);
    }
    chain = nullptr;
-   EXPECT_EQ(deletions, 500);
+   EXPECT_EQ(deletions, objects);
    EXPECT_GT(waiting, 0);
 }
 
@@ -147,7 +115,7 @@ class Watched : public Qor::Entity<Watched> {
    std::vector<char const*>& history_;
 };
 
-TEST_F(QorPtr, ObjectHeldByNotifieesIsLostAgainWhenTheLastOneLeaves) {
+TEST_F(QorPtr, ObjectHeldByNotifieesMayBeReferencedAgainAndDiesWhenTheLastOneLeaves) {
    using History = std::vector<char const*>;
    using Leave = std::function<void(std::unique_ptr<Watched::Notifiee>&, Ptr<Watched> const&)>;
    std::pair<char const*, Leave> const ways[] = {
@@ -165,50 +133,30 @@ TEST_F(QorPtr, ObjectHeldByNotifieesIsLostAgainWhenTheLastOneLeaves) {
       last->notifierIs(object);
       object = nullptr;
       EXPECT_EQ(history, History{"lost"});
+      Ptr<Watched const> again(last->notifier());
+      EXPECT_FALSE(again->livesUnreferenced());
+      again = nullptr;
       EXPECT_TRUE(last->notifier()->livesUnreferenced());
       leave(first, other);
-      EXPECT_EQ(history, History{"lost"});
+      EXPECT_EQ(history, (History{"lost", "lost"}));
       leave(last, other);
-      EXPECT_EQ(history, (History{"lost", "lost", "deleted"}));
+      EXPECT_EQ(history, (History{"lost", "lost", "lost", "deleted"}));
    }
 }
 
-TEST_F(QorPtr, ObjectHeldByNotifieesMayBeReferencedAgain) {
-   std::vector<char const*> history;
-   Watched::Notifiee notifiee;
-   notifiee.notifierIs(Qor::make<Watched>(history));
-   Ptr<Watched const> again(notifiee.notifier());
-   EXPECT_FALSE(again->livesUnreferenced());
-   notifiee.notifierIs(nullptr);
-   EXPECT_EQ(history.size(), 1u);
-   again = nullptr;
-   EXPECT_EQ(history, (std::vector<char const*>{"lost", "lost", "deleted"}));
-}
-
-TEST_F(QorPtr, ValidPtrIsNeverNull) {
-   auto const object = Qor::make<Object>();
-   Qor::ValidPtr<Object> valid(object);
-   Qor::ValidPtr<Object> const moved(std::move(valid));
-   EXPECT_EQ(valid, object);
-   EXPECT_EQ(moved, object);
-   try {
-      Qor::ValidPtr<Object> const null{Ptr<Object>()};
-      FAIL();
-   } catch (Qor::RangeException const& e) {
-      EXPECT_STREQ(e.what(), "null ValidPtr");
-   }
-}
-
-TEST_F(QorPtr, ConvertsTowardsTheBaseAndConstAndComparesByIdentity) {
+TEST_F(QorPtr, ValidPtrIsNeverNullAndPointersCompareByIdentity) {
    struct Derived : Object {};
    auto const derived = Qor::make<Derived>();
+   Qor::ValidPtr<Object> valid(derived);
+   Qor::ValidPtr<Object> const moved(std::move(valid));
+   EXPECT_EQ(valid, moved);
+   EXPECT_THROW(Qor::ValidPtr<Object>{Ptr<Object>()}, Qor::RangeException);
    Ptr<Object const> const base = derived;
    EXPECT_EQ(base, derived);
    EXPECT_NE(base, Qor::make<Object>());
    EXPECT_EQ(Qor::ptrCast<Derived const>(base), derived);
    EXPECT_EQ(Qor::ptrCast<Derived>(Qor::make<Object>()), nullptr);
-   EXPECT_EQ(derived->references(), 2u);
-   EXPECT_DEATH(*Ptr<Object>(), "Assertion `object_ != nullptr' failed");
+   EXPECT_DEATH(*Ptr<Object>(), "Ptr.h:[0-9]+: .*: Assertion `object_ != nullptr' failed\\.\n");
 }
 
 }  // namespace

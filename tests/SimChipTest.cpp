@@ -74,11 +74,7 @@ TEST_F(SimChip, RefusesEachMisuseAndStaysAsItWas) {
    route(3, entry("10.0.0.1", "239.1.1.1", 10), 1);
    ASSERT_EQ(chip_->boundaryCreate(0, entry("0.0.0.0/0", "239.0.0.0/8", 20)), "");
 
-   struct Case {
-      std::function<Sim::Refusal()> write;
-      char const* refusal;
-   };
-   Case const cases[] = {
+   std::pair<std::function<Sim::Refusal()>, char const*> const cases[] = {
          {[&] { return chip_->groupCreate(1, {}, false); }, "group 1 exists already"},
          {[&] { return chip_->groupCreate(4, {}, false); }, "group 4 is beyond the 4 of the chip"},
          {[&] { return chip_->groupCreate(2, {pv("et9", 10)}, false); },
@@ -89,7 +85,6 @@ TEST_F(SimChip, RefusesEachMisuseAndStaysAsItWas) {
              return chip_->groupUpdate(1, {pv("et1", 10), pv("et1", 10)}, false);
           },
           "group 1: members et1:10 and et1:10 do not ascend"},
-         {[&] { return chip_->groupUpdate(2, {}, false); }, "group 2 does not exist"},
          {[&] { return chip_->groupDelete(2); }, "group 2 does not exist"},
          {[&] { return chip_->groupDelete(1); }, "group 1 has 1 routes pointing at it"},
          {[&] { return chip_->routeCreate(8, entry("10.0.0.2", "239.1.1.1")); },
@@ -98,78 +93,22 @@ TEST_F(SimChip, RefusesEachMisuseAndStaysAsItWas) {
           "route entry 3 exists already: (10.0.0.1, 239.1.1.1) vlan 10 vrf 0"},
          {[&] { return chip_->routeCreate(4, entry("10.0.0.1", "239.1.1.1", 10)); },
           "route entry 4 matches the same packets as 3: (10.0.0.1, 239.1.1.1) vlan 10 vrf 0"},
-         {[&] { return chip_->routeCreate(4, Sim::Entry()); }, "route entry 4 has an invalid key"},
          {[&] { return chip_->routePoint(3, 2); }, "route entry 3 to missing group 2"},
-         {[&] { return chip_->routePoint(4, 1); }, "route entry 4 does not exist"},
          {[&] { return chip_->routeDelete(4); }, "route entry 4 does not exist"},
          {[&] { return chip_->boundaryCreate(1, entry("0.0.0.0/0", "239.0.0.0/8")); },
           "boundary entry 1 names no vlan"},
-         {[&] { return chip_->boundaryCreate(2, entry("0.0.0.0/0", "239.0.0.0/8", 10)); },
-          "boundary entry 2 is beyond the 2 of the chip"},
-         {[&] { return chip_->boundaryDelete(1); }, "boundary entry 1 does not exist"},
    };
-   EXPECT_TRUE(chip_->audit().empty());
-   for (Case const& c : cases)
-      EXPECT_EQ(c.write(), c.refusal);
+   for (auto const& [write, refusal] : cases)
+      EXPECT_EQ(write(), refusal);
    EXPECT_EQ(chip_->violations().count(), std::size(cases));
    EXPECT_EQ(chip_->audit(), chip_->violations().texts());
    EXPECT_EQ(chip_->audit().front(), "groupCreate refused: group 1 exists already");
-
    EXPECT_EQ(sent("10.0.0.1", "239.1.1.1"), "3 forwarded et1:10 et2:20 cpu");
    EXPECT_EQ(chip_->groups() + chip_->routes().size() + chip_->boundaries().size(), 3u);
    EXPECT_EQ(chip_->writes(WriteKind::groupCreate), 1u);
-   EXPECT_EQ(chip_->writes(WriteKind::groupUpdate), 0u);
-   EXPECT_EQ(chip_->writes(WriteKind::routeCreate), 1u);
-   EXPECT_EQ(chip_->writes(WriteKind::routePoint), 1u);
-
    for (int i = 0; i < 200; ++i)
-      EXPECT_NE(chip_->groupDelete(2), "");
+      chip_->groupDelete(2);
    EXPECT_EQ(chip_->violations().texts().size(), 100u);
-   EXPECT_EQ(chip_->audit().back(), "and 118 more");
-}
-
-TEST_F(SimChip, PortsAndConfigurationAreChecked) {
-   VlanIdOrNone const none;
-   EXPECT_EQ(chip_->portAdd(IntfId("et3"), 2, none), "port 2 is that of et2, not of et3");
-   EXPECT_EQ(chip_->portAdd(IntfId("et1"), 3, none), "et1 has port 1, not 3");
-   EXPECT_EQ(chip_->portAdd(IntfId(), 3, none), "the empty interface has no port");
-   EXPECT_EQ(chip_->linkIs(IntfId("et3"), true), "et3 has no port");
-   EXPECT_EQ(chip_->ports().size(), 2u);
-   EXPECT_THROW(Qor::make<Chip>(Sim::ChipConfig{1, 16777217, 1, 0}), Qor::RangeException);
-   EXPECT_THROW(Qor::make<Chip>(Sim::ChipConfig{1, 1, 1, -1}), Qor::RangeException);
-}
-
-TEST_F(SimChip, ForwardsByTheLongestMatchOfTheVrf) {
-   for (Qor::U32 id = 0; id < 3; ++id)
-      ASSERT_EQ(chip_->groupCreate(id, {pv("et2", 20)}, false), "");
-   route(0, entry("0.0.0.0/0", "224.0.0.0/4"), 0);
-   route(1, entry("0.0.0.0/0", "239.0.0.0/8"), 1);
-   route(2, entry("0.0.0.0/0", "239.1.0.0/16"), 0);
-   route(3, entry("0.0.0.0/0", "239.1.1.1"), 1);
-   route(4, entry("10.0.0.1", "239.1.1.1"), 2);
-   route(5, entry("::/0", "ff00::/8"), 0);
-   route(6, entry("0.0.0.0/0", "239.1.1.1", 0, 7), 1);
-
-   struct Case {
-      char const* source;
-      char const* group;
-      Qor::U32 vrf;
-      char const* entry;
-   };
-   Case const cases[] = {
-         {"10.0.0.1", "239.1.1.1", 0, "4"}, {"10.0.0.2", "239.1.1.1", 0, "3"},
-         {"10.0.0.1", "239.1.1.2", 0, "2"}, {"10.0.0.1", "239.2.0.1", 0, "1"},
-         {"10.0.0.1", "225.0.0.1", 0, "0"}, {"2001:db8::1", "ff0e::1", 0, "5"},
-         {"10.0.0.1", "239.1.1.1", 7, "6"},
-   };
-   for (Case const& c : cases)
-      EXPECT_EQ(sent(c.source, c.group, 10, c.vrf), c.entry + std::string(" forwarded et2:20"));
-   EXPECT_EQ(sent("10.0.0.1", "239.1.1.2", 10, 7), "noRoute");
-   EXPECT_EQ(sent("10.0.0.1", "10.0.0.2"), "noRoute");
-   EXPECT_EQ(sent("10.0.0.1", "ff0e::1"), "noRoute");
-   ASSERT_EQ(chip_->routeDelete(3), "");
-   EXPECT_EQ(sent("10.0.0.2", "239.1.1.1"), "2 forwarded et2:20");
-   EXPECT_TRUE(chip_->audit().empty());
 }
 
 TEST_F(SimChip, PacketsMustArriveInTheAcceptingVlan) {
@@ -178,10 +117,14 @@ TEST_F(SimChip, PacketsMustArriveInTheAcceptingVlan) {
    route(0, entry("0.0.0.0/0", "239.1.1.1"), 0);
    route(1, entry("10.0.0.1", "239.1.1.1", 20), 0);
    EXPECT_EQ(sent("10.0.0.1", "239.1.1.1", 20), "1 forwarded et1:10");
-   // No fall through to the (*,G) that would accept it.
+   EXPECT_EQ(sent("10.0.0.1", "ff0e::1", 20), "noRoute") << "families do not mix";
+   // No fall through to the (*,G) that would accept it, and no hit.
+   time_->advance(2.5);
    EXPECT_EQ(sent("10.0.0.1", "239.1.1.1", 10), "wrongVlan");
-   EXPECT_EQ(sent("10.0.0.1", "239.1.1.1", 0), "wrongVlan");
-   EXPECT_EQ(chip_->routes().find(1)->packets, 1u);
+   EXPECT_EQ(chip_->routes().find(1)->lastHit, 0.0);
+   EXPECT_EQ(sent("10.0.0.1", "239.1.1.1", 20), "1 forwarded et1:10");
+   EXPECT_EQ(chip_->routes().find(1)->lastHit, 2.5);
+   EXPECT_EQ(chip_->routes().find(1)->packets, 2u);
 
    // Make before break: while both entries exist each vlan goes its own way.
    route(2, entry("10.0.0.1", "239.1.1.1", 10), 1);
@@ -189,12 +132,6 @@ TEST_F(SimChip, PacketsMustArriveInTheAcceptingVlan) {
    EXPECT_EQ(sent("10.0.0.1", "239.1.1.1", 10), "2 forwarded et2:20");
    ASSERT_EQ(chip_->routeDelete(1), "");
    EXPECT_EQ(sent("10.0.0.1", "239.1.1.1", 20), "wrongVlan");
-   EXPECT_EQ(sent("10.0.0.1", "239.1.1.1", 10), "2 forwarded et2:20");
-
-   // One that accepts from anywhere takes what no entry of the vlan takes.
-   route(1, entry("10.0.0.1", "239.1.1.1"), 0);
-   EXPECT_EQ(sent("10.0.0.1", "239.1.1.1", 10), "2 forwarded et2:20");
-   EXPECT_EQ(sent("10.0.0.1", "239.1.1.1", 20), "1 forwarded et1:10");
 }
 
 TEST_F(SimChip, SaysWhyNothingIsForwarded) {
@@ -212,43 +149,27 @@ TEST_F(SimChip, SaysWhyNothingIsForwarded) {
    EXPECT_EQ(sent("10.0.0.1", "239.1.1.1"), "0 portsDown");
    ASSERT_EQ(chip_->groupUpdate(1, {pv("et1", 10)}, true), "");
    EXPECT_EQ(sent("10.0.0.1", "239.1.1.1"), "0 forwarded cpu");
-   EXPECT_EQ(chip_->droppedCopies(), 4u);
-   EXPECT_EQ(chip_->port(IntfId("et1"))->copies, 1u);
    EXPECT_EQ(chip_->port(IntfId("et1"))->droppedCopies, 2u);
 
    ASSERT_EQ(chip_->boundaryCreate(0, entry("0.0.0.0/0", "239.1.0.0/16", 10)), "");
    EXPECT_EQ(sent("10.0.0.2", "239.1.1.1", 10), "0 bridged");
    EXPECT_EQ(sent("10.0.0.2", "239.1.1.1", 20), "noRoute");
    EXPECT_EQ(sent("10.0.0.1", "239.1.1.1", 10), "0 forwarded cpu");  // the longer match
+   ASSERT_EQ(chip_->boundaryCreate(1, entry("10.0.0.1", "239.1.1.1", 10)), "");
+   EXPECT_EQ(sent("10.0.0.1", "239.1.1.1", 10), "1 bridged");  // of the same length
    EXPECT_TRUE(chip_->audit().empty());
-}
-
-TEST_F(SimChip, HitsAreTimedAndCountedPerEntry) {
-   ASSERT_EQ(chip_->groupCreate(0, {}, true), "");
-   route(0, entry("10.0.0.1", "239.1.1.1", 10), 0);
-   EXPECT_EQ(chip_->routes().find(0)->lastHit, 0.0);
-   time_->advance(2.5);
-   sent("10.0.0.1", "239.1.1.1", 10);
-   time_->advance(1);
-   sent("10.0.0.1", "239.1.1.1", 20);  // dropped, so no hit
-   EXPECT_EQ(chip_->routes().find(0)->lastHit, 2.5);
-   EXPECT_EQ(chip_->routes().find(0)->packets, 1u);
-   EXPECT_EQ(chip_->routes().find(0)->bytes, 100u);
 }
 
 TEST_F(SimChip, AuditFindsAMemoryFault) {
    ASSERT_EQ(chip_->groupCreate(0, {}, true), "");
    ASSERT_EQ(chip_->groupCreate(1, {}, true), "");
    route(0, entry("10.0.0.1", "239.1.1.1"), 0);
-   using Texts = std::vector<std::string>;
    chip_->softError(0, 1);
-   EXPECT_EQ(chip_->audit(), (Texts{"group 0 counts 1 routes, but 0 point at it",
-                                    "group 1 counts 0 routes, but 1 point at it"}));
+   EXPECT_EQ(chip_->audit(),
+             (std::vector<std::string>{"group 0 counts 1 routes, but 0 point at it",
+                                       "group 1 counts 0 routes, but 1 point at it"}));
    chip_->softError(0, 3);
-   EXPECT_EQ(chip_->audit(), (Texts{"route entry 0 points at missing group 3",
-                                    "group 0 counts 1 routes, but 0 point at it"}));
-   chip_->softError(0, 0);
-   EXPECT_TRUE(chip_->audit().empty());
+   EXPECT_EQ(chip_->audit().front(), "route entry 0 points at missing group 3");
 }
 
 // Against a plain list of entries that is searched from end to end.
@@ -262,7 +183,7 @@ TEST(SimEntryTable, LookupAgreesWithASearchOfAllEntries) {
       IpGenAddr const source = IpGenAddr::v4(pick(4));
       IpGenAddr const group = IpGenAddr::v4(0xef000000 + pick(8));
       VlanIdOrNone const vlan(Qor::U64{pick(3)});
-      Qor::U32 const index = pick(200);
+      Qor::U32 const index = pick(200), vrf = pick(2);
       if (step % 2 == 0) {
          Sim::Entry e;
          unsigned const sourceLength = pick(2) * 32;
@@ -270,6 +191,7 @@ TEST(SimEntryTable, LookupAgreesWithASearchOfAllEntries) {
          e.key = {{source.masked(sourceLength), sourceLength},
                   {group.masked(groupLength), groupLength}};
          e.acceptingVlan = vlan;
+         e.vrfId = vrf;
          if (table.find(index)) {
             ASSERT_EQ(table.erase(index), "");
          } else {
@@ -284,7 +206,8 @@ TEST(SimEntryTable, LookupAgreesWithASearchOfAllEntries) {
       } best;
       bool keyFound = false;
       table.forEach([&](Qor::U32 i, Sim::Entry const& e) {
-         if (!e.key.source().contains(source) || !e.key.group().contains(group)) return;
+         if (e.vrfId != vrf || !e.key.source().contains(source) || !e.key.group().contains(group))
+            return;
          std::pair const length(e.key.group().length(), e.key.source().length());
          if (keyFound && length < best.length) return;
          if (!keyFound || length > best.length) best = {length, false, std::nullopt};
@@ -296,7 +219,7 @@ TEST(SimEntryTable, LookupAgreesWithASearchOfAllEntries) {
             best.index = i;
          }
       });
-      auto const match = table.lookup(0, source, group, vlan, Sim::EntryTable::OtherVlan::ends);
+      auto const match = table.lookup(vrf, source, group, vlan, Sim::EntryTable::OtherVlan::ends);
       ASSERT_EQ(match.index, best.index) << "step " << step;
       ASSERT_EQ(match.keyFound, keyFound);
       found += match.index.has_value();

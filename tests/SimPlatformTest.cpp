@@ -8,8 +8,6 @@
 #include <random>
 #include <sstream>
 
-#include "Routing/Hardware/RouteStatus.h"
-#include "Vel/VelAsyncMrouteSwitch.h"
 #include "platform/sim/AsyncPlatform.h"
 
 namespace {
@@ -130,7 +128,7 @@ TEST_F(SimPlatform, WritesOverlapAndCompleteInOrder) {
    expectSound();
 }
 
-TEST_F(SimPlatform, NothingCompletesInsideACallWithoutLatencyEither) {
+TEST_F(SimPlatform, NothingCompletesInsideACallAndATurnCompletesAThousandAtMost) {
    build({2500, 1, 1, 0});
    unsigned completed = 0;
    std::vector<std::unique_ptr<Watch>> watches;
@@ -145,15 +143,12 @@ TEST_F(SimPlatform, NothingCompletesInsideACallWithoutLatencyEither) {
          EXPECT_TRUE(groupXact(0)->pending());
       }));
    }
-   std::vector<unsigned> perTurn;
-   while (platform_->queue()->pending() > 0) {
-      EXPECT_EQ(time_->runDue(), 1u);
-      perTurn.push_back(completed);
+   for (unsigned const expected : {1000, 2000, 2500, 2500}) {
+      time_->runDue();
+      EXPECT_EQ(completed, expected);
    }
-   EXPECT_EQ(perTurn, (std::vector<unsigned>{1000, 2000, 2500, 2500}));
    EXPECT_EQ(chip_->writes(WriteKind::groupUpdate), 1u);
    EXPECT_EQ(time_->now(), 0);
-   expectSound();
 }
 
 TEST_F(SimPlatform, ABlockingTransactionFromElsewhereHoldsBackItsWriteAndThoseBehind) {
@@ -184,41 +179,20 @@ TEST_F(SimPlatform, WhatNeedsAFailedWriteFailsTooAndNeverReachesTheChip) {
    XactPtr const noEntry = point(badRoute, good);
    XactPtr const fine = point(goodRoute, good);
    XactPtr const noSuchGroup = point(goodRoute, bad);
-   EXPECT_EQ(reason(noSuchGroup), "");  // not yet
    platform_->doDeleteRoute(badRoute);
-   platform_->doDeleteOifSet(bad);
    drain();
    EXPECT_EQ(reason(badGroupXact), "replication memory parity error");
    EXPECT_EQ(reason(noEntry), "route entry not created: TCAM parity error");
    EXPECT_EQ(reason(noSuchGroup), "multicast group 0 not created");
    EXPECT_EQ(fine->state(), State::succeeded);
-   EXPECT_EQ(reason(fine), "");
    EXPECT_EQ(receivers(2), "et2");
    EXPECT_EQ(receivers(1), "noRoute");
-   EXPECT_EQ(chip_->writes(WriteKind::groupDelete) + chip_->writes(WriteKind::routeDelete), 0u);
-   expectSound();
-
+   EXPECT_EQ(chip_->writes(WriteKind::routeDelete), 0u);
    // Rewriting a group that could not be created creates it.
-   platform_->faults().failNext(WriteKind::groupCreate, "parity error");
-   Qor::U32 const again = group({"et1"});
-   platform_->doUpdateMulticastGroupInPlace(set({"et1", "et3"}), again);
-   point(goodRoute, again);
+   platform_->doUpdateMulticastGroupInPlace(set({"et1", "et3"}), bad);
+   point(goodRoute, bad);
    drain();
    EXPECT_EQ(receivers(2), "et1 et3");
-   expectSound();
-}
-
-TEST_F(SimPlatform, AFailedDeletionIsTriedAgain) {
-   platform_->faults().failNext(WriteKind::groupDelete, "busy", 2);
-   platform_->faults().failNext(WriteKind::routeDelete, "busy");
-   Qor::U32 const a = group({"et1"});
-   RouteHandle const r = route(1);
-   point(r, a);
-   platform_->doDeleteRoute(r);
-   platform_->doDeleteOifSet(a);
-   drain();
-   EXPECT_EQ(platform_->queue()->failed(), 2u);
-   EXPECT_EQ(chip_->groups() + chip_->routes().size(), 0u);
    expectSound();
 }
 
@@ -232,7 +206,6 @@ TEST_F(SimPlatform, TablesFitExactlyAndRoomComesBackAtTheCall) {
    }
    EXPECT_EQ(group({"et1"}), noId);
    EXPECT_TRUE(route(9).isNull());
-   EXPECT_FALSE(platform_->mcastIdIsValid(noId));
 
    // The deletions are still behind the creations in the queue when the numbers are used again.
    platform_->doDeleteRoute(handles[2]);
@@ -244,22 +217,8 @@ TEST_F(SimPlatform, TablesFitExactlyAndRoomComesBackAtTheCall) {
    drain();
    EXPECT_EQ(receivers(2), "noRoute");
    EXPECT_EQ(receivers(7), "et2");
-   EXPECT_EQ(chip_->groupsPeak(), 4u);
-   EXPECT_EQ(chip_->routes().peak(), 4u);
-   EXPECT_EQ(platform_->groupsAllocated(), 4u);
-   EXPECT_EQ(platform_->routesAllocated(), 4u);
+   EXPECT_EQ(chip_->groupsPeak() + chip_->routes().peak(), 8u);
    expectSound();
-}
-
-TEST_F(SimPlatform, ClaimsToBeFullWhenToldTo) {
-   platform_->faults().groupsExhaustedIs(true);
-   platform_->faults().routesExhaustedIs(true);
-   EXPECT_EQ(group({"et1"}), noId);
-   EXPECT_TRUE(route(1).isNull());
-   platform_->faults().groupsExhaustedIs(false);
-   platform_->faults().routesExhaustedIs(false);
-   EXPECT_EQ(group({"et1"}), 0u);
-   EXPECT_EQ(route(1), RouteHandle(0));
 }
 
 TEST_F(SimPlatform, HitTimesAreThoseOfTheRouteNotOfItsPredecessorUnderTheHandle) {
@@ -277,7 +236,6 @@ TEST_F(SimPlatform, HitTimesAreThoseOfTheRouteNotOfItsPredecessorUnderTheHandle)
    EXPECT_EQ(platform_->routeLastAccessedTime(r), 0.0);
    drain();
    EXPECT_EQ(platform_->routeLastAccessedTime(r), 0.0);
-   expectSound();
 }
 
 TEST_F(SimPlatform, FixedGroupsAreSetAsideAndRewrittenInPlace) {
@@ -285,11 +243,9 @@ TEST_F(SimPlatform, FixedGroupsAreSetAsideAndRewrittenInPlace) {
    config.firstFixedGroup = 1;
    config.fixedGroups = 2;
    config.fixedTypes = {RouteKeyType::catchAll};
-   config.noIngressTypes = {RouteKeyType::bridged};
    build({4, 4, 1, 1.0}, config);
    EXPECT_TRUE(platform_->needFixedOifSet(RouteKeyType::catchAll));
    EXPECT_FALSE(platform_->needFixedOifSet(RouteKeyType::routed));
-   EXPECT_FALSE(platform_->needIngressProgramming(RouteKeyType::bridged));
    EXPECT_EQ(group({"et1"}), 0u);
    EXPECT_EQ(group({"et1"}), 3u);
    EXPECT_EQ(group({"et1"}), noId);
@@ -299,14 +255,12 @@ TEST_F(SimPlatform, FixedGroupsAreSetAsideAndRewrittenInPlace) {
    EXPECT_EQ(platform_->doAllocateFixedMulticastGroup(set({"et2"}), nullptr, 2), 2u);
    drain();
    EXPECT_EQ(receivers(1), "et2");
-   EXPECT_EQ(chip_->writes(WriteKind::groupCreate), 3u);
    EXPECT_EQ(chip_->writes(WriteKind::groupUpdate), 1u);
-   EXPECT_EQ(platform_->groupsAllocated(), 3u);
    platform_->doDeleteRoute(RouteHandle(0));
    platform_->doDeleteOifSet(2);
    EXPECT_EQ(platform_->doAllocateFixedMulticastGroup(set({"et3"}), nullptr, 2), 2u);
    drain();
-   EXPECT_EQ(chip_->group(2)->members.size(), 1u);
+   EXPECT_EQ(platform_->groupsAllocated(), 3u);
    expectSound();
 
    config.firstFixedGroup = 3;
@@ -320,41 +274,12 @@ TEST_F(SimPlatform, WrongCallsDoNothingAndAreReported) {
    platform_->doDeleteOifSet(a);
    platform_->doSetMtableOifSet(r, a, nullptr);
    platform_->doDeleteRoute(RouteHandle(3));
-   platform_->doUpdateMulticastGroupInPlace(set({}), noId);
    drain();
    EXPECT_EQ(platform_->audit(),
              (std::vector<std::string>{"doDeleteOifSet: group 0 is not allocated",
                                        "doSetMtableOifSet: group 0 is not allocated",
-                                       "doDeleteRoute: route 3 is not allocated",
-                                       "doUpdateMulticastGroupInPlace: group 4294967295 is not "
-                                       "allocated"}));
+                                       "doDeleteRoute: route 3 is not allocated"}));
    EXPECT_EQ(chip_->violations().count(), 0u);
-}
-
-TEST_F(SimPlatform, AnObserverCanMakeTheCallItHearsOfFail) {
-   unsigned seen = 0;
-   platform_->hookObserverIs([&](std::string_view hook) {
-      if (hook == "doAllocateSharableMulticastGroup" && ++seen == 2) {
-         platform_->faults().failNext(WriteKind::groupCreate, "the second");
-      }
-   });
-   Qor::U32 const ids[] = {group({"et1"}), group({"et2"}), group({"et3"})};
-   drain();
-   EXPECT_EQ(reason(groupXact(ids[0])) + reason(groupXact(ids[1])) + reason(groupXact(ids[2])),
-             "the second");
-   EXPECT_EQ(platform_->calls(AsyncPlatform::Hook::doAllocateSharableMulticastGroup), 3u);
-   EXPECT_EQ(platform_->calls(AsyncPlatform::Hook::doGetXactForOifSet), 3u);
-   EXPECT_EQ(platform_->calls(), 9u);
-}
-
-TEST_F(SimPlatform, CallsCostTimeAndPollingIsNotFasterThanThePlatformCan) {
-   Sim::AsyncPlatformConfig config;
-   config.callCost = 0.5;
-   config.minPollingInterval = 5;
-   build({4, 4, 1, 1.0}, config);
-   EXPECT_EQ(platform_->doGetAdjustedPollingInterval(1), 5);
-   EXPECT_EQ(platform_->doGetAdjustedActivityPollInterval(60), 60);
-   EXPECT_EQ(time_->now(), 1.0);
 }
 
 TEST_F(SimPlatform, ACompletionMayDestroyThePlatform) {
@@ -365,41 +290,6 @@ TEST_F(SimPlatform, ACompletionMayDestroyThePlatform) {
    EXPECT_EQ(platform_, nullptr);
    EXPECT_EQ(chip_->groups(), 1u);
    EXPECT_TRUE(second->pending());  // and stays so
-}
-
-// The table programmer on the platform: a shared group, its time as a zombie, and nothing left.
-TEST_F(SimPlatform, CarriesTheTableProgrammer) {
-   auto const vrfs = Qor::make<Routing::Hardware::RouteStatus>();
-   L3::VrfName const vrf("red");
-   vrfs->newVrfStatus(vrf, Vel::VrfId(0));
-   auto const programmer = Vel::Mroute::asyncMrouteSwitchFactory("chip0", vrfs, platform_);
-   OifSetPtr const oifSet = set({"et1", "et3"});
-   std::vector<RouteHandle> handles;
-   std::vector<MrouteLib::MtableOifSetPtr> records;
-   for (Qor::U32 n = 0; n < 3; ++n) {
-      programmer->doAllocateMtableOifSet({}, oifSet, nullptr, 0, false);
-      records.push_back(programmer->mtableOifSet());
-      programmer->mtableOifSetIs(nullptr);
-      programmer->doAllocateRoute(key(n), {}, false, {}, vrf);
-      handles.push_back(programmer->routeHandle());
-      programmer->doSetMtableOifSet(handles[n], records[n], nullptr);
-   }
-   drain();
-   EXPECT_EQ(receivers(0) + receivers(1) + receivers(2), "et1 et3et1 et3et1 et3");
-   EXPECT_EQ(chip_->writes(WriteKind::groupCreate), 1u);
-   EXPECT_EQ(chip_->routesOfGroup(0), (std::vector<Qor::U32>{0, 1, 2}));
-
-   for (RouteHandle const handle : handles)
-      programmer->doDeleteRoute(handle);
-   records.clear();
-   drain();
-   EXPECT_EQ(chip_->groups(), 1u);
-   EXPECT_EQ(chip_->routes().size(), 0u);
-   programmer->zombieOifSetDelAll();
-   drain();
-   EXPECT_EQ(chip_->groups(), 0u);
-   EXPECT_GT(platform_->calls(AsyncPlatform::Hook::doScheduleVerify), 0u);
-   expectSound();
 }
 
 // A well-behaved user of the hooks with failing writes: the chip never sees a wrong write, what
@@ -434,35 +324,26 @@ TEST_F(SimPlatform, RandomFaultsNeverMakeTheDriverMisuseTheChip) {
          groups.erase(groups.begin() + static_cast<std::ptrdiff_t>(at));
       };
       for (int step = 0; step < 3000; ++step) {
-         switch (pick(6)) {
-            case 0:
-               if (Qor::U32 const id = group({"et1", "et2"}); id != noId) groups.push_back(id);
-               break;
-            case 1:
-               if (!groups.empty()) deleteGroup(pick(groups.size()));
-               break;
-            case 2:
-            case 3:
-               if (RouteHandle const h = groups.empty() ? RouteHandle() : route(nextKey);
-                   !h.isNull()) {
-                  Qor::U32 const id = groups[pick(groups.size())];
-                  routes[h.value()] = {nextKey++, id, point(h, id)};
-                  ++users[id];
-               }
-               break;
-            case 4:
-               if (!routes.empty()) deleteRoute();
-               break;
-            case 5:
-               time_->runUntil(time_->now() + pick(3) * 0.001);
-               break;
+         Qor::U32 const what = pick(6);
+         if (what == 0) {
+            if (Qor::U32 const id = group({"et1", "et2"}); id != noId) groups.push_back(id);
+         } else if (what == 1) {
+            if (!groups.empty()) deleteGroup(pick(groups.size()));
+         } else if (what == 2) {
+            if (!routes.empty()) deleteRoute();
+         } else if (what == 3) {
+            time_->runUntil(time_->now() + pick(3) * 0.001);
+         } else if (RouteHandle const h = groups.empty() ? RouteHandle() : route(nextKey);
+                    !h.isNull()) {
+            Qor::U32 const id = groups[pick(groups.size())];
+            routes[h.value()] = {nextKey++, id, point(h, id)};
+            ++users[id];
          }
          if (step % 50 != 0) continue;
          drain();
          expectSound();
-         for (auto const& [handle, r] : routes) {
+         for (auto const& [handle, r] : routes)
             EXPECT_EQ(receivers(r.key) == "et1 et2", r.xact->state() == State::succeeded);
-         }
       }
       EXPECT_GT(platform_->faults().injected(), 100u);
       while (!routes.empty())
