@@ -58,27 +58,66 @@ RouteProgrammer::~RouteProgrammer() {
 }
 
 void RouteProgrammer::routeIs(L3::VrfName const& vrf, RouteKey const& key, WantedRoute wanted) {
-   RouteTable& table = vrfs_[vrf];
-   auto* entry = table.find(key);
-   if (!entry) entry = table.insert(key, Qor::make<Route>(*this, vrf, key)).first;
-   Route& route = *entry->second;
-   if (route.wanted_ && *route.wanted_ == wanted) {
+   RoutePtr const there = find(vrf, {key, {}});
+   WantedPtr const before = there ? there->wanted_ : nullptr;
+   std::vector<Fastdrop> const fastdrops = wanted.fastdrop;
+   WantedRoute dropped;
+   dropped.set.typeIs(wanted.set.type());
+   if (!want(vrf, {key, {}}, std::move(wanted))) {
       ++counters_.unchanged;
       return;
    }
-   if (!route.wanted_) ++wantedRoutes_;
-   route.wanted_ = std::make_shared<WantedRoute const>(std::move(wanted));
-   route.attempts_ = 0;
-   mark(route);
+   wantedRoutes_ += before == nullptr;
+   for (Fastdrop const& fastdrop : fastdrops) {
+      dropped.acceptingIntfId = fastdrop.intfId;
+      dropped.acceptingVlan = fastdrop.vlan;
+      want(vrf, {key, fastdrop.vlan}, dropped);
+   }
+   if (!before) return;
+   for (Fastdrop const& old : before->fastdrop) {
+      auto const same = [&](Fastdrop const& f) { return f.vlan == old.vlan; };
+      if (std::none_of(fastdrops.begin(), fastdrops.end(), same)) {
+         wantNoMore(vrf, {key, old.vlan});
+      }
+   }
 }
 
 void RouteProgrammer::routeDel(L3::VrfName const& vrf, RouteKey const& key) {
-   auto const table = vrfs_.find(vrf);
-   auto* entry = table == vrfs_.end() ? nullptr : table->second.find(key);
-   if (!entry || !entry->second->wanted_) return;
+   RoutePtr const there = find(vrf, {key, {}});
+   if (!there || !there->wanted_) return;
+   WantedPtr const before = there->wanted_;
+   wantNoMore(vrf, {key, {}});
    --wantedRoutes_;
-   entry->second->wanted_.reset();
-   mark(*entry->second);
+   for (Fastdrop const& old : before->fastdrop)
+      wantNoMore(vrf, {key, old.vlan});
+}
+
+// Whether that is different from what was wanted.
+bool RouteProgrammer::want(L3::VrfName const& vrf, EntryKey const& key, WantedRoute wanted) {
+   RouteTable& table = vrfs_[vrf];
+   auto* entry = table.find(key);
+   if (!entry) {
+      entry = table.insert(key, Qor::make<Route>(*this, vrf, key.key, key.fastdropVlan)).first;
+   }
+   Route& route = *entry->second;
+   if (route.wanted_ && *route.wanted_ == wanted) return false;
+   route.wanted_ = std::make_shared<WantedRoute const>(std::move(wanted));
+   route.attempts_ = 0;
+   mark(route);
+   return true;
+}
+
+void RouteProgrammer::wantNoMore(L3::VrfName const& vrf, EntryKey const& key) {
+   RoutePtr const route = find(vrf, key);
+   if (!route || !route->wanted_) return;
+   route->wanted_.reset();
+   mark(*route);
+}
+
+RouteProgrammer::RoutePtr RouteProgrammer::find(L3::VrfName const& vrf, EntryKey const& key) const {
+   auto const table = vrfs_.find(vrf);
+   auto const* entry = table == vrfs_.end() ? nullptr : table->second.find(key);
+   return entry ? entry->second : nullptr;
 }
 
 void RouteProgrammer::vrfReady(L3::VrfName const& vrf) {
@@ -91,9 +130,8 @@ void RouteProgrammer::vrfReady(L3::VrfName const& vrf) {
 
 RouteProgrammer::Route const* RouteProgrammer::route(L3::VrfName const& vrf,
                                                      RouteKey const& key) const {
-   auto const table = vrfs_.find(vrf);
-   auto const* entry = table == vrfs_.end() ? nullptr : table->second.find(key);
-   return entry && entry->second->wanted_ ? entry->second.get() : nullptr;
+   RoutePtr const route = find(vrf, {key, {}});
+   return route && route->wanted_ ? route.get() : nullptr;
 }
 
 void RouteProgrammer::mark(Route& route) {
@@ -156,7 +194,9 @@ void RouteProgrammer::remove(Route& route) {
    release(route);
    waitNoMore(route);
    stateIs(route, State::marked);
-   if (!route.wanted_) vrfs_[route.vrf_].take(route.key_);  // else wanted again in the meantime
+   if (!route.wanted_)
+      vrfs_[route.vrf_].take(
+            {route.key_, route.fastdropVlan_});  // else wanted again in the meantime
 }
 
 // Looks at the transactions of the change under way, and watches the one it waits for.
@@ -316,6 +356,9 @@ void RouteProgrammer::pointAt(Route& route, MtableOifSetPtr record) {
             mrouteSwitch_->doSetMtableOifSet(route.handle_, route.record_, route.oifSetXact_);
    }
    route.placed_ = route.target_;
+   if (xactObserver_ && route.ingressXact_) {
+      xactObserver_("point " + route.key_.pretty(), route.ingressXact_);
+   }
    waitNoMore(route);
    markThoseWhoShare(route.placed_->set);
    stateIs(route, State::programming);
@@ -341,6 +384,11 @@ MtableOifSetPtr RouteProgrammer::allocateRecord(Route& route) {
    }
    MtableOifSetPtr const record = mrouteSwitch_->mtableOifSet();
    mrouteSwitch_->mtableOifSetIs(nullptr);
+   bool const isNew = record->references() == 1;
+   if (xactObserver_ && isNew && route.oifSetXact_ && route.oifSetXact_->pending()) {
+      xactObserver_("group " + std::to_string(mrouteSwitch_->doGetMulticastId(record)),
+                    route.oifSetXact_);
+   }
    return record;
 }
 
@@ -418,14 +466,33 @@ void RouteProgrammer::markThoseWhoShare(MrouteLib::PortVlanSet const& set) {
 }
 
 void RouteProgrammer::publish(Route const& route) {
+   if (route.isFastdrop()) {
+      auto const vrfStatus = mfibHwStatus_->vrfStatus(route.vrf_);
+      auto const status = vrfStatus ? vrfStatus->route(route.key_) : nullptr;
+      Qor::Name const& name = route.target_->acceptingIntfId.name();
+      if (status && !status->fastdropLastPollTime().find(name)) {
+         status->fastdropLastPollTimeIs(name, 0);
+      }
+      return;
+   }
    mfibHwStatus_->vrfStatusIs(route.vrf_)
          ->routeIs(route.key_)
          ->acceptingIntfIdIs(route.target_->acceptingIntfId);
+   // The fastdrop entries are part of the route's status, which may be a new one.
+   for (Fastdrop const& fastdrop : route.target_->fastdrop) {
+      RoutePtr const entry = find(route.vrf_, {route.key_, fastdrop.vlan});
+      if (entry && entry->placed_) publish(*entry);
+   }
 }
 
 void RouteProgrammer::withdraw(Route const& route) {
    auto const vrfStatus = mfibHwStatus_->vrfStatus(route.vrf_);
-   if (vrfStatus) vrfStatus->routeDel(route.key_);
+   if (!vrfStatus) return;
+   if (!route.isFastdrop()) {
+      vrfStatus->routeDel(route.key_);
+   } else if (auto const status = vrfStatus->route(route.key_); status && route.target_) {
+      status->fastdropLastPollTimeDel(route.target_->acceptingIntfId.name());
+   }
 }
 
 void RouteProgrammer::stateIs(Route& route, State state) {

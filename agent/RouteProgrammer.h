@@ -28,19 +28,33 @@
 // routes each. Whoever is notified by a pass may therefore want any route differently, or no more.
 // The hardware status entry of a route is published before the route is allocated and withdrawn
 // when the route is not in hardware.
+//
+// Fastdrop entries are placed as routes without outputs are, one for each, and wait, fail and are
+// tried again by themselves; forEachRoute() and route() leave them out.
 #pragma once
 
 #include <deque>
+#include <functional>
 #include <map>
 #include <memory>
 #include <set>
 #include <utility>
+#include <vector>
 
 #include "Qor/Clock.h"
 #include "Routing/Multicast/Fib/Hardware/Status.h"
 #include "Vel/VelAsyncMrouteSwitch.h"
 
 namespace Agent {
+
+// Traffic of a route that comes in over this interface is dropped in hardware, by an entry of its
+// own, and watched for activity.
+struct Fastdrop {
+   Lnet::IntfId intfId;
+   Bridging::VlanIdOrNone vlan;  // its internal vlan: not none, and not the route's accepting one
+
+   bool operator==(Fastdrop const&) const = default;
+};
 
 // A route as the routing layer wants it.
 struct WantedRoute {
@@ -49,6 +63,7 @@ struct WantedRoute {
    MrouteLib::PortVlanSet set;  // its type says what kind of route it is
    bool bridgeAction = false;
    Wisp::Multicast::Fib::RpaIndex rpaId;
+   std::vector<Fastdrop> fastdrop;  // each vlan once
 
    bool operator==(WantedRoute const&) const = default;
 };
@@ -109,7 +124,7 @@ class RouteProgrammer {
    void forEachRoute(Visit const& visit) const {
       for (auto const& [name, table] : vrfs_) {
          for (auto const& [key, r] : table) {
-            if (r->wanted()) visit(static_cast<Route const&>(*r));
+            if (r->wanted() && !r->isFastdrop()) visit(static_cast<Route const&>(*r));
          }
       }
    }
@@ -120,17 +135,26 @@ class RouteProgrammer {
       return static_cast<Qor::U32>(waitingGroup_.size() + waitingEntry_.size());
    }
    Counters const& counters() const { return counters_; }
+   // Told of every transaction that a change waits for, when it is begun: what it does, for people.
+   using XactObserver = std::function<void(Qor::String const&, Hux::XactPtr const&)>;
+   void xactObserverIs(XactObserver observer) { xactObserver_ = std::move(observer); }
    // Whether all is done that can be done: nothing marked, no transaction under way.
    bool settled() const { return work_.empty() && programming_ == 0; }
 
    // One route and where it stands.
    class Route final : public Qor::RefCounted {
     public:
-      Route(RouteProgrammer& programmer, L3::VrfName vrf, RouteKey const& key)
-            : programmer_(programmer), vrf_(std::move(vrf)), key_(key), xactReactor_(*this) {}
+      Route(RouteProgrammer& programmer, L3::VrfName vrf, RouteKey const& key,
+            Bridging::VlanIdOrNone fastdropVlan)
+            : programmer_(programmer),
+              vrf_(std::move(vrf)),
+              key_(key),
+              fastdropVlan_(fastdropVlan),
+              xactReactor_(*this) {}
 
       L3::VrfName const& vrf() const { return vrf_; }
       RouteKey const& key() const { return key_; }
+      bool isFastdrop() const { return !fastdropVlan_.isNone(); }
       // Null when the route is on its way out.
       WantedRoute const* wanted() const { return wanted_.get(); }
       State state() const { return state_; }
@@ -159,6 +183,7 @@ class RouteProgrammer {
       RouteProgrammer& programmer_;
       L3::VrfName const vrf_;
       RouteKey const key_;
+      Bridging::VlanIdOrNone const fastdropVlan_;  // none: the route itself
       WantedPtr wanted_;
       WantedPtr target_;  // what it is being placed as, whatever is wanted meanwhile
       WantedPtr placed_;  // what the entry in hardware stands for
@@ -179,11 +204,24 @@ class RouteProgrammer {
    };
 
  private:
-   using RouteTable = Qor::HashMap<RouteKey, RoutePtr>;
+   // A route, or one of its fastdrop entries.
+   struct EntryKey {
+      RouteKey key;
+      Bridging::VlanIdOrNone fastdropVlan;
+
+      Qor::U32 hash() const {
+         return Qor::hashFold(Qor::hashMix(key.hash(), fastdropVlan.value()));
+      }
+      bool operator==(EntryKey const&) const = default;
+   };
+   using RouteTable = Qor::HashMap<EntryKey, RoutePtr>;
 
    class QorClock;
    class QorMrouteSwitch;
 
+   bool want(L3::VrfName const& vrf, EntryKey const& key, WantedRoute wanted);
+   void wantNoMore(L3::VrfName const& vrf, EntryKey const& key);
+   RoutePtr find(L3::VrfName const& vrf, EntryKey const& key) const;
    void mark(Route& route);
    void schedulePass();
    void runPass();
@@ -225,6 +263,7 @@ class RouteProgrammer {
    Qor::U32 wantedRoutes_ = 0;
    Qor::U32 programming_ = 0;
    Counters counters_;
+   XactObserver xactObserver_;
    Qor::Ptr<Qor::Clock> const clock_;
    std::unique_ptr<QorClock> clockReactor_;
    std::unique_ptr<QorMrouteSwitch> switchReactor_;

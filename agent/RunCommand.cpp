@@ -16,7 +16,10 @@
 
 #include "Qor/Exception.h"
 #include "agent/CaptureReader.h"
+#include "agent/ScenarioParser.h"
+#include "agent/ScenarioRun.h"
 #include "agent/Summary.h"
+#include "agent/TimelineFile.h"
 
 namespace Agent {
 
@@ -120,9 +123,13 @@ class Run {
       if (!missing.empty() && !options_.keepGoing) return fail(missing.front());
 
       double const began = processorSeconds();
-      SimulatedSwitch simulated(options_.chip, std::move(intfMap));
-      if (!replay(simulated)) return exitFailed;
-      simulated.settle();
+      Sim::ChipConfig chip;
+      if (!options_.chipText.empty()) parseChipOption(options_.chipText, chip);
+      SimulatedSwitch simulated(chip, std::move(intfMap));
+      TimelineFile timeline(options_.timelineFile, simulated);
+      bool const replayed = replay(simulated, timeline);
+      if (replayed) simulated.settle();
+      if (!timeline.finish() || !replayed) return exitFailed;
       figures_.processorSeconds = processorSeconds() - began;
       return report(simulated);
    }
@@ -137,7 +144,7 @@ class Run {
    }
 
    // False when the input stopped the run.
-   bool replay(SimulatedSwitch& simulated) {
+   bool replay(SimulatedSwitch& simulated, TimelineFile& timeline) {
       InterruptEndsInput const interrupt;
       reader_.stopFdIs(interrupt.fd());
       CaptureEvent event;
@@ -157,6 +164,10 @@ class Run {
             continue;
          }
          count(figures_, event);
+         if (auto const* link = std::get_if<LinkEvent>(&event)) {
+            timeline.note("link " + link->intf.name() +
+                          (carriesTraffic(link->status) ? " up" : " down"));
+         }
          progress_.show(figures_, simulated, reader_.time());
       }
       progress_.clear();
@@ -177,23 +188,11 @@ class Run {
    }
 
    int report(SimulatedSwitch& simulated) {
-      nlohmann::ordered_json views = nlohmann::ordered_json::object();
-      for (View const view : options_.show) {
-         views[std::string(nameOf(view))] = viewJson(view, simulated);
-      }
+      // The check sends packets, which count in the tables: they are looked at before.
       CheckResult check;
       if (options_.check) check = checkForwarding(simulated, capture_);
       auto summary = summaryJson(figures_, simulated, options_.check ? &check : nullptr);
-      if (options_.json) {
-         if (!views.empty()) summary["tables"] = std::move(views);
-         std::cout << summary.dump(1) << '\n';
-      } else {
-         for (View const view : options_.show) {
-            printView(std::cout, view, views.at(std::string(nameOf(view))));
-            std::cout << '\n';
-         }
-         printSummary(std::cout, summary);
-      }
+      reportTables(options_, simulated, summary);
       if (!check.passed()) printDifferences(check.differences);
       return outputWritten() && check.passed() ? exitDone : exitFailed;
    }
@@ -276,8 +275,30 @@ bool outputWritten() {
    return false;
 }
 
-int runCapture(RunOptions const& options) {
-   return Run(options).run();
+void reportTables(RunOptions const& options, SimulatedSwitch const& simulated,
+                  nlohmann::ordered_json& summary) {
+   nlohmann::ordered_json views = nlohmann::ordered_json::object();
+   for (View const view : options.show) {
+      views[std::string(nameOf(view))] = viewJson(view, simulated);
+   }
+   if (options.json) {
+      if (!views.empty()) summary["tables"] = std::move(views);
+      std::cout << summary.dump(1) << '\n';
+      return;
+   }
+   for (View const view : options.show) {
+      printView(std::cout, view, views.at(std::string(nameOf(view))));
+      std::cout << '\n';
+   }
+   printSummary(std::cout, summary);
+}
+
+int runFiles(RunOptions const& options) {
+   bool const scenario = std::any_of(options.files.begin(), options.files.end(), isScenarioFile);
+   if (!scenario) return Run(options).run();
+   if (options.files.size() == 1) return runScenario(options);
+   std::cerr << "a scenario is played alone, without other files\n";
+   return exitUsage;
 }
 
 }  // namespace Agent

@@ -15,7 +15,8 @@ namespace Agent {
 struct RunOptions {
    std::vector<std::string> files;  // "-" is standard input
    std::string mapFile;             // empty: interfaces are numbered on first sight
-   Sim::ChipConfig chip;
+   std::string chipText;      // as parseChipOption() reads it; empty: the defaults, or a scenario's
+   std::string timelineFile;  // empty: none
    std::vector<View> show;
    bool json = false;
    bool check = true;
@@ -36,8 +37,14 @@ std::optional<std::string> applyTraceOption(std::string const& text);
 // Flushes standard output; says on standard error that it could not be written, if so.
 bool outputWritten();
 
-// Results go to standard output, all else to standard error; a progress line is shown while
-// standard error is a terminal. An interrupt (SIGINT) ends the input, as end of file does.
-int runCapture(RunOptions const& options);
+// Prints the tables that options.show asks for, and the summary: as text, or everything as one JSON
+// object.
+void reportTables(RunOptions const& options, SimulatedSwitch const& simulated,
+                  nlohmann::ordered_json& summary);
+
+// Replays captures, or plays a scenario, which is told from its content and stands alone. Results
+// go to standard output, all else to standard error; a progress line is shown while standard error
+// is a terminal. An interrupt (SIGINT) ends the input, as end of file does.
+int runFiles(RunOptions const& options);
 
 }  // namespace Agent

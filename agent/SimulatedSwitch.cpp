@@ -16,18 +16,18 @@ Qor::Ptr<Qor::ActivityManager> newVirtualTime() {
    return manager;
 }
 
+}  // namespace
+
 bool carriesTraffic(Interface::IntfOperStatus status) {
-   // Devices that do not report a state, as tunnels, are "unknown" while they work.
    return status == Interface::IntfOperStatus::up || status == Interface::IntfOperStatus::unknown;
 }
 
-}  // namespace
-
-SimulatedSwitch::SimulatedSwitch(Sim::ChipConfig const& config, InterfaceMap intfMap)
+SimulatedSwitch::SimulatedSwitch(Sim::ChipConfig const& config, InterfaceMap intfMap,
+                                 Sim::AsyncPlatformConfig platformConfig)
       : intfMap_(std::move(intfMap)),
         activity_(newVirtualTime()),
         chip_(Qor::make<Sim::Chip>(config)),
-        platform_(Qor::make<Sim::AsyncPlatform>("sim", chip_)),
+        platform_(Qor::make<Sim::AsyncPlatform>("sim", chip_, std::move(platformConfig))),
         routeStatus_(Qor::make<Routing::Hardware::RouteStatus>()),
         mrouteSwitch_(Vel::Mroute::asyncMrouteSwitchFactory("switch1", routeStatus_, platform_)),
         mfibConfig_(Qor::make<Routing::Multicast::Fib::VrfConfig>()),

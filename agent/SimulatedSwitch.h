@@ -21,10 +21,15 @@
 
 namespace Agent {
 
+// Whether a link in this state carries packets. Devices that do not report a state, as tunnels, are
+// "unknown" while they work.
+bool carriesTraffic(Interface::IntfOperStatus status);
+
 class SimulatedSwitch {
  public:
    // Puts a new virtual-time activity manager in place, at time 0. The map is taken as loaded.
-   SimulatedSwitch(Sim::ChipConfig const& config, InterfaceMap intfMap);
+   SimulatedSwitch(Sim::ChipConfig const& config, InterfaceMap intfMap,
+                   Sim::AsyncPlatformConfig platformConfig = {});
    ~SimulatedSwitch();
    SimulatedSwitch(SimulatedSwitch const&) = delete;
    SimulatedSwitch& operator=(SimulatedSwitch const&) = delete;
@@ -37,9 +42,23 @@ class SimulatedSwitch {
    // that go on for ever, as activity polling, are no reason to go on.
    void settle();
 
+   // What the routing layer and its surroundings tell the switch, where no capture does.
+   RouteProgrammer& routeProgrammer() { return *routeProgrammer_; }
+   Routing::Multicast::Fib::VrfConfig& mfibConfig() { return *mfibConfig_; }
+   Bfd::AppStatus& bfdAppStatus() { return *bfdAppStatus_; }
+   // The port's state, and what the software hears of it. Nothing for a name without a port.
+   void linkIs(Lnet::IntfId intf, Interface::IntfOperStatus status);
+   // Makes an interface or a VRF known. InterfaceMapFull as apply().
+   Intf const& learnIntf(Lnet::IntfId id);
+   void learnVrf(L3::VrfName const& vrf);
+
+   Qor::ActivityManager& activity() { return *activity_; }
+   Qor::ActivityManager const& activity() const { return *activity_; }
    Sim::Chip& chip() { return *chip_; }
    Sim::Chip const& chip() const { return *chip_; }
+   Sim::AsyncPlatform& platform() { return *platform_; }
    Sim::AsyncPlatform const& platform() const { return *platform_; }
+   Routing::Multicast::Fib::Hardware::Status const& mfibHwStatus() const { return *mfibHwStatus_; }
    Vel::Mroute::AsyncMrouteSwitch const& mrouteSwitch() const { return *mrouteSwitch_; }
    RouteProgrammer const& routeProgrammer() const { return *routeProgrammer_; }
    Vel::Mroute::AsyncMrouteSwitchSm const& reactor() const { return *reactor_; }
@@ -51,8 +70,6 @@ class SimulatedSwitch {
 
  private:
    void learn(CaptureEvent const& event);
-   Intf const& learnIntf(Lnet::IntfId id);
-   void learnVrf(L3::VrfName const& vrf);
    void apply(MrouteEvent const& event);
    void apply(LinkEvent const& event);
    void apply(SnapshotEvent const& event);
@@ -61,8 +78,6 @@ class SimulatedSwitch {
       std::uint32_t ifindex;
       Interface::IntfOperStatus status;
    };
-
-   void linkIs(Lnet::IntfId intf, Interface::IntfOperStatus status);
 
    mutable InterfaceMap intfMap_;
    std::map<Lnet::IntfId, Link> links_;  // by the present name; those never heard of are up

@@ -23,6 +23,24 @@ std::string n(ordered_json const& object, char const* key) {
    return std::to_string(object.at(key).get<std::uint64_t>());
 }
 
+void printEvents(std::ostream& os, ordered_json const& events) {
+   os << "events         " << n(events, "total") << " in "
+      << fixed(events.at("captureSeconds").get<double>(), 1) << " s of capture ("
+      << n(events, "routes") << " routes, " << n(events, "deletions") << " of them deletions; "
+      << n(events, "links") << " links; " << n(events, "snapshots") << " snapshots";
+   if (events.at("snapshots") != 0) os << " of " << n(events, "snapshotRoutes") << " routes";
+   os << ")\n";
+}
+
+void printScenario(std::ostream& os, ordered_json const& scenario) {
+   auto const& failures = scenario.at("failures");
+   os << "scenario       " << scenario.at("title").get<std::string>() << '\n'
+      << "played         " << n(scenario, "lines") << " lines, " << n(scenario, "packets")
+      << " packets in " << fixed(scenario.at("seconds").get<double>(), 1) << " s\n"
+      << "expectations   " << n(scenario, "expectations") << ", " << failures.size()
+      << (failures.size() == 1 ? " failure\n" : " failures\n");
+}
+
 }  // namespace
 
 ordered_json summaryJson(RunFigures const& figures, SimulatedSwitch const& simulated,
@@ -101,12 +119,11 @@ ordered_json summaryJson(RunFigures const& figures, SimulatedSwitch const& simul
 
 void printSummary(std::ostream& os, ordered_json const& s) {
    auto const& events = s.at("events");
-   os << "events         " << n(events, "total") << " in "
-      << fixed(events.at("captureSeconds").get<double>(), 1) << " s of capture ("
-      << n(events, "routes") << " routes, " << n(events, "deletions") << " of them deletions; "
-      << n(events, "links") << " links; " << n(events, "snapshots") << " snapshots";
-   if (events.at("snapshots") != 0) os << " of " << n(events, "snapshotRoutes") << " routes";
-   os << ")\n";
+   if (s.contains("scenario")) {
+      printScenario(os, s.at("scenario"));
+   } else {
+      printEvents(os, events);
+   }
    if (events.at("badLines") != 0) os << "bad lines      " << n(events, "badLines") << '\n';
    if (events.at("skippedLines") != 0) {
       os << "skipped lines  " << n(events, "skippedLines") << '\n';

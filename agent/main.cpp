@@ -19,18 +19,21 @@ CLI::Validator chipSyntax() {
 }
 
 void addRun(CLI::App& app, RunOptions& options, std::vector<std::string>& traces,
-            std::vector<std::string>& shows, std::string& chip) {
+            std::vector<std::string>& shows) {
    CLI::App* run = app.add_subcommand(
-         "run", "replay captures of multicast routes onto a simulated switch chip");
+         "run", "replay captures of multicast routes, or play a scenario, on a simulated switch");
    run->footer(
          "A FILE holds lines of `ip -ts -o monitor mroute link`, or the output of `ip -j mroute "
          "show`\n"
          "(IPv4 or -6), plain or gzip; - is standard input:\n"
          "   ip -ts -o monitor mroute link | velmroute run -\n"
+         "A FILE that begins with '{' is a scenario, and stands alone: docs/scenarios.md.\n"
          "Exit code: 0 done, 1 bad input or a failed check, 2 bad usage.");
-   run->add_option("FILE", options.files, "captures, replayed one after another")->required();
+   run->add_option("FILE", options.files, "captures, replayed one after another, or one scenario")
+         ->required();
    run->add_option("--map", options.mapFile, "fixes the ports and vlans of interfaces");
-   run->add_option("--chip", chip, "sizes the chip; latency is that of a write, in seconds")
+   run->add_option("--chip", options.chipText,
+                   "sizes the chip; latency is that of a write, in seconds")
          ->check(chipSyntax());
    run->add_option("--show", shows, "tables to print: routes, oifsets, zombies, chip")
          ->delimiter(',')
@@ -40,6 +43,9 @@ void addRun(CLI::App& app, RunOptions& options, std::vector<std::string>& traces
    run->add_flag("--check,!--no-check", options.check,
                  "compare what the chip forwards with the capture's end (on by default)");
    run->add_flag("--keep-going", options.keepGoing, "report malformed lines and go on");
+   run->add_option("--timeline", options.timelineFile,
+                   "write the run as trace events, for a trace viewer")
+         ->type_name("FILE");
    run->add_option("--trace", traces, "trace up to LEVEL (0-9) of the handles that match GLOB")
          ->allow_extra_args(false)
          ->type_name("LEVEL[:GLOB]");
@@ -55,15 +61,13 @@ int main(int argc, char** argv) {
    RunOptions options;
    std::vector<std::string> traces;
    std::vector<std::string> shows;
-   std::string chip;
-   addRun(app, options, traces, shows, chip);
+   addRun(app, options, traces, shows);
    try {
       app.parse(argc, argv);
    } catch (CLI::ParseError const& error) {
       if (app.exit(error) != 0) return Agent::exitUsage;
       return Agent::outputWritten() ? Agent::exitDone : Agent::exitFailed;
    }
-   if (!chip.empty()) Agent::parseChipOption(chip, options.chip);
    for (std::string const& show : shows)
       options.show.push_back(*Agent::viewNamed(show));
    for (std::string const& trace : traces) {
@@ -72,5 +76,5 @@ int main(int argc, char** argv) {
          return Agent::exitUsage;
       }
    }
-   return Agent::runCapture(options);
+   return Agent::runFiles(options);
 }

@@ -1,0 +1,37 @@
+#include "agent/TimelineFile.h"
+
+#include <cerrno>
+#include <cstring>
+#include <iostream>
+#include <utility>
+
+namespace Agent {
+
+TimelineFile::TimelineFile(std::string path, SimulatedSwitch& simulated)
+      : path_(std::move(path)), simulated_(simulated) {
+   if (path_.empty()) return;
+   out_.open(path_);
+   timeline_ = std::make_unique<Timeline>(out_);
+   timeline_->observe(std::as_const(simulated_).mrouteSwitch());
+   simulated_.routeProgrammer().xactObserverIs(
+         [this](Qor::String const& name, Hux::XactPtr const& xact) {
+            timeline_->xact(name, xact);
+         });
+}
+
+TimelineFile::~TimelineFile() {
+   if (timeline_) simulated_.routeProgrammer().xactObserverIs(nullptr);
+}
+
+bool TimelineFile::finish() {
+   if (!timeline_) return true;
+   timeline_->finish();
+   errno = 0;
+   if (out_.flush().good()) return true;
+   std::cerr << path_ << ": cannot write";
+   if (errno) std::cerr << ": " << std::strerror(errno);
+   std::cerr << '\n';
+   return false;
+}
+
+}  // namespace Agent
