@@ -132,6 +132,7 @@ TEST_F(SimChip, PacketsMustArriveInTheAcceptingVlan) {
    EXPECT_EQ(sent("10.0.0.1", "239.1.1.1", 10), "2 forwarded et2:20");
    ASSERT_EQ(chip_->routeDelete(1), "");
    EXPECT_EQ(sent("10.0.0.1", "239.1.1.1", 20), "wrongVlan");
+   EXPECT_TRUE(chip_->audit().empty());
 }
 
 TEST_F(SimChip, SaysWhyNothingIsForwarded) {
