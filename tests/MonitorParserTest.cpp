@@ -19,12 +19,12 @@ struct LineCase {
 
 // clang-format off
 constexpr LineCase acceptedRoutes[] = {
-   {"[2026-11-21T03:13:25.283236] (10.0.1.2,239.30.0.45)           Iif: unresolved  State: unresolved Table: default",
-    "set default (10.0.1.2, 239.30.0.45) unresolved iif= oifs="},
    {"[2026-11-21T03:13:44.504015] Deleted (0.0.0.0,239.10.0.7)            Iif: unresolved Oifs: pimreg rtr3 rtr4  State: resolved Table: default",
     "del default (*, 239.10.0.7) iif= oifs=pimreg,rtr3,rtr4"},
    {"[2026-11-21T03:17:32.968032] (2001:db8::2,ff1e:30:2001:db8::2) Iif: rtr0       Oifs: rtr4 rtr10  State: resolved",
     "set default (2001:db8::2, ff1e:30:2001:db8::2) iif=rtr0 oifs=rtr4,rtr10"},
+   {"[2026-11-21T03:13:25.283236] (10.0.1.2,239.30.0.45)           Iif: unresolved  State: unresolved Table: default",
+    "set default (10.0.1.2, 239.30.0.45) unresolved iif= oifs="},
    // Thresholds, statistics, offload, odd but legal names, embedded IPv4.
    {"(10.0.0.2,239.1.1.1)             Iif: tapA       Oifs: tapB tapC(ttl 5)  State: resolved Table: 10",
     "set 10 (10.0.0.2, 239.1.1.1) iif=tapA oifs=tapB,tapC"},

@@ -168,6 +168,7 @@ TYPED_TEST(QorEntity, IteratorFormGoesOnWhateverHandlersDid) {
              for (int k = 0; k < 100; ++k)
                 box->newItem(k, 7);
           }},
+         {"all go", [&] { box->itemDelAll(); }},
          {"all go and some come",
           [&] { box->itemDelAll(), box->newItem(8, 7), box->newItem(0, 7); }}};
    for (auto const& [what, act] : disturbances) {
