@@ -188,7 +188,7 @@ TEST_F(TimelineTest, IsWholeWhenTheRunEndsEarlyAndWhenTheSwitchDiesFirst) {
              (std::vector<std::string>{
                    "xact allocate 0-500 open", "route (10.0.0.2, 239.1.1.1) 0-500 open",
                    "xact point 0-500 open", "reroute reroute " + set + " 500-500 open",
-                   "zombie zombie " + set + " 500-500 open"}));
+                   "zombie zombie " + set + " 500-500 dropped"}));
    EXPECT_EQ(events[0].at("args").at("name"), "switch \"1\"");
    auto const instant = std::find_if(events.begin(), events.end(), [](json const& e) {
       return e.at("ph") == "i" && e.at("tid") == 2;
