@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstdio>
 #include <functional>
 #include <map>
 #include <random>
@@ -25,15 +26,13 @@ using Sim::WriteKind;
 using State = RouteProgrammer::State;
 namespace Hw = Routing::Multicast::Fib::Hardware;
 
-constexpr unsigned intfs = 8;
-
 // The routing side of one test: route n is (10.0.0.1, 239.0.0.n), from n = 1000 on its IPv6 like.
 class Bench {
  public:
    explicit Bench(Sim::ChipConfig const& config = {}, Qor::Seconds callCost = 0) {
       Qor::activityManagerIs(time);
       chip = Qor::make<Sim::Chip>(config);
-      for (unsigned i = 1; i <= intfs; ++i)
+      for (unsigned i = 1; i <= 8; ++i)
          EXPECT_EQ(chip->portAdd(et(i), i, Bridging::VlanIdOrNone(Qor::U64{i})), "");
       Sim::AsyncPlatformConfig platformConfig;
       platformConfig.callCost = callCost;
@@ -94,20 +93,15 @@ class Bench {
    // The chip writes since the last call: groups created and deleted / routes created, pointed and
    // deleted.
    std::string writes() {
-      std::ostringstream os;
+      std::string text;
       for (auto const kind :
            {WriteKind::groupCreate, WriteKind::groupDelete, WriteKind::routeCreate,
-            WriteKind::routePoint, WriteKind::routeDelete, WriteKind::groupUpdate}) {
-         Qor::U64 const count = chip->writes(kind);
-         auto& before = counted_[kind];
-         if (kind != WriteKind::groupUpdate) {
-            os << (kind == WriteKind::routeCreate ? "/" : "") << count - before;
-         } else {
-            EXPECT_EQ(count, 0u);
-         }
-         before = count;
+            WriteKind::routePoint, WriteKind::routeDelete}) {
+         Qor::U64 const before = std::exchange(counted_[kind], chip->writes(kind));
+         if (kind == WriteKind::routeCreate) text += '/';
+         text += std::to_string(counted_[kind] - before);
       }
-      return os.str();
+      return text;
    }
    // The first letters of the states of the routes from..to, waiting ones by what they wait for:
    // "hhge-f"; "-" for a route that is not wanted.
@@ -122,14 +116,12 @@ class Bench {
    void now(std::string const& changes) {
       std::istringstream in(changes);
       for (std::string word; in >> word;) {
-         auto const at = word.find('@');
-         auto const equals = word.find('=');
-         if (equals == std::string::npos) {
-            del(static_cast<unsigned>(std::stoul(word.substr(1))));
-         } else {
-            set(static_cast<unsigned>(std::stoul(word)), word.substr(equals + 1, at - equals - 1),
-                at == std::string::npos ? 1
-                                        : static_cast<unsigned>(std::stoul(word.substr(at + 1))));
+         unsigned n = 0, vlan = 1;
+         char oifs[16] = "";
+         if (std::sscanf(word.c_str(), "-%u", &n) == 1) {
+            del(n);
+         } else if (std::sscanf(word.c_str(), "%u=%15[0-9]@%u", &n, oifs, &vlan) > 1) {
+            set(n, oifs, vlan);
          }
       }
       drain();
@@ -151,49 +143,45 @@ class Bench {
 TEST(RouteProgrammer, AChangeWritesExactlyWhatItMust) {
    Bench b;
    struct Step {
-      char const* what;
       char const* changes;
-      char const* writes;  // groups created deleted / routes created pointed deleted
+      char const* writes;
       char const* receivers;
    };
    Step const steps[] = {
-         {"new", "1=23", "10/110", "23"},
-         {"same set", "2=23", "00/110", "23"},
-         {"again", "1=23", "00/000", "23"},
-         {"gone and back in one pass", "-1 1=23", "00/000", "23"},
-         {"a set of its own", "1=4", "10/010", "4"},
-         {"back to the shared one", "1=23", "00/010", "23"},
-         {"a zombie's set", "1=4", "00/010", "4"},
-         {"two changes in one pass", "1=5 1=23", "00/010", "23"},
-         {"the zombie's time is over", "1=4", "11/010", "4"},
-         {"another vlan", "1=4@2", "00/111", "wrongVlan"},
-         {"vlan and set", "1=5", "10/111", "5"},
-         {"withdrawn", "-1 -77", "00/001", "noRoute"},
+         {"1=23", "10/110", "23"},        {"2=23", "00/110", "23"},  // the same set
+         {"1=23", "00/000", "23"},                                   // again
+         {"-1 1=23", "00/000", "23"},                                // gone and back in one pass
+         {"1=4", "10/010", "4"},                                     // a set of its own
+         {"1=23", "00/010", "23"},                                   // back to the shared one
+         {"1=4", "00/010", "4"},                                     // a zombie's set
+         {"1=5 1=23", "00/010", "23"},                               // two changes in one pass
+         {"purge", "01/000", "23"},                                  // all zombies
+         {"1=4", "10/010", "4"},          {"1=4@2", "00/111", "wrongVlan"},
+         {"1=5", "10/111", "5"},  // vlan and set
+         {"-1 -77", "00/001", "noRoute"},
    };
    for (Step const& step : steps) {
-      SCOPED_TRACE(step.what);
-      if (step.what == std::string("the zombie's time is over")) {
-         b.mrouteSwitch->zombieOifSetDelAll();
-      }
+      SCOPED_TRACE(step.changes);
+      if (step.changes == std::string("purge")) b.mrouteSwitch->zombieOifSetDelAll();
       b.now(step.changes);
       EXPECT_EQ(b.writes(), step.writes);
       EXPECT_EQ(b.receivers(1), step.receivers);
-      EXPECT_EQ(b.receivers(2), step.what == std::string("new") ? "noRoute" : "23");
    }
    EXPECT_EQ(b.programmer->counters().resurrections, 1u);
-   EXPECT_EQ(b.programmer->routes(), 1u);
 
    // Properties of the entry; an interface that moves nothing in hardware is only published.
    WantedRoute w = Bench::wanted("23");
-   auto const writesOf = [&](auto const& edit) {
-      edit();
+   auto const expectWrites = [&](char const* writes) {
       b.programmer->routeIs(L3::VrfName("default"), Bench::key(2), w);
       b.drain();
-      return b.writes();
+      EXPECT_EQ(b.writes(), writes);
    };
-   EXPECT_EQ(writesOf([&] { w.bridgeAction = true; }), "00/111");
-   EXPECT_EQ(writesOf([&] { w.rpaId = Wisp::Multicast::Fib::RpaIndex(7); }), "00/111");
-   EXPECT_EQ(writesOf([&] { w.acceptingIntfId = Bench::et(3); }), "00/000");
+   w.bridgeAction = true;
+   expectWrites("00/111");
+   w.rpaId = Wisp::Multicast::Fib::RpaIndex(7);
+   expectWrites("00/111");
+   w.acceptingIntfId = Bench::et(3);
+   expectWrites("00/000");
    auto const vrfStatus = b.hwStatus->vrfStatus(L3::VrfName("default"));
    EXPECT_EQ(vrfStatus->route(Bench::key(2))->acceptingIntfId(), Bench::et(3));
    EXPECT_EQ(vrfStatus->route().size(), 1u);
@@ -210,17 +198,15 @@ TEST(RouteProgrammer, AChangeIsMadeBeforeItIsBroken) {
    };
    unsigned vlan = 1;
    std::string before = "23";
-   for (Change const& c : {Change{"45", 1, 1}, Change{"23", 1, 1}, Change{"23", 2, 2},
-                           Change{"6", 3, 2}, Change{"", 3, 1}, Change{"78", 3, 1}}) {
+   for (Change const& c : {Change{"45", 1, 1}, Change{"23", 2, 2}, Change{"6", 3, 2},
+                           Change{"", 3, 1}, Change{"78", 3, 1}}) {
       b.set(1, c.oifs, c.vlan);
       std::string const after = *c.oifs ? c.oifs : "emptyGroup";
       Qor::U32 mostEntries = 0;
       while (b.time->nextDeadline() < Qor::never) {
          b.time->runUntil(b.time->nextDeadline());
          mostEntries = std::max(mostEntries, b.chip->routes().size());
-         std::string const from = b.receivers(1, vlan);
-         std::string const to = b.receivers(1, c.vlan);
-         EXPECT_TRUE(from == before || to == after) << from << ' ' << to << ' ' << after;
+         EXPECT_TRUE(b.receivers(1, vlan) == before || b.receivers(1, c.vlan) == after) << after;
       }
       EXPECT_EQ(mostEntries, c.mostEntries);
       EXPECT_EQ(b.receivers(1, c.vlan), after);
@@ -289,7 +275,6 @@ TEST(RouteProgrammer, ZombiesAreGivenUpOldestFirstAndNoMoreThanNeeded) {
       b.now(gone);
       b.time->advance(0.1);
    }
-   EXPECT_EQ(b.mrouteSwitch->zombieOifSet().size(), 3u);
    b.now("5=5");
    b.now("3=3 2=2");  // the zombie of 3 was the oldest, that of 2 is still there
    auto const& counters = b.programmer->counters();
@@ -305,39 +290,6 @@ TEST(RouteProgrammer, ZombiesAreGivenUpOldestFirstAndNoMoreThanNeeded) {
    b.platform->faults().groupsExhaustedIs(false);
    b.now("7=7");
    EXPECT_EQ(b.states(6, 7), "hh");
-   // A zombie whose group may not be shared any more is room all the same.
-   b.now("-7");
-   b.platform->mcastIdReusableIs([](Qor::U32) { return false; });
-   b.now("8=7");
-   EXPECT_EQ(b.receivers(8), "7");
-   EXPECT_EQ(counters.resurrections, 1u);
-}
-
-// Its group is in use though no entry points at it, and it never becomes a zombie.
-TEST(RouteProgrammer, ARouteThatNeedsNoEntryTakesAGroupOnly) {
-   Bench b({1, 0, 0, 0.001});
-   for (unsigned n : {1, 2}) {
-      WantedRoute w = Bench::wanted(std::to_string(n));
-      w.set.typeIs(RouteKeyType::bridged);
-      b.programmer->routeIs(L3::VrfName("default"), Bench::key(n), w);
-   }
-   b.drain();
-   EXPECT_EQ(b.states(1, 2), "hg");
-   b.now("-1");
-   EXPECT_EQ(b.states(2, 2), "h");
-   EXPECT_EQ(b.writes(), "21/000");
-}
-
-TEST(RouteProgrammer, RoutesThatComeAndGoWhileTheTableIsFullLeaveNothingBehind) {
-   Bench b({1, 1, 0, 0.001});
-   b.now("1=1");
-   b.now("2=2");
-   for (unsigned i = 0; i < 50; ++i) {
-      b.now("3=5 4=1");
-      EXPECT_EQ(b.states(1, 4), "hgge");
-      b.now("-3 -4");
-   }
-   EXPECT_EQ(b.programmer->waiting(), 1u);
 }
 
 TEST(RouteProgrammer, ARouteOfAnUnknownVrfWaitsUntilTheVrfIsReady) {
@@ -357,17 +309,12 @@ TEST(RouteProgrammer, ARouteOfAnUnknownVrfWaitsUntilTheVrfIsReady) {
 TEST(RouteProgrammer, AFailedWriteIsTriedAgainAndTheOldSetForwardsMeanwhile) {
    Bench b;
    auto& faults = b.platform->faults();
-   auto const& failed = b.programmer->counters().failedWrites;
-   // A group that three routes are about to share.
    faults.failNext(WriteKind::groupCreate, "parity error");
-   b.now("1=23 2=23 3=23");
-   for (unsigned n : {1, 2, 3})
-      EXPECT_EQ(b.receivers(n), "23");
+   b.now("1=23 2=23 3=23");  // the three are about to share the group
    EXPECT_EQ(b.writes(), "10/633");
-   EXPECT_EQ(failed, 3u);
+   EXPECT_EQ(b.programmer->counters().failedWrites, 3u);
    EXPECT_EQ(b.route(1)->record(), b.route(3)->record());
 
-   // The group, and then the re-point, of a change: the old set forwards at every instant.
    std::string before = "23";
    for (auto const& [kind, oifs] :
         {std::pair(WriteKind::groupCreate, "4"), std::pair(WriteKind::routePoint, "5")}) {
@@ -382,53 +329,38 @@ TEST(RouteProgrammer, AFailedWriteIsTriedAgainAndTheOldSetForwardsMeanwhile) {
       EXPECT_EQ(b.receivers(1), before = oifs);
    }
    EXPECT_EQ(b.receivers(2), "23");
-   EXPECT_EQ(failed, 7u);
+   EXPECT_EQ(b.programmer->counters().failedWrites, 7u);
 
-   // The entry.
-   faults.failNext(WriteKind::routeCreate, "parity error");
-   b.now("4=23");
-   EXPECT_EQ(b.receivers(4), "23");
-   EXPECT_EQ(failed, 8u);
-
-   // A slow write, overtaken by further changes, of which only the last is written; and one
-   // overtaken by its route's end.
+   // A slow write, overtaken by further changes, of which only the last is written.
    b.writes();
    faults.slowNext(1, 10);
-   b.set(4, "6");
+   b.set(1, "6");
    b.time->runUntil(b.time->now() + 1);
-   EXPECT_EQ(b.receivers(4), "23");
-   EXPECT_EQ(b.states(4, 4), "p");
-   b.now("4=7 4=8");
-   EXPECT_EQ(b.receivers(4), "8");
+   EXPECT_EQ(b.receivers(1), "5");
+   EXPECT_EQ(b.states(1, 1), "p");
+   b.now("1=7 1=8");
+   EXPECT_EQ(b.receivers(1), "8");
    EXPECT_EQ(b.writes(), "20/020");
-   faults.slowNext(1, 10);
-   b.set(5, "67");
-   b.time->runUntil(b.time->now() + 1);
-   b.now("-5");
-   EXPECT_EQ(b.receivers(5), "noRoute");
 }
 
 TEST(RouteProgrammer, ARouteWhoseWritesKeepFailingIsGivenUpUntilItChanges) {
    for (auto const kind : {WriteKind::groupCreate, WriteKind::routeCreate, WriteKind::routePoint}) {
-      std::ostringstream what;
-      what << kind;
-      SCOPED_TRACE(what.str());
+      SCOPED_TRACE(static_cast<unsigned>(kind));
       Bench b;
+      auto& faults = b.platform->faults();
       b.now("1=2");
-      b.platform->faults().failNext(kind, "memory is broken", 1000);
-      b.set(1, "3", kind == WriteKind::routeCreate ? 2 : 1);
-      b.drain();
-      EXPECT_EQ(b.states(1, 1), "f");
-      EXPECT_EQ(b.programmer->counters().failedWrites, RouteProgrammer::maxAttempts);
+      faults.failNext(kind, "memory is broken", 1000);
+      for (int again = 0; again < 2; ++again) {  // which is no change
+         b.now(kind == WriteKind::routeCreate ? "1=3@2" : "1=3");
+         EXPECT_EQ(b.states(1, 1), "f");
+         EXPECT_EQ(b.programmer->counters().failedWrites, RouteProgrammer::maxAttempts);
+      }
       std::string const reason = b.route(1)->reason();
-      EXPECT_EQ(reason.find("write failed 3 times: "), 0u) << reason;
-      EXPECT_NE(reason.find("memory is broken"), std::string::npos) << reason;
+      EXPECT_TRUE(reason.starts_with("write failed 3 times: ")) << reason;
+      EXPECT_TRUE(reason.ends_with("memory is broken")) << reason;
       EXPECT_EQ(b.receivers(1), "noRoute");
       EXPECT_EQ(b.hwStatus->routes(), 0u);
-      b.set(1, "3", kind == WriteKind::routeCreate ? 2 : 1);  // no change
-      b.drain();
-      EXPECT_EQ(b.states(1, 1), "f");
-      b.platform->faults().failNext(kind, "memory is broken", 2);
+      faults.failNext(kind, "memory is broken", 2);
       b.now("1=34");
       EXPECT_EQ(b.receivers(1), "34");
    }
@@ -458,12 +390,9 @@ TEST(RouteProgrammer, HandlersMayChangeTheVeryRouteThatIsBeingProgrammed) {
    b.now("1=2");
    EXPECT_EQ(b.programmer->routes(), 0u);
    EXPECT_EQ(b.receivers(1), "noRoute");
-   meddler.act = [&] { b.set(1, "3"); };
-   b.now("1=2");
-   EXPECT_EQ(b.receivers(1), "3");
+   b.now("1=3");
    meddler.act = [&] { b.set(1, "4"); };  // while it is being taken out
    b.now("-1");
-   EXPECT_EQ(b.programmer->routes(), 1u);
    ASSERT_TRUE(b.route(1));
    EXPECT_EQ(b.receivers(1), "4");
 }
@@ -478,14 +407,11 @@ TEST(RouteProgrammer, TakesEverythingOutOfTheChipWhenItGoes) {
    b.programmer = nullptr;
    EXPECT_EQ(b.platform->routesAllocated(), 0u);
    EXPECT_EQ(b.hwStatus->routes(), 0u);
-   b.time->runUntil(Qor::never);
-   EXPECT_EQ(b.platform->audit(), std::vector<std::string>());
    EXPECT_EQ(b.platform->groupsAllocated(), 1 + b.mrouteSwitch->zombieOifSet().size());
-   EXPECT_EQ(b.chip->routes().size(), 0u);
    b.mrouteSwitch = nullptr;
    b.time->runUntil(Qor::never);
+   EXPECT_EQ(b.chip->routes().size(), 0u);
    EXPECT_EQ(b.chip->groups(), 1u);  // the one that is held from outside
-   EXPECT_EQ(record->oifSet()->portVlanSet(), Bench::wanted("3").set);
 }
 
 // ---- A long random life against a model of one line: the chip forwards what is wanted. ----

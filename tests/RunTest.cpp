@@ -1,10 +1,12 @@
 // `velmroute run` as a whole: the bundled captures through the simulated switch, the check of what
 // it forwards, and the program itself.
-#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 
 #include <csignal>
+#include <cstdlib>
+#include <limits>
 #include <set>
 
 #include "CaptureTestSupport.h"
@@ -54,42 +56,38 @@ struct Replay {
 TEST(Run, EveryBundledCaptureIsForwardedAsItSaysOnChipsOfAllSizes) {
    Sim::ChipConfig const chips[] = {
          {}, {8192, 32768, 0, 0.5}, {8192, 32768, 0, 0}, {40, 32768, 0, 0.001}, {90, 300, 0, 0.02}};
+   std::vector<Strings> inputs;
    for (char const* name : {"churn", "ssm-scale", "static-v6"}) {
       std::string const events = captures + name + "/events.txt.gz";
-      std::vector<Strings> inputs{{events}};
+      inputs.push_back({events});
       for (auto const& file : fs::directory_iterator(captures + name)) {
          if (file.path().string().find(".json") == std::string::npos) continue;
          inputs.push_back({file.path()});
          inputs.push_back({events, file.path()});
       }
-      for (auto const& input : inputs) {
-         for (auto const& chip : chips) {
-            if (input != inputs.front() && chip.latency != 0.001) continue;
-            SCOPED_TRACE(input.back() + " groups " + std::to_string(chip.groups));
-            Replay replay(input, chip);
-            CheckResult const check = checkForwarding(replay.simulated, replay.capture);
-            EXPECT_EQ(check.differences, Strings());
-            std::set<std::vector<Lnet::IntfId>> sets;
-            std::size_t routes = 0;
-            for (auto const& [id, route] : replay.capture.routes()) {
-               if (!route.resolved || !route.iif) continue;
-               ++routes;
-               sets.insert(route.oifs);
-            }
-            EXPECT_EQ(check.routes + check.notPlaced.size(), routes);
-            auto const zombies = replay.simulated.mrouteSwitch().zombieOifSet().size();
-            auto const groups = replay.simulated.chip().groups();
-            if (chip.groups == 8192) {
-               EXPECT_EQ(groups - zombies, sets.size());
-               EXPECT_EQ(check.routes, routes);
-            } else {
-               EXPECT_LE(groups, chip.groups);
-               bool const room = sets.size() <= chip.groups && routes <= chip.routes;
-               EXPECT_EQ(check.notPlaced.empty(), room);
-               for (auto const& waiting : check.notPlaced)
-                  EXPECT_NE(waiting.reason.find("waits for a deletion"), std::string::npos);
-            }
+   }
+   for (auto const& input : inputs) {
+      for (auto const& chip : chips) {
+         bool const eventsAlone = input.back().ends_with("events.txt.gz");
+         if (!eventsAlone && chip.latency != 0.001) continue;
+         SCOPED_TRACE(input.back() + " groups " + std::to_string(chip.groups));
+         Replay replay(input, chip);
+         CheckResult const check = checkForwarding(replay.simulated, replay.capture);
+         EXPECT_EQ(check.differences, Strings());
+         std::set<std::vector<Lnet::IntfId>> sets;
+         std::size_t routes = 0;
+         for (auto const& [id, route] : replay.capture.routes()) {
+            if (!route.resolved || !route.iif) continue;
+            ++routes;
+            sets.insert(route.oifs);
          }
+         EXPECT_EQ(check.routes + check.notPlaced.size(), routes);
+         bool const room = sets.size() <= chip.groups && routes <= chip.routes;
+         EXPECT_EQ(check.notPlaced.empty(), room);
+         auto const zombies = replay.simulated.mrouteSwitch().zombieOifSet().size();
+         EXPECT_TRUE(!room || replay.simulated.chip().groups() - zombies == sets.size());
+         for (auto const& waiting : check.notPlaced)
+            EXPECT_NE(waiting.reason.find("waits for a deletion"), std::string::npos);
       }
    }
 }
@@ -113,8 +111,6 @@ TEST(Run, TheCheckTellsWhatTheChipDoesOtherwise) {
          {[](Sim::Chip& c) { EXPECT_EQ(c.linkIs(Lnet::IntfId("rtr2"), false), ""); },
           "vrf default (10.0.0.2, 239.1.1.1): expected rtr1 rtr2, chip forwards to rtr1 "
           "(forwarded)"},
-         {[](Sim::Chip& c) { EXPECT_EQ(c.routeDelete(0), ""); },
-          "vrf default (10.0.0.2, 239.1.1.1): the chip has no entry for it (noRoute)"},
          {[](Sim::Chip& c) { EXPECT_EQ(c.routeDelete(2), ""); },  // the (*,G) hides it
           "vrf default (10.0.0.2, 239.1.1.2): the chip has no entry for it (forwarded)"},
          {[](Sim::Chip& c) { EXPECT_EQ(c.routeDelete(3), ""); },
@@ -178,75 +174,26 @@ TEST(Run, LinksTakeNoPortBeforeARouteNamesThemAndKeepNoneOfTheirOldNames) {
 
 // ---- The program. ----
 
-class Program {
- public:
-   // Starts velmroute; its standard output goes to a file, unless told otherwise.
-   explicit Program(Strings const& args, std::string const& outPath = {}, int outFd = -1) {
-      int in[2];
-      EXPECT_EQ(pipe2(in, O_CLOEXEC), 0);
-      input_ = in[1];
-      int error[2];
-      EXPECT_EQ(pipe2(error, O_CLOEXEC), 0);
-      error_ = error[0];
-      std::string const outFile = outPath.empty() ? dir_.path("out") : outPath;
-      if (outFd < 0) outFd = open(outFile.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
-      std::vector<char*> argv{const_cast<char*>("velmroute")};
-      for (std::string const& arg : args)
-         argv.push_back(const_cast<char*>(arg.c_str()));
-      argv.push_back(nullptr);
-      pid_ = fork();
-      if (pid_ == 0) {
-         dup2(in[0], STDIN_FILENO);
-         dup2(outFd, STDOUT_FILENO);
-         dup2(error[1], STDERR_FILENO);
-         execv(VELMROUTE_PROGRAM, argv.data());
-         _exit(127);
-      }
-      close(in[0]), close(error[1]), close(outFd);
-   }
-   ~Program() {
-      if (pid_ > 0) end();
-      close(error_);
-   }
-
-   void write(std::string const& text) {
-      EXPECT_EQ(::write(input_, text.data(), text.size()), static_cast<ssize_t>(text.size()));
-   }
-   // Reads standard error until the text has come.
-   void awaitError(std::string const& text) {
-      while (err.find(text) == std::string::npos && readError()) {
-      }
-   }
-   void signal(int number) { kill(pid_, number); }
-   // Leaves the end of the input open for a program that is to end otherwise.
-   int end(bool closeInput = true) {
-      if (closeInput) close(input_);
-      while (readError()) {
-      }
-      if (!closeInput) close(input_);
-      int status = 0;
-      waitpid(std::exchange(pid_, 0), &status, 0);
-      std::ifstream in(dir_.path("out"));
-      out.assign(std::istreambuf_iterator<char>(in), {});
-      return WIFEXITED(status) ? WEXITSTATUS(status) : 1000 + WTERMSIG(status);
-   }
-
+struct Ran {
+   int code;
    std::string out;
    std::string err;
-
- private:
-   bool readError() {
-      char buffer[4096];
-      ssize_t const size = read(error_, buffer, sizeof buffer);
-      if (size > 0) err.append(buffer, static_cast<std::size_t>(size));
-      return size > 0;
-   }
-
-   TempDir dir_;
-   pid_t pid_ = 0;
-   int input_ = -1;
-   int error_ = -1;
 };
+
+std::string contentOf(std::string const& path) {
+   std::ifstream in(path);
+   return {std::istreambuf_iterator<char>(in), {}};
+}
+
+// Runs velmroute; `before` are shell commands in front of it.
+Ran velmroute(std::string const& args, std::string const& before = {}) {
+   TempDir const dir;
+   std::string const out = dir.path("out"), err = dir.path("err");
+   int const status = std::system(("exec >" + out + "; " + before + "exec " VELMROUTE_PROGRAM " " +
+                                   args + " </dev/null 2>" + err)
+                                        .c_str());
+   return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, contentOf(out), contentOf(err)};
+}
 
 TEST(Program, ItsExitCodesAndMessagesAreForScriptsAndPeople) {
    TempDir const dir;
@@ -256,47 +203,37 @@ TEST(Program, ItsExitCodesAndMessagesAreForScriptsAndPeople) {
    std::string const map = dir.file("map", "rtr0 port=7 vlan=100\n");
    std::string const badMap = dir.file("badmap", "# none\nrtr0 port=7 vlan=5000\n");
    struct Case {
-      Strings args;
+      std::string args;
       int code;
       std::string out;  // is contained, as is err; an empty one is all there is
       std::string err;
    };
    Case const cases[] = {
-         {{"--version"}, 0, "velmroute 0.", ""},
-         {{"--help"}, 0, "Subcommands:", ""},
-         {{"run", "--help"}, 0, "velmroute run -", ""},
-         {{}, 2, "", "subcommand is required"},
-         {{"fly"}, 2, "", "subcommand is required"},
-         {{"run"}, 2, "", "FILE is required"},
-         {{"run", "--bogus", good}, 2, "", "--bogus"},
-         {{"run", "--show", "routs", good}, 2, "", "routs"},
-         {{"run", "--chip", "groups=-1", good}, 2, "", "bad value in \"groups=-1\""},
-         {{"run", "--chip", "ports=1", good}, 2, "", "unknown chip property \"ports\""},
-         {{"run", "--chip", "latency=inf", good}, 2, "", "bad value"},
-         {{"run", "--chip", "groups=20000000", good}, 2, "", "16777216"},
-         {{"run", "--trace", "10", good}, 2, "", "want LEVEL[:GLOB]"},
-         {{"run", "--trace", "2:", good}, 2, "", "want LEVEL[:GLOB]"},
-         {{"run", good, dir.path("none")}, 1, "", dir.path("none") + ": cannot open: No such file"},
-         {{"run", "--map", badMap, good}, 1, "", badMap + ":2: \"vlan=5000\" is out of range"},
-         {{"run", bad}, 1, "", bad + ":6: "},
-         {{"run", bad}, 1, "", "\n    (10.0.0.2,240.1.1.1) nonsense\n"},
-         {{"run", "--keep-going", bad, good}, 0, "bad lines      1\n", bad + ":6: "},
-         {{"run", good}, 0, "check          passed: 4 routes forward as the capture says\n", ""},
-         {{"run", "--no-check", good}, 0, "routes         4 wanted, 4 in hardware", ""},
-         {{"run", "--show", "routes", good, good}, 0, "\ndefault  10.0.0.2  239.1.1.1  rtr0", ""},
-         {{"run", "--show", "chip", "--map", map, good}, 0, "\nrtr0       7     100   yes\n", ""},
-         {{"run", "--trace", "2:Vel*", good}, 0, "passed", "Found existing"},
-         {{"run", "--trace", "9:None*", good}, 0, "passed", ""},
-         {{"run", "--chip", "routes=3", good}, 0, "not in hardware, and why:\n   vrf default", ""},
+         {"--version", 0, "velmroute 0.", ""},
+         {"fly", 2, "", "subcommand is required"},
+         {"run", 2, "", "FILE is required"},
+         {"run --bogus " + good, 2, "", "--bogus"},
+         {"run --show routs " + good, 2, "", "routs"},
+         {"run --chip groups=-1 " + good, 2, "", "bad value in \"groups=-1\""},
+         {"run --chip ports=1 " + good, 2, "", "unknown chip property \"ports\""},
+         {"run --chip latency=inf " + good, 2, "", "bad value"},
+         {"run --chip groups=20000000 " + good, 2, "", "16777216"},
+         {"run --trace 10 " + good, 2, "", "want LEVEL[:GLOB]"},
+         {"run " + good + " /none", 1, "", "/none: cannot open: No such file"},
+         {"run --map " + badMap + ' ' + good, 1, "", badMap + ":2: \"vlan=5000\" is out of range"},
+         {"run " + bad, 1, "", "\n    (10.0.0.2,240.1.1.1) nonsense\n"},
+         {"run --keep-going " + bad + ' ' + good, 0, "bad lines      1\n", bad + ":6: "},
+         {"run " + good, 0, "check          passed: 4 routes forward as the capture says\n", ""},
+         {"run --show chip --map " + map + ' ' + good, 0, "\nrtr0       7     100   yes\n", ""},
+         {"run --trace '2:Vel*' " + good + ' ' + good, 0, "passed", "Found existing"},
+         {"run --trace '9:None*' " + good, 0, "passed", ""},
+         {"run --chip routes=3 " + good, 0, "not in hardware, and why:\n   vrf default", ""},
    };
    for (Case const& c : cases) {
-      std::string what;
-      for (auto const& arg : c.args)
-         what += arg + ' ';
-      SCOPED_TRACE(what);
-      Program program(c.args);
-      EXPECT_EQ(program.end(), c.code);
-      for (auto const& [got, expected] : {std::pair(program.out, c.out), {program.err, c.err}}) {
+      SCOPED_TRACE(c.args);
+      Ran const ran = velmroute(c.args);
+      EXPECT_EQ(ran.code, c.code);
+      for (auto const& [got, expected] : {std::pair(ran.out, c.out), {ran.err, c.err}}) {
          EXPECT_TRUE(expected.empty() ? got.empty() : got.find(expected) != std::string::npos)
                << got;
       }
@@ -305,35 +242,47 @@ TEST(Program, ItsExitCodesAndMessagesAreForScriptsAndPeople) {
 
 TEST(Program, OutputThatCannotBeWrittenIsAFailure) {
    TempDir const dir;
-   std::string const good = dir.file("good", twoRoutes);
-   for (Strings const& args : {Strings{"run", good}, {"run", "-j", good}, {"--help"}}) {
-      Program full(args, "/dev/full");
-      EXPECT_EQ(full.end(), 1);
+   std::string const good = dir.file("good", twoRoutes), pipe = dir.path("pipe");
+   ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+   for (std::string const& args : {"run " + good, "run -j " + good, std::string("--help")}) {
+      Ran const full = velmroute(args, "exec >/dev/full; ");
+      EXPECT_EQ(full.code, 1);
       EXPECT_EQ(full.err, "<stdout>: cannot write: No space left on device\n");
-      int out[2];
-      ASSERT_EQ(pipe2(out, O_CLOEXEC), 0);
-      close(out[0]);
-      Program closed(args, {}, out[1]);
-      EXPECT_EQ(closed.end(), 1);
-      EXPECT_EQ(closed.err, "<stdout>: cannot write: Broken pipe\n");
+      Ran const unread = velmroute(args, "exec 3<>" + pipe + " >" + pipe + " 3<&-; ");
+      EXPECT_EQ(unread.code, 1);
+      EXPECT_EQ(unread.err, "<stdout>: cannot write: Broken pipe\n");
    }
 }
 
 // A malformed line is reported when it is read, which tells that the lines before it have been.
 TEST(Program, StandardInputIsTakenAsItComesUntilItEndsOrIsInterrupted) {
    for (bool const interrupt : {false, true}) {
-      Program program({"run", "--keep-going", "-j", "-"});
-      std::string const lines(twoRoutes);
-      program.write(lines);
-      program.write("one\n");
-      program.awaitError("<stdin>:6: ");
-      program.write(
+      TempDir const dir;
+      std::string const out = dir.path("out"), err = dir.path("err"), pid = dir.path("pid");
+      ASSERT_EQ(mkfifo(err.c_str(), 0600), 0);
+      FILE* const input =
+            popen(("echo $$ >" + pid + "; exec " VELMROUTE_PROGRAM " run --keep-going -j - >" +
+                   out + " 2>" + err)
+                        .c_str(),
+                  "w");
+      std::ifstream errors(err);
+      auto const writeAndAwait = [&](std::string const& text, std::string const& error) {
+         fputs(text.c_str(), input);
+         fflush(input);
+         for (std::string line; line.find(error) && std::getline(errors, line);) {
+         }
+      };
+      writeAndAwait(std::string(twoRoutes) + "one\n", "<stdin>:6: ");
+      writeAndAwait(
             "[2026-07-30T10:00:09.000000] (10.0.0.2,239.1.1.9) Iif: rtr0 Oifs: rtr1 State: "
-            "resolved Table: default\ntwo\n(10.0.0.2,239.1");
-      program.awaitError("<stdin>:8: ");
-      if (interrupt) program.signal(SIGINT);
-      EXPECT_EQ(program.end(!interrupt), 0);
-      auto const summary = ordered_json::parse(program.out);
+            "resolved Table: default\ntwo\n(10.0.0.2,239.1",
+            "<stdin>:8: ");
+      if (interrupt) {
+         kill(std::stoi(contentOf(pid)), SIGINT);
+         errors.ignore(std::numeric_limits<std::streamsize>::max());  // until the program ends
+      }
+      EXPECT_EQ(pclose(input), 0);
+      auto const summary = ordered_json::parse(contentOf(out));
       EXPECT_EQ(summary["routes"]["inHardware"], 5);
       EXPECT_EQ(summary["events"]["total"], 6);
       // Half a line is none when the input is cut off on purpose.
@@ -343,18 +292,10 @@ TEST(Program, StandardInputIsTakenAsItComesUntilItEndsOrIsInterrupted) {
 }
 
 TEST(Program, TextAndJsonSayTheSame) {
-   Strings args{"run",
-                "--chip",
-                "groups=80,routes=400",
-                "--show",
-                "routes,oifsets,zombies,chip",
-                captures + "static-v6/events.txt.gz",
-                captures + "churn/mid-mroute4.json.gz"};
-   Program text(args);
-   ASSERT_EQ(text.end(), 0) << text.err;
-   args.push_back("-j");
-   Program json(args);
-   ASSERT_EQ(json.end(), 0) << json.err;
+   std::string const args = "run --chip groups=80,routes=400 --show routes,oifsets,zombies,chip " +
+                            captures + "static-v6/events.txt.gz " + captures +
+                            "churn/mid-mroute4.json.gz";
+   Ran const text = velmroute(args), json = velmroute(args + " -j");
    EXPECT_EQ(text.err + json.err, "");
    auto const summary = ordered_json::parse(json.out);
    std::ostringstream expected;
@@ -378,13 +319,8 @@ TEST(Program, TextAndJsonSayTheSame) {
    EXPECT_EQ(tables["chip"]["routes"].size(), routes["inHardware"]);
    EXPECT_EQ(summary["check"]["notInHardware"].size(), routes["waiting"]);
    EXPECT_GT(routes["waiting"], 0);
-   EXPECT_EQ(summary["events"]["snapshotRoutes"], 1178);
-   std::size_t offloaded = 0;
-   for (auto const& route : tables["routes"]) {
-      offloaded += route["offload"] == true;
+   for (auto const& route : tables["routes"])
       EXPECT_EQ(route["offload"] == true, !route.contains("reason"));
-   }
-   EXPECT_EQ(offloaded, routes["inHardware"]);
 }
 
 }  // namespace

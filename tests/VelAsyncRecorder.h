@@ -19,13 +19,13 @@
 
 namespace velAsync {
 
+using Bridging::VlanIdOrNone;
 using MrouteLib::OifSetPtr;
 using MrouteLib::RouteHandle;
 using Routing::Multicast::Fib::IpGenRouteKey;
 using Routing::Multicast::Fib::RouteKeyType;
 using Vel::Mroute::AsyncMrouteSwitch;
 using Vel::Mroute::AsyncMtableOifSet;
-using Vel::Mroute::AsyncMtableOifSetPtr;
 using Vel::Mroute::InUseRouteHandleKey;
 using Vel::Mroute::ZombieKey;
 using RecordPtr = Qor::Ptr<AsyncMtableOifSet>;
@@ -37,57 +37,37 @@ std::string cat(Parts const&... parts) {
    return out.str();
 }
 
-// The text of the range error that `f` raises.
-template <class F>
-std::string rangeText(F f) {
-   try {
-      f();
-   } catch (Qor::RangeException const& e) {
-      return e.what();
-   }
-   return "no error";
-}
-
 // Lines are "<level> <trace text>", "blip <text>", "hook <name> <arguments>" and what a test adds.
 class Journal final : public Qor::TraceSink {
  public:
-   Journal() : blips_(Qor::blip().written()) {}
-
-   void add(std::string line) {
-      addBlips();
-      lines_.push_back(std::move(line));
+   void add(std::string const& line) {
+      while (blips_ < Qor::blip().written())
+         said_ += "blip " + Qor::blip().text(Qor::blip().written() - ++blips_) + '\n';
+      said_ += line;
    }
    void trace(Qor::TraceRecord const& record) override {
       EXPECT_EQ(record.handle, "VelMroute");
       EXPECT_STREQ(record.source, "VelAsyncMrouteSm");
-      add(cat(record.level, ' ', record.message));
+      add(cat(record.level, ' ', record.message, '\n'));
    }
    // Everything since the last time, a line each.
    std::string take() {
-      addBlips();
-      std::string out = "\n";
-      for (std::string const& line : std::exchange(lines_, {}))
-         out += line + '\n';
-      return out;
+      add("");
+      return std::exchange(said_, "\n");
    }
    // The hooks that were called, with a semicolon behind each.
    std::string hooks() {
-      addBlips();
+      std::istringstream lines(take());
       std::string out;
-      for (std::string const& line : std::exchange(lines_, {})) {
+      for (std::string line; std::getline(lines, line);) {
          if (line.starts_with("hook ")) out += line.substr(5) + "; ";
       }
       return out;
    }
 
  private:
-   void addBlips() {
-      while (blips_ < Qor::blip().written())
-         lines_.push_back("blip " + Qor::blip().text(Qor::blip().written() - ++blips_));
-   }
-
-   std::vector<std::string> lines_;
-   Qor::U64 blips_;
+   std::string said_ = "\n";
+   Qor::U64 blips_ = Qor::blip().written();
 };
 
 class Recorder final : public VelHelper::AsyncMrouteHelper {
@@ -104,20 +84,17 @@ class Recorder final : public VelHelper::AsyncMrouteHelper {
    // The chip: which set each group carries, which group each route points at (0: none yet).
    std::map<Qor::U32, OifSetPtr> groups;
    std::map<Qor::U32, Qor::U32> routes;
-   std::map<std::string, Hux::XactPtr> xactOf;
+   Hux::XactPtr lastXact;
 
    template <class... Parts>
    void call(char const* hook, Parts const&... arguments) {
-      std::string line = cat("hook ", hook);
-      ((line += cat(' ', arguments)), ...);
-      journal.add(line);
+      journal.add(cat("hook ", hook, cat(' ', arguments)..., '\n'));
    }
    static char const* blocking(Hux::XactPtr const& xact) { return xact ? "blocked" : "free"; }
-   Hux::XactPtr xact(std::string const& of) {
-      if (!xacts) return nullptr;
-      Hux::XactPtr& found = xactOf[of];
-      if (!found) found = Qor::make<Hux::Xact>();
-      return found;
+   Hux::XactPtr newXact() {
+      lastXact = nullptr;
+      if (xacts) lastXact = Qor::make<Hux::Xact>();
+      return lastXact;
    }
    // The lowest number not in use, as a chip hands them out; all-ones without room.
    template <class Map>
@@ -129,26 +106,24 @@ class Recorder final : public VelHelper::AsyncMrouteHelper {
    }
 
    Qor::U32 doAllocateSharableMulticastGroup(MrouteLib::RouteKeyInfo const& info, OifSetPtr oifSet,
-                                             Hux::XactPtr blockingXact, bool frr) override {
-      call("doAllocateSharableMulticastGroup", info.routeKey(), oifSet, blocking(blockingXact),
-           frr);
+                                             Hux::XactPtr xact, bool frr) override {
+      call("doAllocateSharableMulticastGroup", info.routeKey(), oifSet, blocking(xact), frr);
       Qor::U32 const id = lowest(groups, 100, groupRoom);
       if (id != invalidMulticastId) groups[id] = oifSet;
       return id;
    }
-   Qor::U32 doAllocateFixedMulticastGroup(OifSetPtr oifSet, Hux::XactPtr blockingXact,
+   Qor::U32 doAllocateFixedMulticastGroup(OifSetPtr oifSet, Hux::XactPtr xact,
                                           Qor::U32 mcastId) override {
-      call("doAllocateFixedMulticastGroup", oifSet, blocking(blockingXact), mcastId);
-      if (mcastId != invalidMulticastId) groups[mcastId] = oifSet;
+      call("doAllocateFixedMulticastGroup", oifSet, blocking(xact), mcastId);
+      groups[mcastId] = oifSet;
       return mcastId;
    }
    Hux::XactPtr doGetXactForOifSet(Qor::U32 mcastId) override {
       call("doGetXactForOifSet", mcastId);
-      return xact(cat("group ", mcastId));
+      return newXact();
    }
-   Qor::String8 doGetXactFailureReason(Hux::XactPtr x, VelHelper::MrouteXactType type) override {
-      call("doGetXactFailureReason", x ? "xact" : "null", type);
-      return "reason";
+   Qor::String8 doGetXactFailureReason(Hux::XactPtr, VelHelper::MrouteXactType type) override {
+      return cat(type);
    }
    void doDeleteOifSet(Qor::U32 mcastId) override {
       call("doDeleteOifSet", mcastId);
@@ -156,22 +131,21 @@ class Recorder final : public VelHelper::AsyncMrouteHelper {
       for (auto const& [handle, id] : routes)
          EXPECT_NE(id, mcastId) << "route " << handle << " points at a deleted group";
    }
-   RouteHandle doAllocateRoute(IpGenRouteKey const& routeKey, Bridging::VlanIdOrNone vlan,
-                               bool bridgeAction, Wisp::Multicast::Fib::RpaIndex rpaId,
-                               Qor::U32 vrfId) override {
+   RouteHandle doAllocateRoute(IpGenRouteKey const& routeKey, VlanIdOrNone vlan, bool bridgeAction,
+                               Wisp::Multicast::Fib::RpaIndex rpaId, Qor::U32 vrfId) override {
       call("doAllocateRoute", routeKey, vlan, bridgeAction, rpaId, vrfId);
       RouteHandle const handle(lowest(routes, 1, routeRoom));
       if (!handle.isNull()) routes[handle.value()] = 0;
       return handle;
    }
-   void doSetMtableOifSet(RouteHandle handle, Qor::U32 mcastId, Hux::XactPtr x) override {
-      call("doSetMtableOifSet", handle, mcastId, blocking(x));
+   void doSetMtableOifSet(RouteHandle handle, Qor::U32 mcastId, Hux::XactPtr xact) override {
+      call("doSetMtableOifSet", handle, mcastId, blocking(xact));
       EXPECT_TRUE(groups.count(mcastId)) << "no group " << mcastId;
       routes.at(handle.value()) = mcastId;
    }
    Hux::XactPtr doGetXactForIngress(RouteHandle handle) override {
       call("doGetXactForIngress", handle);
-      return xact(cat("route ", handle));
+      return newXact();
    }
    void doDeleteRoute(RouteHandle handle) override {
       call("doDeleteRoute", handle);
@@ -182,16 +156,11 @@ class Recorder final : public VelHelper::AsyncMrouteHelper {
       return fixedTypes.count(type) != 0;
    }
    bool needIngressProgramming(RouteKeyType type) override {
-      call("needIngressProgramming", type);
       return type != RouteKeyType::softwareOnly;
    }
    bool mcastIdReusable(Qor::U32 mcastId) override {
       call("mcastIdReusable", mcastId);
       return reusable;
-   }
-   bool mcastIdIsValid(Qor::U32 mcastId) override {
-      call("mcastIdIsValid", mcastId);
-      return AsyncMrouteHelper::mcastIdIsValid(mcastId);
    }
    void doScheduleVerify() override { call("doScheduleVerify"); }
 
@@ -204,10 +173,9 @@ inline IpGenRouteKey routeKey(char const* source = "10.0.0.2", char const* group
 }
 
 // An oif set of one port; two calls make two sets. With an `iif` it uses fast reroute.
-inline OifSetPtr oifSet(char const* port = "et1", char const* iif = "",
-                        RouteKeyType type = RouteKeyType::routed) {
+inline OifSetPtr oifSet(char const* iif = "", RouteKeyType type = RouteKeyType::routed) {
    MrouteLib::PortVlanSet set(type);
-   set.newPortVlan(MrouteLib::PortVlan(Lnet::IntfId(port)), true);
+   set.newPortVlan(MrouteLib::PortVlan(Lnet::IntfId("et1")), true);
    set.currentIifIs(Lnet::IntfId(iif));
    return Qor::make<MrouteLib::OifSet>(nullptr, set);
 }
@@ -222,6 +190,7 @@ class VelAsync : public testing::Test {
       Qor::traceSinkIs(&journal_);
       Qor::traceLevelIs(9, "VelMroute");
       helper_ = Qor::make<Recorder>(journal_);
+      helper_->fixedTypes = {RouteKeyType::bridged};
       auto const status = Qor::make<Routing::Hardware::RouteStatus>();
       status->newVrfStatus(L3::VrfName("default"), Vel::VrfId(vrfId));
       sw_ = Vel::Mroute::asyncMrouteSwitchFactory("switch", status, helper_);
@@ -235,20 +204,17 @@ class VelAsync : public testing::Test {
 
    Hux::XactPtr doAllocate(OifSetPtr const& set, Qor::U32 preset = 0, bool frr = false,
                            Hux::XactPtr const& blocking = nullptr) {
-      MrouteLib::RouteKeyInfo const info(routeKey(), L3::VrfName("default"),
-                                         Bridging::VlanIdOrNone(7u), set->portVlanSet().type());
+      MrouteLib::RouteKeyInfo const info(routeKey(), L3::VrfName("default"), VlanIdOrNone(7u),
+                                         set->portVlanSet().type());
       return sw_->doAllocateMtableOifSet(info, set, blocking, preset, frr);
    }
+   RecordPtr result() const { return Qor::ptrCast<AsyncMtableOifSet>(sw_->mtableOifSet()); }
    // As the routing layer does it: the result is taken and cleared.
    RecordPtr allocate(OifSetPtr const& set, Qor::U32 preset = 0) {
       if (!doAllocate(set, preset)) return nullptr;
-      RecordPtr const record = Qor::ptrCast<AsyncMtableOifSet>(sw_->mtableOifSet());
+      RecordPtr const record = result();
       sw_->mtableOifSetIs(nullptr);
       return record;
-   }
-   RouteHandle allocateRoute(IpGenRouteKey const& key = routeKey(), unsigned vlan = 0) {
-      sw_->doAllocateRoute(key, Bridging::VlanIdOrNone(vlan), false, {}, L3::VrfName("default"));
-      return sw_->routeHandle();
    }
    // A record that some route has been pointed at, so that it becomes a zombie when it is dropped.
    RecordPtr allocateUsed(OifSetPtr const& set, Qor::U32 preset = 0) {
@@ -256,7 +222,13 @@ class VelAsync : public testing::Test {
       record->usedInHwIs(true);
       return record;
    }
+   RouteHandle allocateRoute(IpGenRouteKey const& key = routeKey(), unsigned vlan = 0,
+                             char const* vrf = "default") {
+      sw_->doAllocateRoute(key, VlanIdOrNone(vlan), false, {}, L3::VrfName(vrf));
+      return sw_->routeHandle();
+   }
    RecordPtr frrRecord(OifSetPtr const& set) { return sw_->record(set, sw_->frrMtableOifSet(set)); }
+   Qor::U32 failureCode() const { return static_cast<Qor::U32>(sw_->mrouteFailureReason()); }
    static void pass(Qor::Seconds seconds) { Qor::activityManager()->advance(seconds); }
    // Compares the journal letter by letter. In the text $R is the record, $O the oif set.
    void expectSaid(std::string text, OifSetPtr const& set = nullptr,
@@ -264,6 +236,11 @@ class VelAsync : public testing::Test {
       for (auto at = text.find('$'); at != std::string::npos; at = text.find('$', at))
          text.replace(at, 2, text[at + 1] == 'R' ? record : cat(set));
       EXPECT_EQ(journal_.take(), text);
+   }
+   // Finds lines in the middle of the journal.
+   void expectLines(std::string const& lines) {
+      std::string const said = journal_.take();
+      EXPECT_NE(said.find('\n' + lines + '\n'), std::string::npos) << said;
    }
 
    Journal journal_;
