@@ -4,6 +4,8 @@
 #include "Vel/VelAsyncMrouteSm.h"
 #include "Vel/VelLogMessages.h"
 
+#include <cmath>
+
 namespace Vel::Mroute {
 
 using Routing::Multicast::Fib::Hardware::RouteStatus;
@@ -24,6 +26,13 @@ struct ResumePosition {
 ResumePosition& resumePosition() {
    static auto* const position = new ResumePosition;
    return *position;
+}
+
+// Truncated towards zero, then to eight bits; 0 for an infinite interval, at which nothing is
+// polled.
+Qor::U8 lowByte(double seconds) {
+   return std::isfinite(seconds) ? static_cast<Qor::U8>(static_cast<int>(std::fmod(seconds, 256)))
+                                 : 0;
 }
 
 }  // namespace
@@ -54,8 +63,7 @@ void AsyncMrouteSwitchSm::handlePollingInterval() {
       Qor::log(mrouteActivityPollingIntervalNotSupported, {activity, configured});
    }
    if (!mfibHwStatus()) return;
-   // Truncated towards zero, then to eight bits.
-   mfibHwStatus()->pollingIntervalIs(static_cast<Qor::U8>(static_cast<Qor::U64>(activity)));
+   mfibHwStatus()->pollingIntervalIs(lowByte(activity));
 }
 
 void AsyncMrouteSwitchSm::doMaybeScheduleRouteAgingReview() {
@@ -81,7 +89,11 @@ void AsyncMrouteSwitchSm::doRouteAgingReview() {
    if (!mfibHwStatus() || mfibHwStatus()->routes() == 0) {
       VEL_TRACE(2, "No routes present in mfibHwStatus. Nothing to review");
       position = {};
-      if (mfibHwStatus()) doMaybeScheduleRouteAgingReview();
+      if (mfibHwStatus()) {
+         doMaybeScheduleRouteAgingReview();
+      } else if (agingClock()) {
+         agingClock()->timeMinIs(Qor::never);
+      }
       return;
    }
    Qor::Ptr<AsyncMrouteSwitchSm> const self(references() ? this : nullptr);
@@ -101,11 +113,13 @@ void AsyncMrouteSwitchSm::doRouteAgingReview() {
       } else {
          auto const& routes = vrfStatus->route();
          IpGenRouteKey const first = vrfName == from.vrfName ? from.routeKey : IpGenRouteKey();
-         for (auto route = routes.lowerBound(first); route != routes.end();) {
+         // A VRF that has been removed meanwhile still has its routes, but is not reviewed.
+         auto const present = [&] { return mfibHwStatus()->vrfStatus(vrfName) == vrfStatus; };
+         for (auto route = routes.lowerBound(first); route != routes.end() && present();) {
             IpGenRouteKey const key = route->first;
             if (reviewed >= agingQuota) {
                position = {vrfName, key};
-               agingClock()->timeMinIs(Qor::now() + agingGap);
+               if (agingClock()) agingClock()->timeMinIs(Qor::now() + agingGap);
                return;
             }
             Qor::Ptr<RouteStatus> const status = route->second;
@@ -163,8 +177,12 @@ Qor::Seconds AsyncMrouteSwitchSm::lastRoutePollTime(IpGenRouteKey const& key,
                       << "::"
                       << "lastRoutePollTime"
                       << "()");
+   // Catch-all routes of either family are recorded under one key.
+   IpGenRouteKey const recorded = key.kind() == IpGenRouteKey::kindCatchAll
+                                        ? Routing::Multicast::Fib::canonicalCatchAllKey()
+                                        : key;
    MrouteLib::RouteHandle const handle =
-         mrouteSwitch()->inUseRouteHandle(InUseRouteHandleKey(key, vlan, vrfId));
+         mrouteSwitch()->inUseRouteHandle(InUseRouteHandleKey(recorded, vlan, vrfId));
    if (handle.isNull()) {
       VEL_TRACE(2, "RouteHandle not found for the route: " << key << ", vlan: " << vlan);
       return 0.0;

@@ -77,7 +77,7 @@ void AsyncMrouteSwitchSm::QorBfdStatus::handleBfdStatus() {
    VEL_TRACE(2, "Peer: " << peer << " intf:" << intf << " status: " << state
                          << " peerState: " << peerState() << " ip: " << peer.ip());
    VEL_BLIP("AsyncMrouteSwitchSm::handleBfdStatus, peer: %s, state: %s, peer state: %s ip: %s",
-            intf, state, peerState(), peer.ip());
+            status_->name(), state, peerState(), peer.ip());
    if (state == Bfd::OperState::up) {
       peerStateIs(state);
       return;
@@ -98,7 +98,8 @@ void AsyncMrouteSwitchSm::QorBfdStatus::handleBfdStatus() {
 
 void AsyncMrouteSwitchSm::updateFrrMtableOif(Lnet::IntfId intfId) {
    Qor::Ptr<AsyncMrouteSwitchSm> const self(references() ? this : nullptr);
-   AsyncMrouteSwitch& chip = *mrouteSwitch();
+   Qor::Ptr<AsyncMrouteSwitch> const held = mrouteSwitch();
+   AsyncMrouteSwitch& chip = *held;
    VEL_TRACE(8, "AsyncMrouteSwitchSm::updateFrrMtableOif( " << intfId << ", vlan " << vlanOf(intfId)
                                                             << " )");
    auto const& waiting = chip.frrMtableOifSet();
@@ -116,10 +117,12 @@ void AsyncMrouteSwitchSm::updateFrrMtableOif(Lnet::IntfId intfId) {
       VEL_BLIP("MrouteSwitchSm:: FrrSwitch from %s, frrOifs %s", set.pretty(), frrMembers(set));
       for (auto const& record : chip.records(oifSet))
          record->dirtyIs(true);
-      // The one named here may have died, and the set live on in a record that replaced it.
+      // The one named here may have died, and the set live on in a record that replaced it. Its
+      // entry goes with it where a listener has let go of it just now.
       auto record = chip.record(oifSet, named);
       if (!record) record = chip.inUseRecord(oifSet);
-      entry = chip.frrMtableOifSetDel(entry);
+      chip.frrMtableOifSetDel(oifSet);
+      entry = waiting.resume(entry);
       if (record) chip.frrProcessingOifSetIs(oifSet, record.get());
    }
    handleClock();
@@ -127,7 +130,8 @@ void AsyncMrouteSwitchSm::updateFrrMtableOif(Lnet::IntfId intfId) {
 
 void AsyncMrouteSwitchSm::handleClock() {
    Qor::Ptr<AsyncMrouteSwitchSm> const self(references() ? this : nullptr);
-   AsyncMrouteSwitch& chip = *mrouteSwitch();
+   Qor::Ptr<AsyncMrouteSwitch> const held = mrouteSwitch();
+   AsyncMrouteSwitch& chip = *held;
    Qor::Seconds const deadline = Qor::now() + frrPassBudget;
    auto const& waiting = chip.frrProcessingOifSet();
    VEL_TRACE(8, "review FrrProcessingOifSets: " << waiting.size());
@@ -180,7 +184,8 @@ void AsyncMrouteSwitchSm::rewriteForFrr(OifSetPtr const& oifSet) {
    }
    OifSetPtr const rewritten = Qor::make<MrouteLib::OifSet>(nullptr, pvSet);
    for (auto const& record : chip.records(oifSet)) {
-      if (record->zombie().isZombie() || record->deleted()) continue;
+      // A group that has been taken over carries the set of its new record.
+      if (record->zombie().isZombie() || record->deleted() || record->skipDelete()) continue;
       VEL_TRACE(8, ": Overwrite with new pvSet " << pvSet.pretty()
                                                  << " to mcastId: " << record->multicastId());
       VEL_BLIP(" Overwrite with pvSet %s to mcastId: %s", pvSet.pretty(), record->multicastId());

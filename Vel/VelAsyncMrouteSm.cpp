@@ -30,10 +30,17 @@ auto* reactorOf(Reactors const& reactors, Key const& key) {
    return entry ? entry->second.get() : nullptr;
 }
 
+// Ends a reactor's part in the life of its owner: it watches nothing and calls nobody from now on.
+template <class Reactor>
+void release(Reactor& reactor) {
+   reactor.asyncMrouteSwitchSmIs(nullptr);
+   reactor.notifierIs(nullptr);
+}
+
 template <class Reactors>
-void clearBackPointers(Reactors const& reactors) {
+void releaseAll(Reactors const& reactors) {
    for (auto const& [key, reactor] : reactors)
-      reactor->asyncMrouteSwitchSmIs(nullptr);
+      release(*reactor);
 }
 
 }  // namespace
@@ -52,6 +59,18 @@ void AsyncMrouteSwitchSm::watch(Watched<T, Reactor>& input, Qor::Ptr<T> object) 
       input.reactor->asyncMrouteSwitchSmIs(this);
    }
    input.reactor->notifierIs(object.get());
+}
+
+// What one clock was set to goes over to the one that takes its place: it would fire for nobody.
+template <class Reactor>
+void AsyncMrouteSwitchSm::watchClock(Watched<Qor::Clock const, Reactor>& input,
+                                     Qor::Ptr<Qor::Clock const> clock) {
+   Qor::Ptr<Qor::Clock const> const before = input.object;
+   if (before == clock) return;
+   Qor::Seconds const setting = before ? before->timeMin() : Qor::never;
+   watch(input, clock);
+   if (before) before->timeMinIs(Qor::never);
+   if (clock) clock->timeMinIs(setting);
 }
 
 template <class K, class Reactor, class Entity>
@@ -85,11 +104,11 @@ AsyncMrouteSwitchSm::AsyncMrouteSwitchSm(
         allIntfStatusDir_(std::move(allIntfStatusDir)),
         allIntfStatusLocalDir_(std::move(allIntfStatusLocalDir)) {
    mrouteSwitchIs(std::move(mrouteSwitch));
-   mfibConfigIs(std::move(mfibConfig));
-   zombieClockIs(std::move(zombieClock));
-   agingClockIs(std::move(agingClock));
-   ethIntfStatusDirIs(std::move(ethIntfStatusDir));
-   bfdAllPeerStatusIs(std::move(bfdAllPeerStatus));
+   watch(mfibConfig_, std::move(mfibConfig));
+   watch(zombieClock_, std::move(zombieClock));
+   watch(agingClock_, std::move(agingClock));
+   watch(ethIntfStatusDir_, std::move(ethIntfStatusDir));
+   watch(bfdAllPeerStatus_, std::move(bfdAllPeerStatus));
    if (this->mfibConfig()) {
       handleMulticastCounterMode();
       handleWildcardCounter();
@@ -106,20 +125,21 @@ AsyncMrouteSwitchSm::~AsyncMrouteSwitchSm() {
    doCleanup();
    if (zombieClock()) zombieClock()->timeMinIs(Qor::never);
    if (agingClock()) agingClock()->timeMinIs(Qor::never);
+   if (clock()) clock()->timeMinIs(Qor::never);
    frrPositionDel();
-   auto const clearBackPointer = [](auto const& input) {
-      if (input.reactor) input.reactor->asyncMrouteSwitchSmIs(nullptr);
+   auto const releaseReactor = [](auto const& input) {
+      if (input.reactor) release(*input.reactor);
    };
-   clearBackPointer(mrouteSwitch_);
-   clearBackPointer(mfibConfig_);
-   clearBackPointer(zombieClock_);
-   clearBackPointer(agingClock_);
-   clearBackPointer(ethIntfStatusDir_);
-   clearBackPointer(bfdAllPeerStatus_);
-   clearBackPointer(clock_);
-   clearBackPointers(ethIntfStatus_);
-   clearBackPointers(bfdStatus_);
-   clearBackPointers(mfibConfigVrf_);
+   releaseReactor(mrouteSwitch_);
+   releaseReactor(mfibConfig_);
+   releaseReactor(zombieClock_);
+   releaseReactor(agingClock_);
+   releaseReactor(ethIntfStatusDir_);
+   releaseReactor(bfdAllPeerStatus_);
+   releaseReactor(clock_);
+   releaseAll(ethIntfStatus_);
+   releaseAll(bfdStatus_);
+   releaseAll(mfibConfigVrf_);
    bfdVelAsyncMrouteSmDel();
    ethIntfStatus_.clear();
    bfdStatus_.clear();
@@ -154,26 +174,34 @@ void AsyncMrouteSwitchSm::mrouteSwitchIs(Qor::Ptr<AsyncMrouteSwitch> v) {
 
 void AsyncMrouteSwitchSm::mfibConfigIs(Qor::Ptr<Routing::Multicast::Fib::VrfConfig const> v) {
    watch(mfibConfig_, std::move(v));
+   syncMfibConfigVrf();
 }
 
 void AsyncMrouteSwitchSm::zombieClockIs(Qor::Ptr<Qor::Clock const> v) {
-   watch(zombieClock_, std::move(v));
+   watchClock(zombieClock_, std::move(v));
+   if (initialized()) handleZombie();
 }
 
 void AsyncMrouteSwitchSm::agingClockIs(Qor::Ptr<Qor::Clock const> v) {
-   watch(agingClock_, std::move(v));
+   watchClock(agingClock_, std::move(v));
+   if (initialized() && mfibHwStatus()) doMaybeScheduleRouteAgingReview();
 }
 
 void AsyncMrouteSwitchSm::ethIntfStatusDirIs(Qor::Ptr<Interface::EthIntfStatusDir const> v) {
    watch(ethIntfStatusDir_, std::move(v));
+   syncEthIntfStatus();
 }
 
 void AsyncMrouteSwitchSm::bfdAllPeerStatusIs(Qor::Ptr<Bfd::AppStatus> v) {
+   if (v == bfdAllPeerStatus()) return;
    watch(bfdAllPeerStatus_, std::move(v));
+   syncBfdStatus();
+   if (initialized()) registerWithBfd();
 }
 
 void AsyncMrouteSwitchSm::clockIs(Qor::Ptr<Qor::Clock const> v) {
-   watch(clock_, std::move(v));
+   watchClock(clock_, std::move(v));
+   if (clock() && !mrouteSwitch()->frrProcessingOifSet().empty()) clock()->timeMinIs(Qor::now());
 }
 
 // ---- Tracking of directories ----
@@ -198,10 +226,11 @@ void AsyncMrouteSwitchSm::ethIntfStatusDel(Lnet::IntfId intfId) {
 
 void AsyncMrouteSwitchSm::syncEthIntfStatus() {
    auto const dir = ethIntfStatusDir();
-   if (!dir) return;
-   for (auto const& [intfId, status] : dir->intfStatus())
-      ethIntfStatusIs(status);
-   dropGone(ethIntfStatus_, [&](Lnet::IntfId id) { return dir->intfStatus(id) != nullptr; });
+   if (dir) {
+      for (auto const& [intfId, status] : dir->intfStatus())
+         ethIntfStatusIs(status);
+   }
+   dropGone(ethIntfStatus_, [&](Lnet::IntfId id) { return dir && dir->intfStatus(id); });
 }
 
 void AsyncMrouteSwitchSm::QorEthIntfStatusDir::onIntfStatus(Lnet::IntfId intfId) {
@@ -232,10 +261,11 @@ void AsyncMrouteSwitchSm::bfdStatusDel(Bfd::Peer peer) {
 
 void AsyncMrouteSwitchSm::syncBfdStatus() {
    auto const app = bfdAllPeerStatus();
-   if (!app) return;
-   for (auto const& [peer, status] : app->peerStatus())
-      bfdStatusIs(status);
-   dropGone(bfdStatus_, [&](Bfd::Peer const& p) { return app->peerStatus(p) != nullptr; });
+   if (app) {
+      for (auto const& [peer, status] : app->peerStatus())
+         bfdStatusIs(status);
+   }
+   dropGone(bfdStatus_, [&](Bfd::Peer const& p) { return app && app->peerStatus(p); });
 }
 
 void AsyncMrouteSwitchSm::QorBfdAllPeerStatus::onPeerStatus(Bfd::Peer const& peer) {
@@ -267,10 +297,11 @@ void AsyncMrouteSwitchSm::mfibConfigVrfDel(Qor::Name vrfName) {
 
 void AsyncMrouteSwitchSm::syncMfibConfigVrf() {
    auto const config = mfibConfig();
-   if (!config) return;
-   for (auto const& [vrfName, vrf] : config->config())
-      mfibConfigVrfIs(vrf);
-   dropGone(mfibConfigVrf_, [&](Qor::Name const& n) { return config->config(n) != nullptr; });
+   if (config) {
+      for (auto const& [vrfName, vrf] : config->config())
+         mfibConfigVrfIs(vrf);
+   }
+   dropGone(mfibConfigVrf_, [&](Qor::Name const& n) { return config && config->config(n); });
 }
 
 void AsyncMrouteSwitchSm::QorMfibConfig::onConfig(Qor::Name const& vrfName) {
@@ -290,6 +321,13 @@ void AsyncMrouteSwitchSm::bfdVelAsyncMrouteSmIs(Qor::Name appName,
                                                           std::move(status), std::move(vrfName));
 }
 
+void AsyncMrouteSwitchSm::registerWithBfd() {
+   bfdVelAsyncMrouteSmDel();
+   if (bfdAllPeerStatusDir() && bfdAllPeerStatus()) {
+      bfdVelAsyncMrouteSmIs("", bfdAllPeerStatusDir(), bfdAllPeerStatus(), L3::VrfName("default"));
+   }
+}
+
 // ---- Life ----
 
 void AsyncMrouteSwitchSm::handleInitialized() {
@@ -299,9 +337,7 @@ void AsyncMrouteSwitchSm::handleInitialized() {
    if (agingClock()) agingClock()->timeMinIs(Qor::never);
    handlePollingInterval();
    initializedIs(true);
-   if (bfdAllPeerStatusDir() && bfdAllPeerStatus()) {
-      bfdVelAsyncMrouteSmIs("", bfdAllPeerStatusDir(), bfdAllPeerStatus(), L3::VrfName("default"));
-   }
+   registerWithBfd();
    // Zombies that were there before this reactor would otherwise wait for the next one.
    if (!mrouteSwitch()->zombieOifSet().empty()) handleZombie();
 }
@@ -319,13 +355,15 @@ void AsyncMrouteSwitchSm::handleRoute(MrouteLib::RouteHandle handle) {
 void AsyncMrouteSwitchSm::doCleanup() {
    VEL_TRACE(2, "AsyncMrouteSwitchSm::doCleanup()");
    if (!initialized()) return;
-   mrouteSwitch()->deletedIs(true);
-   auto const& zombies = mrouteSwitch()->zombieOifSet();
+   Qor::Ptr<AsyncMrouteSwitch> const chip = mrouteSwitch();
+   chip->deletedIs(true);
+   auto const& zombies = chip->zombieOifSet();
    while (!zombies.empty()) {
       ZombieKey const key = zombies.begin()->first;
       VEL_TRACE(2, "Deleting zombie with mcastId: " << key.multicastId());
-      mrouteSwitch()->zombieOifSetDel(key);
+      chip->zombieOifSetDel(key);
    }
+   if (zombieClock()) zombieClock()->timeMinIs(Qor::never);
    bfdVelAsyncMrouteSmDel();
 }
 

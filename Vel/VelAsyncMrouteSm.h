@@ -13,31 +13,32 @@
 //
 // Inputs. The switch is required; every other input may be null, and then:
 //
-//   null input             | what it means
-//   -----------------------+---------------------------------------------------------------------
-//   intfVlanIdTable        | no interface has a vlan: only routes that accept from any interface
-//   are
-//                          | polled. Fast reroute works without it
-//   mfibConfig             | never read: nothing is polled, no counter setting reaches the platform
-//   mfibHwStatus           | nothing is polled; a route coming into use is an assertion
-//   mrouteHelper           | never called: intervals are taken as configured, no route is ever hit,
-//   and
-//                          | groups that wait for fast reroute are dropped
+//   null input              | what it means
+//   ------------------------+--------------------------------------------------------------------
+//   intfVlanIdTable         | no interface has a vlan: only routes that accept from any interface
+//                           | are polled. Fast reroute works without it
+//   mfibConfig              | never read: nothing is polled, no counter setting is handed on
+//   mfibHwStatus            | nothing is polled; a route coming into use is an assertion
+//   mrouteHelper            | never called: intervals are taken as configured, no route is ever
+//                           | hit, and groups that wait for fast reroute are dropped
 //   zombieClock, agingClock | never armed: nobody purges zombies, nothing is polled
-//   ethIntfStatusDir       | interface failures are not heard of
-//   bfdAllPeerStatusDir    | not registered as a BFD application
-//   bfdAllPeerStatus       | likewise, and BFD failures are not heard of
-//   allIntfStatusDir, allIntfStatusLocalDir | kept for the platform; nothing here reads them
+//   ethIntfStatusDir        | interface failures are not heard of
+//   bfdAllPeerStatusDir     | not registered as a BFD application
+//   bfdAllPeerStatus        | likewise, and BFD failures are not heard of
+//   allIntfStatusDir,       | kept for the platform; nothing here reads them
+//   allIntfStatusLocalDir   |
 //
 // Clocks. After construction the aging clock is armed if there is a configuration, and the zombie
-// clock if there are zombies; otherwise both stand at `never`.
+// clock if there are zombies; otherwise both stand at `never`. After destruction all three do.
 //
 // Process-wide positions. The aging review and the fast-reroute pass keep the place where they
 // stopped for the next slice in one position each for the whole process, since slices never
 // overlap. With two reactors, a review that one has begun is continued by whichever fires next,
-// over its own tables: each route is still polled about once in an interval, and no reactor can be
-// stuck behind another. Positions are keys (or counted), so nothing that vanishes between two
-// slices can hurt; a fast-reroute position dies with its reactor.
+// over its own tables, and whoever completes it ends it for both: in that interval a route may be
+// polled twice, or not before the next review. Where two reactors watch large tables of their own,
+// the later routes of the larger one may go without being polled while the other keeps completing
+// reviews; reactors of one table share the work instead. Positions are keys (or counted), so
+// nothing that vanishes between two slices can hurt; a fast-reroute position dies with its reactor.
 //
 // Ownership. Inputs are held counted. The nested reactors are the reactor's own and point back at
 // it.
@@ -100,8 +101,9 @@ class QOR_PUBLIC AsyncMrouteSwitchSm final : public Qor::StateMachine {
                        Qor::Ptr<Interface::AllIntfStatusLocalDir const> allIntfStatusLocalDir);
 
    // ---- Inputs. Those with a reactor may be set again, which moves the reactor to the new entity,
-   // or to
-   //      null, which deletes it. ----
+   //      or to null, which deletes it; the members that a directory's reactor tracks follow. A
+   //      clock that replaces another takes over what that was set to, and the other is disarmed.
+   //      What has been handed on from a configuration stays until that changes again. ----
 
    Qor::Ptr<AsyncMrouteSwitch> const& mrouteSwitch() const { return mrouteSwitch_.object; }
    void mrouteSwitchIs(Qor::Ptr<AsyncMrouteSwitch> v);  // not null
@@ -145,9 +147,8 @@ class QOR_PUBLIC AsyncMrouteSwitchSm final : public Qor::StateMachine {
    void clockDel() { clockIs(nullptr); }
 
    // ---- Collections of reactors: one for each member of the directory they follow. The same
-   // entity set
-   //      again keeps its reactor, another entity under the key gets a new one. A null argument
-   //      raises the range error of null parameters (Qor::throwNullParameter). ----
+   //      entity set again keeps its reactor, another entity under the key gets a new one. A null
+   //      argument raises the range error of null parameters (Qor::throwNullParameter). ----
 
    QorEthIntfStatus* ethIntfStatus(Lnet::IntfId intfId) const;
    Qor::U32 ethIntfStatuses() const;
@@ -180,8 +181,8 @@ class QOR_PUBLIC AsyncMrouteSwitchSm final : public Qor::StateMachine {
    void handleInitialized();
    // The handle came into use, or went out of it.
    void handleRoute(MrouteLib::RouteHandle handle);
-   // Marks the switch deleted, removes all zombies and the BFD registration. Does nothing before
-   // initialisation. Run by the destructor.
+   // Marks the switch deleted, removes all zombies, which ends the zombie clock's work, and the BFD
+   // registration. Does nothing before initialisation. Run by the destructor.
    void doCleanup();
 
    // Keeps the zombie clock at the expiry of the first zombie.
@@ -210,7 +211,8 @@ class QOR_PUBLIC AsyncMrouteSwitchSm final : public Qor::StateMachine {
    void updateFrrMtableOif(Lnet::IntfId intfId);
    // One pass over frrProcessingOifSet, from where the last one stopped. The oif set objects stay
    // as they are: the platform is given new ones, with the backup members in the place of the
-   // outgoing ones.
+   // outgoing ones. Of the records that carry a waiting set, zombies and those whose fixed group
+   // another record has taken over are left alone.
    void handleClock();
 
    void handleMulticastCounterMode();
@@ -228,12 +230,15 @@ class QOR_PUBLIC AsyncMrouteSwitchSm final : public Qor::StateMachine {
 
    template <class T, class Reactor>
    void watch(Watched<T, Reactor>& input, Qor::Ptr<T> object);
+   template <class Reactor>
+   void watchClock(Watched<Qor::Clock const, Reactor>& input, Qor::Ptr<Qor::Clock const> clock);
    template <class K, class Reactor, class Entity>
    void trackedIs(Qor::HashMap<K, std::unique_ptr<Reactor>>& reactors, K key,
                   Qor::Ptr<Entity> const& entity);
    void syncEthIntfStatus();
    void syncBfdStatus();
    void syncMfibConfigVrf();
+   void registerWithBfd();
    Qor::Seconds pollingInterval() const;
    Bridging::VlanIdOrNone vlanOf(Lnet::IntfId intfId) const;
    Qor::Seconds lastRoutePollTime(IpGenRouteKey const& key, Bridging::VlanIdOrNone vlan,

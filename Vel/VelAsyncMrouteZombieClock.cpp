@@ -38,14 +38,16 @@ void AsyncMrouteSwitchSm::handleZombie(ZombieKey const& key) {
 void AsyncMrouteSwitchSm::handleZombieClock() {
    VEL_TRACE(2, "AsyncMrouteSwitchSm::handleZombieClock()");
    if (!initialized()) return;
+   Qor::Ptr<AsyncMrouteSwitchSm> const self(references() ? this : nullptr);
+   Qor::Ptr<AsyncMrouteSwitch> const chip = mrouteSwitch();
    Qor::Seconds const deadline = Qor::now() + zombiePassBudget;
-   auto const& zombies = mrouteSwitch()->zombieOifSet();
+   auto const& zombies = chip->zombieOifSet();
    Qor::U32 removed = 0;
    while (!zombies.empty()) {
       auto const& [key, record] = *zombies.begin();
       if (record->zombie().expiryTime() > Qor::now()) break;
       VEL_TRACE(2, "Removing zombie with mcastId: " << record->multicastId());
-      mrouteSwitch()->zombieOifSetDel(key);
+      chip->zombieOifSetDel(key);
       if (++removed < zombieCheckStride) continue;
       removed = 0;
       if (Qor::now() >= deadline) {
@@ -58,14 +60,15 @@ void AsyncMrouteSwitchSm::handleZombieClock() {
 
 void AsyncMrouteSwitchSm::doForcePurgeOneZombie() {
    VEL_TRACE(2, "AsyncMrouteSwitchSm::doForcePurgeOneZombie()");
-   auto const& zombies = mrouteSwitch()->zombieOifSet();
+   Qor::Ptr<AsyncMrouteSwitch> const chip = mrouteSwitch();
+   auto const& zombies = chip->zombieOifSet();
    if (zombies.empty()) return;
    auto const& [key, record] = *zombies.begin();
    Qor::U32 const mcastId = record->multicastId();
    VEL_TRACE(2, "Force removing zombie with mcastId: " << mcastId);
    VEL_BLIP("AsyncMrouteSwitchSm::doForcePurgeOneZombie() force removing zombie with mcastId %s",
             mcastId);
-   mrouteSwitch()->zombieOifSetDel(key);
+   chip->zombieOifSetDel(key);
 }
 
 }  // namespace Vel::Mroute

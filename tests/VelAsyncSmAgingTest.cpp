@@ -1,0 +1,391 @@
+// Activity polling of the asynchronous per-switch reactor.
+#include "Qor/Log.h"
+#include "VelAsyncSmTestSupport.h"
+
+namespace {
+
+using namespace VelAsyncSmTest;
+
+// A platform that knows when each handle was hit, and which intervals it can keep.
+class Hooks final : public VelHelper::AsyncMrouteHelper {
+ public:
+   Hooks() : AsyncMrouteHelper("hooks", nullptr, nullptr) {}
+
+   Qor::Seconds routeLastAccessedTime(RouteHandle handle) override {
+      ++asked[handle.value()];
+      Qor::activityManager()->advance(cost);
+      auto const entry = hit.find(handle.value());
+      return entry == hit.end() ? everyHit : entry->second;
+   }
+   double doGetAdjustedPollingInterval(double const& interval) override {
+      return polling.value_or(interval);
+   }
+   double doGetAdjustedActivityPollInterval(double const& interval) override {
+      return activity.value_or(interval);
+   }
+
+   std::map<Qor::U32, unsigned> asked;
+   std::map<Qor::U32, Qor::Seconds> hit;
+   Qor::Seconds everyHit = 0;
+   Qor::Seconds cost = 0;
+   std::optional<double> polling;
+   std::optional<double> activity;
+};
+
+class LogLines final : public Qor::LogSink {
+ public:
+   LogLines() : before_(Qor::logSinkIs(this)) {}
+   ~LogLines() override { Qor::logSinkIs(before_); }
+   void log(Qor::LogMessage const& m, std::string const& text) override {
+      lines.push_back(std::to_string(m.severity) + ' ' + m.name + ": " + text);
+   }
+   Lines lines;
+
+ private:
+   Qor::LogSink* const before_;
+};
+
+// Calls back when the route has been seen in use.
+class OnPolled final : public Routing::Multicast::Fib::Hardware::RouteStatus::Notifiee {
+ public:
+   std::function<void()> call;
+   void onLastPollTime() override { call(); }
+};
+
+class AsyncSmAging : public AsyncSm {
+ protected:
+   AsyncSmAging() {
+      inputs_.mrouteHelper = hooks_;
+      vrfs_->newVrfStatus(VrfName("blue"), Vel::VrfId(2));
+      vrfs_->newVrfStatus(VrfName("green"), Vel::VrfId(3));
+      fresh();
+   }
+
+   // A switch and a reactor without a past.
+   void fresh() {
+      sm_ = nullptr;
+      hw().vrfStatusDelAll();
+      switch_ = Qor::make<AsyncMrouteSwitch>("switch", vrfs_, hooks_);
+      sm_ = inputs_.sm(switch_);
+      sm_->doRouteAgingReview();  // without routes: forgets the position
+      sm_->handlePollingInterval();
+   }
+   Routing::Multicast::Fib::Hardware::Status& hw() { return *inputs_.mfibHwStatus; }
+   auto vrf(std::string const& name = "default") { return hw().vrfStatusIs(VrfName(name)); }
+   auto status(unsigned n) { return vrf()->route(key(n)); }
+   // The routes n, first <= n < last, each under the handle n.
+   void add(unsigned first, unsigned last, std::string const& vrfName = "default") {
+      for (unsigned n = first; n < last; ++n) {
+         vrf(vrfName)->routeIs(key(n))->acceptingIntfIdIs(intf(1));
+         use(n, key(n), vlan(1), vrfName);
+      }
+   }
+   void remove(unsigned first, unsigned last) {
+      for (unsigned n = first; n < last; ++n)
+         vrf()->routeDel(key(n));
+   }
+   void removeVrf(char const* name) { hw().vrfStatusDel(VrfName(name)); }
+   void use(Qor::U32 handle, IpGenRouteKey const& k, VlanIdOrNone v,
+            std::string const& vrfName = "default") {
+      Vel::VrfId const vrfId = vrfs_->vrfStatus(VrfName(vrfName))->vrfId();
+      switch_->inUseRouteHandleIs(InUseRouteHandleKey(k, v, vrfId), RouteHandle(handle));
+   }
+   // Fastdrops of route n on et2, et3, ..., under the handles from `handle` on.
+   void fastdrops(unsigned n, unsigned count, Qor::U32 handle) {
+      for (unsigned i = 2; i < 2 + count; ++i) {
+         status(n)->fastdropLastPollTimeIs(intf(i).name(), 0);
+         use(handle + i - 2, key(n), vlan(i));
+      }
+   }
+   // One pass; how many handles were asked for.
+   std::size_t pass() {
+      hooks_->asked.clear();
+      sm_->doRouteAgingReview();
+      return hooks_->asked.size();
+   }
+   Qor::Seconds timer() const { return inputs_.agingClock->timeMin(); }
+
+   Qor::Ptr<Hooks> hooks_ = Qor::make<Hooks>();
+};
+
+TEST_F(AsyncSmAging, ThreeHundredRoutesTakeTwoPasses) {
+   add(0, 300);
+   hooks_->everyHit = 5;
+   TraceLog traces;
+   time_->runUntil(60);
+   EXPECT_EQ(hooks_->asked.size(), 256u);
+   EXPECT_EQ(timer(), 60.2);
+   EXPECT_EQ(traces.count("2 Review completed"), 0);
+   EXPECT_EQ(status(255)->lastPollTime(), 5);
+   EXPECT_EQ(status(256)->lastPollTime(), 0);
+   time_->runUntil(60.2);
+   EXPECT_EQ(hooks_->asked.size(), 300u);
+   EXPECT_EQ(timer(), 120.2);
+   EXPECT_EQ(traces.take().back(), "2 Review completed");
+   time_->runUntil(120.2);  // from the first again
+   EXPECT_EQ(hooks_->asked[0], 2u);
+   EXPECT_EQ(hooks_->asked[256], 1u);
+}
+
+TEST_F(AsyncSmAging, ThePassEndsWithTheRouteThatReachesTheQuota) {
+   struct Case {
+      unsigned routes, fastdropsOfFirst, fastdropsOfLast;
+      std::size_t first, second;  // handles asked for in the two passes
+   };
+   // Fastdrops count, and those of one route stay together.
+   for (Case const& c : std::initializer_list<Case>{{256, 0, 0, 256, 0},
+                                                    {257, 0, 0, 256, 1},
+                                                    {256, 0, 3, 259, 0},
+                                                    {255, 0, 3, 258, 0},
+                                                    {300, 5, 0, 256, 49}}) {
+      SCOPED_TRACE(c.routes);
+      fresh();
+      add(0, c.routes);
+      fastdrops(0, c.fastdropsOfFirst, 1000);
+      fastdrops(c.routes - 1, c.fastdropsOfLast, 2000);
+      EXPECT_EQ(pass(), c.first);
+      EXPECT_EQ(timer(), c.second ? 0.2 : 60);
+      if (c.second == 0) continue;
+      EXPECT_EQ(pass(), c.second);
+      EXPECT_EQ(timer(), 60);
+   }
+}
+
+TEST_F(AsyncSmAging, ThePositionSurvivesWhatChangesBetweenTwoPasses) {
+   struct Case {
+      char const* gone;
+      std::function<void()> change;
+      std::size_t asked;
+      Qor::U32 first;
+   };
+   for (Case const& c :
+        std::vector<Case>{{"nothing", [] {}, 144, 256},
+                          {"its route", [&] { remove(256, 257); }, 143, 257},
+                          {"all behind it in the VRF", [&] { remove(256, 300); }, 100, 1000},
+                          {"one before it", [&] { remove(0, 1); }, 144, 256},
+                          {"its VRF", [&] { removeVrf("default"); }, 100, 1000},
+                          {"all but what is before it",
+                           [&] { removeVrf("default"), removeVrf("green"); }, 0, 0},
+                          {"all", [&] { hw().vrfStatusDelAll(); }, 0, 0}}) {
+      SCOPED_TRACE(c.gone);
+      fresh();
+      add(0, 300);
+      add(1000, 1100, "green");
+      pass();
+      add(2000, 2001, "blue");  // before the position: waits for the next review
+      c.change();
+      EXPECT_EQ(pass(), c.asked);
+      if (c.asked) {
+         EXPECT_EQ(hooks_->asked.begin()->first, c.first);
+      }
+      EXPECT_EQ(timer(), hw().routes() ? 60 : Qor::never);
+      add(2000, 2001, "blue");
+      pass();
+      EXPECT_EQ(hooks_->asked.count(2000), 1u);
+   }
+}
+
+TEST_F(AsyncSmAging, AnotherReactorGoesOnOverItsOwnTables) {
+   add(0, 300);
+   Inputs other;
+   auto const otherHooks = Qor::make<Hooks>();
+   other.mrouteHelper = otherHooks;
+   auto const otherSwitch = Qor::make<AsyncMrouteSwitch>("other", vrfs_, otherHooks);
+   for (unsigned n = 250; n < 260; ++n) {
+      other.mfibHwStatus->vrfStatusIs(VrfName("default"))->routeIs(key(n));
+      otherSwitch->inUseRouteHandleIs(InUseRouteHandleKey(key(n), {}, Vel::VrfId(1)),
+                                      RouteHandle(n));
+   }
+   auto const otherSm = other.sm(otherSwitch);
+   pass();
+   otherSm->doRouteAgingReview();
+   EXPECT_EQ(otherHooks->asked.size(), 4u);
+   EXPECT_EQ(otherHooks->asked.begin()->first, 256u);
+   EXPECT_EQ(other.agingClock->timeMin(), 60);
+   EXPECT_EQ(pass(), 256u);  // that review was over
+   sm_ = nullptr;            // the position outlives its reactor
+   otherSm->doRouteAgingReview();
+   EXPECT_EQ(otherHooks->asked[250], 0u);
+   EXPECT_EQ(otherHooks->asked[259], 2u);
+}
+
+TEST_F(AsyncSmAging, ListenersMayTakeAwayWhatIsReviewed) {
+   struct Case {
+      char const* gone;
+      std::function<void()> change;
+      std::size_t asked;
+      Qor::U32 last;
+   };
+   for (Case const& c : std::vector<Case>{
+              {"itself", [&] { remove(3, 4); }, 11, 100},
+              {"the next", [&] { remove(4, 5); }, 10, 100},
+              {"all routes", [&] { vrf()->routeDelAll(); }, 5, 100},
+              {"its VRF", [&] { removeVrf("default"); }, 5, 100},
+              {"its VRF, which returns", [&] { removeVrf("default"), add(8, 9); }, 5, 100},
+              {"all VRFs", [&] { hw().vrfStatusDelAll(); }, 4, 3},
+              {"the reactor", [&] { sm_ = nullptr; }, 11, 100}}) {
+      SCOPED_TRACE(c.gone);
+      fresh();
+      add(0, 10);
+      add(100, 101, "green");
+      hooks_->hit = {{3, 1}};
+      OnPolled polled;
+      polled.call = c.change;
+      polled.notifierIs(status(3));
+      EXPECT_EQ(pass(), c.asked);
+      EXPECT_EQ(hooks_->asked.rbegin()->first, c.last);
+   }
+}
+
+TEST_F(AsyncSmAging, OnlyLaterTimesAreTakenOver) {
+   add(0, 3);
+   status(0)->lastPollTimeIs(5);
+   status(1)->lastPollTimeIs(7);
+   fastdrops(2, 2, 20);
+   status(2)->fastdropLastPollTimeIs("et3", 9);
+   hooks_->hit = {{0, 5}, {1, 6}, {2, 8}, {20, 8}, {21, 8}};
+   TraceLog traces;
+   pass();
+   EXPECT_EQ(status(1)->lastPollTime(), 7);
+   EXPECT_EQ(status(2)->lastPollTime(), 8);
+   EXPECT_EQ(status(2)->fastdropLastPollTime("et2"), 8);
+   EXPECT_EQ(status(2)->fastdropLastPollTime("et3"), 9);
+   EXPECT_EQ(traces.like("2 Updating").size(), 2u);
+   Lines const all = traces.take();
+   std::string const r = "(10.0.0.1, 239.0.0.2)";
+   EXPECT_EQ(Lines(std::find(all.begin(), all.end(), "2 Reviewing " + r), all.end()),
+             (Lines{"2 Reviewing " + r, "2 AsyncMrouteSwitchSm::lastRoutePollTime()",
+                    "2 last accessed time for routeHandle 2 8",
+                    "2 Updating activity bits for route: " + r, "2 Reviewing fastdrop et2",
+                    "2 AsyncMrouteSwitchSm::lastRoutePollTime()",
+                    "2 last accessed time for routeHandle 20 8",
+                    "2 Updating activity bits for fastdrop route: " + r + ", vlan: 1002",
+                    "2 Reviewing fastdrop et3", "2 AsyncMrouteSwitchSm::lastRoutePollTime()",
+                    "2 last accessed time for routeHandle 21 8", "2 Review completed"}));
+}
+
+TEST_F(AsyncSmAging, BadEntriesAreTracedAndSkipped) {
+   add(0, 4);
+   vrf("red")->routeIs(key(50));                   // no such VRF in the hardware
+   status(0)->acceptingIntfIdIs(IntfId("loop0"));  // has no vlan
+   fastdrops(0, 1, 10);
+   status(1)->acceptingIntfIdIs({});  // accepts from any interface
+   use(11, key(1), {});
+   status(2)->acceptingIntfIdIs(intf(2));  // no such handle
+   // Catch-all routes of either family are recorded under one key.
+   for (auto const family : {Lnet::IpFamily::v4, Lnet::IpFamily::v6})
+      vrf()->routeIs({Lnet::IpGenPrefix::any(family), Lnet::IpGenPrefix::multicast(family)});
+   use(12, Routing::Multicast::Fib::canonicalCatchAllKey(), {});
+   hooks_->everyHit = 3;
+   TraceLog traces;
+   pass();
+   EXPECT_EQ(hooks_->asked, (std::map<Qor::U32, unsigned>{{3, 1}, {10, 1}, {11, 1}, {12, 2}}));
+   EXPECT_EQ(status(0)->lastPollTime(), 0);
+   EXPECT_EQ(status(0)->fastdropLastPollTime("et2"), 3);
+   EXPECT_EQ(status(2)->lastPollTime(), 0);
+   for (char const* line :
+        {"2 AsyncMrouteSwitch::doRouteAgingReview() vrfStatus for vrf: red is not present",
+         "2 No accepting vlan for the route - still check for fastdrops",
+         "2 RouteHandle not found for the route: (10.0.0.1, 239.0.0.2), vlan: 1002"})
+      EXPECT_EQ(traces.count(line), 1) << line;
+}
+
+TEST_F(AsyncSmAging, AnIntervalThePlatformCannotKeepIsRaisedAndLogged) {
+   auto& config = *inputs_.mfibConfig;
+   EXPECT_EQ(hw().pollingInterval(), 60);
+   LogLines log;
+   TraceLog traces;
+   hooks_->polling = hooks_->activity = 5;
+   config.activityPollingIntervalIs(1);
+   EXPECT_EQ(log.lines,
+             Lines{"4 MROUTE_ACTIVITY_POLLING_INTERVAL_NOT_SUPPORTED: The value is set to the "
+                   "minimum supported value of 5s instead of the configured 1s"});
+   EXPECT_EQ(traces.take(), (Lines{"2 AsyncMrouteSwitchSm::handlePollingInterval()",
+                                   "2 AsyncMrouteSwitchSm::handlePollingInterval( 1, 5, 5 )"}));
+   EXPECT_EQ(timer(), 60);  // an armed clock is left alone
+   inputs_.agingClock->timeMinIs(Qor::never);
+   config.activityPollingIntervalIs(5);
+   EXPECT_EQ(log.lines.size(), 1u);
+   EXPECT_EQ(timer(), 5);
+   EXPECT_EQ(traces.take()[1], "2 Setting polling interval to: 5");
+
+   // Truncated towards zero, and then to eight bits.
+   Qor::U64 configured = 10;
+   for (auto const& [activity, written] : std::initializer_list<std::pair<double, unsigned>>{
+              {4.9, 4}, {256, 0}, {300.7, 44}, {-1.5, 255}, {Qor::never, 0}, {1e300, 0}}) {
+      hooks_->activity = activity;
+      config.activityPollingIntervalIs(++configured);
+      EXPECT_EQ(hw().pollingInterval(), written) << activity;
+   }
+   EXPECT_EQ(log.lines.size(), 7u);
+}
+
+// The largest finite time counts as disarmed there, and as armed here.
+TEST_F(AsyncSmAging, TheTwoTestsOfAnArmedClockDifferByOneNumber) {
+   struct Case {
+      Qor::Seconds timer;
+      bool pollingSets, reviewSets;
+   };
+   for (Case const& c :
+        std::initializer_list<Case>{{Qor::never, true, true},
+                                    {Qor::maxFinite, true, false},
+                                    {std::nextafter(Qor::maxFinite, 0.0), false, false}}) {
+      SCOPED_TRACE(c.timer);
+      fresh();
+      add(0, 1);
+      inputs_.agingClock->timeMinIs(c.timer);
+      sm_->doMaybeScheduleRouteAgingReview();
+      EXPECT_EQ(timer(), c.reviewSets ? 60 : c.timer);
+      inputs_.agingClock->timeMinIs(c.timer);
+      sm_->handlePollingInterval();
+      EXPECT_EQ(timer(), c.pollingSets ? 60 : c.timer);
+      remove(0, 1);
+      inputs_.agingClock->timeMinIs(c.timer);
+      TraceLog traces;
+      sm_->doMaybeScheduleRouteAgingReview();  // without routes: stopped when armed
+      EXPECT_EQ(timer(), Qor::never);
+      EXPECT_EQ(traces.count("2 Disabling aging review"), !c.reviewSets);
+   }
+}
+
+TEST_F(AsyncSmAging, WithoutAClockOrAConfigurationAReviewIsCompleteAllTheSame) {
+   inputs_.agingClock = nullptr;
+   fresh();
+   add(0, 300);
+   EXPECT_EQ(pass(), 256u);
+   EXPECT_EQ(pass(), 44u);
+   inputs_.agingClock = Qor::make<Qor::Clock>();
+   inputs_.mfibConfig = nullptr;
+   fresh();
+   add(0, 300);
+   EXPECT_EQ(timer(), Qor::never);
+   EXPECT_EQ(pass(), 256u);
+   time_->runUntil(1);
+   EXPECT_EQ(hooks_->asked.size(), 300u);
+   EXPECT_EQ(timer(), Qor::never);
+}
+
+TEST_F(AsyncSmAging, AHundredThousandRoutesArePolledOnceEachInBoundedPasses) {
+   constexpr unsigned routes = 100000;
+   constexpr unsigned entries = routes + 500;
+   add(0, routes);
+   for (unsigned n = 0; n < routes; n += 1000)
+      fastdrops(n, 5, routes + n);
+   hooks_->cost = 0.0001;
+   std::size_t before = 0;
+   unsigned passes = 0;
+   OnTime const watch(inputs_.agingClock, [&] {  // after each pass
+      EXPECT_LE(hooks_->asked.size() - before, 256u + 5);
+      EXPECT_NEAR(timer(), time_->now() + (hooks_->asked.size() < entries ? 0.2 : 60), 1e-9);
+      before = hooks_->asked.size();
+      ++passes;
+   });
+   Qor::Seconds const bound = 60 + entries / 256 * 0.2 + entries * hooks_->cost;
+   time_->runUntil(bound + 0.001);
+   EXPECT_EQ(passes, entries / 256 + 1);
+   EXPECT_EQ(hooks_->asked.size(), entries);
+   for (auto const& [handle, times] : hooks_->asked)
+      ASSERT_EQ(times, 1u) << handle;
+}
+
+}  // namespace

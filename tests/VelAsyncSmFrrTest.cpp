@@ -1,0 +1,392 @@
+// Fast reroute of the asynchronous per-switch reactor.
+#include "VelAsyncSmTestSupport.h"
+
+namespace {
+
+using namespace VelAsyncSmTest;
+using Bfd::OperState;
+using Bfd::SessionType;
+
+class AsyncSmFrr : public AsyncSm {
+ protected:
+   // The reactor, and what a rewrite costs.
+   void start(Qor::Seconds cost = 0) {
+      sm_ = inputs_.sm(switch_);
+      onHook_ = [this, cost](std::string_view hook) {
+         if (hook != "doUpdateMulticastGroupInPlace") return;
+         ++rewrites_;
+         time_->advance(cost);
+      };
+   }
+   // The routes n, first <= n < last, each with a set of its own, to et2 and covered by et3.
+   void covered(unsigned first, unsigned last, unsigned iif = 1) {
+      for (unsigned n = first; n < last; ++n)
+         routes_.push_back(program(n, ownSet({2}, iif, {3})));
+   }
+   std::size_t waiting() const { return switch_->frrProcessingOifSet().size(); }
+   bool armed() const { return sm_->clock() && sm_->clock()->timeMin() <= Qor::maxFinite; }
+   std::string receiversOfAll() {
+      std::string all;
+      for (unsigned n = 0; n < routes_.size(); ++n)
+         all += (n ? "," : "") + receivers(n);
+      return all;
+   }
+   Bfd::BfdPeerStatus& session(SessionType type = SessionType::singleHop) {
+      return *inputs_.bfdAllPeerStatus->newPeerStatus(
+            Bfd::Peer(type, IpGenAddr::v4(0x0a000101), intf(1), VrfName("default")));
+   }
+
+   std::vector<Route> routes_;
+   unsigned rewrites_ = 0;
+};
+
+TEST_F(AsyncSmFrr, AFailureMovesEveryRouteOfTheGroupToTheBackupMembers) {
+   OifSetPtr const s = set({2, 4}, 1, {3, 5});
+   auto const before = s->portVlanSet();
+   routes_ = {program(0, s), program(1, s), program(2, set({2}))};
+   start();
+   EXPECT_EQ(receiversOfAll(), "et2 et4,et2 et4,et2");
+   down(1);
+   EXPECT_EQ(receiversOfAll(), "et3 et5,et3 et5,et2");
+   EXPECT_EQ(rewrites_, 1u);
+   auto const r = Qor::ptrCast<AsyncMtableOifSet>(routes_[0].record);
+   EXPECT_TRUE(r->dirty());
+   EXPECT_EQ(r->oifSet(), s);
+   EXPECT_EQ(s->portVlanSet(), before);
+   EXPECT_EQ(tables_->oifSet(before), s);
+   EXPECT_EQ(waiting() + switch_->frrMtableOifSet().size(), 0u);
+   EXPECT_FALSE(armed());
+   down(1, IntfOperStatus::up);
+   EXPECT_EQ(receiversOfAll(), "et3 et5,et3 et5,et2");  // the way back is not taken here
+   expectSound();
+}
+
+TEST_F(AsyncSmFrr, OnlySetsThatComeInOverTheFailedInterfaceAndHaveBackupsAreTaken) {
+   OifSetPtr const none = set({2}, 0, {3});  // not entered by allocation
+   routes_ = {program(0, set({2}, 1, {3})), program(1, set({2}, 1)), program(2, set({2}, 4, {3})),
+              program(3, none)};
+   EXPECT_EQ(switch_->frrMtableOifSet().size(), 3u);
+   switch_->frrMtableOifSetIs(none, switch_->inUseOifSet(none));
+   start();
+   TraceLog traces;
+   sm_->updateFrrMtableOif(IntfId());  // a session without an interface
+   EXPECT_EQ(traces.like("2  FrrSwitch"), Lines());
+   EXPECT_TRUE(blipped(" skip Frr, currentIif et1, invalid currentIif:0, or portVlanFrrs:1"));
+   EXPECT_TRUE(blipped(" skip Frr, currentIif , invalid currentIif:1, or portVlanFrrs:1"));
+   traces.take();
+   down(1);
+   Lines const seen = traces.take();
+   std::string const taken = "{et2:1002 frr et3:1003 iif et1}";
+   for (std::string const& line :
+        Lines{"2 handleOperStatusIntf: et1, operStatus: down",
+              "2  FrrSwitch from " + taken + ", frrOifs et3:1003",
+              "2  skip frrMtableOif {et2:1002 iif et1}",
+              "2  skip frrMtableOif {et2:1002 frr et3:1003 iif et4}",
+              "2  skip frrMtableOif {et2:1002 frr et3:1003}", "8 review FrrProcessingOifSets: 1",
+              "8 original pvSet" + taken, "8 add port et3:1003",
+              "8 : Overwrite with new pvSet {et3:1003 frr et3:1003 iif et1} to mcastId: 0"})
+      EXPECT_EQ(std::count(seen.begin(), seen.end(), line), 1) << line;
+   for (std::string const& text :
+        Lines{"AsyncMrouteSwitchSm::handleOperStatus, intf: et1, status: down",
+              "MrouteSwitchSm:: FrrSwitch from " + taken + ", frrOifs et3:1003",
+              "AsyncMrouteSwitchSm:: frrProcessingOifSets: 1",
+              " Overwrite with pvSet {et3:1003 frr et3:1003 iif et1} to mcastId: 0"})
+      EXPECT_TRUE(blipped(text)) << text;
+   EXPECT_EQ(receiversOfAll(), "et3,et2,et2,et2");
+   EXPECT_EQ(switch_->frrMtableOifSet().size(), 3u);
+}
+
+TEST_F(AsyncSmFrr, OnlyDownAndLowerLayerDownAreFailures) {
+   start();
+   for (unsigned state = 1; state <= 7; ++state) {
+      inputs_.ethIntfStatusDir->newIntfStatus(intf(1))->operStatusIs(IntfOperStatus(0));
+      TraceLog traces;
+      down(1, IntfOperStatus(state));
+      EXPECT_EQ(traces.like("8 review").size(), state == 2 || state == 7 ? 1u : 0u) << state;
+   }
+}
+
+// From adminDown through the states: how often it reroutes, what it remembers, and how often it
+// traces the interface.
+TEST_F(AsyncSmFrr, ASessionReroutesOnceForEachTimeItComesDown) {
+   auto const [admin, dn, init, up] =
+         std::array{OperState::adminDown, OperState::down, OperState::init, OperState::up};
+   struct Case {
+      SessionType type;
+      std::vector<OperState> states;
+      std::size_t reroutes;
+      OperState remembered;
+      long intfTraces;
+   };
+   for (Case const& c : std::vector<Case>{{SessionType::singleHop, {up}, 0, up, 0},
+                                          {SessionType::singleHop, {dn}, 1, dn, 2},
+                                          {SessionType::singleHop, {up, dn}, 1, dn, 2},
+                                          {SessionType::singleHop, {dn, init, dn}, 2, dn, 5},
+                                          {SessionType::singleHop, {dn, up, dn}, 2, dn, 4},
+                                          {SessionType::singleHop, {up, admin}, 0, admin, 1},
+                                          {SessionType::multihop, {up, dn}, 0, up, 0},
+                                          {SessionType::none, {dn}, 0, admin, 0},
+                                          {SessionType::micro, {dn, up, dn}, 0, up, 0}}) {
+      SCOPED_TRACE(testing::PrintToString(c.states));
+      inputs_.bfdAllPeerStatus->peerStatusDelAll();
+      start();
+      TraceLog traces;
+      for (OperState const state : c.states)
+         session(c.type).statusIs(state);
+      EXPECT_EQ(traces.count("8 handleBfdStatus Intf et1"), c.intfTraces);
+      auto& reactor = *sm_->bfdStatus(session(c.type).peer());
+      EXPECT_EQ(reactor.peerState(), c.remembered);
+      reactor.handleBfdStatus();  // told again, while nothing has changed
+      EXPECT_EQ(traces.like("8 review").size(), c.reroutes);
+      switch_ = Qor::make<AsyncMrouteSwitch>("switch", vrfs_, platform_);
+   }
+}
+
+TEST_F(AsyncSmFrr, WhatASessionTellsIsTraced) {
+   covered(0, 1);
+   start();
+   session().statusIs(OperState::up);
+   TraceLog traces;
+   session().statusIs(OperState::down);
+   EXPECT_EQ(traces.count("2 Peer: singleHop 10.0.1.1 et1 default intf:et1 status: down peerState: "
+                          "up ip: 10.0.1.1"),
+             1);
+   EXPECT_TRUE(
+         blipped("AsyncMrouteSwitchSm::handleBfdStatus, peer: singleHop 10.0.1.1 et1 "
+                 "default, state: down, peer state: up ip: 10.0.1.1"));
+   EXPECT_EQ(receiversOfAll(), "et3");
+   // A peer that has gone from the directory, whose last word is still on its way.
+   Qor::Ptr<Bfd::BfdPeerStatus> const gone(&session());
+   inputs_.bfdAllPeerStatus->peerStatusDelAll();
+   sm_->bfdStatusIs(gone);
+   traces.take();
+   gone->statusIs(OperState::up);
+   EXPECT_EQ(traces.take(), Lines{"2 bfdState is deleted singleHop 10.0.1.1 et1 default"});
+   EXPECT_EQ(sm_->bfdStatus(gone->peer())->peerState(), OperState());
+}
+
+TEST_F(AsyncSmFrr, EventsBeforeInitialisationAreDropped) {
+   covered(0, 1);
+   session();
+   start();
+   sm_->initializedIs(false);
+   TraceLog traces;
+   down(1);
+   session().statusIs(OperState::down);
+   EXPECT_EQ(traces.take(), Lines{"2 SM uninitialized, ignore event"});
+   EXPECT_EQ(receiversOfAll(), "et2");
+}
+
+// Each rewrite takes 0.03 seconds, so a slice of 0.1 holds four. Between two slices a second
+// interface fails, which begins a slice of its own.
+TEST_F(AsyncSmFrr, LongWorkIsCutIntoSlicesAndTheClockIsArmedExactlyWhileSetsWait) {
+   covered(0, 9);
+   covered(9, 12, 4);
+   start(0.03);
+   EXPECT_FALSE(sm_->clock());
+   down(1);
+   EXPECT_EQ(waiting(), 5u);
+   EXPECT_EQ(sm_->clock()->timeMin(), time_->now());
+   down(1, IntfOperStatus::up);
+   down(4);
+   EXPECT_EQ(waiting(), 4u);
+   EXPECT_EQ(sm_->clock()->timeMin(), time_->now());
+   time_->runDue();
+   EXPECT_EQ(waiting(), 0u);
+   EXPECT_FALSE(armed());
+   EXPECT_EQ(rewrites_, 12u);
+   EXPECT_EQ(receiversOfAll(), "et3,et3,et3,et3,et3,et3,et3,et3,et3,et3,et3,et3");
+   expectSound();
+}
+
+// The next slice goes on with the set at which the last one stopped, and wraps.
+TEST_F(AsyncSmFrr, ASliceGoesOnWhereTheLastOneStopped) {
+   TraceLog traces;
+   auto const walk = [&] {
+      std::string ids;
+      for (std::string const& line : traces.like("8 : Overwrite"))
+         ids += line.substr(line.rfind(' '));
+      traces.take();
+      return ids;
+   };
+   covered(0, 6);
+   start(0.05);
+   down(1);
+   EXPECT_EQ(waiting(), 4u);
+   covered(6, 8);  // these take the places of the first two in the walk
+   sm_->updateFrrMtableOif(intf(1));
+   while (waiting())
+      time_->runDue();
+   EXPECT_EQ(walk(), " 0 1 2 3 4 5 6 7");
+   covered(8, 10);
+   sm_->updateFrrMtableOif(intf(1));  // after a complete pass: from the first
+   EXPECT_EQ(walk(), " 8 9");
+}
+
+// What may become of a set that waits between two slices.
+TEST_F(AsyncSmFrr, AWaitingSetIsRewrittenWhereALivingRecordCarriesIt) {
+   OifSetPtr s;
+   Route route, newer;
+   std::string const zombie = " frrOifSet becomes zombie, mcastId: ";
+   std::string const overwrite = " to mcastId: ";
+   struct Case {
+      char const* what;
+      std::function<void()> change;
+      unsigned rewrites;
+      char const* receivers;
+      std::string blip;  // with the multicast id of the record that waits
+   };
+   for (Case const& c : std::vector<Case>{
+              {"nothing", [] {}, 1, "et3", overwrite},
+              {"a zombie", [&] { withdraw(route); }, 0, "noRoute", zombie},
+              {"back", [&] { withdraw(route), route = program(1, s); }, 1, "et3", zombie},
+              {"two records", [&] { newer = program(2, s); }, 2, "et3", overwrite},
+              {"newer went", [&] { newer = program(2, s), withdraw(newer); }, 1, "et3", overwrite},
+              {"not in use", [&] { switch_->inUseOifSetDel(s); }, 0, "et2",
+               " not in use OifSet#"}}) {
+      SCOPED_TRACE(c.what);
+      Qor::blip().clear();
+      start(0.1);
+      s = ownSet({2}, 1, {3});
+      Route first = program(0, ownSet({2}, 1, {3}));  // takes a slice of its own
+      route = program(1, s);
+      std::string const blip = c.blip + (c.blip.back() == ' ' ? std::to_string(id(route)) : "");
+      down(1);
+      EXPECT_EQ(waiting(), 1u);
+      rewrites_ = 0;
+      c.change();
+      time_->runDue();
+      EXPECT_EQ(waiting(), 0u);
+      EXPECT_FALSE(armed());
+      EXPECT_EQ(rewrites_, c.rewrites);
+      EXPECT_EQ(receivers(1), c.receivers);
+      EXPECT_EQ(receivers(2), newer.record ? c.receivers : "noRoute");
+      std::ostringstream events;
+      Qor::blip().dump(events);
+      EXPECT_NE(events.str().find(blip), std::string::npos) << events.str();
+      down(1, IntfOperStatus::up);
+      for (Route* r : {&first, &route, &newer}) {
+         if (r->record) withdraw(*r);
+      }
+      sm_ = nullptr;
+      time_->runUntil(time_->now() + 1);
+      EXPECT_EQ(platform_->groupsAllocated(), 0u);
+      switch_ = Qor::make<AsyncMrouteSwitch>("switch", vrfs_, platform_);
+   }
+   expectSound();
+}
+
+TEST_F(AsyncSmFrr, AWaitingSetThatIsFreedIsForgotten) {
+   OifSetPtr const s = set({2}, 1, {3});
+   covered(0, 1);
+   auto unused = record(s);
+   start(0.1);
+   down(1);
+   EXPECT_EQ(waiting(), 1u);
+   unused = nullptr;  // never pointed at: freed at once
+   EXPECT_EQ(waiting(), 0u);
+   TraceLog traces;
+   time_->runDue();
+   EXPECT_EQ(traces.like("8 review"), Lines{"8 review FrrProcessingOifSets: 0"});
+   EXPECT_FALSE(armed());
+   // An entry under a set whose record has gone unseen.
+   switch_->frrProcessingOifSetIs(s, nullptr);
+   sm_->handleClock();
+   EXPECT_EQ(traces.like("2 oif not in inUseOifSet:").size(), 1u);
+   EXPECT_EQ(waiting(), 0u);
+}
+
+// A listener lets a record go as soon as it is dirty, and a route comes whose set takes its place
+// in the collection that is being walked.
+TEST_F(AsyncSmFrr, RecordsMayComeAndGoWhileTheFailureIsTakenIn) {
+   class OnDirty final : public AsyncMtableOifSet::Notifiee {
+    public:
+      std::function<void()> call;
+      void onDirty() override { call(); }
+   } dirty;
+   class OnFrr final : public AsyncMrouteSwitch::Notifiee {
+    public:
+      std::function<void()> call;
+      void onFrrMtableOifSet(OifSetPtr const&) override { call(); }
+   } gone;
+   covered(0, 1);
+   auto unused = record(set({2}, 1, {3}));
+   covered(1, 2);
+   dirty.notifierIs(Qor::ptrCast<AsyncMtableOifSet>(unused));
+   dirty.call = [&] {
+      dirty.notifierIs(nullptr);
+      gone.notifierIs(switch_.get());
+      unused = nullptr;
+   };
+   gone.call = [&] {
+      gone.notifierIs(nullptr);
+      covered(2, 3, 4);
+   };
+   start();
+   down(1);
+   EXPECT_EQ(receiversOfAll(), "et3,et3,et2");
+   down(4);
+   EXPECT_EQ(receiversOfAll(), "et3,et3,et3");
+   EXPECT_EQ(platform_->groupsAllocated(), 3u);
+}
+
+// A fixed group that another set has taken over carries that set now.
+TEST_F(AsyncSmFrr, AGroupThatHasBeenTakenOverIsLeftToItsNewSet) {
+   build({0, 4, {RouteKeyType::groupRange}, {}, 0, 0});
+   OifSetPtr const covered = set({2}, 1, {3}, RouteKeyType::groupRange);
+   OifSetPtr const other = set({5}, 0, {}, RouteKeyType::groupRange);
+   Route older = program(0, covered, 2);
+   Route newer = program(1, other, 2);
+   EXPECT_EQ(receivers(1), "et5");
+   start();
+   down(1);
+   EXPECT_EQ(receivers(1), "et5");
+   EXPECT_EQ(rewrites_, 0u);
+   EXPECT_EQ(waiting(), 0u);
+   withdraw(older);
+   withdraw(newer);
+}
+
+TEST_F(AsyncSmFrr, TwoReactorsShareThePositionAndNothingElse) {
+   covered(0, 4);
+   start(0.05);
+   auto const first = switch_;
+   switch_ = Qor::make<AsyncMrouteSwitch>("second", vrfs_, platform_);
+   covered(4, 8);
+   Inputs other = inputs_;
+   other.zombieClock = Qor::make<Qor::Clock>();
+   other.agingClock = Qor::make<Qor::Clock>();
+   auto otherSm = other.sm(switch_);
+   down(1);  // both stop half way
+   EXPECT_EQ(first->frrProcessingOifSet().size(), 2u);
+   EXPECT_EQ(switch_->frrProcessingOifSet().size(), 2u);
+   EXPECT_NE(sm_->clock(), otherSm->clock());
+   otherSm = nullptr;  // its position goes with it, its switch keeps the rest
+   EXPECT_EQ(switch_->frrProcessingOifSet().size(), 2u);
+   time_->runDue();
+   EXPECT_EQ(first->frrProcessingOifSet().size(), 0u);
+   EXPECT_FALSE(armed());
+   otherSm = other.sm(switch_);  // goes on at construction
+   EXPECT_EQ(switch_->frrProcessingOifSet().size(), 0u);
+   EXPECT_EQ(receiversOfAll(), "et3,et3,et3,et3,et3,et3,et3,et3");
+}
+
+TEST_F(AsyncSmFrr, AClockOfTheOwnersIsUsedAndMayBeReplacedWhileSetsWait) {
+   covered(0, 6);
+   start(0.05);
+   auto const own = Qor::make<Qor::Clock>("own");
+   auto const next = Qor::make<Qor::Clock>("next");
+   sm_->clockIs(own);
+   EXPECT_EQ(own->timeMin(), Qor::never);
+   down(1);
+   EXPECT_EQ(sm_->clock(), own);
+   EXPECT_LE(own->timeMin(), time_->now());
+   sm_->clockIs(next);
+   EXPECT_EQ(own->timeMin(), Qor::never);
+   EXPECT_LE(next->timeMin(), time_->now());
+   time_->runUntil(time_->now() + 1);
+   EXPECT_EQ(waiting(), 0u);
+   EXPECT_EQ(next->timeMin(), Qor::never);
+}
+
+}  // namespace

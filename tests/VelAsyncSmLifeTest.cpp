@@ -1,0 +1,405 @@
+// Life of the asynchronous per-switch reactor: inputs that are there or not, directories that it
+// tracks, registration, clean-up; and the counter settings it hands on.
+#include "VelAsyncSmTestSupport.h"
+
+namespace {
+
+using namespace VelAsyncSmTest;
+using Routing::Multicast::Fib::CounterMode;
+
+Bfd::Peer peer(unsigned n, Bfd::SessionType type = Bfd::SessionType::singleHop) {
+   return Bfd::Peer(type, IpGenAddr::v4(0x0a000000 + n), IntfId("et" + std::to_string(n)),
+                    VrfName("default"));
+}
+
+std::string refusal(std::function<void()> const& call) {
+   try {
+      call();
+   } catch (Qor::RangeException const& e) {
+      return e.what();
+   }
+   return "accepted";
+}
+
+bool watched(Qor::Ptr<AsyncMrouteSwitch> const& chip) {
+   return static_cast<Qor::NotifierOf<AsyncMrouteSwitch> const&>(*chip).hasNotifiees();
+}
+
+class AsyncSmLife : public AsyncSm {
+ protected:
+   // The inputs of the rows 2 to 12, row 2 at bit 0, without those of the mask.
+   Inputs without(unsigned mask) const {
+      Inputs in = inputs_;
+      unsigned bit = 0;
+      auto const drop = [&](auto& input) {
+         if (mask & 1u << bit++) input = nullptr;
+      };
+      drop(in.intfVlanIdTable);
+      drop(in.mfibConfig);
+      drop(in.mfibHwStatus);
+      drop(in.mrouteHelper);
+      drop(in.zombieClock);
+      drop(in.agingClock);
+      drop(in.ethIntfStatusDir);
+      drop(in.bfdAllPeerStatusDir);
+      drop(in.bfdAllPeerStatus);
+      drop(in.allIntfStatusDir);
+      drop(in.allIntfStatusLocalDir);
+      return in;
+   }
+
+   // How many members of each directory have a reactor.
+   Lines members() const {
+      return {std::to_string(sm_->mfibConfigVrfs()), std::to_string(sm_->ethIntfStatuses()),
+              std::to_string(sm_->bfdStatuses())};
+   }
+
+   // Something of everything a reactor reacts to.
+   void stir(Inputs const& in, unsigned n) {
+      Route rerouted = program(n, set({2}, 1, {3}));
+      inputs_.mfibConfig->newConfig("default")->counterRouteIs(key(n));
+      inputs_.mfibConfig->activityPollingIntervalIs(1 + n % 2);
+      inputs_.mfibConfig->allCounterIs(n % 2);
+      inputs_.mfibConfig->configDel("default");
+      inputs_.ethIntfStatusDir->newIntfStatus(IntfId("et9"));
+      inputs_.ethIntfStatusDir->intfStatusDel(IntfId("et9"));
+      auto const session = inputs_.bfdAllPeerStatus->newPeerStatus(peer(1));
+      session->statusIs(Bfd::OperState::up);
+      session->statusIs(Bfd::OperState::down);
+      inputs_.bfdAllPeerStatus->peerStatusDel(peer(1));
+      down(1);
+      down(1, IntfOperStatus::up);
+      time_->runUntil(time_->now() + 2.5);
+      EXPECT_EQ(receivers(n),
+                in.mrouteHelper && (in.ethIntfStatusDir || in.bfdAllPeerStatus) ? "et3" : "et2");
+      withdraw(rerouted);
+      time_->runUntil(time_->now() + 4);
+      EXPECT_EQ(switch_->zombieOifSet().empty(), bool(in.zombieClock));
+      if (!in.zombieClock) sm_->doForcePurgeOneZombie();
+      EXPECT_TRUE(switch_->zombieOifSet().empty());
+   }
+};
+
+TEST_F(AsyncSmLife, EveryCombinationOfMissingInputsLivesCleanly) {
+   auto const chip = switch_;
+   for (unsigned mask = 0; mask < 1u << 11; ++mask) {
+      SCOPED_TRACE(mask);
+      switch_ = Qor::make<AsyncMrouteSwitch>("switch", vrfs_, platform_);
+      Inputs const in = without(mask);
+      if (in.mfibHwStatus) in.mfibHwStatus->vrfStatusIs(VrfName("default"))->routeIs(key(9));
+      sm_ = in.sm(switch_);
+      ASSERT_TRUE(sm_->initialized());
+      ASSERT_EQ(sm_->zombieClock() ? sm_->zombieClock()->timeMin() : Qor::never, Qor::never);
+      ASSERT_EQ(inputs_.agingClock->timeMin(),
+                in.agingClock && in.mfibConfig
+                      ? time_->now() + in.mfibConfig->activityPollingInterval()
+                      : Qor::never);
+      ASSERT_EQ(bool(sm_->bfdVelAsyncMrouteSm()), in.bfdAllPeerStatusDir && in.bfdAllPeerStatus);
+      unsigned fired = 0;
+      OnTime const aging(inputs_.agingClock, [&] { ++fired; });
+      OnTime const zombie(inputs_.zombieClock, [&] { ++fired; });
+      if (in.mfibHwStatus) {
+         stir(in, mask % 2);  // without, a route that comes into use is a programming error
+      } else {
+         down(1);
+         down(1, IntfOperStatus::up);
+         time_->runUntil(time_->now() + 7);
+      }
+      ASSERT_LE(fired, 20u);  // and none of them in vain, again and again
+      sm_ = nullptr;
+      ASSERT_EQ(inputs_.zombieClock->timeMin(), Qor::never);
+      ASSERT_EQ(inputs_.agingClock->timeMin(), Qor::never);
+      ASSERT_EQ(inputs_.bfdAllPeerStatusDir->registration().size(), 0u);
+      ASSERT_EQ(inputs_.mfibConfig->hasNotifiees() || inputs_.ethIntfStatusDir->hasNotifiees() ||
+                      inputs_.bfdAllPeerStatus->hasNotifiees() || watched(switch_),
+                false);
+   }
+   expectSound();
+   switch_ = chip;
+}
+
+TEST_F(AsyncSmLife, NullIsRefusedWhereItMeansNothing) {
+   std::string const of = " parameter to mutator for Vel::Mroute::AsyncMrouteSwitchSm::";
+   auto const text = [&](std::string const& name) {
+      return "null _" + name + of + name + " not allowed\"";
+   };
+   EXPECT_EQ(refusal([&] { inputs_.sm(nullptr); }), text("mrouteSwitch"));
+   sm_ = inputs_.sm(switch_);
+   EXPECT_EQ(refusal([&] { sm_->mrouteSwitchIs(nullptr); }), text("mrouteSwitch"));
+   EXPECT_EQ(refusal([&] { sm_->mfibConfigVrfIs(nullptr); }), text("mfibConfigVrf"));
+   EXPECT_EQ(refusal([&] { sm_->ethIntfStatusIs(nullptr); }), text("ethIntfStatus"));
+   EXPECT_EQ(refusal([&] { sm_->bfdStatusIs(nullptr); }), text("bfdStatus"));
+   EXPECT_EQ(sm_->mrouteSwitch(), switch_);
+   EXPECT_EQ(sm_->ethIntfStatuses(), 8u);
+}
+
+TEST_F(AsyncSmLife, AReactorIsKeptForEachMemberOfADirectory) {
+   auto& config = *inputs_.mfibConfig;
+   auto& dir = *inputs_.ethIntfStatusDir;
+   auto& app = *inputs_.bfdAllPeerStatus;
+   config.newConfig("red");
+   app.newPeerStatus(peer(1));
+   sm_ = inputs_.sm(switch_);
+   EXPECT_EQ(members(), (Lines{"1", "8", "1"}));
+   config.newConfig("blue");
+   dir.newIntfStatus(IntfId("et9"));
+   app.newPeerStatus(peer(2));
+   EXPECT_EQ(members(), (Lines{"2", "9", "2"}));
+   config.configDel("red");
+   dir.intfStatusDel(intf(1));
+   app.peerStatusDel(peer(1));
+   EXPECT_EQ(members(), (Lines{"1", "8", "1"}));
+   EXPECT_TRUE(sm_->mfibConfigVrf("blue") && sm_->ethIntfStatus(IntfId("et9")));
+   EXPECT_FALSE(sm_->mfibConfigVrf("red") || sm_->ethIntfStatus(intf(1)));
+   config.configDelAll();
+   dir.intfStatusDelAll();
+   app.peerStatusDelAll();  // all three tell the immediate form alone
+   EXPECT_EQ(members(), (Lines{"0", "0", "0"}));
+}
+
+TEST_F(AsyncSmLife, TheSameEntityKeepsItsReactorAndAnotherGetsANewOne) {
+   auto const session = inputs_.bfdAllPeerStatus->newPeerStatus(peer(1));
+   sm_ = inputs_.sm(switch_);
+   session->statusIs(Bfd::OperState::up);
+   auto* const reactor = sm_->bfdStatus(peer(1));
+   EXPECT_EQ(reactor->peerState(), Bfd::OperState::up);
+   sm_->bfdStatusIs(session);
+   inputs_.bfdAllPeerStatus->peerStatusNotify(peer(1));
+   EXPECT_EQ(sm_->bfdStatus(peer(1)), reactor);
+   EXPECT_EQ(reactor->peerState(), Bfd::OperState::up);
+
+   auto const other = Qor::make<Bfd::BfdPeerStatus>(peer(1));
+   inputs_.bfdAllPeerStatus->peerStatusIs(other);
+   EXPECT_EQ(sm_->bfdStatus(peer(1))->notifier(), other.get());
+   EXPECT_EQ(sm_->bfdStatus(peer(1))->peerState(), Bfd::OperState());
+   session->statusIs(Bfd::OperState::down);  // nobody's any more
+   EXPECT_EQ(sm_->bfdStatus(peer(1))->peerState(), Bfd::OperState());
+}
+
+// Set again they move, set to null they and their members go, set for the first time the members
+// come.
+TEST_F(AsyncSmLife, InputsThatAreSetAgainBringTheirMembersInStep) {
+   auto const& registered = inputs_.bfdAllPeerStatusDir->registration();
+   sm_ = inputs_.sm(switch_);
+   sm_->handleInitialized();  // once only
+   EXPECT_EQ(registered.size(), 1u);
+   Inputs other;
+   other.mfibConfig->newConfig("blue");
+   other.ethIntfStatusDir->newIntfStatus(intf(1));
+   other.bfdAllPeerStatus->newPeerStatus(peer(5));
+   for (bool cleared : {false, true}) {
+      sm_->mfibConfigIs(other.mfibConfig);
+      sm_->ethIntfStatusDirIs(other.ethIntfStatusDir);
+      sm_->bfdAllPeerStatusIs(other.bfdAllPeerStatus);
+      EXPECT_EQ(members(), (Lines{"1", "1", "1"})) << cleared;
+      EXPECT_FALSE(inputs_.mfibConfig->hasNotifiees() || inputs_.ethIntfStatusDir->hasNotifiees() ||
+                   inputs_.bfdAllPeerStatus->hasNotifiees());
+      // The service is asked to fill the status that is watched, and no other.
+      ASSERT_EQ(registered.size(), 1u);
+      EXPECT_EQ(registered.begin()->second,
+                (Bfd::Registration{"", VrfName("default"), other.bfdAllPeerStatus}));
+      sm_->mfibConfigDel();
+      sm_->ethIntfStatusDirDel();
+      sm_->bfdAllPeerStatusDel();
+      EXPECT_EQ(members(), (Lines{"0", "0", "0"})) << cleared;
+      EXPECT_FALSE(other.mfibConfig->hasNotifiees() || other.ethIntfStatusDir->hasNotifiees() ||
+                   other.bfdAllPeerStatus->hasNotifiees());
+      EXPECT_EQ(registered.size(), 0u);
+   }
+}
+
+TEST_F(AsyncSmLife, AClockThatReplacesAnotherTakesItsPlace) {
+   sm_ = inputs_.sm(switch_);
+   inputs_.mfibHwStatus->vrfStatusIs(VrfName("default"))->routeIs(key(1));
+   zombies(1);
+   Inputs const other;
+   sm_->zombieClockIs(other.zombieClock);
+   sm_->agingClockIs(other.agingClock);
+   EXPECT_EQ(other.zombieClock->timeMin(), 3.0);
+   EXPECT_EQ(other.agingClock->timeMin(), 60.0);
+   EXPECT_EQ(inputs_.zombieClock->timeMin(), Qor::never);
+   EXPECT_EQ(inputs_.agingClock->timeMin(), Qor::never);
+   sm_->zombieClockDel();
+   sm_->agingClockDel();
+   EXPECT_EQ(other.zombieClock->timeMin(), Qor::never);
+   time_->runUntil(10);
+   EXPECT_EQ(switch_->zombieOifSet().size(), 1u);
+   sm_->zombieClockIs(other.zombieClock);  // there is work for it
+   EXPECT_EQ(other.zombieClock->timeMin(), 3.0);
+   time_->runUntil(10);
+   EXPECT_TRUE(switch_->zombieOifSet().empty());
+}
+
+// The service takes its sessions back when the application goes.
+class BfdService final : public Bfd::StatusPeer::Notifiee {
+ public:
+   explicit BfdService(Inputs const& in) : app_(in.bfdAllPeerStatus) {
+      notifierIs(in.bfdAllPeerStatusDir);
+   }
+   void onRegistration(Qor::U32 number) override {
+      if (!notifier()->registration(number).appStatus) app_->peerStatusDel(peer(1));
+   }
+
+ private:
+   Qor::Ptr<Bfd::AppStatus> const app_;
+};
+
+TEST_F(AsyncSmLife, GoesInPeaceWhileTheServiceTakesItsSessionsBack) {
+   BfdService const service(inputs_);
+   for (bool initialized : {true, false}) {
+      inputs_.bfdAllPeerStatus->newPeerStatus(peer(1));
+      sm_ = inputs_.sm(switch_);
+      sm_->initializedIs(initialized);
+      sm_ = nullptr;
+      EXPECT_TRUE(inputs_.bfdAllPeerStatus->peerStatus().empty());
+   }
+}
+
+TEST_F(AsyncSmLife, CleanUpMarksTheSwitchAndTakesItsZombiesUnlessItNeverInitialized) {
+   sm_ = inputs_.sm(switch_);
+   auto const frrClock = Qor::make<Qor::Clock>("frr");
+   sm_->clockIs(frrClock);
+   frrClock->timeMinIs(7);
+   zombies(2);
+   sm_->initializedIs(false);
+   sm_->doCleanup();
+   EXPECT_FALSE(switch_->deleted());
+   EXPECT_EQ(switch_->zombieOifSet().size(), 2u);
+   sm_->initializedIs(true);
+   TraceLog traces;
+   sm_->doCleanup();
+   EXPECT_EQ(traces.like("2 AsyncMrouteSwitchSm::doCleanup()").size(), 1u);
+   EXPECT_EQ(traces.like("2 Deleting zombie"),
+             (Lines{"2 Deleting zombie with mcastId: 0", "2 Deleting zombie with mcastId: 1"}));
+   EXPECT_TRUE(switch_->deleted());
+   EXPECT_EQ(platform_->groupsAllocated(), 0u);
+   EXPECT_FALSE(sm_->bfdVelAsyncMrouteSm());
+   EXPECT_EQ(inputs_.zombieClock->timeMin(), Qor::never);  // its work is done
+   sm_ = nullptr;
+   for (auto const& clock : {frrClock, inputs_.zombieClock, inputs_.agingClock})
+      EXPECT_EQ(clock->timeMin(), Qor::never) << clock->name();
+}
+
+TEST_F(AsyncSmLife, MayEndInsideItsOwnHandlers) {
+   auto const ends = [&](std::function<void()> const& event) {
+      event();
+      EXPECT_FALSE(sm_);
+   };
+   // In a pass over zombies, and in a forced purge.
+   for (bool forced : {false, true}) {
+      switch_ = Qor::make<AsyncMrouteSwitch>("switch", vrfs_, platform_);
+      sm_ = inputs_.sm(switch_);
+      zombies(7);
+      OnSwitch const listener(switch_, [&](ZombieKey) { sm_ = nullptr; });
+      ends([&] { forced ? sm_->doForcePurgeOneZombie() : time_->runUntil(time_->now() + 4); });
+      EXPECT_TRUE(switch_->zombieOifSet().empty());
+   }
+   // In a review, and in a rewrite.
+   class OnStatus final : public Routing::Multicast::Fib::Hardware::Status::Notifiee {
+    public:
+      std::function<void()> call;
+      void onPollingInterval() override { call(); }
+   } status;
+   switch_ = Qor::make<AsyncMrouteSwitch>("switch", vrfs_, platform_);
+   sm_ = inputs_.sm(switch_);
+   status.call = [&] { sm_ = nullptr; };
+   status.notifierIs(inputs_.mfibHwStatus);
+   ends([&] { inputs_.mfibConfig->activityPollingIntervalIs(9); });
+   status.notifierIs(nullptr);
+
+   switch_ = Qor::make<AsyncMrouteSwitch>("switch", vrfs_, platform_);
+   Route route = program(1, set({2}, 1, {3}));
+   sm_ = inputs_.sm(switch_);
+   onHook_ = [&](std::string_view hook) {
+      if (hook == "doUpdateMulticastGroupInPlace") sm_ = nullptr;
+   };
+   ends([&] { down(1); });
+   route = {};
+}
+
+TEST_F(AsyncSmLife, NestedReactorsMayGoInsideTheirOwnHandlers) {
+   Route route = program(1, set({2}, 1, {3}));
+   auto const session = inputs_.bfdAllPeerStatus->newPeerStatus(peer(1));
+   sm_ = inputs_.sm(switch_);
+   onHook_ = [&](std::string_view hook) {
+      if (hook != "doUpdateMulticastGroupInPlace") return;
+      sm_->bfdAllPeerStatusDel();
+      inputs_.bfdAllPeerStatus->peerStatusDel(peer(1));
+      sm_->ethIntfStatusDirDel();
+      sm_->clockDel();
+   };
+   session->statusIs(Bfd::OperState::down);
+   EXPECT_EQ(receivers(1), "et3");
+   EXPECT_EQ(sm_->bfdStatuses(), 0u);
+   EXPECT_EQ(sm_->ethIntfStatuses(), 0u);
+   withdraw(route);
+}
+
+// ---- Counters ----
+
+TEST_F(AsyncSmLife, CounterSettingsReachThePlatformOnceEachFromConstructionOn) {
+   Lines calls;
+   onHook_ = [&](std::string_view hook) { calls.emplace_back(hook); };
+   auto const counters = [&] {
+      std::erase_if(calls, [](std::string const& c) { return c.starts_with("doGet"); });
+      return std::exchange(calls, {});
+   };
+   Lines const both{"handleMrouteCounterMode", "handleWildcardCounter"};
+   sm_ = without(1u << 1).sm(switch_);  // no configuration
+   EXPECT_EQ(counters(), Lines());
+   sm_ = nullptr;
+   switch_ = Qor::make<AsyncMrouteSwitch>("switch", vrfs_, platform_);
+
+   TraceLog traces;
+   sm_ = inputs_.sm(switch_);
+   EXPECT_EQ(counters(), both);
+   Lines const begun = traces.take();
+   EXPECT_EQ(Lines(begun.begin(), begun.begin() + 2),
+             (Lines{"2 AsyncMrouteSwitchSm::handleMulticastCounterMode()",
+                    "2 AsyncMrouteSwitchSm::handleWildcardCounter()"}));
+   sm_->initializedIs(false);  // makes no difference
+   inputs_.mfibConfig->counterModeIs(CounterMode::packets);
+   inputs_.mfibConfig->counterModeIs(CounterMode::packets);
+   inputs_.mfibConfig->allCounterIs(true);
+   EXPECT_EQ(counters(), both);
+   EXPECT_EQ(traces.take(), (Lines{"2 AsyncMrouteSwitchSm::handleMulticastCounterMode()",
+                                   "2 AsyncMrouteSwitchSm::handleWildcardCounter()"}));
+
+   auto const vrf = inputs_.mfibConfig->newConfig("default");
+   vrf->counterRouteIs(key(1));
+   EXPECT_EQ(traces.take(), Lines{"2 AsyncMrouteSwitchSm::handleCounterRoute()"});
+   vrf->clearCounterRouteInc(key(1));
+   vrf->counterRouteDelAll();  // the immediate form
+   EXPECT_EQ(traces.take(), Lines());
+   EXPECT_EQ(counters(), Lines());
+}
+
+TEST_F(AsyncSmLife, ARouteComingIntoUseStartsTheReviewAndOneGoingDoesNot) {
+   Inputs const& in = inputs_;
+   sm_ = in.sm(switch_);
+   in.agingClock->timeMinIs(Qor::never);
+   in.mfibHwStatus->vrfStatusIs(VrfName("default"))->routeIs(key(1));
+   TraceLog traces;
+   switch_->inUseRouteHandleKeyNotify(RouteHandle(5));
+   EXPECT_EQ(traces.take(), Lines{"2 AsyncMrouteSwitchSm::handleRoute( 5 )"});
+   EXPECT_EQ(in.agingClock->timeMin(), Qor::never);
+   switch_->inUseRouteHandleKeyIs(RouteHandle(5),
+                                  InUseRouteHandleKey(key(1), vlan(1), Vel::VrfId(1)));
+   EXPECT_EQ(traces.take(), (Lines{"2 AsyncMrouteSwitchSm::handleRoute( 5 )",
+                                   "2 AsyncMrouteSwitchSm::doMaybeScheduleRouteAgingReview()",
+                                   "2 Enabling aging review in: 60 s"}));
+   EXPECT_EQ(in.agingClock->timeMin(), 60.0);
+   in.agingClock->timeMinIs(Qor::never);
+   switch_->inUseRouteHandleKeyDel(RouteHandle(5));
+   EXPECT_EQ(in.agingClock->timeMin(), Qor::never);
+}
+
+using AsyncSmLifeDeathTest = AsyncSmLife;
+
+TEST_F(AsyncSmLifeDeathTest, ARouteComingIntoUseNeedsTheHardwareStatus) {
+   inputs_.mfibHwStatus = nullptr;
+   sm_ = inputs_.sm(switch_);
+   EXPECT_DEATH(program(1, set({2})), "Assertion `mfibHwStatus\\(\\)' failed");
+}
+
+}  // namespace

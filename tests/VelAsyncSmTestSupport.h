@@ -1,0 +1,246 @@
+// What the tests of the asynchronous per-switch reactor share: a simulated chip behind its
+// platform, the entities a reactor watches, and an ear for what it traces.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <functional>
+#include <map>
+#include <sstream>
+
+#include "Qor/Blip.h"
+#include "Vel/VelAsyncMrouteSmReactors.h"
+#include "platform/sim/AsyncPlatform.h"
+
+namespace VelAsyncSmTest {
+
+using Bridging::VlanId;
+using Bridging::VlanIdOrNone;
+using Interface::IntfOperStatus;
+using L3::VrfName;
+using Lnet::IntfId;
+using Lnet::IpGenAddr;
+using MrouteLib::OifSetPtr;
+using MrouteLib::PortVlan;
+using MrouteLib::RouteHandle;
+using Routing::Multicast::Fib::IpGenRouteKey;
+using Routing::Multicast::Fib::RouteKeyType;
+using Vel::Mroute::AsyncMrouteSwitch;
+using Vel::Mroute::AsyncMrouteSwitchSm;
+using Vel::Mroute::AsyncMtableOifSet;
+using Vel::Mroute::InUseRouteHandleKey;
+using Vel::Mroute::ZombieKey;
+using Lines = std::vector<std::string>;
+
+// The library's traces of all levels, as "<level> <message>", while it exists.
+class TraceLog final : public Qor::TraceSink {
+ public:
+   TraceLog() : before_(Qor::traceSinkIs(this)) { Qor::traceLevelIs(9, "VelMroute"); }
+   ~TraceLog() override {
+      Qor::traceLevelIs(-1, "VelMroute");
+      Qor::traceSinkIs(before_);
+   }
+   void trace(Qor::TraceRecord const& record) override {
+      if (std::string_view(record.source) != "VelAsyncMrouteSm") return;
+      lines_.push_back(std::to_string(record.level) + " " + std::string(record.message));
+   }
+   // All since the last take().
+   Lines take() { return std::exchange(lines_, {}); }
+   long count(std::string const& line) const {
+      return std::count(lines_.begin(), lines_.end(), line);
+   }
+   // Those that begin so.
+   Lines like(std::string const& start) const {
+      Lines found;
+      std::copy_if(lines_.begin(), lines_.end(), std::back_inserter(found),
+                   [&](std::string const& line) { return line.starts_with(start); });
+      return found;
+   }
+
+ private:
+   Qor::TraceSink* const before_;
+   Lines lines_;
+};
+
+inline bool blipped(std::string const& text) {
+   for (std::size_t back = 0; back < Qor::blip().written(); ++back) {
+      if (Qor::blip().text(back) == text) return true;
+   }
+   return false;
+}
+
+// Calls back each time the clock fires.
+class OnTime final : public Qor::Clock::Notifiee {
+ public:
+   OnTime(Qor::Ptr<Qor::Clock const> const& clock, std::function<void()> call)
+         : call_(std::move(call)) {
+      notifierIs(clock);
+   }
+   void onTime() override { call_(); }
+
+ private:
+   std::function<void()> call_;
+};
+
+// Calls back when a zombie comes or goes.
+class OnSwitch final : public AsyncMrouteSwitch::Notifiee {
+ public:
+   OnSwitch(Qor::Ptr<AsyncMrouteSwitch> const& chip, std::function<void(ZombieKey)> call)
+         : call_(std::move(call)) {
+      notifierIs(chip.get());
+   }
+   void onZombieOifSet(ZombieKey const& key) override { call_(key); }
+
+ private:
+   std::function<void(ZombieKey)> call_;
+};
+
+// The arguments of a reactor beside its switch.
+struct Inputs {
+   Qor::Ptr<IntfVlanId::Table> intfVlanIdTable = Qor::make<IntfVlanId::Table>();
+   Qor::Ptr<Routing::Multicast::Fib::VrfConfig> mfibConfig =
+         Qor::make<Routing::Multicast::Fib::VrfConfig>();
+   Qor::Ptr<Routing::Multicast::Fib::Hardware::Status> mfibHwStatus =
+         Qor::make<Routing::Multicast::Fib::Hardware::Status>();
+   Qor::Ptr<VelHelper::AsyncMrouteHelper> mrouteHelper;
+   Qor::Ptr<Qor::Clock> zombieClock = Qor::make<Qor::Clock>("zombieClock");
+   Qor::Ptr<Qor::Clock> agingClock = Qor::make<Qor::Clock>("agingClock");
+   Qor::Ptr<Interface::EthIntfStatusDir> ethIntfStatusDir =
+         Qor::make<Interface::EthIntfStatusDir>();
+   Qor::Ptr<Bfd::StatusPeer> bfdAllPeerStatusDir = Qor::make<Bfd::StatusPeer>();
+   Qor::Ptr<Bfd::AppStatus> bfdAllPeerStatus = Qor::make<Bfd::AppStatus>();
+   Qor::Ptr<Interface::AllIntfStatusDir> allIntfStatusDir =
+         Qor::make<Interface::AllIntfStatusDir>();
+   Qor::Ptr<Interface::AllIntfStatusLocalDir> allIntfStatusLocalDir =
+         Qor::make<Interface::AllIntfStatusLocalDir>();
+
+   Qor::Ptr<AsyncMrouteSwitchSm> sm(Qor::Ptr<AsyncMrouteSwitch> const& chip) const {
+      return Vel::Mroute::AsyncMrouteSwitchSmIs(
+            chip, intfVlanIdTable, mfibConfig, mfibHwStatus, mrouteHelper, zombieClock, agingClock,
+            ethIntfStatusDir, bfdAllPeerStatusDir, bfdAllPeerStatus, allIntfStatusDir,
+            allIntfStatusLocalDir);
+   }
+};
+
+// A switch on a simulated chip with the ports et1 to et8, each in a vlan of its own (1001 to 1008).
+// Routes accept from et1, in the VRF "default", which has the number 1.
+class AsyncSm : public testing::Test {
+ protected:
+   struct Route {
+      RouteHandle handle;
+      MrouteLib::MtableOifSetPtr record;
+   };
+
+   AsyncSm() { build({}); }
+   ~AsyncSm() override {
+      Inputs empty;
+      empty.mfibConfig = nullptr;
+      sm_ = nullptr;
+      empty.sm(switch_)->doRouteAgingReview();  // without routes: no test inherits a position
+      switch_ = nullptr;
+      Qor::activityManagerIs(nullptr);
+   }
+
+   void build(Sim::AsyncPlatformConfig const& config) {
+      chip_ = Qor::make<Sim::Chip>(Sim::ChipConfig{4096, 4096, 1, 0.001});
+      for (unsigned i = 1; i <= 8; ++i)
+         EXPECT_EQ(chip_->portAdd(intf(i), i, vlan(i)), "");
+      platform_ = Qor::make<Sim::AsyncPlatform>("platform", chip_, config);
+      platform_->hookObserverIs([this](std::string_view hook) {
+         if (onHook_) onHook_(hook);
+      });
+      inputs_ = Inputs();
+      inputs_.mrouteHelper = platform_;
+      for (unsigned i = 1; i <= 8; ++i) {
+         inputs_.intfVlanIdTable->intfIdToVlanIdIs(intf(i), VlanId(Qor::U64{1000 + i}));
+         inputs_.ethIntfStatusDir->newIntfStatus(intf(i))->operStatusIs(IntfOperStatus::up);
+      }
+      vrfs_ = Qor::make<Routing::Hardware::RouteStatus>();
+      vrfs_->newVrfStatus(VrfName("default"), Vel::VrfId(1));
+      switch_ = Qor::make<AsyncMrouteSwitch>("switch", vrfs_, platform_);
+   }
+
+   static IntfId intf(unsigned i) { return IntfId("et" + std::to_string(i)); }
+   static VlanIdOrNone vlan(unsigned i) { return VlanIdOrNone(Qor::U64{1000 + i}); }
+   static IpGenRouteKey key(unsigned n) {
+      return IpGenRouteKey::fromAddresses(IpGenAddr::v4(0x0a000001), IpGenAddr::v4(0xef000000 + n));
+   }
+   // The interned set to `out`, covered by `backup` against a failure of `iif`.
+   OifSetPtr set(std::vector<unsigned> const& out, unsigned iif = 0,
+                 std::vector<unsigned> const& backup = {},
+                 RouteKeyType type = RouteKeyType::routed) {
+      MrouteLib::PortVlanSet s(type);
+      for (unsigned i : out)
+         s.newPortVlan(PortVlan(intf(i), vlan(i)), true);
+      for (unsigned i : backup)
+         s.newPortVlanFrr(PortVlan(intf(i), vlan(i)), true);
+      if (iif) s.currentIifIs(intf(iif));
+      return tables_->newOifSet(s);
+   }
+   // A set like no other, which the interner does not know.
+   OifSetPtr ownSet(std::vector<unsigned> const& out, unsigned iif = 0,
+                    std::vector<unsigned> const& backup = {}) {
+      return Qor::make<MrouteLib::OifSet>(nullptr, set(out, iif, backup)->portVlanSet());
+   }
+   MrouteLib::MtableOifSetPtr record(OifSetPtr const& s, Qor::U32 presetId = 0) {
+      switch_->doAllocateMtableOifSet({}, s, nullptr, presetId, false);
+      MrouteLib::MtableOifSetPtr const made = switch_->mtableOifSet();
+      switch_->mtableOifSetIs(nullptr);
+      return made;
+   }
+   Route program(unsigned n, OifSetPtr const& s, Qor::U32 presetId = 0) {
+      Route route{{}, record(s, presetId)};
+      switch_->doAllocateRoute(key(n), vlan(1), false, {}, VrfName("default"));
+      route.handle = switch_->routeHandle();
+      switch_->doSetMtableOifSet(route.handle, route.record, nullptr);
+      return route;
+   }
+   void withdraw(Route& route) {
+      switch_->doDeleteRoute(route.handle);
+      route = {};
+   }
+   // As many zombies, which expire together three seconds from now.
+   void zombies(unsigned count) {
+      std::vector<Route> routes;
+      for (unsigned n = 0; n < count; ++n)
+         routes.push_back(program(1000 + n, ownSet({2})));
+      for (Route& route : routes)
+         withdraw(route);
+   }
+   static Qor::U32 id(Route const& route) {
+      return Qor::ptrCast<AsyncMtableOifSet>(route.record)->multicastId();
+   }
+   // The interfaces that get the packets of route n: "et2 et3"; or why none does.
+   std::string receivers(unsigned n) {
+      time_->runUntil(time_->now() + 0.002);
+      auto const out =
+            chip_->forward({1, IpGenAddr::v4(0x0a000001), key(n).group().address(), vlan(1)});
+      std::ostringstream os;
+      if (out.result != Sim::Forwarding::forwarded) os << out.result;
+      for (PortVlan const& copy : out.copies)
+         os << (os.str().empty() ? "" : " ") << copy.intfId();
+      return os.str();
+   }
+   void down(unsigned i, IntfOperStatus status = IntfOperStatus::down) {
+      inputs_.ethIntfStatusDir->intfStatus(intf(i))->operStatusIs(status);
+   }
+   void expectSound() { EXPECT_EQ(platform_->audit(), Lines()); }
+
+   struct VirtualTime {
+      VirtualTime() { Qor::activityManagerIs(manager); }
+      Qor::Ptr<Qor::ActivityManager> manager =
+            Qor::make<Qor::ActivityManager>(Qor::ActivityManager::TimeBase::virtualTime);
+   } virtualTime_;  // before everything that has a clock
+   Qor::Ptr<Qor::ActivityManager> const time_ = virtualTime_.manager;
+   std::function<void(std::string_view)> onHook_;
+   Qor::Ptr<MrouteLib::MrouteTableColl> tables_ = Qor::make<MrouteLib::MrouteTableColl>();
+   Qor::Ptr<Sim::Chip> chip_;
+   Qor::Ptr<Sim::AsyncPlatform> platform_;
+   Inputs inputs_;
+   Qor::Ptr<Routing::Hardware::RouteStatus> vrfs_;
+   Qor::Ptr<AsyncMrouteSwitch> switch_;
+   Qor::Ptr<AsyncMrouteSwitchSm> sm_;
+};
+
+}  // namespace VelAsyncSmTest

@@ -1,0 +1,168 @@
+// The zombie clock of the asynchronous per-switch reactor.
+#include "VelAsyncSmTestSupport.h"
+
+namespace {
+
+using namespace VelAsyncSmTest;
+
+class AsyncSmZombie : public AsyncSm {
+ protected:
+   // The reactor, and what each deleted group costs.
+   void start(Qor::Seconds cost = 0) {
+      sm_ = inputs_.sm(switch_);
+      onHook_ = [this, cost](std::string_view hook) {
+         if (hook == "doDeleteOifSet") time_->advance(cost);
+      };
+   }
+   Qor::Seconds timer() const { return inputs_.zombieClock->timeMin(); }
+   std::size_t left() const { return switch_->zombieOifSet().size(); }
+};
+
+TEST_F(AsyncSmZombie, TheTimerFollowsTheFirstZombie) {
+   start();
+   TraceLog traces;
+   Route one = program(1, set({2}));
+   Route two = program(2, set({3}));
+   time_->advance(1);
+   withdraw(two);
+   EXPECT_EQ(timer(), 4.0);
+   EXPECT_EQ(traces.like("2 AsyncMrouteSwitchSm::handleZombie()"),
+             (Lines{"2 AsyncMrouteSwitchSm::handleZombie() key Value('Vel::Mroute::ZombieKey', ** "
+                    "{'multicastId': 1, 'expiryTime': 4.0})",
+                    "2 AsyncMrouteSwitchSm::handleZombie()"}));
+   EXPECT_EQ(traces.count("2 Starting zombie timer for mcastId: 1"), 1);
+   time_->advance(1);
+   withdraw(one);
+   EXPECT_EQ(timer(), 4.0);     // not moved by a later one
+   two = program(2, set({3}));  // the first comes back
+   EXPECT_EQ(timer(), 5.0);
+   time_->runUntil(4.999);
+   EXPECT_EQ(left(), 1u);
+   time_->runUntil(5);
+   EXPECT_EQ(left(), 0u);
+   EXPECT_EQ(timer(), Qor::never);
+   traces.take();
+   sm_->handleZombieClock();  // finds none
+   EXPECT_EQ(traces.take(),
+             (Lines{"2 AsyncMrouteSwitchSm::handleZombieClock()",
+                    "2 AsyncMrouteSwitchSm::handleZombie()", "2 Cancelling zombie timer"}));
+}
+
+TEST_F(AsyncSmZombie, WhatIsDueGoesInOnePassInTheOrderOfIds) {
+   zombies(10);  // before there was a reactor
+   time_->advance(0.5);
+   start();
+   EXPECT_EQ(timer(), 3.0);
+   zombies(1);
+   TraceLog traces;
+   time_->runUntil(3);  // a zombie is due when its time is now
+   EXPECT_EQ(left(), 1u);
+   EXPECT_EQ(timer(), 3.5);
+   EXPECT_EQ(traces.count("2 AsyncMrouteSwitchSm::handleZombieClock()"), 1);
+   Lines inOrder;
+   for (unsigned n = 0; n < 10; ++n)
+      inOrder.push_back("2 Removing zombie with mcastId: " + std::to_string(n));
+   EXPECT_EQ(traces.like("2 Removing"), inOrder);
+}
+
+// The budget of 3.0 seconds is looked at after each fifth removal.
+TEST_F(AsyncSmZombie, APassEndsWithinItsBudgetAndGoesOnInTheNextTurn) {
+   std::vector<std::pair<Qor::Seconds, std::vector<std::size_t>>> const leftAfterEachPass{
+         {0.59, {2, 0}},     // 2.95 after five
+         {0.60, {7, 2, 0}},  // 3.0: at the deadline
+         {0.25, {0}},        // 3.0 after twelve: not looked at
+         {4.00, {7, 2, 0}},
+   };
+   for (auto const& [cost, expected] : leftAfterEachPass) {
+      SCOPED_TRACE(cost);
+      switch_ = Qor::make<AsyncMrouteSwitch>("switch", vrfs_, platform_);
+      start(cost);
+      time_->runUntil(time_->now() + 1);  // what was written before is through
+      zombies(12);
+      Qor::Seconds const due = timer();
+      time_->runUntil(due - 0.5);
+      time_->advance(0.5);
+      TraceLog traces;
+      std::vector<std::size_t> after;
+      for (OnTime const pass(inputs_.zombieClock, [&] { after.push_back(left()); }); left() > 0;) {
+         EXPECT_EQ(timer(), due);  // the past, and so at once
+         ASSERT_GE(time_->runDue(), 1u);
+      }
+      EXPECT_EQ(after, expected);
+      EXPECT_EQ(traces.count("8 Not finishing reviewing all zombies."),
+                static_cast<long>(expected.size()) - 1);
+      EXPECT_EQ(timer(), Qor::never);
+      sm_ = nullptr;
+   }
+}
+
+TEST_F(AsyncSmZombie, AForcedPurgeTakesTheOldestBeforeItsTime) {
+   start();
+   TraceLog traces;
+   sm_->doForcePurgeOneZombie();
+   EXPECT_EQ(traces.take(), Lines{"2 AsyncMrouteSwitchSm::doForcePurgeOneZombie()"});
+   zombies(1);
+   time_->advance(1);
+   zombies(1);
+   sm_->doForcePurgeOneZombie();
+   EXPECT_EQ(traces.count("2 Force removing zombie with mcastId: 0"), 1);
+   EXPECT_TRUE(
+         blipped("AsyncMrouteSwitchSm::doForcePurgeOneZombie() force removing zombie with "
+                 "mcastId 0"));
+   EXPECT_EQ(left(), 1u);
+   EXPECT_EQ(timer(), 4.0);
+}
+
+TEST_F(AsyncSmZombie, NothingIsScheduledBeforeInitialisationNorAfterTheSwitchIsDeleted) {
+   start();
+   sm_->initializedIs(false);
+   zombies(1);
+   sm_->handleZombie();
+   EXPECT_EQ(timer(), Qor::never);
+   inputs_.zombieClock->timeMinIs(3);
+   time_->runUntil(5);
+   EXPECT_EQ(timer(), 3.0);  // stays where it is
+   EXPECT_EQ(left(), 1u);
+   sm_->initializedIs(true);
+   switch_->deletedIs(true);
+   TraceLog traces;
+   sm_->handleZombie(switch_->zombieOifSet().begin()->first);
+   EXPECT_EQ(traces.take().size(), 1u);
+   sm_->handleZombie();
+   EXPECT_EQ(traces.take(),
+             (Lines{"2 AsyncMrouteSwitchSm::handleZombie()",
+                    "2 MrouteSwitch marked for deletion. Skipping Zombie handling"}));
+   EXPECT_EQ(timer(), 3.0);
+}
+
+// While a pass removes the first of four, the second comes back, the third is removed by another
+// and a fifth, which is due, comes.
+TEST_F(AsyncSmZombie, APassSeesWhatItsListenersDo) {
+   start();
+   OifSetPtr const second = set({3});
+   std::vector<Route> routes{program(1, set({2})), program(2, second), program(3, set({4})),
+                             program(4, set({5}))};
+   Route late = program(5, set({6}));
+   for (Route& route : routes)
+      withdraw(route);
+   Qor::ptrCast<AsyncMtableOifSet>(late.record)->zombieLifetimeIs(-1);
+   bool first = true;
+   OnSwitch const listener(switch_, [&](ZombieKey key) {
+      if (!std::exchange(first, false)) return;
+      EXPECT_EQ(key, ZombieKey(0, 3.0));
+      routes[1] = program(2, second);
+      switch_->zombieOifSetDel(ZombieKey(2, 3.0));
+      withdraw(late);
+   });
+   TraceLog traces;
+   time_->runUntil(3);
+   EXPECT_EQ(traces.like("2 Removing"),
+             (Lines{"2 Removing zombie with mcastId: 0", "2 Removing zombie with mcastId: 4",
+                    "2 Removing zombie with mcastId: 3"}));
+   EXPECT_EQ(timer(), Qor::never);
+   EXPECT_EQ(receivers(2), "et3");
+   EXPECT_EQ(platform_->groupsAllocated(), 1u);
+   expectSound();
+}
+
+}  // namespace
