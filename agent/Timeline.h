@@ -12,8 +12,7 @@
 //   notifications       | what the switch's collections announced, as instants
 //   events              | what instant() was told of, as a link that goes down
 //   tables (counters)   | groups, zombies, routes and waiting reroutes, a sample at each instant
-//   that
-//                       | changed one
+//                       | that changed one
 //
 // It observes through reactors alone, changes nothing, and may be attached at any time: what is
 // there then begins then. Events are written as they come; kept in memory is what is under way, and
