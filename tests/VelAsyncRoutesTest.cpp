@@ -1,6 +1,5 @@
 // Routes of the asynchronous programmer, the keys of its collections, and the hook class.
 #include <algorithm>
-#include <bit>
 #include <cstdlib>
 
 #include "VelAsyncRecorder.h"
@@ -81,9 +80,8 @@ TEST_F(VelAsyncRoutes, WithoutAVrfOrAHandleNothingIsRecorded) {
 TEST_F(VelAsyncRoutes, CatchAllRoutesOfBothFamiliesShareOneKey) {
    IpGenRouteKey const v4 = routeKey("0.0.0.0/0", "224.0.0.0/4"), v6 = routeKey("::/0", "ff00::/8");
    RouteHandle const older = allocateRoute(v4, 12);
-   journal_.take();
    RouteHandle const newer = allocateRoute(v6, 12);
-   EXPECT_EQ(journal_.hooks(), "doAllocateRoute (*, ff00::/8) 12 0 0 3; ");  // as it was given
+   expectLines("hook doAllocateRoute (*, ff00::/8) 12 0 0 3");  // as it was given
    EXPECT_EQ(sw_->inUseRouteHandleKey(newer), inUse(v4, 12));
    EXPECT_EQ(sw_->inUseRouteHandle(inUse(v4, 12)), newer);
    allocateRoute(v4, 13);  // another vlan, another key
@@ -134,7 +132,6 @@ template <class Key>
 void expectStrep(Key const& key, std::string const& text) {
    EXPECT_EQ(cat(key), text);
    EXPECT_EQ(Key(text), key);
-   EXPECT_THROW(Key(text + " "), Qor::RangeException);
    for (std::size_t size = 0; size < text.size(); ++size)
       EXPECT_THROW(Key(text.substr(0, size)), Qor::RangeException) << size;
 }
@@ -149,27 +146,6 @@ TEST(VelAsyncKeys, StringFormsReadBackAndRefuseWhatIsCutShort) {
 }
 
 // ---- The hook class. ----
-
-class VelAsyncHelper : public testing::Test {
- protected:
-   void TearDown() override { unsetenv("VEL_NOOP_AGENT"); }
-   Qor::Ptr<VelHelper::AsyncMrouteHelper> const bare =
-         Qor::make<VelHelper::AsyncMrouteHelper>("bare", nullptr, nullptr);
-};
-
-TEST_F(VelAsyncHelper, QueriesHaveDefaults) {
-   EXPECT_TRUE(bare->doCreateMrouteCounter({}, {}) && bare->doDeleteMrouteCounter({}, {}));
-   EXPECT_FALSE(bare->needFixedOifSet(RouteKeyType::bridged));
-   EXPECT_TRUE(bare->needIngressProgramming(RouteKeyType::softwareOnly));
-   EXPECT_TRUE(bare->mcastIdReusable(0xFFFFFFFF));
-   EXPECT_TRUE(bare->mcastIdIsValid(0) && bare->mcastIdIsValid(0xFFFFFFFE));
-   EXPECT_FALSE(bare->mcastIdIsValid(0xFFFFFFFF));
-   for (double const interval : {-0.0, 5e-324, Qor::never}) {
-      auto const bits = std::bit_cast<Qor::U64>(interval);
-      EXPECT_EQ(std::bit_cast<Qor::U64>(bare->doGetAdjustedPollingInterval(interval)), bits);
-      EXPECT_EQ(std::bit_cast<Qor::U64>(bare->doGetAdjustedActivityPollInterval(interval)), bits);
-   }
-}
 
 // The required hooks; each returns whether it gave its neutral value.
 bool (*const requiredHooks[])(VelHelper::AsyncMrouteHelper&) = {
@@ -186,9 +162,8 @@ bool (*const requiredHooks[])(VelHelper::AsyncMrouteHelper&) = {
       [](auto& h) { return h.routeLastAccessedTime(RouteHandle(1)) == 0.0; },
 };
 
-using VelAsyncHelperDeathTest = VelAsyncHelper;
-
-TEST_F(VelAsyncHelperDeathTest, RequiredHooksStopTheProcessUnlessTheVariableIsPresent) {
+TEST(VelAsyncHelperDeathTest, RequiredHooksStopTheProcessUnlessTheVariableIsPresent) {
+   auto const bare = Qor::make<VelHelper::AsyncMrouteHelper>("bare", nullptr, nullptr);
    for (auto const hook : requiredHooks) {
       for (char const* value : {"", "0"}) {
          setenv("VEL_NOOP_AGENT", value, 1);
