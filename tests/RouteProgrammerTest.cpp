@@ -237,8 +237,7 @@ TEST(RouteProgrammer, GroupsFitExactlyAndThoseThatWaitGoInInTheOrderOfArrival) {
    b.now("-5");
    EXPECT_EQ(b.receivers(7), "45");
    EXPECT_EQ(b.states(4, 10), "h-ghhhg");
-   // A set that is in hardware by now needs no group.
-   b.now("10=45");
+   b.now("10=45");  // which is in hardware by now and needs no group
    EXPECT_EQ(b.receivers(10), "45");
    // Alone with its group, a changed route gives it up for the next; from a group that it shares it
    // must step aside.

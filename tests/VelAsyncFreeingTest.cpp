@@ -130,16 +130,6 @@ TEST_F(VelAsyncFreeing, ANewerRecordKeepsItsEntriesWheneverItIsMade) {
    }
 }
 
-TEST_F(VelAsyncFreeing, ARecordKeptByANotifieeIsCleanedUpWhenThatLeaves) {
-   RecordPtr record = allocate(oifSet());
-   AsyncMtableOifSet::Notifiee watcher;
-   watcher.notifierIs(record);
-   record = nullptr;
-   EXPECT_EQ(helper_->groups.size(), 1u);
-   watcher.notifierIs(nullptr);
-   EXPECT_TRUE(helper_->groups.empty());
-}
-
 // ---- Removing zombies, and the end of the switch. ----
 
 TEST_F(VelAsyncFreeing, AWalkGoesOnWhateverAHandlerRemoves) {

@@ -140,9 +140,6 @@ class Recorder final : public VelHelper::AsyncMrouteHelper {
       call("needFixedOifSet", type);
       return fixedTypes.count(type) != 0;
    }
-   bool needIngressProgramming(RouteKeyType type) override {
-      return type != RouteKeyType::softwareOnly;
-   }
    bool mcastIdReusable(Qor::U32 mcastId) override {
       call("mcastIdReusable", mcastId);
       return reusable;

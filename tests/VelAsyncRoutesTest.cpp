@@ -31,6 +31,8 @@ TEST_F(VelAsyncRoutes, ARouteIsRecordedBothWaysUntilItIsDeleted) {
    EXPECT_TRUE(record->usedInHw());
    EXPECT_EQ(failureCode(), 0u);
 
+   EXPECT_EQ(sw_->doGetOifSetXactFailureReason(nullptr), "oifSet");
+   EXPECT_EQ(sw_->doGetIngressXactFailureReason(nullptr), "ingress");
    sw_->doDeleteRoute(handle);
    EXPECT_TRUE(sw_->inUseRouteHandle().empty() && sw_->inUseRouteHandleKey().empty());
    sw_->doDeleteRoute(handle);  // is not known any more
@@ -90,21 +92,7 @@ TEST_F(VelAsyncRoutes, CatchAllRoutesOfBothFamiliesShareOneKey) {
    EXPECT_EQ(sw_->inUseRouteHandleKey(newer), inUse(v4, 12));
 }
 
-TEST_F(VelAsyncRoutes, QuestionsArePassedToThePlatform) {
-   EXPECT_FALSE(sw_->needIngressProgramming(RouteKeyType::softwareOnly));
-   EXPECT_EQ(sw_->doGetOifSetXactFailureReason(nullptr), "oifSet");
-   EXPECT_EQ(sw_->doGetIngressXactFailureReason(nullptr), "ingress");
-}
-
 // ---- Keys. ----
-
-TEST(VelAsyncKeys, ZombiesOrderByExpiryThenById) {
-   std::vector<ZombieKey> const sorted{{9, 1.0}, {0, 1.5}, {0xFFFFFFFF, 1.5}, {0, Qor::never}};
-   for (auto a = sorted.begin(); a != sorted.end(); ++a) {
-      for (auto b = sorted.begin(); b != sorted.end(); ++b)
-         EXPECT_EQ(*a < *b, a < b);
-   }
-}
 
 TEST(VelAsyncKeys, EveryFieldOfARouteKeyCountsInEqualityAndHash) {
    InUseRouteHandleKey const key(routeKey(), VlanIdOrNone(7u), Vel::VrfId(3));
