@@ -55,15 +55,6 @@ class Journal final : public Qor::TraceSink {
       add("");
       return std::exchange(said_, "\n");
    }
-   // The hooks that were called, with a semicolon behind each.
-   std::string hooks() {
-      std::istringstream lines(take());
-      std::string out;
-      for (std::string line; std::getline(lines, line);) {
-         if (line.starts_with("hook ")) out += line.substr(5) + "; ";
-      }
-      return out;
-   }
 
  private:
    std::string said_ = "\n";
@@ -76,10 +67,8 @@ class Recorder final : public VelHelper::AsyncMrouteHelper {
 
    // The script.
    std::set<RouteKeyType> fixedTypes;
-   bool reusable = true;
-   bool xacts = true;
-   std::size_t groupRoom = 1000;
-   std::size_t routeRoom = 1000;
+   bool reusable = true, xacts = true;
+   std::size_t groupRoom = 1000, routeRoom = 1000;
 
    // The chip: which set each group carries, which group each route points at (0: none yet).
    std::map<Qor::U32, OifSetPtr> groups;
@@ -87,20 +76,22 @@ class Recorder final : public VelHelper::AsyncMrouteHelper {
    Hux::XactPtr lastXact;
 
    template <class... Parts>
-   void call(char const* hook, Parts const&... arguments) {
-      journal.add(cat("hook ", hook, cat(' ', arguments)..., '\n'));
+   void call(Parts const&... parts) {
+      journal.add(cat("hook", cat(' ', parts)..., '\n'));
    }
    static char const* blocking(Hux::XactPtr const& xact) { return xact ? "blocked" : "free"; }
-   Hux::XactPtr newXact() {
+   template <class Id>
+   Hux::XactPtr xact(char const* hook, Id const& id) {
+      call(hook, id);
       lastXact = nullptr;
       if (xacts) lastXact = Qor::make<Hux::Xact>();
       return lastXact;
    }
    // The lowest number not in use, as a chip hands them out; all-ones without room.
    template <class Map>
-   static Qor::U32 lowest(Map const& used, Qor::U32 from, std::size_t room) {
+   static Qor::U32 lowest(Map& used, Qor::U32 from, std::size_t room) {
       if (used.size() >= room) return 0xFFFFFFFF;
-      while (used.count(from))
+      while (!used.try_emplace(from).second)
          ++from;
       return from;
    }
@@ -109,7 +100,7 @@ class Recorder final : public VelHelper::AsyncMrouteHelper {
                                              Hux::XactPtr xact, bool frr) override {
       call("doAllocateSharableMulticastGroup", info.routeKey(), oifSet, blocking(xact), frr);
       Qor::U32 const id = lowest(groups, 100, groupRoom);
-      if (id != invalidMulticastId) groups[id] = oifSet;
+      if (groups.count(id)) groups[id] = oifSet;
       return id;
    }
    Qor::U32 doAllocateFixedMulticastGroup(OifSetPtr oifSet, Hux::XactPtr xact,
@@ -118,10 +109,7 @@ class Recorder final : public VelHelper::AsyncMrouteHelper {
       groups[mcastId] = oifSet;
       return mcastId;
    }
-   Hux::XactPtr doGetXactForOifSet(Qor::U32 mcastId) override {
-      call("doGetXactForOifSet", mcastId);
-      return newXact();
-   }
+   Hux::XactPtr doGetXactForOifSet(Qor::U32 id) override { return xact("doGetXactForOifSet", id); }
    Qor::String8 doGetXactFailureReason(Hux::XactPtr, VelHelper::MrouteXactType type) override {
       return cat(type);
    }
@@ -134,9 +122,7 @@ class Recorder final : public VelHelper::AsyncMrouteHelper {
    RouteHandle doAllocateRoute(IpGenRouteKey const& routeKey, VlanIdOrNone vlan, bool bridgeAction,
                                Wisp::Multicast::Fib::RpaIndex rpaId, Qor::U32 vrfId) override {
       call("doAllocateRoute", routeKey, vlan, bridgeAction, rpaId, vrfId);
-      RouteHandle const handle(lowest(routes, 1, routeRoom));
-      if (!handle.isNull()) routes[handle.value()] = 0;
-      return handle;
+      return RouteHandle(lowest(routes, 1, routeRoom));
    }
    void doSetMtableOifSet(RouteHandle handle, Qor::U32 mcastId, Hux::XactPtr xact) override {
       call("doSetMtableOifSet", handle, mcastId, blocking(xact));
@@ -144,8 +130,7 @@ class Recorder final : public VelHelper::AsyncMrouteHelper {
       routes.at(handle.value()) = mcastId;
    }
    Hux::XactPtr doGetXactForIngress(RouteHandle handle) override {
-      call("doGetXactForIngress", handle);
-      return newXact();
+      return xact("doGetXactForIngress", handle);
    }
    void doDeleteRoute(RouteHandle handle) override {
       call("doDeleteRoute", handle);
@@ -154,9 +139,6 @@ class Recorder final : public VelHelper::AsyncMrouteHelper {
    bool needFixedOifSet(RouteKeyType type) override {
       call("needFixedOifSet", type);
       return fixedTypes.count(type) != 0;
-   }
-   bool needIngressProgramming(RouteKeyType type) override {
-      return type != RouteKeyType::softwareOnly;
    }
    bool mcastIdReusable(Qor::U32 mcastId) override {
       call("mcastIdReusable", mcastId);
