@@ -210,7 +210,7 @@ TEST_F(AsyncSmFrr, ASliceGoesOnWhereTheLastOneStopped) {
       return ids;
    };
    covered(0, 6);
-   start(0.05);
+   start(0.06);
    down(1);
    EXPECT_EQ(waiting(), 4u);
    covered(6, 8);  // these take the places of the first two in the walk
@@ -218,9 +218,17 @@ TEST_F(AsyncSmFrr, ASliceGoesOnWhereTheLastOneStopped) {
    while (waiting())
       time_->runDue();
    EXPECT_EQ(walk(), " 0 1 2 3 4 5 6 7");
-   covered(8, 10);
-   sm_->updateFrrMtableOif(intf(1));  // after a complete pass: from the first
-   EXPECT_EQ(walk(), " 8 9");
+   // After a complete pass from the first, wherever the last but one stopped.
+   for (unsigned n : {6, 0}) {
+      auto const& r = Qor::ptrCast<AsyncMtableOifSet>(routes_[n].record);
+      switch_->frrProcessingOifSetIs(r->oifSet(), r.get());
+   }
+   std::string inOrder;
+   for (auto const& [s, record] : switch_->frrProcessingOifSet())
+      inOrder += " " + std::to_string(record.get()->multicastId());
+   EXPECT_EQ(inOrder, " 0 6");
+   sm_->handleClock();
+   EXPECT_EQ(walk(), inOrder);
 }
 
 // What may become of a set that waits between two slices.
@@ -349,7 +357,7 @@ TEST_F(AsyncSmFrr, AGroupThatHasBeenTakenOverIsLeftToItsNewSet) {
 
 TEST_F(AsyncSmFrr, TwoReactorsShareThePositionAndNothingElse) {
    covered(0, 4);
-   start(0.05);
+   start(0.06);
    auto const first = switch_;
    switch_ = Qor::make<AsyncMrouteSwitch>("second", vrfs_, platform_);
    covered(4, 8);
@@ -361,7 +369,10 @@ TEST_F(AsyncSmFrr, TwoReactorsShareThePositionAndNothingElse) {
    EXPECT_EQ(first->frrProcessingOifSet().size(), 2u);
    EXPECT_EQ(switch_->frrProcessingOifSet().size(), 2u);
    EXPECT_NE(sm_->clock(), otherSm->clock());
+   OifSetPtr const stopped = switch_->frrProcessingOifSet().begin()->first;
+   Qor::U32 const references = stopped->references();
    otherSm = nullptr;  // its position goes with it, its switch keeps the rest
+   EXPECT_EQ(stopped->references(), references - 1);
    EXPECT_EQ(switch_->frrProcessingOifSet().size(), 2u);
    time_->runDue();
    EXPECT_EQ(first->frrProcessingOifSet().size(), 0u);
@@ -373,7 +384,7 @@ TEST_F(AsyncSmFrr, TwoReactorsShareThePositionAndNothingElse) {
 
 TEST_F(AsyncSmFrr, AClockOfTheOwnersIsUsedAndMayBeReplacedWhileSetsWait) {
    covered(0, 6);
-   start(0.05);
+   start(0.06);
    auto const own = Qor::make<Qor::Clock>("own");
    auto const next = Qor::make<Qor::Clock>("next");
    sm_->clockIs(own);
