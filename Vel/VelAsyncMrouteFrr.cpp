@@ -86,14 +86,16 @@ void AsyncMrouteSwitchSm::QorBfdStatus::handleBfdStatus() {
    VEL_TRACE(8, "handleBfdStatus"
                       << " Intf " << intf);
    bool const cameDown = peerState() != Bfd::OperState::down && state == Bfd::OperState::down;
-   // Remembered first: the reroute may end this reactor.
-   AsyncMrouteSwitchSm* const sm = asyncMrouteSwitchSm();
-   peerStateIs(state);
+   // The reroute may end this reactor, and let go of its owner.
+   Qor::Ptr<AsyncMrouteSwitchSm> const sm(asyncMrouteSwitchSm());
    if (cameDown) {
       VEL_TRACE(8, "handleBfdStatus"
                          << " Intf " << intf);
+      Bfd::Peer const key = peer;
       sm->updateFrrMtableOif(intf);
+      if (sm->bfdStatus(key) != this) return;
    }
+   peerStateIs(state);
 }
 
 void AsyncMrouteSwitchSm::updateFrrMtableOif(Lnet::IntfId intfId) {
