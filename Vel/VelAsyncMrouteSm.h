@@ -107,11 +107,19 @@ class QOR_PUBLIC AsyncMrouteSwitchSm final : public Qor::StateMachine {
 
    Qor::Ptr<AsyncMrouteSwitch> const& mrouteSwitch() const { return mrouteSwitch_.object; }
    void mrouteSwitchIs(Qor::Ptr<AsyncMrouteSwitch> v);  // not null
+   QorMrouteSwitch* newMrouteSwitch(Qor::Ptr<AsyncMrouteSwitch> v) {
+      mrouteSwitchIs(std::move(v));
+      return mrouteSwitch_.reactor.get();
+   }
    Qor::Ptr<IntfVlanId::Table const> const& intfVlanIdTable() const { return intfVlanIdTable_; }
    Qor::Ptr<Routing::Multicast::Fib::VrfConfig const> const& mfibConfig() const {
       return mfibConfig_.object;
    }
    void mfibConfigIs(Qor::Ptr<Routing::Multicast::Fib::VrfConfig const> v);
+   QorMfibConfig* newMfibConfig(Qor::Ptr<Routing::Multicast::Fib::VrfConfig const> v) {
+      mfibConfigIs(std::move(v));
+      return mfibConfig_.reactor.get();
+   }
    void mfibConfigDel() { mfibConfigIs(nullptr); }
    Qor::Ptr<Routing::Multicast::Fib::Hardware::Status> const& mfibHwStatus() const {
       return mfibHwStatus_;
@@ -119,20 +127,36 @@ class QOR_PUBLIC AsyncMrouteSwitchSm final : public Qor::StateMachine {
    Qor::Ptr<VelHelper::AsyncMrouteHelper> const& mrouteHelper() const { return mrouteHelper_; }
    Qor::Ptr<Qor::Clock const> const& zombieClock() const { return zombieClock_.object; }
    void zombieClockIs(Qor::Ptr<Qor::Clock const> v);
+   QorZombieClock* newZombieClock(Qor::Ptr<Qor::Clock const> v) {
+      zombieClockIs(std::move(v));
+      return zombieClock_.reactor.get();
+   }
    void zombieClockDel() { zombieClockIs(nullptr); }
    Qor::Ptr<Qor::Clock const> const& agingClock() const { return agingClock_.object; }
    void agingClockIs(Qor::Ptr<Qor::Clock const> v);
+   QorAgingClock* newAgingClock(Qor::Ptr<Qor::Clock const> v) {
+      agingClockIs(std::move(v));
+      return agingClock_.reactor.get();
+   }
    void agingClockDel() { agingClockIs(nullptr); }
    Qor::Ptr<Interface::EthIntfStatusDir const> const& ethIntfStatusDir() const {
       return ethIntfStatusDir_.object;
    }
    void ethIntfStatusDirIs(Qor::Ptr<Interface::EthIntfStatusDir const> v);
+   QorEthIntfStatusDir* newEthIntfStatusDir(Qor::Ptr<Interface::EthIntfStatusDir const> v) {
+      ethIntfStatusDirIs(std::move(v));
+      return ethIntfStatusDir_.reactor.get();
+   }
    void ethIntfStatusDirDel() { ethIntfStatusDirIs(nullptr); }
    Qor::Ptr<Bfd::StatusPeer const> const& bfdAllPeerStatusDir() const {
       return bfdAllPeerStatusDir_;
    }
    Qor::Ptr<Bfd::AppStatus> const& bfdAllPeerStatus() const { return bfdAllPeerStatus_.object; }
    void bfdAllPeerStatusIs(Qor::Ptr<Bfd::AppStatus> v);
+   QorBfdAllPeerStatus* newBfdAllPeerStatus(Qor::Ptr<Bfd::AppStatus> v) {
+      bfdAllPeerStatusIs(std::move(v));
+      return bfdAllPeerStatus_.reactor.get();
+   }
    void bfdAllPeerStatusDel() { bfdAllPeerStatusIs(nullptr); }
    Qor::Ptr<Interface::AllIntfStatusDir const> const& allIntfStatusDir() const {
       return allIntfStatusDir_;
@@ -144,6 +168,10 @@ class QOR_PUBLIC AsyncMrouteSwitchSm final : public Qor::StateMachine {
    // until then. Armed exactly while oif sets wait to be rewritten.
    Qor::Ptr<Qor::Clock const> const& clock() const { return clock_.object; }
    void clockIs(Qor::Ptr<Qor::Clock const> v);
+   QorClock* newClock(Qor::Ptr<Qor::Clock const> v) {
+      clockIs(std::move(v));
+      return clock_.reactor.get();
+   }
    void clockDel() { clockIs(nullptr); }
 
    // ---- Collections of reactors: one for each member of the directory they follow. The same
