@@ -13,12 +13,17 @@ namespace {
 constexpr char velTraceSource[] = "VelAsyncMrouteSm";
 constexpr char smType[] = "Vel::Mroute::AsyncMrouteSwitchSm";
 
-// Drops the reactors whose entity is no longer there.
-template <class Reactors, class StillThere>
-void dropGone(Reactors& reactors, StillThere const& stillThere) {
+// One reactor for each member of a directory, made by `track`, and none besides; no directory has no
+// members.
+template <class Reactors, class Members, class Track>
+void bringInStep(Reactors& reactors, Members const* members, Track const& track) {
+   if (members) {
+      for (auto const& [key, member] : *members)
+         track(member);
+   }
    std::vector<typename Reactors::Key> gone;
    for (auto const& [key, reactor] : reactors) {
-      if (!stillThere(key)) gone.push_back(key);
+      if (!members || !members->find(key)) gone.push_back(key);
    }
    for (auto const& key : gone)
       reactors.take(key);
@@ -225,12 +230,9 @@ void AsyncMrouteSwitchSm::ethIntfStatusDel(Lnet::IntfId intfId) {
 }
 
 void AsyncMrouteSwitchSm::syncEthIntfStatus() {
-   auto const dir = ethIntfStatusDir();
-   if (dir) {
-      for (auto const& [intfId, status] : dir->intfStatus())
-         ethIntfStatusIs(status);
-   }
-   dropGone(ethIntfStatus_, [&](Lnet::IntfId id) { return dir && dir->intfStatus(id); });
+   auto const directory = ethIntfStatusDir();
+   bringInStep(ethIntfStatus_, directory ? &directory->intfStatus() : nullptr,
+               [this](auto const& member) { ethIntfStatusIs(member); });
 }
 
 void AsyncMrouteSwitchSm::QorEthIntfStatusDir::onIntfStatus(Lnet::IntfId intfId) {
@@ -260,12 +262,9 @@ void AsyncMrouteSwitchSm::bfdStatusDel(Bfd::Peer peer) {
 }
 
 void AsyncMrouteSwitchSm::syncBfdStatus() {
-   auto const app = bfdAllPeerStatus();
-   if (app) {
-      for (auto const& [peer, status] : app->peerStatus())
-         bfdStatusIs(status);
-   }
-   dropGone(bfdStatus_, [&](Bfd::Peer const& p) { return app && app->peerStatus(p); });
+   auto const directory = bfdAllPeerStatus();
+   bringInStep(bfdStatus_, directory ? &directory->peerStatus() : nullptr,
+               [this](auto const& member) { bfdStatusIs(member); });
 }
 
 void AsyncMrouteSwitchSm::QorBfdAllPeerStatus::onPeerStatus(Bfd::Peer const& peer) {
@@ -296,12 +295,9 @@ void AsyncMrouteSwitchSm::mfibConfigVrfDel(Qor::Name vrfName) {
 }
 
 void AsyncMrouteSwitchSm::syncMfibConfigVrf() {
-   auto const config = mfibConfig();
-   if (config) {
-      for (auto const& [vrfName, vrf] : config->config())
-         mfibConfigVrfIs(vrf);
-   }
-   dropGone(mfibConfigVrf_, [&](Qor::Name const& n) { return config && config->config(n); });
+   auto const directory = mfibConfig();
+   bringInStep(mfibConfigVrf_, directory ? &directory->config() : nullptr,
+               [this](auto const& member) { mfibConfigVrfIs(member); });
 }
 
 void AsyncMrouteSwitchSm::QorMfibConfig::onConfig(Qor::Name const& vrfName) {
