@@ -32,11 +32,7 @@ void AsyncMrouteSwitch::zeroReferencesIs(bool) {
 }
 
 AsyncMrouteSwitch::~AsyncMrouteSwitch() {
-   for (auto const& [oifSet, newest] : records_) {
-      for (AsyncMtableOifSet* r = newest; r; r = r->nextOfOifSet_)
-         r->mrouteSwitch_ = nullptr;
-   }
-   records_.clear();
+   livingRecords_.releaseAll();
 }
 
 Qor::ValidPtr<AsyncMrouteSwitch> asyncMrouteSwitchFactory(
@@ -44,40 +40,6 @@ Qor::ValidPtr<AsyncMrouteSwitch> asyncMrouteSwitchFactory(
       Qor::Ptr<VelHelper::AsyncMrouteHelper> mrouteHelper) {
    return Qor::make<AsyncMrouteSwitch>(std::move(name), std::move(routingHwRouteStatus),
                                        std::move(mrouteHelper));
-}
-
-void AsyncMrouteSwitch::recordMade(AsyncMtableOifSet& record) {
-   auto const [entry, first] = records_.insert(record.oifSet_.get(), &record);
-   if (!first) record.nextOfOifSet_ = std::exchange(entry->second, &record);
-}
-
-void AsyncMrouteSwitch::recordGone(AsyncMtableOifSet& record) {
-   auto* const entry = records_.find(record.oifSet_.get());
-   AsyncMtableOifSet** link = &entry->second;
-   while (*link != &record)
-      link = &(*link)->nextOfOifSet_;
-   *link = record.nextOfOifSet_;
-   if (!entry->second) records_.take(record.oifSet_.get());
-}
-
-// Found among the living records of this oif set: the address alone may be that of a later record.
-AsyncMrouteSwitch::RecordPtr AsyncMrouteSwitch::record(OifSetPtr const& oifSet,
-                                                       AsyncMtableOifSetPtr named) const {
-   auto const* const entry = named.get() ? records_.find(oifSet.get()) : nullptr;
-   AsyncMtableOifSet* record = entry ? entry->second : nullptr;
-   while (record && record != named.get())
-      record = record->nextOfOifSet_;
-   return record;
-}
-
-std::vector<AsyncMrouteSwitch::RecordPtr> AsyncMrouteSwitch::records(
-      OifSetPtr const& oifSet) const {
-   std::vector<RecordPtr> found;
-   auto const* const entry = records_.find(oifSet.get());
-   for (AsyncMtableOifSet* r = entry ? entry->second : nullptr; r; r = r->nextOfOifSet_) {
-      found.emplace_back(r);
-   }
-   return found;
 }
 
 // The in-use record of this oif set if one more route may share it, brought back from the zombies

@@ -164,10 +164,14 @@ class QOR_PUBLIC AsyncMrouteSwitch final
    void handleFreeMtableOifSet(RecordPtr const& record);
 
    // The record `named` under `oifSet` in one of the collections, if it still lives; else null.
-   RecordPtr record(OifSetPtr const& oifSet, AsyncMtableOifSetPtr named) const;
+   RecordPtr record(OifSetPtr const& oifSet, AsyncMtableOifSetPtr named) const {
+      return livingRecords_.find(oifSet, named);
+   }
    // All living records that carry `oifSet`, the newest first: more than one where a dirty or a
    // non-reusable record has been replaced while routes still used it.
-   std::vector<RecordPtr> records(OifSetPtr const& oifSet) const;
+   std::vector<RecordPtr> records(OifSetPtr const& oifSet) const {
+      return livingRecords_.all(oifSet);
+   }
    // The living in-use record of `oifSet`, zombies included; else null.
    RecordPtr inUseRecord(OifSetPtr const& oifSet) const {
       return record(oifSet, inUseOifSet(oifSet));
@@ -288,12 +292,10 @@ class QOR_PUBLIC AsyncMrouteSwitch final
    }
 
  private:
-   friend class AsyncMtableOifSet;
+   friend class OifSetRecord<AsyncMtableOifSet, AsyncMrouteSwitch>;
    ~AsyncMrouteSwitch() override;
    void zeroReferencesIs(bool) override;
 
-   void recordMade(AsyncMtableOifSet& record);
-   void recordGone(AsyncMtableOifSet& record);
    RecordPtr reusableRecord(OifSetPtr const& oifSet);
    void takeOverFixedGroup(Qor::U32 multicastId, RecordPtr const& newer);
    void freeNow(RecordPtr const& record);
@@ -302,8 +304,7 @@ class QOR_PUBLIC AsyncMrouteSwitch final
    Qor::Ptr<VelHelper::AsyncMrouteHelper> const mrouteHelper_;
    bool deleted_ = false;
    bool testKill_ = false;
-   // Every living record made for this switch: chains of those that carry the same oif set.
-   Qor::HashMap<MrouteLib::OifSet const*, AsyncMtableOifSet*> records_;
+   LivingRecords<AsyncMtableOifSet> livingRecords_;
    McastIdToOifSetColl mcastIdToOifSet_;
    InUseOifSetColl inUseOifSet_;
    ZombieOifSetColl zombieOifSet_;

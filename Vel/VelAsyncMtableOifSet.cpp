@@ -15,30 +15,14 @@ constexpr char velTraceSource[] = "VelAsyncMrouteSm";
 
 AsyncMtableOifSet::AsyncMtableOifSet(MrouteLib::OifSetPtr oifSet, bool toCpu, Qor::U32 multicastId,
                                      AsyncMrouteSwitch* mrouteSwitch)
-      : oifSet_(std::move(oifSet)),
-        mrouteSwitch_(mrouteSwitch),
-        multicastId_(multicastId),
-        toCpu_(toCpu) {
-   QOR_ASSERT(oifSet_ != nullptr);
-   if (mrouteSwitch_) mrouteSwitch_->recordMade(*this);
-}
+      : OifSetRecord(std::move(oifSet), toCpu, mrouteSwitch), multicastId_(multicastId) {}
 
-AsyncMtableOifSet::~AsyncMtableOifSet() {
-   if (mrouteSwitch_) mrouteSwitch_->recordGone(*this);
-}
-
-void AsyncMtableOifSet::zeroReferencesIs(bool) {
-   notify<&Notifiee::onZeroReferences>();
-   if (hasNotifiees()) return;
-   doCleanup();
-}
+AsyncMtableOifSet::~AsyncMtableOifSet() = default;
 
 void AsyncMtableOifSet::doCleanup() {
    VEL_TRACE(8, "AsyncMtableOifSet::doCleanup()");
-   VEL_TRACE(7, *this << " oifset " << oifSet_ << ' ' << oifSet_->portVlanSet().pretty());
-   if (!mrouteSwitch_) return;
-   Qor::Ptr<AsyncMtableOifSet> const self(this);
-   mrouteSwitch_->handleFreeMtableOifSet(self);
+   VEL_TRACE(7, *this << " oifset " << oifSet() << ' ' << oifSet()->portVlanSet().pretty());
+   cleanUpBySwitch();
 }
 
 Qor::ValidPtr<AsyncMtableOifSet> asyncMtableOifSetFactory(MrouteLib::OifSetPtr oifSet, bool toCpu,

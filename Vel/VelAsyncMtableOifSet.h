@@ -9,26 +9,18 @@
 //           | expiry finite, usedInHw false        | same oif set, or leaving zombieOifSet
 //   freed   | deleted true                         | destruction with its last reference
 //
-// References are held by the routes that use the record, by its zombieOifSet entry and by the
-// switch's mtableOifSet result until the caller has taken it. The switch's other collections name
-// it without holding it.
-//
-// When the last reference goes, the notifiees are told first (onZeroReferences); if one of them is
-// still bound afterwards, the record lives on, and the last one's leaving starts over. Otherwise
-// the record hands itself to its switch (doCleanup), which frees it or makes it a zombie. That
-// happens once per loss of the last reference, synchronously inside the operation that dropped it.
-// A record that has outlived its switch just goes.
+// What counts as a user of the record, and how it ends: Vel/VelOifSetRecord.h.
 #pragma once
 
-#include "MrouteLib/SwitchChip.h"
 #include "Vel/VelAsyncMrouteKeys.h"
+#include "Vel/VelOifSetRecord.h"
 
 namespace Vel::Mroute {
 
 class AsyncMrouteSwitch;
 
 class QOR_PUBLIC AsyncMtableOifSet final
-      : public Qor::Entity<AsyncMtableOifSet, MrouteLib::MtableOifSet> {
+      : public OifSetRecord<AsyncMtableOifSet, AsyncMrouteSwitch> {
  public:
    // The setters of a record visit the notifiees on every store, equal values included.
    class Notifiee : public Qor::NotifieeOf<AsyncMtableOifSet> {
@@ -47,13 +39,8 @@ class QOR_PUBLIC AsyncMtableOifSet final
    AsyncMtableOifSet(MrouteLib::OifSetPtr oifSet, bool toCpu, Qor::U32 multicastId,
                      AsyncMrouteSwitch* mrouteSwitch);
 
-   MrouteLib::OifSetPtr oifSet() const override { return oifSet_; }
-   // Whether the set also sends to the CPU.
-   bool toCpu() const { return toCpu_; }
    // The hardware replication group that carries the set.
    Qor::U32 multicastId() const { return multicastId_; }
-   // Null once the switch has gone.
-   AsyncMrouteSwitch* mrouteSwitch() const { return mrouteSwitch_; }
 
    // A route has been pointed at the group; decides between zombie and immediate free.
    bool usedInHw() const { return usedInHw_; }
@@ -85,18 +72,11 @@ class QOR_PUBLIC AsyncMtableOifSet final
    void doCleanup();
 
  private:
-   friend class AsyncMrouteSwitch;
    ~AsyncMtableOifSet() override;
-   void zeroReferencesIs(bool) override;
-   bool heldByNotifiees() const override { return hasNotifiees(); }
 
-   MrouteLib::OifSetPtr const oifSet_;
-   AsyncMrouteSwitch* mrouteSwitch_;
-   AsyncMtableOifSet* nextOfOifSet_ = nullptr;  // in the switch's chain of living records
    ZombieKey zombie_;
    Qor::Seconds zombieLifetime_ = 3.0;
    Qor::U32 const multicastId_;
-   bool const toCpu_;
    bool usedInHw_ = false;
    bool skipDelete_ = false;
    bool deleted_ = false;
@@ -108,19 +88,7 @@ QOR_PUBLIC Qor::ValidPtr<AsyncMtableOifSet> asyncMtableOifSetFactory(
       MrouteLib::OifSetPtr oifSet, bool toCpu, Qor::U32 multicastId,
       AsyncMrouteSwitch* mrouteSwitch);
 
-// How the switch's collections name a record they do not keep alive. Never followed without asking
-// the switch whether that record still lives.
-class AsyncMtableOifSetPtr {
- public:
-   AsyncMtableOifSetPtr() = default;
-   AsyncMtableOifSetPtr(AsyncMtableOifSet* record) : record_(record) {}
-
-   AsyncMtableOifSet* get() const { return record_; }
-   friend bool operator==(AsyncMtableOifSetPtr a, AsyncMtableOifSetPtr b) = default;
-
- private:
-   AsyncMtableOifSet* record_ = nullptr;
-};
+using AsyncMtableOifSetPtr = RecordName<AsyncMtableOifSet>;
 
 // "AsyncMtableOifSet(mcastId <id>, OifSet#<serial>)"
 QOR_PUBLIC std::ostream& operator<<(std::ostream& os, AsyncMtableOifSet const& record);
