@@ -8,31 +8,9 @@ using Routing::Multicast::Fib::IpGenRouteKey;
 
 namespace {
 
-constexpr char zombieKeyType[] = "Vel::Mroute::ZombieKey";
 constexpr char inUseKeyType[] = "Vel::Mroute::InUseRouteHandleKey";
 
 }  // namespace
-
-ZombieKey::ZombieKey(Qor::String const& strep)
-      : ZombieKey(Qor::parseStrep<ZombieKey>(zombieKeyType, strep)) {}
-
-Qor::String ZombieKey::strep() const {
-   return "Value('Vel::Mroute::ZombieKey', ** {'multicastId': " + Qor::valueToStrep(multicastId_) +
-          ", 'expiryTime': " + Qor::valueToStrep(expiryTime_) + "})";
-}
-
-ZombieKey ZombieKey::fromStrep(Qor::StrepReader& reader) {
-   reader.expect("Value('Vel::Mroute::ZombieKey', ** {'multicastId': ");
-   Qor::U32 const multicastId = reader.u32();
-   reader.expect(", 'expiryTime': ");
-   Qor::Seconds const expiryTime = reader.real();
-   reader.expect("})");
-   return {multicastId, expiryTime};
-}
-
-std::ostream& operator<<(std::ostream& os, ZombieKey const& key) {
-   return os << key.strep();
-}
 
 InUseRouteHandleKey::InUseRouteHandleKey(Qor::String const& strep)
       : InUseRouteHandleKey(Qor::parseStrep<InUseRouteHandleKey>(inUseKeyType, strep)) {}

@@ -8,45 +8,25 @@
 #include "Qor/Export.h"
 #include "Qor/Strep.h"
 #include "Routing/Multicast/Fib/IpGenRouteKey.h"
+#include "Vel/VelZombieOrder.h"
 #include "Vel/VrfId.h"
 
 namespace Vel::Mroute {
 
-// Where a zombie stands in the queue of zombies: ordered by the time it may be purged, then by the
-// multicast id, so that the first key always expires first.
-class QOR_PUBLIC ZombieKey {
+// The place of a zombie among the zombies. The default key means "not a zombie".
+class ZombieKey : public ZombieOrder<ZombieKey> {
  public:
-   // The key that means "not a zombie": multicast id 0, expiry never.
+   static constexpr char const* typeName = "Vel::Mroute::ZombieKey";
+   static constexpr char const* groupName = "multicastId";
+
    ZombieKey() = default;
    ZombieKey(Qor::U32 multicastId, Qor::Seconds expiryTime)
-         : multicastId_(multicastId), expiryTime_(expiryTime) {}
-   explicit ZombieKey(Qor::String const& strep);
+         : ZombieOrder(multicastId, expiryTime) {}
+   explicit ZombieKey(Qor::String const& strep)
+         : ZombieKey(Qor::parseStrep<ZombieKey>(typeName, strep)) {}
 
-   Qor::U32 multicastId() const { return multicastId_; }
-   // Absolute, on the Qor::now() time base.
-   Qor::Seconds expiryTime() const { return expiryTime_; }
-   bool isZombie() const { return expiryTime_ <= Qor::maxFinite; }
-
-   friend bool operator==(ZombieKey const& a, ZombieKey const& b) = default;
-   friend bool operator<=(ZombieKey const& a, ZombieKey const& b) {
-      if (a.expiryTime_ > b.expiryTime_) return false;
-      if (a.expiryTime_ < b.expiryTime_) return true;
-      return a.multicastId_ <= b.multicastId_;
-   }
-   friend bool operator>=(ZombieKey const& a, ZombieKey const& b) { return b <= a; }
-   friend bool operator<(ZombieKey const& a, ZombieKey const& b) { return !(b <= a); }
-   friend bool operator>(ZombieKey const& a, ZombieKey const& b) { return !(a <= b); }
-
-   // "Value('Vel::Mroute::ZombieKey', ** {'multicastId': %s, 'expiryTime': %s})"
-   Qor::String strep() const;
-   static ZombieKey fromStrep(Qor::StrepReader& reader);
-
- private:
-   Qor::U32 multicastId_ = 0;
-   Qor::Seconds expiryTime_ = Qor::never;
+   Qor::U32 multicastId() const { return number(); }
 };
-
-QOR_PUBLIC std::ostream& operator<<(std::ostream& os, ZombieKey const& key);
 
 // Names a programmed route: (source, group), accepting vlan or none, and VRF.
 class QOR_PUBLIC InUseRouteHandleKey {

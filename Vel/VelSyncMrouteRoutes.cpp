@@ -1,0 +1,225 @@
+// The route and boundary tables of the synchronous switch.
+#include <utility>
+
+#include "Vel/VelSyncMrouteSwitch.h"
+
+namespace Vel {
+
+using Bridging::VlanIdOrNone;
+using MrouteLib::RouteHandle;
+using Routing::Multicast::Fib::IpGenRouteKey;
+using Wisp::Multicast::Fib::RpaIndex;
+
+namespace {
+
+constexpr char velTraceSource[] = "VelSyncMrouteSm";
+
+// A record in traces.
+struct Shown {
+   MrouteLib::MtableOifSetPtr const& record;
+   friend std::ostream& operator<<(std::ostream& os, Shown const& shown) {
+      auto const record = Qor::ptrCast<MtableOifSet>(shown.record);
+      return record ? os << *record : os << "null";
+   }
+};
+
+Qor::U32 indexOf(Qor::Ptr<MtableOifSet> const& record) {
+   return record ? record->oifSetIndex() : 0;
+}
+
+}  // namespace
+
+MrouteSwitch::RoutePtr MrouteSwitch::routeIs(RouteHandle handle, IpGenRouteKey key,
+                                             VlanIdOrNone acceptingVlanId) {
+   RoutePtr const r = route_.instantiate(
+         *this, handle, [&] { return routeFactory(handle, key, acceptingVlanId); });
+   if (r->key() != key) Qor::throwReinstantiation("key", r->key().strep());
+   if (r->acceptingVlanId() != acceptingVlanId) {
+      Qor::throwReinstantiation("acceptingVlanId", r->acceptingVlanId().strep());
+   }
+   return r;
+}
+
+// A route that leaves may be the last user of its oif set, which needs the switch to be freed.
+void MrouteSwitch::routeDel(RouteHandle handle) {
+   Qor::Ptr<MrouteSwitch> const self(this);
+   route_.del(*this, handle);
+}
+
+void MrouteSwitch::routeDelAll() {
+   Qor::Ptr<MrouteSwitch> const self(this);
+   route_.delAll(*this);
+}
+
+MrouteSwitch::BoundaryPtr MrouteSwitch::boundaryIs(RouteHandle handle, IpGenRouteKey key,
+                                                   Bridging::VlanId vlanId) {
+   BoundaryPtr const b = boundary_.instantiate(
+         *this, handle, [&] { return Qor::make<Boundary>(handle, key, vlanId); });
+   if (b->key() != key) Qor::throwReinstantiation("key", b->key().strep());
+   if (b->vlanId() != vlanId) {
+      Qor::throwReinstantiation("acceptingVlanId", b->vlanId().strep());
+   }
+   return b;
+}
+
+void MrouteSwitch::doAllocateRoute(IpGenRouteKey const& routeKey, VlanIdOrNone acceptingVlanId,
+                                   bool bridge, MrouteLib::MtableOifSetPtr mtableOifSet,
+                                   bool fastDrop, bool noRpf, RpaIndex rpaId,
+                                   L3::VrfName const& vrfName) {
+   VEL_TRACE(2, "doAllocateRoute"
+                      << " , Key: " << routeKey << ", AcceptingVlanId: " << acceptingVlanId
+                      << ", Bridge: " << bridge << ", fastDrop: " << fastDrop << ", noRpf" << noRpf
+                      << ", rpaId: " << rpaId << ", oifSet: " << Shown{mtableOifSet}
+                      << ", VRF: " << vrfName);
+   QOR_ASSERT(!noRpf || acceptingVlanId.isNone());
+   if (!initialized_) return;
+   Qor::U32 const vrfId = l3Status_->vrfNameToVrfId(vrfName.name()).value();
+   QOR_ASSERT(vrfId <= 0xFFFF);
+   if (bridge) {
+      allocateBoundary(routeKey, acceptingVlanId, static_cast<Qor::U16>(vrfId));
+      return;
+   }
+   if (routeKey.source().address().isMulticast()) {
+      VEL_TRACE(2, "Multicast source address for mroute");
+      routeHandleIs(RouteHandle());
+      return;
+   }
+   if (rpaId == RpaIndex::notProgrammed()) {
+      routeHandleIs(RouteHandle());
+      return;
+   }
+   Qor::U16 const rpa = rpaId == RpaIndex::none() ? Qor::U16{0} : rpaId.value();
+   allocateRoute(routeKey, acceptingVlanId, indexOf(Qor::ptrCast<MtableOifSet>(mtableOifSet)),
+                 fastDrop, noRpf, rpa, static_cast<Qor::U16>(vrfId));
+}
+
+void MrouteSwitch::allocateBoundary(IpGenRouteKey const& key, VlanIdOrNone acceptingVlanId,
+                                    Qor::U16 vrfId) {
+   // Raised for a vlan of none before the platform has done anything that would have to be undone.
+   Bridging::VlanId const vlan(acceptingVlanId.value());
+   RouteHandle const handle = mrouteHelper_->doAllocateMroute(switchId(), vrfId, key,
+                                                              acceptingVlanId, true, 0, false, 0);
+   if (handle.isNull()) {
+      if (mrouteHelper_->mrouteBoundaryFull(switchId())) {
+         VEL_TRACE(2, "Full boundary table");
+         boundaryTcamFreeIs(false);
+      }
+      routeHandleIs(handle);
+      return;
+   }
+   // The texts of the assertions on handles are behaviour, their blanks included.
+   // clang-format off
+   QOR_ASSERT(!boundary( handle ));
+   // clang-format on
+   boundaryIs(handle, key, vlan)->vrfIdIs(vrfId);
+   routeHandleIs(handle);
+}
+
+void MrouteSwitch::allocateRoute(IpGenRouteKey const& key, VlanIdOrNone acceptingVlanId,
+                                 Qor::U32 oifSetIndex, bool fastDrop, bool noRpf, Qor::U16 rpaId,
+                                 Qor::U16 vrfId) {
+   RouteHandle const handle =
+         noRpf ? mrouteHelper_->doAllocateMrouteNoRpf(switchId(), vrfId, key, false, oifSetIndex,
+                                                      fastDrop, rpaId)
+               : mrouteHelper_->doAllocateMroute(switchId(), vrfId, key, acceptingVlanId, false,
+                                                 oifSetIndex, fastDrop, rpaId);
+   if (handle.isNull()) {
+      if (mrouteHelper_->mrouteFull(switchId())) {
+         VEL_TRACE(2, "Full mroute table");
+         mrouteTcamFreeIs(false);
+      }
+      routeHandleIs(handle);
+      return;
+   }
+   bool const range =
+         key.kind() == IpGenRouteKey::kindGroupRange || key.kind() == IpGenRouteKey::kindCatchAll;
+   if (!range || !mfibHwStatus_ || !mfibHwStatus_->rangeRouteHandleShared()) {
+      // clang-format off
+      QOR_ASSERT(!route( handle ));
+      // clang-format on
+   }
+   RoutePtr const mroute = routeIs(handle, key, acceptingVlanId);
+   routeKeyToHandleIs(RouteKeyVlanId(key, acceptingVlanId), handle);
+   mroute->fastdropIs(fastDrop);
+   mroute->vrfIdIs(vrfId);
+   mroute->rpaIdIs(rpaId);
+   l3Status_->multicastReviewPendingInc();
+   routeHandleIs(handle);
+   requestVerify();
+}
+
+void MrouteSwitch::doSetMtableOifSet(RouteHandle handle, MrouteLib::MtableOifSetPtr mtableOifSet) {
+   if (!initialized_) return;
+   RoutePtr const mroute = route(handle);
+   QOR_ASSERT(mroute);
+   auto const oif = Qor::ptrCast<MtableOifSet>(mtableOifSet);
+   QOR_ASSERT(oif);
+   VEL_TRACE(2, "doSetMtableOifSet"
+                      << ", vrfId: " << mroute->vrfId() << ", Route: " << handle
+                      << ", key: " << mroute->key() << ", iif " << mroute->acceptingVlanId()
+                      << ", fastdrop: " << mroute->fastdrop()
+                      << ", oifSetIndex: " << oif->oifSetIndex());
+   if (mroute->mtableOifSet() == oif) {
+      VEL_TRACE(2, "Mroute unchanged, nothing to do");
+      return;
+   }
+   mrouteHelper_->doSetMtableOifSet(switchId(), mroute->vrfId(), handle, mroute,
+                                    oif->oifSetIndex());
+   mroute->mtableOifSetIs(oif);
+   requestVerify();
+}
+
+void MrouteSwitch::doDeleteRoute(RouteHandle handle) {
+   if (!initialized_) return;
+   if (RoutePtr const mroute = route(handle)) {
+      VEL_TRACE(2, "doDeleteRoute"
+                         << ", vrfId: " << mroute->vrfId() << ", Route: " << handle << ' '
+                         << mroute->key());
+      mrouteHelper_->doDeleteMroute(switchId(), mroute->vrfId(), handle, mroute);
+      routeKeyToHandleDel(RouteKeyVlanId(mroute->key(), mroute->acceptingVlanId()));
+      VEL_TRACE(2, "doDeleteRoute"
+                         << ", Route: " << handle
+                         << ", oifSetIndex: " << indexOf(mroute->mtableOifSet()));
+      routeDel(handle);
+   } else {
+      VEL_TRACE(2, "doDeleteRoute"
+                         << ", Boundary: " << handle);
+      BoundaryPtr const bnd = boundary(handle);
+      QOR_ASSERT(bnd);
+      mrouteHelper_->doDeleteMrouteBoundary(switchId(), bnd->vrfId(), handle, bnd);
+      boundaryDel(handle);
+      if (!boundaryTcamFree() && !mrouteHelper_->mrouteBoundaryFull(switchId())) {
+         VEL_TRACE(2, "Boundary entries now available - set boundaryTcamFree true");
+         boundaryTcamFreeIs(true);
+      }
+   }
+   l3Status_->unicastReviewPendingInc();
+   l3Status_->unicast6ReviewPendingInc();
+   l3Status_->multicastReviewPendingInc();
+   requestVerify();
+}
+
+void MrouteSwitch::doCommitRouteBatch() {
+   mrouteHelper_->doCommitMrouteBatch();
+}
+
+// By handle: a platform may have entries deleted by what it finds.
+void MrouteSwitch::handleVerify() {
+   VEL_TRACE(2, "handleVerify"
+                      << ", switch # " << switchId());
+   if (!initialized_) return;
+   for (auto it = route().begin(); it != route().end();) {
+      auto const [handle, mroute] = *it;
+      VEL_TRACE(2, "Verifying route " << handle);
+      mrouteHelper_->verifyMroute(switchId(), mroute->vrfId(), mroute);
+      it = route().upperBound(handle);
+   }
+   for (auto it = boundary().begin(); it != boundary().end();) {
+      auto const [handle, bnd] = *it;
+      VEL_TRACE(2, "Verifying boundary" << handle);
+      mrouteHelper_->verifyMrouteBoundary(switchId(), bnd->vrfId(), bnd);
+      it = boundary().upperBound(handle);
+   }
+}
+
+}  // namespace Vel

@@ -1,0 +1,244 @@
+// Life of the synchronous switch; allocation and freeing of oif sets.
+//
+// Freeing, the first row that matches:
+//
+//   record deleted | switch deleted | zombie | set type 1 | zombies enabled | outcome
+//   ---------------+----------------+--------+------------+-----------------+--------------------
+//   yes            |                |        |            |                 | nothing: freed already
+//   no             | yes            |        |            |                 | freed now
+//   no             | no             | yes    |            |                 | freed now
+//   no             | no             | no     | yes        |                 | freed now
+//   no             | no             | no     | no         | no              | freed now
+//   no             | no             | no     | no         | yes             | becomes a zombie
+#include "Vel/VelSyncMrouteSwitch.h"
+
+#include <cmath>
+#include <sstream>
+#include <utility>
+
+#include "Qor/Clock.h"
+
+namespace Vel {
+
+using MrouteLib::OifSetPtr;
+using MrouteLib::PortVlanSet;
+
+namespace {
+
+constexpr char velTraceSource[] = "VelSyncMrouteSm";
+
+}  // namespace
+
+MrouteSwitch::MrouteSwitch(Qor::Name name, Qor::U32 switchId, Qor::Ptr<VelCommonSmData> acsd,
+                           Qor::Ptr<L3Status> l3Status,
+                           Qor::Ptr<VelHelper::MrouteSmHelper> mrouteHelper,
+                           Qor::Ptr<Ip::Status const> ipStatus,
+                           Qor::Ptr<Routing::Multicast::Fib::Hardware::Status> mfibHwStatus)
+      : Entity(std::move(name), switchId),
+        acsd_(std::move(acsd)),
+        l3Status_(std::move(l3Status)),
+        mrouteHelper_(std::move(mrouteHelper)),
+        ipStatus_(std::move(ipStatus)),
+        mfibHwStatus_(std::move(mfibHwStatus)) {
+   QOR_ASSERT(l3Status_ != nullptr);
+   QOR_ASSERT(mrouteHelper_ != nullptr);
+   handleInitialized();
+}
+
+// The end of the switch. Its count stands at one meanwhile: whoever is told of what goes, and the
+// platform, may refer to it once more.
+void MrouteSwitch::zeroReferencesIs(bool) {
+   deletedIs(true);
+   doCleanup();
+   mtableOifSetIs(nullptr);
+   routeKeyToHandleDelAll();
+   routeDelAll();
+   boundaryDelAll();
+   zombieOifSetDelAll();
+}
+
+MrouteSwitch::~MrouteSwitch() {
+   livingRecords_.releaseAll();
+}
+
+Qor::ValidPtr<MrouteSwitch> mrouteSwitchFactory(
+      Qor::Name name, Qor::U32 switchId, Qor::Ptr<VelCommonSmData> acsd,
+      Qor::Ptr<L3Status> l3Status, Qor::Ptr<VelHelper::MrouteSmHelper> mrouteHelper,
+      Qor::Ptr<Ip::Status const> ipStatus,
+      Qor::Ptr<Routing::Multicast::Fib::Hardware::Status> mfibHwStatus) {
+   return Qor::make<MrouteSwitch>(std::move(name), switchId, std::move(acsd), std::move(l3Status),
+                                  std::move(mrouteHelper), std::move(ipStatus),
+                                  std::move(mfibHwStatus));
+}
+
+void MrouteSwitch::handleInitialized() {
+   VEL_TRACE(2, "handleInitialized"
+                      << ", switch # " << switchId());
+   if (initialized_) return;
+   mrouteHelper_->mrouteSwitchInit(switchId(), true);
+   attrIs<&Notifiee::onInitialized>(initialized_, true);
+}
+
+void MrouteSwitch::doCleanup() {
+   VEL_TRACE(2, "doCleanup"
+                      << ", switch # " << switchId());
+   if (initialized_) mrouteHelper_->mrouteSwitchInit(switchId(), false);
+}
+
+void MrouteSwitch::zombieLifetimeIs(Qor::Seconds v) {
+   if (!(v >= 0) || !std::isfinite(v)) {
+      Qor::throwRange("MrouteSwitch::zombieLifetime < 0 or not finite not allowed");
+   }
+   attrIs<&Notifiee::onZombieLifetime>(zombieLifetime_, v);
+}
+
+void MrouteSwitch::requestVerify() const {
+   auto const verifyData = acsd_ ? acsd_->verifyData() : nullptr;
+   if (verifyData && verifyData->verifyRequired()) verifyData->doRequestVerify();
+}
+
+void MrouteSwitch::zombieOifSetIs(RecordPtr record) {
+   if (!record) Qor::throwNullParameter("Vel::MrouteSwitch", "zombieOifSet");
+   ZombieKey const key = record->zombie();
+   zombieOifSet_.is(*this, key, std::move(record));
+}
+
+MrouteSwitch::RecordPtr MrouteSwitch::newZombieOifSet(RecordPtr record) {
+   zombieOifSetIs(record);
+   return record;
+}
+
+// The records that leave are freed after their leaving has been told, and need the switch for that.
+void MrouteSwitch::zombieOifSetDel(ZombieKey key) {
+   Qor::Ptr<MrouteSwitch> const self(this);
+   zombieOifSet_.del(*this, key);
+}
+
+void MrouteSwitch::zombieOifSetDelAll() {
+   Qor::Ptr<MrouteSwitch> const self(this);
+   zombieOifSet_.delAll(*this);
+}
+
+// ---- Allocation ----
+
+// Empty sets are never shared: each has an index of its own, which costs no room.
+void MrouteSwitch::publishEmptySet(OifSetPtr const& oifSet) {
+   Qor::U32 const oifSetIndex = mrouteHelper_->doAllocateMtableOifSet(switchId(), 0, oifSet);
+   QOR_ASSERT(oifSetIndex != invalidOifSetIndex());
+   VEL_TRACE(2, "Empty port vlan set. OifSetIndex: " << oifSetIndex);
+   RecordPtr const record = mtableOifSetFactory(oifSet, oifSet->portVlanSet().toCpu(), this);
+   record->oifSetIndexIs(oifSetIndex);
+   mtableOifSetIs(record);
+   requestVerify();
+}
+
+// Publishes the in-use record of an oif set if one more route may share it, brought back from the
+// zombies if it is one.
+bool MrouteSwitch::shareRecord(RecordPtr const& existing) {
+   if (existing->dirty()) {
+      VEL_TRACE(2, "Existing dirty oifSetIndex: " << existing->oifSetIndex());
+      return false;
+   }
+   VEL_TRACE(2, "Found an existing oif set");
+   if (existing->zombie().isZombie()) {
+      VEL_TRACE(2, "Resurrecting zombie oifSetIndex: 0x" << std::hex << existing->oifSetIndex());
+      zombieOifSetDel(existing->zombie());
+      existing->zombieIs(ZombieKey());
+   }
+   VEL_TRACE(2, "Sharing existing oifSetIndex: " << existing->oifSetIndex());
+   mtableOifSetIs(existing);
+   requestVerify();
+   return true;
+}
+
+void MrouteSwitch::doAllocateMtableOifSet(OifSetPtr oifSet) {
+   PortVlanSet const& pvSet = oifSet->portVlanSet();
+   VEL_TRACE(2, "doAllocateMtableOifSet"
+                      << ", PortVlanSet: " << pvSet);
+   if (pvSet.portVlan().empty()) return publishEmptySet(oifSet);
+   VEL_TRACE(2, "Non-empty port vlan set");
+   RecordPtr const existing = inUseRecord(oifSet);
+   if (existing && shareRecord(existing)) return;
+
+   if (mrouteHelper_->mtableFull(switchId())) {
+      VEL_TRACE(2, "No multicast group available. Skipping oif allocation");
+      mtableOifSetIs(nullptr);
+      mtableFreeIs(false);
+      return;
+   }
+   bool const dirtyIndex = existing && existing->oifSetIndex() != 0;
+   Qor::U32 const oifSetIndex = mrouteHelper_->doAllocateMtableOifSet(
+         switchId(), dirtyIndex ? VelHelper::MrouteSmHelper::freshOifSetIndex : 0, oifSet);
+   if (oifSetIndex == invalidOifSetIndex()) {
+      VEL_TRACE(2, "Full multicast replication table. Skipping oif allocation");
+      mtableOifSetIs(nullptr);
+      return;
+   }
+   // The text of the assertion is behaviour, its blanks included.
+   // clang-format off
+   QOR_ASSERT(oifSetIndexColl( oifSetIndex ) == false);
+   // clang-format on
+   oifSetIndexCollIs(oifSetIndex, true);
+   RecordPtr const record = mtableOifSetFactory(oifSet, pvSet.toCpu(), this);
+   record->oifSetIndexIs(oifSetIndex);
+   inUseOifSetIs(oifSet, record.get());
+   if (pvSet.currentIif() != Lnet::IntfId()) {
+      VEL_TRACE(2, " Adding Frr oifSetIndex: " << oifSetIndex);
+      frrMtableOifSetIs(oifSet, record.get());
+   }
+   mtableOifSetIs(record);
+   VEL_TRACE(2, "Allocated oifSetIndex: " << oifSetIndex);
+   requestVerify();
+}
+
+// ---- Freeing ----
+
+void MrouteSwitch::handleFreeMtableOifSet(RecordPtr const& record) {
+   VEL_TRACE(2, "handleFreeMtableOifSet"
+                      << ", OifSet: " << *record << ", OifSetIndex: " << record->oifSetIndex());
+   if (record->deleted()) {
+      VEL_TRACE(3, "OifSet resources already freed ");
+      return;
+   }
+   // Whoever is told of the changes below may let go of the switch.
+   Qor::Ptr<MrouteSwitch> const self(this);
+   if (deleted_) {
+      VEL_TRACE(3, "MrouteSwitch deletion - skipping delayed deletion of oifSet");
+   } else if (record->zombie().isZombie()) {
+      VEL_TRACE(3, "Now freeing zombie oifSet");
+      zombieOifSetDel(record->zombie());
+   } else if (record->oifSet()->portVlanSet().type() ==
+              Routing::Multicast::Fib::RouteKeyType::softwareOnly) {
+      VEL_TRACE(3, "OifSet not used in hw - skipping delayed deletion");
+   } else if (!l3Status_->multicastZombiesEnabled()) {
+      VEL_TRACE(3, "Zombies are not enabled");
+   } else {
+      VEL_TRACE(2, "Adding zombie");
+      record->zombieIs(ZombieKey(record->oifSetIndex(), Qor::now() + zombieLifetime_));
+      zombieOifSetIs(record);
+      requestVerify();
+      return;
+   }
+   freeNow(record);
+}
+
+// The record is called by its set here: the text of the assertion is behaviour.
+void MrouteSwitch::freeNow(RecordPtr const& oifSet) {
+   OifSetPtr const set = oifSet->oifSet();
+   Qor::U32 const oifSetIndex = oifSet->oifSetIndex();
+   VEL_TRACE(2, "Freeing OifSetIndex: " << oifSetIndex);
+   QOR_ASSERT(oifSet->oifSetIndex() != invalidOifSetIndex());
+   if (!inUseOifSet().empty()) inUseOifSetDel(set);
+   if (!frrMtableOifSet().empty()) frrMtableOifSetDel(set);
+   if (!frrProcessingOifSet().empty()) frrProcessingOifSetDel(set);
+   oifSet->deletedIs(true);
+   oifSetIndexCollDel(oifSetIndex);
+   mrouteHelper_->handleFreeMtableOifSet(switchId(), oifSet);
+   if (!mtableFree()) {
+      VEL_TRACE(2, "Free space now available in multicast group table");
+      mtableFreeIs(true);
+   }
+   requestVerify();
+}
+
+}  // namespace Vel

@@ -1,0 +1,64 @@
+// Where a zombie stands in the queue of zombies, on either path: ordered by the time it may be
+// purged, then by the number of its group, so that the first key always expires first. The key
+// types of the two paths derive from it, and give the number its name and the key its string form.
+#pragma once
+
+#include <ostream>
+
+#include "Qor/Strep.h"
+
+namespace Vel {
+
+// `Key` has `typeName` and `groupName`, and is constructible from (number, expiry).
+template <class Key>
+class ZombieOrder {
+ public:
+   // Absolute, on the Qor::now() time base.
+   Qor::Seconds expiryTime() const { return expiryTime_; }
+   bool isZombie() const { return expiryTime_ <= Qor::maxFinite; }
+
+   friend bool operator==(Key const& a, Key const& b) {
+      return a.number_ == b.number_ && a.expiryTime_ == b.expiryTime_;
+   }
+   friend bool operator<=(Key const& a, Key const& b) {
+      if (a.expiryTime_ > b.expiryTime_) return false;
+      if (a.expiryTime_ < b.expiryTime_) return true;
+      return a.number_ <= b.number_;
+   }
+   friend bool operator>=(Key const& a, Key const& b) { return b <= a; }
+   friend bool operator<(Key const& a, Key const& b) { return !(b <= a); }
+   friend bool operator>(Key const& a, Key const& b) { return !(a <= b); }
+
+   // "Value('<typeName>', ** {'<groupName>': %s, 'expiryTime': %s})"
+   Qor::String strep() const {
+      return opening() + Qor::valueToStrep(number_) +
+             ", 'expiryTime': " + Qor::valueToStrep(expiryTime_) + "})";
+   }
+   static Key fromStrep(Qor::StrepReader& reader) {
+      reader.expect(opening());
+      Qor::U32 const number = reader.u32();
+      reader.expect(", 'expiryTime': ");
+      Qor::Seconds const expiryTime = reader.real();
+      reader.expect("})");
+      return {number, expiryTime};
+   }
+   friend std::ostream& operator<<(std::ostream& os, Key const& key) { return os << key.strep(); }
+
+ protected:
+   // The key that means "not a zombie": number 0, expiry never.
+   ZombieOrder() = default;
+   ZombieOrder(Qor::U32 number, Qor::Seconds expiryTime)
+         : number_(number), expiryTime_(expiryTime) {}
+
+   Qor::U32 number() const { return number_; }
+
+ private:
+   static Qor::String opening() {
+      return Qor::String("Value('") + Key::typeName + "', ** {'" + Key::groupName + "': ";
+   }
+
+   Qor::U32 number_ = 0;
+   Qor::Seconds expiryTime_ = Qor::never;
+};
+
+}  // namespace Vel
