@@ -1,30 +1,25 @@
 // Activity polling of the asynchronous per-switch reactor: at the configured interval the
 // hardware's hit times are copied into the hardware status, a bounded slice at a time, so that the
 // routing layer can age routes.
+#include <cmath>
+#include <utility>
+
 #include "Vel/VelAsyncMrouteSm.h"
 #include "Vel/VelLogMessages.h"
-
-#include <cmath>
+#include "Vel/VelRouteWalk.h"
 
 namespace Vel::Mroute {
 
 using Routing::Multicast::Fib::Hardware::RouteStatus;
-using Routing::Multicast::Fib::Hardware::Status;
-using Routing::Multicast::Fib::Hardware::VrfStatus;
 
 namespace {
 
 constexpr char velTraceSource[] = "VelAsyncMrouteSm";
 
 // Where the next slice begins: the next route to review, or the first that comes after it if it has
-// gone. An empty VRF name is the beginning. One for the process; see the header.
-struct ResumePosition {
-   L3::VrfName vrfName;
-   AsyncMrouteSwitchSm::IpGenRouteKey routeKey;
-};
-
-ResumePosition& resumePosition() {
-   static auto* const position = new ResumePosition;
+// gone. One for the process; see the header.
+RoutePosition& resumePosition() {
+   static auto* const position = new RoutePosition;
    return *position;
 }
 
@@ -82,57 +77,49 @@ void AsyncMrouteSwitchSm::doMaybeScheduleRouteAgingReview() {
    }
 }
 
-// The walk goes by keys: whoever hears of a poll time may add and remove routes and VRFs.
 void AsyncMrouteSwitchSm::doRouteAgingReview() {
    VEL_TRACE(2, "AsyncMrouteSwitchSm::doRouteAgingReview()");
-   ResumePosition& position = resumePosition();
+   RoutePosition& position = resumePosition();
    if (!mfibHwStatus() || mfibHwStatus()->routes() == 0) {
       VEL_TRACE(2, "No routes present in mfibHwStatus. Nothing to review");
       position = {};
       if (mfibHwStatus()) {
          doMaybeScheduleRouteAgingReview();
-      } else if (agingClock()) {
-         agingClock()->timeMinIs(Qor::never);
+      } else {
+         agingClock_.arm(Qor::never);
       }
       return;
    }
    Qor::Ptr<AsyncMrouteSwitchSm> const self(references() ? this : nullptr);
-   ResumePosition const from = position;
-   position = {};
+   RoutePosition const from = std::exchange(position, {});
    Qor::U32 reviewed = 0;
-   auto const& vrfs = mfibHwStatus()->vrfStatus();
-   for (auto vrf = vrfs.lowerBound(from.vrfName); vrf != vrfs.end();) {
-      L3::VrfName const vrfName = vrf->first;
-      Qor::Ptr<VrfStatus> const vrfStatus = vrf->second;
+   VrfId vrfId;
+   auto const enterVrf = [&, function = __func__](L3::VrfName const& vrfName) {
       auto const& hwRouteStatus = mrouteSwitch()->routingHwRouteStatus();
       auto const hwVrf = hwRouteStatus ? hwRouteStatus->vrfStatus(vrfName) : nullptr;
-      if (!hwVrf) {
-         VEL_TRACE(2, "AsyncMrouteSwitch"
-                            << "::" << __func__ << "()"
-                            << " vrfStatus for vrf: " << vrfName << " is not present");
+      if (hwVrf) {
+         vrfId = hwVrf->vrfId();
       } else {
-         auto const& routes = vrfStatus->route();
-         IpGenRouteKey const first = vrfName == from.vrfName ? from.routeKey : IpGenRouteKey();
-         // A VRF that has been removed meanwhile still has its routes, but is not reviewed.
-         auto const present = [&] { return mfibHwStatus()->vrfStatus(vrfName) == vrfStatus; };
-         for (auto route = routes.lowerBound(first); route != routes.end() && present();) {
-            IpGenRouteKey const key = route->first;
-            if (reviewed >= agingQuota) {
-               position = {vrfName, key};
-               if (agingClock()) agingClock()->timeMinIs(Qor::now() + agingGap);
-               return;
-            }
-            Qor::Ptr<RouteStatus> const status = route->second;
-            reviewed += reviewRoute(*status, hwVrf->vrfId());
-            route = routes.upperBound(key);
-         }
+         VEL_TRACE(2, "AsyncMrouteSwitch"
+                            << "::" << function << "()"
+                            << " vrfStatus for vrf: " << vrfName << " is not present");
       }
-      vrf = vrfs.upperBound(vrfName);
+      return hwVrf != nullptr;
+   };
+   auto const visit = [&](L3::VrfName const& vrfName, RouteStatus& route) {
+      if (reviewed >= agingQuota) {
+         position = {vrfName, route.key()};
+         return false;
+      }
+      reviewed += reviewRoute(route, vrfId);
+      return true;
+   };
+   if (!walkRoutes(*mfibHwStatus(), from, WalkFrom::position, enterVrf, visit)) {
+      agingClock_.arm(Qor::now() + agingGap);
+      return;
    }
    VEL_TRACE(2, "Review completed");
-   if (agingClock()) {
-      agingClock()->timeMinIs(mfibConfig() ? Qor::now() + pollingInterval() : Qor::never);
-   }
+   agingClock_.arm(mfibConfig() ? Qor::now() + pollingInterval() : Qor::never);
 }
 
 // Returns how many entries that was: the route, and each of its fastdrops.

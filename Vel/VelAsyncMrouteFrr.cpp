@@ -1,10 +1,6 @@
 // Fast reroute of the asynchronous per-switch reactor. A failure moves the oif sets it hits from
 // the switch's frrMtableOifSet to frrProcessingOifSet; passes on a clock then rewrite their groups
 // in place, so that every route that points at them follows at once.
-#include <algorithm>
-#include <sstream>
-#include <vector>
-
 #include "Qor/Blip.h"
 #include "Vel/VelAsyncMrouteSmReactors.h"
 
@@ -17,36 +13,7 @@ namespace {
 
 constexpr char velTraceSource[] = "VelAsyncMrouteSm";
 
-// The oif set at which the last pass of any reactor stopped, and the reactor. One for the process.
-struct ResumePosition {
-   OifSetPtr oifSet;
-   AsyncMrouteSwitchSm const* reactor = nullptr;
-};
-
-ResumePosition& resumePosition() {
-   static auto* const position = new ResumePosition;
-   return *position;
-}
-
-// The backup members: "rtr5:1009 rtr6:1010".
-Qor::String frrMembers(PortVlanSet const& set) {
-   std::ostringstream os;
-   for (auto const& [member, flag] : set.portVlanFrr()) {
-      if (os.tellp() > 0) os << ' ';
-      os << member;
-   }
-   return os.str();
-}
-
-bool reroutes(PortVlanSet const& set, Lnet::IntfId failed) {
-   return set.currentIif() == failed && !set.currentIif().isNull() && !set.portVlanFrr().empty();
-}
-
 }  // namespace
-
-void AsyncMrouteSwitchSm::frrPositionDel() {
-   if (resumePosition().reactor == this) resumePosition() = {};
-}
 
 void AsyncMrouteSwitchSm::QorEthIntfStatus::handleOperStatus() {
    if (!asyncMrouteSwitchSm()->initialized()) {
@@ -58,10 +25,7 @@ void AsyncMrouteSwitchSm::QorEthIntfStatus::handleOperStatus() {
    VEL_TRACE(2, "handleOperStatus"
                       << "Intf: " << intf << ", operStatus: " << status);
    VEL_BLIP("AsyncMrouteSwitchSm::handleOperStatus, intf: %s, status: %s", intf, status);
-   if (status == Interface::IntfOperStatus::down ||
-       status == Interface::IntfOperStatus::lowerLayerDown) {
-      asyncMrouteSwitchSm()->updateFrrMtableOif(intf);
-   }
+   if (startsReroute(status)) asyncMrouteSwitchSm()->updateFrrMtableOif(intf);
 }
 
 void AsyncMrouteSwitchSm::QorBfdStatus::handleBfdStatus() {
@@ -108,7 +72,7 @@ void AsyncMrouteSwitchSm::updateFrrMtableOif(Lnet::IntfId intfId) {
    for (auto entry = waiting.begin(); entry != waiting.end();) {
       auto const [oifSet, named] = *entry;
       PortVlanSet const& set = oifSet->portVlanSet();
-      if (!reroutes(set, intfId)) {
+      if (!reroutedOn(set, intfId)) {
          VEL_TRACE(2, " skip frrMtableOif " << set.pretty());
          VEL_BLIP(" skip Frr, currentIif %s, invalid currentIif:%s, or portVlanFrrs:%s",
                   set.currentIif(), set.currentIif().isNull(), set.portVlanFrr().size());
@@ -138,27 +102,20 @@ void AsyncMrouteSwitchSm::handleClock() {
    auto const& waiting = chip.frrProcessingOifSet();
    VEL_TRACE(8, "review FrrProcessingOifSets: " << waiting.size());
    VEL_BLIP("AsyncMrouteSwitchSm:: frrProcessingOifSets: %s", waiting.size());
-   while (!waiting.empty()) {
-      // By key: the hooks, and those who are told, may change the collection.
-      std::vector<OifSetPtr> order;
-      for (auto const& [oifSet, record] : waiting)
-         order.push_back(oifSet);
-      auto const from = std::find(order.begin(), order.end(), resumePosition().oifSet);
-      if (from != order.end()) std::rotate(order.begin(), from, order.end());
-      for (OifSetPtr const& oifSet : order) {
-         if (!waiting.find(oifSet)) continue;
-         if (Qor::now() >= deadline) {
-            if (!clock()) clockIs(Qor::activityManager()->config()->clock());
-            resumePosition() = {oifSet, this};
-            clock()->timeMinIs(Qor::now());
-            return;
-         }
-         rewriteForFrr(oifSet);
-         chip.frrProcessingOifSetDel(oifSet);
-      }
+   auto& position = FrrPosition<AsyncMrouteSwitchSm>::ofProcess();
+   OifSetPtr const from = position.oifSet;
+   OifSetPtr const next = frrPass(waiting, from, deadline, [&](OifSetPtr const& oifSet) {
+      rewriteForFrr(oifSet);
+      chip.frrProcessingOifSetDel(oifSet);
+   });
+   if (next) {
+      if (!clock()) clockIs(Qor::activityManager()->config()->clock());
+      position = {next, this};
+      clock()->timeMinIs(Qor::now());
+   } else {
+      FrrPosition<AsyncMrouteSwitchSm>::clear(this);
+      clock_.arm(Qor::never);
    }
-   frrPositionDel();
-   if (clock()) clock()->timeMinIs(Qor::never);
 }
 
 // Rewrites the groups of an oif set that waits, unless its record has gone or became a zombie.
@@ -177,13 +134,9 @@ void AsyncMrouteSwitchSm::rewriteForFrr(OifSetPtr const& oifSet) {
       // Unless a newer record carries the set, there is nobody left to reroute.
       if (waiting == inUse || inUse->zombie().isZombie()) return;
    }
-   PortVlanSet pvSet = oifSet->portVlanSet();
-   VEL_TRACE(8, "original pvSet" << pvSet.pretty());
-   pvSet.portVlanDelAll();
-   for (auto const& [member, flag] : oifSet->portVlanSet().portVlanFrr()) {
-      VEL_TRACE(8, "add port " << member);
-      pvSet.newPortVlan(member, flag);
-   }
+   VEL_TRACE(8, "original pvSet" << oifSet->portVlanSet().pretty());
+   PortVlanSet const pvSet = frrReplacement(
+         oifSet->portVlanSet(), [](auto const& member) { VEL_TRACE(8, "add port " << member); });
    OifSetPtr const rewritten = Qor::make<MrouteLib::OifSet>(nullptr, pvSet);
    for (auto const& record : chip.records(oifSet)) {
       // A group that has been taken over carries the set of its new record.

@@ -2,9 +2,9 @@
 #include "Vel/VelAsyncMrouteSm.h"
 
 #include <utility>
-#include <vector>
 
 #include "Vel/VelAsyncMrouteSmReactors.h"
+#include "Vel/VelMrouteFrr.h"
 
 namespace Vel::Mroute {
 
@@ -13,82 +13,7 @@ namespace {
 constexpr char velTraceSource[] = "VelAsyncMrouteSm";
 constexpr char smType[] = "Vel::Mroute::AsyncMrouteSwitchSm";
 
-// One reactor for each member of a directory, made by `track`, and none besides; no directory has no
-// members.
-template <class Reactors, class Members, class Track>
-void bringInStep(Reactors& reactors, Members const* members, Track const& track) {
-   if (members) {
-      for (auto const& [key, member] : *members)
-         track(member);
-   }
-   std::vector<typename Reactors::Key> gone;
-   for (auto const& [key, reactor] : reactors) {
-      if (!members || !members->find(key)) gone.push_back(key);
-   }
-   for (auto const& key : gone)
-      reactors.take(key);
-}
-
-template <class Reactors, class Key>
-auto* reactorOf(Reactors const& reactors, Key const& key) {
-   auto const* const entry = reactors.find(key);
-   return entry ? entry->second.get() : nullptr;
-}
-
-// Ends a reactor's part in the life of its owner: it watches nothing and calls nobody from now on.
-template <class Reactor>
-void release(Reactor& reactor) {
-   reactor.asyncMrouteSwitchSmIs(nullptr);
-   reactor.notifierIs(nullptr);
-}
-
-template <class Reactors>
-void releaseAll(Reactors const& reactors) {
-   for (auto const& [key, reactor] : reactors)
-      release(*reactor);
-}
-
 }  // namespace
-
-// The entity is in place before the reactor is bound: a reactor that moves brings itself in step at
-// once, by the new one.
-template <class T, class Reactor>
-void AsyncMrouteSwitchSm::watch(Watched<T, Reactor>& input, Qor::Ptr<T> object) {
-   Qor::Ptr<T> const before = std::exchange(input.object, object);
-   if (!object) {
-      input.reactor.reset();
-      return;
-   }
-   if (!input.reactor) {
-      input.reactor = std::make_unique<Reactor>();
-      input.reactor->asyncMrouteSwitchSmIs(this);
-   }
-   input.reactor->notifierIs(object.get());
-}
-
-// What one clock was set to goes over to the one that takes its place: it would fire for nobody.
-template <class Reactor>
-void AsyncMrouteSwitchSm::watchClock(Watched<Qor::Clock const, Reactor>& input,
-                                     Qor::Ptr<Qor::Clock const> clock) {
-   Qor::Ptr<Qor::Clock const> const before = input.object;
-   if (before == clock) return;
-   Qor::Seconds const setting = before ? before->timeMin() : Qor::never;
-   watch(input, clock);
-   if (before) before->timeMinIs(Qor::never);
-   if (clock) clock->timeMinIs(setting);
-}
-
-template <class K, class Reactor, class Entity>
-void AsyncMrouteSwitchSm::trackedIs(Qor::HashMap<K, std::unique_ptr<Reactor>>& reactors, K key,
-                                    Qor::Ptr<Entity> const& entity) {
-   auto* const there = reactorOf(reactors, key);
-   if (there && there->notifier() == entity.get()) return;
-   auto reactor = std::make_unique<Reactor>(entity);
-   reactor->asyncMrouteSwitchSmIs(this);
-   reactor->notifierIs(entity.get());
-   reactors.take(key);
-   reactors.insert(key, std::move(reactor));
-}
 
 AsyncMrouteSwitchSm::AsyncMrouteSwitchSm(
       Qor::Ptr<AsyncMrouteSwitch> mrouteSwitch, Qor::Ptr<IntfVlanId::Table const> intfVlanIdTable,
@@ -109,11 +34,11 @@ AsyncMrouteSwitchSm::AsyncMrouteSwitchSm(
         allIntfStatusDir_(std::move(allIntfStatusDir)),
         allIntfStatusLocalDir_(std::move(allIntfStatusLocalDir)) {
    mrouteSwitchIs(std::move(mrouteSwitch));
-   watch(mfibConfig_, std::move(mfibConfig));
-   watch(zombieClock_, std::move(zombieClock));
-   watch(agingClock_, std::move(agingClock));
-   watch(ethIntfStatusDir_, std::move(ethIntfStatusDir));
-   watch(bfdAllPeerStatus_, std::move(bfdAllPeerStatus));
+   mfibConfig_.is(this, std::move(mfibConfig));
+   zombieClock_.is(this, std::move(zombieClock));
+   agingClock_.is(this, std::move(agingClock));
+   ethIntfStatusDir_.is(this, std::move(ethIntfStatusDir));
+   bfdAllPeerStatus_.is(this, std::move(bfdAllPeerStatus));
    if (this->mfibConfig()) {
       handleMulticastCounterMode();
       handleWildcardCounter();
@@ -128,27 +53,21 @@ AsyncMrouteSwitchSm::AsyncMrouteSwitchSm(
 // The clocks are the owner's, but what armed them goes: a clock left armed would fire for nobody.
 AsyncMrouteSwitchSm::~AsyncMrouteSwitchSm() {
    doCleanup();
-   if (zombieClock()) zombieClock()->timeMinIs(Qor::never);
-   if (agingClock()) agingClock()->timeMinIs(Qor::never);
-   if (clock()) clock()->timeMinIs(Qor::never);
-   frrPositionDel();
-   auto const releaseReactor = [](auto const& input) {
-      if (input.reactor) release(*input.reactor);
-   };
-   releaseReactor(mrouteSwitch_);
-   releaseReactor(mfibConfig_);
-   releaseReactor(zombieClock_);
-   releaseReactor(agingClock_);
-   releaseReactor(ethIntfStatusDir_);
-   releaseReactor(bfdAllPeerStatus_);
-   releaseReactor(clock_);
-   releaseAll(ethIntfStatus_);
-   releaseAll(bfdStatus_);
-   releaseAll(mfibConfigVrf_);
+   zombieClock_.arm(Qor::never);
+   agingClock_.arm(Qor::never);
+   clock_.arm(Qor::never);
+   FrrPosition<AsyncMrouteSwitchSm>::clear(this);
+   mrouteSwitch_.release();
+   mfibConfig_.release();
+   zombieClock_.release();
+   agingClock_.release();
+   ethIntfStatusDir_.release();
+   bfdAllPeerStatus_.release();
+   clock_.release();
    bfdVelAsyncMrouteSmDel();
-   ethIntfStatus_.clear();
-   bfdStatus_.clear();
-   mfibConfigVrf_.clear();
+   ethIntfStatus_.release();
+   bfdStatus_.release();
+   mfibConfigVrf_.release();
 }
 
 Qor::Ptr<AsyncMrouteSwitchSm> AsyncMrouteSwitchSmIs(
@@ -174,38 +93,38 @@ Qor::Ptr<AsyncMrouteSwitchSm> AsyncMrouteSwitchSmIs(
 
 void AsyncMrouteSwitchSm::mrouteSwitchIs(Qor::Ptr<AsyncMrouteSwitch> v) {
    if (!v) Qor::throwNullParameter(smType, "mrouteSwitch");
-   watch(mrouteSwitch_, std::move(v));
+   mrouteSwitch_.is(this, std::move(v));
 }
 
 void AsyncMrouteSwitchSm::mfibConfigIs(Qor::Ptr<Routing::Multicast::Fib::VrfConfig const> v) {
-   watch(mfibConfig_, std::move(v));
+   mfibConfig_.is(this, std::move(v));
    syncMfibConfigVrf();
 }
 
 void AsyncMrouteSwitchSm::zombieClockIs(Qor::Ptr<Qor::Clock const> v) {
-   watchClock(zombieClock_, std::move(v));
+   zombieClock_.is(this, std::move(v));
    if (initialized()) handleZombie();
 }
 
 void AsyncMrouteSwitchSm::agingClockIs(Qor::Ptr<Qor::Clock const> v) {
-   watchClock(agingClock_, std::move(v));
+   agingClock_.is(this, std::move(v));
    if (initialized() && mfibHwStatus()) doMaybeScheduleRouteAgingReview();
 }
 
 void AsyncMrouteSwitchSm::ethIntfStatusDirIs(Qor::Ptr<Interface::EthIntfStatusDir const> v) {
-   watch(ethIntfStatusDir_, std::move(v));
+   ethIntfStatusDir_.is(this, std::move(v));
    syncEthIntfStatus();
 }
 
 void AsyncMrouteSwitchSm::bfdAllPeerStatusIs(Qor::Ptr<Bfd::AppStatus> v) {
    if (v == bfdAllPeerStatus()) return;
-   watch(bfdAllPeerStatus_, std::move(v));
+   bfdAllPeerStatus_.is(this, std::move(v));
    syncBfdStatus();
    if (initialized()) registerWithBfd();
 }
 
 void AsyncMrouteSwitchSm::clockIs(Qor::Ptr<Qor::Clock const> v) {
-   watchClock(clock_, std::move(v));
+   clock_.is(this, std::move(v));
    if (clock() && !mrouteSwitch()->frrProcessingOifSet().empty()) clock()->timeMinIs(Qor::now());
 }
 
@@ -213,7 +132,7 @@ void AsyncMrouteSwitchSm::clockIs(Qor::Ptr<Qor::Clock const> v) {
 
 AsyncMrouteSwitchSm::QorEthIntfStatus* AsyncMrouteSwitchSm::ethIntfStatus(
       Lnet::IntfId intfId) const {
-   return reactorOf(ethIntfStatus_, intfId);
+   return ethIntfStatus_.find(intfId);
 }
 
 Qor::U32 AsyncMrouteSwitchSm::ethIntfStatuses() const {
@@ -222,17 +141,17 @@ Qor::U32 AsyncMrouteSwitchSm::ethIntfStatuses() const {
 
 void AsyncMrouteSwitchSm::ethIntfStatusIs(EthIntfStatusPtr status) {
    if (!status) Qor::throwNullParameter(smType, "ethIntfStatus");
-   trackedIs(ethIntfStatus_, status->intfId(), status);
+   ethIntfStatus_.is(this, status->intfId(), status);
 }
 
 void AsyncMrouteSwitchSm::ethIntfStatusDel(Lnet::IntfId intfId) {
-   ethIntfStatus_.take(intfId);
+   ethIntfStatus_.del(intfId);
 }
 
 void AsyncMrouteSwitchSm::syncEthIntfStatus() {
    auto const directory = ethIntfStatusDir();
-   bringInStep(ethIntfStatus_, directory ? &directory->intfStatus() : nullptr,
-               [this](auto const& member) { ethIntfStatusIs(member); });
+   ethIntfStatus_.sync(directory ? &directory->intfStatus() : nullptr,
+                       [this](auto const& member) { ethIntfStatusIs(member); });
 }
 
 void AsyncMrouteSwitchSm::QorEthIntfStatusDir::onIntfStatus(Lnet::IntfId intfId) {
@@ -245,7 +164,7 @@ void AsyncMrouteSwitchSm::QorEthIntfStatusDir::onIntfStatus(Lnet::IntfId intfId)
 }
 
 AsyncMrouteSwitchSm::QorBfdStatus* AsyncMrouteSwitchSm::bfdStatus(Bfd::Peer const& peer) const {
-   return reactorOf(bfdStatus_, peer);
+   return bfdStatus_.find(peer);
 }
 
 Qor::U32 AsyncMrouteSwitchSm::bfdStatuses() const {
@@ -254,17 +173,17 @@ Qor::U32 AsyncMrouteSwitchSm::bfdStatuses() const {
 
 void AsyncMrouteSwitchSm::bfdStatusIs(BfdPeerStatusPtr status) {
    if (!status) Qor::throwNullParameter(smType, "bfdStatus");
-   trackedIs(bfdStatus_, status->peer(), status);
+   bfdStatus_.is(this, status->peer(), status);
 }
 
 void AsyncMrouteSwitchSm::bfdStatusDel(Bfd::Peer peer) {
-   bfdStatus_.take(peer);
+   bfdStatus_.del(peer);
 }
 
 void AsyncMrouteSwitchSm::syncBfdStatus() {
    auto const directory = bfdAllPeerStatus();
-   bringInStep(bfdStatus_, directory ? &directory->peerStatus() : nullptr,
-               [this](auto const& member) { bfdStatusIs(member); });
+   bfdStatus_.sync(directory ? &directory->peerStatus() : nullptr,
+                   [this](auto const& member) { bfdStatusIs(member); });
 }
 
 void AsyncMrouteSwitchSm::QorBfdAllPeerStatus::onPeerStatus(Bfd::Peer const& peer) {
@@ -278,7 +197,7 @@ void AsyncMrouteSwitchSm::QorBfdAllPeerStatus::onPeerStatus(Bfd::Peer const& pee
 
 AsyncMrouteSwitchSm::QorMfibConfigVrf* AsyncMrouteSwitchSm::mfibConfigVrf(
       Qor::Name const& vrfName) const {
-   return reactorOf(mfibConfigVrf_, vrfName);
+   return mfibConfigVrf_.find(vrfName);
 }
 
 Qor::U32 AsyncMrouteSwitchSm::mfibConfigVrfs() const {
@@ -287,17 +206,17 @@ Qor::U32 AsyncMrouteSwitchSm::mfibConfigVrfs() const {
 
 void AsyncMrouteSwitchSm::mfibConfigVrfIs(ConfigPtr config) {
    if (!config) Qor::throwNullParameter(smType, "mfibConfigVrf");
-   trackedIs(mfibConfigVrf_, config->name(), config);
+   mfibConfigVrf_.is(this, config->name(), config);
 }
 
 void AsyncMrouteSwitchSm::mfibConfigVrfDel(Qor::Name vrfName) {
-   mfibConfigVrf_.take(vrfName);
+   mfibConfigVrf_.del(vrfName);
 }
 
 void AsyncMrouteSwitchSm::syncMfibConfigVrf() {
    auto const directory = mfibConfig();
-   bringInStep(mfibConfigVrf_, directory ? &directory->config() : nullptr,
-               [this](auto const& member) { mfibConfigVrfIs(member); });
+   mfibConfigVrf_.sync(directory ? &directory->config() : nullptr,
+                       [this](auto const& member) { mfibConfigVrfIs(member); });
 }
 
 void AsyncMrouteSwitchSm::QorMfibConfig::onConfig(Qor::Name const& vrfName) {
@@ -329,8 +248,8 @@ void AsyncMrouteSwitchSm::registerWithBfd() {
 void AsyncMrouteSwitchSm::handleInitialized() {
    VEL_TRACE(2, "AsyncMrouteSwitchSm::handleInitialized()");
    if (initialized()) return;
-   if (zombieClock()) zombieClock()->timeMinIs(Qor::never);
-   if (agingClock()) agingClock()->timeMinIs(Qor::never);
+   zombieClock_.arm(Qor::never);
+   agingClock_.arm(Qor::never);
    handlePollingInterval();
    initializedIs(true);
    registerWithBfd();
@@ -359,7 +278,7 @@ void AsyncMrouteSwitchSm::doCleanup() {
       VEL_TRACE(2, "Deleting zombie with mcastId: " << key.multicastId());
       chip->zombieOifSetDel(key);
    }
-   if (zombieClock()) zombieClock()->timeMinIs(Qor::never);
+   zombieClock_.arm(Qor::never);
    bfdVelAsyncMrouteSmDel();
 }
 

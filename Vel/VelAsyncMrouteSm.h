@@ -44,17 +44,16 @@
 // it.
 #pragma once
 
-#include <memory>
-
 #include "Bfd/StatusPeer.h"
 #include "Interface/AllIntfStatusDir.h"
 #include "Interface/AllIntfStatusLocalDir.h"
 #include "Interface/EthIntfStatusDir.h"
 #include "IntfVlanId/Table.h"
-#include "Qor/Clock.h"
+#include "Qor/Reactors.h"
 #include "Routing/Multicast/Fib/Hardware/Status.h"
 #include "Routing/Multicast/Fib/VrfConfig.h"
 #include "Vel/VelAsyncMrouteSwitch.h"
+#include "Vel/VelMrouteFrr.h"
 
 namespace Vel::Mroute {
 
@@ -73,7 +72,7 @@ class QOR_PUBLIC AsyncMrouteSwitchSm final : public Qor::StateMachine {
    // the quota; the next one follows after the gap.
    static constexpr Qor::U32 agingQuota = 256;
    static constexpr Qor::Seconds agingGap = 0.2;
-   static constexpr Qor::Seconds frrPassBudget = 0.1;
+   static constexpr Qor::Seconds frrPassBudget = Vel::frrPassBudget;
 
    // Reactors, named after what they watch.
    class QorMrouteSwitch;
@@ -105,57 +104,57 @@ class QOR_PUBLIC AsyncMrouteSwitchSm final : public Qor::StateMachine {
    //      clock that replaces another takes over what that was set to, and the other is disarmed.
    //      What has been handed on from a configuration stays until that changes again. ----
 
-   Qor::Ptr<AsyncMrouteSwitch> const& mrouteSwitch() const { return mrouteSwitch_.object; }
+   Qor::Ptr<AsyncMrouteSwitch> const& mrouteSwitch() const { return mrouteSwitch_.object(); }
    void mrouteSwitchIs(Qor::Ptr<AsyncMrouteSwitch> v);  // not null
    QorMrouteSwitch* newMrouteSwitch(Qor::Ptr<AsyncMrouteSwitch> v) {
       mrouteSwitchIs(std::move(v));
-      return mrouteSwitch_.reactor.get();
+      return mrouteSwitch_.reactor();
    }
    Qor::Ptr<IntfVlanId::Table const> const& intfVlanIdTable() const { return intfVlanIdTable_; }
    Qor::Ptr<Routing::Multicast::Fib::VrfConfig const> const& mfibConfig() const {
-      return mfibConfig_.object;
+      return mfibConfig_.object();
    }
    void mfibConfigIs(Qor::Ptr<Routing::Multicast::Fib::VrfConfig const> v);
    QorMfibConfig* newMfibConfig(Qor::Ptr<Routing::Multicast::Fib::VrfConfig const> v) {
       mfibConfigIs(std::move(v));
-      return mfibConfig_.reactor.get();
+      return mfibConfig_.reactor();
    }
    void mfibConfigDel() { mfibConfigIs(nullptr); }
    Qor::Ptr<Routing::Multicast::Fib::Hardware::Status> const& mfibHwStatus() const {
       return mfibHwStatus_;
    }
    Qor::Ptr<VelHelper::AsyncMrouteHelper> const& mrouteHelper() const { return mrouteHelper_; }
-   Qor::Ptr<Qor::Clock const> const& zombieClock() const { return zombieClock_.object; }
+   Qor::Ptr<Qor::Clock const> const& zombieClock() const { return zombieClock_.object(); }
    void zombieClockIs(Qor::Ptr<Qor::Clock const> v);
    QorZombieClock* newZombieClock(Qor::Ptr<Qor::Clock const> v) {
       zombieClockIs(std::move(v));
-      return zombieClock_.reactor.get();
+      return zombieClock_.reactor();
    }
    void zombieClockDel() { zombieClockIs(nullptr); }
-   Qor::Ptr<Qor::Clock const> const& agingClock() const { return agingClock_.object; }
+   Qor::Ptr<Qor::Clock const> const& agingClock() const { return agingClock_.object(); }
    void agingClockIs(Qor::Ptr<Qor::Clock const> v);
    QorAgingClock* newAgingClock(Qor::Ptr<Qor::Clock const> v) {
       agingClockIs(std::move(v));
-      return agingClock_.reactor.get();
+      return agingClock_.reactor();
    }
    void agingClockDel() { agingClockIs(nullptr); }
    Qor::Ptr<Interface::EthIntfStatusDir const> const& ethIntfStatusDir() const {
-      return ethIntfStatusDir_.object;
+      return ethIntfStatusDir_.object();
    }
    void ethIntfStatusDirIs(Qor::Ptr<Interface::EthIntfStatusDir const> v);
    QorEthIntfStatusDir* newEthIntfStatusDir(Qor::Ptr<Interface::EthIntfStatusDir const> v) {
       ethIntfStatusDirIs(std::move(v));
-      return ethIntfStatusDir_.reactor.get();
+      return ethIntfStatusDir_.reactor();
    }
    void ethIntfStatusDirDel() { ethIntfStatusDirIs(nullptr); }
    Qor::Ptr<Bfd::StatusPeer const> const& bfdAllPeerStatusDir() const {
       return bfdAllPeerStatusDir_;
    }
-   Qor::Ptr<Bfd::AppStatus> const& bfdAllPeerStatus() const { return bfdAllPeerStatus_.object; }
+   Qor::Ptr<Bfd::AppStatus> const& bfdAllPeerStatus() const { return bfdAllPeerStatus_.object(); }
    void bfdAllPeerStatusIs(Qor::Ptr<Bfd::AppStatus> v);
    QorBfdAllPeerStatus* newBfdAllPeerStatus(Qor::Ptr<Bfd::AppStatus> v) {
       bfdAllPeerStatusIs(std::move(v));
-      return bfdAllPeerStatus_.reactor.get();
+      return bfdAllPeerStatus_.reactor();
    }
    void bfdAllPeerStatusDel() { bfdAllPeerStatusIs(nullptr); }
    Qor::Ptr<Interface::AllIntfStatusDir const> const& allIntfStatusDir() const {
@@ -166,11 +165,11 @@ class QOR_PUBLIC AsyncMrouteSwitchSm final : public Qor::StateMachine {
    }
    // The fast-reroute clock: taken from the activity manager when a pass first has to yield; null
    // until then. Armed exactly while oif sets wait to be rewritten.
-   Qor::Ptr<Qor::Clock const> const& clock() const { return clock_.object; }
+   Qor::Ptr<Qor::Clock const> const& clock() const { return clock_.object(); }
    void clockIs(Qor::Ptr<Qor::Clock const> v);
    QorClock* newClock(Qor::Ptr<Qor::Clock const> v) {
       clockIs(std::move(v));
-      return clock_.reactor.get();
+      return clock_.reactor();
    }
    void clockDel() { clockIs(nullptr); }
 
@@ -247,22 +246,8 @@ class QOR_PUBLIC AsyncMrouteSwitchSm final : public Qor::StateMachine {
    void handleWildcardCounter();
 
  private:
-   // An input with its reactor.
-   template <class T, class Reactor>
-   struct Watched {
-      Qor::Ptr<T> object;
-      std::unique_ptr<Reactor> reactor;
-   };
-
    ~AsyncMrouteSwitchSm() override;
 
-   template <class T, class Reactor>
-   void watch(Watched<T, Reactor>& input, Qor::Ptr<T> object);
-   template <class Reactor>
-   void watchClock(Watched<Qor::Clock const, Reactor>& input, Qor::Ptr<Qor::Clock const> clock);
-   template <class K, class Reactor, class Entity>
-   void trackedIs(Qor::HashMap<K, std::unique_ptr<Reactor>>& reactors, K key,
-                  Qor::Ptr<Entity> const& entity);
    void syncEthIntfStatus();
    void syncBfdStatus();
    void syncMfibConfigVrf();
@@ -273,24 +258,23 @@ class QOR_PUBLIC AsyncMrouteSwitchSm final : public Qor::StateMachine {
                                   VrfId vrfId);
    Qor::U32 reviewRoute(Routing::Multicast::Fib::Hardware::RouteStatus& route, VrfId vrfId);
    void rewriteForFrr(MrouteLib::OifSetPtr const& oifSet);
-   void frrPositionDel();
 
-   Watched<AsyncMrouteSwitch, QorMrouteSwitch> mrouteSwitch_;
+   Qor::Watched<AsyncMrouteSwitch, QorMrouteSwitch> mrouteSwitch_;
    Qor::Ptr<IntfVlanId::Table const> const intfVlanIdTable_;
-   Watched<Routing::Multicast::Fib::VrfConfig const, QorMfibConfig> mfibConfig_;
+   Qor::Watched<Routing::Multicast::Fib::VrfConfig const, QorMfibConfig> mfibConfig_;
    Qor::Ptr<Routing::Multicast::Fib::Hardware::Status> const mfibHwStatus_;
    Qor::Ptr<VelHelper::AsyncMrouteHelper> const mrouteHelper_;
-   Watched<Qor::Clock const, QorZombieClock> zombieClock_;
-   Watched<Qor::Clock const, QorAgingClock> agingClock_;
-   Watched<Interface::EthIntfStatusDir const, QorEthIntfStatusDir> ethIntfStatusDir_;
+   Qor::WatchedClock<QorZombieClock> zombieClock_;
+   Qor::WatchedClock<QorAgingClock> agingClock_;
+   Qor::Watched<Interface::EthIntfStatusDir const, QorEthIntfStatusDir> ethIntfStatusDir_;
    Qor::Ptr<Bfd::StatusPeer const> const bfdAllPeerStatusDir_;
-   Watched<Bfd::AppStatus, QorBfdAllPeerStatus> bfdAllPeerStatus_;
+   Qor::Watched<Bfd::AppStatus, QorBfdAllPeerStatus> bfdAllPeerStatus_;
    Qor::Ptr<Interface::AllIntfStatusDir const> const allIntfStatusDir_;
    Qor::Ptr<Interface::AllIntfStatusLocalDir const> const allIntfStatusLocalDir_;
-   Watched<Qor::Clock const, QorClock> clock_;
-   Qor::HashMap<Lnet::IntfId, std::unique_ptr<QorEthIntfStatus>> ethIntfStatus_;
-   Qor::HashMap<Bfd::Peer, std::unique_ptr<QorBfdStatus>> bfdStatus_;
-   Qor::HashMap<Qor::Name, std::unique_ptr<QorMfibConfigVrf>> mfibConfigVrf_;
+   Qor::WatchedClock<QorClock> clock_;
+   Qor::ReactorColl<Lnet::IntfId, QorEthIntfStatus> ethIntfStatus_;
+   Qor::ReactorColl<Bfd::Peer, QorBfdStatus> bfdStatus_;
+   Qor::ReactorColl<Qor::Name, QorMfibConfigVrf> mfibConfigVrf_;
    Qor::Ptr<Bfd::AppRegistration> bfdVelAsyncMrouteSm_;
    bool initialized_ = false;
 };

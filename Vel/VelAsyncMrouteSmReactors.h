@@ -6,14 +6,10 @@
 
 namespace Vel::Mroute {
 
-// The back pointer. Once it is null, the reactor is on its way out and calls nobody.
-class AsyncMrouteSwitchSmReactor {
+class AsyncMrouteSwitchSmReactor : public Qor::OwnedReactor<AsyncMrouteSwitchSm> {
  public:
-   AsyncMrouteSwitchSm* asyncMrouteSwitchSm() const { return sm_; }
-   void asyncMrouteSwitchSmIs(AsyncMrouteSwitchSm* sm) { sm_ = sm; }
-
- private:
-   AsyncMrouteSwitchSm* sm_ = nullptr;
+   AsyncMrouteSwitchSm* asyncMrouteSwitchSm() const { return owner(); }
+   void asyncMrouteSwitchSmIs(AsyncMrouteSwitchSm* sm) { ownerIs(sm); }
 };
 
 class AsyncMrouteSwitchSm::QorMrouteSwitch final : public AsyncMrouteSwitch::Notifiee,
