@@ -216,7 +216,7 @@ void MrouteSwitch::handleVerify() {
    }
    for (auto it = boundary().begin(); it != boundary().end();) {
       auto const [handle, bnd] = *it;
-      VEL_TRACE(2, "Verifying boundary" << handle);
+      VEL_TRACE(2, "Verifying boundary");
       mrouteHelper_->verifyMrouteBoundary(switchId(), bnd->vrfId(), bnd);
       it = boundary().upperBound(handle);
    }

@@ -93,8 +93,7 @@ void MrouteSwitch::zombieLifetimeIs(Qor::Seconds v) {
 }
 
 void MrouteSwitch::requestVerify() const {
-   auto const verifyData = acsd_ ? acsd_->verifyData() : nullptr;
-   if (verifyData && verifyData->verifyRequired()) verifyData->doRequestVerify();
+   if (acsd_) acsd_->requestVerify();
 }
 
 void MrouteSwitch::zombieOifSetIs(RecordPtr record) {

@@ -23,6 +23,10 @@ class VelCommonSmData final : public Qor::Entity<VelCommonSmData, Qor::NamedEnti
    void verifyDataIs(Qor::Ptr<VerifyData> v) {
       attrIs<&Notifiee::onVerifyData>(verifyData_, std::move(v));
    }
+   // Has a change that was made in hardware verified, while the agent wants that.
+   void requestVerify() const {
+      if (verifyData_ && verifyData_->verifyRequired()) verifyData_->doRequestVerify();
+   }
 
  private:
    ~VelCommonSmData() override = default;

@@ -1,0 +1,170 @@
+// Activity polling of the synchronous per-switch reactor: at the configured interval the hit bits
+// of all routes are read, a time-boxed slice at a time, and the routes that were hit are stamped in
+// the hardware status, so that the routing layer can age the others.
+#include <algorithm>
+#include <utility>
+
+#include "Vel/VelRouteWalk.h"
+#include "Vel/VelSyncMrouteSm.h"
+
+namespace Vel {
+
+using Bridging::VlanIdOrNone;
+using Routing::Multicast::Fib::IpGenRouteKey;
+using Routing::Multicast::Fib::Hardware::RouteStatus;
+
+namespace {
+
+constexpr char velTraceSource[] = "VelSyncMrouteSm";
+
+// The last route reviewed, and by whom; the next slice goes on behind it, at the end too. One for
+// the process; see the header.
+struct ReviewPosition {
+   RoutePosition route;
+   MrouteSwitchSm const* reactor = nullptr;  // null: no review is under way
+};
+
+ReviewPosition& reviewPosition() {
+   static auto* const position = new ReviewPosition;
+   return *position;
+}
+
+bool isArmed(Qor::Ptr<Qor::Clock const> const& clock) {
+   return clock && clock->timeMin() <= Qor::maxFinite;
+}
+
+}  // namespace
+
+// The next review begins anew, if the one under way is this reactor's.
+void MrouteSwitchSm::reviewStopped() const {
+   if (reviewPosition().reactor == this) reviewPosition() = {};
+}
+
+void MrouteSwitchSm::maybeScheduleAgingReview() {
+   Qor::U32 const mroutes = mrouteSwitch()->route().size();
+   VEL_TRACE(7, "maybeScheduleAgingReview"
+                      << ", Mroutes: " << mroutes);
+   if (mroutes != 0) {
+      if (isArmed(agingClock()) || !mfibConfig()) return;
+      unsigned const interval = mfibConfig()->activityPollingInterval();
+      VEL_TRACE(5, "First mroute, enabling aging review in " << interval << 's');
+      agingClock_.arm(Qor::now() + interval);
+   } else if (!isArmed(agingClock())) {
+      VEL_TRACE(6, "Kick review to program the unprogrammed multicast routes if any");
+      mrouteSwitch()->mrouteReviewKickIs(mrouteSwitch()->mrouteReviewKick() + 1);
+   } else {
+      VEL_TRACE(5, "Last mroute, disabling aging review");
+      agingClock_.arm(Qor::never);
+      reviewStopped();
+      if (mfibHwStatus() && !mfibHwStatus()->hwRouting() && l3Status()) {
+         l3Status()->waitForRoutingDisabledRefCntInc(1);
+      }
+   }
+}
+
+void MrouteSwitchSm::handlePollingInterval() {
+   if (!mfibConfig()) return;
+   Qor::U8 const interval = mfibConfig()->activityPollingInterval();
+   VEL_TRACE(6, "handlePollingInterval"
+                      << ", polling interval: " << unsigned{interval} << 's');
+   if (!initialized()) return;
+   if (isArmed(agingClock())) agingClock_.arm(Qor::now());
+   if (mfibHwStatus()) mfibHwStatus()->pollingIntervalIs(interval);
+}
+
+void MrouteSwitchSm::doRouteAgingReview() {
+   VEL_TRACE(7, "doRouteAgingReview");
+   if (!initialized()) return;
+   if (!mfibHwStatus() || !mfibConfig()) {
+      agingClock_.arm(Qor::never);
+      reviewStopped();
+      return;
+   }
+   Qor::Ptr<MrouteSwitchSm> const self(references() ? this : nullptr);
+   Qor::Ptr<MrouteSwitch> const chip = mrouteSwitch();
+   ReviewPosition const last = std::exchange(reviewPosition(), {});
+   if (last.reactor) VEL_TRACE(6, "Current routeIter: " << last.route.routeKey);
+   bool const goesOn = last.reactor && mfibHwStatus()->vrfStatus(last.route.vrfName);
+   if (!goesOn) {
+      VEL_TRACE(6, "VrfItr not found - restarting review and refreshing the cache");
+      if (mrouteHelper() && mrouteHelper()->mrouteHitBitCacheRefresh(chip->switchId()) ==
+                                  VelHelper::MrouteSmHelper::hitBitCacheBusy) {
+         // The clock has fired and is not set again: it asks once more by itself.
+         VEL_TRACE(6, "cmdInProgress_ ");
+         return;
+      }
+   }
+   Qor::Seconds const deadline = Qor::now() + agingReviewQuota();
+   Qor::U32 reviewed = 0;
+   Qor::U16 vrfId = 0;
+   auto const enterVrf = [&](L3::VrfName const& vrfName) {
+      VEL_TRACE(5, "Iterating VRF " << vrfName);
+      Qor::U32 const id = l3Status() ? l3Status()->vrfNameToVrfId(vrfName.name()).value() : 0;
+      QOR_ASSERT(id <= 0xFFFF);
+      vrfId = static_cast<Qor::U16>(id);
+      return true;
+   };
+   auto const visit = [&](L3::VrfName const& vrfName, RouteStatus& route) {
+      reviewRoute(route, vrfId);
+      ++reviewed;
+      if (Qor::now() <= deadline) return true;
+      VEL_TRACE(6, "Route aging review quota reached (reviewed " << reviewed << " routes)");
+      reviewPosition() = {{vrfName, route.key()}, this};
+      return false;
+   };
+   if (!walkRoutes(*mfibHwStatus(), goesOn ? last.route : RoutePosition(), WalkFrom::behindPosition,
+                   enterVrf, visit)) {
+      agingClock_.arm(Qor::now() + std::max(agingReviewInterval(), Qor::Clock::retryGap));
+      return;
+   }
+   VEL_TRACE(6, "Review completed");
+   if (mrouteHelper()) {
+      mrouteHelper()->doCommitMrouteBatch();
+      mrouteHelper()->mrouteHitBitCacheClear(chip->switchId());
+   }
+   agingClock_.arm(Qor::now() + mfibConfig()->activityPollingInterval());
+   VEL_TRACE(6, "Kick off a new Mroute review in the MrouteProgrammer");
+   chip->mrouteReviewKickIs(chip->mrouteReviewKick() + 1);
+}
+
+// A route that the switch does not hold is asked about all the same: the chip may.
+bool MrouteSwitchSm::isHit(IpGenRouteKey const& key, VlanIdOrNone vlan, Qor::U16 vrfId) const {
+   return mrouteHelper() &&
+          mrouteHelper()->mrouteHitBit(mrouteSwitch()->switchId(), vrfId, key, vlan, false);
+}
+
+void MrouteSwitchSm::reviewRoute(RouteStatus& route, Qor::U16 vrfId) {
+   IpGenRouteKey const& key = route.key();
+   VEL_TRACE(7, "Aging review: polling state for route " << key);
+   VlanIdOrNone const vlan = vlanOf(route.acceptingIntfId());
+   if (vlan.isNone()) {
+      VEL_TRACE(7, "No accepting vlan for the route. Check fastdrops");
+   } else {
+      auto const mroute =
+            mrouteSwitch()->route(mrouteSwitch()->routeKeyToHandle(RouteKeyVlanId(key, vlan)));
+      bool const forced = mroute && mroute->noAge();
+      if (forced) VEL_TRACE(5, " Forcing hit for " << key);
+      if (forced || isHit(key, vlan, vrfId)) {
+         VEL_TRACE(5, "Updating activity bits for route " << key);
+         route.lastPollTimeIs(Qor::now());
+      }
+   }
+   auto const& fastdrops = route.fastdropLastPollTime();
+   for (auto entry = fastdrops.begin(); entry != fastdrops.end();) {
+      Qor::Name const intfName = entry->first;
+      VEL_TRACE(7, "Reviewing fastdrop " << intfName);
+      VlanIdOrNone const fastdropVlan = vlanOf(Lnet::IntfId(intfName));
+      if (!fastdropVlan.isNone() && isHit(key, fastdropVlan, vrfId)) {
+         VEL_TRACE(5, "Updating activity bits for fastdrop route" << key << " on vlan "
+                                                                  << fastdropVlan);
+         route.fastdropLastPollTimeIs(intfName, Qor::now());
+      }
+      entry = fastdrops.upperBound(intfName);
+   }
+}
+
+VlanIdOrNone MrouteSwitchSm::vlanOf(Lnet::IntfId intfId) const {
+   return intfVlanIdTable() ? intfVlanIdTable()->intfIdToVlanId(intfId) : VlanIdOrNone();
+}
+
+}  // namespace Vel

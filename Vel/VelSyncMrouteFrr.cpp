@@ -1,0 +1,110 @@
+// Fast reroute of the synchronous per-switch reactor. A failure moves the oif sets it hits from the
+// switch's frrMtableOifSet to frrProcessingOifSet; passes on a clock then rewrite them in place,
+// under the same index, so that every route that has it follows at once.
+#include "Qor/Blip.h"
+#include "Vel/VelMrouteFrr.h"
+#include "Vel/VelSyncMrouteSmReactors.h"
+
+namespace Vel {
+
+using MrouteLib::OifSetPtr;
+using MrouteLib::PortVlanSet;
+
+namespace {
+
+constexpr char velTraceSource[] = "VelSyncMrouteSm";
+
+}  // namespace
+
+void MrouteSwitchSm::QorEthIntfStatus::handleOperStatus() {
+   if (!mrouteSwitchSm()->initialized()) {
+      VEL_TRACE(2, "SM uninitialized, ignore event");
+      return;
+   }
+   Lnet::IntfId const intf = status_->intfId();
+   Interface::IntfOperStatus const status = status_->operStatus();
+   VEL_TRACE(2, "handleOperStatus");
+   VEL_TRACE(8, "Intf: " << intf << ", operStatus: " << status);
+   VEL_BLIP("MrouteSwitchSm::handleOperStatus, intf: %s, status: %s", intf, status);
+   if (startsReroute(status)) mrouteSwitchSm()->updateFrrMtableOif(intf);
+}
+
+void MrouteSwitchSm::updateFrrMtableOif(Lnet::IntfId intfId) {
+   Qor::Ptr<MrouteSwitchSm> const self(references() ? this : nullptr);
+   Qor::Ptr<MrouteSwitch> const chip = mrouteSwitch();
+   auto const& armed = chip->frrMtableOifSet();
+   VEL_TRACE(8,
+             __PRETTY_FUNCTION__ << " FrrSwitch from " << intfId << ", frrOifs " << armed.size());
+   for (auto entry = armed.begin(); entry != armed.end();) {
+      OifSetPtr const oifSet = entry->first;
+      PortVlanSet const& set = oifSet->portVlanSet();
+      if (!reroutedOn(set, intfId)) {
+         VEL_TRACE(8, " skip frrMtableOif " << set);
+         if (set.currentIif() != intfId) {
+            VEL_BLIP(" skip Frr, currentIif %s", set.currentIif());
+         } else {
+            VEL_BLIP("No need for inplace update, invalid currentIif: %s, or portVlanFrrs: %s",
+                     set.currentIif().isNull(), set.portVlanFrr().size());
+         }
+         ++entry;
+         continue;
+      }
+      auto const record = chip->inUseRecord(oifSet);
+      bool const live = record && !record->zombie().isZombie();
+      if (live) record->dirtyIs(true);
+      chip->frrMtableOifSetDel(oifSet);
+      entry = armed.resume(entry);
+      if (live) chip->frrProcessingOifSetIs(oifSet, record.get());
+   }
+   handleClock();
+}
+
+void MrouteSwitchSm::handleClock() {
+   Qor::Ptr<MrouteSwitchSm> const self(references() ? this : nullptr);
+   Qor::Ptr<MrouteSwitch> const chip = mrouteSwitch();
+   auto& position = FrrPosition<MrouteSwitchSm>::ofProcess();
+   OifSetPtr const from = position.oifSet;
+   Qor::Seconds const deadline = Qor::now() + frrPassBudget;
+   VEL_TRACE(8, __PRETTY_FUNCTION__ << "review FrrProcessingOifSet: " << from);
+   auto const& waiting = chip->frrProcessingOifSet();
+   OifSetPtr const next = frrPass(waiting, from, deadline, [&](OifSetPtr const& oifSet) {
+      rewriteForFrr(oifSet);
+      chip->frrProcessingOifSetDel(oifSet);
+   });
+   if (next) {
+      if (!clock()) clockIs(Qor::activityManager()->config()->clock());
+      position = {next, this};
+      clock_.arm(Qor::now());
+   } else {
+      FrrPosition<MrouteSwitchSm>::clear(this);
+      clock_.arm(Qor::never);
+   }
+}
+
+// Rewrites an oif set that waits, unless its record has gone or became a zombie.
+void MrouteSwitchSm::rewriteForFrr(OifSetPtr const& oifSet) {
+   MrouteSwitch& chip = *mrouteSwitch();
+   auto const velMtableOifSet = chip.record(oifSet, chip.frrProcessingOifSet(oifSet));
+   if (!velMtableOifSet || !chip.inUseOifSet().find(oifSet) ||
+       velMtableOifSet->zombie().isZombie()) {
+      return;
+   }
+   QOR_ASSERT(velMtableOifSet->dirty());
+   PortVlanSet const pvSet = frrReplacement(
+         oifSet->portVlanSet(), [](auto const& member) { VEL_TRACE(8, "add port " << member); });
+   VEL_TRACE(8, "original pvSet" << oifSet->portVlanSet());
+   Qor::U32 const oifSetIndex = velMtableOifSet->oifSetIndex();
+   VEL_TRACE(8, __PRETTY_FUNCTION__ << ": Overwrite with new pvSet " << pvSet
+                                    << " to oifSetIndex: " << oifSetIndex);
+   VEL_BLIP("MrouteSwitchSm::handleClock Overwrite with pvSet %s to oifSetIndex: %s",
+            pvSet.pretty(), oifSetIndex);
+   if (!mrouteHelper()) return;
+   OifSetPtr const rewritten = Qor::make<MrouteLib::OifSet>(nullptr, pvSet);
+   if (mrouteHelper()->doAllocateMtableOifSet(chip.switchId(), oifSetIndex, rewritten) !=
+       oifSetIndex) {
+      VEL_TRACE(8, __PRETTY_FUNCTION__ << ": HW resource full ");
+      VEL_BLIP("MrouteSwitchSm::handleClockHW resource full");
+   }
+}
+
+}  // namespace Vel

@@ -1,0 +1,314 @@
+// Set-up of the synchronous per-switch reactor, room for routes, the zombie clock, and clean-up.
+#include "Vel/VelSyncMrouteSm.h"
+
+#include <cmath>
+#include <utility>
+
+#include "Qor/Blip.h"
+#include "Vel/VelMrouteFrr.h"
+#include "Vel/VelSyncMrouteSmReactors.h"
+
+namespace Vel {
+
+namespace {
+
+constexpr char velTraceSource[] = "VelSyncMrouteSm";
+constexpr char smType[] = "Vel::MrouteSwitchSm";
+
+bool isDuration(Qor::Seconds v) {
+   return v >= 0 && std::isfinite(v);
+}
+
+}  // namespace
+
+MrouteSwitchSm::MrouteSwitchSm(
+      Qor::U32 switchId, Qor::Ptr<VelCommonSmData> acsd, Qor::Ptr<L3Status> l3Status,
+      Qor::Ptr<MrouteSwitch> mrouteSwitch, Qor::Ptr<IntfVlanId::Table const> intfVlanIdTable,
+      Qor::Ptr<Routing::Multicast::Fib::VrfConfig const> mfibConfig,
+      Qor::Ptr<Routing::Multicast::Fib::Hardware::Status> mfibHwStatus,
+      Qor::Ptr<VelHelper::MrouteSmHelper> mrouteHelper, Qor::Ptr<Qor::Clock const> zombieClock,
+      Qor::Ptr<Qor::Clock const> agingClock,
+      Qor::Ptr<Interface::EthIntfStatusDir const> ethIntfStatusDir,
+      Qor::Ptr<Interface::AllIntfStatusDir const> allIntfStatusDir,
+      Qor::Ptr<Interface::AllIntfStatusLocalDir const> allIntfStatusLocalDir)
+      : StateMachine("MrouteSwitchSm"),
+        switchId_(switchId),
+        intfVlanIdTable_(std::move(intfVlanIdTable)),
+        mfibHwStatus_(std::move(mfibHwStatus)),
+        mrouteHelper_(std::move(mrouteHelper)),
+        allIntfStatusDir_(std::move(allIntfStatusDir)),
+        allIntfStatusLocalDir_(std::move(allIntfStatusLocalDir)) {
+   acsd_.is(this, std::move(acsd));
+   l3Status_.is(this, std::move(l3Status));
+   mrouteSwitchIs(std::move(mrouteSwitch));
+   mfibConfig_.is(this, std::move(mfibConfig));
+   zombieClock_.is(this, std::move(zombieClock));
+   agingClock_.is(this, std::move(agingClock));
+   ethIntfStatusDir_.is(this, std::move(ethIntfStatusDir));
+   syncEthIntfStatus();
+   handleClock();
+   if (this->acsd()) verifyDataIs(this->acsd()->verifyData());
+   handleInitialized();
+}
+
+// The clocks are the owner's, but what armed them goes: a clock left armed would fire for nobody.
+MrouteSwitchSm::~MrouteSwitchSm() {
+   doCleanup();
+   zombieClock_.arm(Qor::never);
+   agingClock_.arm(Qor::never);
+   clock_.arm(Qor::never);
+   reviewStopped();
+   FrrPosition<MrouteSwitchSm>::clear(this);
+   acsd_.release();
+   l3Status_.release();
+   mrouteSwitch_.release();
+   mfibConfig_.release();
+   zombieClock_.release();
+   agingClock_.release();
+   ethIntfStatusDir_.release();
+   clock_.release();
+   verifyData_.release();
+   ethIntfStatus_.release();
+}
+
+Qor::Ptr<MrouteSwitchSm> MrouteSwitchSmIs(
+      Qor::U32 switchId, Qor::Ptr<VelCommonSmData> acsd, Qor::Ptr<L3Status> l3Status,
+      Qor::Ptr<MrouteSwitch> mrouteSwitch, Qor::Ptr<IntfVlanId::Table const> intfVlanIdTable,
+      Qor::Ptr<Routing::Multicast::Fib::VrfConfig const> mfibConfig,
+      Qor::Ptr<Routing::Multicast::Fib::Hardware::Status> mfibHwStatus,
+      Qor::Ptr<VelHelper::MrouteSmHelper> mrouteHelper, Qor::Ptr<Qor::Clock const> zombieClock,
+      Qor::Ptr<Qor::Clock const> agingClock,
+      Qor::Ptr<Interface::EthIntfStatusDir const> ethIntfStatusDir,
+      Qor::Ptr<Interface::AllIntfStatusDir const> allIntfStatusDir,
+      Qor::Ptr<Interface::AllIntfStatusLocalDir const> allIntfStatusLocalDir) {
+   return Qor::make<MrouteSwitchSm>(switchId, std::move(acsd), std::move(l3Status),
+                                    std::move(mrouteSwitch), std::move(intfVlanIdTable),
+                                    std::move(mfibConfig), std::move(mfibHwStatus),
+                                    std::move(mrouteHelper), std::move(zombieClock),
+                                    std::move(agingClock), std::move(ethIntfStatusDir),
+                                    std::move(allIntfStatusDir), std::move(allIntfStatusLocalDir));
+}
+
+// ---- Inputs and settings ----
+
+void MrouteSwitchSm::acsdIs(Qor::Ptr<VelCommonSmData> v) {
+   acsd_.is(this, v);
+   verifyDataIs(v ? v->verifyData() : nullptr);
+}
+
+MrouteSwitchSm::QorAcsd* MrouteSwitchSm::newAcsd(Qor::Ptr<VelCommonSmData> v) {
+   acsdIs(std::move(v));
+   return acsd_.reactor();
+}
+
+void MrouteSwitchSm::l3StatusIs(Qor::Ptr<L3Status> v) {
+   l3Status_.is(this, std::move(v));
+}
+
+MrouteSwitchSm::QorL3Status* MrouteSwitchSm::newL3Status(Qor::Ptr<L3Status> v) {
+   l3StatusIs(std::move(v));
+   return l3Status_.reactor();
+}
+
+void MrouteSwitchSm::mrouteSwitchIs(Qor::Ptr<MrouteSwitch> v) {
+   if (!v) Qor::throwNullParameter(smType, "mrouteSwitch");
+   mrouteSwitch_.is(this, std::move(v));
+}
+
+MrouteSwitchSm::QorMrouteSwitch* MrouteSwitchSm::newMrouteSwitch(Qor::Ptr<MrouteSwitch> v) {
+   mrouteSwitchIs(std::move(v));
+   return mrouteSwitch_.reactor();
+}
+
+void MrouteSwitchSm::mfibConfigIs(Qor::Ptr<Routing::Multicast::Fib::VrfConfig const> v) {
+   mfibConfig_.is(this, std::move(v));
+}
+
+MrouteSwitchSm::QorMfibConfig* MrouteSwitchSm::newMfibConfig(
+      Qor::Ptr<Routing::Multicast::Fib::VrfConfig const> v) {
+   mfibConfigIs(std::move(v));
+   return mfibConfig_.reactor();
+}
+
+void MrouteSwitchSm::zombieClockIs(Qor::Ptr<Qor::Clock const> v) {
+   zombieClock_.is(this, std::move(v));
+   handleZombie();
+}
+
+MrouteSwitchSm::QorZombieClock* MrouteSwitchSm::newZombieClock(Qor::Ptr<Qor::Clock const> v) {
+   zombieClockIs(std::move(v));
+   return zombieClock_.reactor();
+}
+
+void MrouteSwitchSm::agingClockIs(Qor::Ptr<Qor::Clock const> v) {
+   agingClock_.is(this, std::move(v));
+   if (initialized() && !mrouteSwitch()->route().empty()) maybeScheduleAgingReview();
+}
+
+MrouteSwitchSm::QorAgingClock* MrouteSwitchSm::newAgingClock(Qor::Ptr<Qor::Clock const> v) {
+   agingClockIs(std::move(v));
+   return agingClock_.reactor();
+}
+
+void MrouteSwitchSm::ethIntfStatusDirIs(Qor::Ptr<Interface::EthIntfStatusDir const> v) {
+   ethIntfStatusDir_.is(this, std::move(v));
+   syncEthIntfStatus();
+}
+
+MrouteSwitchSm::QorEthIntfStatusDir* MrouteSwitchSm::newEthIntfStatusDir(
+      Qor::Ptr<Interface::EthIntfStatusDir const> v) {
+   ethIntfStatusDirIs(std::move(v));
+   return ethIntfStatusDir_.reactor();
+}
+
+void MrouteSwitchSm::clockIs(Qor::Ptr<Qor::Clock const> v) {
+   clock_.is(this, std::move(v));
+   if (!mrouteSwitch()->frrProcessingOifSet().empty()) clock_.arm(Qor::now());
+}
+
+MrouteSwitchSm::QorClock* MrouteSwitchSm::newClock(Qor::Ptr<Qor::Clock const> v) {
+   clockIs(std::move(v));
+   return clock_.reactor();
+}
+
+void MrouteSwitchSm::verifyDataIs(Qor::Ptr<VerifyData const> v) {
+   verifyData_.is(this, std::move(v));
+}
+
+MrouteSwitchSm::QorVerifyData* MrouteSwitchSm::newVerifyData(Qor::Ptr<VerifyData const> v) {
+   verifyDataIs(std::move(v));
+   return verifyData_.reactor();
+}
+
+void MrouteSwitchSm::agingReviewIntervalIs(Qor::Seconds v) {
+   if (!isDuration(v)) {
+      Qor::throwRange("MrouteSwitchSm::agingReviewInterval < 0 or not finite not allowed");
+   }
+   agingReviewInterval_ = v;
+}
+
+void MrouteSwitchSm::agingReviewQuotaIs(Qor::Seconds v) {
+   if (!isDuration(v)) {
+      Qor::throwRange("MrouteSwitchSm::agingReviewQuota < 0 or not finite not allowed");
+   }
+   agingReviewQuota_ = v;
+}
+
+MrouteSwitchSm::QorEthIntfStatus* MrouteSwitchSm::ethIntfStatus(Lnet::IntfId intfId) const {
+   return ethIntfStatus_.find(intfId);
+}
+
+Qor::U32 MrouteSwitchSm::ethIntfStatuses() const {
+   return ethIntfStatus_.size();
+}
+
+void MrouteSwitchSm::ethIntfStatusIs(EthIntfStatusPtr status) {
+   if (!status) Qor::throwNullParameter(smType, "ethIntfStatus");
+   ethIntfStatus_.is(this, status->intfId(), status);
+}
+
+void MrouteSwitchSm::ethIntfStatusDel(Lnet::IntfId intfId) {
+   ethIntfStatus_.del(intfId);
+}
+
+void MrouteSwitchSm::syncEthIntfStatus() {
+   auto const directory = ethIntfStatusDir();
+   ethIntfStatus_.sync(directory ? &directory->intfStatus() : nullptr,
+                       [this](auto const& member) { ethIntfStatusIs(member); });
+}
+
+void MrouteSwitchSm::QorEthIntfStatusDir::onIntfStatus(Lnet::IntfId intfId) {
+   auto const status = notifier()->intfStatus(intfId);
+   if (status) {
+      mrouteSwitchSm()->ethIntfStatusIs(status);
+   } else {
+      mrouteSwitchSm()->ethIntfStatusDel(intfId);
+   }
+}
+
+// ---- Life ----
+
+void MrouteSwitchSm::handleInitialized() {
+   VEL_TRACE(4, "handleInitialized"
+                      << ", state machine # " << switchId());
+   if (initialized()) return;
+   initialized_ = true;
+   zombieClock_.arm(Qor::never);
+   agingClock_.arm(Qor::never);
+   handlePollingInterval();
+   // What was there before this reactor would otherwise wait for the next change.
+   if (!mrouteSwitch()->zombieOifSet().empty()) handleZombie();
+   if (!mrouteSwitch()->route().empty()) maybeScheduleAgingReview();
+}
+
+void MrouteSwitchSm::doCleanup() {
+   VEL_TRACE(4, "doCleanup"
+                      << ", state machine # " << switchId());
+   Qor::Ptr<MrouteSwitch> const chip = mrouteSwitch();
+   chip->deletedIs(true);
+   auto const& zombies = chip->zombieOifSet();
+   for (Qor::U32 count = 0; !zombies.empty(); ++count) {
+      auto const [key, record] = *zombies.begin();
+      VEL_TRACE(4, "Deleting zombie oifSetIndex: " << record->oifSetIndex() << ", iter " << count);
+      VEL_BLIP("doCleanup, Delete zombie oifSetIndex: %s", record->oifSetIndex());
+      chip->zombieOifSetDel(key);
+   }
+}
+
+void MrouteSwitchSm::handleVerify() {
+   VEL_TRACE(9, "handleVerify"
+                      << ", state machine # " << switchId());
+   if (initialized() && !disableVerify()) mrouteSwitch()->handleVerify();
+}
+
+// ---- Room for routes ----
+
+void MrouteSwitchSm::maybeScheduleRoutesReview() {
+   Qor::Ptr<MrouteSwitchSm> const self(references() ? this : nullptr);
+   if (!mrouteSwitch()->mrouteTcamFree() && mrouteHelper() &&
+       !mrouteHelper()->mrouteFull(switchId())) {
+      VEL_TRACE(5, "Free space now available in the mroute table");
+      mrouteSwitch()->mrouteTcamFreeIs(true);
+   }
+   maybeScheduleAgingReview();
+}
+
+// ---- Zombies ----
+
+void MrouteSwitchSm::handleZombie() {
+   VEL_TRACE(6, "handleZombie");
+   if (!initialized()) return;
+   if (mrouteSwitch()->deleted()) {
+      VEL_TRACE(6, "MrouteSwitch marked for deletion - skipping zombie handling");
+      return;
+   }
+   auto const& zombies = mrouteSwitch()->zombieOifSet();
+   if (!zombies.empty()) {
+      MtableOifSet const& first = *zombies.begin()->second;
+      VEL_TRACE(5, "Setting timer for oifSetIndex: " << first.oifSetIndex());
+      VEL_BLIP("handleZombie, Set timer for zombie oifSetIndex: %s", first.oifSetIndex());
+      zombieClock_.arm(first.zombie().expiryTime());
+   } else {
+      zombieClock_.arm(Qor::never);
+      VEL_TRACE(5, "Resetting zombie timer");
+   }
+   if (acsd()) acsd()->requestVerify();
+}
+
+void MrouteSwitchSm::handleZombieClock() {
+   VEL_TRACE(6, "handleZombieClock");
+   if (!initialized()) return;
+   Qor::Ptr<MrouteSwitchSm> const self(references() ? this : nullptr);
+   Qor::Ptr<MrouteSwitch> const chip = mrouteSwitch();
+   auto const& zombies = chip->zombieOifSet();
+   while (!zombies.empty()) {
+      auto const& [key, record] = *zombies.begin();
+      if (record->zombie().expiryTime() > Qor::now()) break;
+      VEL_TRACE(5, "Removing zombie OifSetIndex: " << record->oifSetIndex());
+      VEL_BLIP("handleZombieClock %s", record->oifSetIndex());
+      chip->zombieOifSetDel(key);
+   }
+   handleZombie();
+}
+
+}  // namespace Vel
