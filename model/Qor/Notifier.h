@@ -97,22 +97,14 @@ class QOR_PUBLIC Notifier {
    struct Walk {
       // A walk takes itself off its notifier when it ends. The optimizer warns of the path on which
       // the notifier has gone before, where nothing is left that could refer to the walk.
-#if __GNUC__ >= 12 && !defined(__clang__)
 #pragma GCC diagnostic push
+#if __GNUC__ >= 12 && !defined(__clang__)
 #pragma GCC diagnostic ignored "-Wdangling-pointer"
 #endif
       explicit Walk(Notifier* n) : notifier(n), outer(n->walks_), next(n->head_), last(n->tail_) {
-// The walk leaves the notifier before it goes, which the compiler cannot see.
-#pragma GCC diagnostic push
-#if defined(__GNUC__) && !defined(__clang__)
-#pragma GCC diagnostic ignored "-Wdangling-pointer"
-#endif
          n->walks_ = this;
-#pragma GCC diagnostic pop
       }
-#if __GNUC__ >= 12 && !defined(__clang__)
 #pragma GCC diagnostic pop
-#endif
       ~Walk() {
          if (notifier) notifier->walks_ = outer;
       }
