@@ -230,29 +230,38 @@ TEST_F(AsyncSmLife, AClockThatReplacesAnotherTakesItsPlace) {
    EXPECT_TRUE(switch_->zombieOifSet().empty());
 }
 
-// The service takes its sessions back when the application goes.
+// The service has a session that is down for whoever registers, and takes it back when the
+// application goes.
 class BfdService final : public Bfd::StatusPeer::Notifiee {
  public:
    explicit BfdService(Inputs const& in) : app_(in.bfdAllPeerStatus) {
       notifierIs(in.bfdAllPeerStatusDir);
    }
    void onRegistration(Qor::U32 number) override {
-      if (!notifier()->registration(number).appStatus) app_->peerStatusDel(peer(1));
+      if (notifier()->registration(number).appStatus) {
+         app_->newPeerStatus(peer(1))->statusIs(Bfd::OperState::down);
+      } else {
+         app_->peerStatusDel(peer(1));
+      }
    }
 
  private:
    Qor::Ptr<Bfd::AppStatus> const app_;
 };
 
-TEST_F(AsyncSmLife, GoesInPeaceWhileTheServiceTakesItsSessionsBack) {
+// Both while the reactor is being made, and while it goes.
+TEST_F(AsyncSmLife, TheServiceFillsTheStatusAtRegistrationAndTakesItsSessionsBack) {
    BfdService const service(inputs_);
+   Route route = program(1, set({2}, 1, {3}));
    for (bool initialized : {true, false}) {
-      inputs_.bfdAllPeerStatus->newPeerStatus(peer(1));
       sm_ = inputs_.sm(switch_);
+      EXPECT_EQ(sm_->bfdStatus(peer(1))->peerState(), Bfd::OperState::down);
+      EXPECT_EQ(receivers(1), "et3");
       sm_->initializedIs(initialized);
       sm_ = nullptr;
       EXPECT_TRUE(inputs_.bfdAllPeerStatus->peerStatus().empty());
    }
+   withdraw(route);
 }
 
 TEST_F(AsyncSmLife, CleanUpMarksTheSwitchAndTakesItsZombiesUnlessItNeverInitialized) {
