@@ -97,7 +97,8 @@ void AsyncMrouteSwitchSm::QorBfdStatus::handleBfdStatus() {
       sm->updateFrrMtableOif(intf);
       if (sm->bfdStatus(key) != this) return;
    }
-   peerStateIs(state);
+   // Read again: the session may have recovered during the reroute.
+   peerStateIs(status_->status());
 }
 
 void AsyncMrouteSwitchSm::updateFrrMtableOif(Lnet::IntfId intfId) {

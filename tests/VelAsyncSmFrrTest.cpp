@@ -142,6 +142,20 @@ TEST_F(AsyncSmFrr, ASessionReroutesOnceForEachTimeItComesDown) {
    }
 }
 
+// It comes back while its reroute is under way, and fails again.
+TEST_F(AsyncSmFrr, ASessionThatRecoversDuringItsRerouteMayFailAgain) {
+   covered(0, 1);
+   start();
+   onHook_ = [&](std::string_view hook) {
+      if (hook == "doUpdateMulticastGroupInPlace") session().statusIs(OperState::up);
+   };
+   session().statusIs(OperState::down);
+   EXPECT_EQ(sm_->bfdStatus(session().peer())->peerState(), OperState::up);
+   covered(1, 2);
+   session().statusIs(OperState::down);
+   EXPECT_EQ(receiversOfAll(), "et3,et3");
+}
+
 TEST_F(AsyncSmFrr, WhatASessionTellsIsTraced) {
    covered(0, 1);
    start();
