@@ -1,7 +1,7 @@
 // Freeing records: what becomes of them, zombies, and the end of the switch.
 #include <functional>
 
-#include "VelAsyncRecorder.h"
+#include "VelAsyncTestSupport.h"
 
 namespace velAsync {
 namespace {
@@ -10,7 +10,7 @@ namespace {
 struct Watcher final : AsyncMrouteSwitch::Notifiee {
    explicit Watcher(Journal& j) : journal(j) {}
    void tell(char const* what) {
-      journal.add(cat("told ", what, '\n'));
+      journal.add(cat("told ", what));
       if (then) then(what);
    }
    void onMcastIdToOifSet(Qor::U32) override { tell("mcastIdToOifSet"); }
@@ -69,7 +69,7 @@ hook doScheduleVerify
 TEST_F(VelAsyncFreeing, AUsedSetWaitsAsAZombieAndIsFreedByItsPurge) {
    RecordPtr record = allocateUsed(oifSet());
    std::string const name = cat(*record);
-   pass(4.5);
+   time_->advance(4.5);
    record = nullptr;
    expectLines(cat("2 Adding zombie ", name, " with mcastId: 100\nhook doScheduleVerify"));
    record = sw_->zombieOifSet(ZombieKey(100, 7.5));
@@ -101,8 +101,7 @@ TEST_F(VelAsyncFreeing, TheFirstMatchingRowDecides) {
       } else if (switchDeleted) {
          expectLines("2 MrouteSwitch deletion, skipping delayed deletion");
       }
-      TearDown();
-      SetUp();
+      begin();
    }
 }
 
@@ -196,7 +195,7 @@ TEST_F(VelAsyncFreeing, TheSwitchMayGoInsideAnyNotificationOfAFree) {
       if (sw_) address->zombieOifSetDelAll();
       EXPECT_EQ(watcher.notifier(), nullptr);
       EXPECT_TRUE(helper_->groups.empty());
-      SetUp();
+      begin();
    }
 }
 
