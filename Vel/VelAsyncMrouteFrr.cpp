@@ -50,16 +50,19 @@ void AsyncMrouteSwitchSm::QorBfdStatus::handleBfdStatus() {
    VEL_TRACE(8, "handleBfdStatus"
                       << " Intf " << intf);
    bool const cameDown = peerState() != Bfd::OperState::down && state == Bfd::OperState::down;
-   // The reroute may end this reactor, and let go of its owner.
-   Qor::Ptr<AsyncMrouteSwitchSm> const sm(asyncMrouteSwitchSm());
    if (cameDown) {
       VEL_TRACE(8, "handleBfdStatus"
                          << " Intf " << intf);
+      // The reroute may end this reactor, and let go of its owner; but an owner that is being made
+      // has no references yet, and would go with this one.
+      AsyncMrouteSwitchSm* const sm = asyncMrouteSwitchSm();
+      Qor::Ptr<AsyncMrouteSwitchSm> const held(sm->references() ? sm : nullptr);
       Bfd::Peer const key = peer;
       sm->updateFrrMtableOif(intf);
       if (sm->bfdStatus(key) != this) return;
    }
-   peerStateIs(state);
+   // Read again: the session may have recovered during the reroute.
+   peerStateIs(status_->status());
 }
 
 void AsyncMrouteSwitchSm::updateFrrMtableOif(Lnet::IntfId intfId) {

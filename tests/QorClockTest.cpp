@@ -1,10 +1,10 @@
 // Clocks and the activity manager, on virtual time.
 #include "Qor/Clock.h"
 
-#include <gtest/gtest.h>
-
 #include <functional>
 #include <stdexcept>
+
+#include "TestSupport.h"
 
 namespace {
 
@@ -34,34 +34,26 @@ class Alarm final : public Clock::Notifiee {
    String& rung_;
 };
 
-class QorClock : public testing::Test {
+class QorClock : public testSupport::OnVirtualTime {
  protected:
-   ~QorClock() override { Qor::activityManagerIs(nullptr); }
    String rungUntil(Seconds time) {
       rung.clear();
-      manager->runUntil(time);
+      time_->runUntil(time);
       return rung;
    }
    String rungInTurn() {
       rung.clear();
-      manager->runDue();
+      time_->runDue();
       return rung;
    }
 
-   static Ptr<ActivityManager> install() {
-      auto const made = Qor::make<ActivityManager>(ActivityManager::TimeBase::virtualTime);
-      Qor::activityManagerIs(made);
-      return made;
-   }
-
-   Ptr<ActivityManager> const manager = install();
    String rung;
    Alarm a{'a', rung}, b{'b', rung}, c{'c', rung};
 };
 
 TEST_F(QorClock, EachAssignmentArmsAndInfinityDisarms) {
    a.at(5), a.at(4);
-   EXPECT_EQ(manager->nextDeadline(), 4);
+   EXPECT_EQ(time_->nextDeadline(), 4);
    EXPECT_EQ(rungUntil(3.9), "");
    EXPECT_EQ(rungUntil(4), "a");
    a.at(4);
@@ -80,7 +72,7 @@ TEST_F(QorClock, ClocksDueTogetherFireInTheOrderOfTheirTimesAndOfArming) {
    c.at(1), b.at(1), a.at(1);
    EXPECT_EQ(rungUntil(2), "cba");
    c.at(1), b.at(2), a.at(1), c.at(1);
-   manager->advance(5);
+   time_->advance(5);
    EXPECT_EQ(rungInTurn(), "acb");
 }
 
@@ -88,14 +80,14 @@ TEST_F(QorClock, UnansweredFiringIsRepeatedAfterTheGapUntilSomebodyAssigns) {
    a.at(1);
    EXPECT_EQ(rungUntil(1.025), "aaa");
    EXPECT_EQ(a.clock->timeMin(), 1) << "a fired clock still reads as armed";
-   EXPECT_DOUBLE_EQ(manager->nextDeadline(), 1.03);
-   a.ring = [&] { manager->advance(0.5); };  // the gap runs from the end of the handler
+   EXPECT_DOUBLE_EQ(time_->nextDeadline(), 1.03);
+   a.ring = [&] { time_->advance(0.5); };  // the gap runs from the end of the handler
    EXPECT_EQ(rungUntil(2.0), "aa");
-   EXPECT_DOUBLE_EQ(manager->nextDeadline(), 1.03 + 0.5 + 0.01 + 0.5 + 0.01);
+   EXPECT_DOUBLE_EQ(time_->nextDeadline(), 1.03 + 0.5 + 0.01 + 0.5 + 0.01);
    a.at(3);
    a.ring = [] { throw std::runtime_error("not now"); };
-   EXPECT_THROW(manager->runUntil(4), std::runtime_error);
-   EXPECT_DOUBLE_EQ(manager->nextDeadline(), 3.01);
+   EXPECT_THROW(time_->runUntil(4), std::runtime_error);
+   EXPECT_DOUBLE_EQ(time_->nextDeadline(), 3.01);
 }
 
 TEST_F(QorClock, TurnFiresEachDueClockOnceWhateverIsDoneToTheOthersMeanwhile) {
@@ -116,9 +108,9 @@ TEST_F(QorClock, TurnFiresEachDueClockOnceWhateverIsDoneToTheOthersMeanwhile) {
          a.ring = {};
          doThis();
       };
-      manager->advance(100);
+      time_->advance(100);
       EXPECT_EQ(rungInTurn(), first);
-      manager->advance(Clock::retryGap * 1.5);
+      time_->advance(Clock::retryGap * 1.5);
       EXPECT_EQ(rungInTurn(), second);
    }
 }
@@ -127,10 +119,10 @@ TEST_F(QorClock, ClockThatSpinsAtOneInstantIsNamedByAnAssertion) {
    Qor::U32 firings = 0;
    a.ring = [&] { a.at(++firings % Clock::maxFiringsAtOneInstant ? Qor::now() : Qor::now() + 1); };
    a.at(1);
-   manager->runUntil(3.5);
+   time_->runUntil(3.5);
    EXPECT_EQ(firings, 3 * Clock::maxFiringsAtOneInstant);
    a.ring = [&] { a.at(Qor::now()); };
-   EXPECT_DEATH(manager->runUntil(4), "Assertion `clock \"a\" fires within the bound");
+   EXPECT_DEATH(time_->runUntil(4), "Assertion `clock \"a\" fires within the bound");
 }
 
 TEST_F(QorClock, HandlerMayLetGoOfItsClockAndOfTheManager) {
@@ -141,7 +133,7 @@ TEST_F(QorClock, HandlerMayLetGoOfItsClockAndOfTheManager) {
    a.at(1);
    ActivityManager* const running = std::exchange(own, nullptr).release();
    a.ring = [&] {
-      Qor::activityManagerIs(manager);
+      Qor::activityManagerIs(time_);
       running->referenceDec();
       a.clock = nullptr;
    };
@@ -150,7 +142,7 @@ TEST_F(QorClock, HandlerMayLetGoOfItsClockAndOfTheManager) {
 }
 
 TEST_F(QorClock, RunUntilCountsTheCostOfHandlers) {
-   a.ring = [&] { manager->advance(3), a.at(Qor::now() + 1); };
+   a.ring = [&] { time_->advance(3), a.at(Qor::now() + 1); };
    a.at(1);
    EXPECT_EQ(rungUntil(3), "a");
    EXPECT_EQ(Qor::now(), 4) << "later than asked, since work took longer";

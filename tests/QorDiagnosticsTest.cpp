@@ -1,26 +1,24 @@
 // Trace, ring trace, log and string forms.
-#include <gtest/gtest.h>
-
 #include <bit>
 #include <limits>
 #include <random>
 #include <sstream>
 
 #include "Qor/Blip.h"
-#include "Qor/Clock.h"
 #include "Qor/Log.h"
 #include "Qor/Strep.h"
 #include "Qor/Trace.h"
+#include "TestSupport.h"
 
 namespace {
 
-using Qor::ActivityManager;
 using Qor::String;
 
-class QorDiagnostics : public testing::Test, protected Qor::TraceSink, protected Qor::LogSink {
+class QorDiagnostics : public testSupport::OnVirtualTime,
+                       protected Qor::TraceSink,
+                       protected Qor::LogSink {
  protected:
    QorDiagnostics() {
-      Qor::activityManagerIs(manager);
       Qor::traceSinkIs(this);
       Qor::logSinkIs(this);
       Qor::blip().clear();
@@ -29,7 +27,6 @@ class QorDiagnostics : public testing::Test, protected Qor::TraceSink, protected
       Qor::traceLevelIs(-1);
       Qor::traceSinkIs(nullptr);
       Qor::logSinkIs(nullptr);
-      Qor::activityManagerIs(nullptr);
    }
    void trace(Qor::TraceRecord const& record) override { lines.push_back(Qor::traceLine(record)); }
    void log(Qor::LogMessage const& message, String const& text) override {
@@ -37,8 +34,6 @@ class QorDiagnostics : public testing::Test, protected Qor::TraceSink, protected
    }
    static String blipText() { return Qor::blip().text(); }
 
-   Qor::Ptr<ActivityManager> const manager =
-         Qor::make<ActivityManager>(ActivityManager::TimeBase::virtualTime);
    std::vector<String> lines;
 };
 
@@ -51,7 +46,7 @@ TEST_F(QorDiagnostics, TraceFormatsOnlyWhatIsOn) {
    };
    traceAll();
    EXPECT_EQ(evaluations, 0);
-   manager->runUntil(1.5);
+   time_->runUntil(1.5);
    Qor::traceLevelIs(1, "QorTest");
    traceAll();
    EXPECT_EQ(evaluations, 2);
@@ -103,7 +98,7 @@ TEST_F(QorDiagnostics, BlipKeepsTheLatestEventsAndFormatsThemOnlyWhenAsked) {
    int const printed = OnlyWithNumber::printed;
    auto const last = static_cast<int>(Qor::BlipRing::capacity) + 10;
    for (int n = 1; n <= last; ++n) {
-      manager->advance(0.5);
+      time_->advance(0.5);
       QOR_BLIP(1, "Ring", "event %s", OnlyWithNumber(n));
    }
    EXPECT_EQ(OnlyWithNumber::printed, printed);
@@ -129,7 +124,7 @@ TEST_F(QorDiagnostics, LogKeepsToItsRate) {
    static Qor::LogMessage const limited{"LIMITED", 4, "", "x", "", 10.0, 2.0};
    std::pair<Qor::Seconds, std::size_t> const through[] = {{0, 2}, {9, 2}, {10, 3}, {1000, 5}};
    for (auto const& [time, messages] : through) {
-      manager->runUntil(time);
+      time_->runUntil(time);
       for (int i = 0; i < 3; ++i)
          Qor::log(limited, {});
       EXPECT_EQ(lines.size(), messages) << "at " << time;
@@ -179,15 +174,13 @@ TEST(QorStrep, GarbageIsRefusedWithItsPlace) {
    };
    for (auto const& [read, text, expected] : cases) {
       SCOPED_TRACE(text);
-      String error;
-      try {
+      String const error = testSupport::errorText([&, read = read, text = text] {
          Qor::StrepReader reader("T", text);
          read(reader);
          reader.end();
-      } catch (Qor::RangeException const& e) {
-         error = e.what();
-      }
-      EXPECT_EQ(error, *expected ? String("T: expected ") + expected + " of \"" + text + "\"" : "");
+      });
+      EXPECT_EQ(error, *expected ? String("T: expected ") + expected + " of \"" + text + "\""
+                                 : "no error");
    }
 }
 

@@ -1,12 +1,9 @@
 // The simulated chip: what it refuses, how it forwards, and what its audit finds.
-#include <gtest/gtest.h>
-
-#include <algorithm>
 #include <functional>
 #include <random>
 #include <sstream>
 
-#include "Qor/Clock.h"
+#include "TestSupport.h"
 #include "platform/sim/Chip.h"
 
 namespace {
@@ -14,38 +11,27 @@ namespace {
 using Bridging::VlanIdOrNone;
 using Lnet::IntfId;
 using Lnet::IpGenAddr;
-using Lnet::IpGenPrefix;
 using MrouteLib::PortVlan;
-using Routing::Multicast::Fib::IpGenRouteKey;
 using Sim::Chip;
 using Sim::WriteKind;
-
-IpGenAddr addr(char const* text) {
-   return *IpGenAddr::parse(text);
-}
+using namespace testSupport;
 
 Sim::Entry entry(char const* source, char const* group, unsigned vlan = 0, Qor::U32 vrf = 0) {
    Sim::Entry e;
    e.vrfId = vrf;
-   e.key = IpGenRouteKey(*IpGenPrefix::parse(source), *IpGenPrefix::parse(group));
+   e.key = key(source, group);
    e.acceptingVlan = VlanIdOrNone(Qor::U64{vlan});
    return e;
 }
 
-PortVlan pv(char const* intf, unsigned vlan = 0) {
-   return PortVlan(IntfId(intf), VlanIdOrNone(Qor::U64{vlan}));
-}
-
-class SimChip : public testing::Test {
+class SimChip : public OnVirtualTime {
  protected:
    SimChip() {
-      Qor::activityManagerIs(time_);
       chip_ = Qor::make<Chip>(Sim::ChipConfig{4, 8, 2, 0.001});
       EXPECT_EQ(chip_->portAdd(IntfId("et1"), 1, VlanIdOrNone(Qor::U64{10})), "");
       EXPECT_EQ(chip_->portAdd(IntfId("et2"), 2, VlanIdOrNone(Qor::U64{20})), "");
       EXPECT_EQ(chip_->portAdd(IntfId("et2"), 2, VlanIdOrNone(Qor::U64{21})), "");
    }
-   ~SimChip() override { Qor::activityManagerIs(nullptr); }
 
    void route(Qor::U32 index, Sim::Entry const& e, Qor::U32 group) {
       ASSERT_EQ(chip_->routeCreate(index, e), "");
@@ -64,8 +50,6 @@ class SimChip : public testing::Test {
       return os.str();
    }
 
-   Qor::Ptr<Qor::ActivityManager> time_ =
-         Qor::make<Qor::ActivityManager>(Qor::ActivityManager::TimeBase::virtualTime);
    Qor::Ptr<Chip> chip_;
 };
 
@@ -166,9 +150,8 @@ TEST_F(SimChip, AuditFindsAMemoryFault) {
    ASSERT_EQ(chip_->groupCreate(1, {}, true), "");
    route(0, entry("10.0.0.1", "239.1.1.1"), 0);
    chip_->softError(0, 1);
-   EXPECT_EQ(chip_->audit(),
-             (std::vector<std::string>{"group 0 counts 1 routes, but 0 point at it",
-                                       "group 1 counts 0 routes, but 1 point at it"}));
+   EXPECT_EQ(chip_->audit(), (Lines{"group 0 counts 1 routes, but 0 point at it",
+                                    "group 1 counts 0 routes, but 1 point at it"}));
    chip_->softError(0, 3);
    EXPECT_EQ(chip_->audit().front(), "route entry 0 points at missing group 3");
 }
@@ -178,7 +161,7 @@ TEST(SimEntryTable, LookupAgreesWithASearchOfAllEntries) {
    std::mt19937 random(5);
    auto const pick = [&](unsigned n) { return static_cast<unsigned>(random() % n); };
    Sim::EntryTable table("entry", 200);
-   std::vector<std::string> faults;
+   Lines faults;
    unsigned found = 0;
    for (int step = 0; step < 20000; ++step) {
       IpGenAddr const source = IpGenAddr::v4(pick(4));
@@ -226,7 +209,7 @@ TEST(SimEntryTable, LookupAgreesWithASearchOfAllEntries) {
       found += match.index.has_value();
    }
    table.audit(faults);
-   EXPECT_EQ(faults, std::vector<std::string>());
+   EXPECT_EQ(faults, Lines());
    EXPECT_GT(found, 1000u);
    EXPECT_GT(table.peak(), 30u);
 }

@@ -1,13 +1,10 @@
 // The asynchronous platform of the simulated chip: its write queue on virtual time, its
 // allocation, and its faults.
-#include <gtest/gtest.h>
-
 #include <functional>
-#include <map>
 #include <memory>
-#include <random>
 #include <sstream>
 
+#include "TestSupport.h"
 #include "platform/sim/AsyncPlatform.h"
 
 namespace {
@@ -15,17 +12,16 @@ namespace {
 using Bridging::VlanIdOrNone;
 using Hux::XactPtr;
 using Lnet::IntfId;
-using Lnet::IpGenAddr;
 using MrouteLib::OifSetPtr;
 using MrouteLib::PortVlan;
 using MrouteLib::RouteHandle;
-using Routing::Multicast::Fib::IpGenRouteKey;
 using Routing::Multicast::Fib::RouteKeyType;
 using Sim::AsyncPlatform;
 using Sim::Forwarding;
 using Sim::WriteKind;
 using State = Hux::Xact::State;
 using VelHelper::MrouteXactType;
+using namespace testSupport;
 
 constexpr Qor::U32 noId = AsyncPlatform::invalidMulticastId;
 
@@ -41,16 +37,9 @@ class Watch final : public Hux::Xact::Notifiee {
    std::function<void()> call_;
 };
 
-class SimPlatform : public testing::Test {
+class SimPlatform : public OnVirtualTime {
  protected:
-   SimPlatform() {
-      Qor::activityManagerIs(time_);
-      build({4, 4, 1, 1.0});
-   }
-   ~SimPlatform() override {
-      platform_ = nullptr;
-      Qor::activityManagerIs(nullptr);
-   }
+   SimPlatform() { build({4, 4, 1, 1.0}); }
 
    void build(Sim::ChipConfig const& chipConfig, Sim::AsyncPlatformConfig const& config = {}) {
       chip_ = Qor::make<Sim::Chip>(chipConfig);
@@ -67,9 +56,6 @@ class SimPlatform : public testing::Test {
          s.newPortVlan(PortVlan(IntfId(intf)), true);
       return Qor::make<MrouteLib::OifSet>(nullptr, s);
    }
-   static IpGenRouteKey key(Qor::U32 n) {
-      return IpGenRouteKey::fromAddresses(IpGenAddr::v4(0x0a000001), IpGenAddr::v4(0xef000000 + n));
-   }
    Qor::U32 group(std::initializer_list<char const*> intfs, XactPtr blocking = nullptr) {
       return platform_->doAllocateSharableMulticastGroup({}, set(intfs), std::move(blocking),
                                                          false);
@@ -85,7 +71,7 @@ class SimPlatform : public testing::Test {
    }
    // The interfaces that get the packets of route n: "et1 et2"; or why none does.
    std::string receivers(Qor::U32 n) {
-      auto const out = chip_->forward({0, IpGenAddr::v4(0x0a000001), key(n).group().address(), {}});
+      auto const out = chip_->forward({0, addr("10.0.0.1"), key(n).group().address(), {}});
       std::ostringstream os;
       if (out.result != Forwarding::forwarded) os << out.result;
       for (PortVlan const& copy : out.copies)
@@ -93,16 +79,14 @@ class SimPlatform : public testing::Test {
       return os.str();
    }
    void drain() { time_->runUntil(Qor::never); }
-   void expectSound() { EXPECT_EQ(platform_->audit(), std::vector<std::string>()); }
+   void expectSound() { EXPECT_EQ(platform_->audit(), Lines()); }
 
-   Qor::Ptr<Qor::ActivityManager> time_ =
-         Qor::make<Qor::ActivityManager>(Qor::ActivityManager::TimeBase::virtualTime);
    Qor::Ptr<Sim::Chip> chip_;
    Qor::Ptr<AsyncPlatform> platform_;
 };
 
 TEST_F(SimPlatform, WritesOverlapAndCompleteInOrder) {
-   std::vector<std::string> log;
+   Lines log;
    auto const watch = [&](XactPtr const& xact, std::string const& name) {
       return std::make_unique<Watch>(
             xact, [&log, this, name] { log.push_back(name + " " + Qor::realStrep(time_->now())); });
@@ -123,7 +107,7 @@ TEST_F(SimPlatform, WritesOverlapAndCompleteInOrder) {
    time_->runUntil(1.25);
    EXPECT_EQ(receivers(1), "et1");
    drain();
-   EXPECT_EQ(log, (std::vector<std::string>{"a 1.0", "point 1.25", "b 6.25", "c 6.25"}));
+   EXPECT_EQ(log, (Lines{"a 1.0", "point 1.25", "b 6.25", "c 6.25"}));
    EXPECT_EQ(platform_->queue()->succeeded(), 5u);
    expectSound();
 }
@@ -275,10 +259,9 @@ TEST_F(SimPlatform, WrongCallsDoNothingAndAreReported) {
    platform_->doSetMtableOifSet(r, a, nullptr);
    platform_->doDeleteRoute(RouteHandle(3));
    drain();
-   EXPECT_EQ(platform_->audit(),
-             (std::vector<std::string>{"doDeleteOifSet: group 0 is not allocated",
-                                       "doSetMtableOifSet: group 0 is not allocated",
-                                       "doDeleteRoute: route 3 is not allocated"}));
+   EXPECT_EQ(platform_->audit(), (Lines{"doDeleteOifSet: group 0 is not allocated",
+                                        "doSetMtableOifSet: group 0 is not allocated",
+                                        "doDeleteRoute: route 3 is not allocated"}));
    EXPECT_EQ(chip_->violations().count(), 0u);
 }
 
@@ -290,71 +273,6 @@ TEST_F(SimPlatform, ACompletionMayDestroyThePlatform) {
    EXPECT_EQ(platform_, nullptr);
    EXPECT_EQ(chip_->groups(), 1u);
    EXPECT_TRUE(second->pending());  // and stays so
-}
-
-// A well-behaved user of the hooks with failing writes: the chip never sees a wrong write, what
-// succeeded forwards, and nothing is left at the end.
-TEST_F(SimPlatform, RandomFaultsNeverMakeTheDriverMisuseTheChip) {
-   struct Route {
-      Qor::U32 key = 0;
-      Qor::U32 id = 0;
-      XactPtr xact;
-   };
-   for (unsigned seed = 1; seed <= 5; ++seed) {
-      SCOPED_TRACE("seed " + std::to_string(seed));
-      build({8, 16, 1, 0.001});
-      platform_->faults().seedIs(seed);
-      for (unsigned kind = 0; kind < 6; ++kind)
-         platform_->faults().rateIs(static_cast<WriteKind>(kind), 0.2);
-      std::mt19937 random(seed);
-      auto const pick = [&](std::size_t n) { return static_cast<Qor::U32>(random() % n); };
-      std::vector<Qor::U32> groups;
-      std::map<Qor::U32, unsigned> users;
-      std::map<Qor::U32, Route> routes;  // by handle
-      Qor::U32 nextKey = 0;
-      auto const deleteRoute = [&] {
-         auto const it = std::next(routes.begin(), pick(routes.size()));
-         platform_->doDeleteRoute(RouteHandle(it->first));
-         --users[it->second.id];
-         routes.erase(it);
-      };
-      auto const deleteGroup = [&](std::size_t at) {
-         if (users[groups[at]] > 0) return;
-         platform_->doDeleteOifSet(groups[at]);
-         groups.erase(groups.begin() + static_cast<std::ptrdiff_t>(at));
-      };
-      for (int step = 0; step < 3000; ++step) {
-         Qor::U32 const what = pick(6);
-         if (what == 0) {
-            if (Qor::U32 const id = group({"et1", "et2"}); id != noId) groups.push_back(id);
-         } else if (what == 1) {
-            if (!groups.empty()) deleteGroup(pick(groups.size()));
-         } else if (what == 2) {
-            if (!routes.empty()) deleteRoute();
-         } else if (what == 3) {
-            time_->runUntil(time_->now() + pick(3) * 0.001);
-         } else if (RouteHandle const h = groups.empty() ? RouteHandle() : route(nextKey);
-                    !h.isNull()) {
-            Qor::U32 const id = groups[pick(groups.size())];
-            routes[h.value()] = {nextKey++, id, point(h, id)};
-            ++users[id];
-         }
-         if (step % 50 != 0) continue;
-         drain();
-         expectSound();
-         for (auto const& [handle, r] : routes)
-            EXPECT_EQ(receivers(r.key) == "et1 et2", r.xact->state() == State::succeeded);
-      }
-      EXPECT_GT(platform_->faults().injected(), 100u);
-      while (!routes.empty())
-         deleteRoute();
-      while (!groups.empty())
-         deleteGroup(0);
-      drain();
-      expectSound();
-      EXPECT_EQ(chip_->groups() + chip_->routes().size(), 0u);
-      EXPECT_EQ(platform_->groupsAllocated() + platform_->routesAllocated(), 0u);
-   }
 }
 
 }  // namespace

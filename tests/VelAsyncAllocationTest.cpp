@@ -1,7 +1,7 @@
 // Allocating oif sets: sharing, resurrection, fixed groups, and what the programmer says and calls.
 #include <cstdlib>
 
-#include "VelAsyncRecorder.h"
+#include "VelAsyncTestSupport.h"
 
 namespace velAsync {
 namespace {

@@ -3,7 +3,7 @@
 // failing seed is in the message, and replays.
 #include <random>
 
-#include "VelAsyncRecorder.h"
+#include "VelAsyncTestSupport.h"
 
 namespace velAsync {
 namespace {
@@ -20,7 +20,7 @@ class VelAsyncRandom : public VelAsync {
       if (what < 4) {
          use(user, pick(sets));
       } else if (what == 4) {
-         pass(0.25 * pick(5));
+         time_->advance(0.25 * pick(5));
          auto const& zombies = sw_->zombieOifSet();
          while (!zombies.empty() && zombies.begin()->first.expiryTime() <= Qor::now())
             sw_->zombieOifSetDel(zombies.begin()->first);

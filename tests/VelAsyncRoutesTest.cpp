@@ -1,7 +1,7 @@
 // Routes of the asynchronous programmer, the keys of its collections, and the hook class.
 #include <cstdlib>
 
-#include "VelAsyncRecorder.h"
+#include "VelAsyncTestSupport.h"
 
 namespace velAsync {
 namespace {

@@ -2,23 +2,12 @@
 // tracks, registration, clean-up; and the counter settings it hands on.
 #include "VelAsyncSmTestSupport.h"
 
+namespace velAsync {
 namespace {
-
-using namespace VelAsyncSmTest;
-using Routing::Multicast::Fib::CounterMode;
 
 Bfd::Peer peer(unsigned n, Bfd::SessionType type = Bfd::SessionType::singleHop) {
    return Bfd::Peer(type, IpGenAddr::v4(0x0a000000 + n), IntfId("et" + std::to_string(n)),
                     VrfName("default"));
-}
-
-std::string refusal(std::function<void()> const& call) {
-   try {
-      call();
-   } catch (Qor::RangeException const& e) {
-      return e.what();
-   }
-   return "accepted";
 }
 
 bool watched(Qor::Ptr<AsyncMrouteSwitch> const& chip) {
@@ -27,24 +16,14 @@ bool watched(Qor::Ptr<AsyncMrouteSwitch> const& chip) {
 
 class AsyncSmLife : public AsyncSm {
  protected:
-   // The inputs of the rows 2 to 12, row 2 at bit 0, without those of the mask.
+   // The inputs without those of the mask, the first of them at bit 0.
    Inputs without(unsigned mask) const {
       Inputs in = inputs_;
-      unsigned bit = 0;
       auto const drop = [&](auto& input) {
-         if (mask & 1u << bit++) input = nullptr;
+         if (mask & 1) input = nullptr;
+         mask >>= 1;
       };
-      drop(in.intfVlanIdTable);
-      drop(in.mfibConfig);
-      drop(in.mfibHwStatus);
-      drop(in.mrouteHelper);
-      drop(in.zombieClock);
-      drop(in.agingClock);
-      drop(in.ethIntfStatusDir);
-      drop(in.bfdAllPeerStatusDir);
-      drop(in.bfdAllPeerStatus);
-      drop(in.allIntfStatusDir);
-      drop(in.allIntfStatusLocalDir);
+      std::apply([&](auto&... input) { (drop(input), ...); }, in.all());
       return in;
    }
 
@@ -81,11 +60,10 @@ class AsyncSmLife : public AsyncSm {
 };
 
 TEST_F(AsyncSmLife, EveryCombinationOfMissingInputsLivesCleanly) {
-   auto const chip = switch_;
    for (unsigned mask = 0; mask < 1u << 11; ++mask) {
       SCOPED_TRACE(mask);
-      switch_ = Qor::make<AsyncMrouteSwitch>("switch", vrfs_, platform_);
-      Inputs const in = without(mask);
+      freshSwitch();
+      Inputs in = without(mask);
       if (in.mfibHwStatus) in.mfibHwStatus->vrfStatusIs(VrfName("default"))->routeIs(key(9));
       sm_ = in.sm(switch_);
       ASSERT_TRUE(sm_->initialized());
@@ -115,7 +93,6 @@ TEST_F(AsyncSmLife, EveryCombinationOfMissingInputsLivesCleanly) {
                 false);
    }
    expectSound();
-   switch_ = chip;
 }
 
 TEST_F(AsyncSmLife, NullIsRefusedWhereItMeansNothing) {
@@ -123,12 +100,12 @@ TEST_F(AsyncSmLife, NullIsRefusedWhereItMeansNothing) {
    auto const text = [&](std::string const& name) {
       return "null _" + name + of + name + " not allowed\"";
    };
-   EXPECT_EQ(refusal([&] { inputs_.sm(nullptr); }), text("mrouteSwitch"));
+   EXPECT_EQ(errorText([&] { inputs_.sm(nullptr); }), text("mrouteSwitch"));
    sm_ = inputs_.sm(switch_);
-   EXPECT_EQ(refusal([&] { sm_->mrouteSwitchIs(nullptr); }), text("mrouteSwitch"));
-   EXPECT_EQ(refusal([&] { sm_->mfibConfigVrfIs(nullptr); }), text("mfibConfigVrf"));
-   EXPECT_EQ(refusal([&] { sm_->ethIntfStatusIs(nullptr); }), text("ethIntfStatus"));
-   EXPECT_EQ(refusal([&] { sm_->bfdStatusIs(nullptr); }), text("bfdStatus"));
+   EXPECT_EQ(errorText([&] { sm_->mrouteSwitchIs(nullptr); }), text("mrouteSwitch"));
+   EXPECT_EQ(errorText([&] { sm_->mfibConfigVrfIs(nullptr); }), text("mfibConfigVrf"));
+   EXPECT_EQ(errorText([&] { sm_->ethIntfStatusIs(nullptr); }), text("ethIntfStatus"));
+   EXPECT_EQ(errorText([&] { sm_->bfdStatusIs(nullptr); }), text("bfdStatus"));
    EXPECT_EQ(sm_->mrouteSwitch(), switch_);
    EXPECT_EQ(sm_->ethIntfStatuses(), 8u);
 }
@@ -212,7 +189,7 @@ TEST_F(AsyncSmLife, AClockThatReplacesAnotherTakesItsPlace) {
    sm_ = inputs_.sm(switch_);
    inputs_.mfibHwStatus->vrfStatusIs(VrfName("default"))->routeIs(key(1));
    zombies(1);
-   Inputs const other;
+   Inputs other;
    sm_->zombieClockIs(other.zombieClock);
    sm_->agingClockIs(other.agingClock);
    EXPECT_EQ(other.zombieClock->timeMin(), 3.0);
@@ -230,29 +207,38 @@ TEST_F(AsyncSmLife, AClockThatReplacesAnotherTakesItsPlace) {
    EXPECT_TRUE(switch_->zombieOifSet().empty());
 }
 
-// The service takes its sessions back when the application goes.
+// The service has a session that is down for whoever registers, and takes it back when the
+// application goes.
 class BfdService final : public Bfd::StatusPeer::Notifiee {
  public:
    explicit BfdService(Inputs const& in) : app_(in.bfdAllPeerStatus) {
       notifierIs(in.bfdAllPeerStatusDir);
    }
    void onRegistration(Qor::U32 number) override {
-      if (!notifier()->registration(number).appStatus) app_->peerStatusDel(peer(1));
+      if (notifier()->registration(number).appStatus) {
+         app_->newPeerStatus(peer(1))->statusIs(Bfd::OperState::down);
+      } else {
+         app_->peerStatusDel(peer(1));
+      }
    }
 
  private:
    Qor::Ptr<Bfd::AppStatus> const app_;
 };
 
-TEST_F(AsyncSmLife, GoesInPeaceWhileTheServiceTakesItsSessionsBack) {
+// Both while the reactor is being made, and while it goes.
+TEST_F(AsyncSmLife, TheServiceFillsTheStatusAtRegistrationAndTakesItsSessionsBack) {
    BfdService const service(inputs_);
+   Route route = program(1, set({2}, 1, {3}));
    for (bool initialized : {true, false}) {
-      inputs_.bfdAllPeerStatus->newPeerStatus(peer(1));
       sm_ = inputs_.sm(switch_);
+      EXPECT_EQ(sm_->bfdStatus(peer(1))->peerState(), Bfd::OperState::down);
+      EXPECT_EQ(receivers(1), "et3");
       sm_->initializedIs(initialized);
       sm_ = nullptr;
       EXPECT_TRUE(inputs_.bfdAllPeerStatus->peerStatus().empty());
    }
+   withdraw(route);
 }
 
 TEST_F(AsyncSmLife, CleanUpMarksTheSwitchAndTakesItsZombiesUnlessItNeverInitialized) {
@@ -266,7 +252,7 @@ TEST_F(AsyncSmLife, CleanUpMarksTheSwitchAndTakesItsZombiesUnlessItNeverInitiali
    EXPECT_FALSE(switch_->deleted());
    EXPECT_EQ(switch_->zombieOifSet().size(), 2u);
    sm_->initializedIs(true);
-   TraceLog traces;
+   Journal traces;
    sm_->doCleanup();
    EXPECT_EQ(traces.like("2 AsyncMrouteSwitchSm::doCleanup()").size(), 1u);
    EXPECT_EQ(traces.like("2 Deleting zombie"),
@@ -287,7 +273,7 @@ TEST_F(AsyncSmLife, MayEndInsideItsOwnHandlers) {
    };
    // In a pass over zombies, and in a forced purge.
    for (bool forced : {false, true}) {
-      switch_ = Qor::make<AsyncMrouteSwitch>("switch", vrfs_, platform_);
+      freshSwitch();
       sm_ = inputs_.sm(switch_);
       zombies(7);
       OnSwitch const listener(switch_, [&](ZombieKey) { sm_ = nullptr; });
@@ -295,19 +281,19 @@ TEST_F(AsyncSmLife, MayEndInsideItsOwnHandlers) {
       EXPECT_TRUE(switch_->zombieOifSet().empty());
    }
    // In a review, and in a rewrite.
-   class OnStatus final : public Routing::Multicast::Fib::Hardware::Status::Notifiee {
+   class OnStatus final : public Fib::Hardware::Status::Notifiee {
     public:
       std::function<void()> call;
       void onPollingInterval() override { call(); }
    } status;
-   switch_ = Qor::make<AsyncMrouteSwitch>("switch", vrfs_, platform_);
+   freshSwitch();
    sm_ = inputs_.sm(switch_);
    status.call = [&] { sm_ = nullptr; };
    status.notifierIs(inputs_.mfibHwStatus);
    ends([&] { inputs_.mfibConfig->activityPollingIntervalIs(9); });
    status.notifierIs(nullptr);
 
-   switch_ = Qor::make<AsyncMrouteSwitch>("switch", vrfs_, platform_);
+   freshSwitch();
    Route route = program(1, set({2}, 1, {3}));
    sm_ = inputs_.sm(switch_);
    onHook_ = [&](std::string_view hook) {
@@ -338,48 +324,43 @@ TEST_F(AsyncSmLife, NestedReactorsMayGoInsideTheirOwnHandlers) {
 // ---- Counters ----
 
 TEST_F(AsyncSmLife, CounterSettingsReachThePlatformOnceEachFromConstructionOn) {
-   Lines calls;
-   onHook_ = [&](std::string_view hook) { calls.emplace_back(hook); };
-   auto const counters = [&] {
-      std::erase_if(calls, [](std::string const& c) { return c.starts_with("doGet"); });
-      return std::exchange(calls, {});
+   Journal said;
+   onHook_ = [&](std::string_view hook) {
+      if (!hook.starts_with("doGet")) said.add(cat("hook ", hook));
    };
-   Lines const both{"handleMrouteCounterMode", "handleWildcardCounter"};
    sm_ = without(1u << 1).sm(switch_);  // no configuration
-   EXPECT_EQ(counters(), Lines());
+   EXPECT_EQ(said.like("hook"), Lines());
    sm_ = nullptr;
-   switch_ = Qor::make<AsyncMrouteSwitch>("switch", vrfs_, platform_);
+   freshSwitch();
 
-   TraceLog traces;
+   std::string const both = R"(
+2 AsyncMrouteSwitchSm::handleMulticastCounterMode()
+hook handleMrouteCounterMode
+2 AsyncMrouteSwitchSm::handleWildcardCounter()
+hook handleWildcardCounter
+)";
+   said.take();
    sm_ = inputs_.sm(switch_);
-   EXPECT_EQ(counters(), both);
-   Lines const begun = traces.take();
-   EXPECT_EQ(Lines(begun.begin(), begun.begin() + 2),
-             (Lines{"2 AsyncMrouteSwitchSm::handleMulticastCounterMode()",
-                    "2 AsyncMrouteSwitchSm::handleWildcardCounter()"}));
+   EXPECT_EQ(said.like("hook").size(), 2u);
+   EXPECT_TRUE(said.text().starts_with(both));
    sm_->initializedIs(false);  // makes no difference
-   inputs_.mfibConfig->counterModeIs(CounterMode::packets);
-   inputs_.mfibConfig->counterModeIs(CounterMode::packets);
+   inputs_.mfibConfig->counterModeIs(Fib::CounterMode::packets);
+   inputs_.mfibConfig->counterModeIs(Fib::CounterMode::packets);
    inputs_.mfibConfig->allCounterIs(true);
-   EXPECT_EQ(counters(), both);
-   EXPECT_EQ(traces.take(), (Lines{"2 AsyncMrouteSwitchSm::handleMulticastCounterMode()",
-                                   "2 AsyncMrouteSwitchSm::handleWildcardCounter()"}));
-
+   EXPECT_EQ(said.text(), both);
    auto const vrf = inputs_.mfibConfig->newConfig("default");
    vrf->counterRouteIs(key(1));
-   EXPECT_EQ(traces.take(), Lines{"2 AsyncMrouteSwitchSm::handleCounterRoute()"});
    vrf->clearCounterRouteInc(key(1));
    vrf->counterRouteDelAll();  // the immediate form
-   EXPECT_EQ(traces.take(), Lines());
-   EXPECT_EQ(counters(), Lines());
+   EXPECT_EQ(said.text(), "\n2 AsyncMrouteSwitchSm::handleCounterRoute()\n");
 }
 
 TEST_F(AsyncSmLife, ARouteComingIntoUseStartsTheReviewAndOneGoingDoesNot) {
-   Inputs const& in = inputs_;
+   Inputs& in = inputs_;
    sm_ = in.sm(switch_);
    in.agingClock->timeMinIs(Qor::never);
    in.mfibHwStatus->vrfStatusIs(VrfName("default"))->routeIs(key(1));
-   TraceLog traces;
+   Journal traces;
    switch_->inUseRouteHandleKeyNotify(RouteHandle(5));
    EXPECT_EQ(traces.take(), Lines{"2 AsyncMrouteSwitchSm::handleRoute( 5 )"});
    EXPECT_EQ(in.agingClock->timeMin(), Qor::never);
@@ -403,3 +384,4 @@ TEST_F(AsyncSmLifeDeathTest, ARouteComingIntoUseNeedsTheHardwareStatus) {
 }
 
 }  // namespace
+}  // namespace velAsync

@@ -1,74 +1,24 @@
-// What the tests of the asynchronous per-switch reactor share: a simulated chip behind its
-// platform, the entities a reactor watches, and an ear for what it traces.
+// What the tests of the asynchronous per-switch reactor share: a simulated chip behind its platform,
+// and the entities a reactor watches.
 #pragma once
 
-#include <gtest/gtest.h>
-
-#include <algorithm>
 #include <functional>
-#include <map>
-#include <sstream>
+#include <tuple>
 
-#include "Qor/Blip.h"
 #include "Vel/VelAsyncMrouteSmReactors.h"
+#include "VelAsyncTestSupport.h"
 #include "platform/sim/AsyncPlatform.h"
 
-namespace VelAsyncSmTest {
+namespace velAsync {
 
 using Bridging::VlanId;
-using Bridging::VlanIdOrNone;
 using Interface::IntfOperStatus;
 using L3::VrfName;
 using Lnet::IntfId;
 using Lnet::IpGenAddr;
-using MrouteLib::OifSetPtr;
 using MrouteLib::PortVlan;
-using MrouteLib::RouteHandle;
-using Routing::Multicast::Fib::IpGenRouteKey;
-using Routing::Multicast::Fib::RouteKeyType;
-using Vel::Mroute::AsyncMrouteSwitch;
 using Vel::Mroute::AsyncMrouteSwitchSm;
-using Vel::Mroute::AsyncMtableOifSet;
-using Vel::Mroute::InUseRouteHandleKey;
-using Vel::Mroute::ZombieKey;
-using Lines = std::vector<std::string>;
-
-// The library's traces of all levels, as "<level> <message>", while it exists.
-class TraceLog final : public Qor::TraceSink {
- public:
-   TraceLog() : before_(Qor::traceSinkIs(this)) { Qor::traceLevelIs(9, "VelMroute"); }
-   ~TraceLog() override {
-      Qor::traceLevelIs(-1, "VelMroute");
-      Qor::traceSinkIs(before_);
-   }
-   void trace(Qor::TraceRecord const& record) override {
-      if (std::string_view(record.source) != "VelAsyncMrouteSm") return;
-      lines_.push_back(std::to_string(record.level) + " " + std::string(record.message));
-   }
-   // All since the last take().
-   Lines take() { return std::exchange(lines_, {}); }
-   long count(std::string const& line) const {
-      return std::count(lines_.begin(), lines_.end(), line);
-   }
-   // Those that begin so.
-   Lines like(std::string const& start) const {
-      Lines found;
-      std::copy_if(lines_.begin(), lines_.end(), std::back_inserter(found),
-                   [&](std::string const& line) { return line.starts_with(start); });
-      return found;
-   }
-
- private:
-   Qor::TraceSink* const before_;
-   Lines lines_;
-};
-
-inline bool blipped(std::string const& text) {
-   for (std::size_t back = 0; back < Qor::blip().written(); ++back) {
-      if (Qor::blip().text(back) == text) return true;
-   }
-   return false;
-}
+namespace Fib = Routing::Multicast::Fib;
 
 // Calls back each time the clock fires.
 class OnTime final : public Qor::Clock::Notifiee {
@@ -96,13 +46,11 @@ class OnSwitch final : public AsyncMrouteSwitch::Notifiee {
    std::function<void(ZombieKey)> call_;
 };
 
-// The arguments of a reactor beside its switch.
+// The arguments of a reactor beside its switch, in their order.
 struct Inputs {
    Qor::Ptr<IntfVlanId::Table> intfVlanIdTable = Qor::make<IntfVlanId::Table>();
-   Qor::Ptr<Routing::Multicast::Fib::VrfConfig> mfibConfig =
-         Qor::make<Routing::Multicast::Fib::VrfConfig>();
-   Qor::Ptr<Routing::Multicast::Fib::Hardware::Status> mfibHwStatus =
-         Qor::make<Routing::Multicast::Fib::Hardware::Status>();
+   Qor::Ptr<Fib::VrfConfig> mfibConfig = Qor::make<Fib::VrfConfig>();
+   Qor::Ptr<Fib::Hardware::Status> mfibHwStatus = Qor::make<Fib::Hardware::Status>();
    Qor::Ptr<VelHelper::AsyncMrouteHelper> mrouteHelper;
    Qor::Ptr<Qor::Clock> zombieClock = Qor::make<Qor::Clock>("zombieClock");
    Qor::Ptr<Qor::Clock> agingClock = Qor::make<Qor::Clock>("agingClock");
@@ -115,17 +63,20 @@ struct Inputs {
    Qor::Ptr<Interface::AllIntfStatusLocalDir> allIntfStatusLocalDir =
          Qor::make<Interface::AllIntfStatusLocalDir>();
 
-   Qor::Ptr<AsyncMrouteSwitchSm> sm(Qor::Ptr<AsyncMrouteSwitch> const& chip) const {
-      return Vel::Mroute::AsyncMrouteSwitchSmIs(
-            chip, intfVlanIdTable, mfibConfig, mfibHwStatus, mrouteHelper, zombieClock, agingClock,
-            ethIntfStatusDir, bfdAllPeerStatusDir, bfdAllPeerStatus, allIntfStatusDir,
-            allIntfStatusLocalDir);
+   auto all() {
+      return std::tie(intfVlanIdTable, mfibConfig, mfibHwStatus, mrouteHelper, zombieClock,
+                      agingClock, ethIntfStatusDir, bfdAllPeerStatusDir, bfdAllPeerStatus,
+                      allIntfStatusDir, allIntfStatusLocalDir);
+   }
+   Qor::Ptr<AsyncMrouteSwitchSm> sm(Qor::Ptr<AsyncMrouteSwitch> const& chip) {
+      return std::apply(
+            [&](auto&... in) { return Vel::Mroute::AsyncMrouteSwitchSmIs(chip, in...); }, all());
    }
 };
 
 // A switch on a simulated chip with the ports et1 to et8, each in a vlan of its own (1001 to 1008).
 // Routes accept from et1, in the VRF "default", which has the number 1.
-class AsyncSm : public testing::Test {
+class AsyncSm : public OnVirtualTime {
  protected:
    struct Route {
       RouteHandle handle;
@@ -138,8 +89,6 @@ class AsyncSm : public testing::Test {
       empty.mfibConfig = nullptr;
       sm_ = nullptr;
       empty.sm(switch_)->doRouteAgingReview();  // without routes: no test inherits a position
-      switch_ = nullptr;
-      Qor::activityManagerIs(nullptr);
    }
 
    void build(Sim::AsyncPlatformConfig const& config) {
@@ -158,14 +107,13 @@ class AsyncSm : public testing::Test {
       }
       vrfs_ = Qor::make<Routing::Hardware::RouteStatus>();
       vrfs_->newVrfStatus(VrfName("default"), Vel::VrfId(1));
-      switch_ = Qor::make<AsyncMrouteSwitch>("switch", vrfs_, platform_);
+      freshSwitch();
    }
 
    static IntfId intf(unsigned i) { return IntfId("et" + std::to_string(i)); }
    static VlanIdOrNone vlan(unsigned i) { return VlanIdOrNone(Qor::U64{1000 + i}); }
-   static IpGenRouteKey key(unsigned n) {
-      return IpGenRouteKey::fromAddresses(IpGenAddr::v4(0x0a000001), IpGenAddr::v4(0xef000000 + n));
-   }
+   // A switch without a past, on the same chip.
+   void freshSwitch() { switch_ = Qor::make<AsyncMrouteSwitch>("switch", vrfs_, platform_); }
    // The interned set to `out`, covered by `backup` against a failure of `iif`.
    OifSetPtr set(std::vector<unsigned> const& out, unsigned iif = 0,
                  std::vector<unsigned> const& backup = {},
@@ -214,8 +162,7 @@ class AsyncSm : public testing::Test {
    // The interfaces that get the packets of route n: "et2 et3"; or why none does.
    std::string receivers(unsigned n) {
       time_->runUntil(time_->now() + 0.002);
-      auto const out =
-            chip_->forward({1, IpGenAddr::v4(0x0a000001), key(n).group().address(), vlan(1)});
+      auto const out = chip_->forward({1, addr("10.0.0.1"), key(n).group().address(), vlan(1)});
       std::ostringstream os;
       if (out.result != Sim::Forwarding::forwarded) os << out.result;
       for (PortVlan const& copy : out.copies)
@@ -227,12 +174,6 @@ class AsyncSm : public testing::Test {
    }
    void expectSound() { EXPECT_EQ(platform_->audit(), Lines()); }
 
-   struct VirtualTime {
-      VirtualTime() { Qor::activityManagerIs(manager); }
-      Qor::Ptr<Qor::ActivityManager> manager =
-            Qor::make<Qor::ActivityManager>(Qor::ActivityManager::TimeBase::virtualTime);
-   } virtualTime_;  // before everything that has a clock
-   Qor::Ptr<Qor::ActivityManager> const time_ = virtualTime_.manager;
    std::function<void(std::string_view)> onHook_;
    Qor::Ptr<MrouteLib::MrouteTableColl> tables_ = Qor::make<MrouteLib::MrouteTableColl>();
    Qor::Ptr<Sim::Chip> chip_;
@@ -243,4 +184,4 @@ class AsyncSm : public testing::Test {
    Qor::Ptr<AsyncMrouteSwitchSm> sm_;
 };
 
-}  // namespace VelAsyncSmTest
+}  // namespace velAsync

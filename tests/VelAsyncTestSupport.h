@@ -1,20 +1,18 @@
-// What the tests of the asynchronous programmer share: a journal of everything it does (traces,
-// ring trace, hook calls, notifications) in one order, a scripted platform that writes its calls
-// there and refuses what a chip would refuse, and a fixture with a switch on virtual time.
+// What the tests of the asynchronous programmer and of its reactor share: a journal of everything
+// that is said and done (traces, ring trace, hook calls, notifications) in one order; a scripted
+// platform that writes its calls there and refuses what a chip would refuse; and a fixture with a
+// programmer on it.
 #pragma once
 
-#include <gtest/gtest.h>
-
+#include <algorithm>
 #include <map>
 #include <set>
 #include <sstream>
-#include <string>
 #include <utility>
-#include <vector>
 
 #include "Qor/Blip.h"
-#include "Qor/Clock.h"
 #include "Qor/Trace.h"
+#include "TestSupport.h"
 #include "Vel/VelAsyncMrouteSwitch.h"
 
 namespace velAsync {
@@ -28,6 +26,7 @@ using Vel::Mroute::AsyncMrouteSwitch;
 using Vel::Mroute::AsyncMtableOifSet;
 using Vel::Mroute::InUseRouteHandleKey;
 using Vel::Mroute::ZombieKey;
+using namespace testSupport;
 using RecordPtr = Qor::Ptr<AsyncMtableOifSet>;
 
 template <class... Parts>
@@ -37,27 +36,57 @@ std::string cat(Parts const&... parts) {
    return out.str();
 }
 
-// Lines are "<level> <trace text>", "blip <text>", "hook <name> <arguments>" and what a test adds.
+// What the library says while it exists: lines "<level> <trace text>" and "blip <text>", and what a
+// test adds, such as "hook <name> <arguments>".
 class Journal final : public Qor::TraceSink {
  public:
-   void add(std::string const& line) {
-      while (blips_ < Qor::blip().written())
-         said_ += "blip " + Qor::blip().text(Qor::blip().written() - ++blips_) + '\n';
-      said_ += line;
+   Journal() : before_(Qor::traceSinkIs(this)) { Qor::traceLevelIs(9, "VelMroute"); }
+   ~Journal() override {
+      Qor::traceLevelIs(-1, "VelMroute");
+      Qor::traceSinkIs(before_);
+   }
+   void add(std::string line) {
+      addBlips();
+      lines_.push_back(std::move(line));
    }
    void trace(Qor::TraceRecord const& record) override {
       EXPECT_EQ(record.handle, "VelMroute");
       EXPECT_STREQ(record.source, "VelAsyncMrouteSm");
-      add(cat(record.level, ' ', record.message, '\n'));
+      add(cat(record.level, ' ', record.message));
    }
-   // Everything since the last time, a line each.
-   std::string take() {
-      add("");
-      return std::exchange(said_, "\n");
+   // All since the last take().
+   Lines take() {
+      addBlips();
+      return std::exchange(lines_, {});
+   }
+   // The same as a text, with a line break before and behind each line.
+   std::string text() {
+      std::string all = "\n";
+      for (std::string const& line : take())
+         all += line + '\n';
+      return all;
+   }
+   long count(std::string const& line) {
+      addBlips();
+      return std::count(lines_.begin(), lines_.end(), line);
+   }
+   // Those that begin so.
+   Lines like(std::string const& start) {
+      addBlips();
+      Lines found;
+      std::copy_if(lines_.begin(), lines_.end(), std::back_inserter(found),
+                   [&](std::string const& line) { return line.starts_with(start); });
+      return found;
    }
 
  private:
-   std::string said_ = "\n";
+   void addBlips() {
+      while (blips_ < Qor::blip().written())
+         lines_.push_back("blip " + Qor::blip().text(Qor::blip().written() - ++blips_));
+   }
+
+   Qor::TraceSink* const before_;
+   Lines lines_;
    Qor::U64 blips_ = Qor::blip().written();
 };
 
@@ -77,7 +106,7 @@ class Recorder final : public VelHelper::AsyncMrouteHelper {
 
    template <class... Parts>
    void call(Parts const&... parts) {
-      journal.add(cat("hook", cat(' ', parts)..., '\n'));
+      journal.add(cat("hook", cat(' ', parts)...));
    }
    static char const* blocking(Hux::XactPtr const& xact) { return xact ? "blocked" : "free"; }
    template <class Id>
@@ -150,8 +179,7 @@ class Recorder final : public VelHelper::AsyncMrouteHelper {
 };
 
 inline IpGenRouteKey routeKey(char const* source = "10.0.0.2", char const* group = "239.1.1.1") {
-   return IpGenRouteKey(Lnet::IpGenPrefix::parse(source).value(),
-                        Lnet::IpGenPrefix::parse(group).value());
+   return key(source, group);
 }
 
 // An oif set of one port; two calls make two sets. With an `iif` it uses fast reroute.
@@ -162,26 +190,19 @@ inline OifSetPtr oifSet(char const* iif = "", RouteKeyType type = RouteKeyType::
    return Qor::make<MrouteLib::OifSet>(nullptr, set);
 }
 
-class VelAsync : public testing::Test {
+class VelAsync : public OnVirtualTime {
  protected:
    static constexpr Qor::U32 vrfId = 3;
 
-   void SetUp() override {
-      Qor::activityManagerIs(
-            Qor::make<Qor::ActivityManager>(Qor::ActivityManager::TimeBase::virtualTime));
-      Qor::traceSinkIs(&journal_);
-      Qor::traceLevelIs(9, "VelMroute");
+   VelAsync() { begin(); }
+   // A switch and a platform without a past.
+   void begin() {
+      sw_ = nullptr;
       helper_ = Qor::make<Recorder>(journal_);
       helper_->fixedTypes = {RouteKeyType::bridged};
       auto const status = Qor::make<Routing::Hardware::RouteStatus>();
       status->newVrfStatus(L3::VrfName("default"), Vel::VrfId(vrfId));
       sw_ = Vel::Mroute::asyncMrouteSwitchFactory("switch", status, helper_);
-   }
-   void TearDown() override {
-      sw_ = nullptr;
-      Qor::traceLevelIs(-1, "VelMroute");
-      Qor::traceSinkIs(nullptr);
-      Qor::activityManagerIs(nullptr);
    }
 
    Hux::XactPtr doAllocate(OifSetPtr const& set, Qor::U32 preset = 0, bool frr = false,
@@ -211,18 +232,16 @@ class VelAsync : public testing::Test {
    }
    RecordPtr frrRecord(OifSetPtr const& set) { return sw_->record(set, sw_->frrMtableOifSet(set)); }
    Qor::U32 failureCode() const { return static_cast<Qor::U32>(sw_->mrouteFailureReason()); }
-   static void pass(Qor::Seconds seconds) { Qor::activityManager()->advance(seconds); }
    // Compares the journal letter by letter. In the text $R is the record, $O the oif set.
-   void expectSaid(std::string text, OifSetPtr const& set = nullptr,
-                   std::string const& record = "") {
+   void expectSaid(std::string text, OifSetPtr const& set, std::string const& record) {
       for (auto at = text.find('$'); at != std::string::npos; at = text.find('$', at))
          text.replace(at, 2, text[at + 1] == 'R' ? record : cat(set));
-      EXPECT_EQ(journal_.take(), text);
+      EXPECT_EQ(journal_.text(), text);
    }
    // Finds lines in the middle of the journal.
    void expectLines(std::string const& lines) {
-      std::string const said = journal_.take();
-      EXPECT_NE(said.find('\n' + lines + '\n'), std::string::npos) << said;
+      std::string const all = journal_.text();
+      EXPECT_NE(all.find('\n' + lines + '\n'), std::string::npos) << all;
    }
 
    Journal journal_;
