@@ -1,0 +1,85 @@
+// A journal of what the library says while it exists, traces and the ring trace, and of what a test
+// adds, in one order.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <iterator>
+#include <sstream>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "Qor/Blip.h"
+#include "Qor/Trace.h"
+
+namespace testSupport {
+
+template <class... Parts>
+std::string cat(Parts const&... parts) {
+   std::ostringstream out;
+   (out << ... << parts);
+   return out.str();
+}
+
+// Lines "<level> <trace text>" and "blip <text>", and what a test adds, such as "hook <name>".
+class Journal final : public Qor::TraceSink {
+ public:
+   using Lines = std::vector<std::string>;
+
+   // All traces come from the source of this name.
+   explicit Journal(char const* source) : source_(source), before_(Qor::traceSinkIs(this)) {
+      Qor::traceLevelIs(9, "VelMroute");
+   }
+   ~Journal() override {
+      Qor::traceLevelIs(-1, "VelMroute");
+      Qor::traceSinkIs(before_);
+   }
+   void add(std::string line) {
+      addBlips();
+      lines_.push_back(std::move(line));
+   }
+   void trace(Qor::TraceRecord const& record) override {
+      EXPECT_EQ(record.handle, "VelMroute");
+      EXPECT_EQ(record.source, source_);
+      add(cat(record.level, ' ', record.message));
+   }
+   // All since the last take().
+   Lines take() {
+      addBlips();
+      return std::exchange(lines_, {});
+   }
+   // The same as a text, with a line break before and behind each line.
+   std::string text() {
+      std::string all = "\n";
+      for (std::string const& line : take())
+         all += line + '\n';
+      return all;
+   }
+   long count(std::string const& line) {
+      addBlips();
+      return std::count(lines_.begin(), lines_.end(), line);
+   }
+   // Those that begin so.
+   Lines like(std::string const& start) {
+      addBlips();
+      Lines found;
+      std::copy_if(lines_.begin(), lines_.end(), std::back_inserter(found),
+                   [&](std::string const& line) { return line.starts_with(start); });
+      return found;
+   }
+
+ private:
+   void addBlips() {
+      while (blips_ < Qor::blip().written())
+         lines_.push_back("blip " + Qor::blip().text(Qor::blip().written() - ++blips_));
+   }
+
+   std::string const source_;
+   Qor::TraceSink* const before_;
+   Lines lines_;
+   Qor::U64 blips_ = Qor::blip().written();
+};
+
+}  // namespace testSupport

@@ -1,0 +1,509 @@
+// The synchronous per-switch reactor on a simulated chip.
+#include "Vel/VelSyncMrouteSm.h"
+
+#include <functional>
+
+#include "Journal.h"
+#include "TestSupport.h"
+#include "platform/sim/SyncPlatform.h"
+
+namespace {
+
+using namespace testSupport;
+using Bridging::VlanIdOrNone;
+using Interface::IntfOperStatus;
+using L3::VrfName;
+using Lnet::IntfId;
+using MrouteLib::OifSetPtr;
+using MrouteLib::RouteHandle;
+using Sim::SyncHook;
+using Vel::MrouteSwitch;
+using Vel::MrouteSwitchSm;
+namespace Fib = Routing::Multicast::Fib;
+
+struct Inputs {
+   Qor::Ptr<Vel::VelCommonSmData> acsd = Qor::make<Vel::VelCommonSmData>();
+   Qor::Ptr<Vel::L3Status> l3Status = Qor::make<Vel::L3Status>();
+   Qor::Ptr<IntfVlanId::Table> intfVlanIdTable = Qor::make<IntfVlanId::Table>();
+   Qor::Ptr<Fib::VrfConfig> mfibConfig = Qor::make<Fib::VrfConfig>();
+   Qor::Ptr<Fib::Hardware::Status> mfibHwStatus = Qor::make<Fib::Hardware::Status>();
+   Qor::Ptr<VelHelper::MrouteSmHelper> mrouteHelper;
+   Qor::Ptr<Qor::Clock> zombieClock = Qor::make<Qor::Clock>("zombieClock");
+   Qor::Ptr<Qor::Clock> agingClock = Qor::make<Qor::Clock>("agingClock");
+   Qor::Ptr<Interface::EthIntfStatusDir> ethIntfStatusDir =
+         Qor::make<Interface::EthIntfStatusDir>();
+
+   Qor::Ptr<MrouteSwitchSm> sm(Qor::Ptr<MrouteSwitch> const& chip) {
+      return Vel::MrouteSwitchSmIs(7, acsd, l3Status, chip, intfVlanIdTable, mfibConfig,
+                                   mfibHwStatus, mrouteHelper, zombieClock, agingClock,
+                                   ethIntfStatusDir, nullptr, nullptr);
+   }
+};
+
+// A switch on a simulated chip with the ports et1 to et8, each in a vlan of its own (1001 to 1008).
+// Routes accept from et1, in the VRF "default", which has the number 1. A review asks for hits every
+// 60 seconds.
+class SyncSm : public OnVirtualTime {
+ protected:
+   SyncSm() { build(); }
+
+   void build(Qor::Seconds callCost = 0) {
+      sm_ = nullptr;
+      switch_ = nullptr;
+      in_ = Inputs();
+      chip_ = Qor::make<Sim::Chip>(Sim::ChipConfig{64, 64, 8, 0});
+      for (unsigned i = 1; i <= 8; ++i)
+         EXPECT_EQ(chip_->portAdd(intf(i), i, vlan(i)), "");
+      platform_ = Qor::make<Sim::SyncPlatform>("platform", chip_, 7,
+                                               Sim::SyncPlatformConfig{16, callCost});
+      platform_->hookObserverIs(
+            [this](std::string_view hook) { journal_.add("hook " + std::string(hook)); });
+      in_.mrouteHelper = platform_;
+      in_.acsd->verifyDataIs(Qor::make<Vel::VerifyData>());
+      in_.l3Status->vrfNameToVrfIdIs("default", Vel::VrfId(1));
+      in_.mfibHwStatus->hwRoutingIs(true);
+      for (unsigned i = 1; i <= 8; ++i) {
+         in_.intfVlanIdTable->intfIdToVlanIdIs(intf(i), Bridging::VlanId(1000u + i));
+         in_.ethIntfStatusDir->newIntfStatus(intf(i))->operStatusIs(IntfOperStatus::up);
+      }
+      freshSwitch();
+      sm_ = in_.sm(switch_);
+      journal_.take();
+   }
+   // A switch without a past or a reactor, on the same chip.
+   void freshSwitch() {
+      sm_ = nullptr;
+      switch_ = nullptr;
+      switch_ = Vel::mrouteSwitchFactory("switch", 7, in_.acsd, in_.l3Status, platform_, nullptr,
+                                         in_.mfibHwStatus);
+   }
+   static IntfId intf(unsigned i) { return IntfId("et" + std::to_string(i)); }
+   static VlanIdOrNone vlan(unsigned i) { return VlanIdOrNone(1000u + i); }
+   // A set like no other to `out`, covered by `backup` against a failure of `iif`.
+   static OifSetPtr set(unsigned out, unsigned iif = 0, unsigned backup = 0) {
+      MrouteLib::PortVlanSet s(Fib::RouteKeyType::routed);
+      s.newPortVlan(MrouteLib::PortVlan(intf(out), vlan(out)), true);
+      if (backup) s.newPortVlanFrr(MrouteLib::PortVlan(intf(backup), vlan(backup)), true);
+      if (iif) s.currentIifIs(intf(iif));
+      return Qor::make<MrouteLib::OifSet>(nullptr, s);
+   }
+   RouteHandle program(unsigned n, OifSetPtr const& s) {
+      switch_->doAllocateMtableOifSet(s);
+      auto const record = switch_->mtableOifSet();
+      switch_->mtableOifSetIs(nullptr);
+      switch_->doAllocateRoute(key(n), vlan(1), false, record, false, false, {},
+                               VrfName("default"));
+      RouteHandle const handle = switch_->routeHandle();
+      switch_->doSetMtableOifSet(handle, record);
+      status(n)->acceptingIntfIdIs(intf(1));
+      return handle;
+   }
+   Qor::Ptr<Fib::Hardware::RouteStatus> status(unsigned n, char const* vrf = "default") {
+      return in_.mfibHwStatus->vrfStatusIs(VrfName(vrf))->routeIs(key(n));
+   }
+   Sim::Forwarded send(unsigned n, unsigned in = 1) {
+      return chip_->forward({1, addr("10.0.0.1"), key(n).group().address(), vlan(in)});
+   }
+   // Where the packets of route n go.
+   std::string receivers(unsigned n) {
+      std::string all;
+      for (auto const& copy : send(n).copies)
+         all += copy.intfId().name();
+      return all;
+   }
+   void down(unsigned i, IntfOperStatus status = IntfOperStatus::down) {
+      in_.ethIntfStatusDir->intfStatus(intf(i))->operStatusIs(status);
+   }
+   void requestReview() { in_.l3Status->multicastReviewPendingInc(); }
+   Qor::Seconds aging() const { return in_.agingClock->timeMin(); }
+   Qor::U64 asked() const { return platform_->calls(SyncHook::mrouteHitBit); }
+   Qor::U64 kicks() const { return switch_->mrouteReviewKick(); }
+
+   Journal journal_{"VelSyncMrouteSm"};
+   Qor::Ptr<Sim::Chip> chip_;
+   Qor::Ptr<Sim::SyncPlatform> platform_;
+   Inputs in_;
+   Qor::Ptr<MrouteSwitch> switch_;
+   Qor::Ptr<MrouteSwitchSm> sm_;
+};
+
+// ---- Life ----
+
+TEST_F(SyncSm, StartsWithDisarmedClocksAndInitializesOnce) {
+   EXPECT_EQ(in_.zombieClock->timeMin(), Qor::never);
+   EXPECT_EQ(aging(), Qor::never);
+   EXPECT_EQ(in_.mfibHwStatus->pollingInterval(), 60);
+   EXPECT_EQ(sm_->ethIntfStatuses(), 8u);
+   program(1, set(2));
+   in_.zombieClock->timeMinIs(50);
+   sm_->handleInitialized();
+   EXPECT_EQ(in_.zombieClock->timeMin(), 50);
+   EXPECT_EQ(aging(), 60);
+}
+
+TEST_F(SyncSm, TakesOverWhatWasThereBefore) {
+   freshSwitch();
+   program(1, set(2));
+   switch_->doDeleteRoute(program(2, set(3)));
+   program(3, set(4, 1, 5));
+   sm_ = in_.sm(switch_);
+   EXPECT_EQ(in_.zombieClock->timeMin(), 4);
+   EXPECT_EQ(aging(), 60);
+   sm_ = nullptr;
+   EXPECT_EQ(in_.zombieClock->timeMin(), Qor::never);
+   EXPECT_EQ(aging(), Qor::never);
+   EXPECT_TRUE(switch_->deleted());
+   EXPECT_TRUE(switch_->zombieOifSet().empty());
+   EXPECT_EQ(chip_->groups(), 2u);
+}
+
+TEST_F(SyncSm, EachInputButTheSwitchMayBeNull) {
+   for (unsigned present = 0; present < 512; ++present) {
+      freshSwitch();
+      Inputs in = in_;
+      in.zombieClock = Qor::make<Qor::Clock>();
+      in.agingClock = Qor::make<Qor::Clock>();
+      unsigned bit = 1;
+      auto const keep = [&](auto& input) {
+         if (!(present & bit)) input = nullptr;
+         bit <<= 1;
+      };
+      keep(in.acsd), keep(in.l3Status), keep(in.intfVlanIdTable), keep(in.mfibConfig);
+      keep(in.mfibHwStatus), keep(in.mrouteHelper), keep(in.zombieClock), keep(in.agingClock);
+      keep(in.ethIntfStatusDir);
+      sm_ = in.sm(switch_);
+      program(1, set(2, 1, 3));
+      RouteHandle const gone = program(2, set(4));
+      switch_->doDeleteRoute(gone);
+      sm_->handleVerify();
+      sm_->doRouteAgingReview();
+      time_->runUntil(time_->now() + 61);
+      EXPECT_EQ(switch_->zombieOifSet().empty(), in.zombieClock != nullptr);
+      down(1);
+      EXPECT_EQ(receivers(1), in.ethIntfStatusDir && in.mrouteHelper ? "et3" : "et2");
+      down(1, IntfOperStatus::up);
+      sm_->maybeScheduleRoutesReview();
+      in_.mfibHwStatus->vrfStatusDelAll();
+   }
+   EXPECT_EQ(platform_->audit(), Lines());
+   EXPECT_EQ(errorText([&] { in_.sm(nullptr); }),
+             "null _mrouteSwitch parameter to mutator for Vel::MrouteSwitchSm::mrouteSwitch not "
+             "allowed\"");
+}
+
+TEST_F(SyncSm, FollowsTheInterfacesOfTheDirectory) {
+   in_.ethIntfStatusDir->intfStatusDel(intf(8));
+   EXPECT_EQ(sm_->ethIntfStatus(intf(8)), nullptr);
+   in_.ethIntfStatusDir->newIntfStatus(intf(9));
+   EXPECT_NE(sm_->ethIntfStatus(intf(9)), nullptr);
+   in_.ethIntfStatusDir->intfStatusDelAll();
+   EXPECT_EQ(sm_->ethIntfStatuses(), 0u);
+   EXPECT_EQ(errorText([&] { sm_->ethIntfStatusIs(nullptr); }),
+             "null _ethIntfStatus parameter to mutator for Vel::MrouteSwitchSm::ethIntfStatus not "
+             "allowed\"");
+}
+
+TEST_F(SyncSm, VerifiesOnRequestUnlessThatIsDisabled) {
+   program(1, set(2));
+   auto const verify = [&](Qor::Ptr<Vel::VerifyData> const& data) {
+      data->verifyIs(data->verify() + 1);
+      return platform_->verified();
+   };
+   auto const first = in_.acsd->verifyData();
+   EXPECT_EQ(verify(first), 1u);
+   sm_->disableVerifyIs(true);
+   EXPECT_EQ(verify(first), 1u);
+   sm_->disableVerifyIs(false);
+   in_.acsd->verifyDataIs(Qor::make<Vel::VerifyData>());
+   EXPECT_EQ(verify(first), 1u);
+   EXPECT_EQ(verify(in_.acsd->verifyData()), 2u);
+   // What the clean-up of zombies changes is to be verified, too.
+   auto const data = in_.acsd->verifyData();
+   data->verifyRequiredIs(true);
+   sm_->handleZombie();
+   EXPECT_TRUE(data->reverify());
+}
+
+// ---- Room, and the start and the end of the review ----
+
+TEST_F(SyncSm, TheFirstRouteStartsTheReviewAndTheLastEndsIt) {
+   requestReview();
+   requestReview();
+   EXPECT_EQ(kicks(), 2u);
+   RouteHandle const first = program(1, set(2));
+   time_->runUntil(10);
+   RouteHandle const second = program(2, set(3));
+   EXPECT_EQ(aging(), 60);
+   EXPECT_EQ(kicks(), 2u);
+   switch_->doDeleteRoute(first);
+   EXPECT_EQ(aging(), 60);
+   switch_->doDeleteRoute(second);
+   EXPECT_EQ(aging(), Qor::never);
+   EXPECT_EQ(in_.l3Status->waitForRoutingDisabledRefCnt(), 0u);
+   in_.mfibHwStatus->hwRoutingIs(false);
+   switch_->doDeleteRoute(program(3, set(4)));
+   EXPECT_EQ(in_.l3Status->waitForRoutingDisabledRefCnt(), 1u);
+   EXPECT_EQ(kicks(), 2u);
+}
+
+TEST_F(SyncSm, ARequestSaysThatThereIsRoomOnlyWhenThereIs) {
+   switch_->mrouteTcamFreeIs(false);
+   platform_->faults().routesExhaustedIs(true);
+   requestReview();
+   EXPECT_FALSE(switch_->mrouteTcamFree());
+   platform_->faults().routesExhaustedIs(false);
+   requestReview();
+   EXPECT_TRUE(switch_->mrouteTcamFree());
+   Qor::U64 const calls = platform_->calls(SyncHook::mrouteFull);
+   requestReview();
+   EXPECT_EQ(platform_->calls(SyncHook::mrouteFull), calls);
+   EXPECT_EQ(kicks(), 3u);
+}
+
+// ---- Zombies ----
+
+TEST_F(SyncSm, TheZombieClockFollowsTheFirstToExpire) {
+   RouteHandle const early = program(1, set(2)), late = program(2, set(3));
+   switch_->doDeleteRoute(early);
+   time_->runUntil(1);
+   switch_->doDeleteRoute(late);
+   EXPECT_EQ(in_.zombieClock->timeMin(), 4);
+   time_->runUntil(4);
+   EXPECT_EQ(chip_->groups(), 1u);
+   EXPECT_EQ(in_.zombieClock->timeMin(), 5);
+   time_->runUntil(5);
+   EXPECT_EQ(chip_->groups(), 0u);
+   EXPECT_EQ(in_.zombieClock->timeMin(), Qor::never);
+
+   RouteHandle const last = program(3, set(4));
+   switch_->deletedIs(true);
+   switch_->zombieOifSetNotify({});
+   switch_->doDeleteRoute(last);
+   EXPECT_EQ(in_.zombieClock->timeMin(), Qor::never);
+   EXPECT_EQ(journal_.count("6 MrouteSwitch marked for deletion - skipping zombie handling"), 1);
+}
+
+// ---- Aging ----
+
+TEST_F(SyncSm, AReviewStampsWhatWasHit) {
+   for (unsigned n : {1, 2, 3, 4})
+      program(n, set(n + 1));
+   switch_->route(RouteHandle(2))->noAgeIs(true);
+   status(4)->acceptingIntfIdIs({});
+   status(4)->fastdropLastPollTimeIs("et5", 0);
+   switch_->doAllocateRoute(key(4), vlan(5), false, nullptr, true, false, {}, VrfName("default"));
+   send(1);
+   send(4, 5);
+   Qor::U64 const before = kicks();
+   journal_.take();
+   time_->runUntil(60);
+   EXPECT_EQ(status(1)->lastPollTime(), 60);
+   EXPECT_EQ(status(2)->lastPollTime(), 0);
+   EXPECT_EQ(status(3)->lastPollTime(), 60);  // handle 2
+   EXPECT_EQ(status(4)->lastPollTime(), 0);
+   EXPECT_EQ(status(4)->fastdropLastPollTime("et5"), 60);
+   EXPECT_EQ(asked(), 3u);
+   EXPECT_EQ(kicks(), before + 1);
+   EXPECT_EQ(aging(), 120);
+   Lines const hooks = journal_.like("hook ");
+   EXPECT_EQ(hooks.front(), "hook mrouteHitBitCacheRefresh");
+   EXPECT_EQ(Lines(hooks.end() - 2, hooks.end()),
+             (Lines{"hook doCommitMrouteBatch", "hook mrouteHitBitCacheClear"}));
+   EXPECT_EQ(journal_.like("5 ")[1], cat("5 Updating activity bits for route ", key(1)));
+   EXPECT_EQ(journal_.count(cat("5  Forcing hit for ", key(3))), 1);
+   EXPECT_EQ(journal_.count(
+                   cat("5 Updating activity bits for fastdrop route", key(4), " on vlan 1005")),
+             1);
+   time_->runUntil(120);
+   EXPECT_EQ(status(1)->lastPollTime(), 60);
+}
+
+TEST_F(SyncSm, AChangedIntervalRestartsARunningReviewOnly) {
+   in_.mfibConfig->activityPollingIntervalIs(5);
+   EXPECT_EQ(aging(), Qor::never);
+   EXPECT_EQ(in_.mfibHwStatus->pollingInterval(), 5);
+   program(1, set(2));
+   time_->runUntil(1);
+   in_.mfibConfig->activityPollingIntervalIs(9);
+   EXPECT_EQ(aging(), 1);
+   time_->runUntil(1);
+   EXPECT_EQ(asked(), 1u);
+   EXPECT_EQ(aging(), 10);
+}
+
+TEST_F(SyncSm, ABusyHitBitCacheIsAskedAgainThoughNoRouteChanges) {
+   program(1, set(2));
+   platform_->faults().hitBitsBusyNext(2);
+   time_->runUntil(60.015);
+   EXPECT_EQ(asked(), 0u);
+   EXPECT_EQ(journal_.count("6 cmdInProgress_ "), 2);
+   time_->runUntil(60.025);
+   EXPECT_EQ(asked(), 1u);
+   EXPECT_DOUBLE_EQ(aging(), 120.02);
+}
+
+// Each question costs 0.02 s: three fit into a slice of 0.05 s.
+class SyncSmSlices : public SyncSm {
+ protected:
+   SyncSmSlices() {
+      build(0.02);
+      for (unsigned n = 1; n <= 8; ++n)
+         program(n, set(2));
+      time_->runUntil(time_->now() + 1);
+   }
+   // The first slice, which refreshes the cache and reviews routes 1 to 3.
+   void firstSlice() {
+      time_->runUntil(aging());
+      EXPECT_EQ(asked(), 3u);
+      EXPECT_NEAR(aging(), time_->now() + 0.01, 1e-9);
+      journal_.take();
+   }
+   // The routes reviewed since the journal was taken last.
+   Lines reviewed() { return journal_.like("7 Aging review: polling state for route "); }
+   static std::string review(unsigned n) {
+      return cat("7 Aging review: polling state for route ", key(n));
+   }
+   Qor::U64 refreshes() const { return platform_->calls(SyncHook::mrouteHitBitCacheRefresh); }
+};
+
+TEST_F(SyncSmSlices, EachRouteIsReviewedOnceInSlicesWithinTheirTime) {
+   firstSlice();
+   time_->runUntil(aging());
+   EXPECT_EQ(reviewed(), (Lines{review(4), review(5), review(6)}));
+   EXPECT_EQ(journal_.count("6 Route aging review quota reached (reviewed 3 routes)"), 1);
+   EXPECT_EQ(journal_.count(cat("6 Current routeIter: ", key(3))), 1);
+   time_->runUntil(aging());
+   EXPECT_EQ(asked(), 8u);
+   EXPECT_EQ(refreshes(), 1u);
+   EXPECT_EQ(journal_.count("6 Review completed"), 1);
+}
+
+TEST_F(SyncSmSlices, AReviewGoesOnBehindItsPlaceWhateverChanged) {
+   struct Case {
+      std::function<void()> change;
+      unsigned next;
+      unsigned refreshes;
+   };
+   auto const vrf = [this] { return in_.mfibHwStatus->vrfStatus(VrfName("default")); };
+   Case const cases[] = {
+         {[&] { vrf()->routeDel(key(3)), vrf()->routeDel(key(4)); }, 5, 1},
+         {[&] { in_.mfibHwStatus->vrfStatusDel(VrfName("default")), status(6, "other"); }, 6, 2},
+         {[&] {
+             sm_ = nullptr;
+             sm_ = in_.sm(switch_);
+          },
+          1, 2},
+   };
+   for (Case const& c : cases) {
+      SCOPED_TRACE(c.next);
+      build(0.02);
+      for (unsigned n = 1; n <= 8; ++n)
+         program(n, set(2));
+      firstSlice();
+      c.change();
+      journal_.take();
+      time_->runUntil(aging());
+      ASSERT_FALSE(reviewed().empty());
+      EXPECT_EQ(reviewed().front(), review(c.next));
+      EXPECT_EQ(refreshes(), c.refreshes);
+   }
+}
+
+// The last route of all is reviewed when the time is up: that is not the beginning.
+TEST_F(SyncSmSlices, ASliceThatEndsWithTheLastRouteIsFollowedByTheEnd) {
+   firstSlice();
+   in_.mfibHwStatus->vrfStatus(VrfName("default"))->routeDel(key(7));
+   in_.mfibHwStatus->vrfStatus(VrfName("default"))->routeDel(key(8));
+   time_->runUntil(aging());
+   EXPECT_EQ(asked(), 6u);
+   EXPECT_EQ(journal_.count("6 Review completed"), 0);
+   time_->runUntil(aging());
+   EXPECT_EQ(asked(), 6u);
+   EXPECT_EQ(journal_.count("6 Review completed"), 1);
+}
+
+TEST_F(SyncSmSlices, WithoutRoutesTheNextReviewBeginsAnew) {
+   firstSlice();
+   while (!switch_->route().empty())
+      switch_->doDeleteRoute(switch_->route().begin()->first);
+   EXPECT_EQ(aging(), Qor::never);
+   program(1, set(2));
+   time_->runUntil(aging());
+   EXPECT_EQ(refreshes(), 2u);
+   EXPECT_EQ(reviewed().front(), review(1));
+}
+
+// ---- Fast reroute ----
+
+TEST_F(SyncSm, AFailedInterfaceHasItsSetsRewrittenUnderTheirIndex) {
+   OifSetPtr const covered = set(2, 1, 3), other = set(4, 8, 5), bare = set(6, 1);
+   program(1, covered);
+   program(2, covered);
+   program(3, other);
+   program(4, bare);
+   down(1, IntfOperStatus::up);
+   down(1, IntfOperStatus::testing);
+   EXPECT_EQ(receivers(1), "et2");
+   auto const record = switch_->inUseRecord(covered);
+   Qor::U64 const points = chip_->writes(Sim::WriteKind::routePoint);
+   journal_.take();
+   down(1, IntfOperStatus::lowerLayerDown);
+   EXPECT_EQ(receivers(1) + receivers(2) + receivers(3) + receivers(4), "et3et3et4et6");
+   EXPECT_EQ(chip_->writes(Sim::WriteKind::routePoint), points);
+   EXPECT_TRUE(record->dirty());
+   EXPECT_EQ(record->oifSet()->portVlanSet().portVlan().begin()->first.intfId(), intf(2));
+   EXPECT_EQ(switch_->frrMtableOifSet().size(), 2u);
+   EXPECT_TRUE(switch_->frrProcessingOifSet().empty());
+   EXPECT_EQ(journal_.count("8 add port et3:1003"), 1);
+   EXPECT_EQ(journal_.count("blip  skip Frr, currentIif et8"), 1);
+   EXPECT_EQ(journal_.count("blip No need for inplace update, invalid currentIif: 0, or "
+                            "portVlanFrrs: 0"),
+             1);
+   down(1, IntfOperStatus::up);
+   down(1);
+   EXPECT_EQ(chip_->writes(Sim::WriteKind::groupUpdate), 1u);
+   // The record is not shared any more.
+   switch_->doAllocateMtableOifSet(covered);
+   EXPECT_NE(switch_->mtableOifSet(), record);
+   switch_->mtableOifSetIs(nullptr);
+   EXPECT_EQ(platform_->audit(), Lines());
+}
+
+TEST_F(SyncSm, AZombieIsNotReroutedAndARefusedRewriteIsDropped) {
+   OifSetPtr const zombie = set(2, 1, 3);
+   switch_->doDeleteRoute(program(1, zombie));
+   program(2, set(4, 1, 5));
+   platform_->faults().failNext(Sim::WriteKind::groupUpdate, "no");
+   down(1);
+   EXPECT_FALSE(switch_->inUseRecord(zombie)->dirty());
+   EXPECT_TRUE(switch_->frrMtableOifSet().empty());
+   EXPECT_TRUE(switch_->frrProcessingOifSet().empty());
+   EXPECT_EQ(receivers(2), "et4");
+   EXPECT_EQ(journal_.count("blip MrouteSwitchSm::handleClockHW resource full"), 1);
+}
+
+// Each rewrite costs 0.03 s: four begin within 0.1 s.
+TEST_F(SyncSm, ManySetsAreRewrittenInPassesAndEachOnce) {
+   build(0.03);
+   std::vector<RouteHandle> routes;
+   for (unsigned n = 1; n <= 10; ++n)
+      routes.push_back(program(n, set(2, 1, 3)));
+   time_->runUntil(time_->now() + 5);
+   down(1);
+   EXPECT_EQ(switch_->frrProcessingOifSet().size(), 6u);
+   ASSERT_TRUE(sm_->clock());
+   EXPECT_EQ(sm_->clock()->timeMin(), time_->now());
+   // Two go before their turn: as a zombie, and with its record.
+   switch_->doDeleteRoute(routes[6]);
+   in_.l3Status->multicastZombiesEnabledIs(false);
+   switch_->doDeleteRoute(routes[5]);
+   EXPECT_EQ(switch_->frrProcessingOifSet().size(), 5u);
+   time_->runUntil(time_->now() + 0.2);
+   EXPECT_TRUE(switch_->frrProcessingOifSet().empty());
+   EXPECT_EQ(chip_->writes(Sim::WriteKind::groupUpdate), 8u);
+   EXPECT_EQ(sm_->clock()->timeMin(), Qor::never);
+   for (unsigned n : {1, 5, 8, 10})
+      EXPECT_EQ(receivers(n), "et3");
+}
+
+}  // namespace
