@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <iterator>
-#include <numeric>
 #include <utility>
 
 #include "platform/sim/Text.h"
@@ -36,7 +35,7 @@ AsyncPlatformConfig checked(AsyncPlatformConfig config, Chip const& chip) {
 
 }  // namespace
 
-std::string_view AsyncPlatform::hookName(Hook hook) {
+std::string_view nameOf(AsyncHook hook) {
    static constexpr std::string_view names[] = {
          "handleMrouteCounterMode",
          "handleWildcardCounter",
@@ -61,7 +60,7 @@ std::string_view AsyncPlatform::hookName(Hook hook) {
          "doGetAdjustedActivityPollInterval",
          "doScheduleVerify",
    };
-   static_assert(std::size(names) == hooks);
+   static_assert(std::size(names) == asyncHooks);
    return names[static_cast<std::size_t>(hook)];
 }
 
@@ -70,7 +69,7 @@ AsyncPlatform::AsyncPlatform(Qor::Name name, Qor::Ptr<Chip> chip, AsyncPlatformC
                              Qor::Ptr<MrouteLib::MrouteCounterKeyMapTable> mrouteCounterKeyMapTable)
       : AsyncMrouteHelper(std::move(name), std::move(activeCounterKeyTable),
                           std::move(mrouteCounterKeyMapTable)),
-        chip_(std::move(chip)),
+        PlatformBase(std::move(chip), config.callCost),
         config_(checked(std::move(config), *chip_)),
         queue_(Qor::make<XactQueue>(chip_->config().latency)),
         groupPool_(chip_->config().groups, config_.firstFixedGroup, config_.fixedGroups),
@@ -79,20 +78,6 @@ AsyncPlatform::AsyncPlatform(Qor::Name name, Qor::Ptr<Chip> chip, AsyncPlatformC
 // The queue may be held by others, and its writes point back here.
 AsyncPlatform::~AsyncPlatform() {
    queue_->close();
-}
-
-void AsyncPlatform::called(Hook hook) {
-   if (observer_) observer_(hookName(hook));
-   ++calls_[static_cast<std::size_t>(hook)];
-   if (config_.callCost > 0) Qor::activityManager()->advance(config_.callCost);
-}
-
-void AsyncPlatform::misused(Hook hook, char const* what, U32 number) {
-   violations_.add(text(hookName(hook), ": ", what, ' ', number, " is not allocated"));
-}
-
-Qor::U64 AsyncPlatform::calls() const {
-   return std::accumulate(calls_.begin(), calls_.end(), Qor::U64{0});
 }
 
 ChipXactPtr AsyncPlatform::issue(XactQueue::Write write, XactPtr blockingXact) {
@@ -109,13 +94,9 @@ void AsyncPlatform::issueDelete(WriteKind kind, XactQueue::Write write) {
 
 // Runs from the queue: brings the group on the chip to the set's members.
 String8 AsyncPlatform::applyGroup(U32 id, MrouteLib::PortVlanSet const& set) {
-   std::vector<MrouteLib::PortVlan> members;
-   members.reserve(set.portVlan().size());
-   for (auto const& [member, flag] : set.portVlan())
-      members.push_back(member);
    bool& onChip = groups_[id].onChip;
-   Refusal refusal = onChip ? chip_->groupUpdate(id, std::move(members), set.toCpu())
-                            : chip_->groupCreate(id, std::move(members), set.toCpu());
+   Refusal refusal = onChip ? chip_->groupUpdate(id, membersOf(set), set.toCpu())
+                            : chip_->groupCreate(id, membersOf(set), set.toCpu());
    if (refusal.empty()) onChip = true;
    return refusal;
 }
@@ -153,7 +134,7 @@ U32 AsyncPlatform::doAllocateFixedMulticastGroup(OifSetPtr oifSet, XactPtr block
 void AsyncPlatform::doUpdateMulticastGroupInPlace(OifSetPtr oifSet, U32 mcastId) {
    called(Hook::doUpdateMulticastGroupInPlace);
    if (!groupAllocated(mcastId)) {
-      return misused(Hook::doUpdateMulticastGroupInPlace, "group", mcastId);
+      return notAllocated(Hook::doUpdateMulticastGroupInPlace, "group", mcastId);
    }
    writeGroup(WriteKind::groupUpdate, mcastId, std::move(oifSet), nullptr);
 }
@@ -161,7 +142,7 @@ void AsyncPlatform::doUpdateMulticastGroupInPlace(OifSetPtr oifSet, U32 mcastId)
 XactPtr AsyncPlatform::doGetXactForOifSet(U32 mcastId) {
    called(Hook::doGetXactForOifSet);
    if (groupAllocated(mcastId)) return groups_[mcastId].xact;
-   misused(Hook::doGetXactForOifSet, "group", mcastId);
+   notAllocated(Hook::doGetXactForOifSet, "group", mcastId);
    return nullptr;
 }
 
@@ -174,7 +155,7 @@ String8 AsyncPlatform::doGetXactFailureReason(XactPtr xact, VelHelper::MrouteXac
 
 void AsyncPlatform::doDeleteOifSet(U32 mcastId) {
    called(Hook::doDeleteOifSet);
-   if (!groupAllocated(mcastId)) return misused(Hook::doDeleteOifSet, "group", mcastId);
+   if (!groupAllocated(mcastId)) return notAllocated(Hook::doDeleteOifSet, "group", mcastId);
    issueDelete(WriteKind::groupDelete, [this, mcastId]() -> String8 {
       if (!groups_[mcastId].onChip) return {};
       Refusal refusal = chip_->groupDelete(mcastId);
@@ -217,8 +198,9 @@ RouteHandle AsyncPlatform::doAllocateRoute(IpGenRouteKey const& routeKey,
 // the transaction that creates its entry, and its group is on the chip then or is not.
 void AsyncPlatform::doSetMtableOifSet(RouteHandle handle, U32 mcastId, XactPtr blockingXact) {
    called(Hook::doSetMtableOifSet);
-   if (!routeAllocated(handle)) return misused(Hook::doSetMtableOifSet, "route", handle.value());
-   if (!groupAllocated(mcastId)) return misused(Hook::doSetMtableOifSet, "group", mcastId);
+   if (!routeAllocated(handle))
+      return notAllocated(Hook::doSetMtableOifSet, "route", handle.value());
+   if (!groupAllocated(mcastId)) return notAllocated(Hook::doSetMtableOifSet, "group", mcastId);
    RouteState& route = routes_[handle.value()];
    String8 fault = faults_.failure(WriteKind::routePoint);
    auto write = [this, index = handle.value(), mcastId, create = route.create,
@@ -236,13 +218,13 @@ void AsyncPlatform::doSetMtableOifSet(RouteHandle handle, U32 mcastId, XactPtr b
 XactPtr AsyncPlatform::doGetXactForIngress(RouteHandle handle) {
    called(Hook::doGetXactForIngress);
    if (routeAllocated(handle)) return routes_[handle.value()].point;
-   misused(Hook::doGetXactForIngress, "route", handle.value());
+   notAllocated(Hook::doGetXactForIngress, "route", handle.value());
    return nullptr;
 }
 
 void AsyncPlatform::doDeleteRoute(RouteHandle handle) {
    called(Hook::doDeleteRoute);
-   if (!routeAllocated(handle)) return misused(Hook::doDeleteRoute, "route", handle.value());
+   if (!routeAllocated(handle)) return notAllocated(Hook::doDeleteRoute, "route", handle.value());
    RouteState& route = routes_[handle.value()];
    auto write = [this, index = handle.value(), create = route.create]() -> String8 {
       if (create->state() == Hux::Xact::State::failed) return {};
@@ -257,7 +239,7 @@ void AsyncPlatform::doDeleteRoute(RouteHandle handle) {
 Qor::Seconds AsyncPlatform::routeLastAccessedTime(RouteHandle handle) {
    called(Hook::routeLastAccessedTime);
    if (!routeAllocated(handle)) {
-      misused(Hook::routeLastAccessedTime, "route", handle.value());
+      notAllocated(Hook::routeLastAccessedTime, "route", handle.value());
       return 0.0;
    }
    if (routes_[handle.value()].create->state() != Hux::Xact::State::succeeded) return 0.0;
@@ -320,10 +302,7 @@ void AsyncPlatform::doScheduleVerify() {
 }
 
 std::vector<Qor::String> AsyncPlatform::audit() const {
-   std::vector<Qor::String> faults;
-   violations_.audit(faults);
-   std::vector<Qor::String> const onChip = chip_->audit();
-   faults.insert(faults.end(), onChip.begin(), onChip.end());
+   std::vector<Qor::String> faults = auditChip();
    if (queue_->pending() > 0) return faults;
 
    for (U32 id = 0; id < groups_.size(); ++id) {

@@ -15,20 +15,15 @@
 //
 // Fixed groups are a range of the replication table that is set aside. A fixed group is created
 // the first time it is asked for, and rewritten in place from then on until it is deleted.
-//
-// Wrong calls (deleting what is not allocated, pointing at what is not) do nothing and are kept as
-// violations: audit() reports them.
 #pragma once
 
-#include <array>
 #include <functional>
 #include <string_view>
 #include <vector>
 
 #include "Vel/VelAsyncMrouteHelper.h"
-#include "platform/sim/Chip.h"
-#include "platform/sim/Faults.h"
 #include "platform/sim/IdPool.h"
+#include "platform/sim/PlatformBase.h"
 #include "platform/sim/XactQueue.h"
 
 namespace Sim {
@@ -46,63 +41,55 @@ struct AsyncPlatformConfig {
    Qor::Seconds callCost = 0;
 };
 
-class AsyncPlatform final : public VelHelper::AsyncMrouteHelper {
+// The hooks in the order of their slots.
+enum class AsyncHook : unsigned char {
+   handleMrouteCounterMode,
+   handleWildcardCounter,
+   doCreateMrouteCounter,
+   doDeleteMrouteCounter,
+   doAllocateSharableMulticastGroup,
+   doAllocateFixedMulticastGroup,
+   doUpdateMulticastGroupInPlace,
+   doGetXactForOifSet,
+   doGetXactFailureReason,
+   doDeleteOifSet,
+   doAllocateRoute,
+   doSetMtableOifSet,
+   doGetXactForIngress,
+   doDeleteRoute,
+   routeLastAccessedTime,
+   needFixedOifSet,
+   needIngressProgramming,
+   mcastIdReusable,
+   mcastIdIsValid,
+   doGetAdjustedPollingInterval,
+   doGetAdjustedActivityPollInterval,
+   doScheduleVerify,
+};
+inline constexpr std::size_t asyncHooks = 22;
+std::string_view nameOf(AsyncHook hook);
+
+class AsyncPlatform final : public VelHelper::AsyncMrouteHelper,
+                            public PlatformBase<AsyncHook, asyncHooks> {
  public:
    using RouteKeyType = Routing::Multicast::Fib::RouteKeyType;
-
-   // The hooks in the order of their slots.
-   enum class Hook : unsigned char {
-      handleMrouteCounterMode,
-      handleWildcardCounter,
-      doCreateMrouteCounter,
-      doDeleteMrouteCounter,
-      doAllocateSharableMulticastGroup,
-      doAllocateFixedMulticastGroup,
-      doUpdateMulticastGroupInPlace,
-      doGetXactForOifSet,
-      doGetXactFailureReason,
-      doDeleteOifSet,
-      doAllocateRoute,
-      doSetMtableOifSet,
-      doGetXactForIngress,
-      doDeleteRoute,
-      routeLastAccessedTime,
-      needFixedOifSet,
-      needIngressProgramming,
-      mcastIdReusable,
-      mcastIdIsValid,
-      doGetAdjustedPollingInterval,
-      doGetAdjustedActivityPollInterval,
-      doScheduleVerify,
-   };
-   static constexpr std::size_t hooks = 22;
-   static std::string_view hookName(Hook hook);  // "doAllocateRoute"
 
    // RangeException "AsyncPlatformConfig::fixedGroups outside the groups of the chip not allowed".
    AsyncPlatform(Qor::Name name, Qor::Ptr<Chip> chip, AsyncPlatformConfig config = {},
                  Qor::Ptr<FlexCounters::CounterKeyTable> activeCounterKeyTable = nullptr,
                  Qor::Ptr<MrouteLib::MrouteCounterKeyMapTable> mrouteCounterKeyMapTable = nullptr);
 
-   Qor::Ptr<Chip> const& chip() const { return chip_; }
    Qor::Ptr<XactQueue> const& queue() const { return queue_; }
-   Faults& faults() { return faults_; }
 
    // Asked, where set, whether a group may be shared once more; it may where not.
    void mcastIdReusableIs(std::function<bool(Qor::U32)> predicate) {
       reusable_ = std::move(predicate);
    }
-   // Told the name of a hook before the call is counted and done.
-   void hookObserverIs(std::function<void(std::string_view)> observer) {
-      observer_ = std::move(observer);
-   }
-   Qor::U64 calls(Hook hook) const { return calls_[static_cast<std::size_t>(hook)]; }
-   Qor::U64 calls() const;  // of all hooks
 
    // What is allocated at present, fixed groups included.
    Qor::U32 groupsAllocated() const { return groupPool_.taken() + fixedAllocated_; }
    Qor::U32 routesAllocated() const { return routePool_.taken(); }
 
-   Violations const& violations() const { return violations_; }
    // What is wrong with the platform and its chip; empty when nothing is. With an empty queue the
    // chip also holds exactly what is allocated and has not failed.
    std::vector<Qor::String> audit() const;
@@ -157,8 +144,6 @@ class AsyncPlatform final : public VelHelper::AsyncMrouteHelper {
 
    ~AsyncPlatform() override;
 
-   void called(Hook hook);
-   void misused(Hook hook, char const* what, Qor::U32 number);
    bool isFixedGroup(Qor::U32 id) const {
       return id >= config_.firstFixedGroup && id - config_.firstFixedGroup < config_.fixedGroups;
    }
@@ -172,14 +157,9 @@ class AsyncPlatform final : public VelHelper::AsyncMrouteHelper {
                    Hux::XactPtr blockingXact);
    Qor::String8 applyGroup(Qor::U32 id, MrouteLib::PortVlanSet const& set);
 
-   Qor::Ptr<Chip> const chip_;
    AsyncPlatformConfig const config_;
    Qor::Ptr<XactQueue> const queue_;
-   Faults faults_;
    std::function<bool(Qor::U32)> reusable_;
-   std::function<void(std::string_view)> observer_;
-   std::array<Qor::U64, hooks> calls_{};
-   Violations violations_;
    IdPool groupPool_;
    IdPool routePool_;
    Qor::U32 fixedAllocated_ = 0;

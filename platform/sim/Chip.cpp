@@ -31,6 +31,12 @@ std::ostream& operator<<(std::ostream& os, Forwarding forwarding) {
    return Qor::printEnum(os, forwarding, names);
 }
 
+Qor::String groupName(U32 group) {
+   if (group == noGroup) return "none";
+   if (group == dropGroup) return "drop";
+   return group == cpuGroup ? "cpu" : text(group);
+}
+
 void Violations::add(Qor::String violation) {
    ++count_;
    if (texts_.size() < kept) texts_.push_back(std::move(violation));
@@ -96,6 +102,14 @@ Port const* Chip::port(IntfId intfId) const {
 
 // ---- Table writes ----
 
+std::vector<PortVlan> membersOf(MrouteLib::PortVlanSet const& set) {
+   std::vector<PortVlan> members;
+   members.reserve(set.portVlan().size());
+   for (auto const& [member, flag] : set.portVlan())
+      members.push_back(member);
+   return members;
+}
+
 // Counts a write, or the violation that it would have been.
 Refusal Chip::done(WriteKind kind, Refusal refusal) {
    if (refusal.empty()) {
@@ -123,6 +137,11 @@ Refusal Chip::checkMembers(std::vector<PortVlan> const& members) const {
    return {};
 }
 
+Refusal Chip::checkInTable(U32 id) const {
+   if (id < groups_.size() && groups_[id]) return {};
+   return text("group ", groupName(id), group(id) ? " is hard-wired" : " does not exist");
+}
+
 Refusal Chip::groupWrite(U32 id, std::vector<PortVlan> members, bool toCpu) {
    Refusal const refusal = checkMembers(members);
    if (!refusal.empty()) return text("group ", id, ": ", refusal);
@@ -146,16 +165,17 @@ Refusal Chip::groupCreate(U32 id, std::vector<PortVlan> members, bool toCpu) {
 }
 
 Refusal Chip::groupUpdate(U32 id, std::vector<PortVlan> members, bool toCpu) {
-   if (!group(id)) return done(WriteKind::groupUpdate, text("group ", id, " does not exist"));
+   Refusal const refusal = checkInTable(id);
+   if (!refusal.empty()) return done(WriteKind::groupUpdate, refusal);
    return done(WriteKind::groupUpdate, groupWrite(id, std::move(members), toCpu));
 }
 
 Refusal Chip::groupDelete(U32 id) {
-   Group const* const there = group(id);
-   if (!there) return done(WriteKind::groupDelete, text("group ", id, " does not exist"));
-   if (there->routes > 0) {
+   Refusal const refusal = checkInTable(id);
+   if (!refusal.empty()) return done(WriteKind::groupDelete, refusal);
+   if (U32 const routes = groups_[id]->routes; routes > 0) {
       return done(WriteKind::groupDelete,
-                  text("group ", id, " has ", there->routes, " routes pointing at it"));
+                  text("group ", id, " has ", routes, " routes pointing at it"));
    }
    groups_[id].reset();
    --groupCount_;
@@ -174,19 +194,21 @@ Refusal Chip::routePoint(U32 index, U32 groupId) {
    if (!entry) {
       return done(WriteKind::routePoint, text("route entry ", index, " does not exist"));
    }
-   if (!group(groupId)) {
+   Group* const to = writable(groupId);
+   if (!to) {
       return done(WriteKind::routePoint,
                   text("route entry ", index, " to missing group ", groupId));
    }
-   if (group(entry->group)) --groups_[entry->group]->routes;
+   if (Group* const from = writable(entry->group)) --from->routes;
    entry->group = groupId;
-   ++groups_[groupId]->routes;
+   ++to->routes;
    return done(WriteKind::routePoint, {});
 }
 
 Refusal Chip::routeDelete(U32 index) {
    Entry const* const entry = routes_.find(index);
-   if (entry && group(entry->group)) --groups_[entry->group]->routes;
+   Group* const from = entry ? writable(entry->group) : nullptr;
+   if (from) --from->routes;
    return done(WriteKind::routeDelete, routes_.erase(index));
 }
 
@@ -239,6 +261,8 @@ Forwarded Chip::forward(Packet const& p) {
    entry.lastHit = Qor::now();
    ++entry.packets;
    entry.bytes += p.bytes;
+   ++hits_.packets;
+   hits_.bytes += p.bytes;
    if (kept) {
       out.result = Forwarding::bridged;
    } else if (Group const* const to = group(entry.group)) {
@@ -265,23 +289,29 @@ std::vector<Qor::String> Chip::audit() const {
    routes_.audit(faults);
    boundaries_.audit(faults);
 
-   std::vector<U32> pointing(groups_.size());
+   // By id, behind them the hard-wired groups.
+   std::vector<U32> pointing(groups_.size() + hardWired_.size());
    routes_.forEach([&](U32 index, Entry const& entry) {
       if (entry.group == noGroup) return;
       if (group(entry.group)) {
-         ++pointing[entry.group];
+         ++pointing[entry.group < groups_.size() ? entry.group
+                                                 : groups_.size() + entry.group - dropGroup];
       } else {
          faults.push_back(text("route entry ", index, " points at missing group ", entry.group));
       }
    });
+   auto const count = [&](U32 id, Group const& g, U32 routes) {
+      if (g.routes == routes) return;
+      faults.push_back(text("group ", groupName(id), " counts ", g.routes, " routes, but ", routes,
+                            " point at it"));
+   };
    U32 present = 0;
    forEachGroup([&](U32 id, Group const& g) {
       ++present;
-      if (g.routes != pointing[id]) {
-         faults.push_back(text("group ", id, " counts ", g.routes, " routes, but ", pointing[id],
-                               " point at it"));
-      }
+      count(id, g, pointing[id]);
    });
+   for (U32 i = 0; i < hardWired_.size(); ++i)
+      count(dropGroup + i, hardWired_[i], pointing[groups_.size() + i]);
    if (present != groupCount_) {
       faults.push_back(text("group count ", groupCount_, " but ", present, " present"));
    }

@@ -16,7 +16,7 @@
 #include <vector>
 
 #include "Lnet/IntfId.h"
-#include "MrouteLib/PortVlan.h"
+#include "MrouteLib/PortVlanSet.h"
 #include "Qor/Ptr.h"
 #include "platform/sim/EntryTable.h"
 
@@ -43,6 +43,13 @@ enum class WriteKind : unsigned char {
    boundaryDelete,
 };
 inline constexpr std::size_t writeKinds = 8;
+
+// The groups that every chip has, whatever its table: one that sends nowhere, and one that sends to
+// the CPU alone. They cost no room, cannot be written, and a route may point at them at any time.
+inline constexpr Qor::U32 dropGroup = 0xFFFFFFFD;
+inline constexpr Qor::U32 cpuGroup = 0xFFFFFFFE;
+
+Qor::String groupName(Qor::U32 group);  // "17", "drop", "cpu"; "none" for noGroup
 
 std::ostream& operator<<(std::ostream& os, WriteKind kind);  // "groupCreate"
 
@@ -74,6 +81,9 @@ struct Group {
    bool toCpu = false;
    Qor::U32 routes = 0;  // how many route entries point at it
 };
+
+// The members of a set as a group has them.
+std::vector<MrouteLib::PortVlan> membersOf(MrouteLib::PortVlanSet const& set);
 
 struct Packet {
    Qor::U32 vrfId = 0;
@@ -156,11 +166,12 @@ class Chip final : public Qor::RefCounted {
 
    // ---- Reading. ----
 
-   // Null when there is no such group.
+   // Null when there is no such group; the hard-wired ones are always there.
    Group const* group(Qor::U32 id) const {
-      return id < groups_.size() && groups_[id] ? &*groups_[id] : nullptr;
+      if (id < groups_.size()) return groups_[id] ? &*groups_[id] : nullptr;
+      return id == dropGroup || id == cpuGroup ? &hardWired_[id - dropGroup] : nullptr;
    }
-   // Calls visit(id, group) for every group in the order of the ids.
+   // Calls visit(id, group) for every group of the table in the order of the ids.
    template <class Visit>
    void forEachGroup(Visit&& visit) const {
       for (Qor::U32 id = 0; id < groups_.size(); ++id) {
@@ -178,6 +189,8 @@ class Chip final : public Qor::RefCounted {
    // How many writes of the kind have been done; refused ones are violations instead.
    Qor::U64 writes(WriteKind kind) const { return writes_[static_cast<std::size_t>(kind)]; }
    Qor::U64 droppedCopies() const { return droppedCopies_; }
+   // What has hit an entry of either table so far.
+   Traffic const& hits() const { return hits_; }
    Violations const& violations() const { return violations_; }
 
    // What is wrong with the chip, empty when nothing is: violations, counts that do not add up,
@@ -192,6 +205,8 @@ class Chip final : public Qor::RefCounted {
    ~Chip() override;
 
    Refusal done(WriteKind kind, Refusal refusal);
+   Group* writable(Qor::U32 id) { return const_cast<Group*>(group(id)); }
+   Refusal checkInTable(Qor::U32 id) const;
    Refusal checkMembers(std::vector<MrouteLib::PortVlan> const& members) const;
    Refusal groupWrite(Qor::U32 id, std::vector<MrouteLib::PortVlan> members, bool toCpu);
    void replicate(Group const& group, Forwarded& out);
@@ -200,12 +215,14 @@ class Chip final : public Qor::RefCounted {
    Qor::HashMap<Lnet::IntfId, Port> ports_;
    Qor::HashMap<Qor::U32, Lnet::IntfId> intfOfPort_;  // by the port's number
    std::vector<std::optional<Group>> groups_;         // by id, as far as one has been used
+   std::array<Group, 2> hardWired_{Group{{}, false, 0}, Group{{}, true, 0}};
    Qor::U32 groupCount_ = 0;
    Qor::U32 groupsPeak_ = 0;
    EntryTable routes_;
    EntryTable boundaries_;
    std::array<Qor::U64, writeKinds> writes_{};
    Qor::U64 droppedCopies_ = 0;
+   Traffic hits_;
    Violations violations_;
 };
 

@@ -24,6 +24,11 @@ using Refusal = Qor::String;
 // The number of no group.
 inline constexpr Qor::U32 noGroup = 0xFFFFFFFF;
 
+struct Traffic {
+   Qor::U64 packets = 0;
+   Qor::U64 bytes = 0;
+};
+
 struct Entry {
    // What it matches. An accepting vlan of none accepts from anywhere.
    Qor::U32 vrfId = 0;
@@ -73,6 +78,16 @@ class EntryTable {
    // Within one key an entry of the packet's own vlan goes before one that accepts from anywhere.
    Match lookup(Qor::U32 vrfId, Lnet::IpGenAddr const& source, Lnet::IpGenAddr const& group,
                 Bridging::VlanIdOrNone vlan, OtherVlan otherVlan) const;
+
+   // Calls visit(index, entry) for every entry of the VRF and key, whatever its vlan.
+   template <class Visit>
+   void forEachOf(Qor::U32 vrfId, Routing::Multicast::Fib::IpGenRouteKey const& key,
+                  Visit&& visit) const {
+      auto const* const first = first_.find({vrfId, key});
+      for (Qor::U32 index = first ? first->second : nowhere; index != nowhere;
+           index = slots_[index]->next)
+         visit(index, slots_[index]->entry);
+   }
 
    // Calls visit(index, entry) for every entry in the order of the indexes.
    template <class Visit>
