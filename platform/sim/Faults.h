@@ -1,5 +1,5 @@
 // The faults that a platform of the simulated chip is told to have: writes that fail, writes that
-// take long, tables that claim to be full. What is random follows from a seed alone.
+// take long, tables that claim to be full, hit bits that cannot be read yet. What is random follows from a seed alone.
 //
 // A platform asks once for each write, when the write is issued.
 #pragma once
@@ -23,14 +23,20 @@ class Faults {
    void seedIs(Qor::U64 seed) { random_.seed(seed); }
    // The n-th write from now, of any kind and counted from 1, takes `extra` seconds longer.
    void slowNext(Qor::U32 n, Qor::Seconds extra);
-   // There is no group, no route entry to be had, although there is room.
+   // There is no group, no route entry, no boundary entry to be had, although there is room.
    void groupsExhaustedIs(bool v) { groupsExhausted_ = v; }
    void routesExhaustedIs(bool v) { routesExhausted_ = v; }
+   void boundariesExhaustedIs(bool v) { boundariesExhausted_ = v; }
+   // The hardware is busy the next `count` times that the hit bits are to be read.
+   void hitBitsBusyNext(Qor::U32 count) { hitBitsBusy_ = count; }
 
    // ---- What a platform asks. ----
 
    bool groupsExhausted() const { return groupsExhausted_; }
    bool routesExhausted() const { return routesExhausted_; }
+   bool boundariesExhausted() const { return boundariesExhausted_; }
+   // Asked once for each reading of the hit bits.
+   bool hitBitsBusy() { return hitBitsBusy_ > 0 && hitBitsBusy_-- > 0; }
    // Why the write that is being issued shall fail; empty when it shall not.
    Qor::String8 failure(WriteKind kind);
    // How much longer it shall take.
@@ -52,6 +58,8 @@ class Faults {
    Qor::Seconds slowBy_ = 0;
    bool groupsExhausted_ = false;
    bool routesExhausted_ = false;
+   bool boundariesExhausted_ = false;
+   Qor::U32 hitBitsBusy_ = 0;
    Qor::U64 injected_ = 0;
 };
 

@@ -35,6 +35,7 @@ class IdPool {
       free_.push_back(id);
    }
    Qor::U32 taken() const { return taken_; }
+   bool full() const { return taken_ >= capacity_ - reserved_; }
 
  private:
    Qor::U32 const capacity_;
