@@ -9,6 +9,7 @@
 #include <array>
 #include <functional>
 #include <numeric>
+#include <string>
 #include <string_view>
 #include <utility>
 #include <vector>
@@ -16,7 +17,6 @@
 #include "Qor/Clock.h"
 #include "platform/sim/Chip.h"
 #include "platform/sim/Faults.h"
-#include "platform/sim/Text.h"
 
 namespace Sim {
 
@@ -53,7 +53,8 @@ class PlatformBase {
       spend(callCost_);
    }
    void misused(Hook hook, char const* what, Qor::U32 number, char const* how) {
-      violations_.add(text(hookName(hook), ": ", what, ' ', number, ' ', how));
+      violations_.add(Qor::String(hookName(hook)) + ": " + what + ' ' + std::to_string(number) +
+                      ' ' + how);
    }
    void notAllocated(Hook hook, char const* what, Qor::U32 number) {
       misused(hook, what, number, "is not allocated");

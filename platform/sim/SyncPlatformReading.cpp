@@ -1,0 +1,209 @@
+// What the synchronous platform reads from the chip: hit bits, counters, verification, audit.
+#include <utility>
+
+#include "platform/sim/SyncPlatform.h"
+#include "platform/sim/Text.h"
+
+namespace Sim {
+
+using Bridging::VlanIdOrNone;
+using MrouteLib::PortVlanSet;
+using MrouteLib::RouteHandle;
+using Qor::U16;
+using Qor::U32;
+using Qor::U64;
+using Routing::Multicast::Fib::IpGenRouteKey;
+using Wisp::Multicast::Fib::RpaIndex;
+
+// ---- Hit bits ----
+
+bool SyncPlatform::mrouteHitBit(U32 switchId, U16 vrfId, IpGenRouteKey const& key,
+                                VlanIdOrNone acceptingVlanId, bool boundary) {
+   called(Hook::mrouteHitBit);
+   if (!isMine(Hook::mrouteHitBit, switchId) || !hitBitsCached_) return false;
+   bool hit = false;
+   EntryTable const& table = boundary ? chip_->boundaries() : chip_->routes();
+   table.forEachOf(vrfId, key, [&](U32 number, Entry const& entry) {
+      if (entry.acceptingVlan != acceptingVlanId) return;
+      hit = entries_.find(boundary ? chip_->config().routes + number : number)->second.hit;
+   });
+   return hit;
+}
+
+Qor::U8 SyncPlatform::mrouteHitBitCacheRefresh(U32 switchId) {
+   called(Hook::mrouteHitBitCacheRefresh);
+   if (!isMine(Hook::mrouteHitBitCacheRefresh, switchId)) return hitBitCacheRefreshed;
+   if (faults_.hitBitsBusy()) return hitBitCacheBusy;
+   for (auto& [handle, state] : entries_) {
+      U64 const packets = onChip(RouteHandle(handle))->packets;
+      state.hit = packets > std::exchange(state.packetsCached, packets);
+   }
+   hitBitsCached_ = true;
+   return hitBitCacheRefreshed;
+}
+
+void SyncPlatform::mrouteHitBitCacheClear(U32 switchId) {
+   called(Hook::mrouteHitBitCacheClear);
+   if (isMine(Hook::mrouteHitBitCacheClear, switchId)) hitBitsCached_ = false;
+}
+
+// ---- Counters ----
+
+Traffic SyncPlatform::trafficOf(IpGenRouteKey const& key, Counter const& counter) const {
+   if (key == Routing::Multicast::Fib::canonicalCatchAllKey()) return chip_->hits();
+   Traffic sum = counter.gone;
+   for (auto const& [vrfId, routes] : vrfs_) {
+      chip_->routes().forEachOf(vrfId, key, [&](U32, Entry const& entry) {
+         sum.packets += entry.packets;
+         sum.bytes += entry.bytes;
+      });
+   }
+   return sum;
+}
+
+void SyncPlatform::handleMrouteCounterMode(CounterMode mode) {
+   called(Hook::handleMrouteCounterMode);
+   if (mode == counterMode_) return;
+   counterMode_ = mode;
+   for (auto& [key, counter] : counters_)
+      counter.read = trafficOf(key, counter);
+}
+
+U32 SyncPlatform::doCreateMrouteCounter(U16, IpGenRouteKey const& key) {
+   called(Hook::doCreateMrouteCounter);
+   if (auto const* const there = counters_.find(key)) return there->second.number;
+   auto const number = counterPool_.take();
+   if (!number) return 0;
+   Counter counter{*number + 1, {}, {}};
+   counter.read = trafficOf(key, counter);
+   counters_.insert(key, counter);
+   return counter.number;
+}
+
+void SyncPlatform::removeCounter(IpGenRouteKey const& key) {
+   if (auto const counter = counters_.take(key)) counterPool_.give(counter->number - 1);
+}
+
+void SyncPlatform::doDeleteMrouteCounter(IpGenRouteKey const& key) {
+   called(Hook::doDeleteMrouteCounter);
+   removeCounter(key);
+}
+
+void SyncPlatform::ageOutHwMcastCounter(IpGenRouteKey const& key) {
+   called(Hook::ageOutHwMcastCounter);
+   removeCounter(key);
+}
+
+void SyncPlatform::doClearMrouteCounter(IpGenRouteKey const& key) {
+   called(Hook::doClearMrouteCounter);
+   if (auto* const counter = counters_.find(key)) {
+      counter->second.read = trafficOf(key, counter->second);
+   }
+}
+
+U64 SyncPlatform::doReadMrouteCounter(IpGenRouteKey const& key) {
+   called(Hook::doReadMrouteCounter);
+   auto* const counter = counters_.find(key);
+   if (!counter || counterMode_ == CounterMode::disabled) return 0;
+   Traffic const now = trafficOf(key, counter->second);
+   Traffic const before = std::exchange(counter->second.read, now);
+   return counterMode_ == CounterMode::bytes ? now.bytes - before.bytes
+                                             : now.packets - before.packets;
+}
+
+// ---- Comparing with the chip ----
+
+void SyncPlatform::verifyMulticastRouting(bool enabled) {
+   called(Hook::verifyMulticastRouting);
+   ++verified_;
+   compare("multicast routing", "enabled", multicastRouting_, enabled);
+}
+
+template <class Value>
+void SyncPlatform::compare(Qor::String const& name, char const* what, Value const& onChip,
+                           Value const& recorded) {
+   if (onChip == recorded) return;
+   differences_.add(text(name, ": ", what, ' ', onChip, " on the chip, recorded ", recorded));
+}
+
+// The entry on the chip after the comparison of what it matches; null when it is not there.
+Entry const* SyncPlatform::compareEntry(RouteHandle handle, IpGenRouteKey const& key, U16 vrfId,
+                                        VlanIdOrNone vlan, Qor::String const& name) {
+   ++verified_;
+   Entry const* const entry = onChip(handle);
+   if (!entry) {
+      differences_.add(name + ": not on the chip");
+      return nullptr;
+   }
+   compare(name, "key", entry->key, key);
+   compare(name, "vlan", entry->acceptingVlan, vlan);
+   compare(name, "vrf", entry->vrfId, U32{vrfId});
+   return entry;
+}
+
+// The members of a dirty record's group are meant to be other than its set's.
+void SyncPlatform::verifyMroute(U32 switchId, U16 vrfId, Qor::Ptr<Vel::Route const> route) {
+   called(Hook::verifyMroute);
+   if (!isMine(Hook::verifyMroute, switchId)) return;
+   Qor::String const name = text("route ", route->handle(), ' ', route->key());
+   Entry const* const entry =
+         compareEntry(route->handle(), route->key(), vrfId, route->acceptingVlanId(), name);
+   if (!entry) return;
+   compare(name, "rpa", entry->rpaIndex, RpaIndex(route->rpaId()));
+   auto const record = route->mtableOifSet();
+   if (!record && !route->fastdrop()) return;
+   U32 const group = route->fastdrop() ? dropGroup : groupOf(record->oifSetIndex());
+   compare(name, "group", groupName(entry->group), groupName(group));
+   if (group == dropGroup || record->dirty() || !chip_->group(group)) return;
+   PortVlanSet const& set = record->oifSet()->portVlanSet();
+   compare(name, "to CPU", chip_->group(group)->toCpu, set.toCpu());
+   if (chip_->group(group)->members != membersOf(set)) {
+      differences_.add(text(name, ": group ", groupName(group), " differs from ", set));
+   }
+}
+
+void SyncPlatform::verifyMrouteBoundary(U32 switchId, U16 vrfId,
+                                        Qor::Ptr<Vel::Boundary const> boundary) {
+   called(Hook::verifyMrouteBoundary);
+   if (!isMine(Hook::verifyMrouteBoundary, switchId)) return;
+   compareEntry(boundary->handle(), boundary->key(), vrfId, boundary->vlanId(),
+                text("boundary ", boundary->handle(), ' ', boundary->key()));
+}
+
+std::vector<Qor::String> SyncPlatform::audit() const {
+   std::vector<Qor::String> faults = auditChip();
+   U32 inTables = 0;
+   for (auto const& [index, state] : sets_) {
+      if (inTable(state.group)) ++inTables;
+      if (chip_->group(state.group)) continue;
+      faults.push_back(text("oif set index ", index, " is allocated, its group not on the chip"));
+   }
+   for (auto const& [handle, state] : entries_)
+      auditEntry(RouteHandle(handle), state, faults);
+
+   auto const count = [&](char const* what, U32 pool, U32 known, U32 onChip) {
+      if (pool == known && known == onChip) return;
+      faults.push_back(text(what, ": ", pool, " numbers out, ", known, " allocated, ", onChip,
+                            " on the chip"));
+   };
+   U32 const boundaries = boundariesAllocated();
+   count("groups", groupsAllocated(), inTables, chip_->groups());
+   count("empty sets", emptySetsAllocated(), sets_.size() - inTables, emptySetsAllocated());
+   count("routes", routesAllocated(), entries_.size() - boundaries, chip_->routes().size());
+   count("boundaries", boundaries, entries_.size() - routesAllocated(), chip_->boundaries().size());
+   return faults;
+}
+
+void SyncPlatform::auditEntry(RouteHandle handle, EntryState const& state,
+                              std::vector<Qor::String>& faults) const {
+   char const* const what = isBoundary(handle) ? "boundary " : "route ";
+   Entry const* const entry = onChip(handle);
+   if (!entry) {
+      faults.push_back(text(what, handle, " is allocated and not on the chip"));
+   } else if (!isBoundary(handle) && entry->group != groupOf(state)) {
+      faults.push_back(text(what, handle, " points at group ", groupName(entry->group),
+                            " instead of ", groupName(groupOf(state))));
+   }
+}
+
+}  // namespace Sim
