@@ -1,0 +1,305 @@
+// Route counters of the synchronous path: which are made, reading them, and publishing them.
+//
+// A counter is written and removed in the reactor's own maps first and published afterwards. Others
+// are told then, and what they change is published by the time they return; so publishing always
+// takes what the maps hold now, and goes on until the records are in step.
+#include <algorithm>
+
+#include "Vel/VelMrouteSmReactors.h"
+
+namespace Vel {
+
+using Routing::Multicast::Fib::canonicalCatchAllKey;
+using Routing::Multicast::Fib::Counter;
+
+namespace {
+
+constexpr char velTraceSource[] = "VelSyncMrouteSm";
+
+// A reading of "unchanged" stays what it is. Sums stop below it: a counter that sticks is better
+// than one that is read as "unchanged" by the next who is given it.
+Qor::U64 counterSum(Qor::U64 stored, Qor::U64 read) {
+   if (read == MrouteSm::unchangedCounter) return read;
+   Qor::U64 const room = MrouteSm::unchangedCounter - 1 - stored;
+   return stored + std::min(read, room);
+}
+
+}  // namespace
+
+// ---- Which counters there are ----
+
+MrouteSm::CounterMode MrouteSm::counterMode() const {
+   return mfibVrfConfig() ? mfibVrfConfig()->counterMode() : CounterMode::disabled;
+}
+
+bool MrouteSm::counterRouteConfigured(CounterRoute const& route) const {
+   auto const* const reactor = mfibConfigVrf(route.second);
+   return reactor && reactor->notifier() && reactor->notifier()->counterRoute(route.first);
+}
+
+// Null for a route that no configuration names.
+Qor::Name const* MrouteSm::vrfOfCounterRoute(IpGenRouteKey const& key) const {
+   auto const it = counterRoute_.lowerBound({key, Qor::Name()});
+   return it != counterRoute_.end() && it->first.first == key ? &it->first.second : nullptr;
+}
+
+bool MrouteSm::counterWanted(IpGenRouteKey const& key) const {
+   return allCounter() && (key == canonicalCatchAllKey() || vrfOfCounterRoute(key));
+}
+
+void MrouteSm::handleCounterRoute(CounterRoute route) {
+   if (!initialized()) return;
+   auto const self = hold();
+   if (counterRouteConfigured(route)) {
+      counterRoute_.insert(route, true);
+      if (!allCounter()) VEL_TRACE(2, " wildcard mode not enabled " << route.first);
+   } else {
+      counterRoute_.take(route);
+   }
+   settleCounter(route.first);
+}
+
+// Brings all routes named before, and those that `configs` name now, in step.
+void MrouteSm::syncCounterRoutes(std::vector<ConfigPtr> const& configs) {
+   if (!initialized()) return;
+   auto const self = hold();
+   std::vector<CounterRoute> routes;
+   for (auto const& [route, named] : counterRoute_) {
+      if (!counterRouteConfigured(route)) routes.push_back(route);
+   }
+   for (ConfigPtr const& config : configs) {
+      for (auto const& [key, named] : config->counterRoute())
+         routes.emplace_back(key, config->name());
+   }
+   for (CounterRoute const& route : routes)
+      handleCounterRoute(route);
+}
+
+void MrouteSm::handleWildcardCounter() {
+   VEL_TRACE(2, "handleWildcardCounter"
+                      << " - Wildcard counter enable " << allCounter());
+   if (!initialized()) return;
+   auto const self = hold();
+   std::vector<IpGenRouteKey> keys{canonicalCatchAllKey()};
+   for (auto const& [route, named] : counterRoute_) {
+      if (keys.back() != route.first) keys.push_back(route.first);
+   }
+   for (IpGenRouteKey const& key : keys)
+      settleCounter(key);
+}
+
+// Makes the counter if it is missing, deletes it if nobody wants it any more. While routing is off
+// the wildcard counter is left as it is.
+void MrouteSm::settleCounter(IpGenRouteKey key) {
+   bool const there = counter_.find(key);
+   if (!counterWanted(key)) {
+      if (there) deleteCounter(key);
+   } else if (!there && (key != canonicalCatchAllKey() || routing())) {
+      createCounter(key);
+   }
+}
+
+void MrouteSm::createCounter(IpGenRouteKey key) {
+   VEL_TRACE(2, " add counter " << key);
+   VrfId vrfId;
+   if (auto const* const vrfName = vrfOfCounterRoute(key);
+       vrfName && l3Status() && key != canonicalCatchAllKey()) {
+      vrfId = l3Status()->vrfNameToVrfId(*vrfName);
+   }
+   if (!mrouteHelper()->doCreateMrouteCounter(static_cast<Qor::U16>(vrfId.value()), key)) {
+      VEL_TRACE(2, " no counter to be had for " << key);
+      if (counter_.find(key)) removeMfibCounter(key);
+      return;
+   }
+   // The hook may have had the configuration changed, and there may be no room to list the counter.
+   if (!counterWanted(key) || !writeCounter(key, unchangedCounter, true)) {
+      mrouteHelper()->doDeleteMrouteCounter(key);
+   }
+}
+
+void MrouteSm::deleteCounter(IpGenRouteKey key) {
+   VEL_TRACE(2, " delete counter " << key);
+   mrouteHelper()->doDeleteMrouteCounter(key);
+   removeMfibCounter(key);
+}
+
+// ---- Reading and clearing ----
+
+std::vector<MrouteSm::IpGenRouteKey> MrouteSm::counterKeys() const {
+   std::vector<IpGenRouteKey> keys;
+   keys.reserve(counterShadow_.size());
+   for (auto const& [counter, active] : counterShadow_)
+      keys.push_back(counter.key());
+   return keys;
+}
+
+bool MrouteSm::countersPolled() const {
+   return mfibCounterStatus() && mfibCounterStatusCtl() &&
+          mfibCounterStatusCtl()->pollingRefCnt() != 0;
+}
+
+// The counters to read are noted before the first is read: a written one moves to the end of the
+// shadow, and would be met there again.
+void MrouteSm::doCounterPolling() {
+   VEL_TRACE(2, "doCounterPolling"
+                      << "  Polling " << counterShadow_.size() << " counters");
+   auto const self = hold();
+   for (IpGenRouteKey const& key : counterKeys()) {
+      if (!countersPolled()) break;
+      auto const* entry = counter_.find(key);
+      if (!entry || !entry->second.active) continue;
+      Qor::U64 const read = mrouteHelper()->doReadMrouteCounter(key);
+      entry = counter_.find(key);
+      if (!entry || read == 0) continue;
+      updateMfibCounter(key, counterSum(entry->second.value, read), entry->second.active);
+   }
+   counterPollingClock_.arm(Qor::now() + counterPollingInterval());
+}
+
+void MrouteSm::handleClearRouteCounter(IpGenRouteKey key) {
+   VEL_TRACE(2, "handleClearRouteCounter"
+                      << " Key: " << key);
+   auto const self = hold();
+   mrouteHelper()->doClearMrouteCounter(key);
+   if (auto const* const entry = counter_.find(key)) {
+      updateMfibCounter(key, 0, entry->second.active);
+   }
+}
+
+void MrouteSm::handleMulticastCounterMode() {
+   VEL_TRACE(2, "handleMulticastCounterMode"
+                      << " - Multicast Counter Mode " << counterMode());
+   if (!initialized()) return;
+   auto const self = hold();
+   if (routing()) mrouteHelper()->handleMrouteCounterMode(counterMode());
+   handleClearRouteCounter(canonicalCatchAllKey());
+   for (IpGenRouteKey const& key : counterKeys()) {
+      if (key != canonicalCatchAllKey()) handleClearRouteCounter(key);
+   }
+}
+
+// ---- The counters kept ----
+
+void MrouteSm::updateMfibCounter(IpGenRouteKey key, Qor::U64 value, bool active) {
+   auto const self = hold();
+   writeCounter(key, value, active);
+}
+
+void MrouteSm::setMfibCounterActive(IpGenRouteKey key, bool active) {
+   VEL_TRACE(2, "setMfibCounterActive"
+                      << " , Key: " << key << ", active: " << active);
+   if (counter_.find(key)) updateMfibCounter(key, unchangedCounter, active);
+}
+
+// False if there was no room for a new counter.
+bool MrouteSm::writeCounter(IpGenRouteKey const& key, Qor::U64 value, bool active) {
+   VEL_TRACE(2, "updateMfibCounter"
+                      << " , Key: " << key << ", value: " << value << ", active: " << active);
+   if (!counter_.find(key)) makeCounterRoom();
+   // Those told of the counters that went may have entered this one meanwhile.
+   auto* entry = counter_.find(key);
+   if (!entry && counterTableFull()) {
+      VEL_TRACE(2, " no room for counter " << key);
+      return false;
+   }
+   if (!entry) entry = counter_.insert(key, {}).first;
+   CounterStatus::Entry& counter = entry->second;
+   counterShadow_.take(Counter(counter.timeStamp, key));
+   activeCounters_ -= counter.active;
+   if (value != unchangedCounter) counter.value = value;
+   counter.timeStamp = Qor::now();
+   counter.active = active;
+   counterShadow_.insert(Counter(counter.timeStamp, key), active);
+   activeCounters_ += active;
+   VEL_TRACE(2,
+             " counterStatus size=" << counterShadow_.size() << " currActive=" << activeCounters_);
+   publishCounts();
+   publishCounter(key);
+   return true;
+}
+
+void MrouteSm::removeMfibCounter(IpGenRouteKey key) {
+   auto const self = hold();
+   auto const removed = counter_.take(key);
+   if (removed) {
+      counterShadow_.take(Counter(removed->timeStamp, key));
+      activeCounters_ -= removed->active;
+   }
+   VEL_TRACE(2, "removeMfibCounter"
+                      << " size=" << counterShadow_.size() << " activeSize=" << activeCounters_);
+   publishCounts();
+   publishCounter(key);
+}
+
+bool MrouteSm::counterTableFull() const {
+   return mfibCounterStatusCtl() &&
+          mfibCounterStatusCtl()->limit() <= mfibCounterStatusCtl()->currSize();
+}
+
+// As many at most as there are now: whoever hears of one that goes may enter others.
+void MrouteSm::makeCounterRoom() {
+   for (Qor::U32 left = counterShadow_.size();
+        left > 0 && counterTableFull() && !counterShadow_.empty(); --left) {
+      IpGenRouteKey const oldest = counterShadow_.begin()->first.key();
+      VEL_TRACE(2, " Aging out counter " << oldest);
+      mrouteHelper()->ageOutHwMcastCounter(oldest);
+      removeMfibCounter(oldest);
+   }
+}
+
+// ---- Publishing ----
+
+void MrouteSm::publishCounter(IpGenRouteKey const& key) {
+   auto const status = mfibCounterStatus();
+   if (!status) return;
+   if (auto const* const entry = counter_.find(key)) {
+      status->counterIs(key, entry->second);
+   } else {
+      status->counterDel(key);
+   }
+}
+
+void MrouteSm::publishCounts() {
+   while (auto const ctl = mfibCounterStatusCtl()) {
+      if (publishedSize_ < counterShadow_.size()) {
+         ++publishedSize_;
+         ctl->currSizeInc();
+      } else if (publishedSize_ > counterShadow_.size()) {
+         --publishedSize_;
+         ctl->currSizeDec();
+      } else if (publishedActive_ < activeCounters_) {
+         ++publishedActive_;
+         ctl->currActiveInc();
+      } else if (publishedActive_ > activeCounters_) {
+         --publishedActive_;
+         ctl->currActiveDec();
+      } else {
+         return;
+      }
+   }
+}
+
+void MrouteSm::mfibCounterStatusIs(Qor::Ptr<CounterStatus> v) {
+   if (v == mfibCounterStatus()) return;
+   auto const self = hold();
+   auto const before = std::exchange(mfibCounterStatus_, std::move(v));
+   for (IpGenRouteKey const& key : counterKeys()) {
+      if (before) before->counterDel(key);
+      publishCounter(key);
+   }
+}
+
+void MrouteSm::mfibCounterStatusCtlIs(Qor::Ptr<CounterStatusCtl> v) {
+   if (v == mfibCounterStatusCtl()) return;
+   auto const self = hold();
+   auto const before = std::exchange(mfibCounterStatusCtl_, std::move(v));
+   Qor::U32 active = std::exchange(publishedActive_, 0);
+   Qor::U32 size = std::exchange(publishedSize_, 0);
+   for (; active > 0; --active)
+      before->currActiveDec();
+   for (; size > 0; --size)
+      before->currSizeDec();
+   publishCounts();
+}
+
+}  // namespace Vel

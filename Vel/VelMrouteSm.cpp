@@ -1,0 +1,223 @@
+// Set-up of the synchronous path's agent-wide reactor, turning multicast routing on and off, and
+// verification.
+#include "Vel/VelMrouteSm.h"
+
+#include <algorithm>
+#include <cmath>
+
+#include "Vel/VelMrouteSmReactors.h"
+
+namespace Vel {
+
+namespace {
+
+constexpr char velTraceSource[] = "VelSyncMrouteSm";
+constexpr char smType[] = "Vel::MrouteSm";
+
+}  // namespace
+
+MrouteSm::MrouteSm(Qor::Ptr<VelCommonSmData const> acsd, Qor::Ptr<L3Status> l3Status,
+                   Qor::Ptr<VrfConfig const> mfibVrfConfig, Qor::Ptr<HwStatus const> mfibHwStatus,
+                   Qor::Ptr<Ip::Status const> ipStatus,
+                   Qor::Ptr<VelHelper::MrouteSmHelper> mrouteHelper,
+                   Qor::Ptr<VrfEnabledStatus const> mcastEnabledStatus)
+      : StateMachine("MrouteSm"),
+        l3Status_(std::move(l3Status)),
+        ipStatus_(std::move(ipStatus)),
+        mrouteHelper_(std::move(mrouteHelper)) {
+   if (!mrouteHelper_) Qor::throwNullParameter(smType, "mrouteHelper");
+   acsd_.is(this, std::move(acsd));
+   mfibVrfConfig_.is(this, std::move(mfibVrfConfig));
+   mfibHwStatus_.is(this, std::move(mfibHwStatus));
+   mcastEnabledStatus_.is(this, std::move(mcastEnabledStatus));
+   counterPollingClock_.is(this, Qor::activityManager()->config()->clock());
+   mrouteHelper_->mrouteSmIs(this);
+   handleMulticastCounterMode();
+   handleWildcardCounter();
+   syncMfibConfigVrf();
+   if (this->acsd()) verifyDataIs(this->acsd()->verifyData());
+   handleInitialized();
+}
+
+// The reactors go first: nobody who hears that counters are withdrawn has them made again.
+MrouteSm::~MrouteSm() {
+   initialized_ = false;
+   counterPollingClock_.arm(Qor::never);
+   acsd_.release();
+   mfibVrfConfig_.release();
+   mfibHwStatus_.release();
+   mcastEnabledStatus_.release();
+   verifyData_.release();
+   counterPollingClock_.release();
+   mfibConfigVrf_.release();
+   mfibCounterStatusIs(nullptr);
+   mfibCounterStatusCtlIs(nullptr);
+   if (mrouteHelper_ && mrouteHelper_->mrouteSm() == this) mrouteHelper_->mrouteSmIs(nullptr);
+}
+
+Qor::Ptr<MrouteSm> MrouteSmIs(
+      Qor::Ptr<VelCommonSmData const> acsd, Qor::Ptr<L3Status> l3Status,
+      Qor::Ptr<Routing::Multicast::Fib::VrfConfig const> mfibVrfConfig,
+      Qor::Ptr<Routing::Multicast::Fib::Hardware::Status const> mfibHwStatus,
+      Qor::Ptr<Ip::Status const> ipStatus, Qor::Ptr<VelHelper::MrouteSmHelper> mrouteHelper,
+      Qor::Ptr<Routing::Multicast::Fib::VrfEnabledStatus const> mcastEnabledStatus) {
+   return Qor::make<MrouteSm>(std::move(acsd), std::move(l3Status), std::move(mfibVrfConfig),
+                              std::move(mfibHwStatus), std::move(ipStatus), std::move(mrouteHelper),
+                              std::move(mcastEnabledStatus));
+}
+
+// ---- Inputs ----
+
+void MrouteSm::acsdIs(Qor::Ptr<VelCommonSmData const> v) {
+   acsd_.is(this, std::move(v));
+   verifyDataIs(acsd() ? acsd()->verifyData() : nullptr);
+}
+
+void MrouteSm::mfibVrfConfigIs(Qor::Ptr<VrfConfig const> v) {
+   auto const self = hold();
+   CounterMode const mode = counterMode();
+   mfibVrfConfig_.is(this, std::move(v));
+   syncMfibConfigVrf();
+   if (counterMode() != mode) handleMulticastCounterMode();
+   handleWildcardCounter();
+}
+
+void MrouteSm::mfibHwStatusIs(Qor::Ptr<HwStatus const> v) {
+   mfibHwStatus_.is(this, std::move(v));
+   handleMulticastRouting();
+}
+
+void MrouteSm::mcastEnabledStatusIs(Qor::Ptr<VrfEnabledStatus const> v) {
+   auto const self = hold();
+   mcastEnabledStatus_.is(this, std::move(v));
+   handleMulticastRouting();
+}
+
+void MrouteSm::counterPollingClockIs(Qor::Ptr<Qor::Clock const> v) {
+   counterPollingClock_.is(this, std::move(v));
+   if (initialized() && counterPollingClock() && counterPollingClock()->timeMin() == Qor::never) {
+      counterPollingClock_.arm(Qor::now() + counterPollingInterval());
+   }
+}
+
+void MrouteSm::counterPollingIntervalIs(Qor::Seconds v) {
+   if (!std::isfinite(v) || v < 0) {
+      Qor::throwRange("MrouteSm::counterPollingInterval < 0 or not finite not allowed");
+   }
+   v = std::max(v, minCounterPollingInterval);
+   if (v == counterPollingInterval_) return;
+   counterPollingInterval_ = v;
+   if (initialized()) counterPollingClock_.arm(Qor::now() + v);
+}
+
+// ---- Configurations of the VRFs ----
+
+MrouteSm::QorMfibConfigVrf* MrouteSm::mfibConfigVrf(Qor::Name const& vrfName) const {
+   return mfibConfigVrf_.find(vrfName);
+}
+
+Qor::U32 MrouteSm::mfibConfigVrfs() const {
+   return mfibConfigVrf_.size();
+}
+
+void MrouteSm::mfibConfigVrfIs(ConfigPtr config) {
+   if (!config) Qor::throwNullParameter(smType, "mfibConfigVrf");
+   mfibConfigVrf_.is(this, config->name(), config);
+   syncCounterRoutes({config});
+}
+
+void MrouteSm::mfibConfigVrfDel(Qor::Name vrfName) {
+   mfibConfigVrf_.del(vrfName);
+   syncCounterRoutes({});
+}
+
+// All reactors are there before the first counter is touched, which may change the directory.
+void MrouteSm::syncMfibConfigVrf() {
+   auto const directory = mfibVrfConfig();
+   std::vector<ConfigPtr> configs;
+   mfibConfigVrf_.sync(directory ? &directory->config() : nullptr, [&](auto const& config) {
+      mfibConfigVrf_.is(this, config->name(), config);
+      configs.push_back(config);
+   });
+   syncCounterRoutes(configs);
+}
+
+// ---- Routing ----
+
+void MrouteSm::handleInitialized() {
+   VEL_TRACE(2, "handleInitialized");
+   if (initialized()) return;
+   auto const self = hold();
+   mrouteHelper()->mrouteInit(true);
+   doEnableMulticastRouting(isMulticastEnabled());
+   initialized_ = true;
+   counterPollingClock_.arm(Qor::now() + counterPollingInterval());
+   // What the hooks changed has not been heard, and routes may be configured already.
+   decideRouting();
+   settleCounter(Routing::Multicast::Fib::canonicalCatchAllKey());
+   syncMfibConfigVrf();
+}
+
+bool MrouteSm::hwRoutes() const {
+   return mcastEnabledStatus() && !mcastEnabledStatus()->vrf().empty() && mfibHwStatus() &&
+          mfibHwStatus()->hwRouting();
+}
+
+bool MrouteSm::isMulticastEnabled() const {
+   bool const enabled = hwRoutes();
+   VEL_TRACE(2, "isMulticastEnabled"
+                      << " Multicast routing is " << (enabled ? "enabled" : "disabled"));
+   return enabled;
+}
+
+void MrouteSm::handleMulticastRouting() {
+   if (!initialized()) return;
+   bool const enabled = isMulticastEnabled();
+   QOR_ASSERT(l3Status());
+   if (l3Status()->multicastRoutingEnabled() == enabled) {
+      VEL_TRACE(2, "Nothing to do, multicast status unchanged");
+      return;
+   }
+   decideRouting();
+}
+
+// A hook or a notification may change what the decision stands on before the L3 status says that it
+// was taken. Such a change finds nothing to do when it is handled, so it is looked for here.
+void MrouteSm::decideRouting() {
+   if (!l3Status()) return;
+   auto const self = hold();
+   for (Qor::U32 i = 0; i < maxDecisions && routing() != hwRoutes(); ++i)
+      doEnableMulticastRouting(hwRoutes());
+}
+
+void MrouteSm::doEnableMulticastRouting(bool enable) {
+   VEL_TRACE(2, "doEnableMulticastRouting");
+   auto const self = hold();
+   if (enable) {
+      VEL_TRACE(2, "Enabling Multicast Routing\n\n");
+      mrouteHelper()->handleMulticastRouting(true);
+      if (l3Status()) {
+         l3Status()->multicastRoutingEnabledIs(true);
+         l3Status()->numTimesMcastRoutingEnabledIs(l3Status()->numTimesMcastRoutingEnabled() + 1);
+      }
+      // Whoever was notified may have turned it off again, and then there is nothing to count.
+      bool const stillOn = !l3Status() || routing();
+      if (stillOn && mfibVrfConfig()) {
+         mrouteHelper()->handleMrouteCounterMode(mfibVrfConfig()->counterMode());
+      }
+      if (stillOn && allCounter()) createCounter(Routing::Multicast::Fib::canonicalCatchAllKey());
+   } else {
+      VEL_TRACE(2, "Disabling Multicast Routing\n\n");
+      mrouteHelper()->handleMulticastRouting(false);
+      if (l3Status()) l3Status()->multicastRoutingEnabledIs(false);
+   }
+   if (acsd()) acsd()->requestVerify();
+}
+
+void MrouteSm::handleVerify() {
+   VEL_TRACE(2, "handleVerify");
+   if (!initialized() || disableVerify() || !l3Status()) return;
+   mrouteHelper()->verifyMulticastRouting(l3Status()->multicastRoutingEnabled());
+}
+
+}  // namespace Vel
