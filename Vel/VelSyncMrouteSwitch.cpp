@@ -49,7 +49,9 @@ MrouteSwitch::MrouteSwitch(Qor::Name name, Qor::U32 switchId, Qor::Ptr<VelCommon
 // platform, may refer to it once more.
 void MrouteSwitch::zeroReferencesIs(bool) {
    deletedIs(true);
-   doCleanup();
+   // The chip is cleared once, though this runs again when somebody has kept the switch from going:
+   // by then the chip may be another's.
+   if (!std::exchange(ended_, true)) doCleanup();
    mtableOifSetIs(nullptr);
    routeKeyToHandleDelAll();
    routeDelAll();

@@ -315,6 +315,7 @@ class QOR_PUBLIC MrouteSwitch final : public Qor::Entity<MrouteSwitch, MrouteLib
    Qor::Seconds zombieLifetime_ = 4.0;
    bool deleted_ = false;
    bool initialized_ = false;
+   bool ended_ = false;
    LivingRecords<MtableOifSet> livingRecords_;
    InUseOifSetColl inUseOifSet_;
    ZombieOifSetColl zombieOifSet_;

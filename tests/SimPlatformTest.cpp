@@ -2,22 +2,16 @@
 // allocation, and its faults.
 #include <functional>
 #include <memory>
-#include <sstream>
 
-#include "TestSupport.h"
+#include "SimTestSupport.h"
 #include "platform/sim/AsyncPlatform.h"
 
 namespace {
 
-using Bridging::VlanIdOrNone;
 using Hux::XactPtr;
-using Lnet::IntfId;
-using MrouteLib::OifSetPtr;
-using MrouteLib::PortVlan;
 using MrouteLib::RouteHandle;
 using Routing::Multicast::Fib::RouteKeyType;
 using Sim::AsyncPlatform;
-using Sim::Forwarding;
 using Sim::WriteKind;
 using State = Hux::Xact::State;
 using VelHelper::MrouteXactType;
@@ -37,25 +31,15 @@ class Watch final : public Hux::Xact::Notifiee {
    std::function<void()> call_;
 };
 
-class SimPlatform : public OnVirtualTime {
+class SimPlatform : public OnSimulatedChip {
  protected:
    SimPlatform() { build({4, 4, 1, 1.0}); }
 
    void build(Sim::ChipConfig const& chipConfig, Sim::AsyncPlatformConfig const& config = {}) {
-      chip_ = Qor::make<Sim::Chip>(chipConfig);
-      for (unsigned i = 1; i <= 3; ++i) {
-         std::string const name = "et" + std::to_string(i);
-         EXPECT_EQ(chip_->portAdd(IntfId(name), i, VlanIdOrNone(Qor::U64{i})), "");
-      }
+      buildChip(chipConfig);
       platform_ = Qor::make<AsyncPlatform>("platform", chip_, config);
    }
 
-   static OifSetPtr set(std::initializer_list<char const*> intfs) {
-      MrouteLib::PortVlanSet s(RouteKeyType::routed);
-      for (char const* intf : intfs)
-         s.newPortVlan(PortVlan(IntfId(intf)), true);
-      return Qor::make<MrouteLib::OifSet>(nullptr, s);
-   }
    Qor::U32 group(std::initializer_list<char const*> intfs, XactPtr blocking = nullptr) {
       return platform_->doAllocateSharableMulticastGroup({}, set(intfs), std::move(blocking),
                                                          false);
@@ -69,19 +53,9 @@ class SimPlatform : public OnVirtualTime {
    std::string reason(XactPtr const& xact) {
       return platform_->doGetXactFailureReason(xact, MrouteXactType::oifSet);
    }
-   // The interfaces that get the packets of route n: "et1 et2"; or why none does.
-   std::string receivers(Qor::U32 n) {
-      auto const out = chip_->forward({0, addr("10.0.0.1"), key(n).group().address(), {}});
-      std::ostringstream os;
-      if (out.result != Forwarding::forwarded) os << out.result;
-      for (PortVlan const& copy : out.copies)
-         os << (os.str().empty() ? "" : " ") << copy.intfId();
-      return os.str();
-   }
    void drain() { time_->runUntil(Qor::never); }
    void expectSound() { EXPECT_EQ(platform_->audit(), Lines()); }
 
-   Qor::Ptr<Sim::Chip> chip_;
    Qor::Ptr<AsyncPlatform> platform_;
 };
 
