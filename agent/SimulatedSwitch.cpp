@@ -36,7 +36,7 @@ SimulatedSwitch::SimulatedSwitch(Sim::ChipConfig const& config, InterfaceMap int
         ethIntfStatusDir_(Qor::make<Interface::EthIntfStatusDir>()),
         bfdStatusPeer_(Qor::make<Bfd::StatusPeer>()),
         bfdAppStatus_(Qor::make<Bfd::AppStatus>()),
-        routeProgrammer_(std::make_unique<RouteProgrammer>(
+        routeProgrammer_(std::make_unique<AsyncRouteProgrammer>(
               mrouteSwitch_, Qor::make<MrouteLib::MrouteTableColl>(), mfibHwStatus_)),
         reactor_(Vel::Mroute::AsyncMrouteSwitchSmIs(
               mrouteSwitch_, intfVlanIdTable_, mfibConfig_, mfibHwStatus_, platform_,

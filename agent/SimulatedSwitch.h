@@ -13,9 +13,9 @@
 
 #include "Routing/Hardware/RouteStatus.h"
 #include "Vel/VelAsyncMrouteSm.h"
+#include "agent/AsyncRouteProgrammer.h"
 #include "agent/CaptureEvent.h"
 #include "agent/InterfaceMap.h"
-#include "agent/RouteProgrammer.h"
 #include "platform/sim/AsyncPlatform.h"
 #include "platform/sim/Chip.h"
 
@@ -43,7 +43,7 @@ class SimulatedSwitch {
    void settle();
 
    // What the routing layer and its surroundings tell the switch, where no capture does.
-   RouteProgrammer& routeProgrammer() { return *routeProgrammer_; }
+   AsyncRouteProgrammer& routeProgrammer() { return *routeProgrammer_; }
    Routing::Multicast::Fib::VrfConfig& mfibConfig() { return *mfibConfig_; }
    Bfd::AppStatus& bfdAppStatus() { return *bfdAppStatus_; }
    // The port's state, and what the software hears of it. Nothing for a name without a port.
@@ -94,7 +94,7 @@ class SimulatedSwitch {
    Qor::Ptr<Interface::EthIntfStatusDir> const ethIntfStatusDir_;
    Qor::Ptr<Bfd::StatusPeer> const bfdStatusPeer_;
    Qor::Ptr<Bfd::AppStatus> const bfdAppStatus_;
-   std::unique_ptr<RouteProgrammer> const routeProgrammer_;
+   std::unique_ptr<AsyncRouteProgrammer> const routeProgrammer_;
    Qor::Ptr<Vel::Mroute::AsyncMrouteSwitchSm> const reactor_;
 };
 

@@ -11,7 +11,7 @@
 #include <sstream>
 
 #include "Routing/Hardware/RouteStatus.h"
-#include "agent/RouteProgrammer.h"
+#include "agent/AsyncRouteProgrammer.h"
 #include "platform/sim/AsyncPlatform.h"
 
 namespace Agent {
@@ -41,7 +41,7 @@ class Bench {
       routeStatus = Qor::make<Routing::Hardware::RouteStatus>();
       routeStatus->newVrfStatus(L3::VrfName("default"), Vel::VrfId(0));
       mrouteSwitch = Vel::Mroute::asyncMrouteSwitchFactory("switch1", routeStatus, platform);
-      programmer = std::make_unique<RouteProgrammer>(
+      programmer = std::make_unique<AsyncRouteProgrammer>(
             mrouteSwitch, Qor::make<MrouteLib::MrouteTableColl>(), hwStatus);
    }
    ~Bench() {
@@ -107,7 +107,7 @@ class Bench {
    std::string states(unsigned from, unsigned to) const {
       std::string letters;
       for (unsigned n = from; n <= to; ++n)
-         letters += route(n) ? "mphgevf"[static_cast<unsigned>(route(n)->state())] : '-';
+         letters += route(n) ? "mphgebvf"[static_cast<unsigned>(route(n)->state())] : '-';
       return letters;
    }
    // Sets and withdraws routes in one pass, and lets everything settle: "1=23 2=4@2 -3" gives route
@@ -133,7 +133,7 @@ class Bench {
    Qor::Ptr<Routing::Hardware::RouteStatus> routeStatus;
    Qor::Ptr<Vel::Mroute::AsyncMrouteSwitch> mrouteSwitch;
    Qor::Ptr<Hw::Status> hwStatus = Qor::make<Hw::Status>();
-   std::unique_ptr<RouteProgrammer> programmer;
+   std::unique_ptr<AsyncRouteProgrammer> programmer;
 
  private:
    std::map<WriteKind, Qor::U64> counted_;
@@ -348,7 +348,7 @@ TEST(RouteProgrammer, ARouteWhoseWritesKeepFailingIsGivenUpUntilItChanges) {
       for (int again = 0; again < 2; ++again) {  // which is no change
          b.now(kind == WriteKind::routeCreate ? "1=3@2" : "1=3");
          EXPECT_EQ(b.states(1, 1), "f");
-         EXPECT_EQ(b.programmer->counters().failedWrites, RouteProgrammer::maxAttempts);
+         EXPECT_EQ(b.programmer->counters().failedWrites, AsyncRouteProgrammer::maxAttempts);
       }
       std::string const reason = b.route(1)->reason();
       EXPECT_TRUE(reason.starts_with("write failed 3 times: ")) << reason;
