@@ -15,6 +15,7 @@
 #include <iostream>
 
 #include "Qor/Exception.h"
+#include "Qor/Trace.h"
 #include "agent/CaptureReader.h"
 #include "agent/ScenarioParser.h"
 #include "agent/ScenarioRun.h"
@@ -125,7 +126,7 @@ class Run {
       double const began = processorSeconds();
       Sim::ChipConfig chip;
       if (!options_.chipText.empty()) parseChipOption(options_.chipText, chip);
-      SimulatedSwitch simulated(chip, std::move(intfMap));
+      SimulatedSwitch simulated(Path::async, chip, std::move(intfMap));
       TimelineFile timeline(options_.timelineFile, simulated);
       bool const replayed = replay(simulated, timeline);
       if (replayed) simulated.settle();

@@ -42,11 +42,8 @@ int runScenario(RunOptions const& options) {
    }
    Sim::ChipConfig chip = file.settings.chip;
    if (!options.chipText.empty()) parseChipOption(options.chipText, chip);
-   Sim::AsyncPlatformConfig platform;
-   platform.minPollingInterval = file.settings.minPollingInterval;
-   platform.callCost = file.settings.callCost;
-
-   SimulatedSwitch simulated(chip, std::move(intfMap), std::move(platform));
+   SimulatedSwitch simulated(Path::async, chip, std::move(intfMap),
+                             {file.settings.minPollingInterval, file.settings.callCost});
    TimelineFile timeline(options.timelineFile, simulated);
    SimulatedTarget target(simulated, timeline.timeline(), options.json);
    ScenarioPlayer player(target, file.lines);

@@ -36,7 +36,8 @@ constexpr char twoRoutes[] =
       " Table: default\n";
 
 struct Replay {
-   Replay(Strings const& files, Sim::ChipConfig const& config) : simulated(config, InterfaceMap()) {
+   Replay(Strings const& files, Sim::ChipConfig const& config)
+         : simulated(Path::async, config, InterfaceMap()) {
       CaptureReader reader(files);
       CaptureEvent event;
       for (auto got = reader.next(event); got != CaptureReader::Result::end;
@@ -84,7 +85,7 @@ TEST(Run, EveryBundledCaptureIsForwardedAsItSaysOnChipsOfAllSizes) {
          EXPECT_EQ(check.routes + check.notPlaced.size(), routes);
          bool const room = sets.size() <= chip.groups && routes <= chip.routes;
          EXPECT_EQ(check.notPlaced.empty(), room);
-         auto const zombies = replay.simulated.mrouteSwitch().zombieOifSet().size();
+         auto const zombies = replay.simulated.path().zombies();
          EXPECT_TRUE(!room || replay.simulated.chip().groups() - zombies == sets.size());
          for (auto const& waiting : check.notPlaced)
             EXPECT_NE(waiting.reason.find("waits for a deletion"), std::string::npos);

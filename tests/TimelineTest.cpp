@@ -7,6 +7,7 @@
 
 #include "Qor/Clock.h"
 #include "Routing/Hardware/RouteStatus.h"
+#include "agent/AsyncObserver.h"
 #include "platform/sim/AsyncPlatform.h"
 
 namespace Agent {
@@ -32,7 +33,7 @@ class TimelineTest : public testing::Test {
          sets_.push_back(tables_->newOifSet(set));
       }
       timeline_ = std::make_unique<Timeline>(out_);
-      EXPECT_EQ(timeline_->observe(*switch_), 1u);
+      EXPECT_EQ(timeline_->observe(std::make_unique<AsyncObserver>(*timeline_, *switch_)), 1u);
    }
    ~TimelineTest() override {
       timeline_ = nullptr;
