@@ -96,7 +96,7 @@ class RouteProgrammer {
    RouteProgrammer(Qor::Ptr<MrouteLib::MrouteTableColl> tableColl,
                    Qor::Ptr<Routing::Multicast::Fib::Hardware::Status> mfibHwStatus);
 
-   // ---- What a path does. `route` has a target in all of these but the first. ----
+   // ---- What a path does. Where a route is given, it has a target, but in dropChange(). ----
 
    // A route for the table, of the class that the path keeps its own part in.
    virtual RoutePtr newRoute(L3::VrfName const& vrf, RouteKey const& key,
