@@ -1,16 +1,12 @@
 #include "agent/RouteProgrammer.h"
 
 #include <algorithm>
-#include <sstream>
 #include <utility>
 
 namespace Agent {
 
-using MrouteLib::MrouteFailureReason;
 using MrouteLib::MtableOifSetPtr;
 using MrouteLib::OifSetPtr;
-using Vel::Mroute::AsyncMrouteSwitch;
-using Vel::Mroute::AsyncMtableOifSet;
 
 class RouteProgrammer::QorClock final : public Qor::Clock::Notifiee {
  public:
@@ -21,45 +17,36 @@ class RouteProgrammer::QorClock final : public Qor::Clock::Notifiee {
    RouteProgrammer& owner_;
 };
 
-// A zombie that goes, for whatever reason, may leave a free group.
-class RouteProgrammer::QorMrouteSwitch final : public AsyncMrouteSwitch::Notifiee {
- public:
-   explicit QorMrouteSwitch(RouteProgrammer& owner) : owner_(owner) {}
-   void onZombieOifSet(Vel::Mroute::ZombieKey const&) override { onZombieOifSetImmediate(); }
-   void onZombieOifSetImmediate() override {
-      if (owner_.waitingGroup_.empty()) return;
-      owner_.groupRoom_ = true;
-      owner_.schedulePass();
-   }
-
- private:
-   RouteProgrammer& owner_;
+// An entry that is to be deleted once the one that replaces it is written.
+struct RouteProgrammer::Leaving {
+   MrouteLib::RouteHandle handle;
+   Table table = Table::entry;
 };
 
-RouteProgrammer::RouteProgrammer(Qor::Ptr<AsyncMrouteSwitch> mrouteSwitch,
-                                 Qor::Ptr<MrouteLib::MrouteTableColl> tableColl,
+RouteProgrammer::RouteProgrammer(Qor::Ptr<MrouteLib::MrouteTableColl> tableColl,
                                  Qor::Ptr<Routing::Multicast::Fib::Hardware::Status> mfibHwStatus)
-      : mrouteSwitch_(std::move(mrouteSwitch)),
-        tableColl_(std::move(tableColl)),
+      : tableColl_(std::move(tableColl)),
         mfibHwStatus_(std::move(mfibHwStatus)),
         clock_(Qor::make<Qor::Clock>("routeProgrammer")),
-        clockReactor_(std::make_unique<QorClock>(*this)),
-        switchReactor_(std::make_unique<QorMrouteSwitch>(*this)) {
+        clockReactor_(std::make_unique<QorClock>(*this)) {
    clockReactor_->notifierIs(clock_.get());
-   switchReactor_->notifierIs(mrouteSwitch_.get());
 }
 
-RouteProgrammer::~RouteProgrammer() {
-   switchReactor_.reset();
+RouteProgrammer::~RouteProgrammer() = default;
+
+void RouteProgrammer::releaseAll() {
    for (auto& [name, table] : vrfs_) {
       for (auto& [key, route] : table)
          release(*route);
    }
+   if (std::exchange(wrote_, false)) commit();
 }
+
+// ---- What is wanted. ----
 
 void RouteProgrammer::routeIs(L3::VrfName const& vrf, RouteKey const& key, WantedRoute wanted) {
    RoutePtr const there = find(vrf, {key, {}});
-   WantedPtr const before = there ? there->wanted_ : nullptr;
+   Route::WantedPtr const before = there ? there->wanted_ : nullptr;
    std::vector<Fastdrop> const fastdrops = wanted.fastdrop;
    WantedRoute dropped;
    dropped.set.typeIs(wanted.set.type());
@@ -85,7 +72,7 @@ void RouteProgrammer::routeIs(L3::VrfName const& vrf, RouteKey const& key, Wante
 void RouteProgrammer::routeDel(L3::VrfName const& vrf, RouteKey const& key) {
    RoutePtr const there = find(vrf, {key, {}});
    if (!there || !there->wanted_) return;
-   WantedPtr const before = there->wanted_;
+   Route::WantedPtr const before = there->wanted_;
    wantNoMore(vrf, {key, {}});
    --wantedRoutes_;
    for (Fastdrop const& old : before->fastdrop)
@@ -97,7 +84,7 @@ bool RouteProgrammer::want(L3::VrfName const& vrf, EntryKey const& key, WantedRo
    RouteTable& table = vrfs_[vrf];
    auto* entry = table.find(key);
    if (!entry) {
-      entry = table.insert(key, Qor::make<Route>(*this, vrf, key.key, key.fastdropVlan)).first;
+      entry = table.insert(key, newRoute(vrf, key.key, key.fastdropVlan)).first;
    }
    Route& route = *entry->second;
    if (route.wanted_ && *route.wanted_ == wanted) return false;
@@ -134,6 +121,20 @@ RouteProgrammer::Route const* RouteProgrammer::route(L3::VrfName const& vrf,
    return route && route->wanted_ ? route.get() : nullptr;
 }
 
+RouteProgrammer::RoutePtr RouteProgrammer::newRoute(L3::VrfName const& vrf, RouteKey const& key,
+                                                    Bridging::VlanIdOrNone fastdropVlan) {
+   return Qor::make<Route>(*this, vrf, key, fastdropVlan);
+}
+
+Qor::U32 RouteProgrammer::waiting() const {
+   std::size_t sum = 0;
+   for (WaitingQueue const& queue : waiting_)
+      sum += queue.size();
+   return static_cast<Qor::U32>(sum);
+}
+
+// ---- Passes. ----
+
 void RouteProgrammer::mark(Route& route) {
    if (route.marked_) return;
    route.marked_ = true;
@@ -145,6 +146,12 @@ void RouteProgrammer::schedulePass() {
    if (clock_->timeMin() > Qor::now()) clock_->timeMinIs(Qor::now());
 }
 
+void RouteProgrammer::roomIs(Table table) {
+   if (queue(table).empty()) return;
+   queue(table).roomIs(true);
+   schedulePass();
+}
+
 // One pass: what is marked first, since it may give room; then those who wait for room.
 void RouteProgrammer::runPass() {
    Qor::U32 budget = routesPerPass;
@@ -153,26 +160,28 @@ void RouteProgrammer::runPass() {
       work_.pop_front();
       process(*route);
    }
-   budget = wake(waitingGroup_, groupRoom_, budget);
-   budget = wake(waitingEntry_, entryRoom_, budget);
-   bool const more = !work_.empty() || (groupRoom_ && !waitingGroup_.empty()) ||
-                     (entryRoom_ && !waitingEntry_.empty());
+   for (WaitingQueue& queue : waiting_)
+      budget = wake(queue, budget);
+   if (std::exchange(wrote_, false)) commit();
+   bool more = !work_.empty();
+   for (WaitingQueue const& queue : waiting_)
+      more = more || (queue.room() && !queue.empty());
    clock_->timeMinIs(more ? Qor::now() : Qor::never);
 }
 
 // Lets waiting routes try, first come first served, until one is refused again.
-Qor::U32 RouteProgrammer::wake(WaitingQueue& queue, bool& room, Qor::U32 budget) {
-   for (; room && budget > 0 && !queue.empty(); --budget) {
-      RoutePtr const route = queue.begin()->second;
+Qor::U32 RouteProgrammer::wake(WaitingQueue& queue, Qor::U32 budget) {
+   for (; queue.room() && budget > 0 && !queue.empty(); --budget) {
+      RoutePtr const route = queue.first();
       if (route->wanted_) {
          route->target_ = route->wanted_;
          placeAnew(*route);
-         if (route->waitingIn_ == &queue) room = false;
+         if (route->waitingIn_ == &queue) queue.roomIs(false);
       } else {
          waitNoMore(*route);
       }
    }
-   if (queue.empty()) room = false;
+   if (queue.empty()) queue.roomIs(false);
    return budget;
 }
 
@@ -186,7 +195,6 @@ void RouteProgrammer::process(Route& route) {
       checkChange(route);
       if (route.state_ != State::inHardware) return;
    }
-   if (route.state_ == State::failed && route.attempts_ != 0) return;
    place(route);
 }
 
@@ -194,49 +202,28 @@ void RouteProgrammer::remove(Route& route) {
    release(route);
    waitNoMore(route);
    stateIs(route, State::marked);
-   if (!route.wanted_)
-      vrfs_[route.vrf_].take(
-            {route.key_, route.fastdropVlan_});  // else wanted again in the meantime
+   if (route.wanted_) return;  // again, in the meantime
+   vrfs_[route.vrf_].take({route.key_, route.fastdropVlan_});
 }
 
-// Looks at the transactions of the change under way, and watches the one it waits for.
-void RouteProgrammer::checkChange(Route& route) {
-   for (Hux::XactPtr const& xact : {route.oifSetXact_, route.ingressXact_}) {
-      if (!xact) continue;
-      if (xact->pending()) {
-         route.xactReactor_.notifierIs(xact);
-         return;
-      }
-      if (xact->state() == Hux::Xact::State::failed) {
-         route.failure_ = xact == route.oifSetXact_
-                                ? mrouteSwitch_->doGetOifSetXactFailureReason(xact)
-                                : mrouteSwitch_->doGetIngressXactFailureReason(xact);
-         changeFailed(route);
-         return;
-      }
-   }
-   route.xactReactor_.notifierIs(nullptr);
-   route.oifSetXact_ = route.ingressXact_ = nullptr;
-   if (route.previous_) groupRoom_ = true;
-   route.previous_ = nullptr;
+// ---- The change under way. ----
+
+void RouteProgrammer::changeDone(Route& route) {
+   leaveRecord(route.previous_);
    route.confirmed_ = true;
    route.attempts_ = 0;
    stateIs(route, State::inHardware);
 }
 
-// The record must not be shared any more. The route goes back to the set it was at, if its entry is
-// known to be there, and is marked for another placement or given up.
-void RouteProgrammer::changeFailed(Route& route) {
+Qor::U32 RouteProgrammer::countFailure(Route& route) {
    ++counters_.failedWrites;
    if (route.placed_ == route.wanted_) ++route.attempts_;  // else it is wanted differently by now
-   route.xactReactor_.notifierIs(nullptr);
-   route.oifSetXact_ = route.ingressXact_ = nullptr;
-   if (auto const record = Qor::ptrCast<AsyncMtableOifSet>(route.record_)) {
-      record->dirtyIs(true);
-      tableColl_->oifSetRetire(*record->oifSet());
-   }
-   bool const givenUp = route.attempts_ >= maxAttempts;
-   if (!givenUp && route.confirmed_ && route.previous_) {
+   dropChange(route);
+   return route.attempts_;
+}
+
+void RouteProgrammer::placeAgain(Route& route) {
+   if (route.confirmed_ && route.previous_) {
       route.record_ = std::exchange(route.previous_, nullptr);
       auto const placed = std::make_shared<WantedRoute>(*route.placed_);
       placed->set = route.record_->oifSet()->portVlanSet();
@@ -244,9 +231,16 @@ void RouteProgrammer::changeFailed(Route& route) {
    } else {
       release(route);
    }
-   stateIs(route, givenUp ? State::failed : State::marked);
-   if (!givenUp) mark(route);
+   stateIs(route, State::marked);
+   mark(route);
 }
+
+void RouteProgrammer::giveUp(Route& route) {
+   release(route);
+   stateIs(route, State::failed);
+}
+
+// ---- Placing. ----
 
 void RouteProgrammer::place(Route& route) {
    route.target_ = route.wanted_;
@@ -260,11 +254,15 @@ void RouteProgrammer::place(Route& route) {
       return;
    }
    publish(route);
-   MtableOifSetPtr const record =
-         route.placed_->set == wanted.set ? route.record_ : allocateRecord(route);
-   MrouteLib::RouteHandle leaving;
+   bool const group = needsGroup(route);
+   MtableOifSetPtr record;
+   if (group) {
+      bool const stays = route.record_ && route.placed_->set == wanted.set;
+      record = stays ? route.record_ : allocateRecord(route);
+   }
+   Leaving leaving;
    // Without room for old and new together the route steps aside, and tries with what it gave back.
-   if (!record || !replaceEntry(route, leaving)) {
+   if ((group && !record) || !replaceEntry(route, record, leaving)) {
       release(route);
       placeAnew(route);
       return;
@@ -274,196 +272,166 @@ void RouteProgrammer::place(Route& route) {
       stateIs(route, State::inHardware);
       return;
    }
-   pointAt(route, record);
-   if (!leaving.isNull()) {
-      // Issued behind the new entry's writes, in the order that the chip keeps.
-      mrouteSwitch_->doDeleteRoute(leaving);
-      entryRoom_ = true;
-   }
+   pointAt(route, std::move(record));
+   // Issued behind the new entry's writes, in the order that the chip keeps.
+   if (!leaving.handle.isNull()) leaveEntry(leaving.handle, leaving.table);
 }
 
 // A route that is not in hardware lets those go first who wait for what it needs. That somebody
 // comes is a good time for the first of them to try again.
 bool RouteProgrammer::mustQueue(Route& route) {
-   if (!waitingGroup_.empty() && needsGroup(route)) {
-      groupRoom_ = true;
-      wait(route, State::waitingGroup);
-      return true;
+   if (!queue(Table::group).empty() && needsGroup(route)) {
+      OifSetPtr const oifSet = tableColl_->oifSet(route.target_->set);
+      if (!oifSet || !sharable(oifSet).value_or(false)) {
+         queueUp(route, Table::group);
+         return true;
+      }
    }
-   if (!waitingEntry_.empty() && mrouteSwitch_->needIngressProgramming(route.target_->set.type())) {
-      entryRoom_ = true;
-      wait(route, State::waitingEntry);
-      return true;
-   }
-   return false;
+   if (queue(Table::entry).empty() && queue(Table::boundary).empty()) return false;
+   std::optional<Table> const table = entryTable(route);
+   if (!table || queue(*table).empty()) return false;
+   queueUp(route, *table);
+   return true;
 }
 
-bool RouteProgrammer::needsGroup(Route const& route) const {
-   OifSetPtr const oifSet = tableColl_->oifSet(route.target_->set);
-   auto const record = oifSet ? mrouteSwitch_->inUseRecord(oifSet) : nullptr;
-   return !record || record->dirty();
+void RouteProgrammer::queueUp(Route& route, Table table) {
+   queue(table).roomIs(true);
+   wait(route, stateFor(table));
 }
 
 void RouteProgrammer::placeAnew(Route& route) {
    publish(route);
-   MtableOifSetPtr const record = allocateRecord(route);
-   if (!record) {
+   bool const group = needsGroup(route);
+   MtableOifSetPtr const record = group ? allocateRecord(route) : nullptr;
+   if (group && !record) {
       wait(route, State::waitingGroup);
-   } else if (!mrouteSwitch_->needIngressProgramming(route.target_->set.type()) ||
-              allocateEntry(route)) {
+      return;
+   }
+   State const state = entryTable(route) ? allocateEntry(route, record) : State::programming;
+   if (state == State::programming) {
       pointAt(route, record);
    } else {
-      route.oifSetXact_ = nullptr;
-      wait(route, mrouteSwitch_->mrouteFailureReason() == MrouteFailureReason::noVrfStatus
-                        ? State::waitingVrf
-                        : State::waitingEntry);
+      dropChange(route);
+      wait(route, state);
    }
 }
 
-// Gives the route another entry if the present one has other properties than wanted, and says which
-// entry is to be deleted once the new one is written. False: there is none to be had.
-bool RouteProgrammer::replaceEntry(Route& route, MrouteLib::RouteHandle& leaving) {
+// Gives the route another entry if the present one has other properties than wanted. False: there
+// is none to be had.
+bool RouteProgrammer::replaceEntry(Route& route, MtableOifSetPtr const& record, Leaving& leaving) {
    WantedRoute const& placed = *route.placed_;
    WantedRoute const& wanted = *route.target_;
    bool const inUseKeyStays = placed.acceptingVlan == wanted.acceptingVlan;
    bool const entryStays = inUseKeyStays && placed.bridgeAction == wanted.bridgeAction &&
                            placed.rpaId == wanted.rpaId;
    if (route.handle_.isNull() || entryStays) return true;
+   Table const before = route.table_;
    if (inUseKeyStays) {
-      mrouteSwitch_->doDeleteRoute(std::exchange(route.handle_, {}));
+      deleteEntry(std::exchange(route.handle_, {}));
    } else {
-      leaving = route.handle_;
+      leaving = {route.handle_, before};
    }
-   return allocateEntry(route);
+   bool const replaced = allocateEntry(route, record) == State::programming;
+   if (route.table_ != before) queue(before).roomIs(true);
+   return replaced;
 }
 
-bool RouteProgrammer::allocateEntry(Route& route) {
-   WantedRoute const& wanted = *route.target_;
-   mrouteSwitch_->doAllocateRoute(route.key_, wanted.acceptingVlan, wanted.bridgeAction,
-                                  wanted.rpaId, route.vrf_);
-   if (mrouteSwitch_->mrouteFailureReason() != MrouteFailureReason::none) return false;
-   route.handle_ = mrouteSwitch_->routeHandle();
+// State::programming, or what becomes of the route without an entry.
+RouteProgrammer::State RouteProgrammer::allocateEntry(Route& route, MtableOifSetPtr const& record) {
+   Entry const entry = newEntry(route, record);
+   if (entry.handle.isNull()) return entry.whyNot;
+   route.handle_ = entry.handle;
+   route.table_ = entry.table;
    route.confirmed_ = false;
-   return true;
+   return State::programming;
 }
 
 void RouteProgrammer::pointAt(Route& route, MtableOifSetPtr record) {
    if (route.record_ != record) {
       route.previous_ = std::exchange(route.record_, std::move(record));
    }
-   if (!route.handle_.isNull()) {
-      route.ingressXact_ =
-            mrouteSwitch_->doSetMtableOifSet(route.handle_, route.record_, route.oifSetXact_);
-   }
+   if (!route.handle_.isNull() && route.record_) point(route);
+   wrote_ = true;
    route.placed_ = route.target_;
-   if (xactObserver_ && route.ingressXact_) {
-      xactObserver_("point " + route.key_.pretty(), route.ingressXact_);
-   }
    waitNoMore(route);
-   markThoseWhoShare(route.placed_->set);
+   if (route.record_) markThoseWhoShare(route.placed_->set);
    stateIs(route, State::programming);
    checkChange(route);
 }
 
 // The record for the route's wanted set; null when there is no group for it.
 MtableOifSetPtr RouteProgrammer::allocateRecord(Route& route) {
-   WantedRoute const& wanted = *route.target_;
-   MrouteLib::RouteKeyInfo const info(route.key_, route.vrf_, wanted.acceptingVlan,
-                                      wanted.set.type());
-   OifSetPtr const oifSet = sharedOifSet(wanted.set);
-   bool const frrRoute = !wanted.set.currentIif().isNull();
-   auto const& zombies = mrouteSwitch_->zombieOifSet();
-   for (Qor::U32 purges = zombies.size();; --purges) {
-      Qor::U32 const before = zombies.size();
-      route.oifSetXact_ = mrouteSwitch_->doAllocateMtableOifSet(info, oifSet, nullptr, 0, frrRoute);
-      if (mrouteSwitch_->mrouteFailureReason() == MrouteFailureReason::none) {
-         counters_.resurrections += zombies.size() < before;
-         break;
+   OifSetPtr const oifSet = sharedOifSet(route.target_->set);
+   for (Qor::U32 purges = zombies();; --purges) {
+      Qor::U32 const before = zombies();
+      if (MtableOifSetPtr const record = newRecord(route, oifSet)) {
+         counters_.resurrections += zombies() < before;
+         return record;
       }
-      if (purges == 0 || !purgeOldestZombie()) return nullptr;
+      if (purges == 0 || zombies() == 0) return nullptr;
+      purgeOldestZombie();
+      ++counters_.purges;
    }
-   MtableOifSetPtr const record = mrouteSwitch_->mtableOifSet();
-   mrouteSwitch_->mtableOifSetIs(nullptr);
-   bool const isNew = record->references() == 1;
-   if (xactObserver_ && isNew && route.oifSetXact_ && route.oifSetXact_->pending()) {
-      xactObserver_("group " + std::to_string(mrouteSwitch_->doGetMulticastId(record)),
-                    route.oifSetXact_);
-   }
-   return record;
 }
 
 // The one object for this set; never one whose record may not be shared.
 OifSetPtr RouteProgrammer::sharedOifSet(MrouteLib::PortVlanSet const& set) {
    OifSetPtr const oifSet = tableColl_->newOifSet(set);
-   auto const record = mrouteSwitch_->inUseRecord(oifSet);
-   if (!record || !record->dirty()) return oifSet;
-   tableColl_->oifSetRetire(*oifSet);
+   if (sharable(oifSet).value_or(true)) return oifSet;
+   retire(oifSet);
    return tableColl_->newOifSet(set);
-}
-
-bool RouteProgrammer::purgeOldestZombie() {
-   auto const& zombies = mrouteSwitch_->zombieOifSet();
-   if (zombies.empty()) return false;
-   mrouteSwitch_->zombieOifSetDel(zombies.begin()->first);
-   ++counters_.purges;
-   return true;
 }
 
 // Takes the route out of hardware, entry first.
 void RouteProgrammer::release(Route& route) {
-   route.xactReactor_.notifierIs(nullptr);
-   route.oifSetXact_ = route.ingressXact_ = nullptr;
-   if (!route.handle_.isNull()) {
-      mrouteSwitch_->doDeleteRoute(std::exchange(route.handle_, {}));
-      entryRoom_ = true;
-   }
-   if (route.record_ || route.previous_) groupRoom_ = true;
-   route.record_ = nullptr;
-   route.previous_ = nullptr;
+   dropChange(route);
+   if (!route.handle_.isNull()) leaveEntry(std::exchange(route.handle_, {}), route.table_);
+   leaveRecord(route.record_);
+   leaveRecord(route.previous_);
    route.placed_.reset();
    route.confirmed_ = false;
    withdraw(route);
 }
 
+void RouteProgrammer::leaveEntry(MrouteLib::RouteHandle handle, Table table) {
+   deleteEntry(handle);
+   queue(table).roomIs(true);
+   wrote_ = true;
+}
+
+void RouteProgrammer::leaveRecord(MtableOifSetPtr& record) {
+   if (!record) return;
+   queue(Table::group).roomIs(true);
+   wrote_ = true;
+   record = nullptr;
+}
+
+// ---- Waiting. ----
+
 void RouteProgrammer::wait(Route& route, State state) {
    withdraw(route);
    stateIs(route, state);
-   WaitingQueue* const queue = state == State::waitingGroup   ? &waitingGroup_
-                               : state == State::waitingEntry ? &waitingEntry_
-                                                              : nullptr;
-   Qor::U64 const arrival = route.waitingIn_ == queue ? route.arrival_ : 0;
+   WaitingQueue* queue = nullptr;
+   for (std::size_t i = 0; i < tables; ++i) {
+      if (state == stateFor(static_cast<Table>(i))) queue = &waiting_[i];
+   }
+   Qor::U64 const place = route.waitingIn_ == queue ? route.arrival_ : 0;
    waitNoMore(route);  // the set it waits for may be another one now
    if (!queue) return;
-   if (!arrival) ++counters_.refusals;
-   route.waitingIn_ = queue;
-   route.arrival_ = arrival ? arrival : ++lastArrival_;
-   queue->emplace(route.arrival_, &route);
-   if (queue != &waitingGroup_) return;
-   route.waitingHash_ = route.target_->set.hash();
-   waitingSets_.emplace(route.waitingHash_, route.arrival_);
+   if (!place) ++counters_.refusals;
+   queue->add(route, place);
 }
 
 void RouteProgrammer::waitNoMore(Route& route) {
-   if (!route.waitingIn_) return;
-   RoutePtr const self(&route);
-   if (route.waitingIn_ == &waitingGroup_) {
-      waitingSets_.erase({route.waitingHash_, route.arrival_});
-   }
-   route.waitingIn_->erase(route.arrival_);
-   route.waitingIn_ = nullptr;
-   route.arrival_ = 0;
+   if (route.waitingIn_) route.waitingIn_->remove(route);
 }
 
-// Routes that wait for a group of this set need none any more. One whose set only has the same hash
-// is marked in vain.
+// Routes that wait for a group of this set need none any more.
 void RouteProgrammer::markThoseWhoShare(MrouteLib::PortVlanSet const& set) {
-   if (waitingSets_.empty()) return;
-   Qor::U32 const hash = set.hash();
-   for (auto it = waitingSets_.lower_bound({hash, 0});
-        it != waitingSets_.end() && it->first == hash; ++it) {
-      mark(*waitingGroup_.at(it->second));
-   }
+   queue(Table::group).forEachWith(set, [this](Route& route) { mark(route); });
 }
+
+// ---- The hardware status, and where a route stands. ----
 
 void RouteProgrammer::publish(Route const& route) {
    if (route.isFastdrop()) {
@@ -501,30 +469,16 @@ void RouteProgrammer::stateIs(Route& route, State state) {
    route.state_ = state;
 }
 
-Qor::String RouteProgrammer::Route::reason() const {
-   switch (state_) {
-      case State::inHardware:
-         return {};
-      case State::marked:
-         return "not looked at yet";
-      case State::programming:
-         return "transactions under way";
-      case State::waitingGroup:
-         return "no free multicast group (failure code 8); waits for a deletion";
-      case State::waitingEntry:
-         return "no free route entry (failure code 1024); waits for a deletion";
-      case State::waitingVrf:
-         return "VRF " + vrf_.name() + " has no hardware status (failure code 4096)";
-      case State::failed:
-         return "write failed " + std::to_string(attempts_) + " times: " + failure_;
-   }
-   return {};
+Qor::String ProgrammedRoute::reason() const {
+   if (state_ == State::inHardware) return {};
+   if (state_ == State::marked) return "not looked at yet";
+   return programmer_.reason(*this);
 }
 
-std::ostream& operator<<(std::ostream& os, RouteProgrammer::State state) {
+std::ostream& operator<<(std::ostream& os, ProgrammedRoute::State state) {
    static constexpr char const* names[] = {"marked",       "programming",  "inHardware",
-                                           "waitingGroup", "waitingEntry", "waitingVrf",
-                                           "failed"};
+                                           "waitingGroup", "waitingEntry", "waitingBoundary",
+                                           "waitingVrf",   "failed"};
    return os << names[static_cast<unsigned>(state)];
 }
 

@@ -1,6 +1,8 @@
-// The routing layer's side of the asynchronous programmer: it holds the routes that are wanted,
-// brings the chip in step with them, and knows for each route that is not in hardware why not, and
-// what it waits for. It is the worked example of the duties in Vel/VelAsyncMrouteSwitch.h.
+// The routing layer's side of a table programmer: it holds the routes that are wanted, brings the
+// chip in step with them, and knows for each route that is not in hardware why not, and what it
+// waits for. What the two kinds of table programmers have in common is here; what is particular to
+// one is in a class derived for its path (agent/AsyncRouteProgrammer.h), by way of
+// agent/SwitchRouteProgrammer.h. Together they are the worked example of a caller's duties.
 //
 // What holds between two passes:
 //  - A route that is in hardware is there exactly as wanted, or its latest change is under way. One
@@ -10,19 +12,15 @@
 //  - An update that changes nothing writes nothing.
 //
 // Order of a change. A new set is placed and the route pointed at it before the old set is let go,
-// and the old record is held until the new transaction has succeeded. When the accepting vlan
-// changes the new entry is allocated before the old one is released, unless the table has no room
-// for both. When other properties of the entry change (its in-use key stays equal) the old one is
-// released first.
+// and the old record is held until the change is through. When the accepting vlan changes the new
+// entry is allocated before the old one is released, unless the table has no room for both. When
+// other properties of the entry change (its in-use key stays equal) the old one is released first.
 //
 // No room. With no free group the oldest zombie is purged and the allocation tried again, at most
 // as often as there are zombies. If that does not help, the route waits until something is deleted.
 // Those who wait go in by the order of arrival, before any route that comes later; only who needs
-// no room, since its set is in hardware meanwhile, goes ahead. Nothing polls.
-//
-// Failed writes. When a transaction fails, the route's record is marked dirty and let go, its oif
-// set is retired from sharing, and the route is placed anew, up to maxAttempts times for one wanted
-// state; then it stays out of hardware, with the transaction's reason, until it changes.
+// no room, since its set is in hardware meanwhile, goes ahead. Nothing polls. A route that waits
+// for an entry holds no group.
 //
 // Work is only marked by calls and notifications; passes on a clock do it, a bounded number of
 // routes each. Whoever is notified by a pass may therefore want any route differently, or no more.
@@ -33,79 +31,35 @@
 // tried again by themselves; forEachRoute() and route() leave them out.
 #pragma once
 
+#include <array>
 #include <deque>
-#include <functional>
 #include <map>
 #include <memory>
-#include <set>
-#include <utility>
-#include <vector>
+#include <optional>
 
 #include "Qor/Clock.h"
 #include "Routing/Multicast/Fib/Hardware/Status.h"
-#include "Vel/VelAsyncMrouteSwitch.h"
+#include "agent/WaitingQueue.h"
 
 namespace Agent {
 
-// Traffic of a route that comes in over this interface is dropped in hardware, by an entry of its
-// own, and watched for activity.
-struct Fastdrop {
-   Lnet::IntfId intfId;
-   Bridging::VlanIdOrNone vlan;  // its internal vlan: not none, and not the route's accepting one
-
-   bool operator==(Fastdrop const&) const = default;
-};
-
-// A route as the routing layer wants it.
-struct WantedRoute {
-   Lnet::IntfId acceptingIntfId;  // empty: none in particular
-   Bridging::VlanIdOrNone acceptingVlan;
-   MrouteLib::PortVlanSet set;  // its type says what kind of route it is
-   bool bridgeAction = false;
-   Wisp::Multicast::Fib::RpaIndex rpaId;
-   std::vector<Fastdrop> fastdrop;  // each vlan once
-
-   bool operator==(WantedRoute const&) const = default;
-};
-
 class RouteProgrammer {
  public:
-   using RouteKey = Routing::Multicast::Fib::IpGenRouteKey;
+   using Route = ProgrammedRoute;
+   using RouteKey = Route::RouteKey;
+   using State = Route::State;
 
-   static constexpr Qor::U32 maxAttempts = 3;  // placements of one wanted state
    static constexpr Qor::U32 routesPerPass = 512;
 
-   enum class State {
-      marked,        // a change waits for the next pass
-      programming,   // transactions under way
-      inHardware,    // done
-      waitingGroup,  // no free multicast id; waits for a deletion
-      waitingEntry,  // no free route entry; waits for a deletion
-      waitingVrf,    // the VRF has no hardware status
-      failed,        // writes failed maxAttempts times; waits for a change of the route
-   };
-
-   class Route;
-
- private:
-   using RoutePtr = Qor::Ptr<Route>;
-   using WantedPtr = std::shared_ptr<WantedRoute const>;
-   using WaitingQueue = std::map<Qor::U64, RoutePtr>;  // by arrival
-
- public:
    struct Counters {
       Qor::U64 resurrections = 0;  // zombies that a route brought back
       Qor::U64 purges = 0;         // zombies given up for room
-      Qor::U64 failedWrites = 0;   // transactions that failed
+      Qor::U64 failedWrites = 0;   // changes whose writes failed
       Qor::U64 unchanged = 0;      // updates that changed nothing
       Qor::U64 refusals = 0;       // times a route had to wait for room
    };
 
-   // All three are held. Everything the programmer placed is taken out again by its destructor.
-   RouteProgrammer(Qor::Ptr<Vel::Mroute::AsyncMrouteSwitch> mrouteSwitch,
-                   Qor::Ptr<MrouteLib::MrouteTableColl> tableColl,
-                   Qor::Ptr<Routing::Multicast::Fib::Hardware::Status> mfibHwStatus);
-   ~RouteProgrammer();
+   virtual ~RouteProgrammer();
    RouteProgrammer(RouteProgrammer const&) = delete;
    RouteProgrammer& operator=(RouteProgrammer const&) = delete;
 
@@ -130,78 +84,77 @@ class RouteProgrammer {
    }
 
    Qor::U32 routes() const { return wantedRoutes_; }
-   // How many stand in a queue for room.
-   Qor::U32 waiting() const {
-      return static_cast<Qor::U32>(waitingGroup_.size() + waitingEntry_.size());
-   }
+   Qor::U32 waiting() const;  // how many stand in a queue for room
    Counters const& counters() const { return counters_; }
-   // Told of every transaction that a change waits for, when it is begun: what it does, for people.
-   using XactObserver = std::function<void(Qor::String const&, Hux::XactPtr const&)>;
-   void xactObserverIs(XactObserver observer) { xactObserver_ = std::move(observer); }
-   // Whether all is done that can be done: nothing marked, no transaction under way.
+   // Whether all is done that can be done: nothing marked, nothing under way.
    bool settled() const { return work_.empty() && programming_ == 0; }
 
-   // One route and where it stands.
-   class Route final : public Qor::RefCounted {
-    public:
-      Route(RouteProgrammer& programmer, L3::VrfName vrf, RouteKey const& key,
-            Bridging::VlanIdOrNone fastdropVlan)
-            : programmer_(programmer),
-              vrf_(std::move(vrf)),
-              key_(key),
-              fastdropVlan_(fastdropVlan),
-              xactReactor_(*this) {}
+ protected:
+   using RoutePtr = Qor::Ptr<Route>;
 
-      L3::VrfName const& vrf() const { return vrf_; }
-      RouteKey const& key() const { return key_; }
-      bool isFastdrop() const { return !fastdropVlan_.isNone(); }
-      // Null when the route is on its way out.
-      WantedRoute const* wanted() const { return wanted_.get(); }
-      State state() const { return state_; }
-      // Why the route is not in hardware, for people; empty when it is.
-      Qor::String reason() const;
-      // Where it is placed; invalid and null when it is not.
-      MrouteLib::RouteHandle handle() const { return handle_; }
-      MrouteLib::MtableOifSetPtr const& record() const { return record_; }
-      Qor::U32 attempts() const { return attempts_; }
+   // Both are held. A derived class calls releaseAll() in its destructor.
+   RouteProgrammer(Qor::Ptr<MrouteLib::MrouteTableColl> tableColl,
+                   Qor::Ptr<Routing::Multicast::Fib::Hardware::Status> mfibHwStatus);
 
-    private:
-      friend class RouteProgrammer;
+   // ---- What a path does. Where a route is given, it has a target, but in dropChange(). ----
 
-      // Watches the transaction that the route's change waits for.
-      class QorXact final : public Hux::Xact::Notifiee {
-       public:
-         explicit QorXact(Route& route) : route_(route) {}
-         void onState() override { route_.programmer_.mark(route_); }
-
-       private:
-         Route& route_;
-      };
-
-      ~Route() override = default;
-
-      RouteProgrammer& programmer_;
-      L3::VrfName const vrf_;
-      RouteKey const key_;
-      Bridging::VlanIdOrNone const fastdropVlan_;  // none: the route itself
-      WantedPtr wanted_;
-      WantedPtr target_;  // what it is being placed as, whatever is wanted meanwhile
-      WantedPtr placed_;  // what the entry in hardware stands for
-      MrouteLib::RouteHandle handle_;
-      MrouteLib::MtableOifSetPtr record_;    // the set the entry points at, once all is written
-      MrouteLib::MtableOifSetPtr previous_;  // held until the write of record_ has succeeded
-      Hux::XactPtr oifSetXact_;
-      Hux::XactPtr ingressXact_;
-      QorXact xactReactor_;
-      Qor::String8 failure_;
-      Qor::U32 attempts_ = 0;
-      State state_ = State::marked;
-      bool marked_ = false;                // in the work queue
-      bool confirmed_ = false;             // a write to this entry has succeeded
-      WaitingQueue* waitingIn_ = nullptr;  // the queue it stands in
-      Qor::U64 arrival_ = 0;               // its place there
-      Qor::U32 waitingHash_ = 0;           // of the set whose group it waits for
+   // A route for the table, of the class that the path keeps its own part in.
+   virtual RoutePtr newRoute(L3::VrfName const& vrf, RouteKey const& key,
+                             Bridging::VlanIdOrNone fastdropVlan);
+   // What the target takes of the chip: a group, and an entry in this table.
+   virtual bool needsGroup(Route const&) const { return true; }
+   virtual std::optional<Table> entryTable(Route const& route) const = 0;
+   // The record for the target's set, which is this object: one that is shared, a zombie's, or a
+   // new one; null when there is no group for it. Asked again after a zombie was given up.
+   virtual MrouteLib::MtableOifSetPtr newRecord(Route& route, MrouteLib::OifSetPtr const& set) = 0;
+   // An entry for the target, which will be pointed at the record; null if it needs no group.
+   struct Entry {
+      MrouteLib::RouteHandle handle;     // invalid: there was none to be had, and
+      State whyNot = State::inHardware;  // what that makes of the route: it waits, or has failed
+      Table table = Table::entry;        // otherwise where it is
    };
+   virtual Entry newEntry(Route& route, MrouteLib::MtableOifSetPtr const& record) = 0;
+   // Points the entry at the record: the route has both, perhaps since before.
+   virtual void point(Route& route) = 0;
+   // Looks how the change stands: calls changeDone() when all is written, and sees to it that the
+   // route is marked when there is news otherwise. Called once the change is begun, and for a
+   // marked route whose change is under way. A path whose operations are through at once has
+   // nothing to look at.
+   virtual void checkChange(Route& route) { changeDone(route); }
+   // Forgets the change under way: the route leaves the hardware, or what was begun is not gone
+   // through with. Called before anything of the route is deleted.
+   virtual void dropChange(Route&) {}
+   // At the end of a pass that changed something.
+   virtual void commit() {}
+   virtual void deleteEntry(MrouteLib::RouteHandle handle) = 0;
+   // Whether there is a record in use for this very object, zombies included, that may be shared;
+   // no value when there is none.
+   virtual std::optional<bool> sharable(MrouteLib::OifSetPtr const& set) const = 0;
+   virtual Qor::U32 zombies() const = 0;
+   virtual void purgeOldestZombie() = 0;  // there is one
+   // Why a route in this state, which is neither marked nor in hardware, is not in hardware.
+   friend class ProgrammedRoute;
+   virtual Qor::String reason(Route const& route) const = 0;
+
+   // ---- What a path tells. ----
+
+   // The route is to be looked at in the next pass.
+   void mark(Route& route);
+   // The table may have got room: those who wait for it try again in the next pass.
+   void roomIs(Table table);
+   void changeDone(Route& route);
+   // A write of the change has failed; drops the change and returns how many placements of what is
+   // wanted have failed by now.
+   Qor::U32 countFailure(Route& route);
+   // Behind a failed change. The route goes back to the record it was at, if its entry is known to
+   // be there, and leaves the hardware otherwise; then it is marked for another placement.
+   void placeAgain(Route& route);
+   // Takes it out of hardware until it changes.
+   void giveUp(Route& route);
+   // Keeps the set's object from being handed out again.
+   void retire(MrouteLib::OifSetPtr const& set) { tableColl_->oifSetRetire(*set); }
+   // Takes everything that was placed out again.
+   void releaseAll();
 
  private:
    // A route, or one of its fastdrop entries.
@@ -217,58 +170,51 @@ class RouteProgrammer {
    using RouteTable = Qor::HashMap<EntryKey, RoutePtr>;
 
    class QorClock;
-   class QorMrouteSwitch;
 
    bool want(L3::VrfName const& vrf, EntryKey const& key, WantedRoute wanted);
    void wantNoMore(L3::VrfName const& vrf, EntryKey const& key);
    RoutePtr find(L3::VrfName const& vrf, EntryKey const& key) const;
-   void mark(Route& route);
    void schedulePass();
    void runPass();
-   void process(Route& route);
-   void checkChange(Route& route);
-   void changeFailed(Route& route);
-   void remove(Route& route);
-   void place(Route& route);
+   Qor::U32 wake(WaitingQueue& queue, Qor::U32 budget);
+   static State stateFor(Table table) {
+      return static_cast<State>(static_cast<int>(State::waitingGroup) + static_cast<int>(table));
+   }
+   WaitingQueue& queue(Table table) { return waiting_[static_cast<std::size_t>(table)]; }
    bool mustQueue(Route& route);
-   bool needsGroup(Route const& route) const;
-   void placeAnew(Route& route);
-   bool replaceEntry(Route& route, MrouteLib::RouteHandle& leaving);
-   bool allocateEntry(Route& route);
-   void pointAt(Route& route, MrouteLib::MtableOifSetPtr record);
-   MrouteLib::MtableOifSetPtr allocateRecord(Route& route);
-   MrouteLib::OifSetPtr sharedOifSet(MrouteLib::PortVlanSet const& set);
-   bool purgeOldestZombie();
-   void release(Route& route);
+   void queueUp(Route& route, Table table);
    void wait(Route& route, State state);
    void waitNoMore(Route& route);
    void markThoseWhoShare(MrouteLib::PortVlanSet const& set);
-   Qor::U32 wake(WaitingQueue& queue, bool& room, Qor::U32 budget);
+
+   void process(Route& route);
+   void remove(Route& route);
+   void place(Route& route);
+   void placeAnew(Route& route);
+   struct Leaving;
+   bool replaceEntry(Route& route, MrouteLib::MtableOifSetPtr const& record, Leaving& leaving);
+   State allocateEntry(Route& route, MrouteLib::MtableOifSetPtr const& record);
+   void pointAt(Route& route, MrouteLib::MtableOifSetPtr record);
+   MrouteLib::MtableOifSetPtr allocateRecord(Route& route);
+   MrouteLib::OifSetPtr sharedOifSet(MrouteLib::PortVlanSet const& set);
+   void leaveEntry(MrouteLib::RouteHandle handle, Table table);
+   void leaveRecord(MrouteLib::MtableOifSetPtr& record);
+   void release(Route& route);
    void publish(Route const& route);
    void withdraw(Route const& route);
    void stateIs(Route& route, State state);
 
-   Qor::Ptr<Vel::Mroute::AsyncMrouteSwitch> const mrouteSwitch_;
    Qor::Ptr<MrouteLib::MrouteTableColl> const tableColl_;
    Qor::Ptr<Routing::Multicast::Fib::Hardware::Status> const mfibHwStatus_;
    std::map<L3::VrfName, RouteTable> vrfs_;
    std::deque<RoutePtr> work_;
-   WaitingQueue waitingGroup_;
-   WaitingQueue waitingEntry_;
-   // The same routes as in waitingGroup_, by the hash of the set that each waits for.
-   std::set<std::pair<Qor::U32, Qor::U64>> waitingSets_;
-   Qor::U64 lastArrival_ = 0;
-   bool groupRoom_ = false;  // a group may have become free since one was refused
-   bool entryRoom_ = false;
+   std::array<WaitingQueue, tables> waiting_;  // by Table
    Qor::U32 wantedRoutes_ = 0;
    Qor::U32 programming_ = 0;
+   bool wrote_ = false;  // in this pass
    Counters counters_;
-   XactObserver xactObserver_;
    Qor::Ptr<Qor::Clock> const clock_;
    std::unique_ptr<QorClock> clockReactor_;
-   std::unique_ptr<QorMrouteSwitch> switchReactor_;
 };
-
-std::ostream& operator<<(std::ostream& os, RouteProgrammer::State state);
 
 }  // namespace Agent

@@ -15,6 +15,7 @@
 #include <iostream>
 
 #include "Qor/Exception.h"
+#include "Qor/Trace.h"
 #include "agent/CaptureReader.h"
 #include "agent/ScenarioParser.h"
 #include "agent/ScenarioRun.h"
@@ -125,7 +126,7 @@ class Run {
       double const began = processorSeconds();
       Sim::ChipConfig chip;
       if (!options_.chipText.empty()) parseChipOption(options_.chipText, chip);
-      SimulatedSwitch simulated(chip, std::move(intfMap));
+      SimulatedSwitch simulated(options_.path, chip, std::move(intfMap));
       TimelineFile timeline(options_.timelineFile, simulated);
       bool const replayed = replay(simulated, timeline);
       if (replayed) simulated.settle();
@@ -294,6 +295,10 @@ void reportTables(RunOptions const& options, SimulatedSwitch const& simulated,
 }
 
 int runFiles(RunOptions const& options) {
+   if (options.path == Path::sync) {
+      std::cerr << "the synchronous path is not built yet\n";
+      return exitUsage;
+   }
    bool const scenario = std::any_of(options.files.begin(), options.files.end(), isScenarioFile);
    if (!scenario) return Run(options).run();
    if (options.files.size() == 1) return runScenario(options);

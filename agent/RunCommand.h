@@ -1,5 +1,5 @@
 // `velmroute run FILE...`: replays captures of multicast routes through the route programmer and
-// the asynchronous path onto the simulated chip, in virtual time, and checks what the chip forwards
+// one of the two paths onto the simulated chip, in virtual time, and checks what the chip forwards
 // in the end.
 #pragma once
 
@@ -18,6 +18,7 @@ struct RunOptions {
    std::string chipText;      // as parseChipOption() reads it; empty: the defaults, or a scenario's
    std::string timelineFile;  // empty: none
    std::vector<View> show;
+   Path path = Path::async;
    bool json = false;
    bool check = true;
    bool keepGoing = false;

@@ -22,6 +22,7 @@
 #include "Routing/Multicast/Fib/CounterMode.h"
 #include "Routing/Multicast/Fib/IpGenRouteKey.h"
 #include "agent/InputError.h"
+#include "agent/Path.h"
 #include "platform/sim/Chip.h"
 
 namespace Agent::Scenario {
@@ -231,6 +232,7 @@ using Event = std::variant<Settings, Route, Withdraw, Link, Bfd, Traffic, Config
 struct Line {
    InputPosition where;
    double at = 0;
+   std::optional<Path> path;  // played on this path alone; absent: on both
    Event event;
 };
 

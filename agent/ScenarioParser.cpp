@@ -64,11 +64,15 @@ double timeFrom(Fields const& top, double before) {
 
 Line lineFrom(std::string_view text, double before, bool first) {
    json const parsed = jsonFrom(text);
-   std::vector<std::string_view> known = {"at", "after"};
+   std::vector<std::string_view> known = {"at", "after", "path"};
    known.insert(known.end(), std::begin(eventKinds), std::end(eventKinds));
    Fields const top(parsed, "", known);
    Line line;
    line.at = timeFrom(top, before);
+   if (top.find("path")) {
+      line.path =
+            top.named("path", "path", Names<Path>{{"async", Path::async}, {"sync", Path::sync}});
+   }
    std::string kind;
    for (char const* const candidate : eventKinds) {
       if (!top.find(candidate)) continue;
@@ -78,7 +82,7 @@ Line lineFrom(std::string_view text, double before, bool first) {
    }
    if (kind.empty()) refuse("", "no event");
    if (kind == "scenario" && !first) refuse(kind, "not the first event of the file");
-   if (kind == "scenario" && parsed.size() > 1) refuse(kind, "has no time");
+   if (kind == "scenario" && (top.find("at") || top.find("after"))) refuse(kind, "has no time");
    line.event = eventFrom(kind, parsed.at(kind), line.at);
    return line;
 }
@@ -91,6 +95,7 @@ ScenarioParser::Result ScenarioParser::parse(std::string_view text, Line& line) 
    try {
       Line read = lineFrom(text, time_, first_);
       line.at = read.at;
+      line.path = read.path;
       line.event = std::move(read.event);
    } catch (Bad const& bad) {
       reason_ = bad.reason;
@@ -138,6 +143,7 @@ ScenarioFile ScenarioFile::read(std::string const& path) {
          case ScenarioParser::Result::event:
             if (auto const* settings = std::get_if<Settings>(&line.event)) {
                file.settings = *settings;
+               file.path = line.path;
             } else {
                file.lines.push_back(std::move(line));
             }

@@ -23,8 +23,8 @@ class ScenarioParser {
    static constexpr std::uint32_t maxGroups = 1'000'000;
    static constexpr std::uint32_t maxPackets = 10'000'000;
 
-   // Reads `text`, without its line end. With Result::event, `line` has its time and event, and
-   // what was in `where` before. Otherwise nothing has changed, the remembered time included.
+   // Reads `text`, without its line end. With Result::event, `line` has its time, path and event,
+   // and what was in `where` before. Otherwise nothing has changed, the remembered time included.
    Result parse(std::string_view text, Scenario::Line& line);
 
    // After Result::malformed.
@@ -39,6 +39,7 @@ class ScenarioParser {
 // A whole scenario, read before any of it is played.
 struct ScenarioFile {
    Scenario::Settings settings;
+   std::optional<Path> path;  // the settings' line names: all of it is played on this path alone
    std::vector<Scenario::Line> lines;  // without the settings
    std::vector<InputError> errors;  // in the order of the file; nothing of such lines is in `lines`
 

@@ -29,10 +29,18 @@ ordered_json scenarioJson(ScenarioFile const& file, ScenarioPlayer const& player
 }  // namespace
 
 int runScenario(RunOptions const& options) {
-   ScenarioFile const file = ScenarioFile::read(options.files.front());
+   ScenarioFile file = ScenarioFile::read(options.files.front());
    for (InputError const& error : file.errors)
       std::cerr << error.toString() << '\n';
    if (!file.errors.empty() && !options.keepGoing) return exitFailed;
+   if (file.path.value_or(options.path) != options.path) {
+      std::cerr << options.files.front() << ": this scenario is for the path " << nameOf(*file.path)
+                << " alone: --path " << nameOf(*file.path) << '\n';
+      return exitUsage;
+   }
+   std::erase_if(file.lines, [&](Scenario::Line const& line) {
+      return line.path.value_or(options.path) != options.path;
+   });
    InterfaceMap intfMap;
    if (!options.mapFile.empty()) {
       if (auto const error = intfMap.load(options.mapFile)) {
@@ -42,11 +50,8 @@ int runScenario(RunOptions const& options) {
    }
    Sim::ChipConfig chip = file.settings.chip;
    if (!options.chipText.empty()) parseChipOption(options.chipText, chip);
-   Sim::AsyncPlatformConfig platform;
-   platform.minPollingInterval = file.settings.minPollingInterval;
-   platform.callCost = file.settings.callCost;
-
-   SimulatedSwitch simulated(chip, std::move(intfMap), std::move(platform));
+   SimulatedSwitch simulated(options.path, chip, std::move(intfMap),
+                             {file.settings.minPollingInterval, file.settings.callCost});
    TimelineFile timeline(options.timelineFile, simulated);
    SimulatedTarget target(simulated, timeline.timeline(), options.json);
    ScenarioPlayer player(target, file.lines);

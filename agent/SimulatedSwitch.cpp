@@ -22,26 +22,14 @@ bool carriesTraffic(Interface::IntfOperStatus status) {
    return status == Interface::IntfOperStatus::up || status == Interface::IntfOperStatus::unknown;
 }
 
-SimulatedSwitch::SimulatedSwitch(Sim::ChipConfig const& config, InterfaceMap intfMap,
-                                 Sim::AsyncPlatformConfig platformConfig)
+SimulatedSwitch::SimulatedSwitch(Path path, Sim::ChipConfig const& config, InterfaceMap intfMap,
+                                 PathConfig const& pathConfig)
       : intfMap_(std::move(intfMap)),
         activity_(newVirtualTime()),
-        chip_(Qor::make<Sim::Chip>(config)),
-        platform_(Qor::make<Sim::AsyncPlatform>("sim", chip_, std::move(platformConfig))),
-        routeStatus_(Qor::make<Routing::Hardware::RouteStatus>()),
-        mrouteSwitch_(Vel::Mroute::asyncMrouteSwitchFactory("switch1", routeStatus_, platform_)),
-        mfibConfig_(Qor::make<Routing::Multicast::Fib::VrfConfig>()),
-        mfibHwStatus_(Qor::make<Routing::Multicast::Fib::Hardware::Status>()),
-        intfVlanIdTable_(Qor::make<IntfVlanId::Table>()),
-        ethIntfStatusDir_(Qor::make<Interface::EthIntfStatusDir>()),
-        bfdStatusPeer_(Qor::make<Bfd::StatusPeer>()),
-        bfdAppStatus_(Qor::make<Bfd::AppStatus>()),
-        routeProgrammer_(std::make_unique<RouteProgrammer>(
-              mrouteSwitch_, Qor::make<MrouteLib::MrouteTableColl>(), mfibHwStatus_)),
-        reactor_(Vel::Mroute::AsyncMrouteSwitchSmIs(
-              mrouteSwitch_, intfVlanIdTable_, mfibConfig_, mfibHwStatus_, platform_,
-              Qor::make<Qor::Clock>("zombieClock"), Qor::make<Qor::Clock>("agingClock"),
-              ethIntfStatusDir_, bfdStatusPeer_, bfdAppStatus_, nullptr, nullptr)) {
+        surroundings_{Qor::make<Sim::Chip>(config), Qor::make<Routing::Multicast::Fib::VrfConfig>(),
+                      Qor::make<Routing::Multicast::Fib::Hardware::Status>(),
+                      Qor::make<IntfVlanId::Table>(), Qor::make<Interface::EthIntfStatusDir>()},
+        path_(SwitchPath::make(path, surroundings_, pathConfig)) {
    learnVrf(L3::VrfName("default"));
 }
 
@@ -54,15 +42,15 @@ void SimulatedSwitch::apply(CaptureEvent const& event) {
 }
 
 void SimulatedSwitch::settle() {
-   while (!routeProgrammer_->settled() || platform_->queue()->pending() != 0) {
+   while (!routeProgrammer().settled() || path_->writesPending()) {
       activity_->runUntil(activity_->nextDeadline());
    }
 }
 
 std::optional<Vel::VrfId> SimulatedSwitch::vrfId(L3::VrfName const& vrf) const {
-   auto const status = routeStatus_->vrfStatus(vrf);
-   if (!status) return std::nullopt;
-   return status->vrfId();
+   auto const it = vrfIds_.find(vrf);
+   if (it == vrfIds_.end()) return std::nullopt;
+   return it->second;
 }
 
 Intf const& SimulatedSwitch::intf(Lnet::IntfId id) const {
@@ -89,9 +77,9 @@ Intf const& SimulatedSwitch::learnIntf(Lnet::IntfId id) {
    Intf const& known = intfMap_.intf(id);
    for (; portsMade_ < intfMap_.intfs().size(); ++portsMade_) {
       Intf const& intf = *intfMap_.intfs()[portsMade_];
-      intfVlanIdTable_->intfIdToVlanIdIs(intf.id, intf.vlan);
+      surroundings_.intfVlanIdTable->intfIdToVlanIdIs(intf.id, intf.vlan);
       if (intf.port == 0) continue;
-      Sim::Refusal const refusal = chip_->portAdd(intf.id, intf.port, intf.vlan);
+      Sim::Refusal const refusal = chip().portAdd(intf.id, intf.port, intf.vlan);
       QOR_ASSERT(refusal.empty());
       auto const link = links_.find(intf.id);
       linkIs(intf.id, link == links_.end() ? Interface::IntfOperStatus::up : link->second.status);
@@ -100,14 +88,15 @@ Intf const& SimulatedSwitch::learnIntf(Lnet::IntfId id) {
 }
 
 void SimulatedSwitch::learnVrf(L3::VrfName const& vrf) {
-   if (routeStatus_->vrfStatus(vrf)) return;
-   routeStatus_->newVrfStatus(vrf, Vel::VrfId(routeStatus_->vrfStatus().size()));
-   if (routeProgrammer_) routeProgrammer_->vrfReady(vrf);
+   auto const [it, isNew] = vrfIds_.try_emplace(vrf, vrfIds_.size());
+   if (!isNew) return;
+   path_->vrfIs(vrf, it->second);
+   routeProgrammer().vrfReady(vrf);
 }
 
 void SimulatedSwitch::apply(MrouteEvent const& event) {
    if (event.deleted || !event.resolved || !event.iif) {
-      routeProgrammer_->routeDel(event.vrf, event.key);
+      routeProgrammer().routeDel(event.vrf, event.key);
       return;
    }
    WantedRoute wanted;
@@ -122,7 +111,7 @@ void SimulatedSwitch::apply(MrouteEvent const& event) {
          wanted.set.newPortVlan(MrouteLib::PortVlan(oif, out.vlan), true);
       }
    }
-   routeProgrammer_->routeIs(event.vrf, event.key, std::move(wanted));
+   routeProgrammer().routeIs(event.vrf, event.key, std::move(wanted));
 }
 
 void SimulatedSwitch::apply(LinkEvent const& event) {
@@ -139,10 +128,10 @@ void SimulatedSwitch::apply(LinkEvent const& event) {
 
 // The port knows before the software hears of it.
 void SimulatedSwitch::linkIs(Lnet::IntfId intf, Interface::IntfOperStatus status) {
-   if (!chip_->port(intf)) return;
-   Sim::Refusal const refusal = chip_->linkIs(intf, carriesTraffic(status));
+   if (!chip().port(intf)) return;
+   Sim::Refusal const refusal = chip().linkIs(intf, carriesTraffic(status));
    QOR_ASSERT(refusal.empty());
-   ethIntfStatusDir_->newIntfStatus(intf)->operStatusIs(status);
+   surroundings_.ethIntfStatusDir->newIntfStatus(intf)->operStatusIs(status);
 }
 
 void SimulatedSwitch::apply(SnapshotEvent const& event) {
@@ -150,12 +139,12 @@ void SimulatedSwitch::apply(SnapshotEvent const& event) {
    for (MrouteEvent const& route : event.routes)
       listed.insert({route.vrf, route.key});
    std::vector<RouteId> gone;
-   routeProgrammer_->forEachRoute([&](RouteProgrammer::Route const& route) {
+   routeProgrammer().forEachRoute([&](RouteProgrammer::Route const& route) {
       RouteId id{route.vrf(), route.key()};
       if (event.covers(id.vrf, id.key) && !listed.contains(id)) gone.push_back(std::move(id));
    });
    for (RouteId const& id : gone)
-      routeProgrammer_->routeDel(id.vrf, id.key);
+      routeProgrammer().routeDel(id.vrf, id.key);
    for (MrouteEvent const& route : event.routes)
       apply(route);
 }

@@ -1,6 +1,6 @@
-// A whole forwarding agent on the simulated chip, in virtual time: chip, platform hooks, table
-// programmer with its reactor, and route programmer, wired as on a real switch, and fed with the
-// events of a capture. The reactor purges zombies, polls activity, and hears of links.
+// A whole forwarding agent on the simulated chip, in virtual time, fed with the events of a
+// capture: the chip, what is known of interfaces, links and VRFs, and one of the two paths between
+// them (agent/SwitchPath.h).
 //
 // Interfaces become ports of the chip, and VRFs get their ids, when a route first names them; the
 // VRF "default" is 0. A link that no route names takes no port and no vlan: a host has many, and
@@ -11,13 +11,9 @@
 
 #include <map>
 
-#include "Routing/Hardware/RouteStatus.h"
-#include "Vel/VelAsyncMrouteSm.h"
 #include "agent/CaptureEvent.h"
 #include "agent/InterfaceMap.h"
-#include "agent/RouteProgrammer.h"
-#include "platform/sim/AsyncPlatform.h"
-#include "platform/sim/Chip.h"
+#include "agent/SwitchPath.h"
 
 namespace Agent {
 
@@ -28,8 +24,8 @@ bool carriesTraffic(Interface::IntfOperStatus status);
 class SimulatedSwitch {
  public:
    // Puts a new virtual-time activity manager in place, at time 0. The map is taken as loaded.
-   SimulatedSwitch(Sim::ChipConfig const& config, InterfaceMap intfMap,
-                   Sim::AsyncPlatformConfig platformConfig = {});
+   SimulatedSwitch(Path path, Sim::ChipConfig const& config, InterfaceMap intfMap,
+                   PathConfig const& pathConfig = {});
    ~SimulatedSwitch();
    SimulatedSwitch(SimulatedSwitch const&) = delete;
    SimulatedSwitch& operator=(SimulatedSwitch const&) = delete;
@@ -43,9 +39,8 @@ class SimulatedSwitch {
    void settle();
 
    // What the routing layer and its surroundings tell the switch, where no capture does.
-   RouteProgrammer& routeProgrammer() { return *routeProgrammer_; }
-   Routing::Multicast::Fib::VrfConfig& mfibConfig() { return *mfibConfig_; }
-   Bfd::AppStatus& bfdAppStatus() { return *bfdAppStatus_; }
+   RouteProgrammer& routeProgrammer() { return path_->routeProgrammer(); }
+   Routing::Multicast::Fib::VrfConfig& mfibConfig() { return *surroundings_.mfibConfig; }
    // The port's state, and what the software hears of it. Nothing for a name without a port.
    void linkIs(Lnet::IntfId intf, Interface::IntfOperStatus status);
    // Makes an interface or a VRF known. InterfaceMapFull as apply().
@@ -54,14 +49,14 @@ class SimulatedSwitch {
 
    Qor::ActivityManager& activity() { return *activity_; }
    Qor::ActivityManager const& activity() const { return *activity_; }
-   Sim::Chip& chip() { return *chip_; }
-   Sim::Chip const& chip() const { return *chip_; }
-   Sim::AsyncPlatform& platform() { return *platform_; }
-   Sim::AsyncPlatform const& platform() const { return *platform_; }
-   Routing::Multicast::Fib::Hardware::Status const& mfibHwStatus() const { return *mfibHwStatus_; }
-   Vel::Mroute::AsyncMrouteSwitch const& mrouteSwitch() const { return *mrouteSwitch_; }
-   RouteProgrammer const& routeProgrammer() const { return *routeProgrammer_; }
-   Vel::Mroute::AsyncMrouteSwitchSm const& reactor() const { return *reactor_; }
+   Sim::Chip& chip() { return *surroundings_.chip; }
+   Sim::Chip const& chip() const { return *surroundings_.chip; }
+   SwitchPath& path() { return *path_; }
+   SwitchPath const& path() const { return *path_; }
+   Routing::Multicast::Fib::Hardware::Status const& mfibHwStatus() const {
+      return *surroundings_.mfibHwStatus;
+   }
+   RouteProgrammer const& routeProgrammer() const { return path().routeProgrammer(); }
    InterfaceMap const& interfaceMap() const { return intfMap_; }
    // Null for a VRF that has not been seen.
    std::optional<Vel::VrfId> vrfId(L3::VrfName const& vrf) const;
@@ -82,20 +77,11 @@ class SimulatedSwitch {
    mutable InterfaceMap intfMap_;
    std::map<Lnet::IntfId, Link> links_;  // by the present name; those never heard of are up
    std::map<std::uint32_t, Lnet::IntfId> linkNames_;  // the latest of each index
-   std::size_t portsMade_ = 0;                        // interfaces of the map that the chip knows
+   std::map<L3::VrfName, Vel::VrfId> vrfIds_;
+   std::size_t portsMade_ = 0;  // interfaces of the map that the chip knows
    Qor::Ptr<Qor::ActivityManager> const activity_;
-   Qor::Ptr<Sim::Chip> const chip_;
-   Qor::Ptr<Sim::AsyncPlatform> const platform_;
-   Qor::Ptr<Routing::Hardware::RouteStatus> const routeStatus_;
-   Qor::Ptr<Vel::Mroute::AsyncMrouteSwitch> const mrouteSwitch_;
-   Qor::Ptr<Routing::Multicast::Fib::VrfConfig> const mfibConfig_;
-   Qor::Ptr<Routing::Multicast::Fib::Hardware::Status> const mfibHwStatus_;
-   Qor::Ptr<IntfVlanId::Table> const intfVlanIdTable_;
-   Qor::Ptr<Interface::EthIntfStatusDir> const ethIntfStatusDir_;
-   Qor::Ptr<Bfd::StatusPeer> const bfdStatusPeer_;
-   Qor::Ptr<Bfd::AppStatus> const bfdAppStatus_;
-   std::unique_ptr<RouteProgrammer> const routeProgrammer_;
-   Qor::Ptr<Vel::Mroute::AsyncMrouteSwitchSm> const reactor_;
+   Surroundings const surroundings_;
+   std::unique_ptr<SwitchPath> const path_;
 };
 
 }  // namespace Agent

@@ -72,13 +72,15 @@ void SimulatedTarget::linkIs(Lnet::IntfId intf, Interface::IntfOperStatus state)
 }
 
 void SimulatedTarget::bfdIs(Bfd::Peer const& peer, std::optional<Bfd::OperState> state) {
+   Bfd::AppStatus* const sessions = simulated_.path().bfdAppStatus();
+   if (!sessions) throw ScenarioRefused("this path follows no BFD sessions");
    if (!state) {
       note(text("bfd ", peer, " removed"));
-      simulated_.bfdAppStatus().peerStatusDel(peer);
+      sessions->peerStatusDel(peer);
       return;
    }
    note(text("bfd ", peer, ' ', *state));
-   simulated_.bfdAppStatus().newPeerStatus(peer)->statusIs(*state);
+   sessions->newPeerStatus(peer)->statusIs(*state);
 }
 
 void SimulatedTarget::configIs(Scenario::Config const& config) {
@@ -102,7 +104,7 @@ void SimulatedTarget::counterRouteIs(L3::VrfName const& vrf, Scenario::RouteKey 
 
 void SimulatedTarget::faultIs(Scenario::Fault const& fault) {
    note("fault");
-   Sim::Faults& faults = simulated_.platform().faults();
+   Sim::Faults& faults = simulated_.path().faults();
    if (fault.groupsExhausted) faults.groupsExhaustedIs(*fault.groupsExhausted);
    if (fault.routesExhausted) faults.routesExhaustedIs(*fault.routesExhausted);
    if (fault.seed) faults.seedIs(*fault.seed);
@@ -166,11 +168,11 @@ std::uint64_t SimulatedTarget::value(Scenario::State state) const {
       case Scenario::State::groups:
          return simulated_.chip().groups();
       case Scenario::State::zombies:
-         return simulated_.mrouteSwitch().zombieOifSet().size();
+         return simulated_.path().zombies();
       case Scenario::State::entries:
          return simulated_.chip().routes().size();
       case Scenario::State::rerouting:
-         return simulated_.mrouteSwitch().frrProcessingOifSet().size();
+         return simulated_.path().rerouting();
    }
    return 0;
 }
@@ -212,7 +214,7 @@ std::vector<std::string> SimulatedTarget::check() {
    auto const& programmer = std::as_const(simulated_).routeProgrammer();
    programmer.forEachRoute([&](RouteProgrammer::Route const& route) {
       if (route.state() != RouteProgrammer::State::inHardware) return;
-      auto const record = Qor::ptrCast<Vel::Mroute::AsyncMtableOifSet>(route.record());
+      auto const record = simulated_.path().record(route);
       auto const* entry = simulated_.chip().routes().find(route.handle().value());
       auto const* group = entry ? simulated_.chip().group(entry->group) : nullptr;
       MrouteLib::PortVlanSet const& set = route.wanted()->set;
@@ -222,7 +224,7 @@ std::vector<std::string> SimulatedTarget::check() {
       for (auto const& [member, flag] : set.portVlanFrr())
          backup.insert(member);
       if (group) found.insert(group->members.begin(), group->members.end());
-      bool const rerouted = record && record->dirty() && !backup.empty() && found == backup;
+      bool const rerouted = record && record->dirty && !backup.empty() && found == backup;
       if (group && group->toCpu == set.toCpu() && (found == expected || rerouted)) return;
       wrong.push_back(text(route.vrf(), ' ', route.key(), ": wanted ", set.pretty(),
                            group ? ", the chip has other members" : ", the chip has no group"));

@@ -32,7 +32,7 @@ class SimulatedTarget final : public ScenarioTarget {
    std::uint64_t value(Scenario::State state) const override;
    std::uint64_t value(Scenario::Count count) const override;
    std::vector<std::string> check() override;
-   std::vector<std::string> audit() const override { return simulated_.platform().audit(); }
+   std::vector<std::string> audit() const override { return simulated_.path().audit(); }
 
    void show(std::vector<std::string> const& views) override;
    void marked(std::string const& text) override { note(text); }

@@ -60,8 +60,8 @@ ordered_json summaryJson(RunFigures const& figures, SimulatedSwitch const& simul
             ++waiting;
       }
    });
-   auto const zombies = simulated.mrouteSwitch().zombieOifSet().size();
-   auto const groupsInUse = simulated.platform().groupsAllocated() - zombies;
+   auto const zombies = simulated.path().zombies();
+   auto const groupsInUse = simulated.path().groupsAllocated() - zombies;
    // Each route of a snapshot is as much work as an event.
    std::uint64_t const changes = figures.events - figures.snapshots + figures.snapshotRoutes;
    auto const& counters = programmer.counters();

@@ -1,21 +1,11 @@
 #include "agent/Timeline.h"
 
-#include <array>
-#include <cmath>
 #include <cstdio>
-#include <set>
-#include <unordered_map>
 
 #include "Qor/Clock.h"
+#include "agent/SwitchTracks.h"
 
 namespace Agent {
-
-using MrouteLib::OifSetPtr;
-using MrouteLib::RouteHandle;
-using Vel::Mroute::AsyncMrouteSwitch;
-using Vel::Mroute::AsyncMtableOifSet;
-using Vel::Mroute::InUseRouteHandleKey;
-using Vel::Mroute::ZombieKey;
 
 namespace {
 
@@ -30,10 +20,6 @@ std::string microseconds(double seconds) {
 
 std::string jsonText(std::string_view text) {
    return nlohmann::json(text).dump(-1, ' ', true, nlohmann::json::error_handler_t::replace);
-}
-
-std::string oifSetName(OifSetPtr const& oifSet) {
-   return "OifSet#" + std::to_string(oifSet->serial());
 }
 
 }  // namespace
@@ -59,204 +45,6 @@ class Timeline::QorXact final : public Hux::Xact::Notifiee {
    Hux::XactPtr const xact_;
 };
 
-// The tracks of one switch.
-class Timeline::QorMrouteSwitch final : public AsyncMrouteSwitch::Notifiee {
- public:
-   QorMrouteSwitch(Timeline& timeline, unsigned process, AsyncMrouteSwitch const& mrouteSwitch)
-         : timeline_(timeline), process_(process) {
-      notifierIs(&mrouteSwitch);
-   }
-
-   void onInUseRouteHandleKey(RouteHandle const& handle) override {
-      endSpan(routes_, handle.value(), inUse(handle) ? "replaced" : "released");
-      showRoute(handle);
-      tablesChanged();
-   }
-   void onInUseRouteHandleKeyImmediate() override {
-      endSpans(routes_, "released", [this](Qor::U64 handle) {
-         return inUse(RouteHandle(static_cast<Qor::U32>(handle)));
-      });
-      for (auto const& [handle, key] : notifier()->inUseRouteHandleKey()) {
-         if (!routes_.contains(handle.value())) showRoute(handle);
-      }
-      tablesChanged();
-   }
-
-   void onZombieOifSet(ZombieKey const& key) override {
-      auto const record = notifier()->zombieOifSet(key);
-      endZombie(zombies_.find(key), record != nullptr);
-      if (record) showZombie(key, *record);
-      tablesChanged();
-   }
-   void onZombieOifSetImmediate() override {
-      for (auto it = zombies_.begin(); it != zombies_.end();) {
-         bool const there = notifier()->zombieOifSet(it->first) != nullptr;
-         it = there ? std::next(it) : endZombie(it, false);
-      }
-      for (auto const& [key, record] : notifier()->zombieOifSet()) {
-         if (!zombies_.contains(key)) showZombie(key, *record);
-      }
-      tablesChanged();
-   }
-
-   void onFrrProcessingOifSet(OifSetPtr const& oifSet) override {
-      bool const waits = notifier()->frrProcessingOifSet(oifSet).get() != nullptr;
-      if (!waits) endSpan(reroutes_, oifSet->serial(), "done");
-      if (waits) showReroute(oifSet);
-      tablesChanged();
-   }
-   void onFrrProcessingOifSetImmediate() override {
-      std::set<Qor::U64> waiting;
-      for (auto const& [oifSet, record] : notifier()->frrProcessingOifSet())
-         waiting.insert(oifSet->serial());
-      endSpans(reroutes_, "done", [&](Qor::U64 serial) { return waiting.contains(serial); });
-      for (auto const& [oifSet, record] : notifier()->frrProcessingOifSet())
-         showReroute(oifSet);
-      tablesChanged();
-   }
-
-   void onInUseOifSet(OifSetPtr const& oifSet) override {
-      bool const there = notifier()->inUseOifSet(oifSet).get() != nullptr;
-      // A zombie whose record goes with it was purged, not brought back.
-      for (std::size_t i = 0; !there && i < undecided_.size(); ++i) {
-         if (undecided_[i].oifSet != oifSet->serial()) continue;
-         timeline_.end(undecided_[i].span, "purged", undecidedAt_);
-         undecided_.erase(undecided_.begin() + static_cast<std::ptrdiff_t>(i));
-         break;
-      }
-      announce("inUseOifSet", oifSet, there);
-   }
-   void onFrrMtableOifSet(OifSetPtr const& oifSet) override {
-      announce("frrMtableOifSet", oifSet, notifier()->frrMtableOifSet(oifSet).get() != nullptr);
-   }
-   void onMcastIdToOifSet(Qor::U32) override { tablesChanged(); }
-   void onDeleted() override {
-      timeline_.writeInstant(Thread::notifications, "deleted", nullptr, process_);
-   }
-
-   void showAll() {
-      onInUseRouteHandleKeyImmediate();
-      onZombieOifSetImmediate();
-      onFrrProcessingOifSetImmediate();
-   }
-
-   // Writes what is known by now of an instant before `time`.
-   void settleInstant(double time) {
-      if (!undecided_.empty() && undecidedAt_ < time) {
-         // Its record has stayed without it.
-         for (Zombie const& zombie : undecided_)
-            timeline_.end(zombie.span, "resurrected", undecidedAt_);
-         undecided_.clear();
-      }
-      if (tablesDirty_ && tablesAt_ < time) writeTables();
-   }
-
- private:
-   struct Zombie {
-      std::uint64_t span;
-      Qor::U64 oifSet;  // its serial
-      bool sharable;    // not replaced by a newer record, so it can be brought back
-   };
-   using Spans = std::unordered_map<Qor::U64, std::uint64_t>;
-   using Zombies = std::map<ZombieKey, Zombie>;
-
-   void endSpan(Spans& spans, Qor::U64 key, char const* outcome) {
-      auto const it = spans.find(key);
-      if (it == spans.end()) return;
-      timeline_.end(it->second, outcome, Qor::now());
-      spans.erase(it);
-   }
-   // All but those that stay.
-   template <class Stays>
-   void endSpans(Spans& spans, char const* outcome, Stays const& stays) {
-      std::erase_if(spans, [&](auto const& item) {
-         if (stays(item.first)) return false;
-         timeline_.end(item.second, outcome, Qor::now());
-         return true;
-      });
-   }
-
-   bool inUse(RouteHandle handle) const {
-      return notifier()->inUseRouteHandleKey(handle) != InUseRouteHandleKey();
-   }
-   void showRoute(RouteHandle handle) {
-      if (!inUse(handle)) return;
-      InUseRouteHandleKey const key = notifier()->inUseRouteHandleKey(handle);
-      routes_[handle.value()] = timeline_.begin(process_, "route", key.routeKey().pretty(),
-                                                {{"routeHandle", handle.value()},
-                                                 {"vlan", key.vlan().value()},
-                                                 {"vrfId", key.vrfId().value()}});
-   }
-   void showZombie(ZombieKey const& key, AsyncMtableOifSet const& record) {
-      OifSetPtr const oifSet = record.oifSet();
-      auto const span =
-            timeline_.begin(process_, "zombie", "zombie " + oifSetName(oifSet),
-                            {{"multicastId", key.multicastId()}, {"expiryTime", key.expiryTime()}});
-      zombies_[key] = {span, oifSet->serial(), notifier()->inUseOifSet(oifSet).get() == &record};
-   }
-   void showReroute(OifSetPtr const& oifSet) {
-      if (reroutes_.contains(oifSet->serial())) return;
-      reroutes_[oifSet->serial()] =
-            timeline_.begin(process_, "reroute", "reroute " + oifSetName(oifSet));
-   }
-
-   // One that goes early was purged or brought back; what else happens at this instant tells.
-   Zombies::iterator endZombie(Zombies::iterator it, bool replaced) {
-      if (it == zombies_.end()) return it;
-      auto const [key, zombie] = *it;
-      double const now = Qor::now();
-      if (replaced) {
-         timeline_.end(zombie.span, "replaced", now);
-      } else if (key.expiryTime() <= now) {
-         timeline_.end(zombie.span, "expired", now);
-      } else if (notifier()->deleted()) {
-         timeline_.end(zombie.span, "dropped", now);
-      } else if (!zombie.sharable) {
-         timeline_.end(zombie.span, "purged", now);
-      } else {
-         timeline_.settleInstant();
-         undecided_.push_back(zombie);
-         undecidedAt_ = now;
-      }
-      return zombies_.erase(it);
-   }
-
-   void announce(char const* collection, OifSetPtr const& oifSet, bool there) {
-      timeline_.writeInstant(Thread::notifications, collection,
-                             {{"oifSet", oifSet->serial()}, {"there", there}}, process_);
-      tablesChanged();
-   }
-
-   void tablesChanged() {
-      timeline_.settleInstant();
-      tablesDirty_ = true;
-      tablesAt_ = Qor::now();
-      AsyncMrouteSwitch const& s = *notifier();
-      tables_ = {s.mcastIdToOifSet().size(), s.zombieOifSet().size(),
-                 s.inUseRouteHandleKey().size(), s.frrProcessingOifSet().size()};
-   }
-   void writeTables() {
-      tablesDirty_ = false;
-      timeline_.write("C", process_, 0, "tables", tablesAt_,
-                      {{"args",
-                        {{"groups", tables_[0]},
-                         {"zombies", tables_[1]},
-                         {"routes", tables_[2]},
-                         {"rerouting", tables_[3]}}}});
-   }
-
-   Timeline& timeline_;
-   unsigned const process_;
-   Spans routes_;    // by handle
-   Spans reroutes_;  // by the oif set's serial
-   Zombies zombies_;
-   std::vector<Zombie> undecided_;  // ended early, at undecidedAt_
-   double undecidedAt_ = 0;
-   bool tablesDirty_ = false;
-   double tablesAt_ = 0;
-   std::array<std::size_t, 4> tables_{};
-};
-
 // ---- The file. ----
 
 Timeline::Timeline(std::ostream& out) : out_(out) {
@@ -267,16 +55,20 @@ Timeline::~Timeline() {
    finish();
 }
 
-unsigned Timeline::observe(AsyncMrouteSwitch const& mrouteSwitch) {
-   auto const process = static_cast<unsigned>(switches_.size()) + 1;
-   auto const named = [&](char const* what, unsigned thread, std::string const& name) {
-      write("M", process, thread, what, 0, {{"args", {{"name", name}}}});
+unsigned Timeline::observe(std::unique_ptr<SwitchTracks> observer) {
+   switches_.push_back(std::move(observer));
+   switches_.back()->showAll();
+   return switches_.back()->process();
+}
+
+unsigned Timeline::newProcess(std::string const& name) {
+   unsigned const process = ++processes_;
+   auto const named = [&](char const* what, unsigned thread, std::string const& text) {
+      write("M", process, thread, what, 0, {{"args", {{"name", text}}}});
    };
-   named("process_name", 0, mrouteSwitch.name());
+   named("process_name", 0, name);
    named("thread_name", static_cast<unsigned>(Thread::notifications), "notifications");
    named("thread_name", static_cast<unsigned>(Thread::events), "events");
-   switches_.push_back(std::make_unique<QorMrouteSwitch>(*this, process, mrouteSwitch));
-   switches_.back()->showAll();
    return process;
 }
 

@@ -32,9 +32,10 @@
 #include <vector>
 
 #include "Hux/Xact.h"
-#include "Vel/VelAsyncMrouteSwitch.h"
 
 namespace Agent {
+
+class SwitchTracks;
 
 class Timeline {
  public:
@@ -47,9 +48,9 @@ class Timeline {
    Timeline(Timeline const&) = delete;
    Timeline& operator=(Timeline const&) = delete;
 
-   // Shows the switch under its name from now on. Returns its process, counted from 1. The switch
-   // may die before the timeline.
-   unsigned observe(Vel::Mroute::AsyncMrouteSwitch const& mrouteSwitch);
+   // Shows a switch from now on, by an observer made for this timeline (agent/AsyncObserver.h).
+   // Returns its process, counted from 1.
+   unsigned observe(std::unique_ptr<SwitchTracks> observer);
 
    // A span for the transaction, from now to its completion; one that is complete is a span without
    // length. A null transaction is none.
@@ -65,7 +66,7 @@ class Timeline {
    std::uint64_t events() const { return events_; }
 
  private:
-   class QorMrouteSwitch;
+   friend class SwitchTracks;
    class QorXact;
    struct Open {  // a span that has begun
       unsigned process;
@@ -75,6 +76,8 @@ class Timeline {
 
    enum class Thread { notifications = 1, events = 2 };
 
+   // The tracks of another switch, named so.
+   unsigned newProcess(std::string const& name);
    std::uint64_t begin(unsigned process, char const* category, std::string name,
                        Args const& args = nullptr);
    void end(std::uint64_t id, char const* outcome, double time);
@@ -89,7 +92,8 @@ class Timeline {
    std::uint64_t events_ = 0;
    std::uint64_t lastId_ = 0;
    std::map<std::uint64_t, Open> open_;
-   std::vector<std::unique_ptr<QorMrouteSwitch>> switches_;
+   unsigned processes_ = 0;
+   std::vector<std::unique_ptr<SwitchTracks>> switches_;
    std::map<std::uint64_t, std::unique_ptr<QorXact>> xacts_;  // by the id of the span
 };
 

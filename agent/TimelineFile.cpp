@@ -12,15 +12,11 @@ TimelineFile::TimelineFile(std::string path, SimulatedSwitch& simulated)
    if (path_.empty()) return;
    out_.open(path_);
    timeline_ = std::make_unique<Timeline>(out_);
-   timeline_->observe(std::as_const(simulated_).mrouteSwitch());
-   simulated_.routeProgrammer().xactObserverIs(
-         [this](Qor::String const& name, Hux::XactPtr const& xact) {
-            timeline_->xact(name, xact);
-         });
+   simulated_.path().timelineIs(timeline_.get());
 }
 
 TimelineFile::~TimelineFile() {
-   if (timeline_) simulated_.routeProgrammer().xactObserverIs(nullptr);
+   if (timeline_) simulated_.path().timelineIs(nullptr);
 }
 
 bool TimelineFile::finish() {

@@ -11,7 +11,6 @@ namespace Agent {
 namespace {
 
 using nlohmann::ordered_json;
-using Vel::Mroute::AsyncMtableOifSet;
 
 constexpr std::pair<View, std::string_view> viewNames[] = {
       {View::routes, "routes"},
@@ -54,9 +53,9 @@ ordered_json routesJson(SimulatedSwitch const& simulated) {
                           {"multipath", multipath(wanted.set)},
                           {"state", text(route.state())},
                           {"offload", offload}};
-      if (auto const record = Qor::ptrCast<AsyncMtableOifSet>(route.record())) {
-         row["multicastId"] = record->multicastId();
-         row["oifSet"] = record->oifSet()->serial();
+      if (auto const record = simulated.path().record(route)) {
+         row["multicastId"] = record->group;
+         row["oifSet"] = record->oifSet->serial();
       }
       if (!route.handle().isNull()) {
          row["routeHandle"] = route.handle().value();
@@ -71,35 +70,17 @@ ordered_json routesJson(SimulatedSwitch const& simulated) {
    return rows;
 }
 
-ordered_json recordJson(SimulatedSwitch const& simulated, AsyncMtableOifSet const& record) {
-   Sim::Group const* group = simulated.chip().group(record.multicastId());
-   return {{"oifSet", record.oifSet()->serial()},
-           {"multicastId", record.multicastId()},
-           {"multipath", multipath(record.oifSet()->portVlanSet())},
-           {"routes", group ? group->routes : 0},
-           {"usedInHw", record.usedInHw()},
-           {"dirty", record.dirty()}};
-}
-
-ordered_json oifsetsJson(SimulatedSwitch const& simulated) {
-   std::vector<Qor::Ptr<AsyncMtableOifSet>> records;
-   for (auto const& [oifSet, named] : simulated.mrouteSwitch().inUseOifSet()) {
-      auto record = simulated.mrouteSwitch().record(oifSet, named);
-      if (record && !record->zombie().isZombie()) records.push_back(std::move(record));
-   }
-   std::sort(records.begin(), records.end(),
-             [](auto const& a, auto const& b) { return a->multicastId() < b->multicastId(); });
+ordered_json recordsJson(SimulatedSwitch const& simulated, std::vector<RecordRow> const& records) {
    ordered_json rows = ordered_json::array();
-   for (auto const& record : records)
-      rows.push_back(recordJson(simulated, *record));
-   return rows;
-}
-
-ordered_json zombiesJson(SimulatedSwitch const& simulated) {
-   ordered_json rows = ordered_json::array();
-   for (auto const& [key, record] : simulated.mrouteSwitch().zombieOifSet()) {
-      ordered_json row = recordJson(simulated, *record);
-      row["expiryTime"] = key.expiryTime();
+   for (RecordRow const& record : records) {
+      Sim::Group const* group = simulated.chip().group(record.group);
+      ordered_json row = {{"oifSet", record.oifSet->serial()},
+                          {"multicastId", record.group},
+                          {"multipath", multipath(record.oifSet->portVlanSet())},
+                          {"routes", group ? group->routes : 0}};
+      if (record.usedInHw) row["usedInHw"] = *record.usedInHw;
+      row["dirty"] = record.dirty;
+      if (record.expiryTime < Qor::never) row["expiryTime"] = record.expiryTime;
       rows.push_back(std::move(row));
    }
    return rows;
@@ -208,9 +189,9 @@ ordered_json viewJson(View view, SimulatedSwitch const& simulated) {
       case View::routes:
          return routesJson(simulated);
       case View::oifsets:
-         return oifsetsJson(simulated);
+         return recordsJson(simulated, simulated.path().recordsInUse());
       case View::zombies:
-         return zombiesJson(simulated);
+         return recordsJson(simulated, simulated.path().zombieRecords());
       case View::chip:
          return chipJson(simulated);
    }

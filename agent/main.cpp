@@ -18,8 +18,14 @@ CLI::Validator chipSyntax() {
          "groups=N,routes=N,latency=S");
 }
 
-void addRun(CLI::App& app, RunOptions& options, std::vector<std::string>& traces,
-            std::vector<std::string>& shows) {
+// What the command line says as text, until it is known to be whole.
+struct Texts {
+   std::string path{nameOf(Agent::Path::async)};
+   std::vector<std::string> traces;
+   std::vector<std::string> shows;
+};
+
+void addRun(CLI::App& app, RunOptions& options, Texts& texts) {
    CLI::App* run = app.add_subcommand(
          "run", "replay captures of multicast routes, or play a scenario, on a simulated switch");
    run->footer(
@@ -35,7 +41,9 @@ void addRun(CLI::App& app, RunOptions& options, std::vector<std::string>& traces
    run->add_option("--chip", options.chipText,
                    "sizes the chip; latency is that of a write, in seconds")
          ->check(chipSyntax());
-   run->add_option("--show", shows, "tables to print: routes, oifsets, zombies, chip")
+   run->add_option("--path", texts.path, "how the chip is programmed: async (default) or sync")
+         ->check(CLI::IsMember({"async", "sync"}));
+   run->add_option("--show", texts.shows, "tables to print: routes, oifsets, zombies, chip")
          ->delimiter(',')
          ->allow_extra_args(false)
          ->check(CLI::IsMember({"routes", "oifsets", "zombies", "chip"}));
@@ -46,9 +54,21 @@ void addRun(CLI::App& app, RunOptions& options, std::vector<std::string>& traces
    run->add_option("--timeline", options.timelineFile,
                    "write the run as trace events, for a trace viewer")
          ->type_name("FILE");
-   run->add_option("--trace", traces, "trace up to LEVEL (0-9) of the handles that match GLOB")
+   run->add_option("--trace", texts.traces,
+                   "trace up to LEVEL (0-9) of the handles that match GLOB")
          ->allow_extra_args(false)
          ->type_name("LEVEL[:GLOB]");
+}
+
+// What is wrong with a first word that is no subcommand; empty when there is none.
+std::string unknownSubcommand(CLI::App const& app, int argc, char const* const* argv) {
+   if (argc < 2 || argv[1][0] == '-') return {};
+   std::string known;
+   for (CLI::App const* const subcommand : app.get_subcommands({})) {
+      if (subcommand->get_name() == argv[1]) return {};
+      known += (known.empty() ? "" : ", ") + subcommand->get_name();
+   }
+   return '"' + std::string(argv[1]) + "\" is no subcommand (known: " + known + ')';
 }
 
 }  // namespace
@@ -59,18 +79,22 @@ int main(int argc, char** argv) {
    app.set_version_flag("--version", "velmroute " VELMROUTE_VERSION);
    app.require_subcommand(1);
    RunOptions options;
-   std::vector<std::string> traces;
-   std::vector<std::string> shows;
-   addRun(app, options, traces, shows);
+   Texts texts;
+   addRun(app, options, texts);
+   if (auto const wrong = unknownSubcommand(app, argc, argv); !wrong.empty()) {
+      std::cerr << wrong << "\nRun with --help for more information.\n";
+      return Agent::exitUsage;
+   }
    try {
       app.parse(argc, argv);
    } catch (CLI::ParseError const& error) {
       if (app.exit(error) != 0) return Agent::exitUsage;
       return Agent::outputWritten() ? Agent::exitDone : Agent::exitFailed;
    }
-   for (std::string const& show : shows)
+   options.path = *Agent::pathNamed(texts.path);
+   for (std::string const& show : texts.shows)
       options.show.push_back(*Agent::viewNamed(show));
-   for (std::string const& trace : traces) {
+   for (std::string const& trace : texts.traces) {
       if (auto const wrong = Agent::applyTraceOption(trace)) {
          std::cerr << *wrong << '\n';
          return Agent::exitUsage;

@@ -36,7 +36,8 @@ constexpr char twoRoutes[] =
       " Table: default\n";
 
 struct Replay {
-   Replay(Strings const& files, Sim::ChipConfig const& config) : simulated(config, InterfaceMap()) {
+   Replay(Strings const& files, Sim::ChipConfig const& config)
+         : simulated(Path::async, config, InterfaceMap()) {
       CaptureReader reader(files);
       CaptureEvent event;
       for (auto got = reader.next(event); got != CaptureReader::Result::end;
@@ -84,7 +85,7 @@ TEST(Run, EveryBundledCaptureIsForwardedAsItSaysOnChipsOfAllSizes) {
          EXPECT_EQ(check.routes + check.notPlaced.size(), routes);
          bool const room = sets.size() <= chip.groups && routes <= chip.routes;
          EXPECT_EQ(check.notPlaced.empty(), room);
-         auto const zombies = replay.simulated.mrouteSwitch().zombieOifSet().size();
+         auto const zombies = replay.simulated.path().zombies();
          EXPECT_TRUE(!room || replay.simulated.chip().groups() - zombies == sets.size());
          for (auto const& waiting : check.notPlaced)
             EXPECT_NE(waiting.reason.find("waits for a deletion"), std::string::npos);
@@ -191,6 +192,23 @@ TEST(Program, ItsExitCodesAndMessagesAreForScriptsAndPeople) {
    std::string const bad =
          dir.file("bad", std::string(twoRoutes) + "(10.0.0.2,240.1.1.1) nonsense\n");
    std::string const map = dir.file("map", "rtr0 port=7 vlan=100\n");
+   auto const route = [](std::string const& rest) {
+      return "[2026-07-30T10:00:05.000000] (10.0.0.2,239.1.1.4) Iif: rtr0 Oifs:" + rest +
+             " Table: default\n";
+   };
+   std::string const unresolved =
+         dir.file("unresolved", twoRoutes + route(" rtr1 State: unresolved"));
+   std::string crowd;
+   for (int i = 0; i <= 4090; ++i)  // with rtr0 to rtr3 one more than there are vlans
+      crowd += " if" + std::to_string(i);
+   std::string const full = dir.file("full", twoRoutes + route(crowd + " State: resolved"));
+   std::string const scenario = dir.file("scenario", R"({"scenario": {"title": "both"}}
+{"path": "sync", "expect": {"groups": 7}}
+{"path": "async", "expect": {"groups": 0}})");
+   std::string const leaves =
+         dir.file("leaves", R"({"route": {"src": "*", "dst": "239.1.0.0", "groups": 4094,)"
+                            R"( "iif": "rtr0", "oifs": [], "ownOif": "leaf"}})");
+   std::string const other = dir.file("other", R"({"path": "sync", "scenario": {"title": "one"}})");
    std::string const badMap = dir.file("badmap", "# none\nrtr0 port=7 vlan=5000\n");
    struct Case {
       std::string args;
@@ -200,7 +218,16 @@ TEST(Program, ItsExitCodesAndMessagesAreForScriptsAndPeople) {
    };
    Case const cases[] = {
          {"--version", 0, "velmroute 0.", ""},
-         {"fly", 2, "", "subcommand is required"},
+         {"", 2, "", "subcommand is required"},
+         {"fly", 2, "", "\"fly\" is no subcommand (known: run)\n"},
+         {"run --path sideways " + good, 2, "", "sideways"},
+         {"run --path sync " + good, 2, "", "the synchronous path is not built yet\n"},
+         {"run " + other, 2, "", other + ": this scenario is for the path sync alone: --path sync"},
+         {"run " + scenario, 0, "\nexpectations   1, 0 failures\n", ""},
+         {"run " + unresolved, 0, "\nroutes         4 wanted, 4 in hardware, ", ""},
+         {"run " + full, 1, "", full + ":6: no internal vlan is left for interface if4090: all "},
+         {"run " + leaves, 1, "routes         4093 wanted",
+          "s: no internal vlan is left for interface leaf4094: all "},
          {"run", 2, "", "FILE is required"},
          {"run --bogus " + good, 2, "", "--bogus"},
          {"run --show routs " + good, 2, "", "routs"},

@@ -18,7 +18,7 @@ using Scenario::Line;
 
 // clang-format off
 constexpr std::string_view goodLines[] = {
-   R"({"scenario": {"title": "all", "chip": {"groups": 8, "routes": 16777216, "latency": 0}, "minPollingInterval": 5, "callCost": 0.001}})",
+   R"({"path": "sync", "scenario": {"title": "all", "chip": {"groups": 8, "routes": 16777216, "latency": 0}, "minPollingInterval": 5, "callCost": 0.001}})",
    R"(  # a comment)",
    R"({"at": 0, "route": {"vrf": "blue", "src": "10.0.0.2", "dst": "239.1.1.1", "groups": 1000, "iif": "rtr0", "oifs": ["rtr3", "cpu", "pimreg"], "ownOif": "leaf", "backup": ["rtr5"], "fastdrop": ["rtr2", "rtr4"]}})",
    R"({"route": {"src": "*", "dst": "ff3e::1", "groups": 1000000, "iif": "rtr0", "oifs": []}})",
@@ -29,7 +29,7 @@ constexpr std::string_view goodLines[] = {
    R"({"config": {"activityPollingInterval": 5, "counterMode": "packets", "allCounter": true}})",
    R"({"counter": {"src": "10.0.0.2", "dst": "239.1.1.1", "counted": false}})",
    R"({"fault": {"groupsExhausted": true, "routesExhausted": false, "failNext": {"write": "routePoint", "reason": "parity", "count": 2}, "slowNext": {"nth": 2, "extra": 0.5}, "rate": {"write": "groupCreate", "probability": 0.25}, "seed": 18446744073709551615}})",
-   R"({"mark": "here"})",
+   R"({"mark": "here", "path": "async"})",
    R"({"show": ["routes", "chip"]})",
    R"({"expect": {"within": 1, "check": true, "now": {"max": 5}, "wanted": 1, "inHardware": {"min": 1, "max": 2}, "waiting": 0, "failed": 0, "groups": 1, "zombies": 0, "entries": 1, "rerouting": 0}})",
    R"({"expect": {"forward": [{"src": "10.0.0.2", "dst": "239.1.1.1", "iif": "rtr0", "to": []}, {"src": "10.0.0.2", "dst": "239.1.1.1", "groups": 2, "iif": "rtr0", "to": ["cpu"]}]}})",
@@ -52,7 +52,7 @@ constexpr BadLine badLines[] = {
    {R"({"at": 9})", "no event"},
    {R"({"mark": "a", "show": ["routes"]})", R"("mark" and "show" in one line)"},
    {R"({"mark": "a", "mark": "b"})", R"(key "mark" is there twice)"},
-   {R"({"wait": 3})", R"(unknown key "wait" (known: at, after, scenario, route, withdraw, link, bfd, traffic, config, counter, fault, mark, show, expect))"},
+   {R"({"wait": 3})", R"(unknown key "wait" (known: at, after, path, scenario, route, withdraw, link, bfd, traffic, config, counter, fault, mark, show, expect))"},
    {R"({"mark": "a"} {"mark": "b"})", "not valid JSON: column 15: syntax error while parsing value - unexpected '{'; expected end of input"},
    {R"({"at": 9, "after": 1, "mark": "a"})", R"(both "at" and "after")"},
    {R"({"at": 6.5, "mark": "a"})", "at: 6.5 is before the time of the line before, 7"},
@@ -61,6 +61,7 @@ constexpr BadLine badLines[] = {
    {R"({"at": 1e999, "mark": "a"})", "not valid JSON: number overflow parsing '1e999'"},
    {R"({"after": 999999, "mark": "a"})", "after: the time is later than 1000000 s"},
    {R"({"scenario": {"title": "late"}})", "scenario: not the first event of the file"},
+   {R"({"mark": "a", "path": "both"})", R"(path: unknown path "both" (known: async, sync))"},
    {R"({"mark": ["a"]})", "mark: a list where a text is expected"},
    // Routes.
    {R"({"route": "rtr0"})", "route: a text where an object is expected"},
@@ -122,6 +123,9 @@ TEST(Scenario, ReadsEveryKindOfLine) {
       if (result == ScenarioParser::Result::event) lines.push_back(line);
    }
    ASSERT_EQ(lines.size(), std::size(goodLines) - 1);
+   EXPECT_EQ(lines[0].path, Path::sync);
+   EXPECT_EQ(lines[1].path, std::nullopt);  // no line's path is that of the next
+   EXPECT_EQ(lines[10].path, Path::async);
 
    auto const& route = std::get<Scenario::Route>(lines[1].event);
    EXPECT_EQ(route.routes.toString(), "vrf blue (10.0.0.2, 239.1.1.1) and 999 more");

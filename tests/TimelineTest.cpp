@@ -1,77 +1,68 @@
 // The timeline of a run: what it writes is read back as a trace viewer reads it.
 #include "agent/Timeline.h"
 
-#include <gtest/gtest.h>
-
 #include <sstream>
 
-#include "Qor/Clock.h"
 #include "Routing/Hardware/RouteStatus.h"
+#include "TestSupport.h"
+#include "agent/AsyncObserver.h"
 #include "platform/sim/AsyncPlatform.h"
 
 namespace Agent {
 namespace {
 
-using MrouteLib::OifSetPtr;
 using nlohmann::json;
+using testSupport::Lines;
 
 // A switch on the simulated chip, whose writes take a millisecond.
-class TimelineTest : public testing::Test {
+class TimelineTest : public testSupport::OnVirtualTime {
  protected:
    TimelineTest() {
-      Qor::activityManagerIs(time_);
-      chip_ = Qor::make<Sim::Chip>(Sim::ChipConfig{8, 8, 1, 0.001});
-      platform_ = Qor::make<Sim::AsyncPlatform>("sim", chip_);
       auto const vrfs = Qor::make<Routing::Hardware::RouteStatus>();
       vrfs->newVrfStatus(L3::VrfName("default"), Vel::VrfId(0));
       switch_ = Vel::Mroute::asyncMrouteSwitchFactory("switch \"1\"", vrfs, platform_);
       for (unsigned i = 1; i <= 3; ++i) {
-         EXPECT_EQ(chip_->portAdd(intf(i), i, Bridging::VlanIdOrNone(i)), "");
+         auto const member = testSupport::pv(("et" + std::to_string(i)).c_str(), i);
+         EXPECT_EQ(chip_->portAdd(member.intfId(), i, member.vlanId()), "");
          MrouteLib::PortVlanSet set(Routing::Multicast::Fib::RouteKeyType::routed);
-         set.newPortVlan(MrouteLib::PortVlan(intf(i), Bridging::VlanIdOrNone(i)), true);
+         set.newPortVlan(member, true);
          sets_.push_back(tables_->newOifSet(set));
       }
-      timeline_ = std::make_unique<Timeline>(out_);
-      EXPECT_EQ(timeline_->observe(*switch_), 1u);
-   }
-   ~TimelineTest() override {
-      timeline_ = nullptr;
-      switch_ = nullptr;
-      platform_ = nullptr;
-      Qor::activityManagerIs(nullptr);
+      EXPECT_EQ(timeline_.observe(std::make_unique<AsyncObserver>(timeline_, *switch_)), 1u);
    }
 
-   static Lnet::IntfId intf(unsigned i) { return Lnet::IntfId("et" + std::to_string(i)); }
    void at(double time) { time_->runUntil(time); }
 
-   MrouteLib::MtableOifSetPtr allocate(OifSetPtr const& set) {
-      timeline_->xact("allocate", switch_->doAllocateMtableOifSet({}, set, nullptr, 0, false));
+   MrouteLib::MtableOifSetPtr allocate(MrouteLib::OifSetPtr const& set) {
+      timeline_.xact("allocate", switch_->doAllocateMtableOifSet({}, set, nullptr, 0, false));
       auto record = switch_->mtableOifSet();
       switch_->mtableOifSetIs(nullptr);
       return record;
    }
    MrouteLib::RouteHandle program(unsigned group, MrouteLib::MtableOifSetPtr const& record) {
-      switch_->doAllocateRoute(
-            Routing::Multicast::Fib::IpGenRouteKey::fromAddresses(
-                  Lnet::IpGenAddr::v4(0x0A000002), Lnet::IpGenAddr::v4(0xEF010100 + group)),
-            Bridging::VlanIdOrNone(1), false, {}, L3::VrfName("default"));
+      switch_->doAllocateRoute(testSupport::key(group), Bridging::VlanIdOrNone(1), false, {},
+                               L3::VrfName("default"));
       auto const handle = switch_->routeHandle();
-      timeline_->xact("point", switch_->doSetMtableOifSet(handle, record, nullptr));
+      timeline_.xact("point", switch_->doSetMtableOifSet(handle, record, nullptr));
       return handle;
+   }
+
+   std::string name(std::size_t set) const {
+      return "OifSet#" + std::to_string(sets_[set]->serial());
    }
 
    // The events of the finished file, which is parsed as a whole.
    std::vector<json> finished() {
-      timeline_->finish();
+      timeline_.finish();
       json const file = json::parse(out_.str());
-      EXPECT_EQ(file.at("traceEvents").size(), timeline_->events());
+      EXPECT_EQ(file.at("traceEvents").size(), timeline_.events());
       return file.at("traceEvents");
    }
 
    // The spans as "CATEGORY NAME BEGIN-END OUTCOME", with times in microseconds; each end has
    // exactly one beginning before it, and no time goes back.
-   static std::vector<std::string> spans(std::vector<json> const& events) {
-      std::vector<std::string> out;
+   static Lines spans(std::vector<json> const& events) {
+      Lines out;
       std::map<std::string, std::size_t> begun;
       double last = 0;
       for (json const& e : events) {
@@ -95,21 +86,16 @@ class TimelineTest : public testing::Test {
       return out;
    }
 
-   Qor::Ptr<Qor::ActivityManager> const time_ =
-         Qor::make<Qor::ActivityManager>(Qor::ActivityManager::TimeBase::virtualTime);
    Qor::Ptr<MrouteLib::MrouteTableColl> const tables_ = Qor::make<MrouteLib::MrouteTableColl>();
-   Qor::Ptr<Sim::Chip> chip_;
-   Qor::Ptr<Sim::AsyncPlatform> platform_;
-   Qor::Ptr<Vel::Mroute::AsyncMrouteSwitch> switch_;
-   std::vector<OifSetPtr> sets_;
+   Qor::Ptr<Sim::Chip> const chip_ = Qor::make<Sim::Chip>(Sim::ChipConfig{8, 8, 1, 0.001});
+   Qor::Ptr<Sim::AsyncPlatform> const platform_ = Qor::make<Sim::AsyncPlatform>("sim", chip_);
+   std::vector<MrouteLib::OifSetPtr> sets_;
    std::ostringstream out_;
-   std::unique_ptr<Timeline> timeline_;
+   Timeline timeline_{out_};
+   Qor::Ptr<Vel::Mroute::AsyncMrouteSwitch> switch_;  // dies first
 };
 
 TEST_F(TimelineTest, ShowsTheLivesOfRoutesZombiesAndTransactions) {
-   std::string const name[] = {"OifSet#" + std::to_string(sets_[0]->serial()),
-                               "OifSet#" + std::to_string(sets_[1]->serial()),
-                               "OifSet#" + std::to_string(sets_[2]->serial())};
    at(1);
    platform_->faults().failNext(Sim::WriteKind::routePoint, "parity", 1);
    auto first = allocate(sets_[0]);
@@ -133,19 +119,19 @@ TEST_F(TimelineTest, ShowsTheLivesOfRoutesZombiesAndTransactions) {
    at(6);
    switch_->zombieOifSetDelAll();  // due
 
-   EXPECT_EQ(spans(finished()), (std::vector<std::string>{
+   EXPECT_EQ(spans(finished()), (Lines{
                                       "xact allocate 1000000-1001000 succeeded",
-                                      "route (10.0.0.2, 239.1.1.1) 1000000-2000000 released",
+                                      "route (10.0.0.1, 239.0.0.1) 1000000-2000000 released",
                                       "xact point 1000000-1001000 failed",
-                                      "zombie zombie " + name[0] + " 2000000-2500000 resurrected",
+                                      "zombie zombie " + name(0) + " 2000000-2500000 resurrected",
                                       "xact allocate 2500000-2500000 succeeded",
-                                      "route (10.0.0.2, 239.1.1.2) 2500000-3000000 released",
+                                      "route (10.0.0.1, 239.0.0.2) 2500000-3000000 released",
                                       "xact point 2500000-2501000 succeeded",
                                       "xact allocate 2500000-2501000 succeeded",
-                                      "route (10.0.0.2, 239.1.1.3) 2500000-3000000 released",
+                                      "route (10.0.0.1, 239.0.0.3) 2500000-3000000 released",
                                       "xact point 2500000-2501000 succeeded",
-                                      "zombie zombie " + name[0] + " 3000000-4000000 purged",
-                                      "zombie zombie " + name[1] + " 3000000-6000000 expired",
+                                      "zombie zombie " + name(0) + " 3000000-4000000 purged",
+                                      "zombie zombie " + name(1) + " 3000000-6000000 expired",
                                       "xact allocate 4000000-4001000 succeeded",
                                 }));
 }
@@ -158,37 +144,34 @@ TEST_F(TimelineTest, SamplesTheTablesOnceForEachInstantThatChangesThem) {
          records.push_back(allocate(sets_[i]));
          program(static_cast<unsigned>(time) * 10 + i, records.back());
       }
-      timeline_->counter("queue", {{"pending", platform_->queue()->pending()}});
+      timeline_.counter("queue", {{"pending", platform_->queue()->pending()}});
    }
    at(3);
-   std::vector<std::string> samples;
+   Lines samples;
    for (json const& e : finished()) {
       if (e.at("ph") == "C") samples.push_back(e.at("ts").dump() + ' ' + e.at("args").dump());
    }
-   EXPECT_EQ(samples, (std::vector<std::string>{
-                            R"(0 {"groups":0,"rerouting":0,"routes":0,"zombies":0})",
-                            R"(1000000 {"pending":9.0})",
-                            R"(1000000 {"groups":3,"rerouting":0,"routes":3,"zombies":0})",
-                            R"(2000000 {"pending":6.0})",
-                            R"(2000000 {"groups":3,"rerouting":0,"routes":6,"zombies":0})"}));
+   EXPECT_EQ(samples, (Lines{R"(0 {"groups":0,"rerouting":0,"routes":0,"zombies":0})",
+                             R"(1000000 {"pending":9.0})",
+                             R"(1000000 {"groups":3,"rerouting":0,"routes":3,"zombies":0})",
+                             R"(2000000 {"pending":6.0})",
+                             R"(2000000 {"groups":3,"rerouting":0,"routes":6,"zombies":0})"}));
 }
 
 TEST_F(TimelineTest, IsWholeWhenTheRunEndsEarlyAndWhenTheSwitchDiesFirst) {
    auto record = allocate(sets_[0]);
    program(1, record);
-   timeline_->instant("link down \x01\xff", {{"intf", "et1"}});
+   timeline_.instant("link down \x01\xff", {{"intf", "et1"}});
    at(0.0005);
    switch_->frrProcessingOifSetIs(sets_[0],
                                   static_cast<Vel::Mroute::AsyncMtableOifSet*>(record.get()));
    record = nullptr;
    switch_ = nullptr;
    auto const events = finished();
-   std::string const set = "OifSet#" + std::to_string(sets_[0]->serial());
    EXPECT_EQ(spans(events),
-             (std::vector<std::string>{
-                   "xact allocate 0-500 open", "route (10.0.0.2, 239.1.1.1) 0-500 open",
-                   "xact point 0-500 open", "reroute reroute " + set + " 500-500 open",
-                   "zombie zombie " + set + " 500-500 dropped"}));
+             (Lines{"xact allocate 0-500 open", "route (10.0.0.1, 239.0.0.1) 0-500 open",
+                    "xact point 0-500 open", "reroute reroute " + name(0) + " 500-500 open",
+                    "zombie zombie " + name(0) + " 500-500 dropped"}));
    EXPECT_EQ(events[0].at("args").at("name"), "switch \"1\"");
    auto const instant = std::find_if(events.begin(), events.end(), [](json const& e) {
       return e.at("ph") == "i" && e.at("tid") == 2;
@@ -196,8 +179,8 @@ TEST_F(TimelineTest, IsWholeWhenTheRunEndsEarlyAndWhenTheSwitchDiesFirst) {
    ASSERT_NE(instant, events.end());
    EXPECT_EQ(instant->at("name"), "link down \x01\xEF\xBF\xBD");
    EXPECT_EQ(instant->at("args").at("intf"), "et1");
-   timeline_->instant("late");
-   timeline_->xact("late", Qor::make<Hux::Xact>());
+   timeline_.instant("late");
+   timeline_.xact("late", Qor::make<Hux::Xact>());
    EXPECT_TRUE(json::accept(out_.str()));  // nothing behind the end
 }
 

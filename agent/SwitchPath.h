@@ -1,0 +1,85 @@
+// What lies between a simulated switch's inputs and its chip, on one of the two paths: platform
+// hooks, table programmer, reactors and route programmer, wired as on a real switch. It owns them;
+// what surrounds them, and is the same on both paths, is the switch's (agent/SimulatedSwitch.h).
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <vector>
+
+#include "Bfd/AppStatus.h"
+#include "Interface/EthIntfStatusDir.h"
+#include "IntfVlanId/Table.h"
+#include "Routing/Multicast/Fib/VrfConfig.h"
+#include "Vel/VrfId.h"
+#include "agent/Path.h"
+#include "agent/RouteProgrammer.h"
+#include "agent/Timeline.h"
+#include "platform/sim/Chip.h"
+#include "platform/sim/Faults.h"
+
+namespace Agent {
+
+struct PathConfig {
+   Qor::Seconds minPollingInterval = 0;  // the shortest interval at which activity can be polled
+   Qor::Seconds callCost = 0;            // what each hook call costs, in virtual time
+};
+
+// What a path is built into. All are held, none is null.
+struct Surroundings {
+   Qor::Ptr<Sim::Chip> chip;
+   Qor::Ptr<Routing::Multicast::Fib::VrfConfig> mfibConfig;
+   Qor::Ptr<Routing::Multicast::Fib::Hardware::Status> mfibHwStatus;
+   Qor::Ptr<IntfVlanId::Table> intfVlanIdTable;
+   Qor::Ptr<Interface::EthIntfStatusDir> ethIntfStatusDir;
+};
+
+// A record of an oif set in the chip's replication table.
+struct RecordRow {
+   MrouteLib::OifSetPtr oifSet;
+   Qor::U32 group = 0;            // its number in the table
+   std::optional<bool> usedInHw;  // on a path that tells
+   bool dirty = false;
+   Qor::Seconds expiryTime = Qor::never;  // of a zombie
+};
+
+class SwitchPath {
+ public:
+   static std::unique_ptr<SwitchPath> make(Path path, Surroundings const& surroundings,
+                                           PathConfig const& config);
+   virtual ~SwitchPath() = default;
+   SwitchPath(SwitchPath const&) = delete;
+   SwitchPath& operator=(SwitchPath const&) = delete;
+
+   virtual RouteProgrammer& routeProgrammer() = 0;
+   virtual RouteProgrammer const& routeProgrammer() const = 0;
+   // A VRF that has not been named before.
+   virtual void vrfIs(L3::VrfName const& vrf, Vel::VrfId id) = 0;
+   // Null on a path that follows no BFD sessions.
+   virtual Bfd::AppStatus* bfdAppStatus() { return nullptr; }
+
+   // ---- The platform. ----
+
+   virtual Sim::Faults& faults() = 0;
+   // What is wrong with the platform and its chip, a line each.
+   virtual std::vector<Qor::String> audit() const = 0;
+   // Writes that are issued and not yet on the chip.
+   virtual bool writesPending() const = 0;
+   virtual Qor::U32 groupsAllocated() const = 0;
+
+   // ---- The table programmer's records. ----
+
+   virtual std::optional<RecordRow> record(RouteProgrammer::Route const& route) const = 0;
+   virtual std::vector<RecordRow> recordsInUse() const = 0;   // by group; no zombies
+   virtual std::vector<RecordRow> zombieRecords() const = 0;  // the next to expire first
+   virtual std::size_t zombies() const = 0;
+   virtual std::size_t rerouting() const = 0;  // oif sets that wait for their rewrite
+
+   // Shows the switch in the timeline from now on; null: no more. The timeline outlives that.
+   virtual void timelineIs(Timeline* timeline) = 0;
+
+ protected:
+   SwitchPath() = default;
+};
+
+}  // namespace Agent
