@@ -166,6 +166,7 @@ TEST(QorStrep, GarbageIsRefusedWithItsPlace) {
          {number, "", "an unsigned number at position 0"},
          {number, "12x", "the end at position 2"},
          {real, "1e999", "a number at position 0"},
+         {real, "nan", "a number at position 0"},
          {boolean, "true", "True or False at position 0"},
          {quoted, "", "' at position 0"},
          {quoted, "'open", "a closing quote at position 5"},
