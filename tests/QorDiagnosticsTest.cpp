@@ -152,7 +152,7 @@ TEST(QorStrep, RealsAndTextsReadBackAsTheyWere) {
    Qor::StrepReader reader("T", text);
    EXPECT_EQ(reader.quoted(), bytes);
    reader.end();
-   EXPECT_EQ(Qor::valueToStrep(3.0) + Qor::valueToStrep("a'\n"), "3.0'a\\'\\x0a'");
+   EXPECT_EQ(Qor::valueToStrep(3.0) + Qor::valueToStrep("a' \n"), "3.0'a\\' \\x0a'");
 }
 
 TEST(QorStrep, GarbageIsRefusedWithItsPlace) {

@@ -135,6 +135,8 @@ TEST_F(SimChip, SaysWhyNothingIsForwarded) {
    ASSERT_EQ(chip_->groupUpdate(1, {pv("et1", 10)}, true), "");
    EXPECT_EQ(sent("10.0.0.1", "239.1.1.1"), "0 forwarded cpu");
    EXPECT_EQ(chip_->port(IntfId("et1"))->droppedCopies, 2u);
+   EXPECT_EQ(chip_->port(IntfId("et1"))->copies, 1u);
+   EXPECT_EQ(chip_->droppedCopies(), 4u);
 
    ASSERT_EQ(chip_->boundaryCreate(0, entry("0.0.0.0/0", "239.1.0.0/16", 10)), "");
    EXPECT_EQ(sent("10.0.0.2", "239.1.1.1", 10), "0 bridged");
