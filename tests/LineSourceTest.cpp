@@ -46,6 +46,7 @@ TEST(LineSource, DeliversALongLineInPiecesAndCountsItOnce) {
    std::size_t const limit = LineSource::pieceLimit;
    auto const line = [](std::size_t size) { return std::string(size, 'x') + "\n"; };
    std::string const n = std::to_string(limit);
+   EXPECT_EQ(linesOf(dir, line(limit)), "1:x*" + n + "|");
    EXPECT_EQ(linesOf(dir, line(limit + 1) + "y\n"), "1:x*" + n + "+1:x|2:y|");
    EXPECT_EQ(linesOf(dir, "y\n" + line(2 * limit) + line(3)),
              "1:y|2:x*" + n + "+2:x*" + n + "|3:xxx|");

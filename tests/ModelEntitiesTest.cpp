@@ -4,7 +4,6 @@
 
 #include "Bfd/StatusPeer.h"
 #include "Interface/AllIntfStatusDir.h"
-#include "Interface/EthIntfStatusDir.h"
 #include "IntfVlanId/Table.h"
 #include "Routing/Hardware/RouteStatus.h"
 #include "Routing/Multicast/Fib/Counter.h"
@@ -132,15 +131,8 @@ TEST(ModelEntities, AHandlerMayDestroyATwoWayTableWhileItTells) {
 
 // ---- Directories. ----
 
-TEST(ModelEntities, AnEthernetStatusMayStandInSeveralDirectories) {
-   auto const eth = Qor::make<Interface::EthIntfStatusDir>();
-   auto const all = Qor::make<Interface::AllIntfStatusDir>();
-   auto const et1 = eth->newIntfStatus(IntfId("et1"));
-   EXPECT_EQ(eth->newIntfStatus(IntfId("et1")), et1);
-   all->intfStatusIs(et1);
-   all->intfStatus(IntfId("et1"))->operStatusIs(Interface::IntfOperStatus::up);
-   EXPECT_EQ(et1->operStatus(), Interface::IntfOperStatus::up);
-   EXPECT_EQ(errorText([&] { all->intfStatusIs(nullptr); }),
+TEST(ModelEntities, ADirectoryRefusesNull) {
+   EXPECT_EQ(errorText([] { Qor::make<Interface::AllIntfStatusDir>()->intfStatusIs(nullptr); }),
              "null _intfStatus parameter to mutator for Interface::AllIntfStatusDir::intfStatus "
              "not allowed\"");
 }

@@ -176,7 +176,8 @@ TEST(ModelValues, PortVlanSetsAreMapsWhoseHashAndFormDoNotDependOnInsertion) {
       first.newPortVlan(m, true);
    first.toCpuIs(true);
    first.newPortVlanFrr(pv("rtr5", 1009), false);
-   EXPECT_EQ(first.pretty(), "{rtr3:1007 rtr4 rtr4:1008 rtr10:5 cpu frr !rtr5:1009}");
+   first.newNatVlan(VlanId(7), true);
+   EXPECT_EQ(first.pretty(), "{rtr3:1007 rtr4 rtr4:1008 rtr10:5 cpu frr !rtr5:1009 nat 7}");
    do {
       PortVlanSet other = first;
       other.portVlanDelAll();

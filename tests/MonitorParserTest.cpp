@@ -5,7 +5,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <random>
 
 #include "CaptureTestSupport.h"
 
@@ -144,7 +143,6 @@ TEST(MonitorParser, TakesTheStampAsCoordinatedUniversalTime) {
 TEST(MonitorParser, SurvivesEveryTruncationAndEveryDamagedByte) {
    MonitorParser parser;
    CaptureEvent event;
-   std::mt19937 random(20261121);
    auto const check = [&](std::string const& text) {
       // A copy of exactly this size, so that a read past its end is seen.
       std::vector<char> const exact(text.begin(), text.end());
@@ -161,26 +159,22 @@ TEST(MonitorParser, SurvivesEveryTruncationAndEveryDamagedByte) {
          }
       }
    };
-   std::vector<LineCase> lines(std::begin(acceptedRoutes), std::end(acceptedRoutes));
-   lines.insert(lines.end(), std::begin(acceptedLinks), std::end(acceptedLinks));
-   for (auto const& c : lines) {
+   auto const damage = [&](LineCase const& c) {
       std::string const line(c.line);
       for (std::size_t i = 0; i < line.size(); ++i) {
          check(line.substr(0, i));
          check(line.substr(i));
          check(line.substr(0, i) + line.substr(i + 1));
+         check(line.substr(0, i) + line.substr(line.size() - i));
          std::string damaged = line;
          for (int n = 0; n < 8; ++n) {
             damaged[i] = static_cast<char>(line[i] ^ (1 << n));
             check(damaged);
          }
-         damaged[i] = static_cast<char>(random());
-         damaged[random() % line.size()] = static_cast<char>(random());
-         check(damaged);
-         damaged.insert(random() % line.size(), line.substr(i, random() % 20));
-         check(damaged);
       }
-   }
+   };
+   std::for_each(std::begin(acceptedRoutes), std::end(acceptedRoutes), damage);
+   std::for_each(std::begin(acceptedLinks), std::end(acceptedLinks), damage);
 }
 
 }  // namespace

@@ -152,7 +152,7 @@ TEST(QorStrep, RealsAndTextsReadBackAsTheyWere) {
    Qor::StrepReader reader("T", text);
    EXPECT_EQ(reader.quoted(), bytes);
    reader.end();
-   EXPECT_EQ(Qor::valueToStrep(3.0) + Qor::valueToStrep("a'\n"), "3.0'a\\'\\x0a'");
+   EXPECT_EQ(Qor::valueToStrep(3.0) + Qor::valueToStrep("a' \n"), "3.0'a\\' \\x0a'");
 }
 
 TEST(QorStrep, GarbageIsRefusedWithItsPlace) {
@@ -166,6 +166,7 @@ TEST(QorStrep, GarbageIsRefusedWithItsPlace) {
          {number, "", "an unsigned number at position 0"},
          {number, "12x", "the end at position 2"},
          {real, "1e999", "a number at position 0"},
+         {real, "nan", "a number at position 0"},
          {boolean, "true", "True or False at position 0"},
          {quoted, "", "' at position 0"},
          {quoted, "'open", "a closing quote at position 5"},

@@ -89,22 +89,6 @@ TYPED_TEST(QorMap, AgreesWithAPlainMapThroughRandomOperations) {
    }
 }
 
-TEST(QorHashMap, OrderOfIterationFollowsFromTheHistoryAndNotFromPointers) {
-   std::vector<U32> orders[2];
-   char memory[1000];
-   for (std::size_t n = 0; n < 2; ++n) {
-      Qor::HashMap<char*, U32> map;
-      for (U32 key = 0; key < 500; ++key) {
-         map.insert(memory + key * (n + 1), key);
-         if (key % 7 == 3) map.take(memory + key / 2 * (n + 1));
-      }
-      for (auto const& [key, value] : map)
-         orders[n].push_back(value);
-   }
-   EXPECT_GT(orders[0].size(), 400u);
-   EXPECT_EQ(orders[0], orders[1]);
-}
-
 struct Member : Qor::RefCounted {
    explicit Member(std::function<void()> handler) : onZero(std::move(handler)) {}
    void zeroReferencesIs(bool) override { onZero(); }

@@ -144,18 +144,11 @@ TEST_F(QorPtr, ObjectHeldByNotifieesMayBeReferencedAgainAndDiesWhenTheLastOneLea
    }
 }
 
-TEST_F(QorPtr, ValidPtrIsNeverNullAndPointersCompareByIdentity) {
-   struct Derived : Object {};
-   auto const derived = Qor::make<Derived>();
-   Qor::ValidPtr<Object> valid(derived);
+TEST_F(QorPtr, ValidPtrIsNeverNull) {
+   Qor::ValidPtr<Object> valid(Qor::make<Object>());
    Qor::ValidPtr<Object> const moved(std::move(valid));
    EXPECT_EQ(valid, moved);
    EXPECT_THROW(Qor::ValidPtr<Object>{Ptr<Object>()}, Qor::RangeException);
-   Ptr<Object const> const base = derived;
-   EXPECT_EQ(base, derived);
-   EXPECT_NE(base, Qor::make<Object>());
-   EXPECT_EQ(Qor::ptrCast<Derived const>(base), derived);
-   EXPECT_EQ(Qor::ptrCast<Derived>(Qor::make<Object>()), nullptr);
    EXPECT_DEATH(*Ptr<Object>(), "Ptr.h:[0-9]+: .*: Assertion `object_ != nullptr' failed\\.\n");
 }
 

@@ -135,6 +135,8 @@ TEST_F(SimChip, SaysWhyNothingIsForwarded) {
    ASSERT_EQ(chip_->groupUpdate(1, {pv("et1", 10)}, true), "");
    EXPECT_EQ(sent("10.0.0.1", "239.1.1.1"), "0 forwarded cpu");
    EXPECT_EQ(chip_->port(IntfId("et1"))->droppedCopies, 2u);
+   EXPECT_EQ(chip_->port(IntfId("et1"))->copies, 1u);
+   EXPECT_EQ(chip_->droppedCopies(), 4u);
 
    ASSERT_EQ(chip_->boundaryCreate(0, entry("0.0.0.0/0", "239.1.0.0/16", 10)), "");
    EXPECT_EQ(sent("10.0.0.2", "239.1.1.1", 10), "0 bridged");
@@ -183,28 +185,23 @@ TEST(SimEntryTable, LookupAgreesWithASearchOfAllEntries) {
          }
          continue;
       }
-      struct {
-         std::pair<unsigned, unsigned> length;
-         bool exact = false;
-         std::optional<Qor::U32> index;
-      } best;
+      // The longest match, and of that the entry of this vlan before one of any.
+      std::tuple<unsigned, unsigned> length;
+      std::optional<Qor::U32> exact, anyVlan;
       bool keyFound = false;
       table.forEach([&](Qor::U32 i, Sim::Entry const& e) {
          if (e.vrfId != vrf || !e.key.source().contains(source) || !e.key.group().contains(group))
             return;
-         std::pair const length(e.key.group().length(), e.key.source().length());
-         if (keyFound && length < best.length) return;
-         if (!keyFound || length > best.length) best = {length, false, std::nullopt};
+         std::tuple const its(e.key.group().length(), e.key.source().length());
+         if (keyFound && its < length) return;
+         if (its != length) exact = anyVlan = std::nullopt;
          keyFound = true;
-         if (e.acceptingVlan == vlan) {
-            best.index = i;
-            best.exact = true;
-         } else if (e.acceptingVlan.isNone() && !best.exact) {
-            best.index = i;
-         }
+         length = its;
+         if (e.acceptingVlan == vlan) exact = i;
+         if (e.acceptingVlan.isNone()) anyVlan = i;
       });
       auto const match = table.lookup(vrf, source, group, vlan, Sim::EntryTable::OtherVlan::ends);
-      ASSERT_EQ(match.index, best.index) << "step " << step;
+      ASSERT_EQ(match.index, exact ? exact : anyVlan) << "step " << step;
       ASSERT_EQ(match.keyFound, keyFound);
       found += match.index.has_value();
    }

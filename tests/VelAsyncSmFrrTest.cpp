@@ -417,6 +417,7 @@ TEST_F(AsyncSmFrr, AClockOfTheOwnersIsUsedAndMayBeReplacedWhileSetsWait) {
    down(1);
    EXPECT_EQ(sm_->clock(), own);
    EXPECT_LE(own->timeMin(), time_->now());
+   sm_->clockDel();
    sm_->clockIs(next);
    EXPECT_EQ(own->timeMin(), Qor::never);
    EXPECT_LE(next->timeMin(), time_->now());

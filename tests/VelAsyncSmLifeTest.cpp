@@ -65,6 +65,9 @@ TEST_F(AsyncSmLife, EveryCombinationOfMissingInputsLivesCleanly) {
       freshSwitch();
       Inputs in = without(mask);
       if (in.mfibHwStatus) in.mfibHwStatus->vrfStatusIs(VrfName("default"))->routeIs(key(9));
+      for (auto const& clock : {in.zombieClock, in.agingClock}) {
+         if (clock) clock->timeMinIs(1e6);  // by somebody else, before
+      }
       sm_ = in.sm(switch_);
       ASSERT_TRUE(sm_->initialized());
       ASSERT_EQ(sm_->zombieClock() ? sm_->zombieClock()->timeMin() : Qor::never, Qor::never);
@@ -190,6 +193,7 @@ TEST_F(AsyncSmLife, AClockThatReplacesAnotherTakesItsPlace) {
    inputs_.mfibHwStatus->vrfStatusIs(VrfName("default"))->routeIs(key(1));
    zombies(1);
    Inputs other;
+   time_->advance(1);
    sm_->zombieClockIs(other.zombieClock);
    sm_->agingClockIs(other.agingClock);
    EXPECT_EQ(other.zombieClock->timeMin(), 3.0);

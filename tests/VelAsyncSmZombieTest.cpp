@@ -6,11 +6,11 @@ namespace {
 
 class AsyncSmZombie : public AsyncSm {
  protected:
-   // The reactor, and what each deleted group costs, charged for five at a time.
+   // The reactor, and what each deleted group costs, charged for five at a time in advance.
    void start(Qor::Seconds cost = 0) {
       sm_ = inputs_.sm(switch_);
       onHook_ = [this, cost, deleted = 0u](std::string_view hook) mutable {
-         if (hook == "doDeleteOifSet" && ++deleted % 5 == 0) time_->advance(5 * cost);
+         if (hook == "doDeleteOifSet" && deleted++ % 5 == 0) time_->advance(5 * cost);
       };
    }
    Qor::Seconds timer() const { return inputs_.zombieClock->timeMin(); }

@@ -11,6 +11,7 @@
 #include <utility>
 
 #include "Qor/Blip.h"
+#include "Qor/Log.h"
 #include "Qor/Trace.h"
 #include "TestSupport.h"
 #include "Vel/VelAsyncMrouteSwitch.h"
@@ -36,14 +37,17 @@ std::string cat(Parts const&... parts) {
    return out.str();
 }
 
-// What the library says while it exists: lines "<level> <trace text>" and "blip <text>", and what a
-// test adds, such as "hook <name> <arguments>".
-class Journal final : public Qor::TraceSink {
+// What the library says while it exists: lines "<level> <trace text>", "blip <text>" and
+// "log <severity> <name>: <text>", and what a test adds, such as "hook <name> <arguments>".
+class Journal final : public Qor::TraceSink, public Qor::LogSink {
  public:
-   Journal() : before_(Qor::traceSinkIs(this)) { Qor::traceLevelIs(9, "VelMroute"); }
+   Journal() : traceBefore_(Qor::traceSinkIs(this)), logBefore_(Qor::logSinkIs(this)) {
+      Qor::traceLevelIs(9, "VelMroute");
+   }
    ~Journal() override {
+      Qor::logSinkIs(logBefore_);
       Qor::traceLevelIs(-1, "VelMroute");
-      Qor::traceSinkIs(before_);
+      Qor::traceSinkIs(traceBefore_);
    }
    void add(std::string line) {
       addBlips();
@@ -53,6 +57,9 @@ class Journal final : public Qor::TraceSink {
       EXPECT_EQ(record.handle, "VelMroute");
       EXPECT_STREQ(record.source, "VelAsyncMrouteSm");
       add(cat(record.level, ' ', record.message));
+   }
+   void log(Qor::LogMessage const& m, std::string const& text) override {
+      add(cat("log ", m.severity, ' ', m.name, ": ", text));
    }
    // All since the last take().
    Lines take() {
@@ -85,7 +92,8 @@ class Journal final : public Qor::TraceSink {
          lines_.push_back("blip " + Qor::blip().text(Qor::blip().written() - ++blips_));
    }
 
-   Qor::TraceSink* const before_;
+   Qor::TraceSink* const traceBefore_;
+   Qor::LogSink* const logBefore_;
    Lines lines_;
    Qor::U64 blips_ = Qor::blip().written();
 };
