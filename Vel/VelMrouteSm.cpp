@@ -93,6 +93,10 @@ void MrouteSm::mcastEnabledStatusIs(Qor::Ptr<VrfEnabledStatus const> v) {
    handleMulticastRouting();
 }
 
+void MrouteSm::verifyDataIs(Qor::Ptr<VerifyData const> v) {
+   verifyData_.is(this, std::move(v));
+}
+
 void MrouteSm::counterPollingClockIs(Qor::Ptr<Qor::Clock const> v) {
    counterPollingClock_.is(this, std::move(v));
    if (initialized() && counterPollingClock() && counterPollingClock()->timeMin() == Qor::never) {

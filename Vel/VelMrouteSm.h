@@ -148,7 +148,7 @@ class QOR_PUBLIC MrouteSm final : public Qor::StateMachine {
    void mcastEnabledStatusDel() { mcastEnabledStatusIs(nullptr); }
    // Follows the common data's verifyData.
    Qor::Ptr<VerifyData const> const& verifyData() const { return verifyData_.object(); }
-   void verifyDataIs(Qor::Ptr<VerifyData const> v) { verifyData_.is(this, std::move(v)); }
+   void verifyDataIs(Qor::Ptr<VerifyData const> v);
    QorVerifyData* newVerifyData(Qor::Ptr<VerifyData const> v) {
       verifyDataIs(std::move(v));
       return verifyData_.reactor();

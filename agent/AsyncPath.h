@@ -26,6 +26,10 @@ class AsyncPath final : public SwitchPathOn<Vel::Mroute::AsyncMrouteSwitch> {
    bool writesPending() const override { return platform_->queue()->pending() != 0; }
    Qor::U32 groupsAllocated() const override { return platform_->groupsAllocated(); }
 
+   Sim::Entry const* entry(MrouteLib::RouteHandle handle) const override {
+      return platform_->chip()->routes().find(handle.value());
+   }
+
    void timelineIs(Timeline* timeline) override;
 
  private:

@@ -323,7 +323,7 @@ bool RouteProgrammer::replaceEntry(Route& route, MtableOifSetPtr const& record, 
    WantedRoute const& wanted = *route.target_;
    bool const inUseKeyStays = placed.acceptingVlan == wanted.acceptingVlan;
    bool const entryStays = inUseKeyStays && placed.bridgeAction == wanted.bridgeAction &&
-                           placed.rpaId == wanted.rpaId;
+                           placed.noRpf == wanted.noRpf && placed.rpaId == wanted.rpaId;
    if (route.handle_.isNull() || entryStays) return true;
    Table const before = route.table_;
    if (inUseKeyStays) {

@@ -143,6 +143,8 @@ class RouteProgrammer {
    // The table may have got room: those who wait for it try again in the next pass.
    void roomIs(Table table);
    void changeDone(Route& route);
+   // A write has failed that is not one of a change under way.
+   void writeFailed() { ++counters_.failedWrites; }
    // A write of the change has failed; drops the change and returns how many placements of what is
    // wanted have failed by now.
    Qor::U32 countFailure(Route& route);

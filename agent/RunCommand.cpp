@@ -295,10 +295,6 @@ void reportTables(RunOptions const& options, SimulatedSwitch const& simulated,
 }
 
 int runFiles(RunOptions const& options) {
-   if (options.path == Path::sync) {
-      std::cerr << "the synchronous path is not built yet\n";
-      return exitUsage;
-   }
    bool const scenario = std::any_of(options.files.begin(), options.files.end(), isScenarioFile);
    if (!scenario) return Run(options).run();
    if (options.files.size() == 1) return runScenario(options);

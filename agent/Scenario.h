@@ -75,6 +75,8 @@ struct Route {
    std::string ownOif;              // route i gets the output <ownOif><i + 1>, too; or empty
    std::vector<Lnet::IntfId> backup;
    std::vector<Lnet::IntfId> fastdrop;
+   bool noRpf = false;
+   bool bridge = false;
 };
 
 struct Withdraw {
@@ -129,6 +131,8 @@ struct Fault {
    };
    std::optional<bool> groupsExhausted;
    std::optional<bool> routesExhausted;
+   std::optional<bool> boundariesExhausted;
+   std::optional<std::uint32_t> hitBitsBusy;  // how many readings
    std::optional<FailNext> failNext;
    std::optional<SlowNext> slowNext;
    std::optional<Rate> rate;
@@ -200,6 +204,7 @@ struct RouteExpectation {
    std::map<std::string, Range> fastdropLastPollTime;  // by interface
    std::optional<Range> packets;
    std::optional<Range> bytes;
+   std::optional<Range> counter;
 };
 
 // Something that is said: a trace of the handle VelMroute, or a message for operators.

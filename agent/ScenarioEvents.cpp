@@ -47,9 +47,9 @@ void outputsOf(Route& route, json const& list, std::string const& path) {
 }
 
 Route routeFrom(json const& value) {
-   Fields const fields(
-         value, "route",
-         {"vrf", "src", "dst", "groups", "iif", "oifs", "ownOif", "backup", "fastdrop"});
+   Fields const fields(value, "route",
+                       {"vrf", "src", "dst", "groups", "iif", "oifs", "ownOif", "backup",
+                        "fastdrop", "noRpf", "bridge"});
    Route route;
    route.routes = runFields(fields);
    route.iif = portAt(fields.get("iif"), fields.at("iif"));
@@ -60,6 +60,9 @@ Route routeFrom(json const& value) {
       std::string const name = route.ownOif + std::to_string(route.routes.groups);
       if (auto bad = intfOf(name, longest); !bad.empty()) refuse(fields.at("ownOif"), bad);
    }
+   if (fields.find("noRpf")) route.noRpf = fields.flag("noRpf");
+   if (fields.find("bridge")) route.bridge = fields.flag("bridge");
+   if (route.noRpf && route.bridge) refuse(fields.at("bridge"), "a noRpf route does not bridge");
    if (json const* list = fields.find("backup")) route.backup = portsAt(*list, fields.at("backup"));
    if (json const* list = fields.find("fastdrop")) {
       std::string const path = fields.at("fastdrop");
@@ -154,16 +157,19 @@ Counter counterFrom(json const& value) {
 }
 
 Fault faultFrom(json const& value) {
-   Fields const fields(
-         value, "fault",
-         {"groupsExhausted", "routesExhausted", "failNext", "slowNext", "rate", "seed"});
+   Fields const fields(value, "fault",
+                       {"groupsExhausted", "routesExhausted", "boundariesExhausted", "hitBitsBusy",
+                        "failNext", "slowNext", "rate", "seed"});
    if (value.empty()) refuse(fields.path(), "no fault");
-   // The kinds that this path writes.
-   auto const writes = namesOf(Sim::WriteKind::groupCreate, Sim::WriteKind::routeDelete);
+   auto const writes = namesOf(Sim::WriteKind::groupCreate, Sim::WriteKind::boundaryDelete);
    constexpr std::uint32_t many = 1'000'000;
    Fault fault;
    if (fields.find("groupsExhausted")) fault.groupsExhausted = fields.flag("groupsExhausted");
    if (fields.find("routesExhausted")) fault.routesExhausted = fields.flag("routesExhausted");
+   if (fields.find("boundariesExhausted")) {
+      fault.boundariesExhausted = fields.flag("boundariesExhausted");
+   }
+   if (fields.find("hitBitsBusy")) fault.hitBitsBusy = fields.whole32("hitBitsBusy", 0, many);
    if (json const* next = fields.find("failNext")) {
       Fields const f(*next, fields.at("failNext"), {"write", "reason", "count"});
       Fault::FailNext& failNext = fault.failNext.emplace();

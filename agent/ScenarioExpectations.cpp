@@ -48,7 +48,7 @@ std::map<std::string, Range> rangesByIntf(Fields const& fields, std::string cons
 RouteExpectation routeExpectationFrom(json const& value, std::string const& path) {
    Fields const fields(value, path,
                        {"vrf", "src", "dst", "groups", "state", "reason", "lastPollTime",
-                        "fastdropLastPollTime", "packets", "bytes"});
+                        "fastdropLastPollTime", "packets", "bytes", "counter"});
    RouteExpectation route;
    route.routes = runFields(fields);
    if (fields.find("state")) {
@@ -64,8 +64,9 @@ RouteExpectation routeExpectationFrom(json const& value, std::string const& path
    route.fastdropLastPollTime = rangesByIntf(fields, "fastdropLastPollTime");
    route.packets = optionalRange(fields, "packets");
    route.bytes = optionalRange(fields, "bytes");
+   route.counter = optionalRange(fields, "counter");
    if (!route.state && !route.reason && !route.lastPollTime && !route.packets && !route.bytes &&
-       route.fastdropLastPollTime.empty()) {
+       !route.counter && route.fastdropLastPollTime.empty()) {
       refuse(fields.path(), "nothing is expected of the route");
    }
    return route;

@@ -126,6 +126,8 @@ void ScenarioPlayer::play(Scenario::Route const& route) {
    one.cpu = route.cpu;
    one.backup = route.backup;
    one.fastdrop = route.fastdrop;
+   one.noRpf = route.noRpf;
+   one.bridge = route.bridge;
    for (std::uint32_t i = 0; i < route.routes.groups; ++i) {
       one.key = route.routes.key(i);
       one.oifs = route.oifs;
@@ -318,6 +320,7 @@ std::string ScenarioPlayer::difference(RouteExpectation const& expected, std::ui
    }
    number("packets", expected.packets, facts.packets);
    number("bytes", expected.bytes, facts.bytes);
+   number("counter", expected.counter, facts.counter);
    return text;
 }
 

@@ -36,6 +36,8 @@ class ScenarioTarget {
       std::vector<Lnet::IntfId> backup;
       // Traffic of the route that comes in here is dropped in hardware, and watched for activity.
       std::vector<Lnet::IntfId> fastdrop;
+      bool noRpf = false;   // traffic is taken from anywhere
+      bool bridge = false;  // traffic stays in the vlan in which it arrives
    };
 
    struct Packet {
@@ -62,6 +64,7 @@ class ScenarioTarget {
       // Of its entry on the chip; nothing for a route without one.
       std::optional<std::uint64_t> packets;
       std::optional<std::uint64_t> bytes;
+      std::optional<std::uint64_t> counter;  // what its own counter shows
    };
 
    virtual ~ScenarioTarget() = default;

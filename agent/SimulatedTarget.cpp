@@ -37,7 +37,17 @@ void SimulatedTarget::routeIs(Route const& route) {
    WantedRoute wanted;
    wanted.acceptingIntfId = route.iif;
    wanted.acceptingVlan = learn(route.iif).vlan;
-   wanted.set.typeIs(Routing::Multicast::Fib::routeKeyType(route.key));
+   if (route.noRpf) {
+      wanted.noRpf = true;
+      wanted.acceptingIntfId = {};
+      wanted.acceptingVlan = {};
+   }
+   if (route.bridge && !simulated_.path().bridges()) {
+      throw ScenarioRefused("this path has no bridge entries");
+   }
+   wanted.bridgeAction = route.bridge;
+   wanted.set.typeIs(route.bridge ? Routing::Multicast::Fib::RouteKeyType::bridged
+                                  : Routing::Multicast::Fib::routeKeyType(route.key));
    wanted.set.toCpuIs(route.cpu);
    for (Lnet::IntfId const oif : route.oifs) {
       Intf const& out = learn(oif);
@@ -106,6 +116,8 @@ void SimulatedTarget::faultIs(Scenario::Fault const& fault) {
    note("fault");
    Sim::Faults& faults = simulated_.path().faults();
    if (fault.groupsExhausted) faults.groupsExhaustedIs(*fault.groupsExhausted);
+   if (fault.boundariesExhausted) faults.boundariesExhaustedIs(*fault.boundariesExhausted);
+   if (fault.hitBitsBusy) faults.hitBitsBusyNext(*fault.hitBitsBusy);
    if (fault.routesExhausted) faults.routesExhaustedIs(*fault.routesExhausted);
    if (fault.seed) faults.seedIs(*fault.seed);
    if (auto const& f = fault.failNext) faults.failNext(f->write, f->reason, f->count);
@@ -142,7 +154,8 @@ ScenarioTarget::RouteFacts SimulatedTarget::route(L3::VrfName const& vrf,
          facts.fastdropLastPollTime[name] = time;
       }
    }
-   if (auto const* entry = simulated_.chip().routes().find(route->handle().value())) {
+   facts.counter = simulated_.path().counter(key);
+   if (auto const* entry = simulated_.path().entry(route->handle())) {
       facts.packets = entry->packets;
       facts.bytes = entry->bytes;
    }
@@ -215,7 +228,8 @@ std::vector<std::string> SimulatedTarget::check() {
    programmer.forEachRoute([&](RouteProgrammer::Route const& route) {
       if (route.state() != RouteProgrammer::State::inHardware) return;
       auto const record = simulated_.path().record(route);
-      auto const* entry = simulated_.chip().routes().find(route.handle().value());
+      auto const* entry = simulated_.path().entry(route.handle());
+      if (entry && route.wanted()->bridgeAction) return;
       auto const* group = entry ? simulated_.chip().group(entry->group) : nullptr;
       MrouteLib::PortVlanSet const& set = route.wanted()->set;
       std::set<MrouteLib::PortVlan> expected, backup, found;

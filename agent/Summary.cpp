@@ -61,7 +61,9 @@ ordered_json summaryJson(RunFigures const& figures, SimulatedSwitch const& simul
       }
    });
    auto const zombies = simulated.path().zombies();
-   auto const groupsInUse = simulated.path().groupsAllocated() - zombies;
+   Qor::U32 groupsInUse = simulated.path().groupsAllocated();
+   for (RecordRow const& zombie : simulated.path().zombieRecords())
+      groupsInUse -= !Sim::isHardWired(zombie.group);
    // Each route of a snapshot is as much work as an event.
    std::uint64_t const changes = figures.events - figures.snapshots + figures.snapshotRoutes;
    auto const& counters = programmer.counters();

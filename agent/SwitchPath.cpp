@@ -1,12 +1,13 @@
 #include "agent/SwitchPath.h"
 
 #include "agent/AsyncPath.h"
+#include "agent/SyncPath.h"
 
 namespace Agent {
 
 std::unique_ptr<SwitchPath> SwitchPath::make(Path path, Surroundings const& surroundings,
                                              PathConfig const& config) {
-   QOR_ASSERT(path == Path::async);
+   if (path == Path::sync) return std::make_unique<SyncPath>(surroundings, config);
    return std::make_unique<AsyncPath>(surroundings, config);
 }
 

@@ -61,11 +61,21 @@ class SwitchPath {
    // ---- The platform. ----
 
    virtual Sim::Faults& faults() = 0;
-   // What is wrong with the platform and its chip, a line each.
+   // What is wrong with the platform and its chip, a line each. May have the tables compared first,
+   // which changes nothing.
    virtual std::vector<Qor::String> audit() const = 0;
    // Writes that are issued and not yet on the chip.
    virtual bool writesPending() const = 0;
    virtual Qor::U32 groupsAllocated() const = 0;
+   // The chip's entry of the handle; null for a handle without one.
+   virtual Sim::Entry const* entry(MrouteLib::RouteHandle handle) const = 0;
+   // Whether a route may bridge, which takes an entry of the boundary table.
+   virtual bool bridges() const { return false; }
+   // What the route's own counter shows; nothing for a route without one, and on a path where
+   // counters are the platform's business.
+   virtual std::optional<Qor::U64> counter(RouteProgrammer::RouteKey const&) const {
+      return std::nullopt;
+   }
 
    // ---- The table programmer's records. ----
 

@@ -40,6 +40,12 @@ std::string prefixText(Lnet::IpGenPrefix const& prefix) {
    return prefix.isAny() ? prefix.address().toString() : prefix.toString();
 }
 
+// Its number, or the name of one that is hard-wired.
+ordered_json groupJson(Qor::U32 group) {
+   if (Sim::isHardWired(group)) return Sim::groupName(group);
+   return group;
+}
+
 ordered_json routesJson(SimulatedSwitch const& simulated) {
    ordered_json rows = ordered_json::array();
    simulated.routeProgrammer().forEachRoute([&](RouteProgrammer::Route const& route) {
@@ -54,16 +60,17 @@ ordered_json routesJson(SimulatedSwitch const& simulated) {
                           {"state", text(route.state())},
                           {"offload", offload}};
       if (auto const record = simulated.path().record(route)) {
-         row["multicastId"] = record->group;
+         row["multicastId"] = groupJson(record->group);
          row["oifSet"] = record->oifSet->serial();
       }
       if (!route.handle().isNull()) {
          row["routeHandle"] = route.handle().value();
-         if (auto const* entry = simulated.chip().routes().find(route.handle().value())) {
+         if (auto const* entry = simulated.path().entry(route.handle())) {
             row["packets"] = entry->packets;
             row["bytes"] = entry->bytes;
          }
       }
+      if (auto const counter = simulated.path().counter(route.key())) row["counter"] = *counter;
       if (!offload) row["reason"] = route.reason();
       rows.push_back(std::move(row));
    });
@@ -75,7 +82,7 @@ ordered_json recordsJson(SimulatedSwitch const& simulated, std::vector<RecordRow
    for (RecordRow const& record : records) {
       Sim::Group const* group = simulated.chip().group(record.group);
       ordered_json row = {{"oifSet", record.oifSet->serial()},
-                          {"multicastId", record.group},
+                          {"multicastId", groupJson(record.group)},
                           {"multipath", multipath(record.oifSet->portVlanSet())},
                           {"routes", group ? group->routes : 0}};
       if (record.usedInHw) row["usedInHw"] = *record.usedInHw;
@@ -83,6 +90,21 @@ ordered_json recordsJson(SimulatedSwitch const& simulated, std::vector<RecordRow
       if (record.expiryTime < Qor::never) row["expiryTime"] = record.expiryTime;
       rows.push_back(std::move(row));
    }
+   return rows;
+}
+
+ordered_json entriesJson(Sim::EntryTable const& table) {
+   ordered_json rows = ordered_json::array();
+   table.forEach([&](Qor::U32 index, Sim::Entry const& entry) {
+      ordered_json row = {{"entry", index},
+                          {"vrfId", entry.vrfId},
+                          {"src", prefixText(entry.key.source())},
+                          {"dst", prefixText(entry.key.group())},
+                          {"vlan", entry.acceptingVlan.value()}};
+      if (entry.group != Sim::noGroup) row["group"] = groupJson(entry.group);
+      row["packets"] = entry.packets;
+      rows.push_back(std::move(row));
+   });
    return rows;
 }
 
@@ -96,17 +118,6 @@ ordered_json chipJson(SimulatedSwitch const& simulated) {
          members.push_back(text(member));
       groups.push_back({{"group", id}, {"members", members}, {"routes", group.routes}});
    });
-   ordered_json routes = ordered_json::array();
-   chip.routes().forEach([&](Qor::U32 index, Sim::Entry const& entry) {
-      ordered_json row = {{"entry", index},
-                          {"vrfId", entry.vrfId},
-                          {"src", prefixText(entry.key.source())},
-                          {"dst", prefixText(entry.key.group())},
-                          {"vlan", entry.acceptingVlan.value()}};
-      if (entry.group != Sim::noGroup) row["group"] = entry.group;
-      row["packets"] = entry.packets;
-      routes.push_back(std::move(row));
-   });
    ordered_json ports = ordered_json::array();
    for (auto const& intf : simulated.interfaceMap().intfs()) {
       Sim::Port const* port = chip.port(intf->id);
@@ -119,7 +130,10 @@ ordered_json chipJson(SimulatedSwitch const& simulated) {
       }
       ports.push_back(std::move(row));
    }
-   return {{"ports", ports}, {"groups", groups}, {"routes", routes}};
+   return {{"ports", ports},
+           {"groups", groups},
+           {"routes", entriesJson(chip.routes())},
+           {"boundaries", entriesJson(chip.boundaries())}};
 }
 
 // A cell of a text table.
@@ -242,6 +256,15 @@ void printView(std::ostream& os, View view, ordered_json const& table) {
                      {"GROUP", "dst"},
                      {"VLAN", "vlan"},
                      {"->GROUP", "group"},
+                     {"PACKETS", "packets"}});
+         if (table.at("boundaries").empty()) break;
+         os << '\n';
+         printTable(os, table.at("boundaries"),
+                    {{"BOUNDARY", "entry"},
+                     {"VRFID", "vrfId"},
+                     {"SOURCE", "src"},
+                     {"GROUP", "dst"},
+                     {"VLAN", "vlan"},
                      {"PACKETS", "packets"}});
          break;
    }

@@ -24,6 +24,7 @@ struct WantedRoute {
    Bridging::VlanIdOrNone acceptingVlan;
    MrouteLib::PortVlanSet set;  // its type says what kind of route it is
    bool bridgeAction = false;
+   bool noRpf = false;  // accepts from anywhere: no accepting interface, and no accepting vlan
    Wisp::Multicast::Fib::RpaIndex rpaId;
    std::vector<Fastdrop> fastdrop;  // each vlan once
 

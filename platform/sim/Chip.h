@@ -49,6 +49,9 @@ inline constexpr std::size_t writeKinds = 8;
 inline constexpr Qor::U32 dropGroup = 0xFFFFFFFD;
 inline constexpr Qor::U32 cpuGroup = 0xFFFFFFFE;
 
+constexpr bool isHardWired(Qor::U32 group) {
+   return group == dropGroup || group == cpuGroup;
+}
 Qor::String groupName(Qor::U32 group);  // "17", "drop", "cpu"; "none" for noGroup
 
 std::ostream& operator<<(std::ostream& os, WriteKind kind);  // "groupCreate"
@@ -169,7 +172,7 @@ class Chip final : public Qor::RefCounted {
    // Null when there is no such group; the hard-wired ones are always there.
    Group const* group(Qor::U32 id) const {
       if (id < groups_.size()) return groups_[id] ? &*groups_[id] : nullptr;
-      return id == dropGroup || id == cpuGroup ? &hardWired_[id - dropGroup] : nullptr;
+      return isHardWired(id) ? &hardWired_[id - dropGroup] : nullptr;
    }
    // Calls visit(id, group) for every group of the table in the order of the ids.
    template <class Visit>

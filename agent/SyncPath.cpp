@@ -1,0 +1,82 @@
+#include "agent/SyncPath.h"
+
+#include "agent/SyncObserver.h"
+
+namespace Agent {
+
+namespace {
+
+Sim::SyncPlatformConfig platformConfig(PathConfig const& config) {
+   Sim::SyncPlatformConfig out;
+   out.callCost = config.callCost;
+   return out;
+}
+
+}  // namespace
+
+SyncPath::Inputs::Inputs(Surroundings const& surroundings) {
+   acsd->verifyDataIs(verifyData);
+   surroundings.mfibHwStatus->hwRoutingIs(true);
+}
+
+SyncPath::SyncPath(Surroundings const& surroundings, PathConfig const& config)
+      : SyncPath(surroundings,
+                 Qor::make<Sim::SyncPlatform>("sim", surroundings.chip, switchId,
+                                              platformConfig(config)),
+                 Inputs(surroundings)) {}
+
+SyncPath::SyncPath(Surroundings const& s, PlatformPtr platform, Inputs inputs)
+      : SwitchPathOn(Vel::mrouteSwitchFactory("switch1", switchId, inputs.acsd, inputs.l3Status,
+                                              platform, nullptr, s.mfibHwStatus)),
+        platform_(std::move(platform)),
+        inputs_(std::move(inputs)),
+        verifier_(std::make_unique<Verifier>(inputs_.verifyData)),
+        routeProgrammer_(mrouteSwitch(), Qor::make<MrouteLib::MrouteTableColl>(), s.mfibHwStatus),
+        reactor_(Vel::MrouteSwitchSmIs(
+              switchId, inputs_.acsd, inputs_.l3Status, mrouteSwitch(), s.intfVlanIdTable,
+              s.mfibConfig, s.mfibHwStatus, platform_, Qor::make<Qor::Clock>("zombieClock"),
+              Qor::make<Qor::Clock>("agingClock"), s.ethIntfStatusDir, nullptr, nullptr)),
+        mrouteSm_(Vel::MrouteSmIs(inputs_.acsd, inputs_.l3Status, s.mfibConfig, s.mfibHwStatus,
+                                  nullptr, platform_, inputs_.mcastEnabledStatus)) {
+   auto const ctl = Qor::make<Routing::Multicast::Fib::CounterStatusCtl>();
+   ctl->pollingRefCntIs(1);
+   mrouteSm_->mfibCounterStatusIs(inputs_.counterStatus);
+   mrouteSm_->mfibCounterStatusCtlIs(ctl);
+}
+
+void SyncPath::vrfIs(L3::VrfName const& vrf, Vel::VrfId id) {
+   inputs_.l3Status->vrfNameToVrfIdIs(vrf.name(), id);
+   inputs_.mcastEnabledStatus->vrfIs(vrf);
+}
+
+std::vector<Qor::String> SyncPath::audit() const {
+   verifier_->verify();
+   std::vector<Qor::String> faults = platform_->audit();
+   platform_->differences().audit(faults);
+   return faults;
+}
+
+Sim::Entry const* SyncPath::entry(MrouteLib::RouteHandle handle) const {
+   if (handle.isNull()) return nullptr;
+   Sim::Chip const& chip = *platform_->chip();
+   return (platform_->isBoundary(handle) ? chip.boundaries() : chip.routes())
+         .find(platform_->entryOf(handle));
+}
+
+std::optional<Qor::U64> SyncPath::counter(RouteProgrammer::RouteKey const& key) const {
+   auto const* const found = inputs_.counterStatus->counter().find(key);
+   if (!found) return std::nullopt;
+   return found->second.value;
+}
+
+void SyncPath::timelineIs(Timeline* timeline) {
+   if (timeline) timeline->observe(std::make_unique<SyncObserver>(*timeline, *mrouteSwitch()));
+}
+
+RecordRow SyncPath::rowOf(Vel::MtableOifSet const& record) const {
+   RecordRow row;
+   row.group = platform_->groupOf(record.oifSetIndex());
+   return row;
+}
+
+}  // namespace Agent
