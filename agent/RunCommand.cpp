@@ -237,12 +237,14 @@ std::optional<std::string> parseChipOption(std::string const& text, Sim::ChipCon
          good = parseNumber(value, config.groups);
       } else if (key == "routes") {
          good = parseNumber(value, config.routes);
+      } else if (key == "boundaries") {
+         good = parseNumber(value, config.boundaries);
       } else if (key == "latency") {
          good = parseNumber(value, config.latency) && config.latency >= 0 &&
                 std::isfinite(config.latency);
       } else {
          return "unknown chip property \"" + std::string(key) +
-                "\" (known: groups=N, routes=N, latency=SECONDS)";
+                "\" (known: groups=N, routes=N, boundaries=N, latency=SECONDS)";
       }
       if (!good) return "bad value in \"" + std::string(item) + "\"";
       if (comma == std::string_view::npos) break;

@@ -29,7 +29,7 @@ inline constexpr int exitDone = 0;
 inline constexpr int exitFailed = 1;  // bad input, failed output, or the check found differences
 inline constexpr int exitUsage = 2;
 
-// Parses "groups=N,routes=M,latency=S" (any of them, in any order) into `config`. Returns what is
+// Parses "groups=N,routes=N,boundaries=N,latency=S" (any of them, in any order) into `config`. Returns what is
 // wrong with the text, or nothing.
 std::optional<std::string> parseChipOption(std::string const& text, Sim::ChipConfig& config);
 // Parses "LEVEL[:GLOB]" and turns the trace on. Returns what is wrong with the text, or nothing.

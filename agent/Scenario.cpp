@@ -59,9 +59,10 @@ char const* nameOf(State state) {
 
 char const* nameOf(Count count) {
    static constexpr char const* names[counts] = {
-         "groupCreate", "groupUpdate",   "groupDelete", "routeCreate",  "routePoint",
-         "routeDelete", "resurrections", "purges",      "failedWrites", "unchanged",
-         "refusals",    "sent",          "lost",        "duplicated",   "writes"};
+         "groupCreate",  "groupUpdate",    "groupDelete",    "routeCreate",   "routePoint",
+         "routeDelete",  "boundaryCreate", "boundaryDelete", "resurrections", "purges",
+         "failedWrites", "unchanged",      "refusals",       "sent",          "lost",
+         "duplicated",   "writes"};
    return names[static_cast<std::size_t>(count)];
 }
 

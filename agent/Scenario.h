@@ -171,6 +171,8 @@ enum class Count : unsigned char {
    routeCreate,
    routePoint,
    routeDelete,
+   boundaryCreate,
+   boundaryDelete,
    resurrections,
    purges,
    failedWrites,
@@ -180,11 +182,11 @@ enum class Count : unsigned char {
    sent,
    lost,        // came out nowhere
    duplicated,  // came out of one interface more than once
-   // The six kinds of writes together.
+   // All kinds of writes together.
    writes,
 };
-inline constexpr std::size_t counts = 15;
-inline constexpr std::size_t targetCounts = 11;  // those before `sent`
+inline constexpr std::size_t counts = 17;
+inline constexpr std::size_t targetCounts = 13;  // those before `sent`
 
 char const* nameOf(State state);
 char const* nameOf(Count count);

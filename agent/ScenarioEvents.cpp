@@ -18,9 +18,12 @@ Settings settingsFrom(json const& value) {
    settings.title = fields.text("title");
    if (json const* chip = fields.find("chip")) {
       constexpr std::uint32_t most = 16'777'216;
-      Fields const sizes(*chip, fields.at("chip"), {"groups", "routes", "latency"});
+      Fields const sizes(*chip, fields.at("chip"), {"groups", "routes", "boundaries", "latency"});
       if (sizes.find("groups")) settings.chip.groups = sizes.whole32("groups", 1, most);
       if (sizes.find("routes")) settings.chip.routes = sizes.whole32("routes", 1, most);
+      if (sizes.find("boundaries")) {
+         settings.chip.boundaries = sizes.whole32("boundaries", 1, most);
+      }
       if (sizes.find("latency")) settings.chip.latency = sizes.number("latency", 0, 1000);
    }
    if (fields.find("minPollingInterval")) {

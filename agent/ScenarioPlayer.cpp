@@ -250,7 +250,7 @@ double ScenarioPlayer::since(Count count) const {
       case Count::writes: {
          double sum = 0;
          for (auto i = static_cast<unsigned>(Count::groupCreate);
-              i <= static_cast<unsigned>(Count::routeDelete); ++i)
+              i <= static_cast<unsigned>(Count::boundaryDelete); ++i)
             sum += since(static_cast<Count>(i));
          return sum;
       }

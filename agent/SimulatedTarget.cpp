@@ -206,6 +206,10 @@ std::uint64_t SimulatedTarget::value(Scenario::Count count) const {
          return chip.writes(Sim::WriteKind::routePoint);
       case Scenario::Count::routeDelete:
          return chip.writes(Sim::WriteKind::routeDelete);
+      case Scenario::Count::boundaryCreate:
+         return chip.writes(Sim::WriteKind::boundaryCreate);
+      case Scenario::Count::boundaryDelete:
+         return chip.writes(Sim::WriteKind::boundaryDelete);
       case Scenario::Count::resurrections:
          return counters.resurrections;
       case Scenario::Count::purges:

@@ -15,7 +15,7 @@ CLI::Validator chipSyntax() {
             Sim::ChipConfig scratch;
             return Agent::parseChipOption(text, scratch).value_or("");
          },
-         "groups=N,routes=N,latency=S");
+         "groups=N,routes=N,boundaries=N,latency=S");
 }
 
 // What the command line says as text, until it is known to be whole.
