@@ -126,7 +126,7 @@ class Run {
       double const began = processorSeconds();
       Sim::ChipConfig chip;
       if (!options_.chipText.empty()) parseChipOption(options_.chipText, chip);
-      SimulatedSwitch simulated(options_.path, chip, std::move(intfMap));
+      SimulatedSwitch simulated(options_.path.value_or(Path::async), chip, std::move(intfMap));
       TimelineFile timeline(options_.timelineFile, simulated);
       bool const replayed = replay(simulated, timeline);
       if (replayed) simulated.settle();

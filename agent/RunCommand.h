@@ -18,7 +18,7 @@ struct RunOptions {
    std::string chipText;      // as parseChipOption() reads it; empty: the defaults, or a scenario's
    std::string timelineFile;  // empty: none
    std::vector<View> show;
-   Path path = Path::async;
+   std::optional<Path> path;  // nothing: that of the scenario, or Path::async
    bool json = false;
    bool check = true;
    bool keepGoing = false;

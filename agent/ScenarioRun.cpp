@@ -33,14 +33,14 @@ int runScenario(RunOptions const& options) {
    for (InputError const& error : file.errors)
       std::cerr << error.toString() << '\n';
    if (!file.errors.empty() && !options.keepGoing) return exitFailed;
-   if (file.path.value_or(options.path) != options.path) {
+   Path const path = options.path.value_or(file.path.value_or(Path::async));
+   if (file.path.value_or(path) != path) {
       std::cerr << options.files.front() << ": this scenario is for the path " << nameOf(*file.path)
                 << " alone: --path " << nameOf(*file.path) << '\n';
       return exitUsage;
    }
-   std::erase_if(file.lines, [&](Scenario::Line const& line) {
-      return line.path.value_or(options.path) != options.path;
-   });
+   std::erase_if(file.lines,
+                 [&](Scenario::Line const& line) { return line.path.value_or(path) != path; });
    InterfaceMap intfMap;
    if (!options.mapFile.empty()) {
       if (auto const error = intfMap.load(options.mapFile)) {
@@ -50,7 +50,7 @@ int runScenario(RunOptions const& options) {
    }
    Sim::ChipConfig chip = file.settings.chip;
    if (!options.chipText.empty()) parseChipOption(options.chipText, chip);
-   SimulatedSwitch simulated(options.path, chip, std::move(intfMap),
+   SimulatedSwitch simulated(path, chip, std::move(intfMap),
                              {file.settings.minPollingInterval, file.settings.callCost});
    TimelineFile timeline(options.timelineFile, simulated);
    SimulatedTarget target(simulated, timeline.timeline(), options.json);

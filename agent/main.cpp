@@ -20,7 +20,7 @@ CLI::Validator chipSyntax() {
 
 // What the command line says as text, until it is known to be whole.
 struct Texts {
-   std::string path{nameOf(Agent::Path::async)};
+   std::string path;
    std::vector<std::string> traces;
    std::vector<std::string> shows;
 };
@@ -41,7 +41,9 @@ void addRun(CLI::App& app, RunOptions& options, Texts& texts) {
    run->add_option("--chip", options.chipText,
                    "sizes the chip; latency is that of a write, in seconds")
          ->check(chipSyntax());
-   run->add_option("--path", texts.path, "how the chip is programmed: async (default) or sync")
+   run->add_option("--path", texts.path,
+                   "how the chip is programmed: async (default, unless a scenario is for the "
+                   "other) or sync")
          ->check(CLI::IsMember({"async", "sync"}));
    run->add_option("--show", texts.shows, "tables to print: routes, oifsets, zombies, chip")
          ->delimiter(',')
@@ -91,7 +93,7 @@ int main(int argc, char** argv) {
       if (app.exit(error) != 0) return Agent::exitUsage;
       return Agent::outputWritten() ? Agent::exitDone : Agent::exitFailed;
    }
-   options.path = *Agent::pathNamed(texts.path);
+   options.path = Agent::pathNamed(texts.path);
    for (std::string const& show : texts.shows)
       options.show.push_back(*Agent::viewNamed(show));
    for (std::string const& trace : texts.traces) {

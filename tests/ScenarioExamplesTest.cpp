@@ -51,6 +51,7 @@ TEST(ScenarioExamples, InTheManualAreReadAndShowEveryKindOfEvent) {
    EXPECT_EQ(kinds.size(), std::variant_size_v<Scenario::Event>);
 }
 
+// On the path it is for, which need not be said. On both: BothPathsTest.cpp.
 TEST(ScenarioExamples, HoldOnTheSimulatedSwitch) {
    for (auto const& path : shipped()) {
       std::string const command =

@@ -1,0 +1,117 @@
+// The two paths program the same chip: what is replayed on both is forwarded alike in the end.
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <map>
+#include <set>
+
+#include "agent/CaptureReader.h"
+#include "agent/ScenarioParser.h"
+#include "agent/ScenarioPlayer.h"
+#include "agent/SimulatedTarget.h"
+
+namespace Agent {
+namespace {
+
+std::filesystem::path const examples(VELMROUTE_EXAMPLES);
+
+// Where the packets of each wanted route come out, by route and interface of arrival: its own, and
+// one where it has no business.
+using Outputs = std::map<std::string, std::string>;
+
+Outputs outputsOf(SimulatedSwitch& simulated) {
+   std::vector<std::pair<std::string, Sim::Packet>> packets;
+   std::as_const(simulated).routeProgrammer().forEachRoute(
+         [&](RouteProgrammer::Route const& route) {
+            Sim::Packet packet;
+            packet.vrfId = simulated.vrfId(route.vrf())->value();
+            packet.source = route.key().source().isAny()
+                                  ? route.key().source().family() == Lnet::IpFamily::v4
+                                          ? *Lnet::IpGenAddr::parse("198.51.100.1")
+                                          : *Lnet::IpGenAddr::parse("2001:db8:ffff::1")
+                                  : route.key().source().address();
+            packet.group = route.key().group().address();
+            for (Bridging::VlanIdOrNone const vlan :
+                 {route.wanted()->acceptingVlan, Bridging::VlanIdOrNone(4000u)}) {
+               packet.vlan = vlan;
+               packets.emplace_back(route.vrf().name() + ' ' + route.key().pretty() + " in " +
+                                          std::to_string(vlan.value()),
+                                    packet);
+            }
+         });
+   Outputs outputs;
+   for (auto const& [name, packet] : packets) {
+      Sim::Forwarded const forwarded = simulated.chip().forward(packet);
+      std::string& out = outputs[name];
+      if (forwarded.toCpu) out += "cpu ";
+      for (auto const& copy : forwarded.copies)
+         out += copy.intfId().name() + ' ';
+   }
+   return outputs;
+}
+
+void expectSame(std::filesystem::path const& file, Outputs const& async, Outputs const& sync) {
+   SCOPED_TRACE(file);
+   EXPECT_EQ(async.size(), sync.size());
+   for (auto const& [route, out] : async) {
+      auto const other = sync.find(route);
+      EXPECT_EQ(other == sync.end() ? "not wanted" : other->second, out) << route;
+   }
+}
+
+Outputs replayCapture(Path path, std::filesystem::path const& file) {
+   SimulatedSwitch simulated(path, {}, InterfaceMap());
+   CaptureReader reader({file});
+   CaptureEvent event;
+   while (reader.next(event) == CaptureReader::Result::event)
+      simulated.apply(event);
+   simulated.settle();
+   EXPECT_EQ(simulated.path().audit(), std::vector<Qor::String>()) << file;
+   return outputsOf(simulated);
+}
+
+TEST(BothPaths, ForwardTheSameAtTheEndOfEachCapture) {
+   unsigned captures = 0;
+   for (auto const& directory : std::filesystem::directory_iterator(examples / "captures")) {
+      auto const file = directory.path() / "events.txt.gz";
+      if (!exists(file)) continue;
+      ++captures;
+      Outputs const async = replayCapture(Path::async, file);
+      EXPECT_GT(async.size(), 800u);
+      expectSame(file, async, replayCapture(Path::sync, file));
+   }
+   EXPECT_EQ(captures, 3u);
+}
+
+Outputs playScenario(Path path, ScenarioFile file, std::filesystem::path const& name) {
+   std::erase_if(file.lines,
+                 [&](Scenario::Line const& line) { return line.path.value_or(path) != path; });
+   SimulatedSwitch simulated(path, file.settings.chip, InterfaceMap(),
+                             {file.settings.minPollingInterval, file.settings.callCost});
+   SimulatedTarget target(simulated, nullptr, true);
+   ScenarioPlayer player(target, file.lines);
+   player.play();
+   for (auto const& failure : player.failures())
+      ADD_FAILURE() << failure.toString();
+   EXPECT_EQ(simulated.path().audit(), std::vector<Qor::String>()) << name;
+   return outputsOf(simulated);
+}
+
+TEST(BothPaths, ForwardTheSameAtTheEndOfEachScenarioThatIsForBoth) {
+   unsigned both = 0;
+   for (auto const& entry : std::filesystem::directory_iterator(examples / "scenarios")) {
+      if (entry.path().extension() != ".jsonl") continue;
+      ScenarioFile const file = ScenarioFile::read(entry.path());
+      if (file.path) {
+         playScenario(*file.path, file, entry.path());
+         continue;
+      }
+      ++both;
+      expectSame(entry.path(), playScenario(Path::async, file, entry.path()),
+                 playScenario(Path::sync, file, entry.path()));
+   }
+   EXPECT_GE(both, 9u);
+}
+
+}  // namespace
+}  // namespace Agent
