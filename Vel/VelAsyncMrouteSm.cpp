@@ -94,11 +94,13 @@ Qor::Ptr<AsyncMrouteSwitchSm> AsyncMrouteSwitchSmIs(
 void AsyncMrouteSwitchSm::mrouteSwitchIs(Qor::Ptr<AsyncMrouteSwitch> v) {
    if (!v) Qor::throwNullParameter(smType, "mrouteSwitch");
    mrouteSwitch_.is(this, std::move(v));
+   if (initialized()) handleClock();
 }
 
 void AsyncMrouteSwitchSm::mfibConfigIs(Qor::Ptr<Routing::Multicast::Fib::VrfConfig const> v) {
    mfibConfig_.is(this, std::move(v));
    syncMfibConfigVrf();
+   if (initialized()) handlePollingInterval();
 }
 
 void AsyncMrouteSwitchSm::zombieClockIs(Qor::Ptr<Qor::Clock const> v) {

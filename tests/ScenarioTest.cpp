@@ -69,7 +69,8 @@ constexpr BadLine badLines[] = {
    {R"({"route": {"src": "10.0.0.2", "dst": "10.0.0.3", "iif": "a", "oifs": []}})", R"(route: group "10.0.0.3" is not a multicast address)"},
    {R"({"route": {"src": "*", "dst": "239.1.1", "iif": "a", "oifs": []}})", R"(route: bad group address "239.1.1")"},
    {R"({"route": {"src": "::1", "dst": "239.1.1.1", "iif": "a", "oifs": []}})", R"(route: source "::1" and group "239.1.1.1" are of different address families)"},
-   {R"({"route": {"src": "10.0.0.2", "dst": "239.1.1.1", "iif": "a", "oif": []}})", R"(route: unknown key "oif" (known: vrf, src, dst, groups, iif, oifs, ownOif, backup, fastdrop))"},
+   {R"({"route": {"src": "10.0.0.2", "dst": "239.1.1.1", "iif": "a", "oifs": [], "noRpf": true, "bridge": true}})", "route.bridge: a noRpf route does not bridge"},
+   {R"({"route": {"src": "10.0.0.2", "dst": "239.1.1.1", "iif": "a", "oif": []}})", R"(route: unknown key "oif" (known: vrf, src, dst, groups, iif, oifs, ownOif, backup, fastdrop, noRpf, bridge))"},
    {R"({"route": {"src": "10.0.0.2", "dst": "239.1.1.1", "iif": "cpu", "oifs": []}})", R"(route.iif: "cpu" is not a port)"},
    {R"({"route": {"src": "10.0.0.2", "dst": "239.1.1.1", "iif": "a", "oifs": ["b", "c", "b"]}})", R"(route.oifs[2]: "b" is there twice)"},
    {R"({"route": {"src": "10.0.0.2", "dst": "239.1.1.1", "iif": "a", "oifs": ["cpu", 7]}})", "route.oifs[1]: the number 7 where a text is expected"},
@@ -92,7 +93,7 @@ constexpr BadLine badLines[] = {
    {R"({"config": {}})", "config: nothing is configured"},
    {R"({"config": {"activityPollingInterval": 256}})", "config.activityPollingInterval: 256 is not from 1 to 255"},
    {R"({"config": {"allCounter": 1}})", "config.allCounter: the number 1 where true or false is expected"},
-   {R"({"fault": {"failNext": {"write": "boundaryCreate", "reason": "x"}}})", R"(fault.failNext.write: unknown kind of write "boundaryCreate" (known: groupCreate, groupUpdate, groupDelete, routeCreate, routePoint, routeDelete))"},
+   {R"({"fault": {"failNext": {"write": "routeMove", "reason": "x"}}})", R"(fault.failNext.write: unknown kind of write "routeMove" (known: groupCreate, groupUpdate, groupDelete, routeCreate, routePoint, routeDelete, boundaryCreate, boundaryDelete))"},
    {R"({"fault": {"failNext": {"write": "groupCreate", "reason": ""}}})", "fault.failNext.reason: empty"},
    {R"({"fault": {"rate": {"write": "groupCreate", "probability": 1.5}}})", "fault.rate.probability: 1.5 is not from 0 to 1"},
    {R"({"fault": {"seed": -1}})", "fault.seed: -1 is not from 0 to 18446744073709551615"},
@@ -103,7 +104,7 @@ constexpr BadLine badLines[] = {
    {R"({"expect": {"zombies": {}}})", R"(expect.zombies: neither "min" nor "max")"},
    {R"({"expect": {"zombies": {"min": 3, "max": 2}}})", R"(expect.zombies: "min" is above "max")"},
    {R"({"expect": {"zombies": true}})", R"(expect.zombies: true where a number or {"min", "max"} is expected)"},
-   {R"({"expect": {"sinceMark": {"boundaryCreate": 0}}})", R"(expect.sinceMark: unknown key "boundaryCreate" (known: groupCreate, groupUpdate, groupDelete, routeCreate, routePoint, routeDelete, resurrections, purges, failedWrites, unchanged, refusals, sent, lost, duplicated, writes))"},
+   {R"({"expect": {"sinceMark": {"routeMove": 0}}})", R"(expect.sinceMark: unknown key "routeMove" (known: groupCreate, groupUpdate, groupDelete, routeCreate, routePoint, routeDelete, boundaryCreate, boundaryDelete, resurrections, purges, failedWrites, unchanged, refusals, sent, lost, duplicated, writes))"},
    {R"({"expect": {"forward": [{"src": "10.0.0.2", "dst": "239.1.1.1", "iif": "rtr0"}]}})", "expect.forward[0].to: missing"},
    {R"({"expect": {"forward": []}})", "expect.forward: empty list"},
    {R"({"expect": {"route": {"src": "*", "dst": "239.1.1.1"}}})", "expect.route: nothing is expected of the route"},
@@ -333,7 +334,7 @@ TEST(ScenarioPlayer, SendsPacketsAtTheirTimesBetweenTheLines) {
 
 TEST(ScenarioPlayer, SaysOfEachFailedExpectationWhatWasExpectedAndWhatFound) {
    NotedTarget target;
-   target.facts = {"waitingGroup", "no room", 1.5, {{"rtr2", 0.5}}, 3, std::nullopt};
+   target.facts = {"waitingGroup", "no room", 1.5, {{"rtr2", 0.5}}, 3, std::nullopt, std::nullopt};
    auto const lines = linesOf(
          R"({"at": 1, "expect": {"wanted": 7, "zombies": 2, "groups": {"min": 8}}}
 {"expect": {"forward": {"src": "10.0.0.2", "dst": "239.1.1.1", "groups": 3, "iif": "rtr0", "to": ["rtr4", "cpu"]}}}
