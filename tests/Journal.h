@@ -30,14 +30,17 @@ class Journal : public Qor::TraceSink, public Qor::LogSink {
  public:
    using Lines = std::vector<std::string>;
 
-   // All traces come from the source of this name.
-   explicit Journal(char const* source)
-         : source_(source), traceBefore_(Qor::traceSinkIs(this)), logBefore_(Qor::logSinkIs(this)) {
-      Qor::traceLevelIs(9, "VelMroute");
+   // All traces come from the source of this name, by this handle.
+   explicit Journal(char const* source, char const* handle = "VelMroute")
+         : source_(source),
+           handle_(handle),
+           traceBefore_(Qor::traceSinkIs(this)),
+           logBefore_(Qor::logSinkIs(this)) {
+      Qor::traceLevelIs(9, handle_);
    }
    ~Journal() override {
       Qor::logSinkIs(logBefore_);
-      Qor::traceLevelIs(-1, "VelMroute");
+      Qor::traceLevelIs(-1, handle_);
       Qor::traceSinkIs(traceBefore_);
    }
    void add(std::string line) {
@@ -45,7 +48,7 @@ class Journal : public Qor::TraceSink, public Qor::LogSink {
       lines_.push_back(std::move(line));
    }
    void trace(Qor::TraceRecord const& record) override {
-      EXPECT_EQ(record.handle, "VelMroute");
+      EXPECT_EQ(record.handle, handle_);
       EXPECT_EQ(record.source, source_);
       add(cat(record.level, ' ', record.message));
    }
@@ -84,6 +87,7 @@ class Journal : public Qor::TraceSink, public Qor::LogSink {
    }
 
    std::string const source_;
+   std::string const handle_;
    Qor::TraceSink* const traceBefore_;
    Qor::LogSink* const logBefore_;
    Lines lines_;
