@@ -56,8 +56,10 @@ class SyncSm : public OnVirtualTime {
          EXPECT_EQ(chip_->portAdd(intf(i), i, vlan(i)), "");
       platform_ = Qor::make<Sim::SyncPlatform>("platform", chip_, 7,
                                                Sim::SyncPlatformConfig{16, callCost});
-      platform_->hookObserverIs(
-            [this](std::string_view hook) { journal_.add("hook " + std::string(hook)); });
+      platform_->hookObserverIs([this](std::string_view hook) {
+         journal_.add("hook " + std::string(hook));
+         if (onHook_.first == hook) std::exchange(onHook_, {}).second();
+      });
       in_.mrouteHelper = platform_;
       in_.acsd->verifyDataIs(Qor::make<Vel::VerifyData>());
       in_.l3Status->vrfNameToVrfIdIs("default", Vel::VrfId(1));
@@ -119,7 +121,15 @@ class SyncSm : public OnVirtualTime {
    Qor::U64 asked() const { return platform_->calls(SyncHook::mrouteHitBit); }
    Qor::U64 kicks() const { return switch_->mrouteReviewKick(); }
 
+   // A switch beside the one that the reactor has.
+   Qor::Ptr<MrouteSwitch> otherSwitch() {
+      return Vel::mrouteSwitchFactory("other", 7, in_.acsd, in_.l3Status, platform_, nullptr,
+                                      in_.mfibHwStatus);
+   }
+
    Journal journal_{"VelSyncMrouteSm"};
+   // What happens when this hook is called next.
+   std::pair<std::string, std::function<void()>> onHook_;
    Qor::Ptr<Sim::Chip> chip_;
    Qor::Ptr<Sim::SyncPlatform> platform_;
    Inputs in_;
@@ -340,6 +350,24 @@ TEST_F(SyncSm, ABusyHitBitCacheIsAskedAgainThoughNoRouteChanges) {
    time_->runUntil(60.025);
    EXPECT_EQ(asked(), 1u);
    EXPECT_DOUBLE_EQ(aging(), 120.02);
+}
+
+TEST_F(SyncSm, AReviewThatLosesItsGroundEndsWithTheClockDisarmed) {
+   std::function<void()> const losses[] = {
+         [&] { sm_->mfibConfigDel(); },
+         [&] {
+            while (!switch_->route().empty())
+               switch_->doDeleteRoute(switch_->route().begin()->first);
+         }};
+   for (auto const& loss : losses) {
+      SCOPED_TRACE(&loss - losses);
+      build();
+      program(1, set(2));
+      program(2, set(2));
+      onHook_ = {"mrouteHitBit", loss};
+      time_->runUntil(aging());
+      EXPECT_EQ(aging(), Qor::never);
+   }
 }
 
 // Each question costs 0.02 s: three fit into a slice of 0.05 s.
