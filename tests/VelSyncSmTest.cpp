@@ -510,6 +510,29 @@ TEST_F(SyncSm, AZombieIsNotReroutedAndARefusedRewriteIsDropped) {
    EXPECT_EQ(journal_.count("blip MrouteSwitchSm::handleClockHW resource full"), 1);
 }
 
+// Keeps one set from being rerouted as soon as another is.
+struct Withdrawer final : MrouteSwitch::Notifiee {
+   void onFrrProcessingOifSet(OifSetPtr const&) override { sw->frrMtableOifSetDel(withdrawn); }
+   MrouteSwitch* sw = nullptr;
+   OifSetPtr withdrawn;
+};
+
+TEST_F(SyncSm, ListenersMayWithdrawSetsAndHooksMayReplaceTheSwitchDuringAReroute) {
+   OifSetPtr const first = set(2, 1, 3), second = set(4, 1, 5), third = set(6, 1, 7);
+   program(1, first);
+   program(2, second);
+   program(3, third);
+   Withdrawer withdrawer;
+   withdrawer.sw = switch_.get();
+   withdrawer.withdrawn = second;
+   withdrawer.notifierIs(switch_);
+   auto const other = otherSwitch();
+   onHook_ = {"doAllocateMtableOifSet", [&] { sm_->mrouteSwitchIs(other); }};
+   down(1);
+   EXPECT_EQ(receivers(1) + receivers(2) + receivers(3), "et3et4et7");
+   EXPECT_EQ(sm_->mrouteSwitch(), other);
+}
+
 // Each rewrite costs 0.03 s: four begin within 0.1 s.
 TEST_F(SyncSm, ManySetsAreRewrittenInPassesAndEachOnce) {
    build(0.03);
