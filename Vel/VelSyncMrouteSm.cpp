@@ -308,6 +308,8 @@ void MrouteSwitchSm::handleZombieClock() {
       VEL_BLIP("handleZombieClock %s", record->oifSetIndex());
       chip->zombieOifSetDel(key);
    }
+   // What is left is for the end of the switch to take along: nobody sets the clock any more.
+   if (chip->deleted()) zombieClock_.arm(Qor::never);
    handleZombie();
 }
 

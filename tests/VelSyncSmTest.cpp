@@ -285,12 +285,18 @@ TEST_F(SyncSm, TheZombieClockFollowsTheFirstToExpire) {
    EXPECT_EQ(chip_->groups(), 0u);
    EXPECT_EQ(in_.zombieClock->timeMin(), Qor::never);
 
+   // Once the switch is marked, the clock has nothing more to do.
    RouteHandle const last = program(3, set(4));
+   switch_->doDeleteRoute(program(4, set(5)));
    switch_->deletedIs(true);
+   journal_.take();
    switch_->zombieOifSetNotify({});
    switch_->doDeleteRoute(last);
-   EXPECT_EQ(in_.zombieClock->timeMin(), Qor::never);
+   EXPECT_EQ(in_.zombieClock->timeMin(), 9);
    EXPECT_EQ(journal_.count("6 MrouteSwitch marked for deletion - skipping zombie handling"), 1);
+   time_->runUntil(9);
+   EXPECT_EQ(chip_->groups(), 0u);
+   EXPECT_EQ(in_.zombieClock->timeMin(), Qor::never);
 }
 
 // ---- Aging ----
