@@ -258,7 +258,9 @@ void MrouteSwitchSm::doCleanup() {
 void MrouteSwitchSm::handleVerify() {
    VEL_TRACE(9, "handleVerify"
                       << ", state machine # " << switchId());
-   if (initialized() && !disableVerify()) mrouteSwitch()->handleVerify();
+   if (!initialized() || disableVerify()) return;
+   Qor::Ptr<MrouteSwitch> const chip = mrouteSwitch();
+   chip->handleVerify();
 }
 
 // ---- Room for routes ----
