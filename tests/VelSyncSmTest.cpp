@@ -201,6 +201,65 @@ TEST_F(SyncSm, EachInputButTheSwitchMayBeNull) {
              "allowed\"");
 }
 
+TEST_F(SyncSm, AConfigurationThatComesLateOrAnewIsPolledBy) {
+   auto const config = std::exchange(in_.mfibConfig, nullptr);
+   freshSwitch();
+   sm_ = in_.sm(switch_);
+   program(1, set(2));
+   EXPECT_EQ(aging(), Qor::never);
+   config->activityPollingIntervalIs(5);
+   sm_->mfibConfigIs(config);
+   EXPECT_EQ(aging(), 5);
+   EXPECT_EQ(in_.mfibHwStatus->pollingInterval(), 5);
+   time_->runUntil(1);
+   auto const next = Qor::make<Fib::VrfConfig>();
+   next->activityPollingIntervalIs(9);
+   sm_->mfibConfigIs(next);
+   EXPECT_EQ(aging(), 1);
+   EXPECT_EQ(in_.mfibHwStatus->pollingInterval(), 9);
+}
+
+TEST_F(SyncSm, AnotherSwitchIsTakenUpAsItIs) {
+   auto const first = switch_;
+   switch_ = otherSwitch();
+   program(1, set(2, 1, 3));
+   program(2, set(4));
+   OifSetPtr const waiting = switch_->frrMtableOifSet().begin()->first;
+   switch_->inUseRecord(waiting)->dirtyIs(true);
+   switch_->frrProcessingOifSetIs(waiting, switch_->inUseRecord(waiting).get());
+   sm_->mrouteSwitchIs(switch_);
+   EXPECT_EQ(receivers(1), "et3");
+   EXPECT_EQ(aging(), 60);
+   sm_->mrouteSwitchIs(first);
+   EXPECT_EQ(aging(), Qor::never);
+   switch_->doDeleteRoute(switch_->route().begin()->first);
+   sm_->mrouteSwitchIs(switch_);
+   EXPECT_EQ(in_.zombieClock->timeMin(), 4);
+}
+
+TEST_F(SyncSm, TheReactorAndTheSwitchMayGoInAnyHook) {
+   for (std::string const hook :
+        {"mrouteFull", "doAllocateMtableOifSet", "handleFreeMtableOifSet", "mrouteHitBit",
+         "mrouteHitBitCacheRefresh", "mrouteHitBitCacheClear", "doCommitMrouteBatch",
+         "verifyMroute"}) {
+      SCOPED_TRACE(hook);
+      build();
+      program(1, set(2, 1, 3));
+      program(2, set(4, 1, 5));
+      switch_->doDeleteRoute(program(3, set(6)));
+      switch_->mrouteTcamFreeIs(false);
+      onHook_ = {hook, [this] { sm_ = nullptr, switch_ = nullptr; }};
+      in_.acsd->verifyData()->verifyIs(1);
+      requestReview();
+      down(1);
+      time_->runUntil(time_->now() + 61);
+      EXPECT_EQ(sm_, nullptr);
+      EXPECT_EQ(chip_->groups() + chip_->routes().size(), 0u);
+      EXPECT_EQ(time_->nextDeadline(), Qor::never);
+      in_.mfibHwStatus->vrfStatusDelAll();
+   }
+}
+
 TEST_F(SyncSm, FollowsTheInterfacesOfTheDirectory) {
    in_.ethIntfStatusDir->intfStatusDel(intf(8));
    EXPECT_EQ(sm_->ethIntfStatus(intf(8)), nullptr);
