@@ -167,7 +167,8 @@ TEST(SyncRouteProgrammer, FastdropEntriesDropAndNoRpfRoutesAcceptFromAnywhere) {
 TEST(SyncRouteProgrammer, ABatchIsCommittedOnceForEachPassThatWroteSomething) {
    SyncBench b({10, 1000, 0, 0});
    for (unsigned n = 0; n < RouteProgrammer::routesPerPass + 1; ++n)
-      b.programmer->routeIs(SyncBench::vrfOf(1), testSupport::key(n), SyncBench::wanted("23"));
+      b.programmer->routeIs(SyncBench::vrfOf(1), testSupport::key(n ? 100 + n : 1),
+                            SyncBench::wanted("23"));
    b.run();
    EXPECT_EQ(b.commits(), 2u);
    EXPECT_EQ(b.whyNot(SyncBench::wanted("23")), "");
@@ -176,8 +177,9 @@ TEST(SyncRouteProgrammer, ABatchIsCommittedOnceForEachPassThatWroteSomething) {
    EXPECT_EQ(b.whyNot(w), "");
    EXPECT_EQ(b.commits(), 2u);
    b.platform->faults().routesExhaustedIs(true);
-   b.set(0, SyncBench::wanted("4", 2));  // leaves a group behind
+   b.set(99, SyncBench::wanted("4"));  // its group is written, and left behind
    b.run();
+   EXPECT_EQ(b.route(99)->state(), State::waitingEntry);
    EXPECT_EQ(b.commits(), 3u);
    b.mrouteSwitch->mrouteReviewKickIs(1);  // which helps nobody
    b.run();
