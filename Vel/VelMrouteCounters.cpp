@@ -106,6 +106,7 @@ void MrouteSm::createCounter(IpGenRouteKey key) {
        vrfName && l3Status() && key != canonicalCatchAllKey()) {
       vrfId = l3Status()->vrfNameToVrfId(*vrfName);
    }
+   QOR_ASSERT(vrfId.value() <= 0xFFFF);
    if (!mrouteHelper()->doCreateMrouteCounter(static_cast<Qor::U16>(vrfId.value()), key)) {
       VEL_TRACE(2, " no counter to be had for " << key);
       if (counter_.find(key)) removeMfibCounter(key);

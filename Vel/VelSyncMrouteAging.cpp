@@ -94,6 +94,7 @@ void MrouteSwitchSm::doRouteAgingReview() {
          return;
       }
    }
+   bool const byClock = isArmed(agingClock());
    Qor::Seconds const deadline = Qor::now() + agingReviewQuota();
    Qor::U32 reviewed = 0;
    Qor::U16 vrfId = 0;
@@ -112,17 +113,22 @@ void MrouteSwitchSm::doRouteAgingReview() {
       reviewPosition() = {{vrfName, route.key()}, this};
       return false;
    };
-   if (!walkRoutes(*mfibHwStatus(), goesOn ? last.route : RoutePosition(), WalkFrom::behindPosition,
-                   enterVrf, visit)) {
-      agingClock_.arm(Qor::now() + std::max(agingReviewInterval(), Qor::Clock::retryGap));
-      return;
-   }
-   VEL_TRACE(6, "Review completed");
-   if (mrouteHelper()) {
+   bool const complete = walkRoutes(*mfibHwStatus(), goesOn ? last.route : RoutePosition(),
+                                    WalkFrom::behindPosition, enterVrf, visit);
+   if (complete) VEL_TRACE(6, "Review completed");
+   if (complete && mrouteHelper()) {
       mrouteHelper()->doCommitMrouteBatch();
       mrouteHelper()->mrouteHitBitCacheClear(chip->switchId());
    }
-   agingClock_.arm(Qor::now() + mfibConfig()->activityPollingInterval());
+   if (!mfibConfig() || (byClock && !isArmed(agingClock()))) {  // stopped by somebody who was told
+      agingClock_.arm(Qor::never);
+      reviewStopped();
+   } else if (complete) {
+      agingClock_.arm(Qor::now() + mfibConfig()->activityPollingInterval());
+   } else {
+      agingClock_.arm(Qor::now() + std::max(agingReviewInterval(), Qor::Clock::retryGap));
+   }
+   if (!complete) return;
    VEL_TRACE(6, "Kick off a new Mroute review in the MrouteProgrammer");
    chip->mrouteReviewKickIs(chip->mrouteReviewKick() + 1);
 }

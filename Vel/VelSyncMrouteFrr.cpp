@@ -53,8 +53,8 @@ void MrouteSwitchSm::updateFrrMtableOif(Lnet::IntfId intfId) {
       bool const live = record && !record->zombie().isZombie();
       if (live) record->dirtyIs(true);
       chip->frrMtableOifSetDel(oifSet);
-      entry = armed.resume(entry);
       if (live) chip->frrProcessingOifSetIs(oifSet, record.get());
+      entry = armed.resume(entry);  // last: a listener may have withdrawn others
    }
    handleClock();
 }
@@ -68,22 +68,22 @@ void MrouteSwitchSm::handleClock() {
    VEL_TRACE(8, __PRETTY_FUNCTION__ << "review FrrProcessingOifSet: " << from);
    auto const& waiting = chip->frrProcessingOifSet();
    OifSetPtr const next = frrPass(waiting, from, deadline, [&](OifSetPtr const& oifSet) {
-      rewriteForFrr(oifSet);
+      rewriteForFrr(*chip, oifSet);
       chip->frrProcessingOifSetDel(oifSet);
    });
    if (next) {
-      if (!clock()) clockIs(Qor::activityManager()->config()->clock());
       position = {next, this};
-      clock_.arm(Qor::now());
    } else {
       FrrPosition<MrouteSwitchSm>::clear(this);
-      clock_.arm(Qor::never);
    }
+   // The switch may be another one by now, and have sets of its own that wait.
+   bool const more = !mrouteSwitch()->frrProcessingOifSet().empty();
+   if (more && !clock()) clockIs(Qor::activityManager()->config()->clock());
+   clock_.arm(more ? Qor::now() : Qor::never);
 }
 
 // Rewrites an oif set that waits, unless its record has gone or became a zombie.
-void MrouteSwitchSm::rewriteForFrr(OifSetPtr const& oifSet) {
-   MrouteSwitch& chip = *mrouteSwitch();
+void MrouteSwitchSm::rewriteForFrr(MrouteSwitch& chip, OifSetPtr const& oifSet) {
    auto const velMtableOifSet = chip.record(oifSet, chip.frrProcessingOifSet(oifSet));
    if (!velMtableOifSet || !chip.inUseOifSet().find(oifSet) ||
        velMtableOifSet->zombie().isZombie()) {

@@ -112,7 +112,11 @@ MrouteSwitchSm::QorL3Status* MrouteSwitchSm::newL3Status(Qor::Ptr<L3Status> v) {
 
 void MrouteSwitchSm::mrouteSwitchIs(Qor::Ptr<MrouteSwitch> v) {
    if (!v) Qor::throwNullParameter(smType, "mrouteSwitch");
+   Qor::Ptr<MrouteSwitchSm> const self(references() ? this : nullptr);
    mrouteSwitch_.is(this, std::move(v));
+   if (!initialized()) return;
+   handleClock();
+   maybeScheduleAgingReview();
 }
 
 MrouteSwitchSm::QorMrouteSwitch* MrouteSwitchSm::newMrouteSwitch(Qor::Ptr<MrouteSwitch> v) {
@@ -121,7 +125,10 @@ MrouteSwitchSm::QorMrouteSwitch* MrouteSwitchSm::newMrouteSwitch(Qor::Ptr<Mroute
 }
 
 void MrouteSwitchSm::mfibConfigIs(Qor::Ptr<Routing::Multicast::Fib::VrfConfig const> v) {
+   Qor::Ptr<MrouteSwitchSm> const self(references() ? this : nullptr);
    mfibConfig_.is(this, std::move(v));
+   handlePollingInterval();
+   if (initialized() && !mrouteSwitch()->route().empty()) maybeScheduleAgingReview();
 }
 
 MrouteSwitchSm::QorMfibConfig* MrouteSwitchSm::newMfibConfig(
@@ -258,7 +265,9 @@ void MrouteSwitchSm::doCleanup() {
 void MrouteSwitchSm::handleVerify() {
    VEL_TRACE(9, "handleVerify"
                       << ", state machine # " << switchId());
-   if (initialized() && !disableVerify()) mrouteSwitch()->handleVerify();
+   if (!initialized() || disableVerify()) return;
+   Qor::Ptr<MrouteSwitch> const chip = mrouteSwitch();
+   chip->handleVerify();
 }
 
 // ---- Room for routes ----
@@ -308,6 +317,8 @@ void MrouteSwitchSm::handleZombieClock() {
       VEL_BLIP("handleZombieClock %s", record->oifSetIndex());
       chip->zombieOifSetDel(key);
    }
+   // What is left is for the end of the switch to take along: nobody sets the clock any more.
+   if (chip->deleted()) zombieClock_.arm(Qor::never);
    handleZombie();
 }
 

@@ -203,7 +203,7 @@ class QOR_PUBLIC MrouteSwitchSm final : public Qor::StateMachine {
    bool isHit(Routing::Multicast::Fib::IpGenRouteKey const& key, Bridging::VlanIdOrNone vlan,
               Qor::U16 vrfId) const;
    void reviewStopped() const;
-   void rewriteForFrr(MrouteLib::OifSetPtr const& oifSet);
+   void rewriteForFrr(MrouteSwitch& chip, MrouteLib::OifSetPtr const& oifSet);
 
    Qor::U32 const switchId_;
    Qor::Watched<VelCommonSmData, QorAcsd> acsd_;

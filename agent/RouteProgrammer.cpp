@@ -362,14 +362,17 @@ void RouteProgrammer::pointAt(Route& route, MtableOifSetPtr record) {
 // The record for the route's wanted set; null when there is no group for it.
 MtableOifSetPtr RouteProgrammer::allocateRecord(Route& route) {
    OifSetPtr const oifSet = sharedOifSet(route.target_->set);
+   bool const there = sharable(oifSet).has_value();
    for (Qor::U32 purges = zombies();; --purges) {
       Qor::U32 const before = zombies();
       if (MtableOifSetPtr const record = newRecord(route, oifSet)) {
          counters_.resurrections += zombies() < before;
+         wrote_ = wrote_ || !there;
          return record;
       }
       if (purges == 0 || zombies() == 0) return nullptr;
       purgeOldestZombie();
+      wrote_ = true;
       ++counters_.purges;
    }
 }

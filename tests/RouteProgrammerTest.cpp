@@ -1,184 +1,23 @@
-// The route programmer on the asynchronous platform of the simulated chip, in virtual time: what it
-// writes, what it does without room and with failing writes, and a long random life.
-#include <algorithm>
-#include <cstdio>
+// The route programmers of both paths on the simulated chip, in virtual time: what they write, what
+// they do without room and with failing writes, and a long random life.
 #include <functional>
-#include <map>
 #include <random>
 #include <set>
-#include <sstream>
 
-#include "Routing/Hardware/RouteStatus.h"
-#include "TestSupport.h"
-#include "agent/AsyncRouteProgrammer.h"
-#include "platform/sim/AsyncPlatform.h"
+#include "RouteProgrammerBench.h"
 
 namespace Agent {
 namespace {
 
-using Routing::Multicast::Fib::IpGenRouteKey;
-using Routing::Multicast::Fib::RouteKeyType;
-using Sim::WriteKind;
-using State = RouteProgrammer::State;
-namespace Hw = Routing::Multicast::Fib::Hardware;
+using Bench = BenchOn<AsyncSide>;
 
-Lnet::IntfId et(unsigned i) {
-   return Lnet::IntfId("et" + std::to_string(i));
-}
+template <class Side>
+class RouteProgrammers : public testing::Test {};
+using Sides = testing::Types<AsyncSide, SyncSide>;
+TYPED_TEST_SUITE(RouteProgrammers, Sides);
 
-struct VirtualTime {
-   VirtualTime() { Qor::activityManagerIs(time); }
-   ~VirtualTime() { Qor::activityManagerIs(nullptr); }
-
-   Qor::Ptr<Qor::ActivityManager> const time =
-         Qor::make<Qor::ActivityManager>(Qor::ActivityManager::TimeBase::virtualTime);
-};
-
-// The routing side of one test. Route n is (10.0.0.1, 239.0.0.n) in the VRF default, and 100 + n is
-// the same in the VRF red. The bench remembers what is wanted, and whenever all is settled, it sees
-// to it that the chip forwards that or nothing.
-class Bench : public VirtualTime {
- public:
-   struct Wish {
-      std::string oifs;  // as digits: "23" is et2 and et3
-      unsigned vlan;
-   };
-
-   explicit Bench(Sim::ChipConfig const& config = {}, Qor::Seconds callCost = 0)
-         : chip(Qor::make<Sim::Chip>(config)),
-           platform(Qor::make<Sim::AsyncPlatform>(
-                 "sim", chip,
-                 Sim::AsyncPlatformConfig{0, 0, {}, {RouteKeyType::bridged}, 0, callCost})) {
-      for (unsigned i = 1; i <= 8; ++i)
-         EXPECT_EQ(chip->portAdd(et(i), i, Bridging::VlanIdOrNone(Qor::U64{i})), "");
-      vrfIs(0);
-   }
-
-   static L3::VrfName vrfOf(unsigned n) { return L3::VrfName(n < 100 ? "default" : "red"); }
-   static IpGenRouteKey keyOf(unsigned n) { return testSupport::key(n % 100); }
-   // Makes the VRF of the routes from n on known.
-   void vrfIs(unsigned n) {
-      routeStatus->newVrfStatus(vrfOf(n), Vel::VrfId(n));
-      programmer->vrfReady(vrfOf(n));
-   }
-   static WantedRoute wanted(std::string const& oifs, unsigned vlan = 1) {
-      WantedRoute w;
-      w.acceptingIntfId = et(vlan);
-      w.acceptingVlan = Bridging::VlanIdOrNone(Qor::U64{vlan});
-      w.set.typeIs(RouteKeyType::routed);
-      for (char const c : oifs)
-         w.set.newPortVlan(MrouteLib::PortVlan(et(static_cast<unsigned>(c - '0'))), true);
-      return w;
-   }
-   void set(unsigned n, WantedRoute const& w) { programmer->routeIs(vrfOf(n), keyOf(n), w); }
-   void set(unsigned n, std::string const& oifs, unsigned vlan = 1) {
-      wishes[n] = {oifs, vlan};
-      set(n, wanted(oifs, vlan));
-   }
-   void del(unsigned n) {
-      wishes.erase(n);
-      programmer->routeDel(vrfOf(n), keyOf(n));
-   }
-   RouteProgrammer::Route const* route(unsigned n) const {
-      return programmer->route(vrfOf(n), keyOf(n));
-   }
-   // Who gets the packets of route n: "23"; or why nobody does.
-   std::string receivers(unsigned n, unsigned vlan = 1) {
-      auto const out = chip->forward({n / 100 * 100, keyOf(n).source().address(),
-                                      keyOf(n).group().address(), Bridging::VlanIdOrNone(vlan)});
-      std::ostringstream os;
-      if (out.result != Sim::Forwarding::forwarded) os << out.result;
-      for (MrouteLib::PortVlan const& copy : out.copies)
-         os << copy.intfId().name().substr(2);
-      return os.str();
-   }
-   void drain() {
-      time->runUntil(Qor::never);
-      EXPECT_TRUE(programmer->settled());
-      EXPECT_EQ(platform->audit(), std::vector<std::string>());
-      EXPECT_EQ(programmer->routes(), wishes.size() + others);
-      std::size_t inHardware = 0;
-      for (auto const& [n, wish] : wishes) {
-         ASSERT_TRUE(route(n));
-         SCOPED_TRACE(std::to_string(n) + ' ' + route(n)->reason());
-         bool const in = route(n)->state() == State::inHardware;
-         inHardware += in;
-         EXPECT_EQ(in, route(n)->reason().empty());
-         std::string const expected = wish.oifs.empty() ? "emptyGroup" : wish.oifs;
-         EXPECT_EQ(receivers(n, wish.vlan), in ? expected : "noRoute");
-      }
-      EXPECT_EQ(chip->routes().size(), inHardware);
-      EXPECT_EQ(hwStatus->routes(), inHardware + others);
-   }
-   // The chip writes since the last call: groups created and deleted / routes created, pointed and
-   // deleted.
-   std::string writes() {
-      std::string text;
-      for (auto const kind :
-           {WriteKind::groupCreate, WriteKind::groupDelete, WriteKind::routeCreate,
-            WriteKind::routePoint, WriteKind::routeDelete}) {
-         Qor::U64 const before = std::exchange(counted_[kind], chip->writes(kind));
-         text += (kind == WriteKind::routeCreate ? "/" : "") +
-                 std::to_string(counted_[kind] - before);
-      }
-      return text;
-   }
-   // Sets and withdraws routes in one pass, and lets everything settle: "1=23 2=4@2 -3" gives route
-   // 1 two outputs and route 2 another vlan, and takes 3 away; "purge" the zombies.
-   void now(std::string const& changes) {
-      std::istringstream in(changes);
-      for (std::string word; in >> word;) {
-         unsigned n = 0, vlan = 1;
-         char oifs[16] = "";
-         if (word == "purge") {
-            mrouteSwitch->zombieOifSetDelAll();
-         } else if (std::sscanf(word.c_str(), "-%u", &n) == 1) {
-            del(n);
-         } else {
-            EXPECT_GT(std::sscanf(word.c_str(), "%u=%15[0-9]@%u", &n, oifs, &vlan), 1);
-            set(n, oifs, vlan);
-         }
-      }
-      drain();
-   }
-
-   struct Step {
-      char const* changes;
-      // The first letters of the states of routes 1 and on, waiting ones by what they wait for:
-      // "hhge-f"; "-" for a route that is not wanted.
-      std::string states;
-      char const* writes;
-   };
-   void play(std::initializer_list<Step> const& steps) {
-      for (Step const& step : steps) {
-         SCOPED_TRACE(step.changes);
-         now(step.changes);
-         std::string states;
-         for (unsigned n = 1; n <= step.states.size(); ++n)
-            states += route(n) ? "mphgebvf"[static_cast<unsigned>(route(n)->state())] : '-';
-         EXPECT_EQ(states, step.states);
-         EXPECT_EQ(writes(), step.writes);
-      }
-   }
-
-   std::map<unsigned, Wish> wishes;
-   unsigned others = 0;  // in hardware beside the wishes, without an entry
-   Qor::Ptr<Sim::Chip> const chip;
-   Qor::Ptr<Sim::AsyncPlatform> const platform;
-   Qor::Ptr<Routing::Hardware::RouteStatus> const routeStatus =
-         Qor::make<Routing::Hardware::RouteStatus>();
-   Qor::Ptr<Hw::Status> const hwStatus = Qor::make<Hw::Status>();
-   Qor::Ptr<Vel::Mroute::AsyncMrouteSwitch> mrouteSwitch =
-         Vel::Mroute::asyncMrouteSwitchFactory("switch1", routeStatus, platform);
-   std::unique_ptr<AsyncRouteProgrammer> programmer = std::make_unique<AsyncRouteProgrammer>(
-         mrouteSwitch, Qor::make<MrouteLib::MrouteTableColl>(), hwStatus);
-
- private:
-   std::map<WriteKind, Qor::U64> counted_;
-};
-
-TEST(RouteProgrammer, AChangeWritesExactlyWhatItMust) {
-   Bench b;
+TYPED_TEST(RouteProgrammers, AChangeWritesExactlyWhatItMust) {
+   BenchOn<TypeParam> b;
    b.play({
          {"1=23", "h", "10/110"},
          {"2=23", "hh", "00/110"},      // the same set
@@ -203,8 +42,10 @@ TEST(RouteProgrammer, AChangeWritesExactlyWhatItMust) {
       b.drain();
       EXPECT_EQ(b.writes(), writes);
    };
-   w.bridgeAction = true;
-   expectWrites("00/111");
+   if constexpr (std::is_same_v<TypeParam, AsyncSide>) {  // else it moves to another table
+      w.bridgeAction = true;
+      expectWrites("00/111");
+   }
    w.rpaId = Wisp::Multicast::Fib::RpaIndex(7);
    expectWrites("00/111");
    w.acceptingIntfId = et(3);
@@ -246,12 +87,11 @@ TEST(RouteProgrammer, AChangeIsMadeBeforeItIsBrokenAndAfterFailedWritesToo) {
    EXPECT_EQ(b.programmer->counters().failedWrites, 4u);
 }
 
-TEST(RouteProgrammer, GroupsFitExactlyAndThoseThatWaitGoInInTheOrderOfArrival) {
-   Bench b({3, 100, 0, 0.001});
+TYPED_TEST(RouteProgrammers, GroupsFitExactlyAndThoseThatWaitGoInInTheOrderOfArrival) {
+   BenchOn<TypeParam> b({3, 100, 0, 0.001});
    // 8 shares; 9 would share with 4.
    b.play({{"1=1 2=2 3=3 4=4 5=5 6=6 7=45 8=3 9=4", "hhhgggghg", "30/440"}});
-   EXPECT_EQ(b.route(4)->reason(),
-             "no free multicast group (failure code 8); waits for a deletion");
+   EXPECT_TRUE(b.route(4)->reason().starts_with("no free multicast group"));
    EXPECT_EQ(b.programmer->counters().refusals, 5u);
    b.play({
          // Who comes in the same pass stays behind those that wait; who shares goes in with the
@@ -271,10 +111,10 @@ TEST(RouteProgrammer, GroupsFitExactlyAndThoseThatWaitGoInInTheOrderOfArrival) {
    EXPECT_EQ(b.programmer->counters().purges, 4u);
 }
 
-TEST(RouteProgrammer, EntriesFitExactlyAndThoseThatWaitGoInInTheOrderOfArrival) {
-   Bench b({100, 3, 0, 0.001});
+TYPED_TEST(RouteProgrammers, EntriesFitExactlyAndThoseThatWaitGoInInTheOrderOfArrival) {
+   BenchOn<TypeParam> b({100, 3, 0, 0.001});
    b.play({{"1=2 2=2 3=2 4=2 5=2 6=2 7=3", "hhheeee", "10/330"}});  // no group for those that wait
-   EXPECT_EQ(b.route(4)->reason(), "no free route entry (failure code 1024); waits for a deletion");
+   EXPECT_TRUE(b.route(4)->reason().starts_with("no free route entry"));
    b.play({
          {"-2 8=2", "h-hheeee", "00/111"},
          // No room for two entries of one route: it steps aside for its own change.
@@ -295,8 +135,8 @@ TEST(RouteProgrammer, ARouteThatNeedsNoEntryTakesAGroupOnly) {
    b.play({{"-9", "h", "11/110"}});
 }
 
-TEST(RouteProgrammer, ZombiesAreGivenUpOldestFirstAndNoMoreThanNeeded) {
-   Bench b({4, 100, 0, 0.001});
+TYPED_TEST(RouteProgrammers, ZombiesAreGivenUpOldestFirstAndNoMoreThanNeeded) {
+   BenchOn<TypeParam> b({4, 100, 0, 0.001});
    for (char const* const changes : {"1=1 2=2 3=3 4=4", "-3", "-1", "-2"}) {
       b.now(changes);
       b.time->advance(0.1);
@@ -370,8 +210,8 @@ class Meddler final : public Hw::VrfStatus::Notifiee {
    std::function<void()> act;
 };
 
-TEST(RouteProgrammer, HandlersMayChangeTheVeryRouteThatIsBeingProgrammed) {
-   Bench b;
+TYPED_TEST(RouteProgrammers, HandlersMayChangeTheVeryRouteThatIsBeingProgrammed) {
+   BenchOn<TypeParam> b;
    Meddler meddler;
    meddler.notifierIs(b.hwStatus->vrfStatusIs(L3::VrfName("default")));
    meddler.act = [&] { b.del(1); };  // while it is being placed
@@ -383,8 +223,8 @@ TEST(RouteProgrammer, HandlersMayChangeTheVeryRouteThatIsBeingProgrammed) {
    EXPECT_EQ(b.receivers(1), "4");
 }
 
-TEST(RouteProgrammer, TakesEverythingOutOfTheChipWhenItGoes) {
-   Bench b;
+TYPED_TEST(RouteProgrammers, TakesEverythingOutOfTheChipWhenItGoes) {
+   BenchOn<TypeParam> b;
    b.now("1=2 2=2@2 3=3");
    b.set(4, "4");  // still to be written
    b.set(1, "5");
@@ -396,10 +236,12 @@ TEST(RouteProgrammer, TakesEverythingOutOfTheChipWhenItGoes) {
    b.mrouteSwitch = nullptr;
    b.time->runUntil(Qor::never);
    EXPECT_EQ(b.chip->routes().size(), 0u);
-   EXPECT_EQ(b.chip->groups(), 1u);  // the one that is held from outside
+   // The group that is held from outside stays; the synchronous platform clears its chip.
+   EXPECT_EQ(b.chip->groups(), (std::is_same_v<TypeParam, AsyncSide>));
 }
 
 // A long random life: beside what a bench expects, nobody waits for what there is.
+template <class Side>
 class RandomLife {
  public:
    explicit RandomLife(unsigned seed)
@@ -420,7 +262,9 @@ class RandomLife {
          b_.del(b_.wishes.begin()->first);
       b_.drain();
       EXPECT_EQ(b_.platform->routesAllocated() + b_.programmer->waiting(), 0u);
-      EXPECT_EQ(b_.platform->groupsAllocated(), b_.mrouteSwitch->zombieOifSet().size());
+      b_.mrouteSwitch->zombieOifSetDelAll();
+      b_.drain();
+      EXPECT_EQ(b_.platform->groupsAllocated(), 0u);
    }
 
  private:
@@ -446,13 +290,19 @@ class RandomLife {
    }
 
    void expectNobodyWaitsInVain() {
+      if constexpr (std::is_same_v<Side, SyncSide>) {
+         // What failed waits for the next review.
+         faultsAre(false);
+         b_.mrouteSwitch->mrouteReviewKickIs(b_.mrouteSwitch->mrouteReviewKick() + 1);
+      }
       b_.drain();
       std::set<std::string> shared, waiting;  // sets: of routes in hardware, as far as sharable
       bool const entriesFull = b_.platform->routesAllocated() == b_.chip->config().routes;
       for (auto const& [n, wish] : b_.wishes) {
          auto const* const route = b_.route(n);
          if (route->state() == State::inHardware) {
-            auto const record = Qor::ptrCast<Vel::Mroute::AsyncMtableOifSet>(route->record());
+            auto const record =
+                  Qor::ptrCast<typename Side::Switch::RecordPtr::element_type>(route->record());
             if (!record->dirty()) shared.insert(wish.oifs);
          } else if (route->state() == State::waitingGroup) {
             waiting.insert(wish.oifs);
@@ -467,14 +317,14 @@ class RandomLife {
    }
 
    std::mt19937 random_;
-   Bench b_;
+   BenchOn<Side> b_;
    bool const faulty_;
 };
 
-TEST(RouteProgrammer, ForwardsWhatIsWantedThroughALongRandomLife) {
-   for (unsigned seed = 1; seed <= 12 && !HasFailure(); ++seed) {
+TYPED_TEST(RouteProgrammers, ForwardWhatIsWantedThroughALongRandomLife) {
+   for (unsigned seed = 1; seed <= 12 && !this->HasFailure(); ++seed) {
       SCOPED_TRACE("seed " + std::to_string(seed));
-      RandomLife(seed).live(3000);
+      RandomLife<TypeParam>(seed).live(3000);
    }
 }
 

@@ -374,6 +374,42 @@ TEST_F(TopSm, SaysWhatItDoes) {
 )");
 }
 
+TEST_F(TopSm, TheReactorMayGoInAnyHook) {
+   config_->newConfig("a")->counterRouteIs(key(1));
+   acsd_->verifyDataIs(Qor::make<Vel::VerifyData>());
+   for (std::string const hook : {"handleMulticastRouting 0", "handleMulticastRouting 1", "mode",
+                                  "create", "delete", "clear", "read", "ageOut", "verify"}) {
+      SCOPED_TRACE(hook);
+      start();
+      hooks_->onHook = [&](std::string const& call) {
+         if (call.starts_with(hook)) sm_ = nullptr;
+      };
+      config_->allCounterIs(true);
+      run(2);
+      acsd_->verifyData()->verifyIs(acsd_->verifyData()->verify() + 1);
+      hw_->hwRoutingIs(false);
+      hw_->hwRoutingIs(true);
+      config_->counterModeIs(config_->counterMode() == CounterMode::bytes ? CounterMode::packets
+                                                                          : CounterMode::bytes);
+      ctl_->limitIs(2);
+      if (sm_) Qor::Ptr<MrouteSm>(sm_)->updateMfibCounter(key(2), 1, true);
+      ctl_->limitIs(99);
+      config_->allCounterIs(false);
+      EXPECT_EQ(sm_, nullptr);
+      EXPECT_EQ(time_->nextDeadline(), Qor::never);
+      EXPECT_EQ(status_->counter().size() + ctl_->currSize() + ctl_->currActive(), 0u);
+      hooks_->onHook = nullptr;
+   }
+}
+
+TEST_F(TopSm, AVrfWhoseNumberIsTooLongForTheHooksIsAProgrammingError) {
+   l3_->vrfNameToVrfIdIs("a", Vel::VrfId(0x10000));
+   config_->allCounterIs(true);
+   start();
+   auto const vrf = config_->newConfig("a");
+   EXPECT_DEATH(vrf->counterRouteIs(key(1)), "Assertion `vrfId\\.value\\(\\) <= 0xFFFF' failed");
+}
+
 TEST_F(TopSm, EveryCombinationOfMissingInputsLivesCleanly) {
    EXPECT_THROW(Vel::MrouteSmIs(acsd_, l3_, config_, hw_, nullptr, nullptr, enabled_),
                 Qor::RangeException);

@@ -56,8 +56,10 @@ class SyncSm : public OnVirtualTime {
          EXPECT_EQ(chip_->portAdd(intf(i), i, vlan(i)), "");
       platform_ = Qor::make<Sim::SyncPlatform>("platform", chip_, 7,
                                                Sim::SyncPlatformConfig{16, callCost});
-      platform_->hookObserverIs(
-            [this](std::string_view hook) { journal_.add("hook " + std::string(hook)); });
+      platform_->hookObserverIs([this](std::string_view hook) {
+         journal_.add("hook " + std::string(hook));
+         if (onHook_.first == hook) std::exchange(onHook_, {}).second();
+      });
       in_.mrouteHelper = platform_;
       in_.acsd->verifyDataIs(Qor::make<Vel::VerifyData>());
       in_.l3Status->vrfNameToVrfIdIs("default", Vel::VrfId(1));
@@ -119,7 +121,15 @@ class SyncSm : public OnVirtualTime {
    Qor::U64 asked() const { return platform_->calls(SyncHook::mrouteHitBit); }
    Qor::U64 kicks() const { return switch_->mrouteReviewKick(); }
 
+   // A switch beside the one that the reactor has.
+   Qor::Ptr<MrouteSwitch> otherSwitch() {
+      return Vel::mrouteSwitchFactory("other", 7, in_.acsd, in_.l3Status, platform_, nullptr,
+                                      in_.mfibHwStatus);
+   }
+
    Journal journal_{"VelSyncMrouteSm"};
+   // What happens when this hook is called next.
+   std::pair<std::string, std::function<void()>> onHook_;
    Qor::Ptr<Sim::Chip> chip_;
    Qor::Ptr<Sim::SyncPlatform> platform_;
    Inputs in_;
@@ -189,6 +199,65 @@ TEST_F(SyncSm, EachInputButTheSwitchMayBeNull) {
    EXPECT_EQ(errorText([&] { in_.sm(nullptr); }),
              "null _mrouteSwitch parameter to mutator for Vel::MrouteSwitchSm::mrouteSwitch not "
              "allowed\"");
+}
+
+TEST_F(SyncSm, AConfigurationThatComesLateOrAnewIsPolledBy) {
+   auto const config = std::exchange(in_.mfibConfig, nullptr);
+   freshSwitch();
+   sm_ = in_.sm(switch_);
+   program(1, set(2));
+   EXPECT_EQ(aging(), Qor::never);
+   config->activityPollingIntervalIs(5);
+   sm_->mfibConfigIs(config);
+   EXPECT_EQ(aging(), 5);
+   EXPECT_EQ(in_.mfibHwStatus->pollingInterval(), 5);
+   time_->runUntil(1);
+   auto const next = Qor::make<Fib::VrfConfig>();
+   next->activityPollingIntervalIs(9);
+   sm_->mfibConfigIs(next);
+   EXPECT_EQ(aging(), 1);
+   EXPECT_EQ(in_.mfibHwStatus->pollingInterval(), 9);
+}
+
+TEST_F(SyncSm, AnotherSwitchIsTakenUpAsItIs) {
+   auto const first = switch_;
+   switch_ = otherSwitch();
+   program(1, set(2, 1, 3));
+   program(2, set(4));
+   OifSetPtr const waiting = switch_->frrMtableOifSet().begin()->first;
+   switch_->inUseRecord(waiting)->dirtyIs(true);
+   switch_->frrProcessingOifSetIs(waiting, switch_->inUseRecord(waiting).get());
+   sm_->mrouteSwitchIs(switch_);
+   EXPECT_EQ(receivers(1), "et3");
+   EXPECT_EQ(aging(), 60);
+   sm_->mrouteSwitchIs(first);
+   EXPECT_EQ(aging(), Qor::never);
+   switch_->doDeleteRoute(switch_->route().begin()->first);
+   sm_->mrouteSwitchIs(switch_);
+   EXPECT_EQ(in_.zombieClock->timeMin(), 4);
+}
+
+TEST_F(SyncSm, TheReactorAndTheSwitchMayGoInAnyHook) {
+   for (std::string const hook :
+        {"mrouteFull", "doAllocateMtableOifSet", "handleFreeMtableOifSet", "mrouteHitBit",
+         "mrouteHitBitCacheRefresh", "mrouteHitBitCacheClear", "doCommitMrouteBatch",
+         "verifyMroute"}) {
+      SCOPED_TRACE(hook);
+      build();
+      program(1, set(2, 1, 3));
+      program(2, set(4, 1, 5));
+      switch_->doDeleteRoute(program(3, set(6)));
+      switch_->mrouteTcamFreeIs(false);
+      onHook_ = {hook, [this] { sm_ = nullptr, switch_ = nullptr; }};
+      in_.acsd->verifyData()->verifyIs(1);
+      requestReview();
+      down(1);
+      time_->runUntil(time_->now() + 61);
+      EXPECT_EQ(sm_, nullptr);
+      EXPECT_EQ(chip_->groups() + chip_->routes().size(), 0u);
+      EXPECT_EQ(time_->nextDeadline(), Qor::never);
+      in_.mfibHwStatus->vrfStatusDelAll();
+   }
 }
 
 TEST_F(SyncSm, FollowsTheInterfacesOfTheDirectory) {
@@ -275,12 +344,18 @@ TEST_F(SyncSm, TheZombieClockFollowsTheFirstToExpire) {
    EXPECT_EQ(chip_->groups(), 0u);
    EXPECT_EQ(in_.zombieClock->timeMin(), Qor::never);
 
+   // Once the switch is marked, the clock has nothing more to do.
    RouteHandle const last = program(3, set(4));
+   switch_->doDeleteRoute(program(4, set(5)));
    switch_->deletedIs(true);
+   journal_.take();
    switch_->zombieOifSetNotify({});
    switch_->doDeleteRoute(last);
-   EXPECT_EQ(in_.zombieClock->timeMin(), Qor::never);
+   EXPECT_EQ(in_.zombieClock->timeMin(), 9);
    EXPECT_EQ(journal_.count("6 MrouteSwitch marked for deletion - skipping zombie handling"), 1);
+   time_->runUntil(9);
+   EXPECT_EQ(chip_->groups(), 0u);
+   EXPECT_EQ(in_.zombieClock->timeMin(), Qor::never);
 }
 
 // ---- Aging ----
@@ -340,6 +415,24 @@ TEST_F(SyncSm, ABusyHitBitCacheIsAskedAgainThoughNoRouteChanges) {
    time_->runUntil(60.025);
    EXPECT_EQ(asked(), 1u);
    EXPECT_DOUBLE_EQ(aging(), 120.02);
+}
+
+TEST_F(SyncSm, AReviewThatLosesItsGroundEndsWithTheClockDisarmed) {
+   std::function<void()> const losses[] = {
+         [&] { sm_->mfibConfigDel(); },
+         [&] {
+            while (!switch_->route().empty())
+               switch_->doDeleteRoute(switch_->route().begin()->first);
+         }};
+   for (auto const& loss : losses) {
+      SCOPED_TRACE(&loss - losses);
+      build();
+      program(1, set(2));
+      program(2, set(2));
+      onHook_ = {"mrouteHitBit", loss};
+      time_->runUntil(aging());
+      EXPECT_EQ(aging(), Qor::never);
+   }
 }
 
 // Each question costs 0.02 s: three fit into a slice of 0.05 s.
@@ -480,6 +573,29 @@ TEST_F(SyncSm, AZombieIsNotReroutedAndARefusedRewriteIsDropped) {
    EXPECT_TRUE(switch_->frrProcessingOifSet().empty());
    EXPECT_EQ(receivers(2), "et4");
    EXPECT_EQ(journal_.count("blip MrouteSwitchSm::handleClockHW resource full"), 1);
+}
+
+// Keeps one set from being rerouted as soon as another is.
+struct Withdrawer final : MrouteSwitch::Notifiee {
+   void onFrrProcessingOifSet(OifSetPtr const&) override { sw->frrMtableOifSetDel(withdrawn); }
+   MrouteSwitch* sw = nullptr;
+   OifSetPtr withdrawn;
+};
+
+TEST_F(SyncSm, ListenersMayWithdrawSetsAndHooksMayReplaceTheSwitchDuringAReroute) {
+   OifSetPtr const first = set(2, 1, 3), second = set(4, 1, 5), third = set(6, 1, 7);
+   program(1, first);
+   program(2, second);
+   program(3, third);
+   Withdrawer withdrawer;
+   withdrawer.sw = switch_.get();
+   withdrawer.withdrawn = second;
+   withdrawer.notifierIs(switch_);
+   auto const other = otherSwitch();
+   onHook_ = {"doAllocateMtableOifSet", [&] { sm_->mrouteSwitchIs(other); }};
+   down(1);
+   EXPECT_EQ(receivers(1) + receivers(2) + receivers(3), "et3et4et7");
+   EXPECT_EQ(sm_->mrouteSwitch(), other);
 }
 
 // Each rewrite costs 0.03 s: four begin within 0.1 s.
