@@ -91,8 +91,8 @@ void AsyncMrouteSwitchSm::updateFrrMtableOif(Lnet::IntfId intfId) {
       auto record = chip.record(oifSet, named);
       if (!record) record = chip.inUseRecord(oifSet);
       chip.frrMtableOifSetDel(oifSet);
-      entry = waiting.resume(entry);
       if (record) chip.frrProcessingOifSetIs(oifSet, record.get());
+      entry = waiting.resume(entry);  // last: a listener may have withdrawn others
    }
    handleClock();
 }

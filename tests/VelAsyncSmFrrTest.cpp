@@ -96,6 +96,21 @@ blip  Overwrite with pvSet {et3:1003 frr et3:1003 iif et1} to mcastId: 0
    EXPECT_EQ(switch_->frrMtableOifSet().size(), 3u);
 }
 
+TEST_F(AsyncSmFrr, AListenerMayWithdrawTheNextSet) {
+   struct Withdrawer final : AsyncMrouteSwitch::Notifiee {
+      void onFrrProcessingOifSet(OifSetPtr const&) override { sw->frrMtableOifSetDel(withdrawn); }
+      AsyncMrouteSwitch* sw = nullptr;
+      OifSetPtr withdrawn;
+   } withdrawer;
+   withdrawer.sw = switch_.get();
+   withdrawer.withdrawn = set({4}, 1, {5});
+   routes_ = {program(0, set({2}, 1, {3})), program(1, withdrawer.withdrawn)};
+   start();
+   withdrawer.notifierIs(switch_);
+   down(1);
+   EXPECT_EQ(receiversOfAll(), "et3,et4");
+}
+
 TEST_F(AsyncSmFrr, OnlyDownAndLowerLayerDownAreFailures) {
    start();
    for (unsigned state = 1; state <= 7; ++state) {
