@@ -67,7 +67,6 @@ class Recorder final : public VelHelper::MrouteSmHelper {
    void doDeleteMrouteBoundary(U32 id, U16 vrf, RouteHandle h, BoundaryPtr b) override {
       call("doDeleteMrouteBoundary", id, vrf, h, b->key());
    }
-   void doCommitMrouteBatch() override { call("doCommitMrouteBatch"); }
    bool isFull(char const* hook, U32 id) {
       call(hook, id);
       return full;
@@ -75,12 +74,6 @@ class Recorder final : public VelHelper::MrouteSmHelper {
    bool mrouteFull(U32 id) override { return isFull("mrouteFull", id); }
    bool mrouteBoundaryFull(U32 id) override { return isFull("mrouteBoundaryFull", id); }
    bool mtableFull(U32 id) override { return isFull("mtableFull", id); }
-   void verifyMroute(U32 id, U16 vrf, RoutePtr r) override {
-      call("verifyMroute", id, vrf, r->handle());
-   }
-   void verifyMrouteBoundary(U32 id, U16 vrf, BoundaryPtr b) override {
-      call("verifyMrouteBoundary", id, vrf, b->handle());
-   }
 
    Journal& journal;
 };
