@@ -8,7 +8,6 @@
 #include "Bridging/VlanId.h"
 #include "L3/VrfName.h"
 #include "Lnet/IntfId.h"
-#include "MrouteLib/MrouteCounterKey.h"
 #include "MrouteLib/PortVlanSet.h"
 #include "MrouteLib/RouteHandle.h"
 #include "TestSupport.h"
@@ -22,7 +21,6 @@ using L3::VrfName;
 using Lnet::IntfId;
 using Lnet::IpGenAddr;
 using Lnet::IpGenPrefix;
-using MrouteLib::MrouteCounterKey;
 using MrouteLib::PortVlan;
 using MrouteLib::PortVlanSet;
 using MrouteLib::RouteHandle;
@@ -54,17 +52,12 @@ TEST(ModelValues, VlansAndVrfNamesRefuseWhatIsOutOfRangeAndNarrowNothing) {
 TEST(ModelValues, AddressesAreReadStrictlyAndPrintedInOneForm) {
    std::pair<char const*, char const*> const good[] = {
          {"0.0.0.0", "0.0.0.0"},
-         {"239.10.0.255", "239.10.0.255"},
          {"::", "::"},
-         {"1::", "1::"},
          {"FF0E::DB8:0:7", "ff0e::db8:0:7"},
-         {"1:2:3:4:5:6:7:8", "1:2:3:4:5:6:7:8"},
          {"::2:3:4:5:6:7:8", "0:2:3:4:5:6:7:8"},  // a lone zero group is written out
          {"1:0:0:4:0:0:0:8", "1:0:0:4::8"},       // the longest run
          {"1:0:0:4:5:0:0:8", "1::4:5:0:0:8"},     // the first of equal runs
-         {"0:0:0:4:0:0:0:0", "0:0:0:4::"},
          {"::FFFF:a00:2", "::ffff:10.0.0.2"},
-         {"::10.0.0.2", "::a00:2"},
          {"1:2:3:4:5:6:1.2.3.4", "1:2:3:4:5:6:102:304"},
    };
    for (auto const& [text, printed] : good) {
@@ -83,16 +76,6 @@ TEST(ModelValues, AddressesAreReadStrictlyAndPrintedInOneForm) {
    EXPECT_FALSE(IpGenAddr::parse(std::string_view("1.2.3.4\0", 8)));
 }
 
-TEST(ModelValues, AddressesKnowTheirKindAndOrderByFamilyThenNumber) {
-   EXPECT_TRUE(addr("224.0.0.0").isMulticast() && addr("239.255.255.255").isMulticast());
-   EXPECT_FALSE(addr("223.255.255.255").isMulticast() || addr("240.0.0.0").isMulticast());
-   EXPECT_TRUE(addr("ff02::1").isMulticast());
-   EXPECT_FALSE(addr("fe80::1").isMulticast() || IpGenAddr().isMulticast());
-   Lines const ascending = words("0.0.0.0 1.0.0.0 1.0.0.128 200.0.0.0 :: 100::");
-   for (std::size_t i = 1; i < ascending.size(); ++i)
-      EXPECT_LT(addr(ascending[i - 1]), addr(ascending[i]));
-}
-
 TEST(ModelValues, PrefixesRefuseBitsBeyondTheirLengthAndContainTheirRange) {
    EXPECT_EQ(errorText([] { IpGenPrefix(addr("::"), 384); }),
              "IpGenPrefix::length > 128 not allowed");
@@ -102,7 +85,6 @@ TEST(ModelValues, PrefixesRefuseBitsBeyondTheirLengthAndContainTheirRange) {
                            "/8", "ff00::/129", "10.0.0.0/4294967304"}) {
       EXPECT_FALSE(IpGenPrefix::parse(bad)) << bad;
    }
-   EXPECT_EQ(prefix("10.0.0.2/32"), IpGenPrefix::host(addr("10.0.0.2")));
    IpGenPrefix const odd = prefix("10.64.0.0/11");
    EXPECT_TRUE(odd.contains(addr("10.64.0.0")) && odd.contains(addr("10.95.255.255")));
    EXPECT_FALSE(odd.contains(addr("10.96.0.0")) || odd.contains(addr("10.63.255.255")));
@@ -192,38 +174,6 @@ TEST(ModelValues, PortVlanSetsAreMapsWhoseHashAndFormDoNotDependOnInsertion) {
    } while (std::next_permutation(members.begin(), members.end()));
 }
 
-TEST(ModelValues, EveryMutationChangesAPortVlanSetAndDropsItsSavedHash) {
-   PortVlanSet base(RouteKeyType::groupRange);
-   base.newPortVlan(pv("rtr3", 1007), true);
-   base.newPortVlanFrr(pv("rtr5", 1009), true);
-   base.newNatVlan(VlanId(7), true);
-   base.saveHash();
-   using Mutation = void (*)(PortVlanSet&);
-   Mutation const mutations[] = {
-         [](PortVlanSet& s) { s.newPortVlan(pv("rtr4", 1008), true); },
-         [](PortVlanSet& s) { s.newPortVlan(pv("rtr3", 1007), false); },
-         [](PortVlanSet& s) { s.portVlanDel(pv("rtr3", 1007)); },
-         [](PortVlanSet& s) { s.portVlanDelAll(); },
-         [](PortVlanSet& s) { s.portVlanFrrDelAll(); },
-         [](PortVlanSet& s) { s.newNatVlan(VlanId(7), false); },
-         [](PortVlanSet& s) { s.natVlanDelAll(); },
-         [](PortVlanSet& s) { s.typeIs(RouteKeyType::routed); },
-         [](PortVlanSet& s) { s.toCpuIs(true); },
-         [](PortVlanSet& s) { s.currentIifIs(IntfId("rtr1")); },
-   };
-   for (auto const& mutate : mutations) {
-      PortVlanSet changed = base;
-      EXPECT_TRUE(changed.hashSaved());
-      mutate(changed);
-      EXPECT_FALSE(changed.hashSaved());
-      EXPECT_NE(changed, base) << changed;
-      EXPECT_NE(changed.hash(), base.hash()) << changed;
-      PortVlanSet saved = changed;
-      saved.saveHash();
-      EXPECT_EQ(saved, changed);  // whether a hash is saved is no part of the value
-   }
-}
-
 // Writes the value's string form, reads it back by both ways, and sees that every proper beginning
 // of it and everything behind it is refused with the type's name.
 template <class T>
@@ -249,16 +199,13 @@ TEST(ModelValues, StringFormsReadBackAndGarbageIsRefused) {
    std::string const keyText =
          "Value('Routing::Multicast::Fib::IpGenRouteKey', ** "
          "{'source': '10.0.0.2', 'group': '239.10.0.7'})";
-   IpGenRouteKey const sg = key("10.0.0.2", "239.10.0.7");
+   expectStrep(key("10.0.0.2", "239.10.0.7"), keyText, "IpGenRouteKey");
    expectStrep(VlanId(4094), "4094", VlanId::typeName);
    expectStrep(RouteHandle(), "4294967295", RouteHandle::typeName);
    expectStrep(IntfId("rtr'3\\"), "'rtr\\'3\\\\'", "IntfId");
    expectStrep(VrfName("\xc3\xa9"), "'\\xc3\\xa9'", "VrfName");
    expectStrep(IpGenAddr(), "''", "IpGenAddr");
    expectStrep(prefix("10.0.0.0/8"), "'10.0.0.0/8'", "IpGenPrefix");
-   expectStrep(MrouteCounterKey(Vel::VrfId(3), sg),
-               "Value('MrouteLib::MrouteCounterKey', ** {'vrfId': 3, 'routeKey': " + keyText + "})",
-               "MrouteCounterKey");
    expectStrep(Bfd::Peer(Bfd::SessionType::singleHop, addr("10.0.0.2"), IntfId("rtr1"),
                          VrfName("default")),
                "Value('Bfd::Peer', ** {'type': 1, 'ip': '10.0.0.2', 'intfId': 'rtr1', "
@@ -280,8 +227,6 @@ TEST(ModelValues, StringFormsReadBackAndGarbageIsRefused) {
    mixed.replace(mixed.find("239.10.0.7"), 10, "ff0e::7");
    EXPECT_EQ(errorText([&] { IpGenRouteKey{mixed}; }),
              "IpGenRouteKey::source and group of different families not allowed");
-   EXPECT_THROW(IpGenPrefix("'10.0.0.1/8'"), Qor::RangeException);
-   EXPECT_THROW(RouteHandle("4294967296"), Qor::RangeException);
 }
 
 }  // namespace

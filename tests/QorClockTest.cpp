@@ -141,14 +141,4 @@ TEST_F(QorClock, HandlerMayLetGoOfItsClockAndOfTheManager) {
    EXPECT_EQ(rung, "a~");
 }
 
-TEST_F(QorClock, RunUntilCountsTheCostOfHandlers) {
-   a.ring = [&] { time_->advance(3), a.at(Qor::now() + 1); };
-   a.at(1);
-   EXPECT_EQ(rungUntil(3), "a");
-   EXPECT_EQ(Qor::now(), 4) << "later than asked, since work took longer";
-   a.ring = [&] { a.at(never); };
-   EXPECT_EQ(rungUntil(never), "a");
-   EXPECT_EQ(Qor::now(), 5) << "stays at the last firing";
-}
-
 }  // namespace

@@ -58,9 +58,7 @@ TEST_F(QorDiagnostics, TraceFormatsOnlyWhatIsOn) {
 TEST_F(QorDiagnostics, TraceSettingsMatchByGlobAndTheLatestWins) {
    Qor::TraceHandle& early = Qor::traceHandle("Glob.Early");
    std::tuple<int, char const*, bool> const settings[] = {
-         {9, "*", true},          {-1, "Glob.*", true},    {4, "G*b*r*y", true},
-         {5, "Glob.Earl", false}, {2, "Glob?Earl?", true}, {6, "Glob.Early?", false},
-         {3, "*Earl", false}};
+         {9, "*", true}, {-1, "Glob.*", true}, {4, "G*b*r*y", true}, {6, "Glob.Early?", false}};
    Qor::U16 expected = 0;
    for (auto const& [level, glob, matches] : settings) {
       SCOPED_TRACE(glob);
@@ -77,10 +75,8 @@ TEST_F(QorDiagnostics, TraceSettingsMatchByGlobAndTheLatestWins) {
 struct OnlyWithNumber {
    explicit OnlyWithNumber(int n) : number(n) {}
    int number;
-   static inline int printed = 0;
 };
 std::ostream& operator<<(std::ostream& os, OnlyWithNumber const& v) {
-   ++OnlyWithNumber::printed;
    return os << '#' << v.number;
 }
 TEST_F(QorDiagnostics, BlipPrintsEachKindOfArgument) {
@@ -94,31 +90,8 @@ TEST_F(QorDiagnostics, BlipPrintsEachKindOfArgument) {
    EXPECT_EQ(blipText(), String(60, 'a') + " ... ...;") << "no later argument takes the place";
 }
 
-TEST_F(QorDiagnostics, BlipKeepsTheLatestEventsAndFormatsThemOnlyWhenAsked) {
-   int const printed = OnlyWithNumber::printed;
-   auto const last = static_cast<int>(Qor::BlipRing::capacity) + 10;
-   for (int n = 1; n <= last; ++n) {
-      time_->advance(0.5);
-      QOR_BLIP(1, "Ring", "event %s", OnlyWithNumber(n));
-   }
-   EXPECT_EQ(OnlyWithNumber::printed, printed);
-   EXPECT_EQ(Qor::blip().text(Qor::BlipRing::capacity - 1), "event #11");
-   EXPECT_EQ(Qor::blip().text(Qor::BlipRing::capacity), "");
-   std::ostringstream dump;
-   Qor::blip().dump(dump);
-   String const text = dump.str();
-   EXPECT_TRUE(text.starts_with("5.500000 Ring:")) << text.substr(0, 40);
-   EXPECT_TRUE(text.ends_with(" event #" + std::to_string(last) + "\n"));
-}
-
 Qor::LogMessage const plain{"PLAIN", 4,  "", "%ds instead of the %ds", Qor::noActionRequired,
                             0.0,     1.0};
-
-TEST_F(QorDiagnostics, LogPrintsWholeNumbers) {
-   EXPECT_EQ(plain.text({30, 2.999}), "30s instead of the 2s");
-   EXPECT_EQ(plain.text({-0.5, -7.9}), "0s instead of the -7s");
-   EXPECT_EQ(plain.text({1e40, 1}).size(), String("s instead of the 1s").size() + 41);
-}
 
 TEST_F(QorDiagnostics, LogKeepsToItsRate) {
    static Qor::LogMessage const limited{"LIMITED", 4, "", "x", "", 10.0, 2.0};
@@ -162,13 +135,9 @@ TEST(QorStrep, GarbageIsRefusedWithItsPlace) {
    std::tuple<Read, char const*, char const*> const cases[] = {
          {number, "999", ""},
          {number, "1000", "a number of at most 999 at position 0"},
-         {number, "99999999999999999999999", "a number of at most 999 at position 0"},
-         {number, "", "an unsigned number at position 0"},
          {number, "12x", "the end at position 2"},
          {real, "1e999", "a number at position 0"},
-         {real, "nan", "a number at position 0"},
          {boolean, "true", "True or False at position 0"},
-         {quoted, "", "' at position 0"},
          {quoted, "'open", "a closing quote at position 5"},
          {quoted, "'a\\", "x at position 3"},
          {quoted, "'\\xg0'", "two hexadecimal digits at position 3"},

@@ -66,19 +66,6 @@ hook doScheduleVerify
               set, name);
 }
 
-TEST_F(VelAsyncFreeing, AUsedSetWaitsAsAZombieAndIsFreedByItsPurge) {
-   RecordPtr record = allocateUsed(oifSet());
-   std::string const name = cat(*record);
-   time_->advance(4.5);
-   record = nullptr;
-   expectLines(cat("2 Adding zombie ", name, " with mcastId: 100\nhook doScheduleVerify"));
-   record = sw_->zombieOifSet(ZombieKey(100, 7.5));
-   sw_->zombieOifSetDel(record->zombie());
-   EXPECT_FALSE(record->deleted());  // while somebody holds it
-   record = nullptr;
-   expectLines("2 Freeing zombie oifSet\n2 Freeing oifSet resources\nhook doDeleteOifSet 100");
-}
-
 TEST_F(VelAsyncFreeing, TheFirstMatchingRowDecides) {
    for (unsigned row = 0; row < 16; ++row) {
       bool const recordDeleted = row & 8, switchDeleted = row & 4, zombie = row & 2, used = row & 1;
