@@ -406,6 +406,12 @@ TEST_F(SyncSm, AChangedIntervalRestartsARunningReviewOnly) {
    EXPECT_EQ(aging(), 10);
 }
 
+TEST_F(SyncSm, AVrfWhoseNumberIsTooLongForTheHooksIsAProgrammingError) {
+   program(1, set(2));
+   in_.l3Status->vrfNameToVrfIdIs("default", Vel::VrfId(0x10000));
+   EXPECT_DEATH(sm_->doRouteAgingReview(), "Assertion `id <= 0xFFFF' failed");
+}
+
 TEST_F(SyncSm, ABusyHitBitCacheIsAskedAgainThoughNoRouteChanges) {
    program(1, set(2));
    platform_->faults().hitBitsBusyNext(2);
@@ -620,6 +626,20 @@ TEST_F(SyncSm, ManySetsAreRewrittenInPassesAndEachOnce) {
    EXPECT_EQ(sm_->clock()->timeMin(), Qor::never);
    for (unsigned n : {1, 5, 8, 10})
       EXPECT_EQ(receivers(n), "et3");
+}
+
+TEST_F(SyncSm, WhatAReactorLeavesWaitingIsRewrittenByTheNextFromTheBeginning) {
+   build(0.03);
+   for (unsigned n = 1; n <= 5; ++n)
+      program(n, set(2, 1, 3));
+   down(1);
+   EXPECT_EQ(switch_->frrProcessingOifSet().size(), 1u);
+   sm_ = nullptr;
+   EXPECT_EQ(time_->nextDeadline(), Qor::never);
+   journal_.take();
+   sm_ = in_.sm(switch_);
+   EXPECT_EQ(receivers(5), "et3");
+   EXPECT_TRUE(journal_.like("8 ")[0].ends_with(cat("FrrProcessingOifSet: ", OifSetPtr())));
 }
 
 }  // namespace

@@ -58,7 +58,7 @@ hook doAllocateMtableOifSet 5 0 $
 }
 
 TEST_F(VelSync, ADirtyIndexIsNotSharedAndThePlatformIsToldOfIt) {
-   OifSetPtr const set = oifSet();
+   OifSetPtr const set = oifSet("et9");
    std::vector<RecordPtr> records{allocate(set)};
    for (Qor::U32 const dirtyIndex : {31u, 0u}) {
       records.back()->oifSetIndexIs(dirtyIndex);
@@ -71,6 +71,20 @@ TEST_F(VelSync, ADirtyIndexIsNotSharedAndThePlatformIsToldOfIt) {
       EXPECT_EQ(sw_->inUseRecord(set), records.back());
    }
    EXPECT_EQ(records.back()->oifSetIndex(), 33u);
+   // Its end takes the entries of the set along, though they name a newer record by now.
+   l3_->multicastZombiesEnabledIs(false);
+   sw_->frrProcessingOifSetIs(set, records.back().get());
+   records.erase(records.begin());
+   EXPECT_EQ(sw_->inUseRecord(set), nullptr);
+   EXPECT_TRUE(sw_->frrMtableOifSet().empty() && sw_->frrProcessingOifSet().empty());
+   EXPECT_TRUE(sw_->oifSetIndexColl(33));
+
+   MrouteLib::PortVlanSet both(RouteKeyType::routed);
+   both.newPortVlan(pv("et1"), true);
+   both.toCpuIs(true);
+   records.push_back(allocate(Qor::make<MrouteLib::OifSet>(nullptr, both)));
+   EXPECT_TRUE(records.back()->toCpu());
+   EXPECT_TRUE(sw_->frrMtableOifSet().empty());  // it uses none
 }
 
 std::string freed(Qor::U32 index, OifSetPtr const& set) {
@@ -332,8 +346,9 @@ TEST_F(VelSync, AHandleIsOneRoutesButForRangesWhereTheHardwareSharesThem) {
    for (int again = 0; again < 2; ++again) {
       helper_->nextHandle = 8;
       EXPECT_EQ(allocateRoute(range), RouteHandle(8));
+      EXPECT_EQ(allocateRoute(key("0.0.0.0/0", "224.0.0.0/4")), RouteHandle(9));
    }
-   EXPECT_EQ(sw_->route().size(), 1u);
+   EXPECT_EQ(sw_->route().size(), 2u);
    std::string const text =
          "Reinstantiating the pointer interface where constructor parameter attribute _";
    using Error = Qor::ReinstantiationException;
@@ -393,11 +408,14 @@ TEST_F(VelSyncDeathTest, BrokenInvariantsStopTheProcessWithTheirExpression) {
    EXPECT_DEATH(sw_->doSetMtableOifSet(b, record), assertion("mroute"));
    EXPECT_DEATH(sw_->doSetMtableOifSet(r, nullptr), assertion("oif"));
    EXPECT_DEATH(sw_->doDeleteRoute(RouteHandle(9)), assertion("bnd"));
-   hwStatus_->rangeRouteHandleSharedIs(true);
    helper_->nextHandle = 1;
+   EXPECT_DEATH(allocateRoute(key("0.0.0.0/0", "239.0.0.0/8")), assertion("!route\\( handle \\)"));
+   hwStatus_->rangeRouteHandleSharedIs(true);
    EXPECT_DEATH(allocateRoute(key(3)), assertion("!route\\( handle \\)"));
    helper_->nextHandle = 2;
    EXPECT_DEATH(allocateBoundary(key(3), 3), assertion("!boundary\\( handle \\)"));
+   l3_->vrfNameToVrfIdIs("red", Vel::VrfId(0x10000));
+   EXPECT_DEATH(allocateRoute(key(3)), assertion("vrfId <= 0xFFFF"));
    helper_->nextIndex = 31;
    EXPECT_DEATH(allocate(oifSet()), assertion("oifSetIndexColl\\( oifSetIndex \\) == false"));
    helper_->nextIndex = MrouteSwitch::invalidOifSetIndex();
