@@ -237,6 +237,23 @@ TEST_F(SyncSm, AnotherSwitchIsTakenUpAsItIs) {
    EXPECT_EQ(in_.zombieClock->timeMin(), 4);
 }
 
+TEST_F(SyncSm, ClocksAndTheCommonDataMayComeLateOrAnew) {
+   sm_->zombieClockDel();
+   sm_->agingClockDel();
+   program(1, set(2));
+   switch_->doDeleteRoute(program(2, set(3)));
+   sm_->zombieClockIs(in_.zombieClock);
+   sm_->agingClockIs(in_.agingClock);
+   EXPECT_EQ(in_.zombieClock->timeMin(), 4);
+   EXPECT_EQ(aging(), 60);
+   auto const data = Qor::make<Vel::VelCommonSmData>();
+   data->verifyDataIs(Qor::make<Vel::VerifyData>());
+   sm_->acsdIs(data);
+   EXPECT_EQ(sm_->verifyData(), data->verifyData());
+   sm_->acsdDel();
+   EXPECT_EQ(sm_->verifyData(), nullptr);
+}
+
 TEST_F(SyncSm, TheReactorAndTheSwitchMayGoInAnyHook) {
    for (std::string const hook :
         {"mrouteFull", "doAllocateMtableOifSet", "handleFreeMtableOifSet", "mrouteHitBit",
@@ -477,6 +494,21 @@ TEST_F(SyncSmSlices, EachRouteIsReviewedOnceInSlicesWithinTheirTime) {
    EXPECT_EQ(journal_.count("6 Review completed"), 1);
 }
 
+TEST_F(SyncSmSlices, TheLengthOfSlicesAndPausesMayBeSet) {
+   sm_->agingReviewQuotaIs(0.07);
+   sm_->agingReviewIntervalIs(0.5);
+   time_->runUntil(aging());
+   EXPECT_EQ(asked(), 4u);
+   EXPECT_NEAR(aging(), time_->now() + 0.5, 1e-9);
+   sm_->agingReviewIntervalIs(0);  // taken as the shortest
+   time_->runUntil(aging());
+   EXPECT_NEAR(aging(), time_->now() + Qor::Clock::retryGap, 1e-9);
+   EXPECT_EQ(errorText([&] { sm_->agingReviewQuotaIs(-1); }),
+             "MrouteSwitchSm::agingReviewQuota < 0 or not finite not allowed");
+   EXPECT_EQ(errorText([&] { sm_->agingReviewIntervalIs(Qor::never); }),
+             "MrouteSwitchSm::agingReviewInterval < 0 or not finite not allowed");
+}
+
 TEST_F(SyncSmSlices, AReviewGoesOnBehindItsPlaceWhateverChanged) {
    struct Case {
       std::function<void()> change;
@@ -614,6 +646,9 @@ TEST_F(SyncSm, ManySetsAreRewrittenInPassesAndEachOnce) {
    down(1);
    EXPECT_EQ(switch_->frrProcessingOifSet().size(), 6u);
    ASSERT_TRUE(sm_->clock());
+   EXPECT_EQ(sm_->clock()->timeMin(), time_->now());
+   sm_->clockDel();
+   sm_->clockIs(Qor::make<Qor::Clock>());
    EXPECT_EQ(sm_->clock()->timeMin(), time_->now());
    // Two go before their turn: as a zombie, and with its record.
    switch_->doDeleteRoute(routes[6]);
