@@ -153,6 +153,9 @@ TEST(SyncRouteProgrammer, FastdropEntriesDropAndNoRpfRoutesAcceptFromAnywhere) {
    EXPECT_EQ(b.chip->groups(), 1u);
    auto const status = b.hwStatus->vrfStatus(L3::VrfName("default"))->route(SyncBench::keyOf(1));
    EXPECT_EQ(status->fastdropLastPollTime().size(), 2u);
+   Vel::MrouteSwitch const& sw = *b.mrouteSwitch;
+   auto const five = sw.routeKeyToHandle({SyncBench::keyOf(1), Bridging::VlanIdOrNone(5u)});
+   EXPECT_TRUE(sw.route(five)->fastdrop());
    w.fastdrop.pop_back();
    EXPECT_EQ(b.whyNot(w), "");
    EXPECT_EQ(status->fastdropLastPollTime().size(), 1u);

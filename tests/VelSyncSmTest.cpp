@@ -386,6 +386,7 @@ TEST_F(SyncSm, AReviewStampsWhatWasHit) {
    switch_->doAllocateRoute(key(4), vlan(5), false, nullptr, true, false, {}, VrfName("default"));
    send(1);
    send(4, 5);
+   sm_->agingReviewQuotaIs(0);  // which has not passed while the time stands still
    Qor::U64 const before = kicks();
    journal_.take();
    time_->runUntil(60);
@@ -661,6 +662,21 @@ TEST_F(SyncSm, ManySetsAreRewrittenInPassesAndEachOnce) {
    EXPECT_EQ(sm_->clock()->timeMin(), Qor::never);
    for (unsigned n : {1, 5, 8, 10})
       EXPECT_EQ(receivers(n), "et3");
+}
+
+TEST_F(SyncSm, WhatWaitsIsRewrittenUnderItsOwnIndexWhileTheSwitchKnowsItsSet) {
+   build(0.03);
+   OifSetPtr const retaken = set(2, 1, 3), forgotten = set(2, 1, 3);
+   for (unsigned n = 1; n <= 4; ++n)
+      program(n, set(2, 1, 3));
+   program(5, retaken);
+   program(6, forgotten);
+   down(1);
+   EXPECT_EQ(switch_->frrProcessingOifSet().size(), 2u);
+   program(7, retaken);
+   switch_->inUseOifSetDel(forgotten);
+   time_->runUntil(time_->now() + 0.2);
+   EXPECT_EQ(receivers(5) + receivers(6) + receivers(7), "et3et2et2");
 }
 
 TEST_F(SyncSm, WhatAReactorLeavesWaitingIsRewrittenByTheNextFromTheBeginning) {
