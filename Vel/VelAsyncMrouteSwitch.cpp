@@ -17,7 +17,7 @@ constexpr char velTraceSource[] = "VelAsyncMrouteSm";
 AsyncMrouteSwitch::AsyncMrouteSwitch(
       Qor::Name name, Qor::Ptr<Routing::Hardware::RouteStatus const> routingHwRouteStatus,
       Qor::Ptr<VelHelper::AsyncMrouteHelper> mrouteHelper)
-      : Entity(std::move(name), 0),
+      : OifSetTables(std::move(name), 0),
         routingHwRouteStatus_(std::move(routingHwRouteStatus)),
         mrouteHelper_(std::move(mrouteHelper)) {
    QOR_ASSERT(mrouteHelper_ != nullptr);
@@ -32,7 +32,7 @@ void AsyncMrouteSwitch::zeroReferencesIs(bool) {
 }
 
 AsyncMrouteSwitch::~AsyncMrouteSwitch() {
-   livingRecords_.releaseAll();
+   releaseRecords();
 }
 
 Qor::ValidPtr<AsyncMrouteSwitch> asyncMrouteSwitchFactory(

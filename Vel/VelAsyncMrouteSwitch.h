@@ -31,33 +31,26 @@
 // outlive it, and die quietly with their last user.
 #pragma once
 
-#include <vector>
-
-#include "Qor/Collection.h"
 #include "Routing/Hardware/RouteStatus.h"
 #include "Vel/VelAsyncMrouteHelper.h"
 #include "Vel/VelAsyncMrouteKeys.h"
 #include "Vel/VelAsyncMtableOifSet.h"
+#include "Vel/VelOifSetTables.h"
 
 namespace Vel::Mroute {
 
 class QOR_PUBLIC AsyncMrouteSwitch final
-      : public Qor::Entity<AsyncMrouteSwitch, MrouteLib::AsyncSwitchChip> {
+      : public OifSetTables<AsyncMrouteSwitch, MrouteLib::AsyncSwitchChip, AsyncMtableOifSet,
+                            ZombieKey> {
  public:
-   class Notifiee : public Qor::NotifieeOf<AsyncMrouteSwitch> {
+   static constexpr char const* typeName = "Vel::Mroute::AsyncMrouteSwitch";
+
+   class Notifiee : public OifSetTablesNotifiee<AsyncMrouteSwitch, ZombieKey> {
     public:
       virtual void onDeleted() {}
       virtual void onTestKill() {}
       virtual void onMcastIdToOifSet(Qor::U32) {}
       virtual void onMcastIdToOifSetImmediate() {}
-      virtual void onInUseOifSet(MrouteLib::OifSetPtr const&) {}
-      virtual void onInUseOifSetImmediate() {}
-      virtual void onZombieOifSet(ZombieKey const&) {}
-      virtual void onZombieOifSetImmediate() {}
-      virtual void onFrrMtableOifSet(MrouteLib::OifSetPtr const&) {}
-      virtual void onFrrMtableOifSetImmediate() {}
-      virtual void onFrrProcessingOifSet(MrouteLib::OifSetPtr const&) {}
-      virtual void onFrrProcessingOifSetImmediate() {}
       virtual void onOifSetXact(MrouteLib::OifSetPtr const&) {}
       virtual void onOifSetXactImmediate() {}
       virtual void onInUseRouteHandle(InUseRouteHandleKey const&) {}
@@ -67,32 +60,17 @@ class QOR_PUBLIC AsyncMrouteSwitch final
 
     protected:
       void onImmediate() override {
+         OifSetTablesNotifiee::onImmediate();
          onMcastIdToOifSetImmediate();
-         onInUseOifSetImmediate();
-         onZombieOifSetImmediate();
-         onFrrMtableOifSetImmediate();
-         onFrrProcessingOifSetImmediate();
          onOifSetXactImmediate();
          onInUseRouteHandleImmediate();
          onInUseRouteHandleKeyImmediate();
       }
    };
 
-   using OifSetPtr = MrouteLib::OifSetPtr;
-   using RecordPtr = Qor::Ptr<AsyncMtableOifSet>;
    using McastIdToOifSetColl =
          Qor::Collection<Qor::HashMap<Qor::U32, OifSetPtr>, &Notifiee::onMcastIdToOifSet,
                          &Notifiee::onMcastIdToOifSetImmediate>;
-   using RecordMap = Qor::HashMap<OifSetPtr, AsyncMtableOifSetPtr>;
-   using InUseOifSetColl =
-         Qor::Collection<RecordMap, &Notifiee::onInUseOifSet, &Notifiee::onInUseOifSetImmediate>;
-   using ZombieOifSetColl =
-         Qor::Collection<Qor::OrderedMap<ZombieKey, RecordPtr>, &Notifiee::onZombieOifSet,
-                         &Notifiee::onZombieOifSetImmediate>;
-   using FrrMtableOifSetColl = Qor::Collection<RecordMap, &Notifiee::onFrrMtableOifSet,
-                                               &Notifiee::onFrrMtableOifSetImmediate>;
-   using FrrProcessingOifSetColl = Qor::Collection<RecordMap, &Notifiee::onFrrProcessingOifSet,
-                                                   &Notifiee::onFrrProcessingOifSetImmediate>;
    using OifSetXactColl =
          Qor::Collection<Qor::HashMap<OifSetPtr, Hux::XactPtr>, &Notifiee::onOifSetXact,
                          &Notifiee::onOifSetXactImmediate>;
@@ -163,21 +141,8 @@ class QOR_PUBLIC AsyncMrouteSwitch final
    // Called by a record whose last reference has gone: frees it now, or makes it a zombie.
    void handleFreeMtableOifSet(RecordPtr const& record);
 
-   // The record `named` under `oifSet` in one of the collections, if it still lives; else null.
-   RecordPtr record(OifSetPtr const& oifSet, AsyncMtableOifSetPtr named) const {
-      return livingRecords_.find(oifSet, named);
-   }
-   // All living records that carry `oifSet`, the newest first: more than one where a dirty or a
-   // non-reusable record has been replaced while routes still used it.
-   std::vector<RecordPtr> records(OifSetPtr const& oifSet) const {
-      return livingRecords_.all(oifSet);
-   }
-   // The living in-use record of `oifSet`, zombies included; else null.
-   RecordPtr inUseRecord(OifSetPtr const& oifSet) const {
-      return record(oifSet, inUseOifSet(oifSet));
-   }
-
-   // ---- Collections. ----
+   // ---- Collections, beside those of the oif set records (Vel/VelOifSetTables.h). Where a newer
+   //      record has replaced the one named in frrMtableOifSet, that entry stays as it is. ----
 
    // Which oif set a multicast id carries.
    McastIdToOifSetColl::Map const& mcastIdToOifSet() const { return mcastIdToOifSet_.map(); }
@@ -189,60 +154,6 @@ class QOR_PUBLIC AsyncMrouteSwitch final
    }
    void mcastIdToOifSetDelAll() { mcastIdToOifSet_.delAll(*this); }
    void mcastIdToOifSetNotify(Qor::U32 id) { mcastIdToOifSet_.notify(*this, id); }
-
-   // The latest record of each oif set, zombies included; not counted.
-   RecordMap const& inUseOifSet() const { return inUseOifSet_.map(); }
-   AsyncMtableOifSetPtr inUseOifSet(OifSetPtr const& s) const { return inUseOifSet_.value(s); }
-   void inUseOifSetIs(OifSetPtr s, AsyncMtableOifSetPtr v) { inUseOifSet_.is(*this, s, v); }
-   void inUseOifSetDel(OifSetPtr s) { inUseOifSet_.del(*this, s); }
-   InUseOifSetColl::Iterator inUseOifSetDel(InUseOifSetColl::Iterator it) {
-      return inUseOifSet_.del(*this, it);
-   }
-   void inUseOifSetDelAll() { inUseOifSet_.delAll(*this); }
-   void inUseOifSetNotify(OifSetPtr s) { inUseOifSet_.notify(*this, s); }
-
-   // The zombies, the next to expire first. An entry keeps its record alive; removing it may free
-   // the record before the operation returns.
-   ZombieOifSetColl::Map const& zombieOifSet() const { return zombieOifSet_.map(); }
-   RecordPtr zombieOifSet(ZombieKey const& key) const { return zombieOifSet_.value(key); }
-   // Under the record's own zombie key.
-   void zombieOifSetIs(RecordPtr record);
-   RecordPtr newZombieOifSet(RecordPtr record);
-   void zombieOifSetDel(ZombieKey key);
-   ZombieOifSetColl::Iterator zombieOifSetDel(ZombieOifSetColl::Iterator it) {
-      return zombieOifSet_.del(*this, it);
-   }
-   void zombieOifSetDelAll();
-   void zombieOifSetNotify(ZombieKey key) { zombieOifSet_.notify(*this, key); }
-
-   // Records whose oif set uses fast reroute; not counted. Where a newer record has replaced the
-   // one named here, the entry stays as it is.
-   RecordMap const& frrMtableOifSet() const { return frrMtableOifSet_.map(); }
-   AsyncMtableOifSetPtr frrMtableOifSet(OifSetPtr const& s) const {
-      return frrMtableOifSet_.value(s);
-   }
-   void frrMtableOifSetIs(OifSetPtr s, AsyncMtableOifSetPtr v) { frrMtableOifSet_.is(*this, s, v); }
-   void frrMtableOifSetDel(OifSetPtr s) { frrMtableOifSet_.del(*this, s); }
-   FrrMtableOifSetColl::Iterator frrMtableOifSetDel(FrrMtableOifSetColl::Iterator it) {
-      return frrMtableOifSet_.del(*this, it);
-   }
-   void frrMtableOifSetDelAll() { frrMtableOifSet_.delAll(*this); }
-   void frrMtableOifSetNotify(OifSetPtr s) { frrMtableOifSet_.notify(*this, s); }
-
-   // Records that wait to be rewritten for fast reroute; not counted.
-   RecordMap const& frrProcessingOifSet() const { return frrProcessingOifSet_.map(); }
-   AsyncMtableOifSetPtr frrProcessingOifSet(OifSetPtr const& s) const {
-      return frrProcessingOifSet_.value(s);
-   }
-   void frrProcessingOifSetIs(OifSetPtr s, AsyncMtableOifSetPtr v) {
-      frrProcessingOifSet_.is(*this, s, v);
-   }
-   void frrProcessingOifSetDel(OifSetPtr s) { frrProcessingOifSet_.del(*this, s); }
-   FrrProcessingOifSetColl::Iterator frrProcessingOifSetDel(FrrProcessingOifSetColl::Iterator it) {
-      return frrProcessingOifSet_.del(*this, it);
-   }
-   void frrProcessingOifSetDelAll() { frrProcessingOifSet_.delAll(*this); }
-   void frrProcessingOifSetNotify(OifSetPtr s) { frrProcessingOifSet_.notify(*this, s); }
 
    // A transaction per oif set; for the platform, the programmer does not use it.
    OifSetXactColl::Map const& oifSetXact() const { return oifSetXact_.map(); }
@@ -292,7 +203,6 @@ class QOR_PUBLIC AsyncMrouteSwitch final
    }
 
  private:
-   friend class OifSetRecord<AsyncMtableOifSet, AsyncMrouteSwitch>;
    ~AsyncMrouteSwitch() override;
    void zeroReferencesIs(bool) override;
 
@@ -304,12 +214,7 @@ class QOR_PUBLIC AsyncMrouteSwitch final
    Qor::Ptr<VelHelper::AsyncMrouteHelper> const mrouteHelper_;
    bool deleted_ = false;
    bool testKill_ = false;
-   LivingRecords<AsyncMtableOifSet> livingRecords_;
    McastIdToOifSetColl mcastIdToOifSet_;
-   InUseOifSetColl inUseOifSet_;
-   ZombieOifSetColl zombieOifSet_;
-   FrrMtableOifSetColl frrMtableOifSet_;
-   FrrProcessingOifSetColl frrProcessingOifSet_;
    OifSetXactColl oifSetXact_;
    InUseRouteHandleColl inUseRouteHandle_;
    InUseRouteHandleKeyColl inUseRouteHandleKey_;

@@ -55,6 +55,8 @@ void AsyncMrouteSwitchSm::handleZombieClock() {
          break;
       }
    }
+   // What is left is for the end of the switch to take along: nobody sets the clock any more.
+   if (chip->deleted()) zombieClock_.arm(Qor::never);
    handleZombie();
 }
 

@@ -20,28 +20,6 @@ constexpr char velTraceSource[] = "VelAsyncMrouteSm";
 
 }  // namespace
 
-void AsyncMrouteSwitch::zombieOifSetIs(RecordPtr record) {
-   if (!record) Qor::throwNullParameter("Vel::Mroute::AsyncMrouteSwitch", "zombieOifSet");
-   ZombieKey const key = record->zombie();
-   zombieOifSet_.is(*this, key, std::move(record));
-}
-
-AsyncMrouteSwitch::RecordPtr AsyncMrouteSwitch::newZombieOifSet(RecordPtr record) {
-   zombieOifSetIs(record);
-   return record;
-}
-
-// The records that leave are freed after their leaving has been told, and need the switch for that.
-void AsyncMrouteSwitch::zombieOifSetDel(ZombieKey key) {
-   Qor::Ptr<AsyncMrouteSwitch> const self(this);
-   zombieOifSet_.del(*this, key);
-}
-
-void AsyncMrouteSwitch::zombieOifSetDelAll() {
-   Qor::Ptr<AsyncMrouteSwitch> const self(this);
-   zombieOifSet_.delAll(*this);
-}
-
 void AsyncMrouteSwitch::handleFreeMtableOifSet(RecordPtr const& record) {
    OifSetPtr const oifSet = record->oifSet();
    VEL_TRACE(8, "AsyncMrouteSwitch::handleFreeMtableOifSet()");

@@ -34,7 +34,7 @@ MrouteSwitch::MrouteSwitch(Qor::Name name, Qor::U32 switchId, Qor::Ptr<VelCommon
                            Qor::Ptr<VelHelper::MrouteSmHelper> mrouteHelper,
                            Qor::Ptr<Ip::Status const> ipStatus,
                            Qor::Ptr<Routing::Multicast::Fib::Hardware::Status> mfibHwStatus)
-      : Entity(std::move(name), switchId),
+      : OifSetTables(std::move(name), switchId),
         acsd_(std::move(acsd)),
         l3Status_(std::move(l3Status)),
         mrouteHelper_(std::move(mrouteHelper)),
@@ -60,7 +60,7 @@ void MrouteSwitch::zeroReferencesIs(bool) {
 }
 
 MrouteSwitch::~MrouteSwitch() {
-   livingRecords_.releaseAll();
+   releaseRecords();
 }
 
 Qor::ValidPtr<MrouteSwitch> mrouteSwitchFactory(
@@ -96,28 +96,6 @@ void MrouteSwitch::zombieLifetimeIs(Qor::Seconds v) {
 
 void MrouteSwitch::requestVerify() const {
    if (acsd_) acsd_->requestVerify();
-}
-
-void MrouteSwitch::zombieOifSetIs(RecordPtr record) {
-   if (!record) Qor::throwNullParameter("Vel::MrouteSwitch", "zombieOifSet");
-   ZombieKey const key = record->zombie();
-   zombieOifSet_.is(*this, key, std::move(record));
-}
-
-MrouteSwitch::RecordPtr MrouteSwitch::newZombieOifSet(RecordPtr record) {
-   zombieOifSetIs(record);
-   return record;
-}
-
-// The records that leave are freed after their leaving has been told, and need the switch for that.
-void MrouteSwitch::zombieOifSetDel(ZombieKey key) {
-   Qor::Ptr<MrouteSwitch> const self(this);
-   zombieOifSet_.del(*this, key);
-}
-
-void MrouteSwitch::zombieOifSetDelAll() {
-   Qor::Ptr<MrouteSwitch> const self(this);
-   zombieOifSet_.delAll(*this);
 }
 
 // ---- Allocation ----

@@ -46,29 +46,24 @@
 #pragma once
 
 #include "Ip/Status.h"
-#include "Qor/Collection.h"
 #include "Routing/Multicast/Fib/Hardware/Status.h"
 #include "Vel/L3Status.h"
 #include "Vel/VelCommonSmData.h"
+#include "Vel/VelOifSetTables.h"
 #include "Vel/VelSyncMrouteHelper.h"
 
 namespace Vel {
 
-class QOR_PUBLIC MrouteSwitch final : public Qor::Entity<MrouteSwitch, MrouteLib::SwitchChip> {
+class QOR_PUBLIC MrouteSwitch final
+      : public OifSetTables<MrouteSwitch, MrouteLib::SwitchChip, MtableOifSet, ZombieKey> {
  public:
-   class Notifiee : public Qor::NotifieeOf<MrouteSwitch> {
+   static constexpr char const* typeName = "Vel::MrouteSwitch";
+
+   class Notifiee : public OifSetTablesNotifiee<MrouteSwitch, ZombieKey> {
     public:
       virtual void onDeleted() {}
       virtual void onInitialized() {}
       virtual void onZombieLifetime() {}
-      virtual void onInUseOifSet(MrouteLib::OifSetPtr const&) {}
-      virtual void onInUseOifSetImmediate() {}
-      virtual void onZombieOifSet(ZombieKey const&) {}
-      virtual void onZombieOifSetImmediate() {}
-      virtual void onFrrMtableOifSet(MrouteLib::OifSetPtr const&) {}
-      virtual void onFrrMtableOifSetImmediate() {}
-      virtual void onFrrProcessingOifSet(MrouteLib::OifSetPtr const&) {}
-      virtual void onFrrProcessingOifSetImmediate() {}
       virtual void onOifSetIndexColl(Qor::U32) {}
       virtual void onOifSetIndexCollImmediate() {}
       virtual void onRoute(MrouteLib::RouteHandle const&) {}
@@ -80,10 +75,7 @@ class QOR_PUBLIC MrouteSwitch final : public Qor::Entity<MrouteSwitch, MrouteLib
 
     protected:
       void onImmediate() override {
-         onInUseOifSetImmediate();
-         onZombieOifSetImmediate();
-         onFrrMtableOifSetImmediate();
-         onFrrProcessingOifSetImmediate();
+         OifSetTablesNotifiee::onImmediate();
          onOifSetIndexCollImmediate();
          onRouteImmediate();
          onBoundaryImmediate();
@@ -91,22 +83,10 @@ class QOR_PUBLIC MrouteSwitch final : public Qor::Entity<MrouteSwitch, MrouteLib
       }
    };
 
-   using OifSetPtr = MrouteLib::OifSetPtr;
    using RouteHandle = MrouteLib::RouteHandle;
    using IpGenRouteKey = Routing::Multicast::Fib::IpGenRouteKey;
-   using RecordPtr = Qor::Ptr<MtableOifSet>;
    using RoutePtr = Qor::Ptr<Route>;
    using BoundaryPtr = Qor::Ptr<Boundary>;
-   using RecordMap = Qor::HashMap<OifSetPtr, MtableOifSetPtr>;
-   using InUseOifSetColl =
-         Qor::Collection<RecordMap, &Notifiee::onInUseOifSet, &Notifiee::onInUseOifSetImmediate>;
-   using ZombieOifSetColl =
-         Qor::Collection<Qor::OrderedMap<ZombieKey, RecordPtr>, &Notifiee::onZombieOifSet,
-                         &Notifiee::onZombieOifSetImmediate>;
-   using FrrMtableOifSetColl = Qor::Collection<RecordMap, &Notifiee::onFrrMtableOifSet,
-                                               &Notifiee::onFrrMtableOifSetImmediate>;
-   using FrrProcessingOifSetColl = Qor::Collection<RecordMap, &Notifiee::onFrrProcessingOifSet,
-                                                   &Notifiee::onFrrProcessingOifSetImmediate>;
    using OifSetIndexColl =
          Qor::Collection<Qor::HashMap<Qor::U32, bool>, &Notifiee::onOifSetIndexColl,
                          &Notifiee::onOifSetIndexCollImmediate>;
@@ -182,68 +162,8 @@ class QOR_PUBLIC MrouteSwitch final : public Qor::Entity<MrouteSwitch, MrouteLib
    // Has changes verified, where the common data asks for that.
    void requestVerify() const;
 
-   // The record `named` under `oifSet` in one of the collections, if it still lives; else null.
-   RecordPtr record(OifSetPtr const& oifSet, MtableOifSetPtr named) const {
-      return livingRecords_.find(oifSet, named);
-   }
-   // The living in-use record of `oifSet`, zombies included; else null.
-   RecordPtr inUseRecord(OifSetPtr const& oifSet) const {
-      return record(oifSet, inUseOifSet(oifSet));
-   }
-
-   // ---- Collections. ----
-
-   // The latest record of each non-empty oif set, zombies included; not counted.
-   RecordMap const& inUseOifSet() const { return inUseOifSet_.map(); }
-   MtableOifSetPtr inUseOifSet(OifSetPtr const& s) const { return inUseOifSet_.value(s); }
-   void inUseOifSetIs(OifSetPtr s, MtableOifSetPtr v) { inUseOifSet_.is(*this, s, v); }
-   void inUseOifSetDel(OifSetPtr s) { inUseOifSet_.del(*this, s); }
-   InUseOifSetColl::Iterator inUseOifSetDel(InUseOifSetColl::Iterator it) {
-      return inUseOifSet_.del(*this, it);
-   }
-   void inUseOifSetDelAll() { inUseOifSet_.delAll(*this); }
-   void inUseOifSetNotify(OifSetPtr s) { inUseOifSet_.notify(*this, s); }
-
-   // The zombies, the next to expire first. An entry keeps its record alive; removing it may free
-   // the record before the operation returns.
-   ZombieOifSetColl::Map const& zombieOifSet() const { return zombieOifSet_.map(); }
-   RecordPtr zombieOifSet(ZombieKey const& key) const { return zombieOifSet_.value(key); }
-   // Under the record's own zombie key. A null record raises the range error of null parameters
-   // (Qor::throwNullParameter).
-   void zombieOifSetIs(RecordPtr record);
-   RecordPtr newZombieOifSet(RecordPtr record);
-   void zombieOifSetDel(ZombieKey key);
-   ZombieOifSetColl::Iterator zombieOifSetDel(ZombieOifSetColl::Iterator it) {
-      return zombieOifSet_.del(*this, it);
-   }
-   void zombieOifSetDelAll();
-   void zombieOifSetNotify(ZombieKey key) { zombieOifSet_.notify(*this, key); }
-
-   // Records whose oif set uses fast reroute; not counted.
-   RecordMap const& frrMtableOifSet() const { return frrMtableOifSet_.map(); }
-   MtableOifSetPtr frrMtableOifSet(OifSetPtr const& s) const { return frrMtableOifSet_.value(s); }
-   void frrMtableOifSetIs(OifSetPtr s, MtableOifSetPtr v) { frrMtableOifSet_.is(*this, s, v); }
-   void frrMtableOifSetDel(OifSetPtr s) { frrMtableOifSet_.del(*this, s); }
-   FrrMtableOifSetColl::Iterator frrMtableOifSetDel(FrrMtableOifSetColl::Iterator it) {
-      return frrMtableOifSet_.del(*this, it);
-   }
-   void frrMtableOifSetDelAll() { frrMtableOifSet_.delAll(*this); }
-   void frrMtableOifSetNotify(OifSetPtr s) { frrMtableOifSet_.notify(*this, s); }
-
-   // Records that wait to be rewritten for fast reroute; not counted.
-   RecordMap const& frrProcessingOifSet() const { return frrProcessingOifSet_.map(); }
-   MtableOifSetPtr frrProcessingOifSet(OifSetPtr const& s) const {
-      return frrProcessingOifSet_.value(s);
-   }
-   void frrProcessingOifSetIs(OifSetPtr s, MtableOifSetPtr v) {
-      frrProcessingOifSet_.is(*this, s, v);
-   }
-   void frrProcessingOifSetDel(OifSetPtr s) { frrProcessingOifSet_.del(*this, s); }
-   FrrProcessingOifSetColl::Iterator frrProcessingOifSetDel(FrrProcessingOifSetColl::Iterator it) {
-      return frrProcessingOifSet_.del(*this, it);
-   }
-   void frrProcessingOifSetDelAll() { frrProcessingOifSet_.delAll(*this); }
-   void frrProcessingOifSetNotify(OifSetPtr s) { frrProcessingOifSet_.notify(*this, s); }
+   // ---- Collections, beside those of the oif set records (Vel/VelOifSetTables.h). Records of empty
+   //      sets are not in inUseOifSet. ----
 
    // The indexes of non-empty sets that are in use on the chip: a set, whose values are all true.
    OifSetIndexColl::Map const& oifSetIndexColl() const { return oifSetIndexColl_.map(); }
@@ -294,7 +214,6 @@ class QOR_PUBLIC MrouteSwitch final : public Qor::Entity<MrouteSwitch, MrouteLib
    void routeKeyToHandleNotify(RouteKeyVlanId key) { routeKeyToHandle_.notify(*this, key); }
 
  private:
-   friend class OifSetRecord<MtableOifSet, MrouteSwitch>;
    ~MrouteSwitch() override;
    void zeroReferencesIs(bool) override;
 
@@ -316,11 +235,6 @@ class QOR_PUBLIC MrouteSwitch final : public Qor::Entity<MrouteSwitch, MrouteLib
    bool deleted_ = false;
    bool initialized_ = false;
    bool ended_ = false;
-   LivingRecords<MtableOifSet> livingRecords_;
-   InUseOifSetColl inUseOifSet_;
-   ZombieOifSetColl zombieOifSet_;
-   FrrMtableOifSetColl frrMtableOifSet_;
-   FrrProcessingOifSetColl frrProcessingOifSet_;
    OifSetIndexColl oifSetIndexColl_;
    RouteColl route_;
    BoundaryColl boundary_;

@@ -1,5 +1,5 @@
-// A journal of what the library says while it exists, traces and the ring trace, and of what a test
-// adds, in one order.
+// A journal of what the library says while it exists, traces, the ring trace and the log, and of
+// what a test adds, in one order.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "Qor/Blip.h"
+#include "Qor/Log.h"
 #include "Qor/Trace.h"
 
 namespace testSupport {
@@ -23,27 +24,36 @@ std::string cat(Parts const&... parts) {
    return out.str();
 }
 
-// Lines "<level> <trace text>" and "blip <text>", and what a test adds, such as "hook <name>".
-class Journal final : public Qor::TraceSink {
+// Lines "<level> <trace text>", "blip <text>" and "log <severity> <name>: <text>", and what a test
+// adds, such as "hook <name>".
+class Journal : public Qor::TraceSink, public Qor::LogSink {
  public:
    using Lines = std::vector<std::string>;
 
-   // All traces come from the source of this name.
-   explicit Journal(char const* source) : source_(source), before_(Qor::traceSinkIs(this)) {
-      Qor::traceLevelIs(9, "VelMroute");
+   // All traces come from the source of this name, by this handle.
+   explicit Journal(char const* source, char const* handle = "VelMroute")
+         : source_(source),
+           handle_(handle),
+           traceBefore_(Qor::traceSinkIs(this)),
+           logBefore_(Qor::logSinkIs(this)) {
+      Qor::traceLevelIs(9, handle_);
    }
    ~Journal() override {
-      Qor::traceLevelIs(-1, "VelMroute");
-      Qor::traceSinkIs(before_);
+      Qor::logSinkIs(logBefore_);
+      Qor::traceLevelIs(-1, handle_);
+      Qor::traceSinkIs(traceBefore_);
    }
    void add(std::string line) {
       addBlips();
       lines_.push_back(std::move(line));
    }
    void trace(Qor::TraceRecord const& record) override {
-      EXPECT_EQ(record.handle, "VelMroute");
+      EXPECT_EQ(record.handle, handle_);
       EXPECT_EQ(record.source, source_);
       add(cat(record.level, ' ', record.message));
+   }
+   void log(Qor::LogMessage const& m, std::string const& text) override {
+      add(cat("log ", m.severity, ' ', m.name, ": ", text));
    }
    // All since the last take().
    Lines take() {
@@ -77,7 +87,9 @@ class Journal final : public Qor::TraceSink {
    }
 
    std::string const source_;
-   Qor::TraceSink* const before_;
+   std::string const handle_;
+   Qor::TraceSink* const traceBefore_;
+   Qor::LogSink* const logBefore_;
    Lines lines_;
    Qor::U64 blips_ = Qor::blip().written();
 };

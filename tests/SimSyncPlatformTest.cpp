@@ -221,6 +221,7 @@ TEST_F(SimSyncPlatform, FailedCreationsAreAnswersAndWhatHasNobodyToTellIsTriedAg
    EXPECT_EQ(record(set({"et1"})), nullptr);
    EXPECT_EQ(time_->now(), 10.75);  // with the start of the switch
    EXPECT_EQ(called, (Lines{"mtableFull", "doAllocateMtableOifSet"}));
+   platform_->hookObserverIs(nullptr);
    RecordPtr to = record(set({"et1"}));
    EXPECT_TRUE(route(1, to).isNull());
    EXPECT_TRUE(boundary(2, 3).isNull());

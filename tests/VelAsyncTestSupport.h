@@ -4,15 +4,11 @@
 // programmer on it.
 #pragma once
 
-#include <algorithm>
 #include <map>
 #include <set>
-#include <sstream>
 #include <utility>
 
-#include "Qor/Blip.h"
-#include "Qor/Log.h"
-#include "Qor/Trace.h"
+#include "Journal.h"
 #include "TestSupport.h"
 #include "Vel/VelAsyncMrouteSwitch.h"
 
@@ -30,72 +26,8 @@ using Vel::Mroute::ZombieKey;
 using namespace testSupport;
 using RecordPtr = Qor::Ptr<AsyncMtableOifSet>;
 
-template <class... Parts>
-std::string cat(Parts const&... parts) {
-   std::ostringstream out;
-   (out << ... << parts);
-   return out.str();
-}
-
-// What the library says while it exists: lines "<level> <trace text>", "blip <text>" and
-// "log <severity> <name>: <text>", and what a test adds, such as "hook <name> <arguments>".
-class Journal final : public Qor::TraceSink, public Qor::LogSink {
- public:
-   Journal() : traceBefore_(Qor::traceSinkIs(this)), logBefore_(Qor::logSinkIs(this)) {
-      Qor::traceLevelIs(9, "VelMroute");
-   }
-   ~Journal() override {
-      Qor::logSinkIs(logBefore_);
-      Qor::traceLevelIs(-1, "VelMroute");
-      Qor::traceSinkIs(traceBefore_);
-   }
-   void add(std::string line) {
-      addBlips();
-      lines_.push_back(std::move(line));
-   }
-   void trace(Qor::TraceRecord const& record) override {
-      EXPECT_EQ(record.handle, "VelMroute");
-      EXPECT_STREQ(record.source, "VelAsyncMrouteSm");
-      add(cat(record.level, ' ', record.message));
-   }
-   void log(Qor::LogMessage const& m, std::string const& text) override {
-      add(cat("log ", m.severity, ' ', m.name, ": ", text));
-   }
-   // All since the last take().
-   Lines take() {
-      addBlips();
-      return std::exchange(lines_, {});
-   }
-   // The same as a text, with a line break before and behind each line.
-   std::string text() {
-      std::string all = "\n";
-      for (std::string const& line : take())
-         all += line + '\n';
-      return all;
-   }
-   long count(std::string const& line) {
-      addBlips();
-      return std::count(lines_.begin(), lines_.end(), line);
-   }
-   // Those that begin so.
-   Lines like(std::string const& start) {
-      addBlips();
-      Lines found;
-      std::copy_if(lines_.begin(), lines_.end(), std::back_inserter(found),
-                   [&](std::string const& line) { return line.starts_with(start); });
-      return found;
-   }
-
- private:
-   void addBlips() {
-      while (blips_ < Qor::blip().written())
-         lines_.push_back("blip " + Qor::blip().text(Qor::blip().written() - ++blips_));
-   }
-
-   Qor::TraceSink* const traceBefore_;
-   Qor::LogSink* const logBefore_;
-   Lines lines_;
-   Qor::U64 blips_ = Qor::blip().written();
+struct Journal : testSupport::Journal {
+   Journal() : testSupport::Journal("VelAsyncMrouteSm") {}
 };
 
 class Recorder final : public VelHelper::AsyncMrouteHelper {
