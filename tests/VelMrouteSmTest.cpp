@@ -392,7 +392,7 @@ TEST_F(TopSm, TheReactorMayGoInAnyHook) {
       config_->counterModeIs(config_->counterMode() == CounterMode::bytes ? CounterMode::packets
                                                                           : CounterMode::bytes);
       ctl_->limitIs(2);
-      if (sm_) Qor::Ptr<MrouteSm>(sm_)->updateMfibCounter(key(2), 1, true);
+      if (sm_) sm_->updateMfibCounter(key(2), 1, true);
       ctl_->limitIs(99);
       config_->allCounterIs(false);
       EXPECT_EQ(sm_, nullptr);

@@ -223,6 +223,23 @@ TEST_F(SyncSm, AnotherSwitchIsTakenUpAsItIs) {
    EXPECT_EQ(in_.zombieClock->timeMin(), 4);
 }
 
+TEST_F(SyncSm, ClocksAndTheCommonDataMayComeLateOrAnew) {
+   sm_->zombieClockDel();
+   sm_->agingClockDel();
+   program(1, set(2));
+   switch_->doDeleteRoute(program(2, set(3)));
+   sm_->zombieClockIs(in_.zombieClock);
+   sm_->agingClockIs(in_.agingClock);
+   EXPECT_EQ(in_.zombieClock->timeMin(), 4);
+   EXPECT_EQ(aging(), 60);
+   auto const data = Qor::make<Vel::VelCommonSmData>();
+   data->verifyDataIs(Qor::make<Vel::VerifyData>());
+   sm_->acsdIs(data);
+   EXPECT_EQ(sm_->verifyData(), data->verifyData());
+   sm_->acsdDel();
+   EXPECT_EQ(sm_->verifyData(), nullptr);
+}
+
 TEST_F(SyncSm, TheReactorAndTheSwitchMayGoInAnyHook) {
    for (std::string const hook :
         {"mrouteFull", "doAllocateMtableOifSet", "handleFreeMtableOifSet", "mrouteHitBit",
@@ -320,6 +337,7 @@ TEST_F(SyncSm, AReviewStampsWhatWasHitAndWhatMustNotAge) {
       program(n, set(n + 1));
    switch_->route(RouteHandle(2))->noAgeIs(true);  // of route 3
    send(1);
+   sm_->agingReviewQuotaIs(0);  // which has not passed while the time stands still
    journal_.take();
    time_->runUntil(60);
    EXPECT_EQ(status(1)->lastPollTime(), 60);
@@ -331,6 +349,25 @@ TEST_F(SyncSm, AReviewStampsWhatWasHitAndWhatMustNotAge) {
    EXPECT_EQ(aging(), 120);
    time_->runUntil(120);
    EXPECT_EQ(status(1)->lastPollTime(), 60);
+}
+
+TEST_F(SyncSm, AChangedIntervalRestartsARunningReviewOnly) {
+   in_.mfibConfig->activityPollingIntervalIs(5);
+   EXPECT_EQ(aging(), Qor::never);
+   EXPECT_EQ(in_.mfibHwStatus->pollingInterval(), 5);
+   program(1, set(2));
+   time_->runUntil(1);
+   in_.mfibConfig->activityPollingIntervalIs(9);
+   EXPECT_EQ(aging(), 1);
+   time_->runUntil(1);
+   EXPECT_EQ(asked(), 1u);
+   EXPECT_EQ(aging(), 10);
+}
+
+TEST_F(SyncSm, AVrfWhoseNumberIsTooLongForTheHooksIsAProgrammingError) {
+   program(1, set(2));
+   in_.l3Status->vrfNameToVrfIdIs("default", Vel::VrfId(0x10000));
+   EXPECT_DEATH(sm_->doRouteAgingReview(), "Assertion `id <= 0xFFFF' failed");
 }
 
 TEST_F(SyncSm, ABusyHitBitCacheIsAskedAgainThoughNoRouteChanges) {
@@ -394,6 +431,21 @@ TEST_F(SyncSmSlices, EachRouteIsReviewedOnceInSlicesWithinTheirTime) {
    EXPECT_EQ(asked(), 8u);
    EXPECT_EQ(refreshes(), 1u);
    EXPECT_EQ(journal_.count("6 Review completed"), 1);
+}
+
+TEST_F(SyncSmSlices, TheLengthOfSlicesAndPausesMayBeSet) {
+   sm_->agingReviewQuotaIs(0.07);
+   sm_->agingReviewIntervalIs(0.5);
+   time_->runUntil(aging());
+   EXPECT_EQ(asked(), 4u);
+   EXPECT_NEAR(aging(), time_->now() + 0.5, 1e-9);
+   sm_->agingReviewIntervalIs(0);  // taken as the shortest
+   time_->runUntil(aging());
+   EXPECT_NEAR(aging(), time_->now() + Qor::Clock::retryGap, 1e-9);
+   EXPECT_EQ(errorText([&] { sm_->agingReviewQuotaIs(-1); }),
+             "MrouteSwitchSm::agingReviewQuota < 0 or not finite not allowed");
+   EXPECT_EQ(errorText([&] { sm_->agingReviewIntervalIs(Qor::never); }),
+             "MrouteSwitchSm::agingReviewInterval < 0 or not finite not allowed");
 }
 
 TEST_F(SyncSmSlices, AReviewGoesOnBehindItsPlaceWhateverChanged) {
@@ -514,6 +566,9 @@ TEST_F(SyncSm, ManySetsAreRewrittenInPassesAndEachOnce) {
    EXPECT_EQ(switch_->frrProcessingOifSet().size(), 6u);
    ASSERT_TRUE(sm_->clock());
    EXPECT_EQ(sm_->clock()->timeMin(), time_->now());
+   sm_->clockDel();
+   sm_->clockIs(Qor::make<Qor::Clock>());
+   EXPECT_EQ(sm_->clock()->timeMin(), time_->now());
    // Two go before their turn: as a zombie, and with its record.
    switch_->doDeleteRoute(routes[6]);
    in_.l3Status->multicastZombiesEnabledIs(false);
@@ -525,6 +580,35 @@ TEST_F(SyncSm, ManySetsAreRewrittenInPassesAndEachOnce) {
    EXPECT_EQ(sm_->clock()->timeMin(), Qor::never);
    for (unsigned n : {1, 5, 8, 10})
       EXPECT_EQ(receivers(n), "et3");
+}
+
+TEST_F(SyncSm, WhatWaitsIsRewrittenUnderItsOwnIndexWhileTheSwitchKnowsItsSet) {
+   build(0.03);
+   OifSetPtr const retaken = set(2, 1, 3), forgotten = set(2, 1, 3);
+   for (unsigned n = 1; n <= 4; ++n)
+      program(n, set(2, 1, 3));
+   program(5, retaken);
+   program(6, forgotten);
+   down(1);
+   EXPECT_EQ(switch_->frrProcessingOifSet().size(), 2u);
+   program(7, retaken);
+   switch_->inUseOifSetDel(forgotten);
+   time_->runUntil(time_->now() + 0.2);
+   EXPECT_EQ(receivers(5) + receivers(6) + receivers(7), "et3et2et2");
+}
+
+TEST_F(SyncSm, WhatAReactorLeavesWaitingIsRewrittenByTheNextFromTheBeginning) {
+   build(0.03);
+   for (unsigned n = 1; n <= 5; ++n)
+      program(n, set(2, 1, 3));
+   down(1);
+   EXPECT_EQ(switch_->frrProcessingOifSet().size(), 1u);
+   sm_ = nullptr;
+   EXPECT_EQ(time_->nextDeadline(), Qor::never);
+   journal_.take();
+   sm_ = in_.sm(switch_);
+   EXPECT_EQ(receivers(5), "et3");
+   EXPECT_TRUE(journal_.like("8 ")[0].ends_with(cat("FrrProcessingOifSet: ", OifSetPtr())));
 }
 
 }  // namespace

@@ -62,7 +62,7 @@ hook doAllocateMtableOifSet 5 0 $
 }
 
 TEST_F(VelSync, ADirtyIndexIsNotSharedAndThePlatformIsToldOfIt) {
-   OifSetPtr const set = oifSet();
+   OifSetPtr const set = oifSet("et9");
    std::vector<RecordPtr> records{allocate(set)};
    for (Qor::U32 const dirtyIndex : {31u, 0u}) {
       records.back()->oifSetIndexIs(dirtyIndex);
@@ -75,6 +75,20 @@ TEST_F(VelSync, ADirtyIndexIsNotSharedAndThePlatformIsToldOfIt) {
       EXPECT_EQ(sw_->inUseRecord(set), records.back());
    }
    EXPECT_EQ(records.back()->oifSetIndex(), 33u);
+   // Its end takes the entries of the set along, though they name a newer record by now.
+   l3_->multicastZombiesEnabledIs(false);
+   sw_->frrProcessingOifSetIs(set, records.back().get());
+   records.erase(records.begin());
+   EXPECT_EQ(sw_->inUseRecord(set), nullptr);
+   EXPECT_TRUE(sw_->frrMtableOifSet().empty() && sw_->frrProcessingOifSet().empty());
+   EXPECT_TRUE(sw_->oifSetIndexColl(33));
+
+   MrouteLib::PortVlanSet both(RouteKeyType::routed);
+   both.newPortVlan(pv("et1"), true);
+   both.toCpuIs(true);
+   records.push_back(allocate(Qor::make<MrouteLib::OifSet>(nullptr, both)));
+   EXPECT_TRUE(records.back()->toCpu());
+   EXPECT_TRUE(sw_->frrMtableOifSet().empty());  // it uses none
 }
 
 TEST_F(VelSync, EmptySetsNeverShareAndNeedNoRoom) {
@@ -296,13 +310,22 @@ TEST_F(VelSync, AHandleIsOneRoutesButForRangesWhereTheHardwareSharesThem) {
    for (int again = 0; again < 2; ++again) {
       helper_->nextHandle = 8;
       EXPECT_EQ(allocateRoute(range), RouteHandle(8));
+      EXPECT_EQ(allocateRoute(key("0.0.0.0/0", "224.0.0.0/4")), RouteHandle(9));
    }
-   EXPECT_EQ(sw_->route().size(), 1u);
-   EXPECT_EQ(errorText<Qor::ReinstantiationException>(
-                   [&] { sw_->routeIs(RouteHandle(8), key(1), VlanIdOrNone(3u)); }),
-             "Reinstantiating the pointer interface where constructor parameter attribute _key has "
-             "a different value of " +
-                   range.strep());
+   EXPECT_EQ(sw_->route().size(), 2u);
+   std::string const text =
+         "Reinstantiating the pointer interface where constructor parameter attribute _";
+   using Error = Qor::ReinstantiationException;
+   VlanIdOrNone const three(3u), four(4u);
+   EXPECT_EQ(errorText<Error>([&] { sw_->routeIs(RouteHandle(8), key(1), three); }),
+             text + "key has a different value of " + range.strep());
+   EXPECT_EQ(errorText<Error>([&] { sw_->routeIs(RouteHandle(8), range, four); }),
+             text + "acceptingVlanId has a different value of 3");
+   RouteHandle const b = allocateBoundary(key(1), 3);
+   EXPECT_EQ(errorText<Error>([&] { sw_->boundaryIs(b, key(2), Bridging::VlanId(3)); }),
+             text + "key has a different value of " + key(1).strep());
+   EXPECT_EQ(errorText<Error>([&] { sw_->boundaryIs(b, key(1), Bridging::VlanId(4)); }),
+             text + "acceptingVlanId has a different value of 3");
 }
 
 TEST_F(VelSync, EveryChangeAsksForAVerification) {
@@ -336,11 +359,14 @@ TEST_F(VelSyncDeathTest, BrokenInvariantsStopTheProcessWithTheirExpression) {
    EXPECT_DEATH(sw_->doSetMtableOifSet(b, record), assertion("mroute"));
    EXPECT_DEATH(sw_->doSetMtableOifSet(r, nullptr), assertion("oif"));
    EXPECT_DEATH(sw_->doDeleteRoute(RouteHandle(9)), assertion("bnd"));
-   hwStatus_->rangeRouteHandleSharedIs(true);
    helper_->nextHandle = 1;
+   EXPECT_DEATH(allocateRoute(key("0.0.0.0/0", "239.0.0.0/8")), assertion("!route\\( handle \\)"));
+   hwStatus_->rangeRouteHandleSharedIs(true);
    EXPECT_DEATH(allocateRoute(key(3)), assertion("!route\\( handle \\)"));
    helper_->nextHandle = 2;
    EXPECT_DEATH(allocateBoundary(key(3), 3), assertion("!boundary\\( handle \\)"));
+   l3_->vrfNameToVrfIdIs("red", Vel::VrfId(0x10000));
+   EXPECT_DEATH(allocateRoute(key(3)), assertion("vrfId <= 0xFFFF"));
    helper_->nextIndex = 31;
    EXPECT_DEATH(allocate(oifSet()), assertion("oifSetIndexColl\\( oifSetIndex \\) == false"));
    helper_->nextIndex = MrouteSwitch::invalidOifSetIndex();
