@@ -160,6 +160,7 @@ TEST(ModelValues, PortVlanSetsAreMapsWhoseHashAndFormDoNotDependOnInsertion) {
    first.newPortVlanFrr(pv("rtr5", 1009), false);
    first.newNatVlan(VlanId(7), true);
    EXPECT_EQ(first.pretty(), "{rtr3:1007 rtr4 rtr4:1008 rtr10:5 cpu frr !rtr5:1009 nat 7}");
+   first.saveHash();
    do {
       PortVlanSet other = first;
       other.portVlanDelAll();
@@ -167,6 +168,7 @@ TEST(ModelValues, PortVlanSetsAreMapsWhoseHashAndFormDoNotDependOnInsertion) {
          other.newPortVlan(m, false);
       other.portVlanDel(pv("rtr6"));  // none of them
       EXPECT_NE(other, first);
+      EXPECT_NE(other.hash(), first.hash());  // the saved one is not its own any more
       for (auto const& m : members)
          other.newPortVlan(m, true);  // sets the flag of the member that is there
       EXPECT_EQ(other, first);

@@ -207,6 +207,19 @@ TEST_F(AsyncSmFrr, ASliceGoesOnWhereTheLastOneStopped) {
    EXPECT_EQ(walk(), " 0 1 2 3 4 5 6 7");
 }
 
+TEST_F(AsyncSmFrr, AReactorTakesItsPositionAlongAndTheNextGoesOnAtConstruction) {
+   covered(0, 4);
+   start(0.06);
+   down(1);
+   OifSetPtr const stopped = switch_->frrProcessingOifSet().begin()->first;
+   Qor::U32 const references = stopped->references();
+   sm_ = nullptr;
+   EXPECT_EQ(stopped->references(), references - 1);
+   EXPECT_EQ(waiting(), 2u);
+   start();
+   EXPECT_EQ(receiversOfAll(), "et3,et3,et3,et3");
+}
+
 // What may become of a set that waits between two slices.
 TEST_F(AsyncSmFrr, AWaitingSetIsRewrittenWhereALivingRecordCarriesIt) {
    OifSetPtr s;
@@ -245,6 +258,7 @@ TEST_F(AsyncSmFrr, AWaitingSetIsRewrittenWhereALivingRecordCarriesIt) {
       EXPECT_EQ(rewrites_, c.rewrites);
       EXPECT_EQ(receivers(1), c.receivers);
       EXPECT_EQ(receivers(2), newer.record ? c.receivers : "noRoute");
+      EXPECT_TRUE(!newer.record || Qor::ptrCast<AsyncMtableOifSet>(newer.record)->dirty());
       EXPECT_NE(events.text().find(blip), std::string::npos);
       down(1, IntfOperStatus::up);
       for (Route* r : {&first, &route, &newer}) {
@@ -256,6 +270,19 @@ TEST_F(AsyncSmFrr, AWaitingSetIsRewrittenWhereALivingRecordCarriesIt) {
       freshSwitch();
    }
    expectSound();
+}
+
+// The record that was entered has gone, and a newer one carries the set.
+TEST_F(AsyncSmFrr, ARecordThatReplacedTheOneThatWasEnteredIsRerouted) {
+   OifSetPtr const s = set({2}, 1, {3});
+   Route older = program(1, s);
+   Qor::ptrCast<AsyncMtableOifSet>(older.record)->dirtyIs(true);
+   routes_ = {program(0, s)};
+   withdraw(older);
+   start();
+   sm_->doForcePurgeOneZombie();
+   down(1);
+   EXPECT_EQ(receiversOfAll(), "et3");
 }
 
 TEST_F(AsyncSmFrr, AWaitingSetThatIsFreedIsForgotten) {
