@@ -256,7 +256,7 @@ TEST_F(AsyncSmAging, AnIntervalOfThePlatformIsCutToEightBits) {
    auto& config = *inputs_.mfibConfig;
    config.activityPollingIntervalIs(9);
    EXPECT_EQ(timer(), 60);  // an armed clock is left alone
-   Journal const said;  // keeps what is logged of it
+   Journal const said;      // keeps what is logged of it
    // Truncated towards zero, and then to eight bits.
    Qor::U64 configured = 10;
    for (auto const& [activity, written] : std::initializer_list<std::pair<double, unsigned>>{
