@@ -51,6 +51,7 @@ TEST_F(VelAsyncAllocation, AZombieIsResurrectedAndWithoutAFreeIdEarlierResultsSt
    RecordPtr const record = result();
    expectLines(cat("2 Resurrecting zombie mtableOifSet ", *record, "\nhook doScheduleVerify"));
    EXPECT_EQ(record->zombie(), ZombieKey());
+   EXPECT_FALSE(record->usedInHw());  // by none of the routes from before
    record->dirtyIs(true);
    helper_->groupRoom = 1;
    EXPECT_EQ(doAllocate(set), nullptr);
@@ -95,13 +96,15 @@ TEST_F(VelAsyncAllocation, ARecordThatMayNotBeSharedIsReplacedButForFastReroute)
 
 TEST_F(VelAsyncAllocation, ANewerRecordTakesAFixedGroupOver) {
    OifSetPtr const one = oifSet("", RouteKeyType::bridged), two = oifSet("", RouteKeyType::bridged);
-   RecordPtr const first = allocate(one, 40), second = allocate(two, 40);
+   RecordPtr first = allocate(one, 40), second = allocate(two, 40);
    expectLines(cat("hook doAllocateFixedMulticastGroup ", two, " free 40\n",
                    "8 skip delete mtable oifset ", *first, "\n2 mtableOifSet ", *second, " oifSet ",
                    two, " mcastId 40"));
    // Fixed sets are not looked for among the records: the same set again is a takeover, too.
    RecordPtr const third = allocate(two, 40);
    EXPECT_TRUE(first->skipDelete() && second->skipDelete() && !third->skipDelete());
+   first = nullptr;
+   EXPECT_EQ(sw_->mcastIdToOifSet(40), two);
    // After a restart the id may be known without its record; another record keeps its own group.
    sw_->mcastIdToOifSetIs(50, two);
    allocate(one, 50);
