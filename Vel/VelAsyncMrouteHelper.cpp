@@ -2,6 +2,8 @@
 
 #include <utility>
 
+#include "Qor/Describe.h"
+
 namespace VelHelper {
 
 using MrouteLib::OifSetPtr;
@@ -125,5 +127,59 @@ double AsyncMrouteHelper::doGetAdjustedActivityPollInterval(double const& interv
 }
 
 void AsyncMrouteHelper::doScheduleVerify() {}
+
+namespace {
+
+Qor::Type describeMrouteXactType() {
+   Qor::Describe<MrouteXactType> type(Vel::typeModule);
+   return type;
+}
+Qor::TypeRegistration const mrouteXactTypeRegistered(describeMrouteXactType);
+
+Qor::Type describeAsyncMrouteHelper() {
+   using Helper = AsyncMrouteHelper;
+   Qor::Describe<Helper> type(Vel::typeModule);
+   type.base<Vel::VelBaseHelper>();
+   type.constructible<Qor::Name, Qor::Ptr<FlexCounters::CounterKeyTable>,
+                      Qor::Ptr<MrouteLib::MrouteCounterKeyMapTable>>(
+         "name", "activeCounterKeyTable", "mrouteCounterKeyMapTable");
+   type.attribute<&Helper::activeCounterKeyTable>();
+   type.attribute<&Helper::mrouteCounterKeyMapTable>();
+   type.collection<Helper::DeletedMrouteCounterKeyColl, Helper, &Helper::deletedMrouteCounterKey,
+                   &Helper::deletedMrouteCounterKeyDel, &Helper::deletedMrouteCounterKeyIs,
+                   &Helper::deletedMrouteCounterKeyDelAll,
+                   &Helper::deletedMrouteCounterKeyNotify>();
+   type.collection<Helper::NoHwCounterMrouteKeyColl, Helper, &Helper::noHwCounterMrouteKey,
+                   &Helper::noHwCounterMrouteKeyDel, &Helper::noHwCounterMrouteKeyIs,
+                   &Helper::noHwCounterMrouteKeyDelAll, &Helper::noHwCounterMrouteKeyNotify>();
+   type.operation<&Helper::handleMrouteCounterMode>("mode");
+   type.operation<&Helper::handleWildcardCounter>("allCounter");
+   type.operation<&Helper::doCreateMrouteCounter>("vrfId", "key");
+   type.operation<&Helper::doDeleteMrouteCounter>("vrfId", "key");
+   type.operation<&Helper::doAllocateSharableMulticastGroup>("routeKeyInfo", "oifSet",
+                                                             "blockingXact", "excludeEmptyMcid");
+   type.operation<&Helper::doAllocateFixedMulticastGroup>("oifSet", "blockingXact", "mcastId");
+   type.operation<&Helper::doUpdateMulticastGroupInPlace>("oifSet", "mcastId");
+   type.operation<&Helper::doGetXactForOifSet>("mcastId");
+   type.operation<&Helper::doGetXactFailureReason>("xact", "mrouteXactType");
+   type.operation<&Helper::doDeleteOifSet>("mcastId");
+   type.operation<&Helper::doAllocateRoute>("routeKey", "acceptingVlanId", "bridgeAction", "rpaId",
+                                            "vrfId");
+   type.operation<&Helper::doSetMtableOifSet>("handle", "mcastId", "blockingXact");
+   type.operation<&Helper::doGetXactForIngress>("handle");
+   type.operation<&Helper::doDeleteRoute>("handle");
+   type.operation<&Helper::routeLastAccessedTime>("handle");
+   type.operation<&Helper::needFixedOifSet>("type");
+   type.operation<&Helper::needIngressProgramming>("type");
+   type.operation<&Helper::mcastIdReusable>("mcastId");
+   type.operation<&Helper::mcastIdIsValid>("mcastId");
+   type.operation<&Helper::doGetAdjustedPollingInterval>("interval");
+   type.operation<&Helper::doGetAdjustedActivityPollInterval>("interval");
+   type.operation<&Helper::doScheduleVerify>();
+   return type;
+}
+Qor::TypeRegistration const asyncMrouteHelperRegistered(describeAsyncMrouteHelper);
+
+}  // namespace
 
 }  // namespace VelHelper

@@ -1,6 +1,8 @@
 #include "Vel/VelAsyncMrouteKeys.h"
 
+#include "Qor/Describe.h"
 #include "Qor/Hash.h"
+#include "Vel/VelCommon.h"
 
 namespace Vel::Mroute {
 
@@ -42,5 +44,29 @@ InUseRouteHandleKey InUseRouteHandleKey::fromStrep(Qor::StrepReader& reader) {
 std::ostream& operator<<(std::ostream& os, InUseRouteHandleKey const& key) {
    return os << key.strep();
 }
+
+namespace {
+
+Qor::Type describeZombieKey() {
+   Qor::Describe<ZombieKey> type(typeModule);
+   type.constructible<Qor::U32, Qor::Seconds>("multicastId", "expiryTime");
+   type.attribute<&ZombieKey::multicastId>();
+   type.attribute<&ZombieKey::expiryTime>();
+   type.operation<&ZombieKey::isZombie>();
+   return type;
+}
+Qor::TypeRegistration const zombieKeyRegistered(describeZombieKey);
+
+Qor::Type describeInUseRouteHandleKey() {
+   Qor::Describe<InUseRouteHandleKey> type(typeModule);
+   type.constructible<IpGenRouteKey, Bridging::VlanIdOrNone, VrfId>("routeKey", "vlan", "vrfId");
+   type.attribute<&InUseRouteHandleKey::routeKey>();
+   type.attribute<&InUseRouteHandleKey::vlan>();
+   type.attribute<&InUseRouteHandleKey::vrfId>();
+   return type;
+}
+Qor::TypeRegistration const inUseRouteHandleKeyRegistered(describeInUseRouteHandleKey);
+
+}  // namespace
 
 }  // namespace Vel::Mroute

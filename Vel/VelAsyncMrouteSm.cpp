@@ -3,6 +3,7 @@
 
 #include <utility>
 
+#include "Qor/Describe.h"
 #include "Vel/VelAsyncMrouteSmReactors.h"
 #include "Vel/VelMrouteFrr.h"
 
@@ -283,5 +284,61 @@ void AsyncMrouteSwitchSm::doCleanup() {
    zombieClock_.arm(Qor::never);
    bfdVelAsyncMrouteSmDel();
 }
+
+namespace {
+
+Qor::Type describeAsyncMrouteSwitchSm() {
+   using Sm = AsyncMrouteSwitchSm;
+   Qor::Describe<Sm> type(typeModule);
+   type.base<Qor::StateMachine>();
+   type.constructor<&AsyncMrouteSwitchSmIs>(
+         "mrouteSwitch", "intfVlanIdTable", "mfibConfig", "mfibHwStatus", "mrouteHelper",
+         "zombieClock", "agingClock", "ethIntfStatusDir", "bfdAllPeerStatusDir", "bfdAllPeerStatus",
+         "allIntfStatusDir", "allIntfStatusLocalDir");
+   type.attribute<&Sm::mrouteSwitch, &Sm::mrouteSwitchIs>();
+   type.attribute<&Sm::intfVlanIdTable>();
+   type.attribute<&Sm::mfibConfig, &Sm::mfibConfigIs>();
+   type.operation<&Sm::mfibConfigDel>();
+   type.attribute<&Sm::mfibHwStatus>();
+   type.attribute<&Sm::mrouteHelper>();
+   type.attribute<&Sm::zombieClock, &Sm::zombieClockIs>();
+   type.operation<&Sm::zombieClockDel>();
+   type.attribute<&Sm::agingClock, &Sm::agingClockIs>();
+   type.operation<&Sm::agingClockDel>();
+   type.attribute<&Sm::ethIntfStatusDir, &Sm::ethIntfStatusDirIs>();
+   type.operation<&Sm::ethIntfStatusDirDel>();
+   type.attribute<&Sm::bfdAllPeerStatusDir>();
+   type.attribute<&Sm::bfdAllPeerStatus, &Sm::bfdAllPeerStatusIs>();
+   type.operation<&Sm::bfdAllPeerStatusDel>();
+   type.attribute<&Sm::allIntfStatusDir>();
+   type.attribute<&Sm::allIntfStatusLocalDir>();
+   type.attribute<&Sm::clock, &Sm::clockIs>();
+   type.operation<&Sm::clockDel>();
+   type.attribute<&Sm::bfdVelAsyncMrouteSm>();
+   type.operation<&Sm::bfdVelAsyncMrouteSmIs>("appName", "dir", "status", "vrfName");
+   type.operation<&Sm::bfdVelAsyncMrouteSmDel>();
+   type.attribute<&Sm::initialized, &Sm::initializedIs>();
+   type.map<Sm::EthIntfStatusColl::Map, Sm, &Sm::ethIntfStatus, &Sm::ethIntfStatusDel,
+            &Sm::ethIntfStatusIs>();
+   type.map<Sm::BfdStatusColl::Map, Sm, &Sm::bfdStatus, &Sm::bfdStatusDel, &Sm::bfdStatusIs>();
+   type.map<Sm::MfibConfigVrfColl::Map, Sm, &Sm::mfibConfigVrf, &Sm::mfibConfigVrfDel,
+            &Sm::mfibConfigVrfIs>();
+   type.operation<&Sm::handleInitialized>();
+   type.operation<&Sm::handleRoute>("handle");
+   type.operation<&Sm::doCleanup>();
+   type.operation<&Sm::handleZombieClock>();
+   type.operation<&Sm::doForcePurgeOneZombie>();
+   type.operation<&Sm::handlePollingInterval>();
+   type.operation<&Sm::doMaybeScheduleRouteAgingReview>();
+   type.operation<&Sm::doRouteAgingReview>();
+   type.operation<&Sm::updateFrrMtableOif>("intfId");
+   type.operation<&Sm::handleClock>();
+   type.operation<&Sm::handleMulticastCounterMode>();
+   type.operation<&Sm::handleWildcardCounter>();
+   return type;
+}
+Qor::TypeRegistration const asyncMrouteSwitchSmRegistered(describeAsyncMrouteSwitchSm);
+
+}  // namespace
 
 }  // namespace Vel::Mroute

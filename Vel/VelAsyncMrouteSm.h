@@ -86,6 +86,10 @@ class QOR_PUBLIC AsyncMrouteSwitchSm final : public Qor::StateMachine {
    class QorBfdAllPeerStatus;
    class QorBfdStatus;
 
+   using EthIntfStatusColl = Qor::ReactorColl<Lnet::IntfId, QorEthIntfStatus>;
+   using BfdStatusColl = Qor::ReactorColl<Bfd::Peer, QorBfdStatus>;
+   using MfibConfigVrfColl = Qor::ReactorColl<Qor::Name, QorMfibConfigVrf>;
+
    AsyncMrouteSwitchSm(Qor::Ptr<AsyncMrouteSwitch> mrouteSwitch,
                        Qor::Ptr<IntfVlanId::Table const> intfVlanIdTable,
                        Qor::Ptr<Routing::Multicast::Fib::VrfConfig const> mfibConfig,
@@ -177,14 +181,17 @@ class QOR_PUBLIC AsyncMrouteSwitchSm final : public Qor::StateMachine {
    //      entity set again keeps its reactor, another entity under the key gets a new one. A null
    //      argument raises the range error of null parameters (Qor::throwNullParameter). ----
 
+   EthIntfStatusColl::Map const& ethIntfStatus() const { return ethIntfStatus_.map(); }
    QorEthIntfStatus* ethIntfStatus(Lnet::IntfId intfId) const;
    Qor::U32 ethIntfStatuses() const;
    void ethIntfStatusIs(EthIntfStatusPtr status);
    void ethIntfStatusDel(Lnet::IntfId intfId);
+   BfdStatusColl::Map const& bfdStatus() const { return bfdStatus_.map(); }
    QorBfdStatus* bfdStatus(Bfd::Peer const& peer) const;
    Qor::U32 bfdStatuses() const;
    void bfdStatusIs(BfdPeerStatusPtr status);
    void bfdStatusDel(Bfd::Peer peer);
+   MfibConfigVrfColl::Map const& mfibConfigVrf() const { return mfibConfigVrf_.map(); }
    QorMfibConfigVrf* mfibConfigVrf(Qor::Name const& vrfName) const;
    Qor::U32 mfibConfigVrfs() const;
    void mfibConfigVrfIs(ConfigPtr config);
@@ -272,9 +279,9 @@ class QOR_PUBLIC AsyncMrouteSwitchSm final : public Qor::StateMachine {
    Qor::Ptr<Interface::AllIntfStatusDir const> const allIntfStatusDir_;
    Qor::Ptr<Interface::AllIntfStatusLocalDir const> const allIntfStatusLocalDir_;
    Qor::WatchedClock<QorClock> clock_;
-   Qor::ReactorColl<Lnet::IntfId, QorEthIntfStatus> ethIntfStatus_;
-   Qor::ReactorColl<Bfd::Peer, QorBfdStatus> bfdStatus_;
-   Qor::ReactorColl<Qor::Name, QorMfibConfigVrf> mfibConfigVrf_;
+   EthIntfStatusColl ethIntfStatus_;
+   BfdStatusColl bfdStatus_;
+   MfibConfigVrfColl mfibConfigVrf_;
    Qor::Ptr<Bfd::AppRegistration> bfdVelAsyncMrouteSm_;
    bool initialized_ = false;
 };

@@ -3,6 +3,8 @@
 
 #include <utility>
 
+#include "Vel/VelOifSetTablesType.h"
+
 namespace Vel::Mroute {
 
 using MrouteLib::MrouteFailureReason;
@@ -129,5 +131,50 @@ Hux::XactPtr AsyncMrouteSwitch::doAllocateMtableOifSet(MrouteLib::RouteKeyInfo c
    if (!noopAgent()) QOR_ASSERT(xact);
    return xact;
 }
+
+namespace {
+
+Qor::Type describeAsyncMrouteSwitch() {
+   using Switch = AsyncMrouteSwitch;
+   using Told = Switch::Notifiee;
+   Qor::Describe<Switch> type(typeModule);
+   type.base<MrouteLib::AsyncSwitchChip>();
+   type.constructor<&asyncMrouteSwitchFactory>("name", "routingHwRouteStatus", "mrouteHelper");
+   type.attribute<&Switch::routingHwRouteStatus>();
+   type.attribute<&Switch::mrouteHelper>();
+   type.attribute<&Switch::deleted, &Switch::deletedIs, &Told::onDeleted>();
+   type.attribute<&Switch::testKill, &Switch::testKillIs, &Told::onTestKill>();
+   describeOifSetTables<Switch, Switch::OifSetTables>(type);
+   type.collection<Switch::McastIdToOifSetColl, Switch, &Switch::mcastIdToOifSet,
+                   &Switch::mcastIdToOifSetDel, &Switch::mcastIdToOifSetIs,
+                   &Switch::mcastIdToOifSetDelAll, &Switch::mcastIdToOifSetNotify>();
+   type.collection<Switch::OifSetXactColl, Switch, &Switch::oifSetXact, &Switch::oifSetXactDel,
+                   &Switch::oifSetXactIs, &Switch::oifSetXactDelAll, &Switch::oifSetXactNotify>();
+   type.collection<Switch::InUseRouteHandleColl, Switch, &Switch::inUseRouteHandle,
+                   &Switch::inUseRouteHandleDel, &Switch::inUseRouteHandleIs,
+                   &Switch::inUseRouteHandleDelAll, &Switch::inUseRouteHandleNotify>();
+   type.collection<Switch::InUseRouteHandleKeyColl, Switch, &Switch::inUseRouteHandleKey,
+                   &Switch::inUseRouteHandleKeyDel, &Switch::inUseRouteHandleKeyIs,
+                   &Switch::inUseRouteHandleKeyDelAll, &Switch::inUseRouteHandleKeyNotify>();
+   type.operation<&Switch::doAllocateMtableOifSet>("routeKeyInfo", "oifSet", "blockingXact",
+                                                   "presetMulticastId", "frrRoute");
+   type.operation<&Switch::doAllocateRoute>("routeKey", "acceptingVlanId", "bridgeAction", "rpaId",
+                                            "vrfName");
+   type.operation<&Switch::doSetMtableOifSet>("handle", "mtableOifSet", "blockingXact");
+   type.operation<&Switch::doActivateRoute>("handle");
+   type.operation<&Switch::doSetBridgeAction>("handle", "bridgeAction");
+   type.operation<&Switch::doDeleteRoute>("handle");
+   type.operation<&Switch::doGetMulticastId>("mtableOifSet");
+   type.operation<&Switch::doGetOifSet>("mtableOifSet");
+   type.operation<&Switch::needIngressProgramming>("type");
+   type.operation<&Switch::doGetOifSetXactFailureReason>("xact");
+   type.operation<&Switch::doGetIngressXactFailureReason>("xact");
+   type.operation<&Switch::dumpRouteHandle>("handle");
+   type.operation<&Switch::handleFreeMtableOifSet>("record");
+   return type;
+}
+Qor::TypeRegistration const asyncMrouteSwitchRegistered(describeAsyncMrouteSwitch);
+
+}  // namespace
 
 }  // namespace Vel::Mroute

@@ -4,6 +4,7 @@
 
 #include "Vel/VelAsyncMrouteSwitch.h"
 #include "Vel/VelCommon.h"
+#include "Vel/VelOifSetTablesType.h"
 
 namespace Vel::Mroute {
 
@@ -35,5 +36,30 @@ std::ostream& operator<<(std::ostream& os, AsyncMtableOifSet const& record) {
    return os << "AsyncMtableOifSet(mcastId " << record.multicastId() << ", " << record.oifSet()
              << ')';
 }
+
+namespace {
+
+Qor::Type describeAsyncMtableOifSet() {
+   using Record = AsyncMtableOifSet;
+   using Told = Record::Notifiee;
+   Qor::Describe<Record> type(typeModule);
+   type.constructor<&asyncMtableOifSetFactory>("oifSet", "toCpu", "multicastId", "mrouteSwitch");
+   describeOifSetRecord(type);
+   type.attribute<&Record::multicastId>();
+   type.attribute<&Record::usedInHw, &Record::usedInHwIs, &Told::onUsedInHw>();
+   type.attribute<&Record::skipDelete, &Record::skipDeleteIs, &Told::onSkipDelete>();
+   type.attribute<&Record::zombieLifetime, &Record::zombieLifetimeIs, &Told::onZombieLifetime>();
+   return type;
+}
+Qor::TypeRegistration const asyncMtableOifSetRegistered(describeAsyncMtableOifSet);
+
+Qor::Type describeAsyncMtableOifSetPtr() {
+   Qor::Describe<AsyncMtableOifSetPtr> type(typeModule);
+   type.constructible<Qor::Ptr<AsyncMtableOifSet>>("record");
+   return type;
+}
+Qor::TypeRegistration const asyncMtableOifSetPtrRegistered(describeAsyncMtableOifSetPtr);
+
+}  // namespace
 
 }  // namespace Vel::Mroute

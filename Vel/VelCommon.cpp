@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "Qor/Assert.h"
+#include "Qor/Describe.h"
 
 namespace Vel {
 
@@ -31,5 +32,15 @@ Qor::TraceHandle& velTrace() {
    static Qor::TraceHandle& handle = Qor::traceHandle("VelMroute");
    return handle;
 }
+
+namespace {
+
+Qor::Type describeVelBaseHelper() {
+   Qor::Describe<VelBaseHelper> type("VelCommon");
+   return type;
+}
+Qor::TypeRegistration const velBaseHelperRegistered(describeVelBaseHelper);
+
+}  // namespace
 
 }  // namespace Vel

@@ -30,6 +30,9 @@ class QOR_PUBLIC VelBaseHelper : public Qor::NamedEntity {
    void hookNotImplemented() const;
 };
 
+// Whose types the library's are in the type registry (Qor/Type.h).
+inline constexpr char typeModule[] = "VelMroute";
+
 // The library's trace handle, "VelMroute".
 QOR_PUBLIC Qor::TraceHandle& velTrace();
 

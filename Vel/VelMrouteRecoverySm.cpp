@@ -3,7 +3,9 @@
 #include <utility>
 #include <vector>
 
+#include "Qor/Describe.h"
 #include "Qor/Trace.h"
+#include "Vel/VelCommon.h"
 
 #define RECOVERY_TRACE(level, pieces) QOR_TRACE(recoveryTrace(), velTraceSource, level, pieces)
 
@@ -78,5 +80,20 @@ void RecoverySm::doAddMfibHwStatusEntry(VrfId vrfId, IpGenRouteKey const& routeK
                            << "( " << vrfId << ", " << routeKey << ", " << vlan
                            << " ), Added route to VRF " << vrfName);
 }
+
+namespace {
+
+Qor::Type describeRecoverySm() {
+   Qor::Describe<RecoverySm> type(typeModule);
+   type.base<Qor::StateMachine>();
+   type.constructor<&recoverySmFactory>("velL3Status", "intfVlanIdTable", "vrfEnabledStatus",
+                                        "mfibHwStatus");
+   type.operation<&RecoverySm::doAddMfibHwVrfStatus>();
+   type.operation<&RecoverySm::doAddMfibHwStatusEntry>("vrfId", "routeKey", "vlan");
+   return type;
+}
+Qor::TypeRegistration const recoverySmRegistered(describeRecoverySm);
+
+}  // namespace
 
 }  // namespace Vel::Mroute

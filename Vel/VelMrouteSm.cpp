@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <cmath>
 
+#include "Qor/Describe.h"
+#include "Vel/VelCommon.h"
 #include "Vel/VelMrouteSmReactors.h"
 
 namespace Vel {
@@ -223,5 +225,54 @@ void MrouteSm::handleVerify() {
    if (!initialized() || disableVerify() || !l3Status()) return;
    mrouteHelper()->verifyMulticastRouting(l3Status()->multicastRoutingEnabled());
 }
+
+namespace {
+
+Qor::Type describeMrouteSm() {
+   using Sm = MrouteSm;
+   Qor::Describe<Sm> type(typeModule);
+   type.base<Qor::StateMachine>();
+   type.constructor<&MrouteSmIs>("acsd", "l3Status", "mfibVrfConfig", "mfibHwStatus", "ipStatus",
+                                 "mrouteHelper", "mcastEnabledStatus");
+   type.attribute<&Sm::acsd, &Sm::acsdIs>();
+   type.operation<&Sm::acsdDel>();
+   type.attribute<&Sm::l3Status>();
+   type.attribute<&Sm::mfibVrfConfig, &Sm::mfibVrfConfigIs>();
+   type.operation<&Sm::mfibVrfConfigDel>();
+   type.attribute<&Sm::mfibHwStatus, &Sm::mfibHwStatusIs>();
+   type.operation<&Sm::mfibHwStatusDel>();
+   type.attribute<&Sm::ipStatus>();
+   type.attribute<&Sm::mrouteHelper>();
+   type.attribute<&Sm::mcastEnabledStatus, &Sm::mcastEnabledStatusIs>();
+   type.operation<&Sm::mcastEnabledStatusDel>();
+   type.attribute<&Sm::verifyData, &Sm::verifyDataIs>();
+   type.operation<&Sm::verifyDataDel>();
+   type.attribute<&Sm::mfibCounterStatus, &Sm::mfibCounterStatusIs>();
+   type.attribute<&Sm::mfibCounterStatusCtl, &Sm::mfibCounterStatusCtlIs>();
+   type.attribute<&Sm::counterPollingClock, &Sm::counterPollingClockIs>();
+   type.operation<&Sm::counterPollingClockDel>();
+   type.attribute<&Sm::counterPollingInterval, &Sm::counterPollingIntervalIs>();
+   type.map<Sm::MfibConfigVrfColl::Map, Sm, &Sm::mfibConfigVrf, &Sm::mfibConfigVrfDel,
+            &Sm::mfibConfigVrfIs>();
+   type.map<Sm::CounterShadow, Sm, &Sm::counterShadow>();
+   type.attribute<&Sm::disableVerify, &Sm::disableVerifyIs>();
+   type.attribute<&Sm::initialized>();
+   type.operation<&Sm::handleInitialized>();
+   type.operation<&Sm::isMulticastEnabled>();
+   type.operation<&Sm::handleMulticastRouting>();
+   type.operation<&Sm::doEnableMulticastRouting>("enable");
+   type.operation<&Sm::handleVerify>();
+   type.operation<&Sm::doCounterPolling>();
+   type.operation<&Sm::updateMfibCounter>("key", "value", "active");
+   type.operation<&Sm::removeMfibCounter>("key");
+   type.operation<&Sm::setMfibCounterActive>("key", "active");
+   type.operation<&Sm::handleClearRouteCounter>("key");
+   type.operation<&Sm::handleWildcardCounter>();
+   type.operation<&Sm::handleMulticastCounterMode>();
+   return type;
+}
+Qor::TypeRegistration const mrouteSmRegistered(describeMrouteSm);
+
+}  // namespace
 
 }  // namespace Vel

@@ -104,6 +104,8 @@ class QOR_PUBLIC MrouteSm final : public Qor::StateMachine {
    class QorCounterPollingClock;
    class QorVerifyData;
 
+   using MfibConfigVrfColl = Qor::ReactorColl<Qor::Name, QorMfibConfigVrf>;
+
    // RangeException of null parameters (Qor::throwNullParameter) for a null `mrouteHelper`.
    MrouteSm(Qor::Ptr<VelCommonSmData const> acsd, Qor::Ptr<L3Status> l3Status,
             Qor::Ptr<VrfConfig const> mfibVrfConfig, Qor::Ptr<HwStatus const> mfibHwStatus,
@@ -180,6 +182,7 @@ class QOR_PUBLIC MrouteSm final : public Qor::StateMachine {
    // One reactor for each VRF with a configuration. The same entity set again keeps its reactor,
    // another one of the same name gets a new one. A null argument raises the range error of null
    // parameters.
+   MfibConfigVrfColl::Map const& mfibConfigVrf() const { return mfibConfigVrf_.map(); }
    QorMfibConfigVrf* mfibConfigVrf(Qor::Name const& vrfName) const;
    Qor::U32 mfibConfigVrfs() const;
    void mfibConfigVrfIs(ConfigPtr config);
@@ -267,7 +270,7 @@ class QOR_PUBLIC MrouteSm final : public Qor::StateMachine {
    Qor::Ptr<VelHelper::MrouteSmHelper> const mrouteHelper_;
    Qor::Watched<VrfEnabledStatus const, QorMcastEnabledStatus> mcastEnabledStatus_;
    Qor::Watched<VerifyData const, QorVerifyData> verifyData_;
-   Qor::ReactorColl<Qor::Name, QorMfibConfigVrf> mfibConfigVrf_;
+   MfibConfigVrfColl mfibConfigVrf_;
    Qor::Ptr<CounterStatus> mfibCounterStatus_;
    Qor::Ptr<CounterStatusCtl> mfibCounterStatusCtl_;
    Qor::WatchedClock<QorCounterPollingClock> counterPollingClock_;

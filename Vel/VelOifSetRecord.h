@@ -25,6 +25,9 @@ namespace Vel {
 template <class Record>
 class RecordName {
  public:
+   // As the record's kind is called, and "Ptr".
+   static Qor::String typeName() { return Qor::String(Qor::className<Record>()) + "Ptr"; }
+
    RecordName() = default;
    RecordName(Record* record) : record_(record) {}
 

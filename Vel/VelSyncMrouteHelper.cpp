@@ -2,6 +2,9 @@
 
 #include <utility>
 
+#include "Qor/Describe.h"
+#include "Vel/VelMrouteSm.h"
+
 namespace VelHelper {
 
 using MrouteLib::OifSetPtr;
@@ -120,5 +123,50 @@ void MrouteSmHelper::verifyMroute(U32, U16, Qor::Ptr<Vel::Route const>) {
 void MrouteSmHelper::verifyMrouteBoundary(U32, U16, Qor::Ptr<Vel::Boundary const>) {
    hookNotImplemented();
 }
+
+namespace {
+
+Qor::Type describeMrouteSmHelper() {
+   using Helper = MrouteSmHelper;
+   Qor::Describe<Helper> type(Vel::typeModule);
+   type.base<Vel::VelBaseHelper>();
+   type.constructible<Qor::Name>("name");
+   type.attribute<&Helper::mrouteSm, &Helper::mrouteSmIs, &Helper::Notifiee::onMrouteSm>();
+   type.operation<&Helper::mrouteInit>("start");
+   type.operation<&Helper::handleMulticastRouting>("enabled");
+   type.operation<&Helper::handleMrouteCounterMode>("mode");
+   type.operation<&Helper::verifyMulticastRouting>("enabled");
+   type.operation<&Helper::mrouteSwitchInit>("switchId", "start");
+   type.operation<&Helper::doAllocateMtableOifSet>("switchId", "oifSetIndex", "oifSet");
+   type.operation<&Helper::doReallocateMtableOifSet>("switchId", "oifSetIndex", "oifSet");
+   type.operation<&Helper::handleFreeMtableOifSet>("switchId", "record");
+   type.operation<&Helper::doCreateMrouteCounter>("vrfId", "key");
+   type.operation<&Helper::doDeleteMrouteCounter>("key");
+   type.operation<&Helper::doClearMrouteCounter>("key");
+   type.operation<&Helper::doReadMrouteCounter>("key");
+   type.operation<&Helper::ageOutHwMcastCounter>("key");
+   type.operation<&Helper::doAllocateMroute>("switchId", "vrfId", "key", "acceptingVlanId",
+                                             "bridge", "oifSetIndex", "fastDrop", "rpaId");
+   type.operation<&Helper::doAllocateMrouteNoRpf>("switchId", "vrfId", "key", "bridge",
+                                                  "oifSetIndex", "fastDrop", "rpaId");
+   type.operation<&Helper::doSetMtableOifSet>("switchId", "vrfId", "handle", "route",
+                                              "oifSetIndex");
+   type.operation<&Helper::doDeleteMroute>("switchId", "vrfId", "handle", "route");
+   type.operation<&Helper::doDeleteMrouteBoundary>("switchId", "vrfId", "handle", "boundary");
+   type.operation<&Helper::doCommitMrouteBatch>();
+   type.operation<&Helper::mrouteFull>("switchId");
+   type.operation<&Helper::mrouteBoundaryFull>("switchId");
+   type.operation<&Helper::mtableFull>("switchId");
+   type.operation<&Helper::mrouteHitBit>("switchId", "vrfId", "key", "acceptingVlanId", "boundary");
+   type.operation<&Helper::mrouteHitBitCacheRefresh>("switchId");
+   type.operation<&Helper::mrouteHitBitCacheClear>("switchId");
+   type.operation<&Helper::triggerRouteAgingReview>();
+   type.operation<&Helper::verifyMroute>("switchId", "vrfId", "route");
+   type.operation<&Helper::verifyMrouteBoundary>("switchId", "vrfId", "boundary");
+   return type;
+}
+Qor::TypeRegistration const mrouteSmHelperRegistered(describeMrouteSmHelper);
+
+}  // namespace
 
 }  // namespace VelHelper

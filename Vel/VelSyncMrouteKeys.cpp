@@ -1,5 +1,8 @@
 #include "Vel/VelSyncMrouteKeys.h"
 
+#include "Qor/Describe.h"
+#include "Vel/VelCommon.h"
+
 namespace Vel {
 
 Qor::String RouteKeyVlanId::strep() const {
@@ -15,5 +18,29 @@ RouteKeyVlanId RouteKeyVlanId::fromStrep(Qor::StrepReader& reader) {
    reader.expect("})");
    return {route, vlan};
 }
+
+namespace {
+
+Qor::Type describeZombieKey() {
+   Qor::Describe<ZombieKey> type(typeModule);
+   type.constructible<Qor::U32, Qor::Seconds>("groupId", "expiryTime");
+   type.attribute<&ZombieKey::groupId>();
+   type.attribute<&ZombieKey::expiryTime>();
+   type.operation<&ZombieKey::isZombie>();
+   return type;
+}
+Qor::TypeRegistration const zombieKeyRegistered(describeZombieKey);
+
+Qor::Type describeRouteKeyVlanId() {
+   Qor::Describe<RouteKeyVlanId> type(typeModule);
+   type.constructible<Routing::Multicast::Fib::IpGenRouteKey, Bridging::VlanIdOrNone>("route",
+                                                                                      "vlan");
+   type.attribute<&RouteKeyVlanId::route>();
+   type.attribute<&RouteKeyVlanId::vlan>();
+   return type;
+}
+Qor::TypeRegistration const routeKeyVlanIdRegistered(describeRouteKeyVlanId);
+
+}  // namespace
 
 }  // namespace Vel

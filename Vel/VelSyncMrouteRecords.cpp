@@ -1,6 +1,7 @@
 #include "Vel/VelSyncMrouteRecords.h"
 
 #include "Vel/VelCommon.h"
+#include "Vel/VelOifSetTablesType.h"
 #include "Vel/VelSyncMrouteSwitch.h"
 
 namespace Vel {
@@ -41,5 +42,55 @@ Qor::ValidPtr<Route> routeFactory(MrouteLib::RouteHandle handle,
 }
 
 Boundary::~Boundary() = default;
+
+namespace {
+
+Qor::Type describeMtableOifSet() {
+   Qor::Describe<MtableOifSet> type(typeModule);
+   type.constructor<&mtableOifSetFactory>("oifSet", "toCpu", "mrouteSwitch");
+   describeOifSetRecord(type);
+   type.attribute<&MtableOifSet::oifSetIndex, &MtableOifSet::oifSetIndexIs,
+                  &MtableOifSet::Notifiee::onOifSetIndex>();
+   return type;
+}
+Qor::TypeRegistration const mtableOifSetRegistered(describeMtableOifSet);
+
+Qor::Type describeMtableOifSetPtr() {
+   Qor::Describe<MtableOifSetPtr> type(typeModule);
+   type.constructible<Qor::Ptr<MtableOifSet>>("record");
+   return type;
+}
+Qor::TypeRegistration const mtableOifSetPtrRegistered(describeMtableOifSetPtr);
+
+Qor::Type describeRoute() {
+   using Told = Route::Notifiee;
+   Qor::Describe<Route> type(typeModule);
+   type.constructor<&routeFactory>("handle", "key", "acceptingVlanId");
+   type.attribute<&Route::handle>();
+   type.attribute<&Route::key>();
+   type.attribute<&Route::acceptingVlanId>();
+   type.attribute<&Route::fastdrop, &Route::fastdropIs, &Told::onFastdrop>();
+   type.attribute<&Route::rpaId, &Route::rpaIdIs, &Told::onRpaId>();
+   type.attribute<&Route::vrfId, &Route::vrfIdIs, &Told::onVrfId>();
+   type.attribute<&Route::mtableOifSet, &Route::mtableOifSetIs, &Told::onMtableOifSet>();
+   type.attribute<&Route::noAge, &Route::noAgeIs, &Told::onNoAge>();
+   type.attribute<&Route::vxlan, &Route::vxlanIs, &Told::onVxlan>();
+   return type;
+}
+Qor::TypeRegistration const routeRegistered(describeRoute);
+
+Qor::Type describeBoundary() {
+   Qor::Describe<Boundary> type(typeModule);
+   type.constructible<MrouteLib::RouteHandle, Boundary::IpGenRouteKey, Bridging::VlanId>(
+         "handle", "key", "vlanId");
+   type.attribute<&Boundary::handle>();
+   type.attribute<&Boundary::key>();
+   type.attribute<&Boundary::vlanId>();
+   type.attribute<&Boundary::vrfId, &Boundary::vrfIdIs>();
+   return type;
+}
+Qor::TypeRegistration const boundaryRegistered(describeBoundary);
+
+}  // namespace
 
 }  // namespace Vel

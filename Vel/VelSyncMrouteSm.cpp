@@ -5,6 +5,8 @@
 #include <utility>
 
 #include "Qor/Blip.h"
+#include "Qor/Describe.h"
+#include "Vel/VelCommon.h"
 #include "Vel/VelMrouteFrr.h"
 #include "Vel/VelSyncMrouteSmReactors.h"
 
@@ -321,5 +323,61 @@ void MrouteSwitchSm::handleZombieClock() {
    if (chip->deleted()) zombieClock_.arm(Qor::never);
    handleZombie();
 }
+
+namespace {
+
+Qor::Type describeMrouteSwitchSm() {
+   using Sm = MrouteSwitchSm;
+   Qor::Describe<Sm> type(typeModule);
+   type.base<Qor::StateMachine>();
+   type.constructor<&MrouteSwitchSmIs>(
+         "switchId", "acsd", "l3Status", "mrouteSwitch", "intfVlanIdTable", "mfibConfig",
+         "mfibHwStatus", "mrouteHelper", "zombieClock", "agingClock", "ethIntfStatusDir",
+         "allIntfStatusDir", "allIntfStatusLocalDir");
+   type.attribute<&Sm::switchId>();
+   type.attribute<&Sm::acsd, &Sm::acsdIs>();
+   type.operation<&Sm::acsdDel>();
+   type.attribute<&Sm::l3Status, &Sm::l3StatusIs>();
+   type.operation<&Sm::l3StatusDel>();
+   type.attribute<&Sm::mrouteSwitch, &Sm::mrouteSwitchIs>();
+   type.attribute<&Sm::intfVlanIdTable>();
+   type.attribute<&Sm::mfibConfig, &Sm::mfibConfigIs>();
+   type.operation<&Sm::mfibConfigDel>();
+   type.attribute<&Sm::mfibHwStatus>();
+   type.attribute<&Sm::mrouteHelper>();
+   type.attribute<&Sm::zombieClock, &Sm::zombieClockIs>();
+   type.operation<&Sm::zombieClockDel>();
+   type.attribute<&Sm::agingClock, &Sm::agingClockIs>();
+   type.operation<&Sm::agingClockDel>();
+   type.attribute<&Sm::ethIntfStatusDir, &Sm::ethIntfStatusDirIs>();
+   type.operation<&Sm::ethIntfStatusDirDel>();
+   type.attribute<&Sm::allIntfStatusDir>();
+   type.attribute<&Sm::allIntfStatusLocalDir>();
+   type.attribute<&Sm::clock, &Sm::clockIs>();
+   type.operation<&Sm::clockDel>();
+   type.attribute<&Sm::verifyData, &Sm::verifyDataIs>();
+   type.operation<&Sm::verifyDataDel>();
+   type.attribute<&Sm::agingReviewInterval, &Sm::agingReviewIntervalIs>();
+   type.attribute<&Sm::agingReviewQuota, &Sm::agingReviewQuotaIs>();
+   type.attribute<&Sm::disableVerify, &Sm::disableVerifyIs>();
+   type.map<Sm::EthIntfStatusColl::Map, Sm, &Sm::ethIntfStatus, &Sm::ethIntfStatusDel,
+            &Sm::ethIntfStatusIs>();
+   type.attribute<&Sm::initialized>();
+   type.operation<&Sm::handleInitialized>();
+   type.operation<&Sm::doCleanup>();
+   type.operation<&Sm::maybeScheduleRoutesReview>();
+   type.operation<&Sm::maybeScheduleAgingReview>();
+   type.operation<&Sm::handleZombie>();
+   type.operation<&Sm::handleZombieClock>();
+   type.operation<&Sm::handlePollingInterval>();
+   type.operation<&Sm::doRouteAgingReview>();
+   type.operation<&Sm::updateFrrMtableOif>("intfId");
+   type.operation<&Sm::handleClock>();
+   type.operation<&Sm::handleVerify>();
+   return type;
+}
+Qor::TypeRegistration const mrouteSwitchSmRegistered(describeMrouteSwitchSm);
+
+}  // namespace
 
 }  // namespace Vel

@@ -65,6 +65,8 @@ class QOR_PUBLIC MrouteSwitchSm final : public Qor::StateMachine {
    class QorClock;
    class QorVerifyData;
 
+   using EthIntfStatusColl = Qor::ReactorColl<Lnet::IntfId, QorEthIntfStatus>;
+
    MrouteSwitchSm(Qor::U32 switchId, Qor::Ptr<VelCommonSmData> acsd, Qor::Ptr<L3Status> l3Status,
                   Qor::Ptr<MrouteSwitch> mrouteSwitch,
                   Qor::Ptr<IntfVlanId::Table const> intfVlanIdTable,
@@ -155,6 +157,7 @@ class QOR_PUBLIC MrouteSwitchSm final : public Qor::StateMachine {
    // ---- One reactor for each Ethernet interface. A null argument raises the range error of null
    //      parameters (Qor::throwNullParameter). ----
 
+   EthIntfStatusColl::Map const& ethIntfStatus() const { return ethIntfStatus_.map(); }
    QorEthIntfStatus* ethIntfStatus(Lnet::IntfId intfId) const;
    Qor::U32 ethIntfStatuses() const;
    void ethIntfStatusIs(EthIntfStatusPtr status);
@@ -220,7 +223,7 @@ class QOR_PUBLIC MrouteSwitchSm final : public Qor::StateMachine {
    Qor::Watched<Interface::EthIntfStatusDir const, QorEthIntfStatusDir> ethIntfStatusDir_;
    Qor::Ptr<Interface::AllIntfStatusDir const> const allIntfStatusDir_;
    Qor::Ptr<Interface::AllIntfStatusLocalDir const> const allIntfStatusLocalDir_;
-   Qor::ReactorColl<Lnet::IntfId, QorEthIntfStatus> ethIntfStatus_;
+   EthIntfStatusColl ethIntfStatus_;
    Qor::WatchedClock<QorClock> clock_;
    Qor::Watched<VerifyData const, QorVerifyData> verifyData_;
    bool disableVerify_ = false;

@@ -17,6 +17,8 @@
 #include <utility>
 
 #include "Qor/Clock.h"
+#include "Vel/VelCommon.h"
+#include "Vel/VelOifSetTablesType.h"
 
 namespace Vel {
 
@@ -219,5 +221,52 @@ void MrouteSwitch::freeNow(RecordPtr const& oifSet) {
    }
    requestVerify();
 }
+
+namespace {
+
+Qor::Type describeMrouteSwitch() {
+   using Switch = MrouteSwitch;
+   using Told = Switch::Notifiee;
+   Qor::Describe<Switch> type(typeModule);
+   type.base<MrouteLib::SwitchChip>();
+   type.constructor<&mrouteSwitchFactory>("name", "switchId", "acsd", "l3Status", "mrouteHelper",
+                                          "ipStatus", "mfibHwStatus");
+   type.attribute<&Switch::acsd>();
+   type.attribute<&Switch::l3Status>();
+   type.attribute<&Switch::mrouteHelper>();
+   type.attribute<&Switch::ipStatus>();
+   type.attribute<&Switch::mfibHwStatus>();
+   type.attribute<&Switch::zombieLifetime, &Switch::zombieLifetimeIs, &Told::onZombieLifetime>();
+   type.attribute<&Switch::deleted, &Switch::deletedIs, &Told::onDeleted>();
+   type.attribute<&Switch::initialized, nullptr, &Told::onInitialized>();
+   describeOifSetTables<Switch, Switch::OifSetTables>(type);
+   type.collection<Switch::OifSetIndexColl, Switch, &Switch::oifSetIndexColl,
+                   &Switch::oifSetIndexCollDel, &Switch::oifSetIndexCollIs,
+                   &Switch::oifSetIndexCollDelAll, &Switch::oifSetIndexCollNotify>();
+   type.collection<Switch::RouteColl, Switch, &Switch::route, &Switch::routeDel,
+                   &Switch::routeDelAll, &Switch::routeNotify>();
+   type.operation<&Switch::routeIs>("handle", "key", "acceptingVlanId");
+   type.collection<Switch::BoundaryColl, Switch, &Switch::boundary, &Switch::boundaryDel,
+                   &Switch::boundaryDelAll, &Switch::boundaryNotify>();
+   type.operation<&Switch::boundaryIs>("handle", "key", "vlanId");
+   type.collection<Switch::RouteKeyToHandleColl, Switch, &Switch::routeKeyToHandle,
+                   &Switch::routeKeyToHandleDel, &Switch::routeKeyToHandleIs,
+                   &Switch::routeKeyToHandleDelAll, &Switch::routeKeyToHandleNotify>();
+   type.operation<&Switch::doAllocateMtableOifSet>("oifSet");
+   type.operation<&Switch::doAllocateRoute>("routeKey", "acceptingVlanId", "bridge", "mtableOifSet",
+                                            "fastDrop", "noRpf", "rpaId", "vrfName");
+   type.operation<&Switch::doSetMtableOifSet>("handle", "mtableOifSet");
+   type.operation<&Switch::doDeleteRoute>("handle");
+   type.operation<&Switch::doCommitRouteBatch>();
+   type.operation<&Switch::handleFreeMtableOifSet>("record");
+   type.operation<&Switch::handleVerify>();
+   type.operation<&Switch::handleInitialized>();
+   type.operation<&Switch::doCleanup>();
+   type.operation<&Switch::requestVerify>();
+   return type;
+}
+Qor::TypeRegistration const mrouteSwitchRegistered(describeMrouteSwitch);
+
+}  // namespace
 
 }  // namespace Vel

@@ -16,6 +16,8 @@ class RouteKeyInfo final {
    using IpGenRouteKey = Routing::Multicast::Fib::IpGenRouteKey;
    using RouteKeyType = Routing::Multicast::Fib::RouteKeyType;
 
+   static constexpr char const* typeName = "MrouteLib::RouteKeyInfo";
+
    RouteKeyInfo() = default;
    RouteKeyInfo(IpGenRouteKey const& routeKey, L3::VrfName vrfName,
                 Bridging::VlanIdOrNone acceptingVlanId, RouteKeyType type)
@@ -28,6 +30,27 @@ class RouteKeyInfo final {
    L3::VrfName const& vrfName() const { return vrfName_; }
    Bridging::VlanIdOrNone acceptingVlanId() const { return acceptingVlanId_; }
    RouteKeyType type() const { return type_; }
+
+   Qor::String strep() const {
+      return Qor::String("Value('") + typeName + "', ** {'routeKey': " + routeKey_.strep() +
+             ", 'vrfName': " + vrfName_.strep() +
+             ", 'acceptingVlanId': " + acceptingVlanId_.strep() +
+             ", 'type': " + std::to_string(static_cast<unsigned>(type_)) + "})";
+   }
+   static RouteKeyInfo fromStrep(Qor::StrepReader& reader) {
+      RouteKeyInfo info;
+      reader.expect("Value('MrouteLib::RouteKeyInfo', ** {'routeKey': ");
+      info.routeKey_ = IpGenRouteKey::fromStrep(reader);
+      reader.expect(", 'vrfName': ");
+      info.vrfName_ = L3::VrfName::fromStrep(reader);
+      reader.expect(", 'acceptingVlanId': ");
+      info.acceptingVlanId_ = Bridging::VlanIdOrNone::fromStrep(reader);
+      reader.expect(", 'type': ");
+      auto const last = static_cast<Qor::U64>(Routing::Multicast::Fib::lastRouteKeyType);
+      info.type_ = static_cast<RouteKeyType>(reader.number(last));
+      reader.expect("})");
+      return info;
+   }
 
    friend bool operator==(RouteKeyInfo const&, RouteKeyInfo const&) = default;
    // "(10.0.0.2, 239.10.0.7) vrf default vlan 1006 routed"

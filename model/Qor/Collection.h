@@ -43,6 +43,10 @@ class Collection {
    using Value = typename M::Value;
    using Iterator = typename M::ConstIterator;
 
+   // The handlers, as the type's description names them.
+   static constexpr auto each = Each;
+   static constexpr auto immediate = Immediate;
+
    Map const& map() const { return map_; }
 
    // The member under `key`, or a default value.

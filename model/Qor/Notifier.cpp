@@ -7,14 +7,22 @@ Notifiee::~Notifiee() {
 }
 
 void Notifiee::hasNotificationActiveIs(bool active) {
-   if (active_ == active) return;
-   active_ = active;
+   if (hasNotificationActive() == active) return;
+   hears_ = !active ? Hears::nothing : follower_ ? Hears::changes : Hears::handlers;
    if (active && bound()) onImmediate();
 }
 
 void Notifiee::qorDoZombieReactors(bool) {}
 
 void Notifiee::onImmediate() {}
+
+void Notifiee::followerIs() {
+   QOR_ASSERT(!bound());
+   follower_ = true;
+   if (hasNotificationActive()) hears_ = Hears::changes;
+}
+
+void Notifiee::onChange(std::string_view, void const*) {}
 
 bool Notifiee::bound() const {
    return list_ && list_ != &Notifier::zombieReactors();

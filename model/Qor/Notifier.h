@@ -11,13 +11,20 @@
 // that throws ends the delivery: those behind it are not told, and the error reaches the mutator's
 // caller with the change made.
 //
+// A notifiee may be a follower instead of a reactor: it hears of every change by the handler's name,
+// whatever the notifier's type, and takes no part in the life of what it follows: an object lives
+// no longer for it.
+//
 // Binding holds no reference in either direction. A notifiee whose notifier has been destroyed is a
 // zombie reactor: its notifier() is null, and the next sweep (sweepZombieReactors(), run by the
 // activity loop at the end of each turn) tells it once through qorDoZombieReactors(true), unless it
 // has been bound again by then, which counts as a first binding.
 #pragma once
 
+#include <string_view>
+
 #include "Qor/Export.h"
+#include "Qor/MemberName.h"
 #include "Qor/Ptr.h"
 
 namespace Qor {
@@ -32,7 +39,7 @@ class QOR_PUBLIC Notifiee {
 
    // Turns delivery on (the initial state) or off without unbinding. Nothing is remembered while it
    // is off; turning it on again on a bound notifiee raises its immediate form.
-   bool hasNotificationActive() const { return active_; }
+   bool hasNotificationActive() const { return hears_ != Hears::nothing; }
    void hasNotificationActiveIs(bool active);
 
    // The sweep's word to a reactor whose notifier has gone: the owner may remove it now, and
@@ -47,6 +54,12 @@ class QOR_PUBLIC Notifiee {
    // by a first binding, since an owner reads the current state itself when it is built.
    virtual void onImmediate();
 
+   // Makes this a follower, for good; before it is bound.
+   void followerIs();
+   // A follower's one handler: `handler` is the name of the reactors' handler ("onUsedInHw"), `key`
+   // points at its argument, null for a handler without one. Both last for the call.
+   virtual void onChange(std::string_view handler, void const* key);
+
    bool bound() const;
    Notifier* notifierBase() const { return bound() ? list_ : nullptr; }
    void link(Notifier* notifier);
@@ -56,10 +69,13 @@ class QOR_PUBLIC Notifiee {
    friend class Notifier;
    friend QOR_PUBLIC void sweepZombieReactors();
 
+   enum class Hears : U8 { nothing, handlers, changes };
+
    Notifier* list_ = nullptr;  // the notifier, or the list of zombie reactors
    Notifiee* previous_ = nullptr;
    Notifiee* next_ = nullptr;
-   bool active_ = true;
+   Hears hears_ = Hears::handlers;
+   bool follower_ = false;
 };
 
 // Tells every reactor whose notifier has gone since the last sweep, once.
@@ -72,21 +88,29 @@ class QOR_PUBLIC Notifier {
    Notifier& operator=(Notifier const&) = delete;
    ~Notifier();
 
-   bool hasNotifiees() const { return head_ != nullptr; }
+   // Whether reactors are bound; followers do not count.
+   bool hasNotifiees() const { return firstReactor(head_) != nullptr; }
 
  protected:
-   // Calls `call(Notifiee&)` on every bound, active notifiee.
+   // Calls `call(Notifiee&)` on every bound, active reactor, and tells followers that `handler` has
+   // been called with `key`.
    template <class Call>
-   void deliver(Call const& call) {
+   void deliver(Call const& call, std::string_view handler, void const* key) {
       if (!head_) return;
       Walk walk(this);
       while (Notifiee* notifiee = walk.take()) {
-         if (notifiee->active_) call(*notifiee);
+         if (notifiee->hears_ == Notifiee::Hears::handlers) {
+            call(*notifiee);
+         } else if (notifiee->hears_ == Notifiee::Hears::changes) {
+            notifiee->onChange(handler, key);
+         }
       }
    }
 
-   // Whether `notifiee` is the only one bound.
-   bool isOnly(Notifiee const& notifiee) const { return head_ == &notifiee && tail_ == &notifiee; }
+   // Whether `notifiee` is the only reactor bound.
+   bool isOnly(Notifiee const& notifiee) const {
+      return firstReactor(head_) == &notifiee && !firstReactor(notifiee.next_);
+   }
 
  private:
    friend class Notifiee;
@@ -122,6 +146,12 @@ class QOR_PUBLIC Notifier {
       Notifiee* last;
    };
 
+   // From `notifiee` on.
+   static Notifiee* firstReactor(Notifiee* notifiee) {
+      while (notifiee && notifiee->follower_)
+         notifiee = notifiee->next_;
+      return notifiee;
+   }
    void append(Notifiee* notifiee);
    void remove(Notifiee* notifiee);
    static Notifier& zombieReactors();
@@ -138,8 +168,12 @@ class NotifierOf : public Notifier {
  protected:
    template <auto Handler, class... Args>
    void notify(Args const&... args) const {
+      static_assert(sizeof...(Args) <= 1);
+      void const* key = nullptr;
+      ((key = &args), ...);
       const_cast<NotifierOf*>(this)->deliver(
-            [&](Qor::Notifiee& n) { (static_cast<typename T::Notifiee&>(n).*Handler)(args...); });
+            [&](Qor::Notifiee& n) { (static_cast<typename T::Notifiee&>(n).*Handler)(args...); },
+            memberName<Handler>(), key);
    }
 
  private:

@@ -90,6 +90,9 @@ class WatchedClock : public Watched<Clock const, Reactor> {
 template <class K, class Reactor>
 class ReactorColl {
  public:
+   using Map = HashMap<K, std::unique_ptr<Reactor>>;
+
+   Map const& map() const { return reactors_; }
    // Null for a key without one.
    Reactor* find(K const& key) const {
       auto const* const entry = reactors_.find(key);
@@ -133,7 +136,7 @@ class ReactorColl {
    }
 
  private:
-   HashMap<K, std::unique_ptr<Reactor>> reactors_;
+   Map reactors_;
 };
 
 }  // namespace Qor

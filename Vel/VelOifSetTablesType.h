@@ -1,0 +1,43 @@
+// What the descriptions of the two paths' programmers and records have in common, for the type
+// registry.
+#pragma once
+
+#include "Qor/Describe.h"
+#include "Vel/VelOifSetTables.h"
+
+namespace Vel {
+
+// The collections of records.
+template <class Switch, class Tables>
+void describeOifSetTables(Qor::Describe<Switch>& type) {
+   using InUse = typename Tables::InUseOifSetColl;
+   using Zombie = typename Tables::ZombieOifSetColl;
+   using Frr = typename Tables::FrrMtableOifSetColl;
+   using FrrProcessing = typename Tables::FrrProcessingOifSetColl;
+   type.template collection<InUse, Tables, &Tables::inUseOifSet, &Tables::inUseOifSetDel,
+                            &Tables::inUseOifSetDelAll, &Tables::inUseOifSetNotify>();
+   type.template collection<Zombie, Tables, &Tables::zombieOifSet, &Tables::zombieOifSetDel,
+                            &Tables::zombieOifSetDelAll, &Tables::zombieOifSetNotify,
+                            &Tables::zombieOifSetIs>();
+   type.template collection<Frr, Tables, &Tables::frrMtableOifSet, &Tables::frrMtableOifSetDel,
+                            &Tables::frrMtableOifSetDelAll, &Tables::frrMtableOifSetNotify>();
+   type.template collection<FrrProcessing, Tables, &Tables::frrProcessingOifSet,
+                            &Tables::frrProcessingOifSetDel, &Tables::frrProcessingOifSetDelAll,
+                            &Tables::frrProcessingOifSetNotify>();
+   type.template operation<&Tables::newZombieOifSet>("record");
+}
+
+// What every record has.
+template <class Record>
+void describeOifSetRecord(Qor::Describe<Record>& type) {
+   using Told = typename Record::Notifiee;
+   type.template base<MrouteLib::MtableOifSet>();
+   type.template attribute<&Record::toCpu>();
+   type.template attribute<&Record::mrouteSwitch>();
+   type.template attribute<&Record::deleted, &Record::deletedIs, &Told::onDeleted>();
+   type.template attribute<&Record::zombie, &Record::zombieIs, &Told::onZombie>();
+   type.template attribute<&Record::dirty, &Record::dirtyIs, &Told::onDirty>();
+   type.template operation<&Record::doCleanup>();
+}
+
+}  // namespace Vel

@@ -1,0 +1,390 @@
+// How a type is described to the registry (Qor/Type.h), in its own source:
+//
+//    Qor::Type describeRoute() {
+//       Qor::Describe<Route> type("VelMroute");
+//       type.constructor<&routeFactory>("handle", "key", "acceptingVlanId");
+//       type.attribute<&Route::handle>();  // only for reading
+//       type.attribute<&Route::fastdrop, &Route::fastdropIs, &Route::Notifiee::onFastdrop>();
+//       return type;
+//    }
+//    Qor::TypeRegistration const routeRegistered(describeRoute);
+//
+// and for a type with collections and operations also
+//
+//    type.collection<RouteColl, MrouteSwitch, &MrouteSwitch::route, &MrouteSwitch::routeDel,
+//                    &MrouteSwitch::routeDelAll>();
+//    type.operation<&MrouteSwitch::doDeleteRoute>("handle");
+//
+// All names are the compiler's own: an attribute is called what its accessor is called, and it does
+// not compile with a mutator or a handler of another attribute, with a member that is not there, or
+// with another number of arguments than the operation takes.
+#pragma once
+
+#include <array>
+#include <tuple>
+#include <utility>
+
+#include "Qor/Type.h"
+
+namespace Qor {
+
+// What a function takes and gives.
+template <class F>
+struct Signature;
+template <class R, class... Args>
+struct Signature<R (*)(Args...)> {
+   using Result = R;
+   using Arguments = std::tuple<std::remove_cvref_t<Args>...>;
+   static constexpr std::size_t arity = sizeof...(Args);
+   static constexpr bool reading = true;
+};
+template <class R, class C, class... Args>
+struct Signature<R (C::*)(Args...)> : Signature<R (*)(Args...)> {
+   static constexpr bool reading = false;
+};
+template <class R, class C, class... Args>
+struct Signature<R (C::*)(Args...) const> : Signature<R (*)(Args...)> {};
+
+// Whether `name` is `stem` with a prefix and a suffix; behind a prefix its first letter is a
+// capital: "onUsedInHw" is "usedInHw" with "on".
+consteval bool namedAfter(std::string_view name, std::string_view prefix, std::string_view stem,
+                          std::string_view suffix) {
+   if (name.size() != prefix.size() + stem.size() + suffix.size()) return false;
+   if (!name.starts_with(prefix) || !name.ends_with(suffix)) return false;
+   bool const capital = !prefix.empty() && stem[0] >= 'a';
+   char const first = capital ? static_cast<char>(stem[0] - 'a' + 'A') : stem[0];
+   return name[prefix.size()] == first &&
+          name.substr(prefix.size() + 1, stem.size() - 1) == stem.substr(1);
+}
+
+// Runs `convert`, and says of its errors where they are.
+template <class Convert>
+auto naming(String const& where, Convert const& convert) {
+   try {
+      return convert();
+   } catch (RangeException const& error) {
+      throwRange(where + ": " + error.message());
+   }
+}
+
+template <class Map>
+concept OrderedByKey = requires(Map const& map, typename Map::Key const& key) {
+   map.upperBound(key);
+};
+
+QOR_PUBLIC void checkArgumentCount(String const& fullName, std::size_t takes, std::size_t given);
+
+// Calls `function` with the arguments in their own types. `Callee` is a TypeOperation or a
+// TypeConstructor.
+template <class Arguments, class Callee, class Function>
+auto applyGeneric(Callee const& callee, GenericArguments given, Function const& function) {
+   constexpr std::size_t count = std::tuple_size_v<Arguments>;
+   checkArgumentCount(callee.fullName, count, given.size());
+   auto const convert = [&]<std::size_t... I>(std::index_sequence<I...>) {
+      return Arguments{naming(callee.fullName + ", " + callee.arguments[I].name, [&] {
+         return fromGeneric<std::tuple_element_t<I, Arguments>>(given[I]);
+      })...};
+   };
+   Arguments arguments = convert(std::make_index_sequence<count>());
+   return std::apply(function, arguments);
+}
+
+// Hears the changes of one level of an object's type.
+template <class T>
+class Follower final : public NotifieeOf<T> {
+ public:
+   Follower(T const& object, Type const& type, Following& following)
+         : type_(type), following_(following) {
+      this->followerIs();
+      this->notifierIs(&object);
+   }
+
+ private:
+   void onChange(std::string_view handler, void const* key) override {
+      following_.changed(type_, handler, key);
+   }
+   void qorDoZombieReactors(bool) override { following_.gone(); }
+
+   Type const& type_;
+   Following& following_;
+};
+
+template <class T>
+class Describe {
+ public:
+   // `module` says whose type it is.
+   explicit Describe(String module) {
+      type_.name_ = typeName<T>();
+      type_.module_ = std::move(module);
+      if constexpr (CountedObject<T>) {
+         describeObject();
+      } else {
+         describeValue();
+      }
+   }
+   operator Type() && { return std::move(type_); }
+   operator Type() & { return std::move(type_); }
+
+   // The class whose members this one has too. Entities have EntityBase without being told.
+   template <class Base>
+   void base() {
+      static_assert(std::derived_from<T, Base> && !std::same_as<T, Base>);
+      type_.baseName_ = typeName<Base>();
+   }
+
+   // How one is made: by a function.
+   template <auto Factory, class... Names>
+   void constructor(Names... names) {
+      using Arguments = typename Signature<decltype(Factory)>::Arguments;
+      type_.constructor_ = {String(memberName<Factory>()), String(memberName<Factory>()),
+                            describeArguments<Arguments>(names...),
+                            [](TypeConstructor const& self, GenericArguments given) {
+                               return applyGeneric<Arguments>(self, given, [](auto&... arguments) {
+                                  return toGeneric(Factory(std::move(arguments)...));
+                               });
+                            }};
+   }
+   // By the class's own constructor of these arguments.
+   template <class... Args, class... Names>
+   void constructible(Names... names) {
+      using Arguments = std::tuple<Args...>;
+      type_.constructor_ = {type_.name_, type_.name_, describeArguments<Arguments>(names...),
+                            [](TypeConstructor const& self, GenericArguments given) {
+                               return applyGeneric<Arguments>(self, given, [](auto&... arguments) {
+                                  return made(std::move(arguments)...);
+                               });
+                            }};
+   }
+
+   // Read by `Get`; written by `Set`, and told of by `Handler`, if there are such.
+   template <auto Get, auto Set = nullptr, auto Handler = nullptr>
+   void attribute() {
+      constexpr std::string_view name = memberName<Get>();
+      using Read = typename Signature<decltype(Get)>::Result;
+      TypeAttribute described = {String(name),
+                                 fullName(name),
+                                 typeName<Read>(),
+                                 {},
+                                 [](Generic const& of) { return toGeneric((self(of).*Get)()); },
+                                 nullptr};
+      if constexpr (Set != nullptr) {
+         static_assert(namedAfter(memberName<Set>(), "", name, "Is"));
+         using Arguments = typename Signature<decltype(Set)>::Arguments;
+         static_assert(std::tuple_size_v<Arguments> == 1);
+         described.write = [](TypeAttribute const& me, Generic const& of, Generic const& value) {
+            (objectOf<T>(of).*Set)(naming(me.fullName, [&] {
+               return fromGeneric<std::tuple_element_t<0, Arguments>>(value);
+            }));
+         };
+      }
+      if constexpr (Handler != nullptr) {
+         static_assert(namedAfter(memberName<Handler>(), "on", name, ""));
+         described.handler = memberName<Handler>();
+      }
+      type_.attributes_.push_back(std::move(described));
+   }
+
+   // A Qor::Collection, read by `Get` of `Owner`, which is T or the base that declares it. The
+   // mutators, of which `Del` is the one by key, are operations too.
+   template <class Coll, class Owner, typename Coll::Map const& (Owner::*Get)() const,
+             void (Owner::*Del)(typename Coll::Key) = nullptr, auto... Mutators>
+   void collection() {
+      map<typename Coll::Map, Owner, Get>();
+      static_assert(namedAfter(memberName<Coll::each>(), "on", memberName<Get>(), ""));
+      static_assert(
+            namedAfter(memberName<Coll::immediate>(), "on", memberName<Get>(), "Immediate"));
+      type_.collections_.back().handler = memberName<Coll::each>();
+      type_.collections_.back().immediateHandler = memberName<Coll::immediate>();
+      if constexpr (Del != nullptr) mutators<Get, Del>();
+      mutators<Get, Mutators...>();
+   }
+   // A keyed map of which nobody is told, as a collection of reactors is.
+   template <class Map, class Owner, Map const& (Owner::*Get)() const, auto... Mutators>
+   void map() {
+      using Key = typename Map::Key;
+      using Shown = decltype(memberValue(std::declval<T const&>(), std::declval<Key const&>(),
+                                         std::declval<typename Map::Value const&>()));
+      static constexpr auto entries = [](Generic const& of) -> Map const& {
+         return (self(of).*Get)();
+      };
+      static constexpr auto member = [](Generic const& of, auto const& entry) {
+         return TypeMember{toGeneric(entry.first),
+                           toGeneric(memberValue(self(of), entry.first, entry.second))};
+      };
+      TypeCollection described;
+      described.name = memberName<Get>();
+      described.keyType = typeName<Key>();
+      described.valueType = typeName<Shown>();
+      described.ordered = OrderedByKey<Map>;
+      described.size = [](Generic const& of) { return static_cast<U32>(entries(of).size()); };
+      described.members = [](Generic const& of, U32 skip, U32 max) {
+         std::vector<TypeMember> found;
+         for (auto const& entry : entries(of)) {
+            if (found.size() == max) break;
+            if (skip != 0) {
+               --skip;
+            } else {
+               found.push_back(member(of, entry));
+            }
+         }
+         return found;
+      };
+      described.find = [](Generic const& of, Generic const& key) -> std::optional<TypeMember> {
+         auto const* const entry = findEntry(entries(of), key);
+         if (!entry) return std::nullopt;
+         return member(of, *entry);
+      };
+      described.toKey = [](void const* key) { return toGeneric(*static_cast<Key const*>(key)); };
+      type_.collections_.push_back(std::move(described));
+      mutators<Get, Mutators...>();
+   }
+
+   // A member function, called by name with arguments of these names. The object is held meanwhile.
+   template <auto Operation, class... Names>
+   void operation(Names... names) {
+      using Called = Signature<decltype(Operation)>;
+      using Arguments = typename Called::Arguments;
+      using Result = typename Called::Result;
+      TypeOperation described;
+      described.name = memberName<Operation>();
+      described.fullName = fullName(described.name);
+      described.result = typeName<Result>();
+      described.arguments = describeArguments<Arguments>(names...);
+      described.reading = Called::reading;
+      described.run = [](TypeOperation const& me, Generic const& of, GenericArguments given) {
+         decltype(auto) object = calledOn<Called::reading>(of);
+         Ptr<RefCounted const> const held = of.object();
+         return applyGeneric<Arguments>(me, given, [&](auto&... arguments) {
+            if constexpr (std::is_void_v<Result>) {
+               std::invoke(Operation, object, std::move(arguments)...);
+               return Generic();
+            } else {
+               return toGeneric(std::invoke(Operation, object, std::move(arguments)...));
+            }
+         });
+      };
+      type_.operations_.push_back(std::move(described));
+   }
+
+ private:
+   void describeObject() {
+      type_.kind_ = Type::Kind::entity;
+      if constexpr (std::derived_from<T, EntityBase> && !std::same_as<T, EntityBase>) {
+         base<EntityBase>();
+      }
+      type_.fits_ = [](RefCounted const& object) {
+         return dynamic_cast<T const*>(&object) != nullptr;
+      };
+      if constexpr (std::derived_from<T, NotifierOf<T>>) {
+         type_.follow_ = [](RefCounted const& object, Type const& type,
+                            Following& following) -> std::unique_ptr<Notifiee> {
+            return std::make_unique<Follower<T>>(dynamic_cast<T const&>(object), type, following);
+         };
+      }
+   }
+
+   void describeValue() {
+      if constexpr (StrepValue<T> || Enumeration<T>) {
+         type_.kind_ = Enumeration<T> ? Type::Kind::enumeration : Type::Kind::value;
+         type_.parse_ = [](String const& text) { return toGeneric(fromGeneric<T>(text)); };
+         if constexpr (Enumeration<T>) {
+            for (auto const& [name, value] : enumerators<T>())
+               type_.enumerators_.push_back(name);
+         }
+      } else {
+         type_.kind_ = Type::Kind::objectName;
+         type_.parse_ = [](String const& text) {
+            if (text != "null") throwExpected(typeName<T>(), text);
+            return Generic(nullptr, text, false);
+         };
+      }
+   }
+
+   String fullName(std::string_view name) const { return type_.name_ + "::" + String(name); }
+
+   template <class Arguments, class... Names>
+   static std::vector<TypeArgument> describeArguments(Names... names) {
+      static_assert(std::tuple_size_v<Arguments> == sizeof...(Names), "a name for each argument");
+      return [&]<std::size_t... I>(std::index_sequence<I...>) {
+         static_assert((GenericArgument<std::tuple_element_t<I, Arguments>> && ...));
+         return std::vector<TypeArgument>{
+               {String(names), typeName<std::tuple_element_t<I, Arguments>>()}...};
+      }
+      (std::index_sequence_for<Names...>());
+   }
+
+   // The mutators of the collection that `Get` reads.
+   template <auto Get, auto... Mutators>
+   void mutators() {
+      (mutator<Get, Mutators>(), ...);
+   }
+   template <auto Get, auto Mutator>
+   void mutator() {
+      static_assert(memberName<Mutator>().starts_with(memberName<Get>()));
+      constexpr std::size_t arity = Signature<decltype(Mutator)>::arity;
+      if constexpr (arity == 0) {
+         operation<Mutator>();
+      } else if constexpr (arity == 1) {
+         operation<Mutator>(memberName<Mutator>().ends_with("Is") ? "value" : "key");
+      } else {
+         operation<Mutator>("key", "value");
+      }
+   }
+
+   static decltype(auto) self(Generic const& of) { return calledOn<true>(of); }
+
+   // What stands behind the generic form: the object, or a value made of its text.
+   template <bool Reading>
+   static decltype(auto) calledOn(Generic const& of) {
+      if constexpr (CountedObject<T>) {
+         return objectOf<std::conditional_t<Reading, T const, T>>(of);
+      } else {
+         return fromGeneric<T>(of);
+      }
+   }
+
+   template <class... Args>
+   static Generic made(Args&&... arguments) {
+      if constexpr (CountedObject<T>) {
+         return toGeneric(make<T>(std::forward<Args>(arguments)...));
+      } else if constexpr (StrepValue<T>) {
+         return toGeneric(T(std::forward<Args>(arguments)...));
+      } else {
+         return toGeneric(T(arguments.get()...).get());
+      }
+   }
+
+   // The value of a member. Of a name that holds nothing its owner says whether the object still
+   // lives; a reactor is shown by what it watches.
+   template <class Key, class Value>
+   static auto memberValue(T const& owner, Key const& key, Value const& value) {
+      if constexpr (requires { owner.record(key, value); }) {
+         return owner.record(key, value);
+      } else if constexpr (requires { value->notifier(); }) {
+         return value->notifier();
+      } else {
+         return value;
+      }
+   }
+
+   template <class Map>
+   static auto findEntry(Map const& map, Generic const& key)
+         -> decltype(map.find(std::declval<typename Map::Key const&>())) {
+      using Key = typename Map::Key;
+      if constexpr (GenericArgument<Key>) {
+         try {
+            return map.find(fromGeneric<Key>(key));
+         } catch (RangeException const&) {
+            // No string representation; perhaps the way in which it is shown.
+         }
+      }
+      for (auto const& entry : map) {
+         if (toGeneric(entry.first).pretty() == key.text()) return &entry;
+      }
+      return nullptr;
+   }
+
+   Type type_;
+};
+
+}  // namespace Qor

@@ -1,0 +1,275 @@
+// A value or an object in the form in which the generic interface (Qor/Type.h) carries it, so that
+// it can be passed on without knowing its C++ type: a value by its string representation, an object
+// by a counted reference, and nothing, as what an operation without a result returns.
+//
+// What goes in is checked where it is taken out: RangeException with
+//    "<type>: expected <what> at position <n> of \"<text>\""     for a text that is no such value
+//    "expected <type>, not <what is there>"                        for anything else
+//    "<object> may only be read"                                   for an object held const
+#pragma once
+
+#include <concepts>
+#include <memory>
+#include <sstream>
+#include <type_traits>
+
+#include "Qor/Entity.h"
+#include "Qor/Strep.h"
+
+namespace Qor {
+
+class QOR_PUBLIC Generic final {
+ public:
+   enum class Kind : U8 { nothing, value, object };
+
+   Generic() = default;
+   // A value by its string representation. `pretty` is how it is shown to people.
+   Generic(String strep) : kind_(Kind::value), text_(std::move(strep)) {}  // NOLINT: meant implicit
+   Generic(char const* strep) : Generic(String(strep)) {}                  // NOLINT: likewise
+   Generic(String strep, String pretty) : Generic(std::move(strep)) { pretty_ = std::move(pretty); }
+   // An object that is held, and may be null. `writable`: not only for reading.
+   Generic(Ptr<RefCounted const> object, String pretty, bool writable)
+         : kind_(Kind::object),
+           writable_(writable),
+           text_(std::move(pretty)),
+           object_(std::move(object)) {}
+
+   Kind kind() const { return kind_; }
+   // Of a value its string representation, of an object what it calls itself; "null" for none.
+   String const& text() const { return text_; }
+   // For people: of a value its stream output.
+   String const& pretty() const { return pretty_.empty() ? text_ : pretty_; }
+   Ptr<RefCounted const> const& object() const { return object_; }
+   bool writable() const { return writable_; }
+   // Whether this is no object: "null" stands for one as well.
+   bool isNull() const { return kind_ != Kind::nothing && !object_ && text_ == "null"; }
+
+   // By what they stand for: text by text, object by identity.
+   friend bool operator==(Generic const& a, Generic const& b) {
+      return a.kind_ == b.kind_ && a.object_ == b.object_ && a.text_ == b.text_;
+   }
+
+ private:
+   Kind kind_ = Kind::nothing;
+   bool writable_ = false;
+   String text_;
+   String pretty_;
+   Ptr<RefCounted const> object_;
+};
+
+// The types that the generic interface tells apart. What is none of these has no string
+// representation, and can be shown but not given.
+template <class T>
+concept CountedObject = std::derived_from<T, RefCounted>;
+template <class T>
+concept Streamable = requires(std::ostream& out, T const& value) {
+   out << value;
+};
+template <class T>
+concept StrepValue = requires(T const& value, StrepReader& reader) {
+   { value.strep() } -> std::convertible_to<String>;
+   { T::fromStrep(reader) } -> std::same_as<T>;
+};
+template <class T>
+concept Enumeration = std::is_enum_v<T> && Streamable<T>;
+
+// Ptr<T>, ValidPtr<T> and T* name a T.
+template <class P>
+struct Pointee {};
+template <class T>
+struct Pointee<Ptr<T>> {
+   using type = T;
+};
+template <class T>
+struct Pointee<ValidPtr<T>> {
+   using type = T;
+};
+template <class T>
+requires CountedObject<std::remove_const_t<T>>
+struct Pointee<T*> {
+   using type = T;
+};
+template <class P>
+concept ObjectPointer = requires {
+   typename Pointee<P>::type;
+};
+
+// What a type is called: its class, unless its `typeName` says otherwise.
+template <class T>
+struct TypeName {
+   static String get() {
+      if constexpr (requires { T::typeName(); }) {
+         return T::typeName();
+      } else if constexpr (requires { String(T::typeName); }) {
+         return T::typeName;
+      } else {
+         return String(className<T>());
+      }
+   }
+};
+template <std::integral T>
+struct TypeName<T> {
+   static String get() {
+      return std::same_as<T, bool>
+                   ? "bool"
+                   : (std::is_signed_v<T> ? "S" : "U") + std::to_string(8 * sizeof(T));
+   }
+};
+template <>
+struct TypeName<double> {
+   static String get() { return "double"; }
+};
+template <>
+struct TypeName<String> {
+   static String get() { return "Qor::String"; }
+};
+template <>
+struct TypeName<void> {
+   static String get() { return "void"; }
+};
+template <ObjectPointer P>
+struct TypeName<P> {
+   static String get() {
+      using T = typename Pointee<P>::type;
+      return "Ptr<" + TypeName<std::remove_const_t<T>>::get() +
+             (std::is_const_v<T> ? " const>" : ">");
+   }
+};
+
+template <class T>
+String typeName() {
+   return TypeName<std::remove_cvref_t<T>>::get();
+}
+
+template <Streamable T>
+String streamed(T const& value) {
+   std::ostringstream out;
+   out << value;
+   return std::move(out).str();
+}
+
+// What an object calls itself: its stream output, its name, or else its type.
+template <CountedObject T>
+String objectText(T const* object) {
+   if (!object) return "null";
+   if constexpr (Streamable<T>) {
+      return streamed(*object);
+   } else {
+      if constexpr (std::derived_from<T, EntityBase>) {
+         if (Name const name = object->name(); !name.empty()) return name;
+      }
+      return typeName<T>();
+   }
+}
+
+template <class T>
+Generic toGeneric(T const& value) {
+   if constexpr (ObjectPointer<T>) {
+      using Object = typename Pointee<T>::type;
+      Object* const object = std::to_address(value);
+      return {Ptr<RefCounted const>(object), objectText(object), !std::is_const_v<Object>};
+   } else if constexpr (StrepValue<T>) {
+      return {valueToStrep(value), streamed(value)};
+   } else if constexpr (std::is_arithmetic_v<T>) {
+      return {valueToStrep(value)};
+   } else if constexpr (std::same_as<T, String>) {
+      return {valueToStrep(value), value};
+   } else {
+      static_assert(Streamable<T>);
+      return {streamed(value)};
+   }
+}
+
+[[noreturn]] QOR_PUBLIC void throwExpected(String const& type, Generic const& instead);
+[[noreturn]] QOR_PUBLIC void throwReadOnlyObject(Generic const& object);
+
+// The object itself: a `T const` of any, a `T` only of one that may be written.
+template <class T>
+T& objectOf(Generic const& generic) {
+   auto* const object = dynamic_cast<std::add_const_t<T>*>(generic.object().get());
+   if (!object) throwExpected(typeName<T>(), generic);
+   if constexpr (!std::is_const_v<T>) {
+      if (!generic.writable()) throwReadOnlyObject(generic);
+   }
+   return const_cast<T&>(*object);
+}
+
+// The names that an enumeration prints, found among its first values. One that prints numbers has
+// none, and is given as a number.
+template <Enumeration E>
+std::vector<std::pair<String, E>> enumerators() {
+   std::vector<std::pair<String, E>> found;
+   for (unsigned number = 0; number < 32; ++number) {
+      auto const value = static_cast<E>(number);
+      if (String const text = streamed(value); text != std::to_string(number)) {
+         found.emplace_back(text, value);
+      }
+   }
+   return found;
+}
+
+// Reads one scalar.
+template <class T>
+T readScalar(StrepReader& reader) {
+   if constexpr (std::same_as<T, bool>) {
+      return reader.boolean();
+   } else if constexpr (std::floating_point<T>) {
+      return reader.real();
+   } else {
+      static_assert(std::unsigned_integral<T>);
+      return static_cast<T>(reader.number(std::numeric_limits<T>::max()));
+   }
+}
+
+// Whether the string representation of T is a quoted name: a name may be given without quotes too.
+template <class T>
+bool isQuotedName() {
+   if constexpr (StrepValue<T> && std::is_default_constructible_v<T>) {
+      return T().strep().starts_with('\'');
+   }
+   return std::same_as<T, String>;
+}
+
+template <class T>
+T fromGeneric(Generic const& generic) {
+   if constexpr (ObjectPointer<T>) {
+      if (generic.isNull()) return T(Ptr<typename Pointee<T>::type>().get());
+      return T(&objectOf<typename Pointee<T>::type>(generic));
+   } else {
+      if (generic.kind() != Generic::Kind::value) throwExpected(typeName<T>(), generic);
+      String const text = isQuotedName<T>() && !generic.text().starts_with('\'')
+                                ? quotedStrep(generic.text())
+                                : generic.text();
+      String const type = typeName<T>();
+      StrepReader reader(type.c_str(), text);
+      if constexpr (StrepValue<T>) {
+         T value = T::fromStrep(reader);
+         reader.end();
+         return value;
+      } else if constexpr (std::is_arithmetic_v<T>) {
+         T const value = readScalar<T>(reader);
+         reader.end();
+         return value;
+      } else if constexpr (std::same_as<T, String>) {
+         String value = reader.quoted();
+         reader.end();
+         return value;
+      } else {
+         auto const named = enumerators<T>();
+         if (named.empty()) return static_cast<T>(readScalar<std::underlying_type_t<T>>(reader));
+         String names;
+         for (auto const& [name, value] : named) {
+            if (name == text) return value;
+            names += (names.empty() ? "" : ", ") + name;
+         }
+         reader.fail(("one of " + names).c_str());
+      }
+   }
+}
+
+// Whether a T can be given in generic form.
+template <class T>
+concept GenericArgument = ObjectPointer<T> || StrepValue<T> || std::is_arithmetic_v<T> ||
+      std::same_as<T, String> || Enumeration<T>;
+
+}  // namespace Qor

@@ -1,0 +1,263 @@
+#include "Qor/Type.h"
+
+#include <algorithm>
+#include <map>
+#include <typeindex>
+#include <unordered_map>
+
+#include "Qor/Describe.h"
+
+namespace Qor {
+
+namespace {
+
+TypeRegistration const*& registrations() {
+   static TypeRegistration const* first = nullptr;
+   return first;
+}
+
+// The first of `members` that is called `name`.
+template <class Member>
+Member const* named(std::vector<Member> const& members, std::string_view name) {
+   auto const found = std::ranges::find(members, name, &Member::name);
+   return found == members.end() ? nullptr : &*found;
+}
+
+}  // namespace
+
+class TypeRegistry {
+ public:
+   static TypeRegistry& instance() {
+      static TypeRegistry registry;
+      return registry;
+   }
+
+   std::map<String, Type, std::less<>> const& types() {
+      evaluate();
+      return types_;
+   }
+
+   Type const* find(std::string_view name) {
+      evaluate();
+      auto const found = types_.find(name);
+      return found == types_.end() ? nullptr : &found->second;
+   }
+
+   Type const* typeOf(RefCounted const& object) {
+      evaluate();
+      auto const [known, first] = ofClass_.emplace(typeid(object), nullptr);
+      if (first) {
+         for (auto const& [name, type] : types_) {
+            bool const fits = type.fits_ && type.fits_(object);
+            if (fits && (!known->second || type.isA(*known->second))) known->second = &type;
+         }
+      }
+      return known->second;
+   }
+
+ private:
+   // Takes in what has been registered since the last time: a library may be loaded later.
+   void evaluate() {
+      TypeRegistration const* const newest = registrations();
+      if (newest == evaluated_) return;
+      for (TypeRegistration const* r = newest; r != evaluated_; r = r->next_) {
+         Type described = r->describe_();
+         String const name = described.name();
+         bool const isNew = types_.emplace(name, std::move(described)).second;
+         QOR_ASSERT(isNew);
+      }
+      evaluated_ = newest;
+      ofClass_.clear();
+   }
+
+   std::map<String, Type, std::less<>> types_;
+   std::unordered_map<std::type_index, Type const*> ofClass_;
+   TypeRegistration const* evaluated_ = nullptr;
+};
+
+TypeRegistration::TypeRegistration(Type (*describe)())
+      : describe_(describe), next_(std::exchange(registrations(), this)) {}
+
+void throwExpected(String const& type, Generic const& instead) {
+   throwRange("expected " + type + ", not " +
+              (instead.kind() == Generic::Kind::nothing ? "nothing" : instead.text()));
+}
+
+void throwReadOnlyObject(Generic const& object) {
+   throwRange(object.text() + " may only be read");
+}
+
+void checkArgumentCount(String const& fullName, std::size_t takes, std::size_t given) {
+   if (takes == given) return;
+   throwRange(fullName + " takes " + std::to_string(takes) +
+              (takes == 1 ? " argument, not " : " arguments, not ") + std::to_string(given));
+}
+
+Type const* Type::base() const {
+   return baseName_.empty() ? nullptr : &type(baseName_);
+}
+
+bool Type::isA(Type const& other) const {
+   for (Type const* t = this; t; t = t->base()) {
+      if (t == &other) return true;
+   }
+   return false;
+}
+
+// Of a type and its bases, the base first.
+template <class Member>
+static std::vector<Member const*> withBases(Type const* type,
+                                            std::vector<Member> const& (Type::*own)() const) {
+   std::vector<Member const*> all;
+   if (!type) return all;
+   all = withBases(type->base(), own);
+   for (Member const& member : (type->*own)())
+      all.push_back(&member);
+   return all;
+}
+
+std::vector<TypeAttribute const*> Type::allAttributes() const {
+   return withBases(this, &Type::attributes);
+}
+std::vector<TypeCollection const*> Type::allCollections() const {
+   return withBases(this, &Type::collections);
+}
+std::vector<TypeOperation const*> Type::allOperations() const {
+   return withBases(this, &Type::operations);
+}
+
+template <class Member>
+static Member const& memberOf(Type const& type, std::string_view name, char const* what,
+                              std::vector<Member> const& (Type::*own)() const) {
+   for (Type const* t = &type; t; t = t->base()) {
+      if (Member const* const member = named((t->*own)(), name)) return *member;
+   }
+   throwRange(type.name() + " has no " + what + ' ' + String(name));
+}
+
+TypeAttribute const& Type::attribute(std::string_view name) const {
+   return memberOf(*this, name, "attribute", &Type::attributes);
+}
+TypeCollection const& Type::collection(std::string_view name) const {
+   return memberOf(*this, name, "collection", &Type::collections);
+}
+TypeOperation const& Type::operation(std::string_view name) const {
+   return memberOf(*this, name, "operation", &Type::operations);
+}
+
+Generic Type::parse(String const& text) const {
+   if (!parse_) throwRange(name_ + " has no string representation");
+   return parse_(text);
+}
+
+std::vector<Type const*> types() {
+   std::vector<Type const*> all;
+   for (auto const& [name, type] : TypeRegistry::instance().types())
+      all.push_back(&type);
+   return all;
+}
+
+Type const& type(std::string_view name) {
+   Type const* const found = TypeRegistry::instance().find(name);
+   if (!found) throwRange("no type " + String(name));
+   return *found;
+}
+
+Type const* typeOf(Generic const& object) {
+   return object.object() ? TypeRegistry::instance().typeOf(*object.object()) : nullptr;
+}
+
+Type const* constructedBy(std::string_view name) {
+   for (Type const* const t : types()) {
+      if (t->constructor() && (t->constructor()->name == name || t->name() == name)) return t;
+   }
+   return nullptr;
+}
+
+// The type of an object that something is to be done with.
+static Type const& typeFor(Generic const& object) {
+   Type const* const type = typeOf(object);
+   if (!type) throwExpected("an object of a registered type", object);
+   return *type;
+}
+
+Generic construct(std::string_view constructor, GenericArguments arguments) {
+   Type const* const type = constructedBy(constructor);
+   if (!type) throwRange("no constructor " + String(constructor));
+   return type->constructor()->run(*type->constructor(), arguments);
+}
+
+Generic get(Generic const& object, std::string_view attribute) {
+   return typeFor(object).attribute(attribute).read(object);
+}
+
+void set(Generic const& object, std::string_view attribute, Generic const& value) {
+   TypeAttribute const& described = typeFor(object).attribute(attribute);
+   if (!described.writable()) throwRange(described.fullName + " may only be read");
+   described.write(described, object, value);
+}
+
+Generic call(Generic const& object, std::string_view operation, GenericArguments arguments) {
+   TypeOperation const& described = typeFor(object).operation(operation);
+   return described.run(described, object, arguments);
+}
+
+Following::Following(Generic const& object, Tell tell) : tell_(std::move(tell)) {
+   for (Type const* type = &typeFor(object); type; type = type->base()) {
+      if (type->follow_) levels_.push_back(type->follow_(*object.object(), *type, *this));
+   }
+   if (levels_.empty()) throwRange(object.text() + " tells nobody of changes");
+}
+
+Following::~Following() = default;
+
+// Who is told may end the following, so nothing of it is touched afterwards.
+void Following::changed(Type const& type, std::string_view handler, void const* key) {
+   Change change;
+   for (TypeAttribute const& attribute : type.attributes()) {
+      if (attribute.handler == handler) change.member = attribute.name;
+   }
+   for (TypeCollection const& collection : type.collections()) {
+      if (collection.handler == handler) {
+         change.member = collection.name;
+         change.key = collection.toKey(key);
+      } else if (collection.immediateHandler == handler) {
+         change.member = collection.name;
+      }
+   }
+   if (change.member.empty()) return;
+   Tell const tell = tell_;
+   tell(change);
+}
+
+void Following::gone() {
+   if (!alive_) return;
+   alive_ = false;
+   Change change;
+   change.gone = true;
+   Tell const tell = tell_;
+   tell(change);
+}
+
+namespace {
+
+constexpr char module[] = "Qor";
+
+Type describeEntityBase() {
+   Describe<EntityBase> type(module);
+   type.attribute<&EntityBase::name>();
+   return type;
+}
+TypeRegistration const entityBaseRegistered(describeEntityBase);
+
+Type describeStateMachine() {
+   Describe<StateMachine> type(module);
+   type.attribute<&StateMachine::fwkType>();
+   type.attribute<&StateMachine::qorFwkActivity>();
+   return type;
+}
+TypeRegistration const stateMachineRegistered(describeStateMachine);
+
+}  // namespace
+
+}  // namespace Qor
