@@ -186,6 +186,7 @@ class NotedTarget final : public ScenarioTarget {
    void configIs(Scenario::Config const&) override { note("config"); }
    void counterRouteIs(L3::VrfName const&, Scenario::RouteKey const&, bool) override {}
    void faultIs(Scenario::Fault const&) override { note("fault"); }
+   void restart(Scenario::Restart const&) override { note("restart"); }
    Copies send(Packet const& packet) override {
       note("packet " + packet.group.toString());
       return {to, to.empty() ? "noRoute" : "forwarded"};
