@@ -184,6 +184,7 @@ TEST(Restart, AnUnchangedReplayInAnyOrderWritesNothingAndNoPacketNotices) {
 
 TEST(Restart, WhatChangesMeanwhileIsWrittenAndNothingElseIsLeftOnTheChip) {
    forManySeeds([](Life& life, bool room) {
+      bool const faulty = life.upTo(3) == 0;  // some routes are given up then
       for (unsigned restarts = 0; restarts < 3; ++restarts) {
          life.run(0.05);
          // What changed before a restart may have its old entries until the end of the recovery.
@@ -195,6 +196,7 @@ TEST(Restart, WhatChangesMeanwhileIsWrittenAndNothingElseIsLeftOnTheChip) {
          life.run(0.01 * life.upTo(8));  // writes may be under way
          RestartOptions options = life.options();
          if (life.upTo(2)) life.tellOnlySome(options);
+         life.simulated().path().faults().rateIs(Sim::WriteKind::routePoint, faulty ? 0.2 : 0);
          life.simulated().restart(options);
          for (unsigned steps = life.upTo(12); steps > 0; --steps) {
             life.run(0.03);
@@ -206,13 +208,13 @@ TEST(Restart, WhatChangesMeanwhileIsWrittenAndNothingElseIsLeftOnTheChip) {
       life.run(10);
       life.settled();
       life.expectSound();
-      if (room) life.expectComplete();
+      if (room && !faulty) life.expectComplete();
       auto const outputs = life.outputs();
       auto const groups = life.chip().groups();
       life.simulated().restart(life.options());
       life.run(1);
       EXPECT_EQ(life.outputs(), outputs);
-      EXPECT_EQ(life.chip().groups(), groups);
+      EXPECT_TRUE(faulty || life.chip().groups() == groups);
       life.expectSound();
    });
 }
