@@ -174,13 +174,14 @@ void RouteProgrammer::runPass() {
       process(*route);
    }
    bool more = false;
-   for (WaitingQueue& queue : waiting_) {
-      if (recovery_) continue;
-      budget = wake(queue, budget);
-      more = more || (queue.room() && !queue.empty());
+   if (!recovery_) {
+      for (WaitingQueue& queue : waiting_)
+         budget = wake(queue, budget);
+      for (WaitingQueue const& queue : waiting_)
+         more = more || (queue.room() && !queue.empty());
    }
-   more = more || !work_.empty();
    if (std::exchange(wrote_, false)) commit();
+   more = more || !work_.empty();
    clock_->timeMinIs(more ? Qor::now() : Qor::never);
 }
 
