@@ -24,12 +24,18 @@ AsyncPath::AsyncPath(Surroundings const& s, PlatformPtr platform, RouteStatusPtr
       : SwitchPathOn(Vel::Mroute::asyncMrouteSwitchFactory("switch1", routeStatus, platform)),
         platform_(std::move(platform)),
         routeStatus_(std::move(routeStatus)),
-        bfdAppStatus_(Qor::make<Bfd::AppStatus>()),
+        bfdAppStatus_(s.bfdAppStatus),
         routeProgrammer_(mrouteSwitch(), Qor::make<MrouteLib::MrouteTableColl>(), s.mfibHwStatus),
         reactor_(Vel::Mroute::AsyncMrouteSwitchSmIs(
               mrouteSwitch(), s.intfVlanIdTable, s.mfibConfig, s.mfibHwStatus, platform_,
               Qor::make<Qor::Clock>("zombieClock"), Qor::make<Qor::Clock>("agingClock"),
               s.ethIntfStatusDir, Qor::make<Bfd::StatusPeer>(), bfdAppStatus_, nullptr, nullptr)) {}
+
+bool AsyncPath::sweepUnadopted() {
+   bool const all = platform_->sweepUnadopted();
+   routeProgrammer_.tryAgain();
+   return all;
+}
 
 void AsyncPath::timelineIs(Timeline* timeline) {
    if (!timeline) {
