@@ -27,9 +27,4 @@ void VelBaseHelper::hookNotImplemented() const {
    if (!noopAgent()) velAssert(mustBeImplemented);
 }
 
-Qor::TraceHandle& velTrace() {
-   static Qor::TraceHandle& handle = Qor::traceHandle("VelMroute");
-   return handle;
-}
-
 }  // namespace Vel

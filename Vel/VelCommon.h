@@ -30,8 +30,11 @@ class QOR_PUBLIC VelBaseHelper : public Qor::NamedEntity {
    void hookNotImplemented() const;
 };
 
-// The library's trace handle, "VelMroute".
-QOR_PUBLIC Qor::TraceHandle& velTrace();
+// The library's trace handle, "VelMroute". Inline, since every trace statement asks it first.
+inline Qor::TraceHandle& velTrace() {
+   static Qor::TraceHandle& handle = Qor::traceHandle("VelMroute");
+   return handle;
+}
 
 }  // namespace Vel
 

@@ -1,8 +1,15 @@
 #include "Comparison.h"
 
+#include <ctime>
 #include <utility>
 
 namespace Bench {
+
+double processorTime() {
+   timespec time{};
+   clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
+   return static_cast<double>(time.tv_sec) * 1e9 + static_cast<double>(time.tv_nsec);
+}
 
 double Target::of(double library, double twin) const {
    switch (kind) {

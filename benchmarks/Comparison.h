@@ -12,7 +12,6 @@
 #include <benchmark/benchmark.h>
 
 #include <algorithm>
-#include <chrono>
 #include <cstddef>
 #include <functional>
 #include <string>
@@ -72,13 +71,16 @@ inline double median(std::vector<double> values) {
    return *middle;
 }
 
+// The processor time of this thread so far, in nanoseconds: what others do on the machine in the
+// meantime is not in it, except for what that does to the caches.
+double processorTime();
+
 // How long the work takes, in nanoseconds.
 template <class Work>
 double nanoseconds(Work const& work) {
-   auto const start = std::chrono::steady_clock::now();
+   double const start = processorTime();
    work();
-   return std::chrono::duration<double, std::nano>(std::chrono::steady_clock::now() - start)
-         .count();
+   return processorTime() - start;
 }
 
 // Lets the sides take turns. `library` and `twin` return the cost of one operation; a first round of

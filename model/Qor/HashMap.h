@@ -24,6 +24,7 @@
 
 #include "Qor/Assert.h"
 #include "Qor/Hash.h"
+#include "Qor/Pool.h"
 #include "Qor/Types.h"
 
 namespace Qor {
@@ -158,12 +159,18 @@ class HashMap {
    }
 
  private:
-   struct Slot {
+   struct PlainSlot {
       Entry& entry() { return *std::launder(reinterpret_cast<Entry*>(&storage)); }
       alignas(Entry) std::byte storage[sizeof(Entry)];
       U32 nextFree = 0;  // of a free slot: the next free slot's number + 1
       bool live = false;
    };
+   // A slot that fills a cache line, or an even part of one, crosses none.
+   static constexpr std::size_t slotAlignment =
+         std::has_single_bit(sizeof(PlainSlot)) && sizeof(PlainSlot) <= cacheLine
+               ? sizeof(PlainSlot)
+               : alignof(PlainSlot);
+   struct alignas(slotAlignment) Slot : PlainSlot {};
    struct IndexCell {
       U32 hash = 0;
       U32 slot = 0;  // number + 1; 0 is an empty cell

@@ -78,7 +78,12 @@ class QOR_PUBLIC Notifier {
    // Calls `call(Notifiee&)` on every bound, active notifiee.
    template <class Call>
    void deliver(Call const& call) {
-      if (!head_) return;
+      Notifiee* const first = head_;
+      if (!first) return;
+      if (first == tail_) {  // nobody comes after it, whatever it does
+         if (first->active_) call(*first);
+         return;
+      }
       Walk walk(this);
       while (Notifiee* notifiee = walk.take()) {
          if (notifiee->active_) call(*notifiee);

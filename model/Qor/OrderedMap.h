@@ -4,45 +4,17 @@
 // back here: it finds the map without the entry.
 #pragma once
 
-#include <algorithm>
 #include <cstddef>
+#include <iterator>
 #include <map>
 #include <memory>
-#include <new>
 #include <optional>
 #include <utility>
-#include <vector>
 
+#include "Qor/Pool.h"
 #include "Qor/Types.h"
 
 namespace Qor {
-
-// Memory for the equal-sized nodes of one map. Freed nodes are reused; the chunks go with the pool.
-class NodePool {
- public:
-   void* allocate(std::size_t size) {
-      if (!free_) addChunk(size);
-      Node* const node = free_;
-      free_ = node->next;
-      return node;
-   }
-   void deallocate(void* memory) { free_ = ::new (memory) Node{free_}; }
-
- private:
-   struct Node {
-      Node* next;
-   };
-
-   void addChunk(std::size_t size) {
-      std::size_t const nodes = std::size_t(16) << std::min<std::size_t>(chunks_.size(), 8);
-      chunks_.push_back(std::make_unique_for_overwrite<std::byte[]>(nodes * size));
-      for (std::size_t i = nodes; i-- > 0;)
-         deallocate(chunks_.back().get() + i * size);
-   }
-
-   std::vector<std::unique_ptr<std::byte[]>> chunks_;
-   Node* free_ = nullptr;
-};
 
 template <class T>
 struct PoolAllocator {
@@ -104,6 +76,10 @@ class OrderedMap {
 
    // The entry under `key`, made from `value` if there was none; and whether it was made.
    std::pair<Entry*, bool> insert(K key, V value) {
+      // Keys often come in their order, as times of expiry do: then no path is walked.
+      if (tree_.empty() || std::prev(tree_.end())->first < key) {
+         return {&*tree_.try_emplace(tree_.end(), std::move(key), std::move(value)), true};
+      }
       auto const [it, made] = tree_.try_emplace(std::move(key), std::move(value));
       return {&*it, made};
    }
