@@ -22,7 +22,7 @@ class AsyncMrouteSwitch;
 
 class QOR_PUBLIC AsyncMtableOifSet final
       : public OifSetRecord<AsyncMtableOifSet, AsyncMrouteSwitch>,
-        public Qor::Pooled<AsyncMtableOifSet> {
+        public Qor::Pooled {
  public:
    // The setters of a record visit the notifiees on every store, equal values included.
    class Notifiee : public Qor::NotifieeOf<AsyncMtableOifSet> {

@@ -42,3 +42,5 @@ inline Qor::TraceHandle& velTrace() {
 // same for the fast binary trace, at its one level.
 #define VEL_TRACE(level, pieces) QOR_TRACE(::Vel::velTrace(), velTraceSource, level, pieces)
 #define VEL_BLIP(format, ...) QOR_BLIP(1, velTraceSource, format __VA_OPT__(, ) __VA_ARGS__)
+#define VEL_BLIP_AT(time, format, ...) \
+   QOR_BLIP_AT(time, 1, velTraceSource, format __VA_OPT__(, ) __VA_ARGS__)

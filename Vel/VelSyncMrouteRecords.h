@@ -23,7 +23,7 @@ class MrouteSwitch;
 
 // What counts as a user of the record, and how it ends: Vel/VelOifSetRecord.h.
 class QOR_PUBLIC MtableOifSet final : public OifSetRecord<MtableOifSet, MrouteSwitch>,
-                                      public Qor::Pooled<MtableOifSet> {
+                                      public Qor::Pooled {
  public:
    class Notifiee : public Qor::NotifieeOf<MtableOifSet> {
     public:
@@ -74,7 +74,7 @@ using MtableOifSetPtr = RecordName<MtableOifSet>;
 QOR_PUBLIC std::ostream& operator<<(std::ostream& os, MtableOifSet const& record);
 
 // A route that the chip holds.
-class QOR_PUBLIC Route final : public Qor::Entity<Route>, public Qor::Pooled<Route> {
+class QOR_PUBLIC Route final : public Qor::Entity<Route>, public Qor::Pooled {
  public:
    using IpGenRouteKey = Routing::Multicast::Fib::IpGenRouteKey;
 

@@ -129,7 +129,8 @@ template <class Side>
 void comparisonsOf(std::string const& path) {
    for (std::size_t const groups : {1, 1'000, 100'000}) {
       std::string const size = groups == 1 ? "1" : std::to_string(groups / 1000) + "k";
-      comparison("frr/" + path + "/selection, a group of " + size, Target::ratio(2),
+      comparison("frr/" + path + "/selection, a group of " + size,
+                 groups == 1 ? Target() : Target::ratio(2),
                  [groups] { return select<Side>(groups); });
       comparison("frr/" + path + "/event to last rewrite, a group of " + size, Target(),
                  [groups] { return reroute<Side>(groups); });

@@ -23,6 +23,7 @@
 #include <vector>
 
 #include "Qor/Export.h"
+#include "Qor/Pool.h"
 #include "Qor/Types.h"
 
 namespace Qor {
@@ -37,7 +38,8 @@ struct BlipMessage {
 // The present time, as Qor/Clock.h has it.
 QOR_PUBLIC Seconds now();
 
-struct BlipEvent {
+// In whole cache lines, of which an event with a few small arguments takes the first alone.
+struct alignas(cacheLine) BlipEvent {
    static constexpr std::size_t room = 108;
 
    BlipMessage const* message = nullptr;
@@ -120,13 +122,13 @@ class QOR_PUBLIC BlipRing {
    void levelIs(unsigned level) { level_ = level; }
 
    template <class... Args>
-   void write(BlipMessage const& message, Args const&... args) {
+   void write(BlipMessage const& message, Seconds time, Args const&... args) {
       if (events_.empty()) [[unlikely]] {
          events_.resize(capacity);
       }
       BlipEvent& event = events_[written_++ % capacity];
       event.message = &message;
-      event.time = now();
+      event.time = time;
       [[maybe_unused]] BlipWriter writer(event);
       (writer.argument(args), ...);
    }
@@ -151,10 +153,14 @@ QOR_PUBLIC BlipRing& blip();
 
 }  // namespace Qor
 
-#define QOR_BLIP(level, source, format, ...)                                 \
+#define QOR_BLIP(level, source, format, ...) \
+   QOR_BLIP_AT(::Qor::now(), level, source, format __VA_OPT__(, ) __VA_ARGS__)
+
+// The same of a given time, for many events of one moment: reading a clock costs more than the rest.
+#define QOR_BLIP_AT(time, level, source, format, ...)                        \
    do {                                                                      \
       static constexpr ::Qor::BlipMessage qorBlip{source, __LINE__, format}; \
       if (::Qor::blip().enabled(level)) {                                    \
-         ::Qor::blip().write(qorBlip __VA_OPT__(, ) __VA_ARGS__);            \
+         ::Qor::blip().write(qorBlip, time __VA_OPT__(, ) __VA_ARGS__);      \
       }                                                                      \
    } while (false)

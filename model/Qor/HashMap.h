@@ -52,7 +52,7 @@ class HashMap {
       E& operator*() const { return slot_->entry(); }
       E* operator->() const { return &**this; }
       Cursor& operator++() {
-         ++number_;
+         step();
          skipFree();
          return *this;
       }
@@ -65,12 +65,22 @@ class HashMap {
 
     private:
       friend class HashMap;
-      Cursor(HashMap const* map, U32 number) : map_(map), number_(number) { skipFree(); }
-      void skipFree() {
-         for (; number_ < map_->slotCount_; ++number_) {
+      Cursor(HashMap const* map, U32 number) : map_(map), number_(number) {
+         if (number_ >= map_->slotCount_) return;
+         slot_ = &map_->slot(number_);
+         skipFree();
+      }
+      // Slots lie side by side but where a chunk begins.
+      void step() {
+         ++number_;
+         ++slot_;
+         if (std::has_single_bit(number_ + firstChunk) && number_ < map_->slotCount_) {
             slot_ = &map_->slot(number_);
-            if (slot_->live) return;
          }
+      }
+      void skipFree() {
+         while (number_ < map_->slotCount_ && !slot_->live)
+            step();
       }
 
       HashMap const* map_ = nullptr;

@@ -16,10 +16,6 @@ void Notifiee::qorDoZombieReactors(bool) {}
 
 void Notifiee::onImmediate() {}
 
-bool Notifiee::bound() const {
-   return list_ && list_ != &Notifier::zombieReactors();
-}
-
 void Notifiee::link(Notifier* notifier) {
    QOR_ASSERT(list_ == nullptr);
    notifier->append(this);
@@ -37,6 +33,7 @@ Notifier::~Notifier() {
    while (Notifiee* notifiee = head_) {
       remove(notifiee);
       zombieReactors().append(notifiee);
+      notifiee->zombie_ = true;
    }
 }
 
@@ -59,6 +56,7 @@ void Notifier::remove(Notifiee* notifiee) {
    (notifiee->previous_ ? notifiee->previous_->next_ : head_) = notifiee->next_;
    (notifiee->next_ ? notifiee->next_->previous_ : tail_) = notifiee->previous_;
    notifiee->list_ = nullptr;
+   notifiee->zombie_ = false;
    notifiee->previous_ = notifiee->next_ = nullptr;
 }
 

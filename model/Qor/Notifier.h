@@ -47,7 +47,7 @@ class QOR_PUBLIC Notifiee {
    // by a first binding, since an owner reads the current state itself when it is built.
    virtual void onImmediate();
 
-   bool bound() const;
+   bool bound() const { return list_ && !zombie_; }
    Notifier* notifierBase() const { return bound() ? list_ : nullptr; }
    void link(Notifier* notifier);
    void unlink();
@@ -60,6 +60,7 @@ class QOR_PUBLIC Notifiee {
    Notifiee* previous_ = nullptr;
    Notifiee* next_ = nullptr;
    bool active_ = true;
+   bool zombie_ = false;  // in the list of zombie reactors
 };
 
 // Tells every reactor whose notifier has gone since the last sweep, once.
@@ -80,13 +81,10 @@ class QOR_PUBLIC Notifier {
    void deliver(Call const& call) {
       Notifiee* const first = head_;
       if (!first) return;
-      if (first == tail_) {  // nobody comes after it, whatever it does
+      if (first == tail_) [[likely]] {  // nobody comes after it, whatever it does
          if (first->active_) call(*first);
-         return;
-      }
-      Walk walk(this);
-      while (Notifiee* notifiee = walk.take()) {
-         if (notifiee->active_) call(*notifiee);
+      } else {
+         deliverToAll(call);
       }
    }
 
@@ -96,6 +94,14 @@ class QOR_PUBLIC Notifier {
  private:
    friend class Notifiee;
    friend QOR_PUBLIC void sweepZombieReactors();
+
+   template <class Call>
+   [[gnu::noinline]] void deliverToAll(Call const& call) {
+      Walk walk(this);
+      while (Notifiee* notifiee = walk.take()) {
+         if (notifiee->active_) call(*notifiee);
+      }
+   }
 
    // One delivery in progress, on the deliverer's stack. `next` is stepped past a notifiee before
    // it is called, and moved on by unlink(); `last` is the tail at the start.

@@ -4,6 +4,7 @@
 // back here: it finds the map without the entry.
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <iterator>
 #include <map>
@@ -54,6 +55,8 @@ class OrderedMap {
    }
 
    U32 size() const { return static_cast<U32>(tree_.size()); }
+   // Grows whenever entries come or go: as long as it is the same, iterators are what they were.
+   U64 changes() const { return changes_; }
    bool empty() const { return tree_.empty(); }
 
    Iterator begin() { return tree_.begin(); }
@@ -78,9 +81,11 @@ class OrderedMap {
    std::pair<Entry*, bool> insert(K key, V value) {
       // Keys often come in their order, as times of expiry do: then no path is walked.
       if (tree_.empty() || std::prev(tree_.end())->first < key) {
+         ++changes_;
          return {&*tree_.try_emplace(tree_.end(), std::move(key), std::move(value)), true};
       }
       auto const [it, made] = tree_.try_emplace(std::move(key), std::move(value));
+      changes_ += made;
       return {&*it, made};
    }
 
@@ -89,6 +94,7 @@ class OrderedMap {
       auto const it = tree_.find(key);
       if (it == tree_.end()) return std::nullopt;
       auto node = tree_.extract(it);
+      ++changes_;
       return std::optional<V>(std::move(node.mapped()));
    }
 
@@ -97,11 +103,13 @@ class OrderedMap {
    void swap(OrderedMap& other) noexcept {
       pool_.swap(other.pool_);
       tree_.swap(other.tree_);
+      changes_ = other.changes_ = std::max(changes_, other.changes_) + 1;
    }
 
  private:
    std::unique_ptr<NodePool> pool_ = std::make_unique<NodePool>();
    Tree tree_{PoolAllocator<Entry>(pool_.get())};
+   U64 changes_ = 0;
 };
 
 }  // namespace Qor

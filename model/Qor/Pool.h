@@ -10,6 +10,8 @@
 #include <new>
 #include <vector>
 
+#include "Qor/Export.h"
+
 namespace Qor {
 
 inline constexpr std::size_t cacheLine = 64;
@@ -54,23 +56,14 @@ class NodePool {
    Node* free_ = nullptr;
 };
 
-// A final class that derives from this has its objects in a pool, which lives as long as the
-// process, since objects with static storage die late. Under the address sanitizer they are
-// allocated one by one, so that it sees a use of one that has gone.
-template <class T>
-class Pooled {
-#ifndef __SANITIZE_ADDRESS__
+// Objects of a class that derives from this, directly or not, come from pools, one for each size.
+// The pools are the library's, whoever makes and whoever lets go of an object, and live as long as
+// the process, since objects with static storage die late. Built with the address sanitizer, the
+// library allocates each object by itself, so that a use of one that has gone is seen.
+class QOR_PUBLIC Pooled {
  public:
-   static void* operator new(std::size_t size) { return pool().allocate(size); }
-   static void operator delete(void* memory) { pool().deallocate(memory); }
-
- private:
-   // A program and the library may have a pool each: an object may go back to either.
-   static NodePool& pool() {
-      static NodePool* const instance = new NodePool;
-      return *instance;
-   }
-#endif
+   static void* operator new(std::size_t size);
+   static void operator delete(void* memory, std::size_t size);
 
  protected:
    ~Pooled() = default;
