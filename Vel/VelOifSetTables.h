@@ -62,9 +62,7 @@ class OifSetTables : public Qor::Entity<Switch, Base> {
       return livingRecords_.all(oifSet);
    }
    // The living in-use record of `oifSet`, zombies included; else null.
-   RecordPtr inUseRecord(OifSetPtr const& oifSet) const {
-      return livingRecords_.inUse(oifSet);
-   }
+   RecordPtr inUseRecord(OifSetPtr const& oifSet) const { return livingRecords_.inUse(oifSet); }
 
    // The latest record of each oif set, zombies included; not counted.
    RecordMap const& inUseOifSet() const { return inUseOifSet_.map(); }

@@ -151,9 +151,9 @@ void comparisonsOf(std::string const& name) {
       });
       constexpr char const* operations[] = {"insert", "find", "iterate", "erase"};
       for (std::size_t n = 0; n < std::size(operations); ++n) {
-         comparison("collections/" + name + ", " + std::to_string(count / 1000) + "k/" +
-                          operations[n],
-                    Target(), [joint, n] { return joint->of(n); });
+         comparison(
+               "collections/" + name + ", " + std::to_string(count / 1000) + "k/" + operations[n],
+               Target(), [joint, n] { return joint->of(n); });
       }
    }
 }

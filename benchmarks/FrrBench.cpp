@@ -80,10 +80,9 @@ Rounds select(std::size_t groups) {
          return turn() / static_cast<double>(groups);
       };
    };
-   return takeTurns(
-         effort().rounds(groups),
-         perGroup([&] { scene.library.sm->updateFrrMtableOif(scene.other); }),
-         perGroup([&] { benchmark::DoNotOptimize(scene.twin.select(scene.other)); }));
+   return takeTurns(effort().rounds(groups),
+                    perGroup([&] { scene.library.sm->updateFrrMtableOif(scene.other); }),
+                    perGroup([&] { benchmark::DoNotOptimize(scene.twin.select(scene.other)); }));
 }
 
 // All sets are hit: from the event to the last group, for each of them.

@@ -67,7 +67,9 @@ class AsyncHooks final : public VelHelper::AsyncMrouteHelper {
    }
    void doSetMtableOifSet(MrouteLib::RouteHandle, Qor::U32, Hux::XactPtr) override {}
    Hux::XactPtr doGetXactForIngress(MrouteLib::RouteHandle) override { return done_; }
-   void doDeleteRoute(MrouteLib::RouteHandle handle) override { tables.routes.give(handle.value()); }
+   void doDeleteRoute(MrouteLib::RouteHandle handle) override {
+      tables.routes.give(handle.value());
+   }
    Qor::Seconds routeLastAccessedTime(MrouteLib::RouteHandle) override { return 0; }
 
    Tables tables;

@@ -120,13 +120,16 @@ bool printResident(std::string const& kind) {
 void memoryComparisons() {
    for (char const* const path : {"async", "sync"}) {
       std::string const name = path;
-      comparison("memory/" + name + "/a route on a shared set", Target::library(320),
-                 [name] { return resident(name + "-route", "twin-route"); }, "B");
-      comparison("memory/" + name + "/a group", Target(),
-                 [name] { return resident(name + "-group", "twin-group"); }, "B");
+      comparison(
+            "memory/" + name + "/a route on a shared set", Target::library(320),
+            [name] { return resident(name + "-route", "twin-route"); }, "B");
+      comparison(
+            "memory/" + name + "/a group", Target(),
+            [name] { return resident(name + "-group", "twin-group"); }, "B");
    }
-   comparison("memory/published status/a route", Target(),
-              [] { return resident("status", "twin-status"); }, "B");
+   comparison(
+         "memory/published status/a route", Target(),
+         [] { return resident("status", "twin-status"); }, "B");
 }
 
 }  // namespace Bench

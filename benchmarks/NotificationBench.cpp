@@ -121,12 +121,13 @@ Rounds attachAndDetach(std::size_t others) {
       many.readers.push_back(&twinReader);
    }
    Reader reader;
-   return takeTurns(effort().rounds(0), repeated(times,
-                                                 [&] {
-                                                    reader.notifierIs(counter);
-                                                    benchmark::ClobberMemory();
-                                                    reader.notifierIs(nullptr);
-                                                 }),
+   return takeTurns(effort().rounds(0),
+                    repeated(times,
+                             [&] {
+                                reader.notifierIs(counter);
+                                benchmark::ClobberMemory();
+                                reader.notifierIs(nullptr);
+                             }),
                     repeated(times, [&] {
                        many.readers.push_back(&twinReader);
                        benchmark::ClobberMemory();

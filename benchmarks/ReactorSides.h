@@ -54,10 +54,9 @@ class SyncReactorSide : public SyncSide {
    }
 
    ReactorInputs inputs;
-   Qor::Ptr<Vel::MrouteSwitchSm> const sm =
-         Vel::MrouteSwitchSmIs(1, nullptr, l3Status, sw, inputs.intfVlanIdTable, inputs.mfibConfig,
-                               inputs.mfibHwStatus, hooks, inputs.zombieClock, inputs.agingClock,
-                               inputs.ethIntfStatusDir, nullptr, nullptr);
+   Qor::Ptr<Vel::MrouteSwitchSm> const sm = Vel::MrouteSwitchSmIs(
+         1, nullptr, l3Status, sw, inputs.intfVlanIdTable, inputs.mfibConfig, inputs.mfibHwStatus,
+         hooks, inputs.zombieClock, inputs.agingClock, inputs.ethIntfStatusDir, nullptr, nullptr);
 };
 
 }  // namespace Bench

@@ -16,8 +16,7 @@ namespace {
 
 enum Operation { addShared, addNew, change, del, cycle, flap, operations };
 constexpr std::array<char const*, operations> operationNames = {
-      "new route, shared set", "new route, new set", "set change",
-      "delete",                "whole cycle",        "flap"};
+      "new route, shared set", "new route, new set", "set change", "delete", "whole cycle", "flap"};
 
 template <class Side>
 std::vector<double> oneRound(Side& side, Plan const& plan) {
@@ -101,15 +100,15 @@ void comparisonsOf(std::string const& path) {
       return joint;
    };
    constexpr std::size_t k = 1000;
-   for (auto const& [routes, sets] : {std::pair{k, k}, {100 * k, k}, {100 * k, 100 * k},
-                                      {1000 * k, k}, {1000 * k, 1000 * k}}) {
+   for (auto const& [routes, sets] :
+        {std::pair{k, k}, {100 * k, k}, {100 * k, 100 * k}, {1000 * k, k}, {1000 * k, 1000 * k}}) {
       if (!effort().covers(routes)) continue;
       auto const joint = sized(routes, sets);
       for (unsigned n = 0; n < operations; ++n) {
          auto const operation = static_cast<Operation>(n);
          bool const held = operation == cycle && routes == 100 * k;
-         comparison("routes/" + path + "/" + count(routes) + " routes, " + count(sets) +
-                          " sets/" + operationNames[n],
+         comparison("routes/" + path + "/" + count(routes) + " routes, " + count(sets) + " sets/" +
+                          operationNames[n],
                     held ? Target::ratio(2) : Target(),
                     [joint, operation] { return joint->of(operation); });
       }
@@ -124,8 +123,9 @@ void comparisonsOf(std::string const& path) {
       comparison(name + "library", Target::ratio(1.5), [small, large] {
          return Rounds{large->of(cycle).library, small->of(cycle).library};
       });
-      comparison(name + "twin", Target(),
-                 [small, large] { return Rounds{large->of(cycle).twin, small->of(cycle).twin}; });
+      comparison(name + "twin", Target(), [small, large] {
+         return Rounds{large->of(cycle).twin, small->of(cycle).twin};
+      });
    }
 }
 

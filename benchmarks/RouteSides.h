@@ -153,8 +153,8 @@ class SyncSide {
    InjectedTime const time;
    Qor::Ptr<SyncHooks> const hooks = Qor::make<SyncHooks>();
    Qor::Ptr<Vel::L3Status> const l3Status = Qor::make<Vel::L3Status>();
-   Qor::Ptr<Switch> const sw = Qor::make<Switch>("switch", 1, nullptr, l3Status, hooks, nullptr,
-                                                 nullptr);
+   Qor::Ptr<Switch> const sw =
+         Qor::make<Switch>("switch", 1, nullptr, l3Status, hooks, nullptr, nullptr);
 
  private:
    MrouteLib::MtableOifSetPtr use(MrouteLib::OifSetPtr const& set) {
@@ -184,8 +184,8 @@ class TwinSide {
       held_.clear();
    }
    void add(std::size_t n) {
-      handles_[n] = twin.addRoute(plan_.keys[n], acceptingVlan, vrfId,
-                                  twin.useGroup(plan_.setOf(n).get()));
+      handles_[n] =
+            twin.addRoute(plan_.keys[n], acceptingVlan, vrfId, twin.useGroup(plan_.setOf(n).get()));
    }
    void change(std::size_t n) {
       now_ += changeTime;

@@ -26,29 +26,30 @@ struct TwinRing {
 };
 
 Rounds traceOff() {
-   return takeTurns(effort().rounds(0), repeated(times,
-                                                 [n = U32{0}]() mutable {
-                                                    benchmark::DoNotOptimize(++n);
-                                                    VEL_TRACE(8, "number " << n);
-                                                 }),
+   return takeTurns(effort().rounds(0),
+                    repeated(times,
+                             [n = U32{0}]() mutable {
+                                benchmark::DoNotOptimize(++n);
+                                VEL_TRACE(8, "number " << n);
+                             }),
                     repeated(times, [n = U32{0}]() mutable { benchmark::DoNotOptimize(++n); }));
 }
 
 Rounds blip() {
    static TwinRing ring;
    Lnet::IntfId const intf("et1");
-   return takeTurns(
-         effort().rounds(0), repeated(times,
-                                      [&, n = U32{0}]() mutable {
-                                         benchmark::DoNotOptimize(++n);
-                                         VEL_BLIP("intf %s, number %s", intf, n);
-                                      }),
-         repeated(times, [&, n = U32{0}]() mutable {
-            benchmark::DoNotOptimize(++n);
-            ring.events[ring.written++ % ring.events.size()] = {"intf %s, number %s", Qor::now(),
-                                                                intf.id(), n};
-            benchmark::ClobberMemory();
-         }));
+   return takeTurns(effort().rounds(0),
+                    repeated(times,
+                             [&, n = U32{0}]() mutable {
+                                benchmark::DoNotOptimize(++n);
+                                VEL_BLIP("intf %s, number %s", intf, n);
+                             }),
+                    repeated(times, [&, n = U32{0}]() mutable {
+                       benchmark::DoNotOptimize(++n);
+                       ring.events[ring.written++ % ring.events.size()] = {
+                             "intf %s, number %s", Qor::now(), intf.id(), n};
+                       benchmark::ClobberMemory();
+                    }));
 }
 
 }  // namespace

@@ -17,8 +17,7 @@ using Qor::U32;
 using Qor::U64;
 
 // An open-addressing table from a key to a number: cells of a hash and a number, probed in turn,
-// closed up when one leaves. Where the key is kept is for `KeyOf` to say, which finds it by the
-// number.
+// closed up when one leaves. The keys are where the numbers say.
 class TwinIndex {
  public:
    static constexpr U32 none = 0xFFFFFFFF;
@@ -40,7 +39,8 @@ class TwinIndex {
       std::size_t hole = hash & mask();
       while (cells_[hole].number != number)
          hole = (hole + 1) & mask();
-      for (std::size_t at = (hole + 1) & mask(); cells_[at].number != none; at = (at + 1) & mask()) {
+      for (std::size_t at = (hole + 1) & mask(); cells_[at].number != none;
+           at = (at + 1) & mask()) {
          std::size_t const home = cells_[at].hash & mask();
          if (((at - home) & mask()) >= ((at - hole) & mask())) {
             cells_[hole] = cells_[at];
@@ -64,8 +64,8 @@ class TwinIndex {
       cells_[at] = cell;
    }
    void grow() {
-      std::vector<Cell> const before = std::exchange(
-            cells_, std::vector<Cell>(cells_.empty() ? 16 : cells_.size() * 2));
+      std::vector<Cell> const before =
+            std::exchange(cells_, std::vector<Cell>(cells_.empty() ? 16 : cells_.size() * 2));
       for (Cell const& cell : before) {
          if (cell.number != none) place(cell);
       }

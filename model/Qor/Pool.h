@@ -46,8 +46,9 @@ class NodePool {
 
    void addChunk(std::size_t stride) {
       std::size_t const nodes = std::size_t(16) << std::min<std::size_t>(chunks_.size(), 8);
-      chunks_.emplace_back(static_cast<std::byte*>(
-            ::operator new(nodes * stride, std::align_val_t(cacheLine))));
+      std::size_t const bytes = nodes * stride;
+      auto* const memory = ::operator new(bytes, std::align_val_t(cacheLine));
+      chunks_.emplace_back(static_cast<std::byte*>(memory));
       for (std::size_t i = nodes; i-- > 0;)
          deallocate(chunks_.back().get() + i * stride);
    }
