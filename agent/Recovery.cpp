@@ -1,8 +1,8 @@
 #include "agent/Recovery.h"
 
-#include <utility>
-
-#include "Vel/VelMrouteRecoverySm.h"
+#include "Qor/Type.h"
+#include "Routing/Multicast/Fib/VrfEnabledStatus.h"
+#include "Vel/L3Status.h"
 
 namespace Agent {
 
@@ -16,11 +16,13 @@ void recoverHwStatus(std::map<L3::VrfName, Vel::VrfId> const& vrfs,
       l3Status->vrfNameToVrfIdIs(vrf.name(), id);
       enabled->vrfIs(vrf);
    }
-   auto const recovery = Vel::Mroute::recoverySmFactory(l3Status, std::move(intfVlanIdTable),
-                                                        enabled, std::move(mfibHwStatus));
-   recovery->doAddMfibHwVrfStatus();
+   Qor::Generic const recovery = Qor::construct(
+         "recoverySmFactory", {Qor::toGeneric(l3Status), Qor::toGeneric(intfVlanIdTable),
+                               Qor::toGeneric(enabled), Qor::toGeneric(mfibHwStatus)});
+   Qor::call(recovery, "doAddMfibHwVrfStatus", {});
    for (Sim::FoundRoute const& route : found) {
-      recovery->doAddMfibHwStatusEntry(Vel::VrfId(route.vrfId), route.key, route.acceptingVlan);
+      Qor::call(recovery, "doAddMfibHwStatusEntry",
+                {std::to_string(route.vrfId), route.key.strep(), route.acceptingVlan.strep()});
    }
 }
 

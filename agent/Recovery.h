@@ -1,5 +1,6 @@
 // The hardware status after a restart of the agent: rebuilt, before any route is told again, from
-// the routes that are found on the chip.
+// the routes that are found on the chip. The library's recovery is made and called by name
+// (Qor/Type.h), as an agent does that links no type of it.
 #pragma once
 
 #include <map>
