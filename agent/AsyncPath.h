@@ -22,6 +22,7 @@ class AsyncPath final : public SwitchPathOn<Vel::Mroute::AsyncMrouteSwitch> {
    Bfd::AppStatus* bfdAppStatus() override { return bfdAppStatus_.get(); }
 
    Sim::Faults& faults() override { return platform_->faults(); }
+   Sim::Faults const& faults() const override { return platform_->faults(); }
    std::vector<Qor::String> audit() const override { return platform_->audit(); }
    bool writesPending() const override { return platform_->queue()->pending() != 0; }
    Qor::U32 groupsAllocated() const override { return platform_->groupsAllocated(); }
@@ -30,6 +31,7 @@ class AsyncPath final : public SwitchPathOn<Vel::Mroute::AsyncMrouteSwitch> {
       return platform_->chip()->routes().find(handle.value());
    }
 
+   std::vector<Qor::String> auditTables() const override;
    void timelineIs(Timeline* timeline) override;
 
  private:

@@ -35,7 +35,7 @@ struct RouteRun {
    RouteKey first;
    std::uint32_t groups = 1;
 
-   // The key of the i-th route, counted from 0.
+   // The key of the i-th route, counted from 0. A route of a range of groups stands alone.
    RouteKey key(std::uint32_t i) const;
    // "(10.0.0.2, 239.1.1.1)", and of several routes " and 999 more"; in another VRF than "default"
    // with "vrf NAME " in front.

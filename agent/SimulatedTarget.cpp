@@ -125,11 +125,13 @@ void SimulatedTarget::faultIs(Scenario::Fault const& fault) {
    if (auto const& f = fault.rate) faults.rateIs(f->write, f->probability);
 }
 
-ScenarioTarget::Copies SimulatedTarget::send(Packet const& packet) {
+Sim::Packet SimulatedTarget::onChip(Packet const& packet) {
    simulated_.learnVrf(packet.vrf);
-   Sim::Forwarded const forwarded =
-         simulated_.chip().forward({simulated_.vrfId(packet.vrf)->value(), packet.source,
-                                    packet.group, learn(packet.iif).vlan, packet.bytes});
+   return {simulated_.vrfId(packet.vrf)->value(), packet.source, packet.group,
+           learn(packet.iif).vlan, packet.bytes};
+}
+
+ScenarioTarget::Copies SimulatedTarget::copiesOf(Sim::Forwarded const& forwarded) {
    Copies copies;
    copies.result = text(forwarded.result);
    for (auto const& copy : forwarded.copies)

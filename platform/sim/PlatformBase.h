@@ -30,6 +30,7 @@ class PlatformBase {
 
    Qor::Ptr<Chip> const& chip() const { return chip_; }
    Faults& faults() { return faults_; }
+   Faults const& faults() const { return faults_; }
 
    // Told the name of a hook before the call is counted and done.
    void hookObserverIs(std::function<void(std::string_view)> observer) {
