@@ -28,7 +28,8 @@
 // when the route is not in hardware.
 //
 // Fastdrop entries are placed as routes without outputs are, one for each, and wait, fail and are
-// tried again by themselves; forEachRoute() and route() leave them out.
+// tried again by themselves; forEachRoute() and route() leave them out. Where an interface changes
+// sides, from fastdrop to input or back, the entry that leaves it goes before the other comes.
 #pragma once
 
 #include <array>
@@ -196,6 +197,9 @@ class RouteProgrammer {
    struct Leaving;
    bool replaceEntry(Route& route, MrouteLib::MtableOifSetPtr const& record, Leaving& leaving);
    State allocateEntry(Route& route, MrouteLib::MtableOifSetPtr const& record);
+   bool mustStandBack(Route const& route) const;
+   void clearTheWay(Route const& route);
+   void markFastdrops(Route const& route);
    void pointAt(Route& route, MrouteLib::MtableOifSetPtr record);
    MrouteLib::MtableOifSetPtr allocateRecord(Route& route);
    MrouteLib::OifSetPtr sharedOifSet(MrouteLib::PortVlanSet const& set);

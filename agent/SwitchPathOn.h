@@ -55,7 +55,8 @@ class SwitchPathOn : public SwitchPath {
          auto const record = mrouteSwitch_->record(oifSet, named);
          if (!record || record->deleted()) {
             fault(oifSet, "is in inUseOifSet, and its record has gone");
-         } else if (!record->dirty() && !oifSet->portVlanSet().currentIif().isNull() &&
+         } else if (!record->dirty() && !record->zombie().isZombie() &&
+                    !oifSet->portVlanSet().currentIif().isNull() &&
                     mrouteSwitch_->record(oifSet, mrouteSwitch_->frrMtableOifSet(oifSet)) !=
                           record) {
             fault(oifSet, "has a backup, and does not wait in frrMtableOifSet for a failure");

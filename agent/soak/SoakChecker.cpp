@@ -12,7 +12,7 @@ namespace {
 
 constexpr std::size_t maxFound = 20;
 constexpr std::size_t underWayLooks = 48;  // routes looked at while writes are under way
-constexpr unsigned otherLooks = 3;         // routes looked at although nothing touched them
+constexpr unsigned otherLooks = 8;         // routes looked at although nothing touched them
 
 constexpr WriteKind deletions[tables] = {WriteKind::groupDelete, WriteKind::routeDelete,
                                          WriteKind::boundaryDelete};
@@ -67,8 +67,12 @@ SoakFigures& SoakFigures::operator+=(SoakFigures const& other) {
    return *this;
 }
 
-SoakChecker::SoakChecker(SimulatedSwitch& simulated, Path path, PathConfig const& config)
-      : simulated_(simulated), path_(path), config_(config) {}
+SoakChecker::SoakChecker(SimulatedSwitch& simulated, Path path, PathConfig const& config,
+                         unsigned looksPerFullCheck)
+      : simulated_(simulated),
+        path_(path),
+        config_(config),
+        looksPerFullCheck_(looksPerFullCheck) {}
 
 void SoakChecker::wrong(std::string const& text) {
    if (found_.size() < maxFound) found_.push_back(text);
@@ -219,6 +223,8 @@ void SoakChecker::updateExcuses(bool rest) {
       if (excuse.denied || failed) {
          excuse.holds = true;
          excuse.since = Qor::now();
+         excuse.deletions.reset();
+      } else if (excuse.holds && rest && !excuse.deletions) {
          excuse.deletions = deleted;
       } else if (excuse.holds && rest) {
          bool const reviewed =

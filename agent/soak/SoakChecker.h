@@ -44,10 +44,11 @@ class SoakChecker {
  public:
    using Route = ScenarioTarget::Route;
 
-   static constexpr unsigned looksPerFullCheck = 256;
+   static constexpr unsigned usualLooks = 40;
 
-   // The switch outlives the checker.
-   SoakChecker(SimulatedSwitch& simulated, Path path, PathConfig const& config);
+   // The switch outlives the checker, which looks at everything once in so many looks.
+   SoakChecker(SimulatedSwitch& simulated, Path path, PathConfig const& config,
+               unsigned looksPerFullCheck = usualLooks);
 
    // ---- What has been done to the switch. ----
 
@@ -82,7 +83,8 @@ class SoakChecker {
       bool denied = false;  // at present
       bool holds = false;
       double since = 0;
-      std::uint64_t deletions = 0;  // when it began
+      // Deletions up to the first rest since then; what is issued before may be written later.
+      std::optional<std::uint64_t> deletions;
    };
 
    void wrong(RouteId const& id, std::string const& text);
@@ -131,7 +133,8 @@ class SoakChecker {
    std::uint64_t failuresSeen_ = 0;
    std::uint64_t failuresAtRest_ = 0;
    double busySince_ = -1;  // the hit bits could not be read since; negative: they can
-   unsigned untilFull_ = looksPerFullCheck;
+   unsigned const looksPerFullCheck_;
+   unsigned untilFull_ = looksPerFullCheck_;
    std::map<Qor::U64, double> zombies_;  // expiry by serial of the oif set, at the last full look
    double zombiesAt_ = 0;
    std::uint64_t purgesAtZombies_ = 0;

@@ -38,7 +38,7 @@ Outputs SoakChecker::outputsOf(Sim::Group const* group) const {
 
 void SoakChecker::lookAtAll() {
    if (!atRest()) return wrong("the switch does not come to rest");
-   untilFull_ = looksPerFullCheck;
+   untilFull_ = looksPerFullCheck_;
    ++figures_.fullChecks;
    updateExcuses(true);
    for (std::string const& fault : simulated_.path().audit())

@@ -119,7 +119,9 @@ class Soak {
          std::cerr << "   " << text << '\n';
       std::cerr << "looking for the shortest replay\n";
       SoakEpisode const shortest = reducedSoak(episode, outcome);
-      replay_ = replayText(shortest, forkSoak(shortest));
+      SoakHow thorough;
+      thorough.looksPerFullCheck = 1;
+      replay_ = replayText(shortest, forkSoak(shortest, thorough));
       if (options_.replayFile.empty()) {
          std::cerr << replay_;
       } else if (std::ofstream file(options_.replayFile); !(file << replay_ << std::flush)) {

@@ -64,17 +64,16 @@ void playEnd(SimulatedSwitch& simulated, SoakTarget& target, SoakChecker& checke
 
 }  // namespace
 
-SoakOutcome playSoak(SoakEpisode const& episode, SoakPrepare const& prepare,
-                     std::function<void(std::size_t)> const& played) {
+SoakOutcome playSoak(SoakEpisode const& episode, SoakHow const& how) {
    PathConfig const config{episode.settings.minPollingInterval, episode.settings.callCost};
    SimulatedSwitch simulated(episode.path, episode.settings.chip, InterfaceMap(), config);
-   if (prepare) prepare(simulated);
+   if (how.prepare) how.prepare(simulated);
    SimulatedTarget inner(simulated, nullptr, true);
-   SoakChecker checker(simulated, episode.path, config);
+   SoakChecker checker(simulated, episode.path, config, how.looksPerFullCheck);
    SoakTarget target(simulated, inner, checker);
    ScenarioPlayer player(target, episode.lines);
    while (checker.found().empty() && player.step()) {
-      if (played) played(player.played());
+      if (how.played) how.played(player.played());
    }
    if (checker.found().empty()) {
       player.finish();
@@ -119,7 +118,7 @@ struct Shared {
    std::size_t played;
 };
 
-[[noreturn]] void child(SoakEpisode const& episode, SoakPrepare const& prepare, Shared* shared,
+[[noreturn]] void child(SoakEpisode const& episode, SoakHow& how, Shared* shared,
                         std::FILE* result, std::FILE* said) {
    ::dup2(::fileno(said), STDERR_FILENO);
    rlimit const limit{soakProcessorLimit, soakProcessorLimit + 5};
@@ -128,8 +127,8 @@ struct Shared {
    ::setrlimit(RLIMIT_CORE, &noCore);
    int code = 0;
    try {
-      std::string const text =
-            toJson(playSoak(episode, prepare, [&](std::size_t n) { shared->played = n; })).dump();
+      how.played = [&](std::size_t n) { shared->played = n; };
+      std::string const text = toJson(playSoak(episode, how)).dump();
       std::fwrite(text.data(), 1, text.size(), result);
       std::fflush(result);
    } catch (std::exception const& error) {
@@ -167,7 +166,7 @@ SoakOutcome died(int status, std::size_t played, std::string said) {
 
 }  // namespace
 
-SoakOutcome forkSoak(SoakEpisode const& episode, SoakPrepare const& prepare) {
+SoakOutcome forkSoak(SoakEpisode const& episode, SoakHow how) {
    File const result(std::tmpfile()), said(std::tmpfile());
    void* const memory = ::mmap(nullptr, sizeof(Shared), PROT_READ | PROT_WRITE,
                                MAP_SHARED | MAP_ANONYMOUS, -1, 0);
@@ -175,7 +174,7 @@ SoakOutcome forkSoak(SoakEpisode const& episode, SoakPrepare const& prepare) {
    auto* const shared = static_cast<Shared*>(memory);
    ::pid_t const pid = ::fork();
    if (pid < 0) throw std::runtime_error("no process to be had");
-   if (pid == 0) child(episode, prepare, shared, result.get(), said.get());
+   if (pid == 0) child(episode, how, shared, result.get(), said.get());
    int status = 0;
    while (::waitpid(pid, &status, 0) < 0 && errno == EINTR) {
    }
@@ -191,8 +190,8 @@ namespace {
 
 class Reduction {
  public:
-   Reduction(SoakEpisode episode, unsigned tries, SoakPrepare const& prepare)
-         : best_(std::move(episode)), tries_(tries), prepare_(prepare) {}
+   Reduction(SoakEpisode episode, unsigned tries, SoakHow how)
+         : best_(std::move(episode)), tries_(tries), how_(std::move(how)) {}
 
    // Leaves out ever smaller parts, from the end, as long as there is something to find without.
    SoakEpisode run() {
@@ -222,7 +221,7 @@ class Reduction {
    bool take(SoakEpisode candidate) {
       if (tries_ == 0) return false;
       --tries_;
-      SoakOutcome const outcome = forkSoak(candidate, prepare_);
+      SoakOutcome const outcome = forkSoak(candidate, how_);
       if (outcome.clean()) return false;
       if (outcome.lines < candidate.lines.size()) candidate.lines.resize(outcome.lines);
       best_ = std::move(candidate);
@@ -250,15 +249,23 @@ class Reduction {
 
    SoakEpisode best_;
    unsigned tries_;
-   SoakPrepare const& prepare_;
+   SoakHow const how_;
 };
 
 }  // namespace
 
-SoakEpisode reducedSoak(SoakEpisode episode, SoakOutcome const& outcome, unsigned tries,
-                        SoakPrepare const& prepare) {
+SoakEpisode reducedSoak(SoakEpisode episode, SoakOutcome const& outcome, SoakHow how,
+                        unsigned tries) {
    if (outcome.lines < episode.lines.size()) episode.lines.resize(outcome.lines);
-   return Reduction(std::move(episode), tries, prepare).run();
+   // What is looked at throughout is found where it comes up.
+   how.looksPerFullCheck = 1;
+   SoakOutcome const thorough = forkSoak(episode, how);
+   if (thorough.clean()) {
+      how.looksPerFullCheck = SoakChecker::usualLooks;
+   } else if (thorough.lines < episode.lines.size()) {
+      episode.lines.resize(thorough.lines);
+   }
+   return Reduction(std::move(episode), tries, std::move(how)).run();
 }
 
 std::string replayText(SoakEpisode const& episode, SoakOutcome const& outcome) {

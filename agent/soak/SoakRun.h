@@ -24,23 +24,28 @@ struct SoakOutcome {
 // How long a process may take for one episode, in seconds of processor time.
 inline constexpr unsigned soakProcessorLimit = 300;
 
-// What may be done to the switch before it is played on: faults that no scenario tells of.
-using SoakPrepare = std::function<void(SimulatedSwitch&)>;
+struct SoakHow {
+   // What is done to the switch before it is played on: faults that no scenario tells of.
+   std::function<void(SimulatedSwitch&)> prepare = nullptr;
+   // Everything is looked at once in so many looks; 1 finds a fault where it comes up.
+   unsigned looksPerFullCheck = SoakChecker::usualLooks;
+   // Told the lines as they are played.
+   std::function<void(std::size_t)> played = nullptr;
+};
 
 // Plays it in this process, and then: ends what still goes wrong in the platform, and looks at
-// everything; withdraws all that is wanted, and looks whether the chip is empty. `played` is told
-// the lines as they are played. Failed expectations are no finding.
-SoakOutcome playSoak(SoakEpisode const& episode, SoakPrepare const& prepare = {},
-                     std::function<void(std::size_t)> const& played = {});
+// everything; withdraws all that is wanted, and looks whether the chip is empty. Failed
+// expectations are no finding.
+SoakOutcome playSoak(SoakEpisode const& episode, SoakHow const& how = {});
 
 // The same in a process of its own. A process that ends otherwise than it should has found
 // something: "the process has ended: ..." with the end of what it said.
-SoakOutcome forkSoak(SoakEpisode const& episode, SoakPrepare const& prepare = {});
+SoakOutcome forkSoak(SoakEpisode const& episode, SoakHow how = {});
 
 // The shortest episode that was come by, with which something is still found wrong: lines are left
 // out, and blocks of routes made smaller, as long as that holds, `tries` times at most.
-SoakEpisode reducedSoak(SoakEpisode episode, SoakOutcome const& outcome, unsigned tries = 2000,
-                        SoakPrepare const& prepare = {});
+SoakEpisode reducedSoak(SoakEpisode episode, SoakOutcome const& outcome, SoakHow how = {},
+                        unsigned tries = 2000);
 
 // The episode as a scenario file for `velmroute run` and `velmroute soak`, with what was found as
 // comments, and the expectation that all routes forward as wanted at its end.
