@@ -135,7 +135,16 @@ struct Fault {
    std::optional<std::uint32_t> hitBitsBusy;  // how many readings
    std::optional<FailNext> failNext;
    std::optional<SlowNext> slowNext;
+   // One call of a platform hook, the nth from now, fails in the way it can (Sim::Faults).
+   struct FailCall {
+      std::uint32_t nth = 1;
+      bool refused = false;
+      bool writeFails = false;
+      std::uint32_t again = 0;
+      bool undoFails = false;
+   };
    std::optional<Rate> rate;
+   std::optional<FailCall> failCall;
    std::optional<std::uint64_t> seed;
 };
 

@@ -127,6 +127,13 @@ std::pair<char const*, ordered_json> json(Fault const& f) {
    if (f.rate) {
       j["rate"] = {{"write", text(f.rate->write)}, {"probability", f.rate->probability}};
    }
+   if (auto const& call = f.failCall) {
+      j["failCall"]["nth"] = call->nth;
+      if (call->refused) j["failCall"]["refused"] = true;
+      if (call->writeFails) j["failCall"]["writeFails"] = true;
+      if (call->again > 0) j["failCall"]["again"] = call->again;
+      if (call->undoFails) j["failCall"]["undoFails"] = true;
+   }
    if (f.seed) j["seed"] = *f.seed;
    return {"fault", j};
 }

@@ -122,6 +122,10 @@ void SimulatedTarget::faultIs(Scenario::Fault const& fault) {
    if (fault.seed) faults.seedIs(*fault.seed);
    if (auto const& f = fault.failNext) faults.failNext(f->write, f->reason, f->count);
    if (auto const& f = fault.slowNext) faults.slowNext(f->nth, f->extra);
+   if (auto const& f = fault.failCall) {
+      faults.failCallIs({faults.calls() + f->nth, f->refused, f->writeFails, f->again,
+                         f->undoFails});
+   }
    if (auto const& f = fault.rate) faults.rateIs(f->write, f->probability);
 }
 

@@ -81,6 +81,8 @@ CLI::App* addSoak(CLI::App& app, SoakOptions& options, std::string& path) {
          ->check(CLI::IsMember({"async", "sync"}));
    soak->add_option("--replay", options.replayFile, "where to write the replay of what was found")
          ->type_name("FILE");
+   soak->add_flag("--sweep", options.sweep,
+                  "play each FILE once for each call of a platform hook, which fails");
    soak->add_flag("-j,--json", options.json, "print the summary as one JSON object");
    return soak;
 }

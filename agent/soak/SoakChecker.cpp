@@ -63,6 +63,7 @@ SoakFigures& SoakFigures::operator+=(SoakFigures const& other) {
    purges += other.purges;
    unchanged += other.unchanged;
    writes += other.writes;
+   hookCalls += other.hookCalls;
    routesPeak = std::max(routesPeak, other.routesPeak);
    return *this;
 }
@@ -72,6 +73,7 @@ SoakChecker::SoakChecker(SimulatedSwitch& simulated, Path path, PathConfig const
       : simulated_(simulated),
         path_(path),
         config_(config),
+        callsTakeTime_(config.callCost > 0),
         looksPerFullCheck_(looksPerFullCheck) {}
 
 void SoakChecker::wrong(std::string const& text) {
@@ -86,6 +88,7 @@ SoakFigures SoakChecker::figures() const {
    SoakFigures f = figures_;
    auto const& counters = programmer().counters();
    f.faults = failures();
+   f.hookCalls = std::as_const(simulated_).path().faults().calls();
    f.refusals = counters.refusals;
    f.resurrections = counters.resurrections;
    f.purges = counters.purges;
@@ -162,6 +165,7 @@ void SoakChecker::rerouted(Lnet::IntfId failed) {
 }
 
 void SoakChecker::configIs(Scenario::Config const& config) {
+   counters_.configIs(config);
    if (config.activityPollingInterval) {
       model_.intervalIs(std::max<double>(*config.activityPollingInterval,
                                          path_ == Path::async ? config_.minPollingInterval : 0));
@@ -179,6 +183,7 @@ void SoakChecker::faultIs(Scenario::Fault const& fault) {
       for (auto& [id, known] : model_.routes())
          known.uninterrupted = false;
    }
+   if (fault.slowNext && path_ == Path::sync) callsTakeTime_ = true;
    if (fault.hitBitsBusy) busySince_ = Qor::now() + 0.02 * *fault.hitBitsBusy;
 }
 
@@ -192,6 +197,7 @@ void SoakChecker::sent(Sim::Packet const& packet, Sim::Forwarded const& forwarde
    auto const vrf = vrfNames_.find(packet.vrfId);
    if (!entry || vrf == vrfNames_.end()) return wrong("a packet hit an entry that is not there");
    RouteId const id{vrf->second, entry->key};
+   if (!bridged) counters_.hit(entry->key, packet.bytes);
    if (Known* const known = model_.find(id)) noteHit(id, *known, *entry);
 }
 
@@ -214,6 +220,7 @@ void SoakChecker::updateExcuses(bool rest) {
    bool const failed = failures() != failuresSeen_;
    failuresSeen_ = failures();
    if (failed) {
+      failedAt_ = Qor::now();
       for (auto& [id, known] : model_.routes())
          known.uninterrupted = false;
    }
@@ -367,7 +374,7 @@ std::vector<Outputs> SoakChecker::expected(Known& known,
    }
    std::vector<Outputs> list{model_.outputs(*known.wanted, known.rerouted.has_value())};
    // A rewrite that failed leaves the group as it was, and nobody can be told.
-   if (known.rerouted && failures() > 0) list.push_back(model_.outputs(*known.wanted, false));
+   if (known.rerouted && simulated_.path().faults().injected(WriteKind::groupUpdate) > 0) list.push_back(model_.outputs(*known.wanted, false));
    return list;
 }
 

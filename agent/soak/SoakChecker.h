@@ -17,6 +17,7 @@
 #include <set>
 
 #include "agent/SimulatedSwitch.h"
+#include "agent/soak/SoakCounters.h"
 #include "agent/soak/SoakModel.h"
 
 namespace Agent {
@@ -35,6 +36,7 @@ struct SoakFigures {
    std::uint64_t purges = 0;
    std::uint64_t unchanged = 0;     // updates that changed nothing
    std::uint64_t writes = 0;        // to the chip
+   std::uint64_t hookCalls = 0;     // of the platform
    std::uint64_t routesPeak = 0;    // most wanted at once
 
    SoakFigures& operator+=(SoakFigures const& other);
@@ -44,7 +46,7 @@ class SoakChecker {
  public:
    using Route = ScenarioTarget::Route;
 
-   static constexpr unsigned usualLooks = 40;
+   static constexpr unsigned usualLooks = 16;
 
    // The switch outlives the checker, which looks at everything once in so many looks.
    SoakChecker(SimulatedSwitch& simulated, Path path, PathConfig const& config,
@@ -57,6 +59,9 @@ class SoakChecker {
    void linkIs(Lnet::IntfId intf, Interface::IntfOperStatus state);
    void bfdIs(Bfd::Peer const& peer, std::optional<Bfd::OperState> state);
    void configIs(Scenario::Config const& config);
+   void counterRouteIs(RouteId const& id, bool counted) {
+      counters_.countedIs(id.vrf, id.key, counted);
+   }
    void faultIs(Scenario::Fault const& fault);
    void sent(Sim::Packet const& packet, Sim::Forwarded const& forwarded);
 
@@ -97,6 +102,8 @@ class SoakChecker {
    Outputs outputsOf(Sim::Group const* group) const;
    Sim::EntryTable const& tableOf(Route const& route) const;
    std::uint64_t failures() const;
+   // What a failed write has left behind is cleared up by the time that a zombie has expired.
+   bool failedLately() const { return Qor::now() < failedAt_ + 10; }
 
    void updateExcuses(bool rest);
    bool excused(Table table) const { return excuses_[static_cast<std::size_t>(table)].holds; }
@@ -125,6 +132,7 @@ class SoakChecker {
    Path const path_;
    PathConfig const config_;
    SoakModel model_;
+   SoakCounters counters_;
    std::mt19937_64 random_{1};
    std::vector<RouteId> unverified_;
    std::vector<RouteId> everWanted_;  // to choose from at random
@@ -132,10 +140,15 @@ class SoakChecker {
    std::array<Excuse, tables> excuses_;
    std::uint64_t failuresSeen_ = 0;
    std::uint64_t failuresAtRest_ = 0;
+   double failedAt_ = -10;
+   bool callsTakeTime_;  // or have done so
    double busySince_ = -1;  // the hit bits could not be read since; negative: they can
    unsigned const looksPerFullCheck_;
    unsigned untilFull_ = looksPerFullCheck_;
-   std::map<Qor::U64, double> zombies_;  // expiry by serial of the oif set, at the last full look
+   // At the last full look, by the serials of the oif sets: zombies with their expiry, and those in
+   // use.
+   std::map<Qor::U64, double> zombies_;
+   std::set<Qor::U64> inUse_;
    double zombiesAt_ = 0;
    std::uint64_t purgesAtZombies_ = 0;
    SoakFigures figures_;

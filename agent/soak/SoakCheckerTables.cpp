@@ -49,6 +49,10 @@ void SoakChecker::lookAtAll() {
    checkEntries();
    checkBoundaries();
    checkGroups();
+   if (path_ == Path::async) return;
+   for (std::string const& text : counters_.check(std::as_const(simulated_).path(),
+                                                  !callsTakeTime_ && failures() == 0))
+      wrong(text);
 }
 
 // Each route by its own handle, without a packet.
@@ -202,11 +206,11 @@ void SoakChecker::checkMembers(RecordRow const& row, bool zombie) {
    auto const& set = row.oifSet->portVlanSet();
    Sim::Group const* const group = simulated_.chip().group(row.group);
    if (!group) {
-      if (failures() == 0) wrong(groupText(row) + " is not on the chip");
+      if (!failedLately()) wrong(groupText(row) + " is not on the chip");
       return;
    }
    if (zombie ? group->routes != 0 : group->routes == 0) {
-      if (failures() == 0 || zombie) {
+      if (!failedLately() || zombie) {
          wrong(groupText(row) + (zombie ? " is a zombie, and routes point at it"
                                         : " is in use, and no route points at it"));
       }
@@ -225,7 +229,7 @@ void SoakChecker::checkZombies(std::vector<RecordRow> const& zombies,
                                std::set<Qor::U64> const& inUse) {
    double const lifetime = path_ == Path::async ? 3.0 : 4.0;
    double const now = Qor::now();
-   bool const timeStands = config_.callCost == 0;  // else a pass may be late, and a time be old
+   bool const timeStands = !callsTakeTime_;  // else a pass may be late, and a time be old
    std::map<Qor::U64, double> present;
    for (RecordRow const& row : zombies) {
       Qor::U64 const serial = row.oifSet->serial();
@@ -247,10 +251,18 @@ void SoakChecker::checkZombies(std::vector<RecordRow> const& zombies,
    // One that was brought back may have become a zombie again and expired, or not be shared.
    auto const& counters = programmer().counters();
    std::uint64_t const purges = counters.purges + counters.resurrections;
-   if (early > purges - purgesAtZombies_ && failures() == 0) {
+   if (early > purges - purgesAtZombies_ && !failedLately()) {
       wrong(std::to_string(early) + " zombies went before their time, " +
             std::to_string(purges - purgesAtZombies_) + " were purged or brought back");
    }
+   std::uint64_t lost = 0;
+   for (Qor::U64 const serial : inUse_)
+      lost += !inUse.contains(serial) && !present.contains(serial);
+   bool const mayBeGone = now >= zombiesAt_ + lifetime - tolerance || failedLately();
+   if (lost > purges - purgesAtZombies_ && !mayBeGone) {
+      wrong(std::to_string(lost) + " groups went with their last route, and were no zombies");
+   }
+   inUse_ = inUse;
    zombies_ = std::move(present);
    zombiesAt_ = now;
    purgesAtZombies_ = purges;
@@ -286,18 +298,21 @@ void SoakChecker::checkActivity(RouteId const& id, Known& known) {
    double const bound = 2 * (model_.longestInterval(now - 600) + gaps +
                              entries * config_.callCost * (path_ == Path::async ? 2 : 3)) +
                         1;
-   bool const v4AndV6 = id.key.kind() == Scenario::RouteKey::kindCatchAll;
    if (polled > now + tolerance) wrong(id, "lastPollTime is in the future");
+   // Catch-all routes of both families are polled under one key.
+   if (id.key.kind() == Scenario::RouteKey::kindCatchAll) return;
    bool const byHit = path_ == Path::async;
    if (polled > known.lastHit + (byHit ? tolerance : bound) && busySince_ < 0) {
       wrong(id, "lastPollTime is " + Scenario::numberText(polled) + ", the last packet came at " +
                       Scenario::numberText(known.lastHit));
    }
    // On the synchronous path nothing is polled of a route that accepts from anywhere.
-   bool const isPolled = known.wanted && !known.wanted->bridge && !v4AndV6 &&
+   bool const isPolled = known.wanted && !known.wanted->bridge &&
                          (path_ == Path::async || !known.wanted->noRpf);
    bool const due = route->state() == State::inHardware && known.handleSince < known.lastHit &&
-                    known.lastHit + bound < now && busySince_ + bound < now;
+                    known.lastHit + bound < now && busySince_ + bound < now &&
+                    // A hit bit that could not be read is lost.
+                    (path_ == Path::async || failures() == 0);
    if (isPolled && due && polled < known.lastHit - tolerance) {
       wrong(id, "was hit at " + Scenario::numberText(known.lastHit) + ", it is " +
                       Scenario::numberText(now) + ", and lastPollTime is " +

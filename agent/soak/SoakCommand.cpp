@@ -49,6 +49,33 @@ class Soak {
       return outcome.clean();
    }
 
+   // Plays the scenario once for each call of a hook that it makes, and each way in which the call
+   // can fail; of very many, as evenly spread a part as there are operations.
+   bool sweep(SoakEpisode episode) {
+      std::erase_if(episode.lines, [](Scenario::Line const& line) {
+         return std::holds_alternative<Scenario::Expect>(line.event);
+      });
+      if (!play(episode)) return false;
+      static constexpr Scenario::Fault::FailCall ways[] = {
+            {1, true, false, 0, false}, {1, false, true, 0, false}, {1, false, true, 0, true},
+            {1, false, true, 2, false}, {1, true, false, 2, true},
+      };
+      std::uint64_t const calls = forkSoak(episode).figures.hookCalls;
+      std::uint64_t const plays = calls * std::size(ways);
+      std::uint64_t const stride = 1 + (plays - 1) / options_.operations;
+      Scenario::Line first;
+      first.where = {"soak", 0};
+      episode.lines.insert(episode.lines.begin(), first);
+      for (std::uint64_t i = 0; i < plays; i += stride) {
+         Scenario::Fault fault;
+         fault.failCall = ways[i % std::size(ways)];
+         fault.failCall->nth = static_cast<std::uint32_t>(i / std::size(ways) + 1);
+         episode.lines.front().event = fault;
+         if (!play(episode)) return false;
+      }
+      return true;
+   }
+
    void print() const {
       ordered_json const j = json();
       if (options_.json) {
@@ -118,10 +145,13 @@ class Soak {
       for (std::string const& text : outcome.found)
          std::cerr << "   " << text << '\n';
       std::cerr << "looking for the shortest replay\n";
-      SoakEpisode const shortest = reducedSoak(episode, outcome);
-      SoakHow thorough;
-      thorough.looksPerFullCheck = 1;
-      replay_ = replayText(shortest, forkSoak(shortest, thorough));
+      // What is looked at throughout is found where it comes up, if that does not hide it.
+      SoakHow how;
+      how.looksPerFullCheck = 1;
+      if (forkSoak(episode, how).clean()) how = {};
+      auto const again = [&](SoakEpisode const& candidate) { return forkSoak(candidate, how); };
+      SoakEpisode const shortest = reducedSoak(episode, again);
+      replay_ = replayText(shortest, again(shortest));
       if (options_.replayFile.empty()) {
          std::cerr << replay_;
       } else if (std::ofstream file(options_.replayFile); !(file << replay_ << std::flush)) {
@@ -157,6 +187,10 @@ std::optional<SoakEpisode> episodeOf(std::string const& name, Path path) {
 int runSoak(SoakOptions const& options) {
    Soak soak(options);
    bool good = true;
+   if (options.sweep && options.files.empty()) {
+      std::cerr << "--sweep needs a scenario\n";
+      return exitUsage;
+   }
    std::vector<Path> const both{Path::async, Path::sync};
    std::vector<Path> const paths = options.path ? std::vector<Path>{*options.path} : both;
    if (options.files.empty()) {
@@ -169,7 +203,7 @@ int runSoak(SoakOptions const& options) {
          if (only.value_or(path) != path) continue;
          auto const episode = episodeOf(name, path);
          if (!episode) return exitFailed;
-         good = soak.play(*episode) && good;
+         good = (options.sweep ? soak.sweep(*episode) : soak.play(*episode)) && good;
       }
    }
    soak.print();

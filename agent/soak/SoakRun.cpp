@@ -67,7 +67,6 @@ void playEnd(SimulatedSwitch& simulated, SoakTarget& target, SoakChecker& checke
 SoakOutcome playSoak(SoakEpisode const& episode, SoakHow const& how) {
    PathConfig const config{episode.settings.minPollingInterval, episode.settings.callCost};
    SimulatedSwitch simulated(episode.path, episode.settings.chip, InterfaceMap(), config);
-   if (how.prepare) how.prepare(simulated);
    SimulatedTarget inner(simulated, nullptr, true);
    SoakChecker checker(simulated, episode.path, config, how.looksPerFullCheck);
    SoakTarget target(simulated, inner, checker);
@@ -95,7 +94,8 @@ json toJson(SoakOutcome const& outcome) {
            {"time", outcome.time},
            {"figures",
             {f.looks, f.routeChecks, f.fullChecks, f.tableChecks, f.packets, f.reroutes, f.faults,
-             f.refusals, f.resurrections, f.purges, f.unchanged, f.writes, f.routesPeak}}};
+             f.refusals, f.resurrections, f.purges, f.unchanged, f.writes, f.hookCalls,
+             f.routesPeak}}};
 }
 
 SoakOutcome fromJson(json const& j) {
@@ -107,7 +107,7 @@ SoakOutcome fromJson(json const& j) {
    std::uint64_t* const all[] = {&f.looks,     &f.routeChecks, &f.fullChecks,    &f.tableChecks,
                                  &f.packets,   &f.reroutes,    &f.faults,        &f.refusals,
                                  &f.resurrections, &f.purges,  &f.unchanged,     &f.writes,
-                                 &f.routesPeak};
+                                 &f.hookCalls, &f.routesPeak};
    for (std::size_t i = 0; i < std::size(all); ++i)
       *all[i] = j.at("figures").at(i);
    return outcome;
@@ -190,8 +190,10 @@ namespace {
 
 class Reduction {
  public:
-   Reduction(SoakEpisode episode, unsigned tries, SoakHow how)
-         : best_(std::move(episode)), tries_(tries), how_(std::move(how)) {}
+   Reduction(SoakEpisode episode, SoakPlay const& play, unsigned tries)
+         : best_(std::move(episode)), play_(play), tries_(tries) {
+      take(SoakEpisode(best_));
+   }
 
    // Leaves out ever smaller parts, from the end, as long as there is something to find without.
    SoakEpisode run() {
@@ -221,7 +223,7 @@ class Reduction {
    bool take(SoakEpisode candidate) {
       if (tries_ == 0) return false;
       --tries_;
-      SoakOutcome const outcome = forkSoak(candidate, how_);
+      SoakOutcome const outcome = play_(candidate);
       if (outcome.clean()) return false;
       if (outcome.lines < candidate.lines.size()) candidate.lines.resize(outcome.lines);
       best_ = std::move(candidate);
@@ -248,24 +250,14 @@ class Reduction {
    }
 
    SoakEpisode best_;
+   SoakPlay const& play_;
    unsigned tries_;
-   SoakHow const how_;
 };
 
 }  // namespace
 
-SoakEpisode reducedSoak(SoakEpisode episode, SoakOutcome const& outcome, SoakHow how,
-                        unsigned tries) {
-   if (outcome.lines < episode.lines.size()) episode.lines.resize(outcome.lines);
-   // What is looked at throughout is found where it comes up.
-   how.looksPerFullCheck = 1;
-   SoakOutcome const thorough = forkSoak(episode, how);
-   if (thorough.clean()) {
-      how.looksPerFullCheck = SoakChecker::usualLooks;
-   } else if (thorough.lines < episode.lines.size()) {
-      episode.lines.resize(thorough.lines);
-   }
-   return Reduction(std::move(episode), tries, std::move(how)).run();
+SoakEpisode reducedSoak(SoakEpisode const& episode, SoakPlay const& play, unsigned tries) {
+   return Reduction(episode, play, tries).run();
 }
 
 std::string replayText(SoakEpisode const& episode, SoakOutcome const& outcome) {

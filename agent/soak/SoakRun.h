@@ -25,8 +25,6 @@ struct SoakOutcome {
 inline constexpr unsigned soakProcessorLimit = 300;
 
 struct SoakHow {
-   // What is done to the switch before it is played on: faults that no scenario tells of.
-   std::function<void(SimulatedSwitch&)> prepare = nullptr;
    // Everything is looked at once in so many looks; 1 finds a fault where it comes up.
    unsigned looksPerFullCheck = SoakChecker::usualLooks;
    // Told the lines as they are played.
@@ -42,10 +40,13 @@ SoakOutcome playSoak(SoakEpisode const& episode, SoakHow const& how = {});
 // something: "the process has ended: ..." with the end of what it said.
 SoakOutcome forkSoak(SoakEpisode const& episode, SoakHow how = {});
 
-// The shortest episode that was come by, with which something is still found wrong: lines are left
-// out, and blocks of routes made smaller, as long as that holds, `tries` times at most.
-SoakEpisode reducedSoak(SoakEpisode episode, SoakOutcome const& outcome, SoakHow how = {},
-                        unsigned tries = 2000);
+// Plays an episode, and tells what was found.
+using SoakPlay = std::function<SoakOutcome(SoakEpisode const&)>;
+
+// The shortest episode that was come by, in which `play` still finds something wrong: lines are
+// left out, and blocks of routes made smaller, as long as that holds, `tries` times at most. It
+// begins with the episode up to where that was found wrong.
+SoakEpisode reducedSoak(SoakEpisode const& episode, SoakPlay const& play, unsigned tries = 2000);
 
 // The episode as a scenario file for `velmroute run` and `velmroute soak`, with what was found as
 // comments, and the expectation that all routes forward as wanted at its end.

@@ -52,6 +52,7 @@ class SoakTarget final : public ScenarioTarget {
    void counterRouteIs(L3::VrfName const& vrf, Scenario::RouteKey const& key,
                        bool counted) override {
       target_.counterRouteIs(vrf, key, counted);
+      checker_.counterRouteIs({vrf, key}, counted);
       changed_ = true;
    }
    void faultIs(Scenario::Fault const& fault) override {

@@ -51,6 +51,7 @@ class PlatformBase {
    void called(Hook hook) {
       if (observer_) observer_(hookName(hook));
       ++calls_[static_cast<std::size_t>(hook)];
+      faults_.callBegins(static_cast<Qor::U32>(hook));
       spend(callCost_);
    }
    void misused(Hook hook, char const* what, Qor::U32 number, char const* how) {
