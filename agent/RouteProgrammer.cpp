@@ -163,10 +163,13 @@ void RouteProgrammer::runPass() {
    for (WaitingQueue& queue : waiting_)
       budget = wake(queue, budget);
    if (std::exchange(wrote_, false)) commit();
-   bool more = !work_.empty();
-   for (WaitingQueue const& queue : waiting_)
-      more = more || (queue.room() && !queue.empty());
-   clock_->timeMinIs(more ? Qor::now() : Qor::never);
+   clock_->timeMinIs(!work_.empty() || someMayTry() ? Qor::now() : Qor::never);
+}
+
+bool RouteProgrammer::someMayTry() const {
+   return std::any_of(waiting_.begin(), waiting_.end(), [](WaitingQueue const& queue) {
+      return queue.room() && !queue.empty();
+   });
 }
 
 // Lets waiting routes try, first come first served, until one is refused again.

@@ -87,8 +87,9 @@ class RouteProgrammer {
    Qor::U32 routes() const { return wantedRoutes_; }
    Qor::U32 waiting() const;  // how many stand in a queue for room
    Counters const& counters() const { return counters_; }
-   // Whether all is done that can be done: nothing marked, nothing under way.
-   bool settled() const { return work_.empty() && programming_ == 0; }
+   // Whether all is done that can be done: nothing marked, nothing under way, and nobody who waits
+   // has still to be asked.
+   bool settled() const { return work_.empty() && programming_ == 0 && !someMayTry(); }
 
  protected:
    using RoutePtr = Qor::Ptr<Route>;
@@ -179,6 +180,7 @@ class RouteProgrammer {
    RoutePtr find(L3::VrfName const& vrf, EntryKey const& key) const;
    void schedulePass();
    void runPass();
+   bool someMayTry() const;
    Qor::U32 wake(WaitingQueue& queue, Qor::U32 budget);
    static State stateFor(Table table) {
       return static_cast<State>(static_cast<int>(State::waitingGroup) + static_cast<int>(table));

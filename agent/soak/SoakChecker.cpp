@@ -292,6 +292,7 @@ bool SoakChecker::checkRoute(RouteId const& id, Known& known, bool rest) {
    if (rest) checkState(id, known, *route);
    checkPacket(id, known, *route, rest);
    if (rest) {
+      if (known.unverified) known.sameSince = Qor::now();
       known.unverified = false;
       known.uninterrupted = false;
       known.before.clear();

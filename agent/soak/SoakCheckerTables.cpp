@@ -232,6 +232,7 @@ void SoakChecker::checkZombies(std::vector<RecordRow> const& zombies,
    bool const timeStands = !callsTakeTime_;  // else a pass may be late, and a time be old
    std::map<Qor::U64, double> present;
    for (RecordRow const& row : zombies) {
+      if (Sim::isHardWired(row.group)) continue;  // several may be of one set
       Qor::U64 const serial = row.oifSet->serial();
       present[serial] = row.expiryTime;
       if (row.expiryTime > now + lifetime + tolerance || (timeStands && row.expiryTime <= now)) {
@@ -283,14 +284,14 @@ void SoakChecker::checkActivity(RouteId const& id, Known& known) {
    }
    double const polled = status->lastPollTime();
    double const now = Qor::now();
-   if (polled != 0 && polled < known.lastPollTime) {
+   if (known.status == status && polled < known.lastPollTime) {
       wrong(id, "lastPollTime went back from " + Scenario::numberText(known.lastPollTime) + " to " +
                       Scenario::numberText(polled));
    }
    known.lastPollTime = polled;
-   if (route->handle().value() != known.handle) {
-      known.handle = route->handle().value();
-      known.handleSince = now;
+   if (known.status != status) {
+      known.status = status;
+      known.sameSince = now;
    }
    // Two reviews, each a slice at a time, and what calls cost.
    double const entries = simulated_.chip().routes().size() + 1.0;
@@ -309,7 +310,7 @@ void SoakChecker::checkActivity(RouteId const& id, Known& known) {
    // On the synchronous path nothing is polled of a route that accepts from anywhere.
    bool const isPolled = known.wanted && !known.wanted->bridge &&
                          (path_ == Path::async || !known.wanted->noRpf);
-   bool const due = route->state() == State::inHardware && known.handleSince < known.lastHit &&
+   bool const due = route->state() == State::inHardware && known.sameSince < known.lastHit &&
                     known.lastHit + bound < now && busySince_ + bound < now &&
                     // A hit bit that could not be read is lost.
                     (path_ == Path::async || failures() == 0);

@@ -16,6 +16,7 @@
 #include <unordered_map>
 #include <vector>
 
+#include "Routing/Multicast/Fib/Hardware/RouteStatus.h"
 #include "agent/CaptureState.h"
 #include "agent/ScenarioTarget.h"
 
@@ -54,9 +55,10 @@ class SoakModel {
       // Packets that hit the route's own entry, whatever became of them.
       double lastHit = 0;
       std::map<Lnet::IntfId, double> fastdropHit;
-      // As seen by the checks.
-      Qor::U32 handle = 0xFFFFFFFF;
-      double handleSince = 0;
+      // As seen by the checks: its hardware status, since when that and its entry are the same, and
+      // the time of its latest poll.
+      Qor::Ptr<Routing::Multicast::Fib::Hardware::RouteStatus const> status;
+      double sameSince = 0;
       double lastPollTime = 0;
    };
    using Routes = std::unordered_map<RouteId, Known, RouteIdHash>;
