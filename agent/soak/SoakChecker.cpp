@@ -147,16 +147,21 @@ void SoakChecker::bfdIs(Bfd::Peer const& peer, std::optional<Bfd::OperState> sta
 // Whoever holds a group for a set that comes in over the failed interface sends to its backup from
 // now on. Which group that is, the record says; that it must be rewritten is said here.
 void SoakChecker::rerouted(Lnet::IntfId failed) {
-   programmer().forEachRoute([&](RouteProgrammer::Route const& route) {
-      if (!route.record()) return;
-      auto const oifSet = route.record()->oifSet();
-      auto const& set = oifSet->portVlanSet();
-      if (set.currentIif() != failed || set.portVlanFrr().empty()) return;
+   auto const hit = [&](MrouteLib::PortVlanSet const& set) {
       // Sets without outputs have no group of the table, on the path whose chip has one for them.
-      if (path_ == Path::sync && set.portVlan().empty()) return;
+      return set.currentIif() == failed && !set.portVlanFrr().empty() &&
+             (path_ == Path::async || !set.portVlan().empty());
+   };
+   for (RecordRow const& row : std::as_const(simulated_).path().recordsInUse()) {
+      if (hit(row.oifSet->portVlanSet())) rewritten_.insert(row.oifSet->serial());
+   }
+   programmer().forEachRoute([&](RouteProgrammer::Route const& route) {
       RouteId const id{route.vrf(), route.key()};
       Known* const known = model_.find(id);
-      if (!known) return;
+      if (!known || !route.record()) return;
+      known->mayGoBack = known->mayGoBack || route.state() != State::inHardware;
+      auto const oifSet = route.record()->oifSet();
+      if (!hit(oifSet->portVlanSet())) return;
       known->rerouted = oifSet->serial();
       known->uninterrupted = false;
       if (!std::exchange(known->unverified, true)) unverified(id);
@@ -295,6 +300,7 @@ bool SoakChecker::checkRoute(RouteId const& id, Known& known, bool rest) {
       if (known.unverified) known.sameSince = Qor::now();
       known.unverified = false;
       known.uninterrupted = false;
+      known.mayGoBack = false;
       known.before.clear();
    }
    return true;
@@ -370,6 +376,10 @@ Sim::EntryTable const& SoakChecker::tableOf(Route const& route) const {
 
 std::vector<Outputs> SoakChecker::expected(Known& known,
                                            RouteProgrammer::Route const& route) const {
+   if (known.mayGoBack && route.record() &&
+       rewritten_.contains(route.record()->oifSet()->serial())) {
+      known.rerouted = route.record()->oifSet()->serial();
+   }
    if (known.rerouted && (!route.record() || route.record()->oifSet()->serial() != known.rerouted)) {
       known.rerouted.reset();
    }

@@ -149,6 +149,7 @@ class SoakChecker {
    // use.
    std::map<Qor::U64, double> zombies_;
    std::set<Qor::U64> inUse_;
+   std::set<Qor::U64> rewritten_;  // oif sets whose groups have been, by serial
    double zombiesAt_ = 0;
    std::uint64_t purgesAtZombies_ = 0;
    SoakFigures figures_;

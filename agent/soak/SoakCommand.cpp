@@ -17,7 +17,7 @@ namespace {
 
 using nlohmann::ordered_json;
 
-// The lengths that random episodes have, in turn: short ones are many, and cheap to make shorter.
+// The lengths that random episodes have, by their seeds: short ones are many, and cheap to make shorter.
 constexpr std::size_t lengths[] = {300, 1000, 3000, 1000, 10'000};
 
 class Soak {
@@ -29,9 +29,10 @@ class Soak {
    bool random(Path path) {
       std::uint64_t done = 0;
       for (std::uint64_t i = 0; done < options_.operations; ++i) {
-         std::size_t const length = std::min<std::uint64_t>(lengths[i % std::size(lengths)],
+         std::uint64_t const seed = options_.seed + i;
+         std::size_t const length = std::min<std::uint64_t>(lengths[seed % std::size(lengths)],
                                                             options_.operations - done);
-         if (!play(soakEpisode(options_.seed + i, path, length))) return false;
+         if (!play(soakEpisode(seed, path, length))) return false;
          done += length;
       }
       return true;

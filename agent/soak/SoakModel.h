@@ -50,6 +50,8 @@ class SoakModel {
       bool unverified = false;  // changed since it was last seen to be as wanted
       // The oif set object (by serial) whose group was rewritten while the route held it.
       std::optional<Qor::U64> rerouted;
+      // A failure met it in the middle of a change, which may end with the group before.
+      bool mayGoBack = false;
       std::uint64_t failuresAtChange = 0;
       double changedAt = 0;
       // Packets that hit the route's own entry, whatever became of them.
