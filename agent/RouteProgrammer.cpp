@@ -167,9 +167,8 @@ void RouteProgrammer::runPass() {
 }
 
 bool RouteProgrammer::someMayTry() const {
-   return std::any_of(waiting_.begin(), waiting_.end(), [](WaitingQueue const& queue) {
-      return queue.room() && !queue.empty();
-   });
+   return std::any_of(waiting_.begin(), waiting_.end(),
+                      [](WaitingQueue const& queue) { return queue.room() && !queue.empty(); });
 }
 
 // Lets waiting routes try, first come first served, until one is refused again.

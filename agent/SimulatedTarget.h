@@ -26,7 +26,9 @@ class SimulatedTarget final : public ScenarioTarget {
    void counterRouteIs(L3::VrfName const& vrf, Scenario::RouteKey const& key,
                        bool counted) override;
    void faultIs(Scenario::Fault const& fault) override;
-   Copies send(Packet const& packet) override { return copiesOf(simulated_.chip().forward(onChip(packet))); }
+   Copies send(Packet const& packet) override {
+      return copiesOf(simulated_.chip().forward(onChip(packet)));
+   }
    // The packet as it arrives at the chip, whose VRF and interface become known, and where its copies
    // came out.
    Sim::Packet onChip(Packet const& packet);

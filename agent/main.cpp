@@ -66,7 +66,8 @@ void addRun(CLI::App& app, RunOptions& options, Texts& texts) {
 
 CLI::App* addSoak(CLI::App& app, SoakOptions& options, std::string& path) {
    CLI::App* soak = app.add_subcommand(
-         "soak", "play random scenarios with faults, and compare the switch with a model throughout");
+         "soak",
+         "play random scenarios with faults, and compare the switch with a model throughout");
    soak->footer(
          "Without a FILE the scenarios are random, and follow from the seed. With scenarios, these "
          "are\nplayed under the same comparison. What is found is printed with the shortest replay "

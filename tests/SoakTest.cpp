@@ -32,10 +32,10 @@ TEST_P(Soak, FindsNothingInShortLives) {
 // All that can go wrong in one call of a hook, of as many calls as time allows.
 TEST_P(Soak, FindsNothingWhenEachHookCallFailsOnce) {
    for (char const* const name : {"table-full", "make-before-break", "resurrection", "fastdrop"}) {
-      std::string const command = std::string("'") + VELMROUTE_PROGRAM + "' soak --sweep --ops 150" +
-                                  " --path " + (GetParam() == Path::async ? "async" : "sync") +
-                                  " '" + VELMROUTE_EXAMPLES + "/scenarios/" + name +
-                                  ".jsonl' >/dev/null";
+      std::string const command = std::string("'") + VELMROUTE_PROGRAM +
+                                  "' soak --sweep --ops 150" + " --path " +
+                                  (GetParam() == Path::async ? "async" : "sync") + " '" +
+                                  VELMROUTE_EXAMPLES + "/scenarios/" + name + ".jsonl' >/dev/null";
       EXPECT_EQ(std::system(command.c_str()), 0) << command;
    }
 }
@@ -51,6 +51,42 @@ TEST_P(Soak, EpisodesAreWrittenAsScenariosThatAreReadBackAsTheyWere) {
          EXPECT_EQ(scenarioLine(read), text);
          EXPECT_EQ(read.at, line.at);
       }
+   }
+}
+
+// What soaks have found, each in the fewest lines.
+TEST_P(Soak, FindsNothingWhereItOnceDid) {
+   std::vector<std::string> const lives[] = {
+         // An interface changes sides between input and fastdrop, at rest and in mid-change.
+         {R"({"at": 0, "route": {"src": "*", "dst": "239.1.1.1", "iif": "a", "oifs": ["x"], "fastdrop": ["b"]}})",
+          R"({"at": 1, "route": {"src": "*", "dst": "239.1.1.1", "iif": "b", "oifs": ["x"], "fastdrop": ["a"]}})",
+          R"({"at": 1.0005, "route": {"src": "*", "dst": "239.1.1.1", "iif": "a", "oifs": ["y"], "fastdrop": ["b"]}})",
+          R"({"at": 1.001, "route": {"src": "*", "dst": "239.1.1.1", "iif": "b", "oifs": ["y"]}})"},
+         // The input fails while the set is a zombie, and again when it has been brought back.
+         {R"({"at": 0, "route": {"src": "*", "dst": "239.1.1.1", "iif": "a", "oifs": ["x"], "backup": ["z"]}})",
+          R"({"at": 1, "withdraw": {"src": "*", "dst": "239.1.1.1"}})",
+          R"({"at": 2, "link": {"intf": "a", "state": "down"}})",
+          R"({"at": 2.1, "link": {"intf": "a", "state": "up"}})",
+          R"({"at": 2.5, "route": {"src": "*", "dst": "239.1.1.1", "iif": "a", "oifs": ["x"], "backup": ["z"]}})",
+          R"({"at": 3, "link": {"intf": "a", "state": "down"}})"},
+         // The clock moves on during the pass that makes room for those who wait.
+         {R"({"at": 0, "route": {"src": "*", "dst": "239.1.1.1", "iif": "a", "oifs": ["x"]}})",
+          R"({"at": 1, "fault": {"routesExhausted": true}})",
+          R"({"at": 1, "route": {"src": "*", "dst": "239.1.2.1", "groups": 600, "iif": "a", "oifs": ["x"]}})",
+          R"({"at": 2, "fault": {"routesExhausted": false, "slowNext": {"nth": 3, "extra": 0.7}}})",
+          R"({"at": 2.001, "route": {"src": "*", "dst": "239.1.1.1", "iif": "b", "oifs": ["x"]}})"}};
+   for (auto const& texts : lives) {
+      SoakEpisode episode;
+      episode.path = GetParam();
+      ScenarioParser parser;
+      for (std::string const& text : texts) {
+         episode.lines.emplace_back();
+         ASSERT_EQ(parser.parse(text, episode.lines.back()), ScenarioParser::Result::event)
+               << parser.reason();
+      }
+      SoakHow how;
+      how.looksPerFullCheck = 1;
+      EXPECT_EQ(playSoak(episode, how).found, std::vector<std::string>()) << texts.front();
    }
 }
 
@@ -76,7 +112,8 @@ TEST_P(Soak, FindsARouteThatForwardsElsewhere) {
    Qor::U32 const other = simulated.chip().routes().find(1)->group;
    simulated.chip().softError(0, other);
    checker.lookAtAll();
-   std::string const text = "vrf default (10.0.0.1, 239.1.1.0): expected rtr1, its entry points at rtr2";
+   std::string const text =
+         "vrf default (10.0.0.1, 239.1.1.0): expected rtr1, its entry points at rtr2";
    auto const& found = checker.found();
    EXPECT_NE(std::find(found.begin(), found.end(), text), found.end());
 }

@@ -120,8 +120,7 @@ void SoakChecker::routeIs(Route const& route) {
       Route const& old = *there->wanted;
       auto const* const placed = programmer().route(id.vrf, id.key);
       calm = placed && placed->state() == State::inHardware && old.iif == route.iif &&
-             old.noRpf == route.noRpf && old.bridge == route.bridge &&
-             !excuses_[0].denied &&
+             old.noRpf == route.noRpf && old.bridge == route.bridge && !excuses_[0].denied &&
              simulated_.path().groupsAllocated() + unverified_.size() + 2 <=
                    simulated_.chip().config().groups;
    }
@@ -380,12 +379,14 @@ std::vector<Outputs> SoakChecker::expected(Known& known,
        rewritten_.contains(route.record()->oifSet()->serial())) {
       known.rerouted = route.record()->oifSet()->serial();
    }
-   if (known.rerouted && (!route.record() || route.record()->oifSet()->serial() != known.rerouted)) {
+   if (known.rerouted &&
+       (!route.record() || route.record()->oifSet()->serial() != known.rerouted)) {
       known.rerouted.reset();
    }
    std::vector<Outputs> list{model_.outputs(*known.wanted, known.rerouted.has_value())};
    // A rewrite that failed leaves the group as it was, and nobody can be told.
-   if (known.rerouted && simulated_.path().faults().injected(WriteKind::groupUpdate) > 0) list.push_back(model_.outputs(*known.wanted, false));
+   if (known.rerouted && simulated_.path().faults().injected(WriteKind::groupUpdate) > 0)
+      list.push_back(model_.outputs(*known.wanted, false));
    return list;
 }
 
@@ -420,8 +421,7 @@ void SoakChecker::checkPacket(RouteId const& id, Known& known, RouteProgrammer::
    if (inHardware) {
       if (!own) {
          std::ostringstream text;
-         text << "is in hardware, and a packet does not hit its entry (" << forwarded.result
-              << ')';
+         text << "is in hardware, and a packet does not hit its entry (" << forwarded.result << ')';
          return wrong(id, text.str());
       }
    } else {

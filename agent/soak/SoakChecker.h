@@ -24,20 +24,20 @@ namespace Agent {
 
 // What a soak has done, for people.
 struct SoakFigures {
-   std::uint64_t looks = 0;         // moments at which something was compared
-   std::uint64_t routeChecks = 0;   // routes compared with the model, one packet each
-   std::uint64_t fullChecks = 0;    // comparisons of everything
-   std::uint64_t tableChecks = 0;   // routes, groups and entries compared in those
-   std::uint64_t packets = 0;       // of traffic
-   std::uint64_t reroutes = 0;      // routes whose backup took over
-   std::uint64_t faults = 0;        // writes that were made to fail
-   std::uint64_t refusals = 0;      // times a route had to wait for room
+   std::uint64_t looks = 0;        // moments at which something was compared
+   std::uint64_t routeChecks = 0;  // routes compared with the model, one packet each
+   std::uint64_t fullChecks = 0;   // comparisons of everything
+   std::uint64_t tableChecks = 0;  // routes, groups and entries compared in those
+   std::uint64_t packets = 0;      // of traffic
+   std::uint64_t reroutes = 0;     // routes whose backup took over
+   std::uint64_t faults = 0;       // writes that were made to fail
+   std::uint64_t refusals = 0;     // times a route had to wait for room
    std::uint64_t resurrections = 0;
    std::uint64_t purges = 0;
-   std::uint64_t unchanged = 0;     // updates that changed nothing
-   std::uint64_t writes = 0;        // to the chip
-   std::uint64_t hookCalls = 0;     // of the platform
-   std::uint64_t routesPeak = 0;    // most wanted at once
+   std::uint64_t unchanged = 0;   // updates that changed nothing
+   std::uint64_t writes = 0;      // to the chip
+   std::uint64_t hookCalls = 0;   // of the platform
+   std::uint64_t routesPeak = 0;  // most wanted at once
 
    SoakFigures& operator+=(SoakFigures const& other);
 };
@@ -95,9 +95,7 @@ class SoakChecker {
    void wrong(RouteId const& id, std::string const& text);
    void wrong(std::string const& text);
    bool atRest() const;
-   RouteProgrammer const& programmer() const {
-      return std::as_const(simulated_).routeProgrammer();
-   }
+   RouteProgrammer const& programmer() const { return std::as_const(simulated_).routeProgrammer(); }
    Bridging::VlanIdOrNone vlanOf(Route const& route) const;
    Outputs outputsOf(Sim::Group const* group) const;
    Sim::EntryTable const& tableOf(Route const& route) const;
@@ -141,7 +139,7 @@ class SoakChecker {
    std::uint64_t failuresSeen_ = 0;
    std::uint64_t failuresAtRest_ = 0;
    double failedAt_ = -10;
-   bool callsTakeTime_;  // or have done so
+   bool callsTakeTime_;     // or have done so
    double busySince_ = -1;  // the hit bits could not be read since; negative: they can
    unsigned const looksPerFullCheck_;
    unsigned untilFull_ = looksPerFullCheck_;

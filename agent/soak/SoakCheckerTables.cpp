@@ -50,8 +50,8 @@ void SoakChecker::lookAtAll() {
    checkBoundaries();
    checkGroups();
    if (path_ == Path::async) return;
-   for (std::string const& text : counters_.check(std::as_const(simulated_).path(),
-                                                  !callsTakeTime_ && failures() == 0))
+   for (std::string const& text :
+        counters_.check(std::as_const(simulated_).path(), !callsTakeTime_ && failures() == 0))
       wrong(text);
 }
 
@@ -97,8 +97,7 @@ void SoakChecker::checkEntries() {
    simulated_.chip().routes().forEach([&](Qor::U32 index, Sim::Entry const& entry) {
       ++figures_.tableChecks;
       auto const vrf = vrfNames_.find(entry.vrfId);
-      Known* const known =
-            vrf == vrfNames_.end() ? nullptr : model_.find({vrf->second, entry.key});
+      Known* const known = vrf == vrfNames_.end() ? nullptr : model_.find({vrf->second, entry.key});
       bool expectedHere = false;
       if (known && known->wanted) {
          if (!known->wanted->bridge && entry.acceptingVlan == vlanOf(*known->wanted)) {
@@ -142,8 +141,7 @@ void SoakChecker::checkBoundaries() {
    std::size_t own = 0, wantedOwn = 0;
    simulated_.chip().boundaries().forEach([&](Qor::U32 index, Sim::Entry const& entry) {
       auto const vrf = vrfNames_.find(entry.vrfId);
-      Known* const known =
-            vrf == vrfNames_.end() ? nullptr : model_.find({vrf->second, entry.key});
+      Known* const known = vrf == vrfNames_.end() ? nullptr : model_.find({vrf->second, entry.key});
       if (known && known->wanted && known->wanted->bridge &&
           entry.acceptingVlan == vlanOf(*known->wanted)) {
          ++own;
@@ -308,8 +306,8 @@ void SoakChecker::checkActivity(RouteId const& id, Known& known) {
                       Scenario::numberText(known.lastHit));
    }
    // On the synchronous path nothing is polled of a route that accepts from anywhere.
-   bool const isPolled = known.wanted && !known.wanted->bridge &&
-                         (path_ == Path::async || !known.wanted->noRpf);
+   bool const isPolled =
+         known.wanted && !known.wanted->bridge && (path_ == Path::async || !known.wanted->noRpf);
    bool const due = route->state() == State::inHardware && known.sameSince < known.lastHit &&
                     known.lastHit + bound < now && busySince_ + bound < now &&
                     // A hit bit that could not be read is lost.

@@ -49,8 +49,8 @@ std::vector<std::string> SoakCounters::check(SwitchPath const& path, bool exact)
       std::optional<Qor::U64> const shown = path.counter(key);
       if (shown.has_value() != counts()) {
          if (exact) {
-            wrong.push_back("counter " + key.pretty() + (shown ? " is there, and counting is off"
-                                                               : " is missing"));
+            wrong.push_back("counter " + key.pretty() +
+                            (shown ? " is there, and counting is off" : " is missing"));
          }
          continue;
       }

@@ -20,10 +20,10 @@ using Sim::WriteKind;
 // What an episode may do next.
 enum class Op : unsigned char {
    newRoute,
-   block,         // many routes at once
-   newOutputs,    // of a route
+   block,          // many routes at once
+   newOutputs,     // of a route
    newProperties,  // of a route: input, backup, fastdrop, no RPF, bridge
-   again,         // wanted as it is
+   again,          // wanted as it is
    withdraw,
    withdrawBlock,
    comeBack,  // a route that was withdrawn lately
@@ -40,7 +40,7 @@ enum class Op : unsigned char {
 };
 constexpr std::size_t ops = 18;
 
-constexpr std::array<double, ops> commonly = {12, 0.7, 22, 8,   3,   10,  0.5, 10,  4,
+constexpr std::array<double, ops> commonly = {12, 0.7, 22,  8,   3,   10,  0.5, 10,  4,
                                               2,  10,  0.5, 1.5, 0.8, 0.5, 0.5, 0.5, 2};
 
 class Generator {
@@ -206,9 +206,9 @@ class Generator {
          }
          auto const length = v6 ? oneIn(2) ? 24u : 32u : oneIn(2) ? 9u : 16u;
          bytes[3] = static_cast<std::uint8_t>(between(128, 135));
-         auto const base = v6 ? Lnet::IpGenAddr::v6(bytes)
-                              : Lnet::IpGenAddr::v4(0xEF800000 +
-                                                    (static_cast<Qor::U32>(below(16)) << 16));
+         auto const base =
+               v6 ? Lnet::IpGenAddr::v6(bytes)
+                  : Lnet::IpGenAddr::v4(0xEF800000 + (static_cast<Qor::U32>(below(16)) << 16));
          return {Lnet::IpGenPrefix::any(family), {base.masked(length), length}};
       }
       if (kind < 8) return RouteKey::fromAddresses(anySource(v6), group);
@@ -293,8 +293,8 @@ class Generator {
       if (blocks_.size() < 3 && !withdrawn) {
          Scenario::Route route;
          std::size_t const vrf = below(vrfs_.size());
-         auto const first = Lnet::IpGenAddr::v4(
-               0xEF400000 + (static_cast<Qor::U32>(blocks_.size()) << 16));
+         auto const first =
+               Lnet::IpGenAddr::v4(0xEF400000 + (static_cast<Qor::U32>(blocks_.size()) << 16));
          auto const source = Lnet::IpGenAddr::v4(oneIn(2) ? 0 : 0x0A000009);
          route.routes = {vrfs_[vrf], RouteKey::fromAddresses(source, first),
                          static_cast<std::uint32_t>(
@@ -344,9 +344,9 @@ class Generator {
    }
 
    void link() {
-      constexpr IntfOperStatus states[] = {IntfOperStatus::up,   IntfOperStatus::up,
-                                           IntfOperStatus::up,   IntfOperStatus::down,
-                                           IntfOperStatus::down, IntfOperStatus::lowerLayerDown,
+      constexpr IntfOperStatus states[] = {IntfOperStatus::up,      IntfOperStatus::up,
+                                           IntfOperStatus::up,      IntfOperStatus::down,
+                                           IntfOperStatus::down,    IntfOperStatus::lowerLayerDown,
                                            IntfOperStatus::testing, IntfOperStatus::unknown};
       add(Link{someLink(), oneOf(states)});
    }
@@ -354,11 +354,11 @@ class Generator {
    void bfd() {
       using ::Bfd::OperState;
       std::size_t const vrf = below(vrfs_.size());
-      ::Bfd::SessionType const type = oneIn(5) ? ::Bfd::SessionType::multihop
-                                               : ::Bfd::SessionType::singleHop;
+      ::Bfd::SessionType const type =
+            oneIn(5) ? ::Bfd::SessionType::multihop : ::Bfd::SessionType::singleHop;
       Scenario::Bfd bfd;
-      bfd.peer = ::Bfd::Peer(type, Lnet::IpGenAddr::v4(0x0A090001), oneOf(inputs_[vrf]),
-                             vrfs_[vrf]);
+      bfd.peer =
+            ::Bfd::Peer(type, Lnet::IpGenAddr::v4(0x0A090001), oneOf(inputs_[vrf]), vrfs_[vrf]);
       if (!oneIn(8)) bfd.state = static_cast<OperState>(oneIn(2) ? below(4) : oneIn(2) ? 1 : 3);
       add(bfd);
    }

@@ -52,8 +52,9 @@ void playEnd(SimulatedSwitch& simulated, SoakTarget& target, SoakChecker& checke
    checker.lookAtAll();
    if (!checker.found().empty()) return;
    std::vector<RouteId> wanted;
-   std::as_const(simulated).routeProgrammer().forEachRoute(
-         [&](auto const& route) { wanted.push_back({route.vrf(), route.key()}); });
+   std::as_const(simulated).routeProgrammer().forEachRoute([&](auto const& route) {
+      wanted.push_back({route.vrf(), route.key()});
+   });
    for (RouteId const& id : wanted)
       target.routeDel(id.vrf, id.key);
    rest(target);
@@ -104,10 +105,10 @@ SoakOutcome fromJson(json const& j) {
    outcome.lines = j.at("lines");
    outcome.time = j.at("time");
    SoakFigures& f = outcome.figures;
-   std::uint64_t* const all[] = {&f.looks,     &f.routeChecks, &f.fullChecks,    &f.tableChecks,
-                                 &f.packets,   &f.reroutes,    &f.faults,        &f.refusals,
-                                 &f.resurrections, &f.purges,  &f.unchanged,     &f.writes,
-                                 &f.hookCalls, &f.routesPeak};
+   std::uint64_t* const all[] = {&f.looks,         &f.routeChecks, &f.fullChecks, &f.tableChecks,
+                                 &f.packets,       &f.reroutes,    &f.faults,     &f.refusals,
+                                 &f.resurrections, &f.purges,      &f.unchanged,  &f.writes,
+                                 &f.hookCalls,     &f.routesPeak};
    for (std::size_t i = 0; i < std::size(all); ++i)
       *all[i] = j.at("figures").at(i);
    return outcome;
@@ -118,8 +119,8 @@ struct Shared {
    std::size_t played;
 };
 
-[[noreturn]] void child(SoakEpisode const& episode, SoakHow& how, Shared* shared,
-                        std::FILE* result, std::FILE* said) {
+[[noreturn]] void child(SoakEpisode const& episode, SoakHow& how, Shared* shared, std::FILE* result,
+                        std::FILE* said) {
    ::dup2(::fileno(said), STDERR_FILENO);
    rlimit const limit{soakProcessorLimit, soakProcessorLimit + 5};
    ::setrlimit(RLIMIT_CPU, &limit);
@@ -168,8 +169,8 @@ SoakOutcome died(int status, std::size_t played, std::string said) {
 
 SoakOutcome forkSoak(SoakEpisode const& episode, SoakHow how) {
    File const result(std::tmpfile()), said(std::tmpfile());
-   void* const memory = ::mmap(nullptr, sizeof(Shared), PROT_READ | PROT_WRITE,
-                               MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+   void* const memory =
+         ::mmap(nullptr, sizeof(Shared), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
    if (!result || !said || memory == MAP_FAILED) throw std::runtime_error("no temporary files");
    auto* const shared = static_cast<Shared*>(memory);
    ::pid_t const pid = ::fork();
