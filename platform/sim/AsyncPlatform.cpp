@@ -280,7 +280,7 @@ bool AsyncPlatform::needIngressProgramming(RouteKeyType type) {
 
 bool AsyncPlatform::mcastIdReusable(U32 mcastId) {
    called(Hook::mcastIdReusable);
-   return !faults_.refused() && (!reusable_ || reusable_(mcastId));
+   return !reusable_ || reusable_(mcastId);
 }
 
 bool AsyncPlatform::mcastIdIsValid(U32 mcastId) {
