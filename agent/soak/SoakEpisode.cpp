@@ -170,8 +170,11 @@ class Generator {
       } else if (kind >= 50) {
          step = fraction() * 0.002;
       }
-      at_ = std::round((at_ + step) * 1e6) / 1e6;
+      later(step);
    }
+
+   // Times are such as a scenario's lines can tell: whole microseconds.
+   void later(double step) { at_ = std::round((at_ + step) * 1e6) / 1e6; }
 
    void heal() {
       add(healing_.back());
@@ -435,7 +438,7 @@ class Generator {
    }
 
    void pause() {
-      at_ += static_cast<double>(between(2, 6));
+      later(static_cast<double>(between(2, 6)));
       add(Mark{"a pause"});
    }
 
