@@ -125,6 +125,12 @@ bool MrouteSwitch::shareRecord(RecordPtr const& existing) {
       VEL_TRACE(2, "Resurrecting zombie oifSetIndex: 0x" << std::hex << existing->oifSetIndex());
       zombieOifSetDel(existing->zombie());
       existing->zombieIs(ZombieKey());
+      // A failure that met the set as a zombie has withdrawn it from those that wait for one.
+      OifSetPtr const oifSet = existing->oifSet();
+      if (oifSet->portVlanSet().currentIif() != Lnet::IntfId() &&
+          !frrMtableOifSet().find(oifSet)) {
+         frrMtableOifSetIs(oifSet, existing.get());
+      }
    }
    VEL_TRACE(2, "Sharing existing oifSetIndex: " << existing->oifSetIndex());
    mtableOifSetIs(existing);

@@ -22,6 +22,7 @@ class AsyncPath final : public SwitchPathOn<Vel::Mroute::AsyncMrouteSwitch> {
    Bfd::AppStatus* bfdAppStatus() override { return bfdAppStatus_.get(); }
 
    Sim::Faults& faults() override { return platform_->faults(); }
+   Sim::Faults const& faults() const override { return platform_->faults(); }
    std::vector<Qor::String> audit() const override { return platform_->audit(); }
    std::vector<Qor::String> platformFaults() const override {
       return platform_->violations().texts();
@@ -32,6 +33,8 @@ class AsyncPath final : public SwitchPathOn<Vel::Mroute::AsyncMrouteSwitch> {
    Sim::Entry const* entry(MrouteLib::RouteHandle handle) const override {
       return platform_->chip()->routes().find(handle.value());
    }
+
+   std::vector<Qor::String> auditTables() const override;
 
    void detach(Qor::U32 applied) override { platform_->detach(applied); }
    Sim::Found const& found() const override { return platform_->found(); }

@@ -173,23 +173,27 @@ void RouteProgrammer::runPass() {
       work_.pop_front();
       process(*route);
    }
-   bool more = false;
    if (!recovery_) {
       for (WaitingQueue& queue : waiting_)
          budget = wake(queue, budget);
-      for (WaitingQueue const& queue : waiting_)
-         more = more || (queue.room() && !queue.empty());
    }
    if (std::exchange(wrote_, false)) commit();
-   more = more || !work_.empty();
-   clock_->timeMinIs(more ? Qor::now() : Qor::never);
+   clock_->timeMinIs(!work_.empty() || someMayTry() ? Qor::now() : Qor::never);
+}
+
+bool RouteProgrammer::someMayTry() const {
+   return std::any_of(waiting_.begin(), waiting_.end(),
+                      [](WaitingQueue const& queue) { return queue.room() && !queue.empty(); });
 }
 
 // Lets waiting routes try, first come first served, until one is refused again.
 Qor::U32 RouteProgrammer::wake(WaitingQueue& queue, Qor::U32 budget) {
    for (; queue.room() && budget > 0 && !queue.empty(); --budget) {
       RoutePtr const route = queue.first();
-      if (route->wanted_) {
+      if (route->wanted_ && mustStandBack(*route)) {
+         waitNoMore(*route);
+         stateIs(*route, State::marked);
+      } else if (route->wanted_) {
          route->target_ = route->wanted_;
          placeAnew(*route);
          if (route->waitingIn_ == &queue) queue.roomIs(false);
@@ -261,6 +265,7 @@ void RouteProgrammer::giveUp(Route& route) {
 void RouteProgrammer::place(Route& route) {
    route.target_ = route.wanted_;
    if (!route.placed_) {
+      if (mustStandBack(route)) return;
       if (!mustQueue(route)) placeAnew(route);
       return;
    }
@@ -290,7 +295,9 @@ void RouteProgrammer::place(Route& route) {
    }
    pointAt(route, std::move(record));
    // Issued behind the new entry's writes, in the order that the chip keeps.
-   if (!leaving.handle.isNull()) leaveEntry(leaving.handle, leaving.table);
+   if (leaving.handle.isNull()) return;
+   leaveEntry(leaving.handle, leaving.table);
+   markFastdrops(route);
 }
 
 // A route that is not in hardware lets those go first who wait for what it needs. That somebody
@@ -378,12 +385,36 @@ bool RouteProgrammer::replaceEntry(Route& route, MtableOifSetPtr const& record, 
 
 // State::programming, or what becomes of the route without an entry.
 RouteProgrammer::State RouteProgrammer::allocateEntry(Route& route, MtableOifSetPtr const& record) {
+   clearTheWay(route);
    Entry const entry = newEntry(route, record);
    if (entry.handle.isNull()) return entry.whyNot;
    route.handle_ = entry.handle;
    route.table_ = entry.table;
    route.confirmed_ = false;
    return State::programming;
+}
+
+// Whether the route itself still has the entry for this fastdrop's interface. It is on its way out
+// of it, and marks its fastdrops then.
+bool RouteProgrammer::mustStandBack(Route const& route) const {
+   if (!route.isFastdrop()) return false;
+   RoutePtr const own = find(route.vrf_, {route.key_, {}});
+   return own && !own->handle_.isNull() && own->placed_->acceptingVlan == route.fastdropVlan_;
+}
+
+// Takes out the fastdrop entry for the interface that is the route's input from now on.
+void RouteProgrammer::clearTheWay(Route const& route) {
+   if (route.isFastdrop() || route.target_->acceptingVlan.isNone()) return;
+   RoutePtr const fastdrop = find(route.vrf_, {route.key_, route.target_->acceptingVlan});
+   if (fastdrop && !fastdrop->wanted_) release(*fastdrop);
+}
+
+void RouteProgrammer::markFastdrops(Route const& route) {
+   if (route.isFastdrop() || !route.wanted_) return;
+   for (Fastdrop const& fastdrop : route.wanted_->fastdrop) {
+      RoutePtr const entry = find(route.vrf_, {route.key_, fastdrop.vlan});
+      if (entry && entry->state_ == State::marked) mark(*entry);
+   }
 }
 
 void RouteProgrammer::pointAt(Route& route, MtableOifSetPtr record) {
@@ -428,7 +459,10 @@ OifSetPtr RouteProgrammer::sharedOifSet(MrouteLib::PortVlanSet const& set) {
 // Takes the route out of hardware, entry first.
 void RouteProgrammer::release(Route& route) {
    dropChange(route);
-   if (!route.handle_.isNull()) leaveEntry(std::exchange(route.handle_, {}), route.table_);
+   if (!route.handle_.isNull()) {
+      leaveEntry(std::exchange(route.handle_, {}), route.table_);
+      markFastdrops(route);
+   }
    leaveRecord(route.record_);
    leaveRecord(route.previous_);
    route.placed_.reset();

@@ -28,7 +28,8 @@
 // when the route is not in hardware.
 //
 // Fastdrop entries are placed as routes without outputs are, one for each, and wait, fail and are
-// tried again by themselves; forEachRoute() and route() leave them out.
+// tried again by themselves; forEachRoute() and route() leave them out. Where an interface changes
+// sides, from fastdrop to input or back, the entry that leaves it goes before the other comes.
 #pragma once
 
 #include <array>
@@ -108,8 +109,9 @@ class RouteProgrammer {
    Qor::U32 routes() const { return wantedRoutes_; }
    Qor::U32 waiting() const;  // how many stand in a queue for room
    Counters const& counters() const { return counters_; }
-   // Whether all is done that can be done: nothing marked, nothing under way.
-   bool settled() const { return lookedAtAll() && programming_ == 0; }
+   // Whether all is done that can be done: nothing marked, nothing under way, and nobody who waits
+   // has still to be asked.
+   bool settled() const { return lookedAtAll() && programming_ == 0 && !someMayTry(); }
    // Whether no route is marked: all have been placed, or refused, as they are wanted.
    bool lookedAtAll() const { return work_.empty(); }
 
@@ -202,6 +204,7 @@ class RouteProgrammer {
    RoutePtr find(L3::VrfName const& vrf, EntryKey const& key) const;
    void schedulePass();
    void runPass();
+   bool someMayTry() const;
    Qor::U32 wake(WaitingQueue& queue, Qor::U32 budget);
    static State stateFor(Table table) {
       return static_cast<State>(static_cast<int>(State::waitingGroup) + static_cast<int>(table));
@@ -221,6 +224,9 @@ class RouteProgrammer {
    struct Leaving;
    bool replaceEntry(Route& route, MrouteLib::MtableOifSetPtr const& record, Leaving& leaving);
    State allocateEntry(Route& route, MrouteLib::MtableOifSetPtr const& record);
+   bool mustStandBack(Route const& route) const;
+   void clearTheWay(Route const& route);
+   void markFastdrops(Route const& route);
    void pointAt(Route& route, MrouteLib::MtableOifSetPtr record);
    MrouteLib::MtableOifSetPtr allocateRecord(Route& route);
    MrouteLib::OifSetPtr sharedOifSet(MrouteLib::PortVlanSet const& set);

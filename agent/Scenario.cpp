@@ -25,6 +25,7 @@ Lnet::IpGenAddr plus(Lnet::IpGenAddr const& address, std::uint32_t step) {
 }  // namespace
 
 RouteKey RouteRun::key(std::uint32_t i) const {
+   if (!first.group().isHost()) return first;
    return RouteKey(first.source(), Lnet::IpGenPrefix::host(plus(first.group().address(), i)));
 }
 

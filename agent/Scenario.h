@@ -36,7 +36,7 @@ struct RouteRun {
    RouteKey first;
    std::uint32_t groups = 1;
 
-   // The key of the i-th route, counted from 0.
+   // The key of the i-th route, counted from 0. A route of a range of groups stands alone.
    RouteKey key(std::uint32_t i) const;
    // "(10.0.0.2, 239.1.1.1)", and of several routes " and 999 more"; in another VRF than "default"
    // with "vrf NAME " in front.
@@ -136,7 +136,16 @@ struct Fault {
    std::optional<std::uint32_t> hitBitsBusy;  // how many readings
    std::optional<FailNext> failNext;
    std::optional<SlowNext> slowNext;
+   // One call of a platform hook, the nth from now, fails in the way it can (Sim::Faults).
+   struct FailCall {
+      std::uint32_t nth = 1;
+      bool refused = false;
+      bool writeFails = false;
+      std::uint32_t again = 0;
+      bool undoFails = false;
+   };
    std::optional<Rate> rate;
+   std::optional<FailCall> failCall;
    std::optional<std::uint64_t> seed;
 };
 

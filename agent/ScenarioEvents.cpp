@@ -162,7 +162,7 @@ Counter counterFrom(json const& value) {
 Fault faultFrom(json const& value) {
    Fields const fields(value, "fault",
                        {"groupsExhausted", "routesExhausted", "boundariesExhausted", "hitBitsBusy",
-                        "failNext", "slowNext", "rate", "seed"});
+                        "failNext", "slowNext", "rate", "seed", "failCall"});
    if (value.empty()) refuse(fields.path(), "no fault");
    auto const writes = namesOf(Sim::WriteKind::groupCreate, Sim::WriteKind::boundaryDelete);
    constexpr std::uint32_t many = 1'000'000;
@@ -192,6 +192,19 @@ Fault faultFrom(json const& value) {
       Fault::Rate& rate = fault.rate.emplace();
       rate.write = f.named("write", "kind of write", writes);
       rate.probability = f.number("probability", 0, 1);
+   }
+   if (json const* call = fields.find("failCall")) {
+      Fields const f(*call, fields.at("failCall"),
+                     {"nth", "refused", "writeFails", "again", "undoFails"});
+      Fault::FailCall& failCall = fault.failCall.emplace();
+      if (f.find("nth")) failCall.nth = f.whole32("nth", 1, many);
+      if (f.find("refused")) failCall.refused = f.flag("refused");
+      if (f.find("writeFails")) failCall.writeFails = f.flag("writeFails");
+      if (f.find("again")) failCall.again = f.whole32("again", 1, many);
+      if (f.find("undoFails")) failCall.undoFails = f.flag("undoFails");
+      if (!failCall.refused && !failCall.writeFails) {
+         refuse(f.path(), "neither \"refused\" nor \"writeFails\"");
+      }
    }
    if (fields.find("seed")) {
       fault.seed = fields.whole("seed", 0, std::numeric_limits<std::uint64_t>::max());

@@ -158,8 +158,19 @@ RouteRun runFields(Fields const& fields, bool packets) {
    std::string const group = fields.text("dst");
    bool const v6 = group.find(':') != std::string::npos;
    std::string_view const any = v6 ? "::" : "0.0.0.0";
-   if (auto bad = routeKeyOf(source == "*" ? any : source, group, run.first); !bad.empty()) {
+   auto const slash = group.find('/');
+   if (auto bad = routeKeyOf(source == "*" ? any : source, group.substr(0, slash), run.first);
+       !bad.empty()) {
       refuse(fields.path(), bad);
+   }
+   if (slash != std::string::npos) {
+      auto const range = Lnet::IpGenPrefix::parse(group);
+      if (!range || range->length() < (v6 ? 8 : 4)) {
+         refuse(fields.at("dst"), "bad range of groups " + inQuotes(group));
+      }
+      if (packets) refuse(fields.at("dst"), "a packet goes to one group");
+      if (fields.find("groups")) refuse(fields.at("groups"), "a range of groups stands alone");
+      run.first = RouteKey(run.first.source(), *range);
    }
    if (packets && run.first.source().isAny()) {
       refuse(fields.at("src"), "a packet has one source");

@@ -47,7 +47,7 @@ ScenarioPlayer::ScenarioPlayer(ScenarioTarget& target, std::vector<Line> const& 
 bool ScenarioPlayer::step() {
    if (next_ == lines_.size()) return false;
    Line const& line = lines_[next_++];
-   advance(line.at);
+   if (next_ == 1 || line.at > lines_[next_ - 2].at) advance(line.at);
    try {
       std::visit([this](auto const& event) { play(event); }, line.event);
    } catch (ScenarioRefused const& refused) {

@@ -122,6 +122,10 @@ void SimulatedTarget::faultIs(Scenario::Fault const& fault) {
    if (fault.seed) faults.seedIs(*fault.seed);
    if (auto const& f = fault.failNext) faults.failNext(f->write, f->reason, f->count);
    if (auto const& f = fault.slowNext) faults.slowNext(f->nth, f->extra);
+   if (auto const& f = fault.failCall) {
+      faults.failCallIs(
+            {faults.calls() + f->nth, f->refused, f->writeFails, f->again, f->undoFails});
+   }
    if (auto const& f = fault.rate) faults.rateIs(f->write, f->probability);
 }
 
@@ -148,11 +152,13 @@ void SimulatedTarget::restart(Scenario::Restart const& restart) {
    simulated_.restart(options);
 }
 
-ScenarioTarget::Copies SimulatedTarget::send(Packet const& packet) {
+Sim::Packet SimulatedTarget::onChip(Packet const& packet) {
    simulated_.learnVrf(packet.vrf);
-   Sim::Forwarded const forwarded =
-         simulated_.chip().forward({simulated_.vrfId(packet.vrf)->value(), packet.source,
-                                    packet.group, learn(packet.iif).vlan, packet.bytes});
+   return {simulated_.vrfId(packet.vrf)->value(), packet.source, packet.group,
+           learn(packet.iif).vlan, packet.bytes};
+}
+
+ScenarioTarget::Copies SimulatedTarget::copiesOf(Sim::Forwarded const& forwarded) {
    Copies copies;
    copies.result = text(forwarded.result);
    for (auto const& copy : forwarded.copies)

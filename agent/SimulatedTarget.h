@@ -27,7 +27,13 @@ class SimulatedTarget final : public ScenarioTarget {
                        bool counted) override;
    void faultIs(Scenario::Fault const& fault) override;
    void restart(Scenario::Restart const& restart) override;
-   Copies send(Packet const& packet) override;
+   Copies send(Packet const& packet) override {
+      return copiesOf(simulated_.chip().forward(onChip(packet)));
+   }
+   // The packet as it arrives at the chip, whose VRF and interface become known, and where its copies
+   // came out.
+   Sim::Packet onChip(Packet const& packet);
+   static Copies copiesOf(Sim::Forwarded const& forwarded);
 
    RouteFacts route(L3::VrfName const& vrf, Scenario::RouteKey const& key) const override;
    std::uint64_t value(Scenario::State state) const override;

@@ -63,6 +63,7 @@ class SwitchPath {
    // ---- The platform. ----
 
    virtual Sim::Faults& faults() = 0;
+   virtual Sim::Faults const& faults() const = 0;
    // What is wrong with the platform and its chip, a line each. May have the tables compared first,
    // which changes nothing.
    virtual std::vector<Qor::String> audit() const = 0;
@@ -101,6 +102,10 @@ class SwitchPath {
    virtual std::vector<RecordRow> zombieRecords() const = 0;  // the next to expire first
    virtual std::size_t zombies() const = 0;
    virtual std::size_t rerouting() const = 0;  // oif sets that wait for their rewrite
+
+   // Whether the table programmer's collections add up, with each other and with the platform: a
+   // line for each fault. The switch is at rest.
+   virtual std::vector<Qor::String> auditTables() const = 0;
 
    // Shows the switch in the timeline from now on; null: no more. The timeline outlives that.
    virtual void timelineIs(Timeline* timeline) = 0;

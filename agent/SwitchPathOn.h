@@ -3,6 +3,7 @@
 #pragma once
 
 #include <algorithm>
+#include <sstream>
 #include <utility>
 
 #include "agent/SwitchPath.h"
@@ -41,6 +42,38 @@ class SwitchPathOn : public SwitchPath {
    explicit SwitchPathOn(Qor::Ptr<Switch> mrouteSwitch) : mrouteSwitch_(std::move(mrouteSwitch)) {}
 
    Qor::Ptr<Switch> const& mrouteSwitch() const { return mrouteSwitch_; }
+
+   // What is wrong with the collections that both paths have.
+   std::vector<Qor::String> auditRecords() const {
+      std::vector<Qor::String> faults;
+      auto const fault = [&](auto const& oifSet, char const* what) {
+         std::ostringstream os;
+         os << oifSet << ' ' << oifSet->portVlanSet() << ' ' << what;
+         faults.push_back(os.str());
+      };
+      for (auto const& [oifSet, named] : mrouteSwitch_->inUseOifSet()) {
+         auto const record = mrouteSwitch_->record(oifSet, named);
+         if (!record || record->deleted()) {
+            fault(oifSet, "is in inUseOifSet, and its record has gone");
+         } else if (!record->dirty() && !record->zombie().isZombie() &&
+                    !oifSet->portVlanSet().currentIif().isNull() &&
+                    mrouteSwitch_->record(oifSet, mrouteSwitch_->frrMtableOifSet(oifSet)) !=
+                          record) {
+            fault(oifSet, "has a backup, and does not wait in frrMtableOifSet for a failure");
+         }
+      }
+      for (auto const& [oifSet, named] : mrouteSwitch_->frrMtableOifSet()) {
+         if (!mrouteSwitch_->record(oifSet, named)) {
+            fault(oifSet, "is in frrMtableOifSet, and its record has gone");
+         }
+      }
+      for (auto const& [key, record] : mrouteSwitch_->zombieOifSet()) {
+         if (!(record->zombie() == key) || record->deleted()) {
+            fault(record->oifSet(), "is in zombieOifSet under a key that is not its own");
+         }
+      }
+      return faults;
+   }
 
    // A row with what only this path's records know.
    virtual RecordRow rowOf(Record const& record) const = 0;

@@ -21,6 +21,7 @@ class SyncPath final : public SwitchPathOn<Vel::MrouteSwitch> {
    void vrfIs(L3::VrfName const& vrf, Vel::VrfId id) override;
 
    Sim::Faults& faults() override { return platform_->faults(); }
+   Sim::Faults const& faults() const override { return platform_->faults(); }
    // Verifies what waits for it; what was found to differ at any time is part of the audit.
    std::vector<Qor::String> audit() const override;
    std::vector<Qor::String> platformFaults() const override;
@@ -29,6 +30,8 @@ class SyncPath final : public SwitchPathOn<Vel::MrouteSwitch> {
    Sim::Entry const* entry(MrouteLib::RouteHandle handle) const override;
    bool bridges() const override { return true; }
    std::optional<Qor::U64> counter(RouteProgrammer::RouteKey const& key) const override;
+
+   std::vector<Qor::String> auditTables() const override;
 
    void detach(Qor::U32) override { platform_->detach(); }
    Sim::Found const& found() const override { return platform_->found(); }

@@ -4,10 +4,12 @@
 #include <iostream>
 
 #include "agent/RunCommand.h"
+#include "agent/soak/SoakCommand.h"
 
 namespace {
 
 using Agent::RunOptions;
+using Agent::SoakOptions;
 
 CLI::Validator chipSyntax() {
    return CLI::Validator(
@@ -62,6 +64,30 @@ void addRun(CLI::App& app, RunOptions& options, Texts& texts) {
          ->type_name("LEVEL[:GLOB]");
 }
 
+CLI::App* addSoak(CLI::App& app, SoakOptions& options, std::string& path) {
+   CLI::App* soak = app.add_subcommand(
+         "soak",
+         "play random scenarios with faults, and compare the switch with a model throughout");
+   soak->footer(
+         "Without a FILE the scenarios are random, and follow from the seed. With scenarios, these "
+         "are\nplayed under the same comparison. What is found is printed with the shortest replay "
+         "that was\ncome by, a scenario: docs/soak.md.\n"
+         "Exit code: 0 nothing found, 1 bad input or something found, 2 bad usage.");
+   soak->add_option("FILE", options.files, "scenarios to play instead of random ones");
+   soak->add_option("--seed", options.seed, "of the first episode")->capture_default_str();
+   soak->add_option("--ops", options.operations, "operations on each path")
+         ->check(CLI::Range(std::uint64_t{1}, std::uint64_t{1'000'000'000}))
+         ->capture_default_str();
+   soak->add_option("--path", path, "async or sync; both unless given")
+         ->check(CLI::IsMember({"async", "sync"}));
+   soak->add_option("--replay", options.replayFile, "where to write the replay of what was found")
+         ->type_name("FILE");
+   soak->add_flag("--sweep", options.sweep,
+                  "play each FILE once for each call of a platform hook, which fails");
+   soak->add_flag("-j,--json", options.json, "print the summary as one JSON object");
+   return soak;
+}
+
 // What is wrong with a first word that is no subcommand; empty when there is none.
 std::string unknownSubcommand(CLI::App const& app, int argc, char const* const* argv) {
    if (argc < 2 || argv[1][0] == '-') return {};
@@ -83,6 +109,9 @@ int main(int argc, char** argv) {
    RunOptions options;
    Texts texts;
    addRun(app, options, texts);
+   SoakOptions soakOptions;
+   std::string soakPath;
+   CLI::App const* const soak = addSoak(app, soakOptions, soakPath);
    if (auto const wrong = unknownSubcommand(app, argc, argv); !wrong.empty()) {
       std::cerr << wrong << "\nRun with --help for more information.\n";
       return Agent::exitUsage;
@@ -92,6 +121,10 @@ int main(int argc, char** argv) {
    } catch (CLI::ParseError const& error) {
       if (app.exit(error) != 0) return Agent::exitUsage;
       return Agent::outputWritten() ? Agent::exitDone : Agent::exitFailed;
+   }
+   if (soak->parsed()) {
+      soakOptions.path = Agent::pathNamed(soakPath);
+      return Agent::runSoak(soakOptions);
    }
    options.path = Agent::pathNamed(texts.path);
    for (std::string const& show : texts.shows)

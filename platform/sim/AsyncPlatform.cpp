@@ -206,7 +206,7 @@ XactPtr AsyncPlatform::doGetXactForOifSet(U32 mcastId) {
 
 String8 AsyncPlatform::doGetXactFailureReason(XactPtr xact, VelHelper::MrouteXactType) {
    called(Hook::doGetXactFailureReason);
-   if (!xact || xact->state() != Hux::Xact::State::failed) return {};
+   if (faults_.refused() || !xact || xact->state() != Hux::Xact::State::failed) return {};
    auto const* const own = dynamic_cast<ChipXact const*>(xact.get());
    return own ? own->failureReason() : "a transaction of another platform";
 }
@@ -338,6 +338,7 @@ Qor::Seconds AsyncPlatform::routeLastAccessedTime(RouteHandle handle) {
       notAllocated(Hook::routeLastAccessedTime, "route", handle.value());
       return 0.0;
    }
+   if (faults_.refused()) return 0.0;
    if (routes_[handle.value()].create->state() != Hux::Xact::State::succeeded) return 0.0;
    return chip_->routes().find(handle.value())->lastHit;
 }
@@ -355,7 +356,7 @@ void AsyncPlatform::handleWildcardCounter(bool) {
 // Every entry of the chip counts.
 bool AsyncPlatform::doCreateMrouteCounter(Vel::VrfId, IpGenRouteKey) {
    called(Hook::doCreateMrouteCounter);
-   return true;
+   return !faults_.refused();
 }
 
 bool AsyncPlatform::doDeleteMrouteCounter(Vel::VrfId, IpGenRouteKey) {

@@ -22,16 +22,41 @@ void Faults::slowNext(Qor::U32 n, Qor::Seconds extra) {
    slowBy_ = extra;
 }
 
+void Faults::callBegins(Qor::U32 hook) {
+   ++calls_;
+   if (calls_ == failedCall_.number) {
+      failingHook_ = hook;
+      failingCalls_ = 1 + failedCall_.again;
+      if (failedCall_.undoFails) {
+         for (WriteKind const kind :
+              {WriteKind::groupDelete, WriteKind::routeDelete, WriteKind::boundaryDelete})
+            failNext(kind, "failed undo");
+      }
+   }
+   bool const fails = failingCalls_ > 0 && hook == failingHook_;
+   failingCalls_ -= fails;
+   refused_ = fails && failedCall_.refused;
+   writeFails_ = fails && failedCall_.writeFails;
+   injected_ += refused_;
+}
+
 Qor::String8 Faults::failure(WriteKind kind) {
    Planned& planned = planned_[static_cast<std::size_t>(kind)];
+   if (writeFails_) {
+      ++injected_;
+      ++planned.injected;
+      return "failed call";
+   }
    if (planned.failures > 0) {
       --planned.failures;
       ++injected_;
+      ++planned.injected;
       return planned.reason;
    }
    // The upper 53 bits as a fraction: the same numbers with every standard library.
    if (planned.rate > 0 && static_cast<double>(random_() >> 11) * 0x1p-53 < planned.rate) {
       ++injected_;
+      ++planned.injected;
       return "injected fault";
    }
    return {};

@@ -30,26 +30,50 @@ class Faults {
    // The hardware is busy the next `count` times that the hit bits are to be read.
    void hitBitsBusyNext(Qor::U32 count) { hitBitsBusy_ = count; }
 
+   // One call of a hook, of any, counted from 1, fails in the way it can.
+   struct FailedCall {
+      Qor::U64 number = 0;  // 0: none
+      // What it asks for is not to be had: no group, no entry, no counter, no hit bits. A hook that
+      // gives nothing has nothing to refuse.
+      bool refused = false;
+      // What it writes fails.
+      bool writeFails = false;
+      // So do the same hook's next calls, so many.
+      Qor::U32 again = 0;
+      // And so does the next deletion of each kind: what is being undone then.
+      bool undoFails = false;
+   };
+   void failCallIs(FailedCall const& call) { failedCall_ = call; }
+
    // ---- What a platform asks. ----
 
-   bool groupsExhausted() const { return groupsExhausted_; }
-   bool routesExhausted() const { return routesExhausted_; }
-   bool boundariesExhausted() const { return boundariesExhausted_; }
+   // A hook is called, given by its number. Until the next is, refused() says whether it fails so.
+   void callBegins(Qor::U32 hook);
+   bool refused() const { return refused_; }
+   Qor::U64 calls() const { return calls_; }  // of hooks, so far
+
+   bool groupsExhausted() const { return groupsExhausted_ || refused_; }
+   bool routesExhausted() const { return routesExhausted_ || refused_; }
+   bool boundariesExhausted() const { return boundariesExhausted_ || refused_; }
    // Asked once for each reading of the hit bits.
-   bool hitBitsBusy() { return hitBitsBusy_ > 0 && hitBitsBusy_-- > 0; }
+   bool hitBitsBusy() { return refused_ || (hitBitsBusy_ > 0 && hitBitsBusy_-- > 0); }
    // Why the write that is being issued shall fail; empty when it shall not.
    Qor::String8 failure(WriteKind kind);
    // How much longer it shall take.
    Qor::Seconds extraLatency();
 
-   // How many writes have been made to fail.
+   // How many writes have been made to fail, and calls to refuse; and writes of one kind.
    Qor::U64 injected() const { return injected_; }
+   Qor::U64 injected(WriteKind kind) const {
+      return planned_[static_cast<std::size_t>(kind)].injected;
+   }
 
  private:
    struct Planned {
       Qor::U32 failures = 0;
       Qor::String8 reason;
       double rate = 0;
+      Qor::U64 injected = 0;
    };
 
    std::array<Planned, writeKinds> planned_;
@@ -61,6 +85,12 @@ class Faults {
    bool boundariesExhausted_ = false;
    Qor::U32 hitBitsBusy_ = 0;
    Qor::U64 injected_ = 0;
+   FailedCall failedCall_;
+   Qor::U64 calls_ = 0;
+   Qor::U32 failingHook_ = 0;
+   Qor::U32 failingCalls_ = 0;  // of that hook, still to come
+   bool refused_ = false;       // the present call
+   bool writeFails_ = false;    // likewise
 };
 
 }  // namespace Sim

@@ -35,6 +35,7 @@ class PlatformBase {
 
    Qor::Ptr<Chip> const& chip() const { return chip_; }
    Faults& faults() { return faults_; }
+   Faults const& faults() const { return faults_; }
 
    // Told the name of a hook before the call is counted and done.
    void hookObserverIs(std::function<void(std::string_view)> observer) {
@@ -60,6 +61,7 @@ class PlatformBase {
       if (detached_) return;
       if (observer_) observer_(hookName(hook));
       ++calls_[static_cast<std::size_t>(hook)];
+      faults_.callBegins(static_cast<Qor::U32>(hook));
       spend(callCost_);
    }
    void misused(Hook hook, char const* what, Qor::U32 number, char const* how) {

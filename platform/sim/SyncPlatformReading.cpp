@@ -20,7 +20,7 @@ using Wisp::Multicast::Fib::RpaIndex;
 bool SyncPlatform::mrouteHitBit(U32 switchId, U16 vrfId, IpGenRouteKey const& key,
                                 VlanIdOrNone acceptingVlanId, bool boundary) {
    called(Hook::mrouteHitBit);
-   if (!isMine(Hook::mrouteHitBit, switchId) || !hitBitsCached_) return false;
+   if (!isMine(Hook::mrouteHitBit, switchId) || !hitBitsCached_ || faults_.refused()) return false;
    bool hit = false;
    EntryTable const& table = boundary ? chip_->boundaries() : chip_->routes();
    table.forEachOf(vrfId, key, [&](U32 number, Entry const& entry) {
@@ -72,6 +72,7 @@ void SyncPlatform::handleMrouteCounterMode(CounterMode mode) {
 U32 SyncPlatform::doCreateMrouteCounter(U16, IpGenRouteKey const& key) {
    called(Hook::doCreateMrouteCounter);
    if (auto const* const there = counters_.find(key)) return there->second.number;
+   if (faults_.refused()) return 0;
    auto const number = counterPool_.take();
    if (!number) return 0;
    Counter counter{*number + 1, {}, {}};
@@ -104,7 +105,7 @@ void SyncPlatform::doClearMrouteCounter(IpGenRouteKey const& key) {
 U64 SyncPlatform::doReadMrouteCounter(IpGenRouteKey const& key) {
    called(Hook::doReadMrouteCounter);
    auto* const counter = counters_.find(key);
-   if (!counter || counterMode_ == CounterMode::disabled) return 0;
+   if (!counter || counterMode_ == CounterMode::disabled || faults_.refused()) return 0;
    Traffic const now = trafficOf(key, counter->second);
    Traffic const before = std::exchange(counter->second.read, now);
    return counterMode_ == CounterMode::bytes ? now.bytes - before.bytes

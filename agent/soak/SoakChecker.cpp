@@ -1,0 +1,447 @@
+// What the checker is told, and its looks at single routes.
+#include "agent/soak/SoakChecker.h"
+
+#include <algorithm>
+
+namespace Agent {
+
+using Routing::Multicast::Fib::IpGenRouteKey;
+using Sim::WriteKind;
+
+namespace {
+
+constexpr std::size_t maxFound = 20;
+constexpr std::size_t underWayLooks = 48;  // routes looked at while writes are under way
+constexpr unsigned otherLooks = 8;         // routes looked at although nothing touched them
+
+constexpr WriteKind deletions[tables] = {WriteKind::groupDelete, WriteKind::routeDelete,
+                                         WriteKind::boundaryDelete};
+
+// A group that the key matches, and no range within it that an episode has: the last of the range;
+// of all multicast groups, one below those in use.
+Lnet::IpGenAddr groupIn(IpGenRouteKey const& key) {
+   Lnet::IpGenPrefix const& group = key.group();
+   if (group.isHost()) return group.address();
+   Lnet::IpGenAddr::Bytes bytes = group.address().bytes();
+   bool const catchAll = key.kind() == IpGenRouteKey::kindCatchAll;
+   for (unsigned bit = catchAll ? 20 : group.length(); bit < group.address().bitWidth(); ++bit)
+      bytes[bit / 8] = static_cast<std::uint8_t>(bytes[bit / 8] | 0x80 >> bit % 8);
+   if (group.address().isV6()) return Lnet::IpGenAddr::v6(bytes);
+   return Lnet::IpGenAddr::v4(static_cast<Qor::U32>(bytes[0]) << 24 | bytes[1] << 16 |
+                              bytes[2] << 8 | bytes[3]);
+}
+
+Lnet::IpGenAddr sourceOf(IpGenRouteKey const& key) {
+   if (!key.source().isAny()) return key.source().address();
+   return key.source().family() == Lnet::IpFamily::v4 ? *Lnet::IpGenAddr::parse("198.51.100.1")
+                                                      : *Lnet::IpGenAddr::parse("2001:db8:ff::1");
+}
+
+bool contains(std::vector<Outputs> const& list, Outputs const& outputs) {
+   return std::find(list.begin(), list.end(), outputs) != list.end();
+}
+
+std::string joined(std::vector<Outputs> const& list) {
+   std::string text;
+   for (Outputs const& outputs : list)
+      text += (text.empty() ? "" : ", or ") + outputs.toString();
+   return text;
+}
+
+}  // namespace
+
+SoakFigures& SoakFigures::operator+=(SoakFigures const& other) {
+   looks += other.looks;
+   routeChecks += other.routeChecks;
+   fullChecks += other.fullChecks;
+   tableChecks += other.tableChecks;
+   packets += other.packets;
+   reroutes += other.reroutes;
+   faults += other.faults;
+   refusals += other.refusals;
+   resurrections += other.resurrections;
+   purges += other.purges;
+   unchanged += other.unchanged;
+   writes += other.writes;
+   hookCalls += other.hookCalls;
+   routesPeak = std::max(routesPeak, other.routesPeak);
+   return *this;
+}
+
+SoakChecker::SoakChecker(SimulatedSwitch& simulated, Path path, PathConfig const& config,
+                         unsigned looksPerFullCheck)
+      : simulated_(simulated),
+        path_(path),
+        config_(config),
+        callsTakeTime_(config.callCost > 0),
+        looksPerFullCheck_(looksPerFullCheck) {}
+
+void SoakChecker::wrong(std::string const& text) {
+   if (found_.size() < maxFound) found_.push_back(text);
+}
+
+void SoakChecker::wrong(RouteId const& id, std::string const& text) {
+   wrong(id.toString() + ": " + text);
+}
+
+SoakFigures SoakChecker::figures() const {
+   SoakFigures f = figures_;
+   auto const& counters = programmer().counters();
+   f.faults = failures();
+   f.hookCalls = std::as_const(simulated_).path().faults().calls();
+   f.refusals = counters.refusals;
+   f.resurrections = counters.resurrections;
+   f.purges = counters.purges;
+   f.unchanged = counters.unchanged;
+   for (std::size_t i = 0; i < Sim::writeKinds; ++i)
+      f.writes += simulated_.chip().writes(static_cast<WriteKind>(i));
+   return f;
+}
+
+std::uint64_t SoakChecker::failures() const {
+   return simulated_.path().faults().injected();
+}
+
+// ---- What has been done to the switch. ----
+
+void SoakChecker::unverified(RouteId const& id) {
+   unverified_.push_back(id);
+}
+
+void SoakChecker::routeIs(Route const& route) {
+   RouteId const id{route.vrf, route.key};
+   vrfNames_.try_emplace(simulated_.vrfId(route.vrf)->value(), route.vrf);
+   Known* const there = model_.find(id);
+   bool const fresh = !there || !there->wanted;
+   if (!fresh && sameWish(*there->wanted, route)) return;
+   // Whether the change is one of the outputs alone, with room for old and new.
+   bool calm = false;
+   if (!fresh && !there->unverified) {
+      Route const& old = *there->wanted;
+      auto const* const placed = programmer().route(id.vrf, id.key);
+      calm = placed && placed->state() == State::inHardware && old.iif == route.iif &&
+             old.noRpf == route.noRpf && old.bridge == route.bridge && !excuses_[0].denied &&
+             simulated_.path().groupsAllocated() + unverified_.size() + 2 <=
+                   simulated_.chip().config().groups;
+   }
+   if (!there) everWanted_.push_back(id);
+   Known& known = model_.wantedIs(route, failuresAtRest_);
+   known.uninterrupted = calm;
+   unverified(id);
+   figures_.routesPeak = std::max<std::uint64_t>(figures_.routesPeak, programmer().routes());
+}
+
+void SoakChecker::routeDel(RouteId const& id) {
+   if (model_.wantedDel(id, failuresAtRest_)) unverified(id);
+}
+
+void SoakChecker::linkIs(Lnet::IntfId intf, Interface::IntfOperStatus state) {
+   if (model_.linkIs(intf, state)) rerouted(intf);
+}
+
+void SoakChecker::bfdIs(Bfd::Peer const& peer, std::optional<Bfd::OperState> state) {
+   if (model_.bfdIs(peer, state)) rerouted(peer.intfId());
+}
+
+// Whoever holds a group for a set that comes in over the failed interface sends to its backup from
+// now on. Which group that is, the record says; that it must be rewritten is said here.
+void SoakChecker::rerouted(Lnet::IntfId failed) {
+   auto const hit = [&](MrouteLib::PortVlanSet const& set) {
+      // Sets without outputs have no group of the table, on the path whose chip has one for them.
+      return set.currentIif() == failed && !set.portVlanFrr().empty() &&
+             (path_ == Path::async || !set.portVlan().empty());
+   };
+   for (RecordRow const& row : std::as_const(simulated_).path().recordsInUse()) {
+      if (hit(row.oifSet->portVlanSet())) rewritten_.insert(row.oifSet->serial());
+   }
+   programmer().forEachRoute([&](RouteProgrammer::Route const& route) {
+      RouteId const id{route.vrf(), route.key()};
+      Known* const known = model_.find(id);
+      if (!known || !route.record()) return;
+      known->mayGoBack = known->mayGoBack || route.state() != State::inHardware;
+      auto const oifSet = route.record()->oifSet();
+      if (!hit(oifSet->portVlanSet())) return;
+      known->rerouted = oifSet->serial();
+      known->uninterrupted = false;
+      if (!std::exchange(known->unverified, true)) unverified(id);
+      ++figures_.reroutes;
+   });
+}
+
+void SoakChecker::configIs(Scenario::Config const& config) {
+   counters_.configIs(config);
+   if (config.activityPollingInterval) {
+      model_.intervalIs(std::max<double>(*config.activityPollingInterval,
+                                         path_ == Path::async ? config_.minPollingInterval : 0));
+   }
+}
+
+void SoakChecker::faultIs(Scenario::Fault const& fault) {
+   auto const set = [&](Table table, std::optional<bool> denied) {
+      if (denied) excuses_[static_cast<std::size_t>(table)].denied = *denied;
+   };
+   set(Table::group, fault.groupsExhausted);
+   set(Table::entry, fault.routesExhausted);
+   set(Table::boundary, fault.boundariesExhausted);
+   if (fault.groupsExhausted || fault.routesExhausted || fault.boundariesExhausted) {
+      for (auto& [id, known] : model_.routes())
+         known.uninterrupted = false;
+   }
+   if (fault.slowNext && path_ == Path::sync) callsTakeTime_ = true;
+   if (fault.hitBitsBusy) busySince_ = Qor::now() + 0.02 * *fault.hitBitsBusy;
+}
+
+void SoakChecker::sent(Sim::Packet const& packet, Sim::Forwarded const& forwarded) {
+   ++figures_.packets;
+   if (!forwarded.entry) return;
+   bool const bridged = forwarded.result == Sim::Forwarding::bridged;
+   Sim::EntryTable const& table =
+         bridged ? simulated_.chip().boundaries() : simulated_.chip().routes();
+   Sim::Entry const* const entry = table.find(*forwarded.entry);
+   auto const vrf = vrfNames_.find(packet.vrfId);
+   if (!entry || vrf == vrfNames_.end()) return wrong("a packet hit an entry that is not there");
+   RouteId const id{vrf->second, entry->key};
+   if (!bridged) counters_.hit(entry->key, packet.bytes);
+   if (Known* const known = model_.find(id)) noteHit(id, *known, *entry);
+}
+
+void SoakChecker::noteHit(RouteId const&, Known& known, Sim::Entry const& entry) const {
+   if (!known.wanted) return;
+   if (entry.acceptingVlan == vlanOf(*known.wanted)) known.lastHit = Qor::now();
+   for (Lnet::IntfId const intf : known.wanted->fastdrop) {
+      if (simulated_.intf(intf).vlan == entry.acceptingVlan) known.fastdropHit[intf] = Qor::now();
+   }
+}
+
+// ---- Looks. ----
+
+bool SoakChecker::atRest() const {
+   auto const& path = std::as_const(simulated_).path();
+   return programmer().settled() && !path.writesPending() && path.rerouting() == 0;
+}
+
+void SoakChecker::updateExcuses(bool rest) {
+   bool const failed = failures() != failuresSeen_;
+   failuresSeen_ = failures();
+   if (failed) {
+      failedAt_ = Qor::now();
+      for (auto& [id, known] : model_.routes())
+         known.uninterrupted = false;
+   }
+   for (std::size_t i = 0; i < tables; ++i) {
+      Excuse& excuse = excuses_[i];
+      std::uint64_t const deleted = simulated_.chip().writes(deletions[i]);
+      if (excuse.denied || failed) {
+         excuse.holds = true;
+         excuse.since = Qor::now();
+         excuse.deletions.reset();
+      } else if (excuse.holds && rest && !excuse.deletions) {
+         excuse.deletions = deleted;
+      } else if (excuse.holds && rest) {
+         bool const reviewed =
+               path_ == Path::sync &&
+               Qor::now() > excuse.since + 2 * model_.longestInterval(excuse.since) + 2;
+         excuse.holds = deleted == excuse.deletions && !reviewed;
+      }
+   }
+   if (rest) failuresAtRest_ = failuresSeen_;
+}
+
+void SoakChecker::look() {
+   ++figures_.looks;
+   bool const rest = atRest();
+   updateExcuses(rest);
+   if (rest) {
+      std::vector<RouteId> ids;
+      ids.swap(unverified_);
+      for (RouteId const& id : ids) {
+         Known* const known = model_.find(id);
+         if (!known || !known->unverified) continue;
+         if (!checkRoute(id, *known, true)) model_.forget(id);
+      }
+   } else {
+      std::size_t const count = std::min(underWayLooks, unverified_.size());
+      for (std::size_t i = 0; i < count; ++i) {
+         RouteId const id = unverified_[random_() % unverified_.size()];
+         if (Known* const known = model_.find(id)) checkRoute(id, *known, false);
+      }
+   }
+   for (unsigned i = 0; i < otherLooks && !everWanted_.empty(); ++i) {
+      std::size_t const at = random_() % everWanted_.size();
+      Known* const known = model_.find(everWanted_[at]);
+      if (!known) {
+         everWanted_[at] = everWanted_.back();
+         everWanted_.pop_back();
+      } else if (!known->unverified) {
+         checkRoute(everWanted_[at], *known, rest);
+      }
+   }
+   if (untilFull_ > 0) --untilFull_;
+   if (rest && untilFull_ == 0) lookAtAll();
+}
+
+// False when there is nothing left of the route.
+bool SoakChecker::checkRoute(RouteId const& id, Known& known, bool rest) {
+   ++figures_.routeChecks;
+   auto const* const route = programmer().route(id.vrf, id.key);
+   if (!known.wanted) {
+      if (route) wrong(id, "is withdrawn, and the route programmer has it");
+      if (rest) checkAbsent(id);
+      return !rest;
+   }
+   if (!route) {
+      wrong(id, "is wanted, and the route programmer does not know it");
+      return true;
+   }
+   if (rest) checkState(id, known, *route);
+   checkPacket(id, known, *route, rest);
+   if (rest) {
+      if (known.unverified) known.sameSince = Qor::now();
+      known.unverified = false;
+      known.uninterrupted = false;
+      known.mayGoBack = false;
+      known.before.clear();
+   }
+   return true;
+}
+
+void SoakChecker::checkAbsent(RouteId const& id) {
+   Qor::U32 const vrfId = simulated_.vrfId(id.vrf)->value();
+   auto const none = [&](Qor::U32 index, Sim::Entry const& entry) {
+      wrong(id, "is withdrawn, and entry " + std::to_string(index) + " for vlan " +
+                      std::to_string(entry.acceptingVlan.value()) + " is left of it");
+   };
+   simulated_.chip().routes().forEachOf(vrfId, id.key, none);
+   simulated_.chip().boundaries().forEachOf(vrfId, id.key, none);
+}
+
+bool SoakChecker::full(Table table) const {
+   Sim::Chip const& chip = std::as_const(simulated_).chip();
+   switch (table) {
+      case Table::group:
+         return std::as_const(simulated_).path().groupsAllocated() >= chip.config().groups;
+      case Table::entry:
+         return chip.routes().size() >= chip.config().routes;
+      case Table::boundary:
+         return chip.boundaries().size() >= chip.config().boundaries;
+   }
+   return false;
+}
+
+// A route that is not in hardware has a reason that is true.
+void SoakChecker::checkState(RouteId const& id, Known const& known,
+                             RouteProgrammer::Route const& route) {
+   auto const waits = [&](Table table, char const* what) {
+      if (excused(table)) return;
+      if (!full(table)) {
+         wrong(id, std::string("waits for a ") + what + ", and there is room");
+      } else if (table == Table::group) {
+         for (RecordRow const& zombie : std::as_const(simulated_).path().zombieRecords()) {
+            if (Sim::isHardWired(zombie.group)) continue;
+            return wrong(id, "waits for a group, and a zombie keeps one");
+         }
+      }
+   };
+   switch (route.state()) {
+      case State::inHardware:
+         return;
+      case State::waitingGroup:
+         return waits(Table::group, "group");
+      case State::waitingEntry:
+         return waits(Table::entry, "route entry");
+      case State::waitingBoundary:
+         return waits(Table::boundary, "boundary entry");
+      case State::failed:
+         if (failures() == known.failuresAtChange) {
+            wrong(id, "is given up, and no write has failed: " + route.reason());
+         }
+         return;
+      default: {
+         std::ostringstream text;
+         text << "all is settled, and the route is " << route.state();
+         wrong(id, text.str());
+      }
+   }
+}
+
+Bridging::VlanIdOrNone SoakChecker::vlanOf(Route const& route) const {
+   if (route.noRpf) return {};
+   return simulated_.intf(route.iif).vlan;
+}
+
+Sim::EntryTable const& SoakChecker::tableOf(Route const& route) const {
+   return route.bridge ? simulated_.chip().boundaries() : simulated_.chip().routes();
+}
+
+std::vector<Outputs> SoakChecker::expected(Known& known,
+                                           RouteProgrammer::Route const& route) const {
+   if (known.mayGoBack && route.record() &&
+       rewritten_.contains(route.record()->oifSet()->serial())) {
+      known.rerouted = route.record()->oifSet()->serial();
+   }
+   if (known.rerouted &&
+       (!route.record() || route.record()->oifSet()->serial() != known.rerouted)) {
+      known.rerouted.reset();
+   }
+   std::vector<Outputs> list{model_.outputs(*known.wanted, known.rerouted.has_value())};
+   // A rewrite that failed leaves the group as it was, and nobody can be told.
+   if (known.rerouted && simulated_.path().faults().injected(WriteKind::groupUpdate) > 0)
+      list.push_back(model_.outputs(*known.wanted, false));
+   return list;
+}
+
+void SoakChecker::checkPacket(RouteId const& id, Known& known, RouteProgrammer::Route const& route,
+                              bool rest) {
+   Route const& wanted = *known.wanted;
+   Sim::Packet packet;
+   packet.vrfId = simulated_.vrfId(id.vrf)->value();
+   packet.source = sourceOf(id.key);
+   packet.group = groupIn(id.key);
+   packet.vlan = simulated_.intf(wanted.iif).vlan;
+   Sim::Forwarded const forwarded = simulated_.chip().forward(packet);
+   bool const bridged = forwarded.result == Sim::Forwarding::bridged;
+   Sim::EntryTable const& hitTable =
+         bridged ? simulated_.chip().boundaries() : simulated_.chip().routes();
+   Sim::Entry const* const hit = forwarded.entry ? hitTable.find(*forwarded.entry) : nullptr;
+   bool const own = hit && hit->vrfId == packet.vrfId && hit->key == id.key &&
+                    hit->acceptingVlan == vlanOf(wanted) && bridged == wanted.bridge;
+   if (hit) sent(packet, forwarded);
+   Outputs got;
+   got.cpu = forwarded.toCpu;
+   for (auto const& copy : forwarded.copies)
+      got.ports.push_back(copy.intfId());
+   std::sort(got.ports.begin(), got.ports.end(),
+             [](Lnet::IntfId a, Lnet::IntfId b) { return a.id() < b.id(); });
+   if (std::adjacent_find(got.ports.begin(), got.ports.end()) != got.ports.end()) {
+      wrong(id, "a receiver gets two copies: " + got.toString());
+   }
+
+   std::vector<Outputs> allowed = expected(known, route);
+   bool const inHardware = route.state() == State::inHardware && (rest || !known.unverified);
+   if (inHardware) {
+      if (!own) {
+         std::ostringstream text;
+         text << "is in hardware, and a packet does not hit its entry (" << forwarded.result << ')';
+         return wrong(id, text.str());
+      }
+   } else {
+      if (rest) {
+         if (own) wrong(id, "is not in hardware, and a packet hits its entry");
+         return;
+      }
+      if (!own && !known.uninterrupted) return;  // its entry is not there yet, or another's was hit
+      if (known.rerouted) allowed.push_back(model_.outputs(wanted, false));
+      for (Route const& before : known.before) {
+         allowed.push_back(model_.outputs(before, false));
+         allowed.push_back(model_.outputs(before, true));
+      }
+      if (!known.uninterrupted) {
+         allowed.push_back(model_.outputs(wanted, true));
+         allowed.emplace_back();
+      }
+   }
+   if (contains(allowed, got)) return;
+   wrong(id, "expected " + joined(allowed) + ", got " + got.toString());
+}
+
+}  // namespace Agent

@@ -1,0 +1,349 @@
+// The checker's looks at everything: the chip's tables, the table programmer's records, and the
+// activity that has been reported.
+#include <algorithm>
+#include <cmath>
+
+#include "agent/soak/SoakChecker.h"
+
+namespace Agent {
+
+namespace {
+
+constexpr double tolerance = 1e-6;  // what sums of times may be off by
+
+bool sameMembers(Sim::Group const& group, MrouteLib::PortVlanSet const& set, bool backup) {
+   auto const& members = backup ? set.portVlanFrr() : set.portVlan();
+   return group.toCpu == set.toCpu() && group.members.size() == members.size() &&
+          std::equal(members.begin(), members.end(), group.members.begin(),
+                     [](auto const& member, auto const& there) { return member.first == there; });
+}
+
+std::string groupText(RecordRow const& row) {
+   return "group " + Sim::groupName(row.group) + " of " + row.oifSet->portVlanSet().pretty();
+}
+
+}  // namespace
+
+Outputs SoakChecker::outputsOf(Sim::Group const* group) const {
+   Outputs out;
+   if (!group) return out;
+   out.cpu = group->toCpu;
+   for (auto const& member : group->members) {
+      if (model_.linkUp(member.intfId())) out.ports.push_back(member.intfId());
+   }
+   std::sort(out.ports.begin(), out.ports.end(),
+             [](Lnet::IntfId a, Lnet::IntfId b) { return a.id() < b.id(); });
+   return out;
+}
+
+void SoakChecker::lookAtAll() {
+   if (!atRest()) return wrong("the switch does not come to rest");
+   untilFull_ = looksPerFullCheck_;
+   ++figures_.fullChecks;
+   updateExcuses(true);
+   for (std::string const& fault : simulated_.path().audit())
+      wrong(fault);
+   for (std::string const& fault : std::as_const(simulated_).path().auditTables())
+      wrong(fault);
+   checkRoutesInTables();
+   checkEntries();
+   checkBoundaries();
+   checkGroups();
+   if (path_ == Path::async) return;
+   for (std::string const& text :
+        counters_.check(std::as_const(simulated_).path(), !callsTakeTime_ && failures() == 0))
+      wrong(text);
+}
+
+// Each route by its own handle, without a packet.
+void SoakChecker::checkRoutesInTables() {
+   std::size_t wanted = 0;
+   for (auto& [id, known] : model_.routes()) {
+      if (!known.wanted) continue;
+      ++wanted;
+      ++figures_.tableChecks;
+      auto const* const route = programmer().route(id.vrf, id.key);
+      if (!route) {
+         wrong(id, "is wanted, and the route programmer does not know it");
+         continue;
+      }
+      checkState(id, known, *route);
+      checkActivity(id, known);
+      bool const placed = route->state() == State::inHardware;
+      Sim::Entry const* const entry =
+            placed ? std::as_const(simulated_).path().entry(route->handle()) : nullptr;
+      if (!placed) continue;
+      if (!entry || entry->key != id.key || entry->acceptingVlan != vlanOf(*known.wanted) ||
+          entry->vrfId != simulated_.vrfId(id.vrf)->value()) {
+         wrong(id, "is in hardware, and its handle is not that of its entry");
+      } else if (!known.wanted->bridge) {
+         Outputs const got = outputsOf(simulated_.chip().group(entry->group));
+         auto const allowed = expected(known, *route);
+         if (std::find(allowed.begin(), allowed.end(), got) == allowed.end()) {
+            wrong(id, "expected " + allowed.front().toString() + ", its entry points at " +
+                            got.toString());
+         }
+      }
+   }
+   if (wanted != programmer().routes()) {
+      wrong("wanted are " + std::to_string(wanted) + " routes, the route programmer has " +
+            std::to_string(programmer().routes()));
+   }
+}
+
+// Every entry of the chip is that of a route in hardware, or of a fastdrop interface.
+void SoakChecker::checkEntries() {
+   std::size_t own = 0, fastdrops = 0, wantedOwn = 0, wantedFastdrops = 0;
+   simulated_.chip().routes().forEach([&](Qor::U32 index, Sim::Entry const& entry) {
+      ++figures_.tableChecks;
+      auto const vrf = vrfNames_.find(entry.vrfId);
+      Known* const known = vrf == vrfNames_.end() ? nullptr : model_.find({vrf->second, entry.key});
+      bool expectedHere = false;
+      if (known && known->wanted) {
+         if (!known->wanted->bridge && entry.acceptingVlan == vlanOf(*known->wanted)) {
+            expectedHere = true;
+            ++own;
+         }
+         for (Lnet::IntfId const intf : known->wanted->fastdrop) {
+            if (simulated_.intf(intf).vlan != entry.acceptingVlan) continue;
+            expectedHere = true;
+            ++fastdrops;
+            if (!outputsOf(simulated_.chip().group(entry.group)).nowhere()) {
+               wrong({vrf->second, entry.key}, "forwards what comes in over " + intf.name());
+            }
+         }
+      }
+      if (expectedHere) return;
+      std::ostringstream text;
+      text << "route entry " << index << " is nobody's: vrf id " << entry.vrfId << ' ' << entry.key
+           << " vlan " << entry.acceptingVlan;
+      wrong(text.str());
+   });
+   for (auto const& [id, known] : model_.routes()) {
+      if (!known.wanted) continue;
+      wantedFastdrops += known.wanted->fastdrop.size();
+      auto const* const route = programmer().route(id.vrf, id.key);
+      wantedOwn += route && route->state() == State::inHardware && !known.wanted->bridge;
+   }
+   if (own != wantedOwn) {
+      wrong(std::to_string(wantedOwn) + " routes are in hardware with a route entry, " +
+            std::to_string(own) + " are on the chip");
+   }
+   bool const room = !full(Table::entry) && !excused(Table::entry) && !full(Table::group) &&
+                     !excused(Table::group) && failures() == 0;
+   if (room && fastdrops != wantedFastdrops) {
+      wrong(std::to_string(wantedFastdrops) + " fastdrop entries are wanted, " +
+            std::to_string(fastdrops) + " are on the chip, which has room");
+   }
+}
+
+void SoakChecker::checkBoundaries() {
+   std::size_t own = 0, wantedOwn = 0;
+   simulated_.chip().boundaries().forEach([&](Qor::U32 index, Sim::Entry const& entry) {
+      auto const vrf = vrfNames_.find(entry.vrfId);
+      Known* const known = vrf == vrfNames_.end() ? nullptr : model_.find({vrf->second, entry.key});
+      if (known && known->wanted && known->wanted->bridge &&
+          entry.acceptingVlan == vlanOf(*known->wanted)) {
+         ++own;
+      } else {
+         wrong("boundary entry " + std::to_string(index) + " is nobody's: " + entry.key.pretty());
+      }
+   });
+   programmer().forEachRoute([&](RouteProgrammer::Route const& route) {
+      wantedOwn += route.state() == State::inHardware && route.wanted()->bridgeAction;
+   });
+   if (own != wantedOwn) {
+      wrong(std::to_string(wantedOwn) + " routes are in hardware with a boundary entry, " +
+            std::to_string(own) + " are on the chip");
+   }
+}
+
+// ---- Groups. ----
+
+// Each record has a group of its own, which is as its set says and is used by routes; each zombie
+// likewise, and is used by none. There are no other groups.
+void SoakChecker::checkGroups() {
+   auto const& path = std::as_const(simulated_).path();
+   std::vector<RecordRow> const inUse = path.recordsInUse();
+   std::vector<RecordRow> const zombies = path.zombieRecords();
+   std::set<Qor::U32> groups;
+   std::size_t onChip = 0;
+   auto const look = [&](RecordRow const& row, bool zombie) {
+      ++figures_.tableChecks;
+      if (row.group >= simulated_.chip().config().groups) return;  // a hard-wired group
+      if (!groups.insert(row.group).second) wrong(groupText(row) + " is another record's, too");
+      onChip += simulated_.chip().group(row.group) != nullptr;
+      checkMembers(row, zombie);
+   };
+   std::set<Qor::U64> serials;
+   std::map<Qor::String, RecordRow const*> shared;
+   for (RecordRow const& row : inUse) {
+      look(row, false);
+      serials.insert(row.oifSet->serial());
+      if (row.expiryTime <= Qor::maxFinite) wrong(groupText(row) + " is in use and may expire");
+      if (row.dirty) continue;
+      auto const [other, isNew] = shared.emplace(row.oifSet->portVlanSet().strep(), &row);
+      if (!isNew && other->second->oifSet != row.oifSet) {
+         wrong(groupText(row) + " is there twice");
+      }
+   }
+   for (RecordRow const& row : zombies)
+      look(row, true);
+   if (groups.size() != path.groupsAllocated()) {
+      wrong(std::to_string(path.groupsAllocated()) + " groups are allocated, " +
+            std::to_string(groups.size()) + " have a record");
+   }
+   if (onChip != simulated_.chip().groups()) {
+      wrong(std::to_string(simulated_.chip().groups()) + " groups are on the chip, " +
+            std::to_string(onChip) + " of them have a record");
+   }
+   checkZombies(zombies, serials);
+}
+
+void SoakChecker::checkMembers(RecordRow const& row, bool zombie) {
+   auto const& set = row.oifSet->portVlanSet();
+   Sim::Group const* const group = simulated_.chip().group(row.group);
+   if (!group) {
+      if (!failedLately()) wrong(groupText(row) + " is not on the chip");
+      return;
+   }
+   if (zombie ? group->routes != 0 : group->routes == 0) {
+      if (!failedLately() || zombie) {
+         wrong(groupText(row) + (zombie ? " is a zombie, and routes point at it"
+                                        : " is in use, and no route points at it"));
+      }
+   }
+   bool const canReroute = !set.currentIif().isNull() && !set.portVlanFrr().empty();
+   if (row.dirty && !canReroute && failures() == 0) {
+      wrong(groupText(row) + " is dirty, and nothing has happened to it");
+   }
+   if (sameMembers(*group, set, false) || (row.dirty && sameMembers(*group, set, true))) return;
+   wrong(groupText(row) + " has other members on the chip");
+}
+
+// A zombie lives for its time after its last route left, neither longer nor, unless somebody needs
+// the room, shorter.
+void SoakChecker::checkZombies(std::vector<RecordRow> const& zombies,
+                               std::set<Qor::U64> const& inUse) {
+   double const lifetime = path_ == Path::async ? 3.0 : 4.0;
+   double const now = Qor::now();
+   bool const timeStands = !callsTakeTime_;  // else a pass may be late, and a time be old
+   std::map<Qor::U64, double> present;
+   for (RecordRow const& row : zombies) {
+      if (Sim::isHardWired(row.group)) continue;  // several may be of one set
+      Qor::U64 const serial = row.oifSet->serial();
+      present[serial] = row.expiryTime;
+      if (row.expiryTime > now + lifetime + tolerance || (timeStands && row.expiryTime <= now)) {
+         wrong(groupText(row) + " is a zombie until " + Scenario::numberText(row.expiryTime) +
+               ", and it is " + Scenario::numberText(now));
+      }
+      auto const before = zombies_.find(serial);
+      bool const same = before != zombies_.end() && before->second == row.expiryTime;
+      if (timeStands && !same && row.expiryTime < zombiesAt_ + lifetime - tolerance) {
+         wrong(groupText(row) + " is a zombie since before the last look, and was none then");
+      }
+   }
+   std::uint64_t early = 0;
+   for (auto const& [serial, expiry] : zombies_) {
+      early += expiry > now + tolerance && !present.contains(serial) && !inUse.contains(serial);
+   }
+   // One that was brought back may have become a zombie again and expired, or not be shared.
+   auto const& counters = programmer().counters();
+   std::uint64_t const purges = counters.purges + counters.resurrections;
+   if (early > purges - purgesAtZombies_ && !failedLately()) {
+      wrong(std::to_string(early) + " zombies went before their time, " +
+            std::to_string(purges - purgesAtZombies_) + " were purged or brought back");
+   }
+   std::uint64_t lost = 0;
+   for (Qor::U64 const serial : inUse_)
+      lost += !inUse.contains(serial) && !present.contains(serial);
+   bool const mayBeGone = now >= zombiesAt_ + lifetime - tolerance || failedLately();
+   if (lost > purges - purgesAtZombies_ && !mayBeGone) {
+      wrong(std::to_string(lost) + " groups went with their last route, and were no zombies");
+   }
+   inUse_ = inUse;
+   zombies_ = std::move(present);
+   zombiesAt_ = now;
+   purgesAtZombies_ = purges;
+}
+
+// ---- Activity. ----
+
+// The time of the latest poll that found the route active: never ahead of the packets, and not
+// behind them for longer than a review takes to come round.
+void SoakChecker::checkActivity(RouteId const& id, Known& known) {
+   auto const vrfStatus = simulated_.mfibHwStatus().vrfStatus(id.vrf);
+   auto const status = vrfStatus ? vrfStatus->route(id.key) : nullptr;
+   auto const* const route = programmer().route(id.vrf, id.key);
+   if (!status) {
+      if (route->state() == State::inHardware) wrong(id, "is in hardware without a status");
+      known.lastPollTime = 0;
+      return;
+   }
+   double const polled = status->lastPollTime();
+   double const now = Qor::now();
+   if (known.status == status && polled < known.lastPollTime) {
+      wrong(id, "lastPollTime went back from " + Scenario::numberText(known.lastPollTime) + " to " +
+                      Scenario::numberText(polled));
+   }
+   known.lastPollTime = polled;
+   if (known.status != status) {
+      known.status = status;
+      known.sameSince = now;
+   }
+   // Two reviews, each a slice at a time, and what calls cost.
+   double const entries = simulated_.chip().routes().size() + 1.0;
+   double const gaps = path_ == Path::async ? 0.2 * (entries / 128 + 2) : 0.2;
+   double const bound = 2 * (model_.longestInterval(now - 600) + gaps +
+                             entries * config_.callCost * (path_ == Path::async ? 2 : 3)) +
+                        1;
+   if (polled > now + tolerance) wrong(id, "lastPollTime is in the future");
+   // Catch-all routes of both families are polled under one key.
+   if (id.key.kind() == Scenario::RouteKey::kindCatchAll) return;
+   bool const byHit = path_ == Path::async;
+   if (polled > known.lastHit + (byHit ? tolerance : bound) && busySince_ < 0) {
+      wrong(id, "lastPollTime is " + Scenario::numberText(polled) + ", the last packet came at " +
+                      Scenario::numberText(known.lastHit));
+   }
+   // On the synchronous path nothing is polled of a route that accepts from anywhere.
+   bool const isPolled =
+         known.wanted && !known.wanted->bridge && (path_ == Path::async || !known.wanted->noRpf);
+   bool const due = route->state() == State::inHardware && known.sameSince < known.lastHit &&
+                    known.lastHit + bound < now && busySince_ + bound < now &&
+                    // A hit bit that could not be read is lost.
+                    (path_ == Path::async || failures() == 0);
+   if (isPolled && due && polled < known.lastHit - tolerance) {
+      wrong(id, "was hit at " + Scenario::numberText(known.lastHit) + ", it is " +
+                      Scenario::numberText(now) + ", and lastPollTime is " +
+                      Scenario::numberText(polled));
+   }
+   for (Lnet::IntfId const intf : known.wanted->fastdrop) {
+      auto const* const entry = status->fastdropLastPollTime().find(intf.name());
+      auto const hit = known.fastdropHit.find(intf);
+      double const lastHit = hit == known.fastdropHit.end() ? 0 : hit->second;
+      if (entry && entry->second > lastHit + (byHit ? tolerance : bound) && busySince_ < 0) {
+         wrong(id, "fastdropLastPollTime of " + intf.name() + " is " +
+                         Scenario::numberText(entry->second) + ", the last packet came at " +
+                         Scenario::numberText(lastHit));
+      }
+   }
+}
+
+// ---- The end. ----
+
+void SoakChecker::lookAtEmpty() {
+   Sim::Chip const& chip = std::as_const(simulated_).chip();
+   if (chip.groups() != 0) wrong(std::to_string(chip.groups()) + " groups are left over");
+   if (chip.routes().size() != 0) {
+      wrong(std::to_string(chip.routes().size()) + " route entries are left over");
+   }
+   if (chip.boundaries().size() != 0) {
+      wrong(std::to_string(chip.boundaries().size()) + " boundary entries are left over");
+   }
+   auto const& path = std::as_const(simulated_).path();
+   if (path.zombies() != 0) wrong(std::to_string(path.zombies()) + " zombies are left over");
+   if (path.groupsAllocated() != 0) wrong("groups are allocated that nobody uses");
+   if (!path.recordsInUse().empty()) wrong("records are in use that no route holds");
+}
+
+}  // namespace Agent

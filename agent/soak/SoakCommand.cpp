@@ -1,0 +1,214 @@
+#include "agent/soak/SoakCommand.h"
+
+#include <unistd.h>
+
+#include <cstdio>
+#include <fstream>
+#include <iostream>
+#include <nlohmann/json.hpp>
+
+#include "agent/RunCommand.h"
+#include "agent/ScenarioParser.h"
+#include "agent/soak/SoakRun.h"
+
+namespace Agent {
+
+namespace {
+
+using nlohmann::ordered_json;
+
+// The lengths that random episodes have, by their seeds: short ones are many, and cheap to make shorter.
+constexpr std::size_t lengths[] = {300, 1000, 3000, 1000, 10'000};
+
+class Soak {
+ public:
+   explicit Soak(SoakOptions const& options)
+         : options_(options), progress_(::isatty(STDERR_FILENO) != 0) {}
+
+   // Whether nothing was found.
+   bool random(Path path) {
+      std::uint64_t done = 0;
+      for (std::uint64_t i = 0; done < options_.operations; ++i) {
+         std::uint64_t const seed = options_.seed + i;
+         std::size_t const length = std::min<std::uint64_t>(lengths[seed % std::size(lengths)],
+                                                            options_.operations - done);
+         if (!play(soakEpisode(seed, path, length))) return false;
+         done += length;
+      }
+      return true;
+   }
+
+   bool play(SoakEpisode const& episode) {
+      SoakOutcome const outcome = forkSoak(episode);
+      ++episodes_;
+      operations_ += outcome.lines;
+      figures_ += outcome.figures;
+      for (auto const& [kind, count] : linesByKind(episode))
+         kinds_[kind] += count;
+      show();
+      if (!outcome.clean()) report(episode, outcome);
+      return outcome.clean();
+   }
+
+   // Plays the scenario once for each call of a hook that it makes, and each way in which the call
+   // can fail; of very many, as evenly spread a part as there are operations.
+   bool sweep(SoakEpisode episode) {
+      std::erase_if(episode.lines, [](Scenario::Line const& line) {
+         return std::holds_alternative<Scenario::Expect>(line.event);
+      });
+      if (!play(episode)) return false;
+      static constexpr Scenario::Fault::FailCall ways[] = {
+            {1, true, false, 0, false}, {1, false, true, 0, false}, {1, false, true, 0, true},
+            {1, false, true, 2, false}, {1, true, false, 2, true},
+      };
+      std::uint64_t const calls = forkSoak(episode).figures.hookCalls;
+      std::uint64_t const plays = calls * std::size(ways);
+      std::uint64_t const stride = 1 + (plays - 1) / options_.operations;
+      Scenario::Line first;
+      first.where = {"soak", 0};
+      episode.lines.insert(episode.lines.begin(), first);
+      for (std::uint64_t i = 0; i < plays; i += stride) {
+         Scenario::Fault fault;
+         fault.failCall = ways[i % std::size(ways)];
+         fault.failCall->nth = static_cast<std::uint32_t>(i / std::size(ways) + 1);
+         episode.lines.front().event = fault;
+         if (!play(episode)) return false;
+      }
+      return true;
+   }
+
+   void print() const {
+      ordered_json const j = json();
+      if (options_.json) {
+         std::cout << j.dump(1) << '\n';
+         return;
+      }
+      auto const n = [](std::uint64_t value) { return std::to_string(value); };
+      std::cout << "operations     " << operations_ << " in " << episodes_ << " episodes:";
+      char const* separator = " ";
+      for (auto const& [kind, count] : kinds_) {
+         std::cout << separator << count << ' ' << kind;
+         separator = ", ";
+      }
+      SoakFigures const& f = figures_;
+      std::cout << "\nroutes         " << n(f.routesPeak) << " at most, " << n(f.reroutes)
+                << " rerouted, " << n(f.refusals) << " times one had to wait for room\n"
+                << "groups         " << n(f.resurrections) << " resurrections, " << n(f.purges)
+                << " zombies purged for room\n"
+                << "writes         " << n(f.writes) << " on the chip, " << n(f.faults)
+                << " made to fail; " << n(f.unchanged) << " updates changed nothing\n"
+                << "packets        " << n(f.packets) << " of traffic and checks\n"
+                << "comparisons    " << n(f.routeChecks) << " routes at " << n(f.looks)
+                << " moments, and " << n(f.tableChecks) << " routes, groups and entries in "
+                << n(f.fullChecks) << " of everything\n"
+                << "found          " << (found_.empty() ? "nothing" : found_.front()) << '\n';
+   }
+
+ private:
+   ordered_json json() const {
+      SoakFigures const& f = figures_;
+      return {{"operations", operations_},
+              {"episodes", episodes_},
+              {"kinds", kinds_},
+              {"routesPeak", f.routesPeak},
+              {"reroutes", f.reroutes},
+              {"refusals", f.refusals},
+              {"resurrections", f.resurrections},
+              {"purges", f.purges},
+              {"writes", f.writes},
+              {"failedWrites", f.faults},
+              {"unchangedUpdates", f.unchanged},
+              {"packets", f.packets},
+              {"comparisons",
+               {{"moments", f.looks},
+                {"routes", f.routeChecks},
+                {"full", f.fullChecks},
+                {"inFull", f.tableChecks}}},
+              {"found", found_},
+              {"seed", foundSeed_},
+              {"replay", replay_}};
+   }
+
+   void show() {
+      if (!progress_) return;
+      std::fprintf(stderr, "\r\x1b[K%llu operations in %llu episodes",
+                   static_cast<unsigned long long>(operations_),
+                   static_cast<unsigned long long>(episodes_));
+      std::fflush(stderr);
+   }
+
+   void report(SoakEpisode const& episode, SoakOutcome const& outcome) {
+      if (progress_) std::fputs("\r\x1b[K", stderr);
+      found_ = outcome.found;
+      foundSeed_ = episode.seed;
+      std::cerr << episode.settings.title << ", path " << nameOf(episode.path) << ", line "
+                << outcome.lines << ", at " << Scenario::numberText(outcome.time) << " s:\n";
+      for (std::string const& text : outcome.found)
+         std::cerr << "   " << text << '\n';
+      std::cerr << "looking for the shortest replay\n";
+      // What is looked at throughout is found where it comes up, if that does not hide it.
+      SoakHow how;
+      how.looksPerFullCheck = 1;
+      if (forkSoak(episode, how).clean()) how = {};
+      auto const again = [&](SoakEpisode const& candidate) { return forkSoak(candidate, how); };
+      SoakEpisode const shortest = reducedSoak(episode, again);
+      replay_ = replayText(shortest, again(shortest));
+      if (options_.replayFile.empty()) {
+         std::cerr << replay_;
+      } else if (std::ofstream file(options_.replayFile); !(file << replay_ << std::flush)) {
+         std::cerr << options_.replayFile << ": cannot write\n" << replay_;
+      } else {
+         std::cerr << shortest.lines.size() << " lines: " << options_.replayFile << '\n';
+      }
+   }
+
+   SoakOptions const& options_;
+   bool const progress_;
+   std::uint64_t episodes_ = 0, operations_ = 0;
+   std::map<std::string, std::uint64_t> kinds_;
+   SoakFigures figures_;
+   std::vector<std::string> found_;
+   std::uint64_t foundSeed_ = 0;
+   std::string replay_;
+};
+
+// The episode that a scenario is, on a path that it is for; an error is told.
+std::optional<SoakEpisode> episodeOf(std::string const& name, Path path) {
+   ScenarioFile file = ScenarioFile::read(name);
+   for (InputError const& error : file.errors)
+      std::cerr << error.toString() << '\n';
+   if (!file.errors.empty()) return std::nullopt;
+   std::erase_if(file.lines,
+                 [&](Scenario::Line const& line) { return line.path.value_or(path) != path; });
+   return SoakEpisode{0, path, file.settings, std::move(file.lines)};
+}
+
+}  // namespace
+
+int runSoak(SoakOptions const& options) {
+   Soak soak(options);
+   bool good = true;
+   if (options.sweep && options.files.empty()) {
+      std::cerr << "--sweep needs a scenario\n";
+      return exitUsage;
+   }
+   std::vector<Path> const both{Path::async, Path::sync};
+   std::vector<Path> const paths = options.path ? std::vector<Path>{*options.path} : both;
+   if (options.files.empty()) {
+      for (Path const path : paths)
+         good = good && soak.random(path);
+   }
+   for (std::string const& name : options.files) {
+      auto const only = ScenarioFile::read(name).path;
+      for (Path const path : paths) {
+         if (only.value_or(path) != path) continue;
+         auto const episode = episodeOf(name, path);
+         if (!episode) return exitFailed;
+         good = (options.sweep ? soak.sweep(*episode) : soak.play(*episode)) && good;
+      }
+   }
+   soak.print();
+   return outputWritten() && good ? exitDone : exitFailed;
+}
+
+}  // namespace Agent

@@ -1,0 +1,291 @@
+#include "agent/soak/SoakRun.h"
+
+#include <sys/mman.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+#include <nlohmann/json.hpp>
+#include <sstream>
+
+#include "agent/ScenarioPlayer.h"
+#include "agent/ScenarioWriter.h"
+#include "agent/soak/SoakTarget.h"
+
+namespace Agent {
+
+ScenarioTarget::Copies SoakTarget::send(Packet const& packet) {
+   Sim::Packet const arriving = target_.onChip(packet);
+   Sim::Forwarded const forwarded = simulated_.chip().forward(arriving);
+   checker_.sent(arriving, forwarded);
+   changed_ = true;
+   return SimulatedTarget::copiesOf(forwarded);
+}
+
+namespace {
+
+// Nothing goes wrong any more, but for the writes that a scenario has told to fail next.
+void healAll(SoakTarget& target) {
+   Scenario::Fault fault;
+   fault.groupsExhausted = fault.routesExhausted = fault.boundariesExhausted = false;
+   target.faultIs(fault);
+   for (std::size_t i = 0; i < Sim::writeKinds; ++i) {
+      Scenario::Fault end;
+      end.rate = {static_cast<Sim::WriteKind>(i), 0};
+      target.faultIs(end);
+   }
+}
+
+// Long enough for every zombie to expire, and for a review to begin.
+void rest(SoakTarget& target) {
+   target.runUntil(Qor::now() + 20);
+   target.settle();
+}
+
+void playEnd(SimulatedSwitch& simulated, SoakTarget& target, SoakChecker& checker) {
+   healAll(target);
+   rest(target);
+   if (!checker.found().empty()) return;
+   checker.lookAtAll();
+   if (!checker.found().empty()) return;
+   std::vector<RouteId> wanted;
+   std::as_const(simulated).routeProgrammer().forEachRoute([&](auto const& route) {
+      wanted.push_back({route.vrf(), route.key()});
+   });
+   for (RouteId const& id : wanted)
+      target.routeDel(id.vrf, id.key);
+   rest(target);
+   if (!checker.found().empty()) return;
+   checker.lookAtAll();
+   checker.lookAtEmpty();
+}
+
+}  // namespace
+
+SoakOutcome playSoak(SoakEpisode const& episode, SoakHow const& how) {
+   PathConfig const config{episode.settings.minPollingInterval, episode.settings.callCost};
+   SimulatedSwitch simulated(episode.path, episode.settings.chip, InterfaceMap(), config);
+   SimulatedTarget inner(simulated, nullptr, true);
+   SoakChecker checker(simulated, episode.path, config, how.looksPerFullCheck);
+   SoakTarget target(simulated, inner, checker);
+   ScenarioPlayer player(target, episode.lines);
+   while (checker.found().empty() && player.step()) {
+      if (how.played) how.played(player.played());
+   }
+   if (checker.found().empty()) {
+      player.finish();
+      playEnd(simulated, target, checker);
+   }
+   return {checker.found(), player.played(), Qor::now(), checker.figures()};
+}
+
+// ---- In a process of its own. ----
+
+namespace {
+
+using nlohmann::json;
+
+json toJson(SoakOutcome const& outcome) {
+   SoakFigures const& f = outcome.figures;
+   return {{"found", outcome.found},
+           {"lines", outcome.lines},
+           {"time", outcome.time},
+           {"figures",
+            {f.looks, f.routeChecks, f.fullChecks, f.tableChecks, f.packets, f.reroutes, f.faults,
+             f.refusals, f.resurrections, f.purges, f.unchanged, f.writes, f.hookCalls,
+             f.routesPeak}}};
+}
+
+SoakOutcome fromJson(json const& j) {
+   SoakOutcome outcome;
+   outcome.found = j.at("found").get<std::vector<std::string>>();
+   outcome.lines = j.at("lines");
+   outcome.time = j.at("time");
+   SoakFigures& f = outcome.figures;
+   std::uint64_t* const all[] = {&f.looks,         &f.routeChecks, &f.fullChecks, &f.tableChecks,
+                                 &f.packets,       &f.reroutes,    &f.faults,     &f.refusals,
+                                 &f.resurrections, &f.purges,      &f.unchanged,  &f.writes,
+                                 &f.hookCalls,     &f.routesPeak};
+   for (std::size_t i = 0; i < std::size(all); ++i)
+      *all[i] = j.at("figures").at(i);
+   return outcome;
+}
+
+// What the child shares with its parent even if it dies.
+struct Shared {
+   std::size_t played;
+};
+
+[[noreturn]] void child(SoakEpisode const& episode, SoakHow& how, Shared* shared, std::FILE* result,
+                        std::FILE* said) {
+   ::dup2(::fileno(said), STDERR_FILENO);
+   rlimit const limit{soakProcessorLimit, soakProcessorLimit + 5};
+   ::setrlimit(RLIMIT_CPU, &limit);
+   rlimit const noCore{0, 0};
+   ::setrlimit(RLIMIT_CORE, &noCore);
+   int code = 0;
+   try {
+      how.played = [&](std::size_t n) { shared->played = n; };
+      std::string const text = toJson(playSoak(episode, how)).dump();
+      std::fwrite(text.data(), 1, text.size(), result);
+      std::fflush(result);
+   } catch (std::exception const& error) {
+      std::fprintf(stderr, "%s\n", error.what());
+      std::fflush(stderr);
+      code = 3;
+   }
+   ::_exit(code);
+}
+
+std::string contents(std::FILE* file) {
+   std::rewind(file);
+   std::string text;
+   char part[4096];
+   for (std::size_t n; (n = std::fread(part, 1, sizeof part, file)) > 0;)
+      text.append(part, n);
+   return text;
+}
+
+struct CloseFile {
+   void operator()(std::FILE* file) const { std::fclose(file); }
+};
+using File = std::unique_ptr<std::FILE, CloseFile>;
+
+SoakOutcome died(int status, std::size_t played, std::string said) {
+   SoakOutcome outcome;
+   outcome.lines = played;
+   std::string how = WIFSIGNALED(status) ? ::strsignal(WTERMSIG(status))
+                                         : "exit code " + std::to_string(WEXITSTATUS(status));
+   constexpr std::size_t shown = 4000;
+   if (said.size() > shown) said = said.substr(0, shown) + "...";
+   outcome.found.push_back("the process has ended: " + how + "\n" + said);
+   return outcome;
+}
+
+}  // namespace
+
+SoakOutcome forkSoak(SoakEpisode const& episode, SoakHow how) {
+   File const result(std::tmpfile()), said(std::tmpfile());
+   void* const memory =
+         ::mmap(nullptr, sizeof(Shared), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+   if (!result || !said || memory == MAP_FAILED) throw std::runtime_error("no temporary files");
+   auto* const shared = static_cast<Shared*>(memory);
+   ::pid_t const pid = ::fork();
+   if (pid < 0) throw std::runtime_error("no process to be had");
+   if (pid == 0) child(episode, how, shared, result.get(), said.get());
+   int status = 0;
+   while (::waitpid(pid, &status, 0) < 0 && errno == EINTR) {
+   }
+   std::size_t const played = shared->played;
+   ::munmap(memory, sizeof(Shared));
+   if (status != 0) return died(status, played, contents(said.get()));
+   return fromJson(json::parse(contents(result.get())));
+}
+
+// ---- Making it shorter. ----
+
+namespace {
+
+class Reduction {
+ public:
+   Reduction(SoakEpisode episode, SoakPlay const& play, unsigned tries)
+         : best_(std::move(episode)), play_(play), tries_(tries) {
+      take(SoakEpisode(best_));
+   }
+
+   // Leaves out ever smaller parts, from the end, as long as there is something to find without.
+   SoakEpisode run() {
+      for (std::size_t part = best_.lines.size() / 2; part > 0; part /= 2) {
+         bool shorter = true;
+         while (shorter && tries_ > 0) {
+            shorter = false;
+            for (std::size_t end = best_.lines.size(); end > 0 && tries_ > 0;) {
+               std::size_t const begin = end > part ? end - part : 0;
+               SoakEpisode candidate = best_;
+               candidate.lines.erase(at(candidate, begin), at(candidate, end));
+               shorter = take(std::move(candidate)) || shorter;
+               end = begin;
+            }
+            if (part > 1) break;
+         }
+      }
+      shrinkBlocks();
+      return std::move(best_);
+   }
+
+ private:
+   static std::vector<Scenario::Line>::iterator at(SoakEpisode& episode, std::size_t i) {
+      return episode.lines.begin() + static_cast<std::ptrdiff_t>(i);
+   }
+
+   bool take(SoakEpisode candidate) {
+      if (tries_ == 0) return false;
+      --tries_;
+      SoakOutcome const outcome = play_(candidate);
+      if (outcome.clean()) return false;
+      if (outcome.lines < candidate.lines.size()) candidate.lines.resize(outcome.lines);
+      best_ = std::move(candidate);
+      return true;
+   }
+
+   static Scenario::RouteRun* runOf(Scenario::Line& line) {
+      if (auto* const route = std::get_if<Scenario::Route>(&line.event)) return &route->routes;
+      if (auto* const gone = std::get_if<Scenario::Withdraw>(&line.event)) return &gone->routes;
+      return nullptr;
+   }
+
+   void shrinkBlocks() {
+      for (bool smaller = true; smaller;) {
+         smaller = false;
+         for (std::size_t i = 0; i < best_.lines.size(); ++i) {
+            SoakEpisode candidate = best_;
+            Scenario::RouteRun* const run = runOf(candidate.lines[i]);
+            if (!run || run->groups < 2) continue;
+            run->groups /= 2;
+            smaller = take(std::move(candidate)) || smaller;
+         }
+      }
+   }
+
+   SoakEpisode best_;
+   SoakPlay const& play_;
+   unsigned tries_;
+};
+
+}  // namespace
+
+SoakEpisode reducedSoak(SoakEpisode const& episode, SoakPlay const& play, unsigned tries) {
+   return Reduction(episode, play, tries).run();
+}
+
+std::string replayText(SoakEpisode const& episode, SoakOutcome const& outcome) {
+   std::ostringstream os;
+   os << "# Found after " << outcome.lines << " lines, at " << Scenario::numberText(outcome.time)
+      << " s:\n";
+   for (std::string const& found : outcome.found) {
+      std::istringstream lines(found);
+      for (std::string line; std::getline(lines, line);)
+         os << "#    " << line << '\n';
+   }
+   os << scenarioLine(episode.settings, episode.path) << '\n';
+   for (Scenario::Line const& line : episode.lines)
+      os << scenarioLine(line) << '\n';
+   os << R"({"after": 10, "expect": {"check": true}})" << '\n';
+   return os.str();
+}
+
+std::map<std::string, std::uint64_t> linesByKind(SoakEpisode const& episode) {
+   static constexpr char const* names[] = {"scenario", "route",   "withdraw", "link",
+                                           "bfd",      "traffic", "config",   "counter",
+                                           "fault",    "mark",    "show",     "expect"};
+   static_assert(std::size(names) == std::variant_size_v<Scenario::Event>);
+   std::map<std::string, std::uint64_t> kinds;
+   for (Scenario::Line const& line : episode.lines)
+      ++kinds[names[line.event.index()]];
+   return kinds;
+}
+
+}  // namespace Agent

@@ -1,0 +1,140 @@
+// The soak: short ones of both paths, and that it would find something.
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+
+#include "agent/ScenarioParser.h"
+#include "agent/ScenarioWriter.h"
+#include "agent/SimulatedTarget.h"
+#include "agent/soak/SoakRun.h"
+
+namespace Agent {
+namespace {
+
+class Soak : public testing::TestWithParam<Path> {
+   void TearDown() override { Qor::activityManagerIs(nullptr); }
+};
+INSTANTIATE_TEST_SUITE_P(Paths, Soak, testing::Values(Path::async, Path::sync));
+
+TEST_P(Soak, FindsNothingInShortLives) {
+   SoakFigures done;
+   for (std::uint64_t seed = 1; seed <= 8; ++seed) {
+      SoakOutcome const outcome = playSoak(soakEpisode(seed, GetParam(), 1000));
+      ASSERT_EQ(outcome.found, std::vector<std::string>()) << "seed " << seed;
+      done += outcome.figures;
+   }
+   EXPECT_GT(done.routeChecks, 10'000u);
+   for (std::uint64_t const count : {done.fullChecks, done.reroutes, done.faults, done.refusals,
+                                     done.resurrections, done.purges, done.unchanged})
+      EXPECT_GT(count, 20u);
+}
+
+// All that can go wrong in one call of a hook, of as many calls as time allows.
+TEST_P(Soak, FindsNothingWhenEachHookCallFailsOnce) {
+   for (char const* const name : {"table-full", "make-before-break", "resurrection", "fastdrop"}) {
+      std::string const command = std::string("'") + VELMROUTE_PROGRAM +
+                                  "' soak --sweep --ops 150" + " --path " +
+                                  (GetParam() == Path::async ? "async" : "sync") + " '" +
+                                  VELMROUTE_EXAMPLES + "/scenarios/" + name + ".jsonl' >/dev/null";
+      EXPECT_EQ(std::system(command.c_str()), 0) << command;
+   }
+}
+
+TEST_P(Soak, EpisodesAreWrittenAsScenariosThatAreReadBackAsTheyWere) {
+   for (std::uint64_t seed = 1; seed <= 5; ++seed) {
+      SoakEpisode const episode = soakEpisode(seed, GetParam(), 500);
+      ScenarioParser parser;
+      Scenario::Line read;
+      for (Scenario::Line const& line : episode.lines) {
+         std::string const text = scenarioLine(line);
+         ASSERT_EQ(parser.parse(text, read), ScenarioParser::Result::event) << parser.reason();
+         EXPECT_EQ(scenarioLine(read), text);
+         EXPECT_EQ(read.at, line.at);
+      }
+   }
+}
+
+// What soaks have found, each in the fewest lines.
+TEST_P(Soak, FindsNothingWhereItOnceDid) {
+   std::vector<std::string> const lives[] = {
+         // An interface changes sides between input and fastdrop, at rest and in mid-change.
+         {R"({"at": 0, "route": {"src": "*", "dst": "239.1.1.1", "iif": "a", "oifs": ["x"], "fastdrop": ["b"]}})",
+          R"({"at": 1, "route": {"src": "*", "dst": "239.1.1.1", "iif": "b", "oifs": ["x"], "fastdrop": ["a"]}})",
+          R"({"at": 1.0005, "route": {"src": "*", "dst": "239.1.1.1", "iif": "a", "oifs": ["y"], "fastdrop": ["b"]}})",
+          R"({"at": 1.001, "route": {"src": "*", "dst": "239.1.1.1", "iif": "b", "oifs": ["y"]}})"},
+         // The input fails while the set is a zombie, and again when it has been brought back.
+         {R"({"at": 0, "route": {"src": "*", "dst": "239.1.1.1", "iif": "a", "oifs": ["x"], "backup": ["z"]}})",
+          R"({"at": 1, "withdraw": {"src": "*", "dst": "239.1.1.1"}})",
+          R"({"at": 2, "link": {"intf": "a", "state": "down"}})",
+          R"({"at": 2.1, "link": {"intf": "a", "state": "up"}})",
+          R"({"at": 2.5, "route": {"src": "*", "dst": "239.1.1.1", "iif": "a", "oifs": ["x"], "backup": ["z"]}})",
+          R"({"at": 3, "link": {"intf": "a", "state": "down"}})"},
+         // The clock moves on during the pass that makes room for those who wait.
+         {R"({"at": 0, "route": {"src": "*", "dst": "239.1.1.1", "iif": "a", "oifs": ["x"]}})",
+          R"({"at": 1, "fault": {"routesExhausted": true}})",
+          R"({"at": 1, "route": {"src": "*", "dst": "239.1.2.1", "groups": 600, "iif": "a", "oifs": ["x"]}})",
+          R"({"at": 2, "fault": {"routesExhausted": false, "slowNext": {"nth": 3, "extra": 0.7}}})",
+          R"({"at": 2.001, "route": {"src": "*", "dst": "239.1.1.1", "iif": "b", "oifs": ["x"]}})"}};
+   for (auto const& texts : lives) {
+      SoakEpisode episode;
+      episode.path = GetParam();
+      ScenarioParser parser;
+      for (std::string const& text : texts) {
+         episode.lines.emplace_back();
+         ASSERT_EQ(parser.parse(text, episode.lines.back()), ScenarioParser::Result::event)
+               << parser.reason();
+      }
+      SoakHow how;
+      how.looksPerFullCheck = 1;
+      EXPECT_EQ(playSoak(episode, how).found, std::vector<std::string>()) << texts.front();
+   }
+}
+
+// A route entry that points elsewhere since its memory failed.
+TEST_P(Soak, FindsARouteThatForwardsElsewhere) {
+   SimulatedSwitch simulated(GetParam(), {}, InterfaceMap());
+   SimulatedTarget target(simulated, nullptr, true);
+   SoakChecker checker(simulated, GetParam(), {});
+   for (unsigned i = 0; i < 2; ++i) {
+      ScenarioTarget::Route route;
+      route.vrf = L3::VrfName("default");
+      route.key = Scenario::RouteKey::fromAddresses(Lnet::IpGenAddr::v4(0x0A000001),
+                                                    Lnet::IpGenAddr::v4(0xEF010100 + i));
+      route.iif = Lnet::IntfId("rtr0");
+      route.oifs = {Lnet::IntfId("rtr" + std::to_string(i + 1))};
+      target.routeIs(route);
+      checker.routeIs(route);
+   }
+   target.settle();
+   checker.look();
+   checker.lookAtAll();
+   ASSERT_EQ(checker.found(), std::vector<std::string>());
+   Qor::U32 const other = simulated.chip().routes().find(1)->group;
+   simulated.chip().softError(0, other);
+   checker.lookAtAll();
+   std::string const text =
+         "vrf default (10.0.0.1, 239.1.1.0): expected rtr1, its entry points at rtr2";
+   auto const& found = checker.found();
+   EXPECT_NE(std::find(found.begin(), found.end(), text), found.end());
+}
+
+TEST_P(Soak, IsReducedToTheLinesThatMatter) {
+   SoakEpisode const episode = soakEpisode(3, GetParam(), 400);
+   auto const matters = [&](Scenario::Line const& line) {
+      return line.where.line == episode.lines[70].where.line ||
+             line.where.line == episode.lines[311].where.line;
+   };
+   SoakEpisode const shortest = reducedSoak(episode, [&](SoakEpisode const& candidate) {
+      SoakOutcome outcome;
+      outcome.lines = candidate.lines.size();
+      if (std::count_if(candidate.lines.begin(), candidate.lines.end(), matters) == 2) {
+         outcome.found = {"both"};
+      }
+      return outcome;
+   });
+   ASSERT_EQ(shortest.lines.size(), 2u);
+   EXPECT_TRUE(std::all_of(shortest.lines.begin(), shortest.lines.end(), matters));
+}
+
+}  // namespace
+}  // namespace Agent
