@@ -30,6 +30,7 @@ class AsyncPath final : public SwitchPathOn<Vel::Mroute::AsyncMrouteSwitch> {
       return platform_->chip()->routes().find(handle.value());
    }
 
+   TreeRoots roots() const override;
    void timelineIs(Timeline* timeline) override;
 
  private:

@@ -47,6 +47,9 @@ class SimulatedSwitch {
    Intf const& learnIntf(Lnet::IntfId id);
    void learnVrf(L3::VrfName const& vrf);
 
+   // Where the entity tree begins, by name: what surrounds the path, and the path's own.
+   TreeRoots roots() const;
+
    Qor::ActivityManager& activity() { return *activity_; }
    Qor::ActivityManager const& activity() const { return *activity_; }
    Sim::Chip& chip() { return *surroundings_.chip; }

@@ -29,6 +29,7 @@ class SyncPath final : public SwitchPathOn<Vel::MrouteSwitch> {
    bool bridges() const override { return true; }
    std::optional<Qor::U64> counter(RouteProgrammer::RouteKey const& key) const override;
 
+   TreeRoots roots() const override;
    void timelineIs(Timeline* timeline) override;
 
  private:
