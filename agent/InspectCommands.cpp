@@ -50,12 +50,12 @@ Lines rowLines(ordered_json const& rows) {
    Lines lines = {{"NAME", "VALUE", "", "TYPE"}};
    for (auto const& row : rows) {
       bool const counted = row.contains("members");
-      lines.push_back({row.at("name").get<std::string>(),
-                       counted ? row.at("members").dump() +
-                                       (row.at("members") == 1 ? " member" : " members")
-                               : cellText(row.at("value")),
-                       !counted && row.at("writable").get<bool>() ? "writable" : "",
-                       row.at("type").get<std::string>()});
+      lines.push_back(
+            {row.at("name").get<std::string>(),
+             counted ? row.at("members").dump() + (row.at("members") == 1 ? " member" : " members")
+                     : cellText(row.at("value")),
+             !counted && row.at("writable").get<bool>() ? "writable" : "",
+             row.at("type").get<std::string>()});
    }
    return lines;
 }
@@ -148,7 +148,8 @@ void Inspector::ls(Words const& words) {
       rows.push_back(rowJson(all, node, child));
    std::size_t const size = all.size(node);
    std::string text = aligned(rowLines(rows));
-   if (rows.empty()) text = size ? "no more than " + std::to_string(size) + " are there\n" : "empty\n";
+   if (rows.empty())
+      text = size ? "no more than " + std::to_string(size) + " are there\n" : "empty\n";
    if (std::size_t const shown = skip + rows.size(); shown < size && !rows.empty()) {
       text += std::to_string(skip + 1) + " to " + std::to_string(shown) + " of " +
               std::to_string(size) + "; ls PATH " + std::to_string(shown) + " goes on\n";
@@ -260,8 +261,7 @@ void Inspector::trace(Words const& words) {
 }
 
 void Inspector::explain(Words const& words) {
-   RouteQuestion const question =
-         routeQuestion(std::string_view(line_).substr(words[1].at));
+   RouteQuestion const question = routeQuestion(std::string_view(line_).substr(words[1].at));
    ordered_json const json = explainRoute(run_.simulated(), question);
    std::ostringstream text;
    printExplanation(text, json);

@@ -245,14 +245,13 @@ ordered_json taker(SimulatedSwitch const& simulated, L3::VrfName const& vrf, Qor
    simulated.chip().boundaries().forEach(visit);
    simulated.chip().routes().forEach(visit);
    if (best == none) return nullptr;
-   Intf const* const intf = best->acceptingVlan.isNone()
-                                  ? nullptr
-                                  : simulated.interfaceMap().byVlan(
-                                          Bridging::VlanId(best->acceptingVlan.value()));
+   Intf const* const intf =
+         best->acceptingVlan.isNone()
+               ? nullptr
+               : simulated.interfaceMap().byVlan(Bridging::VlanId(best->acceptingVlan.value()));
    return {{"vrf", vrf.name()},
            {"entry", best->key.pretty()},
-           {"acceptsFrom",
-            interfaceJson(intf ? intf->id : Lnet::IntfId(), best->acceptingVlan)}};
+           {"acceptsFrom", interfaceJson(intf ? intf->id : Lnet::IntfId(), best->acceptingVlan)}};
 }
 
 ordered_json nearJson(SimulatedSwitch const& simulated, RouteQuestion const& question) {

@@ -110,8 +110,9 @@ class Prose {
                               (before ? std::to_string(before) + (before == 1 ? " is" : " are") +
                                               " before it in line"
                                       : std::string("it is first in line")) +
-                              ", " + number(waits.at("waiting").get<std::uint64_t>(), "waits",
-                                            "wait") + " in all");
+                              ", " +
+                              number(waits.at("waiting").get<std::uint64_t>(), "waits", "wait") +
+                              " in all");
       auto const zombies = waits.at("zombies").get<std::uint64_t>();
       std::string text = zombies ? number(zombies, "group", "groups") + " could be given up"
                                  : "no group is left that could be given up";
@@ -142,10 +143,10 @@ class Prose {
       bool const up = r.at("linkUp").get<bool>();
       std::string const why = up ? " failed (its link is up: a BFD session, or it has come back)"
                                  : " failed: its link is down";
-      line("reroute", state == "ready"     ? "ready: to " + to + " when " + intf + " fails"
-                      : state == "waiting" ? "waits for its rewrite to " + to + ", since " + intf +
-                                                   why
-                                           : "rerouted to " + to + ", since " + intf + why);
+      line("reroute", state == "ready" ? "ready: to " + to + " when " + intf + " fails"
+                      : state == "waiting"
+                            ? "waits for its rewrite to " + to + ", since " + intf + why
+                            : "rerouted to " + to + ", since " + intf + why);
    }
 
    void printNear() {

@@ -53,7 +53,7 @@ class Terminal {
       el_set(el, EL_PROMPT, &Terminal::prompt);
       el_set(el, EL_EDITOR, "emacs");
       el_set(el, EL_HIST, history, history_.get());
-      el_set(el, EL_ADDFN, "complete", "completes a command or a path", &Terminal::complete);
+      el_set(el, EL_ADDFN, "complete", "completes a command or a path", &Terminal::completes);
       el_set(el, EL_BIND, "^I", "complete", nullptr);
       el_set(el, EL_BIND, "^R", "em-inc-search-prev", nullptr);
    }
@@ -82,9 +82,7 @@ class Terminal {
       std::snprintf(self.prompt_, sizeof self.prompt_, "%.3f s> ", Qor::now());
       return self.prompt_;
    }
-   static unsigned char complete(EditLine* el, int) {
-      return of(el).complete();
-   }
+   static unsigned char completes(EditLine* el, int) { return of(el).complete(); }
 
    // Adds what all completions have in common, and lists them where that is nothing new.
    unsigned char complete() {
@@ -94,7 +92,8 @@ class Terminal {
       if (found.words.empty()) return CC_ERROR;
       std::string common = found.words.front();
       for (std::string const& word : found.words) {
-         auto const [end, other] = std::mismatch(common.begin(), common.end(), word.begin(), word.end());
+         auto const [end, other] =
+               std::mismatch(common.begin(), common.end(), word.begin(), word.end());
          common.erase(end, common.end());
       }
       std::string const typed = line.substr(found.at);
@@ -118,7 +117,7 @@ class Terminal {
 
 }  // namespace
 
-bool inspect(InspectedRun& run, InspectOptions const& options, bool failedBefore) {
+InspectResult inspect(InspectedRun& run, InspectOptions const& options) {
    Inspector inspector(run, std::cout, options.json);
    Commands scripted(inspector, options.json);
    bool go = true;
@@ -136,9 +135,13 @@ bool inspect(InspectedRun& run, InspectOptions const& options, bool failedBefore
          }
       }
    }
-   bool const good = outputWritten() && !scripted.failed();
-   if (inspector.changedByHand()) _exit(good && !failedBefore ? exitDone : exitFailed);
-   return good;
+   return {outputWritten() && !scripted.failed(), inspector.changedByHand()};
+}
+
+int exitAfter(InspectResult const& result, int code) {
+   if (!result.changedByHand) return code;
+   std::fflush(nullptr);
+   _exit(outputWritten() ? code : exitFailed);
 }
 
 }  // namespace Agent

@@ -14,10 +14,17 @@ struct InspectOptions {
    bool json = false;
 };
 
-// Does all commands. False when one has failed that nobody has typed at a terminal, or when
-// standard output cannot be written. Where `set` or `call` has changed the switch this ends the
-// process at once, with the exit code that follows from it and from `failedBefore`: what is left
-// cannot be taken down as usual.
-bool inspect(InspectedRun& run, InspectOptions const& options, bool failedBefore = false);
+struct InspectResult {
+   // False when a command has failed that nobody has typed at a terminal, or when standard output
+   // could not be written.
+   bool good = true;
+   // `set` or `call` has changed the switch: what is left need not bear being taken down as usual.
+   bool changedByHand = false;
+};
+
+// Does all commands, one after the other, whatever becomes of those before.
+InspectResult inspect(InspectedRun& run, InspectOptions const& options);
+// The exit code. Does not return where the switch cannot be taken down.
+int exitAfter(InspectResult const& result, int code);
 
 }  // namespace Agent

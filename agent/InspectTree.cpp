@@ -160,8 +160,8 @@ std::vector<std::string> EntityTree::directory(std::string const& path) const {
    for (TreeRoot const& root : roots_) {
       std::string const full = '/' + root.name;
       if (!full.starts_with(prefix)) continue;
-      std::string const name = full.substr(prefix.size(), full.find('/', prefix.size()) -
-                                                                prefix.size());
+      std::string const name =
+            full.substr(prefix.size(), full.find('/', prefix.size()) - prefix.size());
       if (names.empty() || names.back() != name) names.push_back(name);
    }
    return names;
@@ -196,8 +196,7 @@ std::vector<TreeNode> EntityTree::children(TreeNode const& node, std::size_t ski
       }
    };
    if (node.kind == Kind::directory) {
-      take(directory(node.path),
-           [&](std::string const& name) { return inDirectory(node, name); });
+      take(directory(node.path), [&](std::string const& name) { return inDirectory(node, name); });
    } else if (Qor::Type const* const type = typeOf(node)) {
       take(type->allAttributes(), [&](auto const* a) { return attributeNode(node, *a); });
       take(type->allCollections(), [&](auto const* c) { return collectionNode(node, *c); });

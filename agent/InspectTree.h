@@ -25,12 +25,12 @@ struct TreeNode {
    enum class Kind { directory, object, collection, value };
 
    Kind kind = Kind::directory;
-   std::string path;                                // as it is written; "/" is where all begins
-   std::string type;                                // of the object or value, or of its members
-   Qor::Generic it;                                 // the object or value
-   Qor::Generic owner;                              // the object whose attribute or collection it is
-   Qor::TypeAttribute const* attribute = nullptr;   // that this is
-   Qor::TypeCollection const* collection = nullptr; // that this is, or whose member
+   std::string path;                               // as it is written; "/" is where all begins
+   std::string type;                               // of the object or value, or of its members
+   Qor::Generic it;                                // the object or value
+   Qor::Generic owner;                             // the object whose attribute or collection it is
+   Qor::TypeAttribute const* attribute = nullptr;  // that this is
+   Qor::TypeCollection const* collection = nullptr;  // that this is, or whose member
 
    bool writable() const { return attribute && attribute->writable(); }
 };

@@ -87,7 +87,8 @@ std::vector<std::string> pathsLike(EntityTree const& tree, std::string_view word
 std::vector<Inspector::Command> const& Inspector::commands() {
    constexpr std::size_t any = 10000;
    static std::vector<Command> const all = {
-         {"ls", "[PATH [SKIP]]", 0, 2, "what is below a path, behind the first SKIP", &Inspector::ls},
+         {"ls", "[PATH [SKIP]]", 0, 2, "what is below a path, behind the first SKIP",
+          &Inspector::ls},
          {"get", "PATH", 1, 1, "a value, an object's attributes, a collection's members",
           &Inspector::get},
          {"set", "PATH VALUE", 2, any, "writes an attribute", &Inspector::set},
@@ -99,8 +100,8 @@ std::vector<Inspector::Command> const& Inspector::commands() {
          {"explain", "ROUTE [vrf NAME]", 1, any, "where a route stands, and why",
           &Inspector::explain},
          {"types", "[TYPE]", 0, 1, "the types, or what one of them has", &Inspector::types},
-         {"trace", "LEVEL[:GLOB] | off[:GLOB]", 1, 1,
-          "traces up to LEVEL (0-9), to standard error", &Inspector::trace},
+         {"trace", "LEVEL[:GLOB] | off[:GLOB]", 1, 1, "traces up to LEVEL (0-9), to standard error",
+          &Inspector::trace},
          {"run", "[SECONDS]", 0, 1, "lets time pass; without SECONDS, to the end of the input",
           &Inspector::goOn},
          {"step", "", 0, 0, "lets time pass until the next thing is due", &Inspector::step},
@@ -129,8 +130,8 @@ Inspector::Outcome Inspector::evaluate(std::string_view line) {
    line_ = line.substr(0, longestLine);
    try {
       if (line.size() > longestLine) {
-         throw InspectError("a command has at most " + std::to_string(longestLine) + " bytes, not " +
-                            std::to_string(line.size()));
+         throw InspectError("a command has at most " + std::to_string(longestLine) +
+                            " bytes, not " + std::to_string(line.size()));
       }
       Words const words = wordsOf(line);
       if (words.empty() || words[0].raw.starts_with('#')) return Outcome::done;
@@ -270,8 +271,7 @@ void Inspector::goOn(Words const& words) {
 }
 
 void Inspector::step(Words const&) {
-   double const next =
-         std::min(run_.nextInput(), run_.simulated().activity().nextDeadline());
+   double const next = std::min(run_.nextInput(), run_.simulated().activity().nextDeadline());
    if (next >= Qor::never) throw InspectError("nothing is left to be done");
    bool good = true;
    advance([&] { good = run_.runUntil(std::max(next, Qor::now())); });

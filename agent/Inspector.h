@@ -26,7 +26,7 @@ class Inspector {
  public:
    enum class Outcome { done, failed, quit };
 
-   static constexpr std::size_t screenful = 20;        // members that ls shows
+   static constexpr std::size_t screenful = 20;       // members that ls shows
    static constexpr std::size_t longestLine = 65536;  // bytes of a command
 
    // Both outlive the inspector.

@@ -19,8 +19,7 @@ class WaitingQueue {
    std::size_t size() const { return routes_.size(); }
    // How many stand before one that stands here.
    std::size_t before(ProgrammedRoute const& route) const {
-      return static_cast<std::size_t>(
-            std::distance(routes_.begin(), routes_.find(route.arrival_)));
+      return static_cast<std::size_t>(std::distance(routes_.begin(), routes_.find(route.arrival_)));
    }
    RoutePtr first() const { return routes_.begin()->second; }
 
