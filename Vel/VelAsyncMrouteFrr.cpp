@@ -72,16 +72,17 @@ void AsyncMrouteSwitchSm::updateFrrMtableOif(Lnet::IntfId intfId) {
    VEL_TRACE(8, "AsyncMrouteSwitchSm::updateFrrMtableOif( " << intfId << ", vlan " << vlanOf(intfId)
                                                             << " )");
    auto const& waiting = chip.frrMtableOifSet();
+   Qor::Seconds const begun = Qor::now();
    for (auto entry = waiting.begin(); entry != waiting.end();) {
-      auto const [oifSet, named] = *entry;
-      PortVlanSet const& set = oifSet->portVlanSet();
+      PortVlanSet const& set = entry->first->portVlanSet();
       if (!reroutedOn(set, intfId)) {
          VEL_TRACE(2, " skip frrMtableOif " << set.pretty());
-         VEL_BLIP(" skip Frr, currentIif %s, invalid currentIif:%s, or portVlanFrrs:%s",
-                  set.currentIif(), set.currentIif().isNull(), set.portVlanFrr().size());
+         VEL_BLIP_AT(begun, " skip Frr, currentIif %s, invalid currentIif:%s, or portVlanFrrs:%s",
+                     set.currentIif(), set.currentIif().isNull(), set.portVlanFrr().size());
          ++entry;
          continue;
       }
+      auto const [oifSet, named] = *entry;
       VEL_TRACE(2, " FrrSwitch from " << set.pretty() << ", frrOifs " << frrMembers(set));
       VEL_BLIP("MrouteSwitchSm:: FrrSwitch from %s, frrOifs %s", set.pretty(), frrMembers(set));
       for (auto const& record : chip.records(oifSet))

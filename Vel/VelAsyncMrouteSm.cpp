@@ -326,6 +326,7 @@ Qor::Type describeAsyncMrouteSwitchSm() {
    type.operation<&Sm::handleInitialized>();
    type.operation<&Sm::handleRoute>("handle");
    type.operation<&Sm::doCleanup>();
+   type.operation<static_cast<void (Sm::*)()>(&Sm::handleZombie)>();
    type.operation<&Sm::handleZombieClock>();
    type.operation<&Sm::doForcePurgeOneZombie>();
    type.operation<&Sm::handlePollingInterval>();

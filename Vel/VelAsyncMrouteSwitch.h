@@ -78,7 +78,7 @@ class QOR_PUBLIC AsyncMrouteSwitch final
          Qor::Collection<Qor::HashMap<InUseRouteHandleKey, MrouteLib::RouteHandle>,
                          &Notifiee::onInUseRouteHandle, &Notifiee::onInUseRouteHandleImmediate>;
    using InUseRouteHandleKeyColl =
-         Qor::Collection<Qor::OrderedMap<MrouteLib::RouteHandle, InUseRouteHandleKey>,
+         Qor::Collection<Qor::NumberMap<MrouteLib::RouteHandle, InUseRouteHandleKey>,
                          &Notifiee::onInUseRouteHandleKey,
                          &Notifiee::onInUseRouteHandleKeyImmediate>;
 

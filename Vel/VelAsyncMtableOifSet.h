@@ -12,6 +12,7 @@
 // What counts as a user of the record, and how it ends: Vel/VelOifSetRecord.h.
 #pragma once
 
+#include "Qor/Pool.h"
 #include "Vel/VelAsyncMrouteKeys.h"
 #include "Vel/VelOifSetRecord.h"
 
@@ -20,7 +21,8 @@ namespace Vel::Mroute {
 class AsyncMrouteSwitch;
 
 class QOR_PUBLIC AsyncMtableOifSet final
-      : public OifSetRecord<AsyncMtableOifSet, AsyncMrouteSwitch> {
+      : public OifSetRecord<AsyncMtableOifSet, AsyncMrouteSwitch>,
+        public Qor::Pooled {
  public:
    // The setters of a record visit the notifiees on every store, equal values included.
    class Notifiee : public Qor::NotifieeOf<AsyncMtableOifSet> {

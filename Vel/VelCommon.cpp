@@ -28,11 +28,6 @@ void VelBaseHelper::hookNotImplemented() const {
    if (!noopAgent()) velAssert(mustBeImplemented);
 }
 
-Qor::TraceHandle& velTrace() {
-   static Qor::TraceHandle& handle = Qor::traceHandle("VelMroute");
-   return handle;
-}
-
 namespace {
 
 Qor::Type describeVelBaseHelper() {

@@ -25,7 +25,9 @@ inline bool startsReroute(Interface::IntfOperStatus status) {
 
 // Whether the failure of `failed` has the set rewritten: its traffic comes in there, and it has
 // backup members.
-bool reroutedOn(MrouteLib::PortVlanSet const& set, Lnet::IntfId failed);
+inline bool reroutedOn(MrouteLib::PortVlanSet const& set, Lnet::IntfId failed) {
+   return set.currentIif() == failed && !failed.isNull() && !set.portVlanFrr().empty();
+}
 
 // The backup members: "rtr5:1009 rtr6:1010".
 Qor::String frrMembers(MrouteLib::PortVlanSet const& set);
@@ -34,11 +36,9 @@ Qor::String frrMembers(MrouteLib::PortVlanSet const& set);
 template <class Added>
 MrouteLib::PortVlanSet frrReplacement(MrouteLib::PortVlanSet const& set, Added const& added) {
    MrouteLib::PortVlanSet replacement = set;
-   replacement.portVlanDelAll();
-   for (auto const& [member, flag] : set.portVlanFrr()) {
+   replacement.portVlanIs(set.portVlanFrr());
+   for (auto const& [member, flag] : set.portVlanFrr())
       added(member);
-      replacement.newPortVlan(member, flag);
-   }
    return replacement;
 }
 

@@ -87,7 +87,8 @@ class OifSetRecord : public Qor::Entity<Record, MrouteLib::MtableOifSet> {
 };
 
 // Every living record made for one programmer: chains of those that carry the same oif set. It is
-// what tells whether a record that is named somewhere still lives.
+// what tells whether a record that is named somewhere still lives. The one that is named in use is
+// known here too, so that the most frequent question of all takes one look.
 template <class Record>
 class LivingRecords {
  public:
@@ -97,16 +98,34 @@ class LivingRecords {
    using Link = typename Record::Link;
 
    void add(Link& record) {
-      auto const [entry, first] = newest_.insert(record.oifSet_.get(), &record);
-      if (!first) record.nextOfOifSet_ = std::exchange(entry->second, &record);
+      auto const [entry, first] = ofSet_.insert(record.oifSet_.get(), {&record, nullptr});
+      if (!first) record.nextOfOifSet_ = std::exchange(entry->second.newest, &record);
    }
    void remove(Link& record) {
-      auto* const entry = newest_.find(record.oifSet_.get());
-      Link** link = &entry->second;
+      auto* const entry = ofSet_.find(record.oifSet_.get());
+      Living& living = entry->second;
+      Link** link = &living.newest;
       while (*link != &record)
          link = &(*link)->nextOfOifSet_;
       *link = record.nextOfOifSet_;
-      if (!entry->second) newest_.take(record.oifSet_.get());
+      if (living.inUse == &record) living.inUse = nullptr;
+      if (!living.newest) ofSet_.take(record.oifSet_.get());
+   }
+
+   // The record that inUseOifSet names for this oif set, if it lives, else null.
+   RecordPtr inUse(OifSetPtr const& oifSet) const {
+      auto const* const entry = ofSet_.find(oifSet.get());
+      return entry ? static_cast<Record*>(entry->second.inUse) : nullptr;
+   }
+   // Follows inUseOifSet, ahead of whoever is told of its change.
+   void inUseIs(OifSetPtr const& oifSet, RecordName<Record> named) {
+      if (auto* const entry = ofSet_.find(oifSet.get())) {
+         entry->second.inUse = find(oifSet, named).get();
+      }
+   }
+   void inUseDelAll() {
+      for (auto& [oifSet, living] : ofSet_)
+         living.inUse = nullptr;
    }
 
    // The named record of this oif set if it lives, else null. Found among the living ones of the
@@ -127,20 +146,26 @@ class LivingRecords {
 
    // The programmer goes: its records belong to nobody from now on.
    void releaseAll() {
-      for (auto const& [oifSet, newest] : newest_) {
-         for (auto* r = newest; r; r = r->nextOfOifSet_)
+      for (auto const& [oifSet, living] : ofSet_) {
+         for (auto* r = living.newest; r; r = r->nextOfOifSet_)
             r->mrouteSwitch_ = nullptr;
       }
-      newest_.clear();
+      ofSet_.clear();
    }
 
  private:
+   // The living records of one oif set.
+   struct Living {
+      Link* newest;  // the head of their chain
+      Link* inUse;   // one of them, or null
+   };
+
    Link* first(OifSetPtr const& oifSet) const {
-      auto const* const entry = newest_.find(oifSet.get());
-      return entry ? entry->second : nullptr;
+      auto const* const entry = ofSet_.find(oifSet.get());
+      return entry ? entry->second.newest : nullptr;
    }
 
-   Qor::HashMap<MrouteLib::OifSet const*, Link*> newest_;
+   Qor::HashMap<MrouteLib::OifSet const*, Living> ofSet_;
 };
 
 }  // namespace Vel

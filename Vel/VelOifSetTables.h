@@ -62,19 +62,27 @@ class OifSetTables : public Qor::Entity<Switch, Base> {
       return livingRecords_.all(oifSet);
    }
    // The living in-use record of `oifSet`, zombies included; else null.
-   RecordPtr inUseRecord(OifSetPtr const& oifSet) const {
-      return record(oifSet, inUseOifSet(oifSet));
-   }
+   RecordPtr inUseRecord(OifSetPtr const& oifSet) const { return livingRecords_.inUse(oifSet); }
 
    // The latest record of each oif set, zombies included; not counted.
    RecordMap const& inUseOifSet() const { return inUseOifSet_.map(); }
    NamedRecord inUseOifSet(OifSetPtr const& s) const { return inUseOifSet_.value(s); }
-   void inUseOifSetIs(OifSetPtr s, NamedRecord v) { inUseOifSet_.is(self(), s, v); }
-   void inUseOifSetDel(OifSetPtr s) { inUseOifSet_.del(self(), s); }
+   void inUseOifSetIs(OifSetPtr s, NamedRecord v) {
+      livingRecords_.inUseIs(s, v);
+      inUseOifSet_.is(self(), s, v);
+   }
+   void inUseOifSetDel(OifSetPtr s) {
+      livingRecords_.inUseIs(s, nullptr);
+      inUseOifSet_.del(self(), s);
+   }
    typename InUseOifSetColl::Iterator inUseOifSetDel(typename InUseOifSetColl::Iterator it) {
+      livingRecords_.inUseIs(it->first, nullptr);
       return inUseOifSet_.del(self(), it);
    }
-   void inUseOifSetDelAll() { inUseOifSet_.delAll(self()); }
+   void inUseOifSetDelAll() {
+      livingRecords_.inUseDelAll();
+      inUseOifSet_.delAll(self());
+   }
    void inUseOifSetNotify(OifSetPtr s) { inUseOifSet_.notify(self(), s); }
 
    // The zombies, the next to expire first. An entry keeps its record alive; removing it may free

@@ -15,15 +15,17 @@ void describeOifSetTables(Qor::Describe<Switch>& type) {
    using Frr = typename Tables::FrrMtableOifSetColl;
    using FrrProcessing = typename Tables::FrrProcessingOifSetColl;
    type.template collection<InUse, Tables, &Tables::inUseOifSet, &Tables::inUseOifSetDel,
-                            &Tables::inUseOifSetDelAll, &Tables::inUseOifSetNotify>();
+                            &Tables::inUseOifSetDelAll, &Tables::inUseOifSetNotify,
+                            &Tables::inUseOifSetIs>();
    type.template collection<Zombie, Tables, &Tables::zombieOifSet, &Tables::zombieOifSetDel,
                             &Tables::zombieOifSetDelAll, &Tables::zombieOifSetNotify,
                             &Tables::zombieOifSetIs>();
    type.template collection<Frr, Tables, &Tables::frrMtableOifSet, &Tables::frrMtableOifSetDel,
-                            &Tables::frrMtableOifSetDelAll, &Tables::frrMtableOifSetNotify>();
+                            &Tables::frrMtableOifSetDelAll, &Tables::frrMtableOifSetNotify,
+                            &Tables::frrMtableOifSetIs>();
    type.template collection<FrrProcessing, Tables, &Tables::frrProcessingOifSet,
                             &Tables::frrProcessingOifSetDel, &Tables::frrProcessingOifSetDelAll,
-                            &Tables::frrProcessingOifSetNotify>();
+                            &Tables::frrProcessingOifSetNotify, &Tables::frrProcessingOifSetIs>();
    type.template operation<&Tables::newZombieOifSet>("record");
 }
 

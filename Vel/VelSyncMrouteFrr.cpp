@@ -35,20 +35,22 @@ void MrouteSwitchSm::updateFrrMtableOif(Lnet::IntfId intfId) {
    auto const& armed = chip->frrMtableOifSet();
    VEL_TRACE(8,
              __PRETTY_FUNCTION__ << " FrrSwitch from " << intfId << ", frrOifs " << armed.size());
+   Qor::Seconds const begun = Qor::now();
    for (auto entry = armed.begin(); entry != armed.end();) {
-      OifSetPtr const oifSet = entry->first;
-      PortVlanSet const& set = oifSet->portVlanSet();
+      PortVlanSet const& set = entry->first->portVlanSet();
       if (!reroutedOn(set, intfId)) {
          VEL_TRACE(8, " skip frrMtableOif " << set);
          if (set.currentIif() != intfId) {
-            VEL_BLIP(" skip Frr, currentIif %s", set.currentIif());
+            VEL_BLIP_AT(begun, " skip Frr, currentIif %s", set.currentIif());
          } else {
-            VEL_BLIP("No need for inplace update, invalid currentIif: %s, or portVlanFrrs: %s",
-                     set.currentIif().isNull(), set.portVlanFrr().size());
+            VEL_BLIP_AT(begun,
+                        "No need for inplace update, invalid currentIif: %s, or portVlanFrrs: %s",
+                        set.currentIif().isNull(), set.portVlanFrr().size());
          }
          ++entry;
          continue;
       }
+      OifSetPtr const oifSet = entry->first;
       auto const record = chip->inUseRecord(oifSet);
       bool const live = record && !record->zombie().isZombie();
       if (live) record->dirtyIs(true);

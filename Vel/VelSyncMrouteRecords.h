@@ -13,6 +13,7 @@
 #pragma once
 
 #include "MrouteLib/RouteHandle.h"
+#include "Qor/Pool.h"
 #include "Vel/VelOifSetRecord.h"
 #include "Vel/VelSyncMrouteKeys.h"
 
@@ -21,7 +22,8 @@ namespace Vel {
 class MrouteSwitch;
 
 // What counts as a user of the record, and how it ends: Vel/VelOifSetRecord.h.
-class QOR_PUBLIC MtableOifSet final : public OifSetRecord<MtableOifSet, MrouteSwitch> {
+class QOR_PUBLIC MtableOifSet final : public OifSetRecord<MtableOifSet, MrouteSwitch>,
+                                      public Qor::Pooled {
  public:
    class Notifiee : public Qor::NotifieeOf<MtableOifSet> {
     public:
@@ -72,7 +74,7 @@ using MtableOifSetPtr = RecordName<MtableOifSet>;
 QOR_PUBLIC std::ostream& operator<<(std::ostream& os, MtableOifSet const& record);
 
 // A route that the chip holds.
-class QOR_PUBLIC Route final : public Qor::Entity<Route> {
+class QOR_PUBLIC Route final : public Qor::Entity<Route>, public Qor::Pooled {
  public:
    using IpGenRouteKey = Routing::Multicast::Fib::IpGenRouteKey;
 

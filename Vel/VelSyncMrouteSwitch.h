@@ -90,9 +90,9 @@ class QOR_PUBLIC MrouteSwitch final
    using OifSetIndexColl =
          Qor::Collection<Qor::HashMap<Qor::U32, bool>, &Notifiee::onOifSetIndexColl,
                          &Notifiee::onOifSetIndexCollImmediate>;
-   using RouteColl = Qor::Collection<Qor::OrderedMap<RouteHandle, RoutePtr>, &Notifiee::onRoute,
+   using RouteColl = Qor::Collection<Qor::NumberMap<RouteHandle, RoutePtr>, &Notifiee::onRoute,
                                      &Notifiee::onRouteImmediate>;
-   using BoundaryColl = Qor::Collection<Qor::OrderedMap<RouteHandle, BoundaryPtr>,
+   using BoundaryColl = Qor::Collection<Qor::NumberMap<RouteHandle, BoundaryPtr>,
                                         &Notifiee::onBoundary, &Notifiee::onBoundaryImmediate>;
    using RouteKeyToHandleColl =
          Qor::Collection<Qor::HashMap<RouteKeyVlanId, RouteHandle>, &Notifiee::onRouteKeyToHandle,

@@ -24,7 +24,7 @@ AsyncPath::AsyncPath(Surroundings const& s, PlatformPtr platform, RouteStatusPtr
       : SwitchPathOn(Vel::Mroute::asyncMrouteSwitchFactory("switch1", routeStatus, platform)),
         platform_(std::move(platform)),
         routeStatus_(std::move(routeStatus)),
-        bfdAppStatus_(Qor::make<Bfd::AppStatus>()),
+        bfdAppStatus_(s.bfdAppStatus),
         routeProgrammer_(mrouteSwitch(), Qor::make<MrouteLib::MrouteTableColl>(), s.mfibHwStatus),
         reactor_(Vel::Mroute::AsyncMrouteSwitchSmIs(
               mrouteSwitch(), s.intfVlanIdTable, s.mfibConfig, s.mfibHwStatus, platform_,
@@ -37,6 +37,12 @@ TreeRoots AsyncPath::roots() const {
            {"routeStatus", Qor::toGeneric(routeStatus_)},
            {"sm/1", Qor::toGeneric(reactor_)},
            {"switch/1", Qor::toGeneric(mrouteSwitch())}};
+}
+
+bool AsyncPath::sweepUnadopted() {
+   bool const all = platform_->sweepUnadopted();
+   routeProgrammer_.tryAgain();
+   return all;
 }
 
 void AsyncPath::timelineIs(Timeline* timeline) {

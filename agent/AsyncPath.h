@@ -23,6 +23,9 @@ class AsyncPath final : public SwitchPathOn<Vel::Mroute::AsyncMrouteSwitch> {
 
    Sim::Faults& faults() override { return platform_->faults(); }
    std::vector<Qor::String> audit() const override { return platform_->audit(); }
+   std::vector<Qor::String> platformFaults() const override {
+      return platform_->violations().texts();
+   }
    bool writesPending() const override { return platform_->queue()->pending() != 0; }
    Qor::U32 groupsAllocated() const override { return platform_->groupsAllocated(); }
 
@@ -31,6 +34,12 @@ class AsyncPath final : public SwitchPathOn<Vel::Mroute::AsyncMrouteSwitch> {
    }
 
    TreeRoots roots() const override;
+   void detach(Qor::U32 applied) override { platform_->detach(applied); }
+   Sim::Found const& found() const override { return platform_->found(); }
+   std::vector<Sim::FoundRoute> foundRoutes() const override { return platform_->foundRoutes(); }
+   bool sweepUnadopted() override;
+   void reroute(Lnet::IntfId intf) override { reactor_->updateFrrMtableOif(intf); }
+
    void timelineIs(Timeline* timeline) override;
 
  private:

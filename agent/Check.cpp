@@ -65,7 +65,7 @@ class Check {
          if (route.resolved && route.iif) checkRoute(id, route);
       }
       checkNothingElse();
-      for (std::string const& fault : simulated_.path().audit()) {
+      for (std::string const& fault : simulated_.audit()) {
          result_.differences.push_back("chip: " + fault);
       }
       return std::move(result_);

@@ -34,6 +34,14 @@ RouteProgrammer::RouteProgrammer(Qor::Ptr<MrouteLib::MrouteTableColl> tableColl,
 
 RouteProgrammer::~RouteProgrammer() = default;
 
+void RouteProgrammer::Counters::add(Counters const& other) {
+   resurrections += other.resurrections;
+   purges += other.purges;
+   failedWrites += other.failedWrites;
+   unchanged += other.unchanged;
+   refusals += other.refusals;
+}
+
 void RouteProgrammer::releaseAll() {
    for (auto& [name, table] : vrfs_) {
       for (auto& [key, route] : table)
@@ -160,6 +168,11 @@ void RouteProgrammer::roomIs(Table table) {
    schedulePass();
 }
 
+void RouteProgrammer::tryAgain() {
+   for (Table const table : {Table::group, Table::entry, Table::boundary})
+      roomIs(table);
+}
+
 // One pass: what is marked first, since it may give room; then those who wait for room.
 void RouteProgrammer::runPass() {
    Qor::U32 budget = routesPerPass;
@@ -168,12 +181,15 @@ void RouteProgrammer::runPass() {
       work_.pop_front();
       process(*route);
    }
-   for (WaitingQueue& queue : waiting_)
-      budget = wake(queue, budget);
+   bool more = false;
+   if (!recovery_) {
+      for (WaitingQueue& queue : waiting_)
+         budget = wake(queue, budget);
+      for (WaitingQueue const& queue : waiting_)
+         more = more || (queue.room() && !queue.empty());
+   }
    if (std::exchange(wrote_, false)) commit();
-   bool more = !work_.empty();
-   for (WaitingQueue const& queue : waiting_)
-      more = more || (queue.room() && !queue.empty());
+   more = more || !work_.empty();
    clock_->timeMinIs(more ? Qor::now() : Qor::never);
 }
 
@@ -288,6 +304,11 @@ void RouteProgrammer::place(Route& route) {
 // A route that is not in hardware lets those go first who wait for what it needs. That somebody
 // comes is a good time for the first of them to try again.
 bool RouteProgrammer::mustQueue(Route& route) {
+   if (recovery_) {
+      std::optional<Table> const kept = keptForOthers(route);
+      if (kept) wait(route, stateFor(*kept));
+      return kept.has_value();
+   }
    if (!queue(Table::group).empty() && needsGroup(route)) {
       OifSetPtr const oifSet = tableColl_->oifSet(route.target_->set);
       if (!oifSet || !sharable(oifSet).value_or(false)) {
@@ -300,6 +321,25 @@ bool RouteProgrammer::mustQueue(Route& route) {
    if (!table || queue(*table).empty()) return false;
    queueUp(route, *table);
    return true;
+}
+
+// During a recovery: the table in which all that there is may be what others come for.
+std::optional<Table> RouteProgrammer::keptForOthers(Route const& route) {
+   if (recovery_->found(route)) return std::nullopt;
+   std::vector<Table> needed;
+   if (auto const table = entryTable(route)) needed.push_back(*table);
+   OifSetPtr const oifSet = needsGroup(route) ? tableColl_->oifSet(route.target_->set) : nullptr;
+   bool const shares = oifSet && sharable(oifSet).value_or(false);
+   if (needsGroup(route) && !shares) needed.push_back(Table::group);
+   auto const free = [this](Table table) -> Qor::U32& {
+      return recovery_->free[static_cast<std::size_t>(table)];
+   };
+   for (Table const table : needed) {
+      if (free(table) == 0) return table;
+   }
+   for (Table const table : needed)
+      --free(table);
+   return std::nullopt;
 }
 
 void RouteProgrammer::queueUp(Route& route, Table table) {

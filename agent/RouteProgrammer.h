@@ -33,9 +33,11 @@
 
 #include <array>
 #include <deque>
+#include <functional>
 #include <map>
 #include <memory>
 #include <optional>
+#include <utility>
 
 #include "Qor/Clock.h"
 #include "Routing/Multicast/Fib/Hardware/Status.h"
@@ -57,6 +59,8 @@ class RouteProgrammer {
       Qor::U64 failedWrites = 0;   // changes whose writes failed
       Qor::U64 unchanged = 0;      // updates that changed nothing
       Qor::U64 refusals = 0;       // times a route had to wait for room
+
+      void add(Counters const& other);
    };
 
    virtual ~RouteProgrammer();
@@ -69,6 +73,24 @@ class RouteProgrammer {
    void routeDel(L3::VrfName const& vrf, RouteKey const& key);
    // Routes that wait for this VRF's status try again.
    void vrfReady(L3::VrfName const& vrf);
+
+   // After a restart, until all routes have been told. A route whose entry is found on the chip
+   // queues behind nobody: what it needs may be there, too. Others get no more than what is free
+   // between them, lest they take over what those still come for, and who waits for room does so
+   // until the end of it.
+   struct Recovery {
+      std::function<bool(Route const&)> found;  // by its target
+      std::array<Qor::U32, tables> free{};      // by Table
+   };
+   bool recovering() const { return recovery_.has_value(); }
+   void recoveryIs(Recovery recovery) { recovery_ = std::move(recovery); }
+   // All have been told: those who wait try again in the next pass.
+   void recoveryDone() {
+      recovery_.reset();
+      tryAgain();
+   }
+   // There may be room that nobody has announced: those who wait try again.
+   void tryAgain();
 
    // The wanted route, or null. Valid until the next pass.
    Route const* route(L3::VrfName const& vrf, RouteKey const& key) const;
@@ -95,7 +117,9 @@ class RouteProgrammer {
    Qor::U32 waiting() const;  // how many stand in a queue for room
    Counters const& counters() const { return counters_; }
    // Whether all is done that can be done: nothing marked, nothing under way.
-   bool settled() const { return work_.empty() && programming_ == 0; }
+   bool settled() const { return lookedAtAll() && programming_ == 0; }
+   // Whether no route is marked: all have been placed, or refused, as they are wanted.
+   bool lookedAtAll() const { return work_.empty(); }
 
  protected:
    using RoutePtr = Qor::Ptr<Route>;
@@ -192,6 +216,7 @@ class RouteProgrammer {
    }
    WaitingQueue& queue(Table table) { return waiting_[static_cast<std::size_t>(table)]; }
    bool mustQueue(Route& route);
+   std::optional<Table> keptForOthers(Route const& route);
    void queueUp(Route& route, Table table);
    void wait(Route& route, State state);
    void waitNoMore(Route& route);
@@ -222,6 +247,7 @@ class RouteProgrammer {
    Qor::U32 wantedRoutes_ = 0;
    Qor::U32 programming_ = 0;
    bool wrote_ = false;  // in this pass
+   std::optional<Recovery> recovery_;
    Counters counters_;
    Qor::Ptr<Qor::Clock> const clock_;
    std::unique_ptr<QorClock> clockReactor_;

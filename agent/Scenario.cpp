@@ -61,8 +61,8 @@ char const* nameOf(Count count) {
    static constexpr char const* names[counts] = {
          "groupCreate",  "groupUpdate",    "groupDelete",    "routeCreate",   "routePoint",
          "routeDelete",  "boundaryCreate", "boundaryDelete", "resurrections", "purges",
-         "failedWrites", "unchanged",      "refusals",       "sent",          "lost",
-         "duplicated",   "writes"};
+         "failedWrites", "unchanged",      "refusals",       "adopted",       "swept",
+         "sent",         "lost",           "duplicated",     "writes"};
    return names[static_cast<std::size_t>(count)];
 }
 

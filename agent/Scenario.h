@@ -23,6 +23,7 @@
 #include "Routing/Multicast/Fib/IpGenRouteKey.h"
 #include "agent/InputError.h"
 #include "agent/Path.h"
+#include "agent/Replay.h"
 #include "platform/sim/Chip.h"
 
 namespace Agent::Scenario {
@@ -139,6 +140,17 @@ struct Fault {
    std::optional<std::uint64_t> seed;
 };
 
+// The agent crashes and starts again; the chip goes on.
+struct Restart {
+   std::optional<std::vector<RouteRun>> replay;  // the routes that are told again; absent: all
+   RestartOptions::Order order = RestartOptions::Order::sorted;
+   std::uint64_t seed = 1;
+   double begin = 0;           // seconds until the first of them is told
+   double over = 0;            // seconds from the first of them to the last
+   double complete = 0;        // seconds until they are said to be all
+   std::uint32_t applied = 0;  // writes under way that still reach the chip
+};
+
 // What is counted "since the mark" counts from here.
 struct Mark {
    std::string text;
@@ -178,6 +190,8 @@ enum class Count : unsigned char {
    failedWrites,
    unchanged,
    refusals,
+   adopted,
+   swept,
    // The player's own, about the packets of traffic lines:
    sent,
    lost,        // came out nowhere
@@ -185,8 +199,8 @@ enum class Count : unsigned char {
    // All kinds of writes together.
    writes,
 };
-inline constexpr std::size_t counts = 17;
-inline constexpr std::size_t targetCounts = 13;  // those before `sent`
+inline constexpr std::size_t counts = 19;
+inline constexpr std::size_t targetCounts = 15;  // those before `sent`
 
 char const* nameOf(State state);
 char const* nameOf(Count count);
@@ -233,7 +247,7 @@ struct Expect {
 };
 
 using Event = std::variant<Settings, Route, Withdraw, Link, Bfd, Traffic, Config, Counter, Fault,
-                           Mark, Show, Expect>;
+                           Restart, Mark, Show, Expect>;
 
 // One line of a scenario.
 struct Line {

@@ -199,6 +199,38 @@ Fault faultFrom(json const& value) {
    return fault;
 }
 
+Restart restartFrom(json const& value) {
+   using Order = RestartOptions::Order;
+   Fields const fields(value, "restart",
+                       {"replay", "order", "seed", "begin", "over", "complete", "applied"});
+   Restart restart;
+   if (json const* replay = fields.find("replay"); replay && *replay != "all") {
+      std::string const path = fields.at("replay");
+      auto& runs = restart.replay.emplace();
+      for (std::size_t i = 0; i < listAt(*replay, path).size(); ++i) {
+         runs.push_back(
+               runFields(Fields((*replay)[i], indexed(path, i), {"vrf", "src", "dst", "groups"})));
+      }
+   }
+   if (fields.find("order")) {
+      restart.order = fields.named("order", "order",
+                                   Names<Order>{{"sorted", Order::sorted},
+                                                {"reversed", Order::reversed},
+                                                {"shuffled", Order::shuffled}});
+   }
+   if (fields.find("seed")) {
+      restart.seed = fields.whole("seed", 0, std::numeric_limits<std::uint64_t>::max());
+   }
+   if (fields.find("begin")) restart.begin = fields.number("begin", 0, maxTime);
+   if (fields.find("over")) restart.over = fields.number("over", 0, maxTime);
+   restart.complete = restart.begin + restart.over;
+   if (fields.find("complete")) {
+      restart.complete = fields.number("complete", restart.complete, maxTime);
+   }
+   if (fields.find("applied")) restart.applied = fields.whole32("applied", 0, 1'000'000);
+   return restart;
+}
+
 Show showFrom(json const& value) {
    Show show;
    if (listAt(value, "show").empty()) refuse("show", "no table");
@@ -224,6 +256,7 @@ Event eventFrom(std::string const& kind, json const& value, double at) {
    if (kind == "config") return configFrom(value);
    if (kind == "counter") return counterFrom(value);
    if (kind == "fault") return faultFrom(value);
+   if (kind == "restart") return restartFrom(value);
    if (kind == "mark") return Mark{textAt(value, kind)};
    if (kind == "show") return showFrom(value);
    return expectFrom(value);

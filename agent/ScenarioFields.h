@@ -108,9 +108,9 @@ std::optional<Range> optionalRange(Fields const& fields, std::string const& key)
 
 // The event under `kind`, one of eventKinds, at a time.
 Event eventFrom(std::string const& kind, json const& value, double at);
-inline constexpr char const* eventKinds[] = {"scenario", "route",   "withdraw", "link",
-                                             "bfd",      "traffic", "config",   "counter",
-                                             "fault",    "mark",    "show",     "expect"};
+inline constexpr char const* eventKinds[] = {"scenario", "route",  "withdraw", "link",  "bfd",
+                                             "traffic",  "config", "counter",  "fault", "restart",
+                                             "mark",     "show",   "expect"};
 
 Expect expectFrom(json const& value);
 

@@ -173,6 +173,10 @@ void ScenarioPlayer::play(Fault const& fault) {
    target_.faultIs(fault);
 }
 
+void ScenarioPlayer::play(Scenario::Restart const& restart) {
+   target_.restart(restart);
+}
+
 void ScenarioPlayer::play(Mark const& m) {
    mark();
    target_.marked(m.text);

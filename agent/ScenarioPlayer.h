@@ -92,6 +92,7 @@ class ScenarioPlayer {
    void play(Scenario::Config const& config);
    void play(Scenario::Counter const& counter);
    void play(Scenario::Fault const& fault);
+   void play(Scenario::Restart const& restart);
    void play(Scenario::Mark const& mark);
    void play(Scenario::Show const& show);
    void play(Scenario::Expect const& expect);

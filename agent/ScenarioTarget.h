@@ -89,6 +89,8 @@ class ScenarioTarget {
    virtual void counterRouteIs(L3::VrfName const& vrf, Scenario::RouteKey const& key,
                                bool counted) = 0;
    virtual void faultIs(Scenario::Fault const& fault) = 0;
+   // Refused: a route to be told again that is not wanted.
+   virtual void restart(Scenario::Restart const& restart) = 0;
    // Sends one packet through the chip, where it counts as traffic of the route it hits. It comes
    // in over the interface whatever the link's state is.
    virtual Copies send(Packet const& packet) = 0;

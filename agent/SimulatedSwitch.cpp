@@ -27,10 +27,20 @@ SimulatedSwitch::SimulatedSwitch(Path path, Sim::ChipConfig const& config, Inter
                                  PathConfig const& pathConfig)
       : intfMap_(std::move(intfMap)),
         activity_(newVirtualTime()),
-        surroundings_{Qor::make<Sim::Chip>(config), Qor::make<Routing::Multicast::Fib::VrfConfig>(),
+        pathKind_(path),
+        pathConfig_(pathConfig),
+        surroundings_{Qor::make<Sim::Chip>(config),
+                      Qor::make<Routing::Multicast::Fib::VrfConfig>(),
                       Qor::make<Routing::Multicast::Fib::Hardware::Status>(),
-                      Qor::make<IntfVlanId::Table>(), Qor::make<Interface::EthIntfStatusDir>()},
-        path_(SwitchPath::make(path, surroundings_, pathConfig)) {
+                      Qor::make<IntfVlanId::Table>(),
+                      Qor::make<Interface::EthIntfStatusDir>(),
+                      Qor::make<Bfd::AppStatus>()},
+        path_(newPath()),
+        replay_(
+              [this](RouteId const& id, WantedRoute const& wanted) {
+                 routeProgrammer().routeIs(id.vrf, id.key, wanted);
+              },
+              [this] { return replayComplete(); }) {
    learnVrf(L3::VrfName("default"));
 }
 
@@ -43,7 +53,7 @@ void SimulatedSwitch::apply(CaptureEvent const& event) {
 }
 
 void SimulatedSwitch::settle() {
-   while (!routeProgrammer().settled() || path_->writesPending()) {
+   while (!routeProgrammer().settled() || path_->writesPending() || recovering()) {
       activity_->runUntil(activity_->nextDeadline());
    }
 }
@@ -108,7 +118,7 @@ void SimulatedSwitch::learnVrf(L3::VrfName const& vrf) {
 
 void SimulatedSwitch::apply(MrouteEvent const& event) {
    if (event.deleted || !event.resolved || !event.iif) {
-      routeProgrammer().routeDel(event.vrf, event.key);
+      routeDel(event.vrf, event.key);
       return;
    }
    WantedRoute wanted;
@@ -123,7 +133,7 @@ void SimulatedSwitch::apply(MrouteEvent const& event) {
          wanted.set.newPortVlan(MrouteLib::PortVlan(oif, out.vlan), true);
       }
    }
-   routeProgrammer().routeIs(event.vrf, event.key, std::move(wanted));
+   routeIs(event.vrf, event.key, std::move(wanted));
 }
 
 void SimulatedSwitch::apply(LinkEvent const& event) {
@@ -151,12 +161,16 @@ void SimulatedSwitch::apply(SnapshotEvent const& event) {
    for (MrouteEvent const& route : event.routes)
       listed.insert({route.vrf, route.key});
    std::vector<RouteId> gone;
+   auto const look = [&](RouteId const& id) {
+      if (event.covers(id.vrf, id.key) && !listed.contains(id)) gone.push_back(id);
+   };
    routeProgrammer().forEachRoute([&](RouteProgrammer::Route const& route) {
-      RouteId id{route.vrf(), route.key()};
-      if (event.covers(id.vrf, id.key) && !listed.contains(id)) gone.push_back(std::move(id));
+      look({route.vrf(), route.key()});
    });
+   for (auto const& [id, wanted] : replay_.left())
+      look(id);
    for (RouteId const& id : gone)
-      routeProgrammer().routeDel(id.vrf, id.key);
+      routeDel(id.vrf, id.key);
    for (MrouteEvent const& route : event.routes)
       apply(route);
 }

@@ -7,12 +7,19 @@
 // its containers make ever new ones. A route's incoming interface gives its accepting vlan. A route
 // that is unresolved, or has no incoming interface, is not in hardware: there is nothing to accept
 // packets from.
+//
+// A restart is a crash of the agent: everything between the inputs and the chip goes, and the
+// hardware status with it, while the chip goes on with what is in its tables. What lives elsewhere
+// stays: interfaces, links, BFD sessions, VRFs, configuration. A new path is made on the chip, the
+// hardware status is rebuilt from the routes found there, the routing layer tells its routes again
+// (agent/Replay.h), and what it has not told in the end is removed from the chip.
 #pragma once
 
 #include <map>
 
 #include "agent/CaptureEvent.h"
 #include "agent/InterfaceMap.h"
+#include "agent/Replay.h"
 #include "agent/SwitchPath.h"
 
 namespace Agent {
@@ -39,6 +46,8 @@ class SimulatedSwitch {
    void settle();
 
    // What the routing layer and its surroundings tell the switch, where no capture does.
+   void routeIs(L3::VrfName const& vrf, RouteProgrammer::RouteKey const& key, WantedRoute wanted);
+   void routeDel(L3::VrfName const& vrf, RouteProgrammer::RouteKey const& key);
    RouteProgrammer& routeProgrammer() { return path_->routeProgrammer(); }
    Routing::Multicast::Fib::VrfConfig& mfibConfig() { return *surroundings_.mfibConfig; }
    // The port's state, and what the software hears of it. Nothing for a name without a port.
@@ -50,6 +59,20 @@ class SimulatedSwitch {
    // Where the entity tree begins, by name: what surrounds the path, and the path's own.
    TreeRoots roots() const;
 
+   // The agent crashes and starts again. What referred to its objects is invalid. May happen again
+   // at any time, also before the routing layer has told everything.
+   void restart(RestartOptions const& options);
+   // From a restart until the last found entry or group has been taken over or removed.
+   bool recovering() const { return replay_.underWay(); }
+   // When the agent has started; activity from before then is not known to it.
+   Qor::Seconds startedAt() const { return startedAt_; }
+   // The routes that the routing layer wants, whether or not it has told this agent yet.
+   Replay::Routes wantedRoutes() const;
+
+   // Shows the agent in the timeline from now on, and those that follow it; null: no more. The
+   // timeline outlives that.
+   void timelineIs(Timeline* timeline);
+
    Qor::ActivityManager& activity() { return *activity_; }
    Qor::ActivityManager const& activity() const { return *activity_; }
    Sim::Chip& chip() { return *surroundings_.chip; }
@@ -60,6 +83,17 @@ class SimulatedSwitch {
       return *surroundings_.mfibHwStatus;
    }
    RouteProgrammer const& routeProgrammer() const { return path().routeProgrammer(); }
+   // Of all agents so far.
+   struct Figures {
+      RouteProgrammer::Counters programmer;
+      Qor::U64 restarts = 0;
+      Qor::U64 adopted = 0;             // groups and entries that were found and taken over
+      Qor::U64 swept = 0;               // those that were removed
+      std::vector<Qor::String> faults;  // of their platforms
+   };
+   Figures figures() const;
+   // What is wrong with the platform and its chip, and was with earlier ones, a line each.
+   std::vector<Qor::String> audit() const;
    InterfaceMap const& interfaceMap() const { return intfMap_; }
    // Null for a VRF that has not been seen.
    std::optional<Vel::VrfId> vrfId(L3::VrfName const& vrf) const;
@@ -67,6 +101,13 @@ class SimulatedSwitch {
    Intf const& intf(Lnet::IntfId id) const;
 
  private:
+   std::unique_ptr<SwitchPath> newPath() const {
+      return SwitchPath::make(pathKind_, surroundings_, pathConfig_);
+   }
+   bool isFound(RouteProgrammer::Route const& route) const;
+   std::optional<Qor::Seconds> replayComplete();
+   void withdrawUnwanted();
+   void rerouteWhereDown();
    void learn(CaptureEvent const& event);
    void apply(MrouteEvent const& event);
    void apply(LinkEvent const& event);
@@ -83,8 +124,14 @@ class SimulatedSwitch {
    std::map<L3::VrfName, Vel::VrfId> vrfIds_;
    std::size_t portsMade_ = 0;  // interfaces of the map that the chip knows
    Qor::Ptr<Qor::ActivityManager> const activity_;
-   Surroundings const surroundings_;
-   std::unique_ptr<SwitchPath> const path_;
+   Path const pathKind_;
+   PathConfig const pathConfig_;
+   Surroundings surroundings_;
+   std::unique_ptr<SwitchPath> path_;
+   Replay replay_;
+   Timeline* timeline_ = nullptr;
+   Figures before_;  // of the agents that have crashed
+   Qor::Seconds startedAt_ = 0;
 };
 
 }  // namespace Agent

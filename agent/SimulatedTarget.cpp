@@ -68,11 +68,11 @@ void SimulatedTarget::routeIs(Route const& route) {
       wanted.fastdrop.push_back({intf, learn(intf).vlan});
    }
    simulated_.learnVrf(route.vrf);
-   simulated_.routeProgrammer().routeIs(route.vrf, route.key, std::move(wanted));
+   simulated_.routeIs(route.vrf, route.key, std::move(wanted));
 }
 
 void SimulatedTarget::routeDel(L3::VrfName const& vrf, Scenario::RouteKey const& key) {
-   simulated_.routeProgrammer().routeDel(vrf, key);
+   simulated_.routeDel(vrf, key);
 }
 
 void SimulatedTarget::linkIs(Lnet::IntfId intf, Interface::IntfOperStatus state) {
@@ -123,6 +123,29 @@ void SimulatedTarget::faultIs(Scenario::Fault const& fault) {
    if (auto const& f = fault.failNext) faults.failNext(f->write, f->reason, f->count);
    if (auto const& f = fault.slowNext) faults.slowNext(f->nth, f->extra);
    if (auto const& f = fault.rate) faults.rateIs(f->write, f->probability);
+}
+
+void SimulatedTarget::restart(Scenario::Restart const& restart) {
+   RestartOptions options;
+   options.order = restart.order;
+   options.seed = restart.seed;
+   options.begin = restart.begin;
+   options.over = restart.over;
+   options.complete = restart.complete;
+   options.applied = restart.applied;
+   if (restart.replay) {
+      auto const wanted = simulated_.wantedRoutes();
+      auto& only = options.only.emplace();
+      for (Scenario::RouteRun const& run : *restart.replay) {
+         for (std::uint32_t i = 0; i < run.groups; ++i) {
+            RouteId const id{run.vrf, run.key(i)};
+            if (!wanted.contains(id)) throw ScenarioRefused(id.toString() + " is not wanted");
+            only.insert(id);
+         }
+      }
+   }
+   note("restart");
+   simulated_.restart(options);
 }
 
 ScenarioTarget::Copies SimulatedTarget::send(Packet const& packet) {
@@ -191,7 +214,8 @@ std::uint64_t SimulatedTarget::value(Scenario::State state) const {
 }
 
 std::uint64_t SimulatedTarget::value(Scenario::Count count) const {
-   auto const& counters = std::as_const(simulated_).routeProgrammer().counters();
+   auto const figures = simulated_.figures();
+   auto const& counters = figures.programmer;
    Sim::Chip const& chip = simulated_.chip();
    switch (count) {
       case Scenario::Count::groupCreate:
@@ -220,6 +244,10 @@ std::uint64_t SimulatedTarget::value(Scenario::Count count) const {
          return counters.unchanged;
       case Scenario::Count::refusals:
          return counters.refusals;
+      case Scenario::Count::adopted:
+         return figures.adopted;
+      case Scenario::Count::swept:
+         return figures.swept;
       default:
          return 0;  // the player's own
    }

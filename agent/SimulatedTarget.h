@@ -26,13 +26,14 @@ class SimulatedTarget final : public ScenarioTarget {
    void counterRouteIs(L3::VrfName const& vrf, Scenario::RouteKey const& key,
                        bool counted) override;
    void faultIs(Scenario::Fault const& fault) override;
+   void restart(Scenario::Restart const& restart) override;
    Copies send(Packet const& packet) override;
 
    RouteFacts route(L3::VrfName const& vrf, Scenario::RouteKey const& key) const override;
    std::uint64_t value(Scenario::State state) const override;
    std::uint64_t value(Scenario::Count count) const override;
    std::vector<std::string> check() override;
-   std::vector<std::string> audit() const override { return simulated_.path().audit(); }
+   std::vector<std::string> audit() const override { return simulated_.audit(); }
 
    void show(std::vector<std::string> const& views) override;
    void marked(std::string const& text) override { note(text); }

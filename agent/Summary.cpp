@@ -66,7 +66,8 @@ ordered_json summaryJson(RunFigures const& figures, SimulatedSwitch const& simul
       groupsInUse -= !Sim::isHardWired(zombie.group);
    // Each route of a snapshot is as much work as an event.
    std::uint64_t const changes = figures.events - figures.snapshots + figures.snapshotRoutes;
-   auto const& counters = programmer.counters();
+   SimulatedSwitch::Figures const all = simulated.figures();
+   auto const& counters = all.programmer;
 
    ordered_json j;
    j["events"] = {{"total", figures.events},
@@ -101,6 +102,7 @@ ordered_json summaryJson(RunFigures const& figures, SimulatedSwitch const& simul
    j["routeWrites"] = {{"create", chip.writes(Sim::WriteKind::routeCreate)},
                        {"point", chip.writes(Sim::WriteKind::routePoint)},
                        {"delete", chip.writes(Sim::WriteKind::routeDelete)}};
+   j["restarts"] = {{"restarts", all.restarts}, {"adopted", all.adopted}, {"swept", all.swept}};
    j["failedWrites"] = counters.failedWrites;
    j["peak"] = {{"groups", chip.groupsPeak()},
                 {"groupCapacity", chip.config().groups},
@@ -151,6 +153,12 @@ void printSummary(std::ostream& os, ordered_json const& s) {
    os << "route writes   " << n(routeWrites, "create") << " create, " << n(routeWrites, "point")
       << " point, " << n(routeWrites, "delete") << " delete; " << n(routes, "unchangedUpdates")
       << " updates changed nothing\n";
+   auto const& restarts = s.at("restarts");
+   if (restarts.at("restarts") != 0) {
+      os << "restarts       " << n(restarts, "restarts") << ": " << n(restarts, "adopted")
+         << " groups and entries taken over from the chip, " << n(restarts, "swept")
+         << " removed\n";
+   }
    if (s.at("failedWrites") != 0) os << "failed writes  " << n(s, "failedWrites") << '\n';
    auto const& peak = s.at("peak");
    os << "peak use       groups " << n(peak, "groups") << " of " << n(peak, "groupCapacity")

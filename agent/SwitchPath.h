@@ -18,6 +18,7 @@
 #include "agent/Timeline.h"
 #include "platform/sim/Chip.h"
 #include "platform/sim/Faults.h"
+#include "platform/sim/Found.h"
 
 namespace Agent {
 
@@ -33,6 +34,7 @@ struct Surroundings {
    Qor::Ptr<Routing::Multicast::Fib::Hardware::Status> mfibHwStatus;
    Qor::Ptr<IntfVlanId::Table> intfVlanIdTable;
    Qor::Ptr<Interface::EthIntfStatusDir> ethIntfStatusDir;
+   Qor::Ptr<Bfd::AppStatus> bfdAppStatus;
 };
 
 // A record of an oif set in the chip's replication table.
@@ -76,6 +78,8 @@ class SwitchPath {
    virtual std::vector<Qor::String> audit() const = 0;
    // Writes that are issued and not yet on the chip.
    virtual bool writesPending() const = 0;
+   // What the platform was asked wrongly, or has found to differ; a part of audit().
+   virtual std::vector<Qor::String> platformFaults() const = 0;
    virtual Qor::U32 groupsAllocated() const = 0;
    // The chip's entry of the handle; null for a handle without one.
    virtual Sim::Entry const* entry(MrouteLib::RouteHandle handle) const = 0;
@@ -86,6 +90,19 @@ class SwitchPath {
    virtual std::optional<Qor::U64> counter(RouteProgrammer::RouteKey const&) const {
       return std::nullopt;
    }
+
+   // ---- A crash of the agent, and what the next one does about it. ----
+
+   // The platform is taken away before the path goes: nothing that is deleted or withdrawn on the
+   // way down reaches the chip. Of the writes under way the first `applied` still do.
+   virtual void detach(Qor::U32 applied) = 0;
+   virtual Sim::Found const& found() const = 0;
+   virtual std::vector<Sim::FoundRoute> foundRoutes() const = 0;
+   // Removes what was found and not asked for. False: not all of it yet, since writes are under way
+   // that have to be through before.
+   virtual bool sweepUnadopted() = 0;
+   // The interface is down: has the sets rewritten that it hits, as its failure would.
+   virtual void reroute(Lnet::IntfId intf) = 0;
 
    // ---- The table programmer's records. ----
 

@@ -56,6 +56,22 @@ std::vector<Qor::String> SyncPath::audit() const {
    return faults;
 }
 
+std::vector<Qor::String> SyncPath::platformFaults() const {
+   std::vector<Qor::String> faults = platform_->violations().texts();
+   platform_->differences().audit(faults);
+   return faults;
+}
+
+// The switch learns of room by what it deletes itself; this was not its own.
+bool SyncPath::sweepUnadopted() {
+   platform_->sweepUnadopted();
+   if (!platform_->mtableFull(switchId)) mrouteSwitch()->mtableFreeIs(true);
+   if (!platform_->mrouteFull(switchId)) mrouteSwitch()->mrouteTcamFreeIs(true);
+   if (!platform_->mrouteBoundaryFull(switchId)) mrouteSwitch()->boundaryTcamFreeIs(true);
+   routeProgrammer_.tryAgain();
+   return true;
+}
+
 Sim::Entry const* SyncPath::entry(MrouteLib::RouteHandle handle) const {
    if (handle.isNull()) return nullptr;
    Sim::Chip const& chip = *platform_->chip();

@@ -23,6 +23,7 @@ class SyncPath final : public SwitchPathOn<Vel::MrouteSwitch> {
    Sim::Faults& faults() override { return platform_->faults(); }
    // Verifies what waits for it; what was found to differ at any time is part of the audit.
    std::vector<Qor::String> audit() const override;
+   std::vector<Qor::String> platformFaults() const override;
    bool writesPending() const override { return false; }
    Qor::U32 groupsAllocated() const override { return platform_->groupsAllocated(); }
    Sim::Entry const* entry(MrouteLib::RouteHandle handle) const override;
@@ -30,6 +31,12 @@ class SyncPath final : public SwitchPathOn<Vel::MrouteSwitch> {
    std::optional<Qor::U64> counter(RouteProgrammer::RouteKey const& key) const override;
 
    TreeRoots roots() const override;
+   void detach(Qor::U32) override { platform_->detach(); }
+   Sim::Found const& found() const override { return platform_->found(); }
+   std::vector<Sim::FoundRoute> foundRoutes() const override { return platform_->foundRoutes(); }
+   bool sweepUnadopted() override;
+   void reroute(Lnet::IntfId intf) override { reactor_->updateFrrMtableOif(intf); }
+
    void timelineIs(Timeline* timeline) override;
 
  private:

@@ -48,7 +48,8 @@ MtableOifSetPtr SyncRouteProgrammer::newRecord(Route&, OifSetPtr const& set) {
    for (Qor::U32 attempt = 0; attempt < maxAttempts; ++attempt) {
       mrouteSwitch().doAllocateMtableOifSet(set);
       MtableOifSetPtr record = takeRecord();
-      if (record || !mrouteSwitch().mtableFree()) return record;
+      // While there are groups that may be taken over, the table never calls itself full.
+      if (record || recovering() || !mrouteSwitch().mtableFree()) return record;
       writeFailed();
    }
    return nullptr;
@@ -84,7 +85,7 @@ void SyncRouteProgrammer::point(Route& route) {
 Qor::String SyncRouteProgrammer::reason(Route const& route) const {
    switch (route.state()) {
       case State::waitingGroup:
-         return mrouteSwitch().mtableFree()
+         return mrouteSwitch().mtableFree() && !recovering()
                       ? "the replication table could not be written; waits for the next review"
                       : "no free multicast group; waits for a deletion";
       case State::waitingEntry:

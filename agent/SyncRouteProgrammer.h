@@ -40,10 +40,7 @@ class SyncRouteProgrammer final : public SwitchRouteProgrammer<Vel::MrouteSwitch
       void onBoundaryTcamFree() override {
          if (notifier()->boundaryTcamFree()) owner_.roomIs(Table::boundary);
       }
-      void onMrouteReviewKick() override {
-         for (Table const table : {Table::group, Table::entry, Table::boundary})
-            owner_.roomIs(table);
-      }
+      void onMrouteReviewKick() override { owner_.tryAgain(); }
 
     private:
       SyncRouteProgrammer& owner_;

@@ -98,13 +98,24 @@ void Timeline::counter(std::string_view name,
 
 void Timeline::finish() {
    if (finished_) return;
-   for (auto const& reactor : switches_)
-      reactor->settleInstant(Qor::never);
-   while (!open_.empty())
-      end(open_.begin()->first, "open", Qor::now());
+   endAll("open");
    out_ << "\n]}\n";
    out_.flush();
    finished_ = true;
+}
+
+void Timeline::crash() {
+   if (finished_) return;
+   endAll("lost");
+   instant("agent lost", nullptr, processes_);
+}
+
+// Nothing is watched any more.
+void Timeline::endAll(char const* outcome) {
+   for (auto const& reactor : switches_)
+      reactor->settleInstant(Qor::never);
+   while (!open_.empty())
+      end(open_.begin()->first, outcome, Qor::now());
    xacts_.clear();
    switches_.clear();
 }

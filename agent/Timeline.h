@@ -61,6 +61,8 @@ class Timeline {
                 std::initializer_list<std::pair<char const*, double>> const& values,
                 unsigned process = 1);
 
+   // The switches that are shown go without warning: what is under way ends "lost".
+   void crash();
    // Nothing is written after this.
    void finish();
    std::uint64_t events() const { return events_; }
@@ -81,6 +83,7 @@ class Timeline {
    std::uint64_t begin(unsigned process, char const* category, std::string name,
                        Args const& args = nullptr);
    void end(std::uint64_t id, char const* outcome, double time);
+   void endAll(char const* outcome);
    void write(char const* phase, unsigned process, unsigned thread, std::string_view name,
               double time, Args fields);
    void writeInstant(Thread thread, std::string_view name, Args const& args, unsigned process);

@@ -12,11 +12,11 @@ TimelineFile::TimelineFile(std::string path, SimulatedSwitch& simulated)
    if (path_.empty()) return;
    out_.open(path_);
    timeline_ = std::make_unique<Timeline>(out_);
-   simulated_.path().timelineIs(timeline_.get());
+   simulated_.timelineIs(timeline_.get());
 }
 
 TimelineFile::~TimelineFile() {
-   if (timeline_) simulated_.path().timelineIs(nullptr);
+   if (timeline_) simulated_.timelineIs(nullptr);
 }
 
 bool TimelineFile::finish() {

@@ -72,6 +72,12 @@ ordered_json routesJson(SimulatedSwitch const& simulated) {
             row["bytes"] = entry->bytes;
          }
       }
+      auto const vrfStatus = simulated.mfibHwStatus().vrfStatus(route.vrf());
+      if (auto const status = vrfStatus ? vrfStatus->route(route.key()) : nullptr) {
+         // A poll time of 0 is none: what came before the agent's start is not known.
+         if (status->lastPollTime() > 0) row["lastPollTime"] = status->lastPollTime();
+         row["idleSince"] = std::max(status->lastPollTime(), simulated.startedAt());
+      }
       if (auto const counter = simulated.path().counter(route.key())) row["counter"] = *counter;
       if (!offload) row["reason"] = route.reason();
       rows.push_back(std::move(row));

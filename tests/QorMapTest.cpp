@@ -8,6 +8,7 @@
 #include <set>
 
 #include "Qor/HashMap.h"
+#include "Qor/NumberMap.h"
 #include "Qor/OrderedMap.h"
 #include "Qor/Ptr.h"
 
@@ -22,10 +23,18 @@ struct CollidingKey {
    auto operator<=>(CollidingKey const&) const = default;
 };
 
+// As a handle is.
+struct Number {
+   U32 number;
+   U32 value() const { return number; }
+   auto operator<=>(Number const&) const = default;
+};
+
 U32 numberOf(U64 key) {
    return static_cast<U32>(key);
 }
-U32 numberOf(CollidingKey const& key) {
+template <class K>
+U32 numberOf(K const& key) {
    return key.number;
 }
 
@@ -38,7 +47,7 @@ struct Owning {
 template <class Map>
 class QorMap : public testing::Test {};
 using Maps = testing::Types<Qor::HashMap<U64, Owning>, Qor::HashMap<CollidingKey, Owning>,
-                            Qor::OrderedMap<U64, Owning>>;
+                            Qor::OrderedMap<U64, Owning>, Qor::NumberMap<Number, Owning>>;
 TYPED_TEST_SUITE(QorMap, Maps);
 
 TYPED_TEST(QorMap, AgreesWithAPlainMapThroughRandomOperations) {
@@ -114,18 +123,31 @@ TEST(QorMaps, ShowHandlersOfALeavingEntryTheMapWithoutIt) {
    showEmptyMapToTheLeaving<Qor::OrderedMap<Qor::Ptr<Member>, Qor::Ptr<Member>>>();
 }
 
-TEST(QorOrderedMap, IsOrderedAndResumesBehindAKey) {
-   Qor::OrderedMap<U32, U32> map;
-   for (U32 n = 0; n < 10; ++n)
-      map.insert(n * 7 % 10 * 2, n);
-   U32 next = 0;
-   for (auto const& [key, value] : map)
-      EXPECT_EQ(key, std::exchange(next, next + 2));
-   map.take(6);
-   EXPECT_EQ(map.lowerBound(4)->first, 4u);
-   EXPECT_EQ(map.upperBound(4)->first, 8u);
-   EXPECT_EQ(map.lowerBound(6)->first, 8u);
-   EXPECT_TRUE(map.upperBound(18) == std::as_const(map).end());
+// Keys that lie side by side, and keys with the whole range of numbers between them.
+template <class Map>
+void isOrderedAndResumesBehindAKey() {
+   for (U32 const step : {2u, 400'000'000u}) {
+      Map map;
+      auto const key = [&](U32 n) { return typename Map::Key{n * step}; };
+      for (U32 n = 0; n < 10; ++n)
+         map.insert(key(n * 7 % 10), n);
+      U32 next = 0;
+      for (auto const& entry : map)
+         EXPECT_EQ(entry.first, key(next++));
+      map.take(key(3));
+      EXPECT_EQ(map.lowerBound(key(2))->first, key(2));
+      EXPECT_EQ(map.upperBound(key(2))->first, key(4));
+      EXPECT_EQ(map.lowerBound(key(3))->first, key(4));
+      EXPECT_TRUE(map.upperBound(key(9)) == std::as_const(map).end());
+      map.insert(typename Map::Key{0xFFFFFFFF}, 0);
+      EXPECT_EQ(numberOf(map.upperBound(key(9))->first), 0xFFFFFFFF);
+      EXPECT_TRUE(++map.upperBound(key(9)) == std::as_const(map).end());
+   }
+}
+
+TEST(QorMaps, AreOrderedAndResumeBehindAKey) {
+   isOrderedAndResumesBehindAKey<Qor::OrderedMap<U64, U32>>();
+   isOrderedAndResumesBehindAKey<Qor::NumberMap<Number, U32>>();
 }
 
 }  // namespace

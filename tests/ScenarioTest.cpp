@@ -45,7 +45,7 @@ constexpr BadLine badLines[] = {
    {"[]", "a list where an object is expected"},
    {"{}", "no event"},
    {R"({"mark": "a", "show": ["routes"]})", R"("mark" and "show" in one line)"},
-   {R"({"wait": 3})", R"(unknown key "wait" (known: at, after, path, scenario, route, withdraw, link, bfd, traffic, config, counter, fault, mark, show, expect))"},
+   {R"({"wait": 3})", R"(unknown key "wait" (known: at, after, path, scenario, route, withdraw, link, bfd, traffic, config, counter, fault, restart, mark, show, expect))"},
    {R"({"mark": "a"} {"mark": "b"})", "not valid JSON: column 15: syntax error while parsing value - unexpected '{'; expected end of input"},
    {R"({"at": 6.5, "mark": "a"})", "at: 6.5 is before the time of the line before, 7"},
    {R"({"after": 999999, "mark": "a"})", "after: the time is later than 1000000 s"},
@@ -186,6 +186,7 @@ class NotedTarget final : public ScenarioTarget {
    void configIs(Scenario::Config const&) override { note("config"); }
    void counterRouteIs(L3::VrfName const&, Scenario::RouteKey const&, bool) override {}
    void faultIs(Scenario::Fault const&) override { note("fault"); }
+   void restart(Scenario::Restart const&) override { note("restart"); }
    Copies send(Packet const& packet) override {
       note("packet " + packet.group.toString());
       return {to, to.empty() ? "noRoute" : "forwarded"};

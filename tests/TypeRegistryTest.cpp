@@ -1,34 +1,328 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstdlib>
 #include <fstream>
 #include <regex>
-#include <set>
+#include <sstream>
 
+#include "IntfVlanId/Table.h"
+#include "Journal.h"
 #include "Qor/Type.h"
+#include "Routing/Multicast/Fib/Hardware/Status.h"
+#include "Routing/Multicast/Fib/VrfEnabledStatus.h"
 #include "TestSupport.h"
+#include "Vel/L3Status.h"
+#include "Vel/VelAsyncMrouteSwitch.h"
 
 namespace {
 
+using namespace testSupport;
 using Qor::Generic;
 
-std::vector<std::string> namesOf(char const* module) {
+char const* const route1 =
+      "Value('Routing::Multicast::Fib::IpGenRouteKey', "
+      "** {'source': '10.0.0.1', 'group': '239.0.0.1'})";
+char const* const none = "null";
+
+// Hooks that nobody has overridden do nothing.
+struct NoopAgent {
+   NoopAgent() { setenv("VEL_NOOP_AGENT", "", 1); }
+   ~NoopAgent() { unsetenv("VEL_NOOP_AGENT"); }
+};
+
+// Everything is reached by its name.
+struct TypeRegistry : NoopAgent, OnVirtualTime {
+   static Generic oifSet() {
+      MrouteLib::PortVlanSet set(Routing::Multicast::Fib::RouteKeyType::routed);
+      set.newPortVlan(pv("et1"), true);
+      return Qor::toGeneric(MrouteLib::OifSetPtr(new MrouteLib::OifSet(nullptr, set)));
+   }
+
+   Generic const l3Status = Qor::toGeneric(Qor::make<Vel::L3Status>());
+   Generic const asyncHelper =
+         Qor::construct("VelHelper::AsyncMrouteHelper", {"'async'", none, none});
+   Generic const asyncSwitch =
+         Qor::construct("asyncMrouteSwitchFactory", {"'chip1'", none, asyncHelper});
+   Generic const syncHelper = Qor::construct("VelHelper::MrouteSmHelper", {"'sync'"});
+   Generic const syncSwitch = Qor::construct(
+         "mrouteSwitchFactory", {"'chip2'", "2", none, l3Status, syncHelper, none, none});
+   Generic const record =
+         Qor::construct("asyncMtableOifSetFactory", {oifSet(), "False", "7", asyncSwitch});
+};
+
+// One object, or one string representation, of each of the library's types.
+std::map<std::string, Generic> oneOfEach(TypeRegistry const& t) {
+   std::map<std::string, Generic> made;
+   auto const make = [&](char const* type, char const* constructor,
+                         std::vector<Generic> const& arguments) {
+      made[type] = Qor::construct(constructor, arguments);
+   };
+   made["VelHelper::AsyncMrouteHelper"] = t.asyncHelper;
+   made["VelHelper::MrouteSmHelper"] = t.syncHelper;
+   made["Vel::Mroute::AsyncMrouteSwitch"] = t.asyncSwitch;
+   made["Vel::MrouteSwitch"] = t.syncSwitch;
+   made["Vel::Mroute::AsyncMtableOifSet"] = t.record;
+   made["VelHelper::MrouteXactType"] = Qor::type("VelHelper::MrouteXactType").parse("ingress");
+   make("Vel::Mroute::AsyncMtableOifSetPtr", "Vel::Mroute::AsyncMtableOifSetPtr", {t.record});
+   make("Vel::Mroute::ZombieKey", "Vel::Mroute::ZombieKey", {"3", "12.5"});
+   make("Vel::Mroute::InUseRouteHandleKey", "Vel::Mroute::InUseRouteHandleKey", {route1, "5", "1"});
+   make("Vel::MtableOifSet", "mtableOifSetFactory", {t.oifSet(), "True", t.syncSwitch});
+   make("Vel::MtableOifSetPtr", "Vel::MtableOifSetPtr", {made["Vel::MtableOifSet"]});
+   make("Vel::ZombieKey", "Vel::ZombieKey", {"3", "inf"});
+   make("Vel::RouteKeyVlanId", "Vel::RouteKeyVlanId", {route1, "0"});
+   make("Vel::Route", "routeFactory", {"9", route1, "5"});
+   make("Vel::Boundary", "Vel::Boundary", {"9", route1, "5"});
+   make("Vel::Mroute::AsyncMrouteSwitchSm", "AsyncMrouteSwitchSmIs",
+        {t.asyncSwitch, none, none, none, t.asyncHelper, none, none, none, none, none, none, none});
+   make("Vel::MrouteSwitchSm", "MrouteSwitchSmIs",
+        {"2", none, t.l3Status, t.syncSwitch, none, none, none, t.syncHelper, none, none, none,
+         none, none});
+   make("Vel::MrouteSm", "MrouteSmIs", {none, t.l3Status, none, none, none, t.syncHelper, none});
+   make("Vel::Mroute::RecoverySm", "recoverySmFactory",
+        {t.l3Status, Qor::toGeneric(Qor::make<IntfVlanId::Table>()),
+         Qor::toGeneric(Qor::make<Routing::Multicast::Fib::VrfEnabledStatus>()),
+         Qor::toGeneric(Qor::make<Routing::Multicast::Fib::Hardware::Status>())});
+   return made;
+}
+
+TEST_F(TypeRegistry, EachOfTheLibrarysTypesIsConstructedByName) {
+   std::map<std::string, Generic> const made = oneOfEach(*this);
    std::vector<std::string> names;
    for (Qor::Type const* const type : Qor::types()) {
-      if (type->module() == module) names.push_back(type->name());
+      if (type->module() == "VelMroute") names.push_back(type->name());
+   }
+   EXPECT_EQ(names, Lines({"Vel::Boundary", "Vel::Mroute::AsyncMrouteSwitch",
+                           "Vel::Mroute::AsyncMrouteSwitchSm", "Vel::Mroute::AsyncMtableOifSet",
+                           "Vel::Mroute::AsyncMtableOifSetPtr", "Vel::Mroute::InUseRouteHandleKey",
+                           "Vel::Mroute::RecoverySm", "Vel::Mroute::ZombieKey", "Vel::MrouteSm",
+                           "Vel::MrouteSwitch", "Vel::MrouteSwitchSm", "Vel::MtableOifSet",
+                           "Vel::MtableOifSetPtr", "Vel::Route", "Vel::RouteKeyVlanId",
+                           "Vel::ZombieKey", "VelHelper::AsyncMrouteHelper",
+                           "VelHelper::MrouteSmHelper", "VelHelper::MrouteXactType"}));
+   for (std::string const& name : names) {
+      Qor::Type const& type = Qor::type(name);
+      Generic const& one = made.at(name);
+      if (type.kind() == Qor::Type::Kind::entity) {
+         EXPECT_EQ(Qor::typeOf(one), &type) << name;
+      } else if (type.kind() == Qor::Type::Kind::objectName) {
+         EXPECT_TRUE(one.object()) << name;
+      } else {
+         EXPECT_EQ(type.parse(one.text()), one) << name;
+      }
+      // Everything can be read; an attribute takes back what it shows, and a collection finds the
+      // members that it lists.
+      for (Qor::TypeAttribute const* const attribute : type.allAttributes()) {
+         SCOPED_TRACE(attribute->fullName);
+         Generic const value = attribute->read(one);
+         if (attribute->writable()) attribute->write(*attribute, one, value);
+         EXPECT_EQ(attribute->read(one), value);
+      }
+      for (Qor::TypeCollection const* const collection : type.allCollections()) {
+         auto const members = collection->members(one, 0, 100);
+         EXPECT_EQ(members.size(), collection->size(one));
+         for (Qor::TypeMember const& member : members)
+            EXPECT_EQ(collection->find(one, member.key)->value, member.value);
+      }
+   }
+}
+
+// The names of the public member functions of a class, as its header declares them.
+std::vector<std::string> declaredIn(std::string const& header, std::string const& className) {
+   std::ifstream file(VELMROUTE_EXAMPLES "/../Vel/" + header);
+   std::regex const declaration(
+         R"(^   (?! |static|friend|explicit|using|template|return)[\w:<>,&* ]+?[ &*]([a-z]\w*)\(.*)");
+   std::vector<std::string> names;
+   bool inClass = false;
+   bool isPublic = false;
+   for (std::string line; std::getline(file, line);) {
+      if (line.starts_with("class ") && line.find(' ' + className + ' ') != std::string::npos)
+         inClass = true;
+      if (line == "};") inClass = false;
+      if (line == " public:") isPublic = true;
+      if (line == " private:" || line == " protected:") isPublic = false;
+      std::smatch match;
+      if (inClass && isPublic && std::regex_match(line, match, declaration))
+         names.push_back(match[1]);
    }
    return names;
 }
 
-TEST(TypeRegistry, TheLibraryRegistersItsTypesWhenItIsLoaded) {
-   std::vector<std::string> const expected = {
-         "Vel::Boundary", "Vel::Mroute::AsyncMrouteSwitch", "Vel::Mroute::AsyncMrouteSwitchSm",
-         "Vel::Mroute::AsyncMtableOifSet", "Vel::Mroute::AsyncMtableOifSetPtr",
-         "Vel::Mroute::InUseRouteHandleKey", "Vel::Mroute::RecoverySm", "Vel::Mroute::ZombieKey",
-         "Vel::MrouteSm", "Vel::MrouteSwitch", "Vel::MrouteSwitchSm", "Vel::MtableOifSet",
-         "Vel::MtableOifSetPtr", "Vel::Route", "Vel::RouteKeyVlanId", "Vel::ZombieKey",
-         "VelHelper::AsyncMrouteHelper", "VelHelper::MrouteSmHelper", "VelHelper::MrouteXactType"};
-   EXPECT_EQ(namesOf("VelMroute"), expected);
+// A member that is not in the description would be forgotten by all tools. What they have no use
+// for: the ways in which reactors are handed out, and the look-up of records by their names, which
+// a collection does itself.
+TEST_F(TypeRegistry, DescriptionsLeaveNothingOut) {
+   struct {
+      char const* type;
+      char const* header;
+      char const* className;
+      std::size_t atLeast;
+   } const rows[] = {
+         {"Vel::Mroute::AsyncMrouteSwitch", "VelAsyncMrouteSwitch.h", "AsyncMrouteSwitch", 30},
+         {"Vel::Mroute::AsyncMrouteSwitch", "VelOifSetTables.h", "OifSetTables", 20},
+         {"Vel::MrouteSwitch", "VelSyncMrouteSwitch.h", "MrouteSwitch", 40},
+         {"Vel::MrouteSwitch", "VelOifSetTables.h", "OifSetTables", 20},
+         {"Vel::Mroute::AsyncMtableOifSet", "VelAsyncMtableOifSet.h", "AsyncMtableOifSet", 10},
+         {"Vel::Mroute::AsyncMtableOifSet", "VelOifSetRecord.h", "OifSetRecord", 3},
+         {"Vel::MtableOifSet", "VelSyncMrouteRecords.h", "MtableOifSet", 8},
+         {"Vel::Route", "VelSyncMrouteRecords.h", "Route", 15},
+         {"Vel::Boundary", "VelSyncMrouteRecords.h", "Boundary", 5},
+         {"Vel::Mroute::AsyncMrouteSwitchSm", "VelAsyncMrouteSm.h", "AsyncMrouteSwitchSm", 40},
+         {"Vel::MrouteSwitchSm", "VelSyncMrouteSm.h", "MrouteSwitchSm", 40},
+         {"Vel::MrouteSm", "VelMrouteSm.h", "MrouteSm", 40},
+         {"Vel::Mroute::RecoverySm", "VelMrouteRecoverySm.h", "RecoverySm", 2},
+         {"VelHelper::AsyncMrouteHelper", "VelAsyncMrouteHelper.h", "AsyncMrouteHelper", 30},
+         {"VelHelper::MrouteSmHelper", "VelSyncMrouteHelper.h", "MrouteSmHelper", 28},
+         {"Vel::Mroute::ZombieKey", "VelAsyncMrouteKeys.h", "ZombieKey", 1},
+         {"Vel::Mroute::InUseRouteHandleKey", "VelAsyncMrouteKeys.h", "InUseRouteHandleKey", 3},
+         {"Vel::ZombieKey", "VelSyncMrouteKeys.h", "ZombieKey", 1},
+         {"Vel::RouteKeyVlanId", "VelSyncMrouteKeys.h", "RouteKeyVlanId", 2},
+   };
+   std::vector<std::string> const notDescribed = {"record", "records", "inUseRecord", "hash",
+                                                  "strep"};
+   std::regex const reactorMaker("new(?!ZombieOifSet).*");
+   for (auto const& row : rows) {
+      std::vector<std::string> const names = declaredIn(row.header, row.className);
+      EXPECT_GE(names.size(), row.atLeast) << row.header;
+      Qor::Type const& type = Qor::type(row.type);
+      for (std::string const& name : names) {
+         if (std::ranges::count(notDescribed, name) || std::regex_match(name, reactorMaker))
+            continue;
+         bool described = false;
+         for (auto const& c : type.collections())
+            described |= c.name == name || c.name + "s" == name || c.name + "es" == name;
+         for (auto const& o : type.operations())
+            described |= o.name == name;
+         for (auto const* const a : type.allAttributes())
+            described |= a->name == name || (a->writable() && a->name + "Is" == name);
+         EXPECT_TRUE(described) << row.type << "::" << name;
+      }
+   }
+}
+
+TEST_F(TypeRegistry, ErrorsSayWhatIsWrongAndWhere) {
+   Generic const readOnly = Qor::toGeneric(Qor::Ptr<MrouteLib::SwitchChipBase const>(
+         &Qor::objectOf<MrouteLib::SwitchChipBase const>(asyncSwitch)));
+   auto const error = [](auto const& call) { return errorText(call); };
+   EXPECT_EQ(error([&] { Qor::type("Vel::Rout"); }), "no type Vel::Rout");
+   EXPECT_EQ(error([&] { Qor::construct("RouteSmIs", {}); }), "no constructor RouteSmIs");
+   EXPECT_EQ(error([&] { Qor::get(asyncSwitch, "color"); }),
+             "Vel::Mroute::AsyncMrouteSwitch has no attribute color");
+   EXPECT_EQ(error([&] { Qor::set(asyncSwitch, "switchId", "3"); }),
+             "MrouteLib::SwitchChipBase::switchId may only be read");
+   EXPECT_EQ(error([&] { Qor::set(readOnly, "routeHandle", "3"); }), "chip1 may only be read");
+   EXPECT_EQ(error([&] { Qor::call(readOnly, "doDeleteRoute", {"3"}); }), "chip1 may only be read");
+   EXPECT_EQ(error([&] { Qor::set(asyncSwitch, "deleted", "yes"); }),
+             "Vel::Mroute::AsyncMrouteSwitch::deleted: bool: expected True or False at position 0 "
+             "of \"yes\"");
+   EXPECT_EQ(error([&] { Qor::call(asyncSwitch, "doDeleteRoute", {}); }),
+             "Vel::Mroute::AsyncMrouteSwitch::doDeleteRoute takes 1 argument, not 0");
+   EXPECT_EQ(error([&] { Qor::call(asyncSwitch, "doDeleteRoute", {"4294967296"}); }),
+             "Vel::Mroute::AsyncMrouteSwitch::doDeleteRoute, handle: MrouteLib::RouteHandle: "
+             "expected a number of at most 4294967295 at position 0 of \"4294967296\"");
+   EXPECT_EQ(error([&] {
+                Qor::construct("routeFactory", {"1", route1, "4095"});
+             }),
+             "routeFactory, acceptingVlanId: VlanIdOrNone::value > 4094 not allowed");
+   EXPECT_EQ(error([&] {
+                Qor::construct("asyncMrouteSwitchFactory", {"'x'", none, syncHelper});
+             }),
+             "asyncMrouteSwitchFactory, mrouteHelper: expected VelHelper::AsyncMrouteHelper, not "
+             "sync");
+   EXPECT_EQ(error([&] { Qor::type("VelHelper::MrouteXactType").parse("egress"); }),
+             "VelHelper::MrouteXactType: expected one of oifSet, ingress at position 0 of "
+             "\"egress\"");
+   EXPECT_EQ(error([&] { Qor::type("Vel::Route").parse("x"); }),
+             "Vel::Route has no string representation");
+}
+
+// Any text is a value or a range error. What is cut short or changed in one place is no value, or
+// one whose string representation is its own.
+TEST_F(TypeRegistry, ParsersRefuseGarbage) {
+   unsigned refused = 0;
+   for (auto const& [name, one] : oneOfEach(*this)) {
+      Qor::Type const& type = Qor::type(name);
+      if (!type.hasStrep()) continue;
+      auto const tryText = [&](std::string const& text) {
+         try {
+            std::string const parsed = type.parse(text).text();
+            EXPECT_EQ(type.parse(parsed).text(), parsed) << name << ' ' << text;
+         } catch (Qor::RangeException const&) {
+            ++refused;
+         }
+      };
+      std::string const good = one.text();
+      for (std::size_t at = 0; at < good.size(); ++at) {
+         tryText(good.substr(0, at));
+         for (char const c : {'\0', '\'', '9', '-', '}', '\xff'}) {
+            std::string changed = good;
+            changed[at] = c;
+            tryText(changed);
+         }
+      }
+      tryText(good + good);
+      tryText(std::string(100'000, '('));
+   }
+   EXPECT_GT(refused, 2000u);
+}
+
+TEST_F(TypeRegistry, AFollowerHearsAndKeepsNothingAlive) {
+   auto& chip = Qor::objectOf<Vel::Mroute::AsyncMrouteSwitch>(asyncSwitch);
+   Lines heard;
+   auto const tell = [&](char const* who) {
+      return [&heard, who](Qor::Change const& c) {
+         heard.push_back(
+               cat(who, ' ', c.gone ? "gone" : c.member, c.key ? ' ' + c.key->pretty() : ""));
+      };
+   };
+   Qor::Following const ofSwitch(asyncSwitch, tell("switch"));
+   Generic made = Qor::construct("asyncMtableOifSetFactory", {oifSet(), "False", "8", asyncSwitch});
+   Qor::Following const ofRecord(made, tell("record"));
+   Qor::set(made, "usedInHw", "True");
+   Qor::call(asyncSwitch, "mcastIdToOifSetIs", {"8", Qor::get(made, "oifSet")});
+   EXPECT_EQ(heard, Lines({"record usedInHw", "switch mcastIdToOifSet 8"}));
+   heard.clear();
+   // Its last user leaves: it becomes a zombie, and goes when it has been one for long enough.
+   made = Generic();
+   EXPECT_EQ(chip.zombieOifSet().size(), 1u);
+   EXPECT_TRUE(ofRecord.alive());
+   EXPECT_EQ(heard, Lines({"record usedInHw", "record zombie",
+                           "switch zombieOifSet " + chip.zombieOifSet().begin()->first.strep()}));
+   heard.clear();
+   Qor::call(asyncSwitch, "zombieOifSetDelAll", {});
+   EXPECT_EQ(heard.front(), "switch zombieOifSet");  // all of it
+   EXPECT_EQ(heard.back(), "record deleted");
+   Qor::sweepZombieReactors();
+   EXPECT_FALSE(ofRecord.alive());
+   EXPECT_EQ(heard.back(), "record gone");
+   // Nobody is told of changes of a reactor's attributes.
+   EXPECT_EQ(errorText([&] {
+                Qor::Following const ofSm(oneOfEach(*this)["Vel::MrouteSwitchSm"], tell("sm"));
+             }),
+             "MrouteSwitchSm tells nobody of changes");
+}
+
+// Reactors decide how long a record lives, whether or not followers are about.
+TEST_F(TypeRegistry, AReactorKeepsARecordThatIsFollowed) {
+   Generic made = Qor::construct("asyncMtableOifSetFactory", {oifSet(), "False", "9", asyncSwitch});
+   bool ended = false;
+   std::unique_ptr<Qor::Following> following;
+   following = std::make_unique<Qor::Following>(made, [&](Qor::Change const& c) {
+      if (c.member == "dirty") following.reset();  // from inside
+      ended = ended || c.gone;
+   });
+   Qor::Following const other(made, [&](Qor::Change const& c) { ended = ended || c.gone; });
+   Vel::Mroute::AsyncMtableOifSet::Notifiee reactor;
+   reactor.notifierIs(&Qor::objectOf<Vel::Mroute::AsyncMtableOifSet>(made));
+   Qor::set(made, "dirty", "True");
+   EXPECT_EQ(following, nullptr);
+   made = Generic();
+   ASSERT_NE(reactor.notifier(), nullptr);
+   EXPECT_TRUE(reactor.notifier()->livesUnreferenced());
+   reactor.notifierIs(nullptr);
+   Qor::sweepZombieReactors();
+   EXPECT_TRUE(ended);
+   EXPECT_FALSE(other.alive());
 }
 
 }  // namespace

@@ -12,13 +12,14 @@
 #include "Qor/Entity.h"
 #include "Qor/Export.h"
 #include "Qor/HashMap.h"
+#include "Qor/Pool.h"
 #include "Qor/Ptr.h"
 
 namespace MrouteLib {
 
 class MrouteTableColl;
 
-class QOR_PUBLIC OifSet final : public Qor::RefCounted {
+class QOR_PUBLIC OifSet final : public Qor::RefCounted, public Qor::Pooled {
  public:
    // `tableColl` is the collection of tables the set belongs to, and may be null. The set is not
    // interned by being constructed: two sets made here are two sets, even when they are equal.

@@ -40,7 +40,11 @@ class PortVlan final {
 
    friend constexpr bool operator==(PortVlan const&, PortVlan const&) = default;
    friend std::strong_ordering operator<=>(PortVlan const&, PortVlan const&) = default;
-   // "rtr3:1007", or "rtr3" without a vlan.
+   // "rtr3:1007", or "rtr3" without a vlan; and the same at the end of a text.
+   void appendTo(Qor::String& out) const {
+      out += intfId_.name();
+      if (!vlanId_.isNone()) out.append(1, ':').append(std::to_string(vlanId_.value()));
+   }
    friend std::ostream& operator<<(std::ostream& out, PortVlan const& pv) {
       out << pv.intfId_;
       if (!pv.vlanId_.isNone()) out << ':' << pv.vlanId_;

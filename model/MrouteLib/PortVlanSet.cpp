@@ -30,8 +30,9 @@ class WordList {
  public:
    template <class T>
    void add(T const& word, char const* mark = "") {
-      out_ << separator_ << mark << word;
-      separator_ = " ";
+      if (out_.size() > 1) out_ += ' ';
+      out_ += mark;
+      append(word);
    }
    template <class K>
    void addMembers(char const* title, FlatFlagMap<K> const& members) {
@@ -40,11 +41,15 @@ class WordList {
          add(key, flag ? "" : "!");
       }
    }
-   Qor::String text() const { return Qor::String("{").append(out_.str()).append("}"); }
+   Qor::String text() { return std::move(out_ += '}'); }
 
  private:
-   std::ostringstream out_;
-   char const* separator_ = "";
+   void append(char const* word) { out_ += word; }
+   void append(Lnet::IntfId intf) { out_ += intf.name(); }
+   void append(PortVlan const& pv) { pv.appendTo(out_); }
+   void append(Bridging::VlanId vlan) { out_ += std::to_string(vlan.value()); }
+
+   Qor::String out_ = "{";
 };
 
 constexpr char typeName[] = "MrouteLib::PortVlanSet";

@@ -37,6 +37,8 @@ class QOR_PUBLIC PortVlanSet final {
    void newPortVlan(PortVlan const& pv, bool flag) { changed().portVlan_.set(pv, flag); }
    void portVlanDel(PortVlan const& pv) { changed().portVlan_.erase(pv); }
    void portVlanDelAll() { changed().portVlan_.clear(); }
+   // Takes the place of all that are there.
+   void portVlanIs(FlatFlagMap<PortVlan> const& members) { changed().portVlan_ = members; }
 
    // The backup pairs of fast reroute.
    FlatFlagMap<PortVlan> const& portVlanFrr() const { return portVlanFrr_; }
@@ -93,14 +95,15 @@ class QOR_PUBLIC PortVlanSet final {
    }
    Qor::U32 computeHash() const;
 
+   // First what the programmers look at in every set they meet.
+   Lnet::IntfId currentIif_;
+   RouteKeyType type_ = RouteKeyType::invalid;
+   bool toCpu_ = false;
+   mutable bool hashSaved_ = false;
+   mutable Qor::U32 hash_ = 0;
    FlatFlagMap<PortVlan> portVlan_;
    FlatFlagMap<PortVlan> portVlanFrr_;
    FlatFlagMap<Bridging::VlanId> natVlan_;
-   Lnet::IntfId currentIif_;
-   mutable Qor::U32 hash_ = 0;
-   mutable bool hashSaved_ = false;
-   bool toCpu_ = false;
-   RouteKeyType type_ = RouteKeyType::invalid;
 };
 
 }  // namespace MrouteLib

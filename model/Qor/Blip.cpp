@@ -41,15 +41,6 @@ void print(std::ostream& os, BlipEvent const& event) {
 
 }  // namespace
 
-BlipEvent& BlipRing::next(BlipMessage const& message) {
-   if (events_.empty()) events_.resize(capacity);
-   BlipEvent& event = events_[written_++ % capacity];
-   event.message = &message;
-   event.time = now();
-   event.used = event.count = 0;
-   return event;
-}
-
 String BlipRing::text(std::size_t back) const {
    if (back >= std::min<U64>(written_, capacity)) return {};
    std::ostringstream os;

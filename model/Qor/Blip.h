@@ -23,6 +23,7 @@
 #include <vector>
 
 #include "Qor/Export.h"
+#include "Qor/Pool.h"
 #include "Qor/Types.h"
 
 namespace Qor {
@@ -34,7 +35,11 @@ struct BlipMessage {
    char const* format;
 };
 
-struct BlipEvent {
+// The present time, as Qor/Clock.h has it.
+QOR_PUBLIC Seconds now();
+
+// In whole cache lines, of which an event with a few small arguments takes the first alone.
+struct alignas(cacheLine) BlipEvent {
    static constexpr std::size_t room = 108;
 
    BlipMessage const* message = nullptr;
@@ -48,7 +53,13 @@ class BlipWriter {
  public:
    static constexpr std::size_t maxText = 64;
 
-   explicit BlipWriter(BlipEvent& event) : event_(event) {}
+   explicit BlipWriter(BlipEvent& event) : event_(event), at_(event.arguments.data()) {}
+   ~BlipWriter() {
+      event_.used = static_cast<U16>(at_ - event_.arguments.data());
+      event_.count = count_;
+   }
+   BlipWriter(BlipWriter const&) = delete;
+   BlipWriter& operator=(BlipWriter const&) = delete;
 
    template <class T>
    void argument(T const& value) {
@@ -82,21 +93,24 @@ class BlipWriter {
 
    void raw(Printer printer, void const* bytes, std::size_t size) {
       auto const size16 = static_cast<U16>(size);
-      if (event_.used + sizeof printer + sizeof size16 + size > BlipEvent::room) {
-         event_.used = BlipEvent::room;  // later, smaller arguments must not take its place
+      std::byte* const end = event_.arguments.data() + BlipEvent::room;
+      if (sizeof printer + sizeof size16 + size > static_cast<std::size_t>(end - at_)) {
+         at_ = end;  // later, smaller arguments must not take its place
          return;
       }
       append(&printer, sizeof printer);
       append(&size16, sizeof size16);
       append(bytes, size);
-      ++event_.count;
+      ++count_;
    }
    void append(void const* bytes, std::size_t size) {
-      if (size) std::memcpy(event_.arguments.data() + event_.used, bytes, size);
-      event_.used = static_cast<U16>(event_.used + size);
+      if (size) std::memcpy(at_, bytes, size);
+      at_ += size;
    }
 
    BlipEvent& event_;
+   std::byte* at_;  // where the next argument goes
+   U16 count_ = 0;  // complete arguments so far
 };
 
 class QOR_PUBLIC BlipRing {
@@ -108,8 +122,14 @@ class QOR_PUBLIC BlipRing {
    void levelIs(unsigned level) { level_ = level; }
 
    template <class... Args>
-   void write(BlipMessage const& message, Args const&... args) {
-      [[maybe_unused]] BlipWriter writer(next(message));
+   void write(BlipMessage const& message, Seconds time, Args const&... args) {
+      if (events_.empty()) [[unlikely]] {
+         events_.resize(capacity);
+      }
+      BlipEvent& event = events_[written_++ % capacity];
+      event.message = &message;
+      event.time = time;
+      [[maybe_unused]] BlipWriter writer(event);
       (writer.argument(args), ...);
    }
 
@@ -123,8 +143,6 @@ class QOR_PUBLIC BlipRing {
    void dump(std::ostream& os) const;
 
  private:
-   BlipEvent& next(BlipMessage const& message);
-
    std::vector<BlipEvent> events_;
    U64 written_ = 0;
    unsigned level_ = 1;
@@ -135,10 +153,14 @@ QOR_PUBLIC BlipRing& blip();
 
 }  // namespace Qor
 
-#define QOR_BLIP(level, source, format, ...)                                 \
+#define QOR_BLIP(level, source, format, ...) \
+   QOR_BLIP_AT(::Qor::now(), level, source, format __VA_OPT__(, ) __VA_ARGS__)
+
+// The same of a given time, for many events of one moment: reading a clock costs more than the rest.
+#define QOR_BLIP_AT(time, level, source, format, ...)                        \
    do {                                                                      \
       static constexpr ::Qor::BlipMessage qorBlip{source, __LINE__, format}; \
       if (::Qor::blip().enabled(level)) {                                    \
-         ::Qor::blip().write(qorBlip __VA_OPT__(, ) __VA_ARGS__);            \
+         ::Qor::blip().write(qorBlip, time __VA_OPT__(, ) __VA_ARGS__);      \
       }                                                                      \
    } while (false)

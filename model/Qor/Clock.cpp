@@ -82,10 +82,17 @@ Seconds ActivityManager::nextDeadline() const {
 }
 
 void ActivityManager::schedule(Clock const& clock, Seconds time) {
-   unschedule(clock);
-   if (time > maxFinite) return;
-   clock.deadline_ = {time, nextSequence_++};
-   queue_.emplace(clock.deadline_, &clock);
+   if (time > maxFinite || clock.deadline_.second == 0) {
+      unschedule(clock);
+      if (time > maxFinite) return;
+      clock.deadline_ = {time, nextSequence_++};
+      queue_.emplace(clock.deadline_, &clock);
+      return;
+   }
+   // A clock that is set anew takes its node along.
+   auto node = queue_.extract(clock.deadline_);
+   node.key() = clock.deadline_ = {time, nextSequence_++};
+   queue_.insert(std::move(node));
 }
 
 void ActivityManager::unschedule(Clock const& clock) {

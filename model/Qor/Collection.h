@@ -31,6 +31,7 @@
 #include <utility>
 
 #include "Qor/HashMap.h"
+#include "Qor/NumberMap.h"
 #include "Qor/OrderedMap.h"
 
 namespace Qor {

@@ -300,11 +300,9 @@ class Describe {
                type_.enumerators_.push_back(name);
          }
       } else {
+         static_assert(ObjectName<T>);
          type_.kind_ = Type::Kind::objectName;
-         type_.parse_ = [](String const& text) {
-            if (text != "null") throwExpected(typeName<T>(), text);
-            return Generic(nullptr, text, false);
-         };
+         type_.parse_ = [](String const& text) { return toGeneric(fromGeneric<T>(text).get()); };
       }
    }
 

@@ -9,7 +9,6 @@
 #pragma once
 
 #include <concepts>
-#include <memory>
 #include <sstream>
 #include <type_traits>
 
@@ -94,6 +93,13 @@ concept ObjectPointer = requires {
    typename Pointee<P>::type;
 };
 
+// A name for an object, which it does not hold.
+template <class T>
+concept ObjectName = !ObjectPointer<T> && requires(T const& name) {
+   requires CountedObject<std::remove_pointer_t<decltype(name.get())>>;
+   T(name.get());
+};
+
 // What a type is called: its class, unless its `typeName` says otherwise.
 template <class T>
 struct TypeName {
@@ -166,7 +172,12 @@ template <class T>
 Generic toGeneric(T const& value) {
    if constexpr (ObjectPointer<T>) {
       using Object = typename Pointee<T>::type;
-      Object* const object = std::to_address(value);
+      Object* object;
+      if constexpr (std::is_pointer_v<T>) {
+         object = value;
+      } else {
+         object = value.get();
+      }
       return {Ptr<RefCounted const>(object), objectText(object), !std::is_const_v<Object>};
    } else if constexpr (StrepValue<T>) {
       return {valueToStrep(value), streamed(value)};
@@ -235,6 +246,9 @@ T fromGeneric(Generic const& generic) {
    if constexpr (ObjectPointer<T>) {
       if (generic.isNull()) return T(Ptr<typename Pointee<T>::type>().get());
       return T(&objectOf<typename Pointee<T>::type>(generic));
+   } else if constexpr (ObjectName<T>) {
+      using Object = std::remove_pointer_t<decltype(T().get())>;
+      return generic.isNull() ? T() : T(&objectOf<Object>(generic));
    } else {
       if (generic.kind() != Generic::Kind::value) throwExpected(typeName<T>(), generic);
       String const text = isQuotedName<T>() && !generic.text().starts_with('\'')
@@ -269,7 +283,7 @@ T fromGeneric(Generic const& generic) {
 
 // Whether a T can be given in generic form.
 template <class T>
-concept GenericArgument = ObjectPointer<T> || StrepValue<T> || std::is_arithmetic_v<T> ||
-      std::same_as<T, String> || Enumeration<T>;
+concept GenericArgument = ObjectPointer<T> || ObjectName<T> || StrepValue<T> ||
+      std::is_arithmetic_v<T> || std::same_as<T, String> || Enumeration<T>;
 
 }  // namespace Qor

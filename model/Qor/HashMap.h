@@ -24,6 +24,7 @@
 
 #include "Qor/Assert.h"
 #include "Qor/Hash.h"
+#include "Qor/Pool.h"
 #include "Qor/Types.h"
 
 namespace Qor {
@@ -51,7 +52,7 @@ class HashMap {
       E& operator*() const { return slot_->entry(); }
       E* operator->() const { return &**this; }
       Cursor& operator++() {
-         ++number_;
+         step();
          skipFree();
          return *this;
       }
@@ -64,12 +65,22 @@ class HashMap {
 
     private:
       friend class HashMap;
-      Cursor(HashMap const* map, U32 number) : map_(map), number_(number) { skipFree(); }
-      void skipFree() {
-         for (; number_ < map_->slotCount_; ++number_) {
+      Cursor(HashMap const* map, U32 number) : map_(map), number_(number) {
+         if (number_ >= map_->slotCount_) return;
+         slot_ = &map_->slot(number_);
+         skipFree();
+      }
+      // Slots lie side by side but where a chunk begins.
+      void step() {
+         ++number_;
+         ++slot_;
+         if (std::has_single_bit(number_ + firstChunk) && number_ < map_->slotCount_) {
             slot_ = &map_->slot(number_);
-            if (slot_->live) return;
          }
+      }
+      void skipFree() {
+         while (number_ < map_->slotCount_ && !slot_->live)
+            step();
       }
 
       HashMap const* map_ = nullptr;
@@ -158,12 +169,18 @@ class HashMap {
    }
 
  private:
-   struct Slot {
+   struct PlainSlot {
       Entry& entry() { return *std::launder(reinterpret_cast<Entry*>(&storage)); }
       alignas(Entry) std::byte storage[sizeof(Entry)];
       U32 nextFree = 0;  // of a free slot: the next free slot's number + 1
       bool live = false;
    };
+   // A slot that fills a cache line, or an even part of one, crosses none.
+   static constexpr std::size_t slotAlignment =
+         std::has_single_bit(sizeof(PlainSlot)) && sizeof(PlainSlot) <= cacheLine
+               ? sizeof(PlainSlot)
+               : alignof(PlainSlot);
+   struct alignas(slotAlignment) Slot : PlainSlot {};
    struct IndexCell {
       U32 hash = 0;
       U32 slot = 0;  // number + 1; 0 is an empty cell

@@ -24,10 +24,6 @@ void Notifiee::followerIs() {
 
 void Notifiee::onChange(std::string_view, void const*) {}
 
-bool Notifiee::bound() const {
-   return list_ && list_ != &Notifier::zombieReactors();
-}
-
 void Notifiee::link(Notifier* notifier) {
    QOR_ASSERT(list_ == nullptr);
    notifier->append(this);
@@ -45,6 +41,7 @@ Notifier::~Notifier() {
    while (Notifiee* notifiee = head_) {
       remove(notifiee);
       zombieReactors().append(notifiee);
+      notifiee->zombie_ = true;
    }
 }
 
@@ -67,6 +64,7 @@ void Notifier::remove(Notifiee* notifiee) {
    (notifiee->previous_ ? notifiee->previous_->next_ : head_) = notifiee->next_;
    (notifiee->next_ ? notifiee->next_->previous_ : tail_) = notifiee->previous_;
    notifiee->list_ = nullptr;
+   notifiee->zombie_ = false;
    notifiee->previous_ = notifiee->next_ = nullptr;
 }
 

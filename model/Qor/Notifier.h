@@ -60,7 +60,7 @@ class QOR_PUBLIC Notifiee {
    // points at its argument, null for a handler without one. Both last for the call.
    virtual void onChange(std::string_view handler, void const* key);
 
-   bool bound() const;
+   bool bound() const { return list_ && !zombie_; }
    Notifier* notifierBase() const { return bound() ? list_ : nullptr; }
    void link(Notifier* notifier);
    void unlink();
@@ -76,6 +76,7 @@ class QOR_PUBLIC Notifiee {
    Notifiee* next_ = nullptr;
    Hears hears_ = Hears::handlers;
    bool follower_ = false;
+   bool zombie_ = false;  // in the list of zombie reactors
 };
 
 // Tells every reactor whose notifier has gone since the last sweep, once.
@@ -96,14 +97,12 @@ class QOR_PUBLIC Notifier {
    // been called with `key`.
    template <class Call>
    void deliver(Call const& call, std::string_view handler, void const* key) {
-      if (!head_) return;
-      Walk walk(this);
-      while (Notifiee* notifiee = walk.take()) {
-         if (notifiee->hears_ == Notifiee::Hears::handlers) {
-            call(*notifiee);
-         } else if (notifiee->hears_ == Notifiee::Hears::changes) {
-            notifiee->onChange(handler, key);
-         }
+      Notifiee* const first = head_;
+      if (!first) return;
+      if (first == tail_) [[likely]] {  // nobody comes after it, whatever it does
+         tell(*first, call, handler, key);
+      } else {
+         deliverToAll(call, handler, key);
       }
    }
 
@@ -115,6 +114,23 @@ class QOR_PUBLIC Notifier {
  private:
    friend class Notifiee;
    friend QOR_PUBLIC void sweepZombieReactors();
+
+   template <class Call>
+   [[gnu::noinline]] void deliverToAll(Call const& call, std::string_view handler,
+                                       void const* key) {
+      Walk walk(this);
+      while (Notifiee* notifiee = walk.take())
+         tell(*notifiee, call, handler, key);
+   }
+   template <class Call>
+   static void tell(Notifiee& notifiee, Call const& call, std::string_view handler,
+                    void const* key) {
+      if (notifiee.hears_ == Notifiee::Hears::handlers) [[likely]] {
+         call(notifiee);
+      } else if (notifiee.hears_ == Notifiee::Hears::changes) {
+         notifiee.onChange(handler, key);
+      }
+   }
 
    // One delivery in progress, on the deliverer's stack. `next` is stepped past a notifiee before
    // it is called, and moved on by unlink(); `last` is the tail at the start.

@@ -6,43 +6,16 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <iterator>
 #include <map>
 #include <memory>
-#include <new>
 #include <optional>
 #include <utility>
-#include <vector>
 
+#include "Qor/Pool.h"
 #include "Qor/Types.h"
 
 namespace Qor {
-
-// Memory for the equal-sized nodes of one map. Freed nodes are reused; the chunks go with the pool.
-class NodePool {
- public:
-   void* allocate(std::size_t size) {
-      if (!free_) addChunk(size);
-      Node* const node = free_;
-      free_ = node->next;
-      return node;
-   }
-   void deallocate(void* memory) { free_ = ::new (memory) Node{free_}; }
-
- private:
-   struct Node {
-      Node* next;
-   };
-
-   void addChunk(std::size_t size) {
-      std::size_t const nodes = std::size_t(16) << std::min<std::size_t>(chunks_.size(), 8);
-      chunks_.push_back(std::make_unique_for_overwrite<std::byte[]>(nodes * size));
-      for (std::size_t i = nodes; i-- > 0;)
-         deallocate(chunks_.back().get() + i * size);
-   }
-
-   std::vector<std::unique_ptr<std::byte[]>> chunks_;
-   Node* free_ = nullptr;
-};
 
 template <class T>
 struct PoolAllocator {
@@ -82,6 +55,8 @@ class OrderedMap {
    }
 
    U32 size() const { return static_cast<U32>(tree_.size()); }
+   // Grows whenever entries come or go: as long as it is the same, iterators are what they were.
+   U64 changes() const { return changes_; }
    bool empty() const { return tree_.empty(); }
 
    Iterator begin() { return tree_.begin(); }
@@ -104,7 +79,13 @@ class OrderedMap {
 
    // The entry under `key`, made from `value` if there was none; and whether it was made.
    std::pair<Entry*, bool> insert(K key, V value) {
+      // Keys often come in their order, as times of expiry do: then no path is walked.
+      if (tree_.empty() || std::prev(tree_.end())->first < key) {
+         ++changes_;
+         return {&*tree_.try_emplace(tree_.end(), std::move(key), std::move(value)), true};
+      }
       auto const [it, made] = tree_.try_emplace(std::move(key), std::move(value));
+      changes_ += made;
       return {&*it, made};
    }
 
@@ -113,6 +94,7 @@ class OrderedMap {
       auto const it = tree_.find(key);
       if (it == tree_.end()) return std::nullopt;
       auto node = tree_.extract(it);
+      ++changes_;
       return std::optional<V>(std::move(node.mapped()));
    }
 
@@ -121,11 +103,13 @@ class OrderedMap {
    void swap(OrderedMap& other) noexcept {
       pool_.swap(other.pool_);
       tree_.swap(other.tree_);
+      changes_ = other.changes_ = std::max(changes_, other.changes_) + 1;
    }
 
  private:
    std::unique_ptr<NodePool> pool_ = std::make_unique<NodePool>();
    Tree tree_{PoolAllocator<Entry>(pool_.get())};
+   U64 changes_ = 0;
 };
 
 }  // namespace Qor

@@ -20,6 +20,7 @@
 #include <compare>
 #include <cstddef>
 #include <type_traits>
+#include <typeinfo>
 #include <utility>
 
 #include "Qor/Assert.h"
@@ -138,10 +139,16 @@ Ptr<T> make(Args&&... args) {
    return Ptr<T>(new T(std::forward<Args>(args)...));
 }
 
-// The object as a derived type; null when it is not one.
+// The object as a derived type; null when it is not one. A final type has no others below it, so
+// that comparing with it will do.
 template <class T, class U>
 Ptr<T> ptrCast(Ptr<U> const& object) {
-   return Ptr<T>(dynamic_cast<T*>(object.get()));
+   if constexpr (std::is_final_v<T>) {
+      U* const o = object.get();
+      return o && typeid(*o) == typeid(T) ? Ptr<T>(static_cast<T*>(o)) : nullptr;
+   } else {
+      return Ptr<T>(dynamic_cast<T*>(object.get()));
+   }
 }
 
 }  // namespace Qor

@@ -73,7 +73,19 @@ AsyncPlatform::AsyncPlatform(Qor::Name name, Qor::Ptr<Chip> chip, AsyncPlatformC
         config_(checked(std::move(config), *chip_)),
         queue_(Qor::make<XactQueue>(chip_->config().latency)),
         groupPool_(chip_->config().groups, config_.firstFixedGroup, config_.fixedGroups),
-        routePool_(chip_->config().routes) {}
+        routePool_(chip_->config().routes) {
+   for (U32 const id : found_.groups.left()) {
+      if (isFixedGroup(id)) {
+         ++fixedAllocated_;
+      } else {
+         groupPool_.takeFound(id);
+      }
+      groups_.resize(id + 1);
+      groups_[id].onChip = true;
+   }
+   for (U32 const index : found_.routes.left())
+      routePool_.takeFound(index);
+}
 
 // The queue may be held by others, and its writes point back here.
 AsyncPlatform::~AsyncPlatform() {
@@ -90,7 +102,39 @@ void AsyncPlatform::issueDelete(WriteKind kind, XactQueue::Write write) {
    issue(std::move(write), nullptr);
 }
 
+// ---- The end of one agent, and the beginning of the next ----
+
+void AsyncPlatform::detach(U32 applied) {
+   queue_->flush(applied);
+   queue_->close();
+   detached_ = true;
+}
+
+bool AsyncPlatform::sweepUnadopted() {
+   auto const routes = found_.routes.left();
+   for (U32 const index : routes) {
+      deleteFoundRoute(index);
+      routePool_.give(index);
+      ++found_.swept;
+   }
+   auto const groups = found_.groups.left();
+   for (U32 const id : groups) {
+      if (found_.routes.holds(id)) continue;
+      claimGroup(id);
+      doDeleteOifSet(id);
+      ++found_.swept;
+   }
+   return found_.settled();
+}
+
 // ---- Groups ----
+
+// Found groups become allocated ones.
+void AsyncPlatform::claimGroup(U32 id) {
+   found_.groups.take(id);
+   groups_[id].allocated = true;
+   groups_[id].xact = XactQueue::done();
+}
 
 // Runs from the queue: brings the group on the chip to the set's members.
 String8 AsyncPlatform::applyGroup(U32 id, MrouteLib::PortVlanSet const& set) {
@@ -111,9 +155,16 @@ void AsyncPlatform::writeGroup(WriteKind kind, U32 id, OifSetPtr oifSet, XactPtr
    groups_[id].allocated = true;
 }
 
-U32 AsyncPlatform::doAllocateSharableMulticastGroup(MrouteLib::RouteKeyInfo const&,
+U32 AsyncPlatform::doAllocateSharableMulticastGroup(MrouteLib::RouteKeyInfo const& route,
                                                     OifSetPtr oifSet, XactPtr blockingXact, bool) {
    called(Hook::doAllocateSharableMulticastGroup);
+   U32 const preferred = found_.routes.groupOf(route.routeKey(), route.acceptingVlanId());
+   if (auto const found = found_.groups.like(oifSet->portVlanSet(), preferred);
+       found && !isFixedGroup(*found)) {
+      claimGroup(*found);
+      ++found_.adopted;
+      return *found;
+   }
    auto const id = faults_.groupsExhausted() ? std::nullopt : groupPool_.take();
    if (!id) return invalidMulticastId;
    writeGroup(WriteKind::groupCreate, *id, std::move(oifSet), std::move(blockingXact));
@@ -124,7 +175,14 @@ U32 AsyncPlatform::doAllocateFixedMulticastGroup(OifSetPtr oifSet, XactPtr block
                                                  U32 mcastId) {
    called(Hook::doAllocateFixedMulticastGroup);
    if (faults_.groupsExhausted() || !isFixedGroup(mcastId)) return invalidMulticastId;
-   bool const there = groupAllocated(mcastId);
+   bool there = groupAllocated(mcastId);
+   if (found_.groups.contains(mcastId)) {
+      bool const carried = found_.groups.carries(mcastId, oifSet->portVlanSet());
+      claimGroup(mcastId);
+      found_.adopted += carried;
+      if (carried) return mcastId;
+      there = true;
+   }
    if (!there) ++fixedAllocated_;
    writeGroup(there ? WriteKind::groupUpdate : WriteKind::groupCreate, mcastId, std::move(oifSet),
               std::move(blockingXact));
@@ -156,6 +214,11 @@ String8 AsyncPlatform::doGetXactFailureReason(XactPtr xact, VelHelper::MrouteXac
 void AsyncPlatform::doDeleteOifSet(U32 mcastId) {
    called(Hook::doDeleteOifSet);
    if (!groupAllocated(mcastId)) return notAllocated(Hook::doDeleteOifSet, "group", mcastId);
+   if (found_.routes.holds(mcastId)) {
+      bool const certain = !groups_[mcastId].xact->pending();
+      groups_[mcastId].allocated = false;
+      return found_.groups.giveBack(mcastId, certain);
+   }
    issueDelete(WriteKind::groupDelete, [this, mcastId]() -> String8 {
       if (!groups_[mcastId].onChip) return {};
       Refusal refusal = chip_->groupDelete(mcastId);
@@ -177,14 +240,16 @@ RouteHandle AsyncPlatform::doAllocateRoute(IpGenRouteKey const& routeKey,
                                            VlanIdOrNone acceptingVlanId, bool bridgeAction,
                                            Wisp::Multicast::Fib::RpaIndex rpaId, U32 vrfId) {
    called(Hook::doAllocateRoute);
-   auto const index = faults_.routesExhausted() ? std::nullopt : routePool_.take();
-   if (!index) return RouteHandle();
    Entry entry;
    entry.vrfId = vrfId;
    entry.key = routeKey;
    entry.acceptingVlan = acceptingVlanId;
    entry.bridge = bridgeAction;
    entry.rpaIndex = rpaId;
+   auto index = found_.routes.find(vrfId, routeKey, acceptingVlanId);
+   if (index && adoptRoute(*index, entry)) return RouteHandle(*index);
+   if (!index) index = faults_.routesExhausted() ? std::nullopt : routePool_.take();
+   if (!index) return RouteHandle();
    String8 fault = faults_.failure(WriteKind::routeCreate);
    auto write = [this, index = *index, entry, fault = std::move(fault)] {
       return fault.empty() ? chip_->routeCreate(index, entry) : fault;
@@ -192,6 +257,31 @@ RouteHandle AsyncPlatform::doAllocateRoute(IpGenRouteKey const& routeKey,
    if (*index >= routes_.size()) routes_.resize(*index + 1);
    routes_[*index] = {issue(std::move(write), nullptr), nullptr};
    return RouteHandle(*index);
+}
+
+// False: the entry is deleted instead, and its number is the caller's.
+bool AsyncPlatform::adoptRoute(U32 index, Entry const& wanted) {
+   Entry const& there = *chip_->routes().find(index);
+   if (there.bridge != wanted.bridge || there.rpaIndex != wanted.rpaIndex) {
+      deleteFoundRoute(index);
+      return false;
+   }
+   found_.routes.take(index);
+   if (index >= routes_.size()) routes_.resize(index + 1);
+   routes_[index] = {XactQueue::done(), nullptr, there.group};
+   ++found_.adopted;
+   return true;
+}
+
+void AsyncPlatform::deleteFoundRoute(U32 index) {
+   found_.routes.take(index);
+   issueDelete(WriteKind::routeDelete, [this, index] { return deleteFromChip(index); });
+}
+
+// Runs from the queue.
+String8 AsyncPlatform::deleteFromChip(U32 index) {
+   found_.routes.release(index);
+   return chip_->routeDelete(index);
 }
 
 // What is allocated under the numbers now may be gone when the write is applied: the write keeps
@@ -202,6 +292,11 @@ void AsyncPlatform::doSetMtableOifSet(RouteHandle handle, U32 mcastId, XactPtr b
       return notAllocated(Hook::doSetMtableOifSet, "route", handle.value());
    if (!groupAllocated(mcastId)) return notAllocated(Hook::doSetMtableOifSet, "group", mcastId);
    RouteState& route = routes_[handle.value()];
+   if (std::exchange(route.adoptedAt, noGroup) == mcastId) {
+      found_.routes.release(handle.value());
+      route.point = XactQueue::done();
+      return;
+   }
    String8 fault = faults_.failure(WriteKind::routePoint);
    auto write = [this, index = handle.value(), mcastId, create = route.create,
                  fault = std::move(fault)]() -> String8 {
@@ -210,6 +305,7 @@ void AsyncPlatform::doSetMtableOifSet(RouteHandle handle, U32 mcastId, XactPtr b
          return text("route entry not created: ", create->failureReason());
       }
       if (!groups_[mcastId].onChip) return text("multicast group ", mcastId, " not created");
+      found_.routes.release(index);
       return chip_->routePoint(index, mcastId);
    };
    route.point = issue(std::move(write), std::move(blockingXact));
@@ -228,7 +324,7 @@ void AsyncPlatform::doDeleteRoute(RouteHandle handle) {
    RouteState& route = routes_[handle.value()];
    auto write = [this, index = handle.value(), create = route.create]() -> String8 {
       if (create->state() == Hux::Xact::State::failed) return {};
-      return chip_->routeDelete(index);
+      return deleteFromChip(index);
    };
    issueDelete(WriteKind::routeDelete, std::move(write));
    route = {};
@@ -309,13 +405,14 @@ std::vector<Qor::String> AsyncPlatform::audit() const {
       GroupState const& group = groups_[id];
       if (group.onChip != (chip_->group(id) != nullptr)) {
          faults.push_back(text("group ", id, " is not on the chip as it was written"));
-      } else if (group.onChip && !group.allocated) {
+      } else if (group.onChip && !group.allocated && !found_.groups.contains(id)) {
          faults.push_back(text("group ", id, " is on the chip and not allocated"));
       }
    }
    for (U32 index = 0; index < routes_.size(); ++index) {
       ChipXactPtr const& create = routes_[index].create;
-      bool const expected = create && create->state() == Hux::Xact::State::succeeded;
+      bool const expected = found_.routes.left().contains(index) ||
+                            (create && create->state() == Hux::Xact::State::succeeded);
       if (expected != (chip_->routes().find(index) != nullptr)) {
          faults.push_back(text("route entry ", index, " is not on the chip as it was written"));
       }

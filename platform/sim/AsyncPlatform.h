@@ -13,6 +13,13 @@
 // Deletions have no transaction that anyone sees, so a deletion that fails is tried again at once
 // until done: with an injected fault it takes a second place in the queue.
 //
+// Adoption. A group is adopted for a set with exactly its members: the one that the route's own
+// found entry points at, if that is one of them. An entry is adopted for the same VRF, key and vlan,
+// and pointed only where it does not point at the right group already. The transactions of what was
+// not written are complete at once. A found entry that differs in what cannot be changed, whether it
+// bridges and its RP index, is deleted first. A group that is deleted while found entries point at
+// it stays, found once more.
+//
 // Fixed groups are a range of the replication table that is set aside. A fixed group is created
 // the first time it is asked for, and rewritten in place from then on until it is deleted.
 #pragma once
@@ -86,9 +93,17 @@ class AsyncPlatform final : public VelHelper::AsyncMrouteHelper,
       reusable_ = std::move(predicate);
    }
 
-   // What is allocated at present, fixed groups included.
+   // What is allocated at present, fixed groups and what has been found included.
    Qor::U32 groupsAllocated() const { return groupPool_.taken() + fixedAllocated_; }
    Qor::U32 routesAllocated() const { return routePool_.taken(); }
+
+   // The agent crashes. Of the writes under way the first `applied` still reach the chip, and
+   // nothing else does from now on, whatever is deleted on the way down.
+   void detach(Qor::U32 applied);
+   // The routing layer has told all that it wants: deletes what was found and not asked for,
+   // entries first. False: groups had to stay, since writes are under way that take entries away
+   // from them; sweep again when these are through.
+   bool sweepUnadopted();
 
    // What is wrong with the platform and its chip; empty when nothing is. With an empty queue the
    // chip also holds exactly what is allocated and has not failed.
@@ -138,8 +153,9 @@ class AsyncPlatform final : public VelHelper::AsyncMrouteHelper,
       ChipXactPtr xact;     // the latest that writes its members
    };
    struct RouteState {
-      ChipXactPtr create;  // null when not allocated
-      ChipXactPtr point;   // the latest that points it
+      ChipXactPtr create;            // null when not allocated
+      ChipXactPtr point;             // the latest that points it
+      Qor::U32 adoptedAt = noGroup;  // where it has pointed since before it was adopted
    };
 
    ~AsyncPlatform() override;
@@ -151,6 +167,10 @@ class AsyncPlatform final : public VelHelper::AsyncMrouteHelper,
    bool routeAllocated(MrouteLib::RouteHandle handle) const {
       return handle.value() < routes_.size() && routes_[handle.value()].create;
    }
+   void claimGroup(Qor::U32 id);
+   bool adoptRoute(Qor::U32 index, Entry const& wanted);
+   void deleteFoundRoute(Qor::U32 index);
+   Qor::String8 deleteFromChip(Qor::U32 index);
    ChipXactPtr issue(XactQueue::Write write, Hux::XactPtr blockingXact);
    void issueDelete(WriteKind kind, XactQueue::Write write);
    void writeGroup(WriteKind kind, Qor::U32 id, MrouteLib::OifSetPtr oifSet,

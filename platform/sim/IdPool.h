@@ -28,6 +28,19 @@ class IdPool {
       ++taken_;
       return next_++;
    }
+   // Takes a number that is in use already; it is greater than all that have been taken.
+   void takeFound(Qor::U32 id) {
+      QOR_ASSERT(id >= next_ && id < capacity_);
+      while (next_ < id) {
+         if (next_ == reservedFirst_ && reserved_ > 0) {
+            next_ += reserved_;
+         } else {
+            free_.push_back(next_++);
+         }
+      }
+      next_ = id + 1;
+      ++taken_;
+   }
    // The caller knows that the number is out.
    void give(Qor::U32 id) {
       QOR_ASSERT(taken_ > 0);

@@ -4,6 +4,10 @@
 //
 // Wrong calls (deleting what is not allocated, pointing at what is not) do nothing and are kept as
 // violations, which audit() of the platform reports.
+//
+// What the chip holds when a platform is made for it is found: it was left by an agent that has
+// crashed (platform/sim/Found.h). Asked for a group with the members of one that is found, a
+// platform answers with that one and writes nothing, and so it does with entries.
 #pragma once
 
 #include <array>
@@ -17,6 +21,7 @@
 #include "Qor/Clock.h"
 #include "platform/sim/Chip.h"
 #include "platform/sim/Faults.h"
+#include "platform/sim/Found.h"
 
 namespace Sim {
 
@@ -41,13 +46,18 @@ class PlatformBase {
 
    Violations const& violations() const { return violations_; }
 
+   // What was found, as far as nobody has asked for it yet.
+   Found const& found() const { return found_; }
+   std::vector<FoundRoute> foundRoutes() const { return found_.listed(*chip_); }
+
  protected:
    // Each call of a hook costs `callCost` seconds, which are not 0 only on virtual time.
    PlatformBase(Qor::Ptr<Chip> chip, Qor::Seconds callCost)
-         : chip_(std::move(chip)), callCost_(callCost) {}
+         : chip_(std::move(chip)), found_(*chip_), callCost_(callCost) {}
    ~PlatformBase() = default;
 
    void called(Hook hook) {
+      if (detached_) return;
       if (observer_) observer_(hookName(hook));
       ++calls_[static_cast<std::size_t>(hook)];
       spend(callCost_);
@@ -73,6 +83,10 @@ class PlatformBase {
 
    Qor::Ptr<Chip> const chip_;
    Faults faults_;
+   Found found_;
+   // The agent has crashed: nothing reaches the chip any more. Calls of hooks come from objects on
+   // their way out; they take no time and are not counted.
+   bool detached_ = false;
 
  private:
    Qor::Seconds const callCost_;

@@ -76,10 +76,25 @@ SyncPlatform::SyncPlatform(Qor::Name name, Qor::Ptr<Chip> chip, U32 switchId,
         PlatformBase(std::move(chip), config.callCost),
         switchId_(switchId),
         groupPool_(chip_->config().groups),
+        indexPool_(chip_->config().groups),
         emptyPool_(freshOifSetIndex - firstEmptyIndex()),
         routePool_(chip_->config().routes),
         boundaryPool_(chip_->config().boundaries),
-        counterPool_(config.counters) {}
+        counterPool_(config.counters) {
+   for (U32 const id : found_.groups.left())
+      groupPool_.takeFound(id);
+   for (U32 const number : found_.routes.left()) {
+      Entry const& entry = *chip_->routes().find(number);
+      routePool_.takeFound(number);
+      entries_.insert(number, foundState(entry));
+      ++vrfs_.insert(entry.vrfId, 0).first->second;
+   }
+   for (U32 const number : found_.boundaries.left()) {
+      boundaryPool_.takeFound(number);
+      entries_.insert(chip_->config().routes + number,
+                      foundState(*chip_->boundaries().find(number)));
+   }
+}
 
 SyncPlatform::~SyncPlatform() = default;
 
@@ -92,21 +107,6 @@ bool SyncPlatform::isServed(Hook hook, U32 switchId) {
    if (!isMine(hook, switchId)) return false;
    if (!inService_) misused(hook, "switch", switchId, "is not in service");
    return inService_;
-}
-
-// A write that may fail: whether it was done.
-template <class Write>
-bool SyncPlatform::attempt(WriteKind kind, Write&& write) {
-   spend(faults_.extraLatency());
-   return faults_.failure(kind).empty() && write().empty();
-}
-
-// A write that is tried again when it fails. Not done only when the chip refuses it.
-template <class Write>
-bool SyncPlatform::insist(WriteKind kind, Write&& write) {
-   spend(faults_.extraLatency());
-   if (!faults_.failure(kind).empty()) spend(faults_.extraLatency());
-   return write().empty();
 }
 
 // ---- The chip as a whole ----
@@ -133,6 +133,7 @@ void SyncPlatform::mrouteSwitchInit(U32 switchId, bool start) {
 
 // Entries go first: no group is deleted while a route points at it.
 void SyncPlatform::clearChip() {
+   sweepEntries();
    for (auto const& [handle, state] : entries_)
       removeFromChip(RouteHandle(handle));
    entries_.clear();
@@ -142,6 +143,7 @@ void SyncPlatform::clearChip() {
       freeSet(index, state.group);
    }
    sets_.clear();
+   sweepUnadopted();
    hitBitsCached_ = false;
 }
 
@@ -165,7 +167,7 @@ bool SyncPlatform::mrouteBoundaryFull(U32 switchId) {
 
 bool SyncPlatform::mtableFull(U32 switchId) {
    called(Hook::mtableFull);
-   return isMine(Hook::mtableFull, switchId) && groupsFull();
+   return isMine(Hook::mtableFull, switchId) && groupsFull() && found_.groups.left().empty();
 }
 
 // ---- Oif sets ----
@@ -192,15 +194,18 @@ U32 SyncPlatform::doAllocateMtableOifSet(U32 switchId, U32 oifSetIndex, OifSetPt
       sets_.insert(index, {oifSet->serial(), hardWired(set)});
       return index;
    }
-   if (!served || groupsFull()) return invalidOifSetIndex;
+   if (!served) return invalidOifSetIndex;
+   if (auto const adopted = adoptGroup(oifSet)) return *adopted;
+   if (groupsFull()) return invalidOifSetIndex;
    U32 const group = *groupPool_.take();
    auto const create = [&] { return chip_->groupCreate(group, membersOf(set), set.toCpu()); };
    if (!attempt(WriteKind::groupCreate, create)) {
       groupPool_.give(group);
       return invalidOifSetIndex;
    }
-   sets_.insert(group + 1, {oifSet->serial(), group});
-   return group + 1;
+   U32 const index = *indexPool_.take() + 1;
+   sets_.insert(index, {oifSet->serial(), group});
+   return index;
 }
 
 U32 SyncPlatform::doReallocateMtableOifSet(U32 switchId, U32 oifSetIndex, OifSetPtr oifSet) {
@@ -247,8 +252,14 @@ bool SyncPlatform::freeSet(U32 index, U32 group) {
       emptyPool_.give(index - firstEmptyIndex());
       return true;
    }
-   if (!insist(WriteKind::groupDelete, [&] { return chip_->groupDelete(group); })) return false;
-   groupPool_.give(group);
+   if (found_.routes.holds(group)) {
+      found_.groups.giveBack(group, true);
+   } else if (insist(WriteKind::groupDelete, [&] { return chip_->groupDelete(group); })) {
+      groupPool_.give(group);
+   } else {
+      return false;
+   }
+   indexPool_.give(index - 1);
    return true;
 }
 
@@ -279,20 +290,32 @@ RouteHandle SyncPlatform::allocateRoute(Hook hook, U32 switchId, Entry const& en
       notAllocated(hook, "oif set index", oifSetIndex);
       return RouteHandle();
    }
+   if (auto const found = found_.routes.find(entry.vrfId, entry.key, entry.acceptingVlan);
+       found && adoptRoute(*found, entry, state)) {
+      return RouteHandle(*found);
+   }
    if (routesFull()) return RouteHandle();
    U32 const number = *routePool_.take();
    if (!attempt(WriteKind::routeCreate, [&] { return chip_->routeCreate(number, entry); })) {
       routePool_.give(number);
       return RouteHandle();
    }
-   insist(WriteKind::routePoint, [&] { return chip_->routePoint(number, groupOf(state)); });
+   point(number, state);
    entries_.insert(number, state);
    ++vrfs_.insert(entry.vrfId, 0).first->second;
    return RouteHandle(number);
 }
 
 RouteHandle SyncPlatform::allocateBoundary(Hook hook, U32 switchId, Entry const& entry) {
-   if (!isServed(hook, switchId) || boundariesFull()) return RouteHandle();
+   if (!isServed(hook, switchId)) return RouteHandle();
+   if (auto const found = found_.boundaries.find(entry.vrfId, entry.key, entry.acceptingVlan)) {
+      RouteHandle const handle(chip_->config().routes + *found);
+      found_.boundaries.take(*found);
+      entries_.find(handle.value())->second.found = false;
+      ++found_.adopted;
+      return handle;
+   }
+   if (boundariesFull()) return RouteHandle();
    U32 const number = *boundaryPool_.take();
    if (!attempt(WriteKind::boundaryCreate, [&] { return chip_->boundaryCreate(number, entry); })) {
       boundaryPool_.give(number);
@@ -313,9 +336,16 @@ void SyncPlatform::doSetMtableOifSet(U32 switchId, U16, RouteHandle handle,
    if (groupOf(oifSetIndex) == noGroup) return notAllocated(hook, "oif set index", oifSetIndex);
    EntryState& state = entry->second;
    state.oifSetIndex = oifSetIndex;
+   point(entryOf(handle), state);
+}
+
+// Points the route entry where its state says, unless it points there already.
+void SyncPlatform::point(U32 number, EntryState const& state) {
+   if (auto* const set = sets_.find(state.oifSetIndex)) set->second.open = false;
    U32 const group = groupOf(state);
-   if (onChip(handle)->group == group) return;
-   insist(WriteKind::routePoint, [&] { return chip_->routePoint(entryOf(handle), group); });
+   found_.routes.release(number);
+   if (chip_->routes().find(number)->group == group) return;
+   insist(WriteKind::routePoint, [&] { return chip_->routePoint(number, group); });
 }
 
 void SyncPlatform::doDeleteMroute(U32 switchId, U16, RouteHandle handle,
@@ -354,6 +384,7 @@ void SyncPlatform::removeFromChip(RouteHandle handle) {
    }
    auto* const vrf = vrfs_.find(entry.vrfId);
    if (--vrf->second == 0) vrfs_.take(entry.vrfId);
+   found_.routes.release(number);
    insist(WriteKind::routeDelete, [&] { return chip_->routeDelete(number); });
    routePool_.give(number);
 }

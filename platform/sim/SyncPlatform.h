@@ -4,7 +4,8 @@
 //
 // Numbers.
 //   oif set index 0          no set: the hard-wired group that drops
-//   index 1 to the groups    the group of the replication table before it: index 1 is group 0
+//   index 1 to the groups    a group of the replication table; index 1 is group 0, and so on, where
+//                            nothing has been adopted
 //   index beyond             an empty set, each its own: a hard-wired group, the CPU's for a set
 //                            that goes to the CPU. Costs no room, and needs no write.
 //   handle below the routes  the entry of the route table
@@ -13,6 +14,13 @@
 // Entries. A fast-drop entry points at the group that drops, whatever its index. An entry that
 // points at the group already is not written. What is wanted of the hardware for sets that are for
 // software alone is up to the routing layer: they are sets like others here.
+//
+// Adoption. A group is adopted for a set with exactly its members. Which one, if there are several,
+// is settled by the first entry that is adopted with the index: the index then stands for the group
+// that this entry points at already. An entry is adopted for the same VRF, key and vlan, and pointed
+// only where it does not point at the right group already; one with another RP index is deleted
+// first. A group that is freed while found entries point at it stays, found once more. While there
+// are found groups the replication table counts as having room: one of them may be asked for.
 //
 // Failed writes. A group or an entry that could not be created is not allocated: the invalid number
 // is the answer, while the ...Full() hooks find room. A rewrite in place that failed answers the
@@ -99,7 +107,7 @@ class SyncPlatform final : public VelHelper::MrouteSmHelper,
    bool multicastRouting() const { return multicastRouting_; }
    CounterMode counterMode() const { return counterMode_; }
 
-   // What is allocated at present; empty sets apart.
+   // What is allocated at present, what has been found included; empty sets apart.
    Qor::U32 groupsAllocated() const { return groupPool_.taken(); }
    Qor::U32 emptySetsAllocated() const { return emptyPool_.taken(); }
    Qor::U32 routesAllocated() const { return routePool_.taken(); }
@@ -113,6 +121,12 @@ class SyncPlatform final : public VelHelper::MrouteSmHelper,
    Qor::U32 entryOf(RouteHandle handle) const {
       return isBoundary(handle) ? handle.value() - chip_->config().routes : handle.value();
    }
+
+   // The agent crashes: nothing reaches the chip from now on, whatever is cleared on the way down.
+   void detach() { detached_ = true; }
+   // The routing layer has told all that it wants: deletes what was found and not asked for,
+   // entries first.
+   void sweepUnadopted();
 
    // How many comparisons with the chip the verify hooks have been asked for, and what was found to
    // differ. No fault of who asks.
@@ -169,12 +183,14 @@ class SyncPlatform final : public VelHelper::MrouteSmHelper,
    struct SetState {
       Qor::U64 owner;  // the serial of the oif set that it was allocated for
       Qor::U32 group;
+      bool open = false;  // adopted, and no entry has it yet: an equal group would do as well
    };
    struct EntryState {
       Qor::U32 oifSetIndex = 0;
       bool fastDrop = false;
       bool hit = false;            // by the cached hit bits
       Qor::U64 packetsCached = 0;  // when these were read
+      bool found = false;          // and not asked for; the group is not known by an index
    };
    struct Counter {
       Qor::U32 number;
@@ -186,10 +202,21 @@ class SyncPlatform final : public VelHelper::MrouteSmHelper,
 
    bool isMine(Hook hook, Qor::U32 switchId);
    bool isServed(Hook hook, Qor::U32 switchId);
+   // A write that may fail: whether it was done.
    template <class Write>
-   bool attempt(WriteKind kind, Write&& write);
+   bool attempt(WriteKind kind, Write&& write) {
+      if (detached_) return false;
+      spend(faults_.extraLatency());
+      return faults_.failure(kind).empty() && write().empty();
+   }
+   // A write that is tried again when it fails. Not done only when the chip refuses it.
    template <class Write>
-   bool insist(WriteKind kind, Write&& write);
+   bool insist(WriteKind kind, Write&& write) {
+      if (detached_) return true;
+      spend(faults_.extraLatency());
+      if (!faults_.failure(kind).empty()) spend(faults_.extraLatency());
+      return write().empty();
+   }
 
    bool groupsFull() const { return faults_.groupsExhausted() || groupPool_.full(); }
    bool routesFull() const { return faults_.routesExhausted() || routePool_.full(); }
@@ -205,6 +232,12 @@ class SyncPlatform final : public VelHelper::MrouteSmHelper,
    Qor::U32 firstEmptyIndex() const { return chip_->config().groups + 1; }
 
    void clearChip();
+   static EntryState foundState(Entry const& entry);
+   std::optional<Qor::U32> adoptGroup(MrouteLib::OifSetPtr const& oifSet);
+   void settleGroup(Qor::U32 oifSetIndex, Qor::U32 pointedAt);
+   bool adoptRoute(Qor::U32 number, Entry const& wanted, EntryState const& state);
+   void point(Qor::U32 number, EntryState const& state);
+   void sweepEntries();
    Qor::U32 rewrite(Hook hook, Qor::U32 switchId, Qor::U32 index,
                     MrouteLib::PortVlanSet const& set);
    bool freeSet(Qor::U32 index, Qor::U32 group);
@@ -237,6 +270,7 @@ class SyncPlatform final : public VelHelper::MrouteSmHelper,
    Qor::HashMap<Qor::U32, Qor::U32> vrfs_;       // how many routes each VRF has
    Qor::HashMap<IpGenRouteKey, Counter> counters_;
    IdPool groupPool_;
+   IdPool indexPool_;  // of sets in the table, less one
    IdPool emptyPool_;
    IdPool routePool_;
    IdPool boundaryPool_;

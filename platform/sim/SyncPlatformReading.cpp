@@ -172,9 +172,10 @@ void SyncPlatform::verifyMrouteBoundary(U32 switchId, U16 vrfId,
 
 std::vector<Qor::String> SyncPlatform::audit() const {
    std::vector<Qor::String> faults = auditChip();
-   U32 inTables = 0;
+   U32 inTables = static_cast<U32>(found_.groups.left().size());
+   U32 emptySets = 0;
    for (auto const& [index, state] : sets_) {
-      if (inTable(state.group)) ++inTables;
+      ++(inTable(state.group) ? inTables : emptySets);
       if (chip_->group(state.group)) continue;
       faults.push_back(text("oif set index ", index, " is allocated, its group not on the chip"));
    }
@@ -188,7 +189,7 @@ std::vector<Qor::String> SyncPlatform::audit() const {
    };
    U32 const boundaries = boundariesAllocated();
    count("groups", groupsAllocated(), inTables, chip_->groups());
-   count("empty sets", emptySetsAllocated(), sets_.size() - inTables, emptySetsAllocated());
+   count("empty sets", emptySetsAllocated(), emptySets, emptySetsAllocated());
    count("routes", routesAllocated(), entries_.size() - boundaries, chip_->routes().size());
    count("boundaries", boundaries, entries_.size() - routesAllocated(), chip_->boundaries().size());
    return faults;
@@ -200,7 +201,7 @@ void SyncPlatform::auditEntry(RouteHandle handle, EntryState const& state,
    Entry const* const entry = onChip(handle);
    if (!entry) {
       faults.push_back(text(what, handle, " is allocated and not on the chip"));
-   } else if (!isBoundary(handle) && entry->group != groupOf(state)) {
+   } else if (!isBoundary(handle) && !state.found && entry->group != groupOf(state)) {
       faults.push_back(text(what, handle, " points at group ", groupName(entry->group),
                             " instead of ", groupName(groupOf(state))));
    }

@@ -18,6 +18,7 @@ XactQueue::~XactQueue() {
 
 ChipXactPtr XactQueue::issue(Write write, Hux::XactPtr blockingXact, Qor::Seconds extraLatency) {
    auto const xact = Qor::make<ChipXact>();
+   if (closed_) return xact;
    Qor::Seconds const due = Qor::now() + latency_ + extraLatency;
    pending_.push_back({std::move(write), xact, std::move(blockingXact), due});
    pendingPeak_ = std::max(pendingPeak_, pending());
@@ -25,7 +26,21 @@ ChipXactPtr XactQueue::issue(Write write, Hux::XactPtr blockingXact, Qor::Second
    return xact;
 }
 
+ChipXactPtr XactQueue::done() {
+   return Qor::make<ChipXact>(Hux::Xact::State::succeeded);
+}
+
+void XactQueue::flush(Qor::U32 applied) {
+   for (Qor::U32 left = std::min(pending(), applied); left > 0 && !pending_.empty(); --left) {
+      Pending const change = std::move(pending_.front());
+      pending_.pop_front();
+      complete(change);
+   }
+   arm();
+}
+
 void XactQueue::close() {
+   closed_ = true;
    std::deque<Pending> dropped;
    dropped.swap(pending_);
    arm();

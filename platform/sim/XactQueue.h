@@ -24,6 +24,8 @@ namespace Sim {
 // A transaction that knows why it failed.
 class ChipXact final : public Hux::Xact {
  public:
+   using Xact::Xact;
+
    // Empty while the transaction has not failed.
    Qor::String8 const& failureReason() const { return failureReason_; }
 
@@ -48,8 +50,14 @@ class XactQueue final : public Qor::RefCounted {
    ChipXactPtr issue(Write write, Hux::XactPtr blockingXact = nullptr,
                      Qor::Seconds extraLatency = 0);
 
-   // Drops what has not been applied, as a chip does whose driver goes away: the transactions stay
-   // pending for ever and nobody is told, since those who would listen may be going too.
+   // A transaction that is complete already, for a write that was not needed.
+   static ChipXactPtr done();
+
+   // Applies the first `applied` of the writes that are waiting, at once, whatever they wait for.
+   void flush(Qor::U32 applied);
+   // Drops what has not been applied, now and from now on, as a chip does whose driver goes away:
+   // the transactions stay pending for ever and nobody is told, since those who would listen may be
+   // going too.
    void close();
 
    Qor::U32 pending() const { return static_cast<Qor::U32>(pending_.size()); }
@@ -96,6 +104,7 @@ class XactQueue final : public Qor::RefCounted {
    Qor::U32 pendingPeak_ = 0;
    Qor::U64 succeeded_ = 0;
    Qor::U64 failed_ = 0;
+   bool closed_ = false;
    Qor::Ptr<Qor::Clock> const clock_;
    QorClock clockReactor_{this};
    QorBlockingXact blockingReactor_{this};

@@ -1,0 +1,89 @@
+// Four operations for a tool that counts instructions, which no other load on the machine changes.
+// The script `instructions` beside this file runs it and compares with what is on record.
+#include <array>
+#include <cstdio>
+#include <functional>
+#include <memory>
+
+#include "Comparison.h"
+#include "ReactorSides.h"
+
+// What is counted: the tool is told this name.
+extern "C" [[gnu::noinline]] void velmrouteCounted(std::function<void()> const& work) {
+   work();
+}
+
+namespace Bench {
+
+namespace {
+
+constexpr std::size_t routes = 10'000;
+constexpr std::size_t sets = 1'000;
+
+// Routes of which each is added, changed and deleted.
+template <class Side>
+std::size_t routeCycles() {
+   Plan const plan(routes, sets);
+   Side side(plan);
+   for (int round = 0; round < 2; ++round) {
+      std::function<void()> const work = [&] {
+         for (std::size_t n = 0; n < routes; ++n)
+            side.add(n);
+         for (U32 const n : plan.order)
+            side.change(n);
+         for (U32 const n : plan.order)
+            side.del(n);
+      };
+      // The second time, when all tables have grown.
+      if (round == 0) {
+         work();
+      } else {
+         velmrouteCounted(work);
+      }
+      side.purge();
+   }
+   return routes;
+}
+
+std::size_t agingReview() {
+   Plan const plan(routes, sets);
+   AsyncReactorSide side(plan);
+   side.inputs.publish(plan);
+   for (std::size_t n = 0; n < routes; ++n)
+      side.add(n);
+   velmrouteCounted([&] { side.review(); });
+   return routes;
+}
+
+std::size_t fastReroute() {
+   Plan const plan(0, sets, Lnet::IntfId("et1"));
+   AsyncReactorSide side(plan);
+   for (std::size_t n = 0; n < sets; ++n)
+      side.hold(n);
+   auto const status = side.inputs.ethIntfStatusDir->newIntfStatus(Lnet::IntfId("et1"));
+   velmrouteCounted([&] { status->operStatusIs(Interface::IntfOperStatus::down); });
+   return side.hooks->rewritten;
+}
+
+struct Operation {
+   char const* name;
+   std::size_t (*run)();
+};
+constexpr std::array<Operation, 4> operations = {
+      {{"async-route-cycle", routeCycles<AsyncReactorSide>},
+       {"sync-route-cycle", routeCycles<SyncReactorSide>},
+       {"async-aging-review", agingReview},
+       {"async-fast-reroute", fastReroute}}};
+
+}  // namespace
+
+bool runOnce(std::string const& operation) {
+   for (Operation const& o : operations) {
+      if (operation != o.name) continue;
+      std::printf("%zu\n", o.run());
+      return true;
+   }
+   return false;
+}
+
+}  // namespace Bench

@@ -1,0 +1,200 @@
+// Restarts of the agent on both paths: random routes, crashes at any moment, and replays in any
+// order of what did not change and of what did.
+#include <gtest/gtest.h>
+
+#include <random>
+#include <sstream>
+
+#include "agent/SimulatedTarget.h"
+#include "agent/Timeline.h"
+
+namespace Agent {
+namespace {
+
+using Route = ScenarioTarget::Route;
+using Texts = std::vector<std::string>;
+
+class Life {
+ public:
+   Life(Path path, unsigned seed, Sim::ChipConfig const& chip)
+         : path_(path), random_(seed), simulated_(path, chip, InterfaceMap()) {
+      simulated_.timelineIs(&timeline_);
+   }
+   ~Life() {
+      simulated_.timelineIs(nullptr);
+      Qor::activityManagerIs(nullptr);
+   }
+
+   SimulatedSwitch& simulated() { return simulated_; }
+   unsigned upTo(unsigned n) { return static_cast<unsigned>(random_() % n); }
+   void run(double seconds) { simulated_.activity().runUntil(Qor::now() + seconds); }
+
+   // Wants route number `i` in some way, or not at all.
+   void change(unsigned i) {
+      Route route;
+      route.vrf = L3::VrfName(i % 5 == 0 ? "red" : "default");
+      auto const source = i % 3 == 0 ? Lnet::IpGenAddr::v4(0) : Lnet::IpGenAddr::v4(0x0a000002);
+      route.key = Scenario::RouteKey::fromAddresses(source, Lnet::IpGenAddr::v4(0xef010000 + i));
+      touched_.insert(i);
+      if (upTo(4) == 0) {
+         wanted_.erase(i);
+         return target_.routeDel(route.vrf, route.key);
+      }
+      route.iif = Lnet::IntfId("in" + std::to_string(upTo(2)));
+      for (unsigned oif = 0, some = upTo(8); oif < 3; ++oif) {
+         if (some >> oif & 1u) route.oifs.push_back(Lnet::IntfId("out" + std::to_string(oif)));
+      }
+      route.cpu = upTo(5) == 0;
+      if (upTo(6) == 0) route.backup = {Lnet::IntfId("spare")};
+      if (upTo(6) == 0) route.fastdrop = {Lnet::IntfId("watched")};
+      route.noRpf = upTo(8) == 0;
+      if (path_ == Path::sync && !route.noRpf) route.bridge = upTo(10) == 0;
+      wanted_[i] = route;
+      target_.routeIs(route);
+   }
+
+   // Where a packet of each route comes out that is in hardware and was not touched since.
+   std::map<unsigned, std::map<std::string, unsigned>> outputs() {
+      std::map<unsigned, std::map<std::string, unsigned>> out;
+      for (auto const& [i, route] : wanted_) {
+         auto const source = route.key.source().isAny() ? Lnet::IpGenAddr::v4(0x0a000009)
+                                                        : route.key.source().address();
+         if (touched_.contains(i)) continue;
+         out[i] = target_.send({route.vrf, source, route.key.group().address(), route.iif, 64}).at;
+      }
+      return out;
+   }
+   // From now on only what is in hardware is looked at.
+   void settled() {
+      touched_.clear();
+      for (auto const& [i, route] : wanted_) {
+         if (target_.route(route.vrf, route.key).state != "inHardware") touched_.insert(i);
+      }
+   }
+
+   RestartOptions options() {
+      RestartOptions options;
+      options.order = RestartOptions::Order::shuffled;
+      options.seed = random_();
+      options.begin = 0.01 * upTo(3);
+      options.over = 0.1 * upTo(4);
+      options.applied = upTo(5);
+      return options;
+   }
+   // Forgets some of the routes for good.
+   void tellOnlySome(RestartOptions& options) {
+      auto& only = options.only.emplace();
+      for (auto it = wanted_.begin(); it != wanted_.end();) {
+         if (upTo(4) == 0) {
+            it = wanted_.erase(it);
+            continue;
+         }
+         only.insert({it->second.vrf, it->second.key});
+         ++it;
+      }
+   }
+
+   Sim::Chip const& chip() const { return simulated_.chip(); }
+   Qor::U64 writes() const {
+      Qor::U64 sum = 0;
+      for (std::size_t kind = 0; kind < Sim::writeKinds; ++kind)
+         sum += chip().writes(static_cast<Sim::WriteKind>(kind));
+      return sum;
+   }
+   void expectSound() {
+      EXPECT_EQ(simulated_.audit(), Texts());
+      EXPECT_EQ(target_.check(), Texts());
+      EXPECT_EQ(target_.value(Scenario::State::wanted), wanted_.size());
+   }
+   // With room for all of it.
+   void expectComplete() {
+      EXPECT_EQ(target_.value(Scenario::State::inHardware), wanted_.size());
+      std::size_t entries = wanted_.size();
+      for (auto const& [i, route] : wanted_)
+         entries += route.fastdrop.size();
+      EXPECT_EQ(chip().routes().size() + chip().boundaries().size(), entries);
+   }
+
+ private:
+   Path const path_;
+   std::mt19937_64 random_;
+   std::ostringstream shown_;
+   Timeline timeline_{shown_};
+   SimulatedSwitch simulated_;
+   SimulatedTarget target_{simulated_, nullptr, true};
+   std::map<unsigned, Route> wanted_;
+   std::set<unsigned> touched_;
+};
+
+template <class Body>
+void forManySeeds(Body const& body) {
+   for (unsigned seed = 0; seed < 60; ++seed) {
+      for (Path const path : {Path::async, Path::sync}) {
+         bool const room = seed % 3 != 0;
+         SCOPED_TRACE((path == Path::async ? "async, seed " : "sync, seed ") +
+                      std::to_string(seed));
+         Sim::ChipConfig chip;
+         chip.groups = room ? 64 : 6;
+         chip.routes = room ? 256 : 30;
+         chip.latency = 0.01;
+         Life life(path, seed, chip);
+         for (unsigned i = 0; i < 40; ++i)
+            life.change(i);
+         life.run(6);
+         body(life, room);
+         if (testing::Test::HasFailure()) return;
+      }
+   }
+}
+
+TEST(Restart, AnUnchangedReplayInAnyOrderWritesNothingAndNoPacketNotices) {
+   forManySeeds([](Life& life, bool room) {
+      auto const before = life.writes();
+      life.settled();
+      auto const outputs = life.outputs();
+      for (unsigned restarts = 0; restarts < 3; ++restarts) {
+         life.simulated().restart(life.options());
+         for (unsigned i = 0, steps = 1 + life.upTo(40); i < steps; ++i) {
+            life.run(0.01);
+            EXPECT_EQ(life.outputs(), outputs);
+         }
+      }
+      life.run(1);
+      // Without room, who waits may get an entry now that others waited for before.
+      EXPECT_TRUE(!room || life.writes() == before);
+      EXPECT_EQ(life.outputs(), outputs);
+      life.expectSound();
+   });
+}
+
+TEST(Restart, WhatChangesMeanwhileIsWrittenAndNothingElseIsLeftOnTheChip) {
+   forManySeeds([](Life& life, bool room) {
+      bool const faulty = life.upTo(3) == 0;  // some routes are given up then
+      for (unsigned restarts = 0; restarts < 3; ++restarts) {
+         life.run(0.05);
+         // What changed before a restart may have its old entries until the end of the recovery.
+         bool const stable = room && !life.simulated().recovering();
+         life.settled();
+         auto outputs = life.outputs();
+         for (unsigned changes = 12; changes > 0; --changes)
+            life.change(life.upTo(40));
+         life.run(0.01 * life.upTo(8));  // writes may be under way
+         RestartOptions options = life.options();
+         if (life.upTo(2)) life.tellOnlySome(options);
+         life.simulated().path().faults().rateIs(Sim::WriteKind::routePoint, faulty ? 0.2 : 0);
+         life.simulated().restart(options);
+         for (unsigned steps = life.upTo(12); steps > 0; --steps) {
+            life.run(0.03);
+            if (life.upTo(2)) life.change(life.upTo(40));
+            for (auto const& [i, copies] : life.outputs())
+               EXPECT_TRUE(!stable || copies == outputs[i]) << "route " << i;
+         }
+      }
+      life.run(10);
+      life.expectSound();
+      if (room && !faulty) life.expectComplete();
+   });
+}
+
+}  // namespace
+}  // namespace Agent
