@@ -208,6 +208,7 @@ ordered_json valueJson(Generic const& value, std::string const& type) {
    if (value.kind() == Generic::Kind::nothing || value.isNull()) return nullptr;
    std::string const& text = value.text();
    if (value.kind() == Generic::Kind::value) {
+      if (text == "''") return "";  // the empty string
       if (type == "bool") return text == "True";
       char const* const last = text.data() + text.size();
       if (type.starts_with('U')) {
