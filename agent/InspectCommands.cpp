@@ -18,10 +18,6 @@ using Lines = std::vector<std::vector<std::string>>;
 
 namespace {
 
-std::string cellText(ordered_json const& value) {
-   return value.is_string() ? value.get<std::string>() : value.dump();
-}
-
 std::string aligned(Lines const& lines) {
    std::ostringstream out;
    printAligned(out, lines);
@@ -53,7 +49,7 @@ Lines rowLines(ordered_json const& rows) {
       lines.push_back(
             {row.at("name").get<std::string>(),
              counted ? row.at("members").dump() + (row.at("members") == 1 ? " member" : " members")
-                     : cellText(row.at("value")),
+                     : valueText(row.at("value")),
              !counted && row.at("writable").get<bool>() ? "writable" : "",
              row.at("type").get<std::string>()});
    }
@@ -168,7 +164,7 @@ void Inspector::get(Words const& words) {
    ordered_json json = {{"path", printable(node.path)}, {"type", node.type}};
    if (node.kind == Kind::value) {
       json["value"] = valueJson(node.it, node.type);
-      return say(json, cellText(json["value"]) + '\n');
+      return say(json, valueText(json["value"]) + '\n');
    }
    Lines lines;
    ordered_json members = ordered_json::object();
@@ -179,7 +175,7 @@ void Inspector::get(Words const& words) {
             counted ? ordered_json{{"members", row.at("members")}} : row.at("value");
       members[row.at("name").get<std::string>()] = value;
       lines.push_back({row.at("name").get<std::string>(),
-                       counted ? row.at("members").dump() + " members" : cellText(value)});
+                       counted ? row.at("members").dump() + " members" : valueText(value)});
    }
    json["members"] = members;
    say(json, lines.empty() ? "empty\n" : aligned(lines));
@@ -215,7 +211,7 @@ void Inspector::set(Words const& words) {
    ordered_json const now =
          valueJson(Qor::get(node.owner, node.attribute->name), node.attribute->type);
    say({{"path", printable(node.path)}, {"value", now}},
-       printable(node.path) + " = " + cellText(now) + '\n');
+       printable(node.path) + " = " + valueText(now) + '\n');
 }
 
 void Inspector::call(Words const& words) {
@@ -230,7 +226,7 @@ void Inspector::call(Words const& words) {
    Qor::Generic result;
    change([&] { result = operation.run(operation, node.it, arguments); });
    ordered_json const json = valueJson(result, operation.result);
-   say({{"result", json}}, operation.result == "void" ? "done\n" : cellText(json) + '\n');
+   say({{"result", json}}, operation.result == "void" ? "done\n" : valueText(json) + '\n');
 }
 
 // ---- Types, traces, routes. ----

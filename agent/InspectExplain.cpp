@@ -93,7 +93,7 @@ class Explanation {
       addPlace();
       addUse();
       addReroute();
-      if (entry_ || inHardware()) out_["chipDiffers"] = chipDiffers();
+      if (inHardware()) out_["chipDiffers"] = chipDiffers();
       return std::move(out_);
    }
 
@@ -177,6 +177,7 @@ class Explanation {
    // What the chip says otherwise than the route programmer, a sentence each.
    ordered_json chipDiffers() const {
       ordered_json out = ordered_json::array();
+      if (route_.handle().isNull()) return out;  // it takes no entry
       if (!entry_) {
          out.push_back(text("the chip has no entry for handle ", route_.handle().value()));
          return out;

@@ -204,6 +204,10 @@ std::vector<TreeNode> EntityTree::children(TreeNode const& node, std::size_t ski
    return found;
 }
 
+std::string valueText(ordered_json const& value) {
+   return value.is_string() ? value.get<std::string>() : value.dump();
+}
+
 ordered_json valueJson(Generic const& value, std::string const& type) {
    if (value.kind() == Generic::Kind::nothing || value.isNull()) return nullptr;
    std::string const& text = value.text();

@@ -59,4 +59,7 @@ Qor::Type const* typeOf(TreeNode const& node);
 // A value as JSON: numbers and truth as such, null for no object, all else as it is shown.
 nlohmann::ordered_json valueJson(Qor::Generic const& value, std::string const& type);
 
+// The same for people.
+std::string valueText(nlohmann::ordered_json const& value);
+
 }  // namespace Agent

@@ -23,10 +23,6 @@ std::string seconds(double time) {
    return out.str();
 }
 
-std::string cellText(ordered_json const& value) {
-   return value.is_string() ? value.get<std::string>() : value.dump();
-}
-
 // What a watch tells, for people.
 std::string eventText(ordered_json const& event) {
    std::string text = "at " + seconds(event.at("time").get<double>()) + ": " +
@@ -37,8 +33,8 @@ std::string eventText(ordered_json const& event) {
       return text + " has changed as a whole, and has " + event.at("size").dump() + " members";
    }
    if (event.contains("value")) {
-      text += " = " + cellText(event.at("value"));
-      return event.contains("was") ? text + " (was " + cellText(event.at("was")) + ')' : text;
+      text += " = " + valueText(event.at("value"));
+      return event.contains("was") ? text + " (was " + valueText(event.at("was")) + ')' : text;
    }
    bool const object = !event.contains("member") && !event.contains("key");
    return text + (object ? " has gone, and is watched no more" : " has gone");
