@@ -204,9 +204,9 @@ void Inspector::set(Words const& words) {
    if (!node.attribute) throw InspectError(printable(node.path) + " is no attribute");
    if (!node.writable()) throw InspectError(node.attribute->fullName + " may only be read");
    // A string representation has blanks, and need not be quoted.
-   Qor::Generic const value = words.size() == 3
-                                    ? argument(all, words[2])
-                                    : Qor::Generic(std::string(line_.substr(words[2].at)));
+   std::string const text =
+         line_.substr(words[2].at, words.back().at + words.back().raw.size() - words[2].at);
+   Qor::Generic const value = words.size() == 3 ? argument(all, words[2]) : Qor::Generic(text);
    change([&] { Qor::set(node.owner, node.attribute->name, value); });
    ordered_json const now =
          valueJson(Qor::get(node.owner, node.attribute->name), node.attribute->type);

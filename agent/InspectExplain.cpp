@@ -234,7 +234,6 @@ bool covers(RouteKey const& entry, RouteKey const& key) {
 ordered_json taker(SimulatedSwitch const& simulated, L3::VrfName const& vrf, Qor::U32 vrfId,
                    RouteKey const& key) {
    Sim::Entry const* best = nullptr;
-   Sim::Entry const* const none = nullptr;
    auto const longer = [](RouteKey const& a, RouteKey const& b) {
       return std::pair(a.group().length(), a.source().length()) >
              std::pair(b.group().length(), b.source().length());
@@ -245,7 +244,7 @@ ordered_json taker(SimulatedSwitch const& simulated, L3::VrfName const& vrf, Qor
    };
    simulated.chip().boundaries().forEach(visit);
    simulated.chip().routes().forEach(visit);
-   if (best == none) return nullptr;
+   if (!best) return nullptr;
    Intf const* const intf =
          best->acceptingVlan.isNone()
                ? nullptr

@@ -95,8 +95,8 @@ TEST_P(Inspect, AnswersEachCommandOrSaysWhatWouldBeRight) {
          {"ls", "config +1 member|config .*VrfConfig"},
          {"ls /switch", "1 .*MrouteSwitch"},
          {"get /switch/1/switchId", "^[01]\n$"},
-         {"ls /hwStatus/vrfStatus/default/route", R"("\(\*, 239\.1\.1\.9\)" )"},
-         {R"(get /hwStatus/vrfStatus/default/route/"(*, 239.1.1.9)"/acceptingIntfId)", "rtr0"},
+         {"ls /hwStatus/vrfStatus/default/route", R"x("\(\*, 239\.1\.1\.9\)" )x"},
+         {R"x(get /hwStatus/vrfStatus/default/route/"(*, 239.1.1.9)"/acceptingIntfId)x", "rtr0"},
          {"get /switch/1/inUseOifSet/[1]/mrouteSwitch/switchId", "^[01]\n$"},  // round in a circle
          {"get /switch/1/inUseOifSet/[9]", R"(has no member "\[9\]" among its \d+)"},
          {"ls /intfVlanId/intfIdToVlanId", "rtr0 +1006"},
