@@ -13,7 +13,9 @@ Qor::Type describeTable() {
    type.map<Table::VlanColl::Forward, Table, &Table::intfIdToVlanId, &Table::intfIdToVlanIdIs,
             &Table::intfIdToVlanIdDel, &Table::intfIdToVlanIdDelAll,
             &Table::intfIdToVlanIdNotify>();
+   type.told<&Table::Notifiee::onIntfIdToVlanId, &Table::Notifiee::onIntfIdToVlanIdImmediate>();
    type.map<Table::VlanColl::Backward, Table, &Table::vlanIdToIntfId>();
+   type.told<&Table::Notifiee::onVlanIdToIntfId, &Table::Notifiee::onVlanIdToIntfIdImmediate>();
    return type;
 }
 Qor::TypeRegistration const tableRegistered(describeTable);

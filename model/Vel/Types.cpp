@@ -15,7 +15,11 @@ Qor::Type describeL3Status() {
    type.map<L3Status::VrfColl::Forward, L3Status, &L3Status::vrfNameToVrfId,
             &L3Status::vrfNameToVrfIdIs, &L3Status::vrfNameToVrfIdDel,
             &L3Status::vrfNameToVrfIdDelAll, &L3Status::vrfNameToVrfIdNotify>();
+   type.told<&L3Status::Notifiee::onVrfNameToVrfId,
+             &L3Status::Notifiee::onVrfNameToVrfIdImmediate>();
    type.map<L3Status::VrfColl::Backward, L3Status, &L3Status::vrfIdToVrfName>();
+   type.told<&L3Status::Notifiee::onVrfIdToVrfName,
+             &L3Status::Notifiee::onVrfIdToVrfNameImmediate>();
    type.attribute<&L3Status::multicastReviewPending, &L3Status::multicastReviewPendingIs,
                   &L3Status::Notifiee::onMulticastReviewPending>();
    type.attribute<&L3Status::unicastReviewPending, &L3Status::unicastReviewPendingIs,
