@@ -31,6 +31,14 @@ AsyncPath::AsyncPath(Surroundings const& s, PlatformPtr platform, RouteStatusPtr
               Qor::make<Qor::Clock>("zombieClock"), Qor::make<Qor::Clock>("agingClock"),
               s.ethIntfStatusDir, Qor::make<Bfd::StatusPeer>(), bfdAppStatus_, nullptr, nullptr)) {}
 
+TreeRoots AsyncPath::roots() const {
+   return {{"bfd", Qor::toGeneric(bfdAppStatus_)},
+           {"helper/1", Qor::toGeneric(Qor::Ptr<VelHelper::AsyncMrouteHelper>(platform_))},
+           {"routeStatus", Qor::toGeneric(routeStatus_)},
+           {"sm/1", Qor::toGeneric(reactor_)},
+           {"switch/1", Qor::toGeneric(mrouteSwitch())}};
+}
+
 bool AsyncPath::sweepUnadopted() {
    bool const all = platform_->sweepUnadopted();
    routeProgrammer_.tryAgain();
@@ -50,7 +58,7 @@ void AsyncPath::timelineIs(Timeline* timeline) {
 
 RecordRow AsyncPath::rowOf(Vel::Mroute::AsyncMtableOifSet const& record) const {
    RecordRow row;
-   row.group = record.multicastId();
+   row.group = row.index = record.multicastId();
    row.usedInHw = record.usedInHw();
    return row;
 }

@@ -35,7 +35,7 @@ class AsyncPath final : public SwitchPathOn<Vel::Mroute::AsyncMrouteSwitch> {
    }
 
    std::vector<Qor::String> auditTables() const override;
-
+   TreeRoots roots() const override;
    void detach(Qor::U32 applied) override { platform_->detach(applied); }
    Sim::Found const& found() const override { return platform_->found(); }
    std::vector<Sim::FoundRoute> foundRoutes() const override { return platform_->foundRoutes(); }

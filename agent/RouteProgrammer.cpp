@@ -141,6 +141,14 @@ Qor::U32 RouteProgrammer::waiting() const {
    return static_cast<Qor::U32>(sum);
 }
 
+std::optional<RouteProgrammer::Place> RouteProgrammer::placeInLine(Route const& route) const {
+   for (std::size_t i = 0; i < tables; ++i) {
+      if (route.waitingIn_ != &waiting_[i]) continue;
+      return Place{static_cast<Table>(i), waiting_[i].before(route), waiting_[i].size()};
+   }
+   return std::nullopt;
+}
+
 // ---- Passes. ----
 
 void RouteProgrammer::mark(Route& route) {

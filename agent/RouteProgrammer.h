@@ -106,6 +106,14 @@ class RouteProgrammer {
       }
    }
 
+   // Where a route stands in line for room; nothing for one that does not.
+   struct Place {
+      Table table;
+      std::size_t before;   // how many are served first
+      std::size_t waiting;  // in this line, the route included
+   };
+   std::optional<Place> placeInLine(Route const& route) const;
+
    Qor::U32 routes() const { return wantedRoutes_; }
    Qor::U32 waiting() const;  // how many stand in a queue for room
    Counters const& counters() const { return counters_; }

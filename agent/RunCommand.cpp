@@ -111,7 +111,7 @@ void count(RunFigures& figures, CaptureEvent const& event) {
    figures.captureSeconds = timeOf(event).time;
 }
 
-class Run {
+class Run final : public InspectedRun {
  public:
    explicit Run(RunOptions const& options) : options_(options), reader_(options.files) {}
 
@@ -126,14 +126,38 @@ class Run {
       double const began = processorSeconds();
       Sim::ChipConfig chip;
       if (!options_.chipText.empty()) parseChipOption(options_.chipText, chip);
-      SimulatedSwitch simulated(options_.path.value_or(Path::async), chip, std::move(intfMap));
-      TimelineFile timeline(options_.timelineFile, simulated);
-      bool const replayed = replay(simulated, timeline);
-      if (replayed) simulated.settle();
+      simulated_ = std::make_unique<SimulatedSwitch>(options_.path.value_or(Path::async), chip,
+                                                     std::move(intfMap));
+      TimelineFile timeline(options_.timelineFile, *simulated_);
+      timeline_ = &timeline;
+      bool const replayed = options_.until ? runUntil(*options_.until) : runToEnd();
+      if (options_.inspects() && replayed) {
+         InspectResult const looked = inspect(*this, options_.inspected());
+         bool const good = timeline.finish() && looked.good && !stopped_;
+         return exitAfter(looked, good ? exitDone : exitFailed);
+      }
       if (!timeline.finish() || !replayed) return exitFailed;
       figures_.processorSeconds = processorSeconds() - began;
-      return report(simulated);
+      return report(*simulated_);
    }
+
+   SimulatedSwitch& simulated() override { return *simulated_; }
+   bool runUntil(Qor::Seconds time) override {
+      if (!replay(time)) return false;
+      simulated_->activity().runUntil(time);
+      return true;
+   }
+   bool runToEnd() override {
+      if (!replay(Qor::never)) return false;
+      simulated_->settle();
+      return true;
+   }
+   Qor::Seconds nextInput() override {
+      InterruptEndsInput const interrupt;
+      reader_.stopFdIs(interrupt.fd());
+      return readAhead() ? timeOf(event_).time : Qor::never;
+   }
+   bool inMemory() const override { return ended_; }
 
  private:
    static constexpr std::size_t listedDifferences = 20;
@@ -144,38 +168,50 @@ class Run {
       return exitFailed;
    }
 
-   // False when the input stopped the run.
-   bool replay(SimulatedSwitch& simulated, TimelineFile& timeline) {
+   // Takes in the events up to and including this time. False when the input stopped the run.
+   bool replay(Qor::Seconds until) {
       InterruptEndsInput const interrupt;
       reader_.stopFdIs(interrupt.fd());
-      CaptureEvent event;
-      while (!interrupted) {
-         auto result = reader_.next(event);
-         if (interrupted || result == CaptureReader::Result::end) break;
-         std::optional<InputError> error;
-         if (result == CaptureReader::Result::error) {
-            error = reader_.error();
-         } else {
-            error = apply(simulated, event);
-         }
-         if (error) {
-            fail(*error);
-            ++figures_.badLines;
-            if (!options_.keepGoing) return false;
+      while (readAhead() && timeOf(event_).time <= until) {
+         ahead_ = false;
+         if (auto const error = apply(*simulated_, event_)) {
+            report(*error);
             continue;
          }
-         count(figures_, event);
-         if (auto const* link = std::get_if<LinkEvent>(&event)) {
-            timeline.note("link " + link->intf.name() +
-                          (carriesTraffic(link->status) ? " up" : " down"));
+         count(figures_, event_);
+         if (auto const* link = std::get_if<LinkEvent>(&event_)) {
+            timeline_->note("link " + link->intf.name() +
+                            (carriesTraffic(link->status) ? " up" : " down"));
          }
-         progress_.show(figures_, simulated, reader_.time());
+         progress_.show(figures_, *simulated_, reader_.time());
       }
       progress_.clear();
       figures_.lines = reader_.lines();
       figures_.skippedLines = reader_.skipped();
       figures_.clockSteps = reader_.clockSteps();
-      return true;
+      return !stopped_;
+   }
+
+   // Whether there is a next event, which event_ is then.
+   bool readAhead() {
+      while (!ahead_ && !ended_) {
+         auto const result = reader_.next(event_);
+         if (interrupted || result == CaptureReader::Result::end) {
+            ended_ = true;
+         } else if (result == CaptureReader::Result::error) {
+            report(reader_.error());
+         } else {
+            ahead_ = true;
+         }
+      }
+      return ahead_ && !interrupted;
+   }
+
+   // What is wrong with the input, which ends it unless it is to go on.
+   void report(InputError const& error) {
+      fail(error);
+      ++figures_.badLines;
+      if (!options_.keepGoing) stopped_ = ended_ = true;
    }
 
    std::optional<InputError> apply(SimulatedSwitch& simulated, CaptureEvent const& event) {
@@ -210,9 +246,15 @@ class Run {
 
    RunOptions const& options_;
    CaptureReader reader_;
+   CaptureEvent event_;
+   bool ahead_ = false;    // event_ is the next one
+   bool ended_ = false;    // nothing more is to be read
+   bool stopped_ = false;  // by an error
    CaptureState capture_;
    RunFigures figures_;
    Progress progress_;
+   std::unique_ptr<SimulatedSwitch> simulated_;
+   TimelineFile* timeline_ = nullptr;  // while it runs
 };
 
 template <class T>
@@ -222,6 +264,10 @@ bool parseNumber(std::string_view text, T& value) {
 }
 
 }  // namespace
+
+InspectOptions RunOptions::inspected() const {
+   return {evals, inspect, json};
+}
 
 std::optional<std::string> parseChipOption(std::string const& text, Sim::ChipConfig& config) {
    std::string_view rest(text);
@@ -297,6 +343,12 @@ void reportTables(RunOptions const& options, SimulatedSwitch const& simulated,
 }
 
 int runFiles(RunOptions const& options) {
+   bool const standardInput =
+         std::find(options.files.begin(), options.files.end(), "-") != options.files.end();
+   if (options.inspect && standardInput) {
+      std::cerr << "commands and a capture cannot both be read from standard input\n";
+      return exitUsage;
+   }
    bool const scenario = std::any_of(options.files.begin(), options.files.end(), isScenarioFile);
    if (!scenario) return Run(options).run();
    if (options.files.size() == 1) return runScenario(options);

@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "agent/InspectPrompt.h"
 #include "agent/Views.h"
 #include "platform/sim/Chip.h"
 
@@ -22,6 +23,14 @@ struct RunOptions {
    bool json = false;
    bool check = true;
    bool keepGoing = false;
+   // Looking at the run in its place: at this time, or at the end, by these commands, and then by
+   // those of standard input. Neither a summary nor the check is made then.
+   std::optional<double> until;
+   std::vector<std::string> evals;
+   bool inspect = false;
+
+   bool inspects() const { return inspect || !evals.empty(); }
+   InspectOptions inspected() const;
 };
 
 // Exit codes of the program.

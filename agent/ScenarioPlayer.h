@@ -11,6 +11,7 @@
 // An expectation that fails is kept, and the scenario goes on. So it does when the target refuses.
 #pragma once
 
+#include <algorithm>
 #include <array>
 #include <cstdint>
 #include <map>
@@ -45,6 +46,18 @@ class ScenarioPlayer {
       while (step()) {
       }
       finish();
+   }
+
+   // Plays what is due up to and including `time`, and stands at it then.
+   void playUntil(double time) {
+      while (next_ < lines_.size() && lines_[next_].at <= time)
+         step();
+      advance(time);
+   }
+   // When the next line or packet is due; never when none is left.
+   double nextDue() const {
+      double const line = next_ < lines_.size() ? lines_[next_].at : Qor::never;
+      return trains_.empty() ? line : std::min(line, trains_.begin()->first.first);
    }
 
    std::size_t played() const { return next_; }

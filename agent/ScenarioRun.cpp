@@ -26,6 +26,34 @@ ordered_json scenarioJson(ScenarioFile const& file, ScenarioPlayer const& player
            {"failures", failures}};
 }
 
+// A scenario as it is looked at. Its expectations count as far as it has come.
+class InspectedScenario final : public InspectedRun {
+ public:
+   InspectedScenario(SimulatedSwitch& simulated, ScenarioPlayer& player)
+         : simulated_(simulated), player_(player) {}
+
+   SimulatedSwitch& simulated() override { return simulated_; }
+   bool runUntil(Qor::Seconds time) override {
+      player_.playUntil(time);
+      return true;
+   }
+   bool runToEnd() override {
+      player_.play();
+      return true;
+   }
+   Qor::Seconds nextInput() override { return player_.nextDue(); }
+   bool inMemory() const override { return true; }
+
+ private:
+   SimulatedSwitch& simulated_;
+   ScenarioPlayer& player_;
+};
+
+void printFailures(ScenarioPlayer const& player) {
+   for (auto const& failure : player.failures())
+      std::cerr << failure.toString() << '\n';
+}
+
 }  // namespace
 
 int runScenario(RunOptions const& options) {
@@ -55,15 +83,25 @@ int runScenario(RunOptions const& options) {
    TimelineFile timeline(options.timelineFile, simulated);
    SimulatedTarget target(simulated, timeline.timeline(), options.json);
    ScenarioPlayer player(target, file.lines);
-   player.play();
+   if (options.until) {
+      player.playUntil(*options.until);
+   } else {
+      player.play();
+   }
+   if (options.inspects()) {
+      InspectedScenario run(simulated, player);
+      InspectResult const looked = inspect(run, options.inspected());
+      printFailures(player);
+      bool const good = timeline.finish() && looked.good && player.failures().empty();
+      return exitAfter(looked, good ? exitDone : exitFailed);
+   }
 
    RunFigures figures;
    figures.badLines = file.errors.size();
    ordered_json summary = summaryJson(figures, simulated, nullptr);
    summary["scenario"] = scenarioJson(file, player);
    reportTables(options, simulated, summary);
-   for (auto const& failure : player.failures())
-      std::cerr << failure.toString() << '\n';
+   printFailures(player);
    bool const good = player.failures().empty();
    return outputWritten() && timeline.finish() && good ? exitDone : exitFailed;
 }

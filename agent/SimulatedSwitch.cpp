@@ -1,5 +1,6 @@
 #include "agent/SimulatedSwitch.h"
 
+#include <algorithm>
 #include <set>
 #include <utility>
 #include <vector>
@@ -65,6 +66,17 @@ std::optional<Vel::VrfId> SimulatedSwitch::vrfId(L3::VrfName const& vrf) const {
 
 Intf const& SimulatedSwitch::intf(Lnet::IntfId id) const {
    return intfMap_.intf(id);
+}
+
+TreeRoots SimulatedSwitch::roots() const {
+   TreeRoots roots = path_->roots();
+   roots.push_back({"config", Qor::toGeneric(surroundings_.mfibConfig)});
+   roots.push_back({"hwStatus", Qor::toGeneric(surroundings_.mfibHwStatus)});
+   roots.push_back({"interfaces", Qor::toGeneric(surroundings_.ethIntfStatusDir)});
+   roots.push_back({"intfVlanId", Qor::toGeneric(surroundings_.intfVlanIdTable)});
+   std::sort(roots.begin(), roots.end(),
+             [](TreeRoot const& a, TreeRoot const& b) { return a.name < b.name; });
+   return roots;
 }
 
 // What the event names is made known first, so that an interface that cannot be had stops it whole.

@@ -56,6 +56,9 @@ class SimulatedSwitch {
    Intf const& learnIntf(Lnet::IntfId id);
    void learnVrf(L3::VrfName const& vrf);
 
+   // Where the entity tree begins, by name: what surrounds the path, and the path's own.
+   TreeRoots roots() const;
+
    // The agent crashes and starts again. What referred to its objects is invalid. May happen again
    // at any time, also before the routing layer has told everything.
    void restart(RestartOptions const& options);

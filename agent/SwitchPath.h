@@ -10,6 +10,7 @@
 #include "Bfd/AppStatus.h"
 #include "Interface/EthIntfStatusDir.h"
 #include "IntfVlanId/Table.h"
+#include "Qor/Generic.h"
 #include "Routing/Multicast/Fib/VrfConfig.h"
 #include "Vel/VrfId.h"
 #include "agent/Path.h"
@@ -40,10 +41,19 @@ struct Surroundings {
 struct RecordRow {
    MrouteLib::OifSetPtr oifSet;
    Qor::U32 group = 0;            // its number in the table
+   Qor::U32 index = 0;            // the multicast id, or the oif set index
    std::optional<bool> usedInHw;  // on a path that tells
    bool dirty = false;
+   bool rewriteWaits = false;             // for a pass of fast reroute
    Qor::Seconds expiryTime = Qor::never;  // of a zombie
 };
+
+// An object by which the entity tree of a switch begins, and where: "switch/1".
+struct TreeRoot {
+   Qor::String name;
+   Qor::Generic object;
+};
+using TreeRoots = std::vector<TreeRoot>;
 
 class SwitchPath {
  public:
@@ -106,7 +116,8 @@ class SwitchPath {
    // Whether the table programmer's collections add up, with each other and with the platform: a
    // line for each fault. The switch is at rest.
    virtual std::vector<Qor::String> auditTables() const = 0;
-
+   // What the path adds to the entity tree. To be asked anew whenever the tree is looked at.
+   virtual TreeRoots roots() const = 0;
    // Shows the switch in the timeline from now on; null: no more. The timeline outlives that.
    virtual void timelineIs(Timeline* timeline) = 0;
 

@@ -83,6 +83,7 @@ class SwitchPathOn : public SwitchPath {
       RecordRow row = rowOf(record);
       row.oifSet = record.oifSet();
       row.dirty = record.dirty();
+      row.rewriteWaits = mrouteSwitch_->frrProcessingOifSet().find(record.oifSet()) != nullptr;
       row.expiryTime = record.zombie().expiryTime();
       return row;
    }

@@ -85,12 +85,25 @@ std::optional<Qor::U64> SyncPath::counter(RouteProgrammer::RouteKey const& key) 
    return found->second.value;
 }
 
+TreeRoots SyncPath::roots() const {
+   return {{"counterStatus", Qor::toGeneric(inputs_.counterStatus)},
+           {"counterStatusCtl", Qor::toGeneric(mrouteSm_->mfibCounterStatusCtl())},
+           {"enabledStatus", Qor::toGeneric(inputs_.mcastEnabledStatus)},
+           {"helper/1", Qor::toGeneric(Qor::Ptr<VelHelper::MrouteSmHelper>(platform_))},
+           {"l3Status", Qor::toGeneric(inputs_.l3Status)},
+           {"mroute", Qor::toGeneric(mrouteSm_)},
+           {"sm/1", Qor::toGeneric(reactor_)},
+           {"switch/1", Qor::toGeneric(mrouteSwitch())},
+           {"verifyData", Qor::toGeneric(inputs_.verifyData)}};
+}
+
 void SyncPath::timelineIs(Timeline* timeline) {
    if (timeline) timeline->observe(std::make_unique<SyncObserver>(*timeline, *mrouteSwitch()));
 }
 
 RecordRow SyncPath::rowOf(Vel::MtableOifSet const& record) const {
    RecordRow row;
+   row.index = record.oifSetIndex();
    row.group = platform_->groupOf(record.oifSetIndex());
    return row;
 }

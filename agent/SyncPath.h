@@ -32,7 +32,7 @@ class SyncPath final : public SwitchPathOn<Vel::MrouteSwitch> {
    std::optional<Qor::U64> counter(RouteProgrammer::RouteKey const& key) const override;
 
    std::vector<Qor::String> auditTables() const override;
-
+   TreeRoots roots() const override;
    void detach(Qor::U32) override { platform_->detach(); }
    Sim::Found const& found() const override { return platform_->found(); }
    std::vector<Sim::FoundRoute> foundRoutes() const override { return platform_->foundRoutes(); }

@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+#include "agent/TextTable.h"
+
 namespace Agent {
 
 namespace {
@@ -175,20 +177,7 @@ void printTable(std::ostream& os, ordered_json const& rows, std::vector<Column> 
          line.push_back(row.contains(column.key) ? cell(row.at(column.key)) : "");
       }
    }
-   std::vector<std::size_t> widths(columns.size(), 0);
-   for (auto const& line : cells) {
-      for (std::size_t i = 0; i < line.size(); ++i)
-         widths[i] = std::max(widths[i], line[i].size());
-   }
-   for (auto const& line : cells) {
-      std::string out;
-      for (std::size_t i = 0; i < line.size(); ++i) {
-         out += line[i];
-         if (i + 1 < line.size()) out.append(widths[i] - line[i].size() + 2, ' ');
-      }
-      out.erase(out.find_last_not_of(' ') + 1);
-      os << out << '\n';
-   }
+   printAligned(os, cells);
 }
 
 }  // namespace

@@ -2,6 +2,7 @@
 // them.
 #pragma once
 
+#include <iterator>
 #include <map>
 #include <set>
 #include <utility>
@@ -16,6 +17,10 @@ class WaitingQueue {
 
    bool empty() const { return routes_.empty(); }
    std::size_t size() const { return routes_.size(); }
+   // How many stand before one that stands here.
+   std::size_t before(ProgrammedRoute const& route) const {
+      return static_cast<std::size_t>(std::distance(routes_.begin(), routes_.find(route.arrival_)));
+   }
    RoutePtr first() const { return routes_.begin()->second; }
 
    // Whether the table may have got room since the first was refused.

@@ -55,6 +55,14 @@ void addRun(CLI::App& app, RunOptions& options, Texts& texts) {
    run->add_flag("--check,!--no-check", options.check,
                  "compare what the chip forwards with the capture's end (on by default)");
    run->add_flag("--keep-going", options.keepGoing, "report malformed lines and go on");
+   run->add_flag("--inspect", options.inspect,
+                 "look at the switch by commands, in place of the summary: docs/inspect.md");
+   run->add_option("--eval", options.evals, "do one such command: 'help' lists them")
+         ->allow_extra_args(false)
+         ->type_name("COMMAND");
+   run->add_option("--until", options.until, "stand still at this time, to look and to go on")
+         ->check(CLI::Range(0.0, 1e9))
+         ->type_name("SECONDS");
    run->add_option("--timeline", options.timelineFile,
                    "write the run as trace events, for a trace viewer")
          ->type_name("FILE");
@@ -125,6 +133,10 @@ int main(int argc, char** argv) {
    if (soak->parsed()) {
       soakOptions.path = Agent::pathNamed(soakPath);
       return Agent::runSoak(soakOptions);
+   }
+   if (options.until && !options.inspects()) {
+      std::cerr << "--until stands still to look at the switch: it needs --inspect or --eval\n";
+      return Agent::exitUsage;
    }
    options.path = Agent::pathNamed(texts.path);
    for (std::string const& show : texts.shows)

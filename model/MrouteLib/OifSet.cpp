@@ -2,6 +2,8 @@
 
 #include <utility>
 
+#include "Qor/Describe.h"
+
 namespace MrouteLib {
 
 namespace {
@@ -57,5 +59,17 @@ void MrouteTableColl::oifSetRetire(OifSet const& oifSet) {
    auto const* entry = oifSets_.find(key);
    if (entry && entry->second == &oifSet) oifSets_.take(key);
 }
+
+namespace {
+
+Qor::Type describeOifSet() {
+   Qor::Describe<OifSet> type("MrouteLib");
+   type.attribute<&OifSet::portVlanSet>();
+   type.attribute<&OifSet::serial>();
+   return type;
+}
+Qor::TypeRegistration const oifSetRegistered(describeOifSet);
+
+}  // namespace
 
 }  // namespace MrouteLib

@@ -5,6 +5,8 @@
 #include <cmath>
 #include <vector>
 
+#include "Qor/Describe.h"
+
 namespace Qor {
 
 namespace {
@@ -149,5 +151,16 @@ void activityManagerIs(Ptr<ActivityManager> manager) {
 Seconds now() {
    return currentManager()->now();
 }
+
+namespace {
+
+Type describeClock() {
+   Describe<Clock> type("Qor");
+   type.attribute<&Clock::timeMin, &Clock::timeMinIs>();
+   return type;
+}
+TypeRegistration const clockRegistered(describeClock);
+
+}  // namespace
 
 }  // namespace Qor

@@ -239,6 +239,14 @@ class Describe {
       mutators<Get, Mutators...>();
    }
 
+   // Who is told of the map described last: of one key, and of all of it.
+   template <auto Each, auto Immediate>
+   void told() {
+      TypeCollection& last = type_.collections_.back();
+      last.handler = memberName<Each>();
+      last.immediateHandler = memberName<Immediate>();
+   }
+
    // A member function, called by name with arguments of these names. The object is held meanwhile.
    template <auto Operation, class... Names>
    void operation(Names... names) {

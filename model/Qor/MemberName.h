@@ -4,7 +4,8 @@
 
 #include <string_view>
 
-namespace Qor {
+// Outside of all namespaces of ours, from within which the compiler leaves their names out.
+namespace qorNames {
 
 // What the compiler calls the template argument: "[with T = Vel::Route]".
 template <class T>
@@ -14,10 +15,14 @@ consteval auto typeArgumentText() {
    return text.substr(begin, text.rfind(']') - begin);
 }
 
+}  // namespace qorNames
+
+namespace Qor {
+
 // The full name of a class: "Vel::Route".
 template <class T>
 consteval auto className() {
-   return typeArgumentText<T>();
+   return qorNames::typeArgumentText<T>();
 }
 
 // The last name of a member or function: "usedInHwIs" of &AsyncMtableOifSet::usedInHwIs.

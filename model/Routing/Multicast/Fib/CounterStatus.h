@@ -3,6 +3,7 @@
 // looks, is in CounterStatusCtl.
 #pragma once
 
+#include <ostream>
 #include <utility>
 
 #include "Qor/Collection.h"
@@ -19,6 +20,10 @@ class CounterStatus final : public Qor::Entity<CounterStatus, Qor::NamedEntity> 
       bool active = false;         // whether the hardware counts the route at present
 
       friend bool operator==(Entry const&, Entry const&) = default;
+      // "1500 at 3.5 s", and "1500 at 3.5 s, counting" while it is active.
+      friend std::ostream& operator<<(std::ostream& out, Entry const& e) {
+         return out << e.value << " at " << e.timeStamp << " s" << (e.active ? ", counting" : "");
+      }
    };
 
    class Notifiee : public Qor::NotifieeOf<CounterStatus> {

@@ -1,0 +1,241 @@
+// The commands by which a run is looked at, on a scenario that is played in memory.
+#include <gtest/gtest.h>
+
+#include <random>
+#include <regex>
+
+#include "agent/Inspector.h"
+#include "agent/RouteFields.h"
+#include "agent/ScenarioParser.h"
+#include "agent/ScenarioPlayer.h"
+#include "agent/SimulatedTarget.h"
+
+namespace Agent {
+namespace {
+
+// Two groups on the chip, two routes that share one, one that has the other and a fastdrop entry,
+// and two that wait; the sharing ones go at 2 s and come back at 3 s.
+constexpr std::string_view lines[] = {
+      R"({"at": 0, "route": {"src": "10.0.0.2", "dst": "239.1.1.1", "groups": 2, "iif": "rtr0", "oifs": ["rtr3", "cpu"], "backup": ["rtr5"]}})",
+      R"({"at": 0, "route": {"src": "*", "dst": "239.1.1.9", "iif": "rtr0", "oifs": ["rtr4"], "fastdrop": ["rtr2"]}})",
+      R"({"at": 1, "route": {"vrf": "red", "src": "10.0.0.2", "dst": "239.1.1.5", "groups": 2, "iif": "rtr1", "oifs": ["cpu"], "ownOif": "leaf"}})",
+      R"({"at": 1.5, "traffic": {"src": "10.0.0.2", "dst": "239.1.1.1", "iif": "rtr0", "count": 3, "every": 0}})",
+      R"({"at": 2, "withdraw": {"vrf": "red", "src": "10.0.0.2", "dst": "239.1.1.5", "groups": 2}})",
+      R"({"at": 2, "withdraw": {"src": "10.0.0.2", "dst": "239.1.1.1", "groups": 2}})",
+      R"({"at": 3, "route": {"src": "10.0.0.2", "dst": "239.1.1.1", "groups": 2, "iif": "rtr0", "oifs": ["rtr3", "cpu"], "backup": ["rtr5"]}})",
+      R"({"at": 4, "link": {"intf": "rtr0", "state": "down"}})",
+      R"({"at": 5, "withdraw": {"src": "*", "dst": "239.1.1.9"}})",
+};
+
+Routing::Multicast::Fib::IpGenRouteKey keyOf(std::string_view group) {
+   Routing::Multicast::Fib::IpGenRouteKey key;
+   EXPECT_EQ(routeKeyOf("10.0.0.2", group, key), "");
+   return key;
+}
+
+class World final : public InspectedRun {
+ public:
+   explicit World(Path path)
+         : simulated_(path, config(path), {}), target_(simulated_, nullptr, true) {
+      ScenarioParser parser;
+      for (std::string_view const text : lines) {
+         lines_.emplace_back();
+         EXPECT_EQ(parser.parse(text, lines_.back()), ScenarioParser::Result::event);
+      }
+      player_.emplace(target_, lines_);
+   }
+
+   SimulatedSwitch& simulated() override { return simulated_; }
+   bool runUntil(Qor::Seconds time) override { return player_->playUntil(time), true; }
+   bool runToEnd() override { return player_->play(), true; }
+   Qor::Seconds nextInput() override { return player_->nextDue(); }
+   bool inMemory() const override { return true; }
+
+ private:
+   // On the asynchronous path what drops takes a group, too.
+   static Sim::ChipConfig config(Path path) {
+      Sim::ChipConfig config;
+      config.groups = path == Path::async ? 3 : 2;
+      return config;
+   }
+
+   SimulatedSwitch simulated_;
+   SimulatedTarget target_;
+   std::vector<Scenario::Line> lines_;
+   std::optional<ScenarioPlayer> player_;
+};
+
+class Inspect : public testing::TestWithParam<Path> {
+ protected:
+   // What is printed, or the error.
+   std::string does(std::string_view command) {
+      out_.str("");
+      bool const good = inspector_.evaluate(command) != Inspector::Outcome::failed;
+      return good ? out_.str() : "error: " + inspector_.error();
+   }
+   void expect(std::string_view command, std::string const& pattern) {
+      std::string const text = does(command);
+      EXPECT_TRUE(std::regex_search(text, std::regex(pattern))) << command << '\n' << text;
+   }
+
+   World world_{GetParam()};
+   std::ostringstream out_;
+   Inspector inspector_{world_, out_, false};
+};
+
+std::string pathName(testing::TestParamInfo<Path> const& path) {
+   return std::string(nameOf(path.param));
+}
+INSTANTIATE_TEST_SUITE_P(, Inspect, testing::Values(Path::async, Path::sync), pathName);
+
+TEST_P(Inspect, AnswersEachCommandOrSaysWhatWouldBeRight) {
+   struct {
+      char const* command;
+      char const* pattern;
+   } const table[] = {
+         {"run 1.2", "at 1.200000 s"},
+         {"ls", "config +1 member|config .*VrfConfig"},
+         {"ls /switch", "1 .*MrouteSwitch"},
+         {"get /switch/1/switchId", "^[01]\n$"},
+         {"ls /hwStatus/vrfStatus/default/route", R"x("\(\*, 239\.1\.1\.9\)" )x"},
+         {R"x(get /hwStatus/vrfStatus/default/route/"(*, 239.1.1.9)"/acceptingIntfId)x", "rtr0"},
+         {"get /switch/1/inUseOifSet/[1]/mrouteSwitch/switchId", "^[01]\n$"},  // round in a circle
+         {"get /switch/1/inUseOifSet/[9]", R"(has no member "\[9\]" among its \d+)"},
+         {"ls /intfVlanId/intfIdToVlanId", "rtr0 +1006"},
+         {"get /swatch", R"(error: / has no "swatch"; there is .*switch)"},
+         {"get /config/activityPollingInterval/x", "a U8, which has nothing below it"},
+         {"set /config/activityPollingInterval 5", "= 5"},
+         {"set /config/activityPollingInterval 0", "< 1 or > 255 not allowed"},
+         {"set /config/activityPollingInterval abc", "expected .* at position"},
+         {"set /hwStatus/routes 7", "may only be read"},
+         {"set /config/counterMode packets", "= packets"},
+         {"get /config/counterMode", "^packets\n$"},
+         {"call /config newConfig red", "red"},
+         {"call /config newConfig", "takes 1 argument, not 0"},
+         {"call /config/config/red counterRouteIs", "takes 1 argument"},
+         // What breaks an operation's preconditions is refused, with the assertion that it meets.
+         {"call /switch/1 doDeleteRoute 4711",
+          GetParam() == Path::sync ? "would end the agent: .*Assertion" : "done"},
+         {"types IntfVlanId::Table", "collection +intfIdToVlanId"},
+         {"types Nonsense", "no type Nonsense"},
+         {"explain 10.0.0.2", "is no route; a route is given as"},
+         {"explain vrf red (10.0.0.2, 239.1.1.5)", "VRF red is not in hardware"},
+         {"get \"/x", "the quote at column 5 is not closed"},
+         {"get", "usage: get PATH"},
+         {"gte /x", "is no command \\(known: ls, get"},
+         {"run backwards", "is no number of seconds"},
+         {"help run", "^run \\[SECONDS\\] +lets time pass"},
+   };
+   for (auto const& [command, pattern] : table)
+      expect(command, pattern);
+   Inspector json(world_, out_, true);
+   out_.str("");
+   json.evaluate("get /config/allCounter");
+   EXPECT_EQ(out_.str(), R"({"command":"get /config/allCounter","result":{"path":)"
+                         R"("/config/allCounter","type":"bool","value":false}})"
+                         "\n");
+   EXPECT_EQ(inspector_.complete("get /hwStatus/vrfS").words,
+             std::vector<std::string>{"/hwStatus/vrfStatus/"});
+}
+
+TEST_P(Inspect, ExplainsARouteInHardwareOneThatWaitsAndOneThatNobodyWants) {
+   does("run 1.6");
+   expect(
+         "explain 10.0.0.2,239.1.1.1",
+         R"(^\(10.0.0.2, 239.1.1.1\) in VRF default is in hardware.\n +entry +handle \d+, accepts )"
+         R"(from rtr0 \(vlan 1006\)\n +sends to +rtr3 \(vlan \d+\), the CPU\n +group +\d+.*; )"
+         R"(shared with 1 other route: \(10.0.0.2, 239.1.1.2\)\n +last hit +unknown.*\n +counted +)"
+         R"(3 packets, 192 bytes[\s\S]*reroute +ready: to rtr5 [\s\S]*chip +its entry and its group say )"
+         R"(the same\n +tables +(\d) of \1 groups)");
+   expect("explain *,239.1.1.9", R"(fastdrop +what comes from rtr2 .*last hit unknown)");
+   expect(
+         "explain 10.0.0.2 239.1.1.6",
+         R"(in VRF red is not in hardware.\n +why not +no free multicast group.*\n +waits for +room )"
+         R"(in the replication table; 1 is before it in line, 2 wait in all\n +zombies +no group)");
+   expect("explain 10.0.0.7,239.1.1.9",
+          R"(^No route .* in any VRF.\n +same group +\(\*, 239.1.1.9\)\n +packets +taken in VRF )"
+          R"(default by the entry of \(\*, 239.1.1.9\), which accepts from rtr0)");
+   expect("explain vrf default 10.0.0.2,239.1.1.5", R"(wanted in VRF red[\s\S]*they are dropped)");
+
+   does("run 3");  // the link is down, and the group rewritten
+   expect("explain 10.0.0.2,239.1.1.1",
+          R"(rerouted to rtr5 .*rtr0 failed: its link is down[\s\S]*the same)");
+   // What the chip says otherwise is said.
+   auto const& route = *std::as_const(world_.simulated())
+                              .routeProgrammer()
+                              .route(L3::VrfName("default"), keyOf("239.1.1.1"));
+   auto const* const entry = world_.simulated().path().entry(route.handle());
+   world_.simulated().chip().routes().forEach([&](Qor::U32 index, Sim::Entry const& e) {
+      if (&e == entry) world_.simulated().chip().softError(index, Sim::dropGroup);
+   });
+   expect("explain 10.0.0.2,239.1.1.1", "DIFFERS: the entry points at group drop, not");
+}
+
+// A record becomes a zombie, comes back, and goes; nobody keeps it for being watched.
+TEST_P(Inspect, WatchesARecordThroughItsLifeAndLetsItGo) {
+   does("run 1");
+   // The one that the withdrawn routes share is the first.
+   expect("watch /switch/1/inUseOifSet/[1]", "^$");
+   expect("watch /switch/1/zombieOifSet", "^$");
+   expect("watch /config/activityPollingInterval", "^$");
+   expect("watch /switch/1/zombieOifSet", "is watched already");
+   expect("watch /switch/1/switchId", "nobody is told");
+   expect("run 1.5", R"(at 2\.\d+ s: /switch/1/inUseOifSet/OifSet#\d+ zombie = .*[\s\S]*)"
+                     R"(at 2\.\d+ s: /switch/1/zombieOifSet\[.*\] = )");
+   expect("run 1", R"(at 3\.\d+ s: /switch/1/zombieOifSet\[.*\] has gone)");
+   expect("set /config/activityPollingInterval 9",
+          R"(at 3.5\d+ s: /config/activityPollingInterval = 9 \(was 60\)\n)");
+   expect("watch", "inUseOifSet/OifSet#\\d+\n/switch/1/zombieOifSet\n");
+   world_.simulated().routeProgrammer().routeDel(L3::VrfName("default"), keyOf("239.1.1.1"));
+   world_.simulated().routeProgrammer().routeDel(L3::VrfName("default"), keyOf("239.1.1.2"));
+   expect("run 20", R"(inUseOifSet/OifSet#\d+ has gone, and is watched no more)");
+   expect("watch", "^/switch/1/zombieOifSet\n/config/");
+   expect("unwatch /switch/1/zombieOifSet", "^$");
+   expect("unwatch /switch/1/zombieOifSet", "is not watched");
+}
+
+// Garbage made of what commands are made of: each ends in an answer, or in an error of one line.
+TEST_P(Inspect, SurvivesWhateverIsTyped) {
+   std::string const pieces[] = {"get ",
+                                 "ls ",
+                                 "watch ",
+                                 "explain ",
+                                 "types ",
+                                 "trace ",
+                                 "step",
+                                 "/switch/1",
+                                 "/sm/1",
+                                 "/mroute",
+                                 "/zombieOifSet",
+                                 "/inUseOifSet",
+                                 "/[1]",
+                                 "/mrouteSwitch",
+                                 "/oifSet",
+                                 "\"",
+                                 "\\",
+                                 "/",
+                                 "//",
+                                 " ",
+                                 "Value('Vel::ZombieKey', ** {",
+                                 "10.0.0.2,239.1.1.1",
+                                 "*",
+                                 "vrf ",
+                                 std::string("\0\x1b[2J\xff", 6),
+                                 "-1",
+                                 "99999999999999999999"};
+   std::mt19937 random(20);
+   for (int i = 0; i < 3000; ++i) {
+      std::string line;
+      for (auto n = random() % 9; n > 0; --n)
+         line += pieces[random() % std::size(pieces)];
+      does(line);
+      EXPECT_EQ(inspector_.error().find('\n'), std::string::npos) << line;
+      inspector_.complete(line);
+   }
+   EXPECT_NE(does(std::string(100000, '/')).find("at most"), std::string::npos);
+   EXPECT_NE(does("get /" + std::string(60000, 'x')).find("has no"), std::string::npos);
+   does("trace off");
+}
+
+}  // namespace
+}  // namespace Agent
