@@ -1,5 +1,5 @@
 // The maps of the framework under the key types of the tables. The twin of the hash map is an
-// open-addressing index over a flat array; the twin of the ordered map is the standard library's
+// open-addressing index over a flat array; the twin of the ordered maps is the standard library's
 // tree, since flat arrays know no order.
 #include <algorithm>
 #include <map>
@@ -10,6 +10,7 @@
 
 #include "Comparison.h"
 #include "Qor/HashMap.h"
+#include "Qor/NumberMap.h"
 #include "Qor/OrderedMap.h"
 #include "RouteSides.h"
 #include "Vel/VelAsyncMrouteKeys.h"
@@ -174,7 +175,8 @@ void collectionComparisons() {
    hashed<MrouteLib::OifSetPtr>("oif set");
    hashed<Vel::Mroute::InUseRouteHandleKey>("route in use");
    hashed<Vel::RouteKeyVlanId>("route and vlan");
-   ordered<MrouteLib::RouteHandle>("route handle");
+   comparisonsOf<MrouteLib::RouteHandle, Qor::NumberMap<MrouteLib::RouteHandle, U64>,
+                 TwinTree<MrouteLib::RouteHandle>>("by number, route handle");
    ordered<Vel::Mroute::ZombieKey>("zombie");
    ordered<IpGenRouteKey>("route key");
 }

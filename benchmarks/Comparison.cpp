@@ -34,11 +34,14 @@ Effort& effort() {
 
 void JointRounds::measure() {
    auto const [library, twin] = sides_();
-   measured_.resize(library().size());
-   twin();
+   if (rounds_ > 3) {
+      library();
+      twin();
+   }
    for (unsigned round = 0; round < rounds_; ++round) {
       std::vector<double> const libraryCosts = library();
       std::vector<double> const twinCosts = twin();
+      measured_.resize(libraryCosts.size());
       for (std::size_t n = 0; n < measured_.size(); ++n) {
          measured_[n].library.push_back(libraryCosts[n]);
          measured_[n].twin.push_back(twinCosts[n]);

@@ -105,6 +105,8 @@ class JointRounds {
    // Builds what both sides work on, and goes with them when the rounds are through.
    using Sides = std::function<std::pair<OneRound, OneRound>()>;
 
+   // A first round of each side warms up and does not count, unless they are few because they are
+   // long.
    JointRounds(unsigned rounds, Sides sides) : rounds_(rounds), sides_(std::move(sides)) {}
 
    Rounds const& of(std::size_t operation) {
