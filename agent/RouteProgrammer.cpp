@@ -189,9 +189,11 @@ void RouteProgrammer::runPass() {
    clock_->timeMinIs(!work_.empty() || someMayTry() ? Qor::now() : Qor::never);
 }
 
+// During a recovery those who wait do so until its end.
 bool RouteProgrammer::someMayTry() const {
-   return std::any_of(waiting_.begin(), waiting_.end(),
-                      [](WaitingQueue const& queue) { return queue.room() && !queue.empty(); });
+   return !recovery_ && std::ranges::any_of(waiting_, [](WaitingQueue const& queue) {
+      return queue.room() && !queue.empty();
+   });
 }
 
 // Lets waiting routes try, first come first served, until one is refused again.

@@ -138,6 +138,25 @@ std::pair<char const*, ordered_json> json(Fault const& f) {
    return {"fault", j};
 }
 
+std::pair<char const*, ordered_json> json(Restart const& r) {
+   using Order = RestartOptions::Order;
+   ordered_json j = ordered_json::object();
+   if (r.replay) {
+      j["replay"] = ordered_json::array();
+      for (RouteRun const& run : *r.replay)
+         j["replay"].push_back(runJson(run));
+   }
+   if (r.order != Order::sorted) {
+      j["order"] = r.order == Order::reversed ? "reversed" : "shuffled";
+   }
+   if (r.seed != 1) j["seed"] = r.seed;
+   if (r.begin > 0) j["begin"] = ordered_json::parse(numberText(r.begin));
+   if (r.over > 0) j["over"] = ordered_json::parse(numberText(r.over));
+   if (r.complete > r.begin + r.over) j["complete"] = ordered_json::parse(numberText(r.complete));
+   if (r.applied > 0) j["applied"] = r.applied;
+   return {"restart", j};
+}
+
 std::pair<char const*, ordered_json> json(Mark const& m) {
    return {"mark", m.text};
 }

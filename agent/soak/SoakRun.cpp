@@ -278,9 +278,9 @@ std::string replayText(SoakEpisode const& episode, SoakOutcome const& outcome) {
 }
 
 std::map<std::string, std::uint64_t> linesByKind(SoakEpisode const& episode) {
-   static constexpr char const* names[] = {"scenario", "route",   "withdraw", "link",
-                                           "bfd",      "traffic", "config",   "counter",
-                                           "fault",    "mark",    "show",     "expect"};
+   static constexpr char const* names[] = {"scenario", "route",  "withdraw", "link",  "bfd",
+                                           "traffic",  "config", "counter",  "fault", "restart",
+                                           "mark",     "show",   "expect"};
    static_assert(std::size(names) == std::variant_size_v<Scenario::Event>);
    std::map<std::string, std::uint64_t> kinds;
    for (Scenario::Line const& line : episode.lines)

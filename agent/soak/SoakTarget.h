@@ -60,6 +60,10 @@ class SoakTarget final : public ScenarioTarget {
       checker_.faultIs(fault);
       changed_ = true;
    }
+   // The model does not know what a restart takes over.
+   void restart(Scenario::Restart const&) override {
+      throw ScenarioRefused("a soak plays no restarts");
+   }
    Copies send(Packet const& packet) override;
 
    RouteFacts route(L3::VrfName const& vrf, Scenario::RouteKey const& key) const override {
