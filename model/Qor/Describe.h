@@ -167,7 +167,7 @@ class Describe {
                                  {},
                                  [](Generic const& of) { return toGeneric((self(of).*Get)()); },
                                  nullptr};
-      if constexpr (Set != nullptr) {
+      if constexpr (!std::is_null_pointer_v<decltype(Set)>) {
          static_assert(namedAfter(memberName<Set>(), "", name, "Is"));
          using Arguments = typename Signature<decltype(Set)>::Arguments;
          static_assert(std::tuple_size_v<Arguments> == 1);
@@ -177,7 +177,7 @@ class Describe {
             }));
          };
       }
-      if constexpr (Handler != nullptr) {
+      if constexpr (!std::is_null_pointer_v<decltype(Handler)>) {
          static_assert(namedAfter(memberName<Handler>(), "on", name, ""));
          described.handler = memberName<Handler>();
       }
@@ -187,7 +187,7 @@ class Describe {
    // A Qor::Collection, read by `Get` of `Owner`, which is T or the base that declares it. The
    // mutators, of which `Del` is the one by key, are operations too.
    template <class Coll, class Owner, typename Coll::Map const& (Owner::*Get)() const,
-             void (Owner::*Del)(typename Coll::Key) = nullptr, auto... Mutators>
+             void (Owner::*Del)(typename Coll::Key), auto... Mutators>
    void collection() {
       map<typename Coll::Map, Owner, Get>();
       static_assert(namedAfter(memberName<Coll::each>(), "on", memberName<Get>(), ""));
@@ -195,8 +195,7 @@ class Describe {
             namedAfter(memberName<Coll::immediate>(), "on", memberName<Get>(), "Immediate"));
       type_.collections_.back().handler = memberName<Coll::each>();
       type_.collections_.back().immediateHandler = memberName<Coll::immediate>();
-      if constexpr (Del != nullptr) mutators<Get, Del>();
-      mutators<Get, Mutators...>();
+      mutators<Get, Del, Mutators...>();
    }
    // A keyed map of which nobody is told, as a collection of reactors is.
    template <class Map, class Owner, Map const& (Owner::*Get)() const, auto... Mutators>
