@@ -130,7 +130,7 @@ TEST_F(TypeRegistry, EachOfTheLibrarysTypesIsConstructedByName) {
 // The name of the member function that a line of a class declares; empty for any other line.
 std::string declaredBy(std::string const& line) {
    if (!line.starts_with("   ") || line[3] == ' ') return {};
-   for (char const* const other : {"static", "friend", "explicit", "using", "template"}) {
+   for (char const* const other : {"//", "static", "friend", "explicit", "using", "template"}) {
       if (line.substr(3).starts_with(other)) return {};
    }
    std::size_t const end = line.find('(');
