@@ -324,6 +324,7 @@ ordered_json explainRoute(SimulatedSwitch const& simulated, RouteQuestion const&
    out["wanted"] = !routes.empty();
    if (routes.empty()) out["near"] = nearJson(simulated, question);
    out["routes"] = std::move(routes);
+   out["recovering"] = simulated.recovering();
    out["tables"] = tablesJson(simulated);
    return out;
 }

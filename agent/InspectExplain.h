@@ -23,7 +23,8 @@ struct RouteQuestion {
 RouteQuestion routeQuestion(std::string_view text);
 
 // An object with the question; "routes", an explanation each, of those that are wanted; where there
-// is none, "near": what is wanted or on the chip instead; and "tables", how full they are.
+// is none, "near": what is wanted or on the chip instead; "recovering", whether routes may still be
+// told again after a restart; and "tables", how full they are.
 nlohmann::ordered_json explainRoute(SimulatedSwitch const& simulated,
                                     RouteQuestion const& question);
 // The same for people.

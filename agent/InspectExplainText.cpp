@@ -171,6 +171,9 @@ class Prose {
    }
 
    void printTables() {
+      if (all_.at("recovering").get<bool>()) {
+         line("restart", "the agent has started anew, and has not been told all its routes yet");
+      }
       ordered_json const& tables = all_.at("tables");
       auto const of = [&](char const* name) {
          return tables.at(name).at("used").dump() + " of " + tables.at(name).at("size").dump();

@@ -169,6 +169,10 @@ TEST_P(Inspect, ExplainsARouteInHardwareOneThatWaitsAndOneThatNobodyWants) {
       if (&e == entry) world_.simulated().chip().softError(index, Sim::dropGroup);
    });
    expect("explain 10.0.0.2,239.1.1.1", "DIFFERS: the entry points at group drop, not");
+   RestartOptions slowly;
+   slowly.begin = slowly.complete = 1;
+   world_.simulated().restart(slowly);
+   expect("explain 10.0.0.2,239.1.1.2", "No route .*[\\s\\S]*has not been told all its routes yet");
 }
 
 // A record becomes a zombie, comes back, and goes; nobody keeps it for being watched.
