@@ -238,10 +238,8 @@ void SoakChecker::updateExcuses(bool rest) {
       } else if (excuse.holds && rest && !excuse.deletions) {
          excuse.deletions = deleted;
       } else if (excuse.holds && rest) {
-         bool const reviewed =
-               path_ == Path::sync &&
-               Qor::now() > excuse.since + 2 * model_.longestInterval(excuse.since) + 2;
-         excuse.holds = deleted == excuse.deletions && !reviewed;
+         bool const asked = Qor::now() > excuse.since + RouteProgrammer::retryInterval + 2;
+         excuse.holds = deleted == excuse.deletions && !asked;
       }
    }
    if (rest) failuresAtRest_ = failuresSeen_;

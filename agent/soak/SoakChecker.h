@@ -82,8 +82,8 @@ class SoakChecker {
    using State = RouteProgrammer::State;
 
    // Why a route may wait for room in a table that has some: the platform denied it lately. It is
-   // an excuse until something is deleted from the table, when those who wait are to try again; on
-   // the synchronous path also until a review must have asked them.
+   // an excuse until something is deleted from the table, when those who wait are to try again, and
+   // for as long as it may take until they are asked without that.
    struct Excuse {
       bool denied = false;  // at present
       bool holds = false;
