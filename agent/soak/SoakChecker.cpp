@@ -64,6 +64,7 @@ SoakFigures& SoakFigures::operator+=(SoakFigures const& other) {
    unchanged += other.unchanged;
    writes += other.writes;
    hookCalls += other.hookCalls;
+   restarts += other.restarts;
    routesPeak = std::max(routesPeak, other.routesPeak);
    return *this;
 }
@@ -86,16 +87,24 @@ void SoakChecker::wrong(RouteId const& id, std::string const& text) {
 
 SoakFigures SoakChecker::figures() const {
    SoakFigures f = figures_;
-   auto const& counters = programmer().counters();
+   auto const all = std::as_const(simulated_).figures();
+   auto const& counters = all.programmer;
+   f.restarts = all.restarts;
    f.faults = failures();
    f.hookCalls = std::as_const(simulated_).path().faults().calls();
    f.refusals = counters.refusals;
    f.resurrections = counters.resurrections;
    f.purges = counters.purges;
    f.unchanged = counters.unchanged;
-   for (std::size_t i = 0; i < Sim::writeKinds; ++i)
-      f.writes += simulated_.chip().writes(static_cast<WriteKind>(i));
+   f.writes = writes();
    return f;
+}
+
+std::uint64_t SoakChecker::writes() const {
+   std::uint64_t sum = 0;
+   for (std::size_t i = 0; i < Sim::writeKinds; ++i)
+      sum += simulated_.chip().writes(static_cast<WriteKind>(i));
+   return sum;
 }
 
 std::uint64_t SoakChecker::failures() const {
@@ -131,21 +140,116 @@ void SoakChecker::routeIs(Route const& route) {
    figures_.routesPeak = std::max<std::uint64_t>(figures_.routesPeak, programmer().routes());
 }
 
+std::optional<std::uint64_t> SoakChecker::writesIfUnchanged(Route const& route) const {
+   auto const it = model_.routes().find({route.vrf, route.key});
+   bool const same =
+         it != model_.routes().end() && it->second.wanted && sameWish(*it->second.wanted, route);
+   if (!same || callsTakeTime_ || !atRest()) return std::nullopt;
+   return writes();
+}
+
+void SoakChecker::unchanged(Route const& route, std::uint64_t writesBefore) {
+   if (atRest() && writes() == writesBefore) return;
+   wrong({route.vrf, route.key}, "was told again as it is, and the chip was written to");
+}
+
 void SoakChecker::routeDel(RouteId const& id) {
    if (model_.wantedDel(id, failuresAtRest_)) unverified(id);
 }
 
 void SoakChecker::linkIs(Lnet::IntfId intf, Interface::IntfOperStatus state) {
+   noteRecovered();
    if (model_.linkIs(intf, state)) rerouted(intf);
 }
 
 void SoakChecker::bfdIs(Bfd::Peer const& peer, std::optional<Bfd::OperState> state) {
+   noteRecovered();
    if (model_.bfdIs(peer, state)) rerouted(peer.intfId());
+}
+
+// A replay knows the found groups by their members. With few free ones some may have to wait until
+// it is over.
+bool SoakChecker::roomToSpare() const {
+   return 2 * simulated_.path().groupsAllocated() + 50 < simulated_.chip().config().groups;
+}
+
+bool SoakChecker::staysOverCrash(RouteId const& id, Known const& known, bool rest) const {
+   if (!known.wanted || known.rerouted || !roomToSpare()) return false;
+   bool const denied = std::any_of(excuses_.begin(), excuses_.end(),
+                                   [](Excuse const& excuse) { return excuse.denied; });
+   if (denied || failedLately()) return false;
+   if (known.unverified) return recovering_ && known.uninterrupted && known.before.empty();
+   auto const* const route = programmer().route(id.vrf, id.key);
+   return rest && route && route->state() == State::inHardware;
+}
+
+void SoakChecker::crash(Scenario::Restart const& restart) {
+   bool const rest = atRest();
+   if (restart.replay) {
+      std::set<RouteId> told;
+      for (Scenario::RouteRun const& run : *restart.replay) {
+         for (std::uint32_t i = 0; i < run.groups; ++i)
+            told.insert({run.vrf, run.key(i)});
+      }
+      std::vector<RouteId> forgotten;
+      for (auto const& [id, known] : model_.routes()) {
+         if (known.wanted && !told.contains(id)) forgotten.push_back(id);
+      }
+      for (RouteId const& id : forgotten)
+         routeDel(id);
+   }
+   model_.restart(failuresAtRest_, [&](RouteId const& id, Known const& known) {
+      return staysOverCrash(id, known, rest);
+   });
+   unverified_.clear();
+   for (auto const& [id, known] : model_.routes())
+      unverified(id);
+   counters_.restart();
+   recovering_ = true;
+   rerouted_.clear();
+   failedInReplay_.clear();
+   rewritten_.clear();
+   zombies_.clear();
+   inUse_.clear();
+   zombiesAt_ = Qor::now();
+   purgesAtZombies_ = 0;
+}
+
+void SoakChecker::rerouting(Lnet::IntfId failed) {
+   if (!model_.failed(failed)) wrong(failed.name() + " is rerouted, and has not failed");
+   rerouted_.insert(failed);
+   rerouted(failed);
+}
+
+// The replay is over: all that has failed by now was rerouted.
+void SoakChecker::noteRecovered() {
+   if (!recovering_ || simulated_.recovering()) return;
+   recovering_ = false;
+   for (auto const& [id, known] : model_.routes()) {
+      if (!known.wanted || known.wanted->backup.empty()) continue;
+      if (model_.failed(known.wanted->iif) && !rerouted_.contains(known.wanted->iif)) {
+         wrong(id, "comes in over " + known.wanted->iif.name() +
+                         ", which is down, and was not rerouted after the restart");
+      }
+   }
+}
+
+// A route that has not been told again goes with its group, and that may be another's by now.
+bool SoakChecker::mayFollowAnother(Known const& known) const {
+   if (!recovering_ || failedInReplay_.empty()) return false;
+   return failedInReplay_.contains(known.wanted->iif) || (path_ == Path::sync && !roomToSpare());
+}
+
+void SoakChecker::nobodyUninterrupted() {
+   for (auto& [id, known] : model_.routes())
+      known.uninterrupted = false;
 }
 
 // Whoever holds a group for a set that comes in over the failed interface sends to its backup from
 // now on. Which group that is, the record says; that it must be rewritten is said here.
 void SoakChecker::rerouted(Lnet::IntfId failed) {
+   if (recovering_) failedInReplay_.insert(failed);
+   if (recovering_ && !programmer().recovering()) rerouted_.insert(failed);  // nobody will again
    auto const hit = [&](MrouteLib::PortVlanSet const& set) {
       // Sets without outputs have no group of the table, on the path whose chip has one for them.
       return set.currentIif() == failed && !set.portVlanFrr().empty() &&
@@ -183,10 +287,8 @@ void SoakChecker::faultIs(Scenario::Fault const& fault) {
    set(Table::group, fault.groupsExhausted);
    set(Table::entry, fault.routesExhausted);
    set(Table::boundary, fault.boundariesExhausted);
-   if (fault.groupsExhausted || fault.routesExhausted || fault.boundariesExhausted) {
-      for (auto& [id, known] : model_.routes())
-         known.uninterrupted = false;
-   }
+   if (fault.groupsExhausted || fault.routesExhausted || fault.boundariesExhausted)
+      nobodyUninterrupted();
    if (fault.slowNext && path_ == Path::sync) callsTakeTime_ = true;
    if (fault.hitBitsBusy) busySince_ = Qor::now() + 0.02 * *fault.hitBitsBusy;
 }
@@ -206,6 +308,8 @@ void SoakChecker::sent(Sim::Packet const& packet, Sim::Forwarded const& forwarde
 }
 
 void SoakChecker::noteHit(RouteId const&, Known& known, Sim::Entry const& entry) const {
+   known.anyHit = Qor::now();
+   if (recovering_) known.foundHit = known.anyHit;
    if (!known.wanted) return;
    if (entry.acceptingVlan == vlanOf(*known.wanted)) known.lastHit = Qor::now();
    for (Lnet::IntfId const intf : known.wanted->fastdrop) {
@@ -217,7 +321,8 @@ void SoakChecker::noteHit(RouteId const&, Known& known, Sim::Entry const& entry)
 
 bool SoakChecker::atRest() const {
    auto const& path = std::as_const(simulated_).path();
-   return programmer().settled() && !path.writesPending() && path.rerouting() == 0;
+   return programmer().settled() && !path.writesPending() && path.rerouting() == 0 &&
+          !simulated_.recovering();
 }
 
 void SoakChecker::updateExcuses(bool rest) {
@@ -225,9 +330,9 @@ void SoakChecker::updateExcuses(bool rest) {
    failuresSeen_ = failures();
    if (failed) {
       failedAt_ = Qor::now();
-      for (auto& [id, known] : model_.routes())
-         known.uninterrupted = false;
+      nobodyUninterrupted();
    }
+   if (recovering_ && !roomToSpare()) nobodyUninterrupted();
    for (std::size_t i = 0; i < tables; ++i) {
       Excuse& excuse = excuses_[i];
       std::uint64_t const deleted = simulated_.chip().writes(deletions[i]);
@@ -249,6 +354,7 @@ void SoakChecker::look() {
    ++figures_.looks;
    bool const rest = atRest();
    updateExcuses(rest);
+   noteRecovered();
    if (rest) {
       std::vector<RouteId> ids;
       ids.swap(unverified_);
@@ -287,12 +393,12 @@ bool SoakChecker::checkRoute(RouteId const& id, Known& known, bool rest) {
       if (rest) checkAbsent(id);
       return !rest;
    }
-   if (!route) {
+   if (!route && !simulated_.recovering()) {
       wrong(id, "is wanted, and the route programmer does not know it");
       return true;
    }
    if (rest) checkState(id, known, *route);
-   checkPacket(id, known, *route, rest);
+   checkPacket(id, known, route, rest);
    if (rest) {
       if (known.unverified) known.sameSince = Qor::now();
       known.unverified = false;
@@ -372,15 +478,11 @@ Sim::EntryTable const& SoakChecker::tableOf(Route const& route) const {
 }
 
 std::vector<Outputs> SoakChecker::expected(Known& known,
-                                           RouteProgrammer::Route const& route) const {
-   if (known.mayGoBack && route.record() &&
-       rewritten_.contains(route.record()->oifSet()->serial())) {
-      known.rerouted = route.record()->oifSet()->serial();
-   }
-   if (known.rerouted &&
-       (!route.record() || route.record()->oifSet()->serial() != known.rerouted)) {
-      known.rerouted.reset();
-   }
+                                           RouteProgrammer::Route const* route) const {
+   std::optional<Qor::U64> held;
+   if (route && route->record()) held = route->record()->oifSet()->serial();
+   if (known.mayGoBack && held && rewritten_.contains(*held)) known.rerouted = held;
+   if (known.rerouted && held != known.rerouted) known.rerouted.reset();
    std::vector<Outputs> list{model_.outputs(*known.wanted, known.rerouted.has_value())};
    // A rewrite that failed leaves the group as it was, and nobody can be told.
    if (known.rerouted && simulated_.path().faults().injected(WriteKind::groupUpdate) > 0)
@@ -388,7 +490,7 @@ std::vector<Outputs> SoakChecker::expected(Known& known,
    return list;
 }
 
-void SoakChecker::checkPacket(RouteId const& id, Known& known, RouteProgrammer::Route const& route,
+void SoakChecker::checkPacket(RouteId const& id, Known& known, RouteProgrammer::Route const* route,
                               bool rest) {
    Route const& wanted = *known.wanted;
    Sim::Packet packet;
@@ -415,7 +517,8 @@ void SoakChecker::checkPacket(RouteId const& id, Known& known, RouteProgrammer::
    }
 
    std::vector<Outputs> allowed = expected(known, route);
-   bool const inHardware = route.state() == State::inHardware && (rest || !known.unverified);
+   bool const inHardware =
+         route && route->state() == State::inHardware && (rest || !known.unverified);
    if (inHardware) {
       if (!own) {
          std::ostringstream text;
@@ -427,6 +530,7 @@ void SoakChecker::checkPacket(RouteId const& id, Known& known, RouteProgrammer::
          if (own) wrong(id, "is not in hardware, and a packet hits its entry");
          return;
       }
+      if (mayFollowAnother(known)) return;
       if (!own && !known.uninterrupted) return;  // its entry is not there yet, or another's was hit
       if (known.rerouted) allowed.push_back(model_.outputs(wanted, false));
       for (Route const& before : known.before) {
