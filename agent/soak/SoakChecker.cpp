@@ -366,7 +366,8 @@ void SoakChecker::look() {
    } else {
       std::size_t const count = std::min(underWayLooks, unverified_.size());
       for (std::size_t i = 0; i < count; ++i) {
-         RouteId const id = unverified_[random_() % unverified_.size()];
+         bool const all = count == unverified_.size();
+         RouteId const id = unverified_[all ? i : random_() % unverified_.size()];
          if (Known* const known = model_.find(id)) checkRoute(id, *known, false);
       }
    }
