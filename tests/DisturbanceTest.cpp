@@ -324,7 +324,6 @@ class Play {
       if (pick(4) == 0 && budget_ > 0) disturb();
    }
    void follow(std::size_t e, Qor::Change const& change) {
-      ++follows;
       Event event{change.gone ? "gone" : change.member, {}};
       if (change.key) event.key = static_cast<U32>(std::stoul(change.key->text()));
       told(e, event);
@@ -380,7 +379,10 @@ class Play {
       if (!models_.contains(list) || models_.at(list).dying) return;
       Held const held(*this, list);
       ear.following = std::make_unique<Qor::Following>(
-            Qor::toGeneric(held.reference), [this, e](Qor::Change const& c) { follow(e, c); });
+            Qor::toGeneric(held.reference), [this, e](Qor::Change const& c) {
+               follow(e, c);
+               ++follows;  // what tells is still there, whoever has ended the following
+            });
       earIs(e, std::move(ear));
       bindTo(e, list);
    }
