@@ -63,8 +63,8 @@ std::string lineOf(CaptureTime const&, LinkEvent const& link) {
       if (link.status == status) word = name;
    }
    return (link.deleted ? "Deleted " : "") + std::to_string(link.ifindex) + ": " +
-          link.intf.name() + ": <" + (link.adminUp ? "UP" : "") + "> qdisc noqueue state " + word +
-          " \\ link/ether";
+          link.intf.name() + "@if1: <" + (link.adminUp ? "UP" : "") + "> qdisc noqueue state " +
+          word + " \\ link/ether";
 }
 
 std::string lineOf(CaptureTime const&, SnapshotEvent const&) {
@@ -156,7 +156,8 @@ void runSnapshot(std::string_view input) {
               "an excerpt of something else");
       return;
    }
-   require(nlohmann::json::accept(input), "it is no JSON");
+   require(nlohmann::json::accept(input) && input.find('\0') == std::string_view::npos,
+           "it is no JSON");
    for (MrouteEvent const& route : event.routes) {
       checkRoute(route);
       require(event.covers(route.vrf, route.key), "a route beyond all scopes");

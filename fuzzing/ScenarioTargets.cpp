@@ -47,12 +47,13 @@ void runScenario(std::string_view input) {
       std::size_t const end = std::min(input.find('\n', at), input.size());
       std::string_view text = input.substr(at, end - at);
       at = end + 1;
-      if (end < input.size() && text.ends_with('\r')) text.remove_suffix(1);
+      if (text.ends_with('\r')) text.remove_suffix(1);
       Scenario::Line const before = line;
       Result const result = parser.parse(text, line);
       require(isScenarioLine(text) || result != Result::event, "an event of another form");
       if (result == Result::event) {
          events += 1;
+         require(text.find('\0') == std::string_view::npos, "an event that is no JSON");
          require(line.at >= before.at && line.at <= ScenarioParser::maxTime, "time goes back");
          bool const setting = std::holds_alternative<Scenario::Settings>(line.event);
          require(!setting || events == 1, "settings in the middle");
