@@ -4,6 +4,7 @@
 option(BUILD_TESTING "Build the tests" ON)
 option(VELMROUTE_SANITIZE "Build with the address and undefined behaviour sanitizers" OFF)
 option(VELMROUTE_FUZZ "Build with Clang's fuzzer, beside the sanitizers, and its program" OFF)
+option(VELMROUTE_COVERAGE "Count how often each line is run" OFF)
 
 if(NOT CMAKE_BUILD_TYPE AND NOT CMAKE_CONFIGURATION_TYPES)
    set(CMAKE_BUILD_TYPE Release CACHE STRING "Debug or Release" FORCE)
@@ -36,4 +37,11 @@ if(VELMROUTE_SANITIZE)
    endif()
    target_compile_options(velmroute_options INTERFACE ${VELMROUTE_SANITIZER_FLAGS})
    target_link_options(velmroute_options INTERFACE ${VELMROUTE_SANITIZER_FLAGS})
+endif()
+
+if(VELMROUTE_COVERAGE)
+   target_compile_options(velmroute_options INTERFACE --coverage)
+   target_link_options(velmroute_options INTERFACE --coverage LINKER:--wrap=_exit
+                       LINKER:--wrap=__gcov_fork LINKER:--wrap=abort)
+   target_sources(velmroute_options INTERFACE ${CMAKE_CURRENT_LIST_DIR}/Coverage.cpp)
 endif()
