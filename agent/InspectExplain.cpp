@@ -319,7 +319,7 @@ ordered_json explainRoute(SimulatedSwitch const& simulated, RouteQuestion const&
       routes.push_back(Explanation(simulated, question, route).json());
    });
    ordered_json out = {{"asked", question.key.pretty()}};
-   if (question.vrf) out["vrf"] = question.vrf->name();
+   if (question.vrf) out["vrf"] = printable(question.vrf->name());
    out["time"] = Qor::now();
    out["wanted"] = !routes.empty();
    if (routes.empty()) out["near"] = nearJson(simulated, question);

@@ -115,36 +115,42 @@ struct Counter {
    bool counted = true;
 };
 
+// A write of this kind fails, as often as `count` says.
+struct FailNext {
+   Sim::WriteKind write{};
+   std::string reason;
+   std::uint32_t count = 1;
+};
+struct SlowNext {
+   std::uint32_t nth = 1;
+   double extra = 0;  // seconds
+};
+struct FailRate {
+   Sim::WriteKind write{};
+   double probability = 0;
+};
+// One call of a platform hook, the nth from now, fails in the way it can (Sim::Faults).
+struct FailCall {
+   std::uint32_t nth = 1;
+   bool refused = false;
+   bool writeFails = false;
+   std::uint32_t again = 0;
+   bool undoFails = false;
+};
+
 // Only what is set changes.
 struct Fault {
-   struct FailNext {
-      Sim::WriteKind write{};
-      std::string reason;
-      std::uint32_t count = 1;
-   };
-   struct SlowNext {
-      std::uint32_t nth = 1;
-      double extra = 0;  // seconds
-   };
-   struct Rate {
-      Sim::WriteKind write{};
-      double probability = 0;
-   };
+   using FailNext = Scenario::FailNext;
+   using SlowNext = Scenario::SlowNext;
+   using Rate = FailRate;
+   using FailCall = Scenario::FailCall;
    std::optional<bool> groupsExhausted;
    std::optional<bool> routesExhausted;
    std::optional<bool> boundariesExhausted;
    std::optional<std::uint32_t> hitBitsBusy;  // how many readings
    std::optional<FailNext> failNext;
    std::optional<SlowNext> slowNext;
-   // One call of a platform hook, the nth from now, fails in the way it can (Sim::Faults).
-   struct FailCall {
-      std::uint32_t nth = 1;
-      bool refused = false;
-      bool writeFails = false;
-      std::uint32_t again = 0;
-      bool undoFails = false;
-   };
-   std::optional<Rate> rate;
+   std::optional<FailRate> rate;
    std::optional<FailCall> failCall;
    std::optional<std::uint64_t> seed;
 };

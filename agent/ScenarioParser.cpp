@@ -29,7 +29,10 @@ json jsonFrom(std::string_view text) {
       return true;
    };
    try {
-      return json::parse(text, watch);
+      json parsed = json::parse(text, watch);
+      // The reader takes a NUL for the end of the text.
+      if (text.find('\0') == std::string_view::npos) return parsed;
+      throw Bad{"not valid JSON: a NUL behind it"};
    } catch (json::exception const& error) {
       // "[json...] parse error at line 1, column 5: syntax error while parsing ...", or after the
       // bracket at once what is wrong.

@@ -275,8 +275,13 @@ bool SnapshotParser::parse(std::string_view text, SnapshotEvent& event) {
    Handler handler(text, reached, result);
    if (json::sax_parse(Cursor(text.data(), &reached), Cursor(text.data() + text.size(), &reached),
                        &handler)) {
-      event = std::move(result);
-      return true;
+      // The reader takes a NUL for the end of the text.
+      std::size_t const nul = text.find('\0');
+      if (nul == std::string_view::npos) {
+         event = std::move(result);
+         return true;
+      }
+      handler.parse_error(nul + 1, "", json::parse_error::create(101, nul + 1, "a NUL", nullptr));
    }
    reason_ = std::move(handler.reason);
    position_ = handler.position;

@@ -3,6 +3,8 @@
 
 option(BUILD_TESTING "Build the tests" ON)
 option(VELMROUTE_SANITIZE "Build with the address and undefined behaviour sanitizers" OFF)
+option(VELMROUTE_FUZZ "Build with Clang's fuzzer, beside the sanitizers, and its program" OFF)
+option(VELMROUTE_COVERAGE "Count how often each line is run" OFF)
 
 if(NOT CMAKE_BUILD_TYPE AND NOT CMAKE_CONFIGURATION_TYPES)
    set(CMAKE_BUILD_TYPE Release CACHE STRING "Debug or Release" FORCE)
@@ -12,8 +14,11 @@ set(CMAKE_CXX_STANDARD 20)
 set(CMAKE_CXX_STANDARD_REQUIRED ON)
 set(CMAKE_CXX_EXTENSIONS OFF)
 set(CMAKE_POSITION_INDEPENDENT_CODE ON)
-# `cmake --compile-no-warning-as-error` lifts this for a compiler that warns about more than ours.
-set(CMAKE_COMPILE_WARNING_AS_ERROR ON)
+# Another compiler may warn about more than ours; for another version of it
+# `cmake --compile-no-warning-as-error` lifts this.
+if(CMAKE_CXX_COMPILER_ID STREQUAL GNU)
+   set(CMAKE_COMPILE_WARNING_AS_ERROR ON)
+endif()
 
 add_library(velmroute_options INTERFACE)
 target_compile_options(velmroute_options INTERFACE
@@ -26,6 +31,17 @@ set(VELMROUTE_SANITIZER_FLAGS)
 if(VELMROUTE_SANITIZE)
    set(VELMROUTE_SANITIZER_FLAGS -fsanitize=address,undefined -fno-sanitize-recover=all
        -fno-omit-frame-pointer)
+   if(VELMROUTE_FUZZ)
+      # The virtual tables of hidden classes are not compared across the library's border.
+      list(APPEND VELMROUTE_SANITIZER_FLAGS -fsanitize=fuzzer-no-link -fno-sanitize=vptr,function)
+   endif()
    target_compile_options(velmroute_options INTERFACE ${VELMROUTE_SANITIZER_FLAGS})
    target_link_options(velmroute_options INTERFACE ${VELMROUTE_SANITIZER_FLAGS})
+endif()
+
+if(VELMROUTE_COVERAGE)
+   target_compile_options(velmroute_options INTERFACE --coverage)
+   target_link_options(velmroute_options INTERFACE --coverage LINKER:--wrap=_exit
+                       LINKER:--wrap=__gcov_fork LINKER:--wrap=abort)
+   target_sources(velmroute_options INTERFACE ${CMAKE_CURRENT_LIST_DIR}/Coverage.cpp)
 endif()

@@ -131,23 +131,6 @@ TEST(Snapshot, RefusesABadTableAsAWholeAndSaysWhere) {
    }
 }
 
-TEST(Snapshot, SurvivesEveryTruncationAndEveryDamagedByte) {
-   std::string const text =
-         R"([{"src":"10.0.0.2","dst":"239.1.1.2","iif":"tapA","multipath":[{"oif":"b","ttl":5}],)"
-         R"("expires":2.28,"table":"default"},{"src":"::","dst":"ff3e::1","state":"unresolved"}])";
-   SnapshotParser parser;
-   std::size_t cutOff = 0;
-   damage(text, [&](std::string const& damaged) {
-      SnapshotEvent event;
-      if (parser.parse(damaged, event)) return;
-      if (damaged.size() < text.size()) ++cutOff;
-      EXPECT_FALSE(parser.reason().empty());
-      EXPECT_LE(parser.position(), damaged.size());
-      EXPECT_TRUE(event.routes.empty() && event.scopes.empty()) << "half a table";
-   });
-   EXPECT_EQ(cutOff, text.size()) << "a cut-off table was taken for a whole one";
-}
-
 TEST(Snapshot, ReplacesTheTablesItNamesAndLeavesTheOthersAlone) {
    CaptureState state;
    auto const apply = [&](std::string_view text) {

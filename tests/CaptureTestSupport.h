@@ -83,19 +83,6 @@ inline std::string gzip(std::string_view text) {
    return out;
 }
 
-// Shows `check` every truncation of a text, and the text with every one of its bits turned over.
-template <class Check>
-void damage(std::string_view text, Check const& check) {
-   for (std::size_t i = 0; i < text.size(); ++i) {
-      check(std::string(text.substr(0, i)));
-      std::string damaged(text);
-      for (int n = 0; n < 8; ++n) {
-         damaged[i] = static_cast<char>(text[i] ^ (1 << n));
-         check(damaged);
-      }
-   }
-}
-
 // A directory for one test; its files are named by their paths in it.
 class TempDir {
  public:

@@ -1,69 +1,20 @@
 // The commands by which a run is looked at, on a scenario that is played in memory.
 #include <gtest/gtest.h>
 
-#include <random>
 #include <regex>
 
+#include "InspectedScenario.h"
 #include "agent/Inspector.h"
 #include "agent/RouteFields.h"
-#include "agent/ScenarioParser.h"
-#include "agent/ScenarioPlayer.h"
-#include "agent/SimulatedTarget.h"
 
 namespace Agent {
 namespace {
-
-// Two groups on the chip, two routes that share one, one that has the other and a fastdrop entry,
-// and two that wait; the sharing ones go at 2 s and come back at 3 s.
-constexpr std::string_view lines[] = {
-      R"({"at": 0, "route": {"src": "10.0.0.2", "dst": "239.1.1.1", "groups": 2, "iif": "rtr0", "oifs": ["rtr3", "cpu"], "backup": ["rtr5"]}})",
-      R"({"at": 0, "route": {"src": "*", "dst": "239.1.1.9", "iif": "rtr0", "oifs": ["rtr4"], "fastdrop": ["rtr2"]}})",
-      R"({"at": 1, "route": {"vrf": "red", "src": "10.0.0.2", "dst": "239.1.1.5", "groups": 2, "iif": "rtr1", "oifs": ["cpu"], "ownOif": "leaf"}})",
-      R"({"at": 1.5, "traffic": {"src": "10.0.0.2", "dst": "239.1.1.1", "iif": "rtr0", "count": 3, "every": 0}})",
-      R"({"at": 2, "withdraw": {"vrf": "red", "src": "10.0.0.2", "dst": "239.1.1.5", "groups": 2}})",
-      R"({"at": 2, "withdraw": {"src": "10.0.0.2", "dst": "239.1.1.1", "groups": 2}})",
-      R"({"at": 3, "route": {"src": "10.0.0.2", "dst": "239.1.1.1", "groups": 2, "iif": "rtr0", "oifs": ["rtr3", "cpu"], "backup": ["rtr5"]}})",
-      R"({"at": 4, "link": {"intf": "rtr0", "state": "down"}})",
-      R"({"at": 5, "withdraw": {"src": "*", "dst": "239.1.1.9"}})",
-};
 
 Routing::Multicast::Fib::IpGenRouteKey keyOf(std::string_view group) {
    Routing::Multicast::Fib::IpGenRouteKey key;
    EXPECT_EQ(routeKeyOf("10.0.0.2", group, key), "");
    return key;
 }
-
-class World final : public InspectedRun {
- public:
-   explicit World(Path path)
-         : simulated_(path, config(path), {}), target_(simulated_, nullptr, true) {
-      ScenarioParser parser;
-      for (std::string_view const text : lines) {
-         lines_.emplace_back();
-         EXPECT_EQ(parser.parse(text, lines_.back()), ScenarioParser::Result::event);
-      }
-      player_.emplace(target_, lines_);
-   }
-
-   SimulatedSwitch& simulated() override { return simulated_; }
-   bool runUntil(Qor::Seconds time) override { return player_->playUntil(time), true; }
-   bool runToEnd() override { return player_->play(), true; }
-   Qor::Seconds nextInput() override { return player_->nextDue(); }
-   bool inMemory() const override { return true; }
-
- private:
-   // On the asynchronous path what drops takes a group, too.
-   static Sim::ChipConfig config(Path path) {
-      Sim::ChipConfig config;
-      config.groups = path == Path::async ? 3 : 2;
-      return config;
-   }
-
-   SimulatedSwitch simulated_;
-   SimulatedTarget target_;
-   std::vector<Scenario::Line> lines_;
-   std::optional<ScenarioPlayer> player_;
-};
 
 class Inspect : public testing::TestWithParam<Path> {
  protected:
@@ -78,7 +29,7 @@ class Inspect : public testing::TestWithParam<Path> {
       EXPECT_TRUE(std::regex_search(text, std::regex(pattern))) << command << '\n' << text;
    }
 
-   World world_{GetParam()};
+   InspectedScenario world_{GetParam()};
    std::ostringstream out_;
    Inspector inspector_{world_, out_, false};
 };
@@ -196,49 +147,6 @@ TEST_P(Inspect, WatchesARecordThroughItsLifeAndLetsItGo) {
    expect("watch", "^/switch/1/zombieOifSet\n/config/");
    expect("unwatch /switch/1/zombieOifSet", "^$");
    expect("unwatch /switch/1/zombieOifSet", "is not watched");
-}
-
-// Garbage made of what commands are made of: each ends in an answer, or in an error of one line.
-TEST_P(Inspect, SurvivesWhateverIsTyped) {
-   std::string const pieces[] = {"get ",
-                                 "ls ",
-                                 "watch ",
-                                 "explain ",
-                                 "types ",
-                                 "trace ",
-                                 "step",
-                                 "/switch/1",
-                                 "/sm/1",
-                                 "/mroute",
-                                 "/zombieOifSet",
-                                 "/inUseOifSet",
-                                 "/[1]",
-                                 "/mrouteSwitch",
-                                 "/oifSet",
-                                 "\"",
-                                 "\\",
-                                 "/",
-                                 "//",
-                                 " ",
-                                 "Value('Vel::ZombieKey', ** {",
-                                 "10.0.0.2,239.1.1.1",
-                                 "*",
-                                 "vrf ",
-                                 std::string("\0\x1b[2J\xff", 6),
-                                 "-1",
-                                 "99999999999999999999"};
-   std::mt19937 random(20);
-   for (int i = 0; i < 3000; ++i) {
-      std::string line;
-      for (auto n = random() % 9; n > 0; --n)
-         line += pieces[random() % std::size(pieces)];
-      does(line);
-      EXPECT_EQ(inspector_.error().find('\n'), std::string::npos) << line;
-      inspector_.complete(line);
-   }
-   EXPECT_NE(does(std::string(100000, '/')).find("at most"), std::string::npos);
-   EXPECT_NE(does("get /" + std::string(60000, 'x')).find("has no"), std::string::npos);
-   does("trace off");
 }
 
 }  // namespace

@@ -118,32 +118,5 @@ TEST(MonitorParser, TakesTheStampAsCoordinatedUniversalTime) {
    EXPECT_EQ(stampOf(""), -1);
 }
 
-// Whatever happens to a line, it is an event, skipped, or refused with a reason; never a crash,
-// and never an event that breaks the promises of its fields.
-TEST(MonitorParser, SurvivesEveryTruncationAndEveryDamagedByte) {
-   MonitorParser parser;
-   CaptureEvent event;
-   auto const check = [&](std::string const& text) {
-      // A copy of exactly this size, so that a read past its end is seen.
-      std::vector<char> const exact(text.begin(), text.end());
-      auto const result = parser.parse({exact.data(), exact.size()}, event);
-      if (result == MonitorParser::Result::malformed) {
-         ASSERT_NE(parser.reason().find(" (column "), std::string::npos) << text;
-      } else if (result == MonitorParser::Result::event) {
-         if (auto const* route = std::get_if<MrouteEvent>(&event)) {
-            ASSERT_TRUE(route->key.group().address().isMulticast()) << text;
-            ASSERT_FALSE(route->vrf.empty()) << text;
-            ASSERT_FALSE(std::count(route->oifs.begin(), route->oifs.end(), Lnet::IntfId()));
-         } else {
-            ASSERT_TRUE(std::get<LinkEvent>(event).intf) << text;
-         }
-      }
-   };
-   for (auto const& c : acceptedRoutes)
-      damage(c.line, check);
-   for (auto const& c : acceptedLinks)
-      damage(c.line, check);
-}
-
 }  // namespace
 }  // namespace Agent

@@ -117,21 +117,6 @@ TEST(Scenario, RefusesABadLineWithThePathOfTheKeyAndKeepsNothingOfIt) {
    EXPECT_EQ(line.at, 8);
 }
 
-TEST(Scenario, SurvivesDamagedLinesAndAlwaysSaysWhy) {
-   std::size_t malformed = 0;
-   auto const check = [&](std::string const& text) {
-      ScenarioParser parser;
-      Line line;
-      if (parser.parse(text, line) != ScenarioParser::Result::malformed) return;
-      ++malformed;
-      EXPECT_FALSE(parser.reason().empty()) << text;
-      EXPECT_TRUE(std::holds_alternative<Scenario::Settings>(line.event)) << text;  // untouched
-   };
-   for (std::string_view const line : goodLines)
-      damage(line, check);
-   EXPECT_GT(malformed, 3000u);
-}
-
 TEST(Scenario, ReadsAWholeFileAndNamesEveryBadLine) {
    TempDir const dir;
    std::string const path =

@@ -29,7 +29,7 @@ bool parseQuad(std::string_view text, std::uint8_t* out) {
 }
 
 bool parseGroups(std::string_view text, IpGenAddr::Bytes& bytes) {
-   constexpr std::size_t none = 16;
+   constexpr std::size_t none = 17;  // behind every place of a gap
    std::size_t filled = 0;  // bytes written so far
    std::size_t gap = none;  // where the zeros of "::" belong
    std::size_t at = 0;

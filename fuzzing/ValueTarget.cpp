@@ -1,0 +1,229 @@
+// The string representations of values, as the type registry reads them, and the texts of addresses,
+// prefixes, routes and chip options.
+//
+// An input's first line names the parser; an input without one is given to all of them.
+#include <arpa/inet.h>
+
+#include <algorithm>
+#include <cstring>
+#include <sstream>
+
+#include "Bfd/Peer.h"
+#include "MrouteLib/MrouteCounterKey.h"
+#include "MrouteLib/PortVlanSet.h"
+#include "MrouteLib/RouteHandle.h"
+#include "MrouteLib/RouteKeyInfo.h"
+#include "Qor/Type.h"
+#include "Routing/Multicast/Fib/Counter.h"
+#include "Vel/VelAsyncMrouteKeys.h"
+#include "Vel/VelSyncMrouteKeys.h"
+#include "Wisp/Multicast/Fib/RpaIndex.h"
+#include "agent/RouteFields.h"
+#include "agent/RunCommand.h"
+#include "fuzzing/Target.h"
+
+namespace Fuzz {
+
+namespace {
+
+using Qor::Generic;
+
+template <class T>
+std::string textOf(T const& value) {
+   return (std::ostringstream() << value).str();
+}
+
+// What is read is printed in a form that is read as the same, and errors say which type and where.
+template <class T>
+void runStrep(std::string const& text) {
+   T value;
+   try {
+      value = Qor::parseStrep<T>("T", text);
+   } catch (Qor::RangeException const& error) {
+      require(error.message().starts_with("T: expected ") ||
+                    error.message().find("not allowed") != std::string::npos ||
+                    error.message().find("has bits set beyond") != std::string::npos,
+              "an odd reason: " + error.message());
+      return;
+   }
+   std::string const printed = value.strep();
+   T const again = Qor::parseStrep<T>("T", printed);
+   require(again == value, text + " is printed as " + printed + ", and read as another");
+   require(again.strep() == printed, printed + " is printed as " + again.strep());
+   if constexpr (std::is_constructible_v<T, std::string> && !requires { value.name(); }) {
+      require(T(printed) == value, printed + " constructs another");
+   }
+}
+
+void runType(Qor::Type const& type, std::string const& text) {
+   Generic value;
+   try {
+      value = type.parse(text);
+   } catch (Qor::RangeException const& error) {
+      require(!error.message().empty(), "no reason");
+      return;
+   }
+   require(type.parse(value.text()) == value,
+           type.name() + ": " + text + " is printed as " + value.text() + ", and read as another");
+}
+
+// As the system's own parser reads it, but for the scope of an address.
+void runAddress(std::string const& text) {
+   bool const v6 = text.find(':') != std::string::npos;
+   unsigned char bytes[16] = {};
+   bool const expected = text.find('\0') == std::string::npos &&
+                         inet_pton(v6 ? AF_INET6 : AF_INET, text.c_str(), bytes) == 1;
+   auto const address = Lnet::IpGenAddr::parse(text);
+   require(address.has_value() == expected, text + (expected ? " is refused" : " is accepted"));
+   if (!address) return;
+   require(address->isV6() == v6 && std::memcmp(address->bytes().data(), bytes, 16) == 0,
+           text + " is read as " + textOf(*address));
+   // The shortest form, and nothing else, is what the system prints.
+   char buffer[64];
+   inet_ntop(v6 ? AF_INET6 : AF_INET, bytes, buffer, sizeof buffer);
+   require(Lnet::IpGenAddr::parse(buffer) == address, std::string(buffer) + " is another address");
+   require(Lnet::IpGenAddr::parse(textOf(*address)) == address, text + " is printed as another");
+}
+
+void runPrefix(std::string const& text) {
+   auto const prefix = Lnet::IpGenPrefix::parse(text);
+   if (!prefix) return;
+   require(Lnet::IpGenPrefix::parse(textOf(*prefix)) == prefix, text + " is printed as another");
+   require(Lnet::IpGenAddr::parse(text.substr(0, text.find('/'))) == prefix->address(),
+           text + " has another address");
+}
+
+void runRoute(std::string const& text) {
+   std::size_t const comma = std::min(text.find(','), text.size());
+   Routing::Multicast::Fib::IpGenRouteKey key;
+   std::string const group = comma < text.size() ? text.substr(comma + 1) : "";
+   if (!Agent::routeKeyOf(text.substr(0, comma), group, key).empty()) return;
+   using Key = Routing::Multicast::Fib::IpGenRouteKey;
+   require(Key(key.strep()) == key, key.strep() + " is another route");
+}
+
+void runChip(std::string const& text) {
+   Sim::ChipConfig chip;
+   if (auto const wrong = Agent::parseChipOption(text, chip)) {
+      require(!wrong->empty(), "no reason");
+      return;
+   }
+   std::string const printed = "groups=" + std::to_string(chip.groups) +
+                               ",routes=" + std::to_string(chip.routes) +
+                               ",boundaries=" + std::to_string(chip.boundaries) +
+                               ",latency=" + Qor::realStrep(chip.latency);
+   Sim::ChipConfig again;
+   require(!Agent::parseChipOption(printed, again), printed + " is refused");
+   require(again.groups == chip.groups && again.routes == chip.routes &&
+                 again.boundaries == chip.boundaries && again.latency == chip.latency,
+           text + " is read as " + printed);
+}
+
+constexpr std::pair<char const*, void (*)(std::string const&)> texts[] = {
+      {"address", runAddress},
+      {"prefix", runPrefix},
+      {"route", runRoute},
+      {"chip", runChip},
+      {"Address", runStrep<Lnet::IpGenAddr>},
+      {"Prefix", runStrep<Lnet::IpGenPrefix>},
+      {"IntfId", runStrep<Lnet::IntfId>},
+      {"VrfName", runStrep<L3::VrfName>},
+      {"VrfId", runStrep<Vel::VrfId>},
+      {"VlanIdOrNone", runStrep<Bridging::VlanIdOrNone>},
+      {"RouteHandle", runStrep<MrouteLib::RouteHandle>},
+      {"RpaIndex", runStrep<Wisp::Multicast::Fib::RpaIndex>},
+      {"RouteKey", runStrep<Routing::Multicast::Fib::IpGenRouteKey>},
+      {"PortVlan", runStrep<MrouteLib::PortVlan>},
+      {"PortVlanSet", runStrep<MrouteLib::PortVlanSet>},
+      {"RouteKeyInfo", runStrep<MrouteLib::RouteKeyInfo>},
+      {"CounterKey", runStrep<MrouteLib::MrouteCounterKey>},
+      {"Counter", runStrep<Routing::Multicast::Fib::Counter>},
+      {"Peer", runStrep<Bfd::Peer>},
+      {"AsyncZombieKey", runStrep<Vel::Mroute::ZombieKey>},
+      {"ZombieKey", runStrep<Vel::ZombieKey>},
+      {"InUseRouteHandleKey", runStrep<Vel::Mroute::InUseRouteHandleKey>},
+      {"RouteKeyVlanId", runStrep<Vel::RouteKeyVlanId>},
+};
+
+void runValue(std::string_view input) {
+   std::size_t const end = input.find('\n');
+   bool const named = end != std::string_view::npos;
+   std::string_view const name = named ? input.substr(0, end) : std::string_view();
+   std::string const text(named ? input.substr(end + 1) : input);
+   for (auto const& [parserName, parse] : texts) {
+      if (!named || parserName == name) parse(text);
+   }
+   for (Qor::Type const* const type : Qor::types()) {
+      if (type->hasStrep() && (!named || type->name() == name)) runType(*type, text);
+   }
+}
+
+// String representations of some values of each parser.
+template <class T>
+void addStreps(std::vector<std::string>& seeds, char const* name, std::initializer_list<T> values) {
+   for (T const& value : values)
+      seeds.push_back(std::string(name) + '\n' + value.strep());
+}
+
+std::vector<std::string> valueSeeds() {
+   using Lnet::IpGenAddr;
+   std::vector<std::string> seeds = {"address\n10.0.0.1",
+                                     "address\n2001:db8::1",
+                                     "address\n::ffff:1.2.3.4",
+                                     "address\n::",
+                                     "address\nff3e:0:0:1::",
+                                     "prefix\n10.0.0.0/8",
+                                     "prefix\nff00::/8",
+                                     "prefix\n::/0",
+                                     "route\n10.0.0.1,239.1.1.1",
+                                     "route\n::,ff3e::1",
+                                     "chip\ngroups=1,routes=2,boundaries=3,latency=0.5",
+                                     "VelHelper::MrouteXactType\ningress"};
+   IpGenAddr const source = IpGenAddr::v4(0x0a000001);
+   auto const key =
+         Routing::Multicast::Fib::IpGenRouteKey::fromAddresses(source, IpGenAddr::v4(0xef000001));
+   Lnet::IntfId const intf("rtr'3\\");
+   Bridging::VlanIdOrNone const vlan(1007);
+   L3::VrfName const vrf("\xc3\xa9");
+   MrouteLib::PortVlan const port(intf, vlan);
+   MrouteLib::PortVlanSet set(Routing::Multicast::Fib::RouteKeyType::routed);
+   set.newPortVlan(port, true);
+   set.newNatVlan(Bridging::VlanId(7), false);
+   MrouteLib::RouteKeyInfo const none;
+   addStreps(seeds, "Address", {IpGenAddr(), source, IpGenAddr::v6({0xff, 0x3e})});
+   addStreps(seeds, "Prefix", {Lnet::IpGenPrefix(), Lnet::IpGenPrefix::host(source)});
+   addStreps(seeds, "IntfId", {intf});
+   addStreps(seeds, "VrfName", {vrf});
+   addStreps(seeds, "VrfId", {Vel::VrfId()});
+   addStreps(seeds, "VlanIdOrNone", {vlan});
+   addStreps(seeds, "RouteHandle", {MrouteLib::RouteHandle()});
+   addStreps(seeds, "RpaIndex", {Wisp::Multicast::Fib::RpaIndex()});
+   addStreps(seeds, "RouteKey", {key});
+   addStreps(seeds, "PortVlan", {port});
+   addStreps(seeds, "PortVlanSet", {set});
+   addStreps(seeds, "RouteKeyInfo", {none});
+   addStreps(seeds, "CounterKey", {MrouteLib::MrouteCounterKey()});
+   addStreps(seeds, "Counter", {Routing::Multicast::Fib::Counter()});
+   addStreps(seeds, "Peer", {Bfd::Peer(Bfd::SessionType::singleHop, source, intf, vrf)});
+   addStreps(seeds, "AsyncZombieKey", {Vel::Mroute::ZombieKey(3, 12.5)});
+   addStreps(seeds, "ZombieKey", {Vel::ZombieKey(3, Qor::never)});
+   addStreps(seeds, "InUseRouteHandleKey", {Vel::Mroute::InUseRouteHandleKey()});
+   addStreps(seeds, "RouteKeyVlanId", {Vel::RouteKeyVlanId()});
+   seeds.emplace_back(100'000, '(');
+   return seeds;
+}
+
+}  // namespace
+
+Target valueTarget() {
+   std::vector<std::string> words = {
+         "Value('",    "', ** {'",   "': ",      ", '",  "})",    "'",    "\\'",
+         "\\\\",       "\\x00",      "\\xff",    "True", "False", "null", "inf",
+         "-inf",       "nan",        "1e308",    "-0.0", "4094",  "4095", "4294967295",
+         "4294967296", "10.0.0.0/8", "ff00::/8", "::",   ":",     "/",    "0"};
+   for (auto const& [name, parse] : texts)
+      words.push_back(std::string(name) + '\n');
+   return {runValue, valueSeeds, words};
+}
+
+}  // namespace Fuzz

@@ -1,0 +1,62 @@
+// A scenario that is played in memory, for those who look at a run.
+#pragma once
+
+#include <optional>
+#include <string_view>
+#include <vector>
+
+#include "Qor/Assert.h"
+#include "agent/InspectedRun.h"
+#include "agent/ScenarioParser.h"
+#include "agent/ScenarioPlayer.h"
+#include "agent/SimulatedTarget.h"
+
+namespace Agent {
+
+// Two groups on the chip, two routes that share one, one that has the other and a fastdrop entry,
+// and two that wait; the sharing ones go at 2 s and come back at 3 s.
+inline constexpr std::string_view inspectedLines[] = {
+      R"({"at": 0, "route": {"src": "10.0.0.2", "dst": "239.1.1.1", "groups": 2, "iif": "rtr0", "oifs": ["rtr3", "cpu"], "backup": ["rtr5"]}})",
+      R"({"at": 0, "route": {"src": "*", "dst": "239.1.1.9", "iif": "rtr0", "oifs": ["rtr4"], "fastdrop": ["rtr2"]}})",
+      R"({"at": 1, "route": {"vrf": "red", "src": "10.0.0.2", "dst": "239.1.1.5", "groups": 2, "iif": "rtr1", "oifs": ["cpu"], "ownOif": "leaf"}})",
+      R"({"at": 1.5, "traffic": {"src": "10.0.0.2", "dst": "239.1.1.1", "iif": "rtr0", "count": 3, "every": 0}})",
+      R"({"at": 2, "withdraw": {"vrf": "red", "src": "10.0.0.2", "dst": "239.1.1.5", "groups": 2}})",
+      R"({"at": 2, "withdraw": {"src": "10.0.0.2", "dst": "239.1.1.1", "groups": 2}})",
+      R"({"at": 3, "route": {"src": "10.0.0.2", "dst": "239.1.1.1", "groups": 2, "iif": "rtr0", "oifs": ["rtr3", "cpu"], "backup": ["rtr5"]}})",
+      R"({"at": 4, "link": {"intf": "rtr0", "state": "down"}})",
+      R"({"at": 5, "withdraw": {"src": "*", "dst": "239.1.1.9"}})",
+};
+
+class InspectedScenario final : public InspectedRun {
+ public:
+   explicit InspectedScenario(Path path)
+         : simulated_(path, config(path), {}), target_(simulated_, nullptr, true) {
+      ScenarioParser parser;
+      for (std::string_view const text : inspectedLines) {
+         lines_.emplace_back();
+         QOR_ASSERT(parser.parse(text, lines_.back()) == ScenarioParser::Result::event);
+      }
+      player_.emplace(target_, lines_);
+   }
+
+   SimulatedSwitch& simulated() override { return simulated_; }
+   bool runUntil(Qor::Seconds time) override { return player_->playUntil(time), true; }
+   bool runToEnd() override { return player_->play(), true; }
+   Qor::Seconds nextInput() override { return player_->nextDue(); }
+   bool inMemory() const override { return true; }
+
+ private:
+   // On the asynchronous path what drops takes a group, too.
+   static Sim::ChipConfig config(Path path) {
+      Sim::ChipConfig config;
+      config.groups = path == Path::async ? 3 : 2;
+      return config;
+   }
+
+   SimulatedSwitch simulated_;
+   SimulatedTarget target_;
+   std::vector<Scenario::Line> lines_;
+   std::optional<ScenarioPlayer> player_;
+};
+
+}  // namespace Agent
