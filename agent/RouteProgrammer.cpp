@@ -16,6 +16,15 @@ class RouteProgrammer::QorClock final : public Qor::Clock::Notifiee {
    RouteProgrammer& owner_;
 };
 
+class RouteProgrammer::QorRetry final : public Qor::Clock::Notifiee {
+ public:
+   explicit QorRetry(RouteProgrammer& owner) : owner_(owner) {}
+   void onTime() override { owner_.handleRetry(); }
+
+ private:
+   RouteProgrammer& owner_;
+};
+
 // An entry that is to be deleted once the one that replaces it is written.
 struct RouteProgrammer::Leaving {
    MrouteLib::RouteHandle handle;
@@ -27,8 +36,11 @@ RouteProgrammer::RouteProgrammer(Qor::Ptr<MrouteLib::MrouteTableColl> tableColl,
       : tableColl_(std::move(tableColl)),
         mfibHwStatus_(std::move(mfibHwStatus)),
         clock_(Qor::make<Qor::Clock>("routeProgrammer")),
-        clockReactor_(std::make_unique<QorClock>(*this)) {
+        clockReactor_(std::make_unique<QorClock>(*this)),
+        retry_(Qor::make<Qor::Clock>("routeProgrammerRetry")),
+        retryReactor_(std::make_unique<QorRetry>(*this)) {
    clockReactor_->notifierIs(clock_.get());
+   retryReactor_->notifierIs(retry_.get());
 }
 
 RouteProgrammer::~RouteProgrammer() = default;

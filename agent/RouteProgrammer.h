@@ -19,8 +19,9 @@
 // No room. With no free group the oldest zombie is purged and the allocation tried again, at most
 // as often as there are zombies. If that does not help, the route waits until something is deleted.
 // Those who wait go in by the order of arrival, before any route that comes later; only who needs
-// no room, since its set is in hardware meanwhile, goes ahead. Nothing polls. A route that waits
-// for an entry holds no group.
+// no room, since its set is in hardware meanwhile, goes ahead. The platform may get room back
+// that it did not give to this agent, and tells nobody; so those who wait are also asked every
+// retryInterval, as long as there are any. A route that waits for an entry holds no group.
 //
 // Work is only marked by calls and notifications; passes on a clock do it, a bounded number of
 // routes each. Whoever is notified by a pass may therefore want any route differently, or no more.
@@ -53,6 +54,7 @@ class RouteProgrammer {
    using State = Route::State;
 
    static constexpr Qor::U32 routesPerPass = 512;
+   static constexpr Qor::Seconds retryInterval = 10;
 
    struct Counters {
       Qor::U64 resurrections = 0;  // zombies that a route brought back
@@ -206,6 +208,7 @@ class RouteProgrammer {
    using RouteTable = Qor::HashMap<EntryKey, RoutePtr>;
 
    class QorClock;
+   class QorRetry;
 
    bool want(L3::VrfName const& vrf, EntryKey const& key, WantedRoute wanted);
    void wantNoMore(L3::VrfName const& vrf, EntryKey const& key);
@@ -223,6 +226,7 @@ class RouteProgrammer {
    void queueUp(Route& route, Table table);
    void wait(Route& route, State state);
    void waitNoMore(Route& route);
+   void handleRetry();
    void markThoseWhoShare(MrouteLib::PortVlanSet const& set);
 
    void process(Route& route);
@@ -257,6 +261,8 @@ class RouteProgrammer {
    Counters counters_;
    Qor::Ptr<Qor::Clock> const clock_;
    std::unique_ptr<QorClock> clockReactor_;
+   Qor::Ptr<Qor::Clock> const retry_;  // finite while a route waits for room
+   std::unique_ptr<QorRetry> retryReactor_;
 };
 
 }  // namespace Agent

@@ -142,10 +142,16 @@ void RouteProgrammer::wait(Route& route, State state) {
    if (!queue) return;
    if (!place) ++counters_.refusals;
    queue->add(route, place);
+   if (retry_->timeMin() == Qor::never) retry_->timeMinIs(Qor::now() + retryInterval);
 }
 
 void RouteProgrammer::waitNoMore(Route& route) {
    if (route.waitingIn_) route.waitingIn_->remove(route);
+}
+
+void RouteProgrammer::handleRetry() {
+   tryAgain();
+   retry_->timeMinIs(waiting() > 0 ? Qor::now() + retryInterval : Qor::never);
 }
 
 // Routes that wait for a group of this set need none any more.

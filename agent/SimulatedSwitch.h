@@ -15,6 +15,7 @@
 // (agent/Replay.h), and what it has not told in the end is removed from the chip.
 #pragma once
 
+#include <functional>
 #include <map>
 
 #include "agent/CaptureEvent.h"
@@ -64,6 +65,10 @@ class SimulatedSwitch {
    void restart(RestartOptions const& options);
    // From a restart until the last found entry or group has been taken over or removed.
    bool recovering() const { return replay_.underWay(); }
+   // Calls `told` for each interface that is down at the end of a replay, before the groups of what
+   // comes in over it are rewritten.
+   using Rerouting = std::function<void(Lnet::IntfId)>;
+   void onRerouting(Rerouting told) { rerouting_ = std::move(told); }
    // When the agent has started; activity from before then is not known to it.
    Qor::Seconds startedAt() const { return startedAt_; }
    // The routes that the routing layer wants, whether or not it has told this agent yet.
@@ -130,6 +135,7 @@ class SimulatedSwitch {
    std::unique_ptr<SwitchPath> path_;
    Replay replay_;
    Timeline* timeline_ = nullptr;
+   Rerouting rerouting_;
    Figures before_;  // of the agents that have crashed
    Qor::Seconds startedAt_ = 0;
 };

@@ -70,9 +70,11 @@ bool SimulatedSwitch::isFound(RouteProgrammer::Route const& route) const {
 // All routes are told. What is left on the chip goes as soon as the last of them was looked at.
 std::optional<Qor::Seconds> SimulatedSwitch::replayComplete() {
    if (!routeProgrammer().lookedAtAll()) return 0;
-   routeProgrammer().recoveryDone();
-   withdrawUnwanted();
-   rerouteWhereDown();
+   if (routeProgrammer().recovering()) {
+      routeProgrammer().recoveryDone();
+      withdrawUnwanted();
+      rerouteWhereDown();
+   }
    if (path_->sweepUnadopted()) return std::nullopt;
    return std::max(chip().config().latency, Qor::Clock::retryGap);
 }
@@ -102,8 +104,10 @@ void SimulatedSwitch::rerouteWhereDown() {
          if (followed && status->status() == Bfd::OperState::down) down.insert(status->intf());
       }
    }
-   for (Lnet::IntfId const intf : down)
+   for (Lnet::IntfId const intf : down) {
+      if (rerouting_) rerouting_(intf);
       path_->reroute(intf);
+   }
 }
 
 // ---- All agents so far ----

@@ -1,4 +1,4 @@
-// What the checker is told, and its looks at single routes.
+// The checker's looks at single routes.
 #include "agent/soak/SoakChecker.h"
 
 #include <algorithm>
@@ -64,6 +64,7 @@ SoakFigures& SoakFigures::operator+=(SoakFigures const& other) {
    unchanged += other.unchanged;
    writes += other.writes;
    hookCalls += other.hookCalls;
+   restarts += other.restarts;
    routesPeak = std::max(routesPeak, other.routesPeak);
    return *this;
 }
@@ -86,138 +87,36 @@ void SoakChecker::wrong(RouteId const& id, std::string const& text) {
 
 SoakFigures SoakChecker::figures() const {
    SoakFigures f = figures_;
-   auto const& counters = programmer().counters();
+   auto const all = std::as_const(simulated_).figures();
+   auto const& counters = all.programmer;
+   f.restarts = all.restarts;
    f.faults = failures();
    f.hookCalls = std::as_const(simulated_).path().faults().calls();
    f.refusals = counters.refusals;
    f.resurrections = counters.resurrections;
    f.purges = counters.purges;
    f.unchanged = counters.unchanged;
-   for (std::size_t i = 0; i < Sim::writeKinds; ++i)
-      f.writes += simulated_.chip().writes(static_cast<WriteKind>(i));
+   f.writes = writes();
    return f;
+}
+
+std::uint64_t SoakChecker::writes() const {
+   std::uint64_t sum = 0;
+   for (std::size_t i = 0; i < Sim::writeKinds; ++i)
+      sum += simulated_.chip().writes(static_cast<WriteKind>(i));
+   return sum;
 }
 
 std::uint64_t SoakChecker::failures() const {
    return simulated_.path().faults().injected();
 }
 
-// ---- What has been done to the switch. ----
-
-void SoakChecker::unverified(RouteId const& id) {
-   unverified_.push_back(id);
-}
-
-void SoakChecker::routeIs(Route const& route) {
-   RouteId const id{route.vrf, route.key};
-   vrfNames_.try_emplace(simulated_.vrfId(route.vrf)->value(), route.vrf);
-   Known* const there = model_.find(id);
-   bool const fresh = !there || !there->wanted;
-   if (!fresh && sameWish(*there->wanted, route)) return;
-   // Whether the change is one of the outputs alone, with room for old and new.
-   bool calm = false;
-   if (!fresh && !there->unverified) {
-      Route const& old = *there->wanted;
-      auto const* const placed = programmer().route(id.vrf, id.key);
-      calm = placed && placed->state() == State::inHardware && old.iif == route.iif &&
-             old.noRpf == route.noRpf && old.bridge == route.bridge && !excuses_[0].denied &&
-             simulated_.path().groupsAllocated() + unverified_.size() + 2 <=
-                   simulated_.chip().config().groups;
-   }
-   if (!there) everWanted_.push_back(id);
-   Known& known = model_.wantedIs(route, failuresAtRest_);
-   known.uninterrupted = calm;
-   unverified(id);
-   figures_.routesPeak = std::max<std::uint64_t>(figures_.routesPeak, programmer().routes());
-}
-
-void SoakChecker::routeDel(RouteId const& id) {
-   if (model_.wantedDel(id, failuresAtRest_)) unverified(id);
-}
-
-void SoakChecker::linkIs(Lnet::IntfId intf, Interface::IntfOperStatus state) {
-   if (model_.linkIs(intf, state)) rerouted(intf);
-}
-
-void SoakChecker::bfdIs(Bfd::Peer const& peer, std::optional<Bfd::OperState> state) {
-   if (model_.bfdIs(peer, state)) rerouted(peer.intfId());
-}
-
-// Whoever holds a group for a set that comes in over the failed interface sends to its backup from
-// now on. Which group that is, the record says; that it must be rewritten is said here.
-void SoakChecker::rerouted(Lnet::IntfId failed) {
-   auto const hit = [&](MrouteLib::PortVlanSet const& set) {
-      // Sets without outputs have no group of the table, on the path whose chip has one for them.
-      return set.currentIif() == failed && !set.portVlanFrr().empty() &&
-             (path_ == Path::async || !set.portVlan().empty());
-   };
-   for (RecordRow const& row : std::as_const(simulated_).path().recordsInUse()) {
-      if (hit(row.oifSet->portVlanSet())) rewritten_.insert(row.oifSet->serial());
-   }
-   programmer().forEachRoute([&](RouteProgrammer::Route const& route) {
-      RouteId const id{route.vrf(), route.key()};
-      Known* const known = model_.find(id);
-      if (!known || !route.record()) return;
-      known->mayGoBack = known->mayGoBack || route.state() != State::inHardware;
-      auto const oifSet = route.record()->oifSet();
-      if (!hit(oifSet->portVlanSet())) return;
-      known->rerouted = oifSet->serial();
-      known->uninterrupted = false;
-      if (!std::exchange(known->unverified, true)) unverified(id);
-      ++figures_.reroutes;
-   });
-}
-
-void SoakChecker::configIs(Scenario::Config const& config) {
-   counters_.configIs(config);
-   if (config.activityPollingInterval) {
-      model_.intervalIs(std::max<double>(*config.activityPollingInterval,
-                                         path_ == Path::async ? config_.minPollingInterval : 0));
-   }
-}
-
-void SoakChecker::faultIs(Scenario::Fault const& fault) {
-   auto const set = [&](Table table, std::optional<bool> denied) {
-      if (denied) excuses_[static_cast<std::size_t>(table)].denied = *denied;
-   };
-   set(Table::group, fault.groupsExhausted);
-   set(Table::entry, fault.routesExhausted);
-   set(Table::boundary, fault.boundariesExhausted);
-   if (fault.groupsExhausted || fault.routesExhausted || fault.boundariesExhausted) {
-      for (auto& [id, known] : model_.routes())
-         known.uninterrupted = false;
-   }
-   if (fault.slowNext && path_ == Path::sync) callsTakeTime_ = true;
-   if (fault.hitBitsBusy) busySince_ = Qor::now() + 0.02 * *fault.hitBitsBusy;
-}
-
-void SoakChecker::sent(Sim::Packet const& packet, Sim::Forwarded const& forwarded) {
-   ++figures_.packets;
-   if (!forwarded.entry) return;
-   bool const bridged = forwarded.result == Sim::Forwarding::bridged;
-   Sim::EntryTable const& table =
-         bridged ? simulated_.chip().boundaries() : simulated_.chip().routes();
-   Sim::Entry const* const entry = table.find(*forwarded.entry);
-   auto const vrf = vrfNames_.find(packet.vrfId);
-   if (!entry || vrf == vrfNames_.end()) return wrong("a packet hit an entry that is not there");
-   RouteId const id{vrf->second, entry->key};
-   if (!bridged) counters_.hit(entry->key, packet.bytes);
-   if (Known* const known = model_.find(id)) noteHit(id, *known, *entry);
-}
-
-void SoakChecker::noteHit(RouteId const&, Known& known, Sim::Entry const& entry) const {
-   if (!known.wanted) return;
-   if (entry.acceptingVlan == vlanOf(*known.wanted)) known.lastHit = Qor::now();
-   for (Lnet::IntfId const intf : known.wanted->fastdrop) {
-      if (simulated_.intf(intf).vlan == entry.acceptingVlan) known.fastdropHit[intf] = Qor::now();
-   }
-}
-
 // ---- Looks. ----
 
 bool SoakChecker::atRest() const {
    auto const& path = std::as_const(simulated_).path();
-   return programmer().settled() && !path.writesPending() && path.rerouting() == 0;
+   return programmer().settled() && !path.writesPending() && path.rerouting() == 0 &&
+          !simulated_.recovering();
 }
 
 void SoakChecker::updateExcuses(bool rest) {
@@ -225,9 +124,9 @@ void SoakChecker::updateExcuses(bool rest) {
    failuresSeen_ = failures();
    if (failed) {
       failedAt_ = Qor::now();
-      for (auto& [id, known] : model_.routes())
-         known.uninterrupted = false;
+      nobodyUninterrupted();
    }
+   if (recovering_ && !roomToSpare()) nobodyUninterrupted();
    for (std::size_t i = 0; i < tables; ++i) {
       Excuse& excuse = excuses_[i];
       std::uint64_t const deleted = simulated_.chip().writes(deletions[i]);
@@ -238,10 +137,8 @@ void SoakChecker::updateExcuses(bool rest) {
       } else if (excuse.holds && rest && !excuse.deletions) {
          excuse.deletions = deleted;
       } else if (excuse.holds && rest) {
-         bool const reviewed =
-               path_ == Path::sync &&
-               Qor::now() > excuse.since + 2 * model_.longestInterval(excuse.since) + 2;
-         excuse.holds = deleted == excuse.deletions && !reviewed;
+         bool const asked = Qor::now() > excuse.since + RouteProgrammer::retryInterval + 2;
+         excuse.holds = deleted == excuse.deletions && !asked;
       }
    }
    if (rest) failuresAtRest_ = failuresSeen_;
@@ -251,6 +148,7 @@ void SoakChecker::look() {
    ++figures_.looks;
    bool const rest = atRest();
    updateExcuses(rest);
+   noteRecovered();
    if (rest) {
       std::vector<RouteId> ids;
       ids.swap(unverified_);
@@ -262,7 +160,8 @@ void SoakChecker::look() {
    } else {
       std::size_t const count = std::min(underWayLooks, unverified_.size());
       for (std::size_t i = 0; i < count; ++i) {
-         RouteId const id = unverified_[random_() % unverified_.size()];
+         bool const all = count == unverified_.size();
+         RouteId const id = unverified_[all ? i : random_() % unverified_.size()];
          if (Known* const known = model_.find(id)) checkRoute(id, *known, false);
       }
    }
@@ -289,12 +188,12 @@ bool SoakChecker::checkRoute(RouteId const& id, Known& known, bool rest) {
       if (rest) checkAbsent(id);
       return !rest;
    }
-   if (!route) {
+   if (!route && !simulated_.recovering()) {
       wrong(id, "is wanted, and the route programmer does not know it");
       return true;
    }
    if (rest) checkState(id, known, *route);
-   checkPacket(id, known, *route, rest);
+   checkPacket(id, known, route, rest);
    if (rest) {
       if (known.unverified) known.sameSince = Qor::now();
       known.unverified = false;
@@ -374,15 +273,11 @@ Sim::EntryTable const& SoakChecker::tableOf(Route const& route) const {
 }
 
 std::vector<Outputs> SoakChecker::expected(Known& known,
-                                           RouteProgrammer::Route const& route) const {
-   if (known.mayGoBack && route.record() &&
-       rewritten_.contains(route.record()->oifSet()->serial())) {
-      known.rerouted = route.record()->oifSet()->serial();
-   }
-   if (known.rerouted &&
-       (!route.record() || route.record()->oifSet()->serial() != known.rerouted)) {
-      known.rerouted.reset();
-   }
+                                           RouteProgrammer::Route const* route) const {
+   std::optional<Qor::U64> held;
+   if (route && route->record()) held = route->record()->oifSet()->serial();
+   if (known.mayGoBack && held && rewritten_.contains(*held)) known.rerouted = held;
+   if (known.rerouted && held != known.rerouted) known.rerouted.reset();
    std::vector<Outputs> list{model_.outputs(*known.wanted, known.rerouted.has_value())};
    // A rewrite that failed leaves the group as it was, and nobody can be told.
    if (known.rerouted && simulated_.path().faults().injected(WriteKind::groupUpdate) > 0)
@@ -390,7 +285,7 @@ std::vector<Outputs> SoakChecker::expected(Known& known,
    return list;
 }
 
-void SoakChecker::checkPacket(RouteId const& id, Known& known, RouteProgrammer::Route const& route,
+void SoakChecker::checkPacket(RouteId const& id, Known& known, RouteProgrammer::Route const* route,
                               bool rest) {
    Route const& wanted = *known.wanted;
    Sim::Packet packet;
@@ -417,7 +312,8 @@ void SoakChecker::checkPacket(RouteId const& id, Known& known, RouteProgrammer::
    }
 
    std::vector<Outputs> allowed = expected(known, route);
-   bool const inHardware = route.state() == State::inHardware && (rest || !known.unverified);
+   bool const inHardware =
+         route && route->state() == State::inHardware && (rest || !known.unverified);
    if (inHardware) {
       if (!own) {
          std::ostringstream text;
@@ -429,6 +325,7 @@ void SoakChecker::checkPacket(RouteId const& id, Known& known, RouteProgrammer::
          if (own) wrong(id, "is not in hardware, and a packet hits its entry");
          return;
       }
+      if (mayFollowAnother(known)) return;
       if (!own && !known.uninterrupted) return;  // its entry is not there yet, or another's was hit
       if (known.rerouted) allowed.push_back(model_.outputs(wanted, false));
       for (Route const& before : known.before) {

@@ -10,6 +10,9 @@
 //  - While writes are under way a packet of a route comes out as one of its latest wishes says, or
 //    nowhere; not even nowhere where only the outputs change and there is room for both.
 //
+//  - When the agent starts anew, what was at rest and is still wanted as before goes on without a
+//    gap; the rest is as if it had been changed.
+//
 // What injected faults excuse is kept as narrow as it can be: see Excuse.
 #pragma once
 
@@ -37,6 +40,7 @@ struct SoakFigures {
    std::uint64_t unchanged = 0;   // updates that changed nothing
    std::uint64_t writes = 0;      // to the chip
    std::uint64_t hookCalls = 0;   // of the platform
+   std::uint64_t restarts = 0;    // of the agent
    std::uint64_t routesPeak = 0;  // most wanted at once
 
    SoakFigures& operator+=(SoakFigures const& other);
@@ -63,6 +67,14 @@ class SoakChecker {
       counters_.countedIs(id.vrf, id.key, counted);
    }
    void faultIs(Scenario::Fault const& fault);
+   // The agent is about to crash, and to start anew.
+   void crash(Scenario::Restart const& restart);
+   // All routes are told again, and those that come in over this interface go to their backups.
+   void rerouting(Lnet::IntfId failed);
+   // The writes to the chip so far, if the switch is at rest and wants the route just so.
+   std::optional<std::uint64_t> writesIfUnchanged(Route const& route) const;
+   // It has been told so again.
+   void unchanged(Route const& route, std::uint64_t writesBefore);
    void sent(Sim::Packet const& packet, Sim::Forwarded const& forwarded);
 
    // ---- Comparing. ----
@@ -82,8 +94,8 @@ class SoakChecker {
    using State = RouteProgrammer::State;
 
    // Why a route may wait for room in a table that has some: the platform denied it lately. It is
-   // an excuse until something is deleted from the table, when those who wait are to try again; on
-   // the synchronous path also until a review must have asked them.
+   // an excuse until something is deleted from the table, when those who wait are to try again, and
+   // for as long as it may take until they are asked without that.
    struct Excuse {
       bool denied = false;  // at present
       bool holds = false;
@@ -100,6 +112,9 @@ class SoakChecker {
    Outputs outputsOf(Sim::Group const* group) const;
    Sim::EntryTable const& tableOf(Route const& route) const;
    std::uint64_t failures() const;
+   std::uint64_t writes() const;
+   bool roomToSpare() const;
+   bool staysOverCrash(RouteId const& id, Known const& known, bool rest) const;
    // What a failed write has left behind is cleared up by the time that a zombie has expired.
    bool failedLately() const { return Qor::now() < failedAt_ + 10; }
 
@@ -107,15 +122,19 @@ class SoakChecker {
    bool excused(Table table) const { return excuses_[static_cast<std::size_t>(table)].holds; }
    bool full(Table table) const;
    void rerouted(Lnet::IntfId failed);
+   bool mayFollowAnother(Known const& known) const;
+   void nobodyUninterrupted();
+   void noteRecovered();
    void unverified(RouteId const& id);
 
    bool checkRoute(RouteId const& id, Known& known, bool rest);
    void checkAbsent(RouteId const& id);
    void checkState(RouteId const& id, Known const& known, RouteProgrammer::Route const& route);
-   void checkPacket(RouteId const& id, Known& known, RouteProgrammer::Route const& route,
+   // The route is null while it is not told again after a restart.
+   void checkPacket(RouteId const& id, Known& known, RouteProgrammer::Route const* route,
                     bool rest);
    // What the route must forward to now; more than one where a failed rewrite leaves it open.
-   std::vector<Outputs> expected(Known& known, RouteProgrammer::Route const& route) const;
+   std::vector<Outputs> expected(Known& known, RouteProgrammer::Route const* route) const;
    void noteHit(RouteId const& id, Known& known, Sim::Entry const& entry) const;
 
    void checkEntries();
@@ -139,14 +158,17 @@ class SoakChecker {
    std::uint64_t failuresSeen_ = 0;
    std::uint64_t failuresAtRest_ = 0;
    double failedAt_ = -10;
-   bool callsTakeTime_;     // or have done so
-   double busySince_ = -1;  // the hit bits could not be read since; negative: they can
+   bool recovering_ = false;          // at the last look
+   std::set<Lnet::IntfId> rerouted_;  // at the end of this replay
+   bool callsTakeTime_;               // or have done so
+   double busySince_ = -1;            // the hit bits could not be read since; negative: they can
    unsigned const looksPerFullCheck_;
    unsigned untilFull_ = looksPerFullCheck_;
    // At the last full look, by the serials of the oif sets: zombies with their expiry, and those in
    // use.
    std::map<Qor::U64, double> zombies_;
    std::set<Qor::U64> inUse_;
+   std::set<Lnet::IntfId> failedInReplay_;
    std::set<Qor::U64> rewritten_;  // oif sets whose groups have been, by serial
    double zombiesAt_ = 0;
    std::uint64_t purgesAtZombies_ = 0;

@@ -78,7 +78,7 @@ void SoakChecker::checkRoutesInTables() {
          wrong(id, "is in hardware, and its handle is not that of its entry");
       } else if (!known.wanted->bridge) {
          Outputs const got = outputsOf(simulated_.chip().group(entry->group));
-         auto const allowed = expected(known, *route);
+         auto const allowed = expected(known, route);
          if (std::find(allowed.begin(), allowed.end(), got) == allowed.end()) {
             wrong(id, "expected " + allowed.front().toString() + ", its entry points at " +
                             got.toString());
@@ -301,7 +301,8 @@ void SoakChecker::checkActivity(RouteId const& id, Known& known) {
    // Catch-all routes of both families are polled under one key.
    if (id.key.kind() == Scenario::RouteKey::kindCatchAll) return;
    bool const byHit = path_ == Path::async;
-   if (polled > known.lastHit + (byHit ? tolerance : bound) && busySince_ < 0) {
+   double const latest = std::max(known.lastHit, known.foundHit);
+   if (polled > latest + (byHit ? tolerance : bound) && busySince_ < 0) {
       wrong(id, "lastPollTime is " + Scenario::numberText(polled) + ", the last packet came at " +
                       Scenario::numberText(known.lastHit));
    }
@@ -320,7 +321,8 @@ void SoakChecker::checkActivity(RouteId const& id, Known& known) {
    for (Lnet::IntfId const intf : known.wanted->fastdrop) {
       auto const* const entry = status->fastdropLastPollTime().find(intf.name());
       auto const hit = known.fastdropHit.find(intf);
-      double const lastHit = hit == known.fastdropHit.end() ? 0 : hit->second;
+      double const lastHit =
+            std::max(known.foundHit, hit == known.fastdropHit.end() ? 0 : hit->second);
       if (entry && entry->second > lastHit + (byHit ? tolerance : bound) && busySince_ < 0) {
          wrong(id, "fastdropLastPollTime of " + intf.name() + " is " +
                          Scenario::numberText(entry->second) + ", the last packet came at " +

@@ -111,6 +111,7 @@ class Soak {
               {"episodes", episodes_},
               {"kinds", kinds_},
               {"routesPeak", f.routesPeak},
+              {"restarts", f.restarts},
               {"reroutes", f.reroutes},
               {"refusals", f.refusals},
               {"resurrections", f.resurrections},

@@ -19,6 +19,7 @@ class SoakCounters {
    void configIs(Scenario::Config const& config);
    void countedIs(L3::VrfName const& vrf, RouteKey const& key, bool counted);
    void hit(RouteKey const& key, Qor::U32 bytes);
+   void restart();  // all count from 0
 
    // What is wrong with what is shown, a line each. Where `exact`, nothing has made reading late.
    std::vector<std::string> check(SwitchPath const& path, bool exact) const;
@@ -34,7 +35,6 @@ class SoakCounters {
 
    // There is a counter for each key that is named, while all are on.
    bool counts() const { return allCounter_; }
-   void restart();
 
    std::map<RouteKey, Counter> counters_;
    bool allCounter_ = false;

@@ -36,12 +36,13 @@ enum class Op : unsigned char {
    exhaust,
    busy,
    slow,
+   restart,
    pause,
 };
-constexpr std::size_t ops = 18;
+constexpr std::size_t ops = 19;
 
-constexpr std::array<double, ops> commonly = {12, 0.7, 22,  8,   3,   10,  0.5, 10,  4,
-                                              2,  10,  0.5, 1.5, 0.8, 0.5, 0.5, 0.5, 2};
+constexpr std::array<double, ops> commonly = {12, 0.7, 22,  8,   3,   10,  0.5, 10,   4, 2,
+                                              10, 0.5, 1.5, 0.8, 0.5, 0.5, 0.5, 0.15, 2};
 
 class Generator {
  public:
@@ -406,6 +407,21 @@ class Generator {
       add(Counter{route.routes, !oneIn(4)});
    }
 
+   // The routing layer tells all again, at once or over some seconds, in which life goes on.
+   void restart() {
+      Restart restart;
+      restart.order = static_cast<RestartOptions::Order>(below(3));
+      if (restart.order == RestartOptions::Order::shuffled) restart.seed = below(1000);
+      auto const seconds = [this] {
+         return oneIn(3) ? 0 : static_cast<double>(below(2000)) / 1000;
+      };
+      restart.begin = seconds();
+      restart.over = seconds();
+      restart.complete = seconds();
+      if (path_ == Path::async) restart.applied = static_cast<std::uint32_t>(below(4));
+      add(restart);
+   }
+
    WriteKind someWrite() {
       return static_cast<WriteKind>(below(path_ == Path::sync ? Sim::writeKinds : 6));
    }
@@ -483,6 +499,8 @@ class Generator {
                               static_cast<double>(between(1, 2000)) / 1000};
             return add(fault);
          }
+         case Op::restart:
+            return restart();
          case Op::pause:
             return pause();
       }

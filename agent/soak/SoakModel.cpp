@@ -97,6 +97,18 @@ Outputs SoakModel::outputs(Route const& route, bool backup) const {
    return out;
 }
 
+bool SoakModel::failed(Lnet::IntfId intf) const {
+   auto const it = links_.find(intf.id());
+   if (it != links_.end() &&
+       (it->second == IntfOperStatus::down || it->second == IntfOperStatus::lowerLayerDown)) {
+      return true;
+   }
+   return std::any_of(sessions_.begin(), sessions_.end(), [intf](auto const& session) {
+      return session.first.intfId() == intf && session.second == Bfd::OperState::down &&
+             session.first.type() == Bfd::SessionType::singleHop;
+   });
+}
+
 // The interval in force at that time counts, too.
 double SoakModel::longestInterval(double since) const {
    double longest = 0;

@@ -2,6 +2,8 @@
 //  - A wanted route sends each packet from its input to each of its outputs whose link is up, once.
 //  - When the input of routes with a backup fails, those that hold a group at that moment send to
 //    the backup from then on, until they get a group of another oif set object.
+//  - An agent that starts anew lets the routes that it is told again send to their outputs, until
+//    all are told, and then again to their backup where their input is down.
 //  - A bridged route sends nowhere, and what comes in over a fastdrop interface goes nowhere.
 // It also remembers what hit which route, what went wrong in the platform, and how often activity
 // is polled, so that the checks can tell what is late from what is missing.
@@ -57,6 +59,9 @@ class SoakModel {
       // Packets that hit the route's own entry, whatever became of them.
       double lastHit = 0;
       std::map<Lnet::IntfId, double> fastdropHit;
+      // Packets that hit any entry with its key; until an agent's crash, which its successor finds
+      // in whatever is made of the entry.
+      double anyHit = 0, foundHit = 0;
       // As seen by the checks: its hardware status, since when that and its entry are the same, and
       // the time of its latest poll.
       Qor::Ptr<Routing::Multicast::Fib::Hardware::RouteStatus const> status;
@@ -74,14 +79,21 @@ class SoakModel {
    // Whether that is a failure: a session over one hop has come down.
    bool bfdIs(Bfd::Peer const& peer, std::optional<Bfd::OperState> state);
    void intervalIs(double seconds);
+   // The agent has started anew: nothing of a route is known to be as wanted. Those for which `calm`
+   // says so are on the chip, and stay there.
+   template <class Calm>
+   void restart(std::uint64_t failures, Calm const& calm);
 
    Routes& routes() { return routes_; }
+   Routes const& routes() const { return routes_; }
    Known* find(RouteId const& id);
    void forget(RouteId const& id) { routes_.erase(id); }
 
    // To the outputs, or to the backup; copies over links that are down left out.
    Outputs outputs(Route const& route, bool backup) const;
    bool linkUp(Lnet::IntfId intf) const;
+   // Whether the interface, or a BFD session over it, has failed and not come back.
+   bool failed(Lnet::IntfId intf) const;
 
    // The longest interval of activity polling since a time.
    double longestInterval(double since) const;
@@ -92,6 +104,20 @@ class SoakModel {
    std::map<Bfd::Peer, Bfd::OperState> sessions_;
    std::vector<std::pair<double, double>> intervals_{{0, 60}};  // since when, how long
 };
+
+template <class Calm>
+void SoakModel::restart(std::uint64_t failures, Calm const& calm) {
+   for (auto& [id, known] : routes_) {
+      known.uninterrupted = calm(id, std::as_const(known));
+      known.unverified = true;
+      known.rerouted.reset();
+      known.mayGoBack = false;
+      known.failuresAtChange = failures;
+      known.status = nullptr;
+      known.lastPollTime = 0;
+      known.foundHit = known.anyHit;
+   }
+}
 
 // Whether the two want the same of a route.
 bool sameWish(ScenarioTarget::Route const& a, ScenarioTarget::Route const& b);

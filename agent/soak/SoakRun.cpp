@@ -96,7 +96,7 @@ json toJson(SoakOutcome const& outcome) {
            {"figures",
             {f.looks, f.routeChecks, f.fullChecks, f.tableChecks, f.packets, f.reroutes, f.faults,
              f.refusals, f.resurrections, f.purges, f.unchanged, f.writes, f.hookCalls,
-             f.routesPeak}}};
+             f.routesPeak, f.restarts}}};
 }
 
 SoakOutcome fromJson(json const& j) {
@@ -108,7 +108,7 @@ SoakOutcome fromJson(json const& j) {
    std::uint64_t* const all[] = {&f.looks,         &f.routeChecks, &f.fullChecks, &f.tableChecks,
                                  &f.packets,       &f.reroutes,    &f.faults,     &f.refusals,
                                  &f.resurrections, &f.purges,      &f.unchanged,  &f.writes,
-                                 &f.hookCalls,     &f.routesPeak};
+                                 &f.hookCalls,     &f.routesPeak,  &f.restarts};
    for (std::size_t i = 0; i < std::size(all); ++i)
       *all[i] = j.at("figures").at(i);
    return outcome;

@@ -11,7 +11,10 @@ class SoakTarget final : public ScenarioTarget {
  public:
    // All three outlive the target.
    SoakTarget(SimulatedSwitch& simulated, SimulatedTarget& target, SoakChecker& checker)
-         : simulated_(simulated), target_(target), checker_(checker) {}
+         : simulated_(simulated), target_(target), checker_(checker) {
+      simulated_.onRerouting([this](Lnet::IntfId intf) { checker_.rerouting(intf); });
+   }
+   ~SoakTarget() { simulated_.onRerouting(nullptr); }
 
    double nextDeadline() const override { return target_.nextDeadline(); }
    void runUntil(double time) override {
@@ -25,8 +28,13 @@ class SoakTarget final : public ScenarioTarget {
    }
 
    void routeIs(Route const& route) override {
+      auto const writes = checker_.writesIfUnchanged(route);
       target_.routeIs(route);
       checker_.routeIs(route);
+      if (writes) {
+         target_.runUntil(Qor::now());
+         checker_.unchanged(route, *writes);
+      }
       changed_ = true;
    }
    void routeDel(L3::VrfName const& vrf, Scenario::RouteKey const& key) override {
@@ -60,9 +68,12 @@ class SoakTarget final : public ScenarioTarget {
       checker_.faultIs(fault);
       changed_ = true;
    }
-   // The model does not know what a restart takes over.
-   void restart(Scenario::Restart const&) override {
-      throw ScenarioRefused("a soak plays no restarts");
+   void restart(Scenario::Restart const& restart) override {
+      // What is under way when the agent crashes is compared as it stands.
+      lookIfChanged(Qor::never);
+      checker_.crash(restart);
+      target_.restart(restart);
+      changed_ = true;
    }
    Copies send(Packet const& packet) override;
 

@@ -159,7 +159,12 @@ U32 AsyncPlatform::doAllocateSharableMulticastGroup(MrouteLib::RouteKeyInfo cons
                                                     OifSetPtr oifSet, XactPtr blockingXact, bool) {
    called(Hook::doAllocateSharableMulticastGroup);
    U32 const preferred = found_.routes.groupOf(route.routeKey(), route.acceptingVlanId());
-   if (auto const found = found_.groups.like(oifSet->portVlanSet(), preferred);
+   bool const reroutable = !oifSet->portVlanSet().portVlanFrr().empty();
+   auto const mayBeHad = [&](U32 id) {
+      return !isFixedGroup(id) && !(reroutable && found_.routes.awaits(id));
+   };
+   if (auto const found =
+             found_.groups.like(FoundGroups::contentOf(oifSet->portVlanSet()), preferred, mayBeHad);
        found && !isFixedGroup(*found)) {
       claimGroup(*found);
       ++found_.adopted;

@@ -15,7 +15,14 @@ FoundEntries::FoundEntries(EntryTable const& table) : table_(table) {
       if (entry.group == noGroup) return;
       held_.emplace_hint(held_.end(), index, entry.group);
       ++holders_[entry.group];
+      ++awaited_[entry.group];
    });
+}
+
+void FoundEntries::take(U32 index) {
+   if (left_.erase(index) == 0) return;
+   auto const awaited = awaited_.find(table_.find(index)->group);
+   if (awaited != awaited_.end() && --awaited->second == 0) awaited_.erase(awaited);
 }
 
 std::optional<U32> FoundEntries::find(U32 vrfId, IpGenRouteKey const& key,
@@ -52,20 +59,8 @@ FoundGroups::FoundGroups(Chip const& chip) : chip_(chip) {
 }
 
 bool FoundGroups::carries(U32 id, MrouteLib::PortVlanSet const& set) const {
-   auto const equal = byContent_.find({membersOf(set), set.toCpu()});
+   auto const equal = byContent_.find(contentOf(set));
    return equal != byContent_.end() && equal->second.contains(id);
-}
-
-std::optional<U32> FoundGroups::like(MrouteLib::PortVlanSet const& set, U32 preferred) const {
-   if (left_.empty()) return std::nullopt;
-   auto const equal = byContent_.find({membersOf(set), set.toCpu()});
-   if (equal == byContent_.end()) return std::nullopt;
-   if (equal->second.contains(preferred)) return preferred;
-   std::optional<U32> best;
-   for (U32 const id : equal->second) {
-      if (!best || chip_.group(id)->routes > chip_.group(*best)->routes) best = id;
-   }
-   return best;
 }
 
 void FoundGroups::take(U32 id) {

@@ -2,6 +2,11 @@
 // that nobody has asked for yet. A platform takes over from here what it is asked for (adoption),
 // and sweeps what is left once the routing layer has told all that it wants.
 //
+// Other sets than the one that a group was made for may have the same members, and other inputs. A
+// group that is taken over for a set with a backup may be rewritten the moment after, since its
+// input fails. So it is handed out for such a set only to who comes for an entry that points at it,
+// or when no entry that is still left points at it.
+//
 // What has been found and not been taken is never written, so the chip's tables say what it is
 // like; only which of it is still here is kept. The chip outlives these objects.
 #pragma once
@@ -39,7 +44,9 @@ class FoundEntries {
    Qor::U32 groupOf(Routing::Multicast::Fib::IpGenRouteKey const& key,
                     Bridging::VlanIdOrNone vlan) const;
    // Somebody has asked for it, or it is about to be deleted.
-   void take(Qor::U32 index) { left_.erase(index); }
+   void take(Qor::U32 index);
+   // Whether an entry that nobody has asked for yet points at the group.
+   bool awaits(Qor::U32 group) const { return awaited_.contains(group); }
 
    bool holds(Qor::U32 group) const { return holders_.contains(group); }
    // Whether any group is held.
@@ -53,10 +60,18 @@ class FoundEntries {
    std::set<Qor::U32> vrfs_;               // that had an entry
    std::map<Qor::U32, Qor::U32> held_;     // groups, by entry
    std::map<Qor::U32, Qor::U32> holders_;  // how many, by group
+   std::map<Qor::U32, Qor::U32> awaited_;  // of those that are left how many, by group
 };
 
 class FoundGroups {
  public:
+   using Content = std::pair<std::vector<MrouteLib::PortVlan>, bool>;  // members, and to the CPU
+
+   static Content contentOf(Group const& group) { return {group.members, group.toCpu}; }
+   static Content contentOf(MrouteLib::PortVlanSet const& set) {
+      return {membersOf(set), set.toCpu()};
+   }
+
    // All that the chip has.
    explicit FoundGroups(Chip const& chip);
 
@@ -64,10 +79,18 @@ class FoundGroups {
    bool contains(Qor::U32 id) const { return left_.contains(id); }
    // Whether the group is offered, and has exactly this set's members.
    bool carries(Qor::U32 id, MrouteLib::PortVlanSet const& set) const;
-   // A group with exactly this set's members: `preferred` if that is one, else the one that most
-   // entries point at.
-   std::optional<Qor::U32> like(MrouteLib::PortVlanSet const& set,
-                                Qor::U32 preferred = noGroup) const;
+   // A group of this content: `preferred` if that is one, else the first that
+   // `may(id)` be had.
+   template <class May>
+   std::optional<Qor::U32> like(Content const& content, Qor::U32 preferred, May const& may) const {
+      auto const equal = byContent_.find(content);
+      if (equal == byContent_.end()) return std::nullopt;
+      if (equal->second.contains(preferred)) return preferred;
+      for (Qor::U32 const id : equal->second) {
+         if (may(id)) return id;
+      }
+      return std::nullopt;
+   }
    // Somebody has asked for it, or it is about to be deleted.
    void take(Qor::U32 id);
    // It is nobody's again, though it is still on the chip; where its members are not certain, since
@@ -75,10 +98,6 @@ class FoundGroups {
    void giveBack(Qor::U32 id, bool certain);
 
  private:
-   using Content = std::pair<std::vector<MrouteLib::PortVlan>, bool>;  // members, and to the CPU
-
-   static Content contentOf(Group const& group) { return {group.members, group.toCpu}; }
-
    Chip const& chip_;
    std::set<Qor::U32> left_;
    std::map<Content, std::set<Qor::U32>> byContent_;  // those that are offered

@@ -341,10 +341,12 @@ void SyncPlatform::doSetMtableOifSet(U32 switchId, U16, RouteHandle handle,
 
 // Points the route entry where its state says, unless it points there already.
 void SyncPlatform::point(U32 number, EntryState const& state) {
-   if (auto* const set = sets_.find(state.oifSetIndex)) set->second.open = false;
+   U32 const pointedAt = chip_->routes().find(number)->group;
+   if (auto* const set = sets_.find(state.oifSetIndex); set && set->second.open && !state.fastDrop)
+      settleGroup(set->second, pointedAt);
    U32 const group = groupOf(state);
    found_.routes.release(number);
-   if (chip_->routes().find(number)->group == group) return;
+   if (pointedAt == group) return;
    insist(WriteKind::routePoint, [&] { return chip_->routePoint(number, group); });
 }
 

@@ -183,7 +183,8 @@ class SyncPlatform final : public VelHelper::MrouteSmHelper,
    struct SetState {
       Qor::U64 owner;  // the serial of the oif set that it was allocated for
       Qor::U32 group;
-      bool open = false;  // adopted, and no entry has it yet: an equal group would do as well
+      bool open = false;        // adopted, and no entry has it yet: an equal group would do as well
+      bool reroutable = false;  // if open: the group may be rewritten for a failed input
    };
    struct EntryState {
       Qor::U32 oifSetIndex = 0;
@@ -234,7 +235,7 @@ class SyncPlatform final : public VelHelper::MrouteSmHelper,
    void clearChip();
    static EntryState foundState(Entry const& entry);
    std::optional<Qor::U32> adoptGroup(MrouteLib::OifSetPtr const& oifSet);
-   void settleGroup(Qor::U32 oifSetIndex, Qor::U32 pointedAt);
+   void settleGroup(SetState& set, Qor::U32 pointedAt);
    bool adoptRoute(Qor::U32 number, Entry const& wanted, EntryState const& state);
    void point(Qor::U32 number, EntryState const& state);
    void sweepEntries();

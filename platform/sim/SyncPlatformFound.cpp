@@ -5,6 +5,7 @@
 
 namespace Sim {
 
+using MrouteLib::PortVlanSet;
 using MrouteLib::RouteHandle;
 using Qor::U32;
 
@@ -16,27 +17,39 @@ SyncPlatform::EntryState SyncPlatform::foundState(Entry const& entry) {
    return state;
 }
 
-// An index for a found group with the set's members.
+// An index for a found group with the set's members: any, until an entry gets the index.
 std::optional<U32> SyncPlatform::adoptGroup(MrouteLib::OifSetPtr const& oifSet) {
-   auto const group = found_.groups.like(oifSet->portVlanSet());
+   PortVlanSet const& set = oifSet->portVlanSet();
+   auto const content = FoundGroups::contentOf(set);
+   auto const group = found_.groups.like(content, noGroup, [](U32) { return true; });
    if (!group) return std::nullopt;
    found_.groups.take(*group);
    ++found_.adopted;
    U32 const index = *indexPool_.take() + 1;
-   sets_.insert(index, {oifSet->serial(), *group, true});
+   sets_.insert(index, {oifSet->serial(), *group, true, !set.portVlanFrr().empty()});
    return index;
 }
 
-// The index is about to be given to an entry that points at this group: where nobody has asked for
-// it, and it has the same members, it becomes the group of the index.
-void SyncPlatform::settleGroup(U32 oifSetIndex, U32 pointedAt) {
-   auto* const set = sets_.find(oifSetIndex);
-   if (!set || !set->second.open || !found_.groups.contains(pointedAt)) return;
-   Group const& mine = *chip_->group(set->second.group);
-   Group const& its = *chip_->group(pointedAt);
-   if (mine.members != its.members || mine.toCpu != its.toCpu) return;
-   found_.groups.take(pointedAt);
-   found_.groups.giveBack(std::exchange(set->second.group, pointedAt), true);
+// The first entry is about to be pointed at the set's group. Where the one it points at is as good,
+// that becomes the group of the set; else, if the group may be rewritten, one that no found entry
+// points at, or a new one. Without a free group the set keeps the one it has.
+void SyncPlatform::settleGroup(SetState& set, U32 pointedAt) {
+   set.open = false;
+   if (pointedAt == set.group) return;
+   auto const content = FoundGroups::contentOf(*chip_->group(set.group));
+   auto const awaited = [&](U32 id) { return set.reroutable && found_.routes.awaits(id); };
+   auto const mayBeHad = [&](U32 id) { return awaited(set.group) && !awaited(id); };
+   if (auto const better = found_.groups.like(content, pointedAt, mayBeHad)) {
+      found_.groups.take(*better);
+      found_.groups.giveBack(std::exchange(set.group, *better), true);
+      return;
+   }
+   if (!awaited(set.group) || groupsFull()) return;
+   U32 const fresh = *groupPool_.take();
+   auto const create = [&] { return chip_->groupCreate(fresh, content.first, content.second); };
+   if (!attempt(WriteKind::groupCreate, create)) return groupPool_.give(fresh);
+   --found_.adopted;
+   found_.groups.giveBack(std::exchange(set.group, fresh), true);
 }
 
 // Takes over a found entry. False: it has another RP index, and was deleted.
@@ -48,7 +61,6 @@ bool SyncPlatform::adoptRoute(U32 number, Entry const& wanted, EntryState const&
       entries_.take(number);
       return false;
    }
-   if (!state.fastDrop) settleGroup(state.oifSetIndex, there.group);
    EntryState& mine = entries_.find(number)->second;
    mine.oifSetIndex = state.oifSetIndex;
    mine.fastDrop = state.fastDrop;

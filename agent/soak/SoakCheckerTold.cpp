@@ -1,0 +1,212 @@
+// What the checker is told: what has been done to the switch, and what is to be seen of it.
+#include <algorithm>
+
+#include "agent/soak/SoakChecker.h"
+
+namespace Agent {
+
+void SoakChecker::unverified(RouteId const& id) {
+   unverified_.push_back(id);
+}
+
+void SoakChecker::routeIs(Route const& route) {
+   RouteId const id{route.vrf, route.key};
+   vrfNames_.try_emplace(simulated_.vrfId(route.vrf)->value(), route.vrf);
+   Known* const there = model_.find(id);
+   bool const fresh = !there || !there->wanted;
+   if (!fresh && sameWish(*there->wanted, route)) return;
+   // Whether the change is one of the outputs alone, with room for old and new.
+   bool calm = false;
+   if (!fresh && !there->unverified) {
+      Route const& old = *there->wanted;
+      auto const* const placed = programmer().route(id.vrf, id.key);
+      calm = placed && placed->state() == State::inHardware && old.iif == route.iif &&
+             old.noRpf == route.noRpf && old.bridge == route.bridge && !excuses_[0].denied &&
+             simulated_.path().groupsAllocated() + unverified_.size() + 2 <=
+                   simulated_.chip().config().groups;
+   }
+   if (!there) everWanted_.push_back(id);
+   Known& known = model_.wantedIs(route, failuresAtRest_);
+   known.uninterrupted = calm;
+   unverified(id);
+   figures_.routesPeak = std::max<std::uint64_t>(figures_.routesPeak, programmer().routes());
+}
+
+std::optional<std::uint64_t> SoakChecker::writesIfUnchanged(Route const& route) const {
+   auto const it = model_.routes().find({route.vrf, route.key});
+   bool const same =
+         it != model_.routes().end() && it->second.wanted && sameWish(*it->second.wanted, route);
+   if (!same || callsTakeTime_ || !atRest()) return std::nullopt;
+   return writes();
+}
+
+void SoakChecker::unchanged(Route const& route, std::uint64_t writesBefore) {
+   if (atRest() && writes() == writesBefore) return;
+   wrong({route.vrf, route.key}, "was told again as it is, and the chip was written to");
+}
+
+void SoakChecker::routeDel(RouteId const& id) {
+   if (model_.wantedDel(id, failuresAtRest_)) unverified(id);
+}
+
+void SoakChecker::linkIs(Lnet::IntfId intf, Interface::IntfOperStatus state) {
+   noteRecovered();
+   if (model_.linkIs(intf, state)) rerouted(intf);
+}
+
+void SoakChecker::bfdIs(Bfd::Peer const& peer, std::optional<Bfd::OperState> state) {
+   noteRecovered();
+   if (model_.bfdIs(peer, state)) rerouted(peer.intfId());
+}
+
+// A replay knows the found groups by their members. With few free ones some may have to wait until
+// it is over.
+bool SoakChecker::roomToSpare() const {
+   return 2 * simulated_.path().groupsAllocated() + 50 < simulated_.chip().config().groups;
+}
+
+bool SoakChecker::staysOverCrash(RouteId const& id, Known const& known, bool rest) const {
+   if (!known.wanted || known.rerouted || !roomToSpare()) return false;
+   bool const denied = std::any_of(excuses_.begin(), excuses_.end(),
+                                   [](Excuse const& excuse) { return excuse.denied; });
+   if (denied || failedLately()) return false;
+   if (known.unverified) return recovering_ && known.uninterrupted && known.before.empty();
+   auto const* const route = programmer().route(id.vrf, id.key);
+   return rest && route && route->state() == State::inHardware;
+}
+
+void SoakChecker::crash(Scenario::Restart const& restart) {
+   bool const rest = atRest();
+   if (restart.replay) {
+      std::set<RouteId> told;
+      for (Scenario::RouteRun const& run : *restart.replay) {
+         for (std::uint32_t i = 0; i < run.groups; ++i)
+            told.insert({run.vrf, run.key(i)});
+      }
+      std::vector<RouteId> forgotten;
+      for (auto const& [id, known] : model_.routes()) {
+         if (known.wanted && !told.contains(id)) forgotten.push_back(id);
+      }
+      for (RouteId const& id : forgotten)
+         routeDel(id);
+   }
+   model_.restart(failuresAtRest_, [&](RouteId const& id, Known const& known) {
+      return staysOverCrash(id, known, rest);
+   });
+   unverified_.clear();
+   for (auto const& [id, known] : model_.routes())
+      unverified(id);
+   counters_.restart();
+   recovering_ = true;
+   rerouted_.clear();
+   failedInReplay_.clear();
+   rewritten_.clear();
+   zombies_.clear();
+   inUse_.clear();
+   zombiesAt_ = Qor::now();
+   purgesAtZombies_ = 0;
+}
+
+void SoakChecker::rerouting(Lnet::IntfId failed) {
+   if (!model_.failed(failed)) wrong(failed.name() + " is rerouted, and has not failed");
+   rerouted_.insert(failed);
+   rerouted(failed);
+}
+
+// The replay is over: all that has failed by now was rerouted.
+void SoakChecker::noteRecovered() {
+   if (!recovering_ || simulated_.recovering()) return;
+   recovering_ = false;
+   for (auto const& [id, known] : model_.routes()) {
+      if (!known.wanted || known.wanted->backup.empty()) continue;
+      if (model_.failed(known.wanted->iif) && !rerouted_.contains(known.wanted->iif)) {
+         wrong(id, "comes in over " + known.wanted->iif.name() +
+                         ", which is down, and was not rerouted after the restart");
+      }
+   }
+}
+
+// A route that has not been told again goes with its group, and that may be another's by now.
+bool SoakChecker::mayFollowAnother(Known const& known) const {
+   if (!recovering_ || failedInReplay_.empty()) return false;
+   return failedInReplay_.contains(known.wanted->iif) || (path_ == Path::sync && !roomToSpare());
+}
+
+void SoakChecker::nobodyUninterrupted() {
+   for (auto& [id, known] : model_.routes())
+      known.uninterrupted = false;
+}
+
+// Whoever holds a group for a set that comes in over the failed interface sends to its backup from
+// now on. Which group that is, the record says; that it must be rewritten is said here.
+void SoakChecker::rerouted(Lnet::IntfId failed) {
+   if (recovering_) failedInReplay_.insert(failed);
+   if (recovering_ && !programmer().recovering()) rerouted_.insert(failed);  // nobody will again
+   auto const hit = [&](MrouteLib::PortVlanSet const& set) {
+      // Sets without outputs have no group of the table, on the path whose chip has one for them.
+      return set.currentIif() == failed && !set.portVlanFrr().empty() &&
+             (path_ == Path::async || !set.portVlan().empty());
+   };
+   for (RecordRow const& row : std::as_const(simulated_).path().recordsInUse()) {
+      if (hit(row.oifSet->portVlanSet())) rewritten_.insert(row.oifSet->serial());
+   }
+   programmer().forEachRoute([&](RouteProgrammer::Route const& route) {
+      RouteId const id{route.vrf(), route.key()};
+      Known* const known = model_.find(id);
+      if (!known || !route.record()) return;
+      known->mayGoBack = known->mayGoBack || route.state() != State::inHardware;
+      auto const oifSet = route.record()->oifSet();
+      if (!hit(oifSet->portVlanSet())) return;
+      known->rerouted = oifSet->serial();
+      known->uninterrupted = false;
+      if (!std::exchange(known->unverified, true)) unverified(id);
+      ++figures_.reroutes;
+   });
+}
+
+void SoakChecker::configIs(Scenario::Config const& config) {
+   counters_.configIs(config);
+   if (config.activityPollingInterval) {
+      model_.intervalIs(std::max<double>(*config.activityPollingInterval,
+                                         path_ == Path::async ? config_.minPollingInterval : 0));
+   }
+}
+
+void SoakChecker::faultIs(Scenario::Fault const& fault) {
+   auto const set = [&](Table table, std::optional<bool> denied) {
+      if (denied) excuses_[static_cast<std::size_t>(table)].denied = *denied;
+   };
+   set(Table::group, fault.groupsExhausted);
+   set(Table::entry, fault.routesExhausted);
+   set(Table::boundary, fault.boundariesExhausted);
+   if (fault.groupsExhausted || fault.routesExhausted || fault.boundariesExhausted)
+      nobodyUninterrupted();
+   if (fault.slowNext && path_ == Path::sync) callsTakeTime_ = true;
+   if (fault.hitBitsBusy) busySince_ = Qor::now() + 0.02 * *fault.hitBitsBusy;
+}
+
+void SoakChecker::sent(Sim::Packet const& packet, Sim::Forwarded const& forwarded) {
+   ++figures_.packets;
+   if (!forwarded.entry) return;
+   bool const bridged = forwarded.result == Sim::Forwarding::bridged;
+   Sim::EntryTable const& table =
+         bridged ? simulated_.chip().boundaries() : simulated_.chip().routes();
+   Sim::Entry const* const entry = table.find(*forwarded.entry);
+   auto const vrf = vrfNames_.find(packet.vrfId);
+   if (!entry || vrf == vrfNames_.end()) return wrong("a packet hit an entry that is not there");
+   RouteId const id{vrf->second, entry->key};
+   if (!bridged) counters_.hit(entry->key, packet.bytes);
+   if (Known* const known = model_.find(id)) noteHit(id, *known, *entry);
+}
+
+void SoakChecker::noteHit(RouteId const&, Known& known, Sim::Entry const& entry) const {
+   known.anyHit = Qor::now();
+   if (recovering_) known.foundHit = known.anyHit;
+   if (!known.wanted) return;
+   if (entry.acceptingVlan == vlanOf(*known.wanted)) known.lastHit = Qor::now();
+   for (Lnet::IntfId const intf : known.wanted->fastdrop) {
+      if (simulated_.intf(intf).vlan == entry.acceptingVlan) known.fastdropHit[intf] = Qor::now();
+   }
+}
+
+}  // namespace Agent
