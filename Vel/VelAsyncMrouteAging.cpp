@@ -165,11 +165,10 @@ Qor::Seconds AsyncMrouteSwitchSm::lastRoutePollTime(IpGenRouteKey const& key,
                       << "lastRoutePollTime"
                       << "()");
    // Catch-all routes of either family are recorded under one key.
-   IpGenRouteKey const recorded = key.kind() == IpGenRouteKey::kindCatchAll
-                                        ? Routing::Multicast::Fib::canonicalCatchAllKey()
-                                        : key;
-   MrouteLib::RouteHandle const handle =
-         mrouteSwitch()->inUseRouteHandle(InUseRouteHandleKey(recorded, vlan, vrfId));
+   bool const catchAll = key.kind() == IpGenRouteKey::kindCatchAll;
+   static constexpr IpGenRouteKey catchAllKey = Routing::Multicast::Fib::canonicalCatchAllKey();
+   InUseRouteHandleKey const recorded(catchAll ? catchAllKey : key, vlan, vrfId);
+   MrouteLib::RouteHandle const handle = mrouteSwitch()->inUseRouteHandle(recorded);
    if (handle.isNull()) {
       VEL_TRACE(2, "RouteHandle not found for the route: " << key << ", vlan: " << vlan);
       return 0.0;

@@ -18,9 +18,8 @@ InUseRouteHandleKey::InUseRouteHandleKey(Qor::String const& strep)
       : InUseRouteHandleKey(Qor::parseStrep<InUseRouteHandleKey>(inUseKeyType, strep)) {}
 
 Qor::U32 InUseRouteHandleKey::hash() const {
-   Qor::U16 const vlan = vlan_.value();
-   return Qor::hashFold(
-         Qor::hashMix(Qor::hashBytes(&vlan, sizeof vlan, routeKey_.hash()), vrfId_.value()));
+   Qor::U64 const where = Qor::U64{vrfId_.value()} << 16 | vlan_.value();
+   return Qor::hashFold(Qor::hashBytes(&routeKey_, sizeof routeKey_, where));
 }
 
 Qor::String InUseRouteHandleKey::strep() const {

@@ -32,8 +32,8 @@ class ZombieKey : public ZombieOrder<ZombieKey> {
 class QOR_PUBLIC InUseRouteHandleKey {
  public:
    InUseRouteHandleKey() = default;
-   InUseRouteHandleKey(Routing::Multicast::Fib::IpGenRouteKey routeKey, Bridging::VlanIdOrNone vlan,
-                       VrfId vrfId)
+   InUseRouteHandleKey(Routing::Multicast::Fib::IpGenRouteKey const& routeKey,
+                       Bridging::VlanIdOrNone vlan, VrfId vrfId)
          : routeKey_(routeKey), vlan_(vlan), vrfId_(vrfId) {}
    explicit InUseRouteHandleKey(Qor::String const& strep);
 

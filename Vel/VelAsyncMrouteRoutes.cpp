@@ -20,7 +20,7 @@ constexpr char velTraceSource[] = "VelAsyncMrouteSm";
 }  // namespace
 
 Qor::String AsyncMrouteSwitch::dumpRouteHandle(RouteHandle handle) const {
-   auto const* entry = inUseRouteHandleKey().find(handle);
+   auto const entry = inUseRouteHandleKey().find(handle);
    if (!entry) return "?";
    InUseRouteHandleKey const& key = entry->second;
    std::ostringstream os;

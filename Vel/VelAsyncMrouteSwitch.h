@@ -31,6 +31,7 @@
 // outlive it, and die quietly with their last user.
 #pragma once
 
+#include "Qor/PairTable.h"
 #include "Routing/Hardware/RouteStatus.h"
 #include "Vel/VelAsyncMrouteHelper.h"
 #include "Vel/VelAsyncMrouteKeys.h"
@@ -69,17 +70,17 @@ class QOR_PUBLIC AsyncMrouteSwitch final
    };
 
    using McastIdToOifSetColl =
-         Qor::Collection<Qor::HashMap<Qor::U32, OifSetPtr>, &Notifiee::onMcastIdToOifSet,
+         Qor::Collection<Qor::NumberMap<Qor::U32, OifSetPtr>, &Notifiee::onMcastIdToOifSet,
                          &Notifiee::onMcastIdToOifSetImmediate>;
    using OifSetXactColl =
          Qor::Collection<Qor::HashMap<OifSetPtr, Hux::XactPtr>, &Notifiee::onOifSetXact,
                          &Notifiee::onOifSetXactImmediate>;
+   using RouteHandles = Qor::PairTable<InUseRouteHandleKey, MrouteLib::RouteHandle>;
    using InUseRouteHandleColl =
-         Qor::Collection<Qor::HashMap<InUseRouteHandleKey, MrouteLib::RouteHandle>,
-                         &Notifiee::onInUseRouteHandle, &Notifiee::onInUseRouteHandleImmediate>;
+         Qor::Collection<RouteHandles::Forward, &Notifiee::onInUseRouteHandle,
+                         &Notifiee::onInUseRouteHandleImmediate>;
    using InUseRouteHandleKeyColl =
-         Qor::Collection<Qor::NumberMap<MrouteLib::RouteHandle, InUseRouteHandleKey>,
-                         &Notifiee::onInUseRouteHandleKey,
+         Qor::Collection<RouteHandles::Backward, &Notifiee::onInUseRouteHandleKey,
                          &Notifiee::onInUseRouteHandleKeyImmediate>;
 
    // `routingHwRouteStatus` may be null: no VRF is known then. `mrouteHelper` is not null.
@@ -166,7 +167,7 @@ class QOR_PUBLIC AsyncMrouteSwitch final
    void oifSetXactDelAll() { oifSetXact_.delAll(*this); }
    void oifSetXactNotify(OifSetPtr s) { oifSetXact_.notify(*this, s); }
 
-   // The programmed routes, both ways.
+   // The programmed routes, both ways: independent collections, which share what they hold.
    InUseRouteHandleColl::Map const& inUseRouteHandle() const { return inUseRouteHandle_.map(); }
    MrouteLib::RouteHandle inUseRouteHandle(InUseRouteHandleKey const& key) const {
       return inUseRouteHandle_.value(key);
@@ -216,8 +217,9 @@ class QOR_PUBLIC AsyncMrouteSwitch final
    bool testKill_ = false;
    McastIdToOifSetColl mcastIdToOifSet_;
    OifSetXactColl oifSetXact_;
-   InUseRouteHandleColl inUseRouteHandle_;
-   InUseRouteHandleKeyColl inUseRouteHandleKey_;
+   RouteHandles routeHandles_;
+   InUseRouteHandleColl inUseRouteHandle_{RouteHandles::Forward(&routeHandles_)};
+   InUseRouteHandleKeyColl inUseRouteHandleKey_{RouteHandles::Backward(&routeHandles_)};
 };
 
 QOR_PUBLIC Qor::ValidPtr<AsyncMrouteSwitch> asyncMrouteSwitchFactory(

@@ -21,11 +21,10 @@ constexpr char velTraceSource[] = "VelAsyncMrouteSm";
 }  // namespace
 
 void AsyncMrouteSwitch::handleFreeMtableOifSet(RecordPtr const& record) {
-   OifSetPtr const oifSet = record->oifSet();
    VEL_TRACE(8, "AsyncMrouteSwitch::handleFreeMtableOifSet()");
-   VEL_TRACE(7, " mt " << *record << " oifset " << oifSet << " acceptingVlan "
-                       << oifSet->portVlanSet().currentIif() << " PVs "
-                       << oifSet->portVlanSet().pretty() << " multicastId "
+   VEL_TRACE(7, " mt " << *record << " oifset " << record->oifSet() << " acceptingVlan "
+                       << record->carried().portVlanSet().currentIif() << " PVs "
+                       << record->carried().portVlanSet().pretty() << " multicastId "
                        << record->multicastId());
    if (record->deleted()) {
       VEL_TRACE(2, "OifSet is already freed");
@@ -46,7 +45,7 @@ void AsyncMrouteSwitch::handleFreeMtableOifSet(RecordPtr const& record) {
       record->zombieIs(ZombieKey(record->multicastId(), Qor::now() + record->zombieLifetime()));
       zombieOifSetIs(record);
    } else {
-      VEL_TRACE(2, "OifSet " << oifSet << " not used in hw, skipping delayed deletion");
+      VEL_TRACE(2, "OifSet " << record->oifSet() << " not used in hw, skipping delayed deletion");
       freeNow(record);
    }
    mrouteHelper_->doScheduleVerify();

@@ -16,7 +16,9 @@ constexpr char velTraceSource[] = "VelAsyncMrouteSm";
 
 AsyncMtableOifSet::AsyncMtableOifSet(MrouteLib::OifSetPtr oifSet, bool toCpu, Qor::U32 multicastId,
                                      AsyncMrouteSwitch* mrouteSwitch)
-      : OifSetRecord(std::move(oifSet), toCpu, mrouteSwitch), multicastId_(multicastId) {}
+      : OifSetRecord(std::move(oifSet), toCpu, mrouteSwitch) {
+   multicastId_ = multicastId;
+}
 
 AsyncMtableOifSet::~AsyncMtableOifSet() = default;
 

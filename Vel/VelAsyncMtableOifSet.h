@@ -20,8 +20,17 @@ namespace Vel::Mroute {
 
 class AsyncMrouteSwitch;
 
+struct AsyncRecordState {
+   ZombieKey zombie_;
+   Qor::U32 multicastId_ = 0;
+   bool usedInHw_ = false;
+   bool skipDelete_ = false;
+   bool deleted_ = false;
+   bool dirty_ = false;
+};
+
 class QOR_PUBLIC AsyncMtableOifSet final
-      : public OifSetRecord<AsyncMtableOifSet, AsyncMrouteSwitch>,
+      : public OifSetRecord<AsyncMtableOifSet, AsyncMrouteSwitch, AsyncRecordState>,
         public Qor::Pooled {
  public:
    // The setters of a record visit the notifiees on every store, equal values included.
@@ -76,13 +85,7 @@ class QOR_PUBLIC AsyncMtableOifSet final
  private:
    ~AsyncMtableOifSet() override;
 
-   ZombieKey zombie_;
    Qor::Seconds zombieLifetime_ = 3.0;
-   Qor::U32 const multicastId_;
-   bool usedInHw_ = false;
-   bool skipDelete_ = false;
-   bool deleted_ = false;
-   bool dirty_ = false;
 };
 
 // Makes a record. Raises Qor::RangeException "null ValidPtr" should there be none.

@@ -9,6 +9,22 @@
 
 namespace Vel {
 
+Qor::TraceHandle& velTrace() {
+   return Qor::traceHandle("VelMroute");
+}
+
+Qor::U16 velTraceLevels = 0;
+
+namespace {
+
+// From the start of the process: levels that are set later reach the variable.
+[[maybe_unused]] bool const traceRegistered = [] {
+   velTrace().levelsAreIn(velTraceLevels);
+   return true;
+}();
+
+}  // namespace
+
 bool noopAgent() {
    return std::getenv("VEL_NOOP_AGENT") != nullptr;
 }

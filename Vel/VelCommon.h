@@ -33,17 +33,20 @@ class QOR_PUBLIC VelBaseHelper : public Qor::NamedEntity {
 // Whose types the library's are in the type registry (Qor/Type.h).
 inline constexpr char typeModule[] = "VelMroute";
 
-// The library's trace handle, "VelMroute". Inline, since every trace statement asks it first.
-inline Qor::TraceHandle& velTrace() {
-   static Qor::TraceHandle& handle = Qor::traceHandle("VelMroute");
-   return handle;
-}
+// The library's trace handle, "VelMroute", and its levels: every trace statement asks them first.
+QOR_PUBLIC Qor::TraceHandle& velTrace();
+extern QOR_PUBLIC Qor::U16 velTraceLevels;
 
 }  // namespace Vel
 
 // A trace statement of a library source, which names itself by a constant `velTraceSource`; and the
 // same for the fast binary trace, at its one level.
-#define VEL_TRACE(level, pieces) QOR_TRACE(::Vel::velTrace(), velTraceSource, level, pieces)
+#define VEL_TRACE(level, pieces)                                      \
+   do {                                                               \
+      if (::Vel::velTraceLevels & (1u << (level))) [[unlikely]] {     \
+         QOR_TRACE(::Vel::velTrace(), velTraceSource, level, pieces); \
+      }                                                               \
+   } while (false)
 #define VEL_BLIP(format, ...) QOR_BLIP(1, velTraceSource, format __VA_OPT__(, ) __VA_ARGS__)
 #define VEL_BLIP_AT(time, format, ...) \
    QOR_BLIP_AT(time, 1, velTraceSource, format __VA_OPT__(, ) __VA_ARGS__)

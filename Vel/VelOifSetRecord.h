@@ -16,7 +16,6 @@
 #include <vector>
 
 #include "MrouteLib/SwitchChip.h"
-#include "Qor/HashMap.h"
 
 namespace Vel {
 
@@ -38,41 +37,54 @@ class RecordName {
    Record* record_ = nullptr;
 };
 
-template <class Record>
-class LivingRecords;
-
-// `Record` derives from this, and has a Notifiee with onZeroReferences(), and doCleanup().
-template <class Record, class Switch>
-class OifSetRecord : public Qor::Entity<Record, MrouteLib::MtableOifSet> {
+// The programmer that a record belongs to, as its records know it: one object for all of them, which
+// lives as long as any, and which the programmer leaves when it goes.
+template <class Switch>
+class RecordOwner final : public Qor::RefCounted {
  public:
-   using Link = OifSetRecord;
+   Switch* mrouteSwitch = nullptr;
+};
 
+// `Record` derives from this, and has a Notifiee with onZeroReferences(), and doCleanup(). `State` is
+// what it keeps beside: what each change of a route looks at, so that it is in the record's first
+// cache line.
+template <class Record, class Switch, class State>
+class OifSetRecord : public Qor::Entity<Record, MrouteLib::MtableOifSet>,
+                     protected State,
+                     public MrouteLib::OifSetCarrier {
+ public:
    MrouteLib::OifSetPtr oifSet() const override { return oifSet_; }
+   // The same, not counted once more.
+   MrouteLib::OifSet const& carried() const { return *oifSet_; }
    // Whether the set also sends to the CPU.
    bool toCpu() const { return toCpu_; }
    // The programmer the record belongs to, which it does not hold; null once that has gone.
-   Switch* mrouteSwitch() const { return mrouteSwitch_; }
+   Switch* mrouteSwitch() const {
+      return programmer() ? static_cast<RecordOwner<Switch> const*>(programmer())->mrouteSwitch
+                          : nullptr;
+   }
+   // Where the record's entry among the zombies is, if it has one.
+   Qor::U32 queuePlace() const { return queuePlace_; }
+   void queuePlaceIs(Qor::U32 place) { queuePlace_ = place; }
 
  protected:
    OifSetRecord(MrouteLib::OifSetPtr oifSet, bool toCpu, Switch* mrouteSwitch)
-         : oifSet_(std::move(oifSet)), mrouteSwitch_(mrouteSwitch), toCpu_(toCpu) {
+         : OifSetCarrier(mrouteSwitch ? mrouteSwitch->livingRecords_.owner(mrouteSwitch) : nullptr),
+           oifSet_(std::move(oifSet)),
+           toCpu_(toCpu) {
       QOR_ASSERT(oifSet_ != nullptr);
-      if (mrouteSwitch_) mrouteSwitch_->livingRecords_.add(*this);
+      enter(*oifSet_);
    }
-   ~OifSetRecord() override {
-      if (mrouteSwitch_) mrouteSwitch_->livingRecords_.remove(*this);
-   }
+   ~OifSetRecord() override { leave(*oifSet_); }
 
    // Hands the record to its programmer, if there still is one.
    void cleanUpBySwitch() {
-      if (!mrouteSwitch_) return;
+      if (!mrouteSwitch()) return;
       Qor::Ptr<Record> const self(static_cast<Record*>(this));
-      mrouteSwitch_->handleFreeMtableOifSet(self);
+      mrouteSwitch()->handleFreeMtableOifSet(self);
    }
 
  private:
-   friend class LivingRecords<Record>;
-
    void zeroReferencesIs(bool) override {
       this->template notify<&Record::Notifiee::onZeroReferences>();
       if (this->hasNotifiees()) return;
@@ -81,91 +93,73 @@ class OifSetRecord : public Qor::Entity<Record, MrouteLib::MtableOifSet> {
    bool heldByNotifiees() const override { return this->hasNotifiees(); }
 
    MrouteLib::OifSetPtr const oifSet_;
-   Switch* mrouteSwitch_;
-   OifSetRecord* nextOfOifSet_ = nullptr;  // in the chain of living records
+   Qor::U32 queuePlace_ = 0;
    bool const toCpu_;
 };
 
-// Every living record made for one programmer: chains of those that carry the same oif set. It is
-// what tells whether a record that is named somewhere still lives. The one that is named in use is
-// known here too, so that the most frequent question of all takes one look.
-template <class Record>
+// Every living record made for one programmer, as the chains of what carries an oif set have them.
+// It is what tells whether a record that is named somewhere still lives. The one that is named in
+// use is known here too, so that the most frequent question of all takes one look.
+template <class Record, class Switch>
 class LivingRecords {
+   using Carrier = MrouteLib::OifSetCarrier;
+
  public:
    using RecordPtr = Qor::Ptr<Record>;
    using OifSetPtr = MrouteLib::OifSetPtr;
 
-   using Link = typename Record::Link;
-
-   void add(Link& record) {
-      auto const [entry, first] = ofSet_.insert(record.oifSet_.get(), {&record, nullptr});
-      if (!first) record.nextOfOifSet_ = std::exchange(entry->second.newest, &record);
-   }
-   void remove(Link& record) {
-      auto* const entry = ofSet_.find(record.oifSet_.get());
-      Living& living = entry->second;
-      Link** link = &living.newest;
-      while (*link != &record)
-         link = &(*link)->nextOfOifSet_;
-      *link = record.nextOfOifSet_;
-      if (living.inUse == &record) living.inUse = nullptr;
-      if (!living.newest) ofSet_.take(record.oifSet_.get());
+   // Of the programmer whose member this is.
+   Qor::Ptr<RecordOwner<Switch>> const& owner(Switch* mrouteSwitch) {
+      owner_->mrouteSwitch = mrouteSwitch;
+      return owner_;
    }
 
    // The record that inUseOifSet names for this oif set, if it lives, else null.
    RecordPtr inUse(OifSetPtr const& oifSet) const {
-      auto const* const entry = ofSet_.find(oifSet.get());
-      return entry ? static_cast<Record*>(entry->second.inUse) : nullptr;
+      for (auto* c = first(oifSet); c; c = next(c)) {
+         if (c->inUse()) return static_cast<Record*>(c);
+      }
+      return nullptr;
    }
    // Follows inUseOifSet, ahead of whoever is told of its change.
    void inUseIs(OifSetPtr const& oifSet, RecordName<Record> named) {
-      if (auto* const entry = ofSet_.find(oifSet.get())) {
-         entry->second.inUse = find(oifSet, named).get();
-      }
-   }
-   void inUseDelAll() {
-      for (auto& [oifSet, living] : ofSet_)
-         living.inUse = nullptr;
+      for (auto* c = first(oifSet); c; c = next(c))
+         c->inUseIs(static_cast<Record*>(c) == named.get());
    }
 
    // The named record of this oif set if it lives, else null. Found among the living ones of the
    // set: the address alone may be that of a later record.
    RecordPtr find(OifSetPtr const& oifSet, RecordName<Record> named) const {
-      for (auto* r = named.get() ? first(oifSet) : nullptr; r; r = r->nextOfOifSet_) {
-         if (static_cast<Record*>(r) == named.get()) return named.get();
+      if (!named.get()) return nullptr;
+      for (auto* c = first(oifSet); c; c = next(c)) {
+         if (static_cast<Record*>(c) == named.get()) return named.get();
       }
       return nullptr;
    }
    // All living records of this oif set, the newest first.
    std::vector<RecordPtr> all(OifSetPtr const& oifSet) const {
       std::vector<RecordPtr> found;
-      for (auto* r = first(oifSet); r; r = r->nextOfOifSet_)
-         found.emplace_back(static_cast<Record*>(r));
+      for (auto* c = first(oifSet); c; c = next(c))
+         found.emplace_back(static_cast<Record*>(c));
       return found;
    }
 
    // The programmer goes: its records belong to nobody from now on.
-   void releaseAll() {
-      for (auto const& [oifSet, living] : ofSet_) {
-         for (auto* r = living.newest; r; r = r->nextOfOifSet_)
-            r->mrouteSwitch_ = nullptr;
-      }
-      ofSet_.clear();
-   }
+   void releaseAll() { owner_->mrouteSwitch = nullptr; }
 
  private:
-   // The living records of one oif set.
-   struct Living {
-      Link* newest;  // the head of their chain
-      Link* inUse;   // one of them, or null
-   };
-
-   Link* first(OifSetPtr const& oifSet) const {
-      auto const* const entry = ofSet_.find(oifSet.get());
-      return entry ? entry->second.newest : nullptr;
+   // The chain of the set's carriers, of which those of other programmers are passed over.
+   Carrier* first(OifSetPtr const& oifSet) const {
+      return oifSet ? own(Carrier::firstOf(*oifSet)) : nullptr;
+   }
+   Carrier* next(Carrier const* carrier) const { return own(carrier->next()); }
+   Carrier* own(Carrier* carrier) const {
+      while (carrier && carrier->programmer() != owner_.get())
+         carrier = carrier->next();
+      return carrier;
    }
 
-   Qor::HashMap<MrouteLib::OifSet const*, Living> ofSet_;
+   Qor::Ptr<RecordOwner<Switch>> const owner_ = Qor::make<RecordOwner<Switch>>();
 };
 
 }  // namespace Vel

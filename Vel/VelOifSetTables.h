@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "Qor/Collection.h"
+#include "Qor/QueueMap.h"
 #include "Vel/VelOifSetRecord.h"
 
 namespace Vel {
@@ -45,7 +46,7 @@ class OifSetTables : public Qor::Entity<Switch, Base> {
    using RecordMap = Qor::HashMap<OifSetPtr, NamedRecord>;
    using InUseOifSetColl =
          Qor::Collection<RecordMap, &Told::onInUseOifSet, &Told::onInUseOifSetImmediate>;
-   using ZombieOifSetColl = Qor::Collection<Qor::OrderedMap<ZombieKey, RecordPtr>,
+   using ZombieOifSetColl = Qor::Collection<Qor::QueueMap<ZombieKey, RecordPtr>,
                                             &Told::onZombieOifSet, &Told::onZombieOifSetImmediate>;
    using FrrMtableOifSetColl =
          Qor::Collection<RecordMap, &Told::onFrrMtableOifSet, &Told::onFrrMtableOifSetImmediate>;
@@ -80,7 +81,8 @@ class OifSetTables : public Qor::Entity<Switch, Base> {
       return inUseOifSet_.del(self(), it);
    }
    void inUseOifSetDelAll() {
-      livingRecords_.inUseDelAll();
+      for (auto const& [oifSet, named] : inUseOifSet())
+         livingRecords_.inUseIs(oifSet, nullptr);
       inUseOifSet_.delAll(self());
    }
    void inUseOifSetNotify(OifSetPtr s) { inUseOifSet_.notify(self(), s); }
@@ -143,14 +145,21 @@ class OifSetTables : public Qor::Entity<Switch, Base> {
    using Qor::Entity<Switch, Base>::Entity;
    ~OifSetTables() override = default;
 
+   // Takes a zombie back.
+   void resurrect(Record const& record) {
+      zombieOifSet_.map().expect(record.queuePlace());
+      zombieOifSetDel(record.zombie());
+   }
+
    // The records that outlive the switch belong to nobody from now on. First in its destructor.
    void releaseRecords() { livingRecords_.releaseAll(); }
 
  private:
-   friend class OifSetRecord<Record, Switch>;
+   template <class, class, class>
+   friend class OifSetRecord;
    Switch& self() { return static_cast<Switch&>(*this); }
 
-   LivingRecords<Record> livingRecords_;
+   LivingRecords<Record, Switch> livingRecords_;
    InUseOifSetColl inUseOifSet_;
    ZombieOifSetColl zombieOifSet_;
    FrrMtableOifSetColl frrMtableOifSet_;

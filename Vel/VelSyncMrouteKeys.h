@@ -41,7 +41,9 @@ class QOR_PUBLIC RouteKeyVlanId {
    Routing::Multicast::Fib::IpGenRouteKey const& route() const { return route_; }
    Bridging::VlanIdOrNone vlan() const { return vlan_; }
 
-   Qor::U32 hash() const { return Qor::hashFold(Qor::hashMix(route_.hash(), vlan_.value())); }
+   Qor::U32 hash() const {
+      return Qor::hashFold(Qor::hashBytes(&route_, sizeof route_, vlan_.value()));
+   }
 
    friend bool operator==(RouteKeyVlanId const&, RouteKeyVlanId const&) = default;
    // By the route, then by the vlan as a number.

@@ -13,7 +13,10 @@ constexpr char velTraceSource[] = "VelSyncMrouteSm";
 }  // namespace
 
 MtableOifSet::MtableOifSet(MrouteLib::OifSetPtr oifSet, bool toCpu, MrouteSwitch* mrouteSwitch)
-      : OifSetRecord(std::move(oifSet), toCpu, mrouteSwitch) {}
+      : OifSetRecord(std::move(oifSet), toCpu, mrouteSwitch) {
+   softwareOnly_ =
+         carried().portVlanSet().type() == Routing::Multicast::Fib::RouteKeyType::softwareOnly;
+}
 
 MtableOifSet::~MtableOifSet() = default;
 
@@ -51,6 +54,7 @@ Qor::Type describeMtableOifSet() {
    describeOifSetRecord(type);
    type.attribute<&MtableOifSet::oifSetIndex, &MtableOifSet::oifSetIndexIs,
                   &MtableOifSet::Notifiee::onOifSetIndex>();
+   type.attribute<&MtableOifSet::softwareOnly>();
    return type;
 }
 Qor::TypeRegistration const mtableOifSetRegistered(describeMtableOifSet);

@@ -21,9 +21,18 @@ namespace Vel {
 
 class MrouteSwitch;
 
+struct SyncRecordState {
+   ZombieKey zombie_;
+   Qor::U32 oifSetIndex_ = 0;
+   bool deleted_ = false;
+   bool dirty_ = false;
+   bool softwareOnly_ = false;
+};
+
 // What counts as a user of the record, and how it ends: Vel/VelOifSetRecord.h.
-class QOR_PUBLIC MtableOifSet final : public OifSetRecord<MtableOifSet, MrouteSwitch>,
-                                      public Qor::Pooled {
+class QOR_PUBLIC MtableOifSet final
+      : public OifSetRecord<MtableOifSet, MrouteSwitch, SyncRecordState>,
+        public Qor::Pooled {
  public:
    class Notifiee : public Qor::NotifieeOf<MtableOifSet> {
     public:
@@ -53,16 +62,14 @@ class QOR_PUBLIC MtableOifSet final : public OifSetRecord<MtableOifSet, MrouteSw
    bool dirty() const { return dirty_; }
    void dirtyIs(bool v) { attrIs<&Notifiee::onDirty>(dirty_, v); }
 
+   // Whether the set is of the type that stays out of the hardware.
+   bool softwareOnly() const { return softwareOnly_; }
+
    // Hands the record to its switch. Run by the reference counting.
    void doCleanup();
 
  private:
    ~MtableOifSet() override;
-
-   ZombieKey zombie_;
-   Qor::U32 oifSetIndex_ = 0;
-   bool deleted_ = false;
-   bool dirty_ = false;
 };
 
 QOR_PUBLIC Qor::ValidPtr<MtableOifSet> mtableOifSetFactory(MrouteLib::OifSetPtr oifSet, bool toCpu,
@@ -90,7 +97,7 @@ class QOR_PUBLIC Route final : public Qor::Entity<Route>, public Qor::Pooled {
 
    Route(MrouteLib::RouteHandle handle, IpGenRouteKey const& key,
          Bridging::VlanIdOrNone acceptingVlanId)
-         : handle_(handle), key_(key), acceptingVlanId_(acceptingVlanId) {}
+         : handle_(handle), acceptingVlanId_(acceptingVlanId), key_(key) {}
 
    MrouteLib::RouteHandle handle() const { return handle_; }
    IpGenRouteKey const& key() const { return key_; }
@@ -118,15 +125,16 @@ class QOR_PUBLIC Route final : public Qor::Entity<Route>, public Qor::Pooled {
  private:
    ~Route() override;
 
+   // What a change of the route looks at comes first: it is in one cache line.
+   Qor::Ptr<MtableOifSet> mtableOifSet_;
    MrouteLib::RouteHandle const handle_;
-   IpGenRouteKey const key_;
+   Qor::U16 rpaId_ = 0;
+   Qor::U16 vrfId_ = 0;
    Bridging::VlanIdOrNone const acceptingVlanId_;
    bool fastdrop_ = false;
    bool noAge_ = false;
    bool vxlan_ = false;
-   Qor::U16 rpaId_ = 0;
-   Qor::U16 vrfId_ = 0;
-   Qor::Ptr<MtableOifSet> mtableOifSet_;
+   IpGenRouteKey const key_;
 };
 
 QOR_PUBLIC Qor::ValidPtr<Route> routeFactory(MrouteLib::RouteHandle handle,

@@ -31,8 +31,10 @@ Qor::U32 indexOf(Qor::Ptr<MtableOifSet> const& record) {
 
 MrouteSwitch::RoutePtr MrouteSwitch::routeIs(RouteHandle handle, IpGenRouteKey key,
                                              VlanIdOrNone acceptingVlanId) {
-   RoutePtr const r = route_.instantiate(
-         *this, handle, [&] { return routeFactory(handle, key, acceptingVlanId); });
+   RoutePtr const r = route_.instantiate(*this, handle, [&] {
+      handleToRouteKey_.assign(handle, RouteKeyVlanId(key, acceptingVlanId));
+      return routeFactory(handle, key, acceptingVlanId);
+   });
    if (r->key() != key) Qor::throwReinstantiation("key", r->key().strep());
    if (r->acceptingVlanId() != acceptingVlanId) {
       Qor::throwReinstantiation("acceptingVlanId", r->acceptingVlanId().strep());
@@ -43,11 +45,13 @@ MrouteSwitch::RoutePtr MrouteSwitch::routeIs(RouteHandle handle, IpGenRouteKey k
 // A route that leaves may be the last user of its oif set, which needs the switch to be freed.
 void MrouteSwitch::routeDel(RouteHandle handle) {
    Qor::Ptr<MrouteSwitch> const self(this);
+   handleToRouteKey_.erase(handle);
    route_.del(*this, handle);
 }
 
 void MrouteSwitch::routeDelAll() {
    Qor::Ptr<MrouteSwitch> const self(this);
+   handleToRouteKey_.clear();
    route_.delAll(*this);
 }
 
@@ -131,12 +135,14 @@ void MrouteSwitch::allocateRoute(IpGenRouteKey const& key, VlanIdOrNone acceptin
       routeHandleIs(handle);
       return;
    }
-   bool const range =
-         key.kind() == IpGenRouteKey::kindGroupRange || key.kind() == IpGenRouteKey::kindCatchAll;
-   if (!range || !mfibHwStatus_ || !mfibHwStatus_->rangeRouteHandleShared()) {
-      // clang-format off
-      QOR_ASSERT(!route( handle ));
-      // clang-format on
+   if (route().find(handle)) {
+      bool const range = key.kind() == IpGenRouteKey::kindGroupRange ||
+                         key.kind() == IpGenRouteKey::kindCatchAll;
+      if (!range || !mfibHwStatus_ || !mfibHwStatus_->rangeRouteHandleShared()) {
+         // clang-format off
+         QOR_ASSERT(!route( handle ));
+         // clang-format on
+      }
    }
    RoutePtr const mroute = routeIs(handle, key, acceptingVlanId);
    routeKeyToHandleIs(RouteKeyVlanId(key, acceptingVlanId), handle);
@@ -171,12 +177,15 @@ void MrouteSwitch::doSetMtableOifSet(RouteHandle handle, MrouteLib::MtableOifSet
 
 void MrouteSwitch::doDeleteRoute(RouteHandle handle) {
    if (!initialized_) return;
+   // Asked first, since what it leads to is far, as the route is, and both are fetched meanwhile.
+   auto const routeKey = handleToRouteKey_.find(handle);
    if (RoutePtr const mroute = route(handle)) {
       VEL_TRACE(2, "doDeleteRoute"
                          << ", vrfId: " << mroute->vrfId() << ", Route: " << handle << ' '
                          << mroute->key());
+      RouteKeyVlanId const key = routeKey->second;
       mrouteHelper_->doDeleteMroute(switchId(), mroute->vrfId(), handle, mroute);
-      routeKeyToHandleDel(RouteKeyVlanId(mroute->key(), mroute->acceptingVlanId()));
+      routeKeyToHandleDel(key);
       VEL_TRACE(2, "doDeleteRoute"
                          << ", Route: " << handle
                          << ", oifSetIndex: " << indexOf(mroute->mtableOifSet()));

@@ -123,12 +123,11 @@ bool MrouteSwitch::shareRecord(RecordPtr const& existing) {
    VEL_TRACE(2, "Found an existing oif set");
    if (existing->zombie().isZombie()) {
       VEL_TRACE(2, "Resurrecting zombie oifSetIndex: 0x" << std::hex << existing->oifSetIndex());
-      zombieOifSetDel(existing->zombie());
+      resurrect(*existing);
       existing->zombieIs(ZombieKey());
       // A failure that met the set as a zombie has withdrawn it from those that wait for one.
       OifSetPtr const oifSet = existing->oifSet();
-      if (oifSet->portVlanSet().currentIif() != Lnet::IntfId() &&
-          !frrMtableOifSet().find(oifSet)) {
+      if (oifSet->portVlanSet().currentIif() != Lnet::IntfId() && !frrMtableOifSet().find(oifSet)) {
          frrMtableOifSetIs(oifSet, existing.get());
       }
    }
@@ -194,8 +193,7 @@ void MrouteSwitch::handleFreeMtableOifSet(RecordPtr const& record) {
    } else if (record->zombie().isZombie()) {
       VEL_TRACE(3, "Now freeing zombie oifSet");
       zombieOifSetDel(record->zombie());
-   } else if (record->oifSet()->portVlanSet().type() ==
-              Routing::Multicast::Fib::RouteKeyType::softwareOnly) {
+   } else if (record->softwareOnly()) {
       VEL_TRACE(3, "OifSet not used in hw - skipping delayed deletion");
    } else if (!l3Status_->multicastZombiesEnabled()) {
       VEL_TRACE(3, "Zombies are not enabled");

@@ -46,6 +46,7 @@
 #pragma once
 
 #include "Ip/Status.h"
+#include "Qor/PairTable.h"
 #include "Routing/Multicast/Fib/Hardware/Status.h"
 #include "Vel/L3Status.h"
 #include "Vel/VelCommonSmData.h"
@@ -88,15 +89,15 @@ class QOR_PUBLIC MrouteSwitch final
    using RoutePtr = Qor::Ptr<Route>;
    using BoundaryPtr = Qor::Ptr<Boundary>;
    using OifSetIndexColl =
-         Qor::Collection<Qor::HashMap<Qor::U32, bool>, &Notifiee::onOifSetIndexColl,
+         Qor::Collection<Qor::NumberMap<Qor::U32, bool>, &Notifiee::onOifSetIndexColl,
                          &Notifiee::onOifSetIndexCollImmediate>;
    using RouteColl = Qor::Collection<Qor::NumberMap<RouteHandle, RoutePtr>, &Notifiee::onRoute,
                                      &Notifiee::onRouteImmediate>;
    using BoundaryColl = Qor::Collection<Qor::NumberMap<RouteHandle, BoundaryPtr>,
                                         &Notifiee::onBoundary, &Notifiee::onBoundaryImmediate>;
-   using RouteKeyToHandleColl =
-         Qor::Collection<Qor::HashMap<RouteKeyVlanId, RouteHandle>, &Notifiee::onRouteKeyToHandle,
-                         &Notifiee::onRouteKeyToHandleImmediate>;
+   using RouteKeys = Qor::PairTable<RouteKeyVlanId, RouteHandle>;
+   using RouteKeyToHandleColl = Qor::Collection<RouteKeys::Forward, &Notifiee::onRouteKeyToHandle,
+                                                &Notifiee::onRouteKeyToHandleImmediate>;
 
    static constexpr Qor::U32 invalidOifSetIndex() {
       return VelHelper::MrouteSmHelper::invalidOifSetIndex;
@@ -183,7 +184,10 @@ class QOR_PUBLIC MrouteSwitch final
    RoutePtr route(RouteHandle handle) const { return route_.value(handle); }
    RoutePtr routeIs(RouteHandle handle, IpGenRouteKey key, Bridging::VlanIdOrNone acceptingVlanId);
    void routeDel(RouteHandle handle);
-   RouteColl::Iterator routeDel(RouteColl::Iterator it) { return route_.del(*this, it); }
+   RouteColl::Iterator routeDel(RouteColl::Iterator it) {
+      handleToRouteKey_.erase(it->first);
+      return route_.del(*this, it);
+   }
    void routeDelAll();
    void routeNotify(RouteHandle handle) { route_.notify(*this, handle); }
 
@@ -238,7 +242,9 @@ class QOR_PUBLIC MrouteSwitch final
    OifSetIndexColl oifSetIndexColl_;
    RouteColl route_;
    BoundaryColl boundary_;
-   RouteKeyToHandleColl routeKeyToHandle_;
+   RouteKeys routeKeys_;
+   RouteKeys::Backward handleToRouteKey_{&routeKeys_};  // follows route_
+   RouteKeyToHandleColl routeKeyToHandle_{RouteKeys::Forward(&routeKeys_)};
 };
 
 QOR_PUBLIC Qor::ValidPtr<MrouteSwitch> mrouteSwitchFactory(

@@ -3,8 +3,10 @@
 // types of the two paths derive from it, and give the number its name and the key its string form.
 #pragma once
 
+#include <bit>
 #include <ostream>
 
+#include "Qor/Hash.h"
 #include "Qor/Strep.h"
 
 namespace Vel {
@@ -16,6 +18,11 @@ class ZombieOrder {
    // Absolute, on the Qor::now() time base.
    Qor::Seconds expiryTime() const { return expiryTime_; }
    bool isZombie() const { return expiryTime_ <= Qor::maxFinite; }
+
+   Qor::U32 hash() const {
+      // Both zeros are one time.
+      return Qor::hashFold(Qor::hashMix(std::bit_cast<Qor::U64>(expiryTime_ + 0.0), number_));
+   }
 
    friend bool operator==(Key const& a, Key const& b) {
       return a.number_ == b.number_ && a.expiryTime_ == b.expiryTime_;
@@ -48,7 +55,7 @@ class ZombieOrder {
    // The key that means "not a zombie": number 0, expiry never.
    ZombieOrder() = default;
    ZombieOrder(Qor::U32 number, Qor::Seconds expiryTime)
-         : number_(number), expiryTime_(expiryTime) {}
+         : expiryTime_(expiryTime), number_(number) {}
 
    Qor::U32 number() const { return number_; }
 
@@ -57,8 +64,8 @@ class ZombieOrder {
       return Qor::String("Value('") + Key::typeName + "', ** {'" + Key::groupName + "': ";
    }
 
-   Qor::U32 number_ = 0;
    Qor::Seconds expiryTime_ = Qor::never;
+   Qor::U32 number_ = 0;
 };
 
 }  // namespace Vel

@@ -18,8 +18,8 @@ PortVlanSet withSavedHash(PortVlanSet set) {
 }  // namespace
 
 OifSet::OifSet(Qor::Ptr<MrouteTableColl> tableColl, PortVlanSet portVlanSet)
-      : tableColl_(std::move(tableColl)),
-        portVlanSet_(withSavedHash(std::move(portVlanSet))),
+      : portVlanSet_(withSavedHash(std::move(portVlanSet))),
+        tableColl_(std::move(tableColl)),
         serial_(++lastSerial) {}
 
 OifSet::~OifSet() {

@@ -6,6 +6,7 @@
 #pragma once
 
 #include <ostream>
+#include <utility>
 
 #include "MrouteLib/PortVlanSet.h"
 #include "Qor/Blip.h"
@@ -18,6 +19,39 @@
 namespace MrouteLib {
 
 class MrouteTableColl;
+class OifSet;
+
+// What stands for an oif set in a programmer's table. All that stand for one set, with whatever
+// programmer, are a chain that begins in the set itself, the newest first: whoever has the set finds
+// them without a table. The set outlives its place in the chain.
+class OifSetCarrier {
+ public:
+   OifSetCarrier(OifSetCarrier const&) = delete;
+   OifSetCarrier& operator=(OifSetCarrier const&) = delete;
+
+   // Those of a set, one after the other; null at the end.
+   static OifSetCarrier* firstOf(OifSet const& oifSet);
+   OifSetCarrier* next() const { return next_; }
+   // Tells whose it is; null: nobody's.
+   Qor::RefCounted const* programmer() const { return programmer_.get(); }
+
+   // Whether it is the one of its programmer's that further routes may share.
+   bool inUse() const { return inUse_; }
+   void inUseIs(bool inUse) { inUse_ = inUse; }
+
+ protected:
+   explicit OifSetCarrier(Qor::Ptr<Qor::RefCounted const> programmer)
+         : programmer_(std::move(programmer)) {}
+   ~OifSetCarrier() = default;
+
+   void enter(OifSet const& oifSet);
+   void leave(OifSet const& oifSet);
+
+ private:
+   Qor::Ptr<Qor::RefCounted const> const programmer_;
+   bool inUse_ = false;
+   OifSetCarrier* next_ = nullptr;
+};
 
 class QOR_PUBLIC OifSet final : public Qor::RefCounted, public Qor::Pooled {
  public:
@@ -32,12 +66,30 @@ class QOR_PUBLIC OifSet final : public Qor::RefCounted, public Qor::Pooled {
 
  private:
    friend class MrouteTableColl;
+   friend class OifSetCarrier;
    ~OifSet() override;
 
-   Qor::Ptr<MrouteTableColl> const tableColl_;
+   // What the programmers look at in every set they meet comes first, in one cache line.
+   mutable OifSetCarrier* carriers_ = nullptr;
    PortVlanSet const portVlanSet_;
+   Qor::Ptr<MrouteTableColl> const tableColl_;
    Qor::U64 const serial_;
 };
+
+inline OifSetCarrier* OifSetCarrier::firstOf(OifSet const& oifSet) {
+   return oifSet.carriers_;
+}
+
+inline void OifSetCarrier::enter(OifSet const& oifSet) {
+   next_ = std::exchange(oifSet.carriers_, this);
+}
+
+inline void OifSetCarrier::leave(OifSet const& oifSet) {
+   OifSetCarrier** link = &oifSet.carriers_;
+   while (*link != this)
+      link = &(*link)->next_;
+   *link = next_;
+}
 
 // Compares by identity: the same oif set is the same object.
 using OifSetPtr = Qor::Ptr<OifSet const>;

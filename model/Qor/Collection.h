@@ -28,6 +28,7 @@
 #pragma once
 
 #include <optional>
+#include <type_traits>
 #include <utility>
 
 #include "Qor/HashMap.h"
@@ -48,21 +49,29 @@ class Collection {
    static constexpr auto each = Each;
    static constexpr auto immediate = Immediate;
 
+   Collection() = default;
+   // Of a map that shares what it holds with another (Qor/PairTable.h).
+   explicit Collection(Map map) : map_(std::move(map)) {}
+
    Map const& map() const { return map_; }
 
    // The member under `key`, or a default value.
    Value value(Key const& key) const {
-      auto const* entry = map_.find(key);
+      auto const entry = map_.find(key);
       return entry ? entry->second : Value();
    }
 
    // Inserts or replaces, and tells the key; an equal value does nothing.
    template <class E>
    void is(E& entity, Key key, Value value) {
-      auto const [entry, made] = map_.insert(key, value);
-      if (!made) {
-         if (entry->second == value) return;
-         std::swap(entry->second, value);
+      if constexpr (requires { map_.assign(key, value); }) {
+         if (!map_.assign(key, value)) return;
+      } else {
+         auto const [entry, made] = map_.insert(key, value);
+         if (!made) {
+            if (entry->second == value) return;
+            std::swap(entry->second, value);
+         }
       }
       entity.template notify<Each>(key);
    }
@@ -70,8 +79,12 @@ class Collection {
    // Removes a member, if it is there, and tells the key.
    template <class E>
    void del(E& entity, Key key) {
-      std::optional<Value> const removed = map_.take(key);
-      if (removed) entity.template notify<Each>(key);
+      if constexpr (requires { map_.erase(key); }) {
+         if (map_.erase(key)) entity.template notify<Each>(key);
+      } else {
+         std::optional<Value> const removed = map_.take(key);
+         if (removed) entity.template notify<Each>(key);
+      }
    }
 
    // Removes the member at `it` and returns where the walk goes on, whatever the handlers did.
@@ -90,8 +103,13 @@ class Collection {
    template <class E>
    void delAll(E& entity) {
       if (map_.empty()) return;
-      Map const removed(std::exchange(map_, Map()));
-      entity.template notify<Immediate>();
+      if constexpr (std::is_default_constructible_v<Map>) {
+         Map const removed(std::exchange(map_, Map()));
+         entity.template notify<Immediate>();
+      } else {
+         map_.clear();  // of plain values
+         entity.template notify<Immediate>();
+      }
    }
 
    // Raises the notification of one key; nothing changes.

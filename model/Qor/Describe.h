@@ -229,7 +229,7 @@ class Describe {
          return found;
       };
       described.find = [](Generic const& of, Generic const& key) -> std::optional<TypeMember> {
-         auto const* const entry = findEntry(entries(of), key);
+         auto const entry = findEntry(entries(of), key);
          if (!entry) return std::nullopt;
          return member(of, *entry);
       };
@@ -384,9 +384,9 @@ class Describe {
          }
       }
       for (auto const& entry : map) {
-         if (toGeneric(entry.first).pretty() == key.text()) return &entry;
+         if (toGeneric(entry.first).pretty() == key.text()) return map.find(entry.first);
       }
-      return nullptr;
+      return {};
    }
 
    Type type_;

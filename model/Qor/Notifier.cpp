@@ -33,8 +33,11 @@ void Notifiee::unlink() {
    if (list_) list_->remove(this);
 }
 
-Notifier::~Notifier() {
+Notifier::Walk* Notifier::walks_ = nullptr;
+
+void Notifier::end() {
    for (Walk* walk = walks_; walk; walk = walk->outer) {
+      if (walk->notifier != this) continue;
       walk->notifier = nullptr;
       walk->next = nullptr;
    }
@@ -47,22 +50,32 @@ Notifier::~Notifier() {
 
 void Notifier::append(Notifiee* notifiee) {
    notifiee->list_ = this;
-   notifiee->previous_ = tail_;
    notifiee->next_ = nullptr;
-   (tail_ ? tail_->next_ : head_) = notifiee;
-   tail_ = notifiee;
+   if (head_) {
+      notifiee->previous_ = head_->previous_;
+      notifiee->previous_->next_ = notifiee;
+   } else {
+      head_ = notifiee;
+   }
+   head_->previous_ = notifiee;
 }
 
 void Notifier::remove(Notifiee* notifiee) {
    for (Walk* walk = walks_; walk; walk = walk->outer) {
+      if (walk->notifier != this) continue;
       if (walk->next == notifiee) {
          walk->next = notifiee == walk->last ? nullptr : notifiee->next_;
       } else if (walk->last == notifiee && walk->next) {
-         walk->last = notifiee->previous_;
+         walk->last = notifiee->previous_;  // it is not the first: `next` comes before it
       }
    }
-   (notifiee->previous_ ? notifiee->previous_->next_ : head_) = notifiee->next_;
-   (notifiee->next_ ? notifiee->next_->previous_ : tail_) = notifiee->previous_;
+   Notifiee* const last = head_->previous_;
+   (notifiee == head_ ? head_ : notifiee->previous_->next_) = notifiee->next_;
+   if (notifiee != last) {
+      notifiee->next_->previous_ = notifiee->previous_;
+   } else if (head_) {
+      head_->previous_ = notifiee->previous_;
+   }
    notifiee->list_ = nullptr;
    notifiee->zombie_ = false;
    notifiee->previous_ = notifiee->next_ = nullptr;

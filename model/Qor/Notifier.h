@@ -71,8 +71,8 @@ class QOR_PUBLIC Notifiee {
 
    enum class Hears : U8 { nothing, handlers, changes };
 
-   Notifier* list_ = nullptr;  // the notifier, or the list of zombie reactors
-   Notifiee* previous_ = nullptr;
+   Notifier* list_ = nullptr;      // the notifier, or the list of zombie reactors
+   Notifiee* previous_ = nullptr;  // of the first: the last
    Notifiee* next_ = nullptr;
    Hears hears_ = Hears::handlers;
    bool follower_ = false;
@@ -82,12 +82,18 @@ class QOR_PUBLIC Notifiee {
 // Tells every reactor whose notifier has gone since the last sweep, once.
 QOR_PUBLIC void sweepZombieReactors();
 
+// A pointer of its own is all that a notifier takes, since most have nobody bound: the last in the
+// list is found through the first, and the deliveries in progress are those of the process.
 class QOR_PUBLIC Notifier {
  public:
    Notifier() = default;
    Notifier(Notifier const&) = delete;
    Notifier& operator=(Notifier const&) = delete;
-   ~Notifier();
+   ~Notifier() {
+      if (head_ || walks_) [[unlikely]] {
+         end();
+      }
+   }
 
    // Whether reactors are bound; followers do not count.
    bool hasNotifiees() const { return firstReactor(head_) != nullptr; }
@@ -99,7 +105,7 @@ class QOR_PUBLIC Notifier {
    void deliver(Call const& call, std::string_view handler, void const* key) {
       Notifiee* const first = head_;
       if (!first) return;
-      if (first == tail_) [[likely]] {  // nobody comes after it, whatever it does
+      if (!first->next_) [[likely]] {  // nobody comes after it, whatever it does
          tell(*first, call, handler, key);
       } else {
          deliverToAll(call, handler, key);
@@ -135,18 +141,22 @@ class QOR_PUBLIC Notifier {
    // One delivery in progress, on the deliverer's stack. `next` is stepped past a notifiee before
    // it is called, and moved on by unlink(); `last` is the tail at the start.
    struct Walk {
-      // A walk takes itself off its notifier when it ends. The optimizer warns of the path on which
-      // the notifier has gone before, where nothing is left that could refer to the walk.
+      // A walk takes itself off the process's walks when it ends, where the optimizer sees the
+      // address of a local object kept.
 #pragma GCC diagnostic push
 #if __GNUC__ >= 12 && !defined(__clang__)
 #pragma GCC diagnostic ignored "-Wdangling-pointer"
 #endif
-      explicit Walk(Notifier* n) : notifier(n), outer(n->walks_), next(n->head_), last(n->tail_) {
-         n->walks_ = this;
+      explicit Walk(Notifier* n)
+            : notifier(n),
+              outer(walks_),
+              next(n->head_),
+              last(n->head_ ? n->head_->previous_ : nullptr) {
+         walks_ = this;
       }
 #pragma GCC diagnostic pop
       ~Walk() {
-         if (notifier) notifier->walks_ = outer;
+         walks_ = outer;
       }
       Walk(Walk const&) = delete;
       Walk& operator=(Walk const&) = delete;
@@ -156,8 +166,8 @@ class QOR_PUBLIC Notifier {
          return taken;
       }
 
-      Notifier* notifier;
-      Walk* outer;
+      Notifier* notifier;  // null when it has gone
+      Walk* const outer;
       Notifiee* next;
       Notifiee* last;
    };
@@ -170,11 +180,11 @@ class QOR_PUBLIC Notifier {
    }
    void append(Notifiee* notifiee);
    void remove(Notifiee* notifiee);
+   void end();
    static Notifier& zombieReactors();
 
+   static Walk* walks_;  // the innermost delivery in progress
    Notifiee* head_ = nullptr;
-   Notifiee* tail_ = nullptr;
-   Walk* walks_ = nullptr;
 };
 
 // The notifier side of entity type T, whose nested class T::Notifiee has one virtual handler per

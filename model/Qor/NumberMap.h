@@ -1,15 +1,16 @@
 // The ordered map of the framework for keys that are 32-bit numbers, as a platform's handles are: a
-// radix tree of six bits a level over a pool of entries. Looking a number up costs one node for
-// each six bits of the largest number there is, and no comparison; where the numbers are dense, all
-// but the last node are in the cache. So it is the map for handles and other numbers that a chip
-// gives out, in which Qor::OrderedMap would walk a path of cold nodes.
+// radix tree of six bits a level. Looking a number up costs one node for each six bits of the
+// largest number there is, and no comparison; where the numbers are dense, all but the last node are
+// in the cache. So it is the map for handles and other numbers that a chip gives out, in which
+// Qor::OrderedMap would walk a path of cold nodes. Entries of up to two words, such as a counted
+// pointer under its number, lie in the leaves of the tree; larger ones in a pool.
 //
 //  - An entry keeps its address until it is erased, and iterators to it stay valid as long.
 //  - Iteration is in the order of the numbers. A position that must survive its entry is a key:
 //    resume with upperBound(key).
 //  - Letting go of a value may run code that comes back here: it finds the map without the entry.
-//  - Dense numbers cost 8 bytes each beside the entry; a number far from all others costs a node of
-//    520 bytes, or a few.
+//  - Dense numbers cost no more than their entries, and 8 bytes each where those are in the pool; a
+//    number far from all others costs a few nodes of 520 bytes, and a leaf of up to 1032.
 #pragma once
 
 #include <array>
@@ -19,6 +20,7 @@
 #include <memory>
 #include <new>
 #include <optional>
+#include <type_traits>
 #include <utility>
 
 #include "Qor/Pool.h"
@@ -26,9 +28,17 @@
 
 namespace Qor {
 
-// `K` has value(), its number.
+// `K` is a U32, or has value(), its number.
 template <class K, class V>
 class NumberMap {
+   static U32 numberOf(K const& key) {
+      if constexpr (std::is_same_v<K, U32>) {
+         return key;
+      } else {
+         return key.value();
+      }
+   }
+
  public:
    using Key = K;
    using Value = V;
@@ -47,7 +57,7 @@ class NumberMap {
       E& operator*() const { return *entry_; }
       E* operator->() const { return entry_; }
       Cursor& operator++() {
-         entry_ = map_->atLeast(U64{entry_->first.value()} + 1);
+         entry_ = map_->atLeast(U64{numberOf(entry_->first)} + 1);
          return *this;
       }
       Cursor operator++(int) {
@@ -88,71 +98,51 @@ class NumberMap {
 
    Entry* find(K const& key) { return const_cast<Entry*>(std::as_const(*this).find(key)); }
    Entry const* find(K const& key) const {
-      U32 const number = key.value();
-      if (!covers(number)) return nullptr;
-      Node const* node = root_;
-      for (unsigned level = height_; level > 0; --level) {
-         node = node->child(digit(number, level));
-         if (!node) return nullptr;
-      }
-      return node->entry(digit(number, 0));
+      U32 const number = numberOf(key);
+      Leaf* const leaf = leafOf(number);
+      return leaf ? leaf->entry(digit(number, 0)) : nullptr;
    }
 
    // The first entry with a key not before / strictly behind `key`.
    ConstIterator lowerBound(K const& key) const {
-      return ConstIterator(this, atLeast(key.value()));
+      return ConstIterator(this, atLeast(numberOf(key)));
    }
    ConstIterator upperBound(K const& key) const {
-      return ConstIterator(this, atLeast(U64{key.value()} + 1));
+      return ConstIterator(this, atLeast(U64{numberOf(key)} + 1));
    }
 
    // The entry under `key`, made from `value` if there was none; and whether it was made.
    std::pair<Entry*, bool> insert(K key, V value) {
-      U32 const number = key.value();
-      if (!root_) root_ = new Node;
-      while (!covers(number)) {
-         Node* const above = new Node;
-         above->set(0, root_);
-         root_ = above;
-         ++height_;
+      U32 const number = numberOf(key);
+      Leaf* leaf = leafOf(number);
+      if (!leaf) [[unlikely]] {
+         leaf = makeLeaf(number);
       }
-      Node* node = root_;
-      for (unsigned level = height_; level > 0; --level) {
-         unsigned const at = digit(number, level);
-         if (!node->child(at)) node->set(at, new Node);
-         node = node->child(at);
-      }
-      unsigned const at = digit(number, 0);
-      if (Entry* const present = node->entry(at)) return {present, false};
-      Entry* const made =
-            ::new (pool_.allocate(sizeof(Entry))) Entry(std::move(key), std::move(value));
-      node->set(at, made);
+      unsigned const slot = digit(number, 0);
+      if (Entry* const present = leaf->entry(slot)) return {present, false};
+      Entry* const made = ::new (leaf->room(slot, pool_)) Entry(std::move(key), std::move(value));
+      leaf->used |= U64{1} << slot;
       ++size_;
       return {made, true};
    }
 
    // Erases the entry and hands out its value, so that the caller decides when the value dies.
    std::optional<V> take(K const& key) {
-      U32 const number = key.value();
-      if (!covers(number)) return std::nullopt;
-      std::array<Node*, maxHeight + 1> path;
-      path[height_] = root_;
-      for (unsigned level = height_; level > 0; --level) {
-         path[level - 1] = path[level]->child(digit(number, level));
-         if (!path[level - 1]) return std::nullopt;
-      }
-      Entry* const entry = path[0]->entry(digit(number, 0));
+      U32 const number = numberOf(key);
+      Leaf* const leaf = leafOf(number);
+      if (!leaf) return std::nullopt;
+      unsigned const slot = digit(number, 0);
+      Entry* const entry = leaf->entry(slot);
       if (!entry) return std::nullopt;
-      --size_;
-      // Nodes that are empty now go; the root stays.
-      path[0]->clear(digit(number, 0));
-      for (unsigned level = 0; level < height_ && path[level]->used == 0; ++level) {
-         delete path[level];
-         path[level + 1]->clear(digit(number, level + 1));
-      }
       std::optional<V> value(std::move(entry->second));
       entry->~Entry();
-      pool_.deallocate(entry);
+      if constexpr (!inLeaf) pool_.deallocate(entry);
+      leaf->used &= ~(U64{1} << slot);
+      --size_;
+      if (leaf->used == 0) [[unlikely]] {
+         recent_ = nullptr;
+         prune(root_, height_, number);
+      }
       return value;
    }
 
@@ -163,19 +153,23 @@ class NumberMap {
       std::swap(root_, other.root_);
       std::swap(height_, other.height_);
       std::swap(size_, other.size_);
+      recent_ = other.recent_ = nullptr;
    }
 
  private:
    static constexpr unsigned bits = 6;
    static constexpr unsigned maxHeight = 31 / bits;
+   static constexpr bool inLeaf = sizeof(Entry) <= 16;
 
-   // Nodes below, or entries in a node of level 0; which of them are there is in `used`.
+   // Those in use, of a set that bits stand for, from `at` on, which may be one more than there are.
+   static U64 usedFrom(U64 used, unsigned at) { return at >> bits ? 0 : used & (~U64{0} << at); }
+   static unsigned lowest(U64 used) { return static_cast<unsigned>(std::countr_zero(used)); }
+
+   // Nodes one level below, which are leaves below a node of level 1.
    struct Node {
       U64 used = 0;
       std::array<void*, 1u << bits> below{};
 
-      Node* child(unsigned at) const { return static_cast<Node*>(below[at]); }
-      Entry* entry(unsigned at) const { return static_cast<Entry*>(below[at]); }
       void set(unsigned at, void* to) {
          below[at] = to;
          used |= U64{1} << at;
@@ -184,8 +178,30 @@ class NumberMap {
          below[at] = nullptr;
          used &= ~(U64{1} << at);
       }
-      // Those in use from `at` on, which may be one more than there are.
-      U64 usedFrom(unsigned at) const { return at >> bits ? 0 : used & (~U64{0} << at); }
+   };
+   struct Leaf {
+      struct Room {
+         alignas(Entry) std::byte bytes[sizeof(Entry)];
+      };
+      U64 used = 0;
+      std::array<std::conditional_t<inLeaf, Room, void*>, 1u << bits> slots;
+
+      Entry* entry(unsigned at) {
+         if (!(used >> at & 1)) return nullptr;
+         if constexpr (inLeaf) {
+            return std::launder(reinterpret_cast<Entry*>(&slots[at]));
+         } else {
+            return static_cast<Entry*>(slots[at]);
+         }
+      }
+      // Where an entry is to be made.
+      void* room(unsigned at, [[maybe_unused]] NodePool& pool) {
+         if constexpr (inLeaf) {
+            return &slots[at];
+         } else {
+            return slots[at] = pool.allocate(sizeof(Entry));
+         }
+      }
    };
 
    static unsigned digit(U64 number, unsigned level) {
@@ -198,36 +214,85 @@ class NumberMap {
    Entry* atLeast(U64 number) const {
       return covers(number) ? atLeast(root_, height_, number) : nullptr;
    }
-   static Entry* atLeast(Node const* node, unsigned level, U64 number) {
-      unsigned const at = digit(number, level);
+   static Entry* atLeast(void* at, unsigned level, U64 number) {
+      unsigned const slot = digit(number, level);
       if (level == 0) {
-         U64 const rest = node->usedFrom(at);
-         return rest ? node->entry(static_cast<unsigned>(std::countr_zero(rest))) : nullptr;
+         Leaf* const leaf = static_cast<Leaf*>(at);
+         U64 const rest = usedFrom(leaf->used, slot);
+         return rest ? leaf->entry(lowest(rest)) : nullptr;
       }
-      if (Node const* const same = node->child(at)) {
+      Node const* const node = static_cast<Node*>(at);
+      if (void* const same = node->below[slot]) {
          if (Entry* const found = atLeast(same, level - 1, number)) return found;
       }
-      U64 const rest = node->usedFrom(at + 1);
-      if (!rest) return nullptr;
-      return atLeast(node->child(static_cast<unsigned>(std::countr_zero(rest))), level - 1, 0);
+      U64 const rest = usedFrom(node->used, slot + 1);
+      return rest ? atLeast(node->below[lowest(rest)], level - 1, 0) : nullptr;
    }
 
-   static void destroy(Node* node, unsigned level) {
-      for (U64 rest = node->used; rest != 0; rest &= rest - 1) {
-         auto const at = static_cast<unsigned>(std::countr_zero(rest));
-         if (level == 0) {
-            node->entry(at)->~Entry();
-         } else {
-            destroy(node->child(at), level - 1);
-         }
+   // The leaf of the number, if there is one. The one found last is remembered: an operation on a
+   // route asks for it several times, and numbers that are given out come in their order.
+   Leaf* leafOf(U32 number) const {
+      if (recent_ && number >> bits == recentBlock_) return recent_;
+      if (!covers(number)) return nullptr;
+      void* node = root_;
+      for (unsigned level = height_; level > 0; --level) {
+         node = static_cast<Node*>(node)->below[digit(number, level)];
+         if (!node) return nullptr;
       }
-      delete node;
+      recentBlock_ = number >> bits;
+      return recent_ = static_cast<Leaf*>(node);
+   }
+   [[gnu::noinline]] Leaf* makeLeaf(U32 number) {
+      if (!root_) root_ = new Leaf;
+      while (!covers(number)) {
+         Node* const above = new Node;
+         above->set(0, root_);
+         root_ = above;
+         ++height_;
+      }
+      void* at = root_;
+      for (unsigned level = height_; level > 0; --level) {
+         Node* const node = static_cast<Node*>(at);
+         unsigned const slot = digit(number, level);
+         if (!node->below[slot]) {
+            node->set(slot, level > 1 ? static_cast<void*>(new Node) : new Leaf);
+         }
+         at = node->below[slot];
+      }
+      return static_cast<Leaf*>(at);
+   }
+   // Lets the nodes go that are empty now, below this one, on the way to the number; the root stays.
+   // Whether this one is empty.
+   [[gnu::noinline]] static bool prune(void* at, unsigned level, U32 number) {
+      if (level == 0) return static_cast<Leaf*>(at)->used == 0;
+      Node* const node = static_cast<Node*>(at);
+      void* const below = node->below[digit(number, level)];
+      if (prune(below, level - 1, number)) {
+         destroy(below, level - 1);
+         node->clear(digit(number, level));
+      }
+      return node->used == 0;
+   }
+   static void destroy(void* at, unsigned level) {
+      if (level == 0) {
+         Leaf* const leaf = static_cast<Leaf*>(at);
+         for (U64 rest = leaf->used; rest != 0; rest &= rest - 1)
+            leaf->entry(lowest(rest))->~Entry();
+         delete leaf;
+      } else {
+         Node* const node = static_cast<Node*>(at);
+         for (U64 rest = node->used; rest != 0; rest &= rest - 1)
+            destroy(node->below[lowest(rest)], level - 1);
+         delete node;
+      }
    }
 
    NodePool pool_;
-   Node* root_ = nullptr;
-   unsigned height_ = 0;  // levels above the lowest
+   void* root_ = nullptr;  // a leaf where the height is 0
+   unsigned height_ = 0;   // levels above the leaves
    U32 size_ = 0;
+   mutable U32 recentBlock_ = 0;
+   mutable Leaf* recent_ = nullptr;
 };
 
 }  // namespace Qor

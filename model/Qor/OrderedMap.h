@@ -64,13 +64,12 @@ class OrderedMap {
    ConstIterator begin() const { return tree_.begin(); }
    ConstIterator end() const { return tree_.end(); }
 
-   Entry* find(K const& key) {
-      auto const it = tree_.find(key);
-      return it == tree_.end() ? nullptr : &*it;
-   }
+   Entry* find(K const& key) { return const_cast<Entry*>(std::as_const(*this).find(key)); }
+   // The entry found last is tried first: the name of one VRF is asked for route after route.
    Entry const* find(K const& key) const {
+      if (recent_ && recent_->first == key) return recent_;
       auto const it = tree_.find(key);
-      return it == tree_.end() ? nullptr : &*it;
+      return it == tree_.end() ? nullptr : recent_ = &*it;
    }
 
    // The first entry with a key not before / strictly behind `key`.
@@ -93,6 +92,7 @@ class OrderedMap {
    std::optional<V> take(K const& key) {
       auto const it = tree_.find(key);
       if (it == tree_.end()) return std::nullopt;
+      recent_ = nullptr;
       auto node = tree_.extract(it);
       ++changes_;
       return std::optional<V>(std::move(node.mapped()));
@@ -103,6 +103,7 @@ class OrderedMap {
    void swap(OrderedMap& other) noexcept {
       pool_.swap(other.pool_);
       tree_.swap(other.tree_);
+      recent_ = other.recent_ = nullptr;
       changes_ = other.changes_ = std::max(changes_, other.changes_) + 1;
    }
 
@@ -110,6 +111,7 @@ class OrderedMap {
    std::unique_ptr<NodePool> pool_ = std::make_unique<NodePool>();
    Tree tree_{PoolAllocator<Entry>(pool_.get())};
    U64 changes_ = 0;
+   mutable Entry const* recent_ = nullptr;
 };
 
 }  // namespace Qor

@@ -25,15 +25,22 @@ class QOR_PUBLIC TraceHandle {
    TraceHandle& operator=(TraceHandle const&) = delete;
 
    Name const& name() const { return name_; }
-   bool enabled(unsigned level) const { return (levels_ >> level) & 1u; }
+   bool enabled(unsigned level) const { return (*levels_ >> level) & 1u; }
 
    // The set of levels that are on: bit n for level n.
-   U16 levels() const { return levels_; }
-   void levelsIs(U16 levels) { levels_ = levels; }
+   U16 levels() const { return *levels_; }
+   void levelsIs(U16 levels) { *levels_ = levels; }
+   // Keeps them in a variable of the component's from now on, which lives as long as the process:
+   // its statements learn from that one load that they are off.
+   void levelsAreIn(U16& levels) {
+      levels = *levels_;
+      levels_ = &levels;
+   }
 
  private:
    Name const name_;
-   U16 levels_ = 0;
+   U16 ownLevels_ = 0;
+   U16* levels_ = &ownLevels_;
 };
 
 // One emitted statement. The texts live for the duration of the call.
