@@ -8,6 +8,7 @@
 
 #include "IntfVlanId/Table.h"
 #include "Journal.h"
+#include "MrouteLib/RouteKeyInfo.h"
 #include "Qor/Type.h"
 #include "Routing/Multicast/Fib/Hardware/Status.h"
 #include "Routing/Multicast/Fib/VrfEnabledStatus.h"
@@ -124,6 +125,95 @@ TEST_F(TypeRegistry, EachOfTheLibrarysTypesIsConstructedByName) {
          for (Qor::TypeMember const& member : members)
             EXPECT_EQ(collection->find(one, member.key)->value, member.value);
       }
+   }
+}
+
+// What the hooks answer while nobody overrides them: of those that must be overridden, what the
+// switch takes for nothing.
+TEST_F(TypeRegistry, HooksThatNobodyOverridesDoNothing) {
+   std::map<std::string, Generic> const values = {
+         {"key", route1},
+         {"routeKey", route1},
+         {"acceptingVlanId", "5"},
+         {"mode", "disabled"},
+         {"mrouteXactType", "ingress"},
+         {"type", "routed"},
+         {"interval", "7.5"},
+         {"rpaId", "1"},
+         {"handle", "3"},
+         {"routeKeyInfo", MrouteLib::RouteKeyInfo().strep()}};
+   for (auto const& [helper, expected] :
+        {std::pair{asyncHelper,
+                   "True True 0 0 null '' 4294967295 null 0.0 False True True True 7.5 7.5"},
+         std::pair{syncHelper, "0 0 0 0 0 0 False False False False 1"}}) {
+      std::string answers;
+      Qor::Type const& type = *Qor::typeOf(helper);
+      for (Qor::TypeOperation const& hook : type.operations()) {
+         if (std::ranges::any_of(type.collections(), [&](Qor::TypeCollection const& collection) {
+                return hook.name.starts_with(collection.name);
+             })) {
+            continue;
+         }
+         std::vector<Generic> arguments;
+         for (Qor::TypeArgument const& argument : hook.arguments) {
+            auto const value = values.find(argument.name);
+            arguments.push_back(value != values.end()                            ? value->second
+                                : argument.type == "bool"                        ? "False"
+                                : argument.type.find("Ptr") != std::string::npos ? none
+                                                                                 : "1");
+         }
+         Generic const answer = hook.run(hook, helper, arguments);
+         if (hook.result != "void") answers += (answers.empty() ? "" : " ") + answer.pretty();
+      }
+      EXPECT_EQ(answers, expected);
+   }
+}
+
+// Each collection takes a member, tells of it, and forgets it, by its key or with all others.
+TEST_F(TypeRegistry, CollectionsAreChangedByName) {
+   Generic const set = oifSet();
+   std::map<std::string, Generic> made = oneOfEach(*this);
+   made.erase("Vel::Mroute::AsyncMrouteSwitchSm");  // which would act on what it is told
+   Generic const syncRecord = made.at("Vel::MtableOifSet");
+   Generic const handleKey = made.at("Vel::Mroute::InUseRouteHandleKey");
+   struct {
+      Generic object;
+      char const* collection;
+      Generic key, value;
+   } const rows[] = {
+         {asyncSwitch, "mcastIdToOifSet", "7", set},
+         {asyncSwitch, "oifSetXact", set, none},
+         {asyncSwitch, "inUseRouteHandle", handleKey, "3"},
+         {asyncSwitch, "inUseRouteHandleKey", "3", handleKey},
+         {asyncSwitch, "inUseOifSet", set, record},
+         {asyncSwitch, "frrMtableOifSet", set, record},
+         {asyncSwitch, "frrProcessingOifSet", set, record},
+         {syncSwitch, "oifSetIndexColl", "4", "True"},
+         {syncSwitch, "routeKeyToHandle", made.at("Vel::RouteKeyVlanId"), "3"},
+         {syncSwitch, "inUseOifSet", set, syncRecord},
+         {syncSwitch, "frrMtableOifSet", set, syncRecord},
+         {syncSwitch, "frrProcessingOifSet", set, syncRecord},
+   };
+   for (auto const& row : rows) {
+      SCOPED_TRACE(row.collection);
+      Qor::TypeCollection const& collection = Qor::typeOf(row.object)->collection(row.collection);
+      Lines heard;
+      Qor::Following const following(row.object, [&](Qor::Change const& c) {
+         heard.push_back(cat(c.member, c.key ? " one" : ""));
+      });
+      auto const call = [&](char const* form, std::vector<Generic> const& arguments) {
+         Qor::call(row.object, std::string(row.collection) + form, arguments);
+         return collection.size(row.object);
+      };
+      Qor::U32 const before = collection.size(row.object);
+      EXPECT_EQ(call("Is", {row.key, row.value}), before + 1);
+      EXPECT_TRUE(collection.find(row.object, row.key));
+      EXPECT_EQ(call("Notify", {row.key}), before + 1);
+      EXPECT_EQ(call("Del", {row.key}), before);
+      EXPECT_EQ(heard, Lines(3, cat(row.collection, " one")));
+      EXPECT_EQ(call("Is", {row.key, row.value}), before + 1);
+      EXPECT_EQ(call("DelAll", {}), 0u);
+      EXPECT_EQ(heard.back(), row.collection);
    }
 }
 

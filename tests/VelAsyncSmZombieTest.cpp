@@ -29,9 +29,13 @@ TEST_F(AsyncSmZombie, TheTimerFollowsTheFirstZombie) {
    EXPECT_EQ(timer(), 4.0);     // not moved by a later one
    two = program(2, set({3}));  // the first comes back
    EXPECT_EQ(timer(), 5.0);
-   time_->runUntil(4.999);
+   time_->advance(0.5);
+   withdraw(two);
+   sm_->doForcePurgeOneZombie();  // the next to expire
+   EXPECT_EQ(timer(), 5.5);
+   time_->runUntil(5.499);
    EXPECT_EQ(left(), 1u);
-   time_->runUntil(5);
+   time_->runUntil(5.5);
    EXPECT_EQ(left(), 0u);
    EXPECT_EQ(timer(), Qor::never);
    Journal traces;
