@@ -15,6 +15,7 @@
 #include "TestSupport.h"
 #include "Vel/L3Status.h"
 #include "Vel/VelAsyncMrouteSwitch.h"
+#include "Vel/VelSyncMrouteSwitch.h"
 
 namespace {
 
@@ -194,6 +195,11 @@ TEST_F(TypeRegistry, CollectionsAreChangedByName) {
          {syncSwitch, "frrMtableOifSet", set, syncRecord},
          {syncSwitch, "frrProcessingOifSet", set, syncRecord},
    };
+   // Reactors that override nothing are told, and do nothing.
+   Vel::Mroute::AsyncMrouteSwitch::Notifiee ofAsync;
+   Vel::MrouteSwitch::Notifiee ofSync;
+   ofAsync.notifierIs(&Qor::objectOf<Vel::Mroute::AsyncMrouteSwitch>(asyncSwitch));
+   ofSync.notifierIs(&Qor::objectOf<Vel::MrouteSwitch>(syncSwitch));
    for (auto const& row : rows) {
       SCOPED_TRACE(row.collection);
       Qor::TypeCollection const& collection = Qor::typeOf(row.object)->collection(row.collection);

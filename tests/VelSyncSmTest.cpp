@@ -1,5 +1,6 @@
 // The synchronous per-switch reactor on a simulated chip.
 #include "Vel/VelSyncMrouteSm.h"
+#include "Vel/VelSyncMrouteSmReactors.h"
 
 #include <functional>
 
@@ -152,6 +153,32 @@ TEST_F(SyncSm, TakesOverWhatWasThereBeforeAndLetsGoOfItsClocks) {
    EXPECT_EQ(aging(), Qor::never);
    EXPECT_TRUE(switch_->deleted());
    EXPECT_EQ(chip_->groups(), 1u);
+}
+
+TEST_F(SyncSm, AnInputThatIsTakenAwayAndGivenAgainGetsAReactorThatIsHandedOut) {
+   auto const bound = [](auto const* reactor, auto const& input) {
+      ASSERT_NE(reactor, nullptr);
+      EXPECT_EQ(reactor->notifier(), input.get());
+   };
+   sm_->acsdDel();
+   sm_->l3StatusDel();
+   sm_->mfibConfigDel();
+   sm_->zombieClockDel();
+   sm_->agingClockDel();
+   sm_->ethIntfStatusDirDel();
+   sm_->clockDel();
+   EXPECT_EQ(sm_->agingClock(), nullptr);
+   bound(sm_->newAcsd(in_.acsd), in_.acsd);
+   bound(sm_->newL3Status(in_.l3Status), in_.l3Status);
+   bound(sm_->newMfibConfig(in_.mfibConfig), in_.mfibConfig);
+   bound(sm_->newZombieClock(in_.zombieClock), in_.zombieClock);
+   bound(sm_->newAgingClock(in_.agingClock), in_.agingClock);
+   bound(sm_->newEthIntfStatusDir(in_.ethIntfStatusDir), in_.ethIntfStatusDir);
+   bound(sm_->newMrouteSwitch(switch_), switch_);
+   auto const clock = Qor::make<Qor::Clock>("frr");
+   bound(sm_->newClock(clock), clock);
+   program(1, set(2));
+   EXPECT_EQ(aging(), 60);
 }
 
 TEST_F(SyncSm, EachInputButTheSwitchMayBeNull) {
