@@ -8,6 +8,7 @@
 
 #include "IntfVlanId/Table.h"
 #include "Journal.h"
+#include "MrouteLib/MrouteCounterKey.h"
 #include "MrouteLib/RouteKeyInfo.h"
 #include "Qor/Type.h"
 #include "Routing/Multicast/Fib/Hardware/Status.h"
@@ -177,6 +178,7 @@ TEST_F(TypeRegistry, CollectionsAreChangedByName) {
    made.erase("Vel::Mroute::AsyncMrouteSwitchSm");  // which would act on what it is told
    Generic const syncRecord = made.at("Vel::MtableOifSet");
    Generic const handleKey = made.at("Vel::Mroute::InUseRouteHandleKey");
+   Generic const counterKey = MrouteLib::MrouteCounterKey().strep();
    struct {
       Generic object;
       char const* collection;
@@ -189,6 +191,8 @@ TEST_F(TypeRegistry, CollectionsAreChangedByName) {
          {asyncSwitch, "inUseOifSet", set, record},
          {asyncSwitch, "frrMtableOifSet", set, record},
          {asyncSwitch, "frrProcessingOifSet", set, record},
+         {asyncHelper, "deletedMrouteCounterKey", counterKey, "True"},
+         {asyncHelper, "noHwCounterMrouteKey", counterKey, "True"},
          {syncSwitch, "oifSetIndexColl", "4", "True"},
          {syncSwitch, "routeKeyToHandle", made.at("Vel::RouteKeyVlanId"), "3"},
          {syncSwitch, "inUseOifSet", set, syncRecord},

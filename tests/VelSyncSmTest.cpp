@@ -181,6 +181,17 @@ TEST_F(SyncSm, AnInputThatIsTakenAwayAndGivenAgainGetsAReactorThatIsHandedOut) {
    EXPECT_EQ(aging(), 60);
 }
 
+TEST_F(SyncSm, AnInterfaceHasAReactorWhileItHasAStatus) {
+   Lnet::IntfId const intf("et9");
+   Qor::U32 const before = sm_->ethIntfStatuses();
+   in_.ethIntfStatusDir->newIntfStatus(intf);
+   EXPECT_EQ(sm_->ethIntfStatuses(), before + 1);
+   EXPECT_NE(sm_->ethIntfStatus(intf), nullptr);
+   in_.ethIntfStatusDir->intfStatusDel(intf);
+   EXPECT_EQ(sm_->ethIntfStatus(intf), nullptr);
+   EXPECT_EQ(sm_->ethIntfStatuses(), before);
+}
+
 TEST_F(SyncSm, EachInputButTheSwitchMayBeNull) {
    for (int missing = 0; missing <= 9; ++missing) {  // at 9 all of them
       SCOPED_TRACE(missing);
