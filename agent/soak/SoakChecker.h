@@ -168,6 +168,9 @@ class SoakChecker {
    // use.
    std::map<Qor::U64, double> zombies_;
    std::set<Qor::U64> inUse_;
+   // Outputs, and whether to the CPU, of routes with a backup that were changed in this replay.
+   std::set<std::pair<std::set<Lnet::IntfId>, bool>> changedInReplay_;
+   bool crashedInReplay_ = false;  // once more, before all had been told
    std::set<Lnet::IntfId> failedInReplay_;
    std::set<Qor::U64> rewritten_;  // oif sets whose groups have been, by serial
    double zombiesAt_ = 0;

@@ -5,6 +5,14 @@
 
 namespace Agent {
 
+namespace {
+
+std::pair<std::set<Lnet::IntfId>, bool> outputsAsSet(ScenarioTarget::Route const& route) {
+   return {{route.oifs.begin(), route.oifs.end()}, route.cpu};
+}
+
+}  // namespace
+
 void SoakChecker::unverified(RouteId const& id) {
    unverified_.push_back(id);
 }
@@ -26,6 +34,7 @@ void SoakChecker::routeIs(Route const& route) {
                    simulated_.chip().config().groups;
    }
    if (!there) everWanted_.push_back(id);
+   if (recovering_ && !route.backup.empty()) changedInReplay_.insert(outputsAsSet(route));
    Known& known = model_.wantedIs(route, failuresAtRest_);
    known.uninterrupted = calm;
    unverified(id);
@@ -97,9 +106,11 @@ void SoakChecker::crash(Scenario::Restart const& restart) {
    for (auto const& [id, known] : model_.routes())
       unverified(id);
    counters_.restart();
+   crashedInReplay_ = simulated_.recovering();
    recovering_ = true;
    rerouted_.clear();
    failedInReplay_.clear();
+   changedInReplay_.clear();
    rewritten_.clear();
    zombies_.clear();
    inUse_.clear();
@@ -129,7 +140,9 @@ void SoakChecker::noteRecovered() {
 // A route that has not been told again goes with its group, and that may be another's by now.
 bool SoakChecker::mayFollowAnother(Known const& known) const {
    if (!recovering_ || failedInReplay_.empty()) return false;
-   return failedInReplay_.contains(known.wanted->iif) || (path_ == Path::sync && !roomToSpare());
+   return failedInReplay_.contains(known.wanted->iif) || crashedInReplay_ ||
+          changedInReplay_.contains(outputsAsSet(*known.wanted)) ||
+          (path_ == Path::sync && !roomToSpare());
 }
 
 void SoakChecker::nobodyUninterrupted() {
