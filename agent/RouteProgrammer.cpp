@@ -9,20 +9,15 @@ using MrouteLib::OifSetPtr;
 
 class RouteProgrammer::QorClock final : public Qor::Clock::Notifiee {
  public:
-   explicit QorClock(RouteProgrammer& owner) : owner_(owner) {}
-   void onTime() override { owner_.runPass(); }
+   QorClock(RouteProgrammer& owner, void (RouteProgrammer::*due)(), Qor::Clock* clock)
+         : owner_(owner), due_(due) {
+      notifierIs(clock);
+   }
+   void onTime() override { (owner_.*due_)(); }
 
  private:
    RouteProgrammer& owner_;
-};
-
-class RouteProgrammer::QorRetry final : public Qor::Clock::Notifiee {
- public:
-   explicit QorRetry(RouteProgrammer& owner) : owner_(owner) {}
-   void onTime() override { owner_.handleRetry(); }
-
- private:
-   RouteProgrammer& owner_;
+   void (RouteProgrammer::*const due_)();
 };
 
 // An entry that is to be deleted once the one that replaces it is written.
@@ -36,12 +31,10 @@ RouteProgrammer::RouteProgrammer(Qor::Ptr<MrouteLib::MrouteTableColl> tableColl,
       : tableColl_(std::move(tableColl)),
         mfibHwStatus_(std::move(mfibHwStatus)),
         clock_(Qor::make<Qor::Clock>("routeProgrammer")),
-        clockReactor_(std::make_unique<QorClock>(*this)),
+        clockReactor_(std::make_unique<QorClock>(*this, &RouteProgrammer::runPass, clock_.get())),
         retry_(Qor::make<Qor::Clock>("routeProgrammerRetry")),
-        retryReactor_(std::make_unique<QorRetry>(*this)) {
-   clockReactor_->notifierIs(clock_.get());
-   retryReactor_->notifierIs(retry_.get());
-}
+        retryReactor_(
+              std::make_unique<QorClock>(*this, &RouteProgrammer::handleRetry, retry_.get())) {}
 
 RouteProgrammer::~RouteProgrammer() = default;
 

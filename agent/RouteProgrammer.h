@@ -208,7 +208,6 @@ class RouteProgrammer {
    using RouteTable = Qor::HashMap<EntryKey, RoutePtr>;
 
    class QorClock;
-   class QorRetry;
 
    bool want(L3::VrfName const& vrf, EntryKey const& key, WantedRoute wanted);
    void wantNoMore(L3::VrfName const& vrf, EntryKey const& key);
@@ -262,7 +261,7 @@ class RouteProgrammer {
    Qor::Ptr<Qor::Clock> const clock_;
    std::unique_ptr<QorClock> clockReactor_;
    Qor::Ptr<Qor::Clock> const retry_;  // finite while a route waits for room
-   std::unique_ptr<QorRetry> retryReactor_;
+   std::unique_ptr<QorClock> retryReactor_;
 };
 
 }  // namespace Agent

@@ -140,10 +140,6 @@ struct FailCall {
 
 // Only what is set changes.
 struct Fault {
-   using FailNext = Scenario::FailNext;
-   using SlowNext = Scenario::SlowNext;
-   using Rate = FailRate;
-   using FailCall = Scenario::FailCall;
    std::optional<bool> groupsExhausted;
    std::optional<bool> routesExhausted;
    std::optional<bool> boundariesExhausted;

@@ -175,7 +175,7 @@ Fault faultFrom(json const& value) {
    if (fields.find("hitBitsBusy")) fault.hitBitsBusy = fields.whole32("hitBitsBusy", 0, many);
    if (json const* next = fields.find("failNext")) {
       Fields const f(*next, fields.at("failNext"), {"write", "reason", "count"});
-      Fault::FailNext& failNext = fault.failNext.emplace();
+      FailNext& failNext = fault.failNext.emplace();
       failNext.write = f.named("write", "kind of write", writes);
       failNext.reason = f.text("reason");
       if (failNext.reason.empty()) refuse(f.at("reason"), "empty");
@@ -183,20 +183,20 @@ Fault faultFrom(json const& value) {
    }
    if (json const* next = fields.find("slowNext")) {
       Fields const f(*next, fields.at("slowNext"), {"nth", "extra"});
-      Fault::SlowNext& slowNext = fault.slowNext.emplace();
+      SlowNext& slowNext = fault.slowNext.emplace();
       if (f.find("nth")) slowNext.nth = f.whole32("nth", 1, many);
       slowNext.extra = f.number("extra", 0, 1000);
    }
    if (json const* each = fields.find("rate")) {
       Fields const f(*each, fields.at("rate"), {"write", "probability"});
-      Fault::Rate& rate = fault.rate.emplace();
+      FailRate& rate = fault.rate.emplace();
       rate.write = f.named("write", "kind of write", writes);
       rate.probability = f.number("probability", 0, 1);
    }
    if (json const* call = fields.find("failCall")) {
       Fields const f(*call, fields.at("failCall"),
                      {"nth", "refused", "writeFails", "again", "undoFails"});
-      Fault::FailCall& failCall = fault.failCall.emplace();
+      FailCall& failCall = fault.failCall.emplace();
       if (f.find("nth")) failCall.nth = f.whole32("nth", 1, many);
       if (f.find("refused")) failCall.refused = f.flag("refused");
       if (f.find("writeFails")) failCall.writeFails = f.flag("writeFails");

@@ -126,7 +126,7 @@ void SoakChecker::updateExcuses(bool rest) {
       failedAt_ = Qor::now();
       nobodyUninterrupted();
    }
-   if (recovering_ && !roomToSpare()) nobodyUninterrupted();
+   if (replay_.underWay && !roomToSpare()) nobodyUninterrupted();
    for (std::size_t i = 0; i < tables; ++i) {
       Excuse& excuse = excuses_[i];
       std::uint64_t const deleted = simulated_.chip().writes(deletions[i]);

@@ -72,7 +72,7 @@ class SoakChecker {
    // All routes are told again, and those that come in over this interface go to their backups.
    void rerouting(Lnet::IntfId failed);
    // The writes to the chip so far, if the switch is at rest and wants the route just so.
-   std::optional<std::uint64_t> writesIfUnchanged(Route const& route) const;
+   std::optional<std::uint64_t> writesIfUnchanged(Route const& route);
    // It has been told so again.
    void unchanged(Route const& route, std::uint64_t writesBefore);
    void sent(Sim::Packet const& packet, Sim::Forwarded const& forwarded);
@@ -102,6 +102,16 @@ class SoakChecker {
       double since = 0;
       // Deletions up to the first rest since then; what is issued before may be written later.
       std::optional<std::uint64_t> deletions;
+   };
+
+   // What has happened since the latest restart; of use until all routes have been told again.
+   struct Replay {
+      bool underWay = false;            // at the last look
+      bool interruptsAnother = false;   // the agent crashed before all had been told
+      std::set<Lnet::IntfId> failed;    // during it, or at its end still
+      std::set<Lnet::IntfId> rerouted;  // of these, those for which nothing is left to do
+      // Outputs, and whether to the CPU, of routes with a backup that were changed.
+      std::set<std::pair<std::set<Lnet::IntfId>, bool>> changed;
    };
 
    void wrong(RouteId const& id, std::string const& text);
@@ -158,20 +168,15 @@ class SoakChecker {
    std::uint64_t failuresSeen_ = 0;
    std::uint64_t failuresAtRest_ = 0;
    double failedAt_ = -10;
-   bool recovering_ = false;          // at the last look
-   std::set<Lnet::IntfId> rerouted_;  // at the end of this replay
-   bool callsTakeTime_;               // or have done so
-   double busySince_ = -1;            // the hit bits could not be read since; negative: they can
+   Replay replay_;
+   bool callsTakeTime_;     // or have done so
+   double busySince_ = -1;  // the hit bits could not be read since; negative: they can
    unsigned const looksPerFullCheck_;
    unsigned untilFull_ = looksPerFullCheck_;
    // At the last full look, by the serials of the oif sets: zombies with their expiry, and those in
    // use.
    std::map<Qor::U64, double> zombies_;
    std::set<Qor::U64> inUse_;
-   // Outputs, and whether to the CPU, of routes with a backup that were changed in this replay.
-   std::set<std::pair<std::set<Lnet::IntfId>, bool>> changedInReplay_;
-   bool crashedInReplay_ = false;  // once more, before all had been told
-   std::set<Lnet::IntfId> failedInReplay_;
    std::set<Qor::U64> rewritten_;  // oif sets whose groups have been, by serial
    double zombiesAt_ = 0;
    std::uint64_t purgesAtZombies_ = 0;

@@ -34,17 +34,16 @@ void SoakChecker::routeIs(Route const& route) {
                    simulated_.chip().config().groups;
    }
    if (!there) everWanted_.push_back(id);
-   if (recovering_ && !route.backup.empty()) changedInReplay_.insert(outputsAsSet(route));
+   if (replay_.underWay && !route.backup.empty()) replay_.changed.insert(outputsAsSet(route));
    Known& known = model_.wantedIs(route, failuresAtRest_);
    known.uninterrupted = calm;
    unverified(id);
    figures_.routesPeak = std::max<std::uint64_t>(figures_.routesPeak, programmer().routes());
 }
 
-std::optional<std::uint64_t> SoakChecker::writesIfUnchanged(Route const& route) const {
-   auto const it = model_.routes().find({route.vrf, route.key});
-   bool const same =
-         it != model_.routes().end() && it->second.wanted && sameWish(*it->second.wanted, route);
+std::optional<std::uint64_t> SoakChecker::writesIfUnchanged(Route const& route) {
+   Known const* const known = model_.find({route.vrf, route.key});
+   bool const same = known && known->wanted && sameWish(*known->wanted, route);
    if (!same || callsTakeTime_ || !atRest()) return std::nullopt;
    return writes();
 }
@@ -79,7 +78,7 @@ bool SoakChecker::staysOverCrash(RouteId const& id, Known const& known, bool res
    bool const denied = std::any_of(excuses_.begin(), excuses_.end(),
                                    [](Excuse const& excuse) { return excuse.denied; });
    if (denied || failedLately()) return false;
-   if (known.unverified) return recovering_ && known.uninterrupted && known.before.empty();
+   if (known.unverified) return replay_.underWay && known.uninterrupted && known.before.empty();
    auto const* const route = programmer().route(id.vrf, id.key);
    return rest && route && route->state() == State::inHardware;
 }
@@ -106,11 +105,9 @@ void SoakChecker::crash(Scenario::Restart const& restart) {
    for (auto const& [id, known] : model_.routes())
       unverified(id);
    counters_.restart();
-   crashedInReplay_ = simulated_.recovering();
-   recovering_ = true;
-   rerouted_.clear();
-   failedInReplay_.clear();
-   changedInReplay_.clear();
+   replay_ = {};
+   replay_.underWay = true;
+   replay_.interruptsAnother = simulated_.recovering();
    rewritten_.clear();
    zombies_.clear();
    inUse_.clear();
@@ -120,17 +117,16 @@ void SoakChecker::crash(Scenario::Restart const& restart) {
 
 void SoakChecker::rerouting(Lnet::IntfId failed) {
    if (!model_.failed(failed)) wrong(failed.name() + " is rerouted, and has not failed");
-   rerouted_.insert(failed);
    rerouted(failed);
 }
 
 // The replay is over: all that has failed by now was rerouted.
 void SoakChecker::noteRecovered() {
-   if (!recovering_ || simulated_.recovering()) return;
-   recovering_ = false;
+   if (!replay_.underWay || simulated_.recovering()) return;
+   replay_.underWay = false;
    for (auto const& [id, known] : model_.routes()) {
       if (!known.wanted || known.wanted->backup.empty()) continue;
-      if (model_.failed(known.wanted->iif) && !rerouted_.contains(known.wanted->iif)) {
+      if (model_.failed(known.wanted->iif) && !replay_.rerouted.contains(known.wanted->iif)) {
          wrong(id, "comes in over " + known.wanted->iif.name() +
                          ", which is down, and was not rerouted after the restart");
       }
@@ -139,9 +135,9 @@ void SoakChecker::noteRecovered() {
 
 // A route that has not been told again goes with its group, and that may be another's by now.
 bool SoakChecker::mayFollowAnother(Known const& known) const {
-   if (!recovering_ || failedInReplay_.empty()) return false;
-   return failedInReplay_.contains(known.wanted->iif) || crashedInReplay_ ||
-          changedInReplay_.contains(outputsAsSet(*known.wanted)) ||
+   if (!replay_.underWay || replay_.failed.empty()) return false;
+   return replay_.failed.contains(known.wanted->iif) || replay_.interruptsAnother ||
+          replay_.changed.contains(outputsAsSet(*known.wanted)) ||
           (path_ == Path::sync && !roomToSpare());
 }
 
@@ -153,8 +149,10 @@ void SoakChecker::nobodyUninterrupted() {
 // Whoever holds a group for a set that comes in over the failed interface sends to its backup from
 // now on. Which group that is, the record says; that it must be rewritten is said here.
 void SoakChecker::rerouted(Lnet::IntfId failed) {
-   if (recovering_) failedInReplay_.insert(failed);
-   if (recovering_ && !programmer().recovering()) rerouted_.insert(failed);  // nobody will again
+   if (replay_.underWay) {
+      replay_.failed.insert(failed);
+      if (!programmer().recovering()) replay_.rerouted.insert(failed);  // nobody will again
+   }
    auto const hit = [&](MrouteLib::PortVlanSet const& set) {
       // Sets without outputs have no group of the table, on the path whose chip has one for them.
       return set.currentIif() == failed && !set.portVlanFrr().empty() &&
@@ -214,7 +212,7 @@ void SoakChecker::sent(Sim::Packet const& packet, Sim::Forwarded const& forwarde
 
 void SoakChecker::noteHit(RouteId const&, Known& known, Sim::Entry const& entry) const {
    known.anyHit = Qor::now();
-   if (recovering_) known.foundHit = known.anyHit;
+   if (replay_.underWay) known.foundHit = known.anyHit;
    if (!known.wanted) return;
    if (entry.acceptingVlan == vlanOf(*known.wanted)) known.lastHit = Qor::now();
    for (Lnet::IntfId const intf : known.wanted->fastdrop) {

@@ -57,7 +57,7 @@ class Soak {
          return std::holds_alternative<Scenario::Expect>(line.event);
       });
       if (!play(episode)) return false;
-      static constexpr Scenario::Fault::FailCall ways[] = {
+      static constexpr Scenario::FailCall ways[] = {
             {1, true, false, 0, false}, {1, false, true, 0, false}, {1, false, true, 0, true},
             {1, false, true, 2, false}, {1, true, false, 2, true},
       };

@@ -85,7 +85,6 @@ class SoakModel {
    void restart(std::uint64_t failures, Calm const& calm);
 
    Routes& routes() { return routes_; }
-   Routes const& routes() const { return routes_; }
    Known* find(RouteId const& id);
    void forget(RouteId const& id) { routes_.erase(id); }
 
