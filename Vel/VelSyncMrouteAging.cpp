@@ -82,6 +82,10 @@ void MrouteSwitchSm::doRouteAgingReview() {
    }
    Qor::Ptr<MrouteSwitchSm> const self(references() ? this : nullptr);
    Qor::Ptr<MrouteSwitch> const chip = mrouteSwitch();
+   // The clock that fired still reads as armed: a hook or a listener that has it disarmed, as the end
+   // of the last route does, stops the review.
+   bool const byClock = isArmed(agingClock());
+   auto const isStopped = [&] { return byClock && !isArmed(agingClock()); };
    ReviewPosition const last = std::exchange(reviewPosition(), {});
    if (last.reactor) VEL_TRACE(6, "Current routeIter: " << last.route.routeKey);
    bool const goesOn = last.reactor && mfibHwStatus()->vrfStatus(last.route.vrfName);
@@ -93,8 +97,8 @@ void MrouteSwitchSm::doRouteAgingReview() {
          VEL_TRACE(6, "cmdInProgress_ ");
          return;
       }
+      if (isStopped()) return;
    }
-   bool const byClock = isArmed(agingClock());
    Qor::Seconds const deadline = Qor::now() + agingReviewQuota();
    Qor::U32 reviewed = 0;
    Qor::U16 vrfId = 0;
@@ -120,7 +124,7 @@ void MrouteSwitchSm::doRouteAgingReview() {
       mrouteHelper()->doCommitMrouteBatch();
       mrouteHelper()->mrouteHitBitCacheClear(chip->switchId());
    }
-   if (!mfibConfig() || (byClock && !isArmed(agingClock()))) {  // stopped by somebody who was told
+   if (!mfibConfig() || isStopped()) {
       agingClock_.arm(Qor::never);
       reviewStopped();
    } else if (complete) {

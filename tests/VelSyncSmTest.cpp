@@ -418,21 +418,31 @@ TEST_F(SyncSm, ABusyHitBitCacheIsAskedAgainThoughNoRouteChanges) {
    EXPECT_DOUBLE_EQ(aging(), 120.02);
 }
 
-TEST_F(SyncSm, AReviewThatLosesItsGroundEndsWithTheClockDisarmed) {
-   std::function<void()> const losses[] = {
-         [&] { sm_->mfibConfigDel(); },
-         [&] {
-            while (!switch_->route().empty())
-               switch_->doDeleteRoute(switch_->route().begin()->first);
-         }};
-   for (auto const& loss : losses) {
-      SCOPED_TRACE(&loss - losses);
-      build();
-      program(1, set(2));
-      program(2, set(2));
-      onHook_ = {"mrouteHitBit", loss};
-      time_->runUntil(aging());
-      EXPECT_EQ(aging(), Qor::never);
+TEST_F(SyncSm, AReviewThatLosesItsGroundInAnyHookEndsWithTheClockDisarmed) {
+   struct Case {
+      std::function<void()> loss;
+      unsigned ends;  // of the review, counted because hardware routing is off
+   };
+   Case const cases[] = {{[&] { sm_->mfibConfigDel(); }, 0},
+                         {[&] {
+                             while (!switch_->route().empty())
+                                switch_->doDeleteRoute(switch_->route().begin()->first);
+                          },
+                          1}};
+   for (Case const& c : cases) {
+      for (char const* hook : {"mrouteHitBitCacheRefresh", "mrouteHitBit", "doCommitMrouteBatch",
+                               "mrouteHitBitCacheClear"}) {
+         SCOPED_TRACE(cat(&c - cases, ' ', hook));
+         build();
+         in_.mfibHwStatus->hwRoutingIs(false);
+         program(1, set(2));
+         program(2, set(2));
+         onHook_ = {hook, c.loss};
+         time_->runUntil(aging());
+         EXPECT_EQ(aging(), Qor::never);
+         requestReview();
+         EXPECT_EQ(in_.l3Status->waitForRoutingDisabledRefCnt(), c.ends);
+      }
    }
 }
 
