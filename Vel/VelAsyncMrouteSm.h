@@ -39,6 +39,8 @@
 // the later routes of the larger one may go without being polled while the other keeps completing
 // reviews; reactors of one table share the work instead. Positions are keys (or counted), so
 // nothing that vanishes between two slices can hurt; a fast-reroute position dies with its reactor.
+// The review's position is cleared only when a review is complete: it outlives its reactor, and a
+// time without routes.
 //
 // Ownership. Inputs are held counted. The nested reactors are the reactor's own and point back at
 // it.
