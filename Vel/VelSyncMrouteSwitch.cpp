@@ -199,8 +199,10 @@ void MrouteSwitch::handleFreeMtableOifSet(RecordPtr const& record) {
       VEL_TRACE(3, "Zombies are not enabled");
    } else {
       VEL_TRACE(2, "Adding zombie");
-      record->zombieIs(ZombieKey(record->oifSetIndex(), Qor::now() + zombieLifetime_));
-      zombieOifSetIs(record);
+      ZombieKey const key(record->oifSetIndex(), Qor::now() + zombieLifetime_);
+      record->zombieIs(key);
+      // A follower of the record may have it resurrected at once.
+      if (record->zombie() == key) zombieOifSetIs(record);
       requestVerify();
       return;
    }

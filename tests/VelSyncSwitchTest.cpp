@@ -3,6 +3,7 @@
 #include <cstdlib>
 #include <functional>
 
+#include "Qor/Type.h"
 #include "VelSyncRecorder.h"
 
 namespace velSync {
@@ -154,6 +155,16 @@ TEST_F(VelSync, TheFirstReasonThatHoldsDecidesWhatBecomesOfARecord) {
       EXPECT_EQ(sw_->inUseOifSet().size() + sw_->oifSetIndexColl().size(), freed ? 0u : 2u);
       EXPECT_EQ(sw_->zombieOifSet(ZombieKey(31, 7.5)) != nullptr, reason == 5);
    }
+}
+
+TEST_F(VelSync, ARecordThatAFollowerHasResurrectedDoesNotWaitAmongTheZombies) {
+   OifSetPtr const set = oifSet();
+   RecordPtr record = allocate(set), resurrected;
+   Qor::Following const follower(Qor::toGeneric(record), [&](Qor::Change const& change) {
+      if (change.member == "zombie" && !resurrected) resurrected = allocate(set);
+   });
+   record = nullptr;
+   EXPECT_TRUE(resurrected && sw_->zombieOifSet().empty());
 }
 
 // Tells the journal about the collections of freeing, and does what a test asks when it is told.
