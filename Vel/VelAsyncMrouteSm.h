@@ -108,7 +108,8 @@ class QOR_PUBLIC AsyncMrouteSwitchSm final : public Qor::StateMachine {
    // ---- Inputs. Those with a reactor may be set again, which moves the reactor to the new entity,
    //      or to null, which deletes it; the members that a directory's reactor tracks follow. A
    //      clock that replaces another takes over what that was set to, and the other is disarmed.
-   //      What has been handed on from a configuration stays until that changes again. ----
+   //      A configuration that replaces another hands its counter mode, its wildcard flag and its
+   //      polling interval to the platform at once; after null, what was handed over last stays. ----
 
    Qor::Ptr<AsyncMrouteSwitch> const& mrouteSwitch() const { return mrouteSwitch_.object(); }
    void mrouteSwitchIs(Qor::Ptr<AsyncMrouteSwitch> v);  // not null
