@@ -99,7 +99,8 @@ void AsyncMrouteSwitchSm::doRouteAgingReview() {
       if (hwVrf) {
          vrfId = hwVrf->vrfId();
       } else {
-         VEL_TRACE(2, "AsyncMrouteSwitch"
+         VEL_TRACE_IN(function, 2,
+                      "AsyncMrouteSwitch"
                             << "::" << function << "()"
                             << " vrfStatus for vrf: " << vrfName << " is not present");
       }

@@ -139,8 +139,10 @@ void AsyncMrouteSwitchSm::rewriteForFrr(OifSetPtr const& oifSet) {
       if (waiting == inUse || inUse->zombie().isZombie()) return;
    }
    VEL_TRACE(8, "original pvSet" << oifSet->portVlanSet().pretty());
-   PortVlanSet const pvSet = frrReplacement(
-         oifSet->portVlanSet(), [](auto const& member) { VEL_TRACE(8, "add port " << member); });
+   PortVlanSet const pvSet =
+         frrReplacement(oifSet->portVlanSet(), [function = __func__](auto const& member) {
+            VEL_TRACE_IN(function, 8, "add port " << member);
+         });
    OifSetPtr const rewritten = Qor::make<MrouteLib::OifSet>(nullptr, pvSet);
    for (auto const& record : chip.records(oifSet)) {
       // A group that has been taken over carries the set of its new record.

@@ -102,18 +102,19 @@ void MrouteSwitchSm::doRouteAgingReview() {
    Qor::Seconds const deadline = Qor::now() + agingReviewQuota();
    Qor::U32 reviewed = 0;
    Qor::U16 vrfId = 0;
-   auto const enterVrf = [&](L3::VrfName const& vrfName) {
-      VEL_TRACE(5, "Iterating VRF " << vrfName);
+   auto const enterVrf = [&, function = __func__](L3::VrfName const& vrfName) {
+      VEL_TRACE_IN(function, 5, "Iterating VRF " << vrfName);
       Qor::U32 const id = l3Status() ? l3Status()->vrfNameToVrfId(vrfName.name()).value() : 0;
       QOR_ASSERT(id <= 0xFFFF);
       vrfId = static_cast<Qor::U16>(id);
       return true;
    };
-   auto const visit = [&](L3::VrfName const& vrfName, RouteStatus& route) {
+   auto const visit = [&, function = __func__](L3::VrfName const& vrfName, RouteStatus& route) {
       reviewRoute(route, vrfId);
       ++reviewed;
       if (Qor::now() <= deadline) return true;
-      VEL_TRACE(6, "Route aging review quota reached (reviewed " << reviewed << " routes)");
+      VEL_TRACE_IN(function, 6,
+                   "Route aging review quota reached (reviewed " << reviewed << " routes)");
       reviewPosition() = {{vrfName, route.key()}, this};
       return false;
    };

@@ -92,8 +92,10 @@ void MrouteSwitchSm::rewriteForFrr(MrouteSwitch& chip, OifSetPtr const& oifSet) 
       return;
    }
    QOR_ASSERT(velMtableOifSet->dirty());
-   PortVlanSet const pvSet = frrReplacement(
-         oifSet->portVlanSet(), [](auto const& member) { VEL_TRACE(8, "add port " << member); });
+   PortVlanSet const pvSet =
+         frrReplacement(oifSet->portVlanSet(), [function = __func__](auto const& member) {
+            VEL_TRACE_IN(function, 8, "add port " << member);
+         });
    VEL_TRACE(8, "original pvSet" << oifSet->portVlanSet());
    Qor::U32 const oifSetIndex = velMtableOifSet->oifSetIndex();
    VEL_TRACE(8, __PRETTY_FUNCTION__ << ": Overwrite with new pvSet " << pvSet

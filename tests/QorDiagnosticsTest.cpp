@@ -40,9 +40,9 @@ class QorDiagnostics : public testSupport::OnVirtualTime,
 TEST_F(QorDiagnostics, TraceFormatsOnlyWhatIsOn) {
    Qor::TraceHandle& handle = Qor::traceHandle("QorTest");
    int evaluations = 0;
-   auto const traceAll = [&] {
+   auto const traceAll = [&, function = __func__] {
       for (unsigned level = 0; level <= Qor::TraceHandle::maxLevel; ++level)
-         QOR_TRACE(handle, "QorTestSm", level, "n " << ++evaluations << ' ' << true);
+         QOR_TRACE_IN(handle, "QorTestSm", function, level, "n " << ++evaluations << ' ' << true);
    };
    traceAll();
    EXPECT_EQ(evaluations, 0);
@@ -52,7 +52,7 @@ TEST_F(QorDiagnostics, TraceFormatsOnlyWhatIsOn) {
    EXPECT_EQ(evaluations, 2);
    ASSERT_EQ(lines.size(), 2u);
    EXPECT_TRUE(lines[1].starts_with("1.500000 QorTest 1 QorTestSm:")) << lines[1];
-   EXPECT_TRUE(lines[1].ends_with(" operator() n 2 1")) << lines[1];
+   EXPECT_TRUE(lines[1].ends_with(" TestBody n 2 1")) << lines[1];
 }
 
 TEST_F(QorDiagnostics, TraceSettingsMatchByGlobAndTheLatestWins) {
