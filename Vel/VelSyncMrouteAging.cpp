@@ -29,6 +29,19 @@ ReviewPosition& reviewPosition() {
    return *position;
 }
 
+// The first route behind the position; the invalid key when there is none.
+IpGenRouteKey nextRoute(Routing::Multicast::Fib::Hardware::Status const& status,
+                        RoutePosition const& position) {
+   IpGenRouteKey next;
+   walkRoutes(
+         status, position, WalkFrom::behindPosition, [](L3::VrfName const&) { return true; },
+         [&](L3::VrfName const&, RouteStatus const& route) {
+            next = route.key();
+            return false;
+         });
+   return next;
+}
+
 bool isArmed(Qor::Ptr<Qor::Clock const> const& clock) {
    return clock && clock->timeMin() <= Qor::maxFinite;
 }
@@ -87,8 +100,9 @@ void MrouteSwitchSm::doRouteAgingReview() {
    bool const byClock = isArmed(agingClock());
    auto const isStopped = [&] { return byClock && !isArmed(agingClock()); };
    ReviewPosition const last = std::exchange(reviewPosition(), {});
-   if (last.reactor) VEL_TRACE(6, "Current routeIter: " << last.route.routeKey);
    bool const goesOn = last.reactor && mfibHwStatus()->vrfStatus(last.route.vrfName);
+   RoutePosition const from = goesOn ? last.route : RoutePosition();
+   if (last.reactor) VEL_TRACE(6, "Current routeIter: " << nextRoute(*mfibHwStatus(), from));
    if (!goesOn) {
       VEL_TRACE(6, "VrfItr not found - restarting review and refreshing the cache");
       if (mrouteHelper() && mrouteHelper()->mrouteHitBitCacheRefresh(chip->switchId()) ==
@@ -118,8 +132,8 @@ void MrouteSwitchSm::doRouteAgingReview() {
       reviewPosition() = {{vrfName, route.key()}, this};
       return false;
    };
-   bool const complete = walkRoutes(*mfibHwStatus(), goesOn ? last.route : RoutePosition(),
-                                    WalkFrom::behindPosition, enterVrf, visit);
+   bool const complete =
+         walkRoutes(*mfibHwStatus(), from, WalkFrom::behindPosition, enterVrf, visit);
    if (complete) VEL_TRACE(6, "Review completed");
    if (complete && mrouteHelper()) {
       mrouteHelper()->doCommitMrouteBatch();

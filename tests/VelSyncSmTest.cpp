@@ -474,6 +474,7 @@ class SyncSmSlices : public SyncSm {
 TEST_F(SyncSmSlices, EachRouteIsReviewedOnceInSlicesWithinTheirTime) {
    firstSlice();
    time_->runUntil(aging());
+   EXPECT_EQ(journal_.like("6 Current"), Lines{cat("6 Current routeIter: ", key(4))});
    EXPECT_EQ(reviewed(), (Lines{review(4), review(5), review(6)}));
    time_->runUntil(aging());
    EXPECT_EQ(asked(), 8u);
@@ -526,6 +527,8 @@ TEST_F(SyncSmSlices, AReviewGoesOnBehindItsPlaceWhateverChanged) {
       c.change();
       journal_.take();
       time_->runUntil(aging());
+      Lines const current = journal_.like("6 Current");
+      EXPECT_TRUE(current.empty() || current[0] == cat("6 Current routeIter: ", key(c.next)));
       ASSERT_FALSE(reviewed().empty());
       EXPECT_EQ(reviewed().front(), review(c.next));
       EXPECT_EQ(refreshes(), c.refreshes);
@@ -542,6 +545,7 @@ TEST_F(SyncSmSlices, ASliceThatEndsWithTheLastRouteIsFollowedByTheEnd) {
       EXPECT_EQ(asked(), 6u);
       EXPECT_EQ(journal_.count("6 Review completed"), completed);
    }
+   EXPECT_EQ(journal_.count("6 Current routeIter: (invalid)"), 1);  // no route comes next
 }
 
 // ---- Fast reroute ----
@@ -577,7 +581,12 @@ TEST_F(SyncSm, AZombieIsNotReroutedAndARefusedRewriteIsDropped) {
    EXPECT_FALSE(switch_->inUseRecord(zombie)->dirty());
    EXPECT_TRUE(switch_->frrProcessingOifSet().empty());
    EXPECT_EQ(receivers(2), "et4");
-   EXPECT_EQ(journal_.count("blip MrouteSwitchSm::handleClockHW resource full"), 1);
+   Lines const said = journal_.like("8 : "),
+               events = journal_.like("blip MrouteSwitchSm::handleClock");
+   std::string const rewrite = " {et5:1005 frr et5:1005 iif et1} to oifSetIndex: 2";
+   EXPECT_EQ(said, (Lines{"8 : Overwrite with new pvSet" + rewrite, "8 : HW resource full "}));
+   EXPECT_EQ(events, (Lines{"blip MrouteSwitchSm::handleClock Overwrite with pvSet" + rewrite,
+                            "blip MrouteSwitchSm::handleClockHW resource full"}));
 }
 
 // Keeps one set from being rerouted as soon as another is.
