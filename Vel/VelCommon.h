@@ -1,6 +1,7 @@
 // What all of the library shares: the base of the two platform hook classes, and the trace handle.
 #pragma once
 
+#include "Qor/Blip.h"
 #include "Qor/Entity.h"
 #include "Qor/Export.h"
 #include "Qor/Trace.h"

@@ -9,7 +9,6 @@
 #include <utility>
 
 #include "MrouteLib/PortVlanSet.h"
-#include "Qor/Blip.h"
 #include "Qor/Entity.h"
 #include "Qor/Export.h"
 #include "Qor/HashMap.h"
@@ -97,7 +96,7 @@ using OifSetPtr = Qor::Ptr<OifSet const>;
 // "OifSet#<serial>", or "null".
 QOR_PUBLIC std::ostream& operator<<(std::ostream& os, OifSet const& oifSet);
 QOR_PUBLIC std::ostream& operator<<(std::ostream& os, OifSetPtr const& oifSet);
-QOR_PUBLIC void blipEncode(Qor::BlipWriter& writer, OifSetPtr const& oifSet);
+QOR_PUBLIC Qor::String blipText(OifSetPtr const& oifSet);
 
 // The multicast tables that share their oif sets: the interner of equal sets. It holds no reference
 // to them: an oif set is known here exactly as long as something else (a route, a record, a
