@@ -72,13 +72,10 @@ void AsyncMrouteSwitchSm::updateFrrMtableOif(Lnet::IntfId intfId) {
    VEL_TRACE(8, "AsyncMrouteSwitchSm::updateFrrMtableOif( " << intfId << ", vlan " << vlanOf(intfId)
                                                             << " )");
    auto const& waiting = chip.frrMtableOifSet();
-   Qor::Seconds const begun = Qor::now();
    for (auto entry = waiting.begin(); entry != waiting.end();) {
       PortVlanSet const& set = entry->first->portVlanSet();
       if (!reroutedOn(set, intfId)) {
          VEL_TRACE(2, " skip frrMtableOif " << set.pretty());
-         VEL_BLIP_AT(begun, " skip Frr, currentIif %s, invalid currentIif:%s, or portVlanFrrs:%s",
-                     set.currentIif(), set.currentIif().isNull(), set.portVlanFrr().size());
          ++entry;
          continue;
       }
