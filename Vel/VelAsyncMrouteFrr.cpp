@@ -106,22 +106,22 @@ void AsyncMrouteSwitchSm::handleClock() {
    auto& position = FrrPosition<AsyncMrouteSwitchSm>::ofProcess();
    OifSetPtr const from = position.oifSet;
    OifSetPtr const next = frrPass(waiting, from, deadline, [&](OifSetPtr const& oifSet) {
-      rewriteForFrr(oifSet);
+      rewriteForFrr(chip, oifSet);
       chip.frrProcessingOifSetDel(oifSet);
    });
    if (next) {
-      if (!clock()) clockIs(Qor::activityManager()->config()->clock());
       position = {next, this};
-      clock()->timeMinIs(Qor::now());
    } else {
       FrrPosition<AsyncMrouteSwitchSm>::clear(this);
-      clock_.arm(Qor::never);
    }
+   // A hook may have replaced the switch: the clock is for the sets that wait in the present one.
+   bool const more = !mrouteSwitch()->frrProcessingOifSet().empty();
+   if (more && !clock()) clockIs(Qor::activityManager()->config()->clock());
+   clock_.arm(more ? Qor::now() : Qor::never);
 }
 
 // Rewrites the groups of an oif set that waits, unless its record has gone or became a zombie.
-void AsyncMrouteSwitchSm::rewriteForFrr(OifSetPtr const& oifSet) {
-   AsyncMrouteSwitch& chip = *mrouteSwitch();
+void AsyncMrouteSwitchSm::rewriteForFrr(AsyncMrouteSwitch& chip, OifSetPtr const& oifSet) {
    auto const inUse = chip.inUseRecord(oifSet);
    if (!inUse) {
       VEL_TRACE(2, "oif not in inUseOifSet:" << oifSet);

@@ -267,7 +267,7 @@ class QOR_PUBLIC AsyncMrouteSwitchSm final : public Qor::StateMachine {
    Qor::Seconds lastRoutePollTime(IpGenRouteKey const& key, Bridging::VlanIdOrNone vlan,
                                   VrfId vrfId);
    Qor::U32 reviewRoute(Routing::Multicast::Fib::Hardware::RouteStatus& route, VrfId vrfId);
-   void rewriteForFrr(MrouteLib::OifSetPtr const& oifSet);
+   void rewriteForFrr(AsyncMrouteSwitch& chip, MrouteLib::OifSetPtr const& oifSet);
 
    Qor::Watched<AsyncMrouteSwitch, QorMrouteSwitch> mrouteSwitch_;
    Qor::Ptr<IntfVlanId::Table const> const intfVlanIdTable_;

@@ -213,6 +213,39 @@ TEST_F(AsyncSmFrr, ASliceGoesOnWhereTheLastOneStopped) {
    EXPECT_EQ(walk(), " 0 1 2 3 4 5 6 7");
 }
 
+// The pass over the former switch ends as it began, and the clock is the present one's.
+TEST_F(AsyncSmFrr, AHookMayReplaceTheSwitchDuringAPass) {
+   for (unsigned const waitInOther : {0u, 3u}) {
+      start(waitInOther ? 0.06 : 0);
+      auto const first = switch_;
+      covered(0, waitInOther ? 1 : 2);
+      freshSwitch();
+      auto const other = switch_;
+      covered(10, 10 + waitInOther);
+      while (!other->frrMtableOifSet().empty()) {
+         auto const [set, record] = *other->frrMtableOifSet().begin();
+         other->frrMtableOifSetDel(set);
+         other->frrProcessingOifSetIs(set, record);
+      }
+      onHook_ = [&, counted = onHook_](std::string_view hook) {
+         counted(hook);
+         if (hook == "doUpdateMulticastGroupInPlace" && sm_->mrouteSwitch() == first) {
+            sm_->mrouteSwitchIs(other);
+         }
+      };
+      rewrites_ = 0;
+      down(1);
+      EXPECT_TRUE(first->frrProcessingOifSet().empty());
+      time_->runDue();
+      EXPECT_TRUE(other->frrProcessingOifSet().empty());
+      EXPECT_EQ(rewrites_, waitInOther ? 4u : 2u);
+      EXPECT_FALSE(armed());
+      down(1, IntfOperStatus::up);
+      routes_.clear();
+      freshSwitch();
+   }
+}
+
 TEST_F(AsyncSmFrr, AReactorTakesItsPositionAlongAndTheNextGoesOnAtConstruction) {
    covered(0, 4);
    start(0.06);
