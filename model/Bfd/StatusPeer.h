@@ -44,13 +44,6 @@ class StatusPeer final : public Qor::Entity<StatusPeer, Qor::NamedEntity> {
    RegistrationColl::Map const& registration() const { return registration_.map(); }
    // An empty registration, whose appStatus is null, for an unknown number.
    Registration registration(Qor::U32 number) const { return registration_.value(number); }
-   // How many registrations stand for this application in this VRF.
-   Qor::U32 registrations(Qor::Name const& appName, L3::VrfName const& vrfName) const {
-      Qor::U32 count = 0;
-      for (auto const& [number, r] : registration_.map())
-         count += r.appName == appName && r.vrfName == vrfName;
-      return count;
-   }
 
  private:
    friend class AppRegistration;
@@ -80,9 +73,6 @@ class AppRegistration final : public Qor::RefCounted {
       number_ = dir_->registrationIs(
             {std::move(appName), std::move(vrfName), std::move(bfdAllPeerStatus)});
    }
-
-   // Its number in the directory.
-   Qor::U32 number() const { return number_; }
 
  private:
    ~AppRegistration() override { dir_->registrationDel(number_); }

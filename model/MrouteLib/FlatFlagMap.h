@@ -26,7 +26,6 @@ class FlatFlagMap {
       auto const at = position(members_, key);
       return at != end() && at->first == key ? at : end();
    }
-   bool contains(K const& key) const { return find(key) != end(); }
 
    // Inserts the member, or gives the one that is there a new flag.
    void set(K const& key, bool flag) {

@@ -116,9 +116,6 @@ class QOR_PUBLIC MrouteTableColl final : public Qor::NamedEntity {
    // handed out.
    void oifSetRetire(OifSet const& oifSet);
 
-   // How many sets are known.
-   Qor::U32 oifSets() const { return oifSets_.size(); }
-
  private:
    friend class OifSet;
    ~MrouteTableColl() override;

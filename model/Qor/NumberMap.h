@@ -158,7 +158,6 @@ class NumberMap {
 
  private:
    static constexpr unsigned bits = 6;
-   static constexpr unsigned maxHeight = 31 / bits;
    static constexpr bool inLeaf = sizeof(Entry) <= 16;
 
    // Those in use, of a set that bits stand for, from `at` on, which may be one more than there are.
