@@ -5,8 +5,8 @@
 #include <cstdio>
 #include <nlohmann/json.hpp>
 
-#include "agent/CaptureReader.h"
-#include "agent/RouteFields.h"
+#include "agent/input/CaptureReader.h"
+#include "agent/input/RouteFields.h"
 #include "fuzzing/Target.h"
 #include "tests/CaptureTestSupport.h"
 

@@ -4,7 +4,7 @@
 #include <sstream>
 
 #include "Qor/Trace.h"
-#include "agent/Inspector.h"
+#include "agent/inspect/Inspector.h"
 #include "fuzzing/Target.h"
 #include "tests/InspectedScenario.h"
 

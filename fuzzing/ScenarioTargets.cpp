@@ -1,10 +1,10 @@
 // The targets `scenario` (the lines of a scenario) and `map` (an interface map).
 #include <nlohmann/json.hpp>
 
-#include "agent/InterfaceMap.h"
-#include "agent/LineSource.h"
-#include "agent/ScenarioParser.h"
-#include "agent/ScenarioWriter.h"
+#include "agent/input/InterfaceMap.h"
+#include "agent/input/LineSource.h"
+#include "agent/scenario/ScenarioParser.h"
+#include "agent/scenario/ScenarioWriter.h"
 #include "fuzzing/Target.h"
 
 namespace Fuzz {

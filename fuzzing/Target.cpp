@@ -8,7 +8,7 @@
 #include <fstream>
 #include <iterator>
 
-#include "agent/LineSource.h"
+#include "agent/input/LineSource.h"
 
 namespace Fuzz {
 

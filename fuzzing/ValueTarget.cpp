@@ -18,8 +18,8 @@
 #include "Vel/VelAsyncMrouteKeys.h"
 #include "Vel/VelSyncMrouteKeys.h"
 #include "Wisp/Multicast/Fib/RpaIndex.h"
-#include "agent/RouteFields.h"
-#include "agent/RunCommand.h"
+#include "agent/input/RouteFields.h"
+#include "agent/run/RunCommand.h"
 #include "fuzzing/Target.h"
 
 namespace Fuzz {

@@ -5,8 +5,8 @@
 #include <random>
 #include <sstream>
 
-#include "agent/SimulatedTarget.h"
-#include "agent/Timeline.h"
+#include "agent/scenario/SimulatedTarget.h"
+#include "agent/timeline/Timeline.h"
 
 namespace Agent {
 namespace {
