@@ -379,9 +379,9 @@ bool AsyncPlatform::needIngressProgramming(RouteKeyType type) {
    return !contains(config_.noIngressTypes, type);
 }
 
-bool AsyncPlatform::mcastIdReusable(U32 mcastId) {
+bool AsyncPlatform::mcastIdReusable(U32) {
    called(Hook::mcastIdReusable);
-   return !reusable_ || reusable_(mcastId);
+   return true;
 }
 
 bool AsyncPlatform::mcastIdIsValid(U32 mcastId) {

@@ -24,7 +24,6 @@
 // the first time it is asked for, and rewritten in place from then on until it is deleted.
 #pragma once
 
-#include <functional>
 #include <string_view>
 #include <vector>
 
@@ -87,11 +86,6 @@ class AsyncPlatform final : public VelHelper::AsyncMrouteHelper,
                  Qor::Ptr<MrouteLib::MrouteCounterKeyMapTable> mrouteCounterKeyMapTable = nullptr);
 
    Qor::Ptr<XactQueue> const& queue() const { return queue_; }
-
-   // Asked, where set, whether a group may be shared once more; it may where not.
-   void mcastIdReusableIs(std::function<bool(Qor::U32)> predicate) {
-      reusable_ = std::move(predicate);
-   }
 
    // What is allocated at present, fixed groups and what has been found included.
    Qor::U32 groupsAllocated() const { return groupPool_.taken() + fixedAllocated_; }
@@ -179,7 +173,6 @@ class AsyncPlatform final : public VelHelper::AsyncMrouteHelper,
 
    AsyncPlatformConfig const config_;
    Qor::Ptr<XactQueue> const queue_;
-   std::function<bool(Qor::U32)> reusable_;
    IdPool groupPool_;
    IdPool routePool_;
    Qor::U32 fixedAllocated_ = 0;

@@ -275,14 +275,6 @@ Forwarded Chip::forward(Packet const& p) {
 
 // ---- Reading ----
 
-std::vector<U32> Chip::routesOfGroup(U32 id) const {
-   std::vector<U32> found;
-   routes_.forEach([&](U32 index, Entry const& entry) {
-      if (entry.group == id) found.push_back(index);
-   });
-   return found;
-}
-
 std::vector<Qor::String> Chip::audit() const {
    std::vector<Qor::String> faults;
    violations_.audit(faults);

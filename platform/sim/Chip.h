@@ -186,8 +186,6 @@ class Chip final : public Qor::RefCounted {
    // Its size, peak and entries in order.
    EntryTable const& routes() const { return routes_; }
    EntryTable const& boundaries() const { return boundaries_; }
-   // The indexes of the routes that point at the group, ascending. Walks the route table.
-   std::vector<Qor::U32> routesOfGroup(Qor::U32 id) const;
 
    // How many writes of the kind have been done; refused ones are violations instead.
    Qor::U64 writes(WriteKind kind) const { return writes_[static_cast<std::size_t>(kind)]; }

@@ -103,8 +103,6 @@ class SyncPlatform final : public VelHelper::MrouteSmHelper,
                 SyncPlatformConfig config = {});
 
    Qor::U32 switchId() const { return switchId_; }
-   bool inService() const { return inService_; }
-   bool multicastRouting() const { return multicastRouting_; }
    CounterMode counterMode() const { return counterMode_; }
 
    // What is allocated at present, what has been found included; empty sets apart.
@@ -112,7 +110,6 @@ class SyncPlatform final : public VelHelper::MrouteSmHelper,
    Qor::U32 emptySetsAllocated() const { return emptyPool_.taken(); }
    Qor::U32 routesAllocated() const { return routePool_.taken(); }
    Qor::U32 boundariesAllocated() const { return boundaryPool_.taken(); }
-   Qor::U32 countersAllocated() const { return counterPool_.taken(); }
 
    // The chip's number for an index, noGroup for one that is not allocated; and for a handle, the
    // number in its table.

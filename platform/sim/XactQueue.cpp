@@ -21,7 +21,6 @@ ChipXactPtr XactQueue::issue(Write write, Hux::XactPtr blockingXact, Qor::Second
    if (closed_) return xact;
    Qor::Seconds const due = Qor::now() + latency_ + extraLatency;
    pending_.push_back({std::move(write), xact, std::move(blockingXact), due});
-   pendingPeak_ = std::max(pendingPeak_, pending());
    if (pending_.size() == 1) arm();
    return xact;
 }

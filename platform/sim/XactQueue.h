@@ -61,7 +61,6 @@ class XactQueue final : public Qor::RefCounted {
    void close();
 
    Qor::U32 pending() const { return static_cast<Qor::U32>(pending_.size()); }
-   Qor::U32 pendingPeak() const { return pendingPeak_; }
    Qor::U64 succeeded() const { return succeeded_; }
    Qor::U64 failed() const { return failed_; }
 
@@ -101,7 +100,6 @@ class XactQueue final : public Qor::RefCounted {
 
    Qor::Seconds const latency_;
    std::deque<Pending> pending_;
-   Qor::U32 pendingPeak_ = 0;
    Qor::U64 succeeded_ = 0;
    Qor::U64 failed_ = 0;
    bool closed_ = false;
