@@ -56,7 +56,8 @@ TEST_F(SimChip, RefusesEachMisuseAndStaysAsItWas) {
 
    std::pair<std::function<Sim::Refusal()>, char const*> const cases[] = {
          {[&] { return chip_->groupCreate(1, {}, false); }, "group 1 exists already"},
-         {[&] { return chip_->groupCreate(4, {}, false); }, "group 4 is beyond the 4 of the chip"},
+         {[&] { return chip_->groupCreate(4, {}, false); },
+          "group 4 is beyond the 4 groups of the chip"},
          {[&] { return chip_->groupCreate(2, {pv("et1", 20)}, false); },
           "group 2: member et1:20 is in a vlan that its port does not carry"},
          {[&] {
@@ -66,15 +67,15 @@ TEST_F(SimChip, RefusesEachMisuseAndStaysAsItWas) {
          {[&] { return chip_->groupDelete(2); }, "group 2 does not exist"},
          {[&] { return chip_->groupDelete(1); }, "group 1 has 1 routes pointing at it"},
          {[&] { return chip_->routeCreate(8, entry("10.0.0.2", "239.1.1.1")); },
-          "route entry 8 is beyond the 8 of the chip"},
+          "route entry 8 is beyond the 8 entries of the chip"},
          {[&] { return chip_->routeCreate(3, entry("10.0.0.2", "239.1.1.1")); },
           "route entry 3 exists already: (10.0.0.1, 239.1.1.1) vlan 10 vrf 0"},
          {[&] { return chip_->routeCreate(4, entry("10.0.0.1", "239.1.1.1", 10)); },
           "route entry 4 matches the same packets as 3: (10.0.0.1, 239.1.1.1) vlan 10 vrf 0"},
-         {[&] { return chip_->routePoint(3, 2); }, "route entry 3 to missing group 2"},
+         {[&] { return chip_->routePoint(3, 2); }, "route entry 3 is pointed at missing group 2"},
          {[&] { return chip_->routeDelete(4); }, "route entry 4 does not exist"},
          {[&] { return chip_->boundaryCreate(1, entry("0.0.0.0/0", "239.0.0.0/8")); },
-          "boundary entry 1 names no vlan"},
+          "boundary entry 1 has no vlan"},
    };
    for (auto const& [write, refusal] : cases)
       EXPECT_EQ(write(), refusal);
