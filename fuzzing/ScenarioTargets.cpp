@@ -54,7 +54,7 @@ void runScenario(std::string_view input) {
       if (result == Result::event) {
          events += 1;
          require(text.find('\0') == std::string_view::npos, "an event that is no JSON");
-         require(line.at >= before.at && line.at <= ScenarioParser::maxTime, "time goes back");
+         require(line.at >= before.at && line.at <= Agent::Scenario::maxTime, "time goes back");
          bool const setting = std::holds_alternative<Scenario::Settings>(line.event);
          require(!setting || events == 1, "settings in the middle");
          settings += setting;

@@ -30,6 +30,11 @@ namespace Agent::Scenario {
 
 using RouteKey = Routing::Multicast::Fib::IpGenRouteKey;
 
+// The largest time, in seconds, and the most groups and packets of one line.
+inline constexpr double maxTime = 1e6;
+inline constexpr std::uint32_t maxGroups = 1'000'000;
+inline constexpr std::uint32_t maxPackets = 10'000'000;
+
 // The routes a line is about: one, or one for each of `groups` consecutive groups.
 struct RouteRun {
    L3::VrfName vrf;

@@ -4,13 +4,10 @@
 #include "agent/input/RouteFields.h"
 #include "agent/report/Views.h"
 #include "agent/scenario/ScenarioFields.h"
-#include "agent/scenario/ScenarioParser.h"
 
 namespace Agent::Scenario {
 
 namespace {
-
-constexpr double maxTime = ScenarioParser::maxTime;
 
 Settings settingsFrom(json const& value) {
    Fields const fields(value, "scenario", {"title", "chip", "minPollingInterval", "callCost"});
@@ -120,7 +117,7 @@ Traffic trafficFrom(json const& value, double at) {
    Traffic traffic;
    traffic.routes = runFields(fields, true);
    traffic.iif = portAt(fields.get("iif"), fields.at("iif"));
-   constexpr std::uint32_t most = ScenarioParser::maxPackets;
+   constexpr std::uint32_t most = maxPackets;
    if (fields.find("count")) traffic.count = fields.whole32("count", 1, most);
    if (traffic.count > 1 || fields.find("every")) {
       traffic.every = fields.number("every", 0, maxTime);

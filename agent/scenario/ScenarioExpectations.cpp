@@ -4,7 +4,6 @@
 #include "agent/input/RouteFields.h"
 #include "agent/programmer/RouteProgrammer.h"
 #include "agent/scenario/ScenarioFields.h"
-#include "agent/scenario/ScenarioParser.h"
 
 namespace Agent::Scenario {
 
@@ -138,7 +137,7 @@ Expect expectFrom(json const& value) {
       known.push_back(nameOf(static_cast<State>(i)));
    Fields const fields(value, "expect", known);
    Expect expect;
-   if (fields.find("within")) expect.within = fields.number("within", 0, ScenarioParser::maxTime);
+   if (fields.find("within")) expect.within = fields.number("within", 0, maxTime);
    take(fields, "forward", forwardFrom, expect.forward);
    take(fields, "route", routeExpectationFrom, expect.route);
    take(fields, "trace", traceFrom, expect.said);

@@ -4,7 +4,6 @@
 
 #include "agent/input/InterfaceMap.h"
 #include "agent/input/RouteFields.h"
-#include "agent/scenario/ScenarioParser.h"
 
 namespace Agent::Scenario {
 
@@ -176,7 +175,7 @@ RouteRun runFields(Fields const& fields, bool packets) {
       refuse(fields.at("src"), "a packet has one source");
    }
    if (fields.find("groups")) {
-      run.groups = fields.whole32("groups", 1, ScenarioParser::maxGroups);
+      run.groups = fields.whole32("groups", 1, maxGroups);
       if (!run.key(run.groups - 1).group().address().isMulticast()) {
          refuse(fields.at("groups"), std::to_string(run.groups) + " groups from " +
                                            inQuotes(group) + " on are not all multicast");

@@ -47,7 +47,7 @@ json jsonFrom(std::string_view text) {
 }
 
 double timeFrom(Fields const& top, double before) {
-   constexpr double most = ScenarioParser::maxTime;
+   constexpr double most = maxTime;
    bool const at = top.find("at") != nullptr;
    bool const after = top.find("after") != nullptr;
    if (at && after) refuse("", "both \"at\" and \"after\"");

@@ -18,11 +18,6 @@ class ScenarioParser {
  public:
    enum class Result { event, skipped, malformed };  // skipped: an empty line, a comment
 
-   // The largest time, in seconds, the most groups of one line, and the most packets.
-   static constexpr double maxTime = 1e6;
-   static constexpr std::uint32_t maxGroups = 1'000'000;
-   static constexpr std::uint32_t maxPackets = 10'000'000;
-
    // Reads `text`, without its line end. With Result::event, `line` has its time, path and event,
    // and what was in `where` before. Otherwise nothing has changed, the remembered time included.
    Result parse(std::string_view text, Scenario::Line& line);
