@@ -1,9 +1,8 @@
 #include "agent/report/TimelineFile.h"
 
-#include <cerrno>
-#include <cstring>
-#include <iostream>
 #include <utility>
+
+#include "agent/report/Output.h"
 
 namespace Agent {
 
@@ -22,12 +21,7 @@ TimelineFile::~TimelineFile() {
 bool TimelineFile::finish() {
    if (!timeline_) return true;
    timeline_->finish();
-   errno = 0;
-   if (out_.flush().good()) return true;
-   std::cerr << path_ << ": cannot write";
-   if (errno) std::cerr << ": " << std::strerror(errno);
-   std::cerr << '\n';
-   return false;
+   return outputWritten(out_, path_);
 }
 
 }  // namespace Agent
