@@ -19,7 +19,7 @@ using Result = ScenarioParser::Result;
 bool isWrittenWhole(Scenario::Event const& event) {
    auto const* const e = std::get_if<Scenario::Expect>(&event);
    return !e || (!e->within && e->route.empty() && e->counts.empty() && e->delivered.empty() &&
-                 e->said.empty() && !e->now);
+                 e->messages.empty() && !e->now);
 }
 
 std::string written(Scenario::Line const& line) {

@@ -6,10 +6,10 @@
 
 namespace Agent {
 
-TimelineFile::TimelineFile(std::string path, SimulatedSwitch& simulated)
-      : path_(std::move(path)), simulated_(simulated) {
-   if (path_.empty()) return;
-   out_.open(path_);
+TimelineFile::TimelineFile(std::string fileName, SimulatedSwitch& simulated)
+      : fileName_(std::move(fileName)), simulated_(simulated) {
+   if (fileName_.empty()) return;
+   out_.open(fileName_);
    timeline_ = std::make_unique<Timeline>(out_);
    simulated_.timelineIs(timeline_.get());
 }
@@ -21,7 +21,7 @@ TimelineFile::~TimelineFile() {
 bool TimelineFile::finish() {
    if (!timeline_) return true;
    timeline_->finish();
-   return outputWritten(out_, path_);
+   return outputWritten(out_, fileName_);
 }
 
 }  // namespace Agent

@@ -10,8 +10,8 @@
 #include <utility>
 
 #include "agent/input/CaptureReader.h"
-#include "agent/report/Check.h"
 #include "agent/report/ExitCode.h"
+#include "agent/report/ForwardingCheck.h"
 #include "agent/report/Output.h"
 #include "agent/report/RunReport.h"
 #include "agent/report/Summary.h"
@@ -190,7 +190,7 @@ class Run final : public InspectedRun {
 
    int report(SimulatedSwitch& simulated) {
       // The check sends packets, which count in the tables: they are looked at before.
-      CheckResult check;
+      ForwardingCheck check;
       if (options_.check) check = checkForwarding(simulated, capture_);
       auto summary = summaryJson(figures_, simulated, options_.check ? &check : nullptr);
       printRunReport(options_.show, options_.json, simulated, std::move(summary));

@@ -39,7 +39,7 @@ struct ScenarioFile {
    std::vector<InputError> errors;  // in the order of the file; nothing of such lines is in `lines`
 
    // "-" is standard input.
-   static ScenarioFile read(std::string const& path);
+   static ScenarioFile read(std::string const& fileName);
 };
 
 // Whether a line that is neither empty nor a comment is a scenario's: whether it begins with '{'.
@@ -47,6 +47,6 @@ bool isScenarioLine(std::string_view text);
 // Whether a file is a scenario, by the first line that is neither empty nor a comment; a gzip file
 // is looked into. False for standard input and for what is no regular file, since what is read from
 // there cannot be read again, and for what cannot be read.
-bool isScenarioFile(std::string const& path);
+bool isScenarioFile(std::string const& fileName);
 
 }  // namespace Agent
