@@ -160,7 +160,7 @@ void MrouteSm::handleInitialized() {
    counterPollingClock_.arm(Qor::now() + counterPollingInterval());
    // What the hooks changed has not been heard, and routes may be configured already.
    decideRouting();
-   settleCounter(Routing::Multicast::Fib::canonicalCatchAllKey());
+   if (!wildcardRefused_) settleCounter(Routing::Multicast::Fib::canonicalCatchAllKey());
    syncMfibConfigVrf();
 }
 
