@@ -23,7 +23,9 @@
 //
 // Routing. Multicast is routed while a VRF has it enabled and the hardware status says hwRouting.
 // Each time that turns true the platform is given the counter mode and the wildcard counter. It is
-// not decided anew before the reactor is initialised.
+// not decided anew before the reactor is initialised. A decision that its own hooks or listeners
+// overturn is taken again, maxDecisions times at most; then the reactor leaves routing as it is,
+// traces that and counts it in abandonedDecisions().
 //
 // Which counters there are.
 //  - The wildcard counter, of the key canonicalCatchAllKey() and the VRF id 0, counts all routes.
@@ -207,6 +209,8 @@ class QOR_PUBLIC MrouteSm final : public Qor::StateMachine {
    // Does so without asking whether it is a change. Each call with true adds 1 to the L3 status's
    // numTimesMcastRoutingEnabled.
    void doEnableMulticastRouting(bool enable);
+   // How often routing was left as it was, since each decision was overturned at once.
+   Qor::U32 abandonedDecisions() const { return abandonedDecisions_; }
    // Has the platform compare whether routing is on, unless disableVerify is set.
    void handleVerify();
 
@@ -288,6 +292,7 @@ class QOR_PUBLIC MrouteSm final : public Qor::StateMachine {
    Qor::U32 publishedActive_ = 0;
    // The routes that configurations name, with the VRF; a set.
    Qor::OrderedMap<CounterRoute, bool> counterRoute_;
+   Qor::U32 abandonedDecisions_ = 0;
    // The platform has refused the wildcard counter, and allCounter has not changed since.
    bool wildcardRefused_ = false;
    bool disableVerify_ = false;

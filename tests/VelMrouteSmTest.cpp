@@ -151,6 +151,16 @@ TEST_F(TopSm, RoutesWhileAVrfIsEnabledAndTheHardwareRoutesAndActsOnChangesAlone)
    hw_->hwRoutingIs(true);
    EXPECT_TRUE(hooks_->take().ends_with(", handleMulticastRouting 0"));
    EXPECT_FALSE(l3_->multicastRoutingEnabled());
+   EXPECT_EQ(sm_->abandonedDecisions(), 0u);
+   // One that undoes each decision does not keep the reactor for ever.
+   hooks_->onHook = [&](std::string const& hook) {
+      if (hook.starts_with("handle")) hw_->hwRoutingIs(hook == "handleMulticastRouting 0");
+   };
+   testSupport::Journal journal("VelSyncMrouteSm");
+   hw_->hwRoutingIs(true);
+   EXPECT_TRUE(journal.text().ends_with(
+         "0 decideRouting Multicast routing is left disabled, overturned 8 times\n"));
+   EXPECT_EQ(sm_->abandonedDecisions(), 1u);
 }
 
 TEST_F(TopSm, PollsActiveCountersOnceEachPerIntervalWhileSomebodyLooks) {
