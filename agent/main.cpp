@@ -3,7 +3,7 @@
 #include <csignal>
 #include <iostream>
 
-#include "agent/RunCommand.h"
+#include "agent/run/RunCommand.h"
 #include "agent/soak/SoakCommand.h"
 
 namespace {

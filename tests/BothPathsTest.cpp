@@ -5,10 +5,10 @@
 #include <map>
 #include <set>
 
-#include "agent/CaptureReader.h"
-#include "agent/ScenarioParser.h"
-#include "agent/ScenarioPlayer.h"
-#include "agent/SimulatedTarget.h"
+#include "agent/input/CaptureReader.h"
+#include "agent/scenario/ScenarioParser.h"
+#include "agent/scenario/ScenarioPlayer.h"
+#include "agent/scenario/SimulatedTarget.h"
 
 namespace Agent {
 namespace {

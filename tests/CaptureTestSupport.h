@@ -11,8 +11,8 @@
 #include <string_view>
 #include <vector>
 
-#include "agent/CaptureReader.h"
-#include "agent/CaptureState.h"
+#include "agent/input/CaptureReader.h"
+#include "agent/input/CaptureState.h"
 
 namespace Agent {
 

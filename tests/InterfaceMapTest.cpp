@@ -1,5 +1,5 @@
 // Ports and internal vlans of interfaces, given out or fixed by a map file.
-#include "agent/InterfaceMap.h"
+#include "agent/input/InterfaceMap.h"
 
 #include <gtest/gtest.h>
 

@@ -1,5 +1,5 @@
 // Lines out of files and pipes, plain and compressed, whole and damaged.
-#include "agent/LineSource.h"
+#include "agent/input/LineSource.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>

@@ -1,6 +1,6 @@
 // One line of a monitor: what is accepted, what is refused and why. The lines are such as ip
 // prints, unless they show what it does not print.
-#include "agent/MonitorParser.h"
+#include "agent/input/MonitorParser.h"
 
 #include <gtest/gtest.h>
 

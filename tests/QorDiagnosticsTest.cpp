@@ -1,4 +1,4 @@
-// Trace, ring trace, log and string forms.
+// Trace, ring trace, log and string representations.
 #include <bit>
 #include <limits>
 #include <random>
@@ -37,7 +37,7 @@ class QorDiagnostics : public testSupport::OnVirtualTime,
    std::vector<String> lines;
 };
 
-TEST_F(QorDiagnostics, TraceFormatsOnlyWhatIsOn) {
+TEST_F(QorDiagnostics, TraceEvaluatesOnlyStatementsOfEnabledLevels) {
    Qor::TraceHandle& handle = Qor::traceHandle("QorTest");
    int evaluations = 0;
    auto const traceAll = [&] {
@@ -69,7 +69,7 @@ TEST_F(QorDiagnostics, TraceSettingsMatchByGlobAndTheLatestWins) {
    Qor::traceLevelIs(3, "Glob.L*");
    Qor::traceLevelIs(1, "Glob.La*");
    Qor::traceLevelIs(3, "Glob.L*");
-   EXPECT_EQ(Qor::traceHandle("Glob.Late").levels(), 0xFu) << "all settings so far, in their order";
+   EXPECT_EQ(Qor::traceHandle("Glob.Late").levels(), 0xFu) << "all settings so far, in order";
 }
 
 struct OnlyWithNumber {
@@ -87,13 +87,13 @@ TEST_F(QorDiagnostics, BlipPrintsEachKindOfArgument) {
    text = "changed later";
    EXPECT_EQ(blipText(), String(64, 'x') + ".");
    QOR_BLIP(1, "S", "%s %s %s;", String(60, 'a'), String(60, 'b'), 1);
-   EXPECT_EQ(blipText(), String(60, 'a') + " ... ...;") << "no later argument takes the place";
+   EXPECT_EQ(blipText(), String(60, 'a') + " ... ...;") << "a later argument does not move up";
 }
 
 Qor::LogMessage const plain{"PLAIN", 4,  "", "%ds instead of the %ds", Qor::noActionRequired,
                             0.0,     1.0};
 
-TEST_F(QorDiagnostics, LogKeepsToItsRate) {
+TEST_F(QorDiagnostics, LogMessagesPassWithinTheirRateLimit) {
    static Qor::LogMessage const limited{"LIMITED", 4, "", "x", "", 10.0, 2.0};
    std::pair<Qor::Seconds, std::size_t> const through[] = {{0, 2}, {9, 2}, {10, 3}, {1000, 5}};
    for (auto const& [time, messages] : through) {
@@ -104,7 +104,7 @@ TEST_F(QorDiagnostics, LogKeepsToItsRate) {
    }
 }
 
-TEST(QorStrep, RealsAndTextsReadBackAsTheyWere) {
+TEST(QorStrep, RealsAndTextsParseToTheSameValue) {
    using Limits = std::numeric_limits<double>;
    std::vector<double> reals{-0.0, 3.0, 1e20, Limits::infinity(), -Limits::infinity()};
    std::mt19937_64 random(3);
@@ -128,7 +128,7 @@ TEST(QorStrep, RealsAndTextsReadBackAsTheyWere) {
    EXPECT_EQ(Qor::valueToStrep(3.0) + Qor::valueToStrep("a' \n"), "3.0'a\\' \\x0a'");
 }
 
-TEST(QorStrep, GarbageIsRefusedWithItsPlace) {
+TEST(QorStrep, MalformedTextsRaiseErrorsWithTheirPosition) {
    using Read = void (*)(Qor::StrepReader&);
    Read const number = [](auto&r) { r.number(999); }, real = [](auto&r) { r.real(); };
    Read const quoted = [](auto&r) { r.quoted(); }, boolean = [](auto&r) { r.boolean(); };

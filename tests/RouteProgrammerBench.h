@@ -10,8 +10,8 @@
 
 #include "Routing/Hardware/RouteStatus.h"
 #include "TestSupport.h"
-#include "agent/AsyncRouteProgrammer.h"
-#include "agent/SyncRouteProgrammer.h"
+#include "agent/programmer/AsyncRouteProgrammer.h"
+#include "agent/programmer/SyncRouteProgrammer.h"
 #include "platform/sim/AsyncPlatform.h"
 #include "platform/sim/SyncPlatform.h"
 

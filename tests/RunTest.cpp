@@ -10,7 +10,7 @@
 #include <set>
 
 #include "CaptureTestSupport.h"
-#include "agent/Check.h"
+#include "agent/report/Check.h"
 
 namespace Agent {
 namespace {

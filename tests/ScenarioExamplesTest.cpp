@@ -6,7 +6,7 @@
 #include <fstream>
 #include <set>
 
-#include "agent/ScenarioParser.h"
+#include "agent/scenario/ScenarioParser.h"
 
 namespace Agent {
 namespace {

@@ -3,8 +3,8 @@
 
 #include "CaptureTestSupport.h"
 #include "Qor/Clock.h"
-#include "agent/ScenarioParser.h"
-#include "agent/ScenarioPlayer.h"
+#include "agent/scenario/ScenarioParser.h"
+#include "agent/scenario/ScenarioPlayer.h"
 
 namespace Agent {
 namespace {

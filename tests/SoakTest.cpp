@@ -3,9 +3,9 @@
 
 #include <cstdlib>
 
-#include "agent/ScenarioParser.h"
-#include "agent/ScenarioWriter.h"
-#include "agent/SimulatedTarget.h"
+#include "agent/scenario/ScenarioParser.h"
+#include "agent/scenario/ScenarioWriter.h"
+#include "agent/scenario/SimulatedTarget.h"
 #include "agent/soak/SoakRun.h"
 
 namespace Agent {

@@ -1,11 +1,11 @@
 // The timeline of a run: what it writes is read back as a trace viewer reads it.
-#include "agent/Timeline.h"
+#include "agent/timeline/Timeline.h"
 
 #include <sstream>
 
 #include "Routing/Hardware/RouteStatus.h"
 #include "TestSupport.h"
-#include "agent/AsyncObserver.h"
+#include "agent/timeline/AsyncObserver.h"
 #include "platform/sim/AsyncPlatform.h"
 
 namespace Agent {

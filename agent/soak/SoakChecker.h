@@ -19,9 +19,9 @@
 #include <random>
 #include <set>
 
-#include "agent/SimulatedSwitch.h"
 #include "agent/soak/SoakCounters.h"
 #include "agent/soak/SoakModel.h"
+#include "agent/switch/SimulatedSwitch.h"
 
 namespace Agent {
 

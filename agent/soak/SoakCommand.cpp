@@ -7,8 +7,8 @@
 #include <iostream>
 #include <nlohmann/json.hpp>
 
-#include "agent/RunCommand.h"
-#include "agent/ScenarioParser.h"
+#include "agent/run/RunCommand.h"
+#include "agent/scenario/ScenarioParser.h"
 #include "agent/soak/SoakRun.h"
 
 namespace Agent {
