@@ -49,6 +49,10 @@ class FoundEntries {
    bool awaits(Qor::U32 group) const { return awaited_.contains(group); }
 
    bool holds(Qor::U32 group) const { return holders_.contains(group); }
+   bool heldByOne(Qor::U32 group) const {
+      auto const holders = holders_.find(group);
+      return holders != holders_.end() && holders->second == 1;
+   }
    // Whether any group is held.
    bool holding() const { return !held_.empty(); }
    // The entry holds its group no more; nothing for one that holds none.

@@ -20,7 +20,8 @@
 // that this entry points at already. An entry is adopted for the same VRF, key and vlan, and pointed
 // only where it does not point at the right group already; one with another RP index is deleted
 // first. A group that is freed while found entries point at it stays, found once more. While there
-// are found groups the replication table counts as having room: one of them may be asked for.
+// are found groups the replication table counts as having room: one of them may be asked for. Those
+// that no entry points at are given up for room, as zombies are.
 //
 // Failed writes. A group or an entry that could not be created is not allocated: the invalid number
 // is the answer, while the ...Full() hooks find room. A rewrite in place that failed answers the
@@ -236,6 +237,8 @@ class SyncPlatform final : public VelHelper::MrouteSmHelper,
    static EntryState foundState(Entry const& entry);
    std::optional<Qor::U32> adoptGroup(MrouteLib::OifSetPtr const& oifSet);
    void settleGroup(SetState& set, Qor::U32 pointedAt);
+   std::optional<Qor::U32> takeGroup();
+   std::optional<Qor::U32> groupForOne(FoundGroups::Content const& content, Qor::U32 pointedAt);
    bool adoptRoute(Qor::U32 number, Entry const& wanted, EntryState const& state);
    void point(Qor::U32 number, EntryState const& state);
    void sweepEntries();

@@ -30,9 +30,43 @@ std::optional<U32> SyncPlatform::adoptGroup(MrouteLib::OifSetPtr const& oifSet) 
    return index;
 }
 
+// The number of a group to be created: a free one, or that of a found group which is given up.
+std::optional<U32> SyncPlatform::takeGroup() {
+   if (faults_.groupsExhausted()) return std::nullopt;
+   if (auto const free = groupPool_.take()) return free;
+   for (U32 const id : found_.groups.left()) {
+      if (found_.routes.holds(id)) continue;
+      found_.groups.take(id);
+      insist(WriteKind::groupDelete, [&] { return chip_->groupDelete(id); });
+      ++found_.swept;
+      return id;
+   }
+   return std::nullopt;
+}
+
+// A group of this content that no other entry points at: a new one; without room the one that the
+// entry points at is rewritten in place, if it is this entry's alone.
+std::optional<U32> SyncPlatform::groupForOne(FoundGroups::Content const& content, U32 pointedAt) {
+   if (auto const fresh = takeGroup()) {
+      auto const create = [&] { return chip_->groupCreate(*fresh, content.first, content.second); };
+      if (attempt(WriteKind::groupCreate, create)) return fresh;
+      groupPool_.give(*fresh);
+      return std::nullopt;
+   }
+   if (!found_.groups.contains(pointedAt) || !found_.routes.heldByOne(pointedAt)) {
+      return std::nullopt;
+   }
+   found_.groups.take(pointedAt);
+   auto const update = [&] { return chip_->groupUpdate(pointedAt, content.first, content.second); };
+   if (attempt(WriteKind::groupUpdate, update)) return pointedAt;
+   found_.groups.giveBack(pointedAt, true);
+   return std::nullopt;
+}
+
 // The first entry is about to be pointed at the set's group. Where the one it points at is as good,
-// that becomes the group of the set; else, if the group may be rewritten, one that no found entry
-// points at, or a new one. Without a free group the set keeps the one it has.
+// that becomes the group of the set; else, if the group may be rewritten, one that no other found
+// entry points at. Where there is none the set keeps the group, and what is rewritten for the one
+// set is so for those entries, too.
 void SyncPlatform::settleGroup(SetState& set, U32 pointedAt) {
    set.open = false;
    if (pointedAt == set.group) return;
@@ -44,12 +78,11 @@ void SyncPlatform::settleGroup(SetState& set, U32 pointedAt) {
       found_.groups.giveBack(std::exchange(set.group, *better), true);
       return;
    }
-   if (!awaited(set.group) || groupsFull()) return;
-   U32 const fresh = *groupPool_.take();
-   auto const create = [&] { return chip_->groupCreate(fresh, content.first, content.second); };
-   if (!attempt(WriteKind::groupCreate, create)) return groupPool_.give(fresh);
+   if (!awaited(set.group)) return;
+   auto const own = groupForOne(content, pointedAt);
+   if (!own) return;
    --found_.adopted;
-   found_.groups.giveBack(std::exchange(set.group, fresh), true);
+   found_.groups.giveBack(std::exchange(set.group, *own), true);
 }
 
 // Takes over a found entry. False: it has another RP index, and was deleted.
