@@ -5,6 +5,7 @@
 #include <random>
 #include <sstream>
 
+#include "agent/inspect/InspectExplain.h"
 #include "agent/scenario/SimulatedTarget.h"
 #include "agent/timeline/Timeline.h"
 
@@ -194,6 +195,103 @@ TEST(Restart, ChangesDuringARestartAreWrittenAndTheChipKeepsNoUnwantedEntries) {
       life.expectSound();
       if (room && !faulty) life.expectComplete();
    });
+}
+
+// Routes with backups on a synchronous chip whose replication table is full. Routes are replayed
+// only 5 s after a restart, so that a test can change other routes before.
+class FullChip {
+ public:
+   explicit FullChip(Qor::U32 groups)
+         : simulated_(Path::sync, {.groups = groups}, InterfaceMap()) {}
+   ~FullChip() { Qor::activityManagerIs(nullptr); }
+
+   void want(unsigned i, char const* iif, std::vector<Lnet::IntfId> oifs, char const* backup) {
+      Route route;
+      route.vrf = L3::VrfName("default");
+      route.key = key(i);
+      route.iif = Lnet::IntfId(iif);
+      route.oifs = std::move(oifs);
+      route.backup = {Lnet::IntfId(backup)};
+      target_.routeIs(route);
+   }
+   void withdraw(unsigned i) { target_.routeDel(L3::VrfName("default"), key(i)); }
+   void run(double seconds) { simulated_.activity().runUntil(Qor::now() + seconds); }
+   void restart() {
+      RestartOptions options;
+      options.begin = 5;
+      options.complete = 6;
+      simulated_.restart(options);
+   }
+   void fail(char const* intf) {
+      simulated_.linkIs(Lnet::IntfId(intf), Interface::IntfOperStatus::down);
+   }
+   std::string outputs(unsigned i, char const* iif) {
+      std::string text;
+      for (auto const& [intf, copies] :
+           target_
+                 .send({L3::VrfName("default"), Lnet::IpGenAddr::v4(0x0a000002),
+                        key(i).group().address(), Lnet::IntfId(iif), 64})
+                 .at)
+         text += intf + ' ';
+      return text;
+   }
+   std::string explain(unsigned i) {
+      std::ostringstream os;
+      printExplanation(os, explainRoute(simulated_, {L3::VrfName("default"), key(i)}));
+      return os.str();
+   }
+   Texts audit() { return simulated_.audit(); }
+
+ private:
+   static RouteProgrammer::RouteKey key(unsigned i) {
+      return RouteProgrammer::RouteKey::fromAddresses(Lnet::IpGenAddr::v4(0x0a000002),
+                                                      Lnet::IpGenAddr::v4(0xef010100 + i));
+   }
+
+   SimulatedSwitch simulated_;
+   SimulatedTarget target_{simulated_, nullptr, true};
+};
+
+// During the replay route 2 gets the outputs of route 1, and then the input of route 2 fails.
+TEST(Restart, AFailureOfOneRouteReroutesAnotherOnlyIfNoGroupIsAvailableAndIsExplained) {
+   auto const intf = [](char const* name) { return Lnet::IntfId(name); };
+   enum { aZombieIsDeleted, itsOwnGroupIsRewritten, theyShare };
+   for (auto const how : {aZombieIsDeleted, itsOwnGroupIsRewritten, theyShare}) {
+      SCOPED_TRACE(how);
+      FullChip chip(how == aZombieIsDeleted ? 3 : 2);
+      chip.want(1, "a", {intf("x"), intf("y")}, "p");
+      chip.want(2, "b", {intf("z")}, "q");
+      if (how != itsOwnGroupIsRewritten)
+         chip.want(3, "b", {intf("z")}, how == theyShare ? "q" : "r");
+      chip.run(1);
+      if (how == aZombieIsDeleted) chip.withdraw(3);
+      chip.run(1);
+      chip.restart();
+      chip.want(2, "b", {intf("x"), intf("y")}, "q");
+      chip.run(0.1);
+      EXPECT_EQ(chip.outputs(2, "b"), "x y ");
+      chip.fail("b");
+      chip.run(0.1);
+      EXPECT_EQ(chip.outputs(2, "b"), "q ");
+      EXPECT_EQ(chip.outputs(1, "a"), how == theyShare ? "q " : "x y ");
+      auto const expectText = [&](unsigned i, char const* text) {
+         std::string const all = chip.explain(i);
+         EXPECT_EQ(all.find(text) != std::string::npos, how == theyShare) << all;
+      };
+      expectText(2,
+                 "found entries point at this group as well, and a rewrite changes them: "
+                 "(10.0.0.2, 239.1.1.1)\n");
+      expectText(1, "forwards by group 0, which is also the group of (10.0.0.2, 239.1.1.2)\n");
+      chip.run(5);  // the route is replayed, and waits for the end of the replay
+      expectText(1,
+                 "until then its found entry forwards by group 0, which is also the group of "
+                 "(10.0.0.2, 239.1.1.2)\n");
+      if (how == theyShare) chip.withdraw(3);
+      chip.run(10);
+      EXPECT_EQ(chip.outputs(1, "a"), "x y ");
+      EXPECT_EQ(chip.explain(1).find("found entr"), std::string::npos);
+      EXPECT_EQ(chip.audit(), Texts());
+   }
 }
 
 }  // namespace

@@ -164,11 +164,11 @@ U32 AsyncPlatform::doAllocateSharableMulticastGroup(MrouteLib::RouteKeyInfo cons
    // The group of a set with backup pairs may be rewritten soon, which must not change the routes
    // whose found entries point at an equal group.
    bool const reroutable = !oifSet->portVlanSet().portVlanFrr().empty();
-   auto const mayBeHad = [&](U32 id) {
+   auto const usable = [&](U32 id) {
       return !isFixedGroup(id) && !(reroutable && found_.routes.awaits(id));
    };
    if (auto const found =
-             found_.groups.like(FoundGroups::contentOf(oifSet->portVlanSet()), preferred, mayBeHad);
+             found_.groups.like(FoundGroups::contentOf(oifSet->portVlanSet()), preferred, usable);
        found && !isFixedGroup(*found)) {
       claimGroup(*found);
       ++found_.adopted;

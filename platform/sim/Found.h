@@ -50,6 +50,11 @@ class FoundEntries {
 
    // Whether an entry keeps the group alive.
    bool holds(Qor::U32 group) const { return holders_.contains(group); }
+   // Whether exactly one entry keeps the group alive.
+   bool heldByOne(Qor::U32 group) const {
+      auto const holders = holders_.find(group);
+      return holders != holders_.end() && holders->second == 1;
+   }
    // Whether any entry keeps a group alive.
    bool holding() const { return !held_.empty(); }
    // The entry no longer keeps its group alive. No effect on an entry without a group.

@@ -197,15 +197,15 @@ U32 SyncPlatform::doAllocateMtableOifSet(U32 switchId, U32 oifSetIndex, OifSetPt
    }
    if (!served) return invalidOifSetIndex;
    if (auto const adopted = adoptGroup(oifSet)) return *adopted;
-   if (groupsFull()) return invalidOifSetIndex;
-   U32 const group = *groupPool_.take();
-   auto const create = [&] { return chip_->groupCreate(group, membersOf(set), set.toCpu()); };
+   auto const group = takeGroup();
+   if (!group) return invalidOifSetIndex;
+   auto const create = [&] { return chip_->groupCreate(*group, membersOf(set), set.toCpu()); };
    if (!attempt(WriteKind::groupCreate, create)) {
-      groupPool_.give(group);
+      groupPool_.give(*group);
       return invalidOifSetIndex;
    }
    U32 const index = *indexPool_.take() + 1;
-   sets_.insert(index, {oifSet->serial(), group});
+   sets_.insert(index, {oifSet->serial(), *group});
    return index;
 }
 

@@ -22,7 +22,8 @@
 // key and accepting vlan; the entry is pointed only if it points at another group. A found entry
 // with another RP index is deleted and created again. If a group is freed while found entries hold
 // it, the group stays on the chip and is found again. The replication table is not full while found
-// groups remain, because a request may adopt one of them.
+// groups remain, because a request may adopt one of them. For room the platform deletes a found
+// group at which no entry points.
 //
 // Failed writes. If the creation of a group or an entry fails, the hook allocates nothing and
 // returns the invalid index or handle, and the ...Full() hooks still report room. A failed rewrite
@@ -240,6 +241,8 @@ class SyncPlatform final : public VelHelper::MrouteSmHelper,
    static EntryState foundState(Entry const& entry);
    std::optional<Qor::U32> adoptGroup(MrouteLib::OifSetPtr const& oifSet);
    void settleGroup(SetState& set, Qor::U32 pointedAt);
+   std::optional<Qor::U32> takeGroup();
+   std::optional<Qor::U32> groupForOne(FoundGroups::Content const& content, Qor::U32 pointedAt);
    bool adoptRoute(Qor::U32 number, Entry const& wanted, EntryState const& state);
    void point(Qor::U32 number, EntryState const& state);
    void sweepEntries();

@@ -31,27 +31,60 @@ std::optional<U32> SyncPlatform::adoptGroup(MrouteLib::OifSetPtr const& oifSet) 
    return index;
 }
 
+// The number for a new group: a free number, or the number of a found group without entries, which
+// is deleted for room. Nothing if there is no room.
+std::optional<U32> SyncPlatform::takeGroup() {
+   if (faults_.groupsExhausted()) return std::nullopt;
+   if (auto const free = groupPool_.take()) return free;
+   for (U32 const id : found_.groups.left()) {
+      if (found_.routes.holds(id)) continue;
+      found_.groups.take(id);
+      insist(WriteKind::groupDelete, [&] { return chip_->groupDelete(id); });
+      ++found_.swept;
+      return id;
+   }
+   return std::nullopt;
+}
+
+// A group with this content for one entry alone: a new group, or without room the group at which
+// the entry points. The latter is rewritten in place, if no other entry points at it.
+std::optional<U32> SyncPlatform::groupForOne(FoundGroups::Content const& content, U32 pointedAt) {
+   if (auto const fresh = takeGroup()) {
+      auto const create = [&] { return chip_->groupCreate(*fresh, content.first, content.second); };
+      if (attempt(WriteKind::groupCreate, create)) return fresh;
+      groupPool_.give(*fresh);
+      return std::nullopt;
+   }
+   if (!found_.groups.contains(pointedAt) || !found_.routes.heldByOne(pointedAt)) {
+      return std::nullopt;
+   }
+   found_.groups.take(pointedAt);
+   auto const update = [&] { return chip_->groupUpdate(pointedAt, content.first, content.second); };
+   if (attempt(WriteKind::groupUpdate, update)) return pointedAt;
+   found_.groups.giveBack(pointedAt, true);
+   return std::nullopt;
+}
+
 // Decides on the group of an adopted set before its first entry is pointed. If the entry points at
 // an equal group, the set takes that group, so that the entry needs no write. Otherwise a set with
-// backup pairs must not have a group at which found entries of other routes point: it takes an
-// equal group without such entries, or a new group. Without a free group the set keeps its group.
+// backup pairs should not have a group at which other found entries point, because a reroute of the
+// set also reroutes these entries. The set keeps such a group only if no other one is available.
 void SyncPlatform::settleGroup(SetState& set, U32 pointedAt) {
    set.open = false;
    if (pointedAt == set.group) return;
    auto const content = FoundGroups::contentOf(*chip_->group(set.group));
    auto const awaited = [&](U32 id) { return set.reroutable && found_.routes.awaits(id); };
-   auto const mayBeHad = [&](U32 id) { return awaited(set.group) && !awaited(id); };
-   if (auto const better = found_.groups.like(content, pointedAt, mayBeHad)) {
+   auto const usable = [&](U32 id) { return awaited(set.group) && !awaited(id); };
+   if (auto const better = found_.groups.like(content, pointedAt, usable)) {
       found_.groups.take(*better);
       found_.groups.giveBack(std::exchange(set.group, *better), true);
       return;
    }
-   if (!awaited(set.group) || groupsFull()) return;
-   U32 const fresh = *groupPool_.take();
-   auto const create = [&] { return chip_->groupCreate(fresh, content.first, content.second); };
-   if (!attempt(WriteKind::groupCreate, create)) return groupPool_.give(fresh);
-   --found_.adopted;  // the set has a new group instead
-   found_.groups.giveBack(std::exchange(set.group, fresh), true);
+   if (!awaited(set.group)) return;
+   auto const own = groupForOne(content, pointedAt);
+   if (!own) return;
+   --found_.adopted;  // the set has a group of its own instead
+   found_.groups.giveBack(std::exchange(set.group, *own), true);
 }
 
 // Adopts a found entry. An entry with another RP index is deleted instead, and false is returned.
