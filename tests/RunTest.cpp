@@ -10,7 +10,7 @@
 #include <set>
 
 #include "CaptureTestSupport.h"
-#include "agent/report/Check.h"
+#include "agent/report/ForwardingCheck.h"
 
 namespace Agent {
 namespace {
@@ -71,7 +71,7 @@ TEST(Run, EveryBundledCaptureIsForwardedAsItSaysOnChipsOfAllSizes) {
          if (!eventsAlone && chip.latency != 0.001) continue;
          SCOPED_TRACE(input.back() + " groups " + std::to_string(chip.groups));
          Replay replay(input, chip);
-         CheckResult const check = checkForwarding(replay.simulated, replay.capture);
+         ForwardingCheck const check = checkForwarding(replay.simulated, replay.capture);
          EXPECT_EQ(check.differences, Strings());
          std::set<std::vector<Lnet::IntfId>> sets;
          std::size_t routes = 0;
@@ -116,7 +116,7 @@ TEST(Run, TheCheckTellsWhatTheChipDoesOtherwise) {
    for (auto const& [plant, difference] : cases) {
       Replay replay({file}, {});
       EXPECT_EQ(plant(replay.simulated.chip()), "");
-      CheckResult const check = checkForwarding(replay.simulated, replay.capture);
+      ForwardingCheck const check = checkForwarding(replay.simulated, replay.capture);
       std::string const got = check.passed() ? "none" : check.differences.at(0);
       EXPECT_TRUE(got.ends_with(std::string("(10.0.0.2, 239.1.1.") + difference)) << got;
    }

@@ -10,7 +10,8 @@
 
 #include "agent/input/RouteFields.h"
 #include "agent/inspect/Inspector.h"
-#include "agent/run/RunCommand.h"
+#include "agent/report/ExitCode.h"
+#include "agent/report/Output.h"
 
 namespace Agent {
 

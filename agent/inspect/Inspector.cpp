@@ -1,12 +1,12 @@
 #include "agent/inspect/Inspector.h"
 
 #include <algorithm>
-#include <charconv>
 #include <cmath>
 #include <iomanip>
 #include <sstream>
 
 #include "Qor/Exception.h"
+#include "agent/input/NumberText.h"
 #include "agent/input/RouteFields.h"
 #include "agent/inspect/Rehearsal.h"
 #include "agent/report/TextTable.h"
@@ -256,8 +256,7 @@ void Inspector::goOn(Words const& words) {
    } else {
       std::string const& text = words[1].text;
       double span = 0;
-      char const* const last = text.data() + text.size();
-      if (std::from_chars(text.data(), last, span).ptr != last || !(span >= 0) || span > 1e9) {
+      if (!parseNumber(text, span) || !(span >= 0) || span > 1e9) {
          throw InspectError(printable(inQuotes(text)) + " is no number of seconds from 0 to 1e9");
       }
       advance([&] { good = run_.runUntil(Qor::now() + span); });

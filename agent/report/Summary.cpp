@@ -44,7 +44,7 @@ void printScenario(std::ostream& os, ordered_json const& scenario) {
 }  // namespace
 
 ordered_json summaryJson(RunFigures const& figures, SimulatedSwitch const& simulated,
-                         CheckResult const* check) {
+                         ForwardingCheck const* check) {
    Sim::Chip const& chip = simulated.chip();
    RouteProgrammer const& programmer = simulated.routeProgrammer();
    std::uint64_t inHardware = 0, waiting = 0, failed = 0;

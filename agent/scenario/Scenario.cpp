@@ -67,7 +67,7 @@ char const* nameOf(Count count) {
    return names[static_cast<std::size_t>(count)];
 }
 
-std::string Said::toString() const {
+std::string MessageExpectation::toString() const {
    std::string out;
    if (log) {
       out = name.empty() ? "a log message" : "log message " + name;

@@ -40,7 +40,7 @@ std::string ScenarioPlayer::Failure::toString() const {
 }
 
 ScenarioPlayer::ScenarioPlayer(ScenarioTarget& target, std::vector<Line> const& lines)
-      : target_(target), lines_(lines), watch_(lines) {
+      : target_(target), lines_(lines), messages_(lines) {
    mark();
 }
 
@@ -114,7 +114,7 @@ void ScenarioPlayer::mark() {
       marked_[i] = target_.value(static_cast<Count>(i));
    sent_ = lost_ = duplicated_ = 0;
    delivered_.clear();
-   watch_.mark();
+   messages_.mark();
 }
 
 // ---- What happens to the switch. ----
@@ -220,9 +220,10 @@ ScenarioPlayer::Texts ScenarioPlayer::differences(Expect const& expect) {
       auto const found = it == delivered_.end() ? 0.0 : static_cast<double>(it->second);
       if (!range.contains(found)) out.push_back(numbers("delivered at " + name, range, found));
    }
-   for (Said const& said : expect.said) {
-      auto const found = static_cast<double>(watch_.seen(said));
-      if (!said.seen.contains(found)) out.push_back(numbers(said.toString(), said.seen, found));
+   for (MessageExpectation const& expected : expect.messages) {
+      auto const found = static_cast<double>(messages_.seen(expected));
+      if (!expected.seen.contains(found))
+         out.push_back(numbers(expected.toString(), expected.seen, found));
    }
    if (expect.now && !expect.now->contains(Qor::now())) {
       out.push_back(numbers("now", *expect.now, Qor::now()));

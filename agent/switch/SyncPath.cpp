@@ -26,8 +26,8 @@ SyncPath::SyncPath(Surroundings const& surroundings, PathConfig const& config)
                  Inputs(surroundings)) {}
 
 SyncPath::SyncPath(Surroundings const& s, PlatformPtr platform, Inputs inputs)
-      : SwitchPathOn(Vel::mrouteSwitchFactory("switch1", switchId, inputs.acsd, inputs.l3Status,
-                                              platform, nullptr, s.mfibHwStatus)),
+      : SwitchPathBase(Vel::mrouteSwitchFactory("switch1", switchId, inputs.acsd, inputs.l3Status,
+                                                platform, nullptr, s.mfibHwStatus)),
         platform_(std::move(platform)),
         inputs_(std::move(inputs)),
         verifier_(std::make_unique<Verifier>(inputs_.verifyData)),

@@ -3,7 +3,6 @@
 #include <cstdio>
 
 #include "Qor/Clock.h"
-#include "agent/timeline/SwitchTracks.h"
 
 namespace Agent {
 
@@ -55,10 +54,10 @@ Timeline::~Timeline() {
    finish();
 }
 
-unsigned Timeline::observe(std::unique_ptr<SwitchTracks> observer) {
-   switches_.push_back(std::move(observer));
-   switches_.back()->showAll();
-   return switches_.back()->process();
+unsigned Timeline::observe(std::unique_ptr<Process> process) {
+   observed_.push_back(std::move(process));
+   observed_.back()->showAll();
+   return observed_.back()->number();
 }
 
 unsigned Timeline::newProcess(std::string const& name) {
@@ -112,12 +111,12 @@ void Timeline::crash() {
 
 // Nothing is watched any more.
 void Timeline::endAll(char const* outcome) {
-   for (auto const& reactor : switches_)
-      reactor->settleInstant(Qor::never);
+   for (auto const& process : observed_)
+      process->settleInstant(Qor::never);
    while (!open_.empty())
       end(open_.begin()->first, outcome, Qor::now());
    xacts_.clear();
-   switches_.clear();
+   observed_.clear();
 }
 
 std::uint64_t Timeline::begin(unsigned process, char const* category, std::string name,
@@ -162,8 +161,8 @@ void Timeline::write(char const* phase, unsigned process, unsigned thread, std::
 }
 
 void Timeline::settleInstant() {
-   for (auto const& reactor : switches_)
-      reactor->settleInstant(Qor::now());
+   for (auto const& process : observed_)
+      process->settleInstant(Qor::now());
 }
 
 }  // namespace Agent

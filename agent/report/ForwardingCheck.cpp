@@ -1,4 +1,4 @@
-#include "agent/report/Check.h"
+#include "agent/report/ForwardingCheck.h"
 
 #include <map>
 #include <set>
@@ -55,12 +55,12 @@ Lnet::IpGenAddr anySource(CaptureState const& capture, RouteId const& id) {
    }
 }
 
-class Check {
+class Comparison {
  public:
-   Check(SimulatedSwitch& simulated, CaptureState const& capture)
+   Comparison(SimulatedSwitch& simulated, CaptureState const& capture)
          : simulated_(simulated), capture_(capture) {}
 
-   CheckResult run() {
+   ForwardingCheck run() {
       for (auto const& [id, route] : capture_.routes()) {
          if (route.resolved && route.iif) checkRoute(id, route);
       }
@@ -137,15 +137,15 @@ class Check {
 
    SimulatedSwitch& simulated_;
    CaptureState const& capture_;
-   CheckResult result_;
+   ForwardingCheck result_;
    // The accepting vlans of the routes in hardware, by VRF id and key.
    std::map<std::pair<Qor::U32, IpGenRouteKey>, Bridging::VlanIdOrNone> placed_;
 };
 
 }  // namespace
 
-CheckResult checkForwarding(SimulatedSwitch& simulated, CaptureState const& capture) {
-   return Check(simulated, capture).run();
+ForwardingCheck checkForwarding(SimulatedSwitch& simulated, CaptureState const& capture) {
+   return Comparison(simulated, capture).run();
 }
 
 }  // namespace Agent

@@ -11,7 +11,7 @@
 namespace Agent {
 
 template <class Switch>
-class SwitchPathOn : public SwitchPath {
+class SwitchPathBase : public SwitchPath {
  public:
    std::optional<RecordRow> record(RouteProgrammer::Route const& route) const override {
       if (auto const record = Qor::ptrCast<Record>(route.record())) return row(*record);
@@ -39,7 +39,8 @@ class SwitchPathOn : public SwitchPath {
  protected:
    using Record = typename Switch::RecordPtr::element_type;
 
-   explicit SwitchPathOn(Qor::Ptr<Switch> mrouteSwitch) : mrouteSwitch_(std::move(mrouteSwitch)) {}
+   explicit SwitchPathBase(Qor::Ptr<Switch> mrouteSwitch)
+         : mrouteSwitch_(std::move(mrouteSwitch)) {}
 
    Qor::Ptr<Switch> const& mrouteSwitch() const { return mrouteSwitch_; }
 
