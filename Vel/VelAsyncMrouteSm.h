@@ -109,7 +109,7 @@ class QOR_PUBLIC AsyncMrouteSwitchSm final : public Qor::StateMachine {
    //      or to null, which deletes it; the members that a directory's reactor tracks follow. A
    //      clock that replaces another takes over what that was set to, and the other is disarmed.
    //      A configuration that replaces another hands its counter mode, its wildcard flag and its
-   //      polling interval to the platform at once; after null, what was handed over last stays. ----
+   //      polling interval to the platform at once. After null, the platform keeps the last ones. ----
 
    Qor::Ptr<AsyncMrouteSwitch> const& mrouteSwitch() const { return mrouteSwitch_.object(); }
    void mrouteSwitchIs(Qor::Ptr<AsyncMrouteSwitch> v);  // not null

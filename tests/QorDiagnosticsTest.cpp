@@ -1,4 +1,4 @@
-// Trace, ring trace, log and string forms.
+// Trace, ring trace, log and string representations.
 #include <algorithm>
 #include <bit>
 #include <limits>
@@ -38,7 +38,7 @@ class QorDiagnostics : public testSupport::OnVirtualTime,
    std::vector<String> lines;
 };
 
-TEST_F(QorDiagnostics, TraceFormatsOnlyWhatIsOn) {
+TEST_F(QorDiagnostics, TraceEvaluatesOnlyStatementsOfEnabledLevels) {
    Qor::TraceHandle& handle = Qor::traceHandle("QorTest");
    int evaluations = 0;
    auto const traceAll = [&, function = __func__] {
@@ -70,7 +70,7 @@ TEST_F(QorDiagnostics, TraceSettingsMatchByGlobAndTheLatestWins) {
    Qor::traceLevelIs(3, "Glob.L*");
    Qor::traceLevelIs(1, "Glob.La*");
    Qor::traceLevelIs(3, "Glob.L*");
-   EXPECT_EQ(Qor::traceHandle("Glob.Late").levels(), 0xFu) << "all settings so far, in their order";
+   EXPECT_EQ(Qor::traceHandle("Glob.Late").levels(), 0xFu) << "all settings so far, in order";
 }
 
 struct OnlyWithNumber {
@@ -83,7 +83,7 @@ std::ostream& operator<<(std::ostream& os, OnlyWithNumber const& v) {
 TEST_F(QorDiagnostics, BlipPrintsEachKindOfArgument) {
    QOR_BLIP(1, "S", "%s %s %s|%s%s", 42u, -1.5, OnlyWithNumber(7), 'c', "text");
    EXPECT_EQ(blipText(), "42 -1.5 #7|ctext");
-   // Texts share what other arguments leave of the room, 512 bytes; what is cut says so.
+   // Texts share the room that other arguments leave of 512 bytes. A cut text ends with dots.
    String text(508, 'x');
    QOR_BLIP(1, "S", "%s %s.", text, 1);
    text.assign(509, 'y');
@@ -96,7 +96,7 @@ TEST_F(QorDiagnostics, BlipPrintsEachKindOfArgument) {
    EXPECT_EQ(blipText(), String(256, 'a') + "... " + String(256, 'b') + "...");
 }
 
-TEST_F(QorDiagnostics, TheRingKeepsTheLatestEventsWholeWhateverTheirSizes) {
+TEST_F(QorDiagnostics, TheRingKeepsTheLatestEventsOfAllSizesWhole) {
    constexpr std::size_t capacity = Qor::BlipRing::capacity, rounds = 2 * capacity;
    std::vector<String> written;  // each as the ring is to show it
    std::mt19937 random(5);
@@ -127,7 +127,7 @@ TEST_F(QorDiagnostics, TheRingKeepsTheLatestEventsWholeWhateverTheirSizes) {
 Qor::LogMessage const plain{"PLAIN", 4,  "", "%ds instead of the %ds", Qor::noActionRequired,
                             0.0,     1.0};
 
-TEST_F(QorDiagnostics, LogKeepsToItsRate) {
+TEST_F(QorDiagnostics, LogMessagesPassWithinTheirRateLimit) {
    static Qor::LogMessage const limited{"LIMITED", 4, "", "x", "", 10.0, 2.0};
    std::pair<Qor::Seconds, std::size_t> const through[] = {{0, 2}, {9, 2}, {10, 3}, {1000, 5}};
    for (auto const& [time, messages] : through) {
@@ -138,7 +138,7 @@ TEST_F(QorDiagnostics, LogKeepsToItsRate) {
    }
 }
 
-TEST(QorStrep, RealsAndTextsReadBackAsTheyWere) {
+TEST(QorStrep, RealsAndTextsParseToTheSameValue) {
    using Limits = std::numeric_limits<double>;
    std::vector<double> reals{-0.0, 3.0, 1e20, Limits::infinity(), -Limits::infinity()};
    std::mt19937_64 random(3);
@@ -162,7 +162,7 @@ TEST(QorStrep, RealsAndTextsReadBackAsTheyWere) {
    EXPECT_EQ(Qor::valueToStrep(3.0) + Qor::valueToStrep("a' \n"), "3.0'a\\' \\x0a'");
 }
 
-TEST(QorStrep, GarbageIsRefusedWithItsPlace) {
+TEST(QorStrep, MalformedTextsRaiseErrorsWithTheirPosition) {
    using Read = void (*)(Qor::StrepReader&);
    Read const number = [](auto&r) { r.number(999); }, real = [](auto&r) { r.real(); };
    Read const quoted = [](auto&r) { r.quoted(); }, boolean = [](auto&r) { r.boolean(); };

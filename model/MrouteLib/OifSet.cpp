@@ -10,6 +10,7 @@ namespace {
 
 Qor::U64 lastSerial = 0;
 
+// An oif set is looked up often and never changes, so its hash is computed once.
 PortVlanSet withSavedHash(PortVlanSet set) {
    set.saveHash();
    return set;
@@ -23,6 +24,7 @@ OifSet::OifSet(Qor::Ptr<MrouteTableColl> tableColl, PortVlanSet portVlanSet)
         serial_(++lastSerial) {}
 
 OifSet::~OifSet() {
+   // The interner's key points into this object.
    if (tableColl_) tableColl_->oifSetRetire(*this);
 }
 
@@ -57,6 +59,7 @@ OifSetPtr MrouteTableColl::oifSet(PortVlanSet const& portVlanSet) const {
 void MrouteTableColl::oifSetRetire(OifSet const& oifSet) {
    SetKey const key{&oifSet.portVlanSet()};
    auto const* entry = oifSets_.find(key);
+   // The entry may be that of a newer set of equal value, made after this one was retired.
    if (entry && entry->second == &oifSet) oifSets_.take(key);
 }
 

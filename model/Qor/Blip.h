@@ -154,7 +154,7 @@ class QOR_PUBLIC BlipRing {
       } else if (texts.size <= texts.room) [[likely]] {
          append(at, &printText, piece.data(), piece.size());
       } else {
-         // What the texts behind it leave, and at least its share.
+         // The room that the texts behind it leave, but at least its share.
          std::size_t const behind = texts.size - piece.size();
          std::size_t const limit =
                std::max(texts.room / texts.count, texts.room - std::min(texts.room, behind));

@@ -12,7 +12,7 @@ using Lnet::IpGenAddr;
 using Qor::U32;
 using Routing::Multicast::Fib::IpGenRouteKey;
 
-// The place of the key's shape among the shapes: the shape itself, or where it belongs.
+// The shape of the key, or the position at which the shape is to be inserted.
 std::vector<EntryTable::Shape>::iterator EntryTable::shapeOf(IpGenRouteKey const& key) {
    Shape const shape{key.group().family(), key.group().length(), key.source().length(), 0};
    return std::lower_bound(shapes_.begin(), shapes_.end(), shape, [](auto& a, auto& b) {
@@ -23,7 +23,7 @@ std::vector<EntryTable::Shape>::iterator EntryTable::shapeOf(IpGenRouteKey const
 
 Refusal EntryTable::create(U32 index, Entry const& entry) {
    if (index >= capacity_) {
-      return text(what_, ' ', index, " is beyond the ", capacity_, " of the chip");
+      return text(what_, ' ', index, " is beyond the ", capacity_, " entries of the chip");
    }
    if (Entry const* const there = find(index)) {
       return text(what_, ' ', index, " exists already: ", there->key, " vlan ",
@@ -63,6 +63,7 @@ Refusal EntryTable::erase(U32 index) {
    Entry const* const entry = find(index);
    if (!entry) return text(what_, ' ', index, " does not exist");
    VrfKey const vrfKey{entry->vrfId, entry->key};
+   // The head of the list is in first_, whose record must go with the last entry of the list.
    U32* link = &first_.find(vrfKey)->second;
    bool const isFirst = *link == index;
    while (*link != index)
@@ -84,6 +85,7 @@ std::optional<U32> EntryTable::match(VrfKey const& key, VlanIdOrNone vlan) const
         index = slots_[index]->next) {
       VlanIdOrNone const accepting = slots_[index]->entry.acceptingVlan;
       if (accepting == vlan) return index;
+      // The entry for the packet's own vlan may follow in the list.
       if (accepting.isNone()) anywhere = index;
    }
    return anywhere;
@@ -113,6 +115,7 @@ void EntryTable::audit(std::vector<Qor::String>& faults) const {
          faults.push_back(text(what_, ' ', index, " is not found under its key ", entry.key));
       }
    });
+   // The bound on `linked` ends the loop if the links form a circle.
    U32 linked = 0;
    for (auto const& [key, first] : first_) {
       for (U32 index = first; index != nowhere && linked <= size_; ++linked)
