@@ -139,12 +139,14 @@ Qor::U32 AsyncMrouteSwitchSm::reviewRoute(RouteStatus& route, VrfId vrfId) {
    Qor::U32 reviewed = 1;
    auto const& fastdrops = route.fastdropLastPollTime();
    for (auto entry = fastdrops.begin(); entry != fastdrops.end(); ++reviewed) {
-      auto const [intfName, last] = *entry;
+      Qor::Name const intfName = entry->first;
       VEL_TRACE(2, "Reviewing fastdrop " << intfName);
       Bridging::VlanIdOrNone const fastdropVlan = vlanOf(Lnet::IntfId(intfName));
       Qor::Seconds const t =
             fastdropVlan.isNone() ? 0.0 : lastRoutePollTime(key, fastdropVlan, vrfId);
-      if (t > last) {
+      // The hook may have had the entry removed, which must not come back.
+      auto const* const reviewedEntry = fastdrops.find(intfName);
+      if (reviewedEntry && t > reviewedEntry->second) {
          VEL_TRACE(2, "Updating activity bits for fastdrop route: " << key
                                                                     << ", vlan: " << fastdropVlan);
          route.fastdropLastPollTimeIs(intfName, t);

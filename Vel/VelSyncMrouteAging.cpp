@@ -179,7 +179,8 @@ void MrouteSwitchSm::reviewRoute(RouteStatus& route, Qor::U16 vrfId) {
       Qor::Name const intfName = entry->first;
       VEL_TRACE(7, "Reviewing fastdrop " << intfName);
       VlanIdOrNone const fastdropVlan = vlanOf(Lnet::IntfId(intfName));
-      if (!fastdropVlan.isNone() && isHit(key, fastdropVlan, vrfId)) {
+      // The hook may have had the entry removed, which must not come back.
+      if (!fastdropVlan.isNone() && isHit(key, fastdropVlan, vrfId) && fastdrops.find(intfName)) {
          VEL_TRACE(5, "Updating activity bits for fastdrop route" << key << " on vlan "
                                                                   << fastdropVlan);
          route.fastdropLastPollTimeIs(intfName, Qor::now());

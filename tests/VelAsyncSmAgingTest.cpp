@@ -11,6 +11,7 @@ class Hooks final : public VelHelper::AsyncMrouteHelper {
 
    Qor::Seconds routeLastAccessedTime(RouteHandle handle) override {
       ++asked[handle.value()];
+      if (onAsk) onAsk(handle);
       auto const entry = hit.find(handle.value());
       return entry == hit.end() ? everyHit : entry->second;
    }
@@ -23,6 +24,7 @@ class Hooks final : public VelHelper::AsyncMrouteHelper {
 
    std::map<Qor::U32, unsigned> asked;
    std::map<Qor::U32, Qor::Seconds> hit;
+   std::function<void(RouteHandle)> onAsk;
    Qor::Seconds everyHit = 0;
    std::optional<double> polling;
    std::optional<double> activity;
@@ -226,6 +228,14 @@ TEST_F(AsyncSmAging, OnlyLaterTimesAreTakenOver) {
              (Lines{"2 Updating activity bits for route: (10.0.0.1, 239.0.0.2)",
                     "2 Updating activity bits for fastdrop route: (10.0.0.1, 239.0.0.2), vlan: "
                     "1002"}));
+   // An entry that is removed while the platform looks its time up does not come back.
+   hooks_->everyHit = 9;
+   hooks_->hit.clear();
+   hooks_->onAsk = [&](RouteHandle handle) {
+      if (handle == RouteHandle(20)) status(2)->fastdropLastPollTimeDelAll();
+   };
+   pass();
+   EXPECT_TRUE(status(2)->fastdropLastPollTime().empty());
 }
 
 TEST_F(AsyncSmAging, BadEntriesAreTracedAndSkipped) {

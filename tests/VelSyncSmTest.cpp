@@ -389,6 +389,26 @@ TEST_F(SyncSm, AReviewStampsWhatWasHitAndWhatMustNotAge) {
    EXPECT_EQ(status(1)->lastPollTime(), 60);
 }
 
+TEST_F(SyncSm, AFastdropEntryIsStampedByItsVlanUnlessItGoesMeanwhile) {
+   for (bool const goes : {false, true}) {
+      build();
+      program(1, set(2));
+      switch_->doAllocateRoute(key(1), vlan(3), false, nullptr, true, false, {},
+                               VrfName("default"));
+      auto const route = status(1);
+      route->acceptingIntfIdIs({});
+      route->fastdropLastPollTimeIs("et3", 0);
+      if (!goes) route->fastdropLastPollTimeIs("et2", 0);
+      send(1, 3);
+      onHook_ = {goes ? "mrouteHitBit" : "", [&] { route->fastdropLastPollTimeDel("et3"); }};
+      Qor::Seconds const due = aging();
+      time_->runUntil(due);
+      EXPECT_EQ(route->fastdropLastPollTime().size(), goes ? 0u : 2u);
+      EXPECT_EQ(route->fastdropLastPollTime("et2"), 0);
+      EXPECT_EQ(route->fastdropLastPollTime("et3"), goes ? 0 : due);
+   }
+}
+
 TEST_F(SyncSm, AChangedIntervalRestartsARunningReviewOnly) {
    in_.mfibConfig->activityPollingIntervalIs(5);
    EXPECT_EQ(aging(), Qor::never);
