@@ -19,7 +19,7 @@ using Result = ScenarioParser::Result;
 bool isWrittenWhole(Scenario::Event const& event) {
    auto const* const e = std::get_if<Scenario::Expect>(&event);
    return !e || (!e->within && e->route.empty() && e->counts.empty() && e->delivered.empty() &&
-                 e->said.empty() && !e->now);
+                 e->messages.empty() && !e->now);
 }
 
 std::string written(Scenario::Line const& line) {
@@ -56,7 +56,7 @@ void runScenario(std::string_view input) {
          events += 1;
          require(text.find('\0') == std::string_view::npos,
                  "a line with a NUL byte is parsed as an event");
-         require(line.at >= before.at && line.at <= ScenarioParser::maxTime,
+         require(line.at >= before.at && line.at <= Agent::Scenario::maxTime,
                  "the time of a line is before the line before it, or above the maximum");
          bool const setting = std::holds_alternative<Scenario::Settings>(line.event);
          require(!setting || events == 1, "a scenario line is accepted behind another event");

@@ -19,7 +19,7 @@
 #include "Vel/VelSyncMrouteKeys.h"
 #include "Wisp/Multicast/Fib/RpaIndex.h"
 #include "agent/input/RouteFields.h"
-#include "agent/run/RunCommand.h"
+#include "agent/switch/ChipOption.h"
 #include "fuzzing/Target.h"
 
 namespace Fuzz {

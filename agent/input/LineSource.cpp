@@ -22,13 +22,14 @@ std::string systemText(char const* what, int error) {
 
 }  // namespace
 
-LineSource::LineSource(std::string const& path) : name_(path == "-" ? "<stdin>" : path) {
-   if (path == "-") {
+LineSource::LineSource(std::string const& fileName)
+      : name_(fileName == "-" ? "<stdin>" : fileName) {
+   if (fileName == "-") {
       fd_ = STDIN_FILENO;
       closes_ = false;
       return;
    }
-   fd_ = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+   fd_ = ::open(fileName.c_str(), O_RDONLY | O_CLOEXEC);
    if (fd_ < 0) reason_ = systemText("cannot open", errno);
 }
 
@@ -39,12 +40,12 @@ LineSource::~LineSource() {
    if (fd_ >= 0 && closes_) ::close(fd_);
 }
 
-std::string LineSource::obstacle(std::string const& path) {
+std::string LineSource::obstacle(std::string const& fileName) {
    struct stat status {};
-   if (path == "-") return "";
-   if (::stat(path.c_str(), &status) != 0) return systemText("cannot open", errno);
+   if (fileName == "-") return "";
+   if (::stat(fileName.c_str(), &status) != 0) return systemText("cannot open", errno);
    if (S_ISDIR(status.st_mode)) return systemText("cannot read", EISDIR);
-   if (::access(path.c_str(), R_OK) != 0) return systemText("cannot open", errno);
+   if (::access(fileName.c_str(), R_OK) != 0) return systemText("cannot open", errno);
    return "";
 }
 

@@ -30,9 +30,9 @@ class LineSource {
       error,  // the source is missing, unreadable or corrupt: reason(); nothing more will come
    };
 
-   // Opens `path`, or takes standard input (which stays open) when it is "-". A failure is
+   // Opens `fileName`, or takes standard input (which stays open) when it is "-". A failure is
    // reported by the first next().
-   explicit LineSource(std::string const& path);
+   explicit LineSource(std::string const& fileName);
    // Reads `fd`, which the source closes, under a name for messages.
    LineSource(int fd, std::string name);
    ~LineSource();
@@ -54,9 +54,9 @@ class LineSource {
    // What is wrong, with the system's words for errno or zlib's for bad data.
    std::string const& reason() const { return reason_; }
 
-   // Why `path` cannot be read, or empty when it seems that it can; opens nothing, so a named pipe
+   // Why `fileName` cannot be read, or empty when it seems that it can; opens nothing, so a named pipe
    // does not lose its writer. "-" can always be read.
-   static std::string obstacle(std::string const& path);
+   static std::string obstacle(std::string const& fileName);
 
  private:
    enum class Coding { unknown, plain, gzip };

@@ -1,14 +1,14 @@
 // The commands that look at the tree and the types, and that change what is in it.
-#include <charconv>
 #include <sstream>
 
 #include "Qor/Trace.h"
-#include "agent/input/RouteFields.h"
+#include "agent/input/NumberText.h"
+#include "agent/input/PrintableText.h"
+#include "agent/input/TraceOption.h"
 #include "agent/inspect/InspectExplain.h"
 #include "agent/inspect/Inspector.h"
 #include "agent/inspect/Rehearsal.h"
 #include "agent/report/TextTable.h"
-#include "agent/run/RunCommand.h"
 
 namespace Agent {
 
@@ -17,12 +17,6 @@ using Kind = TreeNode::Kind;
 using Lines = std::vector<std::vector<std::string>>;
 
 namespace {
-
-std::string aligned(Lines const& lines) {
-   std::ostringstream out;
-   printAligned(out, lines);
-   return out.str();
-}
 
 std::string lastSegment(TreeNode const& parent, TreeNode const& child) {
    return printable(child.path.substr(parent.path == "/" ? 1 : parent.path.size() + 1));
@@ -132,8 +126,7 @@ void Inspector::ls(Words const& words) {
    std::size_t skip = 0;
    if (words.size() > 2) {
       std::string const& text = words[2].text;
-      char const* const last = text.data() + text.size();
-      if (std::from_chars(text.data(), last, skip).ptr != last) {
+      if (!parseNumber(text, skip)) {
          throw InspectError(printable(inQuotes(text)) + " is no number of members to skip");
       }
    }

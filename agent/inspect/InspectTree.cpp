@@ -1,12 +1,12 @@
 #include "agent/inspect/InspectTree.h"
 
 #include <algorithm>
-#include <charconv>
 #include <cmath>
 #include <cstdlib>
 
 #include "Qor/Exception.h"
-#include "agent/input/RouteFields.h"
+#include "agent/input/NumberText.h"
+#include "agent/input/PrintableText.h"
 #include "agent/inspect/InspectWords.h"
 
 namespace Agent {
@@ -79,9 +79,8 @@ TreeNode memberOf(TreeNode const& node, std::string const& segment) {
       return memberNode(node, *member);
    }
    Qor::U32 number = 0;
-   char const* const last = segment.data() + segment.size();
    if (segment.size() > 2 && segment.front() == '[' && segment.back() == ']' &&
-       std::from_chars(segment.data() + 1, last - 1, number).ptr == last - 1 && number > 0) {
+       parseNumber(std::string_view(segment).substr(1, segment.size() - 2), number) && number > 0) {
       auto const members = node.collection->members(node.owner, number - 1, 1);
       if (!members.empty()) return memberNode(node, members.front());
    }
@@ -214,11 +213,7 @@ ordered_json valueJson(Generic const& value, std::string const& type) {
    if (value.kind() == Generic::Kind::value) {
       if (text == "''") return "";  // the empty string
       if (type == "bool") return text == "True";
-      char const* const last = text.data() + text.size();
-      if (type.starts_with('U')) {
-         Qor::U64 number = 0;
-         if (std::from_chars(text.data(), last, number).ptr == last) return number;
-      }
+      if (Qor::U64 number = 0; type.starts_with('U') && parseNumber(text, number)) return number;
       if (type == "double") {
          double const number = std::strtod(text.c_str(), nullptr);
          if (std::isfinite(number)) return number;

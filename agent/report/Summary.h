@@ -5,7 +5,7 @@
 #include <nlohmann/json.hpp>
 #include <ostream>
 
-#include "agent/report/Check.h"
+#include "agent/report/ForwardingCheck.h"
 #include "agent/switch/SimulatedSwitch.h"
 
 namespace Agent {
@@ -26,7 +26,7 @@ struct RunFigures {
 };
 
 nlohmann::ordered_json summaryJson(RunFigures const& figures, SimulatedSwitch const& simulated,
-                                   CheckResult const* check);
+                                   ForwardingCheck const* check);
 void printSummary(std::ostream& os, nlohmann::ordered_json const& summary);
 
 }  // namespace Agent

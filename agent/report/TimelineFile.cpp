@@ -1,16 +1,15 @@
 #include "agent/report/TimelineFile.h"
 
-#include <cerrno>
-#include <cstring>
-#include <iostream>
 #include <utility>
+
+#include "agent/report/Output.h"
 
 namespace Agent {
 
-TimelineFile::TimelineFile(std::string path, SimulatedSwitch& simulated)
-      : path_(std::move(path)), simulated_(simulated) {
-   if (path_.empty()) return;
-   out_.open(path_);
+TimelineFile::TimelineFile(std::string fileName, SimulatedSwitch& simulated)
+      : fileName_(std::move(fileName)), simulated_(simulated) {
+   if (fileName_.empty()) return;
+   out_.open(fileName_);
    timeline_ = std::make_unique<Timeline>(out_);
    simulated_.timelineIs(timeline_.get());
 }
@@ -22,12 +21,7 @@ TimelineFile::~TimelineFile() {
 bool TimelineFile::finish() {
    if (!timeline_) return true;
    timeline_->finish();
-   errno = 0;
-   if (out_.flush().good()) return true;
-   std::cerr << path_ << ": cannot write";
-   if (errno) std::cerr << ": " << std::strerror(errno);
-   std::cerr << '\n';
-   return false;
+   return outputWritten(out_, fileName_);
 }
 
 }  // namespace Agent

@@ -12,9 +12,9 @@ namespace Agent {
 
 class TimelineFile {
  public:
-   // Nothing is opened, and timeline() is null, for an empty path. A file that cannot be opened
+   // Nothing is opened, and timeline() is null, for an empty name. A file that cannot be opened
    // shows in finish().
-   TimelineFile(std::string path, SimulatedSwitch& simulated);
+   TimelineFile(std::string fileName, SimulatedSwitch& simulated);
    ~TimelineFile();
    TimelineFile(TimelineFile const&) = delete;
    TimelineFile& operator=(TimelineFile const&) = delete;
@@ -28,7 +28,7 @@ class TimelineFile {
    bool finish();
 
  private:
-   std::string const path_;
+   std::string const fileName_;
    SimulatedSwitch& simulated_;
    std::ofstream out_;
    std::unique_ptr<Timeline> timeline_;

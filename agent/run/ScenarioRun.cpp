@@ -2,11 +2,15 @@
 
 #include <iostream>
 
+#include "agent/report/ExitCode.h"
+#include "agent/report/Output.h"
+#include "agent/report/RunReport.h"
 #include "agent/report/Summary.h"
 #include "agent/report/TimelineFile.h"
 #include "agent/scenario/ScenarioParser.h"
 #include "agent/scenario/ScenarioPlayer.h"
 #include "agent/scenario/SimulatedTarget.h"
+#include "agent/switch/ChipOption.h"
 
 namespace Agent {
 
@@ -100,7 +104,7 @@ int runScenario(RunOptions const& options) {
    figures.badLines = file.errors.size();
    ordered_json summary = summaryJson(figures, simulated, nullptr);
    summary["scenario"] = scenarioJson(file, player);
-   reportTables(options, simulated, summary);
+   printRunReport(options.show, options.json, simulated, std::move(summary));
    printFailures(player);
    bool const good = player.failures().empty();
    return outputWritten() && timeline.finish() && good ? exitDone : exitFailed;

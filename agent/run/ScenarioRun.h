@@ -2,7 +2,7 @@
 // expected.
 #pragma once
 
-#include "agent/run/RunCommand.h"
+#include "agent/run/RunOptions.h"
 
 namespace Agent {
 

@@ -30,6 +30,11 @@ namespace Agent::Scenario {
 
 using RouteKey = Routing::Multicast::Fib::IpGenRouteKey;
 
+// The largest time, in seconds, and the most groups and packets of one line.
+inline constexpr double maxTime = 1e6;
+inline constexpr std::uint32_t maxGroups = 1'000'000;
+inline constexpr std::uint32_t maxPackets = 10'000'000;
+
 // The routes a line is about: one, or one for each of `groups` consecutive groups.
 struct RouteRun {
    L3::VrfName vrf;
@@ -234,8 +239,8 @@ struct RouteExpectation {
    std::optional<Range> counter;
 };
 
-// Something that is said: a trace of the handle VelMroute, or a message for operators.
-struct Said {
+// How often a message appears: a trace of the handle VelMroute, or a log message for operators.
+struct MessageExpectation {
    bool log = false;
    unsigned level = 9;  // of a trace: levels up to this one count
    std::string name;    // of a log message; empty for any
@@ -252,7 +257,7 @@ struct Expect {
    std::vector<std::pair<State, Range>> states;
    std::vector<std::pair<Count, Range>> counts;
    std::map<std::string, Range> delivered;  // copies by interface, since the mark
-   std::vector<Said> said;
+   std::vector<MessageExpectation> messages;
    std::optional<Range> now;  // the time at which this is looked at
    bool check = false;        // that all routes forward as wanted
 };

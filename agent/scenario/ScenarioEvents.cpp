@@ -1,16 +1,14 @@
 // What happens in a scenario: one function a kind of event.
 #include <algorithm>
 
+#include "agent/input/PrintableText.h"
 #include "agent/input/RouteFields.h"
 #include "agent/report/Views.h"
 #include "agent/scenario/ScenarioFields.h"
-#include "agent/scenario/ScenarioParser.h"
 
 namespace Agent::Scenario {
 
 namespace {
-
-constexpr double maxTime = ScenarioParser::maxTime;
 
 Settings settingsFrom(json const& value) {
    Fields const fields(value, "scenario", {"title", "chip", "minPollingInterval", "callCost"});
@@ -33,13 +31,13 @@ Settings settingsFrom(json const& value) {
    return settings;
 }
 
-void outputsOf(Route& route, json const& list, std::string const& path) {
-   for (std::size_t i = 0; i < listAt(list, path).size(); ++i) {
-      Lnet::IntfId const oif = intfAt(list[i], indexed(path, i));
+void outputsOf(Route& route, json const& list, std::string const& keyPath) {
+   for (std::size_t i = 0; i < listAt(list, keyPath).size(); ++i) {
+      Lnet::IntfId const oif = intfAt(list[i], indexed(keyPath, i));
       bool const cpu = oif.name() == "cpu";
       auto const& known = route.oifs;
       if (cpu ? route.cpu : std::find(known.begin(), known.end(), oif) != known.end()) {
-         refuse(indexed(path, i), inQuotes(oif.name()) + " is there twice");
+         refuse(indexed(keyPath, i), inQuotes(oif.name()) + " is there twice");
       }
       if (cpu) {
          route.cpu = true;
@@ -68,11 +66,11 @@ Route routeFrom(json const& value) {
    if (route.noRpf && route.bridge) refuse(fields.at("bridge"), "a noRpf route does not bridge");
    if (json const* list = fields.find("backup")) route.backup = portsAt(*list, fields.at("backup"));
    if (json const* list = fields.find("fastdrop")) {
-      std::string const path = fields.at("fastdrop");
-      route.fastdrop = portsAt(*list, path);
+      std::string const keyPath = fields.at("fastdrop");
+      route.fastdrop = portsAt(*list, keyPath);
       auto const iif = std::find(route.fastdrop.begin(), route.fastdrop.end(), route.iif);
       if (iif != route.fastdrop.end()) {
-         refuse(indexed(path, static_cast<std::size_t>(iif - route.fastdrop.begin())),
+         refuse(indexed(keyPath, static_cast<std::size_t>(iif - route.fastdrop.begin())),
                 inQuotes(route.iif.name()) + " is the iif");
       }
    }
@@ -120,17 +118,17 @@ Traffic trafficFrom(json const& value, double at) {
    Traffic traffic;
    traffic.routes = runFields(fields, true);
    traffic.iif = portAt(fields.get("iif"), fields.at("iif"));
-   constexpr std::uint32_t most = ScenarioParser::maxPackets;
+   constexpr std::uint32_t most = maxPackets;
    if (fields.find("count")) traffic.count = fields.whole32("count", 1, most);
    if (traffic.count > 1 || fields.find("every")) {
       traffic.every = fields.number("every", 0, maxTime);
    }
    traffic.bytes = bytesField(fields);
    if (std::uint64_t{traffic.count} * traffic.routes.groups > most) {
-      refuse(fields.path(), "more than " + std::to_string(most) + " packets");
+      refuse(fields.keyPath(), "more than " + std::to_string(most) + " packets");
    }
    if (at + traffic.last() > maxTime) {
-      refuse(fields.path(), "the last packet is later than " + numberText(maxTime) + " s");
+      refuse(fields.keyPath(), "the last packet is later than " + numberText(maxTime) + " s");
    }
    return traffic;
 }
@@ -138,7 +136,7 @@ Traffic trafficFrom(json const& value, double at) {
 Config configFrom(json const& value) {
    using Routing::Multicast::Fib::CounterMode;
    Fields const fields(value, "config", {"activityPollingInterval", "counterMode", "allCounter"});
-   if (value.empty()) refuse(fields.path(), "nothing is configured");
+   if (value.empty()) refuse(fields.keyPath(), "nothing is configured");
    Config config;
    if (fields.find("activityPollingInterval")) {
       config.activityPollingInterval = fields.whole32("activityPollingInterval", 1, 255);
@@ -163,7 +161,7 @@ Fault faultFrom(json const& value) {
    Fields const fields(value, "fault",
                        {"groupsExhausted", "routesExhausted", "boundariesExhausted", "hitBitsBusy",
                         "failNext", "slowNext", "rate", "seed", "failCall"});
-   if (value.empty()) refuse(fields.path(), "no fault");
+   if (value.empty()) refuse(fields.keyPath(), "no fault");
    auto const writes = namesOf(Sim::WriteKind::groupCreate, Sim::WriteKind::boundaryDelete);
    constexpr std::uint32_t many = 1'000'000;
    Fault fault;
@@ -203,7 +201,7 @@ Fault faultFrom(json const& value) {
       if (f.find("again")) failCall.again = f.whole32("again", 1, many);
       if (f.find("undoFails")) failCall.undoFails = f.flag("undoFails");
       if (!failCall.refused && !failCall.writeFails) {
-         refuse(f.path(), "neither \"refused\" nor \"writeFails\"");
+         refuse(f.keyPath(), "neither \"refused\" nor \"writeFails\"");
       }
    }
    if (fields.find("seed")) {
@@ -218,11 +216,11 @@ Restart restartFrom(json const& value) {
                        {"replay", "order", "seed", "begin", "over", "complete", "applied"});
    Restart restart;
    if (json const* replay = fields.find("replay"); replay && *replay != "all") {
-      std::string const path = fields.at("replay");
+      std::string const keyPath = fields.at("replay");
       auto& runs = restart.replay.emplace();
-      for (std::size_t i = 0; i < listAt(*replay, path).size(); ++i) {
-         runs.push_back(
-               runFields(Fields((*replay)[i], indexed(path, i), {"vrf", "src", "dst", "groups"})));
+      for (std::size_t i = 0; i < listAt(*replay, keyPath).size(); ++i) {
+         runs.push_back(runFields(
+               Fields((*replay)[i], indexed(keyPath, i), {"vrf", "src", "dst", "groups"})));
       }
    }
    if (fields.find("order")) {

@@ -1,17 +1,17 @@
 // What a scenario expects.
 #include <algorithm>
 
+#include "agent/input/PrintableText.h"
 #include "agent/input/RouteFields.h"
 #include "agent/programmer/RouteProgrammer.h"
 #include "agent/scenario/ScenarioFields.h"
-#include "agent/scenario/ScenarioParser.h"
 
 namespace Agent::Scenario {
 
 namespace {
 
-ForwardExpectation forwardFrom(json const& value, std::string const& path) {
-   Fields const fields(value, path, {"vrf", "src", "dst", "groups", "iif", "to", "bytes"});
+ForwardExpectation forwardFrom(json const& value, std::string const& keyPath) {
+   Fields const fields(value, keyPath, {"vrf", "src", "dst", "groups", "iif", "to", "bytes"});
    ForwardExpectation forward;
    forward.routes = runFields(fields, true);
    forward.iif = portAt(fields.get("iif"), fields.at("iif"));
@@ -34,19 +34,19 @@ std::map<std::string, Range> rangesByIntf(Fields const& fields, std::string cons
    std::map<std::string, Range> ranges;
    json const* value = fields.find(key);
    if (!value) return ranges;
-   std::string const path = fields.at(key);
-   if (!value->is_object()) refuse(path, kindOf(*value) + " where an object is expected");
-   if (value->empty()) refuse(path, "no interface");
+   std::string const keyPath = fields.at(key);
+   if (!value->is_object()) refuse(keyPath, kindOf(*value) + " where an object is expected");
+   if (value->empty()) refuse(keyPath, "no interface");
    for (auto const& [name, range] : value->items()) {
       Lnet::IntfId intf;
-      if (auto bad = intfOf(name, intf); !bad.empty()) refuse(path, bad);
-      ranges[name] = rangeAt(range, path + "." + name);
+      if (auto bad = intfOf(name, intf); !bad.empty()) refuse(keyPath, bad);
+      ranges[name] = rangeAt(range, keyPath + "." + name);
    }
    return ranges;
 }
 
-RouteExpectation routeExpectationFrom(json const& value, std::string const& path) {
-   Fields const fields(value, path,
+RouteExpectation routeExpectationFrom(json const& value, std::string const& keyPath) {
+   Fields const fields(value, keyPath,
                        {"vrf", "src", "dst", "groups", "state", "reason", "lastPollTime",
                         "fastdropLastPollTime", "packets", "bytes", "counter"});
    RouteExpectation route;
@@ -67,7 +67,7 @@ RouteExpectation routeExpectationFrom(json const& value, std::string const& path
    route.counter = optionalRange(fields, "counter");
    if (!route.state && !route.reason && !route.lastPollTime && !route.packets && !route.bytes &&
        !route.counter && route.fastdropLastPollTime.empty()) {
-      refuse(fields.path(), "nothing is expected of the route");
+      refuse(fields.keyPath(), "nothing is expected of the route");
    }
    return route;
 }
@@ -80,24 +80,24 @@ Range seenField(Fields const& fields) {
    return rangeAt(*value, fields.at("seen"));
 }
 
-Said traceFrom(json const& value, std::string const& path) {
-   Fields const fields(value, path, {"text", "level", "seen"});
-   Said said;
-   said.text = fields.text("text");
-   if (said.text.empty()) refuse(fields.at("text"), "empty");
-   if (fields.find("level")) said.level = fields.whole32("level", 0, 9);
-   said.seen = seenField(fields);
-   return said;
+MessageExpectation traceFrom(json const& value, std::string const& keyPath) {
+   Fields const fields(value, keyPath, {"text", "level", "seen"});
+   MessageExpectation expected;
+   expected.text = fields.text("text");
+   if (expected.text.empty()) refuse(fields.at("text"), "empty");
+   if (fields.find("level")) expected.level = fields.whole32("level", 0, 9);
+   expected.seen = seenField(fields);
+   return expected;
 }
 
-Said logFrom(json const& value, std::string const& path) {
-   Fields const fields(value, path, {"name", "text", "seen"});
-   Said said;
-   said.log = true;
-   if (fields.find("name")) said.name = fields.text("name");
-   if (fields.find("text")) said.text = fields.text("text");
-   said.seen = seenField(fields);
-   return said;
+MessageExpectation logFrom(json const& value, std::string const& keyPath) {
+   Fields const fields(value, keyPath, {"name", "text", "seen"});
+   MessageExpectation expected;
+   expected.log = true;
+   if (fields.find("name")) expected.name = fields.text("name");
+   if (fields.find("text")) expected.text = fields.text("text");
+   expected.seen = seenField(fields);
+   return expected;
 }
 
 // Takes one object, or each of a list of such.
@@ -105,22 +105,22 @@ template <class Take, class Out>
 void take(Fields const& fields, std::string const& key, Take const& from, std::vector<Out>& out) {
    json const* value = fields.find(key);
    if (!value) return;
-   std::string const path = fields.at(key);
+   std::string const keyPath = fields.at(key);
    if (!value->is_array()) {
-      out.push_back(from(*value, path));
+      out.push_back(from(*value, keyPath));
       return;
    }
-   if (value->empty()) refuse(path, "empty list");
+   if (value->empty()) refuse(keyPath, "empty list");
    for (std::size_t i = 0; i < value->size(); ++i)
-      out.push_back(from((*value)[i], indexed(path, i)));
+      out.push_back(from((*value)[i], indexed(keyPath, i)));
 }
 
-std::vector<std::pair<Count, Range>> countsFrom(json const& value, std::string const& path) {
+std::vector<std::pair<Count, Range>> countsFrom(json const& value, std::string const& keyPath) {
    std::vector<std::string_view> known;
    for (std::size_t i = 0; i < counts; ++i)
       known.push_back(nameOf(static_cast<Count>(i)));
-   Fields const fields(value, path, known);
-   if (value.empty()) refuse(path, "nothing is expected");
+   Fields const fields(value, keyPath, known);
+   if (value.empty()) refuse(keyPath, "nothing is expected");
    std::vector<std::pair<Count, Range>> out;
    for (std::size_t i = 0; i < counts; ++i) {
       auto const count = static_cast<Count>(i);
@@ -138,11 +138,11 @@ Expect expectFrom(json const& value) {
       known.push_back(nameOf(static_cast<State>(i)));
    Fields const fields(value, "expect", known);
    Expect expect;
-   if (fields.find("within")) expect.within = fields.number("within", 0, ScenarioParser::maxTime);
+   if (fields.find("within")) expect.within = fields.number("within", 0, maxTime);
    take(fields, "forward", forwardFrom, expect.forward);
    take(fields, "route", routeExpectationFrom, expect.route);
-   take(fields, "trace", traceFrom, expect.said);
-   take(fields, "log", logFrom, expect.said);
+   take(fields, "trace", traceFrom, expect.messages);
+   take(fields, "log", logFrom, expect.messages);
    for (std::size_t i = 0; i < states; ++i) {
       auto const state = static_cast<State>(i);
       if (auto const range = optionalRange(fields, nameOf(state))) {
@@ -158,7 +158,7 @@ Expect expectFrom(json const& value) {
       expect.check = fields.flag("check");
       if (!expect.check) refuse(fields.at("check"), "false expects nothing");
    }
-   if (value.size() == (expect.within ? 1u : 0u)) refuse(fields.path(), "nothing is expected");
+   if (value.size() == (expect.within ? 1u : 0u)) refuse(fields.keyPath(), "nothing is expected");
    return expect;
 }
 

@@ -3,24 +3,22 @@
 #include <algorithm>
 
 #include "agent/input/InterfaceMap.h"
+#include "agent/input/PrintableText.h"
 #include "agent/input/RouteFields.h"
-#include "agent/scenario/ScenarioParser.h"
 
 namespace Agent::Scenario {
 
-void refuse(std::string const& path, std::string const& what) {
-   throw Bad{path.empty() ? what : path + ": " + what};
+void refuse(std::string const& keyPath, std::string const& what) {
+   throw Bad{keyPath.empty() ? what : keyPath + ": " + what};
 }
 
-Fields::Fields(json const& object, std::string path, std::vector<std::string_view> const& known)
-      : object_(object), path_(std::move(path)) {
-   if (!object.is_object()) refuse(path_, kindOf(object) + " where an object is expected");
+Fields::Fields(json const& object, std::string keyPath, std::vector<std::string_view> const& known)
+      : object_(object), keyPath_(std::move(keyPath)) {
+   if (!object.is_object()) refuse(keyPath_, kindOf(object) + " where an object is expected");
    for (auto const& [key, value] : object.items()) {
       if (std::find(known.begin(), known.end(), key) != known.end()) continue;
-      std::string list;
-      for (std::string_view const name : known)
-         (list += list.empty() ? "" : ", ") += name;
-      refuse(path_, "unknown key " + inQuotes(key) + " (known: " + list + ")");
+      refuse(keyPath_,
+             fmt::format("unknown key {} (known: {})", inQuotes(key), fmt::join(known, ", ")));
    }
 }
 
@@ -83,58 +81,58 @@ std::string kindOf(json const& value) {
    return "null";
 }
 
-std::string textAt(json const& value, std::string const& path) {
-   if (!value.is_string()) refuse(path, kindOf(value) + " where a text is expected");
+std::string textAt(json const& value, std::string const& keyPath) {
+   if (!value.is_string()) refuse(keyPath, kindOf(value) + " where a text is expected");
    return value.get<std::string>();
 }
 
-json const& listAt(json const& value, std::string const& path) {
-   if (!value.is_array()) refuse(path, kindOf(value) + " where a list is expected");
+json const& listAt(json const& value, std::string const& keyPath) {
+   if (!value.is_array()) refuse(keyPath, kindOf(value) + " where a list is expected");
    return value;
 }
 
-std::string indexed(std::string const& path, std::size_t i) {
-   return path + '[' + std::to_string(i) + ']';
+std::string indexed(std::string const& keyPath, std::size_t i) {
+   return keyPath + '[' + std::to_string(i) + ']';
 }
 
-Lnet::IntfId intfAt(json const& value, std::string const& path) {
+Lnet::IntfId intfAt(json const& value, std::string const& keyPath) {
    Lnet::IntfId intf;
-   if (auto bad = intfOf(textAt(value, path), intf); !bad.empty()) refuse(path, bad);
+   if (auto bad = intfOf(textAt(value, keyPath), intf); !bad.empty()) refuse(keyPath, bad);
    return intf;
 }
 
-Lnet::IntfId portAt(json const& value, std::string const& path) {
-   Lnet::IntfId const intf = intfAt(value, path);
+Lnet::IntfId portAt(json const& value, std::string const& keyPath) {
+   Lnet::IntfId const intf = intfAt(value, keyPath);
    if (intf.name() == "cpu" || InterfaceMap::isRegisterDevice(intf.name())) {
-      refuse(path, inQuotes(intf.name()) + " is not a port");
+      refuse(keyPath, inQuotes(intf.name()) + " is not a port");
    }
    return intf;
 }
 
-std::vector<Lnet::IntfId> portsAt(json const& list, std::string const& path) {
+std::vector<Lnet::IntfId> portsAt(json const& list, std::string const& keyPath) {
    std::vector<Lnet::IntfId> ports;
-   for (std::size_t i = 0; i < listAt(list, path).size(); ++i) {
-      Lnet::IntfId const port = portAt(list[i], indexed(path, i));
+   for (std::size_t i = 0; i < listAt(list, keyPath).size(); ++i) {
+      Lnet::IntfId const port = portAt(list[i], indexed(keyPath, i));
       if (std::find(ports.begin(), ports.end(), port) != ports.end()) {
-         refuse(indexed(path, i), inQuotes(port.name()) + " is there twice");
+         refuse(indexed(keyPath, i), inQuotes(port.name()) + " is there twice");
       }
       ports.push_back(port);
    }
    return ports;
 }
 
-Range rangeAt(json const& value, std::string const& path) {
+Range rangeAt(json const& value, std::string const& keyPath) {
    if (value.is_number()) return Range::exactly(value.get<double>());
    if (!value.is_object()) {
-      refuse(path, kindOf(value) + " where a number or {\"min\", \"max\"} is expected");
+      refuse(keyPath, kindOf(value) + " where a number or {\"min\", \"max\"} is expected");
    }
-   Fields const fields(value, path, {"min", "max"});
+   Fields const fields(value, keyPath, {"min", "max"});
    Range range;
    constexpr double far = 1e18;
    if (fields.find("min")) range.min = fields.number("min", -far, far);
    if (fields.find("max")) range.max = fields.number("max", -far, far);
-   if (value.empty()) refuse(path, "neither \"min\" nor \"max\"");
-   if (range.min > range.max) refuse(path, "\"min\" is above \"max\"");
+   if (value.empty()) refuse(keyPath, "neither \"min\" nor \"max\"");
+   if (range.min > range.max) refuse(keyPath, "\"min\" is above \"max\"");
    return range;
 }
 
@@ -161,7 +159,7 @@ RouteRun runFields(Fields const& fields, bool packets) {
    auto const slash = group.find('/');
    if (auto bad = routeKeyOf(source == "*" ? any : source, group.substr(0, slash), run.first);
        !bad.empty()) {
-      refuse(fields.path(), bad);
+      refuse(fields.keyPath(), bad);
    }
    if (slash != std::string::npos) {
       auto const range = Lnet::IpGenPrefix::parse(group);
@@ -176,7 +174,7 @@ RouteRun runFields(Fields const& fields, bool packets) {
       refuse(fields.at("src"), "a packet has one source");
    }
    if (fields.find("groups")) {
-      run.groups = fields.whole32("groups", 1, ScenarioParser::maxGroups);
+      run.groups = fields.whole32("groups", 1, maxGroups);
       if (!run.key(run.groups - 1).group().address().isMulticast()) {
          refuse(fields.at("groups"), std::to_string(run.groups) + " groups from " +
                                            inQuotes(group) + " on are not all multicast");

@@ -2,20 +2,20 @@
 // the sources of the scenario parser alone (ScenarioParser.cpp, ScenarioEvents.cpp,
 // ScenarioExpectations.cpp).
 //
-// Whatever is wrong is thrown as a Bad, whose reason begins with the path of the key at fault;
+// A fault is thrown as a Bad, whose reason begins with the path of the key at fault;
 // ScenarioParser::parse() catches it.
 #pragma once
 
 #include <initializer_list>
 #include <nlohmann/json.hpp>
 #include <optional>
-#include <sstream>
 #include <string>
 #include <string_view>
 #include <utility>
 #include <vector>
 
 #include "agent/scenario/Scenario.h"
+#include "platform/sim/Format.h"
 
 namespace Agent::Scenario {
 
@@ -25,8 +25,8 @@ struct Bad {
    std::string reason;
 };
 
-// Throws Bad "PATH: WHAT", or "WHAT" where the path is empty.
-[[noreturn]] void refuse(std::string const& path, std::string const& what);
+// Throws Bad "PATH: WHAT", or "WHAT" where the key path is empty.
+[[noreturn]] void refuse(std::string const& keyPath, std::string const& what);
 
 // The names of an enumeration with what they mean, in the order in which a reason lists them.
 template <class E>
@@ -36,22 +36,21 @@ using Names = std::vector<std::pair<std::string, E>>;
 template <class E>
 Names<E> namesOf(E first, E last) {
    Names<E> names;
-   for (auto i = static_cast<unsigned>(first); i <= static_cast<unsigned>(last); ++i) {
-      std::ostringstream name;
-      name << static_cast<E>(i);
-      names.emplace_back(name.str(), static_cast<E>(i));
-   }
+   for (auto i = static_cast<unsigned>(first); i <= static_cast<unsigned>(last); ++i)
+      names.emplace_back(fmt::format("{}", static_cast<E>(i)), static_cast<E>(i));
    return names;
 }
 
-// One JSON object. `path` leads to it from the top of the line: "route", "expect.forward[1]".
+// One JSON object. `keyPath` leads to it from the top of the line: "route", "expect.forward[1]".
 class Fields {
  public:
    // Refuses what is no object, and a key that is not among the known.
-   Fields(json const& object, std::string path, std::vector<std::string_view> const& known);
+   Fields(json const& object, std::string keyPath, std::vector<std::string_view> const& known);
 
-   std::string const& path() const { return path_; }
-   std::string at(std::string const& key) const { return path_.empty() ? key : path_ + "." + key; }
+   std::string const& keyPath() const { return keyPath_; }
+   std::string at(std::string const& key) const {
+      return keyPath_.empty() ? key : keyPath_ + "." + key;
+   }
 
    // Null when there is no such key.
    json const* find(std::string const& key) const;
@@ -81,20 +80,20 @@ class Fields {
                                 std::string const& known) const;
 
    json const& object_;
-   std::string const path_;
+   std::string const keyPath_;
 };
 
-// ---- Values at a path. ----
+// ---- Values at a key path. ----
 
 std::string kindOf(json const& value);  // "a list", "the number 3"
-std::string textAt(json const& value, std::string const& path);
-json const& listAt(json const& value, std::string const& path);
-std::string indexed(std::string const& path, std::size_t i);  // "path[i]"
-Lnet::IntfId intfAt(json const& value, std::string const& path);
+std::string textAt(json const& value, std::string const& keyPath);
+json const& listAt(json const& value, std::string const& keyPath);
+std::string indexed(std::string const& keyPath, std::size_t i);  // "keyPath[i]"
+Lnet::IntfId intfAt(json const& value, std::string const& keyPath);
 // An interface with a port: neither "cpu" nor a register device.
-Lnet::IntfId portAt(json const& value, std::string const& path);
-std::vector<Lnet::IntfId> portsAt(json const& list, std::string const& path);  // each once
-Range rangeAt(json const& value, std::string const& path);
+Lnet::IntfId portAt(json const& value, std::string const& keyPath);
+std::vector<Lnet::IntfId> portsAt(json const& list, std::string const& keyPath);  // each once
+Range rangeAt(json const& value, std::string const& keyPath);
 
 // ---- Members that several kinds of events share. ----
 

@@ -5,7 +5,7 @@
 #include <set>
 
 #include "agent/input/LineSource.h"
-#include "agent/input/RouteFields.h"
+#include "agent/input/PrintableText.h"
 #include "agent/scenario/ScenarioFields.h"
 
 namespace Agent {
@@ -47,7 +47,7 @@ json jsonFrom(std::string_view text) {
 }
 
 double timeFrom(Fields const& top, double before) {
-   constexpr double most = ScenarioParser::maxTime;
+   constexpr double most = maxTime;
    bool const at = top.find("at") != nullptr;
    bool const after = top.find("after") != nullptr;
    if (at && after) refuse("", "both \"at\" and \"after\"");
@@ -109,10 +109,10 @@ ScenarioParser::Result ScenarioParser::parse(std::string_view text, Line& line) 
    return Result::event;
 }
 
-ScenarioFile ScenarioFile::read(std::string const& path) {
+ScenarioFile ScenarioFile::read(std::string const& fileName) {
    ScenarioFile file;
    ScenarioParser parser;
-   LineSource source(path);
+   LineSource source(fileName);
    auto const refused = [&](std::string reason, std::string_view text, bool fatal) {
       InputError& error = file.errors.emplace_back();
       error.position = {source.name(), source.line()};
@@ -160,10 +160,11 @@ bool isScenarioLine(std::string_view text) {
    return begin != std::string_view::npos && text[begin] == '{';
 }
 
-bool isScenarioFile(std::string const& path) {
+bool isScenarioFile(std::string const& fileName) {
    struct stat status {};
-   if (path == "-" || ::stat(path.c_str(), &status) != 0 || !S_ISREG(status.st_mode)) return false;
-   LineSource source(path);
+   if (fileName == "-" || ::stat(fileName.c_str(), &status) != 0 || !S_ISREG(status.st_mode))
+      return false;
+   LineSource source(fileName);
    while (true) {
       LineSource::Result const result = source.next();
       if (result != LineSource::Result::line && result != LineSource::Result::part) return false;

@@ -18,11 +18,6 @@ class ScenarioParser {
  public:
    enum class Result { event, skipped, malformed };  // skipped: an empty line, a comment
 
-   // The largest time, in seconds, the most groups of one line, and the most packets.
-   static constexpr double maxTime = 1e6;
-   static constexpr std::uint32_t maxGroups = 1'000'000;
-   static constexpr std::uint32_t maxPackets = 10'000'000;
-
    // Reads `text`, without its line end. With Result::event, `line` has its time, path and event,
    // and what was in `where` before. Otherwise nothing has changed, the remembered time included.
    Result parse(std::string_view text, Scenario::Line& line);
@@ -44,7 +39,7 @@ struct ScenarioFile {
    std::vector<InputError> errors;  // in the order of the file; nothing of such lines is in `lines`
 
    // "-" is standard input.
-   static ScenarioFile read(std::string const& path);
+   static ScenarioFile read(std::string const& fileName);
 };
 
 // Whether a line that is neither empty nor a comment is a scenario's: whether it begins with '{'.
@@ -52,6 +47,6 @@ bool isScenarioLine(std::string_view text);
 // Whether a file is a scenario, by the first line that is neither empty nor a comment; a gzip file
 // is looked into. False for standard input and for what is no regular file, since what is read from
 // there cannot be read again, and for what cannot be read.
-bool isScenarioFile(std::string const& path);
+bool isScenarioFile(std::string const& fileName);
 
 }  // namespace Agent

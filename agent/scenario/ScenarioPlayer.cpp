@@ -1,7 +1,8 @@
 #include "agent/scenario/ScenarioPlayer.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
-#include <cstdio>
 
 #include "Qor/Clock.h"
 
@@ -13,7 +14,7 @@ namespace {
 
 std::string expectedFound(std::string const& what, std::string const& expected,
                           std::string const& found) {
-   return what + ": expected " + expected + ", found " + found;
+   return fmt::format("{}: expected {}, found {}", what, expected, found);
 }
 
 std::string numbers(std::string const& what, Range const& expected, double found) {
@@ -21,10 +22,7 @@ std::string numbers(std::string const& what, Range const& expected, double found
 }
 
 std::string joined(std::vector<std::string> const& names) {
-   std::string text;
-   for (std::string const& name : names)
-      text += (text.empty() ? "" : " ") + name;
-   return text.empty() ? "nowhere" : text;
+   return names.empty() ? "nowhere" : fmt::format("{}", fmt::join(names, " "));
 }
 
 std::string nameOf(RouteRun const& routes, std::uint32_t i) {
@@ -34,13 +32,11 @@ std::string nameOf(RouteRun const& routes, std::uint32_t i) {
 }  // namespace
 
 std::string ScenarioPlayer::Failure::toString() const {
-   char at[64];
-   std::snprintf(at, sizeof at, ": at %.6f s: ", time);
-   return where.toString() + at + text;
+   return fmt::format("{}: at {:.6f} s: {}", where.toString(), time, text);
 }
 
 ScenarioPlayer::ScenarioPlayer(ScenarioTarget& target, std::vector<Line> const& lines)
-      : target_(target), lines_(lines), watch_(lines) {
+      : target_(target), lines_(lines), messages_(lines) {
    mark();
 }
 
@@ -114,7 +110,7 @@ void ScenarioPlayer::mark() {
       marked_[i] = target_.value(static_cast<Count>(i));
    sent_ = lost_ = duplicated_ = 0;
    delivered_.clear();
-   watch_.mark();
+   messages_.mark();
 }
 
 // ---- What happens to the switch. ----
@@ -220,9 +216,10 @@ ScenarioPlayer::Texts ScenarioPlayer::differences(Expect const& expect) {
       auto const found = it == delivered_.end() ? 0.0 : static_cast<double>(it->second);
       if (!range.contains(found)) out.push_back(numbers("delivered at " + name, range, found));
    }
-   for (Said const& said : expect.said) {
-      auto const found = static_cast<double>(watch_.seen(said));
-      if (!said.seen.contains(found)) out.push_back(numbers(said.toString(), said.seen, found));
+   for (MessageExpectation const& expected : expect.messages) {
+      auto const found = static_cast<double>(messages_.seen(expected));
+      if (!expected.seen.contains(found))
+         out.push_back(numbers(expected.toString(), expected.seen, found));
    }
    if (expect.now && !expect.now->contains(Qor::now())) {
       out.push_back(numbers("now", *expect.now, Qor::now()));

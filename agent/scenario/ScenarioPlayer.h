@@ -18,8 +18,8 @@
 #include <string>
 #include <vector>
 
+#include "agent/scenario/MessageCounter.h"
 #include "agent/scenario/ScenarioTarget.h"
-#include "agent/scenario/ScenarioWatch.h"
 
 namespace Agent {
 
@@ -108,7 +108,7 @@ class ScenarioPlayer {
    ScenarioTarget& target_;
    std::vector<Scenario::Line> const& lines_;
    std::size_t next_ = 0;
-   ScenarioWatch watch_;
+   MessageCounter messages_;
    std::map<std::pair<double, std::size_t>, Train> trains_;  // by time, then by line
    // At the last mark: the target's counts; since then: the packets.
    std::array<std::uint64_t, Scenario::targetCounts> marked_{};

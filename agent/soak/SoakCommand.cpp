@@ -7,7 +7,8 @@
 #include <iostream>
 #include <nlohmann/json.hpp>
 
-#include "agent/run/RunCommand.h"
+#include "agent/report/ExitCode.h"
+#include "agent/report/Output.h"
 #include "agent/scenario/ScenarioParser.h"
 #include "agent/soak/SoakRun.h"
 

@@ -21,7 +21,7 @@ AsyncPath::AsyncPath(Surroundings const& surroundings, PathConfig const& config)
                   Qor::make<Routing::Hardware::RouteStatus>()) {}
 
 AsyncPath::AsyncPath(Surroundings const& s, PlatformPtr platform, RouteStatusPtr routeStatus)
-      : SwitchPathOn(Vel::Mroute::asyncMrouteSwitchFactory("switch1", routeStatus, platform)),
+      : SwitchPathBase(Vel::Mroute::asyncMrouteSwitchFactory("switch1", routeStatus, platform)),
         platform_(std::move(platform)),
         routeStatus_(std::move(routeStatus)),
         bfdAppStatus_(s.bfdAppStatus),

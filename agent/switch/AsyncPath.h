@@ -5,12 +5,12 @@
 #include "Routing/Hardware/RouteStatus.h"
 #include "Vel/VelAsyncMrouteSm.h"
 #include "agent/programmer/AsyncRouteProgrammer.h"
-#include "agent/switch/SwitchPathOn.h"
+#include "agent/switch/SwitchPathBase.h"
 #include "platform/sim/AsyncPlatform.h"
 
 namespace Agent {
 
-class AsyncPath final : public SwitchPathOn<Vel::Mroute::AsyncMrouteSwitch> {
+class AsyncPath final : public SwitchPathBase<Vel::Mroute::AsyncMrouteSwitch> {
  public:
    AsyncPath(Surroundings const& surroundings, PathConfig const& config);
 

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "agent/input/CaptureState.h"
+#include "agent/switch/SwitchPathFactory.h"
 
 namespace Agent {
 
@@ -45,6 +46,10 @@ SimulatedSwitch::SimulatedSwitch(Path path, Sim::ChipConfig const& config, Inter
 }
 
 SimulatedSwitch::~SimulatedSwitch() = default;
+
+std::unique_ptr<SwitchPath> SimulatedSwitch::newPath() const {
+   return newSwitchPath(pathKind_, surroundings_, pathConfig_);
+}
 
 void SimulatedSwitch::apply(CaptureEvent const& event) {
    activity_->runUntil(timeOf(event).time);

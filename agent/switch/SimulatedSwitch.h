@@ -20,6 +20,7 @@
 
 #include "agent/input/CaptureEvent.h"
 #include "agent/input/InterfaceMap.h"
+#include "agent/switch/Path.h"
 #include "agent/switch/Replay.h"
 #include "agent/switch/SwitchPath.h"
 
@@ -106,9 +107,7 @@ class SimulatedSwitch {
    Intf const& intf(Lnet::IntfId id) const;
 
  private:
-   std::unique_ptr<SwitchPath> newPath() const {
-      return SwitchPath::make(pathKind_, surroundings_, pathConfig_);
-   }
+   std::unique_ptr<SwitchPath> newPath() const;
    bool isFound(RouteProgrammer::Route const& route) const;
    std::optional<Qor::Seconds> replayComplete();
    void withdrawUnwanted();

@@ -14,7 +14,6 @@
 #include "Routing/Multicast/Fib/VrfConfig.h"
 #include "Vel/VrfId.h"
 #include "agent/programmer/RouteProgrammer.h"
-#include "agent/switch/Path.h"
 #include "agent/timeline/Timeline.h"
 #include "platform/sim/Chip.h"
 #include "platform/sim/Faults.h"
@@ -57,8 +56,6 @@ using TreeRoots = std::vector<TreeRoot>;
 
 class SwitchPath {
  public:
-   static std::unique_ptr<SwitchPath> make(Path path, Surroundings const& surroundings,
-                                           PathConfig const& config);
    virtual ~SwitchPath() = default;
    SwitchPath(SwitchPath const&) = delete;
    SwitchPath& operator=(SwitchPath const&) = delete;

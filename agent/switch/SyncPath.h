@@ -6,13 +6,13 @@
 #include "Vel/VelMrouteSm.h"
 #include "Vel/VelSyncMrouteSm.h"
 #include "agent/programmer/SyncRouteProgrammer.h"
-#include "agent/switch/SwitchPathOn.h"
+#include "agent/switch/SwitchPathBase.h"
 #include "agent/switch/Verifier.h"
 #include "platform/sim/SyncPlatform.h"
 
 namespace Agent {
 
-class SyncPath final : public SwitchPathOn<Vel::MrouteSwitch> {
+class SyncPath final : public SwitchPathBase<Vel::MrouteSwitch> {
  public:
    SyncPath(Surroundings const& surroundings, PathConfig const& config);
 
@@ -61,6 +61,7 @@ class SyncPath final : public SwitchPathOn<Vel::MrouteSwitch> {
 
    SyncPath(Surroundings const& surroundings, PlatformPtr platform, Inputs inputs);
    RecordRow rowOf(Vel::MtableOifSet const& record) const override;
+   void addFaults(std::vector<Qor::String>& faults) const;
 
    PlatformPtr const platform_;
    Inputs const inputs_;

@@ -16,20 +16,11 @@
 
 namespace Agent {
 
-class SwitchTracks {
+class SwitchTracks : public Timeline::Process {
  public:
-   // The timeline outlives the tracks; they are a process of their own in it, under this name.
-   SwitchTracks(Timeline& timeline, Qor::Name const& name)
-         : timeline_(timeline), process_(timeline.newProcess(name)) {}
-   virtual ~SwitchTracks() = default;
-   SwitchTracks(SwitchTracks const&) = delete;
-   SwitchTracks& operator=(SwitchTracks const&) = delete;
+   using Process::Process;
 
-   unsigned process() const { return process_; }
-   // Begins with what is there.
-   virtual void showAll() = 0;
-   // Writes what is known by now of an instant before `time`.
-   void settleInstant(double time);
+   void settleInstant(double time) override;
 
  protected:
    struct RouteFacts {
@@ -102,15 +93,13 @@ class SwitchTracks {
    void endSpans(Spans& spans, char const* outcome, Stays const& stays) {
       std::erase_if(spans, [&](auto const& item) {
          if (stays(item.first)) return false;
-         timeline_.end(item.second, outcome, Qor::now());
+         end(item.second, outcome, Qor::now());
          return true;
       });
    }
    Zombies::iterator endZombie(Zombies::iterator it, bool replaced);
    void writeTables();
 
-   Timeline& timeline_;
-   unsigned const process_;
    Spans routes_;    // by handle
    Spans reroutes_;  // by the oif set's serial
    Zombies zombies_;

@@ -1,9 +1,8 @@
 #include "agent/timeline/Timeline.h"
 
-#include <cstdio>
+#include <fmt/format.h>
 
 #include "Qor/Clock.h"
-#include "agent/timeline/SwitchTracks.h"
 
 namespace Agent {
 
@@ -11,9 +10,7 @@ namespace {
 
 // Microseconds with the nanoseconds as a fraction, and no digits that say nothing.
 std::string microseconds(double seconds) {
-   char text[64];
-   std::snprintf(text, sizeof text, "%.3f", seconds * 1e6);
-   std::string out(text);
+   std::string out = fmt::format("{:.3f}", seconds * 1e6);
    if (out.ends_with(".000")) out.resize(out.size() - 4);
    return out;
 }
@@ -55,10 +52,10 @@ Timeline::~Timeline() {
    finish();
 }
 
-unsigned Timeline::observe(std::unique_ptr<SwitchTracks> observer) {
-   switches_.push_back(std::move(observer));
-   switches_.back()->showAll();
-   return switches_.back()->process();
+unsigned Timeline::observe(std::unique_ptr<Process> process) {
+   observed_.push_back(std::move(process));
+   observed_.back()->showAll();
+   return observed_.back()->number();
 }
 
 unsigned Timeline::newProcess(std::string const& name) {
@@ -112,12 +109,12 @@ void Timeline::crash() {
 
 // Nothing is watched any more.
 void Timeline::endAll(char const* outcome) {
-   for (auto const& reactor : switches_)
-      reactor->settleInstant(Qor::never);
+   for (auto const& process : observed_)
+      process->settleInstant(Qor::never);
    while (!open_.empty())
       end(open_.begin()->first, outcome, Qor::now());
    xacts_.clear();
-   switches_.clear();
+   observed_.clear();
 }
 
 std::uint64_t Timeline::begin(unsigned process, char const* category, std::string name,
@@ -162,8 +159,8 @@ void Timeline::write(char const* phase, unsigned process, unsigned thread, std::
 }
 
 void Timeline::settleInstant() {
-   for (auto const& reactor : switches_)
-      reactor->settleInstant(Qor::now());
+   for (auto const& process : observed_)
+      process->settleInstant(Qor::now());
 }
 
 }  // namespace Agent

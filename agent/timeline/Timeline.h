@@ -35,11 +35,10 @@
 
 namespace Agent {
 
-class SwitchTracks;
-
 class Timeline {
  public:
    using Args = nlohmann::ordered_json;  // an object, shown with the event; null for none
+   class Process;
 
    // `out` outlives the timeline. A write that fails shows in the stream's state.
    explicit Timeline(std::ostream& out);
@@ -48,9 +47,9 @@ class Timeline {
    Timeline(Timeline const&) = delete;
    Timeline& operator=(Timeline const&) = delete;
 
-   // Shows a switch from now on, by an observer made for this timeline (agent/timeline/AsyncObserver.h).
-   // Returns its process, counted from 1.
-   unsigned observe(std::unique_ptr<SwitchTracks> observer);
+   // Shows a switch from now on, by an observer made for this timeline
+   // (agent/timeline/AsyncObserver.h). Returns the number of its process, counted from 1.
+   unsigned observe(std::unique_ptr<Process> process);
 
    // A span for the transaction, from now to its completion; one that is complete is a span without
    // length. A null transaction is none.
@@ -68,7 +67,6 @@ class Timeline {
    std::uint64_t events() const { return events_; }
 
  private:
-   friend class SwitchTracks;
    class QorXact;
    struct Open {  // a span that has begun
       unsigned process;
@@ -96,8 +94,49 @@ class Timeline {
    std::uint64_t lastId_ = 0;
    std::map<std::uint64_t, Open> open_;
    unsigned processes_ = 0;
-   std::vector<std::unique_ptr<SwitchTracks>> switches_;
+   std::vector<std::unique_ptr<Process>> observed_;
    std::map<std::uint64_t, std::unique_ptr<QorXact>> xacts_;  // by the id of the span
+};
+
+// One observed switch: a process of its own in the timeline. An observer derives from it and writes
+// the process's events.
+class Timeline::Process {
+ public:
+   // The timeline outlives the process, which it shows under this name.
+   Process(Timeline& timeline, std::string const& name)
+         : timeline_(timeline), number_(timeline.newProcess(name)) {}
+   virtual ~Process() = default;
+   Process(Process const&) = delete;
+   Process& operator=(Process const&) = delete;
+
+   unsigned number() const { return number_; }
+   // Begins spans for everything that the switch has at present.
+   virtual void showAll() = 0;
+   // Writes the events of instants before `time` that are still held back.
+   virtual void settleInstant(double time) = 0;
+
+ protected:
+   // Begins a span, and returns its id.
+   std::uint64_t begin(char const* category, std::string name, Args const& args = nullptr) {
+      return timeline_.begin(number_, category, std::move(name), args);
+   }
+   void end(std::uint64_t id, char const* outcome, double time) {
+      timeline_.end(id, outcome, time);
+   }
+   // An instant in the track "notifications".
+   void notification(std::string_view name, Args const& args = nullptr) {
+      timeline_.writeInstant(Thread::notifications, name, args, number_);
+   }
+   // Numbers shown as one stacked graph, at a time that is not after now.
+   void counter(std::string_view name, double time, Args const& values) {
+      timeline_.write("C", number_, 0, name, time, {{"args", values}});
+   }
+   // Settles all observed switches up to now.
+   void settleAll() { timeline_.settleInstant(); }
+
+ private:
+   Timeline& timeline_;
+   unsigned const number_;
 };
 
 }  // namespace Agent

@@ -15,7 +15,7 @@
 
 namespace Agent {
 
-struct CheckResult {
+struct ForwardingCheck {
    struct NotPlaced {
       RouteId id;
       std::string reason;
@@ -29,6 +29,6 @@ struct CheckResult {
 };
 
 // The switch is settled. Sending the packets counts in the chip's hit times and counters.
-CheckResult checkForwarding(SimulatedSwitch& simulated, CaptureState const& capture);
+ForwardingCheck checkForwarding(SimulatedSwitch& simulated, CaptureState const& capture);
 
 }  // namespace Agent

@@ -3,15 +3,15 @@
 #pragma once
 
 #include <algorithm>
-#include <sstream>
 #include <utility>
 
 #include "agent/switch/SwitchPath.h"
+#include "platform/sim/Format.h"
 
 namespace Agent {
 
 template <class Switch>
-class SwitchPathOn : public SwitchPath {
+class SwitchPathBase : public SwitchPath {
  public:
    std::optional<RecordRow> record(RouteProgrammer::Route const& route) const override {
       if (auto const record = Qor::ptrCast<Record>(route.record())) return row(*record);
@@ -39,7 +39,8 @@ class SwitchPathOn : public SwitchPath {
  protected:
    using Record = typename Switch::RecordPtr::element_type;
 
-   explicit SwitchPathOn(Qor::Ptr<Switch> mrouteSwitch) : mrouteSwitch_(std::move(mrouteSwitch)) {}
+   explicit SwitchPathBase(Qor::Ptr<Switch> mrouteSwitch)
+         : mrouteSwitch_(std::move(mrouteSwitch)) {}
 
    Qor::Ptr<Switch> const& mrouteSwitch() const { return mrouteSwitch_; }
 
@@ -47,9 +48,7 @@ class SwitchPathOn : public SwitchPath {
    std::vector<Qor::String> auditRecords() const {
       std::vector<Qor::String> faults;
       auto const fault = [&](auto const& oifSet, char const* what) {
-         std::ostringstream os;
-         os << oifSet << ' ' << oifSet->portVlanSet() << ' ' << what;
-         faults.push_back(os.str());
+         faults.push_back(fmt::format("{} {} {}", oifSet, oifSet->portVlanSet(), what));
       };
       for (auto const& [oifSet, named] : mrouteSwitch_->inUseOifSet()) {
          auto const record = mrouteSwitch_->record(oifSet, named);

@@ -1,4 +1,4 @@
-#include "agent/scenario/ScenarioWatch.h"
+#include "agent/scenario/MessageCounter.h"
 
 #include <algorithm>
 #include <iostream>
@@ -7,7 +7,7 @@
 
 namespace Agent {
 
-ScenarioWatch::ScenarioWatch(std::vector<Scenario::Line> const& lines)
+MessageCounter::MessageCounter(std::vector<Scenario::Line> const& lines)
       : handle_(Vel::velTrace()),
         levelsBefore_(handle_.levels()),
         traceBefore_(Qor::traceSinkIs(this)),
@@ -16,40 +16,40 @@ ScenarioWatch::ScenarioWatch(std::vector<Scenario::Line> const& lines)
    for (Scenario::Line const& line : lines) {
       auto const* expect = std::get_if<Scenario::Expect>(&line.event);
       if (!expect) continue;
-      for (Scenario::Said const& said : expect->said) {
-         (said.log ? logs_ : traces_).push_back({&said});
-         if (!said.log) levels |= (2u << said.level) - 1;
+      for (Scenario::MessageExpectation const& expected : expect->messages) {
+         (expected.log ? logs_ : traces_).push_back({&expected});
+         if (!expected.log) levels |= (2u << expected.level) - 1;
       }
    }
    handle_.levelsIs(static_cast<Qor::U16>(levels));
 }
 
-ScenarioWatch::~ScenarioWatch() {
+MessageCounter::~MessageCounter() {
    handle_.levelsIs(levelsBefore_);
    Qor::traceSinkIs(traceBefore_);
    Qor::logSinkIs(logBefore_);
 }
 
-std::uint64_t ScenarioWatch::seen(Scenario::Said const& said) const {
-   for (Counted const& counted : said.log ? logs_ : traces_) {
-      if (counted.said == &said) return counted.seen;
+std::uint64_t MessageCounter::seen(Scenario::MessageExpectation const& expected) const {
+   for (Counted const& counted : expected.log ? logs_ : traces_) {
+      if (counted.expected == &expected) return counted.seen;
    }
    return 0;
 }
 
-void ScenarioWatch::mark() {
+void MessageCounter::mark() {
    for (auto* const list : {&traces_, &logs_}) {
       for (Counted& counted : *list)
          counted.seen = 0;
    }
 }
 
-void ScenarioWatch::trace(Qor::TraceRecord const& record) {
+void MessageCounter::trace(Qor::TraceRecord const& record) {
    if (record.handle == handle_.name()) {
       for (Counted& counted : traces_) {
-         Scenario::Said const& said = *counted.said;
-         if (record.level > said.level) continue;
-         if (record.message.find(said.text) != std::string_view::npos) ++counted.seen;
+         Scenario::MessageExpectation const& expected = *counted.expected;
+         if (record.level > expected.level) continue;
+         if (record.message.find(expected.text) != std::string_view::npos) ++counted.seen;
       }
       if (!((levelsBefore_ >> record.level) & 1u)) return;  // on for the scenario alone
    }
@@ -60,11 +60,11 @@ void ScenarioWatch::trace(Qor::TraceRecord const& record) {
    }
 }
 
-void ScenarioWatch::log(Qor::LogMessage const& message, Qor::String const& text) {
+void MessageCounter::log(Qor::LogMessage const& message, Qor::String const& text) {
    for (Counted& counted : logs_) {
-      Scenario::Said const& said = *counted.said;
-      if (!said.name.empty() && said.name != message.name) continue;
-      if (text.find(said.text) != std::string::npos) ++counted.seen;
+      Scenario::MessageExpectation const& expected = *counted.expected;
+      if (!expected.name.empty() && expected.name != message.name) continue;
+      if (text.find(expected.text) != std::string::npos) ++counted.seen;
    }
    if (logBefore_) {
       logBefore_->log(message, text);
