@@ -99,7 +99,13 @@ void AsyncMrouteSwitchSm::mrouteSwitchIs(Qor::Ptr<AsyncMrouteSwitch> v) {
 }
 
 void AsyncMrouteSwitchSm::mfibConfigIs(Qor::Ptr<Routing::Multicast::Fib::VrfConfig const> v) {
+   Qor::Ptr<AsyncMrouteSwitchSm> const self(references() ? this : nullptr);
+   bool const another = v != mfibConfig();
    mfibConfig_.is(this, std::move(v));
+   if (another && mfibConfig()) {
+      handleMulticastCounterMode();
+      handleWildcardCounter();
+   }
    syncMfibConfigVrf();
    if (initialized()) handlePollingInterval();
 }

@@ -18,7 +18,8 @@
 // the ...Full() hook whether that is for lack of room, and tries again once there is room.
 //
 // Required hooks ("required" below) stop the process when they are called and not overridden,
-// unless VEL_NOOP_AGENT is in the environment: they then return 0, false or nothing.
+// unless VEL_NOOP_AGENT is in the environment: they then return 0, false or nothing, and the
+// programmer accepts an index and a handle that are in use (Vel/VelSyncMrouteSwitch.h).
 #pragma once
 
 #include "Routing/Multicast/Fib/CounterMode.h"

@@ -9,7 +9,6 @@
 #include <utility>
 
 #include "MrouteLib/PortVlanSet.h"
-#include "Qor/Blip.h"
 #include "Qor/Entity.h"
 #include "Qor/Export.h"
 #include "Qor/HashMap.h"
@@ -99,7 +98,7 @@ using OifSetPtr = Qor::Ptr<OifSet const>;
 // Printed as "OifSet#<serial>", or "null".
 QOR_PUBLIC std::ostream& operator<<(std::ostream& os, OifSet const& oifSet);
 QOR_PUBLIC std::ostream& operator<<(std::ostream& os, OifSetPtr const& oifSet);
-QOR_PUBLIC void blipEncode(Qor::BlipWriter& writer, OifSetPtr const& oifSet);
+QOR_PUBLIC Qor::String blipText(OifSetPtr const& oifSet);
 
 // The interner of equal oif sets, shared by all multicast tables. It holds no reference to the
 // sets: it has an oif set as long as a route, a record or a zombie keeps the set alive. A route
