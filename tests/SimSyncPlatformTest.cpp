@@ -146,7 +146,7 @@ TEST_F(SimSyncPlatform, VerificationAndAuditFindAMemoryFault) {
    EXPECT_EQ(platform_->differences().texts(),
              (Lines{"route 0 (10.0.0.1, 239.0.0.1): group 1 on the chip, recorded 0",
                     "route 0 (10.0.0.1, 239.0.0.1): group 0 differs from {et1}",
-                    "multicast routing: enabled 0 on the chip, recorded 1"}));
+                    "multicast routing: enabled false on the chip, recorded true"}));
    EXPECT_EQ(platform_->audit(), (Lines{"group 0 counts 1 routes, but 0 point at it",
                                         "group 1 counts 0 routes, but 1 point at it",
                                         "route 0 points at group 1 instead of 0"}));

@@ -3,7 +3,7 @@
 
 #include "Qor/Trace.h"
 #include "agent/input/NumberText.h"
-#include "agent/input/RouteFields.h"
+#include "agent/input/PrintableText.h"
 #include "agent/input/TraceOption.h"
 #include "agent/inspect/InspectExplain.h"
 #include "agent/inspect/Inspector.h"
@@ -17,12 +17,6 @@ using Kind = TreeNode::Kind;
 using Lines = std::vector<std::vector<std::string>>;
 
 namespace {
-
-std::string aligned(Lines const& lines) {
-   std::ostringstream out;
-   printAligned(out, lines);
-   return out.str();
-}
 
 std::string lastSegment(TreeNode const& parent, TreeNode const& child) {
    return printable(child.path.substr(parent.path == "/" ? 1 : parent.path.size() + 1));

@@ -4,7 +4,7 @@
 #include <iterator>
 #include <utility>
 
-#include "platform/sim/Text.h"
+#include "platform/sim/Format.h"
 
 namespace Sim {
 
@@ -313,9 +313,9 @@ void AsyncPlatform::doSetMtableOifSet(RouteHandle handle, U32 mcastId, XactPtr b
                  fault = std::move(fault)]() -> String8 {
       if (!fault.empty()) return fault;
       if (create->state() == Hux::Xact::State::failed) {
-         return text("route entry not created: ", create->failureReason());
+         return fmt::format("route entry not created: {}", create->failureReason());
       }
-      if (!groups_[mcastId].onChip) return text("multicast group ", mcastId, " not created");
+      if (!groups_[mcastId].onChip) return fmt::format("multicast group {} not created", mcastId);
       found_.routes.release(index);
       return chip_->routePoint(index, mcastId);
    };
@@ -418,9 +418,9 @@ std::vector<Qor::String> AsyncPlatform::audit() const {
       GroupState const& group = groups_[id];
       if (group.onChip != (chip_->group(id) != nullptr)) {
          faults.push_back(
-               text("group ", id, ": the platform and the chip differ on its existence"));
+               fmt::format("group {}: the platform and the chip differ on its existence", id));
       } else if (group.onChip && !group.allocated && !found_.groups.contains(id)) {
-         faults.push_back(text("group ", id, " is on the chip, but not allocated"));
+         faults.push_back(fmt::format("group {} is on the chip, but not allocated", id));
       }
    }
    for (U32 index = 0; index < routes_.size(); ++index) {
@@ -428,8 +428,8 @@ std::vector<Qor::String> AsyncPlatform::audit() const {
       bool const expected = found_.routes.left().contains(index) ||
                             (create && create->state() == Hux::Xact::State::succeeded);
       if (expected != (chip_->routes().find(index) != nullptr)) {
-         faults.push_back(
-               text("route entry ", index, ": the platform and the chip differ on its existence"));
+         faults.push_back(fmt::format(
+               "route entry {}: the platform and the chip differ on its existence", index));
       }
    }
    return faults;
