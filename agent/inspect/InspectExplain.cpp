@@ -26,10 +26,59 @@ std::string text(Parts const&... parts) {
    return os.str();
 }
 
+std::string routeText(RouteId const& id, RouteQuestion const& question) {
+   std::string const name = id.key.pretty();
+   bool const plain = question.vrf || id.vrf == L3::VrfName("default");
+   return plain ? name : name + " in VRF " + id.vrf.name();
+}
+
 std::string routeText(Route const& route, RouteQuestion const& question) {
-   std::string const name = route.key().pretty();
-   bool const plain = question.vrf || route.vrf() == L3::VrfName("default");
-   return plain ? name : name + " in VRF " + route.vrf().name();
+   return routeText({route.vrf(), route.key()}, question);
+}
+
+// Counts routes, and names the first of them.
+class SomeRoutes {
+ public:
+   template <class Which>
+   void add(Which const& route, RouteQuestion const& question) {
+      if (count_++ < named) some_.push_back(routeText(route, question));
+   }
+   bool empty() const { return count_ == 0; }
+   ordered_json json() const { return {{"routes", count_}, {"some", some_}}; }
+
+ private:
+   std::size_t count_ = 0;
+   ordered_json some_ = ordered_json::array();
+};
+
+// During a recovery: the wanted routes whose found entries point at the group. A rewrite of the
+// group changes these entries, too.
+SomeRoutes foundAt(SimulatedSwitch const& simulated, RouteQuestion const& question,
+                   Qor::U32 group) {
+   SomeRoutes some;
+   if (!simulated.recovering() || Sim::isHardWired(group)) return some;
+   Sim::FoundEntries const& found = simulated.path().found().routes;
+   for (auto const& [id, wanted] : simulated.wantedRoutes()) {
+      auto const vrfId = simulated.vrfId(id.vrf);
+      if (wanted.bridgeAction || !vrfId) continue;
+      auto const index = found.find(vrfId->value(), id.key, wanted.acceptingVlan);
+      if (index && simulated.chip().routes().find(*index)->group == group) some.add(id, question);
+   }
+   return some;
+}
+
+// The routes that hold the group at which a found entry points.
+SomeRoutes holdersOf(SimulatedSwitch const& simulated, RouteQuestion const& question,
+                     Qor::U32 index) {
+   SomeRoutes some;
+   if (!simulated.path().found().routes.left().contains(index)) return some;
+   Qor::U32 const group = simulated.chip().routes().find(index)->group;
+   if (Sim::isHardWired(group)) return some;
+   simulated.routeProgrammer().forEachRoute([&](Route const& route) {
+      auto const record = simulated.path().record(route);
+      if (record && record->group == group) some.add(route, question);
+   });
+   return some;
 }
 
 ordered_json membersJson(bool toCpu, std::vector<MrouteLib::PortVlan> const& members) {
@@ -110,9 +159,22 @@ class Explanation {
                             {"before", place->before},
                             {"waiting", place->waiting},
                             {"zombies", simulated_.path().zombies()}};
+      addFoundEntry(waits);
       auto const zombies = simulated_.path().zombieRecords();
       if (!zombies.empty()) waits["nextExpiry"] = zombies.front().expiryTime;
       out_["waitsFor"] = std::move(waits);
+   }
+
+   // A found entry forwards until the route gets the room that it waits for.
+   void addFoundEntry(ordered_json& waits) const {
+      auto const vrfId = simulated_.vrfId(route_.vrf());
+      if (!simulated_.recovering() || !vrfId || wanted_.bridgeAction) return;
+      auto const index = simulated_.path().found().routes.find(vrfId->value(), route_.key(),
+                                                               wanted_.acceptingVlan);
+      if (!index) return;
+      waits["foundEntry"] = {
+            {"group", Sim::groupName(simulated_.chip().routes().find(*index)->group)},
+            {"groupOf", holdersOf(simulated_, question_, *index).json()}};
    }
 
    void addPlace() {
@@ -121,13 +183,14 @@ class Explanation {
       out_["group"] = Sim::groupName(record_->group);
       out_["index"] = record_->index;
       out_["oifSet"] = record_->oifSet->serial();
-      std::size_t others = 0;
-      ordered_json some = ordered_json::array();
+      SomeRoutes others;
       simulated_.routeProgrammer().forEachRoute([&](Route const& other) {
          if (&other == &route_ || other.record() != route_.record()) return;
-         if (others++ < named) some.push_back(routeText(other, question_));
+         others.add(other, question_);
       });
-      out_["sharedWith"] = {{"routes", others}, {"some", some}};
+      out_["sharedWith"] = others.json();
+      SomeRoutes const found = foundAt(simulated_, question_, record_->group);
+      if (!found.empty()) out_["sharedWithFound"] = found.json();
    }
 
    void addUse() {
@@ -233,39 +296,50 @@ bool covers(RouteKey const& entry, RouteKey const& key) {
 
 // The entry of one VRF that takes the packets of a route that is not wanted: the longest match.
 ordered_json taker(SimulatedSwitch const& simulated, L3::VrfName const& vrf, Qor::U32 vrfId,
-                   RouteKey const& key) {
+                   RouteQuestion const& question) {
+   RouteKey const& key = question.key;
    Sim::Entry const* best = nullptr;
+   std::optional<Qor::U32> route;
    auto const longer = [](RouteKey const& a, RouteKey const& b) {
       return std::pair(a.group().length(), a.source().length()) >
              std::pair(b.group().length(), b.source().length());
    };
-   auto const visit = [&](Qor::U32, Sim::Entry const& entry) {
+   auto const visit = [&](std::optional<Qor::U32> number, Sim::Entry const& entry) {
       if (entry.vrfId != vrfId || !covers(entry.key, key)) return;
-      if (!best || longer(entry.key, best->key)) best = &entry;
+      if (best && !longer(entry.key, best->key)) return;
+      best = &entry;
+      route = number;
    };
-   simulated.chip().boundaries().forEach(visit);
+   simulated.chip().boundaries().forEach(
+         [&](Qor::U32, Sim::Entry const& entry) { visit(std::nullopt, entry); });
    simulated.chip().routes().forEach(visit);
    if (!best) return nullptr;
    Intf const* const intf =
          best->acceptingVlan.isNone()
                ? nullptr
                : simulated.interfaceMap().byVlan(Bridging::VlanId(best->acceptingVlan.value()));
-   return {{"vrf", vrf.name()},
-           {"entry", best->key.pretty()},
-           {"acceptsFrom", interfaceJson(intf ? intf->id : Lnet::IntfId(), best->acceptingVlan)}};
+   ordered_json out = {
+         {"vrf", vrf.name()},
+         {"entry", best->key.pretty()},
+         {"acceptsFrom", interfaceJson(intf ? intf->id : Lnet::IntfId(), best->acceptingVlan)}};
+   if (!route || !simulated.recovering()) return out;
+   SomeRoutes const holders = holdersOf(simulated, question, *route);
+   if (!holders.empty()) {
+      out["group"] = Sim::groupName(best->group);
+      out["groupOf"] = holders.json();
+   }
+   return out;
 }
 
 ordered_json nearJson(SimulatedSwitch const& simulated, RouteQuestion const& question) {
-   std::size_t sameGroup = 0;
-   ordered_json some = ordered_json::array();
+   SomeRoutes sameGroup;
    ordered_json otherVrfs = ordered_json::array();
    std::set<L3::VrfName> vrfs = {question.vrf.value_or(L3::VrfName("default"))};
    simulated.routeProgrammer().forEachRoute([&](Route const& route) {
       bool const asked = !question.vrf || route.vrf() == *question.vrf;
       if (asked) {
          vrfs.insert(route.vrf());
-         if (route.key().group() != question.key.group()) return;
-         if (sameGroup++ < named) some.push_back(routeText(route, question));
+         if (route.key().group() == question.key.group()) sameGroup.add(route, question);
       } else if (route.key() == question.key && otherVrfs.size() < named) {
          otherVrfs.push_back(route.vrf().name());
       }
@@ -274,12 +348,10 @@ ordered_json nearJson(SimulatedSwitch const& simulated, RouteQuestion const& que
    for (L3::VrfName const& vrf : vrfs) {
       auto const id = simulated.vrfId(vrf);
       if (!id || takers.size() == named) continue;
-      ordered_json found = taker(simulated, vrf, id->value(), question.key);
+      ordered_json found = taker(simulated, vrf, id->value(), question);
       if (!found.is_null()) takers.push_back(std::move(found));
    }
-   return {{"sameGroup", {{"routes", sameGroup}, {"some", some}}},
-           {"otherVrfs", otherVrfs},
-           {"takenBy", takers}};
+   return {{"sameGroup", sameGroup.json()}, {"otherVrfs", otherVrfs}, {"takenBy", takers}};
 }
 
 }  // namespace

@@ -121,6 +121,17 @@ class Prose {
          text += ", the next expires at " + seconds(at) + ", in " + seconds(at - now_);
       }
       line("zombies", text);
+      if (!waits.contains("foundEntry")) return;
+      ordered_json const& entry = waits.at("foundEntry");
+      line("until then", "its found entry forwards by group " +
+                               entry.at("group").get<std::string>() + sharedGroup(entry));
+   }
+
+   // Follows the name of a group at which a found entry points.
+   static std::string sharedGroup(ordered_json const& entry) {
+      ordered_json const& of = entry.at("groupOf");
+      if (of.at("routes") == 0) return "";
+      return ", which is also the group of " + someOf(of);
    }
 
    void printGroup(ordered_json const& r) {
@@ -134,6 +145,9 @@ class Prose {
                              someOf(shared)
                      : "; shared with no other route";
       line("group", text);
+      if (!r.contains("sharedWithFound")) return;
+      line("restart", "found entries point at this group as well, and a rewrite changes them: " +
+                            someOf(r.at("sharedWithFound")));
    }
 
    void printReroute(ordered_json const& r) {
@@ -163,10 +177,14 @@ class Prose {
          line("packets", "no entry of the chip takes them: they are dropped");
       }
       for (ordered_json const& taker : near.at("takenBy")) {
-         line("packets", "taken in VRF " + taker.at("vrf").get<std::string>() +
-                               " by the entry of " + taker.at("entry").get<std::string>() +
-                               ", which accepts from " +
-                               taker.at("acceptsFrom").get<std::string>());
+         std::string text = "taken in VRF " + taker.at("vrf").get<std::string>() +
+                            " by the entry of " + taker.at("entry").get<std::string>() +
+                            ", which accepts from " + taker.at("acceptsFrom").get<std::string>();
+         if (taker.contains("group")) {
+            text += " and forwards by group " + taker.at("group").get<std::string>() +
+                    sharedGroup(taker);
+         }
+         line("packets", text);
       }
    }
 

@@ -49,16 +49,25 @@ void SyncPath::vrfIs(L3::VrfName const& vrf, Vel::VrfId id) {
    inputs_.mcastEnabledStatus->vrfIs(vrf);
 }
 
+// No surroundings here overturn a decision on routing, so one that was abandoned is a fault.
+void SyncPath::addFaults(std::vector<Qor::String>& faults) const {
+   platform_->differences().audit(faults);
+   if (Qor::U32 const abandoned = mrouteSm_->abandonedDecisions()) {
+      faults.push_back("decisions on multicast routing were abandoned " +
+                       std::to_string(abandoned) + " times");
+   }
+}
+
 std::vector<Qor::String> SyncPath::audit() const {
    verifier_->verify();
    std::vector<Qor::String> faults = platform_->audit();
-   platform_->differences().audit(faults);
+   addFaults(faults);
    return faults;
 }
 
 std::vector<Qor::String> SyncPath::platformFaults() const {
    std::vector<Qor::String> faults = platform_->violations().texts();
-   platform_->differences().audit(faults);
+   addFaults(faults);
    return faults;
 }
 

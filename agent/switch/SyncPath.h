@@ -61,6 +61,7 @@ class SyncPath final : public SwitchPathBase<Vel::MrouteSwitch> {
 
    SyncPath(Surroundings const& surroundings, PlatformPtr platform, Inputs inputs);
    RecordRow rowOf(Vel::MtableOifSet const& record) const override;
+   void addFaults(std::vector<Qor::String>& faults) const;
 
    PlatformPtr const platform_;
    Inputs const inputs_;

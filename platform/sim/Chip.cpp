@@ -82,7 +82,7 @@ Refusal Chip::portAdd(IntfId intfId, U32 number, VlanIdOrNone vlan) {
    }
    IntfId const owner = intfOfPort_.insert(number, intfId).first->second;
    if (owner != intfId) {
-      return fmt::format("port {} is that of {}, not of {}", number, owner, intfId);
+      return fmt::format("port {} belongs to {}, not to {}", number, owner, intfId);
    }
    auto& vlans = ports_.insert(intfId, Port{number, {}}).first->second.vlans;
    if (std::find(vlans.begin(), vlans.end(), vlan) == vlans.end()) vlans.push_back(vlan);
@@ -111,7 +111,7 @@ std::vector<PortVlan> membersOf(MrouteLib::PortVlanSet const& set) {
    return members;
 }
 
-// Counts a write, or the violation that it would have been.
+// Counts a completed write, or records the violation of a refused one.
 Refusal Chip::done(WriteKind kind, Refusal refusal) {
    if (refusal.empty()) {
       ++writes_[static_cast<std::size_t>(kind)];
@@ -125,12 +125,13 @@ Refusal Chip::checkMembers(std::vector<PortVlan> const& members) const {
    for (std::size_t i = 0; i < members.size(); ++i) {
       PortVlan const& member = members[i];
       Port const* const itsPort = port(member.intfId());
-      if (!itsPort) return fmt::format("member {} is on no port", member);
+      if (!itsPort) return fmt::format("the interface of member {} has no port", member);
       auto const& vlans = itsPort->vlans;
       if (!member.vlanId().isNone() &&
           std::find(vlans.begin(), vlans.end(), member.vlanId()) == vlans.end()) {
          return fmt::format("member {} is in a vlan that its port does not carry", member);
       }
+      // Groups with the same members must compare equal, so the order is fixed.
       if (i > 0 && !(members[i - 1] < member)) {
          return fmt::format("members {} and {} do not ascend", members[i - 1], member);
       }
@@ -160,7 +161,7 @@ Refusal Chip::groupWrite(U32 id, std::vector<PortVlan> members, bool toCpu) {
 Refusal Chip::groupCreate(U32 id, std::vector<PortVlan> members, bool toCpu) {
    if (id >= config_.groups) {
       return done(WriteKind::groupCreate,
-                  fmt::format("group {} is beyond the {} of the chip", id, config_.groups));
+                  fmt::format("group {} is beyond the {} groups of the chip", id, config_.groups));
    }
    if (group(id)) return done(WriteKind::groupCreate, fmt::format("group {} exists already", id));
    return done(WriteKind::groupCreate, groupWrite(id, std::move(members), toCpu));
@@ -200,7 +201,7 @@ Refusal Chip::routePoint(U32 index, U32 groupId) {
    Group* const to = writable(groupId);
    if (!to) {
       return done(WriteKind::routePoint,
-                  fmt::format("route entry {} to missing group {}", index, groupId));
+                  fmt::format("route entry {} is pointed at missing group {}", index, groupId));
    }
    if (Group* const from = writable(entry->group)) --from->routes;
    entry->group = groupId;
@@ -217,7 +218,7 @@ Refusal Chip::routeDelete(U32 index) {
 
 Refusal Chip::boundaryCreate(U32 index, Entry const& entry) {
    if (entry.acceptingVlan.isNone()) {
-      return done(WriteKind::boundaryCreate, fmt::format("boundary entry {} names no vlan", index));
+      return done(WriteKind::boundaryCreate, fmt::format("boundary entry {} has no vlan", index));
    }
    return done(WriteKind::boundaryCreate, boundaries_.create(index, entry));
 }
@@ -250,8 +251,11 @@ void Chip::replicate(Group const& to, Forwarded& out) {
 
 Forwarded Chip::forward(Packet const& p) {
    using OtherVlan = EntryTable::OtherVlan;
+   // A route key whose entries accept from other vlans drops the packet; a boundary key lets it
+   // pass.
    auto const route = routes_.lookup(p.vrfId, p.source, p.group, p.vlan, OtherVlan::ends);
    auto const boundary = boundaries_.lookup(p.vrfId, p.source, p.group, p.vlan, OtherVlan::passed);
+   // At equal length the boundary entry decides.
    bool const kept = boundary.index && std::tie(boundary.groupLength, boundary.sourceLength) >=
                                              std::tie(route.groupLength, route.sourceLength);
    Forwarded out;
@@ -278,21 +282,13 @@ Forwarded Chip::forward(Packet const& p) {
 
 // ---- Reading ----
 
-std::vector<U32> Chip::routesOfGroup(U32 id) const {
-   std::vector<U32> found;
-   routes_.forEach([&](U32 index, Entry const& entry) {
-      if (entry.group == id) found.push_back(index);
-   });
-   return found;
-}
-
 std::vector<Qor::String> Chip::audit() const {
    std::vector<Qor::String> faults;
    violations_.audit(faults);
    routes_.audit(faults);
    boundaries_.audit(faults);
 
-   // By id, behind them the hard-wired groups.
+   // By id; the hard-wired groups follow the groups of the table.
    std::vector<U32> pointing(groups_.size() + hardWired_.size());
    routes_.forEach([&](U32 index, Entry const& entry) {
       if (entry.group == noGroup) return;

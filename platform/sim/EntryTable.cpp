@@ -12,7 +12,7 @@ using Lnet::IpGenAddr;
 using Qor::U32;
 using Routing::Multicast::Fib::IpGenRouteKey;
 
-// The place of the key's shape among the shapes: the shape itself, or where it belongs.
+// The shape of the key, or the position at which the shape is to be inserted.
 std::vector<EntryTable::Shape>::iterator EntryTable::shapeOf(IpGenRouteKey const& key) {
    Shape const shape{key.group().family(), key.group().length(), key.source().length(), 0};
    return std::lower_bound(shapes_.begin(), shapes_.end(), shape, [](auto& a, auto& b) {
@@ -23,7 +23,7 @@ std::vector<EntryTable::Shape>::iterator EntryTable::shapeOf(IpGenRouteKey const
 
 Refusal EntryTable::create(U32 index, Entry const& entry) {
    if (index >= capacity_) {
-      return fmt::format("{} {} is beyond the {} of the chip", what_, index, capacity_);
+      return fmt::format("{} {} is beyond the {} entries of the chip", what_, index, capacity_);
    }
    if (Entry const* const there = find(index)) {
       return fmt::format("{} {} exists already: {} vlan {} vrf {}", what_, index, there->key,
@@ -63,6 +63,7 @@ Refusal EntryTable::erase(U32 index) {
    Entry const* const entry = find(index);
    if (!entry) return fmt::format("{} {} does not exist", what_, index);
    VrfKey const vrfKey{entry->vrfId, entry->key};
+   // The head of the list is in first_, whose record must go with the last entry of the list.
    U32* link = &first_.find(vrfKey)->second;
    bool const isFirst = *link == index;
    while (*link != index)
@@ -84,6 +85,7 @@ std::optional<U32> EntryTable::match(VrfKey const& key, VlanIdOrNone vlan) const
         index = slots_[index]->next) {
       VlanIdOrNone const accepting = slots_[index]->entry.acceptingVlan;
       if (accepting == vlan) return index;
+      // The entry for the packet's own vlan may follow in the list.
       if (accepting.isNone()) anywhere = index;
    }
    return anywhere;
@@ -114,6 +116,7 @@ void EntryTable::audit(std::vector<Qor::String>& faults) const {
                fmt::format("{} {} is not found under its key {}", what_, index, entry.key));
       }
    });
+   // The bound on `linked` ends the loop if the links form a circle.
    U32 linked = 0;
    for (auto const& [key, first] : first_) {
       for (U32 index = first; index != nowhere && linked <= size_; ++linked)

@@ -1,4 +1,4 @@
-// What the synchronous platform reads from the chip: hit bits, counters, verification, audit.
+// The synchronous platform: reading the chip for hit bits, counters, verification and the audit.
 #include <utility>
 
 #include "platform/sim/Format.h"
@@ -52,6 +52,7 @@ void SyncPlatform::mrouteHitBitCacheClear(U32 switchId) {
 Traffic SyncPlatform::trafficOf(IpGenRouteKey const& key, Counter const& counter) const {
    if (key == Routing::Multicast::Fib::canonicalCatchAllKey()) return chip_->hits();
    Traffic sum = counter.gone;
+   // A counter has a key and no VRF, so the entries of all VRFs count.
    for (auto const& [vrfId, routes] : vrfs_) {
       chip_->routes().forEachOf(vrfId, key, [&](U32, Entry const& entry) {
          sum.packets += entry.packets;
@@ -65,6 +66,7 @@ void SyncPlatform::handleMrouteCounterMode(CounterMode mode) {
    called(Hook::handleMrouteCounterMode);
    if (mode == counterMode_) return;
    counterMode_ = mode;
+   // Readings in different units have no meaningful difference, so all counters restart.
    for (auto& [key, counter] : counters_)
       counter.read = trafficOf(key, counter);
 }
@@ -128,7 +130,7 @@ void SyncPlatform::compare(Qor::String const& name, char const* what, Value cons
          fmt::format("{}: {} {} on the chip, recorded {}", name, what, onChip, recorded));
 }
 
-// The entry on the chip after the comparison of what it matches; null when it is not there.
+// Compares the match of the entry with the chip. Returns the entry on the chip, or null if missing.
 Entry const* SyncPlatform::compareEntry(RouteHandle handle, IpGenRouteKey const& key, U16 vrfId,
                                         VlanIdOrNone vlan, Qor::String const& name) {
    ++verified_;
@@ -143,7 +145,8 @@ Entry const* SyncPlatform::compareEntry(RouteHandle handle, IpGenRouteKey const&
    return entry;
 }
 
-// The members of a dirty record's group are meant to be other than its set's.
+// Fast reroute gives the group of a dirty record other members than its set, so these members are
+// not compared.
 void SyncPlatform::verifyMroute(U32 switchId, U16 vrfId, Qor::Ptr<Vel::Route const> route) {
    called(Hook::verifyMroute);
    if (!isMine(Hook::verifyMroute, switchId)) return;
@@ -179,15 +182,14 @@ std::vector<Qor::String> SyncPlatform::audit() const {
    for (auto const& [index, state] : sets_) {
       ++(inTable(state.group) ? inTables : emptySets);
       if (chip_->group(state.group)) continue;
-      faults.push_back(
-            fmt::format("oif set index {} is allocated, its group not on the chip", index));
+      faults.push_back(fmt::format("oif set index {} has a group that is not on the chip", index));
    }
    for (auto const& [handle, state] : entries_)
       auditEntry(RouteHandle(handle), state, faults);
 
    auto const count = [&](char const* what, U32 pool, U32 known, U32 onChip) {
       if (pool == known && known == onChip) return;
-      faults.push_back(fmt::format("{}: {} numbers out, {} allocated, {} on the chip", what, pool,
+      faults.push_back(fmt::format("{}: {} numbers taken, {} allocated, {} on the chip", what, pool,
                                    known, onChip));
    };
    U32 const boundaries = boundariesAllocated();
@@ -203,7 +205,7 @@ void SyncPlatform::auditEntry(RouteHandle handle, EntryState const& state,
    char const* const what = isBoundary(handle) ? "boundary " : "route ";
    Entry const* const entry = onChip(handle);
    if (!entry) {
-      faults.push_back(fmt::format("{}{} is allocated and not on the chip", what, handle));
+      faults.push_back(fmt::format("{}{} is allocated, but not on the chip", what, handle));
    } else if (!isBoundary(handle) && !state.found && entry->group != groupOf(state)) {
       faults.push_back(fmt::format("{}{} points at group {} instead of {}", what, handle,
                                    groupName(entry->group), groupName(groupOf(state))));
