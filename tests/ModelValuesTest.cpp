@@ -174,6 +174,12 @@ TEST(ModelValues, PortVlanSetsAreMapsWhoseHashAndFormDoNotDependOnInsertion) {
       EXPECT_EQ(other, first);
       EXPECT_EQ(other.hash(), first.hash());
    } while (std::next_permutation(members.begin(), members.end()));
+   // What is left of a set that was moved from is another set, with a hash of its own.
+   PortVlanSet moved = std::move(first);
+   EXPECT_FALSE(first.hashSaved());
+   EXPECT_NE(first.hash(), moved.hash());
+   first = std::move(moved);
+   EXPECT_TRUE(first.hashSaved() && !moved.hashSaved());
 }
 
 // Writes the value's string form, reads it back by both ways, and sees that every proper beginning
