@@ -53,10 +53,8 @@ void AsyncMrouteSwitchSm::QorBfdStatus::handleBfdStatus() {
    if (cameDown) {
       VEL_TRACE(8, "handleBfdStatus"
                          << " Intf " << intf);
-      // The reroute may end this reactor, and let go of its owner; but an owner that is being made
-      // has no references yet, and would go with this one.
-      AsyncMrouteSwitchSm* const sm = asyncMrouteSwitchSm();
-      Qor::Ptr<AsyncMrouteSwitchSm> const held(sm->references() ? sm : nullptr);
+      // The reroute may end this reactor, and let go of its owner.
+      Qor::Ptr<AsyncMrouteSwitchSm> const sm = asyncMrouteSwitchSm();
       Bfd::Peer const key = peer;
       sm->updateFrrMtableOif(intf);
       if (sm->bfdStatus(key) != this) return;
@@ -66,7 +64,7 @@ void AsyncMrouteSwitchSm::QorBfdStatus::handleBfdStatus() {
 }
 
 void AsyncMrouteSwitchSm::updateFrrMtableOif(Lnet::IntfId intfId) {
-   Qor::Ptr<AsyncMrouteSwitchSm> const self(references() ? this : nullptr);
+   auto const self = hold();
    Qor::Ptr<AsyncMrouteSwitch> const held = mrouteSwitch();
    AsyncMrouteSwitch& chip = *held;
    VEL_TRACE(8, "AsyncMrouteSwitchSm::updateFrrMtableOif( " << intfId << ", vlan " << vlanOf(intfId)
@@ -99,7 +97,7 @@ void AsyncMrouteSwitchSm::updateFrrMtableOif(Lnet::IntfId intfId) {
 }
 
 void AsyncMrouteSwitchSm::handleClock() {
-   Qor::Ptr<AsyncMrouteSwitchSm> const self(references() ? this : nullptr);
+   auto const self = hold();
    Qor::Ptr<AsyncMrouteSwitch> const held = mrouteSwitch();
    AsyncMrouteSwitch& chip = *held;
    Qor::Seconds const deadline = Qor::now() + frrPassBudget;
@@ -113,9 +111,9 @@ void AsyncMrouteSwitchSm::handleClock() {
       chip.frrProcessingOifSetDel(oifSet);
    });
    if (next) {
-      if (!clock()) clockIs(Qor::activityManager()->config()->clock());
       position = {next, this};
-      clock()->timeMinIs(Qor::now());
+      if (!clock()) clockIs(Qor::activityManager()->config()->clock());
+      clock_.arm(Qor::now());
    } else {
       FrrPosition<AsyncMrouteSwitchSm>::clear(this);
       clock_.arm(Qor::never);
