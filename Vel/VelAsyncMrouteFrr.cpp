@@ -90,7 +90,7 @@ void AsyncMrouteSwitchSm::updateFrrMtableOif(Lnet::IntfId intfId) {
       auto record = chip.record(oifSet, named);
       if (!record) record = chip.inUseRecord(oifSet);
       chip.frrMtableOifSetDel(oifSet);
-      if (record) chip.frrProcessingOifSetIs(oifSet, record.get());
+      if (record) chip.frrProcessingOifSetIs(oifSet, record);
       entry = waiting.resume(entry);  // last: a listener may have withdrawn others
    }
    handleClock();

@@ -115,10 +115,10 @@ Hux::XactPtr AsyncMrouteSwitch::doAllocateMtableOifSet(MrouteLib::RouteKeyInfo c
 
       VEL_TRACE(2, "mtableOifSet " << *mtableOifSetLocal << " oifSet " << oifSet << " mcastId "
                                    << mcastId);
-      inUseOifSetIs(oifSet, mtableOifSetLocal.get());
+      inUseOifSetIs(oifSet, mtableOifSetLocal);
       if (!wasInUse && portVlanSet.currentIif() != Lnet::IntfId()) {
          VEL_TRACE(2, " Adding FrrOifSet ");
-         frrMtableOifSetIs(oifSet, mtableOifSetLocal.get());
+         frrMtableOifSetIs(oifSet, mtableOifSetLocal);
       }
       mcastIdToOifSetIs(mcastId, oifSet);
    }

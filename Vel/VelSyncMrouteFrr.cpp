@@ -56,7 +56,7 @@ void MrouteSwitchSm::updateFrrMtableOif(Lnet::IntfId intfId) {
       bool const live = record && !record->zombie().isZombie();
       if (live) record->dirtyIs(true);
       chip->frrMtableOifSetDel(oifSet);
-      if (live) chip->frrProcessingOifSetIs(oifSet, record.get());
+      if (live) chip->frrProcessingOifSetIs(oifSet, record);
       entry = armed.resume(entry);  // last: a listener may have withdrawn others
    }
    handleClock();

@@ -110,7 +110,7 @@ TEST_F(VelAsyncFreeing, ANewerRecordKeepsItsEntriesWheneverItIsMade) {
       older = nullptr;
       ASSERT_TRUE(newer);
       EXPECT_EQ(sw_->inUseRecord(set), newer);
-      EXPECT_EQ(sw_->frrProcessingOifSet(set).get(), newer.get());
+      EXPECT_EQ(sw_->frrProcessingOifSet(set), newer);
       EXPECT_TRUE(frrRecord(set) == newer || newer->multicastId() == 101);
       EXPECT_EQ(sw_->mcastIdToOifSet(100), set);  // kept until the id carries another set
    }

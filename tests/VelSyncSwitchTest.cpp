@@ -32,7 +32,7 @@ hook doAllocateMtableOifSet 5 0 $
 )",
               set);
    EXPECT_EQ(sw_->inUseRecord(set), record);
-   EXPECT_EQ(sw_->frrMtableOifSet(set).get(), record.get());
+   EXPECT_EQ(sw_->frrMtableOifSet(set), record);
    EXPECT_TRUE(sw_->oifSetIndexColl(31));
    EXPECT_EQ(allocate(oifSet("et9"))->oifSetIndex(), 32u);  // equal, and another
    journal_.take();

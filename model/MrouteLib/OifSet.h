@@ -34,6 +34,9 @@ class OifSetCarrier {
    OifSetCarrier* next() const { return next_; }
    // Tells whose it is; null: nobody's.
    Qor::RefCounted const* programmer() const { return programmer_.get(); }
+   // Counts the carriers of the process in the order of their making, from 1: no other ever has the
+   // same, whatever has become of its memory.
+   Qor::U64 serial() const { return serial_; }
 
    // Whether it is the one of its programmer's that further routes may share.
    bool inUse() const { return inUse_; }
@@ -41,15 +44,19 @@ class OifSetCarrier {
 
  protected:
    explicit OifSetCarrier(Qor::Ptr<Qor::RefCounted const> programmer)
-         : programmer_(std::move(programmer)) {}
+         : programmer_(std::move(programmer)), serial_(++lastSerial_), inUse_(false) {}
    ~OifSetCarrier() = default;
 
    void enter(OifSet const& oifSet);
    void leave(OifSet const& oifSet);
 
  private:
+   static QOR_PUBLIC Qor::U64 lastSerial_;
+
    Qor::Ptr<Qor::RefCounted const> const programmer_;
-   bool inUse_ = false;
+   // In one word, as there are many carriers.
+   Qor::U64 const serial_ : 63;
+   Qor::U64 inUse_ : 1;
    OifSetCarrier* next_ = nullptr;
 };
 

@@ -301,7 +301,10 @@ class Describe {
       } else {
          static_assert(ObjectName<T>);
          type_.kind_ = Type::Kind::objectName;
-         type_.parse_ = [](String const& text) { return toGeneric(fromGeneric<T>(text).get()); };
+         type_.parse_ = [](String const& text) {
+            fromGeneric<T>(text);  // only null has a text
+            return toGeneric(static_cast<typename T::Object*>(nullptr));
+         };
       }
    }
 
