@@ -139,7 +139,6 @@ Qor::TypeRegistration const mrouteXactTypeRegistered(describeMrouteXactType);
 Qor::Type describeAsyncMrouteHelper() {
    using Helper = AsyncMrouteHelper;
    Qor::Describe<Helper> type(Vel::typeModule);
-   type.base<Vel::VelBaseHelper>();
    type.constructible<Qor::Name, Qor::Ptr<FlexCounters::CounterKeyTable>,
                       Qor::Ptr<MrouteLib::MrouteCounterKeyMapTable>>(
          "name", "activeCounterKeyTable", "mrouteCounterKeyMapTable");

@@ -292,10 +292,10 @@ Qor::Type describeAsyncMrouteSwitchSm() {
    Qor::Describe<Sm> type(typeModule);
    type.base<Qor::StateMachine>();
    type.constructor<&AsyncMrouteSwitchSmIs>(
-         "mrouteSwitch", "intfVlanIdTable", "mfibConfig", "mfibHwStatus", "mrouteHelper",
-         "zombieClock", "agingClock", "ethIntfStatusDir", "bfdAllPeerStatusDir", "bfdAllPeerStatus",
-         "allIntfStatusDir", "allIntfStatusLocalDir");
-   type.attribute<&Sm::mrouteSwitch, &Sm::mrouteSwitchIs>();
+         Qor::Required("mrouteSwitch"), "intfVlanIdTable", "mfibConfig", "mfibHwStatus",
+         "mrouteHelper", "zombieClock", "agingClock", "ethIntfStatusDir", "bfdAllPeerStatusDir",
+         "bfdAllPeerStatus", "allIntfStatusDir", "allIntfStatusLocalDir");
+   type.attribute<&Sm::mrouteSwitch, &Sm::mrouteSwitchIs, &Told::onMrouteSwitch>();
    type.attribute<&Sm::intfVlanIdTable>();
    type.attribute<&Sm::mfibConfig, &Sm::mfibConfigIs>();
    type.operation<&Sm::mfibConfigDel>();
@@ -327,6 +327,7 @@ Qor::Type describeAsyncMrouteSwitchSm() {
    type.operation<&Sm::handleRoute>("handle");
    type.operation<&Sm::doCleanup>();
    type.operation<static_cast<void (Sm::*)()>(&Sm::handleZombie)>();
+   type.operation<static_cast<void (Sm::*)(ZombieKey const&)>(&Sm::handleZombie)>("key");
    type.operation<&Sm::handleZombieClock>();
    type.operation<&Sm::doForcePurgeOneZombie>();
    type.operation<&Sm::handlePollingInterval>();

@@ -139,7 +139,8 @@ Qor::Type describeAsyncMrouteSwitch() {
    using Told = Switch::Notifiee;
    Qor::Describe<Switch> type(typeModule);
    type.base<MrouteLib::AsyncSwitchChip>();
-   type.constructor<&asyncMrouteSwitchFactory>("name", "routingHwRouteStatus", "mrouteHelper");
+   type.constructor<&asyncMrouteSwitchFactory>("name", "routingHwRouteStatus",
+                                               Qor::Required("mrouteHelper"));
    type.attribute<&Switch::routingHwRouteStatus>();
    type.attribute<&Switch::mrouteHelper>();
    type.attribute<&Switch::deleted, &Switch::deletedIs, &Told::onDeleted>();

@@ -233,8 +233,8 @@ Qor::Type describeMrouteSm() {
    Qor::Describe<Sm> type(typeModule);
    type.base<Qor::StateMachine>();
    type.constructor<&MrouteSmIs>("acsd", "l3Status", "mfibVrfConfig", "mfibHwStatus", "ipStatus",
-                                 "mrouteHelper", "mcastEnabledStatus");
-   type.attribute<&Sm::acsd, &Sm::acsdIs>();
+                                 Qor::Required("mrouteHelper"), "mcastEnabledStatus");
+   type.attribute<&Sm::acsd, &Sm::acsdIs, &Told::onAcsd>();
    type.operation<&Sm::acsdDel>();
    type.attribute<&Sm::l3Status>();
    type.attribute<&Sm::mfibVrfConfig, &Sm::mfibVrfConfigIs>();

@@ -331,9 +331,9 @@ Qor::Type describeMrouteSwitchSm() {
    Qor::Describe<Sm> type(typeModule);
    type.base<Qor::StateMachine>();
    type.constructor<&MrouteSwitchSmIs>(
-         "switchId", "acsd", "l3Status", "mrouteSwitch", "intfVlanIdTable", "mfibConfig",
-         "mfibHwStatus", "mrouteHelper", "zombieClock", "agingClock", "ethIntfStatusDir",
-         "allIntfStatusDir", "allIntfStatusLocalDir");
+         "switchId", "acsd", "l3Status", Qor::Required("mrouteSwitch"), "intfVlanIdTable",
+         "mfibConfig", "mfibHwStatus", "mrouteHelper", "zombieClock", "agingClock",
+         "ethIntfStatusDir", "allIntfStatusDir", "allIntfStatusLocalDir");
    type.attribute<&Sm::switchId>();
    type.attribute<&Sm::acsd, &Sm::acsdIs>();
    type.operation<&Sm::acsdDel>();

@@ -234,8 +234,9 @@ Qor::Type describeMrouteSwitch() {
    using Told = Switch::Notifiee;
    Qor::Describe<Switch> type(typeModule);
    type.base<MrouteLib::SwitchChip>();
-   type.constructor<&mrouteSwitchFactory>("name", "switchId", "acsd", "l3Status", "mrouteHelper",
-                                          "ipStatus", "mfibHwStatus");
+   type.constructor<&mrouteSwitchFactory>("name", "switchId", "acsd", Qor::Required("l3Status"),
+                                          Qor::Required("mrouteHelper"), "ipStatus",
+                                          "mfibHwStatus");
    type.attribute<&Switch::acsd>();
    type.attribute<&Switch::l3Status>();
    type.attribute<&Switch::mrouteHelper>();

@@ -151,6 +151,7 @@ TEST_F(VelAsyncFreeing, TheEndOfTheSwitchFreesWhatNobodyElseHoldsAndMakesNoZombi
       Qor::Ptr<MrouteLib::SwitchChipBase const> kept;
    } listener;
    listener.notifierIs(sw_.get());
+   EXPECT_TRUE(sw_->hasNotifiees());  // on a level of its interface
    sw_ = nullptr;
    EXPECT_EQ(helper_->groups.size(), 2u);
    EXPECT_NE(held->mrouteSwitch(), nullptr);

@@ -53,7 +53,15 @@ class QOR_PUBLIC NamedEntity : public EntityBase {
 template <class T, class Base = EntityBase>
 class Entity : public Base, public NotifierOf<T> {
  public:
-   using NotifierOf<T>::hasNotifiees;
+   // Whether reactors are bound to the entity, on this level or on one below; followers do not
+   // count.
+   bool hasNotifiees() const {
+      if (static_cast<NotifierOf<T> const&>(*this).hasNotifiees()) return true;
+      if constexpr (requires(Base const& base) { base.hasNotifiees(); }) {
+         return Base::hasNotifiees();
+      }
+      return false;
+   }
 
  protected:
    using Base::Base;
