@@ -210,7 +210,7 @@ class Describe {
       type_.collections_.back().immediateHandler = memberName<Coll::immediate>();
       mutators<Get, Del, Mutators...>();
    }
-   // A keyed map of which nobody is told, as a collection of reactors is.
+   // A keyed map of whose changes nobody is notified.
    template <class Map, class Owner, Map const& (Owner::*Get)() const, auto... Mutators>
    void map() {
       using Key = typename Map::Key;
@@ -249,14 +249,6 @@ class Describe {
       described.toKey = [](void const* key) { return toGeneric(*static_cast<Key const*>(key)); };
       type_.collections_.push_back(std::move(described));
       mutators<Get, Mutators...>();
-   }
-
-   // Who is told of the map described last: of one key, and of all of it.
-   template <auto Each, auto Immediate>
-   void told() {
-      TypeCollection& last = type_.collections_.back();
-      last.handler = memberName<Each>();
-      last.immediateHandler = memberName<Immediate>();
    }
 
    // A member function, called by name with arguments of these names. The object is held meanwhile.

@@ -89,10 +89,13 @@ class Entity : public Base, public NotifierOf<T> {
    template <class Forward, class Backward, auto EachKey, auto ImmediateKey, auto EachValue,
              auto ImmediateValue>
    friend class TwoWayCollection;
+   template <class K, class Reactor, auto Each, auto Immediate>
+   friend class ReactorColl;
 };
 
 // The base of the framework-level state machines (classes whose names end in Sm): long-lived
-// reactors that own nested reactors. The two answers are fixed.
+// reactors that own nested reactors. One with attributes that others follow is an
+// Entity<..., StateMachine>. The two answers are fixed.
 class QOR_PUBLIC StateMachine : public NamedEntity {
  public:
    String fwkType() const { return "stateMachine"; }
