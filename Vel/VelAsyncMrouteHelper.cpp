@@ -35,7 +35,10 @@ AsyncMrouteHelper::AsyncMrouteHelper(
         activeCounterKeyTable_(std::move(activeCounterKeyTable)),
         mrouteCounterKeyMapTable_(std::move(mrouteCounterKeyMapTable)) {}
 
-AsyncMrouteHelper::~AsyncMrouteHelper() = default;
+AsyncMrouteHelper::~AsyncMrouteHelper() {
+   deletedMrouteCounterKeyDelAll();
+   noHwCounterMrouteKeyDelAll();
+}
 
 void AsyncMrouteHelper::handleMrouteCounterMode(CounterMode) {}
 

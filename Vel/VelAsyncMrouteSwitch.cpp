@@ -31,6 +31,11 @@ void AsyncMrouteSwitch::zeroReferencesIs(bool) {
    deletedIs(true);
    mtableOifSetIs(nullptr);
    zombieOifSetDelAll();
+   recordNamesDelAll();
+   mcastIdToOifSetDelAll();
+   oifSetXactDelAll();
+   inUseRouteHandleDelAll();
+   inUseRouteHandleKeyDelAll();
 }
 
 AsyncMrouteSwitch::~AsyncMrouteSwitch() {

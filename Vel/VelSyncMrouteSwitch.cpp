@@ -59,6 +59,8 @@ void MrouteSwitch::zeroReferencesIs(bool) {
    routeDelAll();
    boundaryDelAll();
    zombieOifSetDelAll();
+   recordNamesDelAll();
+   oifSetIndexCollDelAll();
 }
 
 MrouteSwitch::~MrouteSwitch() {

@@ -41,8 +41,9 @@
 // Ownership. The switch is counted; whoever calls an operation holds it meanwhile. Records are held
 // by routes, by zombieOifSet, and by callers; inUseOifSet, frrMtableOifSet and frrProcessingOifSet
 // name them. When the last reference to the switch goes, it sets deleted, has the platform clear
-// the chip (doCleanup), and lets go of routes, zombies and its result, whose records are freed at
-// once; listeners are told. Records that others hold outlive it, and die quietly.
+// the chip (doCleanup), lets go of its result, routes, boundary entries and zombies, whose records
+// are freed at once, and then empties all other collections; listeners are notified of each. Records
+// that others hold outlive it, and die quietly.
 #pragma once
 
 #include "Ip/Status.h"
