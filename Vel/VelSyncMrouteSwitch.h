@@ -132,7 +132,9 @@ class QOR_PUBLIC MrouteSwitch final
 
    // ---- The operations of the routing layer. ----
 
-   // Finds or makes the record of the oif set: mtableOifSet, null when there is no room.
+   // Finds or makes the record of the oif set: mtableOifSet, null when there is no room. A zombie
+   // that is taken back is entered in frrMtableOifSet again if a failure has taken it out meanwhile,
+   // so that its set is rewritten at the next failure.
    void doAllocateMtableOifSet(OifSetPtr oifSet) override;
    // Programs a route, or with `bridge` a boundary entry: routeHandle, invalid when it could not be
    // programmed. `mtableOifSet` may be null. A no-RPF route has no accepting vlan, VRF ids fit 16

@@ -58,6 +58,13 @@ hook doAllocateMtableOifSet 5 0 $
    EXPECT_EQ(record->zombie(), ZombieKey());
    EXPECT_EQ(allocate(set), record);
    EXPECT_EQ(journal_.count("2 Found an existing oif set"), 1);
+   EXPECT_TRUE(journal_.like("2  Adding Frr").empty());
+   // A failure has withdrawn the zombie.
+   record = nullptr;
+   sw_->frrMtableOifSetDel(set);
+   record = allocate(set);
+   EXPECT_EQ(sw_->frrMtableOifSet(set), record);
+   EXPECT_EQ(journal_.count("2  Adding Frr oifSetIndex: 31"), 1);
    EXPECT_EQ(sw_->zombieOifSet().size(), 1u);  // the other set
 }
 

@@ -9,8 +9,11 @@
 #pragma once
 
 #include <concepts>
+#include <limits>
 #include <sstream>
 #include <type_traits>
+#include <utility>
+#include <vector>
 
 #include "Qor/Entity.h"
 #include "Qor/Strep.h"

@@ -56,10 +56,12 @@ class QOR_PUBLIC Status final : public Qor::Entity<Status, Qor::NamedEntity> {
    bool hwRouting() const { return hwRouting_; }
    void hwRoutingIs(bool v) { attrIs<&Notifiee::onHwRouting>(hwRouting_, v); }
 
-   // On a chip that keeps group ranges and the catch-all outside its route table, several of these
-   // routes have one handle. While this is set, the synchronous programmer takes a handle that it
-   // has given out already for such a route (IpGenRouteKey::kindGroupRange and kindCatchAll);
-   // otherwise every handle must be new.
+   // On a chip that keeps group ranges and the catch-all outside its route table, the platform may
+   // return a handle that is in use already when such a route (IpGenRouteKey::kindGroupRange and
+   // kindCatchAll) is allocated again. While this is set, the synchronous programmer takes that
+   // handle, if the route that has it is of the same key and accepting vlan; otherwise every handle
+   // must be new. Routes with different keys never share a handle: the programmer refuses that with
+   // a Qor::ReinstantiationException.
    bool rangeRouteHandleShared() const { return rangeRouteHandleShared_; }
    void rangeRouteHandleSharedIs(bool v) {
       attrIs<&Notifiee::onRangeRouteHandleShared>(rangeRouteHandleShared_, v);
