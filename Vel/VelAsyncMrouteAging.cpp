@@ -41,6 +41,7 @@ Qor::Seconds AsyncMrouteSwitchSm::pollingInterval() const {
 void AsyncMrouteSwitchSm::handlePollingInterval() {
    VEL_TRACE(2, "AsyncMrouteSwitchSm::handlePollingInterval()");
    if (!mfibConfig()) return;
+   auto const self = hold();
    double const configured = mfibConfig()->activityPollingInterval();
    Qor::Seconds const polling = pollingInterval();
    if (agingClock() && agingClock()->timeMin() >= Qor::maxFinite) {
@@ -65,12 +66,13 @@ void AsyncMrouteSwitchSm::doMaybeScheduleRouteAgingReview() {
    VEL_TRACE(2, "AsyncMrouteSwitchSm::doMaybeScheduleRouteAgingReview()");
    QOR_ASSERT(mfibHwStatus());
    if (!agingClock()) return;
+   auto const self = hold();
    bool const armed = agingClock()->timeMin() <= Qor::maxFinite;
    if (mfibHwStatus()->routes() != 0) {
       if (armed || !mfibConfig()) return;
       Qor::Seconds const interval = pollingInterval();
       VEL_TRACE(2, "Enabling aging review in: " << interval << " s");
-      agingClock()->timeMinIs(Qor::now() + interval);
+      agingClock_.arm(Qor::now() + interval);
    } else if (armed) {
       VEL_TRACE(2, "Disabling aging review");
       agingClock()->timeMinIs(Qor::never);
@@ -88,7 +90,7 @@ void AsyncMrouteSwitchSm::doRouteAgingReview() {
       }
       return;
    }
-   Qor::Ptr<AsyncMrouteSwitchSm> const self(references() ? this : nullptr);
+   auto const self = hold();
    RoutePosition& position = resumePosition();
    RoutePosition const from = std::exchange(position, {});
    Qor::U32 reviewed = 0;

@@ -53,10 +53,8 @@ void AsyncMrouteSwitchSm::QorBfdStatus::handleBfdStatus() {
    if (cameDown) {
       VEL_TRACE(8, "handleBfdStatus"
                          << " Intf " << intf);
-      // The reroute may end this reactor, and let go of its owner; but an owner that is being made
-      // has no references yet, and would go with this one.
-      AsyncMrouteSwitchSm* const sm = asyncMrouteSwitchSm();
-      Qor::Ptr<AsyncMrouteSwitchSm> const held(sm->references() ? sm : nullptr);
+      // The reroute may end this reactor, and let go of its owner.
+      Qor::Ptr<AsyncMrouteSwitchSm> const sm = asyncMrouteSwitchSm();
       Bfd::Peer const key = peer;
       sm->updateFrrMtableOif(intf);
       if (sm->bfdStatus(key) != this) return;
@@ -66,7 +64,7 @@ void AsyncMrouteSwitchSm::QorBfdStatus::handleBfdStatus() {
 }
 
 void AsyncMrouteSwitchSm::updateFrrMtableOif(Lnet::IntfId intfId) {
-   Qor::Ptr<AsyncMrouteSwitchSm> const self(references() ? this : nullptr);
+   auto const self = hold();
    Qor::Ptr<AsyncMrouteSwitch> const held = mrouteSwitch();
    AsyncMrouteSwitch& chip = *held;
    VEL_TRACE(8, "AsyncMrouteSwitchSm::updateFrrMtableOif( " << intfId << ", vlan " << vlanOf(intfId)
@@ -89,14 +87,14 @@ void AsyncMrouteSwitchSm::updateFrrMtableOif(Lnet::IntfId intfId) {
       auto record = chip.record(oifSet, named);
       if (!record) record = chip.inUseRecord(oifSet);
       chip.frrMtableOifSetDel(oifSet);
-      if (record) chip.frrProcessingOifSetIs(oifSet, record.get());
+      if (record) chip.frrProcessingOifSetIs(oifSet, record);
       entry = waiting.resume(entry);  // last: a listener may have withdrawn others
    }
    handleClock();
 }
 
 void AsyncMrouteSwitchSm::handleClock() {
-   Qor::Ptr<AsyncMrouteSwitchSm> const self(references() ? this : nullptr);
+   auto const self = hold();
    Qor::Ptr<AsyncMrouteSwitch> const held = mrouteSwitch();
    AsyncMrouteSwitch& chip = *held;
    Qor::Seconds const deadline = Qor::now() + frrPassBudget;

@@ -66,7 +66,7 @@ void AsyncMrouteSwitch::freeNow(RecordPtr const& record) {
    } else {
       mrouteHelper_->doDeleteOifSet(mcastId);
    }
-   if (!deleted_ && inUseOifSet(oifSet).get() == record.get()) {
+   if (!deleted_ && inUseOifSet(oifSet) == record) {
       VEL_TRACE(2, "Delete oifset " << oifSet);
       inUseOifSetDel(oifSet);
       // Whoever has been told may have allocated the set anew: its entries are the newer record's.

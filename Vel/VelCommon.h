@@ -34,7 +34,8 @@ class QOR_PUBLIC VelBaseHelper : public Qor::NamedEntity {
 // Whose types the library's are in the type registry (Qor/Type.h).
 inline constexpr char typeModule[] = "VelMroute";
 
-// The library's trace handle, "VelMroute", and its levels: every trace statement asks them first.
+// The library's trace handle, "VelMroute", created on first use, and its levels: every trace
+// statement asks them first.
 QOR_PUBLIC Qor::TraceHandle& velTrace();
 extern QOR_PUBLIC Qor::U16 velTraceLevels;
 

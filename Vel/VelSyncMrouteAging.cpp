@@ -54,6 +54,7 @@ void MrouteSwitchSm::reviewStopped() const {
 }
 
 void MrouteSwitchSm::maybeScheduleAgingReview() {
+   if (!mrouteSwitch()) return;
    Qor::U32 const mroutes = mrouteSwitch()->route().size();
    VEL_TRACE(7, "maybeScheduleAgingReview"
                       << ", Mroutes: " << mroutes);
@@ -88,12 +89,12 @@ void MrouteSwitchSm::handlePollingInterval() {
 void MrouteSwitchSm::doRouteAgingReview() {
    VEL_TRACE(7, "doRouteAgingReview");
    if (!initialized()) return;
-   if (!mfibHwStatus() || !mfibConfig()) {
+   if (!mfibHwStatus() || !mfibConfig() || !mrouteSwitch()) {
       agingClock_.arm(Qor::never);
       reviewStopped();
       return;
    }
-   Qor::Ptr<MrouteSwitchSm> const self(references() ? this : nullptr);
+   auto const self = hold();
    Qor::Ptr<MrouteSwitch> const chip = mrouteSwitch();
    // The clock that fired still reads as armed: a hook or a listener that has it disarmed, as the end
    // of the last route does, stops the review.
@@ -139,7 +140,7 @@ void MrouteSwitchSm::doRouteAgingReview() {
       mrouteHelper()->doCommitMrouteBatch();
       mrouteHelper()->mrouteHitBitCacheClear(chip->switchId());
    }
-   if (!mfibConfig() || isStopped()) {
+   if (!mfibConfig() || !mrouteSwitch() || isStopped()) {
       agingClock_.arm(Qor::never);
       reviewStopped();
    } else if (complete) {
@@ -154,7 +155,7 @@ void MrouteSwitchSm::doRouteAgingReview() {
 
 // A route that the switch does not hold is asked about all the same: the chip may.
 bool MrouteSwitchSm::isHit(IpGenRouteKey const& key, VlanIdOrNone vlan, Qor::U16 vrfId) const {
-   return mrouteHelper() &&
+   return mrouteHelper() && mrouteSwitch() &&
           mrouteHelper()->mrouteHitBit(mrouteSwitch()->switchId(), vrfId, key, vlan, false);
 }
 
@@ -165,8 +166,9 @@ void MrouteSwitchSm::reviewRoute(RouteStatus& route, Qor::U16 vrfId) {
    if (vlan.isNone()) {
       VEL_TRACE(7, "No accepting vlan for the route. Check fastdrops");
    } else {
+      auto const chip = mrouteSwitch();
       auto const mroute =
-            mrouteSwitch()->route(mrouteSwitch()->routeKeyToHandle(RouteKeyVlanId(key, vlan)));
+            chip ? chip->route(chip->routeKeyToHandle(RouteKeyVlanId(key, vlan))) : nullptr;
       bool const forced = mroute && mroute->noAge();
       if (forced) VEL_TRACE(5, " Forcing hit for " << key);
       if (forced || isHit(key, vlan, vrfId)) {

@@ -30,8 +30,9 @@ void MrouteSwitchSm::QorEthIntfStatus::handleOperStatus() {
 }
 
 void MrouteSwitchSm::updateFrrMtableOif(Lnet::IntfId intfId) {
-   Qor::Ptr<MrouteSwitchSm> const self(references() ? this : nullptr);
+   auto const self = hold();
    Qor::Ptr<MrouteSwitch> const chip = mrouteSwitch();
+   if (!chip) return;
    auto const& armed = chip->frrMtableOifSet();
    VEL_TRACE(8,
              __PRETTY_FUNCTION__ << " FrrSwitch from " << intfId << ", frrOifs " << armed.size());
@@ -55,15 +56,16 @@ void MrouteSwitchSm::updateFrrMtableOif(Lnet::IntfId intfId) {
       bool const live = record && !record->zombie().isZombie();
       if (live) record->dirtyIs(true);
       chip->frrMtableOifSetDel(oifSet);
-      if (live) chip->frrProcessingOifSetIs(oifSet, record.get());
+      if (live) chip->frrProcessingOifSetIs(oifSet, record);
       entry = armed.resume(entry);  // last: a listener may have withdrawn others
    }
    handleClock();
 }
 
 void MrouteSwitchSm::handleClock() {
-   Qor::Ptr<MrouteSwitchSm> const self(references() ? this : nullptr);
+   auto const self = hold();
    Qor::Ptr<MrouteSwitch> const chip = mrouteSwitch();
+   if (!chip) return;
    auto& position = FrrPosition<MrouteSwitchSm>::ofProcess();
    OifSetPtr const from = position.oifSet;
    Qor::Seconds const deadline = Qor::now() + frrPassBudget;
@@ -79,9 +81,8 @@ void MrouteSwitchSm::handleClock() {
       FrrPosition<MrouteSwitchSm>::clear(this);
    }
    // The switch may be another one by now, and have sets of its own that wait.
-   bool const more = !mrouteSwitch()->frrProcessingOifSet().empty();
-   if (more && !clock()) clockIs(Qor::activityManager()->config()->clock());
-   clock_.arm(more ? Qor::now() : Qor::never);
+   if (setsWait() && !clock()) clockIs(Qor::activityManager()->config()->clock());
+   clock_.arm(setsWait() ? Qor::now() : Qor::never);
 }
 
 // Rewrites an oif set that waits, unless its record has gone or became a zombie.

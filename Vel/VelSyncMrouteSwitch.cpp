@@ -59,6 +59,8 @@ void MrouteSwitch::zeroReferencesIs(bool) {
    routeDelAll();
    boundaryDelAll();
    zombieOifSetDelAll();
+   recordNamesDelAll();
+   oifSetIndexCollDelAll();
 }
 
 MrouteSwitch::~MrouteSwitch() {
@@ -128,7 +130,8 @@ bool MrouteSwitch::shareRecord(RecordPtr const& existing) {
       // A failure that met the set as a zombie has withdrawn it from those that wait for one.
       OifSetPtr const oifSet = existing->oifSet();
       if (oifSet->portVlanSet().currentIif() != Lnet::IntfId() && !frrMtableOifSet().find(oifSet)) {
-         frrMtableOifSetIs(oifSet, existing.get());
+         VEL_TRACE(2, " Adding Frr oifSetIndex: " << existing->oifSetIndex());
+         frrMtableOifSetIs(oifSet, existing);
       }
    }
    VEL_TRACE(2, "Sharing existing oifSetIndex: " << existing->oifSetIndex());
@@ -170,10 +173,10 @@ void MrouteSwitch::doAllocateMtableOifSet(OifSetPtr oifSet) {
    oifSetIndexCollIs(oifSetIndex, true);
    RecordPtr const record = mtableOifSetFactory(oifSet, pvSet.toCpu(), this);
    record->oifSetIndexIs(oifSetIndex);
-   inUseOifSetIs(oifSet, record.get());
+   inUseOifSetIs(oifSet, record);
    if (pvSet.currentIif() != Lnet::IntfId()) {
       VEL_TRACE(2, " Adding Frr oifSetIndex: " << oifSetIndex);
-      frrMtableOifSetIs(oifSet, record.get());
+      frrMtableOifSetIs(oifSet, record);
    }
    mtableOifSetIs(record);
    VEL_TRACE(2, "Allocated oifSetIndex: " << oifSetIndex);
@@ -239,8 +242,9 @@ Qor::Type describeMrouteSwitch() {
    using Told = Switch::Notifiee;
    Qor::Describe<Switch> type(typeModule);
    type.base<MrouteLib::SwitchChip>();
-   type.constructor<&mrouteSwitchFactory>("name", "switchId", "acsd", "l3Status", "mrouteHelper",
-                                          "ipStatus", "mfibHwStatus");
+   type.constructor<&mrouteSwitchFactory>("name", "switchId", "acsd", Qor::Required("l3Status"),
+                                          Qor::Required("mrouteHelper"), "ipStatus",
+                                          "mfibHwStatus");
    type.attribute<&Switch::acsd>();
    type.attribute<&Switch::l3Status>();
    type.attribute<&Switch::mrouteHelper>();

@@ -128,7 +128,7 @@ TEST_F(VelAsyncFreeing, ANewerRecordKeepsItsEntriesWheneverItIsMade) {
       older = nullptr;
       ASSERT_TRUE(newer);
       EXPECT_EQ(sw_->inUseRecord(set), newer);
-      EXPECT_EQ(sw_->frrProcessingOifSet(set).get(), newer.get());
+      EXPECT_EQ(sw_->frrProcessingOifSet(set), newer);
       EXPECT_TRUE(frrRecord(set) == newer || newer->multicastId() == 101);
       EXPECT_EQ(sw_->mcastIdToOifSet(100), set);  // kept until the id carries another set
    }
@@ -169,6 +169,7 @@ TEST_F(VelAsyncFreeing, TheEndOfTheSwitchFreesWhatNobodyElseHoldsAndMakesNoZombi
       Qor::Ptr<MrouteLib::SwitchChipBase const> kept;
    } listener;
    listener.notifierIs(sw_.get());
+   EXPECT_TRUE(sw_->hasNotifiees());  // on a level of its interface
    sw_ = nullptr;
    EXPECT_EQ(helper_->groups.size(), 2u);
    EXPECT_NE(held->mrouteSwitch(), nullptr);

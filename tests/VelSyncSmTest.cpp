@@ -4,7 +4,9 @@
 
 #include <functional>
 
+#include "Interruption.h"
 #include "Journal.h"
+#include "Qor/Generic.h"
 #include "TestSupport.h"
 #include "platform/sim/SyncPlatform.h"
 
@@ -278,27 +280,90 @@ TEST_F(SyncSm, ClocksAndTheCommonDataMayComeLateOrAnew) {
    EXPECT_EQ(sm_->verifyData(), nullptr);
 }
 
-TEST_F(SyncSm, TheReactorAndTheSwitchMayGoInAnyHook) {
-   for (std::string const hook :
-        {"mrouteFull", "doAllocateMtableOifSet", "handleFreeMtableOifSet", "mrouteHitBit",
-         "mrouteHitBitCacheRefresh", "mrouteHitBitCacheClear", "doCommitMrouteBatch",
-         "verifyMroute"}) {
-      SCOPED_TRACE(hook);
+TEST_F(SyncSm, TheReactorAndTheSwitchMayGoInAnyHookAndAnyNotification) {
+   Interruption life;
+   while (life.next()) {
+      SCOPED_TRACE(life.lives());
       build();
       program(1, set(2, 1, 3));
       program(2, set(4, 1, 5));
       switch_->doDeleteRoute(program(3, set(6)));
       switch_->mrouteTcamFreeIs(false);
-      onHook_ = {hook, [this] { sm_ = nullptr, switch_ = nullptr; }};
-      in_.acsd->verifyData()->verifyIs(1);
+      auto const data = in_.acsd->verifyData();
+      life.act = [&] { sm_ = nullptr, switch_ = nullptr; };
+      life.follow(sm_, switch_, in_.mfibHwStatus, status(1), in_.l3Status, data);
+      platform_->hookObserverIs([&](std::string_view) { life.moment(); });
+      auto const perform = [&](auto const& operation) {
+         if (sm_) operation(*sm_);
+      };
+      data->verifyRequiredIs(true);
+      data->verifyIs(1);
       requestReview();
+      send(1);
       down(1);
       time_->runUntil(time_->now() + 61);
-      EXPECT_EQ(sm_, nullptr);
+      in_.mfibConfig->activityPollingIntervalIs(5);
+      perform([](auto& sm) { sm.clockIs(Qor::make<Qor::Clock>("frr")); });
+      perform([&](auto& sm) { sm.mfibConfigIs(Qor::make<Fib::VrfConfig>()); });
+      perform([](auto& sm) { sm.agingClockIs(Qor::make<Qor::Clock>()); });
+      perform([](auto& sm) { sm.zombieClockIs(Qor::make<Qor::Clock>()); });
+      perform([](auto& sm) { sm.ethIntfStatusDirDel(); });
+      perform([&](auto& sm) { sm.ethIntfStatusDirIs(in_.ethIntfStatusDir); });
+      perform([](auto& sm) { sm.ethIntfStatusDelAll(); });
+      perform([](auto& sm) { sm.acsdDel(); });
+      perform([&](auto& sm) { sm.acsdIs(in_.acsd); });
+      perform([](auto& sm) { sm.l3StatusDel(); });
+      perform([](auto& sm) { sm.agingReviewQuotaIs(1); });
+      auto other = otherSwitch();
+      perform([&](auto& sm) { sm.mrouteSwitchIs(other); });
+      perform([](auto& sm) { sm.mrouteSwitchDel(); });
+      other = switch_ ? switch_ : other;
+      perform([&](auto& sm) { sm.mrouteSwitchIs(other); });
+      perform([](auto& sm) { sm.doCleanup(); });
+      sm_ = nullptr;
+      switch_ = other = nullptr;
       EXPECT_EQ(chip_->groups() + chip_->routes().size(), 0u);
       EXPECT_EQ(time_->nextDeadline(), Qor::never);
+      EXPECT_FALSE(in_.mfibConfig->hasNotifiees() || in_.ethIntfStatusDir->hasNotifiees() ||
+                   in_.acsd->hasNotifiees() || data->hasNotifiees());
       in_.mfibHwStatus->vrfStatusDelAll();
    }
+   EXPECT_GT(life.lives(), 60);
+}
+
+// The reactor changes nothing of the switch until it has the switch again.
+TEST_F(SyncSm, ASwitchThatIsTakenAwayIsLeftAsItIs) {
+   program(1, set(2, 1, 3));
+   switch_->doDeleteRoute(program(2, set(4)));
+   sm_->mrouteSwitchDel();
+   EXPECT_EQ(sm_->mrouteSwitch(), nullptr);
+   EXPECT_FALSE(switch_->deleted() || switch_->hasNotifiees());
+   EXPECT_EQ(time_->nextDeadline(), Qor::never);
+   for (auto const& operation :
+        {&MrouteSwitchSm::handleInitialized, &MrouteSwitchSm::maybeScheduleRoutesReview,
+         &MrouteSwitchSm::handleZombie, &MrouteSwitchSm::handleZombieClock,
+         &MrouteSwitchSm::handlePollingInterval, &MrouteSwitchSm::doRouteAgingReview,
+         &MrouteSwitchSm::handleClock, &MrouteSwitchSm::handleVerify, &MrouteSwitchSm::doCleanup})
+      (sm_.get()->*operation)();
+   down(1);
+   sm_->clockIs(Qor::make<Qor::Clock>());
+   sm_->zombieClockIs(Qor::make<Qor::Clock>());
+   sm_->agingClockIs(in_.agingClock);
+   sm_->mfibConfigIs(in_.mfibConfig);
+   time_->runUntil(100);
+   EXPECT_EQ(receivers(1), "et2");
+   EXPECT_EQ(switch_->zombieOifSet().size(), 1u);
+   sm_->mrouteSwitchIs(switch_);
+   EXPECT_EQ(aging(), 160);
+   time_->runUntil(100);
+   EXPECT_TRUE(switch_->zombieOifSet().empty());
+   // In the middle of a review, which ends then.
+   send(1);
+   onHook_ = {"mrouteHitBit", [&] { sm_->mrouteSwitchDel(); }};
+   time_->runUntil(160);
+   EXPECT_EQ(aging(), Qor::never);
+   sm_ = nullptr;
+   EXPECT_FALSE(switch_->deleted());
 }
 
 TEST_F(SyncSm, VerifiesOnRequestUnlessThatIsDisabled) {

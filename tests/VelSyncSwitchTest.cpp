@@ -33,7 +33,7 @@ hook doAllocateMtableOifSet 5 0 $
 )",
               set);
    EXPECT_EQ(sw_->inUseRecord(set), record);
-   EXPECT_EQ(sw_->frrMtableOifSet(set).get(), record.get());
+   EXPECT_EQ(sw_->frrMtableOifSet(set), record);
    EXPECT_TRUE(sw_->oifSetIndexColl(31));
    EXPECT_EQ(allocate(oifSet("et9"))->oifSetIndex(), 32u);  // equal, and another
    journal_.take();
@@ -59,6 +59,13 @@ hook doAllocateMtableOifSet 5 0 $
    EXPECT_EQ(record->zombie(), ZombieKey());
    EXPECT_EQ(allocate(set), record);
    EXPECT_EQ(journal_.count("2 Found an existing oif set"), 1);
+   EXPECT_TRUE(journal_.like("2  Adding Frr").empty());
+   // A failure has withdrawn the zombie.
+   record = nullptr;
+   sw_->frrMtableOifSetDel(set);
+   record = allocate(set);
+   EXPECT_EQ(sw_->frrMtableOifSet(set), record);
+   EXPECT_EQ(journal_.count("2  Adding Frr oifSetIndex: 31"), 1);
    EXPECT_EQ(sw_->zombieOifSet().size(), 1u);  // the other set
 }
 

@@ -18,6 +18,8 @@ PortVlanSet withSavedHash(PortVlanSet set) {
 
 }  // namespace
 
+Qor::U64 OifSetCarrier::lastSerial_ = 0;
+
 OifSet::OifSet(Qor::Ptr<MrouteTableColl> tableColl, PortVlanSet portVlanSet)
       : portVlanSet_(withSavedHash(std::move(portVlanSet))),
         tableColl_(std::move(tableColl)),
