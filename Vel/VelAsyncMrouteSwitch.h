@@ -55,8 +55,8 @@
 //   doScheduleVerify                   | the change has been made
 //   a listener                         | the change has been made; the notification and the
 //                                      | operation have ended, so the remaining listeners are not
-//                                      | notified, and a new record that is not yet in mtableOifSet
-//                                      | is freed again
+//                                      | notified. A record that has no user yet, since the error
+//                                      | came before mtableOifSet was set, is freed
 //
 // A record is freed in the destructor of its last counted pointer. A hook or a listener that is
 // called there, doDeleteOifSet and doScheduleVerify above all, must not throw: an error cannot

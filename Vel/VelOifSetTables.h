@@ -95,7 +95,7 @@ class OifSetTables : public Qor::Entity<Switch, Base> {
 
    // The zombies in the order of their expiry. An entry holds its record; its removal may free the
    // record before the operation returns. The freeing uses the switch: the removals by key and of
-   // all entries hold the switch meanwhile, the caller of the iterator form must hold it.
+   // all entries hold the switch until they return; the caller of the iterator form must hold it.
    typename ZombieOifSetColl::Map const& zombieOifSet() const { return zombieOifSet_.map(); }
    RecordPtr zombieOifSet(ZombieKey const& key) const { return zombieOifSet_.value(key); }
    // Adds the record under its own zombie key. A null record raises the range error of null
