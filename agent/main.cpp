@@ -92,7 +92,8 @@ CLI::App* addSoak(CLI::App& app, SoakOptions& options, std::string& path) {
          ->capture_default_str();
    soak->add_option("--path", path, "async or sync; both unless given")
          ->check(CLI::IsMember({"async", "sync"}));
-   soak->add_option("--replay", options.replayFile, "where to write the replay of what was found")
+   soak->add_option("--replay", options.reproducerFile,
+                    "where to write the replay of what was found")
          ->type_name("FILE");
    soak->add_flag("--sweep", options.sweep,
                   "play each FILE once for each call of a platform hook, which fails");
@@ -135,14 +136,14 @@ int main(int argc, char** argv) {
       return Agent::outputWritten() ? Agent::exitDone : Agent::exitFailed;
    }
    if (soak->parsed()) {
-      soakOptions.path = Agent::pathNamed(soakPath);
+      soakOptions.path = Agent::pathKindNamed(soakPath);
       return Agent::runSoak(soakOptions);
    }
    if (options.until && !options.inspects()) {
       std::cerr << "--until stands still to look at the switch: it needs --inspect or --eval\n";
       return Agent::exitUsage;
    }
-   options.path = Agent::pathNamed(texts.path);
+   options.path = Agent::pathKindNamed(texts.path);
    for (std::string const& show : texts.shows)
       options.show.push_back(*Agent::viewNamed(show));
    for (std::string const& trace : texts.traces) {

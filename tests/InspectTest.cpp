@@ -16,7 +16,7 @@ Routing::Multicast::Fib::IpGenRouteKey keyOf(std::string_view group) {
    return key;
 }
 
-class Inspect : public testing::TestWithParam<Path> {
+class Inspect : public testing::TestWithParam<PathKind> {
  protected:
    // What is printed, or the error.
    std::string does(std::string_view command) {
@@ -34,10 +34,10 @@ class Inspect : public testing::TestWithParam<Path> {
    Inspector inspector_{world_, out_, false};
 };
 
-std::string pathName(testing::TestParamInfo<Path> const& path) {
+std::string pathName(testing::TestParamInfo<PathKind> const& path) {
    return std::string(nameOf(path.param));
 }
-INSTANTIATE_TEST_SUITE_P(, Inspect, testing::Values(Path::async, Path::sync), pathName);
+INSTANTIATE_TEST_SUITE_P(, Inspect, testing::Values(PathKind::async, PathKind::sync), pathName);
 
 TEST_P(Inspect, AnswersEachCommandOrSaysWhatWouldBeRight) {
    struct {
@@ -66,7 +66,7 @@ TEST_P(Inspect, AnswersEachCommandOrSaysWhatWouldBeRight) {
          {"call /config/config/red counterRouteIs", "takes 1 argument"},
          // What breaks an operation's preconditions is refused, with the assertion that it meets.
          {"call /switch/1 doDeleteRoute 4711",
-          GetParam() == Path::sync ? "would end the agent: .*Assertion" : "done"},
+          GetParam() == PathKind::sync ? "would end the agent: .*Assertion" : "done"},
          {"types IntfVlanId::Table", "collection +intfIdToVlanId"},
          {"types Nonsense", "no type Nonsense"},
          {"explain 10.0.0.2", "is no route; a route is given as"},

@@ -91,7 +91,7 @@ class Run final : public InspectedRun {
       double const began = processorSeconds();
       Sim::ChipConfig chip;
       if (!options_.chipText.empty()) parseChipOption(options_.chipText, chip);
-      simulated_ = std::make_unique<SimulatedSwitch>(options_.path.value_or(Path::async), chip,
+      simulated_ = std::make_unique<SimulatedSwitch>(options_.path.value_or(PathKind::async), chip,
                                                      std::move(intfMap));
       TimelineFile timeline(options_.timelineFile, *simulated_);
       timeline_ = &timeline;

@@ -7,7 +7,7 @@
 
 #include "agent/inspect/InspectPrompt.h"
 #include "agent/report/Views.h"
-#include "agent/switch/Path.h"
+#include "agent/switch/PathKind.h"
 
 namespace Agent {
 
@@ -17,7 +17,7 @@ struct RunOptions {
    std::string chipText;      // as parseChipOption() reads it; empty: the defaults, or a scenario's
    std::string timelineFile;  // empty: none
    std::vector<View> show;
-   std::optional<Path> path;  // nothing: that of the scenario, or Path::async
+   std::optional<PathKind> path;  // nothing: that of the scenario, or PathKind::async
    bool json = false;
    bool check = true;
    bool keepGoing = false;

@@ -9,7 +9,7 @@
 #include "agent/report/TimelineFile.h"
 #include "agent/scenario/ScenarioParser.h"
 #include "agent/scenario/ScenarioPlayer.h"
-#include "agent/scenario/SimulatedTarget.h"
+#include "agent/scenario/SimulatedTestbed.h"
 #include "agent/switch/ChipOption.h"
 
 namespace Agent {
@@ -65,7 +65,7 @@ int runScenario(RunOptions const& options) {
    for (InputError const& error : file.errors)
       std::cerr << error.toString() << '\n';
    if (!file.errors.empty() && !options.keepGoing) return exitFailed;
-   Path const path = options.path.value_or(file.path.value_or(Path::async));
+   PathKind const path = options.path.value_or(file.path.value_or(PathKind::async));
    if (file.path.value_or(path) != path) {
       std::cerr << options.files.front() << ": this scenario is for the path " << nameOf(*file.path)
                 << " alone: --path " << nameOf(*file.path) << '\n';
@@ -85,8 +85,8 @@ int runScenario(RunOptions const& options) {
    SimulatedSwitch simulated(path, chip, std::move(intfMap),
                              {file.settings.minPollingInterval, file.settings.callCost});
    TimelineFile timeline(options.timelineFile, simulated);
-   SimulatedTarget target(simulated, timeline.timeline(), options.json);
-   ScenarioPlayer player(target, file.lines);
+   SimulatedTestbed testbed(simulated, timeline.timeline(), options.json);
+   ScenarioPlayer player(testbed, file.lines);
    if (options.until) {
       player.playUntil(*options.until);
    } else {

@@ -22,8 +22,8 @@
 #include "Routing/Multicast/Fib/CounterMode.h"
 #include "Routing/Multicast/Fib/IpGenRouteKey.h"
 #include "agent/input/InputError.h"
-#include "agent/switch/Path.h"
-#include "agent/switch/Replay.h"
+#include "agent/switch/PathKind.h"
+#include "agent/switch/RouteReplay.h"
 #include "platform/sim/Chip.h"
 
 namespace Agent::Scenario {
@@ -216,7 +216,7 @@ enum class Count : unsigned char {
    writes,
 };
 inline constexpr std::size_t counts = 19;
-inline constexpr std::size_t targetCounts = 15;  // those before `sent`
+inline constexpr std::size_t testbedCounts = 15;  // those before `sent`
 
 char const* nameOf(State state);
 char const* nameOf(Count count);
@@ -269,7 +269,7 @@ using Event = std::variant<Settings, Route, Withdraw, Link, Bfd, Traffic, Config
 struct Line {
    InputPosition where;
    double at = 0;
-   std::optional<Path> path;  // played on this path alone; absent: on both
+   std::optional<PathKind> path;  // played on this path alone; absent: on both
    Event event;
 };
 

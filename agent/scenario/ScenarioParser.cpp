@@ -73,8 +73,8 @@ Line lineFrom(std::string_view text, double before, bool first) {
    Line line;
    line.at = timeFrom(top, before);
    if (top.find("path")) {
-      line.path =
-            top.named("path", "path", Names<Path>{{"async", Path::async}, {"sync", Path::sync}});
+      line.path = top.named("path", "path",
+                            Names<PathKind>{{"async", PathKind::async}, {"sync", PathKind::sync}});
    }
    std::string kind;
    for (char const* const candidate : eventKinds) {

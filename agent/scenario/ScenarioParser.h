@@ -34,7 +34,8 @@ class ScenarioParser {
 // A whole scenario, read before any of it is played.
 struct ScenarioFile {
    Scenario::Settings settings;
-   std::optional<Path> path;  // the settings' line names: all of it is played on this path alone
+   std::optional<PathKind>
+         path;  // the settings' line names: all of it is played on this path alone
    std::vector<Scenario::Line> lines;  // without the settings
    std::vector<InputError> errors;  // in the order of the file; nothing of such lines is in `lines`
 

@@ -8,7 +8,7 @@
 // time (a call cost), the clock may be behind a line's time already; the line is then played at
 // once, and nothing is left out.
 //
-// An expectation that fails is kept, and the scenario goes on. So it does when the target refuses.
+// An expectation that fails is kept, and the scenario goes on. So it does when the testbed refuses.
 #pragma once
 
 #include <algorithm>
@@ -19,7 +19,7 @@
 #include <vector>
 
 #include "agent/scenario/MessageCounter.h"
-#include "agent/scenario/ScenarioTarget.h"
+#include "agent/scenario/Testbed.h"
 
 namespace Agent {
 
@@ -35,11 +35,11 @@ class ScenarioPlayer {
    };
 
    // Both outlive the player, which is the process's trace and log sink meanwhile.
-   ScenarioPlayer(ScenarioTarget& target, std::vector<Scenario::Line> const& lines);
+   ScenarioPlayer(Testbed& testbed, std::vector<Scenario::Line> const& lines);
 
    // Plays one line, or returns false when none is left.
    bool step();
-   // Sends the packets that are left, settles the target and audits it. Steps no lines: a run that
+   // Sends the packets that are left, settles the testbed and audits it. Steps no lines: a run that
    // is interrupted ends in good order, too.
    void finish();
    void play() {
@@ -105,13 +105,13 @@ class ScenarioPlayer {
    std::string difference(Scenario::RouteExpectation const& expected, std::uint32_t i);
    double since(Scenario::Count count) const;
 
-   ScenarioTarget& target_;
+   Testbed& testbed_;
    std::vector<Scenario::Line> const& lines_;
    std::size_t next_ = 0;
    MessageCounter messages_;
    std::map<std::pair<double, std::size_t>, Train> trains_;  // by time, then by line
-   // At the last mark: the target's counts; since then: the packets.
-   std::array<std::uint64_t, Scenario::targetCounts> marked_{};
+   // At the last mark: the testbed's counts; since then: the packets.
+   std::array<std::uint64_t, Scenario::testbedCounts> marked_{};
    std::uint64_t sent_ = 0, lost_ = 0, duplicated_ = 0;
    std::map<std::string, std::uint64_t> delivered_;
    std::uint64_t packets_ = 0;

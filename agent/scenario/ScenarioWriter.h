@@ -11,6 +11,6 @@ namespace Agent {
 // of states are written; times, to the microsecond.
 std::string scenarioLine(Scenario::Line const& line);
 // The first line, for a scenario that is for one path alone.
-std::string scenarioLine(Scenario::Settings const& settings, Path path);
+std::string scenarioLine(Scenario::Settings const& settings, PathKind path);
 
 }  // namespace Agent

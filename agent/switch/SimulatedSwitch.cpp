@@ -24,7 +24,7 @@ bool carriesTraffic(Interface::IntfOperStatus status) {
    return status == Interface::IntfOperStatus::up || status == Interface::IntfOperStatus::unknown;
 }
 
-SimulatedSwitch::SimulatedSwitch(Path path, Sim::ChipConfig const& config, InterfaceMap intfMap,
+SimulatedSwitch::SimulatedSwitch(PathKind path, Sim::ChipConfig const& config, InterfaceMap intfMap,
                                  PathConfig const& pathConfig)
       : intfMap_(std::move(intfMap)),
         activity_(newVirtualTime()),

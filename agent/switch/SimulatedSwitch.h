@@ -12,7 +12,7 @@
 // hardware status with it, while the chip goes on with what is in its tables. What lives elsewhere
 // stays: interfaces, links, BFD sessions, VRFs, configuration. A new path is made on the chip, the
 // hardware status is rebuilt from the routes found there, the routing layer tells its routes again
-// (agent/switch/Replay.h), and what it has not told in the end is removed from the chip.
+// (agent/switch/RouteReplay.h), and what it has not told in the end is removed from the chip.
 #pragma once
 
 #include <functional>
@@ -20,8 +20,8 @@
 
 #include "agent/input/CaptureEvent.h"
 #include "agent/input/InterfaceMap.h"
-#include "agent/switch/Path.h"
-#include "agent/switch/Replay.h"
+#include "agent/switch/PathKind.h"
+#include "agent/switch/RouteReplay.h"
 #include "agent/switch/SwitchPath.h"
 
 namespace Agent {
@@ -33,7 +33,7 @@ bool carriesTraffic(Interface::IntfOperStatus status);
 class SimulatedSwitch {
  public:
    // Puts a new virtual-time activity manager in place, at time 0. The map is taken as loaded.
-   SimulatedSwitch(Path path, Sim::ChipConfig const& config, InterfaceMap intfMap,
+   SimulatedSwitch(PathKind path, Sim::ChipConfig const& config, InterfaceMap intfMap,
                    PathConfig const& pathConfig = {});
    ~SimulatedSwitch();
    SimulatedSwitch(SimulatedSwitch const&) = delete;
@@ -73,7 +73,7 @@ class SimulatedSwitch {
    // When the agent has started; activity from before then is not known to it.
    Qor::Seconds startedAt() const { return startedAt_; }
    // The routes that the routing layer wants, whether or not it has told this agent yet.
-   Replay::Routes wantedRoutes() const;
+   RouteReplay::Routes wantedRoutes() const;
 
    // Shows the agent in the timeline from now on, and those that follow it; null: no more. The
    // timeline outlives that.
@@ -128,11 +128,11 @@ class SimulatedSwitch {
    std::map<L3::VrfName, Vel::VrfId> vrfIds_;
    std::size_t portsMade_ = 0;  // interfaces of the map that the chip knows
    Qor::Ptr<Qor::ActivityManager> const activity_;
-   Path const pathKind_;
+   PathKind const pathKind_;
    PathConfig const pathConfig_;
    Surroundings surroundings_;
    std::unique_ptr<SwitchPath> path_;
-   Replay replay_;
+   RouteReplay replay_;
    Timeline* timeline_ = nullptr;
    Rerouting rerouting_;
    Figures before_;  // of the agents that have crashed

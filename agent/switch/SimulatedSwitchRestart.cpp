@@ -19,8 +19,8 @@ void SimulatedSwitch::routeDel(L3::VrfName const& vrf, RouteProgrammer::RouteKey
    routeProgrammer().routeDel(vrf, key);
 }
 
-Replay::Routes SimulatedSwitch::wantedRoutes() const {
-   Replay::Routes routes = replay_.left();
+RouteReplay::Routes SimulatedSwitch::wantedRoutes() const {
+   RouteReplay::Routes routes = replay_.left();
    routeProgrammer().forEachRoute([&](RouteProgrammer::Route const& route) {
       routes.insert_or_assign({route.vrf(), route.key()}, *route.wanted());
    });
@@ -35,7 +35,7 @@ void SimulatedSwitch::timelineIs(Timeline* timeline) {
 // ---- Crash and start ----
 
 void SimulatedSwitch::restart(RestartOptions const& options) {
-   Replay::Routes routes = wantedRoutes();
+   RouteReplay::Routes routes = wantedRoutes();
    Sim::Faults const faults = path_->faults();  // the hardware's, not the agent's
    path_->detach(options.applied);
    before_ = figures();

@@ -4,7 +4,7 @@
 // Duties. All runs on one virtual time base, Qor::now(). An operation takes effect at the present
 // time; what it sets going happens in runUntil() and settle() alone. Where an operation cannot be
 // done, because an interface has no number left or the switch has no such thing, it changes
-// nothing and raises ScenarioRefused.
+// nothing and raises TestbedRefusal.
 #pragma once
 
 #include <map>
@@ -18,12 +18,12 @@
 namespace Agent {
 
 // what() says what cannot be done, and why.
-class ScenarioRefused final : public std::runtime_error {
+class TestbedRefusal final : public std::runtime_error {
  public:
    using std::runtime_error::runtime_error;
 };
 
-class ScenarioTarget {
+class Testbed {
  public:
    // One route, as Scenario::Route wants it.
    struct Route {
@@ -67,7 +67,7 @@ class ScenarioTarget {
       std::optional<std::uint64_t> counter;  // what its own counter shows
    };
 
-   virtual ~ScenarioTarget() = default;
+   virtual ~Testbed() = default;
 
    // ---- Time. ----
 
@@ -99,10 +99,10 @@ class ScenarioTarget {
 
    virtual RouteFacts route(L3::VrfName const& vrf, Scenario::RouteKey const& key) const = 0;
    virtual std::uint64_t value(Scenario::State state) const = 0;
-   // Since the start; asked for those before Scenario::targetCounts only.
+   // Since the start; asked for those before Scenario::testbedCounts only.
    virtual std::uint64_t value(Scenario::Count count) const = 0;
    // Routes in hardware that do not forward as they are wanted, a line each.
-   virtual std::vector<std::string> check() = 0;
+   virtual std::vector<std::string> forwardingFaults() = 0;
    // What is wrong with the chip and its tables, a line each.
    virtual std::vector<std::string> audit() const = 0;
 

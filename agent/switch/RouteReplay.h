@@ -32,14 +32,14 @@ struct RestartOptions {
    Qor::U32 applied = 0;       // of the writes under way at the crash, those that reach the chip
 };
 
-class Replay {
+class RouteReplay {
  public:
    using Routes = std::map<RouteId, WantedRoute>;
-   using Tell = std::function<void(RouteId const&, WantedRoute const&)>;
+   using Announce = std::function<void(RouteId const&, WantedRoute const&)>;
    // Called once all are told; called again after the time that it returns, unless that is nothing.
    using Complete = std::function<std::optional<Qor::Seconds>()>;
 
-   Replay(Tell tell, Complete complete);
+   RouteReplay(Announce announce, Complete complete);
 
    // Begins, in the next turn of the loop, in place of what is under way.
    void start(Routes routes, RestartOptions const& options);
@@ -51,17 +51,17 @@ class Replay {
  private:
    class QorClock final : public Qor::Clock::Notifiee {
     public:
-      explicit QorClock(Replay& owner) : owner_(owner) {}
+      explicit QorClock(RouteReplay& owner) : owner_(owner) {}
       void onTime() override { owner_.handleClock(); }
 
     private:
-      Replay& owner_;
+      RouteReplay& owner_;
    };
 
    void handleClock();
    Qor::Seconds due(std::size_t i) const;
 
-   Tell const tell_;
+   Announce const announce_;
    Complete const complete_;
    bool underWay_ = false;
    Routes left_;

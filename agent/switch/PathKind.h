@@ -6,18 +6,18 @@
 
 namespace Agent {
 
-enum class Path {
+enum class PathKind {
    async,  // operations return transactions that complete later
    sync,   // operations program at once
 };
 
-constexpr std::string_view nameOf(Path path) {
-   return path == Path::async ? "async" : "sync";
+constexpr std::string_view nameOf(PathKind path) {
+   return path == PathKind::async ? "async" : "sync";
 }
 
 // The path of that name, or nothing.
-constexpr std::optional<Path> pathNamed(std::string_view name) {
-   for (Path const path : {Path::async, Path::sync}) {
+constexpr std::optional<PathKind> pathKindNamed(std::string_view name) {
+   for (PathKind const path : {PathKind::async, PathKind::sync}) {
       if (nameOf(path) == name) return path;
    }
    return std::nullopt;

@@ -1,17 +1,17 @@
-// A simulated switch as a scenario's target.
+// A simulated switch as a scenario's testbed.
 #pragma once
 
-#include "agent/scenario/ScenarioTarget.h"
+#include "agent/scenario/Testbed.h"
 #include "agent/switch/SimulatedSwitch.h"
 #include "agent/timeline/Timeline.h"
 
 namespace Agent {
 
-class SimulatedTarget final : public ScenarioTarget {
+class SimulatedTestbed final : public Testbed {
  public:
-   // Both outlive the target; the timeline may be null. Tables are shown on standard output,
+   // Both outlive the testbed; the timeline may be null. Tables are shown on standard output,
    // unless `quiet`.
-   SimulatedTarget(SimulatedSwitch& simulated, Timeline* timeline, bool quiet)
+   SimulatedTestbed(SimulatedSwitch& simulated, Timeline* timeline, bool quiet)
          : simulated_(simulated), timeline_(timeline), quiet_(quiet) {}
 
    double nextDeadline() const override { return simulated_.activity().nextDeadline(); }
@@ -38,7 +38,7 @@ class SimulatedTarget final : public ScenarioTarget {
    RouteFacts route(L3::VrfName const& vrf, Scenario::RouteKey const& key) const override;
    std::uint64_t value(Scenario::State state) const override;
    std::uint64_t value(Scenario::Count count) const override;
-   std::vector<std::string> check() override;
+   std::vector<std::string> forwardingFaults() override;
    std::vector<std::string> audit() const override { return simulated_.audit(); }
 
    void show(std::vector<std::string> const& views) override;
