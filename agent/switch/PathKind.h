@@ -1,4 +1,4 @@
-// The two ways in which a switch agent may program its chip.
+// The two paths on which an agent can program its chip.
 #pragma once
 
 #include <optional>
@@ -8,14 +8,14 @@ namespace Agent {
 
 enum class PathKind {
    async,  // operations return transactions that complete later
-   sync,   // operations program at once
+   sync,   // operations are complete when they return
 };
 
 constexpr std::string_view nameOf(PathKind path) {
    return path == PathKind::async ? "async" : "sync";
 }
 
-// The path of that name, or nothing.
+// The path with this name, or nothing.
 constexpr std::optional<PathKind> pathKindNamed(std::string_view name) {
    for (PathKind const path : {PathKind::async, PathKind::sync}) {
       if (nameOf(path) == name) return path;

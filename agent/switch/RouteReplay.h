@@ -1,8 +1,8 @@
-// The routing layer after a restart of the agent: it tells the new agent, over some time, the routes
-// that it wants, and then that these are all.
+// The routing layer after a restart of the agent: it announces its wanted routes to the new agent
+// again, over some time, and then the end of the replay.
 //
-// What is wanted afresh or no more in the meantime is told at once, by whoever does so, and is not
-// told here any more (drop()).
+// A route that changes during the replay is announced at once by the caller of drop(), and the
+// replay omits it.
 #pragma once
 
 #include <cstdint>
@@ -20,30 +20,31 @@
 namespace Agent {
 
 struct RestartOptions {
-   // By VRF and key; backwards; or as the seed has it.
+   // By VRF and key; the reverse of that; or a random order that follows from the seed.
    enum class Order : unsigned char { sorted, reversed, shuffled };
 
-   std::optional<std::set<RouteId>> only;  // the routes that are told again; absent: all
+   std::optional<std::set<RouteId>> only;  // the routes that are replayed; absent: all
    Order order = Order::sorted;
    std::uint64_t seed = 1;
-   Qor::Seconds begin = 0;     // until the first route is told
-   Qor::Seconds over = 0;      // from the first route to the last, evenly
-   Qor::Seconds complete = 0;  // until they are said to be all; not before the last
-   Qor::U32 applied = 0;       // of the writes under way at the crash, those that reach the chip
+   Qor::Seconds begin = 0;     // from the crash to the first route
+   Qor::Seconds over = 0;      // from the first route to the last, at equal distances
+   Qor::Seconds complete = 0;  // from the crash to the end of the replay; not before the last route
+   Qor::U32 applied = 0;       // writes under way at the crash that still reach the chip
 };
 
 class RouteReplay {
  public:
    using Routes = std::map<RouteId, WantedRoute>;
    using Announce = std::function<void(RouteId const&, WantedRoute const&)>;
-   // Called once all are told; called again after the time that it returns, unless that is nothing.
+   // Called when all routes are announced. If it returns a time, it is called again after that
+   // time.
    using Complete = std::function<std::optional<Qor::Seconds>()>;
 
    RouteReplay(Announce announce, Complete complete);
 
-   // Begins, in the next turn of the loop, in place of what is under way.
+   // Begins a replay in the next turn of the loop, in place of the one that is under way.
    void start(Routes routes, RestartOptions const& options);
-   // From start() until complete() has returned nothing.
+   // True from start() until complete() has returned nothing.
    bool underWay() const { return underWay_; }
    Routes const& left() const { return left_; }
    void drop(RouteId const& id) { left_.erase(id); }
@@ -65,7 +66,7 @@ class RouteReplay {
    Complete const complete_;
    bool underWay_ = false;
    Routes left_;
-   std::vector<RouteId> order_;  // of all, also those that were dropped
+   std::vector<RouteId> order_;  // all routes of the replay, the dropped ones included
    std::size_t next_ = 0;
    Qor::Seconds start_ = 0;
    Qor::Seconds over_ = 0;
