@@ -112,7 +112,7 @@ TEST(Run, TheCheckReportsEachDifferenceOfTheChip) {
              entry.group = Sim::noGroup;
              return c.routeCreate(9, entry);
           },
-          "1) vlan 4000 is that of no route of the capture in hardware"},
+          "1) vlan 4000 belongs to no route of the capture in hardware"},
    };
    for (auto const& [plant, difference] : cases) {
       CaptureReplay replay({file}, {});
@@ -132,7 +132,7 @@ TEST(Run, TheCheckReportsEachDifferenceOfTheChip) {
    replay.capture.apply(CaptureEvent(late));
    auto const found = [&] { return checkForwarding(replay.simulated, replay.capture).differences; };
    ASSERT_EQ(found().size(), 1u);
-   EXPECT_TRUE(found()[0].ends_with("): in the capture, but not with the route programmer"));
+   EXPECT_TRUE(found()[0].ends_with("): the route of the capture is unknown to the route programmer"));
    replay.simulated.apply(CaptureEvent(late));
    EXPECT_TRUE(found().at(0).ends_with("): not settled: not looked at yet"));
 }
@@ -213,7 +213,7 @@ TEST(Program, ExitCodesAndMessagesMatchTheResult) {
          {"run --path sync " + good, 0, " routes forward as the capture says\n", ""},
          {"run " + other, 0, "scenario       one\n", ""},
          {"run --path async " + other, 2, "",
-          other + ": this scenario is for the path sync alone: --path sync"},
+          other + ": the scenario is for the path sync alone: use --path sync"},
          {"run " + scenario, 0, "\nexpectations   1, 0 failures\n", ""},
          {"run " + unresolved, 0, "\nroutes         4 wanted, 4 in hardware, ", ""},
          {"run " + leaves, 1, "routes         4093 wanted",

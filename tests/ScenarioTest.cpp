@@ -66,8 +66,8 @@ constexpr BadLine badLines[] = {
    // Expectations.
    {R"({"expect": {"zombies": {"min": 3, "max": 2}}})", R"(expect.zombies: "min" is above "max")"},
    {R"({"expect": {"forward": [{"src": "10.0.0.2", "dst": "239.1.1.1", "iif": "rtr0"}]}})", "expect.forward[0].to: missing"},
-   {R"({"expect": {"route": {"src": "*", "dst": "239.1.1.1"}}})", "expect.route: nothing is expected of the route"},
-   {R"({"expect": {"check": false}})", "expect.check: false expects nothing"},
+   {R"({"expect": {"route": {"src": "*", "dst": "239.1.1.1"}}})", "expect.route: no expectation about the route"},
+   {R"({"expect": {"check": false}})", "expect.check: must be true"},
 };
 // clang-format on
 

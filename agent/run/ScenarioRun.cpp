@@ -30,7 +30,7 @@ ordered_json scenarioJson(ScenarioFile const& file, ScenarioPlayer const& player
            {"failures", failures}};
 }
 
-// A scenario as it is looked at. Its expectations count as far as it has come.
+// A scenario under the commands of the inspector. The expectations up to the present time count.
 class InspectedScenario final : public InspectedRun {
  public:
    InspectedScenario(SimulatedSwitch& simulated, ScenarioPlayer& player)
@@ -67,8 +67,8 @@ int runScenario(RunOptions const& options) {
    if (!file.errors.empty() && !options.keepGoing) return exitFailed;
    PathKind const path = options.path.value_or(file.path.value_or(PathKind::async));
    if (file.path.value_or(path) != path) {
-      std::cerr << options.files.front() << ": this scenario is for the path " << nameOf(*file.path)
-                << " alone: --path " << nameOf(*file.path) << '\n';
+      std::cerr << options.files.front() << ": the scenario is for the path " << nameOf(*file.path)
+                << " alone: use --path " << nameOf(*file.path) << '\n';
       return exitUsage;
    }
    std::erase_if(file.lines,

@@ -69,7 +69,8 @@ void ScenarioPlayer::advance(double time) {
    testbed_.runUntil(time);
 }
 
-// The packets due up to this time, those of one time in the order of their lines.
+// Sends the packets that are due up to this time. Packets of one time are sent in the order of
+// their lines.
 void ScenarioPlayer::sendDue(double time) {
    while (!trains_.empty() && trains_.begin()->first.first <= time) {
       auto node = trains_.extract(trains_.begin());
@@ -100,7 +101,7 @@ void ScenarioPlayer::send(Traffic const& traffic) {
 }
 
 void ScenarioPlayer::fail(std::string text) {
-   // Without a line, as in an empty scenario, there is no place either.
+   // An empty scenario has no line, so a failure in it has no place.
    InputPosition const where = next_ ? lines_[next_ - 1].where : InputPosition{"scenario", 0};
    failures_.push_back({where, Qor::now(), std::move(text)});
 }
@@ -113,7 +114,7 @@ void ScenarioPlayer::mark() {
    messages_.mark();
 }
 
-// ---- What happens to the switch. ----
+// ---- Changes of the switch. ----
 
 void ScenarioPlayer::play(Scenario::Route const& route) {
    Testbed::Route one;
@@ -182,13 +183,13 @@ void ScenarioPlayer::play(Show const& show) {
    testbed_.show(show.views);
 }
 
-// ---- What is expected. ----
+// ---- Expectations. ----
 
 void ScenarioPlayer::play(Expect const& expect) {
    ++expectations_;
    double const limit = Qor::now() + expect.within.value_or(0);
    Texts wrong = differences(expect);
-   // Nothing changes between two things that are to be done.
+   // The state changes at deadlines and packets alone, so it is enough to compare there.
    while (!wrong.empty() && Qor::now() < limit) {
       double next = testbed_.nextDeadline();
       if (!trains_.empty()) next = std::min(next, trains_.begin()->first.first);
@@ -261,7 +262,8 @@ double ScenarioPlayer::since(Count count) const {
    }
 }
 
-// Of many routes that differ in one expectation the first is told, and how many there are.
+// Several routes that differ in one expectation give one text, with the first route and the number
+// of the others.
 template <class Expectation>
 void ScenarioPlayer::compare(Texts& out, Expectation const& expected) {
    std::string first;

@@ -20,7 +20,7 @@ void SimulatedTestbed::note(std::string const& what) {
    if (timeline_) timeline_->instant(what);
 }
 
-// ---- What happens to the switch. ----
+// ---- Changes of the switch. ----
 
 void SimulatedTestbed::routeIs(Route const& route) {
    WantedRoute wanted;
@@ -48,12 +48,12 @@ void SimulatedTestbed::routeIs(Route const& route) {
    }
    for (Lnet::IntfId const oif : route.backup) {
       Intf const& out = learn(oif);
-      if (out.cpu) throw TestbedRefusal("the CPU is no backup");
+      if (out.cpu) throw TestbedRefusal("the CPU cannot be a backup");
       wanted.set.newPortVlanFrr(MrouteLib::PortVlan(oif, out.vlan), true);
    }
    if (!route.backup.empty()) wanted.set.currentIifIs(route.iif);
    for (Lnet::IntfId const intf : route.fastdrop) {
-      if (intf == route.iif) throw TestbedRefusal("the route accepts from " + intf.name());
+      if (intf == route.iif) throw TestbedRefusal(intf.name() + " is the input of the route");
       wanted.fastdrop.push_back({intf, learn(intf).vlan});
    }
    simulated_.learnVrf(route.vrf);
@@ -72,7 +72,7 @@ void SimulatedTestbed::linkIs(Lnet::IntfId intf, Interface::IntfOperStatus state
 
 void SimulatedTestbed::bfdIs(Bfd::Peer const& peer, std::optional<Bfd::OperState> state) {
    Bfd::AppStatus* const sessions = simulated_.path().bfdAppStatus();
-   if (!sessions) throw TestbedRefusal("this path follows no BFD sessions");
+   if (!sessions) throw TestbedRefusal("this path has no BFD sessions");
    if (!state) {
       note(fmt::format("bfd {} removed", peer));
       sessions->peerStatusDel(peer);
@@ -156,7 +156,7 @@ Testbed::Copies SimulatedTestbed::copiesOf(Sim::Forwarded const& forwarded) {
    return copies;
 }
 
-// ---- What the switch is like. ----
+// ---- State of the switch. ----
 
 Testbed::RouteFacts SimulatedTestbed::route(L3::VrfName const& vrf,
                                             Scenario::RouteKey const& key) const {
@@ -244,11 +244,12 @@ std::uint64_t SimulatedTestbed::value(Scenario::Count count) const {
       case Scenario::Count::swept:
          return figures.swept;
       default:
-         return 0;  // the player's own
+         return 0;  // the counts of the player
    }
 }
 
-// By the chip's tables, without a packet. A rewritten record forwards to its set's backup.
+// Reads the chip's tables and sends no packet, because packets would count as activity. A rewritten
+// record forwards to the backup of its set.
 std::vector<std::string> SimulatedTestbed::forwardingFaults() {
    std::vector<std::string> wrong;
    auto const& programmer = std::as_const(simulated_).routeProgrammer();

@@ -1,4 +1,4 @@
-// A simulated switch as a scenario's testbed.
+// The testbed with a simulated switch.
 #pragma once
 
 #include "agent/scenario/Testbed.h"
@@ -9,7 +9,7 @@ namespace Agent {
 
 class SimulatedTestbed final : public Testbed {
  public:
-   // Both outlive the testbed; the timeline may be null. Tables are shown on standard output,
+   // Both outlive the testbed, and the timeline may be null. Tables are printed to standard output,
    // unless `quiet`.
    SimulatedTestbed(SimulatedSwitch& simulated, Timeline* timeline, bool quiet)
          : simulated_(simulated), timeline_(timeline), quiet_(quiet) {}
@@ -30,8 +30,8 @@ class SimulatedTestbed final : public Testbed {
    Copies send(Packet const& packet) override {
       return copiesOf(simulated_.chip().forward(onChip(packet)));
    }
-   // The packet as it arrives at the chip, whose VRF and interface become known, and where its copies
-   // came out.
+   // Converts a packet to the chip's form, which registers its VRF and interface, and the copies
+   // from the chip's form.
    Sim::Packet onChip(Packet const& packet);
    static Copies copiesOf(Sim::Forwarded const& forwarded);
 
@@ -46,7 +46,7 @@ class SimulatedTestbed final : public Testbed {
 
  private:
    Intf const& learn(Lnet::IntfId id);
-   // An instant in the timeline.
+   // Writes an instant to the timeline.
    void note(std::string const& text);
 
    SimulatedSwitch& simulated_;

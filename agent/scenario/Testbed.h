@@ -1,10 +1,11 @@
-// What a scenario is played on: a switch in virtual time. The player (agent/scenario/ScenarioPlayer.h) knows
-// no other interface to it, so that a scenario can be played on whatever offers these operations.
+// A switch with its surroundings, in virtual time, on which scenarios are played. The player
+// (agent/scenario/ScenarioPlayer.h) uses this interface alone, so a scenario can be played on any
+// class that implements it.
 //
-// Duties. All runs on one virtual time base, Qor::now(). An operation takes effect at the present
-// time; what it sets going happens in runUntil() and settle() alone. Where an operation cannot be
-// done, because an interface has no number left or the switch has no such thing, it changes
-// nothing and raises TestbedRefusal.
+// Duties. The testbed runs on one virtual time base, Qor::now(). An operation takes effect at the
+// present time, and its later effects happen in runUntil() and settle() alone. An operation raises
+// TestbedRefusal and changes nothing if no number is left for an interface or if the switch lacks
+// the feature.
 #pragma once
 
 #include <map>
@@ -17,7 +18,7 @@
 
 namespace Agent {
 
-// what() says what cannot be done, and why.
+// An operation that the testbed cannot do. what() is the reason.
 class TestbedRefusal final : public std::runtime_error {
  public:
    using std::runtime_error::runtime_error;
@@ -25,19 +26,19 @@ class TestbedRefusal final : public std::runtime_error {
 
 class Testbed {
  public:
-   // One route, as Scenario::Route wants it.
+   // One of the routes of a Scenario::Route.
    struct Route {
       L3::VrfName vrf;
       Scenario::RouteKey key;
       Lnet::IntfId iif;
-      std::vector<Lnet::IntfId> oifs;  // each once, in no order
-      bool cpu = false;                // and a copy to the CPU
-      // What replaces the outputs when the input interface or its BFD session goes down.
+      std::vector<Lnet::IntfId> oifs;  // each once, in any order
+      bool cpu = false;                // a further copy to the CPU
+      // The outputs after a failure of the input interface or of its BFD session.
       std::vector<Lnet::IntfId> backup;
-      // Traffic of the route that comes in here is dropped in hardware, and watched for activity.
+      // The hardware drops packets of the route from these interfaces, and records their activity.
       std::vector<Lnet::IntfId> fastdrop;
-      bool noRpf = false;   // traffic is taken from anywhere
-      bool bridge = false;  // traffic stays in the vlan in which it arrives
+      bool noRpf = false;   // the route accepts packets from any interface
+      bool bridge = false;  // packets stay in the vlan in which they arrive
    };
 
    struct Packet {
@@ -48,68 +49,68 @@ class Testbed {
       std::uint32_t bytes = 64;
    };
 
-   // Where the copies of a packet came out.
+   // The copies of a packet.
    struct Copies {
-      std::map<std::string, unsigned> at;  // by interface, "cpu" for the CPU; each at least 1
-      std::string result;                  // "forwarded", "wrongVlan": as the chip calls it
+      std::map<std::string, unsigned> at;  // number of copies by interface, or "cpu"; never 0
+      std::string result;                  // the chip's result: "forwarded", "wrongVlan", ...
    };
 
-   // Where a route stands.
+   // The state of a route.
    struct RouteFacts {
       std::string state = "absent";  // RouteProgrammer::State by name; "absent": not wanted
-      std::string reason;            // why it is not in hardware
-      // From its hardware status; nothing for a route without one.
+      std::string reason;            // the reason why the route is not in hardware
+      // From the hardware status; nothing for a route without a status.
       std::optional<double> lastPollTime;
       std::map<std::string, double> fastdropLastPollTime;
-      // Of its entry on the chip; nothing for a route without one.
+      // From the entry on the chip; nothing for a route without an entry.
       std::optional<std::uint64_t> packets;
       std::optional<std::uint64_t> bytes;
-      std::optional<std::uint64_t> counter;  // what its own counter shows
+      std::optional<std::uint64_t> counter;  // of the route's own counter
    };
 
    virtual ~Testbed() = default;
 
    // ---- Time. ----
 
-   // When the next thing is to be done; Qor::never when nothing is.
+   // The time at which the next clock fires; Qor::never if none is set.
    virtual double nextDeadline() const = 0;
-   // Does everything that is due up to and including `time`, which may have passed.
+   // Runs everything that is due up to and including `time`, which may have passed.
    virtual void runUntil(double time) = 0;
-   // Runs until all writes are complete. Timers that go on for ever are no reason to go on.
+   // Runs until all writes are complete. Periodic timers do not keep it running.
    virtual void settle() = 0;
 
-   // ---- What happens to the switch. ----
+   // ---- Changes of the switch. ----
 
    virtual void routeIs(Route const& route) = 0;
    virtual void routeDel(L3::VrfName const& vrf, Scenario::RouteKey const& key) = 0;
    virtual void linkIs(Lnet::IntfId intf, Interface::IntfOperStatus state) = 0;
-   // The session is made when it is first named. Nothing: it is removed.
+   // Creates the session if it is new. Without a state, removes it.
    virtual void bfdIs(Bfd::Peer const& peer, std::optional<Bfd::OperState> state) = 0;
    virtual void configIs(Scenario::Config const& config) = 0;
    virtual void counterRouteIs(L3::VrfName const& vrf, Scenario::RouteKey const& key,
                                bool counted) = 0;
    virtual void faultIs(Scenario::Fault const& fault) = 0;
-   // Refused: a route to be told again that is not wanted.
+   // Refuses a replay of a route that is not wanted.
    virtual void restart(Scenario::Restart const& restart) = 0;
-   // Sends one packet through the chip, where it counts as traffic of the route it hits. It comes
-   // in over the interface whatever the link's state is.
+   // Sends one packet through the chip, which counts it for the entry that it hits. The packet
+   // arrives from the interface even if the link is down.
    virtual Copies send(Packet const& packet) = 0;
 
-   // ---- What the switch is like. ----
+   // ---- State of the switch. ----
 
    virtual RouteFacts route(L3::VrfName const& vrf, Scenario::RouteKey const& key) const = 0;
    virtual std::uint64_t value(Scenario::State state) const = 0;
-   // Since the start; asked for those before Scenario::testbedCounts only.
+   // Counted since the start. Only the counts before Scenario::testbedCounts are valid arguments.
    virtual std::uint64_t value(Scenario::Count count) const = 0;
-   // Routes in hardware that do not forward as they are wanted, a line each.
+   // The routes in hardware whose forwarding differs from the wanted one, a line each.
    virtual std::vector<std::string> forwardingFaults() = 0;
-   // What is wrong with the chip and its tables, a line each.
+   // The faults of the chip and its tables, a line each.
    virtual std::vector<std::string> audit() const = 0;
 
-   // ---- For people. ----
+   // ---- Output for people. ----
 
    virtual void show(std::vector<std::string> const& views) = 0;
-   // A moment that the scenario names.
+   // Notes a moment that the scenario has marked.
    virtual void marked(std::string const& text) { static_cast<void>(text); }
 };
 
