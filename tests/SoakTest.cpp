@@ -99,6 +99,13 @@ TEST_P(Soak, FindsNothingWhereItOnceDid) {
            R"({"at": 1, "withdraw": {"src": "*", "dst": "239.1.1.1"}})",
            R"({"at": 1, "link": {"intf": "a", "state": "down"}})",
            R"({"at": 1, "route": {"src": "*", "dst": "239.1.1.1", "iif": "a", "oifs": ["x"], "backup": ["z"]}})"}},
+         // A rerouted route leaves its group, returns to the outputs that it had, and keeps the group,
+         // since the write between the two has failed.
+         {{R"({"at": 0, "route": {"src": "*", "dst": "239.1.1.1", "iif": "a", "oifs": ["x"], "backup": ["z"]}})",
+           R"({"at": 1, "link": {"intf": "a", "state": "down"}})",
+           R"({"at": 2, "fault": {"failNext": {"write": "routePoint", "reason": "parity error"}}})",
+           R"({"at": 2, "route": {"src": "*", "dst": "239.1.1.1", "iif": "a", "oifs": ["y"], "backup": ["z"]}})",
+           R"({"at": 2.0005, "route": {"src": "*", "dst": "239.1.1.1", "iif": "a", "oifs": ["x"], "backup": ["z"]}})"}},
          // A route that was given up and accepts from anywhere is told another input, which is no
          // change of it.
          {{R"({"at": 0, "fault": {"failNext": {"write": "routeCreate", "reason": "parity error", "count": 3}}})",

@@ -154,8 +154,8 @@ TEST_F(TimelineTest, TheFileIsCompleteWhenTheRunEndsEarlyOrTheSwitchIsDestroyedF
    switch_ = nullptr;
    auto const events = finished();
    EXPECT_EQ(spans(events),
-             (Lines{"xact allocate 0-500 open", "route (10.0.0.1, 239.0.0.1) 0-500 open",
-                    "xact point 0-500 open", "reroute reroute " + name(0) + " 500-500 open",
+             (Lines{"xact allocate 0-500 open", "route (10.0.0.1, 239.0.0.1) 0-500 dropped",
+                    "xact point 0-500 open", "reroute reroute " + name(0) + " 500-500 dropped",
                     "zombie zombie " + name(0) + " 500-500 dropped"}));
    EXPECT_EQ(events[0].at("args").at("name"), "switch \"1\"");
    auto const instant = std::find_if(events.begin(), events.end(), [](json const& e) {

@@ -211,7 +211,7 @@ void Inspector::call(Words const& words) {
    TreeNode const node = all.find(words[1].raw);
    Qor::Type const* const type = typeOf(node);
    if (!type) throw InspectError(printable(node.path) + " has no operations");
-   Qor::TypeOperation const& operation = type->operation(words[2].text);
+   Qor::TypeOperation const& operation = type->operation(words[2].text, words.size() - 3);
    std::vector<Qor::Generic> arguments;
    for (std::size_t i = 3; i < words.size(); ++i)
       arguments.push_back(argument(all, words[i]));

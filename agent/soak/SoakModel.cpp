@@ -1,7 +1,6 @@
 #include "agent/soak/SoakModel.h"
 
 #include <algorithm>
-#include <set>
 
 #include "Qor/Clock.h"
 

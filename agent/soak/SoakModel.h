@@ -14,6 +14,7 @@
 
 #include <map>
 #include <optional>
+#include <set>
 #include <string>
 #include <unordered_map>
 #include <vector>
@@ -50,8 +51,9 @@ class SoakModel {
       // A change of the outputs alone, with room for it: there is no moment without receivers.
       bool uninterrupted = false;
       bool unverified = false;  // changed since it was last seen to be as wanted
-      // The oif set object (by serial) whose group was rewritten while the route held it.
-      std::optional<Qor::U64> rerouted;
+      // The oif set objects (by serial) whose groups were rewritten while the route held them. A
+      // change that fails may take it back to one that it has left since the last rest.
+      std::set<Qor::U64> rerouted;
       // A failure met it in the middle of a change, which may end with the group before.
       bool mayGoBack = false;
       std::uint64_t failuresAtChange = 0;
@@ -109,7 +111,7 @@ void SoakModel::restart(std::uint64_t failures, Calm const& calm) {
    for (auto& [id, known] : routes_) {
       known.uninterrupted = calm(id, std::as_const(known));
       known.unverified = true;
-      known.rerouted.reset();
+      known.rerouted.clear();
       known.mayGoBack = false;
       known.failuresAtChange = failures;
       known.status = nullptr;

@@ -200,6 +200,7 @@ bool SoakOracle::checkRoute(RouteId const& id, Known& known, bool rest) {
       known.uninterrupted = false;
       known.mayGoBack = false;
       known.before.clear();
+      std::erase_if(known.rerouted, [held = heldBy(route)](Qor::U64 set) { return set != held; });
    }
    return true;
 }
@@ -272,14 +273,18 @@ Sim::EntryTable const& SoakOracle::tableOf(Route const& route) const {
    return route.bridge ? simulated_.chip().boundaries() : simulated_.chip().routes();
 }
 
+std::optional<Qor::U64> SoakOracle::heldBy(RouteProgrammer::Route const* route) {
+   if (!route || !route->record()) return std::nullopt;
+   return route->record()->oifSet()->serial();
+}
+
 std::vector<Outputs> SoakOracle::expected(Known& known, RouteProgrammer::Route const* route) const {
-   std::optional<Qor::U64> held;
-   if (route && route->record()) held = route->record()->oifSet()->serial();
-   if (known.mayGoBack && held && rewritten_.contains(*held)) known.rerouted = held;
-   if (known.rerouted && held != known.rerouted) known.rerouted.reset();
-   std::vector<Outputs> list{model_.outputs(*known.wanted, known.rerouted.has_value())};
+   auto const held = heldBy(route);
+   if (known.mayGoBack && held && rewritten_.contains(*held)) known.rerouted.insert(*held);
+   bool const backup = held && known.rerouted.contains(*held);
+   std::vector<Outputs> list{model_.outputs(*known.wanted, backup)};
    // A rewrite that failed leaves the group as it was, and nobody can be told.
-   if (known.rerouted && simulated_.path().faults().injected(WriteKind::groupUpdate) > 0)
+   if (backup && simulated_.path().faults().injected(WriteKind::groupUpdate) > 0)
       list.push_back(model_.outputs(*known.wanted, false));
    return list;
 }
@@ -325,7 +330,7 @@ void SoakOracle::checkPacket(RouteId const& id, Known& known, RouteProgrammer::R
          return;
       }
       if (!own && !known.uninterrupted) return;  // its entry is not there yet, or another's was hit
-      if (known.rerouted) allowed.push_back(model_.outputs(wanted, false));
+      if (!known.rerouted.empty()) allowed.push_back(model_.outputs(wanted, false));
       for (Route const& before : known.before) {
          allowed.push_back(model_.outputs(before, false));
          allowed.push_back(model_.outputs(before, true));

@@ -146,6 +146,8 @@ class SoakOracle {
    // The route is null while it is not told again after a restart.
    void checkPacket(RouteId const& id, Known& known, RouteProgrammer::Route const* route,
                     bool rest);
+   // The oif set object of the group that the route holds, by serial.
+   static std::optional<Qor::U64> heldBy(RouteProgrammer::Route const* route);
    // What the route must forward to now; more than one where a failed rewrite leaves it open.
    std::vector<Outputs> expected(Known& known, RouteProgrammer::Route const* route) const;
    void noteHit(RouteId const& id, Known& known, Sim::Entry const& entry) const;

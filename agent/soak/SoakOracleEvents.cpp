@@ -77,7 +77,7 @@ bool SoakOracle::roomToSpare() const {
 }
 
 bool SoakOracle::staysOverCrash(RouteId const& id, Known const& known, bool rest) const {
-   if (!known.wanted || known.rerouted || !roomToSpare()) return false;
+   if (!known.wanted || !known.rerouted.empty() || !roomToSpare()) return false;
    bool const denied = std::any_of(excuses_.begin(), excuses_.end(),
                                    [](Excuse const& excuse) { return excuse.denied; });
    if (denied || failedLately()) return false;
@@ -199,7 +199,7 @@ void SoakOracle::rerouted(Lnet::IntfId failed) {
       known->mayGoBack = known->mayGoBack || route.state() != State::inHardware;
       auto const oifSet = route.record()->oifSet();
       if (!hit(oifSet->portVlanSet())) return;
-      known->rerouted = oifSet->serial();
+      known->rerouted.insert(oifSet->serial());
       known->uninterrupted = false;
       if (!std::exchange(known->unverified, true)) unverified(id);
       ++figures_.reroutes;

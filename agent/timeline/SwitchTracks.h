@@ -64,7 +64,7 @@ class SwitchTracks : public Timeline::Process {
    // it do the same for zombies and reroutes.
    template <class There>
    void routesThere(There const& there) {
-      endSpans(routes_, "released",
+      endSpans(routes_, deleted() ? "dropped" : "released",
                [&](Qor::U64 handle) { return there(MrouteLib::RouteHandle(Qor::U32(handle))); });
    }
    template <class There>
@@ -74,7 +74,7 @@ class SwitchTracks : public Timeline::Process {
    }
    template <class There>
    void reroutesThere(There const& there) {
-      endSpans(reroutes_, "done", there);
+      endSpans(reroutes_, deleted() ? "dropped" : "done", there);
    }
    bool shown(MrouteLib::RouteHandle handle) const { return routes_.contains(handle.value()); }
    bool shown(ZombieId const& id) const { return zombies_.contains(id); }
