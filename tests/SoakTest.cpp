@@ -5,16 +5,16 @@
 
 #include "agent/scenario/ScenarioParser.h"
 #include "agent/scenario/ScenarioWriter.h"
-#include "agent/scenario/SimulatedTarget.h"
+#include "agent/scenario/SimulatedTestbed.h"
 #include "agent/soak/SoakRun.h"
 
 namespace Agent {
 namespace {
 
-class Soak : public testing::TestWithParam<Path> {
+class Soak : public testing::TestWithParam<PathKind> {
    void TearDown() override { Qor::activityManagerIs(nullptr); }
 };
-INSTANTIATE_TEST_SUITE_P(Paths, Soak, testing::Values(Path::async, Path::sync));
+INSTANTIATE_TEST_SUITE_P(Paths, Soak, testing::Values(PathKind::async, PathKind::sync));
 
 TEST_P(Soak, FindsNothingInShortLives) {
    SoakFigures done;
@@ -32,7 +32,7 @@ TEST_P(Soak, FindsNothingInShortLives) {
 
 // All that can go wrong in one call of a hook, of as many calls as time allows.
 TEST_P(Soak, FindsNothingWhenEachHookCallFailsOnce) {
-   auto const path = GetParam() == Path::async ? "async" : "sync";
+   auto const path = GetParam() == PathKind::async ? "async" : "sync";
    std::pair<char const*, int> const scenarios[] = {{"table-full", 150},
                                                     {"make-before-break", 150},
                                                     {"resurrection", 150},
@@ -65,7 +65,7 @@ TEST_P(Soak, FindsNothingWhereItOnceDid) {
    struct Life {
       std::vector<std::string> lines;
       Qor::U32 groups = 8192;
-      std::optional<Path> only = std::nullopt;
+      std::optional<PathKind> only = std::nullopt;
    };
    Life const lives[] = {
          // An interface changes sides between input and fastdrop, at rest and in mid-change.
@@ -117,7 +117,7 @@ TEST_P(Soak, FindsNothingWhereItOnceDid) {
            R"({"at": 12, "fault": {"boundariesExhausted": false}})",
            R"({"at": 16, "mark": "a pause"})"},
           8192,
-          Path::sync},
+          PathKind::sync},
          // On a full chip a route shares the group of one that is not told again yet, and takes it
          // to its backup; then the agent crashes once more.
          {{R"({"at": 0, "route": {"src": "*", "dst": "239.1.1.1", "iif": "a", "oifs": ["x"], "backup": ["p"]}})",
@@ -147,28 +147,28 @@ TEST_P(Soak, FindsNothingWhereItOnceDid) {
 // A route entry that points elsewhere since its memory failed.
 TEST_P(Soak, FindsARouteThatForwardsElsewhere) {
    SimulatedSwitch simulated(GetParam(), {}, InterfaceMap());
-   SimulatedTarget target(simulated, nullptr, true);
-   SoakChecker checker(simulated, GetParam(), {});
+   SimulatedTestbed testbed(simulated, nullptr, true);
+   SoakOracle oracle(simulated, GetParam(), {});
    for (unsigned i = 0; i < 2; ++i) {
-      ScenarioTarget::Route route;
+      Testbed::Route route;
       route.vrf = L3::VrfName("default");
       route.key = Scenario::RouteKey::fromAddresses(Lnet::IpGenAddr::v4(0x0A000001),
                                                     Lnet::IpGenAddr::v4(0xEF010100 + i));
       route.iif = Lnet::IntfId("rtr0");
       route.oifs = {Lnet::IntfId("rtr" + std::to_string(i + 1))};
-      target.routeIs(route);
-      checker.routeIs(route);
+      testbed.routeIs(route);
+      oracle.routeIs(route);
    }
-   target.settle();
-   checker.look();
-   checker.lookAtAll();
-   ASSERT_EQ(checker.found(), std::vector<std::string>());
+   testbed.settle();
+   oracle.look();
+   oracle.lookAtAll();
+   ASSERT_EQ(oracle.found(), std::vector<std::string>());
    Qor::U32 const other = simulated.chip().routes().find(1)->group;
    simulated.chip().softError(0, other);
-   checker.lookAtAll();
+   oracle.lookAtAll();
    std::string const text =
          "vrf default (10.0.0.1, 239.1.1.0): expected rtr1, its entry points at rtr2";
-   auto const& found = checker.found();
+   auto const& found = oracle.found();
    EXPECT_NE(std::find(found.begin(), found.end(), text), found.end());
 }
 

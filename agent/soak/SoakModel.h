@@ -8,8 +8,8 @@
 // It also remembers what hit which route, what went wrong in the platform, and how often activity
 // is polled, so that the checks can tell what is late from what is missing.
 //
-// It is told of everything by agent/soak/SoakTarget.h, and is compared with the switch by
-// agent/soak/SoakChecker.h. It owns all it knows.
+// It is told of everything by agent/soak/SoakTestbed.h, and is compared with the switch by
+// agent/soak/SoakOracle.h. It owns all it knows.
 #pragma once
 
 #include <map>
@@ -21,7 +21,7 @@
 
 #include "Routing/Multicast/Fib/Hardware/RouteStatus.h"
 #include "agent/input/CaptureState.h"
-#include "agent/scenario/ScenarioTarget.h"
+#include "agent/scenario/Testbed.h"
 
 namespace Agent {
 
@@ -41,7 +41,7 @@ struct RouteIdHash {
 
 class SoakModel {
  public:
-   using Route = ScenarioTarget::Route;
+   using Route = Testbed::Route;
 
    // One route that is wanted, or of which something may still be in hardware.
    struct Known {
@@ -121,6 +121,6 @@ void SoakModel::restart(std::uint64_t failures, Calm const& calm) {
 }
 
 // Whether the two want the same of a route.
-bool sameWish(ScenarioTarget::Route const& a, ScenarioTarget::Route const& b);
+bool sameWish(Testbed::Route const& a, Testbed::Route const& b);
 
 }  // namespace Agent
