@@ -81,10 +81,8 @@ void AsyncMrouteSwitchSm::doMaybeScheduleRouteAgingReview() {
 
 void AsyncMrouteSwitchSm::doRouteAgingReview() {
    VEL_TRACE(2, "AsyncMrouteSwitchSm::doRouteAgingReview()");
-   RoutePosition& position = resumePosition();
    if (!mfibHwStatus() || mfibHwStatus()->routes() == 0) {
       VEL_TRACE(2, "No routes present in mfibHwStatus. Nothing to review");
-      position = {};
       if (mfibHwStatus()) {
          doMaybeScheduleRouteAgingReview();
       } else {
@@ -93,6 +91,7 @@ void AsyncMrouteSwitchSm::doRouteAgingReview() {
       return;
    }
    auto const self = hold();
+   RoutePosition& position = resumePosition();
    RoutePosition const from = std::exchange(position, {});
    Qor::U32 reviewed = 0;
    VrfId vrfId;
@@ -102,7 +101,8 @@ void AsyncMrouteSwitchSm::doRouteAgingReview() {
       if (hwVrf) {
          vrfId = hwVrf->vrfId();
       } else {
-         VEL_TRACE(2, "AsyncMrouteSwitch"
+         VEL_TRACE_IN(function, 2,
+                      "AsyncMrouteSwitch"
                             << "::" << function << "()"
                             << " vrfStatus for vrf: " << vrfName << " is not present");
       }

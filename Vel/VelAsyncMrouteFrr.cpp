@@ -70,13 +70,10 @@ void AsyncMrouteSwitchSm::updateFrrMtableOif(Lnet::IntfId intfId) {
    VEL_TRACE(8, "AsyncMrouteSwitchSm::updateFrrMtableOif( " << intfId << ", vlan " << vlanOf(intfId)
                                                             << " )");
    auto const& waiting = chip.frrMtableOifSet();
-   Qor::Seconds const begun = Qor::now();
    for (auto entry = waiting.begin(); entry != waiting.end();) {
       PortVlanSet const& set = entry->first->portVlanSet();
       if (!reroutedOn(set, intfId)) {
          VEL_TRACE(2, " skip frrMtableOif " << set.pretty());
-         VEL_BLIP_AT(begun, " skip Frr, currentIif %s, invalid currentIif:%s, or portVlanFrrs:%s",
-                     set.currentIif(), set.currentIif().isNull(), set.portVlanFrr().size());
          ++entry;
          continue;
       }
@@ -107,22 +104,22 @@ void AsyncMrouteSwitchSm::handleClock() {
    auto& position = FrrPosition<AsyncMrouteSwitchSm>::ofProcess();
    OifSetPtr const from = position.oifSet;
    OifSetPtr const next = frrPass(waiting, from, deadline, [&](OifSetPtr const& oifSet) {
-      rewriteForFrr(oifSet);
+      rewriteForFrr(chip, oifSet);
       chip.frrProcessingOifSetDel(oifSet);
    });
    if (next) {
       position = {next, this};
-      if (!clock()) clockIs(Qor::activityManager()->config()->clock());
-      clock_.arm(Qor::now());
    } else {
       FrrPosition<AsyncMrouteSwitchSm>::clear(this);
-      clock_.arm(Qor::never);
    }
+   // A hook may have replaced the switch: the clock is for the sets that wait in the present one.
+   bool const more = !mrouteSwitch()->frrProcessingOifSet().empty();
+   if (more && !clock()) clockIs(Qor::activityManager()->config()->clock());
+   clock_.arm(more ? Qor::now() : Qor::never);
 }
 
 // Rewrites the groups of an oif set that waits, unless its record has gone or became a zombie.
-void AsyncMrouteSwitchSm::rewriteForFrr(OifSetPtr const& oifSet) {
-   AsyncMrouteSwitch& chip = *mrouteSwitch();
+void AsyncMrouteSwitchSm::rewriteForFrr(AsyncMrouteSwitch& chip, OifSetPtr const& oifSet) {
    auto const inUse = chip.inUseRecord(oifSet);
    if (!inUse) {
       VEL_TRACE(2, "oif not in inUseOifSet:" << oifSet);
@@ -137,8 +134,10 @@ void AsyncMrouteSwitchSm::rewriteForFrr(OifSetPtr const& oifSet) {
       if (waiting == inUse || inUse->zombie().isZombie()) return;
    }
    VEL_TRACE(8, "original pvSet" << oifSet->portVlanSet().pretty());
-   PortVlanSet const pvSet = frrReplacement(
-         oifSet->portVlanSet(), [](auto const& member) { VEL_TRACE(8, "add port " << member); });
+   PortVlanSet const pvSet =
+         frrReplacement(oifSet->portVlanSet(), [function = __func__](auto const& member) {
+            VEL_TRACE_IN(function, 8, "add port " << member);
+         });
    OifSetPtr const rewritten = Qor::make<MrouteLib::OifSet>(nullptr, pvSet);
    for (auto const& record : chip.records(oifSet)) {
       // A group that has been taken over carries the set of its new record.

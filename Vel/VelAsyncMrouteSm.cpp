@@ -107,6 +107,10 @@ void AsyncMrouteSwitchSm::mrouteSwitchIs(Qor::Ptr<AsyncMrouteSwitch> v) {
 void AsyncMrouteSwitchSm::mfibConfigIs(Qor::Ptr<Routing::Multicast::Fib::VrfConfig const> v) {
    auto const self = hold();
    bool const changed = mfibConfig_.is(this, std::move(v));
+   if (changed && mfibConfig()) {
+      handleMulticastCounterMode();
+      handleWildcardCounter();
+   }
    syncMfibConfigVrf();
    if (initialized()) handlePollingInterval();
    if (changed) notify<&Notifiee::onMfibConfig>();

@@ -39,6 +39,8 @@
 // the later routes of the larger one may go without being polled while the other keeps completing
 // reviews; reactors of one table share the work instead. Positions are keys (or counted), so
 // nothing that vanishes between two slices can hurt; a fast-reroute position dies with its reactor.
+// The review's position is cleared only when a review is complete: it outlives its reactor, and a
+// time without routes.
 //
 // Notifications. The setters of inputs and the operations of the collections notify the reactor's
 // own notifiees, once all that depends on the change has followed it. A hook or a listener may let go
@@ -141,7 +143,8 @@ class QOR_PUBLIC AsyncMrouteSwitchSm final
    // ---- Inputs. Those with a reactor may be set again, which moves the reactor to the new entity,
    //      or to null, which deletes it; the members that a directory's reactor tracks follow. A
    //      clock that replaces another takes over what that was set to, and the other is disarmed.
-   //      What has been handed on from a configuration stays until that changes again. ----
+   //      A configuration that replaces another hands its counter mode, its wildcard flag and its
+   //      polling interval to the platform at once. After null, the platform keeps the last ones. ----
 
    Qor::Ptr<AsyncMrouteSwitch> const& mrouteSwitch() const { return mrouteSwitch_.object(); }
    void mrouteSwitchIs(Qor::Ptr<AsyncMrouteSwitch> v);  // not null
@@ -320,7 +323,7 @@ class QOR_PUBLIC AsyncMrouteSwitchSm final
    Qor::Seconds lastRoutePollTime(IpGenRouteKey const& key, Bridging::VlanIdOrNone vlan,
                                   VrfId vrfId);
    Qor::U32 reviewRoute(Routing::Multicast::Fib::Hardware::RouteStatus& route, VrfId vrfId);
-   void rewriteForFrr(MrouteLib::OifSetPtr const& oifSet);
+   void rewriteForFrr(AsyncMrouteSwitch& chip, MrouteLib::OifSetPtr const& oifSet);
 
    Qor::Watched<AsyncMrouteSwitch, QorMrouteSwitch> mrouteSwitch_;
    Qor::Ptr<IntfVlanId::Table const> const intfVlanIdTable_;

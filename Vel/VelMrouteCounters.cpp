@@ -20,8 +20,8 @@ constexpr char velTraceSource[] = "VelSyncMrouteSm";
 // than one that is read as "unchanged" by the next who is given it.
 Qor::U64 counterSum(Qor::U64 stored, Qor::U64 read) {
    if (read == MrouteSm::unchangedCounter) return read;
-   Qor::U64 const room = MrouteSm::unchangedCounter - 1 - stored;
-   return stored + std::min(read, room);
+   constexpr Qor::U64 highest = MrouteSm::unchangedCounter - 1;
+   return stored < highest ? stored + std::min(read, highest - stored) : stored;
 }
 
 }  // namespace
@@ -78,6 +78,7 @@ void MrouteSm::syncCounterRoutes(std::vector<ConfigPtr> const& configs) {
 void MrouteSm::handleWildcardCounter() {
    VEL_TRACE(2, "handleWildcardCounter"
                       << " - Wildcard counter enable " << allCounter());
+   wildcardRefused_ = false;
    if (!initialized()) return;
    auto const self = hold();
    std::vector<IpGenRouteKey> keys{canonicalCatchAllKey()};
@@ -107,11 +108,13 @@ void MrouteSm::createCounter(IpGenRouteKey key) {
       vrfId = l3Status()->vrfNameToVrfId(*vrfName);
    }
    QOR_ASSERT(vrfId.value() <= 0xFFFF);
+   if (key == canonicalCatchAllKey()) wildcardRefused_ = true;
    if (!mrouteHelper()->doCreateMrouteCounter(static_cast<Qor::U16>(vrfId.value()), key)) {
       VEL_TRACE(2, " no counter to be had for " << key);
       if (counter_.find(key)) removeMfibCounter(key);
       return;
    }
+   if (key == canonicalCatchAllKey()) wildcardRefused_ = false;
    // The hook may have had the configuration changed, and there may be no room to list the counter.
    if (!counterWanted(key) || !writeCounter(key, unchangedCounter, true)) {
       mrouteHelper()->doDeleteMrouteCounter(key);
@@ -152,7 +155,7 @@ void MrouteSm::doCounterPolling() {
       Qor::U64 const read = mrouteHelper()->doReadMrouteCounter(key);
       entry = counter_.find(key);
       if (!entry || read == 0) continue;
-      updateMfibCounter(key, counterSum(entry->second.value, read), entry->second.active);
+      updateMfibCounter(key, counterSum(storedCounter(key), read), entry->second.active);
    }
    counterPollingClock_.arm(Qor::now() + counterPollingInterval());
 }
@@ -192,22 +195,34 @@ void MrouteSm::setMfibCounterActive(IpGenRouteKey key, bool active) {
    if (counter_.find(key)) updateMfibCounter(key, unchangedCounter, active);
 }
 
+// Whether the counter has an entry, its own or one that another has published.
+bool MrouteSm::counterListed(IpGenRouteKey const& key) const {
+   return counter_.find(key) || (mfibCounterStatus() && mfibCounterStatus()->counter().find(key));
+}
+
+// An entry without a time stamp is as good as none, unless it was written at the time 0.
+Qor::U64 MrouteSm::storedCounter(IpGenRouteKey const& key) const {
+   auto const* const published =
+         mfibCounterStatus() ? mfibCounterStatus()->counter().find(key) : nullptr;
+   if (published && published->second.timeStamp != 0) return published->second.value;
+   auto const* const own = counter_.find(key);
+   return own ? own->second.value : 0;
+}
+
 // False if there was no room for a new counter.
 bool MrouteSm::writeCounter(IpGenRouteKey const& key, Qor::U64 value, bool active) {
    VEL_TRACE(2, "updateMfibCounter"
                       << " , Key: " << key << ", value: " << value << ", active: " << active);
-   if (!counter_.find(key)) makeCounterRoom();
-   // Those told of the counters that went may have entered this one meanwhile.
-   auto* entry = counter_.find(key);
-   if (!entry && counterTableFull()) {
+   // A listener that was notified of the counter that went may have entered this one meanwhile.
+   if (!counterListed(key) && !makeCounterRoom() && !counterListed(key)) {
       VEL_TRACE(2, " no room for counter " << key);
       return false;
    }
-   if (!entry) entry = counter_.insert(key, {}).first;
-   CounterStatus::Entry& counter = entry->second;
+   if (value == unchangedCounter) value = storedCounter(key);
+   CounterStatus::Entry& counter = counter_.insert(key, {}).first->second;
    counterShadow_.take(Counter(counter.timeStamp, key));
    activeCounters_ -= counter.active;
-   if (value != unchangedCounter) counter.value = value;
+   counter.value = value;
    counter.timeStamp = Qor::now();
    counter.active = active;
    counterShadow_.insert(Counter(counter.timeStamp, key), active);
@@ -232,20 +247,18 @@ void MrouteSm::removeMfibCounter(IpGenRouteKey key) {
    publishCounter(key);
 }
 
-bool MrouteSm::counterTableFull() const {
-   return mfibCounterStatusCtl() &&
-          mfibCounterStatusCtl()->limit() <= mfibCounterStatusCtl()->currSize();
-}
-
-// As many at most as there are now: whoever hears of one that goes may enter others.
-void MrouteSm::makeCounterRoom() {
-   for (Qor::U32 left = counterShadow_.size();
-        left > 0 && counterTableFull() && !counterShadow_.empty(); --left) {
-      IpGenRouteKey const oldest = counterShadow_.begin()->first.key();
-      VEL_TRACE(2, " Aging out counter " << oldest);
-      mrouteHelper()->ageOutHwMcastCounter(oldest);
-      removeMfibCounter(oldest);
-   }
+// One counter gives up its place in a full table. False where there is none to do so, or where a
+// listener that was notified of it took the place.
+bool MrouteSm::makeCounterRoom() {
+   auto const& ctl = mfibCounterStatusCtl();
+   if (!ctl || ctl->limit() > ctl->currSize()) return true;
+   Qor::U32 const before = counterShadow_.size();
+   if (before == 0) return false;
+   IpGenRouteKey const oldest = counterShadow_.begin()->first.key();
+   VEL_TRACE(2, " Aging out counter " << oldest);
+   mrouteHelper()->ageOutHwMcastCounter(oldest);
+   removeMfibCounter(oldest);
+   return counterShadow_.size() < before;
 }
 
 // ---- Publishing ----

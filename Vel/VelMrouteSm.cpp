@@ -197,7 +197,7 @@ void MrouteSm::handleInitialized() {
    counterPollingClock_.arm(Qor::now() + counterPollingInterval());
    // What the hooks changed has not been heard, and routes may be configured already.
    decideRouting();
-   settleCounter(Routing::Multicast::Fib::canonicalCatchAllKey());
+   if (!wildcardRefused_) settleCounter(Routing::Multicast::Fib::canonicalCatchAllKey());
    syncMfibConfigVrf();
 }
 
@@ -229,8 +229,15 @@ void MrouteSm::handleMulticastRouting() {
 void MrouteSm::decideRouting() {
    if (!l3Status()) return;
    auto const self = hold();
-   for (Qor::U32 i = 0; i < maxDecisions && routing() != hwRoutes(); ++i)
+   for (Qor::U32 i = 0; i < maxDecisions; ++i) {
+      if (routing() == hwRoutes()) return;
       doEnableMulticastRouting(hwRoutes());
+   }
+   if (routing() == hwRoutes()) return;
+   ++abandonedDecisions_;
+   VEL_TRACE(0, "decideRouting"
+                      << " Multicast routing is left " << (routing() ? "enabled" : "disabled")
+                      << ", overturned " << maxDecisions << " times");
 }
 
 void MrouteSm::doEnableMulticastRouting(bool enable) {
@@ -303,6 +310,7 @@ Qor::Type describeMrouteSm() {
    type.operation<&Sm::isMulticastEnabled>();
    type.operation<&Sm::handleMulticastRouting>();
    type.operation<&Sm::doEnableMulticastRouting>("enable");
+   type.attribute<&Sm::abandonedDecisions>();
    type.operation<&Sm::handleVerify>();
    type.operation<&Sm::doCounterPolling>();
    type.operation<&Sm::updateMfibCounter>("key", "value", "active");

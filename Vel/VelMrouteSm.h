@@ -23,7 +23,9 @@
 //
 // Routing. Multicast is routed while a VRF has it enabled and the hardware status says hwRouting.
 // Each time that turns true the platform is given the counter mode and the wildcard counter. It is
-// not decided anew before the reactor is initialised.
+// not decided anew before the reactor is initialised. A decision that its own hooks or listeners
+// overturn is taken again, maxDecisions times at most; then the reactor leaves routing as it is,
+// traces that and counts it in abandonedDecisions().
 //
 // Which counters there are.
 //  - The wildcard counter, of the key canonicalCatchAllKey() and the VRF id 0, counts all routes.
@@ -36,7 +38,7 @@
 //    their keys alone: of several VRFs that name the same route, the first by name has the counter
 //    made, and the last one lets it go.
 //  - The platform may enter others, of routes that it found, through updateMfibCounter().
-// A counter that was not to be had, or aged out, is missing until something asks for it again.
+// A counter that was refused, or aged out, is missing until something asks for it again.
 // A new counter is made before an old one makes room for it, so the platform sets the control
 // record's limit at least one below what its hardware holds.
 // Turning routing off leaves the counters alone: they keep their values and flags, and read 0.
@@ -44,13 +46,15 @@
 // What is kept of them. `counterShadow` lines up all counters by the time of their last writing, so
 // the first has been idle for longest; writing moves a counter to the end. The two records are
 // copies of that for others to see: they get all counters when they are set, and lose them when
-// they are replaced and with the reactor. No value grows to unchangedCounter by addition.
+// they are replaced and with the reactor. The value of a counter is the published one, though: an
+// entry of the counter status with a time stamp is what "unchanged" keeps and what a reading is
+// added to, also when another has written it. No value grows to unchangedCounter by addition.
 //
 // Notifications. Before initialisation, handlers trace and do nothing else: enabling hands on what
 // is configured by then. The setters of inputs and settings and the operations of the collection
 // notify the reactor's own notifiees, once all that depends on the change has followed it. All
-// operations survive what those they notify do, up to dropping the last reference to the reactor. A
-// platform may hold the reactor counted from the first hook on.
+// operations survive the acts of hooks and listeners, up to dropping the last reference to the
+// reactor. A platform may hold the reactor counted from the first hook on.
 //
 // Clock. Taken from the activity manager; armed from initialisation until destruction.
 //
@@ -237,6 +241,8 @@ class QOR_PUBLIC MrouteSm final : public Qor::Entity<MrouteSm, Qor::StateMachine
    // Does so without asking whether it is a change. Each call with true adds 1 to the L3 status's
    // numTimesMcastRoutingEnabled.
    void doEnableMulticastRouting(bool enable);
+   // How often routing was left as it was, since each decision was overturned at once.
+   Qor::U32 abandonedDecisions() const { return abandonedDecisions_; }
    // Has the platform compare whether routing is on, unless disableVerify is set.
    void handleVerify();
 
@@ -247,8 +253,9 @@ class QOR_PUBLIC MrouteSm final : public Qor::Entity<MrouteSm, Qor::StateMachine
    // is read once.
    void doCounterPolling();
    // Writes a counter, with the present time; unchangedCounter keeps the value that it has. A new
-   // one that finds the table full takes the place of the first of counterShadow, or of as many as
-   // it takes since the limit was lowered; if that makes no room it is not entered.
+   // counter that finds the table full takes the place of the first of counterShadow; it is not
+   // entered where there is none, or where a listener has taken that place. So a table whose limit
+   // was lowered grows no more, and shrinks as counters are removed.
    void updateMfibCounter(IpGenRouteKey key, Qor::U64 value, bool active);
    void removeMfibCounter(IpGenRouteKey key);
    // For a platform whose hardware has stopped counting a route, or counts it again. Does nothing
@@ -286,8 +293,9 @@ class QOR_PUBLIC MrouteSm final : public Qor::Entity<MrouteSm, Qor::StateMachine
    void createCounter(IpGenRouteKey key);
    void deleteCounter(IpGenRouteKey key);
    bool writeCounter(IpGenRouteKey const& key, Qor::U64 value, bool active);
-   bool counterTableFull() const;
-   void makeCounterRoom();
+   bool counterListed(IpGenRouteKey const& key) const;
+   Qor::U64 storedCounter(IpGenRouteKey const& key) const;
+   bool makeCounterRoom();
    void publishCounter(IpGenRouteKey const& key);
    void publishCounts();
 
@@ -313,6 +321,9 @@ class QOR_PUBLIC MrouteSm final : public Qor::Entity<MrouteSm, Qor::StateMachine
    Qor::U32 publishedActive_ = 0;
    // The routes that configurations name, with the VRF; a set.
    Qor::OrderedMap<CounterRoute, bool> counterRoute_;
+   Qor::U32 abandonedDecisions_ = 0;
+   // The platform has refused the wildcard counter, and allCounter has not changed since.
+   bool wildcardRefused_ = false;
    bool disableVerify_ = false;
    bool initialized_ = false;
 };

@@ -93,19 +93,20 @@ void MrouteSwitchSm::rewriteForFrr(MrouteSwitch& chip, OifSetPtr const& oifSet) 
       return;
    }
    QOR_ASSERT(velMtableOifSet->dirty());
-   PortVlanSet const pvSet = frrReplacement(
-         oifSet->portVlanSet(), [](auto const& member) { VEL_TRACE(8, "add port " << member); });
+   PortVlanSet const pvSet =
+         frrReplacement(oifSet->portVlanSet(), [function = __func__](auto const& member) {
+            VEL_TRACE_IN(function, 8, "add port " << member);
+         });
    VEL_TRACE(8, "original pvSet" << oifSet->portVlanSet());
    Qor::U32 const oifSetIndex = velMtableOifSet->oifSetIndex();
-   VEL_TRACE(8, __PRETTY_FUNCTION__ << ": Overwrite with new pvSet " << pvSet
-                                    << " to oifSetIndex: " << oifSetIndex);
+   VEL_TRACE(8, ": Overwrite with new pvSet " << pvSet << " to oifSetIndex: " << oifSetIndex);
    VEL_BLIP("MrouteSwitchSm::handleClock Overwrite with pvSet %s to oifSetIndex: %s",
             pvSet.pretty(), oifSetIndex);
    if (!mrouteHelper()) return;
    OifSetPtr const rewritten = Qor::make<MrouteLib::OifSet>(nullptr, pvSet);
    if (mrouteHelper()->doAllocateMtableOifSet(chip.switchId(), oifSetIndex, rewritten) !=
        oifSetIndex) {
-      VEL_TRACE(8, __PRETTY_FUNCTION__ << ": HW resource full ");
+      VEL_TRACE(8, ": HW resource full ");
       VEL_BLIP("MrouteSwitchSm::handleClockHW resource full");
    }
 }

@@ -11,7 +11,7 @@
 // outside the table, and never the invalid one. The index 0xFFFFFFFE is a hint, never an index.
 //
 // Handles. A handle stands for an entry of the route table or of the boundary table: no two entries
-// of a chip share one, whatever their tables. A handle in use may be returned once more for one
+// of a chip share one, in one table or in two. A handle in use may be returned once more for one
 // purpose alone: for a group range or a catch-all route of the same key and accepting vlan as the
 // route that has it, while the FIB hardware status says rangeRouteHandleShared. For a route of
 // another key the programmer refuses it (Qor::ReinstantiationException).
@@ -20,7 +20,8 @@
 // the ...Full() hook whether that is for lack of room, and tries again once there is room.
 //
 // Required hooks ("required" below) stop the process when they are called and not overridden,
-// unless VEL_NOOP_AGENT is in the environment: they then return 0, false or nothing.
+// unless VEL_NOOP_AGENT is in the environment: they then return 0, false or nothing, and the
+// programmer accepts an index and a handle that are in use (Vel/VelSyncMrouteSwitch.h).
 #pragma once
 
 #include "Routing/Multicast/Fib/CounterMode.h"

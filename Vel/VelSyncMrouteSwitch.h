@@ -21,6 +21,11 @@
 //  5. Two routes under one (key, accepting vlan), as no-RPF routes of two VRFs are, share the entry
 //     in routeKeyToHandle: it names the latest, and goes with whichever is deleted first.
 //
+// Without a platform. While VEL_NOOP_AGENT is in the environment, an index or a handle that is in
+// use may be given out again, as hooks that do nothing do: the newest record, route or boundary
+// entry has it. A route whose handle a newer one has taken over is neither pointed nor deleted; its
+// deletion asks for the reviews and changes nothing else.
+//
 // Which operation changes which flag, and asks for which review:
 //
 //   operation                                      | effect
@@ -232,6 +237,8 @@ class QOR_PUBLIC MrouteSwitch final
    void allocateRoute(IpGenRouteKey const& key, Bridging::VlanIdOrNone acceptingVlanId,
                       Qor::U32 oifSetIndex, bool fastDrop, bool noRpf, Qor::U16 rpaId,
                       Qor::U16 vrfId);
+   void takeHandle(RouteHandle handle, IpGenRouteKey const& key,
+                   Bridging::VlanIdOrNone acceptingVlanId);
 
    Qor::Ptr<VelCommonSmData> const acsd_;
    Qor::Ptr<L3Status> const l3Status_;

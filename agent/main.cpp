@@ -3,8 +3,12 @@
 #include <csignal>
 #include <iostream>
 
-#include "agent/RunCommand.h"
+#include "agent/input/TraceOption.h"
+#include "agent/report/ExitCode.h"
+#include "agent/report/Output.h"
+#include "agent/run/RunCommand.h"
 #include "agent/soak/SoakCommand.h"
+#include "agent/switch/ChipOption.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-// What happens over time: the review of route activity, and the purge of zombies.
+// Comparisons of the work on the clocks: the aging review of routes, and the purge of zombies.
 #include <memory>
 #include <string>
 
@@ -9,7 +9,7 @@ namespace Bench {
 
 namespace {
 
-// ---- The aging review, of routes that nobody used. ----
+// ---- The aging review of routes that no packet has hit. ----
 
 template <class Side>
 struct ReviewScene {
@@ -23,7 +23,8 @@ struct ReviewScene {
       vlanOf[library.inputs.accepting.id()] = acceptingVlan;
    }
 
-   // A bare walk over the table of published routes: finds the handle of each and asks the hook.
+   // The twin of the review: finds the handle of each published route and calls the hook. Returns
+   // the number of routes that were hit.
    U64 walk() {
       U64 used = 0;
       TwinHooks& hooks = opaque(twin.hooks);
@@ -38,7 +39,7 @@ struct ReviewScene {
    Plan const plan;
    Side library;
    TwinSide twin{plan};
-   std::vector<U16> vlanOf;  // by the number of the interface
+   std::vector<U16> vlanOf;  // internal vlans, indexed by Lnet::IntfId::id()
 };
 
 template <class Side>
@@ -51,7 +52,7 @@ Rounds review(std::size_t routes) {
          [&] { return perRoute(nanoseconds([&] { benchmark::DoNotOptimize(scene.walk()); })); });
 }
 
-// ---- The purge of zombies that are all due. ----
+// ---- The purge of due zombies. ----
 
 template <class Side>
 Rounds purge(std::size_t zombies) {

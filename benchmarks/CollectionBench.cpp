@@ -1,6 +1,6 @@
-// The maps of the framework under the key types of the tables. The twin of the hash map is an
-// open-addressing index over a flat array; the twin of the ordered maps is the standard library's
-// tree, since flat arrays know no order.
+// Comparisons of the framework's maps with the key types of the tables. The twin of the hash map is
+// an open-addressing index over a flat array. The twin of the ordered maps is the tree of the
+// standard library, because a flat array has no order.
 #include <algorithm>
 #include <map>
 #include <memory>
@@ -38,7 +38,7 @@ K makeKey(std::size_t n) {
    }
 }
 
-// An open-addressing table of keys and numbers.
+// The twin of the hash map: an index over a flat array of keys and values.
 template <class K>
 class TwinHash {
  public:

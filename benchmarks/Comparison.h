@@ -1,12 +1,13 @@
-// Comparisons: what an operation costs in the library, beside what its bare twin costs in the same
-// run. A twin does the same work with flat arrays, an open-addressing table and virtual calls, and
-// nothing else: no counted pointers, no notifications, no traces, no second users to think of.
+// Comparisons: the cost of an operation in the library beside its cost in the twin, in one run. The
+// twin does the same work with flat arrays, an open-addressing table and virtual calls. It has no
+// counted pointers, no notifications, no traces, and no tables with a second purpose.
 //
-// The two sides take turns, a round each, and a comparison is of the medians of the rounds: what
-// else happens on the machine hits both alike. Absolute times are for orientation alone.
+// The two sides alternate, one round each, so that other load on the machine affects both. A
+// comparison uses the medians of the rounds. Absolute times are for orientation only.
 //
-// Each comparison is a benchmark of Google Benchmark, with the counters `library`, `twin` and
-// `ratio`, and `limit` where a target is set; Report.h prints them.
+// Each comparison is a benchmark of Google Benchmark with the counters `library`, `twin` and
+// `ratio`. A comparison with a target also has `targetKind`, `limit` and `met`. Report.h prints the
+// counters.
 #pragma once
 
 #include <benchmark/benchmark.h>
@@ -26,7 +27,7 @@ using Qor::U16;
 using Qor::U32;
 using Qor::U64;
 
-// What a comparison is held to.
+// The target of a comparison: the quantity that is limited, and its limit.
 struct Target {
    enum class Kind {
       none,
@@ -41,26 +42,28 @@ struct Target {
    static Target added(double limit) { return {Kind::added, limit}; }
    static Target library(double limit) { return {Kind::library, limit}; }
 
-   // What is held against the limit.
+   // The quantity that is compared with the limit.
    double of(double library, double twin) const;
 };
 
-// The rounds of one comparison: the cost of one operation in each, of either side.
+// The cost of one operation in each round of a comparison, for both sides.
 struct Rounds {
    std::vector<double> library;
    std::vector<double> twin;
 };
 
-// Registers a comparison. `measure` runs when it is due, once.
+// Registers a comparison. Google Benchmark calls `measure` once if the name matches the filter.
+// `unit` is the unit of the costs.
 void comparison(std::string const& name, Target target, std::function<Rounds()> measure,
                 char const* unit = "ns");
 
-// How much is measured: all sizes, or with --quick none above 100,000.
+// The effort of the run: with --quick there are fewer rounds and no table above 100,000 entries.
 struct Effort {
    bool quick = false;
 
    bool covers(std::size_t size) const { return !quick || size <= 100'000; }
-   // An odd number, since the medians are taken: the fewer, the longer a round takes.
+   // The number of rounds for tables of this size: fewer for large tables, whose rounds take long.
+   // The number is odd, so that one round is the median.
    unsigned rounds(std::size_t size) const;
 };
 Effort& effort();
@@ -71,11 +74,11 @@ inline double median(std::vector<double> values) {
    return *middle;
 }
 
-// The processor time of this thread so far, in nanoseconds: what others do on the machine in the
-// meantime is not in it, except for what that does to the caches.
+// The processor time of this thread so far, in nanoseconds. Other processes affect this time only
+// through the caches.
 double processorTime();
 
-// How long the work takes, in nanoseconds.
+// The processor time of the work, in nanoseconds.
 template <class Work>
 double nanoseconds(Work const& work) {
    double const start = processorTime();
@@ -83,8 +86,8 @@ double nanoseconds(Work const& work) {
    return processorTime() - start;
 }
 
-// Lets the sides take turns. `library` and `twin` return the cost of one operation; a first round of
-// each warms up and does not count.
+// Alternates the rounds of the two sides. `library` and `twin` run one round and return the cost of
+// one operation. The first round of each side warms the caches and is not recorded.
 template <class Library, class Twin>
 Rounds takeTurns(unsigned rounds, Library library, Twin twin) {
    Rounds result;
@@ -97,16 +100,17 @@ Rounds takeTurns(unsigned rounds, Library library, Twin twin) {
    return result;
 }
 
-// Several operations that are measured in the same rounds, when the first of them is asked for.
+// Several operations that are measured in the same rounds. The first call of of() measures them
+// all.
 class JointRounds {
  public:
-   // One round of one side: the cost of each operation.
+   // Runs one round of one side and returns the cost of each operation.
    using OneRound = std::function<std::vector<double>()>;
-   // Builds what both sides work on, and goes with them when the rounds are through.
+   // Builds the tables of both sides. The returned functions own the tables.
    using Sides = std::function<std::pair<OneRound, OneRound>()>;
 
-   // A first round of each side warms up and does not count, unless they are few because they are
-   // long.
+   // With more than three rounds, the first round of each side warms the caches and is not
+   // recorded. The rounds of a large table are few and long, so they have no such round.
    JointRounds(unsigned rounds, Sides sides) : rounds_(rounds), sides_(std::move(sides)) {}
 
    Rounds const& of(std::size_t operation) {
@@ -122,7 +126,7 @@ class JointRounds {
    std::vector<Rounds> measured_;
 };
 
-// A turn that repeats one cheap operation.
+// A round that repeats a cheap operation `times` times and returns the cost of one of them.
 template <class Operation>
 auto repeated(unsigned times, Operation operation) {
    return [times, operation = std::move(operation)]() mutable {
@@ -134,7 +138,7 @@ auto repeated(unsigned times, Operation operation) {
    };
 }
 
-// The subjects, each in a source of its own.
+// Register the comparisons of one subject each.
 void routeComparisons();
 void notificationComparisons();
 void collectionComparisons();
@@ -143,10 +147,11 @@ void frrComparisons();
 void traceComparisons();
 void memoryComparisons();
 
-// What `--resident KIND` does in a process of its own: prints the resident bytes that KIND takes
-// for each of its entries. False for an unknown kind.
+// Implements `--resident KIND`, which runs in a process of its own: prints the resident bytes per
+// entry of KIND. Returns false for an unknown kind.
 bool printResident(std::string const& kind);
-// What `--once OPERATION` does, under a tool that counts instructions. False for an unknown one.
+// Implements `--once OPERATION`, which runs under a tool that counts instructions: runs the
+// operation and prints the number of its routes or groups. Returns false for an unknown operation.
 bool runOnce(std::string const& operation);
 
 }  // namespace Bench

@@ -1,5 +1,5 @@
-// Fast reroute, in real time with its slices: the selection of the sets that a failure hits, and
-// the whole way from the interface's event to the last group rewritten.
+// Comparisons of fast reroute, in real time and with slices: the selection of the sets that a
+// failure hits, and the reroute from the interface's event to the last rewritten group.
 #include <memory>
 #include <string>
 #include <vector>
@@ -11,7 +11,7 @@ namespace Bench {
 
 namespace {
 
-// The twin of the switch's fast-reroute sets: what the scan looks at, in a flat array.
+// The twin of the switch's fast-reroute sets: a flat array of the sets and their groups.
 class TwinFrr {
  public:
    TwinFrr(TwinHooks& hooks, Plan const& plan) : hooks_(hooks) {
@@ -19,7 +19,7 @@ class TwinFrr {
          waiting_.push_back({set.get(), hooks.allocateGroup(set.get()), false});
    }
 
-   // How many sets the failure of the interface hits.
+   // Marks the sets that the failure of the interface hits, and returns their number.
    U32 select(Lnet::IntfId failed) {
       U32 hit = 0;
       for (Waiting& entry : waiting_) {
@@ -29,7 +29,7 @@ class TwinFrr {
       }
       return hit;
    }
-   // Has the chip given the backup members of the groups that were hit.
+   // Rewrites the groups of the marked sets with the backup members.
    void rewrite() {
       for (Waiting const& entry : waiting_) {
          if (!entry.hit) continue;
@@ -64,12 +64,12 @@ struct Scene {
    TwinFrr twin{opaque(hooks), plan};
 };
 
-// Small tables are measured so often that a round takes a while.
+// A round repeats the operation on small tables, so that all rounds take about the same time.
 unsigned repetitions(std::size_t groups) {
    return static_cast<unsigned>(std::max<std::size_t>(10'000 / groups, 1));
 }
 
-// No set is hit: all are looked at.
+// The scan alone: the failed interface hits no set.
 template <class Side>
 Rounds select(std::size_t groups) {
    Scene<Side> scene(groups);
@@ -85,7 +85,7 @@ Rounds select(std::size_t groups) {
                     perGroup([&] { benchmark::DoNotOptimize(scene.twin.select(scene.other)); }));
 }
 
-// All sets are hit: from the event to the last group, for each of them.
+// The reroute: the failed interface hits all sets. The cost is that of one group.
 template <class Side>
 Rounds reroute(std::size_t groups) {
    using Interface::IntfOperStatus;
@@ -134,7 +134,7 @@ void comparisonsOf(std::string const& path) {
       comparison("frr/" + path + "/event to last rewrite, a group of " + size, Target(),
                  [groups] { return reroute<Side>(groups); });
    }
-   // Linear: the large number of groups costs no more for each than the cold caches.
+   // The growth of the cost per group. A linear reroute grows only through the colder caches.
    comparison("frr/" + path + "/from 1k to 100k, event to last rewrite", Target::ratio(2), [] {
       return Rounds{reroute<Side>(100'000).library, reroute<Side>(1'000).library};
    });

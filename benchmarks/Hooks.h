@@ -1,5 +1,5 @@
-// Platforms that do nothing: they give out numbers, so that what is measured is the library's own
-// work. The hooks of a twin are virtual calls into the same.
+// Platforms for the measurements. Their hooks only give out numbers, so that the library itself
+// is measured. The hooks of the twin are virtual calls of the same kind.
 #pragma once
 
 #include <vector>
@@ -11,11 +11,11 @@ namespace Bench {
 
 using Routing::Multicast::Fib::IpGenRouteKey;
 
-// Numbers from 0 on; what is given back last is given out next.
+// Gives out numbers from `first` on. The number that was returned last is given out next.
 class Numbers {
  public:
    explicit Numbers(Qor::U32 first = 0) : first_(first), next_(first) {}
-   // Room for that many, so that no growth is measured.
+   // Reserves memory for `count` returned numbers, so that no round measures the growth.
    void reserve(std::size_t count) { free_.reserve(count); }
    Qor::U32 take() {
       if (free_.empty()) return next_++;
@@ -24,7 +24,7 @@ class Numbers {
       return number;
    }
    void give(Qor::U32 number) { free_.push_back(number); }
-   // Forgets what is out.
+   // Starts again from `first`; numbers that are in use are forgotten.
    void reset() {
       free_.clear();
       next_ = first_;
@@ -35,7 +35,8 @@ class Numbers {
    std::vector<Qor::U32> free_;
 };
 
-// Groups from 1 on, since 0 is no group on the synchronous path; routes from 0 on.
+// The numbers of groups and of routes. Groups begin at 1, because the oif set index 0 means "no
+// set" on the synchronous path.
 struct Tables {
    Numbers groups{1};
    Numbers routes;
@@ -114,7 +115,7 @@ class SyncHooks final : public VelHelper::MrouteSmHelper {
    Qor::U64 rewritten = 0;
 };
 
-// The twin's: the calls that change the chip.
+// The hooks of the twin: the calls that change the chip.
 class TwinHooks {
  public:
    virtual ~TwinHooks() = default;
@@ -143,7 +144,8 @@ class IdleTwinHooks final : public TwinHooks {
    Qor::U64 rewritten = 0;
 };
 
-// So that the compiler does not know which class the twin calls.
+// Returns its argument in a way that hides the class from the compiler, so that the calls of the
+// twin stay virtual.
 TwinHooks& opaque(TwinHooks& hooks);
 
 }  // namespace Bench

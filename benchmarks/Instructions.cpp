@@ -1,5 +1,5 @@
-// Four operations for a tool that counts instructions, which no other load on the machine changes.
-// The script `instructions` beside this file runs it and compares with what is on record.
+// Four operations for a tool that counts executed instructions. The script benchmarks/instructions
+// runs the operations under that tool and compares the counts with the record.
 #include <array>
 #include <cstdio>
 #include <functional>
@@ -8,7 +8,7 @@
 #include "Comparison.h"
 #include "ReactorSides.h"
 
-// What is counted: the tool is told this name.
+// The tool counts the instructions of this function only; the script passes its name to the tool.
 extern "C" [[gnu::noinline]] void velmrouteCounted(std::function<void()> const& work) {
    work();
 }
@@ -20,7 +20,7 @@ namespace {
 constexpr std::size_t routes = 10'000;
 constexpr std::size_t sets = 1'000;
 
-// Routes of which each is added, changed and deleted.
+// Adds, changes and deletes each route. Returns the number of routes.
 template <class Side>
 std::size_t routeCycles() {
    Plan const plan(routes, sets);
@@ -34,7 +34,7 @@ std::size_t routeCycles() {
          for (U32 const n : plan.order)
             side.del(n);
       };
-      // The second time, when all tables have grown.
+      // Only the second round is counted, because the tables have grown by then.
       if (round == 0) {
          work();
       } else {

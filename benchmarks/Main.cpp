@@ -1,4 +1,4 @@
-// velmroute_bench: the library beside its bare twins. See docs/performance.md.
+// The program velmroute_bench, which ./bench runs: docs/performance.md.
 #include <benchmark/benchmark.h>
 
 #include <cstdio>
@@ -14,13 +14,13 @@ namespace {
 
 constexpr char usage[] =
       "usage: bench [--quick] [--json] [--list] [PATTERN]\n"
-      "Compares the library with bare twins that do the same work, in ratios of one run.\n"
-      "  --quick         fewer rounds, and no table above 100,000 entries\n"
-      "  --json          for programs\n"
-      "  --list          the names of the comparisons\n"
-      "  --instructions  compares the instructions that four operations take with those on record\n"
-      "  PATTERN         only the comparisons whose names match this regular expression\n"
-      "Options of Google Benchmark (--benchmark_...) are taken, too.\n";
+      "Compares the library with twins that do the same work; prints the ratios of their costs.\n"
+      "  --quick         measure fewer rounds, and no table above 100,000 entries\n"
+      "  --json          print JSON\n"
+      "  --list          print the names of the comparisons\n"
+      "  --instructions  compare the executed instructions of four operations with the record\n"
+      "  PATTERN         measure only comparisons whose names match this regular expression\n"
+      "The options of Google Benchmark (--benchmark_...) are accepted as well.\n";
 
 struct Options {
    bool json = false;
@@ -32,7 +32,8 @@ int badUsage(std::string const& argument) {
    return 2;
 }
 
-// Returns an exit status, or -1 to go on.
+// Returns the exit code, or -1 if the comparisons are to be run. `--resident` and `--once` run
+// here.
 int parse(int argc, char** argv, Options& options) {
    for (int i = 1; i < argc; ++i) {
       std::string const argument = argv[i];

@@ -1,5 +1,6 @@
-// What a route and a group take in memory: the resident size of a process before and after its
-// tables are filled. Each kind has a process of its own, whose heap nothing else has shaped.
+// Comparisons of the memory of a route and of a group: the growth of a process's resident size
+// while its tables are filled. Each kind runs in a process of its own, so that no other tables have
+// shaped the heap.
 #include <unistd.h>
 
 #include <array>
@@ -33,7 +34,7 @@ double bytesPerEntry(std::size_t entries, Fill const& fill) {
 constexpr std::size_t routeCount = 1'000'000;
 constexpr std::size_t setCount = 100'000;
 
-// Routes on 1,000 sets that are in use.
+// The bytes of a route. The routes use 1,000 sets whose groups exist already.
 template <class Side>
 double routeBytes() {
    Plan const plan(routeCount, 1000);
@@ -89,7 +90,7 @@ constexpr std::array<Kind, 8> kinds = {{{"async-route", routeBytes<AsyncSide>},
                                         {"status", statusBytes},
                                         {"twin-status", twinStatusBytes}}};
 
-// In a process of its own.
+// Runs this program with --resident and returns the printed number of bytes.
 double measuredApart(std::string const& kind) {
    std::array<char, 4096> self{};
    if (readlink("/proc/self/exe", self.data(), self.size() - 1) < 0) return 0;
@@ -97,7 +98,7 @@ double measuredApart(std::string const& kind) {
    std::unique_ptr<FILE, int (*)(FILE*)> const pipe(popen(command.c_str(), "r"), pclose);
    double bytes = 0;
    if (!pipe || std::fscanf(pipe.get(), "%lf", &bytes) != 1) {
-      throw std::runtime_error("no answer from " + command);
+      throw std::runtime_error("no number printed by " + command);
    }
    return bytes;
 }

@@ -1,5 +1,5 @@
-// Telling reactors: an attribute of an entity with none to 64 of them, beside a vector of pointers
-// to objects with one virtual function; and a reactor that comes and goes.
+// Comparisons of notification: an attribute of an entity with 0 to 64 reactors, beside a vector of
+// pointers to objects with a virtual function; and binding and unbinding a reactor.
 #include <memory>
 #include <vector>
 
@@ -25,10 +25,10 @@ class Counter : public Qor::Entity<Counter> {
 
 class Reader final : public Counter::Notifiee {
  public:
-   void onValue() override { benchmark::DoNotOptimize(++told_); }
+   void onValue() override { benchmark::DoNotOptimize(++notifications_); }
 
  private:
-   U64 told_ = 0;
+   U64 notifications_ = 0;
 };
 
 class TwinReader {
@@ -39,13 +39,13 @@ class TwinReader {
 
 class CountingTwinReader final : public TwinReader {
  public:
-   void onValue() override { benchmark::DoNotOptimize(++told_); }
+   void onValue() override { benchmark::DoNotOptimize(++notifications_); }
 
  private:
-   U64 told_ = 0;
+   U64 notifications_ = 0;
 };
 
-// Where nobody listens.
+// The twin of an entity without reactors.
 struct TwinOfNone {
    void valueIs(U64 v) {
       if (value == v) return;
@@ -55,7 +55,7 @@ struct TwinOfNone {
    U64 value = 0;
 };
 
-// Where one reader is bound for good, a pointer does.
+// The twin of an entity with one reactor: a pointer to the reader.
 struct TwinOfOne {
    void valueIs(U64 v) {
       if (value == v) return;
@@ -66,6 +66,7 @@ struct TwinOfOne {
    TwinReader* reader = nullptr;
 };
 
+// The twin of an entity with several reactors: a vector of pointers.
 struct TwinOfMany {
    void valueIs(U64 v) {
       if (value == v) return;
@@ -109,7 +110,7 @@ Rounds notify(std::size_t count) {
                      : takeTurns(rounds, notifying(*counter), notifying(many));
 }
 
-// A reactor that binds itself and leaves, where `others` are bound.
+// Binds and unbinds a reactor at an entity with `others` bound reactors.
 Rounds attachAndDetach(std::size_t others) {
    auto const counter = Qor::make<Counter>();
    std::vector<std::unique_ptr<Reader>> readers;

@@ -1,16 +1,15 @@
-// The sides together with the per-switch reactors that stand beside the programmers, and what
-// those watch.
+// The sides with a per-switch reactor beside the table programmer, and the inputs of the reactor.
 #pragma once
 
 #include "RouteSides.h"
 
 namespace Bench {
 
-// What a reactor is made of beside its switch. The interface et<acceptingVlan> is the one that
-// routes accept from.
+// The inputs of a reactor apart from its switch. All routes accept from the interface
+// et<acceptingVlan>.
 struct ReactorInputs {
    ReactorInputs();
-   // Publishes the plan's routes, as the routing layer does.
+   // Publishes the routes of the plan in the hardware status, as the routing layer does.
    void publish(Plan const& plan);
 
    Lnet::IntfId const accepting;
@@ -29,7 +28,7 @@ class AsyncReactorSide : public AsyncSide {
  public:
    using AsyncSide::AsyncSide;
 
-   // One review of all published routes.
+   // Reviews all published routes once, in as many passes as the quota of a pass requires.
    void review() {
       U32 const passes = (inputs.mfibHwStatus->routes() + sm->agingQuota - 1) / sm->agingQuota;
       for (U32 n = 0; n < passes; ++n)
@@ -47,6 +46,7 @@ class SyncReactorSide : public SyncSide {
  public:
    using SyncSide::SyncSide;
 
+   // Reviews all published routes once. The end of a review changes mrouteReviewKick.
    void review() {
       U64 const kicks = sw->mrouteReviewKick();
       while (sw->mrouteReviewKick() == kicks)

@@ -9,7 +9,7 @@ namespace Bench {
 
 namespace {
 
-// Three significant digits, or whole numbers.
+// Three significant digits; from 100 on, whole numbers.
 std::string figure(double value) {
    char text[32];
    double const size = std::abs(value);

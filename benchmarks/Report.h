@@ -1,5 +1,5 @@
-// The table that ./bench prints: a line for each comparison, under a heading for each subject, as
-// the comparisons become known; and at the end which targets were missed.
+// Prints the table of ./bench: a heading for each subject, a line for each comparison as soon as it
+// is measured, and at the end the missed targets.
 #pragma once
 
 #include <benchmark/benchmark.h>

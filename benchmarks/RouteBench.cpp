@@ -1,6 +1,7 @@
-// Programming routes, on both paths: a route on a set that is in use, on a set of its own, a change
-// of its set, a deletion, the whole cycle of the three, and a flap that finds its group among the
-// zombies. All of one number of routes and sets is measured in the same rounds.
+// Comparisons of route programming on both paths. The operations are: a new route on a set in use,
+// a new route on a new set, a change of the set, a deletion, the whole cycle of addition, change
+// and deletion, and a flap, in which the returning route resurrects its group. The operations with
+// the same numbers of routes and sets are measured in the same rounds.
 #include <array>
 #include <map>
 #include <memory>
@@ -20,7 +21,7 @@ constexpr std::array<char const*, operations> operationNames = {
 
 template <class Side>
 std::vector<double> oneRound(Side& side, Plan const& plan) {
-   std::vector<double> times(operations);  // ns of one operation
+   std::vector<double> times(operations);  // nanoseconds for each operation
    std::size_t const routes = plan.routes();
    auto const all = [&](auto const& operation) {
       return nanoseconds([&] {
@@ -33,7 +34,7 @@ std::vector<double> oneRound(Side& side, Plan const& plan) {
    auto const changeAny = [&](std::size_t n) { side.change(plan.order[n]); };
    auto const delAny = [&](std::size_t n) { side.del(plan.order[n]); };
 
-   // Every set has a user beside the routes.
+   // Each set is held in addition to the routes, so no group is created or deleted here.
    side.reset();
    for (std::size_t set = 0; set < plan.sets.size(); ++set)
       side.hold(set);
@@ -43,7 +44,7 @@ std::vector<double> oneRound(Side& side, Plan const& plan) {
    side.releaseHeld();
    side.purge();
 
-   // As many routes as there are sets.
+   // One route for each set, so that each route needs a new group.
    std::size_t const alone = std::min(routes, plan.sets.size());
    side.reset();
    times[addNew] = nanoseconds([&] {
@@ -67,7 +68,7 @@ std::vector<double> oneRound(Side& side, Plan const& plan) {
    return times;
 }
 
-// The work and the two sides that do it.
+// The plan and its two sides.
 template <class Side>
 struct Scene {
    Scene(std::size_t routes, std::size_t sets) : plan(routes, sets) {}
@@ -113,7 +114,7 @@ void comparisonsOf(std::string const& path) {
                     [joint, operation] { return joint->of(operation); });
       }
    }
-   // How the cost of the cycle grows with the table; the small table stands in the twin's place.
+   // The growth of the cycle's cost with the table. The small table is in the column of the twin.
    if (!effort().covers(1000 * k)) return;
    for (bool const shared : {true, false}) {
       auto const small = sized(10 * k, shared ? k : 10 * k);

@@ -12,7 +12,7 @@ MrouteLib::PortVlan port(std::size_t n) {
    return MrouteLib::PortVlan(Lnet::IntfId("et" + std::to_string(n % 4096)));
 }
 
-// Room for that many, which is resident from now on.
+// Reserves memory for `count` elements and touches it, so that it is resident from now on.
 template <class T>
 void touch(std::vector<T>& vector, std::size_t count) {
    vector.resize(count);

@@ -1,5 +1,5 @@
-// The sides of the comparisons that have routes: the two table programmers, each with the little
-// that its caller has to do, and their twin. All take the same plan, so that they do the same work.
+// The sides of the comparisons with routes: the two table programmers, each with the duties of its
+// caller, and the twin. All sides follow the same plan and so do the same work.
 #pragma once
 
 #include <vector>
@@ -10,15 +10,15 @@
 
 namespace Bench {
 
-// Which routes there are, and which sets they use: `routes` keys and `sets` oif sets, and the order
-// in which the routes are changed and deleted, which is not that of adding.
+// The keys of the routes, their oif sets, and the order of changes and deletions. Routes are added
+// in the order of their keys, and changed and deleted in random order.
 struct Plan {
-   // With an incoming interface the sets are fast-reroute sets.
+   // With an incoming interface the sets have backup ports, so they are fast-reroute sets.
    Plan(std::size_t routes, std::size_t sets, Lnet::IntfId currentIif = {});
 
    std::size_t routes() const { return keys.size(); }
    MrouteLib::OifSetPtr const& setOf(std::size_t route) const { return sets[route % sets.size()]; }
-   // The set a change gives the route.
+   // The set of the route after its change.
    MrouteLib::OifSetPtr const& nextSetOf(std::size_t route) const {
       return sets[(route + 1) % sets.size()];
    }
@@ -28,15 +28,17 @@ struct Plan {
    std::vector<U32> order;
 };
 
-// (10.0.0.1, 224.0.0.0 + n), and what all routes have in common.
+// The key (10.0.0.1, 224.0.0.0 + n). All routes have the same accepting vlan and VRF.
 IpGenRouteKey keyOf(std::size_t n);
 inline constexpr U16 acceptingVlan = 1006;
 inline constexpr U32 vrfId = 1;
 
-// A set with the outgoing ports n1 and n2; with an incoming interface also n3 and n4 for backup.
+// The n-th set, which has two outgoing ports. With an incoming interface it also has two backup
+// ports.
 MrouteLib::OifSetPtr oifSet(std::size_t n, Lnet::IntfId currentIif = {});
 
-// The time of one side. Virtual time stands still but where the side lets it pass.
+// The activity manager of one side, which is the manager of the process while this object lives.
+// Virtual time passes only when the side advances it.
 class InjectedTime {
  public:
    using TimeBase = Qor::ActivityManager::TimeBase;
@@ -51,11 +53,12 @@ class InjectedTime {
    Qor::Ptr<Qor::ActivityManager> const manager;
 };
 
-// Each change of the tables takes this long, so that zombies expire one after the other.
+// The virtual time of each change, so that zombies expire one after the other.
 inline constexpr Qor::Seconds changeTime = 1e-6;
-inline constexpr Qor::Seconds zombieTime = 5;  // longer than a zombie lasts on either path
+inline constexpr Qor::Seconds zombieTime = 5;  // exceeds the lifetime of a zombie on both paths
 
-// One by one, as the zombie clock and the twin have them go: the table keeps its room.
+// Removes the zombies one by one, as the zombie clock and the twin do, so that the collection keeps
+// its memory.
 template <class Switch>
 void purgeZombies(Switch& sw) {
    while (!sw.zombieOifSet().empty())
@@ -69,7 +72,7 @@ class AsyncSide {
    explicit AsyncSide(Plan const& plan,
                       InjectedTime::TimeBase base = InjectedTime::TimeBase::virtualTime);
 
-   // A user of the set beside the routes. Its group counts as used in hardware.
+   // Holds the record of the set, in addition to the routes, and marks it as used in hardware.
    void hold(std::size_t set) {
       held_.push_back(use(plan_.sets[set]));
       static_cast<Vel::Mroute::AsyncMtableOifSet&>(*held_.back()).usedInHwIs(true);
@@ -97,7 +100,7 @@ class AsyncSide {
       route.record = nullptr;
    }
    void purge() { purgeZombies(*sw); }
-   // Between two rounds: the tables are empty.
+   // Prepares the next round. The tables are empty.
    void reset() { hooks->tables.reset(); }
    void passTime(Qor::Seconds some) { time.manager->advance(some); }
 
@@ -138,7 +141,7 @@ class SyncSide {
 
    void hold(std::size_t set) { held_.push_back(use(plan_.sets[set])); }
    void releaseHeld() { held_.clear(); }
-   // A route holds its record itself.
+   // On this path the route of the switch holds the record, so this side holds none.
    void add(std::size_t n) {
       auto const record = use(plan_.setOf(n));
       sw->doAllocateRoute(plan_.keys[n], vlan_, false, record, false, false, rpa_, vrfName_);

@@ -1,4 +1,4 @@
-// What a trace statement costs that is off, and an event of the ring that is always on.
+// Comparisons of tracing: a trace statement of a disabled level, and an event of the ring.
 #include <array>
 
 #include "Comparison.h"
@@ -14,7 +14,7 @@ namespace {
 constexpr char velTraceSource[] = "Bench";
 constexpr unsigned times = 20'000;
 
-// A ring of a place, a time and two numbers.
+// The twin of the ring: each event has a text, a time and two numbers.
 struct TwinEvent {
    char const* text;
    double time;
@@ -28,9 +28,9 @@ struct TwinRing {
 Rounds traceOff() {
    return takeTurns(effort().rounds(0),
                     repeated(times,
-                             [n = U32{0}]() mutable {
+                             [function = __func__, n = U32{0}]() mutable {
                                 benchmark::DoNotOptimize(++n);
-                                VEL_TRACE(8, "number " << n);
+                                VEL_TRACE_IN(function, 8, "number " << n);
                              }),
                     repeated(times, [n = U32{0}]() mutable { benchmark::DoNotOptimize(++n); }));
 }

@@ -1,6 +1,6 @@
-// The bare twin of the table programmers: what remains of a route's life when there are flat
-// arrays, an open-addressing table and virtual calls, and nothing else. One twin stands for both
-// paths, whose tables are the same. It trusts its caller, tells nobody, and keeps nothing alive.
+// The twin of the table programmers: the life of a route with flat arrays, an open-addressing table
+// and virtual calls only. One twin serves for both paths, because their tables are the same. The
+// twin trusts its caller, notifies no reactor, and counts no references.
 #pragma once
 
 #include <utility>
@@ -16,8 +16,9 @@ using Qor::U16;
 using Qor::U32;
 using Qor::U64;
 
-// An open-addressing table from a key to a number: cells of a hash and a number, probed in turn,
-// closed up when one leaves. The keys are where the numbers say.
+// An open-addressing table from a key to a number. A cell has a hash and a number; probing is
+// linear, and an erasure moves later cells up. The caller stores the keys and compares them by
+// number.
 class TwinIndex {
  public:
    static constexpr U32 none = 0xFFFFFFFF;
@@ -92,7 +93,8 @@ class Twin {
 
    explicit Twin(TwinHooks& hooks) : hooks_(hooks) {}
 
-   // The slot of the set's group, with one more user: found, brought back, or made.
+   // Adds a user to the group of the set and returns the slot of the group. A zombie is
+   // resurrected, and a set without a group gets a new one.
    U32 useGroup(SetKey set) {
       U32 const hash = hashOf(set);
       U32 slot = bySet_.find(hash, [&](U32 n) { return groups_[n].set == set; });
@@ -112,7 +114,8 @@ class Twin {
       bySet_.insert(hash, slot);
       return slot;
    }
-   // The last user leaves a zombie, at the end of their list: they expire in the order of leaving.
+   // Removes a user from the group. A group without users becomes the last zombie of the list, so
+   // the list is in the order of expiry.
    void leaveGroup(U32 slot, double now) {
       Group& group = groups_[slot];
       if (--group.users != 0) return;
@@ -134,7 +137,7 @@ class Twin {
       }
    }
 
-   // The route's handle.
+   // Adds a route and returns its handle.
    U32 addRoute(IpGenRouteKey const& key, U16 vlan, U32 vrfId, U32 group) {
       U32 const handle = hooks_.allocateRoute(key, vlan, vrfId);
       if (handle >= routes_.size()) routes_.resize(handle + 1);
@@ -162,7 +165,7 @@ class Twin {
       SetKey set = nullptr;
       U32 id = 0;
       U32 users = 0;
-      U32 previous = none, next = none;  // among the zombies; of a free slot, the next free one
+      U32 previous = none, next = none;  // links of the zombie list; in a free slot, the free list
       double expiry = 0;
    };
    struct Route {

@@ -1,7 +1,8 @@
-// Only where lines are counted. Each process writes its counters where it ends: by _exit too, as the
-// copies do in which something is tried, and by a failed assertion. That takes longer than most
-// copies live, so nothing is written before a fork, and of a process's copies the first write, and
-// then one of many. The library counts for itself.
+// Linked into each target of the preset coverage only. A process writes its line counters when it
+// ends, also with _exit() and with a failed assertion, which end the copies that a test forks. Writing
+// the counters takes longer than most copies live. A process therefore writes no counters before a
+// fork, and of its copies only the first ten write theirs, and then every twentieth. The shared
+// library has counters of its own, which dumpCoverage() writes.
 #include <unistd.h>
 
 extern "C" {
@@ -57,7 +58,9 @@ void __wrap__exit(int code) {
 }
 
 pid_t __wrap___gcov_fork() {
-   pid_t (*const volatile plain)() = fork;  // called by name, it would become the one that writes
+   // The compiler replaces a direct call of fork() by the function of its runtime that writes the
+   // counters; it does not replace a call through a pointer.
+   pid_t (*const volatile plain)() = fork;
    counts = ++copies <= 10 || copies % 20 == 0;
    pid_t const pid = plain();
    counts = counts || pid != 0;

@@ -1,5 +1,5 @@
-# How every target of this tree is compiled: the build options, and `velmroute_options`, which each
-# target links privately.
+# Defines the build options of the tree and the interface library `velmroute_options`. Each target
+# links that library privately and so gets the compiler's and the linker's flags.
 
 option(BUILD_TESTING "Build the tests" ON)
 option(VELMROUTE_SANITIZE "Build with the address and undefined behaviour sanitizers" OFF)
@@ -14,8 +14,8 @@ set(CMAKE_CXX_STANDARD 20)
 set(CMAKE_CXX_STANDARD_REQUIRED ON)
 set(CMAKE_CXX_EXTENSIONS OFF)
 set(CMAKE_POSITION_INDEPENDENT_CODE ON)
-# Another compiler may warn about more than ours; for another version of it
-# `cmake --compile-no-warning-as-error` lifts this.
+# Other compilers warn about other things, so only warnings of g++ are errors. For a version of g++
+# that warns about more, `cmake --compile-no-warning-as-error` turns this off.
 if(CMAKE_CXX_COMPILER_ID STREQUAL GNU)
    set(CMAKE_COMPILE_WARNING_AS_ERROR ON)
 endif()
@@ -23,7 +23,7 @@ endif()
 add_library(velmroute_options INTERFACE)
 target_compile_options(velmroute_options INTERFACE
    -Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor
-   # Assertion texts name the source as the tree does, not as the machine that built it did.
+   # Assertion texts contain the path of a source within the tree, not within the building machine.
    -fmacro-prefix-map=${PROJECT_SOURCE_DIR}/=)
 target_link_options(velmroute_options INTERFACE LINKER:--as-needed)
 
@@ -32,7 +32,8 @@ if(VELMROUTE_SANITIZE)
    set(VELMROUTE_SANITIZER_FLAGS -fsanitize=address,undefined -fno-sanitize-recover=all
        -fno-omit-frame-pointer)
    if(VELMROUTE_FUZZ)
-      # The virtual tables of hidden classes are not compared across the library's border.
+      # These checks compare type information across the border of the library, where that of hidden
+      # classes differs. They would report correct calls.
       list(APPEND VELMROUTE_SANITIZER_FLAGS -fsanitize=fuzzer-no-link -fno-sanitize=vptr,function)
    endif()
    target_compile_options(velmroute_options INTERFACE ${VELMROUTE_SANITIZER_FLAGS})

@@ -1,11 +1,12 @@
-// The line format of captures, snapshots, and files of both, plain and compressed.
+// The targets `monitor` (a line of a capture), `snapshot` (the JSON of a table) and `capture`
+// (files of both, plain and compressed).
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <nlohmann/json.hpp>
 
-#include "agent/CaptureReader.h"
-#include "agent/RouteFields.h"
+#include "agent/input/CaptureReader.h"
+#include "agent/input/RouteFields.h"
 #include "fuzzing/Target.h"
 #include "tests/CaptureTestSupport.h"
 
@@ -19,7 +20,7 @@ std::string addressText(Lnet::IpGenPrefix const& prefix) {
    return (std::ostringstream() << prefix.address()).str();
 }
 
-// The table of a VRF, which vrfOf() reads back.
+// The name of the VRF's table in a capture, which vrfOf() maps back to the VRF.
 std::string tableOf(MrouteEvent const& route) {
    bool const v4 = route.key.group().family() == Lnet::IpFamily::v4;
    if (route.vrf.name() == "default") return v4 ? "default" : "main";
@@ -29,12 +30,13 @@ std::string tableOf(MrouteEvent const& route) {
 void checkRoute(MrouteEvent const& route) {
    auto const& source = route.key.source();
    auto const& group = route.key.group();
-   require(group.isHost() && group.address().isMulticast(), "a group that is none");
-   require(source.family() == group.family(), "source and group of two families");
-   require(source.isAny() || (source.isHost() && !source.address().isMulticast()), "a bad source");
-   require(!route.vrf.empty(), "no VRF");
+   require(group.isHost() && group.address().isMulticast(), "the group is not a multicast address");
+   require(source.family() == group.family(), "source and group have different families");
+   require(source.isAny() || (source.isHost() && !source.address().isMulticast()),
+           "the source is neither any source nor a unicast address");
+   require(!route.vrf.empty(), "the route has no VRF");
    for (Lnet::IntfId const oif : route.oifs)
-      require(bool(oif), "an output without a name");
+      require(bool(oif), "an output has no name");
 }
 
 std::string lineOf(CaptureTime const& time, MrouteEvent const& route) {
@@ -68,10 +70,10 @@ std::string lineOf(CaptureTime const&, LinkEvent const& link) {
 }
 
 std::string lineOf(CaptureTime const&, SnapshotEvent const&) {
-   throw Finding("a line is a snapshot");
+   throw Finding("a line is parsed as a snapshot");
 }
 
-// The event as a line that says the same.
+// A line whose parsing gives the event again.
 std::string lineOf(CaptureEvent const& event) {
    CaptureTime const& time = timeOf(event);
    std::string stamp;
@@ -100,26 +102,28 @@ void runMonitor(std::string_view input) {
    if (result == MonitorParser::Result::malformed) {
       std::string const& reason = parser.reason();
       std::size_t const at = reason.rfind(" (column ");
-      require(at != std::string::npos && at > 0, "a reason without its place: " + reason);
+      require(at != std::string::npos && at > 0, "the reason has no column: " + reason);
       std::size_t const column = std::stoul(reason.substr(at + 9));
-      require(column >= 1 && column <= input.size() + 1, "no such column: " + reason);
+      require(column >= 1 && column <= input.size() + 1,
+              "the column is outside the line: " + reason);
    }
    if (result != MonitorParser::Result::event) return;
    if (auto const* route = std::get_if<MrouteEvent>(&event)) {
       checkRoute(*route);
    } else {
       auto const& link = std::get<LinkEvent>(event);
-      require(link.intf && link.ifindex > 0, "a link without name or index");
+      require(link.intf && link.ifindex > 0, "a link has no name or no index");
       require(!link.deleted || link.status == Interface::IntfOperStatus::notPresent,
-              "a link that is gone and is there");
+              "a deleted link has another status than notPresent");
    }
-   // Whatever the parser has read before.
+   // The parser that read the input must parse the written line, regardless of its earlier input.
    std::string const text = lineOf(event);
    CaptureEvent again = SnapshotEvent();
    require(parser.parse(text, again) == MonitorParser::Result::event,
-           text + " is refused: " + parser.reason());
-   require(render(again) == render(event) && lineOf(again) == text,
-           "read " + render(event) + ", and then " + render(again) + " of " + text);
+           text + " is rejected: " + parser.reason());
+   require(
+         render(again) == render(event) && lineOf(again) == text,
+         "the event " + render(event) + ", written as " + text + ", is parsed as " + render(again));
 }
 
 // ---- Snapshots. ----
@@ -147,41 +151,47 @@ void runSnapshot(std::string_view input) {
    SnapshotEvent event;
    event.routes.resize(1);
    if (!parser.parse(input, event)) {
-      require(event.routes.size() == 1 && event.scopes.empty(), "a refused snapshot changes one");
-      require(!parser.reason().empty(), "no reason");
-      require(parser.position() <= input.size(), "a place behind the end");
+      require(event.routes.size() == 1 && event.scopes.empty(),
+              "a rejected snapshot changes the event");
+      require(!parser.reason().empty(), "a rejected snapshot has no reason");
+      require(parser.position() <= input.size(), "the position of the error is behind the end");
       require(parser.excerpt().empty() || (parser.excerpt().data() >= input.data() &&
                                            parser.excerpt().data() + parser.excerpt().size() <=
                                                  input.data() + input.size()),
-              "an excerpt of something else");
+              "the excerpt of the error is not a part of the input");
       return;
    }
    require(nlohmann::json::accept(input) && input.find('\0') == std::string_view::npos,
-           "it is no JSON");
+           "an accepted snapshot is not JSON, or has a NUL byte");
    for (MrouteEvent const& route : event.routes) {
       checkRoute(route);
-      require(event.covers(route.vrf, route.key), "a route beyond all scopes");
+      require(event.covers(route.vrf, route.key), "no scope of the snapshot covers a route");
    }
-   // A text that begins as snapshots do ends where its brackets say, however it comes.
+   // An accepted text that begins like a snapshot must end where its brackets close, whether the
+   // text arrives as a whole or byte by byte.
    if (SnapshotParser::looksLikeJson(input)) {
       std::string_view rest;
-      require(JsonExtent().closed(input, rest), "a whole text that does not end");
-      require(rest.find_first_not_of(" \t\r\n") == std::string_view::npos, "it ends too early");
+      require(JsonExtent().closed(input, rest), "the extent of an accepted text does not end");
+      require(rest.find_first_not_of(" \t\r\n") == std::string_view::npos,
+              "the extent of an accepted text ends before the text");
       JsonExtent bytewise;
       std::size_t at = 0;
       std::string_view none;
       while (!bytewise.closed(input.substr(at, 1), none))
-         require(++at < input.size(), "piece by piece it does not end");
-      require(at + 1 + rest.size() == input.size(), "piece by piece it ends elsewhere");
+         require(++at < input.size(), "byte by byte, the extent of an accepted text does not end");
+      require(at + 1 + rest.size() == input.size(), "byte by byte, the extent ends elsewhere");
    }
    std::string const text = jsonOf(event);
    SnapshotEvent again;
-   require(parser.parse(text, again), text + " is refused: " + parser.reason());
-   require(render(again) == render(event), "read " + render(event) + ", then " + render(again));
+   require(parser.parse(text, again), text + " is rejected: " + parser.reason());
+   require(render(again) == render(event),
+           "the snapshot " + render(event) + " is written and parsed as " + render(again));
 }
 
 // ---- Files. ----
 
+// The events and errors that the reader delivers for a file, as texts; at the end the number of
+// lines.
 std::vector<std::string> delivered(std::string_view bytes) {
    CaptureReader reader(MemoryFile(bytes).fd(), "input");
    std::vector<std::string> out;
@@ -192,20 +202,22 @@ std::vector<std::string> delivered(std::string_view bytes) {
       auto const result = reader.next(event);
       if (result == CaptureReader::Result::end) break;
       if (result == CaptureReader::Result::event) {
-         require(timeOf(event).time >= time, "time goes back");
+         require(timeOf(event).time >= time, "the time of an event is before the event before it");
          time = timeOf(event).time;
          state.apply(event);
          out.push_back(std::to_string(time) + ' ' + render(event));
       } else {
          InputError const& error = reader.error();
-         require(!error.reason.empty(), "no reason");
-         require(error.position.line <= reader.lines() + 1, "an error behind the end");
+         require(!error.reason.empty(), "an error has no reason");
+         require(error.position.line <= reader.lines() + 1, "an error has a line behind the end");
          out.push_back(error.toString());
          for (char const c : out.back())
-            require((c >= ' ' && c <= '~') || c == '\n', "an error upsets a terminal");
+            require((c >= ' ' && c <= '~') || c == '\n',
+                    "an error contains unprintable characters");
       }
    }
-   require(reader.next(event) == CaptureReader::Result::end, "it goes on behind its end");
+   require(reader.next(event) == CaptureReader::Result::end,
+           "the reader delivers an event or an error after the end");
    out.push_back(std::to_string(reader.lines()) + " lines");
    return out;
 }
@@ -214,17 +226,17 @@ void runCapture(std::string_view input) {
    std::vector<std::string> const plain = delivered(input);
    if (input.starts_with("\x1f\x8b")) return;
    std::size_t const half = input.size() / 2;
-   require(delivered(gzip(input)) == plain, "compressed, it says something else");
+   require(delivered(gzip(input)) == plain, "the compressed file gives other events or errors");
    require(delivered(gzip(input.substr(0, half)) + gzip(input.substr(half))) == plain,
-           "in two compressed pieces, it says something else");
+           "the file in two gzip members gives other events or errors");
    std::size_t const ends = std::count(input.begin(), input.end(), '\n');
    std::size_t const lines = ends + (!input.empty() && input.back() != '\n');
    require(plain.back() == std::to_string(lines) + " lines" ||
                  std::ranges::any_of(plain, [](auto& s) { return s.starts_with("input:"); }),
-           "lines are lost");
+           "the reader counts another number of lines");
 }
 
-// ---- What they are made of. ----
+// ---- Seeds and words. ----
 
 std::vector<std::string> monitorSeeds() {
    std::vector<std::string> seeds;

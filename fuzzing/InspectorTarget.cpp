@@ -1,10 +1,10 @@
-// The commands by which a run is looked at; each line of an input is one.
+// The target `inspector`: each line of an input is a command of the inspector.
 #include <algorithm>
 #include <nlohmann/json.hpp>
 #include <sstream>
 
 #include "Qor/Trace.h"
-#include "agent/Inspector.h"
+#include "agent/inspect/Inspector.h"
 #include "fuzzing/Target.h"
 #include "tests/InspectedScenario.h"
 
@@ -14,13 +14,14 @@ using namespace Agent;
 
 namespace {
 
+// Whether a terminal can print the text: printable ASCII, in one line or in several.
 bool isPlain(std::string_view text, bool severalLines) {
    return std::ranges::all_of(
          text, [&](char c) { return (c >= ' ' && c <= '~') || (severalLines && c == '\n'); });
 }
 
-// Those that change the run are left out: they are tried in a copy of the process, which an engine
-// takes for its own end; and how far `run` goes is its user's to say.
+// Commands that change the run are left out. The inspector tries `set` and `call` in a copy of the
+// process, and an engine takes the end of the copy for a crash. `run` takes any length of time.
 bool isLeftOut(std::string_view line) {
    try {
       auto const words = wordsOf(line);
@@ -48,34 +49,34 @@ class NoTrace final : public Qor::TraceSink {
 void checkSegment(std::string_view text) {
    std::string const path = '/' + quotedSegment(text) + "/x";
    require(segmentsOf(path) == std::vector<std::string>{std::string(text), "x"},
-           "a segment in quotes is read as another");
+           "a quoted segment of a path is parsed as a different segment");
    require(text.find_first_of("\r\n") != std::string_view::npos || wordsOf(path).size() == 1,
-           "a path is several words");
+           "a quoted path is parsed as several words");
 }
 
 void evaluate(Inspector& inspector, std::ostringstream& out, bool json, std::string_view line) {
    out.str("");
    auto const outcome = inspector.evaluate(line);
    std::string const text = out.str();
-   require(isPlain(text, true), "it upsets a terminal: " + text);
+   require(isPlain(text, true), "the output contains unprintable characters: " + text);
    if (outcome == Inspector::Outcome::failed) {
       require(!inspector.error().empty() && isPlain(inspector.error(), false),
-              "a reason of several lines: " + inspector.error());
+              "an error is empty, unprintable or longer than a line: " + inspector.error());
    }
    if (!json) return;
    std::istringstream lines(text);
    for (std::string one; std::getline(lines, one);)
-      require(nlohmann::json::accept(one), "no JSON: " + one);
+      require(nlohmann::json::accept(one), "a line of the output is not JSON: " + one);
 }
 
 void complete(Inspector const& inspector, std::string_view line) {
    Inspector::Completion const completion = inspector.complete(line);
-   require(completion.at <= line.size(), "a word behind the line");
+   require(completion.at <= line.size(), "the completed word begins behind the end of the line");
    for (std::string const& word : completion.words) {
       if (word.ends_with(' ')) continue;
-      // What it proposes is found again.
+      // Completing a proposed word again must propose something.
       auto const again = inspector.complete(std::string(line.substr(0, completion.at)) + word);
-      require(!again.words.empty(), word + " is no completion of itself");
+      require(!again.words.empty(), "the proposed word " + word + " has no completion");
    }
 }
 

@@ -1,7 +1,8 @@
-// The long run's engine: libFuzzer on the target that the environment names. `./fuzz` starts it.
-//    VELMROUTE_FUZZ=PARSER velmroute_fuzz ARGUMENT...     libFuzzer's own arguments
-//    VELMROUTE_FUZZ=PARSER velmroute_fuzz --seeds DIR     writes what a run begins with: inputs into
-//                                                         DIR, and the words as DIR.dict
+// The program velmroute_fuzz, which `./fuzz` starts: libFuzzer on the target that the environment
+// variable VELMROUTE_FUZZ names.
+//    VELMROUTE_FUZZ=PARSER velmroute_fuzz ARGUMENT...     passes the arguments to libFuzzer
+//    VELMROUTE_FUZZ=PARSER velmroute_fuzz --seeds DIR     writes the initial inputs to DIR, and the
+//                                                         words of the target to DIR.dict
 #include <unistd.h>
 
 #include <cstdint>
@@ -14,10 +15,11 @@
 
 namespace {
 
+// The parser that the environment names. Without one the process ends with exit code 2.
 std::string parserName() {
    char const* const name = std::getenv("VELMROUTE_FUZZ");
    if (name && Fuzz::targets().contains(name)) return name;
-   std::cerr << "the parsers are:";
+   std::cerr << "VELMROUTE_FUZZ names no parser; the parsers are:";
    for (auto const& [known, target] : Fuzz::targets())
       std::cerr << ' ' << known;
    std::cerr << '\n';

@@ -1,10 +1,10 @@
-// The lines of scenarios, and interface maps.
+// The targets `scenario` (the lines of a scenario) and `map` (an interface map).
 #include <nlohmann/json.hpp>
 
-#include "agent/InterfaceMap.h"
-#include "agent/LineSource.h"
-#include "agent/ScenarioParser.h"
-#include "agent/ScenarioWriter.h"
+#include "agent/input/InterfaceMap.h"
+#include "agent/input/LineSource.h"
+#include "agent/scenario/ScenarioParser.h"
+#include "agent/scenario/ScenarioWriter.h"
 #include "fuzzing/Target.h"
 
 namespace Fuzz {
@@ -15,11 +15,11 @@ namespace {
 
 using Result = ScenarioParser::Result;
 
-// The writer leaves out most of what is expected.
+// Whether the scenario writer writes the whole event. It omits most expectations.
 bool isWrittenWhole(Scenario::Event const& event) {
    auto const* const e = std::get_if<Scenario::Expect>(&event);
    return !e || (!e->within && e->route.empty() && e->counts.empty() && e->delivered.empty() &&
-                 e->said.empty() && !e->now);
+                 e->messages.empty() && !e->now);
 }
 
 std::string written(Scenario::Line const& line) {
@@ -33,8 +33,8 @@ void checkWritten(Scenario::Line const& line) {
    std::string const text = written(line);
    ScenarioParser parser;
    Scenario::Line again;
-   require(parser.parse(text, again) == Result::event, text + " is refused: " + parser.reason());
-   require(written(again) == text, text + " is read as " + written(again));
+   require(parser.parse(text, again) == Result::event, text + " is rejected: " + parser.reason());
+   require(written(again) == text, text + " is parsed as " + written(again));
 }
 
 void runScenario(std::string_view input) {
@@ -50,43 +50,50 @@ void runScenario(std::string_view input) {
       if (text.ends_with('\r')) text.remove_suffix(1);
       Scenario::Line const before = line;
       Result const result = parser.parse(text, line);
-      require(isScenarioLine(text) || result != Result::event, "an event of another form");
+      require(isScenarioLine(text) || result != Result::event,
+              "a line without the form of a scenario line is parsed as an event");
       if (result == Result::event) {
          events += 1;
-         require(text.find('\0') == std::string_view::npos, "an event that is no JSON");
-         require(line.at >= before.at && line.at <= ScenarioParser::maxTime, "time goes back");
+         require(text.find('\0') == std::string_view::npos,
+                 "a line with a NUL byte is parsed as an event");
+         require(line.at >= before.at && line.at <= Agent::Scenario::maxTime,
+                 "the time of a line is before the line before it, or above the maximum");
          bool const setting = std::holds_alternative<Scenario::Settings>(line.event);
-         require(!setting || events == 1, "settings in the middle");
+         require(!setting || events == 1, "a scenario line is accepted behind another event");
          settings += setting;
          checkWritten(line);
       } else {
          require(line.at == before.at && written(line) == written(before),
-                 "a refused line changes one");
+                 "a rejected line changes the event");
          refused += result == Result::malformed;
-         require(result == Result::skipped || !parser.reason().empty(), "no reason");
+         require(result == Result::skipped || !parser.reason().empty(),
+                 "a rejected line has no reason");
       }
    }
    if (input.starts_with("\x1f\x8b") || input.size() > LineSource::pieceLimit) return;
    ScenarioFile const file = ScenarioFile::read(MemoryFile(input).path());
    require(file.errors.size() == refused && file.lines.size() == events - settings,
-           "the file has other lines");
+           "reading the file gives other events or errors than reading its lines");
 }
 
 void runMap(std::string_view input) {
    MemoryFile const file(input);
    InterfaceMap map;
    if (auto const error = map.load(file.path())) {
-      require(!error->reason.empty(), "no reason");
-      require(map.intfs().empty(), "a refused map leaves something");
-      require(!map.intf(Lnet::IntfId("rtr0")).cpu && map.byPort(1), "a refused map is not usable");
+      require(!error->reason.empty(), "a rejected map has no reason");
+      require(map.intfs().empty(), "a rejected map leaves interfaces behind");
+      require(!map.intf(Lnet::IntfId("rtr0")).cpu && map.byPort(1),
+              "the map is not usable after a rejected file");
       return;
    }
    auto const textOf = [](InterfaceMap const& of) {
       std::string text;
       for (auto const& intf : of.intfs()) {
-         require(intf->cpu == (intf->port == 0), "an output that is none");
-         require(!intf->port || of.byPort(intf->port) == intf.get(), "a port of two");
-         require(of.byVlan(intf->vlan) == intf.get(), "a vlan of two");
+         require(intf->cpu == (intf->port == 0),
+                 "an interface has neither a port nor the CPU, or both");
+         require(!intf->port || of.byPort(intf->port) == intf.get(),
+                 "two interfaces have the same port");
+         require(of.byVlan(intf->vlan) == intf.get(), "two interfaces have the same vlan");
          text += intf->id.name() + " vlan=" + std::to_string(intf->vlan.value());
          if (intf->port) text += " port=" + std::to_string(intf->port);
          text += '\n';
@@ -96,14 +103,15 @@ void runMap(std::string_view input) {
    std::string const text = textOf(map);
    InterfaceMap again;
    auto const error = again.load(MemoryFile(text).path());
-   require(!error, text + " is refused: " + (error ? error->reason : ""));
-   require(textOf(again) == text, text + " is read as " + textOf(again));
-   // Names that the map does not give get what is left.
+   require(!error, text + " is rejected: " + (error ? error->reason : ""));
+   require(textOf(again) == text, text + " is parsed as " + textOf(again));
+   // An interface that the map does not name gets unused numbers.
    Intf const& other = map.intf(Lnet::IntfId("\x01"));
-   require(map.byPort(other.port) == &other && map.byVlan(other.vlan) == &other, "taken numbers");
+   require(map.byPort(other.port) == &other && map.byVlan(other.vlan) == &other,
+           "a new interface gets numbers that are in use");
 }
 
-// Each scenario, and each of its lines alone.
+// Each bundled scenario, and each of its lines alone.
 std::vector<std::string> scenarioSeeds() {
    std::vector<std::string> seeds;
    for (auto const& file : examples(".jsonl")) {
@@ -127,7 +135,7 @@ std::vector<std::string> mapSeeds() {
 }  // namespace
 
 Target scenarioTarget() {
-   // The keys of the bundled scenarios.
+   // Tokens of JSON; the keys and the values of the bundled scenarios follow.
    std::vector<std::string> words = {"{",
                                      "}",
                                      "[",

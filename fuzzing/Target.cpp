@@ -8,14 +8,14 @@
 #include <fstream>
 #include <iterator>
 
-#include "agent/LineSource.h"
+#include "agent/input/LineSource.h"
 
 namespace Fuzz {
 
 namespace fs = std::filesystem;
 
-void require(bool good, std::string const& what) {
-   if (!good) throw Finding(what);
+void require(bool holds, std::string const& message) {
+   if (!holds) throw Finding(message);
 }
 
 std::map<std::string, Target> const& targets() {
@@ -101,13 +101,13 @@ std::vector<fs::path> examples(std::string_view ending) {
       if (entry.path().string().ends_with(ending)) found.push_back(entry.path());
    }
    std::sort(found.begin(), found.end());
-   require(!found.empty(), "no bundled file ends in " + std::string(ending));
+   require(!found.empty(), "no bundled file has the ending " + std::string(ending));
    return found;
 }
 
 MemoryFile::MemoryFile(std::string_view bytes) : fd_(memfd_create("input", MFD_CLOEXEC)) {
    if (fd_ < 0 || write(fd_, bytes.data(), bytes.size()) != static_cast<ssize_t>(bytes.size())) {
-      throw std::runtime_error("no memory for a file");
+      throw std::runtime_error("cannot create a file in memory");
    }
 }
 

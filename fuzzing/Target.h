@@ -1,8 +1,8 @@
-// One parser under random input: what is done with any bytes, what must hold of it, and what its
-// inputs are made of. docs/fuzz.md is the manual.
+// Fuzz targets. A target passes an input of arbitrary bytes to one parser and checks the properties
+// that must hold for every input. docs/fuzz.md lists the targets.
 //
-// The engines (tests/FuzzTest.cpp, fuzzing/LibFuzzer.cpp) hand bytes in; a target holds no state from
-// one input to the next, so that an input alone repeats what it found.
+// The engines (tests/FuzzTest.cpp, fuzzing/LibFuzzer.cpp) choose the inputs. A target keeps no
+// state between two inputs, so a single input repeats a finding.
 #pragma once
 
 #include <filesystem>
@@ -15,19 +15,21 @@
 
 namespace Fuzz {
 
-// A parser does not keep a promise; what() says which.
+// Thrown by a target: a property does not hold. The message describes the property and the input.
 class Finding final : public std::logic_error {
  public:
    using std::logic_error::logic_error;
 };
-void require(bool good, std::string const& what);
+// Throws Finding with `message` unless `holds` is true.
+void require(bool holds, std::string const& message);
 
 struct Target {
-   // The parser reads `input` and the target looks at what comes of it; Finding.
+   // Passes `input` to the parser and checks the result. Throws Finding.
    void (*run)(std::string_view input);
-   // Inputs made of the bundled captures and scenarios, or of the parser's own types.
+   // Returns the initial inputs, made of the bundled captures and scenarios or of the parser's
+   // types.
    std::vector<std::string> (*seeds)();
-   // What inputs are made of.
+   // The tokens of the parser's language, from which the engines build further inputs.
    std::vector<std::string> words;
 };
 
@@ -39,28 +41,30 @@ Target mapTarget();
 Target valueTarget();
 Target inspectorTarget();
 
-// All of them, by the name of the parser.
+// All targets, by the name of the parser.
 std::map<std::string, Target> const& targets();
 
-// Gives the target a copy of exactly this size, so that the sanitizers see a read behind it.
+// Runs the target on a copy of the input with exactly its size, so that the sanitizers detect a
+// read beyond its end.
 void run(Target const& target, std::string_view input);
 
-// The target's seeds, and the inputs kept in fuzzing/corpus/NAME: small ones that the examples lack,
-// and those that have found something once.
+// The seeds of the target, and the files in fuzzing/corpus/NAME: inputs that the examples lack, and
+// inputs that once revealed a fault.
 std::vector<std::string> corpus(std::string const& name);
 
-// An input changed in a few places, with pieces of another and with the target's words.
+// Changes the input in up to four places: by single bits and bytes, by pieces of itself and of
+// `other`, and by words of the target. Returns at most 65,536 bytes.
 std::string mutated(std::string input, std::string const& other, Target const& target,
                     std::mt19937& random);
 
-// ---- What targets share. ----
+// ---- Helpers of the targets. ----
 
-// The first `most` lines, plain text, of a bundled file; all of them without a number.
+// The first `most` lines of a plain or compressed file; all lines by default.
 std::vector<std::string> linesOf(std::filesystem::path const& file, std::size_t most = ~0u);
-// The bundled files whose name ends so.
+// The bundled example files whose names end with `ending`, sorted. Throws Finding if there is none.
 std::vector<std::filesystem::path> examples(std::string_view ending);
 
-// A file without a name, holding these bytes: fd() reads them from the start, path() opens it anew.
+// A file in memory with the given bytes.
 class MemoryFile final {
  public:
    explicit MemoryFile(std::string_view bytes);
@@ -68,8 +72,9 @@ class MemoryFile final {
    MemoryFile(MemoryFile const&) = delete;
    MemoryFile& operator=(MemoryFile const&) = delete;
 
-   // The caller closes it.
+   // A new file descriptor that reads from the start; the caller closes it.
    int fd() const;
+   // A path under which the file can be opened while this object lives.
    std::string path() const;
 
  private:

@@ -1,7 +1,7 @@
-// The string representations of values, as the type registry reads them, and the texts of addresses,
-// prefixes, routes and chip options.
+// The target `value`: the string representations of values, as the type registry parses them, and
+// the texts of addresses, prefixes, routes and chip options.
 //
-// An input's first line names the parser; an input without one is given to all of them.
+// The first line of an input names the parser. An input of one line is passed to all parsers.
 #include <arpa/inet.h>
 
 #include <algorithm>
@@ -18,8 +18,8 @@
 #include "Vel/VelAsyncMrouteKeys.h"
 #include "Vel/VelSyncMrouteKeys.h"
 #include "Wisp/Multicast/Fib/RpaIndex.h"
-#include "agent/RouteFields.h"
-#include "agent/RunCommand.h"
+#include "agent/input/RouteFields.h"
+#include "agent/switch/ChipOption.h"
 #include "fuzzing/Target.h"
 
 namespace Fuzz {
@@ -33,7 +33,8 @@ std::string textOf(T const& value) {
    return (std::ostringstream() << value).str();
 }
 
-// What is read is printed in a form that is read as the same, and errors say which type and where.
+// Parses the string representation of a T. A parsed value must be printed in a form that is parsed
+// as an equal value, and an error must name the type and the position.
 template <class T>
 void runStrep(std::string const& text) {
    T value;
@@ -43,54 +44,61 @@ void runStrep(std::string const& text) {
       require(error.message().starts_with("T: expected ") ||
                     error.message().find("not allowed") != std::string::npos ||
                     error.message().find("has bits set beyond") != std::string::npos,
-              "an odd reason: " + error.message());
+              "the error has an unexpected form: " + error.message());
       return;
    }
    std::string const printed = value.strep();
    T const again = Qor::parseStrep<T>("T", printed);
-   require(again == value, text + " is printed as " + printed + ", and read as another");
-   require(again.strep() == printed, printed + " is printed as " + again.strep());
+   require(again == value,
+           text + " is printed as " + printed + ", which is parsed as a different value");
+   require(again.strep() == printed, printed + " is parsed and printed as " + again.strep());
    if constexpr (std::is_constructible_v<T, std::string> && !requires { value.name(); }) {
-      require(T(printed) == value, printed + " constructs another");
+      require(T(printed) == value, printed + " constructs a different value");
    }
 }
 
+// The same, with the parser that the type registry has for a type.
 void runType(Qor::Type const& type, std::string const& text) {
    Generic value;
    try {
       value = type.parse(text);
    } catch (Qor::RangeException const& error) {
-      require(!error.message().empty(), "no reason");
+      require(!error.message().empty(), "the error has no text");
       return;
    }
-   require(type.parse(value.text()) == value,
-           type.name() + ": " + text + " is printed as " + value.text() + ", and read as another");
+   require(type.parse(value.text()) == value, type.name() + ": " + text + " is printed as " +
+                                                    value.text() +
+                                                    ", which is parsed as a different value");
 }
 
-// As the system's own parser reads it, but for the scope of an address.
+// An address must be accepted exactly if the parser of the system accepts it, with the same bytes.
+// Neither parser accepts a scope.
 void runAddress(std::string const& text) {
    bool const v6 = text.find(':') != std::string::npos;
    unsigned char bytes[16] = {};
    bool const expected = text.find('\0') == std::string::npos &&
                          inet_pton(v6 ? AF_INET6 : AF_INET, text.c_str(), bytes) == 1;
    auto const address = Lnet::IpGenAddr::parse(text);
-   require(address.has_value() == expected, text + (expected ? " is refused" : " is accepted"));
+   require(address.has_value() == expected, text + (expected ? " is rejected" : " is accepted"));
    if (!address) return;
    require(address->isV6() == v6 && std::memcmp(address->bytes().data(), bytes, 16) == 0,
-           text + " is read as " + textOf(*address));
-   // The shortest form, and nothing else, is what the system prints.
+           text + " is parsed as " + textOf(*address));
+   // The text that the system prints is parsed as the same address.
    char buffer[64];
    inet_ntop(v6 ? AF_INET6 : AF_INET, bytes, buffer, sizeof buffer);
-   require(Lnet::IpGenAddr::parse(buffer) == address, std::string(buffer) + " is another address");
-   require(Lnet::IpGenAddr::parse(textOf(*address)) == address, text + " is printed as another");
+   require(Lnet::IpGenAddr::parse(buffer) == address,
+           std::string(buffer) + " is parsed as a different address");
+   require(Lnet::IpGenAddr::parse(textOf(*address)) == address,
+           text + " is printed as a different address");
 }
 
 void runPrefix(std::string const& text) {
    auto const prefix = Lnet::IpGenPrefix::parse(text);
    if (!prefix) return;
-   require(Lnet::IpGenPrefix::parse(textOf(*prefix)) == prefix, text + " is printed as another");
+   require(Lnet::IpGenPrefix::parse(textOf(*prefix)) == prefix,
+           text + " is printed as a different prefix");
    require(Lnet::IpGenAddr::parse(text.substr(0, text.find('/'))) == prefix->address(),
-           text + " has another address");
+           text + " has a different address");
 }
 
 void runRoute(std::string const& text) {
@@ -99,13 +107,13 @@ void runRoute(std::string const& text) {
    std::string const group = comma < text.size() ? text.substr(comma + 1) : "";
    if (!Agent::routeKeyOf(text.substr(0, comma), group, key).empty()) return;
    using Key = Routing::Multicast::Fib::IpGenRouteKey;
-   require(Key(key.strep()) == key, key.strep() + " is another route");
+   require(Key(key.strep()) == key, key.strep() + " is parsed as a different route");
 }
 
 void runChip(std::string const& text) {
    Sim::ChipConfig chip;
    if (auto const wrong = Agent::parseChipOption(text, chip)) {
-      require(!wrong->empty(), "no reason");
+      require(!wrong->empty(), "the error has no text");
       return;
    }
    std::string const printed = "groups=" + std::to_string(chip.groups) +
@@ -113,10 +121,10 @@ void runChip(std::string const& text) {
                                ",boundaries=" + std::to_string(chip.boundaries) +
                                ",latency=" + Qor::realStrep(chip.latency);
    Sim::ChipConfig again;
-   require(!Agent::parseChipOption(printed, again), printed + " is refused");
+   require(!Agent::parseChipOption(printed, again), printed + " is rejected");
    require(again.groups == chip.groups && again.routes == chip.routes &&
                  again.boundaries == chip.boundaries && again.latency == chip.latency,
-           text + " is read as " + printed);
+           text + " is parsed as " + printed);
 }
 
 constexpr std::pair<char const*, void (*)(std::string const&)> texts[] = {
@@ -158,7 +166,7 @@ void runValue(std::string_view input) {
    }
 }
 
-// String representations of some values of each parser.
+// Adds the string representations of values of one parser.
 template <class T>
 void addStreps(std::vector<std::string>& seeds, char const* name, std::initializer_list<T> values) {
    for (T const& value : values)

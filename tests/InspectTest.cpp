@@ -4,8 +4,8 @@
 #include <regex>
 
 #include "InspectedScenario.h"
-#include "agent/Inspector.h"
-#include "agent/RouteFields.h"
+#include "agent/input/RouteFields.h"
+#include "agent/inspect/Inspector.h"
 
 namespace Agent {
 namespace {

@@ -6,10 +6,10 @@
 #include <vector>
 
 #include "Qor/Assert.h"
-#include "agent/InspectedRun.h"
-#include "agent/ScenarioParser.h"
-#include "agent/ScenarioPlayer.h"
-#include "agent/SimulatedTarget.h"
+#include "agent/inspect/InspectedRun.h"
+#include "agent/scenario/ScenarioParser.h"
+#include "agent/scenario/ScenarioPlayer.h"
+#include "agent/scenario/SimulatedTarget.h"
 
 namespace Agent {
 

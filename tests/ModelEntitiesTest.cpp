@@ -1,4 +1,4 @@
-// The entities of the model: what they tell, when, and in which state they are when they tell it.
+// The entities of the model: their notifications, and the state that a notifiee finds.
 #include <algorithm>
 
 #include "IntfVlanId/Table.h"
@@ -19,7 +19,7 @@ using Vel::VrfId;
 
 // ---- Hardware status of multicast forwarding. ----
 
-TEST(ModelEntities, TheRouteCountIsRightWheneverAnybodyIsTold) {
+TEST(ModelEntities, RouteCountIncludesTheNotifiedChange) {
    auto const status = Qor::make<Hardware::Status>();
    struct Watch final : Hardware::VrfStatus::Notifiee {
       explicit Watch(Hardware::Status const* s) : status(s) {}
@@ -33,7 +33,7 @@ TEST(ModelEntities, TheRouteCountIsRightWheneverAnybodyIsTold) {
    EXPECT_EQ(status->vrfStatusIs(VrfName("red")), red);
    watch.notifierIs(red);
    auto const one = red->routeIs(key(1));
-   EXPECT_EQ(red->routeIs(key(1)), one);  // there already: neither counted nor told
+   EXPECT_EQ(red->routeIs(key(1)), one);  // present: neither counted nor notified
    red->routeIs(key(2));
    blue->routeIs(key(1));
    red->routeDel(key(9));
@@ -43,7 +43,7 @@ TEST(ModelEntities, TheRouteCountIsRightWheneverAnybodyIsTold) {
    red->routeDelAll();
    EXPECT_EQ(watch.counts, (std::vector<Qor::U32>{1, 2, 2, 1, 2, 101}));
 
-   // A VRF that has been let go counts no more, whoever still holds it and whatever becomes of it.
+   // The routes of a removed VRF are not counted, though a holder of the VRF adds more.
    red->routeIs(key(4));
    EXPECT_EQ(status->routes(), 2u);
    status->vrfStatusDel(VrfName("red"));
@@ -52,12 +52,12 @@ TEST(ModelEntities, TheRouteCountIsRightWheneverAnybodyIsTold) {
    status->vrfStatusDel(status->vrfStatus().begin());  // blue
    EXPECT_EQ(status->routes(), 0u);
    auto const orphan = Qor::make<Hardware::Status>()->vrfStatusIs(VrfName("red"));
-   orphan->routeIs(key(7));  // and may even outlive the status
+   orphan->routeIs(key(7));  // the VRF outlives the status
 }
 
 // ---- Two-way maps. ----
 
-TEST(ModelEntities, InterfacesAndVlansAreInStepWheneverAnybodyIsTold) {
+TEST(ModelEntities, InterfacesAndVlansAgreeInEachNotification) {
    auto const table = Qor::make<IntfVlanId::Table>();
    struct Watch final : IntfVlanId::Table::Notifiee {
       void check() {
@@ -82,7 +82,7 @@ TEST(ModelEntities, InterfacesAndVlansAreInStepWheneverAnybodyIsTold) {
    table->intfIdToVlanIdIs(IntfId("rtr1"), VlanId(5));
    table->intfIdToVlanIdIs(IntfId("rtr2"), VlanId(6));
    watch.told.clear();
-   table->intfIdToVlanIdIs(IntfId("rtr1"), VlanId(6));  // takes it from rtr2, and leaves its own
+   table->intfIdToVlanIdIs(IntfId("rtr1"), VlanId(6));  // rtr2 loses vlan 6, vlan 5 its interface
    std::sort(watch.told.begin(), watch.told.end());
    EXPECT_EQ(watch.told, (Lines{"5 ", "6 rtr1", "rtr1 6", "rtr2 0"}));
    EXPECT_EQ(table->intfIdToVlanId().size(), 1u);
@@ -116,7 +116,7 @@ TEST(ModelEntities, ATwoWayTableIsChangedFromEitherSide) {
    EXPECT_THROW(table->vlanIdToIntfIdIs(VlanId(1), IntfId()), Qor::RangeException);
 }
 
-TEST(ModelEntities, AHandlerMayDestroyATwoWayTableWhileItTells) {
+TEST(ModelEntities, AHandlerMayDestroyTheTwoWayTableThatNotifiesIt) {
    using Act = void (*)(IntfVlanId::Table&);
    for (Act const act : {Act([](auto& t) { t.intfIdToVlanIdIs(IntfId("rtr2"), VlanId(5)); }),
                          Act([](auto& t) { t.intfIdToVlanIdDel(IntfId("rtr1")); }),
@@ -137,7 +137,7 @@ TEST(ModelEntities, AHandlerMayDestroyATwoWayTableWhileItTells) {
 
 // ---- VRFs and configuration. ----
 
-TEST(ModelEntities, AVrfOfTheHardwareKeepsItsNumber) {
+TEST(ModelEntities, APresentVrfOfTheHardwareKeepsItsNumber) {
    auto const status = Qor::make<Routing::Hardware::RouteStatus>();
    auto const red = status->newVrfStatus(VrfName("red"), VrfId(3));
    EXPECT_EQ(status->newVrfStatus(VrfName("red"), VrfId(3)), red);
@@ -149,7 +149,7 @@ TEST(ModelEntities, AVrfOfTheHardwareKeepsItsNumber) {
    EXPECT_EQ(status->newVrfStatus(VrfName("red"), VrfId(4))->vrfId(), VrfId(4));
 }
 
-TEST(ModelEntities, ThePollingIntervalIsRefusedOutsideItsRangeAndThenStaysAsItWas) {
+TEST(ModelEntities, APollingIntervalOutOfRangeIsAnErrorAndChangesNothing) {
    auto const config = Qor::make<VrfConfig>();
    EXPECT_EQ(config->activityPollingInterval(), 60);
    for (Qor::U64 const bad : {Qor::U64{0}, Qor::U64{256}, Qor::U64{0x100000001}}) {

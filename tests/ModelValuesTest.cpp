@@ -1,4 +1,5 @@
-// The value types of the model: ranges with their texts, string forms, orders and hashes.
+// The value types of the model: ranges with the texts of their errors, string representations,
+// orders and hashes.
 #include <algorithm>
 #include <cstring>
 #include <set>
@@ -33,7 +34,7 @@ Lines words(std::string const& text) {
    return {std::istream_iterator<std::string>(in), {}};
 }
 
-TEST(ModelValues, VlansAndVrfNamesRefuseWhatIsOutOfRangeAndNarrowNothing) {
+TEST(ModelValues, VlansAndVrfNamesOutOfRangeAreErrorsAndNeverNarrowed) {
    std::string const vlan = "VlanId::value < 1 or > 4094 not allowed";
    std::string const orNone = "VlanIdOrNone::value > 4094 not allowed";
    for (Qor::U64 const bad : {Qor::U64{4095}, Qor::U64{65537}, Qor::U64{0x100000001}}) {
@@ -49,14 +50,14 @@ TEST(ModelValues, VlansAndVrfNamesRefuseWhatIsOutOfRangeAndNarrowNothing) {
    EXPECT_EQ(errorText([] { VrfName(std::string(101, 'v')); }), "VrfName::bytes > 100 not allowed");
 }
 
-TEST(ModelValues, AddressesAreReadStrictlyAndPrintedInOneForm) {
+TEST(ModelValues, AddressesParseStrictlyAndPrintInOneForm) {
    std::pair<char const*, char const*> const good[] = {
          {"0.0.0.0", "0.0.0.0"},
          {"::", "::"},
          {"FF0E::DB8:0:7", "ff0e::db8:0:7"},
-         {"::2:3:4:5:6:7:8", "0:2:3:4:5:6:7:8"},  // a lone zero group is written out
-         {"1:0:0:4:0:0:0:8", "1:0:0:4::8"},       // the longest run
-         {"1:0:0:4:5:0:0:8", "1::4:5:0:0:8"},     // the first of equal runs
+         {"::2:3:4:5:6:7:8", "0:2:3:4:5:6:7:8"},  // a single zero group is printed
+         {"1:0:0:4:0:0:0:8", "1:0:0:4::8"},       // "::" is the longest run of zero groups
+         {"1:0:0:4:5:0:0:8", "1::4:5:0:0:8"},     // "::" is the first of two equal runs
          {"::FFFF:a00:2", "::ffff:10.0.0.2"},
          {"1:2:3:4:5:6:1.2.3.4", "1:2:3:4:5:6:102:304"},
    };
@@ -76,7 +77,7 @@ TEST(ModelValues, AddressesAreReadStrictlyAndPrintedInOneForm) {
    EXPECT_FALSE(IpGenAddr::parse(std::string_view("1.2.3.4\0", 8)));
 }
 
-TEST(ModelValues, PrefixesRefuseBitsBeyondTheirLengthAndContainTheirRange) {
+TEST(ModelValues, PrefixesHaveNoBitsBeyondTheirLengthAndContainTheirRange) {
    EXPECT_EQ(errorText([] { IpGenPrefix(addr("::"), 384); }),
              "IpGenPrefix::length > 128 not allowed");
    EXPECT_EQ(errorText([] { IpGenPrefix(addr("10.0.0.1"), 31); }),
@@ -92,7 +93,7 @@ TEST(ModelValues, PrefixesRefuseBitsBeyondTheirLengthAndContainTheirRange) {
    EXPECT_FALSE(IpGenPrefix().contains(IpGenAddr()));
 }
 
-TEST(ModelValues, RouteKeysTellTheirKindAndPrintAsOneExpects) {
+TEST(ModelValues, RouteKeysHaveTheirKindTypeAndPrettyForm) {
    std::tuple<IpGenRouteKey, unsigned, RouteKeyType, char const*> const table[] = {
          {key("10.0.0.2", "239.10.0.7"), 3, RouteKeyType::routed, "(10.0.0.2, 239.10.0.7)"},
          {key("::/0", "ff0e::7"), 4, RouteKeyType::routed, "(*, ff0e::7)"},
@@ -130,8 +131,8 @@ TEST(ModelValues, RouteKeysOrderAsTheirRawBytes) {
    EXPECT_EQ(hashes.size(), keys.size());
 }
 
-TEST(ModelValues, InterfacesOrderByNameWithNumbersWhateverWasSeenFirst) {
-   // Leading zeros alone decide last, and then as text.
+TEST(ModelValues, InterfacesOrderByNameWithNumbersAndNotByFirstUse) {
+   // Leading zeros decide only between names that are equal otherwise, and then as text.
    Lines ascending =
          words("eth0 rtr rtr01 rtr1 rtr1.5 rtr2 rtr2/3 rtr2/10 rtr10 rtr99999999999999999999 "
                "rtr100000000000000000000 rtra");
@@ -151,7 +152,7 @@ TEST(ModelValues, InterfacesOrderByNameWithNumbersWhateverWasSeenFirst) {
    EXPECT_TRUE(IntfId().isNull() && IntfId("").isNull());
 }
 
-TEST(ModelValues, PortVlanSetsAreMapsWhoseHashAndFormDoNotDependOnInsertion) {
+TEST(ModelValues, PortVlanSetsHashAndPrintAlikeForEachOrderOfInsertion) {
    std::vector<PortVlan> members{pv("rtr3", 1007), pv("rtr4"), pv("rtr4", 1008), pv("rtr10", 5)};
    PortVlanSet first(RouteKeyType::routed);
    for (auto const& m : members)
@@ -166,15 +167,15 @@ TEST(ModelValues, PortVlanSetsAreMapsWhoseHashAndFormDoNotDependOnInsertion) {
       other.portVlanDelAll();
       for (auto const& m : members)
          other.newPortVlan(m, false);
-      other.portVlanDel(pv("rtr6"));  // none of them
+      other.portVlanDel(pv("rtr6"));  // not a member
       EXPECT_NE(other, first);
-      EXPECT_NE(other.hash(), first.hash());  // the saved one is not its own any more
+      EXPECT_NE(other.hash(), first.hash());  // the copied hash was dropped
       for (auto const& m : members)
-         other.newPortVlan(m, true);  // sets the flag of the member that is there
+         other.newPortVlan(m, true);  // sets the flag of the present member
       EXPECT_EQ(other, first);
       EXPECT_EQ(other.hash(), first.hash());
    } while (std::next_permutation(members.begin(), members.end()));
-   // What is left of a set that was moved from is another set, with a hash of its own.
+   // A set that was moved from is another set, with a hash of its own.
    PortVlanSet moved = std::move(first);
    EXPECT_FALSE(first.hashSaved());
    EXPECT_NE(first.hash(), moved.hash());
@@ -182,8 +183,8 @@ TEST(ModelValues, PortVlanSetsAreMapsWhoseHashAndFormDoNotDependOnInsertion) {
    EXPECT_TRUE(first.hashSaved() && !moved.hashSaved());
 }
 
-// Writes the value's string form, reads it back by both ways, and sees that every proper beginning
-// of it and everything behind it is refused with the type's name.
+// Checks the value's string representation, that both parsers return the value for it, and that an
+// error with the type's name is raised for each proper prefix of it and for text around it.
 template <class T>
 void expectStrep(T const& value, std::string const& expected, char const* type) {
    std::string const strep = Qor::valueToStrep(value);
@@ -203,7 +204,7 @@ void expectStrep(T const& value, std::string const& expected, char const* type) 
    }
 }
 
-TEST(ModelValues, StringFormsReadBackAndGarbageIsRefused) {
+TEST(ModelValues, StringRepresentationsParseToTheValueAndMalformedTextsAreErrors) {
    std::string const keyText =
          "Value('Routing::Multicast::Fib::IpGenRouteKey', ** "
          "{'source': '10.0.0.2', 'group': '239.10.0.7'})";
@@ -230,7 +231,7 @@ TEST(ModelValues, StringFormsReadBackAndGarbageIsRefused) {
                      "'currentIif': '', 'toCpu': False})",
                "PortVlanSet");
 
-   // Well formed, but not a value of the type.
+   // The text is well formed, but its source and group are of two families.
    std::string mixed = keyText;
    mixed.replace(mixed.find("239.10.0.7"), 10, "ff0e::7");
    EXPECT_EQ(errorText([&] { IpGenRouteKey{mixed}; }),

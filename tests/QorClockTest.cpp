@@ -28,7 +28,7 @@ class Alarm final : public Clock::Notifiee {
    void at(Seconds time) { clock->timeMinIs(time); }
 
    Ptr<Clock> clock;
-   std::function<void()> ring;  // what it does when it fires; nothing leaves it to be asked again
+   std::function<void()> ring;  // called when the clock fires; without it the clock fires again
 
  private:
    String& rung_;
@@ -63,7 +63,7 @@ TEST_F(QorClock, EachAssignmentArmsAndInfinityDisarms) {
    EXPECT_EQ(rungUntil(300), "");
    a.at(-never);
    EXPECT_EQ(rungUntil(300), "a");
-   EXPECT_EQ(Qor::now(), 300) << "time does not go back";
+   EXPECT_EQ(Qor::now(), 300) << "a deadline in the past does not turn time back";
 }
 
 TEST_F(QorClock, ClocksDueTogetherFireInTheOrderOfTheirTimesAndOfArming) {
@@ -76,12 +76,12 @@ TEST_F(QorClock, ClocksDueTogetherFireInTheOrderOfTheirTimesAndOfArming) {
    EXPECT_EQ(rungInTurn(), "acb");
 }
 
-TEST_F(QorClock, UnansweredFiringIsRepeatedAfterTheGapUntilSomebodyAssigns) {
+TEST_F(QorClock, ClockFiresAgainAfterTheGapUntilACallerAssignsItsTime) {
    a.at(1);
    EXPECT_EQ(rungUntil(1.025), "aaa");
    EXPECT_EQ(a.clock->timeMin(), 1) << "a fired clock still reads as armed";
    EXPECT_DOUBLE_EQ(time_->nextDeadline(), 1.03);
-   a.ring = [&] { time_->advance(0.5); };  // the gap runs from the end of the handler
+   a.ring = [&] { time_->advance(0.5); };  // the gap begins at the end of the handler
    EXPECT_EQ(rungUntil(2.0), "aa");
    EXPECT_DOUBLE_EQ(time_->nextDeadline(), 1.03 + 0.5 + 0.01 + 0.5 + 0.01);
    a.at(3);
@@ -90,9 +90,9 @@ TEST_F(QorClock, UnansweredFiringIsRepeatedAfterTheGapUntilSomebodyAssigns) {
    EXPECT_DOUBLE_EQ(time_->nextDeadline(), 3.01);
 }
 
-TEST_F(QorClock, TurnFiresEachDueClockOnceWhateverIsDoneToTheOthersMeanwhile) {
-   // What a does, as the first of three clocks that are due; what rings in this turn, and in one a
-   // little later.
+TEST_F(QorClock, TurnFiresEachDueClockOnceThoughAHandlerRearmsOrDestroysAnother) {
+   // The handler of the first of three due clocks; the clocks that fire in this turn; those that
+   // fire in a turn a little later.
    std::tuple<std::function<void()>, char const*, char const*> const disturbances[] = {
          {[] {}, "abc", "abc"},
          {[&] { a.at(1); }, "abc", "abc"},
@@ -115,7 +115,7 @@ TEST_F(QorClock, TurnFiresEachDueClockOnceWhateverIsDoneToTheOthersMeanwhile) {
    }
 }
 
-TEST_F(QorClock, ClockThatSpinsAtOneInstantIsNamedByAnAssertion) {
+TEST_F(QorClock, AnAssertionNamesAClockThatFiresForEverAtOneInstant) {
    Qor::U32 firings = 0;
    a.ring = [&] { a.at(++firings % Clock::maxFiringsAtOneInstant ? Qor::now() : Qor::now() + 1); };
    a.at(1);
@@ -125,7 +125,7 @@ TEST_F(QorClock, ClockThatSpinsAtOneInstantIsNamedByAnAssertion) {
    EXPECT_DEATH(time_->runUntil(4), "Assertion `clock \"a\" fires within the bound");
 }
 
-TEST_F(QorClock, HandlerMayLetGoOfItsClockAndOfTheManager) {
+TEST_F(QorClock, HandlerMayReleaseItsClockAndTheManager) {
    auto own = Qor::make<ActivityManager>(ActivityManager::TimeBase::virtualTime);
    Qor::activityManagerIs(own);
    a.clock = Qor::make<Clock>("a");

@@ -1,4 +1,4 @@
-// The framework's maps against std::map, with keys that collide and values that own memory.
+// The framework's maps compared with std::map, with keys that collide and values that own memory.
 #include <gtest/gtest.h>
 
 #include <functional>
@@ -23,7 +23,7 @@ struct CollidingKey {
    auto operator<=>(CollidingKey const&) const = default;
 };
 
-// As a handle is.
+// A key with a number, as a handle is.
 struct Number {
    U32 number;
    U32 value() const { return number; }
@@ -38,7 +38,7 @@ U32 numberOf(K const& key) {
    return key.number;
 }
 
-// Owns memory and has no default value, so that a leak or a copy of a dead value is seen.
+// Owns memory and has no default value, so that the sanitizer reports a leaked or a dead value.
 struct Owning {
    explicit Owning(U32 n) : number(std::make_unique<U32>(n)) {}
    std::unique_ptr<U32> number;
@@ -58,7 +58,7 @@ TYPED_TEST(QorMap, AgreesWithAPlainMapThroughRandomOperations) {
    TypeParam map;
    std::map<U32, std::pair<U32, typename TypeParam::Entry*>> expected;
    for (int step = 0; step < (collides ? 6'000 : 60'000); ++step) {
-      // Grows to the whole range of keys, and shrinks to nothing, by turns.
+      // The map grows to the whole range of keys and shrinks to nothing, in turns.
       U32 const range = collides ? 150 : 5'000, number = pick(range);
       bool const grows = step / (collides ? 600 : 10'000) % 2 == 0;
       auto const known = expected.find(number);
@@ -104,7 +104,7 @@ struct Member : Qor::RefCounted {
    std::function<void()> onZero;
 };
 
-// Letting go of a key or a value runs handlers, and a handler looks at the map it has left.
+// The destructors of a key and a value run handlers, which look at the map without the entry.
 template <class Map>
 void showEmptyMapToTheLeaving() {
    Map map;
@@ -118,12 +118,12 @@ void showEmptyMapToTheLeaving() {
    EXPECT_EQ(left, 4);
 }
 
-TEST(QorMaps, ShowHandlersOfALeavingEntryTheMapWithoutIt) {
+TEST(QorMaps, HandlersOfAnErasedEntryFindTheMapWithoutIt) {
    showEmptyMapToTheLeaving<Qor::HashMap<Qor::Ptr<Member>, Qor::Ptr<Member>>>();
    showEmptyMapToTheLeaving<Qor::OrderedMap<Qor::Ptr<Member>, Qor::Ptr<Member>>>();
 }
 
-// Keys that lie side by side, and keys with the whole range of numbers between them.
+// With adjacent keys, and with keys spread over the whole range of numbers.
 template <class Map>
 void isOrderedAndResumesBehindAKey() {
    for (U32 const step : {2u, 400'000'000u}) {
@@ -145,7 +145,7 @@ void isOrderedAndResumesBehindAKey() {
    }
 }
 
-TEST(QorMaps, AreOrderedAndResumeBehindAKey) {
+TEST(QorMaps, OrderedMapsIterateInKeyOrderAndResumeBehindAKey) {
    isOrderedAndResumesBehindAKey<Qor::OrderedMap<U64, U32>>();
    isOrderedAndResumesBehindAKey<Qor::NumberMap<Number, U32>>();
 }

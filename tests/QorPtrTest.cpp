@@ -75,7 +75,7 @@ concept MadeByNew = requires {
 };
 static_assert(!MadeByNew<Object> && !MadeByNew<MrouteLib::MrouteTableColl>);
 
-// Refers to itself while it is made, as what it calls may, and keeps a reference where it is told to.
+// Refers to itself during its construction, as hooks do that it calls; on request it keeps a reference.
 class Referred final : public Object {
  public:
    explicit Referred(Ptr<Referred>* keep, bool fails = false) {

@@ -1,5 +1,5 @@
-// The maps behind the programmers' tables, against std::map: the queue of zombies, and the pair of
-// maps that keep what they share once.
+// The maps behind the programmers' tables, compared with std::map: the queue of zombies, and the
+// two maps that share their pairs.
 #include <gtest/gtest.h>
 
 #include <iterator>
@@ -20,14 +20,14 @@ struct Moment {
    auto operator<=>(Moment const&) const = default;
 };
 
-// Knows where its entry is.
+// Stores the slot number of its entry.
 struct Waiting {
    explicit Waiting(U32 n) : number(n) {}
    void queuePlaceIs(U32 p) { place = p; }
    U32 number, place = 0;
 };
 
-TEST(QorQueueMap, AgreesWithAPlainMapHoweverMuchComesOutOfOrder) {
+TEST(QorQueueMap, AgreesWithAPlainMapForKeysInAndOutOfOrder) {
    for (U32 const disorder : {0u, 3u, 400u}) {
       std::mt19937 random(disorder + 1);
       auto const pick = [&](U32 n) { return static_cast<U32>(random() % n); };
@@ -48,7 +48,7 @@ TEST(QorQueueMap, AgreesWithAPlainMapHoweverMuchComesOutOfOrder) {
             auto const value = std::make_shared<Waiting>(step);
             ASSERT_EQ(map.insert({time}, value).second, expected.emplace(time, value).second);
          } else if (!expected.empty()) {
-            // The first, one that says where it is, one that is there, or any.
+            // The first key, a key with its slot number, a present key, or any key.
             U32 const way = pick(4);
             auto at = expected.begin();
             if (way != 0) std::advance(at, pick(static_cast<U32>(expected.size())));
@@ -80,8 +80,8 @@ struct Handle {
    bool operator==(Handle const&) const = default;
 };
 
-// Each map changes for itself, by turns in step with the other and at odds with it.
-TEST(QorPairTable, HoldsTwoMapsThatAgreeWithPlainOnes) {
+// The maps change independently: sometimes they hold the same pairs, sometimes different ones.
+TEST(QorPairTable, BothMapsAgreeWithPlainMaps) {
    std::mt19937 random(5);
    auto const pick = [&](U32 n) { return static_cast<U32>(random() % n); };
    using Table = Qor::PairTable<Moment, Handle>;

@@ -210,7 +210,7 @@ Generic owner(TypeRegistry const& t, std::string const& type) {
    return Qor::construct("MrouteSmIs", {none, t.l3Status, none, none, none, t.syncHelper, none});
 }
 
-// A member of each of their collections: its key, and what <collection>Is takes.
+// A member of each of their collections: its key, and the arguments of <collection>Is.
 struct Member {
    char const* collection;
    Generic key;

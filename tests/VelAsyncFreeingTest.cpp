@@ -1,6 +1,7 @@
 // Freeing records: what becomes of them, zombies, and the end of the switch.
 #include <functional>
 
+#include "Qor/Type.h"
 #include "VelAsyncTestSupport.h"
 
 namespace velAsync {
@@ -89,6 +90,23 @@ TEST_F(VelAsyncFreeing, TheFirstMatchingRowDecides) {
          expectLines("2 MrouteSwitch deletion, skipping delayed deletion");
       }
       begin();
+   }
+}
+
+// A follower does not keep a record from being freed, and is notified while that goes on.
+TEST_F(VelAsyncFreeing, AFollowerNeitherShiftsAZombiesTimeNorHasAResurrectedRecordWait) {
+   for (bool const resurrects : {false, true}) {
+      OifSetPtr const set = oifSet();
+      RecordPtr record = allocateUsed(set), resurrected;
+      Qor::Following const follower(Qor::toGeneric(record), [&](Qor::Change const& change) {
+         if (change.member == "usedInHw") time_->advance(1);
+         if (change.member == "zombie" && resurrects && !resurrected) resurrected = allocate(set);
+      });
+      record = nullptr;
+      EXPECT_EQ(sw_->zombieOifSet(ZombieKey(100, 3.0)) != nullptr, !resurrects);
+      EXPECT_EQ(sw_->inUseRecord(set)->zombie().isZombie(), !resurrects);
+      EXPECT_EQ(sw_->zombieOifSet().size(), resurrects ? 0u : 1u);
+      sw_->zombieOifSetDelAll();
    }
 }
 

@@ -309,8 +309,25 @@ TEST_F(AsyncSmLife, CounterSettingsReachThePlatformFromConstructionOn) {
    sm_ = inputs_.sm(switch_);
    inputs_.mfibConfig->counterModeIs(Fib::CounterMode::packets);
    inputs_.mfibConfig->allCounterIs(true);
-   EXPECT_EQ(hooks, (Lines{"handleMrouteCounterMode", "handleWildcardCounter",
-                           "handleMrouteCounterMode", "handleWildcardCounter"}));
+   Lines const both{"handleMrouteCounterMode", "handleWildcardCounter"};
+   Lines const twice{both[0], both[1], both[0], both[1]};
+   EXPECT_EQ(std::exchange(hooks, {}), twice);
+   auto const other = Qor::make<Fib::VrfConfig>();
+   for (auto const& config : {inputs_.mfibConfig, other, {}, other})
+      sm_->mfibConfigIs(config);
+   EXPECT_EQ(hooks, twice);  // for each configuration that takes the place of another or of none
+}
+
+TEST_F(AsyncSmLife, MayEndInTheHooksThatAConfigurationIsHandedTo) {
+   for (char const* last : {"handleMrouteCounterMode", "handleWildcardCounter"}) {
+      sm_ = inputs_.sm(switch_);
+      onHook_ = [&](std::string_view hook) {
+         if (hook == last) sm_ = nullptr;
+      };
+      sm_->mfibConfigIs(Qor::make<Fib::VrfConfig>());
+      EXPECT_FALSE(sm_);
+      onHook_ = nullptr;
+   }
 }
 
 using AsyncSmLifeDeathTest = AsyncSmLife;

@@ -153,6 +153,16 @@ TEST_F(TopSm, RoutesWhileAVrfIsEnabledAndTheHardwareRoutesAndActsOnChangesAlone)
    hw_->hwRoutingIs(true);
    EXPECT_TRUE(hooks_->take().ends_with(", handleMulticastRouting 0"));
    EXPECT_FALSE(l3_->multicastRoutingEnabled());
+   EXPECT_EQ(sm_->abandonedDecisions(), 0u);
+   // One that undoes each decision does not keep the reactor for ever.
+   hooks_->onHook = [&](std::string const& hook) {
+      if (hook.starts_with("handle")) hw_->hwRoutingIs(hook == "handleMulticastRouting 0");
+   };
+   testSupport::Journal journal("VelSyncMrouteSm");
+   hw_->hwRoutingIs(true);
+   EXPECT_TRUE(journal.text().ends_with(
+         "0 decideRouting Multicast routing is left disabled, overturned 8 times\n"));
+   EXPECT_EQ(sm_->abandonedDecisions(), 1u);
 }
 
 TEST_F(TopSm, PollsActiveCountersOnceEachPerIntervalWhileSomebodyLooks) {
@@ -203,16 +213,67 @@ TEST_F(TopSm, AFullTableLetsTheLongestIdleCounterGoAndRefusesWhenThereIsNone) {
    EXPECT_EQ(hooks_->take(), "ageOut 2");
    sm_->updateMfibCounter(key(1), unchanged, false);
    EXPECT_EQ(counters(), "3=3 1=1-");
+   // Below a limit that was lowered, one goes for one that comes.
    ctl_->limitIs(1);
    sm_->updateMfibCounter(key(4), 4, true);
-   EXPECT_EQ(counters(), "4=4");
-   EXPECT_EQ(hooks_->take(), "ageOut 3, ageOut 1");
-   ctl_->limitIs(0);
+   EXPECT_EQ(counters(), "1=1- 4=4");
+   EXPECT_EQ(hooks_->take(), "ageOut 3");
+   // A listener that puts back what goes for another keeps its place.
+   OnCounter keeper([&](IpGenRouteKey const& k) {
+      if (!status_->counter().find(k) && k == key(1)) sm_->updateMfibCounter(k, 9, true);
+   });
+   keeper.notifierIs(status_.get());
+   ctl_->limitIs(2);
+   sm_->updateMfibCounter(key(5), 5, true);
+   EXPECT_EQ(counters(), "1=9 4=4");
+   EXPECT_EQ(hooks_->take(), "ageOut 1");
+   keeper.notifierIs(nullptr);
+   sm_->removeMfibCounter(key(1));
    sm_->removeMfibCounter(key(4));
+   ctl_->limitIs(0);
    config_->allCounterIs(true);
    EXPECT_EQ(hooks_->take(), "create 0 wildcard, delete wildcard");
    sm_->setMfibCounterActive(key(4), true);
    EXPECT_EQ(counters(), "");
+}
+
+// The published entry is what a counter's value is taken from, whose ever it is.
+TEST_F(TopSm, APublishedEntryWithATimeStampIsTheStoredValue) {
+   start();
+   run(0.1);
+   status_->counterIs(key(1), {70, 0.05, false});
+   status_->counterIs(key(2), {80, 0, false});
+   ctl_->currSizeInc();
+   ctl_->limitIs(1);
+   sm_->updateMfibCounter(key(1), unchanged, true);  // listed already: no room is made for it
+   ctl_->limitIs(9);
+   ctl_->currSizeDec();
+   sm_->updateMfibCounter(key(2), unchanged, true);
+   EXPECT_EQ(counters(), "1=70 2=0");
+   status_->counterIs(key(2), {500, 0.1, true});
+   hooks_->traffic = {{key(2), 3}};
+   run(2);
+   EXPECT_EQ(counters(), "1=70 2=503");
+}
+
+TEST_F(TopSm, AWildcardCounterThatIsRefusedAtTheStartIsAskedForOnce) {
+   config_->allCounterIs(true);
+   hooks_->createRefused = true;
+   enabled_->vrfIs(L3::VrfName("default"));
+   hw_->hwRoutingIs(true);
+   make();
+   EXPECT_EQ(hooks_->take(),
+             "mrouteInit 1, handleMulticastRouting 1, mode disabled, create 0 wildcard");
+   // A change that is made meanwhile asks again.
+   bool changed = false;
+   hooks_->onHook = [&](std::string const& hook) {
+      if (!hook.starts_with("create") || std::exchange(changed, true)) return;
+      config_->allCounterIs(false);
+      config_->allCounterIs(true);
+   };
+   sm_ = nullptr;
+   make();
+   EXPECT_TRUE(hooks_->take().ends_with("create 0 wildcard, create 0 wildcard"));
 }
 
 TEST_F(TopSm, CountersFollowTheConfigurationInWhateverOrderItIsMade) {

@@ -331,7 +331,7 @@ TEST_F(SyncSm, TheReactorAndTheSwitchMayGoInAnyHookAndAnyNotification) {
    EXPECT_GT(life.lives(), 60);
 }
 
-// What the reactor has parted from is as it was, until it is given back.
+// The reactor changes nothing of the switch until it has the switch again.
 TEST_F(SyncSm, ASwitchThatIsTakenAwayIsLeftAsItIs) {
    program(1, set(2, 1, 3));
    switch_->doDeleteRoute(program(2, set(4)));
@@ -483,21 +483,31 @@ TEST_F(SyncSm, ABusyHitBitCacheIsAskedAgainThoughNoRouteChanges) {
    EXPECT_DOUBLE_EQ(aging(), 120.02);
 }
 
-TEST_F(SyncSm, AReviewThatLosesItsGroundEndsWithTheClockDisarmed) {
-   std::function<void()> const losses[] = {
-         [&] { sm_->mfibConfigDel(); },
-         [&] {
-            while (!switch_->route().empty())
-               switch_->doDeleteRoute(switch_->route().begin()->first);
-         }};
-   for (auto const& loss : losses) {
-      SCOPED_TRACE(&loss - losses);
-      build();
-      program(1, set(2));
-      program(2, set(2));
-      onHook_ = {"mrouteHitBit", loss};
-      time_->runUntil(aging());
-      EXPECT_EQ(aging(), Qor::never);
+TEST_F(SyncSm, AReviewThatLosesItsGroundInAnyHookEndsWithTheClockDisarmed) {
+   struct Case {
+      std::function<void()> loss;
+      unsigned ends;  // of the review, counted because hardware routing is off
+   };
+   Case const cases[] = {{[&] { sm_->mfibConfigDel(); }, 0},
+                         {[&] {
+                             while (!switch_->route().empty())
+                                switch_->doDeleteRoute(switch_->route().begin()->first);
+                          },
+                          1}};
+   for (Case const& c : cases) {
+      for (char const* hook : {"mrouteHitBitCacheRefresh", "mrouteHitBit", "doCommitMrouteBatch",
+                               "mrouteHitBitCacheClear"}) {
+         SCOPED_TRACE(cat(&c - cases, ' ', hook));
+         build();
+         in_.mfibHwStatus->hwRoutingIs(false);
+         program(1, set(2));
+         program(2, set(2));
+         onHook_ = {hook, c.loss};
+         time_->runUntil(aging());
+         EXPECT_EQ(aging(), Qor::never);
+         requestReview();
+         EXPECT_EQ(in_.l3Status->waitForRoutingDisabledRefCnt(), c.ends);
+      }
    }
 }
 
@@ -529,6 +539,7 @@ class SyncSmSlices : public SyncSm {
 TEST_F(SyncSmSlices, EachRouteIsReviewedOnceInSlicesWithinTheirTime) {
    firstSlice();
    time_->runUntil(aging());
+   EXPECT_EQ(journal_.like("6 Current"), Lines{cat("6 Current routeIter: ", key(4))});
    EXPECT_EQ(reviewed(), (Lines{review(4), review(5), review(6)}));
    time_->runUntil(aging());
    EXPECT_EQ(asked(), 8u);
@@ -581,6 +592,8 @@ TEST_F(SyncSmSlices, AReviewGoesOnBehindItsPlaceWhateverChanged) {
       c.change();
       journal_.take();
       time_->runUntil(aging());
+      Lines const current = journal_.like("6 Current");
+      EXPECT_TRUE(current.empty() || current[0] == cat("6 Current routeIter: ", key(c.next)));
       ASSERT_FALSE(reviewed().empty());
       EXPECT_EQ(reviewed().front(), review(c.next));
       EXPECT_EQ(refreshes(), c.refreshes);
@@ -597,6 +610,7 @@ TEST_F(SyncSmSlices, ASliceThatEndsWithTheLastRouteIsFollowedByTheEnd) {
       EXPECT_EQ(asked(), 6u);
       EXPECT_EQ(journal_.count("6 Review completed"), completed);
    }
+   EXPECT_EQ(journal_.count("6 Current routeIter: (invalid)"), 1);  // no route comes next
 }
 
 // ---- Fast reroute ----
@@ -632,7 +646,12 @@ TEST_F(SyncSm, AZombieIsNotReroutedAndARefusedRewriteIsDropped) {
    EXPECT_FALSE(switch_->inUseRecord(zombie)->dirty());
    EXPECT_TRUE(switch_->frrProcessingOifSet().empty());
    EXPECT_EQ(receivers(2), "et4");
-   EXPECT_EQ(journal_.count("blip MrouteSwitchSm::handleClockHW resource full"), 1);
+   Lines const said = journal_.like("8 : "),
+               events = journal_.like("blip MrouteSwitchSm::handleClock");
+   std::string const rewrite = " {et5:1005 frr et5:1005 iif et1} to oifSetIndex: 2";
+   EXPECT_EQ(said, (Lines{"8 : Overwrite with new pvSet" + rewrite, "8 : HW resource full "}));
+   EXPECT_EQ(events, (Lines{"blip MrouteSwitchSm::handleClock Overwrite with pvSet" + rewrite,
+                            "blip MrouteSwitchSm::handleClockHW resource full"}));
 }
 
 // Keeps one set from being rerouted as soon as another is.

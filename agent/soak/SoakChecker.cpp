@@ -325,7 +325,6 @@ void SoakChecker::checkPacket(RouteId const& id, Known& known, RouteProgrammer::
          if (own) wrong(id, "is not in hardware, and a packet hits its entry");
          return;
       }
-      if (mayFollowAnother(known)) return;
       if (!own && !known.uninterrupted) return;  // its entry is not there yet, or another's was hit
       if (known.rerouted) allowed.push_back(model_.outputs(wanted, false));
       for (Route const& before : known.before) {
@@ -336,6 +335,8 @@ void SoakChecker::checkPacket(RouteId const& id, Known& known, RouteProgrammer::
          allowed.push_back(model_.outputs(wanted, true));
          allowed.emplace_back();
       }
+      for (Outputs& outputs : followed(known))
+         allowed.push_back(std::move(outputs));
    }
    if (contains(allowed, got)) return;
    wrong(id, "expected " + joined(allowed) + ", got " + got.toString());

@@ -19,9 +19,9 @@
 #include <random>
 #include <set>
 
-#include "agent/SimulatedSwitch.h"
 #include "agent/soak/SoakCounters.h"
 #include "agent/soak/SoakModel.h"
+#include "agent/switch/SimulatedSwitch.h"
 
 namespace Agent {
 
@@ -104,14 +104,17 @@ class SoakChecker {
       std::optional<std::uint64_t> deletions;
    };
 
+   // Where a group sends to: outputs, and whether to the CPU.
+   using Members = std::pair<std::set<Lnet::IntfId>, bool>;
+
    // What has happened since the latest restart; of use until all routes have been told again.
    struct Replay {
-      bool underWay = false;            // at the last look
-      bool interruptsAnother = false;   // the agent crashed before all had been told
-      std::set<Lnet::IntfId> failed;    // during it, or at its end still
-      std::set<Lnet::IntfId> rerouted;  // of these, those for which nothing is left to do
-      // Outputs, and whether to the CPU, of routes with a backup that were changed.
-      std::set<std::pair<std::set<Lnet::IntfId>, bool>> changed;
+      bool underWay = false;  // at the last look
+      // Failures of these, during the replay or at its end, leave nothing to do.
+      std::set<Lnet::IntfId> rerouted;
+      // From which members to which others groups were rewritten meanwhile; also in replays that a
+      // crash interrupted.
+      std::set<std::pair<Members, Members>> rewrites;
    };
 
    void wrong(RouteId const& id, std::string const& text);
@@ -132,7 +135,7 @@ class SoakChecker {
    bool excused(Table table) const { return excuses_[static_cast<std::size_t>(table)].holds; }
    bool full(Table table) const;
    void rerouted(Lnet::IntfId failed);
-   bool mayFollowAnother(Known const& known) const;
+   std::vector<Outputs> followed(Known const& known) const;
    void nobodyUninterrupted();
    void noteRecovered();
    void unverified(RouteId const& id);

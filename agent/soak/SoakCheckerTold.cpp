@@ -7,8 +7,12 @@ namespace Agent {
 
 namespace {
 
-std::pair<std::set<Lnet::IntfId>, bool> outputsAsSet(ScenarioTarget::Route const& route) {
-   return {{route.oifs.begin(), route.oifs.end()}, route.cpu};
+template <class PairMap>
+std::set<Lnet::IntfId> interfacesOf(PairMap const& pairs) {
+   std::set<Lnet::IntfId> interfaces;
+   for (auto const& [pair, flag] : pairs)
+      interfaces.insert(pair.intfId());
+   return interfaces;
 }
 
 }  // namespace
@@ -34,7 +38,6 @@ void SoakChecker::routeIs(Route const& route) {
                    simulated_.chip().config().groups;
    }
    if (!there) everWanted_.push_back(id);
-   if (replay_.underWay && !route.backup.empty()) replay_.changed.insert(outputsAsSet(route));
    Known& known = model_.wantedIs(route, failuresAtRest_);
    known.uninterrupted = calm;
    unverified(id);
@@ -105,9 +108,9 @@ void SoakChecker::crash(Scenario::Restart const& restart) {
    for (auto const& [id, known] : model_.routes())
       unverified(id);
    counters_.restart();
-   replay_ = {};
+   Replay const before = std::exchange(replay_, {});
    replay_.underWay = true;
-   replay_.interruptsAnother = simulated_.recovering();
+   if (simulated_.recovering()) replay_.rewrites = before.rewrites;
    rewritten_.clear();
    zombies_.clear();
    inUse_.clear();
@@ -133,12 +136,35 @@ void SoakChecker::noteRecovered() {
    }
 }
 
-// A route that has not been told again goes with its group, and that may be another's by now.
-bool SoakChecker::mayFollowAnother(Known const& known) const {
-   if (!replay_.underWay || replay_.failed.empty()) return false;
-   return replay_.failed.contains(known.wanted->iif) || replay_.interruptsAnother ||
-          replay_.changed.contains(outputsAsSet(*known.wanted)) ||
-          (path_ == Path::sync && !roomToSpare());
+// A route that has not been told again goes with its group, which may have been taken over for
+// another set of the same members, and been rewritten for that one's failure since.
+std::vector<Outputs> SoakChecker::followed(Known const& known) const {
+   if (!replay_.underWay || replay_.rewrites.empty()) return {};
+   std::set<Members> seen;
+   std::vector<Members> next;
+   auto const add = [&](Members members) {
+      if (seen.insert(members).second) next.push_back(std::move(members));
+   };
+   auto const start = [&](Route const& wish) {
+      add({{wish.oifs.begin(), wish.oifs.end()}, wish.cpu});
+      add({{wish.backup.begin(), wish.backup.end()}, wish.cpu});
+   };
+   start(*known.wanted);
+   for (Route const& before : known.before)
+      start(before);
+   std::vector<Outputs> outputs;
+   while (!next.empty()) {
+      Members const members = std::move(next.back());
+      next.pop_back();
+      for (auto const& [from, to] : replay_.rewrites) {
+         if (from == members) add(to);
+      }
+      Route group;
+      group.oifs.assign(members.first.begin(), members.first.end());
+      group.cpu = members.second;
+      outputs.push_back(model_.outputs(group, false));
+   }
+   return outputs;
 }
 
 void SoakChecker::nobodyUninterrupted() {
@@ -149,18 +175,23 @@ void SoakChecker::nobodyUninterrupted() {
 // Whoever holds a group for a set that comes in over the failed interface sends to its backup from
 // now on. Which group that is, the record says; that it must be rewritten is said here.
 void SoakChecker::rerouted(Lnet::IntfId failed) {
-   if (replay_.underWay) {
-      replay_.failed.insert(failed);
-      if (!programmer().recovering()) replay_.rerouted.insert(failed);  // nobody will again
-   }
+   if (replay_.underWay && !programmer().recovering()) replay_.rerouted.insert(failed);
    auto const hit = [&](MrouteLib::PortVlanSet const& set) {
       // Sets without outputs have no group of the table, on the path whose chip has one for them.
       return set.currentIif() == failed && !set.portVlanFrr().empty() &&
              (path_ == Path::async || !set.portVlan().empty());
    };
    for (RecordRow const& row : std::as_const(simulated_).path().recordsInUse()) {
-      if (hit(row.oifSet->portVlanSet())) rewritten_.insert(row.oifSet->serial());
+      auto const& set = row.oifSet->portVlanSet();
+      if (!hit(set)) continue;
+      rewritten_.insert(row.oifSet->serial());
+      if (!replay_.underWay) continue;
+      replay_.rewrites.insert({{interfacesOf(set.portVlan()), set.toCpu()},
+                               {interfacesOf(set.portVlanFrr()), set.toCpu()}});
    }
+   // A route on its way out may be wanted again before it has left its group.
+   for (auto& [id, known] : model_.routes())
+      known.mayGoBack = known.mayGoBack || !programmer().route(id.vrf, id.key);
    programmer().forEachRoute([&](RouteProgrammer::Route const& route) {
       RouteId const id{route.vrf(), route.key()};
       Known* const known = model_.find(id);
@@ -185,7 +216,9 @@ void SoakChecker::configIs(Scenario::Config const& config) {
 
 void SoakChecker::faultIs(Scenario::Fault const& fault) {
    auto const set = [&](Table table, std::optional<bool> denied) {
-      if (denied) excuses_[static_cast<std::size_t>(table)].denied = *denied;
+      if (!denied) return;
+      Excuse& excuse = excuses_[static_cast<std::size_t>(table)];
+      if (excuse.denied || *denied) excuse = {*denied, true, Qor::now(), std::nullopt};
    };
    set(Table::group, fault.groupsExhausted);
    set(Table::entry, fault.routesExhausted);

@@ -7,8 +7,9 @@
 #include <iostream>
 #include <nlohmann/json.hpp>
 
-#include "agent/RunCommand.h"
-#include "agent/ScenarioParser.h"
+#include "agent/report/ExitCode.h"
+#include "agent/report/Output.h"
+#include "agent/scenario/ScenarioParser.h"
 #include "agent/soak/SoakRun.h"
 
 namespace Agent {

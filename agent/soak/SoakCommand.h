@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "agent/Path.h"
+#include "agent/switch/Path.h"
 
 namespace Agent {
 

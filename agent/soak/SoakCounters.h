@@ -7,8 +7,8 @@
 #include <set>
 #include <string>
 
-#include "agent/Scenario.h"
-#include "agent/SwitchPath.h"
+#include "agent/scenario/Scenario.h"
+#include "agent/switch/SwitchPath.h"
 
 namespace Agent {
 

@@ -7,7 +7,7 @@
 #include <map>
 #include <random>
 
-#include "agent/CaptureState.h"
+#include "agent/input/CaptureState.h"
 
 namespace Agent {
 

@@ -8,7 +8,7 @@
 #include <cstdint>
 #include <vector>
 
-#include "agent/Scenario.h"
+#include "agent/scenario/Scenario.h"
 
 namespace Agent {
 

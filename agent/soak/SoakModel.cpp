@@ -26,9 +26,11 @@ std::string Outputs::toString() const {
    return text.empty() ? "nowhere" : text;
 }
 
+// The input of a route that accepts from anywhere says only when its backup takes over.
 bool sameWish(ScenarioTarget::Route const& a, ScenarioTarget::Route const& b) {
-   return a.iif == b.iif && a.cpu == b.cpu && a.noRpf == b.noRpf && a.bridge == b.bridge &&
-          a.fastdrop == b.fastdrop && asSet(a.oifs) == asSet(b.oifs) &&
+   bool const anyInput = a.noRpf && a.backup.empty();
+   return (a.iif == b.iif || anyInput) && a.cpu == b.cpu && a.noRpf == b.noRpf &&
+          a.bridge == b.bridge && a.fastdrop == b.fastdrop && asSet(a.oifs) == asSet(b.oifs) &&
           asSet(a.backup) == asSet(b.backup);
 }
 

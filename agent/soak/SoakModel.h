@@ -19,8 +19,8 @@
 #include <vector>
 
 #include "Routing/Multicast/Fib/Hardware/RouteStatus.h"
-#include "agent/CaptureState.h"
-#include "agent/ScenarioTarget.h"
+#include "agent/input/CaptureState.h"
+#include "agent/scenario/ScenarioTarget.h"
 
 namespace Agent {
 

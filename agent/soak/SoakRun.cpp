@@ -11,8 +11,8 @@
 #include <nlohmann/json.hpp>
 #include <sstream>
 
-#include "agent/ScenarioPlayer.h"
-#include "agent/ScenarioWriter.h"
+#include "agent/scenario/ScenarioPlayer.h"
+#include "agent/scenario/ScenarioWriter.h"
 #include "agent/soak/SoakTarget.h"
 
 namespace Agent {

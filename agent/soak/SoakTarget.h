@@ -2,7 +2,7 @@
 // the checker of it, and has the checker look whenever the clock is about to move.
 #pragma once
 
-#include "agent/SimulatedTarget.h"
+#include "agent/scenario/SimulatedTarget.h"
 #include "agent/soak/SoakChecker.h"
 
 namespace Agent {

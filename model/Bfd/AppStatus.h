@@ -1,5 +1,6 @@
-// The BFD sessions that matter to one application. The BFD service adds and removes them for an
-// application that is registered with Bfd::StatusPeer; the application keeps one reactor for each.
+// The BFD sessions of interest to one application. The BFD service adds and removes the sessions
+// for an application that is registered with Bfd::StatusPeer. The application has one reactor per
+// session.
 #pragma once
 
 #include <utility>
@@ -14,8 +15,8 @@ class AppStatus final : public Qor::Entity<AppStatus, Qor::NamedEntity> {
  public:
    class Notifiee : public Qor::NotifieeOf<AppStatus> {
     public:
-      // A session was added or removed, or has another status entity. Not told when its state
-      // changes: that entity has notifiees of its own.
+      // A session was added or removed, or has another status entity. A change of the status
+      // notifies the notifiees of the status alone.
       virtual void onPeerStatus(Peer const&) {}
       virtual void onPeerStatusImmediate() {}
 
@@ -29,13 +30,14 @@ class AppStatus final : public Qor::Entity<AppStatus, Qor::NamedEntity> {
    explicit AppStatus(Qor::Name name = "bfdAppStatus") : Entity(std::move(name)) {}
 
    PeerStatusColl::Map const& peerStatus() const { return peerStatus_.map(); }
-   // Null for a peer that is not here.
+   // Returns null for a peer without a session.
    StatusPtr peerStatus(Peer const& peer) const { return peerStatus_.value(peer); }
+   // Makes the session's status, or returns the present one.
    StatusPtr newPeerStatus(Peer peer) {
       return peerStatus_.instantiate(*this, peer, [&] { return Qor::make<BfdPeerStatus>(peer); });
    }
-   // Under the status's own peer. RangeException "null _peerStatus parameter to mutator for
-   // Bfd::AppStatus::peerStatus not allowed"" for a null one.
+   // Inserts or replaces the status of its peer. A null pointer raises RangeException "null
+   // _peerStatus parameter to mutator for Bfd::AppStatus::peerStatus not allowed"".
    void peerStatusIs(StatusPtr status) {
       if (!status) Qor::throwNullParameter("Bfd::AppStatus", "peerStatus");
       peerStatus_.is(*this, status->peer(), status);

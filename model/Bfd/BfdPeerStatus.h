@@ -1,5 +1,5 @@
-// The state of one BFD session. The BFD service makes and writes it; the fast reroute of the
-// asynchronous path watches status.
+// The status of one BFD session. The BFD service makes and writes it. The fast reroute of the
+// asynchronous path watches the state.
 #pragma once
 
 #include <sstream>
@@ -27,11 +27,11 @@ class BfdPeerStatus final : public Qor::Entity<BfdPeerStatus> {
       return out.str();
    }
    Peer const& peer() const { return peer_; }
-   // A session that has not been started is administratively down.
+   // The state of the session. Initially adminDown, until the session starts.
    OperState status() const { return status_; }
    void statusIs(OperState v) { attrIs<&Notifiee::onStatus>(status_, v); }
-   // The interface over which the session runs: the peer's own, and for a session that names none
-   // the one the service has resolved; empty while there is none.
+   // The interface over which the session runs: that of the peer, or, if the peer has none, the
+   // interface that the service resolved. Empty if neither exists.
    Lnet::IntfId intf() const { return intf_; }
    void intfIs(Lnet::IntfId v) { attrIs<&Notifiee::onIntf>(intf_, v); }
 

@@ -1,4 +1,4 @@
-// The state of a BFD session, numbered as RFC 5880 numbers it on the wire.
+// The state of a BFD session, with the numbers that RFC 5880 uses on the wire.
 #pragma once
 
 #include <cstdint>

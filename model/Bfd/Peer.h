@@ -1,5 +1,5 @@
-// Names a BFD session. The session type is the first field of the key: only a single-hop session
-// speaks for the interface it runs on, so only its going down may reroute that interface's sets.
+// The key of a BFD session. The session type is part of the key because fast reroute acts on
+// single-hop sessions alone: only such a session shows the state of the interface it runs on.
 // Ordered by session type, address, interface, VRF.
 #pragma once
 
@@ -18,9 +18,9 @@ namespace Bfd {
 
 enum class SessionType : std::uint8_t {
    none = 0,
-   singleHop = 1,  // over one interface, to a neighbour on it
-   multihop = 2,   // routed, not tied to an interface
-   micro = 3,      // over one member link of an aggregate
+   singleHop = 1,  // to a neighbour on one interface
+   multihop = 2,   // routed, on no particular interface
+   micro = 3,      // on one member link of an aggregate
 };
 
 inline constexpr SessionType lastSessionType = SessionType::micro;
@@ -35,7 +35,7 @@ class QOR_PUBLIC Peer final {
    Peer() = default;
    Peer(SessionType type, Lnet::IpGenAddr const& ip, Lnet::IntfId intfId, L3::VrfName vrfName)
          : type_(type), ip_(ip), intfId_(intfId), vrfName_(std::move(vrfName)) {}
-   // The parsing constructor, of the form that strep() writes.
+   // The parsing constructor, for a text that strep() returned.
    explicit Peer(Qor::String const& strep);
 
    SessionType type() const { return type_; }

@@ -1,9 +1,9 @@
-// The directory with which an application registers to be told about BFD sessions. The BFD service
-// owns it and watches `registration`: it fills the registered application's AppStatus with the
-// sessions of that VRF and keeps them up to date.
+// The directory with which applications register for BFD sessions. The BFD service owns the
+// directory and watches `registration`. It adds the sessions of the registered VRF to the
+// application's AppStatus and keeps them up to date.
 //
-// Applications do not write the collection themselves; they hold a Bfd::AppRegistration. They see
-// the directory as const, since registering is for whoever may look at it.
+// An application registers by a Bfd::AppRegistration, which is the only writer of the collection. A
+// const pointer to the directory suffices for it.
 #pragma once
 
 #include <utility>
@@ -26,15 +26,15 @@ class StatusPeer final : public Qor::Entity<StatusPeer, Qor::NamedEntity> {
  public:
    class Notifiee : public Qor::NotifieeOf<StatusPeer> {
     public:
-      // An application registered under this number or took its registration back.
+      // An application registered under this number or withdrew its registration.
       virtual void onRegistration(Qor::U32) {}
       virtual void onRegistrationImmediate() {}
 
     protected:
       void onImmediate() override { onRegistrationImmediate(); }
    };
-   // Keyed by a number that counts registrations from 1, and not by name: the reactors of several
-   // chips register under one name, and each takes back its own.
+   // Keyed by the number of the registration, from 1. The name of the application is no key, since
+   // the reactors of several chips register under one name and each withdraws its own registration.
    using RegistrationColl =
          Qor::Collection<Qor::OrderedMap<Qor::U32, Registration>, &Notifiee::onRegistration,
                          &Notifiee::onRegistrationImmediate>;
@@ -42,15 +42,8 @@ class StatusPeer final : public Qor::Entity<StatusPeer, Qor::NamedEntity> {
    explicit StatusPeer(Qor::Name name = "bfdStatusPeer") : Entity(std::move(name)) {}
 
    RegistrationColl::Map const& registration() const { return registration_.map(); }
-   // An empty registration, whose appStatus is null, for an unknown number.
+   // Returns a registration whose appStatus is null for an unknown number.
    Registration registration(Qor::U32 number) const { return registration_.value(number); }
-   // How many registrations stand for this application in this VRF.
-   Qor::U32 registrations(Qor::Name const& appName, L3::VrfName const& vrfName) const {
-      Qor::U32 count = 0;
-      for (auto const& [number, r] : registration_.map())
-         count += r.appName == appName && r.vrfName == vrfName;
-      return count;
-   }
 
  private:
    friend class AppRegistration;
@@ -67,11 +60,12 @@ class StatusPeer final : public Qor::Entity<StatusPeer, Qor::NamedEntity> {
    mutable RegistrationColl registration_;
 };
 
-// Registers an application for as long as it exists.
+// Registers an application as long as this object exists.
 class AppRegistration final : public Qor::RefCounted {
  public:
-   // RangeException "null _bfdAllPeerStatusDir parameter to mutator for
-   // Bfd::AppRegistration::bfdAllPeerStatusDir not allowed"", and likewise for bfdAllPeerStatus.
+   // A null directory raises RangeException "null _bfdAllPeerStatusDir parameter to mutator for
+   // Bfd::AppRegistration::bfdAllPeerStatusDir not allowed""; a null status raises the same error
+   // for bfdAllPeerStatus.
    AppRegistration(Qor::Name appName, Qor::Ptr<StatusPeer const> bfdAllPeerStatusDir,
                    Qor::Ptr<AppStatus> bfdAllPeerStatus, L3::VrfName vrfName)
          : dir_(std::move(bfdAllPeerStatusDir)) {
@@ -80,9 +74,6 @@ class AppRegistration final : public Qor::RefCounted {
       number_ = dir_->registrationIs(
             {std::move(appName), std::move(vrfName), std::move(bfdAllPeerStatus)});
    }
-
-   // Its number in the directory.
-   Qor::U32 number() const { return number_; }
 
  private:
    ~AppRegistration() override { dir_->registrationDel(number_); }

@@ -1,6 +1,6 @@
-// Vlan numbers: VlanId is a vlan, VlanIdOrNone may also say that there is none (a routed entry).
-// Every integer type may be given to the constructors; the range is checked before the value is
-// narrowed, so that 65537 is refused and does not become vlan 1.
+// Vlan numbers. VlanId is a vlan; VlanIdOrNone is a vlan or none (for a routed entry). The
+// constructors take 64 bits and check the range before they narrow the value, so that 65537 is an
+// error and not vlan 1.
 #pragma once
 
 #include "Qor/NumberValue.h"
@@ -11,9 +11,9 @@ class VlanId final : public Qor::NumberValue<VlanId, Qor::U16> {
  public:
    static constexpr char const* typeName = "Bridging::VlanId";
 
-   // 1 to 4094, else RangeException "VlanId::value < 1 or > 4094 not allowed".
+   // A value outside 1 to 4094 raises RangeException "VlanId::value < 1 or > 4094 not allowed".
    explicit constexpr VlanId(Qor::U64 value) : NumberValue(checked(value)) {}
-   // The parsing constructor, with the same range error for a number out of range.
+   // The parsing constructor. A number out of range raises the same error.
    explicit VlanId(Qor::String const& strep) : VlanId(Qor::parseStrep<VlanId>(typeName, strep)) {}
 
    static VlanId fromStrep(Qor::StrepReader& reader) {
@@ -33,9 +33,9 @@ class VlanIdOrNone final : public Qor::NumberValue<VlanIdOrNone, Qor::U16> {
 
    constexpr VlanIdOrNone() = default;                                 // none
    constexpr VlanIdOrNone(VlanId vlan) : NumberValue(vlan.value()) {}  // NOLINT: meant implicit
-   // 0 (none) to 4094, else RangeException "VlanIdOrNone::value > 4094 not allowed".
+   // 0 is none. A value above 4094 raises RangeException "VlanIdOrNone::value > 4094 not allowed".
    explicit constexpr VlanIdOrNone(Qor::U64 value) : NumberValue(checked(value)) {}
-   // The parsing constructor, with the same range error for a number out of range.
+   // The parsing constructor. A number out of range raises the same error.
    explicit VlanIdOrNone(Qor::String const& strep)
          : VlanIdOrNone(Qor::parseStrep<VlanIdOrNone>(typeName, strep)) {}
 

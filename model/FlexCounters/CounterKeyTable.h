@@ -1,8 +1,8 @@
-// The hardware counters that a platform has taken into use, by the platform's own numbers for them.
+// The hardware counters that a platform has allocated, keyed by the platform's numbers for them.
 //
-// The platform writes the table: an entry appears with a hardware counter and goes with it. Who
-// publishes counter values watches it. The multicast programmers only keep it alive for their
-// platform.
+// The platform writes the table: it adds an entry with each hardware counter and removes it with
+// the counter. A publisher of counter values watches the table. The library does not read it:
+// VelHelper::AsyncMrouteHelper holds it for the platform.
 #pragma once
 
 #include <limits>
@@ -13,14 +13,14 @@
 
 namespace FlexCounters {
 
-// Stands for no counter where a counter key is expected.
+// A counter key that means "no counter".
 inline constexpr Qor::U32 noCounterKey = std::numeric_limits<Qor::U32>::max();
 
 class CounterKeyTable final : public Qor::Entity<CounterKeyTable, Qor::NamedEntity> {
  public:
    class Notifiee : public Qor::NotifieeOf<CounterKeyTable> {
     public:
-      // A counter key was added or removed, or began or ceased to count.
+      // A counter was added or removed, or started or stopped counting.
       virtual void onCounterKey(Qor::U32) {}
       virtual void onCounterKeyImmediate() {}
 
@@ -32,9 +32,9 @@ class CounterKeyTable final : public Qor::Entity<CounterKeyTable, Qor::NamedEnti
 
    explicit CounterKeyTable(Qor::Name name = "counterKeyTable") : Entity(std::move(name)) {}
 
-   // The value says whether the counter counts (true) or is only reserved (false).
+   // The values: true for a counter that counts, false for a reserved one.
    CounterKeyColl::Map const& counterKey() const { return counterKey_.map(); }
-   // False for an unknown key, too.
+   // Returns false for an unknown key too.
    bool counterKey(Qor::U32 key) const { return counterKey_.value(key); }
    void counterKeyIs(Qor::U32 key, bool active) { counterKey_.is(*this, key, active); }
    void counterKeyDel(Qor::U32 key) { counterKey_.del(*this, key); }

@@ -1,6 +1,6 @@
-// A hardware change under way. The platform makes it, completes it, and knows the reason when it
-// fails (asked through its hook doGetXactFailureReason); everybody else holds it const, compares
-// it with null, and may watch its state.
+// A transaction: a hardware change that completes later. The platform makes and completes it. If it
+// fails, the platform's hook doGetXactFailureReason returns the reason. All other code holds it by
+// a const pointer, compares the pointer with null, and may watch the state.
 #pragma once
 
 #include "Qor/Entity.h"
@@ -25,7 +25,7 @@ class QOR_PUBLIC Xact : public Qor::Entity<Xact> {
 
    State state() const { return state_; }
    bool pending() const { return state_ == State::pending; }
-   // For the platform alone: completes the transaction, once, and tells its watchers.
+   // For the platform alone, which completes a transaction once. Notifies onState.
    void stateIs(State state) { attrIs<&Notifiee::onState>(state_, state); }
 
  protected:

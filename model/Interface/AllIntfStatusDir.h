@@ -1,5 +1,5 @@
-// The interfaces of the switch, of every kind. Fast reroute looks the state of an interface up
-// here.
+// All interfaces of the switch, of every kind. The per-switch reactors hold the directory for the
+// platform; the library itself does not read it.
 #pragma once
 
 #include <utility>

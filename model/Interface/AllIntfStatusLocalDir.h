@@ -1,5 +1,6 @@
-// The interfaces of every kind that this agent itself serves, where a switch has several agents: a
-// part of AllIntfStatusDir. For the platform.
+// The interfaces of every kind that this agent serves, on a switch with several agents: a subset of
+// AllIntfStatusDir. The per-switch reactors hold the directory for the platform; the library itself
+// does not read it.
 #pragma once
 
 #include <utility>

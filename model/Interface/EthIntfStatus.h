@@ -1,4 +1,4 @@
-// The status of an Ethernet interface. Its reactors are those of an interface status.
+// The status of an Ethernet interface. Its notifiees are those of IntfStatus.
 #pragma once
 
 #include "Interface/IntfStatus.h"

@@ -1,5 +1,5 @@
-// The Ethernet interfaces of the switch. The per-switch reactors watch its members for fast
-// reroute.
+// The Ethernet interfaces of the switch. For fast reroute, the per-switch reactors watch the
+// directory and the status of each member.
 #pragma once
 
 #include <utility>

@@ -1,4 +1,4 @@
-// The operational status of an interface, numbered as RFC 2863 numbers it.
+// The operational status of an interface, with the numbers of RFC 2863.
 #pragma once
 
 #include <cstdint>

@@ -1,5 +1,5 @@
-// The status of one interface. The interface layer makes and writes it; the programmers' reactors
-// watch operStatus, to reroute traffic when the interface goes down.
+// The status of one interface. The interface layer makes and writes it. The per-switch reactors
+// watch operStatus of Ethernet interfaces and reroute traffic when an interface goes down.
 #pragma once
 
 #include "Interface/IntfOperStatus.h"

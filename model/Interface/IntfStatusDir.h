@@ -1,8 +1,8 @@
-// The common part of the interface status directories: interface statuses keyed by interface. `Dir`
-// is the directory type and `Status` the type of its members.
+// The base of the interface status directories: interface statuses keyed by interface. `Dir` is the
+// directory type and `Status` the type of its members.
 //
-// The interface layer adds and removes members; the same status may be a member of several
-// directories. Reactors follow intfStatus to keep one reactor for each interface.
+// The interface layer adds and removes members. A status may be a member of several directories. An
+// owner of reactors watches intfStatus, so that it has one reactor per interface.
 #pragma once
 
 #include <utility>
@@ -19,8 +19,8 @@ class IntfStatusDir : public Qor::Entity<Dir, Qor::NamedEntity> {
  public:
    class Notifiee : public Qor::NotifieeOf<Dir> {
     public:
-      // An interface was added or removed, or has another status entity. Not told when its status
-      // changes: that entity has notifiees of its own.
+      // An interface was added or removed, or has another status entity. A change of the status
+      // notifies the notifiees of the status alone.
       virtual void onIntfStatus(Lnet::IntfId) {}
       virtual void onIntfStatusImmediate() {}
 
@@ -33,13 +33,14 @@ class IntfStatusDir : public Qor::Entity<Dir, Qor::NamedEntity> {
                          &Notifiee::onIntfStatusImmediate>;
 
    typename IntfStatusColl::Map const& intfStatus() const { return intfStatus_.map(); }
-   // Null for an interface that is not in the directory.
+   // Returns null for an interface that is not in the directory.
    StatusPtr intfStatus(Lnet::IntfId intfId) const { return intfStatus_.value(intfId); }
+   // Makes the member, or returns the present one.
    StatusPtr newIntfStatus(Lnet::IntfId intfId) {
       return intfStatus_.instantiate(*this, intfId, [&] { return Qor::make<Status>(intfId); });
    }
-   // Under the status's own interface. RangeException "null _intfStatus parameter to mutator for
-   // Interface::<directory>::intfStatus not allowed"" for a null one.
+   // Inserts or replaces the member of the status's interface. A null pointer raises RangeException
+   // "null _intfStatus parameter to mutator for Interface::<directory>::intfStatus not allowed"".
    void intfStatusIs(StatusPtr status) {
       if (!status) Qor::throwNullParameter(Dir::typeName, "intfStatus");
       intfStatus_.is(*this, status->intfId(), status);

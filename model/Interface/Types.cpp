@@ -1,4 +1,4 @@
-// What the type registry knows of this namespace.
+// Registers the types of this namespace with the type registry.
 #include "Interface/AllIntfStatusDir.h"
 #include "Interface/EthIntfStatusDir.h"
 #include "Qor/Describe.h"

@@ -1,4 +1,4 @@
-// What the type registry knows of this namespace.
+// Registers the types of this namespace with the type registry.
 #include "IntfVlanId/Table.h"
 #include "Qor/Describe.h"
 

@@ -1,5 +1,5 @@
-// Whether the switch forwards IP packets. The IP layer writes it. The programmers of the
-// synchronous path are built with it and hand it to their platform.
+// Whether the switch routes IP packets. The IP layer writes the status. The programmer and the
+// top-level reactor of the synchronous path hold it for the platform and do not read it.
 #pragma once
 
 #include <utility>

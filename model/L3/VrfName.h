@@ -1,4 +1,4 @@
-// The name of a VRF: at most 100 bytes of any value. The empty name is no VRF's.
+// The name of a VRF: at most 100 bytes of any value. No VRF has the empty name.
 #pragma once
 
 #include <compare>
@@ -15,7 +15,7 @@ class VrfName final {
    static constexpr std::size_t maxBytes = 100;
 
    VrfName() = default;
-   // RangeException "VrfName::bytes > 100 not allowed" for a longer name.
+   // A longer name raises RangeException "VrfName::bytes > 100 not allowed".
    explicit VrfName(Qor::String name) : name_(std::move(name)) {
       if (name_.size() > maxBytes) Qor::throwRange("VrfName::bytes > 100 not allowed");
    }
@@ -23,8 +23,8 @@ class VrfName final {
    Qor::String const& name() const { return name_; }
    bool empty() const { return name_.empty(); }
    Qor::U32 hash() const { return Qor::hashFold(Qor::hashBytes(name_.data(), name_.size())); }
-   // The quoted name. A text given to the constructor is a name, so there is no parsing
-   // constructor; Qor::parseStrep reads a whole string form.
+   // The quoted name. There is no parsing constructor, since the constructor takes a text as a
+   // name. Qor::parseStrep parses a quoted name.
    Qor::String strep() const { return Qor::quotedStrep(name_); }
    static VrfName fromStrep(Qor::StrepReader& reader) { return VrfName(reader.quoted()); }
 

@@ -8,11 +8,11 @@ namespace Lnet {
 namespace {
 
 struct NameTable {
-   std::deque<Qor::String> names{""};  // by id; a deque, since the addresses are promised
+   std::deque<Qor::String> names{""};  // by id; in a deque, which never moves its elements
    std::unordered_map<std::string_view, Qor::U32> ids;
 };
 
-// Never destroyed, so that ids stay usable while static objects are torn down.
+// Never destroyed, so that the destructors of static objects can use ids.
 NameTable& nameTable() {
    static NameTable* const table = new NameTable;
    return *table;
@@ -22,7 +22,7 @@ bool isDigit(char c) {
    return c >= '0' && c <= '9';
 }
 
-// Takes a run of digits off the front of `text` and returns it without its leading zeros.
+// Removes the run of digits at the front of `text`, and returns it without its leading zeros.
 std::string_view takeNumber(std::string_view& text) {
    std::size_t length = 0;
    while (length < text.size() && isDigit(text[length])) {
@@ -60,6 +60,7 @@ std::strong_ordering IntfId::compareNames(IntfId a, IntfId b) {
       if (isDigit(left[0]) && isDigit(right[0])) {
          std::string_view const x = takeNumber(left);
          std::string_view const y = takeNumber(right);
+         // Without leading zeros, the number with more digits is the greater.
          if (x.size() != y.size()) return x.size() <=> y.size();
          if (x != y) return x <=> y;
       } else {
@@ -71,7 +72,7 @@ std::strong_ordering IntfId::compareNames(IntfId a, IntfId b) {
       }
    }
    if (left.empty() != right.empty()) return right.empty() <=> left.empty();
-   // The same but for leading zeros (rtr1, rtr01): still two interfaces.
+   // The names differ in leading zeros alone (rtr1, rtr01), and are two interfaces.
    return a.name() <=> b.name();
 }
 

@@ -1,14 +1,14 @@
-// The identity of an interface: its name, interned to 32 bits so that it copies, compares for
-// equality and hashes as a number.
+// The identity of an interface: its name, interned to a 32-bit id. An IntfId copies, compares for
+// equality and hashes as that number.
 //
-// Names are kept in one process-wide table that only grows. A name lives, at the same address,
-// until the process ends: the reference that name() returns may be kept for ever, and an id may be
-// used from the destructor of a static object. The table is meant for the interfaces of one
-// switch, thousands of names; it is not for text that a peer can choose without bound. As all of
-// the agent's model it belongs to the one activity loop and takes no lock.
+// The names are in one table of the process, which only grows. A name keeps its address until the
+// process ends: a caller may keep the reference that name() returns, and the destructor of a static
+// object may use an IntfId. The table is meant for the interfaces of one switch (thousands of
+// names), not for texts that a peer can choose without limit. It is not locked: only the thread of
+// the activity loop may use it.
 //
-// The order is by name with runs of digits compared as numbers (rtr2 before rtr10), so it is the
-// same in every process whatever names were seen first. The empty id orders before all others.
+// The order is that of the names, with runs of digits compared as numbers (rtr2 before rtr10). It
+// does not depend on the ids, and so is the same in every process. The empty id is the least.
 #pragma once
 
 #include <compare>
@@ -23,21 +23,22 @@ namespace Lnet {
 
 class QOR_PUBLIC IntfId final {
  public:
-   // The empty id: no interface.
+   // The empty id, which means no interface.
    constexpr IntfId() = default;
-   // The id of a name, entered in the table on first sight; the empty name has the empty id.
+   // The id of a name. A new name is added to the table; the empty name has the empty id.
    explicit IntfId(std::string_view name);
 
    Qor::String const& name() const;
-   // The name's number in the table: dense, 0 for the empty id, different from process to process.
+   // The number of the name in the table: 0 for the empty id, then in the order in which the names
+   // were added, which differs from process to process.
    constexpr Qor::U32 id() const { return id_; }
    constexpr bool isNull() const { return id_ == 0; }
    explicit constexpr operator bool() const { return id_ != 0; }
 
-   // Stable within the process only, as id() is.
+   // A hash of id(), and so different from process to process.
    Qor::U32 hash() const { return Qor::hashFold(Qor::hashMix(id_, 0)); }
-   // The quoted name. A text given to a constructor is a name, so there is no parsing constructor;
-   // Qor::parseStrep reads a whole string form.
+   // The quoted name. There is no parsing constructor, since the constructor takes a text as a
+   // name. Qor::parseStrep parses a quoted name.
    Qor::String strep() const { return Qor::quotedStrep(name()); }
    static IntfId fromStrep(Qor::StrepReader& reader) { return IntfId(reader.quoted()); }
 

@@ -11,7 +11,7 @@ int hexValue(char c) {
    return -1;
 }
 
-// Reads a dotted quad that is the whole of `text` into four bytes.
+// Parses a dotted quad, which must be the whole of `text`, into four bytes.
 bool parseQuad(std::string_view text, std::uint8_t* out) {
    std::size_t at = 0;
    for (int octet = 0; octet < 4; ++octet) {
@@ -28,10 +28,12 @@ bool parseQuad(std::string_view text, std::uint8_t* out) {
    return at == text.size();
 }
 
+// Parses an IPv6 text. The groups are written one behind the other; at the end, the groups behind
+// "::" move to the end of the address.
 bool parseGroups(std::string_view text, IpGenAddr::Bytes& bytes) {
-   constexpr std::size_t none = 17;  // behind every place of a gap
-   std::size_t filled = 0;  // bytes written so far
-   std::size_t gap = none;  // where the zeros of "::" belong
+   constexpr std::size_t none = 17;  // greater than any position of a gap
+   std::size_t filled = 0;           // bytes written so far
+   std::size_t gap = none;           // the position of the zeros that "::" stands for
    std::size_t at = 0;
    if (text.starts_with("::")) {
       gap = 0;
@@ -60,6 +62,7 @@ bool parseGroups(std::string_view text, IpGenAddr::Bytes& bytes) {
       }
    }
    if (gap == none) return filled == bytes.size();
+   // "::" stands for at least one group.
    if (filled == bytes.size()) return false;
    std::size_t const zeros = bytes.size() - filled;
    for (std::size_t i = filled; i-- > gap;) {
@@ -90,7 +93,7 @@ void appendHex(Qor::String& out, unsigned group) {
 Qor::String v6Text(IpGenAddr::Bytes const& bytes) {
    auto const group = [&](int i) { return bytes[2 * i] * 256u + bytes[2 * i + 1]; };
    int gap = 8;
-   int gapLength = 1;  // a lone group of zeros is written out
+   int gapLength = 1;  // a single group of zeros is printed as 0
    for (int i = 0; i < 8; ++i) {
       int end = i;
       while (end < 8 && group(end) == 0) {

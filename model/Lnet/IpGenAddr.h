@@ -1,8 +1,8 @@
-// An IP address of either version. Seventeen significant bytes and no others: the family, and the
-// address in network order (an IPv4 address in the first four of sixteen bytes, the rest zero), so
-// that values compare and hash as raw bytes. The order is IPv4 before IPv6, then numeric.
+// An IP address of either version: 17 bytes without padding, which compare and hash as raw bytes.
+// The first byte is the family. The others are the address in network order; an IPv4 address is in
+// the first four of them, and the rest are zero. The order is IPv4 before IPv6, then numeric.
 //
-// A default-constructed address is the null address: of neither family, with the empty text.
+// A default-constructed address is the null address, which has no family and prints as "".
 #pragma once
 
 #include <array>
@@ -25,7 +25,7 @@ class QOR_PUBLIC IpGenAddr final {
    using Bytes = std::array<std::uint8_t, 16>;
 
    constexpr IpGenAddr() = default;
-   // The address whose first octet is the most significant of the number.
+   // The first octet of the address is the most significant byte of `number`.
    static constexpr IpGenAddr v4(Qor::U32 number) {
       return IpGenAddr(
             IpFamily::v4,
@@ -34,26 +34,27 @@ class QOR_PUBLIC IpGenAddr final {
    }
    static constexpr IpGenAddr v6(Bytes const& bytes) { return IpGenAddr(IpFamily::v6, bytes); }
 
-   // Reads a dotted quad (four decimal octets without leading zeros) or an IPv6 text: up to four
-   // hexadecimal digits a group, one "::" for one or more groups of zeros, and a dotted quad in
-   // place of the last two groups. Nothing may precede or follow; zones and ports are refused.
+   // Parses a dotted quad (four decimal octets without leading zeros) or an IPv6 text. A group of
+   // an IPv6 text has one to four hexadecimal digits; "::" may stand once for one or more groups of
+   // zeros; a dotted quad may stand for the last two groups. Any other text, with a zone or a port
+   // too, gives nullopt.
    static std::optional<IpGenAddr> parse(std::string_view text);
 
-   // The parsing constructor: the quoted text of the address, '' for the null address.
+   // The parsing constructor, for the quoted text of the address; '' is the null address.
    explicit IpGenAddr(Qor::String const& strep);
 
    constexpr IpFamily family() const { return family_; }
    constexpr bool isNull() const { return family_ == IpFamily::none; }
    constexpr bool isV4() const { return family_ == IpFamily::v4; }
    constexpr bool isV6() const { return family_ == IpFamily::v6; }
-   // 224.0.0.0/4 and ff00::/8.
+   // Whether the address is in 224.0.0.0/4 or ff00::/8.
    constexpr bool isMulticast() const {
       return isV4() ? (bytes_[0] & 0xf0) == 0xe0 : isV6() && bytes_[0] == 0xff;
    }
-   // 0.0.0.0 and ::, but not the null address.
+   // True for 0.0.0.0 and ::, false for the null address.
    constexpr bool isUnspecified() const { return !isNull() && bytes_ == Bytes{}; }
    constexpr Bytes const& bytes() const { return bytes_; }
-   // 32, 128, or 0 for the null address.
+   // In bits: 32, 128, or 0 for the null address.
    constexpr unsigned bitWidth() const { return isV4() ? 32 : isV6() ? 128 : 0; }
    // The address with all bits beyond the first `length` cleared.
    constexpr IpGenAddr masked(unsigned length) const {
@@ -65,8 +66,9 @@ class QOR_PUBLIC IpGenAddr final {
       return IpGenAddr(family_, out);
    }
 
-   // IPv6 in its one recommended form: lower case, no leading zeros, the first longest run of two
-   // or more zero groups as "::", IPv4-mapped addresses with a dotted quad.
+   // The text of an IPv6 address is in the form of RFC 5952: lower case, no leading zeros, "::" for
+   // the first of the longest runs of two or more zero groups, and a dotted quad in an IPv4-mapped
+   // address.
    Qor::String toString() const;
    Qor::U32 hash() const { return Qor::hashFold(Qor::hashBytes(this, sizeof *this)); }
    Qor::String strep() const { return Qor::quotedStrep(toString()); }

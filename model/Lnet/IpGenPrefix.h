@@ -1,8 +1,9 @@
-// An IP prefix of either version: an address and the number of its leading bits that count. It is
-// exactly twenty bytes (family, sixteen address bytes, length, two zero bytes), trivially
-// copyable, and compares and hashes as raw bytes: by family, then address, then length.
+// An IP prefix of either version: an address and the number of its leading bits that matter. A
+// prefix is 20 bytes (family, 16 address bytes, length, two zero bytes), is trivially copyable, and
+// compares and hashes as raw bytes: by family, then address, then length.
 //
-// A default-constructed prefix is the null prefix: family none, empty text, contains no address.
+// A default-constructed prefix is the null prefix, which has no family, prints as "" and contains
+// no address.
 #pragma once
 
 #include <array>
@@ -21,7 +22,8 @@ class QOR_PUBLIC IpGenPrefix final {
  public:
    constexpr IpGenPrefix() = default;
 
-   // RangeException when the prefix is no prefix:
+   // Raises RangeException for a length above the width of the address, and for a bit set beyond
+   // the length:
    //    "IpGenPrefix::length > 32 not allowed"   (128 for IPv6, 0 for the null address)
    //    "IpGenPrefix::address 10.0.0.1 has bits set beyond length 8"
    constexpr IpGenPrefix(IpGenAddr const& address, unsigned length)
@@ -29,28 +31,28 @@ class QOR_PUBLIC IpGenPrefix final {
       if (length > address.bitWidth()) throwLength(address.bitWidth());
       if (address.masked(length) != address) throwHostBits(address, length);
    }
-   // The parsing constructor: the quoted text of the prefix, '' for the null prefix.
+   // The parsing constructor, for the quoted text of the prefix; '' is the null prefix.
    explicit IpGenPrefix(Qor::String const& strep);
 
-   // The prefix that holds this one address.
+   // The prefix of this one address.
    static constexpr IpGenPrefix host(IpGenAddr const& address) {
       return IpGenPrefix(address, address.bitWidth());
    }
-   // All addresses of the family: 0.0.0.0/0 or ::/0.
+   // The prefix of all addresses of the family: 0.0.0.0/0 or ::/0.
    static constexpr IpGenPrefix any(IpFamily family) {
       return family == IpFamily::v4   ? IpGenPrefix(IpGenAddr::v4(0), 0)
              : family == IpFamily::v6 ? IpGenPrefix(IpGenAddr::v6({}), 0)
                                       : IpGenPrefix();
    }
-   // All multicast addresses of the family: 224.0.0.0/4 or ff00::/8.
+   // The prefix of all multicast addresses of the family: 224.0.0.0/4 or ff00::/8.
    static constexpr IpGenPrefix multicast(IpFamily family) {
       return family == IpFamily::v4   ? IpGenPrefix(IpGenAddr::v4(0xe0000000), 4)
              : family == IpFamily::v6 ? IpGenPrefix(IpGenAddr::v6({0xff}), 8)
                                       : IpGenPrefix();
    }
 
-   // Reads an address, or an address, "/" and a length without leading zeros. As strict as the
-   // constructor: bits set beyond the length are no prefix.
+   // Parses an address, or an address, "/" and a length without leading zeros. Any other text gives
+   // nullopt, and so does a prefix for which the constructor raises an error.
    static std::optional<IpGenPrefix> parse(std::string_view text);
 
    constexpr IpGenAddr const& address() const { return address_; }
@@ -64,7 +66,7 @@ class QOR_PUBLIC IpGenPrefix final {
       return !isNull() && address.masked(length_) == address_;
    }
 
-   // "10.0.0.0/8"; the length is left out for a host prefix.
+   // "10.0.0.0/8"; the text of a host prefix is that of its address.
    Qor::String toString() const;
    Qor::U32 hash() const { return Qor::hashFold(Qor::hashBytes(this, sizeof *this)); }
    Qor::String strep() const { return Qor::quotedStrep(toString()); }

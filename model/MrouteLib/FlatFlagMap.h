@@ -1,6 +1,7 @@
-// An ordered map from a small key to a bool, kept in one sorted vector: outgoing sets have a few
-// members, are compared and hashed as a whole, and are copied far more often than they change.
-// Iteration is in key order over pairs (key, flag). Any change invalidates iterators.
+// An ordered map from a small key to a flag, in one sorted vector. The sets of outgoing pairs are
+// such maps: they have few members, are compared and hashed as a whole, and are copied far more
+// often than they change. Iteration is over pairs (key, flag) in the order of the keys. A change
+// invalidates all iterators.
 #pragma once
 
 #include <algorithm>
@@ -21,14 +22,13 @@ class FlatFlagMap {
    const_iterator end() const { return members_.end(); }
    std::size_t size() const { return members_.size(); }
    bool empty() const { return members_.empty(); }
-   // The member, or end().
+   // The member of `key`, or end().
    const_iterator find(K const& key) const {
       auto const at = position(members_, key);
       return at != end() && at->first == key ? at : end();
    }
-   bool contains(K const& key) const { return find(key) != end(); }
 
-   // Inserts the member, or gives the one that is there a new flag.
+   // Inserts the member, or changes the flag of the present member.
    void set(K const& key, bool flag) {
       auto const at = position(members_, key);
       if (at != members_.end() && at->first == key) {
@@ -37,6 +37,7 @@ class FlatFlagMap {
          members_.emplace(at, key, flag);
       }
    }
+   // Does nothing for a key that is not in the map.
    void erase(K const& key) {
       auto const at = find(key);
       if (at != end()) members_.erase(at);
@@ -67,7 +68,7 @@ class FlatFlagMap {
    friend bool operator==(FlatFlagMap const&, FlatFlagMap const&) = default;
 
  private:
-   // Where the key is or belongs. Works on the vector as it is, const or not.
+   // The position of `key`, or the position at which to insert it, as an iterator of `members`.
    template <class Members>
    static auto position(Members& members, K const& key) {
       return std::lower_bound(members.begin(), members.end(), key,

@@ -1,5 +1,5 @@
-// Names the counter of one route: the hardware's number of the VRF, and the route's key. Ordered by
-// VRF, then by route key.
+// The key of one route's counter: the number of the VRF in the hardware, and the route key. Ordered
+// by VRF, then by route key.
 #pragma once
 
 #include <compare>
@@ -18,7 +18,7 @@ class MrouteCounterKey final {
    constexpr MrouteCounterKey() = default;
    constexpr MrouteCounterKey(Vel::VrfId vrfId, IpGenRouteKey const& routeKey)
          : vrfId_(vrfId), routeKey_(routeKey) {}
-   // The parsing constructor, of the form that strep() writes.
+   // The parsing constructor, for a text that strep() returned.
    explicit MrouteCounterKey(Qor::String const& strep)
          : MrouteCounterKey(Qor::parseStrep<MrouteCounterKey>(typeName, strep)) {}
 

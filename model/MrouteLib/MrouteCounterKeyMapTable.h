@@ -1,8 +1,8 @@
-// Which hardware counter counts which multicast route.
+// The hardware counter of each counted multicast route.
 //
-// The platform writes the table when it gives a route a counter and when it takes the counter back;
-// who publishes route counters looks the hardware counter up here. The multicast programmers only
-// keep it alive for their platform.
+// The platform writes the table when it assigns a counter to a route and when it withdraws the
+// counter. A publisher of route counters looks the hardware counter of a route up. The library does
+// not read the table: VelHelper::AsyncMrouteHelper holds it for the platform.
 #pragma once
 
 #include <utility>
@@ -19,7 +19,7 @@ class MrouteCounterKeyMapTable final
  public:
    class Notifiee : public Qor::NotifieeOf<MrouteCounterKeyMapTable> {
     public:
-      // A route got its counter, lost it, or was given another one.
+      // The route gained a counter, lost its counter, or has another one.
       virtual void onCounterKey(MrouteCounterKey const&) {}
       virtual void onCounterKeyImmediate() {}
 
@@ -33,9 +33,9 @@ class MrouteCounterKeyMapTable final
    explicit MrouteCounterKeyMapTable(Qor::Name name = "mrouteCounterKeyMapTable")
          : Entity(std::move(name)) {}
 
-   // The value is a key of FlexCounters::CounterKeyTable.
+   // The values are keys of FlexCounters::CounterKeyTable.
    CounterKeyColl::Map const& counterKey() const { return counterKey_.map(); }
-   // FlexCounters::noCounterKey for a route without a counter.
+   // Returns FlexCounters::noCounterKey for a route without a counter.
    Qor::U32 counterKey(MrouteCounterKey const& route) const {
       auto const* entry = counterKey_.map().find(route);
       return entry ? entry->second : FlexCounters::noCounterKey;

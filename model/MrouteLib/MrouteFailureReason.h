@@ -1,6 +1,6 @@
-// Why the asynchronous programmer could not do what it was asked. Running out of a chip's resources
-// is a state and no error, so it is told by this code. The type holds any 32-bit code: a layer
-// above may define more. Printed as the number.
+// The reason why an operation of the asynchronous programmer failed. A chip without room is a state
+// and not an error, so the programmer sets this code and raises no exception. The type holds any
+// 32-bit code, so that a higher layer can define further codes. A reason is printed as its number.
 #pragma once
 
 #include <ostream>
@@ -12,7 +12,7 @@ namespace MrouteLib {
 enum class MrouteFailureReason : Qor::U32 {
    none = 0,
    noMulticastId = 8,     // no free multicast id for the outgoing set
-   noRouteHandle = 1024,  // the platform gave no handle for the route
+   noRouteHandle = 1024,  // the platform returned no handle for the route
    noVrfStatus = 4096,    // the route's VRF has no hardware status yet
 };
 

@@ -10,6 +10,7 @@ namespace {
 
 Qor::U64 lastSerial = 0;
 
+// An oif set is looked up often and never changes, so its hash is computed once.
 PortVlanSet withSavedHash(PortVlanSet set) {
    set.saveHash();
    return set;
@@ -25,6 +26,7 @@ OifSet::OifSet(Qor::Ptr<MrouteTableColl> tableColl, PortVlanSet portVlanSet)
         serial_(++lastSerial) {}
 
 OifSet::~OifSet() {
+   // The interner's key points into this object.
    if (tableColl_) tableColl_->oifSetRetire(*this);
 }
 
@@ -36,8 +38,8 @@ std::ostream& operator<<(std::ostream& os, OifSetPtr const& oifSet) {
    return oifSet ? os << *oifSet : os << "null";
 }
 
-void blipEncode(Qor::BlipWriter& writer, OifSetPtr const& oifSet) {
-   writer.text(oifSet ? "OifSet#" + std::to_string(oifSet->serial()) : "null");
+Qor::String blipText(OifSetPtr const& oifSet) {
+   return oifSet ? "OifSet#" + std::to_string(oifSet->serial()) : "null";
 }
 
 MrouteTableColl::MrouteTableColl(Qor::Name name) : NamedEntity(std::move(name)) {}
@@ -59,6 +61,7 @@ OifSetPtr MrouteTableColl::oifSet(PortVlanSet const& portVlanSet) const {
 void MrouteTableColl::oifSetRetire(OifSet const& oifSet) {
    SetKey const key{&oifSet.portVlanSet()};
    auto const* entry = oifSets_.find(key);
+   // The entry may be that of a newer set of equal value, made after this one was retired.
    if (entry && entry->second == &oifSet) oifSets_.take(key);
 }
 

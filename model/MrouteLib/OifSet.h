@@ -1,15 +1,14 @@
-// Oif sets: immutable, counted objects, each holding one port/vlan set.
+// Oif sets: immutable, counted objects, each of which holds one port/vlan set.
 //
-// The table programmers share a replication group between routes that use the same oif set object;
-// they never compare port/vlan sets. Whoever feeds routes to a programmer therefore makes sure that
-// equal sets are the same object while anything uses them: MrouteTableColl does that.
+// The table programmers share a replication group among the routes that use the same oif set
+// object; they never compare port/vlan sets. The routing layer must therefore represent equal sets
+// by one object while any route, record or zombie uses it. MrouteTableColl does this.
 #pragma once
 
 #include <ostream>
 #include <utility>
 
 #include "MrouteLib/PortVlanSet.h"
-#include "Qor/Blip.h"
 #include "Qor/Entity.h"
 #include "Qor/Export.h"
 #include "Qor/HashMap.h"
@@ -21,24 +20,24 @@ namespace MrouteLib {
 class MrouteTableColl;
 class OifSet;
 
-// What stands for an oif set in a programmer's table. All that stand for one set, with whatever
-// programmer, are a chain that begins in the set itself, the newest first: whoever has the set finds
-// them without a table. The set outlives its place in the chain.
+// The base of the oif set records of both programmers. The records of one oif set, of all
+// programmers, form a chain that begins in the set, the newest record first, so that a programmer
+// finds the records of a set without a table. A record holds its set while it is in the chain.
 class OifSetCarrier {
  public:
    OifSetCarrier(OifSetCarrier const&) = delete;
    OifSetCarrier& operator=(OifSetCarrier const&) = delete;
 
-   // Those of a set, one after the other; null at the end.
+   // The first record of a set, and the record behind this one; null at the end of the chain.
    static OifSetCarrier* firstOf(OifSet const& oifSet);
    OifSetCarrier* next() const { return next_; }
-   // Tells whose it is; null: nobody's.
+   // Identifies the programmer that made the record; null for a record made without a programmer.
    Qor::RefCounted const* programmer() const { return programmer_.get(); }
    // Counts the carriers of the process in the order of their making, from 1: no other ever has the
-   // same, whatever has become of its memory.
+   // same number, at the same address either.
    Qor::U64 serial() const { return serial_; }
 
-   // Whether it is the one of its programmer's that further routes may share.
+   // Whether this is the record that the programmer shares with further routes of the set.
    bool inUse() const { return inUse_; }
    void inUseIs(bool inUse) { inUse_ = inUse; }
 
@@ -47,6 +46,7 @@ class OifSetCarrier {
          : programmer_(std::move(programmer)), serial_(++lastSerial_), inUse_(false) {}
    ~OifSetCarrier() = default;
 
+   // Put the record into the chain of its set, and remove it.
    void enter(OifSet const& oifSet);
    void leave(OifSet const& oifSet);
 
@@ -62,13 +62,14 @@ class OifSetCarrier {
 
 class QOR_PUBLIC OifSet final : public Qor::RefCounted, public Qor::Pooled {
  public:
-   // `tableColl` is the collection of tables the set belongs to, and may be null. The set is not
-   // interned by being constructed: two sets made here are two sets, even when they are equal.
+   // `tableColl` is the interner of the set, or null. The constructor does not enter the set there:
+   // two sets constructed from equal port/vlan sets are two oif sets. Callers that share groups use
+   // MrouteTableColl::newOifSet().
    OifSet(Qor::Ptr<MrouteTableColl> tableColl, PortVlanSet portVlanSet);
 
    PortVlanSet const& portVlanSet() const { return portVlanSet_; }
-   // Counts the oif sets of the process in the order of their making, from 1. It is their name in
-   // traces, where an address would say less and differ from run to run.
+   // The number of the set among the oif sets of the process, in the order of construction, from 1.
+   // Traces print it as the name of the set, since it is the same in each run, unlike an address.
    Qor::U64 serial() const { return serial_; }
 
  private:
@@ -76,7 +77,7 @@ class QOR_PUBLIC OifSet final : public Qor::RefCounted, public Qor::Pooled {
    friend class OifSetCarrier;
    ~OifSet() override;
 
-   // What the programmers look at in every set they meet comes first, in one cache line.
+   // The members that the programmers read of every set come first, in one cache line.
    mutable OifSetCarrier* carriers_ = nullptr;
    PortVlanSet const portVlanSet_;
    Qor::Ptr<MrouteTableColl> const tableColl_;
@@ -98,39 +99,35 @@ inline void OifSetCarrier::leave(OifSet const& oifSet) {
    *link = next_;
 }
 
-// Compares by identity: the same oif set is the same object.
+// Compares by identity: two pointers are equal if they point to the same oif set object.
 using OifSetPtr = Qor::Ptr<OifSet const>;
 
-// "OifSet#<serial>", or "null".
+// Printed as "OifSet#<serial>", or "null".
 QOR_PUBLIC std::ostream& operator<<(std::ostream& os, OifSet const& oifSet);
 QOR_PUBLIC std::ostream& operator<<(std::ostream& os, OifSetPtr const& oifSet);
-QOR_PUBLIC void blipEncode(Qor::BlipWriter& writer, OifSetPtr const& oifSet);
+QOR_PUBLIC Qor::String blipText(OifSetPtr const& oifSet);
 
-// The multicast tables that share their oif sets: the interner of equal sets. It holds no reference
-// to them: an oif set is known here exactly as long as something else (a route, a record, a
-// zombie) keeps it alive, so that a route that returns while its group still waits as a zombie gets
-// the very object the zombie carries.
+// The interner of equal oif sets, shared by all multicast tables. It holds no reference to the
+// sets: it has an oif set as long as a route, a record or a zombie keeps the set alive. A route
+// that returns while its group is a zombie therefore receives the oif set object of that zombie.
 class QOR_PUBLIC MrouteTableColl final : public Qor::NamedEntity {
  public:
    explicit MrouteTableColl(Qor::Name name = "mrouteTableColl");
 
-   // The one living oif set of this value, made if there is none.
+   // Returns the oif set of an equal port/vlan set, or makes a new one.
    OifSetPtr newOifSet(PortVlanSet const& portVlanSet);
-   // The living oif set of this value, or null.
+   // Returns the oif set of an equal port/vlan set, or null.
    OifSetPtr oifSet(PortVlanSet const& portVlanSet) const;
-   // Stops handing out this object, whose record may not be shared any more: the next newOifSet()
-   // of its value makes a fresh one, which is shared anew. Does nothing for a set that is not
-   // handed out.
+   // Removes an oif set whose record must not be shared with further routes. The next newOifSet()
+   // of an equal port/vlan set makes another object. Does nothing for a set that is not in the
+   // interner.
    void oifSetRetire(OifSet const& oifSet);
-
-   // How many sets are known.
-   Qor::U32 oifSets() const { return oifSets_.size(); }
 
  private:
    friend class OifSet;
    ~MrouteTableColl() override;
 
-   // A set looked up by value; the key of an entry points into the oif set itself.
+   // A port/vlan set, compared and hashed by value. The key of an entry points into its oif set.
    struct SetKey {
       PortVlanSet const* set;
       Qor::U32 hash() const { return set->hash(); }

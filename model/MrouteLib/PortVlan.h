@@ -1,5 +1,5 @@
-// One outgoing member of a multicast set: an interface and the vlan in which the copy leaves.
-// Ordered by interface (as Lnet::IntfId orders names), then by vlan.
+// One outgoing port/vlan pair: an interface, and the vlan in which the copy of a packet leaves it.
+// Ordered by interface (in the order of Lnet::IntfId), then by vlan.
 #pragma once
 
 #include <compare>
@@ -17,7 +17,7 @@ class PortVlan final {
    constexpr PortVlan() = default;
    explicit constexpr PortVlan(Lnet::IntfId intfId, Bridging::VlanIdOrNone vlanId = {})
          : intfId_(intfId), vlanId_(vlanId) {}
-   // The parsing constructor, of the form that strep() writes.
+   // The parsing constructor, for a text that strep() returned.
    explicit PortVlan(Qor::String const& strep)
          : PortVlan(Qor::parseStrep<PortVlan>(typeName, strep)) {}
 
@@ -40,7 +40,7 @@ class PortVlan final {
 
    friend constexpr bool operator==(PortVlan const&, PortVlan const&) = default;
    friend std::strong_ordering operator<=>(PortVlan const&, PortVlan const&) = default;
-   // "rtr3:1007", or "rtr3" without a vlan; and the same at the end of a text.
+   // Appends the printed form to `out`: "rtr3:1007", or "rtr3" for a pair without a vlan.
    void appendTo(Qor::String& out) const {
       out += intfId_.name();
       if (!vlanId_.isNone()) out.append(1, ':').append(std::to_string(vlanId_.value()));

@@ -90,7 +90,7 @@ class QOR_PUBLIC PortVlanSet final {
    }
 
  private:
-   // The hash, if it is saved. What is moved from has none: its members are gone.
+   // The hash, if it is saved. A set that was moved from has none: its members are gone.
    struct SavedHash {
       SavedHash() = default;
       explicit SavedHash(Qor::U32 h) : saved(true), hash(h) {}

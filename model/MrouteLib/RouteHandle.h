@@ -1,5 +1,5 @@
-// A platform's number for a route entry in the hardware. All-ones is the invalid handle, which is
-// also the default.
+// The platform's number of a route entry in the hardware. All-ones is the invalid handle and the
+// default.
 #pragma once
 
 #include "Qor/NumberValue.h"

@@ -1,5 +1,5 @@
-// The route for which an outgoing set is allocated, as far as a platform may want to know it when
-// it chooses a multicast group. The programmer passes it on unread.
+// Describes the route for which an oif set is allocated. The programmer passes the description to
+// the platform, which may use it to choose a multicast group; the programmer does not read it.
 #pragma once
 
 #include <ostream>

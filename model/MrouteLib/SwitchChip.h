@@ -1,9 +1,9 @@
-// The programmers' interfaces as the routing layer sees them: one per switch chip and per path. The
-// caller runs an operation and reads its results from attributes afterwards. Running out of chip
-// resources is a result, never an error.
+// The interfaces of the table programmers to the routing layer. There is one programmer per switch
+// chip; a chip has an asynchronous or a synchronous one. A caller runs an operation and then reads
+// its results from attributes. A chip without room is a result, never an error.
 //
-// The routing layer's duties are stated with the programmers themselves
-// (Vel/VelAsyncMrouteSwitch.h for the asynchronous path).
+// The headers of the programmers (Vel/VelAsyncMrouteSwitch.h, Vel/VelSyncMrouteSwitch.h) state the
+// duties of the routing layer and the effect of each operation.
 #pragma once
 
 #include "Bridging/VlanId.h"
@@ -19,10 +19,11 @@
 
 namespace MrouteLib {
 
-// A programmed oif set. Each path derives its record from it; routes hold the record counted.
+// The record of a programmed oif set. Each path derives its own record type. A route holds its
+// record by a counted pointer.
 class QOR_PUBLIC MtableOifSet : public Qor::EntityBase {
  public:
-   // The set of outgoing port/vlan pairs that the record carries; never null.
+   // The oif set of the record; never null.
    virtual OifSetPtr oifSet() const = 0;
 
  protected:
@@ -40,16 +41,16 @@ class QOR_PUBLIC SwitchChipBase : public Qor::Entity<SwitchChipBase, Qor::NamedE
       virtual void onMtableOifSet() {}
    };
 
-   // The number of the chip, as the platform counts them.
+   // The platform's number of the chip.
    Qor::U32 switchId() const { return switchId_; }
 
-   // Result: the handle of the last allocated route, invalid when there was none to be had.
+   // Result: the handle of the route allocated last; the invalid handle if the allocation failed.
    RouteHandle routeHandle() const { return routeHandle_; }
    void routeHandleIs(RouteHandle v) { attrIs<&Notifiee::onRouteHandle>(routeHandle_, v); }
 
-   // Result: the record chosen by the last oif set allocation. The attribute counts as a user of
-   // the record: the caller takes it and sets the attribute to null at once, or the record's last
-   // route would never be its last user.
+   // Result: the record chosen by the last oif set allocation. The attribute holds the record. The
+   // caller must take the record and set the attribute to null at once: otherwise the record keeps
+   // this reference when its last route leaves it.
    MtableOifSetPtr mtableOifSet() const { return mtableOifSet_; }
    void mtableOifSetIs(MtableOifSetPtr v) {
       attrIs<&Notifiee::onMtableOifSet>(mtableOifSet_, std::move(v));
@@ -73,7 +74,7 @@ class QOR_PUBLIC AsyncSwitchChip : public Qor::Entity<AsyncSwitchChip, SwitchChi
       virtual void onMrouteFailureReason() {}
    };
 
-   // Result: 0, or why the last operation could not do its work.
+   // Result: MrouteFailureReason::none, or the reason why the last operation failed.
    MrouteFailureReason mrouteFailureReason() const { return mrouteFailureReason_; }
    void mrouteFailureReasonIs(MrouteFailureReason v) {
       attrIs<&Notifiee::onMrouteFailureReason>(mrouteFailureReason_, v);
@@ -116,8 +117,8 @@ class QOR_PUBLIC SwitchChip : public Qor::Entity<SwitchChip, SwitchChipBase> {
       virtual void onMrouteReviewKick() {}
    };
 
-   // Whether the replication table, the route table and the boundary table have room; true until
-   // an allocation meets a full table.
+   // Whether the replication table, the route table and the boundary table have room. Initially
+   // true; the programmer clears a flag when an allocation finds the table full.
    bool mtableFree() const { return mtableFree_; }
    void mtableFreeIs(bool v) { attrIs<&Notifiee::onMtableFree>(mtableFree_, v); }
    bool mrouteTcamFree() const { return mrouteTcamFree_; }
@@ -125,7 +126,8 @@ class QOR_PUBLIC SwitchChip : public Qor::Entity<SwitchChip, SwitchChipBase> {
    bool boundaryTcamFree() const { return boundaryTcamFree_; }
    void boundaryTcamFreeIs(bool v) { attrIs<&Notifiee::onBoundaryTcamFree>(boundaryTcamFree_, v); }
 
-   // A change asks the routing layer to look once more at the routes that are not programmed.
+   // A counter of requests. Each change asks the routing layer to review the routes that are not
+   // programmed.
    Qor::U64 mrouteReviewKick() const { return mrouteReviewKick_; }
    void mrouteReviewKickIs(Qor::U64 v) {
       attrIs<&Notifiee::onMrouteReviewKick>(mrouteReviewKick_, v);

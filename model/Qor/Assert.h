@@ -1,5 +1,6 @@
-// Assertions for broken invariants. They are behaviour: on in every build type, whatever NDEBUG
-// says, and their text is the asserted expression exactly as it stands in the source.
+// Assertions for broken invariants. Assertions are part of the behaviour: they are on in every
+// build type, with NDEBUG too, and the text of an assertion is its expression as written in the
+// source.
 //
 // A failed assertion writes one line to the standard error stream and aborts the process:
 //    <source>:<line>: <function>: Assertion `<expression>' failed.

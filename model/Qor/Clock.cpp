@@ -16,7 +16,7 @@ Seconds monotonicSeconds() {
          .count();
 }
 
-// Never destroyed: objects with static storage may ask for the time while they are.
+// Never destroyed, since objects with static storage may read the time in their destructors.
 Ptr<ActivityManager>& currentManager() {
    static auto* const manager = new Ptr<ActivityManager>;
    if (!*manager) *manager = make<ActivityManager>(ActivityManager::TimeBase::real);
@@ -44,7 +44,7 @@ void Clock::timeMinIs(Seconds time) const {
 }
 
 void Clock::fire() const {
-   Ptr<Clock const> const self(this);
+   Ptr<Clock const> const self(this);  // a handler may drop the last reference
    Seconds const instant = manager_->now();
    firingsAtInstant_ = firedAt_ == instant ? firingsAtInstant_ + 1 : 1;
    firedAt_ = instant;
@@ -52,6 +52,7 @@ void Clock::fire() const {
       String const text = "clock \"" + name() + "\" fires within the bound at one instant";
       assertionFailed(text.c_str(), __FILE__, __LINE__, __PRETTY_FUNCTION__);
    }
+   // In a destructor, since a handler that raises an error is called again too.
    struct Retry {
       ~Retry() {
          if (!clock.assigned_) clock.manager_->schedule(clock, clock.manager_->now() + retryGap);
@@ -89,7 +90,7 @@ void ActivityManager::schedule(Clock const& clock, Seconds time) {
       queue_.emplace(clock.deadline_, &clock);
       return;
    }
-   // A clock that is set anew takes its node along.
+   // Re-arming moves the clock's node within the queue, and so allocates nothing.
    auto node = queue_.extract(clock.deadline_);
    node.key() = clock.deadline_ = {time, nextSequence_++};
    queue_.insert(std::move(node));
@@ -102,15 +103,15 @@ void ActivityManager::unschedule(Clock const& clock) {
 }
 
 U32 ActivityManager::runDue() {
-   // The deadlines due now, noted by value: a clock that has been re-armed, disarmed or
-   // destroyed before its place in the turn comes is not found under its old deadline.
+   // The deadlines are copied: a clock that a handler re-arms, disarms or destroys before its own
+   // firing is then not in the queue under its old deadline.
    std::vector<std::pair<Seconds, U64>> due;
    Seconds const turn = now();
    for (auto const& [deadline, clock] : queue_) {
       if (deadline.first > turn) break;
       due.push_back(deadline);
    }
-   Ptr<ActivityManager> const self(this);
+   Ptr<ActivityManager> const self(this);  // a handler may drop the last reference
    U32 fired = 0;
    for (auto const& deadline : due) {
       auto const it = queue_.find(deadline);

@@ -80,7 +80,7 @@ concept OrderedByKey = requires(Map const& map, typename Map::Key const& key) {
 };
 
 QOR_PUBLIC void checkArgumentCount(String const& fullName, std::size_t takes, std::size_t given);
-// Refuses null for what the constructor of the type requires.
+// Refuses null for each argument that the constructor of the type requires.
 QOR_PUBLIC void refuseNull(String const& type, TypeConstructor const& constructor,
                            GenericArguments given);
 

@@ -1,4 +1,4 @@
-// Printing of enumerations whose values are small numbers.
+// Stream output of enumerations whose values are small numbers.
 #pragma once
 
 #include <cstddef>
@@ -8,8 +8,8 @@
 
 namespace Qor {
 
-// Writes the name at the value's place in `names`, or the number where there is none, so that a
-// value from a newer peer or from a corrupted input can still be told in a trace.
+// Prints names[value]; prints the number if `names` has no text there, so that a trace shows a
+// value from a newer peer or a corrupted input too.
 template <class E, std::size_t N>
 std::ostream& printEnum(std::ostream& out, E value, char const* const (&names)[N]) {
    auto const number = static_cast<std::size_t>(value);

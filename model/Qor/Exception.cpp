@@ -4,8 +4,8 @@
 
 namespace Qor {
 
-// The destructors are out of line so that each class has one vtable and one type_info, here:
-// what the library throws must be catchable in the program that uses it.
+// The destructors are out of line so that each class has one vtable and one type_info, which are in
+// this library. A program that uses the library can then catch the errors by their types.
 Exception::Exception(String message) : message_(std::move(message)) {}
 Exception::~Exception() = default;
 RangeException::~RangeException() = default;

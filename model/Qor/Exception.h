@@ -1,4 +1,4 @@
-// The errors the framework raises. Each carries one text, which is part of the behaviour: callers
+// The errors that the framework raises. The text of an error is part of the behaviour: callers
 // compare it letter by letter.
 #pragma once
 
@@ -20,7 +20,7 @@ class QOR_PUBLIC Exception : public std::exception {
    String message_;
 };
 
-// A value outside its type's range, a text that does not parse, or a null pointer given to a
+// A value outside the range of its type, a text that does not parse, or a null pointer passed to a
 // mutator that needs an object.
 class QOR_PUBLIC RangeException final : public Exception {
  public:
@@ -28,22 +28,24 @@ class QOR_PUBLIC RangeException final : public Exception {
    ~RangeException() override;
 };
 
-// A collection member is created again under its key, but with another value of a constructor
-// parameter than the member that is there. Text: "Reinstantiating the pointer interface where
-// constructor parameter attribute _<name> has a different value of <old value>".
+// A member of a collection was requested under the key of a present member, but with another value
+// of a constructor parameter. Text: "Reinstantiating the pointer interface where constructor
+// parameter attribute _<name> has a different value of <value of the present member>".
 class QOR_PUBLIC ReinstantiationException final : public Exception {
  public:
    using Exception::Exception;
    ~ReinstantiationException() override;
 };
 
+// Raises RangeException with `message`.
 [[noreturn]] QOR_PUBLIC void throwRange(String message);
 
 // Raises RangeException with "null _<attribute> parameter to mutator for <type>::<attribute> not
-// allowed" followed by one double quote character, which belongs to the text.
+// allowed" and one double quote character behind it, which belongs to the text.
 [[noreturn]] QOR_PUBLIC void throwNullParameter(char const* type, char const* attribute);
 
-// Raises ReinstantiationException; `attribute` is without the underscore.
+// Raises ReinstantiationException. `attribute` is the name without the underscore, `oldValue` the
+// string representation of the present member's value.
 [[noreturn]] QOR_PUBLIC void throwReinstantiation(char const* attribute, String const& oldValue);
 
 }  // namespace Qor

@@ -1,5 +1,6 @@
-// Symbol visibility. The shared library is built with hidden visibility; what a user of the
-// library may call, derive from, throw or catch is marked QOR_PUBLIC, and nothing else leaves it.
+// Symbol visibility. The shared library is built with hidden visibility. It exports the classes and
+// functions marked QOR_PUBLIC: those that a user of the library may call, derive from, throw or
+// catch.
 #pragma once
 
 #define QOR_PUBLIC __attribute__((visibility("default")))

@@ -1,6 +1,6 @@
-// Hashing for the framework's maps. A hash is 64 bits inside the maps; value types of the model
-// that promise a 32-bit hash() are widened by mixing. Pointers are hashed by address for look-up
-// only: the maps iterate in an order that does not depend on it.
+// Hash functions for the keys of the framework's maps. hashOf() computes 64 bits, and the index of
+// a map folds them to the 32 bits that its cells hold (Qor/HashIndex.h). A pointer is hashed by its
+// address; this affects look-up alone, since no map iterates in the order of hashes.
 #pragma once
 
 #include <concepts>
@@ -13,14 +13,15 @@
 
 namespace Qor {
 
-// Mixes two words into one: a 64 by 64 bit multiplication folded in half. Every input bit reaches
-// the low bits of the result, which is what a power-of-two table needs.
+// Mixes two words into one: their product of 128 bits, folded in half. Every bit of both words
+// affects the low bits of the result, which select the cell in a table of a power-of-two size.
 inline U64 hashMix(U64 a, U64 b) {
    __extension__ using U128 = unsigned __int128;
    U128 const product = static_cast<U128>(a ^ 0x9E3779B97F4A7C15u) * (b ^ 0xD6E8FEB86659FD93u);
    return static_cast<U64>(product) ^ static_cast<U64>(product >> 64);
 }
 
+// The hash of `size` bytes at `data`. `seed` is mixed in first, such as another part of the key.
 inline U64 hashBytes(void const* data, std::size_t size, U64 seed = 0) {
    auto const* p = static_cast<unsigned char const*>(data);
    U64 h = hashMix(seed, size);
@@ -39,12 +40,13 @@ inline U64 hashBytes(void const* data, std::size_t size, U64 seed = 0) {
    return h;
 }
 
-// The 32-bit form that value types publish as hash().
+// A 64-bit hash folded to 32 bits: the result type of hash() of the value types.
 inline U32 hashFold(U64 h) {
    return static_cast<U32>(h ^ (h >> 32));
 }
 
-// The hash of a map's key.
+// The hash of a map's key: a number, an enumerator, a pointer, a text, a value type with hash(), or
+// a counted pointer, which is hashed by its address as a plain pointer is.
 template <class K>
 U64 hashOf(K const& key) {
    if constexpr (std::is_enum_v<K> || std::is_integral_v<K>) {
@@ -59,7 +61,7 @@ U64 hashOf(K const& key) {
                         }) {
       return hashMix(key.hash(), 0);
    } else {
-      return hashMix(reinterpret_cast<U64>(key.get()), 0);  // a counted pointer
+      return hashMix(reinterpret_cast<U64>(key.get()), 0);
    }
 }
 

@@ -1,6 +1,7 @@
-// An open-addressing index from hashes to the numbers of entries that are kept elsewhere: cells of a
-// hash and a number, 8 bytes, probed one after the other, and closed up when one leaves. The maps of
-// the framework that look up by hash are made of it and of a Qor::Slab.
+// An open-addressing index that maps the hash of a key to the number of an entry kept elsewhere. A
+// cell is 8 bytes: a 32-bit hash and a number. Cells are probed linearly; a removal moves the later
+// cells of its run up. The maps of the framework that look up by hash consist of such an index and
+// a Qor::Slab of entries.
 #pragma once
 
 #include <cstddef>
@@ -14,15 +15,17 @@ namespace Qor {
 
 class HashIndex {
  public:
+   // The result of locate() for an entry that is not in the index.
    static constexpr U32 nowhere = 0xFFFFFFFF;
 
-   // The hash of a key, as the index takes it.
+   // The hash of a key, which the other operations expect.
    template <class K>
    static U32 hash(K const& key) {
       return hashFold(hashOf(key));
    }
 
-   // Where the entry of that hash stands for which same(number) holds; or nowhere.
+   // The position of the cell with `hash` whose entry satisfies same(number); nowhere if there is
+   // none. The index is at most half full, so that every probe ends at an empty cell.
    template <class Same>
    U32 locate(U32 hash, Same const& same) const {
       if (size_ == 0) return nowhere;
@@ -32,30 +35,33 @@ class HashIndex {
          if (cell.hash == hash && same(cell.entry - 1)) return position;
       }
    }
-   // Where the entry `number` stands, which is here: no entry is looked at.
+   // The position of the cell of entry `number`, which must be in the index. Reads no entry.
    U32 locate(U32 hash, U32 number) const {
       U32 position = hash & mask();
       while (cells_[position].entry != number + 1)
          position = (position + 1) & mask();
       return position;
    }
+   // The number of the entry at `position`.
    U32 operator[](U32 position) const { return cells_[position].entry - 1; }
-   // Starts fetching where an entry of that hash is likely to stand.
-   // Never a function by itself, which the compiler takes for one without an effect.
+   // Starts fetching the first cell that a look-up of `hash` reads. Always inlined: the compiler
+   // drops a call of a function that does nothing but prefetch.
    [[gnu::always_inline]] void prefetch(U32 hash) const {
       if (size_ != 0) __builtin_prefetch(&cells_[hash & mask()], 1);
    }
 
+   // Adds entry `number`, which must not be in the index.
    void insert(U32 hash, U32 number) {
       if ((std::size_t(size_) + 1) * 2 > cells_.size()) grow();
       place({hash, number + 1});
       ++size_;
    }
 
-   // Another entry, of the same hash, in the place of the one that is there.
+   // Replaces the entry at `position` by entry `number` of the same hash.
    void replace(U32 position, U32 number) { cells_[position].entry = number + 1; }
 
-   // Empties a cell and moves later cells of its run up, so that no tombstones are needed.
+   // Empties the cell at `hole` and moves the later cells of its run up, so that the index needs no
+   // tombstones.
    void vacate(U32 hole) {
       for (U32 position = (hole + 1) & mask(); cells_[position].entry != 0;
            position = (position + 1) & mask()) {

@@ -1,15 +1,14 @@
-// The hash map of the framework: a slab of entries with stable addresses (Qor/Slab.h), and a small
-// open-addressing index over it (Qor/HashIndex.h).
+// The hash map of the framework: a slab of entries with stable addresses (Qor/Slab.h) and a small
+// open-addressing index (Qor/HashIndex.h).
 //
 //  - An entry keeps its address until it is erased.
-//  - Iteration runs over the slab: it is fast, and its order follows from the history of
-//    insertions and erasures alone, never from hashes or pointer values. A freed slot is reused by
-//    the next insertion.
-//  - Erasing an entry leaves iterators to other entries valid; an insertion moves end().
-//    Iterators are not held across a notification: a position that must survive is a key.
-//  - Letting go of a key or a value may run code that comes back here: it finds the map without
-//    the entry. It may do anything but clear, swap or move a map whose key is just being erased.
-//  - Look-up touches the index (a tag and a slot number, 8 bytes) and then the entry it finds.
+//  - Iteration runs over the slab, which is fast. Its order depends on the history of insertions
+//    and erasures alone, not on hashes or pointer values. An insertion reuses the slot freed last.
+//  - Erasing an entry leaves iterators to other entries valid; an insertion may move end(). No
+//    iterator is kept across a notification: a position that must survive one is a key.
+//  - The destructor of an erased key or value may run code that uses the map. Such code finds the
+//    map without the entry. It must not clear, swap or move the map while a key is being destroyed.
+//  - A look-up reads cells of the index (8 bytes each, adjacent, mostly one) and then the entry.
 #pragma once
 
 #include <algorithm>
@@ -75,7 +74,7 @@ class HashMap {
          slot_ = &map_->slots_[number_];
          skipFree();
       }
-      // Slots lie side by side but where a chunk begins.
+      // Slots are adjacent except at the beginning of a chunk.
       void step() {
          ++number_;
          ++slot_;
@@ -89,7 +88,7 @@ class HashMap {
       }
 
       HashMap const* map_ = nullptr;
-      Slot* slot_ = nullptr;  // dangles at the end
+      Slot* slot_ = nullptr;  // of number_; not valid at the end
       U32 number_ = 0;
    };
    using Iterator = Cursor<Entry>;
@@ -117,8 +116,9 @@ class HashMap {
    ConstIterator begin() const { return ConstIterator(this, 0); }
    ConstIterator end() const { return ConstIterator(this, slots_.count()); }
 
+   // The entry of `key`, or null. The entry found last is compared first, since callers often look
+   // one key up many times: the vlan of one interface for each of its routes.
    Entry* find(K const& key) { return const_cast<Entry*>(std::as_const(*this).find(key)); }
-   // The entry found last is tried first: the vlan of one interface is asked for route after route.
    Entry const* find(K const& key) const {
       if (recent_ && recent_->first == key) return recent_;
       if (size_ == 0) return nullptr;
@@ -127,7 +127,7 @@ class HashMap {
       return recent_ = &slots_[index_[position]].entry();
    }
 
-   // The entry under `key`, made from `value` if there was none; and whether it was made.
+   // Returns the entry of `key`, made from `value` if there was none, and whether it was made.
    std::pair<Entry*, bool> insert(K key, V value) {
       U32 const hash = HashIndex::hash(key);
       U32 const position = locate(key, hash);
@@ -141,7 +141,8 @@ class HashMap {
       return {&s.entry(), true};
    }
 
-   // Erases the entry and hands out its value, so that the caller decides when the value dies.
+   // Erases the entry and returns its value, so that the caller decides when the value is
+   // destroyed.
    std::optional<V> take(K const& key) {
       if (size_ == 0) return std::nullopt;
       U32 const position = locate(key, HashIndex::hash(key));
@@ -158,7 +159,7 @@ class HashMap {
       return value;
    }
 
-   // The first entry behind the place where `iterator` stood, whatever has been erased since.
+   // The first entry behind the position of `iterator`, whose own entry may have been erased.
    ConstIterator resume(ConstIterator iterator) const {
       return ConstIterator(this, std::min(iterator.number_ + 1, slots_.count()));
    }

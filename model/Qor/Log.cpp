@@ -14,14 +14,15 @@ namespace {
 
 LogSink* currentSink = nullptr;
 
-// A bucket per message: it holds up to rateLimitBurst tokens and gains one each rateLimitInterval.
+// A token bucket for each message: a bucket holds up to rateLimitBurst tokens, gains one token in
+// each rateLimitInterval, and loses one with each message that passes.
 bool withinRate(LogMessage const& message) {
    if (message.rateLimitInterval <= 0) return true;
    struct Bucket {
       double tokens;
       Seconds filledAt;
    };
-   // Never destroyed: objects with static storage may log while they are.
+   // Never destroyed, since objects with static storage may log in their destructors.
    static auto& buckets = *new std::map<LogMessage const*, Bucket>;
    Seconds const present = now();
    Bucket& bucket =
@@ -44,7 +45,7 @@ String LogMessage::text(std::initializer_list<double> arguments) const {
    for (auto hole = rest.find("%d"); hole != std::string_view::npos; hole = rest.find("%d")) {
       out += rest.substr(0, hole);
       if (argument != arguments.end()) {
-         char number[320];  // holds any double; adding zero takes the sign from a zero
+         char number[320];  // enough for any double; adding 0.0 turns -0 into 0
          std::snprintf(number, sizeof number, "%.0f", std::trunc(*argument++) + 0.0);
          out += number;
       }

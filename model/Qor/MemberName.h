@@ -1,13 +1,13 @@
-// The names of types and members as the compiler knows them. A description that takes its names
-// from here cannot differ from the class that it describes.
+// The names of types and members as the compiler knows them. A type description (Qor/Describe.h)
+// takes its names from here, so that they cannot differ from the class.
 #pragma once
 
 #include <string_view>
 
-// Outside of all namespaces of ours, from within which the compiler leaves their names out.
+// Not nested in Qor: the compiler omits the name of the enclosing namespace from a type's name.
 namespace qorNames {
 
-// What the compiler calls the template argument: "[with T = Vel::Route]".
+// The name of the template argument, cut from "... [with T = Vel::Route]".
 template <class T>
 consteval auto typeArgumentText() {
    std::string_view const text = __PRETTY_FUNCTION__;
@@ -19,13 +19,13 @@ consteval auto typeArgumentText() {
 
 namespace Qor {
 
-// The full name of a class: "Vel::Route".
+// The full name of a class, such as "Vel::Route".
 template <class T>
 consteval auto className() {
    return qorNames::typeArgumentText<T>();
 }
 
-// The last name of a member or function: "usedInHwIs" of &AsyncMtableOifSet::usedInHwIs.
+// The unqualified name of a member or function: "usedInHwIs" for &AsyncMtableOifSet::usedInHwIs.
 template <auto Member>
 consteval auto memberName() {
    std::string_view const text = __PRETTY_FUNCTION__;

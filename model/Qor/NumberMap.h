@@ -1,16 +1,18 @@
-// The ordered map of the framework for keys that are 32-bit numbers, as a platform's handles are: a
-// radix tree of six bits a level. Looking a number up costs one node for each six bits of the
-// largest number there is, and no comparison; where the numbers are dense, all but the last node are
-// in the cache. So it is the map for handles and other numbers that a chip gives out, in which
-// Qor::OrderedMap would walk a path of cold nodes. Entries of up to two words, such as a counted
-// pointer under its number, lie in the leaves of the tree; larger ones in a pool.
+// The ordered map of the framework for keys that are 32-bit numbers: a radix tree with six bits per
+// level. A look-up visits one node per six bits of the largest number that the map has held, and
+// compares nothing. If the numbers are dense, all nodes above the leaf stay cached. The map
+// suits handles and other numbers that a chip assigns, for which Qor::OrderedMap would walk a path
+// of cold nodes. Entries of up to 16 bytes, such as a counted pointer and its number, are in the
+// leaves of the tree; larger entries are in a pool.
 //
 //  - An entry keeps its address until it is erased, and iterators to it stay valid as long.
-//  - Iteration is in the order of the numbers. A position that must survive its entry is a key:
-//    resume with upperBound(key).
-//  - Letting go of a value may run code that comes back here: it finds the map without the entry.
-//  - Dense numbers cost no more than their entries, and 8 bytes each where those are in the pool; a
-//    number far from all others costs a few nodes of 520 bytes, and a leaf of up to 1032.
+//  - Iteration is in the order of the numbers. A position that must survive the erasure of its
+//    entry is a key: resume with upperBound(key).
+//  - The destructor of an erased value may run code that uses the map. Such code finds the map
+//    without the entry.
+//  - Dense numbers cost little more memory than their entries; an entry in the pool costs 8 bytes
+//    more. A number far from all others costs up to five nodes of 520 bytes and a leaf of up to
+//    1032.
 #pragma once
 
 #include <array>
@@ -28,7 +30,7 @@
 
 namespace Qor {
 
-// `K` is a U32, or has value(), its number.
+// `K` is a U32, or a type whose value() returns its number.
 template <class K, class V>
 class NumberMap {
    static U32 numberOf(K const& key) {
@@ -96,6 +98,7 @@ class NumberMap {
    ConstIterator begin() const { return ConstIterator(this, atLeast(0)); }
    ConstIterator end() const { return ConstIterator(this, nullptr); }
 
+   // The entry of `key`, or null.
    Entry* find(K const& key) { return const_cast<Entry*>(std::as_const(*this).find(key)); }
    Entry const* find(K const& key) const {
       U32 const number = numberOf(key);
@@ -103,7 +106,7 @@ class NumberMap {
       return leaf ? leaf->entry(digit(number, 0)) : nullptr;
    }
 
-   // The first entry with a key not before / strictly behind `key`.
+   // The first entry with a key not less than `key`, or greater than `key`; else end().
    ConstIterator lowerBound(K const& key) const {
       return ConstIterator(this, atLeast(numberOf(key)));
    }
@@ -111,7 +114,7 @@ class NumberMap {
       return ConstIterator(this, atLeast(U64{numberOf(key)} + 1));
    }
 
-   // The entry under `key`, made from `value` if there was none; and whether it was made.
+   // Returns the entry of `key`, made from `value` if there was none, and whether it was made.
    std::pair<Entry*, bool> insert(K key, V value) {
       U32 const number = numberOf(key);
       Leaf* leaf = leafOf(number);
@@ -126,7 +129,8 @@ class NumberMap {
       return {made, true};
    }
 
-   // Erases the entry and hands out its value, so that the caller decides when the value dies.
+   // Erases the entry and returns its value, so that the caller decides when the value is
+   // destroyed.
    std::optional<V> take(K const& key) {
       U32 const number = numberOf(key);
       Leaf* const leaf = leafOf(number);
@@ -158,14 +162,13 @@ class NumberMap {
 
  private:
    static constexpr unsigned bits = 6;
-   static constexpr unsigned maxHeight = 31 / bits;
    static constexpr bool inLeaf = sizeof(Entry) <= 16;
 
-   // Those in use, of a set that bits stand for, from `at` on, which may be one more than there are.
+   // The bits of `used` from bit `at` on. `at` may be 64, behind the last bit.
    static U64 usedFrom(U64 used, unsigned at) { return at >> bits ? 0 : used & (~U64{0} << at); }
    static unsigned lowest(U64 used) { return static_cast<unsigned>(std::countr_zero(used)); }
 
-   // Nodes one level below, which are leaves below a node of level 1.
+   // An inner node. Below a node of level 1 are leaves, below the others are nodes.
    struct Node {
       U64 used = 0;
       std::array<void*, 1u << bits> below{};
@@ -194,7 +197,7 @@ class NumberMap {
             return static_cast<Entry*>(slots[at]);
          }
       }
-      // Where an entry is to be made.
+      // The memory in which to construct the entry of slot `at`.
       void* room(unsigned at, [[maybe_unused]] NodePool& pool) {
          if constexpr (inLeaf) {
             return &slots[at];
@@ -207,10 +210,10 @@ class NumberMap {
    static unsigned digit(U64 number, unsigned level) {
       return static_cast<unsigned>(number >> (bits * level)) & ((1u << bits) - 1);
    }
-   // Whether the tree is high enough for the number.
+   // Whether the tree is high enough to hold `number`.
    bool covers(U64 number) const { return root_ && number >> (bits * (height_ + 1)) == 0; }
 
-   // The entry with the lowest number from `number` on, or null.
+   // The entry with the lowest number that is not less than `number`, or null.
    Entry* atLeast(U64 number) const {
       return covers(number) ? atLeast(root_, height_, number) : nullptr;
    }
@@ -229,8 +232,8 @@ class NumberMap {
       return rest ? atLeast(node->below[lowest(rest)], level - 1, 0) : nullptr;
    }
 
-   // The leaf of the number, if there is one. The one found last is remembered: an operation on a
-   // route asks for it several times, and numbers that are given out come in their order.
+   // The leaf of `number`, or null. The leaf found last is remembered: an operation on a route
+   // looks its handle up several times, and chips assign handles in ascending order.
    Leaf* leafOf(U32 number) const {
       if (recent_ && number >> bits == recentBlock_) return recent_;
       if (!covers(number)) return nullptr;
@@ -261,8 +264,8 @@ class NumberMap {
       }
       return static_cast<Leaf*>(at);
    }
-   // Lets the nodes go that are empty now, below this one, on the way to the number; the root stays.
-   // Whether this one is empty.
+   // Deletes the nodes on the path from `at` to `number` that have become empty, but not `at`
+   // itself, so that the root stays. Returns whether `at` is empty.
    [[gnu::noinline]] static bool prune(void* at, unsigned level, U32 number) {
       if (level == 0) return static_cast<Leaf*>(at)->used == 0;
       Node* const node = static_cast<Node*>(at);

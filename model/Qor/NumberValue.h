@@ -1,9 +1,9 @@
-// The common part of value types that are one unsigned number with a name of its own: they compare
-// and hash by the number, print it, and have it as their string form. A derived type adds its
-// constructors, and with them its default value and range:
+// The base of the value types that wrap one unsigned number. Such a value compares, hashes and
+// prints as its number, and the decimal number is its string representation. A derived type adds
+// its constructors, which determine its default value and its range:
 //    class VrfId final : public Qor::NumberValue<VrfId, Qor::U32> {
 //     public:
-//       static constexpr char const* typeName = "Vel::VrfId";    // names the type in parse errors
+//       static constexpr char const* typeName = "Vel::VrfId";    // in the texts of parse errors
 //       constexpr VrfId() = default;
 //       explicit constexpr VrfId(Qor::U32 value) : NumberValue(value) {}
 //       explicit VrfId(Qor::String const& strep);                // the parsing constructor

@@ -1,7 +1,11 @@
-// The ordered map of the framework: a red-black tree whose nodes come from a pool of the map's own.
-// Entries have stable addresses; iteration is in key order. A position that must survive a change
-// is a key: resume with upperBound(key). Letting go of a key or a value may run code that comes
-// back here: it finds the map without the entry.
+// The ordered map of the framework: a red-black tree whose nodes come from a pool that the map
+// owns.
+//
+//  - An entry keeps its address until it is erased, and iterators to it stay valid as long.
+//  - Iteration is in the order of the keys. A position that must survive the erasure of its entry
+//    is a key: resume with upperBound(key).
+//  - The destructor of an erased key or value may run code that uses the map. Such code finds the
+//    map without the entry.
 #pragma once
 
 #include <algorithm>
@@ -17,6 +21,7 @@
 
 namespace Qor {
 
+// Lets the tree take its nodes from a pool. Allocates one object at a time.
 template <class T>
 struct PoolAllocator {
    using value_type = T;
@@ -55,7 +60,8 @@ class OrderedMap {
    }
 
    U32 size() const { return static_cast<U32>(tree_.size()); }
-   // Grows whenever entries come or go: as long as it is the same, iterators are what they were.
+   // A number that changes with each insertion, erasure, clear() and swap(). While it is unchanged,
+   // all iterators are valid and have the same neighbours.
    U64 changes() const { return changes_; }
    bool empty() const { return tree_.empty(); }
 
@@ -64,21 +70,22 @@ class OrderedMap {
    ConstIterator begin() const { return tree_.begin(); }
    ConstIterator end() const { return tree_.end(); }
 
+   // The entry of `key`, or null. The entry found last is compared first, since callers often look
+   // one key up many times: the name of one VRF for each of its routes.
    Entry* find(K const& key) { return const_cast<Entry*>(std::as_const(*this).find(key)); }
-   // The entry found last is tried first: the name of one VRF is asked for route after route.
    Entry const* find(K const& key) const {
       if (recent_ && recent_->first == key) return recent_;
       auto const it = tree_.find(key);
       return it == tree_.end() ? nullptr : recent_ = &*it;
    }
 
-   // The first entry with a key not before / strictly behind `key`.
+   // The first entry with a key not less than `key`, or greater than `key`; else end().
    ConstIterator lowerBound(K const& key) const { return tree_.lower_bound(key); }
    ConstIterator upperBound(K const& key) const { return tree_.upper_bound(key); }
 
-   // The entry under `key`, made from `value` if there was none; and whether it was made.
+   // Returns the entry of `key`, made from `value` if there was none, and whether it was made.
    std::pair<Entry*, bool> insert(K key, V value) {
-      // Keys often come in their order, as times of expiry do: then no path is walked.
+      // Keys often arrive in their order. Such a key is appended without a walk down the tree.
       if (tree_.empty() || std::prev(tree_.end())->first < key) {
          ++changes_;
          return {&*tree_.try_emplace(tree_.end(), std::move(key), std::move(value)), true};
@@ -88,7 +95,8 @@ class OrderedMap {
       return {&*it, made};
    }
 
-   // Erases the entry and hands out its value, so that the caller decides when the value dies.
+   // Erases the entry and returns its value, so that the caller decides when the value is
+   // destroyed.
    std::optional<V> take(K const& key) {
       auto const it = tree_.find(key);
       if (it == tree_.end()) return std::nullopt;

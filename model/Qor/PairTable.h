@@ -1,16 +1,19 @@
-// Two maps of the framework in one: from keys to numbers that a chip gives out, by hash, and from the
-// numbers to keys, in their order. They are independent maps, but mostly they hold the same pairs the
-// other way round, and then a pair is kept once: in a slot (Qor/Slab.h) that both lead to, by an index
-// of hashes (Qor/HashIndex.h) and by a radix tree (Qor/NumberMap.h). A pair that only one of them holds
-// has a slot to itself. So a pair is one cold line of memory where two maps would meet two, one after
-// the other.
+// Two maps of the framework that share their pairs: a hash map from keys to numbers that a chip
+// assigns, and an ordered map from the numbers to the keys. The maps are independent of each other,
+// but mostly hold the same pairs, one map the inverse of the other. A pair that both maps hold is
+// stored once, in a slot (Qor/Slab.h) that is found through an index of hashes (Qor/HashIndex.h)
+// and through a radix tree (Qor/NumberMap.h). A pair that one map holds alone has a slot of its
+// own. An operation on both maps therefore misses the cache once per pair, instead of once per map.
 //
-//  - Forward and Backward are the maps, as Qor::Collection has them. A pair is changed by assign().
-//  - What find() and iterators give out refers into a slot: it lasts until its pair changes.
-//  - The tree knows the hash of a number's key, too: looking a number up starts fetching what leaving
-//    the forward map will need. The pair looked at last is remembered, so that the same key asked for
-//    next, there or back, is not hashed again.
-//  - Iteration forward is in an order that follows from the history alone; backward by number.
+//  - Forward and Backward are the two maps, for use in a Qor::Collection. assign() changes a pair.
+//  - The references in a result of find() and in an iterator's entry refer into a slot. They are
+//    valid until an operation changes or erases the pair.
+//  - The tree holds the hash of each number's key. A look-up of a number can so start fetching the
+//    cell of the index that an erasure of the same pair from the forward map reads next.
+//  - The pair that was added last, or found by its number last, is remembered. The next operation
+//    on its key does not hash the key again.
+//  - Iteration of Forward is in an order that depends on the history of changes alone, iteration of
+//    Backward in the order of the numbers.
 #pragma once
 
 #include <algorithm>
@@ -27,7 +30,8 @@
 
 namespace Qor {
 
-// `K` is hashed, `V` has value(), its number. Both are plain values, and may be copied at will.
+// `K` can be hashed (Qor/Hash.h); `V` is a type whose value() returns its number. The slots hold
+// copies of both.
 template <class K, class V>
 class PairTable {
    static_assert(std::is_trivially_copyable_v<K> && std::is_trivially_copyable_v<V>);
@@ -38,10 +42,10 @@ class PairTable {
       V value;
       U32 hash = 0;
       U32 nextFree = 0;
-      bool forward = false;  // which of the maps hold the pair
+      bool forward = false;  // whether the forward and the backward map hold the pair
       bool backward = false;
    };
-   // Where the pair of a number is, and the hash of its key.
+   // The slot of a number's pair, and the hash of its key.
    struct Place {
       U32 slot;
       U32 hash;
@@ -61,7 +65,7 @@ class PairTable {
    RawSlot& slot(U32 number) const { return slots_[number]; }
 
    bool isRecent(K const& key) const { return recent_ != none && slot(recent_).key == key; }
-   // Where a key stands in the index, or none; and its hash.
+   // The hash of a key, and its position in the index or none.
    struct Located {
       U32 hash;
       U32 position;
@@ -86,7 +90,8 @@ class PairTable {
       made.forward = made.backward = false;
       return recent_;
    }
-   // The slot of a pair that the other map has already, or a new one. It is the recent one then.
+   // The slot of the pair if the other map holds it, else a new slot. The slot becomes the recent
+   // one.
    U32 joinBackward(K const& key, V value, U32 hash) {
       if (byNumber_.size() != joined_) {
          auto const* const place = byNumber_.find(value);
@@ -115,7 +120,8 @@ class PairTable {
       }
       return make(key, value, hash);
    }
-   // One of the maps has let go of the pair: the other holds it alone, or nobody does.
+   // After one map has erased the pair of slot `number`: the other map holds it alone, or the slot
+   // is free.
    void release(U32 number, RawSlot const& released) {
       if (released.forward || released.backward) {
          --joined_;
@@ -180,7 +186,7 @@ class PairTable {
    U32 joined_ = 0;  // pairs that both maps hold
    mutable U32 recent_ = none;
 
-   // What the two maps have in common: references to a pair, as they show it.
+   // An entry of either map: references to the key and the value of a pair.
    template <class A, class B>
    struct Shown {
       A const& first;
@@ -242,10 +248,11 @@ class PairTable {
          RawSlot const& found = table_->slot(table_->index_[position]);
          return Entry{found.key, found.value};
       }
-      // Inserts or replaces; false when the pair is there.
+      // Inserts the pair or replaces the value of `key`. Returns false if the map holds the pair.
       bool assign(K const& key, V value) { return table_->assignForward(key, value); }
+      // Returns whether there was a pair to erase.
       bool erase(K const& key) { return table_->eraseForward(key); }
-      // The first entry behind the place where `iterator` stood, whatever has been erased since.
+      // The first entry behind the position of `iterator`, whose own entry may have been erased.
       ConstIterator resume(ConstIterator iterator) const {
          return ConstIterator(table_, std::min(iterator.number_ + 1, table_->slots_.count()));
       }
@@ -310,14 +317,16 @@ class PairTable {
          __builtin_prefetch(&found);
          return Entry{place->first, found.key};
       }
+      // The first entry with a number not less than `value`, or greater than `value`; else end().
       ConstIterator lowerBound(V value) const {
          return {table_, table_->byNumber_.lowerBound(value)};
       }
       ConstIterator upperBound(V value) const {
          return {table_, table_->byNumber_.upperBound(value)};
       }
-      // Inserts or replaces; false when the pair is there.
+      // Inserts the pair or replaces the key of `value`. Returns false if the map holds the pair.
       bool assign(V value, K const& key) { return table_->assignBackward(value, key); }
+      // Returns whether there was a pair to erase.
       bool erase(V value) { return table_->eraseBackward(value); }
       void clear() {
          Tree const gone(std::move(table_->byNumber_));

@@ -17,8 +17,8 @@ namespace {
 
 bool reuse_ = false;
 
-// What may be reused, by its size. Never destroyed. The addresses are here, and not in the memory
-// that they lead to: that is closed.
+// The blocks that may be reused, by size. Never destroyed. Their addresses stand here and not in the
+// blocks, which are closed.
 std::vector<void*>& freed(std::size_t size) {
    static auto* const bySize = new std::array<std::vector<void*>, maxSize + 1>;
    return (*bySize)[size];

@@ -95,7 +95,7 @@ class NodePool {
 //
 // Built with the address sanitizer, the library allocates each object by itself, so that leaks are
 // seen, and returns its memory at once: the sanitizer keeps that closed for long, and no later
-// object has the address soon. A test of what happens when one has turns reuse on.
+// object has the address soon. A test of two objects at one address turns reuse on.
 class QOR_PUBLIC Pooled {
  public:
    // For make(), which finds the pools by this name.
@@ -103,7 +103,7 @@ class QOR_PUBLIC Pooled {
    static void operator delete(void* memory, std::size_t size);
 
    // Whether the memory of an object that has gone is that of the next one of its size. It is then
-   // closed until it is reused. Always so, whatever is set, without the address sanitizer.
+   // closed until it is reused. Always so without the address sanitizer.
    static bool reuse();
    static void reuseIs(bool reuse);
 

@@ -1,19 +1,21 @@
-// The ordered map of the framework for keys that come nearly in their order, as times of expiry do:
-// a queue, threaded through a slab of entries (Qor/Slab.h). A key behind all others is appended, and
-// the first is taken, at a cost that does not grow with the map, where Qor::OrderedMap would walk and
-// rebalance a tree of cold nodes. The keys that come out of order are in a tree beside the queue, at
-// a tree's price.
+// The ordered map of the framework for keys that arrive nearly in their order, such as expiry
+// times. The entries are in a slab (Qor/Slab.h) and are linked into a queue. Appending a key
+// greater than all others and taking the first key have a cost that does not grow with the map;
+// Qor::OrderedMap would walk and rebalance a tree of cold nodes. A key that arrives out of order is
+// a straggler. The stragglers are in a tree beside the queue, at the cost of a tree.
 //
-// A value that is a pointer to something with queuePlaceIs(U32) is told where its entry is; whoever
-// says so before an operation (expect) has its key found there. Any other key than the first and the
-// last is found by hash, in an index that is made when it is first needed, and goes with the entries.
+// If the value points to an object with queuePlaceIs(U32), insert() stores the entry's slot number
+// there. Passing that number to expect() lets the next operation find its key without a look-up.
+// The first and the last key of the queue need no look-up either. Any other key is found by hash,
+// in an index that is built when an operation first needs it and dropped when the map becomes
+// empty.
 //
-//  - An entry keeps its address until it is erased. Iterators last until anything changes.
+//  - An entry keeps its address until it is erased. An iterator is valid until the map changes.
 //  - Iteration is in the order of the keys. A position that must survive a change is a key: resume
-//    with upperBound(key), which is quick where the key is in the queue, or before most of it, and
-//    else walks the queue to the key's place.
-//  - Letting go of a key or a value may run code that comes back here: it finds the map without the
-//    entry.
+//    with upperBound(key). Its cost is small if the key is in the queue; otherwise it walks the
+//    queue from the first entry to the position of the key.
+//  - The destructor of an erased key or value may run code that uses the map. Such code finds the
+//    map without the entry.
 #pragma once
 
 #include <cstddef>
@@ -30,7 +32,7 @@
 
 namespace Qor {
 
-// `K` has hash() and operator<.
+// `K` has hash(), operator== and operator<.
 template <class K, class V>
 class QueueMap {
    static constexpr U32 none = HashIndex::nowhere;
@@ -40,14 +42,14 @@ class QueueMap {
       K const& key() { return entry().first; }
 
       alignas(Pair) std::byte storage[sizeof(Pair)];
-      U32 previous;  // in the queue
+      U32 previous;  // neighbours in the queue; unset for a straggler
       U32 next;
       U32 nextFree = 0;
-      bool straggler;  // in the tree instead
+      bool straggler;  // in the tree, not in the queue
       bool live = false;
    };
    using Slots = Slab<RawSlot>;
-   using Stragglers = std::map<K, U32>;  // to the number of the slot
+   using Stragglers = std::map<K, U32>;  // the slot number of each straggler
    using StragglerAt = typename Stragglers::const_iterator;
 
  public:
@@ -93,9 +95,9 @@ class QueueMap {
               number_(map->earlier(queued, straggler)) {}
 
       QueueMap const* map_ = nullptr;
-      U32 queued_ = none;  // where it stands in the queue and among the stragglers
+      U32 queued_ = none;  // the next entry of the queue, and the next straggler
       StragglerAt straggler_{};
-      U32 number_ = none;  // the earlier of the two; none at the end
+      U32 number_ = none;  // the slot of the lesser of both; none at the end
    };
    using Iterator = Cursor<Entry>;
    using ConstIterator = Cursor<Entry const>;
@@ -122,16 +124,18 @@ class QueueMap {
    ConstIterator begin() const { return ConstIterator(this, first_, stragglers_.begin()); }
    ConstIterator end() const { return ConstIterator(this, none, stragglers_.end()); }
 
-   // Where the key of the next operation is, if it is anywhere: `place` has been told to its value.
+   // A hint for the next operation: `place` is the number that insert() stored for its key. A wrong
+   // number costs a comparison and does no harm.
    void expect(U32 place) const { expected_ = place; }
 
+   // The entry of `key`, or null.
    Entry* find(K const& key) { return const_cast<Entry*>(std::as_const(*this).find(key)); }
    Entry const* find(K const& key) const {
       U32 const number = numberOf(key);
       return number == none ? nullptr : &slots_[number].entry();
    }
 
-   // The first entry with a key not before / strictly behind `key`.
+   // The first entry with a key not less than `key`, or greater than `key`; else end().
    ConstIterator lowerBound(K const& key) const {
       U32 const there = numberOf(key);
       return ConstIterator(this, isQueued(there) ? there : queuedBehind(key),
@@ -143,11 +147,11 @@ class QueueMap {
                            stragglers_.upper_bound(key));
    }
 
-   // The entry under `key`, made from `value` if there was none; and whether it was made.
+   // Returns the entry of `key`, made from `value` if there was none, and whether it was made.
    std::pair<Entry*, bool> insert(K key, V value) {
       RawSlot* const last = last_ == none ? nullptr : &slots_[last_];
       bool const straggles = last && !(last->key() < key);
-      // Behind all others it is new.
+      // A key greater than all others is new, and needs no look-up.
       if (straggles || !stragglers_.empty()) {
          U32 const present = numberOf(key);
          if (present != none) return {&slots_[present].entry(), false};
@@ -173,7 +177,8 @@ class QueueMap {
       return {&slot.entry(), true};
    }
 
-   // Erases the entry and hands out its value, so that the caller decides when the value dies.
+   // Erases the entry and returns its value, so that the caller decides when the value is
+   // destroyed.
    std::optional<V> take(K const& key) {
       U32 const number = numberOf(key);
       if (number == none) return std::nullopt;
@@ -212,7 +217,7 @@ class QueueMap {
    bool isAt(U32 number, K const& key) const {
       return number < slots_.count() && slots_[number].live && slots_[number].key() == key;
    }
-   // The number of the key's slot, or none.
+   // The slot number of `key`, or none.
    U32 numberOf(K const& key) const {
       for (U32 const number : {expected_, first_, last_}) {
          if (isAt(number, key)) return number;
@@ -232,21 +237,22 @@ class QueueMap {
       return position == none ? none : index_[position];
    }
    bool isQueued(U32 number) const { return number != none && !slots_[number].straggler; }
-   // The first in the queue that comes behind the key.
+   // The first entry of the queue with a key greater than `key`.
    U32 queuedBehind(K const& key) const {
       U32 queued = first_;
       while (queued != none && !(key < slots_[queued].key()))
          queued = slots_[queued].next;
       return queued;
    }
-   // The one of the queue, none at its end, or the straggler, whichever comes first.
+   // The slot number of the lesser of two entries: `queued` of the queue (none at its end) and
+   // `straggler`.
    U32 earlier(U32 queued, StragglerAt straggler) const {
       if (straggler == stragglers_.end()) return queued;
       return queued == none || straggler->first < slots_[queued].key() ? straggler->second : queued;
    }
 
    Slots slots_;
-   mutable HashIndex index_;  // of all, or of none
+   mutable HashIndex index_;  // of all entries if indexed_, else empty
    mutable bool indexed_ = false;
    mutable U32 expected_ = none;
    Stragglers stragglers_;

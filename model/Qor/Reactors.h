@@ -90,7 +90,7 @@ class WatchedClock : public Watched<Clock const, Reactor> {
 };
 
 // One reactor for each member of a directory. `Reactor` is made of a counted pointer to the member.
-// It is a collection of the owner, who spells its operations as one-line members, as with
+// It is a collection of the owner, which spells its operations as one-line members, as with
 // Qor::Collection. Its operations hold the owner, and notify by Each and Immediate.
 template <class K, class Reactor, auto Each, auto Immediate>
 class ReactorColl {
@@ -150,8 +150,8 @@ class ReactorColl {
    }
 
    // One reactor for each member, and none besides. `members()` is the directory's map at present,
-   // null without a directory; `track` makes the reactor of one member. Each key is settled by what
-   // the directory holds by then: a listener may have changed it, or set another.
+   // null without a directory; `track` makes the reactor of one member. For each key
+   // the directory of that moment decides: a listener may have changed it, or set another.
    template <class Owner, class Members, class Track>
    void sync(Owner& owner, Members const& members, Track const& track) {
       Ptr<Owner> const held(&owner);

@@ -1,6 +1,6 @@
-// Slots of one type, known by number, that keep their address: what the maps of the framework keep
-// their entries in. The slots lie side by side in chunks that double, so that neighbours in time are
-// neighbours in memory, and a slot that fills a cache line, or an even part of one, crosses none.
+// Numbered slots with stable addresses, in which the maps of the framework keep their entries. The
+// slots are in chunks of doubling size, so that slots taken one after the other are mostly
+// adjacent. A slot whose size is a power of two up to a cache line never crosses a cache line.
 #pragma once
 
 #include <bit>
@@ -15,8 +15,9 @@
 
 namespace Qor {
 
-// `S` is default constructible, which makes a free slot, and has a U32 `nextFree` for the slab's
-// use while it is free. Its contents are the map's own business, as is which slots are in use.
+// `S` is default constructible, and a default-constructed S is a free slot. Its member `nextFree`
+// (U32) belongs to the slab while the slot is free. The map constructs and destroys the contents
+// and knows which slots are in use; the slab only frees the memory.
 template <class S>
 class Slab {
    static constexpr std::size_t alignment =
@@ -24,9 +25,9 @@ class Slab {
 
  public:
    struct alignas(alignment) Slot : S {};
-   static constexpr U32 firstChunk = 16;  // slots; each further chunk doubles
+   static constexpr U32 firstChunk = 16;  // slots; each further chunk has twice as many
 
-   // How many slots there are, free ones included: their numbers are those below.
+   // The number of slots, free ones included. Their numbers are 0 to count() - 1.
    U32 count() const { return count_; }
 
    [[gnu::always_inline]] Slot& operator[](U32 number) const {
@@ -34,12 +35,12 @@ class Slab {
       return chunks_[chunk][number - firstChunk * ((1u << chunk) - 1)];
    }
 
-   // The slot freed last, or a new one.
+   // The number of the slot freed last, or of a new slot.
    U32 take() {
       if (firstFree_ != 0) {
          U32 const number = firstFree_ - 1;
          firstFree_ = (*this)[number].nextFree;
-         // The next one is far, too, where slots were freed in any order.
+         // The next free slot may be cold: slots are freed in any order.
          if (firstFree_ != 0) __builtin_prefetch(&(*this)[firstFree_ - 1], 1);
          return number;
       }
@@ -51,6 +52,7 @@ class Slab {
       }
       return count_++;
    }
+   // Frees a slot for the next take(). Its address stays valid.
    void give(U32 number) {
       (*this)[number].nextFree = firstFree_;
       firstFree_ = number + 1;

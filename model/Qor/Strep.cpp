@@ -44,6 +44,7 @@ U64 StrepReader::number(U64 max) {
    return value;
 }
 
+// Not a number is refused: no value type holds one, since it would not equal itself.
 double StrepReader::real() {
    double value = 0;
    char const* first = text_.data() + position_;
@@ -110,6 +111,7 @@ String realStrep(double value) {
    char buffer[32];
    auto const result = std::to_chars(buffer, buffer + sizeof buffer, value);
    String text(buffer, result.ptr);
+   // Digits alone would read as an integer. 'e' stands for an exponent and 'n' for "nan".
    if (text.find_first_of(".en") == String::npos) text += ".0";
    return text;
 }

@@ -1,11 +1,11 @@
-// String representations ("streps") of values, and the reader that parses them back.
+// String representations ("streps") of values, and the reader that parses them.
 //
-// A scalar's strep is its plain text: 42, 3.5, inf, True, 'text'. A value type's is the constructor
-// form "Value('<type name>', ** {'<attribute>': <value>, ...})". A value type takes part with
+// The strep of a scalar is its plain text: 42, 3.5, inf, True, 'text'. The strep of a value type is
+// the constructor form "Value('<type name>', ** {'<attribute>': <value>, ...})". A value type has
 //    Qor::String strep() const;
-//    static T fromStrep(Qor::StrepReader&);      // reads exactly one value
-//    explicit T(Qor::String const& strep);       // the parsing constructor: the whole text
-// and what strep() writes, fromStrep() reads back to an equal value.
+//    static T fromStrep(Qor::StrepReader&);      // consumes exactly one value
+//    explicit T(Qor::String const& strep);       // the parsing constructor: parses the whole text
+// fromStrep() of a text that strep() returned gives an equal value.
 #pragma once
 
 #include <concepts>
@@ -17,30 +17,31 @@
 
 namespace Qor {
 
-// A cursor over the text of one strep. Every mismatch raises RangeException with
+// A cursor over the text of one strep. A mismatch raises RangeException with
 //    "<type>: expected <what> at position <n> of \"<text>\""
-// and leaves nothing half built, since values are only constructed from complete parts.
+// Positions are counted in bytes from 0.
 class QOR_PUBLIC StrepReader {
  public:
-   // Both texts must outlive the reader. `type` names the value being parsed in errors.
+   // Both texts must outlive the reader. `type` is the type's name in the errors.
    StrepReader(char const* type, std::string_view text) : type_(type), text_(text) {}
 
    // Consumes exactly `literal`.
    void expect(std::string_view literal);
-   // Consumes `literal` if it stands here, and says whether it did.
+   // Consumes `literal` if the text continues with it, and returns whether it did.
    bool accept(std::string_view literal);
    // Consumes an unsigned decimal number of at most `max`.
    U64 number(U64 max);
    U32 u32() { return static_cast<U32>(number(std::numeric_limits<U32>::max())); }
-   // Consumes a floating point number, "inf" and "-inf" included, "nan" refused.
+   // Consumes a floating point number, "inf" or "-inf". "nan" is an error.
    double real();
    // Consumes True or False.
    bool boolean();
-   // Consumes a quoted text with the escapes that quotedStrep() writes.
+   // Consumes a quoted text with the escapes of quotedStrep(), and returns it without them.
    String quoted();
-   // Requires that everything has been consumed.
+   // Requires that the whole text has been consumed.
    void end();
 
+   // Raises the error above for the present position.
    [[noreturn]] void fail(char const* what) const;
 
  private:
@@ -49,13 +50,15 @@ class QOR_PUBLIC StrepReader {
    std::size_t position_ = 0;
 };
 
-// 'text' with \\, \' and \xNN for the quote, the backslash and bytes outside printable ASCII.
+// The text in single quotes, with \\ for a backslash, \' for a quote, and \xNN for a byte outside
+// printable ASCII.
 QOR_PUBLIC String quotedStrep(std::string_view text);
 
-// The shortest decimal text that reads back to the same double; whole numbers keep one decimal
-// ("3.0"), infinities are "inf" and "-inf".
+// The shortest decimal text that parses to the same double. A whole number keeps one decimal
+// ("3.0"); infinities are "inf" and "-inf".
 QOR_PUBLIC String realStrep(double value);
 
+// The strep of a scalar, a text or a value type.
 template <class T>
 String valueToStrep(T const& value) {
    if constexpr (std::same_as<T, bool>) {
@@ -71,7 +74,7 @@ String valueToStrep(T const& value) {
    }
 }
 
-// What a parsing constructor does: one value, and nothing behind it.
+// The body of a parsing constructor: parses one value, and raises an error for text behind it.
 template <class T>
 T parseStrep(char const* type, std::string_view text) {
    StrepReader reader(type, text);

@@ -1,5 +1,5 @@
-// What the agent's state machines share. The agent writes it; the reactors of the synchronous path
-// watch verifyData and follow it to the entity it names.
+// The data that the agent's state machines share. The agent writes it. The reactors of the
+// synchronous path watch verifyData, and then the entity that it points to.
 #pragma once
 
 #include <utility>
@@ -18,12 +18,12 @@ class VelCommonSmData final : public Qor::Entity<VelCommonSmData, Qor::NamedEnti
 
    explicit VelCommonSmData(Qor::Name name = "velCommonSmData") : Entity(std::move(name)) {}
 
-   // Null where the agent does not verify.
+   // Null if the agent does not verify.
    Qor::Ptr<VerifyData> verifyData() const { return verifyData_; }
    void verifyDataIs(Qor::Ptr<VerifyData> v) {
       attrIs<&Notifiee::onVerifyData>(verifyData_, std::move(v));
    }
-   // Has a change that was made in hardware verified, while the agent wants that.
+   // Requests a verification after a change in hardware, if the agent wants verifications.
    void requestVerify() const {
       if (verifyData_ && verifyData_->verifyRequired()) verifyData_->doRequestVerify();
    }

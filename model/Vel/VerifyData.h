@@ -1,16 +1,14 @@
-// Requests to compare what the programmers believe with what the hardware holds.
+// Requests to compare the tables of the synchronous path with the hardware.
 //
-// Who plays which part:
-//  - the agent's verifier turns verifyRequired on and off. That is the "verification requested"
-//    flag: while it is set, the programmers call doRequestVerify() after each change they make in
-//    hardware;
-//  - doRequestVerify() only marks reverify, so that any number of changes costs one verification.
-//    The verifier watches reverify, waits until changes settle, takes the mark back and raises
-//    verify;
-//  - the reactors of the synchronous path watch verify, and each change of it makes them compare
-//    everything once;
-//  - the platform's verification sets retryVerify when it met something that was still under way
-//    and has to be looked at again; the verifier watches it and takes it back.
+//  - The agent's verifier sets verifyRequired while it wants verifications. During that time the
+//    programmers and reactors call doRequestVerify() after each change in hardware
+//    (VelCommonSmData::requestVerify).
+//  - doRequestVerify() only sets reverify, so that many changes cost one verification. The verifier
+//    watches reverify, waits until the changes settle, clears the flag and adds 1 to verify.
+//  - The reactors watch verify. Each change of it starts one comparison of all tables and of the
+//    routing state.
+//  - A platform sets retryVerify when its comparison found a change that is still under way. A
+//    verifier that repeats such comparisons watches the flag and clears it.
 #pragma once
 
 #include <utility>
@@ -31,7 +29,7 @@ class VerifyData final : public Qor::Entity<VerifyData, Qor::NamedEntity> {
 
    explicit VerifyData(Qor::Name name = "verifyData") : Entity(std::move(name)) {}
 
-   // Counts the verifications asked for so far.
+   // The number of verifications started so far.
    Qor::U64 verify() const { return verify_; }
    void verifyIs(Qor::U64 v) { attrIs<&Notifiee::onVerify>(verify_, v); }
    bool verifyRequired() const { return verifyRequired_; }

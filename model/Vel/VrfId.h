@@ -1,4 +1,5 @@
-// The number of a VRF in the hardware, as the hardware route status gives it.
+// The number of a VRF in the hardware, from the hardware's route status
+// (Routing/Hardware/RouteStatus.h).
 #pragma once
 
 #include "Qor/NumberValue.h"

@@ -1,5 +1,6 @@
-// Which VRFs the hardware has, and their numbers there. The layer that programs VRFs writes it; the
-// multicast programmers look VRFs up by name, and program no route of a VRF that is not here.
+// The VRFs in the hardware, with their numbers. The layer that programs VRFs writes the status. The
+// asynchronous programmer looks VRFs up by name; it programs no route of a VRF that is not here,
+// and its aging review passes the VRF's number to the platform.
 #pragma once
 
 #include <utility>
@@ -15,7 +16,7 @@ class RouteStatus final : public Qor::Entity<RouteStatus, Qor::NamedEntity> {
  public:
    class Notifiee : public Qor::NotifieeOf<RouteStatus> {
     public:
-      // A VRF came into the hardware or left it.
+      // A VRF was added to the hardware or removed from it.
       virtual void onVrfStatus(L3::VrfName const&) {}
       virtual void onVrfStatusImmediate() {}
 
@@ -28,13 +29,13 @@ class RouteStatus final : public Qor::Entity<RouteStatus, Qor::NamedEntity> {
    explicit RouteStatus(Qor::Name name = "routeStatus") : Entity(std::move(name)) {}
 
    VrfStatusColl::Map const& vrfStatus() const { return vrfStatus_.map(); }
-   // Null for a VRF that is not in the hardware.
+   // Returns null for a VRF that is not in the hardware.
    Qor::Ptr<VrfStatus> vrfStatus(L3::VrfName const& vrfName) const {
       return vrfStatus_.value(vrfName);
    }
-   // Makes the VRF, or returns it as it is. A VRF never changes its number while it is here:
-   // ReinstantiationException "... constructor parameter attribute _vrfId has a different value of
-   // <the number it has>".
+   // Makes the VRF, or returns the present one. The number of a present VRF cannot change: another
+   // `vrfId` raises ReinstantiationException "... constructor parameter attribute _vrfId has a
+   // different value of <present number>".
    Qor::Ptr<VrfStatus> newVrfStatus(L3::VrfName vrfName, Vel::VrfId vrfId) {
       Qor::Ptr<VrfStatus> const present = vrfStatus(vrfName);
       if (present && present->vrfId() != vrfId) {

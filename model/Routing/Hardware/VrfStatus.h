@@ -1,4 +1,4 @@
-// A VRF that exists in the hardware. Made by RouteStatus::newVrfStatus; never changes.
+// A VRF in the hardware. RouteStatus::newVrfStatus makes it; it never changes.
 #pragma once
 
 #include <utility>
@@ -15,7 +15,7 @@ class VrfStatus final : public Qor::EntityBase {
 
    Qor::Name name() const override { return vrfName_.name(); }
    L3::VrfName const& vrfName() const { return vrfName_; }
-   // The number under which the hardware knows the VRF.
+   // The number of the VRF in the hardware.
    Vel::VrfId vrfId() const { return vrfId_; }
 
  private:

@@ -1,9 +1,9 @@
-// The multicast forwarding configuration of one VRF, as far as the hardware layer follows it: which
-// routes are to be counted, and which counters are to be cleared. The routes themselves are not
-// here: they reach the table programmers through their operations.
+// The multicast forwarding configuration of one VRF, as far as the hardware layer follows it: the
+// routes to count, and requests to clear counters. The routes themselves are not here: the routing
+// layer passes them to the operations of the table programmers.
 //
-// The routing layer writes it. The per-VRF reactors of both paths watch counterRoute, and those of
-// the synchronous path clearCounterRoute too.
+// The routing layer writes the configuration. The per-VRF reactors of both paths watch
+// counterRoute; those of the synchronous path watch clearCounterRoute too.
 #pragma once
 
 #include <utility>
@@ -18,10 +18,10 @@ class Config final : public Qor::Entity<Config, Qor::NamedEntity> {
  public:
    class Notifiee : public Qor::NotifieeOf<Config> {
     public:
-      // The route is to be counted from now on, or no more.
+      // The route must be counted from now on, or not any more.
       virtual void onCounterRoute(IpGenRouteKey const&) {}
       virtual void onCounterRouteImmediate() {}
-      // The route's counter is to be cleared now.
+      // The route's counter must be cleared now, unless the request was removed.
       virtual void onClearCounterRoute(IpGenRouteKey const&) {}
       virtual void onClearCounterRouteImmediate() {}
 
@@ -41,7 +41,7 @@ class Config final : public Qor::Entity<Config, Qor::NamedEntity> {
    // `name` is the name of the VRF.
    explicit Config(Qor::Name name) : Entity(std::move(name)) {}
 
-   // The routes with a counter of their own: a set, whose values are all true.
+   // The routes with a counter of their own. The map is a set: all values are true.
    CounterRouteColl::Map const& counterRoute() const { return counterRoute_.map(); }
    bool counterRoute(IpGenRouteKey const& key) const { return counterRoute_.value(key); }
    void counterRouteIs(IpGenRouteKey key) { counterRoute_.is(*this, key, true); }
@@ -52,8 +52,8 @@ class Config final : public Qor::Entity<Config, Qor::NamedEntity> {
    void counterRouteDelAll() { counterRoute_.delAll(*this); }
    void counterRouteNotify(IpGenRouteKey key) { counterRoute_.notify(*this, key); }
 
-   // How often the clearing of a route's counter was asked for. A request is a change of the
-   // number; removing an entry asks for nothing, although it is notified as every removal.
+   // The number of requests to clear a route's counter. Each change of the number is a request. The
+   // removal of an entry is none, although it notifies onClearCounterRoute as each removal does.
    ClearCounterRouteColl::Map const& clearCounterRoute() const { return clearCounterRoute_.map(); }
    Qor::U64 clearCounterRoute(IpGenRouteKey const& key) const {
       return clearCounterRoute_.value(key);

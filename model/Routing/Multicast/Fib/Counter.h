@@ -1,8 +1,8 @@
-// The key under which a kept route counter is lined up: by the time its entry was last written,
-// then by route. So the first of an ordered map of counters is the one idle for longest, which
-// makes room when the table is full; a counter that counts moves to the end.
+// The key that orders the published route counters: by the time at which the counter was last
+// written, then by route. The first counter of an ordered map is thus the one that has been idle
+// for longest, which is removed when the table is full. A counter that counts moves to the end.
 //
-// The hardware addresses a counter by its route alone, whatever the VRF.
+// The hardware identifies a counter by its route key alone, without the VRF.
 #pragma once
 
 #include <compare>
@@ -17,11 +17,10 @@ class Counter final {
    static constexpr char const* typeName = "Routing::Multicast::Fib::Counter";
 
    constexpr Counter() = default;
-   // `timeStamp` is the one of the route's entry in CounterStatus, in seconds on the Qor::now()
-   // time base.
+   // `timeStamp` is that of the route's entry in CounterStatus, on the Qor::now() time base.
    constexpr Counter(Qor::Seconds timeStamp, IpGenRouteKey const& key)
          : timeStamp_(timeStamp), key_(key) {}
-   // The parsing constructor, of the form that strep() writes.
+   // The parsing constructor, for a text that strep() returned.
    explicit Counter(Qor::String const& strep)
          : Counter(Qor::parseStrep<Counter>(typeName, strep)) {}
 
@@ -42,7 +41,7 @@ class Counter final {
    }
 
    friend constexpr bool operator==(Counter const&, Counter const&) = default;
-   // Time stamps are never NaN, so the order is total.
+   // The order is total, since no time stamp is NaN.
    friend constexpr std::weak_ordering operator<=>(Counter const& a, Counter const& b) {
       if (a.timeStamp_ < b.timeStamp_) return std::weak_ordering::less;
       if (a.timeStamp_ > b.timeStamp_) return std::weak_ordering::greater;

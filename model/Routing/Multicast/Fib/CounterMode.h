@@ -1,5 +1,5 @@
-// What the route counters of the forwarding configuration count. The library passes the mode to
-// the platform and does nothing with it itself.
+// The unit of the route counters in the forwarding configuration. The library passes the mode to
+// the platform and does not interpret it.
 #pragma once
 
 #include <cstdint>

@@ -1,6 +1,6 @@
 // The published route counters. The top-level multicast reactor writes them each time it polls the
-// hardware; who shows counters reads and watches them. How full the table is, and whether anybody
-// looks, is in CounterStatusCtl.
+// hardware. A view of the counters reads and watches them. CounterStatusCtl has the size of the
+// table and controls the polling.
 #pragma once
 
 #include <ostream>
@@ -15,12 +15,12 @@ namespace Routing::Multicast::Fib {
 class CounterStatus final : public Qor::Entity<CounterStatus, Qor::NamedEntity> {
  public:
    struct Entry final {
-      Qor::U64 value = 0;          // packets or bytes, by the counter mode
-      Qor::Seconds timeStamp = 0;  // when the entry was last written, on the Qor::now() time base
-      bool active = false;         // whether the hardware counts the route at present
+      Qor::U64 value = 0;          // in packets or bytes, by the counter mode
+      Qor::Seconds timeStamp = 0;  // of the last write of the entry, on the Qor::now() time base
+      bool active = false;         // the hardware counts the route at present
 
       friend bool operator==(Entry const&, Entry const&) = default;
-      // "1500 at 3.5 s", and "1500 at 3.5 s, counting" while it is active.
+      // "1500 at 3.5 s", or "1500 at 3.5 s, counting" for an active counter.
       friend std::ostream& operator<<(std::ostream& out, Entry const& e) {
          return out << e.value << " at " << e.timeStamp << " s" << (e.active ? ", counting" : "");
       }
@@ -28,7 +28,7 @@ class CounterStatus final : public Qor::Entity<CounterStatus, Qor::NamedEntity> 
 
    class Notifiee : public Qor::NotifieeOf<CounterStatus> {
     public:
-      // A route's counter was added or removed, or any field of it changed.
+      // A route's counter was added or removed, or a field of its entry changed.
       virtual void onCounter(IpGenRouteKey const&) {}
       virtual void onCounterImmediate() {}
 
@@ -41,7 +41,7 @@ class CounterStatus final : public Qor::Entity<CounterStatus, Qor::NamedEntity> 
    explicit CounterStatus(Qor::Name name = "mfibCounterStatus") : Entity(std::move(name)) {}
 
    CounterColl::Map const& counter() const { return counter_.map(); }
-   // An entry of zeros for a route without a counter.
+   // Returns an entry of zeros for a route without a counter.
    Entry counter(IpGenRouteKey const& key) const { return counter_.value(key); }
    void counterIs(IpGenRouteKey key, Entry entry) { counter_.is(*this, key, entry); }
    void counterDel(IpGenRouteKey key) { counter_.del(*this, key); }

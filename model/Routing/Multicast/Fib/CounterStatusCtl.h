@@ -1,7 +1,7 @@
-// The control record of the counter status table: how many counters it may hold and holds, and
-// whether they are polled. The top-level multicast reactor keeps the two counts with each counter
-// it adds, removes, activates or stops; whoever shows counters writes pollingRefCnt, and the
-// platform the limit.
+// The control record of the counter status table: its limit, its present size, and whether the
+// counters are polled. The top-level multicast reactor updates currSize and currActive with each
+// counter that it adds, removes, starts or stops. A view of the counters writes pollingRefCnt; the
+// platform writes the limit.
 #pragma once
 
 #include <limits>
@@ -24,12 +24,13 @@ class CounterStatusCtl final : public Qor::Entity<CounterStatusCtl, Qor::NamedEn
 
    explicit CounterStatusCtl(Qor::Name name = "mfibCounterStatusCtl") : Entity(std::move(name)) {}
 
-   // The table is full while limit is not above currSize. No limit unless one is set.
+   // The most counters in the table, which is full while currSize has reached the limit. Initially
+   // the largest number, which means no limit.
    Qor::U32 limit() const { return limit_; }
    void limitIs(Qor::U32 v) { attrIs<&Notifiee::onLimit>(limit_, v); }
 
-   // Counters in the table, and how many of them are active. A decrement below zero is an
-   // assertion.
+   // The number of counters in the table, and the number of active ones among them. A decrement
+   // below zero fails an assertion.
    Qor::U32 currSize() const { return currSize_; }
    void currSizeInc() { currSizeIs(currSize_ + 1); }
    void currSizeDec() {
@@ -43,7 +44,7 @@ class CounterStatusCtl final : public Qor::Entity<CounterStatusCtl, Qor::NamedEn
       currActiveIs(currActive_ - 1);
    }
 
-   // How many want to see the counters. The hardware's counters are read only while it is not zero.
+   // The number of views that show the counters. The counters are polled only while it is not zero.
    Qor::U32 pollingRefCnt() const { return pollingRefCnt_; }
    void pollingRefCntIs(Qor::U32 v) { attrIs<&Notifiee::onPollingRefCnt>(pollingRefCnt_, v); }
 

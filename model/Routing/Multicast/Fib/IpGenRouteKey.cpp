@@ -4,8 +4,6 @@ namespace Routing::Multicast::Fib {
 
 namespace {
 
-// The encodings are relied upon by number: an ordinary route must never be taken for the
-// catch-all, for a group range, or for a route whose set stays out of the hardware.
 using Lnet::IpFamily;
 using Lnet::IpGenAddr;
 using Lnet::IpGenPrefix;
@@ -19,6 +17,8 @@ constexpr bool encodes(IpGenRouteKey const& key, unsigned kind, unsigned type) {
    return key.kind() == kind && static_cast<unsigned>(routeKeyType(key)) == type;
 }
 
+// The programmers and platforms rely on these numbers. With a wrong one they would treat an
+// ordinary route as the catch-all, as a group range, or as a route that stays out of the hardware.
 static_assert(encodes(invalidRouteKey(), 0, 0));
 static_assert(encodes(IpGenRouteKey(IpGenPrefix::any(IpFamily::v4),
                                     IpGenPrefix(IpGenAddr::v4(0xef000000), 8)),
@@ -41,7 +41,7 @@ static_assert(encodes(IpGenRouteKey::fromAddresses(IpGenAddr::v4(0), IpGenAddr::
 static_assert(static_cast<unsigned>(RouteKeyType::softwareOnly) == 1 &&
               static_cast<unsigned>(RouteKeyType::bridged) == 5);
 
-// A constant expression and the running program compare alike (the tests see to the latter).
+// Keys compare alike in constant expressions and at run time. The tests check run time.
 static_assert(invalidRouteKey() < canonicalCatchAllKey());
 static_assert(IpGenRouteKey::fromAddresses(IpGenAddr::v4(0x00000100), group4) <
               IpGenRouteKey::fromAddresses(IpGenAddr::v4(0x01000000), group4));

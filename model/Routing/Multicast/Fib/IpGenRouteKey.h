@@ -1,7 +1,7 @@
-// The key of a multicast route: a source prefix and a group prefix of one address family. It is
-// forty bytes in five aligned words, and compares and hashes as raw bytes: by source (family,
-// address, length), then by group likewise. A default-constructed key is the invalid key, made of
-// two null prefixes.
+// The key of a multicast route: a source prefix and a group prefix of one address family. A key is
+// 40 bytes in five aligned words, and compares and hashes as raw bytes: by source (family, address,
+// length), then by group likewise. A default-constructed key is the invalid key, of two null
+// prefixes.
 #pragma once
 
 #include <array>
@@ -18,21 +18,22 @@ namespace Routing::Multicast::Fib {
 
 class QOR_PUBLIC IpGenRouteKey final {
  public:
-   // What kind() tells. The programmers treat 2 specially, so the numbers are fixed.
+   // The results of kind(). The numbers are fixed, since the programmers treat 2 specially.
    static constexpr Qor::U32 kindInvalid = 0;
-   static constexpr Qor::U32 kindGroupRange = 1;   // a range of groups, the catch-all aside
+   static constexpr Qor::U32 kindGroupRange = 1;   // a range of groups, except the catch-all
    static constexpr Qor::U32 kindCatchAll = 2;     // any source, the whole multicast range
    static constexpr Qor::U32 kindSourceGroup = 3;  // (S,G): one group, from an address or a range
    static constexpr Qor::U32 kindStarGroup = 4;    // (*,G): one group, from any source
 
    constexpr IpGenRouteKey() = default;
-   // RangeException "IpGenRouteKey::source and group of different families not allowed". The group
-   // need not be a multicast address: whether one is meant is for the reader of an input to say.
+   // Prefixes of two families raise RangeException "IpGenRouteKey::source and group of different
+   // families not allowed". The group may be no multicast address: the reader of an input checks
+   // that.
    constexpr IpGenRouteKey(Lnet::IpGenPrefix const& source, Lnet::IpGenPrefix const& group)
          : source_(source), group_(group) {
       if (source.family() != group.family()) throwFamilies();
    }
-   // The parsing constructor, of the form that strep() writes.
+   // The parsing constructor, for a text that strep() returned.
    explicit IpGenRouteKey(Qor::String const& strep);
 
    // The key of one group; an unspecified source (0.0.0.0 or ::) stands for any source.
@@ -80,8 +81,8 @@ class QOR_PUBLIC IpGenRouteKey final {
  private:
    static constexpr std::size_t wordCount = 5;
 
-   // The i-th eight bytes as they lie in memory. Loaded one by one where the program runs, since
-   // the compiler copies the whole key for a cast of it.
+   // The i-th eight bytes in memory. At run time each word is loaded on its own, since the compiler
+   // copies the whole key for a bit_cast.
    constexpr Qor::U64 word(std::size_t i) const {
       if (std::is_constant_evaluated()) {
          return std::bit_cast<std::array<Qor::U64, wordCount>>(*this)[i];
@@ -95,7 +96,7 @@ class QOR_PUBLIC IpGenRouteKey final {
    }
    [[noreturn]] static void throwFamilies();
 
-   alignas(8) Lnet::IpGenPrefix source_;  // so that the key is five aligned words
+   alignas(8) Lnet::IpGenPrefix source_;  // aligned, for the five aligned words of the key
    Lnet::IpGenPrefix group_;
 };
 
@@ -106,14 +107,16 @@ constexpr IpGenRouteKey invalidRouteKey() {
    return IpGenRouteKey();
 }
 
-// The one key under which catch-all routes of either family are recorded: (0.0.0.0/0, 224.0.0.0/4).
+// The key under which the programmers record the catch-all routes of both families:
+// (0.0.0.0/0, 224.0.0.0/4).
 constexpr IpGenRouteKey canonicalCatchAllKey() {
    return IpGenRouteKey(Lnet::IpGenPrefix::any(Lnet::IpFamily::v4),
                         Lnet::IpGenPrefix::multicast(Lnet::IpFamily::v4));
 }
 
-// The type of the set of a routed entry with this key. Sets of bridged entries and sets that stay
-// out of the hardware are typed by who makes them, since no key tells.
+// The type of the port/vlan set of a routed entry with this key. The maker of a set of a bridged
+// entry, or of a set that stays out of the hardware, chooses the type, since it does not follow
+// from the key.
 constexpr RouteKeyType routeKeyType(IpGenRouteKey const& key) {
    switch (key.kind()) {
       case IpGenRouteKey::kindGroupRange:

@@ -1,6 +1,7 @@
-// The kinds of routes an outgoing set serves; a platform decides by it which sets live in fixed
-// groups and which routes need an ingress entry. The numbers are fixed: type 1 sets are never used
-// in hardware and are freed without delay, so no set of an ordinary route may carry it.
+// The kind of the routes that an oif set serves. A platform decides by the kind which sets have
+// fixed groups and which routes need an ingress entry. The numbers are fixed: a set of type 1 is
+// never used in hardware and is freed without delay, so no set of an ordinary route may have that
+// type.
 #pragma once
 
 #include <cstdint>
@@ -12,7 +13,7 @@ namespace Routing::Multicast::Fib {
 enum class RouteKeyType : std::uint8_t {
    invalid = 0,
    softwareOnly = 1,  // the set is not used in hardware
-   routed = 2,        // one group: (S,G) and (*,G), which share their sets
+   routed = 2,        // one group: (S,G) and (*,G) routes, which share sets
    groupRange = 3,
    catchAll = 4,
    bridged = 5,

@@ -1,5 +1,5 @@
-// The multicast forwarding configuration of all VRFs, and what is configured for the switch as a
-// whole. The routing layer writes it; the per-switch reactors of both paths and the top-level
+// The multicast forwarding configuration of all VRFs, and that of the switch as a whole. The
+// routing layer writes the configuration. The per-switch reactors of both paths and the top-level
 // multicast reactor watch it.
 #pragma once
 
@@ -16,8 +16,8 @@ class VrfConfig final : public Qor::Entity<VrfConfig, Qor::NamedEntity> {
  public:
    class Notifiee : public Qor::NotifieeOf<VrfConfig> {
     public:
-      // The configuration of a VRF was added, removed, or is another entity. Not told when it
-      // changes: that entity has notifiees of its own.
+      // The configuration of a VRF was added or removed, or is another entity. A change in that
+      // entity notifies the entity's own notifiees alone.
       virtual void onConfig(Qor::Name const&) {}
       virtual void onConfigImmediate() {}
       virtual void onActivityPollingInterval() {}
@@ -35,13 +35,15 @@ class VrfConfig final : public Qor::Entity<VrfConfig, Qor::NamedEntity> {
 
    // Keyed by the name of the VRF.
    ConfigColl::Map const& config() const { return config_.map(); }
-   // Null for a VRF without configuration.
+   // Returns null for a VRF without a configuration.
    ConfigPtr config(Qor::Name const& vrfName) const { return config_.value(vrfName); }
+   // Makes the VRF's configuration, or returns the present one.
    ConfigPtr newConfig(Qor::Name vrfName) {
       return config_.instantiate(*this, vrfName, [&] { return Qor::make<Config>(vrfName); });
    }
-   // Under the configuration's own name. RangeException "null _config parameter to mutator for
-   // Routing::Multicast::Fib::VrfConfig::config not allowed"" for a null one.
+   // Inserts or replaces the configuration of the VRF with its name. A null pointer raises
+   // RangeException "null _config parameter to mutator for
+   // Routing::Multicast::Fib::VrfConfig::config not allowed"".
    void configIs(ConfigPtr config) {
       if (!config) Qor::throwNullParameter("Routing::Multicast::Fib::VrfConfig", "config");
       config_.is(*this, config->name(), config);
@@ -51,9 +53,9 @@ class VrfConfig final : public Qor::Entity<VrfConfig, Qor::NamedEntity> {
    void configDelAll() { config_.delAll(*this); }
    void configNotify(Qor::Name vrfName) { config_.notify(*this, std::move(vrfName)); }
 
-   // How often the hardware is asked which routes were used: 1 to 255 seconds. RangeException
-   // "VrfConfig::activityPollingInterval < 1 or > 255 not allowed"; every integer type may be
-   // given, and the range is checked before the value is narrowed.
+   // The time between two polls of the hardware for the activity of routes: 1 to 255 seconds.
+   // Another value raises RangeException "VrfConfig::activityPollingInterval < 1 or > 255 not
+   // allowed". The mutator takes 64 bits and checks the range before it narrows the value.
    Qor::U8 activityPollingInterval() const { return activityPollingInterval_; }
    void activityPollingIntervalIs(Qor::U64 seconds) {
       if (seconds < 1 || seconds > std::numeric_limits<Qor::U8>::max()) {
@@ -63,12 +65,12 @@ class VrfConfig final : public Qor::Entity<VrfConfig, Qor::NamedEntity> {
                                                    static_cast<Qor::U8>(seconds));
    }
 
-   // What route counters count, on all chips.
+   // The unit of the route counters, on all chips.
    CounterMode counterMode() const { return counterMode_; }
    void counterModeIs(CounterMode v) { attrIs<&Notifiee::onCounterMode>(counterMode_, v); }
 
-   // Whether all routes are to be counted (the wildcard counter), and not only those named in a
-   // VRF's counterRoute.
+   // Whether all routes are counted (the wildcard counter), and not only those in the counterRoute
+   // of a VRF.
    bool allCounter() const { return allCounter_; }
    void allCounterIs(bool v) { attrIs<&Notifiee::onAllCounter>(allCounter_, v); }
 

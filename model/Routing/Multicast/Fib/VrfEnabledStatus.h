@@ -1,6 +1,6 @@
-// The VRFs in which multicast routing is enabled. The routing layer writes it. The top-level
-// multicast reactor watches it, since multicast is off while there is none; restart recovery reads
-// it.
+// The VRFs in which multicast routing is enabled. The routing layer writes the status. The
+// top-level multicast reactor watches it, since multicast routing is off while no VRF is enabled.
+// Restart recovery reads it.
 #pragma once
 
 #include <utility>
@@ -27,7 +27,7 @@ class VrfEnabledStatus final : public Qor::Entity<VrfEnabledStatus, Qor::NamedEn
 
    explicit VrfEnabledStatus(Qor::Name name = "mcastEnabledStatus") : Entity(std::move(name)) {}
 
-   // A set, whose values are all true.
+   // The map is a set: all values are true.
    VrfColl::Map const& vrf() const { return vrf_.map(); }
    bool vrf(L3::VrfName const& vrfName) const { return vrf_.value(vrfName); }
    void vrfIs(L3::VrfName vrfName) { vrf_.is(*this, std::move(vrfName), true); }

@@ -1,5 +1,5 @@
-// The index of a rendezvous point's address. The programmers pass it to the platform as it is; the
-// two sentinels have a meaning on the synchronous path only.
+// The index of a rendezvous point's address. The programmers pass it to the platform unchanged.
+// Only the synchronous path interprets the two sentinels.
 #pragma once
 
 #include "Qor/NumberValue.h"
@@ -15,9 +15,9 @@ class RpaIndex final : public Qor::NumberValue<RpaIndex, Qor::U16> {
    explicit RpaIndex(Qor::String const& strep)
          : RpaIndex(Qor::parseStrep<RpaIndex>(typeName, strep)) {}
 
-   // The route has no rendezvous point; programmed as 0.
+   // The route has no rendezvous point. The route is programmed with index 0.
    static constexpr RpaIndex none() { return RpaIndex(Qor::U16{0xffff}); }
-   // The route is not to be programmed.
+   // The route must not be programmed.
    static constexpr RpaIndex notProgrammed() { return RpaIndex(Qor::U16{0xfffe}); }
 };
 

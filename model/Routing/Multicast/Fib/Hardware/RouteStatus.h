@@ -1,9 +1,9 @@
-// What is known of one route that is in hardware: where its traffic comes in, and when it was last
-// used.
+// The status of one route in hardware: its accepting interface, and when it was last used.
 //
-// The route programmer makes it, before the route is allocated, and sets the accepting interface
-// and the fastdrop entries; after a restart, recovery does. The aging reviews read those and write
-// the poll times; the routing layer watches the poll times and ages the routes that stay idle.
+// The route programmer makes the status before it allocates the route, and sets the accepting
+// interface and the fastdrop entries. After a restart of the agent, recovery makes the status. The
+// aging reviews read these attributes and write the poll times. The routing layer watches the poll
+// times and ages the routes that stay idle.
 #pragma once
 
 #include <utility>
@@ -21,8 +21,7 @@ class RouteStatus final : public Qor::Entity<RouteStatus> {
     public:
       virtual void onAcceptingIntfId() {}
       virtual void onLastPollTime() {}
-      // Traffic of this route that comes in over the named interface is dropped in hardware from
-      // now on, or no more, or was seen at a later time.
+      // The fastdrop entry of the named interface was added, removed, or used at a later time.
       virtual void onFastdropLastPollTime(Qor::Name const&) {}
       virtual void onFastdropLastPollTimeImmediate() {}
 
@@ -38,20 +37,22 @@ class RouteStatus final : public Qor::Entity<RouteStatus> {
    Qor::Name name() const override { return key_.pretty(); }
    IpGenRouteKey const& key() const { return key_; }
 
-   // Empty for a route that takes traffic from any interface.
+   // Empty for a route that accepts packets from any interface.
    Lnet::IntfId acceptingIntfId() const { return acceptingIntfId_; }
    void acceptingIntfIdIs(Lnet::IntfId v) {
       attrIs<&Notifiee::onAcceptingIntfId>(acceptingIntfId_, v);
    }
 
-   // When the route was last seen in use, on the Qor::now() time base; 0 before the first time.
+   // The time at which a review last found the route in use, on the Qor::now() time base; 0 if none
+   // did.
    Qor::Seconds lastPollTime() const { return lastPollTime_; }
    void lastPollTimeIs(Qor::Seconds v) { attrIs<&Notifiee::onLastPollTime>(lastPollTime_, v); }
 
-   // The fastdrop entries: by the name of the interface whose traffic is dropped, the time when
-   // such traffic was last seen; 0 before the first time.
+   // The fastdrop entries. An entry drops the packets of this route that arrive at an interface.
+   // Its key is the name of the interface; its value is the time at which a review last found the
+   // entry in use, or 0.
    FastdropColl::Map const& fastdropLastPollTime() const { return fastdrop_.map(); }
-   // 0 for an interface without a fastdrop entry, too.
+   // Returns 0 for an interface without a fastdrop entry too.
    Qor::Seconds fastdropLastPollTime(Qor::Name const& intfName) const {
       return fastdrop_.value(intfName);
    }

@@ -5,6 +5,7 @@ namespace Routing::Multicast::Fib::Hardware {
 Status::Status(Qor::Name name) : Entity(std::move(name)) {}
 
 Status::~Status() {
+   // The VRF statuses may outlive this object, and with it the count that they update.
    for (auto const& [vrfName, status] : vrfStatus_.map())
       status->countEnd();
 }

@@ -1,11 +1,11 @@
-// What multicast forwarding is in hardware: the routes of each VRF, the polling interval in effect,
-// and whether the hardware routes multicast at all.
+// The status of multicast forwarding in hardware: the routes of each VRF, the polling interval in
+// effect, and whether the hardware routes multicast packets.
 //
-// The route programmer publishes a route here before it allocates it and removes it after it is
-// deleted; restart recovery rebuilds VRFs and routes from the hardware. The per-switch reactors
-// walk the routes when they review activity, and write pollingInterval. The agent writes hwRouting
-// and rangeRouteHandleShared. The top-level multicast reactor watches hwRouting, and the routing
-// layer pollingInterval.
+// The route programmer publishes a route here before it allocates the route, and removes the status
+// after it has deleted the route. Restart recovery rebuilds the VRFs and routes from the hardware.
+// The per-switch reactors walk the routes in their aging reviews, and write pollingInterval. The
+// agent writes hwRouting and rangeRouteHandleShared. The top-level multicast reactor watches
+// hwRouting; the routing layer watches pollingInterval.
 #pragma once
 
 #include "Routing/Multicast/Fib/Hardware/VrfStatus.h"
@@ -16,8 +16,8 @@ class QOR_PUBLIC Status final : public Qor::Entity<Status, Qor::NamedEntity> {
  public:
    class Notifiee : public Qor::NotifieeOf<Status> {
     public:
-      // A VRF was added or removed. Not told when its routes change: that entity has notifiees of
-      // its own.
+      // A VRF was added or removed. A change of its routes notifies the notifiees of the VRF's
+      // status alone.
       virtual void onVrfStatus(L3::VrfName const&) {}
       virtual void onVrfStatusImmediate() {}
       virtual void onPollingInterval() {}
@@ -28,40 +28,42 @@ class QOR_PUBLIC Status final : public Qor::Entity<Status, Qor::NamedEntity> {
       void onImmediate() override { onVrfStatusImmediate(); }
    };
    using VrfStatusPtr = Qor::Ptr<VrfStatus>;
-   // A walk that was interrupted goes on as in VrfStatus::RouteColl.
+   // An interrupted walk resumes as described at VrfStatus::RouteColl.
    using VrfStatusColl = Qor::Collection<Qor::OrderedMap<L3::VrfName, VrfStatusPtr>,
                                          &Notifiee::onVrfStatus, &Notifiee::onVrfStatusImmediate>;
 
    explicit Status(Qor::Name name = "mfibHwStatus");
 
    VrfStatusColl::Map const& vrfStatus() const { return vrfStatus_.map(); }
-   // Null for a VRF that is not here.
+   // Returns null for a VRF without a status.
    VrfStatusPtr vrfStatus(L3::VrfName const& vrfName) const { return vrfStatus_.value(vrfName); }
-   // Makes the VRF's status without routes, or returns it as it is.
+   // Makes the VRF's status, without routes, or returns the present one.
    VrfStatusPtr vrfStatusIs(L3::VrfName vrfName);
-   // Removes the VRF with all its routes.
+   // Removes the status of the VRF, with all its routes.
    void vrfStatusDel(L3::VrfName vrfName);
    VrfStatusColl::Iterator vrfStatusDel(VrfStatusColl::Iterator it);
    void vrfStatusDelAll();
    void vrfStatusNotify(L3::VrfName vrfName) { vrfStatus_.notify(*this, vrfName); }
 
-   // How many routes all VRFs have. It is right whenever a notifiee of this entity or of one of its
-   // VRFs is told, and costs no walk.
+   // The number of routes in all VRFs, without a walk. It includes the change that a notification
+   // of this entity or of one of its VRFs is about.
    Qor::U32 routes() const { return routes_; }
 
-   // How often the hardware is polled for activity, in whole seconds; 0 until a reactor has set it.
+   // The time between two polls of the hardware for activity, in seconds; 0 until a reactor sets
+   // it.
    Qor::U8 pollingInterval() const { return pollingInterval_; }
    void pollingIntervalIs(Qor::U8 v) { attrIs<&Notifiee::onPollingInterval>(pollingInterval_, v); }
 
+   // Whether the hardware can route multicast packets.
    bool hwRouting() const { return hwRouting_; }
    void hwRoutingIs(bool v) { attrIs<&Notifiee::onHwRouting>(hwRouting_, v); }
 
-   // On a chip that keeps group ranges and the catch-all outside its route table, the platform may
-   // return a handle that is in use already when such a route (IpGenRouteKey::kindGroupRange and
-   // kindCatchAll) is allocated again. While this is set, the synchronous programmer takes that
-   // handle, if the route that has it is of the same key and accepting vlan; otherwise every handle
-   // must be new. Routes with different keys never share a handle: the programmer refuses that with
-   // a Qor::ReinstantiationException.
+   // Whether the platform may return a handle in use for a group range or a catch-all route
+   // (IpGenRouteKey::kindGroupRange and kindCatchAll), as a chip does that keeps these routes outside
+   // its route table. While this is set, the synchronous programmer accepts the handle if the route
+   // that has it is of the same key and accepting vlan. Any other handle must be new: routes with
+   // different keys never share a handle, and the programmer refuses one with a
+   // Qor::ReinstantiationException.
    bool rangeRouteHandleShared() const { return rangeRouteHandleShared_; }
    void rangeRouteHandleSharedIs(bool v) {
       attrIs<&Notifiee::onRangeRouteHandleShared>(rangeRouteHandleShared_, v);

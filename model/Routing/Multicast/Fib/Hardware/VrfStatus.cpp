@@ -11,8 +11,8 @@ Qor::Name VrfStatus::name() const {
    return vrfName_.name();
 }
 
-// Each operation settles the count first: it is right when the notifiees are told, and nothing of
-// this entity is touched after them.
+// Each operation updates the count first: a notifiee then reads the right count, and the operation
+// touches nothing of this entity after the notification.
 
 VrfStatus::RoutePtr VrfStatus::routeIs(IpGenRouteKey key) {
    if (auto const* const entry = route_.map().find(key)) return entry->second;

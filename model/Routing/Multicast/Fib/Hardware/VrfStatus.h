@@ -1,5 +1,6 @@
-// The multicast routes of one VRF that are in hardware. Made and owned by Hardware::Status; a VRF
-// that was removed there may live on while somebody holds it, but its routes count no more.
+// The multicast routes of one VRF in hardware. Hardware::Status makes and holds the VRF statuses. A
+// removed VRF status lives on while other code holds it, but Hardware::Status does not count its
+// routes any more.
 #pragma once
 
 #include <utility>
@@ -16,8 +17,8 @@ class QOR_PUBLIC VrfStatus final : public Qor::Entity<VrfStatus> {
  public:
    class Notifiee : public Qor::NotifieeOf<VrfStatus> {
     public:
-      // A route came into hardware or left it. Not told when its status changes: that entity has
-      // notifiees of its own.
+      // A route was added or removed. A change of a route's status notifies the notifiees of that
+      // status alone.
       virtual void onRoute(IpGenRouteKey const&) {}
       virtual void onRouteImmediate() {}
 
@@ -25,8 +26,8 @@ class QOR_PUBLIC VrfStatus final : public Qor::Entity<VrfStatus> {
       void onImmediate() override { onRouteImmediate(); }
    };
    using RoutePtr = Qor::Ptr<RouteStatus>;
-   // A review that was interrupted goes on with route().upperBound(key), or lowerBound(key), of the
-   // key it has kept, whether or not that route is still there.
+   // An interrupted walk keeps the key of a route and resumes with route().upperBound(key), or with
+   // lowerBound(key). The route may have been removed.
    using RouteColl = Qor::Collection<Qor::OrderedMap<IpGenRouteKey, RoutePtr>, &Notifiee::onRoute,
                                      &Notifiee::onRouteImmediate>;
 
@@ -34,9 +35,9 @@ class QOR_PUBLIC VrfStatus final : public Qor::Entity<VrfStatus> {
    L3::VrfName const& vrfName() const { return vrfName_; }
 
    RouteColl::Map const& route() const { return route_.map(); }
-   // Null for a route that is not in hardware.
+   // Returns null for a route that is not in hardware.
    RoutePtr route(IpGenRouteKey const& key) const { return route_.value(key); }
-   // Makes the route's status, or returns it as it is.
+   // Makes the route's status, or returns the present one.
    RoutePtr routeIs(IpGenRouteKey key);
    void routeDel(IpGenRouteKey key);
    RouteColl::Iterator routeDel(RouteColl::Iterator it);
@@ -50,13 +51,14 @@ class QOR_PUBLIC VrfStatus final : public Qor::Entity<VrfStatus> {
    VrfStatus(L3::VrfName vrfName, Qor::U32& routesOfAllVrfs);
    ~VrfStatus() override;
 
-   // Takes this VRF's routes out of the count, which is not touched any more.
+   // Subtracts this VRF's routes from the count of all VRFs, and leaves the count alone from then
+   // on.
    void countEnd();
    void countAdd(Qor::U32 routes);
    void countTake(Qor::U32 routes);
 
    L3::VrfName const vrfName_;
-   Qor::U32* routesOfAllVrfs_;  // in the owner; null when it has let this VRF go
+   Qor::U32* routesOfAllVrfs_;  // in Hardware::Status; null after countEnd()
    RouteColl route_;
 };
 

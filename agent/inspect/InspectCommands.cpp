@@ -1,0 +1,260 @@
+// The commands that look at the tree and the types, and that change what is in it.
+#include <sstream>
+
+#include "Qor/Trace.h"
+#include "agent/input/NumberText.h"
+#include "agent/input/PrintableText.h"
+#include "agent/input/TraceOption.h"
+#include "agent/inspect/InspectExplain.h"
+#include "agent/inspect/Inspector.h"
+#include "agent/inspect/Rehearsal.h"
+#include "agent/report/TextTable.h"
+
+namespace Agent {
+
+using nlohmann::ordered_json;
+using Kind = TreeNode::Kind;
+using Lines = std::vector<std::vector<std::string>>;
+
+namespace {
+
+std::string lastSegment(TreeNode const& parent, TreeNode const& child) {
+   return printable(child.path.substr(parent.path == "/" ? 1 : parent.path.size() + 1));
+}
+
+// One line of ls.
+ordered_json rowJson(EntityTree const& tree, TreeNode const& parent, TreeNode const& child) {
+   ordered_json row = {{"name", lastSegment(parent, child)}};
+   bool const collection = child.kind == Kind::collection;
+   if (collection || child.kind == Kind::directory) {
+      row["members"] = tree.size(child);
+   } else {
+      row["value"] = valueJson(child.it, child.type);
+      row["writable"] = child.writable();
+   }
+   row["type"] = child.type;
+   return row;
+}
+
+Lines rowLines(ordered_json const& rows) {
+   Lines lines = {{"NAME", "VALUE", "", "TYPE"}};
+   for (auto const& row : rows) {
+      bool const counted = row.contains("members");
+      lines.push_back(
+            {row.at("name").get<std::string>(),
+             counted ? row.at("members").dump() + (row.at("members") == 1 ? " member" : " members")
+                     : valueText(row.at("value")),
+             !counted && row.at("writable").get<bool>() ? "writable" : "",
+             row.at("type").get<std::string>()});
+   }
+   return lines;
+}
+
+std::string argumentsText(std::vector<Qor::TypeArgument> const& arguments) {
+   std::string text;
+   for (auto const& argument : arguments)
+      text += (text.empty() ? "" : ", ") + argument.name + ": " + argument.type;
+   return '(' + text + ')';
+}
+
+char const* kindName(Qor::Type::Kind kind) {
+   static constexpr char const* names[] = {"entity", "value", "enumeration", "objectName"};
+   return names[static_cast<std::size_t>(kind)];
+}
+
+ordered_json typeJson(Qor::Type const& type) {
+   ordered_json json = {{"name", type.name()},
+                        {"kind", kindName(type.kind())},
+                        {"module", type.module()},
+                        {"base", type.base() ? ordered_json(type.base()->name()) : nullptr},
+                        {"attributes", ordered_json::array()},
+                        {"collections", ordered_json::array()},
+                        {"operations", ordered_json::array()}};
+   for (auto const* const a : type.allAttributes()) {
+      json["attributes"].push_back({{"name", a->name},
+                                    {"type", a->type},
+                                    {"writable", a->writable()},
+                                    {"told", !a->handler.empty()}});
+   }
+   for (auto const* const c : type.allCollections()) {
+      json["collections"].push_back({{"name", c->name},
+                                     {"type", c->keyType + " -> " + c->valueType},
+                                     {"told", !c->handler.empty()}});
+   }
+   for (auto const* const o : type.allOperations()) {
+      json["operations"].push_back({{"name", o->name},
+                                    {"type", argumentsText(o->arguments) + " -> " + o->result},
+                                    {"reading", o->reading}});
+   }
+   if (auto const* const made = type.constructor()) {
+      json["constructor"] = made->name + argumentsText(made->arguments);
+   }
+   return json;
+}
+
+std::string typeText(ordered_json const& json) {
+   std::string text = json.at("name").get<std::string>() + ", " +
+                      json.at("kind").get<std::string>() + " of " +
+                      json.at("module").get<std::string>();
+   if (!json.at("base").is_null()) text += ", derived from " + json.at("base").get<std::string>();
+   text += '\n';
+   if (json.contains("constructor")) {
+      text += "   constructor " + json.at("constructor").get<std::string>() + '\n';
+   }
+   Lines lines;
+   auto const add = [&](char const* list, char const* what) {
+      for (auto const& row : json.at(list)) {
+         std::string notes;
+         if (row.value("writable", false)) notes += " writable";
+         if (row.value("told", false)) notes += " told";
+         if (row.value("reading", false)) notes += " changes nothing";
+         lines.push_back({std::string("   ") + what, row.at("name").get<std::string>(),
+                          row.at("type").get<std::string>(), notes});
+      }
+   };
+   add("attributes", "attribute");
+   add("collections", "collection");
+   add("operations", "operation");
+   return text + aligned(lines);
+}
+
+}  // namespace
+
+void Inspector::ls(Words const& words) {
+   EntityTree const all = tree();
+   TreeNode const node = all.find(words.size() > 1 ? std::string_view(words[1].raw) : "/");
+   std::size_t skip = 0;
+   if (words.size() > 2) {
+      std::string const& text = words[2].text;
+      if (!parseNumber(text, skip)) {
+         throw InspectError(printable(inQuotes(text)) + " is no number of members to skip");
+      }
+   }
+   // What an object has is never many.
+   std::size_t const most = node.kind == Kind::collection ? screenful : 1000;
+   ordered_json rows = ordered_json::array();
+   for (TreeNode const& child : all.children(node, skip, most))
+      rows.push_back(rowJson(all, node, child));
+   std::size_t const size = all.size(node);
+   std::string text = aligned(rowLines(rows));
+   if (rows.empty())
+      text = size ? "no more than " + std::to_string(size) + " are there\n" : "empty\n";
+   if (std::size_t const shown = skip + rows.size(); shown < size && !rows.empty()) {
+      text += std::to_string(skip + 1) + " to " + std::to_string(shown) + " of " +
+              std::to_string(size) + "; ls PATH " + std::to_string(shown) + " goes on\n";
+   }
+   say({{"path", printable(node.path)},
+        {"type", node.type},
+        {"size", size},
+        {"skipped", skip},
+        {"members", rows}},
+       text);
+}
+
+void Inspector::get(Words const& words) {
+   EntityTree const all = tree();
+   TreeNode const node = all.find(words[1].raw);
+   ordered_json json = {{"path", printable(node.path)}, {"type", node.type}};
+   if (node.kind == Kind::value) {
+      json["value"] = valueJson(node.it, node.type);
+      return say(json, valueText(json["value"]) + '\n');
+   }
+   Lines lines;
+   ordered_json members = ordered_json::object();
+   for (TreeNode const& child : all.children(node, 0, all.size(node))) {
+      ordered_json const row = rowJson(all, node, child);
+      bool const counted = row.contains("members");
+      ordered_json const value =
+            counted ? ordered_json{{"members", row.at("members")}} : row.at("value");
+      members[row.at("name").get<std::string>()] = value;
+      lines.push_back({row.at("name").get<std::string>(),
+                       counted ? row.at("members").dump() + " members" : valueText(value)});
+   }
+   json["members"] = members;
+   say(json, lines.empty() ? "empty\n" : aligned(lines));
+}
+
+// ---- Changing. ----
+
+Qor::Generic Inspector::argument(EntityTree const& tree, Word const& word) const {
+   if (!word.isPath()) return {word.text};
+   TreeNode const node = tree.find(word.raw);
+   if (node.kind == Kind::object || node.kind == Kind::value) return node.it;
+   throw InspectError(printable(word.raw) + " is neither an object nor a value");
+}
+
+// Tries it first: whoever calls an operation by hand keeps its preconditions, or does not.
+void Inspector::change(std::function<void()> const& doIt) {
+   std::string const why = rehearse(doIt);
+   if (!why.empty()) throw InspectError("that would end the agent: " + why);
+   changed_ = true;
+   doIt();
+}
+
+void Inspector::set(Words const& words) {
+   EntityTree const all = tree();
+   TreeNode const node = all.find(words[1].raw);
+   if (!node.attribute) throw InspectError(printable(node.path) + " is no attribute");
+   if (!node.writable()) throw InspectError(node.attribute->fullName + " may only be read");
+   // A string representation has blanks, and need not be quoted.
+   std::string const text =
+         line_.substr(words[2].at, words.back().at + words.back().raw.size() - words[2].at);
+   Qor::Generic const value = words.size() == 3 ? argument(all, words[2]) : Qor::Generic(text);
+   change([&] { Qor::set(node.owner, node.attribute->name, value); });
+   ordered_json const now =
+         valueJson(Qor::get(node.owner, node.attribute->name), node.attribute->type);
+   say({{"path", printable(node.path)}, {"value", now}},
+       printable(node.path) + " = " + valueText(now) + '\n');
+}
+
+void Inspector::call(Words const& words) {
+   EntityTree const all = tree();
+   TreeNode const node = all.find(words[1].raw);
+   Qor::Type const* const type = typeOf(node);
+   if (!type) throw InspectError(printable(node.path) + " has no operations");
+   Qor::TypeOperation const& operation = type->operation(words[2].text, words.size() - 3);
+   std::vector<Qor::Generic> arguments;
+   for (std::size_t i = 3; i < words.size(); ++i)
+      arguments.push_back(argument(all, words[i]));
+   Qor::Generic result;
+   change([&] { result = operation.run(operation, node.it, arguments); });
+   ordered_json const json = valueJson(result, operation.result);
+   say({{"result", json}}, operation.result == "void" ? "done\n" : valueText(json) + '\n');
+}
+
+// ---- Types, traces, routes. ----
+
+void Inspector::types(Words const& words) {
+   if (words.size() > 1) {
+      ordered_json const json = typeJson(Qor::type(words[1].text));
+      return say(json, typeText(json));
+   }
+   ordered_json json = ordered_json::array();
+   Lines lines = {{"TYPE", "KIND", "MODULE"}};
+   for (Qor::Type const* const type : Qor::types()) {
+      json.push_back(
+            {{"name", type->name()}, {"kind", kindName(type->kind())}, {"module", type->module()}});
+      lines.push_back({type->name(), kindName(type->kind()), type->module()});
+   }
+   say(json, aligned(lines));
+}
+
+void Inspector::trace(Words const& words) {
+   std::string const& text = words[1].text;
+   if (text == "off" || text.starts_with("off:")) {
+      Qor::traceLevelIs(-1, text == "off" ? "*" : text.substr(4));
+   } else if (auto const wrong = applyTraceOption(text)) {
+      throw InspectError(*wrong + ", or off[:GLOB]");
+   }
+   say(nullptr, "");
+}
+
+void Inspector::explain(Words const& words) {
+   RouteQuestion const question = routeQuestion(std::string_view(line_).substr(words[1].at));
+   ordered_json const json = explainRoute(run_.simulated(), question);
+   std::ostringstream text;
+   printExplanation(text, json);
+   say(json, text.str());
+}
+
+}  // namespace Agent

@@ -1,0 +1,273 @@
+#include "agent/inspect/Inspector.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cmath>
+
+#include "Qor/Exception.h"
+#include "agent/input/NumberText.h"
+#include "agent/input/PrintableText.h"
+#include "agent/inspect/Rehearsal.h"
+#include "agent/report/TextTable.h"
+
+namespace Agent {
+
+using nlohmann::ordered_json;
+
+namespace {
+
+std::string seconds(double time) {
+   return fmt::format("{:.6f} s", time);
+}
+
+// What a watch tells, for people.
+std::string eventText(ordered_json const& event) {
+   std::string text = "at " + seconds(event.at("time").get<double>()) + ": " +
+                      printable(event.at("path").get<std::string>());
+   if (event.contains("member")) text += ' ' + event.at("member").get<std::string>();
+   if (event.contains("key")) text += '[' + event.at("key").get<std::string>() + ']';
+   if (event.contains("size")) {
+      return text + " has changed as a whole, and has " + event.at("size").dump() + " members";
+   }
+   if (event.contains("value")) {
+      text += " = " + valueText(event.at("value"));
+      return event.contains("was") ? text + " (was " + valueText(event.at("was")) + ')' : text;
+   }
+   bool const object = !event.contains("member") && !event.contains("key");
+   return text + (object ? " has gone, and is watched no more" : " has gone");
+}
+
+// Where the last word of a line begins, whose quotes may be open.
+std::size_t lastWord(std::string_view line) {
+   std::size_t at = 0;
+   bool quoted = false;
+   for (std::size_t i = 0; i < line.size(); ++i) {
+      if (line[i] == '\\' && quoted) {
+         ++i;
+      } else if (line[i] == '"') {
+         quoted = !quoted;
+      } else if (!quoted && (line[i] == ' ' || line[i] == '\t')) {
+         at = i + 1;
+      }
+   }
+   return at;
+}
+
+// What a path may go on with.
+std::vector<std::string> pathsLike(EntityTree const& tree, std::string_view word) {
+   constexpr std::size_t most = 200;
+   std::size_t slash = 0;
+   bool quoted = false;
+   for (std::size_t i = 0; i < word.size(); ++i) {
+      if (word[i] == '"') quoted = !quoted;
+      if (word[i] == '/' && !quoted) slash = i;
+   }
+   TreeNode const parent = tree.find(word.substr(0, slash + 1));
+   std::string const prefix = parent.path == "/" ? "/" : parent.path + '/';
+   std::string const last(word.substr(slash + 1));
+   std::vector<std::string> found;
+   for (TreeNode const& child : tree.children(parent, 0, most)) {
+      std::string const segment = child.path.substr(prefix.size());
+      if (segment.starts_with(last) || segment.starts_with('"' + last)) {
+         found.push_back(child.path + (tree.size(child) ? "/" : ""));
+      }
+   }
+   return found;
+}
+
+}  // namespace
+
+std::vector<Inspector::Command> const& Inspector::commands() {
+   constexpr std::size_t any = 10000;
+   static std::vector<Command> const all = {
+         {"ls", "[PATH [SKIP]]", 0, 2, "what is below a path, behind the first SKIP",
+          &Inspector::ls},
+         {"get", "PATH", 1, 1, "a value, an object's attributes, a collection's members",
+          &Inspector::get},
+         {"set", "PATH VALUE", 2, any, "writes an attribute", &Inspector::set},
+         {"call", "PATH OPERATION ARG...", 2, any,
+          "calls an operation; an ARG that begins with / is an object", &Inspector::call},
+         {"watch", "[PATH]", 0, 1, "tells changes of an object, an attribute or a collection",
+          &Inspector::watch},
+         {"unwatch", "[PATH]", 0, 1, "tells them no more", &Inspector::unwatch},
+         {"explain", "ROUTE [vrf NAME]", 1, any, "where a route stands, and why",
+          &Inspector::explain},
+         {"types", "[TYPE]", 0, 1, "the types, or what one of them has", &Inspector::types},
+         {"trace", "LEVEL[:GLOB] | off[:GLOB]", 1, 1, "traces up to LEVEL (0-9), to standard error",
+          &Inspector::trace},
+         {"run", "[SECONDS]", 0, 1, "lets time pass; without SECONDS, to the end of the input",
+          &Inspector::goOn},
+         {"step", "", 0, 0, "lets time pass until the next thing is due", &Inspector::step},
+         {"help", "[COMMAND]", 0, 1, "this list, or a line of it", &Inspector::help},
+         {"quit", "", 0, 0, "ends", &Inspector::quit}};
+   return all;
+}
+
+Inspector::Command const& Inspector::command(std::string const& name) {
+   std::string known;
+   for (Command const& command : commands()) {
+      if (command.name == name) return command;
+      known += (known.empty() ? "" : ", ") + std::string(command.name);
+   }
+   throw InspectError(printable(inQuotes(name)) + " is no command (known: " + known + ')');
+}
+
+Inspector::Inspector(InspectedRun& run, std::ostream& out, bool json)
+      : run_(run),
+        out_(out),
+        json_(json),
+        watches_([this](ordered_json const& event) { tell(event); }) {}
+
+Inspector::Outcome Inspector::evaluate(std::string_view line) {
+   error_.clear();
+   line_ = line.substr(0, longestLine);
+   try {
+      if (line.size() > longestLine) {
+         throw InspectError("a command has at most " + std::to_string(longestLine) +
+                            " bytes, not " + std::to_string(line.size()));
+      }
+      Words const words = wordsOf(line);
+      if (words.empty() || words[0].raw.starts_with('#')) return Outcome::done;
+      Command const& found = command(words[0].text);
+      if (words.size() - 1 < found.least || words.size() - 1 > found.most) {
+         throw InspectError(std::string("usage: ") + found.name + ' ' + found.usage);
+      }
+      (this->*found.run)(words);
+   } catch (std::exception const& error) {
+      error_ = printable(error.what());
+      if (json_) {
+         out_ << ordered_json{{"command", printable(inQuotes(line_))}, {"error", error_}}.dump()
+              << std::endl;
+      }
+      return Outcome::failed;
+   }
+   return quit_ ? Outcome::quit : Outcome::done;
+}
+
+Inspector::Completion Inspector::complete(std::string_view line) const {
+   Completion found;
+   found.at = lastWord(line);
+   std::string_view const word = line.substr(found.at);
+   auto const offer = [&](std::string const& name) {
+      if (name.starts_with(word)) found.words.push_back(name + ' ');
+   };
+   try {
+      Words const before = wordsOf(line.substr(0, found.at));
+      if (before.empty() || (before.size() == 1 && before[0].text == "help")) {
+         for (Command const& command : commands())
+            offer(command.name);
+      } else if (word.starts_with('/')) {
+         found.words = pathsLike(EntityTree(run_.simulated().roots()), word);
+      } else if (before[0].text == "types") {
+         for (Qor::Type const* const type : Qor::types())
+            offer(type->name());
+      } else if (before[0].text == "call" && before.size() == 2) {
+         EntityTree const tree(run_.simulated().roots());
+         Qor::Type const* const type = typeOf(tree.find(before[1].raw));
+         for (auto const* const operation : type->allOperations())
+            offer(operation->name);
+      }
+   } catch (std::exception const&) {
+      // What is not there is not completed.
+   }
+   return found;
+}
+
+void Inspector::say(ordered_json const& json, std::string const& text) {
+   if (json_) {
+      out_ << ordered_json{{"command", printable(line_)}, {"result", json}}.dump() << std::endl;
+   } else {
+      out_ << text << std::flush;
+   }
+}
+
+void Inspector::tell(ordered_json const& event) {
+   if (json_) {
+      out_ << ordered_json{{"event", event}}.dump() << std::endl;
+   } else {
+      out_ << eventText(event) << std::endl;
+   }
+}
+
+void Inspector::help(Words const& words) {
+   ordered_json json = ordered_json::array();
+   std::vector<std::vector<std::string>> lines;
+   Command const* const one = words.size() > 1 ? &command(words[1].text) : nullptr;
+   for (Command const& command : commands()) {
+      if (one && one != &command) continue;
+      std::string const usage = std::string(command.name) + ' ' + command.usage;
+      json.push_back({{"usage", usage}, {"help", command.help}});
+      lines.push_back({usage, command.help});
+   }
+   say(json, aligned(lines));
+}
+
+void Inspector::watch(Words const& words) {
+   if (words.size() > 1) {
+      watches_.add(tree().find(words[1].raw));
+      return say({{"watched", printable(words[1].raw)}}, "");
+   }
+   ordered_json json = ordered_json::array();
+   std::string text;
+   for (std::string const& path : watches_.paths()) {
+      json.push_back(printable(path));
+      text += printable(path) + '\n';
+   }
+   say(json, text.empty() ? "nothing is watched\n" : text);
+}
+
+void Inspector::unwatch(Words const& words) {
+   if (words.size() == 1) {
+      watches_.removeAll();
+   } else {
+      // By its path as watched; what was watched may be gone from the tree.
+      std::string path;
+      for (std::string const& segment : segmentsOf(words[1].raw))
+         path += '/' + quotedSegment(segment);
+      watches_.remove(path);
+   }
+   say(nullptr, "");
+}
+
+// ---- Time. ----
+
+// What has been changed by hand may end the run later.
+void Inspector::advance(std::function<void()> const& doIt) {
+   if (changed_ && run_.inMemory()) {
+      std::string const why = rehearse(doIt);
+      if (!why.empty()) throw InspectError("that would end the run: " + why);
+   }
+   doIt();
+}
+
+void Inspector::sayTime() {
+   say({{"time", Qor::now()}}, "at " + seconds(Qor::now()) + '\n');
+}
+
+void Inspector::goOn(Words const& words) {
+   bool good = true;
+   if (words.size() == 1) {
+      advance([&] { good = run_.runToEnd(); });
+   } else {
+      std::string const& text = words[1].text;
+      double span = 0;
+      if (!parseNumber(text, span) || !(span >= 0) || span > 1e9) {
+         throw InspectError(printable(inQuotes(text)) + " is no number of seconds from 0 to 1e9");
+      }
+      advance([&] { good = run_.runUntil(Qor::now() + span); });
+   }
+   if (!good) throw InspectError("the input ends here: it has an error");
+   sayTime();
+}
+
+void Inspector::step(Words const&) {
+   double const next = std::min(run_.nextInput(), run_.simulated().activity().nextDeadline());
+   if (next >= Qor::never) throw InspectError("nothing is left to be done");
+   bool good = true;
+   advance([&] { good = run_.runUntil(std::max(next, Qor::now())); });
+   if (!good) throw InspectError("the input ends here: it has an error");
+   sayTime();
+}
+
+}  // namespace Agent

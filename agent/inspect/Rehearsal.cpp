@@ -1,0 +1,81 @@
+#include "agent/inspect/Rehearsal.h"
+
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
+#include <exception>
+
+namespace Agent {
+
+namespace {
+
+// Seconds of processor time that it may take. Time on the clock would pass on a busy machine
+// without any work being done.
+constexpr unsigned longest = 20;
+
+[[noreturn]] void runCopy(int errors, std::function<void()> const& doIt) {
+   dup2(errors, STDERR_FILENO);
+   close(STDOUT_FILENO);
+   rlimit const noCore{0, 0};
+   setrlimit(RLIMIT_CORE, &noCore);
+   rlimit const limit{longest, longest + 5};
+   setrlimit(RLIMIT_CPU, &limit);
+   try {
+      doIt();
+   } catch (std::exception const&) {
+      // It is told in this process, when it is done.
+   }
+   _exit(0);
+}
+
+std::string readAll(int fd) {
+   std::string all;
+   char buffer[4096];
+   for (;;) {
+      ssize_t const got = read(fd, buffer, sizeof buffer);
+      if (got < 0 && errno == EINTR) continue;
+      if (got <= 0) return all;
+      all.append(buffer, static_cast<std::size_t>(got));
+      constexpr std::size_t kept = 65536;
+      if (all.size() > 2 * kept) all.erase(0, all.size() - kept);
+   }
+}
+
+std::string lastLine(std::string const& text) {
+   auto const end = text.find_last_not_of('\n');
+   if (end == std::string::npos) return {};
+   auto const begin = text.find_last_of('\n', end);
+   return text.substr(begin + 1, end - begin);
+}
+
+}  // namespace
+
+std::string rehearse(std::function<void()> const& doIt) {
+   int ends[2];
+   if (pipe(ends) != 0) return "no pipe is to be had to try it first";
+   pid_t const copy = fork();
+   if (copy == 0) {
+      close(ends[0]);
+      runCopy(ends[1], doIt);
+   }
+   close(ends[1]);
+   if (copy < 0) {
+      close(ends[0]);
+      return "no process is to be had to try it first";
+   }
+   std::string const said = lastLine(readAll(ends[0]));
+   close(ends[0]);
+   int status = 0;
+   while (waitpid(copy, &status, 0) < 0 && errno == EINTR) {
+   }
+   if (WIFEXITED(status) && WEXITSTATUS(status) == 0) return {};
+   if (WIFSIGNALED(status) && WTERMSIG(status) == SIGXCPU) {
+      return "it has not come to an end in " + std::to_string(longest) + " s of processor time";
+   }
+   return said.empty() ? "it ends without a word" : said;
+}
+
+}  // namespace Agent

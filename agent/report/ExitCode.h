@@ -1,0 +1,10 @@
+// Exit codes of the program.
+#pragma once
+
+namespace Agent {
+
+inline constexpr int exitDone = 0;
+inline constexpr int exitFailed = 1;  // bad input, failed output, or a difference or fault found
+inline constexpr int exitUsage = 2;
+
+}  // namespace Agent

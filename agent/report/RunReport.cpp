@@ -1,0 +1,27 @@
+#include "agent/report/RunReport.h"
+
+#include <iostream>
+#include <utility>
+
+#include "agent/report/Summary.h"
+
+namespace Agent {
+
+void printRunReport(std::vector<View> const& show, bool json, SimulatedSwitch const& simulated,
+                    nlohmann::ordered_json summary) {
+   nlohmann::ordered_json views = nlohmann::ordered_json::object();
+   for (View const view : show)
+      views[std::string(nameOf(view))] = viewJson(view, simulated);
+   if (json) {
+      if (!views.empty()) summary["tables"] = std::move(views);
+      std::cout << summary.dump(1) << '\n';
+      return;
+   }
+   for (View const view : show) {
+      printView(std::cout, view, views.at(std::string(nameOf(view))));
+      std::cout << '\n';
+   }
+   printSummary(std::cout, summary);
+}
+
+}  // namespace Agent

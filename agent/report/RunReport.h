@@ -1,0 +1,15 @@
+// The report of a run on standard output.
+#pragma once
+
+#include <nlohmann/json.hpp>
+#include <vector>
+
+#include "agent/report/Views.h"
+
+namespace Agent {
+
+// Prints the tables in `show`, and the summary: as text, or everything as one JSON object.
+void printRunReport(std::vector<View> const& show, bool json, SimulatedSwitch const& simulated,
+                    nlohmann::ordered_json summary);
+
+}  // namespace Agent

@@ -1,0 +1,231 @@
+#include "agent/run/CaptureRun.h"
+
+#include <fmt/format.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <ctime>
+#include <iostream>
+#include <utility>
+
+#include "agent/input/CaptureReader.h"
+#include "agent/report/ExitCode.h"
+#include "agent/report/ForwardingCheck.h"
+#include "agent/report/Output.h"
+#include "agent/report/RunReport.h"
+#include "agent/report/Summary.h"
+#include "agent/report/TimelineFile.h"
+#include "agent/run/Interrupt.h"
+#include "agent/switch/ChipOption.h"
+
+namespace Agent {
+
+namespace {
+
+using SteadyClock = std::chrono::steady_clock;
+
+// What the process has worked, without its waiting for input.
+double processorSeconds() {
+   timespec time{};
+   clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &time);
+   return static_cast<double>(time.tv_sec) + 1e-9 * static_cast<double>(time.tv_nsec);
+}
+
+class Progress {
+ public:
+   Progress() : shown_(isatty(STDERR_FILENO) != 0) {}
+   ~Progress() { clear(); }
+   Progress(Progress const&) = delete;
+   Progress& operator=(Progress const&) = delete;
+
+   void show(RunFigures const& figures, SimulatedSwitch const& simulated, double time) {
+      if (!shown_) return;
+      auto const now = SteadyClock::now();
+      if (now - last_ < std::chrono::milliseconds(100)) return;
+      last_ = now;
+      written_ = true;
+      fmt::print(stderr, "\r\x1b[K{} events, {:.1f} s of capture, {} routes, {} groups",
+                 figures.events, time, simulated.routeProgrammer().routes(),
+                 simulated.chip().groups());
+      std::fflush(stderr);
+   }
+   void clear() {
+      if (written_) std::fputs("\r\x1b[K", stderr);
+      written_ = false;
+   }
+
+ private:
+   bool const shown_;
+   bool written_ = false;
+   SteadyClock::time_point last_{};
+};
+
+void count(RunFigures& figures, CaptureEvent const& event) {
+   ++figures.events;
+   if (auto const* route = std::get_if<MrouteEvent>(&event)) {
+      ++figures.routeEvents;
+      figures.deletions += route->deleted;
+   } else if (std::holds_alternative<LinkEvent>(event)) {
+      ++figures.linkEvents;
+   } else {
+      ++figures.snapshots;
+      figures.snapshotRoutes += std::get<SnapshotEvent>(event).routes.size();
+   }
+   figures.captureSeconds = timeOf(event).time;
+}
+
+class Run final : public InspectedRun {
+ public:
+   explicit Run(RunOptions const& options) : options_(options), reader_(options.files) {}
+
+   int run() {
+      InterfaceMap intfMap;
+      if (!options_.mapFile.empty()) {
+         if (auto const error = intfMap.load(options_.mapFile)) return fail(*error);
+      }
+      auto const missing = CaptureReader::unreadable(options_.files);
+      if (!missing.empty() && !options_.keepGoing) return fail(missing.front());
+
+      double const began = processorSeconds();
+      Sim::ChipConfig chip;
+      if (!options_.chipText.empty()) parseChipOption(options_.chipText, chip);
+      simulated_ = std::make_unique<SimulatedSwitch>(options_.path.value_or(Path::async), chip,
+                                                     std::move(intfMap));
+      TimelineFile timeline(options_.timelineFile, *simulated_);
+      timeline_ = &timeline;
+      bool const replayed = options_.until ? runUntil(*options_.until) : runToEnd();
+      if (options_.inspects() && replayed) {
+         InspectResult const looked = inspect(*this, options_.inspected());
+         bool const good = timeline.finish() && looked.good && !stopped_;
+         return exitAfter(looked, good ? exitDone : exitFailed);
+      }
+      if (!timeline.finish() || !replayed) return exitFailed;
+      figures_.processorSeconds = processorSeconds() - began;
+      return report(*simulated_);
+   }
+
+   SimulatedSwitch& simulated() override { return *simulated_; }
+   bool runUntil(Qor::Seconds time) override {
+      if (!replay(time)) return false;
+      simulated_->activity().runUntil(time);
+      return true;
+   }
+   bool runToEnd() override {
+      if (!replay(Qor::never)) return false;
+      simulated_->settle();
+      return true;
+   }
+   Qor::Seconds nextInput() override {
+      InterruptEndsInput const interrupt;
+      reader_.stopFdIs(interrupt.fd());
+      return readAhead() ? timeOf(event_).time : Qor::never;
+   }
+   bool inMemory() const override { return ended_; }
+
+ private:
+   static constexpr std::size_t listedDifferences = 20;
+
+   int fail(InputError const& error) {
+      progress_.clear();
+      std::cerr << error.toString() << '\n';
+      return exitFailed;
+   }
+
+   // Takes in the events up to and including this time. False when the input stopped the run.
+   bool replay(Qor::Seconds until) {
+      InterruptEndsInput const interrupt;
+      reader_.stopFdIs(interrupt.fd());
+      while (readAhead() && timeOf(event_).time <= until) {
+         ahead_ = false;
+         if (auto const error = apply(*simulated_, event_)) {
+            report(*error);
+            continue;
+         }
+         count(figures_, event_);
+         if (auto const* link = std::get_if<LinkEvent>(&event_)) {
+            timeline_->note("link " + link->intf.name() +
+                            (carriesTraffic(link->status) ? " up" : " down"));
+         }
+         progress_.show(figures_, *simulated_, reader_.time());
+      }
+      progress_.clear();
+      figures_.lines = reader_.lines();
+      figures_.skippedLines = reader_.skipped();
+      figures_.clockSteps = reader_.clockSteps();
+      return !stopped_;
+   }
+
+   // Whether there is a next event, which event_ is then.
+   bool readAhead() {
+      while (!ahead_ && !ended_) {
+         auto const result = reader_.next(event_);
+         if (interrupted() || result == CaptureReader::Result::end) {
+            ended_ = true;
+         } else if (result == CaptureReader::Result::error) {
+            report(reader_.error());
+         } else {
+            ahead_ = true;
+         }
+      }
+      return ahead_ && !interrupted();
+   }
+
+   // What is wrong with the input, which ends it unless it is to go on.
+   void report(InputError const& error) {
+      fail(error);
+      ++figures_.badLines;
+      if (!options_.keepGoing) stopped_ = ended_ = true;
+   }
+
+   std::optional<InputError> apply(SimulatedSwitch& simulated, CaptureEvent const& event) {
+      try {
+         simulated.apply(event);
+      } catch (InterfaceMapFull const& full) {
+         return InputError{reader_.where(), {}, full.what()};
+      }
+      capture_.apply(event);
+      return std::nullopt;
+   }
+
+   int report(SimulatedSwitch& simulated) {
+      // The check sends packets, which count in the tables: they are looked at before.
+      ForwardingCheck check;
+      if (options_.check) check = checkForwarding(simulated, capture_);
+      auto summary = summaryJson(figures_, simulated, options_.check ? &check : nullptr);
+      printRunReport(options_.show, options_.json, simulated, std::move(summary));
+      if (!check.passed()) printDifferences(check.differences);
+      return outputWritten() && check.passed() ? exitDone : exitFailed;
+   }
+
+   static void printDifferences(std::vector<std::string> const& differences) {
+      std::cerr << "check failed: the chip does not forward what the capture says\n";
+      std::size_t const listed = std::min(differences.size(), listedDifferences);
+      for (std::size_t i = 0; i < listed; ++i)
+         std::cerr << "   " << differences[i] << '\n';
+      if (listed < differences.size()) {
+         std::cerr << "   and " << differences.size() - listed << " more: -j lists all\n";
+      }
+   }
+
+   RunOptions const& options_;
+   CaptureReader reader_;
+   CaptureEvent event_;
+   bool ahead_ = false;    // event_ is the next one
+   bool ended_ = false;    // nothing more is to be read
+   bool stopped_ = false;  // by an error
+   CaptureState capture_;
+   RunFigures figures_;
+   Progress progress_;
+   std::unique_ptr<SimulatedSwitch> simulated_;
+   TimelineFile* timeline_ = nullptr;  // while it runs
+};
+
+}  // namespace
+
+int runCaptures(RunOptions const& options) {
+   return Run(options).run();
+}
+
+}  // namespace Agent

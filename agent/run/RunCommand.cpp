@@ -1,0 +1,27 @@
+#include "agent/run/RunCommand.h"
+
+#include <algorithm>
+#include <iostream>
+
+#include "agent/report/ExitCode.h"
+#include "agent/run/CaptureRun.h"
+#include "agent/run/ScenarioRun.h"
+#include "agent/scenario/ScenarioParser.h"
+
+namespace Agent {
+
+int runFiles(RunOptions const& options) {
+   bool const standardInput =
+         std::find(options.files.begin(), options.files.end(), "-") != options.files.end();
+   if (options.inspect && standardInput) {
+      std::cerr << "commands and a capture cannot both be read from standard input\n";
+      return exitUsage;
+   }
+   bool const scenario = std::any_of(options.files.begin(), options.files.end(), isScenarioFile);
+   if (!scenario) return runCaptures(options);
+   if (options.files.size() == 1) return runScenario(options);
+   std::cerr << "a scenario is played alone, without other files\n";
+   return exitUsage;
+}
+
+}  // namespace Agent

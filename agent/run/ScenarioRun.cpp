@@ -1,0 +1,113 @@
+#include "agent/run/ScenarioRun.h"
+
+#include <iostream>
+
+#include "agent/report/ExitCode.h"
+#include "agent/report/Output.h"
+#include "agent/report/RunReport.h"
+#include "agent/report/Summary.h"
+#include "agent/report/TimelineFile.h"
+#include "agent/scenario/ScenarioParser.h"
+#include "agent/scenario/ScenarioPlayer.h"
+#include "agent/scenario/SimulatedTarget.h"
+#include "agent/switch/ChipOption.h"
+
+namespace Agent {
+
+namespace {
+
+using nlohmann::ordered_json;
+
+ordered_json scenarioJson(ScenarioFile const& file, ScenarioPlayer const& player) {
+   ordered_json failures = ordered_json::array();
+   for (auto const& failure : player.failures())
+      failures.push_back(failure.toString());
+   return {{"title", file.settings.title},
+           {"lines", player.played()},
+           {"expectations", player.expectations()},
+           {"packets", player.packets()},
+           {"seconds", Qor::now()},
+           {"failures", failures}};
+}
+
+// A scenario as it is looked at. Its expectations count as far as it has come.
+class InspectedScenario final : public InspectedRun {
+ public:
+   InspectedScenario(SimulatedSwitch& simulated, ScenarioPlayer& player)
+         : simulated_(simulated), player_(player) {}
+
+   SimulatedSwitch& simulated() override { return simulated_; }
+   bool runUntil(Qor::Seconds time) override {
+      player_.playUntil(time);
+      return true;
+   }
+   bool runToEnd() override {
+      player_.play();
+      return true;
+   }
+   Qor::Seconds nextInput() override { return player_.nextDue(); }
+   bool inMemory() const override { return true; }
+
+ private:
+   SimulatedSwitch& simulated_;
+   ScenarioPlayer& player_;
+};
+
+void printFailures(ScenarioPlayer const& player) {
+   for (auto const& failure : player.failures())
+      std::cerr << failure.toString() << '\n';
+}
+
+}  // namespace
+
+int runScenario(RunOptions const& options) {
+   ScenarioFile file = ScenarioFile::read(options.files.front());
+   for (InputError const& error : file.errors)
+      std::cerr << error.toString() << '\n';
+   if (!file.errors.empty() && !options.keepGoing) return exitFailed;
+   Path const path = options.path.value_or(file.path.value_or(Path::async));
+   if (file.path.value_or(path) != path) {
+      std::cerr << options.files.front() << ": this scenario is for the path " << nameOf(*file.path)
+                << " alone: --path " << nameOf(*file.path) << '\n';
+      return exitUsage;
+   }
+   std::erase_if(file.lines,
+                 [&](Scenario::Line const& line) { return line.path.value_or(path) != path; });
+   InterfaceMap intfMap;
+   if (!options.mapFile.empty()) {
+      if (auto const error = intfMap.load(options.mapFile)) {
+         std::cerr << error->toString() << '\n';
+         return exitFailed;
+      }
+   }
+   Sim::ChipConfig chip = file.settings.chip;
+   if (!options.chipText.empty()) parseChipOption(options.chipText, chip);
+   SimulatedSwitch simulated(path, chip, std::move(intfMap),
+                             {file.settings.minPollingInterval, file.settings.callCost});
+   TimelineFile timeline(options.timelineFile, simulated);
+   SimulatedTarget target(simulated, timeline.timeline(), options.json);
+   ScenarioPlayer player(target, file.lines);
+   if (options.until) {
+      player.playUntil(*options.until);
+   } else {
+      player.play();
+   }
+   if (options.inspects()) {
+      InspectedScenario run(simulated, player);
+      InspectResult const looked = inspect(run, options.inspected());
+      printFailures(player);
+      bool const good = timeline.finish() && looked.good && player.failures().empty();
+      return exitAfter(looked, good ? exitDone : exitFailed);
+   }
+
+   RunFigures figures;
+   figures.badLines = file.errors.size();
+   ordered_json summary = summaryJson(figures, simulated, nullptr);
+   summary["scenario"] = scenarioJson(file, player);
+   printRunReport(options.show, options.json, simulated, std::move(summary));
+   printFailures(player);
+   bool const good = player.failures().empty();
+   return outputWritten() && timeline.finish() && good ? exitDone : exitFailed;
+}
+
+}  // namespace Agent

@@ -1,0 +1,14 @@
+// Makes the switch path of either kind.
+#pragma once
+
+#include <memory>
+
+#include "agent/switch/Path.h"
+#include "agent/switch/SwitchPath.h"
+
+namespace Agent {
+
+std::unique_ptr<SwitchPath> newSwitchPath(Path path, Surroundings const& surroundings,
+                                          PathConfig const& config);
+
+}  // namespace Agent

@@ -1,0 +1,74 @@
+// The synchronous path of a simulated switch. The per-switch reactor purges zombies, polls activity
+// and hears of links; the agent-wide one turns routing on with the first VRF and keeps the
+// counters, which are polled throughout; the verifier compares tables and hardware.
+#pragma once
+
+#include "Vel/VelMrouteSm.h"
+#include "Vel/VelSyncMrouteSm.h"
+#include "agent/programmer/SyncRouteProgrammer.h"
+#include "agent/switch/SwitchPathBase.h"
+#include "agent/switch/Verifier.h"
+#include "platform/sim/SyncPlatform.h"
+
+namespace Agent {
+
+class SyncPath final : public SwitchPathBase<Vel::MrouteSwitch> {
+ public:
+   SyncPath(Surroundings const& surroundings, PathConfig const& config);
+
+   RouteProgrammer& routeProgrammer() override { return routeProgrammer_; }
+   RouteProgrammer const& routeProgrammer() const override { return routeProgrammer_; }
+   void vrfIs(L3::VrfName const& vrf, Vel::VrfId id) override;
+
+   Sim::Faults& faults() override { return platform_->faults(); }
+   Sim::Faults const& faults() const override { return platform_->faults(); }
+   // Verifies what waits for it; what was found to differ at any time is part of the audit.
+   std::vector<Qor::String> audit() const override;
+   std::vector<Qor::String> platformFaults() const override;
+   bool writesPending() const override { return false; }
+   Qor::U32 groupsAllocated() const override { return platform_->groupsAllocated(); }
+   Sim::Entry const* entry(MrouteLib::RouteHandle handle) const override;
+   bool bridges() const override { return true; }
+   std::optional<Qor::U64> counter(RouteProgrammer::RouteKey const& key) const override;
+
+   std::vector<Qor::String> auditTables() const override;
+   TreeRoots roots() const override;
+   void detach(Qor::U32) override { platform_->detach(); }
+   Sim::Found const& found() const override { return platform_->found(); }
+   std::vector<Sim::FoundRoute> foundRoutes() const override { return platform_->foundRoutes(); }
+   bool sweepUnadopted() override;
+   void reroute(Lnet::IntfId intf) override { reactor_->updateFrrMtableOif(intf); }
+
+   void timelineIs(Timeline* timeline) override;
+
+ private:
+   using PlatformPtr = Qor::Ptr<Sim::SyncPlatform>;
+   using CounterStatus = Routing::Multicast::Fib::CounterStatus;
+
+   // What the path adds to its surroundings.
+   struct Inputs {
+      explicit Inputs(Surroundings const& surroundings);
+
+      Qor::Ptr<Vel::VerifyData> verifyData = Qor::make<Vel::VerifyData>();
+      Qor::Ptr<Vel::VelCommonSmData> acsd = Qor::make<Vel::VelCommonSmData>();
+      Qor::Ptr<Vel::L3Status> l3Status = Qor::make<Vel::L3Status>();
+      Qor::Ptr<Routing::Multicast::Fib::VrfEnabledStatus> mcastEnabledStatus =
+            Qor::make<Routing::Multicast::Fib::VrfEnabledStatus>();
+      Qor::Ptr<CounterStatus> counterStatus = Qor::make<CounterStatus>();
+   };
+
+   static constexpr Qor::U32 switchId = 1;
+
+   SyncPath(Surroundings const& surroundings, PlatformPtr platform, Inputs inputs);
+   RecordRow rowOf(Vel::MtableOifSet const& record) const override;
+   void addFaults(std::vector<Qor::String>& faults) const;
+
+   PlatformPtr const platform_;
+   Inputs const inputs_;
+   std::unique_ptr<Verifier> const verifier_;
+   SyncRouteProgrammer routeProgrammer_;
+   Qor::Ptr<Vel::MrouteSwitchSm> const reactor_;
+   Qor::Ptr<Vel::MrouteSm> const mrouteSm_;
+};
+
+}  // namespace Agent

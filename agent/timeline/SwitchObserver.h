@@ -1,0 +1,93 @@
+// Watches a table programmer of either kind for a timeline, as far as both have the same
+// collections and only their types differ.
+#pragma once
+
+#include <set>
+
+#include "agent/timeline/SwitchTracks.h"
+
+namespace Agent {
+
+// A path derives from it, and adds what its switch calls by names of its own: the collection of
+// routes, which tells routeChanged() and routesChanged(), and that of groups, which tells
+// tablesChanged().
+template <class Switch>
+class SwitchObserver : public SwitchTracks, public Switch::Notifiee {
+ protected:
+   using ZombieKey = typename Switch::ZombieOifSetColl::Key;
+   using OifSetPtr = MrouteLib::OifSetPtr;
+   using Switch::Notifiee::notifier;
+
+   SwitchObserver(Timeline& timeline, Switch const& mrouteSwitch)
+         : SwitchTracks(timeline, mrouteSwitch.name()) {
+      this->notifierIs(&mrouteSwitch);
+   }
+
+   virtual std::optional<RouteFacts> routeFacts(MrouteLib::RouteHandle handle) const = 0;
+   virtual Qor::U32 group(ZombieKey const& key) const = 0;
+   virtual ZombieKey key(ZombieId const& id) const = 0;
+
+   void routeChanged(MrouteLib::RouteHandle handle) {
+      route(handle, routeFacts(handle));
+      tablesChanged();
+   }
+   // `all` is the switch's collection of routes, by handle.
+   template <class Routes>
+   void routesChanged(Routes const& all) {
+      routesThere([this](MrouteLib::RouteHandle handle) { return routeFacts(handle).has_value(); });
+      for (auto const& entry : all) {
+         if (!shown(entry.first)) route(entry.first, routeFacts(entry.first));
+      }
+      tablesChanged();
+   }
+
+   void onZombieOifSet(ZombieKey const& key) override {
+      zombie(idOf(key), zombieFacts(key));
+      tablesChanged();
+   }
+   void onZombieOifSetImmediate() override {
+      zombiesThere([this](ZombieId const& id) {
+         return notifier()->zombieOifSet(key(id)).get() != nullptr;
+      });
+      for (auto const& entry : notifier()->zombieOifSet()) {
+         ZombieId const id = idOf(entry.first);
+         if (!shown(id)) zombie(id, zombieFacts(entry.first));
+      }
+      tablesChanged();
+   }
+
+   void onFrrProcessingOifSet(OifSetPtr const& oifSet) override {
+      reroute(oifSet, bool(notifier()->frrProcessingOifSet(oifSet)));
+      tablesChanged();
+   }
+   void onFrrProcessingOifSetImmediate() override {
+      std::set<Qor::U64> waiting;
+      for (auto const& entry : notifier()->frrProcessingOifSet())
+         waiting.insert(entry.first->serial());
+      reroutesThere([&](Qor::U64 serial) { return waiting.contains(serial); });
+      for (auto const& entry : notifier()->frrProcessingOifSet())
+         reroute(entry.first, true);
+      tablesChanged();
+   }
+
+   void onInUseOifSet(OifSetPtr const& oifSet) override {
+      inUse(oifSet, bool(notifier()->inUseOifSet(oifSet)));
+   }
+   void onFrrMtableOifSet(OifSetPtr const& oifSet) override {
+      announce("frrMtableOifSet", oifSet, bool(notifier()->frrMtableOifSet(oifSet)));
+   }
+   void onDeleted() override { gone(); }
+
+   bool deleted() const override { return notifier()->deleted(); }
+
+ private:
+   ZombieId idOf(ZombieKey const& key) const { return {key.expiryTime(), group(key)}; }
+   std::optional<ZombieFacts> zombieFacts(ZombieKey const& key) const {
+      auto const record = notifier()->zombieOifSet(key);
+      if (!record) return std::nullopt;
+      OifSetPtr const oifSet = record->oifSet();
+      return ZombieFacts{oifSet, notifier()->inUseOifSet(oifSet) == record};
+   }
+};
+
+}  // namespace Agent

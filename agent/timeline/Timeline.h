@@ -1,0 +1,142 @@
+// A run as a picture: writes trace events, in the JSON object format that Perfetto and the common
+// trace viewers open, with the virtual time of the run in microseconds.
+//
+// Each observed switch is a process with these tracks:
+//
+//   track               | what it shows
+//   --------------------+-------------------------------------------------------------------------
+//   route (spans)       | a route entry, from when its handle is in use to when it is not
+//   zombie (spans)      | a zombie, from its beginning to its outcome: expired, purged, resurrected
+//   reroute (spans)     | an oif set that waits for its fast-reroute rewrite
+//   xact (spans)        | the transactions that xact() was told of, with the outcome
+//   notifications       | what the switch's collections announced, as instants
+//   events              | what instant() was told of, as a link that goes down
+//   tables (counters)   | groups, zombies, routes and waiting reroutes, a sample at each instant
+//                       | that changed one
+//
+// It observes through reactors alone, changes nothing, and may be attached at any time: what is
+// there then begins then. Events are written as they come; kept in memory is what is under way, and
+// the zombies whose outcome the present instant has still to tell. finish() ends open spans with
+// the outcome "open" and closes the JSON, so a run that ends early leaves a whole file, too.
+#pragma once
+
+#include <functional>
+#include <initializer_list>
+#include <map>
+#include <memory>
+#include <nlohmann/json.hpp>
+#include <ostream>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "Hux/Xact.h"
+
+namespace Agent {
+
+class Timeline {
+ public:
+   using Args = nlohmann::ordered_json;  // an object, shown with the event; null for none
+   class Process;
+
+   // `out` outlives the timeline. A write that fails shows in the stream's state.
+   explicit Timeline(std::ostream& out);
+   // Finishes.
+   ~Timeline();
+   Timeline(Timeline const&) = delete;
+   Timeline& operator=(Timeline const&) = delete;
+
+   // Shows a switch from now on, by an observer made for this timeline
+   // (agent/timeline/AsyncObserver.h). Returns the number of its process, counted from 1.
+   unsigned observe(std::unique_ptr<Process> process);
+
+   // A span for the transaction, from now to its completion; one that is complete is a span without
+   // length. A null transaction is none.
+   void xact(std::string_view name, Hux::XactPtr const& xact, unsigned process = 1);
+   void instant(std::string_view name, Args const& args = nullptr, unsigned process = 1);
+   // Numbers shown as one stacked graph.
+   void counter(std::string_view name,
+                std::initializer_list<std::pair<char const*, double>> const& values,
+                unsigned process = 1);
+
+   // The switches that are shown go without warning: what is under way ends "lost".
+   void crash();
+   // Nothing is written after this.
+   void finish();
+   std::uint64_t events() const { return events_; }
+
+ private:
+   class QorXact;
+   struct Open {  // a span that has begun
+      unsigned process;
+      std::string category;
+      std::string name;
+   };
+
+   enum class Thread { notifications = 1, events = 2 };
+
+   // The tracks of another switch, named so.
+   unsigned newProcess(std::string const& name);
+   std::uint64_t begin(unsigned process, char const* category, std::string name,
+                       Args const& args = nullptr);
+   void end(std::uint64_t id, char const* outcome, double time);
+   void endAll(char const* outcome);
+   void write(char const* phase, unsigned process, unsigned thread, std::string_view name,
+              double time, Args fields);
+   void writeInstant(Thread thread, std::string_view name, Args const& args, unsigned process);
+   // Has the switches write what they know of earlier instants, so that times never go back.
+   void settleInstant();
+
+   std::ostream& out_;
+   bool finished_ = false;
+   std::uint64_t events_ = 0;
+   std::uint64_t lastId_ = 0;
+   std::map<std::uint64_t, Open> open_;
+   unsigned processes_ = 0;
+   std::vector<std::unique_ptr<Process>> observed_;
+   std::map<std::uint64_t, std::unique_ptr<QorXact>> xacts_;  // by the id of the span
+};
+
+// One observed switch: a process of its own in the timeline. An observer derives from it and writes
+// the process's events.
+class Timeline::Process {
+ public:
+   // The timeline outlives the process, which it shows under this name.
+   Process(Timeline& timeline, std::string const& name)
+         : timeline_(timeline), number_(timeline.newProcess(name)) {}
+   virtual ~Process() = default;
+   Process(Process const&) = delete;
+   Process& operator=(Process const&) = delete;
+
+   unsigned number() const { return number_; }
+   // Begins spans for everything that the switch has at present.
+   virtual void showAll() = 0;
+   // Writes the events of instants before `time` that are still held back.
+   virtual void settleInstant(double time) = 0;
+
+ protected:
+   // Begins a span, and returns its id.
+   std::uint64_t begin(char const* category, std::string name, Args const& args = nullptr) {
+      return timeline_.begin(number_, category, std::move(name), args);
+   }
+   void end(std::uint64_t id, char const* outcome, double time) {
+      timeline_.end(id, outcome, time);
+   }
+   // An instant in the track "notifications".
+   void notification(std::string_view name, Args const& args = nullptr) {
+      timeline_.writeInstant(Thread::notifications, name, args, number_);
+   }
+   // Numbers shown as one stacked graph, at a time that is not after now.
+   void counter(std::string_view name, double time, Args const& values) {
+      timeline_.write("C", number_, 0, name, time, {{"args", values}});
+   }
+   // Settles all observed switches up to now.
+   void settleAll() { timeline_.settleInstant(); }
+
+ private:
+   Timeline& timeline_;
+   unsigned const number_;
+};
+
+}  // namespace Agent
