@@ -41,6 +41,7 @@ Qor::Seconds AsyncMrouteSwitchSm::pollingInterval() const {
 void AsyncMrouteSwitchSm::handlePollingInterval() {
    VEL_TRACE(2, "AsyncMrouteSwitchSm::handlePollingInterval()");
    if (!mfibConfig()) return;
+   auto const self = hold();
    double const configured = mfibConfig()->activityPollingInterval();
    Qor::Seconds const polling = pollingInterval();
    if (agingClock() && agingClock()->timeMin() >= Qor::maxFinite) {
@@ -65,12 +66,13 @@ void AsyncMrouteSwitchSm::doMaybeScheduleRouteAgingReview() {
    VEL_TRACE(2, "AsyncMrouteSwitchSm::doMaybeScheduleRouteAgingReview()");
    QOR_ASSERT(mfibHwStatus());
    if (!agingClock()) return;
+   auto const self = hold();
    bool const armed = agingClock()->timeMin() <= Qor::maxFinite;
    if (mfibHwStatus()->routes() != 0) {
       if (armed || !mfibConfig()) return;
       Qor::Seconds const interval = pollingInterval();
       VEL_TRACE(2, "Enabling aging review in: " << interval << " s");
-      agingClock()->timeMinIs(Qor::now() + interval);
+      agingClock_.arm(Qor::now() + interval);
    } else if (armed) {
       VEL_TRACE(2, "Disabling aging review");
       agingClock()->timeMinIs(Qor::never);
@@ -79,10 +81,8 @@ void AsyncMrouteSwitchSm::doMaybeScheduleRouteAgingReview() {
 
 void AsyncMrouteSwitchSm::doRouteAgingReview() {
    VEL_TRACE(2, "AsyncMrouteSwitchSm::doRouteAgingReview()");
-   RoutePosition& position = resumePosition();
    if (!mfibHwStatus() || mfibHwStatus()->routes() == 0) {
       VEL_TRACE(2, "No routes present in mfibHwStatus. Nothing to review");
-      position = {};
       if (mfibHwStatus()) {
          doMaybeScheduleRouteAgingReview();
       } else {
@@ -90,7 +90,8 @@ void AsyncMrouteSwitchSm::doRouteAgingReview() {
       }
       return;
    }
-   Qor::Ptr<AsyncMrouteSwitchSm> const self(references() ? this : nullptr);
+   auto const self = hold();
+   RoutePosition& position = resumePosition();
    RoutePosition const from = std::exchange(position, {});
    Qor::U32 reviewed = 0;
    VrfId vrfId;
@@ -100,7 +101,8 @@ void AsyncMrouteSwitchSm::doRouteAgingReview() {
       if (hwVrf) {
          vrfId = hwVrf->vrfId();
       } else {
-         VEL_TRACE(2, "AsyncMrouteSwitch"
+         VEL_TRACE_IN(function, 2,
+                      "AsyncMrouteSwitch"
                             << "::" << function << "()"
                             << " vrfStatus for vrf: " << vrfName << " is not present");
       }
@@ -139,12 +141,14 @@ Qor::U32 AsyncMrouteSwitchSm::reviewRoute(RouteStatus& route, VrfId vrfId) {
    Qor::U32 reviewed = 1;
    auto const& fastdrops = route.fastdropLastPollTime();
    for (auto entry = fastdrops.begin(); entry != fastdrops.end(); ++reviewed) {
-      auto const [intfName, last] = *entry;
+      Qor::Name const intfName = entry->first;
       VEL_TRACE(2, "Reviewing fastdrop " << intfName);
       Bridging::VlanIdOrNone const fastdropVlan = vlanOf(Lnet::IntfId(intfName));
       Qor::Seconds const t =
             fastdropVlan.isNone() ? 0.0 : lastRoutePollTime(key, fastdropVlan, vrfId);
-      if (t > last) {
+      // The hook may have had the entry removed, which must not come back.
+      auto const* const reviewedEntry = fastdrops.find(intfName);
+      if (reviewedEntry && t > reviewedEntry->second) {
          VEL_TRACE(2, "Updating activity bits for fastdrop route: " << key
                                                                     << ", vlan: " << fastdropVlan);
          route.fastdropLastPollTimeIs(intfName, t);

@@ -15,6 +15,7 @@ void AsyncMrouteSwitchSm::handleMulticastCounterMode() {
                       << "::"
                       << "handleMulticastCounterMode"
                       << "()");
+   auto const self = hold();
    if (mrouteHelper() && mfibConfig()) {
       mrouteHelper()->handleMrouteCounterMode(mfibConfig()->counterMode());
    }
@@ -25,6 +26,7 @@ void AsyncMrouteSwitchSm::handleWildcardCounter() {
                       << "::"
                       << "handleWildcardCounter"
                       << "()");
+   auto const self = hold();
    if (mrouteHelper() && mfibConfig()) {
       mrouteHelper()->handleWildcardCounter(mfibConfig()->allCounter());
    }

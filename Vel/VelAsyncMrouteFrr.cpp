@@ -53,10 +53,8 @@ void AsyncMrouteSwitchSm::QorBfdStatus::handleBfdStatus() {
    if (cameDown) {
       VEL_TRACE(8, "handleBfdStatus"
                          << " Intf " << intf);
-      // The reroute may end this reactor, and let go of its owner; but an owner that is being made
-      // has no references yet, and would go with this one.
-      AsyncMrouteSwitchSm* const sm = asyncMrouteSwitchSm();
-      Qor::Ptr<AsyncMrouteSwitchSm> const held(sm->references() ? sm : nullptr);
+      // The reroute may end this reactor, and let go of its owner.
+      Qor::Ptr<AsyncMrouteSwitchSm> const sm = asyncMrouteSwitchSm();
       Bfd::Peer const key = peer;
       sm->updateFrrMtableOif(intf);
       if (sm->bfdStatus(key) != this) return;
@@ -66,19 +64,16 @@ void AsyncMrouteSwitchSm::QorBfdStatus::handleBfdStatus() {
 }
 
 void AsyncMrouteSwitchSm::updateFrrMtableOif(Lnet::IntfId intfId) {
-   Qor::Ptr<AsyncMrouteSwitchSm> const self(references() ? this : nullptr);
+   auto const self = hold();
    Qor::Ptr<AsyncMrouteSwitch> const held = mrouteSwitch();
    AsyncMrouteSwitch& chip = *held;
    VEL_TRACE(8, "AsyncMrouteSwitchSm::updateFrrMtableOif( " << intfId << ", vlan " << vlanOf(intfId)
                                                             << " )");
    auto const& waiting = chip.frrMtableOifSet();
-   Qor::Seconds const begun = Qor::now();
    for (auto entry = waiting.begin(); entry != waiting.end();) {
       PortVlanSet const& set = entry->first->portVlanSet();
       if (!reroutedOn(set, intfId)) {
          VEL_TRACE(2, " skip frrMtableOif " << set.pretty());
-         VEL_BLIP_AT(begun, " skip Frr, currentIif %s, invalid currentIif:%s, or portVlanFrrs:%s",
-                     set.currentIif(), set.currentIif().isNull(), set.portVlanFrr().size());
          ++entry;
          continue;
       }
@@ -92,14 +87,14 @@ void AsyncMrouteSwitchSm::updateFrrMtableOif(Lnet::IntfId intfId) {
       auto record = chip.record(oifSet, named);
       if (!record) record = chip.inUseRecord(oifSet);
       chip.frrMtableOifSetDel(oifSet);
-      if (record) chip.frrProcessingOifSetIs(oifSet, record.get());
+      if (record) chip.frrProcessingOifSetIs(oifSet, record);
       entry = waiting.resume(entry);  // last: a listener may have withdrawn others
    }
    handleClock();
 }
 
 void AsyncMrouteSwitchSm::handleClock() {
-   Qor::Ptr<AsyncMrouteSwitchSm> const self(references() ? this : nullptr);
+   auto const self = hold();
    Qor::Ptr<AsyncMrouteSwitch> const held = mrouteSwitch();
    AsyncMrouteSwitch& chip = *held;
    Qor::Seconds const deadline = Qor::now() + frrPassBudget;
@@ -109,22 +104,22 @@ void AsyncMrouteSwitchSm::handleClock() {
    auto& position = FrrPosition<AsyncMrouteSwitchSm>::ofProcess();
    OifSetPtr const from = position.oifSet;
    OifSetPtr const next = frrPass(waiting, from, deadline, [&](OifSetPtr const& oifSet) {
-      rewriteForFrr(oifSet);
+      rewriteForFrr(chip, oifSet);
       chip.frrProcessingOifSetDel(oifSet);
    });
    if (next) {
-      if (!clock()) clockIs(Qor::activityManager()->config()->clock());
       position = {next, this};
-      clock()->timeMinIs(Qor::now());
    } else {
       FrrPosition<AsyncMrouteSwitchSm>::clear(this);
-      clock_.arm(Qor::never);
    }
+   // A hook may have replaced the switch: the clock is for the sets that wait in the present one.
+   bool const more = !mrouteSwitch()->frrProcessingOifSet().empty();
+   if (more && !clock()) clockIs(Qor::activityManager()->config()->clock());
+   clock_.arm(more ? Qor::now() : Qor::never);
 }
 
 // Rewrites the groups of an oif set that waits, unless its record has gone or became a zombie.
-void AsyncMrouteSwitchSm::rewriteForFrr(OifSetPtr const& oifSet) {
-   AsyncMrouteSwitch& chip = *mrouteSwitch();
+void AsyncMrouteSwitchSm::rewriteForFrr(AsyncMrouteSwitch& chip, OifSetPtr const& oifSet) {
    auto const inUse = chip.inUseRecord(oifSet);
    if (!inUse) {
       VEL_TRACE(2, "oif not in inUseOifSet:" << oifSet);
@@ -139,8 +134,10 @@ void AsyncMrouteSwitchSm::rewriteForFrr(OifSetPtr const& oifSet) {
       if (waiting == inUse || inUse->zombie().isZombie()) return;
    }
    VEL_TRACE(8, "original pvSet" << oifSet->portVlanSet().pretty());
-   PortVlanSet const pvSet = frrReplacement(
-         oifSet->portVlanSet(), [](auto const& member) { VEL_TRACE(8, "add port " << member); });
+   PortVlanSet const pvSet =
+         frrReplacement(oifSet->portVlanSet(), [function = __func__](auto const& member) {
+            VEL_TRACE_IN(function, 8, "add port " << member);
+         });
    OifSetPtr const rewritten = Qor::make<MrouteLib::OifSet>(nullptr, pvSet);
    for (auto const& record : chip.records(oifSet)) {
       // A group that has been taken over carries the set of its new record.

@@ -35,7 +35,10 @@ AsyncMrouteHelper::AsyncMrouteHelper(
         activeCounterKeyTable_(std::move(activeCounterKeyTable)),
         mrouteCounterKeyMapTable_(std::move(mrouteCounterKeyMapTable)) {}
 
-AsyncMrouteHelper::~AsyncMrouteHelper() = default;
+AsyncMrouteHelper::~AsyncMrouteHelper() {
+   deletedMrouteCounterKeyDelAll();
+   noHwCounterMrouteKeyDelAll();
+}
 
 void AsyncMrouteHelper::handleMrouteCounterMode(CounterMode) {}
 
@@ -139,7 +142,6 @@ Qor::TypeRegistration const mrouteXactTypeRegistered(describeMrouteXactType);
 Qor::Type describeAsyncMrouteHelper() {
    using Helper = AsyncMrouteHelper;
    Qor::Describe<Helper> type(Vel::typeModule);
-   type.base<Vel::VelBaseHelper>();
    type.constructible<Qor::Name, Qor::Ptr<FlexCounters::CounterKeyTable>,
                       Qor::Ptr<MrouteLib::MrouteCounterKeyMapTable>>(
          "name", "activeCounterKeyTable", "mrouteCounterKeyMapTable");

@@ -27,7 +27,7 @@ AsyncMrouteSwitchSm::AsyncMrouteSwitchSm(
       Qor::Ptr<Bfd::AppStatus> bfdAllPeerStatus,
       Qor::Ptr<Interface::AllIntfStatusDir const> allIntfStatusDir,
       Qor::Ptr<Interface::AllIntfStatusLocalDir const> allIntfStatusLocalDir)
-      : StateMachine("AsyncMrouteSwitchSm"),
+      : Entity("AsyncMrouteSwitchSm"),
         intfVlanIdTable_(std::move(intfVlanIdTable)),
         mfibHwStatus_(std::move(mfibHwStatus)),
         mrouteHelper_(std::move(mrouteHelper)),
@@ -51,7 +51,8 @@ AsyncMrouteSwitchSm::AsyncMrouteSwitchSm(
    handleInitialized();
 }
 
-// The clocks are the owner's, but what armed them goes: a clock left armed would fire for nobody.
+// The clocks are the owner's, but what armed them goes: a clock left armed would fire for nobody. No
+// reactor calls this object any more when listeners hear that the collections are empty.
 AsyncMrouteSwitchSm::~AsyncMrouteSwitchSm() {
    doCleanup();
    zombieClock_.arm(Qor::never);
@@ -65,10 +66,13 @@ AsyncMrouteSwitchSm::~AsyncMrouteSwitchSm() {
    ethIntfStatusDir_.release();
    bfdAllPeerStatus_.release();
    clock_.release();
-   bfdVelAsyncMrouteSmDel();
    ethIntfStatus_.release();
    bfdStatus_.release();
    mfibConfigVrf_.release();
+   bfdVelAsyncMrouteSmDel();
+   ethIntfStatusDelAll();
+   bfdStatusDelAll();
+   mfibConfigVrfDelAll();
 }
 
 Qor::Ptr<AsyncMrouteSwitchSm> AsyncMrouteSwitchSmIs(
@@ -94,41 +98,58 @@ Qor::Ptr<AsyncMrouteSwitchSm> AsyncMrouteSwitchSmIs(
 
 void AsyncMrouteSwitchSm::mrouteSwitchIs(Qor::Ptr<AsyncMrouteSwitch> v) {
    if (!v) Qor::throwNullParameter(smType, "mrouteSwitch");
-   mrouteSwitch_.is(this, std::move(v));
+   auto const self = hold();
+   bool const changed = mrouteSwitch_.is(this, std::move(v));
    if (initialized()) handleClock();
+   if (changed) notify<&Notifiee::onMrouteSwitch>();
 }
 
 void AsyncMrouteSwitchSm::mfibConfigIs(Qor::Ptr<Routing::Multicast::Fib::VrfConfig const> v) {
-   mfibConfig_.is(this, std::move(v));
+   auto const self = hold();
+   bool const changed = mfibConfig_.is(this, std::move(v));
+   if (changed && mfibConfig()) {
+      handleMulticastCounterMode();
+      handleWildcardCounter();
+   }
    syncMfibConfigVrf();
    if (initialized()) handlePollingInterval();
+   if (changed) notify<&Notifiee::onMfibConfig>();
 }
 
 void AsyncMrouteSwitchSm::zombieClockIs(Qor::Ptr<Qor::Clock const> v) {
-   zombieClock_.is(this, std::move(v));
+   auto const self = hold();
+   bool const changed = zombieClock_.is(this, std::move(v));
    if (initialized()) handleZombie();
+   if (changed) notify<&Notifiee::onZombieClock>();
 }
 
 void AsyncMrouteSwitchSm::agingClockIs(Qor::Ptr<Qor::Clock const> v) {
-   agingClock_.is(this, std::move(v));
+   auto const self = hold();
+   bool const changed = agingClock_.is(this, std::move(v));
    if (initialized() && mfibHwStatus()) doMaybeScheduleRouteAgingReview();
+   if (changed) notify<&Notifiee::onAgingClock>();
 }
 
 void AsyncMrouteSwitchSm::ethIntfStatusDirIs(Qor::Ptr<Interface::EthIntfStatusDir const> v) {
-   ethIntfStatusDir_.is(this, std::move(v));
+   auto const self = hold();
+   bool const changed = ethIntfStatusDir_.is(this, std::move(v));
    syncEthIntfStatus();
+   if (changed) notify<&Notifiee::onEthIntfStatusDir>();
 }
 
 void AsyncMrouteSwitchSm::bfdAllPeerStatusIs(Qor::Ptr<Bfd::AppStatus> v) {
-   if (v == bfdAllPeerStatus()) return;
-   bfdAllPeerStatus_.is(this, std::move(v));
+   auto const self = hold();
+   if (!bfdAllPeerStatus_.is(this, std::move(v))) return;
    syncBfdStatus();
    if (initialized()) registerWithBfd();
+   notify<&Notifiee::onBfdAllPeerStatus>();
 }
 
 void AsyncMrouteSwitchSm::clockIs(Qor::Ptr<Qor::Clock const> v) {
-   clock_.is(this, std::move(v));
-   if (clock() && !mrouteSwitch()->frrProcessingOifSet().empty()) clock()->timeMinIs(Qor::now());
+   auto const self = hold();
+   bool const changed = clock_.is(this, std::move(v));
+   if (!mrouteSwitch()->frrProcessingOifSet().empty()) clock_.arm(Qor::now());
+   if (changed) notify<&Notifiee::onClock>();
 }
 
 // ---- Tracking of directories ----
@@ -142,19 +163,39 @@ Qor::U32 AsyncMrouteSwitchSm::ethIntfStatuses() const {
    return ethIntfStatus_.size();
 }
 
+AsyncMrouteSwitchSm::QorEthIntfStatus* AsyncMrouteSwitchSm::newEthIntfStatus(
+      EthIntfStatusPtr status) {
+   auto const self = hold();
+   ethIntfStatusIs(status);
+   return ethIntfStatus(status->intfId());
+}
+
 void AsyncMrouteSwitchSm::ethIntfStatusIs(EthIntfStatusPtr status) {
    if (!status) Qor::throwNullParameter(smType, "ethIntfStatus");
-   ethIntfStatus_.is(this, status->intfId(), status);
+   ethIntfStatus_.is(*this, status->intfId(), status);
 }
 
 void AsyncMrouteSwitchSm::ethIntfStatusDel(Lnet::IntfId intfId) {
-   ethIntfStatus_.del(intfId);
+   ethIntfStatus_.del(*this, intfId);
+}
+
+AsyncMrouteSwitchSm::EthIntfStatusColl::Iterator AsyncMrouteSwitchSm::ethIntfStatusDel(
+      EthIntfStatusColl::Iterator it) {
+   return ethIntfStatus_.del(*this, it);
+}
+
+void AsyncMrouteSwitchSm::ethIntfStatusDelAll() {
+   ethIntfStatus_.delAll(*this);
+}
+
+void AsyncMrouteSwitchSm::ethIntfStatusNotify(Lnet::IntfId intfId) {
+   ethIntfStatus_.notify(*this, intfId);
 }
 
 void AsyncMrouteSwitchSm::syncEthIntfStatus() {
-   auto const directory = ethIntfStatusDir();
-   ethIntfStatus_.sync(directory ? &directory->intfStatus() : nullptr,
-                       [this](auto const& member) { ethIntfStatusIs(member); });
+   ethIntfStatus_.sync(
+         *this, [this] { return ethIntfStatusDir() ? &ethIntfStatusDir()->intfStatus() : nullptr; },
+         [this](auto const& status) { ethIntfStatusIs(status); });
 }
 
 void AsyncMrouteSwitchSm::QorEthIntfStatusDir::onIntfStatus(Lnet::IntfId intfId) {
@@ -174,19 +215,38 @@ Qor::U32 AsyncMrouteSwitchSm::bfdStatuses() const {
    return bfdStatus_.size();
 }
 
+AsyncMrouteSwitchSm::QorBfdStatus* AsyncMrouteSwitchSm::newBfdStatus(BfdPeerStatusPtr status) {
+   auto const self = hold();
+   bfdStatusIs(status);
+   return bfdStatus(status->peer());
+}
+
 void AsyncMrouteSwitchSm::bfdStatusIs(BfdPeerStatusPtr status) {
    if (!status) Qor::throwNullParameter(smType, "bfdStatus");
-   bfdStatus_.is(this, status->peer(), status);
+   bfdStatus_.is(*this, status->peer(), status);
 }
 
 void AsyncMrouteSwitchSm::bfdStatusDel(Bfd::Peer peer) {
-   bfdStatus_.del(peer);
+   bfdStatus_.del(*this, peer);
+}
+
+AsyncMrouteSwitchSm::BfdStatusColl::Iterator AsyncMrouteSwitchSm::bfdStatusDel(
+      BfdStatusColl::Iterator it) {
+   return bfdStatus_.del(*this, it);
+}
+
+void AsyncMrouteSwitchSm::bfdStatusDelAll() {
+   bfdStatus_.delAll(*this);
+}
+
+void AsyncMrouteSwitchSm::bfdStatusNotify(Bfd::Peer peer) {
+   bfdStatus_.notify(*this, peer);
 }
 
 void AsyncMrouteSwitchSm::syncBfdStatus() {
-   auto const directory = bfdAllPeerStatus();
-   bfdStatus_.sync(directory ? &directory->peerStatus() : nullptr,
-                   [this](auto const& member) { bfdStatusIs(member); });
+   bfdStatus_.sync(
+         *this, [this] { return bfdAllPeerStatus() ? &bfdAllPeerStatus()->peerStatus() : nullptr; },
+         [this](auto const& status) { bfdStatusIs(status); });
 }
 
 void AsyncMrouteSwitchSm::QorBfdAllPeerStatus::onPeerStatus(Bfd::Peer const& peer) {
@@ -207,19 +267,38 @@ Qor::U32 AsyncMrouteSwitchSm::mfibConfigVrfs() const {
    return mfibConfigVrf_.size();
 }
 
+AsyncMrouteSwitchSm::QorMfibConfigVrf* AsyncMrouteSwitchSm::newMfibConfigVrf(ConfigPtr config) {
+   auto const self = hold();
+   mfibConfigVrfIs(config);
+   return mfibConfigVrf(config->name());
+}
+
 void AsyncMrouteSwitchSm::mfibConfigVrfIs(ConfigPtr config) {
    if (!config) Qor::throwNullParameter(smType, "mfibConfigVrf");
-   mfibConfigVrf_.is(this, config->name(), config);
+   mfibConfigVrf_.is(*this, config->name(), config);
 }
 
 void AsyncMrouteSwitchSm::mfibConfigVrfDel(Qor::Name vrfName) {
-   mfibConfigVrf_.del(vrfName);
+   mfibConfigVrf_.del(*this, vrfName);
+}
+
+AsyncMrouteSwitchSm::MfibConfigVrfColl::Iterator AsyncMrouteSwitchSm::mfibConfigVrfDel(
+      MfibConfigVrfColl::Iterator it) {
+   return mfibConfigVrf_.del(*this, it);
+}
+
+void AsyncMrouteSwitchSm::mfibConfigVrfDelAll() {
+   mfibConfigVrf_.delAll(*this);
+}
+
+void AsyncMrouteSwitchSm::mfibConfigVrfNotify(Qor::Name vrfName) {
+   mfibConfigVrf_.notify(*this, vrfName);
 }
 
 void AsyncMrouteSwitchSm::syncMfibConfigVrf() {
-   auto const directory = mfibConfig();
-   mfibConfigVrf_.sync(directory ? &directory->config() : nullptr,
-                       [this](auto const& member) { mfibConfigVrfIs(member); });
+   mfibConfigVrf_.sync(
+         *this, [this] { return mfibConfig() ? &mfibConfig()->config() : nullptr; },
+         [this](auto const& config) { mfibConfigVrfIs(config); });
 }
 
 void AsyncMrouteSwitchSm::QorMfibConfig::onConfig(Qor::Name const& vrfName) {
@@ -235,11 +314,19 @@ void AsyncMrouteSwitchSm::bfdVelAsyncMrouteSmIs(Qor::Name appName,
                                                 Qor::Ptr<Bfd::StatusPeer const> dir,
                                                 Qor::Ptr<Bfd::AppStatus> status,
                                                 L3::VrfName vrfName) {
-   bfdVelAsyncMrouteSm_ = Qor::make<Bfd::AppRegistration>(std::move(appName), std::move(dir),
-                                                          std::move(status), std::move(vrfName));
+   auto const self = hold();
+   attrIs<&Notifiee::onBfdVelAsyncMrouteSm>(
+         bfdVelAsyncMrouteSm_,
+         Qor::make<Bfd::AppRegistration>(std::move(appName), std::move(dir), std::move(status),
+                                         std::move(vrfName)));
+}
+
+void AsyncMrouteSwitchSm::bfdVelAsyncMrouteSmDel() {
+   attrIs<&Notifiee::onBfdVelAsyncMrouteSm>(bfdVelAsyncMrouteSm_, nullptr);
 }
 
 void AsyncMrouteSwitchSm::registerWithBfd() {
+   auto const self = hold();
    bfdVelAsyncMrouteSmDel();
    if (bfdAllPeerStatusDir() && bfdAllPeerStatus()) {
       bfdVelAsyncMrouteSmIs("", bfdAllPeerStatusDir(), bfdAllPeerStatus(), L3::VrfName("default"));
@@ -251,6 +338,7 @@ void AsyncMrouteSwitchSm::registerWithBfd() {
 void AsyncMrouteSwitchSm::handleInitialized() {
    VEL_TRACE(2, "AsyncMrouteSwitchSm::handleInitialized()");
    if (initialized()) return;
+   auto const self = hold();
    zombieClock_.arm(Qor::never);
    agingClock_.arm(Qor::never);
    handlePollingInterval();
@@ -273,6 +361,7 @@ void AsyncMrouteSwitchSm::handleRoute(MrouteLib::RouteHandle handle) {
 void AsyncMrouteSwitchSm::doCleanup() {
    VEL_TRACE(2, "AsyncMrouteSwitchSm::doCleanup()");
    if (!initialized()) return;
+   auto const self = hold();
    Qor::Ptr<AsyncMrouteSwitch> const chip = mrouteSwitch();
    chip->deletedIs(true);
    auto const& zombies = chip->zombieOifSet();
@@ -289,44 +378,47 @@ namespace {
 
 Qor::Type describeAsyncMrouteSwitchSm() {
    using Sm = AsyncMrouteSwitchSm;
+   using Told = Sm::Notifiee;
    Qor::Describe<Sm> type(typeModule);
    type.base<Qor::StateMachine>();
    type.constructor<&AsyncMrouteSwitchSmIs>(
-         "mrouteSwitch", "intfVlanIdTable", "mfibConfig", "mfibHwStatus", "mrouteHelper",
-         "zombieClock", "agingClock", "ethIntfStatusDir", "bfdAllPeerStatusDir", "bfdAllPeerStatus",
-         "allIntfStatusDir", "allIntfStatusLocalDir");
-   type.attribute<&Sm::mrouteSwitch, &Sm::mrouteSwitchIs>();
+         Qor::Required("mrouteSwitch"), "intfVlanIdTable", "mfibConfig", "mfibHwStatus",
+         "mrouteHelper", "zombieClock", "agingClock", "ethIntfStatusDir", "bfdAllPeerStatusDir",
+         "bfdAllPeerStatus", "allIntfStatusDir", "allIntfStatusLocalDir");
+   type.attribute<&Sm::mrouteSwitch, &Sm::mrouteSwitchIs, &Told::onMrouteSwitch>();
    type.attribute<&Sm::intfVlanIdTable>();
-   type.attribute<&Sm::mfibConfig, &Sm::mfibConfigIs>();
+   type.attribute<&Sm::mfibConfig, &Sm::mfibConfigIs, &Told::onMfibConfig>();
    type.operation<&Sm::mfibConfigDel>();
    type.attribute<&Sm::mfibHwStatus>();
    type.attribute<&Sm::mrouteHelper>();
-   type.attribute<&Sm::zombieClock, &Sm::zombieClockIs>();
+   type.attribute<&Sm::zombieClock, &Sm::zombieClockIs, &Told::onZombieClock>();
    type.operation<&Sm::zombieClockDel>();
-   type.attribute<&Sm::agingClock, &Sm::agingClockIs>();
+   type.attribute<&Sm::agingClock, &Sm::agingClockIs, &Told::onAgingClock>();
    type.operation<&Sm::agingClockDel>();
-   type.attribute<&Sm::ethIntfStatusDir, &Sm::ethIntfStatusDirIs>();
+   type.attribute<&Sm::ethIntfStatusDir, &Sm::ethIntfStatusDirIs, &Told::onEthIntfStatusDir>();
    type.operation<&Sm::ethIntfStatusDirDel>();
    type.attribute<&Sm::bfdAllPeerStatusDir>();
-   type.attribute<&Sm::bfdAllPeerStatus, &Sm::bfdAllPeerStatusIs>();
+   type.attribute<&Sm::bfdAllPeerStatus, &Sm::bfdAllPeerStatusIs, &Told::onBfdAllPeerStatus>();
    type.operation<&Sm::bfdAllPeerStatusDel>();
    type.attribute<&Sm::allIntfStatusDir>();
    type.attribute<&Sm::allIntfStatusLocalDir>();
-   type.attribute<&Sm::clock, &Sm::clockIs>();
+   type.attribute<&Sm::clock, &Sm::clockIs, &Told::onClock>();
    type.operation<&Sm::clockDel>();
-   type.attribute<&Sm::bfdVelAsyncMrouteSm>();
+   type.attribute<&Sm::bfdVelAsyncMrouteSm, nullptr, &Told::onBfdVelAsyncMrouteSm>();
    type.operation<&Sm::bfdVelAsyncMrouteSmIs>("appName", "dir", "status", "vrfName");
    type.operation<&Sm::bfdVelAsyncMrouteSmDel>();
    type.attribute<&Sm::initialized, &Sm::initializedIs>();
-   type.map<Sm::EthIntfStatusColl::Map, Sm, &Sm::ethIntfStatus, &Sm::ethIntfStatusDel,
-            &Sm::ethIntfStatusIs>();
-   type.map<Sm::BfdStatusColl::Map, Sm, &Sm::bfdStatus, &Sm::bfdStatusDel, &Sm::bfdStatusIs>();
-   type.map<Sm::MfibConfigVrfColl::Map, Sm, &Sm::mfibConfigVrf, &Sm::mfibConfigVrfDel,
-            &Sm::mfibConfigVrfIs>();
+   type.collection<Sm::EthIntfStatusColl, Sm, &Sm::ethIntfStatus, &Sm::ethIntfStatusDel,
+                   &Sm::ethIntfStatusDelAll, &Sm::ethIntfStatusNotify, &Sm::ethIntfStatusIs>();
+   type.collection<Sm::BfdStatusColl, Sm, &Sm::bfdStatus, &Sm::bfdStatusDel, &Sm::bfdStatusDelAll,
+                   &Sm::bfdStatusNotify, &Sm::bfdStatusIs>();
+   type.collection<Sm::MfibConfigVrfColl, Sm, &Sm::mfibConfigVrf, &Sm::mfibConfigVrfDel,
+                   &Sm::mfibConfigVrfDelAll, &Sm::mfibConfigVrfNotify, &Sm::mfibConfigVrfIs>();
    type.operation<&Sm::handleInitialized>();
    type.operation<&Sm::handleRoute>("handle");
    type.operation<&Sm::doCleanup>();
    type.operation<static_cast<void (Sm::*)()>(&Sm::handleZombie)>();
+   type.operation<static_cast<void (Sm::*)(ZombieKey const&)>(&Sm::handleZombie)>("key");
    type.operation<&Sm::handleZombieClock>();
    type.operation<&Sm::doForcePurgeOneZombie>();
    type.operation<&Sm::handlePollingInterval>();

@@ -39,6 +39,12 @@
 // the later routes of the larger one may go without being polled while the other keeps completing
 // reviews; reactors of one table share the work instead. Positions are keys (or counted), so
 // nothing that vanishes between two slices can hurt; a fast-reroute position dies with its reactor.
+// The review's position is cleared only when a review is complete: it outlives its reactor, and a
+// time without routes.
+//
+// Notifications. The setters of inputs and the operations of the collections notify the reactor's
+// own notifiees, once all that depends on the change has followed it. A hook or a listener may let go
+// of the reactor in the middle of any of its operations, its clean-up included.
 //
 // Ownership. Inputs are held counted. The nested reactors are the reactor's own and point back at
 // it.
@@ -57,8 +63,34 @@
 
 namespace Vel::Mroute {
 
-class QOR_PUBLIC AsyncMrouteSwitchSm final : public Qor::StateMachine {
+class QOR_PUBLIC AsyncMrouteSwitchSm final
+      : public Qor::Entity<AsyncMrouteSwitchSm, Qor::StateMachine> {
  public:
+   class Notifiee : public Qor::NotifieeOf<AsyncMrouteSwitchSm> {
+    public:
+      virtual void onMrouteSwitch() {}
+      virtual void onMfibConfig() {}
+      virtual void onZombieClock() {}
+      virtual void onAgingClock() {}
+      virtual void onEthIntfStatusDir() {}
+      virtual void onBfdAllPeerStatus() {}
+      virtual void onClock() {}
+      virtual void onBfdVelAsyncMrouteSm() {}
+      virtual void onEthIntfStatus(Lnet::IntfId const&) {}
+      virtual void onEthIntfStatusImmediate() {}
+      virtual void onBfdStatus(Bfd::Peer const&) {}
+      virtual void onBfdStatusImmediate() {}
+      virtual void onMfibConfigVrf(Qor::Name const&) {}
+      virtual void onMfibConfigVrfImmediate() {}
+
+    protected:
+      void onImmediate() override {
+         onEthIntfStatusImmediate();
+         onBfdStatusImmediate();
+         onMfibConfigVrfImmediate();
+      }
+   };
+
    using EthIntfStatusPtr = Qor::Ptr<Interface::EthIntfStatus const>;
    using BfdPeerStatusPtr = Qor::Ptr<Bfd::BfdPeerStatus const>;
    using ConfigPtr = Qor::Ptr<Routing::Multicast::Fib::Config const>;
@@ -86,9 +118,14 @@ class QOR_PUBLIC AsyncMrouteSwitchSm final : public Qor::StateMachine {
    class QorBfdAllPeerStatus;
    class QorBfdStatus;
 
-   using EthIntfStatusColl = Qor::ReactorColl<Lnet::IntfId, QorEthIntfStatus>;
-   using BfdStatusColl = Qor::ReactorColl<Bfd::Peer, QorBfdStatus>;
-   using MfibConfigVrfColl = Qor::ReactorColl<Qor::Name, QorMfibConfigVrf>;
+   using EthIntfStatusColl =
+         Qor::ReactorColl<Lnet::IntfId, QorEthIntfStatus, &Notifiee::onEthIntfStatus,
+                          &Notifiee::onEthIntfStatusImmediate>;
+   using BfdStatusColl = Qor::ReactorColl<Bfd::Peer, QorBfdStatus, &Notifiee::onBfdStatus,
+                                          &Notifiee::onBfdStatusImmediate>;
+   using MfibConfigVrfColl =
+         Qor::ReactorColl<Qor::Name, QorMfibConfigVrf, &Notifiee::onMfibConfigVrf,
+                          &Notifiee::onMfibConfigVrfImmediate>;
 
    AsyncMrouteSwitchSm(Qor::Ptr<AsyncMrouteSwitch> mrouteSwitch,
                        Qor::Ptr<IntfVlanId::Table const> intfVlanIdTable,
@@ -106,11 +143,13 @@ class QOR_PUBLIC AsyncMrouteSwitchSm final : public Qor::StateMachine {
    // ---- Inputs. Those with a reactor may be set again, which moves the reactor to the new entity,
    //      or to null, which deletes it; the members that a directory's reactor tracks follow. A
    //      clock that replaces another takes over what that was set to, and the other is disarmed.
-   //      What has been handed on from a configuration stays until that changes again. ----
+   //      A configuration that replaces another hands its counter mode, its wildcard flag and its
+   //      polling interval to the platform at once. After null, the platform keeps the last ones. ----
 
    Qor::Ptr<AsyncMrouteSwitch> const& mrouteSwitch() const { return mrouteSwitch_.object(); }
    void mrouteSwitchIs(Qor::Ptr<AsyncMrouteSwitch> v);  // not null
    QorMrouteSwitch* newMrouteSwitch(Qor::Ptr<AsyncMrouteSwitch> v) {
+      auto const self = hold();
       mrouteSwitchIs(std::move(v));
       return mrouteSwitch_.reactor();
    }
@@ -120,6 +159,7 @@ class QOR_PUBLIC AsyncMrouteSwitchSm final : public Qor::StateMachine {
    }
    void mfibConfigIs(Qor::Ptr<Routing::Multicast::Fib::VrfConfig const> v);
    QorMfibConfig* newMfibConfig(Qor::Ptr<Routing::Multicast::Fib::VrfConfig const> v) {
+      auto const self = hold();
       mfibConfigIs(std::move(v));
       return mfibConfig_.reactor();
    }
@@ -131,6 +171,7 @@ class QOR_PUBLIC AsyncMrouteSwitchSm final : public Qor::StateMachine {
    Qor::Ptr<Qor::Clock const> const& zombieClock() const { return zombieClock_.object(); }
    void zombieClockIs(Qor::Ptr<Qor::Clock const> v);
    QorZombieClock* newZombieClock(Qor::Ptr<Qor::Clock const> v) {
+      auto const self = hold();
       zombieClockIs(std::move(v));
       return zombieClock_.reactor();
    }
@@ -138,6 +179,7 @@ class QOR_PUBLIC AsyncMrouteSwitchSm final : public Qor::StateMachine {
    Qor::Ptr<Qor::Clock const> const& agingClock() const { return agingClock_.object(); }
    void agingClockIs(Qor::Ptr<Qor::Clock const> v);
    QorAgingClock* newAgingClock(Qor::Ptr<Qor::Clock const> v) {
+      auto const self = hold();
       agingClockIs(std::move(v));
       return agingClock_.reactor();
    }
@@ -147,6 +189,7 @@ class QOR_PUBLIC AsyncMrouteSwitchSm final : public Qor::StateMachine {
    }
    void ethIntfStatusDirIs(Qor::Ptr<Interface::EthIntfStatusDir const> v);
    QorEthIntfStatusDir* newEthIntfStatusDir(Qor::Ptr<Interface::EthIntfStatusDir const> v) {
+      auto const self = hold();
       ethIntfStatusDirIs(std::move(v));
       return ethIntfStatusDir_.reactor();
    }
@@ -157,6 +200,7 @@ class QOR_PUBLIC AsyncMrouteSwitchSm final : public Qor::StateMachine {
    Qor::Ptr<Bfd::AppStatus> const& bfdAllPeerStatus() const { return bfdAllPeerStatus_.object(); }
    void bfdAllPeerStatusIs(Qor::Ptr<Bfd::AppStatus> v);
    QorBfdAllPeerStatus* newBfdAllPeerStatus(Qor::Ptr<Bfd::AppStatus> v) {
+      auto const self = hold();
       bfdAllPeerStatusIs(std::move(v));
       return bfdAllPeerStatus_.reactor();
    }
@@ -172,6 +216,7 @@ class QOR_PUBLIC AsyncMrouteSwitchSm final : public Qor::StateMachine {
    Qor::Ptr<Qor::Clock const> const& clock() const { return clock_.object(); }
    void clockIs(Qor::Ptr<Qor::Clock const> v);
    QorClock* newClock(Qor::Ptr<Qor::Clock const> v) {
+      auto const self = hold();
       clockIs(std::move(v));
       return clock_.reactor();
    }
@@ -179,23 +224,36 @@ class QOR_PUBLIC AsyncMrouteSwitchSm final : public Qor::StateMachine {
 
    // ---- Collections of reactors: one for each member of the directory they follow. The same
    //      entity set again keeps its reactor, another entity under the key gets a new one. A null
-   //      argument raises the range error of null parameters (Qor::throwNullParameter). ----
+   //      argument raises the range error of null parameters (Qor::throwNullParameter). The
+   //      new...() forms do the same and return the reactor. ----
 
    EthIntfStatusColl::Map const& ethIntfStatus() const { return ethIntfStatus_.map(); }
    QorEthIntfStatus* ethIntfStatus(Lnet::IntfId intfId) const;
    Qor::U32 ethIntfStatuses() const;
+   QorEthIntfStatus* newEthIntfStatus(EthIntfStatusPtr status);
    void ethIntfStatusIs(EthIntfStatusPtr status);
    void ethIntfStatusDel(Lnet::IntfId intfId);
+   EthIntfStatusColl::Iterator ethIntfStatusDel(EthIntfStatusColl::Iterator it);
+   void ethIntfStatusDelAll();
+   void ethIntfStatusNotify(Lnet::IntfId intfId);
    BfdStatusColl::Map const& bfdStatus() const { return bfdStatus_.map(); }
    QorBfdStatus* bfdStatus(Bfd::Peer const& peer) const;
    Qor::U32 bfdStatuses() const;
+   QorBfdStatus* newBfdStatus(BfdPeerStatusPtr status);
    void bfdStatusIs(BfdPeerStatusPtr status);
    void bfdStatusDel(Bfd::Peer peer);
+   BfdStatusColl::Iterator bfdStatusDel(BfdStatusColl::Iterator it);
+   void bfdStatusDelAll();
+   void bfdStatusNotify(Bfd::Peer peer);
    MfibConfigVrfColl::Map const& mfibConfigVrf() const { return mfibConfigVrf_.map(); }
    QorMfibConfigVrf* mfibConfigVrf(Qor::Name const& vrfName) const;
    Qor::U32 mfibConfigVrfs() const;
+   QorMfibConfigVrf* newMfibConfigVrf(ConfigPtr config);
    void mfibConfigVrfIs(ConfigPtr config);
    void mfibConfigVrfDel(Qor::Name vrfName);
+   MfibConfigVrfColl::Iterator mfibConfigVrfDel(MfibConfigVrfColl::Iterator it);
+   void mfibConfigVrfDelAll();
+   void mfibConfigVrfNotify(Qor::Name vrfName);
 
    // The registration as a BFD application; null while there is none.
    Qor::Ptr<Bfd::AppRegistration> const& bfdVelAsyncMrouteSm() const {
@@ -203,9 +261,10 @@ class QOR_PUBLIC AsyncMrouteSwitchSm final : public Qor::StateMachine {
    }
    void bfdVelAsyncMrouteSmIs(Qor::Name appName, Qor::Ptr<Bfd::StatusPeer const> dir,
                               Qor::Ptr<Bfd::AppStatus> status, L3::VrfName vrfName);
-   void bfdVelAsyncMrouteSmDel() { bfdVelAsyncMrouteSm_ = nullptr; }
+   void bfdVelAsyncMrouteSmDel();
 
-   // Whether construction is through. Handlers of zombies and of failures do nothing before.
+   // Whether construction is through. Handlers of zombies and of failures do nothing before. Setting
+   // it notifies nobody.
    bool initialized() const { return initialized_; }
    void initializedIs(bool v) { initialized_ = v; }
 
@@ -264,7 +323,7 @@ class QOR_PUBLIC AsyncMrouteSwitchSm final : public Qor::StateMachine {
    Qor::Seconds lastRoutePollTime(IpGenRouteKey const& key, Bridging::VlanIdOrNone vlan,
                                   VrfId vrfId);
    Qor::U32 reviewRoute(Routing::Multicast::Fib::Hardware::RouteStatus& route, VrfId vrfId);
-   void rewriteForFrr(MrouteLib::OifSetPtr const& oifSet);
+   void rewriteForFrr(AsyncMrouteSwitch& chip, MrouteLib::OifSetPtr const& oifSet);
 
    Qor::Watched<AsyncMrouteSwitch, QorMrouteSwitch> mrouteSwitch_;
    Qor::Ptr<IntfVlanId::Table const> const intfVlanIdTable_;

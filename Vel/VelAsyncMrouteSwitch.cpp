@@ -31,6 +31,11 @@ void AsyncMrouteSwitch::zeroReferencesIs(bool) {
    deletedIs(true);
    mtableOifSetIs(nullptr);
    zombieOifSetDelAll();
+   recordNamesDelAll();
+   mcastIdToOifSetDelAll();
+   oifSetXactDelAll();
+   inUseRouteHandleDelAll();
+   inUseRouteHandleKeyDelAll();
 }
 
 AsyncMrouteSwitch::~AsyncMrouteSwitch() {
@@ -115,10 +120,10 @@ Hux::XactPtr AsyncMrouteSwitch::doAllocateMtableOifSet(MrouteLib::RouteKeyInfo c
 
       VEL_TRACE(2, "mtableOifSet " << *mtableOifSetLocal << " oifSet " << oifSet << " mcastId "
                                    << mcastId);
-      inUseOifSetIs(oifSet, mtableOifSetLocal.get());
+      inUseOifSetIs(oifSet, mtableOifSetLocal);
       if (!wasInUse && portVlanSet.currentIif() != Lnet::IntfId()) {
          VEL_TRACE(2, " Adding FrrOifSet ");
-         frrMtableOifSetIs(oifSet, mtableOifSetLocal.get());
+         frrMtableOifSetIs(oifSet, mtableOifSetLocal);
       }
       mcastIdToOifSetIs(mcastId, oifSet);
    }
@@ -139,7 +144,8 @@ Qor::Type describeAsyncMrouteSwitch() {
    using Told = Switch::Notifiee;
    Qor::Describe<Switch> type(typeModule);
    type.base<MrouteLib::AsyncSwitchChip>();
-   type.constructor<&asyncMrouteSwitchFactory>("name", "routingHwRouteStatus", "mrouteHelper");
+   type.constructor<&asyncMrouteSwitchFactory>("name", "routingHwRouteStatus",
+                                               Qor::Required("mrouteHelper"));
    type.attribute<&Switch::routingHwRouteStatus>();
    type.attribute<&Switch::mrouteHelper>();
    type.attribute<&Switch::deleted, &Switch::deletedIs, &Told::onDeleted>();

@@ -26,9 +26,9 @@
 // Ownership. The switch is counted; whoever calls an operation holds it meanwhile. Records are held
 // by their users and by zombieOifSet; inUseOifSet, frrMtableOifSet and frrProcessingOifSet name
 // them without holding them, and a name may outlast its record there: record() says whether it
-// still lives. When the last reference to the switch goes, it sets deleted, lets go of its result
-// and removes its zombies, which are freed at once; listeners are told. Records that others hold
-// outlive it, and die quietly with their last user.
+// still lives. When the last reference to the switch goes, it sets deleted, lets go of its result,
+// removes its zombies, which are freed at once, and then empties all other collections; listeners
+// are notified of each. Records that others hold outlive it, and die quietly with their last user.
 #pragma once
 
 #include "Qor/PairTable.h"

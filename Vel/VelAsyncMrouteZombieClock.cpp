@@ -38,7 +38,7 @@ void AsyncMrouteSwitchSm::handleZombie(ZombieKey const& key) {
 void AsyncMrouteSwitchSm::handleZombieClock() {
    VEL_TRACE(2, "AsyncMrouteSwitchSm::handleZombieClock()");
    if (!initialized()) return;
-   Qor::Ptr<AsyncMrouteSwitchSm> const self(references() ? this : nullptr);
+   auto const self = hold();
    Qor::Ptr<AsyncMrouteSwitch> const chip = mrouteSwitch();
    Qor::Seconds const deadline = Qor::now() + zombiePassBudget;
    auto const& zombies = chip->zombieOifSet();

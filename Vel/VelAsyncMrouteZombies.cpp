@@ -41,9 +41,12 @@ void AsyncMrouteSwitch::handleFreeMtableOifSet(RecordPtr const& record) {
       freeNow(record);
    } else if (record->usedInHw()) {
       VEL_TRACE(2, "Adding zombie " << *record << " with mcastId: " << record->multicastId());
+      // The key is fixed before a follower of the record is notified. A follower may have the record
+      // resurrected, which then must not wait among the zombies.
+      ZombieKey const key(record->multicastId(), Qor::now() + record->zombieLifetime());
       record->usedInHwIs(false);
-      record->zombieIs(ZombieKey(record->multicastId(), Qor::now() + record->zombieLifetime()));
-      zombieOifSetIs(record);
+      record->zombieIs(key);
+      if (record->zombie() == key) zombieOifSetIs(record);
    } else {
       VEL_TRACE(2, "OifSet " << record->oifSet() << " not used in hw, skipping delayed deletion");
       freeNow(record);
@@ -63,7 +66,7 @@ void AsyncMrouteSwitch::freeNow(RecordPtr const& record) {
    } else {
       mrouteHelper_->doDeleteOifSet(mcastId);
    }
-   if (!deleted_ && inUseOifSet(oifSet).get() == record.get()) {
+   if (!deleted_ && inUseOifSet(oifSet) == record) {
       VEL_TRACE(2, "Delete oifset " << oifSet);
       inUseOifSetDel(oifSet);
       // Whoever has been told may have allocated the set anew: its entries are the newer record's.

@@ -45,7 +45,8 @@ Qor::Type describeAsyncMtableOifSet() {
    using Record = AsyncMtableOifSet;
    using Told = Record::Notifiee;
    Qor::Describe<Record> type(typeModule);
-   type.constructor<&asyncMtableOifSetFactory>("oifSet", "toCpu", "multicastId", "mrouteSwitch");
+   type.constructor<&asyncMtableOifSetFactory>(Qor::Required("oifSet"), "toCpu", "multicastId",
+                                               "mrouteSwitch");
    describeOifSetRecord(type);
    type.attribute<&Record::multicastId>();
    type.attribute<&Record::usedInHw, &Record::usedInHwIs, &Told::onUsedInHw>();

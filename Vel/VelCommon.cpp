@@ -5,25 +5,20 @@
 #include <utility>
 
 #include "Qor/Assert.h"
-#include "Qor/Describe.h"
 
 namespace Vel {
 
+// All levels count as on until the first statement asks the handle, which creates it.
+Qor::U16 velTraceLevels = 0xFFFF;
+
 Qor::TraceHandle& velTrace() {
-   return Qor::traceHandle("VelMroute");
+   static Qor::TraceHandle& handle = []() -> Qor::TraceHandle& {
+      Qor::TraceHandle& created = Qor::traceHandle("VelMroute");
+      created.levelsAreIn(velTraceLevels);
+      return created;
+   }();
+   return handle;
 }
-
-Qor::U16 velTraceLevels = 0;
-
-namespace {
-
-// From the start of the process: levels that are set later reach the variable.
-[[maybe_unused]] bool const traceRegistered = [] {
-   velTrace().levelsAreIn(velTraceLevels);
-   return true;
-}();
-
-}  // namespace
 
 bool noopAgent() {
    return std::getenv("VEL_NOOP_AGENT") != nullptr;
@@ -43,15 +38,5 @@ void VelBaseHelper::velAssert(Qor::String message) const {
 void VelBaseHelper::hookNotImplemented() const {
    if (!noopAgent()) velAssert(mustBeImplemented);
 }
-
-namespace {
-
-Qor::Type describeVelBaseHelper() {
-   Qor::Describe<VelBaseHelper> type("VelCommon");
-   return type;
-}
-Qor::TypeRegistration const velBaseHelperRegistered(describeVelBaseHelper);
-
-}  // namespace
 
 }  // namespace Vel

@@ -1,6 +1,7 @@
 // What all of the library shares: the base of the two platform hook classes, and the trace handle.
 #pragma once
 
+#include "Qor/Blip.h"
 #include "Qor/Entity.h"
 #include "Qor/Export.h"
 #include "Qor/Trace.h"
@@ -33,19 +34,27 @@ class QOR_PUBLIC VelBaseHelper : public Qor::NamedEntity {
 // Whose types the library's are in the type registry (Qor/Type.h).
 inline constexpr char typeModule[] = "VelMroute";
 
-// The library's trace handle, "VelMroute", and its levels: every trace statement asks them first.
+// The library's trace handle, "VelMroute", created on first use, and its levels: every trace
+// statement asks them first.
 QOR_PUBLIC Qor::TraceHandle& velTrace();
 extern QOR_PUBLIC Qor::U16 velTraceLevels;
 
 }  // namespace Vel
 
-// A trace statement of a library source, which names itself by a constant `velTraceSource`; and the
-// same for the fast binary trace, at its one level.
+// A trace statement of a library source, which names itself by a constant `velTraceSource`; the same
+// for a lambda, which has captured the __func__ of the enclosing function; and the same for the fast
+// binary trace, at its one level.
 #define VEL_TRACE(level, pieces)                                      \
    do {                                                               \
       if (::Vel::velTraceLevels & (1u << (level))) [[unlikely]] {     \
          QOR_TRACE(::Vel::velTrace(), velTraceSource, level, pieces); \
       }                                                               \
+   } while (false)
+#define VEL_TRACE_IN(function, level, pieces)                                      \
+   do {                                                                            \
+      if (::Vel::velTraceLevels & (1u << (level))) [[unlikely]] {                  \
+         QOR_TRACE_IN(::Vel::velTrace(), velTraceSource, function, level, pieces); \
+      }                                                                            \
    } while (false)
 #define VEL_BLIP(format, ...) QOR_BLIP(1, velTraceSource, format __VA_OPT__(, ) __VA_ARGS__)
 #define VEL_BLIP_AT(time, format, ...) \

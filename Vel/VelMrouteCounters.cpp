@@ -301,6 +301,7 @@ void MrouteSm::mfibCounterStatusIs(Qor::Ptr<CounterStatus> v) {
       if (before) before->counterDel(key);
       publishCounter(key);
    }
+   notify<&Notifiee::onMfibCounterStatus>();
 }
 
 void MrouteSm::mfibCounterStatusCtlIs(Qor::Ptr<CounterStatusCtl> v) {
@@ -314,6 +315,7 @@ void MrouteSm::mfibCounterStatusCtlIs(Qor::Ptr<CounterStatusCtl> v) {
    for (; size > 0; --size)
       before->currSizeDec();
    publishCounts();
+   notify<&Notifiee::onMfibCounterStatusCtl>();
 }
 
 }  // namespace Vel

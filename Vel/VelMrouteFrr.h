@@ -11,6 +11,7 @@
 #include "Interface/IntfOperStatus.h"
 #include "MrouteLib/OifSet.h"
 #include "Qor/Clock.h"
+#include "Qor/Export.h"
 
 namespace Vel {
 
@@ -30,7 +31,7 @@ inline bool reroutedOn(MrouteLib::PortVlanSet const& set, Lnet::IntfId failed) {
 }
 
 // The backup members: "rtr5:1009 rtr6:1010".
-Qor::String frrMembers(MrouteLib::PortVlanSet const& set);
+QOR_PUBLIC Qor::String frrMembers(MrouteLib::PortVlanSet const& set);
 
 // The set with its backup members in the place of the outgoing ones. `added` is told each.
 template <class Added>

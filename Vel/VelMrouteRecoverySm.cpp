@@ -86,8 +86,9 @@ namespace {
 Qor::Type describeRecoverySm() {
    Qor::Describe<RecoverySm> type(typeModule);
    type.base<Qor::StateMachine>();
-   type.constructor<&recoverySmFactory>("velL3Status", "intfVlanIdTable", "vrfEnabledStatus",
-                                        "mfibHwStatus");
+   type.constructor<&recoverySmFactory>(
+         Qor::Required("velL3Status"), Qor::Required("intfVlanIdTable"),
+         Qor::Required("vrfEnabledStatus"), Qor::Required("mfibHwStatus"));
    type.operation<&RecoverySm::doAddMfibHwVrfStatus>();
    type.operation<&RecoverySm::doAddMfibHwStatusEntry>("vrfId", "routeKey", "vlan");
    return type;

@@ -23,7 +23,7 @@ MrouteSm::MrouteSm(Qor::Ptr<VelCommonSmData const> acsd, Qor::Ptr<L3Status> l3St
                    Qor::Ptr<Ip::Status const> ipStatus,
                    Qor::Ptr<VelHelper::MrouteSmHelper> mrouteHelper,
                    Qor::Ptr<VrfEnabledStatus const> mcastEnabledStatus)
-      : StateMachine("MrouteSm"),
+      : Entity("MrouteSm"),
         l3Status_(std::move(l3Status)),
         ipStatus_(std::move(ipStatus)),
         mrouteHelper_(std::move(mrouteHelper)) {
@@ -52,6 +52,7 @@ MrouteSm::~MrouteSm() {
    verifyData_.release();
    counterPollingClock_.release();
    mfibConfigVrf_.release();
+   mfibConfigVrfDelAll();
    mfibCounterStatusIs(nullptr);
    mfibCounterStatusCtlIs(nullptr);
    if (mrouteHelper_ && mrouteHelper_->mrouteSm() == this) mrouteHelper_->mrouteSmIs(nullptr);
@@ -71,39 +72,48 @@ Qor::Ptr<MrouteSm> MrouteSmIs(
 // ---- Inputs ----
 
 void MrouteSm::acsdIs(Qor::Ptr<VelCommonSmData const> v) {
-   acsd_.is(this, std::move(v));
+   auto const self = hold();
+   bool const changed = acsd_.is(this, std::move(v));
    verifyDataIs(acsd() ? acsd()->verifyData() : nullptr);
+   if (changed) notify<&Notifiee::onAcsd>();
 }
 
 void MrouteSm::mfibVrfConfigIs(Qor::Ptr<VrfConfig const> v) {
    auto const self = hold();
    CounterMode const mode = counterMode();
-   mfibVrfConfig_.is(this, std::move(v));
+   bool const changed = mfibVrfConfig_.is(this, std::move(v));
    syncMfibConfigVrf();
    if (counterMode() != mode) handleMulticastCounterMode();
    handleWildcardCounter();
+   if (changed) notify<&Notifiee::onMfibVrfConfig>();
 }
 
 void MrouteSm::mfibHwStatusIs(Qor::Ptr<HwStatus const> v) {
-   mfibHwStatus_.is(this, std::move(v));
+   auto const self = hold();
+   bool const changed = mfibHwStatus_.is(this, std::move(v));
    handleMulticastRouting();
+   if (changed) notify<&Notifiee::onMfibHwStatus>();
 }
 
 void MrouteSm::mcastEnabledStatusIs(Qor::Ptr<VrfEnabledStatus const> v) {
    auto const self = hold();
-   mcastEnabledStatus_.is(this, std::move(v));
+   bool const changed = mcastEnabledStatus_.is(this, std::move(v));
    handleMulticastRouting();
+   if (changed) notify<&Notifiee::onMcastEnabledStatus>();
 }
 
 void MrouteSm::verifyDataIs(Qor::Ptr<VerifyData const> v) {
-   verifyData_.is(this, std::move(v));
+   auto const self = hold();
+   if (verifyData_.is(this, std::move(v))) notify<&Notifiee::onVerifyData>();
 }
 
 void MrouteSm::counterPollingClockIs(Qor::Ptr<Qor::Clock const> v) {
-   counterPollingClock_.is(this, std::move(v));
+   auto const self = hold();
+   bool const changed = counterPollingClock_.is(this, std::move(v));
    if (initialized() && counterPollingClock() && counterPollingClock()->timeMin() == Qor::never) {
       counterPollingClock_.arm(Qor::now() + counterPollingInterval());
    }
+   if (changed) notify<&Notifiee::onCounterPollingClock>();
 }
 
 void MrouteSm::counterPollingIntervalIs(Qor::Seconds v) {
@@ -114,6 +124,7 @@ void MrouteSm::counterPollingIntervalIs(Qor::Seconds v) {
    if (v == counterPollingInterval_) return;
    counterPollingInterval_ = v;
    if (initialized()) counterPollingClock_.arm(Qor::now() + v);
+   notify<&Notifiee::onCounterPollingInterval>();
 }
 
 // ---- Configurations of the VRFs ----
@@ -126,25 +137,51 @@ Qor::U32 MrouteSm::mfibConfigVrfs() const {
    return mfibConfigVrf_.size();
 }
 
+MrouteSm::QorMfibConfigVrf* MrouteSm::newMfibConfigVrf(ConfigPtr config) {
+   auto const self = hold();
+   mfibConfigVrfIs(config);
+   return mfibConfigVrf(config->name());
+}
+
 void MrouteSm::mfibConfigVrfIs(ConfigPtr config) {
    if (!config) Qor::throwNullParameter(smType, "mfibConfigVrf");
-   mfibConfigVrf_.is(this, config->name(), config);
+   auto const self = hold();
+   mfibConfigVrf_.is(*this, config->name(), config);
    syncCounterRoutes({config});
 }
 
 void MrouteSm::mfibConfigVrfDel(Qor::Name vrfName) {
-   mfibConfigVrf_.del(vrfName);
+   auto const self = hold();
+   mfibConfigVrf_.del(*this, std::move(vrfName));
    syncCounterRoutes({});
+}
+
+MrouteSm::MfibConfigVrfColl::Iterator MrouteSm::mfibConfigVrfDel(MfibConfigVrfColl::Iterator it) {
+   Qor::Name const vrfName = it->first;
+   mfibConfigVrfDel(vrfName);
+   return Qor::behindErased(mfibConfigVrf(), it, vrfName);
+}
+
+void MrouteSm::mfibConfigVrfDelAll() {
+   auto const self = hold();
+   mfibConfigVrf_.delAll(*this);
+   syncCounterRoutes({});
+}
+
+void MrouteSm::mfibConfigVrfNotify(Qor::Name vrfName) {
+   mfibConfigVrf_.notify(*this, std::move(vrfName));
 }
 
 // All reactors are there before the first counter is touched, which may change the directory.
 void MrouteSm::syncMfibConfigVrf() {
-   auto const directory = mfibVrfConfig();
+   auto const self = hold();
    std::vector<ConfigPtr> configs;
-   mfibConfigVrf_.sync(directory ? &directory->config() : nullptr, [&](auto const& config) {
-      mfibConfigVrf_.is(this, config->name(), config);
-      configs.push_back(config);
-   });
+   mfibConfigVrf_.sync(
+         *this, [this] { return mfibVrfConfig() ? &mfibVrfConfig()->config() : nullptr; },
+         [&](ConfigPtr const& config) {
+            mfibConfigVrf_.is(*this, config->name(), config);
+            configs.push_back(config);
+         });
    syncCounterRoutes(configs);
 }
 
@@ -237,32 +274,37 @@ namespace {
 
 Qor::Type describeMrouteSm() {
    using Sm = MrouteSm;
+   using Told = Sm::Notifiee;
    Qor::Describe<Sm> type(typeModule);
    type.base<Qor::StateMachine>();
    type.constructor<&MrouteSmIs>("acsd", "l3Status", "mfibVrfConfig", "mfibHwStatus", "ipStatus",
-                                 "mrouteHelper", "mcastEnabledStatus");
-   type.attribute<&Sm::acsd, &Sm::acsdIs>();
+                                 Qor::Required("mrouteHelper"), "mcastEnabledStatus");
+   type.attribute<&Sm::acsd, &Sm::acsdIs, &Told::onAcsd>();
    type.operation<&Sm::acsdDel>();
    type.attribute<&Sm::l3Status>();
-   type.attribute<&Sm::mfibVrfConfig, &Sm::mfibVrfConfigIs>();
+   type.attribute<&Sm::mfibVrfConfig, &Sm::mfibVrfConfigIs, &Told::onMfibVrfConfig>();
    type.operation<&Sm::mfibVrfConfigDel>();
-   type.attribute<&Sm::mfibHwStatus, &Sm::mfibHwStatusIs>();
+   type.attribute<&Sm::mfibHwStatus, &Sm::mfibHwStatusIs, &Told::onMfibHwStatus>();
    type.operation<&Sm::mfibHwStatusDel>();
    type.attribute<&Sm::ipStatus>();
    type.attribute<&Sm::mrouteHelper>();
-   type.attribute<&Sm::mcastEnabledStatus, &Sm::mcastEnabledStatusIs>();
+   type.attribute<&Sm::mcastEnabledStatus, &Sm::mcastEnabledStatusIs,
+                  &Told::onMcastEnabledStatus>();
    type.operation<&Sm::mcastEnabledStatusDel>();
-   type.attribute<&Sm::verifyData, &Sm::verifyDataIs>();
+   type.attribute<&Sm::verifyData, &Sm::verifyDataIs, &Told::onVerifyData>();
    type.operation<&Sm::verifyDataDel>();
-   type.attribute<&Sm::mfibCounterStatus, &Sm::mfibCounterStatusIs>();
-   type.attribute<&Sm::mfibCounterStatusCtl, &Sm::mfibCounterStatusCtlIs>();
-   type.attribute<&Sm::counterPollingClock, &Sm::counterPollingClockIs>();
+   type.attribute<&Sm::mfibCounterStatus, &Sm::mfibCounterStatusIs, &Told::onMfibCounterStatus>();
+   type.attribute<&Sm::mfibCounterStatusCtl, &Sm::mfibCounterStatusCtlIs,
+                  &Told::onMfibCounterStatusCtl>();
+   type.attribute<&Sm::counterPollingClock, &Sm::counterPollingClockIs,
+                  &Told::onCounterPollingClock>();
    type.operation<&Sm::counterPollingClockDel>();
-   type.attribute<&Sm::counterPollingInterval, &Sm::counterPollingIntervalIs>();
-   type.map<Sm::MfibConfigVrfColl::Map, Sm, &Sm::mfibConfigVrf, &Sm::mfibConfigVrfDel,
-            &Sm::mfibConfigVrfIs>();
+   type.attribute<&Sm::counterPollingInterval, &Sm::counterPollingIntervalIs,
+                  &Told::onCounterPollingInterval>();
+   type.collection<Sm::MfibConfigVrfColl, Sm, &Sm::mfibConfigVrf, &Sm::mfibConfigVrfDel,
+                   &Sm::mfibConfigVrfDelAll, &Sm::mfibConfigVrfNotify, &Sm::mfibConfigVrfIs>();
    type.map<Sm::CounterShadow, Sm, &Sm::counterShadow>();
-   type.attribute<&Sm::disableVerify, &Sm::disableVerifyIs>();
+   type.attribute<&Sm::disableVerify, &Sm::disableVerifyIs, &Told::onDisableVerify>();
    type.attribute<&Sm::initialized>();
    type.operation<&Sm::handleInitialized>();
    type.operation<&Sm::isMulticastEnabled>();

@@ -51,9 +51,10 @@
 // added to, also when another has written it. No value grows to unchangedCounter by addition.
 //
 // Notifications. Before initialisation, handlers trace and do nothing else: enabling hands on what
-// is configured by then. All handlers survive what those they notify do, up to dropping the last
-// reference to the reactor. While it is being built there is no reference to it: a platform that
-// reaches it through mrouteSm() in a hook may call it, but must not hold it counted.
+// is configured by then. The setters of inputs and settings and the operations of the collection
+// notify the reactor's own notifiees, once all that depends on the change has followed it. All
+// operations survive the acts of hooks and listeners, up to dropping the last reference to the
+// reactor. A platform may hold the reactor counted from the first hook on.
 //
 // Clock. Taken from the activity manager; armed from initialisation until destruction.
 //
@@ -79,8 +80,27 @@
 
 namespace Vel {
 
-class QOR_PUBLIC MrouteSm final : public Qor::StateMachine {
+class QOR_PUBLIC MrouteSm final : public Qor::Entity<MrouteSm, Qor::StateMachine> {
  public:
+   class Notifiee : public Qor::NotifieeOf<MrouteSm> {
+    public:
+      virtual void onAcsd() {}
+      virtual void onMfibVrfConfig() {}
+      virtual void onMfibHwStatus() {}
+      virtual void onMcastEnabledStatus() {}
+      virtual void onVerifyData() {}
+      virtual void onMfibCounterStatus() {}
+      virtual void onMfibCounterStatusCtl() {}
+      virtual void onCounterPollingClock() {}
+      virtual void onCounterPollingInterval() {}
+      virtual void onDisableVerify() {}
+      virtual void onMfibConfigVrf(Qor::Name const&) {}
+      virtual void onMfibConfigVrfImmediate() {}
+
+    protected:
+      void onImmediate() override { onMfibConfigVrfImmediate(); }
+   };
+
    using Config = Routing::Multicast::Fib::Config;
    using ConfigPtr = Qor::Ptr<Config const>;
    using CounterMode = Routing::Multicast::Fib::CounterMode;
@@ -108,7 +128,9 @@ class QOR_PUBLIC MrouteSm final : public Qor::StateMachine {
    class QorCounterPollingClock;
    class QorVerifyData;
 
-   using MfibConfigVrfColl = Qor::ReactorColl<Qor::Name, QorMfibConfigVrf>;
+   using MfibConfigVrfColl =
+         Qor::ReactorColl<Qor::Name, QorMfibConfigVrf, &Notifiee::onMfibConfigVrf,
+                          &Notifiee::onMfibConfigVrfImmediate>;
 
    // RangeException of null parameters (Qor::throwNullParameter) for a null `mrouteHelper`.
    MrouteSm(Qor::Ptr<VelCommonSmData const> acsd, Qor::Ptr<L3Status> l3Status,
@@ -122,6 +144,7 @@ class QOR_PUBLIC MrouteSm final : public Qor::StateMachine {
    Qor::Ptr<VelCommonSmData const> const& acsd() const { return acsd_.object(); }
    void acsdIs(Qor::Ptr<VelCommonSmData const> v);
    QorAcsd* newAcsd(Qor::Ptr<VelCommonSmData const> v) {
+      auto const self = hold();
       acsdIs(std::move(v));
       return acsd_.reactor();
    }
@@ -130,6 +153,7 @@ class QOR_PUBLIC MrouteSm final : public Qor::StateMachine {
    Qor::Ptr<VrfConfig const> const& mfibVrfConfig() const { return mfibVrfConfig_.object(); }
    void mfibVrfConfigIs(Qor::Ptr<VrfConfig const> v);
    QorMfibVrfConfig* newMfibVrfConfig(Qor::Ptr<VrfConfig const> v) {
+      auto const self = hold();
       mfibVrfConfigIs(std::move(v));
       return mfibVrfConfig_.reactor();
    }
@@ -137,6 +161,7 @@ class QOR_PUBLIC MrouteSm final : public Qor::StateMachine {
    Qor::Ptr<HwStatus const> const& mfibHwStatus() const { return mfibHwStatus_.object(); }
    void mfibHwStatusIs(Qor::Ptr<HwStatus const> v);
    QorMfibHwStatus* newMfibHwStatus(Qor::Ptr<HwStatus const> v) {
+      auto const self = hold();
       mfibHwStatusIs(std::move(v));
       return mfibHwStatus_.reactor();
    }
@@ -148,6 +173,7 @@ class QOR_PUBLIC MrouteSm final : public Qor::StateMachine {
    }
    void mcastEnabledStatusIs(Qor::Ptr<VrfEnabledStatus const> v);
    QorMcastEnabledStatus* newMcastEnabledStatus(Qor::Ptr<VrfEnabledStatus const> v) {
+      auto const self = hold();
       mcastEnabledStatusIs(std::move(v));
       return mcastEnabledStatus_.reactor();
    }
@@ -156,6 +182,7 @@ class QOR_PUBLIC MrouteSm final : public Qor::StateMachine {
    Qor::Ptr<VerifyData const> const& verifyData() const { return verifyData_.object(); }
    void verifyDataIs(Qor::Ptr<VerifyData const> v);
    QorVerifyData* newVerifyData(Qor::Ptr<VerifyData const> v) {
+      auto const self = hold();
       verifyDataIs(std::move(v));
       return verifyData_.reactor();
    }
@@ -173,6 +200,7 @@ class QOR_PUBLIC MrouteSm final : public Qor::StateMachine {
    }
    void counterPollingClockIs(Qor::Ptr<Qor::Clock const> v);
    QorCounterPollingClock* newCounterPollingClock(Qor::Ptr<Qor::Clock const> v) {
+      auto const self = hold();
       counterPollingClockIs(std::move(v));
       return counterPollingClock_.reactor();
    }
@@ -185,18 +213,22 @@ class QOR_PUBLIC MrouteSm final : public Qor::StateMachine {
 
    // One reactor for each VRF with a configuration. The same entity set again keeps its reactor,
    // another one of the same name gets a new one. A null argument raises the range error of null
-   // parameters.
+   // parameters. The new...() form does the same as the ...Is() form and returns the reactor.
    MfibConfigVrfColl::Map const& mfibConfigVrf() const { return mfibConfigVrf_.map(); }
    QorMfibConfigVrf* mfibConfigVrf(Qor::Name const& vrfName) const;
    Qor::U32 mfibConfigVrfs() const;
+   QorMfibConfigVrf* newMfibConfigVrf(ConfigPtr config);
    void mfibConfigVrfIs(ConfigPtr config);
    void mfibConfigVrfDel(Qor::Name vrfName);
+   MfibConfigVrfColl::Iterator mfibConfigVrfDel(MfibConfigVrfColl::Iterator it);
+   void mfibConfigVrfDelAll();
+   void mfibConfigVrfNotify(Qor::Name vrfName);
 
    // All counters, the one idle for longest first, and whether they are active.
    CounterShadow const& counterShadow() const { return counterShadow_; }
 
    bool disableVerify() const { return disableVerify_; }
-   void disableVerifyIs(bool v) { disableVerify_ = v; }
+   void disableVerifyIs(bool v) { attrIs<&Notifiee::onDisableVerify>(disableVerify_, v); }
    bool initialized() const { return initialized_; }
 
    // ---- Routing. ----
@@ -240,9 +272,6 @@ class QOR_PUBLIC MrouteSm final : public Qor::StateMachine {
    using CounterRoute = std::pair<IpGenRouteKey, Qor::Name>;
 
    ~MrouteSm() override;
-
-   // Keeps the reactor while it works; nothing during construction, which nobody may end.
-   Qor::Ptr<MrouteSm> hold() { return references() ? this : nullptr; }
 
    // ---- Set-up, routing ----
    bool hwRoutes() const;

@@ -19,22 +19,28 @@
 
 namespace Vel {
 
-// How a collection names a record that it does not keep alive. Never followed without asking the
-// programmer whether that record still lives.
+// How a collection names a record that it does not keep alive: by the serial number of the record,
+// so that a later record at the same address is another one. A name leads nowhere by itself; the
+// programmer's record() returns the named record while that lives. Names compare with records.
 template <class Record>
 class RecordName {
  public:
+   using Object = Record;
    // As the record's kind is called, and "Ptr".
    static Qor::String typeName() { return Qor::String(Qor::className<Record>()) + "Ptr"; }
 
    RecordName() = default;
-   RecordName(Record* record) : record_(record) {}
+   RecordName(std::nullptr_t) {}
+   RecordName(Record const* record) : serial_(record ? record->serial() : 0) {}
+   RecordName(Qor::Ptr<Record> const& record) : RecordName(record.get()) {}
 
-   Record* get() const { return record_; }
-   friend bool operator==(RecordName a, RecordName b) = default;
+   // 0 for the name of no record.
+   Qor::U64 serial() const { return serial_; }
+   explicit operator bool() const { return serial_ != 0; }
+   friend bool operator==(RecordName a, RecordName b) { return a.serial_ == b.serial_; }
 
  private:
-   Record* record_ = nullptr;
+   Qor::U64 serial_ = 0;
 };
 
 // The programmer that a record belongs to, as its records know it: one object for all of them, which
@@ -124,15 +130,14 @@ class LivingRecords {
    // Follows inUseOifSet, ahead of whoever is told of its change.
    void inUseIs(OifSetPtr const& oifSet, RecordName<Record> named) {
       for (auto* c = first(oifSet); c; c = next(c))
-         c->inUseIs(static_cast<Record*>(c) == named.get());
+         c->inUseIs(c->serial() == named.serial());
    }
 
-   // The named record of this oif set if it lives, else null. Found among the living ones of the
-   // set: the address alone may be that of a later record.
+   // The named record of this oif set if it lives, else null.
    RecordPtr find(OifSetPtr const& oifSet, RecordName<Record> named) const {
-      if (!named.get()) return nullptr;
+      if (!named) return nullptr;
       for (auto* c = first(oifSet); c; c = next(c)) {
-         if (static_cast<Record*>(c) == named.get()) return named.get();
+         if (c->serial() == named.serial()) return static_cast<Record*>(c);
       }
       return nullptr;
    }

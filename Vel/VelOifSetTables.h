@@ -151,6 +151,13 @@ class OifSetTables : public Qor::Entity<Switch, Base> {
       zombieOifSetDel(record.zombie());
    }
 
+   // For the end of the switch: the records that others hold are named no more.
+   void recordNamesDelAll() {
+      inUseOifSetDelAll();
+      frrMtableOifSetDelAll();
+      frrProcessingOifSetDelAll();
+   }
+
    // The records that outlive the switch belong to nobody from now on. First in its destructor.
    void releaseRecords() { livingRecords_.releaseAll(); }
 

@@ -29,6 +29,19 @@ ReviewPosition& reviewPosition() {
    return *position;
 }
 
+// The first route behind the position; the invalid key when there is none.
+IpGenRouteKey nextRoute(Routing::Multicast::Fib::Hardware::Status const& status,
+                        RoutePosition const& position) {
+   IpGenRouteKey next;
+   walkRoutes(
+         status, position, WalkFrom::behindPosition, [](L3::VrfName const&) { return true; },
+         [&](L3::VrfName const&, RouteStatus const& route) {
+            next = route.key();
+            return false;
+         });
+   return next;
+}
+
 bool isArmed(Qor::Ptr<Qor::Clock const> const& clock) {
    return clock && clock->timeMin() <= Qor::maxFinite;
 }
@@ -41,6 +54,7 @@ void MrouteSwitchSm::reviewStopped() const {
 }
 
 void MrouteSwitchSm::maybeScheduleAgingReview() {
+   if (!mrouteSwitch()) return;
    Qor::U32 const mroutes = mrouteSwitch()->route().size();
    VEL_TRACE(7, "maybeScheduleAgingReview"
                       << ", Mroutes: " << mroutes);
@@ -75,16 +89,21 @@ void MrouteSwitchSm::handlePollingInterval() {
 void MrouteSwitchSm::doRouteAgingReview() {
    VEL_TRACE(7, "doRouteAgingReview");
    if (!initialized()) return;
-   if (!mfibHwStatus() || !mfibConfig()) {
+   if (!mfibHwStatus() || !mfibConfig() || !mrouteSwitch()) {
       agingClock_.arm(Qor::never);
       reviewStopped();
       return;
    }
-   Qor::Ptr<MrouteSwitchSm> const self(references() ? this : nullptr);
+   auto const self = hold();
    Qor::Ptr<MrouteSwitch> const chip = mrouteSwitch();
+   // The clock that fired still reads as armed: a hook or a listener that has it disarmed, as the end
+   // of the last route does, stops the review.
+   bool const byClock = isArmed(agingClock());
+   auto const isStopped = [&] { return byClock && !isArmed(agingClock()); };
    ReviewPosition const last = std::exchange(reviewPosition(), {});
-   if (last.reactor) VEL_TRACE(6, "Current routeIter: " << last.route.routeKey);
    bool const goesOn = last.reactor && mfibHwStatus()->vrfStatus(last.route.vrfName);
+   RoutePosition const from = goesOn ? last.route : RoutePosition();
+   if (last.reactor) VEL_TRACE(6, "Current routeIter: " << nextRoute(*mfibHwStatus(), from));
    if (!goesOn) {
       VEL_TRACE(6, "VrfItr not found - restarting review and refreshing the cache");
       if (mrouteHelper() && mrouteHelper()->mrouteHitBitCacheRefresh(chip->switchId()) ==
@@ -93,34 +112,35 @@ void MrouteSwitchSm::doRouteAgingReview() {
          VEL_TRACE(6, "cmdInProgress_ ");
          return;
       }
+      if (isStopped()) return;
    }
-   bool const byClock = isArmed(agingClock());
    Qor::Seconds const deadline = Qor::now() + agingReviewQuota();
    Qor::U32 reviewed = 0;
    Qor::U16 vrfId = 0;
-   auto const enterVrf = [&](L3::VrfName const& vrfName) {
-      VEL_TRACE(5, "Iterating VRF " << vrfName);
+   auto const enterVrf = [&, function = __func__](L3::VrfName const& vrfName) {
+      VEL_TRACE_IN(function, 5, "Iterating VRF " << vrfName);
       Qor::U32 const id = l3Status() ? l3Status()->vrfNameToVrfId(vrfName.name()).value() : 0;
       QOR_ASSERT(id <= 0xFFFF);
       vrfId = static_cast<Qor::U16>(id);
       return true;
    };
-   auto const visit = [&](L3::VrfName const& vrfName, RouteStatus& route) {
+   auto const visit = [&, function = __func__](L3::VrfName const& vrfName, RouteStatus& route) {
       reviewRoute(route, vrfId);
       ++reviewed;
       if (Qor::now() <= deadline) return true;
-      VEL_TRACE(6, "Route aging review quota reached (reviewed " << reviewed << " routes)");
+      VEL_TRACE_IN(function, 6,
+                   "Route aging review quota reached (reviewed " << reviewed << " routes)");
       reviewPosition() = {{vrfName, route.key()}, this};
       return false;
    };
-   bool const complete = walkRoutes(*mfibHwStatus(), goesOn ? last.route : RoutePosition(),
-                                    WalkFrom::behindPosition, enterVrf, visit);
+   bool const complete =
+         walkRoutes(*mfibHwStatus(), from, WalkFrom::behindPosition, enterVrf, visit);
    if (complete) VEL_TRACE(6, "Review completed");
    if (complete && mrouteHelper()) {
       mrouteHelper()->doCommitMrouteBatch();
       mrouteHelper()->mrouteHitBitCacheClear(chip->switchId());
    }
-   if (!mfibConfig() || (byClock && !isArmed(agingClock()))) {  // stopped by somebody who was told
+   if (!mfibConfig() || !mrouteSwitch() || isStopped()) {
       agingClock_.arm(Qor::never);
       reviewStopped();
    } else if (complete) {
@@ -135,7 +155,7 @@ void MrouteSwitchSm::doRouteAgingReview() {
 
 // A route that the switch does not hold is asked about all the same: the chip may.
 bool MrouteSwitchSm::isHit(IpGenRouteKey const& key, VlanIdOrNone vlan, Qor::U16 vrfId) const {
-   return mrouteHelper() &&
+   return mrouteHelper() && mrouteSwitch() &&
           mrouteHelper()->mrouteHitBit(mrouteSwitch()->switchId(), vrfId, key, vlan, false);
 }
 
@@ -146,8 +166,9 @@ void MrouteSwitchSm::reviewRoute(RouteStatus& route, Qor::U16 vrfId) {
    if (vlan.isNone()) {
       VEL_TRACE(7, "No accepting vlan for the route. Check fastdrops");
    } else {
+      auto const chip = mrouteSwitch();
       auto const mroute =
-            mrouteSwitch()->route(mrouteSwitch()->routeKeyToHandle(RouteKeyVlanId(key, vlan)));
+            chip ? chip->route(chip->routeKeyToHandle(RouteKeyVlanId(key, vlan))) : nullptr;
       bool const forced = mroute && mroute->noAge();
       if (forced) VEL_TRACE(5, " Forcing hit for " << key);
       if (forced || isHit(key, vlan, vrfId)) {
@@ -160,7 +181,8 @@ void MrouteSwitchSm::reviewRoute(RouteStatus& route, Qor::U16 vrfId) {
       Qor::Name const intfName = entry->first;
       VEL_TRACE(7, "Reviewing fastdrop " << intfName);
       VlanIdOrNone const fastdropVlan = vlanOf(Lnet::IntfId(intfName));
-      if (!fastdropVlan.isNone() && isHit(key, fastdropVlan, vrfId)) {
+      // The hook may have had the entry removed, which must not come back.
+      if (!fastdropVlan.isNone() && isHit(key, fastdropVlan, vrfId) && fastdrops.find(intfName)) {
          VEL_TRACE(5, "Updating activity bits for fastdrop route" << key << " on vlan "
                                                                   << fastdropVlan);
          route.fastdropLastPollTimeIs(intfName, Qor::now());

@@ -30,8 +30,9 @@ void MrouteSwitchSm::QorEthIntfStatus::handleOperStatus() {
 }
 
 void MrouteSwitchSm::updateFrrMtableOif(Lnet::IntfId intfId) {
-   Qor::Ptr<MrouteSwitchSm> const self(references() ? this : nullptr);
+   auto const self = hold();
    Qor::Ptr<MrouteSwitch> const chip = mrouteSwitch();
+   if (!chip) return;
    auto const& armed = chip->frrMtableOifSet();
    VEL_TRACE(8,
              __PRETTY_FUNCTION__ << " FrrSwitch from " << intfId << ", frrOifs " << armed.size());
@@ -55,15 +56,16 @@ void MrouteSwitchSm::updateFrrMtableOif(Lnet::IntfId intfId) {
       bool const live = record && !record->zombie().isZombie();
       if (live) record->dirtyIs(true);
       chip->frrMtableOifSetDel(oifSet);
-      if (live) chip->frrProcessingOifSetIs(oifSet, record.get());
+      if (live) chip->frrProcessingOifSetIs(oifSet, record);
       entry = armed.resume(entry);  // last: a listener may have withdrawn others
    }
    handleClock();
 }
 
 void MrouteSwitchSm::handleClock() {
-   Qor::Ptr<MrouteSwitchSm> const self(references() ? this : nullptr);
+   auto const self = hold();
    Qor::Ptr<MrouteSwitch> const chip = mrouteSwitch();
+   if (!chip) return;
    auto& position = FrrPosition<MrouteSwitchSm>::ofProcess();
    OifSetPtr const from = position.oifSet;
    Qor::Seconds const deadline = Qor::now() + frrPassBudget;
@@ -79,9 +81,8 @@ void MrouteSwitchSm::handleClock() {
       FrrPosition<MrouteSwitchSm>::clear(this);
    }
    // The switch may be another one by now, and have sets of its own that wait.
-   bool const more = !mrouteSwitch()->frrProcessingOifSet().empty();
-   if (more && !clock()) clockIs(Qor::activityManager()->config()->clock());
-   clock_.arm(more ? Qor::now() : Qor::never);
+   if (setsWait() && !clock()) clockIs(Qor::activityManager()->config()->clock());
+   clock_.arm(setsWait() ? Qor::now() : Qor::never);
 }
 
 // Rewrites an oif set that waits, unless its record has gone or became a zombie.
@@ -92,19 +93,20 @@ void MrouteSwitchSm::rewriteForFrr(MrouteSwitch& chip, OifSetPtr const& oifSet) 
       return;
    }
    QOR_ASSERT(velMtableOifSet->dirty());
-   PortVlanSet const pvSet = frrReplacement(
-         oifSet->portVlanSet(), [](auto const& member) { VEL_TRACE(8, "add port " << member); });
+   PortVlanSet const pvSet =
+         frrReplacement(oifSet->portVlanSet(), [function = __func__](auto const& member) {
+            VEL_TRACE_IN(function, 8, "add port " << member);
+         });
    VEL_TRACE(8, "original pvSet" << oifSet->portVlanSet());
    Qor::U32 const oifSetIndex = velMtableOifSet->oifSetIndex();
-   VEL_TRACE(8, __PRETTY_FUNCTION__ << ": Overwrite with new pvSet " << pvSet
-                                    << " to oifSetIndex: " << oifSetIndex);
+   VEL_TRACE(8, ": Overwrite with new pvSet " << pvSet << " to oifSetIndex: " << oifSetIndex);
    VEL_BLIP("MrouteSwitchSm::handleClock Overwrite with pvSet %s to oifSetIndex: %s",
             pvSet.pretty(), oifSetIndex);
    if (!mrouteHelper()) return;
    OifSetPtr const rewritten = Qor::make<MrouteLib::OifSet>(nullptr, pvSet);
    if (mrouteHelper()->doAllocateMtableOifSet(chip.switchId(), oifSetIndex, rewritten) !=
        oifSetIndex) {
-      VEL_TRACE(8, __PRETTY_FUNCTION__ << ": HW resource full ");
+      VEL_TRACE(8, ": HW resource full ");
       VEL_BLIP("MrouteSwitchSm::handleClockHW resource full");
    }
 }

@@ -129,7 +129,6 @@ namespace {
 Qor::Type describeMrouteSmHelper() {
    using Helper = MrouteSmHelper;
    Qor::Describe<Helper> type(Vel::typeModule);
-   type.base<Vel::VelBaseHelper>();
    type.constructible<Qor::Name>("name");
    type.attribute<&Helper::mrouteSm, &Helper::mrouteSmIs, &Helper::Notifiee::onMrouteSm>();
    type.operation<&Helper::mrouteInit>("start");

@@ -11,14 +11,17 @@
 // outside the table, and never the invalid one. The index 0xFFFFFFFE is a hint, never an index.
 //
 // Handles. A handle stands for an entry of the route table or of the boundary table: no two entries
-// of a chip share one, whatever their tables. Exempt are group ranges and catch-all routes while
-// the FIB hardware status says that their handles are shared.
+// of a chip share one, in one table or in two. A handle in use may be returned once more for one
+// purpose alone: for a group range or a catch-all route of the same key and accepting vlan as the
+// route that has it, while the FIB hardware status says rangeRouteHandleShared. For a route of
+// another key the programmer refuses it (Qor::ReinstantiationException).
 //
 // Full tables. An allocation that fails returns the invalid index or handle; the library then asks
 // the ...Full() hook whether that is for lack of room, and tries again once there is room.
 //
 // Required hooks ("required" below) stop the process when they are called and not overridden,
-// unless VEL_NOOP_AGENT is in the environment: they then return 0, false or nothing.
+// unless VEL_NOOP_AGENT is in the environment: they then return 0, false or nothing, and the
+// programmer accepts an index and a handle that are in use (Vel/VelSyncMrouteSwitch.h).
 #pragma once
 
 #include "Routing/Multicast/Fib/CounterMode.h"
@@ -127,6 +130,11 @@ class QOR_PUBLIC MrouteSmHelper : public Qor::Entity<MrouteSmHelper, Vel::VelBas
    // Reads the hit bits from the hardware at the beginning of a review. hitBitCacheRefreshed when
    // they are there, hitBitCacheBusy while the hardware is at it: the library then asks again,
    // Qor::Clock::retryGap later. Default: hitBitCacheRefreshed.
+   // Warning: all chips share one review position. With several chips, the review that one chip
+   // began may be continued and completed by another, which is then asked for hit bits without a
+   // refresh of its own cache. So a platform of several chips refreshes the caches of all of them
+   // here, or answers mrouteHitBit() from the hardware for a chip that has not been refreshed since
+   // mrouteHitBitCacheClear().
    virtual Qor::U8 mrouteHitBitCacheRefresh(Qor::U32 switchId);
    // The review is complete. Default: nothing.
    virtual void mrouteHitBitCacheClear(Qor::U32 switchId);

@@ -50,7 +50,7 @@ namespace {
 
 Qor::Type describeMtableOifSet() {
    Qor::Describe<MtableOifSet> type(typeModule);
-   type.constructor<&mtableOifSetFactory>("oifSet", "toCpu", "mrouteSwitch");
+   type.constructor<&mtableOifSetFactory>(Qor::Required("oifSet"), "toCpu", "mrouteSwitch");
    describeOifSetRecord(type);
    type.attribute<&MtableOifSet::oifSetIndex, &MtableOifSet::oifSetIndexIs,
                   &MtableOifSet::Notifiee::onOifSetIndex>();

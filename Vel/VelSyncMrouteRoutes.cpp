@@ -111,10 +111,15 @@ void MrouteSwitch::allocateBoundary(IpGenRouteKey const& key, VlanIdOrNone accep
       routeHandleIs(handle);
       return;
    }
-   // The texts of the assertions on handles are behaviour, their blanks included.
-   // clang-format off
-   QOR_ASSERT(!boundary( handle ));
-   // clang-format on
+   if (BoundaryPtr const older = boundary(handle)) {
+      if (!noopAgent()) {
+         // The texts of the assertions on handles are behaviour, their blanks included.
+         // clang-format off
+         QOR_ASSERT(!boundary( handle ));
+         // clang-format on
+      }
+      if (older->key() != key || older->vlanId() != vlan) boundaryDel(handle);
+   }
    boundaryIs(handle, key, vlan)->vrfIdIs(vrfId);
    routeHandleIs(handle);
 }
@@ -135,15 +140,7 @@ void MrouteSwitch::allocateRoute(IpGenRouteKey const& key, VlanIdOrNone acceptin
       routeHandleIs(handle);
       return;
    }
-   if (route().find(handle)) {
-      bool const range = key.kind() == IpGenRouteKey::kindGroupRange ||
-                         key.kind() == IpGenRouteKey::kindCatchAll;
-      if (!range || !mfibHwStatus_ || !mfibHwStatus_->rangeRouteHandleShared()) {
-         // clang-format off
-         QOR_ASSERT(!route( handle ));
-         // clang-format on
-      }
-   }
+   if (route().find(handle)) takeHandle(handle, key, acceptingVlanId);
    RoutePtr const mroute = routeIs(handle, key, acceptingVlanId);
    routeKeyToHandleIs(RouteKeyVlanId(key, acceptingVlanId), handle);
    mroute->fastdropIs(fastDrop);
@@ -154,9 +151,30 @@ void MrouteSwitch::allocateRoute(IpGenRouteKey const& key, VlanIdOrNone acceptin
    requestVerify();
 }
 
+// A handle that a route has is another route's only where the hardware shares it among ranges. Hooks
+// that do nothing give every route the handle 0: the newest has it.
+void MrouteSwitch::takeHandle(RouteHandle handle, IpGenRouteKey const& key,
+                              VlanIdOrNone acceptingVlanId) {
+   if (noopAgent()) {
+      RouteKeyVlanId const before = handleToRouteKey_.find(handle)->second;
+      if (before == RouteKeyVlanId(key, acceptingVlanId)) return;
+      routeKeyToHandleDel(before);
+      routeDel(handle);
+      return;
+   }
+   bool const range =
+         key.kind() == IpGenRouteKey::kindGroupRange || key.kind() == IpGenRouteKey::kindCatchAll;
+   if (!range || !mfibHwStatus_ || !mfibHwStatus_->rangeRouteHandleShared()) {
+      // clang-format off
+      QOR_ASSERT(!route( handle ));
+      // clang-format on
+   }
+}
+
 void MrouteSwitch::doSetMtableOifSet(RouteHandle handle, MrouteLib::MtableOifSetPtr mtableOifSet) {
    if (!initialized_) return;
    RoutePtr const mroute = route(handle);
+   if (!mroute && noopAgent()) return;  // its handle was taken over by a newer route
    QOR_ASSERT(mroute);
    auto const oif = Qor::ptrCast<MtableOifSet>(mtableOifSet);
    QOR_ASSERT(oif);
@@ -194,9 +212,12 @@ void MrouteSwitch::doDeleteRoute(RouteHandle handle) {
       VEL_TRACE(2, "doDeleteRoute"
                          << ", Boundary: " << handle);
       BoundaryPtr const bnd = boundary(handle);
-      QOR_ASSERT(bnd);
-      mrouteHelper_->doDeleteMrouteBoundary(switchId(), bnd->vrfId(), handle, bnd);
-      boundaryDel(handle);
+      if (bnd) {
+         mrouteHelper_->doDeleteMrouteBoundary(switchId(), bnd->vrfId(), handle, bnd);
+         boundaryDel(handle);
+      } else if (!noopAgent()) {  // else a newer entry took the handle over, and has been deleted
+         QOR_ASSERT(bnd);
+      }
       if (!boundaryTcamFree() && !mrouteHelper_->mrouteBoundaryFull(switchId())) {
          VEL_TRACE(2, "Boundary entries now available - set boundaryTcamFree true");
          boundaryTcamFreeIs(true);

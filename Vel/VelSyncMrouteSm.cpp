@@ -33,7 +33,7 @@ MrouteSwitchSm::MrouteSwitchSm(
       Qor::Ptr<Interface::EthIntfStatusDir const> ethIntfStatusDir,
       Qor::Ptr<Interface::AllIntfStatusDir const> allIntfStatusDir,
       Qor::Ptr<Interface::AllIntfStatusLocalDir const> allIntfStatusLocalDir)
-      : StateMachine("MrouteSwitchSm"),
+      : Entity("MrouteSwitchSm"),
         switchId_(switchId),
         intfVlanIdTable_(std::move(intfVlanIdTable)),
         mfibHwStatus_(std::move(mfibHwStatus)),
@@ -53,14 +53,10 @@ MrouteSwitchSm::MrouteSwitchSm(
    handleInitialized();
 }
 
-// The clocks are the owner's, but what armed them goes: a clock left armed would fire for nobody.
+// No reactor calls this object any more when listeners hear that the collection is empty.
 MrouteSwitchSm::~MrouteSwitchSm() {
    doCleanup();
-   zombieClock_.arm(Qor::never);
-   agingClock_.arm(Qor::never);
-   clock_.arm(Qor::never);
-   reviewStopped();
-   FrrPosition<MrouteSwitchSm>::clear(this);
+   disarmClocks();
    acsd_.release();
    l3Status_.release();
    mrouteSwitch_.release();
@@ -71,6 +67,7 @@ MrouteSwitchSm::~MrouteSwitchSm() {
    clock_.release();
    verifyData_.release();
    ethIntfStatus_.release();
+   ethIntfStatusDelAll();
 }
 
 Qor::Ptr<MrouteSwitchSm> MrouteSwitchSmIs(
@@ -94,97 +91,139 @@ Qor::Ptr<MrouteSwitchSm> MrouteSwitchSmIs(
 // ---- Inputs and settings ----
 
 void MrouteSwitchSm::acsdIs(Qor::Ptr<VelCommonSmData> v) {
-   acsd_.is(this, v);
+   auto const self = hold();
+   bool const changed = acsd_.is(this, v);
    verifyDataIs(v ? v->verifyData() : nullptr);
+   if (changed) notify<&Notifiee::onAcsd>();
 }
 
 MrouteSwitchSm::QorAcsd* MrouteSwitchSm::newAcsd(Qor::Ptr<VelCommonSmData> v) {
+   auto const self = hold();
    acsdIs(std::move(v));
    return acsd_.reactor();
 }
 
 void MrouteSwitchSm::l3StatusIs(Qor::Ptr<L3Status> v) {
-   l3Status_.is(this, std::move(v));
+   auto const self = hold();
+   if (l3Status_.is(this, std::move(v))) notify<&Notifiee::onL3Status>();
 }
 
 MrouteSwitchSm::QorL3Status* MrouteSwitchSm::newL3Status(Qor::Ptr<L3Status> v) {
+   auto const self = hold();
    l3StatusIs(std::move(v));
    return l3Status_.reactor();
 }
 
 void MrouteSwitchSm::mrouteSwitchIs(Qor::Ptr<MrouteSwitch> v) {
    if (!v) Qor::throwNullParameter(smType, "mrouteSwitch");
-   Qor::Ptr<MrouteSwitchSm> const self(references() ? this : nullptr);
-   mrouteSwitch_.is(this, std::move(v));
-   if (!initialized()) return;
-   handleClock();
-   maybeScheduleAgingReview();
+   auto const self = hold();
+   bool const first = !mrouteSwitch();
+   bool const changed = mrouteSwitch_.is(this, std::move(v));
+   if (initialized()) {
+      if (first) handleZombie();  // a reactor that moves has done so
+      handleClock();
+      maybeScheduleAgingReview();
+   }
+   if (changed) notify<&Notifiee::onMrouteSwitch>();
 }
 
 MrouteSwitchSm::QorMrouteSwitch* MrouteSwitchSm::newMrouteSwitch(Qor::Ptr<MrouteSwitch> v) {
+   auto const self = hold();
    mrouteSwitchIs(std::move(v));
    return mrouteSwitch_.reactor();
 }
 
+void MrouteSwitchSm::mrouteSwitchDel() {
+   auto const self = hold();
+   bool const changed = mrouteSwitch_.is(this, nullptr);
+   disarmClocks();
+   if (changed) notify<&Notifiee::onMrouteSwitch>();
+}
+
+// Their settings are this reactor's: a clock left armed would fire for nobody.
+void MrouteSwitchSm::disarmClocks() {
+   zombieClock_.arm(Qor::never);
+   agingClock_.arm(Qor::never);
+   clock_.arm(Qor::never);
+   reviewStopped();
+   FrrPosition<MrouteSwitchSm>::clear(this);
+}
+
 void MrouteSwitchSm::mfibConfigIs(Qor::Ptr<Routing::Multicast::Fib::VrfConfig const> v) {
-   Qor::Ptr<MrouteSwitchSm> const self(references() ? this : nullptr);
-   mfibConfig_.is(this, std::move(v));
+   auto const self = hold();
+   bool const changed = mfibConfig_.is(this, std::move(v));
    handlePollingInterval();
-   if (initialized() && !mrouteSwitch()->route().empty()) maybeScheduleAgingReview();
+   if (hasRoutes()) maybeScheduleAgingReview();
+   if (changed) notify<&Notifiee::onMfibConfig>();
 }
 
 MrouteSwitchSm::QorMfibConfig* MrouteSwitchSm::newMfibConfig(
       Qor::Ptr<Routing::Multicast::Fib::VrfConfig const> v) {
+   auto const self = hold();
    mfibConfigIs(std::move(v));
    return mfibConfig_.reactor();
 }
 
 void MrouteSwitchSm::zombieClockIs(Qor::Ptr<Qor::Clock const> v) {
-   zombieClock_.is(this, std::move(v));
+   auto const self = hold();
+   bool const changed = zombieClock_.is(this, std::move(v));
    handleZombie();
+   if (changed) notify<&Notifiee::onZombieClock>();
 }
 
 MrouteSwitchSm::QorZombieClock* MrouteSwitchSm::newZombieClock(Qor::Ptr<Qor::Clock const> v) {
+   auto const self = hold();
    zombieClockIs(std::move(v));
    return zombieClock_.reactor();
 }
 
 void MrouteSwitchSm::agingClockIs(Qor::Ptr<Qor::Clock const> v) {
-   agingClock_.is(this, std::move(v));
-   if (initialized() && !mrouteSwitch()->route().empty()) maybeScheduleAgingReview();
+   auto const self = hold();
+   bool const changed = agingClock_.is(this, std::move(v));
+   if (hasRoutes()) maybeScheduleAgingReview();
+   if (changed) notify<&Notifiee::onAgingClock>();
 }
 
 MrouteSwitchSm::QorAgingClock* MrouteSwitchSm::newAgingClock(Qor::Ptr<Qor::Clock const> v) {
+   auto const self = hold();
    agingClockIs(std::move(v));
    return agingClock_.reactor();
 }
 
 void MrouteSwitchSm::ethIntfStatusDirIs(Qor::Ptr<Interface::EthIntfStatusDir const> v) {
-   ethIntfStatusDir_.is(this, std::move(v));
+   auto const self = hold();
+   bool const changed = ethIntfStatusDir_.is(this, std::move(v));
    syncEthIntfStatus();
+   if (changed) notify<&Notifiee::onEthIntfStatusDir>();
 }
 
 MrouteSwitchSm::QorEthIntfStatusDir* MrouteSwitchSm::newEthIntfStatusDir(
       Qor::Ptr<Interface::EthIntfStatusDir const> v) {
+   auto const self = hold();
    ethIntfStatusDirIs(std::move(v));
    return ethIntfStatusDir_.reactor();
 }
 
 void MrouteSwitchSm::clockIs(Qor::Ptr<Qor::Clock const> v) {
-   clock_.is(this, std::move(v));
-   if (!mrouteSwitch()->frrProcessingOifSet().empty()) clock_.arm(Qor::now());
+   auto const self = hold();
+   bool const changed = clock_.is(this, std::move(v));
+   if (setsWait()) clock_.arm(Qor::now());
+   if (changed) notify<&Notifiee::onClock>();
 }
 
 MrouteSwitchSm::QorClock* MrouteSwitchSm::newClock(Qor::Ptr<Qor::Clock const> v) {
+   auto const self = hold();
    clockIs(std::move(v));
    return clock_.reactor();
 }
 
 void MrouteSwitchSm::verifyDataIs(Qor::Ptr<VerifyData const> v) {
-   verifyData_.is(this, std::move(v));
+   auto const self = hold();
+   if (verifyData_.is(this, std::move(v))) notify<&Notifiee::onVerifyData>();
 }
 
 MrouteSwitchSm::QorVerifyData* MrouteSwitchSm::newVerifyData(Qor::Ptr<VerifyData const> v) {
+   auto const self = hold();
    verifyDataIs(std::move(v));
    return verifyData_.reactor();
 }
@@ -193,14 +232,14 @@ void MrouteSwitchSm::agingReviewIntervalIs(Qor::Seconds v) {
    if (!isDuration(v)) {
       Qor::throwRange("MrouteSwitchSm::agingReviewInterval < 0 or not finite not allowed");
    }
-   agingReviewInterval_ = v;
+   attrIs<&Notifiee::onAgingReviewInterval>(agingReviewInterval_, v);
 }
 
 void MrouteSwitchSm::agingReviewQuotaIs(Qor::Seconds v) {
    if (!isDuration(v)) {
       Qor::throwRange("MrouteSwitchSm::agingReviewQuota < 0 or not finite not allowed");
    }
-   agingReviewQuota_ = v;
+   attrIs<&Notifiee::onAgingReviewQuota>(agingReviewQuota_, v);
 }
 
 MrouteSwitchSm::QorEthIntfStatus* MrouteSwitchSm::ethIntfStatus(Lnet::IntfId intfId) const {
@@ -211,19 +250,38 @@ Qor::U32 MrouteSwitchSm::ethIntfStatuses() const {
    return ethIntfStatus_.size();
 }
 
+MrouteSwitchSm::QorEthIntfStatus* MrouteSwitchSm::newEthIntfStatus(EthIntfStatusPtr status) {
+   auto const self = hold();
+   ethIntfStatusIs(status);
+   return ethIntfStatus(status->intfId());
+}
+
 void MrouteSwitchSm::ethIntfStatusIs(EthIntfStatusPtr status) {
    if (!status) Qor::throwNullParameter(smType, "ethIntfStatus");
-   ethIntfStatus_.is(this, status->intfId(), status);
+   ethIntfStatus_.is(*this, status->intfId(), status);
 }
 
 void MrouteSwitchSm::ethIntfStatusDel(Lnet::IntfId intfId) {
-   ethIntfStatus_.del(intfId);
+   ethIntfStatus_.del(*this, intfId);
+}
+
+MrouteSwitchSm::EthIntfStatusColl::Iterator MrouteSwitchSm::ethIntfStatusDel(
+      EthIntfStatusColl::Iterator it) {
+   return ethIntfStatus_.del(*this, it);
+}
+
+void MrouteSwitchSm::ethIntfStatusDelAll() {
+   ethIntfStatus_.delAll(*this);
+}
+
+void MrouteSwitchSm::ethIntfStatusNotify(Lnet::IntfId intfId) {
+   ethIntfStatus_.notify(*this, intfId);
 }
 
 void MrouteSwitchSm::syncEthIntfStatus() {
-   auto const directory = ethIntfStatusDir();
-   ethIntfStatus_.sync(directory ? &directory->intfStatus() : nullptr,
-                       [this](auto const& member) { ethIntfStatusIs(member); });
+   ethIntfStatus_.sync(
+         *this, [this] { return ethIntfStatusDir() ? &ethIntfStatusDir()->intfStatus() : nullptr; },
+         [this](auto const& status) { ethIntfStatusIs(status); });
 }
 
 void MrouteSwitchSm::QorEthIntfStatusDir::onIntfStatus(Lnet::IntfId intfId) {
@@ -241,6 +299,7 @@ void MrouteSwitchSm::handleInitialized() {
    VEL_TRACE(4, "handleInitialized"
                       << ", state machine # " << switchId());
    if (initialized()) return;
+   auto const self = hold();
    initialized_ = true;
    zombieClock_.arm(Qor::never);
    agingClock_.arm(Qor::never);
@@ -254,6 +313,8 @@ void MrouteSwitchSm::doCleanup() {
    VEL_TRACE(4, "doCleanup"
                       << ", state machine # " << switchId());
    Qor::Ptr<MrouteSwitch> const chip = mrouteSwitch();
+   if (!chip) return;
+   auto const self = hold();
    chip->deletedIs(true);
    auto const& zombies = chip->zombieOifSet();
    for (Qor::U32 count = 0; !zombies.empty(); ++count) {
@@ -269,17 +330,18 @@ void MrouteSwitchSm::handleVerify() {
                       << ", state machine # " << switchId());
    if (!initialized() || disableVerify()) return;
    Qor::Ptr<MrouteSwitch> const chip = mrouteSwitch();
-   chip->handleVerify();
+   if (chip) chip->handleVerify();
 }
 
 // ---- Room for routes ----
 
 void MrouteSwitchSm::maybeScheduleRoutesReview() {
-   Qor::Ptr<MrouteSwitchSm> const self(references() ? this : nullptr);
-   if (!mrouteSwitch()->mrouteTcamFree() && mrouteHelper() &&
-       !mrouteHelper()->mrouteFull(switchId())) {
+   auto const self = hold();
+   Qor::Ptr<MrouteSwitch> const chip = mrouteSwitch();
+   if (!chip) return;
+   if (!chip->mrouteTcamFree() && mrouteHelper() && !mrouteHelper()->mrouteFull(switchId())) {
       VEL_TRACE(5, "Free space now available in the mroute table");
-      mrouteSwitch()->mrouteTcamFreeIs(true);
+      chip->mrouteTcamFreeIs(true);
    }
    maybeScheduleAgingReview();
 }
@@ -288,7 +350,7 @@ void MrouteSwitchSm::maybeScheduleRoutesReview() {
 
 void MrouteSwitchSm::handleZombie() {
    VEL_TRACE(6, "handleZombie");
-   if (!initialized()) return;
+   if (!initialized() || !mrouteSwitch()) return;
    if (mrouteSwitch()->deleted()) {
       VEL_TRACE(6, "MrouteSwitch marked for deletion - skipping zombie handling");
       return;
@@ -308,8 +370,8 @@ void MrouteSwitchSm::handleZombie() {
 
 void MrouteSwitchSm::handleZombieClock() {
    VEL_TRACE(6, "handleZombieClock");
-   if (!initialized()) return;
-   Qor::Ptr<MrouteSwitchSm> const self(references() ? this : nullptr);
+   if (!initialized() || !mrouteSwitch()) return;
+   auto const self = hold();
    Qor::Ptr<MrouteSwitch> const chip = mrouteSwitch();
    auto const& zombies = chip->zombieOifSet();
    while (!zombies.empty()) {
@@ -328,40 +390,43 @@ namespace {
 
 Qor::Type describeMrouteSwitchSm() {
    using Sm = MrouteSwitchSm;
+   using Told = Sm::Notifiee;
    Qor::Describe<Sm> type(typeModule);
    type.base<Qor::StateMachine>();
    type.constructor<&MrouteSwitchSmIs>(
-         "switchId", "acsd", "l3Status", "mrouteSwitch", "intfVlanIdTable", "mfibConfig",
-         "mfibHwStatus", "mrouteHelper", "zombieClock", "agingClock", "ethIntfStatusDir",
-         "allIntfStatusDir", "allIntfStatusLocalDir");
+         "switchId", "acsd", "l3Status", Qor::Required("mrouteSwitch"), "intfVlanIdTable",
+         "mfibConfig", "mfibHwStatus", "mrouteHelper", "zombieClock", "agingClock",
+         "ethIntfStatusDir", "allIntfStatusDir", "allIntfStatusLocalDir");
    type.attribute<&Sm::switchId>();
-   type.attribute<&Sm::acsd, &Sm::acsdIs>();
+   type.attribute<&Sm::acsd, &Sm::acsdIs, &Told::onAcsd>();
    type.operation<&Sm::acsdDel>();
-   type.attribute<&Sm::l3Status, &Sm::l3StatusIs>();
+   type.attribute<&Sm::l3Status, &Sm::l3StatusIs, &Told::onL3Status>();
    type.operation<&Sm::l3StatusDel>();
-   type.attribute<&Sm::mrouteSwitch, &Sm::mrouteSwitchIs>();
+   type.attribute<&Sm::mrouteSwitch, &Sm::mrouteSwitchIs, &Told::onMrouteSwitch>();
+   type.operation<&Sm::mrouteSwitchDel>();
    type.attribute<&Sm::intfVlanIdTable>();
-   type.attribute<&Sm::mfibConfig, &Sm::mfibConfigIs>();
+   type.attribute<&Sm::mfibConfig, &Sm::mfibConfigIs, &Told::onMfibConfig>();
    type.operation<&Sm::mfibConfigDel>();
    type.attribute<&Sm::mfibHwStatus>();
    type.attribute<&Sm::mrouteHelper>();
-   type.attribute<&Sm::zombieClock, &Sm::zombieClockIs>();
+   type.attribute<&Sm::zombieClock, &Sm::zombieClockIs, &Told::onZombieClock>();
    type.operation<&Sm::zombieClockDel>();
-   type.attribute<&Sm::agingClock, &Sm::agingClockIs>();
+   type.attribute<&Sm::agingClock, &Sm::agingClockIs, &Told::onAgingClock>();
    type.operation<&Sm::agingClockDel>();
-   type.attribute<&Sm::ethIntfStatusDir, &Sm::ethIntfStatusDirIs>();
+   type.attribute<&Sm::ethIntfStatusDir, &Sm::ethIntfStatusDirIs, &Told::onEthIntfStatusDir>();
    type.operation<&Sm::ethIntfStatusDirDel>();
    type.attribute<&Sm::allIntfStatusDir>();
    type.attribute<&Sm::allIntfStatusLocalDir>();
-   type.attribute<&Sm::clock, &Sm::clockIs>();
+   type.attribute<&Sm::clock, &Sm::clockIs, &Told::onClock>();
    type.operation<&Sm::clockDel>();
-   type.attribute<&Sm::verifyData, &Sm::verifyDataIs>();
+   type.attribute<&Sm::verifyData, &Sm::verifyDataIs, &Told::onVerifyData>();
    type.operation<&Sm::verifyDataDel>();
-   type.attribute<&Sm::agingReviewInterval, &Sm::agingReviewIntervalIs>();
-   type.attribute<&Sm::agingReviewQuota, &Sm::agingReviewQuotaIs>();
-   type.attribute<&Sm::disableVerify, &Sm::disableVerifyIs>();
-   type.map<Sm::EthIntfStatusColl::Map, Sm, &Sm::ethIntfStatus, &Sm::ethIntfStatusDel,
-            &Sm::ethIntfStatusIs>();
+   type.attribute<&Sm::agingReviewInterval, &Sm::agingReviewIntervalIs,
+                  &Told::onAgingReviewInterval>();
+   type.attribute<&Sm::agingReviewQuota, &Sm::agingReviewQuotaIs, &Told::onAgingReviewQuota>();
+   type.attribute<&Sm::disableVerify, &Sm::disableVerifyIs, &Told::onDisableVerify>();
+   type.collection<Sm::EthIntfStatusColl, Sm, &Sm::ethIntfStatus, &Sm::ethIntfStatusDel,
+                   &Sm::ethIntfStatusDelAll, &Sm::ethIntfStatusNotify, &Sm::ethIntfStatusIs>();
    type.attribute<&Sm::initialized>();
    type.operation<&Sm::handleInitialized>();
    type.operation<&Sm::doCleanup>();

@@ -10,7 +10,8 @@
 //   activity polling and aging review                 | VelSyncMrouteAging.cpp
 //   fast reroute                                      | VelSyncMrouteFrr.cpp
 //
-// Inputs. The switch is required; every other one may be null, and then:
+// Inputs. The switch is required, though it may be taken away for a while (mrouteSwitchDel); every
+// other one may be null, and then:
 //
 //   null input              | what it means
 //   ------------------------+--------------------------------------------------------------------
@@ -35,6 +36,10 @@
 // and the last route reviewed, and it goes on behind it. A position dies with the reactor that set
 // it; the review's also when its reactor stops reviewing.
 //
+// Notifications. The setters of inputs and settings and the operations of the collection notify the
+// reactor's own notifiees, once all that depends on the change has followed it. A hook or a listener
+// may let go of the reactor in the middle of any of its operations.
+//
 // Ownership. Inputs are held counted. The nested reactors are the reactor's own and point back at
 // it.
 #pragma once
@@ -49,8 +54,29 @@
 
 namespace Vel {
 
-class QOR_PUBLIC MrouteSwitchSm final : public Qor::StateMachine {
+class QOR_PUBLIC MrouteSwitchSm final : public Qor::Entity<MrouteSwitchSm, Qor::StateMachine> {
  public:
+   class Notifiee : public Qor::NotifieeOf<MrouteSwitchSm> {
+    public:
+      virtual void onAcsd() {}
+      virtual void onL3Status() {}
+      virtual void onMrouteSwitch() {}
+      virtual void onMfibConfig() {}
+      virtual void onZombieClock() {}
+      virtual void onAgingClock() {}
+      virtual void onEthIntfStatusDir() {}
+      virtual void onClock() {}
+      virtual void onVerifyData() {}
+      virtual void onAgingReviewInterval() {}
+      virtual void onAgingReviewQuota() {}
+      virtual void onDisableVerify() {}
+      virtual void onEthIntfStatus(Lnet::IntfId const&) {}
+      virtual void onEthIntfStatusImmediate() {}
+
+    protected:
+      void onImmediate() override { onEthIntfStatusImmediate(); }
+   };
+
    using EthIntfStatusPtr = Qor::Ptr<Interface::EthIntfStatus const>;
 
    // Reactors, named after what they watch.
@@ -65,7 +91,9 @@ class QOR_PUBLIC MrouteSwitchSm final : public Qor::StateMachine {
    class QorClock;
    class QorVerifyData;
 
-   using EthIntfStatusColl = Qor::ReactorColl<Lnet::IntfId, QorEthIntfStatus>;
+   using EthIntfStatusColl =
+         Qor::ReactorColl<Lnet::IntfId, QorEthIntfStatus, &Notifiee::onEthIntfStatus,
+                          &Notifiee::onEthIntfStatusImmediate>;
 
    MrouteSwitchSm(Qor::U32 switchId, Qor::Ptr<VelCommonSmData> acsd, Qor::Ptr<L3Status> l3Status,
                   Qor::Ptr<MrouteSwitch> mrouteSwitch,
@@ -97,6 +125,11 @@ class QOR_PUBLIC MrouteSwitchSm final : public Qor::StateMachine {
    Qor::Ptr<MrouteSwitch> const& mrouteSwitch() const { return mrouteSwitch_.object(); }
    void mrouteSwitchIs(Qor::Ptr<MrouteSwitch> v);  // not null
    QorMrouteSwitch* newMrouteSwitch(Qor::Ptr<MrouteSwitch> v);
+   // Parts from the switch and leaves it as it is: not marked deleted, with its zombies, routes and
+   // waiting sets, of which nobody takes care then. All clocks are disarmed, and no handler does
+   // anything until mrouteSwitchIs() gives the reactor a switch again. The end of a reactor without
+   // a switch cleans nothing up.
+   void mrouteSwitchDel();
    Qor::Ptr<IntfVlanId::Table const> const& intfVlanIdTable() const { return intfVlanIdTable_; }
    Qor::Ptr<Routing::Multicast::Fib::VrfConfig const> const& mfibConfig() const {
       return mfibConfig_.object();
@@ -152,16 +185,21 @@ class QOR_PUBLIC MrouteSwitchSm final : public Qor::StateMachine {
    void agingReviewQuotaIs(Qor::Seconds v);
    // Verifications that are asked for are not done.
    bool disableVerify() const { return disableVerify_; }
-   void disableVerifyIs(bool v) { disableVerify_ = v; }
+   void disableVerifyIs(bool v) { attrIs<&Notifiee::onDisableVerify>(disableVerify_, v); }
 
    // ---- One reactor for each Ethernet interface. A null argument raises the range error of null
-   //      parameters (Qor::throwNullParameter). ----
+   //      parameters (Qor::throwNullParameter). The new...() form does the same as the ...Is() form
+   //      and returns the reactor. ----
 
    EthIntfStatusColl::Map const& ethIntfStatus() const { return ethIntfStatus_.map(); }
    QorEthIntfStatus* ethIntfStatus(Lnet::IntfId intfId) const;
    Qor::U32 ethIntfStatuses() const;
+   QorEthIntfStatus* newEthIntfStatus(EthIntfStatusPtr status);
    void ethIntfStatusIs(EthIntfStatusPtr status);
    void ethIntfStatusDel(Lnet::IntfId intfId);
+   EthIntfStatusColl::Iterator ethIntfStatusDel(EthIntfStatusColl::Iterator it);
+   void ethIntfStatusDelAll();
+   void ethIntfStatusNotify(Lnet::IntfId intfId);
 
    // Whether construction is through. Handlers of zombies, clocks and failures do nothing before.
    bool initialized() const { return initialized_; }
@@ -201,6 +239,13 @@ class QOR_PUBLIC MrouteSwitchSm final : public Qor::StateMachine {
    ~MrouteSwitchSm() override;
 
    void syncEthIntfStatus();
+   void disarmClocks();
+   bool hasRoutes() const {
+      return initialized() && mrouteSwitch() && !mrouteSwitch()->route().empty();
+   }
+   bool setsWait() const {
+      return mrouteSwitch() && !mrouteSwitch()->frrProcessingOifSet().empty();
+   }
    Bridging::VlanIdOrNone vlanOf(Lnet::IntfId intfId) const;
    void reviewRoute(Routing::Multicast::Fib::Hardware::RouteStatus& route, Qor::U16 vrfId);
    bool isHit(Routing::Multicast::Fib::IpGenRouteKey const& key, Bridging::VlanIdOrNone vlan,

@@ -21,6 +21,11 @@
 //  5. Two routes under one (key, accepting vlan), as no-RPF routes of two VRFs are, share the entry
 //     in routeKeyToHandle: it names the latest, and goes with whichever is deleted first.
 //
+// Without a platform. While VEL_NOOP_AGENT is in the environment, an index or a handle that is in
+// use may be given out again, as hooks that do nothing do: the newest record, route or boundary
+// entry has it. A route whose handle a newer one has taken over is neither pointed nor deleted; its
+// deletion asks for the reviews and changes nothing else.
+//
 // Which operation changes which flag, and asks for which review:
 //
 //   operation                                      | effect
@@ -41,8 +46,9 @@
 // Ownership. The switch is counted; whoever calls an operation holds it meanwhile. Records are held
 // by routes, by zombieOifSet, and by callers; inUseOifSet, frrMtableOifSet and frrProcessingOifSet
 // name them. When the last reference to the switch goes, it sets deleted, has the platform clear
-// the chip (doCleanup), and lets go of routes, zombies and its result, whose records are freed at
-// once; listeners are told. Records that others hold outlive it, and die quietly.
+// the chip (doCleanup), lets go of its result, routes, boundary entries and zombies, whose records
+// are freed at once, and then empties all other collections; listeners are notified of each. Records
+// that others hold outlive it, and die quietly.
 #pragma once
 
 #include "Ip/Status.h"
@@ -131,7 +137,9 @@ class QOR_PUBLIC MrouteSwitch final
 
    // ---- The operations of the routing layer. ----
 
-   // Finds or makes the record of the oif set: mtableOifSet, null when there is no room.
+   // Finds or makes the record of the oif set: mtableOifSet, null when there is no room. A zombie
+   // that is taken back is entered in frrMtableOifSet again if a failure has taken it out meanwhile,
+   // so that its set is rewritten at the next failure.
    void doAllocateMtableOifSet(OifSetPtr oifSet) override;
    // Programs a route, or with `bridge` a boundary entry: routeHandle, invalid when it could not be
    // programmed. `mtableOifSet` may be null. A no-RPF route has no accepting vlan, VRF ids fit 16
@@ -229,6 +237,8 @@ class QOR_PUBLIC MrouteSwitch final
    void allocateRoute(IpGenRouteKey const& key, Bridging::VlanIdOrNone acceptingVlanId,
                       Qor::U32 oifSetIndex, bool fastDrop, bool noRpf, Qor::U16 rpaId,
                       Qor::U16 vrfId);
+   void takeHandle(RouteHandle handle, IpGenRouteKey const& key,
+                   Bridging::VlanIdOrNone acceptingVlanId);
 
    Qor::Ptr<VelCommonSmData> const acsd_;
    Qor::Ptr<L3Status> const l3Status_;

@@ -28,9 +28,9 @@ struct TwinRing {
 Rounds traceOff() {
    return takeTurns(effort().rounds(0),
                     repeated(times,
-                             [n = U32{0}]() mutable {
+                             [function = __func__, n = U32{0}]() mutable {
                                 benchmark::DoNotOptimize(++n);
-                                VEL_TRACE(8, "number " << n);
+                                VEL_TRACE_IN(function, 8, "number " << n);
                              }),
                     repeated(times, [n = U32{0}]() mutable { benchmark::DoNotOptimize(++n); }));
 }

@@ -1,4 +1,4 @@
-// The two paths program the same chip: what is replayed on both is forwarded alike in the end.
+// Both paths on the same kind of chip: the same routes forward to the same outputs in the end.
 #include <gtest/gtest.h>
 
 #include <filesystem>
@@ -15,8 +15,8 @@ namespace {
 
 std::filesystem::path const examples(VELMROUTE_EXAMPLES);
 
-// Where the packets of each wanted route come out, by route and interface of arrival: its own, and
-// one where it has no business.
+// The outputs of packets, by route and vlan of arrival: for each wanted route the accepting vlan
+// and a vlan from which no route accepts.
 using Outputs = std::map<std::string, std::string>;
 
 Outputs outputsOf(SimulatedSwitch& simulated) {
@@ -70,7 +70,7 @@ Outputs replayCapture(Path path, std::filesystem::path const& file) {
    return outputsOf(simulated);
 }
 
-TEST(BothPaths, ForwardTheSameAtTheEndOfEachCapture) {
+TEST(BothPaths, ForwardAlikeAtTheEndOfEachCapture) {
    unsigned captures = 0;
    for (auto const& directory : std::filesystem::directory_iterator(examples / "captures")) {
       auto const file = directory.path() / "events.txt.gz";
@@ -97,7 +97,7 @@ Outputs playScenario(Path path, ScenarioFile file, std::filesystem::path const& 
    return outputsOf(simulated);
 }
 
-TEST(BothPaths, ForwardTheSameAtTheEndOfEachScenarioThatIsForBoth) {
+TEST(BothPaths, ForwardAlikeAtTheEndOfEachScenarioForBothPaths) {
    unsigned both = 0;
    for (auto const& entry : std::filesystem::directory_iterator(examples / "scenarios")) {
       if (entry.path().extension() != ".jsonl") continue;

@@ -1,5 +1,5 @@
-// Whole inputs: the bundled captures against the snapshots that were taken while they were
-// recorded, snapshots, mixtures, time, and errors in their places.
+// Whole inputs: the bundled captures compared with the snapshots that were taken during the
+// recording, snapshots, mixed files, times, and the positions of errors.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -17,7 +17,7 @@ std::string example(std::string const& name) {
    return fs::exists(plain) ? plain : plain + ".gz";
 }
 
-// Applies all events of the reader's next `lines` lines; none may be malformed.
+// Applies the events of the reader up to line `lines`. No line may be malformed.
 void replay(CaptureReader& reader, CaptureState& state, std::uint64_t lines) {
    CaptureEvent event;
    while (reader.lines() < lines) {
@@ -45,14 +45,14 @@ std::vector<Mark> marksOf(std::string const& capture) {
 
 struct CaptureCase {
    char const* name;
-   char const* family;               // of the routes
-   std::vector<std::size_t> routes;  // at each mark
+   char const* family;               // the address family of the routes, "4" or "6"
+   std::vector<std::size_t> routes;  // the number of routes at each mark
    std::uint64_t lines;
-   char const* links;  // in the end
+   char const* links;  // the links at the end
    double seconds;
 };
 
-TEST(Capture, ReplayedToEachMarkIsTheTableThatWasReadThere) {
+TEST(Capture, AReplayUpToAMarkGivesTheTableOfTheSnapshotThere) {
    CaptureCase const cases[] = {
          {"churn", "4", {1178, 1147}, 14564, "pimreg up; rtr1 up; rtr5 up; ", 78.283122},
          {"ssm-scale", "4", {2400, 2131, 2400}, 18503, "pimreg up; ", 75.510456},
@@ -92,7 +92,7 @@ std::vector<std::string> read(std::vector<std::string> const& files) {
 
 using Texts = std::vector<std::string>;
 
-TEST(Snapshot, ReadsEveryFormOfATable) {
+TEST(Snapshot, EveryFormOfATableIsRead) {
    TempDir const dir;
    auto const table = [&dir](std::string_view text) { return read({dir.file("table", text)}); };
    EXPECT_EQ(table("[]\n"), Texts{"0 snapshot"});
@@ -103,7 +103,7 @@ TEST(Snapshot, ReadsEveryFormOfATable) {
                R"("239.1.1.3","iif":"unresolved","state":"unresolved","table":"10"}])"),
          Texts{"0 snapshot v4 default v4 10; set default (10.0.0.2, 239.1.1.2) iif=tapA "
                "oifs=pimreg,tapB; set 10 (*, 239.1.1.3) unresolved iif= oifs="});
-   // Pretty printed, sorted keys, keys and forms that do not matter.
+   // Pretty printed, with sorted keys, and with keys and values that are ignored.
    EXPECT_EQ(
          table("[\n  {\n  \"dst\": \"ff3e::1\",\n  \"flags\": [{\"oif\": [null]}, 1.5, true],\n"
                "  \"multipath\": [],\n  \"src\": \"::\",\n  \"table\": 254\n  },\n"
@@ -113,7 +113,7 @@ TEST(Snapshot, ReadsEveryFormOfATable) {
                "(2001:db8::1, ff3e::1) iif=a oifs="});
 }
 
-TEST(Snapshot, RefusesABadTableAsAWholeAndSaysWhere) {
+TEST(Snapshot, ABadTableIsRefusedAsAWholeWithLineAndReason) {
    TempDir const dir;
    std::string const good = R"({"src":"::","dst":"ff3e::1"})";
    std::tuple<std::string, int, std::string, std::string> const cases[] = {
@@ -131,7 +131,7 @@ TEST(Snapshot, RefusesABadTableAsAWholeAndSaysWhere) {
    }
 }
 
-TEST(Snapshot, ReplacesTheTablesItNamesAndLeavesTheOthersAlone) {
+TEST(Snapshot, ASnapshotReplacesTheTablesThatItContainsAndNoOthers) {
    CaptureState state;
    auto const apply = [&](std::string_view text) {
       SnapshotParser parser;
@@ -143,7 +143,7 @@ TEST(Snapshot, ReplacesTheTablesItNamesAndLeavesTheOthersAlone) {
    apply(R"([{"src":"10.0.0.2","dst":"239.1.1.1","iif":"a"},)"
          R"({"src":"10.0.0.2","dst":"239.1.1.2","table":"blue"}])");
    apply("[]");
-   // The route that is not listed any more goes; of two entries of one route the later counts.
+   // A route that the next snapshot does not list is removed. The later entry of one route counts.
    apply(R"([{"src":"10.0.0.2","dst":"239.1.1.3","state":"unresolved"},)"
          R"({"src":"10.0.0.2","dst":"239.1.1.3","iif":"a"}])");
    std::string table;
@@ -158,7 +158,7 @@ TEST(Snapshot, ReplacesTheTablesItNamesAndLeavesTheOthersAlone) {
 constexpr char route1[] = "(10.0.0.2,239.1.1.1) Iif: a Oifs: b State: resolved";
 constexpr char set1[] = "set default (10.0.0.2, 239.1.1.1) iif=a oifs=b";
 
-TEST(CaptureReader, CountsTimeFromStampToStampAndFromFileToFile) {
+TEST(CaptureReader, TimeAdvancesByTheDifferencesOfTheStampsAcrossFiles) {
    TempDir const dir;
    auto const at = [](char const* clock) {
       return "[2026-11-21T" + std::string(clock) + "] " + route1 + "\n";
@@ -178,13 +178,13 @@ TEST(CaptureReader, CountsTimeFromStampToStampAndFromFileToFile) {
    EXPECT_DOUBLE_EQ(reader.time(), 11.750001);
 }
 
-TEST(CaptureReader, DeliversErrorsInTheirPlacesAndGoesOnBehindThem) {
+TEST(CaptureReader, AnErrorIsReportedInItsPlaceAndReadingContinues) {
    TempDir const dir;
    std::string const route(route1);
    std::string const file = dir.file(
          "mixture", "# recorded by hand\n" + route + "\r\n" + "nonsense \x1b[1m\n" +
                           std::string("nul\0byte\n", 9) + std::string(70000, 'x') + "\n" +
-                          "[{\"src\":\"::\",\n" +  // cut off: the next line is a monitor's
+                          "[{\"src\":\"::\",\n" +  // truncated: the next line is of a monitor
                           route + "\n" + "[{\"src\":\"::\",\"dst\":\"ff3e::1\"}]\n" + route);
    std::string const missing = dir.path("missing");
    std::string const packed = dir.file("packed", gzip(route + "\n").substr(0, 40));
@@ -199,7 +199,7 @@ TEST(CaptureReader, DeliversErrorsInTheirPlacesAndGoesOnBehindThem) {
          "error " + file + ":4: the line has a NUL byte (column 4)\n    nul\\x00byte",
          "error " + file + ":5: the line is longer than 65536 bytes\n    " + std::string(200, 'x') +
                "...",
-         got[4],  // the JSON reader's words
+         got[4],  // has a text of the JSON library; see below
          std::string("0 ") + set1,
          "0 snapshot v6 default; set default (*, ff3e::1) iif= oifs=",
          std::string("0 ") + set1,

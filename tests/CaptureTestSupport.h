@@ -1,4 +1,4 @@
-// What the tests of the inputs share: events as text, files that vanish with the test, gzip.
+// The common part of the tests of the inputs: events as text, temporary files, and gzip.
 #pragma once
 
 #include <unistd.h>
@@ -47,8 +47,8 @@ inline std::string render(CaptureEvent const& event) {
    return std::visit([](auto const& e) { return render(e); }, event);
 }
 
-// Everything a reader delivers: events as render() shows them with their time in front, errors as
-// they are printed after the word "error".
+// All results of a reader: the time and the text of each event, and the word "error" and the text
+// of each error.
 inline std::vector<std::string> readAll(CaptureReader& reader) {
    std::vector<std::string> out;
    CaptureEvent event;
@@ -83,7 +83,8 @@ inline std::string gzip(std::string_view text) {
    return out;
 }
 
-// A directory for one test; its files are named by their paths in it.
+// A temporary directory for one test, removed by the destructor. Files are named by their paths in
+// the directory.
 class TempDir {
  public:
    TempDir() {

@@ -76,9 +76,12 @@ class Source : public Qor::Entity<Source> {
    void markDelAll() { mark_.delAll(*this); }
    Hashed const& left() const { return pair_.forward(); }
    Ordered const& right() const { return pair_.backward(); }
-   void pairIs(U32 key, U32 value) { pair_.is(*this, key, value); }
-   void pairDel(U32 key) { pair_.del(*this, key); }
-   void pairDelAll() { pair_.delAll(*this); }
+   void leftIs(U32 key, U32 value) { pair_.is(*this, key, value); }
+   void leftDel(U32 key) { pair_.del(*this, key); }
+   auto leftDel(PairColl::Iterator it) { return pair_.delAt(*this, it); }
+   void leftDelAll() { pair_.delAll(*this); }
+   void rightDel(U32 value) { pair_.delValue(*this, value); }
+   auto rightDel(PairColl::ValueIterator it) { return pair_.delValueAt(*this, it); }
 
  protected:
    void zeroReferencesIs(bool) override;
@@ -101,10 +104,8 @@ Qor::Type describeSource() {
    type.attribute<&Source::stamp, &Source::stampIs, &Source::Notifiee::onStamp>();
    type.collection<Source::ItemColl, Source, &Source::item, &Source::itemDel>();
    type.collection<Source::MarkColl, Source, &Source::mark, &Source::markDel>();
-   type.map<Source::Hashed, Source, &Source::left>();
-   type.told<&Source::Notifiee::onLeft, &Source::Notifiee::onLeftImmediate>();
-   type.map<Source::Ordered, Source, &Source::right>();
-   type.told<&Source::Notifiee::onRight, &Source::Notifiee::onRightImmediate>();
+   type.collection<Source::PairColl::ByKey, Source, &Source::left, &Source::leftDel>();
+   type.collection<Source::PairColl::ByValue, Source, &Source::right, &Source::rightDel>();
    return type;
 }
 Qor::TypeRegistration const sourceRegistered(describeSource);
@@ -399,7 +400,9 @@ class Play {
       U64 const id = ++ids_;
       Model& m = models_[id];
       m.keptByReactors = pick(2) != 0;
-      m.source = new Source(*this, id, m.keptByReactors);
+      auto const made = Qor::make<Source>(*this, id, m.keptByReactors);
+      m.source = made.get();
+      Held const held(*this, id);
       hold(slot, m.source);
    }
    // One that is not about to end; none if there is none.
@@ -439,21 +442,38 @@ class Play {
       std::vector<Event> events;
       auto const left = m.left.find(key);
       bool const there = left != m.left.end();
-      if (what == 0) {
-         if (!m.left.empty()) events = {{"left", {}}, {"right", {}}};
-         m.left.clear();
-         m.right.clear();
-         return deliver(
-               id, events, [&] { s.pairDelAll(); }, true);
-      }
-      if (what == 1) {
-         if (there) {
-            events = {{"left", key}, {"right", left->second}};
-            m.right.erase(left->second);
-            m.left.erase(left);
+      auto const erase = [&](U32 k) {
+         auto const pair = m.left.find(k);
+         if (pair == m.left.end()) return;
+         events = {{"left", k}, {"right", pair->second}};
+         m.right.erase(pair->second);
+         m.left.erase(pair);
+      };
+      auto const change = [&](auto const& act) { deliver(id, events, act, true); };
+      switch (what) {
+         case 0:
+            if (!m.left.empty()) events = {{"left", {}}, {"right", {}}};
+            m.left.clear();
+            m.right.clear();
+            return change([&] { s.leftDelAll(); });
+         case 1:
+            erase(key);
+            return change([&] { s.leftDel(key); });
+         case 2:
+            if (m.right.contains(value)) erase(m.right.at(value));
+            return change([&] { s.rightDel(value); });
+         case 3:
+         case 4: {
+            Held const held(*this, id);
+            if (m.left.empty()) return;
+            U32 const first = s.left().begin()->first, lowest = s.right().begin()->first;
+            erase(what == 3 ? first : m.right.at(lowest));
+            if (what == 3) return change([&] { s.leftDel(s.left().begin()); });
+            return change([&] {
+               auto const next = s.rightDel(s.right().begin());
+               EXPECT_TRUE(next == s.right().end() || next->first > lowest);
+            });
          }
-         return deliver(
-               id, events, [&] { s.pairDel(key); }, true);
       }
       if (!there || left->second != value) {
          if (auto const right = m.right.find(value); right != m.right.end()) {
@@ -469,8 +489,7 @@ class Play {
          m.left[key] = value;
          m.right[value] = key;
       }
-      deliver(
-            id, events, [&] { s.pairIs(key, value); }, true);
+      change([&] { s.leftIs(key, value); });
    }
    void change(U64 id) {
       if (deliveries_.size() >= 4) return;
@@ -483,7 +502,7 @@ class Play {
       auto const told = [](bool is, Event event) {
          return is ? std::vector<Event>{std::move(event)} : std::vector<Event>();
       };
-      switch (std::size_t const what = pick(17)) {
+      switch (pick(17)) {
          case 0:
          case 1: {
             bool const differs = std::exchange(m.label, value) != value;
@@ -519,7 +538,7 @@ class Play {
                   id, &Model::mark, "mark", [&]() -> auto& { return s.mark(); },
                   [&](auto it) { return s.markDel(it); });
          default:
-            return pairs(id, key, value, what - 14 + pick(3));
+            return pairs(id, key, value, pick(9));
       }
    }
 

@@ -1,4 +1,4 @@
-// Ports and internal vlans of interfaces, given out or fixed by a map file.
+// Ports and internal vlans of interfaces: assigned in order, or read from a map file.
 #include "agent/input/InterfaceMap.h"
 
 #include <gtest/gtest.h>
@@ -20,7 +20,7 @@ std::string intfOf(InterfaceMap& map, char const* name) {
    return render(map.intf(Lnet::IntfId(name)));
 }
 
-TEST(InterfaceMap, GivesNumbersInTheOrderOfFirstSight) {
+TEST(InterfaceMap, NumbersAreAssignedInTheOrderOfFirstUse) {
    InterfaceMap map;
    EXPECT_EQ(intfOf(map, "rtr7"), "rtr7:1:1006");
    EXPECT_EQ(intfOf(map, "pimreg"), "pimreg:0:1007:cpu");
@@ -33,7 +33,7 @@ TEST(InterfaceMap, GivesNumbersInTheOrderOfFirstSight) {
    EXPECT_EQ(map.byPort(0), nullptr);
 }
 
-TEST(InterfaceMap, UsesTheLowVlansLastAndThenSaysThatNoneIsLeft) {
+TEST(InterfaceMap, TheLowVlansAreAssignedLastAndThenTheMapIsFull) {
    InterfaceMap map;
    Intf const& first = map.intf(Lnet::IntfId("v0"));
    std::string last;
@@ -49,7 +49,7 @@ TEST(InterfaceMap, UsesTheLowVlansLastAndThenSaysThatNoneIsLeft) {
    EXPECT_EQ(intfOf(map, "v4093"), "v4093:4094:1005");
 }
 
-TEST(InterfaceMap, LeavesTheNumbersOfTheMapFileToItsNames) {
+TEST(InterfaceMap, TheNumbersOfTheMapFileAreReservedForItsInterfaces) {
    TempDir const dir;
    InterfaceMap map;
    ASSERT_EQ(map.load(dir.file("map",
@@ -63,7 +63,7 @@ TEST(InterfaceMap, LeavesTheNumbersOfTheMapFileToItsNames) {
    EXPECT_EQ(intfOf(map, "pimreg"), "pimreg:0:1006:cpu");
 }
 
-TEST(InterfaceMap, RefusesABadMapFileWithFileLineAndReasonAndStaysAsItWas) {
+TEST(InterfaceMap, ABadMapFileIsRefusedWithFileLineAndReasonAndChangesNothing) {
    TempDir const dir;
    InterfaceMap map;
    ASSERT_EQ(map.load(dir.file("good", "a port=1 vlan=1\n")), std::nullopt);

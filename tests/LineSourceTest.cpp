@@ -1,4 +1,4 @@
-// Lines out of files and pipes, plain and compressed, whole and damaged.
+// Reading lines from files and pipes: plain and compressed, complete and damaged.
 #include "agent/input/LineSource.h"
 
 #include <fcntl.h>
@@ -11,8 +11,9 @@ namespace {
 
 using Result = LineSource::Result;
 
-// "1:text|" for each line, with "+" for "|" behind a piece of a line that goes on, and the reason
-// of an error; long texts as their first byte and length.
+// All results of a source as one text: "1:text|" for a line, "1:text+" for a piece of a line that
+// continues, and the number and the reason of an error. A long text is abbreviated to its first
+// byte and its length.
 std::string all(LineSource& source) {
    std::string out;
    while (true) {
@@ -31,7 +32,7 @@ std::string linesOf(TempDir const& dir, std::string_view content) {
    return all(source);
 }
 
-TEST(LineSource, SplitsLinesOfEitherEndAndLosesNoByte) {
+TEST(LineSource, BothLineEndingsAreRecognizedAndNoByteIsLost) {
    TempDir const dir;
    using namespace std::string_view_literals;
    EXPECT_EQ(linesOf(dir, ""), "");
@@ -41,7 +42,7 @@ TEST(LineSource, SplitsLinesOfEitherEndAndLosesNoByte) {
    EXPECT_EQ(linesOf(dir, "\x1f"), "1:\x1f|");
 }
 
-TEST(LineSource, DeliversALongLineInPiecesAndCountsItOnce) {
+TEST(LineSource, ALongLineIsReturnedInPiecesWithOneLineNumber) {
    TempDir const dir;
    std::size_t const limit = LineSource::pieceLimit;
    auto const line = [](std::size_t size) { return std::string(size, 'x') + "\n"; };
@@ -54,7 +55,7 @@ TEST(LineSource, DeliversALongLineInPiecesAndCountsItOnce) {
    EXPECT_EQ(linesOf(dir, gzip(line(2 * limit))), "1:x*" + n + "+1:x*" + n + "|");
 }
 
-TEST(LineSource, ReadsGzipOfAnyNameAndTellsWhenItIsDamaged) {
+TEST(LineSource, GzipIsReadUnderAnyFileNameAndDamageIsReported) {
    TempDir const dir;
    std::string text;
    for (int i = 0; i < 20000; ++i)
@@ -76,9 +77,8 @@ TEST(LineSource, ReadsGzipOfAnyNameAndTellsWhenItIsDamaged) {
              "1:a|2:corrupt gzip data: incorrect header check");
 }
 
-// A pipe whose writer stays open: a source that wanted more than one line's bytes would wait for
-// ever here.
-TEST(LineSource, DeliversALineOfAPipeBeforeTheNextOneIsWritten) {
+// The writing end stays open, so a source that reads more than one line ahead would block here.
+TEST(LineSource, ALineOfAPipeIsReturnedBeforeTheNextLineIsWritten) {
    int ends[2];
    ASSERT_EQ(::pipe(ends), 0);
    LineSource source(ends[0], "pipe");

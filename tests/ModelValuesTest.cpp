@@ -175,6 +175,12 @@ TEST(ModelValues, PortVlanSetsHashAndPrintAlikeForEachOrderOfInsertion) {
       EXPECT_EQ(other, first);
       EXPECT_EQ(other.hash(), first.hash());
    } while (std::next_permutation(members.begin(), members.end()));
+   // A set that was moved from is another set, with a hash of its own.
+   PortVlanSet moved = std::move(first);
+   EXPECT_FALSE(first.hashSaved());
+   EXPECT_NE(first.hash(), moved.hash());
+   first = std::move(moved);
+   EXPECT_TRUE(first.hashSaved() && !moved.hashSaved());
 }
 
 // Checks the value's string representation, that both parsers return the value for it, and that an

@@ -1,5 +1,5 @@
-// One line of a monitor: what is accepted, what is refused and why. The lines are such as ip
-// prints, unless they show what it does not print.
+// The lines of a monitor: accepted lines, skipped lines, and refused lines with the reason. The
+// accepted lines have the format in which `ip monitor` prints.
 #include "agent/input/MonitorParser.h"
 
 #include <gtest/gtest.h>
@@ -13,7 +13,7 @@ namespace {
 
 struct LineCase {
    std::string_view line;
-   std::string_view expected;  // the event, or the reason
+   std::string_view expected;  // the text of the event, or the reason of the refusal
 };
 
 // clang-format off
@@ -22,15 +22,15 @@ constexpr LineCase acceptedRoutes[] = {
     "del default (*, 239.10.0.7) iif= oifs=pimreg,rtr3,rtr4"},
    {"[2026-11-21T03:17:32.968032] (2001:db8::2,ff1e:30:2001:db8::2) Iif: rtr0       Oifs: rtr4 rtr10  State: resolved",
     "set default (2001:db8::2, ff1e:30:2001:db8::2) iif=rtr0 oifs=rtr4,rtr10"},
-   // Thresholds, statistics, offload, odd but legal names, embedded IPv4.
+   // Thresholds, statistics, offload, unusual but valid names, embedded IPv4.
    {"(10.0.0.2,239.1.1.2) Iif: a Oifs: b(ttl 255)  State: resolved\\  7 packets, 900 bytes, 3 arrived on wrong iif., Age 1.45 Table: blue",
     "set blue (10.0.0.2, 239.1.1.2) iif=a oifs=b"},
    {"(::ffff:10.0.0.2,ff3e::102:304)  Iif: x@y        State: resolved, offload\\  0 packets, 0 bytes Table: main",
     "set default (::ffff:10.0.0.2, ff3e::102:304) iif=x@y oifs="},
-   // Tables: each family has another one for the routes of the VRF default.
+   // Tables: the VRF default is another table in each family.
    {"(10.0.0.2,239.1.1.1) Iif: a State: resolved Table: main", "set main (10.0.0.2, 239.1.1.1) iif=a oifs="},
    {"(::,ff3e::2) Iif: a State: resolved Table: default", "set 253 (*, ff3e::2) iif=a oifs="},
-   // Labels and namespaces; blanks.
+   // Labels, namespaces and blanks.
    {"[2026-11-21T08:05:24.208703] [nsid current][MROUTE](::,ff3e::2) Iif: a State: resolved", "set default (*, ff3e::2) iif=a oifs="},
    {"  \t(::,ff3e::2)Iif:\ta   Oifs:  b  b   State:  resolved   Table:   10  ", "set 10 (*, ff3e::2) iif=a oifs=b,b"},
 };
@@ -44,7 +44,7 @@ constexpr LineCase acceptedLinks[] = {
     "del 3 tapB notPresent"},
    {"[LINK]3: a: <UP,LOWER_UP> mtu 1500 xdpgeneric/id:4 qdisc q master br0 state UP mode DEFAULT group default qlen 1000 event FEATURE CHANGE \\ link/ether x \377",
     "link 3 a up adminUp"},
-   {"Deleted 3: a: <UP,LOWER_UP> mtu 1500 master br0 state UP \\    link/ether", "link 3 a up adminUp"},  // leaves its bridge
+   {"Deleted 3: a: <UP,LOWER_UP> mtu 1500 master br0 state UP \\    link/ether", "link 3 a up adminUp"},  // the link leaves its bridge
    {"3: a@b@if9: <> mtu 9 \\ link/ether", "link 3 a@b down"},
    {"3: a: <UP,M-DOWN> state LOWERLAYERDOWN \\ link/ether", "link 3 a lowerLayerDown adminUp"},
 };
@@ -56,7 +56,7 @@ constexpr std::string_view skippedLines[] = {
    "[2026-11-21T08:05:24.208703] [nsid 3][MROUTE](::,ff3e::2) Iif: a State: resolved"};
 
 constexpr LineCase refusedLines[] = {
-   // The frame of a line.
+   // The beginning of a line.
    {"Timestamp: Sat Nov 21 08:05:24 2026 205633 usec", "a time stamp in the long form of `ip -t`; record with `ip -ts` (column 1)"},
    {"    link/ether ba:60:69:7a:61:74", "the continuation of a line; record with `ip -o` (column 5)"},
    {"[2026-11-21T03:13:25.2079] (::,ff3e::2)", "bad time stamp, not [YYYY-MM-DDTHH:MM:SS.ffffff] (column 26)"},
@@ -82,9 +82,9 @@ std::string parsed(MonitorParser& parser, std::string_view line, CaptureEvent& e
    }
 }
 
-TEST(MonitorParser, ReadsEveryFormOfARouteAndOfALink) {
+TEST(MonitorParser, EveryFormOfARouteAndOfALinkIsRead) {
    MonitorParser parser;
-   CaptureEvent event;  // one for all, as the reader does it: nothing may be left over in it
+   CaptureEvent event;  // reused for all lines as in the reader: no value may remain in it
    for (auto const& c : acceptedRoutes) {
       EXPECT_EQ(parsed(parser, c.line, event), c.expected);
       EXPECT_EQ(parsed(parser, acceptedLinks[0].line, event), acceptedLinks[0].expected);
@@ -93,7 +93,7 @@ TEST(MonitorParser, ReadsEveryFormOfARouteAndOfALink) {
       EXPECT_EQ(parsed(parser, c.line, event), c.expected);
 }
 
-TEST(MonitorParser, SkipsWhatIsClearlySomethingElseAndRefusesTheRestWithReasonAndColumn) {
+TEST(MonitorParser, LinesOfOtherKindsAreSkippedAndBadLinesAreRefusedWithReasonAndColumn) {
    MonitorParser parser;
    CaptureEvent event;
    for (auto const line : skippedLines)
@@ -106,7 +106,7 @@ TEST(MonitorParser, SkipsWhatIsClearlySomethingElseAndRefusesTheRestWithReasonAn
                    "...\": VrfName::bytes > 100 not allowed (column 44)");
 }
 
-TEST(MonitorParser, TakesTheStampAsCoordinatedUniversalTime) {
+TEST(MonitorParser, ATimeStampIsCoordinatedUniversalTime) {
    MonitorParser parser;
    CaptureEvent event;
    auto const stampOf = [&](std::string const& stamp) {

@@ -1,4 +1,5 @@
 // Trace, ring trace, log and string representations.
+#include <algorithm>
 #include <bit>
 #include <limits>
 #include <random>
@@ -32,7 +33,7 @@ class QorDiagnostics : public testSupport::OnVirtualTime,
    void log(Qor::LogMessage const& message, String const& text) override {
       lines.push_back(message.name + (": " + text));
    }
-   static String blipText() { return Qor::blip().text(); }
+   static String blipText(std::size_t back = 0) { return Qor::blip().text(back); }
 
    std::vector<String> lines;
 };
@@ -40,9 +41,9 @@ class QorDiagnostics : public testSupport::OnVirtualTime,
 TEST_F(QorDiagnostics, TraceEvaluatesOnlyStatementsOfEnabledLevels) {
    Qor::TraceHandle& handle = Qor::traceHandle("QorTest");
    int evaluations = 0;
-   auto const traceAll = [&] {
+   auto const traceAll = [&, function = __func__] {
       for (unsigned level = 0; level <= Qor::TraceHandle::maxLevel; ++level)
-         QOR_TRACE(handle, "QorTestSm", level, "n " << ++evaluations << ' ' << true);
+         QOR_TRACE_IN(handle, "QorTestSm", function, level, "n " << ++evaluations << ' ' << true);
    };
    traceAll();
    EXPECT_EQ(evaluations, 0);
@@ -52,7 +53,7 @@ TEST_F(QorDiagnostics, TraceEvaluatesOnlyStatementsOfEnabledLevels) {
    EXPECT_EQ(evaluations, 2);
    ASSERT_EQ(lines.size(), 2u);
    EXPECT_TRUE(lines[1].starts_with("1.500000 QorTest 1 QorTestSm:")) << lines[1];
-   EXPECT_TRUE(lines[1].ends_with(" operator() n 2 1")) << lines[1];
+   EXPECT_TRUE(lines[1].ends_with(" TestBody n 2 1")) << lines[1];
 }
 
 TEST_F(QorDiagnostics, TraceSettingsMatchByGlobAndTheLatestWins) {
@@ -82,12 +83,45 @@ std::ostream& operator<<(std::ostream& os, OnlyWithNumber const& v) {
 TEST_F(QorDiagnostics, BlipPrintsEachKindOfArgument) {
    QOR_BLIP(1, "S", "%s %s %s|%s%s", 42u, -1.5, OnlyWithNumber(7), 'c', "text");
    EXPECT_EQ(blipText(), "42 -1.5 #7|ctext");
-   String text(100, 'x');
-   QOR_BLIP(1, "S", "%s.", text);
-   text = "changed later";
-   EXPECT_EQ(blipText(), String(64, 'x') + ".");
-   QOR_BLIP(1, "S", "%s %s %s;", String(60, 'a'), String(60, 'b'), 1);
-   EXPECT_EQ(blipText(), String(60, 'a') + " ... ...;") << "a later argument does not move up";
+   // Texts share the room that other arguments leave of 512 bytes. A cut text ends with dots.
+   String text(508, 'x');
+   QOR_BLIP(1, "S", "%s %s.", text, 1);
+   text.assign(509, 'y');
+   EXPECT_EQ(blipText(), String(508, 'x') + " 1.");
+   QOR_BLIP(1, "S", "%s %s.", text, 1);
+   EXPECT_EQ(blipText(), String(508, 'y') + "... 1.");
+   QOR_BLIP(1, "S", "%s %s %s", String(300, 'a'), "", String(300, 'b'));
+   EXPECT_EQ(blipText(), String(212, 'a') + "...  " + String(300, 'b'));
+   QOR_BLIP(1, "S", "%s %s", String(300, 'a'), String(1000, 'b'));
+   EXPECT_EQ(blipText(), String(256, 'a') + "... " + String(256, 'b') + "...");
+}
+
+TEST_F(QorDiagnostics, TheRingKeepsTheLatestEventsOfAllSizesWhole) {
+   constexpr std::size_t capacity = Qor::BlipRing::capacity, rounds = 2 * capacity;
+   std::vector<String> written;  // each as the ring is to show it
+   std::mt19937 random(5);
+   for (std::size_t const longest : {500u, 0u, 500u}) {
+      for (std::size_t n = 1; n <= rounds; ++n) {
+         String const text(longest ? random() % longest : 0, static_cast<char>('a' + n % 26));
+         QOR_BLIP(1, "S", "event %s %s", text, n);
+         written.push_back("event " + text + ' ' + std::to_string(n));
+         if (random() % 1000 && n != rounds) continue;
+         std::size_t kept = 0;
+         while (kept < written.size() && blipText(kept) == written[written.size() - 1 - kept])
+            ++kept;
+         EXPECT_GE(kept, std::min(written.size(), capacity / 10));
+         for (std::size_t const gone : {kept, kept + 1, kept + 100, written.size()})
+            EXPECT_EQ(blipText(gone), "") << gone;
+         std::ostringstream dump;
+         Qor::blip().dump(dump);
+         String const all = dump.str();
+         EXPECT_EQ(std::count(all.begin(), all.end(), '\n'), static_cast<long>(kept));
+         EXPECT_TRUE(all.ends_with(' ' + written.back() + '\n'));
+      }
+      EXPECT_EQ(blipText(capacity - 1) == written[written.size() - capacity], !longest);
+   }
+   Qor::blip().clear();
+   EXPECT_EQ(blipText(), "");
 }
 
 Qor::LogMessage const plain{"PLAIN", 4,  "", "%ds instead of the %ds", Qor::noActionRequired,

@@ -6,9 +6,13 @@
 #include <functional>
 #include <memory>
 #include <set>
+#include <stdexcept>
 #include <vector>
 
+#include "MrouteLib/OifSet.h"
 #include "Qor/Entity.h"
+#include "Qor/OrderedMap.h"
+#include "TestSupport.h"
 
 namespace {
 
@@ -45,7 +49,8 @@ class QorPtr : public testing::Test {
 
 TEST_F(QorPtr, HandlerOfTheLastReferenceMayUseTemporariesAndStoreTheObject) {
    Ptr<Object> stored;
-   Object* const raw = new Object;
+   auto object = Qor::make<Object>();
+   Object* const raw = object.get();
    raw->onZero = [&] {
       for (int i = 0; i < 3; ++i) {
          Ptr<Object> const temporary(raw);
@@ -53,7 +58,7 @@ TEST_F(QorPtr, HandlerOfTheLastReferenceMayUseTemporariesAndStoreTheObject) {
       }
       if (raw->losses < 3) stored = Ptr<Object>(raw);
    };
-   { Ptr<Object> const object(raw); }
+   object = nullptr;
    for (int losses = 1; losses < 3; ++losses) {
       ASSERT_EQ(stored.get(), raw);
       EXPECT_EQ(raw->references(), 1u);
@@ -61,6 +66,42 @@ TEST_F(QorPtr, HandlerOfTheLastReferenceMayUseTemporariesAndStoreTheObject) {
       stored = nullptr;
    }
    EXPECT_TRUE(Object::alive.empty());
+}
+
+// Only make() may.
+template <class T>
+concept MadeByNew = requires {
+   new T();
+};
+static_assert(!MadeByNew<Object> && !MadeByNew<MrouteLib::MrouteTableColl>);
+
+// Refers to itself during its construction, as hooks do that it calls; on request it keeps a reference.
+class Referred final : public Object {
+ public:
+   explicit Referred(Ptr<Referred>* keep, bool fails = false) {
+      { auto const self = hold(); }
+      { Ptr<Referred> const other(this); }
+      EXPECT_EQ(losses, 0);
+      if (keep) *keep = this;
+      if (fails) throw std::runtime_error("no");
+   }
+};
+
+TEST_F(QorPtr, AnObjectIsHeldByItsMakerWhileItIsMade) {
+   auto object = Qor::make<Referred>(nullptr);
+   EXPECT_EQ(object->references(), 1u);
+   Ptr<Referred> kept;
+   object = Qor::make<Referred>(&kept);
+   EXPECT_EQ(object, kept);
+   EXPECT_EQ(object->references(), 2u);
+   EXPECT_THROW(Qor::make<Referred>(nullptr, true), std::runtime_error);
+   EXPECT_DEATH(
+         try { Qor::make<Referred>(&kept, true); } catch (std::exception const&){},
+         "Assertion `references_ == 1' failed");
+   // Storage is a maker, too.
+   Referred member(nullptr);
+   { Ptr<Referred> const reference(&member); }
+   EXPECT_EQ(member.losses, 0);
 }
 
 TEST_F(QorPtr, AssignmentShowsTheNewObjectToTheHandlerOfTheOldAndMayBeReentered) {
@@ -143,6 +184,28 @@ TEST_F(QorPtr, ObjectHeldByNotifieesMayBeReferencedAgainAndDiesWhenTheLastOneLea
       EXPECT_EQ(history, (History{"lost", "lost", "lost", "deleted"}));
    }
 }
+
+#ifdef QOR_ADDRESS_SANITIZER
+class Recycled final : public Qor::RefCounted, public Qor::Pooled {
+ public:
+   int content = 7;
+};
+
+TEST_F(QorPtr, TheSanitizerSeesAUseOfMemoryThatWaitsInAPool) {
+   testSupport::ReusedMemory const reused;
+   auto object = Qor::make<Recycled>();
+   Recycled* const address = object.get();
+   object = nullptr;
+   EXPECT_DEATH(address->content = 8, "use-after-poison");
+   object = Qor::make<Recycled>();
+   EXPECT_EQ(object.get(), address);
+   EXPECT_EQ(address->content, 7);
+   Qor::OrderedMap<int, int> map;
+   int* const value = &map.insert(1, 2).first->second;
+   map.take(1);
+   EXPECT_DEATH(*value = 3, "use-after-poison");
+}
+#endif
 
 TEST_F(QorPtr, ValidPtrIsNeverNull) {
    Qor::ValidPtr<Object> valid(Qor::make<Object>());

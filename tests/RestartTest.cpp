@@ -1,5 +1,5 @@
-// Restarts of the agent on both paths: random routes, crashes at any moment, and replays in any
-// order of what did not change and of what did.
+// Restarts of the agent on both paths: random routes, crashes at any time, and replays of unchanged
+// and of changed routes in any order.
 #include <gtest/gtest.h>
 
 #include <random>
@@ -30,7 +30,7 @@ class Life {
    unsigned upTo(unsigned n) { return static_cast<unsigned>(random_() % n); }
    void run(double seconds) { simulated_.activity().runUntil(Qor::now() + seconds); }
 
-   // Wants route number `i` in some way, or not at all.
+   // Announces route number `i` with random properties, or withdraws the route.
    void change(unsigned i) {
       Route route;
       route.vrf = L3::VrfName(i % 5 == 0 ? "red" : "default");
@@ -54,7 +54,7 @@ class Life {
       target_.routeIs(route);
    }
 
-   // Where a packet of each route comes out that is in hardware and was not touched since.
+   // The outputs of a packet of each wanted route, by route number, without the touched routes.
    std::map<unsigned, std::map<std::string, unsigned>> outputs() {
       std::map<unsigned, std::map<std::string, unsigned>> out;
       for (auto const& [i, route] : wanted_) {
@@ -65,8 +65,8 @@ class Life {
       }
       return out;
    }
-   // From now on only what is in hardware is looked at.
-   void settled() {
+   // Marks exactly those routes as touched that are not in hardware.
+   void leaveOutRoutesWithoutHardware() {
       touched_.clear();
       for (auto const& [i, route] : wanted_) {
          if (target_.route(route.vrf, route.key).state != "inHardware") touched_.insert(i);
@@ -82,8 +82,8 @@ class Life {
       options.applied = upTo(5);
       return options;
    }
-   // Forgets some of the routes for good.
-   void tellOnlySome(RestartOptions& options) {
+   // Leaves some of the routes out of the replay for good.
+   void replayOnlySome(RestartOptions& options) {
       auto& only = options.only.emplace();
       for (auto it = wanted_.begin(); it != wanted_.end();) {
          if (upTo(4) == 0) {
@@ -107,7 +107,7 @@ class Life {
       EXPECT_EQ(target_.check(), Texts());
       EXPECT_EQ(target_.value(Scenario::State::wanted), wanted_.size());
    }
-   // With room for all of it.
+   // On a chip with room for all routes.
    void expectComplete() {
       EXPECT_EQ(target_.value(Scenario::State::inHardware), wanted_.size());
       std::size_t entries = wanted_.size();
@@ -148,10 +148,10 @@ void forManySeeds(Body const& body) {
    }
 }
 
-TEST(Restart, AnUnchangedReplayInAnyOrderWritesNothingAndNoPacketNotices) {
+TEST(Restart, AnUnchangedReplayInAnyOrderWritesNothingAndLosesNoPacket) {
    forManySeeds([](Life& life, bool room) {
       auto const before = life.writes();
-      life.settled();
+      life.leaveOutRoutesWithoutHardware();
       auto const outputs = life.outputs();
       for (unsigned restarts = 0; restarts < 3; ++restarts) {
          life.simulated().restart(life.options());
@@ -161,27 +161,27 @@ TEST(Restart, AnUnchangedReplayInAnyOrderWritesNothingAndNoPacketNotices) {
          }
       }
       life.run(1);
-      // Without room, who waits may get an entry now that others waited for before.
+      // On a full chip another one of the waiting routes may get the entry that became free.
       EXPECT_TRUE(!room || life.writes() == before);
       EXPECT_EQ(life.outputs(), outputs);
       life.expectSound();
    });
 }
 
-TEST(Restart, WhatChangesMeanwhileIsWrittenAndNothingElseIsLeftOnTheChip) {
+TEST(Restart, ChangesDuringARestartAreWrittenAndTheChipKeepsNoUnwantedEntries) {
    forManySeeds([](Life& life, bool room) {
-      bool const faulty = life.upTo(3) == 0;  // some routes are given up then
+      bool const faulty = life.upTo(3) == 0;  // with failed writes some routes are given up
       for (unsigned restarts = 0; restarts < 3; ++restarts) {
          life.run(0.05);
-         // What changed before a restart may have its old entries until the end of the recovery.
+         // A route that changed during an earlier replay may keep old entries until its end.
          bool const stable = room && !life.simulated().recovering();
-         life.settled();
+         life.leaveOutRoutesWithoutHardware();
          auto outputs = life.outputs();
          for (unsigned changes = 12; changes > 0; --changes)
             life.change(life.upTo(40));
-         life.run(0.01 * life.upTo(8));  // writes may be under way
+         life.run(0.01 * life.upTo(8));  // not always enough for all writes
          RestartOptions options = life.options();
-         if (life.upTo(2)) life.tellOnlySome(options);
+         if (life.upTo(2)) life.replayOnlySome(options);
          life.simulated().path().faults().rateIs(Sim::WriteKind::routePoint, faulty ? 0.2 : 0);
          life.simulated().restart(options);
          for (unsigned steps = life.upTo(12); steps > 0; --steps) {
@@ -197,8 +197,8 @@ TEST(Restart, WhatChangesMeanwhileIsWrittenAndNothingElseIsLeftOnTheChip) {
    });
 }
 
-// A route gets the outputs of another one during the replay, on a full chip, and its input fails
-// before that other one is told again.
+// Routes with backups on a synchronous chip whose replication table is full. Routes are replayed
+// only 5 s after a restart, so that a test can change other routes before.
 class FullChip {
  public:
    explicit FullChip(Qor::U32 groups)
@@ -214,7 +214,7 @@ class FullChip {
       route.backup = {Lnet::IntfId(backup)};
       target_.routeIs(route);
    }
-   void wantNot(unsigned i) { target_.routeDel(L3::VrfName("default"), key(i)); }
+   void withdraw(unsigned i) { target_.routeDel(L3::VrfName("default"), key(i)); }
    void run(double seconds) { simulated_.activity().runUntil(Qor::now() + seconds); }
    void restart() {
       RestartOptions options;
@@ -252,18 +252,19 @@ class FullChip {
    SimulatedTarget target_{simulated_, nullptr, true};
 };
 
-TEST(Restart, AFailureOfOneRouteDisturbsAnotherOnlyWhereNoGroupIsLeftAndThatIsExplained) {
+// During the replay route 2 gets the outputs of route 1, and then the input of route 2 fails.
+TEST(Restart, AFailureOfOneRouteReroutesAnotherOnlyIfNoGroupIsAvailableAndIsExplained) {
    auto const intf = [](char const* name) { return Lnet::IntfId(name); };
-   enum { aZombieIsLeft, itsOwnGroupIsRewritten, theyShare };
-   for (auto const how : {aZombieIsLeft, itsOwnGroupIsRewritten, theyShare}) {
+   enum { aZombieIsDeleted, itsOwnGroupIsRewritten, theyShare };
+   for (auto const how : {aZombieIsDeleted, itsOwnGroupIsRewritten, theyShare}) {
       SCOPED_TRACE(how);
-      FullChip chip(how == aZombieIsLeft ? 3 : 2);
+      FullChip chip(how == aZombieIsDeleted ? 3 : 2);
       chip.want(1, "a", {intf("x"), intf("y")}, "p");
       chip.want(2, "b", {intf("z")}, "q");
       if (how != itsOwnGroupIsRewritten)
          chip.want(3, "b", {intf("z")}, how == theyShare ? "q" : "r");
       chip.run(1);
-      if (how == aZombieIsLeft) chip.wantNot(3);
+      if (how == aZombieIsDeleted) chip.withdraw(3);
       chip.run(1);
       chip.restart();
       chip.want(2, "b", {intf("x"), intf("y")}, "q");
@@ -285,7 +286,7 @@ TEST(Restart, AFailureOfOneRouteDisturbsAnotherOnlyWhereNoGroupIsLeftAndThatIsEx
       expectText(1,
                  "until then its found entry forwards by group 0, which is also the group of "
                  "(10.0.0.2, 239.1.1.2)\n");
-      if (how == theyShare) chip.wantNot(3);
+      if (how == theyShare) chip.withdraw(3);
       chip.run(10);
       EXPECT_EQ(chip.outputs(1, "a"), "x y ");
       EXPECT_EQ(chip.explain(1).find("found entr"), std::string::npos);

@@ -1,9 +1,8 @@
-// The bench of the route programmers: one of either path on a simulated chip, in virtual time, with
-// what is wanted of it.
+// The bench of the route programmers: the route programmer of either path on a simulated chip, in
+// virtual time, and the wanted routes.
 #pragma once
 
-#include <algorithm>
-#include <cstdio>
+#include <array>
 #include <map>
 #include <optional>
 #include <sstream>
@@ -35,7 +34,7 @@ struct VirtualTime {
          Qor::make<Qor::ActivityManager>(Qor::ActivityManager::TimeBase::virtualTime);
 };
 
-// What a bench is made of on each path.
+// The parts of a bench that differ between the paths.
 struct AsyncSide {
    using Platform = Sim::AsyncPlatform;
    using Switch = Vel::Mroute::AsyncMrouteSwitch;
@@ -71,9 +70,9 @@ struct SyncSide {
    Qor::Ptr<Switch> mrouteSwitch;
 };
 
-// The routing side of one test. Route n is (10.0.0.1, 239.0.0.n) in the VRF default, and 100 + n is
-// the same in the VRF red. The bench remembers what is wanted, and whenever all is settled, it sees
-// to it that the chip forwards that or nothing.
+// The routing layer of one test. Route n is (10.0.0.1, 239.0.0.n) in the VRF default, and route 100
+// + n has the same key in the VRF red. The bench keeps the wanted routes. drain() checks that the
+// chip forwards each of them as wanted, or not at all.
 template <class Side>
 class BenchOn : public VirtualTime, public Side {
  public:
@@ -81,7 +80,7 @@ class BenchOn : public VirtualTime, public Side {
    using Side::platform;
 
    struct Wish {
-      std::string oifs;  // as digits: "23" is et2 and et3
+      std::string oifs;  // "et2 et3"
       unsigned vlan;
    };
 
@@ -96,7 +95,7 @@ class BenchOn : public VirtualTime, public Side {
 
    static L3::VrfName vrfOf(unsigned n) { return L3::VrfName(n < 100 ? "default" : "red"); }
    static IpGenRouteKey keyOf(unsigned n) { return testSupport::key(n % 100); }
-   // Makes the VRF of the routes from n on known.
+   // Announces the VRF of the routes from number n on.
    void vrfIs(unsigned n) {
       Side::vrfIs(vrfOf(n), Vel::VrfId(n));
       programmer->vrfReady(vrfOf(n));
@@ -106,8 +105,9 @@ class BenchOn : public VirtualTime, public Side {
       w.acceptingIntfId = et(vlan);
       w.acceptingVlan = Bridging::VlanIdOrNone(Qor::U64{vlan});
       w.set.typeIs(RouteKeyType::routed);
-      for (char const c : oifs)
-         w.set.newPortVlan(MrouteLib::PortVlan(et(static_cast<unsigned>(c - '0'))), true);
+      std::istringstream in(oifs);
+      for (std::string oif; in >> oif;)
+         w.set.newPortVlan(MrouteLib::PortVlan(Lnet::IntfId(oif)), true);
       return w;
    }
    void set(unsigned n, WantedRoute const& w) { programmer->routeIs(vrfOf(n), keyOf(n), w); }
@@ -122,17 +122,17 @@ class BenchOn : public VirtualTime, public Side {
    RouteProgrammer::Route const* route(unsigned n) const {
       return programmer->route(vrfOf(n), keyOf(n));
    }
-   // Who gets the packets of route n: "23"; or why nobody does.
+   // The receivers of a packet of route n, as "et2 et3", or the result without receivers.
    std::string receivers(unsigned n, unsigned vlan = 1) {
       auto const out = chip->forward({n / 100 * 100, keyOf(n).source().address(),
                                       keyOf(n).group().address(), Bridging::VlanIdOrNone(vlan)});
       std::ostringstream os;
       if (out.result != Sim::Forwarding::forwarded) os << out.result;
       for (MrouteLib::PortVlan const& copy : out.copies)
-         os << copy.intfId().name().substr(2);
+         os << (copy == out.copies.front() ? "" : " ") << copy.intfId();
       return os.str();
    }
-   // Until all is done but that those who wait for room are asked again, time after time.
+   // Runs until only the periodic retries of waiting routes remain.
    void pass() {
       for (double const end = Qor::now() + 6; time->nextDeadline() < end;)
          time->runUntil(time->nextDeadline());
@@ -155,32 +155,46 @@ class BenchOn : public VirtualTime, public Side {
       EXPECT_EQ(chip->routes().size(), inHardware);
       EXPECT_EQ(hwStatus->routes(), inHardware + others);
    }
-   // The chip writes since the last call: groups created and deleted / routes created, pointed and
-   // deleted.
+   // The chip's writes since the last call, as "1 groupCreate, 2 routePoint", or "none".
    std::string writes() {
-      std::string text;
-      for (auto const kind :
-           {WriteKind::groupCreate, WriteKind::groupDelete, WriteKind::routeCreate,
-            WriteKind::routePoint, WriteKind::routeDelete}) {
-         Qor::U64 const before = std::exchange(counted_[kind], chip->writes(kind));
-         text += (kind == WriteKind::routeCreate ? "/" : "") +
-                 std::to_string(counted_[kind] - before);
+      std::ostringstream text;
+      for (std::size_t i = 0; i < Sim::writeKinds; ++i) {
+         auto const kind = static_cast<WriteKind>(i);
+         Qor::U64 const before = std::exchange(counted_[i], chip->writes(kind));
+         if (counted_[i] == before) continue;
+         text << (text.tellp() > 0 ? ", " : "") << counted_[i] - before << ' ' << kind;
       }
-      return text;
+      return text.tellp() > 0 ? text.str() : "none";
    }
-   // Sets and withdraws routes in one pass, and lets everything settle: "1=23 2=4@2 -3" gives route
-   // 1 two outputs and route 2 another vlan, and takes 3 away; "purge" the zombies.
+   // The numbers of the wanted routes by state, as "inHardware 1 2; waitingGroup 3".
+   std::string states() const {
+      std::map<State, std::string> numbers;
+      for (auto const& [n, wish] : wishes)
+         numbers[route(n)->state()] += ' ' + std::to_string(n);
+      std::ostringstream text;
+      for (auto const& [state, list] : numbers)
+         text << (text.tellp() > 0 ? "; " : "") << state << list;
+      return text.str();
+   }
+   // Makes changes in one pass and lets everything settle. The changes are separated by semicolons:
+   // "1 to et2 et3", "2 to et4 in vlan 2", "withdraw 3", "purge zombies".
    void now(std::string const& changes) {
-      std::istringstream in(changes);
-      for (std::string word; in >> word;) {
+      std::istringstream all(changes);
+      for (std::string change; std::getline(all, change, ';');) {
+         std::istringstream in(change);
+         std::string word, oifs;
          unsigned n = 0, vlan = 1;
-         char oifs[16] = "";
+         in >> word;
          if (word == "purge") {
             mrouteSwitch->zombieOifSetDelAll();
-         } else if (std::sscanf(word.c_str(), "-%u", &n) == 1) {
+         } else if (word == "withdraw") {
+            in >> n;
             del(n);
          } else {
-            EXPECT_GT(std::sscanf(word.c_str(), "%u=%15[0-9]@%u", &n, oifs, &vlan), 1);
+            n = static_cast<unsigned>(std::stoul(word));
+            for (in >> word; in >> word && word != "in";)
+               oifs += (oifs.empty() ? "" : " ") + word;
+            if (word == "in") in >> word >> vlan;
             set(n, oifs, vlan);
          }
       }
@@ -188,26 +202,21 @@ class BenchOn : public VirtualTime, public Side {
    }
 
    struct Step {
-      char const* changes;
-      // The first letters of the states of routes 1 and on, waiting ones by what they wait for:
-      // "hhge-f"; "-" for a route that is not wanted.
-      std::string states;
-      char const* writes;
+      char const* changes;  // as for now()
+      char const* states;   // as of states(), after the changes
+      char const* writes;   // as of writes()
    };
    void play(std::initializer_list<Step> const& steps) {
       for (Step const& step : steps) {
          SCOPED_TRACE(step.changes);
          now(step.changes);
-         std::string states;
-         for (unsigned n = 1; n <= step.states.size(); ++n)
-            states += route(n) ? "mphgebvf"[static_cast<unsigned>(route(n)->state())] : '-';
-         EXPECT_EQ(states, step.states);
+         EXPECT_EQ(states(), step.states);
          EXPECT_EQ(writes(), step.writes);
       }
    }
 
    std::map<unsigned, Wish> wishes;
-   unsigned others = 0;  // in hardware beside the wishes, without an entry
+   unsigned others = 0;  // the number of further routes in hardware, which have no entry
    Qor::Ptr<Sim::Chip> const chip;
    Qor::Ptr<Hw::Status> const hwStatus;
    std::unique_ptr<typename Side::Programmer> programmer =
@@ -215,7 +224,7 @@ class BenchOn : public VirtualTime, public Side {
                mrouteSwitch, Qor::make<MrouteLib::MrouteTableColl>(), hwStatus);
 
  private:
-   std::map<WriteKind, Qor::U64> counted_;
+   std::array<Qor::U64, Sim::writeKinds> counted_{};
 };
 
 }  // namespace Agent

@@ -1,5 +1,5 @@
-// `velmroute run` as a whole: the bundled captures through the simulated switch, the check of what
-// it forwards, and the program itself.
+// `velmroute run`: replays of the bundled captures on the simulated switch, the check of the
+// forwarding, and the program as a whole.
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -21,8 +21,9 @@ using Strings = std::vector<std::string>;
 
 std::string const captures = std::string(VELMROUTE_EXAMPLES) + "/captures/";
 
-// Two routes and a link; the source of the second has a route of its own and one for all sources.
-constexpr char twoRoutes[] =
+// A link and four routes. The second group has a (*,G) and an (S,G) route, and the route of the
+// third group has no outputs.
+constexpr char fourRoutes[] =
       "[2026-07-30T10:00:00.000000] 7: rtr9: <UP> mtu 1500 state UP group default \\ link/ether\n"
       "[2026-07-30T10:00:01.000000] (10.0.0.2,239.1.1.1) Iif: rtr0 Oifs: rtr1 rtr2 State: resolved"
       " Table: default\n"
@@ -52,7 +53,7 @@ struct Replay {
    CaptureState capture;
 };
 
-TEST(Run, EveryBundledCaptureIsForwardedAsItSaysOnChipsOfAllSizes) {
+TEST(Run, EachBundledCaptureIsForwardedAsRecordedOnChipsOfAllSizes) {
    Sim::ChipConfig const chips[] = {
          {}, {8192, 32768, 0, 0.5}, {8192, 32768, 0, 0}, {40, 32768, 0, 0.001}, {90, 300, 0, 0.02}};
    std::vector<Strings> inputs;
@@ -91,17 +92,17 @@ TEST(Run, EveryBundledCaptureIsForwardedAsItSaysOnChipsOfAllSizes) {
    }
 }
 
-TEST(Run, TheCheckTellsWhatTheChipDoesOtherwise) {
+TEST(Run, TheCheckReportsEachDifferenceOfTheChip) {
    TempDir const dir;
-   std::string const file = dir.file("two", twoRoutes);
+   std::string const file = dir.file("two", fourRoutes);
    using Plant = Sim::Refusal (*)(Sim::Chip&);
-   // Entries 0 to 3 in the order of the capture, groups likewise: rtr1 rtr2, rtr3, none.
+   // The entries 0 to 3 have the order of the capture. Group 0 has rtr1 and rtr2, and group 1 rtr3.
    std::pair<Plant, char const*> const cases[] = {
          {[](Sim::Chip& c) {
              return c.groupUpdate(0, {c.group(0)->members[0], c.group(1)->members[0]}, true);
           },
           "1): expected rtr1 rtr2, chip forwards to cpu rtr1 rtr3 (forwarded)"},
-         {[](Sim::Chip& c) { return c.routeDelete(2); },  // the (*,G) hides it
+         {[](Sim::Chip& c) { return c.routeDelete(2); },  // the (*,G) entry still forwards
           "2): the chip has no entry for it (forwarded)"},
          {[](Sim::Chip& c) { return c.routeDelete(3); },
           "3): the chip has no entry for it (noRoute)"},
@@ -120,7 +121,8 @@ TEST(Run, TheCheckTellsWhatTheChipDoesOtherwise) {
       std::string const got = check.passed() ? "none" : check.differences.at(0);
       EXPECT_TRUE(got.ends_with(std::string("(10.0.0.2, 239.1.1.") + difference)) << got;
    }
-   // A route that the programmer does not have, and then one that is not through yet.
+   // A route that is missing in the route programmer, and then the same route before its first
+   // pass.
    Replay replay({file}, {});
    MrouteEvent late;
    late.vrf = L3::VrfName("red");
@@ -128,14 +130,14 @@ TEST(Run, TheCheckTellsWhatTheChipDoesOtherwise) {
    late.iif = Lnet::IntfId("rtr1");
    late.resolved = true;
    replay.capture.apply(CaptureEvent(late));
-   auto const said = [&] { return checkForwarding(replay.simulated, replay.capture).differences; };
-   ASSERT_EQ(said().size(), 1u);
-   EXPECT_TRUE(said()[0].ends_with("): in the capture, but not with the route programmer"));
+   auto const found = [&] { return checkForwarding(replay.simulated, replay.capture).differences; };
+   ASSERT_EQ(found().size(), 1u);
+   EXPECT_TRUE(found()[0].ends_with("): in the capture, but not with the route programmer"));
    replay.simulated.apply(CaptureEvent(late));
-   EXPECT_TRUE(said().at(0).ends_with("): not settled: not looked at yet"));
+   EXPECT_TRUE(found().at(0).ends_with("): not settled: not looked at yet"));
 }
 
-TEST(Run, LinksTakeNoPortBeforeARouteNamesThemAndKeepNoneOfTheirOldNames) {
+TEST(Run, ALinkGetsAPortOnlyIfARouteUsesItAndARenamedLinkLosesItsOldName) {
    std::string lines;
    auto const link = [&](unsigned index, std::string const& name, char const* state) {
       lines += std::to_string(index) + ": " + name + ": <BROADCAST> mtu 1500 state " + state +
@@ -144,7 +146,7 @@ TEST(Run, LinksTakeNoPortBeforeARouteNamesThemAndKeepNoneOfTheirOldNames) {
    for (unsigned i = 0; i < 5000; ++i)
       link(100 + i, "veth" + std::to_string(i), "UP");
    link(9, "rtr1", "DOWN");
-   lines += twoRoutes;
+   lines += fourRoutes;
    link(10, "rtr3", "DOWN");
    TempDir const dir;
    auto const forwards = [&](char const* intf) {
@@ -155,7 +157,7 @@ TEST(Run, LinksTakeNoPortBeforeARouteNamesThemAndKeepNoneOfTheirOldNames) {
    };
    EXPECT_FALSE(forwards("rtr1"));
    EXPECT_FALSE(forwards("rtr3"));
-   link(9, "renamed", "DOWN");  // what routes still call rtr1 is no link that is down
+   link(9, "renamed", "DOWN");  // rtr1 is now an interface without a link, which counts as up
    EXPECT_TRUE(forwards("rtr1"));
 }
 
@@ -172,7 +174,7 @@ std::string contentOf(std::string const& path) {
    return {std::istreambuf_iterator<char>(in), {}};
 }
 
-// Runs velmroute; `before` are shell commands in front of it.
+// Runs velmroute with the shell commands `before` in front.
 Ran velmroute(std::string const& args, std::string const& before = {}) {
    TempDir const dir;
    std::string const out = dir.path("out"), err = dir.path("err");
@@ -182,14 +184,14 @@ Ran velmroute(std::string const& args, std::string const& before = {}) {
    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, contentOf(out), contentOf(err)};
 }
 
-TEST(Program, ItsExitCodesAndMessagesAreForScriptsAndPeople) {
+TEST(Program, ExitCodesAndMessagesMatchTheResult) {
    TempDir const dir;
-   std::string const good = dir.file("good", twoRoutes);
+   std::string const good = dir.file("good", fourRoutes);
    std::string const bad =
-         dir.file("bad", std::string(twoRoutes) + "(10.0.0.2,240.1.1.1) nonsense\n");
+         dir.file("bad", std::string(fourRoutes) + "(10.0.0.2,240.1.1.1) nonsense\n");
    std::string const map = dir.file("map", "rtr0 port=7 vlan=100\n");
    std::string const unresolved =
-         dir.file("unresolved", std::string(twoRoutes) +
+         dir.file("unresolved", std::string(fourRoutes) +
                                       "[2026-07-30T10:00:05.000000] (10.0.0.2,239.1.1.4) Iif: rtr0"
                                       " Oifs: rtr1 State: unresolved Table: default\n");
    std::string const scenario = dir.file("scenario", R"({"scenario": {"title": "both"}}
@@ -203,8 +205,8 @@ TEST(Program, ItsExitCodesAndMessagesAreForScriptsAndPeople) {
    struct Case {
       std::string args;
       int code;
-      std::string out;  // is contained, as is err; an empty one is all there is
-      std::string err;
+      std::string out;  // a part of the standard output; empty if there must be no output
+      std::string err;  // a part of the standard error, likewise
    };
    Case const cases[] = {
          {"", 2, "", "subcommand is required"},
@@ -225,7 +227,7 @@ TEST(Program, ItsExitCodesAndMessagesAreForScriptsAndPeople) {
          {"run --show chip --map " + map + ' ' + good, 0, "\nrtr0       7     100   yes\n", ""},
          {"run --trace '2:Vel*' " + good + ' ' + good, 0, "passed", "Found existing"},
          {"run -j --show routes,oifsets,zombies,chip " + good, 0, "\"offload\": true", ""},
-         // What a scenario expects to be traced is not shown for that alone.
+         // A trace that a scenario expects is not printed for that reason alone.
          {"run " + captures + "../scenarios/counters.jsonl", 0, " 0 failures\n", ""},
          {"run --chip routes=3 " + good, 0, "not in hardware, and why:\n   vrf default", ""},
    };
@@ -240,9 +242,9 @@ TEST(Program, ItsExitCodesAndMessagesAreForScriptsAndPeople) {
    }
 }
 
-TEST(Program, OutputThatCannotBeWrittenIsAFailure) {
+TEST(Program, AFailedWriteOfTheOutputIsReported) {
    TempDir const dir;
-   std::string const good = dir.file("good", twoRoutes), pipe = dir.path("pipe");
+   std::string const good = dir.file("good", fourRoutes), pipe = dir.path("pipe");
    ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
    for (std::string const& args : {"run " + good, "run -j " + good, std::string("--help")}) {
       Ran const full = velmroute(args, "exec >/dev/full; ");
@@ -254,8 +256,9 @@ TEST(Program, OutputThatCannotBeWrittenIsAFailure) {
    }
 }
 
-// A malformed line is reported when it is read, which tells that the lines before it have been.
-TEST(Program, StandardInputIsTakenAsItComesUntilItEndsOrIsInterrupted) {
+// A malformed line is reported when it is read, so the report shows that all earlier lines were
+// read.
+TEST(Program, StandardInputIsReadAsItArrivesUntilItsEndOrAnInterrupt) {
    for (bool const interrupt : {false, true}) {
       TempDir const dir;
       std::string const out = dir.path("out"), err = dir.path("err"), pid = dir.path("pid");
@@ -272,7 +275,7 @@ TEST(Program, StandardInputIsTakenAsItComesUntilItEndsOrIsInterrupted) {
          for (std::string line; line.find(error) && std::getline(errors, line);) {
          }
       };
-      writeAndAwait(std::string(twoRoutes) + "one\n", "<stdin>:6: ");
+      writeAndAwait(std::string(fourRoutes) + "one\n", "<stdin>:6: ");
       writeAndAwait(
             "[2026-07-30T10:00:09.000000] (10.0.0.2,239.1.1.9) Iif: rtr0 Oifs: rtr1 State: "
             "resolved Table: default\ntwo\n(10.0.0.2,239.1",
@@ -285,7 +288,8 @@ TEST(Program, StandardInputIsTakenAsItComesUntilItEndsOrIsInterrupted) {
       auto const summary = ordered_json::parse(contentOf(out));
       EXPECT_EQ(summary["routes"]["inHardware"], 5);
       EXPECT_EQ(summary["events"]["total"], 6);
-      // Half a line is none when the input is cut off on purpose.
+      // An interrupt drops the incomplete last line. At the end of the input that line is
+      // malformed.
       EXPECT_EQ(summary["events"]["badLines"], interrupt ? 2 : 3);
       EXPECT_EQ(summary["check"]["passed"], true);
    }

@@ -1,4 +1,4 @@
-// The scenarios that are shipped, and the lines that the manual shows.
+// The bundled scenarios, and the example lines of docs/scenarios.md.
 #include <gtest/gtest.h>
 
 #include <cstdlib>
@@ -13,14 +13,14 @@ namespace {
 
 std::filesystem::path const examples(VELMROUTE_EXAMPLES);
 
-std::set<std::filesystem::path> shipped() {
+std::set<std::filesystem::path> bundled() {
    std::set<std::filesystem::path> files;
    for (auto const& entry : std::filesystem::directory_iterator(examples / "scenarios"))
       if (entry.path().extension() == ".jsonl") files.insert(entry.path());
    return files;
 }
 
-TEST(ScenarioExamples, InTheManualAreReadAndShowEveryKindOfEvent) {
+TEST(ScenarioExamples, TheLinesOfTheManualAreValidAndHaveEveryKindOfEvent) {
    std::ifstream manual(examples.parent_path() / "docs" / "scenarios.md");
    std::set<std::size_t> kinds;
    for (std::string text; std::getline(manual, text);) {
@@ -34,10 +34,11 @@ TEST(ScenarioExamples, InTheManualAreReadAndShowEveryKindOfEvent) {
    EXPECT_EQ(kinds.size(), std::variant_size_v<Scenario::Event>);
 }
 
-// On the path it is for, which need not be said. On both: BothPathsTest.cpp.
-TEST(ScenarioExamples, AreReadWithoutAMistakeAndHoldOnTheSimulatedSwitch) {
-   EXPECT_GE(shipped().size(), 12u);
-   for (auto const& path : shipped()) {
+// The program finds the path of a scenario in its file. BothPathsTest.cpp plays the scenarios on
+// both paths.
+TEST(ScenarioExamples, TheBundledScenariosAreValidAndTheirExpectationsHold) {
+   EXPECT_GE(bundled().size(), 12u);
+   for (auto const& path : bundled()) {
       std::string const command =
             std::string("'") + VELMROUTE_PROGRAM + "' run '" + path.string() + "' >/dev/null";
       EXPECT_EQ(std::system(command.c_str()), 0) << path;

@@ -1,4 +1,4 @@
-// Scenarios: what a line may say, and what becomes of it on a switch that only takes notes.
+// Scenarios: the parser, and the player on a target that records its calls.
 #include <gtest/gtest.h>
 
 #include "CaptureTestSupport.h"
@@ -71,7 +71,7 @@ constexpr BadLine badLines[] = {
 };
 // clang-format on
 
-TEST(Scenario, ReadsEveryKindOfLine) {
+TEST(Scenario, EveryKindOfLineIsRead) {
    ScenarioParser parser;
    std::vector<Line> lines;
    for (std::string_view const text : goodLines) {
@@ -82,14 +82,14 @@ TEST(Scenario, ReadsEveryKindOfLine) {
    }
    ASSERT_EQ(lines.size(), std::size(goodLines) - 1);
    EXPECT_EQ(lines[0].path, Path::sync);
-   EXPECT_EQ(lines[1].path, std::nullopt);  // no line's path is that of the next
+   EXPECT_EQ(lines[1].path, std::nullopt);  // the path of a line does not apply to the next line
    EXPECT_EQ(lines[10].path, Path::async);
 
    auto const& route = std::get<Scenario::Route>(lines[1].event);
    EXPECT_EQ(route.routes.toString(), "vrf blue (10.0.0.2, 239.1.1.1) and 999 more");
    EXPECT_EQ(route.routes.key(999).pretty(), "(10.0.0.2, 239.1.4.232)");
    EXPECT_TRUE(route.cpu);
-   EXPECT_EQ(route.oifs.size(), 2u);  // the CPU's register device is an interface like others
+   EXPECT_EQ(route.oifs.size(), 2u);  // "pimreg" is an ordinary interface here
    auto const& v6 = std::get<Scenario::Route>(lines[2].event);
    EXPECT_EQ(v6.routes.key(999999).pretty(), "(*, ff3e::f:4240)");
 
@@ -103,7 +103,7 @@ TEST(Scenario, ReadsEveryKindOfLine) {
    EXPECT_EQ(expect.messages[1].seen.toString(), "2 to 3");
 }
 
-TEST(Scenario, RefusesABadLineWithThePathOfTheKeyAndKeepsNothingOfIt) {
+TEST(Scenario, ABadLineIsRefusedWithThePathOfTheKeyAndHasNoEffect) {
    ScenarioParser parser;
    Line line;
    ASSERT_EQ(parser.parse(R"({"at": 7, "mark": "before"})", line), ScenarioParser::Result::event);
@@ -112,12 +112,12 @@ TEST(Scenario, RefusesABadLineWithThePathOfTheKeyAndKeepsNothingOfIt) {
       EXPECT_EQ(parser.reason(), bad.reason) << bad.line;
       EXPECT_EQ(std::get<Scenario::Mark>(line.event).text, "before");
    }
-   // Neither has a time been taken from any of them.
+   // The times of the bad lines have no effect either.
    ASSERT_EQ(parser.parse(R"({"after": 1, "mark": "next"})", line), ScenarioParser::Result::event);
    EXPECT_EQ(line.at, 8);
 }
 
-TEST(Scenario, ReadsAWholeFileAndNamesEveryBadLine) {
+TEST(Scenario, AWholeFileIsReadAndEveryBadLineIsReported) {
    TempDir const dir;
    std::string const path =
          dir.file("s.jsonl", gzip("# title\n{\"scenario\": {\"title\": \"t\"}}\n"
@@ -143,7 +143,7 @@ TEST(Scenario, ReadsAWholeFileAndNamesEveryBadLine) {
    EXPECT_FALSE(isScenarioFile(dir.file("capture", "# c\n[{\"src\": 1}]\n{\n")));
 }
 
-// Takes notes of what is done with it, with the time; its routes forward to rtr3, or where told.
+// Records its calls with their times. Packets are forwarded to the interfaces in `to`.
 class NotedTarget final : public ScenarioTarget {
  public:
    NotedTarget()
@@ -199,7 +199,7 @@ class NotedTarget final : public ScenarioTarget {
    Qor::Ptr<Qor::ActivityManager> const time_;
 };
 
-// Does something at a time, on the switch's own clock.
+// Calls a function at a time, on the clock of the switch.
 class At final : public Qor::Clock::Notifiee {
  public:
    At(double time, std::function<void()> call)
@@ -235,7 +235,7 @@ std::vector<std::string> failuresOf(ScenarioPlayer const& player) {
    return out;
 }
 
-TEST(ScenarioPlayer, SendsPacketsAtTheirTimesBetweenTheLines) {
+TEST(ScenarioPlayer, PacketsAreSentAtTheirTimesBetweenTheLines) {
    NotedTarget target;
    auto const lines = linesOf(
          R"({"at": 1, "traffic": {"src": "10.0.0.2", "dst": "239.1.1.1", "iif": "rtr0", "count": 4, "every": 0.5}}
@@ -245,7 +245,7 @@ TEST(ScenarioPlayer, SendsPacketsAtTheirTimesBetweenTheLines) {
 {"at": 2, "link": {"intf": "rtr2", "state": "down"}}
 )");
    ScenarioPlayer player(target, lines);
-   At const due(2, [&] { target.show({}); });  // the switch's own work comes before packets
+   At const due(2, [&] { target.show({}); });  // clocks of the switch fire before packets
    player.play();
    EXPECT_EQ(target.notes, (std::vector<std::string>{
                                  "1 packet 239.1.1.1", "1 link rtr1", "1.5 packet 239.1.1.1",
@@ -259,7 +259,7 @@ TEST(ScenarioPlayer, SendsPacketsAtTheirTimesBetweenTheLines) {
              std::vector<std::string>{"s:5: at 2.500000 s: in the end: a leak"});
 }
 
-TEST(ScenarioPlayer, SaysOfEachFailedExpectationWhatWasExpectedAndWhatFound) {
+TEST(ScenarioPlayer, AFailedExpectationIsReportedWithTheExpectedAndTheFoundValue) {
    NotedTarget target;
    target.facts = {"waitingGroup", "no room", 1.5, {{"rtr2", 0.5}}, 3, std::nullopt, std::nullopt};
    auto const lines = linesOf(
@@ -301,7 +301,7 @@ TEST(ScenarioPlayer, SaysOfEachFailedExpectationWhatWasExpectedAndWhatFound) {
    EXPECT_EQ(failuresOf(player), expected);
 }
 
-TEST(ScenarioPlayer, WaitsForWhatMayBecomeTrueAndNoLonger) {
+TEST(ScenarioPlayer, AnExpectationWithATimeLimitWaitsUntilItHoldsOrTheLimitEnds) {
    NotedTarget target;
    At const becomes(1.25, [&] { target.zombies = 1; });
    auto const lines = linesOf(R"({"at": 1, "expect": {"within": 0.5, "zombies": 1, "now": 1.25}}

@@ -1,5 +1,5 @@
-// The asynchronous platform of the simulated chip: its write queue on virtual time, its
-// allocation, and its faults.
+// The asynchronous platform of the simulated chip: the write queue on virtual time, allocations and
+// injected faults.
 #include <functional>
 #include <memory>
 
@@ -19,7 +19,7 @@ using namespace testSupport;
 
 constexpr Qor::U32 noId = AsyncPlatform::invalidMulticastId;
 
-// Calls back when a transaction completes.
+// Calls a function when a transaction completes.
 class Watch final : public Hux::Xact::Notifiee {
  public:
    Watch(XactPtr const& xact, std::function<void()> call) : call_(std::move(call)) {
@@ -70,11 +70,11 @@ TEST_F(SimPlatform, WritesOverlapAndCompleteInOrder) {
    time_->advance(0.25);
    RouteHandle const r = route(1);
    platform_->faults().slowNext(2, 5);
-   auto const w2 = watch(point(r, a), "point");  // the first from here on
-   Qor::U32 const b = group({"et2"});            // the slow one
+   auto const w2 = watch(point(r, a), "point");
+   Qor::U32 const b = group({"et2"});  // the slow write
    auto const w3 = watch(groupXact(b), "b");
    Qor::U32 const c = group({"et3"});
-   auto const w4 = watch(groupXact(c), "c");  // due long before, and behind all the same
+   auto const w4 = watch(groupXact(c), "c");  // due earlier than b, but issued later
    time_->runUntil(1.0);
    EXPECT_EQ(receivers(1), "noRoute");
    time_->runUntil(1.25);
@@ -84,13 +84,13 @@ TEST_F(SimPlatform, WritesOverlapAndCompleteInOrder) {
    expectSound();
 }
 
-TEST_F(SimPlatform, NothingCompletesInsideACallAndATurnCompletesAThousandAtMost) {
+TEST_F(SimPlatform, NoWriteCompletesInsideItsCallAndATurnCompletesUpToAThousandWrites) {
    build({1500, 1, 1, 0});
    Qor::U32 last = 0;
    for (unsigned i = 0; i < 1500; ++i)
       last = group({"et1"});
    Watch const watch(groupXact(last), [&] {
-      // Issued by the last completion of a turn with room for more: waits for the next.
+      // A write that a completion issues waits for the next turn, although this turn has room.
       platform_->doUpdateMulticastGroupInPlace(set({"et2"}), 0);
       EXPECT_TRUE(groupXact(0)->pending());
    });
@@ -102,11 +102,11 @@ TEST_F(SimPlatform, NothingCompletesInsideACallAndATurnCompletesAThousandAtMost)
    EXPECT_EQ(time_->now(), 0);
 }
 
-TEST_F(SimPlatform, ABlockingTransactionFromElsewhereHoldsBackItsWriteAndThoseBehind) {
+TEST_F(SimPlatform, ABlockingTransactionOfAnotherOwnerHoldsUpItsWriteAndAllLaterWrites) {
    auto const foreign = Qor::make<Hux::Xact>();
    Qor::U32 const a = group({"et1"});
    Qor::U32 const b = group({"et2"}, foreign);
-   Qor::U32 const c = group({"et3"}, groupXact(a));  // of the same queue: nothing to wait for
+   Qor::U32 const c = group({"et3"}, groupXact(a));  // blocked by an earlier write of the queue
    time_->runUntil(10);
    EXPECT_EQ(groupXact(a)->state(), State::succeeded);
    EXPECT_TRUE(groupXact(b)->pending());
@@ -119,7 +119,7 @@ TEST_F(SimPlatform, ABlockingTransactionFromElsewhereHoldsBackItsWriteAndThoseBe
    expectSound();
 }
 
-TEST_F(SimPlatform, WhatNeedsAFailedWriteFailsTooAndNeverReachesTheChip) {
+TEST_F(SimPlatform, AWriteThatDependsOnAFailedWriteFailsAndDoesNotReachTheChip) {
    platform_->faults().failNext(WriteKind::groupCreate, "replication memory parity error");
    platform_->faults().failNext(WriteKind::routeCreate, "TCAM parity error");
    Qor::U32 const bad = group({"et1"});
@@ -137,7 +137,7 @@ TEST_F(SimPlatform, WhatNeedsAFailedWriteFailsTooAndNeverReachesTheChip) {
    EXPECT_EQ(reason(noSuchGroup), "multicast group 0 not created");
    EXPECT_EQ(fine->state(), State::succeeded);
    EXPECT_EQ(receivers(1) + ' ' + receivers(2), "noRoute et2");
-   // Rewriting a group that could not be created creates it.
+   // A rewrite creates a group whose creation failed.
    platform_->doUpdateMulticastGroupInPlace(set({"et1", "et3"}), bad);
    point(goodRoute, bad);
    drain();
@@ -145,7 +145,7 @@ TEST_F(SimPlatform, WhatNeedsAFailedWriteFailsTooAndNeverReachesTheChip) {
    expectSound();
 }
 
-TEST_F(SimPlatform, HitTimesAreThoseOfTheRouteNotOfItsPredecessorUnderTheHandle) {
+TEST_F(SimPlatform, ANewRouteHasNoHitTimeOfAnEarlierRouteWithTheSameHandle) {
    Qor::U32 const a = group({"et1"});
    RouteHandle const r = route(1);
    point(r, a);
@@ -162,7 +162,7 @@ TEST_F(SimPlatform, HitTimesAreThoseOfTheRouteNotOfItsPredecessorUnderTheHandle)
    EXPECT_EQ(platform_->routeLastAccessedTime(r), 0.0);
 }
 
-TEST_F(SimPlatform, FixedGroupsAreSetAsideAndRewrittenInPlace) {
+TEST_F(SimPlatform, FixedGroupsAreReservedAndRewrittenInPlace) {
    Sim::AsyncPlatformConfig config;
    config.firstFixedGroup = 1;
    config.fixedGroups = 2;
@@ -179,7 +179,7 @@ TEST_F(SimPlatform, FixedGroupsAreSetAsideAndRewrittenInPlace) {
    EXPECT_EQ(chip_->writes(WriteKind::groupUpdate), 1u);
 }
 
-TEST_F(SimPlatform, WrongCallsDoNothingAndAreReported) {
+TEST_F(SimPlatform, AWrongCallDoesNothingAndIsAViolation) {
    Qor::U32 const a = group({"et1"});
    RouteHandle const r = route(1);
    platform_->doDeleteOifSet(a);
@@ -200,7 +200,7 @@ TEST_F(SimPlatform, ACompletionMayDestroyThePlatform) {
    drain();
    EXPECT_EQ(platform_, nullptr);
    EXPECT_EQ(chip_->groups(), 1u);
-   EXPECT_TRUE(second->pending());  // and stays so
+   EXPECT_TRUE(second->pending());
 }
 
 }  // namespace

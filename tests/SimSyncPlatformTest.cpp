@@ -1,5 +1,5 @@
-// The synchronous platform of the simulated chip, mostly behind a real switch: its numbers
-// of empty sets, hit bits, its end, and what verification finds.
+// The synchronous platform of the simulated chip, mostly behind a table programmer: indexes of
+// empty sets, hit bits, the end of service, and verification.
 #include "SimTestSupport.h"
 #include "Vel/VelSyncMrouteSwitch.h"
 #include "platform/sim/SyncPlatform.h"
@@ -60,7 +60,7 @@ class SimSyncPlatform : public OnSimulatedChip {
    Qor::Ptr<Vel::MrouteSwitch> sw_;
 };
 
-TEST_F(SimSyncPlatform, EmptySetsCostNoRoom) {
+TEST_F(SimSyncPlatform, EmptySetsNeedNoRoomInTheReplicationTable) {
    RecordPtr const full = record(set({"et1"})), more = record(set({"et2"}));
    RecordPtr const drop = record(set({})), cpu = record(set({}, true));
    EXPECT_EQ(record(drop->oifSet())->oifSetIndex(), 5u);
@@ -76,35 +76,39 @@ TEST_F(SimSyncPlatform, EmptySetsCostNoRoom) {
    expectSound();
 }
 
-TEST_F(SimSyncPlatform, HitBitsAreThoseSinceTheReviewBefore) {
+TEST_F(SimSyncPlatform, ARefreshFindsTheEntriesThatWereHitSinceTheRefreshBefore) {
    RecordPtr const to = record(set({"et1"}));
    route(1, to, 1);
    route(1, to, 2, true);
    boundary(2, 3);
    auto const hits = [&] {
-      auto const hit = [&](Qor::U32 n, unsigned vlan, bool bnd) {
-         return platform_->mrouteHitBit(id, 0, key(n), Bridging::VlanIdOrNone(Qor::U64{vlan}), bnd);
+      Lines names;
+      auto const look = [&](char const* name, Qor::U32 n, unsigned vlan, bool isBoundary) {
+         Bridging::VlanIdOrNone const accepting(Qor::U64{vlan});
+         if (platform_->mrouteHitBit(id, 0, key(n), accepting, isBoundary)) names.push_back(name);
       };
-      return std::string() + "-r"[hit(1, 1, false)] + "-f"[hit(1, 2, false)] +
-             "-b"[hit(2, 3, true)];
+      look("route", 1, 1, false);
+      look("fastdrop", 1, 2, false);
+      look("boundary", 2, 3, true);
+      return names;
    };
    receivers(1, 1);
    platform_->faults().hitBitsBusyNext(1);
    EXPECT_EQ(platform_->mrouteHitBitCacheRefresh(id), SyncPlatform::hitBitCacheBusy);
-   EXPECT_EQ(hits(), "---");
+   EXPECT_EQ(hits(), Lines());
    EXPECT_EQ(platform_->mrouteHitBitCacheRefresh(id), SyncPlatform::hitBitCacheRefreshed);
    receivers(1, 2);
    receivers(2, 3);
-   EXPECT_EQ(hits(), "r--");
+   EXPECT_EQ(hits(), Lines{"route"});
    platform_->mrouteHitBitCacheClear(id);
-   EXPECT_EQ(hits(), "---");
-   for (char const* expected : {"-fb", "---"}) {
+   EXPECT_EQ(hits(), Lines());
+   for (Lines const& expected : {Lines{"fastdrop", "boundary"}, Lines()}) {
       platform_->mrouteHitBitCacheRefresh(id);
       EXPECT_EQ(hits(), expected);
    }
 }
 
-TEST_F(SimSyncPlatform, TheEndOfTheSwitchClearsTheChipAndLateFreesMeanNothing) {
+TEST_F(SimSyncPlatform, TheEndOfServiceClearsTheChipAndALateFreeChangesNothing) {
    route(1, record(set({"et1"})));
    boundary(3, 1);
    auto const old = Vel::mtableOifSetFactory(set({"et2"}), false, nullptr);
@@ -115,7 +119,7 @@ TEST_F(SimSyncPlatform, TheEndOfTheSwitchClearsTheChipAndLateFreesMeanNothing) {
    RecordPtr const a = record(set({"et1"})), b = record(set({"et2"}));
    route(1, a);
    route(2, b);
-   platform_->handleFreeMtableOifSet(id, old);  // whose index is another set's now
+   platform_->handleFreeMtableOifSet(id, old);  // its index now belongs to another set
    EXPECT_EQ(receivers(1) + ' ' + receivers(2), "et1 et2");
    expectSound();
    platform_->handleFreeMtableOifSet(id, old);
@@ -129,7 +133,7 @@ TEST_F(SimSyncPlatform, TheEndOfTheSwitchClearsTheChipAndLateFreesMeanNothing) {
                                         "doAllocateMroute: switch 5 is not in service"}));
 }
 
-TEST_F(SimSyncPlatform, VerificationAndAuditFindWhatTheMemoryLost) {
+TEST_F(SimSyncPlatform, VerificationAndAuditFindAMemoryFault) {
    RecordPtr const a = record(set({"et1"})), b = record(set({"et2"}));
    RouteHandle const r = route(1, a);
    boundary(2, 3);
@@ -142,12 +146,12 @@ TEST_F(SimSyncPlatform, VerificationAndAuditFindWhatTheMemoryLost) {
    EXPECT_EQ(platform_->differences().texts(),
              (Lines{"route 0 (10.0.0.1, 239.0.0.1): group 1 on the chip, recorded 0",
                     "route 0 (10.0.0.1, 239.0.0.1): group 0 differs from {et1}",
-                    "multicast routing: enabled 0 on the chip, recorded 1"}));
+                    "multicast routing: enabled false on the chip, recorded true"}));
    EXPECT_EQ(platform_->audit(), (Lines{"group 0 counts 1 routes, but 0 point at it",
                                         "group 1 counts 0 routes, but 1 point at it",
                                         "route 0 points at group 1 instead of 0"}));
    chip_->softError(r.value(), 0);
-   a->dirtyIs(true);  // its group carries another set, and is meant to
+   a->dirtyIs(true);  // the group of a dirty record may have other members
    sw_->handleVerify();
    EXPECT_EQ(platform_->differences().count(), 3u);
    expectSound();

@@ -1,5 +1,5 @@
-// What the tests of the simulated chip's platforms share: a chip with three ports on virtual time,
-// sets of them, and what a receiver sees.
+// The common part of the tests of the simulated chip's platforms: a chip with three ports on
+// virtual time, oif sets, and the receivers of a packet.
 #pragma once
 
 #include <sstream>
@@ -12,7 +12,7 @@ namespace testSupport {
 
 class OnSimulatedChip : public OnVirtualTime {
  protected:
-   // With the ports et1 to et3, which carry the vlans 1 to 3.
+   // The chip has the ports et1 to et3, which carry the vlans 1 to 3.
    void buildChip(Sim::ChipConfig const& config) {
       chip_ = Qor::make<Sim::Chip>(config);
       for (unsigned i = 1; i <= 3; ++i) {
@@ -27,7 +27,7 @@ class OnSimulatedChip : public OnVirtualTime {
       s.toCpuIs(toCpu);
       return Qor::make<MrouteLib::OifSet>(nullptr, s);
    }
-   // Who gets the packets of the key of number n: "et1 et2 cpu"; or why nobody does.
+   // The receivers of a packet with key(n), as "et1 et2 cpu", or the result without receivers.
    std::string receivers(unsigned n, unsigned vlan = 0, Qor::U32 vrf = 0) {
       auto const out = chip_->forward(
             {vrf, addr("10.0.0.1"), key(n).group().address(), Bridging::VlanIdOrNone(vlan)});

@@ -10,6 +10,7 @@
 #include "MrouteLib/PortVlan.h"
 #include "Qor/Clock.h"
 #include "Qor/Exception.h"
+#include "Qor/Pool.h"
 #include "Routing/Multicast/Fib/IpGenRouteKey.h"
 
 namespace testSupport {
@@ -24,6 +25,12 @@ class OnVirtualTime : public testing::Test {
 
    Qor::Ptr<Qor::ActivityManager> const time_ =
          Qor::make<Qor::ActivityManager>(Qor::ActivityManager::TimeBase::virtualTime);
+};
+
+// The memory of a record that has gone is the next one's, under the sanitizers too.
+struct ReusedMemory {
+   ReusedMemory() { Qor::Pooled::reuseIs(true); }
+   ~ReusedMemory() { Qor::Pooled::reuseIs(false); }
 };
 
 // What the error says that `call` ends with.

@@ -1,4 +1,4 @@
-// The timeline of a run: what it writes is read back as a trace viewer reads it.
+// The timeline of a run: the written file is read back as a trace viewer reads it.
 #include "agent/timeline/Timeline.h"
 
 #include <sstream>
@@ -14,7 +14,7 @@ namespace {
 using nlohmann::json;
 using testSupport::Lines;
 
-// A switch on the simulated chip, whose writes take a millisecond.
+// A table programmer on the simulated chip, whose writes take a millisecond.
 class TimelineTest : public testSupport::OnVirtualTime {
  protected:
    TimelineTest() {
@@ -51,7 +51,7 @@ class TimelineTest : public testSupport::OnVirtualTime {
       return "OifSet#" + std::to_string(sets_[set]->serial());
    }
 
-   // The events of the finished file, which is parsed as a whole.
+   // Finishes the file, parses it, and returns its events.
    std::vector<json> finished() {
       timeline_.finish();
       json const file = json::parse(out_.str());
@@ -59,8 +59,8 @@ class TimelineTest : public testSupport::OnVirtualTime {
       return file.at("traceEvents");
    }
 
-   // The spans as "CATEGORY NAME BEGIN-END OUTCOME", with times in microseconds; each end has
-   // exactly one beginning before it, and no time goes back.
+   // The spans as "CATEGORY NAME BEGIN-END OUTCOME", with times in microseconds. Checks that each
+   // end has exactly one beginning before it, and that the times ascend.
    static Lines spans(std::vector<json> const& events) {
       Lines out;
       std::map<std::string, std::size_t> begun;
@@ -76,7 +76,7 @@ class TimelineTest : public testSupport::OnVirtualTime {
             out.push_back(e.at("cat").get<std::string>() + ' ' + e.at("name").get<std::string>() +
                           ' ' + e.at("ts").dump() + '-');
          } else if (auto const node = begun.extract(id); node.empty()) {
-            ADD_FAILURE() << "ends what has not begun: " << e;
+            ADD_FAILURE() << "the end of a span without a beginning: " << e;
          } else {
             out[node.mapped()] +=
                   e.at("ts").dump() + ' ' + e.at("args").at("outcome").get<std::string>();
@@ -92,16 +92,16 @@ class TimelineTest : public testSupport::OnVirtualTime {
    std::vector<MrouteLib::OifSetPtr> sets_;
    std::ostringstream out_;
    Timeline timeline_{out_};
-   Qor::Ptr<Vel::Mroute::AsyncMrouteSwitch> switch_;  // dies first
+   Qor::Ptr<Vel::Mroute::AsyncMrouteSwitch> switch_;  // destroyed before the platform and the chip
 };
 
-TEST_F(TimelineTest, ShowsTheLivesOfRoutesZombiesAndTransactions) {
+TEST_F(TimelineTest, RoutesZombiesAndTransactionsAreShownAsSpans) {
    at(1);
    platform_->faults().failNext(Sim::WriteKind::routePoint, "parity", 1);
    auto first = allocate(sets_[0]);
    auto const one = program(1, first);
    at(2);
-   // The zombie of the first set is brought back at once with another: no time, but an outcome.
+   // The allocation that resurrects the zombie is complete at once, and its span has no length.
    switch_->doDeleteRoute(one);
    first = nullptr;
    at(2.5);
@@ -114,10 +114,10 @@ TEST_F(TimelineTest, ShowsTheLivesOfRoutesZombiesAndTransactions) {
    switch_->doDeleteRoute(three);
    first = second = nullptr;
    at(4);
-   switch_->zombieOifSetDel(switch_->zombieOifSet().begin()->first);  // given up for room
+   switch_->zombieOifSetDel(switch_->zombieOifSet().begin()->first);  // purged before its time
    auto third = allocate(sets_[2]);
    at(6);
-   switch_->zombieOifSetDelAll();  // due
+   switch_->zombieOifSetDelAll();  // purged after its lifetime
 
    auto const events = finished();
    EXPECT_EQ(spans(events), (Lines{
@@ -135,7 +135,7 @@ TEST_F(TimelineTest, ShowsTheLivesOfRoutesZombiesAndTransactions) {
                                   "zombie zombie " + name(1) + " 3000000-6000000 expired",
                                   "xact allocate 4000000-4001000 succeeded",
                             }));
-   Lines samples;  // one for each instant that changed the tables
+   Lines samples;  // one for each time at which the tables changed
    for (json const& e : events) {
       if (e.at("ph") == "C") samples.push_back(e.at("ts").dump() + ' ' + e.at("args").dump());
    }
@@ -143,7 +143,7 @@ TEST_F(TimelineTest, ShowsTheLivesOfRoutesZombiesAndTransactions) {
    EXPECT_EQ(samples[3], R"(2500000 {"groups":2,"rerouting":0,"routes":2,"zombies":0})");
 }
 
-TEST_F(TimelineTest, IsWholeWhenTheRunEndsEarlyAndWhenTheSwitchDiesFirst) {
+TEST_F(TimelineTest, TheFileIsCompleteWhenTheRunEndsEarlyOrTheSwitchIsDestroyedFirst) {
    auto record = allocate(sets_[0]);
    program(1, record);
    timeline_.instant("link down \x01\xff", {{"intf", "et1"}});
@@ -154,8 +154,8 @@ TEST_F(TimelineTest, IsWholeWhenTheRunEndsEarlyAndWhenTheSwitchDiesFirst) {
    switch_ = nullptr;
    auto const events = finished();
    EXPECT_EQ(spans(events),
-             (Lines{"xact allocate 0-500 open", "route (10.0.0.1, 239.0.0.1) 0-500 open",
-                    "xact point 0-500 open", "reroute reroute " + name(0) + " 500-500 open",
+             (Lines{"xact allocate 0-500 open", "route (10.0.0.1, 239.0.0.1) 0-500 dropped",
+                    "xact point 0-500 open", "reroute reroute " + name(0) + " 500-500 dropped",
                     "zombie zombie " + name(0) + " 500-500 dropped"}));
    EXPECT_EQ(events[0].at("args").at("name"), "switch \"1\"");
    auto const instant = std::find_if(events.begin(), events.end(), [](json const& e) {
@@ -166,7 +166,7 @@ TEST_F(TimelineTest, IsWholeWhenTheRunEndsEarlyAndWhenTheSwitchDiesFirst) {
    EXPECT_EQ(instant->at("args").at("intf"), "et1");
    timeline_.instant("late");
    timeline_.xact("late", Qor::make<Hux::Xact>());
-   EXPECT_TRUE(json::accept(out_.str()));  // nothing behind the end
+   EXPECT_TRUE(json::accept(out_.str()));  // later events are not written
 }
 
 }  // namespace

@@ -1,4 +1,5 @@
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cctype>
@@ -6,12 +7,17 @@
 #include <fstream>
 #include <sstream>
 
+#include "Bfd/AppStatus.h"
+#include "Interface/EthIntfStatusDir.h"
 #include "IntfVlanId/Table.h"
 #include "Journal.h"
 #include "MrouteLib/MrouteCounterKey.h"
 #include "MrouteLib/RouteKeyInfo.h"
 #include "Qor/Type.h"
+#include "Routing/Multicast/Fib/CounterStatus.h"
+#include "Routing/Multicast/Fib/CounterStatusCtl.h"
 #include "Routing/Multicast/Fib/Hardware/Status.h"
+#include "Routing/Multicast/Fib/VrfConfig.h"
 #include "Routing/Multicast/Fib/VrfEnabledStatus.h"
 #include "TestSupport.h"
 #include "Vel/L3Status.h"
@@ -39,7 +45,7 @@ struct TypeRegistry : NoopAgent, OnVirtualTime {
    static Generic oifSet() {
       MrouteLib::PortVlanSet set(Routing::Multicast::Fib::RouteKeyType::routed);
       set.newPortVlan(pv("et1"), true);
-      return Qor::toGeneric(MrouteLib::OifSetPtr(new MrouteLib::OifSet(nullptr, set)));
+      return Qor::toGeneric(Qor::make<MrouteLib::OifSet const>(nullptr, set));
    }
 
    Generic const l3Status = Qor::toGeneric(Qor::make<Vel::L3Status>());
@@ -91,10 +97,18 @@ std::map<std::string, Generic> oneOfEach(TypeRegistry const& t) {
 
 TEST_F(TypeRegistry, EachOfTheLibrarysTypesIsConstructedByName) {
    std::map<std::string, Generic> const made = oneOfEach(*this);
-   std::vector<std::string> names;
+   std::vector<std::string> names, modules;
    for (Qor::Type const* const type : Qor::types()) {
-      if (type->module() == "VelMroute") names.push_back(type->name());
+      if (type->module() == "VelMroute") {
+         names.push_back(type->name());
+      } else if (!std::ranges::count(modules, type->module())) {
+         modules.push_back(type->module());
+      }
    }
+   // The others are the model's.
+   EXPECT_EQ(
+         std::ranges::count_if(modules, [](std::string const& m) { return m.find("Vel") == 0; }),
+         1);
    EXPECT_EQ(names, Lines({"Vel::Boundary", "Vel::Mroute::AsyncMrouteSwitch",
                            "Vel::Mroute::AsyncMrouteSwitchSm", "Vel::Mroute::AsyncMtableOifSet",
                            "Vel::Mroute::AsyncMtableOifSetPtr", "Vel::Mroute::InUseRouteHandleKey",
@@ -171,59 +185,186 @@ TEST_F(TypeRegistry, HooksThatNobodyOverridesDoNothing) {
    }
 }
 
-// Each collection takes a member, tells of it, and forgets it, by its key or with all others.
-TEST_F(TypeRegistry, CollectionsAreChangedByName) {
-   Generic const set = oifSet();
-   std::map<std::string, Generic> made = oneOfEach(*this);
-   made.erase("Vel::Mroute::AsyncMrouteSwitchSm");  // which would act on what it is told
+// A new object of a type that has collections, which nobody else holds.
+Generic owner(TypeRegistry const& t, std::string const& type) {
+   if (type == "Vel::L3Status") return Qor::toGeneric(Qor::make<Vel::L3Status>());
+   if (type == "IntfVlanId::Table") return Qor::toGeneric(Qor::make<IntfVlanId::Table>());
+   if (type == "VelHelper::AsyncMrouteHelper") return Qor::construct(type, {"'new'", none, none});
+   if (type == "Vel::Mroute::AsyncMrouteSwitch") {
+      return Qor::construct("asyncMrouteSwitchFactory", {"'new'", none, t.asyncHelper});
+   }
+   if (type == "Vel::MrouteSwitch") {
+      return Qor::construct("mrouteSwitchFactory",
+                            {"'new'", "3", none, t.l3Status, t.syncHelper, none, none});
+   }
+   if (type == "Vel::Mroute::AsyncMrouteSwitchSm") {
+      return Qor::construct("AsyncMrouteSwitchSmIs",
+                            {owner(t, "Vel::Mroute::AsyncMrouteSwitch"), none, none, none, none,
+                             none, none, none, none, none, none, none});
+   }
+   if (type == "Vel::MrouteSwitchSm") {
+      return Qor::construct("MrouteSwitchSmIs",
+                            {"3", none, none, owner(t, "Vel::MrouteSwitch"), none, none, none, none,
+                             none, none, none, none, none});
+   }
+   return Qor::construct("MrouteSmIs", {none, t.l3Status, none, none, none, t.syncHelper, none});
+}
+
+// A member of each of their collections: its key, and the arguments of <collection>Is.
+struct Member {
+   char const* collection;
+   Generic key;
+   std::vector<Generic> arguments;
+};
+
+std::map<std::string, std::vector<Member>> members(TypeRegistry const& t) {
+   std::map<std::string, Generic> const made = oneOfEach(t);
+   Generic const set = t.oifSet();
    Generic const syncRecord = made.at("Vel::MtableOifSet");
    Generic const handleKey = made.at("Vel::Mroute::InUseRouteHandleKey");
+   Generic const vlanKey = made.at("Vel::RouteKeyVlanId");
    Generic const counterKey = MrouteLib::MrouteCounterKey().strep();
-   struct {
-      Generic object;
-      char const* collection;
-      Generic key, value;
-   } const rows[] = {
-         {asyncSwitch, "mcastIdToOifSet", "7", set},
-         {asyncSwitch, "oifSetXact", set, none},
-         {asyncSwitch, "inUseRouteHandle", handleKey, "3"},
-         {asyncSwitch, "inUseRouteHandleKey", "3", handleKey},
-         {asyncSwitch, "inUseOifSet", set, record},
-         {asyncSwitch, "frrMtableOifSet", set, record},
-         {asyncSwitch, "frrProcessingOifSet", set, record},
-         {asyncHelper, "deletedMrouteCounterKey", counterKey, "True"},
-         {asyncHelper, "noHwCounterMrouteKey", counterKey, "True"},
-         {syncSwitch, "oifSetIndexColl", "4", "True"},
-         {syncSwitch, "routeKeyToHandle", made.at("Vel::RouteKeyVlanId"), "3"},
-         {syncSwitch, "inUseOifSet", set, syncRecord},
-         {syncSwitch, "frrMtableOifSet", set, syncRecord},
-         {syncSwitch, "frrProcessingOifSet", set, syncRecord},
+   Bfd::Peer const peer(Bfd::SessionType::singleHop, addr("10.0.0.2"), Lnet::IntfId("et1"),
+                        L3::VrfName("red"));
+   auto const eth = Qor::make<Interface::EthIntfStatus>(Lnet::IntfId("et1"));
+   Generic const never = Qor::construct("Vel::ZombieKey", {"0", "inf"});
+   Generic const asyncNever = Qor::construct("Vel::Mroute::ZombieKey", {"0", "inf"});
+   std::vector<Member> const interfaces = {{"ethIntfStatus", "'et1'", {Qor::toGeneric(eth)}}};
+   Generic const config = Qor::toGeneric(Qor::make<Routing::Multicast::Fib::Config>("red"));
+   auto tables = [&](Generic const& record, Generic const& zombieKey) {
+      return std::vector<Member>{{"zombieOifSet", zombieKey, {record}},
+                                 {"inUseOifSet", set, {set, record}},
+                                 {"frrMtableOifSet", set, {set, record}},
+                                 {"frrProcessingOifSet", set, {set, record}}};
    };
-   // Reactors that override nothing are told, and do nothing.
-   Vel::Mroute::AsyncMrouteSwitch::Notifiee ofAsync;
-   Vel::MrouteSwitch::Notifiee ofSync;
-   ofAsync.notifierIs(&Qor::objectOf<Vel::Mroute::AsyncMrouteSwitch>(asyncSwitch));
-   ofSync.notifierIs(&Qor::objectOf<Vel::MrouteSwitch>(syncSwitch));
-   for (auto const& row : rows) {
-      SCOPED_TRACE(row.collection);
-      Qor::TypeCollection const& collection = Qor::typeOf(row.object)->collection(row.collection);
+   std::map<std::string, std::vector<Member>> all = {
+         {"Vel::Mroute::AsyncMrouteSwitch", tables(t.record, asyncNever)},
+         {"Vel::MrouteSwitch", tables(syncRecord, never)},
+         {"VelHelper::AsyncMrouteHelper",
+          {{"deletedMrouteCounterKey", counterKey, {counterKey, "True"}},
+           {"noHwCounterMrouteKey", counterKey, {counterKey, "True"}}}},
+         {"Vel::MrouteSwitchSm", interfaces},
+         {"Vel::Mroute::AsyncMrouteSwitchSm", interfaces},
+         {"Vel::MrouteSm", {{"mfibConfigVrf", "red", {config}}}},
+         {"Vel::L3Status",
+          {{"vrfNameToVrfId", "red", {"red", "7"}}, {"vrfIdToVrfName", "8", {"8", "blue"}}}},
+         {"IntfVlanId::Table",
+          {{"intfIdToVlanId", "et1", {"et1", "7"}}, {"vlanIdToIntfId", "8", {"8", "et2"}}}}};
+   auto const add = [&](char const* type, std::vector<Member> const& more) {
+      all[type].insert(all[type].end(), more.begin(), more.end());
+   };
+   add("Vel::Mroute::AsyncMrouteSwitch", {{"mcastIdToOifSet", "7", {"7", set}},
+                                          {"oifSetXact", set, {set, none}},
+                                          {"inUseRouteHandle", handleKey, {handleKey, "3"}},
+                                          {"inUseRouteHandleKey", "3", {"3", handleKey}}});
+   add("Vel::MrouteSwitch", {{"oifSetIndexColl", "4", {"4", "True"}},
+                             {"route", "9", {"9", route1, "5"}},
+                             {"boundary", "9", {"9", route1, "5"}},
+                             {"routeKeyToHandle", vlanKey, {vlanKey, "3"}}});
+   add("Vel::Mroute::AsyncMrouteSwitchSm",
+       {{"mfibConfigVrf", "red", {config}},
+        {"bfdStatus",
+         Qor::toGeneric(peer),
+         {Qor::toGeneric(Qor::make<Bfd::BfdPeerStatus>(peer))}}});
+   return all;
+}
+
+// Each collection takes a member, notifies of it, and forgets it, by its key or with all others; and
+// with the end of its owner.
+TEST_F(TypeRegistry, CollectionsAreChangedByNameAndEmptiedAtTheEnd) {
+   std::map<std::string, std::vector<Member>> const all = members(*this);
+   for (auto const& [type, rows] : all) {
+      SCOPED_TRACE(type);
+      Generic object = owner(*this, type);
       Lines heard;
-      Qor::Following const following(row.object, [&](Qor::Change const& c) {
-         heard.push_back(cat(c.member, c.key ? " one" : ""));
+      auto const following = std::make_unique<Qor::Following>(object, [&](Qor::Change const& c) {
+         heard.push_back(cat(c.member, c.key ? " one" : c.gone ? "gone" : ""));
       });
-      auto const call = [&](char const* form, std::vector<Generic> const& arguments) {
-         Qor::call(row.object, std::string(row.collection) + form, arguments);
-         return collection.size(row.object);
-      };
-      Qor::U32 const before = collection.size(row.object);
-      EXPECT_EQ(call("Is", {row.key, row.value}), before + 1);
-      EXPECT_TRUE(collection.find(row.object, row.key));
-      EXPECT_EQ(call("Notify", {row.key}), before + 1);
-      EXPECT_EQ(call("Del", {row.key}), before);
-      EXPECT_EQ(heard, Lines(3, cat(row.collection, " one")));
-      EXPECT_EQ(call("Is", {row.key, row.value}), before + 1);
-      EXPECT_EQ(call("DelAll", {}), 0u);
-      EXPECT_EQ(heard.back(), row.collection);
+      std::vector<std::string> emptied;
+      for (Member const& row : rows) {
+         SCOPED_TRACE(row.collection);
+         Qor::TypeCollection const& collection = Qor::typeOf(object)->collection(row.collection);
+         auto const call = [&](char const* form, std::vector<Generic> const& arguments) {
+            Qor::call(object, std::string(row.collection) + form, arguments);
+            return collection.size(object);
+         };
+         std::string const one = row.collection + std::string(" one");
+         heard.clear();
+         EXPECT_EQ(call("Is", row.arguments), 1u);
+         EXPECT_TRUE(collection.find(object, row.key));
+         EXPECT_EQ(call("Notify", {row.key}), 1u);
+         EXPECT_EQ(call("Del", {row.key}), 0u);
+         EXPECT_EQ(std::ranges::count(heard, one), 3);
+         call("Is", row.arguments);
+         EXPECT_EQ(call("DelAll", {}), 0u);
+         EXPECT_EQ(std::ranges::count(heard, row.collection), 1);
+         emptied.push_back(row.collection);
+      }
+      for (Member const& row : rows)
+         Qor::call(object, std::string(row.collection) + "Is", row.arguments);
+      std::vector<std::string> described;
+      for (Qor::TypeCollection const& collection : Qor::typeOf(object)->collections()) {
+         if (!collection.handler.empty()) described.push_back(collection.name);
+      }
+      EXPECT_TRUE(std::ranges::is_permutation(emptied, described));
+      bool const ends = type.starts_with("Vel::M") || type.starts_with("VelHelper::");
+      heard.clear();
+      object = Generic();
+      EXPECT_EQ(std::ranges::all_of(emptied,
+                                    [&](std::string const& collection) {
+                                       return std::ranges::count(heard, collection) == 1;
+                                    }),
+                ends);
+   }
+}
+
+// ---- Attributes ----
+
+// An attribute that can be set notifies of each change, and of nothing else.
+TEST_F(TypeRegistry, AttributesThatCanBeSetNotifyOfAChange) {
+   Lines silent;
+   for (Qor::Type const* const type : Qor::types()) {
+      for (Qor::TypeAttribute const& attribute : type->attributes()) {
+         if (attribute.writable() && attribute.handler.empty())
+            silent.push_back(attribute.fullName);
+      }
+   }
+   EXPECT_EQ(silent, Lines({"Qor::Clock::timeMin", "Vel::Boundary::vrfId",
+                            "Vel::Mroute::AsyncMrouteSwitchSm::initialized"}));
+
+   std::map<std::string, Generic> others = {{"bool", "True"}, {"double", "0.25"}};
+   auto const add = [&](auto const& object) {
+      Generic const generic = Qor::toGeneric(object);
+      std::string const name = Qor::typeOf(generic)->name();
+      others["Ptr<" + name + ">"] = others["Ptr<" + name + " const>"] = generic;
+   };
+   add(Qor::make<Vel::VelCommonSmData>());
+   add(Qor::make<Vel::VerifyData>());
+   add(Qor::make<Vel::L3Status>());
+   add(Qor::make<Routing::Multicast::Fib::VrfConfig>());
+   add(Qor::make<Routing::Multicast::Fib::VrfEnabledStatus>());
+   add(Qor::make<Routing::Multicast::Fib::Hardware::Status>());
+   add(Qor::make<Routing::Multicast::Fib::CounterStatus>());
+   add(Qor::make<Routing::Multicast::Fib::CounterStatusCtl>());
+   add(Qor::make<Interface::EthIntfStatusDir>());
+   add(Qor::make<Bfd::AppStatus>());
+   add(Qor::make<Qor::Clock>());
+   for (char const* const type : {"Vel::Mroute::AsyncMrouteSwitch", "Vel::MrouteSwitch"})
+      others[cat("Ptr<", type, '>')] = owner(*this, type);
+   for (char const* const type :
+        {"Vel::Mroute::AsyncMrouteSwitchSm", "Vel::MrouteSwitchSm", "Vel::MrouteSm"}) {
+      Generic const sm = owner(*this, type);
+      for (Qor::TypeAttribute const& attribute : Qor::type(type).attributes()) {
+         if (!attribute.writable() || attribute.handler.empty()) continue;
+         SCOPED_TRACE(attribute.fullName);
+         int heard = 0;
+         Qor::Following const following(
+               sm, [&](Qor::Change const& c) { heard += c.member == attribute.name; });
+         for (int again = 0; again < 2; ++again)
+            Qor::set(sm, attribute.name, others.at(attribute.type));
+         EXPECT_EQ(heard, 1);
+         EXPECT_EQ(Qor::get(sm, attribute.name), others.at(attribute.type));
+      }
    }
 }
 
@@ -340,11 +481,80 @@ TEST_F(TypeRegistry, ErrorsSayWhatIsWrongAndWhere) {
              }),
              "asyncMrouteSwitchFactory, mrouteHelper: expected VelHelper::AsyncMrouteHelper, not "
              "sync");
+   // Null, for each argument of a constructor that must not be.
+   Generic const table = Qor::toGeneric(Qor::make<IntfVlanId::Table>());
+   struct {
+      char const* constructor;
+      std::vector<Generic> arguments;
+      char const* attribute;
+   } const nulls[] = {
+         {"asyncMtableOifSetFactory",
+          {none, "False", "7", asyncSwitch},
+          "Vel::Mroute::AsyncMtableOifSet::oifSet"},
+         {"mtableOifSetFactory", {none, "False", syncSwitch}, "Vel::MtableOifSet::oifSet"},
+         {"asyncMrouteSwitchFactory",
+          {"'x'", none, none},
+          "Vel::Mroute::AsyncMrouteSwitch::mrouteHelper"},
+         {"mrouteSwitchFactory",
+          {"'x'", "2", none, none, syncHelper, none, none},
+          "Vel::MrouteSwitch::l3Status"},
+         {"mrouteSwitchFactory",
+          {"'x'", "2", none, l3Status, none, none, none},
+          "Vel::MrouteSwitch::mrouteHelper"},
+         {"AsyncMrouteSwitchSmIs", std::vector<Generic>(12, none),
+          "Vel::Mroute::AsyncMrouteSwitchSm::mrouteSwitch"},
+         {"MrouteSmIs", std::vector<Generic>(7, none), "Vel::MrouteSm::mrouteHelper"},
+         {"recoverySmFactory",
+          {l3Status, table, none, none},
+          "Vel::Mroute::RecoverySm::vrfEnabledStatus"}};
+   for (auto const& row : nulls) {
+      std::string const attribute = row.attribute;
+      std::string const name = attribute.substr(attribute.rfind(':') + 1);
+      EXPECT_EQ(error([&] { Qor::construct(row.constructor, row.arguments); }),
+                cat("null _", name, " parameter to mutator for ", attribute, " not allowed\""));
+   }
    EXPECT_EQ(error([&] { Qor::type("VelHelper::MrouteXactType").parse("egress"); }),
              "VelHelper::MrouteXactType: expected one of oifSet, ingress at position 0 of "
              "\"egress\"");
    EXPECT_EQ(error([&] { Qor::type("Vel::Route").parse("x"); }),
              "Vel::Route has no string representation");
+}
+
+TEST_F(TypeRegistry, AnOperationIsChosenByTheNumberOfItsArguments) {
+   Generic const sm = owner(*this, "Vel::Mroute::AsyncMrouteSwitchSm");
+   testSupport::Journal journal("VelAsyncMrouteSm");
+   Qor::call(sm, "handleZombie", {});
+   EXPECT_EQ(journal.text(),
+             "\n2 AsyncMrouteSwitchSm::handleZombie()\n2 Cancelling zombie timer\n");
+   Generic const zombieKey = Qor::construct("Vel::Mroute::ZombieKey", {"3", "4"});
+   Qor::call(sm, "handleZombie", {zombieKey});
+   EXPECT_EQ(journal.like("2 AsyncMrouteSwitchSm::handleZombie() key ").size(), 1u);
+   EXPECT_EQ(errorText([&] {
+                Qor::call(sm, "handleZombie", {"1", "2"});
+             }),
+             "Vel::Mroute::AsyncMrouteSwitchSm::handleZombie takes 0 arguments, not 2");
+}
+
+// ---- The end of the process ----
+
+// Made before the registry and destroyed behind all else.
+struct AtTheEnd {
+   ~AtTheEnd() {
+      if (asks) _exit(Qor::types().size() == before && Qor::constructedBy("MrouteSmIs") ? 0 : 1);
+   }
+   bool asks = false;
+   std::size_t before = 0;
+} atTheEnd;
+
+TEST(TypeRegistryDeathTest, TheRegistryAnswersWhileStaticObjectsAreDestroyed) {
+   EXPECT_EXIT(
+         {
+            alarm(20);
+            atTheEnd.asks = true;
+            atTheEnd.before = Qor::types().size();
+            std::exit(2);
+         },
+         testing::ExitedWithCode(0), "");
 }
 
 TEST_F(TypeRegistry, AFollowerHearsAndKeepsNothingAlive) {
@@ -376,11 +586,10 @@ TEST_F(TypeRegistry, AFollowerHearsAndKeepsNothingAlive) {
    Qor::sweepZombieReactors();
    EXPECT_FALSE(ofRecord.alive());
    EXPECT_EQ(heard.back(), "record gone");
-   // Nobody is told of changes of a reactor's attributes.
    EXPECT_EQ(errorText([&] {
-                Qor::Following const ofSm(oneOfEach(*this)["Vel::MrouteSwitchSm"], tell("sm"));
+                Qor::Following const ofSm(oneOfEach(*this)["Vel::Mroute::RecoverySm"], tell("sm"));
              }),
-             "MrouteSwitchSm tells nobody of changes");
+             "RecoverySm tells nobody of changes");
 }
 
 // Reactors decide how long a record lives, whether or not followers are about.

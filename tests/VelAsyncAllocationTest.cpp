@@ -83,15 +83,31 @@ TEST_F(VelAsyncAllocation, ARecordThatMayNotBeSharedIsReplacedButForFastReroute)
 
       first = nullptr;
       sw_->zombieOifSetDelAll();
-      EXPECT_NE(sw_->frrMtableOifSet(set).get(), nullptr);  // named, and dead
+      EXPECT_TRUE(sw_->frrMtableOifSet(set));  // named, and dead
       EXPECT_EQ(frrRecord(set), nullptr);
-      // As if another set's record had got the address of the dead one.
       RecordPtr const other = allocate(oifSet());
-      sw_->frrMtableOifSetIs(set, other.get());
+      sw_->frrMtableOifSetIs(set, other);  // of another set
       EXPECT_EQ(frrRecord(set), nullptr);
       second = nullptr;
       EXPECT_TRUE(sw_->frrMtableOifSet().empty());
    }
+}
+
+// A later record of the same set has the address of the one that is named and has died.
+TEST_F(VelAsyncAllocation, ANameMeansOneRecordWhateverBecomesOfItsMemory) {
+   ReusedMemory const reused;
+   OifSetPtr const set = oifSet("et9");
+   RecordPtr first = allocate(set);
+   AsyncMtableOifSet const* const address = first.get();
+   first->dirtyIs(true);
+   RecordPtr const second = allocate(set);
+   first = nullptr;
+   second->dirtyIs(true);
+   RecordPtr const third = allocate(set);
+   ASSERT_EQ(third.get(), address);
+   EXPECT_EQ(frrRecord(set), nullptr);
+   EXPECT_TRUE(sw_->frrMtableOifSet(set) && sw_->frrMtableOifSet(set) != third);
+   EXPECT_EQ(sw_->inUseRecord(set), third);
 }
 
 TEST_F(VelAsyncAllocation, ANewerRecordTakesAFixedGroupOver) {

@@ -1,6 +1,7 @@
 // Freeing records: what becomes of them, zombies, and the end of the switch.
 #include <functional>
 
+#include "Qor/Type.h"
 #include "VelAsyncTestSupport.h"
 
 namespace velAsync {
@@ -92,6 +93,23 @@ TEST_F(VelAsyncFreeing, TheFirstMatchingRowDecides) {
    }
 }
 
+// A follower does not keep a record from being freed, and is notified while that goes on.
+TEST_F(VelAsyncFreeing, AFollowerNeitherShiftsAZombiesTimeNorHasAResurrectedRecordWait) {
+   for (bool const resurrects : {false, true}) {
+      OifSetPtr const set = oifSet();
+      RecordPtr record = allocateUsed(set), resurrected;
+      Qor::Following const follower(Qor::toGeneric(record), [&](Qor::Change const& change) {
+         if (change.member == "usedInHw") time_->advance(1);
+         if (change.member == "zombie" && resurrects && !resurrected) resurrected = allocate(set);
+      });
+      record = nullptr;
+      EXPECT_EQ(sw_->zombieOifSet(ZombieKey(100, 3.0)) != nullptr, !resurrects);
+      EXPECT_EQ(sw_->inUseRecord(set)->zombie().isZombie(), !resurrects);
+      EXPECT_EQ(sw_->zombieOifSet().size(), resurrects ? 0u : 1u);
+      sw_->zombieOifSetDelAll();
+   }
+}
+
 TEST_F(VelAsyncFreeing, ANewerRecordKeepsItsEntriesWheneverItIsMade) {
    for (char const* moment : {"before", "inUseOifSet", "frrMtableOifSet", "frrProcessingOifSet"}) {
       SCOPED_TRACE(moment);
@@ -110,7 +128,7 @@ TEST_F(VelAsyncFreeing, ANewerRecordKeepsItsEntriesWheneverItIsMade) {
       older = nullptr;
       ASSERT_TRUE(newer);
       EXPECT_EQ(sw_->inUseRecord(set), newer);
-      EXPECT_EQ(sw_->frrProcessingOifSet(set).get(), newer.get());
+      EXPECT_EQ(sw_->frrProcessingOifSet(set), newer);
       EXPECT_TRUE(frrRecord(set) == newer || newer->multicastId() == 101);
       EXPECT_EQ(sw_->mcastIdToOifSet(100), set);  // kept until the id carries another set
    }
@@ -151,6 +169,7 @@ TEST_F(VelAsyncFreeing, TheEndOfTheSwitchFreesWhatNobodyElseHoldsAndMakesNoZombi
       Qor::Ptr<MrouteLib::SwitchChipBase const> kept;
    } listener;
    listener.notifierIs(sw_.get());
+   EXPECT_TRUE(sw_->hasNotifiees());  // on a level of its interface
    sw_ = nullptr;
    EXPECT_EQ(helper_->groups.size(), 2u);
    EXPECT_NE(held->mrouteSwitch(), nullptr);

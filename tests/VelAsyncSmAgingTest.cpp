@@ -11,6 +11,7 @@ class Hooks final : public VelHelper::AsyncMrouteHelper {
 
    Qor::Seconds routeLastAccessedTime(RouteHandle handle) override {
       ++asked[handle.value()];
+      if (onAsk) onAsk(handle);
       auto const entry = hit.find(handle.value());
       return entry == hit.end() ? everyHit : entry->second;
    }
@@ -23,6 +24,7 @@ class Hooks final : public VelHelper::AsyncMrouteHelper {
 
    std::map<Qor::U32, unsigned> asked;
    std::map<Qor::U32, Qor::Seconds> hit;
+   std::function<void(RouteHandle)> onAsk;
    Qor::Seconds everyHit = 0;
    std::optional<double> polling;
    std::optional<double> activity;
@@ -49,9 +51,8 @@ class AsyncSmAging : public AsyncSm {
       sm_ = nullptr;
       hw().vrfStatusDelAll();
       switch_ = Qor::make<AsyncMrouteSwitch>("switch", vrfs_, hooks_);
+      forgetPosition();
       sm_ = inputs_.sm(switch_);
-      sm_->doRouteAgingReview();  // without routes: forgets the position
-      sm_->handlePollingInterval();
    }
    Fib::Hardware::Status& hw() { return *inputs_.mfibHwStatus; }
    auto vrf(std::string const& name = "default") { return hw().vrfStatusIs(VrfName(name)); }
@@ -148,8 +149,11 @@ TEST_F(AsyncSmAging, ThePositionSurvivesWhatChangesBetweenTwoPasses) {
       c.change();
       EXPECT_EQ(pass(), c.asked);
       EXPECT_EQ(hooks_->asked.count(c.asks), c.asked ? 1u : 0u);
-      EXPECT_EQ(timer(), hw().routes() ? 60 : Qor::never);
+      bool const reviewed = hw().routes() != 0;
+      EXPECT_EQ(timer(), reviewed ? 60 : Qor::never);
       add(2000, 2001, "blue");
+      // A pass without routes leaves the position as it is: only a complete review clears it.
+      EXPECT_TRUE(reviewed || pass() == 0);
       pass();
       EXPECT_EQ(hooks_->asked.count(2000), 1u);
    }
@@ -224,6 +228,14 @@ TEST_F(AsyncSmAging, OnlyLaterTimesAreTakenOver) {
              (Lines{"2 Updating activity bits for route: (10.0.0.1, 239.0.0.2)",
                     "2 Updating activity bits for fastdrop route: (10.0.0.1, 239.0.0.2), vlan: "
                     "1002"}));
+   // An entry that is removed while the platform looks its time up does not come back.
+   hooks_->everyHit = 9;
+   hooks_->hit.clear();
+   hooks_->onAsk = [&](RouteHandle handle) {
+      if (handle == RouteHandle(20)) status(2)->fastdropLastPollTimeDelAll();
+   };
+   pass();
+   EXPECT_TRUE(status(2)->fastdropLastPollTime().empty());
 }
 
 TEST_F(AsyncSmAging, BadEntriesAreTracedAndSkipped) {

@@ -1,5 +1,7 @@
 // Life of the asynchronous per-switch reactor: inputs that are there or not, directories that it
 // tracks, registration, clean-up; and the counter settings it hands on.
+#include "Interruption.h"
+#include "Qor/Generic.h"
 #include "VelAsyncSmTestSupport.h"
 
 namespace velAsync {
@@ -8,10 +10,6 @@ namespace {
 Bfd::Peer peer(unsigned n, Bfd::SessionType type = Bfd::SessionType::singleHop) {
    return Bfd::Peer(type, IpGenAddr::v4(0x0a000000 + n), IntfId("et" + std::to_string(n)),
                     VrfName("default"));
-}
-
-bool watched(Qor::Ptr<AsyncMrouteSwitch> const& chip) {
-   return static_cast<Qor::NotifierOf<AsyncMrouteSwitch> const&>(*chip).hasNotifiees();
 }
 
 class AsyncSmLife : public AsyncSm {
@@ -92,7 +90,7 @@ TEST_F(AsyncSmLife, EveryCombinationOfMissingInputsLivesCleanly) {
       ASSERT_EQ(inputs_.agingClock->timeMin(), Qor::never);
       ASSERT_EQ(inputs_.bfdAllPeerStatusDir->registration().size(), 0u);
       ASSERT_EQ(inputs_.mfibConfig->hasNotifiees() || inputs_.ethIntfStatusDir->hasNotifiees() ||
-                      inputs_.bfdAllPeerStatus->hasNotifiees() || watched(switch_),
+                      inputs_.bfdAllPeerStatus->hasNotifiees() || switch_->hasNotifiees(),
                 false);
    }
    expectSound();
@@ -232,41 +230,55 @@ TEST_F(AsyncSmLife, CleanUpMarksTheSwitchAndTakesItsZombiesUnlessItNeverInitiali
       EXPECT_EQ(clock->timeMin(), Qor::never) << clock->name();
 }
 
-TEST_F(AsyncSmLife, MayEndInsideItsOwnHandlers) {
-   auto const ends = [&](std::function<void()> const& event) {
-      event();
-      EXPECT_FALSE(sm_);
-   };
-   // In a pass over zombies, and in a forced purge.
-   for (bool forced : {false, true}) {
-      freshSwitch();
+TEST_F(AsyncSmLife, MayEndInAnyHookAndAnyNotification) {
+   Interruption life;
+   while (life.next()) {
+      SCOPED_TRACE(life.lives());
+      build({});
       sm_ = inputs_.sm(switch_);
-      zombies(7);
-      OnSwitch const listener(switch_, [&](ZombieKey) { sm_ = nullptr; });
-      ends([&] { forced ? sm_->doForcePurgeOneZombie() : time_->runUntil(time_->now() + 4); });
-      EXPECT_TRUE(switch_->zombieOifSet().empty());
+      auto const perform = [&](auto const& operation) {
+         if (sm_) operation(*sm_);
+      };
+      perform([](auto& sm) { sm.clockIs(Qor::make<Qor::Clock>("frr")); });
+      auto const route = inputs_.mfibHwStatus->vrfStatusIs(VrfName("default"))->routeIs(key(1));
+      route->acceptingIntfIdIs(intf(1));
+      life.act = [&] { sm_ = nullptr; };
+      life.follow(sm_, switch_, inputs_.mfibHwStatus, route);
+      onHook_ = [&](std::string_view) { life.moment(); };
+      Route rerouted = program(1, set({2}, 1, {3})), other = program(2, set({4}));
+      receivers(1);
+      inputs_.mfibConfig->activityPollingIntervalIs(2);
+      inputs_.mfibConfig->counterModeIs(Fib::CounterMode::packets);
+      inputs_.mfibConfig->allCounterIs(true);
+      time_->runUntil(time_->now() + 61);
+      down(1);
+      withdraw(other);
+      perform([](auto& sm) { sm.agingClockIs(Qor::make<Qor::Clock>()); });
+      perform([](auto& sm) { sm.mfibConfigDel(); });
+      perform([&](auto& sm) { sm.mfibConfigIs(inputs_.mfibConfig); });
+      perform([](auto& sm) { sm.bfdAllPeerStatusDel(); });
+      perform([](auto& sm) { sm.ethIntfStatusDirDel(); });
+      perform([&](auto& sm) { sm.ethIntfStatusDirIs(inputs_.ethIntfStatusDir); });
+      perform([](auto& sm) { sm.ethIntfStatusDelAll(); });
+      perform([](auto& sm) { sm.zombieClockIs(Qor::make<Qor::Clock>()); });
+      time_->runUntil(time_->now() + 4);
+      zombies(1);
+      perform([](auto& sm) { sm.doForcePurgeOneZombie(); });
+      zombies(2);
+      auto const before = std::exchange(switch_, nullptr);
+      freshSwitch();
+      perform([&](auto& sm) { sm.mrouteSwitchIs(switch_); });
+      perform([&](auto& sm) { sm.mrouteSwitchIs(before); });
+      perform([](auto& sm) { sm.doCleanup(); });
+      sm_ = nullptr;
+      onHook_ = nullptr;
+      platform_->hookObserverIs(nullptr);
+      time_->runUntil(time_->now() + 1);
+      EXPECT_EQ(time_->nextDeadline(), Qor::never);
+      EXPECT_FALSE(inputs_.mfibConfig->hasNotifiees() || inputs_.ethIntfStatusDir->hasNotifiees() ||
+                   inputs_.bfdAllPeerStatus->hasNotifiees() || before->hasNotifiees());
    }
-   // In a review, and in a rewrite.
-   class OnStatus final : public Fib::Hardware::Status::Notifiee {
-    public:
-      std::function<void()> call;
-      void onPollingInterval() override { call(); }
-   } status;
-   freshSwitch();
-   sm_ = inputs_.sm(switch_);
-   status.call = [&] { sm_ = nullptr; };
-   status.notifierIs(inputs_.mfibHwStatus);
-   ends([&] { inputs_.mfibConfig->activityPollingIntervalIs(9); });
-   status.notifierIs(nullptr);
-
-   freshSwitch();
-   Route route = program(1, set({2}, 1, {3}));
-   sm_ = inputs_.sm(switch_);
-   onHook_ = [&](std::string_view hook) {
-      if (hook == "doUpdateMulticastGroupInPlace") sm_ = nullptr;
-   };
-   ends([&] { down(1); });
-   route = {};
+   EXPECT_GT(life.lives(), 100);
 }
 
 TEST_F(AsyncSmLife, NestedReactorsMayGoInsideTheirOwnHandlers) {
@@ -297,8 +309,25 @@ TEST_F(AsyncSmLife, CounterSettingsReachThePlatformFromConstructionOn) {
    sm_ = inputs_.sm(switch_);
    inputs_.mfibConfig->counterModeIs(Fib::CounterMode::packets);
    inputs_.mfibConfig->allCounterIs(true);
-   EXPECT_EQ(hooks, (Lines{"handleMrouteCounterMode", "handleWildcardCounter",
-                           "handleMrouteCounterMode", "handleWildcardCounter"}));
+   Lines const both{"handleMrouteCounterMode", "handleWildcardCounter"};
+   Lines const twice{both[0], both[1], both[0], both[1]};
+   EXPECT_EQ(std::exchange(hooks, {}), twice);
+   auto const other = Qor::make<Fib::VrfConfig>();
+   for (auto const& config : {inputs_.mfibConfig, other, {}, other})
+      sm_->mfibConfigIs(config);
+   EXPECT_EQ(hooks, twice);  // for each configuration that takes the place of another or of none
+}
+
+TEST_F(AsyncSmLife, MayEndInTheHooksThatAConfigurationIsHandedTo) {
+   for (char const* last : {"handleMrouteCounterMode", "handleWildcardCounter"}) {
+      sm_ = inputs_.sm(switch_);
+      onHook_ = [&](std::string_view hook) {
+         if (hook == last) sm_ = nullptr;
+      };
+      sm_->mfibConfigIs(Qor::make<Fib::VrfConfig>());
+      EXPECT_FALSE(sm_);
+      onHook_ = nullptr;
+   }
 }
 
 using AsyncSmLifeDeathTest = AsyncSmLife;

@@ -85,10 +85,16 @@ class AsyncSm : public OnVirtualTime {
 
    AsyncSm() { build({}); }
    ~AsyncSm() override {
-      Inputs empty;
-      empty.mfibConfig = nullptr;
       sm_ = nullptr;
-      empty.sm(switch_)->doRouteAgingReview();  // without routes: no test inherits a position
+      forgetPosition();  // no test inherits one
+   }
+   // A review that is complete forgets where the last slice stopped: this one, of a single route.
+   void forgetPosition() {
+      Inputs in;
+      in.mfibConfig = nullptr;
+      in.mfibHwStatus->vrfStatusIs(VrfName("default"))->routeIs(key(0));
+      in.sm(switch_)->doRouteAgingReview();
+      switch_->deletedIs(false);  // as the end of that reactor has marked it
    }
 
    void build(Sim::AsyncPlatformConfig const& config) {

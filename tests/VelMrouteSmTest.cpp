@@ -2,7 +2,9 @@
 #include <functional>
 #include <map>
 
+#include "Interruption.h"
 #include "Journal.h"
+#include "Qor/Generic.h"
 #include "TestSupport.h"
 #include "Vel/VelMrouteSmReactors.h"
 
@@ -435,32 +437,70 @@ TEST_F(TopSm, SaysWhatItDoes) {
 )");
 }
 
-TEST_F(TopSm, TheReactorMayGoInAnyHook) {
+TEST_F(TopSm, APlatformMayHoldTheReactorFromTheFirstHookOn) {
+   Qor::Ptr<MrouteSm> held;
+   hooks_->onHook = [&](std::string const& hook) {
+      Qor::Ptr<MrouteSm> const passing(hooks_->mrouteSm());
+      if (hook == "mrouteInit 1") held = passing;
+   };
+   std::string heard;
+   Qor::Following const following(Qor::toGeneric(hooks_),
+                                  [&](Qor::Change const& c) { heard += c.member; });
+   start();
+   EXPECT_EQ(heard, "mrouteSm");
+   EXPECT_EQ(std::exchange(sm_, nullptr), held);
+   hw_->hwRoutingIs(false);
+   EXPECT_EQ(hooks_->take(), "handleMulticastRouting 0");
+   hooks_->onHook = nullptr;
+   held = nullptr;
+   EXPECT_EQ(hooks_->mrouteSm(), nullptr);
+}
+
+TEST_F(TopSm, TheReactorMayGoInAnyHookAndAnyNotification) {
    config_->newConfig("a")->counterRouteIs(key(1));
    acsd_->verifyDataIs(Qor::make<Vel::VerifyData>());
-   for (std::string const hook : {"handleMulticastRouting 0", "handleMulticastRouting 1", "mode",
-                                  "create", "delete", "clear", "read", "ageOut", "verify"}) {
-      SCOPED_TRACE(hook);
+   acsd_->verifyData()->verifyRequiredIs(true);
+   auto const blue = Qor::make<Routing::Multicast::Fib::Config>("blue");
+   testSupport::Interruption life;
+   while (life.next()) {
+      SCOPED_TRACE(life.lives());
       start();
-      hooks_->onHook = [&](std::string const& call) {
-         if (call.starts_with(hook)) sm_ = nullptr;
+      life.act = [&] { sm_ = nullptr; };
+      hooks_->onHook = [&](std::string const&) { life.moment(); };
+      life.follow(sm_, l3_, status_, ctl_, acsd_->verifyData());
+      auto const perform = [&](auto const& operation) {
+         if (sm_) operation(*sm_);
       };
       config_->allCounterIs(true);
       run(2);
       acsd_->verifyData()->verifyIs(acsd_->verifyData()->verify() + 1);
+      acsd_->verifyData()->reverifyIs(false);
       hw_->hwRoutingIs(false);
       hw_->hwRoutingIs(true);
       config_->counterModeIs(config_->counterMode() == CounterMode::bytes ? CounterMode::packets
                                                                           : CounterMode::bytes);
       ctl_->limitIs(2);
-      if (sm_) sm_->updateMfibCounter(key(2), 1, true);
+      perform([](auto& sm) { sm.updateMfibCounter(key(2), 1, true); });
       ctl_->limitIs(99);
+      perform([&](auto& sm) { sm.newMfibConfigVrf(blue); });
+      if (auto const held = sm_) held->mfibConfigVrfDel(held->mfibConfigVrf().begin());
+      perform([](auto& sm) { sm.mfibConfigVrfDelAll(); });
       config_->allCounterIs(false);
-      EXPECT_EQ(sm_, nullptr);
+      perform([](auto& sm) { sm.acsdDel(); });
+      perform([&](auto& sm) { sm.acsdIs(acsd_); });
+      perform([](auto& sm) { sm.mfibVrfConfigDel(); });
+      perform([](auto& sm) { sm.mfibHwStatusDel(); });
+      perform([](auto& sm) { sm.mcastEnabledStatusDel(); });
+      perform([](auto& sm) { sm.counterPollingClockIs(Qor::make<Qor::Clock>()); });
+      perform([](auto& sm) { sm.mfibCounterStatusIs(nullptr); });
+      perform([](auto& sm) { sm.mfibCounterStatusCtlIs(nullptr); });
+      sm_ = nullptr;
       EXPECT_EQ(time_->nextDeadline(), Qor::never);
       EXPECT_EQ(status_->counter().size() + ctl_->currSize() + ctl_->currActive(), 0u);
+      EXPECT_EQ(hooks_->mrouteSm(), nullptr);
       hooks_->onHook = nullptr;
    }
+   EXPECT_GT(life.lives(), 60);
 }
 
 TEST_F(TopSm, AVrfWhoseNumberIsTooLongForTheHooksIsAProgrammingError) {

@@ -4,7 +4,9 @@
 
 #include <functional>
 
+#include "Interruption.h"
 #include "Journal.h"
+#include "Qor/Generic.h"
 #include "TestSupport.h"
 #include "platform/sim/SyncPlatform.h"
 
@@ -278,27 +280,90 @@ TEST_F(SyncSm, ClocksAndTheCommonDataMayComeLateOrAnew) {
    EXPECT_EQ(sm_->verifyData(), nullptr);
 }
 
-TEST_F(SyncSm, TheReactorAndTheSwitchMayGoInAnyHook) {
-   for (std::string const hook :
-        {"mrouteFull", "doAllocateMtableOifSet", "handleFreeMtableOifSet", "mrouteHitBit",
-         "mrouteHitBitCacheRefresh", "mrouteHitBitCacheClear", "doCommitMrouteBatch",
-         "verifyMroute"}) {
-      SCOPED_TRACE(hook);
+TEST_F(SyncSm, TheReactorAndTheSwitchMayGoInAnyHookAndAnyNotification) {
+   Interruption life;
+   while (life.next()) {
+      SCOPED_TRACE(life.lives());
       build();
       program(1, set(2, 1, 3));
       program(2, set(4, 1, 5));
       switch_->doDeleteRoute(program(3, set(6)));
       switch_->mrouteTcamFreeIs(false);
-      onHook_ = {hook, [this] { sm_ = nullptr, switch_ = nullptr; }};
-      in_.acsd->verifyData()->verifyIs(1);
+      auto const data = in_.acsd->verifyData();
+      life.act = [&] { sm_ = nullptr, switch_ = nullptr; };
+      life.follow(sm_, switch_, in_.mfibHwStatus, status(1), in_.l3Status, data);
+      platform_->hookObserverIs([&](std::string_view) { life.moment(); });
+      auto const perform = [&](auto const& operation) {
+         if (sm_) operation(*sm_);
+      };
+      data->verifyRequiredIs(true);
+      data->verifyIs(1);
       requestReview();
+      send(1);
       down(1);
       time_->runUntil(time_->now() + 61);
-      EXPECT_EQ(sm_, nullptr);
+      in_.mfibConfig->activityPollingIntervalIs(5);
+      perform([](auto& sm) { sm.clockIs(Qor::make<Qor::Clock>("frr")); });
+      perform([&](auto& sm) { sm.mfibConfigIs(Qor::make<Fib::VrfConfig>()); });
+      perform([](auto& sm) { sm.agingClockIs(Qor::make<Qor::Clock>()); });
+      perform([](auto& sm) { sm.zombieClockIs(Qor::make<Qor::Clock>()); });
+      perform([](auto& sm) { sm.ethIntfStatusDirDel(); });
+      perform([&](auto& sm) { sm.ethIntfStatusDirIs(in_.ethIntfStatusDir); });
+      perform([](auto& sm) { sm.ethIntfStatusDelAll(); });
+      perform([](auto& sm) { sm.acsdDel(); });
+      perform([&](auto& sm) { sm.acsdIs(in_.acsd); });
+      perform([](auto& sm) { sm.l3StatusDel(); });
+      perform([](auto& sm) { sm.agingReviewQuotaIs(1); });
+      auto other = otherSwitch();
+      perform([&](auto& sm) { sm.mrouteSwitchIs(other); });
+      perform([](auto& sm) { sm.mrouteSwitchDel(); });
+      other = switch_ ? switch_ : other;
+      perform([&](auto& sm) { sm.mrouteSwitchIs(other); });
+      perform([](auto& sm) { sm.doCleanup(); });
+      sm_ = nullptr;
+      switch_ = other = nullptr;
       EXPECT_EQ(chip_->groups() + chip_->routes().size(), 0u);
       EXPECT_EQ(time_->nextDeadline(), Qor::never);
+      EXPECT_FALSE(in_.mfibConfig->hasNotifiees() || in_.ethIntfStatusDir->hasNotifiees() ||
+                   in_.acsd->hasNotifiees() || data->hasNotifiees());
       in_.mfibHwStatus->vrfStatusDelAll();
    }
+   EXPECT_GT(life.lives(), 60);
+}
+
+// The reactor changes nothing of the switch until it has the switch again.
+TEST_F(SyncSm, ASwitchThatIsTakenAwayIsLeftAsItIs) {
+   program(1, set(2, 1, 3));
+   switch_->doDeleteRoute(program(2, set(4)));
+   sm_->mrouteSwitchDel();
+   EXPECT_EQ(sm_->mrouteSwitch(), nullptr);
+   EXPECT_FALSE(switch_->deleted() || switch_->hasNotifiees());
+   EXPECT_EQ(time_->nextDeadline(), Qor::never);
+   for (auto const& operation :
+        {&MrouteSwitchSm::handleInitialized, &MrouteSwitchSm::maybeScheduleRoutesReview,
+         &MrouteSwitchSm::handleZombie, &MrouteSwitchSm::handleZombieClock,
+         &MrouteSwitchSm::handlePollingInterval, &MrouteSwitchSm::doRouteAgingReview,
+         &MrouteSwitchSm::handleClock, &MrouteSwitchSm::handleVerify, &MrouteSwitchSm::doCleanup})
+      (sm_.get()->*operation)();
+   down(1);
+   sm_->clockIs(Qor::make<Qor::Clock>());
+   sm_->zombieClockIs(Qor::make<Qor::Clock>());
+   sm_->agingClockIs(in_.agingClock);
+   sm_->mfibConfigIs(in_.mfibConfig);
+   time_->runUntil(100);
+   EXPECT_EQ(receivers(1), "et2");
+   EXPECT_EQ(switch_->zombieOifSet().size(), 1u);
+   sm_->mrouteSwitchIs(switch_);
+   EXPECT_EQ(aging(), 160);
+   time_->runUntil(100);
+   EXPECT_TRUE(switch_->zombieOifSet().empty());
+   // In the middle of a review, which ends then.
+   send(1);
+   onHook_ = {"mrouteHitBit", [&] { sm_->mrouteSwitchDel(); }};
+   time_->runUntil(160);
+   EXPECT_EQ(aging(), Qor::never);
+   sm_ = nullptr;
+   EXPECT_FALSE(switch_->deleted());
 }
 
 TEST_F(SyncSm, VerifiesOnRequestUnlessThatIsDisabled) {
@@ -389,6 +454,26 @@ TEST_F(SyncSm, AReviewStampsWhatWasHitAndWhatMustNotAge) {
    EXPECT_EQ(status(1)->lastPollTime(), 60);
 }
 
+TEST_F(SyncSm, AFastdropEntryIsStampedByItsVlanUnlessItGoesMeanwhile) {
+   for (bool const goes : {false, true}) {
+      build();
+      program(1, set(2));
+      switch_->doAllocateRoute(key(1), vlan(3), false, nullptr, true, false, {},
+                               VrfName("default"));
+      auto const route = status(1);
+      route->acceptingIntfIdIs({});
+      route->fastdropLastPollTimeIs("et3", 0);
+      if (!goes) route->fastdropLastPollTimeIs("et2", 0);
+      send(1, 3);
+      onHook_ = {goes ? "mrouteHitBit" : "", [&] { route->fastdropLastPollTimeDel("et3"); }};
+      Qor::Seconds const due = aging();
+      time_->runUntil(due);
+      EXPECT_EQ(route->fastdropLastPollTime().size(), goes ? 0u : 2u);
+      EXPECT_EQ(route->fastdropLastPollTime("et2"), 0);
+      EXPECT_EQ(route->fastdropLastPollTime("et3"), goes ? 0 : due);
+   }
+}
+
 TEST_F(SyncSm, AChangedIntervalRestartsARunningReviewOnly) {
    in_.mfibConfig->activityPollingIntervalIs(5);
    EXPECT_EQ(aging(), Qor::never);
@@ -418,21 +503,31 @@ TEST_F(SyncSm, ABusyHitBitCacheIsAskedAgainThoughNoRouteChanges) {
    EXPECT_DOUBLE_EQ(aging(), 120.02);
 }
 
-TEST_F(SyncSm, AReviewThatLosesItsGroundEndsWithTheClockDisarmed) {
-   std::function<void()> const losses[] = {
-         [&] { sm_->mfibConfigDel(); },
-         [&] {
-            while (!switch_->route().empty())
-               switch_->doDeleteRoute(switch_->route().begin()->first);
-         }};
-   for (auto const& loss : losses) {
-      SCOPED_TRACE(&loss - losses);
-      build();
-      program(1, set(2));
-      program(2, set(2));
-      onHook_ = {"mrouteHitBit", loss};
-      time_->runUntil(aging());
-      EXPECT_EQ(aging(), Qor::never);
+TEST_F(SyncSm, AReviewThatLosesItsGroundInAnyHookEndsWithTheClockDisarmed) {
+   struct Case {
+      std::function<void()> loss;
+      unsigned ends;  // of the review, counted because hardware routing is off
+   };
+   Case const cases[] = {{[&] { sm_->mfibConfigDel(); }, 0},
+                         {[&] {
+                             while (!switch_->route().empty())
+                                switch_->doDeleteRoute(switch_->route().begin()->first);
+                          },
+                          1}};
+   for (Case const& c : cases) {
+      for (char const* hook : {"mrouteHitBitCacheRefresh", "mrouteHitBit", "doCommitMrouteBatch",
+                               "mrouteHitBitCacheClear"}) {
+         SCOPED_TRACE(cat(&c - cases, ' ', hook));
+         build();
+         in_.mfibHwStatus->hwRoutingIs(false);
+         program(1, set(2));
+         program(2, set(2));
+         onHook_ = {hook, c.loss};
+         time_->runUntil(aging());
+         EXPECT_EQ(aging(), Qor::never);
+         requestReview();
+         EXPECT_EQ(in_.l3Status->waitForRoutingDisabledRefCnt(), c.ends);
+      }
    }
 }
 
@@ -464,6 +559,7 @@ class SyncSmSlices : public SyncSm {
 TEST_F(SyncSmSlices, EachRouteIsReviewedOnceInSlicesWithinTheirTime) {
    firstSlice();
    time_->runUntil(aging());
+   EXPECT_EQ(journal_.like("6 Current"), Lines{cat("6 Current routeIter: ", key(4))});
    EXPECT_EQ(reviewed(), (Lines{review(4), review(5), review(6)}));
    time_->runUntil(aging());
    EXPECT_EQ(asked(), 8u);
@@ -516,6 +612,8 @@ TEST_F(SyncSmSlices, AReviewGoesOnBehindItsPlaceWhateverChanged) {
       c.change();
       journal_.take();
       time_->runUntil(aging());
+      Lines const current = journal_.like("6 Current");
+      EXPECT_TRUE(current.empty() || current[0] == cat("6 Current routeIter: ", key(c.next)));
       ASSERT_FALSE(reviewed().empty());
       EXPECT_EQ(reviewed().front(), review(c.next));
       EXPECT_EQ(refreshes(), c.refreshes);
@@ -532,6 +630,7 @@ TEST_F(SyncSmSlices, ASliceThatEndsWithTheLastRouteIsFollowedByTheEnd) {
       EXPECT_EQ(asked(), 6u);
       EXPECT_EQ(journal_.count("6 Review completed"), completed);
    }
+   EXPECT_EQ(journal_.count("6 Current routeIter: (invalid)"), 1);  // no route comes next
 }
 
 // ---- Fast reroute ----
@@ -567,7 +666,12 @@ TEST_F(SyncSm, AZombieIsNotReroutedAndARefusedRewriteIsDropped) {
    EXPECT_FALSE(switch_->inUseRecord(zombie)->dirty());
    EXPECT_TRUE(switch_->frrProcessingOifSet().empty());
    EXPECT_EQ(receivers(2), "et4");
-   EXPECT_EQ(journal_.count("blip MrouteSwitchSm::handleClockHW resource full"), 1);
+   Lines const said = journal_.like("8 : "),
+               events = journal_.like("blip MrouteSwitchSm::handleClock");
+   std::string const rewrite = " {et5:1005 frr et5:1005 iif et1} to oifSetIndex: 2";
+   EXPECT_EQ(said, (Lines{"8 : Overwrite with new pvSet" + rewrite, "8 : HW resource full "}));
+   EXPECT_EQ(events, (Lines{"blip MrouteSwitchSm::handleClock Overwrite with pvSet" + rewrite,
+                            "blip MrouteSwitchSm::handleClockHW resource full"}));
 }
 
 // Keeps one set from being rerouted as soon as another is.

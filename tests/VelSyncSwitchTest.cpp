@@ -3,6 +3,7 @@
 #include <cstdlib>
 #include <functional>
 
+#include "Qor/Type.h"
 #include "VelSyncRecorder.h"
 
 namespace velSync {
@@ -32,7 +33,7 @@ hook doAllocateMtableOifSet 5 0 $
 )",
               set);
    EXPECT_EQ(sw_->inUseRecord(set), record);
-   EXPECT_EQ(sw_->frrMtableOifSet(set).get(), record.get());
+   EXPECT_EQ(sw_->frrMtableOifSet(set), record);
    EXPECT_TRUE(sw_->oifSetIndexColl(31));
    EXPECT_EQ(allocate(oifSet("et9"))->oifSetIndex(), 32u);  // equal, and another
    journal_.take();
@@ -58,6 +59,13 @@ hook doAllocateMtableOifSet 5 0 $
    EXPECT_EQ(record->zombie(), ZombieKey());
    EXPECT_EQ(allocate(set), record);
    EXPECT_EQ(journal_.count("2 Found an existing oif set"), 1);
+   EXPECT_TRUE(journal_.like("2  Adding Frr").empty());
+   // A failure has withdrawn the zombie.
+   record = nullptr;
+   sw_->frrMtableOifSetDel(set);
+   record = allocate(set);
+   EXPECT_EQ(sw_->frrMtableOifSet(set), record);
+   EXPECT_EQ(journal_.count("2  Adding Frr oifSetIndex: 31"), 1);
    EXPECT_EQ(sw_->zombieOifSet().size(), 1u);  // the other set
 }
 
@@ -154,6 +162,16 @@ TEST_F(VelSync, TheFirstReasonThatHoldsDecidesWhatBecomesOfARecord) {
       EXPECT_EQ(sw_->inUseOifSet().size() + sw_->oifSetIndexColl().size(), freed ? 0u : 2u);
       EXPECT_EQ(sw_->zombieOifSet(ZombieKey(31, 7.5)) != nullptr, reason == 5);
    }
+}
+
+TEST_F(VelSync, ARecordThatAFollowerHasResurrectedDoesNotWaitAmongTheZombies) {
+   OifSetPtr const set = oifSet();
+   RecordPtr record = allocate(set), resurrected;
+   Qor::Following const follower(Qor::toGeneric(record), [&](Qor::Change const& change) {
+      if (change.member == "zombie" && !resurrected) resurrected = allocate(set);
+   });
+   record = nullptr;
+   EXPECT_TRUE(resurrected && sw_->zombieOifSet().empty());
 }
 
 // Tells the journal about the collections of freeing, and does what a test asks when it is told.
@@ -375,10 +393,45 @@ TEST_F(VelSyncDeathTest, BrokenInvariantsStopTheProcessWithTheirExpression) {
 
 // ---- The hook class ----
 
+struct Bare final : VelHelper::MrouteSmHelper {
+   Bare() : MrouteSmHelper("bare") {}
+};
+
+// All indexes and handles are 0.
+TEST_F(VelSync, OnTheBareHookClassTheNewestHasTheIndexAndTheHandle) {
+   setenv("VEL_NOOP_AGENT", "", 1);
+   hwStatus_->rangeRouteHandleSharedIs(true);  // makes no difference
+   sw_ = Vel::mrouteSwitchFactory("bare", 5, acsd_, l3_, Qor::make<Bare>(), nullptr, hwStatus_);
+   std::vector<RouteHandle> handles;
+   std::vector<OifSetPtr> const sets{oifSet(), oifSet(), oifSet("et9")};
+   std::vector<IpGenRouteKey> const keys{key(1), key("0.0.0.0/0", "239.0.0.0/8"), key(3)};
+   for (unsigned n = 0; n < 3; ++n) {
+      RecordPtr const record = allocate(sets[n]);
+      handles.push_back(allocateRoute(keys[n], record));
+      sw_->doSetMtableOifSet(handles.back(), record);
+      EXPECT_EQ(sw_->route(handles.back())->mtableOifSet(), record);
+      EXPECT_EQ(sw_->routeKeyToHandle().begin()->first,
+                Vel::RouteKeyVlanId(keys[n], VlanIdOrNone(3u)));
+      handles.push_back(allocateBoundary(keys[n], 3 + n % 2));
+      EXPECT_EQ(sw_->boundary(handles.back())->key(), keys[n]);
+   }
+   EXPECT_EQ(sw_->route().size() + sw_->routeKeyToHandle().size() + sw_->boundary().size(), 3u);
+   EXPECT_EQ(sw_->zombieOifSet().size(), 1u);  // of the two that were replaced
+   std::string const before = flags();
+   RecordPtr const older = allocate(sets[0]);
+   for (RouteHandle const handle : handles) {
+      sw_->doDeleteRoute(handle);
+      sw_->doSetMtableOifSet(handle, older);
+   }
+   EXPECT_EQ(before + " > " + flags(), "0 0 3 > 6 6 9");
+   EXPECT_TRUE(sw_->route().empty() && sw_->boundary().empty());
+   sw_->zombieOifSetDelAll();
+   EXPECT_EQ(sw_->inUseOifSet().size(), 1u);
+   sw_ = nullptr;
+   unsetenv("VEL_NOOP_AGENT");
+}
+
 TEST(VelSyncHelperDeathTest, RequiredHooksStopTheProcessUnlessTheVariableIsPresent) {
-   struct Bare final : VelHelper::MrouteSmHelper {
-      Bare() : MrouteSmHelper("bare") {}
-   };
    auto const bare = Qor::make<Bare>();
    setenv("VEL_NOOP_AGENT", "", 1);
    EXPECT_EQ(bare->doAllocateMtableOifSet(1, 0, nullptr), 0u);

@@ -6,6 +6,7 @@
 
 #include "Qor/Assert.h"
 #include "agent/input/LineSource.h"
+#include "agent/input/PrintableText.h"
 #include "agent/input/RouteFields.h"
 
 namespace Agent {

@@ -5,6 +5,7 @@
 #include <chrono>
 #include <utility>
 
+#include "agent/input/PrintableText.h"
 #include "agent/input/RouteFields.h"
 
 namespace Agent {

@@ -2,16 +2,9 @@
 
 #include "Lnet/IpGenAddr.h"
 #include "Qor/Exception.h"
+#include "agent/input/PrintableText.h"
 
 namespace Agent {
-
-std::string inQuotes(std::string_view text) {
-   constexpr std::size_t limit = 60;
-   std::string out = "\"";
-   out += text.substr(0, limit);
-   if (text.size() > limit) out += "...";
-   return out + "\"";
-}
 
 std::string routeKeyOf(std::string_view source, std::string_view group,
                        Routing::Multicast::Fib::IpGenRouteKey& key) {

@@ -16,9 +16,6 @@ namespace Agent {
 // What stands where an interface name is expected and there is none.
 inline constexpr std::string_view unresolvedWord = "unresolved";
 
-// The text in double quotes, for a reason; cut at 60 bytes.
-std::string inQuotes(std::string_view text);
-
 // Source and group: two addresses of one family, a multicast group, a source that is not
 // multicast. The unspecified source makes the key of (*,G).
 std::string routeKeyOf(std::string_view source, std::string_view group,

@@ -6,6 +6,7 @@
 #include <optional>
 #include <utility>
 
+#include "agent/input/PrintableText.h"
 #include "agent/input/RouteFields.h"
 
 namespace Agent {

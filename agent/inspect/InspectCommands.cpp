@@ -3,7 +3,7 @@
 
 #include "Qor/Trace.h"
 #include "agent/input/NumberText.h"
-#include "agent/input/RouteFields.h"
+#include "agent/input/PrintableText.h"
 #include "agent/input/TraceOption.h"
 #include "agent/inspect/InspectExplain.h"
 #include "agent/inspect/Inspector.h"
@@ -17,12 +17,6 @@ using Kind = TreeNode::Kind;
 using Lines = std::vector<std::vector<std::string>>;
 
 namespace {
-
-std::string aligned(Lines const& lines) {
-   std::ostringstream out;
-   printAligned(out, lines);
-   return out.str();
-}
 
 std::string lastSegment(TreeNode const& parent, TreeNode const& child) {
    return printable(child.path.substr(parent.path == "/" ? 1 : parent.path.size() + 1));
@@ -218,7 +212,7 @@ void Inspector::call(Words const& words) {
    TreeNode const node = all.find(words[1].raw);
    Qor::Type const* const type = typeOf(node);
    if (!type) throw InspectError(printable(node.path) + " has no operations");
-   Qor::TypeOperation const& operation = type->operation(words[2].text);
+   Qor::TypeOperation const& operation = type->operation(words[2].text, words.size() - 3);
    std::vector<Qor::Generic> arguments;
    for (std::size_t i = 3; i < words.size(); ++i)
       arguments.push_back(argument(all, words[i]));

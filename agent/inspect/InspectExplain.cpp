@@ -4,6 +4,7 @@
 #include <set>
 #include <sstream>
 
+#include "agent/input/PrintableText.h"
 #include "agent/input/RouteFields.h"
 #include "agent/inspect/InspectWords.h"
 

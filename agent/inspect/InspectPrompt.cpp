@@ -1,5 +1,6 @@
 #include "agent/inspect/InspectPrompt.h"
 
+#include <fmt/format.h>
 #include <histedit.h>
 #include <unistd.h>
 
@@ -8,7 +9,7 @@
 #include <iostream>
 #include <memory>
 
-#include "agent/input/RouteFields.h"
+#include "agent/input/PrintableText.h"
 #include "agent/inspect/Inspector.h"
 #include "agent/report/ExitCode.h"
 #include "agent/report/Output.h"
@@ -80,8 +81,8 @@ class Terminal {
    }
    static char* prompt(EditLine* el) {
       Terminal& self = of(el);
-      std::snprintf(self.prompt_, sizeof self.prompt_, "%.3f s> ", Qor::now());
-      return self.prompt_;
+      self.prompt_ = fmt::format("{:.3f} s> ", Qor::now());
+      return self.prompt_.data();
    }
    static unsigned char completes(EditLine* el, int) { return of(el).complete(); }
 
@@ -113,7 +114,7 @@ class Terminal {
    Inspector& inspector_;
    std::unique_ptr<EditLine, decltype(&el_end)> const editor_;
    std::unique_ptr<History, decltype(&history_end)> const history_;
-   char prompt_[48] = {};
+   std::string prompt_;
 };
 
 }  // namespace

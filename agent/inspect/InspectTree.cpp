@@ -6,7 +6,7 @@
 
 #include "Qor/Exception.h"
 #include "agent/input/NumberText.h"
-#include "agent/input/RouteFields.h"
+#include "agent/input/PrintableText.h"
 #include "agent/inspect/InspectWords.h"
 
 namespace Agent {

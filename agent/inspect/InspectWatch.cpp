@@ -1,4 +1,5 @@
 #include "agent/inspect/InspectWatch.h"
+#include "agent/input/PrintableText.h"
 
 #include <algorithm>
 

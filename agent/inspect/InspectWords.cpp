@@ -1,8 +1,6 @@
 #include "agent/inspect/InspectWords.h"
 
-#include <cstdio>
-
-#include "agent/input/RouteFields.h"
+#include "agent/input/PrintableText.h"
 
 namespace Agent {
 
@@ -79,21 +77,6 @@ std::string quotedSegment(std::string_view segment) {
       out += c;
    }
    return out + '"';
-}
-
-std::string printable(std::string_view text) {
-   std::string out;
-   for (char const c : text) {
-      auto const byte = static_cast<unsigned char>(c);
-      if (byte >= ' ' && byte <= '~') {
-         out += c;
-      } else {
-         char hex[8];
-         std::snprintf(hex, sizeof hex, "\\x%02x", byte);
-         out += hex;
-      }
-   }
-   return out;
 }
 
 }  // namespace Agent

@@ -34,8 +34,5 @@ std::vector<Word> wordsOf(std::string_view line);
 std::vector<std::string> segmentsOf(std::string_view path);
 // The segment as it is written in a path: in quotes where it needs them.
 std::string quotedSegment(std::string_view segment);
-// Bytes that are not printable ASCII become \xNN: nothing that is shown does
-// anything to a terminal, and all of it can stand in JSON.
-std::string printable(std::string_view text);
 
 }  // namespace Agent

@@ -1,13 +1,13 @@
 #include "agent/inspect/Inspector.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <cmath>
-#include <iomanip>
-#include <sstream>
 
 #include "Qor/Exception.h"
 #include "agent/input/NumberText.h"
-#include "agent/input/RouteFields.h"
+#include "agent/input/PrintableText.h"
 #include "agent/inspect/Rehearsal.h"
 #include "agent/report/TextTable.h"
 
@@ -18,9 +18,7 @@ using nlohmann::ordered_json;
 namespace {
 
 std::string seconds(double time) {
-   std::ostringstream out;
-   out << std::fixed << std::setprecision(6) << time << " s";
-   return out.str();
+   return fmt::format("{:.6f} s", time);
 }
 
 // What a watch tells, for people.
@@ -202,9 +200,7 @@ void Inspector::help(Words const& words) {
       json.push_back({{"usage", usage}, {"help", command.help}});
       lines.push_back({usage, command.help});
    }
-   std::ostringstream text;
-   printAligned(text, lines);
-   say(json, text.str());
+   say(json, aligned(lines));
 }
 
 void Inspector::watch(Words const& words) {

@@ -2,7 +2,8 @@
 
 #include <map>
 #include <set>
-#include <sstream>
+
+#include "platform/sim/Format.h"
 
 namespace Agent {
 
@@ -14,10 +15,7 @@ using Routing::Multicast::Fib::IpGenRouteKey;
 using Outputs = std::set<std::string>;
 
 std::string toString(Outputs const& outputs) {
-   std::string text;
-   for (std::string const& output : outputs)
-      text += (text.empty() ? "" : " ") + output;
-   return text.empty() ? "nowhere" : text;
+   return outputs.empty() ? "nowhere" : fmt::format("{}", fmt::join(outputs, " "));
 }
 
 bool linkDown(CaptureState const& capture, Lnet::IntfId intf) {
@@ -103,16 +101,12 @@ class Comparison {
          actual.insert(copy.intfId().name());
       if (forwarded.toCpu) actual.insert("cpu");
       Outputs const wanted = expectedOutputs(simulated_, capture_, expected);
-      std::ostringstream line;
       if (!hitsOwnEntry(packet.vrfId, id, forwarded)) {
-         line << "the chip has no entry for it (" << forwarded.result << ')';
+         differs(id, fmt::format("the chip has no entry for it ({})", forwarded.result));
       } else if (actual != wanted) {
-         line << "expected " << toString(wanted) << ", chip forwards to " << toString(actual)
-              << " (" << forwarded.result << ')';
-      } else {
-         return;
+         differs(id, fmt::format("expected {}, chip forwards to {} ({})", toString(wanted),
+                                 toString(actual), forwarded.result));
       }
-      differs(id, line.str());
    }
 
    // Another route's entry may send a packet to the same interfaces.
@@ -127,11 +121,11 @@ class Comparison {
       simulated_.chip().routes().forEach([&](Qor::U32 index, Sim::Entry const& entry) {
          auto const placed = placed_.find({entry.vrfId, entry.key});
          if (placed != placed_.end() && placed->second == entry.acceptingVlan) return;
-         std::ostringstream line;
-         line << "route entry " << index << " of the chip: vrf id " << entry.vrfId << ' '
-              << entry.key << " vlan " << entry.acceptingVlan
-              << " is that of no route of the capture in hardware";
-         result_.differences.push_back(line.str());
+         result_.differences.push_back(
+               fmt::format("route entry {} of the chip: vrf id {} {} vlan {} is that of no route "
+                           "of the capture "
+                           "in hardware",
+                           index, entry.vrfId, entry.key, entry.acceptingVlan));
       });
    }
 

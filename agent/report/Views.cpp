@@ -1,12 +1,11 @@
 #include "agent/report/Views.h"
 
 #include <algorithm>
-#include <cstdio>
-#include <sstream>
 #include <string>
 #include <vector>
 
 #include "agent/report/TextTable.h"
+#include "platform/sim/Format.h"
 
 namespace Agent {
 
@@ -20,13 +19,6 @@ constexpr std::pair<View, std::string_view> viewNames[] = {
       {View::zombies, "zombies"},
       {View::chip, "chip"},
 };
-
-template <class T>
-std::string text(T const& value) {
-   std::ostringstream os;
-   os << value;
-   return os.str();
-}
 
 // The outputs as `ip` lists them: one object an interface, "cpu" for a copy to the CPU.
 ordered_json multipath(MrouteLib::PortVlanSet const& set) {
@@ -59,7 +51,7 @@ ordered_json routesJson(SimulatedSwitch const& simulated) {
                           {"iif", wanted.acceptingIntfId.name()},
                           {"vlan", wanted.acceptingVlan.value()},
                           {"multipath", multipath(wanted.set)},
-                          {"state", text(route.state())},
+                          {"state", fmt::format("{}", route.state())},
                           {"offload", offload}};
       if (auto const record = simulated.path().record(route)) {
          row["multicastId"] = groupJson(record->group);
@@ -123,7 +115,7 @@ ordered_json chipJson(SimulatedSwitch const& simulated) {
       ordered_json members = ordered_json::array();
       if (group.toCpu) members.push_back("cpu");
       for (auto const& member : group.members)
-         members.push_back(text(member));
+         members.push_back(fmt::format("{}", member));
       groups.push_back({{"group", id}, {"members", members}, {"routes", group.routes}});
    });
    ordered_json ports = ordered_json::array();
@@ -148,11 +140,7 @@ ordered_json chipJson(SimulatedSwitch const& simulated) {
 std::string cell(ordered_json const& value) {
    if (value.is_string()) return value.get<std::string>();
    if (value.is_boolean()) return value.get<bool>() ? "yes" : "no";
-   if (value.is_number_float()) {
-      char number[32];
-      std::snprintf(number, sizeof number, "%.3f", value.get<double>());
-      return number;
-   }
+   if (value.is_number_float()) return fmt::format("{:.3f}", value.get<double>());
    if (!value.is_array()) return value.dump();
    std::string list;
    for (auto const& item : value) {
@@ -177,7 +165,7 @@ void printTable(std::ostream& os, ordered_json const& rows, std::vector<Column> 
          line.push_back(row.contains(column.key) ? cell(row.at(column.key)) : "");
       }
    }
-   printAligned(os, cells);
+   os << aligned(cells);
 }
 
 }  // namespace

@@ -1,5 +1,6 @@
 #include "agent/run/CaptureRun.h"
 
+#include <fmt/format.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -45,9 +46,9 @@ class Progress {
       if (now - last_ < std::chrono::milliseconds(100)) return;
       last_ = now;
       written_ = true;
-      std::fprintf(stderr, "\r\x1b[K%llu events, %.1f s of capture, %u routes, %u groups",
-                   static_cast<unsigned long long>(figures.events), time,
-                   simulated.routeProgrammer().routes(), simulated.chip().groups());
+      fmt::print(stderr, "\r\x1b[K{} events, {:.1f} s of capture, {} routes, {} groups",
+                 figures.events, time, simulated.routeProgrammer().routes(),
+                 simulated.chip().groups());
       std::fflush(stderr);
    }
    void clear() {

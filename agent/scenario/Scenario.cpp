@@ -1,8 +1,9 @@
 #include "agent/scenario/Scenario.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <cmath>
-#include <cstdio>
 
 namespace Agent::Scenario {
 
@@ -37,9 +38,7 @@ std::string RouteRun::toString() const {
 }
 
 std::string numberText(double value) {
-   char text[64];
-   std::snprintf(text, sizeof text, "%.6f", value);
-   std::string out(text);
+   std::string out = fmt::format("{:.6f}", value);
    out.erase(out.find_last_not_of('0') + 1);
    if (out.back() == '.') out.pop_back();
    return out;

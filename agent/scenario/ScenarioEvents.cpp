@@ -1,6 +1,7 @@
 // What happens in a scenario: one function a kind of event.
 #include <algorithm>
 
+#include "agent/input/PrintableText.h"
 #include "agent/input/RouteFields.h"
 #include "agent/report/Views.h"
 #include "agent/scenario/ScenarioFields.h"

@@ -1,6 +1,7 @@
 // What a scenario expects.
 #include <algorithm>
 
+#include "agent/input/PrintableText.h"
 #include "agent/input/RouteFields.h"
 #include "agent/programmer/RouteProgrammer.h"
 #include "agent/scenario/ScenarioFields.h"

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "agent/input/InterfaceMap.h"
+#include "agent/input/PrintableText.h"
 #include "agent/input/RouteFields.h"
 
 namespace Agent::Scenario {
@@ -16,10 +17,8 @@ Fields::Fields(json const& object, std::string keyPath, std::vector<std::string_
    if (!object.is_object()) refuse(keyPath_, kindOf(object) + " where an object is expected");
    for (auto const& [key, value] : object.items()) {
       if (std::find(known.begin(), known.end(), key) != known.end()) continue;
-      std::string list;
-      for (std::string_view const name : known)
-         (list += list.empty() ? "" : ", ") += name;
-      refuse(keyPath_, "unknown key " + inQuotes(key) + " (known: " + list + ")");
+      refuse(keyPath_,
+             fmt::format("unknown key {} (known: {})", inQuotes(key), fmt::join(known, ", ")));
    }
 }
 

@@ -9,13 +9,13 @@
 #include <initializer_list>
 #include <nlohmann/json.hpp>
 #include <optional>
-#include <sstream>
 #include <string>
 #include <string_view>
 #include <utility>
 #include <vector>
 
 #include "agent/scenario/Scenario.h"
+#include "platform/sim/Format.h"
 
 namespace Agent::Scenario {
 
@@ -36,11 +36,8 @@ using Names = std::vector<std::pair<std::string, E>>;
 template <class E>
 Names<E> namesOf(E first, E last) {
    Names<E> names;
-   for (auto i = static_cast<unsigned>(first); i <= static_cast<unsigned>(last); ++i) {
-      std::ostringstream name;
-      name << static_cast<E>(i);
-      names.emplace_back(name.str(), static_cast<E>(i));
-   }
+   for (auto i = static_cast<unsigned>(first); i <= static_cast<unsigned>(last); ++i)
+      names.emplace_back(fmt::format("{}", static_cast<E>(i)), static_cast<E>(i));
    return names;
 }
 

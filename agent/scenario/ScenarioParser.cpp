@@ -5,7 +5,7 @@
 #include <set>
 
 #include "agent/input/LineSource.h"
-#include "agent/input/RouteFields.h"
+#include "agent/input/PrintableText.h"
 #include "agent/scenario/ScenarioFields.h"
 
 namespace Agent {

@@ -1,7 +1,8 @@
 #include "agent/scenario/ScenarioPlayer.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
-#include <cstdio>
 
 #include "Qor/Clock.h"
 
@@ -13,7 +14,7 @@ namespace {
 
 std::string expectedFound(std::string const& what, std::string const& expected,
                           std::string const& found) {
-   return what + ": expected " + expected + ", found " + found;
+   return fmt::format("{}: expected {}, found {}", what, expected, found);
 }
 
 std::string numbers(std::string const& what, Range const& expected, double found) {
@@ -21,10 +22,7 @@ std::string numbers(std::string const& what, Range const& expected, double found
 }
 
 std::string joined(std::vector<std::string> const& names) {
-   std::string text;
-   for (std::string const& name : names)
-      text += (text.empty() ? "" : " ") + name;
-   return text.empty() ? "nowhere" : text;
+   return names.empty() ? "nowhere" : fmt::format("{}", fmt::join(names, " "));
 }
 
 std::string nameOf(RouteRun const& routes, std::uint32_t i) {
@@ -34,9 +32,7 @@ std::string nameOf(RouteRun const& routes, std::uint32_t i) {
 }  // namespace
 
 std::string ScenarioPlayer::Failure::toString() const {
-   char at[64];
-   std::snprintf(at, sizeof at, ": at %.6f s: ", time);
-   return where.toString() + at + text;
+   return fmt::format("{}: at {:.6f} s: {}", where.toString(), time, text);
 }
 
 ScenarioPlayer::ScenarioPlayer(ScenarioTarget& target, std::vector<Line> const& lines)

@@ -1,8 +1,9 @@
 #include "agent/scenario/ScenarioWriter.h"
 
 #include <nlohmann/json.hpp>
-#include <sstream>
 #include <utility>
+
+#include "platform/sim/Format.h"
 
 namespace Agent {
 
@@ -13,9 +14,7 @@ using namespace Scenario;
 
 template <class Value>
 std::string text(Value const& value) {
-   std::ostringstream os;
-   os << value;
-   return os.str();
+   return fmt::format("{}", value);
 }
 
 ordered_json runJson(RouteRun const& run) {

@@ -2,22 +2,11 @@
 
 #include <iostream>
 #include <set>
-#include <sstream>
 
 #include "agent/report/Views.h"
+#include "platform/sim/Format.h"
 
 namespace Agent {
-
-namespace {
-
-template <class... Parts>
-std::string text(Parts const&... parts) {
-   std::ostringstream os;
-   (os << ... << parts);
-   return os.str();
-}
-
-}  // namespace
 
 Intf const& SimulatedTarget::learn(Lnet::IntfId id) {
    try {
@@ -77,7 +66,7 @@ void SimulatedTarget::routeDel(L3::VrfName const& vrf, Scenario::RouteKey const&
 
 void SimulatedTarget::linkIs(Lnet::IntfId intf, Interface::IntfOperStatus state) {
    learn(intf);
-   note(text("link ", intf, ' ', state));
+   note(fmt::format("link {} {}", intf, state));
    simulated_.linkIs(intf, state);
 }
 
@@ -85,11 +74,11 @@ void SimulatedTarget::bfdIs(Bfd::Peer const& peer, std::optional<Bfd::OperState>
    Bfd::AppStatus* const sessions = simulated_.path().bfdAppStatus();
    if (!sessions) throw ScenarioRefused("this path follows no BFD sessions");
    if (!state) {
-      note(text("bfd ", peer, " removed"));
+      note(fmt::format("bfd {} removed", peer));
       sessions->peerStatusDel(peer);
       return;
    }
-   note(text("bfd ", peer, ' ', *state));
+   note(fmt::format("bfd {} {}", peer, *state));
    sessions->newPeerStatus(peer)->statusIs(*state);
 }
 
@@ -160,7 +149,7 @@ Sim::Packet SimulatedTarget::onChip(Packet const& packet) {
 
 ScenarioTarget::Copies SimulatedTarget::copiesOf(Sim::Forwarded const& forwarded) {
    Copies copies;
-   copies.result = text(forwarded.result);
+   copies.result = fmt::format("{}", forwarded.result);
    for (auto const& copy : forwarded.copies)
       ++copies.at[copy.intfId().name()];
    if (forwarded.toCpu) ++copies.at["cpu"];
@@ -174,7 +163,7 @@ ScenarioTarget::RouteFacts SimulatedTarget::route(L3::VrfName const& vrf,
    RouteFacts facts;
    auto const* route = std::as_const(simulated_).routeProgrammer().route(vrf, key);
    if (!route) return facts;
-   facts.state = text(route->state());
+   facts.state = fmt::format("{}", route->state());
    facts.reason = route->reason();
    auto const vrfStatus = simulated_.mfibHwStatus().vrfStatus(vrf);
    if (auto const status = vrfStatus ? vrfStatus->route(key) : nullptr) {
@@ -278,8 +267,9 @@ std::vector<std::string> SimulatedTarget::check() {
       if (group) found.insert(group->members.begin(), group->members.end());
       bool const rerouted = record && record->dirty && !backup.empty() && found == backup;
       if (group && group->toCpu == set.toCpu() && (found == expected || rerouted)) return;
-      wrong.push_back(text(route.vrf(), ' ', route.key(), ": wanted ", set.pretty(),
-                           group ? ", the chip has other members" : ", the chip has no group"));
+      wrong.push_back(
+            fmt::format("{} {}: wanted {}{}", route.vrf(), route.key(), set.pretty(),
+                        group ? ", the chip has other members" : ", the chip has no group"));
    });
    return wrong;
 }

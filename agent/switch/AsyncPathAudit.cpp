@@ -1,8 +1,8 @@
 // Whether the asynchronous table programmer's collections add up.
 #include <algorithm>
-#include <sstream>
 
 #include "agent/switch/AsyncPath.h"
+#include "platform/sim/Format.h"
 
 namespace Agent {
 
@@ -11,49 +11,51 @@ using Vel::Mroute::InUseRouteHandleKey;
 
 std::vector<Qor::String> AsyncPath::auditTables() const {
    std::vector<Qor::String> faults = auditRecords();
-   auto const fault = [&](auto const&... pieces) {
-      std::ostringstream os;
-      (os << ... << pieces);
-      faults.push_back(os.str());
-   };
    auto const& chip = *mrouteSwitch();
    if (chip.inUseRouteHandleKey().size() != platform_->routesAllocated()) {
-      fault("inUseRouteHandleKey has ", chip.inUseRouteHandleKey().size(), " handles, ",
-            platform_->routesAllocated(), " are allocated");
+      faults.push_back(fmt::format("inUseRouteHandleKey has {} handles, {} are allocated",
+                                   chip.inUseRouteHandleKey().size(),
+                                   platform_->routesAllocated()));
    }
    for (auto const& [handle, key] : chip.inUseRouteHandleKey()) {
       Sim::Entry const* const onChip = entry(handle);
       bool const catchAll = onChip && onChip->key.kind() == IpGenRouteKey::kindCatchAll;
       if (onChip && (onChip->acceptingVlan != key.vlan() || onChip->vrfId != key.vrfId().value() ||
                      (!catchAll && onChip->key != key.routeKey()))) {
-         fault("handle ", handle, " is recorded for ", key, " and is another entry's");
+         faults.push_back(
+               fmt::format("handle {} is recorded for {} and is another entry's", handle, key));
       }
       // Catch-all routes of both families share a key, and it goes with the first of them.
       if (key.routeKey().kind() != IpGenRouteKey::kindCatchAll &&
           chip.inUseRouteHandle(key) != handle) {
-         fault("inUseRouteHandle does not lead from ", key, " to handle ", handle);
+         faults.push_back(
+               fmt::format("inUseRouteHandle does not lead from {} to handle {}", key, handle));
       }
    }
    for (auto const& [key, handle] : chip.inUseRouteHandle()) {
       if (!(chip.inUseRouteHandleKey(handle) == key)) {
-         fault("inUseRouteHandle leads from ", key, " to handle ", handle, ", which is not its");
+         faults.push_back(fmt::format(
+               "inUseRouteHandle leads from {} to handle {}, which is not its", key, handle));
       }
    }
    for (auto const& [id, oifSet] : chip.mcastIdToOifSet()) {
       auto const records = chip.records(oifSet);
       if (std::none_of(records.begin(), records.end(),
                        [id = id](auto const& record) { return record->multicastId() == id; })) {
-         fault("mcastIdToOifSet names ", oifSet, " for id ", id, ", which no record has");
+         faults.push_back(
+               fmt::format("mcastIdToOifSet names {} for id {}, which no record has", oifSet, id));
       }
    }
    for (auto const& [oifSet, named] : chip.inUseOifSet()) {
       auto const record = chip.record(oifSet, named);
       if (record && chip.mcastIdToOifSet(record->multicastId()) != oifSet) {
-         fault("mcastIdToOifSet does not name ", oifSet, " for id ", record->multicastId());
+         faults.push_back(fmt::format("mcastIdToOifSet does not name {} for id {}", oifSet,
+                                      record->multicastId()));
       }
    }
    for (auto const& [key, record] : chip.zombieOifSet()) {
-      if (record->usedInHw()) fault("the zombie ", *record, " is marked as used in hardware");
+      if (record->usedInHw())
+         faults.push_back(fmt::format("the zombie {} is marked as used in hardware", *record));
    }
    return faults;
 }

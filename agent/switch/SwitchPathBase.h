@@ -3,10 +3,10 @@
 #pragma once
 
 #include <algorithm>
-#include <sstream>
 #include <utility>
 
 #include "agent/switch/SwitchPath.h"
+#include "platform/sim/Format.h"
 
 namespace Agent {
 
@@ -48,9 +48,7 @@ class SwitchPathBase : public SwitchPath {
    std::vector<Qor::String> auditRecords() const {
       std::vector<Qor::String> faults;
       auto const fault = [&](auto const& oifSet, char const* what) {
-         std::ostringstream os;
-         os << oifSet << ' ' << oifSet->portVlanSet() << ' ' << what;
-         faults.push_back(os.str());
+         faults.push_back(fmt::format("{} {} {}", oifSet, oifSet->portVlanSet(), what));
       };
       for (auto const& [oifSet, named] : mrouteSwitch_->inUseOifSet()) {
          auto const record = mrouteSwitch_->record(oifSet, named);

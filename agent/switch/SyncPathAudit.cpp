@@ -1,52 +1,50 @@
 // Whether the synchronous table programmer's collections add up.
-#include <sstream>
 
 #include "agent/switch/SyncPath.h"
+#include "platform/sim/Format.h"
 
 namespace Agent {
 
 std::vector<Qor::String> SyncPath::auditTables() const {
    std::vector<Qor::String> faults = auditRecords();
-   auto const fault = [&](auto const&... pieces) {
-      std::ostringstream os;
-      (os << ... << pieces);
-      faults.push_back(os.str());
-   };
    auto const& chip = *mrouteSwitch();
    if (chip.route().size() != platform_->routesAllocated()) {
-      fault("the switch has ", chip.route().size(), " routes, ", platform_->routesAllocated(),
-            " are allocated");
+      faults.push_back(fmt::format("the switch has {} routes, {} are allocated",
+                                   chip.route().size(), platform_->routesAllocated()));
    }
    if (chip.boundary().size() != platform_->boundariesAllocated()) {
-      fault("the switch has ", chip.boundary().size(), " boundary entries, ",
-            platform_->boundariesAllocated(), " are allocated");
+      faults.push_back(fmt::format("the switch has {} boundary entries, {} are allocated",
+                                   chip.boundary().size(), platform_->boundariesAllocated()));
    }
    for (auto const& [handle, route] : chip.route()) {
       auto const& record = route->mtableOifSet();
       if (record && (record->deleted() || record->zombie().isZombie())) {
-         fault("route ", handle, ' ', route->key(), " holds a record that is free");
+         faults.push_back(
+               fmt::format("route {} {} holds a record that is free", handle, route->key()));
       }
       // No-RPF routes of two VRFs share a key, which names the latest and goes with the first.
       Vel::RouteKeyVlanId const key(route->key(), route->acceptingVlanId());
       bool const shared = route->acceptingVlanId().isNone();
       if (!shared && chip.routeKeyToHandle(key) != handle) {
-         fault("routeKeyToHandle does not lead from ", route->key(), " vlan ",
-               route->acceptingVlanId(), " to route ", handle);
+         faults.push_back(fmt::format("routeKeyToHandle does not lead from {} vlan {} to route {}",
+                                      route->key(), route->acceptingVlanId(), handle));
       }
    }
    for (auto const& [key, handle] : chip.routeKeyToHandle()) {
       auto const route = chip.route(handle);
       if (!route || !(Vel::RouteKeyVlanId(route->key(), route->acceptingVlanId()) == key)) {
-         fault("routeKeyToHandle leads from ", key, " to route ", handle, ", which is not its");
+         faults.push_back(fmt::format(
+               "routeKeyToHandle leads from {} to route {}, which is not its", key, handle));
       }
    }
    if (chip.oifSetIndexColl().size() != platform_->groupsAllocated()) {
-      fault("oifSetIndexColl has ", chip.oifSetIndexColl().size(), " indexes, ",
-            platform_->groupsAllocated(), " are allocated");
+      faults.push_back(fmt::format("oifSetIndexColl has {} indexes, {} are allocated",
+                                   chip.oifSetIndexColl().size(), platform_->groupsAllocated()));
    }
    for (auto const& [index, inUse] : chip.oifSetIndexColl()) {
       if (!inUse || platform_->groupOf(index) == Sim::noGroup) {
-         fault("oifSetIndexColl names index ", index, ", which is not allocated");
+         faults.push_back(
+               fmt::format("oifSetIndexColl names index {}, which is not allocated", index));
       }
    }
    return faults;

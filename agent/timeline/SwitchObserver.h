@@ -57,7 +57,7 @@ class SwitchObserver : public SwitchTracks, public Switch::Notifiee {
    }
 
    void onFrrProcessingOifSet(OifSetPtr const& oifSet) override {
-      reroute(oifSet, notifier()->frrProcessingOifSet(oifSet).get() != nullptr);
+      reroute(oifSet, bool(notifier()->frrProcessingOifSet(oifSet)));
       tablesChanged();
    }
    void onFrrProcessingOifSetImmediate() override {
@@ -71,10 +71,10 @@ class SwitchObserver : public SwitchTracks, public Switch::Notifiee {
    }
 
    void onInUseOifSet(OifSetPtr const& oifSet) override {
-      inUse(oifSet, notifier()->inUseOifSet(oifSet).get() != nullptr);
+      inUse(oifSet, bool(notifier()->inUseOifSet(oifSet)));
    }
    void onFrrMtableOifSet(OifSetPtr const& oifSet) override {
-      announce("frrMtableOifSet", oifSet, notifier()->frrMtableOifSet(oifSet).get() != nullptr);
+      announce("frrMtableOifSet", oifSet, bool(notifier()->frrMtableOifSet(oifSet)));
    }
    void onDeleted() override { gone(); }
 
@@ -86,7 +86,7 @@ class SwitchObserver : public SwitchTracks, public Switch::Notifiee {
       auto const record = notifier()->zombieOifSet(key);
       if (!record) return std::nullopt;
       OifSetPtr const oifSet = record->oifSet();
-      return ZombieFacts{oifSet, notifier()->inUseOifSet(oifSet).get() == record.get()};
+      return ZombieFacts{oifSet, notifier()->inUseOifSet(oifSet) == record};
    }
 };
 

@@ -63,7 +63,7 @@ class SwitchTracks : public Timeline::Process {
    // What is shown at present and not among those that stay is there no more; the others are left.
    template <class There>
    void routesThere(There const& there) {
-      endSpans(routes_, "released",
+      endSpans(routes_, deleted() ? "dropped" : "released",
                [&](Qor::U64 handle) { return there(MrouteLib::RouteHandle(Qor::U32(handle))); });
    }
    template <class There>
@@ -73,7 +73,7 @@ class SwitchTracks : public Timeline::Process {
    }
    template <class There>
    void reroutesThere(There const& there) {
-      endSpans(reroutes_, "done", there);
+      endSpans(reroutes_, deleted() ? "dropped" : "done", there);
    }
    bool shown(MrouteLib::RouteHandle handle) const { return routes_.contains(handle.value()); }
    bool shown(ZombieId const& id) const { return zombies_.contains(id); }

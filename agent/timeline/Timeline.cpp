@@ -1,6 +1,6 @@
 #include "agent/timeline/Timeline.h"
 
-#include <cstdio>
+#include <fmt/format.h>
 
 #include "Qor/Clock.h"
 
@@ -10,9 +10,7 @@ namespace {
 
 // Microseconds with the nanoseconds as a fraction, and no digits that say nothing.
 std::string microseconds(double seconds) {
-   char text[64];
-   std::snprintf(text, sizeof text, "%.3f", seconds * 1e6);
-   std::string out(text);
+   std::string out = fmt::format("{:.3f}", seconds * 1e6);
    if (out.ends_with(".000")) out.resize(out.size() - 4);
    return out;
 }

@@ -1,8 +1,9 @@
 // The internal vlan of each interface: a routed interface has one vlan inside the chip, by which
 // routes name it as their accepting interface. An interface has one vlan and a vlan one interface.
 //
-// The interface layer writes the table. The programmers' reactors look both directions up when they
-// review routes and reroute groups; they read it anew each time, so none of them need watch it.
+// The interface layer writes the table. The per-switch reactors look up the vlan of an interface when
+// they review routes, and restart recovery the interface of a vlan. Each reads the table again every
+// time, so none of them watches it.
 #pragma once
 
 #include <utility>
@@ -54,16 +55,40 @@ class Table final : public Qor::Entity<Table, Qor::NamedEntity> {
    }
 
    // Gives the interface its vlan, taking it from the interface that had it before. RangeException
-   // "IntfVlanId::Table::intfId empty not allowed" for the empty id.
+   // "IntfVlanId::Table::intfId empty not allowed" for the empty id, here and wherever a pair is
+   // made.
    void intfIdToVlanIdIs(Lnet::IntfId intfId, Bridging::VlanId vlanId) {
-      if (intfId.isNull()) Qor::throwRange("IntfVlanId::Table::intfId empty not allowed");
-      vlan_.is(*this, intfId, vlanId);
+      vlan_.is(*this, checked(intfId), vlanId);
+   }
+   // The vlan of the interface, which gets this one if it has none.
+   Bridging::VlanId newIntfIdToVlanId(Lnet::IntfId intfId, Bridging::VlanId vlanId) {
+      return vlan_.instantiate(*this, checked(intfId), vlanId);
    }
    void intfIdToVlanIdDel(Lnet::IntfId intfId) { vlan_.del(*this, intfId); }
+   VlanColl::Iterator intfIdToVlanIdDel(VlanColl::Iterator it) { return vlan_.delAt(*this, it); }
    void intfIdToVlanIdDelAll() { vlan_.delAll(*this); }
-   void intfIdToVlanIdNotify(Lnet::IntfId intfId) { notify<&Notifiee::onIntfIdToVlanId>(intfId); }
+   void intfIdToVlanIdNotify(Lnet::IntfId intfId) { vlan_.notify(*this, intfId); }
+
+   // The same from the vlan's side.
+   void vlanIdToIntfIdIs(Bridging::VlanId vlanId, Lnet::IntfId intfId) {
+      intfIdToVlanIdIs(intfId, vlanId);
+   }
+   Lnet::IntfId newVlanIdToIntfId(Bridging::VlanId vlanId, Lnet::IntfId intfId) {
+      return vlan_.instantiateValue(*this, vlanId, checked(intfId));
+   }
+   void vlanIdToIntfIdDel(Bridging::VlanId vlanId) { vlan_.delValue(*this, vlanId); }
+   VlanColl::ValueIterator vlanIdToIntfIdDel(VlanColl::ValueIterator it) {
+      return vlan_.delValueAt(*this, it);
+   }
+   void vlanIdToIntfIdDelAll() { vlan_.delAll(*this); }
+   void vlanIdToIntfIdNotify(Bridging::VlanId vlanId) { vlan_.notifyValue(*this, vlanId); }
 
  private:
+   static Lnet::IntfId checked(Lnet::IntfId intfId) {
+      if (intfId.isNull()) Qor::throwRange("IntfVlanId::Table::intfId empty not allowed");
+      return intfId;
+   }
+
    ~Table() override = default;
 
    VlanColl vlan_;

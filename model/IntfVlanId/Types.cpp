@@ -10,12 +10,12 @@ constexpr char typeModule[] = "IntfVlanId";
 
 Qor::Type describeTable() {
    Qor::Describe<Table> type(typeModule);
-   type.map<Table::VlanColl::Forward, Table, &Table::intfIdToVlanId, &Table::intfIdToVlanIdIs,
-            &Table::intfIdToVlanIdDel, &Table::intfIdToVlanIdDelAll,
-            &Table::intfIdToVlanIdNotify>();
-   type.told<&Table::Notifiee::onIntfIdToVlanId, &Table::Notifiee::onIntfIdToVlanIdImmediate>();
-   type.map<Table::VlanColl::Backward, Table, &Table::vlanIdToIntfId>();
-   type.told<&Table::Notifiee::onVlanIdToIntfId, &Table::Notifiee::onVlanIdToIntfIdImmediate>();
+   type.collection<Table::VlanColl::ByKey, Table, &Table::intfIdToVlanId, &Table::intfIdToVlanIdDel,
+                   &Table::intfIdToVlanIdDelAll, &Table::intfIdToVlanIdNotify,
+                   &Table::intfIdToVlanIdIs>();
+   type.collection<Table::VlanColl::ByValue, Table, &Table::vlanIdToIntfId,
+                   &Table::vlanIdToIntfIdDel, &Table::vlanIdToIntfIdDelAll,
+                   &Table::vlanIdToIntfIdNotify, &Table::vlanIdToIntfIdIs>();
    return type;
 }
 Qor::TypeRegistration const tableRegistered(describeTable);

@@ -18,6 +18,8 @@ PortVlanSet withSavedHash(PortVlanSet set) {
 
 }  // namespace
 
+Qor::U64 OifSetCarrier::lastSerial_ = 0;
+
 OifSet::OifSet(Qor::Ptr<MrouteTableColl> tableColl, PortVlanSet portVlanSet)
       : portVlanSet_(withSavedHash(std::move(portVlanSet))),
         tableColl_(std::move(tableColl)),
@@ -36,8 +38,8 @@ std::ostream& operator<<(std::ostream& os, OifSetPtr const& oifSet) {
    return oifSet ? os << *oifSet : os << "null";
 }
 
-void blipEncode(Qor::BlipWriter& writer, OifSetPtr const& oifSet) {
-   writer.text(oifSet ? "OifSet#" + std::to_string(oifSet->serial()) : "null");
+Qor::String blipText(OifSetPtr const& oifSet) {
+   return oifSet ? "OifSet#" + std::to_string(oifSet->serial()) : "null";
 }
 
 MrouteTableColl::MrouteTableColl(Qor::Name name) : NamedEntity(std::move(name)) {}

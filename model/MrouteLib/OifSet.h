@@ -9,7 +9,6 @@
 #include <utility>
 
 #include "MrouteLib/PortVlanSet.h"
-#include "Qor/Blip.h"
 #include "Qor/Entity.h"
 #include "Qor/Export.h"
 #include "Qor/HashMap.h"
@@ -34,6 +33,9 @@ class OifSetCarrier {
    OifSetCarrier* next() const { return next_; }
    // Identifies the programmer that made the record; null for a record made without a programmer.
    Qor::RefCounted const* programmer() const { return programmer_.get(); }
+   // Counts the carriers of the process in the order of their making, from 1: no other ever has the
+   // same number, at the same address either.
+   Qor::U64 serial() const { return serial_; }
 
    // Whether this is the record that the programmer shares with further routes of the set.
    bool inUse() const { return inUse_; }
@@ -41,7 +43,7 @@ class OifSetCarrier {
 
  protected:
    explicit OifSetCarrier(Qor::Ptr<Qor::RefCounted const> programmer)
-         : programmer_(std::move(programmer)) {}
+         : programmer_(std::move(programmer)), serial_(++lastSerial_), inUse_(false) {}
    ~OifSetCarrier() = default;
 
    // Put the record into the chain of its set, and remove it.
@@ -49,8 +51,12 @@ class OifSetCarrier {
    void leave(OifSet const& oifSet);
 
  private:
+   static QOR_PUBLIC Qor::U64 lastSerial_;
+
    Qor::Ptr<Qor::RefCounted const> const programmer_;
-   bool inUse_ = false;
+   // In one word, as there are many carriers.
+   Qor::U64 const serial_ : 63;
+   Qor::U64 inUse_ : 1;
    OifSetCarrier* next_ = nullptr;
 };
 
@@ -99,7 +105,7 @@ using OifSetPtr = Qor::Ptr<OifSet const>;
 // Printed as "OifSet#<serial>", or "null".
 QOR_PUBLIC std::ostream& operator<<(std::ostream& os, OifSet const& oifSet);
 QOR_PUBLIC std::ostream& operator<<(std::ostream& os, OifSetPtr const& oifSet);
-QOR_PUBLIC void blipEncode(Qor::BlipWriter& writer, OifSetPtr const& oifSet);
+QOR_PUBLIC Qor::String blipText(OifSetPtr const& oifSet);
 
 // The interner of equal oif sets, shared by all multicast tables. It holds no reference to the
 // sets: it has an oif set as long as a route, a record or a zombie keeps the set alive. A route

@@ -67,8 +67,7 @@ Qor::U32 PortVlanSet::computeHash() const {
 }
 
 void PortVlanSet::saveHash() const {
-   hash_ = hash();
-   hashSaved_ = true;
+   savedHash_ = SavedHash(hash());
 }
 
 Qor::String PortVlanSet::pretty() const {

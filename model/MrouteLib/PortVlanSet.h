@@ -6,10 +6,12 @@
 // hash, and nothing below the routing layer acts on it.
 //
 // The hash is computed on demand. Who keeps a set in a table saves the hash once the set is
-// complete; any later mutation drops what was saved. Saving never changes what a set is equal to.
+// complete; any later mutation drops what was saved, and moving from the set does. Saving never
+// changes what a set is equal to.
 #pragma once
 
 #include <ostream>
+#include <utility>
 
 #include "Bridging/VlanId.h"
 #include "Lnet/IntfId.h"
@@ -67,9 +69,9 @@ class QOR_PUBLIC PortVlanSet final {
    bool empty() const { return portVlan_.empty() && !toCpu_; }
 
    // Over all members; the same for equal sets however they were filled, within one process.
-   Qor::U32 hash() const { return hashSaved_ ? hash_ : computeHash(); }
+   Qor::U32 hash() const { return savedHash_ ? savedHash_.hash : computeHash(); }
    void saveHash() const;
-   bool hashSaved() const { return hashSaved_; }
+   bool hashSaved() const { return bool(savedHash_); }
 
    // The members that are there, in order: "{rtr3:1007 rtr4:1008 cpu frr rtr5:1009 iif rtr1 nat
    // 7}". A member whose flag is false is marked: "!rtr3:1007". The stream output is the same.
@@ -78,7 +80,7 @@ class QOR_PUBLIC PortVlanSet final {
    static PortVlanSet fromStrep(Qor::StrepReader& reader);
 
    friend bool operator==(PortVlanSet const& a, PortVlanSet const& b) {
-      if (a.hashSaved_ && b.hashSaved_ && a.hash_ != b.hash_) return false;
+      if (a.savedHash_ && b.savedHash_ && a.savedHash_.hash != b.savedHash_.hash) return false;
       return a.type_ == b.type_ && a.toCpu_ == b.toCpu_ && a.currentIif_ == b.currentIif_ &&
              a.portVlan_ == b.portVlan_ && a.portVlanFrr_ == b.portVlanFrr_ &&
              a.natVlan_ == b.natVlan_;
@@ -88,9 +90,28 @@ class QOR_PUBLIC PortVlanSet final {
    }
 
  private:
+   // The hash, if it is saved. A set that was moved from has none: its members are gone.
+   struct SavedHash {
+      SavedHash() = default;
+      explicit SavedHash(Qor::U32 h) : saved(true), hash(h) {}
+      SavedHash(SavedHash const&) = default;
+      SavedHash(SavedHash&& other) noexcept
+            : saved(std::exchange(other.saved, false)), hash(other.hash) {}
+      SavedHash& operator=(SavedHash const&) = default;
+      SavedHash& operator=(SavedHash&& other) noexcept {
+         saved = std::exchange(other.saved, false);
+         hash = other.hash;
+         return *this;
+      }
+      explicit operator bool() const { return saved; }
+
+      bool saved = false;
+      Qor::U32 hash = 0;
+   };
+
    // Every mutator goes through here.
    PortVlanSet& changed() {
-      hashSaved_ = false;
+      savedHash_.saved = false;
       return *this;
    }
    Qor::U32 computeHash() const;
@@ -99,8 +120,7 @@ class QOR_PUBLIC PortVlanSet final {
    Lnet::IntfId currentIif_;
    RouteKeyType type_ = RouteKeyType::invalid;
    bool toCpu_ = false;
-   mutable bool hashSaved_ = false;
-   mutable Qor::U32 hash_ = 0;
+   mutable SavedHash savedHash_;
    FlatFlagMap<PortVlan> portVlan_;
    FlatFlagMap<PortVlan> portVlanFrr_;
    FlatFlagMap<Bridging::VlanId> natVlan_;

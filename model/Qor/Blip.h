@@ -1,15 +1,20 @@
 // The fast binary trace: a ring of the most recent events, always on at level 1, cheap enough for
 // hot paths. An event stores a pointer to its message descriptor and its arguments in binary form;
-// text is made only when the ring is dumped.
+// text is made only when the ring is read.
 //
 //    QOR_BLIP(1, "VelAsyncMrouteSm", " missing mtableOifSet on mcastId %s", id);
 //
 // Each %s of the format takes one argument, printed as operator<< prints it. An argument is a
-// number, a text (cut at BlipWriter::maxText bytes), a trivially copyable value, or a type with a
-// function
-//    void blipEncode(Qor::BlipWriter&, T const&)
-// found beside it, which writes the argument's parts as one text. What does not fit an event's
-// room prints as "...". Nothing is counted or kept alive by the ring.
+// number, a text, another trivially copyable value, or of a type with a function
+//    Qor::String blipText(T const&)
+// beside it, which returns the argument's text. Nothing is counted or kept alive by the ring.
+//
+// The limit: an event keeps BlipRing::room bytes of arguments, 512. A text takes its length, any
+// other argument its size. Where that is more, the longer texts are cut, and end with "...".
+//
+// The ring is made of slots of one cache line. An event with a few small arguments takes one slot, a
+// larger one as many as it needs; they follow each other in memory, also at the end of the ring,
+// where the last event may reach beyond. An event of which a slot has been overwritten is gone.
 #pragma once
 
 #include <algorithm>
@@ -17,6 +22,7 @@
 #include <bit>
 #include <cstddef>
 #include <cstring>
+#include <new>
 #include <ostream>
 #include <string_view>
 #include <type_traits>
@@ -38,84 +44,24 @@ struct BlipMessage {
 // The present time, as Qor/Clock.h has it.
 QOR_PUBLIC Seconds now();
 
-// In whole cache lines, of which an event with a few small arguments takes the first alone.
-struct alignas(cacheLine) BlipEvent {
-   static constexpr std::size_t room = 108;
-
-   BlipMessage const* message = nullptr;
-   Seconds time = 0;
-   U16 used = 0;   // bytes of `arguments`
-   U16 count = 0;  // complete arguments in them
-   std::array<std::byte, room> arguments;
-};
-
-class BlipWriter {
- public:
-   static constexpr std::size_t maxText = 64;
-
-   explicit BlipWriter(BlipEvent& event) : event_(event), at_(event.arguments.data()) {}
-   ~BlipWriter() {
-      event_.used = static_cast<U16>(at_ - event_.arguments.data());
-      event_.count = count_;
+// An argument as an event keeps it: its text, or itself.
+template <class T>
+decltype(auto) blipArgument(T const& value) {
+   if constexpr (std::is_convertible_v<T const&, std::string_view>) {
+      return std::string_view(value);
+   } else if constexpr (requires { blipText(value); }) {
+      return blipText(value);
+   } else {
+      static_assert(std::is_trivially_copyable_v<T> && !std::is_pointer_v<T>);
+      return value;
    }
-   BlipWriter(BlipWriter const&) = delete;
-   BlipWriter& operator=(BlipWriter const&) = delete;
-
-   template <class T>
-   void argument(T const& value) {
-      if constexpr (std::is_convertible_v<T const&, std::string_view>) {
-         text(std::string_view(value));
-      } else if constexpr (requires { blipEncode(*this, value); }) {
-         blipEncode(*this, value);
-      } else {
-         static_assert(std::is_trivially_copyable_v<T> && !std::is_pointer_v<T>);
-         raw(&printValue<T>, &value, sizeof value);
-      }
-   }
-
-   void text(std::string_view value) {
-      raw(&printText, value.data(), std::min(value.size(), maxText));
-   }
-
- private:
-   friend class BlipRing;
-   using Printer = void (*)(std::ostream&, std::byte const*, std::size_t);
-
-   template <class T>
-   static void printValue(std::ostream& os, std::byte const* bytes, std::size_t) {
-      std::array<std::byte, sizeof(T)> copy;
-      std::memcpy(copy.data(), bytes, sizeof copy);
-      os << std::bit_cast<T>(copy);
-   }
-   static void printText(std::ostream& os, std::byte const* bytes, std::size_t size) {
-      os.write(reinterpret_cast<char const*>(bytes), static_cast<std::streamsize>(size));
-   }
-
-   void raw(Printer printer, void const* bytes, std::size_t size) {
-      auto const size16 = static_cast<U16>(size);
-      std::byte* const end = event_.arguments.data() + BlipEvent::room;
-      if (sizeof printer + sizeof size16 + size > static_cast<std::size_t>(end - at_)) {
-         at_ = end;  // later, smaller arguments must not take its place
-         return;
-      }
-      append(&printer, sizeof printer);
-      append(&size16, sizeof size16);
-      append(bytes, size);
-      ++count_;
-   }
-   void append(void const* bytes, std::size_t size) {
-      if (size) std::memcpy(at_, bytes, size);
-      at_ += size;
-   }
-
-   BlipEvent& event_;
-   std::byte* at_;  // where the next argument goes
-   U16 count_ = 0;  // complete arguments so far
-};
+}
 
 class QOR_PUBLIC BlipRing {
  public:
-   static constexpr std::size_t capacity = 4096;  // events
+   static constexpr std::size_t capacity = 8192;  // slots
+   static constexpr std::size_t room = 512;       // bytes of an event's arguments
+   static constexpr std::size_t maxArguments = 8;
 
    bool enabled(unsigned level) const { return level <= level_; }
    unsigned level() const { return level_; }
@@ -123,14 +69,7 @@ class QOR_PUBLIC BlipRing {
 
    template <class... Args>
    void write(BlipMessage const& message, Seconds time, Args const&... args) {
-      if (events_.empty()) [[unlikely]] {
-         events_.resize(capacity);
-      }
-      BlipEvent& event = events_[written_++ % capacity];
-      event.message = &message;
-      event.time = time;
-      [[maybe_unused]] BlipWriter writer(event);
-      (writer.argument(args), ...);
+      record(message, time, blipArgument(args)...);
    }
 
    // Events written since the process began or clear() was called; the ring holds the last of them.
@@ -143,7 +82,116 @@ class QOR_PUBLIC BlipRing {
    void dump(std::ostream& os) const;
 
  private:
-   std::vector<BlipEvent> events_;
+   using Printer = void (*)(std::ostream&, std::byte const*, std::size_t);
+
+   struct Header {
+      BlipMessage const* message;
+      Seconds time;
+      U32 size;  // of the whole event, in bytes
+   };
+   // Before the bytes of each argument.
+   static constexpr std::size_t argumentHeader = sizeof(Printer) + sizeof(U16);
+   static constexpr std::size_t maxSlots =
+         (sizeof(Header) + room + maxArguments * argumentHeader + cacheLine - 1) / cacheLine;
+
+   struct alignas(cacheLine) Slot {
+      std::array<std::byte, cacheLine> bytes;
+   };
+
+   // The texts of an event that are still to be appended.
+   struct Texts {
+      std::size_t count;
+      std::size_t size;  // of all of them
+      std::size_t room;  // for all of them
+   };
+
+   template <class T>
+   static constexpr bool isText = std::is_convertible_v<T const&, std::string_view>;
+
+   template <class T>
+   static constexpr std::size_t valueSize() {
+      if constexpr (isText<T>) {
+         return 0;
+      } else {
+         return sizeof(T);
+      }
+   }
+   template <class T>
+   static std::size_t textSize(T const& piece) {
+      if constexpr (isText<T>) {
+         return std::string_view(piece).size();
+      } else {
+         return 0;
+      }
+   }
+
+   // Nothing is thrown here: an event is written whole.
+   template <class... Pieces>
+   void record(BlipMessage const& message, Seconds time, Pieces const&... pieces) {
+      constexpr std::size_t values = (std::size_t{0} + ... + valueSize<Pieces>());
+      static_assert(values <= room && sizeof...(Pieces) <= maxArguments);
+      if (slots_.empty()) [[unlikely]]
+         makeSlots();
+      [[maybe_unused]] Texts texts{(std::size_t{0} + ... + isText<Pieces>),
+                                   (std::size_t{0} + ... + textSize(pieces)), room - values};
+      std::byte* const event = slots_[next_ % capacity].bytes.data();
+      std::byte* at = event + sizeof(Header);
+      (append(at, texts, pieces), ...);
+      auto const size = static_cast<U32>(at - event);
+      // Field by field: a header made elsewhere and copied whole would be waited for.
+      auto* const header = new (event) Header;
+      header->message = &message;
+      header->time = time;
+      header->size = size;
+      starts_[written_++ % capacity] = next_;
+      next_ += (size + cacheLine - 1) / cacheLine;
+   }
+
+   template <class Piece>
+   static void append(std::byte*& at, Texts& texts, Piece const& piece) {
+      if constexpr (!isText<Piece>) {
+         append(at, &printValue<Piece>, &piece, sizeof piece);
+      } else if (texts.size <= texts.room) [[likely]] {
+         append(at, &printText, piece.data(), piece.size());
+      } else {
+         // The room that the texts behind it leave, but at least its share.
+         std::size_t const behind = texts.size - piece.size();
+         std::size_t const limit =
+               std::max(texts.room / texts.count, texts.room - std::min(texts.room, behind));
+         std::size_t const kept = std::min(piece.size(), limit);
+         append(at, kept < piece.size() ? &printCut : &printText, piece.data(), kept);
+         texts = {texts.count - 1, behind, texts.room - kept};
+      }
+   }
+   static void append(std::byte*& at, Printer printer, void const* bytes, std::size_t size) {
+      auto const size16 = static_cast<U16>(size);
+      std::memcpy(at, &printer, sizeof printer);
+      std::memcpy(at + sizeof printer, &size16, sizeof size16);
+      at += argumentHeader;
+      if (size) std::memcpy(at, bytes, size);
+      at += size;
+   }
+
+   template <class T>
+   static void printValue(std::ostream& os, std::byte const* bytes, std::size_t) {
+      std::array<std::byte, sizeof(T)> copy;
+      std::memcpy(copy.data(), bytes, sizeof copy);
+      os << std::bit_cast<T>(copy);
+   }
+   static void printText(std::ostream& os, std::byte const* bytes, std::size_t size);
+   static void printCut(std::ostream& os, std::byte const* bytes, std::size_t size);
+
+   void makeSlots();
+   // The bytes of an event by its number, the first being 0; null when it has gone.
+   std::byte const* event(U64 number) const;
+   static Header headerOf(std::byte const* event);
+   static void print(std::ostream& os, std::byte const* event);
+
+   std::vector<Slot> slots_;  // and as many behind the last as an event may need
+   // By the number of an event: in which slot it begins. Slots are numbered on and on, so that it
+   // shows which have been overwritten since; the numbers may wrap.
+   std::vector<U32> starts_;
+   U32 next_ = 0;
    U64 written_ = 0;
    unsigned level_ = 1;
 };

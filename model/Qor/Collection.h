@@ -37,6 +37,17 @@
 
 namespace Qor {
 
+// Where a walk goes on that stood at `it` when the entry there, under `key`, was erased.
+template <class Map>
+typename Map::ConstIterator behindErased(Map const& map, typename Map::ConstIterator it,
+                                         typename Map::Key const& key) {
+   if constexpr (requires { map.upperBound(key); }) {
+      return map.upperBound(key);
+   } else {
+      return map.resume(it);
+   }
+}
+
 template <class M, auto Each, auto Immediate>
 class Collection {
  public:
@@ -92,11 +103,7 @@ class Collection {
    Iterator del(E& entity, Iterator it) {
       Key const key = it->first;
       del(entity, key);
-      if constexpr (requires { map_.upperBound(key); }) {
-         return map_.upperBound(key);
-      } else {
-         return map_.resume(it);
-      }
+      return behindErased(map_, it, key);
    }
 
    // Removes everything and raises the immediate form, once, unless it was empty.

@@ -57,6 +57,13 @@ consteval bool namedAfter(std::string_view name, std::string_view prefix, std::s
           name.substr(prefix.size() + 1, stem.size() - 1) == stem.substr(1);
 }
 
+// The name of a constructor's argument that must not be null: null raises the range error of null
+// parameters (throwNullParameter).
+struct Required {
+   explicit constexpr Required(char const* argument) : name(argument) {}
+   char const* name;
+};
+
 // Runs `convert`, and says of its errors where they are.
 template <class Convert>
 auto naming(String const& where, Convert const& convert) {
@@ -73,6 +80,9 @@ concept OrderedByKey = requires(Map const& map, typename Map::Key const& key) {
 };
 
 QOR_PUBLIC void checkArgumentCount(String const& fullName, std::size_t takes, std::size_t given);
+// Refuses null for each argument that the constructor of the type requires.
+QOR_PUBLIC void refuseNull(String const& type, TypeConstructor const& constructor,
+                           GenericArguments given);
 
 // Calls `function` with the arguments in their own types. `Callee` is a TypeOperation or a
 // TypeConstructor.
@@ -132,13 +142,14 @@ class Describe {
       type_.baseName_ = typeName<Base>();
    }
 
-   // How one is made: by a function.
+   // How one is made: by a function. Names are strings, or Required.
    template <auto Factory, class... Names>
    void constructor(Names... names) {
       using Arguments = typename Signature<decltype(Factory)>::Arguments;
       type_.constructor_ = {String(memberName<Factory>()), String(memberName<Factory>()),
                             describeArguments<Arguments>(names...),
                             [](TypeConstructor const& self, GenericArguments given) {
+                               refuseNull(typeName<T>(), self, given);
                                return applyGeneric<Arguments>(self, given, [](auto&... arguments) {
                                   return toGeneric(Factory(std::move(arguments)...));
                                });
@@ -150,6 +161,7 @@ class Describe {
       using Arguments = std::tuple<Args...>;
       type_.constructor_ = {type_.name_, type_.name_, describeArguments<Arguments>(names...),
                             [](TypeConstructor const& self, GenericArguments given) {
+                               refuseNull(typeName<T>(), self, given);
                                return applyGeneric<Arguments>(self, given, [](auto&... arguments) {
                                   return made(std::move(arguments)...);
                                });
@@ -184,8 +196,9 @@ class Describe {
       type_.attributes_.push_back(std::move(described));
    }
 
-   // A Qor::Collection, read by `Get` of `Owner`, which is T or the base that declares it. The
-   // mutators, of which `Del` is the one by key, are operations too.
+   // A Qor::Collection, or another class with its Map, Key and handlers, read by `Get` of `Owner`,
+   // which is T or the base that declares it. The mutators, of which `Del` is the one by key, are
+   // operations too.
    template <class Coll, class Owner, typename Coll::Map const& (Owner::*Get)() const,
              void (Owner::*Del)(typename Coll::Key), auto... Mutators>
    void collection() {
@@ -197,7 +210,7 @@ class Describe {
       type_.collections_.back().immediateHandler = memberName<Coll::immediate>();
       mutators<Get, Del, Mutators...>();
    }
-   // A keyed map of which nobody is told, as a collection of reactors is.
+   // A keyed map of whose changes nobody is notified.
    template <class Map, class Owner, Map const& (Owner::*Get)() const, auto... Mutators>
    void map() {
       using Key = typename Map::Key;
@@ -236,14 +249,6 @@ class Describe {
       described.toKey = [](void const* key) { return toGeneric(*static_cast<Key const*>(key)); };
       type_.collections_.push_back(std::move(described));
       mutators<Get, Mutators...>();
-   }
-
-   // Who is told of the map described last: of one key, and of all of it.
-   template <auto Each, auto Immediate>
-   void told() {
-      TypeCollection& last = type_.collections_.back();
-      last.handler = memberName<Each>();
-      last.immediateHandler = memberName<Immediate>();
    }
 
    // A member function, called by name with arguments of these names. The object is held meanwhile.
@@ -301,7 +306,10 @@ class Describe {
       } else {
          static_assert(ObjectName<T>);
          type_.kind_ = Type::Kind::objectName;
-         type_.parse_ = [](String const& text) { return toGeneric(fromGeneric<T>(text).get()); };
+         type_.parse_ = [](String const& text) {
+            fromGeneric<T>(text);  // only null has a text
+            return toGeneric(static_cast<typename T::Object*>(nullptr));
+         };
       }
    }
 
@@ -313,9 +321,18 @@ class Describe {
       return [&]<std::size_t... I>(std::index_sequence<I...>) {
          static_assert((GenericArgument<std::tuple_element_t<I, Arguments>> && ...));
          return std::vector<TypeArgument>{
-               {String(names), typeName<std::tuple_element_t<I, Arguments>>()}...};
+               describeArgument<std::tuple_element_t<I, Arguments>>(names)...};
       }
       (std::index_sequence_for<Names...>());
+   }
+   template <class Argument, class ArgumentName>
+   static TypeArgument describeArgument(ArgumentName name) {
+      if constexpr (std::same_as<ArgumentName, Required>) {
+         static_assert(ObjectPointer<Argument>);
+         return {name.name, typeName<Argument>(), true};
+      } else {
+         return {String(name), typeName<Argument>(), false};
+      }
    }
 
    // The mutators of the collection that `Get` reads.
@@ -355,7 +372,7 @@ class Describe {
       } else if constexpr (StrepValue<T>) {
          return toGeneric(T(std::forward<Args>(arguments)...));
       } else {
-         return toGeneric(T(arguments.get()...).get());
+         return toGeneric(arguments...);  // the object that it names
       }
    }
 

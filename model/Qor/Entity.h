@@ -53,7 +53,15 @@ class QOR_PUBLIC NamedEntity : public EntityBase {
 template <class T, class Base = EntityBase>
 class Entity : public Base, public NotifierOf<T> {
  public:
-   using NotifierOf<T>::hasNotifiees;
+   // Whether reactors are bound to the entity, on this level or on one below; followers do not
+   // count.
+   bool hasNotifiees() const {
+      if (static_cast<NotifierOf<T> const&>(*this).hasNotifiees()) return true;
+      if constexpr (requires(Base const& base) { base.hasNotifiees(); }) {
+         return Base::hasNotifiees();
+      }
+      return false;
+   }
 
  protected:
    using Base::Base;
@@ -81,10 +89,13 @@ class Entity : public Base, public NotifierOf<T> {
    template <class Forward, class Backward, auto EachKey, auto ImmediateKey, auto EachValue,
              auto ImmediateValue>
    friend class TwoWayCollection;
+   template <class K, class Reactor, auto Each, auto Immediate>
+   friend class ReactorColl;
 };
 
 // The base of the framework-level state machines (classes whose names end in Sm): long-lived
-// reactors that own nested reactors. The two answers are fixed.
+// reactors that own nested reactors. One with attributes that others follow is an
+// Entity<..., StateMachine>. The two answers are fixed.
 class QOR_PUBLIC StateMachine : public NamedEntity {
  public:
    String fwkType() const { return "stateMachine"; }

@@ -9,8 +9,11 @@
 #pragma once
 
 #include <concepts>
+#include <limits>
 #include <sstream>
 #include <type_traits>
+#include <utility>
+#include <vector>
 
 #include "Qor/Entity.h"
 #include "Qor/Strep.h"
@@ -93,11 +96,11 @@ concept ObjectPointer = requires {
    typename Pointee<P>::type;
 };
 
-// A name for an object, which it does not hold.
+// A name for an object, which it neither holds nor leads to.
 template <class T>
-concept ObjectName = !ObjectPointer<T> && requires(T const& name) {
-   requires CountedObject<std::remove_pointer_t<decltype(name.get())>>;
-   T(name.get());
+concept ObjectName = !ObjectPointer<T> && requires(typename T::Object * object) {
+   requires CountedObject<typename T::Object>;
+   T(object);
 };
 
 // What a type is called: its class, unless its `typeName` says otherwise.
@@ -247,8 +250,7 @@ T fromGeneric(Generic const& generic) {
       if (generic.isNull()) return T(Ptr<typename Pointee<T>::type>().get());
       return T(&objectOf<typename Pointee<T>::type>(generic));
    } else if constexpr (ObjectName<T>) {
-      using Object = std::remove_pointer_t<decltype(T().get())>;
-      return generic.isNull() ? T() : T(&objectOf<Object>(generic));
+      return generic.isNull() ? T() : T(&objectOf<typename T::Object>(generic));
    } else {
       if (generic.kind() != Generic::Kind::value) throwExpected(typeName<T>(), generic);
       String const text = isQuotedName<T>() && !generic.text().starts_with('\'')

@@ -140,7 +140,7 @@ class NumberMap {
       if (!entry) return std::nullopt;
       std::optional<V> value(std::move(entry->second));
       entry->~Entry();
-      if constexpr (!inLeaf) pool_.deallocate(entry);
+      if constexpr (!inLeaf) pool_.deallocate(entry, sizeof(Entry));
       leaf->used &= ~(U64{1} << slot);
       --size_;
       if (leaf->used == 0) [[unlikely]] {

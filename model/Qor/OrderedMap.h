@@ -34,7 +34,7 @@ struct PoolAllocator {
    PoolAllocator(PoolAllocator<U> const& other) : pool(other.pool) {}
 
    T* allocate(std::size_t) { return static_cast<T*>(pool->allocate(sizeof(T))); }
-   void deallocate(T* memory, std::size_t) { pool->deallocate(memory); }
+   void deallocate(T* memory, std::size_t) { pool->deallocate(memory, sizeof(T)); }
    bool operator==(PoolAllocator const& other) const { return pool == other.pool; }
 
    NodePool* pool;

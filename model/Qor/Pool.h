@@ -3,6 +3,9 @@
 // that grow with their number, so that neighbours in time are neighbours in memory; one that takes
 // most of a cache line gets a whole one, since a table's objects are mostly met cold. Those of two
 // lines begin at even ones, which a processor fetches together.
+//
+// Memory that is free is closed to the program in a build with the address sanitizer, which reports
+// each use of it.
 #pragma once
 
 #include <algorithm>
@@ -13,7 +16,30 @@
 
 #include "Qor/Export.h"
 
+#if defined(__SANITIZE_ADDRESS__)
+#define QOR_ADDRESS_SANITIZER 1
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer)
+#define QOR_ADDRESS_SANITIZER 1
+#endif
+#endif
+#ifdef QOR_ADDRESS_SANITIZER
+#include <sanitizer/asan_interface.h>
+#endif
+
 namespace Qor {
+
+// Closes memory to the program, and opens it again; nothing without the address sanitizer.
+inline void closeMemory([[maybe_unused]] void const* memory, [[maybe_unused]] std::size_t size) {
+#ifdef QOR_ADDRESS_SANITIZER
+   __asan_poison_memory_region(memory, size);
+#endif
+}
+inline void openMemory([[maybe_unused]] void const* memory, [[maybe_unused]] std::size_t size) {
+#ifdef QOR_ADDRESS_SANITIZER
+   __asan_unpoison_memory_region(memory, size);
+#endif
+}
 
 inline constexpr std::size_t cacheLine = 64;
 
@@ -30,11 +56,15 @@ class NodePool {
    void* allocate(std::size_t size) {
       if (!free_) addChunk(poolStride(size));
       Node* const node = free_;
+      openMemory(node, size);
       free_ = node->next;
       __builtin_prefetch(free_, 1);  // far, too, where objects were freed in any order
       return node;
    }
-   void deallocate(void* memory) { free_ = ::new (memory) Node{free_}; }
+   void deallocate(void* memory, std::size_t size) {
+      free_ = ::new (memory) Node{free_};
+      closeMemory(memory, size);
+   }
 
  private:
    static constexpr std::align_val_t alignment{2 * cacheLine};
@@ -52,7 +82,7 @@ class NodePool {
       auto* const memory = ::operator new(bytes, alignment);
       chunks_.emplace_back(static_cast<std::byte*>(memory));
       for (std::size_t i = nodes; i-- > 0;)
-         deallocate(chunks_.back().get() + i * stride);
+         deallocate(chunks_.back().get() + i * stride, stride);
    }
 
    std::vector<std::unique_ptr<std::byte, Aligned>> chunks_;
@@ -61,12 +91,21 @@ class NodePool {
 
 // Objects of a class that derives from this, directly or not, come from pools, one for each size.
 // The pools are the library's, whoever makes and whoever lets go of an object, and live as long as
-// the process, since objects with static storage die late. Built with the address sanitizer, the
-// library allocates each object by itself, so that a use of one that has gone is seen.
+// the process, since objects with static storage die late.
+//
+// Built with the address sanitizer, the library allocates each object by itself, so that leaks are
+// seen, and returns its memory at once: the sanitizer keeps that closed for long, and no later
+// object has the address soon. A test of two objects at one address turns reuse on.
 class QOR_PUBLIC Pooled {
  public:
-   static void* operator new(std::size_t size);
+   // For make(), which finds the pools by this name.
+   static void* allocatePooled(std::size_t size);
    static void operator delete(void* memory, std::size_t size);
+
+   // Whether the memory of an object that has gone is that of the next one of its size. It is then
+   // closed until it is reused. Always so without the address sanitizer.
+   static bool reuse();
+   static void reuseIs(bool reuse);
 
  protected:
    ~Pooled() = default;

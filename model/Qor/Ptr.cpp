@@ -12,9 +12,9 @@ constexpr unsigned maxNestedDeletions = 200;
 
 }  // namespace
 
-// One reference is the deletion's own.
+// One reference is the deletion's own, or that of a maker whose constructor has thrown.
 RefCounted::~RefCounted() {
-   QOR_ASSERT(references_ <= 1);
+   QOR_ASSERT(references_ == 1);
 }
 
 void RefCounted::zeroReferencesIs(bool) {}

@@ -1,8 +1,11 @@
 // Counted pointers, intrusive and not atomic: everything runs on one activity loop.
 //
 // Life cycle of a counted object:
-//  1. It is created on the heap with no reference. The first Ptr takes the first reference; a
-//     constructor takes none, since letting it go would delete the object half built.
+//  1. make() creates it on the heap. The object is born with one reference, which belongs to its
+//     maker and is the returned Ptr's in the end. So a constructor, and each hook or handler that it
+//     calls, may take and drop references. A constructor that throws while somebody else keeps one
+//     is an assertion. An object with static, automatic or member storage keeps the reference of
+//     its maker as long as it exists, so that no Ptr deletes it.
 //  2. When the last reference goes, its zero-references handler runs, once, synchronously inside
 //     the operation that dropped it, with the count held at one: the handler may take and drop
 //     references without starting itself again.
@@ -14,11 +17,17 @@
 //     that own one another are deleted in bounded stack: past a fixed nesting depth a deletion
 //     waits until the outermost one is through.
 //
-// An operation that may drop the last reference to what it works on holds a reference of its own.
+// An operation that may drop the last reference to its object holds a reference meanwhile:
+//
+//    auto const self = hold();
+//
+// A hook or a listener may do that, so an operation that calls one and then goes on to use its
+// object begins so. Holding is harmless in a constructor and in a destructor.
 #pragma once
 
 #include <compare>
 #include <cstddef>
+#include <new>
 #include <type_traits>
 #include <typeinfo>
 #include <utility>
@@ -30,10 +39,15 @@
 
 namespace Qor {
 
+template <class T>
+class Ptr;
+
 class QOR_PUBLIC RefCounted {
  public:
    RefCounted(RefCounted const&) = delete;
    RefCounted& operator=(RefCounted const&) = delete;
+   // By make() alone, which adopts the reference that the object is born with.
+   static void* operator new(std::size_t) = delete;
 
    void referenceInc() const { ++references_; }
    void referenceDec() const {
@@ -48,6 +62,9 @@ class QOR_PUBLIC RefCounted {
    RefCounted() = default;
    virtual ~RefCounted();
 
+   // A reference to this object for the time of an operation.
+   [[nodiscard]] Ptr<RefCounted const> hold() const;
+
    // The zero-references handler; the argument is always true. The default does nothing, and the
    // object is deleted.
    virtual void zeroReferencesIs(bool);
@@ -59,9 +76,13 @@ class QOR_PUBLIC RefCounted {
  private:
    void lastReferenceGone();
 
-   mutable U32 references_ = 0;
+   mutable U32 references_ = 1;
    bool unreferenced_ = false;
 };
+
+// A counted object of type T in memory of its own; its constructor gets the arguments.
+template <class T, class... Args>
+Ptr<T> make(Args&&... args);
 
 template <class T>
 class Ptr {
@@ -115,12 +136,19 @@ class Ptr {
    }
 
  private:
+   template <class U, class... Args>
+   friend Ptr<U> make(Args&&... args);
+
    void inc() const {
       if (object_) object_->referenceInc();
    }
 
    T* object_ = nullptr;
 };
+
+inline Ptr<RefCounted const> RefCounted::hold() const {
+   return this;
+}
 
 // A pointer that is never null: making one of null raises RangeException "null ValidPtr". Moving
 // from it copies.
@@ -134,9 +162,31 @@ class ValidPtr : public Ptr<T> {
    }
 };
 
+// Classes with pools of their own (Qor/Pool.h) say so by allocatePooled().
 template <class T, class... Args>
 Ptr<T> make(Args&&... args) {
-   return Ptr<T>(new T(std::forward<Args>(args)...));
+   constexpr bool pooled = requires {
+      T::allocatePooled(sizeof(T));
+   };
+   static_assert(alignof(T) <= __STDCPP_DEFAULT_NEW_ALIGNMENT__);
+   void* memory;
+   if constexpr (pooled) {
+      memory = T::allocatePooled(sizeof(T));
+   } else {
+      memory = ::operator new(sizeof(T));
+   }
+   Ptr<T> made;
+   try {
+      made.object_ = ::new (memory) T(std::forward<Args>(args)...);
+   } catch (...) {
+      if constexpr (pooled) {
+         T::operator delete(memory, sizeof(T));
+      } else {
+         ::operator delete(memory, sizeof(T));
+      }
+      throw;
+   }
+   return made;
 }
 
 // The object as a derived type; null when it is not one. A final type has no others below it, so

@@ -3,6 +3,11 @@
 //
 //    QOR_TRACE(handle, "VelAsyncMrouteSm", 2, "Found existing " << id);
 //
+// A record carries the name of the function that traces. Within a lambda that is the enclosing
+// function, whose name the lambda captures; a plain QOR_TRACE does not compile there:
+//
+//    [function = __func__] { QOR_TRACE_IN(handle, "VelAsyncMrouteSm", function, 2, "add port"); }
+//
 // What is emitted goes to the process's trace sink: the standard error stream, unless another sink
 // has been set.
 #pragma once
@@ -80,12 +85,20 @@ QOR_PUBLIC void emitTrace(TraceHandle const& handle, unsigned level, char const*
 
 }  // namespace Qor
 
-#define QOR_TRACE(handle, source, level, pieces)                                                   \
+#define QOR_TRACE(handle, source, level, pieces)                                \
+   do {                                                                         \
+      static_assert(std::string_view(__func__) != "operator()",                 \
+                    "a lambda traces under its function's name: QOR_TRACE_IN"); \
+      QOR_TRACE_IN(handle, source, __func__, level, pieces);                    \
+   } while (false)
+
+// The same under the name of the function that encloses a lambda, which has captured its __func__.
+#define QOR_TRACE_IN(handle, source, function, level, pieces)                                      \
    do {                                                                                            \
       ::Qor::TraceHandle const& qorTraceHandle = (handle);                                         \
       if (qorTraceHandle.enabled(level)) [[unlikely]] {                                            \
          std::ostringstream qorTraceText;                                                          \
          qorTraceText << pieces;                                                                   \
-         ::Qor::emitTrace(qorTraceHandle, level, source, __LINE__, __func__, qorTraceText.view()); \
+         ::Qor::emitTrace(qorTraceHandle, level, source, __LINE__, function, qorTraceText.view()); \
       }                                                                                            \
    } while (false)

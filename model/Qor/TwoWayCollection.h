@@ -1,6 +1,7 @@
 // Two keyed collections of an entity that are each other's inverse: every key has one value, and
-// every value one key. Each direction has handlers of its own. The entity spells the operations as
-// one-line members, as with Qor::Collection.
+// every value one key. Each direction has handlers of its own, and all operations of a collection
+// (Qor/Collection.h), which the entity spells as one-line members. Those that start from a value
+// have it in their name here.
 //
 // A change is made in both directions before anybody is told, so that a handler never finds the
 // two at odds.
@@ -10,8 +11,7 @@
 #include <type_traits>
 #include <utility>
 
-#include "Qor/HashMap.h"
-#include "Qor/OrderedMap.h"
+#include "Qor/Collection.h"
 #include "Qor/Ptr.h"
 
 namespace Qor {
@@ -24,6 +24,22 @@ class TwoWayCollection {
    using Key = typename F::Key;
    using Value = typename F::Value;
    static_assert(std::is_same_v<typename B::Key, Value> && std::is_same_v<typename B::Value, Key>);
+
+   // The two directions, for the type's description.
+   struct ByKey {
+      using Map = Forward;
+      using Key = typename F::Key;
+      static constexpr auto each = EachKey;
+      static constexpr auto immediate = ImmediateKey;
+   };
+   struct ByValue {
+      using Map = Backward;
+      using Key = typename B::Key;
+      static constexpr auto each = EachValue;
+      static constexpr auto immediate = ImmediateValue;
+   };
+   using Iterator = typename F::ConstIterator;
+   using ValueIterator = typename B::ConstIterator;
 
    Forward const& forward() const { return forward_; }
    Backward const& backward() const { return backward_; }
@@ -56,6 +72,50 @@ class TwoWayCollection {
       Ptr<E> const held(&entity);
       entity.template notify<EachKey>(key);
       entity.template notify<EachValue>(*value);
+   }
+
+   template <class E>
+   void delValue(E& entity, Value value) {
+      if (auto const* const entry = backward_.find(value)) del(entity, entry->second);
+   }
+
+   // Removes the pair at the iterator and returns where the walk goes on. The caller keeps the
+   // entity alive.
+   template <class E>
+   Iterator delAt(E& entity, Iterator it) {
+      Key const key = it->first;
+      del(entity, key);
+      return behindErased(forward_, it, key);
+   }
+   template <class E>
+   ValueIterator delValueAt(E& entity, ValueIterator it) {
+      Value const value = it->first;
+      del(entity, it->second);
+      return behindErased(backward_, it, value);
+   }
+
+   // For `new<Name>(key, value)`: the value of `key`, which is `value` if there was none.
+   template <class E>
+   Value instantiate(E& entity, Key key, Value value) {
+      if (auto const* const entry = forward_.find(key)) return entry->second;
+      is(entity, std::move(key), value);
+      return value;
+   }
+   template <class E>
+   Key instantiateValue(E& entity, Value value, Key key) {
+      if (auto const* const entry = backward_.find(value)) return entry->second;
+      is(entity, key, std::move(value));
+      return key;
+   }
+
+   // Raises the notification of one key, or of one value; nothing changes.
+   template <class E>
+   void notify(E& entity, Key key) {
+      entity.template notify<EachKey>(key);
+   }
+   template <class E>
+   void notifyValue(E& entity, Value value) {
+      entity.template notify<EachValue>(value);
    }
 
    // Removes everything and raises both immediate forms, once, unless it was empty.

@@ -27,9 +27,10 @@ Member const* named(std::vector<Member> const& members, std::string_view name) {
 
 class TypeRegistry {
  public:
+   // Never destroyed: objects with static storage may ask while they are.
    static TypeRegistry& instance() {
-      static TypeRegistry registry;
-      return registry;
+      static auto* const registry = new TypeRegistry;
+      return *registry;
    }
 
    std::map<String, Type, std::less<>> const& types() {
@@ -93,6 +94,14 @@ void checkArgumentCount(String const& fullName, std::size_t takes, std::size_t g
               (takes == 1 ? " argument, not " : " arguments, not ") + std::to_string(given));
 }
 
+void refuseNull(String const& type, TypeConstructor const& constructor, GenericArguments given) {
+   for (std::size_t i = 0; i < std::min(given.size(), constructor.arguments.size()); ++i) {
+      TypeArgument const& argument = constructor.arguments[i];
+      if (argument.required && given[i].isNull())
+         throwNullParameter(type.c_str(), argument.name.c_str());
+   }
+}
+
 Type const* Type::base() const {
    return baseName_.empty() ? nullptr : &type(baseName_);
 }
@@ -143,6 +152,12 @@ TypeCollection const& Type::collection(std::string_view name) const {
 }
 TypeOperation const& Type::operation(std::string_view name) const {
    return memberOf(*this, name, "operation", &Type::operations);
+}
+TypeOperation const& Type::operation(std::string_view name, std::size_t arguments) const {
+   for (TypeOperation const* const operation : allOperations()) {
+      if (operation->name == name && operation->arguments.size() == arguments) return *operation;
+   }
+   return operation(name);
 }
 
 Generic Type::parse(String const& text) const {
@@ -198,7 +213,7 @@ void set(Generic const& object, std::string_view attribute, Generic const& value
 }
 
 Generic call(Generic const& object, std::string_view operation, GenericArguments arguments) {
-   TypeOperation const& described = typeFor(object).operation(operation);
+   TypeOperation const& described = typeFor(object).operation(operation, arguments.size());
    return described.run(described, object, arguments);
 }
 

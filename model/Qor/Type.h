@@ -8,10 +8,11 @@
 //
 // A type is registered when its source is loaded, by a description that stands in that source
 // (Qor/Describe.h). Descriptions are evaluated when the registry is first asked. Types are there
-// for the whole life of the process.
+// for the whole life of the process, the destruction of objects with static storage included.
 //
-// A type may have a base, whose attributes, collections and operations it has too. An object is of the most derived registered type that fits it, so that a platform's
-// hook object is of the type of the hook class.
+// A type may have a base, whose attributes, collections and operations it has too. An object is of
+// the most derived registered type that fits it, so that a platform's hook object is of the type of
+// the hook class.
 //
 // Errors are RangeExceptions; beside those of Qor/Generic.h and of the operation itself
 //    "no type <name>", "no constructor <name>"
@@ -20,6 +21,7 @@
 //    "<type>::<operation> takes <n> arguments, not <m>"; and likewise for a constructor
 //    "<type>::<operation>, <argument>: <what is wrong with it>"; and likewise for a constructor,
 //                                   and for an attribute, which has no name of an argument
+//    that of null parameters (throwNullParameter), for an argument that a constructor requires
 #pragma once
 
 #include <functional>
@@ -37,6 +39,7 @@ using GenericArguments = std::span<Generic const>;
 struct TypeArgument {
    String name;
    String type;
+   bool required = false;  // null is refused
 };
 
 // What `fullName` is in the errors.
@@ -126,6 +129,8 @@ class QOR_PUBLIC Type final {
    TypeAttribute const& attribute(std::string_view name) const;
    TypeCollection const& collection(std::string_view name) const;
    TypeOperation const& operation(std::string_view name) const;
+   // Of several with this name the one that takes so many arguments; if none does, the first.
+   TypeOperation const& operation(std::string_view name, std::size_t arguments) const;
 
    // Reads a string representation and writes it back: the canonical form. Only for kinds other
    // than entity.

@@ -64,14 +64,33 @@ class L3Status final : public Qor::Entity<L3Status, Qor::NamedEntity> {
       return entry ? entry->second : Qor::Name();
    }
    // Gives the VRF its number, taking it from the VRF that had it before. RangeException
-   // "Vel::L3Status::vrfName empty not allowed" for the empty name.
+   // "Vel::L3Status::vrfName empty not allowed" for the empty name, here and wherever a pair is
+   // made.
    void vrfNameToVrfIdIs(Qor::Name vrfName, VrfId vrfId) {
-      if (vrfName.empty()) Qor::throwRange("Vel::L3Status::vrfName empty not allowed");
-      vrf_.is(*this, std::move(vrfName), vrfId);
+      vrf_.is(*this, checked(std::move(vrfName)), vrfId);
+   }
+   // The number of the VRF, which gets this one if it has none.
+   VrfId newVrfNameToVrfId(Qor::Name vrfName, VrfId vrfId) {
+      return vrf_.instantiate(*this, checked(std::move(vrfName)), vrfId);
    }
    void vrfNameToVrfIdDel(Qor::Name vrfName) { vrf_.del(*this, std::move(vrfName)); }
+   VrfColl::Iterator vrfNameToVrfIdDel(VrfColl::Iterator it) { return vrf_.delAt(*this, it); }
    void vrfNameToVrfIdDelAll() { vrf_.delAll(*this); }
-   void vrfNameToVrfIdNotify(Qor::Name vrfName) { notify<&Notifiee::onVrfNameToVrfId>(vrfName); }
+   void vrfNameToVrfIdNotify(Qor::Name vrfName) { vrf_.notify(*this, std::move(vrfName)); }
+
+   // The same from the number's side.
+   void vrfIdToVrfNameIs(VrfId vrfId, Qor::Name vrfName) {
+      vrfNameToVrfIdIs(std::move(vrfName), vrfId);
+   }
+   Qor::Name newVrfIdToVrfName(VrfId vrfId, Qor::Name vrfName) {
+      return vrf_.instantiateValue(*this, vrfId, checked(std::move(vrfName)));
+   }
+   void vrfIdToVrfNameDel(VrfId vrfId) { vrf_.delValue(*this, vrfId); }
+   VrfColl::ValueIterator vrfIdToVrfNameDel(VrfColl::ValueIterator it) {
+      return vrf_.delValueAt(*this, it);
+   }
+   void vrfIdToVrfNameDelAll() { vrf_.delAll(*this); }
+   void vrfIdToVrfNameNotify(VrfId vrfId) { vrf_.notifyValue(*this, vrfId); }
 
    // Requests so far to review the multicast, the unicast IPv4 and the unicast IPv6 routes.
    Qor::U64 multicastReviewPending() const { return multicastReviewPending_; }
@@ -119,6 +138,11 @@ class L3Status final : public Qor::Entity<L3Status, Qor::NamedEntity> {
 
  private:
    ~L3Status() override = default;
+
+   static Qor::Name checked(Qor::Name vrfName) {
+      if (vrfName.empty()) Qor::throwRange("Vel::L3Status::vrfName empty not allowed");
+      return vrfName;
+   }
 
    VrfColl vrf_;
    Qor::U64 multicastReviewPending_ = 0;

@@ -12,14 +12,12 @@ constexpr char typeModule[] = "Vel";
 
 Qor::Type describeL3Status() {
    Qor::Describe<L3Status> type(typeModule);
-   type.map<L3Status::VrfColl::Forward, L3Status, &L3Status::vrfNameToVrfId,
-            &L3Status::vrfNameToVrfIdIs, &L3Status::vrfNameToVrfIdDel,
-            &L3Status::vrfNameToVrfIdDelAll, &L3Status::vrfNameToVrfIdNotify>();
-   type.told<&L3Status::Notifiee::onVrfNameToVrfId,
-             &L3Status::Notifiee::onVrfNameToVrfIdImmediate>();
-   type.map<L3Status::VrfColl::Backward, L3Status, &L3Status::vrfIdToVrfName>();
-   type.told<&L3Status::Notifiee::onVrfIdToVrfName,
-             &L3Status::Notifiee::onVrfIdToVrfNameImmediate>();
+   type.collection<L3Status::VrfColl::ByKey, L3Status, &L3Status::vrfNameToVrfId,
+                   &L3Status::vrfNameToVrfIdDel, &L3Status::vrfNameToVrfIdDelAll,
+                   &L3Status::vrfNameToVrfIdNotify, &L3Status::vrfNameToVrfIdIs>();
+   type.collection<L3Status::VrfColl::ByValue, L3Status, &L3Status::vrfIdToVrfName,
+                   &L3Status::vrfIdToVrfNameDel, &L3Status::vrfIdToVrfNameDelAll,
+                   &L3Status::vrfIdToVrfNameNotify, &L3Status::vrfIdToVrfNameIs>();
    type.attribute<&L3Status::multicastReviewPending, &L3Status::multicastReviewPendingIs,
                   &L3Status::Notifiee::onMulticastReviewPending>();
    type.attribute<&L3Status::unicastReviewPending, &L3Status::unicastReviewPendingIs,

@@ -4,7 +4,7 @@
 #include <iterator>
 #include <utility>
 
-#include "platform/sim/Text.h"
+#include "platform/sim/Format.h"
 
 namespace Sim {
 
@@ -87,7 +87,7 @@ AsyncPlatform::AsyncPlatform(Qor::Name name, Qor::Ptr<Chip> chip, AsyncPlatformC
       routePool_.takeFound(index);
 }
 
-// The queue may be held by others, and its writes point back here.
+// The queue may outlive the platform, and its writes refer to the platform.
 AsyncPlatform::~AsyncPlatform() {
    queue_->close();
 }
@@ -96,13 +96,14 @@ ChipXactPtr AsyncPlatform::issue(XactQueue::Write write, XactPtr blockingXact) {
    return queue_->issue(std::move(write), std::move(blockingXact), faults_.extraLatency());
 }
 
+// No caller sees the transaction of a deletion, so a failed deletion must be repeated here.
 void AsyncPlatform::issueDelete(WriteKind kind, XactQueue::Write write) {
    String8 fault = faults_.failure(kind);
    if (!fault.empty()) issue([fault = std::move(fault)] { return fault; }, nullptr);
    issue(std::move(write), nullptr);
 }
 
-// ---- The end of one agent, and the beginning of the next ----
+// ---- Crash and sweep ----
 
 void AsyncPlatform::detach(U32 applied) {
    queue_->flush(applied);
@@ -129,14 +130,15 @@ bool AsyncPlatform::sweepUnadopted() {
 
 // ---- Groups ----
 
-// Found groups become allocated ones.
+// Turns a found group into an allocated one.
 void AsyncPlatform::claimGroup(U32 id) {
    found_.groups.take(id);
    groups_[id].allocated = true;
    groups_[id].xact = XactQueue::done();
 }
 
-// Runs from the queue: brings the group on the chip to the set's members.
+// Called by the queue. Writes the members of the set to the group, which is created if an earlier
+// creation failed.
 String8 AsyncPlatform::applyGroup(U32 id, MrouteLib::PortVlanSet const& set) {
    bool& onChip = groups_[id].onChip;
    Refusal refusal = onChip ? chip_->groupUpdate(id, membersOf(set), set.toCpu())
@@ -159,12 +161,14 @@ U32 AsyncPlatform::doAllocateSharableMulticastGroup(MrouteLib::RouteKeyInfo cons
                                                     OifSetPtr oifSet, XactPtr blockingXact, bool) {
    called(Hook::doAllocateSharableMulticastGroup);
    U32 const preferred = found_.routes.groupOf(route.routeKey(), route.acceptingVlanId());
+   // The group of a set with backup pairs may be rewritten soon, which must not change the routes
+   // whose found entries point at an equal group.
    bool const reroutable = !oifSet->portVlanSet().portVlanFrr().empty();
-   auto const mayBeHad = [&](U32 id) {
+   auto const usable = [&](U32 id) {
       return !isFixedGroup(id) && !(reroutable && found_.routes.awaits(id));
    };
    if (auto const found =
-             found_.groups.like(FoundGroups::contentOf(oifSet->portVlanSet()), preferred, mayBeHad);
+             found_.groups.like(FoundGroups::contentOf(oifSet->portVlanSet()), preferred, usable);
        found && !isFixedGroup(*found)) {
       claimGroup(*found);
       ++found_.adopted;
@@ -219,6 +223,7 @@ String8 AsyncPlatform::doGetXactFailureReason(XactPtr xact, VelHelper::MrouteXac
 void AsyncPlatform::doDeleteOifSet(U32 mcastId) {
    called(Hook::doDeleteOifSet);
    if (!groupAllocated(mcastId)) return notAllocated(Hook::doDeleteOifSet, "group", mcastId);
+   // A found entry may still point at the group, so the chip would refuse the deletion.
    if (found_.routes.holds(mcastId)) {
       bool const certain = !groups_[mcastId].xact->pending();
       groups_[mcastId].allocated = false;
@@ -264,7 +269,8 @@ RouteHandle AsyncPlatform::doAllocateRoute(IpGenRouteKey const& routeKey,
    return RouteHandle(*index);
 }
 
-// False: the entry is deleted instead, and its number is the caller's.
+// Adopts a found entry. An entry that differs in a property that no write changes is deleted
+// instead: false is returned, and the caller creates its entry under the same number.
 bool AsyncPlatform::adoptRoute(U32 index, Entry const& wanted) {
    Entry const& there = *chip_->routes().find(index);
    if (there.bridge != wanted.bridge || there.rpaIndex != wanted.rpaIndex) {
@@ -283,14 +289,14 @@ void AsyncPlatform::deleteFoundRoute(U32 index) {
    issueDelete(WriteKind::routeDelete, [this, index] { return deleteFromChip(index); });
 }
 
-// Runs from the queue.
+// Called by the queue.
 String8 AsyncPlatform::deleteFromChip(U32 index) {
    found_.routes.release(index);
    return chip_->routeDelete(index);
 }
 
-// What is allocated under the numbers now may be gone when the write is applied: the write keeps
-// the transaction that creates its entry, and its group is on the chip then or is not.
+// Another route may have the handle when the write is applied. The write therefore keeps the
+// transaction that creates its own entry, and looks only at the chip's state of the group.
 void AsyncPlatform::doSetMtableOifSet(RouteHandle handle, U32 mcastId, XactPtr blockingXact) {
    called(Hook::doSetMtableOifSet);
    if (!routeAllocated(handle))
@@ -307,9 +313,9 @@ void AsyncPlatform::doSetMtableOifSet(RouteHandle handle, U32 mcastId, XactPtr b
                  fault = std::move(fault)]() -> String8 {
       if (!fault.empty()) return fault;
       if (create->state() == Hux::Xact::State::failed) {
-         return text("route entry not created: ", create->failureReason());
+         return fmt::format("route entry not created: {}", create->failureReason());
       }
-      if (!groups_[mcastId].onChip) return text("multicast group ", mcastId, " not created");
+      if (!groups_[mcastId].onChip) return fmt::format("multicast group {} not created", mcastId);
       found_.routes.release(index);
       return chip_->routePoint(index, mcastId);
    };
@@ -336,7 +342,7 @@ void AsyncPlatform::doDeleteRoute(RouteHandle handle) {
    routePool_.give(handle.value());
 }
 
-// Until its own entry is on the chip, an earlier route's may still be there under the number.
+// Until the entry of the route is on the chip, the entry of an earlier route may have its number.
 Qor::Seconds AsyncPlatform::routeLastAccessedTime(RouteHandle handle) {
    called(Hook::routeLastAccessedTime);
    if (!routeAllocated(handle)) {
@@ -348,7 +354,7 @@ Qor::Seconds AsyncPlatform::routeLastAccessedTime(RouteHandle handle) {
    return chip_->routes().find(handle.value())->lastHit;
 }
 
-// ---- The rest ----
+// ---- Counters, settings and the audit ----
 
 void AsyncPlatform::handleMrouteCounterMode(Routing::Multicast::Fib::CounterMode) {
    called(Hook::handleMrouteCounterMode);
@@ -358,7 +364,7 @@ void AsyncPlatform::handleWildcardCounter(bool) {
    called(Hook::handleWildcardCounter);
 }
 
-// Every entry of the chip counts.
+// Each entry of the chip has its own count, so a route counter needs no allocation.
 bool AsyncPlatform::doCreateMrouteCounter(Vel::VrfId, IpGenRouteKey) {
    called(Hook::doCreateMrouteCounter);
    return !faults_.refused();
@@ -379,9 +385,9 @@ bool AsyncPlatform::needIngressProgramming(RouteKeyType type) {
    return !contains(config_.noIngressTypes, type);
 }
 
-bool AsyncPlatform::mcastIdReusable(U32 mcastId) {
+bool AsyncPlatform::mcastIdReusable(U32) {
    called(Hook::mcastIdReusable);
-   return !reusable_ || reusable_(mcastId);
+   return true;
 }
 
 bool AsyncPlatform::mcastIdIsValid(U32 mcastId) {
@@ -405,14 +411,16 @@ void AsyncPlatform::doScheduleVerify() {
 
 std::vector<Qor::String> AsyncPlatform::audit() const {
    std::vector<Qor::String> faults = auditChip();
+   // The chip lags behind the allocations while writes are under way.
    if (queue_->pending() > 0) return faults;
 
    for (U32 id = 0; id < groups_.size(); ++id) {
       GroupState const& group = groups_[id];
       if (group.onChip != (chip_->group(id) != nullptr)) {
-         faults.push_back(text("group ", id, " is not on the chip as it was written"));
+         faults.push_back(
+               fmt::format("group {}: the platform and the chip differ on its existence", id));
       } else if (group.onChip && !group.allocated && !found_.groups.contains(id)) {
-         faults.push_back(text("group ", id, " is on the chip and not allocated"));
+         faults.push_back(fmt::format("group {} is on the chip, but not allocated", id));
       }
    }
    for (U32 index = 0; index < routes_.size(); ++index) {
@@ -420,7 +428,8 @@ std::vector<Qor::String> AsyncPlatform::audit() const {
       bool const expected = found_.routes.left().contains(index) ||
                             (create && create->state() == Hux::Xact::State::succeeded);
       if (expected != (chip_->routes().find(index) != nullptr)) {
-         faults.push_back(text("route entry ", index, " is not on the chip as it was written"));
+         faults.push_back(fmt::format(
+               "route entry {}: the platform and the chip differ on its existence", index));
       }
    }
    return faults;

@@ -1,30 +1,32 @@
-// The asynchronous platform of the simulated chip: a driver that allocates groups and entries in
-// software, at the call, and writes them through a queue that applies them later, in order.
+// The asynchronous platform of the simulated chip. A hook allocates groups and entries in software
+// when it is called. The writes to the chip go through a queue, which applies them later, in order.
 //
-// Numbers. A multicast id is the number of a group in the replication table, a route handle that
-// of an entry in the route table. Both come back into use at the call that deletes their group or
-// entry, although the deletion is still in the queue: whatever is written under the number again
-// is behind that deletion in the queue, and is applied after it.
+// Numbers. A multicast id is the number of a group in the replication table. A route handle is the
+// number of an entry in the route table. The hook that deletes a group or an entry frees the number
+// at once, although the deletion still waits in the queue. A later write with the same number is
+// behind the deletion in the queue, so the chip never has two users of one number.
 //
-// Failed writes. The transaction tells. A write that needs an earlier one that failed fails too,
-// with a reason of its own, and never reaches the chip: a route entry that was not created is not
-// pointed and not deleted, a group that was not created is not deleted, and no route is pointed at
-// it. Where members are written to an allocated group that was not created, it is created.
-// Deletions have no transaction that anyone sees, so a deletion that fails is tried again at once
-// until done: with an injected fault it takes a second place in the queue.
+// Failed writes. The transaction of a failed write has the state "failed" and a reason. A write
+// that depends on a failed one fails as well, with a reason of its own, and does not reach the
+// chip: a missing entry is not pointed at a group, and no entry is pointed at a missing group. The
+// deletion of a group or entry that was never created succeeds and writes nothing. A rewrite of an
+// allocated group that was never created creates it. No caller sees the transaction of a deletion,
+// so the platform repeats a failed deletion at once: the injected failure and the deletion take one
+// place each in the queue.
 //
-// Adoption. A group is adopted for a set with exactly its members: the one that the route's own
-// found entry points at, if that is one of them. An entry is adopted for the same VRF, key and vlan,
-// and pointed only where it does not point at the right group already. The transactions of what was
-// not written are complete at once. A found entry that differs in what cannot be changed, whether it
-// bridges and its RP index, is deleted first. A group that is deleted while found entries point at
-// it stays, found once more.
+// Adoption. A request for a group returns a found group with exactly the members of the set, if
+// there is one. Of several such groups, the platform prefers the group at which the route's own
+// found entry points. A request for an entry returns the found entry with the same VRF, key and
+// accepting vlan; the entry is pointed only if it points at another group. A change that needs no
+// write has a transaction that is complete at once. No write changes whether an entry bridges, or
+// its RP index. A found entry that differs in one of these is therefore deleted, and a new entry is
+// created. If a group is deleted while a found entry still holds it, the group stays on the chip
+// and is found again.
 //
-// Fixed groups are a range of the replication table that is set aside. A fixed group is created
-// the first time it is asked for, and rewritten in place from then on until it is deleted.
+// Fixed groups. A range of multicast ids is reserved for fixed groups. The first request for a
+// fixed group creates the group; further requests rewrite it in place until it is deleted.
 #pragma once
 
-#include <functional>
 #include <string_view>
 #include <vector>
 
@@ -36,15 +38,15 @@
 namespace Sim {
 
 struct AsyncPlatformConfig {
-   // The fixed groups: `fixedGroups` ids from `firstFixedGroup` on.
+   // The range of fixed groups: `fixedGroups` ids, the lowest of which is `firstFixedGroup`.
    Qor::U32 firstFixedGroup = 0;
    Qor::U32 fixedGroups = 0;
-   // The types whose oif sets live in fixed groups, and those that need no ingress entry.
+   // The types of routes whose oif sets have fixed groups, and those without an ingress entry.
    std::vector<Routing::Multicast::Fib::RouteKeyType> fixedTypes;
    std::vector<Routing::Multicast::Fib::RouteKeyType> noIngressTypes;
-   // The shortest interval at which activity can be polled.
+   // The shortest polling interval that the platform allows, in seconds.
    Qor::Seconds minPollingInterval = 0;
-   // What each hook call costs. Not 0 only on virtual time.
+   // The seconds of virtual time that each call of a hook takes; 0 on real time.
    Qor::Seconds callCost = 0;
 };
 
@@ -81,32 +83,29 @@ class AsyncPlatform final : public VelHelper::AsyncMrouteHelper,
  public:
    using RouteKeyType = Routing::Multicast::Fib::RouteKeyType;
 
-   // RangeException "AsyncPlatformConfig::fixedGroups outside the groups of the chip not allowed".
+   // Throws RangeException "AsyncPlatformConfig::fixedGroups outside the groups of the chip not
+   // allowed", also for fixed types without a fixed group.
    AsyncPlatform(Qor::Name name, Qor::Ptr<Chip> chip, AsyncPlatformConfig config = {},
                  Qor::Ptr<FlexCounters::CounterKeyTable> activeCounterKeyTable = nullptr,
                  Qor::Ptr<MrouteLib::MrouteCounterKeyMapTable> mrouteCounterKeyMapTable = nullptr);
 
    Qor::Ptr<XactQueue> const& queue() const { return queue_; }
 
-   // Asked, where set, whether a group may be shared once more; it may where not.
-   void mcastIdReusableIs(std::function<bool(Qor::U32)> predicate) {
-      reusable_ = std::move(predicate);
-   }
-
-   // What is allocated at present, fixed groups and what has been found included.
+   // The numbers of allocated groups and route entries, with fixed groups and with the found groups
+   // and entries that remain.
    Qor::U32 groupsAllocated() const { return groupPool_.taken() + fixedAllocated_; }
    Qor::U32 routesAllocated() const { return routePool_.taken(); }
 
-   // The agent crashes. Of the writes under way the first `applied` still reach the chip, and
-   // nothing else does from now on, whatever is deleted on the way down.
+   // The agent crashes: the chip gets the first `applied` of the writes under way and none later.
+   // The hooks that are called while the agent's objects are destroyed write nothing.
    void detach(Qor::U32 applied);
-   // The routing layer has told all that it wants: deletes what was found and not asked for,
-   // entries first. False: groups had to stay, since writes are under way that take entries away
-   // from them; sweep again when these are through.
+   // Deletes the remaining found entries and groups, when the routing layer has announced the end
+   // of the replay. False if groups had to stay, because writes that take adopted entries away from
+   // them are under way. The caller calls again when the queue is empty.
    bool sweepUnadopted();
 
-   // What is wrong with the platform and its chip; empty when nothing is. With an empty queue the
-   // chip also holds exactly what is allocated and has not failed.
+   // The faults of the platform and its chip, one text each. If the queue is empty, the audit also
+   // compares the chip with the allocations whose writes succeeded.
    std::vector<Qor::String> audit() const;
 
    // ---- The hooks. ----
@@ -117,11 +116,11 @@ class AsyncPlatform final : public VelHelper::AsyncMrouteHelper,
                               Routing::Multicast::Fib::IpGenRouteKey key) override;
    bool doDeleteMrouteCounter(Vel::VrfId vrfId,
                               Routing::Multicast::Fib::IpGenRouteKey key) override;
-   // Each group is one set's own, so that every group can be rewritten in place.
+   // No two sets share a group, so every group can be rewritten in place.
    Qor::U32 doAllocateSharableMulticastGroup(MrouteLib::RouteKeyInfo const& routeKeyInfo,
                                              MrouteLib::OifSetPtr oifSet, Hux::XactPtr blockingXact,
                                              bool excludeEmptyMcid) override;
-   // The invalid id for an id that is not that of a fixed group.
+   // The invalid id if `mcastId` is outside the range of fixed groups.
    Qor::U32 doAllocateFixedMulticastGroup(MrouteLib::OifSetPtr oifSet, Hux::XactPtr blockingXact,
                                           Qor::U32 mcastId) override;
    void doUpdateMulticastGroupInPlace(MrouteLib::OifSetPtr oifSet, Qor::U32 mcastId) override;
@@ -134,7 +133,7 @@ class AsyncPlatform final : public VelHelper::AsyncMrouteHelper,
                                           Qor::U32 vrfId) override;
    void doSetMtableOifSet(MrouteLib::RouteHandle handle, Qor::U32 mcastId,
                           Hux::XactPtr blockingXact) override;
-   // Null for a route that has not been pointed at a group.
+   // Null for a route that was never pointed at a group.
    Hux::XactPtr doGetXactForIngress(MrouteLib::RouteHandle handle) override;
    void doDeleteRoute(MrouteLib::RouteHandle handle) override;
    Qor::Seconds routeLastAccessedTime(MrouteLib::RouteHandle handle) override;
@@ -149,13 +148,13 @@ class AsyncPlatform final : public VelHelper::AsyncMrouteHelper,
  private:
    struct GroupState {
       bool allocated = false;
-      bool onChip = false;  // as far as the queue has been applied
-      ChipXactPtr xact;     // the latest that writes its members
+      bool onChip = false;  // by the writes that the queue has applied
+      ChipXactPtr xact;     // of the latest write of its members
    };
    struct RouteState {
-      ChipXactPtr create;            // null when not allocated
-      ChipXactPtr point;             // the latest that points it
-      Qor::U32 adoptedAt = noGroup;  // where it has pointed since before it was adopted
+      ChipXactPtr create;            // null if the entry is not allocated
+      ChipXactPtr point;             // of the latest write that points the entry at a group
+      Qor::U32 adoptedAt = noGroup;  // the group of an adopted entry until its first pointing
    };
 
    ~AsyncPlatform() override;
@@ -179,12 +178,11 @@ class AsyncPlatform final : public VelHelper::AsyncMrouteHelper,
 
    AsyncPlatformConfig const config_;
    Qor::Ptr<XactQueue> const queue_;
-   std::function<bool(Qor::U32)> reusable_;
    IdPool groupPool_;
    IdPool routePool_;
    Qor::U32 fixedAllocated_ = 0;
-   std::vector<GroupState> groups_;  // by id, as far as one has been used
-   std::vector<RouteState> routes_;  // by handle, likewise
+   std::vector<GroupState> groups_;  // by id, up to the highest id used so far
+   std::vector<RouteState> routes_;  // by handle, up to the highest handle used so far
 };
 
 }  // namespace Sim

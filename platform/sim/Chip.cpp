@@ -8,7 +8,7 @@
 
 #include "Qor/Clock.h"
 #include "Qor/EnumText.h"
-#include "platform/sim/Text.h"
+#include "platform/sim/Format.h"
 
 namespace Sim {
 
@@ -34,7 +34,7 @@ std::ostream& operator<<(std::ostream& os, Forwarding forwarding) {
 Qor::String groupName(U32 group) {
    if (group == noGroup) return "none";
    if (group == dropGroup) return "drop";
-   return group == cpuGroup ? "cpu" : text(group);
+   return group == cpuGroup ? "cpu" : fmt::format("{}", group);
 }
 
 void Violations::add(Qor::String violation) {
@@ -44,14 +44,15 @@ void Violations::add(Qor::String violation) {
 
 void Violations::audit(std::vector<Qor::String>& faults) const {
    faults.insert(faults.end(), texts_.begin(), texts_.end());
-   if (count_ > texts_.size()) faults.push_back(text("and ", count_ - texts_.size(), " more"));
+   if (count_ > texts_.size()) faults.push_back(fmt::format("and {} more", count_ - texts_.size()));
 }
 
 namespace {
 
 ChipConfig const& checked(ChipConfig const& config) {
    auto const table = [](char const* name, U32 size) {
-      if (size > 16777216) Qor::throwRange(text("ChipConfig::", name, " > 16777216 not allowed"));
+      if (size > 16777216)
+         Qor::throwRange(fmt::format("ChipConfig::{} > 16777216 not allowed", name));
    };
    table("groups", config.groups);
    table("routes", config.routes);
@@ -77,11 +78,11 @@ Refusal Chip::portAdd(IntfId intfId, U32 number, VlanIdOrNone vlan) {
    if (intfId.isNull()) return "the empty interface has no port";
    Port const* const there = port(intfId);
    if (there && there->number != number) {
-      return text(intfId, " has port ", there->number, ", not ", number);
+      return fmt::format("{} has port {}, not {}", intfId, there->number, number);
    }
    IntfId const owner = intfOfPort_.insert(number, intfId).first->second;
    if (owner != intfId) {
-      return text("port ", number, " is that of ", owner, ", not of ", intfId);
+      return fmt::format("port {} belongs to {}, not to {}", number, owner, intfId);
    }
    auto& vlans = ports_.insert(intfId, Port{number, {}}).first->second.vlans;
    if (std::find(vlans.begin(), vlans.end(), vlan) == vlans.end()) vlans.push_back(vlan);
@@ -90,7 +91,7 @@ Refusal Chip::portAdd(IntfId intfId, U32 number, VlanIdOrNone vlan) {
 
 Refusal Chip::linkIs(IntfId intfId, bool up) {
    auto* const entry = ports_.find(intfId);
-   if (!entry) return text(intfId, " has no port");
+   if (!entry) return fmt::format("{} has no port", intfId);
    entry->second.linkUp = up;
    return {};
 }
@@ -110,12 +111,12 @@ std::vector<PortVlan> membersOf(MrouteLib::PortVlanSet const& set) {
    return members;
 }
 
-// Counts a write, or the violation that it would have been.
+// Counts a completed write, or records the violation of a refused one.
 Refusal Chip::done(WriteKind kind, Refusal refusal) {
    if (refusal.empty()) {
       ++writes_[static_cast<std::size_t>(kind)];
    } else {
-      violations_.add(text(kind, " refused: ", refusal));
+      violations_.add(fmt::format("{} refused: {}", kind, refusal));
    }
    return refusal;
 }
@@ -124,14 +125,15 @@ Refusal Chip::checkMembers(std::vector<PortVlan> const& members) const {
    for (std::size_t i = 0; i < members.size(); ++i) {
       PortVlan const& member = members[i];
       Port const* const itsPort = port(member.intfId());
-      if (!itsPort) return text("member ", member, " is on no port");
+      if (!itsPort) return fmt::format("the interface of member {} has no port", member);
       auto const& vlans = itsPort->vlans;
       if (!member.vlanId().isNone() &&
           std::find(vlans.begin(), vlans.end(), member.vlanId()) == vlans.end()) {
-         return text("member ", member, " is in a vlan that its port does not carry");
+         return fmt::format("member {} is in a vlan that its port does not carry", member);
       }
+      // Groups with the same members must compare equal, so the order is fixed.
       if (i > 0 && !(members[i - 1] < member)) {
-         return text("members ", members[i - 1], " and ", member, " do not ascend");
+         return fmt::format("members {} and {} do not ascend", members[i - 1], member);
       }
    }
    return {};
@@ -139,12 +141,13 @@ Refusal Chip::checkMembers(std::vector<PortVlan> const& members) const {
 
 Refusal Chip::checkInTable(U32 id) const {
    if (id < groups_.size() && groups_[id]) return {};
-   return text("group ", groupName(id), group(id) ? " is hard-wired" : " does not exist");
+   return fmt::format("group {}{}", groupName(id),
+                      group(id) ? " is hard-wired" : " does not exist");
 }
 
 Refusal Chip::groupWrite(U32 id, std::vector<PortVlan> members, bool toCpu) {
    Refusal const refusal = checkMembers(members);
-   if (!refusal.empty()) return text("group ", id, ": ", refusal);
+   if (!refusal.empty()) return fmt::format("group {}: {}", id, refusal);
    if (id >= groups_.size()) groups_.resize(id + 1);
    if (!groups_[id]) {
       groups_[id].emplace();
@@ -158,9 +161,9 @@ Refusal Chip::groupWrite(U32 id, std::vector<PortVlan> members, bool toCpu) {
 Refusal Chip::groupCreate(U32 id, std::vector<PortVlan> members, bool toCpu) {
    if (id >= config_.groups) {
       return done(WriteKind::groupCreate,
-                  text("group ", id, " is beyond the ", config_.groups, " of the chip"));
+                  fmt::format("group {} is beyond the {} groups of the chip", id, config_.groups));
    }
-   if (group(id)) return done(WriteKind::groupCreate, text("group ", id, " exists already"));
+   if (group(id)) return done(WriteKind::groupCreate, fmt::format("group {} exists already", id));
    return done(WriteKind::groupCreate, groupWrite(id, std::move(members), toCpu));
 }
 
@@ -175,7 +178,7 @@ Refusal Chip::groupDelete(U32 id) {
    if (!refusal.empty()) return done(WriteKind::groupDelete, refusal);
    if (U32 const routes = groups_[id]->routes; routes > 0) {
       return done(WriteKind::groupDelete,
-                  text("group ", id, " has ", routes, " routes pointing at it"));
+                  fmt::format("group {} has {} routes pointing at it", id, routes));
    }
    groups_[id].reset();
    --groupCount_;
@@ -184,7 +187,8 @@ Refusal Chip::groupDelete(U32 id) {
 
 Refusal Chip::routeCreate(U32 index, Entry const& entry) {
    if (entry.group != noGroup) {
-      return done(WriteKind::routeCreate, text("route entry ", index, " is created with a group"));
+      return done(WriteKind::routeCreate,
+                  fmt::format("route entry {} is created with a group", index));
    }
    return done(WriteKind::routeCreate, routes_.create(index, entry));
 }
@@ -192,12 +196,12 @@ Refusal Chip::routeCreate(U32 index, Entry const& entry) {
 Refusal Chip::routePoint(U32 index, U32 groupId) {
    Entry* const entry = routes_.find(index);
    if (!entry) {
-      return done(WriteKind::routePoint, text("route entry ", index, " does not exist"));
+      return done(WriteKind::routePoint, fmt::format("route entry {} does not exist", index));
    }
    Group* const to = writable(groupId);
    if (!to) {
       return done(WriteKind::routePoint,
-                  text("route entry ", index, " to missing group ", groupId));
+                  fmt::format("route entry {} is pointed at missing group {}", index, groupId));
    }
    if (Group* const from = writable(entry->group)) --from->routes;
    entry->group = groupId;
@@ -214,7 +218,7 @@ Refusal Chip::routeDelete(U32 index) {
 
 Refusal Chip::boundaryCreate(U32 index, Entry const& entry) {
    if (entry.acceptingVlan.isNone()) {
-      return done(WriteKind::boundaryCreate, text("boundary entry ", index, " names no vlan"));
+      return done(WriteKind::boundaryCreate, fmt::format("boundary entry {} has no vlan", index));
    }
    return done(WriteKind::boundaryCreate, boundaries_.create(index, entry));
 }
@@ -247,8 +251,11 @@ void Chip::replicate(Group const& to, Forwarded& out) {
 
 Forwarded Chip::forward(Packet const& p) {
    using OtherVlan = EntryTable::OtherVlan;
+   // A route key whose entries accept from other vlans drops the packet; a boundary key lets it
+   // pass.
    auto const route = routes_.lookup(p.vrfId, p.source, p.group, p.vlan, OtherVlan::ends);
    auto const boundary = boundaries_.lookup(p.vrfId, p.source, p.group, p.vlan, OtherVlan::passed);
+   // At equal length the boundary entry decides.
    bool const kept = boundary.index && std::tie(boundary.groupLength, boundary.sourceLength) >=
                                              std::tie(route.groupLength, route.sourceLength);
    Forwarded out;
@@ -275,21 +282,13 @@ Forwarded Chip::forward(Packet const& p) {
 
 // ---- Reading ----
 
-std::vector<U32> Chip::routesOfGroup(U32 id) const {
-   std::vector<U32> found;
-   routes_.forEach([&](U32 index, Entry const& entry) {
-      if (entry.group == id) found.push_back(index);
-   });
-   return found;
-}
-
 std::vector<Qor::String> Chip::audit() const {
    std::vector<Qor::String> faults;
    violations_.audit(faults);
    routes_.audit(faults);
    boundaries_.audit(faults);
 
-   // By id, behind them the hard-wired groups.
+   // By id; the hard-wired groups follow the groups of the table.
    std::vector<U32> pointing(groups_.size() + hardWired_.size());
    routes_.forEach([&](U32 index, Entry const& entry) {
       if (entry.group == noGroup) return;
@@ -297,13 +296,14 @@ std::vector<Qor::String> Chip::audit() const {
          ++pointing[entry.group < groups_.size() ? entry.group
                                                  : groups_.size() + entry.group - dropGroup];
       } else {
-         faults.push_back(text("route entry ", index, " points at missing group ", entry.group));
+         faults.push_back(
+               fmt::format("route entry {} points at missing group {}", index, entry.group));
       }
    });
    auto const count = [&](U32 id, Group const& g, U32 routes) {
       if (g.routes == routes) return;
-      faults.push_back(text("group ", groupName(id), " counts ", g.routes, " routes, but ", routes,
-                            " point at it"));
+      faults.push_back(fmt::format("group {} counts {} routes, but {} point at it", groupName(id),
+                                   g.routes, routes));
    };
    U32 present = 0;
    forEachGroup([&](U32 id, Group const& g) {
@@ -313,7 +313,7 @@ std::vector<Qor::String> Chip::audit() const {
    for (U32 i = 0; i < hardWired_.size(); ++i)
       count(dropGroup + i, hardWired_[i], pointing[groups_.size() + i]);
    if (present != groupCount_) {
-      faults.push_back(text("group count ", groupCount_, " but ", present, " present"));
+      faults.push_back(fmt::format("group count {} but {} present", groupCount_, present));
    }
    return faults;
 }

@@ -1,13 +1,13 @@
 // A simulated switch chip: ports with a link state, a replication table of multicast groups, a
-// route table that points at groups, and a boundary table. It forwards packets by what has been
-// written into it and by nothing else, so what a receiver would see can be asked of it.
+// route table whose entries point at groups, and a boundary table. The chip forwards packets by
+// these tables alone, so forward() returns the copies that receivers would get.
 //
-// It is strict. A write that a correct driver never issues is refused: the chip stays as it was,
-// the caller gets the reason, and the refusal is kept as a violation, after which audit() fails. A
-// full table is not met by a correct driver either, which counts what it has allocated. Writes
-// take effect at once: when they happen is the business of the platform in front of the chip.
+// The chip is strict. It refuses a write that a correct driver never issues: the tables stay as
+// they were, the caller gets the reason, and audit() reports the refusal as a violation from then
+// on. A write to a full table is such a write, because a correct driver counts its allocations.
+// Writes take effect at once; the platform in front of the chip decides when they happen.
 //
-// The chip is shared by its platform and by whoever shows its tables; both hold it counted.
+// The platform and the views of the tables share the chip by counted pointers.
 #pragma once
 
 #include <array>
@@ -22,13 +22,14 @@
 
 namespace Sim {
 
-// The size of a mid-range fixed-configuration switch. Tables have at most 16,777,216 entries.
+// The defaults are the sizes of a mid-range fixed-configuration switch. Each table has at most
+// 16,777,216 entries.
 struct ChipConfig {
    Qor::U32 groups = 8192;
    Qor::U32 routes = 32768;
    Qor::U32 boundaries = 1024;
-   // From the issue of a write to its completion, when nothing is before it: a write through a
-   // driver's transaction queue takes about a millisecond. Used by the platform, not by the chip.
+   // The time from the issue of a write to its completion in an empty queue. A write through a
+   // driver's transaction queue takes about a millisecond. Only the asynchronous platform uses it.
    Qor::Seconds latency = 0.001;
 };
 
@@ -44,8 +45,9 @@ enum class WriteKind : unsigned char {
 };
 inline constexpr std::size_t writeKinds = 8;
 
-// The groups that every chip has, whatever its table: one that sends nowhere, and one that sends to
-// the CPU alone. They cost no room, cannot be written, and a route may point at them at any time.
+// The hard-wired groups that every chip has outside its replication table: dropGroup sends nowhere,
+// and cpuGroup sends to the CPU alone. They need no room and cannot be written, and an entry may
+// point at them at any time.
 inline constexpr Qor::U32 dropGroup = 0xFFFFFFFD;
 inline constexpr Qor::U32 cpuGroup = 0xFFFFFFFE;
 
@@ -56,13 +58,14 @@ Qor::String groupName(Qor::U32 group);  // "17", "drop", "cpu"; "none" for noGro
 
 std::ostream& operator<<(std::ostream& os, WriteKind kind);  // "groupCreate"
 
-// What was done that must not be: all are counted, the texts of the first hundred are kept.
+// Calls and writes that a correct driver never makes. All violations are counted; the texts of the
+// first hundred are kept.
 class Violations {
  public:
    void add(Qor::String text);
    Qor::U64 count() const { return count_; }
    std::vector<Qor::String> const& texts() const { return texts_; }
-   // Adds the texts, and how many more there were.
+   // Appends the texts and, if some were not kept, their number.
    void audit(std::vector<Qor::String>& faults) const;
 
  private:
@@ -73,36 +76,36 @@ class Violations {
 
 struct Port {
    Qor::U32 number = 0;
-   std::vector<Bridging::VlanIdOrNone> vlans;  // those it carries
+   std::vector<Bridging::VlanIdOrNone> vlans;  // the vlans that the port carries
    bool linkUp = true;
-   Qor::U64 copies = 0;         // sent
-   Qor::U64 droppedCopies = 0;  // not sent, the link being down
+   Qor::U64 copies = 0;         // sent copies
+   Qor::U64 droppedCopies = 0;  // copies dropped because the link was down
 };
 
 struct Group {
    std::vector<MrouteLib::PortVlan> members;  // ascending
    bool toCpu = false;
-   Qor::U32 routes = 0;  // how many route entries point at it
+   Qor::U32 routes = 0;  // the number of route entries that point at the group
 };
 
-// The members of a set as a group has them.
+// The outgoing pairs of a set as the members of a group, ascending.
 std::vector<MrouteLib::PortVlan> membersOf(MrouteLib::PortVlanSet const& set);
 
 struct Packet {
    Qor::U32 vrfId = 0;
    Lnet::IpGenAddr source;
    Lnet::IpGenAddr group;
-   Bridging::VlanIdOrNone vlan;  // in which it arrives
+   Bridging::VlanIdOrNone vlan;  // in which the packet arrives
    Qor::U32 bytes = 64;
 };
 
 enum class Forwarding : unsigned char {
    forwarded,   // to a port or to the CPU
    noRoute,     // no entry matches
-   wrongVlan,   // the longest match accepts from another vlan
-   notPointed,  // the entry has not been pointed at a group
-   emptyGroup,  // the group has no members and not the CPU
-   portsDown,   // the group has members, all behind links that are down
+   wrongVlan,   // the entries of the longest match accept from other vlans
+   notPointed,  // the entry points at no group
+   emptyGroup,  // the group has no members and does not send to the CPU
+   portsDown,   // the links of all members are down
    bridged,     // a boundary entry keeps the packet in its vlan
 };
 
@@ -112,35 +115,35 @@ struct Forwarded {
    Forwarding result = Forwarding::noRoute;
    std::vector<MrouteLib::PortVlan> copies;  // ascending
    bool toCpu = false;
-   Qor::U32 droppedCopies = 0;     // those to ports whose link is down
-   std::optional<Qor::U32> entry;  // the route or boundary entry that was hit
+   Qor::U32 droppedCopies = 0;     // copies dropped because the link of their port is down
+   std::optional<Qor::U32> entry;  // the number of the route or boundary entry that was hit
 };
 
 class Chip final : public Qor::RefCounted {
  public:
-   // RangeException for a table of more than 16,777,216 entries
-   //    "ChipConfig::groups > 16777216 not allowed"   (routes, boundaries likewise)
-   // and for a latency that is negative, infinite or not a number
-   //    "ChipConfig::latency < 0 or not finite not allowed".
+   // Throws RangeException
+   //    "ChipConfig::groups > 16777216 not allowed", also with routes and boundaries,
+   //    "ChipConfig::latency < 0 or not finite not allowed", also for NaN.
    explicit Chip(ChipConfig const& config = {});
 
    ChipConfig const& config() const { return config_; }
 
-   // ---- Ports. Not table writes, so their refusals are no violations. ----
+   // ---- Ports. A refusal is not a violation here, since no table is written. ----
 
-   // Gives the interface its port, link up, and the vlan that the port carries; again with the same
-   // number for each further vlan. Refused: a number that is another interface's, an interface
-   // that has another number, the empty interface.
+   // Adds a port with its link up for the interface, and a vlan that the port carries. A further
+   // call with the same number adds one more vlan. Refused: a number of another interface, an
+   // interface with another number, the empty interface.
    Refusal portAdd(Lnet::IntfId intfId, Qor::U32 number, Bridging::VlanIdOrNone vlan);
    // Refused: an interface without a port.
    Refusal linkIs(Lnet::IntfId intfId, bool up);
-   // Null for an interface without a port.
+   // Null if the interface has no port.
    Port const* port(Lnet::IntfId intfId) const;
    Qor::HashMap<Lnet::IntfId, Port> const& ports() const { return ports_; }
 
-   // ---- Table writes. Each returns why it was refused, or an empty text. ----
+   // ---- Table writes. Each returns the reason of its refusal, or an empty text. ----
 
-   // The members ascend, each once; each is on a port, in a vlan that the port carries or in none.
+   // The members ascend, without duplicates. The interface of a member has a port, and the port
+   // carries the vlan of the member unless that is none. Refused for a hard-wired group.
    [[nodiscard]] Refusal groupCreate(Qor::U32 id, std::vector<MrouteLib::PortVlan> members,
                                      bool toCpu);
    [[nodiscard]] Refusal groupUpdate(Qor::U32 id, std::vector<MrouteLib::PortVlan> members,
@@ -148,33 +151,34 @@ class Chip final : public Qor::RefCounted {
    // Refused while a route points at the group.
    [[nodiscard]] Refusal groupDelete(Qor::U32 id);
 
-   // The entry forwards nothing before it is pointed at a group; `entry` names none.
+   // Creates an entry that points at no group: `entry.group` must be noGroup.
    [[nodiscard]] Refusal routeCreate(Qor::U32 index, Entry const& entry);
    [[nodiscard]] Refusal routePoint(Qor::U32 index, Qor::U32 group);
    [[nodiscard]] Refusal routeDelete(Qor::U32 index);
 
-   // A boundary entry keeps what it matches in the vlan in which it arrived, which the entry must
-   // name. Against routes it counts as any entry: the longest match decides, and at the same length
-   // the boundary.
+   // A boundary entry keeps a matching packet in its accepting vlan, which must not be none. Of a
+   // boundary entry and a route entry the longer match decides, and the boundary entry if both are
+   // equally long.
    [[nodiscard]] Refusal boundaryCreate(Qor::U32 index, Entry const& entry);
    [[nodiscard]] Refusal boundaryDelete(Qor::U32 index);
 
    // ---- Packets. ----
 
-   // Replicates one packet. The longest match is by the length of the group, then of the source:
-   // (S,G), (*,G), group ranges, catch-all. When its entries accept from other vlans only, the
-   // packet is dropped: it does not fall through to a shorter match. Hit time and counters are
-   // those of the entry that matched with its vlan, whether or not it forwards.
+   // Forwards one packet. A match is longer if its group prefix is longer, and for equal group
+   // prefixes if its source prefix is longer: (S,G), (*,G), group ranges, catch-all. If all route
+   // entries of the longest match accept from other vlans, the packet is dropped and does not fall
+   // through to a shorter match. The entry that matches with its vlan counts the packet and gets
+   // the time of the hit, also if it forwards nothing.
    Forwarded forward(Packet const& packet);
 
    // ---- Reading. ----
 
-   // Null when there is no such group; the hard-wired ones are always there.
+   // The group of the table or the hard-wired group with this number; null if there is none.
    Group const* group(Qor::U32 id) const {
       if (id < groups_.size()) return groups_[id] ? &*groups_[id] : nullptr;
       return isHardWired(id) ? &hardWired_[id - dropGroup] : nullptr;
    }
-   // Calls visit(id, group) for every group of the table in the order of the ids.
+   // Calls visit(id, group) for every group of the table, by ascending id.
    template <class Visit>
    void forEachGroup(Visit&& visit) const {
       for (Qor::U32 id = 0; id < groups_.size(); ++id) {
@@ -183,25 +187,22 @@ class Chip final : public Qor::RefCounted {
    }
    Qor::U32 groups() const { return groupCount_; }
    Qor::U32 groupsPeak() const { return groupsPeak_; }
-   // Its size, peak and entries in order.
    EntryTable const& routes() const { return routes_; }
    EntryTable const& boundaries() const { return boundaries_; }
-   // The indexes of the routes that point at the group, ascending. Walks the route table.
-   std::vector<Qor::U32> routesOfGroup(Qor::U32 id) const;
 
-   // How many writes of the kind have been done; refused ones are violations instead.
+   // The number of completed writes of the kind, without the refused ones.
    Qor::U64 writes(WriteKind kind) const { return writes_[static_cast<std::size_t>(kind)]; }
    Qor::U64 droppedCopies() const { return droppedCopies_; }
-   // What has hit an entry of either table so far.
+   // The traffic that hit an entry of either table so far, also of entries that were deleted.
    Traffic const& hits() const { return hits_; }
    Violations const& violations() const { return violations_; }
 
-   // What is wrong with the chip, empty when nothing is: violations, counts that do not add up,
-   // routes whose group is missing.
+   // The faults of the chip, one text each: violations, inconsistent counts, and route entries that
+   // point at a missing group.
    std::vector<Qor::String> audit() const;
 
-   // A fault of the memory: the route entry names another group from now on, and no bookkeeping
-   // knows. The entry must exist.
+   // Simulates a memory fault: the route entry points at another group from now on, while all
+   // counts stay as they were. The entry must exist.
    void softError(Qor::U32 routeIndex, Qor::U32 group);
 
  private:
@@ -216,8 +217,8 @@ class Chip final : public Qor::RefCounted {
 
    ChipConfig const config_;
    Qor::HashMap<Lnet::IntfId, Port> ports_;
-   Qor::HashMap<Qor::U32, Lnet::IntfId> intfOfPort_;  // by the port's number
-   std::vector<std::optional<Group>> groups_;         // by id, as far as one has been used
+   Qor::HashMap<Qor::U32, Lnet::IntfId> intfOfPort_;  // by port number
+   std::vector<std::optional<Group>> groups_;         // by id, up to the highest id used so far
    std::array<Group, 2> hardWired_{Group{{}, false, 0}, Group{{}, true, 0}};
    Qor::U32 groupCount_ = 0;
    Qor::U32 groupsPeak_ = 0;

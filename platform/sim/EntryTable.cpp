@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <tuple>
 
-#include "platform/sim/Text.h"
+#include "platform/sim/Format.h"
 
 namespace Sim {
 
@@ -12,7 +12,7 @@ using Lnet::IpGenAddr;
 using Qor::U32;
 using Routing::Multicast::Fib::IpGenRouteKey;
 
-// The place of the key's shape among the shapes: the shape itself, or where it belongs.
+// The shape of the key, or the position at which the shape is to be inserted.
 std::vector<EntryTable::Shape>::iterator EntryTable::shapeOf(IpGenRouteKey const& key) {
    Shape const shape{key.group().family(), key.group().length(), key.source().length(), 0};
    return std::lower_bound(shapes_.begin(), shapes_.end(), shape, [](auto& a, auto& b) {
@@ -23,21 +23,21 @@ std::vector<EntryTable::Shape>::iterator EntryTable::shapeOf(IpGenRouteKey const
 
 Refusal EntryTable::create(U32 index, Entry const& entry) {
    if (index >= capacity_) {
-      return text(what_, ' ', index, " is beyond the ", capacity_, " of the chip");
+      return fmt::format("{} {} is beyond the {} entries of the chip", what_, index, capacity_);
    }
    if (Entry const* const there = find(index)) {
-      return text(what_, ' ', index, " exists already: ", there->key, " vlan ",
-                  there->acceptingVlan, " vrf ", there->vrfId);
+      return fmt::format("{} {} exists already: {} vlan {} vrf {}", what_, index, there->key,
+                         there->acceptingVlan, there->vrfId);
    }
    IpGenRouteKey const& key = entry.key;
-   if (key.isNull()) return text(what_, ' ', index, " has an invalid key");
+   if (key.isNull()) return fmt::format("{} {} has an invalid key", what_, index);
    VrfKey const vrfKey{entry.vrfId, key};
    auto* const first = first_.find(vrfKey);
    U32 const next = first ? first->second : nowhere;
    for (U32 other = next; other != nowhere; other = slots_[other]->next) {
       if (slots_[other]->entry.acceptingVlan == entry.acceptingVlan) {
-         return text(what_, ' ', index, " matches the same packets as ", other, ": ", key, " vlan ",
-                     entry.acceptingVlan, " vrf ", entry.vrfId);
+         return fmt::format("{} {} matches the same packets as {}: {} vlan {} vrf {}", what_, index,
+                            other, key, entry.acceptingVlan, entry.vrfId);
       }
    }
 
@@ -61,8 +61,9 @@ Refusal EntryTable::create(U32 index, Entry const& entry) {
 
 Refusal EntryTable::erase(U32 index) {
    Entry const* const entry = find(index);
-   if (!entry) return text(what_, ' ', index, " does not exist");
+   if (!entry) return fmt::format("{} {} does not exist", what_, index);
    VrfKey const vrfKey{entry->vrfId, entry->key};
+   // The head of the list is in first_, whose record must go with the last entry of the list.
    U32* link = &first_.find(vrfKey)->second;
    bool const isFirst = *link == index;
    while (*link != index)
@@ -84,6 +85,7 @@ std::optional<U32> EntryTable::match(VrfKey const& key, VlanIdOrNone vlan) const
         index = slots_[index]->next) {
       VlanIdOrNone const accepting = slots_[index]->entry.acceptingVlan;
       if (accepting == vlan) return index;
+      // The entry for the packet's own vlan may follow in the list.
       if (accepting.isNone()) anywhere = index;
    }
    return anywhere;
@@ -110,9 +112,11 @@ void EntryTable::audit(std::vector<Qor::String>& faults) const {
    forEach([&](U32 index, Entry const& entry) {
       ++entries;
       if (match({entry.vrfId, entry.key}, entry.acceptingVlan) != index) {
-         faults.push_back(text(what_, ' ', index, " is not found under its key ", entry.key));
+         faults.push_back(
+               fmt::format("{} {} is not found under its key {}", what_, index, entry.key));
       }
    });
+   // The bound on `linked` ends the loop if the links form a circle.
    U32 linked = 0;
    for (auto const& [key, first] : first_) {
       for (U32 index = first; index != nowhere && linked <= size_; ++linked)
@@ -122,8 +126,8 @@ void EntryTable::audit(std::vector<Qor::String>& faults) const {
    for (Shape const& shape : shapes_)
       shaped += shape.entries;
    if (entries != size_ || linked != size_ || shaped != size_) {
-      faults.push_back(text(what_, " count ", size_, " but ", entries, " present, ", linked,
-                            " linked, ", shaped, " by prefix length"));
+      faults.push_back(fmt::format("{} count {} but {} present, {} linked, {} by prefix length",
+                                   what_, size_, entries, linked, shaped));
    }
 }
 

@@ -1,9 +1,9 @@
-// A table of match entries, as the chip's route and boundary tables are: numbered entries, each
-// matching the packets of one VRF, route key and accepting vlan, and looked up by longest match.
+// A table of numbered match entries: the type of the chip's route and boundary tables. An entry
+// matches the packets of one VRF, route key and accepting vlan; the longest match is looked up.
 //
-// The table owns its entries. It refuses what a chip must not be asked for and changes nothing
-// then; a refusal is a text, empty when the write was done. Look-up costs one hash look-up per
-// combination of prefix lengths that is in use.
+// The table owns its entries. A refused write changes nothing and returns the reason; a completed
+// write returns an empty text. A look-up costs one hash look-up per combination of prefix lengths
+// in use.
 #pragma once
 
 #include <optional>
@@ -18,10 +18,10 @@
 
 namespace Sim {
 
-// Why a write was not done; empty when it was.
+// The reason why a write was refused; empty if the write was done.
 using Refusal = Qor::String;
 
-// The number of no group.
+// The group number of an entry that points at no group.
 inline constexpr Qor::U32 noGroup = 0xFFFFFFFF;
 
 struct Traffic {
@@ -30,16 +30,16 @@ struct Traffic {
 };
 
 struct Entry {
-   // What it matches. An accepting vlan of none accepts from anywhere.
+   // The packets that the entry matches. An accepting vlan of none accepts packets of all vlans.
    Qor::U32 vrfId = 0;
    Routing::Multicast::Fib::IpGenRouteKey key;
    Bridging::VlanIdOrNone acceptingVlan;
-   // Carried for the reader of the table; the chip forwards by the group alone.
+   // Properties that a driver writes and reads back. They do not influence forwarding.
    bool bridge = false;
    Wisp::Multicast::Fib::RpaIndex rpaIndex;
-   // Where it forwards to; noGroup until it is pointed at a group.
+   // The group at which the entry points; an entry with noGroup forwards nothing.
    Qor::U32 group = noGroup;
-   // What has hit it. `lastHit` is on the Qor::now() time base, 0.0 for never.
+   // The hits of the entry. `lastHit` is on the Qor::now() time base, and 0.0 before the first hit.
    Qor::Seconds lastHit = 0.0;
    Qor::U64 packets = 0;
    Qor::U64 bytes = 0;
@@ -47,39 +47,40 @@ struct Entry {
 
 class EntryTable {
  public:
-   // `what` names an entry in texts: "route entry".
+   // Texts use the noun `what` for an entry: "route entry". The string must outlive the table.
    EntryTable(char const* what, Qor::U32 capacity) : what_(what), capacity_(capacity) {}
 
    Qor::U32 capacity() const { return capacity_; }
    Qor::U32 size() const { return size_; }
-   Qor::U32 peak() const { return peak_; }
+   Qor::U32 peak() const { return peak_; }  // the largest size so far
 
-   // Null when there is no such entry. Valid until the table's next create().
+   // The entry with this number, or null. The pointer is valid until the table's next create().
    Entry const* find(Qor::U32 index) const {
       return index < slots_.size() && slots_[index] ? &slots_[index]->entry : nullptr;
    }
    Entry* find(Qor::U32 index) { return const_cast<Entry*>(std::as_const(*this).find(index)); }
 
-   // Refused: an index beyond the capacity or in use, an invalid key, and an entry that matches
-   // exactly the packets of another one.
+   // Refused: an index beyond the capacity or in use, an invalid key, and an entry with the VRF,
+   // key and accepting vlan of another entry.
    [[nodiscard]] Refusal create(Qor::U32 index, Entry const& entry);
-   // Refused: a missing entry.
+   // Refused: an index without an entry.
    [[nodiscard]] Refusal erase(Qor::U32 index);
 
-   // Whether a key whose entries all want another vlan ends the search, or is passed over for a
-   // shorter match.
+   // If all entries of a matching key accept from other vlans, the look-up ends without an entry,
+   // or passes to shorter matches.
    enum class OtherVlan { ends, passed };
    struct Match {
       std::optional<Qor::U32> index;  // the matching entry
-      bool keyFound = false;          // an entry has the key, though perhaps not the vlan
-      unsigned groupLength = 0;       // how long the match is: first by the group,
-      unsigned sourceLength = 0;      //    then by the source
+      bool keyFound = false;          // an entry matches the key, but perhaps not the vlan
+      unsigned groupLength = 0;       // the prefix length of the group, compared first
+      unsigned sourceLength = 0;      // the prefix length of the source
    };
-   // Within one key an entry of the packet's own vlan goes before one that accepts from anywhere.
+   // Of the entries with one key, the entry that accepts from the packet's vlan takes precedence
+   // over the entry that accepts from all vlans.
    Match lookup(Qor::U32 vrfId, Lnet::IpGenAddr const& source, Lnet::IpGenAddr const& group,
                 Bridging::VlanIdOrNone vlan, OtherVlan otherVlan) const;
 
-   // Calls visit(index, entry) for every entry of the VRF and key, whatever its vlan.
+   // Calls visit(index, entry) for every entry of the VRF and key, with any accepting vlan.
    template <class Visit>
    void forEachOf(Qor::U32 vrfId, Routing::Multicast::Fib::IpGenRouteKey const& key,
                   Visit&& visit) const {
@@ -89,7 +90,7 @@ class EntryTable {
          visit(index, slots_[index]->entry);
    }
 
-   // Calls visit(index, entry) for every entry in the order of the indexes.
+   // Calls visit(index, entry) for every entry, by ascending index.
    template <class Visit>
    void forEach(Visit&& visit) const {
       for (Qor::U32 index = 0; index < slots_.size(); ++index) {
@@ -97,7 +98,7 @@ class EntryTable {
       }
    }
 
-   // Adds a text for each inconsistency between the entries and what looks them up.
+   // Appends a text for each inconsistency between the entries and the indexes of the look-up.
    void audit(std::vector<Qor::String>& faults) const;
 
  private:
@@ -111,7 +112,7 @@ class EntryTable {
       Qor::U32 hash() const { return Qor::hashFold(Qor::hashMix(vrfId, key.hash())); }
       bool operator==(VrfKey const&) const = default;
    };
-   // A combination of prefix lengths, and how many entries have it.
+   // A combination of prefix lengths and the number of its entries.
    struct Shape {
       Lnet::IpFamily family;
       unsigned groupLength;
@@ -127,9 +128,9 @@ class EntryTable {
    Qor::U32 const capacity_;
    Qor::U32 size_ = 0;
    Qor::U32 peak_ = 0;
-   std::vector<std::optional<Slot>> slots_;  // by index, as far as one has been used
+   std::vector<std::optional<Slot>> slots_;  // by index, up to the highest index used so far
    Qor::HashMap<VrfKey, Qor::U32> first_;    // the first entry of each VRF and key
-   std::vector<Shape> shapes_;               // the longest match first
+   std::vector<Shape> shapes_;               // in the order of the look-up: longest match first
 };
 
 }  // namespace Sim

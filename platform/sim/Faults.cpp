@@ -33,6 +33,7 @@ void Faults::callBegins(Qor::U32 hook) {
             failNext(kind, "failed undo");
       }
    }
+   // Other hooks between the failing calls, for example the cleanup of the caller, succeed.
    bool const fails = failingCalls_ > 0 && hook == failingHook_;
    failingCalls_ -= fails;
    refused_ = fails && failedCall_.refused;
@@ -42,6 +43,7 @@ void Faults::callBegins(Qor::U32 hook) {
 
 Qor::String8 Faults::failure(WriteKind kind) {
    Planned& planned = planned_[static_cast<std::size_t>(kind)];
+   // A planned failure stays planned while the call fails as a whole.
    if (writeFails_) {
       ++injected_;
       ++planned.injected;
@@ -53,7 +55,8 @@ Qor::String8 Faults::failure(WriteKind kind) {
       ++planned.injected;
       return planned.reason;
    }
-   // The upper 53 bits as a fraction: the same numbers with every standard library.
+   // The upper 53 bits are the fraction: unlike the distributions of the standard library, this
+   // formula has the same results everywhere, so a seed replays on every platform.
    if (planned.rate > 0 && static_cast<double>(random_() >> 11) * 0x1p-53 < planned.rate) {
       ++injected_;
       ++planned.injected;

@@ -1,7 +1,8 @@
-// The faults that a platform of the simulated chip is told to have: writes that fail, writes that
-// take long, tables that claim to be full, hit bits that cannot be read yet. What is random follows from a seed alone.
+// The injected faults of a platform of the simulated chip: failed and slow writes, full tables,
+// busy hit bits, and refused calls of hooks. A seed alone determines the random faults.
 //
-// A platform asks once for each write, when the write is issued.
+// The caller plans faults; the platform asks for the fault of a write once, when it issues the
+// write.
 #pragma once
 
 #include <array>
@@ -13,56 +14,59 @@ namespace Sim {
 
 class Faults {
  public:
-   // ---- What shall go wrong. ----
+   // ---- Planning, by the caller. ----
 
-   // The next `count` writes of the kind fail with this reason, which is not empty. The latest
-   // call for a kind is the one that counts.
+   // The next `count` writes of the kind fail with this reason, which must not be empty. The call
+   // replaces the earlier plan for the kind.
    void failNext(WriteKind kind, Qor::String8 reason, Qor::U32 count = 1);
-   // Each write of the kind fails with this probability, with the reason "injected fault".
+   // Each write of the kind fails with this probability, 0 to 1. The reason is "injected fault".
    void rateIs(WriteKind kind, double probability);
    void seedIs(Qor::U64 seed) { random_.seed(seed); }
-   // The n-th write from now, of any kind and counted from 1, takes `extra` seconds longer.
+   // The n-th write from now on, of any kind and counted from 1, takes `extra` more seconds.
    void slowNext(Qor::U32 n, Qor::Seconds extra);
-   // There is no group, no route entry, no boundary entry to be had, although there is room.
+   // The table has no room for allocations, although its capacity is not reached.
    void groupsExhaustedIs(bool v) { groupsExhausted_ = v; }
    void routesExhaustedIs(bool v) { routesExhausted_ = v; }
    void boundariesExhaustedIs(bool v) { boundariesExhausted_ = v; }
-   // The hardware is busy the next `count` times that the hit bits are to be read.
+   // The next `count` readings of the hit bits find the hardware busy.
    void hitBitsBusyNext(Qor::U32 count) { hitBitsBusy_ = count; }
 
-   // One call of a hook, of any, counted from 1, fails in the way it can.
+   // Selects one call of a hook that fails.
    struct FailedCall {
-      Qor::U64 number = 0;  // 0: none
-      // What it asks for is not to be had: no group, no entry, no counter, no hit bits. A hook that
-      // gives nothing has nothing to refuse.
+      // The number of the call among the calls of all hooks, counted from 1; 0 for none.
+      Qor::U64 number = 0;
+      // The hook allocates no group, entry or counter and reads no hit bits. No effect on a hook
+      // without a result.
       bool refused = false;
-      // What it writes fails.
+      // The writes of the call fail with the reason "failed call".
       bool writeFails = false;
-      // So do the same hook's next calls, so many.
+      // The number of further calls of the same hook that fail in the same way.
       Qor::U32 again = 0;
-      // And so does the next deletion of each kind: what is being undone then.
+      // The next deletion of each kind fails once with the reason "failed undo": the deletions that
+      // undo the failed change.
       bool undoFails = false;
    };
    void failCallIs(FailedCall const& call) { failedCall_ = call; }
 
-   // ---- What a platform asks. ----
+   // ---- Questions of the platform. ----
 
-   // A hook is called, given by its number. Until the next is, refused() says whether it fails so.
+   // The platform announces each call of a hook, by the number of the hook. refused() returns
+   // whether this call is refused, until the next call.
    void callBegins(Qor::U32 hook);
    bool refused() const { return refused_; }
-   Qor::U64 calls() const { return calls_; }  // of hooks, so far
+   Qor::U64 calls() const { return calls_; }  // announced calls so far
 
    bool groupsExhausted() const { return groupsExhausted_ || refused_; }
    bool routesExhausted() const { return routesExhausted_ || refused_; }
    bool boundariesExhausted() const { return boundariesExhausted_ || refused_; }
-   // Asked once for each reading of the hit bits.
+   // Called once per reading of the hit bits, since a call counts as a reading.
    bool hitBitsBusy() { return refused_ || (hitBitsBusy_ > 0 && hitBitsBusy_-- > 0); }
-   // Why the write that is being issued shall fail; empty when it shall not.
+   // The reason why the write that is being issued fails; empty if it succeeds.
    Qor::String8 failure(WriteKind kind);
-   // How much longer it shall take.
+   // The seconds that the write takes in addition.
    Qor::Seconds extraLatency();
 
-   // How many writes have been made to fail, and calls to refuse; and writes of one kind.
+   // The number of failed writes and refused calls so far, and of failed writes of one kind.
    Qor::U64 injected() const { return injected_; }
    Qor::U64 injected(WriteKind kind) const {
       return planned_[static_cast<std::size_t>(kind)].injected;
@@ -78,7 +82,7 @@ class Faults {
 
    std::array<Planned, writeKinds> planned_;
    std::mt19937_64 random_{1};
-   Qor::U32 slowIn_ = 0;  // how many writes until the slow one, 0 for none
+   Qor::U32 slowIn_ = 0;  // the number of writes up to the slow one, 0 for none
    Qor::Seconds slowBy_ = 0;
    bool groupsExhausted_ = false;
    bool routesExhausted_ = false;
@@ -88,9 +92,9 @@ class Faults {
    FailedCall failedCall_;
    Qor::U64 calls_ = 0;
    Qor::U32 failingHook_ = 0;
-   Qor::U32 failingCalls_ = 0;  // of that hook, still to come
-   bool refused_ = false;       // the present call
-   bool writeFails_ = false;    // likewise
+   Qor::U32 failingCalls_ = 0;  // the calls of failingHook_ that have still to fail
+   bool refused_ = false;       // of the present call
+   bool writeFails_ = false;    // of the present call
 };
 
 }  // namespace Sim

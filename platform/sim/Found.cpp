@@ -21,6 +21,7 @@ FoundEntries::FoundEntries(EntryTable const& table) : table_(table) {
 
 void FoundEntries::take(U32 index) {
    if (left_.erase(index) == 0) return;
+   // A remaining entry was not written, so the table still has the group that was counted.
    auto const awaited = awaited_.find(table_.find(index)->group);
    if (awaited != awaited_.end() && --awaited->second == 0) awaited_.erase(awaited);
 }
@@ -36,6 +37,7 @@ std::optional<U32> FoundEntries::find(U32 vrfId, IpGenRouteKey const& key,
 }
 
 U32 FoundEntries::groupOf(IpGenRouteKey const& key, VlanIdOrNone vlan) const {
+   // The hook that allocates a group does not get the VRF id of the route.
    for (U32 const vrfId : vrfs_) {
       if (auto const index = find(vrfId, key, vlan)) return table_.find(*index)->group;
    }
@@ -66,7 +68,7 @@ bool FoundGroups::carries(U32 id, MrouteLib::PortVlanSet const& set) const {
 void FoundGroups::take(U32 id) {
    left_.erase(id);
    auto const equal = byContent_.find(contentOf(*chip_.group(id)));
-   if (equal == byContent_.end()) return;
+   if (equal == byContent_.end()) return;  // the group was not offered
    equal->second.erase(id);
    if (equal->second.empty()) byContent_.erase(equal);
 }

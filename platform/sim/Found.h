@@ -1,14 +1,14 @@
-// What a platform finds on its chip when it starts after the agent has crashed: groups and entries
-// that nobody has asked for yet. A platform takes over from here what it is asked for (adoption),
-// and sweeps what is left once the routing layer has told all that it wants.
+// The groups and entries that a platform finds on its chip when it starts after a crash of the
+// agent. The platform adopts a found group or entry for a request that it satisfies. The platform
+// sweeps the remaining ones when the routing layer has announced the end of the replay.
 //
-// Other sets than the one that a group was made for may have the same members, and other inputs. A
-// group that is taken over for a set with a backup may be rewritten the moment after, since its
-// input fails. So it is handed out for such a set only to who comes for an entry that points at it,
-// or when no entry that is still left points at it.
+// Backups. Several oif sets may have the members of one found group and different inputs. A set
+// with backup pairs has its group rewritten as soon as its input fails. Such a set gets a found
+// group only if the request is for an entry that points at the group, or if no remaining entry
+// does.
 //
-// What has been found and not been taken is never written, so the chip's tables say what it is
-// like; only which of it is still here is kept. The chip outlives these objects.
+// The platform does not write a found group or entry before it is taken, so the chip's tables have
+// all its properties. These objects keep the numbers only. The chip must outlive them.
 #pragma once
 
 #include <map>
@@ -21,70 +21,76 @@
 
 namespace Sim {
 
-// An entry as recovery wants to know it.
+// A found entry as the recovery of the hardware status needs it.
 struct FoundRoute {
    Qor::U32 vrfId = 0;
    Routing::Multicast::Fib::IpGenRouteKey key;
    Bridging::VlanIdOrNone acceptingVlan;
 };
 
-// The entries of one table. An entry that has been found holds the group it points at, also once it
-// is taken, until it is known to have left it, or that the one who took it holds the group himself.
+// The found entries of one table. A found entry keeps its group alive, even after adoption, until
+// the entry points elsewhere or its new owner holds the group.
 class FoundEntries {
  public:
-   // All that the table has.
+   // Starts with all entries of the table.
    explicit FoundEntries(EntryTable const& table);
 
-   // Their numbers, ascending.
+   // The numbers of the remaining entries, ascending.
    std::set<Qor::U32> const& left() const { return left_; }
-   // The one that matches the packets of this VRF, key and vlan.
+   // The remaining entry with this VRF, key and accepting vlan.
    std::optional<Qor::U32> find(Qor::U32 vrfId, Routing::Multicast::Fib::IpGenRouteKey const& key,
                                 Bridging::VlanIdOrNone vlan) const;
-   // The group of an entry of this key and vlan, in whichever VRF; noGroup where there is none.
+   // The group of a remaining entry with this key and vlan in any VRF; noGroup if there is none.
    Qor::U32 groupOf(Routing::Multicast::Fib::IpGenRouteKey const& key,
                     Bridging::VlanIdOrNone vlan) const;
-   // Somebody has asked for it, or it is about to be deleted.
+   // Removes the entry from the remaining ones: it is adopted, or is about to be deleted.
    void take(Qor::U32 index);
-   // Whether an entry that nobody has asked for yet points at the group.
+   // Whether a remaining entry points at the group.
    bool awaits(Qor::U32 group) const { return awaited_.contains(group); }
 
+   // Whether an entry keeps the group alive.
    bool holds(Qor::U32 group) const { return holders_.contains(group); }
+   // Whether exactly one entry keeps the group alive.
    bool heldByOne(Qor::U32 group) const {
       auto const holders = holders_.find(group);
       return holders != holders_.end() && holders->second == 1;
    }
-   // Whether any group is held.
+   // Whether any entry keeps a group alive.
    bool holding() const { return !held_.empty(); }
-   // The entry holds its group no more; nothing for one that holds none.
+   // The entry no longer keeps its group alive. No effect on an entry without a group.
    void release(Qor::U32 index);
 
  private:
    EntryTable const& table_;
    std::set<Qor::U32> left_;
-   std::set<Qor::U32> vrfs_;               // that had an entry
-   std::map<Qor::U32, Qor::U32> held_;     // groups, by entry
-   std::map<Qor::U32, Qor::U32> holders_;  // how many, by group
-   std::map<Qor::U32, Qor::U32> awaited_;  // of those that are left how many, by group
+   std::set<Qor::U32> vrfs_;               // the VRF ids of all found entries
+   std::map<Qor::U32, Qor::U32> held_;     // by entry, the group that it keeps alive
+   std::map<Qor::U32, Qor::U32> holders_;  // by group, the number of entries that keep it alive
+   std::map<Qor::U32, Qor::U32>
+         awaited_;  // by group, the number of remaining entries that point at it
 };
 
+// The found groups. A group is offered for adoption while its members on the chip are certain.
 class FoundGroups {
  public:
-   using Content = std::pair<std::vector<MrouteLib::PortVlan>, bool>;  // members, and to the CPU
+   // The members, and whether the group sends to the CPU.
+   using Content = std::pair<std::vector<MrouteLib::PortVlan>, bool>;
 
    static Content contentOf(Group const& group) { return {group.members, group.toCpu}; }
    static Content contentOf(MrouteLib::PortVlanSet const& set) {
       return {membersOf(set), set.toCpu()};
    }
 
-   // All that the chip has.
+   // Starts with all groups of the chip's table.
    explicit FoundGroups(Chip const& chip);
 
+   // The ids of the remaining groups, ascending.
    std::set<Qor::U32> const& left() const { return left_; }
    bool contains(Qor::U32 id) const { return left_.contains(id); }
-   // Whether the group is offered, and has exactly this set's members.
+   // Whether the group is offered and has exactly the members of the set.
    bool carries(Qor::U32 id, MrouteLib::PortVlanSet const& set) const;
-   // A group of this content: `preferred` if that is one, else the first that
-   // `may(id)` be had.
+   // An offered group with this content: `preferred` if it is such a group, otherwise the lowest id
+   // for which may(id) is true.
    template <class May>
    std::optional<Qor::U32> like(Content const& content, Qor::U32 preferred, May const& may) const {
       auto const equal = byContent_.find(content);
@@ -95,36 +101,36 @@ class FoundGroups {
       }
       return std::nullopt;
    }
-   // Somebody has asked for it, or it is about to be deleted.
+   // Removes the group from the remaining ones: it is adopted, or is about to be deleted.
    void take(Qor::U32 id);
-   // It is nobody's again, though it is still on the chip; where its members are not certain, since
-   // they are being written, it is not offered any more.
+   // The owner of the group released it, but the group stays on the chip and is found again. With
+   // `certain` false a write of its members is under way, and the group is no longer offered.
    void giveBack(Qor::U32 id, bool certain);
 
  private:
    Chip const& chip_;
    std::set<Qor::U32> left_;
-   std::map<Content, std::set<Qor::U32>> byContent_;  // those that are offered
+   std::map<Content, std::set<Qor::U32>> byContent_;  // the offered groups
 };
 
-// All that the chip held, and what became of it.
+// The found groups and entries of a chip, with the numbers of adopted and swept ones.
 struct Found {
    explicit Found(Chip const& chip)
          : groups(chip), routes(chip.routes()), boundaries(chip.boundaries()) {}
 
-   // Whether nothing is left to sweep, nor may come back to be swept.
+   // Whether no group or boundary entry remains, and no group can be found again.
    bool settled() const {
       return groups.left().empty() && !routes.holding() && boundaries.left().empty();
    }
-   // The routes of both tables that nobody has asked for yet. Those that send nowhere come first:
-   // of several entries with one key they are the ones that only watch another interface.
+   // The remaining entries of both tables. Entries that send nowhere come first: of several entries
+   // with one key these are the fastdrop entries, and recovery keeps the last entry of a key.
    std::vector<FoundRoute> listed(Chip const& chip) const;
 
    FoundGroups groups;
    FoundEntries routes;
    FoundEntries boundaries;
-   Qor::U64 adopted = 0;  // groups and entries that were asked for, and not written
-   Qor::U64 swept = 0;    // those that were deleted
+   Qor::U64 adopted = 0;  // adopted groups and entries
+   Qor::U64 swept = 0;    // swept groups and entries
 };
 
 }  // namespace Sim

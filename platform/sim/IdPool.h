@@ -1,5 +1,6 @@
-// The numbers of a chip table that its driver hands out: at most `capacity`, from 0 up. A number
-// that comes back is the next to go out, so the table stays dense and a reuse comes at once.
+// The numbers 0 to `capacity` - 1 of a chip table, from which its driver takes the numbers of new
+// groups or entries. The number that was returned last is taken first. The table thus stays dense,
+// and a wrong reuse of a number shows soon.
 #pragma once
 
 #include <optional>
@@ -12,10 +13,11 @@ namespace Sim {
 
 class IdPool {
  public:
-   // The `reserved` numbers from `reservedFirst` are never handed out.
+   // The pool never returns the `reserved` numbers from `reservedFirst` on.
    explicit IdPool(Qor::U32 capacity, Qor::U32 reservedFirst = 0, Qor::U32 reserved = 0)
          : capacity_(capacity), reservedFirst_(reservedFirst), reserved_(reserved) {}
 
+   // A free number, or nothing if there is none.
    std::optional<Qor::U32> take() {
       if (!free_.empty()) {
          Qor::U32 const id = free_.back();
@@ -28,7 +30,8 @@ class IdPool {
       ++taken_;
       return next_++;
    }
-   // Takes a number that is in use already; it is greater than all that have been taken.
+   // Takes the number of a found group or entry. The number must be greater than all numbers that
+   // were taken before.
    void takeFound(Qor::U32 id) {
       QOR_ASSERT(id >= next_ && id < capacity_);
       while (next_ < id) {
@@ -41,7 +44,7 @@ class IdPool {
       next_ = id + 1;
       ++taken_;
    }
-   // The caller knows that the number is out.
+   // Returns a number to the pool. The number must be taken.
    void give(Qor::U32 id) {
       QOR_ASSERT(taken_ > 0);
       --taken_;

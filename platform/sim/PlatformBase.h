@@ -1,13 +1,12 @@
-// What the platforms of the simulated chip have in common, whichever path they serve: the chip and
-// its faults, and calls of hooks that are shown, counted and paid for. A platform derives from its
-// path's hook class and from this, and starts every hook with called().
+// The common part of the two platforms of the simulated chip: the chip, the injected faults, the
+// found groups and entries, and the calls of hooks. A platform derives from the hook class of its
+// path and from this class, and starts every hook with called().
 //
-// Wrong calls (deleting what is not allocated, pointing at what is not) do nothing and are kept as
-// violations, which audit() of the platform reports.
+// A wrong call, for example the deletion of a group that is not allocated, does nothing and is kept
+// as a violation, which audit() of the platform reports.
 //
-// What the chip holds when a platform is made for it is found: it was left by an agent that has
-// crashed (platform/sim/Found.h). Asked for a group with the members of one that is found, a
-// platform answers with that one and writes nothing, and so it does with entries.
+// The groups and entries on the chip at the construction of the platform are found: a crashed agent
+// left them (platform/sim/Found.h). The platform adopts them for matching requests.
 #pragma once
 
 #include <array>
@@ -37,22 +36,22 @@ class PlatformBase {
    Faults& faults() { return faults_; }
    Faults const& faults() const { return faults_; }
 
-   // Told the name of a hook before the call is counted and done.
+   // Each call of a hook first calls the observer with the name of the hook.
    void hookObserverIs(std::function<void(std::string_view)> observer) {
       observer_ = std::move(observer);
    }
+   // The number of calls of one hook, and of all hooks.
    Qor::U64 calls(Hook hook) const { return calls_[static_cast<std::size_t>(hook)]; }
-   // Of all hooks.
    Qor::U64 calls() const { return std::accumulate(calls_.begin(), calls_.end(), Qor::U64{0}); }
 
    Violations const& violations() const { return violations_; }
 
-   // What was found, as far as nobody has asked for it yet.
+   // The found groups and entries that remain, and the list of the entries for recovery.
    Found const& found() const { return found_; }
    std::vector<FoundRoute> foundRoutes() const { return found_.listed(*chip_); }
 
  protected:
-   // Each call of a hook costs `callCost` seconds, which are not 0 only on virtual time.
+   // `callCost`: the seconds of virtual time that each call of a hook takes; 0 on real time.
    PlatformBase(Qor::Ptr<Chip> chip, Qor::Seconds callCost)
          : chip_(std::move(chip)), found_(*chip_), callCost_(callCost) {}
    ~PlatformBase() = default;
@@ -74,7 +73,7 @@ class PlatformBase {
    static void spend(Qor::Seconds seconds) {
       if (seconds > 0) Qor::activityManager()->advance(seconds);
    }
-   // The violations, and what is wrong with the chip.
+   // The violations of this platform, followed by the faults of the chip.
    std::vector<Qor::String> auditChip() const {
       std::vector<Qor::String> faults;
       violations_.audit(faults);
@@ -86,8 +85,8 @@ class PlatformBase {
    Qor::Ptr<Chip> const chip_;
    Faults faults_;
    Found found_;
-   // The agent has crashed: nothing reaches the chip any more. Calls of hooks come from objects on
-   // their way out; they take no time and are not counted.
+   // The agent has crashed, and the platform writes no more. The objects of the agent still call
+   // hooks while they are destroyed; these calls take no time and are not counted.
    bool detached_ = false;
 
  private:

@@ -1,4 +1,4 @@
-// The synchronous platform: its service, oif sets and entries.
+// The synchronous platform: its life, oif sets and entries.
 #include "platform/sim/SyncPlatform.h"
 
 #include <iterator>
@@ -99,7 +99,7 @@ SyncPlatform::SyncPlatform(Qor::Name name, Qor::Ptr<Chip> chip, U32 switchId,
 SyncPlatform::~SyncPlatform() = default;
 
 bool SyncPlatform::isMine(Hook hook, U32 switchId) {
-   if (switchId != switchId_) misused(hook, "switch", switchId, "is another");
+   if (switchId != switchId_) misused(hook, "switch", switchId, "is not the one of this platform");
    return switchId == switchId_;
 }
 
@@ -120,7 +120,7 @@ void SyncPlatform::handleMulticastRouting(bool enabled) {
    multicastRouting_ = enabled;
 }
 
-// The end may be told again when it has come.
+// A second end of service is harmless, and not a violation.
 void SyncPlatform::mrouteSwitchInit(U32 switchId, bool start) {
    called(Hook::mrouteSwitchInit);
    if (!isMine(Hook::mrouteSwitchInit, switchId)) return;
@@ -131,7 +131,7 @@ void SyncPlatform::mrouteSwitchInit(U32 switchId, bool start) {
    inService_ = start;
 }
 
-// Entries go first: no group is deleted while a route points at it.
+// Entries go first, because the chip refuses to delete a group while an entry points at it.
 void SyncPlatform::clearChip() {
    sweepEntries();
    for (auto const& [handle, state] : entries_)
@@ -178,11 +178,12 @@ U32 SyncPlatform::groupOf(U32 oifSetIndex) const {
    return set ? set->second.group : noGroup;
 }
 
-// An empty set gets its index whatever is wrong: its caller is promised one.
+// An empty set always gets an index, even for a wrong call: the caller relies on that.
 U32 SyncPlatform::doAllocateMtableOifSet(U32 switchId, U32 oifSetIndex, OifSetPtr oifSet) {
    Hook const hook = Hook::doAllocateMtableOifSet;
    called(hook);
    PortVlanSet const& set = oifSet->portVlanSet();
+   // Any other hint is the index whose group is to be rewritten in place.
    if (oifSetIndex != 0 && oifSetIndex != freshOifSetIndex) {
       return rewrite(hook, switchId, oifSetIndex, set);
    }
@@ -220,6 +221,7 @@ U32 SyncPlatform::rewrite(Hook hook, U32 switchId, U32 index, PortVlanSet const&
       notAllocated(hook, "oif set index", index);
       return invalidOifSetIndex;
    }
+   // A hard-wired group cannot be written, so an empty set can only keep its group.
    U32 const group = state->second.group;
    auto const update = [&] { return chip_->groupUpdate(group, membersOf(set), set.toCpu()); };
    bool const done = inTable(group) ? attempt(WriteKind::groupUpdate, update)
@@ -227,7 +229,8 @@ U32 SyncPlatform::rewrite(Hook hook, U32 switchId, U32 index, PortVlanSet const&
    return done ? index : invalidOifSetIndex;
 }
 
-// The index may be another set's by now when the record is of an earlier service.
+// A record from before the last end of service may have an index that now belongs to another set,
+// so the owner of the index is compared.
 void SyncPlatform::handleFreeMtableOifSet(U32 switchId, Qor::Ptr<Vel::MtableOifSet> record) {
    Hook const hook = Hook::handleFreeMtableOifSet;
    called(hook);
@@ -252,6 +255,7 @@ bool SyncPlatform::freeSet(U32 index, U32 group) {
       emptyPool_.give(index - firstEmptyIndex());
       return true;
    }
+   // A found entry still points at the group, so the chip would refuse the deletion.
    if (found_.routes.holds(group)) {
       found_.groups.giveBack(group, true);
    } else if (insist(WriteKind::groupDelete, [&] { return chip_->groupDelete(group); })) {
@@ -339,7 +343,8 @@ void SyncPlatform::doSetMtableOifSet(U32 switchId, U16, RouteHandle handle,
    point(entryOf(handle), state);
 }
 
-// Points the route entry where its state says, unless it points there already.
+// Points the route entry at the group of its state, unless it points there already. The first entry
+// of an adopted set decides between equal groups before that.
 void SyncPlatform::point(U32 number, EntryState const& state) {
    U32 const pointedAt = chip_->routes().find(number)->group;
    if (auto* const set = sets_.find(state.oifSetIndex); set && set->second.open && !state.fastDrop)
@@ -371,7 +376,8 @@ void SyncPlatform::deleteEntry(Hook hook, U32 switchId, RouteHandle handle, bool
    entries_.take(handle.value());
 }
 
-// Deletes an entry whose state the caller lets go of.
+// Deletes an entry from the chip. The caller removes its state, because clearChip() iterates over
+// the states.
 void SyncPlatform::removeFromChip(RouteHandle handle) {
    U32 const number = entryOf(handle);
    if (isBoundary(handle)) {
@@ -380,6 +386,7 @@ void SyncPlatform::removeFromChip(RouteHandle handle) {
       return;
    }
    Entry const& entry = *onChip(handle);
+   // The chip forgets the counts of a deleted entry, but the route's counter must not decrease.
    if (auto* const counter = counters_.find(entry.key)) {
       counter->second.gone.packets += entry.packets;
       counter->second.gone.bytes += entry.bytes;

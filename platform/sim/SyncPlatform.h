@@ -1,46 +1,50 @@
-// The synchronous platform of the simulated chip: a driver whose hooks write at once, so that what
-// a hook has returned from is on the chip. The latency of the chip's configuration is that of a
-// queue, and counts for nothing here. One object serves one chip, whose number it is given.
+// The synchronous platform of the simulated chip. A hook writes at once, so its writes are on the
+// chip when it returns. The latency in the configuration of the chip has no effect here. One
+// platform serves one chip, which has the number `switchId`.
 //
-// Numbers.
-//   oif set index 0          no set: the hard-wired group that drops
-//   index 1 to the groups    a group of the replication table; index 1 is group 0, and so on, where
-//                            nothing has been adopted
-//   index beyond             an empty set, each its own: a hard-wired group, the CPU's for a set
-//                            that goes to the CPU. Costs no room, and needs no write.
-//   handle below the routes  the entry of the route table
-//   handle from there on     an entry of the boundary table: handle less the size of the route table
+// Numbers, where G is the size of the replication table and R the size of the route table.
+//   oif set index 0       no set: the hard-wired group that drops
+//   oif set index 1 to G  a set with a group of the replication table. Without adoption index 1 has
+//                         group 0, and so on.
+//   oif set index > G     an empty set with an index of its own. Its group is hard-wired: the CPU's
+//                         group if the set sends to the CPU, otherwise the group that drops. The
+//                         set needs no room and no write.
+//   handle < R            the entry of the route table with this number
+//   handle >= R           the entry of the boundary table with the number handle - R
 //
-// Entries. A fast-drop entry points at the group that drops, whatever its index. An entry that
-// points at the group already is not written. What is wanted of the hardware for sets that are for
-// software alone is up to the routing layer: they are sets like others here.
+// Entries. A fastdrop entry points at the group that drops, with any oif set index. An entry that
+// points at the requested group already is not written. Sets that only software replicates are
+// ordinary sets here; the routing layer decides what to program for them.
 //
-// Adoption. A group is adopted for a set with exactly its members. Which one, if there are several,
-// is settled by the first entry that is adopted with the index: the index then stands for the group
-// that this entry points at already. An entry is adopted for the same VRF, key and vlan, and pointed
-// only where it does not point at the right group already; one with another RP index is deleted
-// first. A group that is freed while found entries point at it stays, found once more. While there
-// are found groups the replication table counts as having room: one of them may be asked for. Those
-// that no entry points at are given up for room, as zombies are.
+// Adoption. A request for a group adopts a found group with exactly the members of the set. If
+// there are several, the first entry with the index decides: the index then stands for the group at
+// which this entry points already. A request for an entry adopts the found entry with the same VRF,
+// key and accepting vlan; the entry is pointed only if it points at another group. A found entry
+// with another RP index is deleted and created again. If a group is freed while found entries hold
+// it, the group stays on the chip and is found again. The replication table is not full while found
+// groups remain, because a request may adopt one of them. For room the platform deletes a found
+// group at which no entry points.
 //
-// Failed writes. A group or an entry that could not be created is not allocated: the invalid number
-// is the answer, while the ...Full() hooks find room. A rewrite in place that failed answers the
-// invalid index, and the group is as it was. Pointings and deletions have nobody to tell, so they
-// are tried again at once and always succeed. A slow write keeps its caller waiting.
+// Failed writes. If the creation of a group or an entry fails, the hook allocates nothing and
+// returns the invalid index or handle, and the ...Full() hooks still report room. A failed rewrite
+// in place returns the invalid index and leaves the group unchanged. Pointings and deletions cannot
+// report a failure to the caller; the platform repeats them at once, and the repetition succeeds. A
+// slow write delays the return of the hook.
 //
-// Rewrites in place. An index of the table takes any set, an empty one too. An index of an empty
-// set has no group to write: it can only stay what it is.
+// Rewrites in place. The group of an index up to G takes any set, including an empty one. An empty
+// set has no group of its own, so a rewrite succeeds only for a set with the same hard-wired group.
 //
-// Hit bits. A refresh finds which entries have been hit since the refresh before, a new one by any
-// packet. Entries that are made later have not been hit until the next.
+// Hit bits. A refresh determines the entries that were hit since the refresh before; a new entry
+// was hit if it has any packets. An entry that is created after a refresh has no hit until the
+// next.
 //
-// Counters count what hits the routes of a key in all VRFs, also those deleted meanwhile; the one
-// under the canonical catch-all key is the wildcard counter, and counts whatever hits an entry of
-// the chip. A change of the counter mode starts all of them anew.
+// Counters. A counter counts the hits of all entries with its key in all VRFs, including deleted
+// entries. The counter of the canonical catch-all key is the wildcard counter; it counts all hits
+// of the chip. A change of the counter mode restarts all counters from 0.
 //
-// Life. The chip is in service from mrouteSwitchInit(true) to mrouteSwitchInit(false), which
-// clears it. Frees of what was there before then are accepted until the next end; what is freed
-// while out of service means nothing.
+// Life. The chip is in service from mrouteSwitchInit(true) to mrouteSwitchInit(false), which clears
+// the chip. The indexes of that time may still be freed, until the next end of service. Deletions
+// while the chip is out of service have no effect.
 #pragma once
 
 #include <string_view>
@@ -53,9 +57,9 @@
 namespace Sim {
 
 struct SyncPlatformConfig {
-   // How many counters there are.
+   // The number of counters of the chip.
    Qor::U32 counters = 1024;
-   // What each hook call costs. Not 0 only on virtual time.
+   // The seconds of virtual time that each call of a hook takes; 0 on real time.
    Qor::Seconds callCost = 0;
 };
 
@@ -104,41 +108,39 @@ class SyncPlatform final : public VelHelper::MrouteSmHelper,
                 SyncPlatformConfig config = {});
 
    Qor::U32 switchId() const { return switchId_; }
-   bool inService() const { return inService_; }
-   bool multicastRouting() const { return multicastRouting_; }
    CounterMode counterMode() const { return counterMode_; }
 
-   // What is allocated at present, what has been found included; empty sets apart.
+   // The numbers of allocated groups, indexes of empty sets, and entries. The found groups and
+   // entries that remain count as allocated.
    Qor::U32 groupsAllocated() const { return groupPool_.taken(); }
    Qor::U32 emptySetsAllocated() const { return emptyPool_.taken(); }
    Qor::U32 routesAllocated() const { return routePool_.taken(); }
    Qor::U32 boundariesAllocated() const { return boundaryPool_.taken(); }
-   Qor::U32 countersAllocated() const { return counterPool_.taken(); }
 
-   // The chip's number for an index, noGroup for one that is not allocated; and for a handle, the
-   // number in its table.
+   // The number of the index's group on the chip; noGroup if the index is not allocated.
    Qor::U32 groupOf(Qor::U32 oifSetIndex) const;
+   // The table of a handle, and the number of the entry in that table.
    bool isBoundary(RouteHandle handle) const { return handle.value() >= chip_->config().routes; }
    Qor::U32 entryOf(RouteHandle handle) const {
       return isBoundary(handle) ? handle.value() - chip_->config().routes : handle.value();
    }
 
-   // The agent crashes: nothing reaches the chip from now on, whatever is cleared on the way down.
+   // The agent crashes. The hooks that are called while its objects are destroyed write nothing.
    void detach() { detached_ = true; }
-   // The routing layer has told all that it wants: deletes what was found and not asked for,
-   // entries first.
+   // Deletes the remaining found entries and groups, entries first, when the routing layer has
+   // announced the end of the replay.
    void sweepUnadopted();
 
-   // How many comparisons with the chip the verify hooks have been asked for, and what was found to
-   // differ. No fault of who asks.
+   // The number of comparisons that the verify hooks made, and the differences that they found. A
+   // difference is not a violation: the caller of the hook did nothing wrong.
    Qor::U64 verified() const { return verified_; }
    Violations const& differences() const { return differences_; }
 
-   // What is wrong with the platform and its chip; empty when nothing is. The chip holds exactly
-   // what is allocated, and each entry points where its index says.
+   // The faults of the platform and its chip, one text each. The audit also compares the chip with
+   // the allocations, and the group of each entry with its oif set index.
    std::vector<Qor::String> audit() const;
 
-   // ---- The hooks. Calls for another chip do nothing and are violations. ----
+   // ---- The hooks. A call for another chip does nothing and is a violation. ----
 
    void mrouteInit(bool start) override;
    void handleMulticastRouting(bool enabled) override;
@@ -182,36 +184,38 @@ class SyncPlatform final : public VelHelper::MrouteSmHelper,
 
  private:
    struct SetState {
-      Qor::U64 owner;  // the serial of the oif set that it was allocated for
+      Qor::U64 owner;  // the serial of the oif set
       Qor::U32 group;
-      bool open = false;        // adopted, and no entry has it yet: an equal group would do as well
-      bool reroutable = false;  // if open: the group may be rewritten for a failed input
+      bool open = false;        // adopted, and no entry has used it: another equal group is as good
+      bool reroutable = false;  // of an open set: it has backup pairs, which may rewrite its group
    };
    struct EntryState {
       Qor::U32 oifSetIndex = 0;
       bool fastDrop = false;
-      bool hit = false;            // by the cached hit bits
-      Qor::U64 packetsCached = 0;  // when these were read
-      bool found = false;          // and not asked for; the group is not known by an index
+      bool hit = false;            // at the last refresh of the hit bits
+      Qor::U64 packetsCached = 0;  // packets of the entry at that refresh
+      bool found = false;          // and not adopted: the entry has no oif set index
    };
    struct Counter {
       Qor::U32 number;
-      Traffic gone;  // of deleted routes
-      Traffic read;  // up to the last reading
+      Traffic gone;  // of deleted entries
+      Traffic read;  // of all entries up to the last reading
    };
 
    ~SyncPlatform() override;
 
+   // Whether the call is for this chip, or for this chip in service. A wrong call is a violation.
    bool isMine(Hook hook, Qor::U32 switchId);
    bool isServed(Hook hook, Qor::U32 switchId);
-   // A write that may fail: whether it was done.
+   // Makes a write that may fail, and returns whether it was made.
    template <class Write>
    bool attempt(WriteKind kind, Write&& write) {
       if (detached_) return false;
       spend(faults_.extraLatency());
       return faults_.failure(kind).empty() && write().empty();
    }
-   // A write that is tried again when it fails. Not done only when the chip refuses it.
+   // Makes a write, and repeats it after an injected failure. Returns false only if the chip
+   // refuses the write.
    template <class Write>
    bool insist(WriteKind kind, Write&& write) {
       if (detached_) return true;
@@ -254,7 +258,7 @@ class SyncPlatform final : public VelHelper::MrouteSmHelper,
    Traffic trafficOf(IpGenRouteKey const& key, Counter const& counter) const;
    void removeCounter(IpGenRouteKey const& key);
 
-   // Keeps a text when the two differ.
+   // Adds a text to the differences if the two values differ.
    template <class Value>
    void compare(Qor::String const& name, char const* what, Value const& onChip,
                 Value const& recorded);
@@ -270,11 +274,11 @@ class SyncPlatform final : public VelHelper::MrouteSmHelper,
    CounterMode counterMode_ = CounterMode::packets;
    Qor::HashMap<Qor::U32, SetState> sets_;       // by index
    Qor::HashMap<Qor::U32, EntryState> entries_;  // by handle, of both tables
-   Qor::HashMap<Qor::U32, Qor::U64> ended_;      // owners by index, at the last end of service
-   Qor::HashMap<Qor::U32, Qor::U32> vrfs_;       // how many routes each VRF has
+   Qor::HashMap<Qor::U32, Qor::U64> ended_;      // by index, the owners at the last end of service
+   Qor::HashMap<Qor::U32, Qor::U32> vrfs_;       // by VRF id, the number of route entries
    Qor::HashMap<IpGenRouteKey, Counter> counters_;
    IdPool groupPool_;
-   IdPool indexPool_;  // of sets in the table, less one
+   IdPool indexPool_;  // of the oif set indexes 1 to G, less one
    IdPool emptyPool_;
    IdPool routePool_;
    IdPool boundaryPool_;

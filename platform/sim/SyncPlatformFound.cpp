@@ -1,4 +1,4 @@
-// The synchronous platform: what an agent that has crashed left on the chip.
+// The synchronous platform: adoption and sweep of the groups and entries from before a crash.
 #include <utility>
 
 #include "platform/sim/SyncPlatform.h"
@@ -9,7 +9,7 @@ using MrouteLib::PortVlanSet;
 using MrouteLib::RouteHandle;
 using Qor::U32;
 
-// Packets from before are no hits: it is not known when they came.
+// Packets from before the crash are not hits, because the times of their arrival are unknown.
 SyncPlatform::EntryState SyncPlatform::foundState(Entry const& entry) {
    EntryState state;
    state.packetsCached = entry.packets;
@@ -17,7 +17,8 @@ SyncPlatform::EntryState SyncPlatform::foundState(Entry const& entry) {
    return state;
 }
 
-// An index for a found group with the set's members: any, until an entry gets the index.
+// An index for any found group with the members of the set. settleGroup() may choose another equal
+// group when an entry uses the index for the first time.
 std::optional<U32> SyncPlatform::adoptGroup(MrouteLib::OifSetPtr const& oifSet) {
    PortVlanSet const& set = oifSet->portVlanSet();
    auto const content = FoundGroups::contentOf(set);
@@ -30,7 +31,8 @@ std::optional<U32> SyncPlatform::adoptGroup(MrouteLib::OifSetPtr const& oifSet) 
    return index;
 }
 
-// The number of a group to be created: a free one, or that of a found group which is given up.
+// The number for a new group: a free number, or the number of a found group without entries, which
+// is deleted for room. Nothing if there is no room.
 std::optional<U32> SyncPlatform::takeGroup() {
    if (faults_.groupsExhausted()) return std::nullopt;
    if (auto const free = groupPool_.take()) return free;
@@ -44,8 +46,8 @@ std::optional<U32> SyncPlatform::takeGroup() {
    return std::nullopt;
 }
 
-// A group of this content that no other entry points at: a new one; without room the one that the
-// entry points at is rewritten in place, if it is this entry's alone.
+// A group with this content for one entry alone: a new group, or without room the group at which
+// the entry points. The latter is rewritten in place, if no other entry points at it.
 std::optional<U32> SyncPlatform::groupForOne(FoundGroups::Content const& content, U32 pointedAt) {
    if (auto const fresh = takeGroup()) {
       auto const create = [&] { return chip_->groupCreate(*fresh, content.first, content.second); };
@@ -63,17 +65,17 @@ std::optional<U32> SyncPlatform::groupForOne(FoundGroups::Content const& content
    return std::nullopt;
 }
 
-// The first entry is about to be pointed at the set's group. Where the one it points at is as good,
-// that becomes the group of the set; else, if the group may be rewritten, one that no other found
-// entry points at. Where there is none the set keeps the group, and what is rewritten for the one
-// set is so for those entries, too.
+// Decides on the group of an adopted set before its first entry is pointed. If the entry points at
+// an equal group, the set takes that group, so that the entry needs no write. Otherwise a set with
+// backup pairs should not have a group at which other found entries point, because a reroute of the
+// set also reroutes these entries. The set keeps such a group only if no other one is available.
 void SyncPlatform::settleGroup(SetState& set, U32 pointedAt) {
    set.open = false;
    if (pointedAt == set.group) return;
    auto const content = FoundGroups::contentOf(*chip_->group(set.group));
    auto const awaited = [&](U32 id) { return set.reroutable && found_.routes.awaits(id); };
-   auto const mayBeHad = [&](U32 id) { return awaited(set.group) && !awaited(id); };
-   if (auto const better = found_.groups.like(content, pointedAt, mayBeHad)) {
+   auto const usable = [&](U32 id) { return awaited(set.group) && !awaited(id); };
+   if (auto const better = found_.groups.like(content, pointedAt, usable)) {
       found_.groups.take(*better);
       found_.groups.giveBack(std::exchange(set.group, *better), true);
       return;
@@ -81,11 +83,11 @@ void SyncPlatform::settleGroup(SetState& set, U32 pointedAt) {
    if (!awaited(set.group)) return;
    auto const own = groupForOne(content, pointedAt);
    if (!own) return;
-   --found_.adopted;
+   --found_.adopted;  // the set has a group of its own instead
    found_.groups.giveBack(std::exchange(set.group, *own), true);
 }
 
-// Takes over a found entry. False: it has another RP index, and was deleted.
+// Adopts a found entry. An entry with another RP index is deleted instead, and false is returned.
 bool SyncPlatform::adoptRoute(U32 number, Entry const& wanted, EntryState const& state) {
    Entry const& there = *chip_->routes().find(number);
    found_.routes.take(number);
@@ -106,7 +108,7 @@ bool SyncPlatform::adoptRoute(U32 number, Entry const& wanted, EntryState const&
 void SyncPlatform::sweepEntries() {
    U32 const routes = chip_->config().routes;
    auto const sweep = [this](FoundEntries& entries, U32 firstHandle) {
-      auto const left = entries.left();
+      auto const left = entries.left();  // a copy, since take() changes the original
       for (U32 const number : left) {
          entries.take(number);
          removeFromChip(RouteHandle(firstHandle + number));

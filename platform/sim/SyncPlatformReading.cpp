@@ -1,8 +1,8 @@
-// What the synchronous platform reads from the chip: hit bits, counters, verification, audit.
+// The synchronous platform: reading the chip for hit bits, counters, verification and the audit.
 #include <utility>
 
+#include "platform/sim/Format.h"
 #include "platform/sim/SyncPlatform.h"
-#include "platform/sim/Text.h"
 
 namespace Sim {
 
@@ -52,6 +52,7 @@ void SyncPlatform::mrouteHitBitCacheClear(U32 switchId) {
 Traffic SyncPlatform::trafficOf(IpGenRouteKey const& key, Counter const& counter) const {
    if (key == Routing::Multicast::Fib::canonicalCatchAllKey()) return chip_->hits();
    Traffic sum = counter.gone;
+   // A counter has a key and no VRF, so the entries of all VRFs count.
    for (auto const& [vrfId, routes] : vrfs_) {
       chip_->routes().forEachOf(vrfId, key, [&](U32, Entry const& entry) {
          sum.packets += entry.packets;
@@ -65,6 +66,7 @@ void SyncPlatform::handleMrouteCounterMode(CounterMode mode) {
    called(Hook::handleMrouteCounterMode);
    if (mode == counterMode_) return;
    counterMode_ = mode;
+   // Readings in different units have no meaningful difference, so all counters restart.
    for (auto& [key, counter] : counters_)
       counter.read = trafficOf(key, counter);
 }
@@ -124,10 +126,11 @@ template <class Value>
 void SyncPlatform::compare(Qor::String const& name, char const* what, Value const& onChip,
                            Value const& recorded) {
    if (onChip == recorded) return;
-   differences_.add(text(name, ": ", what, ' ', onChip, " on the chip, recorded ", recorded));
+   differences_.add(
+         fmt::format("{}: {} {} on the chip, recorded {}", name, what, onChip, recorded));
 }
 
-// The entry on the chip after the comparison of what it matches; null when it is not there.
+// Compares the match of the entry with the chip. Returns the entry on the chip, or null if missing.
 Entry const* SyncPlatform::compareEntry(RouteHandle handle, IpGenRouteKey const& key, U16 vrfId,
                                         VlanIdOrNone vlan, Qor::String const& name) {
    ++verified_;
@@ -142,11 +145,12 @@ Entry const* SyncPlatform::compareEntry(RouteHandle handle, IpGenRouteKey const&
    return entry;
 }
 
-// The members of a dirty record's group are meant to be other than its set's.
+// Fast reroute gives the group of a dirty record other members than its set, so these members are
+// not compared.
 void SyncPlatform::verifyMroute(U32 switchId, U16 vrfId, Qor::Ptr<Vel::Route const> route) {
    called(Hook::verifyMroute);
    if (!isMine(Hook::verifyMroute, switchId)) return;
-   Qor::String const name = text("route ", route->handle(), ' ', route->key());
+   Qor::String const name = fmt::format("route {} {}", route->handle(), route->key());
    Entry const* const entry =
          compareEntry(route->handle(), route->key(), vrfId, route->acceptingVlanId(), name);
    if (!entry) return;
@@ -159,7 +163,7 @@ void SyncPlatform::verifyMroute(U32 switchId, U16 vrfId, Qor::Ptr<Vel::Route con
    PortVlanSet const& set = record->oifSet()->portVlanSet();
    compare(name, "to CPU", chip_->group(group)->toCpu, set.toCpu());
    if (chip_->group(group)->members != membersOf(set)) {
-      differences_.add(text(name, ": group ", groupName(group), " differs from ", set));
+      differences_.add(fmt::format("{}: group {} differs from {}", name, groupName(group), set));
    }
 }
 
@@ -168,7 +172,7 @@ void SyncPlatform::verifyMrouteBoundary(U32 switchId, U16 vrfId,
    called(Hook::verifyMrouteBoundary);
    if (!isMine(Hook::verifyMrouteBoundary, switchId)) return;
    compareEntry(boundary->handle(), boundary->key(), vrfId, boundary->vlanId(),
-                text("boundary ", boundary->handle(), ' ', boundary->key()));
+                fmt::format("boundary {} {}", boundary->handle(), boundary->key()));
 }
 
 std::vector<Qor::String> SyncPlatform::audit() const {
@@ -178,15 +182,15 @@ std::vector<Qor::String> SyncPlatform::audit() const {
    for (auto const& [index, state] : sets_) {
       ++(inTable(state.group) ? inTables : emptySets);
       if (chip_->group(state.group)) continue;
-      faults.push_back(text("oif set index ", index, " is allocated, its group not on the chip"));
+      faults.push_back(fmt::format("oif set index {} has a group that is not on the chip", index));
    }
    for (auto const& [handle, state] : entries_)
       auditEntry(RouteHandle(handle), state, faults);
 
    auto const count = [&](char const* what, U32 pool, U32 known, U32 onChip) {
       if (pool == known && known == onChip) return;
-      faults.push_back(text(what, ": ", pool, " numbers out, ", known, " allocated, ", onChip,
-                            " on the chip"));
+      faults.push_back(fmt::format("{}: {} numbers taken, {} allocated, {} on the chip", what, pool,
+                                   known, onChip));
    };
    U32 const boundaries = boundariesAllocated();
    count("groups", groupsAllocated(), inTables, chip_->groups());
@@ -201,10 +205,10 @@ void SyncPlatform::auditEntry(RouteHandle handle, EntryState const& state,
    char const* const what = isBoundary(handle) ? "boundary " : "route ";
    Entry const* const entry = onChip(handle);
    if (!entry) {
-      faults.push_back(text(what, handle, " is allocated and not on the chip"));
+      faults.push_back(fmt::format("{}{} is allocated, but not on the chip", what, handle));
    } else if (!isBoundary(handle) && !state.found && entry->group != groupOf(state)) {
-      faults.push_back(text(what, handle, " points at group ", groupName(entry->group),
-                            " instead of ", groupName(groupOf(state))));
+      faults.push_back(fmt::format("{}{} points at group {} instead of {}", what, handle,
+                                   groupName(entry->group), groupName(groupOf(state))));
    }
 }
 

@@ -21,7 +21,6 @@ ChipXactPtr XactQueue::issue(Write write, Hux::XactPtr blockingXact, Qor::Second
    if (closed_) return xact;
    Qor::Seconds const due = Qor::now() + latency_ + extraLatency;
    pending_.push_back({std::move(write), xact, std::move(blockingXact), due});
-   pendingPeak_ = std::max(pendingPeak_, pending());
    if (pending_.size() == 1) arm();
    return xact;
 }
@@ -41,6 +40,8 @@ void XactQueue::flush(Qor::U32 applied) {
 
 void XactQueue::close() {
    closed_ = true;
+   // The destruction of a write may release objects that call the queue, so the queue is empty
+   // first.
    std::deque<Pending> dropped;
    dropped.swap(pending_);
    arm();
@@ -52,12 +53,15 @@ void XactQueue::arm() {
       clock_->timeMinIs(Qor::never);
       return;
    }
+   // Only the first write can complete next. The clock is off while a transaction blocks this
+   // write; the completion of that transaction arms the clock.
    Pending const& first = pending_.front();
    blockingReactor_.notifierIs(first.blocked() ? first.blockingXact : nullptr);
    clock_->timeMinIs(first.blocked() ? Qor::never : first.due);
 }
 
-// Writes that a watcher issues meanwhile wait for the next firing, even without latency.
+// The number of pending writes is taken first: a write that a reactor issues during this firing
+// waits for the next one, even with a latency of 0. A reactor may also release the queue.
 void XactQueue::handleClock() {
    Qor::Ptr<XactQueue> const self(this);
    Qor::U32 left = std::min(pending(), completionsPerFiring);

@@ -1,16 +1,16 @@
-// The hardware's write queue. Writes, deletions included, are applied one after the other in the
-// order in which they were issued; each has a transaction that completes when it is applied.
+// The write queue of the hardware. The queue applies writes, deletions included, one by one in the
+// order of their issue. Each write has a transaction that completes when the write is applied.
 //
-// Time. A write takes the latency of the queue, and writes overlap: a write completes at the later
-// of its issue plus latency and the completion of the one before. One clock drives the queue;
-// completions that are due together happen in order in one firing, a thousand at most, and the rest
-// in the next turn of the loop. Nothing completes inside issue(), whatever the latency.
+// Time. Writes overlap: a write completes at its issue plus the latency of the queue, but not
+// before the preceding write completes. One clock drives the queue. One firing of the clock
+// completes up to 1000 due writes in order; the next turn of the loop completes the rest. No write
+// completes inside issue(), even with a latency of 0.
 //
-// Blocking transactions. One that is still pending when the turn of its write comes holds the write
-// back, and with it every write behind, until it has completed in whatever state. One of this queue
-// never is, since it completes before.
+// Blocking transactions. A write with a blocking transaction is applied after that transaction has
+// succeeded or failed. Until then the write holds up all writes behind it. A blocking transaction
+// of the same queue never causes a wait, since its write is applied earlier.
 //
-// A watcher of a transaction may issue further writes, and may close the queue or let go of it.
+// A reactor of a transaction may issue writes, close the queue, and release the queue.
 #pragma once
 
 #include <deque>
@@ -21,12 +21,12 @@
 
 namespace Sim {
 
-// A transaction that knows why it failed.
+// A transaction of a write to the chip, with the reason of its failure.
 class ChipXact final : public Hux::Xact {
  public:
    using Xact::Xact;
 
-   // Empty while the transaction has not failed.
+   // Empty unless the transaction failed.
    Qor::String8 const& failureReason() const { return failureReason_; }
 
  private:
@@ -40,28 +40,28 @@ using ChipXactPtr = Qor::Ptr<ChipXact const>;
 
 class XactQueue final : public Qor::RefCounted {
  public:
-   // Does a write and returns an empty text, or does not and returns the reason.
+   // A function that applies a write. It returns an empty text, or the reason of the failure.
    using Write = std::function<Qor::String8()>;
 
    explicit XactQueue(Qor::Seconds latency);
 
-   // Takes a write into the queue. `blockingXact` may be null; `extraLatency` makes this write
-   // slower than others.
+   // Appends a write. `blockingXact` may be null; `extraLatency` is added to the latency, in
+   // seconds. A closed queue drops the write, and its transaction stays pending.
    ChipXactPtr issue(Write write, Hux::XactPtr blockingXact = nullptr,
                      Qor::Seconds extraLatency = 0);
 
-   // A transaction that is complete already, for a write that was not needed.
+   // A transaction that has succeeded, for a change that needs no write.
    static ChipXactPtr done();
 
-   // Applies the first `applied` of the writes that are waiting, at once, whatever they wait for.
+   // Applies the first `applied` waiting writes at once, ahead of their time and of their blocking
+   // transactions.
    void flush(Qor::U32 applied);
-   // Drops what has not been applied, now and from now on, as a chip does whose driver goes away:
-   // the transactions stay pending for ever and nobody is told, since those who would listen may be
-   // going too.
+   // Drops all waiting writes and all later ones: the driver of the chip is gone. The transactions
+   // stay pending, and their reactors are not notified, since these may be in destruction as well.
    void close();
 
+   // The number of waiting writes, and the numbers of writes that succeeded and failed so far.
    Qor::U32 pending() const { return static_cast<Qor::U32>(pending_.size()); }
-   Qor::U32 pendingPeak() const { return pendingPeak_; }
    Qor::U64 succeeded() const { return succeeded_; }
    Qor::U64 failed() const { return failed_; }
 
@@ -74,7 +74,7 @@ class XactQueue final : public Qor::RefCounted {
     private:
       XactQueue* const queue_;
    };
-   // Bound to the transaction from elsewhere for which the first write waits.
+   // Bound to the blocking transaction for which the first write waits.
    class QorBlockingXact final : public Hux::Xact::Notifiee {
     public:
       explicit QorBlockingXact(XactQueue* queue) : queue_(queue) {}
@@ -87,7 +87,7 @@ class XactQueue final : public Qor::RefCounted {
       Write write;
       Qor::Ptr<ChipXact> xact;
       Hux::XactPtr blockingXact;  // or null
-      Qor::Seconds due;           // not before
+      Qor::Seconds due;           // the earliest time of completion
       bool blocked() const { return blockingXact && blockingXact->pending(); }
    };
 
@@ -96,12 +96,11 @@ class XactQueue final : public Qor::RefCounted {
    ~XactQueue() override;
    void handleClock();
    void complete(Pending const& change);
-   // Sets the clock, or the watch on a blocking transaction, by the first write.
+   // Sets the clock to the first write, or binds the reactor to its blocking transaction.
    void arm();
 
    Qor::Seconds const latency_;
    std::deque<Pending> pending_;
-   Qor::U32 pendingPeak_ = 0;
    Qor::U64 succeeded_ = 0;
    Qor::U64 failed_ = 0;
    bool closed_ = false;

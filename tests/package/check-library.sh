@@ -1,5 +1,5 @@
 #!/bin/sh
-# Checks the built library from outside: its soname, the libraries it needs, the names it exports.
+# Checks the file of the built library: the soname, the needed libraries, and the exported names.
 # usage: check-library.sh NM READELF LIBRARY RUNTIME_LIBRARY...
 set -eu
 nm=$1 readelf=$2 library=$3
@@ -12,7 +12,7 @@ fail() {
    failures=$((failures + 1))
 }
 
-# The values of one kind of entry in the dynamic section, as [libstdc++.so.6].
+# Prints the values of one kind of entry in the dynamic section, for example "libstdc++.so.6".
 dynamic() {
    "$readelf" -dW "$library" | sed -n "s/.*($1).*\[\(.*\)\]$/\1/p"
 }
@@ -31,10 +31,10 @@ namespaces='Bfd|Bridging|FlexCounters|Hux|Interface|IntfVlanId|Ip|L3|Lnet|Mroute
 special='(construction vtable|guard variable|typeinfo name|typeinfo|vtable|VTT) for '
 thunk='(non-virtual|virtual|covariant return) thunk to '
 others=$(printf '%s\n' "$exported" | grep -Ev "^($special|$thunk)?($namespaces)::") || true
-[ -z "$others" ] || fail "names of no public namespace are exported:
+[ -z "$others" ] || fail "exported names outside the public namespaces:
 $others"
 
-# A check that everything passes when nothing is exported would prove little.
+# Without an exported name the check above would pass, so some names are required.
 for name in 'Qor::throwRange(std::' 'vtable for Qor::RangeException' \
    'typeinfo for Qor::RangeException'; do
    printf '%s\n' "$exported" | grep -qF "$name" || fail "$name... is not exported"

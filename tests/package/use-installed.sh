@@ -1,6 +1,7 @@
 #!/bin/sh
-# Installs the built tree, moves the result to another place, and there builds and runs a program
-# that knows only the installed package: by find_package, by pkg-config, and with every header.
+# Installs the built tree and moves the result to another directory. Then builds and runs a program
+# that uses only the installed package, with find_package and with pkg-config, and compiles every
+# installed header.
 # usage: use-installed.sh CMAKE PKG_CONFIG COMPILER FLAGS BUILD_DIR LIBDIR WORK_DIR
 set -eu
 cmake=$1 pkg_config=$2 compiler=$3 flags=$4 build=$5 libdir=$6 work=$7
@@ -27,7 +28,7 @@ test "$(readlink "$prefix/$libdir/libVelMroute.so")" = libVelMroute.so.0
 "$cmake" --build "$work/by-cmake"
 expect "the user built by find_package" "$("$work/by-cmake/user")"
 
-# pkg-config quotes its answer for a shell to read.
+# pkg-config quotes its output for a shell, so the shell must evaluate it.
 PKG_CONFIG_PATH=$prefix/$libdir/pkgconfig
 export PKG_CONFIG_PATH
 eval "set -- $("$pkg_config" --cflags --libs velmroute)"
@@ -35,12 +36,12 @@ eval "set -- $("$pkg_config" --cflags --libs velmroute)"
 expect "the user built by pkg-config" \
    "$(LD_LIBRARY_PATH="$prefix/$libdir" "$work/by-pkg-config")"
 
-# The program, where it is built, finds the library in the prefix.
+# If the program was built, the installed program must find the library in the prefix.
 if [ -e "$build/bin/velmroute" ]; then
    "$prefix/bin/velmroute" --version
 fi
 
-# No header needs a file that stayed behind, or makes its user warn.
+# The installed headers need no file of the source tree and cause no warnings.
 include=$prefix/include/VelMroute
 (cd "$include" && find . -name '*.h') | sort | sed 's|^\./\(.*\)$|#include "\1"|' \
    >"$work/every-header.cpp"

@@ -1,4 +1,5 @@
-// A user of the installed library: a programmer on bare hooks (no hardware: VEL_NOOP_AGENT).
+// A user of the installed library: a table programmer on hooks that are not overridden, which needs
+// VEL_NOOP_AGENT in the environment.
 #include <cstdlib>
 #include <iostream>
 

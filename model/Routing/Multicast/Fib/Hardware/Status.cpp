@@ -12,7 +12,7 @@ Status::~Status() {
 
 Status::VrfStatusPtr Status::vrfStatusIs(L3::VrfName vrfName) {
    return vrfStatus_.instantiate(*this, vrfName,
-                                 [&] { return VrfStatusPtr(new VrfStatus(vrfName, routes_)); });
+                                 [&] { return Qor::make<VrfStatus>(vrfName, routes_); });
 }
 
 void Status::vrfStatusDel(L3::VrfName vrfName) {

@@ -58,9 +58,12 @@ class QOR_PUBLIC Status final : public Qor::Entity<Status, Qor::NamedEntity> {
    bool hwRouting() const { return hwRouting_; }
    void hwRoutingIs(bool v) { attrIs<&Notifiee::onHwRouting>(hwRouting_, v); }
 
-   // Whether group ranges and catch-all routes may have one handle, as on a chip that keeps them
-   // outside its route table. While this is set, the synchronous programmer accepts a handle in use
-   // for a route of IpGenRouteKey::kindGroupRange or kindCatchAll. Any other handle must be new.
+   // Whether the platform may return a handle in use for a group range or a catch-all route
+   // (IpGenRouteKey::kindGroupRange and kindCatchAll), as a chip does that keeps these routes outside
+   // its route table. While this is set, the synchronous programmer accepts the handle if the route
+   // that has it is of the same key and accepting vlan. Any other handle must be new: routes with
+   // different keys never share a handle, and the programmer refuses one with a
+   // Qor::ReinstantiationException.
    bool rangeRouteHandleShared() const { return rangeRouteHandleShared_; }
    void rangeRouteHandleSharedIs(bool v) {
       attrIs<&Notifiee::onRangeRouteHandleShared>(rangeRouteHandleShared_, v);

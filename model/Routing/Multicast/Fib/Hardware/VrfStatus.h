@@ -46,6 +46,8 @@ class QOR_PUBLIC VrfStatus final : public Qor::Entity<VrfStatus> {
 
  private:
    friend class Status;
+   template <class T, class... Args>
+   friend Qor::Ptr<T> Qor::make(Args&&... args);
    VrfStatus(L3::VrfName vrfName, Qor::U32& routesOfAllVrfs);
    ~VrfStatus() override;
 

@@ -1,0 +1,27 @@
+// fmt::format() for the types of the model and of the simulator, as their operator<< prints them.
+#pragma once
+
+#include <fmt/ostream.h>
+
+#include <ostream>
+#include <string_view>
+#include <type_traits>
+#include <utility>
+
+namespace Sim {
+
+template <class T>
+using Streamed = decltype(std::declval<std::ostream&>() << std::declval<T const&>());
+
+// libfmt formats strings by itself, and they are classes with operator<<, too.
+template <class T>
+inline constexpr bool isString = std::is_convertible_v<T, std::string_view>;
+
+template <class T>
+concept Printable = std::is_same_v<Streamed<T>, std::ostream&> && !isString<T> &&
+                    (std::is_class_v<T> || std::is_enum_v<T>);
+
+}  // namespace Sim
+
+template <Sim::Printable T>
+struct fmt::formatter<T> : fmt::ostream_formatter {};
