@@ -2,6 +2,8 @@
 // inputs every time; `./fuzz` looks for others.
 #include <gtest/gtest.h>
 
+#include <unistd.h>
+
 #include "CaptureTestSupport.h"
 #include "fuzzing/Target.h"
 
@@ -17,7 +19,8 @@ TEST_P(Parsers, KeepTheirPromisesWhateverTheyRead) {
    Fuzz::Target const& target = Fuzz::targets().at(GetParam());
    std::vector<std::string> const corpus = Fuzz::corpus(GetParam());
    // What ends the process is here, then: `./fuzz PARSER FILE` repeats it.
-   std::string const file = testing::TempDir() + "velmroute-fuzz-" + GetParam();
+   std::string const file =
+         testing::TempDir() + "velmroute-fuzz-" + GetParam() + "-" + std::to_string(::getpid());
    auto const run = [&](std::string const& input) {
       std::ofstream(file, std::ios::binary) << input;
       try {

@@ -237,7 +237,7 @@ TEST_F(TopSm, AFullTableLetsTheLongestIdleCounterGoAndRefusesWhenThereIsNone) {
    EXPECT_EQ(counters(), "");
 }
 
-// The published entry is what a counter's value is taken from, whose ever it is.
+// A counter takes its value from the published entry, also where another caller has written it.
 TEST_F(TopSm, APublishedEntryWithATimeStampIsTheStoredValue) {
    start();
    run(0.1);
