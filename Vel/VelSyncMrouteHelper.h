@@ -5,8 +5,8 @@
 //
 // Timing. A hook programs the chip before it returns.
 //
-// Threads. The thread of the activity loop calls all hooks. Another thread passes its results to the
-// loop through Qor::Inbox (Qor/Inbox.h).
+// Threads. The thread of the activity loop calls all hooks. Another thread passes its results to
+// the loop through Qor::Inbox (Qor/Inbox.h).
 //
 // Order. The agent makes the hook object first, then for each chip the switch
 // (Vel/VelSyncMrouteSwitch.h) and its reactor (Vel/VelSyncMrouteSm.h), and one agent-wide reactor
@@ -22,10 +22,10 @@
 //    must not throw: an exception there terminates the process.
 //
 // Indexes. An oif set index stands for the chip's replication of one oif set. The index 0 means "no
-// set", so no non-empty set has the index 0. The platform returns invalidOifSetIndex if it could not
-// allocate an index. An empty set has no outgoing ports and does not count against the replication
-// table: each empty set gets an index of its own outside the table, and never the invalid index. The
-// value 0xFFFFFFFE is a hint and never an index.
+// set", so no non-empty set has the index 0. The platform returns invalidOifSetIndex if it could
+// not allocate an index. An empty set has no outgoing ports and does not count against the
+// replication table: each empty set gets an index of its own outside the table, and never the
+// invalid index. The value 0xFFFFFFFE is a hint and never an index.
 //
 // Handles. A handle stands for an entry of the route table or of the boundary table. No two entries
 // of a chip have the same handle, neither within a table nor across the two tables. There is one
@@ -34,13 +34,13 @@
 // route of another key the programmer raises Qor::ReinstantiationException.
 //
 // Full tables. The library asks mtableFull() before it allocates an index for a non-empty set. It
-// asks mrouteFull() or mrouteBoundaryFull() after the allocation of an entry has returned the invalid
-// handle, and again later, to find out whether the table has room again.
+// asks mrouteFull() or mrouteBoundaryFull() after the allocation of an entry has returned the
+// invalid handle, and again later, to find out whether the table has room again.
 //
 // Required hooks ("required" below). A required hook that is called and not overridden stops the
 // process, unless VEL_NOOP_AGENT is in the environment. With VEL_NOOP_AGENT the hook returns the
-// value in parentheses, or nothing, and the programmer accepts an index and a handle that are in use
-// (Vel/VelSyncMrouteSwitch.h).
+// value in parentheses, or nothing, and the programmer accepts an index and a handle that are in
+// use (Vel/VelSyncMrouteSwitch.h).
 #pragma once
 
 #include "Routing/Multicast/Fib/CounterMode.h"
@@ -83,20 +83,22 @@ class QOR_PUBLIC MrouteSmHelper : public Qor::Entity<MrouteSmHelper, Vel::VelBas
    virtual void mrouteInit(bool start);
    // Required. The platform turns multicast routing on or off, on all chips.
    virtual void handleMulticastRouting(bool enabled);
-   // Selects the unit of the route counters, packets or bytes. Default: the hook does nothing.
+   // Sets the mode of the route counters: packets, bytes or disabled. Default: the hook does
+   // nothing.
    virtual void handleMrouteCounterMode(Routing::Multicast::Fib::CounterMode mode);
    // Required. The platform compares `enabled` with the hardware's multicast routing state.
    virtual void verifyMulticastRouting(bool enabled);
    // Required. The chip's programmer starts (`start` true) or ends (false). At the end the platform
-   // clears the chip. The library still calls handleFreeMtableOifSet() afterwards for each remaining
-   // record, and the platform has nothing left to free on the chip then. The call at the end must
-   // not throw.
+   // clears the chip. The library still calls handleFreeMtableOifSet() afterwards for each
+   // remaining record, and the platform has nothing left to free on the chip then. The call at the
+   // end must not throw.
    virtual void mrouteSwitchInit(Qor::U32 switchId, bool start);
 
    // Required (0). Programs the replication of `oifSet`. With the hint 0 or freshOifSetIndex the
-   // platform allocates a new index and returns that index. With any other `oifSetIndex` it rewrites
-   // the index in place, so that every route with that index forwards to `oifSet` from then on, and
-   // returns the same index. The hook returns invalidOifSetIndex if it could not program the set.
+   // platform allocates a new index and returns that index. With any other `oifSetIndex` it
+   // rewrites the index in place, so that every route with that index forwards to `oifSet` from
+   // then on, and returns the same index. The hook returns invalidOifSetIndex if it could not
+   // program the set.
    virtual Qor::U32 doAllocateMtableOifSet(Qor::U32 switchId, Qor::U32 oifSetIndex,
                                            MrouteLib::OifSetPtr oifSet);
    // Required (0). Rewrites an index in place, as doAllocateMtableOifSet does. For platforms that
@@ -156,10 +158,10 @@ class QOR_PUBLIC MrouteSmHelper : public Qor::Entity<MrouteSmHelper, Vel::VelBas
    // cached for this review. `boundary` true asks about a boundary entry; the library passes false.
    virtual bool mrouteHitBit(Qor::U32 switchId, Qor::U16 vrfId, IpGenRouteKey const& key,
                              Bridging::VlanIdOrNone acceptingVlanId, bool boundary);
-   // Reads the hit bits from the hardware at the beginning of a review. Returns hitBitCacheRefreshed
-   // (the default) if the cache holds the hit bits, or hitBitCacheBusy while the hardware still
-   // collects them. After hitBitCacheBusy the library calls the hook again Qor::Clock::retryGap
-   // later.
+   // Reads the hit bits from the hardware at the beginning of a review. Returns
+   // hitBitCacheRefreshed (the default) if the cache holds the hit bits, or hitBitCacheBusy while
+   // the hardware still collects them. After hitBitCacheBusy the library calls the hook again
+   // Qor::Clock::retryGap later.
    // Warning: all chips share one review position. With several chips, one chip can begin a review
    // and another chip can continue and complete it. The library then asks for the second chip's hit
    // bits without a refresh of that chip's cache. So a platform of several chips either refreshes

@@ -1,5 +1,5 @@
-// The two key types of the synchronous programmer's collections. Their parsing constructors read the
-// string forms back, and raise Qor::RangeException for a text that does not match.
+// The two key types of the synchronous programmer's collections. Their parsing constructors read
+// the string forms back, and raise Qor::RangeException for a text that does not match.
 #pragma once
 
 #include "Bridging/VlanId.h"
@@ -10,8 +10,8 @@
 
 namespace Vel {
 
-// The position of a zombie record in the switch's order of expiry; `groupId` is the oif set index of
-// the record. The default key means "not a zombie".
+// The position of a zombie record in the switch's order of expiry; `groupId` is the oif set index
+// of the record. The default key means "not a zombie".
 class ZombieKey : public ZombieOrder<ZombieKey> {
  public:
    static constexpr char const* typeName = "Vel::ZombieKey";

@@ -1,7 +1,7 @@
 // The synchronous path's records of the oif sets, routes and boundary entries in one switch chip.
-// The programmer (Vel/VelSyncMrouteSwitch.h) makes, indexes and deletes the records; its reactor and
-// the platform read them. A setter notifies the record's notifiees unless the value is equal to the
-// old value.
+// The programmer (Vel/VelSyncMrouteSwitch.h) makes, indexes and deletes the records; its reactor
+// and the platform read them. A setter notifies the record's notifiees unless the value is equal to
+// the old value.
 //
 // Life of an oif set record:
 //
