@@ -47,8 +47,8 @@
 //
 // Without a platform. While VEL_NOOP_AGENT is in the environment, hooks that do nothing may return
 // an index or a handle that is in use. The newest record, route or boundary entry then has the
-// index or the handle. A route whose handle a newer route has taken over can neither be pointed nor
-// deleted; its deletion requests the reviews and changes nothing else.
+// index or the handle. After a newer route has taken over a handle, doSetMtableOifSet does nothing
+// for the older route, and doDeleteRoute requests the reviews and changes nothing else.
 //
 // The flag that each operation changes, and the review that it requests:
 //
@@ -64,8 +64,7 @@
 //     table is full                                |
 //   boundary deleted, its table is not full        | boundaryTcamFree true
 //   route deleted                                  | mrouteTcamFree keeps its value: only the
-//   review
-//                                                  |   by the reactor sets it to true
+//                                                  |   reactor's review sets it to true
 //   route or boundary deleted                      | unicastReviewPending, unicast6ReviewPending
 //                                                  |   and multicastReviewPending + 1 each
 //
