@@ -33,8 +33,7 @@
 //   mfibConfig              | no review is scheduled
 //   mfibHwStatus            | no route is polled
 //   mrouteHelper            | no hook is called: mrouteTcamFree is never set, no hit bit is read,
-//   and
-//                           | sets that wait for fast reroute are dropped
+//                           | and sets that wait for fast reroute are dropped
 //   zombieClock, agingClock | never armed: zombies are not purged, routes are not polled
 //   ethIntfStatusDir        | the reactor is not notified of interface failures
 //   allIntfStatusDir,       | none: the reactor keeps them for the platform and does not read them
@@ -249,7 +248,8 @@ class QOR_PUBLIC MrouteSwitchSm final : public Qor::Entity<MrouteSwitchSm, Qor::
    void doRouteAgingReview();
 
    // Moves the sets that have the failed interface as their input and have backup members to
-   // frrProcessingOifSet, and runs handleClock(). The records of these sets stay dirty for good.
+   // frrProcessingOifSet, and runs handleClock(). A zombie only leaves frrMtableOifSet. The records
+   // of these sets stay dirty for good.
    void updateFrrMtableOif(Lnet::IntfId intfId);
    // Runs one pass over frrProcessingOifSet, from the position where the last pass stopped. The
    // pass rewrites each set with its backup members, in place under its own index.
