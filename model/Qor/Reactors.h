@@ -3,8 +3,8 @@
 // without holding it, and the owner makes and deletes them as the attribute is set and the members
 // come and go.
 //
-// A back pointer that is null says that the owner is on its way out: whoever releases a reactor has
-// it watch nothing first, so no handler meets that.
+// A release clears the back pointer and unbinds the reactor in one step, so no handler is called with
+// a null owner.
 #pragma once
 
 #include <memory>
@@ -68,8 +68,8 @@ class Watched {
    std::unique_ptr<Reactor> reactor_;
 };
 
-// A clock and the reactor on it. A clock that replaces another takes over what that was set to, and
-// the other is disarmed: it would fire for nobody.
+// A clock and the reactor on it. A clock that replaces another takes over its setting, and the
+// former clock is disarmed, since it has no reactor any more.
 template <class Reactor>
 class WatchedClock : public Watched<Clock const, Reactor> {
  public:

@@ -3,7 +3,7 @@
 // (Qor/Collection.h), which the entity spells as one-line members. Those that start from a value
 // have it in their name here.
 //
-// A change is made in both directions before anybody is told, so that a handler never finds the
+// A change is made in both directions before any notification, so that a handler never finds the
 // two at odds.
 #pragma once
 
@@ -63,7 +63,7 @@ class TwoWayCollection {
       entity.template notify<EachValue>(value);
    }
 
-   // Removes the pair of `key`, if there is one, and tells the key and its value.
+   // Removes the pair of `key`, if there is one, and notifies of the key and its value.
    template <class E>
    void del(E& entity, Key key) {
       std::optional<Value> const value = forward_.take(key);
