@@ -1,4 +1,4 @@
-// Attributes and collections of entities: who is told what, and when values die.
+// Attributes and collections of entities: which handlers are notified, and when values die.
 #include "Qor/Entity.h"
 
 #include <gtest/gtest.h>
@@ -88,7 +88,7 @@ class QorEntity : public testing::Test {
       if (auto const act = std::exchange(onceTold, {})) act();
    }
    ItemPtr make(int size) { return Qor::make<Item>(size, history); }
-   // What `act` was heard to do.
+   // The notifications and the ends of items while `act` runs.
    String heard(std::function<void()> const& act) {
       history.clear();
       act();
@@ -96,7 +96,7 @@ class QorEntity : public testing::Test {
    }
 
    String history;
-   std::function<void()> onceTold;  // what the reactor does when it is told next
+   std::function<void()> onceTold;  // runs inside the next notification
    Ptr<B> box_ = Qor::make<B>(history);
    Reactor reactor{*this};
 };

@@ -1,4 +1,4 @@
-// The soak: short ones of both paths, and that it would find something.
+// Short soaks of both paths, and the faults that a soak must find.
 #include <gtest/gtest.h>
 
 #include <cstdlib>
@@ -60,7 +60,7 @@ TEST_P(Soak, EpisodesAreWrittenAsScenariosThatAreReadBackAsTheyWere) {
    }
 }
 
-// What soaks have found, each in the fewest lines.
+// The faults that soaks have found, each in the fewest lines.
 TEST_P(Soak, FindsNothingWhereItOnceDid) {
    struct Life {
       std::vector<std::string> lines;
@@ -80,7 +80,7 @@ TEST_P(Soak, FindsNothingWhereItOnceDid) {
            R"({"at": 2.1, "link": {"intf": "a", "state": "up"}})",
            R"({"at": 2.5, "route": {"src": "*", "dst": "239.1.1.1", "iif": "a", "oifs": ["x"], "backup": ["z"]}})",
            R"({"at": 3, "link": {"intf": "a", "state": "down"}})"}},
-         // The agent starts anew; the group of the route told first looks like another's, as its own
+         // The agent restarts; the group of the route told first looks like another's, as its own
          // was rewritten, and its input fails again before that other is told.
          {{R"({"at": 0, "route": {"src": "*", "dst": "239.1.1.1", "iif": "a", "oifs": ["x"], "backup": ["z"]}})",
            R"({"at": 0, "route": {"src": "*", "dst": "239.1.1.2", "iif": "b", "oifs": ["x"]}})",
@@ -88,7 +88,7 @@ TEST_P(Soak, FindsNothingWhereItOnceDid) {
            R"({"at": 2, "restart": {"over": 1}})",
            R"({"at": 2.2, "link": {"intf": "a", "state": "up"}})",
            R"({"at": 2.5, "link": {"intf": "a", "state": "down"}})"}},
-         // The clock moves on during the pass that makes room for those who wait.
+         // The clock moves on during the pass that makes room for the waiting routes.
          {{R"({"at": 0, "route": {"src": "*", "dst": "239.1.1.1", "iif": "a", "oifs": ["x"]}})",
            R"({"at": 1, "fault": {"routesExhausted": true}})",
            R"({"at": 1, "route": {"src": "*", "dst": "239.1.2.1", "groups": 600, "iif": "a", "oifs": ["x"]}})",

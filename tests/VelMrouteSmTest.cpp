@@ -34,7 +34,7 @@ class Recorder final : public VelHelper::MrouteSmHelper {
    std::string take() { return std::exchange(calls_, {}); }
 
    std::function<void(std::string const&)> onHook;
-   std::map<IpGenRouteKey, Qor::U64> traffic;  // what the next reading returns
+   std::map<IpGenRouteKey, Qor::U64> traffic;  // the counts that the next reading returns
    bool createRefused = false;
 
    void mrouteInit(bool start) override { call("mrouteInit", start); }
@@ -76,7 +76,7 @@ class OnCounter final : public Routing::Multicast::Fib::CounterStatus::Notifiee 
 
 class TopSm : public testSupport::OnVirtualTime {
  protected:
-   // With routing on, from the start, and the records set; what that calls is taken.
+   // Makes the reactor with routing on and both records set, and drops the hook calls of the start.
    void start() {
       enabled_->vrfIs(L3::VrfName("default"));
       hw_->hwRoutingIs(true);
@@ -213,12 +213,12 @@ TEST_F(TopSm, AFullTableLetsTheLongestIdleCounterGoAndRefusesWhenThereIsNone) {
    EXPECT_EQ(hooks_->take(), "ageOut 2");
    sm_->updateMfibCounter(key(1), unchanged, false);
    EXPECT_EQ(counters(), "3=3 1=1-");
-   // Below a limit that was lowered, one goes for one that comes.
+   // Above a lowered limit, each new counter replaces one.
    ctl_->limitIs(1);
    sm_->updateMfibCounter(key(4), 4, true);
    EXPECT_EQ(counters(), "1=1- 4=4");
    EXPECT_EQ(hooks_->take(), "ageOut 3");
-   // A listener that puts back what goes for another keeps its place.
+   // A listener that puts a replaced counter back keeps the counter's place.
    OnCounter keeper([&](IpGenRouteKey const& k) {
       if (!status_->counter().find(k) && k == key(1)) sm_->updateMfibCounter(k, 9, true);
    });
@@ -237,7 +237,7 @@ TEST_F(TopSm, AFullTableLetsTheLongestIdleCounterGoAndRefusesWhenThereIsNone) {
    EXPECT_EQ(counters(), "");
 }
 
-// The published entry is what a counter's value is taken from, whose ever it is.
+// A counter's value is that of its published entry, also when another owner wrote the entry.
 TEST_F(TopSm, APublishedEntryWithATimeStampIsTheStoredValue) {
    start();
    run(0.1);
@@ -276,7 +276,7 @@ TEST_F(TopSm, AWildcardCounterThatIsRefusedAtTheStartIsAskedForOnce) {
    EXPECT_TRUE(hooks_->take().ends_with("create 0 wildcard, create 0 wildcard"));
 }
 
-TEST_F(TopSm, CountersFollowTheConfigurationInWhateverOrderItIsMade) {
+TEST_F(TopSm, CountersFollowTheConfigurationInAnyOrderOfItsChanges) {
    l3_->vrfNameToVrfIdIs("a", Vel::VrfId(7));
    l3_->vrfNameToVrfIdIs("b", Vel::VrfId(8));
    config_->newConfig("a")->counterRouteIs(key(1));
@@ -392,7 +392,7 @@ TEST_F(TopSm, RecordsMayBeReplacedAndAreLeftEmpty) {
    sm_->mfibCounterStatusCtlIs(ctl_);
    EXPECT_EQ(counters(), "1=5 2=6-");
    EXPECT_EQ(status->counter().size() + ctl->currSize() + ctl->currActive(), 0u);
-   // Who hears of a counter may remove it, and end the reactor.
+   // The handler of a counter may remove the counter and destroy the reactor.
    OnCounter remover([&](IpGenRouteKey const& k) {
       if (!sm_ || !status_->counter().find(k)) return;
       sm_->removeMfibCounter(k);
@@ -406,7 +406,7 @@ TEST_F(TopSm, RecordsMayBeReplacedAndAreLeftEmpty) {
    EXPECT_EQ(time_->nextDeadline(), Qor::never);
 }
 
-TEST_F(TopSm, SaysWhatItDoes) {
+TEST_F(TopSm, TracesItsDecisions) {
    start();
    testSupport::Journal journal("VelSyncMrouteSm");
    sm_->handleMulticastRouting();

@@ -7,7 +7,7 @@
 //  - bound during a delivery: not visited by this delivery;
 //  - paused: asked at each visit, so a pause takes effect at once;
 //  - the notifier destroyed: the delivery ends.
-// Deliveries nest freely. The mutator that starts a delivery does not touch the notifier afterwards.
+// Deliveries nest freely. The mutator that starts a delivery leaves the notifier alone afterwards.
 // A handler that throws ends the delivery: the notifiees behind it are not notified, and the error
 // reaches the mutator's caller with the change made.
 //

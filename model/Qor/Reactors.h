@@ -3,8 +3,8 @@
 // without holding it, and the owner makes and deletes them as the attribute is set and the members
 // come and go.
 //
-// A release clears the back pointer and unbinds the reactor in one step, so no handler is called with
-// a null owner.
+// A release clears the back pointer and unbinds the reactor in one step, so no handler is called
+// with a null owner.
 #pragma once
 
 #include <memory>
