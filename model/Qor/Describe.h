@@ -210,7 +210,7 @@ class Describe {
       type_.collections_.back().immediateHandler = memberName<Coll::immediate>();
       mutators<Get, Del, Mutators...>();
    }
-   // A keyed map of whose changes nobody is notified.
+   // A keyed map without notifications.
    template <class Map, class Owner, Map const& (Owner::*Get)() const, auto... Mutators>
    void map() {
       using Key = typename Map::Key;
@@ -251,7 +251,7 @@ class Describe {
       mutators<Get, Mutators...>();
    }
 
-   // A member function, called by name with arguments of these names. The object is held meanwhile.
+   // A member function, called by name with arguments of these names. The call holds the object.
    template <auto Operation, class... Names>
    void operation(Names... names) {
       using Called = Signature<decltype(Operation)>;

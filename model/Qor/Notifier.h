@@ -83,7 +83,7 @@ class QOR_PUBLIC Notifiee {
 // Notifies, once, every reactor whose notifier has gone since the last sweep.
 QOR_PUBLIC void sweepZombieReactors();
 
-// A pointer of its own is all that a notifier takes, since most have nobody bound: the last in the
+// A pointer of its own is all that a notifier takes, since most have no notifiee: the last in the
 // list is found through the first, and the deliveries in progress are those of the process.
 class QOR_PUBLIC Notifier {
  public:

@@ -27,7 +27,7 @@ class OwnedReactor {
    Owner* owner_ = nullptr;
 };
 
-// Ends a reactor's part in the life of its owner: it watches nothing and calls nobody from now on.
+// Ends a reactor's part in the life of its owner: it watches nothing and makes no calls any more.
 template <class Reactor>
 void releaseReactor(Reactor& reactor) {
    reactor.ownerIs(nullptr);
@@ -36,7 +36,7 @@ void releaseReactor(Reactor& reactor) {
 
 // An attribute that names an entity, held counted, and the reactor that watches it, which is there
 // exactly while the attribute is not null. The owner notifies of a change, once all that depends on
-// the attribute has followed it; it holds itself meanwhile.
+// the attribute has been updated; the owner holds a reference to itself until then.
 template <class T, class Reactor>
 class Watched {
  public:

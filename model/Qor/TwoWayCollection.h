@@ -45,7 +45,7 @@ class TwoWayCollection {
    Backward const& backward() const { return backward_; }
 
    // Pairs `key` with `value`; a pair that is there already does nothing. The former partner of
-   // either is left without one. Tells each key and each value that gained, changed or lost.
+   // either is left without one. Notifies of each key and each value that gained, changed or lost.
    template <class E>
    void is(E& entity, Key key, Value value) {
       auto const* const entry = forward_.find(key);
