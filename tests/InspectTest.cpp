@@ -89,7 +89,7 @@ TEST_P(Inspect, AnswersEachCommandOrNamesTheRightForm) {
              std::vector<std::string>{"/hwStatus/vrfStatus/"});
 }
 
-TEST_P(Inspect, ExplainsARouteInHardwareOneThatWaitsAndOneThatNobodyWants) {
+TEST_P(Inspect, ExplainsARouteInHardwareAWaitingRouteAndAnUnknownRoute) {
    does("run 1.6");
    expect(
          "explain 10.0.0.2,239.1.1.1",

@@ -103,7 +103,7 @@ class QorEntity : public testing::Test {
 using Boxes = testing::Types<Box<Qor::HashMap>, Box<Qor::OrderedMap>>;
 TYPED_TEST_SUITE(QorEntity, Boxes);
 
-TYPED_TEST(QorEntity, AttributesTellAChangeOrEveryStore) {
+TYPED_TEST(QorEntity, AttributesNotifyOfAChangeOrEveryStore) {
    auto& box = this->box_;
    EXPECT_EQ(this->heard([&] { box->labelIs("a"); }), "label ");
    EXPECT_EQ(this->heard([&] { box->labelIs("a"); }), "");
@@ -112,7 +112,7 @@ TYPED_TEST(QorEntity, AttributesTellAChangeOrEveryStore) {
    EXPECT_EQ(this->heard([&] { box->coverIs(this->make(2)); }), "cover ~1 ");
 }
 
-TYPED_TEST(QorEntity, CollectionsTellTheKeyOfAChangeAndLetValuesGoAfterwards) {
+TYPED_TEST(QorEntity, CollectionsNotifyOfTheChangedKeyAndReleaseValuesAfterwards) {
    auto& box = this->box_;
    EXPECT_EQ(this->heard([&] { box->newItem(1, 10); }), "item 1 ");
    EXPECT_EQ(this->heard([&] { box->newItem(1, 10); }), "");
@@ -147,7 +147,7 @@ TYPED_TEST(QorEntity, HandlersMayDestroyTheEntityInEachOperation) {
    }
 }
 
-TYPED_TEST(QorEntity, HandlersMayChangeTheCollectionTheyHearOf) {
+TYPED_TEST(QorEntity, HandlersMayChangeTheCollectionThatNotifiesThem) {
    auto& box = this->box_;
    this->onceTold = [&] { box->itemDel(1), box->newItem(2, 2), box->itemDel(1); };
    EXPECT_EQ(this->heard([&] { box->newItem(1, 1); }), "item 1 item 1 item 2 ~1 ");

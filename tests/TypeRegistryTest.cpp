@@ -34,7 +34,7 @@ char const* const route1 =
       "** {'source': '10.0.0.1', 'group': '239.0.0.1'})";
 char const* const none = "null";
 
-// Hooks that nobody has overridden do nothing.
+// Hooks without an override do nothing.
 struct NoopAgent {
    NoopAgent() { setenv("VEL_NOOP_AGENT", "", 1); }
    ~NoopAgent() { unsetenv("VEL_NOOP_AGENT"); }
@@ -145,7 +145,7 @@ TEST_F(TypeRegistry, EachOfTheLibrarysTypesIsConstructedByName) {
 }
 
 // The results of hooks without an override, in the order of the descriptions.
-TEST_F(TypeRegistry, HooksThatNobodyOverridesDoNothing) {
+TEST_F(TypeRegistry, HooksWithoutAnOverrideDoNothing) {
    std::map<std::string, Generic> const values = {
          {"key", route1},
          {"routeKey", route1},

@@ -64,7 +64,7 @@ TEST_F(AsyncSmLife, EveryCombinationOfMissingInputsLivesCleanly) {
       Inputs in = without(mask);
       if (in.mfibHwStatus) in.mfibHwStatus->vrfStatusIs(VrfName("default"))->routeIs(key(9));
       for (auto const& clock : {in.zombieClock, in.agingClock}) {
-         if (clock) clock->timeMinIs(1e6);  // by somebody else, before
+         if (clock) clock->timeMinIs(1e6);  // set before the reactor
       }
       sm_ = in.sm(switch_);
       ASSERT_TRUE(sm_->initialized());

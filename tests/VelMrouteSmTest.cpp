@@ -90,7 +90,7 @@ class TopSm : public testSupport::OnVirtualTime {
       sm_ = Vel::MrouteSmIs(acsd_, l3_, config_, hw_, Qor::make<Ip::Status>(), hooks_, enabled_);
    }
    // The counters, those idle for longest first: "1=5 2=0-", where "-" is not active.
-   // Checks that the records say the same.
+   // Checks that the records agree.
    std::string counters() {
       std::string text;
       Qor::U32 active = 0;
@@ -146,7 +146,7 @@ TEST_F(TopSm, RoutesWhileAVrfIsEnabledAndTheHardwareRoutesAndActsOnChangesAlone)
    EXPECT_EQ(l3_->numTimesMcastRoutingEnabled(), 2u);
    hw_->hwRoutingIs(false);
    EXPECT_EQ(hooks_->take(), "handleMulticastRouting 0");
-   // A hook that fails to turn routing on has the last word.
+   // A hook that turns routing off again prevails.
    hooks_->onHook = [&](std::string const& hook) {
       if (hook == "handleMulticastRouting 1") hw_->hwRoutingIs(false);
    };
@@ -154,7 +154,7 @@ TEST_F(TopSm, RoutesWhileAVrfIsEnabledAndTheHardwareRoutesAndActsOnChangesAlone)
    EXPECT_TRUE(hooks_->take().ends_with(", handleMulticastRouting 0"));
    EXPECT_FALSE(l3_->multicastRoutingEnabled());
    EXPECT_EQ(sm_->abandonedDecisions(), 0u);
-   // One that undoes each decision does not keep the reactor for ever.
+   // A hook that undoes each decision does not make the reactor decide for ever.
    hooks_->onHook = [&](std::string const& hook) {
       if (hook.starts_with("handle")) hw_->hwRoutingIs(hook == "handleMulticastRouting 0");
    };
@@ -165,7 +165,7 @@ TEST_F(TopSm, RoutesWhileAVrfIsEnabledAndTheHardwareRoutesAndActsOnChangesAlone)
    EXPECT_EQ(sm_->abandonedDecisions(), 1u);
 }
 
-TEST_F(TopSm, PollsActiveCountersOnceEachPerIntervalWhileSomebodyLooks) {
+TEST_F(TopSm, PollsEachActiveCounterOncePerIntervalWhilePollingIsRequested) {
    start();
    for (unsigned n = 1; n <= 4; ++n)
       sm_->updateMfibCounter(key(n), 10 * n, n != 2);
@@ -264,7 +264,7 @@ TEST_F(TopSm, AWildcardCounterThatIsRefusedAtTheStartIsAskedForOnce) {
    make();
    EXPECT_EQ(hooks_->take(),
              "mrouteInit 1, handleMulticastRouting 1, mode disabled, create 0 wildcard");
-   // A change that is made meanwhile asks again.
+   // A change during the request repeats the request.
    bool changed = false;
    hooks_->onHook = [&](std::string const& hook) {
       if (!hook.starts_with("create") || std::exchange(changed, true)) return;

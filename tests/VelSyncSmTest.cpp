@@ -397,7 +397,7 @@ TEST_F(SyncSm, TheFirstRouteStartsTheReviewAndTheLastEndsIt) {
    EXPECT_EQ(in_.l3Status->waitForRoutingDisabledRefCnt(), 1u);
 }
 
-TEST_F(SyncSm, ARequestSaysThatThereIsRoomOnlyWhenThereIs) {
+TEST_F(SyncSm, AReviewRequestFlagsRoomOnlyIfThereIsRoom) {
    switch_->mrouteTcamFreeIs(false);
    platform_->faults().routesExhaustedIs(true);
    requestReview();
@@ -454,7 +454,7 @@ TEST_F(SyncSm, AReviewStampsHitRoutesAndRoutesThatMustNotAge) {
    EXPECT_EQ(status(1)->lastPollTime(), 60);
 }
 
-TEST_F(SyncSm, AFastdropEntryIsStampedByItsVlanUnlessItGoesMeanwhile) {
+TEST_F(SyncSm, AFastdropEntryIsStampedByItsVlanUnlessItIsRemovedInBetween) {
    for (bool const goes : {false, true}) {
       build();
       program(1, set(2));

@@ -114,7 +114,7 @@ hook doAllocateMtableOifSet 5 0 $
    EXPECT_EQ(sw_->inUseOifSet().size() + sw_->oifSetIndexColl().size(), 0u);
 }
 
-TEST_F(VelSync, WithoutRoomTheResultIsNullAndTheFlagIsThePlatformsWord) {
+TEST_F(VelSync, WithoutRoomTheResultIsNullAndThePlatformDecidesTheFlag) {
    l3_->multicastZombiesEnabledIs(false);
    RecordPtr first = allocate(oifSet());
    helper_->nextIndex = MrouteSwitch::invalidOifSetIndex();
