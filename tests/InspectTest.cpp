@@ -1,4 +1,4 @@
-// The commands by which a run is looked at, on a scenario that is played in memory.
+// The inspector's commands on a scenario that is played in memory.
 #include <gtest/gtest.h>
 
 #include <regex>
@@ -18,7 +18,7 @@ Routing::Multicast::Fib::IpGenRouteKey keyOf(std::string_view group) {
 
 class Inspect : public testing::TestWithParam<PathKind> {
  protected:
-   // What is printed, or the error.
+   // The printed text of the command, or its error.
    std::string does(std::string_view command) {
       out_.str("");
       bool const good = inspector_.evaluate(command) != Inspector::Outcome::failed;
@@ -39,7 +39,7 @@ std::string pathName(testing::TestParamInfo<PathKind> const& path) {
 }
 INSTANTIATE_TEST_SUITE_P(, Inspect, testing::Values(PathKind::async, PathKind::sync), pathName);
 
-TEST_P(Inspect, AnswersEachCommandOrSaysWhatWouldBeRight) {
+TEST_P(Inspect, AnswersEachCommandOrNamesTheRightForm) {
    struct {
       char const* command;
       char const* pattern;
@@ -64,7 +64,7 @@ TEST_P(Inspect, AnswersEachCommandOrSaysWhatWouldBeRight) {
          {"call /config newConfig red", "red"},
          {"call /config newConfig", "takes 1 argument, not 0"},
          {"call /config/config/red counterRouteIs", "takes 1 argument"},
-         // What breaks an operation's preconditions is refused, with the assertion that it meets.
+         // A call that breaks a precondition of an operation is refused with the failed assertion.
          {"call /switch/1 doDeleteRoute 4711",
           GetParam() == PathKind::sync ? "would end the agent: .*Assertion" : "done"},
          {"types IntfVlanId::Table", "collection +intfIdToVlanId"},
@@ -89,7 +89,7 @@ TEST_P(Inspect, AnswersEachCommandOrSaysWhatWouldBeRight) {
              std::vector<std::string>{"/hwStatus/vrfStatus/"});
 }
 
-TEST_P(Inspect, ExplainsARouteInHardwareOneThatWaitsAndOneThatNobodyWants) {
+TEST_P(Inspect, ExplainsARouteInHardwareAWaitingRouteAndAnUnknownRoute) {
    does("run 1.6");
    expect(
          "explain 10.0.0.2,239.1.1.1",
@@ -113,7 +113,7 @@ TEST_P(Inspect, ExplainsARouteInHardwareOneThatWaitsAndOneThatNobodyWants) {
    does("run 3");  // the link is down, and the group rewritten
    expect("explain 10.0.0.2,239.1.1.1",
           R"(rerouted to rtr5 .*rtr0 failed: its link is down[\s\S]*group agree)");
-   // A difference of the chip is reported.
+   // A difference between the chip and the record is reported.
    auto const& route = *std::as_const(world_.simulated())
                               .routeProgrammer()
                               .route(L3::VrfName("default"), keyOf("239.1.1.1"));
@@ -129,10 +129,10 @@ TEST_P(Inspect, ExplainsARouteInHardwareOneThatWaitsAndOneThatNobodyWants) {
           "No route .*[\\s\\S]*the replay of its routes is not complete");
 }
 
-// A record becomes a zombie, comes back, and goes; nobody keeps it for being watched.
+// A record becomes a zombie, is resurrected, and is freed; a watch does not keep the record alive.
 TEST_P(Inspect, WatchesARecordThroughItsLifeAndLetsItGo) {
    does("run 1");
-   // The one that the withdrawn routes share is the first.
+   // The record that the withdrawn routes share is the first.
    expect("watch /switch/1/inUseOifSet/[1]", "^$");
    expect("watch /switch/1/zombieOifSet", "^$");
    expect("watch /config/activityPollingInterval", "^$");

@@ -1,4 +1,4 @@
-// A scenario that is played in memory, for those who look at a run.
+// A scenario that is played in memory, for the tests of the commands that inspect a run.
 #pragma once
 
 #include <optional>
@@ -46,7 +46,7 @@ class InspectedScenario final : public InspectedRun {
    bool inMemory() const override { return true; }
 
  private:
-   // On the asynchronous path what drops takes a group, too.
+   // On the asynchronous path a fastdrop entry takes a group, too.
    static Sim::ChipConfig config(PathKind path) {
       Sim::ChipConfig config;
       config.groups = path == PathKind::async ? 3 : 2;

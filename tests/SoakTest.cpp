@@ -1,4 +1,4 @@
-// The soak: short ones of both paths, and that it would find something.
+// Short soaks of both paths, and the faults that a soak must find.
 #include <gtest/gtest.h>
 
 #include <cstdlib>
@@ -60,7 +60,7 @@ TEST_P(Soak, EpisodesAreWrittenAsScenariosThatAreReadBackAsTheyWere) {
    }
 }
 
-// What soaks have found, each in the fewest lines.
+// The faults that soaks have found, each in the fewest lines.
 TEST_P(Soak, FindsNothingWhereItOnceDid) {
    struct Life {
       std::vector<std::string> lines;
@@ -80,15 +80,15 @@ TEST_P(Soak, FindsNothingWhereItOnceDid) {
            R"({"at": 2.1, "link": {"intf": "a", "state": "up"}})",
            R"({"at": 2.5, "route": {"src": "*", "dst": "239.1.1.1", "iif": "a", "oifs": ["x"], "backup": ["z"]}})",
            R"({"at": 3, "link": {"intf": "a", "state": "down"}})"}},
-         // The agent starts anew; the group of the route told first looks like another's, as its own
-         // was rewritten, and its input fails again before that other is told.
+         // The agent restarts; the group of the first replayed route equals another's, as its own
+         // was rewritten, and its input fails again before the other route is replayed.
          {{R"({"at": 0, "route": {"src": "*", "dst": "239.1.1.1", "iif": "a", "oifs": ["x"], "backup": ["z"]}})",
            R"({"at": 0, "route": {"src": "*", "dst": "239.1.1.2", "iif": "b", "oifs": ["x"]}})",
            R"({"at": 1, "link": {"intf": "a", "state": "down"}})",
            R"({"at": 2, "restart": {"over": 1}})",
            R"({"at": 2.2, "link": {"intf": "a", "state": "up"}})",
            R"({"at": 2.5, "link": {"intf": "a", "state": "down"}})"}},
-         // The clock moves on during the pass that makes room for those who wait.
+         // The clock moves on during the pass that makes room for the waiting routes.
          {{R"({"at": 0, "route": {"src": "*", "dst": "239.1.1.1", "iif": "a", "oifs": ["x"]}})",
            R"({"at": 1, "fault": {"routesExhausted": true}})",
            R"({"at": 1, "route": {"src": "*", "dst": "239.1.2.1", "groups": 600, "iif": "a", "oifs": ["x"]}})",
@@ -106,8 +106,8 @@ TEST_P(Soak, FindsNothingWhereItOnceDid) {
            R"({"at": 2, "fault": {"failNext": {"write": "routePoint", "reason": "parity error"}}})",
            R"({"at": 2, "route": {"src": "*", "dst": "239.1.1.1", "iif": "a", "oifs": ["y"], "backup": ["z"]}})",
            R"({"at": 2.0005, "route": {"src": "*", "dst": "239.1.1.1", "iif": "a", "oifs": ["x"], "backup": ["z"]}})"}},
-         // A route that was given up and accepts from anywhere is told another input, which is no
-         // change of it.
+         // A route that was given up and accepts from anywhere gets another input, which does not
+         // change the route.
          {{R"({"at": 0, "fault": {"failNext": {"write": "routeCreate", "reason": "parity error", "count": 3}}})",
            R"({"at": 1, "route": {"src": "*", "dst": "239.1.1.1", "iif": "a", "oifs": ["x"], "noRpf": true}})",
            R"({"at": 2, "route": {"src": "*", "dst": "239.1.1.1", "iif": "b", "oifs": ["x"], "noRpf": true}})"}},
@@ -118,7 +118,7 @@ TEST_P(Soak, FindsNothingWhereItOnceDid) {
            R"({"at": 16, "mark": "a pause"})"},
           8192,
           PathKind::sync},
-         // On a full chip a route shares the group of one that is not told again yet, and takes it
+         // On a full chip a route shares the group of one not replayed yet, and takes the group
          // to its backup; then the agent crashes once more.
          {{R"({"at": 0, "route": {"src": "*", "dst": "239.1.1.1", "iif": "a", "oifs": ["x"], "backup": ["p"]}})",
            R"({"at": 0, "route": {"src": "*", "dst": "239.1.1.2", "groups": 2, "iif": "b", "oifs": ["y"], "backup": ["q"]}})",

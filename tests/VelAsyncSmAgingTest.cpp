@@ -125,7 +125,7 @@ TEST_F(AsyncSmAging, ThePassEndsWithTheRouteThatReachesTheQuota) {
    }
 }
 
-TEST_F(AsyncSmAging, ThePositionSurvivesWhatChangesBetweenTwoPasses) {
+TEST_F(AsyncSmAging, ThePositionSurvivesChangesBetweenTwoPasses) {
    struct Case {
       char const* gone;
       std::function<void()> change;
@@ -137,7 +137,7 @@ TEST_F(AsyncSmAging, ThePositionSurvivesWhatChangesBetweenTwoPasses) {
                           {"its route", [&] { remove(256, 257); }, 143, 257},
                           {"all behind it in the VRF", [&] { remove(256, 300); }, 100, 100},
                           {"its VRF", [&] { removeVrf("default"); }, 100, 100},
-                          {"all but what is before it",
+                          {"all routes but those before it",
                            [&] { removeVrf("default"), removeVrf("green"); }, 0, 0},
                           {"all", [&] { hw().vrfStatusDelAll(); }, 0, 0}}) {
       SCOPED_TRACE(c.gone);
@@ -183,7 +183,7 @@ TEST_F(AsyncSmAging, AnotherReactorGoesOnOverItsOwnTables) {
    EXPECT_EQ(otherHooks->asked[259], 2u);
 }
 
-TEST_F(AsyncSmAging, ListenersMayTakeAwayWhatIsReviewed) {
+TEST_F(AsyncSmAging, ListenersMayDeleteTheRoutesUnderReview) {
    struct Case {
       char const* gone;
       std::function<void()> change;
@@ -268,7 +268,7 @@ TEST_F(AsyncSmAging, AnIntervalOfThePlatformIsCutToEightBits) {
    auto& config = *inputs_.mfibConfig;
    config.activityPollingIntervalIs(9);
    EXPECT_EQ(timer(), 60);  // an armed clock is left alone
-   Journal const said;      // keeps what is logged of it
+   Journal const said;      // keeps the log lines of the interval
    // Truncated towards zero, and then to eight bits.
    Qor::U64 configured = 10;
    for (auto const& [activity, written] : std::initializer_list<std::pair<double, unsigned>>{
