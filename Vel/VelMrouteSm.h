@@ -57,7 +57,8 @@
 // A counter that the platform refused, or that aged out, is missing until a change requests it
 // again. The platform creates a new counter before an old counter makes room. So the platform sets
 // the control record's limit at least one below the capacity of its hardware.
-// Turning routing off leaves the counters alone: they keep their values and flags, and read 0.
+// Turning routing off leaves the counters alone: they keep their values and flags, and the platform
+// returns 0 for their readings.
 //
 // Storage of counters. `counterShadow` orders all counters by the time of their last writing, so
 // the first counter has been idle for longest; a writing moves the counter to the end. The two
