@@ -132,7 +132,8 @@ TEST(Run, TheCheckReportsEachDifferenceOfTheChip) {
    replay.capture.apply(CaptureEvent(late));
    auto const found = [&] { return checkForwarding(replay.simulated, replay.capture).differences; };
    ASSERT_EQ(found().size(), 1u);
-   EXPECT_TRUE(found()[0].ends_with("): the route of the capture is unknown to the route programmer"));
+   EXPECT_TRUE(
+         found()[0].ends_with("): the route of the capture is unknown to the route programmer"));
    replay.simulated.apply(CaptureEvent(late));
    EXPECT_TRUE(found().at(0).ends_with("): not settled: not looked at yet"));
 }

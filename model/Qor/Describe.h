@@ -265,6 +265,8 @@ class Describe {
       described.reading = Called::reading;
       described.run = [](TypeOperation const& me, Generic const& of, GenericArguments given) {
          decltype(auto) object = calledOn<Called::reading>(of);
+         // Holds the object, as the operation may drop the last other reference.
+         // NOLINTNEXTLINE(performance-unnecessary-copy-initialization)
          Ptr<RefCounted const> const held = of.object();
          return applyGeneric<Arguments>(me, given, [&](auto&... arguments) {
             if constexpr (std::is_void_v<Result>) {

@@ -182,7 +182,7 @@ Ptr<T> make(Args&&... args) {
       if constexpr (pooled) {
          T::operator delete(memory, sizeof(T));
       } else {
-         ::operator delete(memory, sizeof(T));
+         ::operator delete(memory);
       }
       throw;
    }
