@@ -111,7 +111,7 @@ void MrouteSm::createCounter(IpGenRouteKey key) {
    QOR_ASSERT(vrfId.value() <= 0xFFFF);
    if (key == canonicalCatchAllKey()) wildcardRefused_ = true;
    if (!mrouteHelper()->doCreateMrouteCounter(static_cast<Qor::U16>(vrfId.value()), key)) {
-      VEL_TRACE(2, " no counter to be had for " << key);
+      VEL_TRACE(2, " no counter is available for " << key);
       if (counter_.find(key)) removeMfibCounter(key);
       return;
    }

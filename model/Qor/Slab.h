@@ -20,8 +20,8 @@ namespace Qor {
 // and knows which slots are in use; the slab only frees the memory.
 template <class S>
 class Slab {
-   // NOLINTNEXTLINE(misc-redundant-expression): for some types both results are equal.
    static constexpr std::size_t alignment =
+         // NOLINTNEXTLINE(misc-redundant-expression): for some types both results are equal.
          std::has_single_bit(sizeof(S)) && sizeof(S) <= cacheLine ? sizeof(S) : alignof(S);
 
  public:
