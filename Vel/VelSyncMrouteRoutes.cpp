@@ -6,8 +6,6 @@
 namespace Vel {
 
 using Bridging::VlanIdOrNone;
-using MrouteLib::RouteHandle;
-using Routing::Multicast::Fib::IpGenRouteKey;
 using Wisp::Multicast::Fib::RpaIndex;
 
 namespace {
