@@ -32,7 +32,7 @@ void AsyncMrouteSwitch::handleFreeMtableOifSet(RecordPtr const& record) {
    }
 
    // Whoever is told of the changes below may let go of the switch.
-   Qor::Ptr<AsyncMrouteSwitch> const self(this);
+   auto const self = hold();
    if (deleted_) {
       VEL_TRACE(2, "MrouteSwitch deletion, skipping delayed deletion");
       freeNow(record);

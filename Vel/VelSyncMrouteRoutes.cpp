@@ -44,13 +44,13 @@ MrouteSwitch::RoutePtr MrouteSwitch::routeIs(RouteHandle handle, IpGenRouteKey k
 
 // A route that leaves may be the last user of its oif set, which needs the switch to be freed.
 void MrouteSwitch::routeDel(RouteHandle handle) {
-   Qor::Ptr<MrouteSwitch> const self(this);
+   auto const self = hold();
    handleToRouteKey_.erase(handle);
    route_.del(*this, handle);
 }
 
 void MrouteSwitch::routeDelAll() {
-   Qor::Ptr<MrouteSwitch> const self(this);
+   auto const self = hold();
    handleToRouteKey_.clear();
    route_.delAll(*this);
 }
