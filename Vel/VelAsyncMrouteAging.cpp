@@ -1,6 +1,6 @@
-// Activity polling of the asynchronous per-switch reactor: at the configured interval the
-// hardware's hit times are copied into the hardware status, a bounded slice at a time, so that the
-// routing layer can age routes.
+// Activity polling of the asynchronous per-switch reactor. At the configured interval a review
+// copies the hit times of the hardware into the hardware status, so that the routing layer can age
+// routes. A review runs in bounded slices.
 #include <cmath>
 #include <utility>
 
@@ -16,15 +16,15 @@ namespace {
 
 constexpr char velTraceSource[] = "VelAsyncMrouteSm";
 
-// Where the next slice begins: the next route to review, or the first that comes after it if it has
-// gone. One for the process; see the header.
+// The place where the next slice begins: the route to review next, or, if that route has gone, the
+// first route behind it. The process has one such position (VelAsyncMrouteSm.h).
 RoutePosition& resumePosition() {
    static auto* const position = new RoutePosition;
    return *position;
 }
 
-// Truncated towards zero, then to eight bits; 0 for an infinite interval, at which nothing is
-// polled.
+// Returns the seconds truncated towards zero and then to eight bits; 0 for an infinite interval, at
+// which no route is polled.
 Qor::U8 lowByte(double seconds) {
    return std::isfinite(seconds) ? static_cast<Qor::U8>(static_cast<int>(std::fmod(seconds, 256)))
                                  : 0;
@@ -32,7 +32,7 @@ Qor::U8 lowByte(double seconds) {
 
 }  // namespace
 
-// As configured, in seconds, and as the platform can keep it.
+// Returns the configured interval, in seconds, as far as the platform can keep it.
 Qor::Seconds AsyncMrouteSwitchSm::pollingInterval() const {
    double const configured = mfibConfig()->activityPollingInterval();
    return mrouteHelper() ? mrouteHelper()->doGetAdjustedPollingInterval(configured) : configured;
@@ -92,6 +92,7 @@ void AsyncMrouteSwitchSm::doRouteAgingReview() {
    }
    auto const self = hold();
    RoutePosition& position = resumePosition();
+   // The next review starts with the first route unless this slice ends at the quota.
    RoutePosition const from = std::exchange(position, {});
    Qor::U32 reviewed = 0;
    VrfId vrfId;
@@ -124,7 +125,7 @@ void AsyncMrouteSwitchSm::doRouteAgingReview() {
    agingClock_.arm(mfibConfig() ? Qor::now() + pollingInterval() : Qor::never);
 }
 
-// Returns how many entries that was: the route, and each of its fastdrops.
+// Returns the number of reviewed entries: the route and each of its fastdrops.
 Qor::U32 AsyncMrouteSwitchSm::reviewRoute(RouteStatus& route, VrfId vrfId) {
    IpGenRouteKey const& key = route.key();
    VEL_TRACE(2, "Reviewing " << key.pretty());
@@ -141,12 +142,14 @@ Qor::U32 AsyncMrouteSwitchSm::reviewRoute(RouteStatus& route, VrfId vrfId) {
    Qor::U32 reviewed = 1;
    auto const& fastdrops = route.fastdropLastPollTime();
    for (auto entry = fastdrops.begin(); entry != fastdrops.end(); ++reviewed) {
-      auto const [intfName, last] = *entry;
+      Qor::Name const intfName = entry->first;
       VEL_TRACE(2, "Reviewing fastdrop " << intfName);
       Bridging::VlanIdOrNone const fastdropVlan = vlanOf(Lnet::IntfId(intfName));
       Qor::Seconds const t =
             fastdropVlan.isNone() ? 0.0 : lastRoutePollTime(key, fastdropVlan, vrfId);
-      if (t > last) {
+      // The hook may have caused the removal of the entry; the store must not add it again.
+      auto const* const reviewedEntry = fastdrops.find(intfName);
+      if (reviewedEntry && t > reviewedEntry->second) {
          VEL_TRACE(2, "Updating activity bits for fastdrop route: " << key
                                                                     << ", vlan: " << fastdropVlan);
          route.fastdropLastPollTimeIs(intfName, t);
@@ -166,7 +169,7 @@ Qor::Seconds AsyncMrouteSwitchSm::lastRoutePollTime(IpGenRouteKey const& key,
                       << "::"
                       << "lastRoutePollTime"
                       << "()");
-   // Catch-all routes of either family are recorded under one key.
+   // Catch-all routes of both address families are recorded under one key.
    bool const catchAll = key.kind() == IpGenRouteKey::kindCatchAll;
    static constexpr IpGenRouteKey catchAllKey = Routing::Multicast::Fib::canonicalCatchAllKey();
    InUseRouteHandleKey const recorded(catchAll ? catchAllKey : key, vlan, vrfId);

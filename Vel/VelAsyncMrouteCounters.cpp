@@ -1,5 +1,5 @@
-// Route counters on the asynchronous path are the platform's business: the two global settings are
-// handed on, from construction on, and nothing else is done here.
+// Route counters on the asynchronous path belong to the platform. The reactor passes the two global
+// settings to it, from construction on, and does nothing else.
 #include "Vel/VelAsyncMrouteSmReactors.h"
 
 namespace Vel::Mroute {

@@ -1,6 +1,6 @@
-// Fast reroute of the asynchronous per-switch reactor. A failure moves the oif sets it hits from
-// the switch's frrMtableOifSet to frrProcessingOifSet; passes on a clock then rewrite their groups
-// in place, so that every route that points at them follows at once.
+// Fast reroute of the asynchronous per-switch reactor. A failure of an interface moves the oif sets
+// that come in over it from the switch's frrMtableOifSet to frrProcessingOifSet. Passes on a clock
+// then rewrite the groups of these sets in place, so that every route of a group follows at once.
 #include "Qor/Blip.h"
 #include "Vel/VelAsyncMrouteSmReactors.h"
 
@@ -53,13 +53,13 @@ void AsyncMrouteSwitchSm::QorBfdStatus::handleBfdStatus() {
    if (cameDown) {
       VEL_TRACE(8, "handleBfdStatus"
                          << " Intf " << intf);
-      // The reroute may end this reactor, and let go of its owner.
+      // The reroute may delete this nested reactor, and release the last reference to its owner.
       Qor::Ptr<AsyncMrouteSwitchSm> const sm = asyncMrouteSwitchSm();
       Bfd::Peer const key = peer;
       sm->updateFrrMtableOif(intf);
       if (sm->bfdStatus(key) != this) return;
    }
-   // Read again: the session may have recovered during the reroute.
+   // The status is read again, since the session may have recovered during the reroute.
    peerStateIs(status_->status());
 }
 
@@ -82,13 +82,14 @@ void AsyncMrouteSwitchSm::updateFrrMtableOif(Lnet::IntfId intfId) {
       VEL_BLIP("MrouteSwitchSm:: FrrSwitch from %s, frrOifs %s", set.pretty(), frrMembers(set));
       for (auto const& record : chip.records(oifSet))
          record->dirtyIs(true);
-      // The one named here may have died, and the set live on in a record that replaced it. Its
-      // entry goes with it where a listener has let go of it just now.
+      // The named record may have been freed and replaced by a newer record of the same set. If a
+      // listener of dirtyIs() has just released the last record, no record is left to wait.
       auto record = chip.record(oifSet, named);
       if (!record) record = chip.inUseRecord(oifSet);
       chip.frrMtableOifSetDel(oifSet);
       if (record) chip.frrProcessingOifSetIs(oifSet, record);
-      entry = waiting.resume(entry);  // last: a listener may have withdrawn others
+      // Last in the loop, since a listener may have removed further entries.
+      entry = waiting.resume(entry);
    }
    handleClock();
 }
@@ -112,13 +113,14 @@ void AsyncMrouteSwitchSm::handleClock() {
    } else {
       FrrPosition<AsyncMrouteSwitchSm>::clear(this);
    }
-   // A hook may have replaced the switch: the clock is for the sets that wait in the present one.
+   // A hook may have replaced the switch; the clock serves the sets that wait in the present one.
    bool const more = !mrouteSwitch()->frrProcessingOifSet().empty();
    if (more && !clock()) clockIs(Qor::activityManager()->config()->clock());
    clock_.arm(more ? Qor::now() : Qor::never);
 }
 
-// Rewrites the groups of an oif set that waits, unless its record has gone or became a zombie.
+// Rewrites the groups of a waiting oif set, unless no record of the set is in use or its record has
+// become a zombie.
 void AsyncMrouteSwitchSm::rewriteForFrr(AsyncMrouteSwitch& chip, OifSetPtr const& oifSet) {
    auto const inUse = chip.inUseRecord(oifSet);
    if (!inUse) {
@@ -130,7 +132,7 @@ void AsyncMrouteSwitchSm::rewriteForFrr(AsyncMrouteSwitch& chip, OifSetPtr const
    if (!waiting) waiting = inUse;
    if (waiting->zombie().isZombie()) {
       VEL_BLIP(" frrOifSet becomes zombie, mcastId: %s", waiting->multicastId());
-      // Unless a newer record carries the set, there is nobody left to reroute.
+      // No route uses a zombie. The reroute goes on only if a newer record carries the set.
       if (waiting == inUse || inUse->zombie().isZombie()) return;
    }
    VEL_TRACE(8, "original pvSet" << oifSet->portVlanSet().pretty());
@@ -138,9 +140,10 @@ void AsyncMrouteSwitchSm::rewriteForFrr(AsyncMrouteSwitch& chip, OifSetPtr const
          frrReplacement(oifSet->portVlanSet(), [function = __func__](auto const& member) {
             VEL_TRACE_IN(function, 8, "add port " << member);
          });
+   // The new object stays outside the interner: the routing layer must not share groups by it.
    OifSetPtr const rewritten = Qor::make<MrouteLib::OifSet>(nullptr, pvSet);
    for (auto const& record : chip.records(oifSet)) {
-      // A group that has been taken over carries the set of its new record.
+      // A fixed group that a newer record has taken over carries the set of that record.
       if (record->zombie().isZombie() || record->deleted() || record->skipDelete()) continue;
       VEL_TRACE(8, ": Overwrite with new pvSet " << pvSet.pretty()
                                                  << " to mcastId: " << record->multicastId());

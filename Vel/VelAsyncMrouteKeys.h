@@ -1,5 +1,5 @@
-// The two key types of the asynchronous programmer's collections. Their string forms are read back
-// by their parsing constructors, which raise Qor::RangeException on a mismatch.
+// The two key types of the asynchronous programmer's collections. A parsing constructor reads the
+// string form (strep()) of its type, and raises Qor::RangeException on any other text.
 #pragma once
 
 #include <ostream>
@@ -13,7 +13,7 @@
 
 namespace Vel::Mroute {
 
-// The place of a zombie among the zombies. The default key means "not a zombie".
+// The place of a zombie in zombieOifSet. The default key means "not a zombie".
 class ZombieKey : public ZombieOrder<ZombieKey> {
  public:
    static constexpr char const* typeName = "Vel::Mroute::ZombieKey";
@@ -28,7 +28,7 @@ class ZombieKey : public ZombieOrder<ZombieKey> {
    Qor::U32 multicastId() const { return number(); }
 };
 
-// Names a programmed route: (source, group), accepting vlan or none, and VRF.
+// The key of a programmed route: (source, group), accepting vlan or none, and VRF.
 class QOR_PUBLIC InUseRouteHandleKey {
  public:
    InUseRouteHandleKey() = default;
@@ -45,8 +45,8 @@ class QOR_PUBLIC InUseRouteHandleKey {
 
    friend bool operator==(InUseRouteHandleKey const& a, InUseRouteHandleKey const& b) = default;
 
-   // The order is the order of the hashes, as unsigned numbers, and nothing more: two different
-   // keys of equal hash are each <= the other. No collection is ordered by this key.
+   // Keys are ordered by their hashes alone, as unsigned numbers: two different keys of equal hash
+   // are each <= the other. No collection is ordered by this key.
    friend bool operator<=(InUseRouteHandleKey const& a, InUseRouteHandleKey const& b) {
       return a.hash() <= b.hash();
    }

@@ -1,4 +1,5 @@
-// The route operations of the asynchronous switch.
+// The route operations of the asynchronous switch: allocation, pointing at a record, deletion and
+// the reasons of failed transactions.
 #include <sstream>
 #include <utility>
 
@@ -55,6 +56,7 @@ void AsyncMrouteSwitch::doAllocateRoute(IpGenRouteKey const& routeKey,
       mrouteFailureReasonIs(MrouteFailureReason::noRouteHandle);
       return;
    }
+   // Both catch-all keys share an in-use key, so that the aging review finds either.
    IpGenRouteKey const recorded = routeKey.kind() == IpGenRouteKey::kindCatchAll
                                         ? Routing::Multicast::Fib::canonicalCatchAllKey()
                                         : routeKey;
@@ -93,6 +95,8 @@ void AsyncMrouteSwitch::doDeleteRoute(RouteHandle handle) {
    VEL_TRACE(7, " rh " << handle << ' ' << dumpRouteHandle(handle));
    InUseRouteHandleKey const key = inUseRouteHandleKey(handle);
    VEL_BLIP("AsyncMrouteSwitch::doDeleteRoute %s", key.routeKey());
+   // The hook comes last. Otherwise the platform could give the handle to a route that a listener
+   // allocates here, and the second removal would erase the entry of the new route.
    inUseRouteHandleDel(key);
    inUseRouteHandleKeyDel(handle);
    mrouteHelper_->doDeleteRoute(handle);

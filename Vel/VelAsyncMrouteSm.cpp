@@ -51,8 +51,9 @@ AsyncMrouteSwitchSm::AsyncMrouteSwitchSm(
    handleInitialized();
 }
 
-// The clocks are the owner's, but what armed them goes: a clock left armed would fire for nobody. No
-// reactor calls this object any more when listeners hear that the collections are empty.
+// The clocks may outlive the reactor, and a clock left armed would fire without a handler. The
+// nested reactors are released before the collections are emptied, so that no listener of that
+// change causes a call of this object.
 AsyncMrouteSwitchSm::~AsyncMrouteSwitchSm() {
    doCleanup();
    zombieClock_.arm(Qor::never);
@@ -344,7 +345,7 @@ void AsyncMrouteSwitchSm::handleInitialized() {
    handlePollingInterval();
    initializedIs(true);
    registerWithBfd();
-   // Zombies that were there before this reactor would otherwise wait for the next one.
+   // Zombies older than this reactor would otherwise wait until the next zombie is added.
    if (!mrouteSwitch()->zombieOifSet().empty()) handleZombie();
 }
 
@@ -357,7 +358,7 @@ void AsyncMrouteSwitchSm::handleRoute(MrouteLib::RouteHandle handle) {
    doMaybeScheduleRouteAgingReview();
 }
 
-// The switch cannot be on its way out here: this reactor holds it.
+// The reactor holds the switch, so the switch is not in its destructor here.
 void AsyncMrouteSwitchSm::doCleanup() {
    VEL_TRACE(2, "AsyncMrouteSwitchSm::doCleanup()");
    if (!initialized()) return;

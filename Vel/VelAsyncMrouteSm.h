@@ -1,7 +1,7 @@
 // The per-switch reactor of the asynchronous path. It programs no routes. It watches the switch
-// entity and the configuration and status around it, and does what must happen over time or in
-// response to others: it purges zombie oif sets, polls route activity, reroutes groups when an
-// interface or a BFD session fails, and hands the counter settings to the platform.
+// entity, the configuration and the status, and does the work that time or a change of status
+// requires: it purges zombie oif sets, polls route activity, reroutes groups when an interface or a
+// BFD session fails, and passes the counter settings to the platform.
 //
 //   concern                                         | source
 //   ------------------------------------------------+-----------------------------
@@ -13,41 +13,59 @@
 //
 // Inputs. The switch is required; every other input may be null, and then:
 //
-//   null input              | what it means
+//   null input              | consequence
 //   ------------------------+--------------------------------------------------------------------
 //   intfVlanIdTable         | no interface has a vlan: only routes that accept from any interface
-//                           | are polled. Fast reroute works without it
-//   mfibConfig              | never read: nothing is polled, no counter setting is handed on
-//   mfibHwStatus            | nothing is polled; a route coming into use is an assertion
-//   mrouteHelper            | never called: intervals are taken as configured, no route is ever
-//                           | hit, and groups that wait for fast reroute are dropped
-//   zombieClock, agingClock | never armed: nobody purges zombies, nothing is polled
-//   ethIntfStatusDir        | interface failures are not heard of
-//   bfdAllPeerStatusDir     | not registered as a BFD application
-//   bfdAllPeerStatus        | likewise, and BFD failures are not heard of
-//   allIntfStatusDir,       | kept for the platform; nothing here reads them
-//   allIntfStatusLocalDir   |
+//                           | are polled. Fast reroute is not affected
+//   mfibConfig              | no route is polled, no counter setting is passed to the platform
+//   mfibHwStatus            | no route is polled; a route that comes into use fails an assertion
+//   mrouteHelper            | no hook is called: the configured intervals apply, no route counts
+//                           | as hit, and waiting sets leave fast reroute without a rewrite
+//   zombieClock             | zombies do not expire
+//   agingClock              | no route is polled
+//   ethIntfStatusDir        | interface failures start no fast reroute
+//   bfdAllPeerStatusDir     | the reactor does not register as a BFD application
+//   bfdAllPeerStatus        | likewise, and BFD failures start no fast reroute
+//   allIntfStatusDir,       | none: the reactor does not read these two inputs, and keeps them for
+//   allIntfStatusLocalDir   | the platform
+//
+// Thread. All calls come from one thread, which drives the activity loop; no object has a lock. A
+// completion on another thread enters the loop through Qor/Inbox.h.
+//
+// Order of life. Make the hooks, then the switch, then the reactor. Release the reactor first, then
+// the routes and the records, and the switch last. The reactor's destructor marks the switch
+// deleted and frees the zombies, so that each record released afterwards is freed at once.
+//
+// Ownership. Inputs are held counted. The reactor owns its nested reactors, which point back at it
+// without holding it. A hook or a listener may release the last reference to the reactor in the
+// middle of any operation of the reactor, the clean-up included.
 //
 // Clocks. After construction the aging clock is armed if there is a configuration, and the zombie
-// clock if there are zombies; otherwise both stand at `never`. After destruction all three do.
-//
-// Process-wide positions. The aging review and the fast-reroute pass keep the place where they
-// stopped for the next slice in one position each for the whole process, since slices never
-// overlap. With two reactors, a review that one has begun is continued by whichever fires next,
-// over its own tables, and whoever completes it ends it for both: in that interval a route may be
-// polled twice, or not before the next review. Where two reactors watch large tables of their own,
-// the later routes of the larger one may go without being polled while the other keeps completing
-// reviews; reactors of one table share the work instead. Positions are keys (or counted), so
-// nothing that vanishes between two slices can hurt; a fast-reroute position dies with its reactor.
-// The review's position is cleared only when a review is complete: it outlives its reactor, and a
-// time without routes.
+// clock if there are zombies; otherwise the two clocks stand at `never`. The destructor sets these
+// two and the fast-reroute clock to `never`.
 //
 // Notifications. The setters of inputs and the operations of the collections notify the reactor's
-// own notifiees, once all that depends on the change has followed it. A hook or a listener may let go
-// of the reactor in the middle of any of its operations, its clean-up included.
+// own notifiees, after everything that depends on the change has followed the change.
 //
-// Ownership. Inputs are held counted. The nested reactors are the reactor's own and point back at
-// it.
+// Errors. An error thrown by a hook or a listener ends the handler that called it. The error
+// reaches the caller of the mutator that started the handler, or of the activity loop if a clock
+// did. The change that started the handler stays made. A clock that fired and was not armed again
+// fires after Qor::Clock::retryGap: an aging review then starts again with the first route, and a
+// fast-reroute pass continues with all sets that wait, the failed set included. If a mutator
+// started the pass and the fast-reroute clock is not armed, these sets wait for the next pass.
+// Hooks and listeners must not throw in the destructor of the reactor, nor in the freeing of a
+// record, which a zombie pass causes too: the process is terminated.
+//
+// Process-wide positions. The process has one position for the aging review and one for the
+// fast-reroute pass. A position is the place where the last slice stopped and the next slice
+// begins; slices never overlap. With two reactors, the reactor whose clock fires next continues the
+// other's review over its own tables, and the reactor that completes a review ends it for both. In
+// that interval a route may be polled twice, or not before the next review. If two reactors watch
+// large tables of their own, the later routes of the larger table may go without being polled while
+// the other reactor keeps completing reviews; reactors of one table share the work instead. A
+// position is a key, or holds its oif set counted, so a removal between two slices does no harm. A
+// fast-reroute position ends with its reactor. The position of the review is cleared when a review
+// is complete or ends by an error: it outlives its reactor, and a time without routes.
 #pragma once
 
 #include "Bfd/StatusPeer.h"
@@ -96,17 +114,16 @@ class QOR_PUBLIC AsyncMrouteSwitchSm final
    using ConfigPtr = Qor::Ptr<Routing::Multicast::Fib::Config const>;
    using IpGenRouteKey = Routing::Multicast::Fib::IpGenRouteKey;
 
-   // A zombie pass stops when it has lasted this long, tested after every zombieCheckStride
-   // removals.
+   // The longest time of a zombie pass, in seconds, tested after every zombieCheckStride removals.
    static constexpr Qor::Seconds zombiePassBudget = 3.0;
    static constexpr Qor::U32 zombieCheckStride = 5;
    // An aging pass ends with the route that brings the reviewed entries (routes and fastdrops) to
-   // the quota; the next one follows after the gap.
+   // the quota. The next pass of the review follows after the gap, in seconds.
    static constexpr Qor::U32 agingQuota = 256;
    static constexpr Qor::Seconds agingGap = 0.2;
    static constexpr Qor::Seconds frrPassBudget = Vel::frrPassBudget;
 
-   // Reactors, named after what they watch.
+   // Nested reactors, each named after the entity that it watches.
    class QorMrouteSwitch;
    class QorMfibConfig;
    class QorMfibConfigVrf;
@@ -140,11 +157,11 @@ class QOR_PUBLIC AsyncMrouteSwitchSm final
                        Qor::Ptr<Interface::AllIntfStatusDir const> allIntfStatusDir,
                        Qor::Ptr<Interface::AllIntfStatusLocalDir const> allIntfStatusLocalDir);
 
-   // ---- Inputs. Those with a reactor may be set again, which moves the reactor to the new entity,
-   //      or to null, which deletes it; the members that a directory's reactor tracks follow. A
-   //      clock that replaces another takes over what that was set to, and the other is disarmed.
-   //      A configuration that replaces another hands its counter mode, its wildcard flag and its
-   //      polling interval to the platform at once. After null, the platform keeps the last ones. ----
+   // ---- Inputs. An input with a nested reactor may be set again: another entity moves the nested
+   //      reactor, null deletes it, and the members that the nested reactor of a directory tracks
+   //      follow. A new clock takes over the setting of the old clock, which is disarmed. A new
+   //      configuration passes its counter mode, its wildcard flag and its polling interval to the
+   //      platform at once; after null, the platform keeps the last settings. ----
 
    Qor::Ptr<AsyncMrouteSwitch> const& mrouteSwitch() const { return mrouteSwitch_.object(); }
    void mrouteSwitchIs(Qor::Ptr<AsyncMrouteSwitch> v);  // not null
@@ -211,8 +228,9 @@ class QOR_PUBLIC AsyncMrouteSwitchSm final
    Qor::Ptr<Interface::AllIntfStatusLocalDir const> const& allIntfStatusLocalDir() const {
       return allIntfStatusLocalDir_;
    }
-   // The fast-reroute clock: taken from the activity manager when a pass first has to yield; null
-   // until then. Armed exactly while oif sets wait to be rewritten.
+   // The fast-reroute clock; null until it is needed. The first pass that leaves oif sets waiting
+   // takes it from the activity manager. Armed exactly while oif sets wait to be rewritten, unless
+   // an error ended a pass.
    Qor::Ptr<Qor::Clock const> const& clock() const { return clock_.object(); }
    void clockIs(Qor::Ptr<Qor::Clock const> v);
    QorClock* newClock(Qor::Ptr<Qor::Clock const> v) {
@@ -222,10 +240,11 @@ class QOR_PUBLIC AsyncMrouteSwitchSm final
    }
    void clockDel() { clockIs(nullptr); }
 
-   // ---- Collections of reactors: one for each member of the directory they follow. The same
-   //      entity set again keeps its reactor, another entity under the key gets a new one. A null
-   //      argument raises the range error of null parameters (Qor::throwNullParameter). The
-   //      new...() forms do the same and return the reactor. ----
+   // ---- Collections of nested reactors: one reactor for each member of the directory that the
+   //      collection follows. An entity that is set again keeps its reactor; another entity under
+   //      the same key gets a new reactor. A null argument raises the range error of null
+   //      parameters (Qor::throwNullParameter). The new...() forms set the entity and return its
+   //      reactor. ----
 
    EthIntfStatusColl::Map const& ethIntfStatus() const { return ethIntfStatus_.map(); }
    QorEthIntfStatus* ethIntfStatus(Lnet::IntfId intfId) const;
@@ -255,7 +274,7 @@ class QOR_PUBLIC AsyncMrouteSwitchSm final
    void mfibConfigVrfDelAll();
    void mfibConfigVrfNotify(Qor::Name vrfName);
 
-   // The registration as a BFD application; null while there is none.
+   // The registration as a BFD application; null while the reactor is not registered.
    Qor::Ptr<Bfd::AppRegistration> const& bfdVelAsyncMrouteSm() const {
       return bfdVelAsyncMrouteSm_;
    }
@@ -263,51 +282,55 @@ class QOR_PUBLIC AsyncMrouteSwitchSm final
                               Qor::Ptr<Bfd::AppStatus> status, L3::VrfName vrfName);
    void bfdVelAsyncMrouteSmDel();
 
-   // Whether construction is through. Handlers of zombies and of failures do nothing before. Setting
-   // it notifies nobody.
+   // Whether the construction is complete. Until then the handlers of zombies and of failures do
+   // nothing. The setter notifies no reactor.
    bool initialized() const { return initialized_; }
    void initializedIs(bool v) { initialized_ = v; }
 
    // ---- Handlers and operations. ----
 
-   // Ends the construction, once.
+   // Completes the construction: arms the clocks, applies the polling interval and registers with
+   // BFD. A second call does nothing.
    void handleInitialized();
-   // The handle came into use, or went out of it.
+   // Calls doMaybeScheduleRouteAgingReview() if the handle is in use. Called for each handle that
+   // enters or leaves inUseRouteHandleKey.
    void handleRoute(MrouteLib::RouteHandle handle);
-   // Marks the switch deleted, removes all zombies, which ends the zombie clock's work, and the BFD
-   // registration. Does nothing before initialisation. Run by the destructor.
+   // Marks the switch deleted, removes all zombies, disarms the zombie clock and removes the BFD
+   // registration. Does nothing before the construction is complete. Called by the destructor.
    void doCleanup();
 
-   // Keeps the zombie clock at the expiry of the first zombie.
+   // Arm the zombie clock for the expiry of the first zombie; disarm it if there are no zombies.
    void handleZombie();
    void handleZombie(ZombieKey const& key);
    // Removes the zombies that are due, within the budget of a pass.
    void handleZombieClock();
-   // Removes the oldest zombie, due or not; for an agent that ran out of groups.
+   // Removes the zombie that expires first, due or not; for an agent that has no free group.
    void doForcePurgeOneZombie();
 
-   // Takes over the configured polling interval, as far as the platform can keep it: raises the log
-   // message mrouteActivityPollingIntervalNotSupported otherwise, and writes
-   // mfibHwStatus.pollingInterval. A clock counts as armed while its time is below the largest
-   // finite double.
+   // Applies the configured polling interval: arms the aging clock unless the clock is armed, and
+   // writes the interval that the platform can keep into mfibHwStatus.pollingInterval, as the low
+   // eight bits of whole seconds. If that interval differs from the configured one, it logs
+   // mrouteActivityPollingIntervalNotSupported. A clock counts as armed here while its time is
+   // below the largest finite double.
    void handlePollingInterval();
-   // Starts the review when there are routes, stops it when there are none; a running one is left
-   // alone. A clock counts as armed while its time is not above the largest finite double.
+   // Starts the review if there are routes and no review is scheduled; stops it if there are no
+   // routes. A clock counts as armed here while its time is not above the largest finite double.
    void doMaybeScheduleRouteAgingReview();
-   // One pass of the review: copies the hardware's hit times into lastPollTime and
-   // fastdropLastPollTime, where they are later.
+   // One pass of the review: copies each hit time of the hardware that is later than lastPollTime
+   // or fastdropLastPollTime into that attribute.
    void doRouteAgingReview();
 
-   // Has the groups rewritten whose sets come in over the failed interface and have backup members.
-   // The backup members (portVlanFrr) are the complete new set. All living records that carry such
-   // a set turn dirty.
+   // Starts the fast reroute of each set that comes in over the failed interface and has backup
+   // members (portVlanFrr), which are the complete new set: moves the set from frrMtableOifSet to
+   // frrProcessingOifSet, marks all living records of the set dirty, and runs the first pass.
    void updateFrrMtableOif(Lnet::IntfId intfId);
-   // One pass over frrProcessingOifSet, from where the last one stopped. The oif set objects stay
-   // as they are: the platform is given new ones, with the backup members in the place of the
-   // outgoing ones. Of the records that carry a waiting set, zombies and those whose fixed group
-   // another record has taken over are left alone.
+   // One pass over frrProcessingOifSet, from the place where the last pass stopped. The oif set
+   // objects stay unchanged: the platform receives new objects with the backup members as outgoing
+   // members. The pass skips a record of a waiting set that is a zombie, or whose fixed group
+   // belongs to another record.
    void handleClock();
 
+   // Pass the counter mode and the wildcard flag of the configuration to the platform.
    void handleMulticastCounterMode();
    void handleWildcardCounter();
 

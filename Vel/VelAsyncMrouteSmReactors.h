@@ -1,5 +1,6 @@
-// The nested reactors of the asynchronous per-switch reactor: what they watch, and which handler
-// they call. Each points back at its owner without holding it; the owner creates and deletes them.
+// The nested reactors of the asynchronous per-switch reactor: each watches one entity and calls the
+// handlers of its owner. A nested reactor points back at its owner without holding it; the owner
+// creates and deletes it.
 #pragma once
 
 #include "Vel/VelAsyncMrouteSm.h"
@@ -39,7 +40,7 @@ class AsyncMrouteSwitchSm::QorMfibConfigVrf final
  public:
    explicit QorMfibConfigVrf(ConfigPtr config) : config_(std::move(config)) {}
 
-   // Per-route counters are the platform's business: the change is traced and nothing more.
+   // Only traces the change: the platform handles the counters of single routes.
    void handleCounterRoute(IpGenRouteKey const& key);
    void onCounterRoute(IpGenRouteKey const& key) override { handleCounterRoute(key); }
 
@@ -77,7 +78,8 @@ class AsyncMrouteSwitchSm::QorEthIntfStatus final : public Interface::EthIntfSta
  public:
    explicit QorEthIntfStatus(EthIntfStatusPtr status) : status_(std::move(status)) {}
 
-   // Down and lower-layer-down start a reroute; the way back is taken by route programming.
+   // Starts a reroute if the interface is down or lower-layer-down. After the recovery of the
+   // interface, the routing layer programs the routes again.
    void handleOperStatus();
    void onOperStatus() override { handleOperStatus(); }
 
@@ -97,11 +99,12 @@ class AsyncMrouteSwitchSm::QorBfdStatus final : public Bfd::BfdPeerStatus::Notif
  public:
    explicit QorBfdStatus(BfdPeerStatusPtr status) : status_(std::move(status)) {}
 
-   // The state of the session that was seen last.
+   // The state of the session at the last handled change.
    Bfd::OperState peerState() const { return peerState_; }
    void peerStateIs(Bfd::OperState v) { peerState_ = v; }
 
-   // A single-hop session that comes down starts a reroute of its interface, once.
+   // Starts a reroute of the interface when a single-hop session goes down; not again while the
+   // session stays down.
    void handleBfdStatus();
    void onStatus() override { handleBfdStatus(); }
 

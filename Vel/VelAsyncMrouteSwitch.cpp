@@ -25,8 +25,8 @@ AsyncMrouteSwitch::AsyncMrouteSwitch(
    QOR_ASSERT(mrouteHelper_ != nullptr);
 }
 
-// The end of the switch. Its count stands at one meanwhile: whoever is told of what goes, and the
-// platform, may refer to it once more.
+// The end of the switch. The reference count is held at one here, so that listeners and hooks may
+// take and drop references to the switch.
 void AsyncMrouteSwitch::zeroReferencesIs(bool) {
    deletedIs(true);
    mtableOifSetIs(nullptr);
@@ -49,8 +49,8 @@ Qor::ValidPtr<AsyncMrouteSwitch> asyncMrouteSwitchFactory(
                                        std::move(mrouteHelper));
 }
 
-// The in-use record of this oif set if one more route may share it, brought back from the zombies
-// if it is one.
+// Returns the in-use record of this oif set if one more route may share the record, else null. A
+// zombie is resurrected.
 AsyncMrouteSwitch::RecordPtr AsyncMrouteSwitch::reusableRecord(OifSetPtr const& oifSet) {
    RecordPtr const existing = inUseRecord(oifSet);
    if (!existing) return nullptr;
@@ -70,9 +70,9 @@ AsyncMrouteSwitch::RecordPtr AsyncMrouteSwitch::reusableRecord(OifSetPtr const& 
    return existing;
 }
 
-// A fixed id that carries another record's set until now: from here on it is the new record's. The
-// other record need not be the one in inUseOifSet, which may have another id and keeps its group
-// then; and the mapping of the id may be stale, so that there is none.
+// Gives a fixed id, which may belong to an older record, to the newer record. The older record need
+// not be the one in inUseOifSet: that record may have another id, and then keeps its group. The
+// mapping of the id may be stale, so that no older record is found.
 void AsyncMrouteSwitch::takeOverFixedGroup(Qor::U32 multicastId, RecordPtr const& newer) {
    OifSetPtr const before = mcastIdToOifSet(multicastId);
    if (!before) return;

@@ -1,34 +1,66 @@
 // The asynchronous programmer of one switch chip's multicast tables. It decides which oif sets
-// share a replication group and keeps a freed group for a while as a zombie; every hardware action
-// is delegated to the platform's hooks (Vel/VelAsyncMrouteHelper.h), which return transactions.
+// share a replication group and keeps a freed group for a while as a zombie. Every hardware action
+// is delegated to the platform's hooks (Vel/VelAsyncMrouteHelper.h). Operations return transactions
+// that complete later.
 //
-// Duties of the routing layer, its caller:
-//  1. Sharing is by identity of the oif set object. Equal sets must be the same object while
-//     anything uses them, zombies included (MrouteLib::MrouteTableColl does that); and an object
-//     whose record has turned dirty must not be handed out to further routes, so that they share
-//     anew.
-//  2. After doAllocateMtableOifSet: look at mrouteFailureReason first. Codes 8 and 4096 leave the
-//     previous results standing. Then take mtableOifSet and set it to null at once, since the
-//     result counts as a user. Hold the record (counted) as long as the route points at it.
+// Duties of the routing layer, the caller of the operations:
+//  1. Sharing is by identity of the oif set object. Equal sets must be one object while any route,
+//     record or zombie uses the set; MrouteLib::MrouteTableColl does this. An object whose record
+//     has turned dirty must not be used for further routes (MrouteTableColl::oifSetRetire()), so
+//     that those routes share a new object.
+//  2. After an allocation, read mrouteFailureReason first. Codes 8 and 4096 leave the previous
+//     result in its attribute. After doAllocateMtableOifSet, take mtableOifSet and set the
+//     attribute to null at once, since the attribute counts as a user of the record. Hold the
+//     record (counted) as long as the route points at it.
 //  3. A route is allocated (doAllocateRoute) and then pointed at a record (doSetMtableOifSet). To
-//     change its set, point it at the new record and hold the old one until the new transaction has
-//     succeeded. doSetBridgeAction changes nothing in hardware here: such a change is a deletion
-//     and an allocation.
-//  4. Two handles under one in-use key (same route key, vlan and VRF): deleting the older one
-//     erases the newer one's entry in inUseRouteHandle. So release first when the key stays equal,
-//     and allocate first otherwise. The keys of catch-all routes are one key, of either address
-//     family.
-//  5. On code 8 there may be zombies to give up (zombieOifSetDel of the first key); otherwise wait
-//     for a deletion. On a failed transaction mark the record dirty, let it go, and allocate again.
+//     change the set of a route, point the route at the new record and hold the old record until
+//     the new transaction has succeeded. doSetBridgeAction changes nothing in hardware: to change
+//     the bridge action, delete the route and allocate it again.
+//  4. Two handles may have the same in-use key (route key, vlan and VRF). The deletion of the older
+//     handle then erases the newer handle's entry in inUseRouteHandle. If the key of a route stays
+//     equal, delete the old handle before the new allocation; otherwise allocate first. Catch-all
+//     routes of both address families have the same route key.
+//  5. On code 8, give up the first zombie (zombieOifSetDel of the first key) if there is one;
+//     otherwise wait for a deletion. If a transaction fails, mark the record dirty, release the
+//     record, and allocate again.
 //
 // Failure codes: 0 none, 8 no free multicast id, 1024 no route handle, 4096 no VRF status.
 //
-// Ownership. The switch is counted; whoever calls an operation holds it meanwhile. Records are held
-// by their users and by zombieOifSet; inUseOifSet, frrMtableOifSet and frrProcessingOifSet name
-// them without holding them, and a name may outlast its record there: record() says whether it
-// still lives. When the last reference to the switch goes, it sets deleted, lets go of its result,
-// removes its zombies, which are freed at once, and then empties all other collections; listeners
-// are notified of each. Records that others hold outlive it, and die quietly with their last user.
+// Thread. All calls come from one thread, which drives the activity loop; no object has a lock. A
+// completion on another thread enters the loop through Qor/Inbox.h.
+//
+// Ownership. The switch is counted, and holds its hooks. The caller of an operation holds the
+// switch during the call. Records are held by their users and by zombieOifSet. inUseOifSet,
+// frrMtableOifSet and frrProcessingOifSet name a record without holding it, and a name may outlast
+// its record: record() returns the named record, or null if the record has died.
+//
+// Order of life. Make the hooks, then the switch, then the reactor (Vel/VelAsyncMrouteSm.h).
+// Release the reactor first, then the routes and the records, and the switch last. The end of the
+// reactor marks the switch deleted and frees the zombies, so that each record released afterwards
+// is freed at once. When the last reference to the switch goes, the switch sets deleted, sets
+// mtableOifSet to null, removes its zombies, which are freed at once, and then empties all other
+// collections; listeners are notified of each change. A record that outlives the switch calls no
+// hook when its last user releases it, so that its group stays allocated on the chip.
+//
+// Errors thrown by hooks and listeners. An error ends the operation and reaches its caller:
+//
+//   the error comes from               | state when the caller receives the error
+//   -----------------------------------+---------------------------------------------------------
+//   a hook that allocates a group or   | no record, handle or entry has been recorded, routeHandle
+//   an entry                           | and mtableOifSet are unchanged, mrouteFailureReason is 0
+//   doSetMtableOifSet                  | usedInHw of the record is unchanged
+//   doDeleteRoute                      | the route is gone from both collections of routes
+//   doGetXactForOifSet,                | the change has been made: the record is in mtableOifSet,
+//   doGetXactForIngress                | or its usedInHw is true
+//   doScheduleVerify                   | the change has been made
+//   a listener                         | the change has been made; the notification and the
+//                                      | operation have ended, so the remaining listeners are not
+//                                      | notified. A record that has no user yet, since the error
+//                                      | came before mtableOifSet was set, is freed
+//
+// A record is freed in the destructor of its last counted pointer. A hook or a listener that is
+// called there, doDeleteOifSet and doScheduleVerify above all, must not throw: an error cannot
+// leave the destructor, and the process is terminated. The same holds for the end of the switch.
 #pragma once
 
 #include "Qor/PairTable.h"
@@ -93,41 +125,43 @@ class QOR_PUBLIC AsyncMrouteSwitch final
    }
    Qor::Ptr<VelHelper::AsyncMrouteHelper> const& mrouteHelper() const { return mrouteHelper_; }
 
-   // The switch is being torn down: no record becomes a zombie any more, and freeing leaves the
-   // collections alone.
+   // Whether the switch is being torn down. A record that is released then is freed at once, and
+   // its entries stay in the collections.
    bool deleted() const { return deleted_; }
    void deletedIs(bool v) { attrIs<&Notifiee::onDeleted>(deleted_, v); }
-   // For tests: stored and notified, nothing more.
+   // For tests: the switch stores the value, notifies its reactors, and does not read it.
    bool testKill() const { return testKill_; }
    void testKillIs(bool v) { attrIs<&Notifiee::onTestKill>(testKill_, v); }
 
    // ---- Operations of the routing layer (MrouteLib::AsyncSwitchChip). ----
 
    // Finds or makes the group for `oifSet` and leaves its record in mtableOifSet. Returns the
-   // transaction that programs the group; null with failure code 8 when there is no free multicast
-   // id, and nothing has changed then. An in-use, clean record of this very object is shared and
-   // costs no hardware work, nor does a zombie, which is resurrected. `blockingXact` may be null;
-   // `presetMulticastId` is used for types that live in fixed groups; `frrRoute` is passed on to
-   // the platform.
+   // transaction that programs the group. Without a free multicast id it returns null with failure
+   // code 8, and changes nothing else. An in-use, clean record of the same oif set object is shared
+   // if the platform allows it (mcastIdReusable); a zombie among such records is resurrected. Both
+   // cost no hardware work. `blockingXact` may be null; `presetMulticastId` is used for types that
+   // live in fixed groups; `frrRoute` is passed to the platform.
    Hux::XactPtr doAllocateMtableOifSet(MrouteLib::RouteKeyInfo const& routeKeyInfo,
                                        OifSetPtr oifSet, Hux::XactPtr blockingXact,
                                        Qor::U32 presetMulticastId, bool frrRoute) override;
-   // Allocates the route's entry; its handle is in routeHandle, invalid with code 1024 when the
-   // platform had none. Code 4096, and routeHandle as it was, when the VRF is not known.
+   // Allocates the route's entry and leaves the handle in routeHandle. Without a free entry,
+   // routeHandle is invalid and the failure code is 1024. For an unknown VRF, routeHandle is
+   // unchanged and the failure code is 4096.
    void doAllocateRoute(Routing::Multicast::Fib::IpGenRouteKey const& routeKey,
                         Bridging::VlanIdOrNone acceptingVlanId, bool bridgeAction,
                         Wisp::Multicast::Fib::RpaIndex rpaId, L3::VrfName const& vrfName) override;
-   // Points the route at the record's group and returns the route's transaction. From now on the
-   // record becomes a zombie when it is freed, even before the transaction completes. A null record
-   // is an assertion.
+   // Points the route at the record's group and returns the route's transaction. A record that is
+   // released from then on becomes a zombie, even before the transaction completes. A null record
+   // fails an assertion.
    Hux::XactPtr doSetMtableOifSet(MrouteLib::RouteHandle handle,
                                   MrouteLib::MtableOifSetPtr mtableOifSet,
                                   Hux::XactPtr blockingXact) override;
-   // These two trace, and change nothing on this path.
+   // doActivateRoute and doSetBridgeAction only trace on this path.
    void doActivateRoute(MrouteLib::RouteHandle handle) override;
    void doSetBridgeAction(MrouteLib::RouteHandle handle, bool bridgeAction) override;
+   // Removes the route from inUseRouteHandle and inUseRouteHandleKey, then deletes its entry.
    void doDeleteRoute(MrouteLib::RouteHandle handle) override;
-   // A null record is an assertion here, and has a null oif set there.
+   // A null record fails an assertion in doGetMulticastId; doGetOifSet returns null for it.
    Qor::U32 doGetMulticastId(MrouteLib::MtableOifSetPtr const& mtableOifSet) const override;
    OifSetPtr doGetOifSet(MrouteLib::MtableOifSetPtr const& mtableOifSet) const override;
    bool needIngressProgramming(Routing::Multicast::Fib::RouteKeyType type) const override;
@@ -139,13 +173,13 @@ class QOR_PUBLIC AsyncMrouteSwitch final
 
    // ---- Records. ----
 
-   // Called by a record whose last reference has gone: frees it now, or makes it a zombie.
+   // Frees the record now, or makes it a zombie. Called by a record whose last reference has gone.
    void handleFreeMtableOifSet(RecordPtr const& record);
 
-   // ---- Collections, beside those of the oif set records (Vel/VelOifSetTables.h). Where a newer
-   //      record has replaced the one named in frrMtableOifSet, that entry stays as it is. ----
+   // ---- Collections, beside those of the oif set records (Vel/VelOifSetTables.h). If a newer
+   //      record replaces the record named in frrMtableOifSet, the entry keeps the old name. ----
 
-   // Which oif set a multicast id carries.
+   // The oif set that each multicast id carries.
    McastIdToOifSetColl::Map const& mcastIdToOifSet() const { return mcastIdToOifSet_.map(); }
    OifSetPtr mcastIdToOifSet(Qor::U32 id) const { return mcastIdToOifSet_.value(id); }
    void mcastIdToOifSetIs(Qor::U32 id, OifSetPtr v) { mcastIdToOifSet_.is(*this, id, v); }
@@ -156,7 +190,8 @@ class QOR_PUBLIC AsyncMrouteSwitch final
    void mcastIdToOifSetDelAll() { mcastIdToOifSet_.delAll(*this); }
    void mcastIdToOifSetNotify(Qor::U32 id) { mcastIdToOifSet_.notify(*this, id); }
 
-   // A transaction per oif set; for the platform, the programmer does not use it.
+   // A transaction for each oif set. The platform may use this collection; the switch only empties
+   // it at its end.
    OifSetXactColl::Map const& oifSetXact() const { return oifSetXact_.map(); }
    Hux::XactPtr oifSetXact(OifSetPtr const& s) const { return oifSetXact_.value(s); }
    void oifSetXactIs(OifSetPtr s, Hux::XactPtr v) { oifSetXact_.is(*this, s, v); }
@@ -167,7 +202,8 @@ class QOR_PUBLIC AsyncMrouteSwitch final
    void oifSetXactDelAll() { oifSetXact_.delAll(*this); }
    void oifSetXactNotify(OifSetPtr s) { oifSetXact_.notify(*this, s); }
 
-   // The programmed routes, both ways: independent collections, which share what they hold.
+   // The programmed routes, by key and by handle. The two collections are changed independently,
+   // and share the storage of their entries (Qor/PairTable.h).
    InUseRouteHandleColl::Map const& inUseRouteHandle() const { return inUseRouteHandle_.map(); }
    MrouteLib::RouteHandle inUseRouteHandle(InUseRouteHandleKey const& key) const {
       return inUseRouteHandle_.value(key);
@@ -185,7 +221,7 @@ class QOR_PUBLIC AsyncMrouteSwitch final
    InUseRouteHandleKeyColl::Map const& inUseRouteHandleKey() const {
       return inUseRouteHandleKey_.map();
    }
-   // The default key for an unknown handle.
+   // Returns the default key for an unknown handle.
    InUseRouteHandleKey inUseRouteHandleKey(MrouteLib::RouteHandle handle) const {
       return inUseRouteHandleKey_.value(handle);
    }

@@ -1,6 +1,6 @@
-// The zombie clock of the asynchronous per-switch reactor: it stands at the expiry of the first
-// zombie, and removes what is due in bounded passes. What a pass leaves is due already, so the
-// clock fires again in the next turn.
+// The zombie clock of the asynchronous per-switch reactor. The clock is armed for the expiry of the
+// first zombie, and bounded passes remove the zombies that are due. If a pass leaves such zombies,
+// the clock is armed for a time in the past and fires again in the next turn.
 #include "Vel/VelAsyncMrouteSm.h"
 
 namespace Vel::Mroute {
@@ -18,6 +18,8 @@ void AsyncMrouteSwitchSm::handleZombie() {
       VEL_TRACE(2, "MrouteSwitch marked for deletion. Skipping Zombie handling");
       return;
    }
+   // Without zombies the clock must be disarmed: a fired clock that is left as it is fires again
+   // after Qor::Clock::retryGap.
    auto const& zombies = mrouteSwitch()->zombieOifSet();
    if (zombies.empty()) {
       VEL_TRACE(2, "Cancelling zombie timer");
@@ -55,7 +57,7 @@ void AsyncMrouteSwitchSm::handleZombieClock() {
          break;
       }
    }
-   // What is left is for the end of the switch to take along: nobody sets the clock any more.
+   // A deleted switch removes the remaining zombies at its end, so the clock has no work left.
    if (chip->deleted()) zombieClock_.arm(Qor::never);
    handleZombie();
 }

@@ -1,9 +1,11 @@
-// Freeing oif set records: at once, or through a time as a zombie.
+// The freeing of oif set records: at once, or after a time as a zombie. It runs in the destructor
+// of the last counted pointer to the record, so that no error can leave it.
 //
 //   record deleted | switch deleted | zombie | usedInHw | outcome (the first row that matches)
 //   ---------------+----------------+--------+----------+---------------------------------------
-//   yes            |                |        |          | nothing: it is freed already
-//   no             | yes            |        |          | freed now; the collections are left alone
+//   yes            |                |        |          | nothing: the record is freed already
+//   no             | yes            |        |          | freed now; the entries of the record stay
+//                  |                |        |          | in the collections
 //   no             | no             | yes    |          | freed now
 //   no             | no             | no     | yes      | becomes a zombie for its zombieLifetime
 //   no             | no             | no     | no       | freed now
@@ -31,7 +33,7 @@ void AsyncMrouteSwitch::handleFreeMtableOifSet(RecordPtr const& record) {
       return;
    }
 
-   // Whoever is told of the changes below may let go of the switch.
+   // A listener of the changes below may release the last reference to the switch.
    auto const self = hold();
    if (deleted_) {
       VEL_TRACE(2, "MrouteSwitch deletion, skipping delayed deletion");
@@ -41,8 +43,8 @@ void AsyncMrouteSwitch::handleFreeMtableOifSet(RecordPtr const& record) {
       freeNow(record);
    } else if (record->usedInHw()) {
       VEL_TRACE(2, "Adding zombie " << *record << " with mcastId: " << record->multicastId());
-      // The key is fixed before a follower of the record is notified. A follower may have the record
-      // resurrected, which then must not wait among the zombies.
+      // The key is fixed before a follower of the record is notified. A follower may cause an
+      // allocation that resurrects the record; such a record must not enter zombieOifSet.
       ZombieKey const key(record->multicastId(), Qor::now() + record->zombieLifetime());
       record->usedInHwIs(false);
       record->zombieIs(key);
@@ -69,7 +71,8 @@ void AsyncMrouteSwitch::freeNow(RecordPtr const& record) {
    if (!deleted_ && inUseOifSet(oifSet) == record) {
       VEL_TRACE(2, "Delete oifset " << oifSet);
       inUseOifSetDel(oifSet);
-      // Whoever has been told may have allocated the set anew: its entries are the newer record's.
+      // A listener may have allocated the same set again: the entries then belong to the newer
+      // record.
       auto const anew = [&] { return inUseOifSet().find(oifSet) != nullptr; };
       if (!anew()) frrMtableOifSetDel(oifSet);
       if (!anew()) frrProcessingOifSetDel(oifSet);

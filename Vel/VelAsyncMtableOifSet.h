@@ -1,15 +1,15 @@
-// The asynchronous path's record of one oif set placed in the chip's replication table.
+// The asynchronous path's record of one oif set in the chip's replication table.
 //
 // Life of a record (the switch, Vel/VelAsyncMrouteSwitch.h, drives it):
 //
 //   state   | recognised by                        | left by
 //   --------+--------------------------------------+---------------------------------------
-//   in use  | deleted false, zombie expiry never   | its last reference going
+//   in use  | deleted false, zombie expiry never   | the release of the last reference
 //   zombie  | in the switch's zombieOifSet, zombie | resurrection by an allocation of the
-//           | expiry finite, usedInHw false        | same oif set, or leaving zombieOifSet
-//   freed   | deleted true                         | destruction with its last reference
+//           | expiry finite, usedInHw false        | same oif set, or removal from zombieOifSet
+//   freed   | deleted true                         | destruction
 //
-// What counts as a user of the record, and how it ends: Vel/VelOifSetRecord.h.
+// Vel/VelOifSetRecord.h lists the users of a record and describes its end.
 #pragma once
 
 #include "Qor/Pool.h"
@@ -33,7 +33,7 @@ class QOR_PUBLIC AsyncMtableOifSet final
       : public OifSetRecord<AsyncMtableOifSet, AsyncMrouteSwitch, AsyncRecordState>,
         public Qor::Pooled {
  public:
-   // The setters of a record visit the notifiees on every store, equal values included.
+   // The setters of a record notify on every store, of an equal value too.
    class Notifiee : public Qor::NotifieeOf<AsyncMtableOifSet> {
     public:
       virtual void onUsedInHw() {}
@@ -45,41 +45,44 @@ class QOR_PUBLIC AsyncMtableOifSet final
       virtual void onZeroReferences() {}
    };
 
-   // `oifSet` is not null. `mrouteSwitch` is the owner; it is not held, and may be null for a
-   // record that nobody frees.
+   // `oifSet` must not be null. The record does not hold its switch, `mrouteSwitch`, which may be
+   // null for a record that no switch frees.
    AsyncMtableOifSet(MrouteLib::OifSetPtr oifSet, bool toCpu, Qor::U32 multicastId,
                      AsyncMrouteSwitch* mrouteSwitch);
 
-   // The hardware replication group that carries the set.
+   // The multicast id of the hardware group that carries the set.
    Qor::U32 multicastId() const { return multicastId_; }
 
-   // A route has been pointed at the group; decides between zombie and immediate free.
+   // Whether a route has been pointed at the group since the record was made or was last a zombie.
+   // If so, the record becomes a zombie when it is released; otherwise it is freed at once.
    bool usedInHw() const { return usedInHw_; }
    void usedInHwIs(bool v) { attrStore<&Notifiee::onUsedInHw>(usedInHw_, v); }
 
-   // The (fixed) group has been taken over by a newer record for the same id: freeing this record
-   // leaves the group alone.
+   // Whether a newer record has taken over the (fixed) group. The freeing of this record then does
+   // not delete the group.
    bool skipDelete() const { return skipDelete_; }
    void skipDeleteIs(bool v) { attrStore<&Notifiee::onSkipDelete>(skipDelete_, v); }
 
+   // Whether the record has been freed.
    bool deleted() const { return deleted_; }
    void deletedIs(bool v) { attrStore<&Notifiee::onDeleted>(deleted_, v); }
 
-   // The record's key among the zombies; the default key while it is none.
+   // The record's key in zombieOifSet; the default key while the record is not a zombie.
    ZombieKey const& zombie() const { return zombie_; }
    void zombieIs(ZombieKey v) { attrStore<&Notifiee::onZombie>(zombie_, v); }
 
-   // How long the record stays a zombie, in seconds.
+   // The time that the record stays a zombie, in seconds.
    Qor::Seconds zombieLifetime() const { return zombieLifetime_; }
    void zombieLifetimeIs(Qor::Seconds v) {
       attrStore<&Notifiee::onZombieLifetime>(zombieLifetime_, v);
    }
 
-   // The group may no longer be shared: no new allocation reuses the record.
+   // Whether the record may not be shared any more: no allocation reuses a dirty record.
    bool dirty() const { return dirty_; }
    void dirtyIs(bool v) { attrStore<&Notifiee::onDirty>(dirty_, v); }
 
-   // Hands the record to its switch. Run by the reference counting.
+   // Passes the record to its switch, which frees it or makes it a zombie. Called by the reference
+   // counting when the last reference goes.
    void doCleanup();
 
  private:
@@ -88,7 +91,7 @@ class QOR_PUBLIC AsyncMtableOifSet final
    Qor::Seconds zombieLifetime_ = 3.0;
 };
 
-// Makes a record. Raises Qor::RangeException "null ValidPtr" should there be none.
+// Makes a record; the arguments are those of the constructor.
 QOR_PUBLIC Qor::ValidPtr<AsyncMtableOifSet> asyncMtableOifSetFactory(
       MrouteLib::OifSetPtr oifSet, bool toCpu, Qor::U32 multicastId,
       AsyncMrouteSwitch* mrouteSwitch);

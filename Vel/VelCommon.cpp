@@ -8,7 +8,8 @@
 
 namespace Vel {
 
-// All levels count as on until the first statement asks the handle, which creates it.
+// All levels are on at first, so that the first trace statement creates the handle. The handle then
+// keeps its levels here.
 Qor::U16 velTraceLevels = 0xFFFF;
 
 Qor::TraceHandle& velTrace() {
@@ -30,7 +31,7 @@ VelBaseHelper::~VelBaseHelper() = default;
 
 void VelBaseHelper::velAssert(Qor::String message) const {
    std::fprintf(stderr, "%s\n", message.c_str());
-   // The place is fixed, so that what operators search for stays the same across releases.
+   // The place is fixed, so that the text that operators search for is the same in each release.
    Qor::assertionFailed("0", "Vel/VelCommon", 25,
                         "void Vel::VelBaseHelper::velAssert(Qor::String) const");
 }

@@ -1,4 +1,5 @@
-// What all of the library shares: the base of the two platform hook classes, and the trace handle.
+// Declarations for all of the library: the base of the two platform hook classes, and the trace
+// handle.
 #pragma once
 
 #include "Qor/Blip.h"
@@ -8,17 +9,18 @@
 
 namespace Vel {
 
-// The text of the assertion behind a hook that the platform must override and did not.
+// The assertion text of a required hook that the platform has not overridden.
 inline constexpr char const* mustBeImplemented =
       "This function must be implemented by derived class";
 
-// Whether the environment variable VEL_NOOP_AGENT is present, whatever its value: required hooks
-// that are not overridden then do nothing. Read at each call.
+// Returns whether the environment variable VEL_NOOP_AGENT is present, with any value: required
+// hooks that are not overridden then do nothing. The function reads the environment at each call.
 QOR_PUBLIC bool noopAgent();
 
+// The base of the platform hook classes of both paths.
 class QOR_PUBLIC VelBaseHelper : public Qor::NamedEntity {
  public:
-   // Writes the message and a newline to the standard error stream, and aborts the process through
+   // Prints the message and a newline to the standard error stream, and aborts the process through
    // a failed assertion.
    [[noreturn]] void velAssert(Qor::String message) const;
 
@@ -26,24 +28,24 @@ class QOR_PUBLIC VelBaseHelper : public Qor::NamedEntity {
    explicit VelBaseHelper(Qor::Name name);
    ~VelBaseHelper() override;
 
-   // The default body of a required hook: returns quietly under VEL_NOOP_AGENT, and otherwise stops
-   // the process through velAssert() with mustBeImplemented.
+   // The default body of a required hook: returns under VEL_NOOP_AGENT, and otherwise calls
+   // velAssert(mustBeImplemented).
    void hookNotImplemented() const;
 };
 
-// Whose types the library's are in the type registry (Qor/Type.h).
+// The module of the library's types in the type registry (Qor/Type.h).
 inline constexpr char typeModule[] = "VelMroute";
 
-// The library's trace handle, "VelMroute", created on first use, and its levels: every trace
-// statement asks them first.
+// The library's trace handle, "VelMroute", created on first use, and its levels, one bit for each.
+// Every trace statement reads the levels before it uses the handle.
 QOR_PUBLIC Qor::TraceHandle& velTrace();
 extern QOR_PUBLIC Qor::U16 velTraceLevels;
 
 }  // namespace Vel
 
-// A trace statement of a library source, which names itself by a constant `velTraceSource`; the same
-// for a lambda, which has captured the __func__ of the enclosing function; and the same for the fast
-// binary trace, at its one level.
+// The trace statements of a library source, whose constant `velTraceSource` names the source.
+// VEL_TRACE_IN is for a lambda that has captured the __func__ of the enclosing function. VEL_BLIP
+// and VEL_BLIP_AT write to the fast binary trace, at level 1.
 #define VEL_TRACE(level, pieces)                                      \
    do {                                                               \
       if (::Vel::velTraceLevels & (1u << (level))) [[unlikely]] {     \

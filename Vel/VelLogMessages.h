@@ -1,4 +1,4 @@
-// The messages the library raises for operators.
+// The log messages that the library raises for operators.
 #pragma once
 
 #include "Qor/Log.h"
@@ -6,7 +6,7 @@
 namespace Vel {
 
 // MROUTE_ACTIVITY_POLLING_INTERVAL_NOT_SUPPORTED. Arguments: the interval in effect, then the
-// configured one, in seconds.
+// configured interval, both in seconds.
 QOR_PUBLIC extern Qor::LogMessage const mrouteActivityPollingIntervalNotSupported;
 
 }  // namespace Vel

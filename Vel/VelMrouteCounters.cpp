@@ -1,8 +1,9 @@
-// Route counters of the synchronous path: which are made, reading them, and publishing them.
+// Route counters of the synchronous path: creating, deleting, reading and publishing them.
 //
-// A counter is written and removed in the reactor's own maps first and published afterwards. Others
-// are told then, and what they change is published by the time they return; so publishing always
-// takes what the maps hold now, and goes on until the records are in step.
+// A counter is written and removed in the reactor's own maps first and published afterwards. A
+// listener of the published records may change the maps again, and such a change is published
+// before the listener returns. So publishing always takes the present content of the maps, and goes
+// on until the records agree with the maps.
 #include <algorithm>
 
 #include "Vel/VelMrouteSmReactors.h"
@@ -16,8 +17,8 @@ namespace {
 
 constexpr char velTraceSource[] = "VelSyncMrouteSm";
 
-// A reading of "unchanged" stays what it is. Sums stop below it: a counter that sticks is better
-// than one that is read as "unchanged" by the next who is given it.
+// A reading of "unchanged" is returned as it is. A sum stops one below that value, since a reader
+// would take a larger sum for "unchanged".
 Qor::U64 counterSum(Qor::U64 stored, Qor::U64 read) {
    if (read == MrouteSm::unchangedCounter) return read;
    constexpr Qor::U64 highest = MrouteSm::unchangedCounter - 1;
@@ -37,7 +38,7 @@ bool MrouteSm::counterRouteConfigured(CounterRoute const& route) const {
    return reactor && reactor->notifier() && reactor->notifier()->counterRoute(route.first);
 }
 
-// Null for a route that no configuration names.
+// The first VRF, by name, whose configuration names the route; null if no configuration does.
 Qor::Name const* MrouteSm::vrfOfCounterRoute(IpGenRouteKey const& key) const {
    auto const it = counterRoute_.lowerBound({key, Qor::Name()});
    return it != counterRoute_.end() && it->first.first == key ? &it->first.second : nullptr;
@@ -59,7 +60,7 @@ void MrouteSm::handleCounterRoute(CounterRoute route) {
    settleCounter(route.first);
 }
 
-// Brings all routes named before, and those that `configs` name now, in step.
+// Updates the counters of all routes that a configuration named before or that `configs` name now.
 void MrouteSm::syncCounterRoutes(std::vector<ConfigPtr> const& configs) {
    if (!initialized()) return;
    auto const self = hold();
@@ -89,8 +90,8 @@ void MrouteSm::handleWildcardCounter() {
       settleCounter(key);
 }
 
-// Makes the counter if it is missing, deletes it if nobody wants it any more. While routing is off
-// the wildcard counter is left as it is.
+// Creates the counter if it is wanted and missing, and deletes it if it is not wanted. While
+// routing is off the wildcard counter is not created.
 void MrouteSm::settleCounter(IpGenRouteKey key) {
    bool const there = counter_.find(key);
    if (!counterWanted(key)) {
@@ -110,12 +111,12 @@ void MrouteSm::createCounter(IpGenRouteKey key) {
    QOR_ASSERT(vrfId.value() <= 0xFFFF);
    if (key == canonicalCatchAllKey()) wildcardRefused_ = true;
    if (!mrouteHelper()->doCreateMrouteCounter(static_cast<Qor::U16>(vrfId.value()), key)) {
-      VEL_TRACE(2, " no counter to be had for " << key);
+      VEL_TRACE(2, " no counter is available for " << key);
       if (counter_.find(key)) removeMfibCounter(key);
       return;
    }
    if (key == canonicalCatchAllKey()) wildcardRefused_ = false;
-   // The hook may have had the configuration changed, and there may be no room to list the counter.
+   // The hook may have changed the configuration, or the counter table may have no room.
    if (!counterWanted(key) || !writeCounter(key, unchangedCounter, true)) {
       mrouteHelper()->doDeleteMrouteCounter(key);
    }
@@ -142,8 +143,8 @@ bool MrouteSm::countersPolled() const {
           mfibCounterStatusCtl()->pollingRefCnt() != 0;
 }
 
-// The counters to read are noted before the first is read: a written one moves to the end of the
-// shadow, and would be met there again.
+// The keys are copied before the first reading, since a written counter moves to the end of the
+// shadow and would be read there again.
 void MrouteSm::doCounterPolling() {
    VEL_TRACE(2, "doCounterPolling"
                       << "  Polling " << counterShadow_.size() << " counters");
@@ -195,12 +196,13 @@ void MrouteSm::setMfibCounterActive(IpGenRouteKey key, bool active) {
    if (counter_.find(key)) updateMfibCounter(key, unchangedCounter, active);
 }
 
-// Whether the counter has an entry, its own or one that another has published.
+// True if the counter has an entry here or in the counter status, where a platform may publish too.
 bool MrouteSm::counterListed(IpGenRouteKey const& key) const {
    return counter_.find(key) || (mfibCounterStatus() && mfibCounterStatus()->counter().find(key));
 }
 
-// An entry without a time stamp is as good as none, unless it was written at the time 0.
+// A published entry without a time stamp does not count; the reactor's own entry then decides,
+// which covers an entry written at the time 0.
 Qor::U64 MrouteSm::storedCounter(IpGenRouteKey const& key) const {
    auto const* const published =
          mfibCounterStatus() ? mfibCounterStatus()->counter().find(key) : nullptr;
@@ -209,11 +211,11 @@ Qor::U64 MrouteSm::storedCounter(IpGenRouteKey const& key) const {
    return own ? own->second.value : 0;
 }
 
-// False if there was no room for a new counter.
+// Returns false if the table had no room for a new counter.
 bool MrouteSm::writeCounter(IpGenRouteKey const& key, Qor::U64 value, bool active) {
    VEL_TRACE(2, "updateMfibCounter"
                       << " , Key: " << key << ", value: " << value << ", active: " << active);
-   // A listener that was notified of the counter that went may have entered this one meanwhile.
+   // A listener of the removed counter may have entered this counter itself.
    if (!counterListed(key) && !makeCounterRoom() && !counterListed(key)) {
       VEL_TRACE(2, " no room for counter " << key);
       return false;
@@ -247,8 +249,8 @@ void MrouteSm::removeMfibCounter(IpGenRouteKey key) {
    publishCounter(key);
 }
 
-// One counter gives up its place in a full table. False where there is none to do so, or where a
-// listener that was notified of it took the place.
+// Removes the counter idle for longest from a full table. Returns false if the table has no counter
+// to remove, or if a listener of the removal took the free place.
 bool MrouteSm::makeCounterRoom() {
    auto const& ctl = mfibCounterStatusCtl();
    if (!ctl || ctl->limit() > ctl->currSize()) return true;

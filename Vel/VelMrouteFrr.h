@@ -1,8 +1,8 @@
-// What the fast reroute of both paths has in common: which sets a failed interface hits, what they
-// are rewritten to, and the pass over those that wait.
+// The common part of the fast reroute of both paths: the choice of the sets that the failure of an
+// interface affects, their replacement, and the pass over the waiting sets.
 //
-// A set's backup members (portVlanFrr) are its complete replacement. The oif set objects stay as
-// they are: the platform is given a new one.
+// The backup members of a set (portVlanFrr) are its complete replacement. The oif set objects stay
+// unchanged: the platform receives a new object.
 #pragma once
 
 #include <algorithm>
@@ -15,25 +15,26 @@
 
 namespace Vel {
 
-// A pass stops when it has lasted this long, tested before each rewrite.
+// The longest time of a pass, in seconds, tested before each rewrite.
 inline constexpr Qor::Seconds frrPassBudget = 0.1;
 
-// Whether the interface carries nothing any more.
+// Returns whether an interface in this state carries no traffic.
 inline bool startsReroute(Interface::IntfOperStatus status) {
    return status == Interface::IntfOperStatus::down ||
           status == Interface::IntfOperStatus::lowerLayerDown;
 }
 
-// Whether the failure of `failed` has the set rewritten: its traffic comes in there, and it has
-// backup members.
+// Returns whether the failure of interface `failed` causes a rewrite of the set: the traffic of the
+// set comes in over `failed`, and the set has backup members.
 inline bool reroutedOn(MrouteLib::PortVlanSet const& set, Lnet::IntfId failed) {
    return set.currentIif() == failed && !failed.isNull() && !set.portVlanFrr().empty();
 }
 
-// The backup members: "rtr5:1009 rtr6:1010".
+// Returns the backup members as text: "rtr5:1009 rtr6:1010".
 QOR_PUBLIC Qor::String frrMembers(MrouteLib::PortVlanSet const& set);
 
-// The set with its backup members in the place of the outgoing ones. `added` is told each.
+// Returns a copy of the set with the backup members as outgoing members. Calls `added(member)` for
+// each backup member.
 template <class Added>
 MrouteLib::PortVlanSet frrReplacement(MrouteLib::PortVlanSet const& set, Added const& added) {
    MrouteLib::PortVlanSet replacement = set;
@@ -43,8 +44,9 @@ MrouteLib::PortVlanSet frrReplacement(MrouteLib::PortVlanSet const& set, Added c
    return replacement;
 }
 
-// Where the last pass of any reactor of the path stopped, and the reactor: one for the process,
-// since passes never overlap. It holds the oif set, and goes with its reactor.
+// The place where the last pass of any reactor of the path stopped, and this reactor. The process
+// has one position for each path, since passes never overlap. The position holds its oif set; the
+// destructor of the reactor clears it.
 template <class Reactor>
 struct FrrPosition {
    MrouteLib::OifSetPtr oifSet;
@@ -59,10 +61,10 @@ struct FrrPosition {
    }
 };
 
-// One pass over what waits: from `from` on, or from the beginning where that does not wait, and
-// round, until nothing waits or the deadline has come. `rewrite` deals with one oif set, and has it
-// wait no more. Returns the next oif set; null when none waits. By key, since whoever is told of a
-// rewrite may change the collection.
+// One pass over the waiting oif sets, in a circle from `from` on, or from the beginning if `from`
+// does not wait, until no set waits or the deadline is reached. `rewrite` rewrites one oif set and
+// removes it from `waiting`. Returns the oif set with which the next pass begins; null if no set
+// waits. The pass looks each set up again, since a listener of a rewrite may change the collection.
 template <class Waiting, class Rewrite>
 MrouteLib::OifSetPtr frrPass(Waiting const& waiting, MrouteLib::OifSetPtr const& from,
                              Qor::Seconds deadline, Rewrite const& rewrite) {

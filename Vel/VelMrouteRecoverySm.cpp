@@ -49,7 +49,7 @@ Qor::ValidPtr<RecoverySm> recoverySmFactory(
                                 std::move(vrfEnabledStatus), std::move(mfibHwStatus));
 }
 
-// The names are noted first: whoever hears of a new status may enable or disable VRFs.
+// The names are copied first, since a listener of a new status may enable or disable VRFs.
 void RecoverySm::doAddMfibHwVrfStatus() {
    RECOVERY_TRACE(8, "doAddMfibHwVrfStatus");
    std::vector<L3::VrfName> names;

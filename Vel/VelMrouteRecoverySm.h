@@ -1,9 +1,10 @@
 // Restart recovery. After the agent restarts, the hardware still holds its multicast routes, but
 // the published hardware status is empty. The restart logic of the agent calls
-// doAddMfibHwVrfStatus() once and doAddMfibHwStatusEntry() once for each route that it finds in
-// hardware; the status is rebuilt from that. Nothing is programmed here.
+// doAddMfibHwVrfStatus() once, and doAddMfibHwStatusEntry() once for each route that it finds in
+// hardware. These calls rebuild the status; they program nothing. A listener of the status that
+// throws ends the notification, and the error reaches the caller.
 //
-// Traces go to a handle of their own, "VelMrouteRecovery".
+// Traces use the trace handle "VelMrouteRecovery".
 #pragma once
 
 #include "Bridging/VlanId.h"
@@ -16,21 +17,21 @@ namespace Vel::Mroute {
 
 class QOR_PUBLIC RecoverySm final : public Qor::StateMachine {
  public:
-   // All four are held counted, and not null (assertion).
+   // All four arguments are held counted, and not null (assertions).
    RecoverySm(Qor::Ptr<L3Status const> velL3Status,
               Qor::Ptr<IntfVlanId::Table const> intfVlanIdTable,
               Qor::Ptr<Routing::Multicast::Fib::VrfEnabledStatus const> vrfEnabledStatus,
               Qor::Ptr<Routing::Multicast::Fib::Hardware::Status> mfibHwStatus);
 
-   // A hardware VRF status for each VRF with multicast enabled; those that are there stay as they
-   // are.
+   // Makes a hardware VRF status for each VRF with multicast enabled. An existing status stays as
+   // it is.
    void doAddMfibHwVrfStatus();
 
-   // The status of a route found in hardware: of its VRF, with the interface of its vlan as the
-   // accepting one, the empty one for a vlan of none or one that no interface has. Poll times of a
-   // new status are 0: when the route was last used is not known. A VRF number that the L3 status
-   // does not know is traced, and nothing is changed. RangeException for a VRF whose name is too
-   // long ("VrfName::bytes > 100 not allowed").
+   // Makes the status of a route found in hardware, under the route's VRF. The accepting interface
+   // is the interface of `vlan`, or the empty interface if `vlan` is none or no interface has that
+   // vlan. The poll times of a new status are 0, since the time of the route's last use is unknown.
+   // For a VRF number that the L3 status does not know, the call traces and changes nothing. A VRF
+   // with too long a name raises RangeException "VrfName::bytes > 100 not allowed".
    void doAddMfibHwStatusEntry(VrfId vrfId, Routing::Multicast::Fib::IpGenRouteKey const& routeKey,
                                Bridging::VlanIdOrNone vlan);
 

@@ -41,7 +41,8 @@ MrouteSm::MrouteSm(Qor::Ptr<VelCommonSmData const> acsd, Qor::Ptr<L3Status> l3St
    handleInitialized();
 }
 
-// The reactors go first: nobody who hears that counters are withdrawn has them made again.
+// The nested reactors are released first, so that a listener of the removed counters cannot make
+// this reactor create them again.
 MrouteSm::~MrouteSm() {
    initialized_ = false;
    counterPollingClock_.arm(Qor::never);
@@ -172,7 +173,8 @@ void MrouteSm::mfibConfigVrfNotify(Qor::Name vrfName) {
    mfibConfigVrf_.notify(*this, std::move(vrfName));
 }
 
-// All reactors are there before the first counter is touched, which may change the directory.
+// All nested reactors exist before the first counter changes, since a hook of a counter may change
+// the directory.
 void MrouteSm::syncMfibConfigVrf() {
    auto const self = hold();
    std::vector<ConfigPtr> configs;
@@ -195,7 +197,7 @@ void MrouteSm::handleInitialized() {
    doEnableMulticastRouting(isMulticastEnabled());
    initialized_ = true;
    counterPollingClock_.arm(Qor::now() + counterPollingInterval());
-   // What the hooks changed has not been heard, and routes may be configured already.
+   // The handlers did nothing while the hooks above ran, and routes may be configured already.
    decideRouting();
    if (!wildcardRefused_) settleCounter(Routing::Multicast::Fib::canonicalCatchAllKey());
    syncMfibConfigVrf();
@@ -224,8 +226,8 @@ void MrouteSm::handleMulticastRouting() {
    decideRouting();
 }
 
-// A hook or a notification may change what the decision stands on before the L3 status says that it
-// was taken. Such a change finds nothing to do when it is handled, so it is looked for here.
+// A hook or a listener may change an input of the decision before the L3 status has the decision.
+// The handler of such a change finds nothing to do, so the inputs are compared again here.
 void MrouteSm::decideRouting() {
    if (!l3Status()) return;
    auto const self = hold();
@@ -250,7 +252,7 @@ void MrouteSm::doEnableMulticastRouting(bool enable) {
          l3Status()->multicastRoutingEnabledIs(true);
          l3Status()->numTimesMcastRoutingEnabledIs(l3Status()->numTimesMcastRoutingEnabled() + 1);
       }
-      // Whoever was notified may have turned it off again, and then there is nothing to count.
+      // A listener may have turned routing off again; then the counters are not needed.
       bool const stillOn = !l3Status() || routing();
       if (stillOn && mfibVrfConfig()) {
          mrouteHelper()->handleMrouteCounterMode(mfibVrfConfig()->counterMode());

@@ -1,65 +1,85 @@
-// The agent-wide reactor of the synchronous path. It decides whether the hardware routes multicast
-// at all, tells the platform and the layer 3 status, and keeps the route counters: which are made,
-// when they are read, and what is published of them. Chips have reactors of their own.
+// The agent-wide reactor of the synchronous path. The reactor decides whether the hardware routes
+// multicast at all, and passes the decision to the platform and to the layer 3 status. It keeps the
+// route counters: it creates and deletes them, reads them on a clock, and publishes them. One such
+// reactor serves all chips; each chip has a reactor of its own (Vel/VelSyncMrouteSm.h).
 //
 //   concern                                          | source
 //   -------------------------------------------------+----------------------
 //   set-up, turning routing on and off, verification | VelMrouteSm.cpp
 //   counters: making, polling, clearing, publishing  | VelMrouteCounters.cpp
 //
-// Inputs. The hook object is required; every other input may be null, and then:
+// Threads. The thread of the activity loop makes all calls.
 //
-//   null input           | what it means
+// Order. Make the hook object first, then this reactor, once for all chips. The library needs no
+// order between this reactor and the switches; the constructor calls the hook mrouteInit(true). Let
+// go of this reactor before the hook object.
+//
+// Errors. A hook that throws ends the operation, and the error reaches the caller of the mutator
+// that notified the reactor. A counter whose creation throws is not recorded, and a counter whose
+// deletion throws stays recorded. If a hook throws in the constructor, no reactor is made; then the
+// caller sets mrouteSm to null in the hook object. A listener that throws ends the notification,
+// and the error reaches the caller of the mutator. In the destructor the records lose their
+// counters: their listeners must not throw there, since the process is terminated.
+//
+// Inputs. The hook object is required; every other input may be null:
+//
+//   null input           | consequence
 //   ---------------------+-----------------------------------------------------------------------
-//   acsd                 | nobody verifies
-//   l3Status             | VRF ids are 0, and the platform is told once, at construction, whether
-//                        | multicast is routed; a change of that is an assertion
-//   mfibVrfConfig        | no counters, no counter mode, no VRFs to follow
+//   acsd                 | no verification, unless the caller sets verifyData
+//   l3Status             | VRF ids are 0, and the platform is notified once, at construction, of
+//                        | the routing decision; a later change of an input that leads to a
+//                        | decision is an assertion
+//   mfibVrfConfig        | no counters, no counter mode, no reactors for VRFs
 //   mfibHwStatus,        | multicast routing is off
 //   mcastEnabledStatus   |
-//   ipStatus             | kept for the platform; nothing here reads it
-//   mfibCounterStatus    | counters are made and deleted, but neither read nor published
-//   mfibCounterStatusCtl | there is no limit, and nothing is read or counted
+//   ipStatus             | none: the reactor keeps it for the platform and does not read it
+//   mfibCounterStatus    | counters are created and deleted, but neither read nor published
+//   mfibCounterStatusCtl | the number of counters has no limit, and no counter is read
 //
 // Routing. Multicast is routed while a VRF has it enabled and the hardware status says hwRouting.
-// Each time that turns true the platform is given the counter mode and the wildcard counter. It is
-// not decided anew before the reactor is initialised. A decision that its own hooks or listeners
-// overturn is taken again, maxDecisions times at most; then the reactor leaves routing as it is,
-// traces that and counts it in abandonedDecisions().
+// Each time the decision turns true, the reactor passes the counter mode to the platform and
+// creates the wildcard counter. Before set-up is complete, a change of an input leads to no
+// decision. If hooks or listeners overturn a decision while the reactor applies it, the reactor
+// decides again, at most maxDecisions times. Then it leaves routing as it is, traces that and
+// counts it in abandonedDecisions().
 //
-// Which counters there are.
+// Existence of counters.
 //  - The wildcard counter, of the key canonicalCatchAllKey() and the VRF id 0, counts all routes.
-//    It is made when routing turns on while allCounter is set, and when allCounter is set while
-//    routing is on. It goes when allCounter is cleared.
-//  - A route that a VRF's configuration names in counterRoute has a counter of its own, but only
-//    while allCounter is set as well: a user who wants to see a single route has to turn on both.
-//    What counts is the configuration, and not the order in which it was made. The counter goes
-//    with the entry, with the VRF's configuration and with allCounter. The hardware knows routes by
-//    their keys alone: of several VRFs that name the same route, the first by name has the counter
-//    made, and the last one lets it go.
-//  - The platform may enter others, of routes that it found, through updateMfibCounter().
-// A counter that was refused, or aged out, is missing until something asks for it again.
-// A new counter is made before an old one makes room for it, so the platform sets the control
-// record's limit at least one below what its hardware holds.
-// Turning routing off leaves the counters alone: they keep their values and flags, and read 0.
+//    The reactor creates it when routing turns on while allCounter is set, and when allCounter is
+//    set while routing is on. The reactor deletes it when allCounter is cleared.
+//  - A route in counterRoute of a VRF's configuration has a counter of its own, but only while
+//    allCounter is set as well: a user who wants to see a single route has to turn on both. The
+//    configuration alone decides, not the order of its changes. The reactor deletes the counter
+//    with the entry, with the VRF's configuration or with allCounter. The hardware knows routes by
+//    their keys alone. If several VRFs name the same route, the counter is created for the first
+//    VRF by name, and is deleted when the last of these VRFs no longer names the route.
+//  - The platform may enter further counters, of routes that it found, through updateMfibCounter().
+// A counter that the platform refused, or that aged out, is missing until a change requests it
+// again. The platform creates a new counter before an old counter makes room. So the platform sets
+// the control record's limit at least one below the capacity of its hardware.
+// Turning routing off leaves the counters alone: they keep their values and flags, and the platform
+// returns 0 for their readings.
 //
-// What is kept of them. `counterShadow` lines up all counters by the time of their last writing, so
-// the first has been idle for longest; writing moves a counter to the end. The two records are
-// copies of that for others to see: they get all counters when they are set, and lose them when
-// they are replaced and with the reactor. The value of a counter is the published one, though: an
-// entry of the counter status with a time stamp is what "unchanged" keeps and what a reading is
-// added to, also when another has written it. No value grows to unchangedCounter by addition.
+// Storage of counters. `counterShadow` orders all counters by the time of their last writing, so
+// the first counter has been idle for longest; a writing moves the counter to the end. The two
+// records hold published copies: they get all counters when they are set, and lose them when they
+// are replaced and when the reactor is destroyed. The published value of a counter takes
+// precedence. If the counter status has an entry with a time stamp, "unchanged" keeps the value of
+// that entry, and a reading is added to it, also if another writer has published the entry. No
+// value grows to unchangedCounter by addition.
 //
-// Notifications. Before initialisation, handlers trace and do nothing else: enabling hands on what
-// is configured by then. The setters of inputs and settings and the operations of the collection
-// notify the reactor's own notifiees, once all that depends on the change has followed it. All
-// operations survive the acts of hooks and listeners, up to dropping the last reference to the
-// reactor. A platform may hold the reactor counted from the first hook on.
+// Notifications. Before set-up is complete, handlers trace and do nothing else; enabling routing
+// then passes the present configuration to the platform. The setters of inputs and settings and the
+// operations of the collection notify the reactor's own notifiees, after everything that depends on
+// the change is updated. A hook or a listener may act in the middle of any operation, and may even
+// drop the last reference to the reactor. A platform may hold the reactor counted from the first
+// hook on.
 //
-// Clock. Taken from the activity manager; armed from initialisation until destruction.
+// Clock. The reactor takes the clock from the activity manager; the clock is armed from set-up
+// until the reactor is destroyed.
 //
-// Ownership. Inputs are held counted. The nested reactors are the reactor's own and point back at
-// it, and so does the hook object, from construction to destruction.
+// Ownership. The reactor holds its inputs counted. It owns the nested reactors, which point back at
+// it. The hook object points back at the reactor from construction to destruction.
 #pragma once
 
 #include <utility>
@@ -112,14 +132,16 @@ class QOR_PUBLIC MrouteSm final : public Qor::Entity<MrouteSm, Qor::StateMachine
    using VrfConfig = Routing::Multicast::Fib::VrfConfig;
    using VrfEnabledStatus = Routing::Multicast::Fib::VrfEnabledStatus;
 
-   // The value, given or read, that says that a counter's value has not changed.
+   // The special value, passed by a caller or returned by the read hook, for a counter whose value
+   // has not changed.
    static constexpr Qor::U64 unchangedCounter = ~Qor::U64{0};
-   // No polling interval is shorter, so that polling cannot fill an instant.
+   // The shortest polling interval, in seconds, so that polling cannot fill an instant.
    static constexpr Qor::Seconds minCounterPollingInterval = 0.01;
-   // How often a decision on routing is taken again that its own hooks have overtaken.
+   // Limit on re-evaluating the routing decision when a hook or a handler changes its inputs while
+   // the decision is being applied.
    static constexpr Qor::U32 maxDecisions = 8;
 
-   // Reactors, named after what they watch.
+   // The reactors, named after the input that each watches.
    class QorAcsd;
    class QorMfibVrfConfig;
    class QorMfibHwStatus;
@@ -132,14 +154,15 @@ class QOR_PUBLIC MrouteSm final : public Qor::Entity<MrouteSm, Qor::StateMachine
          Qor::ReactorColl<Qor::Name, QorMfibConfigVrf, &Notifiee::onMfibConfigVrf,
                           &Notifiee::onMfibConfigVrfImmediate>;
 
-   // RangeException of null parameters (Qor::throwNullParameter) for a null `mrouteHelper`.
+   // A null `mrouteHelper` raises the RangeException of null parameters (Qor::throwNullParameter).
    MrouteSm(Qor::Ptr<VelCommonSmData const> acsd, Qor::Ptr<L3Status> l3Status,
             Qor::Ptr<VrfConfig const> mfibVrfConfig, Qor::Ptr<HwStatus const> mfibHwStatus,
             Qor::Ptr<Ip::Status const> ipStatus, Qor::Ptr<VelHelper::MrouteSmHelper> mrouteHelper,
             Qor::Ptr<VrfEnabledStatus const> mcastEnabledStatus);
 
-   // ---- Inputs. Those with a reactor may be set again, which moves the reactor to the new entity,
-   //      or to null, which deletes it; what depends on them follows at once. ----
+   // ---- Inputs. An input with a reactor may be set again, which moves the reactor to the new
+   //      entity, or set to null, which deletes the reactor. The state that depends on the input is
+   //      updated at once. ----
 
    Qor::Ptr<VelCommonSmData const> const& acsd() const { return acsd_.object(); }
    void acsdIs(Qor::Ptr<VelCommonSmData const> v);
@@ -178,7 +201,7 @@ class QOR_PUBLIC MrouteSm final : public Qor::Entity<MrouteSm, Qor::StateMachine
       return mcastEnabledStatus_.reactor();
    }
    void mcastEnabledStatusDel() { mcastEnabledStatusIs(nullptr); }
-   // Follows the common data's verifyData.
+   // The verifyData of `acsd`; the attribute follows a change of it.
    Qor::Ptr<VerifyData const> const& verifyData() const { return verifyData_.object(); }
    void verifyDataIs(Qor::Ptr<VerifyData const> v);
    QorVerifyData* newVerifyData(Qor::Ptr<VerifyData const> v) {
@@ -188,13 +211,14 @@ class QOR_PUBLIC MrouteSm final : public Qor::Entity<MrouteSm, Qor::StateMachine
    }
    void verifyDataDel() { verifyDataIs(nullptr); }
 
-   // The records to publish counters in; null until they are set.
+   // The records in which the reactor publishes counters; null until a caller sets them.
    Qor::Ptr<CounterStatus> const& mfibCounterStatus() const { return mfibCounterStatus_; }
    void mfibCounterStatusIs(Qor::Ptr<CounterStatus> v);
    Qor::Ptr<CounterStatusCtl> const& mfibCounterStatusCtl() const { return mfibCounterStatusCtl_; }
    void mfibCounterStatusCtlIs(Qor::Ptr<CounterStatusCtl> v);
 
-   // A clock that replaces another takes over what that was set to, and the other is disarmed.
+   // A clock that replaces another clock takes over its timeMin, and the replaced clock is
+   // disarmed.
    Qor::Ptr<Qor::Clock const> const& counterPollingClock() const {
       return counterPollingClock_.object();
    }
@@ -205,15 +229,17 @@ class QOR_PUBLIC MrouteSm final : public Qor::Entity<MrouteSm, Qor::StateMachine
       return counterPollingClock_.reactor();
    }
    void counterPollingClockDel() { counterPollingClockIs(nullptr); }
-   // The time from one polling to the next, in seconds; a change counts from now. Shorter ones are
-   // taken as minCounterPollingInterval. RangeException
+   // The time from one polling to the next, in seconds. After a change the next polling is one new
+   // interval from now. An interval below minCounterPollingInterval becomes
+   // minCounterPollingInterval. RangeException
    //    "MrouteSm::counterPollingInterval < 0 or not finite not allowed"
    Qor::Seconds counterPollingInterval() const { return counterPollingInterval_; }
    void counterPollingIntervalIs(Qor::Seconds v);
 
-   // One reactor for each VRF with a configuration. The same entity set again keeps its reactor,
-   // another one of the same name gets a new one. A null argument raises the range error of null
-   // parameters. The new...() form does the same as the ...Is() form and returns the reactor.
+   // One reactor for each VRF with a configuration. The same entity set again keeps its reactor; a
+   // different entity of the same name gets a new reactor. A null argument raises the
+   // RangeException of null parameters. The new...() form does the same as the ...Is() form and
+   // returns the reactor.
    MfibConfigVrfColl::Map const& mfibConfigVrf() const { return mfibConfigVrf_.map(); }
    QorMfibConfigVrf* mfibConfigVrf(Qor::Name const& vrfName) const;
    Qor::U32 mfibConfigVrfs() const;
@@ -224,7 +250,7 @@ class QOR_PUBLIC MrouteSm final : public Qor::Entity<MrouteSm, Qor::StateMachine
    void mfibConfigVrfDelAll();
    void mfibConfigVrfNotify(Qor::Name vrfName);
 
-   // All counters, the one idle for longest first, and whether they are active.
+   // All counters, the counter idle for longest first; the value is true for an active counter.
    CounterShadow const& counterShadow() const { return counterShadow_; }
 
    bool disableVerify() const { return disableVerify_; }
@@ -235,37 +261,40 @@ class QOR_PUBLIC MrouteSm final : public Qor::Entity<MrouteSm, Qor::StateMachine
 
    // Ends the construction, once.
    void handleInitialized();
+   // True if a VRF has multicast enabled and the hardware status says hwRouting.
    bool isMulticastEnabled() const;
-   // Decides, and does what the decision changes. Requires the L3 status, once initialised.
+   // Evaluates the routing decision and applies a change of it. After set-up the L3 status must not
+   // be null (assertion).
    void handleMulticastRouting();
-   // Does so without asking whether it is a change. Each call with true adds 1 to the L3 status's
-   // numTimesMcastRoutingEnabled.
+   // Turns routing on or off, also if it is in that state already. Each call with true adds 1 to
+   // numTimesMcastRoutingEnabled of the L3 status.
    void doEnableMulticastRouting(bool enable);
-   // How often routing was left as it was, since each decision was overturned at once.
+   // The number of times that maxDecisions re-evaluations did not settle the decision.
    Qor::U32 abandonedDecisions() const { return abandonedDecisions_; }
-   // Has the platform compare whether routing is on, unless disableVerify is set.
+   // Calls the platform's hook verifyMulticastRouting(), unless disableVerify is set.
    void handleVerify();
 
    // ---- Counters. ----
 
    // Reads all active counters, while the control record's pollingRefCnt is not 0, and arms the
-   // clock for the next time. Each counter there at the start, and still there when its turn comes,
+   // clock for the next polling. A counter that exists at the start, and still exists at its turn,
    // is read once.
    void doCounterPolling();
-   // Writes a counter, with the present time; unchangedCounter keeps the value that it has. A new
-   // counter that finds the table full takes the place of the first of counterShadow; it is not
-   // entered where there is none, or where a listener has taken that place. So a table whose limit
-   // was lowered grows no more, and shrinks as counters are removed.
+   // Writes a counter, with the present time as its time stamp; unchangedCounter keeps its value.
+   // If the table is full, a new counter replaces the first counter of counterShadow. The new
+   // counter is not entered if counterShadow is empty or a listener has taken the free place. So a
+   // table whose limit was lowered does not grow, and shrinks as counters are removed.
    void updateMfibCounter(IpGenRouteKey key, Qor::U64 value, bool active);
    void removeMfibCounter(IpGenRouteKey key);
-   // For a platform whose hardware has stopped counting a route, or counts it again. Does nothing
-   // without the counter.
+   // For a platform whose hardware has stopped counting a route, or counts the route again. Does
+   // nothing for a route without a counter.
    void setMfibCounterActive(IpGenRouteKey key, bool active);
-   // The route need not have a counter here.
+   // Clears the counter in the hardware and here. The route need not have a counter here.
    void handleClearRouteCounter(IpGenRouteKey key);
+   // Creates or deletes the wildcard counter and the route counters after a change of allCounter.
    void handleWildcardCounter();
-   // Hands on the mode, while routing is on, and clears all counters, the wildcard counter first:
-   // packets and bytes do not add up.
+   // Passes the mode to the platform, while routing is on, and clears all counters, the wildcard
+   // counter first: a sum of packets and bytes would mean nothing.
    void handleMulticastCounterMode();
 
  private:
@@ -312,14 +341,14 @@ class QOR_PUBLIC MrouteSm final : public Qor::Entity<MrouteSm, Qor::StateMachine
    Qor::Ptr<CounterStatusCtl> mfibCounterStatusCtl_;
    Qor::WatchedClock<QorCounterPollingClock> counterPollingClock_;
    Qor::Seconds counterPollingInterval_ = 2.0;
-   // The counters by route, as they are published; each is in the shadow under its time stamp.
+   // The counters by route, as published; counterShadow_ has each counter under its time stamp.
    Qor::HashMap<IpGenRouteKey, CounterStatus::Entry> counter_;
    CounterShadow counterShadow_;
    Qor::U32 activeCounters_ = 0;
-   // What of the two counts the control record has been told.
+   // The values of currSize and currActive already published to the control record.
    Qor::U32 publishedSize_ = 0;
    Qor::U32 publishedActive_ = 0;
-   // The routes that configurations name, with the VRF; a set.
+   // The routes that configurations name, each with the VRF. All values are true.
    Qor::OrderedMap<CounterRoute, bool> counterRoute_;
    Qor::U32 abandonedDecisions_ = 0;
    // The platform has refused the wildcard counter, and allCounter has not changed since.

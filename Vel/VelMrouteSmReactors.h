@@ -1,6 +1,6 @@
-// The nested reactors of the synchronous path's agent-wide reactor: what they watch, and which
-// handler they call. Each points back at its owner without holding it; the owner creates and
-// deletes them, and may do so while one of them is being called.
+// The nested reactors of the synchronous path's agent-wide reactor. Each class binds the
+// notifications of one input to a handler of its owner. A reactor points back at its owner without
+// holding it; the owner creates and deletes the reactor, possibly during a call of that reactor.
 #pragma once
 
 #include "Vel/VelMrouteSm.h"
@@ -55,7 +55,7 @@ class MrouteSm::QorMfibConfigVrf final : public Config::Notifiee, public MrouteS
    }
    void onCounterRoute(IpGenRouteKey const& key) override { handleCounterRoute(key); }
    void onCounterRouteImmediate() override { mrouteSm()->syncCounterRoutes({config_}); }
-   // An entry that is removed asks for nothing, and neither does the immediate form.
+   // Only a new entry requests a clearing; a removed entry and the immediate form do not.
    void onClearCounterRoute(IpGenRouteKey const& key) override {
       if (config_->clearCounterRoute().find(key)) mrouteSm()->handleClearRouteCounter(key);
    }

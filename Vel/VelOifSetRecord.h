@@ -1,15 +1,17 @@
-// What the oif set records of the two paths have in common: one record stands for one oif set that
-// a programmer has placed in its chip's replication table.
+// The common base of the oif set records of the two paths. A record stands for one oif set that a
+// programmer has placed in its chip's replication table.
 //
-// References to a record are held by the routes that use it, by its entry among the zombies and by
-// the programmer's mtableOifSet result until the caller has taken it. The programmer's other
-// collections name it without holding it (RecordName).
+// References to a record are held by the routes that use the record, by its entry in zombieOifSet,
+// and by the programmer's mtableOifSet result until the caller has taken it. The programmer's other
+// collections name the record without holding it (RecordName).
 //
-// When the last reference goes, the notifiees are told first (onZeroReferences); if one of them is
-// still bound afterwards, the record lives on, and the last one's leaving starts over. Otherwise
-// the record hands itself to its programmer (doCleanup), which frees it or makes it a zombie. That
-// happens once per loss of the last reference, synchronously inside the operation that dropped it.
-// A record that has outlived its programmer just goes.
+// When the last reference goes, the record first notifies its reactors (onZeroReferences). If a
+// reactor is still bound afterwards, the record lives on; the unbinding of the last reactor starts
+// the same sequence again. Otherwise the record passes itself to its programmer (doCleanup), which
+// frees it or makes it a zombie. This happens once per loss of the last reference, synchronously
+// inside the operation that dropped the reference, in the destructor of a counted pointer: a
+// reactor or a hook that throws there terminates the process. A record that has outlived its
+// programmer is destroyed without a call of a hook.
 #pragma once
 
 #include <utility>
@@ -19,14 +21,15 @@
 
 namespace Vel {
 
-// How a collection names a record that it does not keep alive: by the serial number of the record,
-// so that a later record at the same address is another one. A name leads nowhere by itself; the
-// programmer's record() returns the named record while that lives. Names compare with records.
+// The name of a record in a collection that does not hold the record: its serial number, so that a
+// later record at the same address has another name. A name gives no access to the record; the
+// programmer's record() returns the named record while the record lives. Names compare with
+// pointers to records.
 template <class Record>
 class RecordName {
  public:
    using Object = Record;
-   // As the record's kind is called, and "Ptr".
+   // The type name of the record, followed by "Ptr".
    static Qor::String typeName() { return Qor::String(Qor::className<Record>()) + "Ptr"; }
 
    RecordName() = default;
@@ -34,7 +37,7 @@ class RecordName {
    RecordName(Record const* record) : serial_(record ? record->serial() : 0) {}
    RecordName(Qor::Ptr<Record> const& record) : RecordName(record.get()) {}
 
-   // 0 for the name of no record.
+   // The serial number of the named record; 0 if the name is empty.
    Qor::U64 serial() const { return serial_; }
    explicit operator bool() const { return serial_ != 0; }
    friend bool operator==(RecordName a, RecordName b) { return a.serial_ == b.serial_; }
@@ -43,33 +46,34 @@ class RecordName {
    Qor::U64 serial_ = 0;
 };
 
-// The programmer that a record belongs to, as its records know it: one object for all of them, which
-// lives as long as any, and which the programmer leaves when it goes.
+// Shared back pointer from the records to their programmer. The programmer sets the pointer to null
+// in its destructor, so that records that outlive the programmer see null.
 template <class Switch>
 class RecordOwner final : public Qor::RefCounted {
  public:
    Switch* mrouteSwitch = nullptr;
 };
 
-// `Record` derives from this, and has a Notifiee with onZeroReferences(), and doCleanup(). `State` is
-// what it keeps beside: what each change of a route looks at, so that it is in the record's first
-// cache line.
+// `Record` derives from this class, and has doCleanup() and a Notifiee with onZeroReferences().
+// `State` has the members that each change of a route reads; as a base it puts them into the
+// record's first cache line.
 template <class Record, class Switch, class State>
 class OifSetRecord : public Qor::Entity<Record, MrouteLib::MtableOifSet>,
                      protected State,
                      public MrouteLib::OifSetCarrier {
  public:
    MrouteLib::OifSetPtr oifSet() const override { return oifSet_; }
-   // The same, not counted once more.
+   // The oif set, without another reference.
    MrouteLib::OifSet const& carried() const { return *oifSet_; }
    // Whether the set also sends to the CPU.
    bool toCpu() const { return toCpu_; }
-   // The programmer the record belongs to, which it does not hold; null once that has gone.
+   // The record's programmer, which the record does not hold; null after the programmer's end.
    Switch* mrouteSwitch() const {
       return programmer() ? static_cast<RecordOwner<Switch> const*>(programmer())->mrouteSwitch
                           : nullptr;
    }
-   // Where the record's entry among the zombies is, if it has one.
+   // The slot number of the record's entry in zombieOifSet (Qor/QueueMap.h); of no meaning while
+   // the record is not a zombie.
    Qor::U32 queuePlace() const { return queuePlace_; }
    void queuePlaceIs(Qor::U32 place) { queuePlace_ = place; }
 
@@ -83,7 +87,7 @@ class OifSetRecord : public Qor::Entity<Record, MrouteLib::MtableOifSet>,
    }
    ~OifSetRecord() override { leave(*oifSet_); }
 
-   // Hands the record to its programmer, if there still is one.
+   // Passes the record to its programmer; does nothing after the programmer's end.
    void cleanUpBySwitch() {
       if (!mrouteSwitch()) return;
       Qor::Ptr<Record> const self(static_cast<Record*>(this));
@@ -103,9 +107,10 @@ class OifSetRecord : public Qor::Entity<Record, MrouteLib::MtableOifSet>,
    bool const toCpu_;
 };
 
-// Every living record made for one programmer, as the chains of what carries an oif set have them.
-// It is what tells whether a record that is named somewhere still lives. The one that is named in
-// use is known here too, so that the most frequent question of all takes one look.
+// All living records of one programmer, found through the record chains of the oif sets
+// (MrouteLib::OifSetCarrier). A look-up here returns a named record only while the record lives.
+// Each record also has the mark of being the one in inUseOifSet, so that the most frequent look-up
+// needs no table.
 template <class Record, class Switch>
 class LivingRecords {
    using Carrier = MrouteLib::OifSetCarrier;
@@ -114,26 +119,27 @@ class LivingRecords {
    using RecordPtr = Qor::Ptr<Record>;
    using OifSetPtr = MrouteLib::OifSetPtr;
 
-   // Of the programmer whose member this is.
+   // Returns the back pointer for the records of the programmer, which has this object as a member.
    Qor::Ptr<RecordOwner<Switch>> const& owner(Switch* mrouteSwitch) {
       owner_->mrouteSwitch = mrouteSwitch;
       return owner_;
    }
 
-   // The record that inUseOifSet names for this oif set, if it lives, else null.
+   // Returns the record that inUseOifSet names for this oif set if the record lives, else null.
    RecordPtr inUse(OifSetPtr const& oifSet) const {
       for (auto* c = first(oifSet); c; c = next(c)) {
          if (c->inUse()) return static_cast<Record*>(c);
       }
       return nullptr;
    }
-   // Follows inUseOifSet, ahead of whoever is told of its change.
+   // Marks the record that inUseOifSet is about to name, and clears the marks of the set's other
+   // records. inUseOifSet changes afterwards, so that its reactors read the new mark.
    void inUseIs(OifSetPtr const& oifSet, RecordName<Record> named) {
       for (auto* c = first(oifSet); c; c = next(c))
          c->inUseIs(c->serial() == named.serial());
    }
 
-   // The named record of this oif set if it lives, else null.
+   // Returns the named record of this oif set if the record lives, else null.
    RecordPtr find(OifSetPtr const& oifSet, RecordName<Record> named) const {
       if (!named) return nullptr;
       for (auto* c = first(oifSet); c; c = next(c)) {
@@ -141,7 +147,7 @@ class LivingRecords {
       }
       return nullptr;
    }
-   // All living records of this oif set, the newest first.
+   // Returns all living records of this oif set, the newest first.
    std::vector<RecordPtr> all(OifSetPtr const& oifSet) const {
       std::vector<RecordPtr> found;
       for (auto* c = first(oifSet); c; c = next(c))
@@ -149,11 +155,11 @@ class LivingRecords {
       return found;
    }
 
-   // The programmer goes: its records belong to nobody from now on.
+   // Detaches the records from the programmer, at the programmer's end.
    void releaseAll() { owner_->mrouteSwitch = nullptr; }
 
  private:
-   // The chain of the set's carriers, of which those of other programmers are passed over.
+   // Step through the chain of the set, and skip the records of other programmers.
    Carrier* first(OifSetPtr const& oifSet) const {
       return oifSet ? own(Carrier::firstOf(*oifSet)) : nullptr;
    }

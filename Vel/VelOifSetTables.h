@@ -1,6 +1,10 @@
-// The collections of oif set records that the table programmers of both paths keep, with the same
-// names and the same meaning. A programmer derives from OifSetTables, and its Notifiee from
+// The collections of oif set records of a table programmer, with the same names and the same
+// meaning on both paths. A programmer derives from OifSetTables, and its Notifiee from
 // OifSetTablesNotifiee.
+//
+// Each change of a collection notifies the programmer's reactors with the key, and a removal of all
+// entries notifies them once by the immediate form. A reactor that throws ends the notification;
+// the error reaches the caller of the mutator, with the change made.
 #pragma once
 
 #include <utility>
@@ -12,7 +16,7 @@
 
 namespace Vel {
 
-// What is told of these collections.
+// The handlers of the changes of these collections.
 template <class Switch, class ZombieKey>
 class OifSetTablesNotifiee : public Qor::NotifieeOf<Switch> {
  public:
@@ -34,7 +38,7 @@ class OifSetTablesNotifiee : public Qor::NotifieeOf<Switch> {
    }
 };
 
-// `Base` is the programmer's interface, `Record` its kind of records. `Switch` has a `typeName`.
+// `Base` is the programmer's interface, `Record` the type of its records. `Switch` has `typeName`.
 template <class Switch, class Base, class Record, class ZombieKey>
 class OifSetTables : public Qor::Entity<Switch, Base> {
    using Told = OifSetTablesNotifiee<Switch, ZombieKey>;
@@ -53,19 +57,21 @@ class OifSetTables : public Qor::Entity<Switch, Base> {
    using FrrProcessingOifSetColl = Qor::Collection<RecordMap, &Told::onFrrProcessingOifSet,
                                                    &Told::onFrrProcessingOifSetImmediate>;
 
-   // The record `named` under `oifSet` in one of the collections, if it still lives; else null.
+   // Returns the record that one of the collections names under `oifSet` if the record lives, else
+   // null.
    RecordPtr record(OifSetPtr const& oifSet, NamedRecord named) const {
       return livingRecords_.find(oifSet, named);
    }
-   // All living records that carry `oifSet`, the newest first: more than one where a dirty or a
-   // non-reusable record has been replaced while routes still used it.
+   // Returns all living records that carry `oifSet`, the newest first. A set has more than one if a
+   // dirty or a non-reusable record has been replaced while routes still used the record.
    std::vector<RecordPtr> records(OifSetPtr const& oifSet) const {
       return livingRecords_.all(oifSet);
    }
-   // The living in-use record of `oifSet`, zombies included; else null.
+   // Returns the record that inUseOifSet names under `oifSet`, zombies included, if the record
+   // lives; else null.
    RecordPtr inUseRecord(OifSetPtr const& oifSet) const { return livingRecords_.inUse(oifSet); }
 
-   // The latest record of each oif set, zombies included; not counted.
+   // Names the latest record of each oif set, zombies included; holds no record.
    RecordMap const& inUseOifSet() const { return inUseOifSet_.map(); }
    NamedRecord inUseOifSet(OifSetPtr const& s) const { return inUseOifSet_.value(s); }
    void inUseOifSetIs(OifSetPtr s, NamedRecord v) {
@@ -87,12 +93,13 @@ class OifSetTables : public Qor::Entity<Switch, Base> {
    }
    void inUseOifSetNotify(OifSetPtr s) { inUseOifSet_.notify(self(), s); }
 
-   // The zombies, the next to expire first. An entry keeps its record alive; removing it may free
-   // the record before the operation returns, which needs the switch.
+   // The zombies in the order of their expiry. An entry holds its record; its removal may free the
+   // record before the operation returns. The freeing uses the switch: the removals by key and of
+   // all entries hold the switch until they return; the caller of the iterator form must hold it.
    typename ZombieOifSetColl::Map const& zombieOifSet() const { return zombieOifSet_.map(); }
    RecordPtr zombieOifSet(ZombieKey const& key) const { return zombieOifSet_.value(key); }
-   // Under the record's own zombie key. A null record raises the range error of null parameters
-   // (Qor::throwNullParameter).
+   // Adds the record under its own zombie key. A null record raises the range error of null
+   // parameters (Qor::throwNullParameter).
    void zombieOifSetIs(RecordPtr record) {
       if (!record) Qor::throwNullParameter(Switch::typeName, "zombieOifSet");
       ZombieKey const key = record->zombie();
@@ -115,7 +122,7 @@ class OifSetTables : public Qor::Entity<Switch, Base> {
    }
    void zombieOifSetNotify(ZombieKey key) { zombieOifSet_.notify(self(), key); }
 
-   // Records whose oif set uses fast reroute; not counted.
+   // Names the records whose oif set uses fast reroute; holds no record.
    RecordMap const& frrMtableOifSet() const { return frrMtableOifSet_.map(); }
    NamedRecord frrMtableOifSet(OifSetPtr const& s) const { return frrMtableOifSet_.value(s); }
    void frrMtableOifSetIs(OifSetPtr s, NamedRecord v) { frrMtableOifSet_.is(self(), s, v); }
@@ -127,7 +134,7 @@ class OifSetTables : public Qor::Entity<Switch, Base> {
    void frrMtableOifSetDelAll() { frrMtableOifSet_.delAll(self()); }
    void frrMtableOifSetNotify(OifSetPtr s) { frrMtableOifSet_.notify(self(), s); }
 
-   // Records that wait to be rewritten for fast reroute; not counted.
+   // Names the records that wait to be rewritten for fast reroute; holds no record.
    RecordMap const& frrProcessingOifSet() const { return frrProcessingOifSet_.map(); }
    NamedRecord frrProcessingOifSet(OifSetPtr const& s) const {
       return frrProcessingOifSet_.value(s);
@@ -145,20 +152,20 @@ class OifSetTables : public Qor::Entity<Switch, Base> {
    using Qor::Entity<Switch, Base>::Entity;
    ~OifSetTables() override = default;
 
-   // Takes a zombie back.
+   // Removes the record from zombieOifSet, so that a route may use the record again.
    void resurrect(Record const& record) {
       zombieOifSet_.map().expect(record.queuePlace());
       zombieOifSetDel(record.zombie());
    }
 
-   // For the end of the switch: the records that others hold are named no more.
+   // Empties the collections that name records, at the end of the switch.
    void recordNamesDelAll() {
       inUseOifSetDelAll();
       frrMtableOifSetDelAll();
       frrProcessingOifSetDelAll();
    }
 
-   // The records that outlive the switch belong to nobody from now on. First in its destructor.
+   // Detaches the records that outlive the switch. The switch calls it first in its destructor.
    void releaseRecords() { livingRecords_.releaseAll(); }
 
  private:

@@ -1,4 +1,4 @@
-// What the descriptions of the two paths' programmers and records have in common, for the type
+// The common part of the descriptions of the two paths' programmers and records, for the type
 // registry.
 #pragma once
 
@@ -7,7 +7,7 @@
 
 namespace Vel {
 
-// The collections of records.
+// Describes the collections of records.
 template <class Switch, class Tables>
 void describeOifSetTables(Qor::Describe<Switch>& type) {
    using InUse = typename Tables::InUseOifSetColl;
@@ -29,7 +29,7 @@ void describeOifSetTables(Qor::Describe<Switch>& type) {
    type.template operation<&Tables::newZombieOifSet>("record");
 }
 
-// What every record has.
+// Describes the attributes and operations of every record.
 template <class Record>
 void describeOifSetRecord(Qor::Describe<Record>& type) {
    using Told = typename Record::Notifiee;

@@ -1,5 +1,6 @@
-// The walk over the routes of the hardware status, as the aging reviews of both paths do it: a
-// slice at a time, from a position that outlives whatever happens to the tables in between.
+// The walk over the routes of the hardware status, for the aging reviews of both paths. A walk runs
+// in slices. Its position is a key, and stays valid while routes and VRFs come and go between two
+// slices.
 #pragma once
 
 #include <iterator>
@@ -8,7 +9,8 @@
 
 namespace Vel {
 
-// A place in the walk: a route of a VRF, or where it was. The empty VRF name is the beginning.
+// A place in the walk: the key of a route of a VRF, whether or not the route still exists. The
+// empty VRF name is the beginning.
 struct RoutePosition {
    L3::VrfName vrfName;
    Routing::Multicast::Fib::IpGenRouteKey routeKey;
@@ -18,11 +20,12 @@ struct RoutePosition {
 
 enum class WalkFrom { position, behindPosition };
 
-// Calls enterVrf(vrfName) for each VRF, and where that says true, visit(vrfName, routeStatus) for
-// each of its routes; both in the order of the keys, from the position on. Goes by keys: whoever
-// hears of what a visit did may add and remove routes and VRFs. The routes of a VRF that has been
-// removed meanwhile are left out. Returns false as soon as a visit does, and true at the end. While
-// a table stays as it is, the walk steps through it instead of looking its place up again.
+// Calls enterVrf(vrfName) for each VRF, and if that returns true, visit(vrfName, routeStatus) for
+// each route of the VRF; both in the order of the keys, from the position on. Both calls may cause
+// routes and VRFs to be added and removed. If a VRF is removed or replaced during the walk, the
+// walk skips its remaining routes. Returns false as soon as a visit returns false, and true at the
+// end. The walk looks its place up by key only after a change of the table; otherwise it steps to
+// the next entry.
 template <class EnterVrf, class Visit>
 bool walkRoutes(Routing::Multicast::Fib::Hardware::Status const& status, RoutePosition const& from,
                 WalkFrom where, EnterVrf const& enterVrf, Visit const& visit) {

@@ -1,6 +1,6 @@
-// Activity polling of the synchronous per-switch reactor: at the configured interval the hit bits
-// of all routes are read, a time-boxed slice at a time, and the routes that were hit are stamped in
-// the hardware status, so that the routing layer can age the others.
+// Activity polling of the synchronous per-switch reactor. At the configured interval the reactor
+// reads the hit bits of all routes, one time-boxed slice at a time. It sets the poll time of each
+// hit route in the hardware status, so that the routing layer can age the idle routes.
 #include <algorithm>
 #include <utility>
 
@@ -17,8 +17,8 @@ namespace {
 
 constexpr char velTraceSource[] = "VelSyncMrouteSm";
 
-// The last route reviewed, and by whom; the next slice goes on behind it, at the end too. One for
-// the process; see the header.
+// The last route reviewed, and the reactor that reviewed it. The next slice goes on behind that
+// route, also if that was the last route of all. One position for the process; see the header.
 struct ReviewPosition {
    RoutePosition route;
    MrouteSwitchSm const* reactor = nullptr;  // null: no review is under way
@@ -29,7 +29,7 @@ ReviewPosition& reviewPosition() {
    return *position;
 }
 
-// The first route behind the position; the invalid key when there is none.
+// The first route behind the position; the invalid key if no route is behind it.
 IpGenRouteKey nextRoute(Routing::Multicast::Fib::Hardware::Status const& status,
                         RoutePosition const& position) {
    IpGenRouteKey next;
@@ -48,7 +48,7 @@ bool isArmed(Qor::Ptr<Qor::Clock const> const& clock) {
 
 }  // namespace
 
-// The next review begins anew, if the one under way is this reactor's.
+// Clears the position if this reactor set it, so that the next review starts at the first route.
 void MrouteSwitchSm::reviewStopped() const {
    if (reviewPosition().reactor == this) reviewPosition() = {};
 }
@@ -96,8 +96,8 @@ void MrouteSwitchSm::doRouteAgingReview() {
    }
    auto const self = hold();
    Qor::Ptr<MrouteSwitch> const chip = mrouteSwitch();
-   // The clock that fired still reads as armed: a hook or a listener that has it disarmed, as the end
-   // of the last route does, stops the review.
+   // The clock that fired still reads as armed. A hook or a listener can disarm it, as the deletion
+   // of the last route does, and thereby stops the review.
    bool const byClock = isArmed(agingClock());
    auto const isStopped = [&] { return byClock && !isArmed(agingClock()); };
    ReviewPosition const last = std::exchange(reviewPosition(), {});
@@ -108,7 +108,8 @@ void MrouteSwitchSm::doRouteAgingReview() {
       VEL_TRACE(6, "VrfItr not found - restarting review and refreshing the cache");
       if (mrouteHelper() && mrouteHelper()->mrouteHitBitCacheRefresh(chip->switchId()) ==
                                   VelHelper::MrouteSmHelper::hitBitCacheBusy) {
-         // The clock has fired and is not set again: it asks once more by itself.
+         // The clock stays as it fired, so it fires again after retryGap and the hook is asked
+         // again.
          VEL_TRACE(6, "cmdInProgress_ ");
          return;
       }
@@ -153,7 +154,7 @@ void MrouteSwitchSm::doRouteAgingReview() {
    chip->mrouteReviewKickIs(chip->mrouteReviewKick() + 1);
 }
 
-// A route that the switch does not hold is asked about all the same: the chip may.
+// The hook is called also for a route that the switch does not hold, since the chip may hold it.
 bool MrouteSwitchSm::isHit(IpGenRouteKey const& key, VlanIdOrNone vlan, Qor::U16 vrfId) const {
    return mrouteHelper() && mrouteSwitch() &&
           mrouteHelper()->mrouteHitBit(mrouteSwitch()->switchId(), vrfId, key, vlan, false);
@@ -181,7 +182,8 @@ void MrouteSwitchSm::reviewRoute(RouteStatus& route, Qor::U16 vrfId) {
       Qor::Name const intfName = entry->first;
       VEL_TRACE(7, "Reviewing fastdrop " << intfName);
       VlanIdOrNone const fastdropVlan = vlanOf(Lnet::IntfId(intfName));
-      if (!fastdropVlan.isNone() && isHit(key, fastdropVlan, vrfId)) {
+      // The hook may have removed the fastdrop entry; writing its time would create it again.
+      if (!fastdropVlan.isNone() && isHit(key, fastdropVlan, vrfId) && fastdrops.find(intfName)) {
          VEL_TRACE(5, "Updating activity bits for fastdrop route" << key << " on vlan "
                                                                   << fastdropVlan);
          route.fastdropLastPollTimeIs(intfName, Qor::now());

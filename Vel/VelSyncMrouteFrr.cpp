@@ -1,6 +1,7 @@
-// Fast reroute of the synchronous per-switch reactor. A failure moves the oif sets it hits from the
-// switch's frrMtableOifSet to frrProcessingOifSet; passes on a clock then rewrite them in place,
-// under the same index, so that every route that has it follows at once.
+// Fast reroute of the synchronous per-switch reactor. A failure of an interface moves the oif sets
+// with that input from the switch's frrMtableOifSet to frrProcessingOifSet. Passes on a clock then
+// rewrite the sets in place, under the same index, so that every route with the index follows at
+// once.
 #include "Qor/Blip.h"
 #include "Vel/VelMrouteFrr.h"
 #include "Vel/VelSyncMrouteSmReactors.h"
@@ -57,7 +58,7 @@ void MrouteSwitchSm::updateFrrMtableOif(Lnet::IntfId intfId) {
       if (live) record->dirtyIs(true);
       chip->frrMtableOifSetDel(oifSet);
       if (live) chip->frrProcessingOifSetIs(oifSet, record);
-      entry = armed.resume(entry);  // last: a listener may have withdrawn others
+      entry = armed.resume(entry);  // after all calls: a listener may have removed further entries
    }
    handleClock();
 }
@@ -80,12 +81,12 @@ void MrouteSwitchSm::handleClock() {
    } else {
       FrrPosition<MrouteSwitchSm>::clear(this);
    }
-   // The switch may be another one by now, and have sets of its own that wait.
+   // A listener may have set a different switch, which can have waiting sets of its own.
    if (setsWait() && !clock()) clockIs(Qor::activityManager()->config()->clock());
    clock_.arm(setsWait() ? Qor::now() : Qor::never);
 }
 
-// Rewrites an oif set that waits, unless its record has gone or became a zombie.
+// Rewrites a waiting oif set, unless its record has been freed or has become a zombie.
 void MrouteSwitchSm::rewriteForFrr(MrouteSwitch& chip, OifSetPtr const& oifSet) {
    auto const velMtableOifSet = chip.record(oifSet, chip.frrProcessingOifSet(oifSet));
    if (!velMtableOifSet || !chip.inUseOifSet().find(oifSet) ||

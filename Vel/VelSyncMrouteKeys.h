@@ -1,5 +1,5 @@
-// The two key types of the synchronous programmer's collections. Their string forms are read back
-// by their parsing constructors, which raise Qor::RangeException on a mismatch.
+// The two key types of the synchronous programmer's collections. Their parsing constructors read
+// the string forms back, and raise Qor::RangeException for a text that does not match.
 #pragma once
 
 #include "Bridging/VlanId.h"
@@ -10,8 +10,8 @@
 
 namespace Vel {
 
-// The place of a zombie among the zombies; `groupId` is its oif set index. The default key means
-// "not a zombie".
+// The position of a zombie record in the switch's order of expiry; `groupId` is the oif set index
+// of the record. The default key means "not a zombie".
 class ZombieKey : public ZombieOrder<ZombieKey> {
  public:
    static constexpr char const* typeName = "Vel::ZombieKey";
@@ -25,9 +25,9 @@ class ZombieKey : public ZombieOrder<ZombieKey> {
    Qor::U32 groupId() const { return number(); }
 };
 
-// Names a programmed route: its key, and the vlan it accepts from, or none. The VRF is no part of
-// it: an accepting vlan belongs to one VRF, and of the no-RPF routes that different VRFs have under
-// one key the latest is named.
+// The name of a programmed route: the route key and the accepting vlan, or a vlan of none. The VRF
+// is not part of the name. An accepting vlan belongs to one VRF. No-RPF routes of several VRFs with
+// one key share the name, which then stands for the latest of these routes.
 class QOR_PUBLIC RouteKeyVlanId {
  public:
    static constexpr char const* typeName = "Vel::RouteKeyVlanId";
@@ -46,7 +46,7 @@ class QOR_PUBLIC RouteKeyVlanId {
    }
 
    friend bool operator==(RouteKeyVlanId const&, RouteKeyVlanId const&) = default;
-   // By the route, then by the vlan as a number.
+   // Ordered by the route key, then by the number of the vlan.
    friend bool operator<(RouteKeyVlanId const& a, RouteKeyVlanId const& b) {
       if (a.route_ == b.route_) return a.vlan_.value() < b.vlan_.value();
       return a.route_ < b.route_;

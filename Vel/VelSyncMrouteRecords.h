@@ -1,15 +1,16 @@
-// The synchronous path's records of what is programmed in one switch chip. The programmer
-// (Vel/VelSyncMrouteSwitch.h) makes, indexes and deletes them; its reactor and the platform read
-// them. Setting an attribute to the value it has tells nobody.
+// The synchronous path's records of the oif sets, routes and boundary entries in one switch chip.
+// The programmer (Vel/VelSyncMrouteSwitch.h) makes, indexes and deletes the records; its reactor
+// and the platform read them. A setter notifies the record's notifiees unless the value is equal to
+// the old value.
 //
 // Life of an oif set record:
 //
-//   state   | recognised by                            | left by
+//   state   | recognised by                            | ends with
 //   --------+------------------------------------------+---------------------------------------
-//   in use  | deleted false, zombie expiry never       | its last reference going
+//   in use  | deleted false, zombie expiry never       | the loss of the last reference
 //   zombie  | in the switch's zombieOifSet, zombie     | resurrection by an allocation of the
 //           | expiry finite                            | same oif set, or leaving zombieOifSet
-//   freed   | deleted true                             | destruction with its last reference
+//   freed   | deleted true                             | destruction with the last reference
 #pragma once
 
 #include "MrouteLib/RouteHandle.h"
@@ -29,7 +30,8 @@ struct SyncRecordState {
    bool softwareOnly_ = false;
 };
 
-// What counts as a user of the record, and how it ends: Vel/VelOifSetRecord.h.
+// The record of one oif set under one index. Vel/VelOifSetRecord.h states which references count as
+// users, and how the record ends.
 class QOR_PUBLIC MtableOifSet final
       : public OifSetRecord<MtableOifSet, MrouteSwitch, SyncRecordState>,
         public Qor::Pooled {
@@ -43,29 +45,32 @@ class QOR_PUBLIC MtableOifSet final
       virtual void onZeroReferences() {}
    };
 
-   // `oifSet` is not null. `mrouteSwitch` is the owner; it is not held, and may be null for a
-   // record that nobody frees.
+   // `oifSet` is not null (assertion). `mrouteSwitch` is the owner, which the record does not hold.
+   // A record with a null `mrouteSwitch` is destroyed without being freed on a chip.
    MtableOifSet(MrouteLib::OifSetPtr oifSet, bool toCpu, MrouteSwitch* mrouteSwitch);
 
-   // Which entry of the chip's replication table carries the set; 0 until it is known.
+   // The index of the chip's replication entry for the set; 0 until the switch has set the index.
    Qor::U32 oifSetIndex() const { return oifSetIndex_; }
    void oifSetIndexIs(Qor::U32 v) { attrIs<&Notifiee::onOifSetIndex>(oifSetIndex_, v); }
 
+   // True once the switch has freed the index.
    bool deleted() const { return deleted_; }
    void deletedIs(bool v) { attrIs<&Notifiee::onDeleted>(deleted_, v); }
 
-   // The record's key among the zombies; the default key while it is none.
+   // The record's key in zombieOifSet; the default key while the record is not a zombie.
    ZombieKey const& zombie() const { return zombie_; }
    void zombieIs(ZombieKey v) { attrIs<&Notifiee::onZombie>(zombie_, v); }
 
-   // The index may no longer be shared: the chip's entry is, or may be, another set's.
+   // True if no further route may share the index, since the chip's entry replicates, or may
+   // replicate, a set other than oifSet(). A fast reroute makes a record dirty.
    bool dirty() const { return dirty_; }
    void dirtyIs(bool v) { attrIs<&Notifiee::onDirty>(dirty_, v); }
 
-   // Whether the set is of the type that stays out of the hardware.
+   // True if the set is of the type that stays out of the hardware.
    bool softwareOnly() const { return softwareOnly_; }
 
-   // Hands the record to its switch. Run by the reference counting.
+   // Passes the record to its switch, which frees it or makes it a zombie. The reference counting
+   // calls this when the last reference goes.
    void doCleanup();
 
  private:
@@ -101,22 +106,23 @@ class QOR_PUBLIC Route final : public Qor::Entity<Route>, public Qor::Pooled {
 
    MrouteLib::RouteHandle handle() const { return handle_; }
    IpGenRouteKey const& key() const { return key_; }
-   // None for a no-RPF route, which accepts from anywhere.
+   // The vlan is none for a no-RPF route, which accepts packets from every vlan.
    Bridging::VlanIdOrNone acceptingVlanId() const { return acceptingVlanId_; }
 
-   // The entry drops what it matches.
+   // True if the entry drops the packets that match.
    bool fastdrop() const { return fastdrop_; }
    void fastdropIs(bool v) { attrIs<&Notifiee::onFastdrop>(fastdrop_, v); }
    Qor::U16 rpaId() const { return rpaId_; }
    void rpaIdIs(Qor::U16 v) { attrIs<&Notifiee::onRpaId>(rpaId_, v); }
    Qor::U16 vrfId() const { return vrfId_; }
    void vrfIdIs(Qor::U16 v) { attrIs<&Notifiee::onVrfId>(vrfId_, v); }
-   // The set the route forwards to; null until it has been pointed at one. Held counted.
+   // The record of the set that the route forwards to, held counted; null until
+   // doSetMtableOifSet() has pointed the route at a record.
    Qor::Ptr<MtableOifSet> const& mtableOifSet() const { return mtableOifSet_; }
    void mtableOifSetIs(Qor::Ptr<MtableOifSet> v) {
       attrIs<&Notifiee::onMtableOifSet>(mtableOifSet_, std::move(v));
    }
-   // The route always counts as used. Set by the routing layer.
+   // True if the aging review always counts the route as used. The routing layer sets it.
    bool noAge() const { return noAge_; }
    void noAgeIs(bool v) { attrIs<&Notifiee::onNoAge>(noAge_, v); }
    bool vxlan() const { return vxlan_; }
@@ -125,7 +131,7 @@ class QOR_PUBLIC Route final : public Qor::Entity<Route>, public Qor::Pooled {
  private:
    ~Route() override;
 
-   // What a change of the route looks at comes first: it is in one cache line.
+   // The members that a change of the route reads come first, so that they share a cache line.
    Qor::Ptr<MtableOifSet> mtableOifSet_;
    MrouteLib::RouteHandle const handle_;
    Qor::U16 rpaId_ = 0;
@@ -141,7 +147,8 @@ QOR_PUBLIC Qor::ValidPtr<Route> routeFactory(MrouteLib::RouteHandle handle,
                                              Routing::Multicast::Fib::IpGenRouteKey const& key,
                                              Bridging::VlanIdOrNone acceptingVlanId);
 
-// A boundary entry that the chip holds: what it matches stays in the vlan in which it arrived.
+// A boundary entry that the chip holds. Packets that match the entry stay in the vlan in which they
+// arrived. The entry notifies nobody.
 class QOR_PUBLIC Boundary final : public Qor::EntityBase {
  public:
    using IpGenRouteKey = Routing::Multicast::Fib::IpGenRouteKey;

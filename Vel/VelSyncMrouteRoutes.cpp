@@ -6,15 +6,13 @@
 namespace Vel {
 
 using Bridging::VlanIdOrNone;
-using MrouteLib::RouteHandle;
-using Routing::Multicast::Fib::IpGenRouteKey;
 using Wisp::Multicast::Fib::RpaIndex;
 
 namespace {
 
 constexpr char velTraceSource[] = "VelSyncMrouteSm";
 
-// A record in traces.
+// Prints a record, or "null", in traces.
 struct Shown {
    MrouteLib::MtableOifSetPtr const& record;
    friend std::ostream& operator<<(std::ostream& os, Shown const& shown) {
@@ -42,7 +40,8 @@ MrouteSwitch::RoutePtr MrouteSwitch::routeIs(RouteHandle handle, IpGenRouteKey k
    return r;
 }
 
-// A route that leaves may be the last user of its oif set, which needs the switch to be freed.
+// The removed route may be the last user of its record, and the switch must live to free that
+// record.
 void MrouteSwitch::routeDel(RouteHandle handle) {
    auto const self = hold();
    handleToRouteKey_.erase(handle);
@@ -99,7 +98,8 @@ void MrouteSwitch::doAllocateRoute(IpGenRouteKey const& routeKey, VlanIdOrNone a
 
 void MrouteSwitch::allocateBoundary(IpGenRouteKey const& key, VlanIdOrNone acceptingVlanId,
                                     Qor::U16 vrfId) {
-   // Raised for a vlan of none before the platform has done anything that would have to be undone.
+   // A vlan of none raises here, before the platform has programmed an entry that would stay
+   // behind.
    Bridging::VlanId const vlan(acceptingVlanId.value());
    RouteHandle const handle = mrouteHelper_->doAllocateMroute(switchId(), vrfId, key,
                                                               acceptingVlanId, true, 0, false, 0);
@@ -151,8 +151,8 @@ void MrouteSwitch::allocateRoute(IpGenRouteKey const& key, VlanIdOrNone acceptin
    requestVerify();
 }
 
-// A handle that a route has is another route's only where the hardware shares it among ranges. Hooks
-// that do nothing give every route the handle 0: the newest has it.
+// A second route may get a handle in use only where the hardware shares handles among ranges. Hooks
+// that do nothing return the handle 0 for every route: the newest route takes the handle over.
 void MrouteSwitch::takeHandle(RouteHandle handle, IpGenRouteKey const& key,
                               VlanIdOrNone acceptingVlanId) {
    if (noopAgent()) {
@@ -174,7 +174,7 @@ void MrouteSwitch::takeHandle(RouteHandle handle, IpGenRouteKey const& key,
 void MrouteSwitch::doSetMtableOifSet(RouteHandle handle, MrouteLib::MtableOifSetPtr mtableOifSet) {
    if (!initialized_) return;
    RoutePtr const mroute = route(handle);
-   if (!mroute && noopAgent()) return;  // its handle was taken over by a newer route
+   if (!mroute && noopAgent()) return;  // a newer route has taken over the handle
    QOR_ASSERT(mroute);
    auto const oif = Qor::ptrCast<MtableOifSet>(mtableOifSet);
    QOR_ASSERT(oif);
@@ -195,7 +195,8 @@ void MrouteSwitch::doSetMtableOifSet(RouteHandle handle, MrouteLib::MtableOifSet
 
 void MrouteSwitch::doDeleteRoute(RouteHandle handle) {
    if (!initialized_) return;
-   // Asked first, since what it leads to is far, as the route is, and both are fetched meanwhile.
+   // Looked up first: the key and the route are far apart in memory, and both are fetched in
+   // parallel.
    auto const routeKey = handleToRouteKey_.find(handle);
    if (RoutePtr const mroute = route(handle)) {
       VEL_TRACE(2, "doDeleteRoute"
@@ -215,7 +216,7 @@ void MrouteSwitch::doDeleteRoute(RouteHandle handle) {
       if (bnd) {
          mrouteHelper_->doDeleteMrouteBoundary(switchId(), bnd->vrfId(), handle, bnd);
          boundaryDel(handle);
-      } else if (!noopAgent()) {  // else a newer entry took the handle over, and has been deleted
+      } else if (!noopAgent()) {  // else a newer entry took over the handle, and was deleted
          QOR_ASSERT(bnd);
       }
       if (!boundaryTcamFree() && !mrouteHelper_->mrouteBoundaryFull(switchId())) {
@@ -233,7 +234,7 @@ void MrouteSwitch::doCommitRouteBatch() {
    mrouteHelper_->doCommitMrouteBatch();
 }
 
-// By handle: a platform may have entries deleted by what it finds.
+// The walks resume by handle, since a platform may delete entries from a verify hook.
 void MrouteSwitch::handleVerify() {
    VEL_TRACE(2, "handleVerify"
                       << ", switch # " << switchId());

@@ -53,7 +53,8 @@ MrouteSwitchSm::MrouteSwitchSm(
    handleInitialized();
 }
 
-// No reactor calls this object any more when listeners hear that the collection is empty.
+// The nested reactors are released first, so that no nested reactor calls this object when
+// listeners are notified of the empty collection.
 MrouteSwitchSm::~MrouteSwitchSm() {
    doCleanup();
    disarmClocks();
@@ -120,7 +121,7 @@ void MrouteSwitchSm::mrouteSwitchIs(Qor::Ptr<MrouteSwitch> v) {
    bool const first = !mrouteSwitch();
    bool const changed = mrouteSwitch_.is(this, std::move(v));
    if (initialized()) {
-      if (first) handleZombie();  // a reactor that moves has done so
+      if (first) handleZombie();  // a nested reactor that moved has called it already
       handleClock();
       maybeScheduleAgingReview();
    }
@@ -140,7 +141,7 @@ void MrouteSwitchSm::mrouteSwitchDel() {
    if (changed) notify<&Notifiee::onMrouteSwitch>();
 }
 
-// Their settings are this reactor's: a clock left armed would fire for nobody.
+// This reactor has armed these clocks: a clock left armed would fire without a handler.
 void MrouteSwitchSm::disarmClocks() {
    zombieClock_.arm(Qor::never);
    agingClock_.arm(Qor::never);
@@ -304,7 +305,7 @@ void MrouteSwitchSm::handleInitialized() {
    zombieClock_.arm(Qor::never);
    agingClock_.arm(Qor::never);
    handlePollingInterval();
-   // What was there before this reactor would otherwise wait for the next change.
+   // Zombies and routes older than this reactor would otherwise wait for the next change.
    if (!mrouteSwitch()->zombieOifSet().empty()) handleZombie();
    if (!mrouteSwitch()->route().empty()) maybeScheduleAgingReview();
 }
@@ -381,7 +382,7 @@ void MrouteSwitchSm::handleZombieClock() {
       VEL_BLIP("handleZombieClock %s", record->oifSetIndex());
       chip->zombieOifSetDel(key);
    }
-   // What is left is for the end of the switch to take along: nobody sets the clock any more.
+   // handleZombie() does not set the clock of a deleted switch; its end frees the other zombies.
    if (chip->deleted()) zombieClock_.arm(Qor::never);
    handleZombie();
 }

@@ -1,8 +1,8 @@
 // The per-switch reactor of the synchronous path. It watches the programmer of one chip and the
-// configuration and status around it, and does what must happen over time or in response to others:
-// it tells the routing layer when there is room again, purges zombie oif sets, polls route
-// activity, reroutes sets when an interface fails, and has the chip verified. All of it is done
-// within the notification that asks for it, or in slices on a clock.
+// configuration and status around that programmer. It notifies the routing layer when the route
+// table has room again, purges zombie oif sets, polls route activity, reroutes sets when an
+// interface fails, and runs the chip's verification. The work is done within the notification that
+// asks for it, or in slices on a clock.
 //
 //   concern                                           | source
 //   --------------------------------------------------+-----------------------------
@@ -10,37 +10,51 @@
 //   activity polling and aging review                 | VelSyncMrouteAging.cpp
 //   fast reroute                                      | VelSyncMrouteFrr.cpp
 //
-// Inputs. The switch is required, though it may be taken away for a while (mrouteSwitchDel); every
-// other one may be null, and then:
+// Threads. The thread of the activity loop makes all calls.
 //
-//   null input              | what it means
+// Order. Make the hook object and the switch (Vel/VelSyncMrouteSwitch.h) first, then this reactor.
+// Let go of the reactor before the routes and records: its end marks the switch deleted, so that
+// records are freed at once from then on.
+//
+// Errors. The error of a hook or of a listener ends the handler that called it. The error reaches
+// the caller of the mutator that notified the reactor, or the activity loop's caller if a clock
+// fired; that clock fires again after Qor::Clock::retryGap. A set whose rewrite throws stays in
+// frrProcessingOifSet. The reactor's end frees zombies inside its destructor, where no hook
+// and no listener may throw: the process is terminated.
+//
+// Inputs. The switch is required (RangeException of null parameters), though mrouteSwitchDel() may
+// take it away for a while. Every other input may be null:
+//
+//   null input              | consequence
 //   ------------------------+--------------------------------------------------------------------
-//   acsd                    | nothing is verified, unless verifyData is set by itself
-//   l3Status                | review requests are not heard; every VRF has the id 0
-//   intfVlanIdTable         | no interface has a vlan: nothing is polled
-//   mfibConfig              | never read: no review is scheduled
-//   mfibHwStatus            | nothing is polled
-//   mrouteHelper            | never called: no table is known to have room again, no route is ever
-//                           | hit, and sets that wait for fast reroute are dropped
-//   zombieClock, agingClock | never armed: nobody purges zombies, nothing is polled
-//   ethIntfStatusDir        | interface failures are not heard of
-//   allIntfStatusDir,       | kept for the platform; nothing here reads them
+//   acsd                    | no verification, unless the caller sets verifyData
+//   l3Status                | the reactor is not notified of review requests; each VRF has the id 0
+//   intfVlanIdTable         | no interface has a vlan: no route is polled
+//   mfibConfig              | no review is scheduled
+//   mfibHwStatus            | no route is polled
+//   mrouteHelper            | no hook is called: mrouteTcamFree is never set, no hit bit is read,
+//                           | and sets that wait for fast reroute are dropped
+//   zombieClock, agingClock | never armed: zombies are not purged, routes are not polled
+//   ethIntfStatusDir        | the reactor is not notified of interface failures
+//   allIntfStatusDir,       | none: the reactor keeps them for the platform and does not read them
 //   allIntfStatusLocalDir   |
 //
 // Clocks. After construction the aging clock is armed if the switch has routes, and the zombie
-// clock if it has zombies; otherwise both stand at `never`. After destruction all three do.
+// clock is armed if the switch has zombies; otherwise each stands at `never`. The destructor sets
+// the three clocks to `never`.
 //
-// Process-wide positions. The aging review and the fast-reroute pass keep the place where they
-// stopped in one position each for the whole process, since slices never overlap: with several
-// chips, a slice goes on where the last slice of any chip stopped. For the review that is the VRF
-// and the last route reviewed, and it goes on behind it. A position dies with the reactor that set
-// it; the review's also when its reactor stops reviewing.
+// Process-wide positions. The aging review and the fast-reroute pass each keep their position in
+// one variable for the whole process, since slices never overlap. With several chips, a slice
+// therefore starts where the last slice of any chip stopped. The review's position is the VRF and
+// the last route reviewed, and the review goes on behind that route. The reactor that set a
+// position clears it at its end. The review's position is cleared also when its reactor stops
+// reviewing.
 //
 // Notifications. The setters of inputs and settings and the operations of the collection notify the
-// reactor's own notifiees, once all that depends on the change has followed it. A hook or a listener
-// may let go of the reactor in the middle of any of its operations.
+// reactor's own notifiees, after everything that depends on the change is updated. A hook or a
+// listener may drop the last reference to the reactor in the middle of any operation.
 //
-// Ownership. Inputs are held counted. The nested reactors are the reactor's own and point back at
+// Ownership. The reactor holds its inputs counted. It owns the nested reactors, which point back at
 // it.
 #pragma once
 
@@ -79,7 +93,7 @@ class QOR_PUBLIC MrouteSwitchSm final : public Qor::Entity<MrouteSwitchSm, Qor::
 
    using EthIntfStatusPtr = Qor::Ptr<Interface::EthIntfStatus const>;
 
-   // Reactors, named after what they watch.
+   // The reactors, named after the input that each watches.
    class QorAcsd;
    class QorL3Status;
    class QorMrouteSwitch;
@@ -106,13 +120,13 @@ class QOR_PUBLIC MrouteSwitchSm final : public Qor::Entity<MrouteSwitchSm, Qor::
                   Qor::Ptr<Interface::AllIntfStatusDir const> allIntfStatusDir,
                   Qor::Ptr<Interface::AllIntfStatusLocalDir const> allIntfStatusLocalDir);
 
-   // The number of this reactor, by which the platform is asked for room; hit bits and rewrites go
-   // by the switch's own number.
+   // The number that the reactor passes to mrouteFull(). For hit bits and rewrites the reactor
+   // passes the switch's own number.
    Qor::U32 switchId() const { return switchId_; }
 
-   // ---- Inputs. Those with a reactor may be set again, which moves the reactor to the new entity,
-   //      or to null, which deletes it. A clock that replaces another takes over what that was set
-   //      to, and the other is disarmed. ----
+   // ---- Inputs. An input with a reactor may be set again, which moves the reactor to the new
+   //      entity, or set to null, which deletes the reactor. A clock that replaces another clock
+   //      takes over its timeMin, and the replaced clock is disarmed. ----
 
    Qor::Ptr<VelCommonSmData> const& acsd() const { return acsd_.object(); }
    void acsdIs(Qor::Ptr<VelCommonSmData> v);
@@ -125,10 +139,10 @@ class QOR_PUBLIC MrouteSwitchSm final : public Qor::Entity<MrouteSwitchSm, Qor::
    Qor::Ptr<MrouteSwitch> const& mrouteSwitch() const { return mrouteSwitch_.object(); }
    void mrouteSwitchIs(Qor::Ptr<MrouteSwitch> v);  // not null
    QorMrouteSwitch* newMrouteSwitch(Qor::Ptr<MrouteSwitch> v);
-   // Parts from the switch and leaves it as it is: not marked deleted, with its zombies, routes and
-   // waiting sets, of which nobody takes care then. All clocks are disarmed, and no handler does
-   // anything until mrouteSwitchIs() gives the reactor a switch again. The end of a reactor without
-   // a switch cleans nothing up.
+   // Parts from the switch and leaves the switch as it is: not marked deleted, with its zombies,
+   // routes and waiting sets, which no reactor takes care of then. The reactor disarms all clocks.
+   // Its handlers leave all tables alone until mrouteSwitchIs() sets a switch again. A reactor that
+   // is destroyed without a switch cleans nothing up.
    void mrouteSwitchDel();
    Qor::Ptr<IntfVlanId::Table const> const& intfVlanIdTable() const { return intfVlanIdTable_; }
    Qor::Ptr<Routing::Multicast::Fib::VrfConfig const> const& mfibConfig() const {
@@ -161,13 +175,14 @@ class QOR_PUBLIC MrouteSwitchSm final : public Qor::Entity<MrouteSwitchSm, Qor::
    Qor::Ptr<Interface::AllIntfStatusLocalDir const> const& allIntfStatusLocalDir() const {
       return allIntfStatusLocalDir_;
    }
-   // The fast-reroute clock: taken from the activity manager when a pass first has to yield; null
-   // until then. Armed exactly while oif sets wait to be rewritten.
+   // The fast-reroute clock. The reactor takes the clock from the activity manager when a pass
+   // first has to yield; before, the attribute is null. The clock is armed while a pass has left
+   // oif sets to rewrite.
    Qor::Ptr<Qor::Clock const> const& clock() const { return clock_.object(); }
    void clockIs(Qor::Ptr<Qor::Clock const> v);
    QorClock* newClock(Qor::Ptr<Qor::Clock const> v);
    void clockDel() { clockIs(nullptr); }
-   // The common data's, and follows it.
+   // The verifyData of `acsd`; the attribute follows a change of it.
    Qor::Ptr<VerifyData const> const& verifyData() const { return verifyData_.object(); }
    void verifyDataIs(Qor::Ptr<VerifyData const> v);
    QorVerifyData* newVerifyData(Qor::Ptr<VerifyData const> v);
@@ -175,19 +190,21 @@ class QOR_PUBLIC MrouteSwitchSm final : public Qor::Entity<MrouteSwitchSm, Qor::
 
    // ---- Settings. ----
 
-   // The pause between two slices of the aging review, and how long a slice lasts, in seconds.
-   // Clock::retryGap is the shortest pause: shorter ones are taken as that. RangeException
+   // The pause between two slices of the aging review (interval), and the duration of a slice
+   // (quota), in seconds. A pause shorter than Clock::retryGap lasts Clock::retryGap.
+   // RangeException
    //    "MrouteSwitchSm::agingReviewInterval < 0 or not finite not allowed"
    // and the same for agingReviewQuota.
    Qor::Seconds agingReviewInterval() const { return agingReviewInterval_; }
    void agingReviewIntervalIs(Qor::Seconds v);
    Qor::Seconds agingReviewQuota() const { return agingReviewQuota_; }
    void agingReviewQuotaIs(Qor::Seconds v);
-   // Verifications that are asked for are not done.
+   // While true, the reactor does not verify.
    bool disableVerify() const { return disableVerify_; }
    void disableVerifyIs(bool v) { attrIs<&Notifiee::onDisableVerify>(disableVerify_, v); }
 
-   // ---- One reactor for each Ethernet interface. A null argument raises the range error of null
+   // ---- One reactor for each Ethernet interface. A null argument raises the RangeException of
+   // null
    //      parameters (Qor::throwNullParameter). The new...() form does the same as the ...Is() form
    //      and returns the reactor. ----
 
@@ -201,36 +218,41 @@ class QOR_PUBLIC MrouteSwitchSm final : public Qor::Entity<MrouteSwitchSm, Qor::
    void ethIntfStatusDelAll();
    void ethIntfStatusNotify(Lnet::IntfId intfId);
 
-   // Whether construction is through. Handlers of zombies, clocks and failures do nothing before.
+   // True once handleInitialized() has run. Before, the handlers of zombies, of the zombie and the
+   // aging clock, of interface failures and of verifications do nothing.
    bool initialized() const { return initialized_; }
 
    // ---- Handlers and operations. ----
 
    // Ends the construction, once.
    void handleInitialized();
-   // Marks the switch deleted and removes all zombies. Run by the destructor.
+   // Marks the switch deleted and removes all zombies. The destructor runs this.
    void doCleanup();
 
-   // Says that the route table has room again, if it has; then maybeScheduleAgingReview().
+   // Sets mrouteTcamFree if the route table has room again; then runs maybeScheduleAgingReview().
    void maybeScheduleRoutesReview();
-   // Starts the aging review when there are routes, stops it when there are none; without routes
-   // and review, asks the routing layer to look at its routes once more (mrouteReviewKick).
+   // Starts the aging review if the switch has routes, and stops it otherwise. If the switch has no
+   // routes and no review is armed, increments mrouteReviewKick, so that the routing layer tries
+   // its waiting routes again.
    void maybeScheduleAgingReview();
 
-   // Keeps the zombie clock at the expiry of the first zombie.
+   // Arms the zombie clock for the expiry of the first zombie, or disarms it.
    void handleZombie();
    // Removes the zombies that are due.
    void handleZombieClock();
 
-   // Restarts a running review with the configured interval; writes mfibHwStatus.pollingInterval.
+   // Starts the next slice of a running review at once; writes the configured interval to
+   // mfibHwStatus.pollingInterval.
    void handlePollingInterval();
-   // One slice of the review: stamps the routes that have been hit with the present time.
+   // Runs one slice of the review, which sets the poll time of each hit route to the present time.
    void doRouteAgingReview();
 
-   // Has the sets rewritten that come in over the failed interface and have backup members, each
-   // under its own index. Their records turn dirty, for good.
+   // Moves the sets that have the failed interface as their input and have backup members to
+   // frrProcessingOifSet, and runs handleClock(). A zombie only leaves frrMtableOifSet. The records
+   // of these sets stay dirty for good.
    void updateFrrMtableOif(Lnet::IntfId intfId);
-   // One pass over frrProcessingOifSet, from where the last one stopped.
+   // Runs one pass over frrProcessingOifSet, from the position where the last pass stopped. The
+   // pass rewrites each set with its backup members, in place under its own index.
    void handleClock();
 
    void handleVerify();

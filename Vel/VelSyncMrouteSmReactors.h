@@ -1,5 +1,6 @@
-// The nested reactors of the synchronous per-switch reactor: what they watch, and which handler
-// they call. Each points back at its owner without holding it; the owner creates and deletes them.
+// The nested reactors of the synchronous per-switch reactor. Each class binds the notifications of
+// one input to a handler of its owner. A reactor points back at its owner without holding it; the
+// owner creates and deletes the reactor.
 #pragma once
 
 #include "Vel/VelSyncMrouteSm.h"
@@ -60,7 +61,8 @@ class MrouteSwitchSm::QorEthIntfStatus final : public Interface::EthIntfStatus::
  public:
    explicit QorEthIntfStatus(EthIntfStatusPtr status) : status_(std::move(status)) {}
 
-   // Down and lower-layer-down start a reroute; the way back is taken by route programming.
+   // Down and lower-layer-down start a reroute. Route programming restores the routes when the
+   // interface comes back.
    void handleOperStatus();
    void onOperStatus() override { handleOperStatus(); }
 

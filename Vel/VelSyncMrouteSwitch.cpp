@@ -4,8 +4,8 @@
 //
 //   record deleted | switch deleted | zombie | set type 1 | zombies enabled | outcome
 //   ---------------+----------------+--------+------------+-----------------+--------------------
-//   yes            |                |        |            |                 | nothing: freed already
-//   no             | yes            |        |            |                 | freed now
+//   yes            |                |        |            |                 | nothing: freed
+//   already no             | yes            |        |            |                 | freed now
 //   no             | no             | yes    |            |                 | freed now
 //   no             | no             | no     | yes        |                 | freed now
 //   no             | no             | no     | no         | no              | freed now
@@ -47,12 +47,12 @@ MrouteSwitch::MrouteSwitch(Qor::Name name, Qor::U32 switchId, Qor::Ptr<VelCommon
    handleInitialized();
 }
 
-// The end of the switch. Its count stands at one meanwhile: whoever is told of what goes, and the
-// platform, may refer to it once more.
+// The end of the switch. The reference count stays at one during this function, so the platform and
+// the listeners may take and drop references to the switch.
 void MrouteSwitch::zeroReferencesIs(bool) {
    deletedIs(true);
-   // The chip is cleared once, though this runs again when somebody has kept the switch from going:
-   // by then the chip may be another's.
+   // The chip is cleared only once. This function runs again if a listener kept a reference to the
+   // switch, and a new switch may use the chip by then.
    if (!std::exchange(ended_, true)) doCleanup();
    mtableOifSetIs(nullptr);
    routeKeyToHandleDelAll();
@@ -104,7 +104,7 @@ void MrouteSwitch::requestVerify() const {
 
 // ---- Allocation ----
 
-// Empty sets are never shared: each has an index of its own, which costs no room.
+// An empty set is never shared: each record has an index of its own, outside the table.
 void MrouteSwitch::publishEmptySet(OifSetPtr const& oifSet) {
    Qor::U32 const oifSetIndex = mrouteHelper_->doAllocateMtableOifSet(switchId(), 0, oifSet);
    QOR_ASSERT(oifSetIndex != invalidOifSetIndex());
@@ -115,8 +115,8 @@ void MrouteSwitch::publishEmptySet(OifSetPtr const& oifSet) {
    requestVerify();
 }
 
-// Publishes the in-use record of an oif set if one more route may share it, brought back from the
-// zombies if it is one.
+// Publishes the in-use record of an oif set if a further route may share the record. A zombie is
+// resurrected. Returns false for a dirty record.
 bool MrouteSwitch::shareRecord(RecordPtr const& existing) {
    if (existing->dirty()) {
       VEL_TRACE(2, "Existing dirty oifSetIndex: " << existing->oifSetIndex());
@@ -127,7 +127,7 @@ bool MrouteSwitch::shareRecord(RecordPtr const& existing) {
       VEL_TRACE(2, "Resurrecting zombie oifSetIndex: 0x" << std::hex << existing->oifSetIndex());
       resurrect(*existing);
       existing->zombieIs(ZombieKey());
-      // A failure that met the set as a zombie has withdrawn it from those that wait for one.
+      // A failure during the record's time as a zombie has removed its set from frrMtableOifSet.
       OifSetPtr const oifSet = existing->oifSet();
       if (oifSet->portVlanSet().currentIif() != Lnet::IntfId() && !frrMtableOifSet().find(oifSet)) {
          VEL_TRACE(2, " Adding Frr oifSetIndex: " << existing->oifSetIndex());
@@ -163,7 +163,7 @@ void MrouteSwitch::doAllocateMtableOifSet(OifSetPtr oifSet) {
       mtableOifSetIs(nullptr);
       return;
    }
-   // Hooks that do nothing give every set the index 0: the newest has it.
+   // Hooks that do nothing return the index 0 for every set: the newest record has the index.
    if (oifSetIndexColl(oifSetIndex) && !noopAgent()) {
       // The text of the assertion is behaviour, its blanks included.
       // clang-format off
@@ -192,13 +192,13 @@ void MrouteSwitch::handleFreeMtableOifSet(RecordPtr const& record) {
       VEL_TRACE(3, "OifSet resources already freed ");
       return;
    }
-   // Whoever is told of the changes below may let go of the switch.
+   // A listener of the changes below may drop the last reference to the switch.
    auto const self = hold();
    if (deleted_) {
       VEL_TRACE(3, "MrouteSwitch deletion - skipping delayed deletion of oifSet");
    } else if (record->zombie().isZombie()) {
       VEL_TRACE(3, "Now freeing zombie oifSet");
-      // Where every set has the same index, a newer record may have the key by now.
+      // If all sets have one index (hooks that do nothing), a newer record may have the key by now.
       if (zombieOifSet(record->zombie()) == record) zombieOifSetDel(record->zombie());
    } else if (record->softwareOnly()) {
       VEL_TRACE(3, "OifSet not used in hw - skipping delayed deletion");
@@ -208,7 +208,7 @@ void MrouteSwitch::handleFreeMtableOifSet(RecordPtr const& record) {
       VEL_TRACE(2, "Adding zombie");
       ZombieKey const key(record->oifSetIndex(), Qor::now() + zombieLifetime_);
       record->zombieIs(key);
-      // A follower of the record may have it resurrected at once.
+      // A follower of the record may have resurrected the record in its handler.
       if (record->zombie() == key) zombieOifSetIs(record);
       requestVerify();
       return;
@@ -216,7 +216,7 @@ void MrouteSwitch::handleFreeMtableOifSet(RecordPtr const& record) {
    freeNow(record);
 }
 
-// The record is called by its set here: the text of the assertion is behaviour.
+// The parameter is a record but named `oifSet`, since the text of the assertion is behaviour.
 void MrouteSwitch::freeNow(RecordPtr const& oifSet) {
    OifSetPtr const set = oifSet->oifSet();
    Qor::U32 const oifSetIndex = oifSet->oifSetIndex();

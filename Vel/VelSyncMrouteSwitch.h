@@ -1,54 +1,81 @@
-// The synchronous programmer of one switch chip's multicast tables. It decides which oif sets share
-// an index of the replication table and keeps a freed index for a while as a zombie; it remembers
-// the routes and boundary entries of the chip. Every hardware action is delegated to the platform's
-// hooks (Vel/VelSyncMrouteHelper.h), which program at once.
+// The synchronous programmer of one switch chip's multicast tables. The programmer decides which
+// oif sets share an index of the replication table, and keeps an unused index for a while as a
+// zombie. It records the routes and boundary entries of the chip. Every hardware action is
+// delegated to the platform's hooks (Vel/VelSyncMrouteHelper.h), which program the chip before they
+// return.
 //
-// Duties of the routing layer, its caller:
+// Threads. The thread of the activity loop makes all calls; the switch calls hooks and notifies
+// listeners on that thread. No object has a lock.
+//
+// Order. Make the hook object first, then the switch, then its reactor (Vel/VelSyncMrouteSm.h). One
+// agent-wide reactor (Vel/VelMrouteSm.h) serves all chips. Let go in the reverse order: the
+// reactors, then the routing layer's records, then the switch, then the hook object.
+//
+// Errors.
+//  - An allocation hook that throws leaves nothing recorded: mtableOifSet or routeHandle keeps its
+//    previous value, and the error reaches the caller of the operation. A hook that points or
+//    deletes an entry and throws leaves the entry recorded as before.
+//  - If mrouteSwitchInit(switchId, true) throws, the constructor fails with that error.
+//  - The hook handleFreeMtableOifSet and, at the end of the switch, mrouteSwitchInit(switchId,
+//    false) run inside a destructor, with the notifications of those changes. A hook or listener
+//    that throws there terminates the process.
+//  - Elsewhere a listener that throws ends the notification. The remaining listeners are not
+//    notified, the operation stops with the changes made so far, and the error reaches the caller
+//    of the mutator.
+//
+// Duties of the routing layer, which calls the switch:
 //  1. Sharing is by identity of the oif set object. Equal sets must be the same object while
-//     anything uses them, zombies included (MrouteLib::MrouteTableColl does that). No new record
-//     may be put under an object whose record has turned dirty: the death of the old record takes
-//     the object's entries out of all collections, the newer one's too. So intern a fresh object.
-//  2. After doAllocateMtableOifSet: take mtableOifSet and set it to null at once, since the result
-//     counts as a user. Null: no room. Hold the record until a route points at it.
-//  3. A route is allocated (doAllocateRoute) with the record whose index it is to have, and then
-//     pointed at the record (doSetMtableOifSet), which holds it from then on; until then the route
-//     holds none. To change a route's set, point it at the new record; the old one may go with
-//     that. Other properties change by deletion and allocation.
-//  4. Running out of room is told by the flags of MrouteLib::SwitchChip. Watch mtableFree,
-//     mrouteTcamFree, boundaryTcamFree and mrouteReviewKick; only mark in the handlers, and try
-//     again from a clock, a bounded number of routes at a time. A route that waits for a route
-//     entry should hold no record.
-//  5. Two routes under one (key, accepting vlan), as no-RPF routes of two VRFs are, share the entry
-//     in routeKeyToHandle: it names the latest, and goes with whichever is deleted first.
+//     a record carries the set, zombies included (MrouteLib::MrouteTableColl ensures that). Do not
+//     allocate a new record for an object whose record has turned dirty: intern a new object. The
+//     freeing of the old record removes the object's entries from all collections, and would remove
+//     the entries of the newer record too.
+//  2. After doAllocateMtableOifSet, take mtableOifSet and set the attribute to null at once, since
+//     the attribute counts as a user of the record. A null result means that the chip has no room.
+//     Hold the record until a route points at it.
+//  3. Allocate a route (doAllocateRoute) with the record of its set, so that the entry starts with
+//     the index of that record. Then point the route at the record (doSetMtableOifSet). The route
+//     holds the record from that call on, and holds no record before. To change the set of a route,
+//     point the route at the new record; this may drop the last reference to the old record. To
+//     change another property, delete the route and allocate it again.
+//  4. The flags of MrouteLib::SwitchChip say that a table has run out of room. Watch mtableFree,
+//     mrouteTcamFree, boundaryTcamFree and mrouteReviewKick. Only mark the waiting routes in these
+//     handlers, and try the allocations again from a clock, a bounded number of routes at a time. A
+//     route that waits for a route entry should hold no record.
+//  5. Two routes may have one (key, accepting vlan), as no-RPF routes of two VRFs do. They share
+//     the entry in routeKeyToHandle. The entry names the later route, and the deletion of either
+//     route removes the entry.
 //
-// Without a platform. While VEL_NOOP_AGENT is in the environment, an index or a handle that is in
-// use may be given out again, as hooks that do nothing do: the newest record, route or boundary
-// entry has it. A route whose handle a newer one has taken over is neither pointed nor deleted; its
-// deletion asks for the reviews and changes nothing else.
+// Without a platform. While VEL_NOOP_AGENT is in the environment, hooks that do nothing may return
+// an index or a handle that is in use. The newest record, route or boundary entry then has the
+// index or the handle. After a newer route has taken over a handle, doSetMtableOifSet does nothing
+// for the older route, and doDeleteRoute requests the reviews and changes nothing else.
 //
-// Which operation changes which flag, and asks for which review:
+// The flag that each operation changes, and the review that it requests:
 //
 //   operation                                      | effect
 //   -----------------------------------------------+----------------------------------------------
-//   oif set allocation, mtableFull() says full     | mtableFree false
-//   oif set allocation, the platform gives none    | none: mtableFree stays
+//   oif set allocation, mtableFull() returns true  | mtableFree false
+//   oif set allocation, the platform returns the   | none: mtableFree keeps its value
+//     invalid index                                |
 //   an oif set is freed (not: becomes a zombie)    | mtableFree true
-//   route allocation fails, mrouteFull() says full | mrouteTcamFree false
+//   route allocation fails, mrouteFull() is true   | mrouteTcamFree false
 //   route allocated                                | multicastReviewPending + 1
 //   bridge allocation fails, and the boundary      | boundaryTcamFree false
 //     table is full                                |
 //   boundary deleted, its table is not full        | boundaryTcamFree true
-//   route deleted                                  | mrouteTcamFree stays: room in the route table
-//                                                  |   is announced by the reactor's review alone
+//   route deleted                                  | mrouteTcamFree keeps its value: only the
+//                                                  |   reactor's review sets it to true
 //   route or boundary deleted                      | unicastReviewPending, unicast6ReviewPending
 //                                                  |   and multicastReviewPending + 1 each
 //
-// Ownership. The switch is counted; whoever calls an operation holds it meanwhile. Records are held
-// by routes, by zombieOifSet, and by callers; inUseOifSet, frrMtableOifSet and frrProcessingOifSet
-// name them. When the last reference to the switch goes, it sets deleted, has the platform clear
-// the chip (doCleanup), lets go of its result, routes, boundary entries and zombies, whose records
-// are freed at once, and then empties all other collections; listeners are notified of each. Records
-// that others hold outlive it, and die quietly.
+// Ownership. The switch is counted; the caller of an operation holds the switch during the call.
+// Routes, zombieOifSet and callers hold records. inUseOifSet, frrMtableOifSet and
+// frrProcessingOifSet name records without holding them. When the last reference to the switch
+// goes, the switch sets deleted and runs doCleanup, so that the platform clears the chip. Then it
+// drops its mtableOifSet, its routes, boundary entries and zombies, which frees their records at
+// once. At last it empties all other collections. Listeners are notified of each of these changes.
+// A record that a caller still holds outlives the switch, and is destroyed without a call of a
+// hook.
 #pragma once
 
 #include "Ip/Status.h"
@@ -109,9 +136,10 @@ class QOR_PUBLIC MrouteSwitch final
       return VelHelper::MrouteSmHelper::invalidOifSetIndex;
    }
 
-   // `l3Status` and `mrouteHelper` are not null. Without `acsd` nothing is verified; without
-   // `mfibHwStatus` no handle may be shared; `ipStatus` is kept for the platform. The constructor
-   // ends with handleInitialized().
+   // `l3Status` and `mrouteHelper` are not null (assertions). With a null `acsd` the switch
+   // requests no verification; with a null `mfibHwStatus` no routes share a handle. The switch
+   // keeps `ipStatus` for the platform and does not read it. The constructor ends with
+   // handleInitialized().
    MrouteSwitch(Qor::Name name, Qor::U32 switchId, Qor::Ptr<VelCommonSmData> acsd,
                 Qor::Ptr<L3Status> l3Status, Qor::Ptr<VelHelper::MrouteSmHelper> mrouteHelper,
                 Qor::Ptr<Ip::Status const> ipStatus,
@@ -125,56 +153,62 @@ class QOR_PUBLIC MrouteSwitch final
       return mfibHwStatus_;
    }
 
-   // How long a freed index is kept as a zombie, in seconds; counts for zombies to come.
+   // The time for which the switch keeps an unused index as a zombie, in seconds. A change applies
+   // to later zombies only.
    // RangeException "MrouteSwitch::zombieLifetime < 0 or not finite not allowed".
    Qor::Seconds zombieLifetime() const { return zombieLifetime_; }
    void zombieLifetimeIs(Qor::Seconds v);
-   // The switch is being torn down: no record becomes a zombie any more.
+   // True while the switch is torn down: from then on no record becomes a zombie.
    bool deleted() const { return deleted_; }
    void deletedIs(bool v) { attrIs<&Notifiee::onDeleted>(deleted_, v); }
-   // The platform knows of the switch. Until then the operations on routes do nothing.
+   // True once mrouteSwitchInit(switchId, true) has returned. Before, the operations on routes do
+   // nothing.
    bool initialized() const { return initialized_; }
 
    // ---- The operations of the routing layer. ----
 
-   // Finds or makes the record of the oif set: mtableOifSet, null when there is no room. A zombie
-   // that is taken back is entered in frrMtableOifSet again if a failure has taken it out meanwhile,
-   // so that its set is rewritten at the next failure.
+   // Finds or makes the record of the oif set. Result: mtableOifSet, null if the chip has no room.
+   // If the record is a zombie, the switch resurrects it. A failure can have removed that record
+   // from frrMtableOifSet; the switch then enters the record again, so that the next failure
+   // rewrites its set.
    void doAllocateMtableOifSet(OifSetPtr oifSet) override;
-   // Programs a route, or with `bridge` a boundary entry: routeHandle, invalid when it could not be
-   // programmed. `mtableOifSet` may be null. A no-RPF route has no accepting vlan, VRF ids fit 16
-   // bits, and handles are new (assertions). RangeException for a bridge entry without a vlan
-   // ("VlanId::value < 1 or > 4094 not allowed"), before anything is written. An RP index of none()
-   // is programmed as 0; with notProgrammed(), or with a multicast address for a source, the route
-   // is not programmed. The VRF id of an unknown VRF is 0.
+   // Programs a route, or with `bridge` a boundary entry. Result: routeHandle, the invalid handle
+   // if the entry could not be programmed. `mtableOifSet` may be null. A no-RPF route has no
+   // accepting vlan, a VRF id fits 16 bits, and the handle from the platform is new (assertions). A
+   // bridge entry without a vlan raises RangeException "VlanId::value < 1 or > 4094 not allowed"
+   // before the switch calls a hook. The switch programs an RP index of none() as 0. It does not
+   // program a route with the RP index notProgrammed() or with a multicast address as its source.
+   // The id of an unknown VRF is 0.
    void doAllocateRoute(IpGenRouteKey const& routeKey, Bridging::VlanIdOrNone acceptingVlanId,
                         bool bridge, MrouteLib::MtableOifSetPtr mtableOifSet, bool fastDrop,
                         bool noRpf, Wisp::Multicast::Fib::RpaIndex rpaId,
                         L3::VrfName const& vrfName) override;
-   // Points a programmed route at a record of this path; both exist (assertions). Writes nothing
-   // when it points there already.
+   // Points a programmed route at a record of the synchronous path; both exist (assertions). Calls
+   // no hook if the route points at that record already.
    void doSetMtableOifSet(RouteHandle handle, MrouteLib::MtableOifSetPtr mtableOifSet) override;
    // Deletes the route or boundary entry, which exists (assertion).
    void doDeleteRoute(RouteHandle handle) override;
    void doCommitRouteBatch() override;
 
-   // ---- What records and reactors call. ----
+   // ---- Operations for records and reactors. ----
 
-   // By a record whose last reference has gone: frees it now, or makes it a zombie.
+   // Frees the record now, or makes it a zombie. A record calls this when its last reference has
+   // gone.
    void handleFreeMtableOifSet(RecordPtr const& record);
-   // Has the platform compare every route and boundary entry with the hardware.
+   // Calls the platform's verify hook for every route and every boundary entry.
    void handleVerify();
-   // Announces the switch to the platform, once.
+   // Calls mrouteSwitchInit(switchId, true), once, and then sets `initialized`.
    void handleInitialized();
-   // Has the platform clear the chip; `initialized` stays set. Run at the end of the switch.
+   // Calls mrouteSwitchInit(switchId, false), so that the platform clears the chip; `initialized`
+   // stays true. The end of the switch runs this.
    void doCleanup();
-   // Has changes verified, where the common data asks for that.
+   // Requests a verification from the common data (VelCommonSmData::requestVerify).
    void requestVerify() const;
 
-   // ---- Collections, beside those of the oif set records (Vel/VelOifSetTables.h). Records of empty
-   //      sets are not in inUseOifSet. ----
+   // ---- Collections. Vel/VelOifSetTables.h has the collections of oif set records; records of
+   //      empty sets are not in inUseOifSet. ----
 
-   // The indexes of non-empty sets that are in use on the chip: a set, whose values are all true.
+   // The indexes of non-empty sets that are in use on the chip. All values are true.
    OifSetIndexColl::Map const& oifSetIndexColl() const { return oifSetIndexColl_.map(); }
    bool oifSetIndexColl(Qor::U32 index) const { return oifSetIndexColl_.value(index); }
    void oifSetIndexCollIs(Qor::U32 index, bool v) { oifSetIndexColl_.is(*this, index, v); }
@@ -185,9 +219,9 @@ class QOR_PUBLIC MrouteSwitch final
    void oifSetIndexCollDelAll() { oifSetIndexColl_.delAll(*this); }
    void oifSetIndexCollNotify(Qor::U32 index) { oifSetIndexColl_.notify(*this, index); }
 
-   // The routes that the chip holds. routeIs() returns the route of the handle, made if there is
-   // none; ReinstantiationException for "key" or "acceptingVlanId" when there is one with another
-   // value.
+   // The routes that the chip holds. routeIs() returns the route of the handle, and makes the route
+   // if the handle has none. It raises ReinstantiationException for "key" or "acceptingVlanId" if
+   // the handle's route has a different value.
    RouteColl::Map const& route() const { return route_.map(); }
    RoutePtr route(RouteHandle handle) const { return route_.value(handle); }
    RoutePtr routeIs(RouteHandle handle, IpGenRouteKey key, Bridging::VlanIdOrNone acceptingVlanId);
@@ -199,7 +233,8 @@ class QOR_PUBLIC MrouteSwitch final
    void routeDelAll();
    void routeNotify(RouteHandle handle) { route_.notify(*this, handle); }
 
-   // The boundary entries that the chip holds; as routes.
+   // The boundary entries that the chip holds. boundaryIs() follows the rules of routeIs(), and
+   // names a different vlan "acceptingVlanId" too.
    BoundaryColl::Map const& boundary() const { return boundary_.map(); }
    BoundaryPtr boundary(RouteHandle handle) const { return boundary_.value(handle); }
    BoundaryPtr boundaryIs(RouteHandle handle, IpGenRouteKey key, Bridging::VlanId vlanId);
@@ -210,7 +245,7 @@ class QOR_PUBLIC MrouteSwitch final
    void boundaryDelAll() { boundary_.delAll(*this); }
    void boundaryNotify(RouteHandle handle) { boundary_.notify(*this, handle); }
 
-   // The handle of a route; invalid for one that the chip does not hold.
+   // The handle of a route; the invalid handle for a route that the chip does not hold.
    RouteKeyToHandleColl::Map const& routeKeyToHandle() const { return routeKeyToHandle_.map(); }
    RouteHandle routeKeyToHandle(RouteKeyVlanId const& key) const {
       return routeKeyToHandle_.value(key);

@@ -1,6 +1,7 @@
-// Where a zombie stands in the queue of zombies, on either path: ordered by the time it may be
-// purged, then by the number of its group, so that the first key always expires first. The key
-// types of the two paths derive from it, and give the number its name and the key its string form.
+// The order of the zombies of both paths: by the time at which a zombie may be purged, then by the
+// number of its group, so that the first key expires first. The key types of the two paths derive
+// from ZombieOrder; each has its own name for the number (groupName) and for the type in the string
+// form (typeName).
 #pragma once
 
 #include <bit>
@@ -15,12 +16,13 @@ namespace Vel {
 template <class Key>
 class ZombieOrder {
  public:
-   // Absolute, on the Qor::now() time base.
+   // The time of the expiry, in seconds on the Qor::now() time base; `never` for the default key.
    Qor::Seconds expiryTime() const { return expiryTime_; }
+   // Whether the key names a zombie: its expiry is finite.
    bool isZombie() const { return expiryTime_ <= Qor::maxFinite; }
 
    Qor::U32 hash() const {
-      // Both zeros are one time.
+      // Adding 0.0 turns -0.0 into 0.0: the two compare equal, so their hashes must be equal.
       return Qor::hashFold(Qor::hashMix(std::bit_cast<Qor::U64>(expiryTime_ + 0.0), number_));
    }
 

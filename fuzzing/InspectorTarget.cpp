@@ -83,7 +83,7 @@ void complete(Inspector const& inspector, std::string_view line) {
 void runInspector(std::string_view input) {
    constexpr std::size_t mostLines = 20;
    NoTrace const noTrace;
-   InspectedScenario world(input.size() % 2 ? Path::async : Path::sync);
+   InspectedScenario world(input.size() % 2 ? PathKind::async : PathKind::sync);
    world.runUntil(1.2);
    std::ostringstream out, jsonOut;
    Inspector plain(world, out, false), json(world, jsonOut, true);

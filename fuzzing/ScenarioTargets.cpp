@@ -24,7 +24,7 @@ bool isWrittenWhole(Scenario::Event const& event) {
 
 std::string written(Scenario::Line const& line) {
    if (auto const* const settings = std::get_if<Scenario::Settings>(&line.event))
-      return scenarioLine(*settings, line.path.value_or(Path::async));
+      return scenarioLine(*settings, line.path.value_or(PathKind::async));
    return scenarioLine(line);
 }
 

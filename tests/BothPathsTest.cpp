@@ -8,7 +8,7 @@
 #include "agent/input/CaptureReader.h"
 #include "agent/scenario/ScenarioParser.h"
 #include "agent/scenario/ScenarioPlayer.h"
-#include "agent/scenario/SimulatedTarget.h"
+#include "agent/scenario/SimulatedTestbed.h"
 
 namespace Agent {
 namespace {
@@ -59,7 +59,7 @@ void expectSame(std::filesystem::path const& file, Outputs const& async, Outputs
    }
 }
 
-Outputs replayCapture(Path path, std::filesystem::path const& file) {
+Outputs replayCapture(PathKind path, std::filesystem::path const& file) {
    SimulatedSwitch simulated(path, {}, InterfaceMap());
    CaptureReader reader({file});
    CaptureEvent event;
@@ -76,20 +76,20 @@ TEST(BothPaths, ForwardAlikeAtTheEndOfEachCapture) {
       auto const file = directory.path() / "events.txt.gz";
       if (!exists(file)) continue;
       ++captures;
-      Outputs const async = replayCapture(Path::async, file);
+      Outputs const async = replayCapture(PathKind::async, file);
       EXPECT_GT(async.size(), 800u);
-      expectSame(file, async, replayCapture(Path::sync, file));
+      expectSame(file, async, replayCapture(PathKind::sync, file));
    }
    EXPECT_EQ(captures, 3u);
 }
 
-Outputs playScenario(Path path, ScenarioFile file, std::filesystem::path const& name) {
+Outputs playScenario(PathKind path, ScenarioFile file, std::filesystem::path const& name) {
    std::erase_if(file.lines,
                  [&](Scenario::Line const& line) { return line.path.value_or(path) != path; });
    SimulatedSwitch simulated(path, file.settings.chip, InterfaceMap(),
                              {file.settings.minPollingInterval, file.settings.callCost});
-   SimulatedTarget target(simulated, nullptr, true);
-   ScenarioPlayer player(target, file.lines);
+   SimulatedTestbed testbed(simulated, nullptr, true);
+   ScenarioPlayer player(testbed, file.lines);
    player.play();
    for (auto const& failure : player.failures())
       ADD_FAILURE() << failure.toString();
@@ -107,8 +107,8 @@ TEST(BothPaths, ForwardAlikeAtTheEndOfEachScenarioForBothPaths) {
          continue;
       }
       ++both;
-      expectSame(entry.path(), playScenario(Path::async, file, entry.path()),
-                 playScenario(Path::sync, file, entry.path()));
+      expectSame(entry.path(), playScenario(PathKind::async, file, entry.path()),
+                 playScenario(PathKind::sync, file, entry.path()));
    }
    EXPECT_GE(both, 9u);
 }

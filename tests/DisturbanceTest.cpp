@@ -1,5 +1,5 @@
-// Who is told what, in which order and how often, and what lives how long, whatever handlers do
-// while somebody is being told: random plays against a model.
+// Notifications and lifetimes of entities while handlers bind, unbind, throw and destroy: random
+// operations against a model.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -24,7 +24,7 @@ using Qor::U64;
 
 class Play;
 
-// What is told: of an attribute, of one key of a collection, or of the whole of it.
+// One notification: of an attribute, of one key of a collection, or of the whole collection.
 struct Event {
    std::string member;
    std::optional<U32> key;
@@ -110,8 +110,9 @@ Qor::Type describeSource() {
 }
 Qor::TypeRegistration const sourceRegistered(describeSource);
 
-// Random operations, from outside and from within handlers, beside a model that knows what each
-// source holds and who keeps it, and for each delivery in progress whom it has still to visit.
+// Random operations, from outside and from within handlers, beside a model of each source. The
+// model holds the members of the source, its holders, and the notifiees that each delivery in
+// progress has still to visit.
 class Play {
  public:
    explicit Play(unsigned seed) : random_(seed) {}
@@ -140,17 +141,17 @@ class Play {
       }
    }
 
-   // A source lost its last reference: it may be taken up again.
+   // A source lost its last reference; the play may take a new one.
    void lost(U64 id) {
       EXPECT_EQ(models_.at(id).held, 0);
       for (Delivery* const d : deliveries_) {
          if (d->list != id || !d->holds) continue;
-         EXPECT_TRUE(std::uncaught_exceptions() || !d->next()) << "it had still to tell somebody";
+         EXPECT_TRUE(std::uncaught_exceptions() || !d->next()) << "a delivery is incomplete";
          d->at = d->events.size();
       }
       if (!ending_ && pick(4) == 0) hold(pick(slots), models_.at(id).source);
    }
-   // A source is being destroyed; who watches it still does.
+   // A source is being destroyed, with its notifiees still bound.
    void ends(U64 id) {
       Model& m = models_.at(id);
       EXPECT_FALSE(kept(m)) << "a source ended before its time";
@@ -167,7 +168,7 @@ class Play {
 
  private:
    static constexpr std::size_t slots = 3, ears = 12;
-   static constexpr U64 zombies = 0;           // the list of those whose source has gone
+   static constexpr U64 zombies = 0;           // the list of notifiees without a source
    using Visit = std::pair<U64, std::size_t>;  // (ticket, ear); leaving tears up the ticket
 
    class Listener final : public Source::Notifiee {
@@ -184,7 +185,7 @@ class Play {
       Play& play_;
       std::size_t const me_;
    };
-   // One that may be told: a reactor or a follower.
+   // A notifiee: a reactor or a follower.
    struct Ear {
       std::unique_ptr<Listener> listener;
       std::unique_ptr<Qor::Following> following;
@@ -211,7 +212,7 @@ class Play {
          play.deliveries_.push_back(this);
       }
       ~Delivery() { play.deliveries_.pop_back(); }
-      // Who has to be told now; null when all have been.
+      // The next notifiee to notify; null at the end of the delivery.
       Visit const* next() {
          for (; at < events.size(); ++at, left = play.listOf(list)) {
             auto const found = std::ranges::find_if(left, [&](Visit const& v) {
@@ -228,7 +229,7 @@ class Play {
       std::vector<Event> const events;
       std::vector<Visit> left;
       std::size_t at = 0;
-      bool holds = false;  // the operation keeps its source until all have been told
+      bool holds = false;  // the operation keeps its source until the delivery ends
    };
    // A reference that an operation keeps for itself.
    struct Held {
@@ -290,18 +291,18 @@ class Play {
       Source const& s = *m.source;
       EXPECT_TRUE(s.label() == m.label && s.stamp() == m.stamp && same(s.item(), m.item) &&
                   same(s.mark(), m.mark) && same(s.left(), m.left) && same(s.right(), m.right))
-            << "a source is not what the model says";
+            << "a source differs from the model";
    }
 
-   // ---- What is told. ----
+   // ---- Notifications. ----
 
    void told(std::size_t e, Event const& event) {
       ++calls;
       ASSERT_FALSE(deliveries_.empty());
       Delivery& d = *deliveries_.back();
       Visit const* const due = d.next();
-      ASSERT_TRUE(due) << e << " was told of " << event.member << ", and nobody was due";
-      ASSERT_EQ(due->second, e) << "told of " << event.member;
+      ASSERT_TRUE(due) << e << " was notified of " << event.member << " though none was due";
+      ASSERT_EQ(due->second, e) << "notified of " << event.member;
       ASSERT_EQ(event, d.events[d.at]) << event.member << ", not " << d.events[d.at].member;
       d.left.erase(d.left.begin());
       if (d.list == zombies) {
@@ -330,7 +331,7 @@ class Play {
       told(e, event);
    }
 
-   // ---- What is done. ----
+   // ---- Operations. ----
 
    template <class Act>
    void deliver(U64 list, std::vector<Event> events, Act const& act, bool holds = false) {
@@ -338,7 +339,7 @@ class Play {
       d.holds = holds;
       act();
       Visit const* const due = d.next();
-      EXPECT_FALSE(due) << due->second << " was not told of " << d.events[d.at].member;
+      EXPECT_FALSE(due) << due->second << " was not notified of " << d.events[d.at].member;
    }
    void sweep() {
       deliver(zombies, {{"gone", {}}}, [] { Qor::sweepZombieReactors(); });
@@ -355,14 +356,14 @@ class Play {
          if (target) bindTo(e, list);
       }
       listener->notifierIs(target);
-      EXPECT_TRUE(!moves || resync_ == ears) << e << " moved, and was not told";
+      EXPECT_TRUE(!moves || resync_ == ears) << e << " moved without onImmediate()";
    }
    void activate(std::size_t e, bool active) {
       if (!ears_[e].listener) return;
       if (active && !bindings_[e].active && boundTo(e)) resync_ = e;
       bindings_[e].active = active;
       ears_[e].listener->hasNotificationActiveIs(active);
-      EXPECT_EQ(resync_, ears) << e << " was turned on, and not told";
+      EXPECT_EQ(resync_, ears) << e << " was turned on without onImmediate()";
    }
    void earIs(std::size_t e, Ear ear) {
       tear(e);
@@ -382,7 +383,7 @@ class Play {
       ear.following = std::make_unique<Qor::Following>(
             Qor::toGeneric(held.reference), [this, e](Qor::Change const& c) {
                follow(e, c);
-               ++follows;  // what tells is still there, whoever has ended the following
+               ++follows;  // safe: the callback outlives the Following that it ended
             });
       earIs(e, std::move(ear));
       bindTo(e, list);
@@ -405,7 +406,7 @@ class Play {
       Held const held(*this, id);
       hold(slot, m.source);
    }
-   // One that is not about to end; none if there is none.
+   // A source that is not being destroyed, or `zombies` if there is none.
    U64 anySource() {
       std::vector<U64> living;
       for (auto const& [id, m] : models_) {
@@ -568,7 +569,7 @@ class Play {
    std::array<Ear, ears> ears_;
    std::array<Binding, ears> bindings_;
    std::vector<Delivery*> deliveries_;
-   std::size_t resync_ = ears;  // who is to be told to bring itself in step
+   std::size_t resync_ = ears;  // the notifiee whose onImmediate() is due
 };
 
 Source::~Source() {
@@ -579,7 +580,7 @@ void Source::zeroReferencesIs(bool) {
    play_.lost(id_);
 }
 
-TEST(Disturbance, EachIsToldWhatTheModelSaysAndLivesAsLong) {
+TEST(Disturbance, NotificationsAndLifetimesFollowTheModel) {
    U64 calls = 0, follows = 0;
    for (unsigned seed = 1; seed <= 300 && !testing::Test::HasFailure(); ++seed) {
       Play play(seed);

@@ -2,6 +2,8 @@
 // inputs every time; `./fuzz` looks for others.
 #include <gtest/gtest.h>
 
+#include <unistd.h>
+
 #include "CaptureTestSupport.h"
 #include "fuzzing/Target.h"
 
@@ -13,11 +15,12 @@ INSTANTIATE_TEST_SUITE_P(, Parsers,
                                          "snapshot", "value"),
                          [](auto const& name) { return name.param; });
 
-TEST_P(Parsers, KeepTheirPromisesWhateverTheyRead) {
+TEST_P(Parsers, KeepTheirPromisesOnAnyInput) {
    Fuzz::Target const& target = Fuzz::targets().at(GetParam());
    std::vector<std::string> const corpus = Fuzz::corpus(GetParam());
-   // What ends the process is here, then: `./fuzz PARSER FILE` repeats it.
-   std::string const file = testing::TempDir() + "velmroute-fuzz-" + GetParam();
+   // The file holds the last input if the process ends: `./fuzz PARSER FILE` repeats it.
+   std::string const file =
+         testing::TempDir() + "velmroute-fuzz-" + GetParam() + "-" + std::to_string(::getpid());
    auto const run = [&](std::string const& input) {
       std::ofstream(file, std::ios::binary) << input;
       try {

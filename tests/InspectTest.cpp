@@ -1,4 +1,4 @@
-// The commands by which a run is looked at, on a scenario that is played in memory.
+// The inspector's commands on a scenario that is played in memory.
 #include <gtest/gtest.h>
 
 #include <regex>
@@ -16,9 +16,9 @@ Routing::Multicast::Fib::IpGenRouteKey keyOf(std::string_view group) {
    return key;
 }
 
-class Inspect : public testing::TestWithParam<Path> {
+class Inspect : public testing::TestWithParam<PathKind> {
  protected:
-   // What is printed, or the error.
+   // The printed text of the command, or its error.
    std::string does(std::string_view command) {
       out_.str("");
       bool const good = inspector_.evaluate(command) != Inspector::Outcome::failed;
@@ -34,12 +34,12 @@ class Inspect : public testing::TestWithParam<Path> {
    Inspector inspector_{world_, out_, false};
 };
 
-std::string pathName(testing::TestParamInfo<Path> const& path) {
+std::string pathName(testing::TestParamInfo<PathKind> const& path) {
    return std::string(nameOf(path.param));
 }
-INSTANTIATE_TEST_SUITE_P(, Inspect, testing::Values(Path::async, Path::sync), pathName);
+INSTANTIATE_TEST_SUITE_P(, Inspect, testing::Values(PathKind::async, PathKind::sync), pathName);
 
-TEST_P(Inspect, AnswersEachCommandOrSaysWhatWouldBeRight) {
+TEST_P(Inspect, AnswersEachCommandOrNamesTheRightForm) {
    struct {
       char const* command;
       char const* pattern;
@@ -58,23 +58,23 @@ TEST_P(Inspect, AnswersEachCommandOrSaysWhatWouldBeRight) {
          {"set /config/activityPollingInterval 5", "= 5"},
          {"set /config/activityPollingInterval 0", "< 1 or > 255 not allowed"},
          {"set /config/activityPollingInterval abc", "expected .* at position"},
-         {"set /hwStatus/routes 7", "may only be read"},
+         {"set /hwStatus/routes 7", "is read-only"},
          {"set /config/counterMode packets", "= packets"},
          {"get /config/counterMode", "^packets\n$"},
          {"call /config newConfig red", "red"},
          {"call /config newConfig", "takes 1 argument, not 0"},
          {"call /config/config/red counterRouteIs", "takes 1 argument"},
-         // What breaks an operation's preconditions is refused, with the assertion that it meets.
+         // A call that breaks a precondition of an operation is refused with the failed assertion.
          {"call /switch/1 doDeleteRoute 4711",
-          GetParam() == Path::sync ? "would end the agent: .*Assertion" : "done"},
+          GetParam() == PathKind::sync ? "would end the agent: .*Assertion" : "done"},
          {"types IntfVlanId::Table", "collection +intfIdToVlanId"},
          {"types Nonsense", "no type Nonsense"},
-         {"explain 10.0.0.2", "is no route; a route is given as"},
+         {"explain 10.0.0.2", "is not a route; a route is given as"},
          {"explain vrf red (10.0.0.2, 239.1.1.5)", "VRF red is not in hardware"},
          {"get \"/x", "the quote at column 5 is not closed"},
          {"get", "usage: get PATH"},
-         {"gte /x", "is no command \\(known: ls, get"},
-         {"run backwards", "is no number of seconds"},
+         {"gte /x", "is not a command \\(known: ls, get"},
+         {"run backwards", "is not a number of seconds"},
          {"help run", "^run \\[SECONDS\\] +lets time pass"},
    };
    for (auto const& [command, pattern] : table)
@@ -89,29 +89,31 @@ TEST_P(Inspect, AnswersEachCommandOrSaysWhatWouldBeRight) {
              std::vector<std::string>{"/hwStatus/vrfStatus/"});
 }
 
-TEST_P(Inspect, ExplainsARouteInHardwareOneThatWaitsAndOneThatNobodyWants) {
+TEST_P(Inspect, ExplainsARouteInHardwareAWaitingRouteAndAnUnknownRoute) {
    does("run 1.6");
    expect(
          "explain 10.0.0.2,239.1.1.1",
          R"(^\(10.0.0.2, 239.1.1.1\) in VRF default is in hardware.\n +entry +handle \d+, accepts )"
          R"(from rtr0 \(vlan 1006\)\n +sends to +rtr3 \(vlan \d+\), the CPU\n +group +\d+.*; )"
          R"(shared with 1 other route: \(10.0.0.2, 239.1.1.2\)\n +last hit +unknown.*\n +counted +)"
-         R"(3 packets, 192 bytes[\s\S]*reroute +ready: to rtr5 [\s\S]*chip +its entry and its group say )"
-         R"(the same\n +tables +(\d) of \1 groups)");
-   expect("explain *,239.1.1.9", R"(fastdrop +what comes from rtr2 .*last hit unknown)");
+         R"(3 packets, 192 bytes[\s\S]*reroute +ready: to rtr5 [\s\S]*chip +entry and group )"
+         R"(agree with the route programmer\n +tables +(\d) of \1 groups)");
+   expect("explain *,239.1.1.9", R"(fastdrop +packets from rtr2 .*last hit unknown)");
    expect(
          "explain 10.0.0.2 239.1.1.6",
-         R"(in VRF red is not in hardware.\n +why not +no free multicast group.*\n +waits for +room )"
-         R"(in the replication table; 1 is before it in line, 2 wait in all\n +zombies +no group)");
+         R"(in VRF red is not in hardware.\n +reason +no free multicast group.*\n +waits for +room )"
+         R"(in the replication table; 1 route is before it in the queue, 2 routes wait in all)"
+         R"(\n +zombies +no group)");
    expect("explain 10.0.0.7,239.1.1.9",
-          R"(^No route .* in any VRF.\n +same group +\(\*, 239.1.1.9\)\n +packets +taken in VRF )"
-          R"(default by the entry of \(\*, 239.1.1.9\), which accepts from rtr0)");
-   expect("explain vrf default 10.0.0.2,239.1.1.5", R"(wanted in VRF red[\s\S]*they are dropped)");
+          R"(^No route .* in any VRF.\n +same group +\(\*, 239.1.1.9\)\n +packets +match in VRF )"
+          R"(default the entry of \(\*, 239.1.1.9\), which accepts from rtr0)");
+   expect("explain vrf default 10.0.0.2,239.1.1.5",
+          R"(wanted in VRF red[\s\S]*so they are dropped)");
 
    does("run 3");  // the link is down, and the group rewritten
    expect("explain 10.0.0.2,239.1.1.1",
-          R"(rerouted to rtr5 .*rtr0 failed: its link is down[\s\S]*the same)");
-   // What the chip says otherwise is said.
+          R"(rerouted to rtr5 .*rtr0 failed: its link is down[\s\S]*group agree)");
+   // A difference between the chip and the record is reported.
    auto const& route = *std::as_const(world_.simulated())
                               .routeProgrammer()
                               .route(L3::VrfName("default"), keyOf("239.1.1.1"));
@@ -123,27 +125,28 @@ TEST_P(Inspect, ExplainsARouteInHardwareOneThatWaitsAndOneThatNobodyWants) {
    RestartOptions slowly;
    slowly.begin = slowly.complete = 1;
    world_.simulated().restart(slowly);
-   expect("explain 10.0.0.2,239.1.1.2", "No route .*[\\s\\S]*has not been told all its routes yet");
+   expect("explain 10.0.0.2,239.1.1.2",
+          "No route .*[\\s\\S]*the replay of its routes is not complete");
 }
 
-// A record becomes a zombie, comes back, and goes; nobody keeps it for being watched.
+// A record becomes a zombie, is resurrected, and is freed; a watch does not keep the record alive.
 TEST_P(Inspect, WatchesARecordThroughItsLifeAndLetsItGo) {
    does("run 1");
-   // The one that the withdrawn routes share is the first.
+   // The record that the withdrawn routes share is the first.
    expect("watch /switch/1/inUseOifSet/[1]", "^$");
    expect("watch /switch/1/zombieOifSet", "^$");
    expect("watch /config/activityPollingInterval", "^$");
    expect("watch /switch/1/zombieOifSet", "is watched already");
-   expect("watch /switch/1/switchId", "nobody is told");
+   expect("watch /switch/1/switchId", "notifies no reactors");
    expect("run 1.5", R"(at 2\.\d+ s: /switch/1/inUseOifSet/OifSet#\d+ zombie = .*[\s\S]*)"
                      R"(at 2\.\d+ s: /switch/1/zombieOifSet\[.*\] = )");
-   expect("run 1", R"(at 3\.\d+ s: /switch/1/zombieOifSet\[.*\] has gone)");
+   expect("run 1", R"(at 3\.\d+ s: /switch/1/zombieOifSet\[.*\] is deleted)");
    expect("set /config/activityPollingInterval 9",
           R"(at 3.5\d+ s: /config/activityPollingInterval = 9 \(was 60\)\n)");
    expect("watch", "inUseOifSet/OifSet#\\d+\n/switch/1/zombieOifSet\n");
    world_.simulated().routeProgrammer().routeDel(L3::VrfName("default"), keyOf("239.1.1.1"));
    world_.simulated().routeProgrammer().routeDel(L3::VrfName("default"), keyOf("239.1.1.2"));
-   expect("run 20", R"(inUseOifSet/OifSet#\d+ has gone, and is watched no more)");
+   expect("run 20", R"(inUseOifSet/OifSet#\d+ is deleted, and the watch ends)");
    expect("watch", "^/switch/1/zombieOifSet\n/config/");
    expect("unwatch /switch/1/zombieOifSet", "^$");
    expect("unwatch /switch/1/zombieOifSet", "is not watched");

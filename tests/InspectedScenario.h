@@ -1,4 +1,4 @@
-// A scenario that is played in memory, for those who look at a run.
+// A scenario that is played in memory, for the tests of the commands that inspect a run.
 #pragma once
 
 #include <optional>
@@ -9,7 +9,7 @@
 #include "agent/inspect/InspectedRun.h"
 #include "agent/scenario/ScenarioParser.h"
 #include "agent/scenario/ScenarioPlayer.h"
-#include "agent/scenario/SimulatedTarget.h"
+#include "agent/scenario/SimulatedTestbed.h"
 
 namespace Agent {
 
@@ -29,14 +29,14 @@ inline constexpr std::string_view inspectedLines[] = {
 
 class InspectedScenario final : public InspectedRun {
  public:
-   explicit InspectedScenario(Path path)
-         : simulated_(path, config(path), {}), target_(simulated_, nullptr, true) {
+   explicit InspectedScenario(PathKind path)
+         : simulated_(path, config(path), {}), testbed_(simulated_, nullptr, true) {
       ScenarioParser parser;
       for (std::string_view const text : inspectedLines) {
          lines_.emplace_back();
          QOR_ASSERT(parser.parse(text, lines_.back()) == ScenarioParser::Result::event);
       }
-      player_.emplace(target_, lines_);
+      player_.emplace(testbed_, lines_);
    }
 
    SimulatedSwitch& simulated() override { return simulated_; }
@@ -46,15 +46,15 @@ class InspectedScenario final : public InspectedRun {
    bool inMemory() const override { return true; }
 
  private:
-   // On the asynchronous path what drops takes a group, too.
-   static Sim::ChipConfig config(Path path) {
+   // On the asynchronous path a fastdrop entry takes a group, too.
+   static Sim::ChipConfig config(PathKind path) {
       Sim::ChipConfig config;
-      config.groups = path == Path::async ? 3 : 2;
+      config.groups = path == PathKind::async ? 3 : 2;
       return config;
    }
 
    SimulatedSwitch simulated_;
-   SimulatedTarget target_;
+   SimulatedTestbed testbed_;
    std::vector<Scenario::Line> lines_;
    std::optional<ScenarioPlayer> player_;
 };

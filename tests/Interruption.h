@@ -1,5 +1,5 @@
-// One life for each moment at which a hook is called or somebody is notified: at that moment the
-// test does something that nobody expects.
+// One life for each moment at which a hook is called or a reactor is notified: at that moment the
+// test interferes, for instance by destroying the reactor.
 //
 //    for (Interruption life; life.next();) {
 //       ... build; life.act = [&] { sm = nullptr; }; life.follow(chip); ... play ...

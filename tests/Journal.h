@@ -1,5 +1,5 @@
-// A journal of what the library says while it exists, traces, the ring trace and the log, and of
-// what a test adds, in one order.
+// A journal, in one order, of the traces, the ring trace and the log that the library emits while
+// the journal exists, and of the lines that a test adds.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -24,8 +24,8 @@ std::string cat(Parts const&... parts) {
    return out.str();
 }
 
-// Lines "<level> <trace text>", "blip <text>" and "log <severity> <name>: <text>", and what a test
-// adds, such as "hook <name>".
+// Lines "<level> <trace text>", "blip <text>" and "log <severity> <name>: <text>", and the lines of
+// a test, such as "hook <name>".
 class Journal : public Qor::TraceSink, public Qor::LogSink {
  public:
    using Lines = std::vector<std::string>;
@@ -71,7 +71,7 @@ class Journal : public Qor::TraceSink, public Qor::LogSink {
       addBlips();
       return std::count(lines_.begin(), lines_.end(), line);
    }
-   // Those that begin so.
+   // The lines that begin with the text.
    Lines like(std::string const& start) {
       addBlips();
       Lines found;

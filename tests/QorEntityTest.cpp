@@ -1,4 +1,4 @@
-// Attributes and collections of entities: who is told what, and when values die.
+// Attributes and collections of entities: which handlers are notified, and when values die.
 #include "Qor/Entity.h"
 
 #include <gtest/gtest.h>
@@ -88,7 +88,7 @@ class QorEntity : public testing::Test {
       if (auto const act = std::exchange(onceTold, {})) act();
    }
    ItemPtr make(int size) { return Qor::make<Item>(size, history); }
-   // What `act` was heard to do.
+   // The notifications and the ends of items while `act` runs.
    String heard(std::function<void()> const& act) {
       history.clear();
       act();
@@ -96,14 +96,14 @@ class QorEntity : public testing::Test {
    }
 
    String history;
-   std::function<void()> onceTold;  // what the reactor does when it is told next
+   std::function<void()> onceTold;  // runs inside the next notification
    Ptr<B> box_ = Qor::make<B>(history);
    Reactor reactor{*this};
 };
 using Boxes = testing::Types<Box<Qor::HashMap>, Box<Qor::OrderedMap>>;
 TYPED_TEST_SUITE(QorEntity, Boxes);
 
-TYPED_TEST(QorEntity, AttributesTellAChangeOrEveryStore) {
+TYPED_TEST(QorEntity, AttributesNotifyOfAChangeOrEveryStore) {
    auto& box = this->box_;
    EXPECT_EQ(this->heard([&] { box->labelIs("a"); }), "label ");
    EXPECT_EQ(this->heard([&] { box->labelIs("a"); }), "");
@@ -112,7 +112,7 @@ TYPED_TEST(QorEntity, AttributesTellAChangeOrEveryStore) {
    EXPECT_EQ(this->heard([&] { box->coverIs(this->make(2)); }), "cover ~1 ");
 }
 
-TYPED_TEST(QorEntity, CollectionsTellTheKeyOfAChangeAndLetValuesGoAfterwards) {
+TYPED_TEST(QorEntity, CollectionsNotifyOfTheChangedKeyAndReleaseValuesAfterwards) {
    auto& box = this->box_;
    EXPECT_EQ(this->heard([&] { box->newItem(1, 10); }), "item 1 ");
    EXPECT_EQ(this->heard([&] { box->newItem(1, 10); }), "");
@@ -147,7 +147,7 @@ TYPED_TEST(QorEntity, HandlersMayDestroyTheEntityInEachOperation) {
    }
 }
 
-TYPED_TEST(QorEntity, HandlersMayChangeTheCollectionTheyHearOf) {
+TYPED_TEST(QorEntity, HandlersMayChangeTheCollectionThatNotifiesThem) {
    auto& box = this->box_;
    this->onceTold = [&] { box->itemDel(1), box->newItem(2, 2), box->itemDel(1); };
    EXPECT_EQ(this->heard([&] { box->newItem(1, 1); }), "item 1 item 1 item 2 ~1 ");

@@ -6,18 +6,18 @@
 #include <sstream>
 
 #include "agent/inspect/InspectExplain.h"
-#include "agent/scenario/SimulatedTarget.h"
+#include "agent/scenario/SimulatedTestbed.h"
 #include "agent/timeline/Timeline.h"
 
 namespace Agent {
 namespace {
 
-using Route = ScenarioTarget::Route;
+using Route = Testbed::Route;
 using Texts = std::vector<std::string>;
 
 class Life {
  public:
-   Life(Path path, unsigned seed, Sim::ChipConfig const& chip)
+   Life(PathKind path, unsigned seed, Sim::ChipConfig const& chip)
          : path_(path), random_(seed), simulated_(path, chip, InterfaceMap()) {
       simulated_.timelineIs(&timeline_);
    }
@@ -39,7 +39,7 @@ class Life {
       touched_.insert(i);
       if (upTo(4) == 0) {
          wanted_.erase(i);
-         return target_.routeDel(route.vrf, route.key);
+         return testbed_.routeDel(route.vrf, route.key);
       }
       route.iif = Lnet::IntfId("in" + std::to_string(upTo(2)));
       for (unsigned oif = 0, some = upTo(8); oif < 3; ++oif) {
@@ -49,9 +49,9 @@ class Life {
       if (upTo(6) == 0) route.backup = {Lnet::IntfId("spare")};
       if (upTo(6) == 0) route.fastdrop = {Lnet::IntfId("watched")};
       route.noRpf = upTo(8) == 0;
-      if (path_ == Path::sync && !route.noRpf) route.bridge = upTo(10) == 0;
+      if (path_ == PathKind::sync && !route.noRpf) route.bridge = upTo(10) == 0;
       wanted_[i] = route;
-      target_.routeIs(route);
+      testbed_.routeIs(route);
    }
 
    // The outputs of a packet of each wanted route, by route number, without the touched routes.
@@ -61,7 +61,7 @@ class Life {
          auto const source = route.key.source().isAny() ? Lnet::IpGenAddr::v4(0x0a000009)
                                                         : route.key.source().address();
          if (touched_.contains(i)) continue;
-         out[i] = target_.send({route.vrf, source, route.key.group().address(), route.iif, 64}).at;
+         out[i] = testbed_.send({route.vrf, source, route.key.group().address(), route.iif, 64}).at;
       }
       return out;
    }
@@ -69,7 +69,7 @@ class Life {
    void leaveOutRoutesWithoutHardware() {
       touched_.clear();
       for (auto const& [i, route] : wanted_) {
-         if (target_.route(route.vrf, route.key).state != "inHardware") touched_.insert(i);
+         if (testbed_.route(route.vrf, route.key).state != "inHardware") touched_.insert(i);
       }
    }
 
@@ -104,12 +104,12 @@ class Life {
    }
    void expectSound() {
       EXPECT_EQ(simulated_.audit(), Texts());
-      EXPECT_EQ(target_.check(), Texts());
-      EXPECT_EQ(target_.value(Scenario::State::wanted), wanted_.size());
+      EXPECT_EQ(testbed_.forwardingFaults(), Texts());
+      EXPECT_EQ(testbed_.value(Scenario::State::wanted), wanted_.size());
    }
    // On a chip with room for all routes.
    void expectComplete() {
-      EXPECT_EQ(target_.value(Scenario::State::inHardware), wanted_.size());
+      EXPECT_EQ(testbed_.value(Scenario::State::inHardware), wanted_.size());
       std::size_t entries = wanted_.size();
       for (auto const& [i, route] : wanted_)
          entries += route.fastdrop.size();
@@ -117,12 +117,12 @@ class Life {
    }
 
  private:
-   Path const path_;
+   PathKind const path_;
    std::mt19937_64 random_;
    std::ostringstream shown_;
    Timeline timeline_{shown_};
    SimulatedSwitch simulated_;
-   SimulatedTarget target_{simulated_, nullptr, true};
+   SimulatedTestbed testbed_{simulated_, nullptr, true};
    std::map<unsigned, Route> wanted_;
    std::set<unsigned> touched_;
 };
@@ -130,9 +130,9 @@ class Life {
 template <class Body>
 void forManySeeds(Body const& body) {
    for (unsigned seed = 0; seed < 60; ++seed) {
-      for (Path const path : {Path::async, Path::sync}) {
+      for (PathKind const path : {PathKind::async, PathKind::sync}) {
          bool const room = seed % 3 != 0;
-         SCOPED_TRACE((path == Path::async ? "async, seed " : "sync, seed ") +
+         SCOPED_TRACE((path == PathKind::async ? "async, seed " : "sync, seed ") +
                       std::to_string(seed));
          Sim::ChipConfig chip;
          chip.groups = room ? 64 : 6;
@@ -202,7 +202,7 @@ TEST(Restart, ChangesDuringARestartAreWrittenAndTheChipKeepsNoUnwantedEntries) {
 class FullChip {
  public:
    explicit FullChip(Qor::U32 groups)
-         : simulated_(Path::sync, {.groups = groups}, InterfaceMap()) {}
+         : simulated_(PathKind::sync, {.groups = groups}, InterfaceMap()) {}
    ~FullChip() { Qor::activityManagerIs(nullptr); }
 
    void want(unsigned i, char const* iif, std::vector<Lnet::IntfId> oifs, char const* backup) {
@@ -212,9 +212,9 @@ class FullChip {
       route.iif = Lnet::IntfId(iif);
       route.oifs = std::move(oifs);
       route.backup = {Lnet::IntfId(backup)};
-      target_.routeIs(route);
+      testbed_.routeIs(route);
    }
-   void withdraw(unsigned i) { target_.routeDel(L3::VrfName("default"), key(i)); }
+   void withdraw(unsigned i) { testbed_.routeDel(L3::VrfName("default"), key(i)); }
    void run(double seconds) { simulated_.activity().runUntil(Qor::now() + seconds); }
    void restart() {
       RestartOptions options;
@@ -228,7 +228,7 @@ class FullChip {
    std::string outputs(unsigned i, char const* iif) {
       std::string text;
       for (auto const& [intf, copies] :
-           target_
+           testbed_
                  .send({L3::VrfName("default"), Lnet::IpGenAddr::v4(0x0a000002),
                         key(i).group().address(), Lnet::IntfId(iif), 64})
                  .at)
@@ -249,7 +249,7 @@ class FullChip {
    }
 
    SimulatedSwitch simulated_;
-   SimulatedTarget target_{simulated_, nullptr, true};
+   SimulatedTestbed testbed_{simulated_, nullptr, true};
 };
 
 // During the replay route 2 gets the outputs of route 1, and then the input of route 2 fails.

@@ -34,9 +34,9 @@ constexpr char fourRoutes[] =
       "[2026-07-30T10:00:04.000000] (10.0.0.2,239.1.1.3) Iif: rtr0 Oifs: State: resolved"
       " Table: default\n";
 
-struct Replay {
-   Replay(Strings const& files, Sim::ChipConfig const& config)
-         : simulated(Path::async, config, InterfaceMap()) {
+struct CaptureReplay {
+   CaptureReplay(Strings const& files, Sim::ChipConfig const& config)
+         : simulated(PathKind::async, config, InterfaceMap()) {
       CaptureReader reader(files);
       CaptureEvent event;
       for (auto got = reader.next(event); got != CaptureReader::Result::end;
@@ -47,7 +47,7 @@ struct Replay {
       }
       simulated.settle();
    }
-   ~Replay() { Qor::activityManagerIs(nullptr); }
+   ~CaptureReplay() { Qor::activityManagerIs(nullptr); }
 
    SimulatedSwitch simulated;
    CaptureState capture;
@@ -71,7 +71,7 @@ TEST(Run, EachBundledCaptureIsForwardedAsRecordedOnChipsOfAllSizes) {
          bool const eventsAlone = input.back().ends_with("events.txt.gz");
          if (!eventsAlone && chip.latency != 0.001) continue;
          SCOPED_TRACE(input.back() + " groups " + std::to_string(chip.groups));
-         Replay replay(input, chip);
+         CaptureReplay replay(input, chip);
          ForwardingCheck const check = checkForwarding(replay.simulated, replay.capture);
          EXPECT_EQ(check.differences, Strings());
          std::set<std::vector<Lnet::IntfId>> sets;
@@ -112,10 +112,10 @@ TEST(Run, TheCheckReportsEachDifferenceOfTheChip) {
              entry.group = Sim::noGroup;
              return c.routeCreate(9, entry);
           },
-          "1) vlan 4000 is that of no route of the capture in hardware"},
+          "1) vlan 4000 belongs to no route of the capture in hardware"},
    };
    for (auto const& [plant, difference] : cases) {
-      Replay replay({file}, {});
+      CaptureReplay replay({file}, {});
       EXPECT_EQ(plant(replay.simulated.chip()), "");
       ForwardingCheck const check = checkForwarding(replay.simulated, replay.capture);
       std::string const got = check.passed() ? "none" : check.differences.at(0);
@@ -123,7 +123,7 @@ TEST(Run, TheCheckReportsEachDifferenceOfTheChip) {
    }
    // A route that is missing in the route programmer, and then the same route before its first
    // pass.
-   Replay replay({file}, {});
+   CaptureReplay replay({file}, {});
    MrouteEvent late;
    late.vrf = L3::VrfName("red");
    late.key = replay.capture.routes().begin()->first.key;
@@ -132,7 +132,8 @@ TEST(Run, TheCheckReportsEachDifferenceOfTheChip) {
    replay.capture.apply(CaptureEvent(late));
    auto const found = [&] { return checkForwarding(replay.simulated, replay.capture).differences; };
    ASSERT_EQ(found().size(), 1u);
-   EXPECT_TRUE(found()[0].ends_with("): in the capture, but not with the route programmer"));
+   EXPECT_TRUE(
+         found()[0].ends_with("): the route of the capture is unknown to the route programmer"));
    replay.simulated.apply(CaptureEvent(late));
    EXPECT_TRUE(found().at(0).ends_with("): not settled: not looked at yet"));
 }
@@ -150,7 +151,7 @@ TEST(Run, ALinkGetsAPortOnlyIfARouteUsesItAndARenamedLinkLosesItsOldName) {
    link(10, "rtr3", "DOWN");
    TempDir const dir;
    auto const forwards = [&](char const* intf) {
-      Replay replay({dir.file("links", lines)}, {});
+      CaptureReplay replay({dir.file("links", lines)}, {});
       EXPECT_EQ(checkForwarding(replay.simulated, replay.capture).differences, Strings());
       EXPECT_EQ(replay.simulated.interfaceMap().intfs().size(), 4u);
       return replay.simulated.chip().port(Lnet::IntfId(intf))->linkUp;
@@ -213,7 +214,7 @@ TEST(Program, ExitCodesAndMessagesMatchTheResult) {
          {"run --path sync " + good, 0, " routes forward as the capture says\n", ""},
          {"run " + other, 0, "scenario       one\n", ""},
          {"run --path async " + other, 2, "",
-          other + ": this scenario is for the path sync alone: --path sync"},
+          other + ": the scenario is for the path sync alone: use --path sync"},
          {"run " + scenario, 0, "\nexpectations   1, 0 failures\n", ""},
          {"run " + unresolved, 0, "\nroutes         4 wanted, 4 in hardware, ", ""},
          {"run " + leaves, 1, "routes         4093 wanted",

@@ -1,4 +1,4 @@
-// Scenarios: the parser, and the player on a target that records its calls.
+// Scenarios: the parser, and the player on a testbed that records its calls.
 #include <gtest/gtest.h>
 
 #include "CaptureTestSupport.h"
@@ -66,8 +66,8 @@ constexpr BadLine badLines[] = {
    // Expectations.
    {R"({"expect": {"zombies": {"min": 3, "max": 2}}})", R"(expect.zombies: "min" is above "max")"},
    {R"({"expect": {"forward": [{"src": "10.0.0.2", "dst": "239.1.1.1", "iif": "rtr0"}]}})", "expect.forward[0].to: missing"},
-   {R"({"expect": {"route": {"src": "*", "dst": "239.1.1.1"}}})", "expect.route: nothing is expected of the route"},
-   {R"({"expect": {"check": false}})", "expect.check: false expects nothing"},
+   {R"({"expect": {"route": {"src": "*", "dst": "239.1.1.1"}}})", "expect.route: no expectation about the route"},
+   {R"({"expect": {"check": false}})", "expect.check: must be true"},
 };
 // clang-format on
 
@@ -81,9 +81,9 @@ TEST(Scenario, EveryKindOfLineIsRead) {
       if (result == ScenarioParser::Result::event) lines.push_back(line);
    }
    ASSERT_EQ(lines.size(), std::size(goodLines) - 1);
-   EXPECT_EQ(lines[0].path, Path::sync);
+   EXPECT_EQ(lines[0].path, PathKind::sync);
    EXPECT_EQ(lines[1].path, std::nullopt);  // the path of a line does not apply to the next line
-   EXPECT_EQ(lines[10].path, Path::async);
+   EXPECT_EQ(lines[10].path, PathKind::async);
 
    auto const& route = std::get<Scenario::Route>(lines[1].event);
    EXPECT_EQ(route.routes.toString(), "vrf blue (10.0.0.2, 239.1.1.1) and 999 more");
@@ -144,13 +144,13 @@ TEST(Scenario, AWholeFileIsReadAndEveryBadLineIsReported) {
 }
 
 // Records its calls with their times. Packets are forwarded to the interfaces in `to`.
-class NotedTarget final : public ScenarioTarget {
+class NotedTestbed final : public Testbed {
  public:
-   NotedTarget()
+   NotedTestbed()
          : time_(Qor::make<Qor::ActivityManager>(Qor::ActivityManager::TimeBase::virtualTime)) {
       Qor::activityManagerIs(time_);
    }
-   ~NotedTarget() override { Qor::activityManagerIs(nullptr); }
+   ~NotedTestbed() override { Qor::activityManagerIs(nullptr); }
 
    double nextDeadline() const override { return time_->nextDeadline(); }
    void runUntil(double time) override { time_->runUntil(time); }
@@ -162,7 +162,7 @@ class NotedTarget final : public ScenarioTarget {
       note(text);
    }
    void routeDel(L3::VrfName const&, Scenario::RouteKey const& key) override {
-      throw ScenarioRefused("no " + key.pretty());
+      throw TestbedRefusal("no " + key.pretty());
    }
    void linkIs(Lnet::IntfId intf, Interface::IntfOperStatus) override {
       note("link " + intf.name());
@@ -181,7 +181,9 @@ class NotedTarget final : public ScenarioTarget {
       return state == Scenario::State::zombies ? zombies : 7;
    }
    std::uint64_t value(Count count) const override { return count == Count::purges ? purges : 0; }
-   std::vector<std::string> check() override { return std::vector<std::string>(12, "bad"); }
+   std::vector<std::string> forwardingFaults() override {
+      return std::vector<std::string>(12, "bad");
+   }
    std::vector<std::string> audit() const override { return {"a leak"}; }
    void show(std::vector<std::string> const&) override { note("show"); }
 
@@ -236,7 +238,7 @@ std::vector<std::string> failuresOf(ScenarioPlayer const& player) {
 }
 
 TEST(ScenarioPlayer, PacketsAreSentAtTheirTimesBetweenTheLines) {
-   NotedTarget target;
+   NotedTestbed testbed;
    auto const lines = linesOf(
          R"({"at": 1, "traffic": {"src": "10.0.0.2", "dst": "239.1.1.1", "iif": "rtr0", "count": 4, "every": 0.5}}
 {"at": 1, "link": {"intf": "rtr1", "state": "down"}}
@@ -244,24 +246,24 @@ TEST(ScenarioPlayer, PacketsAreSentAtTheirTimesBetweenTheLines) {
 {"at": 1.7, "route": {"src": "*", "dst": "239.1.1.255", "groups": 2, "iif": "rtr0", "oifs": ["rtr3"], "ownOif": "l"}}
 {"at": 2, "link": {"intf": "rtr2", "state": "down"}}
 )");
-   ScenarioPlayer player(target, lines);
-   At const due(2, [&] { target.show({}); });  // clocks of the switch fire before packets
+   ScenarioPlayer player(testbed, lines);
+   At const due(2, [&] { testbed.show({}); });  // clocks of the switch fire before packets
    player.play();
-   EXPECT_EQ(target.notes, (std::vector<std::string>{
-                                 "1 packet 239.1.1.1", "1 link rtr1", "1.5 packet 239.1.1.1",
-                                 "1.5 packet 239.1.1.8", "1.5 packet 239.1.1.9",
-                                 "1.7 route (*, 239.1.1.255) iif rtr0 oifs rtr3 l1",
-                                 "1.7 route (*, 239.1.2.0) iif rtr0 oifs rtr3 l2", "2 show",
-                                 "2 packet 239.1.1.1", "2 packet 239.1.1.8", "2 packet 239.1.1.9",
-                                 "2 link rtr2", "2.5 packet 239.1.1.1", "2.5 settle"}));
+   EXPECT_EQ(testbed.notes, (std::vector<std::string>{
+                                  "1 packet 239.1.1.1", "1 link rtr1", "1.5 packet 239.1.1.1",
+                                  "1.5 packet 239.1.1.8", "1.5 packet 239.1.1.9",
+                                  "1.7 route (*, 239.1.1.255) iif rtr0 oifs rtr3 l1",
+                                  "1.7 route (*, 239.1.2.0) iif rtr0 oifs rtr3 l2", "2 show",
+                                  "2 packet 239.1.1.1", "2 packet 239.1.1.8", "2 packet 239.1.1.9",
+                                  "2 link rtr2", "2.5 packet 239.1.1.1", "2.5 settle"}));
    EXPECT_EQ(player.packets(), 8u);
    EXPECT_EQ(failuresOf(player),
              std::vector<std::string>{"s:5: at 2.500000 s: in the end: a leak"});
 }
 
 TEST(ScenarioPlayer, AFailedExpectationIsReportedWithTheExpectedAndTheFoundValue) {
-   NotedTarget target;
-   target.facts = {"waitingGroup", "no room", 1.5, {{"rtr2", 0.5}}, 3, std::nullopt, std::nullopt};
+   NotedTestbed testbed;
+   testbed.facts = {"waitingGroup", "no room", 1.5, {{"rtr2", 0.5}}, 3, std::nullopt, std::nullopt};
    auto const lines = linesOf(
          R"({"at": 1, "expect": {"wanted": 7, "zombies": 2, "groups": {"min": 8}}}
 {"expect": {"forward": {"src": "10.0.0.2", "dst": "239.1.1.1", "groups": 3, "iif": "rtr0", "to": ["rtr4", "cpu"]}}}
@@ -274,9 +276,9 @@ TEST(ScenarioPlayer, AFailedExpectationIsReportedWithTheExpectedAndTheFoundValue
 {"mark": "again"}
 {"expect": {"sinceMark": {"sent": 0, "writes": 0}, "delivered": {"rtr3": 0}, "trace": {"text": "wake", "level": 9}}}
 )");
-   ScenarioPlayer player(target, lines);
+   ScenarioPlayer player(testbed, lines);
    while (player.step()) {
-      if (player.played() == 6) target.to = {{"rtr3", 2}};
+      if (player.played() == 6) testbed.to = {{"rtr3", 2}};
    }
    EXPECT_EQ(player.expectations(), 7u);
    std::vector<std::string> expected = {
@@ -302,19 +304,19 @@ TEST(ScenarioPlayer, AFailedExpectationIsReportedWithTheExpectedAndTheFoundValue
 }
 
 TEST(ScenarioPlayer, AnExpectationWithATimeLimitWaitsUntilItHoldsOrTheLimitEnds) {
-   NotedTarget target;
-   At const becomes(1.25, [&] { target.zombies = 1; });
+   NotedTestbed testbed;
+   At const becomes(1.25, [&] { testbed.zombies = 1; });
    auto const lines = linesOf(R"({"at": 1, "expect": {"within": 0.5, "zombies": 1, "now": 1.25}}
 {"at": 1.3, "link": {"intf": "rtr1", "state": "down"}}
 {"at": 2, "expect": {"within": 0.5, "zombies": 2}}
 {"at": 2.1, "link": {"intf": "rtr2", "state": "down"}}
 )");
-   ScenarioPlayer player(target, lines);
+   ScenarioPlayer player(testbed, lines);
    while (player.step()) {
    }
    EXPECT_EQ(failuresOf(player),
              std::vector<std::string>{"s:3: at 2.500000 s: zombies: expected 2, found 1"});
-   EXPECT_EQ(target.notes, (std::vector<std::string>{"1.3 link rtr1", "2.5 link rtr2"}));
+   EXPECT_EQ(testbed.notes, (std::vector<std::string>{"1.3 link rtr1", "2.5 link rtr2"}));
 }
 
 }  // namespace

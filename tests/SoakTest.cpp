@@ -1,20 +1,20 @@
-// The soak: short ones of both paths, and that it would find something.
+// Short soaks of both paths, and the faults that a soak must find.
 #include <gtest/gtest.h>
 
 #include <cstdlib>
 
 #include "agent/scenario/ScenarioParser.h"
 #include "agent/scenario/ScenarioWriter.h"
-#include "agent/scenario/SimulatedTarget.h"
+#include "agent/scenario/SimulatedTestbed.h"
 #include "agent/soak/SoakRun.h"
 
 namespace Agent {
 namespace {
 
-class Soak : public testing::TestWithParam<Path> {
+class Soak : public testing::TestWithParam<PathKind> {
    void TearDown() override { Qor::activityManagerIs(nullptr); }
 };
-INSTANTIATE_TEST_SUITE_P(Paths, Soak, testing::Values(Path::async, Path::sync));
+INSTANTIATE_TEST_SUITE_P(Paths, Soak, testing::Values(PathKind::async, PathKind::sync));
 
 TEST_P(Soak, FindsNothingInShortLives) {
    SoakFigures done;
@@ -32,7 +32,7 @@ TEST_P(Soak, FindsNothingInShortLives) {
 
 // All that can go wrong in one call of a hook, of as many calls as time allows.
 TEST_P(Soak, FindsNothingWhenEachHookCallFailsOnce) {
-   auto const path = GetParam() == Path::async ? "async" : "sync";
+   auto const path = GetParam() == PathKind::async ? "async" : "sync";
    std::pair<char const*, int> const scenarios[] = {{"table-full", 150},
                                                     {"make-before-break", 150},
                                                     {"resurrection", 150},
@@ -60,12 +60,12 @@ TEST_P(Soak, EpisodesAreWrittenAsScenariosThatAreReadBackAsTheyWere) {
    }
 }
 
-// What soaks have found, each in the fewest lines.
+// The faults that soaks have found, each in the fewest lines.
 TEST_P(Soak, FindsNothingWhereItOnceDid) {
    struct Life {
       std::vector<std::string> lines;
       Qor::U32 groups = 8192;
-      std::optional<Path> only = std::nullopt;
+      std::optional<PathKind> only = std::nullopt;
    };
    Life const lives[] = {
          // An interface changes sides between input and fastdrop, at rest and in mid-change.
@@ -80,15 +80,15 @@ TEST_P(Soak, FindsNothingWhereItOnceDid) {
            R"({"at": 2.1, "link": {"intf": "a", "state": "up"}})",
            R"({"at": 2.5, "route": {"src": "*", "dst": "239.1.1.1", "iif": "a", "oifs": ["x"], "backup": ["z"]}})",
            R"({"at": 3, "link": {"intf": "a", "state": "down"}})"}},
-         // The agent starts anew; the group of the route told first looks like another's, as its own
-         // was rewritten, and its input fails again before that other is told.
+         // The agent restarts; the group of the first replayed route equals another's, as its own
+         // was rewritten, and its input fails again before the other route is replayed.
          {{R"({"at": 0, "route": {"src": "*", "dst": "239.1.1.1", "iif": "a", "oifs": ["x"], "backup": ["z"]}})",
            R"({"at": 0, "route": {"src": "*", "dst": "239.1.1.2", "iif": "b", "oifs": ["x"]}})",
            R"({"at": 1, "link": {"intf": "a", "state": "down"}})",
            R"({"at": 2, "restart": {"over": 1}})",
            R"({"at": 2.2, "link": {"intf": "a", "state": "up"}})",
            R"({"at": 2.5, "link": {"intf": "a", "state": "down"}})"}},
-         // The clock moves on during the pass that makes room for those who wait.
+         // The clock moves on during the pass that makes room for the waiting routes.
          {{R"({"at": 0, "route": {"src": "*", "dst": "239.1.1.1", "iif": "a", "oifs": ["x"]}})",
            R"({"at": 1, "fault": {"routesExhausted": true}})",
            R"({"at": 1, "route": {"src": "*", "dst": "239.1.2.1", "groups": 600, "iif": "a", "oifs": ["x"]}})",
@@ -99,8 +99,15 @@ TEST_P(Soak, FindsNothingWhereItOnceDid) {
            R"({"at": 1, "withdraw": {"src": "*", "dst": "239.1.1.1"}})",
            R"({"at": 1, "link": {"intf": "a", "state": "down"}})",
            R"({"at": 1, "route": {"src": "*", "dst": "239.1.1.1", "iif": "a", "oifs": ["x"], "backup": ["z"]}})"}},
-         // A route that was given up and accepts from anywhere is told another input, which is no
-         // change of it.
+         // A rerouted route leaves its group, returns to the outputs that it had, and keeps the group,
+         // since the write between the two has failed.
+         {{R"({"at": 0, "route": {"src": "*", "dst": "239.1.1.1", "iif": "a", "oifs": ["x"], "backup": ["z"]}})",
+           R"({"at": 1, "link": {"intf": "a", "state": "down"}})",
+           R"({"at": 2, "fault": {"failNext": {"write": "routePoint", "reason": "parity error"}}})",
+           R"({"at": 2, "route": {"src": "*", "dst": "239.1.1.1", "iif": "a", "oifs": ["y"], "backup": ["z"]}})",
+           R"({"at": 2.0005, "route": {"src": "*", "dst": "239.1.1.1", "iif": "a", "oifs": ["x"], "backup": ["z"]}})"}},
+         // A route that was given up and accepts from anywhere gets another input, which does not
+         // change the route.
          {{R"({"at": 0, "fault": {"failNext": {"write": "routeCreate", "reason": "parity error", "count": 3}}})",
            R"({"at": 1, "route": {"src": "*", "dst": "239.1.1.1", "iif": "a", "oifs": ["x"], "noRpf": true}})",
            R"({"at": 2, "route": {"src": "*", "dst": "239.1.1.1", "iif": "b", "oifs": ["x"], "noRpf": true}})"}},
@@ -110,8 +117,8 @@ TEST_P(Soak, FindsNothingWhereItOnceDid) {
            R"({"at": 12, "fault": {"boundariesExhausted": false}})",
            R"({"at": 16, "mark": "a pause"})"},
           8192,
-          Path::sync},
-         // On a full chip a route shares the group of one that is not told again yet, and takes it
+          PathKind::sync},
+         // On a full chip a route shares the group of one not replayed yet, and takes the group
          // to its backup; then the agent crashes once more.
          {{R"({"at": 0, "route": {"src": "*", "dst": "239.1.1.1", "iif": "a", "oifs": ["x"], "backup": ["p"]}})",
            R"({"at": 0, "route": {"src": "*", "dst": "239.1.1.2", "groups": 2, "iif": "b", "oifs": ["y"], "backup": ["q"]}})",
@@ -140,28 +147,28 @@ TEST_P(Soak, FindsNothingWhereItOnceDid) {
 // A route entry that points elsewhere since its memory failed.
 TEST_P(Soak, FindsARouteThatForwardsElsewhere) {
    SimulatedSwitch simulated(GetParam(), {}, InterfaceMap());
-   SimulatedTarget target(simulated, nullptr, true);
-   SoakChecker checker(simulated, GetParam(), {});
+   SimulatedTestbed testbed(simulated, nullptr, true);
+   SoakOracle oracle(simulated, GetParam(), {});
    for (unsigned i = 0; i < 2; ++i) {
-      ScenarioTarget::Route route;
+      Testbed::Route route;
       route.vrf = L3::VrfName("default");
       route.key = Scenario::RouteKey::fromAddresses(Lnet::IpGenAddr::v4(0x0A000001),
                                                     Lnet::IpGenAddr::v4(0xEF010100 + i));
       route.iif = Lnet::IntfId("rtr0");
       route.oifs = {Lnet::IntfId("rtr" + std::to_string(i + 1))};
-      target.routeIs(route);
-      checker.routeIs(route);
+      testbed.routeIs(route);
+      oracle.routeIs(route);
    }
-   target.settle();
-   checker.look();
-   checker.lookAtAll();
-   ASSERT_EQ(checker.found(), std::vector<std::string>());
+   testbed.settle();
+   oracle.look();
+   oracle.lookAtAll();
+   ASSERT_EQ(oracle.found(), std::vector<std::string>());
    Qor::U32 const other = simulated.chip().routes().find(1)->group;
    simulated.chip().softError(0, other);
-   checker.lookAtAll();
+   oracle.lookAtAll();
    std::string const text =
          "vrf default (10.0.0.1, 239.1.1.0): expected rtr1, its entry points at rtr2";
-   auto const& found = checker.found();
+   auto const& found = oracle.found();
    EXPECT_NE(std::find(found.begin(), found.end(), text), found.end());
 }
 

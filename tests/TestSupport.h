@@ -1,4 +1,4 @@
-// What the tests of all parts share: virtual time, the text of an error, and values read from text.
+// Support for the tests of all parts: virtual time, the text of an error, values read from text.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -33,7 +33,7 @@ struct ReusedMemory {
    ~ReusedMemory() { Qor::Pooled::reuseIs(false); }
 };
 
-// What the error says that `call` ends with.
+// The text of the error that `call` throws, or "no error".
 template <class Error = Qor::RangeException, class Call>
 std::string errorText(Call const& call) {
    try {

@@ -34,7 +34,7 @@ char const* const route1 =
       "** {'source': '10.0.0.1', 'group': '239.0.0.1'})";
 char const* const none = "null";
 
-// Hooks that nobody has overridden do nothing.
+// Hooks without an override do nothing.
 struct NoopAgent {
    NoopAgent() { setenv("VEL_NOOP_AGENT", "", 1); }
    ~NoopAgent() { unsetenv("VEL_NOOP_AGENT"); }
@@ -127,8 +127,8 @@ TEST_F(TypeRegistry, EachOfTheLibrarysTypesIsConstructedByName) {
       } else {
          EXPECT_EQ(type.parse(one.text()), one) << name;
       }
-      // Everything can be read; an attribute takes back what it shows, and a collection finds the
-      // members that it lists.
+      // Each member can be read; an attribute accepts the value that it returns, and a collection
+      // finds the members that it lists.
       for (Qor::TypeAttribute const* const attribute : type.allAttributes()) {
          SCOPED_TRACE(attribute->fullName);
          Generic const value = attribute->read(one);
@@ -144,9 +144,8 @@ TEST_F(TypeRegistry, EachOfTheLibrarysTypesIsConstructedByName) {
    }
 }
 
-// What the hooks answer while nobody overrides them: of those that must be overridden, what the
-// switch takes for nothing.
-TEST_F(TypeRegistry, HooksThatNobodyOverridesDoNothing) {
+// The results of hooks without an override, in the order of the descriptions.
+TEST_F(TypeRegistry, HooksWithoutAnOverrideDoNothing) {
    std::map<std::string, Generic> const values = {
          {"key", route1},
          {"routeKey", route1},
@@ -185,7 +184,7 @@ TEST_F(TypeRegistry, HooksThatNobodyOverridesDoNothing) {
    }
 }
 
-// A new object of a type that has collections, which nobody else holds.
+// A new object of a type that has collections, without another holder.
 Generic owner(TypeRegistry const& t, std::string const& type) {
    if (type == "Vel::L3Status") return Qor::toGeneric(Qor::make<Vel::L3Status>());
    if (type == "IntfVlanId::Table") return Qor::toGeneric(Qor::make<IntfVlanId::Table>());
@@ -400,9 +399,8 @@ std::vector<std::string> declaredIn(std::string const& header, std::string const
    return names;
 }
 
-// A member that is not in the description would be forgotten by all tools. What they have no use
-// for: the ways in which reactors are handed out, and the look-up of records by their names, which
-// a collection does itself.
+// A member that is not in the description would be missing in all tools. The exceptions are the
+// accessors of reactors, and the look-up of records by their names, which a collection does itself.
 TEST_F(TypeRegistry, DescriptionsLeaveNothingOut) {
    struct {
       char const* type;
@@ -452,7 +450,7 @@ TEST_F(TypeRegistry, DescriptionsLeaveNothingOut) {
    }
 }
 
-TEST_F(TypeRegistry, ErrorsSayWhatIsWrongAndWhere) {
+TEST_F(TypeRegistry, ErrorsNameTheFaultAndItsPlace) {
    Generic const readOnly = Qor::toGeneric(Qor::Ptr<MrouteLib::SwitchChipBase const>(
          &Qor::objectOf<MrouteLib::SwitchChipBase const>(asyncSwitch)));
    auto const error = [](auto const& call) { return errorText(call); };
@@ -557,7 +555,7 @@ TEST(TypeRegistryDeathTest, TheRegistryAnswersWhileStaticObjectsAreDestroyed) {
          testing::ExitedWithCode(0), "");
 }
 
-TEST_F(TypeRegistry, AFollowerHearsAndKeepsNothingAlive) {
+TEST_F(TypeRegistry, AFollowerIsNotifiedAndKeepsNothingAlive) {
    auto& chip = Qor::objectOf<Vel::Mroute::AsyncMrouteSwitch>(asyncSwitch);
    Lines heard;
    auto const tell = [&](char const* who) {

@@ -1,4 +1,4 @@
-// Allocating oif sets: sharing, resurrection, fixed groups, and what the programmer says and calls.
+// Allocating oif sets: sharing, resurrection, fixed groups, traces and hook calls.
 #include <cstdlib>
 
 #include "VelAsyncTestSupport.h"
@@ -94,7 +94,7 @@ TEST_F(VelAsyncAllocation, ARecordThatMayNotBeSharedIsReplacedButForFastReroute)
 }
 
 // A later record of the same set has the address of the one that is named and has died.
-TEST_F(VelAsyncAllocation, ANameMeansOneRecordWhateverBecomesOfItsMemory) {
+TEST_F(VelAsyncAllocation, ANameMeansOneRecordThoughAnotherTakesItsAddress) {
    ReusedMemory const reused;
    OifSetPtr const set = oifSet("et9");
    RecordPtr first = allocate(set);
@@ -130,7 +130,7 @@ TEST_F(VelAsyncAllocation, ANewerRecordTakesAFixedGroupOver) {
    EXPECT_FALSE(third->skipDelete());
 }
 
-// ---- The bare base class, and what stops the process. ----
+// ---- The bare base class, and broken invariants. ----
 
 TEST_F(VelAsyncAllocation, TheBareBaseClassIsEnoughWhereTheVariableAllowsItAndNowhereElse) {
    setenv("VEL_NOOP_AGENT", "", 1);

@@ -1,4 +1,4 @@
-// Freeing records: what becomes of them, zombies, and the end of the switch.
+// Freeing records: kept, made zombies or freed; zombies; and the end of the switch.
 #include <functional>
 
 #include "Qor/Type.h"
@@ -7,7 +7,7 @@
 namespace velAsync {
 namespace {
 
-// Tells the journal about the collections of freeing, and does what a test asks when it is told.
+// Adds a line for each notification of a record's collections, then calls the test's `then`.
 struct Watcher final : AsyncMrouteSwitch::Notifiee {
    explicit Watcher(Journal& j) : journal(j) {}
    void tell(char const* what) {
@@ -136,7 +136,7 @@ TEST_F(VelAsyncFreeing, ANewerRecordKeepsItsEntriesWheneverItIsMade) {
 
 // ---- Removing zombies, and the end of the switch. ----
 
-TEST_F(VelAsyncFreeing, AWalkGoesOnWhateverAHandlerRemoves) {
+TEST_F(VelAsyncFreeing, AWalkGoesOnThoughAHandlerRemovesEntries) {
    makeZombies(6);
    Watcher watcher(journal_);
    watcher.notifierIs(sw_);
@@ -156,14 +156,14 @@ TEST_F(VelAsyncFreeing, AWalkGoesOnWhateverAHandlerRemoves) {
              "Vel::Mroute::AsyncMrouteSwitch::zombieOifSet not allowed\"");
 }
 
-TEST_F(VelAsyncFreeing, TheEndOfTheSwitchFreesWhatNobodyElseHoldsAndMakesNoZombie) {
+TEST_F(VelAsyncFreeing, TheEndOfTheSwitchFreesRecordsWithoutAnotherHolderAndMakesNoZombie) {
    makeZombies(3);
    AsyncMtableOifSet::Notifiee keeper;
    keeper.notifierIs(sw_->zombieOifSet(ZombieKey(101, 3.0)));
    RecordPtr held = allocateUsed(oifSet());
    doAllocate(oifSet());
    result()->usedInHwIs(true);
-   // A listener keeps the switch from going: what it had to let go of is gone all the same.
+   // A listener keeps the switch alive; the records that the switch released are freed even so.
    struct Listener final : MrouteLib::SwitchChipBase::Notifiee {
       void onMtableOifSet() override { kept = notifier(); }
       Qor::Ptr<MrouteLib::SwitchChipBase const> kept;

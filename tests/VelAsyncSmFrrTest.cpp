@@ -9,7 +9,7 @@ using Bfd::SessionType;
 
 class AsyncSmFrr : public AsyncSm {
  protected:
-   // The reactor, and what a rewrite costs.
+   // The reactor, and the cost of a rewrite in seconds.
    void start(Qor::Seconds cost = 0) {
       sm_ = inputs_.sm(switch_);
       onHook_ = [this, cost](std::string_view hook) {
@@ -68,9 +68,9 @@ TEST_F(AsyncSmFrr, OnlySetsThatComeInOverTheFailedInterfaceAndHaveBackupsAreTake
    EXPECT_EQ(switch_->frrMtableOifSet().size(), 3u);
    auto const rerouted = Qor::ptrCast<AsyncMtableOifSet>(routes_[0].record);
    EXPECT_TRUE(rerouted->dirty());
-   EXPECT_EQ(rerouted->oifSet(), set({2}, 1, {3}));  // the set itself is what it was
+   EXPECT_EQ(rerouted->oifSet(), set({2}, 1, {3}));  // the record keeps its set
    down(1, IntfOperStatus::up);
-   EXPECT_EQ(receivers(0), "et3");  // the way back is not taken here
+   EXPECT_EQ(receivers(0), "et3");  // recovery of the link does not restore the group
 }
 
 TEST_F(AsyncSmFrr, AListenerMayWithdrawTheNextSet) {
@@ -98,8 +98,8 @@ TEST_F(AsyncSmFrr, OnlyDownAndLowerLayerDownAreFailures) {
    }
 }
 
-// From adminDown through the states: how often it reroutes, what it remembers, and how often it
-// traces the interface.
+// Sessions that go from adminDown through the states: the number of reroutes, the remembered state,
+// and the number of traces of the interface.
 TEST_F(AsyncSmFrr, ASessionReroutesOnceForEachTimeItComesDown) {
    auto const [admin, dn, init, up] =
          std::array{OperState::adminDown, OperState::down, OperState::init, OperState::up};
@@ -126,13 +126,13 @@ TEST_F(AsyncSmFrr, ASessionReroutesOnceForEachTimeItComesDown) {
       EXPECT_EQ(traces.count("8 handleBfdStatus Intf et1"), c.intfTraces);
       auto& reactor = *sm_->bfdStatus(session(c.type).peer());
       EXPECT_EQ(reactor.peerState(), c.remembered);
-      reactor.handleBfdStatus();  // told again, while nothing has changed
+      reactor.handleBfdStatus();  // notified again without a change
       EXPECT_EQ(traces.like("8 review").size(), c.reroutes);
       freshSwitch();
    }
 }
 
-// It comes back while its reroute is under way, and fails again.
+// The session comes up while its reroute is under way, and fails again.
 TEST_F(AsyncSmFrr, ASessionThatRecoversDuringItsRerouteMayFailAgain) {
    covered(0, 1);
    start();
@@ -146,8 +146,8 @@ TEST_F(AsyncSmFrr, ASessionThatRecoversDuringItsRerouteMayFailAgain) {
    EXPECT_EQ(receiversOfAll(), "et3,et3");
 }
 
-// Its last word is still on its way.
-TEST_F(AsyncSmFrr, ASessionThatHasGoneTellsNothing) {
+// The session's last status arrives after its removal.
+TEST_F(AsyncSmFrr, AStatusOfARemovedSessionIsIgnored) {
    start();
    Qor::Ptr<Bfd::BfdPeerStatus> const gone(&session());
    inputs_.bfdAllPeerStatus->peerStatusDelAll();
@@ -259,7 +259,7 @@ TEST_F(AsyncSmFrr, AReactorTakesItsPositionAlongAndTheNextGoesOnAtConstruction) 
    EXPECT_EQ(receiversOfAll(), "et3,et3,et3,et3");
 }
 
-// What may become of a set that waits between two slices.
+// The changes of a waiting set between two slices.
 TEST_F(AsyncSmFrr, AWaitingSetIsRewrittenWhereALivingRecordCarriesIt) {
    OifSetPtr s;
    Route route, newer;

@@ -1,5 +1,5 @@
-// Life of the asynchronous per-switch reactor: inputs that are there or not, directories that it
-// tracks, registration, clean-up; and the counter settings it hands on.
+// Life of the asynchronous per-switch reactor: present and missing inputs, tracked directories,
+// registration, clean-up; and the counter settings that the reactor passes to the platform.
 #include "Interruption.h"
 #include "Qor/Generic.h"
 #include "VelAsyncSmTestSupport.h"
@@ -64,7 +64,7 @@ TEST_F(AsyncSmLife, EveryCombinationOfMissingInputsLivesCleanly) {
       Inputs in = without(mask);
       if (in.mfibHwStatus) in.mfibHwStatus->vrfStatusIs(VrfName("default"))->routeIs(key(9));
       for (auto const& clock : {in.zombieClock, in.agingClock}) {
-         if (clock) clock->timeMinIs(1e6);  // by somebody else, before
+         if (clock) clock->timeMinIs(1e6);  // set before the reactor
       }
       sm_ = in.sm(switch_);
       ASSERT_TRUE(sm_->initialized());
@@ -111,12 +111,12 @@ TEST_F(AsyncSmLife, TheSameEntityKeepsItsReactorAndAnotherGetsANewOne) {
    inputs_.bfdAllPeerStatus->peerStatusIs(other);
    EXPECT_EQ(sm_->bfdStatus(peer(1))->notifier(), other.get());
    EXPECT_EQ(sm_->bfdStatus(peer(1))->peerState(), Bfd::OperState());
-   session->statusIs(Bfd::OperState::down);  // nobody's any more
+   session->statusIs(Bfd::OperState::down);  // without a reactor by now
    EXPECT_EQ(sm_->bfdStatus(peer(1))->peerState(), Bfd::OperState());
 }
 
-// Set again they move, set to null they and their members go, set for the first time the members
-// come.
+// Another input moves the reactors, a null input removes them and their members' reactors, and a
+// first input makes the members' reactors.
 TEST_F(AsyncSmLife, InputsThatAreSetAgainBringTheirMembersInStep) {
    auto const& registered = inputs_.bfdAllPeerStatusDir->registration();
    sm_ = inputs_.sm(switch_);
@@ -171,8 +171,8 @@ TEST_F(AsyncSmLife, AClockThatReplacesAnotherTakesItsPlace) {
    EXPECT_TRUE(switch_->zombieOifSet().empty());
 }
 
-// The service has a session that is down for whoever registers, and takes it back when the
-// application goes.
+// The service publishes a session that is down when an application registers, and removes the
+// session when the application ends.
 class BfdService final : public Bfd::StatusPeer::Notifiee {
  public:
    explicit BfdService(Inputs const& in) : app_(in.bfdAllPeerStatus) {
@@ -190,7 +190,7 @@ class BfdService final : public Bfd::StatusPeer::Notifiee {
    Qor::Ptr<Bfd::AppStatus> const app_;
 };
 
-// Both while the reactor is being made, and while it goes.
+// The service does both while the reactor is being constructed and destroyed.
 TEST_F(AsyncSmLife, TheServiceFillsTheStatusAtRegistrationAndTakesItsSessionsBack) {
    BfdService const service(inputs_);
    Route route = program(1, set({2}, 1, {3}));

@@ -1,5 +1,5 @@
-// What the tests of the asynchronous per-switch reactor share: a simulated chip behind its platform,
-// and the entities a reactor watches.
+// Support for the tests of the asynchronous per-switch reactor: a simulated chip behind its
+// platform, and the entities that a reactor watches.
 #pragma once
 
 #include <functional>

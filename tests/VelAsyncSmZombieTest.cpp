@@ -6,7 +6,7 @@ namespace {
 
 class AsyncSmZombie : public AsyncSm {
  protected:
-   // The reactor, and what each deleted group costs, charged for five at a time in advance.
+   // The reactor, and the cost of each deleted group in seconds, charged for five in advance.
    void start(Qor::Seconds cost = 0) {
       sm_ = inputs_.sm(switch_);
       onHook_ = [this, cost, deleted = 0u](std::string_view hook) mutable {
@@ -57,7 +57,7 @@ TEST_F(AsyncSmZombie, APassEndsWithinItsBudgetAndGoesOnInTheNextTurn) {
       SCOPED_TRACE(cost);
       freshSwitch();
       start(cost);
-      time_->runUntil(time_->now() + 1);  // what was written before is through
+      time_->runUntil(time_->now() + 1);  // earlier writes are complete
       zombies(12);
       Qor::Seconds const due = timer();
       time_->runUntil(due - 0.5);
@@ -98,9 +98,9 @@ TEST_F(AsyncSmZombie, NothingIsScheduledBeforeInitialisationNorAfterTheSwitchIsD
    EXPECT_EQ(timer(), 3.0);
 }
 
-// While a pass removes the first of four, the second comes back, the third is removed by another
-// and a fifth, which is due, comes.
-TEST_F(AsyncSmZombie, APassSeesWhatItsListenersDo) {
+// While a pass removes the first of four zombies, a listener resurrects the second, removes the
+// third and adds a fifth, which is due.
+TEST_F(AsyncSmZombie, APassSeesTheChangesOfItsListeners) {
    start();
    OifSetPtr const second = set({3});
    std::vector<Route> routes{program(1, set({2})), program(2, second), program(3, set({4})),

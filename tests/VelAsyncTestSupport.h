@@ -1,7 +1,7 @@
-// What the tests of the asynchronous programmer and of its reactor share: a journal of everything
-// that is said and done (traces, ring trace, hook calls, notifications) in one order; a scripted
-// platform that writes its calls there and refuses what a chip would refuse; and a fixture with a
-// programmer on it.
+// Support for the tests of the asynchronous programmer and of its reactor: a journal of all traces,
+// ring trace entries, hook calls and notifications in one order; a scripted platform that writes
+// its calls there and refuses the requests that a chip would refuse; and a fixture with a
+// programmer on that platform.
 #pragma once
 
 #include <map>

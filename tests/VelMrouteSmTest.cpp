@@ -34,7 +34,7 @@ class Recorder final : public VelHelper::MrouteSmHelper {
    std::string take() { return std::exchange(calls_, {}); }
 
    std::function<void(std::string const&)> onHook;
-   std::map<IpGenRouteKey, Qor::U64> traffic;  // what the next reading returns
+   std::map<IpGenRouteKey, Qor::U64> traffic;  // the counts that the next reading returns
    bool createRefused = false;
 
    void mrouteInit(bool start) override { call("mrouteInit", start); }
@@ -76,7 +76,7 @@ class OnCounter final : public Routing::Multicast::Fib::CounterStatus::Notifiee 
 
 class TopSm : public testSupport::OnVirtualTime {
  protected:
-   // With routing on, from the start, and the records set; what that calls is taken.
+   // Makes the reactor with routing on and both records set, and drops the hook calls of the start.
    void start() {
       enabled_->vrfIs(L3::VrfName("default"));
       hw_->hwRoutingIs(true);
@@ -90,7 +90,7 @@ class TopSm : public testSupport::OnVirtualTime {
       sm_ = Vel::MrouteSmIs(acsd_, l3_, config_, hw_, Qor::make<Ip::Status>(), hooks_, enabled_);
    }
    // The counters, those idle for longest first: "1=5 2=0-", where "-" is not active.
-   // Checks that the records say the same.
+   // Checks that the records agree.
    std::string counters() {
       std::string text;
       Qor::U32 active = 0;
@@ -146,7 +146,7 @@ TEST_F(TopSm, RoutesWhileAVrfIsEnabledAndTheHardwareRoutesAndActsOnChangesAlone)
    EXPECT_EQ(l3_->numTimesMcastRoutingEnabled(), 2u);
    hw_->hwRoutingIs(false);
    EXPECT_EQ(hooks_->take(), "handleMulticastRouting 0");
-   // A hook that fails to turn routing on has the last word.
+   // A hook that turns routing off again prevails.
    hooks_->onHook = [&](std::string const& hook) {
       if (hook == "handleMulticastRouting 1") hw_->hwRoutingIs(false);
    };
@@ -154,7 +154,7 @@ TEST_F(TopSm, RoutesWhileAVrfIsEnabledAndTheHardwareRoutesAndActsOnChangesAlone)
    EXPECT_TRUE(hooks_->take().ends_with(", handleMulticastRouting 0"));
    EXPECT_FALSE(l3_->multicastRoutingEnabled());
    EXPECT_EQ(sm_->abandonedDecisions(), 0u);
-   // One that undoes each decision does not keep the reactor for ever.
+   // A hook that undoes each decision does not make the reactor decide for ever.
    hooks_->onHook = [&](std::string const& hook) {
       if (hook.starts_with("handle")) hw_->hwRoutingIs(hook == "handleMulticastRouting 0");
    };
@@ -165,7 +165,7 @@ TEST_F(TopSm, RoutesWhileAVrfIsEnabledAndTheHardwareRoutesAndActsOnChangesAlone)
    EXPECT_EQ(sm_->abandonedDecisions(), 1u);
 }
 
-TEST_F(TopSm, PollsActiveCountersOnceEachPerIntervalWhileSomebodyLooks) {
+TEST_F(TopSm, PollsEachActiveCounterOncePerIntervalWhilePollingIsRequested) {
    start();
    for (unsigned n = 1; n <= 4; ++n)
       sm_->updateMfibCounter(key(n), 10 * n, n != 2);
@@ -213,12 +213,12 @@ TEST_F(TopSm, AFullTableLetsTheLongestIdleCounterGoAndRefusesWhenThereIsNone) {
    EXPECT_EQ(hooks_->take(), "ageOut 2");
    sm_->updateMfibCounter(key(1), unchanged, false);
    EXPECT_EQ(counters(), "3=3 1=1-");
-   // Below a limit that was lowered, one goes for one that comes.
+   // Above a lowered limit, each new counter replaces one.
    ctl_->limitIs(1);
    sm_->updateMfibCounter(key(4), 4, true);
    EXPECT_EQ(counters(), "1=1- 4=4");
    EXPECT_EQ(hooks_->take(), "ageOut 3");
-   // A listener that puts back what goes for another keeps its place.
+   // A listener that puts a replaced counter back keeps the counter's place.
    OnCounter keeper([&](IpGenRouteKey const& k) {
       if (!status_->counter().find(k) && k == key(1)) sm_->updateMfibCounter(k, 9, true);
    });
@@ -237,7 +237,7 @@ TEST_F(TopSm, AFullTableLetsTheLongestIdleCounterGoAndRefusesWhenThereIsNone) {
    EXPECT_EQ(counters(), "");
 }
 
-// The published entry is what a counter's value is taken from, whose ever it is.
+// A counter's value is that of its published entry, also when another owner wrote the entry.
 TEST_F(TopSm, APublishedEntryWithATimeStampIsTheStoredValue) {
    start();
    run(0.1);
@@ -264,7 +264,7 @@ TEST_F(TopSm, AWildcardCounterThatIsRefusedAtTheStartIsAskedForOnce) {
    make();
    EXPECT_EQ(hooks_->take(),
              "mrouteInit 1, handleMulticastRouting 1, mode disabled, create 0 wildcard");
-   // A change that is made meanwhile asks again.
+   // A change during the request repeats the request.
    bool changed = false;
    hooks_->onHook = [&](std::string const& hook) {
       if (!hook.starts_with("create") || std::exchange(changed, true)) return;
@@ -276,7 +276,7 @@ TEST_F(TopSm, AWildcardCounterThatIsRefusedAtTheStartIsAskedForOnce) {
    EXPECT_TRUE(hooks_->take().ends_with("create 0 wildcard, create 0 wildcard"));
 }
 
-TEST_F(TopSm, CountersFollowTheConfigurationInWhateverOrderItIsMade) {
+TEST_F(TopSm, CountersFollowTheConfigurationInAnyOrderOfItsChanges) {
    l3_->vrfNameToVrfIdIs("a", Vel::VrfId(7));
    l3_->vrfNameToVrfIdIs("b", Vel::VrfId(8));
    config_->newConfig("a")->counterRouteIs(key(1));
@@ -392,7 +392,7 @@ TEST_F(TopSm, RecordsMayBeReplacedAndAreLeftEmpty) {
    sm_->mfibCounterStatusCtlIs(ctl_);
    EXPECT_EQ(counters(), "1=5 2=6-");
    EXPECT_EQ(status->counter().size() + ctl->currSize() + ctl->currActive(), 0u);
-   // Who hears of a counter may remove it, and end the reactor.
+   // The handler of a counter may remove the counter and destroy the reactor.
    OnCounter remover([&](IpGenRouteKey const& k) {
       if (!sm_ || !status_->counter().find(k)) return;
       sm_->removeMfibCounter(k);
@@ -406,7 +406,7 @@ TEST_F(TopSm, RecordsMayBeReplacedAndAreLeftEmpty) {
    EXPECT_EQ(time_->nextDeadline(), Qor::never);
 }
 
-TEST_F(TopSm, SaysWhatItDoes) {
+TEST_F(TopSm, TracesItsDecisions) {
    start();
    testSupport::Journal journal("VelSyncMrouteSm");
    sm_->handleMulticastRouting();

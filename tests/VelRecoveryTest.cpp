@@ -49,7 +49,7 @@ TEST_F(Recovery, ARouteGetsTheInterfaceOfItsVlan) {
    EXPECT_EQ(accepting(1), Lnet::IntfId("et1"));
    EXPECT_EQ(accepting(2), Lnet::IntfId());
    EXPECT_EQ(accepting(3), Lnet::IntfId());
-   // What is there already is brought up to date, and keeps its times.
+   // An existing entry gets the new interface and keeps its times.
    auto const route = hwStatus->vrfStatus(VrfName("red"))->route(key(2));
    route->lastPollTimeIs(5);
    recovery->doAddMfibHwStatusEntry(VrfId(1), key(2), VlanIdOrNone(1001u));

@@ -1,5 +1,5 @@
-// What the tests of the synchronous programmer share: a scripted platform that writes its calls to
-// a journal, and a fixture with a programmer on it.
+// Support for the tests of the synchronous programmer: a scripted platform that writes its calls to
+// a journal, and a fixture with a programmer on that platform.
 #pragma once
 
 #include "Journal.h"
@@ -29,7 +29,7 @@ class Recorder final : public VelHelper::MrouteSmHelper {
  public:
    explicit Recorder(Journal& j) : MrouteSmHelper("recorder"), journal(j) {}
 
-   // The script: the next numbers to hand out, all-ones for none, and what is said to be full.
+   // The script: the next index and handle, all-ones for none; `full` is each table's answer.
    U32 nextIndex = 31, nextHandle = 1;
    bool full = false;
 

@@ -123,14 +123,14 @@ class SyncSm : public OnVirtualTime {
    Qor::Seconds aging() const { return in_.agingClock->timeMin(); }
    Qor::U64 asked() const { return platform_->calls(SyncHook::mrouteHitBit); }
 
-   // A switch beside the one that the reactor has.
+   // A second switch, which the reactor does not have.
    Qor::Ptr<MrouteSwitch> otherSwitch() {
       return Vel::mrouteSwitchFactory("other", 7, in_.acsd, in_.l3Status, platform_, nullptr,
                                       in_.mfibHwStatus);
    }
 
    Journal journal_{"VelSyncMrouteSm"};
-   // What happens when this hook is called next.
+   // A hook's name, and the action at its next call.
    std::pair<std::string, std::function<void()>> onHook_;
    Qor::Ptr<Sim::Chip> chip_;
    Qor::Ptr<Sim::SyncPlatform> platform_;
@@ -141,7 +141,7 @@ class SyncSm : public OnVirtualTime {
 
 // ---- Life ----
 
-TEST_F(SyncSm, TakesOverWhatWasThereBeforeAndLetsGoOfItsClocks) {
+TEST_F(SyncSm, TakesOverExistingRoutesAndZombiesAndReleasesItsClocks) {
    EXPECT_EQ(in_.zombieClock->timeMin(), Qor::never);
    EXPECT_EQ(aging(), Qor::never);
    freshSwitch();
@@ -220,7 +220,7 @@ TEST_F(SyncSm, EachInputButTheSwitchMayBeNull) {
    EXPECT_THROW(in_.sm(nullptr), Qor::RangeException);
 }
 
-TEST_F(SyncSm, AConfigurationThatComesLateOrAnewOrChangesIsPolledBy) {
+TEST_F(SyncSm, ALateOrReplacedOrChangedConfigurationSetsThePollingInterval) {
    auto const config = std::exchange(in_.mfibConfig, nullptr);
    freshSwitch();
    sm_ = in_.sm(switch_);
@@ -263,7 +263,7 @@ TEST_F(SyncSm, AnotherSwitchIsTakenUpAsItIs) {
    EXPECT_EQ(in_.zombieClock->timeMin(), 4);
 }
 
-TEST_F(SyncSm, ClocksAndTheCommonDataMayComeLateOrAnew) {
+TEST_F(SyncSm, ClocksAndTheCommonDataMayBeSetLateOrReplaced) {
    sm_->zombieClockDel();
    sm_->agingClockDel();
    program(1, set(2));
@@ -374,7 +374,7 @@ TEST_F(SyncSm, VerifiesOnRequestUnlessThatIsDisabled) {
    sm_->disableVerifyIs(true);
    data->verifyIs(2);
    EXPECT_EQ(platform_->verified(), 1u);
-   // What the clean-up of zombies changes is to be verified, too.
+   // A clean-up of zombies requests a verification, too.
    data->verifyRequiredIs(true);
    sm_->handleZombie();
    EXPECT_TRUE(data->reverify());
@@ -397,7 +397,7 @@ TEST_F(SyncSm, TheFirstRouteStartsTheReviewAndTheLastEndsIt) {
    EXPECT_EQ(in_.l3Status->waitForRoutingDisabledRefCnt(), 1u);
 }
 
-TEST_F(SyncSm, ARequestSaysThatThereIsRoomOnlyWhenThereIs) {
+TEST_F(SyncSm, AReviewRequestFlagsRoomOnlyIfThereIsRoom) {
    switch_->mrouteTcamFreeIs(false);
    platform_->faults().routesExhaustedIs(true);
    requestReview();
@@ -435,7 +435,7 @@ TEST_F(SyncSm, TheZombieClockFollowsTheFirstToExpireThoughTheSwitchIsMarked) {
 
 // ---- Aging ----
 
-TEST_F(SyncSm, AReviewStampsWhatWasHitAndWhatMustNotAge) {
+TEST_F(SyncSm, AReviewStampsHitRoutesAndRoutesThatMustNotAge) {
    for (unsigned n : {1, 2, 3})
       program(n, set(n + 1));
    switch_->route(RouteHandle(2))->noAgeIs(true);  // of route 3
@@ -452,6 +452,26 @@ TEST_F(SyncSm, AReviewStampsWhatWasHitAndWhatMustNotAge) {
    EXPECT_EQ(aging(), 120);
    time_->runUntil(120);
    EXPECT_EQ(status(1)->lastPollTime(), 60);
+}
+
+TEST_F(SyncSm, AFastdropEntryIsStampedByItsVlanUnlessItIsRemovedInBetween) {
+   for (bool const goes : {false, true}) {
+      build();
+      program(1, set(2));
+      switch_->doAllocateRoute(key(1), vlan(3), false, nullptr, true, false, {},
+                               VrfName("default"));
+      auto const route = status(1);
+      route->acceptingIntfIdIs({});
+      route->fastdropLastPollTimeIs("et3", 0);
+      if (!goes) route->fastdropLastPollTimeIs("et2", 0);
+      send(1, 3);
+      onHook_ = {goes ? "mrouteHitBit" : "", [&] { route->fastdropLastPollTimeDel("et3"); }};
+      Qor::Seconds const due = aging();
+      time_->runUntil(due);
+      EXPECT_EQ(route->fastdropLastPollTime().size(), goes ? 0u : 2u);
+      EXPECT_EQ(route->fastdropLastPollTime("et2"), 0);
+      EXPECT_EQ(route->fastdropLastPollTime("et3"), goes ? 0 : due);
+   }
 }
 
 TEST_F(SyncSm, AChangedIntervalRestartsARunningReviewOnly) {
@@ -562,7 +582,7 @@ TEST_F(SyncSmSlices, TheLengthOfSlicesAndPausesMayBeSet) {
              "MrouteSwitchSm::agingReviewInterval < 0 or not finite not allowed");
 }
 
-TEST_F(SyncSmSlices, AReviewGoesOnBehindItsPlaceWhateverChanged) {
+TEST_F(SyncSmSlices, AReviewGoesOnBehindItsPlaceAfterAnyChange) {
    struct Case {
       std::function<void()> change;
       unsigned next;
@@ -691,7 +711,7 @@ TEST_F(SyncSm, ManySetsAreRewrittenInPassesAndEachOnce) {
    sm_->clockDel();
    sm_->clockIs(Qor::make<Qor::Clock>());
    EXPECT_EQ(sm_->clock()->timeMin(), time_->now());
-   // Two go before their turn: as a zombie, and with its record.
+   // Two sets leave before their turn: one becomes a zombie, the other loses its record.
    switch_->doDeleteRoute(routes[6]);
    in_.l3Status->multicastZombiesEnabledIs(false);
    switch_->doDeleteRoute(routes[5]);
@@ -704,7 +724,7 @@ TEST_F(SyncSm, ManySetsAreRewrittenInPassesAndEachOnce) {
       EXPECT_EQ(receivers(n), "et3");
 }
 
-TEST_F(SyncSm, WhatWaitsIsRewrittenUnderItsOwnIndexWhileTheSwitchKnowsItsSet) {
+TEST_F(SyncSm, AWaitingSetIsRewrittenUnderItsOwnIndexWhileTheSwitchKnowsIt) {
    build(0.03);
    OifSetPtr const retaken = set(2, 1, 3), forgotten = set(2, 1, 3);
    for (unsigned n = 1; n <= 4; ++n)
@@ -719,7 +739,7 @@ TEST_F(SyncSm, WhatWaitsIsRewrittenUnderItsOwnIndexWhileTheSwitchKnowsItsSet) {
    EXPECT_EQ(receivers(5) + receivers(6) + receivers(7), "et3et2et2");
 }
 
-TEST_F(SyncSm, WhatAReactorLeavesWaitingIsRewrittenByTheNextFromTheBeginning) {
+TEST_F(SyncSm, WaitingSetsAreRewrittenByTheNextReactorFromTheBeginning) {
    build(0.03);
    for (unsigned n = 1; n <= 5; ++n)
       program(n, set(2, 1, 3));

@@ -1,5 +1,5 @@
-// The synchronous programmer: what it says and calls, who shares an index, what becomes of records,
-// and its routes and boundary entries.
+// The synchronous programmer: its traces and hook calls, the sharing of indexes, the freeing of
+// records, and its routes and boundary entries.
 #include <cstdlib>
 #include <functional>
 
@@ -69,7 +69,7 @@ hook doAllocateMtableOifSet 5 0 $
    EXPECT_EQ(sw_->zombieOifSet().size(), 1u);  // the other set
 }
 
-TEST_F(VelSync, ADirtyIndexIsNotSharedAndThePlatformIsToldOfIt) {
+TEST_F(VelSync, ADirtyIndexIsNotSharedAndThePlatformIsNotified) {
    OifSetPtr const set = oifSet("et9");
    std::vector<RecordPtr> records{allocate(set)};
    for (Qor::U32 const dirtyIndex : {31u, 0u}) {
@@ -114,7 +114,7 @@ hook doAllocateMtableOifSet 5 0 $
    EXPECT_EQ(sw_->inUseOifSet().size() + sw_->oifSetIndexColl().size(), 0u);
 }
 
-TEST_F(VelSync, WithoutRoomTheResultIsNullAndTheFlagIsThePlatformsWord) {
+TEST_F(VelSync, WithoutRoomTheResultIsNullAndThePlatformDecidesTheFlag) {
    l3_->multicastZombiesEnabledIs(false);
    RecordPtr first = allocate(oifSet());
    helper_->nextIndex = MrouteSwitch::invalidOifSetIndex();
@@ -133,7 +133,7 @@ TEST_F(VelSync, WithoutRoomTheResultIsNullAndTheFlagIsThePlatformsWord) {
 // ---- Freeing ----
 
 // All reasons to free or to keep a record hold at first, and each of them is dropped in its turn.
-TEST_F(VelSync, TheFirstReasonThatHoldsDecidesWhatBecomesOfARecord) {
+TEST_F(VelSync, TheFirstReasonThatHoldsDecidesWhetherARecordIsFreed) {
    char const* const says[] = {"3 OifSet resources already freed ",
                                "3 MrouteSwitch deletion - skipping delayed deletion of oifSet",
                                "3 Now freeing zombie oifSet",
@@ -174,7 +174,7 @@ TEST_F(VelSync, ARecordThatAFollowerHasResurrectedDoesNotWaitAmongTheZombies) {
    EXPECT_TRUE(resurrected && sw_->zombieOifSet().empty());
 }
 
-// Tells the journal about the collections of freeing, and does what a test asks when it is told.
+// Adds a line for each notification of a record's collections, then calls the test's `then`.
 struct Watcher final : MrouteSwitch::Notifiee {
    explicit Watcher(Journal& j) : journal(j) {}
    void tell(char const* what) {
@@ -190,7 +190,7 @@ struct Watcher final : MrouteSwitch::Notifiee {
    std::function<void(std::string const&)> then;
 };
 
-TEST_F(VelSync, AFreedRecordLeavesAllCollectionsBeforeThePlatformHearsAndTheSwitchMayGoMeanwhile) {
+TEST_F(VelSync, AFreedRecordLeavesAllCollectionsBeforeItsHookAndTheSwitchMayGoInBetween) {
    for (std::string const moment : {"never", "inUseOifSet", "zombieOifSet", "frrMtableOifSet",
                                     "frrProcessingOifSet", "oifSetIndexColl"}) {
       SCOPED_TRACE(moment);
@@ -234,7 +234,7 @@ TEST_F(VelSync, TheEndClearsTheChipOnceFreesRecordsAtOnceAndOthersOutliveIt) {
    allocateBoundary(key(2), 3);
    allocate(zombies);
    RecordPtr held = allocate(oifSet());
-   // A listener keeps the switch from going when it ends.
+   // A listener keeps the switch alive at its end.
    struct Listener final : MrouteSwitch::Notifiee {
       void onDeleted() override { kept = notifier(); }
       Qor::Ptr<MrouteSwitch const> kept;
@@ -285,7 +285,7 @@ hook doSetMtableOifSet 5 7 1 (10.0.0.1, 239.0.0.1) 31
    EXPECT_TRUE(sw_->route().empty() && sw_->routeKeyToHandle().empty());
 }
 
-TEST_F(VelSync, WhatIsAskedOfThePlatformFollowsFromKindIndexVrfAndSource) {
+TEST_F(VelSync, TheHookCallOfAnEntryFollowsFromKindIndexVrfAndSource) {
    allocateRoute(key(1), nullptr, 3, RpaIndex::none());
    sw_->doAllocateRoute(key(2), {}, false, allocate(oifSet()), true, true, RpaIndex(6),
                         L3::VrfName("unknown"));
@@ -302,7 +302,7 @@ TEST_F(VelSync, WhatIsAskedOfThePlatformFollowsFromKindIndexVrfAndSource) {
    EXPECT_EQ(flags(), "0 0 3");  // a boundary asks for no review
 }
 
-TEST_F(VelSync, OnlyWhatThePlatformSaysIsFullIsFlaggedAndOnlyBoundariesBringRoomBack) {
+TEST_F(VelSync, OnlyATableThePlatformCallsFullIsFlaggedAndOnlyBoundariesBringRoomBack) {
    RouteHandle const r = allocateRoute(key(1)), b1 = allocateBoundary(key(2), 3),
                      b2 = allocateBoundary(key(3), 3);
    helper_->nextHandle = RouteHandle().value();

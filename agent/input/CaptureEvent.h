@@ -1,8 +1,8 @@
-// What a capture says, one event at a time.
+// The events of a capture.
 //
 // An event states facts about one moment: the full new state of a multicast route, the state of a
-// link, or a whole table. It has no "add" and no "change": a route event that is not a deletion
-// replaces whatever was known of its route, and repeating the known state is common and harmless.
+// link, or a whole table. There is no "add" and no "change": a route event that is not a deletion
+// replaces the state of its route, and captures often repeat a state without a change.
 #pragma once
 
 #include <cstdint>
@@ -25,16 +25,16 @@ struct CaptureTime {
    bool stamped = false;
 };
 
-// The VRF of a routing table: the table that multicast routes are in unless told otherwise is
-// "default", any other gives its VRF its own name or number.
+// The VRF comes from the routing table. The table that the kernel uses by default is the VRF
+// "default"; any other table gives its name or number to its VRF.
 struct MrouteEvent : CaptureTime {
    bool deleted = false;  // the rest, except vrf and key, is the last state and no longer matters
    L3::VrfName vrf;
    Routing::Multicast::Fib::IpGenRouteKey key;  // source and group as host prefixes; (*,G) has the
                                                 // unspecified source
-   Lnet::IntfId iif;  // empty: no input interface is known, so nothing can be accepted
-   // False: a packet has arrived without a route and the kernel waits for one. Nothing is
-   // forwarded.
+   Lnet::IntfId iif;  // empty: no input interface is known, so the route accepts no packet
+   // False: a packet has arrived without a route, and the kernel waits for a route. The kernel
+   // forwards no packet meanwhile.
    bool resolved = false;
    std::vector<Lnet::IntfId> oifs;  // in the order of the capture; a name may occur twice
 };
@@ -44,11 +44,11 @@ struct LinkEvent : CaptureTime {
    std::uint32_t ifindex = 0;
    Lnet::IntfId intf;
    Interface::IntfOperStatus status{};
-   bool adminUp = false;  // the flag UP: somebody wants it up, whatever its state
+   bool adminUp = false;  // the flag UP: the link is enabled, which does not say that it works
 };
 
-// The whole state of some tables at one moment. For each scope, routes that are not listed do not
-// exist; about other tables it says nothing, and an empty list therefore says nothing at all.
+// The whole state of some tables at one moment. Routes of a scope that are not listed do not exist.
+// The snapshot says nothing about other tables, so an empty list has no effect.
 struct SnapshotEvent : CaptureTime {
    struct Scope {
       Lnet::IpFamily family = Lnet::IpFamily::none;
@@ -57,9 +57,8 @@ struct SnapshotEvent : CaptureTime {
       friend bool operator==(Scope const&, Scope const&) = default;
    };
    std::vector<Scope> scopes;  // each once
-   // In the order of the list; they share the snapshot's time and have none of their own. A route
-   // may occur twice, since the kernel lists its table in pieces; the later occurrence is the
-   // newer.
+   // In the order of the list. The routes share the snapshot's time. A route may occur twice,
+   // because the kernel lists its table in pieces; the later occurrence is the newer state.
    std::vector<MrouteEvent> routes;
 
    bool covers(L3::VrfName const& vrf, Routing::Multicast::Fib::IpGenRouteKey const& key) const {

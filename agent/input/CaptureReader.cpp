@@ -7,7 +7,7 @@ namespace Agent {
 
 namespace {
 
-// Whether a line can only be a monitor's: no line of a snapshot begins so.
+// Whether a line belongs to a monitor for certain, because no line of a snapshot begins like this.
 bool looksLikeMonitor(std::string_view line) {
    auto const digit = [line](std::size_t i) {
       return i < line.size() && line[i] >= '0' && line[i] <= '9';
@@ -77,7 +77,7 @@ CaptureReader::Result CaptureReader::next(CaptureEvent& event) {
    return Result::end;
 }
 
-// The next line or piece of one; lines are counted and where_ follows.
+// Reads the next line or piece of a line, counts lines, and moves where_.
 LineSource::Result CaptureReader::readLine() {
    if (held_) return *std::exchange(held_, std::nullopt);
    std::uint64_t const before = source_->line();
@@ -97,7 +97,7 @@ CaptureReader::Result CaptureReader::refuse(std::string reason, std::string_view
    return Result::error;
 }
 
-// The source has failed; its reason is the system's.
+// Reports the failure of the source, with the system's reason.
 CaptureReader::Result CaptureReader::refuseRest() {
    Result const result = refuse(source_->reason(), "", true);
    source_.reset();
@@ -128,13 +128,13 @@ CaptureReader::Result CaptureReader::readSnapshot(CaptureEvent& event, LineSourc
    InputPosition const first = where_;
    JsonExtent extent;
    bool closed = false;
-   bool lineBegins = false;  // a later line than the first, rather than the next piece of one
+   bool lineBegins = false;  // `got` begins a line behind the first one
    std::string behind;
    document_.clear();
    while (got == LineSource::Result::line || got == LineSource::Result::part) {
       std::string_view text = source_->text();
       if (lineBegins && looksLikeMonitor(text)) {
-         held_ = got;  // the snapshot has been cut off, but what follows it need not be lost
+         held_ = got;  // the snapshot is cut off, but the lines behind it may be good
          break;
       }
       if (document_.size() + text.size() >= snapshotLimit) {

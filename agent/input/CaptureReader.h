@@ -1,19 +1,19 @@
 // The events of a list of input files, in order: the one way in which `velmroute run` reads.
 //
-// A file may hold lines of a monitor, snapshots, or any mixture of both; what stands where is told
-// from its content. So does standard input ("-"), where the current table followed by its changes
+// A file may hold lines of a monitor, snapshots, or any mixture of both; the reader recognises the
+// format by the content. Standard input ("-") may hold the same. Its usual content is the current
+// table, followed by the changes of the table:
 //    (ip -j mroute show; exec ip -ts -o monitor mroute link) | velmroute run -
-// is the usual form, and where every event is delivered as soon as its line has arrived.
+// The reader returns every event as soon as its line has arrived.
 //
-// Time. The first time stamp of a file stands for the moment at which the file before it ended, and
-// for 0 in the first file; from there its stamps count. A stamp earlier than the one before it (the
-// recording machine's clock was set, or summer time ended) is taken as no time having passed, and
-// time counts on from there; clockSteps() tells how often that was. Events without a stamp happen
-// at the time of the one before them.
+// Time. The first time stamp of a file stands for the end of the file before it, and for 0 in the
+// first file. A stamp may be earlier than the stamp before it, because the recording machine's
+// clock was set or summer time ended. The reader then assumes that no time has passed between the
+// two, and clockSteps() counts the case. An event without a stamp has the time of the event before.
 //
-// Errors. next() delivers an error in its place between the events, and its caller decides whether
-// to go on. Nothing of a malformed line, or of a malformed snapshot, ever becomes an event or moves
-// the time. After a fatal error the rest of that file is left out.
+// Errors. next() returns an error in its place between the events, and the caller decides whether
+// to read on. A malformed line or snapshot yields no event and does not move the time. After a
+// fatal error the reader skips the rest of the file.
 #pragma once
 
 #include <cstdint>
@@ -35,35 +35,35 @@ class CaptureReader {
  public:
    enum class Result { event, error, end };
 
-   // A longer text is refused rather than kept in memory: a million routes take less than half of
-   // it.
+   // The reader keeps the text of a snapshot in memory and refuses a longer one. A million routes
+   // take less than half of the limit.
    static constexpr std::size_t snapshotLimit = std::size_t{1} << 29;
 
-   // The files are opened one by one, when their turn comes.
+   // Each file is opened when the file before it has ended.
    explicit CaptureReader(std::vector<std::string> files);
-   // Reads one open file, which is closed in the end, under a name for messages.
+   // Reads one open file, which the reader closes. `name` is the name of the file in messages.
    CaptureReader(int fd, std::string name);
 
-   // Input that is waited for ends, as every file does from then on, once `fd` is readable; see
-   // LineSource.
+   // Once `fd` is readable, a file ends where a read would wait, as LineSource::stopFdIs() states.
    void stopFdIs(int fd);
 
-   // The files that cannot be read for a reason that shows before reading them: missing ones,
-   // directories, forbidden ones. Worth asking before a long run.
+   // The files that cannot be opened: missing files, directories, files without permission. A
+   // caller asks before a long run.
    static std::vector<InputError> unreadable(std::vector<std::string> const& files);
 
-   // With Result::event, `event` is the next event, its storage reused where the kind is the same.
-   // With Result::error, error() says what is wrong and `event` may hold anything.
+   // With Result::event, `event` is the next event, and its storage is reused if it had the same
+   // kind. With Result::error, error() is the error, and the content of `event` is unspecified.
    Result next(CaptureEvent& event);
 
-   // Where the last event or error came from; of a snapshot, its first line or the line at fault.
+   // The place of the last event or error. A snapshot is at its first line, a fault in a snapshot
+   // at the line of the fault.
    InputPosition const& where() const { return where_; }
    InputError const& error() const { return error_; }
 
    // The time of the last event.
    double time() const { return time_; }
    std::uint64_t lines() const { return lines_; }      // read so far, of all files
-   std::uint64_t skipped() const { return skipped_; }  // of these, not ours: see MonitorParser
+   std::uint64_t skipped() const { return skipped_; }  // by rules of MonitorParser
    std::uint64_t clockSteps() const { return clockSteps_; }
 
  private:
@@ -88,7 +88,7 @@ class CaptureReader {
    std::uint64_t skipped_ = 0;
    std::uint64_t clockSteps_ = 0;
    double time_ = 0;
-   // The stamp that stands for the moment anchor_; both move when the stamps step back.
+   // The stamp anchorStamp_ stands for the time anchor_. Both move when the stamps step back.
    double anchor_ = 0;
    std::int64_t anchorStamp_ = 0;
    std::int64_t lastStamp_ = 0;

@@ -1,10 +1,10 @@
-// What a capture says in the end: a plain model of the tables it describes, independent of how
-// routes are programmed. What the switch forwards is compared with it.
+// The tables that a capture describes, at its end. This model is independent of the programming of
+// routes, and the forwarding of the switch is compared with it.
 //
-// A route event replaces its route or removes it, a snapshot replaces the tables it is about, a
-// link event replaces the state of its link. That is all: a link that goes down takes no route with
-// it, since the daemon that owns the routes says what becomes of them. An interface that is renamed
-// is the new name with the same index; the routes keep the name they were announced with.
+// A route event replaces or removes its route, a snapshot replaces the tables of its scopes, and a
+// link event replaces the state of its link. A link that goes down removes no route, because the
+// routing daemon decides about its routes. A renamed interface keeps its index, and the routes keep
+// the interface name of their announcement.
 #pragma once
 
 #include <cstdint>
@@ -37,10 +37,10 @@ struct RouteState {
 
 using RouteStates = std::map<RouteId, RouteState>;
 
-// One route that two tables do not agree about.
+// A route that differs between two tables.
 struct RouteDifference {
    RouteId id;
-   std::optional<RouteState> expected;  // absent: there should be no such route
+   std::optional<RouteState> expected;  // absent: no such route is expected
    std::optional<RouteState> actual;    // absent: there is no such route
 
    // "vrf default (10.0.0.2, 239.1.1.1): expected iif rtr0, oifs rtr1, got no route"
@@ -61,7 +61,7 @@ class CaptureState {
    void apply(CaptureEvent const& event);
 
    RouteStates const& routes() const { return routes_; }
-   // Of the links that were announced; a deleted one stays, as notPresent.
+   // The announced links. A deleted link stays here as notPresent.
    std::map<Lnet::IntfId, Link> const& links() const { return links_; }
 
  private:

@@ -1,6 +1,5 @@
-// A place in the input, and what is wrong there. Every complaint about an input (a capture, a
-// snapshot, an interface map) is one InputError and is printed in one form, so that editors and
-// people find the line.
+// A fault of an input, with its place. All faults of captures, snapshots, interface maps and
+// scenarios are printed in this one form, in which editors and people find the line.
 #pragma once
 
 #include <cstdint>
@@ -23,16 +22,15 @@ struct InputError {
    InputPosition position;
    std::string text;    // the offending text, at most textLimit bytes of it and "..." when cut
    std::string reason;  // never empty
-   // The rest of the file cannot be read either: it is missing, unreadable or corrupt. Going on
-   // means going on with the next file.
+   // The rest of the file cannot be read either, because the file is missing, unreadable or
+   // corrupt. A caller that goes on reads the next file.
    bool fatal = false;
 
    // Cuts `offending` to the limit.
    void textIs(std::string_view offending);
 
-   // "FILE:LINE: REASON", and when there is a text a second line of four blanks and the text.
-   // Bytes that are not printable ASCII show as \xNN, so that a damaged file cannot upset a
-   // terminal.
+   // "FILE:LINE: REASON". A text follows on a second line, behind four blanks. Bytes that are not
+   // printable ASCII become \xNN, so that a damaged file has no effect on a terminal.
    std::string toString() const;
 };
 

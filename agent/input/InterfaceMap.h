@@ -1,16 +1,16 @@
-// The interfaces of the input on the switch: every interface name has an internal vlan and, unless
-// it is the CPU, a port number of the chip.
+// The numbers of the interfaces on the switch. Every interface has an internal vlan, and every
+// interface but the CPU has a port number of the chip.
 //
-// Names get their numbers when they are first asked for, so the same input gives the same numbers
-// in every run: ports count from 1, internal vlans from 1006 to 4094 and then, since most switches
-// have less use for the low ones, on from 1 to 1005. A map file may fix both for some names; the
-// others then take the numbers that are left.
+// An interface gets its numbers when its name first occurs, so the same input gives the same
+// numbers in every run. Ports count from 1. Internal vlans count from 1006 to 4094 and then from 1
+// to 1005, because configured vlans usually have low numbers. A map file may fix the numbers of
+// some interfaces; the others take the numbers that are left.
 //
-// The register devices of the kernel (pimreg, pim6reg, and with the number of a table behind it)
-// are no ports. Such an output means "a copy to the CPU", as an input it has an internal vlan but
-// nothing on the wire arrives there.
+// The register devices of the kernel (pimreg and pim6reg, also followed by the number of a table)
+// are no ports. As an output, a register device stands for a copy to the CPU. As an input, it has
+// an internal vlan, but no packet from a wire arrives there.
 //
-// The map file has one interface a line, and comments from '#' to the end of a line:
+// A line of the map file has one interface. A '#' begins a comment:
 //    rtr0 port=1 vlan=1006
 //    pimreg vlan=1010          # a register device has no port
 #pragma once
@@ -49,20 +49,20 @@ class InterfaceMap {
    static constexpr unsigned lastVlan = 4094;
    static constexpr Qor::U32 lastPort = 65535;  // the largest a map file may give
 
-   // Reads a map file ("-" is standard input) before any name has been asked for. On an error,
-   // which is returned, the map is as it was: the file is missing, a name, port or vlan occurs
-   // twice or is out of range, a word is unknown or missing.
+   // Reads a map file ("-" is standard input), before the first call of intf(). An error is
+   // returned, and leaves the map unchanged: the file is missing, a name, port or vlan occurs twice
+   // or is out of range, a word is unknown or missing.
    std::optional<InputError> load(std::string const& file);
 
-   // The interface of a name, which is not empty; the reference stays valid. Raises
-   // InterfaceMapFull when the name is new and no vlan is left.
+   // The interface of a name, which is not empty. The reference stays valid. Raises
+   // InterfaceMapFull if the name is new and no vlan is left.
    Intf const& intf(Lnet::IntfId id);
 
-   // Null when no interface has it. Register devices have no port.
+   // Null if no interface has this vlan or port. Register devices have no port.
    Intf const* byVlan(Bridging::VlanId vlan) const;
    Intf const* byPort(Qor::U32 port) const;
 
-   // In the order of first sight; those of the map file come first, in its order.
+   // The interfaces of the map file, in its order, and then the others in the order of intf().
    std::vector<std::unique_ptr<Intf const>> const& intfs() const { return intfs_; }
 
    static bool isRegisterDevice(std::string_view name);
@@ -78,7 +78,7 @@ class InterfaceMap {
    std::unordered_map<Qor::U32, Intf const*> byId_;  // keyed by IntfId::id()
    std::unordered_map<Qor::U32, Intf const*> byPort_;
    std::vector<Intf const*> byVlan_ = std::vector<Intf const*>(lastVlan + 1);
-   unsigned vlanHint_ = firstVlan;  // the next to try; those before it are taken
+   unsigned vlanHint_ = firstVlan;  // the next vlan to try; the ones before it are taken
    Qor::U32 portHint_ = 1;
 };
 

@@ -98,7 +98,7 @@ LineSource::Fill LineSource::failed(std::string reason) {
    return Fill::failed;
 }
 
-// Waits until there is something to read, or until nothing is to be read any more.
+// Waits until bytes can be read or stopFd_ is readable.
 bool LineSource::stopped() const {
    pollfd ready[] = {{fd_, POLLIN, 0}, {stopFd_, POLLIN, 0}};
    while (::poll(ready, 2, -1) < 0 && errno == EINTR) {
@@ -112,7 +112,7 @@ LineSource::Fill LineSource::receive() {
    if (stopFd_ >= 0 && stopped()) return Fill::end;
    ssize_t size;
    while ((size = ::read(fd_, in_.data() + inEnd_, in_.size() - inEnd_)) < 0) {
-      if (errno == EAGAIN) {  // another user of the pipe has made it non-blocking
+      if (errno == EAGAIN) {  // another process may have made the pipe non-blocking
          if (stopped()) return Fill::end;
       } else if (errno != EINTR) {
          break;
@@ -123,7 +123,8 @@ LineSource::Fill LineSource::receive() {
    return size ? Fill::more : Fill::end;
 }
 
-// Needs two bytes, but waits for the second only if the first can begin a gzip member.
+// The mark of gzip has two bytes. A pipe may have one byte for a long time, so the second byte is
+// awaited only behind the first byte of the mark.
 LineSource::Fill LineSource::detectCoding() {
    while (coding_ == Coding::unknown) {
       auto const byte = [this](std::size_t i) { return static_cast<unsigned char>(in_[i]); };
@@ -172,7 +173,7 @@ LineSource::Fill LineSource::inflateSome() {
    if (!deferred_.empty()) return failed(std::move(deferred_));
    std::size_t const before = end_;
    while (end_ == before) {
-      // Zero bytes behind a member are padding, as tapes and some writers leave it.
+      // Tapes and some writers leave zero bytes behind a member as padding.
       while (memberEnded_ && inBegin_ != inEnd_ && in_[inBegin_] == 0)
          ++inBegin_;
       if (inBegin_ == inEnd_) {
@@ -197,7 +198,7 @@ LineSource::Fill LineSource::inflateSome() {
          memberEnded_ = true;
       } else if (code != Z_OK && code != Z_BUF_ERROR) {
          deferred_ = std::string("corrupt gzip data: ") + (zlib_.msg ? zlib_.msg : ::zError(code));
-         break;  // what could be decoded comes first
+         break;  // return the bytes that could be decoded first
       }
    }
    return end_ == before ? failed(std::move(deferred_)) : Fill::more;

@@ -1,13 +1,13 @@
 // Lines from a file or from standard input, plain or gzip.
 //
-// Whether the bytes are gzip is told by their content, not by a name. The source decodes exactly
-// what read(2) has returned and never waits for a block to fill, so a line that arrives on a pipe
-// is delivered as soon as its newline is there; that is why it does not use zlib's own file layer,
-// which reads ahead. Several gzip members one after another are one text.
+// The source recognises gzip by the content, not by the name. It decodes the bytes of each read(2)
+// at once and never waits for a block to fill, so a line on a pipe is returned as soon as its
+// newline has arrived. (The file layer of zlib reads ahead, and is therefore not used.) Several
+// gzip members one after another are one text.
 //
-// A line ends with "\n" or "\r\n", which are not part of it; the last one may end with the file.
-// The source looks at no other byte: what a NUL means is its user's business. Memory is bounded: a
-// line longer than pieceLimit is delivered in pieces.
+// A line ends with "\n" or "\r\n", which are not part of it. The last line may end with the file.
+// All other bytes, NUL included, are part of the line. Memory is bounded: a line longer than
+// pieceLimit is returned in pieces.
 #pragma once
 
 #include <zlib.h>
@@ -24,16 +24,16 @@ class LineSource {
    static constexpr std::size_t pieceLimit = 65536;
 
    enum class Result {
-      line,   // text() is a whole line, or the last piece of a long one
+      line,   // text() is a whole line, or the last piece of a long line
       part,   // text() is the first or next pieceLimit bytes of a line that goes on
-      end,    // nothing is left; text() is empty
-      error,  // the source is missing, unreadable or corrupt: reason(); nothing more will come
+      end,    // no line is left; text() is empty
+      error,  // the source is missing, unreadable or corrupt: reason(); no more lines will come
    };
 
-   // Opens `fileName`, or takes standard input (which stays open) when it is "-". A failure is
-   // reported by the first next().
+   // Opens `fileName`. "-" is standard input, which the source does not close. The first next()
+   // reports a failure.
    explicit LineSource(std::string const& fileName);
-   // Reads `fd`, which the source closes, under a name for messages.
+   // Reads `fd`, which the source closes. `name` is the name in messages.
    LineSource(int fd, std::string name);
    ~LineSource();
    LineSource(LineSource const&) = delete;
@@ -41,21 +41,21 @@ class LineSource {
 
    Result next();
 
-   // Once `fd` is readable, input that is not there yet is not waited for: the source has ended. It
-   // must outlive the source, which does not read it. -1 for none.
+   // Once `fd` is readable, the source ends where a read would wait. `fd` outlives the source,
+   // which does not read from it. -1 for none.
    void stopFdIs(int fd) { stopFd_ = fd; }
 
    // Valid until the next call of next().
    std::string_view text() const { return text_; }
-   // The number of the line text() belongs to, from 1; after an error, of the line that could not
-   // be read (0: the source could not be opened).
+   // The number of the line of text(), from 1. After an error it is the number of the line that
+   // could not be read, or 0 if the source could not be opened.
    std::uint64_t line() const { return line_; }
    std::string const& name() const { return name_; }
-   // What is wrong, with the system's words for errno or zlib's for bad data.
+   // The reason of an error, with the system's text for errno or zlib's text for bad data.
    std::string const& reason() const { return reason_; }
 
-   // Why `fileName` cannot be read, or empty when it seems that it can; opens nothing, so a named pipe
-   // does not lose its writer. "-" can always be read.
+   // The reason why `fileName` cannot be read, or empty. The file is not opened, because a named
+   // pipe would lose its writer. "-" can always be read.
    static std::string obstacle(std::string const& fileName);
 
  private:
@@ -64,7 +64,7 @@ class LineSource {
 
    Fill fill();
    bool stopped() const;
-   Fill receive();  // one read(2) behind what is still in in_
+   Fill receive();  // appends the bytes of one read(2) to in_
    Fill detectCoding();
    Fill inflateSome();
    Fill failed(std::string reason);
@@ -82,7 +82,7 @@ class LineSource {
    std::vector<char> in_;      // raw bytes in [inBegin_, inEnd_)
    std::size_t inBegin_ = 0;
    std::size_t inEnd_ = 0;
-   std::vector<char> out_;  // decoded bytes in [begin_, end_), without a newline before scanned_
+   std::vector<char> out_;  // decoded bytes in [begin_, end_); no newline stands before scanned_
    std::size_t begin_ = 0;
    std::size_t scanned_ = 0;
    std::size_t end_ = 0;

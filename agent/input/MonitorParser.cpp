@@ -82,7 +82,7 @@ void MonitorParser::skipBlanks() {
       ++position_;
 }
 
-// The next word, which may be empty only at the end of the line; position_ is behind it.
+// Reads the next word, which is empty at the end of the line only. position_ is then behind it.
 std::string_view MonitorParser::word() {
    skipBlanks();
    std::size_t const first = position_;
@@ -105,7 +105,7 @@ bool MonitorParser::fail(std::string reason, std::size_t position) {
    return false;
 }
 
-// Fails at the word that comes next.
+// Reports the next word as a fault.
 bool MonitorParser::failWord(char const* expected) {
    skipBlanks();
    if (atEnd()) return fail(std::string("the line ends where ") + expected + " is expected");
@@ -288,7 +288,7 @@ bool MonitorParser::parseState(MrouteEvent& event) {
    std::size_t const at = position_;
    event.resolved = accept("resolved");
    if (!event.resolved && !accept(unresolvedWord)) return failWord("a state");
-   if (!accept(", offload")) accept(" offload");  // of no matter here, however it is written
+   if (!accept(", offload")) accept(" offload");  // versions of `ip` differ in the comma
    if (accept("\\")) return parseStatistics();
    if (!atEnd() && !isBlank(peek())) {
       position_ = at;
@@ -370,14 +370,15 @@ bool MonitorParser::parseLinkFlags(Link& link) {
    return true;
 }
 
-// "mtu 1500 qdisc noqueue state UP group default \ link/"; what follows describes hardware.
+// "mtu 1500 qdisc noqueue state UP group default \ link/". The rest of the line describes the
+// hardware address.
 bool MonitorParser::parseLinkAttributes(Link& link) {
    while (true) {
       skipBlanks();
       std::size_t const at = position_;
       std::string_view const key = word();
       if (key == "\\") break;
-      if (key == "event") {  // of one or two words
+      if (key == "event") {  // its value has one or two words
          while (!atEnd() && peek() != '\\')
             ++position_;
       } else if (takesValue(key)) {

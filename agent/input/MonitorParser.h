@@ -1,26 +1,26 @@
-// One line of `ip -ts -o monitor mroute link` to one event.
+// Parses one line of `ip -ts -o monitor mroute link` into one event.
 //
 //    [2026-11-21T03:13:27.100001] (10.0.0.2,239.10.0.7)   Iif: rtr0  Oifs: pimreg rtr3 rtr4(ttl 5)
 //                                                         State: resolved Table: default
 //    [2026-11-21T03:13:27.100002] Deleted (10.0.0.2,239.10.0.7)   Iif: unresolved  State: resolved
 //    [2026-11-21T03:13:44.504015] 7: rtr5@if2: <NO-CARRIER,UP> mtu 1500 state DOWN ... \ link/...
 //
-// What is accepted, beyond what these lines show (the first is one line):
-//  - no time stamp at all; `[nsid current]` and the labels `[MROUTE]` and `[LINK]`;
-//  - any number of blanks between words; no `Oifs:`; no `Table:`;
-//  - `(ttl N)` behind an output: the threshold is checked to be a number of 2 to 255 and dropped,
-//    since a switch replicates without regard to it;
+// (The first two lines above are one line.) The parser also accepts
+//  - lines without a time stamp, `[nsid current]`, and the labels `[MROUTE]` and `[LINK]`;
+//  - any number of blanks between words, and lines without `Oifs:` or `Table:`;
+//  - `(ttl N)` behind an output, with N of 2 to 255. A switch has no such threshold, so N is
+//    dropped;
 //  - `, offload` and the statistics of `ip -s` behind the state.
-// What is skipped: an empty line, a comment that begins with '#', a line labelled as another kind
-// of object (`[ROUTE]`, `[NEIGH]`, ...), a line of another network namespace (`[nsid 3]`).
-// Everything else is malformed, with a reason and a column.
+// It skips empty lines, comments that begin with '#', lines labelled as another kind of object
+// (`[ROUTE]`, `[NEIGH]`, ...), and lines of another network namespace (`[nsid 3]`). All other lines
+// are malformed, with a reason and a column.
 //
-// The state of a link is told by its flags and its state word together:
-//  - deleted: notPresent. Not for an interface that leaves a bridge: the bridge announces that as a
-//    deletion, too, but names a master and no qdisc, which the interface's own deletion has;
-//  - without the flag UP, or with NO-CARRIER and no more particular word: down;
-//  - otherwise the word's status; where it is UNKNOWN or missing, because the driver does not
-//    tell, up if the flag LOWER_UP says that the layer below works.
+// The state of a link follows from its flags and its state word:
+//  - A deleted link is notPresent. An interface that leaves a bridge is not deleted, although the
+//    bridge announces a deletion: that line has a master and no qdisc.
+//  - A link without the flag UP is down. So is one with NO-CARRIER and no more specific word.
+//  - Otherwise the word is the state. If the word is UNKNOWN or missing, because the driver does not
+//    report a state, a link with the flag LOWER_UP is up.
 //
 // The parser keeps no state from line to line and reads no clock.
 #pragma once
@@ -38,17 +38,16 @@ class MonitorParser {
  public:
    enum class Result { event, skipped, malformed };
 
-   // Reads `line`, without its line end. With Result::event, `event` is the event, its storage
-   // reused where the kind is the same; `stamped` and `unixMicroseconds` are set and `time` is left
-   // at 0, since the line alone does not know its place in time. Otherwise `event` may hold
-   // anything.
+   // Parses `line`, without its line end. With Result::event, `event` is the event, and its storage
+   // is reused if it had the same kind; `stamped` and `unixMicroseconds` are set, and `time` is 0,
+   // because it depends on other lines. Otherwise the content of `event` is unspecified.
    Result parse(std::string_view line, CaptureEvent& event);
 
-   // After Result::malformed: what is wrong and where, "unknown word "Foo" (column 34)".
+   // After Result::malformed, the fault and its place: "unknown word "Foo" (column 34)".
    std::string const& reason() const { return reason_; }
 
  private:
-   struct Link {  // what a link line says of the link's state
+   struct Link {  // the parts of a link line from which the link's state follows
       bool up = false;
       bool lowerUp = false;
       bool noCarrier = false;

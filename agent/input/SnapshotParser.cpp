@@ -15,8 +15,8 @@ namespace {
 
 using nlohmann::json;
 
-// Walks the text and lets the handler of its values know how far the reader has come: an error of
-// a value is then found at its place. The reader is at most one byte ahead of the value.
+// Iterates over the text and records the position for the handler of the values, which thereby
+// knows the place of a faulty value. The JSON reader is at most one byte ahead of the value.
 class Cursor {
  public:
    using iterator_category = std::forward_iterator_tag;
@@ -54,7 +54,7 @@ struct RouteText {
    std::vector<Lnet::IntfId> oifs;
 };
 
-// Takes the values of the text as they come. Every operation returns whether to go on.
+// Receives the values of the text in order. Every operation returns whether to go on.
 class Handler final : public nlohmann::json_sax<json> {
  public:
    Handler(std::string_view text, char const* const& reached, SnapshotEvent& event)
@@ -98,7 +98,7 @@ class Handler final : public nlohmann::json_sax<json> {
    char const* const& reached_;
    SnapshotEvent& event_;
    Where where_ = Where::top;
-   std::size_t skipped_ = 0;  // the depth inside a value of no interest
+   std::size_t skipped_ = 0;  // the depth inside the value of an ignored key
    std::size_t routeAt_ = 0;
    std::string key_;
    RouteText route_;
@@ -246,8 +246,8 @@ bool Handler::parse_error(std::size_t at, std::string const&, json::exception co
    position = std::min(at ? at - 1 : 0, text_.size());
    std::size_t const first = position > before ? position - before : 0;
    excerpt = text_.substr(first, position + 1 - first);
-   // "[json...] parse error at line 1, column 5: syntax error while parsing ...": the place is told
-   // in terms of the file instead.
+   // The library reports "[json...] parse error at line 1, column 5: syntax error while parsing
+   // ...". Its place is replaced by the place in the file.
    std::string_view what = error.what();
    if (auto const colon = what.find(": "); colon != std::string_view::npos) {
       what.remove_prefix(colon + 2);
@@ -276,7 +276,7 @@ bool SnapshotParser::parse(std::string_view text, SnapshotEvent& event) {
    Handler handler(text, reached, result);
    if (json::sax_parse(Cursor(text.data(), &reached), Cursor(text.data() + text.size(), &reached),
                        &handler)) {
-      // The reader takes a NUL for the end of the text.
+      // The JSON reader treats a NUL as the end of the text.
       std::size_t const nul = text.find('\0');
       if (nul == std::string_view::npos) {
          event = std::move(result);

@@ -1,15 +1,15 @@
-// The JSON of `ip -j mroute show` and `ip -6 -j mroute show` to one event; with or without -s, -d,
-// -p and `table all`.
+// Parses the JSON of `ip -j mroute show` and `ip -6 -j mroute show` into one event. The command may
+// have the options -s, -d and -p, and `table all`.
 //
 //    [{"src":"10.0.0.2","dst":"239.1.1.2","iif":"rtr0","multipath":[{"oif":"rtr3","ttl":5}],
 //      "state":"resolved","packets":5,"bytes":560,"expires":2.03,"table":"default"}, ...]
 //
-// A route needs "src" and "dst". "iif" may be missing or "unresolved", "multipath" may be missing
-// or empty, "state" is "resolved" unless it says otherwise, "table" is a name or a number. Other
-// keys, and "ttl", are counters and flags that do not matter here; their values may have any form.
+// A route needs "src" and "dst". "iif" may be missing or "unresolved". "multipath" may be missing
+// or empty. "state" is "resolved" by default, and "table" is a name or a number. The parser ignores
+// "ttl" and all other keys, whose values may have any form.
 //
-// One malformed route makes the whole snapshot malformed: a table with a hole would be taken for a
-// table without that route.
+// One malformed route makes the whole snapshot malformed, because a snapshot without that route
+// would remove the route.
 #pragma once
 
 #include <cstddef>
@@ -22,17 +22,17 @@ namespace Agent {
 
 class SnapshotParser {
  public:
-   // Whether a line begins a JSON text rather than a line of a monitor, whose time stamp begins
-   // with a bracket, too.
+   // Whether a line begins a JSON text. The line of a monitor may begin with a bracket, too, namely
+   // that of its time stamp.
    static bool looksLikeJson(std::string_view line);
 
-   // Reads a whole JSON text. When it returns true, `event` is the snapshot, without a time;
-   // otherwise `event` is as it was, and the operations below say what is wrong.
+   // Parses a whole JSON text. Returns true with the snapshot in `event`, without a time. Otherwise
+   // `event` is unchanged, and the operations below describe the fault.
    bool parse(std::string_view text, SnapshotEvent& event);
 
-   // "route 17: no "dst"", or what is wrong with the JSON itself.
+   // "route 17: no "dst"", or the syntax error of the JSON text.
    std::string const& reason() const { return reason_; }
-   // Where in the text: a byte of it, or its size when it ends too early.
+   // The place of the fault: a byte of the text, or its size if the text ends too early.
    std::size_t position() const { return position_; }
    // The route that is malformed, or the text shortly before the position.
    std::string_view excerpt() const { return excerpt_; }
@@ -43,11 +43,11 @@ class SnapshotParser {
    std::string_view excerpt_;
 };
 
-// Tells where a JSON text ends, line by line, from its brackets.
+// Finds the end of a JSON text, line by line, by its brackets.
 class JsonExtent {
  public:
-   // Feeds more of the text. Returns true when the outermost bracket has been closed; `rest` is
-   // then what follows it.
+   // Reads the next piece of the text. Returns true if the piece closes the outermost bracket;
+   // `rest` is then the text behind that bracket.
    bool closed(std::string_view piece, std::string_view& rest);
 
  private:

@@ -1,4 +1,4 @@
-// The commands that look at the tree and the types, and that change what is in it.
+// The commands on the tree and the types: queries and changes.
 #include <sstream>
 
 #include "Qor/Trace.h"
@@ -106,8 +106,8 @@ std::string typeText(ordered_json const& json) {
       for (auto const& row : json.at(list)) {
          std::string notes;
          if (row.value("writable", false)) notes += " writable";
-         if (row.value("told", false)) notes += " told";
-         if (row.value("reading", false)) notes += " changes nothing";
+         if (row.value("told", false)) notes += " notifies";
+         if (row.value("reading", false)) notes += " read-only";
          lines.push_back({std::string("   ") + what, row.at("name").get<std::string>(),
                           row.at("type").get<std::string>(), notes});
       }
@@ -127,28 +127,27 @@ void Inspector::ls(Words const& words) {
    if (words.size() > 2) {
       std::string const& text = words[2].text;
       if (!parseNumber(text, skip)) {
-         throw InspectError(printable(inQuotes(text)) + " is no number of members to skip");
+         throw InspectError(printable(inQuotes(text)) + " is not a number of members to skip");
       }
    }
-   // What an object has is never many.
+   // Objects have few children, so all are listed.
    std::size_t const most = node.kind == Kind::collection ? screenful : 1000;
    ordered_json rows = ordered_json::array();
    for (TreeNode const& child : all.children(node, skip, most))
       rows.push_back(rowJson(all, node, child));
    std::size_t const size = all.size(node);
    std::string text = aligned(rowLines(rows));
-   if (rows.empty())
-      text = size ? "no more than " + std::to_string(size) + " are there\n" : "empty\n";
+   if (rows.empty()) text = size ? "there are only " + std::to_string(size) + "\n" : "empty\n";
    if (std::size_t const shown = skip + rows.size(); shown < size && !rows.empty()) {
       text += std::to_string(skip + 1) + " to " + std::to_string(shown) + " of " +
-              std::to_string(size) + "; ls PATH " + std::to_string(shown) + " goes on\n";
+              std::to_string(size) + "; next: ls PATH " + std::to_string(shown) + "\n";
    }
-   say({{"path", printable(node.path)},
-        {"type", node.type},
-        {"size", size},
-        {"skipped", skip},
-        {"members", rows}},
-       text);
+   printResult({{"path", printable(node.path)},
+                {"type", node.type},
+                {"size", size},
+                {"skipped", skip},
+                {"members", rows}},
+               text);
 }
 
 void Inspector::get(Words const& words) {
@@ -157,7 +156,7 @@ void Inspector::get(Words const& words) {
    ordered_json json = {{"path", printable(node.path)}, {"type", node.type}};
    if (node.kind == Kind::value) {
       json["value"] = valueJson(node.it, node.type);
-      return say(json, valueText(json["value"]) + '\n');
+      return printResult(json, valueText(json["value"]) + '\n');
    }
    Lines lines;
    ordered_json members = ordered_json::object();
@@ -171,7 +170,7 @@ void Inspector::get(Words const& words) {
                        counted ? row.at("members").dump() + " members" : valueText(value)});
    }
    json["members"] = members;
-   say(json, lines.empty() ? "empty\n" : aligned(lines));
+   printResult(json, lines.empty() ? "empty\n" : aligned(lines));
 }
 
 // ---- Changing. ----
@@ -183,7 +182,7 @@ Qor::Generic Inspector::argument(EntityTree const& tree, Word const& word) const
    throw InspectError(printable(word.raw) + " is neither an object nor a value");
 }
 
-// Tries it first: whoever calls an operation by hand keeps its preconditions, or does not.
+// Tries the change first, because it may violate a precondition of the library.
 void Inspector::change(std::function<void()> const& doIt) {
    std::string const why = rehearse(doIt);
    if (!why.empty()) throw InspectError("that would end the agent: " + why);
@@ -194,17 +193,17 @@ void Inspector::change(std::function<void()> const& doIt) {
 void Inspector::set(Words const& words) {
    EntityTree const all = tree();
    TreeNode const node = all.find(words[1].raw);
-   if (!node.attribute) throw InspectError(printable(node.path) + " is no attribute");
-   if (!node.writable()) throw InspectError(node.attribute->fullName + " may only be read");
-   // A string representation has blanks, and need not be quoted.
+   if (!node.attribute) throw InspectError(printable(node.path) + " is not an attribute");
+   if (!node.writable()) throw InspectError(node.attribute->fullName + " is read-only");
+   // The string representation of a value may have blanks and needs no quotes.
    std::string const text =
          line_.substr(words[2].at, words.back().at + words.back().raw.size() - words[2].at);
    Qor::Generic const value = words.size() == 3 ? argument(all, words[2]) : Qor::Generic(text);
    change([&] { Qor::set(node.owner, node.attribute->name, value); });
    ordered_json const now =
          valueJson(Qor::get(node.owner, node.attribute->name), node.attribute->type);
-   say({{"path", printable(node.path)}, {"value", now}},
-       printable(node.path) + " = " + valueText(now) + '\n');
+   printResult({{"path", printable(node.path)}, {"value", now}},
+               printable(node.path) + " = " + valueText(now) + '\n');
 }
 
 void Inspector::call(Words const& words) {
@@ -219,7 +218,7 @@ void Inspector::call(Words const& words) {
    Qor::Generic result;
    change([&] { result = operation.run(operation, node.it, arguments); });
    ordered_json const json = valueJson(result, operation.result);
-   say({{"result", json}}, operation.result == "void" ? "done\n" : valueText(json) + '\n');
+   printResult({{"result", json}}, operation.result == "void" ? "done\n" : valueText(json) + '\n');
 }
 
 // ---- Types, traces, routes. ----
@@ -227,7 +226,7 @@ void Inspector::call(Words const& words) {
 void Inspector::types(Words const& words) {
    if (words.size() > 1) {
       ordered_json const json = typeJson(Qor::type(words[1].text));
-      return say(json, typeText(json));
+      return printResult(json, typeText(json));
    }
    ordered_json json = ordered_json::array();
    Lines lines = {{"TYPE", "KIND", "MODULE"}};
@@ -236,7 +235,7 @@ void Inspector::types(Words const& words) {
             {{"name", type->name()}, {"kind", kindName(type->kind())}, {"module", type->module()}});
       lines.push_back({type->name(), kindName(type->kind()), type->module()});
    }
-   say(json, aligned(lines));
+   printResult(json, aligned(lines));
 }
 
 void Inspector::trace(Words const& words) {
@@ -246,7 +245,7 @@ void Inspector::trace(Words const& words) {
    } else if (auto const wrong = applyTraceOption(text)) {
       throw InspectError(*wrong + ", or off[:GLOB]");
    }
-   say(nullptr, "");
+   printResult(nullptr, "");
 }
 
 void Inspector::explain(Words const& words) {
@@ -254,7 +253,7 @@ void Inspector::explain(Words const& words) {
    ordered_json const json = explainRoute(run_.simulated(), question);
    std::ostringstream text;
    printExplanation(text, json);
-   say(json, text.str());
+   printResult(json, text.str());
 }
 
 }  // namespace Agent

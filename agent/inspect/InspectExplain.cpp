@@ -7,6 +7,7 @@
 #include "agent/input/PrintableText.h"
 #include "agent/input/RouteFields.h"
 #include "agent/inspect/InspectWords.h"
+#include "platform/sim/Format.h"
 
 namespace Agent {
 
@@ -17,14 +18,7 @@ using State = RouteProgrammer::State;
 
 namespace {
 
-constexpr std::size_t named = 4;  // how many of many are named
-
-template <class... Parts>
-std::string text(Parts const&... parts) {
-   std::ostringstream os;
-   (os << ... << parts);
-   return os.str();
-}
+constexpr std::size_t named = 4;  // number of routes that a list names
 
 std::string routeText(RouteId const& id, RouteQuestion const& question) {
    std::string const name = id.key.pretty();
@@ -36,7 +30,7 @@ std::string routeText(Route const& route, RouteQuestion const& question) {
    return routeText({route.vrf(), route.key()}, question);
 }
 
-// Counts routes, and names the first of them.
+// Counts routes and keeps the names of the first ones.
 class SomeRoutes {
  public:
    template <class Which>
@@ -51,7 +45,7 @@ class SomeRoutes {
    ordered_json some_ = ordered_json::array();
 };
 
-// During a recovery: the wanted routes whose found entries point at the group. A rewrite of the
+// The wanted routes whose found entries point at the group, during a recovery. A rewrite of the
 // group changes these entries, too.
 SomeRoutes foundAt(SimulatedSwitch const& simulated, RouteQuestion const& question,
                    Qor::U32 group) {
@@ -84,7 +78,7 @@ SomeRoutes holdersOf(SimulatedSwitch const& simulated, RouteQuestion const& ques
 ordered_json membersJson(bool toCpu, std::vector<MrouteLib::PortVlan> const& members) {
    ordered_json list = ordered_json::array();
    for (auto const& member : members)
-      list.push_back(text(member.intfId().name(), " (vlan ", member.vlanId(), ')'));
+      list.push_back(fmt::format("{} (vlan {})", member.intfId().name(), member.vlanId()));
    if (toCpu) list.push_back("the CPU");
    return list;
 }
@@ -99,10 +93,10 @@ std::vector<MrouteLib::PortVlan> pairsOf(Map const& map) {
 
 ordered_json interfaceJson(Lnet::IntfId intf, Bridging::VlanIdOrNone vlan) {
    if (vlan.isNone()) return "any interface";
-   return text(intf.name(), " (vlan ", vlan, ')');
+   return fmt::format("{} (vlan {})", intf.name(), vlan);
 }
 
-// 0 stands for a time that is not known.
+// A time of 0 is not known.
 ordered_json timeJson(Qor::Seconds time) {
    if (time == 0) return nullptr;
    return time;
@@ -119,7 +113,7 @@ ordered_json tablesJson(SimulatedSwitch const& simulated) {
            {"boundaries", table(chip.boundaries().size(), chip.boundaries().capacity())}};
 }
 
-// One wanted route, piece by piece.
+// Explains one wanted route.
 class Explanation {
  public:
    Explanation(SimulatedSwitch const& simulated, RouteQuestion const& question, Route const& route)
@@ -133,7 +127,7 @@ class Explanation {
    ordered_json json() {
       out_ = {{"route", route_.key().pretty()},
               {"vrf", route_.vrf().name()},
-              {"state", text(route_.state())},
+              {"state", fmt::format("{}", route_.state())},
               {"inHardware", inHardware()}};
       if (!inHardware()) addWhyNot();
       out_["acceptsFrom"] = interfaceJson(wanted_.acceptingIntfId, wanted_.acceptingVlan);
@@ -165,7 +159,7 @@ class Explanation {
       out_["waitsFor"] = std::move(waits);
    }
 
-   // A found entry forwards until the route gets the room that it waits for.
+   // Until the route gets its room, the found entry forwards its packets.
    void addFoundEntry(ordered_json& waits) const {
       auto const vrfId = simulated_.vrfId(route_.vrf());
       if (!simulated_.recovering() || !vrfId || wanted_.bridgeAction) return;
@@ -214,12 +208,12 @@ class Explanation {
       out_["fastdrop"] = std::move(fastdrops);
    }
 
-   // The record's own set may be an older one than what is wanted now.
+   // The set of the record may be older than the wanted set.
    MrouteLib::PortVlanSet const& placedSet() const {
       return record_ ? record_->oifSet->portVlanSet() : wanted_.set;
    }
 
-   // Whether the group has the set's backup in the place of its members.
+   // Whether the group has the members of the set's backup.
    bool rewritten() const {
       Sim::Group const* const group = record_ ? simulated_.chip().group(record_->group) : nullptr;
       auto const backup = pairsOf(placedSet().portVlanFrr());
@@ -238,22 +232,23 @@ class Explanation {
                                                                     : "ready"}};
    }
 
-   // What the chip says otherwise than the route programmer, a sentence each.
+   // The differences between the chip and the route programmer, a sentence each.
    ordered_json chipDiffers() const {
       ordered_json out = ordered_json::array();
-      if (route_.handle().isNull()) return out;  // it takes no entry
+      if (route_.handle().isNull()) return out;  // the route takes no entry
       if (!entry_) {
-         out.push_back(text("the chip has no entry for handle ", route_.handle().value()));
+         out.push_back(fmt::format("the chip has no entry for handle {}", route_.handle().value()));
          return out;
       }
-      if (entry_->key != route_.key()) out.push_back(text("the entry is that of ", entry_->key));
+      if (entry_->key != route_.key())
+         out.push_back(fmt::format("the entry is the one of {}", entry_->key));
       auto const vrfId = simulated_.vrfId(route_.vrf());
       if (vrfId && entry_->vrfId != vrfId->value()) {
-         out.push_back(text("the entry is in VRF id ", entry_->vrfId, ", not ", *vrfId));
+         out.push_back(fmt::format("the entry is in VRF id {}, not {}", entry_->vrfId, *vrfId));
       }
       if (entry_->acceptingVlan != wanted_.acceptingVlan) {
-         out.push_back(text("the entry accepts from vlan ", entry_->acceptingVlan, ", not ",
-                            wanted_.acceptingVlan));
+         out.push_back(fmt::format("the entry accepts from vlan {}, not {}", entry_->acceptingVlan,
+                                   wanted_.acceptingVlan));
       }
       if (record_) compareGroup(out);
       return out;
@@ -261,12 +256,12 @@ class Explanation {
 
    void compareGroup(ordered_json& out) const {
       if (entry_->group != record_->group) {
-         out.push_back(text("the entry points at group ", Sim::groupName(entry_->group), ", not ",
-                            Sim::groupName(record_->group)));
+         out.push_back(fmt::format("the entry points at group {}, not {}",
+                                   Sim::groupName(entry_->group), Sim::groupName(record_->group)));
       }
       Sim::Group const* const group = simulated_.chip().group(entry_->group);
       if (!group) {
-         out.push_back(text("the chip has no group ", Sim::groupName(entry_->group)));
+         out.push_back(fmt::format("the chip has no group {}", Sim::groupName(entry_->group)));
          return;
       }
       if (rewritten()) return;
@@ -275,7 +270,7 @@ class Explanation {
       std::string found;
       for (auto const& member : membersJson(group->toCpu, group->members))
          found += (found.empty() ? "" : ", ") + member.get<std::string>();
-      out.push_back(text("the group sends to ", found.empty() ? "nobody" : found));
+      out.push_back(fmt::format("the group sends to {}", found.empty() ? "no interface" : found));
    }
 
    SimulatedSwitch const& simulated_;
@@ -294,7 +289,7 @@ bool covers(RouteKey const& entry, RouteKey const& key) {
           (!key.source().isAny() && entry.source().contains(key.source().address()));
 }
 
-// The entry of one VRF that takes the packets of a route that is not wanted: the longest match.
+// The entry that matches the packets of a route that is not wanted: the longest match in the VRF.
 ordered_json taker(SimulatedSwitch const& simulated, L3::VrfName const& vrf, Qor::U32 vrfId,
                    RouteQuestion const& question) {
    RouteKey const& key = question.key;
@@ -377,7 +372,7 @@ RouteQuestion routeQuestion(std::string_view asked) {
       }
    }
    if (words.size() != 2) {
-      throw InspectError(printable(inQuotes(asked)) + " is no route" + wanted);
+      throw InspectError(printable(inQuotes(asked)) + " is not a route" + wanted);
    }
    if (words[0] == "*") words[0] = words[1].find(':') == std::string::npos ? "0.0.0.0" : "::";
    std::string const wrong = routeKeyOf(words[0], words[1], question.key);

@@ -1,6 +1,6 @@
-// Why a route flows, or why not: what an operator wants to know of one (source, group), on one
-// screen. Looks at the route programmer, the table programmer's record, the published status and
-// the chip, changes nothing, and sends no packet.
+// Explains to an operator why the packets of one (source, group) arrive or do not arrive. The
+// explanation is read from the route programmer, the record of the table programmer, the published
+// status and the chip. It changes nothing and sends no packet.
 #pragma once
 
 #include <nlohmann/json.hpp>
@@ -12,22 +12,24 @@
 
 namespace Agent {
 
-// What is asked for. Without a VRF, in all of them.
+// The route to explain. Without a VRF it is explained in all VRFs.
 struct RouteQuestion {
    std::optional<L3::VrfName> vrf;
    RouteProgrammer::RouteKey key;
 };
 
-// Reads "10.0.0.2,239.1.1.1", "(10.0.0.2, 239.1.1.1)", "10.0.0.2 239.1.1.1", with "*" for any
-// source, either family, and "vrf NAME" before or behind it. InspectError otherwise.
+// Parses "10.0.0.2,239.1.1.1", "(10.0.0.2, 239.1.1.1)" or "10.0.0.2 239.1.1.1", with "*" for any
+// source, in either address family. "vrf NAME" may stand before or behind the route. Raises
+// InspectError for other texts.
 RouteQuestion routeQuestion(std::string_view text);
 
-// An object with the question; "routes", an explanation each, of those that are wanted; where there
-// is none, "near": what is wanted or on the chip instead; "recovering", whether routes may still be
-// told again after a restart; and "tables", how full they are.
+// An object with the question and these keys: "routes" has an explanation for each wanted route. If
+// there is none, "near" has similar routes that are wanted, and entries that match the packets.
+// "recovering" is true during the replay after a restart. "tables" has the use of the chip's
+// tables.
 nlohmann::ordered_json explainRoute(SimulatedSwitch const& simulated,
                                     RouteQuestion const& question);
-// The same for people.
+// Prints the explanation as text.
 void printExplanation(std::ostream& os, nlohmann::ordered_json const& explanation);
 
 }  // namespace Agent

@@ -1,5 +1,7 @@
-// An explanation in prose: a sentence that answers, and below it a line for each concern.
-#include <cstdio>
+// An explanation as text: a sentence with the answer, and below it a line for each concern.
+#include <fmt/ostream.h>
+
+#include <utility>
 
 #include "agent/inspect/InspectExplain.h"
 
@@ -9,43 +11,46 @@ using nlohmann::ordered_json;
 
 namespace {
 
+std::uint64_t count(ordered_json const& object, char const* key) {
+   return object.at(key).get<std::uint64_t>();
+}
+
+std::string text(ordered_json const& object, char const* key) {
+   return object.at(key).get<std::string>();
+}
+
 std::string number(std::uint64_t count, char const* one, char const* many) {
-   return std::to_string(count) + ' ' + (count == 1 ? one : many);
+   return fmt::format("{} {}", count, count == 1 ? one : many);
 }
 
 std::string seconds(double time) {
-   char out[40];
-   std::snprintf(out, sizeof out, "%.3f s", time);
-   return out;
+   return fmt::format("{:.3f} s", time);
 }
 
 std::string list(ordered_json const& items, std::string const& none) {
-   std::string out;
-   for (auto const& item : items)
-      out += (out.empty() ? "" : ", ") + item.get<std::string>();
-   return out.empty() ? none : out;
+   if (items.empty()) return none;
+   return fmt::format("{}", fmt::join(items.get<std::vector<std::string>>(), ", "));
 }
 
-// Of so many the ones that are named.
+// The routes of SomeRoutes::json(): the names that it has, and the number of the others.
 std::string someOf(ordered_json const& of) {
-   std::size_t const all = of.at("routes").get<std::size_t>();
-   ordered_json const& some = of.at("some");
-   std::string out = list(some, "none");
-   if (all > some.size()) out += ", and " + std::to_string(all - some.size()) + " more";
-   return out;
+   std::uint64_t const all = count(of, "routes");
+   std::size_t const some = of.at("some").size();
+   std::string const names = list(of.at("some"), "none");
+   return all > some ? fmt::format("{}, and {} more", names, all - some) : names;
 }
 
 std::string whenHit(ordered_json const& row, double now) {
-   if (!row.contains("lastHit")) return "unknown: it is not in the hardware status";
+   if (!row.contains("lastHit")) return "unknown: there is no hardware status";
    ordered_json const& time = row.at("lastHit");
-   if (time.is_null()) return "unknown: no activity poll has seen a packet of it yet (0)";
+   if (time.is_null()) return "unknown: no activity poll has seen a packet (0)";
    double const at = time.get<double>();
-   return "at " + seconds(at) + ", " + seconds(now - at) + " ago, as the activity polls saw it";
+   return fmt::format("at {}, {} ago, by the activity polls", seconds(at), seconds(now - at));
 }
 
-class Prose {
+class ExplanationText {
  public:
-   Prose(std::ostream& os, ordered_json const& all)
+   ExplanationText(std::ostream& os, ordered_json const& all)
          : os_(os), all_(all), now_(all.at("time").get<double>()) {}
 
    void print() {
@@ -59,72 +64,83 @@ class Prose {
    }
 
  private:
-   void line(char const* what, std::string const& says) {
-      char label[16];
-      std::snprintf(label, sizeof label, "   %-11s", what);
-      os_ << label << says << '\n';
+   template <class... Args>
+   void line(char const* label, fmt::format_string<Args...> format, Args&&... args) {
+      fmt::print(os_, "   {:<11}{}\n", label, fmt::format(format, std::forward<Args>(args)...));
    }
 
    void printRoute(ordered_json const& r) {
       bool const in = r.at("inHardware").get<bool>();
-      os_ << r.at("route").get<std::string>() << " in VRF " << r.at("vrf").get<std::string>()
-          << (in ? " is in hardware.\n" : " is not in hardware.\n");
-      if (!in) printWhyNot(r);
+      fmt::print(os_, "{} in VRF {} is {}in hardware.\n", text(r, "route"), text(r, "vrf"),
+                 in ? "" : "not ");
+      if (!in) printReason(r);
       if (r.contains("handle")) {
-         line("entry", "handle " + r.at("handle").dump() + ", accepts from " +
-                             r.at("acceptsFrom").get<std::string>());
+         line("entry", "handle {}, accepts from {}", count(r, "handle"), text(r, "acceptsFrom"));
       } else {
-         line("accepts", "from " + r.at("acceptsFrom").get<std::string>());
+         line("accepts", "from {}", text(r, "acceptsFrom"));
       }
-      line("sends to", list(r.at("sendsTo"), "nobody"));
+      line("sends to", "{}", list(r.at("sendsTo"), "no interface"));
       if (r.contains("group")) printGroup(r);
-      if (in) line("last hit", whenHit(r, now_));
-      if (r.contains("packets")) {
-         std::string counted = number(r.at("packets").get<std::uint64_t>(), "packet", "packets") +
-                               ", " + number(r.at("bytes").get<std::uint64_t>(), "byte", "bytes") +
-                               " by the chip's entry";
-         if (r.contains("counter")) counted += "; route counter " + r.at("counter").dump();
-         line("counted", counted);
-      }
-      for (ordered_json const& drop : r.at("fastdrop")) {
-         std::string const from = "what comes from " + drop.at("from").get<std::string>();
-         line("fastdrop", drop.at("inHardware").get<bool>()
-                                ? from + "; last hit " + whenHit(drop, now_)
-                                : from + ", but not in hardware");
-      }
+      if (in) line("last hit", "{}", whenHit(r, now_));
+      if (r.contains("packets")) printCounts(r);
+      for (ordered_json const& drop : r.at("fastdrop"))
+         printFastdrop(drop);
       if (r.contains("reroute")) printReroute(r.at("reroute"));
-      if (r.contains("chipDiffers")) {
-         ordered_json const& differs = r.at("chipDiffers");
-         if (differs.empty()) line("chip", "its entry and its group say the same");
-         for (ordered_json const& difference : differs)
-            line("chip", "DIFFERS: " + difference.get<std::string>());
+      if (r.contains("chipDiffers")) printChip(r.at("chipDiffers"));
+   }
+
+   void printCounts(ordered_json const& r) {
+      std::string const counter =
+            r.contains("counter") ? fmt::format("; route counter {}", count(r, "counter")) : "";
+      line("counted", "{}, {} by the chip's entry{}",
+           number(count(r, "packets"), "packet", "packets"),
+           number(count(r, "bytes"), "byte", "bytes"), counter);
+   }
+
+   void printFastdrop(ordered_json const& drop) {
+      if (drop.at("inHardware").get<bool>()) {
+         line("fastdrop", "packets from {}; last hit {}", text(drop, "from"), whenHit(drop, now_));
+      } else {
+         line("fastdrop", "packets from {}, but not in hardware", text(drop, "from"));
       }
    }
 
-   void printWhyNot(ordered_json const& r) {
-      line("why not", r.at("whyNot").get<std::string>());
+   void printChip(ordered_json const& differences) {
+      if (differences.empty()) line("chip", "entry and group agree with the route programmer");
+      for (ordered_json const& difference : differences)
+         line("chip", "DIFFERS: {}", difference.get<std::string>());
+   }
+
+   void printReason(ordered_json const& r) {
+      line("reason", "{}", text(r, "whyNot"));
       if (!r.contains("waitsFor")) return;
       ordered_json const& waits = r.at("waitsFor");
-      auto const before = waits.at("before").get<std::uint64_t>();
-      line("waits for", "room in the " + waits.at("room").get<std::string>() + "; " +
-                              (before ? std::to_string(before) + (before == 1 ? " is" : " are") +
-                                              " before it in line"
-                                      : std::string("it is first in line")) +
-                              ", " +
-                              number(waits.at("waiting").get<std::uint64_t>(), "waits", "wait") +
-                              " in all");
-      auto const zombies = waits.at("zombies").get<std::uint64_t>();
-      std::string text = zombies ? number(zombies, "group", "groups") + " could be given up"
-                                 : "no group is left that could be given up";
-      if (waits.contains("nextExpiry")) {
-         double const at = waits.at("nextExpiry").get<double>();
-         text += ", the next expires at " + seconds(at) + ", in " + seconds(at - now_);
-      }
-      line("zombies", text);
+      auto const before = count(waits, "before");
+      std::string const place = before ? fmt::format("{} before it in the queue",
+                                                     number(before, "route is", "routes are"))
+                                       : "it is the first in the queue";
+      line("waits for", "room in the {}; {}, {} in all", text(waits, "room"), place,
+           number(count(waits, "waiting"), "route waits", "routes wait"));
+      printZombies(waits);
       if (!waits.contains("foundEntry")) return;
       ordered_json const& entry = waits.at("foundEntry");
-      line("until then", "its found entry forwards by group " +
-                               entry.at("group").get<std::string>() + sharedGroup(entry));
+      line("until then", "its found entry forwards by group {}{}", text(entry, "group"),
+           sharedGroup(entry));
+   }
+
+   void printZombies(ordered_json const& waits) {
+      auto const zombies = count(waits, "zombies");
+      std::string expiry;
+      if (waits.contains("nextExpiry")) {
+         double const at = waits.at("nextExpiry").get<double>();
+         expiry =
+               fmt::format(", and the next expires at {}, in {}", seconds(at), seconds(at - now_));
+      }
+      if (zombies) {
+         line("zombies", "{} can be purged for room{}", number(zombies, "group", "groups"), expiry);
+      } else {
+         line("zombies", "no group can be purged for room");
+      }
    }
 
    // Follows the name of a group at which a found entry points.
@@ -136,69 +152,65 @@ class Prose {
 
    void printGroup(ordered_json const& r) {
       ordered_json const& shared = r.at("sharedWith");
-      auto const others = shared.at("routes").get<std::uint64_t>();
+      auto const others = count(shared, "routes");
+      std::string const group = text(r, "group");
       std::string const index = r.at("index").dump();
-      std::string text = r.at("group").get<std::string>();
-      if (text != index) text += ", oif set index " + index;
-      text += ", oif set " + r.at("oifSet").dump();
-      text += others ? "; shared with " + number(others, "other route", "other routes") + ": " +
-                             someOf(shared)
-                     : "; shared with no other route";
-      line("group", text);
+      line("group", "{}{}, oif set {}; shared with {}", group,
+           group == index ? "" : ", oif set index " + index, count(r, "oifSet"),
+           others ? number(others, "other route: ", "other routes: ") + someOf(shared)
+                  : "no other route");
       if (!r.contains("sharedWithFound")) return;
-      line("restart", "found entries point at this group as well, and a rewrite changes them: " +
-                            someOf(r.at("sharedWithFound")));
+      line("restart", "found entries point at this group as well, and a rewrite changes them: {}",
+           someOf(r.at("sharedWithFound")));
    }
 
    void printReroute(ordered_json const& r) {
-      std::string const intf = r.at("whenFails").get<std::string>();
-      std::string const to = list(r.at("to"), "nobody");
-      std::string const state = r.at("state").get<std::string>();
+      std::string const to = list(r.at("to"), "no interface");
+      std::string const state = text(r, "state");
+      if (state == "ready")
+         return line("reroute", "ready: to {} when {} fails", to, text(r, "whenFails"));
       bool const up = r.at("linkUp").get<bool>();
-      std::string const why = up ? " failed (its link is up: a BFD session, or it has come back)"
-                                 : " failed: its link is down";
-      line("reroute", state == "ready" ? "ready: to " + to + " when " + intf + " fails"
-                      : state == "waiting"
-                            ? "waits for its rewrite to " + to + ", since " + intf + why
-                            : "rerouted to " + to + ", since " + intf + why);
+      line("reroute", "{} {}, since {} failed{}",
+           state == "waiting" ? "waits for its rewrite to" : "rerouted to", to,
+           text(r, "whenFails"),
+           up ? " (its link is up: a BFD session, or it has come back)" : ": its link is down");
    }
 
    void printNear() {
-      os_ << "No route " << all_.at("asked").get<std::string>() << " is wanted"
-          << (all_.contains("vrf") ? " in VRF " + all_.at("vrf").get<std::string>()
-                                   : std::string(" in any VRF"))
-          << ".\n";
+      fmt::print(os_, "No route {} is wanted in {}.\n", text(all_, "asked"),
+                 all_.contains("vrf") ? "VRF " + text(all_, "vrf") : "any VRF");
       ordered_json const& near = all_.at("near");
       if (!near.at("otherVrfs").empty()) {
-         line("elsewhere", "it is wanted in VRF " + list(near.at("otherVrfs"), ""));
+         line("elsewhere", "it is wanted in VRF {}", list(near.at("otherVrfs"), ""));
       }
-      line("same group", someOf(near.at("sameGroup")));
+      line("same group", "{}", someOf(near.at("sameGroup")));
       if (near.at("takenBy").empty()) {
-         line("packets", "no entry of the chip takes them: they are dropped");
+         line("packets", "no entry of the chip matches them, so they are dropped");
       }
-      for (ordered_json const& taker : near.at("takenBy")) {
-         std::string text = "taken in VRF " + taker.at("vrf").get<std::string>() +
-                            " by the entry of " + taker.at("entry").get<std::string>() +
-                            ", which accepts from " + taker.at("acceptsFrom").get<std::string>();
-         if (taker.contains("group")) {
-            text += " and forwards by group " + taker.at("group").get<std::string>() +
-                    sharedGroup(taker);
-         }
-         line("packets", text);
-      }
+      for (ordered_json const& taker : near.at("takenBy"))
+         printTaker(taker);
+   }
+
+   void printTaker(ordered_json const& taker) {
+      std::string const group = taker.contains("group")
+                                      ? fmt::format(" and forwards by group {}{}",
+                                                    text(taker, "group"), sharedGroup(taker))
+                                      : "";
+      line("packets", "match in VRF {} the entry of {}, which accepts from {}{}",
+           text(taker, "vrf"), text(taker, "entry"), text(taker, "acceptsFrom"), group);
    }
 
    void printTables() {
       if (all_.at("recovering").get<bool>()) {
-         line("restart", "the agent has started anew, and has not been told all its routes yet");
+         line("restart", "the agent has restarted, and the replay of its routes is not complete");
       }
       ordered_json const& tables = all_.at("tables");
       auto const of = [&](char const* name) {
-         return tables.at(name).at("used").dump() + " of " + tables.at(name).at("size").dump();
+         return fmt::format("{} of {}", count(tables.at(name), "used"),
+                            count(tables.at(name), "size"));
       };
-      line("tables", of("groups") + " groups (zombies: " + tables.at("zombies").dump() + "), " +
-                           of("routes") + " route entries, " + of("boundaries") +
-                           " boundary entries");
+      line("tables", "{} groups (zombies: {}), {} route entries, {} boundary entries", of("groups"),
+           count(tables, "zombies"), of("routes"), of("boundaries"));
    }
 
    std::ostream& os_;
@@ -209,7 +221,7 @@ class Prose {
 }  // namespace
 
 void printExplanation(std::ostream& os, ordered_json const& explanation) {
-   Prose(os, explanation).print();
+   ExplanationText(os, explanation).print();
 }
 
 }  // namespace Agent

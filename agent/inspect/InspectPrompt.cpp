@@ -18,12 +18,12 @@ namespace Agent {
 
 namespace {
 
-// One command after the other. A failed one is told, and the next is done all the same.
+// Runs commands and reports failed ones.
 class Commands {
  public:
    Commands(Inspector& inspector, bool json) : inspector_(inspector), json_(json) {}
 
-   // False after `quit`.
+   // Returns false after `quit`.
    bool evaluate(std::string const& line) {
       auto const outcome = inspector_.evaluate(line);
       if (outcome == Inspector::Outcome::failed) {
@@ -55,12 +55,12 @@ class Terminal {
       el_set(el, EL_PROMPT, &Terminal::prompt);
       el_set(el, EL_EDITOR, "emacs");
       el_set(el, EL_HIST, history, history_.get());
-      el_set(el, EL_ADDFN, "complete", "completes a command or a path", &Terminal::completes);
+      el_set(el, EL_ADDFN, "complete", "complete a command or a path", &Terminal::completes);
       el_set(el, EL_BIND, "^I", "complete", nullptr);
       el_set(el, EL_BIND, "^R", "em-inc-search-prev", nullptr);
    }
 
-   // False at the end of the input.
+   // Returns false at the end of the input.
    bool readLine(std::string& line) {
       int count = 0;
       char const* const text = el_gets(editor_.get(), &count);
@@ -86,7 +86,8 @@ class Terminal {
    }
    static unsigned char completes(EditLine* el, int) { return of(el).complete(); }
 
-   // Adds what all completions have in common, and lists them where that is nothing new.
+   // Adds the common beginning of all completions. If the line has that already, lists the
+   // completions.
    unsigned char complete() {
       LineInfo const* const info = el_line(editor_.get());
       std::string const line(info->buffer, info->cursor);

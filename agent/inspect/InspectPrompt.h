@@ -1,4 +1,5 @@
-// Where commands come from: a terminal, with line editing, history and completion, or a pipe.
+// Reads commands from the options, and then from a terminal, with line editing, history and
+// completion, or from a pipe.
 #pragma once
 
 #include <string>
@@ -9,22 +10,24 @@
 namespace Agent {
 
 struct InspectOptions {
-   std::vector<std::string> evals;  // commands that are done first
-   bool inspect = false;            // then those of standard input
+   std::vector<std::string> evals;  // the first commands
+   bool inspect = false;            // then the commands of standard input
    bool json = false;
 };
 
 struct InspectResult {
-   // False when a command has failed that nobody has typed at a terminal, or when standard output
-   // could not be written.
+   // False if a command of the options or of a pipe failed, or if standard output could not be
+   // written.
    bool good = true;
-   // `set` or `call` has changed the switch: what is left need not bear being taken down as usual.
+   // `set` or `call` has changed the switch. The normal destruction of the switch may then fail an
+   // assertion.
    bool changedByHand = false;
 };
 
-// Does all commands, one after the other, whatever becomes of those before.
+// Runs all commands, one after the other. A failed command does not stop the next ones.
 InspectResult inspect(InspectedRun& run, InspectOptions const& options);
-// The exit code. Does not return where the switch cannot be taken down.
+// Returns the exit code. If the switch was changed by hand, ends the process instead of returning,
+// so that the switch is not destroyed.
 int exitAfter(InspectResult const& result, int code);
 
 }  // namespace Agent

@@ -31,7 +31,7 @@ std::string below(std::string const& path, std::string_view segment) {
    throw InspectError(text);
 }
 
-// What an object or a value is: a value is one to walk into if its type has attributes.
+// The kind of an object or a value. A value whose type has attributes has children like an object.
 TreeNode nodeOf(std::string path, Generic it, std::string const& declared) {
    TreeNode node;
    node.kind = Kind::value;
@@ -152,7 +152,7 @@ TreeNode EntityTree::inDirectory(TreeNode const& node, std::string const& segmen
    return child;
 }
 
-// The names directly below a directory; none for what is no directory.
+// The names of the children of a directory. Empty for a path that is not a directory.
 std::vector<std::string> EntityTree::directory(std::string const& path) const {
    std::string const prefix = path == "/" ? path : path + '/';
    std::vector<std::string> names;

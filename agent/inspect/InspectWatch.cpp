@@ -13,11 +13,12 @@ using Qor::Generic;
 
 class InspectWatches::Watch {
  public:
-   // `object` is what is followed, `member` the only one of it to be told of, or empty.
-   Watch(std::string path, Generic const& object, std::string member, Tell const& tell)
+   // `member` is the only member of the object whose changes are reported, or empty for all
+   // members.
+   Watch(std::string path, Generic const& object, std::string member, Report const& report)
          : path_(std::move(path)),
            member_(std::move(member)),
-           tell_(tell),
+           report_(report),
            object_(object.object().get()),
            type_(*Qor::typeOf(object)),
            following_(object, [this](Qor::Change const& change) { onChange(change); }) {
@@ -36,21 +37,21 @@ class InspectWatches::Watch {
       ordered_json event = {{"time", Qor::now()}, {"path", path_}};
       if (change.gone) {
          event["gone"] = true;
-         tell_(event);
+         report_(event);
          return;
       }
       if (!member_.empty() && change.member != member_) return;
       if (member_.empty()) event["member"] = change.member;
-      // The object is there while it tells, and is not held any longer.
+      // The object exists during its notification. `false` keeps this reference from destroying it.
       Generic const object(Qor::Ptr<Qor::RefCounted const>(object_), path_, false);
       for (auto const* const attribute : type_.allAttributes()) {
          if (attribute->name != change.member) continue;
          ordered_json value = valueJson(attribute->read(object), attribute->type);
          ordered_json& last = values_[attribute->name];
-         if (value == last) return;  // stored again
+         if (value == last) return;  // the same value was stored again
          event["was"] = std::exchange(last, value);
          event["value"] = std::move(value);
-         tell_(event);
+         report_(event);
          return;
       }
       Qor::TypeCollection const& collection = type_.collection(change.member);
@@ -64,19 +65,19 @@ class InspectWatches::Watch {
             event["gone"] = true;
          }
       }
-      tell_(event);
+      report_(event);
    }
 
    std::string const path_;
    std::string const member_;
-   Tell const& tell_;
+   Report const& report_;
    Qor::RefCounted const* const object_;
    Qor::Type const& type_;
    std::map<std::string, ordered_json> values_;
    Qor::Following following_;
 };
 
-InspectWatches::InspectWatches(Tell tell) : tell_(std::move(tell)) {}
+InspectWatches::InspectWatches(Report report) : report_(std::move(report)) {}
 
 InspectWatches::~InspectWatches() = default;
 
@@ -94,18 +95,18 @@ void InspectWatches::add(TreeNode const& node) {
       bool const whole = node.kind == TreeNode::Kind::collection;
       if (!whole && !node.attribute) {
          throw InspectError(printable(node.path) +
-                            " is no object, and no attribute or collection of one");
+                            " is not an object, an attribute or a collection");
       }
       object = node.owner;
       member = whole ? node.collection->name : node.attribute->name;
       if ((whole ? node.collection->handler : node.attribute->handler).empty()) {
-         throw InspectError("nobody is told when " + printable(node.path) + " changes");
+         throw InspectError(printable(node.path) + " notifies no reactors of its changes");
       }
    }
    if (!Qor::typeOf(object)) {
-      throw InspectError(printable(node.path) + " belongs to a value, which nobody changes");
+      throw InspectError(printable(node.path) + " belongs to a value, which never changes");
    }
-   watches_.push_back(std::make_unique<Watch>(node.path, object, member, tell_));
+   watches_.push_back(std::make_unique<Watch>(node.path, object, member, report_));
 }
 
 void InspectWatches::remove(std::string const& path) {

@@ -1,5 +1,5 @@
-// Who watches what in the entity tree. A watch holds no reference: what is watched lives and dies
-// as if nobody looked, and a watch whose object has gone says so and ends.
+// The watches on the entity tree. A watch holds no reference to its object. When the object is
+// destroyed, the watch reports that and ends.
 #pragma once
 
 #include <functional>
@@ -12,29 +12,29 @@ namespace Agent {
 
 class InspectWatches {
  public:
-   // Told inside the mutator, as a reactor is. An event has "time", "path", "member" where the
-   // path does not name it, "key" of a collection, and of "value", "was", "size" and "gone" what
-   // there is to say.
-   using Tell = std::function<void(nlohmann::ordered_json const& event)>;
+   // Called inside the mutator, as a reactor is. An event has "time" and "path"; "member" for a
+   // watch on an object; "key" for a member of a collection; and "value", "was", "size" or "gone"
+   // for the change.
+   using Report = std::function<void(nlohmann::ordered_json const& event)>;
 
-   explicit InspectWatches(Tell tell);
+   explicit InspectWatches(Report report);
    ~InspectWatches();
    InspectWatches(InspectWatches const&) = delete;
    InspectWatches& operator=(InspectWatches const&) = delete;
 
-   // Watches an object, or one attribute or collection of one. InspectError for what is none of
-   // these, tells nobody, or is watched already.
+   // Watches an object, or one attribute or collection of an object. Raises InspectError for
+   // another node, for a member that notifies no reactors, and for a node that is watched already.
    void add(TreeNode const& node);
-   // InspectError for what is not watched.
+   // Raises InspectError for a path that is not watched.
    void remove(std::string const& path);
    void removeAll();
-   // Those that have not gone.
+   // The watched paths whose objects still exist.
    std::vector<std::string> paths();
 
  private:
    class Watch;
 
-   Tell const tell_;
+   Report const report_;
    std::vector<std::unique_ptr<Watch>> watches_;
 };
 

@@ -6,7 +6,8 @@ namespace Agent {
 
 namespace {
 
-// The end of the quoted part that opens at `at`: behind its closing quote. Adds what it holds.
+// Appends the quoted part that opens at `at` to `text`. Returns the position behind its closing
+// quote.
 std::size_t readQuoted(std::string_view line, std::size_t at, std::string& text) {
    for (std::size_t i = at + 1; i < line.size(); ++i) {
       if (line[i] == '"') return i + 1;
@@ -46,7 +47,8 @@ std::vector<Word> wordsOf(std::string_view line) {
 
 std::vector<std::string> segmentsOf(std::string_view path) {
    if (!path.starts_with('/')) {
-      throw InspectError(inQuotes(path) + " is no path: a path begins with a slash, as /switch/1");
+      throw InspectError(inQuotes(path) +
+                         " is not a path: a path begins with a slash, as /switch/1");
    }
    std::vector<std::string> segments;
    for (std::size_t i = 0; i < path.size();) {

@@ -1,5 +1,5 @@
-// A run that is looked at while it stands still, and can be told to go on: the replay of a capture
-// or the play of a scenario (agent/run/RunCommand.h, agent/run/ScenarioRun.h).
+// A run that the inspector queries and continues: the replay of a capture or the play of a scenario
+// (agent/run/CaptureRun.h, agent/run/ScenarioRun.h).
 #pragma once
 
 #include "agent/switch/SimulatedSwitch.h"
@@ -10,16 +10,17 @@ class InspectedRun {
  public:
    virtual ~InspectedRun() = default;
 
-   // To be asked anew after the run has gone on.
+   // The reference is valid until the run is continued.
    virtual SimulatedSwitch& simulated() = 0;
-   // Goes on with the input and with all that is due, up to and including `time`, at which it then
-   // stands. False when the input has an error, which has been reported; the run goes no further.
+   // Continues up to and including `time`: applies the input, and runs everything that is due.
+   // Returns false if the input has an error, which has been reported; the run then ends.
    virtual bool runUntil(Qor::Seconds time) = 0;
-   // Takes in what is left of the input, and runs until all is done that it has set going.
+   // Applies the rest of the input, and runs until the switch is settled.
    virtual bool runToEnd() = 0;
-   // When the input goes on; never when there is none left.
+   // The time of the next input; never if no input is left.
    virtual Qor::Seconds nextInput() = 0;
-   // Whether going on takes nothing from a file.
+   // Whether the rest of the input is in memory, so that the run can be continued in a copy of the
+   // process.
    virtual bool inMemory() const = 0;
 };
 

@@ -21,24 +21,24 @@ std::string seconds(double time) {
    return fmt::format("{:.6f} s", time);
 }
 
-// What a watch tells, for people.
+// The text of a watch's event.
 std::string eventText(ordered_json const& event) {
    std::string text = "at " + seconds(event.at("time").get<double>()) + ": " +
                       printable(event.at("path").get<std::string>());
    if (event.contains("member")) text += ' ' + event.at("member").get<std::string>();
    if (event.contains("key")) text += '[' + event.at("key").get<std::string>() + ']';
    if (event.contains("size")) {
-      return text + " has changed as a whole, and has " + event.at("size").dump() + " members";
+      return text + " has been replaced, and has " + event.at("size").dump() + " members";
    }
    if (event.contains("value")) {
       text += " = " + valueText(event.at("value"));
       return event.contains("was") ? text + " (was " + valueText(event.at("was")) + ')' : text;
    }
    bool const object = !event.contains("member") && !event.contains("key");
-   return text + (object ? " has gone, and is watched no more" : " has gone");
+   return text + (object ? " is deleted, and the watch ends" : " is deleted");
 }
 
-// Where the last word of a line begins, whose quotes may be open.
+// The position of the last word of a line. Its quotes may be open.
 std::size_t lastWord(std::string_view line) {
    std::size_t at = 0;
    bool quoted = false;
@@ -54,7 +54,7 @@ std::size_t lastWord(std::string_view line) {
    return at;
 }
 
-// What a path may go on with.
+// The completions of a path.
 std::vector<std::string> pathsLike(EntityTree const& tree, std::string_view word) {
    constexpr std::size_t most = 200;
    std::size_t slash = 0;
@@ -81,26 +81,30 @@ std::vector<std::string> pathsLike(EntityTree const& tree, std::string_view word
 std::vector<Inspector::Command> const& Inspector::commands() {
    constexpr std::size_t any = 10000;
    static std::vector<Command> const all = {
-         {"ls", "[PATH [SKIP]]", 0, 2, "what is below a path, behind the first SKIP",
+         {"ls", "[PATH [SKIP]]", 0, 2, "lists the children of a path, behind the first SKIP",
           &Inspector::ls},
-         {"get", "PATH", 1, 1, "a value, an object's attributes, a collection's members",
+         {"get", "PATH", 1, 1,
+          "prints a value, the attributes of an object, or the members of a collection",
           &Inspector::get},
          {"set", "PATH VALUE", 2, any, "writes an attribute", &Inspector::set},
          {"call", "PATH OPERATION ARG...", 2, any,
-          "calls an operation; an ARG that begins with / is an object", &Inspector::call},
-         {"watch", "[PATH]", 0, 1, "tells changes of an object, an attribute or a collection",
+          "calls an operation; an ARG that begins with / is the path of an object",
+          &Inspector::call},
+         {"watch", "[PATH]", 0, 1, "prints the changes of an object, an attribute or a collection",
           &Inspector::watch},
-         {"unwatch", "[PATH]", 0, 1, "tells them no more", &Inspector::unwatch},
-         {"explain", "ROUTE [vrf NAME]", 1, any, "where a route stands, and why",
+         {"unwatch", "[PATH]", 0, 1, "ends one watch, or all", &Inspector::unwatch},
+         {"explain", "ROUTE [vrf NAME]", 1, any, "prints the state of a route, with reasons",
           &Inspector::explain},
-         {"types", "[TYPE]", 0, 1, "the types, or what one of them has", &Inspector::types},
-         {"trace", "LEVEL[:GLOB] | off[:GLOB]", 1, 1, "traces up to LEVEL (0-9), to standard error",
+         {"types", "[TYPE]", 0, 1, "lists the types, or the members of one type",
+          &Inspector::types},
+         {"trace", "LEVEL[:GLOB] | off[:GLOB]", 1, 1, "turns traces up to LEVEL (0-9) on, or off",
           &Inspector::trace},
          {"run", "[SECONDS]", 0, 1, "lets time pass; without SECONDS, to the end of the input",
           &Inspector::goOn},
-         {"step", "", 0, 0, "lets time pass until the next thing is due", &Inspector::step},
-         {"help", "[COMMAND]", 0, 1, "this list, or a line of it", &Inspector::help},
-         {"quit", "", 0, 0, "ends", &Inspector::quit}};
+         {"step", "", 0, 0, "lets time pass until the next clock or input is due",
+          &Inspector::step},
+         {"help", "[COMMAND]", 0, 1, "lists the commands, or one of them", &Inspector::help},
+         {"quit", "", 0, 0, "ends the commands", &Inspector::quit}};
    return all;
 }
 
@@ -110,14 +114,14 @@ Inspector::Command const& Inspector::command(std::string const& name) {
       if (command.name == name) return command;
       known += (known.empty() ? "" : ", ") + std::string(command.name);
    }
-   throw InspectError(printable(inQuotes(name)) + " is no command (known: " + known + ')');
+   throw InspectError(printable(inQuotes(name)) + " is not a command (known: " + known + ')');
 }
 
 Inspector::Inspector(InspectedRun& run, std::ostream& out, bool json)
       : run_(run),
         out_(out),
         json_(json),
-        watches_([this](ordered_json const& event) { tell(event); }) {}
+        watches_([this](ordered_json const& event) { printEvent(event); }) {}
 
 Inspector::Outcome Inspector::evaluate(std::string_view line) {
    error_.clear();
@@ -169,12 +173,12 @@ Inspector::Completion Inspector::complete(std::string_view line) const {
             offer(operation->name);
       }
    } catch (std::exception const&) {
-      // What is not there is not completed.
+      // A path without a node has no completion.
    }
    return found;
 }
 
-void Inspector::say(ordered_json const& json, std::string const& text) {
+void Inspector::printResult(ordered_json const& json, std::string const& text) {
    if (json_) {
       out_ << ordered_json{{"command", printable(line_)}, {"result", json}}.dump() << std::endl;
    } else {
@@ -182,7 +186,7 @@ void Inspector::say(ordered_json const& json, std::string const& text) {
    }
 }
 
-void Inspector::tell(ordered_json const& event) {
+void Inspector::printEvent(ordered_json const& event) {
    if (json_) {
       out_ << ordered_json{{"event", event}}.dump() << std::endl;
    } else {
@@ -200,13 +204,13 @@ void Inspector::help(Words const& words) {
       json.push_back({{"usage", usage}, {"help", command.help}});
       lines.push_back({usage, command.help});
    }
-   say(json, aligned(lines));
+   printResult(json, aligned(lines));
 }
 
 void Inspector::watch(Words const& words) {
    if (words.size() > 1) {
       watches_.add(tree().find(words[1].raw));
-      return say({{"watched", printable(words[1].raw)}}, "");
+      return printResult({{"watched", printable(words[1].raw)}}, "");
    }
    ordered_json json = ordered_json::array();
    std::string text;
@@ -214,25 +218,25 @@ void Inspector::watch(Words const& words) {
       json.push_back(printable(path));
       text += printable(path) + '\n';
    }
-   say(json, text.empty() ? "nothing is watched\n" : text);
+   printResult(json, text.empty() ? "no watches\n" : text);
 }
 
 void Inspector::unwatch(Words const& words) {
    if (words.size() == 1) {
       watches_.removeAll();
    } else {
-      // By its path as watched; what was watched may be gone from the tree.
+      // By the path of the watch, because the tree may have lost the node.
       std::string path;
       for (std::string const& segment : segmentsOf(words[1].raw))
          path += '/' + quotedSegment(segment);
       watches_.remove(path);
    }
-   say(nullptr, "");
+   printResult(nullptr, "");
 }
 
 // ---- Time. ----
 
-// What has been changed by hand may end the run later.
+// After a change by hand, the run may fail an assertion later.
 void Inspector::advance(std::function<void()> const& doIt) {
    if (changed_ && run_.inMemory()) {
       std::string const why = rehearse(doIt);
@@ -241,8 +245,8 @@ void Inspector::advance(std::function<void()> const& doIt) {
    doIt();
 }
 
-void Inspector::sayTime() {
-   say({{"time", Qor::now()}}, "at " + seconds(Qor::now()) + '\n');
+void Inspector::printTime() {
+   printResult({{"time", Qor::now()}}, "at " + seconds(Qor::now()) + '\n');
 }
 
 void Inspector::goOn(Words const& words) {
@@ -253,21 +257,22 @@ void Inspector::goOn(Words const& words) {
       std::string const& text = words[1].text;
       double span = 0;
       if (!parseNumber(text, span) || !(span >= 0) || span > 1e9) {
-         throw InspectError(printable(inQuotes(text)) + " is no number of seconds from 0 to 1e9");
+         throw InspectError(printable(inQuotes(text)) +
+                            " is not a number of seconds from 0 to 1e9");
       }
       advance([&] { good = run_.runUntil(Qor::now() + span); });
    }
-   if (!good) throw InspectError("the input ends here: it has an error");
-   sayTime();
+   if (!good) throw InspectError("the input has an error and ends here");
+   printTime();
 }
 
 void Inspector::step(Words const&) {
    double const next = std::min(run_.nextInput(), run_.simulated().activity().nextDeadline());
-   if (next >= Qor::never) throw InspectError("nothing is left to be done");
+   if (next >= Qor::never) throw InspectError("no clock is set, and no input is left");
    bool good = true;
    advance([&] { good = run_.runUntil(std::max(next, Qor::now())); });
-   if (!good) throw InspectError("the input ends here: it has an error");
-   sayTime();
+   if (!good) throw InspectError("the input has an error and ends here");
+   printTime();
 }
 
 }  // namespace Agent

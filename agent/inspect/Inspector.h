@@ -1,12 +1,12 @@
-// The commands by which a run is looked at and driven: `help` lists them. One line is one command;
-// what comes of it is written to an output, as text for people or as JSON, one line for each
-// command and for each change that is watched.
+// The commands that query and continue a run; the command `help` lists them. Each line is a
+// command. The result is printed as text, or as JSON with one line for each command and for each
+// change of a watched object.
 //
-// A command that cannot be done changes nothing and says why, in one line. Operations and
-// attributes are the library's own, with its preconditions: `set` and `call` are tried in a copy of
-// the process before, and refused with the assertion's text where they would end the agent. Once
-// one of them has changed something, `run` and `step` are tried likewise, unless input is read from
-// files meanwhile, which can be read only once.
+// A command that fails changes nothing and reports the reason in one line. `set` and `call` reach
+// the library's attributes and operations, which have preconditions. Both are therefore tried in a
+// copy of the process first, and are refused with the text of the assertion if the copy ends. After
+// such a change, `run` and `step` are tried in the same way, unless they read input from files,
+// which can be read only once.
 #pragma once
 
 #include <functional>
@@ -26,33 +26,33 @@ class Inspector {
  public:
    enum class Outcome { done, failed, quit };
 
-   static constexpr std::size_t screenful = 20;       // members that ls shows
-   static constexpr std::size_t longestLine = 65536;  // bytes of a command
+   static constexpr std::size_t screenful = 20;       // members that ls prints
+   static constexpr std::size_t longestLine = 65536;  // bytes of a command, at most
 
    // Both outlive the inspector.
    Inspector(InspectedRun& run, std::ostream& out, bool json);
 
-   // Does what a line says; an empty line and a comment (#) say nothing. After Outcome::failed
-   // error() is why.
+   // Runs the command of a line. Empty lines and comments (#) have no effect. After
+   // Outcome::failed, error() is the reason.
    Outcome evaluate(std::string_view line);
    std::string const& error() const { return error_; }
 
-   // What the last word of an unfinished line may become: words that take the place of it.
+   // The completions of the last word of an unfinished line. Each can replace that word.
    struct Completion {
-      std::size_t at = 0;  // where that word begins
+      std::size_t at = 0;  // position of that word
       std::vector<std::string> words;
    };
    Completion complete(std::string_view line) const;
 
-   // Whether `set` or `call` has changed anything: the library's records need not agree with their
-   // users any more, so that taking everything out again may fail.
+   // Whether `set` or `call` has changed the switch. The library's records may then disagree with
+   // their users, so that the destruction of the switch may fail an assertion.
    bool changedByHand() const { return changed_; }
 
  private:
    using Words = std::vector<Word>;
    struct Command {
       char const* name;
-      char const* usage;  // behind the name
+      char const* usage;  // the text behind the name
       std::size_t least, most;
       char const* help;
       void (Inspector::*run)(Words const&);
@@ -78,15 +78,15 @@ class Inspector {
    Qor::Generic argument(EntityTree const& tree, Word const& word) const;
    void change(std::function<void()> const& doIt);
    void advance(std::function<void()> const& doIt);
-   void tell(nlohmann::ordered_json const& event);
-   void say(nlohmann::ordered_json const& json, std::string const& text);
-   void sayTime();
+   void printEvent(nlohmann::ordered_json const& event);
+   void printResult(nlohmann::ordered_json const& json, std::string const& text);
+   void printTime();
 
    InspectedRun& run_;
    std::ostream& out_;
    bool const json_;
    InspectWatches watches_;
-   std::string line_;  // that is evaluated
+   std::string line_;  // the present command
    std::string error_;
    bool quit_ = false;
    bool changed_ = false;

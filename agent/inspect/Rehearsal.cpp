@@ -12,8 +12,8 @@ namespace Agent {
 
 namespace {
 
-// Seconds of processor time that it may take. Time on the clock would pass on a busy machine
-// without any work being done.
+// Limit on the copy, in seconds of processor time. Elapsed time would depend on the load of the
+// machine.
 constexpr unsigned longest = 20;
 
 [[noreturn]] void runCopy(int errors, std::function<void()> const& doIt) {
@@ -26,7 +26,7 @@ constexpr unsigned longest = 20;
    try {
       doIt();
    } catch (std::exception const&) {
-      // It is told in this process, when it is done.
+      // The operation throws again in the calling process, where the exception is reported.
    }
    _exit(0);
 }
@@ -55,7 +55,7 @@ std::string lastLine(std::string const& text) {
 
 std::string rehearse(std::function<void()> const& doIt) {
    int ends[2];
-   if (pipe(ends) != 0) return "no pipe is to be had to try it first";
+   if (pipe(ends) != 0) return "the trial in a copy of the process failed: no pipe";
    pid_t const copy = fork();
    if (copy == 0) {
       close(ends[0]);
@@ -64,18 +64,18 @@ std::string rehearse(std::function<void()> const& doIt) {
    close(ends[1]);
    if (copy < 0) {
       close(ends[0]);
-      return "no process is to be had to try it first";
+      return "the trial in a copy of the process failed: no process";
    }
-   std::string const said = lastLine(readAll(ends[0]));
+   std::string const text = lastLine(readAll(ends[0]));
    close(ends[0]);
    int status = 0;
    while (waitpid(copy, &status, 0) < 0 && errno == EINTR) {
    }
    if (WIFEXITED(status) && WEXITSTATUS(status) == 0) return {};
    if (WIFSIGNALED(status) && WTERMSIG(status) == SIGXCPU) {
-      return "it has not come to an end in " + std::to_string(longest) + " s of processor time";
+      return "the trial took more than " + std::to_string(longest) + " s of processor time";
    }
-   return said.empty() ? "it ends without a word" : said;
+   return text.empty() ? "the copy ended without an error text" : text;
 }
 
 }  // namespace Agent

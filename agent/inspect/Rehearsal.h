@@ -1,4 +1,5 @@
-// Tries a thing in a copy of the process, to see whether it would end this one.
+// Tries an operation in a copy of the process, to learn whether the operation would end the
+// process.
 #pragma once
 
 #include <functional>
@@ -6,9 +7,9 @@
 
 namespace Agent {
 
-// Runs `doIt` in a copy and forgets it there: nothing of this process changes, but for the place
-// where open files are read. Returns why it must not be done, as the last line that it wrote to
-// standard error; empty when it ended well, by an exception too.
+// Runs `doIt` in a copy of the process, which then ends. This process does not change, except for
+// the read positions of open files. Returns an empty text if `doIt` returned or threw an exception.
+// Otherwise returns the last line that the copy wrote to standard error.
 std::string rehearse(std::function<void()> const& doIt);
 
 }  // namespace Agent

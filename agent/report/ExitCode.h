@@ -4,7 +4,7 @@
 namespace Agent {
 
 inline constexpr int exitDone = 0;
-inline constexpr int exitFailed = 1;  // bad input, failed output, or a difference or fault found
+inline constexpr int exitFailed = 1;  // bad input, failed output, a difference or a fault
 inline constexpr int exitUsage = 2;
 
 }  // namespace Agent

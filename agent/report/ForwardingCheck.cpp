@@ -11,7 +11,7 @@ namespace {
 
 using Routing::Multicast::Fib::IpGenRouteKey;
 
-// Where the copies of a packet come out: interface names, and "cpu".
+// The interfaces that the copies of a packet leave by name, and "cpu".
 using Outputs = std::set<std::string>;
 
 std::string toString(Outputs const& outputs) {
@@ -38,8 +38,8 @@ Outputs expectedOutputs(SimulatedSwitch const& simulated, CaptureState const& ca
    return outputs;
 }
 
-// A source that the packet of a (*,G) route may come from: one without an (S,G) of its own, from
-// the ranges set aside for documentation.
+// A source for a packet that must hit a (*,G) route. No (S,G) route of the capture may have this
+// source; the ranges are those for documentation.
 Lnet::IpGenAddr anySource(CaptureState const& capture, RouteId const& id) {
    for (unsigned i = 1;; ++i) {
       Lnet::IpGenAddr const source =
@@ -78,7 +78,7 @@ class Comparison {
 
    void checkRoute(RouteId const& id, RouteState const& expected) {
       auto const* route = simulated_.routeProgrammer().route(id.vrf, id.key);
-      if (!route) return differs(id, "in the capture, but not with the route programmer");
+      if (!route) return differs(id, "the route of the capture is unknown to the route programmer");
       if (route->state() == State::marked || route->state() == State::programming) {
          return differs(id, "not settled: " + route->reason());
       }
@@ -109,23 +109,22 @@ class Comparison {
       }
    }
 
-   // Another route's entry may send a packet to the same interfaces.
+   // The interfaces alone do not prove the entry, because another route may have the same outputs.
    bool hitsOwnEntry(Qor::U32 vrfId, RouteId const& id, Sim::Forwarded const& forwarded) const {
       if (!forwarded.entry) return false;
       Sim::Entry const* const entry = simulated_.chip().routes().find(*forwarded.entry);
       return entry->vrfId == vrfId && entry->key == id.key;
    }
 
-   // Entries of the chip that stand for no route in hardware.
+   // Reports the chip's entries that belong to no route in hardware.
    void checkNothingElse() {
       simulated_.chip().routes().forEach([&](Qor::U32 index, Sim::Entry const& entry) {
          auto const placed = placed_.find({entry.vrfId, entry.key});
          if (placed != placed_.end() && placed->second == entry.acceptingVlan) return;
-         result_.differences.push_back(
-               fmt::format("route entry {} of the chip: vrf id {} {} vlan {} is that of no route "
-                           "of the capture "
-                           "in hardware",
-                           index, entry.vrfId, entry.key, entry.acceptingVlan));
+         result_.differences.push_back(fmt::format(
+               "route entry {} of the chip: vrf id {} {} vlan {} belongs to no route of "
+               "the capture in hardware",
+               index, entry.vrfId, entry.key, entry.acceptingVlan));
       });
    }
 

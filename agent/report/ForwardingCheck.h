@@ -1,10 +1,10 @@
-// Compares what the simulated chip forwards with what the capture says in the end.
+// Compares the forwarding of the simulated chip with the tables at the end of the capture.
 //
-// A packet is sent through the chip for every route of the capture, in its incoming interface, and
-// must come out exactly at the interfaces the route names; outputs whose link is down get nothing
-// on either side. The packet must hit the route's own entry, and the chip must hold no other
-// entries than those. Routes that wait for room, or whose writes failed, are not differences: they
-// are states, listed with their reasons.
+// For every route of the capture the check sends a packet through the chip, from the route's
+// incoming interface. A copy must come out of each output of the route whose link is up, and of no
+// other interface. The packet must hit the route's own entry, and the chip must have no further
+// entries. A route that waits for room, or whose write failed, is not a difference: it is listed
+// with its reason.
 #pragma once
 
 #include <string>
@@ -21,14 +21,14 @@ struct ForwardingCheck {
       std::string reason;
    };
 
-   std::size_t routes = 0;                // compared
-   std::vector<std::string> differences;  // a line for each
+   std::size_t routes = 0;                // number of routes that were compared
+   std::vector<std::string> differences;  // a line each
    std::vector<NotPlaced> notPlaced;
 
    bool passed() const { return differences.empty(); }
 };
 
-// The switch is settled. Sending the packets counts in the chip's hit times and counters.
+// Requires a settled switch. The packets count in the chip's hit times and counters.
 ForwardingCheck checkForwarding(SimulatedSwitch& simulated, CaptureState const& capture);
 
 }  // namespace Agent

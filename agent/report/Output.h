@@ -1,4 +1,5 @@
-// Whether output has reached its file, which a full disk or a reader that has gone prevents.
+// The check that output has reached its file. A full disk prevents that, as does the end of a
+// reader.
 #pragma once
 
 #include <ostream>
@@ -6,8 +7,8 @@
 
 namespace Agent {
 
-// Flushes the stream. Returns whether everything was written, and otherwise reports on standard
-// error that the file of this name cannot be written, and why.
+// Flushes the stream and returns whether all output was written. If not, reports on standard error
+// that the file with this name cannot be written, with the system's reason.
 bool outputWritten(std::ostream& out, std::string_view name);
 // The same for standard output.
 bool outputWritten();

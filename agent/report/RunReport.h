@@ -8,7 +8,7 @@
 
 namespace Agent {
 
-// Prints the tables in `show`, and the summary: as text, or everything as one JSON object.
+// Prints the tables in `show` and the summary, as text, or all of it as one JSON object.
 void printRunReport(std::vector<View> const& show, bool json, SimulatedSwitch const& simulated,
                     nlohmann::ordered_json summary);
 

@@ -1,4 +1,4 @@
-// What a run did, in figures: for people and, with the same content, as JSON.
+// The summary of a run: figures as JSON, and the same figures as text.
 #pragma once
 
 #include <cstdint>
@@ -14,15 +14,15 @@ struct RunFigures {
    std::uint64_t lines = 0;
    std::uint64_t events = 0;
    std::uint64_t routeEvents = 0;
-   std::uint64_t deletions = 0;  // among routeEvents
+   std::uint64_t deletions = 0;  // route events that are deletions
    std::uint64_t linkEvents = 0;
    std::uint64_t snapshots = 0;
-   std::uint64_t snapshotRoutes = 0;  // in all of them
+   std::uint64_t snapshotRoutes = 0;  // routes in all snapshots
    std::uint64_t skippedLines = 0;
    std::uint64_t badLines = 0;
    std::uint64_t clockSteps = 0;
-   double captureSeconds = 0;    // of the input's own time
-   double processorSeconds = 0;  // that the run took, not counting waits for input
+   double captureSeconds = 0;    // time of the last event
+   double processorSeconds = 0;  // processor time of the run; waiting for input takes none
 };
 
 nlohmann::ordered_json summaryJson(RunFigures const& figures, SimulatedSwitch const& simulated,

@@ -1,4 +1,4 @@
-// The timeline of a run in a file, as `--timeline FILE` asks for it.
+// The file that `--timeline FILE` names, with the timeline of a run.
 #pragma once
 
 #include <fstream>
@@ -12,19 +12,20 @@ namespace Agent {
 
 class TimelineFile {
  public:
-   // Nothing is opened, and timeline() is null, for an empty name. A file that cannot be opened
-   // shows in finish().
+   // For an empty name no file is opened, and timeline() is null. finish() reports a file that
+   // cannot be opened.
    TimelineFile(std::string fileName, SimulatedSwitch& simulated);
    ~TimelineFile();
    TimelineFile(TimelineFile const&) = delete;
    TimelineFile& operator=(TimelineFile const&) = delete;
 
    Timeline* timeline() { return timeline_.get(); }
-   // An instant, if there is a timeline.
+   // Writes an instant, if there is a timeline.
    void note(std::string const& text) {
       if (timeline_) timeline_->instant(text);
    }
-   // Completes the file. False, and said on standard error, when it could not be written.
+   // Completes the file. If it could not be written, reports that on standard error and returns
+   // false.
    bool finish();
 
  private:

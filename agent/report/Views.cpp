@@ -20,7 +20,7 @@ constexpr std::pair<View, std::string_view> viewNames[] = {
       {View::chip, "chip"},
 };
 
-// The outputs as `ip` lists them: one object an interface, "cpu" for a copy to the CPU.
+// The outputs as `ip` lists them: one object for each interface, with "cpu" for a copy to the CPU.
 ordered_json multipath(MrouteLib::PortVlanSet const& set) {
    ordered_json list = ordered_json::array();
    if (set.toCpu()) list.push_back({{"oif", "cpu"}});
@@ -34,7 +34,7 @@ std::string prefixText(Lnet::IpGenPrefix const& prefix) {
    return prefix.isAny() ? prefix.address().toString() : prefix.toString();
 }
 
-// Its number, or the name of one that is hard-wired.
+// The number of the group, or the name of a hard-wired group.
 ordered_json groupJson(Qor::U32 group) {
    if (Sim::isHardWired(group)) return Sim::groupName(group);
    return group;
@@ -66,7 +66,8 @@ ordered_json routesJson(SimulatedSwitch const& simulated) {
       }
       auto const vrfStatus = simulated.mfibHwStatus().vrfStatus(route.vrf());
       if (auto const status = vrfStatus ? vrfStatus->route(route.key()) : nullptr) {
-         // A poll time of 0 is none: what came before the agent's start is not known.
+         // A poll time of 0 means that no use is known. The agent does not know uses before its
+         // start, so idle time counts from the start at the earliest.
          if (status->lastPollTime() > 0) row["lastPollTime"] = status->lastPollTime();
          row["idleSince"] = std::max(status->lastPollTime(), simulated.startedAt());
       }
@@ -207,7 +208,7 @@ void printView(std::ostream& os, View view, ordered_json const& table) {
                      {"HANDLE", "routeHandle"},
                      {"MCASTID", "multicastId"},
                      {"OIFS", "multipath"},
-                     {"WHY NOT", "reason"}});
+                     {"REASON", "reason"}});
          break;
       case View::oifsets:
          printTable(os, table,

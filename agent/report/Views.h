@@ -1,7 +1,7 @@
-// The tables of a simulated switch, for people and as JSON. Every text form is made from the JSON
-// form, so both show the same. Keys follow `ip -j mroute show` where it has them (src, dst, iif,
-// multipath/oif, packets, bytes), our own are camelCase; a false key is there, an absent one does
-// not apply.
+// The tables of a simulated switch, as text and as JSON. The text is made from the JSON, so both
+// have the same content. Keys are those of `ip -j mroute show` where it has them (src, dst, iif,
+// multipath/oif, packets, bytes); other keys are in camelCase. A key that does not apply is absent,
+// and a key that applies is present also if it is false.
 #pragma once
 
 #include <nlohmann/json.hpp>
@@ -14,17 +14,17 @@
 namespace Agent {
 
 enum class View {
-   routes,   // every wanted route, and where it stands
-   oifsets,  // the records in use, and who shares them
-   zombies,  // the records that wait, the next to expire first
+   routes,   // every wanted route with its state
+   oifsets,  // the records in use, with the number of routes that share each
+   zombies,  // the zombie records, in the order of expiry
    chip,     // the chip's own tables
 };
 
-// The view of that name, or nothing.
+// The view with this name, or nothing.
 std::optional<View> viewNamed(std::string_view name);
 std::string_view nameOf(View view);
 
-// An array of objects, a row each; for View::chip an object of such arrays.
+// An array with one object for each row. View::chip is an object of such arrays.
 nlohmann::ordered_json viewJson(View view, SimulatedSwitch const& simulated);
 void printView(std::ostream& os, View view, nlohmann::ordered_json const& table);
 

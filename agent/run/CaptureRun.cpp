@@ -26,7 +26,7 @@ namespace {
 
 using SteadyClock = std::chrono::steady_clock;
 
-// What the process has worked, without its waiting for input.
+// The processor time of the process, in which waiting for input does not count.
 double processorSeconds() {
    timespec time{};
    clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &time);
@@ -91,7 +91,7 @@ class Run final : public InspectedRun {
       double const began = processorSeconds();
       Sim::ChipConfig chip;
       if (!options_.chipText.empty()) parseChipOption(options_.chipText, chip);
-      simulated_ = std::make_unique<SimulatedSwitch>(options_.path.value_or(Path::async), chip,
+      simulated_ = std::make_unique<SimulatedSwitch>(options_.path.value_or(PathKind::async), chip,
                                                      std::move(intfMap));
       TimelineFile timeline(options_.timelineFile, *simulated_);
       timeline_ = &timeline;
@@ -133,7 +133,8 @@ class Run final : public InspectedRun {
       return exitFailed;
    }
 
-   // Takes in the events up to and including this time. False when the input stopped the run.
+   // Applies the events up to and including this time. Returns false if a fault of the input
+   // stopped the run.
    bool replay(Qor::Seconds until) {
       InterruptEndsInput const interrupt;
       reader_.stopFdIs(interrupt.fd());
@@ -157,7 +158,7 @@ class Run final : public InspectedRun {
       return !stopped_;
    }
 
-   // Whether there is a next event, which event_ is then.
+   // Reads the next event into event_, unless that has been done. Returns false at the end.
    bool readAhead() {
       while (!ahead_ && !ended_) {
          auto const result = reader_.next(event_);
@@ -172,7 +173,7 @@ class Run final : public InspectedRun {
       return ahead_ && !interrupted();
    }
 
-   // What is wrong with the input, which ends it unless it is to go on.
+   // Reports a fault of the input, which ends the run unless options_.keepGoing is set.
    void report(InputError const& error) {
       fail(error);
       ++figures_.badLines;
@@ -190,7 +191,7 @@ class Run final : public InspectedRun {
    }
 
    int report(SimulatedSwitch& simulated) {
-      // The check sends packets, which count in the tables: they are looked at before.
+      // The check precedes the tables, so its packets count in them.
       ForwardingCheck check;
       if (options_.check) check = checkForwarding(simulated, capture_);
       auto summary = summaryJson(figures_, simulated, options_.check ? &check : nullptr);
@@ -200,7 +201,7 @@ class Run final : public InspectedRun {
    }
 
    static void printDifferences(std::vector<std::string> const& differences) {
-      std::cerr << "check failed: the chip does not forward what the capture says\n";
+      std::cerr << "check failed: the chip does not forward as the capture says\n";
       std::size_t const listed = std::min(differences.size(), listedDifferences);
       for (std::size_t i = 0; i < listed; ++i)
          std::cerr << "   " << differences[i] << '\n';
@@ -213,13 +214,13 @@ class Run final : public InspectedRun {
    CaptureReader reader_;
    CaptureEvent event_;
    bool ahead_ = false;    // event_ is the next one
-   bool ended_ = false;    // nothing more is to be read
-   bool stopped_ = false;  // by an error
+   bool ended_ = false;    // no more events will be read
+   bool stopped_ = false;  // a fault of the input has ended the run
    CaptureState capture_;
    RunFigures figures_;
    Progress progress_;
    std::unique_ptr<SimulatedSwitch> simulated_;
-   TimelineFile* timeline_ = nullptr;  // while it runs
+   TimelineFile* timeline_ = nullptr;  // null before and after the run
 };
 
 }  // namespace

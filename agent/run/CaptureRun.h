@@ -1,5 +1,5 @@
-// `velmroute run` with captures: replays them through the route programmer and one of the two paths
-// onto the simulated chip, and checks what the chip forwards in the end.
+// `velmroute run` with captures. The captures are replayed through the route programmer and one of
+// the two paths onto the simulated chip, and the forwarding of the chip is checked at the end.
 #pragma once
 
 #include "agent/run/RunOptions.h"

@@ -1,12 +1,13 @@
-// An interrupt (SIGINT) that ends the input of a run as end of file does.
+// An interrupt (SIGINT) that ends the input of a run, as the end of the file does.
 #pragma once
 
 #include <signal.h>
 
 namespace Agent {
 
-// While it lives, an interrupt is noted instead of ending the process, and is readable at fd(), so
-// that a read that waits is woken. A second interrupt ends the process as usual.
+// While this object lives, an interrupt does not end the process. interrupted() is true from then
+// on, and fd() is readable, so that an interrupt also wakes a read that waits. A second interrupt
+// ends the process as usual.
 class InterruptEndsInput {
  public:
    InterruptEndsInput();

@@ -14,7 +14,7 @@ int runFiles(RunOptions const& options) {
    bool const standardInput =
          std::find(options.files.begin(), options.files.end(), "-") != options.files.end();
    if (options.inspect && standardInput) {
-      std::cerr << "commands and a capture cannot both be read from standard input\n";
+      std::cerr << "commands and a capture cannot both come from standard input\n";
       return exitUsage;
    }
    bool const scenario = std::any_of(options.files.begin(), options.files.end(), isScenarioFile);

@@ -1,14 +1,15 @@
-// `velmroute run FILE...`: replays captures of multicast routes, or plays a scenario, on a simulated
-// switch in virtual time.
+// `velmroute run FILE...`: replays captures of multicast routes, or plays a scenario, on a
+// simulated switch in virtual time.
 #pragma once
 
 #include "agent/run/RunOptions.h"
 
 namespace Agent {
 
-// Replays captures, or plays a scenario, which is told from its content and stands alone. Results
-// go to standard output, all else to standard error; a progress line is shown while standard error
-// is a terminal. An interrupt (SIGINT) ends the input, as end of file does. Returns the exit code.
+// Replays captures, or plays one scenario, which is recognised by its content. Results are printed
+// to standard output and all other text to standard error. If standard error is a terminal, a
+// progress line is printed there. An interrupt (SIGINT) ends the input, as the end of the file
+// does. Returns the exit code.
 int runFiles(RunOptions const& options);
 
 }  // namespace Agent

@@ -7,22 +7,22 @@
 
 #include "agent/inspect/InspectPrompt.h"
 #include "agent/report/Views.h"
-#include "agent/switch/Path.h"
+#include "agent/switch/PathKind.h"
 
 namespace Agent {
 
 struct RunOptions {
    std::vector<std::string> files;  // "-" is standard input
-   std::string mapFile;             // empty: interfaces are numbered on first sight
-   std::string chipText;      // as parseChipOption() reads it; empty: the defaults, or a scenario's
-   std::string timelineFile;  // empty: none
+   std::string mapFile;             // empty: interfaces are numbered as they occur
+   std::string chipText;      // for parseChipOption(); empty: the defaults, or the scenario's chip
+   std::string timelineFile;  // empty: no timeline
    std::vector<View> show;
-   std::optional<Path> path;  // nothing: that of the scenario, or Path::async
+   std::optional<PathKind> path;  // nothing: the path of the scenario, or PathKind::async
    bool json = false;
    bool check = true;
    bool keepGoing = false;
-   // Looking at the run in its place: at this time, or at the end, by these commands, and then by
-   // those of standard input. Neither a summary nor the check is made then.
+   // Commands that query the run at the time `until`, or at its end: first `evals`, and then, with
+   // `inspect`, the commands of standard input. Such a run has no summary and no check.
    std::optional<double> until;
    std::vector<std::string> evals;
    bool inspect = false;

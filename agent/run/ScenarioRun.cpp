@@ -9,7 +9,7 @@
 #include "agent/report/TimelineFile.h"
 #include "agent/scenario/ScenarioParser.h"
 #include "agent/scenario/ScenarioPlayer.h"
-#include "agent/scenario/SimulatedTarget.h"
+#include "agent/scenario/SimulatedTestbed.h"
 #include "agent/switch/ChipOption.h"
 
 namespace Agent {
@@ -30,7 +30,7 @@ ordered_json scenarioJson(ScenarioFile const& file, ScenarioPlayer const& player
            {"failures", failures}};
 }
 
-// A scenario as it is looked at. Its expectations count as far as it has come.
+// A scenario under the commands of the inspector. The expectations up to the present time count.
 class InspectedScenario final : public InspectedRun {
  public:
    InspectedScenario(SimulatedSwitch& simulated, ScenarioPlayer& player)
@@ -65,10 +65,10 @@ int runScenario(RunOptions const& options) {
    for (InputError const& error : file.errors)
       std::cerr << error.toString() << '\n';
    if (!file.errors.empty() && !options.keepGoing) return exitFailed;
-   Path const path = options.path.value_or(file.path.value_or(Path::async));
+   PathKind const path = options.path.value_or(file.path.value_or(PathKind::async));
    if (file.path.value_or(path) != path) {
-      std::cerr << options.files.front() << ": this scenario is for the path " << nameOf(*file.path)
-                << " alone: --path " << nameOf(*file.path) << '\n';
+      std::cerr << options.files.front() << ": the scenario is for the path " << nameOf(*file.path)
+                << " alone: use --path " << nameOf(*file.path) << '\n';
       return exitUsage;
    }
    std::erase_if(file.lines,
@@ -85,8 +85,8 @@ int runScenario(RunOptions const& options) {
    SimulatedSwitch simulated(path, chip, std::move(intfMap),
                              {file.settings.minPollingInterval, file.settings.callCost});
    TimelineFile timeline(options.timelineFile, simulated);
-   SimulatedTarget target(simulated, timeline.timeline(), options.json);
-   ScenarioPlayer player(target, file.lines);
+   SimulatedTestbed testbed(simulated, timeline.timeline(), options.json);
+   ScenarioPlayer player(testbed, file.lines);
    if (options.until) {
       player.playUntil(*options.until);
    } else {

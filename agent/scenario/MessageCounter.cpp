@@ -51,7 +51,7 @@ void MessageCounter::trace(Qor::TraceRecord const& record) {
          if (record.level > expected.level) continue;
          if (record.message.find(expected.text) != std::string_view::npos) ++counted.seen;
       }
-      if (!((levelsBefore_ >> record.level) & 1u)) return;  // on for the scenario alone
+      if (!((levelsBefore_ >> record.level) & 1u)) return;  // the counter has turned this level on
    }
    if (traceBefore_) {
       traceBefore_->trace(record);

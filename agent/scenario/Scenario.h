@@ -1,9 +1,8 @@
-// What a scenario says, one event a line: the kinds of events and their properties, as
-// docs/scenarios.md explains them to people. The members are named as the keys of the JSON lines
-// are.
+// The events of a scenario, one for each line. docs/scenarios.md describes the format, and the
+// members have the names of the keys in the JSON lines.
 //
-// A scenario tells what captures cannot: backups of routes, BFD sessions, packets, configuration,
-// faults of the hardware, and what is expected of all that.
+// Scenarios have events that captures cannot have: backups of routes, BFD sessions, packets,
+// configuration, faults of the hardware, restarts, and expectations.
 #pragma once
 
 #include <cstdint>
@@ -22,8 +21,8 @@
 #include "Routing/Multicast/Fib/CounterMode.h"
 #include "Routing/Multicast/Fib/IpGenRouteKey.h"
 #include "agent/input/InputError.h"
-#include "agent/switch/Path.h"
-#include "agent/switch/Replay.h"
+#include "agent/switch/PathKind.h"
+#include "agent/switch/RouteReplay.h"
 #include "platform/sim/Chip.h"
 
 namespace Agent::Scenario {
@@ -35,22 +34,22 @@ inline constexpr double maxTime = 1e6;
 inline constexpr std::uint32_t maxGroups = 1'000'000;
 inline constexpr std::uint32_t maxPackets = 10'000'000;
 
-// The routes a line is about: one, or one for each of `groups` consecutive groups.
+// The routes of a line: one route, or one for each of `groups` consecutive groups.
 struct RouteRun {
    L3::VrfName vrf;
    RouteKey first;
    std::uint32_t groups = 1;
 
-   // The key of the i-th route, counted from 0. A route of a range of groups stands alone.
+   // The key of the i-th route, counted from 0. A route whose group is a range is the only one.
    RouteKey key(std::uint32_t i) const;
-   // "(10.0.0.2, 239.1.1.1)", and of several routes " and 999 more"; in another VRF than "default"
-   // with "vrf NAME " in front.
+   // "(10.0.0.2, 239.1.1.1)", followed by " and 999 more" for several routes, and preceded by
+   // "vrf NAME " for another VRF than "default".
    std::string toString() const;
 };
 
-// The numbers that are as expected: from min to max.
+// An expected range of numbers, from min to max.
 struct Range {
-   static constexpr double tolerance = 1e-6;  // what sums of decimal fractions may be off by
+   static constexpr double tolerance = 1e-6;  // error of sums of decimal fractions
 
    double min = -std::numeric_limits<double>::infinity();
    double max = std::numeric_limits<double>::infinity();
@@ -60,17 +59,17 @@ struct Range {
    std::string toString() const;  // "3", "at least 3", "at most 3", "3 to 5"
 };
 
-// "3", "0.001", "12.5": as few digits as tell it, at most six decimals.
+// "3", "0.001", "12.5": rounded to six decimals, without zeros at the end.
 std::string numberText(double value);
 
-// ---- What may go on in a run. ----
+// ---- Changes and traffic. ----
 
-// Stands in the first event line only.
+// Only the first event of a scenario may be this one.
 struct Settings {
    std::string title;
    Sim::ChipConfig chip;
-   double minPollingInterval = 0;  // seconds; the shortest the platform can keep
-   double callCost = 0;            // seconds that each call of a hook takes
+   double minPollingInterval = 0;  // seconds; the shortest interval that the platform supports
+   double callCost = 0;            // seconds for each call of a hook
 };
 
 struct Route {
@@ -103,10 +102,10 @@ struct Traffic {
    RouteRun routes;
    Lnet::IntfId iif;
    std::uint32_t count = 1;  // packets for each route
-   double every = 0;         // seconds between them
+   double every = 0;         // seconds between two packets
    std::uint32_t bytes = 64;
 
-   double last() const { return (count - 1) * every; }  // when the last follows the first
+   double last() const { return (count - 1) * every; }  // seconds from the first to the last
 };
 
 struct Config {
@@ -120,7 +119,7 @@ struct Counter {
    bool counted = true;
 };
 
-// A write of this kind fails, as often as `count` says.
+// The next `count` writes of this kind fail.
 struct FailNext {
    Sim::WriteKind write{};
    std::string reason;
@@ -134,7 +133,7 @@ struct FailRate {
    Sim::WriteKind write{};
    double probability = 0;
 };
-// One call of a platform hook, the nth from now, fails in the way it can (Sim::Faults).
+// The nth call of a platform hook from now fails in the ways that the hook has (Sim::Faults).
 struct FailCall {
    std::uint32_t nth = 1;
    bool refused = false;
@@ -143,12 +142,12 @@ struct FailCall {
    bool undoFails = false;
 };
 
-// Only what is set changes.
+// Members without a value change nothing.
 struct Fault {
    std::optional<bool> groupsExhausted;
    std::optional<bool> routesExhausted;
    std::optional<bool> boundariesExhausted;
-   std::optional<std::uint32_t> hitBitsBusy;  // how many readings
+   std::optional<std::uint32_t> hitBitsBusy;  // number of readings that fail because of a busy chip
    std::optional<FailNext> failNext;
    std::optional<SlowNext> slowNext;
    std::optional<FailRate> rate;
@@ -156,29 +155,29 @@ struct Fault {
    std::optional<std::uint64_t> seed;
 };
 
-// The agent crashes and starts again; the chip goes on.
+// The agent crashes and starts again, while the chip keeps its tables.
 struct Restart {
-   std::optional<std::vector<RouteRun>> replay;  // the routes that are told again; absent: all
+   std::optional<std::vector<RouteRun>> replay;  // the routes that are replayed; absent: all
    RestartOptions::Order order = RestartOptions::Order::sorted;
    std::uint64_t seed = 1;
-   double begin = 0;           // seconds until the first of them is told
-   double over = 0;            // seconds from the first of them to the last
-   double complete = 0;        // seconds until they are said to be all
+   double begin = 0;           // seconds until the first route is replayed
+   double over = 0;            // seconds from the first route to the last
+   double complete = 0;        // seconds until the end of the replay
    std::uint32_t applied = 0;  // writes under way that still reach the chip
 };
 
-// What is counted "since the mark" counts from here.
+// Counts "since the mark" begin here.
 struct Mark {
    std::string text;
 };
 
 struct Show {
-   std::vector<std::string> views;  // each a name that viewNamed() knows
+   std::vector<std::string> views;  // names that viewNamed() accepts
 };
 
-// ---- What is expected. ----
+// ---- Expectations. ----
 
-// How many there are now.
+// Quantities of the present.
 enum class State : unsigned char {
    wanted,
    inHardware,
@@ -191,7 +190,7 @@ enum class State : unsigned char {
 };
 inline constexpr std::size_t states = 8;
 
-// How often it has happened; reported since the mark.
+// Numbers of occurrences, counted since the mark.
 enum class Count : unsigned char {
    groupCreate,
    groupUpdate,
@@ -208,15 +207,15 @@ enum class Count : unsigned char {
    refusals,
    adopted,
    swept,
-   // The player's own, about the packets of traffic lines:
+   // Counts of the player, about the packets of traffic lines:
    sent,
-   lost,        // came out nowhere
-   duplicated,  // came out of one interface more than once
-   // All kinds of writes together.
+   lost,        // packets without a copy
+   duplicated,  // packets with two copies or more at one interface
+   // The sum of all kinds of writes.
    writes,
 };
 inline constexpr std::size_t counts = 19;
-inline constexpr std::size_t targetCounts = 15;  // those before `sent`
+inline constexpr std::size_t testbedCounts = 15;  // number of counts before `sent`
 
 char const* nameOf(State state);
 char const* nameOf(Count count);
@@ -231,7 +230,7 @@ struct ForwardExpectation {
 struct RouteExpectation {
    RouteRun routes;
    std::optional<std::string> state;   // RouteProgrammer::State by name, or "absent"
-   std::optional<std::string> reason;  // a part of it
+   std::optional<std::string> reason;  // a part of the route's reason
    std::optional<Range> lastPollTime;
    std::map<std::string, Range> fastdropLastPollTime;  // by interface
    std::optional<Range> packets;
@@ -242,24 +241,24 @@ struct RouteExpectation {
 // How often a message appears: a trace of the handle VelMroute, or a log message for operators.
 struct MessageExpectation {
    bool log = false;
-   unsigned level = 9;  // of a trace: levels up to this one count
-   std::string name;    // of a log message; empty for any
-   std::string text;    // a part of it; may be empty for a log message
-   Range seen{1};       // how often since the mark
+   unsigned level = 9;  // traces of this level and of lower ones count
+   std::string name;    // name of the log message; empty: any log message
+   std::string text;    // a part of the message; may be empty for a log message
+   Range seen{1};       // number of messages since the mark
 
    std::string toString() const;  // "trace \"Review completed\" of level 0 to 2"
 };
 
 struct Expect {
-   std::optional<double> within;  // seconds until which it may become true; the lines behind wait
+   std::optional<double> within;  // seconds after which it fails; the next line waits until then
    std::vector<ForwardExpectation> forward;
    std::vector<RouteExpectation> route;
    std::vector<std::pair<State, Range>> states;
    std::vector<std::pair<Count, Range>> counts;
    std::map<std::string, Range> delivered;  // copies by interface, since the mark
    std::vector<MessageExpectation> messages;
-   std::optional<Range> now;  // the time at which this is looked at
-   bool check = false;        // that all routes forward as wanted
+   std::optional<Range> now;  // the present time
+   bool check = false;        // all routes forward as wanted
 };
 
 using Event = std::variant<Settings, Route, Withdraw, Link, Bfd, Traffic, Config, Counter, Fault,
@@ -269,7 +268,7 @@ using Event = std::variant<Settings, Route, Withdraw, Link, Bfd, Traffic, Config
 struct Line {
    InputPosition where;
    double at = 0;
-   std::optional<Path> path;  // played on this path alone; absent: on both
+   std::optional<PathKind> path;  // the only path that plays the line; absent: both paths do
    Event event;
 };
 

@@ -1,4 +1,4 @@
-// What happens in a scenario: one function a kind of event.
+// Parses the events of a scenario. Each kind of event has a function.
 #include <algorithm>
 
 #include "agent/input/PrintableText.h"
@@ -37,7 +37,7 @@ void outputsOf(Route& route, json const& list, std::string const& keyPath) {
       bool const cpu = oif.name() == "cpu";
       auto const& known = route.oifs;
       if (cpu ? route.cpu : std::find(known.begin(), known.end(), oif) != known.end()) {
-         refuse(indexed(keyPath, i), inQuotes(oif.name()) + " is there twice");
+         refuse(indexed(keyPath, i), inQuotes(oif.name()) + " occurs twice");
       }
       if (cpu) {
          route.cpu = true;
@@ -136,7 +136,7 @@ Traffic trafficFrom(json const& value, double at) {
 Config configFrom(json const& value) {
    using Routing::Multicast::Fib::CounterMode;
    Fields const fields(value, "config", {"activityPollingInterval", "counterMode", "allCounter"});
-   if (value.empty()) refuse(fields.keyPath(), "nothing is configured");
+   if (value.empty()) refuse(fields.keyPath(), "no setting");
    Config config;
    if (fields.find("activityPollingInterval")) {
       config.activityPollingInterval = fields.whole32("activityPollingInterval", 1, 255);

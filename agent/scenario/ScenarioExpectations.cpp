@@ -1,4 +1,4 @@
-// What a scenario expects.
+// Parses the expectations of a scenario.
 #include <algorithm>
 
 #include "agent/input/PrintableText.h"
@@ -20,7 +20,7 @@ ForwardExpectation forwardFrom(json const& value, std::string const& keyPath) {
    for (std::size_t i = 0; i < to.size(); ++i) {
       std::string const name = intfAt(to[i], indexed(toPath, i)).name();
       if (std::find(forward.to.begin(), forward.to.end(), name) != forward.to.end()) {
-         refuse(indexed(toPath, i), inQuotes(name) + " is there twice");
+         refuse(indexed(toPath, i), inQuotes(name) + " occurs twice");
       }
       forward.to.push_back(name);
    }
@@ -29,7 +29,7 @@ ForwardExpectation forwardFrom(json const& value, std::string const& keyPath) {
    return forward;
 }
 
-// An object of ranges by interface; absent: none.
+// The ranges of an object, by interface. Empty without the key.
 std::map<std::string, Range> rangesByIntf(Fields const& fields, std::string const& key) {
    std::map<std::string, Range> ranges;
    json const* value = fields.find(key);
@@ -67,7 +67,7 @@ RouteExpectation routeExpectationFrom(json const& value, std::string const& keyP
    route.counter = optionalRange(fields, "counter");
    if (!route.state && !route.reason && !route.lastPollTime && !route.packets && !route.bytes &&
        !route.counter && route.fastdropLastPollTime.empty()) {
-      refuse(fields.keyPath(), "nothing is expected of the route");
+      refuse(fields.keyPath(), "no expectation about the route");
    }
    return route;
 }
@@ -100,7 +100,7 @@ MessageExpectation logFrom(json const& value, std::string const& keyPath) {
    return expected;
 }
 
-// Takes one object, or each of a list of such.
+// Parses one object, or each object of a list.
 template <class Take, class Out>
 void take(Fields const& fields, std::string const& key, Take const& from, std::vector<Out>& out) {
    json const* value = fields.find(key);
@@ -120,7 +120,7 @@ std::vector<std::pair<Count, Range>> countsFrom(json const& value, std::string c
    for (std::size_t i = 0; i < counts; ++i)
       known.push_back(nameOf(static_cast<Count>(i)));
    Fields const fields(value, keyPath, known);
-   if (value.empty()) refuse(keyPath, "nothing is expected");
+   if (value.empty()) refuse(keyPath, "no expectation");
    std::vector<std::pair<Count, Range>> out;
    for (std::size_t i = 0; i < counts; ++i) {
       auto const count = static_cast<Count>(i);
@@ -156,9 +156,9 @@ Expect expectFrom(json const& value) {
    expect.now = optionalRange(fields, "now");
    if (fields.find("check")) {
       expect.check = fields.flag("check");
-      if (!expect.check) refuse(fields.at("check"), "false expects nothing");
+      if (!expect.check) refuse(fields.at("check"), "must be true");
    }
-   if (value.size() == (expect.within ? 1u : 0u)) refuse(fields.keyPath(), "nothing is expected");
+   if (value.size() == (expect.within ? 1u : 0u)) refuse(fields.keyPath(), "no expectation");
    return expect;
 }
 

@@ -8,8 +8,8 @@
 
 namespace Agent::Scenario {
 
-void refuse(std::string const& keyPath, std::string const& what) {
-   throw Bad{keyPath.empty() ? what : keyPath + ": " + what};
+void refuse(std::string const& keyPath, std::string const& fault) {
+   throw Bad{keyPath.empty() ? fault : keyPath + ": " + fault};
 }
 
 Fields::Fields(json const& object, std::string keyPath, std::vector<std::string_view> const& known)
@@ -114,7 +114,7 @@ std::vector<Lnet::IntfId> portsAt(json const& list, std::string const& keyPath) 
    for (std::size_t i = 0; i < listAt(list, keyPath).size(); ++i) {
       Lnet::IntfId const port = portAt(list[i], indexed(keyPath, i));
       if (std::find(ports.begin(), ports.end(), port) != ports.end()) {
-         refuse(indexed(keyPath, i), inQuotes(port.name()) + " is there twice");
+         refuse(indexed(keyPath, i), inQuotes(port.name()) + " occurs twice");
       }
       ports.push_back(port);
    }
@@ -167,7 +167,8 @@ RouteRun runFields(Fields const& fields, bool packets) {
          refuse(fields.at("dst"), "bad range of groups " + inQuotes(group));
       }
       if (packets) refuse(fields.at("dst"), "a packet goes to one group");
-      if (fields.find("groups")) refuse(fields.at("groups"), "a range of groups stands alone");
+      if (fields.find("groups"))
+         refuse(fields.at("groups"), "a range of groups cannot have this key");
       run.first = RouteKey(run.first.source(), *range);
    }
    if (packets && run.first.source().isAny()) {

@@ -1,8 +1,8 @@
-// How the lines of a scenario are taken apart: the members of JSON objects with their rules. For
-// the sources of the scenario parser alone (ScenarioParser.cpp, ScenarioEvents.cpp,
+// Reads the members of the JSON objects in the lines of a scenario, with their rules. Only the
+// sources of the scenario parser include this header (ScenarioParser.cpp, ScenarioEvents.cpp,
 // ScenarioExpectations.cpp).
 //
-// A fault is thrown as a Bad, whose reason begins with the path of the key at fault;
+// A fault is thrown as a Bad, whose reason begins with the path of the key at fault.
 // ScenarioParser::parse() catches it.
 #pragma once
 
@@ -25,10 +25,10 @@ struct Bad {
    std::string reason;
 };
 
-// Throws Bad "PATH: WHAT", or "WHAT" where the key path is empty.
-[[noreturn]] void refuse(std::string const& keyPath, std::string const& what);
+// Throws Bad "PATH: FAULT", or "FAULT" if the key path is empty.
+[[noreturn]] void refuse(std::string const& keyPath, std::string const& fault);
 
-// The names of an enumeration with what they mean, in the order in which a reason lists them.
+// The names of an enumeration with their values, in the order in which a reason lists them.
 template <class E>
 using Names = std::vector<std::pair<std::string, E>>;
 
@@ -44,7 +44,7 @@ Names<E> namesOf(E first, E last) {
 // One JSON object. `keyPath` leads to it from the top of the line: "route", "expect.forward[1]".
 class Fields {
  public:
-   // Refuses what is no object, and a key that is not among the known.
+   // Refuses a value that is not an object, and a key that is not among `known`.
    Fields(json const& object, std::string keyPath, std::vector<std::string_view> const& known);
 
    std::string const& keyPath() const { return keyPath_; }
@@ -52,9 +52,9 @@ class Fields {
       return keyPath_.empty() ? key : keyPath_ + "." + key;
    }
 
-   // Null when there is no such key.
+   // Null if the object has no such key.
    json const* find(std::string const& key) const;
-   // The others refuse that.
+   // The operations below refuse an object without the key.
    json const& get(std::string const& key) const;
    std::string text(std::string const& key) const;
    bool flag(std::string const& key) const;
@@ -63,7 +63,7 @@ class Fields {
    std::uint32_t whole32(std::string const& key, std::uint32_t min, std::uint32_t max) const {
       return static_cast<std::uint32_t>(whole(key, min, max));
    }
-   // `what` names the enumeration in a reason: "link state".
+   // `what` is the name of the enumeration in a reason: "link state".
    template <class E>
    E named(std::string const& key, char const* what, Names<E> const& names) const {
       std::string const name = text(key);
@@ -98,14 +98,14 @@ Range rangeAt(json const& value, std::string const& keyPath);
 // ---- Members that several kinds of events share. ----
 
 L3::VrfName vrfField(Fields const& fields);
-// vrf, src, dst, groups; a packet's source is one address.
+// The keys vrf, src, dst and groups. The source of packets is a single address.
 RouteRun runFields(Fields const& fields, bool packets = false);
 std::uint32_t bytesField(Fields const& fields);
 std::optional<Range> optionalRange(Fields const& fields, std::string const& key);
 
 // ---- Events. ----
 
-// The event under `kind`, one of eventKinds, at a time.
+// The event from the value of the key `kind`, which is one of eventKinds, at the time `at`.
 Event eventFrom(std::string const& kind, json const& value, double at);
 inline constexpr char const* eventKinds[] = {"scenario", "route",  "withdraw", "link",  "bfd",
                                              "traffic",  "config", "counter",  "fault", "restart",

@@ -14,7 +14,7 @@ namespace {
 
 using namespace Scenario;
 
-// Reads JSON, and refuses an object that has a key twice: one of the values would be lost.
+// Parses JSON, and refuses an object that has a key twice, because one of the values would be lost.
 json jsonFrom(std::string_view text) {
    std::vector<std::set<std::string>> open;
    auto const watch = [&](int, json::parse_event_t event, json& parsed) {
@@ -24,18 +24,18 @@ json jsonFrom(std::string_view text) {
          open.pop_back();
       } else if (event == json::parse_event_t::key) {
          auto const key = parsed.get<std::string>();
-         if (!open.back().insert(key).second) throw Bad{"key " + inQuotes(key) + " is there twice"};
+         if (!open.back().insert(key).second) throw Bad{"key " + inQuotes(key) + " occurs twice"};
       }
       return true;
    };
    try {
       json parsed = json::parse(text, watch);
-      // The reader takes a NUL for the end of the text.
+      // The JSON library treats a NUL as the end of the text.
       if (text.find('\0') == std::string_view::npos) return parsed;
-      throw Bad{"not valid JSON: a NUL behind it"};
+      throw Bad{"not valid JSON: a NUL byte"};
    } catch (json::exception const& error) {
-      // "[json...] parse error at line 1, column 5: syntax error while parsing ...", or after the
-      // bracket at once what is wrong.
+      // "[json...] parse error at line 1, column 5: syntax error while parsing ..."; without a
+      // place the fault follows the bracket.
       std::string_view what = error.what();
       for (std::string_view const before : {"] ", "parse error at line 1, "}) {
          if (auto const at = what.find(before); at != std::string_view::npos) {
@@ -73,8 +73,8 @@ Line lineFrom(std::string_view text, double before, bool first) {
    Line line;
    line.at = timeFrom(top, before);
    if (top.find("path")) {
-      line.path =
-            top.named("path", "path", Names<Path>{{"async", Path::async}, {"sync", Path::sync}});
+      line.path = top.named("path", "path",
+                            Names<PathKind>{{"async", PathKind::async}, {"sync", PathKind::sync}});
    }
    std::string kind;
    for (char const* const candidate : eventKinds) {
@@ -85,7 +85,8 @@ Line lineFrom(std::string_view text, double before, bool first) {
    }
    if (kind.empty()) refuse("", "no event");
    if (kind == "scenario" && !first) refuse(kind, "not the first event of the file");
-   if (kind == "scenario" && (top.find("at") || top.find("after"))) refuse(kind, "has no time");
+   if (kind == "scenario" && (top.find("at") || top.find("after")))
+      refuse(kind, "this line has no time");
    line.event = eventFrom(kind, parsed.at(kind), line.at);
    return line;
 }

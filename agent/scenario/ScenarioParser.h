@@ -1,6 +1,6 @@
-// Scenarios: JSON Lines, one timed event a line, as docs/scenarios.md describes them. A line is
-// read whole or refused whole: an unknown key, a wrong type, a number out of range, a missing key
-// and a time that goes back are errors, each with a reason that names the path of the key:
+// Parses scenarios: JSON Lines with one timed event in each line, as docs/scenarios.md describes
+// them. A faulty line is refused as a whole. Faults are an unknown key, a wrong type, a number out
+// of range, a missing key and a time that goes back. The reason begins with the path of the key:
 // "route.oifs[1]: interface name ... is longer than 15 bytes".
 #pragma once
 
@@ -13,13 +13,13 @@
 
 namespace Agent {
 
-// One line after the other; remembers the time of the last good one.
+// Parses one line after the other, and keeps the time of the last good line.
 class ScenarioParser {
  public:
-   enum class Result { event, skipped, malformed };  // skipped: an empty line, a comment
+   enum class Result { event, skipped, malformed };  // skipped: an empty line or a comment
 
-   // Reads `text`, without its line end. With Result::event, `line` has its time, path and event,
-   // and what was in `where` before. Otherwise nothing has changed, the remembered time included.
+   // Parses `text`, which has no line end. With Result::event, sets the time, path and event of
+   // `line`, and leaves `where`. Otherwise `line` and the kept time are unchanged.
    Result parse(std::string_view text, Scenario::Line& line);
 
    // After Result::malformed.
@@ -31,22 +31,23 @@ class ScenarioParser {
    std::string reason_;
 };
 
-// A whole scenario, read before any of it is played.
+// A whole scenario. All lines are parsed before the first one is played.
 struct ScenarioFile {
    Scenario::Settings settings;
-   std::optional<Path> path;  // the settings' line names: all of it is played on this path alone
+   std::optional<PathKind>
+         path;  // the only path that plays the scenario, from the line of the settings
    std::vector<Scenario::Line> lines;  // without the settings
-   std::vector<InputError> errors;  // in the order of the file; nothing of such lines is in `lines`
+   std::vector<InputError> errors;     // in the order of the file; faulty lines are not in `lines`
 
    // "-" is standard input.
    static ScenarioFile read(std::string const& fileName);
 };
 
-// Whether a line that is neither empty nor a comment is a scenario's: whether it begins with '{'.
+// Whether a line that is neither empty nor a comment belongs to a scenario: it begins with '{'.
 bool isScenarioLine(std::string_view text);
-// Whether a file is a scenario, by the first line that is neither empty nor a comment; a gzip file
-// is looked into. False for standard input and for what is no regular file, since what is read from
-// there cannot be read again, and for what cannot be read.
+// Whether a file is a scenario. The first line that is neither empty nor a comment decides, also in
+// a gzip file. False for a file that cannot be read. Standard input and files that are not regular
+// cannot be read again, so they are not read here, and the result is false.
 bool isScenarioFile(std::string const& fileName);
 
 }  // namespace Agent

@@ -35,8 +35,8 @@ std::string ScenarioPlayer::Failure::toString() const {
    return fmt::format("{}: at {:.6f} s: {}", where.toString(), time, text);
 }
 
-ScenarioPlayer::ScenarioPlayer(ScenarioTarget& target, std::vector<Line> const& lines)
-      : target_(target), lines_(lines), messages_(lines) {
+ScenarioPlayer::ScenarioPlayer(Testbed& testbed, std::vector<Line> const& lines)
+      : testbed_(testbed), lines_(lines), messages_(lines) {
    mark();
 }
 
@@ -46,7 +46,7 @@ bool ScenarioPlayer::step() {
    if (next_ == 1 || line.at > lines_[next_ - 2].at) advance(line.at);
    try {
       std::visit([this](auto const& event) { play(event); }, line.event);
-   } catch (ScenarioRefused const& refused) {
+   } catch (TestbedRefusal const& refused) {
       fail(refused.what());
    }
    return true;
@@ -55,21 +55,22 @@ bool ScenarioPlayer::step() {
 void ScenarioPlayer::finish() {
    while (!trains_.empty())
       advance(trains_.begin()->first.first);
-   target_.settle();
-   for (std::string const& fault : target_.audit())
+   testbed_.settle();
+   for (std::string const& fault : testbed_.audit())
       fail("in the end: " + fault);
 }
 
 void ScenarioPlayer::advance(double time) {
    while (!trains_.empty() && trains_.begin()->first.first <= time) {
       double const due = trains_.begin()->first.first;
-      target_.runUntil(due);
+      testbed_.runUntil(due);
       sendDue(due);
    }
-   target_.runUntil(time);
+   testbed_.runUntil(time);
 }
 
-// The packets due up to this time, those of one time in the order of their lines.
+// Sends the packets that are due up to this time. Packets of one time are sent in the order of
+// their lines.
 void ScenarioPlayer::sendDue(double time) {
    while (!trains_.empty() && trains_.begin()->first.first <= time) {
       auto node = trains_.extract(trains_.begin());
@@ -84,9 +85,9 @@ void ScenarioPlayer::sendDue(double time) {
 void ScenarioPlayer::send(Traffic const& traffic) {
    for (std::uint32_t i = 0; i < traffic.routes.groups; ++i) {
       RouteKey const key = traffic.routes.key(i);
-      ScenarioTarget::Copies const copies =
-            target_.send({traffic.routes.vrf, key.source().address(), key.group().address(),
-                          traffic.iif, traffic.bytes});
+      Testbed::Copies const copies =
+            testbed_.send({traffic.routes.vrf, key.source().address(), key.group().address(),
+                           traffic.iif, traffic.bytes});
       ++packets_;
       ++sent_;
       lost_ += copies.at.empty();
@@ -100,23 +101,23 @@ void ScenarioPlayer::send(Traffic const& traffic) {
 }
 
 void ScenarioPlayer::fail(std::string text) {
-   // Without a line, as in an empty scenario, there is no place either.
+   // An empty scenario has no line, so a failure in it has no place.
    InputPosition const where = next_ ? lines_[next_ - 1].where : InputPosition{"scenario", 0};
    failures_.push_back({where, Qor::now(), std::move(text)});
 }
 
 void ScenarioPlayer::mark() {
-   for (std::size_t i = 0; i < targetCounts; ++i)
-      marked_[i] = target_.value(static_cast<Count>(i));
+   for (std::size_t i = 0; i < testbedCounts; ++i)
+      marked_[i] = testbed_.value(static_cast<Count>(i));
    sent_ = lost_ = duplicated_ = 0;
    delivered_.clear();
    messages_.mark();
 }
 
-// ---- What happens to the switch. ----
+// ---- Changes of the switch. ----
 
 void ScenarioPlayer::play(Scenario::Route const& route) {
-   ScenarioTarget::Route one;
+   Testbed::Route one;
    one.vrf = route.routes.vrf;
    one.iif = route.iif;
    one.cpu = route.cpu;
@@ -133,21 +134,21 @@ void ScenarioPlayer::play(Scenario::Route const& route) {
             one.oifs.push_back(own);
          }
       }
-      target_.routeIs(one);
+      testbed_.routeIs(one);
    }
 }
 
 void ScenarioPlayer::play(Withdraw const& withdraw) {
    for (std::uint32_t i = 0; i < withdraw.routes.groups; ++i)
-      target_.routeDel(withdraw.routes.vrf, withdraw.routes.key(i));
+      testbed_.routeDel(withdraw.routes.vrf, withdraw.routes.key(i));
 }
 
 void ScenarioPlayer::play(Scenario::Link const& link) {
-   target_.linkIs(link.intf, link.state);
+   testbed_.linkIs(link.intf, link.state);
 }
 
 void ScenarioPlayer::play(Scenario::Bfd const& bfd) {
-   target_.bfdIs(bfd.peer, bfd.state);
+   testbed_.bfdIs(bfd.peer, bfd.state);
 }
 
 void ScenarioPlayer::play(Traffic const& traffic) {
@@ -157,40 +158,40 @@ void ScenarioPlayer::play(Traffic const& traffic) {
 }
 
 void ScenarioPlayer::play(Scenario::Config const& config) {
-   target_.configIs(config);
+   testbed_.configIs(config);
 }
 
 void ScenarioPlayer::play(Scenario::Counter const& counter) {
    for (std::uint32_t i = 0; i < counter.routes.groups; ++i)
-      target_.counterRouteIs(counter.routes.vrf, counter.routes.key(i), counter.counted);
+      testbed_.counterRouteIs(counter.routes.vrf, counter.routes.key(i), counter.counted);
 }
 
 void ScenarioPlayer::play(Fault const& fault) {
-   target_.faultIs(fault);
+   testbed_.faultIs(fault);
 }
 
 void ScenarioPlayer::play(Scenario::Restart const& restart) {
-   target_.restart(restart);
+   testbed_.restart(restart);
 }
 
 void ScenarioPlayer::play(Mark const& m) {
    mark();
-   target_.marked(m.text);
+   testbed_.marked(m.text);
 }
 
 void ScenarioPlayer::play(Show const& show) {
-   target_.show(show.views);
+   testbed_.show(show.views);
 }
 
-// ---- What is expected. ----
+// ---- Expectations. ----
 
 void ScenarioPlayer::play(Expect const& expect) {
    ++expectations_;
    double const limit = Qor::now() + expect.within.value_or(0);
    Texts wrong = differences(expect);
-   // Nothing changes between two things that are to be done.
+   // The state changes at deadlines and packets alone, so it is enough to compare there.
    while (!wrong.empty() && Qor::now() < limit) {
-      double next = target_.nextDeadline();
+      double next = testbed_.nextDeadline();
       if (!trains_.empty()) next = std::min(next, trains_.begin()->first.first);
       advance(std::min(next, limit));
       wrong = differences(expect);
@@ -202,7 +203,7 @@ void ScenarioPlayer::play(Expect const& expect) {
 ScenarioPlayer::Texts ScenarioPlayer::differences(Expect const& expect) {
    Texts out;
    for (auto const& [state, range] : expect.states) {
-      auto const found = static_cast<double>(target_.value(state));
+      auto const found = static_cast<double>(testbed_.value(state));
       if (!range.contains(found)) out.push_back(numbers(Scenario::nameOf(state), range, found));
    }
    for (auto const& [count, range] : expect.counts) {
@@ -230,7 +231,7 @@ ScenarioPlayer::Texts ScenarioPlayer::differences(Expect const& expect) {
       compare(out, forward);
    if (expect.check) {
       constexpr std::size_t listed = 10;
-      Texts const lines = target_.check();
+      Texts const lines = testbed_.forwardingFaults();
       for (std::size_t i = 0; i < std::min(listed, lines.size()); ++i)
          out.push_back("check: " + lines[i]);
       if (lines.size() > listed) {
@@ -256,12 +257,13 @@ double ScenarioPlayer::since(Count count) const {
          return sum;
       }
       default:
-         return static_cast<double>(target_.value(count) -
+         return static_cast<double>(testbed_.value(count) -
                                     marked_[static_cast<std::size_t>(count)]);
    }
 }
 
-// Of many routes that differ in one expectation the first is told, and how many there are.
+// Several routes that differ in one expectation give one text, with the first route and the number
+// of the others.
 template <class Expectation>
 void ScenarioPlayer::compare(Texts& out, Expectation const& expected) {
    std::string first;
@@ -276,9 +278,9 @@ void ScenarioPlayer::compare(Texts& out, Expectation const& expected) {
 
 std::string ScenarioPlayer::difference(ForwardExpectation const& expected, std::uint32_t i) {
    RouteKey const key = expected.routes.key(i);
-   ScenarioTarget::Copies const copies =
-         target_.send({expected.routes.vrf, key.source().address(), key.group().address(),
-                       expected.iif, expected.bytes});
+   Testbed::Copies const copies =
+         testbed_.send({expected.routes.vrf, key.source().address(), key.group().address(),
+                        expected.iif, expected.bytes});
    std::vector<std::string> found;
    for (auto const& [name, count] : copies.at)
       found.insert(found.end(), count, name);
@@ -288,8 +290,7 @@ std::string ScenarioPlayer::difference(ForwardExpectation const& expected, std::
 }
 
 std::string ScenarioPlayer::difference(RouteExpectation const& expected, std::uint32_t i) {
-   ScenarioTarget::RouteFacts const facts =
-         target_.route(expected.routes.vrf, expected.routes.key(i));
+   Testbed::RouteFacts const facts = testbed_.route(expected.routes.vrf, expected.routes.key(i));
    std::string const name = "route " + nameOf(expected.routes, i) + ' ';
    std::string text;
    auto const add = [&](std::string more) {

@@ -1,14 +1,14 @@
-// Plays a scenario: does at its time what each line says, sends the packets of traffic lines in
-// between, and compares what is with what is expected.
+// Plays a scenario: applies each line at its time, sends the packets of traffic lines in between,
+// and compares the switch with the expectations.
 //
-// Order. Before a line is played, all is done that is due up to and including its time: first what
-// the switch's clocks have to do, then packets; so a line sees the effect of everything due at its
-// own time. Lines of one time are played in the order of the file, without anything in between. A
-// packet that is due at the time of its traffic line is sent with the line. Where work takes
-// time (a call cost), the clock may be behind a line's time already; the line is then played at
-// once, and nothing is left out.
+// Order. Before a line is played, the clocks fire and the packets are sent that are due up to and
+// including its time. Clocks precede packets. Lines with the same time are played in the order of
+// the file, without clocks or packets in between. A packet that is due at the time of its traffic
+// line is sent with the line. If hook calls take time (a call cost), the present time may be later
+// than the time of a line; the line is then played at once, and no line is omitted.
 //
-// An expectation that fails is kept, and the scenario goes on. So it does when the target refuses.
+// The scenario goes on after a failed expectation and after a refusal of the testbed. Both are kept
+// as failures.
 #pragma once
 
 #include <algorithm>
@@ -19,7 +19,7 @@
 #include <vector>
 
 #include "agent/scenario/MessageCounter.h"
-#include "agent/scenario/ScenarioTarget.h"
+#include "agent/scenario/Testbed.h"
 
 namespace Agent {
 
@@ -27,20 +27,20 @@ class ScenarioPlayer {
  public:
    struct Failure {
       InputPosition where;
-      double time = 0;   // Qor::now() when it was found
+      double time = 0;   // Qor::now() at the failure
       std::string text;  // "zombies: expected 1, found 0"
 
       // "FILE:LINE: at TIME s: TEXT"
       std::string toString() const;
    };
 
-   // Both outlive the player, which is the process's trace and log sink meanwhile.
-   ScenarioPlayer(ScenarioTarget& target, std::vector<Scenario::Line> const& lines);
+   // Both outlive the player. The player is the process's trace and log sink while it lives.
+   ScenarioPlayer(Testbed& testbed, std::vector<Scenario::Line> const& lines);
 
-   // Plays one line, or returns false when none is left.
+   // Plays one line. Returns false if no line is left.
    bool step();
-   // Sends the packets that are left, settles the target and audits it. Steps no lines: a run that
-   // is interrupted ends in good order, too.
+   // Sends the remaining packets, settles the testbed and audits it. The remaining lines are not
+   // played, so an interrupted run ends in the same way.
    void finish();
    void play() {
       while (step()) {
@@ -48,27 +48,27 @@ class ScenarioPlayer {
       finish();
    }
 
-   // Plays what is due up to and including `time`, and stands at it then.
+   // Plays all lines that are due up to and including `time`, and advances to that time.
    void playUntil(double time) {
       while (next_ < lines_.size() && lines_[next_].at <= time)
          step();
       advance(time);
    }
-   // When the next line or packet is due; never when none is left.
+   // The time of the next line or packet; never if none is left.
    double nextDue() const {
       double const line = next_ < lines_.size() ? lines_[next_].at : Qor::never;
       return trains_.empty() ? line : std::min(line, trains_.begin()->first.first);
    }
 
    std::size_t played() const { return next_; }
-   std::uint64_t expectations() const { return expectations_; }  // lines that were looked at
+   std::uint64_t expectations() const { return expectations_; }  // lines with expectations
    std::uint64_t packets() const { return packets_; }
    std::vector<Failure> const& failures() const { return failures_; }
 
  private:
    using Texts = std::vector<std::string>;
 
-   // The packets of one traffic line that are not yet sent.
+   // The packets of one traffic line that are still to be sent.
    struct Train {
       Scenario::Traffic const* traffic;
       double start;
@@ -97,7 +97,7 @@ class ScenarioPlayer {
    void play(Scenario::Show const& show);
    void play(Scenario::Expect const& expect);
 
-   // What is not as expected, a text each.
+   // The differences from the expectations, a text each.
    Texts differences(Scenario::Expect const& expect);
    template <class Expectation>
    void compare(Texts& out, Expectation const& expected);
@@ -105,13 +105,13 @@ class ScenarioPlayer {
    std::string difference(Scenario::RouteExpectation const& expected, std::uint32_t i);
    double since(Scenario::Count count) const;
 
-   ScenarioTarget& target_;
+   Testbed& testbed_;
    std::vector<Scenario::Line> const& lines_;
    std::size_t next_ = 0;
    MessageCounter messages_;
    std::map<std::pair<double, std::size_t>, Train> trains_;  // by time, then by line
-   // At the last mark: the target's counts; since then: the packets.
-   std::array<std::uint64_t, Scenario::targetCounts> marked_{};
+   // The testbed's counts at the last mark, and the packets since then.
+   std::array<std::uint64_t, Scenario::testbedCounts> marked_{};
    std::uint64_t sent_ = 0, lost_ = 0, duplicated_ = 0;
    std::map<std::string, std::uint64_t> delivered_;
    std::uint64_t packets_ = 0;

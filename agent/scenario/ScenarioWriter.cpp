@@ -190,7 +190,7 @@ std::string scenarioLine(Line const& line) {
    return j.dump();
 }
 
-std::string scenarioLine(Settings const& settings, Path path) {
+std::string scenarioLine(Settings const& settings, PathKind path) {
    auto const [kind, value] = json(settings);
    return ordered_json{{kind, value}, {"path", std::string(nameOf(path))}}.dump();
 }

@@ -1,4 +1,4 @@
-// Writes events as the lines of a scenario, which ScenarioParser reads back as they were.
+// Writes events as lines of a scenario. ScenarioParser parses the lines back to equal events.
 #pragma once
 
 #include <string>
@@ -7,10 +7,10 @@
 
 namespace Agent {
 
-// One line, without its end. Of what a scenario expects, only `check`, `forward`, and the numbers
-// of states are written; times, to the microsecond.
+// One line, without its end. Times are rounded to microseconds. Expectations are written only as
+// far as they are `check`, `forward` and the numbers of states.
 std::string scenarioLine(Scenario::Line const& line);
-// The first line, for a scenario that is for one path alone.
-std::string scenarioLine(Scenario::Settings const& settings, Path path);
+// The first line of a scenario that one path alone plays.
+std::string scenarioLine(Scenario::Settings const& settings, PathKind path);
 
 }  // namespace Agent

@@ -27,7 +27,7 @@ class Soak {
          : options_(options), progress_(::isatty(STDERR_FILENO) != 0) {}
 
    // Whether nothing was found.
-   bool random(Path path) {
+   bool random(PathKind path) {
       std::uint64_t done = 0;
       for (std::uint64_t i = 0; done < options_.operations; ++i) {
          std::uint64_t const seed = options_.seed + i;
@@ -154,13 +154,13 @@ class Soak {
       if (forkSoak(episode, how).clean()) how = {};
       auto const again = [&](SoakEpisode const& candidate) { return forkSoak(candidate, how); };
       SoakEpisode const shortest = reducedSoak(episode, again);
-      replay_ = replayText(shortest, again(shortest));
-      if (options_.replayFile.empty()) {
+      replay_ = reproducerText(shortest, again(shortest));
+      if (options_.reproducerFile.empty()) {
          std::cerr << replay_;
-      } else if (std::ofstream file(options_.replayFile); !(file << replay_ << std::flush)) {
-         std::cerr << options_.replayFile << ": cannot write\n" << replay_;
+      } else if (std::ofstream file(options_.reproducerFile); !(file << replay_ << std::flush)) {
+         std::cerr << options_.reproducerFile << ": cannot write\n" << replay_;
       } else {
-         std::cerr << shortest.lines.size() << " lines: " << options_.replayFile << '\n';
+         std::cerr << shortest.lines.size() << " lines: " << options_.reproducerFile << '\n';
       }
    }
 
@@ -175,7 +175,7 @@ class Soak {
 };
 
 // The episode that a scenario is, on a path that it is for; an error is told.
-std::optional<SoakEpisode> episodeOf(std::string const& name, Path path) {
+std::optional<SoakEpisode> episodeOf(std::string const& name, PathKind path) {
    ScenarioFile file = ScenarioFile::read(name);
    for (InputError const& error : file.errors)
       std::cerr << error.toString() << '\n';
@@ -194,15 +194,15 @@ int runSoak(SoakOptions const& options) {
       std::cerr << "--sweep needs a scenario\n";
       return exitUsage;
    }
-   std::vector<Path> const both{Path::async, Path::sync};
-   std::vector<Path> const paths = options.path ? std::vector<Path>{*options.path} : both;
+   std::vector<PathKind> const both{PathKind::async, PathKind::sync};
+   std::vector<PathKind> const paths = options.path ? std::vector<PathKind>{*options.path} : both;
    if (options.files.empty()) {
-      for (Path const path : paths)
+      for (PathKind const path : paths)
          good = good && soak.random(path);
    }
    for (std::string const& name : options.files) {
       auto const only = ScenarioFile::read(name).path;
-      for (Path const path : paths) {
+      for (PathKind const path : paths) {
          if (only.value_or(path) != path) continue;
          auto const episode = episodeOf(name, path);
          if (!episode) return exitFailed;

@@ -46,7 +46,7 @@ constexpr std::array<double, ops> commonly = {12, 0.7, 22,  8,   3,   10,  0.5, 
 
 class Generator {
  public:
-   Generator(std::uint64_t seed, Path path) : random_(seed), path_(path) {
+   Generator(std::uint64_t seed, PathKind path) : random_(seed), path_(path) {
       episode_.seed = seed;
       episode_.path = path;
    }
@@ -107,7 +107,7 @@ class Generator {
       if (oneIn(3)) chip.groups = 8192;
       constexpr double latencies[] = {0, 0.00001, 0.001, 0.001, 0.02, 0.3};
       chip.latency = oneOf(latencies);
-      if (path_ == Path::async && oneIn(4)) {
+      if (path_ == PathKind::async && oneIn(4)) {
          episode_.settings.minPollingInterval = static_cast<double>(between(1, 4));
       }
       if (oneIn(8)) episode_.settings.callCost = oneIn(2) ? 0.00001 : 0.0005;
@@ -144,8 +144,8 @@ class Generator {
       for (Op const op : {Op::failWrites, Op::exhaust, Op::slow, Op::busy}) {
          if (!faults) weights[static_cast<std::size_t>(op)] = 0;
       }
-      if (path_ == Path::sync) weights[static_cast<std::size_t>(Op::bfd)] = 0;
-      if (path_ == Path::async) weights[static_cast<std::size_t>(Op::busy)] = 0;
+      if (path_ == PathKind::sync) weights[static_cast<std::size_t>(Op::bfd)] = 0;
+      if (path_ == PathKind::async) weights[static_cast<std::size_t>(Op::busy)] = 0;
       mix_ = std::discrete_distribution<int>(weights.begin(), weights.end());
       backupsOften_ = below(4);
    }
@@ -236,7 +236,7 @@ class Generator {
    void newPropertiesOf(Scenario::Route& route, std::size_t vrf) {
       route.iif = oneOf(inputs_[vrf]);
       route.noRpf = oneIn(15);
-      route.bridge = path_ == Path::sync && !route.noRpf && oneIn(12);
+      route.bridge = path_ == PathKind::sync && !route.noRpf && oneIn(12);
       route.backup.clear();
       route.fastdrop.clear();
       if (backupsOften_ > 0 && below(4) < backupsOften_) {
@@ -418,12 +418,12 @@ class Generator {
       restart.begin = seconds();
       restart.over = seconds();
       restart.complete = seconds();
-      if (path_ == Path::async) restart.applied = static_cast<std::uint32_t>(below(4));
+      if (path_ == PathKind::async) restart.applied = static_cast<std::uint32_t>(below(4));
       add(restart);
    }
 
    WriteKind someWrite() {
-      return static_cast<WriteKind>(below(path_ == Path::sync ? Sim::writeKinds : 6));
+      return static_cast<WriteKind>(below(path_ == PathKind::sync ? Sim::writeKinds : 6));
    }
 
    void failWrites() {
@@ -442,7 +442,7 @@ class Generator {
 
    void exhaust() {
       Fault fault, end;
-      std::uint64_t const table = below(path_ == Path::sync ? 3 : 2);
+      std::uint64_t const table = below(path_ == PathKind::sync ? 3 : 2);
       (table == 0   ? fault.groupsExhausted
        : table == 1 ? fault.routesExhausted
                     : fault.boundariesExhausted) = true;
@@ -507,7 +507,7 @@ class Generator {
    }
 
    std::mt19937_64 random_;
-   Path const path_;
+   PathKind const path_;
    SoakEpisode episode_;
    double at_ = 0;
    std::uint64_t routesWanted_ = 100;
@@ -526,7 +526,7 @@ class Generator {
 
 }  // namespace
 
-SoakEpisode soakEpisode(std::uint64_t seed, Path path, std::size_t operations) {
+SoakEpisode soakEpisode(std::uint64_t seed, PathKind path, std::size_t operations) {
    return Generator(seed, path).make(operations);
 }
 

@@ -14,11 +14,11 @@ namespace Agent {
 
 struct SoakEpisode {
    std::uint64_t seed = 0;
-   Path path = Path::async;
+   PathKind path = PathKind::async;
    Scenario::Settings settings;
    std::vector<Scenario::Line> lines;
 };
 
-SoakEpisode soakEpisode(std::uint64_t seed, Path path, std::size_t operations);
+SoakEpisode soakEpisode(std::uint64_t seed, PathKind path, std::size_t operations);
 
 }  // namespace Agent

@@ -1,7 +1,6 @@
 #include "agent/soak/SoakModel.h"
 
 #include <algorithm>
-#include <set>
 
 #include "Qor/Clock.h"
 
@@ -27,7 +26,7 @@ std::string Outputs::toString() const {
 }
 
 // The input of a route that accepts from anywhere says only when its backup takes over.
-bool sameWish(ScenarioTarget::Route const& a, ScenarioTarget::Route const& b) {
+bool sameWish(Testbed::Route const& a, Testbed::Route const& b) {
    bool const anyInput = a.noRpf && a.backup.empty();
    return (a.iif == b.iif || anyInput) && a.cpu == b.cpu && a.noRpf == b.noRpf &&
           a.bridge == b.bridge && a.fastdrop == b.fastdrop && asSet(a.oifs) == asSet(b.oifs) &&

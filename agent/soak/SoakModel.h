@@ -8,19 +8,20 @@
 // It also remembers what hit which route, what went wrong in the platform, and how often activity
 // is polled, so that the checks can tell what is late from what is missing.
 //
-// It is told of everything by agent/soak/SoakTarget.h, and is compared with the switch by
-// agent/soak/SoakChecker.h. It owns all it knows.
+// It is told of everything by agent/soak/SoakTestbed.h, and is compared with the switch by
+// agent/soak/SoakOracle.h. It owns all it knows.
 #pragma once
 
 #include <map>
 #include <optional>
+#include <set>
 #include <string>
 #include <unordered_map>
 #include <vector>
 
 #include "Routing/Multicast/Fib/Hardware/RouteStatus.h"
 #include "agent/input/CaptureState.h"
-#include "agent/scenario/ScenarioTarget.h"
+#include "agent/scenario/Testbed.h"
 
 namespace Agent {
 
@@ -40,7 +41,7 @@ struct RouteIdHash {
 
 class SoakModel {
  public:
-   using Route = ScenarioTarget::Route;
+   using Route = Testbed::Route;
 
    // One route that is wanted, or of which something may still be in hardware.
    struct Known {
@@ -50,8 +51,9 @@ class SoakModel {
       // A change of the outputs alone, with room for it: there is no moment without receivers.
       bool uninterrupted = false;
       bool unverified = false;  // changed since it was last seen to be as wanted
-      // The oif set object (by serial) whose group was rewritten while the route held it.
-      std::optional<Qor::U64> rerouted;
+      // The oif set objects (by serial) whose groups were rewritten while the route held them. A
+      // change that fails may take it back to one that it has left since the last rest.
+      std::set<Qor::U64> rerouted;
       // A failure met it in the middle of a change, which may end with the group before.
       bool mayGoBack = false;
       std::uint64_t failuresAtChange = 0;
@@ -109,7 +111,7 @@ void SoakModel::restart(std::uint64_t failures, Calm const& calm) {
    for (auto& [id, known] : routes_) {
       known.uninterrupted = calm(id, std::as_const(known));
       known.unverified = true;
-      known.rerouted.reset();
+      known.rerouted.clear();
       known.mayGoBack = false;
       known.failuresAtChange = failures;
       known.status = nullptr;
@@ -119,6 +121,6 @@ void SoakModel::restart(std::uint64_t failures, Calm const& calm) {
 }
 
 // Whether the two want the same of a route.
-bool sameWish(ScenarioTarget::Route const& a, ScenarioTarget::Route const& b);
+bool sameWish(Testbed::Route const& a, Testbed::Route const& b);
 
 }  // namespace Agent

@@ -13,54 +13,54 @@
 
 #include "agent/scenario/ScenarioPlayer.h"
 #include "agent/scenario/ScenarioWriter.h"
-#include "agent/soak/SoakTarget.h"
+#include "agent/soak/SoakTestbed.h"
 
 namespace Agent {
 
-ScenarioTarget::Copies SoakTarget::send(Packet const& packet) {
-   Sim::Packet const arriving = target_.onChip(packet);
+Testbed::Copies SoakTestbed::send(Packet const& packet) {
+   Sim::Packet const arriving = testbed_.onChip(packet);
    Sim::Forwarded const forwarded = simulated_.chip().forward(arriving);
-   checker_.sent(arriving, forwarded);
+   oracle_.sent(arriving, forwarded);
    changed_ = true;
-   return SimulatedTarget::copiesOf(forwarded);
+   return SimulatedTestbed::copiesOf(forwarded);
 }
 
 namespace {
 
 // Nothing goes wrong any more, but for the writes that a scenario has told to fail next.
-void healAll(SoakTarget& target) {
+void healAll(SoakTestbed& testbed) {
    Scenario::Fault fault;
    fault.groupsExhausted = fault.routesExhausted = fault.boundariesExhausted = false;
-   target.faultIs(fault);
+   testbed.faultIs(fault);
    for (std::size_t i = 0; i < Sim::writeKinds; ++i) {
       Scenario::Fault end;
       end.rate = {static_cast<Sim::WriteKind>(i), 0};
-      target.faultIs(end);
+      testbed.faultIs(end);
    }
 }
 
 // Long enough for every zombie to expire, and for a review to begin.
-void rest(SoakTarget& target) {
-   target.runUntil(Qor::now() + 20);
-   target.settle();
+void rest(SoakTestbed& testbed) {
+   testbed.runUntil(Qor::now() + 20);
+   testbed.settle();
 }
 
-void playEnd(SimulatedSwitch& simulated, SoakTarget& target, SoakChecker& checker) {
-   healAll(target);
-   rest(target);
-   if (!checker.found().empty()) return;
-   checker.lookAtAll();
-   if (!checker.found().empty()) return;
+void playEnd(SimulatedSwitch& simulated, SoakTestbed& testbed, SoakOracle& oracle) {
+   healAll(testbed);
+   rest(testbed);
+   if (!oracle.found().empty()) return;
+   oracle.lookAtAll();
+   if (!oracle.found().empty()) return;
    std::vector<RouteId> wanted;
    std::as_const(simulated).routeProgrammer().forEachRoute([&](auto const& route) {
       wanted.push_back({route.vrf(), route.key()});
    });
    for (RouteId const& id : wanted)
-      target.routeDel(id.vrf, id.key);
-   rest(target);
-   if (!checker.found().empty()) return;
-   checker.lookAtAll();
-   checker.lookAtEmpty();
+      testbed.routeDel(id.vrf, id.key);
+   rest(testbed);
+   if (!oracle.found().empty()) return;
+   oracle.lookAtAll();
+   oracle.lookAtEmpty();
 }
 
 }  // namespace
@@ -68,18 +68,18 @@ void playEnd(SimulatedSwitch& simulated, SoakTarget& target, SoakChecker& checke
 SoakOutcome playSoak(SoakEpisode const& episode, SoakHow const& how) {
    PathConfig const config{episode.settings.minPollingInterval, episode.settings.callCost};
    SimulatedSwitch simulated(episode.path, episode.settings.chip, InterfaceMap(), config);
-   SimulatedTarget inner(simulated, nullptr, true);
-   SoakChecker checker(simulated, episode.path, config, how.looksPerFullCheck);
-   SoakTarget target(simulated, inner, checker);
-   ScenarioPlayer player(target, episode.lines);
-   while (checker.found().empty() && player.step()) {
+   SimulatedTestbed inner(simulated, nullptr, true);
+   SoakOracle oracle(simulated, episode.path, config, how.looksPerFullCheck);
+   SoakTestbed testbed(simulated, inner, oracle);
+   ScenarioPlayer player(testbed, episode.lines);
+   while (oracle.found().empty() && player.step()) {
       if (how.played) how.played(player.played());
    }
-   if (checker.found().empty()) {
+   if (oracle.found().empty()) {
       player.finish();
-      playEnd(simulated, target, checker);
+      playEnd(simulated, testbed, oracle);
    }
-   return {checker.found(), player.played(), Qor::now(), checker.figures()};
+   return {oracle.found(), player.played(), Qor::now(), oracle.figures()};
 }
 
 // ---- In a process of its own. ----
@@ -261,7 +261,7 @@ SoakEpisode reducedSoak(SoakEpisode const& episode, SoakPlay const& play, unsign
    return Reduction(episode, play, tries).run();
 }
 
-std::string replayText(SoakEpisode const& episode, SoakOutcome const& outcome) {
+std::string reproducerText(SoakEpisode const& episode, SoakOutcome const& outcome) {
    std::ostringstream os;
    os << "# Found after " << outcome.lines << " lines, at " << Scenario::numberText(outcome.time)
       << " s:\n";

@@ -1,4 +1,4 @@
-// Plays scenarios under the checker, in processes of their own: an episode that stops the process,
+// Plays scenarios under the oracle, in processes of their own: an episode that stops the process,
 // by an assertion or a sanitizer, or that never ends, is found like any other.
 #pragma once
 
@@ -6,8 +6,8 @@
 #include <map>
 #include <optional>
 
-#include "agent/soak/SoakChecker.h"
 #include "agent/soak/SoakEpisode.h"
+#include "agent/soak/SoakOracle.h"
 
 namespace Agent {
 
@@ -26,7 +26,7 @@ inline constexpr unsigned soakProcessorLimit = 300;
 
 struct SoakHow {
    // Everything is looked at once in so many looks; 1 finds a fault where it comes up.
-   unsigned looksPerFullCheck = SoakChecker::usualLooks;
+   unsigned looksPerFullCheck = SoakOracle::usualLooks;
    // Told the lines as they are played.
    std::function<void(std::size_t)> played = nullptr;
 };
@@ -50,7 +50,7 @@ SoakEpisode reducedSoak(SoakEpisode const& episode, SoakPlay const& play, unsign
 
 // The episode as a scenario file for `velmroute run` and `velmroute soak`, with what was found as
 // comments, and the expectation that all routes forward as wanted at its end.
-std::string replayText(SoakEpisode const& episode, SoakOutcome const& outcome);
+std::string reproducerText(SoakEpisode const& episode, SoakOutcome const& outcome);
 
 // How many lines of each kind there are: "route", "link" and so on.
 std::map<std::string, std::uint64_t> linesByKind(SoakEpisode const& episode);

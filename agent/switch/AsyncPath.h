@@ -1,5 +1,5 @@
-// The asynchronous path of a simulated switch. Its reactor purges zombies, polls activity, and hears
-// of links, BFD sessions and configuration.
+// The asynchronous path of a simulated switch. Its reactor purges zombies, polls activity, and is
+// notified of links, BFD sessions and configuration.
 #pragma once
 
 #include "Routing/Hardware/RouteStatus.h"

@@ -1,4 +1,4 @@
-// Whether the asynchronous table programmer's collections add up.
+// The audit of the asynchronous table programmer's collections.
 #include <algorithm>
 
 #include "agent/switch/AsyncPath.h"
@@ -23,9 +23,9 @@ std::vector<Qor::String> AsyncPath::auditTables() const {
       if (onChip && (onChip->acceptingVlan != key.vlan() || onChip->vrfId != key.vrfId().value() ||
                      (!catchAll && onChip->key != key.routeKey()))) {
          faults.push_back(
-               fmt::format("handle {} is recorded for {} and is another entry's", handle, key));
+               fmt::format("handle {} is recorded for {}, but has another entry", handle, key));
       }
-      // Catch-all routes of both families share a key, and it goes with the first of them.
+      // Catch-all routes of both families share a key, which is removed with the first of them.
       if (key.routeKey().kind() != IpGenRouteKey::kindCatchAll &&
           chip.inUseRouteHandle(key) != handle) {
          faults.push_back(
@@ -35,7 +35,7 @@ std::vector<Qor::String> AsyncPath::auditTables() const {
    for (auto const& [key, handle] : chip.inUseRouteHandle()) {
       if (!(chip.inUseRouteHandleKey(handle) == key)) {
          faults.push_back(fmt::format(
-               "inUseRouteHandle leads from {} to handle {}, which is not its", key, handle));
+               "inUseRouteHandle leads from {} to handle {}, which has another key", key, handle));
       }
    }
    for (auto const& [id, oifSet] : chip.mcastIdToOifSet()) {

@@ -1,6 +1,6 @@
-// The hardware status after a restart of the agent: rebuilt, before any route is told again, from
-// the routes that are found on the chip. The library's recovery is made and called by name
-// (Qor/Type.h), as an agent does that links no type of it.
+// The recovery of the hardware status after a restart of the agent. The status is rebuilt from the
+// routes that are found on the chip, before the first route is replayed. The library's recovery is
+// made and called by name (Qor/Type.h), as an agent does that links no type of the library.
 #pragma once
 
 #include <map>
@@ -13,9 +13,9 @@
 
 namespace Agent {
 
-// Gives every VRF a status, and every route found one with its accepting interface and poll times
-// of 0: when it was last used is not known. Of several entries with one key the last one tells the
-// interface.
+// Publishes a status for every VRF and for every found route. The status of a route has the
+// accepting interface, and poll times of 0 because the last use is not known. If several entries
+// have one key, the last entry determines the interface.
 void recoverHwStatus(std::map<L3::VrfName, Vel::VrfId> const& vrfs,
                      std::vector<Sim::FoundRoute> const& found,
                      Qor::Ptr<IntfVlanId::Table const> intfVlanIdTable,

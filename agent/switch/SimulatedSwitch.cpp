@@ -24,7 +24,7 @@ bool carriesTraffic(Interface::IntfOperStatus status) {
    return status == Interface::IntfOperStatus::up || status == Interface::IntfOperStatus::unknown;
 }
 
-SimulatedSwitch::SimulatedSwitch(Path path, Sim::ChipConfig const& config, InterfaceMap intfMap,
+SimulatedSwitch::SimulatedSwitch(PathKind path, Sim::ChipConfig const& config, InterfaceMap intfMap,
                                  PathConfig const& pathConfig)
       : intfMap_(std::move(intfMap)),
         activity_(newVirtualTime()),
@@ -84,7 +84,8 @@ TreeRoots SimulatedSwitch::roots() const {
    return roots;
 }
 
-// What the event names is made known first, so that an interface that cannot be had stops it whole.
+// All interfaces of the event are registered before the event is applied, so that an interface
+// without a vlan refuses the whole event.
 void SimulatedSwitch::learn(CaptureEvent const& event) {
    auto const learnRoute = [this](MrouteEvent const& route) {
       learnVrf(route.vrf);
@@ -142,7 +143,7 @@ void SimulatedSwitch::apply(MrouteEvent const& event) {
 }
 
 void SimulatedSwitch::apply(LinkEvent const& event) {
-   // Another name of the same link was its name until now, and is nobody's any more.
+   // If the link was renamed, its former name is no longer the name of any link.
    Lnet::IntfId const before = std::exchange(linkNames_[event.ifindex], event.intf);
    auto const renamed = before == event.intf ? links_.end() : links_.find(before);
    if (renamed != links_.end() && renamed->second.ifindex == event.ifindex) {
@@ -153,7 +154,7 @@ void SimulatedSwitch::apply(LinkEvent const& event) {
    linkIs(event.intf, event.status);
 }
 
-// The port knows before the software hears of it.
+// The port changes before the reactors are notified, as in hardware.
 void SimulatedSwitch::linkIs(Lnet::IntfId intf, Interface::IntfOperStatus status) {
    if (!chip().port(intf)) return;
    Sim::Refusal const refusal = chip().linkIs(intf, carriesTraffic(status));

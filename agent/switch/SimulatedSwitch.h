@@ -1,18 +1,18 @@
-// A whole forwarding agent on the simulated chip, in virtual time, fed with the events of a
-// capture: the chip, what is known of interfaces, links and VRFs, and one of the two paths between
-// them (agent/switch/SwitchPath.h).
+// A whole forwarding agent on the simulated chip, in virtual time. It has the chip, the interfaces,
+// links and VRFs, and one of the two paths (agent/switch/SwitchPath.h), and applies the events of a
+// capture.
 //
-// Interfaces become ports of the chip, and VRFs get their ids, when a route first names them; the
-// VRF "default" is 0. A link that no route names takes no port and no vlan: a host has many, and
-// its containers make ever new ones. A route's incoming interface gives its accepting vlan. A route
-// that is unresolved, or has no incoming interface, is not in hardware: there is nothing to accept
-// packets from.
+// An interface becomes a port of the chip, and a VRF gets its id, when a route first names it. The
+// VRF "default" has the id 0. A link that no route names takes no port and no vlan, because a host
+// may have any number of links for its containers. The accepting vlan of a route is that of its
+// incoming interface. A route that is unresolved or has no incoming interface accepts no packets,
+// and is therefore not in hardware.
 //
-// A restart is a crash of the agent: everything between the inputs and the chip goes, and the
-// hardware status with it, while the chip goes on with what is in its tables. What lives elsewhere
-// stays: interfaces, links, BFD sessions, VRFs, configuration. A new path is made on the chip, the
-// hardware status is rebuilt from the routes found there, the routing layer tells its routes again
-// (agent/switch/Replay.h), and what it has not told in the end is removed from the chip.
+// In a restart the agent crashes and starts again. The path and the hardware status are lost, and
+// the chip keeps its tables. Other parts of the agent keep interfaces, links, BFD sessions, VRFs
+// and configuration. Then a new path is made on the chip, the hardware status is recovered from the
+// routes in the tables, and the routing layer replays its routes (agent/switch/RouteReplay.h). At
+// the end of the replay the groups and entries without a route are removed from the chip.
 #pragma once
 
 #include <functional>
@@ -20,63 +20,62 @@
 
 #include "agent/input/CaptureEvent.h"
 #include "agent/input/InterfaceMap.h"
-#include "agent/switch/Path.h"
-#include "agent/switch/Replay.h"
+#include "agent/switch/PathKind.h"
+#include "agent/switch/RouteReplay.h"
 #include "agent/switch/SwitchPath.h"
 
 namespace Agent {
 
-// Whether a link in this state carries packets. Devices that do not report a state, as tunnels, are
+// Whether a link in this state carries packets. Devices that report no state, such as tunnels, are
 // "unknown" while they work.
 bool carriesTraffic(Interface::IntfOperStatus status);
 
 class SimulatedSwitch {
  public:
-   // Puts a new virtual-time activity manager in place, at time 0. The map is taken as loaded.
-   SimulatedSwitch(Path path, Sim::ChipConfig const& config, InterfaceMap intfMap,
+   // Installs a new activity manager on virtual time, at time 0. The map may have been loaded.
+   SimulatedSwitch(PathKind path, Sim::ChipConfig const& config, InterfaceMap intfMap,
                    PathConfig const& pathConfig = {});
    ~SimulatedSwitch();
    SimulatedSwitch(SimulatedSwitch const&) = delete;
    SimulatedSwitch& operator=(SimulatedSwitch const&) = delete;
 
-   // Runs everything that is due before the event's time, and then takes the event over whole.
-   // Raises InterfaceMapFull, before anything of the event is applied, when an interface has no
-   // vlan left.
+   // Runs everything that is due up to the event's time, and then applies the event. Raises
+   // InterfaceMapFull if no vlan is left for an interface; no part of the event is applied then.
    void apply(CaptureEvent const& event);
-   // Runs until the routes are placed as far as they can be and all writes are complete. Timers
-   // that go on for ever, as activity polling, are no reason to go on.
+   // Runs until every route is in hardware, waits or has failed, and all writes are complete.
+   // Periodic timers, such as activity polling, do not keep it running.
    void settle();
 
-   // What the routing layer and its surroundings tell the switch, where no capture does.
+   // Changes without a capture: wanted routes, configuration, links.
    void routeIs(L3::VrfName const& vrf, RouteProgrammer::RouteKey const& key, WantedRoute wanted);
    void routeDel(L3::VrfName const& vrf, RouteProgrammer::RouteKey const& key);
    RouteProgrammer& routeProgrammer() { return path_->routeProgrammer(); }
    Routing::Multicast::Fib::VrfConfig& mfibConfig() { return *surroundings_.mfibConfig; }
-   // The port's state, and what the software hears of it. Nothing for a name without a port.
+   // Changes the link of the port and publishes the state. No effect on a name without a port.
    void linkIs(Lnet::IntfId intf, Interface::IntfOperStatus status);
-   // Makes an interface or a VRF known. InterfaceMapFull as apply().
+   // Registers an interface or a VRF, unless it is registered. Raises InterfaceMapFull as apply().
    Intf const& learnIntf(Lnet::IntfId id);
    void learnVrf(L3::VrfName const& vrf);
 
-   // Where the entity tree begins, by name: what surrounds the path, and the path's own.
+   // The roots of the entity tree, by name.
    TreeRoots roots() const;
 
-   // The agent crashes and starts again. What referred to its objects is invalid. May happen again
-   // at any time, also before the routing layer has told everything.
+   // The agent crashes and starts again. References to its objects become invalid. A restart is
+   // allowed at any time, also during the replay of an earlier restart.
    void restart(RestartOptions const& options);
-   // From a restart until the last found entry or group has been taken over or removed.
+   // True from a restart until the last found entry or group is taken over or removed.
    bool recovering() const { return replay_.underWay(); }
-   // Calls `told` for each interface that is down at the end of a replay, before the groups of what
-   // comes in over it are rewritten.
+   // Calls `handler` for each interface that is down at the end of a replay, before the groups of
+   // the routes with this input are rewritten.
    using Rerouting = std::function<void(Lnet::IntfId)>;
-   void onRerouting(Rerouting told) { rerouting_ = std::move(told); }
-   // When the agent has started; activity from before then is not known to it.
+   void onRerouting(Rerouting handler) { rerouting_ = std::move(handler); }
+   // The time of the agent's start. The agent does not know any activity from before.
    Qor::Seconds startedAt() const { return startedAt_; }
-   // The routes that the routing layer wants, whether or not it has told this agent yet.
-   Replay::Routes wantedRoutes() const;
+   // The routes that the routing layer wants, also those that a replay has not announced yet.
+   RouteReplay::Routes wantedRoutes() const;
 
-   // Shows the agent in the timeline from now on, and those that follow it; null: no more. The
-   // timeline outlives that.
+   // Shows this agent and its successors in the timeline from now on, or, with null, ends that. The
+   // timeline lives until then.
    void timelineIs(Timeline* timeline);
 
    Qor::ActivityManager& activity() { return *activity_; }
@@ -89,21 +88,21 @@ class SimulatedSwitch {
       return *surroundings_.mfibHwStatus;
    }
    RouteProgrammer const& routeProgrammer() const { return path().routeProgrammer(); }
-   // Of all agents so far.
+   // Sums over this agent and its predecessors.
    struct Figures {
       RouteProgrammer::Counters programmer;
       Qor::U64 restarts = 0;
-      Qor::U64 adopted = 0;             // groups and entries that were found and taken over
-      Qor::U64 swept = 0;               // those that were removed
-      std::vector<Qor::String> faults;  // of their platforms
+      Qor::U64 adopted = 0;             // found groups and entries that were taken over
+      Qor::U64 swept = 0;               // found groups and entries that were removed
+      std::vector<Qor::String> faults;  // of the agents' platforms
    };
    Figures figures() const;
-   // What is wrong with the platform and its chip, and was with earlier ones, a line each.
+   // The faults of the chip, its platform and the platforms before it, a line each.
    std::vector<Qor::String> audit() const;
    InterfaceMap const& interfaceMap() const { return intfMap_; }
-   // Null for a VRF that has not been seen.
+   // Nothing for a VRF that is not registered.
    std::optional<Vel::VrfId> vrfId(L3::VrfName const& vrf) const;
-   // The interface of a name that has been seen.
+   // The interface with this name, which is registered.
    Intf const& intf(Lnet::IntfId id) const;
 
  private:
@@ -123,19 +122,20 @@ class SimulatedSwitch {
    };
 
    mutable InterfaceMap intfMap_;
-   std::map<Lnet::IntfId, Link> links_;  // by the present name; those never heard of are up
-   std::map<std::uint32_t, Lnet::IntfId> linkNames_;  // the latest of each index
+   std::map<Lnet::IntfId, Link> links_;  // by the present name; links that are not here are up
+   std::map<std::uint32_t, Lnet::IntfId> linkNames_;  // the latest name of each index
    std::map<L3::VrfName, Vel::VrfId> vrfIds_;
-   std::size_t portsMade_ = 0;  // interfaces of the map that the chip knows
+   std::size_t portsMade_ =
+         0;  // interfaces of the map for which the chip has been asked for a port
    Qor::Ptr<Qor::ActivityManager> const activity_;
-   Path const pathKind_;
+   PathKind const pathKind_;
    PathConfig const pathConfig_;
    Surroundings surroundings_;
    std::unique_ptr<SwitchPath> path_;
-   Replay replay_;
+   RouteReplay replay_;
    Timeline* timeline_ = nullptr;
    Rerouting rerouting_;
-   Figures before_;  // of the agents that have crashed
+   Figures before_;  // sums over the agents that have crashed
    Qor::Seconds startedAt_ = 0;
 };
 

@@ -1,4 +1,4 @@
-// The simulated switch's agent crashes and starts again.
+// The restart of a simulated switch's agent.
 #include <algorithm>
 #include <utility>
 
@@ -19,8 +19,8 @@ void SimulatedSwitch::routeDel(L3::VrfName const& vrf, RouteProgrammer::RouteKey
    routeProgrammer().routeDel(vrf, key);
 }
 
-Replay::Routes SimulatedSwitch::wantedRoutes() const {
-   Replay::Routes routes = replay_.left();
+RouteReplay::Routes SimulatedSwitch::wantedRoutes() const {
+   RouteReplay::Routes routes = replay_.left();
    routeProgrammer().forEachRoute([&](RouteProgrammer::Route const& route) {
       routes.insert_or_assign({route.vrf(), route.key()}, *route.wanted());
    });
@@ -35,8 +35,8 @@ void SimulatedSwitch::timelineIs(Timeline* timeline) {
 // ---- Crash and start ----
 
 void SimulatedSwitch::restart(RestartOptions const& options) {
-   Replay::Routes routes = wantedRoutes();
-   Sim::Faults const faults = path_->faults();  // the hardware's, not the agent's
+   RouteReplay::Routes routes = wantedRoutes();
+   Sim::Faults const faults = path_->faults();  // faults of the hardware outlive the agent
    path_->detach(options.applied);
    before_ = figures();
    ++before_.restarts;
@@ -67,7 +67,8 @@ bool SimulatedSwitch::isFound(RouteProgrammer::Route const& route) const {
    return table.find(vrfId(route.vrf())->value(), route.key(), target.acceptingVlan).has_value();
 }
 
-// All routes are told. What is left on the chip goes as soon as the last of them was looked at.
+// Called when all routes are replayed. The sweep waits until the route programmer has placed the
+// last of them, because that route may still take over a found group.
 std::optional<Qor::Seconds> SimulatedSwitch::replayComplete() {
    if (!routeProgrammer().lookedAtAll()) return 0;
    if (routeProgrammer().recovering()) {
@@ -79,7 +80,7 @@ std::optional<Qor::Seconds> SimulatedSwitch::replayComplete() {
    return std::max(chip().config().latency, Qor::Clock::retryGap);
 }
 
-// Routes that were found, and that nobody wants any more.
+// Withdraws the status of found routes that are not wanted.
 void SimulatedSwitch::withdrawUnwanted() {
    std::vector<RouteId> unwanted;
    for (auto const& [vrf, status] : mfibHwStatus().vrfStatus()) {
@@ -92,7 +93,7 @@ void SimulatedSwitch::withdrawUnwanted() {
       surroundings_.mfibHwStatus->vrfStatus(id.vrf)->routeDel(id.key);
 }
 
-// The new agent has not heard of failures from before its time.
+// The new agent was not notified of failures before its start.
 void SimulatedSwitch::rerouteWhereDown() {
    std::set<Lnet::IntfId> down;
    for (auto const& [intf, status] : surroundings_.ethIntfStatusDir->intfStatus()) {

@@ -1,6 +1,7 @@
-// What lies between a simulated switch's inputs and its chip, on one of the two paths: platform
-// hooks, table programmer, reactors and route programmer, wired as on a real switch. It owns them;
-// what surrounds them, and is the same on both paths, is the switch's (agent/switch/SimulatedSwitch.h).
+// The objects between the inputs of a simulated switch and its chip, on one of the two paths:
+// platform hooks, table programmer, reactors and route programmer. The path owns these objects and
+// wires them as on a real switch. The objects that are the same on both paths belong to
+// agent/switch/SimulatedSwitch.h.
 #pragma once
 
 #include <memory>
@@ -23,10 +24,10 @@ namespace Agent {
 
 struct PathConfig {
    Qor::Seconds minPollingInterval = 0;  // the shortest interval at which activity can be polled
-   Qor::Seconds callCost = 0;            // what each hook call costs, in virtual time
+   Qor::Seconds callCost = 0;            // virtual time that each hook call takes
 };
 
-// What a path is built into. All are held, none is null.
+// The objects to which a path is wired. None is null.
 struct Surroundings {
    Qor::Ptr<Sim::Chip> chip;
    Qor::Ptr<Routing::Multicast::Fib::VrfConfig> mfibConfig;
@@ -39,15 +40,15 @@ struct Surroundings {
 // A record of an oif set in the chip's replication table.
 struct RecordRow {
    MrouteLib::OifSetPtr oifSet;
-   Qor::U32 group = 0;            // its number in the table
+   Qor::U32 group = 0;            // the number of its group in the table
    Qor::U32 index = 0;            // the multicast id, or the oif set index
-   std::optional<bool> usedInHw;  // on a path that tells
+   std::optional<bool> usedInHw;  // on the asynchronous path alone
    bool dirty = false;
-   bool rewriteWaits = false;             // for a pass of fast reroute
+   bool rewriteWaits = false;             // the set waits for a pass of fast reroute
    Qor::Seconds expiryTime = Qor::never;  // of a zombie
 };
 
-// An object by which the entity tree of a switch begins, and where: "switch/1".
+// A root of the entity tree of a switch, with its place: "switch/1".
 struct TreeRoot {
    Qor::String name;
    Qor::Generic object;
@@ -62,7 +63,7 @@ class SwitchPath {
 
    virtual RouteProgrammer& routeProgrammer() = 0;
    virtual RouteProgrammer const& routeProgrammer() const = 0;
-   // A VRF that has not been named before.
+   // Adds a VRF that the path does not have yet.
    virtual void vrfIs(L3::VrfName const& vrf, Vel::VrfId id) = 0;
    // Null on a path that follows no BFD sessions.
    virtual Bfd::AppStatus* bfdAppStatus() { return nullptr; }
@@ -71,51 +72,53 @@ class SwitchPath {
 
    virtual Sim::Faults& faults() = 0;
    virtual Sim::Faults const& faults() const = 0;
-   // What is wrong with the platform and its chip, a line each. May have the tables compared first,
-   // which changes nothing.
+   // The faults of the platform and its chip, a line each. A verification that is due is made
+   // first.
    virtual std::vector<Qor::String> audit() const = 0;
-   // Writes that are issued and not yet on the chip.
+   // Whether writes are issued and not yet on the chip.
    virtual bool writesPending() const = 0;
-   // What the platform was asked wrongly, or has found to differ; a part of audit().
+   // The part of audit() about calls of hooks: violations, and differences found by verification.
    virtual std::vector<Qor::String> platformFaults() const = 0;
    virtual Qor::U32 groupsAllocated() const = 0;
-   // The chip's entry of the handle; null for a handle without one.
+   // The chip's entry with this handle, or null.
    virtual Sim::Entry const* entry(MrouteLib::RouteHandle handle) const = 0;
-   // Whether a route may bridge, which takes an entry of the boundary table.
+   // Whether the path has bridged routes, which take an entry of the boundary table.
    virtual bool bridges() const { return false; }
-   // What the route's own counter shows; nothing for a route without one, and on a path where
-   // counters are the platform's business.
+   // The route's own counter. Nothing for a route without a counter, and on the asynchronous path,
+   // where the platform keeps the counters.
    virtual std::optional<Qor::U64> counter(RouteProgrammer::RouteKey const&) const {
       return std::nullopt;
    }
 
-   // ---- A crash of the agent, and what the next one does about it. ----
+   // ---- A crash of the agent, and the recovery of its successor. ----
 
-   // The platform is taken away before the path goes: nothing that is deleted or withdrawn on the
-   // way down reaches the chip. Of the writes under way the first `applied` still do.
+   // Detaches the platform before the path is destroyed, so that deletions during the destruction
+   // do not reach the chip. The oldest `applied` writes that are under way still reach it.
    virtual void detach(Qor::U32 applied) = 0;
    virtual Sim::Found const& found() const = 0;
    virtual std::vector<Sim::FoundRoute> foundRoutes() const = 0;
-   // Removes what was found and not asked for. False: not all of it yet, since writes are under way
-   // that have to be through before.
+   // Removes the found groups and entries that no route has taken over. Returns false if some
+   // remain, because writes must complete before; the caller then calls again.
    virtual bool sweepUnadopted() = 0;
-   // The interface is down: has the sets rewritten that it hits, as its failure would.
+   // Rewrites the sets with this input, which is down, as the failure of the interface would.
    virtual void reroute(Lnet::IntfId intf) = 0;
 
    // ---- The table programmer's records. ----
 
    virtual std::optional<RecordRow> record(RouteProgrammer::Route const& route) const = 0;
-   virtual std::vector<RecordRow> recordsInUse() const = 0;   // by group; no zombies
-   virtual std::vector<RecordRow> zombieRecords() const = 0;  // the next to expire first
+   virtual std::vector<RecordRow> recordsInUse() const = 0;   // by group, without zombies
+   virtual std::vector<RecordRow> zombieRecords() const = 0;  // in the order of expiry
    virtual std::size_t zombies() const = 0;
-   virtual std::size_t rerouting() const = 0;  // oif sets that wait for their rewrite
+   virtual std::size_t rerouting() const = 0;  // number of oif sets that wait for their rewrite
 
-   // Whether the table programmer's collections add up, with each other and with the platform: a
-   // line for each fault. The switch is at rest.
+   // Compares the table programmer's collections with each other and with the platform, while the
+   // switch is at rest. Returns a line for each fault.
    virtual std::vector<Qor::String> auditTables() const = 0;
-   // What the path adds to the entity tree. To be asked anew whenever the tree is looked at.
+   // The roots that the path adds to the entity tree. The roots may change, so a caller asks again
+   // each time that it reads the tree.
    virtual TreeRoots roots() const = 0;
-   // Shows the switch in the timeline from now on; null: no more. The timeline outlives that.
+   // Shows the switch in the timeline from now on, or, with null, ends that. The timeline lives
+   // until then.
    virtual void timelineIs(Timeline* timeline) = 0;
 
  protected:

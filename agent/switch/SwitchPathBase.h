@@ -1,5 +1,5 @@
-// What a path tells of a table programmer of either kind, where both have the same collections and
-// only their types differ.
+// The operations of SwitchPath that read the records of a table programmer. Both table programmers
+// have the same collections of records and differ in the types, so this is a template.
 #pragma once
 
 #include <algorithm>
@@ -44,7 +44,7 @@ class SwitchPathBase : public SwitchPath {
 
    Qor::Ptr<Switch> const& mrouteSwitch() const { return mrouteSwitch_; }
 
-   // What is wrong with the collections that both paths have.
+   // The faults of the collections that both paths have.
    std::vector<Qor::String> auditRecords() const {
       std::vector<Qor::String> faults;
       auto const fault = [&](auto const& oifSet, char const* what) {
@@ -53,28 +53,28 @@ class SwitchPathBase : public SwitchPath {
       for (auto const& [oifSet, named] : mrouteSwitch_->inUseOifSet()) {
          auto const record = mrouteSwitch_->record(oifSet, named);
          if (!record || record->deleted()) {
-            fault(oifSet, "is in inUseOifSet, and its record has gone");
+            fault(oifSet, "is in inUseOifSet, but its record is deleted");
          } else if (!record->dirty() && !record->zombie().isZombie() &&
                     !oifSet->portVlanSet().currentIif().isNull() &&
                     mrouteSwitch_->record(oifSet, mrouteSwitch_->frrMtableOifSet(oifSet)) !=
                           record) {
-            fault(oifSet, "has a backup, and does not wait in frrMtableOifSet for a failure");
+            fault(oifSet, "has a backup, but is not in frrMtableOifSet");
          }
       }
       for (auto const& [oifSet, named] : mrouteSwitch_->frrMtableOifSet()) {
          if (!mrouteSwitch_->record(oifSet, named)) {
-            fault(oifSet, "is in frrMtableOifSet, and its record has gone");
+            fault(oifSet, "is in frrMtableOifSet, but its record is deleted");
          }
       }
       for (auto const& [key, record] : mrouteSwitch_->zombieOifSet()) {
          if (!(record->zombie() == key) || record->deleted()) {
-            fault(record->oifSet(), "is in zombieOifSet under a key that is not its own");
+            fault(record->oifSet(), "is in zombieOifSet under the key of another record");
          }
       }
       return faults;
    }
 
-   // A row with what only this path's records know.
+   // A row with the members that depend on the path.
    virtual RecordRow rowOf(Record const& record) const = 0;
 
  private:

@@ -5,9 +5,9 @@
 
 namespace Agent {
 
-std::unique_ptr<SwitchPath> newSwitchPath(Path path, Surroundings const& surroundings,
+std::unique_ptr<SwitchPath> newSwitchPath(PathKind path, Surroundings const& surroundings,
                                           PathConfig const& config) {
-   if (path == Path::sync) return std::make_unique<SyncPath>(surroundings, config);
+   if (path == PathKind::sync) return std::make_unique<SyncPath>(surroundings, config);
    return std::make_unique<AsyncPath>(surroundings, config);
 }
 

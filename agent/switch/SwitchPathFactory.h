@@ -3,12 +3,12 @@
 
 #include <memory>
 
-#include "agent/switch/Path.h"
+#include "agent/switch/PathKind.h"
 #include "agent/switch/SwitchPath.h"
 
 namespace Agent {
 
-std::unique_ptr<SwitchPath> newSwitchPath(Path path, Surroundings const& surroundings,
+std::unique_ptr<SwitchPath> newSwitchPath(PathKind path, Surroundings const& surroundings,
                                           PathConfig const& config);
 
 }  // namespace Agent

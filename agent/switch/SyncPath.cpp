@@ -71,7 +71,8 @@ std::vector<Qor::String> SyncPath::platformFaults() const {
    return faults;
 }
 
-// The switch learns of room by what it deletes itself; this was not its own.
+// The table programmer raises its room flags for its own deletions. The sweep deletes found groups
+// and entries behind its back, so the flags are raised here.
 bool SyncPath::sweepUnadopted() {
    platform_->sweepUnadopted();
    if (!platform_->mtableFull(switchId)) mrouteSwitch()->mtableFreeIs(true);

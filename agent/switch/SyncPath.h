@@ -1,6 +1,7 @@
 // The synchronous path of a simulated switch. The per-switch reactor purges zombies, polls activity
-// and hears of links; the agent-wide one turns routing on with the first VRF and keeps the
-// counters, which are polled throughout; the verifier compares tables and hardware.
+// and is notified of links. The reactor above all switches enables routing with the first VRF and
+// keeps the counters, which are polled all the time. The verifier requests the comparison of tables
+// and hardware.
 #pragma once
 
 #include "Vel/VelMrouteSm.h"
@@ -22,7 +23,8 @@ class SyncPath final : public SwitchPathBase<Vel::MrouteSwitch> {
 
    Sim::Faults& faults() override { return platform_->faults(); }
    Sim::Faults const& faults() const override { return platform_->faults(); }
-   // Verifies what waits for it; what was found to differ at any time is part of the audit.
+   // Makes the verification that is due. Differences of earlier verifications are part of the
+   // audit.
    std::vector<Qor::String> audit() const override;
    std::vector<Qor::String> platformFaults() const override;
    bool writesPending() const override { return false; }
@@ -45,7 +47,7 @@ class SyncPath final : public SwitchPathBase<Vel::MrouteSwitch> {
    using PlatformPtr = Qor::Ptr<Sim::SyncPlatform>;
    using CounterStatus = Routing::Multicast::Fib::CounterStatus;
 
-   // What the path adds to its surroundings.
+   // The inputs of this path alone.
    struct Inputs {
       explicit Inputs(Surroundings const& surroundings);
 

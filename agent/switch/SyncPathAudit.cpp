@@ -1,4 +1,4 @@
-// Whether the synchronous table programmer's collections add up.
+// The audit of the synchronous table programmer's collections.
 
 #include "agent/switch/SyncPath.h"
 #include "platform/sim/Format.h"
@@ -22,7 +22,8 @@ std::vector<Qor::String> SyncPath::auditTables() const {
          faults.push_back(
                fmt::format("route {} {} holds a record that is free", handle, route->key()));
       }
-      // No-RPF routes of two VRFs share a key, which names the latest and goes with the first.
+      // No-RPF routes of two VRFs share a key. The key names the latest route, and is removed with
+      // the first one that is deleted.
       Vel::RouteKeyVlanId const key(route->key(), route->acceptingVlanId());
       bool const shared = route->acceptingVlanId().isNone();
       if (!shared && chip.routeKeyToHandle(key) != handle) {
@@ -34,7 +35,7 @@ std::vector<Qor::String> SyncPath::auditTables() const {
       auto const route = chip.route(handle);
       if (!route || !(Vel::RouteKeyVlanId(route->key(), route->acceptingVlanId()) == key)) {
          faults.push_back(fmt::format(
-               "routeKeyToHandle leads from {} to route {}, which is not its", key, handle));
+               "routeKeyToHandle leads from {} to route {}, which has another key", key, handle));
       }
    }
    if (chip.oifSetIndexColl().size() != platform_->groupsAllocated()) {

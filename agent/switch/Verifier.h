@@ -1,6 +1,5 @@
-// The agent's verifier: has what was changed compared with the hardware, once changes have settled.
-// It plays the part that Vel/VerifyData.h gives it. Any number of requests within `delay` cost one
-// verification.
+// The verifier of the agent, in the role that Vel/VerifyData.h describes. It requests a comparison
+// of the tables with the hardware after changes. All requests within `delay` get one verification.
 #pragma once
 
 #include "Qor/Clock.h"
@@ -21,7 +20,7 @@ class Verifier {
    Verifier(Verifier const&) = delete;
    Verifier& operator=(Verifier const&) = delete;
 
-   // Verifies at once what waits for it.
+   // Makes the verification that is due, without the delay.
    void verify() {
       clock_->timeMinIs(Qor::never);
       if (!data_->reverify()) return;

@@ -1,4 +1,4 @@
-// Watches an asynchronous table programmer for a timeline.
+// Observes an asynchronous table programmer for a timeline.
 #pragma once
 
 #include "Vel/VelAsyncMrouteSwitch.h"
@@ -8,7 +8,7 @@ namespace Agent {
 
 class AsyncObserver final : public SwitchObserver<Vel::Mroute::AsyncMrouteSwitch> {
  public:
-   // The switch may die before the timeline.
+   // The switch may be destroyed before the timeline.
    AsyncObserver(Timeline& timeline, Vel::Mroute::AsyncMrouteSwitch const& mrouteSwitch)
          : SwitchObserver(timeline, mrouteSwitch) {}
 

@@ -1,5 +1,5 @@
-// Watches a table programmer of either kind for a timeline, as far as both have the same
-// collections and only their types differ.
+// Observes the collections that both table programmers have, for a timeline. The collections differ
+// in their types, so this is a template.
 #pragma once
 
 #include <set>
@@ -8,9 +8,8 @@
 
 namespace Agent {
 
-// A path derives from it, and adds what its switch calls by names of its own: the collection of
-// routes, which tells routeChanged() and routesChanged(), and that of groups, which tells
-// tablesChanged().
+// Each path derives an observer and adds the collections whose names differ: a change of the routes
+// calls routeChanged() or routesChanged(), and a change of the groups calls tablesChanged().
 template <class Switch>
 class SwitchObserver : public SwitchTracks, public Switch::Notifiee {
  protected:

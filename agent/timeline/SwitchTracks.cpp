@@ -37,7 +37,7 @@ void SwitchTracks::reroute(OifSetPtr const& oifSet, bool waits) {
 }
 
 void SwitchTracks::inUse(OifSetPtr const& oifSet, bool there) {
-   // A zombie whose record goes with it was purged, not brought back.
+   // A zombie whose record is removed at the same instant was purged, not resurrected.
    for (std::size_t i = 0; !there && i < undecided_.size(); ++i) {
       if (undecided_[i].oifSet != oifSet->serial()) continue;
       end(undecided_[i].span, "purged", undecidedAt_);
@@ -65,7 +65,7 @@ void SwitchTracks::tablesChanged() {
 
 void SwitchTracks::settleInstant(double time) {
    if (!undecided_.empty() && undecidedAt_ < time) {
-      // Its record has stayed without it.
+      // The record is still in use, so the zombie was resurrected.
       for (Zombie const& zombie : undecided_)
          end(zombie.span, "resurrected", undecidedAt_);
       undecided_.clear();
@@ -80,7 +80,8 @@ void SwitchTracks::endSpan(Spans& spans, Qor::U64 key, char const* outcome) {
    spans.erase(it);
 }
 
-// One that goes early was purged or brought back; what else happens at this instant tells.
+// A zombie that is removed before its expiry was purged or resurrected. The other changes of this
+// instant decide which, so the outcome is written when the instant is over.
 SwitchTracks::Zombies::iterator SwitchTracks::endZombie(Zombies::iterator it, bool replaced) {
    if (it == zombies_.end()) return it;
    auto const [id, zombie] = *it;

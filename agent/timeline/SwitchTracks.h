@@ -1,6 +1,6 @@
-// The tracks of one switch in a timeline, whatever its path. An observer, derived for the path,
-// watches the switch's collections and tells here what has changed in them; what a span's end means
-// is decided here.
+// The tracks of one switch in a timeline, on either path. A derived observer is notified of changes
+// of the switch's collections and passes them to this class, which begins and ends the spans and
+// decides their outcomes.
 #pragma once
 
 #include <map>
@@ -36,31 +36,32 @@ class SwitchTracks : public Timeline::Process {
    };
    struct ZombieFacts {
       MrouteLib::OifSetPtr oifSet;
-      bool sharable;  // not replaced by a newer record, so it can be brought back
+      bool sharable;  // no newer record has replaced it, so it can be resurrected
    };
    struct Tables {
       std::size_t groups, zombies, routes, rerouting;
    };
 
-   // ---- What the observer answers. ----
+   // ---- Answers of the observer. ----
 
    virtual Tables tables() const = 0;
-   // The switch is being torn down.
+   // Whether the switch is being destroyed.
    virtual bool deleted() const = 0;
 
-   // ---- What the observer tells: how it is now; none for what is not there any more. ----
+   // ---- Changes that the observer reports. A null fact means that the member was removed. ----
 
    void route(MrouteLib::RouteHandle handle, std::optional<RouteFacts> const& route);
    void zombie(ZombieId const& id, std::optional<ZombieFacts> const& zombie);
    void reroute(MrouteLib::OifSetPtr const& oifSet, bool waits);
-   // A member of inUseOifSet.
+   // Reports a member of inUseOifSet.
    void inUse(MrouteLib::OifSetPtr const& oifSet, bool there);
-   // A member of any collection that has no spans.
+   // Reports a member of a collection without spans.
    void announce(char const* collection, MrouteLib::OifSetPtr const& oifSet, bool there);
    void gone();
    void tablesChanged();
 
-   // What is shown at present and not among those that stay is there no more; the others are left.
+   // Ends the span of every shown route for which there(handle) is false. The two operations behind
+   // it do the same for zombies and reroutes.
    template <class There>
    void routesThere(There const& there) {
       endSpans(routes_, deleted() ? "dropped" : "released",
@@ -88,7 +89,7 @@ class SwitchTracks : public Timeline::Process {
    using Zombies = std::map<ZombieId, Zombie>;
 
    void endSpan(Spans& spans, Qor::U64 key, char const* outcome);
-   // All but those that stay.
+   // Ends all spans for which stays(key) is false.
    template <class Stays>
    void endSpans(Spans& spans, char const* outcome, Stays const& stays) {
       std::erase_if(spans, [&](auto const& item) {
@@ -103,7 +104,7 @@ class SwitchTracks : public Timeline::Process {
    Spans routes_;    // by handle
    Spans reroutes_;  // by the oif set's serial
    Zombies zombies_;
-   std::vector<Zombie> undecided_;  // ended early, at undecidedAt_
+   std::vector<Zombie> undecided_;  // removed before their expiry, at undecidedAt_
    double undecidedAt_ = 0;
    bool tablesDirty_ = false;
    double tablesAt_ = 0;

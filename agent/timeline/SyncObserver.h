@@ -1,4 +1,4 @@
-// Watches a synchronous table programmer for a timeline.
+// Observes a synchronous table programmer for a timeline.
 #pragma once
 
 #include "Vel/VelSyncMrouteSwitch.h"
@@ -8,7 +8,7 @@ namespace Agent {
 
 class SyncObserver final : public SwitchObserver<Vel::MrouteSwitch> {
  public:
-   // The switch may die before the timeline.
+   // The switch may be destroyed before the timeline.
    SyncObserver(Timeline& timeline, Vel::MrouteSwitch const& mrouteSwitch)
          : SwitchObserver(timeline, mrouteSwitch) {}
 

@@ -8,7 +8,7 @@ namespace Agent {
 
 namespace {
 
-// Microseconds with the nanoseconds as a fraction, and no digits that say nothing.
+// Microseconds, with a fraction only if it is not 0.
 std::string microseconds(double seconds) {
    std::string out = fmt::format("{:.3f}", seconds * 1e6);
    if (out.ends_with(".000")) out.resize(out.size() - 4);
@@ -21,7 +21,7 @@ std::string jsonText(std::string_view text) {
 
 }  // namespace
 
-// ---- What is watched. ----
+// ---- Transactions. ----
 
 class Timeline::QorXact final : public Hux::Xact::Notifiee {
  public:
@@ -107,7 +107,7 @@ void Timeline::crash() {
    instant("agent lost", nullptr, processes_);
 }
 
-// Nothing is watched any more.
+// Ends all spans and stops observing.
 void Timeline::endAll(char const* outcome) {
    for (auto const& process : observed_)
       process->settleInstant(Qor::never);
@@ -135,7 +135,7 @@ void Timeline::end(std::uint64_t id, char const* outcome, double time) {
    Open const& span = node.mapped();
    write("e", span.process, 0, span.name, time,
          {{"cat", span.category}, {"id", std::to_string(id)}, {"args", {{"outcome", outcome}}}});
-   xacts_.erase(id);  // perhaps the reactor that is being told
+   xacts_.erase(id);  // last, because this may be the reactor that is being notified
 }
 
 void Timeline::writeInstant(Thread thread, std::string_view name, Args const& args,

@@ -1,23 +1,24 @@
-// A run as a picture: writes trace events, in the JSON object format that Perfetto and the common
-// trace viewers open, with the virtual time of the run in microseconds.
+// Writes a run as trace events, in the JSON object format that Perfetto and the common trace
+// viewers open. The times are the virtual time of the run in microseconds.
 //
 // Each observed switch is a process with these tracks:
 //
-//   track               | what it shows
+//   track               | content
 //   --------------------+-------------------------------------------------------------------------
 //   route (spans)       | a route entry, from when its handle is in use to when it is not
 //   zombie (spans)      | a zombie, from its beginning to its outcome: expired, purged, resurrected
 //   reroute (spans)     | an oif set that waits for its fast-reroute rewrite
-//   xact (spans)        | the transactions that xact() was told of, with the outcome
-//   notifications       | what the switch's collections announced, as instants
-//   events              | what instant() was told of, as a link that goes down
+//   xact (spans)        | the transactions that were passed to xact(), with the outcome
+//   notifications       | notifications of the switch's collections, as instants
+//   events              | the events that were passed to instant(), such as a link that goes down
 //   tables (counters)   | groups, zombies, routes and waiting reroutes, a sample at each instant
 //                       | that changed one
 //
-// It observes through reactors alone, changes nothing, and may be attached at any time: what is
-// there then begins then. Events are written as they come; kept in memory is what is under way, and
-// the zombies whose outcome the present instant has still to tell. finish() ends open spans with
-// the outcome "open" and closes the JSON, so a run that ends early leaves a whole file, too.
+// The timeline observes through reactors alone and changes nothing. It may be attached at any time;
+// spans of existing entries begin then. Events are written at once. Only open spans are kept in
+// memory, and the zombies whose outcome is not decided before the end of the instant. finish() ends
+// open spans with the outcome "open" and closes the JSON, so a run that ends early leaves a
+// complete file, too.
 #pragma once
 
 #include <functional>
@@ -37,12 +38,12 @@ namespace Agent {
 
 class Timeline {
  public:
-   using Args = nlohmann::ordered_json;  // an object, shown with the event; null for none
+   using Args = nlohmann::ordered_json;  // an object that is shown with the event, or null
    class Process;
 
-   // `out` outlives the timeline. A write that fails shows in the stream's state.
+   // `out` outlives the timeline. A failed write sets the stream's state.
    explicit Timeline(std::ostream& out);
-   // Finishes.
+   // Calls finish().
    ~Timeline();
    Timeline(Timeline const&) = delete;
    Timeline& operator=(Timeline const&) = delete;
@@ -51,8 +52,8 @@ class Timeline {
    // (agent/timeline/AsyncObserver.h). Returns the number of its process, counted from 1.
    unsigned observe(std::unique_ptr<Process> process);
 
-   // A span for the transaction, from now to its completion; one that is complete is a span without
-   // length. A null transaction is none.
+   // Shows the transaction as a span from now to its completion. A complete transaction becomes a
+   // span without length, and a null transaction none.
    void xact(std::string_view name, Hux::XactPtr const& xact, unsigned process = 1);
    void instant(std::string_view name, Args const& args = nullptr, unsigned process = 1);
    // Numbers shown as one stacked graph.
@@ -60,9 +61,9 @@ class Timeline {
                 std::initializer_list<std::pair<char const*, double>> const& values,
                 unsigned process = 1);
 
-   // The switches that are shown go without warning: what is under way ends "lost".
+   // Ends the observed switches without warning. Open spans end with the outcome "lost".
    void crash();
-   // Nothing is written after this.
+   // Completes the file. Later events are ignored.
    void finish();
    std::uint64_t events() const { return events_; }
 
@@ -76,7 +77,7 @@ class Timeline {
 
    enum class Thread { notifications = 1, events = 2 };
 
-   // The tracks of another switch, named so.
+   // Adds the tracks of a switch with this name.
    unsigned newProcess(std::string const& name);
    std::uint64_t begin(unsigned process, char const* category, std::string name,
                        Args const& args = nullptr);
@@ -85,7 +86,7 @@ class Timeline {
    void write(char const* phase, unsigned process, unsigned thread, std::string_view name,
               double time, Args fields);
    void writeInstant(Thread thread, std::string_view name, Args const& args, unsigned process);
-   // Has the switches write what they know of earlier instants, so that times never go back.
+   // Makes the switches write their events of earlier instants, so that times never go back.
    void settleInstant();
 
    std::ostream& out_;

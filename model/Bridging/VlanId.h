@@ -33,7 +33,8 @@ class VlanIdOrNone final : public Qor::NumberValue<VlanIdOrNone, Qor::U16> {
 
    constexpr VlanIdOrNone() = default;                                 // none
    constexpr VlanIdOrNone(VlanId vlan) : NumberValue(vlan.value()) {}  // NOLINT: meant implicit
-   // 0 is none. A value above 4094 raises RangeException "VlanIdOrNone::value > 4094 not allowed".
+   // 0 means none. A value above 4094 raises RangeException "VlanIdOrNone::value > 4094 not
+   // allowed".
    explicit constexpr VlanIdOrNone(Qor::U64 value) : NumberValue(checked(value)) {}
    // The parsing constructor. A number out of range raises the same error.
    explicit VlanIdOrNone(Qor::String const& strep)

@@ -56,7 +56,7 @@ class OifSetCarrier {
    Qor::Ptr<Qor::RefCounted const> const programmer_;
    // In one word, as there are many carriers.
    Qor::U64 const serial_ : 63;
-   Qor::U64 inUse_ : 1;
+   Qor::U64 inUse_ : 1;  // NOLINT(modernize-use-default-member-init)
    OifSetCarrier* next_ = nullptr;
 };
 

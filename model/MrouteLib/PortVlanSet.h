@@ -1,13 +1,13 @@
 // Where the packets of a multicast route go: the outgoing port/vlan pairs, the backup pairs that
-// replace them when the route's incoming interface fails, and what else tells two sets apart. A
-// value: copies are independent, and two sets are equal when all their members are.
+// replace them when the route's incoming interface fails, the incoming interface, the type and the
+// CPU flag. A value: copies are independent, and two sets are equal when all their members are.
 //
 // The flag of a member belongs to the routing layer: it is carried and takes part in equality and
 // hash, and nothing below the routing layer acts on it.
 //
-// The hash is computed on demand. Who keeps a set in a table saves the hash once the set is
-// complete; any later mutation drops what was saved, and moving from the set does. Saving never
-// changes what a set is equal to.
+// The hash is computed on demand. The owner of a table saves the hash of each set in it once the
+// set is complete; a later mutation of the set, or a move from it, drops the saved hash. Equality
+// does not depend on whether a hash is saved.
 #pragma once
 
 #include <ostream>
@@ -32,14 +32,14 @@ class QOR_PUBLIC PortVlanSet final {
    explicit PortVlanSet(Qor::String const& strep);
 
    // Each of the three collections is an ordered map. A second new...() of the same key gives the
-   // member the new flag; deleting what is not there does nothing.
+   // member the new flag; deleting an absent key does nothing.
 
    // The outgoing pairs.
    FlatFlagMap<PortVlan> const& portVlan() const { return portVlan_; }
    void newPortVlan(PortVlan const& pv, bool flag) { changed().portVlan_.set(pv, flag); }
    void portVlanDel(PortVlan const& pv) { changed().portVlan_.erase(pv); }
    void portVlanDelAll() { changed().portVlan_.clear(); }
-   // Takes the place of all that are there.
+   // Replaces all outgoing pairs.
    void portVlanIs(FlatFlagMap<PortVlan> const& members) { changed().portVlan_ = members; }
 
    // The backup pairs of fast reroute.
@@ -116,7 +116,7 @@ class QOR_PUBLIC PortVlanSet final {
    }
    Qor::U32 computeHash() const;
 
-   // First what the programmers look at in every set they meet.
+   // The members that the programmers read of every set come first.
    Lnet::IntfId currentIif_;
    RouteKeyType type_ = RouteKeyType::invalid;
    bool toCpu_ = false;

@@ -48,6 +48,7 @@ void Clock::fire() const {
    Seconds const instant = manager_->now();
    firingsAtInstant_ = firedAt_ == instant ? firingsAtInstant_ + 1 : 1;
    firedAt_ = instant;
+   // A handler that always arms its clock for the present time would keep the loop at that time.
    if (firingsAtInstant_ > maxFiringsAtOneInstant) {
       String const text = "clock \"" + name() + "\" fires within the bound at one instant";
       assertionFailed(text.c_str(), __FILE__, __LINE__, __PRETTY_FUNCTION__);
@@ -83,6 +84,7 @@ Seconds ActivityManager::nextDeadline() const {
 }
 
 void ActivityManager::schedule(Clock const& clock, Seconds time) {
+   // A clock that is not in the queue has no node to move.
    if (time > maxFinite || clock.deadline_.second == 0) {
       unschedule(clock);
       if (time > maxFinite) return;
@@ -117,6 +119,7 @@ U32 ActivityManager::runDue() {
       auto const it = queue_.find(deadline);
       if (it == queue_.end()) continue;
       Clock const& clock = *it->second;
+      // Removed first, so that a deadline set by a handler stays.
       unschedule(clock);
       clock.fire();
       ++fired;
@@ -129,6 +132,7 @@ void ActivityManager::runUntil(Seconds until) {
    QOR_ASSERT(timeBase_ == TimeBase::virtualTime);
    auto const self = hold();
    while (!queue_.empty() && nextDeadline() <= until) {
+      // Time may be beyond the deadline already, by advance() or with a deadline in the past.
       virtualNow_ = std::max(virtualNow_, nextDeadline());
       runDue();
    }

@@ -21,10 +21,10 @@
 //       void zombieDelAll() { zombie_.delAll(*this); }
 //       void zombieNotify(ZombieKey key) { zombie_.notify(*this, key); }
 //
-// Keys are taken by value: they often live in what dies. A removed value is let go after the
-// notification, at the end of the operation, which touches neither the entity nor the collection
-// by then; so the operation is safe when handlers destroy the entity. The iterator form is the
-// exception: it goes on to the next entry, and its caller keeps the entity alive.
+// Keys are passed by value, since a key often lives in the value that dies. An operation releases a
+// removed value after the notification and then touches neither the entity nor the collection, so
+// handlers may destroy the entity. The iterator form is the exception: it reads the next entry, and
+// its caller keeps the entity alive.
 #pragma once
 
 #include <optional>
@@ -37,7 +37,7 @@
 
 namespace Qor {
 
-// Where a walk goes on that stood at `it` when the entry there, under `key`, was erased.
+// Returns the entry at which a walk continues when the entry at `it`, under `key`, was erased.
 template <class Map>
 typename Map::ConstIterator behindErased(Map const& map, typename Map::ConstIterator it,
                                          typename Map::Key const& key) {
@@ -61,7 +61,7 @@ class Collection {
    static constexpr auto immediate = Immediate;
 
    Collection() = default;
-   // Of a map that shares what it holds with another (Qor/PairTable.h).
+   // Takes a map that shares its storage with another map (Qor/PairTable.h).
    explicit Collection(Map map) : map_(std::move(map)) {}
 
    Map const& map() const { return map_; }
@@ -72,7 +72,7 @@ class Collection {
       return entry ? entry->second : Value();
    }
 
-   // Inserts or replaces, and tells the key; an equal value does nothing.
+   // Inserts or replaces the value and notifies of the key; an equal value does nothing.
    template <class E>
    void is(E& entity, Key key, Value value) {
       if constexpr (requires { map_.assign(key, value); }) {
@@ -87,7 +87,7 @@ class Collection {
       entity.template notify<Each>(key);
    }
 
-   // Removes a member, if it is there, and tells the key.
+   // Removes the member under the key, if there is one, and notifies of the key.
    template <class E>
    void del(E& entity, Key key) {
       if constexpr (requires { map_.erase(key); }) {
@@ -98,7 +98,8 @@ class Collection {
       }
    }
 
-   // Removes the member at `it` and returns where the walk goes on, whatever the handlers did.
+   // Removes the member at `it` and returns the entry at which the walk continues. Handlers may
+   // change the collection in between.
    template <class E>
    Iterator del(E& entity, Iterator it) {
       Key const key = it->first;
@@ -125,7 +126,7 @@ class Collection {
       entity.template notify<Each>(key);
    }
 
-   // For destructors: lets everything go and tells nobody.
+   // For destructors: releases all members without a notification.
    void clear() { Map const removed(std::exchange(map_, Map())); }
 
    // For `new<Name>(key, ...)`: the member under `key`, made by `create()` if there was none.

@@ -15,9 +15,9 @@
 //                    &MrouteSwitch::routeDelAll>();
 //    type.operation<&MrouteSwitch::doDeleteRoute>("handle");
 //
-// All names are the compiler's own: an attribute is called what its accessor is called, and it does
-// not compile with a mutator or a handler of another attribute, with a member that is not there, or
-// with another number of arguments than the operation takes.
+// All names are the compiler's own: an attribute has the name of its accessor. A description does
+// not compile with a mutator or a handler of another attribute, with an unknown member, or with
+// another number of argument names than the operation takes.
 #pragma once
 
 #include <array>
@@ -28,7 +28,7 @@
 
 namespace Qor {
 
-// What a function takes and gives.
+// The argument types and the result type of a function.
 template <class F>
 struct Signature;
 template <class R, class... Args>
@@ -64,7 +64,7 @@ struct Required {
    char const* name;
 };
 
-// Runs `convert`, and says of its errors where they are.
+// Runs `convert` and puts `where` in front of the text of its range errors.
 template <class Convert>
 auto naming(String const& where, Convert const& convert) {
    try {
@@ -99,7 +99,7 @@ auto applyGeneric(Callee const& callee, GenericArguments given, Function const& 
    return std::apply(function, arguments);
 }
 
-// Hears the changes of one level of an object's type.
+// Follows the changes of one level of an object's type.
 template <class T>
 class Follower final : public NotifieeOf<T> {
  public:
@@ -122,7 +122,7 @@ class Follower final : public NotifieeOf<T> {
 template <class T>
 class Describe {
  public:
-   // `module` says whose type it is.
+   // `module` names the library or the platform that owns the type.
    explicit Describe(String module) {
       type_.name_ = typeName<T>();
       type_.module_ = std::move(module);
@@ -135,14 +135,14 @@ class Describe {
    operator Type() && { return std::move(type_); }
    operator Type() & { return std::move(type_); }
 
-   // The class whose members this one has too. Entities have EntityBase without being told.
+   // The class whose members this type inherits. Every entity has EntityBase by default.
    template <class Base>
    void base() {
       static_assert(std::derived_from<T, Base> && !std::same_as<T, Base>);
       type_.baseName_ = typeName<Base>();
    }
 
-   // How one is made: by a function. Names are strings, or Required.
+   // The factory function of the type. Names are strings, or Required.
    template <auto Factory, class... Names>
    void constructor(Names... names) {
       using Arguments = typename Signature<decltype(Factory)>::Arguments;
@@ -155,7 +155,7 @@ class Describe {
                                });
                             }};
    }
-   // By the class's own constructor of these arguments.
+   // The class's own constructor with these arguments makes the object.
    template <class... Args, class... Names>
    void constructible(Names... names) {
       using Arguments = std::tuple<Args...>;
@@ -168,7 +168,7 @@ class Describe {
                             }};
    }
 
-   // Read by `Get`; written by `Set`, and told of by `Handler`, if there are such.
+   // `Get` reads the attribute; `Set` writes it and `Handler` notifies of it, if they are given.
    template <auto Get, auto Set = nullptr, auto Handler = nullptr>
    void attribute() {
       constexpr std::string_view name = memberName<Get>();
@@ -210,7 +210,7 @@ class Describe {
       type_.collections_.back().immediateHandler = memberName<Coll::immediate>();
       mutators<Get, Del, Mutators...>();
    }
-   // A keyed map of whose changes nobody is notified.
+   // A keyed map without notifications.
    template <class Map, class Owner, Map const& (Owner::*Get)() const, auto... Mutators>
    void map() {
       using Key = typename Map::Key;
@@ -251,7 +251,7 @@ class Describe {
       mutators<Get, Mutators...>();
    }
 
-   // A member function, called by name with arguments of these names. The object is held meanwhile.
+   // A member function, called by name with arguments of these names. The call holds the object.
    template <auto Operation, class... Names>
    void operation(Names... names) {
       using Called = Signature<decltype(Operation)>;
@@ -265,6 +265,8 @@ class Describe {
       described.reading = Called::reading;
       described.run = [](TypeOperation const& me, Generic const& of, GenericArguments given) {
          decltype(auto) object = calledOn<Called::reading>(of);
+         // Holds the object, as the operation may drop the last other reference.
+         // NOLINTNEXTLINE(performance-unnecessary-copy-initialization)
          Ptr<RefCounted const> const held = of.object();
          return applyGeneric<Arguments>(me, given, [&](auto&... arguments) {
             if constexpr (std::is_void_v<Result>) {
@@ -355,7 +357,7 @@ class Describe {
 
    static decltype(auto) self(Generic const& of) { return calledOn<true>(of); }
 
-   // What stands behind the generic form: the object, or a value made of its text.
+   // The C++ form of a generic value: the object, or a value parsed from its text.
    template <bool Reading>
    static decltype(auto) calledOn(Generic const& of) {
       if constexpr (CountedObject<T>) {
@@ -376,8 +378,8 @@ class Describe {
       }
    }
 
-   // The value of a member. Of a name that holds nothing its owner says whether the object still
-   // lives; a reactor is shown by what it watches.
+   // The value of a member. For a name that holds no reference, the owner returns the record if the
+   // record still lives; a reactor is shown as its notifier.
    template <class Key, class Value>
    static auto memberValue(T const& owner, Key const& key, Value const& value) {
       if constexpr (requires { owner.record(key, value); }) {
@@ -397,7 +399,7 @@ class Describe {
          try {
             return map.find(fromGeneric<Key>(key));
          } catch (RangeException const&) {
-            // No string representation; perhaps the way in which it is shown.
+            // The text is no string representation of a key; it may be a key's stream output.
          }
       }
       for (auto const& entry : map) {

@@ -14,10 +14,10 @@
 //       bool fastdrop_ = false;
 //    };
 //
-// Where an entity class derives from another, each level has notifiees of its own, which hear
+// Where an entity class derives from another, each level has notifiees of its own for
 // that level's attributes: class AsyncSwitchChip : public Entity<AsyncSwitchChip, SwitchChipBase>.
 //
-// A notification says what changed, not the new value: reactors read again.
+// A notification names the attribute or the key, not the new value: the reactor reads the value.
 #pragma once
 
 #include <utility>
@@ -67,7 +67,7 @@ class Entity : public Base, public NotifierOf<T> {
    using Base::Base;
    using NotifierOf<T>::notify;
 
-   // Stores a changed value and tells the notifiees; an equal value does nothing. The old value is
+   // Stores a changed value and notifies; an equal value does nothing. The old value is
    // let go last. Nothing of the entity is touched after the notification.
    template <auto Handler, class V>
    void attrIs(V& attribute, std::type_identity_t<V> value) {

@@ -1,9 +1,9 @@
 // A value or an object in the form in which the generic interface (Qor/Type.h) carries it, so that
 // it can be passed on without knowing its C++ type: a value by its string representation, an object
-// by a counted reference, and nothing, as what an operation without a result returns.
+// by a counted reference, and nothing, the result of an operation that returns void.
 //
-// What goes in is checked where it is taken out: RangeException with
-//    "<type>: expected <what> at position <n> of \"<text>\""     for a text that is no such value
+// A generic value is checked when it is converted to its C++ type: RangeException with
+//    "<type>: expected <what> at position <n> of \"<text>\""     for a text that does not parse
 //    "expected <type>, not <what is there>"                        for anything else
 //    "<object> may only be read"                                   for an object held const
 #pragma once
@@ -29,7 +29,7 @@ class QOR_PUBLIC Generic final {
    Generic(String strep) : kind_(Kind::value), text_(std::move(strep)) {}  // NOLINT: meant implicit
    Generic(char const* strep) : Generic(String(strep)) {}                  // NOLINT: likewise
    Generic(String strep, String pretty) : Generic(std::move(strep)) { pretty_ = std::move(pretty); }
-   // An object that is held, and may be null. `writable`: not only for reading.
+   // A counted reference to an object, or null. `writable`: mutators may be called on the object.
    Generic(Ptr<RefCounted const> object, String pretty, bool writable)
          : kind_(Kind::object),
            writable_(writable),
@@ -37,16 +37,16 @@ class QOR_PUBLIC Generic final {
            object_(std::move(object)) {}
 
    Kind kind() const { return kind_; }
-   // Of a value its string representation, of an object what it calls itself; "null" for none.
+   // A value's string representation, or an object's name for people; "null" for a null object.
    String const& text() const { return text_; }
-   // For people: of a value its stream output.
+   // The text for people: of a value its stream output.
    String const& pretty() const { return pretty_.empty() ? text_ : pretty_; }
    Ptr<RefCounted const> const& object() const { return object_; }
    bool writable() const { return writable_; }
-   // Whether this is no object: "null" stands for one as well.
+   // Whether this is a null object; the value "null" counts as one.
    bool isNull() const { return kind_ != Kind::nothing && !object_ && text_ == "null"; }
 
-   // By what they stand for: text by text, object by identity.
+   // Values are equal when their texts are; objects are compared by identity.
    friend bool operator==(Generic const& a, Generic const& b) {
       return a.kind_ == b.kind_ && a.object_ == b.object_ && a.text_ == b.text_;
    }
@@ -59,8 +59,8 @@ class QOR_PUBLIC Generic final {
    Ptr<RefCounted const> object_;
 };
 
-// The types that the generic interface tells apart. What is none of these has no string
-// representation, and can be shown but not given.
+// The kinds of types that the generic interface distinguishes. A type of none of these kinds has no
+// string representation: its values can be printed but not passed as arguments.
 template <class T>
 concept CountedObject = std::derived_from<T, RefCounted>;
 template <class T>
@@ -103,7 +103,7 @@ concept ObjectName = !ObjectPointer<T> && requires(typename T::Object * object) 
    T(object);
 };
 
-// What a type is called: its class, unless its `typeName` says otherwise.
+// The registered name of a type: the result of its `typeName`, or else the name of its class.
 template <class T>
 struct TypeName {
    static String get() {
@@ -157,7 +157,7 @@ String streamed(T const& value) {
    return std::move(out).str();
 }
 
-// What an object calls itself: its stream output, its name, or else its type.
+// The name of an object for people: its stream output, its name, or else its type.
 template <CountedObject T>
 String objectText(T const* object) {
    if (!object) return "null";

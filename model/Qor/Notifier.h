@@ -1,4 +1,4 @@
-// Notifiers and notifiees: who is told when something changes.
+// Notifiers and notifiees: the notification of reactors when an entity changes.
 //
 // A notifier keeps an intrusive list of the notifiees bound to it, in the order of binding. One
 // delivery visits them front to back. While it is under way a handler may bind, unbind, pause,
@@ -7,18 +7,19 @@
 //  - bound during a delivery: not visited by this delivery;
 //  - paused: asked at each visit, so a pause takes effect at once;
 //  - the notifier destroyed: the delivery ends.
-// Deliveries nest freely. Whoever starts one touches nothing of the notifier afterwards. A handler
-// that throws ends the delivery: those behind it are not told, and the error reaches the mutator's
-// caller with the change made.
+// Deliveries nest freely. The mutator that starts a delivery leaves the notifier alone afterwards.
+// A handler that throws ends the delivery: the notifiees behind it are not notified, and the error
+// reaches the mutator's caller with the change made.
 //
-// A notifiee may be a follower instead of a reactor: it hears of every change by the handler's name,
-// whatever the notifier's type, and takes no part in the life of what it follows: an object lives
-// no longer for it.
+// A notifiee may be a follower instead of a reactor. A follower has one handler for all changes of
+// any type of notifier; the handler's argument names the reactors' handler. A follower does not
+// count as a watcher: it does not lengthen the life of the followed object.
 //
 // Binding holds no reference in either direction. A notifiee whose notifier has been destroyed is a
 // zombie reactor: its notifier() is null, and the next sweep (sweepZombieReactors(), run by the
-// activity loop at the end of each turn) tells it once through qorDoZombieReactors(true), unless it
-// has been bound again by then, which counts as a first binding.
+// activity loop at the end of each turn) notifies it once through qorDoZombieReactors(true). A
+// notifiee that has been bound again before the sweep is not notified; that binding counts as its
+// first.
 #pragma once
 
 #include <string_view>
@@ -42,8 +43,8 @@ class QOR_PUBLIC Notifiee {
    bool hasNotificationActive() const { return hears_ != Hears::nothing; }
    void hasNotificationActiveIs(bool active);
 
-   // The sweep's word to a reactor whose notifier has gone: the owner may remove it now, and
-   // the reactor may be destroyed inside. The default does nothing.
+   // The sweep calls this once on a reactor whose notifier has gone. The owner may remove the
+   // reactor, and the call may destroy it. The default does nothing.
    virtual void qorDoZombieReactors(bool sweep);
 
  protected:
@@ -79,10 +80,10 @@ class QOR_PUBLIC Notifiee {
    bool zombie_ = false;  // in the list of zombie reactors
 };
 
-// Tells every reactor whose notifier has gone since the last sweep, once.
+// Notifies, once, every reactor whose notifier has gone since the last sweep.
 QOR_PUBLIC void sweepZombieReactors();
 
-// A pointer of its own is all that a notifier takes, since most have nobody bound: the last in the
+// A pointer of its own is all that a notifier takes, since most have no notifiee: the last in the
 // list is found through the first, and the deliveries in progress are those of the process.
 class QOR_PUBLIC Notifier {
  public:
@@ -99,13 +100,13 @@ class QOR_PUBLIC Notifier {
    bool hasNotifiees() const { return firstReactor(head_) != nullptr; }
 
  protected:
-   // Calls `call(Notifiee&)` on every bound, active reactor, and tells followers that `handler` has
-   // been called with `key`.
+   // Calls `call(Notifiee&)` on every bound, active reactor, and notifies followers of the change
+   // with the name `handler` and with `key`.
    template <class Call>
    void deliver(Call const& call, std::string_view handler, void const* key) {
       Notifiee* const first = head_;
       if (!first) return;
-      if (!first->next_) [[likely]] {  // nobody comes after it, whatever it does
+      if (!first->next_) [[likely]] {  // its handler may destroy the notifier
          tell(*first, call, handler, key);
       } else {
          deliverToAll(call, handler, key);

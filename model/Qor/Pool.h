@@ -49,8 +49,8 @@ constexpr std::size_t poolStride(std::size_t size) {
    return (lines - size) * 8 <= lines * 3 ? lines : size;
 }
 
-// What is freed is reused; the chunks go with the pool. All sizes asked of one pool are the same,
-// and at least that of a pointer.
+// Freed memory is reused; the pool frees its chunks when it is destroyed. All sizes passed to one
+// pool are the same, and at least that of a pointer.
 class NodePool {
  public:
    void* allocate(std::size_t size) {
@@ -90,8 +90,8 @@ class NodePool {
 };
 
 // Objects of a class that derives from this, directly or not, come from pools, one for each size.
-// The pools are the library's, whoever makes and whoever lets go of an object, and live as long as
-// the process, since objects with static storage die late.
+// The library owns the pools, also for objects that its callers make and release. The pools live as
+// long as the process, since objects with static storage die late.
 //
 // Built with the address sanitizer, the library allocates each object by itself, so that leaks are
 // seen, and returns its memory at once: the sanitizer keeps that closed for long, and no later
@@ -102,8 +102,8 @@ class QOR_PUBLIC Pooled {
    static void* allocatePooled(std::size_t size);
    static void operator delete(void* memory, std::size_t size);
 
-   // Whether the memory of an object that has gone is that of the next one of its size. It is then
-   // closed until it is reused. Always so without the address sanitizer.
+   // Whether the memory of an object that has gone is given to the next one of its size. The
+   // memory is closed to access until then. Without the address sanitizer memory is always reused.
    static bool reuse();
    static void reuseIs(bool reuse);
 

@@ -37,8 +37,9 @@ void RefCounted::lastReferenceGone() {
       return;
    }
 
-   // From here on the count stays at one: whoever refers to the dying object for a moment starts
-   // nothing. The list is never destroyed, since objects with static storage die late.
+   // From here on the count stays at one, so that a reference which is taken and dropped while the
+   // object dies does not delete it again. The list is never destroyed, since objects with static
+   // storage die late.
    static unsigned depth = 0;
    static std::vector<RefCounted*>* const waiting = new std::vector<RefCounted*>;
    if (depth >= maxNestedDeletions) {

@@ -3,13 +3,13 @@
 // Life cycle of a counted object:
 //  1. make() creates it on the heap. The object is born with one reference, which belongs to its
 //     maker and is the returned Ptr's in the end. So a constructor, and each hook or handler that it
-//     calls, may take and drop references. A constructor that throws while somebody else keeps one
+//     calls, may take and drop references. A constructor that throws while another holder keeps one
 //     is an assertion. An object with static, automatic or member storage keeps the reference of
 //     its maker as long as it exists, so that no Ptr deletes it.
 //  2. When the last reference goes, its zero-references handler runs, once, synchronously inside
 //     the operation that dropped it, with the count held at one: the handler may take and drop
 //     references without starting itself again.
-//  3. If a reference survives the handler (somebody stored one), the object lives on, and the
+//  3. If a reference survives the handler (the handler may store one), the object lives on, and the
 //     handler may run again later. If instead heldByNotifiees() says so, the object lives on
 //     unreferenced until its last notifiee leaves, which runs the handler again.
 //  4. Otherwise the object is deleted, with the count still held: references taken and dropped
@@ -17,7 +17,7 @@
 //     that own one another are deleted in bounded stack: past a fixed nesting depth a deletion
 //     waits until the outermost one is through.
 //
-// An operation that may drop the last reference to its object holds a reference meanwhile:
+// An operation that may drop the last reference to its object holds a reference during the call:
 //
 //    auto const self = hold();
 //
@@ -182,7 +182,7 @@ Ptr<T> make(Args&&... args) {
       if constexpr (pooled) {
          T::operator delete(memory, sizeof(T));
       } else {
-         ::operator delete(memory, sizeof(T));
+         ::operator delete(memory);
       }
       throw;
    }

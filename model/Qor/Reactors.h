@@ -3,8 +3,8 @@
 // without holding it, and the owner makes and deletes them as the attribute is set and the members
 // come and go.
 //
-// A back pointer that is null says that the owner is on its way out: whoever releases a reactor has
-// it watch nothing first, so no handler meets that.
+// A release clears the back pointer and unbinds the reactor in one step, so no handler is called
+// with a null owner.
 #pragma once
 
 #include <memory>
@@ -27,7 +27,7 @@ class OwnedReactor {
    Owner* owner_ = nullptr;
 };
 
-// Ends a reactor's part in the life of its owner: it watches nothing and calls nobody from now on.
+// Ends a reactor's part in the life of its owner: it watches nothing and makes no calls any more.
 template <class Reactor>
 void releaseReactor(Reactor& reactor) {
    reactor.ownerIs(nullptr);
@@ -36,7 +36,7 @@ void releaseReactor(Reactor& reactor) {
 
 // An attribute that names an entity, held counted, and the reactor that watches it, which is there
 // exactly while the attribute is not null. The owner notifies of a change, once all that depends on
-// the attribute has followed it; it holds itself meanwhile.
+// the attribute has been updated; the owner holds a reference to itself until then.
 template <class T, class Reactor>
 class Watched {
  public:
@@ -68,8 +68,8 @@ class Watched {
    std::unique_ptr<Reactor> reactor_;
 };
 
-// A clock and the reactor on it. A clock that replaces another takes over what that was set to, and
-// the other is disarmed: it would fire for nobody.
+// A clock and the reactor on it. A clock that replaces another takes over its setting, and the
+// former clock is disarmed, since it has no reactor any more.
 template <class Reactor>
 class WatchedClock : public Watched<Clock const, Reactor> {
  public:

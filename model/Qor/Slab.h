@@ -21,6 +21,7 @@ namespace Qor {
 template <class S>
 class Slab {
    static constexpr std::size_t alignment =
+         // NOLINTNEXTLINE(misc-redundant-expression): for some types both results are equal.
          std::has_single_bit(sizeof(S)) && sizeof(S) <= cacheLine ? sizeof(S) : alignof(S);
 
  public:

@@ -37,6 +37,7 @@ U64 StrepReader::number(U64 max) {
    char const* first = text_.data() + position_;
    auto const [end, error] = std::from_chars(first, text_.data() + text_.size(), value);
    if (error == std::errc::invalid_argument) fail("an unsigned number");
+   // The other error is a number that does not fit into 64 bits.
    if (error != std::errc() || value > max) {
       fail(("a number of at most " + std::to_string(max)).c_str());
    }
@@ -67,6 +68,7 @@ String StrepReader::quoted() {
       if (position_ >= text_.size()) fail("a closing quote");
       char const c = text_[position_++];
       if (c == '\'') return value;
+      // A backslash begins an escape: \\, \' or \xNN.
       if (c != '\\') {
          value += c;
       } else if (accept("\\")) {

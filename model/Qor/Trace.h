@@ -8,7 +8,7 @@
 //
 //    [function = __func__] { QOR_TRACE_IN(handle, "VelAsyncMrouteSm", function, 2, "add port"); }
 //
-// What is emitted goes to the process's trace sink: the standard error stream, unless another sink
+// Emitted records go to the process's trace sink: the standard error stream, unless another sink
 // has been set.
 #pragma once
 

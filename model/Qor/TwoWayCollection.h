@@ -3,7 +3,7 @@
 // (Qor/Collection.h), which the entity spells as one-line members. Those that start from a value
 // have it in their name here.
 //
-// A change is made in both directions before anybody is told, so that a handler never finds the
+// A change is made in both directions before any notification, so that a handler never finds the
 // two at odds.
 #pragma once
 
@@ -45,7 +45,7 @@ class TwoWayCollection {
    Backward const& backward() const { return backward_; }
 
    // Pairs `key` with `value`; a pair that is there already does nothing. The former partner of
-   // either is left without one. Tells each key and each value that gained, changed or lost.
+   // either is left without one. Notifies of each key and each value that gained, changed or lost.
    template <class E>
    void is(E& entity, Key key, Value value) {
       auto const* const entry = forward_.find(key);
@@ -63,7 +63,7 @@ class TwoWayCollection {
       entity.template notify<EachValue>(value);
    }
 
-   // Removes the pair of `key`, if there is one, and tells the key and its value.
+   // Removes the pair of `key`, if there is one, and notifies of the key and its value.
    template <class E>
    void del(E& entity, Key key) {
       std::optional<Value> const value = forward_.take(key);

@@ -57,7 +57,7 @@ class TypeRegistry {
    }
 
  private:
-   // Takes in what has been registered since the last time: a library may be loaded later.
+   // Evaluates the descriptions registered since the last call: a library may be loaded later.
    void evaluate() {
       TypeRegistration const* const newest = registrations();
       if (newest == evaluated_) return;
@@ -226,7 +226,7 @@ Following::Following(Generic const& object, Tell tell) : tell_(std::move(tell)) 
 
 Following::~Following() = default;
 
-// Who is told may end the following, so nothing of it is touched afterwards.
+// The callback may destroy this object, so no member is touched after the call.
 void Following::changed(Type const& type, std::string_view handler, void const* key) {
    Change change;
    for (TypeAttribute const& attribute : type.attributes()) {

@@ -1,5 +1,5 @@
-// The type registry: what types there are, what can be done with each, and the doing of it by name,
-// for tools that know none of the C++ types.
+// The type registry: it lists the types and their members, and reads, writes and calls members by
+// name, for tools that do not know the C++ types.
 //
 //    Generic const sm = Qor::construct("AsyncMrouteSwitchSmIs", {mrouteSwitch, ...});
 //    for (Type const* t = Qor::typeOf(sm); auto const& a : t->allAttributes()) ... a->get(sm) ...
@@ -7,12 +7,12 @@
 //    Qor::call(recovery, "doAddMfibHwStatusEntry", {"1", "Value('...', ** {...})", "1001"});
 //
 // A type is registered when its source is loaded, by a description that stands in that source
-// (Qor/Describe.h). Descriptions are evaluated when the registry is first asked. Types are there
+// (Qor/Describe.h). Descriptions are evaluated when the registry is first read. Types exist
 // for the whole life of the process, the destruction of objects with static storage included.
 //
-// A type may have a base, whose attributes, collections and operations it has too. An object is of
-// the most derived registered type that fits it, so that a platform's hook object is of the type of
-// the hook class.
+// A type may have a base and then inherits its attributes, collections and operations. The type of
+// an object is the most derived registered type that fits the object, so a platform's hook object
+// has the type of the hook class.
 //
 // Errors are RangeExceptions; beside those of Qor/Generic.h and of the operation itself
 //    "no type <name>", "no constructor <name>"
@@ -42,12 +42,12 @@ struct TypeArgument {
    bool required = false;  // null is refused
 };
 
-// What `fullName` is in the errors.
+// The errors name the attribute by `fullName`.
 struct TypeAttribute {
    String name;
    String fullName;  // "<type>::<name>"
    String type;
-   String handler;  // that tells of a change; empty: nobody is told
+   String handler;  // that is called for a change; empty: no notification
    Generic (*read)(Generic const& of);
    // Null: only for reading.
    void (*write)(TypeAttribute const& self, Generic const& of, Generic const& value);
@@ -66,14 +66,14 @@ struct TypeCollection {
    String name;
    String keyType;
    String valueType;
-   String handler;           // that tells of one key; empty: nobody is told
-   String immediateHandler;  // that tells of the whole
-   bool ordered = false;     // by key; otherwise in no order that says anything
+   String handler;           // for one key; empty: no notification
+   String immediateHandler;  // for the whole collection
+   bool ordered = false;     // by key; otherwise the order means nothing
    U32 (*size)(Generic const& of) = nullptr;
    // At most `max` members behind the first `skip`.
    std::vector<TypeMember> (*members)(Generic const& of, U32 skip, U32 max) = nullptr;
-   // The member whose key this is; nothing without one. A key may be given as text or as it is
-   // shown to people, and where keys are objects, as the object or by what it calls itself.
+   // The member under the key, if there is one. A key is its string representation or its stream
+   // output; where keys are objects, it is the object or the object's name.
    std::optional<TypeMember> (*find)(Generic const& of, Generic const& key) = nullptr;
    Generic (*toKey)(void const* key) = nullptr;
 };
@@ -83,7 +83,7 @@ struct TypeOperation {
    String fullName;
    String result;  // "void" without one
    std::vector<TypeArgument> arguments;
-   bool reading = false;  // changes nothing: for objects that may only be read, too
+   bool reading = false;  // changes nothing: allowed on read-only objects
    Generic (*run)(TypeOperation const& self, Generic const& of,
                   GenericArguments arguments) = nullptr;
 };
@@ -101,22 +101,22 @@ class QOR_PUBLIC Type final {
  public:
    enum class Kind : U8 {
       entity,       // objects
-      value,        // what has a string representation
+      value,        // values with a string representation
       enumeration,  // values with names
       objectName,   // names an object without holding it; null unless its collection says otherwise
    };
 
    String const& name() const { return name_; }
    Kind kind() const { return kind_; }
-   // Whose type it is, as "VelMroute" for this library's own.
+   // The owner of the type: "VelMroute" for this library.
    String const& module() const { return module_; }
    Type const* base() const;
 
-   // Its own; those of the base are not among them.
+   // The members of this type without those of its base.
    std::vector<TypeAttribute> const& attributes() const { return attributes_; }
    std::vector<TypeCollection> const& collections() const { return collections_; }
    std::vector<TypeOperation> const& operations() const { return operations_; }
-   // Null for a type that nobody constructs.
+   // Null for a type without a constructor.
    TypeConstructor const* constructor() const { return constructor_ ? &*constructor_ : nullptr; }
    // The names of an enumeration.
    std::vector<String> const& enumerators() const { return enumerators_; }
@@ -129,7 +129,7 @@ class QOR_PUBLIC Type final {
    TypeAttribute const& attribute(std::string_view name) const;
    TypeCollection const& collection(std::string_view name) const;
    TypeOperation const& operation(std::string_view name) const;
-   // Of several with this name the one that takes so many arguments; if none does, the first.
+   // Of several operations with this name the one with this number of arguments, or the first.
    TypeOperation const& operation(std::string_view name, std::size_t arguments) const;
 
    // Reads a string representation and writes it back: the canonical form. Only for kinds other
@@ -156,23 +156,23 @@ class QOR_PUBLIC Type final {
    std::vector<String> enumerators_;
    bool (*fits_)(RefCounted const& object) = nullptr;
    Generic (*parse_)(String const& text) = nullptr;
-   // A follower of this level of an object; null where nobody is told of anything.
+   // Makes a follower of this level of an object; null for a type without notifications.
    std::unique_ptr<Notifiee> (*follow_)(RefCounted const& object, Type const& type,
                                         Following& following) = nullptr;
 };
 
-// What a follower is told. `member` is an attribute or a collection of the object's type.
+// The notification of a follower. `member` names an attribute or a collection of the type.
 struct Change {
    String member;
    std::optional<Generic> key;  // of a collection, unless all of it may have changed
-   bool gone = false;           // the object is no more; nothing else is told after that
+   bool gone = false;           // the object was destroyed; the last notification
 };
 
-// Follows the changes of one object, without holding it: the object dies as if nobody watched.
-// `tell` runs inside the mutator, as a reactor's handler does, with the change made; it may do all
-// that a handler may, and end the following. That the object has gone is told by the next sweep of
-// the activity loop. RangeException "<object> tells nobody of changes" for an object whose type has
-// no notifications.
+// Follows the changes of one object, without holding the object or lengthening its life.
+// `tell` runs inside the mutator, as a reactor's handler does, with the change made. The callback
+// may do all that a handler may, and may destroy the Following. The next sweep of the activity loop
+// notifies it of the object's end. RangeException "<object> tells nobody of changes" for an object
+// whose type has no notifications.
 class QOR_PUBLIC Following final {
  public:
    using Tell = std::function<void(Change const&)>;
@@ -182,7 +182,7 @@ class QOR_PUBLIC Following final {
    Following(Following const&) = delete;
    Following& operator=(Following const&) = delete;
 
-   // Whether the object still is.
+   // Whether the object still exists.
    bool alive() const { return alive_; }
 
  private:
@@ -200,7 +200,7 @@ class QOR_PUBLIC Following final {
 // All types, by name.
 QOR_PUBLIC std::vector<Type const*> types();
 QOR_PUBLIC Type const& type(std::string_view name);
-// Null for an object of no registered type, and for what is no object.
+// Null for an object of no registered type, and for a value.
 QOR_PUBLIC Type const* typeOf(Generic const& object);
 // The type whose constructor, or which itself, has this name; null without one.
 QOR_PUBLIC Type const* constructedBy(std::string_view name);

@@ -23,7 +23,7 @@ class L3Status final : public Qor::Entity<L3Status, Qor::NamedEntity> {
    class Notifiee : public Qor::NotifieeOf<L3Status> {
     public:
       // A VRF was added or removed, or changed its number; and the same seen from the number. Both
-      // directions hold the new state when the first of them is told.
+      // directions hold the new state at the first notification.
       virtual void onVrfNameToVrfId(Qor::Name const&) {}
       virtual void onVrfNameToVrfIdImmediate() {}
       virtual void onVrfIdToVrfName(VrfId) {}
@@ -109,8 +109,8 @@ class L3Status final : public Qor::Entity<L3Status, Qor::NamedEntity> {
    }
    void unicast6ReviewPendingInc() { unicast6ReviewPendingIs(unicast6ReviewPending_ + 1); }
 
-   // Grows by one each time a chip has let its last multicast route go while hardware routing is
-   // off: whoever turned routing off waits for that.
+   // Grows by one each time a chip has deleted its last multicast route while hardware routing is
+   // off. The agent that turned routing off waits for this count.
    Qor::U32 waitForRoutingDisabledRefCnt() const { return waitForRoutingDisabledRefCnt_; }
    void waitForRoutingDisabledRefCntIs(Qor::U32 v) {
       attrIs<&Notifiee::onWaitForRoutingDisabledRefCnt>(waitForRoutingDisabledRefCnt_, v);

@@ -47,7 +47,7 @@ struct Entry {
 
 class EntryTable {
  public:
-   // The noun `what` names an entry in texts: "route entry". The string must outlive the table.
+   // Texts use the noun `what` for an entry: "route entry". The string must outlive the table.
    EntryTable(char const* what, Qor::U32 capacity) : what_(what), capacity_(capacity) {}
 
    Qor::U32 capacity() const { return capacity_; }

@@ -91,7 +91,7 @@ TEST(Inbox, EndsWhileOthersPost) {
    }
 }
 
-TEST(Inbox, AnnouncesWhatARunLeavesBehind) {
+TEST(Inbox, AnnouncesTheFunctionsThatARunLeavesBehind) {
    int wakes = 0;
    std::string log;
    std::optional<Inbox> inbox;

@@ -53,7 +53,7 @@ class Config final : public Qor::Entity<Config, Qor::NamedEntity> {
    void counterRouteNotify(IpGenRouteKey key) { counterRoute_.notify(*this, key); }
 
    // The number of requests to clear a route's counter. Each change of the number is a request. The
-   // removal of an entry is none, although it notifies onClearCounterRoute as each removal does.
+   // removal of an entry notifies onClearCounterRoute too, but is not a request.
    ClearCounterRouteColl::Map const& clearCounterRoute() const { return clearCounterRoute_.map(); }
    Qor::U64 clearCounterRoute(IpGenRouteKey const& key) const {
       return clearCounterRoute_.value(key);

@@ -1,4 +1,4 @@
-#include "agent/switch/Replay.h"
+#include "agent/switch/RouteReplay.h"
 
 #include <algorithm>
 #include <random>
@@ -6,12 +6,12 @@
 
 namespace Agent {
 
-Replay::Replay(Tell tell, Complete complete)
-      : tell_(std::move(tell)), complete_(std::move(complete)) {
+RouteReplay::RouteReplay(Announce announce, Complete complete)
+      : announce_(std::move(announce)), complete_(std::move(complete)) {
    clockReactor_.notifierIs(clock_.get());
 }
 
-void Replay::start(Routes routes, RestartOptions const& options) {
+void RouteReplay::start(Routes routes, RestartOptions const& options) {
    left_ = std::move(routes);
    if (options.only) {
       std::erase_if(left_, [&](auto const& route) { return !options.only->contains(route.first); });
@@ -33,14 +33,14 @@ void Replay::start(Routes routes, RestartOptions const& options) {
    clock_->timeMinIs(start_);
 }
 
-Qor::Seconds Replay::due(std::size_t i) const {
+Qor::Seconds RouteReplay::due(std::size_t i) const {
    if (order_.size() < 2) return start_;
    return start_ + over_ * static_cast<double>(i) / static_cast<double>(order_.size() - 1);
 }
 
-void Replay::handleClock() {
+void RouteReplay::handleClock() {
    for (; next_ < order_.size() && due(next_) <= Qor::now(); ++next_) {
-      if (auto const node = left_.extract(order_[next_])) tell_(node.key(), node.mapped());
+      if (auto const node = left_.extract(order_[next_])) announce_(node.key(), node.mapped());
    }
    if (next_ < order_.size()) {
       clock_->timeMinIs(due(next_));

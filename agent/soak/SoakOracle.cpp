@@ -1,5 +1,5 @@
-// The checker's looks at single routes.
-#include "agent/soak/SoakChecker.h"
+// The oracle's looks at single routes.
+#include "agent/soak/SoakOracle.h"
 
 #include <algorithm>
 
@@ -69,23 +69,23 @@ SoakFigures& SoakFigures::operator+=(SoakFigures const& other) {
    return *this;
 }
 
-SoakChecker::SoakChecker(SimulatedSwitch& simulated, Path path, PathConfig const& config,
-                         unsigned looksPerFullCheck)
+SoakOracle::SoakOracle(SimulatedSwitch& simulated, PathKind path, PathConfig const& config,
+                       unsigned looksPerFullCheck)
       : simulated_(simulated),
         path_(path),
         config_(config),
         callsTakeTime_(config.callCost > 0),
         looksPerFullCheck_(looksPerFullCheck) {}
 
-void SoakChecker::wrong(std::string const& text) {
+void SoakOracle::wrong(std::string const& text) {
    if (found_.size() < maxFound) found_.push_back(text);
 }
 
-void SoakChecker::wrong(RouteId const& id, std::string const& text) {
+void SoakOracle::wrong(RouteId const& id, std::string const& text) {
    wrong(id.toString() + ": " + text);
 }
 
-SoakFigures SoakChecker::figures() const {
+SoakFigures SoakOracle::figures() const {
    SoakFigures f = figures_;
    auto const all = std::as_const(simulated_).figures();
    auto const& counters = all.programmer;
@@ -100,26 +100,26 @@ SoakFigures SoakChecker::figures() const {
    return f;
 }
 
-std::uint64_t SoakChecker::writes() const {
+std::uint64_t SoakOracle::writes() const {
    std::uint64_t sum = 0;
    for (std::size_t i = 0; i < Sim::writeKinds; ++i)
       sum += simulated_.chip().writes(static_cast<WriteKind>(i));
    return sum;
 }
 
-std::uint64_t SoakChecker::failures() const {
+std::uint64_t SoakOracle::failures() const {
    return simulated_.path().faults().injected();
 }
 
 // ---- Looks. ----
 
-bool SoakChecker::atRest() const {
+bool SoakOracle::atRest() const {
    auto const& path = std::as_const(simulated_).path();
    return programmer().settled() && !path.writesPending() && path.rerouting() == 0 &&
           !simulated_.recovering();
 }
 
-void SoakChecker::updateExcuses(bool rest) {
+void SoakOracle::updateExcuses(bool rest) {
    bool const failed = failures() != failuresSeen_;
    failuresSeen_ = failures();
    if (failed) {
@@ -144,7 +144,7 @@ void SoakChecker::updateExcuses(bool rest) {
    if (rest) failuresAtRest_ = failuresSeen_;
 }
 
-void SoakChecker::look() {
+void SoakOracle::look() {
    ++figures_.looks;
    bool const rest = atRest();
    updateExcuses(rest);
@@ -180,7 +180,7 @@ void SoakChecker::look() {
 }
 
 // False when there is nothing left of the route.
-bool SoakChecker::checkRoute(RouteId const& id, Known& known, bool rest) {
+bool SoakOracle::checkRoute(RouteId const& id, Known& known, bool rest) {
    ++figures_.routeChecks;
    auto const* const route = programmer().route(id.vrf, id.key);
    if (!known.wanted) {
@@ -200,11 +200,12 @@ bool SoakChecker::checkRoute(RouteId const& id, Known& known, bool rest) {
       known.uninterrupted = false;
       known.mayGoBack = false;
       known.before.clear();
+      std::erase_if(known.rerouted, [held = heldBy(route)](Qor::U64 set) { return set != held; });
    }
    return true;
 }
 
-void SoakChecker::checkAbsent(RouteId const& id) {
+void SoakOracle::checkAbsent(RouteId const& id) {
    Qor::U32 const vrfId = simulated_.vrfId(id.vrf)->value();
    auto const none = [&](Qor::U32 index, Sim::Entry const& entry) {
       wrong(id, "is withdrawn, and entry " + std::to_string(index) + " for vlan " +
@@ -214,7 +215,7 @@ void SoakChecker::checkAbsent(RouteId const& id) {
    simulated_.chip().boundaries().forEachOf(vrfId, id.key, none);
 }
 
-bool SoakChecker::full(Table table) const {
+bool SoakOracle::full(Table table) const {
    Sim::Chip const& chip = std::as_const(simulated_).chip();
    switch (table) {
       case Table::group:
@@ -228,8 +229,8 @@ bool SoakChecker::full(Table table) const {
 }
 
 // A route that is not in hardware has a reason that is true.
-void SoakChecker::checkState(RouteId const& id, Known const& known,
-                             RouteProgrammer::Route const& route) {
+void SoakOracle::checkState(RouteId const& id, Known const& known,
+                            RouteProgrammer::Route const& route) {
    auto const waits = [&](Table table, char const* what) {
       if (excused(table)) return;
       if (!full(table)) {
@@ -263,30 +264,33 @@ void SoakChecker::checkState(RouteId const& id, Known const& known,
    }
 }
 
-Bridging::VlanIdOrNone SoakChecker::vlanOf(Route const& route) const {
+Bridging::VlanIdOrNone SoakOracle::vlanOf(Route const& route) const {
    if (route.noRpf) return {};
    return simulated_.intf(route.iif).vlan;
 }
 
-Sim::EntryTable const& SoakChecker::tableOf(Route const& route) const {
+Sim::EntryTable const& SoakOracle::tableOf(Route const& route) const {
    return route.bridge ? simulated_.chip().boundaries() : simulated_.chip().routes();
 }
 
-std::vector<Outputs> SoakChecker::expected(Known& known,
-                                           RouteProgrammer::Route const* route) const {
-   std::optional<Qor::U64> held;
-   if (route && route->record()) held = route->record()->oifSet()->serial();
-   if (known.mayGoBack && held && rewritten_.contains(*held)) known.rerouted = held;
-   if (known.rerouted && held != known.rerouted) known.rerouted.reset();
-   std::vector<Outputs> list{model_.outputs(*known.wanted, known.rerouted.has_value())};
+std::optional<Qor::U64> SoakOracle::heldBy(RouteProgrammer::Route const* route) {
+   if (!route || !route->record()) return std::nullopt;
+   return route->record()->oifSet()->serial();
+}
+
+std::vector<Outputs> SoakOracle::expected(Known& known, RouteProgrammer::Route const* route) const {
+   auto const held = heldBy(route);
+   if (known.mayGoBack && held && rewritten_.contains(*held)) known.rerouted.insert(*held);
+   bool const backup = held && known.rerouted.contains(*held);
+   std::vector<Outputs> list{model_.outputs(*known.wanted, backup)};
    // A rewrite that failed leaves the group as it was, and nobody can be told.
-   if (known.rerouted && simulated_.path().faults().injected(WriteKind::groupUpdate) > 0)
+   if (backup && simulated_.path().faults().injected(WriteKind::groupUpdate) > 0)
       list.push_back(model_.outputs(*known.wanted, false));
    return list;
 }
 
-void SoakChecker::checkPacket(RouteId const& id, Known& known, RouteProgrammer::Route const* route,
-                              bool rest) {
+void SoakOracle::checkPacket(RouteId const& id, Known& known, RouteProgrammer::Route const* route,
+                             bool rest) {
    Route const& wanted = *known.wanted;
    Sim::Packet packet;
    packet.vrfId = simulated_.vrfId(id.vrf)->value();
@@ -326,7 +330,7 @@ void SoakChecker::checkPacket(RouteId const& id, Known& known, RouteProgrammer::
          return;
       }
       if (!own && !known.uninterrupted) return;  // its entry is not there yet, or another's was hit
-      if (known.rerouted) allowed.push_back(model_.outputs(wanted, false));
+      if (!known.rerouted.empty()) allowed.push_back(model_.outputs(wanted, false));
       for (Route const& before : known.before) {
          allowed.push_back(model_.outputs(before, false));
          allowed.push_back(model_.outputs(before, true));

@@ -1,9 +1,9 @@
-// The checker's looks at everything: the chip's tables, the table programmer's records, and the
+// The oracle's looks at everything: the chip's tables, the table programmer's records, and the
 // activity that has been reported.
 #include <algorithm>
 #include <cmath>
 
-#include "agent/soak/SoakChecker.h"
+#include "agent/soak/SoakOracle.h"
 
 namespace Agent {
 
@@ -24,7 +24,7 @@ std::string groupText(RecordRow const& row) {
 
 }  // namespace
 
-Outputs SoakChecker::outputsOf(Sim::Group const* group) const {
+Outputs SoakOracle::outputsOf(Sim::Group const* group) const {
    Outputs out;
    if (!group) return out;
    out.cpu = group->toCpu;
@@ -36,7 +36,7 @@ Outputs SoakChecker::outputsOf(Sim::Group const* group) const {
    return out;
 }
 
-void SoakChecker::lookAtAll() {
+void SoakOracle::lookAtAll() {
    if (!atRest()) return wrong("the switch does not come to rest");
    untilFull_ = looksPerFullCheck_;
    ++figures_.fullChecks;
@@ -49,14 +49,14 @@ void SoakChecker::lookAtAll() {
    checkEntries();
    checkBoundaries();
    checkGroups();
-   if (path_ == Path::async) return;
+   if (path_ == PathKind::async) return;
    for (std::string const& text :
         counters_.check(std::as_const(simulated_).path(), !callsTakeTime_ && failures() == 0))
       wrong(text);
 }
 
 // Each route by its own handle, without a packet.
-void SoakChecker::checkRoutesInTables() {
+void SoakOracle::checkRoutesInTables() {
    std::size_t wanted = 0;
    for (auto& [id, known] : model_.routes()) {
       if (!known.wanted) continue;
@@ -92,7 +92,7 @@ void SoakChecker::checkRoutesInTables() {
 }
 
 // Every entry of the chip is that of a route in hardware, or of a fastdrop interface.
-void SoakChecker::checkEntries() {
+void SoakOracle::checkEntries() {
    std::size_t own = 0, fastdrops = 0, wantedOwn = 0, wantedFastdrops = 0;
    simulated_.chip().routes().forEach([&](Qor::U32 index, Sim::Entry const& entry) {
       ++figures_.tableChecks;
@@ -137,7 +137,7 @@ void SoakChecker::checkEntries() {
    }
 }
 
-void SoakChecker::checkBoundaries() {
+void SoakOracle::checkBoundaries() {
    std::size_t own = 0, wantedOwn = 0;
    simulated_.chip().boundaries().forEach([&](Qor::U32 index, Sim::Entry const& entry) {
       auto const vrf = vrfNames_.find(entry.vrfId);
@@ -162,7 +162,7 @@ void SoakChecker::checkBoundaries() {
 
 // Each record has a group of its own, which is as its set says and is used by routes; each zombie
 // likewise, and is used by none. There are no other groups.
-void SoakChecker::checkGroups() {
+void SoakOracle::checkGroups() {
    auto const& path = std::as_const(simulated_).path();
    std::vector<RecordRow> const inUse = path.recordsInUse();
    std::vector<RecordRow> const zombies = path.zombieRecords();
@@ -200,7 +200,7 @@ void SoakChecker::checkGroups() {
    checkZombies(zombies, serials);
 }
 
-void SoakChecker::checkMembers(RecordRow const& row, bool zombie) {
+void SoakOracle::checkMembers(RecordRow const& row, bool zombie) {
    auto const& set = row.oifSet->portVlanSet();
    Sim::Group const* const group = simulated_.chip().group(row.group);
    if (!group) {
@@ -223,9 +223,9 @@ void SoakChecker::checkMembers(RecordRow const& row, bool zombie) {
 
 // A zombie lives for its time after its last route left, neither longer nor, unless somebody needs
 // the room, shorter.
-void SoakChecker::checkZombies(std::vector<RecordRow> const& zombies,
-                               std::set<Qor::U64> const& inUse) {
-   double const lifetime = path_ == Path::async ? 3.0 : 4.0;
+void SoakOracle::checkZombies(std::vector<RecordRow> const& zombies,
+                              std::set<Qor::U64> const& inUse) {
+   double const lifetime = path_ == PathKind::async ? 3.0 : 4.0;
    double const now = Qor::now();
    bool const timeStands = !callsTakeTime_;  // else a pass may be late, and a time be old
    std::map<Qor::U64, double> present;
@@ -271,7 +271,7 @@ void SoakChecker::checkZombies(std::vector<RecordRow> const& zombies,
 
 // The time of the latest poll that found the route active: never ahead of the packets, and not
 // behind them for longer than a review takes to come round.
-void SoakChecker::checkActivity(RouteId const& id, Known& known) {
+void SoakOracle::checkActivity(RouteId const& id, Known& known) {
    auto const vrfStatus = simulated_.mfibHwStatus().vrfStatus(id.vrf);
    auto const status = vrfStatus ? vrfStatus->route(id.key) : nullptr;
    auto const* const route = programmer().route(id.vrf, id.key);
@@ -293,26 +293,26 @@ void SoakChecker::checkActivity(RouteId const& id, Known& known) {
    }
    // Two reviews, each a slice at a time, and what calls cost.
    double const entries = simulated_.chip().routes().size() + 1.0;
-   double const gaps = path_ == Path::async ? 0.2 * (entries / 128 + 2) : 0.2;
+   double const gaps = path_ == PathKind::async ? 0.2 * (entries / 128 + 2) : 0.2;
    double const bound = 2 * (model_.longestInterval(now - 600) + gaps +
-                             entries * config_.callCost * (path_ == Path::async ? 2 : 3)) +
+                             entries * config_.callCost * (path_ == PathKind::async ? 2 : 3)) +
                         1;
    if (polled > now + tolerance) wrong(id, "lastPollTime is in the future");
    // Catch-all routes of both families are polled under one key.
    if (id.key.kind() == Scenario::RouteKey::kindCatchAll) return;
-   bool const byHit = path_ == Path::async;
+   bool const byHit = path_ == PathKind::async;
    double const latest = std::max(known.lastHit, known.foundHit);
    if (polled > latest + (byHit ? tolerance : bound) && busySince_ < 0) {
       wrong(id, "lastPollTime is " + Scenario::numberText(polled) + ", the last packet came at " +
                       Scenario::numberText(known.lastHit));
    }
    // On the synchronous path nothing is polled of a route that accepts from anywhere.
-   bool const isPolled =
-         known.wanted && !known.wanted->bridge && (path_ == Path::async || !known.wanted->noRpf);
+   bool const isPolled = known.wanted && !known.wanted->bridge &&
+                         (path_ == PathKind::async || !known.wanted->noRpf);
    bool const due = route->state() == State::inHardware && known.sameSince < known.lastHit &&
                     known.lastHit + bound < now && busySince_ + bound < now &&
                     // A hit bit that could not be read is lost.
-                    (path_ == Path::async || failures() == 0);
+                    (path_ == PathKind::async || failures() == 0);
    if (isPolled && due && polled < known.lastHit - tolerance) {
       wrong(id, "was hit at " + Scenario::numberText(known.lastHit) + ", it is " +
                       Scenario::numberText(now) + ", and lastPollTime is " +
@@ -333,7 +333,7 @@ void SoakChecker::checkActivity(RouteId const& id, Known& known) {
 
 // ---- The end. ----
 
-void SoakChecker::lookAtEmpty() {
+void SoakOracle::lookAtEmpty() {
    Sim::Chip const& chip = std::as_const(simulated_).chip();
    if (chip.groups() != 0) wrong(std::to_string(chip.groups()) + " groups are left over");
    if (chip.routes().size() != 0) {

@@ -1,17 +1,17 @@
-// A simulated switch as a scenario's target.
+// The testbed with a simulated switch.
 #pragma once
 
-#include "agent/scenario/ScenarioTarget.h"
+#include "agent/scenario/Testbed.h"
 #include "agent/switch/SimulatedSwitch.h"
 #include "agent/timeline/Timeline.h"
 
 namespace Agent {
 
-class SimulatedTarget final : public ScenarioTarget {
+class SimulatedTestbed final : public Testbed {
  public:
-   // Both outlive the target; the timeline may be null. Tables are shown on standard output,
+   // Both outlive the testbed, and the timeline may be null. Tables are printed to standard output,
    // unless `quiet`.
-   SimulatedTarget(SimulatedSwitch& simulated, Timeline* timeline, bool quiet)
+   SimulatedTestbed(SimulatedSwitch& simulated, Timeline* timeline, bool quiet)
          : simulated_(simulated), timeline_(timeline), quiet_(quiet) {}
 
    double nextDeadline() const override { return simulated_.activity().nextDeadline(); }
@@ -30,15 +30,15 @@ class SimulatedTarget final : public ScenarioTarget {
    Copies send(Packet const& packet) override {
       return copiesOf(simulated_.chip().forward(onChip(packet)));
    }
-   // The packet as it arrives at the chip, whose VRF and interface become known, and where its copies
-   // came out.
+   // Converts a packet to the chip's form, which registers its VRF and interface, and the copies
+   // from the chip's form.
    Sim::Packet onChip(Packet const& packet);
    static Copies copiesOf(Sim::Forwarded const& forwarded);
 
    RouteFacts route(L3::VrfName const& vrf, Scenario::RouteKey const& key) const override;
    std::uint64_t value(Scenario::State state) const override;
    std::uint64_t value(Scenario::Count count) const override;
-   std::vector<std::string> check() override;
+   std::vector<std::string> forwardingFaults() override;
    std::vector<std::string> audit() const override { return simulated_.audit(); }
 
    void show(std::vector<std::string> const& views) override;
@@ -46,7 +46,7 @@ class SimulatedTarget final : public ScenarioTarget {
 
  private:
    Intf const& learn(Lnet::IntfId id);
-   // An instant in the timeline.
+   // Writes an instant to the timeline.
    void note(std::string const& text);
 
    SimulatedSwitch& simulated_;

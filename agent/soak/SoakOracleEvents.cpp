@@ -1,7 +1,7 @@
-// What the checker is told: what has been done to the switch, and what is to be seen of it.
+// What the oracle is told: what has been done to the switch, and what is to be seen of it.
 #include <algorithm>
 
-#include "agent/soak/SoakChecker.h"
+#include "agent/soak/SoakOracle.h"
 
 namespace Agent {
 
@@ -17,11 +17,11 @@ std::set<Lnet::IntfId> interfacesOf(PairMap const& pairs) {
 
 }  // namespace
 
-void SoakChecker::unverified(RouteId const& id) {
+void SoakOracle::unverified(RouteId const& id) {
    unverified_.push_back(id);
 }
 
-void SoakChecker::routeIs(Route const& route) {
+void SoakOracle::routeIs(Route const& route) {
    RouteId const id{route.vrf, route.key};
    vrfNames_.try_emplace(simulated_.vrfId(route.vrf)->value(), route.vrf);
    Known* const there = model_.find(id);
@@ -44,40 +44,40 @@ void SoakChecker::routeIs(Route const& route) {
    figures_.routesPeak = std::max<std::uint64_t>(figures_.routesPeak, programmer().routes());
 }
 
-std::optional<std::uint64_t> SoakChecker::writesIfUnchanged(Route const& route) {
+std::optional<std::uint64_t> SoakOracle::writesIfUnchanged(Route const& route) {
    Known const* const known = model_.find({route.vrf, route.key});
    bool const same = known && known->wanted && sameWish(*known->wanted, route);
    if (!same || callsTakeTime_ || !atRest()) return std::nullopt;
    return writes();
 }
 
-void SoakChecker::unchanged(Route const& route, std::uint64_t writesBefore) {
+void SoakOracle::unchanged(Route const& route, std::uint64_t writesBefore) {
    if (atRest() && writes() == writesBefore) return;
    wrong({route.vrf, route.key}, "was told again as it is, and the chip was written to");
 }
 
-void SoakChecker::routeDel(RouteId const& id) {
+void SoakOracle::routeDel(RouteId const& id) {
    if (model_.wantedDel(id, failuresAtRest_)) unverified(id);
 }
 
-void SoakChecker::linkIs(Lnet::IntfId intf, Interface::IntfOperStatus state) {
+void SoakOracle::linkIs(Lnet::IntfId intf, Interface::IntfOperStatus state) {
    noteRecovered();
    if (model_.linkIs(intf, state)) rerouted(intf);
 }
 
-void SoakChecker::bfdIs(Bfd::Peer const& peer, std::optional<Bfd::OperState> state) {
+void SoakOracle::bfdIs(Bfd::Peer const& peer, std::optional<Bfd::OperState> state) {
    noteRecovered();
    if (model_.bfdIs(peer, state)) rerouted(peer.intfId());
 }
 
 // A replay knows the found groups by their members. With few free ones some may have to wait until
 // it is over.
-bool SoakChecker::roomToSpare() const {
+bool SoakOracle::roomToSpare() const {
    return 2 * simulated_.path().groupsAllocated() + 50 < simulated_.chip().config().groups;
 }
 
-bool SoakChecker::staysOverCrash(RouteId const& id, Known const& known, bool rest) const {
-   if (!known.wanted || known.rerouted || !roomToSpare()) return false;
+bool SoakOracle::staysOverCrash(RouteId const& id, Known const& known, bool rest) const {
+   if (!known.wanted || !known.rerouted.empty() || !roomToSpare()) return false;
    bool const denied = std::any_of(excuses_.begin(), excuses_.end(),
                                    [](Excuse const& excuse) { return excuse.denied; });
    if (denied || failedLately()) return false;
@@ -86,7 +86,7 @@ bool SoakChecker::staysOverCrash(RouteId const& id, Known const& known, bool res
    return rest && route && route->state() == State::inHardware;
 }
 
-void SoakChecker::crash(Scenario::Restart const& restart) {
+void SoakOracle::crash(Scenario::Restart const& restart) {
    bool const rest = atRest();
    if (restart.replay) {
       std::set<RouteId> told;
@@ -118,13 +118,13 @@ void SoakChecker::crash(Scenario::Restart const& restart) {
    purgesAtZombies_ = 0;
 }
 
-void SoakChecker::rerouting(Lnet::IntfId failed) {
+void SoakOracle::rerouting(Lnet::IntfId failed) {
    if (!model_.failed(failed)) wrong(failed.name() + " is rerouted, and has not failed");
    rerouted(failed);
 }
 
 // The replay is over: all that has failed by now was rerouted.
-void SoakChecker::noteRecovered() {
+void SoakOracle::noteRecovered() {
    if (!replay_.underWay || simulated_.recovering()) return;
    replay_.underWay = false;
    for (auto const& [id, known] : model_.routes()) {
@@ -138,7 +138,7 @@ void SoakChecker::noteRecovered() {
 
 // A route that has not been told again goes with its group, which may have been taken over for
 // another set of the same members, and been rewritten for that one's failure since.
-std::vector<Outputs> SoakChecker::followed(Known const& known) const {
+std::vector<Outputs> SoakOracle::followed(Known const& known) const {
    if (!replay_.underWay || replay_.rewrites.empty()) return {};
    std::set<Members> seen;
    std::vector<Members> next;
@@ -167,19 +167,19 @@ std::vector<Outputs> SoakChecker::followed(Known const& known) const {
    return outputs;
 }
 
-void SoakChecker::nobodyUninterrupted() {
+void SoakOracle::nobodyUninterrupted() {
    for (auto& [id, known] : model_.routes())
       known.uninterrupted = false;
 }
 
 // Whoever holds a group for a set that comes in over the failed interface sends to its backup from
 // now on. Which group that is, the record says; that it must be rewritten is said here.
-void SoakChecker::rerouted(Lnet::IntfId failed) {
+void SoakOracle::rerouted(Lnet::IntfId failed) {
    if (replay_.underWay && !programmer().recovering()) replay_.rerouted.insert(failed);
    auto const hit = [&](MrouteLib::PortVlanSet const& set) {
       // Sets without outputs have no group of the table, on the path whose chip has one for them.
       return set.currentIif() == failed && !set.portVlanFrr().empty() &&
-             (path_ == Path::async || !set.portVlan().empty());
+             (path_ == PathKind::async || !set.portVlan().empty());
    };
    for (RecordRow const& row : std::as_const(simulated_).path().recordsInUse()) {
       auto const& set = row.oifSet->portVlanSet();
@@ -199,22 +199,23 @@ void SoakChecker::rerouted(Lnet::IntfId failed) {
       known->mayGoBack = known->mayGoBack || route.state() != State::inHardware;
       auto const oifSet = route.record()->oifSet();
       if (!hit(oifSet->portVlanSet())) return;
-      known->rerouted = oifSet->serial();
+      known->rerouted.insert(oifSet->serial());
       known->uninterrupted = false;
       if (!std::exchange(known->unverified, true)) unverified(id);
       ++figures_.reroutes;
    });
 }
 
-void SoakChecker::configIs(Scenario::Config const& config) {
+void SoakOracle::configIs(Scenario::Config const& config) {
    counters_.configIs(config);
    if (config.activityPollingInterval) {
-      model_.intervalIs(std::max<double>(*config.activityPollingInterval,
-                                         path_ == Path::async ? config_.minPollingInterval : 0));
+      model_.intervalIs(
+            std::max<double>(*config.activityPollingInterval,
+                             path_ == PathKind::async ? config_.minPollingInterval : 0));
    }
 }
 
-void SoakChecker::faultIs(Scenario::Fault const& fault) {
+void SoakOracle::faultIs(Scenario::Fault const& fault) {
    auto const set = [&](Table table, std::optional<bool> denied) {
       if (!denied) return;
       Excuse& excuse = excuses_[static_cast<std::size_t>(table)];
@@ -225,11 +226,11 @@ void SoakChecker::faultIs(Scenario::Fault const& fault) {
    set(Table::boundary, fault.boundariesExhausted);
    if (fault.groupsExhausted || fault.routesExhausted || fault.boundariesExhausted)
       nobodyUninterrupted();
-   if (fault.slowNext && path_ == Path::sync) callsTakeTime_ = true;
+   if (fault.slowNext && path_ == PathKind::sync) callsTakeTime_ = true;
    if (fault.hitBitsBusy) busySince_ = Qor::now() + 0.02 * *fault.hitBitsBusy;
 }
 
-void SoakChecker::sent(Sim::Packet const& packet, Sim::Forwarded const& forwarded) {
+void SoakOracle::sent(Sim::Packet const& packet, Sim::Forwarded const& forwarded) {
    ++figures_.packets;
    if (!forwarded.entry) return;
    bool const bridged = forwarded.result == Sim::Forwarding::bridged;
@@ -243,7 +244,7 @@ void SoakChecker::sent(Sim::Packet const& packet, Sim::Forwarded const& forwarde
    if (Known* const known = model_.find(id)) noteHit(id, *known, *entry);
 }
 
-void SoakChecker::noteHit(RouteId const&, Known& known, Sim::Entry const& entry) const {
+void SoakOracle::noteHit(RouteId const&, Known& known, Sim::Entry const& entry) const {
    known.anyHit = Qor::now();
    if (replay_.underWay) known.foundHit = known.anyHit;
    if (!known.wanted) return;

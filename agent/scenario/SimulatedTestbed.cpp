@@ -1,4 +1,4 @@
-#include "agent/scenario/SimulatedTarget.h"
+#include "agent/scenario/SimulatedTestbed.h"
 
 #include <iostream>
 #include <set>
@@ -8,21 +8,21 @@
 
 namespace Agent {
 
-Intf const& SimulatedTarget::learn(Lnet::IntfId id) {
+Intf const& SimulatedTestbed::learn(Lnet::IntfId id) {
    try {
       return simulated_.learnIntf(id);
    } catch (InterfaceMapFull const& full) {
-      throw ScenarioRefused(full.what());
+      throw TestbedRefusal(full.what());
    }
 }
 
-void SimulatedTarget::note(std::string const& what) {
+void SimulatedTestbed::note(std::string const& what) {
    if (timeline_) timeline_->instant(what);
 }
 
-// ---- What happens to the switch. ----
+// ---- Changes of the switch. ----
 
-void SimulatedTarget::routeIs(Route const& route) {
+void SimulatedTestbed::routeIs(Route const& route) {
    WantedRoute wanted;
    wanted.acceptingIntfId = route.iif;
    wanted.acceptingVlan = learn(route.iif).vlan;
@@ -32,7 +32,7 @@ void SimulatedTarget::routeIs(Route const& route) {
       wanted.acceptingVlan = {};
    }
    if (route.bridge && !simulated_.path().bridges()) {
-      throw ScenarioRefused("this path has no bridge entries");
+      throw TestbedRefusal("this path has no bridge entries");
    }
    wanted.bridgeAction = route.bridge;
    wanted.set.typeIs(route.bridge ? Routing::Multicast::Fib::RouteKeyType::bridged
@@ -48,31 +48,31 @@ void SimulatedTarget::routeIs(Route const& route) {
    }
    for (Lnet::IntfId const oif : route.backup) {
       Intf const& out = learn(oif);
-      if (out.cpu) throw ScenarioRefused("the CPU is no backup");
+      if (out.cpu) throw TestbedRefusal("the CPU cannot be a backup");
       wanted.set.newPortVlanFrr(MrouteLib::PortVlan(oif, out.vlan), true);
    }
    if (!route.backup.empty()) wanted.set.currentIifIs(route.iif);
    for (Lnet::IntfId const intf : route.fastdrop) {
-      if (intf == route.iif) throw ScenarioRefused("the route accepts from " + intf.name());
+      if (intf == route.iif) throw TestbedRefusal(intf.name() + " is the input of the route");
       wanted.fastdrop.push_back({intf, learn(intf).vlan});
    }
    simulated_.learnVrf(route.vrf);
    simulated_.routeIs(route.vrf, route.key, std::move(wanted));
 }
 
-void SimulatedTarget::routeDel(L3::VrfName const& vrf, Scenario::RouteKey const& key) {
+void SimulatedTestbed::routeDel(L3::VrfName const& vrf, Scenario::RouteKey const& key) {
    simulated_.routeDel(vrf, key);
 }
 
-void SimulatedTarget::linkIs(Lnet::IntfId intf, Interface::IntfOperStatus state) {
+void SimulatedTestbed::linkIs(Lnet::IntfId intf, Interface::IntfOperStatus state) {
    learn(intf);
    note(fmt::format("link {} {}", intf, state));
    simulated_.linkIs(intf, state);
 }
 
-void SimulatedTarget::bfdIs(Bfd::Peer const& peer, std::optional<Bfd::OperState> state) {
+void SimulatedTestbed::bfdIs(Bfd::Peer const& peer, std::optional<Bfd::OperState> state) {
    Bfd::AppStatus* const sessions = simulated_.path().bfdAppStatus();
-   if (!sessions) throw ScenarioRefused("this path follows no BFD sessions");
+   if (!sessions) throw TestbedRefusal("this path has no BFD sessions");
    if (!state) {
       note(fmt::format("bfd {} removed", peer));
       sessions->peerStatusDel(peer);
@@ -82,7 +82,7 @@ void SimulatedTarget::bfdIs(Bfd::Peer const& peer, std::optional<Bfd::OperState>
    sessions->newPeerStatus(peer)->statusIs(*state);
 }
 
-void SimulatedTarget::configIs(Scenario::Config const& config) {
+void SimulatedTestbed::configIs(Scenario::Config const& config) {
    auto& mfibConfig = simulated_.mfibConfig();
    if (config.activityPollingInterval) {
       mfibConfig.activityPollingIntervalIs(*config.activityPollingInterval);
@@ -91,8 +91,8 @@ void SimulatedTarget::configIs(Scenario::Config const& config) {
    if (config.allCounter) mfibConfig.allCounterIs(*config.allCounter);
 }
 
-void SimulatedTarget::counterRouteIs(L3::VrfName const& vrf, Scenario::RouteKey const& key,
-                                     bool counted) {
+void SimulatedTestbed::counterRouteIs(L3::VrfName const& vrf, Scenario::RouteKey const& key,
+                                      bool counted) {
    auto const config = simulated_.mfibConfig().newConfig(vrf.name());
    if (counted) {
       config->counterRouteIs(key);
@@ -101,7 +101,7 @@ void SimulatedTarget::counterRouteIs(L3::VrfName const& vrf, Scenario::RouteKey 
    }
 }
 
-void SimulatedTarget::faultIs(Scenario::Fault const& fault) {
+void SimulatedTestbed::faultIs(Scenario::Fault const& fault) {
    note("fault");
    Sim::Faults& faults = simulated_.path().faults();
    if (fault.groupsExhausted) faults.groupsExhaustedIs(*fault.groupsExhausted);
@@ -118,7 +118,7 @@ void SimulatedTarget::faultIs(Scenario::Fault const& fault) {
    if (auto const& f = fault.rate) faults.rateIs(f->write, f->probability);
 }
 
-void SimulatedTarget::restart(Scenario::Restart const& restart) {
+void SimulatedTestbed::restart(Scenario::Restart const& restart) {
    RestartOptions options;
    options.order = restart.order;
    options.seed = restart.seed;
@@ -132,7 +132,7 @@ void SimulatedTarget::restart(Scenario::Restart const& restart) {
       for (Scenario::RouteRun const& run : *restart.replay) {
          for (std::uint32_t i = 0; i < run.groups; ++i) {
             RouteId const id{run.vrf, run.key(i)};
-            if (!wanted.contains(id)) throw ScenarioRefused(id.toString() + " is not wanted");
+            if (!wanted.contains(id)) throw TestbedRefusal(id.toString() + " is not wanted");
             only.insert(id);
          }
       }
@@ -141,13 +141,13 @@ void SimulatedTarget::restart(Scenario::Restart const& restart) {
    simulated_.restart(options);
 }
 
-Sim::Packet SimulatedTarget::onChip(Packet const& packet) {
+Sim::Packet SimulatedTestbed::onChip(Packet const& packet) {
    simulated_.learnVrf(packet.vrf);
    return {simulated_.vrfId(packet.vrf)->value(), packet.source, packet.group,
            learn(packet.iif).vlan, packet.bytes};
 }
 
-ScenarioTarget::Copies SimulatedTarget::copiesOf(Sim::Forwarded const& forwarded) {
+Testbed::Copies SimulatedTestbed::copiesOf(Sim::Forwarded const& forwarded) {
    Copies copies;
    copies.result = fmt::format("{}", forwarded.result);
    for (auto const& copy : forwarded.copies)
@@ -156,10 +156,10 @@ ScenarioTarget::Copies SimulatedTarget::copiesOf(Sim::Forwarded const& forwarded
    return copies;
 }
 
-// ---- What the switch is like. ----
+// ---- State of the switch. ----
 
-ScenarioTarget::RouteFacts SimulatedTarget::route(L3::VrfName const& vrf,
-                                                  Scenario::RouteKey const& key) const {
+Testbed::RouteFacts SimulatedTestbed::route(L3::VrfName const& vrf,
+                                            Scenario::RouteKey const& key) const {
    RouteFacts facts;
    auto const* route = std::as_const(simulated_).routeProgrammer().route(vrf, key);
    if (!route) return facts;
@@ -180,7 +180,7 @@ ScenarioTarget::RouteFacts SimulatedTarget::route(L3::VrfName const& vrf,
    return facts;
 }
 
-std::uint64_t SimulatedTarget::value(Scenario::State state) const {
+std::uint64_t SimulatedTestbed::value(Scenario::State state) const {
    RouteProgrammer const& programmer = std::as_const(simulated_).routeProgrammer();
    std::uint64_t inHardware = 0, failed = 0;
    programmer.forEachRoute([&](RouteProgrammer::Route const& route) {
@@ -208,7 +208,7 @@ std::uint64_t SimulatedTarget::value(Scenario::State state) const {
    return 0;
 }
 
-std::uint64_t SimulatedTarget::value(Scenario::Count count) const {
+std::uint64_t SimulatedTestbed::value(Scenario::Count count) const {
    auto const figures = simulated_.figures();
    auto const& counters = figures.programmer;
    Sim::Chip const& chip = simulated_.chip();
@@ -244,12 +244,13 @@ std::uint64_t SimulatedTarget::value(Scenario::Count count) const {
       case Scenario::Count::swept:
          return figures.swept;
       default:
-         return 0;  // the player's own
+         return 0;  // the counts of the player
    }
 }
 
-// By the chip's tables, without a packet. A rewritten record forwards to its set's backup.
-std::vector<std::string> SimulatedTarget::check() {
+// Reads the chip's tables and sends no packet, because packets would count as activity. A rewritten
+// record forwards to the backup of its set.
+std::vector<std::string> SimulatedTestbed::forwardingFaults() {
    std::vector<std::string> wrong;
    auto const& programmer = std::as_const(simulated_).routeProgrammer();
    programmer.forEachRoute([&](RouteProgrammer::Route const& route) {
@@ -274,7 +275,7 @@ std::vector<std::string> SimulatedTarget::check() {
    return wrong;
 }
 
-void SimulatedTarget::show(std::vector<std::string> const& views) {
+void SimulatedTestbed::show(std::vector<std::string> const& views) {
    if (quiet_) return;
    for (std::string const& name : views) {
       View const view = *viewNamed(name);

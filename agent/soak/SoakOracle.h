@@ -46,15 +46,15 @@ struct SoakFigures {
    SoakFigures& operator+=(SoakFigures const& other);
 };
 
-class SoakChecker {
+class SoakOracle {
  public:
-   using Route = ScenarioTarget::Route;
+   using Route = Testbed::Route;
 
    static constexpr unsigned usualLooks = 16;
 
-   // The switch outlives the checker, which looks at everything once in so many looks.
-   SoakChecker(SimulatedSwitch& simulated, Path path, PathConfig const& config,
-               unsigned looksPerFullCheck = usualLooks);
+   // The switch outlives the oracle, which looks at everything once in so many looks.
+   SoakOracle(SimulatedSwitch& simulated, PathKind path, PathConfig const& config,
+              unsigned looksPerFullCheck = usualLooks);
 
    // ---- What has been done to the switch. ----
 
@@ -146,6 +146,8 @@ class SoakChecker {
    // The route is null while it is not told again after a restart.
    void checkPacket(RouteId const& id, Known& known, RouteProgrammer::Route const* route,
                     bool rest);
+   // The oif set object of the group that the route holds, by serial.
+   static std::optional<Qor::U64> heldBy(RouteProgrammer::Route const* route);
    // What the route must forward to now; more than one where a failed rewrite leaves it open.
    std::vector<Outputs> expected(Known& known, RouteProgrammer::Route const* route) const;
    void noteHit(RouteId const& id, Known& known, Sim::Entry const& entry) const;
@@ -159,7 +161,7 @@ class SoakChecker {
    void checkActivity(RouteId const& id, Known& known);
 
    SimulatedSwitch& simulated_;
-   Path const path_;
+   PathKind const path_;
    PathConfig const config_;
    SoakModel model_;
    SoakCounters counters_;

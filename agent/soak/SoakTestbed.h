@@ -1,0 +1,104 @@
+// A simulated switch that is watched: a scenario's testbed that does what SimulatedTestbed does, tells
+// the oracle of it, and has the oracle look whenever the clock is about to move.
+#pragma once
+
+#include "agent/scenario/SimulatedTestbed.h"
+#include "agent/soak/SoakOracle.h"
+
+namespace Agent {
+
+class SoakTestbed final : public Testbed {
+ public:
+   // All three outlive the testbed.
+   SoakTestbed(SimulatedSwitch& simulated, SimulatedTestbed& testbed, SoakOracle& oracle)
+         : simulated_(simulated), testbed_(testbed), oracle_(oracle) {
+      simulated_.onRerouting([this](Lnet::IntfId intf) { oracle_.rerouting(intf); });
+   }
+   ~SoakTestbed() { simulated_.onRerouting(nullptr); }
+
+   double nextDeadline() const override { return testbed_.nextDeadline(); }
+   void runUntil(double time) override {
+      lookIfChanged(time);
+      testbed_.runUntil(time);
+   }
+   void settle() override {
+      lookIfChanged(Qor::never);
+      testbed_.settle();
+      oracle_.look();
+   }
+
+   void routeIs(Route const& route) override {
+      auto const writes = oracle_.writesIfUnchanged(route);
+      testbed_.routeIs(route);
+      oracle_.routeIs(route);
+      if (writes) {
+         testbed_.runUntil(Qor::now());
+         oracle_.unchanged(route, *writes);
+      }
+      changed_ = true;
+   }
+   void routeDel(L3::VrfName const& vrf, Scenario::RouteKey const& key) override {
+      testbed_.routeDel(vrf, key);
+      oracle_.routeDel({vrf, key});
+      changed_ = true;
+   }
+   void linkIs(Lnet::IntfId intf, Interface::IntfOperStatus state) override {
+      testbed_.linkIs(intf, state);
+      oracle_.linkIs(intf, state);
+      changed_ = true;
+   }
+   void bfdIs(Bfd::Peer const& peer, std::optional<Bfd::OperState> state) override {
+      testbed_.bfdIs(peer, state);
+      oracle_.bfdIs(peer, state);
+      changed_ = true;
+   }
+   void configIs(Scenario::Config const& config) override {
+      testbed_.configIs(config);
+      oracle_.configIs(config);
+      changed_ = true;
+   }
+   void counterRouteIs(L3::VrfName const& vrf, Scenario::RouteKey const& key,
+                       bool counted) override {
+      testbed_.counterRouteIs(vrf, key, counted);
+      oracle_.counterRouteIs({vrf, key}, counted);
+      changed_ = true;
+   }
+   void faultIs(Scenario::Fault const& fault) override {
+      testbed_.faultIs(fault);
+      oracle_.faultIs(fault);
+      changed_ = true;
+   }
+   void restart(Scenario::Restart const& restart) override {
+      // What is under way when the agent crashes is compared as it stands.
+      lookIfChanged(Qor::never);
+      oracle_.crash(restart);
+      testbed_.restart(restart);
+      changed_ = true;
+   }
+   Copies send(Packet const& packet) override;
+
+   RouteFacts route(L3::VrfName const& vrf, Scenario::RouteKey const& key) const override {
+      return testbed_.route(vrf, key);
+   }
+   std::uint64_t value(Scenario::State state) const override { return testbed_.value(state); }
+   std::uint64_t value(Scenario::Count count) const override { return testbed_.value(count); }
+   std::vector<std::string> forwardingFaults() override { return testbed_.forwardingFaults(); }
+   std::vector<std::string> audit() const override { return testbed_.audit(); }
+   void show(std::vector<std::string> const&) override {}
+
+ private:
+   // What is due at the present time is done before anything of a later time in any case.
+   void lookIfChanged(double time) {
+      if (!changed_ || time <= Qor::now()) return;
+      changed_ = false;
+      testbed_.runUntil(Qor::now());
+      oracle_.look();
+   }
+
+   SimulatedSwitch& simulated_;
+   SimulatedTestbed& testbed_;
+   SoakOracle& oracle_;
+   bool changed_ = false;
+};
+
+}  // namespace Agent
