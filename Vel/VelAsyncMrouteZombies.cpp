@@ -34,7 +34,7 @@ void AsyncMrouteSwitch::handleFreeMtableOifSet(RecordPtr const& record) {
    }
 
    // A listener of the changes below may release the last reference to the switch.
-   Qor::Ptr<AsyncMrouteSwitch> const self(this);
+   auto const self = hold();
    if (deleted_) {
       VEL_TRACE(2, "MrouteSwitch deletion, skipping delayed deletion");
       freeNow(record);

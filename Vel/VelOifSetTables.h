@@ -110,14 +110,14 @@ class OifSetTables : public Qor::Entity<Switch, Base> {
       return record;
    }
    void zombieOifSetDel(ZombieKey key) {
-      Qor::Ptr<Switch> const held(&self());
+      auto const held = this->hold();
       zombieOifSet_.del(self(), key);
    }
    typename ZombieOifSetColl::Iterator zombieOifSetDel(typename ZombieOifSetColl::Iterator it) {
       return zombieOifSet_.del(self(), it);
    }
    void zombieOifSetDelAll() {
-      Qor::Ptr<Switch> const held(&self());
+      auto const held = this->hold();
       zombieOifSet_.delAll(self());
    }
    void zombieOifSetNotify(ZombieKey key) { zombieOifSet_.notify(self(), key); }

@@ -43,13 +43,13 @@ MrouteSwitch::RoutePtr MrouteSwitch::routeIs(RouteHandle handle, IpGenRouteKey k
 // The removed route may be the last user of its record, and the switch must live to free that
 // record.
 void MrouteSwitch::routeDel(RouteHandle handle) {
-   Qor::Ptr<MrouteSwitch> const self(this);
+   auto const self = hold();
    handleToRouteKey_.erase(handle);
    route_.del(*this, handle);
 }
 
 void MrouteSwitch::routeDelAll() {
-   Qor::Ptr<MrouteSwitch> const self(this);
+   auto const self = hold();
    handleToRouteKey_.clear();
    route_.delAll(*this);
 }

@@ -193,7 +193,7 @@ void MrouteSwitch::handleFreeMtableOifSet(RecordPtr const& record) {
       return;
    }
    // A listener of the changes below may drop the last reference to the switch.
-   Qor::Ptr<MrouteSwitch> const self(this);
+   auto const self = hold();
    if (deleted_) {
       VEL_TRACE(3, "MrouteSwitch deletion - skipping delayed deletion of oifSet");
    } else if (record->zombie().isZombie()) {

@@ -44,7 +44,7 @@ void Clock::timeMinIs(Seconds time) const {
 }
 
 void Clock::fire() const {
-   Ptr<Clock const> const self(this);  // a handler may drop the last reference
+   auto const self = hold();  // a handler may drop the last reference
    Seconds const instant = manager_->now();
    firingsAtInstant_ = firedAt_ == instant ? firingsAtInstant_ + 1 : 1;
    firedAt_ = instant;
@@ -113,7 +113,7 @@ U32 ActivityManager::runDue() {
       if (deadline.first > turn) break;
       due.push_back(deadline);
    }
-   Ptr<ActivityManager> const self(this);  // a handler may drop the last reference
+   auto const self = hold();  // a handler may drop the last reference
    U32 fired = 0;
    for (auto const& deadline : due) {
       auto const it = queue_.find(deadline);
@@ -130,7 +130,7 @@ U32 ActivityManager::runDue() {
 
 void ActivityManager::runUntil(Seconds until) {
    QOR_ASSERT(timeBase_ == TimeBase::virtualTime);
-   Ptr<ActivityManager> const self(this);
+   auto const self = hold();
    while (!queue_.empty() && nextDeadline() <= until) {
       // Time may be beyond the deadline already, by advance() or with a deadline in the past.
       virtualNow_ = std::max(virtualNow_, nextDeadline());

@@ -63,7 +63,7 @@ void XactQueue::arm() {
 // The number of pending writes is taken first: a write that a reactor issues during this firing
 // waits for the next one, even with a latency of 0. A reactor may also release the queue.
 void XactQueue::handleClock() {
-   Qor::Ptr<XactQueue> const self(this);
+   auto const self = hold();
    Qor::U32 left = std::min(pending(), completionsPerFiring);
    while (left-- > 0 && !pending_.empty()) {
       if (pending_.front().due > Qor::now() || pending_.front().blocked()) break;
