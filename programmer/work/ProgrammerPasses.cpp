@@ -1,0 +1,246 @@
+// The work over time: passes and their budget, errors of hooks, the lines for room, and the look at
+// all routes after a change of vlans or VRFs.
+#include <algorithm>
+#include <utility>
+
+#include "programmer/work/ProgrammerWork.h"
+
+namespace VelMroute {
+
+// ---- Notifications. ----
+
+void ProgrammerWork::mark(ProgrammedRoute& route) {
+   if (std::exchange(route.marked, true)) return;
+   marked_.push_back(&route);
+   schedulePass();
+}
+
+void ProgrammerWork::schedulePass() {
+   if (passClock_->timeMin() > Qor::now()) passClock_->timeMinIs(Qor::now());
+}
+
+void ProgrammerWork::roomIs(Table table) {
+   if (line(table).empty()) return;
+   line(table).roomIs(true);
+   schedulePass();
+}
+
+void ProgrammerWork::roomAnywhere() {
+   tryAgain();
+}
+
+void ProgrammerWork::tryAgain() {
+   for (Table const table : allTables)
+      roomIs(table);
+}
+
+void ProgrammerWork::vrfChanged() {
+   lookAtAll();
+}
+
+void ProgrammerWork::vlanChanged() {
+   wishes_.vlansChanged();
+   lookAtAll();
+}
+
+// ---- Passes. ----
+
+// One pass: marked routes first, since they may give room; then the lines; then slices of longer
+// work.
+void ProgrammerWork::runPass() {
+   QOR_ASSERT(Qor::activityManager() == loop_);
+   Budget budget(options_.routesPerPass, Qor::now() + options_.passBudget);
+   do {
+      if (marked_.empty()) break;
+      RoutePtr const route = std::move(marked_.front());
+      marked_.pop_front();
+      guarded(*route, [&] { process(*route); });
+      budget.take();
+   } while (!budget.spent());
+   if (!recovering_ && end_ == Ending::no) {
+      for (WaitingLine& line : lines_)
+         serveLine(line, budget);
+   }
+   look(budget);
+   goOnWithResync(budget);
+   goOnWithEnd(budget);
+   if (end_ == Ending::ended) return;
+   commitPass();
+   bool const more = !marked_.empty() || someMayTry() || looking_ || lookAgain_ ||
+                     resync_ == Resync::dropping || resync_ == Resync::placing ||
+                     end_ == Ending::clean;
+   passClock_->timeMinIs(more ? Qor::now() : Qor::never);
+}
+
+template <class Step>
+void ProgrammerWork::guarded(ProgrammedRoute& route, Step const& step) {
+   Qor::U64 const before = table_->hookErrors().thrown;
+   auto const who = [&] {
+      HookErrors const& errors = table_->hookErrors();
+      return errors.thrown > before ? "the hook " + errors.hook + " threw" : "a listener threw";
+   };
+   try {
+      step();
+   } catch (EntryStays const&) {
+      fail(route, who() + ", and its entry could not be deleted", true);
+   } catch (std::exception const& error) {
+      fail(route, who() + ": " + error.what(), false);
+   } catch (...) {
+      fail(route, who(), false);
+   }
+}
+
+// Undoes what the route had begun, and tries it again later.
+void ProgrammerWork::fail(ProgrammedRoute& route, Qor::String trouble, bool entryStays) {
+   if (!entryStays) {
+      ++counters_.thrown;
+      table_->clearResults();
+      try {
+         release(route);
+      } catch (EntryStays const&) {  // counted, and tried again with the route
+      } catch (...) {
+         ++counters_.thrown;
+      }
+   }
+   waitNoMore(route);
+   route.trouble = std::make_unique<Qor::String>(std::move(trouble));
+   stateIs(route, RouteState::failed);
+   if (!std::exchange(route.retried, true)) retried_.push_back(&route);
+   armRetry();
+}
+
+void ProgrammerWork::armRetry() {
+   if (retryClock_->timeMin() == Qor::never) retryClock_->timeMinIs(Qor::now() + options_.retry);
+}
+
+void ProgrammerWork::handleRetry() {
+   for (RoutePtr const& route : std::exchange(retried_, {})) {
+      route->retried = false;
+      mark(*route);
+   }
+   for (Leaving const& stray : std::exchange(strays_, {}))
+      leaveEntry(stray);
+   tryAgain();
+   retryClock_->timeMinIs(waiting() > 0 || !strays_.empty() ? Qor::now() + options_.retry
+                                                            : Qor::never);
+}
+
+void ProgrammerWork::commitPass() {
+   if (!std::exchange(wrote_, false)) return;
+   try {
+      table_->commit();
+   } catch (...) {
+      ++counters_.thrown;
+      wrote_ = true;  // the next pass commits
+      armRetry();
+   }
+}
+
+void ProgrammerWork::process(ProgrammedRoute& route) {
+   route.marked = false;
+   if (end_ == Ending::leave) {  // no further write: what failed stays as it is on the chip
+      bool const underWay = route.state == RouteState::programming;
+      if (underWay && !watchPending(route)) stateIs(route, RouteState::queued);
+      return;
+   }
+   if (!route.wish) {
+      remove(route);
+      return;
+   }
+   if (route.state == RouteState::programming) {
+      checkChange(route);
+      if (route.state != RouteState::inHardware) return;
+   }
+   place(route);
+}
+
+void ProgrammerWork::remove(ProgrammedRoute& route) {
+   release(route);
+   waitNoMore(route);
+   stateIs(route, RouteState::queued);
+   if (route.wish) return;  // wanted again, by a listener of these changes
+   forget(route);
+}
+
+// Removes a route that nobody wants from the tables, once its fastdrop entries are gone.
+void ProgrammerWork::forget(ProgrammedRoute& route) {
+   RoutePtr const held(&route);
+   if (ProgrammedRoute* const own = route.owner) {
+      records_ -= std::erase(own->fastdrops, held);
+      if (!own->wish && own->handle.isNull() && !own->marked && !own->retried) forget(*own);
+      return;
+   }
+   if (!route.fastdrops.empty()) return;
+   if (route.vrf.routes.take(route.key)) --records_;
+   changed(route);
+}
+
+// ---- The lines for room. ----
+
+// Lets waiting routes try, first come first served, until one is refused.
+void ProgrammerWork::serveLine(WaitingLine& line, Budget& budget) {
+   for (; line.room() && !budget.spent() && !line.empty(); budget.take()) {
+      RoutePtr const route = line.first();
+      guarded(*route, [&] { placeWaiting(*route, line); });
+   }
+   if (line.empty()) line.roomIs(false);
+}
+
+// While recovering, routes in a line wait for the end.
+bool ProgrammerWork::someMayTry() const {
+   return !recovering_ && end_ == Ending::no &&
+          std::ranges::any_of(lines_, [](WaitingLine const& l) { return l.room() && !l.empty(); });
+}
+
+// ---- The look at all routes. ----
+
+void ProgrammerWork::lookAtAll() {
+   lookAgain_ = true;
+   schedulePass();
+}
+
+// Goes on with the look at all routes. A change in the middle of it begins it again at its end.
+void ProgrammerWork::look(Budget& budget) {
+   if (!looking_ && std::exchange(lookAgain_, false)) {
+      looking_ = true;
+      lookVrf_ = vrfs_.begin();
+      lookPosition_.reset();
+   }
+   while (looking_ && !budget.spent()) {
+      if (lookVrf_ == vrfs_.end()) {
+         looking_ = false;
+         return;
+      }
+      auto const& routes = lookVrf_->second.routes;
+      auto const next = lookPosition_ ? routes.resume(*lookPosition_) : routes.begin();
+      if (next == routes.end()) {
+         ++lookVrf_;
+         lookPosition_.reset();
+         continue;
+      }
+      lookPosition_ = next;
+      RoutePtr const route = next->second;
+      lookAt(*route);
+      for (RoutePtr const& drop : route->fastdrops)
+         lookAt(*drop);
+      budget.take();
+   }
+}
+
+// Marks a route whose vlans or VRF have changed, and withdraws one that a resync has not named.
+void ProgrammerWork::lookAt(ProgrammedRoute& route) {
+   bool const unnamed =
+         end_ == Ending::clean || (resync_ == Resync::dropping && route.resync != resyncs_);
+   if (unnamed) {
+      if (!route.owner) wantNoMore(route);
+      return;
+   }
+   if (!route.wish) return;
+   bool const waits =
+         route.state == RouteState::waitingVlan || route.state == RouteState::waitingVrf;
+   bool const moved = route.at && resolve(route).placement != route.at;
+   bool const renumbered = route.placed && table_->vrfId(route.vrf.name) != route.placedVrf;
+   if (waits || moved || renumbered || route.state == RouteState::failed) mark(route);
+}
+
+}  // namespace VelMroute

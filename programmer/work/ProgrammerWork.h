@@ -1,0 +1,231 @@
+// The work behind VelMroute::Programmer (programmer/Programmer.h).
+//
+//   concern                                             | source
+//   ----------------------------------------------------+----------------------------------
+//   wishes, views and changes for the owner             | work/ProgrammerWishes.cpp
+//   passes, errors of hooks, lines, looks at all routes | work/ProgrammerPasses.cpp
+//   the placement of one route                          | work/ProgrammerPlacing.cpp
+//   resyncs, restart and end                            | work/ProgrammerResync.cpp
+#pragma once
+
+#include <array>
+#include <deque>
+#include <map>
+
+#include "Qor/Clock.h"
+#include "programmer/Programmer.h"
+#include "programmer/work/PublishedRoutes.h"
+#include "programmer/work/WaitingLine.h"
+
+namespace VelMroute {
+
+class ProgrammerWork final : private RouteTable::Listener {
+ public:
+   using Counters = Programmer::Counters;
+   using Vrf = ProgrammedRoute::Vrf;
+
+   ProgrammerWork(Programmer::Inputs inputs, Programmer::Options options);
+   ~ProgrammerWork();
+   ProgrammerWork(ProgrammerWork const&) = delete;
+   ProgrammerWork& operator=(ProgrammerWork const&) = delete;
+
+   RouteTable& table() { return *table_; }
+   Qor::ActivityManager& loop() { return *loop_; }
+
+   // ---- Wishes. ----
+
+   bool routeIs(L3::VrfName const& vrf, RouteKey const& key, WantedRoute wanted);
+   bool routeDel(L3::VrfName const& vrf, RouteKey const& key);
+   ProgrammedRoute const* find(L3::VrfName const& vrf, RouteKey const& key) const;
+   void forEach(std::function<void(ProgrammedRoute const&)> const& visit) const;
+   Qor::U32 routes() const { return wantedRoutes_; }
+   Qor::U32 waiting() const;
+   Counters counters() const;
+   bool settled() const;
+   bool placedAll() const { return marked_.empty() && !lookAgain_ && !looking_; }
+   Qor::String reasonOf(ProgrammedRoute const& route) const;
+   WishPool::Resolution resolve(ProgrammedRoute const& route) const {
+      return wishes_.resolve(*route.wish, route.wish->typeFor(route.key));
+   }
+   std::optional<RouteView::Place> placeInLine(ProgrammedRoute const& route) const;
+   bool changes(Qor::U32 most,
+                std::function<void(L3::VrfName const&, RouteKey const&)> const& visit);
+   void onChanges(std::function<void()> wake);
+
+   // ---- Resync and end. ----
+
+   void resyncBegin();
+   void resyncEnd();
+   bool resyncing() const { return resync_ != Resync::none; }
+   bool recovering() const { return recovering_; }
+   void onReroute(std::function<void(Lnet::IntfId)> handler) { rerouting_ = std::move(handler); }
+   void end(Programmer::End how);
+   bool ended() const { return end_ == Ending::ended; }
+
+   // The route is looked at in the next pass.
+   void mark(ProgrammedRoute& route);
+
+ private:
+   struct Checked {};
+   enum class Resync : unsigned char {
+      none,
+      naming,    // the owner names its routes
+      dropping,  // a look at all routes removes those that were not named
+      placing,   // the last of the named routes are being placed
+      sweeping,  // found groups and entries without a route are being removed
+   };
+   enum class Ending : unsigned char { no, clean, leave, ended };
+   // The share of one pass, which makes at least one step.
+   class Budget {
+    public:
+      Budget(Qor::U32 steps, Qor::Seconds until) : left_(steps), until_(until) {}
+      bool spent() const { return left_ == 0 || (taken_ && Qor::now() > until_); }
+      void take() {
+         --left_;
+         taken_ = true;
+      }
+
+    private:
+      Qor::U32 left_;
+      Qor::Seconds until_;
+      bool taken_ = false;
+   };
+   // Raised when the deletion of an entry threw and the table programmer still has the entry.
+   struct EntryStays {};
+   // An entry that is to be deleted once its replacement is written.
+   struct Leaving {
+      MrouteLib::RouteHandle handle;
+      Table table = Table::entry;
+   };
+   class QorClock;
+   class VlanWatch;
+
+   ProgrammerWork(Programmer::Inputs inputs, Programmer::Options options, Checked);
+
+   // ---- Notifications, which only mark. ----
+
+   void roomIs(Table table) override;
+   void roomAnywhere() override;
+   void vrfChanged() override;
+   void vlanChanged();
+
+   // ---- Passes. ----
+
+   void schedulePass();
+   void runPass();
+   // Makes one step of the work on a route. An error fails the route alone.
+   template <class Step>
+   void guarded(ProgrammedRoute& route, Step const& step);
+   void fail(ProgrammedRoute& route, Qor::String trouble, bool entryStays);
+   void armRetry();
+   void process(ProgrammedRoute& route);
+   void remove(ProgrammedRoute& route);
+   void forget(ProgrammedRoute& route);
+   void serveLine(WaitingLine& line, Budget& budget);
+   bool someMayTry() const;
+   void tryAgain();
+   void handleRetry();
+   void lookAtAll();
+   void look(Budget& budget);
+   void lookAt(ProgrammedRoute& route);
+   void commitPass();
+
+   // ---- Placing. ----
+
+   RouteTable::Spec specOf(ProgrammedRoute const& route) const;
+   bool aim(ProgrammedRoute& route);
+   void place(ProgrammedRoute& route);
+   void placeWaiting(ProgrammedRoute& route, WaitingLine& line);
+   void placeNew(ProgrammedRoute& route);
+   bool isPlaced(ProgrammedRoute const& route) const;
+   bool hasWantedSet(ProgrammedRoute const& route) const;
+   bool hasWantedEntry(ProgrammedRoute const& route) const;
+   bool mustQueue(ProgrammedRoute& route);
+   bool sharesGroup(ProgrammedRoute const& route) const;
+   std::optional<Table> keptForOthers(ProgrammedRoute const& route);
+   void queueUp(ProgrammedRoute& route, Table table);
+   void wait(ProgrammedRoute& route, RouteState state);
+   void waitNoMore(ProgrammedRoute& route);
+   MrouteLib::MtableOifSetPtr allocateRecord(ProgrammedRoute& route);
+   MrouteLib::OifSetPtr sharedOifSet(MrouteLib::PortVlanSet const& set);
+   RouteTable::Refusal allocateEntry(ProgrammedRoute& route,
+                                     MrouteLib::MtableOifSetPtr const& record);
+   bool replaceEntry(ProgrammedRoute& route, MrouteLib::MtableOifSetPtr const& record,
+                     Leaving& leaving);
+   void pointAt(ProgrammedRoute& route, MrouteLib::MtableOifSetPtr record);
+   bool mustStandBack(ProgrammedRoute& route);
+   void markSiblings(ProgrammedRoute& route);
+   bool watchPending(ProgrammedRoute& route);
+   void checkChange(ProgrammedRoute& route);
+   void changeDone(ProgrammedRoute& route);
+   void changeFailed(ProgrammedRoute& route, Qor::String const& reason);
+   RouteChange& changeOf(ProgrammedRoute& route);
+   void release(ProgrammedRoute& route);
+   void deleteEntry(ProgrammedRoute& route);
+   void leaveEntry(Leaving const& leaving);
+   bool tryDelete(MrouteLib::RouteHandle handle);
+   void leaveRecord(MrouteLib::MtableOifSetPtr& record);
+   void publish(ProgrammedRoute& route);
+   void withdraw(ProgrammedRoute& route);
+   void stateIs(ProgrammedRoute& route, RouteState state);
+   void changed(ProgrammedRoute& route);
+
+   static RouteState stateFor(Table table) {
+      return static_cast<RouteState>(static_cast<int>(RouteState::waitingGroup) +
+                                     static_cast<int>(table));
+   }
+   WaitingLine& line(Table table) { return lines_[static_cast<std::size_t>(table)]; }
+
+   // ---- Wishes, resync, end. ----
+
+   void want(ProgrammedRoute& route, WishPtr wish);
+   void wantNoMore(ProgrammedRoute& route);
+   void recover();
+   void goOnWithResync(Budget const& budget);
+   void goOnWithEnd(Budget& budget);
+   void endRecovery();
+   void handleSweep();
+
+   std::unique_ptr<RouteTable> const table_;
+   Programmer::Options const options_;
+   Restart* const restart_;
+   Qor::Ptr<PublishedRoutes> const published_;
+   Qor::Ptr<Qor::ActivityManager> const loop_;
+   Qor::Ptr<MrouteLib::MrouteTableColl> const tableColl_;
+   WishPool wishes_;
+   std::unique_ptr<VlanWatch> const vlanWatch_;
+
+   std::map<L3::VrfName, Vrf> vrfs_;  // a VRF stays, with its routes or without
+   std::deque<RoutePtr> marked_;
+   std::array<WaitingLine, allTables.size()> lines_;  // by Table
+   std::deque<RoutePtr> retried_;                     // routes that failed by an error
+   std::vector<Leaving> strays_;                      // entries whose deletion threw
+   std::deque<RoutePtr> listed_;                      // changes for the owner
+   std::function<void()> wake_;
+   std::function<void(Lnet::IntfId)> rerouting_;
+   Qor::U32 wantedRoutes_ = 0;
+   Qor::U32 records_ = 0;      // routes and fastdrop entries in the tables of the VRFs
+   Qor::U32 programming_ = 0;  // of these, in the state programming
+   bool wrote_ = false;        // since the last commit
+   Counters counters_;
+
+   // The look at all routes: the position is that of the last route that was looked at.
+   bool looking_ = false;
+   bool lookAgain_ = false;
+   std::map<L3::VrfName, Vrf>::iterator lookVrf_;
+   std::optional<Qor::HashMap<RouteKey, RoutePtr>::ConstIterator> lookPosition_;
+
+   Resync resync_ = Resync::none;
+   Qor::U64 resyncs_ = 0;  // the number of the present resync
+   bool recovering_ = false;
+   std::array<Qor::U32, allTables.size()> free_{};  // while recovering, by Table
+   std::vector<std::pair<L3::VrfName, RouteKey>> recovered_;
+   Ending end_ = Ending::no;
+
+   Qor::Ptr<Qor::Clock> const passClock_;
+   Qor::Ptr<Qor::Clock> const retryClock_;  // armed while a route waits for room or failed
+   Qor::Ptr<Qor::Clock> const sweepClock_;
+   std::array<std::unique_ptr<QorClock>, 3> clockReactors_;
+};
+
+}  // namespace VelMroute

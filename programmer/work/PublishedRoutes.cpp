@@ -1,0 +1,84 @@
+#include "programmer/work/PublishedRoutes.h"
+
+#include <unordered_map>
+
+namespace VelMroute {
+
+namespace {
+
+// The objects in use, by status. The statuses live as long as their objects.
+std::unordered_map<PublishedRoutes::Status const*, PublishedRoutes*>& objects() {
+   static auto* const all =
+         new std::unordered_map<PublishedRoutes::Status const*, PublishedRoutes*>;
+   return *all;
+}
+
+}  // namespace
+
+Qor::Ptr<PublishedRoutes> PublishedRoutes::of(Qor::Ptr<Status> status) {
+   auto const known = objects().find(status.get());
+   if (known != objects().end()) return known->second;
+   auto made = Qor::make<PublishedRoutes>(status);
+   objects().emplace(status.get(), made.get());
+   return made;
+}
+
+PublishedRoutes::~PublishedRoutes() {
+   objects().erase(status_.get());
+}
+
+void PublishedRoutes::add(L3::VrfName const& vrf, RouteKey const& key) {
+   auto const routes = status_->vrfStatusIs(vrf);
+   if (routes->route(key)) {
+      ++further_[{vrf, key, {}}];
+   } else {
+      routes->routeIs(key);
+   }
+}
+
+void PublishedRoutes::inputIs(L3::VrfName const& vrf, RouteKey const& key, Lnet::IntfId iif) {
+   status_->vrfStatusIs(vrf)->routeIs(key)->acceptingIntfIdIs(iif);
+}
+
+bool PublishedRoutes::addFastdrop(L3::VrfName const& vrf, RouteKey const& key, Lnet::IntfId intf) {
+   auto const routes = status_->vrfStatus(vrf);
+   auto const route = routes ? routes->route(key) : nullptr;
+   if (!route) return false;
+   if (route->fastdropLastPollTime().find(intf.name())) {
+      ++further_[{vrf, key, intf}];
+   } else {
+      route->fastdropLastPollTimeIs(intf.name(), 0);
+   }
+   return true;
+}
+
+bool PublishedRoutes::removeFurther(Id const& id) {
+   auto const further = further_.find(id);
+   if (further == further_.end()) return false;
+   if (--further->second == 0) further_.erase(further);
+   return true;
+}
+
+bool PublishedRoutes::remove(L3::VrfName const& vrf, RouteKey const& key) {
+   if (removeFurther({vrf, key, {}})) return false;
+   // The status takes its fastdrop interfaces with it.
+   auto const sameRoute = [&](Id const& id) {
+      return std::get<0>(id) == vrf && std::get<1>(id) == key;
+   };
+   auto it = further_.lower_bound({vrf, key, {}});
+   while (it != further_.end() && sameRoute(it->first))
+      it = further_.erase(it);
+   if (auto const routes = status_->vrfStatus(vrf)) routes->routeDel(key);
+   return true;
+}
+
+void PublishedRoutes::removeFastdrop(L3::VrfName const& vrf, RouteKey const& key,
+                                     Lnet::IntfId intf) {
+   if (removeFurther({vrf, key, intf})) return;
+   auto const routes = status_->vrfStatus(vrf);
+   if (auto const route = routes ? routes->route(key) : nullptr) {
+      route->fastdropLastPollTimeDel(intf.name());
+   }
+}
+
+}  // namespace VelMroute

@@ -1,0 +1,50 @@
+// The publications of all programmers in one hardware status. Each programmer publishes a route for
+// itself; the status of the route is removed with the last publication. A status that was there
+// before the first publication counts as one more, which nobody takes back.
+#pragma once
+
+#include <map>
+#include <tuple>
+#include <utility>
+
+#include "Routing/Multicast/Fib/Hardware/Status.h"
+
+namespace VelMroute {
+
+class PublishedRoutes final : public Qor::RefCounted {
+ public:
+   using Status = Routing::Multicast::Fib::Hardware::Status;
+   using RouteKey = Routing::Multicast::Fib::IpGenRouteKey;
+
+   // The one object of this status in the process.
+   static Qor::Ptr<PublishedRoutes> of(Qor::Ptr<Status> status);
+
+   // For of() alone.
+   explicit PublishedRoutes(Qor::Ptr<Status> status) : status_(std::move(status)) {}
+
+   Qor::Ptr<Status> const& status() const { return status_; }
+
+   // One more publication of the route, and of its fastdrop interface; the latter only if the route
+   // has a status. Returns whether there is one.
+   void add(L3::VrfName const& vrf, RouteKey const& key);
+   bool addFastdrop(L3::VrfName const& vrf, RouteKey const& key, Lnet::IntfId intf);
+   // Sets the input of a published route.
+   void inputIs(L3::VrfName const& vrf, RouteKey const& key, Lnet::IntfId iif);
+   // Takes one publication back. Returns whether that removed the status of the route.
+   bool remove(L3::VrfName const& vrf, RouteKey const& key);
+   void removeFastdrop(L3::VrfName const& vrf, RouteKey const& key, Lnet::IntfId intf);
+
+ private:
+   // A route, or with an interface one of its fastdrop entries.
+   using Id = std::tuple<L3::VrfName, RouteKey, Lnet::IntfId>;
+
+   ~PublishedRoutes() override;
+   // Takes one of the further publications back, if there are any.
+   bool removeFurther(Id const& id);
+
+   Qor::Ptr<Status> const status_;
+   // The publications after the first one, where there are any: most routes are on one chip.
+   std::map<Id, Qor::U32> further_;
+};
+
+}  // namespace VelMroute

@@ -1,0 +1,93 @@
+#include "programmer/work/Wish.h"
+
+#include <algorithm>
+
+#include "Qor/Hash.h"
+
+namespace VelMroute {
+
+using Bridging::VlanIdOrNone;
+using Routing::Multicast::Fib::RouteKeyType;
+
+namespace {
+
+WantedRoute normalized(WantedRoute wanted) {
+   auto& drops = wanted.fastdrop;
+   std::sort(drops.begin(), drops.end());
+   drops.erase(std::unique(drops.begin(), drops.end()), drops.end());
+   return wanted;
+}
+
+Qor::U32 hashOf(WantedRoute const& wanted, bool fastdrop) {
+   Qor::U64 hash = Qor::hashMix(wanted.iif.id(), wanted.outputs ? wanted.outputs->hash() : 0);
+   for (Lnet::IntfId const intf : wanted.fastdrop)
+      hash = Qor::hashMix(hash, intf.id());
+   Qor::U64 const flags = wanted.bridge + 2 * wanted.noRpf + 4 * fastdrop;
+   return Qor::hashFold(Qor::hashMix(hash, flags << 16 | wanted.rpaId.value()));
+}
+
+}  // namespace
+
+Wish::Wish(WishPool* pool, WantedRoute wanted, bool fastdrop)
+      : pool_(pool),
+        wanted_(normalized(std::move(wanted))),
+        fastdrop_(fastdrop),
+        hash_(hashOf(wanted_, fastdrop)) {}
+
+Wish::~Wish() {
+   if (pool_) pool_->wishes_.erase(this);
+}
+
+RouteKeyType Wish::typeFor(Routing::Multicast::Fib::IpGenRouteKey const& key) const {
+   return wanted_.bridge ? RouteKeyType::bridged : Routing::Multicast::Fib::routeKeyType(key);
+}
+
+WishPtr WishPool::get(WantedRoute wanted, bool fastdrop) {
+   auto const made = Qor::make<Wish>(nullptr, std::move(wanted), fastdrop);
+   auto const [it, isNew] = wishes_.insert(made.get());
+   if (!isNew) return *it;
+   made->pool_ = this;
+   return made;
+}
+
+WishPool::Resolution WishPool::resolve(Wish const& wish, RouteKeyType type) const {
+   auto known = std::find_if(wish.resolved_.begin(), wish.resolved_.end(),
+                             [&](auto const& r) { return r.type == type; });
+   if (known == wish.resolved_.end()) {
+      known = wish.resolved_.insert(known, {type, 0, nullptr, {}});
+   }
+   if (known->epoch != epoch_) {
+      Resolution const now = read(wish, type);
+      bool const same = known->placement && now.placement &&
+                        known->placement->vlan == now.placement->vlan &&
+                        known->placement->set == now.placement->set;
+      if (!same) known->placement = now.placement;
+      known->missing = now.missing;
+      known->epoch = epoch_;
+   }
+   return {known->placement, known->missing};
+}
+
+WishPool::Resolution WishPool::read(Wish const& wish, RouteKeyType type) const {
+   WantedRoute const& wanted = wish.wanted();
+   Lnet::IntfId missing;
+   auto const vlanOf = [&](Lnet::IntfId intf) {
+      VlanIdOrNone const vlan = vlans_->intfIdToVlanId(intf);
+      if (vlan.isNone() && missing.isNull()) missing = intf;
+      return vlan;
+   };
+   VlanIdOrNone const input = wanted.noRpf ? VlanIdOrNone() : vlanOf(wanted.iif);
+   MrouteLib::PortVlanSet set(type);
+   if (wanted.outputs) {
+      set.toCpuIs(wanted.outputs->cpu());
+      for (Lnet::IntfId const port : wanted.outputs->ports())
+         set.newPortVlan(MrouteLib::PortVlan(port, vlanOf(port)), true);
+      for (Lnet::IntfId const port : wanted.outputs->backup())
+         set.newPortVlanFrr(MrouteLib::PortVlan(port, vlanOf(port)), true);
+      if (!wanted.outputs->backup().empty()) set.currentIifIs(wanted.iif);
+   }
+   if (!missing.isNull()) return {nullptr, missing};
+   return {Qor::make<Placement>(input, std::move(set)), {}};
+}
+
+}  // namespace VelMroute

@@ -1,0 +1,100 @@
+// Wishes of routes, interned by value, and what they mean in vlans at present. Many routes have one
+// wish, so a change of a vlan is worked out once for all of them.
+#pragma once
+
+#include <unordered_set>
+#include <utility>
+#include <vector>
+
+#include "IntfVlanId/Table.h"
+#include "MrouteLib/PortVlanSet.h"
+#include "Routing/Multicast/Fib/IpGenRouteKey.h"
+#include "programmer/WantedRoute.h"
+
+namespace VelMroute {
+
+// A wish with vlans in place of names. Never changes.
+struct Placement final : public Qor::RefCounted {
+   Placement(Bridging::VlanIdOrNone inputVlan, MrouteLib::PortVlanSet outputs)
+         : vlan(inputVlan), set(std::move(outputs)) {
+      set.saveHash();
+   }
+
+   Bridging::VlanIdOrNone const vlan;  // of the input; none without an input check
+   MrouteLib::PortVlanSet set;
+};
+using PlacementPtr = Qor::Ptr<Placement const>;
+
+class WishPool;
+
+// A wish of a route or of one of its fastdrop entries. In memory once for all routes that have it.
+class Wish final : public Qor::RefCounted {
+ public:
+   using RouteKeyType = Routing::Multicast::Fib::RouteKeyType;
+
+   Wish(WishPool* pool, WantedRoute wanted, bool fastdrop);
+
+   WantedRoute const& wanted() const { return wanted_; }
+   // Whether this is a fastdrop entry; the input of `wanted` is its interface then.
+   bool fastdrop() const { return fastdrop_; }
+   Qor::U32 hash() const { return hash_; }
+   // The type of the set of a route with this key.
+   RouteKeyType typeFor(Routing::Multicast::Fib::IpGenRouteKey const& key) const;
+
+   friend bool operator==(Wish const& a, Wish const& b) {
+      return a.hash_ == b.hash_ && a.fastdrop_ == b.fastdrop_ && a.wanted_ == b.wanted_;
+   }
+
+ private:
+   friend class WishPool;
+   struct Resolved {
+      RouteKeyType type;
+      Qor::U64 epoch;
+      PlacementPtr placement;  // null if the vlan of `missing` is missing
+      Lnet::IntfId missing;
+   };
+
+   ~Wish() override;
+
+   WishPool* pool_;  // null for a candidate, which is only compared
+   WantedRoute const wanted_;
+   bool const fastdrop_;
+   Qor::U32 const hash_;
+   mutable std::vector<Resolved> resolved_;  // one for each type of a route with this wish
+};
+using WishPtr = Qor::Ptr<Wish const>;
+
+// Outlives its wishes.
+class WishPool {
+ public:
+   explicit WishPool(Qor::Ptr<IntfVlanId::Table const> vlans) : vlans_(std::move(vlans)) {}
+
+   Qor::Ptr<IntfVlanId::Table const> const& vlans() const { return vlans_; }
+   WishPtr get(WantedRoute wanted, bool fastdrop);
+   // A vlan has changed: the next resolve() of each wish reads the table again.
+   void vlansChanged() { ++epoch_; }
+   // The wish in vlans, or null and the first interface without a vlan. The result is the same
+   // object until a vlan of the wish changes.
+   struct Resolution {
+      PlacementPtr placement;
+      Lnet::IntfId missing;
+   };
+   Resolution resolve(Wish const& wish, Wish::RouteKeyType type) const;
+
+ private:
+   friend class Wish;
+   struct Hash {
+      std::size_t operator()(Wish const* wish) const { return wish->hash(); }
+   };
+   struct Equal {
+      bool operator()(Wish const* a, Wish const* b) const { return *a == *b; }
+   };
+
+   Resolution read(Wish const& wish, Wish::RouteKeyType type) const;
+
+   Qor::Ptr<IntfVlanId::Table const> const vlans_;
+   std::unordered_set<Wish const*, Hash, Equal> wishes_;
+   Qor::U64 epoch_ = 1;
+};
+
+}  // namespace VelMroute
