@@ -38,7 +38,7 @@ class InterfaceMapFull final : public std::runtime_error {
 
 struct Intf {
    Lnet::IntfId id;
-   Qor::U32 port;  // 0: none
+   Qor::U32 port;  // 0: the interface has no port
    Bridging::VlanId vlan;
    bool cpu;
 };
@@ -75,7 +75,7 @@ class InterfaceMap {
    Qor::U32 nextPort();
 
    std::vector<std::unique_ptr<Intf const>> intfs_;
-   std::unordered_map<Qor::U32, Intf const*> byId_;  // keyed by IntfId::id()
+   std::unordered_map<Qor::U32, Intf const*> byId_;  // by IntfId::id()
    std::unordered_map<Qor::U32, Intf const*> byPort_;
    std::vector<Intf const*> byVlan_ = std::vector<Intf const*>(lastVlan + 1);
    unsigned vlanHint_ = firstVlan;  // the next vlan to try; the ones before it are taken

@@ -69,7 +69,7 @@ struct Settings {
    std::string title;
    Sim::ChipConfig chip;
    double minPollingInterval = 0;  // seconds; the shortest interval that the platform supports
-   double callCost = 0;            // seconds for each call of a hook
+   double callCost = 0;            // virtual seconds that each call of a hook takes
 };
 
 struct Route {
@@ -125,10 +125,12 @@ struct FailNext {
    std::string reason;
    std::uint32_t count = 1;
 };
+// The nth write from now takes `extra` more seconds.
 struct SlowNext {
    std::uint32_t nth = 1;
-   double extra = 0;  // seconds
+   double extra = 0;
 };
+// Each write of this kind fails with this probability, 0 to 1.
 struct FailRate {
    Sim::WriteKind write{};
    double probability = 0;
