@@ -33,8 +33,8 @@ struct MrouteEvent : CaptureTime {
    Routing::Multicast::Fib::IpGenRouteKey key;  // source and group as host prefixes; (*,G) has the
                                                 // unspecified source
    Lnet::IntfId iif;  // empty: no input interface is known, so the route accepts no packet
-   // False: a packet has arrived without a route, and the kernel waits for a route. The kernel
-   // forwards no packet meanwhile.
+   // False: a packet has arrived without a route, and the kernel waits for a route. Until then it
+   // forwards no packet of this source and group.
    bool resolved = false;
    std::vector<Lnet::IntfId> oifs;  // in the order of the capture; a name may occur twice
 };

@@ -47,7 +47,7 @@ class InterfaceMap {
  public:
    static constexpr unsigned firstVlan = 1006;
    static constexpr unsigned lastVlan = 4094;
-   static constexpr Qor::U32 lastPort = 65535;  // the largest a map file may give
+   static constexpr Qor::U32 lastPort = 65535;  // the largest port number of a map file
 
    // Reads a map file ("-" is standard input), before the first call of intf(). An error is
    // returned, and leaves the map unchanged: the file is missing, a name, port or vlan occurs twice

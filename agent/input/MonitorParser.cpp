@@ -105,7 +105,7 @@ bool MonitorParser::fail(std::string reason, std::size_t position) {
    return false;
 }
 
-// Reports the next word as a fault.
+// Reports the next word as a fault. `expected` is the text for the right words.
 bool MonitorParser::failWord(char const* expected) {
    skipBlanks();
    if (atEnd()) return fail(std::string("the line ends where ") + expected + " is expected");

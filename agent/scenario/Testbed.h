@@ -111,7 +111,8 @@ class Testbed {
    // ---- Output for people. ----
 
    virtual void show(std::vector<std::string> const& views) = 0;
-   // Notes a moment that the scenario has marked.
+   // Called at each mark of the scenario, so that the testbed can show the mark. The default does
+   // nothing.
    virtual void marked(std::string const& text) { static_cast<void>(text); }
 };
 

@@ -87,8 +87,8 @@ class SoakTestbed final : public Testbed {
    void show(std::vector<std::string> const&) override {}
 
  private:
-   // Runs the work that is due now before the look. Later work would not precede it anyway, so the
-   // looks do not change the order of events.
+   // Runs the work that is due at the present time, and then looks. That work precedes all later
+   // work without a look, too, so the looks do not change the order of events.
    void lookIfChanged(double time) {
       if (!changed_ || time <= Qor::now()) return;
       changed_ = false;

@@ -106,7 +106,7 @@ class SwitchPath {
    // ---- The table programmer's records. ----
 
    virtual std::optional<RecordRow> record(RouteProgrammer::Route const& route) const = 0;
-   virtual std::vector<RecordRow> recordsInUse() const = 0;   // by group, without zombies
+   virtual std::vector<RecordRow> recordsInUse() const = 0;   // sorted by group, without zombies
    virtual std::vector<RecordRow> zombieRecords() const = 0;  // in the order of expiry
    virtual std::size_t zombies() const = 0;
    virtual std::size_t rerouting() const = 0;  // number of oif sets that wait for their rewrite
