@@ -240,7 +240,8 @@ void ProgrammerWork::lookAt(ProgrammedRoute& route) {
          route.state == RouteState::waitingVlan || route.state == RouteState::waitingVrf;
    bool const moved = route.at && resolve(route).placement != route.at;
    bool const renumbered = route.placed && table_->vrfId(route.vrf.name) != route.placedVrf;
-   if (waits || moved || renumbered || route.state == RouteState::failed) mark(route);
+   bool const refused = route.state == RouteState::failed && !route.needs.never.empty();
+   if (waits || moved || renumbered || refused) mark(route);
 }
 
 }  // namespace VelMroute
