@@ -38,7 +38,9 @@ class AsyncPath final : public SwitchPathBase<Vel::Mroute::AsyncMrouteSwitch> {
    TreeRoots roots() const override;
    void detach(Qor::U32 applied) override { platform_->detach(applied); }
    Sim::Found const& found() const override { return platform_->found(); }
-   std::vector<Sim::FoundRoute> foundRoutes() const override { return platform_->foundRoutes(); }
+   std::vector<VelMroute::Restart::Route> foundRoutes() const override {
+      return platform_->foundRoutes();
+   }
    bool sweepUnadopted() override;
    void reroute(Lnet::IntfId intf) override { reactor_->updateFrrMtableOif(intf); }
 

@@ -7,7 +7,7 @@
 namespace Agent {
 
 void recoverHwStatus(std::map<L3::VrfName, Vel::VrfId> const& vrfs,
-                     std::vector<Sim::FoundRoute> const& found,
+                     std::vector<VelMroute::Restart::Route> const& found,
                      Qor::Ptr<IntfVlanId::Table const> intfVlanIdTable,
                      Qor::Ptr<Routing::Multicast::Fib::Hardware::Status> mfibHwStatus) {
    auto const l3Status = Qor::make<Vel::L3Status>();
@@ -20,9 +20,9 @@ void recoverHwStatus(std::map<L3::VrfName, Vel::VrfId> const& vrfs,
          "recoverySmFactory", {Qor::toGeneric(l3Status), Qor::toGeneric(intfVlanIdTable),
                                Qor::toGeneric(enabled), Qor::toGeneric(mfibHwStatus)});
    Qor::call(recovery, "doAddMfibHwVrfStatus", {});
-   for (Sim::FoundRoute const& route : found) {
+   for (VelMroute::Restart::Route const& route : found) {
       Qor::call(recovery, "doAddMfibHwStatusEntry",
-                {std::to_string(route.vrfId), route.key.strep(), route.acceptingVlan.strep()});
+                {route.vrfId.strep(), route.key.strep(), route.vlan.strep()});
    }
 }
 

@@ -18,7 +18,7 @@ namespace Agent {
 // accepting interface, and poll times of 0 because the last use is not known. If several entries
 // have one key, the last entry determines the interface.
 void recoverHwStatus(std::map<L3::VrfName, Vel::VrfId> const& vrfs,
-                     std::vector<Sim::FoundRoute> const& found,
+                     std::vector<VelMroute::Restart::Route> const& found,
                      Qor::Ptr<IntfVlanId::Table const> intfVlanIdTable,
                      Qor::Ptr<Routing::Multicast::Fib::Hardware::Status> mfibHwStatus);
 

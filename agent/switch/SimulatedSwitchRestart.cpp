@@ -63,8 +63,8 @@ void SimulatedSwitch::restart(RestartOptions const& options) {
 bool SimulatedSwitch::isFound(RouteProgrammer::Route const& route) const {
    WantedRoute const& target = *route.target();
    Sim::Found const& found = path_->found();
-   auto const& table = target.bridgeAction ? found.boundaries : found.routes;
-   return table.find(vrfId(route.vrf())->value(), route.key(), target.acceptingVlan).has_value();
+   auto const& table = target.bridgeAction ? found.boundaries : found.entries;
+   return table.find(*vrfId(route.vrf()), route.key(), target.acceptingVlan).has_value();
 }
 
 // Called when all routes are replayed. The sweep waits until the route programmer has placed the

@@ -96,7 +96,7 @@ class SwitchPath {
    // do not reach the chip. The oldest `applied` writes that are under way still reach it.
    virtual void detach(Qor::U32 applied) = 0;
    virtual Sim::Found const& found() const = 0;
-   virtual std::vector<Sim::FoundRoute> foundRoutes() const = 0;
+   virtual std::vector<VelMroute::Restart::Route> foundRoutes() const = 0;
    // Removes the found groups and entries that no route has taken over. Returns false if some
    // remain, because writes must complete before; the caller then calls again.
    virtual bool sweepUnadopted() = 0;

@@ -37,7 +37,9 @@ class SyncPath final : public SwitchPathBase<Vel::MrouteSwitch> {
    TreeRoots roots() const override;
    void detach(Qor::U32) override { platform_->detach(); }
    Sim::Found const& found() const override { return platform_->found(); }
-   std::vector<Sim::FoundRoute> foundRoutes() const override { return platform_->foundRoutes(); }
+   std::vector<VelMroute::Restart::Route> foundRoutes() const override {
+      return platform_->foundRoutes();
+   }
    bool sweepUnadopted() override;
    void reroute(Lnet::IntfId intf) override { reactor_->updateFrrMtableOif(intf); }
 
