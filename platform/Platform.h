@@ -21,7 +21,8 @@
 
 namespace VelMroute {
 
-// What programs may expect of the platform. A program leaves out the rest, and says so.
+// The abilities that programs may expect of a platform. A program leaves out the tests and commands
+// that need a missing one, and reports that.
 struct Abilities {
    bool ipv6 = true;
    bool wildcards = true;     // (*,G) routes

@@ -111,10 +111,10 @@ class RouteView {
 class Programmer final {
  public:
    struct Inputs {
-      std::unique_ptr<RouteTable> table;        // required
-      Qor::Ptr<IntfVlanId::Table const> vlans;  // required
+      std::unique_ptr<RouteTable> table = {};        // required
+      Qor::Ptr<IntfVlanId::Table const> vlans = {};  // required
       // Required; may be shared by the programmers of several chips.
-      Qor::Ptr<Routing::Multicast::Fib::Hardware::Status> published;
+      Qor::Ptr<Routing::Multicast::Fib::Hardware::Status> published = {};
       // The groups and entries on the chip from an earlier agent. Null: the chip was cleared, or is
       // empty. Not held; outlives the programmer.
       Restart* restart = nullptr;
@@ -161,12 +161,13 @@ class Programmer final {
 
    // ---- Wishes. ----
 
-   // Wants the route, from the next pass on. Returns whether that differs from the present wish.
+   // The owner wants the route, from the next pass on. Returns whether that differs from the present
+   // wish.
    // Raises the errors of checkWanted(), and RangeException "VelMroute::Programmer::key <key> not
    // allowed" for the invalid key. What this chip or path does not take fails with a reason instead.
    // After end(): RangeException "VelMroute::Programmer::routeIs after end not allowed".
    bool routeIs(L3::VrfName const& vrf, RouteKey const& key, WantedRoute wanted);
-   // Wants the route no longer. Returns whether it was wanted.
+   // The owner wants the route no longer. Returns whether it was wanted.
    bool routeDel(L3::VrfName const& vrf, RouteKey const& key);
 
    // A resync: from the begin to the end the owner names all routes that it wants, and the others
