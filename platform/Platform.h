@@ -1,6 +1,6 @@
 // A chip as programs see it: the hooks of one path and, as far as the platform can, a view of the
-// tables, a probe that does to the chip what the world does, and the groups and entries from before
-// a restart. Programs know no other interface to a chip.
+// tables, a probe for packets, links and faults, and the groups and entries from before a restart.
+// Programs know no other interface to a chip.
 //
 // Life. A platform is one life of an agent on the chip. After a crash the program drops the
 // platform and makes another one on the same chip, which then finds the tables (restart()).
@@ -80,7 +80,7 @@ class View {
    virtual std::optional<bool> linkUp(Lnet::IntfId intf) const = 0;
 };
 
-// Does to the chip what the world does: packets, links, faults, time.
+// Acts on the chip from outside: packets, links, faults, and the passing of time.
 class Probe {
  public:
    struct Port {
@@ -104,7 +104,7 @@ class Probe {
    virtual std::vector<Port> ports() const = 0;
    // Sends the packets in this order. Returns when no further copy can come.
    virtual std::vector<Seen> inject(std::span<Packet const> packets) = 0;
-   // Returns when all that the hooks were asked for is on the chip, deletions included.
+   // Returns when all writes that the hooks requested are on the chip, deletions included.
    virtual void settle() = 0;
    // Lets time pass, and turns the loop.
    virtual void wait(Qor::Seconds seconds) = 0;

@@ -90,7 +90,7 @@ void ProgrammerWork::guarded(ProgrammedRoute& route, Step const& step) {
    }
 }
 
-// Undoes what the route had begun, and tries it again later.
+// Undoes the change that the route had begun, and tries it again later.
 void ProgrammerWork::fail(ProgrammedRoute& route, Qor::String trouble, bool entryStays) {
    if (!entryStays) {
       ++counters_.thrown;
@@ -138,7 +138,7 @@ void ProgrammerWork::commitPass() {
 
 void ProgrammerWork::process(ProgrammedRoute& route) {
    route.marked = false;
-   if (end_ == Ending::leave) {  // no further write: what failed stays as it is on the chip
+   if (end_ == Ending::leave) {  // no further write: a failed change stays as it is on the chip
       bool const underWay = route.state == RouteState::programming;
       if (underWay && !watchPending(route)) stateIs(route, RouteState::queued);
       return;
