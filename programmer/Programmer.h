@@ -162,9 +162,9 @@ class Programmer final {
    // ---- Wishes. ----
 
    // Sets the wish for the route, in force from the next pass on. Returns true if it differs from
-   // the present wish. Raises the errors of checkWanted(), and RangeException "VelMroute::Programmer::key <key> not
-   // allowed" for the invalid key. A route that this chip or path does not take fails with a reason instead.
-   // After end(): RangeException "VelMroute::Programmer::routeIs after end not allowed".
+   // the present wish. A route that this chip or path does not take fails with a reason. Raises the
+   // errors of checkWanted(), RangeException "VelMroute::Programmer::key <key> not allowed" for the
+   // invalid key, and after end() "VelMroute::Programmer::routeIs after end not allowed".
    bool routeIs(L3::VrfName const& vrf, RouteKey const& key, WantedRoute wanted);
    // The owner wants the route no longer. Returns whether it was wanted.
    bool routeDel(L3::VrfName const& vrf, RouteKey const& key);
