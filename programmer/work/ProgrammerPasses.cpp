@@ -49,7 +49,7 @@ void ProgrammerWork::vlanChanged() {
 // work.
 void ProgrammerWork::runPass() {
    QOR_ASSERT(Qor::activityManager() == loop_);
-   Budget budget(options_.routesPerPass, Qor::now() + options_.passBudget);
+   Budget budget(*loop_, options_);
    do {
       if (marked_.empty()) break;
       RoutePtr const route = std::move(marked_.front());
