@@ -89,7 +89,7 @@ void AsyncMrouteSwitchSm::updateFrrMtableOif(Lnet::IntfId intfId) {
       chip.frrMtableOifSetDel(oifSet);
       if (record) chip.frrProcessingOifSetIs(oifSet, record);
       // Last in the loop, since a listener may have removed further entries.
-      entry = waiting.resume(entry);
+      entry = waiting.resume(entry, oifSet);
    }
    handleClock();
 }

@@ -160,7 +160,7 @@ void MrouteSm::mfibConfigVrfDel(Qor::Name vrfName) {
 MrouteSm::MfibConfigVrfColl::Iterator MrouteSm::mfibConfigVrfDel(MfibConfigVrfColl::Iterator it) {
    Qor::Name const vrfName = it->first;
    mfibConfigVrfDel(vrfName);
-   return Qor::behindErased(mfibConfigVrf(), it, vrfName);
+   return mfibConfigVrf().resume(it, vrfName);
 }
 
 void MrouteSm::mfibConfigVrfDelAll() {

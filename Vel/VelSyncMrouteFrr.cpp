@@ -58,7 +58,8 @@ void MrouteSwitchSm::updateFrrMtableOif(Lnet::IntfId intfId) {
       if (live) record->dirtyIs(true);
       chip->frrMtableOifSetDel(oifSet);
       if (live) chip->frrProcessingOifSetIs(oifSet, record);
-      entry = armed.resume(entry);  // after all calls: a listener may have removed further entries
+      // Last in the loop, since a listener may have removed further entries.
+      entry = armed.resume(entry, oifSet);
    }
    handleClock();
 }

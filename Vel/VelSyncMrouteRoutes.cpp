@@ -30,7 +30,8 @@ Qor::U32 indexOf(Qor::Ptr<MtableOifSet> const& record) {
 MrouteSwitch::RoutePtr MrouteSwitch::routeIs(RouteHandle handle, IpGenRouteKey key,
                                              VlanIdOrNone acceptingVlanId) {
    RoutePtr const r = route_.instantiate(*this, handle, [&] {
-      handleToRouteKey_.assign(handle, RouteKeyVlanId(key, acceptingVlanId));
+      RouteKeyVlanId routeKey(key, acceptingVlanId);
+      handleToRouteKey_.assign(handle, routeKey);
       return routeFactory(handle, key, acceptingVlanId);
    });
    if (r->key() != key) Qor::throwReinstantiation("key", r->key().strep());
@@ -44,13 +45,13 @@ MrouteSwitch::RoutePtr MrouteSwitch::routeIs(RouteHandle handle, IpGenRouteKey k
 // record.
 void MrouteSwitch::routeDel(RouteHandle handle) {
    auto const self = hold();
-   handleToRouteKey_.erase(handle);
+   handleToRouteKey_.take(handle);
    route_.del(*this, handle);
 }
 
 void MrouteSwitch::routeDelAll() {
    auto const self = hold();
-   handleToRouteKey_.clear();
+   handleToRouteKey_.takeAll();
    route_.delAll(*this);
 }
 

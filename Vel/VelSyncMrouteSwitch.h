@@ -227,7 +227,7 @@ class QOR_PUBLIC MrouteSwitch final
    RoutePtr routeIs(RouteHandle handle, IpGenRouteKey key, Bridging::VlanIdOrNone acceptingVlanId);
    void routeDel(RouteHandle handle);
    RouteColl::Iterator routeDel(RouteColl::Iterator it) {
-      handleToRouteKey_.erase(it->first);
+      handleToRouteKey_.take(it->first);
       return route_.del(*this, it);
    }
    void routeDelAll();
