@@ -16,8 +16,8 @@ constexpr char velTraceSource[] = "VelSyncMrouteSm";
 struct Shown {
    MrouteLib::MtableOifSetPtr const& record;
    friend std::ostream& operator<<(std::ostream& os, Shown const& shown) {
-      auto const record = Qor::ptrCast<MtableOifSet>(shown.record);
-      return record ? os << *record : os << "null";
+      auto const synchronous = Qor::ptrCast<MtableOifSet>(shown.record);
+      return synchronous ? os << *synchronous : os << "null";
    }
 };
 

@@ -9,8 +9,8 @@
 //  - find(key): a pointer to the entry, null without one, or an optional entry. Callers test both
 //    and read both alike: entry->first, entry->second.
 //  - assign(key, value): inserts an entry or replaces the value of the present one, and returns
-//    true. The value is moved into the map; `value` then holds the replaced value, if there was one.
-//    If the map holds an equal value already, nothing changes and the result is false.
+//    true. The value is moved into the map, and `value` then holds the replaced value, if any. If
+//    the map holds an equal value already, nothing changes and the result is false.
 //  - take(key): erases the entry and returns its value, or nothing without an entry.
 //  - takeAll(): erases all entries and returns an owner of their values.
 //  - resume(at, key): the entry at which a walk continues after the entry at `at`, under `key`, was
