@@ -5,7 +5,7 @@
 
 #include "Qor/Describe.h"
 #include "Vel/VelAsyncMrouteSmReactors.h"
-#include "Vel/VelMrouteFrr.h"
+#include "Vel/VelFrr.h"
 
 namespace Vel::Mroute {
 

@@ -77,7 +77,7 @@
 #include "Routing/Multicast/Fib/Hardware/Status.h"
 #include "Routing/Multicast/Fib/VrfConfig.h"
 #include "Vel/VelAsyncMrouteSwitch.h"
-#include "Vel/VelMrouteFrr.h"
+#include "Vel/VelFrr.h"
 
 namespace Vel::Mroute {
 

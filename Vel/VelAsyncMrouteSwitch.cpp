@@ -3,7 +3,7 @@
 
 #include <utility>
 
-#include "Vel/VelOifSetTablesType.h"
+#include "Vel/VelDescribe.h"
 
 namespace Vel::Mroute {
 

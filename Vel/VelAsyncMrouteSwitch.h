@@ -67,7 +67,7 @@
 #include "Routing/Hardware/RouteStatus.h"
 #include "Vel/VelAsyncMrouteHelper.h"
 #include "Vel/VelAsyncMrouteKeys.h"
-#include "Vel/VelAsyncMtableOifSet.h"
+#include "Vel/VelAsyncMrouteRecords.h"
 #include "Vel/VelOifSetTables.h"
 
 namespace Vel::Mroute {

@@ -6,7 +6,7 @@
 //   concern                                          | source
 //   -------------------------------------------------+----------------------
 //   set-up, turning routing on and off, verification | VelMrouteSm.cpp
-//   counters: making, polling, clearing, publishing  | VelMrouteCounters.cpp
+//   counters: making, polling, clearing, publishing  | VelSyncMrouteCounters.cpp
 //
 // Threads. The thread of the activity loop makes all calls.
 //

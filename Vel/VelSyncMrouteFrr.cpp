@@ -3,7 +3,7 @@
 // rewrite the sets in place, under the same index, so that every route with the index follows at
 // once.
 #include "Qor/Blip.h"
-#include "Vel/VelMrouteFrr.h"
+#include "Vel/VelFrr.h"
 #include "Vel/VelSyncMrouteSmReactors.h"
 
 namespace Vel {

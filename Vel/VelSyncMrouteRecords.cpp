@@ -1,7 +1,7 @@
 #include "Vel/VelSyncMrouteRecords.h"
 
 #include "Vel/VelCommon.h"
-#include "Vel/VelOifSetTablesType.h"
+#include "Vel/VelDescribe.h"
 #include "Vel/VelSyncMrouteSwitch.h"
 
 namespace Vel {

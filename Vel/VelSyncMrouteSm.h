@@ -6,7 +6,8 @@
 //
 //   concern                                           | source
 //   --------------------------------------------------+-----------------------------
-//   set-up, room for routes, zombie clock, clean-up   | VelSyncMrouteSm.cpp
+//   set-up, room for routes, clean-up                 | VelSyncMrouteSm.cpp
+//   zombie clock                                      | VelSyncMrouteZombieClock.cpp
 //   activity polling and aging review                 | VelSyncMrouteAging.cpp
 //   fast reroute                                      | VelSyncMrouteFrr.cpp
 //

@@ -412,7 +412,7 @@ TEST_F(TypeRegistry, DescriptionsLeaveNothingOut) {
          {"Vel::Mroute::AsyncMrouteSwitch", "VelOifSetTables.h", "OifSetTables", 20},
          {"Vel::MrouteSwitch", "VelSyncMrouteSwitch.h", "MrouteSwitch", 40},
          {"Vel::MrouteSwitch", "VelOifSetTables.h", "OifSetTables", 20},
-         {"Vel::Mroute::AsyncMtableOifSet", "VelAsyncMtableOifSet.h", "AsyncMtableOifSet", 10},
+         {"Vel::Mroute::AsyncMtableOifSet", "VelAsyncMrouteRecords.h", "AsyncMtableOifSet", 10},
          {"Vel::Mroute::AsyncMtableOifSet", "VelOifSetRecord.h", "OifSetRecord", 3},
          {"Vel::MtableOifSet", "VelSyncMrouteRecords.h", "MtableOifSet", 8},
          {"Vel::Route", "VelSyncMrouteRecords.h", "Route", 15},

@@ -1,10 +1,10 @@
-#include "Vel/VelAsyncMtableOifSet.h"
+#include "Vel/VelAsyncMrouteRecords.h"
 
 #include <utility>
 
 #include "Vel/VelAsyncMrouteSwitch.h"
 #include "Vel/VelCommon.h"
-#include "Vel/VelOifSetTablesType.h"
+#include "Vel/VelDescribe.h"
 
 namespace Vel::Mroute {
 
