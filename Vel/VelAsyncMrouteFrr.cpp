@@ -1,19 +1,13 @@
 // Fast reroute of the asynchronous per-switch reactor. A failure of an interface moves the oif sets
 // that come in over it from the switch's frrMtableOifSet to frrProcessingOifSet. Passes on a clock
 // then rewrite the groups of these sets in place, so that every route of a group follows at once.
-#include "Qor/Blip.h"
 #include "Vel/VelAsyncMrouteSmReactors.h"
+#include "Vel/VelTrace.h"
 
 namespace Vel::Mroute {
 
 using MrouteLib::OifSetPtr;
 using MrouteLib::PortVlanSet;
-
-namespace {
-
-constexpr char velTraceSource[] = "VelAsyncMrouteSm";
-
-}  // namespace
 
 void AsyncMrouteSwitchSm::QorEthIntfStatus::handleOperStatus() {
    if (!asyncMrouteSwitchSm()->initialized()) {

@@ -3,16 +3,10 @@
 #include <utility>
 
 #include "Vel/VelAsyncMrouteSwitch.h"
-#include "Vel/VelCommon.h"
 #include "Vel/VelDescribe.h"
+#include "Vel/VelTrace.h"
 
 namespace Vel::Mroute {
-
-namespace {
-
-constexpr char velTraceSource[] = "VelAsyncMrouteSm";
-
-}  // namespace
 
 AsyncMtableOifSet::AsyncMtableOifSet(MrouteLib::OifSetPtr oifSet, bool toCpu, Qor::U32 multicastId,
                                      AsyncMrouteSwitch* mrouteSwitch)

@@ -3,15 +3,15 @@
 
 #include <utility>
 
-#include "Qor/Describe.h"
 #include "Vel/VelAsyncMrouteSmReactors.h"
+#include "Vel/VelDescribe.h"
 #include "Vel/VelFrr.h"
+#include "Vel/VelTrace.h"
 
 namespace Vel::Mroute {
 
 namespace {
 
-constexpr char velTraceSource[] = "VelAsyncMrouteSm";
 constexpr char smType[] = "Vel::Mroute::AsyncMrouteSwitchSm";
 
 }  // namespace

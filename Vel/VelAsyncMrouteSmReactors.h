@@ -1,6 +1,6 @@
-// The nested reactors of the asynchronous per-switch reactor: each watches one entity and calls the
-// handlers of its owner. A nested reactor points back at its owner without holding it; the owner
-// creates and deletes it.
+// Private header: the nested reactors of the asynchronous per-switch reactor. Each class binds the
+// notifications of one input to a handler of its owner. A reactor points back at its owner without
+// holding it; the owner creates and deletes the reactor.
 #pragma once
 
 #include "Vel/VelAsyncMrouteSm.h"

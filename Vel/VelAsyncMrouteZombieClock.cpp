@@ -2,14 +2,9 @@
 // first zombie, and bounded passes remove the zombies that are due. If a pass leaves such zombies,
 // the clock is armed for a time in the past and fires again in the next turn.
 #include "Vel/VelAsyncMrouteSm.h"
+#include "Vel/VelTrace.h"
 
 namespace Vel::Mroute {
-
-namespace {
-
-constexpr char velTraceSource[] = "VelAsyncMrouteSm";
-
-}  // namespace
 
 void AsyncMrouteSwitchSm::handleZombie() {
    VEL_TRACE(2, "AsyncMrouteSwitchSm::handleZombie()");

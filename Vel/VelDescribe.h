@@ -1,11 +1,14 @@
-// The common part of the descriptions of the two paths' programmers and records, for the type
-// registry.
+// Private header: the common parts of the descriptions of the library's types, for the type
+// registry (Qor/Type.h).
 #pragma once
 
+#include "MrouteLib/SwitchChip.h"
 #include "Qor/Describe.h"
-#include "Vel/VelOifSetTables.h"
 
 namespace Vel {
+
+// The module of the library's types.
+inline constexpr char typeModule[] = "VelMroute";
 
 // Describes the collections of records.
 template <class Switch, class Tables>

@@ -5,15 +5,14 @@
 #include <algorithm>
 #include <cmath>
 
-#include "Qor/Describe.h"
-#include "Vel/VelCommon.h"
+#include "Vel/VelDescribe.h"
 #include "Vel/VelMrouteSmReactors.h"
+#include "Vel/VelTrace.h"
 
 namespace Vel {
 
 namespace {
 
-constexpr char velTraceSource[] = "VelSyncMrouteSm";
 constexpr char smType[] = "Vel::MrouteSm";
 
 }  // namespace

@@ -12,16 +12,11 @@
 //   no      | no      | no     | no                 | yes     | becomes a zombie
 #include "Qor/Clock.h"
 #include "Vel/VelSyncMrouteSwitch.h"
+#include "Vel/VelTrace.h"
 
 namespace Vel {
 
 using MrouteLib::OifSetPtr;
-
-namespace {
-
-constexpr char velTraceSource[] = "VelSyncMrouteSm";
-
-}  // namespace
 
 void MrouteSwitch::handleFreeMtableOifSet(RecordPtr const& record) {
    VEL_TRACE(2, "handleFreeMtableOifSet"

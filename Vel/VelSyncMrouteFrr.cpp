@@ -2,20 +2,14 @@
 // with that input from the switch's frrMtableOifSet to frrProcessingOifSet. Passes on a clock then
 // rewrite the sets in place, under the same index, so that every route with the index follows at
 // once.
-#include "Qor/Blip.h"
 #include "Vel/VelFrr.h"
 #include "Vel/VelSyncMrouteSmReactors.h"
+#include "Vel/VelTrace.h"
 
 namespace Vel {
 
 using MrouteLib::OifSetPtr;
 using MrouteLib::PortVlanSet;
-
-namespace {
-
-constexpr char velTraceSource[] = "VelSyncMrouteSm";
-
-}  // namespace
 
 void MrouteSwitchSm::QorEthIntfStatus::handleOperStatus() {
    if (!mrouteSwitchSm()->initialized()) {

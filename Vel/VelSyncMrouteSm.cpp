@@ -4,17 +4,15 @@
 #include <cmath>
 #include <utility>
 
-#include "Qor/Blip.h"
-#include "Qor/Describe.h"
-#include "Vel/VelCommon.h"
+#include "Vel/VelDescribe.h"
 #include "Vel/VelFrr.h"
 #include "Vel/VelSyncMrouteSmReactors.h"
+#include "Vel/VelTrace.h"
 
 namespace Vel {
 
 namespace {
 
-constexpr char velTraceSource[] = "VelSyncMrouteSm";
 constexpr char smType[] = "Vel::MrouteSwitchSm";
 
 bool isDuration(Qor::Seconds v) {

@@ -1,6 +1,6 @@
-// The nested reactors of the synchronous per-switch reactor. Each class binds the notifications of
-// one input to a handler of its owner. A reactor points back at its owner without holding it; the
-// owner creates and deletes the reactor.
+// Private header: the nested reactors of the synchronous per-switch reactor. Each class binds the
+// notifications of one input to a handler of its owner. A reactor points back at its owner without
+// holding it; the owner creates and deletes the reactor.
 #pragma once
 
 #include "Vel/VelSyncMrouteSm.h"

@@ -7,17 +7,12 @@
 
 #include "Vel/VelCommon.h"
 #include "Vel/VelDescribe.h"
+#include "Vel/VelTrace.h"
 
 namespace Vel {
 
 using MrouteLib::OifSetPtr;
 using MrouteLib::PortVlanSet;
-
-namespace {
-
-constexpr char velTraceSource[] = "VelSyncMrouteSm";
-
-}  // namespace
 
 MrouteSwitch::MrouteSwitch(Qor::Name name, Qor::U32 switchId, Qor::Ptr<VelCommonSmData> acsd,
                            Qor::Ptr<L3Status> l3Status,

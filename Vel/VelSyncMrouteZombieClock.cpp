@@ -1,14 +1,9 @@
 // The zombie clock of the synchronous per-switch reactor. The clock is armed for the expiry of the
 // first zombie, and each pass removes all zombies that are due.
 #include "Vel/VelSyncMrouteSm.h"
+#include "Vel/VelTrace.h"
 
 namespace Vel {
-
-namespace {
-
-constexpr char velTraceSource[] = "VelSyncMrouteSm";
-
-}  // namespace
 
 void MrouteSwitchSm::handleZombie() {
    VEL_TRACE(6, "handleZombie");
