@@ -158,10 +158,6 @@ Qor::U32 AsyncMrouteSwitchSm::reviewRoute(RouteStatus& route, VrfId vrfId) {
    return reviewed;
 }
 
-Bridging::VlanIdOrNone AsyncMrouteSwitchSm::vlanOf(Lnet::IntfId intfId) const {
-   return intfVlanIdTable() ? intfVlanIdTable()->intfIdToVlanId(intfId) : Bridging::VlanIdOrNone();
-}
-
 Qor::Seconds AsyncMrouteSwitchSm::lastRoutePollTime(IpGenRouteKey const& key,
                                                     Bridging::VlanIdOrNone vlan, VrfId vrfId) {
    VEL_TRACE(2, "AsyncMrouteSwitchSm"

@@ -191,8 +191,4 @@ void MrouteSwitchSm::reviewRoute(RouteStatus& route, Qor::U16 vrfId) {
    }
 }
 
-VlanIdOrNone MrouteSwitchSm::vlanOf(Lnet::IntfId intfId) const {
-   return intfVlanIdTable() ? intfVlanIdTable()->intfIdToVlanId(intfId) : VlanIdOrNone();
-}
-
 }  // namespace Vel

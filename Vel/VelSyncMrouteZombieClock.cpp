@@ -1,6 +1,6 @@
 // The zombie clock of the synchronous per-switch reactor. The clock is armed for the expiry of the
 // first zombie, and each pass removes all zombies that are due.
-#include "Vel/VelSyncMrouteSm.h"
+#include "Vel/VelSyncMrouteSmReactors.h"
 #include "Vel/VelTrace.h"
 
 namespace Vel {
@@ -28,19 +28,11 @@ void MrouteSwitchSm::handleZombie() {
 void MrouteSwitchSm::handleZombieClock() {
    VEL_TRACE(6, "handleZombieClock");
    if (!initialized() || !mrouteSwitch()) return;
-   auto const self = hold();
-   Qor::Ptr<MrouteSwitch> const chip = mrouteSwitch();
-   auto const& zombies = chip->zombieOifSet();
-   while (!zombies.empty()) {
-      auto const& [key, record] = *zombies.begin();
-      if (record->zombie().expiryTime() > Qor::now()) break;
-      VEL_TRACE(5, "Removing zombie OifSetIndex: " << record->oifSetIndex());
-      VEL_BLIP("handleZombieClock %s", record->oifSetIndex());
-      chip->zombieOifSetDel(key);
-   }
-   // handleZombie() does not set the clock of a deleted switch; its end frees the other zombies.
-   if (chip->deleted()) zombieClock_.arm(Qor::never);
-   handleZombie();
+   auto const purging = [function = __func__](ZombieKey const&, MtableOifSet const& record) {
+      VEL_TRACE_IN(function, 5, "Removing zombie OifSetIndex: " << record.oifSetIndex());
+      VEL_BLIP("handleZombieClock %s", record.oifSetIndex());
+   };
+   purgeDueZombies(purging, [] { return false; });
 }
 
 }  // namespace Vel
