@@ -32,8 +32,8 @@ MrouteSm::MrouteSm(Qor::Ptr<VelCommonSmData const> acsd, Qor::Ptr<L3Status> l3St
    mfibHwStatus_.is(this, std::move(mfibHwStatus));
    mcastEnabledStatus_.is(this, std::move(mcastEnabledStatus));
    counterPollingClock_.is(this, Qor::activityManager()->config()->clock());
-   mrouteHelper_->mrouteSmIs(this);
    try {
+      mrouteHelper_->mrouteSmIs(this);
       handleMulticastCounterMode();
       handleWildcardCounter();
       syncMfibConfigVrf();
