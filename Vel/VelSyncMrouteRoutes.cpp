@@ -2,6 +2,7 @@
 #include <utility>
 
 #include "Vel/VelSyncMrouteSwitch.h"
+#include "Vel/VelTrace.h"
 
 namespace Vel {
 
@@ -9,8 +10,6 @@ using Bridging::VlanIdOrNone;
 using Wisp::Multicast::Fib::RpaIndex;
 
 namespace {
-
-constexpr char velTraceSource[] = "VelSyncMrouteSm";
 
 // Prints a record, or "null", in traces.
 struct Shown {
