@@ -216,6 +216,7 @@ class ProgrammerWork final : private RouteTable::Listener {
    bool lookAgain_ = false;
    std::map<L3::VrfName, Vrf>::iterator lookVrf_;
    std::optional<Qor::HashMap<RouteKey, RoutePtr>::ConstIterator> lookPosition_;
+   RouteKey lookKey_;  // of the route at the position, which may have gone
 
    Resync resync_ = Resync::none;
    Qor::U64 resyncs_ = 0;  // the number of the present resync
