@@ -306,7 +306,10 @@ class World : public Side {
             if (record) record->dirtyIs(true);
             break;
          case resurrect:
-            if (sw && !sw->zombieOifSet().empty()) {
+            if (!sw) break;
+            if (auto const living = sw->records(set); !living.empty()) {
+               record = Ptr<Record>(living.back());  // also while it is being freed
+            } else if (!sw->zombieOifSet().empty()) {
                record = Ptr<Record>(sw->zombieOifSet().begin()->second);
             }
             break;

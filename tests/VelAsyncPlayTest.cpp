@@ -75,7 +75,7 @@ class AsyncWorld : public World<Switch, Record, Reactor> {
                   blocking, 500 + op.chip % 3, op.thing & 2);
             this->print("its transaction: ", xact ? xact == latest_ : false, bool(xact));
             auto made = Qor::ptrCast<Record>(sw->mtableOifSet());
-            sw->mtableOifSetIs(nullptr);
+            if (op.thing != 3) sw->mtableOifSetIs(nullptr);
             std::swap(record, made);
             break;
          }

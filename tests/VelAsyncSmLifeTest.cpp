@@ -281,24 +281,6 @@ TEST_F(AsyncSmLife, MayEndInAnyHookAndAnyNotification) {
    EXPECT_GT(life.lives(), 100);
 }
 
-TEST_F(AsyncSmLife, NestedReactorsMayGoInsideTheirOwnHandlers) {
-   Route route = program(1, set({2}, 1, {3}));
-   auto const session = inputs_.bfdAllPeerStatus->newPeerStatus(peer(1));
-   sm_ = inputs_.sm(switch_);
-   onHook_ = [&](std::string_view hook) {
-      if (hook != "doUpdateMulticastGroupInPlace") return;
-      sm_->bfdAllPeerStatusDel();
-      inputs_.bfdAllPeerStatus->peerStatusDel(peer(1));
-      sm_->ethIntfStatusDirDel();
-      sm_->clockDel();
-   };
-   session->statusIs(Bfd::OperState::down);
-   EXPECT_EQ(receivers(1), "et3");
-   EXPECT_EQ(sm_->bfdStatuses(), 0u);
-   EXPECT_EQ(sm_->ethIntfStatuses(), 0u);
-   withdraw(route);
-}
-
 // ---- Counters ----
 
 TEST_F(AsyncSmLife, CounterSettingsReachThePlatformFromConstructionOn) {

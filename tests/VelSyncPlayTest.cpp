@@ -130,7 +130,7 @@ class SyncWorld : public World<Switch, Record, Reactor> {
          case allocate: {
             sw->doAllocateMtableOifSet(oifSet(op.other));
             auto made = Qor::ptrCast<Record>(sw->mtableOifSet());
-            sw->mtableOifSetIs(nullptr);
+            if (op.thing != 3) sw->mtableOifSetIs(nullptr);
             std::swap(record, made);
             break;
          }
