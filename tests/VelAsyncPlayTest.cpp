@@ -71,11 +71,12 @@ class AsyncWorld : public World<Switch, Record, Reactor> {
       switch (op.action) {
          case allocate: {
             Hux::XactPtr const xact = sw->doAllocateMtableOifSet(
-                  {routeKey(op.chip), vrf, vlan(op.chip), RouteKeyType::routed}, oifSet(op.other),
+                  {routeKey(op.chip), vrf, vlan(op.chip), RouteKeyType::routed}, setOf(op),
                   blocking, 500 + op.chip % 3, op.thing & 2);
             this->print("its transaction: ", xact ? xact == latest_ : false, bool(xact));
             auto made = Qor::ptrCast<Record>(sw->mtableOifSet());
             if (op.thing != 3) sw->mtableOifSetIs(nullptr);
+            if (made && op.other % 2) made->usedInHwIs(true);
             std::swap(record, made);
             break;
          }
@@ -425,8 +426,11 @@ class AsyncChip final : public ModelSwitch<AsyncModel, AsyncRecord, ZombieKey> {
 
    void takeOver(U32 id, RecordPtr const& newer) {
       if (!mcastId_.contains(id)) return;
-      for (RecordPtr const& old : records(mcastId_.at(id))) {
-         if (old == newer || old->id != id || old->deleted()) continue;
+      RecordPtr old;
+      for (RecordPtr const& r : records(mcastId_.at(id))) {
+         if (!old && r != newer && r->id == id && !r->deleted()) old = r;
+      }
+      if (old) {
          print("8 skip delete mtable oifset ", *old);
          return old->skipDeleteIs(true);
       }

@@ -128,7 +128,7 @@ class SyncWorld : public World<Switch, Record, Reactor> {
       if (!sw) return;
       switch (op.action) {
          case allocate: {
-            sw->doAllocateMtableOifSet(oifSet(op.other));
+            sw->doAllocateMtableOifSet(setOf(op));
             auto made = Qor::ptrCast<Record>(sw->mtableOifSet());
             if (op.thing != 3) sw->mtableOifSetIs(nullptr);
             std::swap(record, made);
