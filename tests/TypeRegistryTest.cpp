@@ -358,41 +358,6 @@ TEST(TypeRegistryDeathTest, TheRegistryAnswersWhileStaticObjectsAreDestroyed) {
          testing::ExitedWithCode(0), "");
 }
 
-TEST_F(TypeRegistry, AFollowerIsNotifiedAndKeepsNothingAlive) {
-   auto& chip = Qor::objectOf<Vel::Mroute::AsyncMrouteSwitch>(asyncSwitch);
-   Lines heard;
-   auto const tell = [&](char const* who) {
-      return [&heard, who](Qor::Change const& c) {
-         heard.push_back(
-               cat(who, ' ', c.gone ? "gone" : c.member, c.key ? ' ' + c.key->pretty() : ""));
-      };
-   };
-   Qor::Following const ofSwitch(asyncSwitch, tell("switch"));
-   Generic made = Qor::construct("asyncMtableOifSetFactory", {oifSet(), "False", "8", asyncSwitch});
-   Qor::Following const ofRecord(made, tell("record"));
-   Qor::set(made, "usedInHw", "True");
-   Qor::call(asyncSwitch, "mcastIdToOifSetIs", {"8", Qor::get(made, "oifSet")});
-   EXPECT_EQ(heard, Lines({"record usedInHw", "switch mcastIdToOifSet 8"}));
-   heard.clear();
-   // Its last user leaves: it becomes a zombie, and goes when it has been one for long enough.
-   made = Generic();
-   EXPECT_EQ(chip.zombieOifSet().size(), 1u);
-   EXPECT_TRUE(ofRecord.alive());
-   EXPECT_EQ(heard, Lines({"record usedInHw", "record zombie",
-                           "switch zombieOifSet " + chip.zombieOifSet().begin()->first.strep()}));
-   heard.clear();
-   Qor::call(asyncSwitch, "zombieOifSetDelAll", {});
-   EXPECT_EQ(heard.front(), "switch zombieOifSet");  // all of it
-   EXPECT_EQ(heard.back(), "record deleted");
-   Qor::sweepZombieReactors();
-   EXPECT_FALSE(ofRecord.alive());
-   EXPECT_EQ(heard.back(), "record gone");
-   EXPECT_EQ(errorText([&] {
-                Qor::Following const ofSm(oneOfEach(*this)["Vel::Mroute::RecoverySm"], tell("sm"));
-             }),
-             "RecoverySm tells nobody of changes");
-}
-
 // Reactors decide how long a record lives, whether or not followers are about.
 TEST_F(TypeRegistry, AReactorKeepsARecordThatIsFollowed) {
    Generic made = Qor::construct("asyncMtableOifSetFactory", {oifSet(), "False", "9", asyncSwitch});

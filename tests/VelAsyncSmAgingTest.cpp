@@ -183,6 +183,18 @@ TEST_F(AsyncSmAging, AnotherReactorGoesOnOverItsOwnTables) {
    EXPECT_EQ(otherHooks->asked[259], 2u);
 }
 
+// An entry that is removed while the platform looks its time up does not come back.
+TEST_F(AsyncSmAging, ARemovedFastdropIsNotStamped) {
+   add(2, 3);
+   fastdrops(2, 2, 20);
+   hooks_->everyHit = 9;
+   hooks_->onAsk = [&](RouteHandle handle) {
+      if (handle == RouteHandle(20)) status(2)->fastdropLastPollTimeDelAll();
+   };
+   pass();
+   EXPECT_TRUE(status(2)->fastdropLastPollTime().empty());
+}
+
 TEST_F(AsyncSmAging, AnIntervalOfThePlatformIsCutToEightBits) {
    auto& config = *inputs_.mfibConfig;
    config.activityPollingIntervalIs(9);

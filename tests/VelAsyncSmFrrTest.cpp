@@ -143,6 +143,18 @@ TEST_F(AsyncSmFrr, ASliceGoesOnWhereTheLastOneStopped) {
    EXPECT_EQ(walk(), " 0 1 2 3 4 5 6 7");
 }
 
+TEST_F(AsyncSmFrr, AReactorTakesItsPositionAlongAndTheNextGoesOnAtConstruction) {
+   covered(0, 4);
+   start(0.06);
+   down(1);
+   OifSetPtr const stopped = switch_->frrProcessingOifSet().begin()->first;
+   Qor::U32 const references = stopped->references();
+   sm_ = nullptr;
+   EXPECT_EQ(stopped->references(), references - 1);
+   start();
+   EXPECT_EQ(receiversOfAll(), "et3,et3,et3,et3");
+}
+
 // The pass over the former switch ends as it began, and the clock is the present one's.
 TEST_F(AsyncSmFrr, AHookMayReplaceTheSwitchDuringAPass) {
    for (unsigned const waitInOther : {0u, 3u}) {
