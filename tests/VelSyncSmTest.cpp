@@ -357,6 +357,19 @@ TEST_F(SyncSm, ASwitchThatIsTakenAwayIsLeftAsItIs) {
 
 // ---- Aging ----
 
+// An entry that is removed while the platform is asked for its hit does not come back.
+TEST_F(SyncSm, ARemovedFastdropIsNotStamped) {
+   program(1, set(2));
+   switch_->doAllocateRoute(key(1), vlan(3), false, nullptr, true, false, {}, VrfName("default"));
+   auto const route = status(1);
+   route->acceptingIntfIdIs({});
+   route->fastdropLastPollTimeIs("et3", 0);
+   send(1, 3);
+   onHook_ = {"mrouteHitBit", [&] { route->fastdropLastPollTimeDel("et3"); }};
+   time_->runUntil(aging());
+   EXPECT_TRUE(route->fastdropLastPollTime().empty());
+}
+
 TEST_F(SyncSm, AVrfWhoseNumberIsTooLongForTheHooksIsAProgrammingError) {
    program(1, set(2));
    in_.l3Status->vrfNameToVrfIdIs("default", Vel::VrfId(0x10000));
@@ -404,6 +417,13 @@ TEST_F(SyncSm, TheLengthOfSlicesAndPausesMayBeSet) {
    sm_->agingReviewIntervalIs(0);  // taken as the shortest
    time_->runUntil(aging());
    EXPECT_NEAR(aging(), time_->now() + Qor::Clock::retryGap, 1e-9);
+   // The end of the last route ends the review: the next one starts at the first route.
+   while (!switch_->route().empty())
+      switch_->doDeleteRoute(switch_->route().begin()->first);
+   program(9, set(2));
+   journal_.take();
+   time_->runUntil(aging());
+   EXPECT_EQ(journal_.like("6 Current"), Lines());
    EXPECT_EQ(errorText([&] { sm_->agingReviewQuotaIs(-1); }),
              "MrouteSwitchSm::agingReviewQuota < 0 or not finite not allowed");
    EXPECT_EQ(errorText([&] { sm_->agingReviewIntervalIs(Qor::never); }),
