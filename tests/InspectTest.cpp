@@ -50,7 +50,8 @@ TEST_P(Inspect, AnswersEachCommandOrNamesTheRightForm) {
          {"get /switch/1/switchId", "^[01]\n$"},
          {"ls /hwStatus/vrfStatus/default/route", R"x("\(\*, 239\.1\.1\.9\)" )x"},
          {R"x(get /hwStatus/vrfStatus/default/route/"(*, 239.1.1.9)"/acceptingIntfId)x", "rtr0"},
-         {"get /switch/1/inUseOifSet/[1]/mrouteSwitch/switchId", "^[01]\n$"},  // round in a circle
+         // A path may lead in a circle, here from the switch to a record and back.
+         {"get /switch/1/inUseOifSet/[1]/mrouteSwitch/switchId", "^[01]\n$"},
          {"get /switch/1/inUseOifSet/[9]", R"(has no member "\[9\]" among its \d+)"},
          {"ls /intfVlanId/intfIdToVlanId", "rtr0 +1006"},
          {"get /swatch", R"(error: / has no "swatch"; there is .*switch)"},
@@ -129,8 +130,8 @@ TEST_P(Inspect, ExplainsARouteInHardwareAWaitingRouteAndAnUnknownRoute) {
           "No route .*[\\s\\S]*the replay of its routes is not complete");
 }
 
-// A record becomes a zombie, is resurrected, and is freed; a watch does not keep the record alive.
-TEST_P(Inspect, WatchesARecordThroughItsLifeAndLetsItGo) {
+// The record becomes a zombie, is resurrected, and is freed. The watch does not keep it alive.
+TEST_P(Inspect, WatchesARecordUntilTheRecordIsFreed) {
    does("run 1");
    // The record that the withdrawn routes share is the first.
    expect("watch /switch/1/inUseOifSet/[1]", "^$");

@@ -13,8 +13,8 @@
 
 namespace Agent {
 
-// Two groups on the chip, two routes that share one, one that has the other and a fastdrop entry,
-// and two that wait; the sharing ones go at 2 s and come back at 3 s.
+// Two routes share a group, and a third route has a group and a fastdrop entry. The chip has no
+// room for the group of two more routes. The sharing routes are withdrawn at 2 s and return at 3 s.
 inline constexpr std::string_view inspectedLines[] = {
       R"({"at": 0, "route": {"src": "10.0.0.2", "dst": "239.1.1.1", "groups": 2, "iif": "rtr0", "oifs": ["rtr3", "cpu"], "backup": ["rtr5"]}})",
       R"({"at": 0, "route": {"src": "*", "dst": "239.1.1.9", "iif": "rtr0", "oifs": ["rtr4"], "fastdrop": ["rtr2"]}})",

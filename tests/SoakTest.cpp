@@ -1,4 +1,5 @@
-// Short soaks of both paths, and the faults that a soak must find.
+// Short soaks of both paths, the reproducers of earlier findings, and a fault that a soak must
+// find.
 #include <gtest/gtest.h>
 
 #include <cstdlib>
@@ -16,7 +17,7 @@ class Soak : public testing::TestWithParam<PathKind> {
 };
 INSTANTIATE_TEST_SUITE_P(Paths, Soak, testing::Values(PathKind::async, PathKind::sync));
 
-TEST_P(Soak, FindsNothingInShortLives) {
+TEST_P(Soak, FindsNoFaultInShortEpisodes) {
    SoakFigures done;
    for (std::uint64_t seed = 1; seed <= 8; ++seed) {
       SoakOutcome const outcome = playSoak(soakEpisode(seed, GetParam(), 1000));
@@ -30,8 +31,8 @@ TEST_P(Soak, FindsNothingInShortLives) {
    EXPECT_GT(done.restarts, 5u);
 }
 
-// All that can go wrong in one call of a hook, of as many calls as time allows.
-TEST_P(Soak, FindsNothingWhenEachHookCallFailsOnce) {
+// The number behind a scenario limits its plays, which are spread over the calls of its hooks.
+TEST_P(Soak, FindsNoFaultWhenEachHookCallFailsOnce) {
    auto const path = GetParam() == PathKind::async ? "async" : "sync";
    std::pair<char const*, int> const scenarios[] = {{"table-full", 150},
                                                     {"make-before-break", 150},
@@ -46,7 +47,7 @@ TEST_P(Soak, FindsNothingWhenEachHookCallFailsOnce) {
    }
 }
 
-TEST_P(Soak, EpisodesAreWrittenAsScenariosThatAreReadBackAsTheyWere) {
+TEST_P(Soak, WritesTheLinesOfEpisodesSoThatTheyParseUnchanged) {
    for (std::uint64_t seed = 1; seed <= 5; ++seed) {
       SoakEpisode const episode = soakEpisode(seed, GetParam(), 500);
       ScenarioParser parser;
@@ -60,66 +61,70 @@ TEST_P(Soak, EpisodesAreWrittenAsScenariosThatAreReadBackAsTheyWere) {
    }
 }
 
-// The faults that soaks have found, each in the fewest lines.
-TEST_P(Soak, FindsNothingWhereItOnceDid) {
+// The shortest reproducers of the faults that soaks have found.
+TEST_P(Soak, FindsNoFaultInTheReproducersOfEarlierFindings) {
    struct Life {
       std::vector<std::string> lines;
       Qor::U32 groups = 8192;
       std::optional<PathKind> only = std::nullopt;
    };
    Life const lives[] = {
-         // An interface changes sides between input and fastdrop, at rest and in mid-change.
+         // Two interfaces exchange their roles as input and fastdrop interface, at rest and during
+         // a change.
          {{R"({"at": 0, "route": {"src": "*", "dst": "239.1.1.1", "iif": "a", "oifs": ["x"], "fastdrop": ["b"]}})",
            R"({"at": 1, "route": {"src": "*", "dst": "239.1.1.1", "iif": "b", "oifs": ["x"], "fastdrop": ["a"]}})",
            R"({"at": 1.0005, "route": {"src": "*", "dst": "239.1.1.1", "iif": "a", "oifs": ["y"], "fastdrop": ["b"]}})",
            R"({"at": 1.001, "route": {"src": "*", "dst": "239.1.1.1", "iif": "b", "oifs": ["y"]}})"}},
-         // The input fails while the set is a zombie, and again when it has been brought back.
+         // The input fails while the set's record is a zombie, and again after its resurrection.
          {{R"({"at": 0, "route": {"src": "*", "dst": "239.1.1.1", "iif": "a", "oifs": ["x"], "backup": ["z"]}})",
            R"({"at": 1, "withdraw": {"src": "*", "dst": "239.1.1.1"}})",
            R"({"at": 2, "link": {"intf": "a", "state": "down"}})",
            R"({"at": 2.1, "link": {"intf": "a", "state": "up"}})",
            R"({"at": 2.5, "route": {"src": "*", "dst": "239.1.1.1", "iif": "a", "oifs": ["x"], "backup": ["z"]}})",
            R"({"at": 3, "link": {"intf": "a", "state": "down"}})"}},
-         // The agent restarts; the group of the first replayed route equals another's, as its own
-         // was rewritten, and its input fails again before the other route is replayed.
+         // Before the restart, the group of the first route was rewritten with its backup. During
+         // the replay the first route therefore adopts the group of the second, and its input fails
+         // again before the second route is replayed.
          {{R"({"at": 0, "route": {"src": "*", "dst": "239.1.1.1", "iif": "a", "oifs": ["x"], "backup": ["z"]}})",
            R"({"at": 0, "route": {"src": "*", "dst": "239.1.1.2", "iif": "b", "oifs": ["x"]}})",
            R"({"at": 1, "link": {"intf": "a", "state": "down"}})",
            R"({"at": 2, "restart": {"over": 1}})",
            R"({"at": 2.2, "link": {"intf": "a", "state": "up"}})",
            R"({"at": 2.5, "link": {"intf": "a", "state": "down"}})"}},
-         // The clock moves on during the pass that makes room for the waiting routes.
+         // A slow write advances the clock during the pass that places the waiting routes.
          {{R"({"at": 0, "route": {"src": "*", "dst": "239.1.1.1", "iif": "a", "oifs": ["x"]}})",
            R"({"at": 1, "fault": {"routesExhausted": true}})",
            R"({"at": 1, "route": {"src": "*", "dst": "239.1.2.1", "groups": 600, "iif": "a", "oifs": ["x"]}})",
            R"({"at": 2, "fault": {"routesExhausted": false, "slowNext": {"nth": 3, "extra": 0.7}}})",
            R"({"at": 2.001, "route": {"src": "*", "dst": "239.1.1.1", "iif": "b", "oifs": ["x"]}})"}},
-         // A route is withdrawn and wanted again in one instant, in which its input fails.
+         // A route is withdrawn, its input fails, and the route is announced again, all at one
+         // time.
          {{R"({"at": 0, "route": {"src": "*", "dst": "239.1.1.1", "iif": "a", "oifs": ["x"], "backup": ["z"]}})",
            R"({"at": 1, "withdraw": {"src": "*", "dst": "239.1.1.1"}})",
            R"({"at": 1, "link": {"intf": "a", "state": "down"}})",
            R"({"at": 1, "route": {"src": "*", "dst": "239.1.1.1", "iif": "a", "oifs": ["x"], "backup": ["z"]}})"}},
-         // A rerouted route leaves its group, returns to the outputs that it had, and keeps the group,
-         // since the write between the two has failed.
+         // A rerouted route is changed to other outputs, which fails, and then returns to its old
+         // outputs. It has kept its rewritten group.
          {{R"({"at": 0, "route": {"src": "*", "dst": "239.1.1.1", "iif": "a", "oifs": ["x"], "backup": ["z"]}})",
            R"({"at": 1, "link": {"intf": "a", "state": "down"}})",
            R"({"at": 2, "fault": {"failNext": {"write": "routePoint", "reason": "parity error"}}})",
            R"({"at": 2, "route": {"src": "*", "dst": "239.1.1.1", "iif": "a", "oifs": ["y"], "backup": ["z"]}})",
            R"({"at": 2.0005, "route": {"src": "*", "dst": "239.1.1.1", "iif": "a", "oifs": ["x"], "backup": ["z"]}})"}},
-         // A route that was given up and accepts from anywhere gets another input, which does not
-         // change the route.
+         // A no-RPF route that was given up gets another input, which does not change the route.
          {{R"({"at": 0, "fault": {"failNext": {"write": "routeCreate", "reason": "parity error", "count": 3}}})",
            R"({"at": 1, "route": {"src": "*", "dst": "239.1.1.1", "iif": "a", "oifs": ["x"], "noRpf": true}})",
            R"({"at": 2, "route": {"src": "*", "dst": "239.1.1.1", "iif": "b", "oifs": ["x"], "noRpf": true}})"}},
-         // Room is denied for longer than a route waits to be asked, and it has just been asked.
+         // The platform has room again shortly after a regular retry of the waiting route. The
+         // oracle must permit the wait until the next retry.
          {{R"({"at": 0, "fault": {"boundariesExhausted": true}})",
            R"({"at": 1, "route": {"src": "*", "dst": "239.1.1.1", "iif": "a", "oifs": ["x"], "bridge": true}})",
            R"({"at": 12, "fault": {"boundariesExhausted": false}})",
            R"({"at": 16, "mark": "a pause"})"},
           8192,
           PathKind::sync},
-         // On a full chip a route shares the group of one not replayed yet, and takes the group
-         // to its backup; then the agent crashes once more.
+         // On a full chip a replayed route shares the group of a route that is not replayed yet.
+         // The group is rewritten with the replayed route's backup, and then the agent crashes once
+         // more.
          {{R"({"at": 0, "route": {"src": "*", "dst": "239.1.1.1", "iif": "a", "oifs": ["x"], "backup": ["p"]}})",
            R"({"at": 0, "route": {"src": "*", "dst": "239.1.1.2", "groups": 2, "iif": "b", "oifs": ["y"], "backup": ["q"]}})",
            R"({"at": 1, "restart": {"begin": 2}})",
@@ -144,8 +149,8 @@ TEST_P(Soak, FindsNothingWhereItOnceDid) {
    }
 }
 
-// A route entry that points elsewhere since its memory failed.
-TEST_P(Soak, FindsARouteThatForwardsElsewhere) {
+// A memory error makes a route entry point at another group.
+TEST_P(Soak, ReportsARouteThatForwardsToTheWrongOutputs) {
    SimulatedSwitch simulated(GetParam(), {}, InterfaceMap());
    SimulatedTestbed testbed(simulated, nullptr, true);
    SoakOracle oracle(simulated, GetParam(), {});
@@ -172,7 +177,7 @@ TEST_P(Soak, FindsARouteThatForwardsElsewhere) {
    EXPECT_NE(std::find(found.begin(), found.end(), text), found.end());
 }
 
-TEST_P(Soak, IsReducedToTheLinesThatMatter) {
+TEST_P(Soak, ReducesAnEpisodeToTheLinesThatCauseItsFinding) {
    SoakEpisode const episode = soakEpisode(3, GetParam(), 400);
    auto const matters = [&](Scenario::Line const& line) {
       return line.where.line == episode.lines[70].where.line ||

@@ -28,13 +28,13 @@ struct CaptureTime {
 // The VRF comes from the routing table. The table that the kernel uses by default is the VRF
 // "default"; any other table gives its name or number to its VRF.
 struct MrouteEvent : CaptureTime {
-   bool deleted = false;  // the rest, except vrf and key, is the last state and no longer matters
+   bool deleted = false;  // the route is gone; all members but vrf and key are its last state
    L3::VrfName vrf;
    Routing::Multicast::Fib::IpGenRouteKey key;  // source and group as host prefixes; (*,G) has the
                                                 // unspecified source
    Lnet::IntfId iif;  // empty: no input interface is known, so the route accepts no packet
-   // False: a packet has arrived without a route, and the kernel waits for a route. The kernel
-   // forwards no packet meanwhile.
+   // False: a packet has arrived without a route, and the kernel waits for a route. Until then it
+   // forwards no packet of this source and group.
    bool resolved = false;
    std::vector<Lnet::IntfId> oifs;  // in the order of the capture; a name may occur twice
 };
@@ -47,10 +47,11 @@ struct LinkEvent : CaptureTime {
    bool adminUp = false;  // the flag UP: the link is enabled, which does not say that it works
 };
 
-// The whole state of some tables at one moment. Routes of a scope that are not listed do not exist.
-// The snapshot says nothing about other tables, so an empty list has no effect.
+// The whole state of the routing tables in `scopes` at one moment. A route of these tables that is
+// not in `routes` does not exist. The snapshot does not change other tables, so a snapshot without
+// scopes has no effect.
 struct SnapshotEvent : CaptureTime {
-   struct Scope {
+   struct Scope {  // one table: the multicast routes of one address family in one VRF
       Lnet::IpFamily family = Lnet::IpFamily::none;
       L3::VrfName vrf;
 

@@ -62,8 +62,8 @@ class CaptureReader {
 
    // The time of the last event.
    double time() const { return time_; }
-   std::uint64_t lines() const { return lines_; }      // read so far, of all files
-   std::uint64_t skipped() const { return skipped_; }  // by rules of MonitorParser
+   std::uint64_t lines() const { return lines_; }      // lines of all files, read so far
+   std::uint64_t skipped() const { return skipped_; }  // lines that MonitorParser skipped
    std::uint64_t clockSteps() const { return clockSteps_; }
 
  private:

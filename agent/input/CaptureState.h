@@ -47,7 +47,8 @@ struct RouteDifference {
    std::string toString() const;
 };
 
-// In the order of the routes; empty when the tables are equal.
+// Compares two tables. The differences are in the order of the routes, and none if the tables are
+// equal.
 std::vector<RouteDifference> differences(RouteStates const& expected, RouteStates const& actual);
 
 class CaptureState {
@@ -71,7 +72,7 @@ class CaptureState {
 
    RouteStates routes_;
    std::map<Lnet::IntfId, Link> links_;
-   std::map<std::uint32_t, Lnet::IntfId> linkNames_;  // the latest of each index
+   std::map<std::uint32_t, Lnet::IntfId> linkNames_;  // the latest name of each ifindex
 };
 
 }  // namespace Agent

@@ -29,8 +29,9 @@ struct InputError {
    // Cuts `offending` to the limit.
    void textIs(std::string_view offending);
 
-   // "FILE:LINE: REASON". A text follows on a second line, behind four blanks. Bytes that are not
-   // printable ASCII become \xNN, so that a damaged file has no effect on a terminal.
+   // "FILE:LINE: REASON". The offending text, if there is one, follows on a second line behind four
+   // blanks. Bytes that are not printable ASCII become \xNN, so that a damaged file has no effect
+   // on a terminal.
    std::string toString() const;
 };
 

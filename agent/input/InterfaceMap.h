@@ -38,7 +38,7 @@ class InterfaceMapFull final : public std::runtime_error {
 
 struct Intf {
    Lnet::IntfId id;
-   Qor::U32 port;  // 0: none
+   Qor::U32 port;  // 0: the interface has no port
    Bridging::VlanId vlan;
    bool cpu;
 };
@@ -47,7 +47,7 @@ class InterfaceMap {
  public:
    static constexpr unsigned firstVlan = 1006;
    static constexpr unsigned lastVlan = 4094;
-   static constexpr Qor::U32 lastPort = 65535;  // the largest a map file may give
+   static constexpr Qor::U32 lastPort = 65535;  // the largest port number of a map file
 
    // Reads a map file ("-" is standard input), before the first call of intf(). An error is
    // returned, and leaves the map unchanged: the file is missing, a name, port or vlan occurs twice
@@ -75,7 +75,7 @@ class InterfaceMap {
    Qor::U32 nextPort();
 
    std::vector<std::unique_ptr<Intf const>> intfs_;
-   std::unordered_map<Qor::U32, Intf const*> byId_;  // keyed by IntfId::id()
+   std::unordered_map<Qor::U32, Intf const*> byId_;  // by IntfId::id()
    std::unordered_map<Qor::U32, Intf const*> byPort_;
    std::vector<Intf const*> byVlan_ = std::vector<Intf const*>(lastVlan + 1);
    unsigned vlanHint_ = firstVlan;  // the next vlan to try; the ones before it are taken

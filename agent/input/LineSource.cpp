@@ -147,7 +147,7 @@ LineSource::Fill LineSource::detectCoding() {
    return Fill::more;
 }
 
-// Appends to the decoded bytes; `more` when at least one byte was added.
+// Reads and appends decoded bytes to out_. Returns `more` if at least one byte was appended.
 LineSource::Fill LineSource::fill() {
    if (begin_ > 0) {
       std::memmove(out_.data(), out_.data() + begin_, end_ - begin_);

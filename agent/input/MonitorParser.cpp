@@ -105,7 +105,7 @@ bool MonitorParser::fail(std::string reason, std::size_t position) {
    return false;
 }
 
-// Reports the next word as a fault.
+// Reports the next word as a fault. `expected` is the text for the right words.
 bool MonitorParser::failWord(char const* expected) {
    skipBlanks();
    if (atEnd()) return fail(std::string("the line ends where ") + expected + " is expected");
@@ -173,7 +173,7 @@ bool MonitorParser::parsePrefixes(CaptureTime& time, bool& skip) {
    return true;
 }
 
-// "YYYY-MM-DDTHH:MM:SS.ffffff]", from behind the bracket.
+// Parses "YYYY-MM-DDTHH:MM:SS.ffffff]", behind the opening bracket.
 bool MonitorParser::parseStamp(CaptureTime& time) {
    constexpr std::string_view form = "dddd-dd-ddTdd:dd:dd.dddddd]";
    std::string_view const text = line_.substr(position_, form.size());
@@ -243,7 +243,7 @@ bool MonitorParser::parseMroute(MrouteEvent& event) {
    return atEnd() || failWord("the end");
 }
 
-// "(SOURCE,GROUP)".
+// Parses "(SOURCE,GROUP)".
 bool MonitorParser::parseKey(MrouteEvent& event) {
    std::size_t const first = position_++;
    std::size_t const end = line_.find(')', position_);
@@ -257,7 +257,7 @@ bool MonitorParser::parseKey(MrouteEvent& event) {
    return true;
 }
 
-// Names up to and including the word "State:".
+// Parses the names of the outputs up to the word "State:", which is also read.
 bool MonitorParser::parseOifs(MrouteEvent& event) {
    while (true) {
       skipBlanks();
@@ -274,7 +274,7 @@ bool MonitorParser::parseOifs(MrouteEvent& event) {
    }
 }
 
-// The "N)" of "(ttl N)".
+// Parses the "N)" of "(ttl N)".
 bool MonitorParser::parseTtl() {
    skipBlanks();
    std::size_t const at = position_;
@@ -297,7 +297,7 @@ bool MonitorParser::parseState(MrouteEvent& event) {
    return true;
 }
 
-// "  N packets, N bytes[, N arrived on wrong iif.][, Age S.SS]", from behind the backslash.
+// Parses "  N packets, N bytes[, N arrived on wrong iif.][, Age S.SS]", behind the backslash.
 bool MonitorParser::parseStatistics() {
    constexpr std::uint64_t any = ~std::uint64_t{0};
    auto const counted = [this](std::string_view unit) { return number(any) && accept(unit); };
@@ -330,7 +330,7 @@ IntfOperStatus MonitorParser::Link::status() const {
    return word;
 }
 
-// "7: rtr5@if2: ".
+// Parses "7: rtr5@if2: ".
 bool MonitorParser::parseLinkName(LinkEvent& event) {
    std::size_t at = position_;
    auto const index = number(0x7fffffff);
@@ -347,7 +347,7 @@ bool MonitorParser::parseLinkName(LinkEvent& event) {
    return reason.empty() || fail(std::move(reason), at);
 }
 
-// "<NO-CARRIER,BROADCAST,UP>".
+// Parses "<NO-CARRIER,BROADCAST,UP>".
 bool MonitorParser::parseLinkFlags(Link& link) {
    skipBlanks();
    std::size_t const first = position_;
@@ -370,8 +370,8 @@ bool MonitorParser::parseLinkFlags(Link& link) {
    return true;
 }
 
-// "mtu 1500 qdisc noqueue state UP group default \ link/". The rest of the line describes the
-// hardware address.
+// Parses "mtu 1500 qdisc noqueue state UP group default \ link/". The rest of the line has the
+// hardware address and is ignored.
 bool MonitorParser::parseLinkAttributes(Link& link) {
    while (true) {
       skipBlanks();

@@ -54,7 +54,7 @@ struct RouteText {
    std::vector<Lnet::IntfId> oifs;
 };
 
-// Receives the values of the text in order. Every operation returns whether to go on.
+// Receives the values of the text in order. Every operation returns false to stop the reading.
 class Handler final : public nlohmann::json_sax<json> {
  public:
    Handler(std::string_view text, char const* const& reached, SnapshotEvent& event)

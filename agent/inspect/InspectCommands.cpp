@@ -22,7 +22,7 @@ std::string lastSegment(TreeNode const& parent, TreeNode const& child) {
    return printable(child.path.substr(parent.path == "/" ? 1 : parent.path.size() + 1));
 }
 
-// One line of ls.
+// A line of the output of ls.
 ordered_json rowJson(EntityTree const& tree, TreeNode const& parent, TreeNode const& child) {
    ordered_json row = {{"name", lastSegment(parent, child)}};
    bool const collection = child.kind == Kind::collection;

@@ -96,7 +96,7 @@ ordered_json interfaceJson(Lnet::IntfId intf, Bridging::VlanIdOrNone vlan) {
    return fmt::format("{} (vlan {})", intf.name(), vlan);
 }
 
-// A time of 0 is not known.
+// The time as JSON: null for 0, which stands for an unknown time.
 ordered_json timeJson(Qor::Seconds time) {
    if (time == 0) return nullptr;
    return time;
@@ -208,7 +208,8 @@ class Explanation {
       out_["fastdrop"] = std::move(fastdrops);
    }
 
-   // The set of the record may be older than the wanted set.
+   // The set by which the route forwards at present. While a change is under way, that is the set
+   // of the record and not the wanted set.
    MrouteLib::PortVlanSet const& placedSet() const {
       return record_ ? record_->oifSet->portVlanSet() : wanted_.set;
    }
@@ -235,7 +236,7 @@ class Explanation {
    // The differences between the chip and the route programmer, a sentence each.
    ordered_json chipDiffers() const {
       ordered_json out = ordered_json::array();
-      if (route_.handle().isNull()) return out;  // the route takes no entry
+      if (route_.handle().isNull()) return out;  // the route has no entry to compare
       if (!entry_) {
          out.push_back(fmt::format("the chip has no entry for handle {}", route_.handle().value()));
          return out;

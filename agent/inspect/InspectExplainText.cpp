@@ -143,7 +143,7 @@ class ExplanationText {
       }
    }
 
-   // Follows the name of a group at which a found entry points.
+   // The text behind the group of a found entry: the routes that hold the group, if there are any.
    static std::string sharedGroup(ordered_json const& entry) {
       ordered_json const& of = entry.at("groupOf");
       if (of.at("routes") == 0) return "";

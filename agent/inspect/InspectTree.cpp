@@ -31,7 +31,8 @@ std::string below(std::string const& path, std::string_view segment) {
    throw InspectError(text);
 }
 
-// The kind of an object or a value. A value whose type has attributes has children like an object.
+// A node for an object or a value. A value whose type has attributes has children, so its kind is
+// Kind::object as well.
 TreeNode nodeOf(std::string path, Generic it, std::string const& declared) {
    TreeNode node;
    node.kind = Kind::value;

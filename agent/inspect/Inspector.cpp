@@ -225,7 +225,7 @@ void Inspector::unwatch(Words const& words) {
    if (words.size() == 1) {
       watches_.removeAll();
    } else {
-      // By the path of the watch, because the tree may have lost the node.
+      // The watch is found by its path, because the node may no longer be in the tree.
       std::string path;
       for (std::string const& segment : segmentsOf(words[1].raw))
          path += '/' + quotedSegment(segment);
@@ -236,7 +236,8 @@ void Inspector::unwatch(Words const& words) {
 
 // ---- Time. ----
 
-// After a change by hand, the run may fail an assertion later.
+// Lets time pass. After a change by hand that may fail an assertion, so it is tried in a copy of
+// the process before.
 void Inspector::advance(std::function<void()> const& doIt) {
    if (changed_ && run_.inMemory()) {
       std::string const why = rehearse(doIt);

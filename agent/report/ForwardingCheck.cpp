@@ -11,7 +11,7 @@ namespace {
 
 using Routing::Multicast::Fib::IpGenRouteKey;
 
-// The interfaces that the copies of a packet leave by name, and "cpu".
+// The names of the interfaces at which the copies of a packet leave, with "cpu" for the CPU.
 using Outputs = std::set<std::string>;
 
 std::string toString(Outputs const& outputs) {
@@ -109,7 +109,8 @@ class Comparison {
       }
    }
 
-   // The interfaces alone do not prove the entry, because another route may have the same outputs.
+   // Equal outputs do not prove that the packet hit this entry, because another route may have the
+   // same outputs.
    bool hitsOwnEntry(Qor::U32 vrfId, RouteId const& id, Sim::Forwarded const& forwarded) const {
       if (!forwarded.entry) return false;
       Sim::Entry const* const entry = simulated_.chip().routes().find(*forwarded.entry);

@@ -1,10 +1,10 @@
 // Compares the forwarding of the simulated chip with the tables at the end of the capture.
 //
 // For every route of the capture the check sends a packet through the chip, from the route's
-// incoming interface. A copy must come out of each output of the route whose link is up, and of no
+// incoming interface. A copy must leave at each output of the route whose link is up, and at no
 // other interface. The packet must hit the route's own entry, and the chip must have no further
-// entries. A route that waits for room, or whose write failed, is not a difference: it is listed
-// with its reason.
+// entries. A route that waits for room, or whose write failed, is not a difference. The check lists
+// such a route with its reason.
 #pragma once
 
 #include <string>

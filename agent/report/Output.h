@@ -1,5 +1,5 @@
-// The check that output has reached its file. A full disk prevents that, as does the end of a
-// reader.
+// Tests whether output has reached its file. A full disk prevents that, and so does a reader of a
+// pipe that has ended.
 #pragma once
 
 #include <ostream>

@@ -25,7 +25,8 @@ ordered_json eventsJson(RunFigures const& figures) {
 }
 
 ordered_json timeJson(RunFigures const& figures) {
-   // Each route of a snapshot is as much work as an event.
+   // A snapshot counts as one event for each of its routes, because each route is as much work as
+   // an event.
    std::uint64_t const changes = figures.events - figures.snapshots + figures.snapshotRoutes;
    return {{"seconds", figures.processorSeconds},
            {"microsecondsPerEvent", ratio(figures.processorSeconds * 1e6, changes)}};
@@ -51,7 +52,8 @@ ordered_json routesJson(RouteCounts const& routes, RouteProgrammer::Counters con
            {"unchangedUpdates", counters.unchanged}};
 }
 
-// Zombies are not in use, and those with a hard-wired group have none of the allocated groups.
+// The number of allocated groups without those of zombies. A zombie with a hard-wired group has no
+// allocated group.
 Qor::U32 groupsInUse(SwitchPath const& path) {
    Qor::U32 groups = path.groupsAllocated();
    for (RecordRow const& zombie : path.zombieRecords())

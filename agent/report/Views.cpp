@@ -137,7 +137,7 @@ ordered_json chipJson(SimulatedSwitch const& simulated) {
            {"boundaries", entriesJson(chip.boundaries())}};
 }
 
-// A cell of a text table.
+// The text of a value in a cell of a table.
 std::string cell(ordered_json const& value) {
    if (value.is_string()) return value.get<std::string>();
    if (value.is_boolean()) return value.get<bool>() ? "yes" : "no";

@@ -191,7 +191,7 @@ class Run final : public InspectedRun {
    }
 
    int report(SimulatedSwitch& simulated) {
-      // The check precedes the tables, so its packets count in them.
+      // The check comes first, so that the printed tables count its packets.
       ForwardingCheck check;
       if (options_.check) check = checkForwarding(simulated, capture_);
       auto summary = summaryJson(figures_, simulated, options_.check ? &check : nullptr);

@@ -23,8 +23,8 @@ class MessageCounter final : private Qor::TraceSink, private Qor::LogSink {
    MessageCounter(MessageCounter const&) = delete;
    MessageCounter& operator=(MessageCounter const&) = delete;
 
-   // How often such a message appeared since the last mark, or since the start. `expected` is one
-   // of the lines'.
+   // The number of messages that match `expected` since the last mark, or since the start.
+   // `expected` must be one of the expectations in the lines.
    std::uint64_t seen(Scenario::MessageExpectation const& expected) const;
    void mark();
 

@@ -9,7 +9,7 @@ namespace Agent::Scenario {
 
 namespace {
 
-// The address `step` addresses behind this one, as numbers, wrapping around.
+// The address as a number, plus `step`. The sum wraps around behind the last address.
 Lnet::IpGenAddr plus(Lnet::IpGenAddr const& address, std::uint32_t step) {
    Lnet::IpGenAddr::Bytes bytes = address.bytes();
    std::uint64_t carry = step;

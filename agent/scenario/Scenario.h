@@ -40,7 +40,8 @@ struct RouteRun {
    RouteKey first;
    std::uint32_t groups = 1;
 
-   // The key of the i-th route, counted from 0. A route whose group is a range is the only one.
+   // The key of the i-th route, counted from 0. A route whose group is a range is the only route of
+   // its line.
    RouteKey key(std::uint32_t i) const;
    // "(10.0.0.2, 239.1.1.1)", followed by " and 999 more" for several routes, and preceded by
    // "vrf NAME " for another VRF than "default".
@@ -69,7 +70,7 @@ struct Settings {
    std::string title;
    Sim::ChipConfig chip;
    double minPollingInterval = 0;  // seconds; the shortest interval that the platform supports
-   double callCost = 0;            // seconds for each call of a hook
+   double callCost = 0;            // virtual seconds that each call of a hook takes
 };
 
 struct Route {
@@ -125,15 +126,18 @@ struct FailNext {
    std::string reason;
    std::uint32_t count = 1;
 };
+// The nth write from now takes `extra` more seconds.
 struct SlowNext {
    std::uint32_t nth = 1;
-   double extra = 0;  // seconds
+   double extra = 0;
 };
+// Each write of this kind fails with this probability, 0 to 1.
 struct FailRate {
    Sim::WriteKind write{};
    double probability = 0;
 };
-// The nth call of a platform hook from now fails in the ways that the hook has (Sim::Faults).
+// The nth call of a platform hook from now fails: the hook refuses it, or its writes fail. The
+// members are those of Sim::Faults::FailedCall.
 struct FailCall {
    std::uint32_t nth = 1;
    bool refused = false;

@@ -34,8 +34,8 @@ json jsonFrom(std::string_view text) {
       if (text.find('\0') == std::string_view::npos) return parsed;
       throw Bad{"not valid JSON: a NUL byte"};
    } catch (json::exception const& error) {
-      // "[json...] parse error at line 1, column 5: syntax error while parsing ..."; without a
-      // place the fault follows the bracket.
+      // The error text is "[json...] parse error at line 1, column 5: syntax error while parsing
+      // ...". If the text has no line and column, the fault follows the bracket.
       std::string_view what = error.what();
       for (std::string_view const before : {"] ", "parse error at line 1, "}) {
          if (auto const at = what.find(before); at != std::string_view::npos) {

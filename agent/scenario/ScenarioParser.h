@@ -34,8 +34,8 @@ class ScenarioParser {
 // A whole scenario. All lines are parsed before the first one is played.
 struct ScenarioFile {
    Scenario::Settings settings;
-   std::optional<PathKind>
-         path;  // the only path that plays the scenario, from the line of the settings
+   // The only path that plays the scenario, from the line of the settings; absent: both paths do.
+   std::optional<PathKind> path;
    std::vector<Scenario::Line> lines;  // without the settings
    std::vector<InputError> errors;     // in the order of the file; faulty lines are not in `lines`
 

@@ -7,8 +7,8 @@
 
 namespace Agent {
 
-// One line, without its end. Times are rounded to microseconds. Expectations are written only as
-// far as they are `check`, `forward` and the numbers of states.
+// One line, without its end. Times are rounded to microseconds. Of expectations, only `check`,
+// `forward` and the numbers of states are written.
 std::string scenarioLine(Scenario::Line const& line);
 // The first line of a scenario that one path alone plays.
 std::string scenarioLine(Scenario::Settings const& settings, PathKind path);

@@ -90,7 +90,8 @@ class Testbed {
    virtual void counterRouteIs(L3::VrfName const& vrf, Scenario::RouteKey const& key,
                                bool counted) = 0;
    virtual void faultIs(Scenario::Fault const& fault) = 0;
-   // Refuses a replay of a route that is not wanted.
+   // Crashes and restarts the agent. Raises TestbedRefusal if the replay has a route that is not
+   // wanted.
    virtual void restart(Scenario::Restart const& restart) = 0;
    // Sends one packet through the chip, which counts it for the entry that it hits. The packet
    // arrives from the interface even if the link is down.
@@ -110,7 +111,8 @@ class Testbed {
    // ---- Output for people. ----
 
    virtual void show(std::vector<std::string> const& views) = 0;
-   // Notes a moment that the scenario has marked.
+   // Called at each mark of the scenario, so that the testbed can show the mark. The default does
+   // nothing.
    virtual void marked(std::string const& text) { static_cast<void>(text); }
 };
 

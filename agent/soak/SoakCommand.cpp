@@ -18,7 +18,8 @@ namespace {
 
 using nlohmann::ordered_json;
 
-// The lengths that random episodes have, by their seeds: short ones are many, and cheap to make shorter.
+// The lengths of the random episodes in operations; the seed selects one. Most episodes are short,
+// because a short one is cheap to reduce.
 constexpr std::size_t lengths[] = {300, 1000, 3000, 1000, 10'000};
 
 class Soak {
@@ -26,7 +27,7 @@ class Soak {
    explicit Soak(SoakOptions const& options)
          : options_(options), progress_(::isatty(STDERR_FILENO) != 0) {}
 
-   // Whether nothing was found.
+   // Returns true if no episode has a finding.
    bool random(PathKind path) {
       std::uint64_t done = 0;
       for (std::uint64_t i = 0; done < options_.operations; ++i) {
@@ -51,8 +52,8 @@ class Soak {
       return outcome.clean();
    }
 
-   // Plays the scenario once for each call of a hook that it makes, and each way in which the call
-   // can fail; of very many, as evenly spread a part as there are operations.
+   // Plays the scenario once for each call of a hook and each way in which the call can fail. If
+   // that is more often than `operations`, plays an evenly spread part of these.
    bool sweep(SoakEpisode episode) {
       std::erase_if(episode.lines, [](Scenario::Line const& line) {
          return std::holds_alternative<Scenario::Expect>(line.event);
@@ -93,15 +94,15 @@ class Soak {
       }
       SoakFigures const& f = figures_;
       std::cout << "\nroutes         " << n(f.routesPeak) << " at most, " << n(f.reroutes)
-                << " rerouted, " << n(f.refusals) << " times one had to wait for room\n"
+                << " rerouted, " << n(f.refusals) << " times a route had to wait for room\n"
                 << "groups         " << n(f.resurrections) << " resurrections, " << n(f.purges)
                 << " zombies purged for room\n"
                 << "writes         " << n(f.writes) << " on the chip, " << n(f.faults)
-                << " made to fail; " << n(f.unchanged) << " updates changed nothing\n"
+                << " injected failures; " << n(f.unchanged) << " updates changed nothing\n"
                 << "packets        " << n(f.packets) << " of traffic and checks\n"
                 << "comparisons    " << n(f.routeChecks) << " routes at " << n(f.looks)
                 << " moments, and " << n(f.tableChecks) << " routes, groups and entries in "
-                << n(f.fullChecks) << " of everything\n"
+                << n(f.fullChecks) << " full comparisons\n"
                 << "found          " << (found_.empty() ? "nothing" : found_.front()) << '\n';
    }
 
@@ -128,7 +129,7 @@ class Soak {
                 {"inFull", f.tableChecks}}},
               {"found", found_},
               {"seed", foundSeed_},
-              {"replay", replay_}};
+              {"replay", reproducer_}};
    }
 
    void show() {
@@ -147,18 +148,20 @@ class Soak {
                 << outcome.lines << ", at " << Scenario::numberText(outcome.time) << " s:\n";
       for (std::string const& text : outcome.found)
          std::cerr << "   " << text << '\n';
-      std::cerr << "looking for the shortest replay\n";
-      // What is looked at throughout is found where it comes up, if that does not hide it.
+      std::cerr << "looking for the shortest reproducer\n";
+      // Compare everything at each look, so that the fault is found where it first appears. If the
+      // fault disappears with that, use the normal rate.
       SoakHow how;
       how.looksPerFullCheck = 1;
       if (forkSoak(episode, how).clean()) how = {};
       auto const again = [&](SoakEpisode const& candidate) { return forkSoak(candidate, how); };
       SoakEpisode const shortest = reducedSoak(episode, again);
-      replay_ = reproducerText(shortest, again(shortest));
+      reproducer_ = reproducerText(shortest, again(shortest));
       if (options_.reproducerFile.empty()) {
-         std::cerr << replay_;
-      } else if (std::ofstream file(options_.reproducerFile); !(file << replay_ << std::flush)) {
-         std::cerr << options_.reproducerFile << ": cannot write\n" << replay_;
+         std::cerr << reproducer_;
+      } else if (std::ofstream file(options_.reproducerFile);
+                 !(file << reproducer_ << std::flush)) {
+         std::cerr << options_.reproducerFile << ": cannot write\n" << reproducer_;
       } else {
          std::cerr << shortest.lines.size() << " lines: " << options_.reproducerFile << '\n';
       }
@@ -171,10 +174,11 @@ class Soak {
    SoakFigures figures_;
    std::vector<std::string> found_;
    std::uint64_t foundSeed_ = 0;
-   std::string replay_;
+   std::string reproducer_;
 };
 
-// The episode that a scenario is, on a path that it is for; an error is told.
+// Reads a scenario as an episode for one path, without the lines for the other path. Prints the
+// errors of a bad scenario to standard error and returns nothing.
 std::optional<SoakEpisode> episodeOf(std::string const& name, PathKind path) {
    ScenarioFile file = ScenarioFile::read(name);
    for (InputError const& error : file.errors)

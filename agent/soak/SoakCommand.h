@@ -10,16 +10,17 @@
 namespace Agent {
 
 struct SoakOptions {
-   std::vector<std::string> files;  // scenarios to play under the oracle; none: random ones
+   std::vector<std::string> files;  // the scenarios to play; without any, random episodes
    std::uint64_t seed = 1;
-   std::uint64_t operations = 100'000;
-   std::optional<PathKind> path;  // nothing: that of a scenario, or both
-   std::string reproducerFile;    // where the shortest replay goes; empty: standard error
+   std::uint64_t operations = 100'000;  // for each path; with `sweep`, the plays of each scenario
+   std::optional<PathKind> path;        // unset: both paths, or the only path of a scenario
+   std::string reproducerFile;          // for the shortest reproducer; empty: standard error
    bool json = false;
-   bool sweep = false;  // of each file: every hook call fails once
+   bool sweep = false;  // play each scenario once for each way in which each hook call can fail
 };
 
-// Exit codes as of `velmroute run`; exitFailed when something was found.
+// Returns the exit code: exitFailed after a finding or a bad scenario, exitUsage if `sweep` has no
+// scenario. Prints the figures to standard output, and findings and errors to standard error.
 int runSoak(SoakOptions const& options);
 
 }  // namespace Agent

@@ -22,7 +22,7 @@ void SoakCounters::configIs(Scenario::Config const& config) {
 }
 
 void SoakCounters::countedIs(L3::VrfName const& vrf, RouteKey const& key, bool counted) {
-   // The key of all routes is that of a counter of its own.
+   // The catch-all key belongs to the wildcard counter, which is not compared.
    if (key.kind() == RouteKey::kindCatchAll) return;
    if (!counted) {
       auto const it = counters_.find(key);
@@ -50,15 +50,15 @@ std::vector<std::string> SoakCounters::check(SwitchPath const& path, bool exact)
       if (shown.has_value() != counts()) {
          if (exact) {
             wrong.push_back("counter " + key.pretty() +
-                            (shown ? " is there, and counting is off" : " is missing"));
+                            (shown ? " exists, and counters are off" : " is missing"));
          }
          continue;
       }
       if (!shown) continue;
       bool const read = exact && counter.changedAt + twoReadings < Qor::now();
       if (*shown > counter.hits || (read && *shown != counter.hits)) {
-         wrong.push_back("counter " + key.pretty() + " shows " + std::to_string(*shown) +
-                         ", counted are " + std::to_string(counter.hits));
+         wrong.push_back("counter " + key.pretty() + " is " + std::to_string(*shown) +
+                         ", expected " + std::to_string(counter.hits));
       }
    }
    return wrong;

@@ -1,6 +1,7 @@
-// What route counters should show, on the path that keeps them: what has hit the entries of a key,
-// in any VRF, since the counter was made or the mode changed. It is read every two seconds, so what
-// is shown may be behind, but never ahead.
+// The expected route counters of the synchronous path. The counter of a key counts the packets or
+// bytes that hit the entries of this key, in any VRF, since the counter was created or the mode
+// changed. The switch reads the chip every two seconds, so a published counter may be lower than
+// the expected one and never exceeds it.
 #pragma once
 
 #include <map>
@@ -19,21 +20,22 @@ class SoakCounters {
    void configIs(Scenario::Config const& config);
    void countedIs(L3::VrfName const& vrf, RouteKey const& key, bool counted);
    void hit(RouteKey const& key, Qor::U32 bytes);
-   void restart();  // all count from 0
+   void restart();  // sets all counters to 0
 
-   // What is wrong with what is shown, a line each. Where `exact`, nothing has made reading late.
+   // The differences between the published counters and the expected ones, one line each. Without
+   // `exact`, readings may be late, so a published counter may be missing or too low.
    std::vector<std::string> check(SwitchPath const& path, bool exact) const;
 
  private:
-   static constexpr double twoReadings = 4.5;  // seconds
+   static constexpr double twoReadings = 4.5;  // seconds, at most
 
    struct Counter {
-      std::set<L3::VrfName> vrfs;  // whose configuration names it
-      std::uint64_t hits = 0;      // in the present mode's unit
-      double changedAt = 0;
+      std::set<L3::VrfName> vrfs;  // the VRFs whose configuration names the key
+      std::uint64_t hits = 0;      // packets or bytes, by the present mode
+      double changedAt = 0;        // Qor::now() at the last change of `hits`
    };
 
-   // There is a counter for each key that is named, while all are on.
+   // Whether the switch publishes the counters of the named keys.
    bool counts() const { return allCounter_; }
 
    std::map<RouteKey, Counter> counters_;

@@ -17,16 +17,16 @@ using namespace Scenario;
 using Interface::IntfOperStatus;
 using Sim::WriteKind;
 
-// What an episode may do next.
+// The kinds of events in an episode.
 enum class Op : unsigned char {
    newRoute,
-   block,          // many routes at once
+   block,          // many routes in one line
    newOutputs,     // of a route
    newProperties,  // of a route: input, backup, fastdrop, no RPF, bridge
-   again,          // wanted as it is
+   again,          // a route is announced without a change
    withdraw,
    withdrawBlock,
-   comeBack,  // a route that was withdrawn lately
+   comeBack,  // a withdrawn route is announced again
    link,
    bfd,
    traffic,
@@ -41,6 +41,7 @@ enum class Op : unsigned char {
 };
 constexpr std::size_t ops = 19;
 
+// The weights of the kinds before chooseMix() varies them.
 constexpr std::array<double, ops> commonly = {12, 0.7, 22,  8,   3,   10,  0.5, 10,   4, 2,
                                               10, 0.5, 1.5, 0.8, 0.5, 0.5, 0.5, 0.15, 2};
 
@@ -72,7 +73,7 @@ class Generator {
    }
 
  private:
-   // ---- Chance. ----
+   // ---- Random choices. ----
 
    std::uint64_t below(std::uint64_t n) { return n == 0 ? 0 : random_() % n; }
    std::uint64_t between(std::uint64_t a, std::uint64_t b) { return a + below(b - a + 1); }
@@ -102,7 +103,7 @@ class Generator {
          chip.boundaries = 100;
          routesWanted_ = between(300, 1500);
       } else {
-         routesWanted_ = between(2000, 6000);  // the chip is as large as they come
+         routesWanted_ = between(2000, 6000);  // the chip keeps its default size, the largest
       }
       if (oneIn(3)) chip.groups = 8192;
       constexpr double latencies[] = {0, 0.00001, 0.001, 0.001, 0.02, 0.3};
@@ -155,7 +156,7 @@ class Generator {
    template <class Kind>
    void add(Kind event) {
       Line line;
-      line.where = {"soak", episode_.lines.size() + 2};  // behind the settings
+      line.where = {"soak", episode_.lines.size() + 2};  // line 1 has the settings
       line.at = at_;
       line.event = std::move(event);
       episode_.lines.push_back(std::move(line));
@@ -174,7 +175,7 @@ class Generator {
       later(step);
    }
 
-   // Times are such as a scenario's lines can tell: whole microseconds.
+   // The file format of scenarios has times in whole microseconds.
    void later(double step) { at_ = std::round((at_ + step) * 1e6) / 1e6; }
 
    void heal() {
@@ -257,7 +258,7 @@ class Generator {
                                       vrfs_.begin());
    }
 
-   // Wants one route, and remembers it.
+   // Announces one route and records it as wanted.
    void want(Scenario::Route const& route) {
       RouteId const id{route.routes.vrf, route.routes.first};
       auto const [it, isNew] = places_.try_emplace(id, live_.size());
@@ -292,7 +293,7 @@ class Generator {
       want(route);
    }
 
-   // Many routes in one line: wanted, wanted differently, and some of them no more.
+   // Adds a block of routes, or announces or withdraws a block or its last part.
    void block(bool withdrawn) {
       if (blocks_.size() < 3 && !withdrawn) {
          Scenario::Route route;
@@ -339,7 +340,7 @@ class Generator {
       want(route);
    }
 
-   // ---- What happens around the routes. ----
+   // ---- Events other than routes. ----
 
    Lnet::IntfId someLink() {
       std::uint64_t const kind = below(10);
@@ -407,7 +408,7 @@ class Generator {
       add(Counter{route.routes, !oneIn(4)});
    }
 
-   // The routing layer tells all again, at once or over some seconds, in which life goes on.
+   // Each phase of the replay takes no time or up to 2 s, during which other events happen.
    void restart() {
       Restart restart;
       restart.order = static_cast<RestartOptions::Order>(below(3));
@@ -511,17 +512,17 @@ class Generator {
    SoakEpisode episode_;
    double at_ = 0;
    std::uint64_t routesWanted_ = 100;
-   std::uint64_t backupsOften_ = 0;  // of 4 routes
+   std::uint64_t backupsOften_ = 0;  // the number of routes with a backup among 4
    std::discrete_distribution<int> mix_;
    std::vector<L3::VrfName> vrfs_;
    std::vector<std::vector<Lnet::IntfId>> inputs_;  // by VRF
    std::vector<Lnet::IntfId> outputs_, backups_;
    std::vector<std::vector<Lnet::IntfId>> popular_;  // outputs that many routes share
-   std::vector<Scenario::Route> live_;               // wanted, one by one
-   std::map<RouteId, std::size_t> places_;           // where in live_
-   std::deque<Scenario::Route> gone_;                // withdrawn lately
+   std::vector<Scenario::Route> live_;               // the wanted routes without the blocks
+   std::map<RouteId, std::size_t> places_;           // the index in live_
+   std::deque<Scenario::Route> gone_;                // the 40 routes that were withdrawn last
    std::vector<Scenario::Route> blocks_;
-   std::vector<Fault> healing_;  // what ends the faults that last
+   std::vector<Fault> healing_;  // the events that end the lasting faults
 };
 
 }  // namespace

@@ -1,8 +1,8 @@
-// The random lives that a soak plays: each is a scenario of its own, made from a seed alone, for one
-// path and a chip of its own size. Two with the same seed, path and number of operations are equal.
+// The episodes of a soak. An episode is a random scenario for one path and one size of the chip.
+// The seed, the path and the number of operations determine it completely.
 //
-// Episodes differ in kind more than in detail: each leaves some kinds of events out and has others
-// often, so that among many there are those in which a rare combination is common.
+// Each episode omits some kinds of events and has others often, so a combination of events that is
+// rare in most episodes is frequent in some.
 #pragma once
 
 #include <cstdint>

@@ -25,7 +25,7 @@ std::string Outputs::toString() const {
    return text.empty() ? "nowhere" : text;
 }
 
-// The input of a route that accepts from anywhere says only when its backup takes over.
+// A no-RPF route uses its input only to detect the failure that its backup covers.
 bool sameWish(Testbed::Route const& a, Testbed::Route const& b) {
    bool const anyInput = a.noRpf && a.backup.empty();
    return (a.iif == b.iif || anyInput) && a.cpu == b.cpu && a.noRpf == b.noRpf &&
@@ -110,7 +110,7 @@ bool SoakModel::failed(Lnet::IntfId intf) const {
    });
 }
 
-// The interval in force at that time counts, too.
+// The interval that was in force at `since` is included.
 double SoakModel::longestInterval(double since) const {
    double longest = 0;
    for (auto it = intervals_.rbegin(); it != intervals_.rend(); ++it) {

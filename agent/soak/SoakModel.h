@@ -1,15 +1,17 @@
-// What a switch should forward, told in a few rules and nothing of how it is programmed:
-//  - A wanted route sends each packet from its input to each of its outputs whose link is up, once.
-//  - When the input of routes with a backup fails, those that hold a group at that moment send to
-//    the backup from then on, until they get a group of another oif set object.
-//  - An agent that starts anew lets the routes that it is told again send to their outputs, until
-//    all are told, and then again to their backup where their input is down.
-//  - A bridged route sends nowhere, and what comes in over a fastdrop interface goes nowhere.
-// It also remembers what hit which route, what went wrong in the platform, and how often activity
-// is polled, so that the checks can tell what is late from what is missing.
+// The model of a switch's forwarding. These rules say where packets leave, and no rule depends on
+// the way in which the chip is programmed:
+//  - A wanted route sends each packet from its input once to each output whose link is up.
+//  - When an interface fails, the routes with this input, a backup and a group send to the backup.
+//    A route sends to its outputs again when it uses the group of another oif set object.
+//  - After a restart of the agent, a replayed route sends to its outputs. At the end of the replay,
+//    the routes with a backup whose input is down send to the backup.
+//  - A bridged route sends nowhere, and packets from a fastdrop interface leave nowhere.
 //
-// It is told of everything by agent/soak/SoakTestbed.h, and is compared with the switch by
-// agent/soak/SoakOracle.h. It owns all it knows.
+// The model also records the last packets of each route, the injected failures before its last
+// change, and the polling intervals. With these records the oracle distinguishes a late value from
+// a missing one.
+//
+// The oracle (agent/soak/SoakOracle.h) updates the model and compares the switch with it.
 #pragma once
 
 #include <map>
@@ -25,7 +27,7 @@
 
 namespace Agent {
 
-// Where the copies of a packet come out.
+// The outputs at which the copies of a packet leave.
 struct Outputs {
    std::vector<Lnet::IntfId> ports;  // ascending by IntfId::id()
    bool cpu = false;
@@ -43,46 +45,53 @@ class SoakModel {
  public:
    using Route = Testbed::Route;
 
-   // One route that is wanted, or of which something may still be in hardware.
+   // A wanted route, or a withdrawn route that may still be in hardware. Times are Qor::now().
    struct Known {
-      std::optional<Route> wanted;
-      // What was wanted before changes that may be under way; it may still be seen.
+      std::optional<Route> wanted;  // empty: the route is withdrawn
+      // The wanted states before the changes since the last rest. The chip may still forward by
+      // one of them.
       std::vector<Route> before;
-      // A change of the outputs alone, with room for it: there is no moment without receivers.
+      // The change leaves input and table alone, and the chip has room for both groups: each packet
+      // must reach the old outputs or the new ones.
       bool uninterrupted = false;
-      bool unverified = false;  // changed since it was last seen to be as wanted
-      // The oif set objects (by serial) whose groups were rewritten while the route held them. A
-      // change that fails may take it back to one that it has left since the last rest.
+      bool unverified = false;  // the route changed, and no look at rest has covered it since
+      // The serials of the oif sets whose groups were rewritten while the route held them. A set
+      // that the route has left stays here until the next rest, because a failed change returns the
+      // route to it.
       std::set<Qor::U64> rerouted;
-      // A failure met it in the middle of a change, which may end with the group before.
+      // An interface failed during a change of the route. If the change fails, the route returns to
+      // its old group, which may have been rewritten.
       bool mayGoBack = false;
+      // The injected failures up to the last rest before the change. A later failure is a reason
+      // for which the route programmer may give up the route.
       std::uint64_t failuresAtChange = 0;
       double changedAt = 0;
-      // Packets that hit the route's own entry, whatever became of them.
+      // The last packet that hit the route's own entry, and those that hit its fastdrop entries.
       double lastHit = 0;
       std::map<Lnet::IntfId, double> fastdropHit;
-      // Packets that hit any entry with its key; until an agent's crash, which its successor finds
-      // in whatever is made of the entry.
+      // The last packet that hit any entry with this key. `foundHit` is `anyHit` as of the end of
+      // the last replay: the new agent still reads these hits from the adopted entries.
       double anyHit = 0, foundHit = 0;
-      // As seen by the checks: its hardware status, since when that and its entry are the same, and
-      // the time of its latest poll.
+      // As of the last check: the published status, the time since which the status and the entry
+      // are the same objects, and the published time of the last poll.
       Qor::Ptr<Routing::Multicast::Fib::Hardware::RouteStatus const> status;
       double sameSince = 0;
       double lastPollTime = 0;
    };
    using Routes = std::unordered_map<RouteId, Known, RouteIdHash>;
 
-   // Every operation is told after it has been done.
+   // Each operation is called after the switch has done it, except restart(), which precedes it.
+   // `failures` is Known::failuresAtChange.
    Known& wantedIs(Route const& route, std::uint64_t failures);
-   // Null when it was not wanted.
+   // Returns null for a route that was not wanted.
    Known* wantedDel(RouteId const& id, std::uint64_t failures);
-   // Whether that is a failure: the interface has come down.
+   // Returns true if the interface went down, which is a failure of the interface.
    bool linkIs(Lnet::IntfId intf, Interface::IntfOperStatus state);
-   // Whether that is a failure: a session over one hop has come down.
+   // Returns true if a session over a single hop went down, which is a failure of its interface.
    bool bfdIs(Bfd::Peer const& peer, std::optional<Bfd::OperState> state);
    void intervalIs(double seconds);
-   // The agent has started anew: nothing of a route is known to be as wanted. Those for which `calm`
-   // says so are on the chip, and stay there.
+   // Records a restart of the agent, after which each route has to be compared again. calm(id,
+   // known) returns true for a route that must forward during the whole restart.
    template <class Calm>
    void restart(std::uint64_t failures, Calm const& calm);
 
@@ -90,20 +99,21 @@ class SoakModel {
    Known* find(RouteId const& id);
    void forget(RouteId const& id) { routes_.erase(id); }
 
-   // To the outputs, or to the backup; copies over links that are down left out.
+   // The outputs of the route, or of its backup, without those whose link is down.
    Outputs outputs(Route const& route, bool backup) const;
    bool linkUp(Lnet::IntfId intf) const;
-   // Whether the interface, or a BFD session over it, has failed and not come back.
+   // Whether the interface, or a single-hop BFD session over it, is down.
    bool failed(Lnet::IntfId intf) const;
 
-   // The longest interval of activity polling since a time.
+   // The longest polling interval in force since a time, in seconds.
    double longestInterval(double since) const;
 
  private:
    Routes routes_;
    std::unordered_map<Qor::U32, Interface::IntfOperStatus> links_;  // by IntfId::id()
    std::map<Bfd::Peer, Bfd::OperState> sessions_;
-   std::vector<std::pair<double, double>> intervals_{{0, 60}};  // since when, how long
+   // Each polling interval in seconds, behind the time since which it is in force.
+   std::vector<std::pair<double, double>> intervals_{{0, 60}};
 };
 
 template <class Calm>
@@ -120,7 +130,7 @@ void SoakModel::restart(std::uint64_t failures, Calm const& calm) {
    }
 }
 
-// Whether the two want the same of a route.
+// Whether an update of a route from `a` to `b` changes nothing.
 bool sameWish(Testbed::Route const& a, Testbed::Route const& b);
 
 }  // namespace Agent

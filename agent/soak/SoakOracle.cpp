@@ -1,4 +1,4 @@
-// The oracle's looks at single routes.
+// The oracle's comparisons of single routes.
 #include "agent/soak/SoakOracle.h"
 
 #include <algorithm>
@@ -11,14 +11,14 @@ using Sim::WriteKind;
 namespace {
 
 constexpr std::size_t maxFound = 20;
-constexpr std::size_t underWayLooks = 48;  // routes looked at while writes are under way
-constexpr unsigned otherLooks = 8;         // routes looked at although nothing touched them
+constexpr std::size_t underWayLooks = 48;  // unverified routes that a look compares before rest
+constexpr unsigned otherLooks = 8;         // verified routes that a look compares
 
 constexpr WriteKind deletions[tables] = {WriteKind::groupDelete, WriteKind::routeDelete,
                                          WriteKind::boundaryDelete};
 
-// A group that the key matches, and no range within it that an episode has: the last of the range;
-// of all multicast groups, one below those in use.
+// A group of the key that no narrower route of an episode matches. For a range, that is the last
+// address of the range; for the catch-all, an address below the groups of all other routes.
 Lnet::IpGenAddr groupIn(IpGenRouteKey const& key) {
    Lnet::IpGenPrefix const& group = key.group();
    if (group.isHost()) return group.address();
@@ -111,7 +111,7 @@ std::uint64_t SoakOracle::failures() const {
    return simulated_.path().faults().injected();
 }
 
-// ---- Looks. ----
+// ---- Looks at the switch. ----
 
 bool SoakOracle::atRest() const {
    auto const& path = std::as_const(simulated_).path();
@@ -179,17 +179,17 @@ void SoakOracle::look() {
    if (rest && untilFull_ == 0) lookAtAll();
 }
 
-// False when there is nothing left of the route.
+// Returns false if the route is withdrawn and no part of it is left, so the model can forget it.
 bool SoakOracle::checkRoute(RouteId const& id, Known& known, bool rest) {
    ++figures_.routeChecks;
    auto const* const route = programmer().route(id.vrf, id.key);
    if (!known.wanted) {
-      if (route) wrong(id, "is withdrawn, and the route programmer has it");
+      if (route) wrong(id, "is withdrawn, and the route programmer still has the route");
       if (rest) checkAbsent(id);
       return !rest;
    }
    if (!route && !simulated_.recovering()) {
-      wrong(id, "is wanted, and the route programmer does not know it");
+      wrong(id, "is wanted, and the route programmer lacks the route");
       return true;
    }
    if (rest) checkState(id, known, *route);
@@ -209,7 +209,7 @@ void SoakOracle::checkAbsent(RouteId const& id) {
    Qor::U32 const vrfId = simulated_.vrfId(id.vrf)->value();
    auto const none = [&](Qor::U32 index, Sim::Entry const& entry) {
       wrong(id, "is withdrawn, and entry " + std::to_string(index) + " for vlan " +
-                      std::to_string(entry.acceptingVlan.value()) + " is left of it");
+                      std::to_string(entry.acceptingVlan.value()) + " still exists");
    };
    simulated_.chip().routes().forEachOf(vrfId, id.key, none);
    simulated_.chip().boundaries().forEachOf(vrfId, id.key, none);
@@ -228,7 +228,7 @@ bool SoakOracle::full(Table table) const {
    return false;
 }
 
-// A route that is not in hardware has a reason that is true.
+// The reason of a route that is not in hardware must be true.
 void SoakOracle::checkState(RouteId const& id, Known const& known,
                             RouteProgrammer::Route const& route) {
    auto const waits = [&](Table table, char const* what) {
@@ -258,7 +258,7 @@ void SoakOracle::checkState(RouteId const& id, Known const& known,
          return;
       default: {
          std::ostringstream text;
-         text << "all is settled, and the route is " << route.state();
+         text << "the switch is at rest, and the route is " << route.state();
          wrong(id, text.str());
       }
    }
@@ -283,7 +283,7 @@ std::vector<Outputs> SoakOracle::expected(Known& known, RouteProgrammer::Route c
    if (known.mayGoBack && held && rewritten_.contains(*held)) known.rerouted.insert(*held);
    bool const backup = held && known.rerouted.contains(*held);
    std::vector<Outputs> list{model_.outputs(*known.wanted, backup)};
-   // A rewrite that failed leaves the group as it was, and nobody can be told.
+   // A failed rewrite leaves the group unchanged, and the hook has no way to report the failure.
    if (backup && simulated_.path().faults().injected(WriteKind::groupUpdate) > 0)
       list.push_back(model_.outputs(*known.wanted, false));
    return list;
@@ -329,7 +329,8 @@ void SoakOracle::checkPacket(RouteId const& id, Known& known, RouteProgrammer::R
          if (own) wrong(id, "is not in hardware, and a packet hits its entry");
          return;
       }
-      if (!own && !known.uninterrupted) return;  // its entry is not there yet, or another's was hit
+      // The route's entry may not exist yet, and the packet may hit the entry of another route.
+      if (!own && !known.uninterrupted) return;
       if (!known.rerouted.empty()) allowed.push_back(model_.outputs(wanted, false));
       for (Route const& before : known.before) {
          allowed.push_back(model_.outputs(before, false));

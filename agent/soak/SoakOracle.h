@@ -1,19 +1,18 @@
-// Compares a switch with the model of what it should forward (agent/soak/SoakModel.h), and its
-// tables with each other. It reads the chip, the table programmer's records and where the route
-// programmer says that routes stand; what it finds wrong, it keeps as texts.
+// Compares a switch with the model of its forwarding (agent/soak/SoakModel.h), and the tables of
+// the switch with each other. The oracle reads the chip, the records of the table programmer, and
+// the state of each route in the route programmer. It collects its findings as texts.
 //
-// A look is taken whenever the clock is about to move. It goes to the routes that were changed
-// since they were last seen to be as wanted, to a few others, and now and then to everything.
+// The oracle looks at the switch before each step of the clock. A look compares the routes that
+// changed since the last rest and a few other routes; some looks at rest compare everything.
 //
-//  - At rest (nothing to do, nothing under way) all must be exact: a route is in hardware and
-//    forwards as wanted, or it is not there at all, for a reason that is true.
-//  - While writes are under way a packet of a route comes out as one of its latest wishes says, or
-//    nowhere; not even nowhere where only the outputs change and there is room for both.
+//  - At rest, with no write under way and no work left, everything must be exact. A route is in
+//    hardware and forwards as wanted, or it has no entry and its reason is true.
+//  - While writes are under way, a packet leaves as one of the latest wanted states of its route
+//    says, or nowhere. It must not be lost if only the outputs change and both groups have room.
+//  - During a restart of the agent, a route that was at rest and is replayed without a change
+//    forwards without a gap. The other routes are compared like changed routes.
 //
-//  - When the agent starts anew, what was at rest and is still wanted as before goes on without a
-//    gap; the rest is as if it had been changed.
-//
-// What injected faults excuse is kept as narrow as it can be: see Excuse.
+// An injected fault permits only those differences that it can cause: see Excuse.
 #pragma once
 
 #include <random>
@@ -25,23 +24,23 @@
 
 namespace Agent {
 
-// What a soak has done, for people.
+// The printed figures of a soak.
 struct SoakFigures {
-   std::uint64_t looks = 0;        // moments at which something was compared
-   std::uint64_t routeChecks = 0;  // routes compared with the model, one packet each
-   std::uint64_t fullChecks = 0;   // comparisons of everything
-   std::uint64_t tableChecks = 0;  // routes, groups and entries compared in those
-   std::uint64_t packets = 0;      // of traffic
+   std::uint64_t looks = 0;        // times at which the oracle compared something
+   std::uint64_t routeChecks = 0;  // comparisons of a route with the model, by one packet
+   std::uint64_t fullChecks = 0;   // looks that compared everything
+   std::uint64_t tableChecks = 0;  // routes, groups and entries that these looks compared
+   std::uint64_t packets = 0;      // packets of the scenario and of the comparisons
    std::uint64_t reroutes = 0;     // routes whose backup took over
-   std::uint64_t faults = 0;       // writes that were made to fail
+   std::uint64_t faults = 0;       // failed writes and refused calls
    std::uint64_t refusals = 0;     // times a route had to wait for room
    std::uint64_t resurrections = 0;
    std::uint64_t purges = 0;
    std::uint64_t unchanged = 0;   // updates that changed nothing
    std::uint64_t writes = 0;      // to the chip
-   std::uint64_t hookCalls = 0;   // of the platform
-   std::uint64_t restarts = 0;    // of the agent
-   std::uint64_t routesPeak = 0;  // most wanted at once
+   std::uint64_t hookCalls = 0;   // calls of the platform's hooks
+   std::uint64_t restarts = 0;    // restarts of the agent
+   std::uint64_t routesPeak = 0;  // the largest number of wanted routes
 
    SoakFigures& operator+=(SoakFigures const& other);
 };
@@ -52,11 +51,12 @@ class SoakOracle {
 
    static constexpr unsigned usualLooks = 16;
 
-   // The switch outlives the oracle, which looks at everything once in so many looks.
+   // The switch outlives the oracle. After `looksPerFullCheck` looks, the next look at rest
+   // compares everything.
    SoakOracle(SimulatedSwitch& simulated, PathKind path, PathConfig const& config,
               unsigned looksPerFullCheck = usualLooks);
 
-   // ---- What has been done to the switch. ----
+   // ---- The operations on the switch, called after the switch has done them. ----
 
    void routeIs(Route const& route);
    void routeDel(RouteId const& id);
@@ -67,23 +67,25 @@ class SoakOracle {
       counters_.countedIs(id.vrf, id.key, counted);
    }
    void faultIs(Scenario::Fault const& fault);
-   // The agent is about to crash, and to start anew.
+   // Called before the agent crashes and restarts.
    void crash(Scenario::Restart const& restart);
-   // All routes are told again, and those that come in over this interface go to their backups.
+   // Called for each failed interface at the end of a replay, before the groups of the routes with
+   // this input are rewritten.
    void rerouting(Lnet::IntfId failed);
-   // The writes to the chip so far, if the switch is at rest and wants the route just so.
+   // Called before routeIs(). Returns the number of writes to the chip so far if the update changes
+   // nothing and the switch is at rest.
    std::optional<std::uint64_t> writesIfUnchanged(Route const& route);
-   // It has been told so again.
+   // Called after such an update. Reports a finding if the update wrote to the chip.
    void unchanged(Route const& route, std::uint64_t writesBefore);
    void sent(Sim::Packet const& packet, Sim::Forwarded const& forwarded);
 
-   // ---- Comparing. ----
+   // ---- Comparisons. ----
 
-   // Everything that is due now has been done.
+   // Called when no work is due at the present time.
    void look();
-   // Everything, at rest.
+   // Compares everything, and reports a finding if the switch is not at rest.
    void lookAtAll();
-   // Nothing is wanted any more and no zombie lives: the chip is as it was in the beginning.
+   // Tests that the chip is empty. Called when no route is wanted and every zombie has expired.
    void lookAtEmpty();
 
    std::vector<std::string> const& found() const { return found_; }
@@ -93,27 +95,29 @@ class SoakOracle {
    using Known = SoakModel::Known;
    using State = RouteProgrammer::State;
 
-   // Why a route may wait for room in a table that has some: the platform denied it lately. It is
-   // an excuse until something is deleted from the table, when those who wait are to try again, and
-   // for as long as it may take until they are asked without that.
+   // The permission for routes to wait although the table has room. It holds after the platform
+   // refused room or a write failed. It ends with the next deletion from the table, because the
+   // route programmer then retries the waiting routes, or when the regular retry is overdue.
    struct Excuse {
-      bool denied = false;  // at present
+      bool denied = false;  // the platform refuses room at present
       bool holds = false;
-      double since = 0;
-      // Deletions up to the first rest since then; what is issued before may be written later.
+      double since = 0;  // Qor::now() at the last refusal or failure
+      // The table's deletions up to the first rest after `since`. They do not end the permission,
+      // because they may have been issued before `since`.
       std::optional<std::uint64_t> deletions;
    };
 
-   // Where a group sends to: outputs, and whether to the CPU.
+   // The outputs of a group, and whether the group has a copy to the CPU.
    using Members = std::pair<std::set<Lnet::IntfId>, bool>;
 
-   // What has happened since the latest restart; of use until all routes have been told again.
+   // The events since the last restart, for the comparisons during its replay.
    struct Replay {
-      bool underWay = false;  // at the last look
-      // Failures of these, during the replay or at its end, leave nothing to do.
+      bool underWay = false;  // as of the last look or link event
+      // The interfaces for which groups were rewritten since the routing layer announced the end of
+      // the replay.
       std::set<Lnet::IntfId> rerouted;
-      // From which members to which others groups were rewritten meanwhile; also in replays that a
-      // crash interrupted.
+      // The members before and after each rewrite of a group since the restart. If a crash
+      // interrupted the replay before, its rewrites are included.
       std::set<std::pair<Members, Members>> rewrites;
    };
 
@@ -128,7 +132,8 @@ class SoakOracle {
    std::uint64_t writes() const;
    bool roomToSpare() const;
    bool staysOverCrash(RouteId const& id, Known const& known, bool rest) const;
-   // What a failed write has left behind is cleared up by the time that a zombie has expired.
+   // Whether remains of a failed write may still be in the tables. 10 s are longer than the
+   // lifetime of a zombie.
    bool failedLately() const { return Qor::now() < failedAt_ + 10; }
 
    void updateExcuses(bool rest);
@@ -143,12 +148,12 @@ class SoakOracle {
    bool checkRoute(RouteId const& id, Known& known, bool rest);
    void checkAbsent(RouteId const& id);
    void checkState(RouteId const& id, Known const& known, RouteProgrammer::Route const& route);
-   // The route is null while it is not told again after a restart.
+   // `route` is null if the route is not replayed yet.
    void checkPacket(RouteId const& id, Known& known, RouteProgrammer::Route const* route,
                     bool rest);
-   // The oif set object of the group that the route holds, by serial.
+   // The serial of the oif set whose group the route holds.
    static std::optional<Qor::U64> heldBy(RouteProgrammer::Route const* route);
-   // What the route must forward to now; more than one where a failed rewrite leaves it open.
+   // The permitted outputs of a route at rest. A rewrite that may have failed permits two.
    std::vector<Outputs> expected(Known& known, RouteProgrammer::Route const* route) const;
    void noteHit(RouteId const& id, Known& known, Sim::Entry const& entry) const;
 
@@ -166,25 +171,28 @@ class SoakOracle {
    SoakModel model_;
    SoakCounters counters_;
    std::mt19937_64 random_{1};
-   std::vector<RouteId> unverified_;
-   std::vector<RouteId> everWanted_;  // to choose from at random
+   std::vector<RouteId> unverified_;  // Known::unverified; a route may be there twice
+   std::vector<RouteId> everWanted_;  // look() selects its other routes from these
    std::map<Qor::U32, L3::VrfName> vrfNames_;
    std::array<Excuse, tables> excuses_;
    std::uint64_t failuresSeen_ = 0;
    std::uint64_t failuresAtRest_ = 0;
    double failedAt_ = -10;
    Replay replay_;
-   bool callsTakeTime_;     // or have done so
-   double busySince_ = -1;  // the hit bits could not be read since; negative: they can
+   bool callsTakeTime_;  // hook calls take time, or have taken time
+   // The estimated time at which the hit bits can be read after the last fault; negative without
+   // such a fault.
+   double busySince_ = -1;
    unsigned const looksPerFullCheck_;
    unsigned untilFull_ = looksPerFullCheck_;
-   // At the last full look, by the serials of the oif sets: zombies with their expiry, and those in
-   // use.
+   // At the last full look: the expiry times of the zombies by the serials of their oif sets, and
+   // the serials of the oif sets in use.
    std::map<Qor::U64, double> zombies_;
    std::set<Qor::U64> inUse_;
-   std::set<Qor::U64> rewritten_;  // oif sets whose groups have been, by serial
-   double zombiesAt_ = 0;
-   std::uint64_t purgesAtZombies_ = 0;
+   // The serials of the oif sets whose groups were rewritten for a failure since the last restart.
+   std::set<Qor::U64> rewritten_;
+   double zombiesAt_ = 0;               // Qor::now() at the last full look
+   std::uint64_t purgesAtZombies_ = 0;  // purges and resurrections up to the last full look
    SoakFigures figures_;
    std::vector<std::string> found_;
 };

@@ -1,4 +1,5 @@
-// What the oracle is told: what has been done to the switch, and what is to be seen of it.
+// The operations that the oracle records. They say how the switch must forward from then on, and
+// which differences are permitted.
 #include <algorithm>
 
 #include "agent/soak/SoakOracle.h"
@@ -27,7 +28,7 @@ void SoakOracle::routeIs(Route const& route) {
    Known* const there = model_.find(id);
    bool const fresh = !there || !there->wanted;
    if (!fresh && sameWish(*there->wanted, route)) return;
-   // Whether the change is one of the outputs alone, with room for old and new.
+   // Whether input and table stay the same, and the chip has room for the old and the new group.
    bool calm = false;
    if (!fresh && !there->unverified) {
       Route const& old = *there->wanted;
@@ -53,7 +54,7 @@ std::optional<std::uint64_t> SoakOracle::writesIfUnchanged(Route const& route) {
 
 void SoakOracle::unchanged(Route const& route, std::uint64_t writesBefore) {
    if (atRest() && writes() == writesBefore) return;
-   wrong({route.vrf, route.key}, "was told again as it is, and the chip was written to");
+   wrong({route.vrf, route.key}, "was announced without a change, and the chip was written");
 }
 
 void SoakOracle::routeDel(RouteId const& id) {
@@ -70,8 +71,8 @@ void SoakOracle::bfdIs(Bfd::Peer const& peer, std::optional<Bfd::OperState> stat
    if (model_.bfdIs(peer, state)) rerouted(peer.intfId());
 }
 
-// A replay knows the found groups by their members. With few free ones some may have to wait until
-// it is over.
+// During a replay a set may need a second group beside its found group. If few groups are free,
+// some routes have to wait until the end of the replay.
 bool SoakOracle::roomToSpare() const {
    return 2 * simulated_.path().groupsAllocated() + 50 < simulated_.chip().config().groups;
 }
@@ -123,7 +124,7 @@ void SoakOracle::rerouting(Lnet::IntfId failed) {
    rerouted(failed);
 }
 
-// The replay is over: all that has failed by now was rerouted.
+// At the end of the replay, the routes of all failed interfaces must have been rerouted.
 void SoakOracle::noteRecovered() {
    if (!replay_.underWay || simulated_.recovering()) return;
    replay_.underWay = false;
@@ -136,8 +137,9 @@ void SoakOracle::noteRecovered() {
    }
 }
 
-// A route that has not been told again goes with its group, which may have been taken over for
-// another set of the same members, and been rewritten for that one's failure since.
+// The outputs of a route that is not replayed yet: it follows the rewrites of its found group.
+// Another set with the same members may have adopted that group, and a failure of that set's input
+// rewrites the group.
 std::vector<Outputs> SoakOracle::followed(Known const& known) const {
    if (!replay_.underWay || replay_.rewrites.empty()) return {};
    std::set<Members> seen;
@@ -172,12 +174,14 @@ void SoakOracle::nobodyUninterrupted() {
       known.uninterrupted = false;
 }
 
-// Whoever holds a group for a set that comes in over the failed interface sends to its backup from
-// now on. Which group that is, the record says; that it must be rewritten is said here.
+// A failure of an interface rewrites the groups of all sets with this input and a backup. From now
+// on the routes that hold such a group send to the backup. The oracle reads from the records which
+// route holds which set, and requires the rewrite itself.
 void SoakOracle::rerouted(Lnet::IntfId failed) {
    if (replay_.underWay && !programmer().recovering()) replay_.rerouted.insert(failed);
    auto const hit = [&](MrouteLib::PortVlanSet const& set) {
-      // Sets without outputs have no group of the table, on the path whose chip has one for them.
+      // On the synchronous path, sets without outputs share a hard-wired group, which has no
+      // backup.
       return set.currentIif() == failed && !set.portVlanFrr().empty() &&
              (path_ == PathKind::async || !set.portVlan().empty());
    };
@@ -189,7 +193,7 @@ void SoakOracle::rerouted(Lnet::IntfId failed) {
       replay_.rewrites.insert({{interfacesOf(set.portVlan()), set.toCpu()},
                                {interfacesOf(set.portVlanFrr()), set.toCpu()}});
    }
-   // A route on its way out may be wanted again before it has left its group.
+   // A route that is being withdrawn may be announced again before it has left its group.
    for (auto& [id, known] : model_.routes())
       known.mayGoBack = known.mayGoBack || !programmer().route(id.vrf, id.key);
    programmer().forEachRoute([&](RouteProgrammer::Route const& route) {

@@ -1,5 +1,5 @@
-// The oracle's looks at everything: the chip's tables, the table programmer's records, and the
-// activity that has been reported.
+// The oracle's comparisons of everything: the chip's tables, the table programmer's records, and
+// the published activity of the routes.
 #include <algorithm>
 #include <cmath>
 
@@ -9,7 +9,7 @@ namespace Agent {
 
 namespace {
 
-constexpr double tolerance = 1e-6;  // what sums of times may be off by
+constexpr double tolerance = 1e-6;  // the rounding error of sums of times, in seconds
 
 bool sameMembers(Sim::Group const& group, MrouteLib::PortVlanSet const& set, bool backup) {
    auto const& members = backup ? set.portVlanFrr() : set.portVlan();
@@ -55,7 +55,7 @@ void SoakOracle::lookAtAll() {
       wrong(text);
 }
 
-// Each route by its own handle, without a packet.
+// Compares each wanted route by its handle. No packet is sent, so no entry is hit.
 void SoakOracle::checkRoutesInTables() {
    std::size_t wanted = 0;
    for (auto& [id, known] : model_.routes()) {
@@ -64,7 +64,7 @@ void SoakOracle::checkRoutesInTables() {
       ++figures_.tableChecks;
       auto const* const route = programmer().route(id.vrf, id.key);
       if (!route) {
-         wrong(id, "is wanted, and the route programmer does not know it");
+         wrong(id, "is wanted, and the route programmer lacks the route");
          continue;
       }
       checkState(id, known, *route);
@@ -75,7 +75,7 @@ void SoakOracle::checkRoutesInTables() {
       if (!placed) continue;
       if (!entry || entry->key != id.key || entry->acceptingVlan != vlanOf(*known.wanted) ||
           entry->vrfId != simulated_.vrfId(id.vrf)->value()) {
-         wrong(id, "is in hardware, and its handle is not that of its entry");
+         wrong(id, "is in hardware, and its handle is of another entry");
       } else if (!known.wanted->bridge) {
          Outputs const got = outputsOf(simulated_.chip().group(entry->group));
          auto const allowed = expected(known, route);
@@ -86,12 +86,12 @@ void SoakOracle::checkRoutesInTables() {
       }
    }
    if (wanted != programmer().routes()) {
-      wrong("wanted are " + std::to_string(wanted) + " routes, the route programmer has " +
+      wrong(std::to_string(wanted) + " routes are wanted, the route programmer has " +
             std::to_string(programmer().routes()));
    }
 }
 
-// Every entry of the chip is that of a route in hardware, or of a fastdrop interface.
+// Each entry of the chip must belong to a route in hardware or to a fastdrop interface.
 void SoakOracle::checkEntries() {
    std::size_t own = 0, fastdrops = 0, wantedOwn = 0, wantedFastdrops = 0;
    simulated_.chip().routes().forEach([&](Qor::U32 index, Sim::Entry const& entry) {
@@ -109,13 +109,14 @@ void SoakOracle::checkEntries() {
             expectedHere = true;
             ++fastdrops;
             if (!outputsOf(simulated_.chip().group(entry.group)).nowhere()) {
-               wrong({vrf->second, entry.key}, "forwards what comes in over " + intf.name());
+               wrong({vrf->second, entry.key},
+                     "forwards packets from fastdrop interface " + intf.name());
             }
          }
       }
       if (expectedHere) return;
       std::ostringstream text;
-      text << "route entry " << index << " is nobody's: vrf id " << entry.vrfId << ' ' << entry.key
+      text << "route entry " << index << " has no route: vrf id " << entry.vrfId << ' ' << entry.key
            << " vlan " << entry.acceptingVlan;
       wrong(text.str());
    });
@@ -146,7 +147,7 @@ void SoakOracle::checkBoundaries() {
           entry.acceptingVlan == vlanOf(*known->wanted)) {
          ++own;
       } else {
-         wrong("boundary entry " + std::to_string(index) + " is nobody's: " + entry.key.pretty());
+         wrong("boundary entry " + std::to_string(index) + " has no route: " + entry.key.pretty());
       }
    });
    programmer().forEachRoute([&](RouteProgrammer::Route const& route) {
@@ -160,8 +161,9 @@ void SoakOracle::checkBoundaries() {
 
 // ---- Groups. ----
 
-// Each record has a group of its own, which is as its set says and is used by routes; each zombie
-// likewise, and is used by none. There are no other groups.
+// Each record must have a group that no other record has, with the members of its set. Routes use
+// the groups of records in use, and no route uses the group of a zombie. The chip has no other
+// groups.
 void SoakOracle::checkGroups() {
    auto const& path = std::as_const(simulated_).path();
    std::vector<RecordRow> const inUse = path.recordsInUse();
@@ -171,7 +173,7 @@ void SoakOracle::checkGroups() {
    auto const look = [&](RecordRow const& row, bool zombie) {
       ++figures_.tableChecks;
       if (row.group >= simulated_.chip().config().groups) return;  // a hard-wired group
-      if (!groups.insert(row.group).second) wrong(groupText(row) + " is another record's, too");
+      if (!groups.insert(row.group).second) wrong(groupText(row) + " has a second record");
       onChip += simulated_.chip().group(row.group) != nullptr;
       checkMembers(row, zombie);
    };
@@ -180,11 +182,12 @@ void SoakOracle::checkGroups() {
    for (RecordRow const& row : inUse) {
       look(row, false);
       serials.insert(row.oifSet->serial());
-      if (row.expiryTime <= Qor::maxFinite) wrong(groupText(row) + " is in use and may expire");
+      if (row.expiryTime <= Qor::maxFinite)
+         wrong(groupText(row) + " is in use and may expire like a zombie");
       if (row.dirty) continue;
       auto const [other, isNew] = shared.emplace(row.oifSet->portVlanSet().strep(), &row);
       if (!isNew && other->second->oifSet != row.oifSet) {
-         wrong(groupText(row) + " is there twice");
+         wrong(groupText(row) + " has the set of another clean record");
       }
    }
    for (RecordRow const& row : zombies)
@@ -215,51 +218,53 @@ void SoakOracle::checkMembers(RecordRow const& row, bool zombie) {
    }
    bool const canReroute = !set.currentIif().isNull() && !set.portVlanFrr().empty();
    if (row.dirty && !canReroute && failures() == 0) {
-      wrong(groupText(row) + " is dirty, and nothing has happened to it");
+      wrong(groupText(row) + " is dirty, without a backup or a failed write");
    }
    if (sameMembers(*group, set, false) || (row.dirty && sameMembers(*group, set, true))) return;
    wrong(groupText(row) + " has other members on the chip");
 }
 
-// A zombie lives for its time after its last route left, neither longer nor, unless somebody needs
-// the room, shorter.
+// A zombie must live for its lifetime after its last route left, unless it is resurrected or purged
+// for room. The zombies and the records in use of the last full look are compared with the present
+// ones.
 void SoakOracle::checkZombies(std::vector<RecordRow> const& zombies,
                               std::set<Qor::U64> const& inUse) {
    double const lifetime = path_ == PathKind::async ? 3.0 : 4.0;
    double const now = Qor::now();
-   bool const timeStands = !callsTakeTime_;  // else a pass may be late, and a time be old
+   bool const timeStands = !callsTakeTime_;  // otherwise the zombie clock may fire late
    std::map<Qor::U64, double> present;
    for (RecordRow const& row : zombies) {
-      if (Sim::isHardWired(row.group)) continue;  // several may be of one set
+      if (Sim::isHardWired(row.group)) continue;  // several records may have the same set
       Qor::U64 const serial = row.oifSet->serial();
       present[serial] = row.expiryTime;
       if (row.expiryTime > now + lifetime + tolerance || (timeStands && row.expiryTime <= now)) {
          wrong(groupText(row) + " is a zombie until " + Scenario::numberText(row.expiryTime) +
-               ", and it is " + Scenario::numberText(now));
+               ", and the time is " + Scenario::numberText(now));
       }
       auto const before = zombies_.find(serial);
       bool const same = before != zombies_.end() && before->second == row.expiryTime;
       if (timeStands && !same && row.expiryTime < zombiesAt_ + lifetime - tolerance) {
-         wrong(groupText(row) + " is a zombie since before the last look, and was none then");
+         wrong(groupText(row) + " expires too early for a zombie that is new since the last look");
       }
    }
    std::uint64_t early = 0;
    for (auto const& [serial, expiry] : zombies_) {
       early += expiry > now + tolerance && !present.contains(serial) && !inUse.contains(serial);
    }
-   // One that was brought back may have become a zombie again and expired, or not be shared.
+   // A resurrected record may have become a zombie again and expired, or its set may be gone
+   // because nothing shares it. Resurrections are therefore counted with the purges.
    auto const& counters = programmer().counters();
    std::uint64_t const purges = counters.purges + counters.resurrections;
    if (early > purges - purgesAtZombies_ && !failedLately()) {
-      wrong(std::to_string(early) + " zombies went before their time, " +
-            std::to_string(purges - purgesAtZombies_) + " were purged or brought back");
+      wrong(std::to_string(early) + " zombies are gone before their expiry, " +
+            std::to_string(purges - purgesAtZombies_) + " were purged or resurrected");
    }
    std::uint64_t lost = 0;
    for (Qor::U64 const serial : inUse_)
       lost += !inUse.contains(serial) && !present.contains(serial);
    bool const mayBeGone = now >= zombiesAt_ + lifetime - tolerance || failedLately();
    if (lost > purges - purgesAtZombies_ && !mayBeGone) {
-      wrong(std::to_string(lost) + " groups went with their last route, and were no zombies");
+      wrong(std::to_string(lost) + " groups were deleted with their last route, not as zombies");
    }
    inUse_ = inUse;
    zombies_ = std::move(present);
@@ -269,8 +274,8 @@ void SoakOracle::checkZombies(std::vector<RecordRow> const& zombies,
 
 // ---- Activity. ----
 
-// The time of the latest poll that found the route active: never ahead of the packets, and not
-// behind them for longer than a review takes to come round.
+// The published lastPollTime must not decrease or exceed the time of the last packet. It may be
+// earlier than that packet by the time that two reviews take.
 void SoakOracle::checkActivity(RouteId const& id, Known& known) {
    auto const vrfStatus = simulated_.mfibHwStatus().vrfStatus(id.vrf);
    auto const status = vrfStatus ? vrfStatus->route(id.key) : nullptr;
@@ -291,7 +296,7 @@ void SoakOracle::checkActivity(RouteId const& id, Known& known) {
       known.status = status;
       known.sameSince = now;
    }
-   // Two reviews, each a slice at a time, and what calls cost.
+   // The time of two reviews: the interval, the gaps between the slices, and the cost of the calls.
    double const entries = simulated_.chip().routes().size() + 1.0;
    double const gaps = path_ == PathKind::async ? 0.2 * (entries / 128 + 2) : 0.2;
    double const bound = 2 * (model_.longestInterval(now - 600) + gaps +
@@ -306,16 +311,16 @@ void SoakOracle::checkActivity(RouteId const& id, Known& known) {
       wrong(id, "lastPollTime is " + Scenario::numberText(polled) + ", the last packet came at " +
                       Scenario::numberText(known.lastHit));
    }
-   // On the synchronous path nothing is polled of a route that accepts from anywhere.
+   // The synchronous path does not poll no-RPF routes.
    bool const isPolled = known.wanted && !known.wanted->bridge &&
                          (path_ == PathKind::async || !known.wanted->noRpf);
    bool const due = route->state() == State::inHardware && known.sameSince < known.lastHit &&
                     known.lastHit + bound < now && busySince_ + bound < now &&
-                    // A hit bit that could not be read is lost.
+                    // A failed reading loses the hit bits.
                     (path_ == PathKind::async || failures() == 0);
    if (isPolled && due && polled < known.lastHit - tolerance) {
-      wrong(id, "was hit at " + Scenario::numberText(known.lastHit) + ", it is " +
-                      Scenario::numberText(now) + ", and lastPollTime is " +
+      wrong(id, "was hit at " + Scenario::numberText(known.lastHit) + ", and at " +
+                      Scenario::numberText(now) + " lastPollTime is " +
                       Scenario::numberText(polled));
    }
    for (Lnet::IntfId const intf : known.wanted->fastdrop) {
@@ -344,8 +349,8 @@ void SoakOracle::lookAtEmpty() {
    }
    auto const& path = std::as_const(simulated_).path();
    if (path.zombies() != 0) wrong(std::to_string(path.zombies()) + " zombies are left over");
-   if (path.groupsAllocated() != 0) wrong("groups are allocated that nobody uses");
-   if (!path.recordsInUse().empty()) wrong("records are in use that no route holds");
+   if (path.groupsAllocated() != 0) wrong("groups are allocated without a route");
+   if (!path.recordsInUse().empty()) wrong("records are in use without a route");
 }
 
 }  // namespace Agent

@@ -27,7 +27,8 @@ Testbed::Copies SoakTestbed::send(Packet const& packet) {
 
 namespace {
 
-// Nothing goes wrong any more, but for the writes that a scenario has told to fail next.
+// Ends the lasting faults. A fault that counts its writes (failNext) stays in force for the writes
+// that it has left.
 void healAll(SoakTestbed& testbed) {
    Scenario::Fault fault;
    fault.groupsExhausted = fault.routesExhausted = fault.boundariesExhausted = false;
@@ -39,7 +40,8 @@ void healAll(SoakTestbed& testbed) {
    }
 }
 
-// Long enough for every zombie to expire, and for a review to begin.
+// 20 s are enough for each zombie to expire and, with the polling intervals of random episodes, for
+// an aging review.
 void rest(SoakTestbed& testbed) {
    testbed.runUntil(Qor::now() + 20);
    testbed.settle();
@@ -82,7 +84,7 @@ SoakOutcome playSoak(SoakEpisode const& episode, SoakHow const& how) {
    return {oracle.found(), player.played(), Qor::now(), oracle.figures()};
 }
 
-// ---- In a process of its own. ----
+// ---- The process of an episode. ----
 
 namespace {
 
@@ -114,7 +116,8 @@ SoakOutcome fromJson(json const& j) {
    return outcome;
 }
 
-// What the child shares with its parent even if it dies.
+// The memory that the child shares with its parent. The parent also reads it after the child has
+// died, to report the line that the child had reached.
 struct Shared {
    std::size_t played;
 };
@@ -171,10 +174,11 @@ SoakOutcome forkSoak(SoakEpisode const& episode, SoakHow how) {
    File const result(std::tmpfile()), said(std::tmpfile());
    void* const memory =
          ::mmap(nullptr, sizeof(Shared), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
-   if (!result || !said || memory == MAP_FAILED) throw std::runtime_error("no temporary files");
+   if (!result || !said || memory == MAP_FAILED)
+      throw std::runtime_error("cannot create temporary files");
    auto* const shared = static_cast<Shared*>(memory);
    ::pid_t const pid = ::fork();
-   if (pid < 0) throw std::runtime_error("no process to be had");
+   if (pid < 0) throw std::runtime_error("cannot create a process");
    if (pid == 0) child(episode, how, shared, result.get(), said.get());
    int status = 0;
    while (::waitpid(pid, &status, 0) < 0 && errno == EINTR) {
@@ -185,7 +189,7 @@ SoakOutcome forkSoak(SoakEpisode const& episode, SoakHow how) {
    return fromJson(json::parse(contents(result.get())));
 }
 
-// ---- Making it shorter. ----
+// ---- Reduction of an episode. ----
 
 namespace {
 
@@ -196,7 +200,9 @@ class Reduction {
       take(SoakEpisode(best_));
    }
 
-   // Leaves out ever smaller parts, from the end, as long as there is something to find without.
+   // Leaves out parts from the end of the episode to its beginning. The length of the parts starts
+   // with half of the lines and is halved until it is one line, which is tried until nothing more
+   // can be left out.
    SoakEpisode run() {
       for (std::size_t part = best_.lines.size() / 2; part > 0; part /= 2) {
          bool shorter = true;

@@ -1,5 +1,5 @@
-// Plays scenarios under the oracle, in processes of their own: an episode that stops the process,
-// by an assertion or a sanitizer, or that never ends, is found like any other.
+// Plays scenarios under the oracle, each in its own process. An episode that ends the process
+// through an assertion or a sanitizer, or that never ends, is therefore a finding like any other.
 #pragma once
 
 #include <functional>
@@ -12,47 +12,47 @@
 namespace Agent {
 
 struct SoakOutcome {
-   // What was found wrong first, and after how many lines of the episode; empty when nothing was.
-   std::vector<std::string> found;
-   std::size_t lines = 0;  // played
-   double time = 0;        // Qor::now() when it was found, or at the end
+   std::vector<std::string> found;  // the findings of the first look that has any
+   std::size_t lines = 0;           // played lines of the episode, up to the finding
+   double time = 0;                 // Qor::now() at the finding, or at the end
    SoakFigures figures;
 
    bool clean() const { return found.empty(); }
 };
 
-// How long a process may take for one episode, in seconds of processor time.
+// The limit on the processor time for one episode, in seconds.
 inline constexpr unsigned soakProcessorLimit = 300;
 
 struct SoakHow {
-   // Everything is looked at once in so many looks; 1 finds a fault where it comes up.
+   // One of so many looks compares everything. With 1, a fault is found at the first look after it.
    unsigned looksPerFullCheck = SoakOracle::usualLooks;
-   // Told the lines as they are played.
+   // Called after each line with the number of lines played so far.
    std::function<void(std::size_t)> played = nullptr;
 };
 
-// Plays it in this process, and then: ends what still goes wrong in the platform, and looks at
-// everything; withdraws all that is wanted, and looks whether the chip is empty. Failed
-// expectations are no finding.
+// Plays an episode in this process, up to its first finding. After the last line, ends the lasting
+// faults and compares everything; then withdraws all routes, compares everything again, and tests
+// that the chip is empty. Failed expectations of the scenario are not findings.
 SoakOutcome playSoak(SoakEpisode const& episode, SoakHow const& how = {});
 
-// The same in a process of its own. A process that ends otherwise than it should has found
-// something: "the process has ended: ..." with the end of what it said.
+// Plays an episode in its own process. If the process ends early, the finding is "the process has
+// ended: SIGNAL" or "... exit code N", with the first 4,000 characters of its standard error.
+// Throws std::runtime_error if no process or temporary file can be created.
 SoakOutcome forkSoak(SoakEpisode const& episode, SoakHow how = {});
 
-// Plays an episode, and tells what was found.
+// Plays an episode and returns its outcome.
 using SoakPlay = std::function<SoakOutcome(SoakEpisode const&)>;
 
-// The shortest episode that was come by, in which `play` still finds something wrong: lines are
-// left out, and blocks of routes made smaller, as long as that holds, `tries` times at most. It
-// begins with the episode up to where that was found wrong.
+// Reduces an episode with a finding: leaves out lines and halves blocks of routes as long as `play`
+// still has a finding, which may be a different one. Calls `play` at most `tries` times. Returns
+// the shortest episode with a finding.
 SoakEpisode reducedSoak(SoakEpisode const& episode, SoakPlay const& play, unsigned tries = 2000);
 
-// The episode as a scenario file for `velmroute run` and `velmroute soak`, with what was found as
-// comments, and the expectation that all routes forward as wanted at its end.
+// The episode as a scenario file for `velmroute run` and `velmroute soak`. Its comments have the
+// findings, and its last line expects all routes to forward as wanted.
 std::string reproducerText(SoakEpisode const& episode, SoakOutcome const& outcome);
 
-// How many lines of each kind there are: "route", "link" and so on.
+// The number of lines of each kind: "route", "link" and so on.
 std::map<std::string, std::uint64_t> linesByKind(SoakEpisode const& episode);
 
 }  // namespace Agent

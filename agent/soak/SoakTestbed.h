@@ -1,5 +1,5 @@
-// A simulated switch that is watched: a scenario's testbed that does what SimulatedTestbed does, tells
-// the oracle of it, and has the oracle look whenever the clock is about to move.
+// A testbed under the oracle. It passes each operation to a SimulatedTestbed and then to the
+// oracle. After operations, the oracle looks at the switch before the clock moves.
 #pragma once
 
 #include "agent/scenario/SimulatedTestbed.h"
@@ -69,7 +69,7 @@ class SoakTestbed final : public Testbed {
       changed_ = true;
    }
    void restart(Scenario::Restart const& restart) override {
-      // What is under way when the agent crashes is compared as it stands.
+      // Changes that are under way at the crash are compared before they are lost.
       lookIfChanged(Qor::never);
       oracle_.crash(restart);
       testbed_.restart(restart);
@@ -87,7 +87,8 @@ class SoakTestbed final : public Testbed {
    void show(std::vector<std::string> const&) override {}
 
  private:
-   // What is due at the present time is done before anything of a later time in any case.
+   // Runs the work that is due at the present time, and then looks. That work precedes all later
+   // work without a look, too, so the looks do not change the order of events.
    void lookIfChanged(double time) {
       if (!changed_ || time <= Qor::now()) return;
       changed_ = false;
@@ -98,7 +99,7 @@ class SoakTestbed final : public Testbed {
    SimulatedSwitch& simulated_;
    SimulatedTestbed& testbed_;
    SoakOracle& oracle_;
-   bool changed_ = false;
+   bool changed_ = false;  // an operation was called since the last look
 };
 
 }  // namespace Agent

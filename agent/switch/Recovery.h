@@ -1,6 +1,7 @@
 // The recovery of the hardware status after a restart of the agent. The status is rebuilt from the
-// routes that are found on the chip, before the first route is replayed. The library's recovery is
-// made and called by name (Qor/Type.h), as an agent does that links no type of the library.
+// routes that are found on the chip, before the first route is replayed. The object of the library
+// that does this is created and called by the names of its type and operations (Qor/Type.h), as in
+// an agent that is not linked with that type.
 #pragma once
 
 #include <map>

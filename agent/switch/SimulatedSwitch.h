@@ -32,7 +32,8 @@ bool carriesTraffic(Interface::IntfOperStatus status);
 
 class SimulatedSwitch {
  public:
-   // Installs a new activity manager on virtual time, at time 0. The map may have been loaded.
+   // Installs a new activity manager on virtual time, at time 0. `intfMap` may have the interfaces
+   // of a map file.
    SimulatedSwitch(PathKind path, Sim::ChipConfig const& config, InterfaceMap intfMap,
                    PathConfig const& pathConfig = {});
    ~SimulatedSwitch();
@@ -94,13 +95,13 @@ class SimulatedSwitch {
       Qor::U64 restarts = 0;
       Qor::U64 adopted = 0;             // found groups and entries that were taken over
       Qor::U64 swept = 0;               // found groups and entries that were removed
-      std::vector<Qor::String> faults;  // of the agents' platforms
+      std::vector<Qor::String> faults;  // platformFaults() of all paths
    };
    Figures figures() const;
    // The faults of the chip, its platform and the platforms before it, a line each.
    std::vector<Qor::String> audit() const;
    InterfaceMap const& interfaceMap() const { return intfMap_; }
-   // Nothing for a VRF that is not registered.
+   // The id of a VRF, or nothing if the VRF is not registered.
    std::optional<Vel::VrfId> vrfId(L3::VrfName const& vrf) const;
    // The interface with this name, which is registered.
    Intf const& intf(Lnet::IntfId id) const;
@@ -123,10 +124,10 @@ class SimulatedSwitch {
 
    mutable InterfaceMap intfMap_;
    std::map<Lnet::IntfId, Link> links_;  // by the present name; links that are not here are up
-   std::map<std::uint32_t, Lnet::IntfId> linkNames_;  // the latest name of each index
+   std::map<std::uint32_t, Lnet::IntfId> linkNames_;  // the latest name of each ifindex
    std::map<L3::VrfName, Vel::VrfId> vrfIds_;
-   std::size_t portsMade_ =
-         0;  // interfaces of the map for which the chip has been asked for a port
+   // The number of interfaces of the map for which a port of the chip was requested.
+   std::size_t portsMade_ = 0;
    Qor::Ptr<Qor::ActivityManager> const activity_;
    PathKind const pathKind_;
    PathConfig const pathConfig_;

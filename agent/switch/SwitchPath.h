@@ -65,15 +65,15 @@ class SwitchPath {
    virtual RouteProgrammer const& routeProgrammer() const = 0;
    // Adds a VRF that the path does not have yet.
    virtual void vrfIs(L3::VrfName const& vrf, Vel::VrfId id) = 0;
-   // Null on a path that follows no BFD sessions.
+   // Returns null on a path whose reactor follows no BFD sessions.
    virtual Bfd::AppStatus* bfdAppStatus() { return nullptr; }
 
    // ---- The platform. ----
 
    virtual Sim::Faults& faults() = 0;
    virtual Sim::Faults const& faults() const = 0;
-   // The faults of the platform and its chip, a line each. A verification that is due is made
-   // first.
+   // The faults of the platform and its chip, a line each. If a verification is due, it is made
+   // before.
    virtual std::vector<Qor::String> audit() const = 0;
    // Whether writes are issued and not yet on the chip.
    virtual bool writesPending() const = 0;
@@ -106,7 +106,7 @@ class SwitchPath {
    // ---- The table programmer's records. ----
 
    virtual std::optional<RecordRow> record(RouteProgrammer::Route const& route) const = 0;
-   virtual std::vector<RecordRow> recordsInUse() const = 0;   // by group, without zombies
+   virtual std::vector<RecordRow> recordsInUse() const = 0;   // sorted by group, without zombies
    virtual std::vector<RecordRow> zombieRecords() const = 0;  // in the order of expiry
    virtual std::size_t zombies() const = 0;
    virtual std::size_t rerouting() const = 0;  // number of oif sets that wait for their rewrite
@@ -114,8 +114,8 @@ class SwitchPath {
    // Compares the table programmer's collections with each other and with the platform, while the
    // switch is at rest. Returns a line for each fault.
    virtual std::vector<Qor::String> auditTables() const = 0;
-   // The roots that the path adds to the entity tree. The roots may change, so a caller asks again
-   // each time that it reads the tree.
+   // The roots that the path adds to the entity tree. The roots may change, so a caller calls this
+   // again each time that it reads the tree.
    virtual TreeRoots roots() const = 0;
    // Shows the switch in the timeline from now on, or, with null, ends that. The timeline lives
    // until then.

@@ -49,7 +49,8 @@ void SyncPath::vrfIs(L3::VrfName const& vrf, Vel::VrfId id) {
    inputs_.mcastEnabledStatus->vrfIs(vrf);
 }
 
-// No surroundings here overturn a decision on routing, so one that was abandoned is a fault.
+// The platform and the agent change no input of the reactor while it applies a decision on
+// multicast routing. A decision that it abandoned is therefore a fault.
 void SyncPath::addFaults(std::vector<Qor::String>& faults) const {
    platform_->differences().audit(faults);
    if (Qor::U32 const abandoned = mrouteSm_->abandonedDecisions()) {
@@ -71,8 +72,8 @@ std::vector<Qor::String> SyncPath::platformFaults() const {
    return faults;
 }
 
-// The table programmer raises its room flags for its own deletions. The sweep deletes found groups
-// and entries behind its back, so the flags are raised here.
+// The table programmer sets its room flags after its own deletions. The platform deletes found
+// groups and entries without the table programmer, so the flags are set here.
 bool SyncPath::sweepUnadopted() {
    platform_->sweepUnadopted();
    if (!platform_->mtableFull(switchId)) mrouteSwitch()->mtableFreeIs(true);

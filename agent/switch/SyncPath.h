@@ -47,7 +47,7 @@ class SyncPath final : public SwitchPathBase<Vel::MrouteSwitch> {
    using PlatformPtr = Qor::Ptr<Sim::SyncPlatform>;
    using CounterStatus = Routing::Multicast::Fib::CounterStatus;
 
-   // The inputs of this path alone.
+   // The entities that only the reactors of the synchronous path read and write.
    struct Inputs {
       explicit Inputs(Surroundings const& surroundings);
 

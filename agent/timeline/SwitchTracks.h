@@ -42,7 +42,7 @@ class SwitchTracks : public Timeline::Process {
       std::size_t groups, zombies, routes, rerouting;
    };
 
-   // ---- Answers of the observer. ----
+   // ---- The state of the switch, from the observer. ----
 
    virtual Tables tables() const = 0;
    // Whether the switch is being destroyed.
@@ -82,7 +82,7 @@ class SwitchTracks : public Timeline::Process {
  private:
    struct Zombie {
       std::uint64_t span;
-      Qor::U64 oifSet;  // its serial
+      Qor::U64 oifSet;  // the serial of the oif set
       bool sharable;
    };
    using Spans = std::unordered_map<Qor::U64, std::uint64_t>;
@@ -104,7 +104,9 @@ class SwitchTracks : public Timeline::Process {
    Spans routes_;    // by handle
    Spans reroutes_;  // by the oif set's serial
    Zombies zombies_;
-   std::vector<Zombie> undecided_;  // removed before their expiry, at undecidedAt_
+   // The zombies that were removed before their expiry, at undecidedAt_. Their outcome is not
+   // decided so far.
+   std::vector<Zombie> undecided_;
    double undecidedAt_ = 0;
    bool tablesDirty_ = false;
    double tablesAt_ = 0;

@@ -48,20 +48,21 @@ class Timeline {
    Timeline(Timeline const&) = delete;
    Timeline& operator=(Timeline const&) = delete;
 
-   // Shows a switch from now on, by an observer made for this timeline
-   // (agent/timeline/AsyncObserver.h). Returns the number of its process, counted from 1.
+   // Shows a switch from now on. `process` is an observer of the switch that was made for this
+   // timeline (agent/timeline/AsyncObserver.h). Returns the number of its process, counted from 1.
    unsigned observe(std::unique_ptr<Process> process);
 
    // Shows the transaction as a span from now to its completion. A complete transaction becomes a
    // span without length, and a null transaction none.
    void xact(std::string_view name, Hux::XactPtr const& xact, unsigned process = 1);
    void instant(std::string_view name, Args const& args = nullptr, unsigned process = 1);
-   // Numbers shown as one stacked graph.
+   // Writes a sample of some numbers, which viewers show as one stacked graph.
    void counter(std::string_view name,
                 std::initializer_list<std::pair<char const*, double>> const& values,
                 unsigned process = 1);
 
-   // Ends the observed switches without warning. Open spans end with the outcome "lost".
+   // Called when the agent has crashed. Stops observing its switches, and ends open spans with the
+   // outcome "lost".
    void crash();
    // Completes the file. Later events are ignored.
    void finish();
@@ -113,7 +114,7 @@ class Timeline::Process {
    unsigned number() const { return number_; }
    // Begins spans for everything that the switch has at present.
    virtual void showAll() = 0;
-   // Writes the events of instants before `time` that are still held back.
+   // Writes the events of instants before `time` that the observer has held back.
    virtual void settleInstant(double time) = 0;
 
  protected:
@@ -128,11 +129,11 @@ class Timeline::Process {
    void notification(std::string_view name, Args const& args = nullptr) {
       timeline_.writeInstant(Thread::notifications, name, args, number_);
    }
-   // Numbers shown as one stacked graph, at a time that is not after now.
+   // Writes a sample of some numbers at a time that is not after now.
    void counter(std::string_view name, double time, Args const& values) {
       timeline_.write("C", number_, 0, name, time, {{"args", values}});
    }
-   // Settles all observed switches up to now.
+   // Makes all observed switches write the events of earlier instants that they have held back.
    void settleAll() { timeline_.settleInstant(); }
 
  private:

@@ -100,8 +100,9 @@ class AsyncPlatform final : public VelHelper::AsyncMrouteHelper,
    // The hooks that are called while the agent's objects are destroyed write nothing.
    void detach(Qor::U32 applied);
    // Deletes the remaining found entries and groups, when the routing layer has announced the end
-   // of the replay. False if groups had to stay, because writes that take adopted entries away from
-   // them are under way. The caller calls again when the queue is empty.
+   // of the replay. Returns false if a group remains because adopted entries still point at it,
+   // and the writes that point them elsewhere are under way. The caller calls again when the queue
+   // is empty.
    bool sweepUnadopted();
 
    // The faults of the platform and its chip, one text each. If the queue is empty, the audit also
@@ -120,7 +121,7 @@ class AsyncPlatform final : public VelHelper::AsyncMrouteHelper,
    Qor::U32 doAllocateSharableMulticastGroup(MrouteLib::RouteKeyInfo const& routeKeyInfo,
                                              MrouteLib::OifSetPtr oifSet, Hux::XactPtr blockingXact,
                                              bool excludeEmptyMcid) override;
-   // The invalid id if `mcastId` is outside the range of fixed groups.
+   // Returns the invalid id if `mcastId` is outside the range of fixed groups.
    Qor::U32 doAllocateFixedMulticastGroup(MrouteLib::OifSetPtr oifSet, Hux::XactPtr blockingXact,
                                           Qor::U32 mcastId) override;
    void doUpdateMulticastGroupInPlace(MrouteLib::OifSetPtr oifSet, Qor::U32 mcastId) override;
@@ -133,7 +134,7 @@ class AsyncPlatform final : public VelHelper::AsyncMrouteHelper,
                                           Qor::U32 vrfId) override;
    void doSetMtableOifSet(MrouteLib::RouteHandle handle, Qor::U32 mcastId,
                           Hux::XactPtr blockingXact) override;
-   // Null for a route that was never pointed at a group.
+   // Returns null for a route that was never pointed at a group.
    Hux::XactPtr doGetXactForIngress(MrouteLib::RouteHandle handle) override;
    void doDeleteRoute(MrouteLib::RouteHandle handle) override;
    Qor::Seconds routeLastAccessedTime(MrouteLib::RouteHandle handle) override;
@@ -148,12 +149,12 @@ class AsyncPlatform final : public VelHelper::AsyncMrouteHelper,
  private:
    struct GroupState {
       bool allocated = false;
-      bool onChip = false;  // by the writes that the queue has applied
-      ChipXactPtr xact;     // of the latest write of its members
+      bool onChip = false;  // the applied writes have created the group on the chip
+      ChipXactPtr xact;     // the latest write of the group's members
    };
    struct RouteState {
-      ChipXactPtr create;            // null if the entry is not allocated
-      ChipXactPtr point;             // of the latest write that points the entry at a group
+      ChipXactPtr create;            // the creation of the entry; null if it is not allocated
+      ChipXactPtr point;             // the latest write that points the entry at a group
       Qor::U32 adoptedAt = noGroup;  // the group of an adopted entry until its first pointing
    };
 

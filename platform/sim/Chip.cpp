@@ -251,8 +251,8 @@ void Chip::replicate(Group const& to, Forwarded& out) {
 
 Forwarded Chip::forward(Packet const& p) {
    using OtherVlan = EntryTable::OtherVlan;
-   // A route key whose entries accept from other vlans drops the packet; a boundary key lets it
-   // pass.
+   // If all entries of a key accept from other vlans, a route key drops the packet, and a boundary
+   // key leaves the packet to shorter matches.
    auto const route = routes_.lookup(p.vrfId, p.source, p.group, p.vlan, OtherVlan::ends);
    auto const boundary = boundaries_.lookup(p.vrfId, p.source, p.group, p.vlan, OtherVlan::passed);
    // At equal length the boundary entry decides.
@@ -288,7 +288,8 @@ std::vector<Qor::String> Chip::audit() const {
    routes_.audit(faults);
    boundaries_.audit(faults);
 
-   // By id; the hard-wired groups follow the groups of the table.
+   // The number of entries that point at each group: the groups of the table by id, and then the
+   // hard-wired groups.
    std::vector<U32> pointing(groups_.size() + hardWired_.size());
    routes_.forEach([&](U32 index, Entry const& entry) {
       if (entry.group == noGroup) return;

@@ -95,7 +95,7 @@ struct Packet {
    Qor::U32 vrfId = 0;
    Lnet::IpGenAddr source;
    Lnet::IpGenAddr group;
-   Bridging::VlanIdOrNone vlan;  // in which the packet arrives
+   Bridging::VlanIdOrNone vlan;  // the vlan in which the packet arrives
    Qor::U32 bytes = 64;
 };
 
@@ -131,24 +131,24 @@ class Chip final : public Qor::RefCounted {
    // ---- Ports. A refusal is not a violation here, since no table is written. ----
 
    // Adds a port with its link up for the interface, and a vlan that the port carries. A further
-   // call with the same number adds one more vlan. Refused: a number of another interface, an
-   // interface with another number, the empty interface.
+   // call with the same number adds one more vlan. Refuses the number of another interface's port,
+   // an interface that has a port with another number, and the empty interface.
    Refusal portAdd(Lnet::IntfId intfId, Qor::U32 number, Bridging::VlanIdOrNone vlan);
-   // Refused: an interface without a port.
+   // Refuses an interface without a port.
    Refusal linkIs(Lnet::IntfId intfId, bool up);
-   // Null if the interface has no port.
+   // Returns null if the interface has no port.
    Port const* port(Lnet::IntfId intfId) const;
    Qor::HashMap<Lnet::IntfId, Port> const& ports() const { return ports_; }
 
    // ---- Table writes. Each returns the reason of its refusal, or an empty text. ----
 
    // The members ascend, without duplicates. The interface of a member has a port, and the port
-   // carries the vlan of the member unless that is none. Refused for a hard-wired group.
+   // carries the vlan of the member unless that is none. Refuses the id of a hard-wired group.
    [[nodiscard]] Refusal groupCreate(Qor::U32 id, std::vector<MrouteLib::PortVlan> members,
                                      bool toCpu);
    [[nodiscard]] Refusal groupUpdate(Qor::U32 id, std::vector<MrouteLib::PortVlan> members,
                                      bool toCpu);
-   // Refused while a route points at the group.
+   // Refuses a group at which a route entry points.
    [[nodiscard]] Refusal groupDelete(Qor::U32 id);
 
    // Creates an entry that points at no group: `entry.group` must be noGroup.
@@ -156,9 +156,9 @@ class Chip final : public Qor::RefCounted {
    [[nodiscard]] Refusal routePoint(Qor::U32 index, Qor::U32 group);
    [[nodiscard]] Refusal routeDelete(Qor::U32 index);
 
-   // A boundary entry keeps a matching packet in its accepting vlan, which must not be none. Of a
-   // boundary entry and a route entry the longer match decides, and the boundary entry if both are
-   // equally long.
+   // Creates a boundary entry, which keeps a matching packet in its accepting vlan. That vlan must
+   // not be none. If a route entry matches as well, the longer match decides, and between equally
+   // long ones the boundary entry.
    [[nodiscard]] Refusal boundaryCreate(Qor::U32 index, Entry const& entry);
    [[nodiscard]] Refusal boundaryDelete(Qor::U32 index);
 

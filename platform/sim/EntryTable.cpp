@@ -63,7 +63,8 @@ Refusal EntryTable::erase(U32 index) {
    Entry const* const entry = find(index);
    if (!entry) return fmt::format("{} {} does not exist", what_, index);
    VrfKey const vrfKey{entry->vrfId, entry->key};
-   // The head of the list is in first_, whose record must go with the last entry of the list.
+   // first_ has the head of the key's list. With the last entry of the list, the key is removed
+   // from first_.
    U32* link = &first_.find(vrfKey)->second;
    bool const isFirst = *link == index;
    while (*link != index)

@@ -47,7 +47,8 @@ struct Entry {
 
 class EntryTable {
  public:
-   // Texts use the noun `what` for an entry: "route entry". The string must outlive the table.
+   // `what` is the noun for an entry in the texts of the table, such as "route entry". The string
+   // must outlive the table.
    EntryTable(char const* what, Qor::U32 capacity) : what_(what), capacity_(capacity) {}
 
    Qor::U32 capacity() const { return capacity_; }
@@ -60,14 +61,14 @@ class EntryTable {
    }
    Entry* find(Qor::U32 index) { return const_cast<Entry*>(std::as_const(*this).find(index)); }
 
-   // Refused: an index beyond the capacity or in use, an invalid key, and an entry with the VRF,
-   // key and accepting vlan of another entry.
+   // Refuses an index beyond the capacity or in use, an invalid key, and an entry with the VRF, key
+   // and accepting vlan of another entry.
    [[nodiscard]] Refusal create(Qor::U32 index, Entry const& entry);
-   // Refused: an index without an entry.
+   // Refuses an index without an entry.
    [[nodiscard]] Refusal erase(Qor::U32 index);
 
-   // If all entries of a matching key accept from other vlans, the look-up ends without an entry,
-   // or passes to shorter matches.
+   // The effect of a matching key whose entries all accept from other vlans: the look-up ends
+   // without an entry, or goes on to shorter matches.
    enum class OtherVlan { ends, passed };
    struct Match {
       std::optional<Qor::U32> index;  // the matching entry
@@ -75,8 +76,8 @@ class EntryTable {
       unsigned groupLength = 0;       // the prefix length of the group, compared first
       unsigned sourceLength = 0;      // the prefix length of the source
    };
-   // Of the entries with one key, the entry that accepts from the packet's vlan takes precedence
-   // over the entry that accepts from all vlans.
+   // Finds the longest match of a packet. Of the entries with one key, the entry that accepts from
+   // the packet's vlan takes precedence over the entry that accepts from all vlans.
    Match lookup(Qor::U32 vrfId, Lnet::IpGenAddr const& source, Lnet::IpGenAddr const& group,
                 Bridging::VlanIdOrNone vlan, OtherVlan otherVlan) const;
 

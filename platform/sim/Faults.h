@@ -82,8 +82,8 @@ class Faults {
 
    std::array<Planned, writeKinds> planned_;
    std::mt19937_64 random_{1};
-   Qor::U32 slowIn_ = 0;  // the number of writes up to the slow one, 0 for none
-   Qor::Seconds slowBy_ = 0;
+   Qor::U32 slowIn_ = 0;      // the number of writes up to the slow one, 0 for none
+   Qor::Seconds slowBy_ = 0;  // the additional seconds of the slow write
    bool groupsExhausted_ = false;
    bool routesExhausted_ = false;
    bool boundariesExhausted_ = false;
@@ -92,9 +92,9 @@ class Faults {
    FailedCall failedCall_;
    Qor::U64 calls_ = 0;
    Qor::U32 failingHook_ = 0;
-   Qor::U32 failingCalls_ = 0;  // the calls of failingHook_ that have still to fail
-   bool refused_ = false;       // of the present call
-   bool writeFails_ = false;    // of the present call
+   Qor::U32 failingCalls_ = 0;  // the number of further calls of failingHook_ that fail
+   bool refused_ = false;       // the present call is refused
+   bool writeFails_ = false;    // the writes of the present call fail
 };
 
 }  // namespace Sim

@@ -13,7 +13,7 @@ namespace Sim {
 template <class T>
 using Streamed = decltype(std::declval<std::ostream&>() << std::declval<T const&>());
 
-// libfmt formats strings by itself, and they are classes with operator<<, too.
+// String classes have operator<<, too. They are excluded here, because libfmt already formats them.
 template <class T>
 inline constexpr bool isString = std::is_convertible_v<T, std::string_view>;
 

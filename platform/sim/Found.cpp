@@ -78,7 +78,7 @@ void FoundGroups::giveBack(U32 id, bool certain) {
    if (certain) byContent_[contentOf(*chip_.group(id))].insert(id);
 }
 
-// ---- Both ----
+// ---- Groups and entries ----
 
 std::vector<FoundRoute> Found::listed(Chip const& chip) const {
    std::vector<FoundRoute> nowhere, all;

@@ -66,8 +66,8 @@ class FoundEntries {
    std::set<Qor::U32> vrfs_;               // the VRF ids of all found entries
    std::map<Qor::U32, Qor::U32> held_;     // by entry, the group that it keeps alive
    std::map<Qor::U32, Qor::U32> holders_;  // by group, the number of entries that keep it alive
-   std::map<Qor::U32, Qor::U32>
-         awaited_;  // by group, the number of remaining entries that point at it
+   // By group, the number of remaining entries that point at it.
+   std::map<Qor::U32, Qor::U32> awaited_;
 };
 
 // The found groups. A group is offered for adoption while its members on the chip are certain.
@@ -118,7 +118,8 @@ struct Found {
    explicit Found(Chip const& chip)
          : groups(chip), routes(chip.routes()), boundaries(chip.boundaries()) {}
 
-   // Whether no group or boundary entry remains, and no group can be found again.
+   // Whether no found group and no found boundary entry remains, and no found route entry keeps a
+   // group alive that its owner could still give back.
    bool settled() const {
       return groups.left().empty() && !routes.holding() && boundaries.left().empty();
    }

@@ -183,7 +183,7 @@ U32 SyncPlatform::doAllocateMtableOifSet(U32 switchId, U32 oifSetIndex, OifSetPt
    Hook const hook = Hook::doAllocateMtableOifSet;
    called(hook);
    PortVlanSet const& set = oifSet->portVlanSet();
-   // Any other hint is the index whose group is to be rewritten in place.
+   // Any other value is the index of the set whose group is to be rewritten in place.
    if (oifSetIndex != 0 && oifSetIndex != freshOifSetIndex) {
       return rewrite(hook, switchId, oifSetIndex, set);
    }

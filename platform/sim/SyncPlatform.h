@@ -186,20 +186,22 @@ class SyncPlatform final : public VelHelper::MrouteSmHelper,
    struct SetState {
       Qor::U64 owner;  // the serial of the oif set
       Qor::U32 group;
-      bool open = false;        // adopted, and no entry has used it: another equal group is as good
-      bool reroutable = false;  // of an open set: it has backup pairs, which may rewrite its group
+      // The set has adopted its group, and no entry has used the set so far. settleGroup() may
+      // still replace the group by another one with the same members.
+      bool open = false;
+      bool reroutable = false;  // an open set has backup pairs, so a reroute may rewrite its group
    };
    struct EntryState {
       Qor::U32 oifSetIndex = 0;
       bool fastDrop = false;
-      bool hit = false;            // at the last refresh of the hit bits
+      bool hit = false;            // the hit bit as of its last refresh
       Qor::U64 packetsCached = 0;  // packets of the entry at that refresh
-      bool found = false;          // and not adopted: the entry has no oif set index
+      bool found = false;          // the entry is not adopted so far, and has no oif set index
    };
    struct Counter {
       Qor::U32 number;
-      Traffic gone;  // of deleted entries
-      Traffic read;  // of all entries up to the last reading
+      Traffic gone;  // the traffic of deleted entries
+      Traffic read;  // the traffic of all entries up to the last reading
    };
 
    ~SyncPlatform() override;
@@ -274,11 +276,11 @@ class SyncPlatform final : public VelHelper::MrouteSmHelper,
    CounterMode counterMode_ = CounterMode::packets;
    Qor::HashMap<Qor::U32, SetState> sets_;       // by index
    Qor::HashMap<Qor::U32, EntryState> entries_;  // by handle, of both tables
-   Qor::HashMap<Qor::U32, Qor::U64> ended_;      // by index, the owners at the last end of service
+   Qor::HashMap<Qor::U32, Qor::U64> ended_;      // by index, the owner at the last end of service
    Qor::HashMap<Qor::U32, Qor::U32> vrfs_;       // by VRF id, the number of route entries
    Qor::HashMap<IpGenRouteKey, Counter> counters_;
    IdPool groupPool_;
-   IdPool indexPool_;  // of the oif set indexes 1 to G, less one
+   IdPool indexPool_;  // the number N stands for the oif set index N + 1
    IdPool emptyPool_;
    IdPool routePool_;
    IdPool boundaryPool_;

@@ -83,7 +83,7 @@ void SyncPlatform::settleGroup(SetState& set, U32 pointedAt) {
    if (!awaited(set.group)) return;
    auto const own = groupForOne(content, pointedAt);
    if (!own) return;
-   --found_.adopted;  // the set has a group of its own instead
+   --found_.adopted;  // the set uses no found group any more
    found_.groups.giveBack(std::exchange(set.group, *own), true);
 }
 
