@@ -409,6 +409,13 @@ class SystemOf : public World {
    Journal journal_;
 };
 
+// Overrides a hook that prints its call and then returns the answer.
+#define HOOK(Result, name, parameters, answer, ...) \
+   Result name parameters override {                \
+      hook(#name __VA_OPT__(, ) __VA_ARGS__);       \
+      return answer;                                \
+   }
+
 // ---- The model, which plays second: it takes the system's order where the order is free. ----
 
 template <class World>

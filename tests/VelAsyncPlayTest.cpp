@@ -134,71 +134,34 @@ class AsyncSystem final
       void hook(Parts const&... parts) {
          system.hook(me, parts...);
       }
-      void handleMrouteCounterMode(Routing::Multicast::Fib::CounterMode mode) override {
-         hook("handleMrouteCounterMode", mode);
-      }
-      void handleWildcardCounter(bool on) override { hook("handleWildcardCounter", on); }
-      U32 doAllocateSharableMulticastGroup(MrouteLib::RouteKeyInfo const& i, OifSetPtr set,
-                                           Hux::XactPtr blocking, bool frr) override {
-         hook("doAllocateSharableMulticastGroup", i, set, bool(blocking), frr);
-         return platform.group();
-      }
-      U32 doAllocateFixedMulticastGroup(OifSetPtr set, Hux::XactPtr blocking, U32 id) override {
-         hook("doAllocateFixedMulticastGroup", set, bool(blocking), id);
-         return id;
-      }
-      void doUpdateMulticastGroupInPlace(OifSetPtr set, U32 id) override {
-         hook("doUpdateMulticastGroupInPlace", set->portVlanSet(), id);
-      }
-      Hux::XactPtr doGetXactForOifSet(U32 id) override {
-         hook("doGetXactForOifSet", id);
-         return system.latest_ = Qor::make<Hux::Xact>();
-      }
-      void doDeleteOifSet(U32 id) override {
-         hook("doDeleteOifSet", id);
-         platform.groups.erase(id);
-      }
-      RouteHandle doAllocateRoute(IpGenRouteKey const& k, VlanIdOrNone v, bool bridge,
-                                  Wisp::Multicast::Fib::RpaIndex rpa, U32 vrfId) override {
-         hook("doAllocateRoute", k, v, bridge, rpa, vrfId);
-         return platform.handle();
-      }
-      void doSetMtableOifSet(RouteHandle handle, U32 id, Hux::XactPtr blocking) override {
-         hook("doSetMtableOifSet", handle, id, bool(blocking));
-      }
-      Hux::XactPtr doGetXactForIngress(RouteHandle handle) override {
-         hook("doGetXactForIngress", handle);
-         return system.latest_ = Qor::make<Hux::Xact>();
-      }
-      void doDeleteRoute(RouteHandle handle) override {
-         hook("doDeleteRoute", handle);
-         platform.handles.erase(handle.value());
-      }
-      Seconds routeLastAccessedTime(RouteHandle handle) override {
-         hook("routeLastAccessedTime", handle);
-         return platform.hit(handle);
-      }
-      bool needFixedOifSet(RouteKeyType type) override {
-         hook("needFixedOifSet", type);
-         return isFixed(type);
-      }
-      bool mcastIdReusable(U32 id) override {
-         hook("mcastIdReusable", id);
-         return platform.reusable;
-      }
-      bool mcastIdIsValid(U32 id) override {
-         hook("mcastIdIsValid", id);
-         return AsyncMrouteHelper::mcastIdIsValid(id);
-      }
-      double doGetAdjustedPollingInterval(double const& interval) override {
-         hook("doGetAdjustedPollingInterval", interval);
-         return interval + 1;
-      }
-      double doGetAdjustedActivityPollInterval(double const& interval) override {
-         hook("doGetAdjustedActivityPollInterval", interval);
-         return interval;
-      }
-      void doScheduleVerify() override { hook("doScheduleVerify"); }
+      HOOK(void, handleMrouteCounterMode, (Routing::Multicast::Fib::CounterMode mode), void(), mode)
+      HOOK(void, handleWildcardCounter, (bool on), void(), on)
+      HOOK(U32, doAllocateSharableMulticastGroup,
+           (MrouteLib::RouteKeyInfo const& i, OifSetPtr set, Hux::XactPtr blocking, bool frr),
+           platform.group(), i, set, bool(blocking), frr)
+      HOOK(U32, doAllocateFixedMulticastGroup, (OifSetPtr set, Hux::XactPtr blocking, U32 id), id,
+           set, bool(blocking), id)
+      HOOK(void, doUpdateMulticastGroupInPlace, (OifSetPtr set, U32 id), void(), set->portVlanSet(),
+           id)
+      HOOK(Hux::XactPtr, doGetXactForOifSet, (U32 id), system.latest_ = Qor::make<Hux::Xact>(), id)
+      HOOK(void, doDeleteOifSet, (U32 id), void(platform.groups.erase(id)), id)
+      HOOK(RouteHandle, doAllocateRoute,
+           (IpGenRouteKey const& k, VlanIdOrNone v, bool bridge, Wisp::Multicast::Fib::RpaIndex rpa,
+            U32 vrfId),
+           platform.handle(), k, v, bridge, rpa, vrfId)
+      HOOK(void, doSetMtableOifSet, (RouteHandle handle, U32 id, Hux::XactPtr blocking), void(),
+           handle, id, bool(blocking))
+      HOOK(Hux::XactPtr, doGetXactForIngress, (RouteHandle handle),
+           system.latest_ = Qor::make<Hux::Xact>(), handle)
+      HOOK(void, doDeleteRoute, (RouteHandle handle), void(platform.handles.erase(handle.value())),
+           handle)
+      HOOK(Seconds, routeLastAccessedTime, (RouteHandle handle), platform.hit(handle), handle)
+      HOOK(bool, needFixedOifSet, (RouteKeyType type), isFixed(type), type)
+      HOOK(bool, mcastIdReusable, (U32 id), platform.reusable, id)
+      HOOK(bool, mcastIdIsValid, (U32 id), AsyncMrouteHelper::mcastIdIsValid(id), id)
+      HOOK(double, doGetAdjustedPollingInterval, (double const& interval), interval + 1, interval)
+      HOOK(double, doGetAdjustedActivityPollInterval, (double const& interval), interval, interval)
+      HOOK(void, doScheduleVerify, (), void())
 
       AsyncSystem& system;
       Platform& platform;

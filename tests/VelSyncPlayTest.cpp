@@ -191,66 +191,39 @@ class SyncSystem final : public SystemOf<SyncWorld<MrouteSwitch, MtableOifSet, M
       void hook(Parts const&... parts) {
          system.hook(me, parts...);
       }
-      void mrouteSwitchInit(U32 id, bool start) override { hook("mrouteSwitchInit", id, start); }
+      HOOK(void, mrouteSwitchInit, (U32 id, bool start), void(), id, start)
       U32 doAllocateMtableOifSet(U32 id, U32 hint, OifSetPtr set) override {
          hook("doAllocateMtableOifSet", id, hint, set->portVlanSet());
          if (hint == 0 || hint == 0xFFFFFFFE) return platform.index(set->portVlanSet());
          return platform.refuses ? 0xFFFFFFFF : hint;
       }
-      void handleFreeMtableOifSet(U32 id, Ptr<MtableOifSet> record) override {
-         hook("handleFreeMtableOifSet", id, *record);
-         platform.indexes.erase(record->oifSetIndex());
-      }
-      RouteHandle doAllocateMroute(U32 id, U16 vrfId, IpGenRouteKey const& k, VlanIdOrNone v,
-                                   bool bridge, U32 index, bool drop, U16 rpa) override {
-         hook("doAllocateMroute", id, vrfId, k, v, bridge, index, drop, rpa);
-         return platform.handle();
-      }
-      RouteHandle doAllocateMrouteNoRpf(U32 id, U16 vrfId, IpGenRouteKey const& k, bool bridge,
-                                        U32 index, bool drop, U16 rpa) override {
-         hook("doAllocateMrouteNoRpf", id, vrfId, k, bridge, index, drop, rpa);
-         return platform.handle();
-      }
-      void doSetMtableOifSet(U32 id, U16 vrfId, RouteHandle h, RoutePtr r, U32 index) override {
-         hook("doSetMtableOifSet", id, vrfId, h, r->key(), index);
-      }
-      void doDeleteMroute(U32 id, U16 vrfId, RouteHandle h, RoutePtr r) override {
-         hook("doDeleteMroute", id, vrfId, h, r->key());
-         platform.handles.erase(h.value());
-      }
-      void doDeleteMrouteBoundary(U32 id, U16 vrfId, RouteHandle h, BoundaryPtr b) override {
-         hook("doDeleteMrouteBoundary", id, vrfId, h, b->key());
-         platform.handles.erase(h.value());
-      }
-      void doCommitMrouteBatch() override { hook("doCommitMrouteBatch"); }
-      bool mrouteFull(U32 id) override {
-         hook("mrouteFull", id);
-         return platform.full & 1;
-      }
-      bool mrouteBoundaryFull(U32 id) override {
-         hook("mrouteBoundaryFull", id);
-         return platform.full & 2;
-      }
-      bool mtableFull(U32 id) override {
-         hook("mtableFull", id);
-         return platform.full & 4;
-      }
-      bool mrouteHitBit(U32 id, U16 vrfId, IpGenRouteKey const& k, VlanIdOrNone v,
-                        bool boundary) override {
-         hook("mrouteHitBit", id, vrfId, k, v, boundary);
-         return platform.isHit(vrfId, k, v);
-      }
-      Qor::U8 mrouteHitBitCacheRefresh(U32 id) override {
-         hook("mrouteHitBitCacheRefresh", id);
-         return platform.busy ? 2 : 1;
-      }
-      void mrouteHitBitCacheClear(U32 id) override { hook("mrouteHitBitCacheClear", id); }
-      void verifyMroute(U32 id, U16 vrfId, RoutePtr r) override {
-         hook("verifyMroute", id, vrfId, r->handle());
-      }
-      void verifyMrouteBoundary(U32 id, U16 vrfId, BoundaryPtr b) override {
-         hook("verifyMrouteBoundary", id, vrfId, b->handle());
-      }
+      HOOK(void, handleFreeMtableOifSet, (U32 id, Ptr<MtableOifSet> record),
+           void(platform.indexes.erase(record->oifSetIndex())), id, *record)
+      HOOK(RouteHandle, doAllocateMroute,
+           (U32 id, U16 vrfId, IpGenRouteKey const& k, VlanIdOrNone v, bool bridge, U32 index,
+            bool drop, U16 rpa),
+           platform.handle(), id, vrfId, k, v, bridge, index, drop, rpa)
+      HOOK(RouteHandle, doAllocateMrouteNoRpf,
+           (U32 id, U16 vrfId, IpGenRouteKey const& k, bool bridge, U32 index, bool drop, U16 rpa),
+           platform.handle(), id, vrfId, k, bridge, index, drop, rpa)
+      HOOK(void, doSetMtableOifSet, (U32 id, U16 vrfId, RouteHandle h, RoutePtr r, U32 index),
+           void(), id, vrfId, h, r->key(), index)
+      HOOK(void, doDeleteMroute, (U32 id, U16 vrfId, RouteHandle h, RoutePtr r),
+           void(platform.handles.erase(h.value())), id, vrfId, h, r->key())
+      HOOK(void, doDeleteMrouteBoundary, (U32 id, U16 vrfId, RouteHandle h, BoundaryPtr b),
+           void(platform.handles.erase(h.value())), id, vrfId, h, b->key())
+      HOOK(void, doCommitMrouteBatch, (), void())
+      HOOK(bool, mrouteFull, (U32 id), platform.full & 1, id)
+      HOOK(bool, mrouteBoundaryFull, (U32 id), platform.full & 2, id)
+      HOOK(bool, mtableFull, (U32 id), platform.full & 4, id)
+      HOOK(bool, mrouteHitBit,
+           (U32 id, U16 vrfId, IpGenRouteKey const& k, VlanIdOrNone v, bool boundary),
+           platform.isHit(vrfId, k, v), id, vrfId, k, v, boundary)
+      HOOK(Qor::U8, mrouteHitBitCacheRefresh, (U32 id), platform.busy ? 2 : 1, id)
+      HOOK(void, mrouteHitBitCacheClear, (U32 id), void(), id)
+      HOOK(void, verifyMroute, (U32 id, U16 vrfId, RoutePtr r), void(), id, vrfId, r->handle())
+      HOOK(void, verifyMrouteBoundary, (U32 id, U16 vrfId, BoundaryPtr b), void(), id, vrfId,
+           b->handle())
 
       SyncSystem& system;
       Platform& platform;
