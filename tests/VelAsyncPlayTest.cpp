@@ -712,7 +712,7 @@ Ptr<AsyncReactor> AsyncModel::newReactor(unsigned c) {
 class AsyncPlay : public OnVirtualTime {};
 
 TEST_F(AsyncPlay, TheSystemDoesWhatTheModelDoes) {
-   compare<AsyncSystem, AsyncModel>(150, 300, actions);
+   compare<AsyncSystem, AsyncModel>(250, 300, actions);
 }
 
 }  // namespace

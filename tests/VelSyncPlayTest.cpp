@@ -916,7 +916,7 @@ Ptr<SyncReactor> SyncModel::newReactor(unsigned c) {
 class SyncPlay : public OnVirtualTime {};
 
 TEST_F(SyncPlay, TheSystemDoesWhatTheModelDoes) {
-   compare<SyncSystem, SyncModel>(150, 300, actions);
+   compare<SyncSystem, SyncModel>(250, 300, actions);
 }
 
 }  // namespace

@@ -454,4 +454,24 @@ TEST_F(SyncSm, AFailedInterfaceHasItsSetsRewrittenUnderTheirIndex) {
    EXPECT_EQ(chip_->writes(Sim::WriteKind::groupUpdate), 1u);
 }
 
+// Each rewrite costs 0.03 s: four begin within 0.1 s.
+TEST_F(SyncSm, AWaitingSetIsRewrittenByTheNextReactorWhileTheSwitchKnowsIt) {
+   build(0.03);
+   OifSetPtr const retaken = set(2, 1, 3), forgotten = set(2, 1, 3);
+   for (unsigned n = 1; n <= 4; ++n)
+      program(n, set(2, 1, 3));
+   program(5, retaken);
+   program(6, forgotten);
+   down(1);
+   EXPECT_EQ(switch_->frrProcessingOifSet().size(), 2u);
+   program(7, retaken);
+   switch_->inUseOifSetDel(forgotten);
+   sm_ = nullptr;
+   EXPECT_EQ(time_->nextDeadline(), Qor::never);
+   journal_.take();
+   sm_ = in_.sm(switch_);
+   EXPECT_EQ(receivers(5) + receivers(6) + receivers(7), "et3et2et2");
+   EXPECT_TRUE(journal_.like("8 ")[0].ends_with(cat("FrrProcessingOifSet: ", OifSetPtr())));
+}
+
 }  // namespace
