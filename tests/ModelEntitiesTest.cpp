@@ -2,6 +2,7 @@
 #include <algorithm>
 
 #include "IntfVlanId/Table.h"
+#include "MrouteLib/OifSet.h"
 #include "Routing/Hardware/RouteStatus.h"
 #include "Routing/Multicast/Fib/Hardware/Status.h"
 #include "Routing/Multicast/Fib/VrfConfig.h"
@@ -88,6 +89,20 @@ TEST(ModelEntities, InterfacesAndVlansAgreeInEachNotification) {
    EXPECT_EQ(table->intfIdToVlanId().size(), 1u);
    EXPECT_EQ(errorText([&] { table->intfIdToVlanIdIs(IntfId(), VlanId(5)); }),
              "IntfVlanId::Table::intfId empty not allowed");
+}
+
+TEST(ModelEntities, ARetiredOifSetLeavesItsPlaceToANewOne) {
+   auto const tables = Qor::make<MrouteLib::MrouteTableColl>();
+   MrouteLib::PortVlanSet const value(RouteKeyType::routed);
+   auto retired = tables->newOifSet(value);
+   EXPECT_EQ(tables->newOifSet(value), retired);
+   tables->oifSetRetire(*retired);
+   auto newer = tables->newOifSet(value);
+   EXPECT_NE(newer, retired);
+   retired = nullptr;
+   EXPECT_EQ(tables->oifSet(value), newer);
+   newer = nullptr;
+   EXPECT_EQ(tables->oifSet(value), nullptr);
 }
 
 // ---- VRFs and configuration. ----
