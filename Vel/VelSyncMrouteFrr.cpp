@@ -15,6 +15,17 @@ namespace {
 
 constexpr char velTraceSource[] = "VelSyncMrouteSm";
 
+// Moves a set from the armed sets to those that wait, if a route uses its record. This function may
+// hold the last reference to the record, whose end notifies listeners. So the caller's walk takes
+// its next step afterwards.
+void awaitRewrite(MrouteSwitch& chip, OifSetPtr const& oifSet) {
+   auto const record = chip.inUseRecord(oifSet);
+   bool const live = record && !record->zombie().isZombie();
+   if (live) record->dirtyIs(true);
+   chip.frrMtableOifSetDel(oifSet);
+   if (live) chip.frrProcessingOifSetIs(oifSet, record);
+}
+
 }  // namespace
 
 void MrouteSwitchSm::QorEthIntfStatus::handleOperStatus() {
@@ -53,11 +64,7 @@ void MrouteSwitchSm::updateFrrMtableOif(Lnet::IntfId intfId) {
          continue;
       }
       OifSetPtr const oifSet = entry->first;
-      auto const record = chip->inUseRecord(oifSet);
-      bool const live = record && !record->zombie().isZombie();
-      if (live) record->dirtyIs(true);
-      chip->frrMtableOifSetDel(oifSet);
-      if (live) chip->frrProcessingOifSetIs(oifSet, record);
+      awaitRewrite(*chip, oifSet);
       entry = armed.resume(entry);  // after all calls: a listener may have removed further entries
    }
    handleClock();

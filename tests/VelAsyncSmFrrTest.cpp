@@ -143,6 +143,26 @@ TEST_F(AsyncSmFrr, ASliceGoesOnWhereTheLastOneStopped) {
    EXPECT_EQ(walk(), " 0 1 2 3 4 5 6 7");
 }
 
+// The walk itself is the last user of a record then, and the end of the record withdraws the next
+// set from the walk.
+TEST_F(AsyncSmFrr, TheLastUserOfARecordMayLeaveWhileItsSetIsTaken) {
+   struct Listener final : AsyncMrouteSwitch::Notifiee {
+      void onFrrProcessingOifSet(OifSetPtr const&) override { unused = nullptr; }
+      void onInUseOifSet(OifSetPtr const&) override { chip->frrMtableOifSetDel(next); }
+      MrouteLib::MtableOifSetPtr unused;
+      OifSetPtr next;
+      AsyncMrouteSwitch* chip = nullptr;
+   } listener;
+   listener.next = ownSet({4}, 1, {5});
+   listener.unused = record(ownSet({2}, 1, {3}));
+   routes_ = {program(0, listener.next)};
+   listener.chip = switch_.get();
+   listener.notifierIs(switch_);
+   start();
+   down(1);
+   EXPECT_EQ(receiversOfAll(), "et4");
+}
+
 TEST_F(AsyncSmFrr, AReactorTakesItsPositionAlongAndTheNextGoesOnAtConstruction) {
    covered(0, 4);
    start(0.06);

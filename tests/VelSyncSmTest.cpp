@@ -454,6 +454,26 @@ TEST_F(SyncSm, AFailedInterfaceHasItsSetsRewrittenUnderTheirIndex) {
    EXPECT_EQ(chip_->writes(Sim::WriteKind::groupUpdate), 1u);
 }
 
+// The walk itself is the last user of a record then, and the end of the record withdraws the next
+// set from the walk.
+TEST_F(SyncSm, TheLastUserOfARecordMayLeaveWhileItsSetIsTaken) {
+   struct Listener final : MrouteSwitch::Notifiee {
+      void onFrrProcessingOifSet(OifSetPtr const&) override { unused = nullptr; }
+      void onZombieOifSet(Vel::ZombieKey const&) override { chip->frrMtableOifSetDel(next); }
+      MrouteLib::MtableOifSetPtr unused;
+      OifSetPtr next;
+      MrouteSwitch* chip = nullptr;
+   } listener;
+   switch_->doAllocateMtableOifSet(set(2, 1, 3));
+   listener.unused = switch_->mtableOifSet();
+   listener.next = set(4, 1, 5);
+   program(1, listener.next);
+   listener.chip = switch_.get();
+   listener.notifierIs(switch_);
+   down(1);
+   EXPECT_EQ(receivers(1), "et4");
+}
+
 // Each rewrite costs 0.03 s: four begin within 0.1 s.
 TEST_F(SyncSm, AWaitingSetIsRewrittenByTheNextReactorWhileTheSwitchKnowsIt) {
    build(0.03);
