@@ -3,6 +3,7 @@
 #include <cstdlib>
 
 #include "Journal.h"
+#include "Qor/Type.h"
 #include "TestSupport.h"
 #include "Vel/VelAsyncMrouteSwitch.h"
 
@@ -33,13 +34,14 @@ struct Hooks final : VelHelper::AsyncMrouteHelper {
       return RouteHandle(1);
    }
    void doSetMtableOifSet(RouteHandle, Qor::U32, Hux::XactPtr) override {}
-   void doDeleteOifSet(Qor::U32) override {}
+   void doDeleteOifSet(Qor::U32) override { ++deleted; }
    void doDeleteRoute(RouteHandle) override {}
    bool needFixedOifSet(RouteKeyType) override { return false; }
    bool mcastIdReusable(Qor::U32) override { return true; }
    void doScheduleVerify() override {}
 
    Hux::XactPtr xact = Qor::make<Hux::Xact>();
+   unsigned deleted = 0;
 };
 
 OifSetPtr oifSet() {
@@ -94,6 +96,27 @@ TEST_F(VelAsyncSwitch, TheBareBaseClassIsEnoughWhereTheVariableAllowsItAndNowher
    unsetenv("VEL_NOOP_AGENT");  // read at each call
    EXPECT_DEATH(sw_->doDeleteRoute(RouteHandle(1)),
                 "This function must be implemented by derived class\n");
+}
+
+// The sanitizers see a use of the switch behind its end.
+TEST_F(VelAsyncSwitch, TheSwitchMayGoInsideAnyNotificationOfAFree) {
+   for (char const* moment :
+        {"inUseOifSet", "frrMtableOifSet", "frrProcessingOifSet", "mcastIdToOifSet"}) {
+      SCOPED_TRACE(moment);
+      hooks_->deleted = 0;
+      sw_ = Vel::Mroute::asyncMrouteSwitchFactory("switch", vrfs_, hooks_);
+      allocate();
+      auto record = Qor::ptrCast<AsyncMtableOifSet>(sw_->mtableOifSet());
+      sw_->frrMtableOifSetIs(record->oifSet(), record);
+      sw_->frrProcessingOifSetIs(record->oifSet(), record);
+      sw_->mtableOifSetIs(nullptr);
+      Qor::Following const follower(Qor::toGeneric(sw_), [&](Qor::Change const& change) {
+         if (change.member == moment) sw_ = nullptr;
+      });
+      record = nullptr;
+      EXPECT_FALSE(sw_);
+      EXPECT_EQ(hooks_->deleted, 1u);
+   }
 }
 
 using VelAsyncSwitchDeathTest = VelAsyncSwitch;

@@ -4,6 +4,7 @@
 #include <functional>
 
 #include "Journal.h"
+#include "Qor/Type.h"
 #include "TestSupport.h"
 #include "Vel/VelSyncMrouteSwitch.h"
 
@@ -98,6 +99,26 @@ TEST_F(VelSync, TheEndClearsTheChipOnceFreesRecordsAtOnceAndOthersOutliveIt) {
    EXPECT_EQ(held->mrouteSwitch(), nullptr);
    held = nullptr;
    EXPECT_EQ(hooks_->calls, (Lines{"init 51", "init 50", "free 311", "free 321"}));
+}
+
+// The sanitizers see a use of the switch behind its end.
+TEST_F(VelSync, TheSwitchMayGoInsideAnyNotificationOfAFree) {
+   l3_->multicastZombiesEnabledIs(false);
+   for (char const* moment :
+        {"inUseOifSet", "frrMtableOifSet", "frrProcessingOifSet", "oifSetIndexColl"}) {
+      SCOPED_TRACE(moment);
+      sw_ = Vel::mrouteSwitchFactory("switch", 5, nullptr, l3_, hooks_, nullptr, hwStatus_);
+      RecordPtr record = allocate(oifSet());
+      sw_->frrMtableOifSetIs(record->oifSet(), record);
+      sw_->frrProcessingOifSetIs(record->oifSet(), record);
+      hooks_->calls.clear();
+      Qor::Following const follower(Qor::toGeneric(sw_), [&](Qor::Change const& change) {
+         if (change.member == moment) sw_ = nullptr;
+      });
+      record = nullptr;
+      EXPECT_FALSE(sw_);
+      EXPECT_EQ(hooks_->calls.size(), 2u);  // the free, and the end of the switch
+   }
 }
 
 TEST_F(VelSync, AHandleIsOneRoutesButForRangesWhereTheHardwareSharesThem) {
