@@ -225,6 +225,7 @@ TEST_F(TopSm, AFullTableLetsTheLongestIdleCounterGoAndRefusesWhenThereIsNone) {
    EXPECT_EQ(hooks_->take(), "ageOut 3");
    // A listener that puts a replaced counter back keeps the counter's place.
    OnCounter keeper([&](IpGenRouteKey const& k) {
+      EXPECT_EQ(ctl_->currSize(), sm_->counterShadow().size());
       if (!status_->counter().find(k) && k == key(1)) sm_->updateMfibCounter(k, 9, true);
    });
    keeper.notifierIs(status_.get());
