@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "Vel/VelAsyncMrouteSwitch.h"
+#include "Vel/VelTrace.h"
 
 namespace Vel::Mroute {
 
@@ -13,12 +14,6 @@ using MrouteLib::OifSetPtr;
 using MrouteLib::RouteHandle;
 using Routing::Multicast::Fib::IpGenRouteKey;
 using VelHelper::MrouteXactType;
-
-namespace {
-
-constexpr char velTraceSource[] = "VelAsyncMrouteSm";
-
-}  // namespace
 
 Qor::String AsyncMrouteSwitch::dumpRouteHandle(RouteHandle handle) const {
    auto const entry = inUseRouteHandleKey().find(handle);

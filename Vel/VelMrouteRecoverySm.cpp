@@ -3,9 +3,8 @@
 #include <utility>
 #include <vector>
 
-#include "Qor/Describe.h"
 #include "Qor/Trace.h"
-#include "Vel/VelCommon.h"
+#include "Vel/VelDescribe.h"
 
 #define RECOVERY_TRACE(level, pieces) QOR_TRACE(recoveryTrace(), velTraceSource, level, pieces)
 

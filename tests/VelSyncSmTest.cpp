@@ -94,8 +94,7 @@ class SyncSm : public OnVirtualTime {
    }
    RouteHandle program(unsigned n, OifSetPtr const& s) {
       switch_->doAllocateMtableOifSet(s);
-      auto const record = switch_->mtableOifSet();
-      switch_->mtableOifSetIs(nullptr);
+      auto const record = switch_->takeMtableOifSet();
       switch_->doAllocateRoute(key(n), vlan(1), false, record, false, false, {},
                                VrfName("default"));
       RouteHandle const handle = switch_->routeHandle();
@@ -452,6 +451,18 @@ TEST_F(SyncSm, AFailedInterfaceHasItsSetsRewrittenUnderTheirIndex) {
    down(1, IntfOperStatus::up);
    down(1);
    EXPECT_EQ(chip_->writes(Sim::WriteKind::groupUpdate), 1u);
+}
+
+TEST_F(SyncSm, AnErrorOfARewriteLeavesNoSetBehind) {
+   for (unsigned n = 1; n <= 3; ++n)
+      program(n, set(2, 1, 3));
+   onHook_ = {"doAllocateMtableOifSet", [] { throw std::runtime_error("rewrite"); }};
+   EXPECT_THROW(down(1), std::runtime_error);
+   EXPECT_EQ(switch_->frrProcessingOifSet().size(), 3u);
+   EXPECT_EQ(sm_->clock()->timeMin(), time_->now() + Qor::Clock::retryGap);
+   time_->runUntil(time_->now() + Qor::Clock::retryGap);
+   EXPECT_EQ(sm_->clock()->timeMin(), Qor::never);
+   EXPECT_EQ(receivers(1) + receivers(2) + receivers(3), "et3et3et3");
 }
 
 // The walk itself is the last user of a record then, and the end of the record withdraws the next

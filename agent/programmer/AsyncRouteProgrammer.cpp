@@ -58,7 +58,7 @@ MtableOifSetPtr AsyncRouteProgrammer::newRecord(Route& base, OifSetPtr const& se
    bool const frrRoute = !wanted.set.currentIif().isNull();
    route.oifSetXact = mrouteSwitch().doAllocateMtableOifSet(info, set, nullptr, 0, frrRoute);
    if (mrouteSwitch().mrouteFailureReason() != MrouteFailureReason::none) return nullptr;
-   MtableOifSetPtr const record = takeRecord();
+   MtableOifSetPtr const record = mrouteSwitch().takeMtableOifSet();
    bool const isNew = record->references() == 1;
    if (xactObserver_ && isNew && route.oifSetXact && route.oifSetXact->pending()) {
       xactObserver_("group " + std::to_string(mrouteSwitch().doGetMulticastId(record)),

@@ -24,13 +24,6 @@ class SwitchRouteProgrammer : public RouteProgrammer {
 
    Switch& mrouteSwitch() const { return *mrouteSwitch_; }
 
-   // The result of an allocation, which is the caller's from now on.
-   MrouteLib::MtableOifSetPtr takeRecord() {
-      MrouteLib::MtableOifSetPtr record = mrouteSwitch_->mtableOifSet();
-      mrouteSwitch_->mtableOifSetIs(nullptr);
-      return record;
-   }
-
    void deleteEntry(MrouteLib::RouteHandle handle) override {
       mrouteSwitch_->doDeleteRoute(handle);
    }

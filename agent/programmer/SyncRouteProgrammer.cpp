@@ -47,7 +47,7 @@ std::optional<Table> SyncRouteProgrammer::entryTable(Route const& route) const {
 MtableOifSetPtr SyncRouteProgrammer::newRecord(Route&, OifSetPtr const& set) {
    for (Qor::U32 attempt = 0; attempt < maxAttempts; ++attempt) {
       mrouteSwitch().doAllocateMtableOifSet(set);
-      MtableOifSetPtr record = takeRecord();
+      MtableOifSetPtr record = mrouteSwitch().takeMtableOifSet();
       // While there are groups that may be taken over, the table never calls itself full.
       if (record || recovering() || !mrouteSwitch().mtableFree()) return record;
       writeFailed();

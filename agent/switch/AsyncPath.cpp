@@ -26,10 +26,17 @@ AsyncPath::AsyncPath(Surroundings const& s, PlatformPtr platform, RouteStatusPtr
         routeStatus_(std::move(routeStatus)),
         bfdAppStatus_(s.bfdAppStatus),
         routeProgrammer_(mrouteSwitch(), Qor::make<MrouteLib::MrouteTableColl>(), s.mfibHwStatus),
-        reactor_(Vel::Mroute::AsyncMrouteSwitchSmIs(
-              mrouteSwitch(), s.intfVlanIdTable, s.mfibConfig, s.mfibHwStatus, platform_,
-              Qor::make<Qor::Clock>("zombieClock"), Qor::make<Qor::Clock>("agingClock"),
-              s.ethIntfStatusDir, Qor::make<Bfd::StatusPeer>(), bfdAppStatus_, nullptr, nullptr)) {}
+        reactor_(Vel::Mroute::asyncMrouteSwitchSmFactory(
+              {.mrouteSwitch = mrouteSwitch(),
+               .intfVlanIdTable = s.intfVlanIdTable,
+               .mfibConfig = s.mfibConfig,
+               .mfibHwStatus = s.mfibHwStatus,
+               .mrouteHelper = platform_,
+               .zombieClock = Qor::make<Qor::Clock>("zombieClock"),
+               .agingClock = Qor::make<Qor::Clock>("agingClock"),
+               .ethIntfStatusDir = s.ethIntfStatusDir,
+               .bfdAllPeerStatusDir = Qor::make<Bfd::StatusPeer>(),
+               .bfdAllPeerStatus = bfdAppStatus_})) {}
 
 TreeRoots AsyncPath::roots() const {
    return {{"bfd", Qor::toGeneric(bfdAppStatus_)},

@@ -2,7 +2,7 @@
 #include <algorithm>
 #include <utility>
 
-#include "Vel/VelMrouteFrr.h"
+#include "Vel/VelPerSwitchSm.h"
 #include "agent/switch/Recovery.h"
 #include "agent/switch/SimulatedSwitch.h"
 

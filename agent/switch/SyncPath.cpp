@@ -32,10 +32,17 @@ SyncPath::SyncPath(Surroundings const& s, PlatformPtr platform, Inputs inputs)
         inputs_(std::move(inputs)),
         verifier_(std::make_unique<Verifier>(inputs_.verifyData)),
         routeProgrammer_(mrouteSwitch(), Qor::make<MrouteLib::MrouteTableColl>(), s.mfibHwStatus),
-        reactor_(Vel::MrouteSwitchSmIs(
-              switchId, inputs_.acsd, inputs_.l3Status, mrouteSwitch(), s.intfVlanIdTable,
-              s.mfibConfig, s.mfibHwStatus, platform_, Qor::make<Qor::Clock>("zombieClock"),
-              Qor::make<Qor::Clock>("agingClock"), s.ethIntfStatusDir, nullptr, nullptr)),
+        reactor_(Vel::mrouteSwitchSmFactory({.switchId = switchId,
+                                             .acsd = inputs_.acsd,
+                                             .l3Status = inputs_.l3Status,
+                                             .mrouteSwitch = mrouteSwitch(),
+                                             .intfVlanIdTable = s.intfVlanIdTable,
+                                             .mfibConfig = s.mfibConfig,
+                                             .mfibHwStatus = s.mfibHwStatus,
+                                             .mrouteHelper = platform_,
+                                             .zombieClock = Qor::make<Qor::Clock>("zombieClock"),
+                                             .agingClock = Qor::make<Qor::Clock>("agingClock"),
+                                             .ethIntfStatusDir = s.ethIntfStatusDir})),
         mrouteSm_(Vel::MrouteSmIs(inputs_.acsd, inputs_.l3Status, s.mfibConfig, s.mfibHwStatus,
                                   nullptr, platform_, inputs_.mcastEnabledStatus)) {
    auto const ctl = Qor::make<Routing::Multicast::Fib::CounterStatusCtl>();
