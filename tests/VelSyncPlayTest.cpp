@@ -660,6 +660,7 @@ class SyncReactor final : public ModelReactor<SyncModel, SyncChip> {
                   "blip No need for inplace update, invalid currentIif: 0, or portVlanFrrs: ",
                   members.portVlanFrr().size());
          }
+         auto const held = c.inUseRecord(set);  // until its set has been moved
          auto const record = liveRecord(set);
          if (record) record->dirtyIs(true);
          c.frrMtableOifSetDel(set);

@@ -488,6 +488,11 @@ TEST_F(SyncSm, TheLastUserOfARecordMayLeaveWhileItsSetIsTaken) {
 // Each rewrite costs 0.03 s: four begin within 0.1 s.
 TEST_F(SyncSm, AWaitingSetIsRewrittenByTheNextReactorWhileTheSwitchKnowsIt) {
    build(0.03);
+   for (unsigned n = 11; n <= 15; ++n)
+      program(n, set(2, 8, 3));
+   down(8);
+   time_->runUntil(time_->now() + 0.2);
+   EXPECT_EQ(sm_->clock()->timeMin(), Qor::never);
    OifSetPtr const retaken = set(2, 1, 3), forgotten = set(2, 1, 3);
    for (unsigned n = 1; n <= 4; ++n)
       program(n, set(2, 1, 3));
@@ -495,6 +500,7 @@ TEST_F(SyncSm, AWaitingSetIsRewrittenByTheNextReactorWhileTheSwitchKnowsIt) {
    program(6, forgotten);
    down(1);
    EXPECT_EQ(switch_->frrProcessingOifSet().size(), 2u);
+   EXPECT_EQ(sm_->clock()->timeMin(), time_->now());
    program(7, retaken);
    switch_->inUseOifSetDel(forgotten);
    sm_ = nullptr;
