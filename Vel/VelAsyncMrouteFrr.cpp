@@ -9,6 +9,24 @@ namespace Vel::Mroute {
 using MrouteLib::OifSetPtr;
 using MrouteLib::PortVlanSet;
 
+namespace {
+
+// Moves a set from the armed sets to those that wait. This function may hold the last reference to
+// the record, whose end notifies listeners. So the caller's walk takes its next step afterwards.
+void awaitRewrite(AsyncMrouteSwitch& chip, OifSetPtr const& oifSet,
+                  AsyncMrouteSwitch::NamedRecord named) {
+   for (auto const& record : chip.records(oifSet))
+      record->dirtyIs(true);
+   // The named record may have been freed and replaced by a newer record of the same set. If a
+   // listener of dirtyIs() has just released the last record, no record is left to wait.
+   auto record = chip.record(oifSet, named);
+   if (!record) record = chip.inUseRecord(oifSet);
+   chip.frrMtableOifSetDel(oifSet);
+   if (record) chip.frrProcessingOifSetIs(oifSet, record);
+}
+
+}  // namespace
+
 void AsyncMrouteSwitchSm::handleOperStatus(Interface::EthIntfStatus const& changed) {
    if (!initialized()) {
       VEL_TRACE(2, "SM uninitialized, ignore event");
@@ -75,14 +93,7 @@ void AsyncMrouteSwitchSm::updateFrrMtableOif(Lnet::IntfId intfId) {
       auto const [oifSet, named] = *entry;
       VEL_TRACE(2, " FrrSwitch from " << set.pretty() << ", frrOifs " << frrMembers(set));
       VEL_BLIP("MrouteSwitchSm:: FrrSwitch from %s, frrOifs %s", set.pretty(), frrMembers(set));
-      for (auto const& record : chip.records(oifSet))
-         record->dirtyIs(true);
-      // The named record may have been freed and replaced by a newer record of the same set. If a
-      // listener of dirtyIs() has just released the last record, no record is left to wait.
-      auto record = chip.record(oifSet, named);
-      if (!record) record = chip.inUseRecord(oifSet);
-      chip.frrMtableOifSetDel(oifSet);
-      if (record) chip.frrProcessingOifSetIs(oifSet, record);
+      awaitRewrite(chip, oifSet, named);
       // Last in the loop, since a listener may have removed further entries.
       entry = waiting.resume(entry, oifSet);
    }

@@ -8,7 +8,8 @@
 // When the last reference goes, the record first notifies its reactors (onZeroReferences). If a
 // reactor is still bound afterwards, the record lives on; the unbinding of the last reactor starts
 // the same sequence again. Otherwise the record passes itself to its programmer (doCleanup), which
-// frees it or makes it a zombie. This happens once per loss of the last reference, synchronously
+// frees it or makes it a zombie. This happens once per loss of the last reference, and again if a
+// listener leaves the record without a user while it becomes a zombie. It happens synchronously
 // inside the operation that dropped the reference, in the destructor of a counted pointer: a
 // reactor or a hook that throws there terminates the process. A record that has outlived its
 // programmer is destroyed without a call of a hook.
@@ -98,7 +99,13 @@ class OifSetRecord : public Qor::Entity<Record, MrouteLib::MtableOifSet>,
    void zeroReferencesIs(bool) override {
       this->template notify<&Record::Notifiee::onZeroReferences>();
       if (this->hasNotifiees()) return;
-      static_cast<Record*>(this)->doCleanup();
+      // A listener may remove the record from zombieOifSet, or use the record and drop it again,
+      // while it becomes a zombie. The record then has no user, and its group is still to be freed.
+      auto& record = static_cast<Record&>(*this);
+      do {
+         record.doCleanup();
+      } while (mrouteSwitch() && !record.deleted() && this->references() == 1 &&
+               !this->hasNotifiees());
    }
    bool heldByNotifiees() const override { return this->hasNotifiees(); }
 

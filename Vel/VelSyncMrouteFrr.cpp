@@ -10,6 +10,21 @@ namespace Vel {
 using MrouteLib::OifSetPtr;
 using MrouteLib::PortVlanSet;
 
+namespace {
+
+// Moves a set from the armed sets to those that wait, if a route uses its record. This function may
+// hold the last reference to the record, whose end notifies listeners. So the caller's walk takes
+// its next step afterwards.
+void awaitRewrite(MrouteSwitch& chip, OifSetPtr const& oifSet) {
+   auto const record = chip.inUseRecord(oifSet);
+   bool const live = record && !record->zombie().isZombie();
+   if (live) record->dirtyIs(true);
+   chip.frrMtableOifSetDel(oifSet);
+   if (live) chip.frrProcessingOifSetIs(oifSet, record);
+}
+
+}  // namespace
+
 void MrouteSwitchSm::handleOperStatus(Interface::EthIntfStatus const& changed) {
    if (!initialized()) {
       VEL_TRACE(2, "SM uninitialized, ignore event");
@@ -47,11 +62,7 @@ void MrouteSwitchSm::updateFrrMtableOif(Lnet::IntfId intfId) {
          continue;
       }
       OifSetPtr const oifSet = entry->first;
-      auto const record = chip->inUseRecord(oifSet);
-      bool const live = record && !record->zombie().isZombie();
-      if (live) record->dirtyIs(true);
-      chip->frrMtableOifSetDel(oifSet);
-      if (live) chip->frrProcessingOifSetIs(oifSet, record);
+      awaitRewrite(*chip, oifSet);
       // Last in the loop, since a listener may have removed further entries.
       entry = armed.resume(entry, oifSet);
    }

@@ -2,6 +2,7 @@
 #include <algorithm>
 
 #include "IntfVlanId/Table.h"
+#include "MrouteLib/OifSet.h"
 #include "Routing/Hardware/RouteStatus.h"
 #include "Routing/Multicast/Fib/Hardware/Status.h"
 #include "Routing/Multicast/Fib/VrfConfig.h"
@@ -90,49 +91,18 @@ TEST(ModelEntities, InterfacesAndVlansAgreeInEachNotification) {
              "IntfVlanId::Table::intfId empty not allowed");
 }
 
-TEST(ModelEntities, ATwoWayTableIsChangedFromEitherSide) {
-   auto const status = Qor::make<Vel::L3Status>();
-   EXPECT_EQ(status->newVrfNameToVrfId("red", VrfId(3)), VrfId(3));
-   EXPECT_EQ(status->newVrfNameToVrfId("red", VrfId(4)), VrfId(3));
-   EXPECT_EQ(status->newVrfIdToVrfName(VrfId(3), "blue"), "red");
-   EXPECT_EQ(status->newVrfIdToVrfName(VrfId(4), "blue"), "blue");
-   status->vrfIdToVrfNameIs(VrfId(5), "red");
-   EXPECT_EQ(status->vrfNameToVrfId("red"), VrfId(5));
-   EXPECT_EQ(status->vrfIdToVrfName(VrfId(3)), "");
-   status->vrfIdToVrfNameDel(VrfId(5));
-   status->vrfIdToVrfNameDel(VrfId(9));
-   EXPECT_EQ(status->vrfNameToVrfId().size(), 1u);
-   EXPECT_EQ(status->vrfNameToVrfIdDel(status->vrfNameToVrfId().begin()),
-             status->vrfNameToVrfId().end());
-   auto const table = Qor::make<IntfVlanId::Table>();
-   for (unsigned i = 1; i <= 3; ++i)
-      table->vlanIdToIntfIdIs(VlanId(i), IntfId("rtr" + std::to_string(i)));
-   EXPECT_EQ(table->newVlanIdToIntfId(VlanId(2), IntfId("rtr1")), IntfId("rtr2"));
-   EXPECT_EQ(table->newIntfIdToVlanId(IntfId("rtr2"), VlanId(1)), VlanId(2));
-   for (auto it = table->vlanIdToIntfId().begin(); it != table->vlanIdToIntfId().end();)
-      it = table->vlanIdToIntfIdDel(it);
-   EXPECT_TRUE(table->intfIdToVlanId().empty());
-   EXPECT_THROW(status->newVrfIdToVrfName(VrfId(1), ""), Qor::RangeException);
-   EXPECT_THROW(table->vlanIdToIntfIdIs(VlanId(1), IntfId()), Qor::RangeException);
-}
-
-TEST(ModelEntities, AHandlerMayDestroyTheTwoWayTableThatNotifiesIt) {
-   using Act = void (*)(IntfVlanId::Table&);
-   for (Act const act : {Act([](auto& t) { t.intfIdToVlanIdIs(IntfId("rtr2"), VlanId(5)); }),
-                         Act([](auto& t) { t.intfIdToVlanIdDel(IntfId("rtr1")); }),
-                         Act([](auto& t) { t.intfIdToVlanIdDelAll(); })}) {
-      auto table = Qor::make<IntfVlanId::Table>();
-      struct Watch final : IntfVlanId::Table::Notifiee {
-         explicit Watch(Qor::Ptr<IntfVlanId::Table>& t) : table_(t) {}
-         void onIntfIdToVlanId(IntfId) override { table_ = nullptr; }
-         void onIntfIdToVlanIdImmediate() override { table_ = nullptr; }
-         Qor::Ptr<IntfVlanId::Table>& table_;
-      } watch(table);
-      table->intfIdToVlanIdIs(IntfId("rtr1"), VlanId(5));
-      watch.notifierIs(table);
-      act(*table);
-      EXPECT_EQ(watch.notifier(), nullptr);
-   }
+TEST(ModelEntities, ARetiredOifSetLeavesItsPlaceToANewOne) {
+   auto const tables = Qor::make<MrouteLib::MrouteTableColl>();
+   MrouteLib::PortVlanSet const value(RouteKeyType::routed);
+   auto retired = tables->newOifSet(value);
+   EXPECT_EQ(tables->newOifSet(value), retired);
+   tables->oifSetRetire(*retired);
+   auto newer = tables->newOifSet(value);
+   EXPECT_NE(newer, retired);
+   retired = nullptr;
+   EXPECT_EQ(tables->oifSet(value), newer);
+   newer = nullptr;
+   EXPECT_EQ(tables->oifSet(value), nullptr);
 }
 
 // ---- VRFs and configuration. ----

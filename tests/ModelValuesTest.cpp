@@ -9,10 +9,15 @@
 #include "Bridging/VlanId.h"
 #include "L3/VrfName.h"
 #include "Lnet/IntfId.h"
+#include "MrouteLib/MrouteCounterKey.h"
 #include "MrouteLib/PortVlanSet.h"
 #include "MrouteLib/RouteHandle.h"
+#include "MrouteLib/RouteKeyInfo.h"
+#include "Routing/Multicast/Fib/Counter.h"
 #include "TestSupport.h"
-#include "Vel/VrfId.h"
+#include "Vel/VelAsyncMrouteKeys.h"
+#include "Vel/VelSyncMrouteKeys.h"
+#include "Wisp/Multicast/Fib/RpaIndex.h"
 
 namespace {
 
@@ -27,6 +32,8 @@ using MrouteLib::PortVlanSet;
 using MrouteLib::RouteHandle;
 using Routing::Multicast::Fib::IpGenRouteKey;
 using Routing::Multicast::Fib::RouteKeyType;
+using Vel::Mroute::InUseRouteHandleKey;
+using Wisp::Multicast::Fib::RpaIndex;
 using namespace testSupport;
 
 Lines words(std::string const& text) {
@@ -161,77 +168,200 @@ TEST(ModelValues, PortVlanSetsHashAndPrintAlikeForEachOrderOfInsertion) {
    first.newPortVlanFrr(pv("rtr5", 1009), false);
    first.newNatVlan(VlanId(7), true);
    EXPECT_EQ(first.pretty(), "{rtr3:1007 rtr4 rtr4:1008 rtr10:5 cpu frr !rtr5:1009 nat 7}");
-   first.saveHash();
    do {
       PortVlanSet other = first;
       other.portVlanDelAll();
       for (auto const& m : members)
          other.newPortVlan(m, false);
-      other.portVlanDel(pv("rtr6"));  // not a member
-      EXPECT_NE(other, first);
-      EXPECT_NE(other.hash(), first.hash());  // the copied hash was dropped
       for (auto const& m : members)
          other.newPortVlan(m, true);  // sets the flag of the present member
       EXPECT_EQ(other, first);
       EXPECT_EQ(other.hash(), first.hash());
    } while (std::next_permutation(members.begin(), members.end()));
-   // A set that was moved from is another set, with a hash of its own.
-   PortVlanSet moved = std::move(first);
-   EXPECT_NE(first.hash(), moved.hash());
-   first = std::move(moved);
-   EXPECT_NE(first.hash(), moved.hash());
 }
 
-// Checks the value's string representation, that both parsers return the value for it, and that an
-// error with the type's name is raised for each proper prefix of it and for text around it.
+// ---- The promises of every value type. ----
+
 template <class T>
-void expectStrep(T const& value, std::string const& expected, char const* type) {
-   std::string const strep = Qor::valueToStrep(value);
-   EXPECT_EQ(strep, expected);
-   EXPECT_EQ(Qor::parseStrep<T>(type, strep), value) << strep;
-   if constexpr (!std::is_same_v<T, IntfId> && !std::is_same_v<T, VrfName>) {
-      EXPECT_EQ(T(strep), value) << strep;
+concept Hashed = requires(T const& value) {
+   value.hash();
+};
+template <class T>
+concept Constructible = std::is_constructible_v<T, std::string> && !std::is_same_v<T, IntfId> &&
+                        !std::is_same_v<T, VrfName>;
+
+// Expects that the values differ from each other in equality, order, hash and string form, and that
+// each string form parses to its value, but no proper prefix of it. The values are in ascending order
+// if the type has one; `strep` is the string representation of the first value.
+template <class T>
+void expectValues(char const* type, std::string const& strep, std::vector<T> const& values) {
+   SCOPED_TRACE(type);
+   EXPECT_EQ(values.front().strep(), strep);
+   std::set<Qor::U32> hashes;
+   for (std::size_t i = 0; i < values.size(); ++i) {
+      T const& a = values[i];
+      std::string const text = a.strep();
+      T const read = Qor::parseStrep<T>(type, text);
+      EXPECT_EQ(read, a) << text;
+      EXPECT_EQ(read.strep(), text);
+      if constexpr (Constructible<T>) {
+         EXPECT_EQ(T(text), a) << text;
+      }
+      T moved = a;
+      if constexpr (std::is_same_v<T, PortVlanSet>) moved.saveHash();
+      EXPECT_EQ(T(std::move(moved)), a);
+      if constexpr (Hashed<T>) {
+         hashes.insert(a.hash());
+         EXPECT_EQ(read.hash(), a.hash()) << text;
+         EXPECT_EQ(Qor::parseStrep<T>(type, moved.strep()).hash(), moved.hash()) << text;
+      }
+      for (std::size_t j = 0; j < values.size(); ++j) {
+         T const& b = values[j];
+         EXPECT_EQ(a == b, i == j) << text << b;
+         EXPECT_EQ(text == b.strep(), i == j) << text;
+         if constexpr (std::is_same_v<T, InUseRouteHandleKey>) {
+            EXPECT_EQ(a <= b, a.hash() <= b.hash());
+            EXPECT_EQ(a >= b, a.hash() >= b.hash());
+            EXPECT_EQ(a > b, a.hash() > b.hash());
+         } else if constexpr (requires { a < b; }) {
+            EXPECT_EQ(a < b, i < j) << text << b;
+            EXPECT_EQ(a <= b, i <= j) << text << b;
+            EXPECT_EQ(a > b, i > j) << text << b;
+            EXPECT_EQ(a >= b, i >= j) << text << b;
+         }
+      }
+      std::vector<std::string> bad{"", "?", text + " ", " " + text};
+      bool const number = text.find_first_not_of("0123456789") == std::string::npos;
+      for (std::size_t n = 0; !number && n < text.size(); ++n)
+         bad.push_back(text.substr(0, n));
+      for (std::string const& other : bad) {
+         std::string const error = errorText([&] { Qor::parseStrep<T>(type, other); });
+         EXPECT_TRUE(error.starts_with(std::string(type) + ": expected ")) << other << error;
+      }
    }
-   std::vector<std::string> bad{"", "?", strep + " ", " " + strep};
-   bool const number = strep.find_first_not_of("0123456789") == std::string::npos;
-   for (std::size_t n = 0; !number && n < strep.size(); ++n) {
-      bad.push_back(strep.substr(0, n));
-   }
-   for (auto const& text : bad) {
-      std::string const error = errorText([&] { Qor::parseStrep<T>(type, text); });
-      EXPECT_EQ(error.rfind(std::string(type) + ": expected ", 0), 0u) << text << " -> " << error;
+   if constexpr (Hashed<T>) {
+      EXPECT_EQ(hashes.size(), values.size());
    }
 }
 
-TEST(ModelValues, StringRepresentationsParseToTheValueAndMalformedTextsAreErrors) {
-   std::string const keyText =
+TEST(ModelValues, EachMemberCountsForEqualityOrderHashAndStringForm) {
+   VlanIdOrNone const noVlan, five(5u);
+   auto const a = key("10.0.0.2", "239.10.0.7"), b = key("10.0.0.2", "239.10.0.8");
+   std::string const aText =
          "Value('Routing::Multicast::Fib::IpGenRouteKey', ** "
          "{'source': '10.0.0.2', 'group': '239.10.0.7'})";
-   expectStrep(key("10.0.0.2", "239.10.0.7"), keyText, "IpGenRouteKey");
-   expectStrep(VlanId(4094), "4094", VlanId::typeName);
-   expectStrep(RouteHandle(), "4294967295", RouteHandle::typeName);
-   expectStrep(IntfId("rtr'3\\"), "'rtr\\'3\\\\'", "IntfId");
-   expectStrep(VrfName("\xc3\xa9"), "'\\xc3\\xa9'", "VrfName");
-   expectStrep(IpGenAddr(), "''", "IpGenAddr");
-   expectStrep(prefix("10.0.0.0/8"), "'10.0.0.0/8'", "IpGenPrefix");
-   expectStrep(Bfd::Peer(Bfd::SessionType::singleHop, addr("10.0.0.2"), IntfId("rtr1"),
-                         VrfName("default")),
-               "Value('Bfd::Peer', ** {'type': 1, 'ip': '10.0.0.2', 'intfId': 'rtr1', "
-               "'vrfName': 'default'})",
-               "Bfd::Peer");
-   std::string const pvText = "Value('MrouteLib::PortVlan', ** {'intfId': 'rtr3', 'vlanId': 1007})";
+   expectValues("IpGenRouteKey", aText, std::vector{a, b, key("10.0.0.3", "239.10.0.7")});
+   expectValues("IpGenAddr", "''",
+                std::vector{IpGenAddr(), addr("0.0.0.0"), addr("0.0.0.1"), addr("::")});
+   expectValues("IpGenPrefix", "'10.0.0.0/8'",
+                std::vector{prefix("10.0.0.0/8"), prefix("10.0.0.0/9"), prefix("11.0.0.0/8")});
+   expectValues("VlanId", "1", std::vector{VlanId(1), VlanId(256), VlanId(4094)});
+   expectValues("VlanIdOrNone", "0", std::vector{noVlan, five, VlanIdOrNone(4094)});
+   expectValues("VrfId", "1", std::vector{Vel::VrfId(1), Vel::VrfId(0x10001)});
+   expectValues("RouteHandle", "1",
+                std::vector{RouteHandle(1), RouteHandle(0x10001), RouteHandle()});
+   expectValues("RpaIndex", "0", std::vector{RpaIndex(), RpaIndex(256)});
+   expectValues("IntfId", "''", std::vector{IntfId(), IntfId("rtr'3\\"), IntfId("rtr2")});
+   expectValues("VrfName", "'\\xc3'", std::vector{VrfName("\xc3"), VrfName("\xc3\xa9")});
+   expectValues("Bfd::Peer",
+                "Value('Bfd::Peer', ** {'type': 1, 'ip': '10.0.0.2', 'intfId': 'rtr1', "
+                "'vrfName': 'default'})",
+                std::vector{Bfd::Peer(Bfd::SessionType::singleHop, addr("10.0.0.2"), IntfId("rtr1"),
+                                      VrfName("default")),
+                            Bfd::Peer(Bfd::SessionType::singleHop, addr("10.0.0.2"), IntfId("rtr1"),
+                                      VrfName("red")),
+                            Bfd::Peer(Bfd::SessionType::singleHop, addr("10.0.0.2"), IntfId("rtr2"),
+                                      VrfName("default")),
+                            Bfd::Peer(Bfd::SessionType::singleHop, addr("10.0.0.3"), IntfId("rtr1"),
+                                      VrfName("default")),
+                            Bfd::Peer(Bfd::SessionType::multihop, addr("10.0.0.2"), IntfId("rtr1"),
+                                      VrfName("default"))});
+   expectValues("PortVlan", "Value('MrouteLib::PortVlan', ** {'intfId': 'rtr3', 'vlanId': 0})",
+                std::vector{pv("rtr3"), pv("rtr3", 1007), pv("rtr10")});
+   using Info = MrouteLib::RouteKeyInfo;
+   expectValues("RouteKeyInfo",
+                "Value('MrouteLib::RouteKeyInfo', ** {'routeKey': " + aText +
+                      ", 'vrfName': 'red', 'acceptingVlanId': 5, 'type': 2})",
+                std::vector{Info(a, VrfName("red"), five, RouteKeyType::routed),
+                            Info(b, VrfName("red"), five, RouteKeyType::routed),
+                            Info(a, VrfName("blue"), five, RouteKeyType::routed),
+                            Info(a, VrfName("red"), noVlan, RouteKeyType::routed),
+                            Info(a, VrfName("red"), five, RouteKeyType::bridged)});
+   using CounterKey = MrouteLib::MrouteCounterKey;
+   expectValues("MrouteCounterKey",
+                "Value('MrouteLib::MrouteCounterKey', ** {'vrfId': 1, 'routeKey': " + aText + "})",
+                std::vector{CounterKey(Vel::VrfId(1), a), CounterKey(Vel::VrfId(1), b),
+                            CounterKey(Vel::VrfId(2), a)});
+   using Routing::Multicast::Fib::Counter;
+   expectValues(
+         "Counter",
+         "Value('Routing::Multicast::Fib::Counter', ** {'timeStamp': 1.5, 'key': " + aText + "})",
+         std::vector{Counter(1.5, a), Counter(1.5, b), Counter(2, a)});
+   using AsyncZombieKey = Vel::Mroute::ZombieKey;
+   expectValues("Vel::Mroute::ZombieKey",
+                "Value('Vel::Mroute::ZombieKey', ** {'multicastId': 3, 'expiryTime': 1.5})",
+                std::vector{AsyncZombieKey(3, 1.5), AsyncZombieKey(4, 1.5), AsyncZombieKey(3, 2),
+                            AsyncZombieKey()});
+   expectValues("Vel::ZombieKey", "Value('Vel::ZombieKey', ** {'groupId': 3, 'expiryTime': 1.5})",
+                std::vector{Vel::ZombieKey(3, 1.5), Vel::ZombieKey(4, 1.5), Vel::ZombieKey(3, 2),
+                            Vel::ZombieKey()});
+   expectValues("Vel::RouteKeyVlanId",
+                "Value('Vel::RouteKeyVlanId', ** {'route': " + aText + ", 'vlan': 0})",
+                std::vector{Vel::RouteKeyVlanId(a, noVlan), Vel::RouteKeyVlanId(a, five),
+                            Vel::RouteKeyVlanId(b, noVlan)});
+   expectValues("InUseRouteHandleKey",
+                "Value('Vel::Mroute::InUseRouteHandleKey', ** {'routeKey': " + aText +
+                      ", 'vlan': 5, 'vrfId': 1})",
+                std::vector{InUseRouteHandleKey(a, five, Vel::VrfId(1)),
+                            InUseRouteHandleKey(b, five, Vel::VrfId(1)),
+                            InUseRouteHandleKey(a, noVlan, Vel::VrfId(1)),
+                            InUseRouteHandleKey(a, five, Vel::VrfId(0x10001))});
+
+   // Sets with one change of each member, and by each operation.
    PortVlanSet set(RouteKeyType::routed);
    set.newPortVlan(pv("rtr3", 1007), true);
+   set.newPortVlanFrr(pv("rtr4"), true);
    set.newNatVlan(VlanId(7), true);
-   set.newNatVlan(VlanId(8), false);
-   expectStrep(set,
-               "Value('MrouteLib::PortVlanSet', ** {'portVlan': {" + pvText +
-                     ": True}, 'portVlanFrr': {}, 'natVlan': {7: True, 8: False}, 'type': 2, "
-                     "'currentIif': '', 'toCpu': False})",
-               "PortVlanSet");
+   using Change = void (*)(PortVlanSet&);
+   std::vector<PortVlanSet> sets{set};
+   for (Change const change : {Change([](auto& s) { s.newPortVlan(pv("rtr4"), true); }),
+                               Change([](auto& s) { s.newPortVlan(pv("rtr3", 1007), false); }),
+                               Change([](auto& s) { s.portVlanDelAll(); }),
+                               Change([](auto& s) { s.newPortVlanFrr(pv("rtr3", 1007), true); }),
+                               Change([](auto& s) { s.newPortVlanFrr(pv("rtr4"), false); }),
+                               Change([](auto& s) { s.portVlanFrrDelAll(); }),
+                               Change([](auto& s) { s.newNatVlan(VlanId(8), true); }),
+                               Change([](auto& s) { s.newNatVlan(VlanId(7), false); }),
+                               Change([](auto& s) { s.natVlanDelAll(); }),
+                               Change([](auto& s) { s.portVlanIs(s.portVlanFrr()); }),
+                               Change([](auto& s) { s.typeIs(RouteKeyType::bridged); }),
+                               Change([](auto& s) { s.currentIifIs(IntfId("rtr5")); }),
+                               Change([](auto& s) { s.toCpuIs(true); })}) {
+      sets.push_back(set);
+      sets.back().saveHash();  // the change is to drop this hash
+      change(sets.back());
+   }
+   std::string const pvText = "Value('MrouteLib::PortVlan', ** {'intfId': 'rtr3', 'vlanId': 1007})";
+   expectValues(
+         "PortVlanSet",
+         "Value('MrouteLib::PortVlanSet', ** {'portVlan': {" + pvText +
+               ": True}, 'portVlanFrr': {" + pv("rtr4").strep() +
+               ": True}, 'natVlan': {7: True}, 'type': 2, 'currentIif': '', 'toCpu': False})",
+         sets);
+   auto const without = [&](auto const& change) {
+      PortVlanSet s = set;
+      s.saveHash();
+      change(s);
+      return s;
+   };
+   EXPECT_EQ(without([](auto& s) { s.portVlanDel(pv("rtr3", 1007)); }), sets[3]);
+   EXPECT_EQ(without([](auto& s) { s.portVlanFrrDel(pv("rtr4")); }), sets[6]);
+   EXPECT_EQ(without([](auto& s) { s.natVlanDel(VlanId(7)); }), sets[9]);
+   EXPECT_EQ(without([](auto& s) { s.portVlanDel(pv("rtr6")); }), set);
+   EXPECT_TRUE(sets[3].empty() && !set.empty());
 
    // The text is well formed, but its source and group are of two families.
-   std::string mixed = keyText;
+   std::string mixed = aText;
    mixed.replace(mixed.find("239.10.0.7"), 10, "ff0e::7");
    EXPECT_EQ(errorText([&] { IpGenRouteKey{mixed}; }),
              "IpGenRouteKey::source and group of different families not allowed");

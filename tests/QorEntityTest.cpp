@@ -103,15 +103,6 @@ class QorEntity : public testing::Test {
 using Boxes = testing::Types<Box<Qor::HashMap>, Box<Qor::OrderedMap>>;
 TYPED_TEST_SUITE(QorEntity, Boxes);
 
-TYPED_TEST(QorEntity, AttributesNotifyOfAChangeOrEveryStore) {
-   auto& box = this->box_;
-   EXPECT_EQ(this->heard([&] { box->labelIs("a"); }), "label ");
-   EXPECT_EQ(this->heard([&] { box->labelIs("a"); }), "");
-   EXPECT_EQ(this->heard([&] { box->stampIs(0), box->stampIs(0); }), "stamp stamp ");
-   box->coverIs(this->make(1));
-   EXPECT_EQ(this->heard([&] { box->coverIs(this->make(2)); }), "cover ~1 ");
-}
-
 TYPED_TEST(QorEntity, CollectionsNotifyOfTheChangedKeyAndReleaseValuesAfterwards) {
    auto& box = this->box_;
    EXPECT_EQ(this->heard([&] { box->newItem(1, 10); }), "item 1 ");
@@ -144,45 +135,6 @@ TYPED_TEST(QorEntity, HandlersMayDestroyTheEntityInEachOperation) {
       this->onceTold = [&] { this->box_ = nullptr; };
       EXPECT_EQ(this->heard([&, act = operation] { act(*this->box_, item); }), expected);
       EXPECT_EQ(this->reactor.notifier(), nullptr);
-   }
-}
-
-TYPED_TEST(QorEntity, HandlersMayChangeTheCollectionThatNotifiesThem) {
-   auto& box = this->box_;
-   this->onceTold = [&] { box->itemDel(1), box->newItem(2, 2), box->itemDel(1); };
-   EXPECT_EQ(this->heard([&] { box->newItem(1, 1); }), "item 1 item 1 item 2 ~1 ");
-   this->onceTold = [&] { box->newItem(2, 22); };
-   EXPECT_EQ(this->heard([&] { box->itemDel(2); }), "item 2 item 2 ~2 ");
-   this->onceTold = [&] { box->newItem(5, 5); };
-   EXPECT_EQ(this->heard([&] { box->itemDelAll(); }), "items item 5 ~22 ");
-   EXPECT_EQ(box->item().size(), 1u);
-}
-
-TYPED_TEST(QorEntity, IteratorFormGoesOnWhateverHandlersDid) {
-   auto& box = this->box_;
-   std::pair<char const*, std::function<void()>> const disturbances[] = {
-         {"nothing", [] {}},
-         {"the next goes", [&] { box->itemDel(2); }},
-         {"it comes back, with others",
-          [&] {
-             for (int k = 0; k < 100; ++k)
-                box->newItem(k, 7);
-          }},
-         {"all go", [&] { box->itemDelAll(); }},
-         {"all go and some come",
-          [&] { box->itemDelAll(), box->newItem(8, 7), box->newItem(0, 7); }}};
-   for (auto const& [what, act] : disturbances) {
-      SCOPED_TRACE(what);
-      box->itemDelAll();
-      for (int key : {1, 2, 3, 4})
-         box->newItem(key, 7);
-      this->onceTold = act;
-      int steps = 0;
-      for (auto it = box->item().begin(); it != box->item().end() && steps < 200; ++steps)
-         it = it->first % 2 ? box->itemDel(it) : std::next(it);
-      EXPECT_LE(steps, 101);
-      for (auto const& [key, value] : box->item())
-         EXPECT_TRUE(key % 2 == 0 || key <= 1) << key;
    }
 }
 

@@ -3,10 +3,13 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
 #include <functional>
+#include <map>
 #include <memory>
 #include <set>
 #include <stdexcept>
+#include <utility>
 #include <vector>
 
 #include "MrouteLib/OifSet.h"
@@ -182,6 +185,47 @@ TEST_F(QorPtr, ObjectHeldByNotifieesMayBeReferencedAgainAndDiesWhenTheLastOneLea
       EXPECT_EQ(history, (History{"lost", "lost"}));
       leave(last, other);
       EXPECT_EQ(history, (History{"lost", "lost", "lost", "deleted"}));
+   }
+}
+
+template <std::size_t size>
+struct Sized final : Qor::RefCounted, Qor::Pooled {
+   std::array<char, size> bytes;
+};
+
+// Holds objects of many sizes, and finds them at places of their own.
+class Places {
+ public:
+   template <std::size_t... n>
+   void fill(std::index_sequence<n...>) {
+      (add(Qor::make<Sized<8 * n + 1>>()), ...);
+   }
+   void releaseEvery(std::size_t step) {
+      std::size_t number = 0;
+      std::erase_if(objects_, [&](auto const&) { return number++ % step == 0; });
+   }
+   void expectApart() const {
+      std::uintptr_t end = 0;
+      for (auto const& [begin, object] : objects_) {
+         ASSERT_GE(begin, end);
+         end = begin + object.second;
+      }
+   }
+
+ private:
+   template <class T>
+   void add(Ptr<T> const& object) {
+      objects_[reinterpret_cast<std::uintptr_t>(object.get())] = {object, sizeof(T)};
+   }
+   std::map<std::uintptr_t, std::pair<Ptr<Qor::RefCounted>, std::size_t>> objects_;
+};
+
+TEST_F(QorPtr, PooledObjectsOfAllSizesHaveTheirMemoryToThemselves) {
+   Places places;
+   for (std::size_t round = 0; round < 60; ++round) {
+      places.fill(std::make_index_sequence<70>());
+      places.expectApart();
+      places.releaseEvery(2 + round % 3);
    }
 }
 

@@ -127,20 +127,6 @@ TEST_F(TypeRegistry, EachOfTheLibrarysTypesIsConstructedByName) {
       } else {
          EXPECT_EQ(type.parse(one.text()), one) << name;
       }
-      // Each member can be read; an attribute accepts the value that it returns, and a collection
-      // finds the members that it lists.
-      for (Qor::TypeAttribute const* const attribute : type.allAttributes()) {
-         SCOPED_TRACE(attribute->fullName);
-         Generic const value = attribute->read(one);
-         if (attribute->writable()) attribute->write(*attribute, one, value);
-         EXPECT_EQ(attribute->read(one), value);
-      }
-      for (Qor::TypeCollection const* const collection : type.allCollections()) {
-         auto const members = collection->members(one, 0, 100);
-         EXPECT_EQ(members.size(), collection->size(one));
-         for (Qor::TypeMember const& member : members)
-            EXPECT_EQ(collection->find(one, member.key)->value, member.value);
-      }
    }
 }
 
@@ -181,189 +167,6 @@ TEST_F(TypeRegistry, HooksWithoutAnOverrideDoNothing) {
          if (hook.result != "void") answers += (answers.empty() ? "" : " ") + answer.pretty();
       }
       EXPECT_EQ(answers, expected);
-   }
-}
-
-// A new object of a type that has collections, without another holder.
-Generic owner(TypeRegistry const& t, std::string const& type) {
-   if (type == "Vel::L3Status") return Qor::toGeneric(Qor::make<Vel::L3Status>());
-   if (type == "IntfVlanId::Table") return Qor::toGeneric(Qor::make<IntfVlanId::Table>());
-   if (type == "VelHelper::AsyncMrouteHelper") return Qor::construct(type, {"'new'", none, none});
-   if (type == "Vel::Mroute::AsyncMrouteSwitch") {
-      return Qor::construct("asyncMrouteSwitchFactory", {"'new'", none, t.asyncHelper});
-   }
-   if (type == "Vel::MrouteSwitch") {
-      return Qor::construct("mrouteSwitchFactory",
-                            {"'new'", "3", none, t.l3Status, t.syncHelper, none, none});
-   }
-   if (type == "Vel::Mroute::AsyncMrouteSwitchSm") {
-      return Qor::construct("AsyncMrouteSwitchSmIs",
-                            {owner(t, "Vel::Mroute::AsyncMrouteSwitch"), none, none, none, none,
-                             none, none, none, none, none, none, none});
-   }
-   if (type == "Vel::MrouteSwitchSm") {
-      return Qor::construct("MrouteSwitchSmIs",
-                            {"3", none, none, owner(t, "Vel::MrouteSwitch"), none, none, none, none,
-                             none, none, none, none, none});
-   }
-   return Qor::construct("MrouteSmIs", {none, t.l3Status, none, none, none, t.syncHelper, none});
-}
-
-// A member of each of their collections: its key, and the arguments of <collection>Is.
-struct Member {
-   char const* collection;
-   Generic key;
-   std::vector<Generic> arguments;
-};
-
-std::map<std::string, std::vector<Member>> members(TypeRegistry const& t) {
-   std::map<std::string, Generic> const made = oneOfEach(t);
-   Generic const set = t.oifSet();
-   Generic const syncRecord = made.at("Vel::MtableOifSet");
-   Generic const handleKey = made.at("Vel::Mroute::InUseRouteHandleKey");
-   Generic const vlanKey = made.at("Vel::RouteKeyVlanId");
-   Generic const counterKey = MrouteLib::MrouteCounterKey().strep();
-   Bfd::Peer const peer(Bfd::SessionType::singleHop, addr("10.0.0.2"), Lnet::IntfId("et1"),
-                        L3::VrfName("red"));
-   auto const eth = Qor::make<Interface::EthIntfStatus>(Lnet::IntfId("et1"));
-   Generic const never = Qor::construct("Vel::ZombieKey", {"0", "inf"});
-   Generic const asyncNever = Qor::construct("Vel::Mroute::ZombieKey", {"0", "inf"});
-   std::vector<Member> const interfaces = {{"ethIntfStatus", "'et1'", {Qor::toGeneric(eth)}}};
-   Generic const config = Qor::toGeneric(Qor::make<Routing::Multicast::Fib::Config>("red"));
-   auto tables = [&](Generic const& record, Generic const& zombieKey) {
-      return std::vector<Member>{{"zombieOifSet", zombieKey, {record}},
-                                 {"inUseOifSet", set, {set, record}},
-                                 {"frrMtableOifSet", set, {set, record}},
-                                 {"frrProcessingOifSet", set, {set, record}}};
-   };
-   std::map<std::string, std::vector<Member>> all = {
-         {"Vel::Mroute::AsyncMrouteSwitch", tables(t.record, asyncNever)},
-         {"Vel::MrouteSwitch", tables(syncRecord, never)},
-         {"VelHelper::AsyncMrouteHelper",
-          {{"deletedMrouteCounterKey", counterKey, {counterKey, "True"}},
-           {"noHwCounterMrouteKey", counterKey, {counterKey, "True"}}}},
-         {"Vel::MrouteSwitchSm", interfaces},
-         {"Vel::Mroute::AsyncMrouteSwitchSm", interfaces},
-         {"Vel::MrouteSm", {{"mfibConfigVrf", "red", {config}}}},
-         {"Vel::L3Status",
-          {{"vrfNameToVrfId", "red", {"red", "7"}}, {"vrfIdToVrfName", "8", {"8", "blue"}}}},
-         {"IntfVlanId::Table",
-          {{"intfIdToVlanId", "et1", {"et1", "7"}}, {"vlanIdToIntfId", "8", {"8", "et2"}}}}};
-   auto const add = [&](char const* type, std::vector<Member> const& more) {
-      all[type].insert(all[type].end(), more.begin(), more.end());
-   };
-   add("Vel::Mroute::AsyncMrouteSwitch", {{"mcastIdToOifSet", "7", {"7", set}},
-                                          {"oifSetXact", set, {set, none}},
-                                          {"inUseRouteHandle", handleKey, {handleKey, "3"}},
-                                          {"inUseRouteHandleKey", "3", {"3", handleKey}}});
-   add("Vel::MrouteSwitch", {{"oifSetIndexColl", "4", {"4", "True"}},
-                             {"route", "9", {"9", route1, "5"}},
-                             {"boundary", "9", {"9", route1, "5"}},
-                             {"routeKeyToHandle", vlanKey, {vlanKey, "3"}}});
-   add("Vel::Mroute::AsyncMrouteSwitchSm",
-       {{"mfibConfigVrf", "red", {config}},
-        {"bfdStatus",
-         Qor::toGeneric(peer),
-         {Qor::toGeneric(Qor::make<Bfd::BfdPeerStatus>(peer))}}});
-   return all;
-}
-
-// Each collection takes a member, notifies of it, and forgets it, by its key or with all others; and
-// with the end of its owner.
-TEST_F(TypeRegistry, CollectionsAreChangedByNameAndEmptiedAtTheEnd) {
-   std::map<std::string, std::vector<Member>> const all = members(*this);
-   for (auto const& [type, rows] : all) {
-      SCOPED_TRACE(type);
-      Generic object = owner(*this, type);
-      Lines heard;
-      auto const following = std::make_unique<Qor::Following>(object, [&](Qor::Change const& c) {
-         heard.push_back(cat(c.member, c.key ? " one" : c.gone ? "gone" : ""));
-      });
-      std::vector<std::string> emptied;
-      for (Member const& row : rows) {
-         SCOPED_TRACE(row.collection);
-         Qor::TypeCollection const& collection = Qor::typeOf(object)->collection(row.collection);
-         auto const call = [&](char const* form, std::vector<Generic> const& arguments) {
-            Qor::call(object, std::string(row.collection) + form, arguments);
-            return collection.size(object);
-         };
-         std::string const one = row.collection + std::string(" one");
-         heard.clear();
-         EXPECT_EQ(call("Is", row.arguments), 1u);
-         EXPECT_TRUE(collection.find(object, row.key));
-         EXPECT_EQ(call("Notify", {row.key}), 1u);
-         EXPECT_EQ(call("Del", {row.key}), 0u);
-         EXPECT_EQ(std::ranges::count(heard, one), 3);
-         call("Is", row.arguments);
-         EXPECT_EQ(call("DelAll", {}), 0u);
-         EXPECT_EQ(std::ranges::count(heard, row.collection), 1);
-         emptied.push_back(row.collection);
-      }
-      for (Member const& row : rows)
-         Qor::call(object, std::string(row.collection) + "Is", row.arguments);
-      std::vector<std::string> described;
-      for (Qor::TypeCollection const& collection : Qor::typeOf(object)->collections()) {
-         if (!collection.handler.empty()) described.push_back(collection.name);
-      }
-      EXPECT_TRUE(std::ranges::is_permutation(emptied, described));
-      bool const ends = type.starts_with("Vel::M") || type.starts_with("VelHelper::");
-      heard.clear();
-      object = Generic();
-      EXPECT_EQ(std::ranges::all_of(emptied,
-                                    [&](std::string const& collection) {
-                                       return std::ranges::count(heard, collection) == 1;
-                                    }),
-                ends);
-   }
-}
-
-// ---- Attributes ----
-
-// An attribute that can be set notifies of each change, and of nothing else.
-TEST_F(TypeRegistry, AttributesThatCanBeSetNotifyOfAChange) {
-   Lines silent;
-   for (Qor::Type const* const type : Qor::types()) {
-      for (Qor::TypeAttribute const& attribute : type->attributes()) {
-         if (attribute.writable() && attribute.handler.empty())
-            silent.push_back(attribute.fullName);
-      }
-   }
-   EXPECT_EQ(silent, Lines({"Qor::Clock::timeMin", "Vel::Boundary::vrfId",
-                            "Vel::Mroute::AsyncMrouteSwitchSm::initialized"}));
-
-   std::map<std::string, Generic> others = {{"bool", "True"}, {"double", "0.25"}};
-   auto const add = [&](auto const& object) {
-      Generic const generic = Qor::toGeneric(object);
-      std::string const name = Qor::typeOf(generic)->name();
-      others["Ptr<" + name + ">"] = others["Ptr<" + name + " const>"] = generic;
-   };
-   add(Qor::make<Vel::VelCommonSmData>());
-   add(Qor::make<Vel::VerifyData>());
-   add(Qor::make<Vel::L3Status>());
-   add(Qor::make<Routing::Multicast::Fib::VrfConfig>());
-   add(Qor::make<Routing::Multicast::Fib::VrfEnabledStatus>());
-   add(Qor::make<Routing::Multicast::Fib::Hardware::Status>());
-   add(Qor::make<Routing::Multicast::Fib::CounterStatus>());
-   add(Qor::make<Routing::Multicast::Fib::CounterStatusCtl>());
-   add(Qor::make<Interface::EthIntfStatusDir>());
-   add(Qor::make<Bfd::AppStatus>());
-   add(Qor::make<Qor::Clock>());
-   for (char const* const type : {"Vel::Mroute::AsyncMrouteSwitch", "Vel::MrouteSwitch"})
-      others[cat("Ptr<", type, '>')] = owner(*this, type);
-   for (char const* const type :
-        {"Vel::Mroute::AsyncMrouteSwitchSm", "Vel::MrouteSwitchSm", "Vel::MrouteSm"}) {
-      Generic const sm = owner(*this, type);
-      for (Qor::TypeAttribute const& attribute : Qor::type(type).attributes()) {
-         if (!attribute.writable() || attribute.handler.empty()) continue;
-         SCOPED_TRACE(attribute.fullName);
-         int heard = 0;
-         Qor::Following const following(
-               sm, [&](Qor::Change const& c) { heard += c.member == attribute.name; });
-         for (int again = 0; again < 2; ++again)
-            Qor::set(sm, attribute.name, others.at(attribute.type));
-         EXPECT_EQ(heard, 1);
-         EXPECT_EQ(Qor::get(sm, attribute.name), others.at(attribute.type));
-      }
    }
 }
 
@@ -521,7 +324,7 @@ TEST_F(TypeRegistry, ErrorsNameTheFaultAndItsPlace) {
 }
 
 TEST_F(TypeRegistry, AnOperationIsChosenByTheNumberOfItsArguments) {
-   Generic const sm = owner(*this, "Vel::Mroute::AsyncMrouteSwitchSm");
+   Generic const sm = oneOfEach(*this)["Vel::Mroute::AsyncMrouteSwitchSm"];
    testSupport::Journal journal("VelAsyncMrouteSm");
    Qor::call(sm, "handleZombie", {});
    EXPECT_EQ(journal.text(),
@@ -555,41 +358,6 @@ TEST(TypeRegistryDeathTest, TheRegistryAnswersWhileStaticObjectsAreDestroyed) {
             std::exit(2);
          },
          testing::ExitedWithCode(0), "");
-}
-
-TEST_F(TypeRegistry, AFollowerIsNotifiedAndKeepsNothingAlive) {
-   auto& chip = Qor::objectOf<Vel::Mroute::AsyncMrouteSwitch>(asyncSwitch);
-   Lines heard;
-   auto const tell = [&](char const* who) {
-      return [&heard, who](Qor::Change const& c) {
-         heard.push_back(
-               cat(who, ' ', c.gone ? "gone" : c.member, c.key ? ' ' + c.key->pretty() : ""));
-      };
-   };
-   Qor::Following const ofSwitch(asyncSwitch, tell("switch"));
-   Generic made = Qor::construct("asyncMtableOifSetFactory", {oifSet(), "False", "8", asyncSwitch});
-   Qor::Following const ofRecord(made, tell("record"));
-   Qor::set(made, "usedInHw", "True");
-   Qor::call(asyncSwitch, "mcastIdToOifSetIs", {"8", Qor::get(made, "oifSet")});
-   EXPECT_EQ(heard, Lines({"record usedInHw", "switch mcastIdToOifSet 8"}));
-   heard.clear();
-   // Its last user leaves: it becomes a zombie, and goes when it has been one for long enough.
-   made = Generic();
-   EXPECT_EQ(chip.zombieOifSet().size(), 1u);
-   EXPECT_TRUE(ofRecord.alive());
-   EXPECT_EQ(heard, Lines({"record usedInHw", "record zombie",
-                           "switch zombieOifSet " + chip.zombieOifSet().begin()->first.strep()}));
-   heard.clear();
-   Qor::call(asyncSwitch, "zombieOifSetDelAll", {});
-   EXPECT_EQ(heard.front(), "switch zombieOifSet");  // all of it
-   EXPECT_EQ(heard.back(), "record deleted");
-   Qor::sweepZombieReactors();
-   EXPECT_FALSE(ofRecord.alive());
-   EXPECT_EQ(heard.back(), "record gone");
-   EXPECT_EQ(errorText([&] {
-                Qor::Following const ofSm(oneOfEach(*this)["Vel::Mroute::RecoverySm"], tell("sm"));
-             }),
-             "RecoverySm tells nobody of changes");
 }
 
 // Reactors decide how long a record lives, whether or not followers are about.

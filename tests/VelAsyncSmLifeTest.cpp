@@ -205,31 +205,6 @@ TEST_F(AsyncSmLife, TheServiceFillsTheStatusAtRegistrationAndTakesItsSessionsBac
    withdraw(route);
 }
 
-TEST_F(AsyncSmLife, CleanUpMarksTheSwitchAndTakesItsZombiesUnlessItNeverInitialized) {
-   sm_ = inputs_.sm(switch_);
-   auto const frrClock = Qor::make<Qor::Clock>("frr");
-   sm_->clockIs(frrClock);
-   frrClock->timeMinIs(7);
-   zombies(2);
-   sm_->initializedIs(false);
-   sm_->doCleanup();
-   EXPECT_FALSE(switch_->deleted());
-   EXPECT_EQ(switch_->zombieOifSet().size(), 2u);
-   sm_->initializedIs(true);
-   Journal traces;
-   sm_->doCleanup();
-   EXPECT_EQ(traces.like("2 AsyncMrouteSwitchSm::doCleanup()").size(), 1u);
-   EXPECT_EQ(traces.like("2 Deleting zombie"),
-             (Lines{"2 Deleting zombie with mcastId: 0", "2 Deleting zombie with mcastId: 1"}));
-   EXPECT_TRUE(switch_->deleted());
-   EXPECT_EQ(platform_->groupsAllocated(), 0u);
-   EXPECT_FALSE(sm_->bfdVelAsyncMrouteSm());
-   EXPECT_EQ(inputs_.zombieClock->timeMin(), Qor::never);  // its work is done
-   sm_ = nullptr;
-   for (auto const& clock : {frrClock, inputs_.zombieClock, inputs_.agingClock})
-      EXPECT_EQ(clock->timeMin(), Qor::never) << clock->name();
-}
-
 TEST_F(AsyncSmLife, MayEndInAnyHookAndAnyNotification) {
    Interruption life;
    while (life.next()) {
@@ -281,24 +256,6 @@ TEST_F(AsyncSmLife, MayEndInAnyHookAndAnyNotification) {
    EXPECT_GT(life.lives(), 100);
 }
 
-TEST_F(AsyncSmLife, NestedReactorsMayGoInsideTheirOwnHandlers) {
-   Route route = program(1, set({2}, 1, {3}));
-   auto const session = inputs_.bfdAllPeerStatus->newPeerStatus(peer(1));
-   sm_ = inputs_.sm(switch_);
-   onHook_ = [&](std::string_view hook) {
-      if (hook != "doUpdateMulticastGroupInPlace") return;
-      sm_->bfdAllPeerStatusDel();
-      inputs_.bfdAllPeerStatus->peerStatusDel(peer(1));
-      sm_->ethIntfStatusDirDel();
-      sm_->clockDel();
-   };
-   session->statusIs(Bfd::OperState::down);
-   EXPECT_EQ(receivers(1), "et3");
-   EXPECT_EQ(sm_->bfdStatuses(), 0u);
-   EXPECT_EQ(sm_->ethIntfStatuses(), 0u);
-   withdraw(route);
-}
-
 // ---- Counters ----
 
 TEST_F(AsyncSmLife, CounterSettingsReachThePlatformFromConstructionOn) {
@@ -316,18 +273,6 @@ TEST_F(AsyncSmLife, CounterSettingsReachThePlatformFromConstructionOn) {
    for (auto const& config : {inputs_.mfibConfig, other, {}, other})
       sm_->mfibConfigIs(config);
    EXPECT_EQ(hooks, twice);  // for each configuration that takes the place of another or of none
-}
-
-TEST_F(AsyncSmLife, MayEndInTheHooksThatAConfigurationIsHandedTo) {
-   for (char const* last : {"handleMrouteCounterMode", "handleWildcardCounter"}) {
-      sm_ = inputs_.sm(switch_);
-      onHook_ = [&](std::string_view hook) {
-         if (hook == last) sm_ = nullptr;
-      };
-      sm_->mfibConfigIs(Qor::make<Fib::VrfConfig>());
-      EXPECT_FALSE(sm_);
-      onHook_ = nullptr;
-   }
 }
 
 using AsyncSmLifeDeathTest = AsyncSmLife;

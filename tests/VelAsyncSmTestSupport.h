@@ -5,20 +5,35 @@
 #include <functional>
 #include <tuple>
 
+#include "Journal.h"
+#include "TestSupport.h"
 #include "Vel/VelAsyncMrouteSmReactors.h"
-#include "VelAsyncTestSupport.h"
 #include "platform/sim/AsyncPlatform.h"
 
 namespace velAsync {
 
+using namespace testSupport;
 using Bridging::VlanId;
+using Bridging::VlanIdOrNone;
 using Interface::IntfOperStatus;
 using L3::VrfName;
 using Lnet::IntfId;
 using Lnet::IpGenAddr;
+using MrouteLib::OifSetPtr;
 using MrouteLib::PortVlan;
+using MrouteLib::RouteHandle;
+using Routing::Multicast::Fib::IpGenRouteKey;
+using Routing::Multicast::Fib::RouteKeyType;
+using Vel::Mroute::AsyncMrouteSwitch;
 using Vel::Mroute::AsyncMrouteSwitchSm;
+using Vel::Mroute::AsyncMtableOifSet;
+using Vel::Mroute::InUseRouteHandleKey;
+using Vel::Mroute::ZombieKey;
 namespace Fib = Routing::Multicast::Fib;
+
+struct Journal : testSupport::Journal {
+   Journal() : testSupport::Journal("VelAsyncMrouteSm") {}
+};
 
 // Calls back each time the clock fires.
 class OnTime final : public Qor::Clock::Notifiee {
@@ -31,19 +46,6 @@ class OnTime final : public Qor::Clock::Notifiee {
 
  private:
    std::function<void()> call_;
-};
-
-// Calls back when a zombie comes or goes.
-class OnSwitch final : public AsyncMrouteSwitch::Notifiee {
- public:
-   OnSwitch(Qor::Ptr<AsyncMrouteSwitch> const& chip, std::function<void(ZombieKey)> call)
-         : call_(std::move(call)) {
-      notifierIs(chip.get());
-   }
-   void onZombieOifSet(ZombieKey const& key) override { call_(key); }
-
- private:
-   std::function<void(ZombieKey)> call_;
 };
 
 // The arguments of a reactor beside its switch, in their order.

@@ -187,7 +187,7 @@ TEST_F(TopSm, PollsEachActiveCounterOncePerIntervalWhilePollingIsRequested) {
    EXPECT_EQ(hooks_->take(), "read 3, read 1, read 4, read 3, read 1, read 4");
    // Counters that come and go while others are read: nothing is read twice, nothing left out.
    ctl_->limitIs(4);
-   hooks_->traffic = {{key(1), 1}, {key(3), unchanged - 31}, {key(4), 1}};
+   hooks_->traffic = {{key(1), 1}, {key(3), unchanged - 30}, {key(4), 1}};
    hooks_->onHook = [&](std::string const& hook) {
       if (hook == "read 3") sm_->updateMfibCounter(key(5), unchanged, true);  // ages 2 out
       if (hook == "read 1") sm_->setMfibCounterActive(key(1), false);
@@ -196,8 +196,13 @@ TEST_F(TopSm, PollsEachActiveCounterOncePerIntervalWhilePollingIsRequested) {
    sm_->doCounterPolling();
    EXPECT_EQ(hooks_->take(), "read 3, ageOut 2, read 1, read 4");
    EXPECT_EQ(counters(), "1=16- 3=" + std::to_string(unchanged - 1) + " 4=41 5=0");
-   hooks_->traffic[key(3)] = 7;
+   // A counter that is deleted while it is read stays deleted.
+   hooks_->traffic = {{key(3), 7}, {key(4), 9}};
+   hooks_->onHook = [&](std::string const& hook) {
+      if (hook == "read 4") sm_->removeMfibCounter(key(4));
+   };
    run(0.5);
+   EXPECT_FALSE(status_->counter().find(key(4)));
    EXPECT_EQ(status_->counter(key(3)).value, unchanged - 1);  // the sum sticks
    EXPECT_EQ(hooks_->take(), "read 3, read 4, read 5");
 }
@@ -220,6 +225,7 @@ TEST_F(TopSm, AFullTableLetsTheLongestIdleCounterGoAndRefusesWhenThereIsNone) {
    EXPECT_EQ(hooks_->take(), "ageOut 3");
    // A listener that puts a replaced counter back keeps the counter's place.
    OnCounter keeper([&](IpGenRouteKey const& k) {
+      EXPECT_EQ(ctl_->currSize(), sm_->counterShadow().size());
       if (!status_->counter().find(k) && k == key(1)) sm_->updateMfibCounter(k, 9, true);
    });
    keeper.notifierIs(status_.get());
