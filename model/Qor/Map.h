@@ -61,7 +61,7 @@ concept Map = requires(M map, M const read, typename M::Key const key, typename 
    { read.begin() } -> std::same_as<typename M::ConstIterator>;
    { read.end() } -> std::same_as<typename M::ConstIterator>;
    { ++at } -> std::same_as<typename M::ConstIterator&>;
-   { at == at } -> std::same_as<bool>;
+   { at == read.end() } -> std::same_as<bool>;
    requires ShowsEntryOf<typename M::ConstIterator, M>;
    { read.find(key) } -> FoundEntry<typename M::Entry>;
    { read.find(key) } -> ShowsEntryOf<M>;
