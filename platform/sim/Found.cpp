@@ -84,7 +84,7 @@ std::vector<FoundRoute> Found::listed(Chip const& chip) const {
    std::vector<FoundRoute> nowhere, all;
    for (U32 const index : boundaries.left()) {
       Entry const& entry = *chip.boundaries().find(index);
-      all.push_back({entry.vrfId, entry.key, entry.acceptingVlan});
+      all.push_back({entry.vrfId, entry.key, entry.acceptingVlan, true});
    }
    for (U32 const index : routes.left()) {
       Entry const& entry = *chip.routes().find(index);

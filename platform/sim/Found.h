@@ -26,6 +26,7 @@ struct FoundRoute {
    Qor::U32 vrfId = 0;
    Routing::Multicast::Fib::IpGenRouteKey key;
    Bridging::VlanIdOrNone acceptingVlan;
+   bool boundary = false;  // an entry of the boundary table
 };
 
 // The found entries of one table. A found entry keeps its group alive, even after adoption, until
