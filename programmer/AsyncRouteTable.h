@@ -21,18 +21,18 @@ class AsyncRouteTable final : public RouteTable {
  public:
    struct Inputs {
       Qor::Name name = "switch1";
-      Qor::Ptr<VelHelper::AsyncMrouteHelper> hooks;  // required
+      Qor::Ptr<VelHelper::AsyncMrouteHelper> hooks = {};  // required
       // The VRFs in the hardware, with their numbers; required.
-      Qor::Ptr<Routing::Hardware::RouteStatus const> vrfs;
+      Qor::Ptr<Routing::Hardware::RouteStatus const> vrfs = {};
       // The other inputs are those of the reactor; null has the consequence that its header states.
-      Qor::Ptr<IntfVlanId::Table const> vlans;
-      Qor::Ptr<Routing::Multicast::Fib::VrfConfig const> config;
-      Qor::Ptr<Routing::Multicast::Fib::Hardware::Status> published;
-      Qor::Ptr<Interface::EthIntfStatusDir const> links;
-      Qor::Ptr<Bfd::StatusPeer const> bfdPeers;
-      Qor::Ptr<Bfd::AppStatus> bfd;
-      Qor::Ptr<Interface::AllIntfStatusDir const> intfs;
-      Qor::Ptr<Interface::AllIntfStatusLocalDir const> localIntfs;
+      Qor::Ptr<IntfVlanId::Table const> vlans = {};
+      Qor::Ptr<Routing::Multicast::Fib::VrfConfig const> config = {};
+      Qor::Ptr<Routing::Multicast::Fib::Hardware::Status> published = {};
+      Qor::Ptr<Interface::EthIntfStatusDir const> links = {};
+      Qor::Ptr<Bfd::StatusPeer const> bfdPeers = {};
+      Qor::Ptr<Bfd::AppStatus> bfd = {};
+      Qor::Ptr<Interface::AllIntfStatusDir const> intfs = {};
+      Qor::Ptr<Interface::AllIntfStatusLocalDir const> localIntfs = {};
    };
 
    // RangeException "VelMroute::AsyncRouteTable::<input> null not allowed" for a missing input.

@@ -1,5 +1,5 @@
 // Keeps one chip in step with the routes that their owner wants. The owner names routes, interfaces
-// and VRFs; the programmer decides what is written in which order, shares groups between routes,
+// and VRFs; the programmer decides on the writes and their order, shares groups between routes,
 // queues routes for room, tries again after errors, and knows for each route that is not in
 // hardware why not. The library's own duties for callers (Vel/VelAsyncMrouteSwitch.h and
 // Vel/VelSyncMrouteSwitch.h) are met here.
@@ -111,10 +111,10 @@ class RouteView {
 class Programmer final {
  public:
    struct Inputs {
-      std::unique_ptr<RouteTable> table;        // required
-      Qor::Ptr<IntfVlanId::Table const> vlans;  // required
+      std::unique_ptr<RouteTable> table = {};        // required
+      Qor::Ptr<IntfVlanId::Table const> vlans = {};  // required
       // Required; may be shared by the programmers of several chips.
-      Qor::Ptr<Routing::Multicast::Fib::Hardware::Status> published;
+      Qor::Ptr<Routing::Multicast::Fib::Hardware::Status> published = {};
       // The groups and entries on the chip from an earlier agent. Null: the chip was cleared, or is
       // empty. Not held; outlives the programmer.
       Restart* restart = nullptr;
@@ -161,18 +161,18 @@ class Programmer final {
 
    // ---- Wishes. ----
 
-   // Wants the route, from the next pass on. Returns whether that differs from the present wish.
-   // Raises the errors of checkWanted(), and RangeException "VelMroute::Programmer::key <key> not
-   // allowed" for the invalid key. What this chip or path does not take fails with a reason instead.
-   // After end(): RangeException "VelMroute::Programmer::routeIs after end not allowed".
+   // Sets the wish for the route, in force from the next pass on. Returns true if it differs from
+   // the present wish. A route that this chip or path does not take fails with a reason. Raises the
+   // errors of checkWanted(), RangeException "VelMroute::Programmer::key <key> not allowed" for the
+   // invalid key, and after end() "VelMroute::Programmer::routeIs after end not allowed".
    bool routeIs(L3::VrfName const& vrf, RouteKey const& key, WantedRoute wanted);
-   // Wants the route no longer. Returns whether it was wanted.
+   // The owner wants the route no longer. Returns whether it was wanted.
    bool routeDel(L3::VrfName const& vrf, RouteKey const& key);
 
    // A resync: from the begin to the end the owner names all routes that it wants, and the others
    // go then. Serves the restart of the agent (with Inputs::restart the constructor has begun it),
    // the restart of a routing daemon, and lost notifications. A second begin starts over. After the
-   // end the programmer removes what the chip has and nobody wants, and reroutes the sets whose
+   // end the programmer removes the entries and groups that no wish needs, and reroutes the sets whose
    // input is down. After a restart, routes whose entries were not found get only the room that
    // is free besides the found groups and entries, until the end.
    void resyncBegin();

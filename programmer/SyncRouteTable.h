@@ -28,12 +28,12 @@ class SyncRouteTable final : public RouteTable {
       Qor::U32 switchId = 1;  // the number of the chip in calls of the hooks
       // Required: the inputs of this path that all chips share. With one chip:
       // .routing = Qor::make<VelMroute::SyncRouting>(SyncRouting::Inputs{...}).
-      Qor::Ptr<SyncRouting> routing;
+      Qor::Ptr<SyncRouting> routing = {};
       // The other inputs are those of the reactor; null has the consequence that its header states.
-      Qor::Ptr<IntfVlanId::Table const> vlans;
-      Qor::Ptr<Interface::EthIntfStatusDir const> links;
-      Qor::Ptr<Interface::AllIntfStatusDir const> intfs;
-      Qor::Ptr<Interface::AllIntfStatusLocalDir const> localIntfs;
+      Qor::Ptr<IntfVlanId::Table const> vlans = {};
+      Qor::Ptr<Interface::EthIntfStatusDir const> links = {};
+      Qor::Ptr<Interface::AllIntfStatusDir const> intfs = {};
+      Qor::Ptr<Interface::AllIntfStatusLocalDir const> localIntfs = {};
    };
 
    // RangeException "VelMroute::SyncRouteTable::routing null not allowed".

@@ -12,17 +12,17 @@ namespace VelMroute {
 class SyncRouting final : public Qor::RefCounted {
  public:
    struct Inputs {
-      Qor::Ptr<VelHelper::MrouteSmHelper> hooks;  // required
-      Qor::Ptr<Vel::L3Status> l3Status;           // required: the VRFs with their numbers
+      Qor::Ptr<VelHelper::MrouteSmHelper> hooks = {};  // required
+      Qor::Ptr<Vel::L3Status> l3Status = {};           // required: the VRFs with their numbers
       // The other inputs are those of the reactor; null has the consequence that its header states.
       // Multicast is routed while `published` says hwRouting and a VRF is in `enabled`.
-      Qor::Ptr<Vel::VelCommonSmData> common;
-      Qor::Ptr<Routing::Multicast::Fib::VrfConfig const> config;
-      Qor::Ptr<Routing::Multicast::Fib::Hardware::Status> published;
-      Qor::Ptr<Routing::Multicast::Fib::VrfEnabledStatus const> enabled;
-      Qor::Ptr<Ip::Status const> ipStatus;
-      Qor::Ptr<Routing::Multicast::Fib::CounterStatus> counters;
-      Qor::Ptr<Routing::Multicast::Fib::CounterStatusCtl> counterControl;
+      Qor::Ptr<Vel::VelCommonSmData> common = {};
+      Qor::Ptr<Routing::Multicast::Fib::VrfConfig const> config = {};
+      Qor::Ptr<Routing::Multicast::Fib::Hardware::Status> published = {};
+      Qor::Ptr<Routing::Multicast::Fib::VrfEnabledStatus const> enabled = {};
+      Qor::Ptr<Ip::Status const> ipStatus = {};
+      Qor::Ptr<Routing::Multicast::Fib::CounterStatus> counters = {};
+      Qor::Ptr<Routing::Multicast::Fib::CounterStatusCtl> counterControl = {};
    };
 
    // RangeException "VelMroute::SyncRouting::<input> null not allowed" for a missing input.

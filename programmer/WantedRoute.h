@@ -12,9 +12,9 @@ namespace VelMroute {
 struct WantedRoute {
    // The interface at which packets of the route arrive. Empty with noRpf, unless the outputs have
    // a backup: then `iif` names the interface whose failure causes the reroute.
-   Lnet::IntfId iif;
+   Lnet::IntfId iif = {};
    // Null: packets go nowhere, and are dropped.
-   OutputsPtr outputs;
+   OutputsPtr outputs = {};
    // Packets that arrive at one of these interfaces instead are dropped in hardware, and watched
    // for activity. The order has no meaning.
    std::vector<Lnet::IntfId> fastdrop = {};

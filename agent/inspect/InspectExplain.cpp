@@ -49,11 +49,11 @@ SomeRoutes foundAt(SimulatedSwitch const& simulated, RouteQuestion const& questi
                    Qor::U32 group) {
    SomeRoutes some;
    if (!simulated.recovering() || Sim::isHardWired(group)) return some;
-   Sim::FoundEntries const& found = simulated.path().found().routes;
+   Sim::FoundEntries const& found = simulated.path().found().entries;
    for (auto const& [id, wanted] : simulated.wantedRoutes()) {
       auto const vrfId = simulated.vrfId(id.vrf);
       if (wanted.bridge || !vrfId) continue;
-      auto const index = found.find(vrfId->value(), id.key, simulated.vlanOf(wanted));
+      auto const index = found.find(*vrfId, id.key, simulated.vlanOf(wanted));
       if (index && simulated.chip().routes().find(*index)->group == group) some.add(id, question);
    }
    return some;
@@ -63,7 +63,7 @@ SomeRoutes foundAt(SimulatedSwitch const& simulated, RouteQuestion const& questi
 SomeRoutes holdersOf(SimulatedSwitch const& simulated, RouteQuestion const& question,
                      Qor::U32 index) {
    SomeRoutes some;
-   if (!simulated.path().found().routes.left().contains(index)) return some;
+   if (!simulated.path().found().entries.left().contains(index)) return some;
    Qor::U32 const group = simulated.chip().routes().find(index)->group;
    if (Sim::isHardWired(group)) return some;
    simulated.programmer().forEach([&](RouteView const& route) {
@@ -167,7 +167,7 @@ class Explanation {
       auto const vrfId = simulated_.vrfId(route_.vrf());
       if (!simulated_.recovering() || !vrfId || wanted_.bridge) return;
       auto const index =
-            simulated_.path().found().routes.find(vrfId->value(), route_.key(), route_.vlan());
+            simulated_.path().found().entries.find(*vrfId, route_.key(), route_.vlan());
       if (!index) return;
       waits["foundEntry"] = {
             {"group", Sim::groupName(simulated_.chip().routes().find(*index)->group)},

@@ -5,29 +5,20 @@
 #include <functional>
 #include <utility>
 
-#include "platform/sim/Found.h"
-#include "programmer/Restart.h"
+#include "platform/sim/Chip.h"
+#include "programmer/Found.h"
 
 namespace Agent {
 
 class PlatformRestart final : public VelMroute::Restart {
  public:
    // The chip and what was found on it outlive this object. sweep() of the programmer calls `sweep`.
-   PlatformRestart(Sim::Chip const& chip, Sim::Found const& found, std::function<bool()> sweep)
+   PlatformRestart(Sim::Chip const& chip, VelMroute::Found const& found,
+                   std::function<bool()> sweep)
          : chip_(chip), found_(found), sweep_(std::move(sweep)) {}
 
-   std::vector<Route> found() const override {
-      std::vector<Route> routes;
-      for (Sim::FoundRoute const& route : found_.listed(chip_)) {
-         routes.push_back(
-               {Vel::VrfId(route.vrfId), route.key, route.acceptingVlan, route.boundary});
-      }
-      return routes;
-   }
-   bool isFound(Route const& route) const override {
-      auto const& entries = route.bridge ? found_.boundaries : found_.routes;
-      return entries.find(route.vrfId.value(), route.key, route.vlan).has_value();
-   }
+   std::vector<Route> found() const override { return found_.listed(); }
+   bool isFound(Route const& route) const override { return found_.isFound(route); }
    std::optional<Qor::U32> free(VelMroute::Table table) const override {
       Sim::ChipConfig const& size = chip_.config();
       switch (table) {
@@ -46,7 +37,7 @@ class PlatformRestart final : public VelMroute::Restart {
 
  private:
    Sim::Chip const& chip_;
-   Sim::Found const& found_;
+   VelMroute::Found const& found_;
    std::function<bool()> const sweep_;
 };
 

@@ -83,7 +83,7 @@ AsyncPlatform::AsyncPlatform(Qor::Name name, Qor::Ptr<Chip> chip, AsyncPlatformC
       groups_.resize(id + 1);
       groups_[id].onChip = true;
    }
-   for (U32 const index : found_.routes.left())
+   for (U32 const index : found_.entries.left())
       routePool_.takeFound(index);
 }
 
@@ -112,7 +112,7 @@ void AsyncPlatform::detach(U32 applied) {
 }
 
 bool AsyncPlatform::sweepUnadopted() {
-   auto const routes = found_.routes.left();
+   auto const routes = found_.entries.left();
    for (U32 const index : routes) {
       deleteFoundRoute(index);
       routePool_.give(index);
@@ -120,7 +120,7 @@ bool AsyncPlatform::sweepUnadopted() {
    }
    auto const groups = found_.groups.left();
    for (U32 const id : groups) {
-      if (found_.routes.holds(id)) continue;
+      if (found_.entries.holds(id)) continue;
       claimGroup(id);
       doDeleteOifSet(id);
       ++found_.swept;
@@ -160,12 +160,12 @@ void AsyncPlatform::writeGroup(WriteKind kind, U32 id, OifSetPtr oifSet, XactPtr
 U32 AsyncPlatform::doAllocateSharableMulticastGroup(MrouteLib::RouteKeyInfo const& route,
                                                     OifSetPtr oifSet, XactPtr blockingXact, bool) {
    called(Hook::doAllocateSharableMulticastGroup);
-   U32 const preferred = found_.routes.groupOf(route.routeKey(), route.acceptingVlanId());
+   auto const preferred = found_.entries.groupOf(route.routeKey(), route.acceptingVlanId());
    // The group of a set with backup pairs may be rewritten soon, which must not change the routes
    // whose found entries point at an equal group.
    bool const reroutable = !oifSet->portVlanSet().portVlanFrr().empty();
    auto const usable = [&](U32 id) {
-      return !isFixedGroup(id) && !(reroutable && found_.routes.awaits(id));
+      return !isFixedGroup(id) && !(reroutable && found_.entries.awaits(id));
    };
    if (auto const found =
              found_.groups.like(FoundGroups::contentOf(oifSet->portVlanSet()), preferred, usable);
@@ -186,7 +186,8 @@ U32 AsyncPlatform::doAllocateFixedMulticastGroup(OifSetPtr oifSet, XactPtr block
    if (faults_.groupsExhausted() || !isFixedGroup(mcastId)) return invalidMulticastId;
    bool there = groupAllocated(mcastId);
    if (found_.groups.contains(mcastId)) {
-      bool const carried = found_.groups.carries(mcastId, oifSet->portVlanSet());
+      bool const carried =
+            found_.groups.carries(mcastId, FoundGroups::contentOf(oifSet->portVlanSet()));
       claimGroup(mcastId);
       found_.adopted += carried;
       if (carried) return mcastId;
@@ -224,10 +225,11 @@ void AsyncPlatform::doDeleteOifSet(U32 mcastId) {
    called(Hook::doDeleteOifSet);
    if (!groupAllocated(mcastId)) return notAllocated(Hook::doDeleteOifSet, "group", mcastId);
    // A found entry may still point at the group, so the chip would refuse the deletion.
-   if (found_.routes.holds(mcastId)) {
+   if (found_.entries.holds(mcastId)) {
       bool const certain = !groups_[mcastId].xact->pending();
       groups_[mcastId].allocated = false;
-      return found_.groups.giveBack(mcastId, certain);
+      return found_.groups.giveBack(
+            mcastId, certain ? std::optional(contentOf(*chip_->group(mcastId))) : std::nullopt);
    }
    issueDelete(WriteKind::groupDelete, [this, mcastId]() -> String8 {
       if (!groups_[mcastId].onChip) return {};
@@ -256,7 +258,7 @@ RouteHandle AsyncPlatform::doAllocateRoute(IpGenRouteKey const& routeKey,
    entry.acceptingVlan = acceptingVlanId;
    entry.bridge = bridgeAction;
    entry.rpaIndex = rpaId;
-   auto index = found_.routes.find(vrfId, routeKey, acceptingVlanId);
+   auto index = found_.entries.find(Vel::VrfId(vrfId), routeKey, acceptingVlanId);
    if (index && adoptRoute(*index, entry)) return RouteHandle(*index);
    if (!index) index = faults_.routesExhausted() ? std::nullopt : routePool_.take();
    if (!index) return RouteHandle();
@@ -277,7 +279,7 @@ bool AsyncPlatform::adoptRoute(U32 index, Entry const& wanted) {
       deleteFoundRoute(index);
       return false;
    }
-   found_.routes.take(index);
+   found_.entries.take(index);
    if (index >= routes_.size()) routes_.resize(index + 1);
    routes_[index] = {XactQueue::done(), nullptr, there.group};
    ++found_.adopted;
@@ -285,13 +287,13 @@ bool AsyncPlatform::adoptRoute(U32 index, Entry const& wanted) {
 }
 
 void AsyncPlatform::deleteFoundRoute(U32 index) {
-   found_.routes.take(index);
+   found_.entries.take(index);
    issueDelete(WriteKind::routeDelete, [this, index] { return deleteFromChip(index); });
 }
 
 // Called by the queue.
 String8 AsyncPlatform::deleteFromChip(U32 index) {
-   found_.routes.release(index);
+   found_.entries.release(index);
    return chip_->routeDelete(index);
 }
 
@@ -304,7 +306,7 @@ void AsyncPlatform::doSetMtableOifSet(RouteHandle handle, U32 mcastId, XactPtr b
    if (!groupAllocated(mcastId)) return notAllocated(Hook::doSetMtableOifSet, "group", mcastId);
    RouteState& route = routes_[handle.value()];
    if (std::exchange(route.adoptedAt, noGroup) == mcastId) {
-      found_.routes.release(handle.value());
+      found_.entries.release(handle.value());
       route.point = XactQueue::done();
       return;
    }
@@ -316,7 +318,7 @@ void AsyncPlatform::doSetMtableOifSet(RouteHandle handle, U32 mcastId, XactPtr b
          return fmt::format("route entry not created: {}", create->failureReason());
       }
       if (!groups_[mcastId].onChip) return fmt::format("multicast group {} not created", mcastId);
-      found_.routes.release(index);
+      found_.entries.release(index);
       return chip_->routePoint(index, mcastId);
    };
    route.point = issue(std::move(write), std::move(blockingXact));
@@ -425,7 +427,7 @@ std::vector<Qor::String> AsyncPlatform::audit() const {
    }
    for (U32 index = 0; index < routes_.size(); ++index) {
       ChipXactPtr const& create = routes_[index].create;
-      bool const expected = found_.routes.left().contains(index) ||
+      bool const expected = found_.entries.left().contains(index) ||
                             (create && create->state() == Hux::Xact::State::succeeded);
       if (expected != (chip_->routes().find(index) != nullptr)) {
          faults.push_back(fmt::format(

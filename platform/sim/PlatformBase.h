@@ -48,12 +48,12 @@ class PlatformBase {
 
    // The found groups and entries that remain, and the list of the entries for recovery.
    Found const& found() const { return found_; }
-   std::vector<FoundRoute> foundRoutes() const { return found_.listed(*chip_); }
+   std::vector<VelMroute::Restart::Route> foundRoutes() const { return found_.listed(); }
 
  protected:
    // `callCost`: the seconds of virtual time that each call of a hook takes; 0 on real time.
    PlatformBase(Qor::Ptr<Chip> chip, Qor::Seconds callCost)
-         : chip_(std::move(chip)), found_(*chip_), callCost_(callCost) {}
+         : chip_(std::move(chip)), found_(foundOn(*chip_)), callCost_(callCost) {}
    ~PlatformBase() = default;
 
    void called(Hook hook) {

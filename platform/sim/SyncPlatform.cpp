@@ -83,7 +83,7 @@ SyncPlatform::SyncPlatform(Qor::Name name, Qor::Ptr<Chip> chip, U32 switchId,
         counterPool_(config.counters) {
    for (U32 const id : found_.groups.left())
       groupPool_.takeFound(id);
-   for (U32 const number : found_.routes.left()) {
+   for (U32 const number : found_.entries.left()) {
       Entry const& entry = *chip_->routes().find(number);
       routePool_.takeFound(number);
       entries_.insert(number, foundState(entry));
@@ -256,8 +256,8 @@ bool SyncPlatform::freeSet(U32 index, U32 group) {
       return true;
    }
    // A found entry still points at the group, so the chip would refuse the deletion.
-   if (found_.routes.holds(group)) {
-      found_.groups.giveBack(group, true);
+   if (found_.entries.holds(group)) {
+      found_.groups.giveBack(group, contentOf(*chip_->group(group)));
    } else if (insist(WriteKind::groupDelete, [&] { return chip_->groupDelete(group); })) {
       groupPool_.give(group);
    } else {
@@ -294,7 +294,8 @@ RouteHandle SyncPlatform::allocateRoute(Hook hook, U32 switchId, Entry const& en
       notAllocated(hook, "oif set index", oifSetIndex);
       return RouteHandle();
    }
-   if (auto const found = found_.routes.find(entry.vrfId, entry.key, entry.acceptingVlan);
+   if (auto const found =
+             found_.entries.find(Vel::VrfId(entry.vrfId), entry.key, entry.acceptingVlan);
        found && adoptRoute(*found, entry, state)) {
       return RouteHandle(*found);
    }
@@ -312,7 +313,8 @@ RouteHandle SyncPlatform::allocateRoute(Hook hook, U32 switchId, Entry const& en
 
 RouteHandle SyncPlatform::allocateBoundary(Hook hook, U32 switchId, Entry const& entry) {
    if (!isServed(hook, switchId)) return RouteHandle();
-   if (auto const found = found_.boundaries.find(entry.vrfId, entry.key, entry.acceptingVlan)) {
+   if (auto const found =
+             found_.boundaries.find(Vel::VrfId(entry.vrfId), entry.key, entry.acceptingVlan)) {
       RouteHandle const handle(chip_->config().routes + *found);
       found_.boundaries.take(*found);
       entries_.find(handle.value())->second.found = false;
@@ -350,7 +352,7 @@ void SyncPlatform::point(U32 number, EntryState const& state) {
    if (auto* const set = sets_.find(state.oifSetIndex); set && set->second.open && !state.fastDrop)
       settleGroup(set->second, pointedAt);
    U32 const group = groupOf(state);
-   found_.routes.release(number);
+   found_.entries.release(number);
    if (pointedAt == group) return;
    insist(WriteKind::routePoint, [&] { return chip_->routePoint(number, group); });
 }
@@ -393,7 +395,7 @@ void SyncPlatform::removeFromChip(RouteHandle handle) {
    }
    auto* const vrf = vrfs_.find(entry.vrfId);
    if (--vrf->second == 0) vrfs_.take(entry.vrfId);
-   found_.routes.release(number);
+   found_.entries.release(number);
    insist(WriteKind::routeDelete, [&] { return chip_->routeDelete(number); });
    routePool_.give(number);
 }

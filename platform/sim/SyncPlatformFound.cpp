@@ -22,7 +22,7 @@ SyncPlatform::EntryState SyncPlatform::foundState(Entry const& entry) {
 std::optional<U32> SyncPlatform::adoptGroup(MrouteLib::OifSetPtr const& oifSet) {
    PortVlanSet const& set = oifSet->portVlanSet();
    auto const content = FoundGroups::contentOf(set);
-   auto const group = found_.groups.like(content, noGroup, [](U32) { return true; });
+   auto const group = found_.groups.like(content, std::nullopt, [](U32) { return true; });
    if (!group) return std::nullopt;
    found_.groups.take(*group);
    ++found_.adopted;
@@ -37,7 +37,7 @@ std::optional<U32> SyncPlatform::takeGroup() {
    if (faults_.groupsExhausted()) return std::nullopt;
    if (auto const free = groupPool_.take()) return free;
    for (U32 const id : found_.groups.left()) {
-      if (found_.routes.holds(id)) continue;
+      if (found_.entries.holds(id)) continue;
       found_.groups.take(id);
       insist(WriteKind::groupDelete, [&] { return chip_->groupDelete(id); });
       ++found_.swept;
@@ -50,18 +50,18 @@ std::optional<U32> SyncPlatform::takeGroup() {
 // the entry points. The latter is rewritten in place, if no other entry points at it.
 std::optional<U32> SyncPlatform::groupForOne(FoundGroups::Content const& content, U32 pointedAt) {
    if (auto const fresh = takeGroup()) {
-      auto const create = [&] { return chip_->groupCreate(*fresh, content.first, content.second); };
+      auto const create = [&] { return chip_->groupCreate(*fresh, content.members, content.toCpu); };
       if (attempt(WriteKind::groupCreate, create)) return fresh;
       groupPool_.give(*fresh);
       return std::nullopt;
    }
-   if (!found_.groups.contains(pointedAt) || !found_.routes.heldByOne(pointedAt)) {
+   if (!found_.groups.contains(pointedAt) || !found_.entries.heldByOne(pointedAt)) {
       return std::nullopt;
    }
    found_.groups.take(pointedAt);
-   auto const update = [&] { return chip_->groupUpdate(pointedAt, content.first, content.second); };
+   auto const update = [&] { return chip_->groupUpdate(pointedAt, content.members, content.toCpu); };
    if (attempt(WriteKind::groupUpdate, update)) return pointedAt;
-   found_.groups.giveBack(pointedAt, true);
+   found_.groups.giveBack(pointedAt, contentOf(*chip_->group(pointedAt)));
    return std::nullopt;
 }
 
@@ -72,25 +72,27 @@ std::optional<U32> SyncPlatform::groupForOne(FoundGroups::Content const& content
 void SyncPlatform::settleGroup(SetState& set, U32 pointedAt) {
    set.open = false;
    if (pointedAt == set.group) return;
-   auto const content = FoundGroups::contentOf(*chip_->group(set.group));
-   auto const awaited = [&](U32 id) { return set.reroutable && found_.routes.awaits(id); };
+   auto const content = contentOf(*chip_->group(set.group));
+   auto const awaited = [&](U32 id) { return set.reroutable && found_.entries.awaits(id); };
    auto const usable = [&](U32 id) { return awaited(set.group) && !awaited(id); };
    if (auto const better = found_.groups.like(content, pointedAt, usable)) {
       found_.groups.take(*better);
-      found_.groups.giveBack(std::exchange(set.group, *better), true);
+      U32 const before = std::exchange(set.group, *better);
+      found_.groups.giveBack(before, contentOf(*chip_->group(before)));
       return;
    }
    if (!awaited(set.group)) return;
    auto const own = groupForOne(content, pointedAt);
    if (!own) return;
    --found_.adopted;  // the set uses no found group any more
-   found_.groups.giveBack(std::exchange(set.group, *own), true);
+   U32 const before = std::exchange(set.group, *own);
+   found_.groups.giveBack(before, contentOf(*chip_->group(before)));
 }
 
 // Adopts a found entry. An entry with another RP index is deleted instead, and false is returned.
 bool SyncPlatform::adoptRoute(U32 number, Entry const& wanted, EntryState const& state) {
    Entry const& there = *chip_->routes().find(number);
-   found_.routes.take(number);
+   found_.entries.take(number);
    if (there.rpaIndex != wanted.rpaIndex) {
       removeFromChip(RouteHandle(number));
       entries_.take(number);
@@ -116,7 +118,7 @@ void SyncPlatform::sweepEntries() {
          ++found_.swept;
       }
    };
-   sweep(found_.routes, 0);
+   sweep(found_.entries, 0);
    sweep(found_.boundaries, routes);
 }
 

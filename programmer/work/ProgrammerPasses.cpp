@@ -90,7 +90,7 @@ void ProgrammerWork::guarded(ProgrammedRoute& route, Step const& step) {
    }
 }
 
-// Undoes what the route had begun, and tries it again later.
+// Undoes the change that the route had begun, and tries it again later.
 void ProgrammerWork::fail(ProgrammedRoute& route, Qor::String trouble, bool entryStays) {
    if (!entryStays) {
       ++counters_.thrown;
@@ -138,7 +138,7 @@ void ProgrammerWork::commitPass() {
 
 void ProgrammerWork::process(ProgrammedRoute& route) {
    route.marked = false;
-   if (end_ == Ending::leave) {  // no further write: what failed stays as it is on the chip
+   if (end_ == Ending::leave) {  // no further write: a failed change stays as it is on the chip
       bool const underWay = route.state == RouteState::programming;
       if (underWay && !watchPending(route)) stateIs(route, RouteState::queued);
       return;
@@ -240,7 +240,8 @@ void ProgrammerWork::lookAt(ProgrammedRoute& route) {
          route.state == RouteState::waitingVlan || route.state == RouteState::waitingVrf;
    bool const moved = route.at && resolve(route).placement != route.at;
    bool const renumbered = route.placed && table_->vrfId(route.vrf.name) != route.placedVrf;
-   if (waits || moved || renumbered || route.state == RouteState::failed) mark(route);
+   bool const refused = route.state == RouteState::failed && !route.needs.never.empty();
+   if (waits || moved || renumbered || refused) mark(route);
 }
 
 }  // namespace VelMroute

@@ -158,7 +158,7 @@ void ProgrammerWork::placeNew(ProgrammedRoute& route) {
 
 // ---- The line for room. ----
 
-// A route that is not in hardware lets those go first that wait for what it needs. An arrival is a
+// A route that is not in hardware lets those go first that wait for the same room. An arrival is a
 // good time for the first of them to try again.
 bool ProgrammerWork::mustQueue(ProgrammedRoute& route) {
    if (recovering_) {

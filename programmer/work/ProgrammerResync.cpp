@@ -107,7 +107,7 @@ ProgrammerWork::~ProgrammerWork() {
 
 // ---- Restart. ----
 
-// Publishes the found routes as they were, and keeps what is free for routes that were not found.
+// Publishes the found routes as they were, and keeps the free room for routes that were not found.
 void ProgrammerWork::recover() {
    auto const l3Status = Qor::make<Vel::L3Status>();
    auto const enabled = Qor::make<Routing::Multicast::Fib::VrfEnabledStatus>();

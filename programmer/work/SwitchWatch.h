@@ -44,7 +44,7 @@ inline std::set<Lnet::IntfId> downInterfaces(Interface::EthIntfStatusDir const* 
    return down;
 }
 
-// A zombie that goes, for whatever reason, may leave a free group.
+// A zombie that goes may leave a free group: it expired, was given up, or was resurrected.
 template <class Switch>
 class ZombieWatch final : public Switch::Notifiee {
  public:

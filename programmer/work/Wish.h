@@ -1,4 +1,4 @@
-// Wishes of routes, interned by value, and what they mean in vlans at present. Many routes have one
+// Wishes of routes, interned by value, and their present meaning in vlans. Many routes have one
 // wish, so a change of a vlan is worked out once for all of them.
 #pragma once
 
