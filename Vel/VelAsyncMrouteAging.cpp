@@ -7,14 +7,13 @@
 #include "Vel/VelAsyncMrouteSm.h"
 #include "Vel/VelLogMessages.h"
 #include "Vel/VelRouteWalk.h"
+#include "Vel/VelTrace.h"
 
 namespace Vel::Mroute {
 
 using Routing::Multicast::Fib::Hardware::RouteStatus;
 
 namespace {
-
-constexpr char velTraceSource[] = "VelAsyncMrouteSm";
 
 // The place where the next slice begins: the route to review next, or, if that route has gone, the
 // first route behind it. The process has one such position (VelAsyncMrouteSm.h).
@@ -157,10 +156,6 @@ Qor::U32 AsyncMrouteSwitchSm::reviewRoute(RouteStatus& route, VrfId vrfId) {
       entry = fastdrops.upperBound(intfName);
    }
    return reviewed;
-}
-
-Bridging::VlanIdOrNone AsyncMrouteSwitchSm::vlanOf(Lnet::IntfId intfId) const {
-   return intfVlanIdTable() ? intfVlanIdTable()->intfIdToVlanId(intfId) : Bridging::VlanIdOrNone();
 }
 
 Qor::Seconds AsyncMrouteSwitchSm::lastRoutePollTime(IpGenRouteKey const& key,

@@ -1,14 +1,9 @@
 // Route counters on the asynchronous path belong to the platform. The reactor passes the two global
 // settings to it, from construction on, and does nothing else.
 #include "Vel/VelAsyncMrouteSmReactors.h"
+#include "Vel/VelTrace.h"
 
 namespace Vel::Mroute {
-
-namespace {
-
-constexpr char velTraceSource[] = "VelAsyncMrouteSm";
-
-}  // namespace
 
 void AsyncMrouteSwitchSm::handleMulticastCounterMode() {
    VEL_TRACE(2, "AsyncMrouteSwitchSm"

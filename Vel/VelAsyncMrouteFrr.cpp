@@ -1,31 +1,25 @@
 // Fast reroute of the asynchronous per-switch reactor. A failure of an interface moves the oif sets
 // that come in over it from the switch's frrMtableOifSet to frrProcessingOifSet. Passes on a clock
 // then rewrite the groups of these sets in place, so that every route of a group follows at once.
-#include "Qor/Blip.h"
 #include "Vel/VelAsyncMrouteSmReactors.h"
+#include "Vel/VelTrace.h"
 
 namespace Vel::Mroute {
 
 using MrouteLib::OifSetPtr;
 using MrouteLib::PortVlanSet;
 
-namespace {
-
-constexpr char velTraceSource[] = "VelAsyncMrouteSm";
-
-}  // namespace
-
-void AsyncMrouteSwitchSm::QorEthIntfStatus::handleOperStatus() {
-   if (!asyncMrouteSwitchSm()->initialized()) {
+void AsyncMrouteSwitchSm::handleOperStatus(Interface::EthIntfStatus const& changed) {
+   if (!initialized()) {
       VEL_TRACE(2, "SM uninitialized, ignore event");
       return;
    }
-   Lnet::IntfId const intf = status_->intfId();
-   Interface::IntfOperStatus const status = status_->operStatus();
+   Lnet::IntfId const intf = changed.intfId();
+   Interface::IntfOperStatus const status = changed.operStatus();
    VEL_TRACE(2, "handleOperStatus"
                       << "Intf: " << intf << ", operStatus: " << status);
    VEL_BLIP("AsyncMrouteSwitchSm::handleOperStatus, intf: %s, status: %s", intf, status);
-   if (startsReroute(status)) asyncMrouteSwitchSm()->updateFrrMtableOif(intf);
+   if (startsReroute(status)) updateFrrMtableOif(intf);
 }
 
 void AsyncMrouteSwitchSm::QorBfdStatus::handleBfdStatus() {
@@ -65,6 +59,7 @@ void AsyncMrouteSwitchSm::QorBfdStatus::handleBfdStatus() {
 
 void AsyncMrouteSwitchSm::updateFrrMtableOif(Lnet::IntfId intfId) {
    auto const self = hold();
+   RerouteRetry const retry(*this);
    Qor::Ptr<AsyncMrouteSwitch> const held = mrouteSwitch();
    AsyncMrouteSwitch& chip = *held;
    VEL_TRACE(8, "AsyncMrouteSwitchSm::updateFrrMtableOif( " << intfId << ", vlan " << vlanOf(intfId)
@@ -89,34 +84,18 @@ void AsyncMrouteSwitchSm::updateFrrMtableOif(Lnet::IntfId intfId) {
       chip.frrMtableOifSetDel(oifSet);
       if (record) chip.frrProcessingOifSetIs(oifSet, record);
       // Last in the loop, since a listener may have removed further entries.
-      entry = waiting.resume(entry);
+      entry = waiting.resume(entry, oifSet);
    }
    handleClock();
 }
 
 void AsyncMrouteSwitchSm::handleClock() {
    auto const self = hold();
-   Qor::Ptr<AsyncMrouteSwitch> const held = mrouteSwitch();
-   AsyncMrouteSwitch& chip = *held;
-   Qor::Seconds const deadline = Qor::now() + frrPassBudget;
-   auto const& waiting = chip.frrProcessingOifSet();
+   Qor::Ptr<AsyncMrouteSwitch> const chip = mrouteSwitch();
+   auto const& waiting = chip->frrProcessingOifSet();
    VEL_TRACE(8, "review FrrProcessingOifSets: " << waiting.size());
    VEL_BLIP("AsyncMrouteSwitchSm:: frrProcessingOifSets: %s", waiting.size());
-   auto& position = FrrPosition<AsyncMrouteSwitchSm>::ofProcess();
-   OifSetPtr const from = position.oifSet;
-   OifSetPtr const next = frrPass(waiting, from, deadline, [&](OifSetPtr const& oifSet) {
-      rewriteForFrr(chip, oifSet);
-      chip.frrProcessingOifSetDel(oifSet);
-   });
-   if (next) {
-      position = {next, this};
-   } else {
-      FrrPosition<AsyncMrouteSwitchSm>::clear(this);
-   }
-   // A hook may have replaced the switch; the clock serves the sets that wait in the present one.
-   bool const more = !mrouteSwitch()->frrProcessingOifSet().empty();
-   if (more && !clock()) clockIs(Qor::activityManager()->config()->clock());
-   clock_.arm(more ? Qor::now() : Qor::never);
+   reroutePass(*chip);
 }
 
 // Rewrites the groups of a waiting oif set, unless no record of the set is in use or its record has

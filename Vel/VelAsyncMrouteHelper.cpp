@@ -2,7 +2,7 @@
 
 #include <utility>
 
-#include "Qor/Describe.h"
+#include "Vel/VelDescribe.h"
 
 namespace VelHelper {
 

@@ -1,8 +1,7 @@
 #include "Vel/VelAsyncMrouteKeys.h"
 
-#include "Qor/Describe.h"
 #include "Qor/Hash.h"
-#include "Vel/VelCommon.h"
+#include "Vel/VelDescribe.h"
 
 namespace Vel::Mroute {
 

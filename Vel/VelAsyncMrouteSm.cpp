@@ -1,46 +1,21 @@
-// Set-up of the asynchronous per-switch reactor, tracking of directories, and clean-up.
+// Set-up of the asynchronous per-switch reactor, tracking of directories, and clean-up. The part
+// that both paths have in common is in VelPerSwitchSmMembers.h.
 #include "Vel/VelAsyncMrouteSm.h"
 
 #include <utility>
 
-#include "Qor/Describe.h"
 #include "Vel/VelAsyncMrouteSmReactors.h"
-#include "Vel/VelMrouteFrr.h"
+#include "Vel/VelDescribe.h"
+#include "Vel/VelTrace.h"
 
 namespace Vel::Mroute {
 
-namespace {
-
-constexpr char velTraceSource[] = "VelAsyncMrouteSm";
-constexpr char smType[] = "Vel::Mroute::AsyncMrouteSwitchSm";
-
-}  // namespace
-
-AsyncMrouteSwitchSm::AsyncMrouteSwitchSm(
-      Qor::Ptr<AsyncMrouteSwitch> mrouteSwitch, Qor::Ptr<IntfVlanId::Table const> intfVlanIdTable,
-      Qor::Ptr<Routing::Multicast::Fib::VrfConfig const> mfibConfig,
-      Qor::Ptr<Routing::Multicast::Fib::Hardware::Status> mfibHwStatus,
-      Qor::Ptr<VelHelper::AsyncMrouteHelper> mrouteHelper, Qor::Ptr<Qor::Clock const> zombieClock,
-      Qor::Ptr<Qor::Clock const> agingClock,
-      Qor::Ptr<Interface::EthIntfStatusDir const> ethIntfStatusDir,
-      Qor::Ptr<Bfd::StatusPeer const> bfdAllPeerStatusDir,
-      Qor::Ptr<Bfd::AppStatus> bfdAllPeerStatus,
-      Qor::Ptr<Interface::AllIntfStatusDir const> allIntfStatusDir,
-      Qor::Ptr<Interface::AllIntfStatusLocalDir const> allIntfStatusLocalDir)
-      : Entity("AsyncMrouteSwitchSm"),
-        intfVlanIdTable_(std::move(intfVlanIdTable)),
-        mfibHwStatus_(std::move(mfibHwStatus)),
-        mrouteHelper_(std::move(mrouteHelper)),
-        bfdAllPeerStatusDir_(std::move(bfdAllPeerStatusDir)),
-        allIntfStatusDir_(std::move(allIntfStatusDir)),
-        allIntfStatusLocalDir_(std::move(allIntfStatusLocalDir)) {
-   mrouteSwitchIs(std::move(mrouteSwitch));
-   mfibConfig_.is(this, std::move(mfibConfig));
-   zombieClock_.is(this, std::move(zombieClock));
-   agingClock_.is(this, std::move(agingClock));
-   ethIntfStatusDir_.is(this, std::move(ethIntfStatusDir));
-   bfdAllPeerStatus_.is(this, std::move(bfdAllPeerStatus));
-   if (this->mfibConfig()) {
+AsyncMrouteSwitchSm::AsyncMrouteSwitchSm(Inputs inputs)
+      : PerSwitchSm("AsyncMrouteSwitchSm", inputs),
+        bfdAllPeerStatusDir_(std::move(inputs.bfdAllPeerStatusDir)) {
+   bindInputs(inputs);
+   bfdAllPeerStatus_.is(this, std::move(inputs.bfdAllPeerStatus));
+   if (mfibConfig()) {
       handleMulticastCounterMode();
       handleWildcardCounter();
    }
@@ -51,23 +26,11 @@ AsyncMrouteSwitchSm::AsyncMrouteSwitchSm(
    handleInitialized();
 }
 
-// The clocks may outlive the reactor, and a clock left armed would fire without a handler. The
-// nested reactors are released before the collections are emptied, so that no listener of that
-// change causes a call of this object.
 AsyncMrouteSwitchSm::~AsyncMrouteSwitchSm() {
    doCleanup();
-   zombieClock_.arm(Qor::never);
-   agingClock_.arm(Qor::never);
-   clock_.arm(Qor::never);
-   FrrPosition<AsyncMrouteSwitchSm>::clear(this);
-   mrouteSwitch_.release();
-   mfibConfig_.release();
-   zombieClock_.release();
-   agingClock_.release();
-   ethIntfStatusDir_.release();
+   disarmClocks();
+   releaseReactors();
    bfdAllPeerStatus_.release();
-   clock_.release();
-   ethIntfStatus_.release();
    bfdStatus_.release();
    mfibConfigVrf_.release();
    bfdVelAsyncMrouteSmDel();
@@ -76,66 +39,27 @@ AsyncMrouteSwitchSm::~AsyncMrouteSwitchSm() {
    mfibConfigVrfDelAll();
 }
 
-Qor::Ptr<AsyncMrouteSwitchSm> AsyncMrouteSwitchSmIs(
-      Qor::Ptr<AsyncMrouteSwitch> mrouteSwitch, Qor::Ptr<IntfVlanId::Table const> intfVlanIdTable,
-      Qor::Ptr<Routing::Multicast::Fib::VrfConfig const> mfibConfig,
-      Qor::Ptr<Routing::Multicast::Fib::Hardware::Status> mfibHwStatus,
-      Qor::Ptr<VelHelper::AsyncMrouteHelper> mrouteHelper, Qor::Ptr<Qor::Clock const> zombieClock,
-      Qor::Ptr<Qor::Clock const> agingClock,
-      Qor::Ptr<Interface::EthIntfStatusDir const> ethIntfStatusDir,
-      Qor::Ptr<Bfd::StatusPeer const> bfdAllPeerStatusDir,
-      Qor::Ptr<Bfd::AppStatus> bfdAllPeerStatus,
-      Qor::Ptr<Interface::AllIntfStatusDir const> allIntfStatusDir,
-      Qor::Ptr<Interface::AllIntfStatusLocalDir const> allIntfStatusLocalDir) {
-   return Qor::make<AsyncMrouteSwitchSm>(
-         std::move(mrouteSwitch), std::move(intfVlanIdTable), std::move(mfibConfig),
-         std::move(mfibHwStatus), std::move(mrouteHelper), std::move(zombieClock),
-         std::move(agingClock), std::move(ethIntfStatusDir), std::move(bfdAllPeerStatusDir),
-         std::move(bfdAllPeerStatus), std::move(allIntfStatusDir),
-         std::move(allIntfStatusLocalDir));
+Qor::Ptr<AsyncMrouteSwitchSm> asyncMrouteSwitchSmFactory(AsyncMrouteSwitchSm::Inputs inputs) {
+   return Qor::make<AsyncMrouteSwitchSm>(std::move(inputs));
 }
 
 // ---- Inputs ----
 
-void AsyncMrouteSwitchSm::mrouteSwitchIs(Qor::Ptr<AsyncMrouteSwitch> v) {
-   if (!v) Qor::throwNullParameter(smType, "mrouteSwitch");
-   auto const self = hold();
-   bool const changed = mrouteSwitch_.is(this, std::move(v));
-   if (initialized()) handleClock();
-   if (changed) notify<&Notifiee::onMrouteSwitch>();
+void AsyncMrouteSwitchSm::switchFollows(bool) {
+   handleClock();
 }
 
-void AsyncMrouteSwitchSm::mfibConfigIs(Qor::Ptr<Routing::Multicast::Fib::VrfConfig const> v) {
-   auto const self = hold();
-   bool const changed = mfibConfig_.is(this, std::move(v));
+void AsyncMrouteSwitchSm::configFollows(bool changed) {
    if (changed && mfibConfig()) {
       handleMulticastCounterMode();
       handleWildcardCounter();
    }
    syncMfibConfigVrf();
    if (initialized()) handlePollingInterval();
-   if (changed) notify<&Notifiee::onMfibConfig>();
 }
 
-void AsyncMrouteSwitchSm::zombieClockIs(Qor::Ptr<Qor::Clock const> v) {
-   auto const self = hold();
-   bool const changed = zombieClock_.is(this, std::move(v));
-   if (initialized()) handleZombie();
-   if (changed) notify<&Notifiee::onZombieClock>();
-}
-
-void AsyncMrouteSwitchSm::agingClockIs(Qor::Ptr<Qor::Clock const> v) {
-   auto const self = hold();
-   bool const changed = agingClock_.is(this, std::move(v));
+void AsyncMrouteSwitchSm::agingClockFollows() {
    if (initialized() && mfibHwStatus()) doMaybeScheduleRouteAgingReview();
-   if (changed) notify<&Notifiee::onAgingClock>();
-}
-
-void AsyncMrouteSwitchSm::ethIntfStatusDirIs(Qor::Ptr<Interface::EthIntfStatusDir const> v) {
-   auto const self = hold();
-   bool const changed = ethIntfStatusDir_.is(this, std::move(v));
-   syncEthIntfStatus();
-   if (changed) notify<&Notifiee::onEthIntfStatusDir>();
 }
 
 void AsyncMrouteSwitchSm::bfdAllPeerStatusIs(Qor::Ptr<Bfd::AppStatus> v) {
@@ -146,67 +70,7 @@ void AsyncMrouteSwitchSm::bfdAllPeerStatusIs(Qor::Ptr<Bfd::AppStatus> v) {
    notify<&Notifiee::onBfdAllPeerStatus>();
 }
 
-void AsyncMrouteSwitchSm::clockIs(Qor::Ptr<Qor::Clock const> v) {
-   auto const self = hold();
-   bool const changed = clock_.is(this, std::move(v));
-   if (!mrouteSwitch()->frrProcessingOifSet().empty()) clock_.arm(Qor::now());
-   if (changed) notify<&Notifiee::onClock>();
-}
-
 // ---- Tracking of directories ----
-
-AsyncMrouteSwitchSm::QorEthIntfStatus* AsyncMrouteSwitchSm::ethIntfStatus(
-      Lnet::IntfId intfId) const {
-   return ethIntfStatus_.find(intfId);
-}
-
-Qor::U32 AsyncMrouteSwitchSm::ethIntfStatuses() const {
-   return ethIntfStatus_.size();
-}
-
-AsyncMrouteSwitchSm::QorEthIntfStatus* AsyncMrouteSwitchSm::newEthIntfStatus(
-      EthIntfStatusPtr status) {
-   auto const self = hold();
-   ethIntfStatusIs(status);
-   return ethIntfStatus(status->intfId());
-}
-
-void AsyncMrouteSwitchSm::ethIntfStatusIs(EthIntfStatusPtr status) {
-   if (!status) Qor::throwNullParameter(smType, "ethIntfStatus");
-   ethIntfStatus_.is(*this, status->intfId(), status);
-}
-
-void AsyncMrouteSwitchSm::ethIntfStatusDel(Lnet::IntfId intfId) {
-   ethIntfStatus_.del(*this, intfId);
-}
-
-AsyncMrouteSwitchSm::EthIntfStatusColl::Iterator AsyncMrouteSwitchSm::ethIntfStatusDel(
-      EthIntfStatusColl::Iterator it) {
-   return ethIntfStatus_.del(*this, it);
-}
-
-void AsyncMrouteSwitchSm::ethIntfStatusDelAll() {
-   ethIntfStatus_.delAll(*this);
-}
-
-void AsyncMrouteSwitchSm::ethIntfStatusNotify(Lnet::IntfId intfId) {
-   ethIntfStatus_.notify(*this, intfId);
-}
-
-void AsyncMrouteSwitchSm::syncEthIntfStatus() {
-   ethIntfStatus_.sync(
-         *this, [this] { return ethIntfStatusDir() ? &ethIntfStatusDir()->intfStatus() : nullptr; },
-         [this](auto const& status) { ethIntfStatusIs(status); });
-}
-
-void AsyncMrouteSwitchSm::QorEthIntfStatusDir::onIntfStatus(Lnet::IntfId intfId) {
-   auto const status = notifier()->intfStatus(intfId);
-   if (status) {
-      asyncMrouteSwitchSm()->ethIntfStatusIs(status);
-   } else {
-      asyncMrouteSwitchSm()->ethIntfStatusDel(intfId);
-   }
-}
 
 AsyncMrouteSwitchSm::QorBfdStatus* AsyncMrouteSwitchSm::bfdStatus(Bfd::Peer const& peer) const {
    return bfdStatus_.find(peer);
@@ -223,7 +87,7 @@ AsyncMrouteSwitchSm::QorBfdStatus* AsyncMrouteSwitchSm::newBfdStatus(BfdPeerStat
 }
 
 void AsyncMrouteSwitchSm::bfdStatusIs(BfdPeerStatusPtr status) {
-   if (!status) Qor::throwNullParameter(smType, "bfdStatus");
+   if (!status) Qor::throwNullParameter(typeName, "bfdStatus");
    bfdStatus_.is(*this, status->peer(), status);
 }
 
@@ -275,7 +139,7 @@ AsyncMrouteSwitchSm::QorMfibConfigVrf* AsyncMrouteSwitchSm::newMfibConfigVrf(Con
 }
 
 void AsyncMrouteSwitchSm::mfibConfigVrfIs(ConfigPtr config) {
-   if (!config) Qor::throwNullParameter(smType, "mfibConfigVrf");
+   if (!config) Qor::throwNullParameter(typeName, "mfibConfigVrf");
    mfibConfigVrf_.is(*this, config->name(), config);
 }
 
@@ -302,7 +166,7 @@ void AsyncMrouteSwitchSm::syncMfibConfigVrf() {
          [this](auto const& config) { mfibConfigVrfIs(config); });
 }
 
-void AsyncMrouteSwitchSm::QorMfibConfig::onConfig(Qor::Name const& vrfName) {
+void AsyncSmPath::QorMfibConfig::onConfig(Qor::Name const& vrfName) {
    auto const config = notifier()->config(vrfName);
    if (config) {
       asyncMrouteSwitchSm()->mfibConfigVrfIs(config);
@@ -358,19 +222,13 @@ void AsyncMrouteSwitchSm::handleRoute(MrouteLib::RouteHandle handle) {
    doMaybeScheduleRouteAgingReview();
 }
 
-// The reactor holds the switch, so the switch is not in its destructor here.
 void AsyncMrouteSwitchSm::doCleanup() {
    VEL_TRACE(2, "AsyncMrouteSwitchSm::doCleanup()");
    if (!initialized()) return;
    auto const self = hold();
-   Qor::Ptr<AsyncMrouteSwitch> const chip = mrouteSwitch();
-   chip->deletedIs(true);
-   auto const& zombies = chip->zombieOifSet();
-   while (!zombies.empty()) {
-      ZombieKey const key = zombies.begin()->first;
-      VEL_TRACE(2, "Deleting zombie with mcastId: " << key.multicastId());
-      chip->zombieOifSetDel(key);
-   }
+   purgeAllZombies([function = __func__](ZombieKey const& key, AsyncMtableOifSet const&) {
+      VEL_TRACE_IN(function, 2, "Deleting zombie with mcastId: " << key.multicastId());
+   });
    zombieClock_.arm(Qor::never);
    bfdVelAsyncMrouteSmDel();
 }
@@ -386,31 +244,16 @@ Qor::Type describeAsyncMrouteSwitchSm() {
          Qor::Required("mrouteSwitch"), "intfVlanIdTable", "mfibConfig", "mfibHwStatus",
          "mrouteHelper", "zombieClock", "agingClock", "ethIntfStatusDir", "bfdAllPeerStatusDir",
          "bfdAllPeerStatus", "allIntfStatusDir", "allIntfStatusLocalDir");
-   type.attribute<&Sm::mrouteSwitch, &Sm::mrouteSwitchIs, &Told::onMrouteSwitch>();
-   type.attribute<&Sm::intfVlanIdTable>();
-   type.attribute<&Sm::mfibConfig, &Sm::mfibConfigIs, &Told::onMfibConfig>();
-   type.operation<&Sm::mfibConfigDel>();
-   type.attribute<&Sm::mfibHwStatus>();
-   type.attribute<&Sm::mrouteHelper>();
-   type.attribute<&Sm::zombieClock, &Sm::zombieClockIs, &Told::onZombieClock>();
-   type.operation<&Sm::zombieClockDel>();
-   type.attribute<&Sm::agingClock, &Sm::agingClockIs, &Told::onAgingClock>();
-   type.operation<&Sm::agingClockDel>();
-   type.attribute<&Sm::ethIntfStatusDir, &Sm::ethIntfStatusDirIs, &Told::onEthIntfStatusDir>();
-   type.operation<&Sm::ethIntfStatusDirDel>();
+   describePerSwitchInputs<Sm>(type);
    type.attribute<&Sm::bfdAllPeerStatusDir>();
    type.attribute<&Sm::bfdAllPeerStatus, &Sm::bfdAllPeerStatusIs, &Told::onBfdAllPeerStatus>();
    type.operation<&Sm::bfdAllPeerStatusDel>();
-   type.attribute<&Sm::allIntfStatusDir>();
-   type.attribute<&Sm::allIntfStatusLocalDir>();
-   type.attribute<&Sm::clock, &Sm::clockIs, &Told::onClock>();
-   type.operation<&Sm::clockDel>();
+   describePerSwitchClock<Sm>(type);
    type.attribute<&Sm::bfdVelAsyncMrouteSm, nullptr, &Told::onBfdVelAsyncMrouteSm>();
    type.operation<&Sm::bfdVelAsyncMrouteSmIs>("appName", "dir", "status", "vrfName");
    type.operation<&Sm::bfdVelAsyncMrouteSmDel>();
    type.attribute<&Sm::initialized, &Sm::initializedIs>();
-   type.collection<Sm::EthIntfStatusColl, Sm, &Sm::ethIntfStatus, &Sm::ethIntfStatusDel,
-                   &Sm::ethIntfStatusDelAll, &Sm::ethIntfStatusNotify, &Sm::ethIntfStatusIs>();
+   describeEthIntfStatus<Sm, AsyncSmPath>(type);
    type.collection<Sm::BfdStatusColl, Sm, &Sm::bfdStatus, &Sm::bfdStatusDel, &Sm::bfdStatusDelAll,
                    &Sm::bfdStatusNotify, &Sm::bfdStatusIs>();
    type.collection<Sm::MfibConfigVrfColl, Sm, &Sm::mfibConfigVrf, &Sm::mfibConfigVrfDel,
@@ -436,3 +279,6 @@ Qor::TypeRegistration const asyncMrouteSwitchSmRegistered(describeAsyncMrouteSwi
 }  // namespace
 
 }  // namespace Vel::Mroute
+
+// All operations of the common part.
+template class Vel::PerSwitchSm<Vel::Mroute::AsyncMrouteSwitchSm, Vel::Mroute::AsyncSmPath>;

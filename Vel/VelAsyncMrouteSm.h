@@ -6,12 +6,14 @@
 //   concern                                         | source
 //   ------------------------------------------------+-----------------------------
 //   set-up, tracking of directories, clean-up       | VelAsyncMrouteSm.cpp
+//   the inputs and operations of both paths         | VelPerSwitchSm.h, VelPerSwitchSmMembers.h
 //   zombie clock                                    | VelAsyncMrouteZombieClock.cpp
 //   activity polling and aging review               | VelAsyncMrouteAging.cpp
 //   fast reroute                                    | VelAsyncMrouteFrr.cpp
 //   counter settings                                | VelAsyncMrouteCounters.cpp
 //
-// Inputs. The switch is required; every other input may be null, and then:
+// Inputs. asyncMrouteSwitchSmFactory() takes them by name, AsyncMrouteSwitchSmIs() by position. The
+// switch is required; every other input may be null, and then:
 //
 //   null input              | consequence
 //   ------------------------+--------------------------------------------------------------------
@@ -50,10 +52,9 @@
 // Errors. An error thrown by a hook or a listener ends the handler that called it. The error
 // reaches the caller of the mutator that started the handler, or of the activity loop if a clock
 // did. The change that started the handler stays made. A clock that fired and was not armed again
-// fires after Qor::Clock::retryGap: an aging review then starts again with the first route, and a
-// fast-reroute pass continues with all sets that wait, the failed set included. If a mutator
-// started the pass and the fast-reroute clock is not armed, these sets wait for the next pass.
-// Hooks and listeners must not throw in the destructor of the reactor, nor in the freeing of a
+// fires after Qor::Clock::retryGap: an aging review then starts again with the first route. If sets
+// wait after an error in a reroute, the fast-reroute clock is armed for Qor::Clock::retryGap later.
+// The pass then continues with all sets that wait, the failed set included. Hooks and listeners must not throw in the destructor of the reactor, nor in the freeing of a
 // record, which a zombie pass causes too: the process is terminated.
 //
 // Process-wide positions. The process has one position for the aging review and one for the
@@ -68,34 +69,33 @@
 // is complete or ends by an error: it outlives its reactor, and a time without routes.
 #pragma once
 
+#include <utility>
+
 #include "Bfd/StatusPeer.h"
-#include "Interface/AllIntfStatusDir.h"
-#include "Interface/AllIntfStatusLocalDir.h"
-#include "Interface/EthIntfStatusDir.h"
-#include "IntfVlanId/Table.h"
-#include "Qor/Reactors.h"
-#include "Routing/Multicast/Fib/Hardware/Status.h"
-#include "Routing/Multicast/Fib/VrfConfig.h"
 #include "Vel/VelAsyncMrouteSwitch.h"
-#include "Vel/VelMrouteFrr.h"
+#include "Vel/VelPerSwitchSm.h"
 
 namespace Vel::Mroute {
 
-class QOR_PUBLIC AsyncMrouteSwitchSm final
-      : public Qor::Entity<AsyncMrouteSwitchSm, Qor::StateMachine> {
+class AsyncMrouteSwitchSm;
+
+// The types of this path in the common part of the reactors.
+struct QOR_PUBLIC AsyncSmPath {
+   using Switch = AsyncMrouteSwitch;
+   using Helper = VelHelper::AsyncMrouteHelper;
+   class Reactor;
+   class QorMrouteSwitch;
+   class QorMfibConfig;
+};
+
+class QOR_PUBLIC AsyncMrouteSwitchSm final : public PerSwitchSm<AsyncMrouteSwitchSm, AsyncSmPath> {
  public:
-   class Notifiee : public Qor::NotifieeOf<AsyncMrouteSwitchSm> {
+   static constexpr char const* typeName = "Vel::Mroute::AsyncMrouteSwitchSm";
+
+   class Notifiee : public PerSwitchSmNotifiee<AsyncMrouteSwitchSm> {
     public:
-      virtual void onMrouteSwitch() {}
-      virtual void onMfibConfig() {}
-      virtual void onZombieClock() {}
-      virtual void onAgingClock() {}
-      virtual void onEthIntfStatusDir() {}
       virtual void onBfdAllPeerStatus() {}
-      virtual void onClock() {}
       virtual void onBfdVelAsyncMrouteSm() {}
-      virtual void onEthIntfStatus(Lnet::IntfId const&) {}
-      virtual void onEthIntfStatusImmediate() {}
       virtual void onBfdStatus(Bfd::Peer const&) {}
       virtual void onBfdStatusImmediate() {}
       virtual void onMfibConfigVrf(Qor::Name const&) {}
@@ -103,13 +103,28 @@ class QOR_PUBLIC AsyncMrouteSwitchSm final
 
     protected:
       void onImmediate() override {
-         onEthIntfStatusImmediate();
+         PerSwitchSmNotifiee::onImmediate();
          onBfdStatusImmediate();
          onMfibConfigVrfImmediate();
       }
    };
 
-   using EthIntfStatusPtr = Qor::Ptr<Interface::EthIntfStatus const>;
+   // The inputs by name, for asyncMrouteSwitchSmFactory(); those that are left out are null.
+   struct Inputs {
+      Qor::Ptr<AsyncMrouteSwitch> mrouteSwitch{};
+      Qor::Ptr<IntfVlanId::Table const> intfVlanIdTable{};
+      Qor::Ptr<Routing::Multicast::Fib::VrfConfig const> mfibConfig{};
+      Qor::Ptr<Routing::Multicast::Fib::Hardware::Status> mfibHwStatus{};
+      Qor::Ptr<VelHelper::AsyncMrouteHelper> mrouteHelper{};
+      Qor::Ptr<Qor::Clock const> zombieClock{};
+      Qor::Ptr<Qor::Clock const> agingClock{};
+      Qor::Ptr<Interface::EthIntfStatusDir const> ethIntfStatusDir{};
+      Qor::Ptr<Bfd::StatusPeer const> bfdAllPeerStatusDir{};
+      Qor::Ptr<Bfd::AppStatus> bfdAllPeerStatus{};
+      Qor::Ptr<Interface::AllIntfStatusDir const> allIntfStatusDir{};
+      Qor::Ptr<Interface::AllIntfStatusLocalDir const> allIntfStatusLocalDir{};
+   };
+
    using BfdPeerStatusPtr = Qor::Ptr<Bfd::BfdPeerStatus const>;
    using ConfigPtr = Qor::Ptr<Routing::Multicast::Fib::Config const>;
    using IpGenRouteKey = Routing::Multicast::Fib::IpGenRouteKey;
@@ -121,29 +136,20 @@ class QOR_PUBLIC AsyncMrouteSwitchSm final
    // the quota. The next pass of the review follows after the gap, in seconds.
    static constexpr Qor::U32 agingQuota = 256;
    static constexpr Qor::Seconds agingGap = 0.2;
-   static constexpr Qor::Seconds frrPassBudget = Vel::frrPassBudget;
 
    // Nested reactors, each named after the entity that it watches.
-   class QorMrouteSwitch;
-   class QorMfibConfig;
    class QorMfibConfigVrf;
-   class QorZombieClock;
-   class QorAgingClock;
-   class QorClock;
-   class QorEthIntfStatusDir;
-   class QorEthIntfStatus;
    class QorBfdAllPeerStatus;
    class QorBfdStatus;
 
-   using EthIntfStatusColl =
-         Qor::ReactorColl<Lnet::IntfId, QorEthIntfStatus, &Notifiee::onEthIntfStatus,
-                          &Notifiee::onEthIntfStatusImmediate>;
    using BfdStatusColl = Qor::ReactorColl<Bfd::Peer, QorBfdStatus, &Notifiee::onBfdStatus,
                                           &Notifiee::onBfdStatusImmediate>;
    using MfibConfigVrfColl =
          Qor::ReactorColl<Qor::Name, QorMfibConfigVrf, &Notifiee::onMfibConfigVrf,
                           &Notifiee::onMfibConfigVrfImmediate>;
 
+   explicit AsyncMrouteSwitchSm(Inputs inputs);
+   // The same with the inputs by position.
    AsyncMrouteSwitchSm(Qor::Ptr<AsyncMrouteSwitch> mrouteSwitch,
                        Qor::Ptr<IntfVlanId::Table const> intfVlanIdTable,
                        Qor::Ptr<Routing::Multicast::Fib::VrfConfig const> mfibConfig,
@@ -155,62 +161,18 @@ class QOR_PUBLIC AsyncMrouteSwitchSm final
                        Qor::Ptr<Bfd::StatusPeer const> bfdAllPeerStatusDir,
                        Qor::Ptr<Bfd::AppStatus> bfdAllPeerStatus,
                        Qor::Ptr<Interface::AllIntfStatusDir const> allIntfStatusDir,
-                       Qor::Ptr<Interface::AllIntfStatusLocalDir const> allIntfStatusLocalDir);
+                       Qor::Ptr<Interface::AllIntfStatusLocalDir const> allIntfStatusLocalDir)
+         : AsyncMrouteSwitchSm(
+                 Inputs{std::move(mrouteSwitch), std::move(intfVlanIdTable), std::move(mfibConfig),
+                        std::move(mfibHwStatus), std::move(mrouteHelper), std::move(zombieClock),
+                        std::move(agingClock), std::move(ethIntfStatusDir),
+                        std::move(bfdAllPeerStatusDir), std::move(bfdAllPeerStatus),
+                        std::move(allIntfStatusDir), std::move(allIntfStatusLocalDir)}) {}
 
-   // ---- Inputs. An input with a nested reactor may be set again: another entity moves the nested
-   //      reactor, null deletes it, and the members that the nested reactor of a directory tracks
-   //      follow. A new clock takes over the setting of the old clock, which is disarmed. A new
-   //      configuration passes its counter mode, its wildcard flag and its polling interval to the
-   //      platform at once; after null, the platform keeps the last settings. ----
+   // ---- Inputs beside those of PerSwitchSm. A new configuration passes its counter mode, its
+   //      wildcard flag and its polling interval to the platform at once; after null, the platform
+   //      keeps the last settings. ----
 
-   Qor::Ptr<AsyncMrouteSwitch> const& mrouteSwitch() const { return mrouteSwitch_.object(); }
-   void mrouteSwitchIs(Qor::Ptr<AsyncMrouteSwitch> v);  // not null
-   QorMrouteSwitch* newMrouteSwitch(Qor::Ptr<AsyncMrouteSwitch> v) {
-      auto const self = hold();
-      mrouteSwitchIs(std::move(v));
-      return mrouteSwitch_.reactor();
-   }
-   Qor::Ptr<IntfVlanId::Table const> const& intfVlanIdTable() const { return intfVlanIdTable_; }
-   Qor::Ptr<Routing::Multicast::Fib::VrfConfig const> const& mfibConfig() const {
-      return mfibConfig_.object();
-   }
-   void mfibConfigIs(Qor::Ptr<Routing::Multicast::Fib::VrfConfig const> v);
-   QorMfibConfig* newMfibConfig(Qor::Ptr<Routing::Multicast::Fib::VrfConfig const> v) {
-      auto const self = hold();
-      mfibConfigIs(std::move(v));
-      return mfibConfig_.reactor();
-   }
-   void mfibConfigDel() { mfibConfigIs(nullptr); }
-   Qor::Ptr<Routing::Multicast::Fib::Hardware::Status> const& mfibHwStatus() const {
-      return mfibHwStatus_;
-   }
-   Qor::Ptr<VelHelper::AsyncMrouteHelper> const& mrouteHelper() const { return mrouteHelper_; }
-   Qor::Ptr<Qor::Clock const> const& zombieClock() const { return zombieClock_.object(); }
-   void zombieClockIs(Qor::Ptr<Qor::Clock const> v);
-   QorZombieClock* newZombieClock(Qor::Ptr<Qor::Clock const> v) {
-      auto const self = hold();
-      zombieClockIs(std::move(v));
-      return zombieClock_.reactor();
-   }
-   void zombieClockDel() { zombieClockIs(nullptr); }
-   Qor::Ptr<Qor::Clock const> const& agingClock() const { return agingClock_.object(); }
-   void agingClockIs(Qor::Ptr<Qor::Clock const> v);
-   QorAgingClock* newAgingClock(Qor::Ptr<Qor::Clock const> v) {
-      auto const self = hold();
-      agingClockIs(std::move(v));
-      return agingClock_.reactor();
-   }
-   void agingClockDel() { agingClockIs(nullptr); }
-   Qor::Ptr<Interface::EthIntfStatusDir const> const& ethIntfStatusDir() const {
-      return ethIntfStatusDir_.object();
-   }
-   void ethIntfStatusDirIs(Qor::Ptr<Interface::EthIntfStatusDir const> v);
-   QorEthIntfStatusDir* newEthIntfStatusDir(Qor::Ptr<Interface::EthIntfStatusDir const> v) {
-      auto const self = hold();
-      ethIntfStatusDirIs(std::move(v));
-      return ethIntfStatusDir_.reactor();
-   }
-   void ethIntfStatusDirDel() { ethIntfStatusDirIs(nullptr); }
    Qor::Ptr<Bfd::StatusPeer const> const& bfdAllPeerStatusDir() const {
       return bfdAllPeerStatusDir_;
    }
@@ -222,39 +184,10 @@ class QOR_PUBLIC AsyncMrouteSwitchSm final
       return bfdAllPeerStatus_.reactor();
    }
    void bfdAllPeerStatusDel() { bfdAllPeerStatusIs(nullptr); }
-   Qor::Ptr<Interface::AllIntfStatusDir const> const& allIntfStatusDir() const {
-      return allIntfStatusDir_;
-   }
-   Qor::Ptr<Interface::AllIntfStatusLocalDir const> const& allIntfStatusLocalDir() const {
-      return allIntfStatusLocalDir_;
-   }
-   // The fast-reroute clock; null until it is needed. The first pass that leaves oif sets waiting
-   // takes it from the activity manager. Armed exactly while oif sets wait to be rewritten, unless
-   // an error ended a pass.
-   Qor::Ptr<Qor::Clock const> const& clock() const { return clock_.object(); }
-   void clockIs(Qor::Ptr<Qor::Clock const> v);
-   QorClock* newClock(Qor::Ptr<Qor::Clock const> v) {
-      auto const self = hold();
-      clockIs(std::move(v));
-      return clock_.reactor();
-   }
-   void clockDel() { clockIs(nullptr); }
 
    // ---- Collections of nested reactors: one reactor for each member of the directory that the
-   //      collection follows. An entity that is set again keeps its reactor; another entity under
-   //      the same key gets a new reactor. A null argument raises the range error of null
-   //      parameters (Qor::throwNullParameter). The new...() forms set the entity and return its
-   //      reactor. ----
+   //      collection follows, by the rules of ethIntfStatus. ----
 
-   EthIntfStatusColl::Map const& ethIntfStatus() const { return ethIntfStatus_.map(); }
-   QorEthIntfStatus* ethIntfStatus(Lnet::IntfId intfId) const;
-   Qor::U32 ethIntfStatuses() const;
-   QorEthIntfStatus* newEthIntfStatus(EthIntfStatusPtr status);
-   void ethIntfStatusIs(EthIntfStatusPtr status);
-   void ethIntfStatusDel(Lnet::IntfId intfId);
-   EthIntfStatusColl::Iterator ethIntfStatusDel(EthIntfStatusColl::Iterator it);
-   void ethIntfStatusDelAll();
-   void ethIntfStatusNotify(Lnet::IntfId intfId);
    BfdStatusColl::Map const& bfdStatus() const { return bfdStatus_.map(); }
    QorBfdStatus* bfdStatus(Bfd::Peer const& peer) const;
    Qor::U32 bfdStatuses() const;
@@ -335,41 +268,39 @@ class QOR_PUBLIC AsyncMrouteSwitchSm final
    void handleWildcardCounter();
 
  private:
+   friend AsyncSmPath;
+   friend PerSwitchSm;
+
    ~AsyncMrouteSwitchSm() override;
 
-   void syncEthIntfStatus();
+   void switchFollows(bool first);
+   void configFollows(bool changed);
+   void agingClockFollows();
    void syncBfdStatus();
    void syncMfibConfigVrf();
    void registerWithBfd();
    Qor::Seconds pollingInterval() const;
-   Bridging::VlanIdOrNone vlanOf(Lnet::IntfId intfId) const;
    Qor::Seconds lastRoutePollTime(IpGenRouteKey const& key, Bridging::VlanIdOrNone vlan,
                                   VrfId vrfId);
    Qor::U32 reviewRoute(Routing::Multicast::Fib::Hardware::RouteStatus& route, VrfId vrfId);
+   void handleOperStatus(Interface::EthIntfStatus const& status);
    void rewriteForFrr(AsyncMrouteSwitch& chip, MrouteLib::OifSetPtr const& oifSet);
 
-   Qor::Watched<AsyncMrouteSwitch, QorMrouteSwitch> mrouteSwitch_;
-   Qor::Ptr<IntfVlanId::Table const> const intfVlanIdTable_;
-   Qor::Watched<Routing::Multicast::Fib::VrfConfig const, QorMfibConfig> mfibConfig_;
-   Qor::Ptr<Routing::Multicast::Fib::Hardware::Status> const mfibHwStatus_;
-   Qor::Ptr<VelHelper::AsyncMrouteHelper> const mrouteHelper_;
-   Qor::WatchedClock<QorZombieClock> zombieClock_;
-   Qor::WatchedClock<QorAgingClock> agingClock_;
-   Qor::Watched<Interface::EthIntfStatusDir const, QorEthIntfStatusDir> ethIntfStatusDir_;
    Qor::Ptr<Bfd::StatusPeer const> const bfdAllPeerStatusDir_;
    Qor::Watched<Bfd::AppStatus, QorBfdAllPeerStatus> bfdAllPeerStatus_;
-   Qor::Ptr<Interface::AllIntfStatusDir const> const allIntfStatusDir_;
-   Qor::Ptr<Interface::AllIntfStatusLocalDir const> const allIntfStatusLocalDir_;
-   Qor::WatchedClock<QorClock> clock_;
-   EthIntfStatusColl ethIntfStatus_;
    BfdStatusColl bfdStatus_;
    MfibConfigVrfColl mfibConfigVrf_;
    Qor::Ptr<Bfd::AppRegistration> bfdVelAsyncMrouteSm_;
    bool initialized_ = false;
 };
 
-// Makes a reactor; the arguments are those of the constructor.
-QOR_PUBLIC Qor::Ptr<AsyncMrouteSwitchSm> AsyncMrouteSwitchSmIs(
+// Makes a reactor of named inputs:
+//
+//    auto const sm = asyncMrouteSwitchSmFactory({.mrouteSwitch = chip, .mrouteHelper = hooks});
+QOR_PUBLIC Qor::Ptr<AsyncMrouteSwitchSm> asyncMrouteSwitchSmFactory(
+      AsyncMrouteSwitchSm::Inputs inputs);
+// The same with the inputs by position.
+QOR_PUBLIC inline Qor::Ptr<AsyncMrouteSwitchSm> AsyncMrouteSwitchSmIs(
       Qor::Ptr<AsyncMrouteSwitch> mrouteSwitch, Qor::Ptr<IntfVlanId::Table const> intfVlanIdTable,
       Qor::Ptr<Routing::Multicast::Fib::VrfConfig const> mfibConfig,
       Qor::Ptr<Routing::Multicast::Fib::Hardware::Status> mfibHwStatus,
@@ -379,6 +310,13 @@ QOR_PUBLIC Qor::Ptr<AsyncMrouteSwitchSm> AsyncMrouteSwitchSmIs(
       Qor::Ptr<Bfd::StatusPeer const> bfdAllPeerStatusDir,
       Qor::Ptr<Bfd::AppStatus> bfdAllPeerStatus,
       Qor::Ptr<Interface::AllIntfStatusDir const> allIntfStatusDir,
-      Qor::Ptr<Interface::AllIntfStatusLocalDir const> allIntfStatusLocalDir);
+      Qor::Ptr<Interface::AllIntfStatusLocalDir const> allIntfStatusLocalDir) {
+   return asyncMrouteSwitchSmFactory(
+         {std::move(mrouteSwitch), std::move(intfVlanIdTable), std::move(mfibConfig),
+          std::move(mfibHwStatus), std::move(mrouteHelper), std::move(zombieClock),
+          std::move(agingClock), std::move(ethIntfStatusDir), std::move(bfdAllPeerStatusDir),
+          std::move(bfdAllPeerStatus), std::move(allIntfStatusDir),
+          std::move(allIntfStatusLocalDir)});
+}
 
 }  // namespace Vel::Mroute

@@ -1,20 +1,20 @@
-// The nested reactors of the asynchronous per-switch reactor: each watches one entity and calls the
-// handlers of its owner. A nested reactor points back at its owner without holding it; the owner
-// creates and deletes it.
+// Private header: the nested reactors of the asynchronous per-switch reactor. Each class binds the
+// notifications of one input to a handler of its owner. A reactor points back at its owner without
+// holding it; the owner creates and deletes the reactor.
 #pragma once
 
 #include "Vel/VelAsyncMrouteSm.h"
+#include "Vel/VelPerSwitchSmMembers.h"
 
 namespace Vel::Mroute {
 
-class AsyncMrouteSwitchSmReactor : public Qor::OwnedReactor<AsyncMrouteSwitchSm> {
+class AsyncSmPath::Reactor : public Qor::OwnedReactor<AsyncMrouteSwitchSm> {
  public:
    AsyncMrouteSwitchSm* asyncMrouteSwitchSm() const { return owner(); }
    void asyncMrouteSwitchSmIs(AsyncMrouteSwitchSm* sm) { ownerIs(sm); }
 };
 
-class AsyncMrouteSwitchSm::QorMrouteSwitch final : public AsyncMrouteSwitch::Notifiee,
-                                                   public AsyncMrouteSwitchSmReactor {
+class AsyncSmPath::QorMrouteSwitch final : public AsyncMrouteSwitch::Notifiee, public Reactor {
  public:
    void onInUseRouteHandleKey(MrouteLib::RouteHandle const& handle) override {
       asyncMrouteSwitchSm()->handleRoute(handle);
@@ -23,9 +23,8 @@ class AsyncMrouteSwitchSm::QorMrouteSwitch final : public AsyncMrouteSwitch::Not
    void onZombieOifSetImmediate() override { asyncMrouteSwitchSm()->handleZombie(); }
 };
 
-class AsyncMrouteSwitchSm::QorMfibConfig final
-      : public Routing::Multicast::Fib::VrfConfig::Notifiee,
-        public AsyncMrouteSwitchSmReactor {
+class AsyncSmPath::QorMfibConfig final : public Routing::Multicast::Fib::VrfConfig::Notifiee,
+                                         public Reactor {
  public:
    void onConfig(Qor::Name const& vrfName) override;
    void onConfigImmediate() override { asyncMrouteSwitchSm()->syncMfibConfigVrf(); }
@@ -36,7 +35,7 @@ class AsyncMrouteSwitchSm::QorMfibConfig final
 
 class AsyncMrouteSwitchSm::QorMfibConfigVrf final
       : public Routing::Multicast::Fib::Config::Notifiee,
-        public AsyncMrouteSwitchSmReactor {
+        public AsyncSmPath::Reactor {
  public:
    explicit QorMfibConfigVrf(ConfigPtr config) : config_(std::move(config)) {}
 
@@ -48,54 +47,15 @@ class AsyncMrouteSwitchSm::QorMfibConfigVrf final
    ConfigPtr const config_;
 };
 
-class AsyncMrouteSwitchSm::QorZombieClock final : public Qor::Clock::Notifiee,
-                                                  public AsyncMrouteSwitchSmReactor {
- public:
-   void onTime() override { asyncMrouteSwitchSm()->handleZombieClock(); }
-};
-
-class AsyncMrouteSwitchSm::QorAgingClock final : public Qor::Clock::Notifiee,
-                                                 public AsyncMrouteSwitchSmReactor {
- public:
-   void onTime() override { asyncMrouteSwitchSm()->doRouteAgingReview(); }
-};
-
-class AsyncMrouteSwitchSm::QorClock final : public Qor::Clock::Notifiee,
-                                            public AsyncMrouteSwitchSmReactor {
- public:
-   void onTime() override { asyncMrouteSwitchSm()->handleClock(); }
-};
-
-class AsyncMrouteSwitchSm::QorEthIntfStatusDir final : public Interface::EthIntfStatusDir::Notifiee,
-                                                       public AsyncMrouteSwitchSmReactor {
- public:
-   void onIntfStatus(Lnet::IntfId intfId) override;
-   void onIntfStatusImmediate() override { asyncMrouteSwitchSm()->syncEthIntfStatus(); }
-};
-
-class AsyncMrouteSwitchSm::QorEthIntfStatus final : public Interface::EthIntfStatus::Notifiee,
-                                                    public AsyncMrouteSwitchSmReactor {
- public:
-   explicit QorEthIntfStatus(EthIntfStatusPtr status) : status_(std::move(status)) {}
-
-   // Starts a reroute if the interface is down or lower-layer-down. After the recovery of the
-   // interface, the routing layer programs the routes again.
-   void handleOperStatus();
-   void onOperStatus() override { handleOperStatus(); }
-
- private:
-   EthIntfStatusPtr const status_;
-};
-
 class AsyncMrouteSwitchSm::QorBfdAllPeerStatus final : public Bfd::AppStatus::Notifiee,
-                                                       public AsyncMrouteSwitchSmReactor {
+                                                       public AsyncSmPath::Reactor {
  public:
    void onPeerStatus(Bfd::Peer const& peer) override;
    void onPeerStatusImmediate() override { asyncMrouteSwitchSm()->syncBfdStatus(); }
 };
 
 class AsyncMrouteSwitchSm::QorBfdStatus final : public Bfd::BfdPeerStatus::Notifiee,
-                                                public AsyncMrouteSwitchSmReactor {
+                                                public AsyncSmPath::Reactor {
  public:
    explicit QorBfdStatus(BfdPeerStatusPtr status) : status_(std::move(status)) {}
 
@@ -114,3 +74,5 @@ class AsyncMrouteSwitchSm::QorBfdStatus final : public Bfd::BfdPeerStatus::Notif
 };
 
 }  // namespace Vel::Mroute
+
+extern template class Vel::PerSwitchSm<Vel::Mroute::AsyncMrouteSwitchSm, Vel::Mroute::AsyncSmPath>;

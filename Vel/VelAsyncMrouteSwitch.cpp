@@ -3,18 +3,13 @@
 
 #include <utility>
 
-#include "Vel/VelOifSetTablesType.h"
+#include "Vel/VelDescribe.h"
+#include "Vel/VelTrace.h"
 
 namespace Vel::Mroute {
 
 using MrouteLib::MrouteFailureReason;
 using MrouteLib::OifSetPtr;
-
-namespace {
-
-constexpr char velTraceSource[] = "VelAsyncMrouteSm";
-
-}  // namespace
 
 AsyncMrouteSwitch::AsyncMrouteSwitch(
       Qor::Name name, Qor::Ptr<Routing::Hardware::RouteStatus const> routingHwRouteStatus,
@@ -42,7 +37,7 @@ AsyncMrouteSwitch::~AsyncMrouteSwitch() {
    releaseRecords();
 }
 
-Qor::ValidPtr<AsyncMrouteSwitch> asyncMrouteSwitchFactory(
+Qor::Ptr<AsyncMrouteSwitch> asyncMrouteSwitchFactory(
       Qor::Name name, Qor::Ptr<Routing::Hardware::RouteStatus const> routingHwRouteStatus,
       Qor::Ptr<VelHelper::AsyncMrouteHelper> mrouteHelper) {
    return Qor::make<AsyncMrouteSwitch>(std::move(name), std::move(routingHwRouteStatus),

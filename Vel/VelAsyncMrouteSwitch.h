@@ -9,9 +9,9 @@
 //     has turned dirty must not be used for further routes (MrouteTableColl::oifSetRetire()), so
 //     that those routes share a new object.
 //  2. After an allocation, read mrouteFailureReason first. Codes 8 and 4096 leave the previous
-//     result in its attribute. After doAllocateMtableOifSet, take mtableOifSet and set the
-//     attribute to null at once, since the attribute counts as a user of the record. Hold the
-//     record (counted) as long as the route points at it.
+//     result in its attribute. After doAllocateMtableOifSet, take the record at once
+//     (takeMtableOifSet()), since the attribute mtableOifSet counts as a user of the record. Hold
+//     the record (counted) as long as the route points at it.
 //  3. A route is allocated (doAllocateRoute) and then pointed at a record (doSetMtableOifSet). To
 //     change the set of a route, point the route at the new record and hold the old record until
 //     the new transaction has succeeded. doSetBridgeAction changes nothing in hardware: to change
@@ -67,7 +67,7 @@
 #include "Routing/Hardware/RouteStatus.h"
 #include "Vel/VelAsyncMrouteHelper.h"
 #include "Vel/VelAsyncMrouteKeys.h"
-#include "Vel/VelAsyncMtableOifSet.h"
+#include "Vel/VelAsyncMrouteRecords.h"
 #include "Vel/VelOifSetTables.h"
 
 namespace Vel::Mroute {
@@ -258,7 +258,7 @@ class QOR_PUBLIC AsyncMrouteSwitch final
    InUseRouteHandleKeyColl inUseRouteHandleKey_{RouteHandles::Backward(&routeHandles_)};
 };
 
-QOR_PUBLIC Qor::ValidPtr<AsyncMrouteSwitch> asyncMrouteSwitchFactory(
+QOR_PUBLIC Qor::Ptr<AsyncMrouteSwitch> asyncMrouteSwitchFactory(
       Qor::Name name, Qor::Ptr<Routing::Hardware::RouteStatus const> routingHwRouteStatus,
       Qor::Ptr<VelHelper::AsyncMrouteHelper> mrouteHelper);
 

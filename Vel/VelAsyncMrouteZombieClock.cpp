@@ -1,15 +1,10 @@
 // The zombie clock of the asynchronous per-switch reactor. The clock is armed for the expiry of the
 // first zombie, and bounded passes remove the zombies that are due. If a pass leaves such zombies,
 // the clock is armed for a time in the past and fires again in the next turn.
-#include "Vel/VelAsyncMrouteSm.h"
+#include "Vel/VelAsyncMrouteSmReactors.h"
+#include "Vel/VelTrace.h"
 
 namespace Vel::Mroute {
-
-namespace {
-
-constexpr char velTraceSource[] = "VelAsyncMrouteSm";
-
-}  // namespace
 
 void AsyncMrouteSwitchSm::handleZombie() {
    VEL_TRACE(2, "AsyncMrouteSwitchSm::handleZombie()");
@@ -40,26 +35,16 @@ void AsyncMrouteSwitchSm::handleZombie(ZombieKey const& key) {
 void AsyncMrouteSwitchSm::handleZombieClock() {
    VEL_TRACE(2, "AsyncMrouteSwitchSm::handleZombieClock()");
    if (!initialized()) return;
-   auto const self = hold();
-   Qor::Ptr<AsyncMrouteSwitch> const chip = mrouteSwitch();
    Qor::Seconds const deadline = Qor::now() + zombiePassBudget;
-   auto const& zombies = chip->zombieOifSet();
    Qor::U32 removed = 0;
-   while (!zombies.empty()) {
-      auto const& [key, record] = *zombies.begin();
-      if (record->zombie().expiryTime() > Qor::now()) break;
-      VEL_TRACE(2, "Removing zombie with mcastId: " << record->multicastId());
-      chip->zombieOifSetDel(key);
-      if (++removed < zombieCheckStride) continue;
-      removed = 0;
-      if (Qor::now() >= deadline) {
-         VEL_TRACE(8, "Not finishing reviewing all zombies.");
-         break;
-      }
-   }
-   // A deleted switch removes the remaining zombies at its end, so the clock has no work left.
-   if (chip->deleted()) zombieClock_.arm(Qor::never);
-   handleZombie();
+   auto const purging = [function = __func__](ZombieKey const&, AsyncMtableOifSet const& record) {
+      VEL_TRACE_IN(function, 2, "Removing zombie with mcastId: " << record.multicastId());
+   };
+   purgeDueZombies(purging, [&, function = __func__] {
+      if (++removed % zombieCheckStride != 0 || Qor::now() < deadline) return false;
+      VEL_TRACE_IN(function, 8, "Not finishing reviewing all zombies.");
+      return true;
+   });
 }
 
 void AsyncMrouteSwitchSm::doForcePurgeOneZombie() {

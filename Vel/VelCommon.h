@@ -1,11 +1,8 @@
-// Declarations for all of the library: the base of the two platform hook classes, and the trace
-// handle.
+// The base of the two platform hook classes, and the switch of its default hooks.
 #pragma once
 
-#include "Qor/Blip.h"
 #include "Qor/Entity.h"
 #include "Qor/Export.h"
-#include "Qor/Trace.h"
 
 namespace Vel {
 
@@ -33,31 +30,4 @@ class QOR_PUBLIC VelBaseHelper : public Qor::NamedEntity {
    void hookNotImplemented() const;
 };
 
-// The module of the library's types in the type registry (Qor/Type.h).
-inline constexpr char typeModule[] = "VelMroute";
-
-// The library's trace handle, "VelMroute", created on first use, and its levels, one bit for each.
-// Every trace statement reads the levels before it uses the handle.
-QOR_PUBLIC Qor::TraceHandle& velTrace();
-extern QOR_PUBLIC Qor::U16 velTraceLevels;
-
 }  // namespace Vel
-
-// The trace statements of a library source, whose constant `velTraceSource` names the source.
-// VEL_TRACE_IN is for a lambda that has captured the __func__ of the enclosing function. VEL_BLIP
-// and VEL_BLIP_AT write to the fast binary trace, at level 1.
-#define VEL_TRACE(level, pieces)                                      \
-   do {                                                               \
-      if (::Vel::velTraceLevels & (1u << (level))) [[unlikely]] {     \
-         QOR_TRACE(::Vel::velTrace(), velTraceSource, level, pieces); \
-      }                                                               \
-   } while (false)
-#define VEL_TRACE_IN(function, level, pieces)                                      \
-   do {                                                                            \
-      if (::Vel::velTraceLevels & (1u << (level))) [[unlikely]] {                  \
-         QOR_TRACE_IN(::Vel::velTrace(), velTraceSource, function, level, pieces); \
-      }                                                                            \
-   } while (false)
-#define VEL_BLIP(format, ...) QOR_BLIP(1, velTraceSource, format __VA_OPT__(, ) __VA_ARGS__)
-#define VEL_BLIP_AT(time, format, ...) \
-   QOR_BLIP_AT(time, 1, velTraceSource, format __VA_OPT__(, ) __VA_ARGS__)

@@ -3,9 +3,8 @@
 #include <utility>
 #include <vector>
 
-#include "Qor/Describe.h"
 #include "Qor/Trace.h"
-#include "Vel/VelCommon.h"
+#include "Vel/VelDescribe.h"
 
 #define RECOVERY_TRACE(level, pieces) QOR_TRACE(recoveryTrace(), velTraceSource, level, pieces)
 
@@ -41,7 +40,7 @@ RecoverySm::RecoverySm(Qor::Ptr<L3Status const> velL3Status,
 
 RecoverySm::~RecoverySm() = default;
 
-Qor::ValidPtr<RecoverySm> recoverySmFactory(
+Qor::Ptr<RecoverySm> recoverySmFactory(
       Qor::Ptr<L3Status const> velL3Status, Qor::Ptr<IntfVlanId::Table const> intfVlanIdTable,
       Qor::Ptr<Routing::Multicast::Fib::VrfEnabledStatus const> vrfEnabledStatus,
       Qor::Ptr<Routing::Multicast::Fib::Hardware::Status> mfibHwStatus) {

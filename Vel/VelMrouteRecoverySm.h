@@ -44,7 +44,7 @@ class QOR_PUBLIC RecoverySm final : public Qor::StateMachine {
    Qor::Ptr<Routing::Multicast::Fib::Hardware::Status> const mfibHwStatus_;
 };
 
-QOR_PUBLIC Qor::ValidPtr<RecoverySm> recoverySmFactory(
+QOR_PUBLIC Qor::Ptr<RecoverySm> recoverySmFactory(
       Qor::Ptr<L3Status const> velL3Status, Qor::Ptr<IntfVlanId::Table const> intfVlanIdTable,
       Qor::Ptr<Routing::Multicast::Fib::VrfEnabledStatus const> vrfEnabledStatus,
       Qor::Ptr<Routing::Multicast::Fib::Hardware::Status> mfibHwStatus);

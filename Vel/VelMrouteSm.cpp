@@ -5,15 +5,14 @@
 #include <algorithm>
 #include <cmath>
 
-#include "Qor/Describe.h"
-#include "Vel/VelCommon.h"
+#include "Vel/VelDescribe.h"
 #include "Vel/VelMrouteSmReactors.h"
+#include "Vel/VelTrace.h"
 
 namespace Vel {
 
 namespace {
 
-constexpr char velTraceSource[] = "VelSyncMrouteSm";
 constexpr char smType[] = "Vel::MrouteSm";
 
 }  // namespace
@@ -33,12 +32,21 @@ MrouteSm::MrouteSm(Qor::Ptr<VelCommonSmData const> acsd, Qor::Ptr<L3Status> l3St
    mfibHwStatus_.is(this, std::move(mfibHwStatus));
    mcastEnabledStatus_.is(this, std::move(mcastEnabledStatus));
    counterPollingClock_.is(this, Qor::activityManager()->config()->clock());
-   mrouteHelper_->mrouteSmIs(this);
-   handleMulticastCounterMode();
-   handleWildcardCounter();
-   syncMfibConfigVrf();
-   if (this->acsd()) verifyDataIs(this->acsd()->verifyData());
-   handleInitialized();
+   try {
+      mrouteHelper_->mrouteSmIs(this);
+      handleMulticastCounterMode();
+      handleWildcardCounter();
+      syncMfibConfigVrf();
+      if (this->acsd()) verifyDataIs(this->acsd()->verifyData());
+      handleInitialized();
+   } catch (...) {
+      leaveHelper();
+      throw;
+   }
+}
+
+void MrouteSm::leaveHelper() {
+   if (mrouteHelper_->mrouteSm() == this) mrouteHelper_->mrouteSmIs(nullptr);
 }
 
 // The nested reactors are released first, so that a listener of the removed counters cannot make
@@ -56,7 +64,7 @@ MrouteSm::~MrouteSm() {
    mfibConfigVrfDelAll();
    mfibCounterStatusIs(nullptr);
    mfibCounterStatusCtlIs(nullptr);
-   if (mrouteHelper_ && mrouteHelper_->mrouteSm() == this) mrouteHelper_->mrouteSmIs(nullptr);
+   leaveHelper();
 }
 
 Qor::Ptr<MrouteSm> MrouteSmIs(
@@ -160,7 +168,7 @@ void MrouteSm::mfibConfigVrfDel(Qor::Name vrfName) {
 MrouteSm::MfibConfigVrfColl::Iterator MrouteSm::mfibConfigVrfDel(MfibConfigVrfColl::Iterator it) {
    Qor::Name const vrfName = it->first;
    mfibConfigVrfDel(vrfName);
-   return Qor::behindErased(mfibConfigVrf(), it, vrfName);
+   return mfibConfigVrf().resume(it, vrfName);
 }
 
 void MrouteSm::mfibConfigVrfDelAll() {

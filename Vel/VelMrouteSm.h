@@ -6,7 +6,7 @@
 //   concern                                          | source
 //   -------------------------------------------------+----------------------
 //   set-up, turning routing on and off, verification | VelMrouteSm.cpp
-//   counters: making, polling, clearing, publishing  | VelMrouteCounters.cpp
+//   counters: making, polling, clearing, publishing  | VelSyncMrouteCounters.cpp
 //
 // Threads. The thread of the activity loop makes all calls.
 //
@@ -16,8 +16,8 @@
 //
 // Errors. A hook that throws ends the operation, and the error reaches the caller of the mutator
 // that notified the reactor. A counter whose creation throws is not recorded, and a counter whose
-// deletion throws stays recorded. If a hook throws in the constructor, no reactor is made; then the
-// caller sets mrouteSm to null in the hook object. A listener that throws ends the notification,
+// deletion throws stays recorded. If a hook throws in the constructor, no reactor is made, and
+// mrouteSm of the hook object is null again. A listener that throws ends the notification,
 // and the error reaches the caller of the mutator. In the destructor the records lose their
 // counters: their listeners must not throw there, since the process is terminated.
 //
@@ -303,6 +303,7 @@ class QOR_PUBLIC MrouteSm final : public Qor::Entity<MrouteSm, Qor::StateMachine
    ~MrouteSm() override;
 
    // ---- Set-up, routing ----
+   void leaveHelper();
    bool hwRoutes() const;
    bool routing() const { return l3Status() && l3Status()->multicastRoutingEnabled(); }
    void decideRouting();

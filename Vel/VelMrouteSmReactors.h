@@ -1,6 +1,7 @@
-// The nested reactors of the synchronous path's agent-wide reactor. Each class binds the
-// notifications of one input to a handler of its owner. A reactor points back at its owner without
-// holding it; the owner creates and deletes the reactor, possibly during a call of that reactor.
+// Private header: the nested reactors of the synchronous path's agent-wide reactor. Each class
+// binds the notifications of one input to a handler of its owner. A reactor points back at its
+// owner without holding it; the owner creates and deletes the reactor, possibly during a call of
+// that reactor.
 #pragma once
 
 #include "Vel/VelMrouteSm.h"

@@ -1,6 +1,6 @@
-// The walk over the routes of the hardware status, for the aging reviews of both paths. A walk runs
-// in slices. Its position is a key, and stays valid while routes and VRFs come and go between two
-// slices.
+// Private header: the walk over the routes of the hardware status, for the aging reviews of both
+// paths. A walk runs in slices. Its position is a key, and stays valid while routes and VRFs come
+// and go between two slices.
 #pragma once
 
 #include <iterator>
@@ -14,8 +14,6 @@ namespace Vel {
 struct RoutePosition {
    L3::VrfName vrfName;
    Routing::Multicast::Fib::IpGenRouteKey routeKey;
-
-   bool isBeginning() const { return vrfName == L3::VrfName(); }
 };
 
 enum class WalkFrom { position, behindPosition };

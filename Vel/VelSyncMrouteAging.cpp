@@ -6,6 +6,7 @@
 
 #include "Vel/VelRouteWalk.h"
 #include "Vel/VelSyncMrouteSm.h"
+#include "Vel/VelTrace.h"
 
 namespace Vel {
 
@@ -14,8 +15,6 @@ using Routing::Multicast::Fib::IpGenRouteKey;
 using Routing::Multicast::Fib::Hardware::RouteStatus;
 
 namespace {
-
-constexpr char velTraceSource[] = "VelSyncMrouteSm";
 
 // The last route reviewed, and the reactor that reviewed it. The next slice goes on behind that
 // route, also if that was the last route of all. One position for the process; see the header.
@@ -190,10 +189,6 @@ void MrouteSwitchSm::reviewRoute(RouteStatus& route, Qor::U16 vrfId) {
       }
       entry = fastdrops.upperBound(intfName);
    }
-}
-
-VlanIdOrNone MrouteSwitchSm::vlanOf(Lnet::IntfId intfId) const {
-   return intfVlanIdTable() ? intfVlanIdTable()->intfIdToVlanId(intfId) : VlanIdOrNone();
 }
 
 }  // namespace Vel

@@ -2,38 +2,32 @@
 // with that input from the switch's frrMtableOifSet to frrProcessingOifSet. Passes on a clock then
 // rewrite the sets in place, under the same index, so that every route with the index follows at
 // once.
-#include "Qor/Blip.h"
-#include "Vel/VelMrouteFrr.h"
 #include "Vel/VelSyncMrouteSmReactors.h"
+#include "Vel/VelTrace.h"
 
 namespace Vel {
 
 using MrouteLib::OifSetPtr;
 using MrouteLib::PortVlanSet;
 
-namespace {
-
-constexpr char velTraceSource[] = "VelSyncMrouteSm";
-
-}  // namespace
-
-void MrouteSwitchSm::QorEthIntfStatus::handleOperStatus() {
-   if (!mrouteSwitchSm()->initialized()) {
+void MrouteSwitchSm::handleOperStatus(Interface::EthIntfStatus const& changed) {
+   if (!initialized()) {
       VEL_TRACE(2, "SM uninitialized, ignore event");
       return;
    }
-   Lnet::IntfId const intf = status_->intfId();
-   Interface::IntfOperStatus const status = status_->operStatus();
+   Lnet::IntfId const intf = changed.intfId();
+   Interface::IntfOperStatus const status = changed.operStatus();
    VEL_TRACE(2, "handleOperStatus");
    VEL_TRACE(8, "Intf: " << intf << ", operStatus: " << status);
    VEL_BLIP("MrouteSwitchSm::handleOperStatus, intf: %s, status: %s", intf, status);
-   if (startsReroute(status)) mrouteSwitchSm()->updateFrrMtableOif(intf);
+   if (startsReroute(status)) updateFrrMtableOif(intf);
 }
 
 void MrouteSwitchSm::updateFrrMtableOif(Lnet::IntfId intfId) {
    auto const self = hold();
    Qor::Ptr<MrouteSwitch> const chip = mrouteSwitch();
    if (!chip) return;
+   RerouteRetry const retry(*this);
    auto const& armed = chip->frrMtableOifSet();
    VEL_TRACE(8,
              __PRETTY_FUNCTION__ << " FrrSwitch from " << intfId << ", frrOifs " << armed.size());
@@ -58,7 +52,8 @@ void MrouteSwitchSm::updateFrrMtableOif(Lnet::IntfId intfId) {
       if (live) record->dirtyIs(true);
       chip->frrMtableOifSetDel(oifSet);
       if (live) chip->frrProcessingOifSetIs(oifSet, record);
-      entry = armed.resume(entry);  // after all calls: a listener may have removed further entries
+      // Last in the loop, since a listener may have removed further entries.
+      entry = armed.resume(entry, oifSet);
    }
    handleClock();
 }
@@ -67,23 +62,9 @@ void MrouteSwitchSm::handleClock() {
    auto const self = hold();
    Qor::Ptr<MrouteSwitch> const chip = mrouteSwitch();
    if (!chip) return;
-   auto& position = FrrPosition<MrouteSwitchSm>::ofProcess();
-   OifSetPtr const from = position.oifSet;
-   Qor::Seconds const deadline = Qor::now() + frrPassBudget;
-   VEL_TRACE(8, __PRETTY_FUNCTION__ << "review FrrProcessingOifSet: " << from);
-   auto const& waiting = chip->frrProcessingOifSet();
-   OifSetPtr const next = frrPass(waiting, from, deadline, [&](OifSetPtr const& oifSet) {
-      rewriteForFrr(*chip, oifSet);
-      chip->frrProcessingOifSetDel(oifSet);
-   });
-   if (next) {
-      position = {next, this};
-   } else {
-      FrrPosition<MrouteSwitchSm>::clear(this);
-   }
-   // A listener may have set a different switch, which can have waiting sets of its own.
-   if (setsWait() && !clock()) clockIs(Qor::activityManager()->config()->clock());
-   clock_.arm(setsWait() ? Qor::now() : Qor::never);
+   VEL_TRACE(8, __PRETTY_FUNCTION__ << "review FrrProcessingOifSet: "
+                                    << FrrPosition<MrouteSwitchSm>::ofProcess().oifSet);
+   reroutePass(*chip);
 }
 
 // Rewrites a waiting oif set, unless its record has been freed or has become a zombie.

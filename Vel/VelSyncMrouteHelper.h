@@ -71,9 +71,8 @@ class QOR_PUBLIC MrouteSmHelper : public Qor::Entity<MrouteSmHelper, Vel::VelBas
 
    explicit MrouteSmHelper(Qor::Name name);
 
-   // The agent-wide reactor that uses this object; not held. Null before that reactor is made and
-   // after it is destroyed. A reactor whose constructor fails leaves its pointer here; the caller
-   // then sets null.
+   // The agent-wide reactor that uses this object; not held. Null before that reactor is made,
+   // after it is destroyed, and after its constructor has failed.
    Vel::MrouteSm* mrouteSm() const { return mrouteSm_; }
    void mrouteSmIs(Vel::MrouteSm* v) { attrIs<&Notifiee::onMrouteSm>(mrouteSm_, v); }
 

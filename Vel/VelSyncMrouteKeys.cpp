@@ -1,7 +1,6 @@
 #include "Vel/VelSyncMrouteKeys.h"
 
-#include "Qor/Describe.h"
-#include "Vel/VelCommon.h"
+#include "Vel/VelDescribe.h"
 
 namespace Vel {
 

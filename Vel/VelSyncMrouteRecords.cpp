@@ -1,16 +1,10 @@
 #include "Vel/VelSyncMrouteRecords.h"
 
-#include "Vel/VelCommon.h"
-#include "Vel/VelOifSetTablesType.h"
+#include "Vel/VelDescribe.h"
 #include "Vel/VelSyncMrouteSwitch.h"
+#include "Vel/VelTrace.h"
 
 namespace Vel {
-
-namespace {
-
-constexpr char velTraceSource[] = "VelSyncMrouteSm";
-
-}  // namespace
 
 MtableOifSet::MtableOifSet(MrouteLib::OifSetPtr oifSet, bool toCpu, MrouteSwitch* mrouteSwitch)
       : OifSetRecord(std::move(oifSet), toCpu, mrouteSwitch) {

@@ -2,6 +2,7 @@
 #include <utility>
 
 #include "Vel/VelSyncMrouteSwitch.h"
+#include "Vel/VelTrace.h"
 
 namespace Vel {
 
@@ -10,14 +11,12 @@ using Wisp::Multicast::Fib::RpaIndex;
 
 namespace {
 
-constexpr char velTraceSource[] = "VelSyncMrouteSm";
-
 // Prints a record, or "null", in traces.
 struct Shown {
    MrouteLib::MtableOifSetPtr const& record;
    friend std::ostream& operator<<(std::ostream& os, Shown const& shown) {
-      auto const record = Qor::ptrCast<MtableOifSet>(shown.record);
-      return record ? os << *record : os << "null";
+      auto const synchronous = Qor::ptrCast<MtableOifSet>(shown.record);
+      return synchronous ? os << *synchronous : os << "null";
    }
 };
 
@@ -30,7 +29,8 @@ Qor::U32 indexOf(Qor::Ptr<MtableOifSet> const& record) {
 MrouteSwitch::RoutePtr MrouteSwitch::routeIs(RouteHandle handle, IpGenRouteKey key,
                                              VlanIdOrNone acceptingVlanId) {
    RoutePtr const r = route_.instantiate(*this, handle, [&] {
-      handleToRouteKey_.assign(handle, RouteKeyVlanId(key, acceptingVlanId));
+      RouteKeyVlanId routeKey(key, acceptingVlanId);
+      handleToRouteKey_.assign(handle, routeKey);
       return routeFactory(handle, key, acceptingVlanId);
    });
    if (r->key() != key) Qor::throwReinstantiation("key", r->key().strep());
@@ -44,13 +44,13 @@ MrouteSwitch::RoutePtr MrouteSwitch::routeIs(RouteHandle handle, IpGenRouteKey k
 // record.
 void MrouteSwitch::routeDel(RouteHandle handle) {
    auto const self = hold();
-   handleToRouteKey_.erase(handle);
+   handleToRouteKey_.take(handle);
    route_.del(*this, handle);
 }
 
 void MrouteSwitch::routeDelAll() {
    auto const self = hold();
-   handleToRouteKey_.clear();
+   handleToRouteKey_.takeAll();
    route_.delAll(*this);
 }
 

@@ -6,7 +6,9 @@
 //
 //   concern                                           | source
 //   --------------------------------------------------+-----------------------------
-//   set-up, room for routes, zombie clock, clean-up   | VelSyncMrouteSm.cpp
+//   set-up, room for routes, clean-up                 | VelSyncMrouteSm.cpp
+//   the inputs and operations of both paths           | VelPerSwitchSm.h, VelPerSwitchSmMembers.h
+//   zombie clock                                      | VelSyncMrouteZombieClock.cpp
 //   activity polling and aging review                 | VelSyncMrouteAging.cpp
 //   fast reroute                                      | VelSyncMrouteFrr.cpp
 //
@@ -19,11 +21,13 @@
 // Errors. The error of a hook or of a listener ends the handler that called it. The error reaches
 // the caller of the mutator that notified the reactor, or the activity loop's caller if a clock
 // fired; that clock fires again after Qor::Clock::retryGap. A set whose rewrite throws stays in
-// frrProcessingOifSet. The reactor's end frees zombies inside its destructor, where no hook
+// frrProcessingOifSet. If sets wait after an error in a reroute, the fast-reroute clock is armed
+// for Qor::Clock::retryGap later. The reactor's end frees zombies inside its destructor, where no hook
 // and no listener may throw: the process is terminated.
 //
-// Inputs. The switch is required (RangeException of null parameters), though mrouteSwitchDel() may
-// take it away for a while. Every other input may be null:
+// Inputs. mrouteSwitchSmFactory() takes them by name, MrouteSwitchSmIs() by position. The switch is
+// required (RangeException of null parameters), though mrouteSwitchDel() may take it away for a
+// while. Every other input may be null:
 //
 //   null input              | consequence
 //   ------------------------+--------------------------------------------------------------------
@@ -58,57 +62,62 @@
 // it.
 #pragma once
 
-#include "Interface/AllIntfStatusDir.h"
-#include "Interface/AllIntfStatusLocalDir.h"
-#include "Interface/EthIntfStatusDir.h"
-#include "IntfVlanId/Table.h"
-#include "Qor/Reactors.h"
-#include "Routing/Multicast/Fib/VrfConfig.h"
+#include <utility>
+
+#include "Vel/VelPerSwitchSm.h"
 #include "Vel/VelSyncMrouteSwitch.h"
 
 namespace Vel {
 
-class QOR_PUBLIC MrouteSwitchSm final : public Qor::Entity<MrouteSwitchSm, Qor::StateMachine> {
+class MrouteSwitchSm;
+
+// The types of this path in the common part of the reactors.
+struct QOR_PUBLIC SyncSmPath {
+   using Switch = MrouteSwitch;
+   using Helper = VelHelper::MrouteSmHelper;
+   class Reactor;
+   class QorMrouteSwitch;
+   class QorMfibConfig;
+};
+
+class QOR_PUBLIC MrouteSwitchSm final : public PerSwitchSm<MrouteSwitchSm, SyncSmPath> {
  public:
-   class Notifiee : public Qor::NotifieeOf<MrouteSwitchSm> {
+   static constexpr char const* typeName = "Vel::MrouteSwitchSm";
+
+   class Notifiee : public PerSwitchSmNotifiee<MrouteSwitchSm> {
     public:
       virtual void onAcsd() {}
       virtual void onL3Status() {}
-      virtual void onMrouteSwitch() {}
-      virtual void onMfibConfig() {}
-      virtual void onZombieClock() {}
-      virtual void onAgingClock() {}
-      virtual void onEthIntfStatusDir() {}
-      virtual void onClock() {}
       virtual void onVerifyData() {}
       virtual void onAgingReviewInterval() {}
       virtual void onAgingReviewQuota() {}
       virtual void onDisableVerify() {}
-      virtual void onEthIntfStatus(Lnet::IntfId const&) {}
-      virtual void onEthIntfStatusImmediate() {}
-
-    protected:
-      void onImmediate() override { onEthIntfStatusImmediate(); }
    };
 
-   using EthIntfStatusPtr = Qor::Ptr<Interface::EthIntfStatus const>;
+   // The inputs by name, for mrouteSwitchSmFactory(); those that are left out are 0 or null.
+   struct Inputs {
+      Qor::U32 switchId = 0;
+      Qor::Ptr<VelCommonSmData> acsd{};
+      Qor::Ptr<L3Status> l3Status{};
+      Qor::Ptr<MrouteSwitch> mrouteSwitch{};
+      Qor::Ptr<IntfVlanId::Table const> intfVlanIdTable{};
+      Qor::Ptr<Routing::Multicast::Fib::VrfConfig const> mfibConfig{};
+      Qor::Ptr<Routing::Multicast::Fib::Hardware::Status> mfibHwStatus{};
+      Qor::Ptr<VelHelper::MrouteSmHelper> mrouteHelper{};
+      Qor::Ptr<Qor::Clock const> zombieClock{};
+      Qor::Ptr<Qor::Clock const> agingClock{};
+      Qor::Ptr<Interface::EthIntfStatusDir const> ethIntfStatusDir{};
+      Qor::Ptr<Interface::AllIntfStatusDir const> allIntfStatusDir{};
+      Qor::Ptr<Interface::AllIntfStatusLocalDir const> allIntfStatusLocalDir{};
+   };
 
-   // The reactors, named after the input that each watches.
+   // Nested reactors, each named after the input that it watches.
    class QorAcsd;
    class QorL3Status;
-   class QorMrouteSwitch;
-   class QorMfibConfig;
-   class QorZombieClock;
-   class QorAgingClock;
-   class QorEthIntfStatusDir;
-   class QorEthIntfStatus;
-   class QorClock;
    class QorVerifyData;
 
-   using EthIntfStatusColl =
-         Qor::ReactorColl<Lnet::IntfId, QorEthIntfStatus, &Notifiee::onEthIntfStatus,
-                          &Notifiee::onEthIntfStatusImmediate>;
-
+   explicit MrouteSwitchSm(Inputs inputs);
+   // The same with the inputs by position.
    MrouteSwitchSm(Qor::U32 switchId, Qor::Ptr<VelCommonSmData> acsd, Qor::Ptr<L3Status> l3Status,
                   Qor::Ptr<MrouteSwitch> mrouteSwitch,
                   Qor::Ptr<IntfVlanId::Table const> intfVlanIdTable,
@@ -118,74 +127,49 @@ class QOR_PUBLIC MrouteSwitchSm final : public Qor::Entity<MrouteSwitchSm, Qor::
                   Qor::Ptr<Qor::Clock const> zombieClock, Qor::Ptr<Qor::Clock const> agingClock,
                   Qor::Ptr<Interface::EthIntfStatusDir const> ethIntfStatusDir,
                   Qor::Ptr<Interface::AllIntfStatusDir const> allIntfStatusDir,
-                  Qor::Ptr<Interface::AllIntfStatusLocalDir const> allIntfStatusLocalDir);
+                  Qor::Ptr<Interface::AllIntfStatusLocalDir const> allIntfStatusLocalDir)
+         : MrouteSwitchSm(Inputs{switchId, std::move(acsd), std::move(l3Status),
+                                 std::move(mrouteSwitch), std::move(intfVlanIdTable),
+                                 std::move(mfibConfig), std::move(mfibHwStatus),
+                                 std::move(mrouteHelper), std::move(zombieClock),
+                                 std::move(agingClock), std::move(ethIntfStatusDir),
+                                 std::move(allIntfStatusDir), std::move(allIntfStatusLocalDir)}) {}
 
    // The number that the reactor passes to mrouteFull(). For hit bits and rewrites the reactor
    // passes the switch's own number.
    Qor::U32 switchId() const { return switchId_; }
 
-   // ---- Inputs. An input with a reactor may be set again, which moves the reactor to the new
-   //      entity, or set to null, which deletes the reactor. A clock that replaces another clock
-   //      takes over its timeMin, and the replaced clock is disarmed. ----
+   // ---- Inputs beside those of PerSwitchSm, by the same rules. ----
 
    Qor::Ptr<VelCommonSmData> const& acsd() const { return acsd_.object(); }
    void acsdIs(Qor::Ptr<VelCommonSmData> v);
-   QorAcsd* newAcsd(Qor::Ptr<VelCommonSmData> v);
+   QorAcsd* newAcsd(Qor::Ptr<VelCommonSmData> v) {
+      auto const self = hold();
+      acsdIs(std::move(v));
+      return acsd_.reactor();
+   }
    void acsdDel() { acsdIs(nullptr); }
    Qor::Ptr<L3Status> const& l3Status() const { return l3Status_.object(); }
    void l3StatusIs(Qor::Ptr<L3Status> v);
-   QorL3Status* newL3Status(Qor::Ptr<L3Status> v);
+   QorL3Status* newL3Status(Qor::Ptr<L3Status> v) {
+      auto const self = hold();
+      l3StatusIs(std::move(v));
+      return l3Status_.reactor();
+   }
    void l3StatusDel() { l3StatusIs(nullptr); }
-   Qor::Ptr<MrouteSwitch> const& mrouteSwitch() const { return mrouteSwitch_.object(); }
-   void mrouteSwitchIs(Qor::Ptr<MrouteSwitch> v);  // not null
-   QorMrouteSwitch* newMrouteSwitch(Qor::Ptr<MrouteSwitch> v);
    // Parts from the switch and leaves the switch as it is: not marked deleted, with its zombies,
    // routes and waiting sets, which no reactor takes care of then. The reactor disarms all clocks.
    // Its handlers leave all tables alone until mrouteSwitchIs() sets a switch again. A reactor that
    // is destroyed without a switch cleans nothing up.
    void mrouteSwitchDel();
-   Qor::Ptr<IntfVlanId::Table const> const& intfVlanIdTable() const { return intfVlanIdTable_; }
-   Qor::Ptr<Routing::Multicast::Fib::VrfConfig const> const& mfibConfig() const {
-      return mfibConfig_.object();
-   }
-   void mfibConfigIs(Qor::Ptr<Routing::Multicast::Fib::VrfConfig const> v);
-   QorMfibConfig* newMfibConfig(Qor::Ptr<Routing::Multicast::Fib::VrfConfig const> v);
-   void mfibConfigDel() { mfibConfigIs(nullptr); }
-   Qor::Ptr<Routing::Multicast::Fib::Hardware::Status> const& mfibHwStatus() const {
-      return mfibHwStatus_;
-   }
-   Qor::Ptr<VelHelper::MrouteSmHelper> const& mrouteHelper() const { return mrouteHelper_; }
-   Qor::Ptr<Qor::Clock const> const& zombieClock() const { return zombieClock_.object(); }
-   void zombieClockIs(Qor::Ptr<Qor::Clock const> v);
-   QorZombieClock* newZombieClock(Qor::Ptr<Qor::Clock const> v);
-   void zombieClockDel() { zombieClockIs(nullptr); }
-   Qor::Ptr<Qor::Clock const> const& agingClock() const { return agingClock_.object(); }
-   void agingClockIs(Qor::Ptr<Qor::Clock const> v);
-   QorAgingClock* newAgingClock(Qor::Ptr<Qor::Clock const> v);
-   void agingClockDel() { agingClockIs(nullptr); }
-   Qor::Ptr<Interface::EthIntfStatusDir const> const& ethIntfStatusDir() const {
-      return ethIntfStatusDir_.object();
-   }
-   void ethIntfStatusDirIs(Qor::Ptr<Interface::EthIntfStatusDir const> v);
-   QorEthIntfStatusDir* newEthIntfStatusDir(Qor::Ptr<Interface::EthIntfStatusDir const> v);
-   void ethIntfStatusDirDel() { ethIntfStatusDirIs(nullptr); }
-   Qor::Ptr<Interface::AllIntfStatusDir const> const& allIntfStatusDir() const {
-      return allIntfStatusDir_;
-   }
-   Qor::Ptr<Interface::AllIntfStatusLocalDir const> const& allIntfStatusLocalDir() const {
-      return allIntfStatusLocalDir_;
-   }
-   // The fast-reroute clock. The reactor takes the clock from the activity manager when a pass
-   // first has to yield; before, the attribute is null. The clock is armed while a pass has left
-   // oif sets to rewrite.
-   Qor::Ptr<Qor::Clock const> const& clock() const { return clock_.object(); }
-   void clockIs(Qor::Ptr<Qor::Clock const> v);
-   QorClock* newClock(Qor::Ptr<Qor::Clock const> v);
-   void clockDel() { clockIs(nullptr); }
    // The verifyData of `acsd`; the attribute follows a change of it.
    Qor::Ptr<VerifyData const> const& verifyData() const { return verifyData_.object(); }
    void verifyDataIs(Qor::Ptr<VerifyData const> v);
-   QorVerifyData* newVerifyData(Qor::Ptr<VerifyData const> v);
+   QorVerifyData* newVerifyData(Qor::Ptr<VerifyData const> v) {
+      auto const self = hold();
+      verifyDataIs(std::move(v));
+      return verifyData_.reactor();
+   }
    void verifyDataDel() { verifyDataIs(nullptr); }
 
    // ---- Settings. ----
@@ -202,21 +186,6 @@ class QOR_PUBLIC MrouteSwitchSm final : public Qor::Entity<MrouteSwitchSm, Qor::
    // While true, the reactor does not verify.
    bool disableVerify() const { return disableVerify_; }
    void disableVerifyIs(bool v) { attrIs<&Notifiee::onDisableVerify>(disableVerify_, v); }
-
-   // ---- One reactor for each Ethernet interface. A null argument raises the RangeException of
-   // null
-   //      parameters (Qor::throwNullParameter). The new...() form does the same as the ...Is() form
-   //      and returns the reactor. ----
-
-   EthIntfStatusColl::Map const& ethIntfStatus() const { return ethIntfStatus_.map(); }
-   QorEthIntfStatus* ethIntfStatus(Lnet::IntfId intfId) const;
-   Qor::U32 ethIntfStatuses() const;
-   QorEthIntfStatus* newEthIntfStatus(EthIntfStatusPtr status);
-   void ethIntfStatusIs(EthIntfStatusPtr status);
-   void ethIntfStatusDel(Lnet::IntfId intfId);
-   EthIntfStatusColl::Iterator ethIntfStatusDel(EthIntfStatusColl::Iterator it);
-   void ethIntfStatusDelAll();
-   void ethIntfStatusNotify(Lnet::IntfId intfId);
 
    // True once handleInitialized() has run. Before, the handlers of zombies, of the zombie and the
    // aging clock, of interface failures and of verifications do nothing.
@@ -258,47 +227,39 @@ class QOR_PUBLIC MrouteSwitchSm final : public Qor::Entity<MrouteSwitchSm, Qor::
    void handleVerify();
 
  private:
+   friend PerSwitchSm;
+
    ~MrouteSwitchSm() override;
 
-   void syncEthIntfStatus();
-   void disarmClocks();
+   void switchFollows(bool first);
+   void configFollows(bool changed);
+   void agingClockFollows();
    bool hasRoutes() const {
       return initialized() && mrouteSwitch() && !mrouteSwitch()->route().empty();
    }
-   bool setsWait() const {
-      return mrouteSwitch() && !mrouteSwitch()->frrProcessingOifSet().empty();
-   }
-   Bridging::VlanIdOrNone vlanOf(Lnet::IntfId intfId) const;
    void reviewRoute(Routing::Multicast::Fib::Hardware::RouteStatus& route, Qor::U16 vrfId);
    bool isHit(Routing::Multicast::Fib::IpGenRouteKey const& key, Bridging::VlanIdOrNone vlan,
               Qor::U16 vrfId) const;
    void reviewStopped() const;
+   void handleOperStatus(Interface::EthIntfStatus const& status);
    void rewriteForFrr(MrouteSwitch& chip, MrouteLib::OifSetPtr const& oifSet);
 
    Qor::U32 const switchId_;
    Qor::Watched<VelCommonSmData, QorAcsd> acsd_;
    Qor::Watched<L3Status, QorL3Status> l3Status_;
-   Qor::Watched<MrouteSwitch, QorMrouteSwitch> mrouteSwitch_;
-   Qor::Ptr<IntfVlanId::Table const> const intfVlanIdTable_;
-   Qor::Watched<Routing::Multicast::Fib::VrfConfig const, QorMfibConfig> mfibConfig_;
-   Qor::Ptr<Routing::Multicast::Fib::Hardware::Status> const mfibHwStatus_;
-   Qor::Ptr<VelHelper::MrouteSmHelper> const mrouteHelper_;
-   Qor::WatchedClock<QorZombieClock> zombieClock_;
+   Qor::Watched<VerifyData const, QorVerifyData> verifyData_;
    Qor::Seconds agingReviewInterval_ = 0.01;
    Qor::Seconds agingReviewQuota_ = 0.05;
-   Qor::WatchedClock<QorAgingClock> agingClock_;
-   Qor::Watched<Interface::EthIntfStatusDir const, QorEthIntfStatusDir> ethIntfStatusDir_;
-   Qor::Ptr<Interface::AllIntfStatusDir const> const allIntfStatusDir_;
-   Qor::Ptr<Interface::AllIntfStatusLocalDir const> const allIntfStatusLocalDir_;
-   EthIntfStatusColl ethIntfStatus_;
-   Qor::WatchedClock<QorClock> clock_;
-   Qor::Watched<VerifyData const, QorVerifyData> verifyData_;
    bool disableVerify_ = false;
    bool initialized_ = false;
 };
 
-// Makes a reactor; the arguments are those of the constructor.
-QOR_PUBLIC Qor::Ptr<MrouteSwitchSm> MrouteSwitchSmIs(
+// Makes a reactor of named inputs:
+//
+//    auto const sm = mrouteSwitchSmFactory({.mrouteSwitch = chip, .mrouteHelper = hooks});
+QOR_PUBLIC Qor::Ptr<MrouteSwitchSm> mrouteSwitchSmFactory(MrouteSwitchSm::Inputs inputs);
+// The same with the inputs by position.
+QOR_PUBLIC inline Qor::Ptr<MrouteSwitchSm> MrouteSwitchSmIs(
       Qor::U32 switchId, Qor::Ptr<VelCommonSmData> acsd, Qor::Ptr<L3Status> l3Status,
       Qor::Ptr<MrouteSwitch> mrouteSwitch, Qor::Ptr<IntfVlanId::Table const> intfVlanIdTable,
       Qor::Ptr<Routing::Multicast::Fib::VrfConfig const> mfibConfig,
@@ -307,6 +268,13 @@ QOR_PUBLIC Qor::Ptr<MrouteSwitchSm> MrouteSwitchSmIs(
       Qor::Ptr<Qor::Clock const> agingClock,
       Qor::Ptr<Interface::EthIntfStatusDir const> ethIntfStatusDir,
       Qor::Ptr<Interface::AllIntfStatusDir const> allIntfStatusDir,
-      Qor::Ptr<Interface::AllIntfStatusLocalDir const> allIntfStatusLocalDir);
+      Qor::Ptr<Interface::AllIntfStatusLocalDir const> allIntfStatusLocalDir) {
+   return mrouteSwitchSmFactory({switchId, std::move(acsd), std::move(l3Status),
+                                 std::move(mrouteSwitch), std::move(intfVlanIdTable),
+                                 std::move(mfibConfig), std::move(mfibHwStatus),
+                                 std::move(mrouteHelper), std::move(zombieClock),
+                                 std::move(agingClock), std::move(ethIntfStatusDir),
+                                 std::move(allIntfStatusDir), std::move(allIntfStatusLocalDir)});
+}
 
 }  // namespace Vel

@@ -29,9 +29,9 @@
 //     allocate a new record for an object whose record has turned dirty: intern a new object. The
 //     freeing of the old record removes the object's entries from all collections, and would remove
 //     the entries of the newer record too.
-//  2. After doAllocateMtableOifSet, take mtableOifSet and set the attribute to null at once, since
-//     the attribute counts as a user of the record. A null result means that the chip has no room.
-//     Hold the record until a route points at it.
+//  2. After doAllocateMtableOifSet, take the record at once (takeMtableOifSet()), since the
+//     attribute mtableOifSet counts as a user of the record. A null result means that the chip has
+//     no room. Hold the record until a route points at it.
 //  3. Allocate a route (doAllocateRoute) with the record of its set, so that the entry starts with
 //     the index of that record. Then point the route at the record (doSetMtableOifSet). The route
 //     holds the record from that call on, and holds no record before. To change the set of a route,
@@ -227,7 +227,7 @@ class QOR_PUBLIC MrouteSwitch final
    RoutePtr routeIs(RouteHandle handle, IpGenRouteKey key, Bridging::VlanIdOrNone acceptingVlanId);
    void routeDel(RouteHandle handle);
    RouteColl::Iterator routeDel(RouteColl::Iterator it) {
-      handleToRouteKey_.erase(it->first);
+      handleToRouteKey_.take(it->first);
       return route_.del(*this, it);
    }
    void routeDelAll();
@@ -292,7 +292,7 @@ class QOR_PUBLIC MrouteSwitch final
    RouteKeyToHandleColl routeKeyToHandle_{RouteKeys::Forward(&routeKeys_)};
 };
 
-QOR_PUBLIC Qor::ValidPtr<MrouteSwitch> mrouteSwitchFactory(
+QOR_PUBLIC Qor::Ptr<MrouteSwitch> mrouteSwitchFactory(
       Qor::Name name, Qor::U32 switchId, Qor::Ptr<VelCommonSmData> acsd,
       Qor::Ptr<L3Status> l3Status, Qor::Ptr<VelHelper::MrouteSmHelper> mrouteHelper,
       Qor::Ptr<Ip::Status const> ipStatus,

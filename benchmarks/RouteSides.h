@@ -117,8 +117,7 @@ class AsyncSide {
    };
    MrouteLib::MtableOifSetPtr use(MrouteLib::OifSetPtr const& set) {
       sw->doAllocateMtableOifSet(info_, set, nullptr, AsyncHooks::invalidMulticastId, false);
-      auto record = sw->mtableOifSet();
-      sw->mtableOifSetIs(nullptr);
+      auto record = sw->takeMtableOifSet();
       return record;
    }
    void pass() { time.manager->advance(changeTime); }
@@ -169,8 +168,7 @@ class SyncSide {
  private:
    MrouteLib::MtableOifSetPtr use(MrouteLib::OifSetPtr const& set) {
       sw->doAllocateMtableOifSet(set);
-      auto record = sw->mtableOifSet();
-      sw->mtableOifSetIs(nullptr);
+      auto record = sw->takeMtableOifSet();
       return record;
    }
    void pass() { time.manager->advance(changeTime); }

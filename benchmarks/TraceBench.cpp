@@ -3,9 +3,8 @@
 
 #include "Comparison.h"
 #include "Lnet/IntfId.h"
-#include "Qor/Blip.h"
 #include "Qor/Clock.h"
-#include "Vel/VelCommon.h"
+#include "Vel/VelTrace.h"
 
 namespace Bench {
 

@@ -56,10 +56,19 @@ AsyncRouteTable::AsyncRouteTable(Inputs inputs)
       : inputs_(checked(std::move(inputs))),
         gate_(Qor::make<AsyncHookGate>(inputs_.hooks)),
         switch_(Vel::Mroute::asyncMrouteSwitchFactory(inputs_.name, inputs_.vrfs, gate_)),
-        reactor_(Vel::Mroute::AsyncMrouteSwitchSmIs(
-              switch_, inputs_.vlans, inputs_.config, inputs_.published, gate_,
-              Qor::make<Qor::Clock>("zombieClock"), Qor::make<Qor::Clock>("agingClock"),
-              inputs_.links, inputs_.bfdPeers, inputs_.bfd, inputs_.intfs, inputs_.localIntfs)),
+        reactor_(Vel::Mroute::asyncMrouteSwitchSmFactory(
+              {.mrouteSwitch = switch_,
+               .intfVlanIdTable = inputs_.vlans,
+               .mfibConfig = inputs_.config,
+               .mfibHwStatus = inputs_.published,
+               .mrouteHelper = gate_,
+               .zombieClock = Qor::make<Qor::Clock>("zombieClock"),
+               .agingClock = Qor::make<Qor::Clock>("agingClock"),
+               .ethIntfStatusDir = inputs_.links,
+               .bfdAllPeerStatusDir = inputs_.bfdPeers,
+               .bfdAllPeerStatus = inputs_.bfd,
+               .allIntfStatusDir = inputs_.intfs,
+               .allIntfStatusLocalDir = inputs_.localIntfs})),
         watch_(std::make_unique<Watch>(switch_.get(), inputs_.vrfs.get())) {}
 
 // The reactor is let go of before the switch.
@@ -92,7 +101,7 @@ RouteTable::Record AsyncRouteTable::newRecord(Spec const& spec, OifSetPtr const&
    XactPtr const write = switch_->doAllocateMtableOifSet(info, oifSet, nullptr, 0, spec.backup);
    if (switch_->mrouteFailureReason() != MrouteFailureReason::none) return {};
    Record result;
-   result.record = takeRecord(*switch_);
+   result.record = switch_->takeMtableOifSet();
    result.write = write;
    bool const isNew = result.record->references() == 1;
    if (observer_ && isNew && write && write->pending()) {

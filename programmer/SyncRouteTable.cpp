@@ -77,10 +77,19 @@ SyncRouteTable::SyncRouteTable(Inputs inputs)
    SyncRouting::Inputs const& shared = inputs_.routing->inputs();
    switch_ = Vel::mrouteSwitchFactory(inputs_.name, inputs_.switchId, shared.common,
                                       shared.l3Status, gate_, shared.ipStatus, shared.published);
-   reactor_ = Vel::MrouteSwitchSmIs(
-         inputs_.switchId, shared.common, shared.l3Status, switch_, inputs_.vlans, shared.config,
-         shared.published, gate_, Qor::make<Qor::Clock>("zombieClock"),
-         Qor::make<Qor::Clock>("agingClock"), inputs_.links, inputs_.intfs, inputs_.localIntfs);
+   reactor_ = Vel::mrouteSwitchSmFactory({.switchId = inputs_.switchId,
+                                          .acsd = shared.common,
+                                          .l3Status = shared.l3Status,
+                                          .mrouteSwitch = switch_,
+                                          .intfVlanIdTable = inputs_.vlans,
+                                          .mfibConfig = shared.config,
+                                          .mfibHwStatus = shared.published,
+                                          .mrouteHelper = gate_,
+                                          .zombieClock = Qor::make<Qor::Clock>("zombieClock"),
+                                          .agingClock = Qor::make<Qor::Clock>("agingClock"),
+                                          .ethIntfStatusDir = inputs_.links,
+                                          .allIntfStatusDir = inputs_.intfs,
+                                          .allIntfStatusLocalDir = inputs_.localIntfs});
    watch_ = std::make_unique<Watch>(switch_.get(), shared.l3Status.get());
 }
 
@@ -131,7 +140,7 @@ RouteTable::Record SyncRouteTable::newRecord(Spec const&, OifSetPtr const& oifSe
    Record result;
    while (result.failedWrites < attempts()) {
       switch_->doAllocateMtableOifSet(oifSet);
-      result.record = takeRecord(*switch_);
+      result.record = switch_->takeMtableOifSet();
       // While there are groups that may be adopted, the table never reports itself full.
       if (result.record || foundLeft || !switch_->mtableFree()) break;
       ++result.failedWrites;

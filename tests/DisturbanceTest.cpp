@@ -430,7 +430,7 @@ class Play {
          U32 const key = it->first;
          (m.*members).erase(key);
          deliver(id, {{name, key}}, [&] { it = erase(it); });
-         if constexpr (requires { get().upperBound(key); }) {
+         if (std::remove_cvref_t<decltype(get())>::ordered) {
             auto const behind = (m.*members).upper_bound(key);
             ASSERT_EQ(it == get().end(), behind == (m.*members).end());
             ASSERT_TRUE(it == get().end() || it->first == behind->first);

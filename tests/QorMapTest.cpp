@@ -11,6 +11,7 @@
 #include "Qor/NumberMap.h"
 #include "Qor/OrderedMap.h"
 #include "Qor/Ptr.h"
+#include "Qor/QueueMap.h"
 
 namespace {
 
@@ -41,13 +42,15 @@ U32 numberOf(K const& key) {
 // Owns memory and has no default value, so that the sanitizer reports a leaked or a dead value.
 struct Owning {
    explicit Owning(U32 n) : number(std::make_unique<U32>(n)) {}
+   bool operator==(Owning const& other) const { return *number == *other.number; }
    std::unique_ptr<U32> number;
 };
 
 template <class Map>
 class QorMap : public testing::Test {};
 using Maps = testing::Types<Qor::HashMap<U64, Owning>, Qor::HashMap<CollidingKey, Owning>,
-                            Qor::OrderedMap<U64, Owning>, Qor::NumberMap<Number, Owning>>;
+                            Qor::OrderedMap<U64, Owning>, Qor::NumberMap<Number, Owning>,
+                            Qor::QueueMap<CollidingKey, Owning>>;
 TYPED_TEST_SUITE(QorMap, Maps);
 
 TYPED_TEST(QorMap, AgreesWithAPlainMapThroughRandomOperations) {
@@ -63,7 +66,17 @@ TYPED_TEST(QorMap, AgreesWithAPlainMapThroughRandomOperations) {
       bool const grows = step / (collides ? 600 : 10'000) % 2 == 0;
       auto const known = expected.find(number);
       U32 const what = pick(100);
-      if (what < (grows ? 60u : 20u)) {
+      if (what < (grows ? 20u : 10u)) {
+         bool const present = known != expected.end();
+         U32 const former = present ? known->second.first : 0;
+         U32 const next = pick(4) == 0 ? former : static_cast<U32>(step) + 1;
+         Owning value(next);
+         ASSERT_EQ(map.assign(Key{number}, value), !present || next != former);
+         ASSERT_TRUE(!present || *value.number == former);
+         auto* const entry = map.find(Key{number});
+         ASSERT_TRUE(!present || entry == known->second.second);
+         expected[number] = {next, entry};
+      } else if (what < (grows ? 60u : 20u)) {
          auto const [entry, made] = map.insert(Key{number}, Owning(static_cast<U32>(step)));
          ASSERT_EQ(made, known == expected.end());
          if (made) expected[number] = {step, entry};

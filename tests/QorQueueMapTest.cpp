@@ -6,6 +6,7 @@
 #include <map>
 #include <memory>
 #include <random>
+#include <utility>
 
 #include "Qor/PairTable.h"
 #include "Qor/QueueMap.h"
@@ -90,14 +91,28 @@ TEST(QorPairTable, BothMapsAgreeWithPlainMaps) {
    Table::Backward backward(&table);
    std::map<U32, U32> there, back;
    auto const assign = [&](U32 key, U32 handle) {
-      bool const differs = there.find(key) == there.end() || there[key] != handle;
-      ASSERT_EQ(forward.assign({key}, {handle}), differs);
-      there[key] = handle;
+      Handle value{handle};
+      auto const [known, added] = there.emplace(key, handle);
+      ASSERT_EQ(forward.assign({key}, value), added || known->second != handle);
+      ASSERT_EQ(value.number, std::exchange(known->second, handle));
    };
    auto const assignBack = [&](U32 handle, U32 key) {
-      bool const differs = back.find(handle) == back.end() || back[handle] != key;
-      ASSERT_EQ(backward.assign({handle}, {key}), differs);
-      back[handle] = key;
+      Moment value{key};
+      auto const [known, added] = back.emplace(handle, key);
+      ASSERT_EQ(backward.assign({handle}, value), added || known->second != key);
+      ASSERT_EQ(value.time, std::exchange(known->second, key));
+   };
+   auto const take = [&](Moment key) {
+      auto const taken = forward.take(key);
+      auto const known = there.extract(key.time);
+      ASSERT_EQ(taken.has_value(), !known.empty());
+      ASSERT_TRUE(!taken || taken->number == known.mapped());
+   };
+   auto const takeBack = [&](Handle handle) {
+      auto const taken = backward.take(handle);
+      auto const known = back.extract(handle.number);
+      ASSERT_EQ(taken.has_value(), !known.empty());
+      ASSERT_TRUE(!taken || taken->time == known.mapped());
    };
    for (U32 step = 0; step < 20'000; ++step) {
       U32 const key = pick(60), handle = pick(60) * 50;
@@ -120,18 +135,18 @@ TEST(QorPairTable, BothMapsAgreeWithPlainMaps) {
          case 5:
             if (auto const found = backward.find({handle}); found && pick(2)) {
                Moment const named = found->second;
-               ASSERT_EQ(forward.erase(named), there.erase(named.time) != 0);
+               take(named);
             }
-            ASSERT_EQ(backward.erase({handle}), back.erase(handle) != 0);
+            takeBack({handle});
             break;
          default:
-            ASSERT_EQ(forward.erase({key}), there.erase(key) != 0);
+            take({key});
       }
       if (step % 5'000 == 4'999) {
-         forward.clear();
+         forward.takeAll();
          there.clear();
       } else if (step % 3'000 == 2'999) {
-         backward.clear();
+         backward.takeAll();
          back.clear();
       }
       auto const found = forward.find({key});

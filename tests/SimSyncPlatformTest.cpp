@@ -31,8 +31,7 @@ class SimSyncPlatform : public OnSimulatedChip {
 
    RecordPtr record(OifSetPtr const& s) {
       sw_->doAllocateMtableOifSet(s);
-      auto const result = Qor::ptrCast<Vel::MtableOifSet>(sw_->mtableOifSet());
-      sw_->mtableOifSetIs(nullptr);
+      auto const result = Qor::ptrCast<Vel::MtableOifSet>(sw_->takeMtableOifSet());
       return result;
    }
    RouteHandle allocate(Qor::U32 n, RecordPtr const& to, unsigned vlan = 0, bool fastDrop = false,

@@ -35,8 +35,7 @@ class TimelineTest : public testSupport::OnVirtualTime {
 
    MrouteLib::MtableOifSetPtr allocate(MrouteLib::OifSetPtr const& set) {
       timeline_.xact("allocate", switch_->doAllocateMtableOifSet({}, set, nullptr, 0, false));
-      auto record = switch_->mtableOifSet();
-      switch_->mtableOifSetIs(nullptr);
+      auto record = switch_->takeMtableOifSet();
       return record;
    }
    MrouteLib::RouteHandle program(unsigned group, MrouteLib::MtableOifSetPtr const& record) {

@@ -246,6 +246,40 @@ TEST_F(AsyncSmFrr, AHookMayReplaceTheSwitchDuringAPass) {
    }
 }
 
+// The hook of the first rewrite throws, or a listener does before the first pass.
+TEST_F(AsyncSmFrr, AnErrorOfARerouteLeavesNoSetBehind) {
+   struct Thrower final : AsyncMtableOifSet::Notifiee {
+      void onDirty() override { throw std::runtime_error("dirty"); }
+   };
+   for (bool const inHook : {true, false}) {
+      covered(0, 3);
+      start();
+      Thrower thrower;
+      if (inHook) {
+         onHook_ = [this](std::string_view hook) {
+            if (hook != "doUpdateMulticastGroupInPlace" || rewrites_++ != 0) return;
+            throw std::runtime_error("rewrite");
+         };
+      } else {
+         thrower.notifierIs(Qor::ptrCast<AsyncMtableOifSet>(routes_[2].record).get());
+      }
+      EXPECT_THROW(down(1), std::runtime_error);
+      thrower.notifierIs(nullptr);
+      EXPECT_GT(waiting(), 0u);
+      EXPECT_EQ(sm_->clock()->timeMin(), time_->now() + Qor::Clock::retryGap);
+      time_->runUntil(time_->now() + Qor::Clock::retryGap);
+      EXPECT_EQ(waiting(), 0u);
+      EXPECT_FALSE(armed());
+      EXPECT_EQ(receiversOfAll(), inHook ? "et3,et3,et3" : "et3,et3,et2");
+      down(1, IntfOperStatus::up);
+      for (Route& route : routes_)
+         withdraw(route);
+      routes_.clear();
+      sm_ = nullptr;
+      freshSwitch();
+   }
+}
+
 TEST_F(AsyncSmFrr, AReactorTakesItsPositionAlongAndTheNextGoesOnAtConstruction) {
    covered(0, 4);
    start(0.06);

@@ -139,8 +139,7 @@ class AsyncSm : public OnVirtualTime {
    }
    MrouteLib::MtableOifSetPtr record(OifSetPtr const& s, Qor::U32 presetId = 0) {
       switch_->doAllocateMtableOifSet({}, s, nullptr, presetId, false);
-      MrouteLib::MtableOifSetPtr const made = switch_->mtableOifSet();
-      switch_->mtableOifSetIs(nullptr);
+      MrouteLib::MtableOifSetPtr const made = switch_->takeMtableOifSet();
       return made;
    }
    Route program(unsigned n, OifSetPtr const& s, Qor::U32 presetId = 0) {

@@ -155,9 +155,7 @@ class VelAsync : public OnVirtualTime {
    // As the routing layer does it: the result is taken and cleared.
    RecordPtr allocate(OifSetPtr const& set, Qor::U32 preset = 0) {
       if (!doAllocate(set, preset)) return nullptr;
-      RecordPtr const record = result();
-      sw_->mtableOifSetIs(nullptr);
-      return record;
+      return Qor::ptrCast<AsyncMtableOifSet>(sw_->takeMtableOifSet());
    }
    // A record that some route has been pointed at, so that it becomes a zombie when it is dropped.
    RecordPtr allocateUsed(OifSetPtr const& set, Qor::U32 preset = 0) {

@@ -511,6 +511,17 @@ TEST_F(TopSm, AVrfWhoseNumberIsTooLongForTheHooksIsAProgrammingError) {
    EXPECT_DEATH(vrf->counterRouteIs(key(1)), "Assertion `vrfId\\.value\\(\\) <= 0xFFFF' failed");
 }
 
+TEST_F(TopSm, AHookThatThrowsInTheConstructorLeavesNoReactor) {
+   for (char const* const hook : {"mrouteInit 1", "handleMulticastRouting 1"}) {
+      hooks_->onHook = [hook](std::string const& call) {
+         if (call == hook) throw std::runtime_error(call);
+      };
+      EXPECT_THROW(start(), std::runtime_error);
+      EXPECT_EQ(hooks_->mrouteSm(), nullptr);
+      EXPECT_FALSE(config_->hasNotifiees() || hw_->hasNotifiees() || enabled_->hasNotifiees());
+   }
+}
+
 TEST_F(TopSm, EveryCombinationOfMissingInputsLivesCleanly) {
    EXPECT_THROW(Vel::MrouteSmIs(acsd_, l3_, config_, hw_, nullptr, nullptr, enabled_),
                 Qor::RangeException);

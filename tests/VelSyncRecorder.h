@@ -109,8 +109,7 @@ class VelSync : public OnVirtualTime {
    // As the routing layer does it: the result is taken and cleared.
    RecordPtr allocate(OifSetPtr const& set) {
       sw_->doAllocateMtableOifSet(set);
-      auto const record = Qor::ptrCast<MtableOifSet>(sw_->mtableOifSet());
-      sw_->mtableOifSetIs(nullptr);
+      auto const record = Qor::ptrCast<MtableOifSet>(sw_->takeMtableOifSet());
       return record;
    }
    RouteHandle allocateRoute(IpGenRouteKey const& k, RecordPtr const& record = nullptr,

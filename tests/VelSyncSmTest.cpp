@@ -94,8 +94,7 @@ class SyncSm : public OnVirtualTime {
    }
    RouteHandle program(unsigned n, OifSetPtr const& s) {
       switch_->doAllocateMtableOifSet(s);
-      auto const record = switch_->mtableOifSet();
-      switch_->mtableOifSetIs(nullptr);
+      auto const record = switch_->takeMtableOifSet();
       switch_->doAllocateRoute(key(n), vlan(1), false, record, false, false, {},
                                VrfName("default"));
       RouteHandle const handle = switch_->routeHandle();
@@ -737,6 +736,18 @@ TEST_F(SyncSm, AWaitingSetIsRewrittenUnderItsOwnIndexWhileTheSwitchKnowsIt) {
    switch_->inUseOifSetDel(forgotten);
    time_->runUntil(time_->now() + 0.2);
    EXPECT_EQ(receivers(5) + receivers(6) + receivers(7), "et3et2et2");
+}
+
+TEST_F(SyncSm, AnErrorOfARewriteLeavesNoSetBehind) {
+   for (unsigned n = 1; n <= 3; ++n)
+      program(n, set(2, 1, 3));
+   onHook_ = {"doAllocateMtableOifSet", [] { throw std::runtime_error("rewrite"); }};
+   EXPECT_THROW(down(1), std::runtime_error);
+   EXPECT_EQ(switch_->frrProcessingOifSet().size(), 3u);
+   EXPECT_EQ(sm_->clock()->timeMin(), time_->now() + Qor::Clock::retryGap);
+   time_->runUntil(time_->now() + Qor::Clock::retryGap);
+   EXPECT_EQ(sm_->clock()->timeMin(), Qor::never);
+   EXPECT_EQ(receivers(1) + receivers(2) + receivers(3), "et3et3et3");
 }
 
 TEST_F(SyncSm, WaitingSetsAreRewrittenByTheNextReactorFromTheBeginning) {

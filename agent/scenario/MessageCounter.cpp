@@ -3,12 +3,10 @@
 #include <algorithm>
 #include <iostream>
 
-#include "Vel/VelCommon.h"
-
 namespace Agent {
 
 MessageCounter::MessageCounter(std::vector<Scenario::Line> const& lines)
-      : handle_(Vel::velTrace()),
+      : handle_(Qor::traceHandle("VelMroute")),
         levelsBefore_(handle_.levels()),
         traceBefore_(Qor::traceSinkIs(this)),
         logBefore_(Qor::logSinkIs(this)) {

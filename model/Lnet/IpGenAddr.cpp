@@ -91,11 +91,11 @@ void appendHex(Qor::String& out, unsigned group) {
 }
 
 Qor::String v6Text(IpGenAddr::Bytes const& bytes) {
-   auto const group = [&](int i) { return bytes[2 * i] * 256u + bytes[2 * i + 1]; };
-   int gap = 8;
-   int gapLength = 1;  // a single group of zeros is printed as 0
-   for (int i = 0; i < 8; ++i) {
-      int end = i;
+   auto const group = [&](std::size_t i) { return bytes[2 * i] * 256u + bytes[2 * i + 1]; };
+   std::size_t gap = 8;
+   std::size_t gapLength = 1;  // a single group of zeros is printed as 0
+   for (std::size_t i = 0; i < 8; ++i) {
+      std::size_t end = i;
       while (end < 8 && group(end) == 0) {
          ++end;
       }
@@ -106,7 +106,7 @@ Qor::String v6Text(IpGenAddr::Bytes const& bytes) {
    }
    Qor::String out;
    bool const mapped = gap == 0 && gapLength == 5 && group(5) == 0xffff;
-   for (int i = 0; i < (mapped ? 6 : 8); ++i) {
+   for (std::size_t i = 0; i < (mapped ? 6u : 8u); ++i) {
       if (i == gap) {
          out += "::";
          i += gapLength - 1;

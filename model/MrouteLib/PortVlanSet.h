@@ -71,7 +71,6 @@ class QOR_PUBLIC PortVlanSet final {
    // Over all members; the same for equal sets however they were filled, within one process.
    Qor::U32 hash() const { return savedHash_ ? savedHash_.hash : computeHash(); }
    void saveHash() const;
-   bool hashSaved() const { return bool(savedHash_); }
 
    // The members that are there, in order: "{rtr3:1007 rtr4:1008 cpu frr rtr5:1009 iif rtr1 nat
    // 7}". A member whose flag is false is marked: "!rtr3:1007". The stream output is the same.

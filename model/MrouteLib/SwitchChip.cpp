@@ -40,6 +40,7 @@ Qor::Type describeSwitchChipBase() {
    type.attribute<&Chip::switchId>();
    type.attribute<&Chip::routeHandle, &Chip::routeHandleIs, &Told::onRouteHandle>();
    type.attribute<&Chip::mtableOifSet, &Chip::mtableOifSetIs, &Told::onMtableOifSet>();
+   type.operation<&Chip::takeMtableOifSet>();
    return type;
 }
 Qor::TypeRegistration const switchChipBaseRegistered(describeSwitchChipBase);

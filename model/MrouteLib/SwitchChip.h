@@ -49,11 +49,17 @@ class QOR_PUBLIC SwitchChipBase : public Qor::Entity<SwitchChipBase, Qor::NamedE
    void routeHandleIs(RouteHandle v) { attrIs<&Notifiee::onRouteHandle>(routeHandle_, v); }
 
    // Result: the record chosen by the last oif set allocation. The attribute holds the record. The
-   // caller must take the record and set the attribute to null at once: otherwise the record keeps
-   // this reference when its last route leaves it.
+   // caller must take the record at once (takeMtableOifSet()): otherwise the record keeps this
+   // reference when its last route leaves it.
    MtableOifSetPtr mtableOifSet() const { return mtableOifSet_; }
    void mtableOifSetIs(MtableOifSetPtr v) {
       attrIs<&Notifiee::onMtableOifSet>(mtableOifSet_, std::move(v));
+   }
+   // Returns the record and sets the attribute to null.
+   MtableOifSetPtr takeMtableOifSet() {
+      MtableOifSetPtr taken = mtableOifSet_;
+      mtableOifSetIs(nullptr);
+      return taken;
    }
 
  protected:

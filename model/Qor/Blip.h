@@ -63,9 +63,7 @@ class QOR_PUBLIC BlipRing {
    static constexpr std::size_t room = 512;       // bytes of an event's arguments
    static constexpr std::size_t maxArguments = 8;
 
-   bool enabled(unsigned level) const { return level <= level_; }
-   unsigned level() const { return level_; }
-   void levelIs(unsigned level) { level_ = level; }
+   static constexpr bool enabled(unsigned level) { return level <= 1; }
 
    template <class... Args>
    void write(BlipMessage const& message, Seconds time, Args const&... args) {
@@ -193,7 +191,6 @@ class QOR_PUBLIC BlipRing {
    std::vector<U32> starts_;
    U32 next_ = 0;
    U64 written_ = 0;
-   unsigned level_ = 1;
 };
 
 // The process's ring.

@@ -80,7 +80,8 @@ Seconds ActivityManager::now() const {
 }
 
 Seconds ActivityManager::nextDeadline() const {
-   return queue_.empty() ? never : queue_.begin()->first.first;
+   if (queue_.empty()) return never;
+   return queue_.begin()->first.first;
 }
 
 void ActivityManager::schedule(Clock const& clock, Seconds time) {

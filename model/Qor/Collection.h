@@ -28,27 +28,16 @@
 #pragma once
 
 #include <optional>
-#include <type_traits>
 #include <utility>
 
 #include "Qor/HashMap.h"
+#include "Qor/Map.h"
 #include "Qor/NumberMap.h"
 #include "Qor/OrderedMap.h"
 
 namespace Qor {
 
-// Returns the entry at which a walk continues when the entry at `it`, under `key`, was erased.
-template <class Map>
-typename Map::ConstIterator behindErased(Map const& map, typename Map::ConstIterator it,
-                                         typename Map::Key const& key) {
-   if constexpr (requires { map.upperBound(key); }) {
-      return map.upperBound(key);
-   } else {
-      return map.resume(it);
-   }
-}
-
-template <class M, auto Each, auto Immediate>
+template <Map M, auto Each, auto Immediate>
 class Collection {
  public:
    using Map = M;
@@ -75,27 +64,14 @@ class Collection {
    // Inserts or replaces the value and notifies of the key; an equal value does nothing.
    template <class E>
    void is(E& entity, Key key, Value value) {
-      if constexpr (requires { map_.assign(key, value); }) {
-         if (!map_.assign(key, value)) return;
-      } else {
-         auto const [entry, made] = map_.insert(key, value);
-         if (!made) {
-            if (entry->second == value) return;
-            std::swap(entry->second, value);
-         }
-      }
-      entity.template notify<Each>(key);
+      if (map_.assign(key, value)) entity.template notify<Each>(key);
    }
 
    // Removes the member under the key, if there is one, and notifies of the key.
    template <class E>
    void del(E& entity, Key key) {
-      if constexpr (requires { map_.erase(key); }) {
-         if (map_.erase(key)) entity.template notify<Each>(key);
-      } else {
-         std::optional<Value> const removed = map_.take(key);
-         if (removed) entity.template notify<Each>(key);
-      }
+      std::optional<Value> const removed = map_.take(key);
+      if (removed) entity.template notify<Each>(key);
    }
 
    // Removes the member at `it` and returns the entry at which the walk continues. Handlers may
@@ -104,20 +80,15 @@ class Collection {
    Iterator del(E& entity, Iterator it) {
       Key const key = it->first;
       del(entity, key);
-      return behindErased(map_, it, key);
+      return map_.resume(it, key);
    }
 
    // Removes everything and raises the immediate form, once, unless it was empty.
    template <class E>
    void delAll(E& entity) {
       if (map_.empty()) return;
-      if constexpr (std::is_default_constructible_v<Map>) {
-         Map const removed(std::exchange(map_, Map()));
-         entity.template notify<Immediate>();
-      } else {
-         map_.clear();  // of plain values
-         entity.template notify<Immediate>();
-      }
+      [[maybe_unused]] auto const removed = map_.takeAll();
+      entity.template notify<Immediate>();
    }
 
    // Raises the notification of one key; nothing changes.
@@ -127,12 +98,12 @@ class Collection {
    }
 
    // For destructors: releases all members without a notification.
-   void clear() { Map const removed(std::exchange(map_, Map())); }
+   void clear() { map_.takeAll(); }
 
    // For `new<Name>(key, ...)`: the member under `key`, made by `create()` if there was none.
    template <class E, class Create>
    Value instantiate(E& entity, Key key, Create const& create) {
-      if (auto const* entry = map_.find(key)) return entry->second;
+      if (auto const entry = map_.find(key)) return entry->second;
       Value const value = create();
       is(entity, key, value);
       return value;

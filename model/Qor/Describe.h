@@ -24,6 +24,7 @@
 #include <tuple>
 #include <utility>
 
+#include "Qor/Map.h"
 #include "Qor/Type.h"
 
 namespace Qor {
@@ -74,9 +75,17 @@ auto naming(String const& where, Convert const& convert) {
    }
 }
 
-template <class Map>
-concept OrderedByKey = requires(Map const& map, typename Map::Key const& key) {
-   map.upperBound(key);
+// The owner of a collection whose members only name records. Its record() returns the record of a
+// member.
+template <class Owner, class Key, class Value>
+concept RecordOwner = requires(Owner const& owner, Key const& key, Value const& value) {
+   owner.record(key, value);
+};
+
+// A pointer to a reactor, which knows its notifier.
+template <class Value>
+concept ReactorPointer = requires(Value const& reactor) {
+   reactor->notifier();
 };
 
 QOR_PUBLIC void checkArgumentCount(String const& fullName, std::size_t takes, std::size_t given);
@@ -211,12 +220,12 @@ class Describe {
       mutators<Get, Del, Mutators...>();
    }
    // A keyed map without notifications.
-   template <class Map, class Owner, Map const& (Owner::*Get)() const, auto... Mutators>
+   template <Map M, class Owner, M const& (Owner::*Get)() const, auto... Mutators>
    void map() {
-      using Key = typename Map::Key;
+      using Key = typename M::Key;
       using Shown = decltype(memberValue(std::declval<T const&>(), std::declval<Key const&>(),
-                                         std::declval<typename Map::Value const&>()));
-      static constexpr auto entries = [](Generic const& of) -> Map const& {
+                                         std::declval<typename M::Value const&>()));
+      static constexpr auto entries = [](Generic const& of) -> M const& {
          return (self(of).*Get)();
       };
       static constexpr auto member = [](Generic const& of, auto const& entry) {
@@ -227,7 +236,7 @@ class Describe {
       described.name = memberName<Get>();
       described.keyType = typeName<Key>();
       described.valueType = typeName<Shown>();
-      described.ordered = OrderedByKey<Map>;
+      described.ordered = M::ordered;
       described.size = [](Generic const& of) { return static_cast<U32>(entries(of).size()); };
       described.members = [](Generic const& of, U32 skip, U32 max) {
          std::vector<TypeMember> found;
@@ -382,19 +391,19 @@ class Describe {
    // record still lives; a reactor is shown as its notifier.
    template <class Key, class Value>
    static auto memberValue(T const& owner, Key const& key, Value const& value) {
-      if constexpr (requires { owner.record(key, value); }) {
+      if constexpr (RecordOwner<T, Key, Value>) {
          return owner.record(key, value);
-      } else if constexpr (requires { value->notifier(); }) {
+      } else if constexpr (ReactorPointer<Value>) {
          return value->notifier();
       } else {
          return value;
       }
    }
 
-   template <class Map>
-   static auto findEntry(Map const& map, Generic const& key)
-         -> decltype(map.find(std::declval<typename Map::Key const&>())) {
-      using Key = typename Map::Key;
+   template <Map M>
+   static auto findEntry(M const& map, Generic const& key)
+         -> decltype(map.find(std::declval<typename M::Key const&>())) {
+      using Key = typename M::Key;
       if constexpr (GenericArgument<Key>) {
          try {
             return map.find(fromGeneric<Key>(key));

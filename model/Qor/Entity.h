@@ -23,6 +23,7 @@
 #include <utility>
 
 #include "Qor/Export.h"
+#include "Qor/Map.h"
 #include "Qor/Notifier.h"
 #include "Qor/Types.h"
 
@@ -84,9 +85,9 @@ class Entity : public Base, public NotifierOf<T> {
    }
 
  private:
-   template <class Map, auto Each, auto Immediate>
+   template <Map M, auto Each, auto Immediate>
    friend class Collection;
-   template <class Forward, class Backward, auto EachKey, auto ImmediateKey, auto EachValue,
+   template <Map Forward, Map Backward, auto EachKey, auto ImmediateKey, auto EachValue,
              auto ImmediateValue>
    friend class TwoWayCollection;
    template <class K, class Reactor, auto Each, auto Immediate>

@@ -20,6 +20,7 @@
 #include <utility>
 
 #include "Qor/HashIndex.h"
+#include "Qor/Map.h"
 #include "Qor/Slab.h"
 #include "Qor/Types.h"
 
@@ -40,8 +41,8 @@ class HashMap {
  public:
    using Key = K;
    using Value = V;
-
    using Entry = Pair;
+   static constexpr bool ordered = false;
 
    template <class E>
    class Cursor {
@@ -128,21 +129,13 @@ class HashMap {
    }
 
    // Returns the entry of `key`, made from `value` if there was none, and whether it was made.
-   std::pair<Entry*, bool> insert(K key, V value) {
-      U32 const hash = HashIndex::hash(key);
-      U32 const position = locate(key, hash);
-      if (position != HashIndex::nowhere) return {&slots_[index_[position]].entry(), false};
-      U32 const number = slots_.take();
-      Slot& s = slots_[number];
-      ::new (&s.storage) Entry(std::move(key), std::move(value));
-      s.live = true;
-      index_.insert(hash, number);
-      ++size_;
-      return {&s.entry(), true};
+   std::pair<Entry*, bool> insert(K key, V value) { return findOrMake(std::move(key), value); }
+
+   bool assign(K const& key, V& value) {
+      auto const [entry, made] = findOrMake(key, value);
+      return made || exchangeUnequal(entry->second, value);
    }
 
-   // Erases the entry and returns its value, so that the caller decides when the value is
-   // destroyed.
    std::optional<V> take(K const& key) {
       if (size_ == 0) return std::nullopt;
       U32 const position = locate(key, HashIndex::hash(key));
@@ -159,12 +152,13 @@ class HashMap {
       return value;
    }
 
-   // The first entry behind the position of `iterator`, whose own entry may have been erased.
-   ConstIterator resume(ConstIterator iterator) const {
-      return ConstIterator(this, std::min(iterator.number_ + 1, slots_.count()));
-   }
+   HashMap takeAll() { return std::move(*this); }
+   void clear() { takeAll(); }
 
-   void clear() { HashMap const gone(std::move(*this)); }
+   // The position counts, not the key.
+   ConstIterator resume(ConstIterator at, K const&) const {
+      return ConstIterator(this, std::min(at.number_ + 1, slots_.count()));
+   }
 
    void swap(HashMap& other) noexcept {
       slots_.swap(other.slots_);
@@ -174,6 +168,20 @@ class HashMap {
    }
 
  private:
+   // The entry of `key`, and whether it was made. Moves from `value` only to make the entry.
+   template <class L>
+   std::pair<Entry*, bool> findOrMake(L&& key, V& value) {
+      U32 const hash = HashIndex::hash(key);
+      U32 const position = locate(key, hash);
+      if (position != HashIndex::nowhere) return {&slots_[index_[position]].entry(), false};
+      U32 const number = slots_.take();
+      Slot& s = slots_[number];
+      ::new (&s.storage) Entry(std::forward<L>(key), std::move(value));
+      s.live = true;
+      index_.insert(hash, number);
+      ++size_;
+      return {&s.entry(), true};
+   }
    U32 locate(K const& key, U32 hash) const {
       return index_.locate(hash, [&](U32 n) { return slots_[n].entry().first == key; });
    }
@@ -183,5 +191,6 @@ class HashMap {
    U32 size_ = 0;
    mutable Entry const* recent_ = nullptr;
 };
+static_assert(Map<HashMap<U32, U32>>);
 
 }  // namespace Qor

@@ -25,6 +25,7 @@
 #include <type_traits>
 #include <utility>
 
+#include "Qor/Map.h"
 #include "Qor/Pool.h"
 #include "Qor/Types.h"
 
@@ -45,6 +46,7 @@ class NumberMap {
    using Key = K;
    using Value = V;
    using Entry = std::pair<K const, V>;
+   static constexpr bool ordered = true;
 
    template <class E>
    class Cursor {
@@ -106,7 +108,6 @@ class NumberMap {
       return leaf ? leaf->entry(digit(number, 0)) : nullptr;
    }
 
-   // The first entry with a key not less than `key`, or greater than `key`; else end().
    ConstIterator lowerBound(K const& key) const {
       return ConstIterator(this, atLeast(numberOf(key)));
    }
@@ -115,22 +116,13 @@ class NumberMap {
    }
 
    // Returns the entry of `key`, made from `value` if there was none, and whether it was made.
-   std::pair<Entry*, bool> insert(K key, V value) {
-      U32 const number = numberOf(key);
-      Leaf* leaf = leafOf(number);
-      if (!leaf) [[unlikely]] {
-         leaf = makeLeaf(number);
-      }
-      unsigned const slot = digit(number, 0);
-      if (Entry* const present = leaf->entry(slot)) return {present, false};
-      Entry* const made = ::new (leaf->room(slot, pool_)) Entry(std::move(key), std::move(value));
-      leaf->used |= U64{1} << slot;
-      ++size_;
-      return {made, true};
+   std::pair<Entry*, bool> insert(K key, V value) { return findOrMake(std::move(key), value); }
+
+   bool assign(K const& key, V& value) {
+      auto const [entry, made] = findOrMake(key, value);
+      return made || exchangeUnequal(entry->second, value);
    }
 
-   // Erases the entry and returns its value, so that the caller decides when the value is
-   // destroyed.
    std::optional<V> take(K const& key) {
       U32 const number = numberOf(key);
       Leaf* const leaf = leafOf(number);
@@ -150,7 +142,10 @@ class NumberMap {
       return value;
    }
 
-   void clear() { NumberMap const gone(std::move(*this)); }
+   NumberMap takeAll() { return std::move(*this); }
+   void clear() { takeAll(); }
+
+   ConstIterator resume(ConstIterator, K const& key) const { return upperBound(key); }
 
    void swap(NumberMap& other) noexcept {
       std::swap(pool_, other.pool_);
@@ -212,6 +207,23 @@ class NumberMap {
    }
    // Whether the tree is high enough to hold `number`.
    bool covers(U64 number) const { return root_ && number >> (bits * (height_ + 1)) == 0; }
+
+   // The entry of `key`, and whether it was made. Moves from `value` only to make the entry.
+   template <class L>
+   std::pair<Entry*, bool> findOrMake(L&& key, V& value) {
+      U32 const number = numberOf(key);
+      Leaf* leaf = leafOf(number);
+      if (!leaf) [[unlikely]] {
+         leaf = makeLeaf(number);
+      }
+      unsigned const slot = digit(number, 0);
+      if (Entry* const present = leaf->entry(slot)) return {present, false};
+      Entry* const made =
+            ::new (leaf->room(slot, pool_)) Entry(std::forward<L>(key), std::move(value));
+      leaf->used |= U64{1} << slot;
+      ++size_;
+      return {made, true};
+   }
 
    // The entry with the lowest number that is not less than `number`, or null.
    Entry* atLeast(U64 number) const {
@@ -297,5 +309,6 @@ class NumberMap {
    mutable U32 recentBlock_ = 0;
    mutable Leaf* recent_ = nullptr;
 };
+static_assert(Map<NumberMap<U32, U32>>);
 
 }  // namespace Qor

@@ -16,6 +16,7 @@
 #include <optional>
 #include <utility>
 
+#include "Qor/Map.h"
 #include "Qor/Pool.h"
 #include "Qor/Types.h"
 
@@ -48,6 +49,7 @@ class OrderedMap {
    using Key = K;
    using Value = V;
    using Entry = std::pair<K const, V>;
+   static constexpr bool ordered = true;
    using Iterator = typename Tree::iterator;
    using ConstIterator = typename Tree::const_iterator;
 
@@ -79,24 +81,17 @@ class OrderedMap {
       return it == tree_.end() ? nullptr : recent_ = &*it;
    }
 
-   // The first entry with a key not less than `key`, or greater than `key`; else end().
    ConstIterator lowerBound(K const& key) const { return tree_.lower_bound(key); }
    ConstIterator upperBound(K const& key) const { return tree_.upper_bound(key); }
 
    // Returns the entry of `key`, made from `value` if there was none, and whether it was made.
-   std::pair<Entry*, bool> insert(K key, V value) {
-      // Keys often arrive in their order. Such a key is appended without a walk down the tree.
-      if (tree_.empty() || std::prev(tree_.end())->first < key) {
-         ++changes_;
-         return {&*tree_.try_emplace(tree_.end(), std::move(key), std::move(value)), true};
-      }
-      auto const [it, made] = tree_.try_emplace(std::move(key), std::move(value));
-      changes_ += made;
-      return {&*it, made};
+   std::pair<Entry*, bool> insert(K key, V value) { return findOrMake(std::move(key), value); }
+
+   bool assign(K const& key, V& value) {
+      auto const [entry, made] = findOrMake(key, value);
+      return made || exchangeUnequal(entry->second, value);
    }
 
-   // Erases the entry and returns its value, so that the caller decides when the value is
-   // destroyed.
    std::optional<V> take(K const& key) {
       auto const it = tree_.find(key);
       if (it == tree_.end()) return std::nullopt;
@@ -106,7 +101,10 @@ class OrderedMap {
       return std::optional<V>(std::move(node.mapped()));
    }
 
-   void clear() { OrderedMap const gone(std::move(*this)); }
+   OrderedMap takeAll() { return std::move(*this); }
+   void clear() { takeAll(); }
+
+   ConstIterator resume(ConstIterator, K const& key) const { return upperBound(key); }
 
    void swap(OrderedMap& other) noexcept {
       pool_.swap(other.pool_);
@@ -116,10 +114,24 @@ class OrderedMap {
    }
 
  private:
+   // The entry of `key`, and whether it was made. Moves from `value` only to make the entry.
+   template <class L>
+   std::pair<Entry*, bool> findOrMake(L&& key, V& value) {
+      // Keys often arrive in their order. Such a key is appended without a walk down the tree.
+      if (tree_.empty() || std::prev(tree_.end())->first < key) {
+         ++changes_;
+         return {&*tree_.try_emplace(tree_.end(), std::forward<L>(key), std::move(value)), true};
+      }
+      auto const [it, made] = tree_.try_emplace(std::forward<L>(key), std::move(value));
+      changes_ += made;
+      return {&*it, made};
+   }
+
    std::unique_ptr<NodePool> pool_ = std::make_unique<NodePool>();
    Tree tree_{PoolAllocator<Entry>(pool_.get())};
    U64 changes_ = 0;
    mutable Entry const* recent_ = nullptr;
 };
+static_assert(Map<OrderedMap<U32, U32>>);
 
 }  // namespace Qor

@@ -5,7 +5,7 @@
 // and through a radix tree (Qor/NumberMap.h). A pair that one map holds alone has a slot of its
 // own. An operation on both maps therefore misses the cache once per pair, instead of once per map.
 //
-//  - Forward and Backward are the two maps, for use in a Qor::Collection. assign() changes a pair.
+//  - Forward and Backward are the two maps, for use in a Qor::Collection (Qor/Map.h).
 //  - The references in a result of find() and in an iterator's entry refer into a slot. They are
 //    valid until an operation changes or erases the pair.
 //  - The tree holds the hash of each number's key. A look-up of a number can so start fetching the
@@ -24,6 +24,7 @@
 #include <utility>
 
 #include "Qor/HashIndex.h"
+#include "Qor/Map.h"
 #include "Qor/NumberMap.h"
 #include "Qor/Slab.h"
 #include "Qor/Types.h"
@@ -131,7 +132,7 @@ class PairTable {
       }
    }
 
-   bool assignForward(K const& key, V value) {
+   bool assignForward(K const& key, V& value) {
       auto const [hash, position] = locate(key);
       U32 const before = position == none ? none : index_[position];
       if (before != none && slot(before).value == value) return false;
@@ -142,12 +143,13 @@ class PairTable {
          ++forwardSize_;
       } else {
          index_.replace(position, number);
+         value = slot(before).value;
          slot(before).forward = false;
          release(before, slot(before));
       }
       return true;
    }
-   bool assignBackward(V value, K const& key) {
+   bool assignBackward(V value, K& key) {
       auto const [place, made] = byNumber_.insert(value, Place{none, 0});
       U32 const before = place->second.slot;
       if (!made && slot(before).key == key) return false;
@@ -156,27 +158,32 @@ class PairTable {
       now.backward = true;
       place->second = {number, now.hash};
       if (!made) {
+         key = slot(before).key;
          slot(before).backward = false;
          release(before, slot(before));
       }
       return true;
    }
-   bool eraseForward(K const& key) {
+   std::optional<V> takeForward(K const& key) {
       U32 const position = locate(key).position;
-      if (position == none) return false;
+      if (position == none) return std::nullopt;
       U32 const number = index_[position];
       index_.vacate(position);
       --forwardSize_;
-      slot(number).forward = false;
-      release(number, slot(number));
-      return true;
+      RawSlot& leaving = slot(number);
+      std::optional<V> const value(leaving.value);
+      leaving.forward = false;
+      release(number, leaving);
+      return value;
    }
-   bool eraseBackward(V value) {
+   std::optional<K> takeBackward(V value) {
       auto const place = byNumber_.take(value);
-      if (!place) return false;
-      slot(place->slot).backward = false;
-      release(place->slot, slot(place->slot));
-      return true;
+      if (!place) return std::nullopt;
+      RawSlot& leaving = slot(place->slot);
+      std::optional<K> const key(leaving.key);
+      leaving.backward = false;
+      release(place->slot, leaving);
+      return key;
    }
 
    Slots slots_;
@@ -185,6 +192,9 @@ class PairTable {
    U32 forwardSize_ = 0;
    U32 joined_ = 0;  // pairs that both maps hold
    mutable U32 recent_ = none;
+
+   // The owner of removed entries: plain values need none.
+   struct Removed {};
 
    // An entry of either map: references to the key and the value of a pair.
    template <class A, class B>
@@ -201,6 +211,7 @@ class PairTable {
       using Key = K;
       using Value = V;
       using Entry = Shown<K, V>;
+      static constexpr bool ordered = false;
 
       class ConstIterator {
        public:
@@ -248,21 +259,20 @@ class PairTable {
          RawSlot const& found = table_->slot(table_->index_[position]);
          return Entry{found.key, found.value};
       }
-      // Inserts the pair or replaces the value of `key`. Returns false if the map holds the pair.
-      bool assign(K const& key, V value) { return table_->assignForward(key, value); }
-      // Returns whether there was a pair to erase.
-      bool erase(K const& key) { return table_->eraseForward(key); }
-      // The first entry behind the position of `iterator`, whose own entry may have been erased.
-      ConstIterator resume(ConstIterator iterator) const {
-         return ConstIterator(table_, std::min(iterator.number_ + 1, table_->slots_.count()));
+      bool assign(K const& key, V& value) { return table_->assignForward(key, value); }
+      std::optional<V> take(K const& key) { return table_->takeForward(key); }
+      // The position counts, not the key.
+      ConstIterator resume(ConstIterator at, K const&) const {
+         return ConstIterator(table_, std::min(at.number_ + 1, table_->slots_.count()));
       }
-      void clear() {
+      Removed takeAll() {
          HashIndex().swap(table_->index_);
          table_->forwardSize_ = 0;
          for (U32 number = 0; number < table_->slots_.count(); ++number) {
             RawSlot& leaving = table_->slot(number);
             if (std::exchange(leaving.forward, false)) table_->release(number, leaving);
          }
+         return {};
       }
 
     private:
@@ -275,6 +285,7 @@ class PairTable {
       using Key = V;
       using Value = K;
       using Entry = Shown<V, K>;
+      static constexpr bool ordered = true;
 
       class ConstIterator {
        public:
@@ -317,29 +328,29 @@ class PairTable {
          __builtin_prefetch(&found);
          return Entry{place->first, found.key};
       }
-      // The first entry with a number not less than `value`, or greater than `value`; else end().
       ConstIterator lowerBound(V value) const {
          return {table_, table_->byNumber_.lowerBound(value)};
       }
       ConstIterator upperBound(V value) const {
          return {table_, table_->byNumber_.upperBound(value)};
       }
-      // Inserts the pair or replaces the key of `value`. Returns false if the map holds the pair.
-      bool assign(V value, K const& key) { return table_->assignBackward(value, key); }
-      // Returns whether there was a pair to erase.
-      bool erase(V value) { return table_->eraseBackward(value); }
-      void clear() {
+      bool assign(V value, K& key) { return table_->assignBackward(value, key); }
+      std::optional<K> take(V value) { return table_->takeBackward(value); }
+      ConstIterator resume(ConstIterator, V value) const { return upperBound(value); }
+      Removed takeAll() {
          Tree const gone(std::move(table_->byNumber_));
          for (auto const& [value, place] : gone) {
             RawSlot& leaving = table_->slot(place.slot);
             leaving.backward = false;
             table_->release(place.slot, leaving);
          }
+         return {};
       }
 
     private:
       PairTable* const table_;
    };
 };
+static_assert(Map<PairTable<U32, U32>::Forward> && Map<PairTable<U32, U32>::Backward>);
 
 }  // namespace Qor

@@ -27,6 +27,7 @@
 #include <utility>
 
 #include "Qor/HashIndex.h"
+#include "Qor/Map.h"
 #include "Qor/Slab.h"
 #include "Qor/Types.h"
 
@@ -56,6 +57,7 @@ class QueueMap {
    using Key = K;
    using Value = V;
    using Entry = Pair;
+   static constexpr bool ordered = true;
 
    template <class E>
    class Cursor {
@@ -135,7 +137,6 @@ class QueueMap {
       return number == none ? nullptr : &slots_[number].entry();
    }
 
-   // The first entry with a key not less than `key`, or greater than `key`; else end().
    ConstIterator lowerBound(K const& key) const {
       U32 const there = numberOf(key);
       return ConstIterator(this, isQueued(there) ? there : queuedBehind(key),
@@ -148,37 +149,13 @@ class QueueMap {
    }
 
    // Returns the entry of `key`, made from `value` if there was none, and whether it was made.
-   std::pair<Entry*, bool> insert(K key, V value) {
-      RawSlot* const last = last_ == none ? nullptr : &slots_[last_];
-      bool const straggles = last && !(last->key() < key);
-      // A key greater than all others is new, and needs no look-up.
-      if (straggles || !stragglers_.empty()) {
-         U32 const present = numberOf(key);
-         if (present != none) return {&slots_[present].entry(), false};
-      }
-      U32 const number = slots_.take();
-      RawSlot& slot = slots_[number];
-      slot.straggler = straggles;
-      if (straggles) {
-         stragglers_.emplace(key, number);
-      } else {
-         slot.previous = last_;
-         slot.next = none;
-         (last ? last->next : first_) = number;
-         last_ = number;
-      }
-      if (indexed_) index_.insert(HashIndex::hash(key), number);
-      ::new (&slot.storage) Entry(std::move(key), std::move(value));
-      slot.live = true;
-      ++size_;
-      if constexpr (requires { slot.entry().second->queuePlaceIs(number); }) {
-         slot.entry().second->queuePlaceIs(number);
-      }
-      return {&slot.entry(), true};
+   std::pair<Entry*, bool> insert(K key, V value) { return findOrMake(std::move(key), value); }
+
+   bool assign(K const& key, V& value) {
+      auto const [entry, made] = findOrMake(key, value);
+      return made || exchangeUnequal(entry->second, value);
    }
 
-   // Erases the entry and returns its value, so that the caller decides when the value is
-   // destroyed.
    std::optional<V> take(K const& key) {
       U32 const number = numberOf(key);
       if (number == none) return std::nullopt;
@@ -201,7 +178,10 @@ class QueueMap {
       return value;
    }
 
-   void clear() { QueueMap const gone(std::move(*this)); }
+   QueueMap takeAll() { return std::move(*this); }
+   void clear() { takeAll(); }
+
+   ConstIterator resume(ConstIterator, K const& key) const { return upperBound(key); }
 
    void swap(QueueMap& other) noexcept {
       slots_.swap(other.slots_);
@@ -214,6 +194,36 @@ class QueueMap {
    }
 
  private:
+   // The entry of `key`, and whether it was made. Moves from `value` only to make the entry.
+   template <class L>
+   std::pair<Entry*, bool> findOrMake(L&& key, V& value) {
+      RawSlot* const last = last_ == none ? nullptr : &slots_[last_];
+      bool const straggles = last && !(last->key() < key);
+      // A key greater than all others is new, and needs no look-up.
+      if (straggles || !stragglers_.empty()) {
+         U32 const present = numberOf(key);
+         if (present != none) return {&slots_[present].entry(), false};
+      }
+      U32 const number = slots_.take();
+      RawSlot& slot = slots_[number];
+      slot.straggler = straggles;
+      if (straggles) {
+         stragglers_.emplace(key, number);
+      } else {
+         slot.previous = last_;
+         slot.next = none;
+         (last ? last->next : first_) = number;
+         last_ = number;
+      }
+      if (indexed_) index_.insert(HashIndex::hash(key), number);
+      ::new (&slot.storage) Entry(std::forward<L>(key), std::move(value));
+      slot.live = true;
+      ++size_;
+      if constexpr (requires { slot.entry().second->queuePlaceIs(number); }) {
+         slot.entry().second->queuePlaceIs(number);
+      }
+      return {&slot.entry(), true};
+   }
    bool isAt(U32 number, K const& key) const {
       return number < slots_.count() && slots_[number].live && slots_[number].key() == key;
    }
@@ -259,5 +269,6 @@ class QueueMap {
    U32 first_ = none, last_ = none;  // of the queue
    U32 size_ = 0;
 };
+static_assert(Map<QueueMap<U32, U32>>);
 
 }  // namespace Qor

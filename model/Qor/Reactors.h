@@ -133,13 +133,13 @@ class ReactorColl {
    Iterator del(Owner& owner, Iterator it) {
       K const key = it->first;
       del(owner, key);
-      return behindErased(reactors_, it, key);
+      return reactors_.resume(it, key);
    }
    template <class Owner>
    void delAll(Owner& owner) {
       if (reactors_.empty()) return;
       Ptr<Owner> const held(&owner);
-      Map const removed(std::exchange(reactors_, Map()));
+      Map const removed = reactors_.takeAll();
       for (auto const& [key, reactor] : removed)
          releaseReactor(*reactor);
       owner.template notify<Immediate>();

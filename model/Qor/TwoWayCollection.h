@@ -16,7 +16,7 @@
 
 namespace Qor {
 
-template <class F, class B, auto EachKey, auto ImmediateKey, auto EachValue, auto ImmediateValue>
+template <Map F, Map B, auto EachKey, auto ImmediateKey, auto EachValue, auto ImmediateValue>
 class TwoWayCollection {
  public:
    using Forward = F;
@@ -48,15 +48,17 @@ class TwoWayCollection {
    // either is left without one. Notifies of each key and each value that gained, changed or lost.
    template <class E>
    void is(E& entity, Key key, Value value) {
-      auto const* const entry = forward_.find(key);
+      auto const entry = forward_.find(key);
       if (entry && entry->second == value) return;
       Ptr<E> const held(&entity);
       std::optional<Value> const formerValue = forward_.take(key);
       std::optional<Key> const formerKey = backward_.take(value);
       if (formerValue) backward_.take(*formerValue);
       if (formerKey) forward_.take(*formerKey);
-      forward_.insert(key, value);
-      backward_.insert(value, key);
+      Key there = key;
+      Value back = value;
+      forward_.assign(key, back);
+      backward_.assign(value, there);
       if (formerKey) entity.template notify<EachKey>(*formerKey);
       entity.template notify<EachKey>(key);
       if (formerValue) entity.template notify<EachValue>(*formerValue);
@@ -76,7 +78,7 @@ class TwoWayCollection {
 
    template <class E>
    void delValue(E& entity, Value value) {
-      if (auto const* const entry = backward_.find(value)) del(entity, entry->second);
+      if (auto const entry = backward_.find(value)) del(entity, entry->second);
    }
 
    // Removes the pair at the iterator and returns where the walk goes on. The caller keeps the
@@ -85,25 +87,25 @@ class TwoWayCollection {
    Iterator delAt(E& entity, Iterator it) {
       Key const key = it->first;
       del(entity, key);
-      return behindErased(forward_, it, key);
+      return forward_.resume(it, key);
    }
    template <class E>
    ValueIterator delValueAt(E& entity, ValueIterator it) {
       Value const value = it->first;
       del(entity, it->second);
-      return behindErased(backward_, it, value);
+      return backward_.resume(it, value);
    }
 
    // For `new<Name>(key, value)`: the value of `key`, which is `value` if there was none.
    template <class E>
    Value instantiate(E& entity, Key key, Value value) {
-      if (auto const* const entry = forward_.find(key)) return entry->second;
+      if (auto const entry = forward_.find(key)) return entry->second;
       is(entity, std::move(key), value);
       return value;
    }
    template <class E>
    Key instantiateValue(E& entity, Value value, Key key) {
-      if (auto const* const entry = backward_.find(value)) return entry->second;
+      if (auto const entry = backward_.find(value)) return entry->second;
       is(entity, key, std::move(value));
       return key;
    }
@@ -122,8 +124,8 @@ class TwoWayCollection {
    template <class E>
    void delAll(E& entity) {
       if (forward_.empty()) return;
-      Forward const keys(std::exchange(forward_, Forward()));
-      Backward const values(std::exchange(backward_, Backward()));
+      [[maybe_unused]] auto const keys = forward_.takeAll();
+      [[maybe_unused]] auto const values = backward_.takeAll();
       Ptr<E> const held(&entity);
       entity.template notify<ImmediateKey>();
       entity.template notify<ImmediateValue>();

@@ -107,9 +107,6 @@ class SyncPlatform final : public VelHelper::MrouteSmHelper,
    SyncPlatform(Qor::Name name, Qor::Ptr<Chip> chip, Qor::U32 switchId,
                 SyncPlatformConfig config = {});
 
-   Qor::U32 switchId() const { return switchId_; }
-   CounterMode counterMode() const { return counterMode_; }
-
    // The numbers of allocated groups, indexes of empty sets, and entries. The found groups and
    // entries that remain count as allocated.
    Qor::U32 groupsAllocated() const { return groupPool_.taken(); }

@@ -49,7 +49,7 @@ void ProgrammerWork::vlanChanged() {
 // work.
 void ProgrammerWork::runPass() {
    QOR_ASSERT(Qor::activityManager() == loop_);
-   Budget budget(options_.routesPerPass, Qor::now() + options_.passBudget);
+   Budget budget(*loop_, options_);
    do {
       if (marked_.empty()) break;
       RoutePtr const route = std::move(marked_.front());
@@ -212,13 +212,14 @@ void ProgrammerWork::look(Budget& budget) {
          return;
       }
       auto const& routes = lookVrf_->second.routes;
-      auto const next = lookPosition_ ? routes.resume(*lookPosition_) : routes.begin();
+      auto const next = lookPosition_ ? routes.resume(*lookPosition_, lookKey_) : routes.begin();
       if (next == routes.end()) {
          ++lookVrf_;
          lookPosition_.reset();
          continue;
       }
       lookPosition_ = next;
+      lookKey_ = next->first;
       RoutePtr const route = next->second;
       lookAt(*route);
       for (RoutePtr const& drop : route->fastdrops)

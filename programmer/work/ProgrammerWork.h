@@ -78,16 +78,18 @@ class ProgrammerWork final : private RouteTable::Listener {
    // The share of one pass, which makes at least one step.
    class Budget {
     public:
-      Budget(Qor::U32 steps, Qor::Seconds until) : left_(steps), until_(until) {}
-      bool spent() const { return left_ == 0 || (taken_ && Qor::now() > until_); }
+      Budget(Qor::ActivityManager const& loop, Programmer::Options const& options)
+            : loop_(loop), left_(options.routesPerPass), until_(loop.now() + options.passBudget) {}
+      bool spent() const { return left_ == 0 || (taken_ && loop_.now() > until_); }
       void take() {
          --left_;
          taken_ = true;
       }
 
     private:
+      Qor::ActivityManager const& loop_;
       Qor::U32 left_;
-      Qor::Seconds until_;
+      Qor::Seconds const until_;
       bool taken_ = false;
    };
    // Raised when the deletion of an entry threw and the table programmer still has the entry.
@@ -214,6 +216,7 @@ class ProgrammerWork final : private RouteTable::Listener {
    bool lookAgain_ = false;
    std::map<L3::VrfName, Vrf>::iterator lookVrf_;
    std::optional<Qor::HashMap<RouteKey, RoutePtr>::ConstIterator> lookPosition_;
+   RouteKey lookKey_;  // of the route at the position, which may have gone
 
    Resync resync_ = Resync::none;
    Qor::U64 resyncs_ = 0;  // the number of the present resync

@@ -6,18 +6,10 @@
 #include <set>
 
 #include "Interface/EthIntfStatusDir.h"
-#include "Vel/VelMrouteFrr.h"
+#include "Vel/VelPerSwitchSm.h"
 #include "programmer/RouteTable.h"
 
 namespace VelMroute {
-
-// The result of an allocation, which belongs to the caller from now on.
-template <class Switch>
-MrouteLib::MtableOifSetPtr takeRecord(Switch& chip) {
-   MrouteLib::MtableOifSetPtr record = chip.mtableOifSet();
-   chip.mtableOifSetIs(nullptr);
-   return record;
-}
 
 template <class Switch>
 std::optional<bool> sharableRecord(Switch const& chip, MrouteLib::OifSetPtr const& oifSet) {

@@ -43,10 +43,11 @@ RouteKeyType Wish::typeFor(Routing::Multicast::Fib::IpGenRouteKey const& key) co
 }
 
 WishPtr WishPool::get(WantedRoute wanted, bool fastdrop) {
-   auto const made = Qor::make<Wish>(nullptr, std::move(wanted), fastdrop);
-   auto const [it, isNew] = wishes_.insert(made.get());
-   if (!isNew) return *it;
-   made->pool_ = this;
+   Wish const candidate(nullptr, std::move(wanted), fastdrop);
+   auto const known = wishes_.find(&candidate);
+   if (known != wishes_.end()) return *known;
+   auto const made = Qor::make<Wish>(this, candidate.wanted(), fastdrop);
+   wishes_.insert(made.get());
    return made;
 }
 

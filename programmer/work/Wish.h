@@ -56,7 +56,7 @@ class Wish final : public Qor::RefCounted {
 
    ~Wish() override;
 
-   WishPool* pool_;  // null for a candidate, which is only compared
+   WishPool* const pool_;  // null for a candidate, which is only compared
    WantedRoute const wanted_;
    bool const fastdrop_;
    Qor::U32 const hash_;

@@ -47,9 +47,16 @@ if [ -e "$build/bin/velmroute" ]; then
    "$prefix/bin/velmroute" --version
 fi
 
-# The installed headers need no file of the source tree and cause no warnings.
+# The installed headers need no file of the source tree, cause no warnings, and bring no macro of the
+# library's own sources.
 include=$prefix/include/VelMroute
 (cd "$include" && find . -name '*.h') | sort | sed 's|^\./\(.*\)$|#include "\1"|' \
    >"$work/every-header.cpp"
 "$compiler" -std=c++20 -Wall -Wextra -Wpedantic -Werror -fsyntax-only -I"$include" \
    "$work/every-header.cpp"
+macros=$("$compiler" -std=c++20 -E -dM -I"$include" "$work/every-header.cpp" |
+   grep '^#define VEL_') || true
+if [ -n "$macros" ]; then
+   printf 'The installed headers define:\n%s\n' "$macros"
+   exit 1
+fi

@@ -1,18 +1,12 @@
-#include "Vel/VelAsyncMtableOifSet.h"
+#include "Vel/VelAsyncMrouteRecords.h"
 
 #include <utility>
 
 #include "Vel/VelAsyncMrouteSwitch.h"
-#include "Vel/VelCommon.h"
-#include "Vel/VelOifSetTablesType.h"
+#include "Vel/VelDescribe.h"
+#include "Vel/VelTrace.h"
 
 namespace Vel::Mroute {
-
-namespace {
-
-constexpr char velTraceSource[] = "VelAsyncMrouteSm";
-
-}  // namespace
 
 AsyncMtableOifSet::AsyncMtableOifSet(MrouteLib::OifSetPtr oifSet, bool toCpu, Qor::U32 multicastId,
                                      AsyncMrouteSwitch* mrouteSwitch)

@@ -1,4 +1,4 @@
-#include "Vel/VelMrouteFrr.h"
+#include "Vel/VelFrr.h"
 
 namespace Vel {
 

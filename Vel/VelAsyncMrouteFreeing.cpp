@@ -11,16 +11,11 @@
 //   no             | no             | no     | no       | freed now
 #include "Qor/Clock.h"
 #include "Vel/VelAsyncMrouteSwitch.h"
+#include "Vel/VelTrace.h"
 
 namespace Vel::Mroute {
 
 using MrouteLib::OifSetPtr;
-
-namespace {
-
-constexpr char velTraceSource[] = "VelAsyncMrouteSm";
-
-}  // namespace
 
 void AsyncMrouteSwitch::handleFreeMtableOifSet(RecordPtr const& record) {
    VEL_TRACE(8, "AsyncMrouteSwitch::handleFreeMtableOifSet()");

@@ -7,6 +7,7 @@
 #include <algorithm>
 
 #include "Vel/VelMrouteSmReactors.h"
+#include "Vel/VelTrace.h"
 
 namespace Vel {
 
@@ -14,8 +15,6 @@ using Routing::Multicast::Fib::canonicalCatchAllKey;
 using Routing::Multicast::Fib::Counter;
 
 namespace {
-
-constexpr char velTraceSource[] = "VelSyncMrouteSm";
 
 // A reading of "unchanged" is returned as it is. A sum stops one below that value, since a reader
 // would take a larger sum for "unchanged".

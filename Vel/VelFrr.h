@@ -1,5 +1,5 @@
-// The common part of the fast reroute of both paths: the choice of the sets that the failure of an
-// interface affects, their replacement, and the pass over the waiting sets.
+// Private header: the common part of the fast reroute of both paths. It has the choice of the sets
+// that the failure of an interface affects, their replacement, and the pass over the waiting sets.
 //
 // The backup members of a set (portVlanFrr) are its complete replacement. The oif set objects stay
 // unchanged: the platform receives a new object.
@@ -8,21 +8,10 @@
 #include <algorithm>
 #include <vector>
 
-#include "Interface/IntfOperStatus.h"
 #include "MrouteLib/OifSet.h"
 #include "Qor/Clock.h"
-#include "Qor/Export.h"
 
 namespace Vel {
-
-// The longest time of a pass, in seconds, tested before each rewrite.
-inline constexpr Qor::Seconds frrPassBudget = 0.1;
-
-// Returns whether an interface in this state carries no traffic.
-inline bool startsReroute(Interface::IntfOperStatus status) {
-   return status == Interface::IntfOperStatus::down ||
-          status == Interface::IntfOperStatus::lowerLayerDown;
-}
 
 // Returns whether the failure of interface `failed` causes a rewrite of the set: the traffic of the
 // set comes in over `failed`, and the set has backup members.
@@ -31,7 +20,7 @@ inline bool reroutedOn(MrouteLib::PortVlanSet const& set, Lnet::IntfId failed) {
 }
 
 // Returns the backup members as text: "rtr5:1009 rtr6:1010".
-QOR_PUBLIC Qor::String frrMembers(MrouteLib::PortVlanSet const& set);
+Qor::String frrMembers(MrouteLib::PortVlanSet const& set);
 
 // Returns a copy of the set with the backup members as outgoing members. Calls `added(member)` for
 // each backup member.
