@@ -21,24 +21,22 @@ using Outputs = std::map<std::string, std::string>;
 
 Outputs outputsOf(SimulatedSwitch& simulated) {
    std::vector<std::pair<std::string, Sim::Packet>> packets;
-   std::as_const(simulated).routeProgrammer().forEachRoute(
-         [&](RouteProgrammer::Route const& route) {
-            Sim::Packet packet;
-            packet.vrfId = simulated.vrfId(route.vrf())->value();
-            packet.source = route.key().source().isAny()
-                                  ? route.key().source().family() == Lnet::IpFamily::v4
-                                          ? *Lnet::IpGenAddr::parse("198.51.100.1")
-                                          : *Lnet::IpGenAddr::parse("2001:db8:ffff::1")
-                                  : route.key().source().address();
-            packet.group = route.key().group().address();
-            for (Bridging::VlanIdOrNone const vlan :
-                 {route.wanted()->acceptingVlan, Bridging::VlanIdOrNone(4000u)}) {
-               packet.vlan = vlan;
-               packets.emplace_back(route.vrf().name() + ' ' + route.key().pretty() + " in " +
-                                          std::to_string(vlan.value()),
-                                    packet);
-            }
-         });
+   std::as_const(simulated).programmer().forEach([&](RouteView const& route) {
+      Sim::Packet packet;
+      packet.vrfId = simulated.vrfId(route.vrf())->value();
+      packet.source = route.key().source().isAny()
+                            ? route.key().source().family() == Lnet::IpFamily::v4
+                                    ? *Lnet::IpGenAddr::parse("198.51.100.1")
+                                    : *Lnet::IpGenAddr::parse("2001:db8:ffff::1")
+                            : route.key().source().address();
+      packet.group = route.key().group().address();
+      for (Bridging::VlanIdOrNone const vlan : {route.vlan(), Bridging::VlanIdOrNone(4000u)}) {
+         packet.vlan = vlan;
+         packets.emplace_back(route.vrf().name() + ' ' + route.key().pretty() + " in " +
+                                    std::to_string(vlan.value()),
+                              packet);
+      }
+   });
    Outputs outputs;
    for (auto const& [name, packet] : packets) {
       Sim::Forwarded const forwarded = simulated.chip().forward(packet);

@@ -115,9 +115,8 @@ TEST_P(Inspect, ExplainsARouteInHardwareAWaitingRouteAndAnUnknownRoute) {
    expect("explain 10.0.0.2,239.1.1.1",
           R"(rerouted to rtr5 .*rtr0 failed: its link is down[\s\S]*group agree)");
    // A difference between the chip and the record is reported.
-   auto const& route = *std::as_const(world_.simulated())
-                              .routeProgrammer()
-                              .route(L3::VrfName("default"), keyOf("239.1.1.1"));
+   auto const route =
+         *world_.simulated().programmer().view(L3::VrfName("default"), keyOf("239.1.1.1"));
    auto const* const entry = world_.simulated().path().entry(route.handle());
    world_.simulated().chip().routes().forEach([&](Qor::U32 index, Sim::Entry const& e) {
       if (&e == entry) world_.simulated().chip().softError(index, Sim::dropGroup);
@@ -145,8 +144,8 @@ TEST_P(Inspect, WatchesARecordUntilTheRecordIsFreed) {
    expect("set /config/activityPollingInterval 9",
           R"(at 3.5\d+ s: /config/activityPollingInterval = 9 \(was 60\)\n)");
    expect("watch", "inUseOifSet/OifSet#\\d+\n/switch/1/zombieOifSet\n");
-   world_.simulated().routeProgrammer().routeDel(L3::VrfName("default"), keyOf("239.1.1.1"));
-   world_.simulated().routeProgrammer().routeDel(L3::VrfName("default"), keyOf("239.1.1.2"));
+   world_.simulated().programmer().routeDel(L3::VrfName("default"), keyOf("239.1.1.1"));
+   world_.simulated().programmer().routeDel(L3::VrfName("default"), keyOf("239.1.1.2"));
    expect("run 20", R"(inUseOifSet/OifSet#\d+ is deleted, and the watch ends)");
    expect("watch", "^/switch/1/zombieOifSet\n/config/");
    expect("unwatch /switch/1/zombieOifSet", "^$");

@@ -243,9 +243,9 @@ class FullChip {
    Texts audit() { return simulated_.audit(); }
 
  private:
-   static RouteProgrammer::RouteKey key(unsigned i) {
-      return RouteProgrammer::RouteKey::fromAddresses(Lnet::IpGenAddr::v4(0x0a000002),
-                                                      Lnet::IpGenAddr::v4(0xef010100 + i));
+   static RouteKey key(unsigned i) {
+      return RouteKey::fromAddresses(Lnet::IpGenAddr::v4(0x0a000002),
+                                     Lnet::IpGenAddr::v4(0xef010100 + i));
    }
 
    SimulatedSwitch simulated_;

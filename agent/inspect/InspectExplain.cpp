@@ -7,14 +7,12 @@
 #include "agent/input/PrintableText.h"
 #include "agent/input/RouteFields.h"
 #include "agent/inspect/InspectWords.h"
+#include "agent/report/RouteStateName.h"
 #include "platform/sim/Format.h"
 
 namespace Agent {
 
 using nlohmann::ordered_json;
-using Route = RouteProgrammer::Route;
-using RouteKey = RouteProgrammer::RouteKey;
-using State = RouteProgrammer::State;
 
 namespace {
 
@@ -26,7 +24,7 @@ std::string routeText(RouteId const& id, RouteQuestion const& question) {
    return plain ? name : name + " in VRF " + id.vrf.name();
 }
 
-std::string routeText(Route const& route, RouteQuestion const& question) {
+std::string routeText(RouteView const& route, RouteQuestion const& question) {
    return routeText({route.vrf(), route.key()}, question);
 }
 
@@ -54,8 +52,8 @@ SomeRoutes foundAt(SimulatedSwitch const& simulated, RouteQuestion const& questi
    Sim::FoundEntries const& found = simulated.path().found().entries;
    for (auto const& [id, wanted] : simulated.wantedRoutes()) {
       auto const vrfId = simulated.vrfId(id.vrf);
-      if (wanted.bridgeAction || !vrfId) continue;
-      auto const index = found.find(*vrfId, id.key, wanted.acceptingVlan);
+      if (wanted.bridge || !vrfId) continue;
+      auto const index = found.find(*vrfId, id.key, simulated.vlanOf(wanted));
       if (index && simulated.chip().routes().find(*index)->group == group) some.add(id, question);
    }
    return some;
@@ -68,7 +66,7 @@ SomeRoutes holdersOf(SimulatedSwitch const& simulated, RouteQuestion const& ques
    if (!simulated.path().found().entries.left().contains(index)) return some;
    Qor::U32 const group = simulated.chip().routes().find(index)->group;
    if (Sim::isHardWired(group)) return some;
-   simulated.routeProgrammer().forEachRoute([&](Route const& route) {
+   simulated.programmer().forEach([&](RouteView const& route) {
       auto const record = simulated.path().record(route);
       if (record && record->group == group) some.add(route, question);
    });
@@ -116,24 +114,29 @@ ordered_json tablesJson(SimulatedSwitch const& simulated) {
 // Explains one wanted route.
 class Explanation {
  public:
-   Explanation(SimulatedSwitch const& simulated, RouteQuestion const& question, Route const& route)
+   Explanation(SimulatedSwitch const& simulated, RouteQuestion const& question,
+               RouteView const& route)
          : simulated_(simulated),
            question_(question),
            route_(route),
-           wanted_(*route.wanted()),
+           wanted_(route.wanted()),
+           set_(route.set()),
            record_(simulated.path().record(route)),
            entry_(simulated.path().entry(route.handle())) {}
 
    ordered_json json() {
       out_ = {{"route", route_.key().pretty()},
               {"vrf", route_.vrf().name()},
-              {"state", fmt::format("{}", route_.state())},
+              {"state", nameOf(route_.state())},
               {"inHardware", inHardware()}};
       if (!inHardware()) addWhyNot();
-      out_["acceptsFrom"] = interfaceJson(wanted_.acceptingIntfId, wanted_.acceptingVlan);
-      out_["sendsTo"] = wanted_.bridgeAction
-                              ? ordered_json::array({"the vlan in which a packet arrives"})
-                              : membersJson(wanted_.set.toCpu(), pairsOf(wanted_.set.portVlan()));
+      out_["acceptsFrom"] = interfaceJson(wanted_.iif, route_.vlan());
+      if (wanted_.bridge) {
+         out_["sendsTo"] = ordered_json::array({"the vlan in which a packet arrives"});
+      } else {
+         out_["sendsTo"] =
+               set_ ? membersJson(set_->toCpu(), pairsOf(set_->portVlan())) : ordered_json::array();
+      }
       addPlace();
       addUse();
       addReroute();
@@ -142,11 +145,11 @@ class Explanation {
    }
 
  private:
-   bool inHardware() const { return route_.state() == State::inHardware; }
+   bool inHardware() const { return route_.state() == VelMroute::RouteState::inHardware; }
 
    void addWhyNot() {
       out_["whyNot"] = route_.reason();
-      auto const place = simulated_.routeProgrammer().placeInLine(route_);
+      auto const place = route_.place();
       if (!place) return;
       static constexpr char const* names[] = {"replication table", "route table", "boundary table"};
       ordered_json waits = {{"room", names[static_cast<std::size_t>(place->table)]},
@@ -162,9 +165,9 @@ class Explanation {
    // Until the route gets its room, the found entry forwards its packets.
    void addFoundEntry(ordered_json& waits) const {
       auto const vrfId = simulated_.vrfId(route_.vrf());
-      if (!simulated_.recovering() || !vrfId || wanted_.bridgeAction) return;
+      if (!simulated_.recovering() || !vrfId || wanted_.bridge) return;
       auto const index =
-            simulated_.path().found().entries.find(*vrfId, route_.key(), wanted_.acceptingVlan);
+            simulated_.path().found().entries.find(*vrfId, route_.key(), route_.vlan());
       if (!index) return;
       waits["foundEntry"] = {
             {"group", Sim::groupName(simulated_.chip().routes().find(*index)->group)},
@@ -178,8 +181,8 @@ class Explanation {
       out_["index"] = record_->index;
       out_["oifSet"] = record_->oifSet->serial();
       SomeRoutes others;
-      simulated_.routeProgrammer().forEachRoute([&](Route const& other) {
-         if (&other == &route_ || other.record() != route_.record()) return;
+      simulated_.programmer().forEach([&](RouteView const& other) {
+         if (other == route_ || other.record() != route_.record()) return;
          others.add(other, question_);
       });
       out_["sharedWith"] = others.json();
@@ -197,10 +200,10 @@ class Explanation {
       }
       if (auto const counter = simulated_.path().counter(route_.key())) out_["counter"] = *counter;
       ordered_json fastdrops = ordered_json::array();
-      for (Fastdrop const& fastdrop : wanted_.fastdrop) {
-         ordered_json row = {{"from", interfaceJson(fastdrop.intfId, fastdrop.vlan)}};
+      for (Lnet::IntfId const intf : wanted_.fastdrop) {
+         ordered_json row = {{"from", interfaceJson(intf, simulated_.intf(intf).vlan)}};
          auto const* const time =
-               status ? status->fastdropLastPollTime().find(fastdrop.intfId.name()) : nullptr;
+               status ? status->fastdropLastPollTime().find(intf.name()) : nullptr;
          row["inHardware"] = time != nullptr;
          if (time) row["lastHit"] = timeJson(time->second);
          fastdrops.push_back(std::move(row));
@@ -209,31 +212,32 @@ class Explanation {
    }
 
    // The set by which the route forwards at present. While a change is under way, that is the set
-   // of the record and not the wanted set.
-   MrouteLib::PortVlanSet const& placedSet() const {
-      return record_ ? record_->oifSet->portVlanSet() : wanted_.set;
+   // of the record and not the wanted set. Null without a record and a wanted set.
+   MrouteLib::PortVlanSet const* placedSet() const {
+      return record_ ? &record_->oifSet->portVlanSet() : set_;
    }
 
    // Whether the group has the members of the set's backup.
    bool rewritten() const {
       Sim::Group const* const group = record_ ? simulated_.chip().group(record_->group) : nullptr;
-      auto const backup = pairsOf(placedSet().portVlanFrr());
-      return group && record_->dirty && !backup.empty() && group->members == backup;
+      if (!group || !record_->dirty) return false;
+      auto const backup = pairsOf(placedSet()->portVlanFrr());
+      return !backup.empty() && group->members == backup;
    }
 
    void addReroute() {
-      MrouteLib::PortVlanSet const& set = placedSet();
-      if (set.portVlanFrr().empty() || set.currentIif().isNull()) return;
-      Sim::Port const* const port = simulated_.chip().port(set.currentIif());
-      out_["reroute"] = {{"to", membersJson(set.toCpu(), pairsOf(set.portVlanFrr()))},
-                         {"whenFails", set.currentIif().name()},
+      MrouteLib::PortVlanSet const* const set = placedSet();
+      if (!set || set->portVlanFrr().empty() || set->currentIif().isNull()) return;
+      Sim::Port const* const port = simulated_.chip().port(set->currentIif());
+      out_["reroute"] = {{"to", membersJson(set->toCpu(), pairsOf(set->portVlanFrr()))},
+                         {"whenFails", set->currentIif().name()},
                          {"linkUp", !port || port->linkUp},
                          {"state", record_ && record_->rewriteWaits ? "waiting"
                                    : rewritten()                    ? "rerouted"
                                                                     : "ready"}};
    }
 
-   // The differences between the chip and the route programmer, a sentence each.
+   // The differences between the chip and the programmer, a sentence each.
    ordered_json chipDiffers() const {
       ordered_json out = ordered_json::array();
       if (route_.handle().isNull()) return out;  // the route has no entry to compare
@@ -247,9 +251,9 @@ class Explanation {
       if (vrfId && entry_->vrfId != vrfId->value()) {
          out.push_back(fmt::format("the entry is in VRF id {}, not {}", entry_->vrfId, *vrfId));
       }
-      if (entry_->acceptingVlan != wanted_.acceptingVlan) {
+      if (entry_->acceptingVlan != route_.vlan()) {
          out.push_back(fmt::format("the entry accepts from vlan {}, not {}", entry_->acceptingVlan,
-                                   wanted_.acceptingVlan));
+                                   route_.vlan()));
       }
       if (record_) compareGroup(out);
       return out;
@@ -265,9 +269,9 @@ class Explanation {
          out.push_back(fmt::format("the chip has no group {}", Sim::groupName(entry_->group)));
          return;
       }
-      if (rewritten()) return;
-      auto const expected = Sim::membersOf(wanted_.set);
-      if (group->members == expected && group->toCpu == wanted_.set.toCpu()) return;
+      if (!set_ || rewritten()) return;
+      auto const expected = Sim::membersOf(*set_);
+      if (group->members == expected && group->toCpu == set_->toCpu()) return;
       std::string found;
       for (auto const& member : membersJson(group->toCpu, group->members))
          found += (found.empty() ? "" : ", ") + member.get<std::string>();
@@ -276,8 +280,9 @@ class Explanation {
 
    SimulatedSwitch const& simulated_;
    RouteQuestion const& question_;
-   Route const& route_;
+   RouteView const route_;
    WantedRoute const& wanted_;
+   MrouteLib::PortVlanSet const* const set_;  // null while an interface has no vlan
    std::optional<RecordRow> const record_;
    Sim::Entry const* const entry_;
    ordered_json out_;
@@ -331,7 +336,7 @@ ordered_json nearJson(SimulatedSwitch const& simulated, RouteQuestion const& que
    SomeRoutes sameGroup;
    ordered_json otherVrfs = ordered_json::array();
    std::set<L3::VrfName> vrfs = {question.vrf.value_or(L3::VrfName("default"))};
-   simulated.routeProgrammer().forEachRoute([&](Route const& route) {
+   simulated.programmer().forEach([&](RouteView const& route) {
       bool const asked = !question.vrf || route.vrf() == *question.vrf;
       if (asked) {
          vrfs.insert(route.vrf());
@@ -383,7 +388,7 @@ RouteQuestion routeQuestion(std::string_view asked) {
 
 ordered_json explainRoute(SimulatedSwitch const& simulated, RouteQuestion const& question) {
    ordered_json routes = ordered_json::array();
-   simulated.routeProgrammer().forEachRoute([&](Route const& route) {
+   simulated.programmer().forEach([&](RouteView const& route) {
       if (route.key() != question.key || (question.vrf && route.vrf() != *question.vrf)) return;
       routes.push_back(Explanation(simulated, question, route).json());
    });

@@ -1,5 +1,5 @@
 // Explains to an operator why the packets of one (source, group) arrive or do not arrive. The
-// explanation is read from the route programmer, the record of the table programmer, the published
+// explanation is read from the programmer, the record of the table programmer, the published
 // status and the chip. It changes nothing and sends no packet.
 #pragma once
 
@@ -15,7 +15,7 @@ namespace Agent {
 // The route to explain. Without a VRF it is explained in all VRFs.
 struct RouteQuestion {
    std::optional<L3::VrfName> vrf;
-   RouteProgrammer::RouteKey key;
+   RouteKey key;
 };
 
 // Parses "10.0.0.2,239.1.1.1", "(10.0.0.2, 239.1.1.1)" or "10.0.0.2 239.1.1.1", with "*" for any

@@ -70,16 +70,16 @@ class Comparison {
    }
 
  private:
-   using State = RouteProgrammer::State;
+   using State = VelMroute::RouteState;
 
    void differs(RouteId const& id, std::string const& text) {
       result_.differences.push_back(id.toString() + ": " + text);
    }
 
    void checkRoute(RouteId const& id, RouteState const& expected) {
-      auto const* route = simulated_.routeProgrammer().route(id.vrf, id.key);
+      auto const route = simulated_.programmer().view(id.vrf, id.key);
       if (!route) return differs(id, "the route of the capture is unknown to the route programmer");
-      if (route->state() == State::marked || route->state() == State::programming) {
+      if (route->state() == State::queued || route->state() == State::programming) {
          return differs(id, "not settled: " + route->reason());
       }
       if (route->state() != State::inHardware) {

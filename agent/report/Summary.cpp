@@ -34,17 +34,17 @@ ordered_json timeJson(RunFigures const& figures) {
 
 // Routes by their state. Routes that are neither in hardware nor failed wait, or are under way.
 struct RouteCounts {
-   explicit RouteCounts(RouteProgrammer const& programmer) : wanted(programmer.routes()) {
-      programmer.forEachRoute([this](RouteProgrammer::Route const& route) {
-         inHardware += route.state() == RouteProgrammer::State::inHardware;
-         failed += route.state() == RouteProgrammer::State::failed;
+   explicit RouteCounts(Programmer const& programmer) : wanted(programmer.routes()) {
+      programmer.forEach([this](RouteView const& route) {
+         inHardware += route.state() == VelMroute::RouteState::inHardware;
+         failed += route.state() == VelMroute::RouteState::failed;
       });
    }
 
    std::uint64_t wanted, inHardware = 0, failed = 0;
 };
 
-ordered_json routesJson(RouteCounts const& routes, RouteProgrammer::Counters const& counters) {
+ordered_json routesJson(RouteCounts const& routes, Programmer::Counters const& counters) {
    return {{"wanted", routes.wanted},
            {"inHardware", routes.inHardware},
            {"waiting", routes.wanted - routes.inHardware - routes.failed},
@@ -62,7 +62,7 @@ Qor::U32 groupsInUse(SwitchPath const& path) {
 }
 
 ordered_json groupsJson(SwitchPath const& path, RouteCounts const& routes,
-                        RouteProgrammer::Counters const& counters) {
+                        Programmer::Counters const& counters) {
    Qor::U32 const inUse = groupsInUse(path);
    return {{"inUse", inUse},
            {"zombies", path.zombies()},
@@ -105,18 +105,20 @@ ordered_json checkJson(ForwardingCheck const& check) {
 ordered_json summaryJson(RunFigures const& figures, SimulatedSwitch const& simulated,
                          ForwardingCheck const* check) {
    Sim::Chip const& chip = simulated.chip();
-   RouteCounts const routes(simulated.routeProgrammer());
+   RouteCounts const routes(simulated.programmer());
    SimulatedSwitch::Figures const all = simulated.figures();
-   ordered_json summary = {
-         {"events", eventsJson(figures)},
-         {"time", timeJson(figures)},
-         {"routes", routesJson(routes, all.programmer)},
-         {"groups", groupsJson(simulated.path(), routes, all.programmer)},
-         {"groupWrites", groupWritesJson(chip)},
-         {"routeWrites", routeWritesJson(chip)},
-         {"restarts", {{"restarts", all.restarts}, {"adopted", all.adopted}, {"swept", all.swept}}},
-         {"failedWrites", all.programmer.failedWrites},
-         {"peak", peakJson(chip)}};
+   ordered_json summary = {{"events", eventsJson(figures)},
+                           {"time", timeJson(figures)},
+                           {"routes", routesJson(routes, all.programmer)},
+                           {"groups", groupsJson(simulated.path(), routes, all.programmer)},
+                           {"groupWrites", groupWritesJson(chip)},
+                           {"routeWrites", routeWritesJson(chip)},
+                           {"restarts",
+                            {{"restarts", all.restarts},
+                             {"adopted", all.programmer.adopted},
+                             {"swept", all.programmer.swept}}},
+                           {"failedWrites", all.programmer.failedWrites},
+                           {"peak", peakJson(chip)}};
    if (check) summary["check"] = checkJson(*check);
    return summary;
 }

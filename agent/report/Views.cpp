@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "agent/report/RouteStateName.h"
 #include "agent/report/TextTable.h"
 #include "platform/sim/Format.h"
 
@@ -42,16 +43,17 @@ ordered_json groupJson(Qor::U32 group) {
 
 ordered_json routesJson(SimulatedSwitch const& simulated) {
    ordered_json rows = ordered_json::array();
-   simulated.routeProgrammer().forEachRoute([&](RouteProgrammer::Route const& route) {
-      WantedRoute const& wanted = *route.wanted();
-      bool const offload = route.state() == RouteProgrammer::State::inHardware;
+   simulated.programmer().forEach([&](RouteView const& route) {
+      WantedRoute const& wanted = route.wanted();
+      MrouteLib::PortVlanSet const* const set = route.set();
+      bool const offload = route.state() == VelMroute::RouteState::inHardware;
       ordered_json row = {{"vrf", route.vrf().name()},
                           {"src", prefixText(route.key().source())},
                           {"dst", prefixText(route.key().group())},
-                          {"iif", wanted.acceptingIntfId.name()},
-                          {"vlan", wanted.acceptingVlan.value()},
-                          {"multipath", multipath(wanted.set)},
-                          {"state", fmt::format("{}", route.state())},
+                          {"iif", wanted.noRpf ? Qor::Name() : wanted.iif.name()},
+                          {"vlan", route.vlan().value()},
+                          {"multipath", set ? multipath(*set) : ordered_json::array()},
+                          {"state", nameOf(route.state())},
                           {"offload", offload}};
       if (auto const record = simulated.path().record(route)) {
          row["multicastId"] = groupJson(record->group);

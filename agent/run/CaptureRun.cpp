@@ -47,8 +47,7 @@ class Progress {
       last_ = now;
       written_ = true;
       fmt::print(stderr, "\r\x1b[K{} events, {:.1f} s of capture, {} routes, {} groups",
-                 figures.events, time, simulated.routeProgrammer().routes(),
-                 simulated.chip().groups());
+                 figures.events, time, simulated.programmer().routes(), simulated.chip().groups());
       std::fflush(stderr);
    }
    void clear() {

@@ -233,7 +233,7 @@ struct ForwardExpectation {
 
 struct RouteExpectation {
    RouteRun routes;
-   std::optional<std::string> state;   // RouteProgrammer::State by name, or "absent"
+   std::optional<std::string> state;   // nameOf(RouteState), or "absent"
    std::optional<std::string> reason;  // a part of the route's reason
    std::optional<Range> lastPollTime;
    std::map<std::string, Range> fastdropLastPollTime;  // by interface

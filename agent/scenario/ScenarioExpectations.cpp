@@ -3,7 +3,7 @@
 
 #include "agent/input/PrintableText.h"
 #include "agent/input/RouteFields.h"
-#include "agent/programmer/RouteProgrammer.h"
+#include "agent/report/RouteStateName.h"
 #include "agent/scenario/ScenarioFields.h"
 
 namespace Agent::Scenario {
@@ -54,8 +54,8 @@ RouteExpectation routeExpectationFrom(json const& value, std::string const& keyP
    if (fields.find("state")) {
       Names<std::string> names;
       for (auto const& [name, state] :
-           namesOf(RouteProgrammer::State::marked, RouteProgrammer::State::failed))
-         names.emplace_back(name, name);
+           namesOf(VelMroute::RouteState::queued, VelMroute::RouteState::failed))
+         names.emplace_back(Agent::nameOf(state), Agent::nameOf(state));
       names.emplace_back("absent", "absent");
       route.state = fields.named("state", "state", names);
    }

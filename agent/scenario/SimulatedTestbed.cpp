@@ -3,6 +3,7 @@
 #include <iostream>
 #include <set>
 
+#include "agent/report/RouteStateName.h"
 #include "agent/report/Views.h"
 #include "platform/sim/Format.h"
 
@@ -24,38 +25,32 @@ void SimulatedTestbed::note(std::string const& what) {
 
 void SimulatedTestbed::routeIs(Route const& route) {
    WantedRoute wanted;
-   wanted.acceptingIntfId = route.iif;
-   wanted.acceptingVlan = learn(route.iif).vlan;
-   if (route.noRpf) {
-      wanted.noRpf = true;
-      wanted.acceptingIntfId = {};
-      wanted.acceptingVlan = {};
-   }
+   learn(route.iif);
+   wanted.noRpf = route.noRpf;
+   // Without an input check the input has a meaning for the backup alone.
+   if (!route.noRpf || !route.backup.empty()) wanted.iif = route.iif;
    if (route.bridge && !simulated_.path().bridges()) {
       throw TestbedRefusal("this path has no bridge entries");
    }
-   wanted.bridgeAction = route.bridge;
-   wanted.set.typeIs(route.bridge ? Routing::Multicast::Fib::RouteKeyType::bridged
-                                  : Routing::Multicast::Fib::routeKeyType(route.key));
-   wanted.set.toCpuIs(route.cpu);
+   wanted.bridge = route.bridge;
+   std::vector<Lnet::IntfId> ports;
+   bool cpu = route.cpu;
    for (Lnet::IntfId const oif : route.oifs) {
-      Intf const& out = learn(oif);
-      if (out.cpu) {
-         wanted.set.toCpuIs(true);
+      if (learn(oif).cpu) {
+         cpu = true;
       } else {
-         wanted.set.newPortVlan(MrouteLib::PortVlan(oif, out.vlan), true);
+         ports.push_back(oif);
       }
    }
    for (Lnet::IntfId const oif : route.backup) {
-      Intf const& out = learn(oif);
-      if (out.cpu) throw TestbedRefusal("the CPU cannot be a backup");
-      wanted.set.newPortVlanFrr(MrouteLib::PortVlan(oif, out.vlan), true);
+      if (learn(oif).cpu) throw TestbedRefusal("the CPU cannot be a backup");
    }
-   if (!route.backup.empty()) wanted.set.currentIifIs(route.iif);
+   wanted.outputs = simulated_.outputsPool().get(std::move(ports), cpu, route.backup);
    for (Lnet::IntfId const intf : route.fastdrop) {
       if (intf == route.iif) throw TestbedRefusal(intf.name() + " is the input of the route");
-      wanted.fastdrop.push_back({intf, learn(intf).vlan});
+      learn(intf);
    }
+   wanted.fastdrop = route.fastdrop;
    simulated_.learnVrf(route.vrf);
    simulated_.routeIs(route.vrf, route.key, std::move(wanted));
 }
@@ -161,9 +156,9 @@ Testbed::Copies SimulatedTestbed::copiesOf(Sim::Forwarded const& forwarded) {
 Testbed::RouteFacts SimulatedTestbed::route(L3::VrfName const& vrf,
                                             Scenario::RouteKey const& key) const {
    RouteFacts facts;
-   auto const* route = std::as_const(simulated_).routeProgrammer().route(vrf, key);
+   auto const route = std::as_const(simulated_).programmer().view(vrf, key);
    if (!route) return facts;
-   facts.state = fmt::format("{}", route->state());
+   facts.state = nameOf(route->state());
    facts.reason = route->reason();
    auto const vrfStatus = simulated_.mfibHwStatus().vrfStatus(vrf);
    if (auto const status = vrfStatus ? vrfStatus->route(key) : nullptr) {
@@ -181,11 +176,11 @@ Testbed::RouteFacts SimulatedTestbed::route(L3::VrfName const& vrf,
 }
 
 std::uint64_t SimulatedTestbed::value(Scenario::State state) const {
-   RouteProgrammer const& programmer = std::as_const(simulated_).routeProgrammer();
+   Programmer const& programmer = std::as_const(simulated_).programmer();
    std::uint64_t inHardware = 0, failed = 0;
-   programmer.forEachRoute([&](RouteProgrammer::Route const& route) {
-      inHardware += route.state() == RouteProgrammer::State::inHardware;
-      failed += route.state() == RouteProgrammer::State::failed;
+   programmer.forEach([&](RouteView const& route) {
+      inHardware += route.state() == VelMroute::RouteState::inHardware;
+      failed += route.state() == VelMroute::RouteState::failed;
    });
    switch (state) {
       case Scenario::State::wanted:
@@ -240,9 +235,9 @@ std::uint64_t SimulatedTestbed::value(Scenario::Count count) const {
       case Scenario::Count::refusals:
          return counters.refusals;
       case Scenario::Count::adopted:
-         return figures.adopted;
+         return counters.adopted;
       case Scenario::Count::swept:
-         return figures.swept;
+         return counters.swept;
       default:
          return 0;  // the counts of the player
    }
@@ -252,14 +247,14 @@ std::uint64_t SimulatedTestbed::value(Scenario::Count count) const {
 // record forwards to the backup of its set.
 std::vector<std::string> SimulatedTestbed::forwardingFaults() {
    std::vector<std::string> wrong;
-   auto const& programmer = std::as_const(simulated_).routeProgrammer();
-   programmer.forEachRoute([&](RouteProgrammer::Route const& route) {
-      if (route.state() != RouteProgrammer::State::inHardware) return;
+   auto const& programmer = std::as_const(simulated_).programmer();
+   programmer.forEach([&](RouteView const& route) {
+      if (route.state() != VelMroute::RouteState::inHardware) return;
       auto const record = simulated_.path().record(route);
       auto const* entry = simulated_.path().entry(route.handle());
-      if (entry && route.wanted()->bridgeAction) return;
+      if (entry && route.wanted().bridge) return;
       auto const* group = entry ? simulated_.chip().group(entry->group) : nullptr;
-      MrouteLib::PortVlanSet const& set = route.wanted()->set;
+      MrouteLib::PortVlanSet const& set = *route.set();  // a route in hardware has its vlans
       std::set<MrouteLib::PortVlan> expected, backup, found;
       for (auto const& [member, flag] : set.portVlan())
          expected.insert(member);

@@ -57,7 +57,7 @@ class Testbed {
 
    // The state of a route.
    struct RouteFacts {
-      std::string state = "absent";  // RouteProgrammer::State by name; "absent": not wanted
+      std::string state = "absent";  // nameOf(RouteState); "absent": not wanted
       std::string reason;            // the reason why the route is not in hardware
       // From the hardware status; nothing for a route without a status.
       std::optional<double> lastPollTime;

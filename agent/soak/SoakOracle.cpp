@@ -3,6 +3,8 @@
 
 #include <algorithm>
 
+#include "agent/report/RouteStateName.h"
+
 namespace Agent {
 
 using Routing::Multicast::Fib::IpGenRouteKey;
@@ -14,8 +16,8 @@ constexpr std::size_t maxFound = 20;
 constexpr std::size_t underWayLooks = 48;  // unverified routes that a look compares before rest
 constexpr unsigned otherLooks = 8;         // verified routes that a look compares
 
-constexpr WriteKind deletions[tables] = {WriteKind::groupDelete, WriteKind::routeDelete,
-                                         WriteKind::boundaryDelete};
+constexpr WriteKind deletions[VelMroute::allTables.size()] = {
+      WriteKind::groupDelete, WriteKind::routeDelete, WriteKind::boundaryDelete};
 
 // A group of the key that no narrower route of an episode matches. For a range, that is the last
 // address of the range; for the catch-all, an address below the groups of all other routes.
@@ -127,7 +129,7 @@ void SoakOracle::updateExcuses(bool rest) {
       nobodyUninterrupted();
    }
    if (replay_.underWay && !roomToSpare()) nobodyUninterrupted();
-   for (std::size_t i = 0; i < tables; ++i) {
+   for (std::size_t i = 0; i < excuses_.size(); ++i) {
       Excuse& excuse = excuses_[i];
       std::uint64_t const deleted = simulated_.chip().writes(deletions[i]);
       if (excuse.denied || failed) {
@@ -137,7 +139,7 @@ void SoakOracle::updateExcuses(bool rest) {
       } else if (excuse.holds && rest && !excuse.deletions) {
          excuse.deletions = deleted;
       } else if (excuse.holds && rest) {
-         bool const asked = Qor::now() > excuse.since + RouteProgrammer::retryInterval + 2;
+         bool const asked = Qor::now() > excuse.since + Programmer::Options().retry + 2;
          excuse.holds = deleted == excuse.deletions && !asked;
       }
    }
@@ -182,7 +184,7 @@ void SoakOracle::look() {
 // Returns false if the route is withdrawn and no part of it is left, so the model can forget it.
 bool SoakOracle::checkRoute(RouteId const& id, Known& known, bool rest) {
    ++figures_.routeChecks;
-   auto const* const route = programmer().route(id.vrf, id.key);
+   auto const route = programmer().view(id.vrf, id.key);
    if (!known.wanted) {
       if (route) wrong(id, "is withdrawn, and the route programmer still has the route");
       if (rest) checkAbsent(id);
@@ -229,8 +231,7 @@ bool SoakOracle::full(Table table) const {
 }
 
 // The reason of a route that is not in hardware must be true.
-void SoakOracle::checkState(RouteId const& id, Known const& known,
-                            RouteProgrammer::Route const& route) {
+void SoakOracle::checkState(RouteId const& id, Known const& known, RouteView const& route) {
    auto const waits = [&](Table table, char const* what) {
       if (excused(table)) return;
       if (!full(table)) {
@@ -258,7 +259,7 @@ void SoakOracle::checkState(RouteId const& id, Known const& known,
          return;
       default: {
          std::ostringstream text;
-         text << "the switch is at rest, and the route is " << route.state();
+         text << "the switch is at rest, and the route is " << nameOf(route.state());
          wrong(id, text.str());
       }
    }
@@ -273,12 +274,12 @@ Sim::EntryTable const& SoakOracle::tableOf(Route const& route) const {
    return route.bridge ? simulated_.chip().boundaries() : simulated_.chip().routes();
 }
 
-std::optional<Qor::U64> SoakOracle::heldBy(RouteProgrammer::Route const* route) {
+std::optional<Qor::U64> SoakOracle::heldBy(std::optional<RouteView> route) {
    if (!route || !route->record()) return std::nullopt;
    return route->record()->oifSet()->serial();
 }
 
-std::vector<Outputs> SoakOracle::expected(Known& known, RouteProgrammer::Route const* route) const {
+std::vector<Outputs> SoakOracle::expected(Known& known, std::optional<RouteView> route) const {
    auto const held = heldBy(route);
    if (known.mayGoBack && held && rewritten_.contains(*held)) known.rerouted.insert(*held);
    bool const backup = held && known.rerouted.contains(*held);
@@ -289,7 +290,7 @@ std::vector<Outputs> SoakOracle::expected(Known& known, RouteProgrammer::Route c
    return list;
 }
 
-void SoakOracle::checkPacket(RouteId const& id, Known& known, RouteProgrammer::Route const* route,
+void SoakOracle::checkPacket(RouteId const& id, Known& known, std::optional<RouteView> route,
                              bool rest) {
    Route const& wanted = *known.wanted;
    Sim::Packet packet;

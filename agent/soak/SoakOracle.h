@@ -93,7 +93,7 @@ class SoakOracle {
 
  private:
    using Known = SoakModel::Known;
-   using State = RouteProgrammer::State;
+   using State = VelMroute::RouteState;
 
    // The permission for routes to wait although the table has room. It holds after the platform
    // refused room or a write failed. It ends with the next deletion from the table, because the
@@ -124,7 +124,7 @@ class SoakOracle {
    void wrong(RouteId const& id, std::string const& text);
    void wrong(std::string const& text);
    bool atRest() const;
-   RouteProgrammer const& programmer() const { return std::as_const(simulated_).routeProgrammer(); }
+   Programmer const& programmer() const { return std::as_const(simulated_).programmer(); }
    Bridging::VlanIdOrNone vlanOf(Route const& route) const;
    Outputs outputsOf(Sim::Group const* group) const;
    Sim::EntryTable const& tableOf(Route const& route) const;
@@ -147,14 +147,13 @@ class SoakOracle {
 
    bool checkRoute(RouteId const& id, Known& known, bool rest);
    void checkAbsent(RouteId const& id);
-   void checkState(RouteId const& id, Known const& known, RouteProgrammer::Route const& route);
-   // `route` is null if the route is not replayed yet.
-   void checkPacket(RouteId const& id, Known& known, RouteProgrammer::Route const* route,
-                    bool rest);
+   void checkState(RouteId const& id, Known const& known, RouteView const& route);
+   // There is no `route` before the route is replayed.
+   void checkPacket(RouteId const& id, Known& known, std::optional<RouteView> route, bool rest);
    // The serial of the oif set whose group the route holds.
-   static std::optional<Qor::U64> heldBy(RouteProgrammer::Route const* route);
+   static std::optional<Qor::U64> heldBy(std::optional<RouteView> route);
    // The permitted outputs of a route at rest. A rewrite that may have failed permits two.
-   std::vector<Outputs> expected(Known& known, RouteProgrammer::Route const* route) const;
+   std::vector<Outputs> expected(Known& known, std::optional<RouteView> route) const;
    void noteHit(RouteId const& id, Known& known, Sim::Entry const& entry) const;
 
    void checkEntries();
@@ -174,7 +173,7 @@ class SoakOracle {
    std::vector<RouteId> unverified_;  // Known::unverified; a route may be there twice
    std::vector<RouteId> everWanted_;  // look() selects its other routes from these
    std::map<Qor::U32, L3::VrfName> vrfNames_;
-   std::array<Excuse, tables> excuses_;
+   std::array<Excuse, VelMroute::allTables.size()> excuses_;
    std::uint64_t failuresSeen_ = 0;
    std::uint64_t failuresAtRest_ = 0;
    double failedAt_ = -10;

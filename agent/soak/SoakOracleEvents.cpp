@@ -32,7 +32,7 @@ void SoakOracle::routeIs(Route const& route) {
    bool calm = false;
    if (!fresh && !there->unverified) {
       Route const& old = *there->wanted;
-      auto const* const placed = programmer().route(id.vrf, id.key);
+      auto const placed = programmer().view(id.vrf, id.key);
       calm = placed && placed->state() == State::inHardware && old.iif == route.iif &&
              old.noRpf == route.noRpf && old.bridge == route.bridge && !excuses_[0].denied &&
              simulated_.path().groupsAllocated() + unverified_.size() + 2 <=
@@ -83,7 +83,7 @@ bool SoakOracle::staysOverCrash(RouteId const& id, Known const& known, bool rest
                                    [](Excuse const& excuse) { return excuse.denied; });
    if (denied || failedLately()) return false;
    if (known.unverified) return replay_.underWay && known.uninterrupted && known.before.empty();
-   auto const* const route = programmer().route(id.vrf, id.key);
+   auto const route = programmer().view(id.vrf, id.key);
    return rest && route && route->state() == State::inHardware;
 }
 
@@ -195,8 +195,8 @@ void SoakOracle::rerouted(Lnet::IntfId failed) {
    }
    // A route that is being withdrawn may be announced again before it has left its group.
    for (auto& [id, known] : model_.routes())
-      known.mayGoBack = known.mayGoBack || !programmer().route(id.vrf, id.key);
-   programmer().forEachRoute([&](RouteProgrammer::Route const& route) {
+      known.mayGoBack = known.mayGoBack || !programmer().view(id.vrf, id.key);
+   programmer().forEach([&](RouteView const& route) {
       RouteId const id{route.vrf(), route.key()};
       Known* const known = model_.find(id);
       if (!known || !route.record()) return;

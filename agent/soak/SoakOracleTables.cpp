@@ -62,7 +62,7 @@ void SoakOracle::checkRoutesInTables() {
       if (!known.wanted) continue;
       ++wanted;
       ++figures_.tableChecks;
-      auto const* const route = programmer().route(id.vrf, id.key);
+      auto const route = programmer().view(id.vrf, id.key);
       if (!route) {
          wrong(id, "is wanted, and the route programmer lacks the route");
          continue;
@@ -123,7 +123,7 @@ void SoakOracle::checkEntries() {
    for (auto const& [id, known] : model_.routes()) {
       if (!known.wanted) continue;
       wantedFastdrops += known.wanted->fastdrop.size();
-      auto const* const route = programmer().route(id.vrf, id.key);
+      auto const route = programmer().view(id.vrf, id.key);
       wantedOwn += route && route->state() == State::inHardware && !known.wanted->bridge;
    }
    if (own != wantedOwn) {
@@ -150,8 +150,8 @@ void SoakOracle::checkBoundaries() {
          wrong("boundary entry " + std::to_string(index) + " has no route: " + entry.key.pretty());
       }
    });
-   programmer().forEachRoute([&](RouteProgrammer::Route const& route) {
-      wantedOwn += route.state() == State::inHardware && route.wanted()->bridgeAction;
+   programmer().forEach([&](RouteView const& route) {
+      wantedOwn += route.state() == State::inHardware && route.wanted().bridge;
    });
    if (own != wantedOwn) {
       wrong(std::to_string(wantedOwn) + " routes are in hardware with a boundary entry, " +
@@ -253,7 +253,7 @@ void SoakOracle::checkZombies(std::vector<RecordRow> const& zombies,
    }
    // A resurrected record may have become a zombie again and expired, or its set may be gone
    // because nothing shares it. Resurrections are therefore counted with the purges.
-   auto const& counters = programmer().counters();
+   Programmer::Counters const counters = programmer().counters();
    std::uint64_t const purges = counters.purges + counters.resurrections;
    if (early > purges - purgesAtZombies_ && !failedLately()) {
       wrong(std::to_string(early) + " zombies are gone before their expiry, " +
@@ -279,7 +279,7 @@ void SoakOracle::checkZombies(std::vector<RecordRow> const& zombies,
 void SoakOracle::checkActivity(RouteId const& id, Known& known) {
    auto const vrfStatus = simulated_.mfibHwStatus().vrfStatus(id.vrf);
    auto const status = vrfStatus ? vrfStatus->route(id.key) : nullptr;
-   auto const* const route = programmer().route(id.vrf, id.key);
+   auto const route = programmer().view(id.vrf, id.key);
    if (!status) {
       if (route->state() == State::inHardware) wrong(id, "is in hardware without a status");
       known.lastPollTime = 0;

@@ -54,7 +54,7 @@ void playEnd(SimulatedSwitch& simulated, SoakTestbed& testbed, SoakOracle& oracl
    oracle.lookAtAll();
    if (!oracle.found().empty()) return;
    std::vector<RouteId> wanted;
-   std::as_const(simulated).routeProgrammer().forEachRoute([&](auto const& route) {
+   std::as_const(simulated).programmer().forEach([&](RouteView const& route) {
       wanted.push_back({route.vrf(), route.key()});
    });
    for (RouteId const& id : wanted)

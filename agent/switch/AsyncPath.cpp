@@ -15,50 +15,60 @@ Sim::AsyncPlatformConfig platformConfig(PathConfig const& config) {
 
 }  // namespace
 
-AsyncPath::AsyncPath(Surroundings const& surroundings, PathConfig const& config)
-      : AsyncPath(surroundings,
-                  Qor::make<Sim::AsyncPlatform>("sim", surroundings.chip, platformConfig(config)),
+AsyncPath::AsyncPath(Surroundings const& s, PathConfig const& config, Crashed const* crashed)
+      : AsyncPath(s, crashed, Qor::make<Sim::AsyncPlatform>("sim", s.chip, platformConfig(config)),
                   Qor::make<Routing::Hardware::RouteStatus>()) {}
 
-AsyncPath::AsyncPath(Surroundings const& s, PlatformPtr platform, RouteStatusPtr routeStatus)
-      : SwitchPathBase(Vel::Mroute::asyncMrouteSwitchFactory("switch1", routeStatus, platform)),
+AsyncPath::AsyncPath(Surroundings const& s, Crashed const* crashed, PlatformPtr platform,
+                     RouteStatusPtr routeStatus)
+      : SwitchPathBase(s, newTable(s, crashed, platform, routeStatus),
+                       crashed ? newRestart(platform) : nullptr),
         platform_(std::move(platform)),
         routeStatus_(std::move(routeStatus)),
-        bfdAppStatus_(s.bfdAppStatus),
-        routeProgrammer_(mrouteSwitch(), Qor::make<MrouteLib::MrouteTableColl>(), s.mfibHwStatus),
-        reactor_(Vel::Mroute::asyncMrouteSwitchSmFactory(
-              {.mrouteSwitch = mrouteSwitch(),
-               .intfVlanIdTable = s.intfVlanIdTable,
-               .mfibConfig = s.mfibConfig,
-               .mfibHwStatus = s.mfibHwStatus,
-               .mrouteHelper = platform_,
-               .zombieClock = Qor::make<Qor::Clock>("zombieClock"),
-               .agingClock = Qor::make<Qor::Clock>("agingClock"),
-               .ethIntfStatusDir = s.ethIntfStatusDir,
-               .bfdAllPeerStatusDir = Qor::make<Bfd::StatusPeer>(),
-               .bfdAllPeerStatus = bfdAppStatus_})) {}
+        bfdAppStatus_(s.bfdAppStatus) {}
+
+std::unique_ptr<VelMroute::AsyncRouteTable> AsyncPath::newTable(Surroundings const& s,
+                                                                Crashed const* crashed,
+                                                                PlatformPtr const& platform,
+                                                                RouteStatusPtr const& routeStatus) {
+   auto table = std::make_unique<VelMroute::AsyncRouteTable>(
+         VelMroute::AsyncRouteTable::Inputs{.hooks = platform,
+                                            .vrfs = routeStatus,
+                                            .vlans = s.intfVlanIdTable,
+                                            .config = s.mfibConfig,
+                                            .published = s.mfibHwStatus,
+                                            .links = s.ethIntfStatusDir,
+                                            .bfdPeers = Qor::make<Bfd::StatusPeer>(),
+                                            .bfd = s.bfdAppStatus,
+                                            .intfs = nullptr,
+                                            .localIntfs = nullptr});
+   if (!crashed) return table;
+   platform->faults() = crashed->faults;
+   for (auto const& [vrf, id] : crashed->vrfs)
+      routeStatus->newVrfStatus(vrf, id);
+   return table;
+}
+
+std::unique_ptr<PlatformRestart> AsyncPath::newRestart(PlatformPtr const& platform) {
+   return std::make_unique<PlatformRestart>(*platform->chip(), platform->found(),
+                                            [platform] { return platform->sweepUnadopted(); });
+}
 
 TreeRoots AsyncPath::roots() const {
    return {{"bfd", Qor::toGeneric(bfdAppStatus_)},
            {"helper/1", Qor::toGeneric(Qor::Ptr<VelHelper::AsyncMrouteHelper>(platform_))},
            {"routeStatus", Qor::toGeneric(routeStatus_)},
-           {"sm/1", Qor::toGeneric(reactor_)},
+           {"sm/1", Qor::toGeneric(table().reactor())},
            {"switch/1", Qor::toGeneric(mrouteSwitch())}};
-}
-
-bool AsyncPath::sweepUnadopted() {
-   bool const all = platform_->sweepUnadopted();
-   routeProgrammer_.tryAgain();
-   return all;
 }
 
 void AsyncPath::timelineIs(Timeline* timeline) {
    if (!timeline) {
-      routeProgrammer_.xactObserverIs(nullptr);
+      table().onXact(nullptr);
       return;
    }
    timeline->observe(std::make_unique<AsyncObserver>(*timeline, *mrouteSwitch()));
-   routeProgrammer_.xactObserverIs([timeline](Qor::String const& name, Hux::XactPtr const& xact) {
+   table().onXact([timeline](Qor::String const& name, Hux::XactPtr const& xact) {
       timeline->xact(name, xact);
    });
 }

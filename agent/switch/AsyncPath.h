@@ -3,19 +3,16 @@
 #pragma once
 
 #include "Routing/Hardware/RouteStatus.h"
-#include "Vel/VelAsyncMrouteSm.h"
-#include "agent/programmer/AsyncRouteProgrammer.h"
 #include "agent/switch/SwitchPathBase.h"
 #include "platform/sim/AsyncPlatform.h"
+#include "programmer/AsyncRouteTable.h"
 
 namespace Agent {
 
-class AsyncPath final : public SwitchPathBase<Vel::Mroute::AsyncMrouteSwitch> {
+class AsyncPath final : public SwitchPathBase<VelMroute::AsyncRouteTable> {
  public:
-   AsyncPath(Surroundings const& surroundings, PathConfig const& config);
+   AsyncPath(Surroundings const& s, PathConfig const& config, Crashed const* crashed);
 
-   RouteProgrammer& routeProgrammer() override { return routeProgrammer_; }
-   RouteProgrammer const& routeProgrammer() const override { return routeProgrammer_; }
    void vrfIs(L3::VrfName const& vrf, Vel::VrfId id) override {
       routeStatus_->newVrfStatus(vrf, id);
    }
@@ -38,11 +35,6 @@ class AsyncPath final : public SwitchPathBase<Vel::Mroute::AsyncMrouteSwitch> {
    TreeRoots roots() const override;
    void detach(Qor::U32 applied) override { platform_->detach(applied); }
    Sim::Found const& found() const override { return platform_->found(); }
-   std::vector<VelMroute::Restart::Route> foundRoutes() const override {
-      return platform_->foundRoutes();
-   }
-   bool sweepUnadopted() override;
-   void reroute(Lnet::IntfId intf) override { reactor_->updateFrrMtableOif(intf); }
 
    void timelineIs(Timeline* timeline) override;
 
@@ -50,14 +42,18 @@ class AsyncPath final : public SwitchPathBase<Vel::Mroute::AsyncMrouteSwitch> {
    using PlatformPtr = Qor::Ptr<Sim::AsyncPlatform>;
    using RouteStatusPtr = Qor::Ptr<Routing::Hardware::RouteStatus>;
 
-   AsyncPath(Surroundings const& surroundings, PlatformPtr platform, RouteStatusPtr routeStatus);
+   AsyncPath(Surroundings const& s, Crashed const* crashed, PlatformPtr platform,
+             RouteStatusPtr routeStatus);
+   static std::unique_ptr<VelMroute::AsyncRouteTable> newTable(Surroundings const& s,
+                                                               Crashed const* crashed,
+                                                               PlatformPtr const& platform,
+                                                               RouteStatusPtr const& routeStatus);
+   static std::unique_ptr<PlatformRestart> newRestart(PlatformPtr const& platform);
    RecordRow rowOf(Vel::Mroute::AsyncMtableOifSet const& record) const override;
 
    PlatformPtr const platform_;
    RouteStatusPtr const routeStatus_;
    Qor::Ptr<Bfd::AppStatus> const bfdAppStatus_;
-   AsyncRouteProgrammer routeProgrammer_;
-   Qor::Ptr<Vel::Mroute::AsyncMrouteSwitchSm> const reactor_;
 };
 
 }  // namespace Agent

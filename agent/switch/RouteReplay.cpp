@@ -50,9 +50,9 @@ void RouteReplay::handleClock() {
       clock_->timeMinIs(completeAt_);
       return;
    }
-   auto const again = complete_();
-   underWay_ = again.has_value();
-   clock_->timeMinIs(again ? Qor::now() + *again : Qor::never);
+   underWay_ = false;
+   clock_->timeMinIs(Qor::never);
+   complete_();
 }
 
 }  // namespace Agent

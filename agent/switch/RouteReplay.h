@@ -15,7 +15,7 @@
 
 #include "Qor/Clock.h"
 #include "agent/input/CaptureState.h"
-#include "agent/programmer/WantedRoute.h"
+#include "programmer/WantedRoute.h"
 
 namespace Agent {
 
@@ -34,17 +34,16 @@ struct RestartOptions {
 
 class RouteReplay {
  public:
-   using Routes = std::map<RouteId, WantedRoute>;
-   using Announce = std::function<void(RouteId const&, WantedRoute const&)>;
-   // Called when all routes are announced. If it returns a time, it is called again after that
-   // time.
-   using Complete = std::function<std::optional<Qor::Seconds>()>;
+   using Routes = std::map<RouteId, VelMroute::WantedRoute>;
+   using Announce = std::function<void(RouteId const&, VelMroute::WantedRoute const&)>;
+   // Called once, at the end of the replay.
+   using Complete = std::function<void()>;
 
    RouteReplay(Announce announce, Complete complete);
 
    // Begins a replay in the next turn of the loop, in place of the one that is under way.
    void start(Routes routes, RestartOptions const& options);
-   // True from start() until complete() has returned nothing.
+   // True from start() until the end of the replay.
    bool underWay() const { return underWay_; }
    Routes const& left() const { return left_; }
    void drop(RouteId const& id) { left_.erase(id); }

@@ -36,20 +36,14 @@ SimulatedSwitch::SimulatedSwitch(PathKind path, Sim::ChipConfig const& config, I
                       Qor::make<IntfVlanId::Table>(),
                       Qor::make<Interface::EthIntfStatusDir>(),
                       Qor::make<Bfd::AppStatus>()},
-        path_(newPath()),
-        replay_(
-              [this](RouteId const& id, WantedRoute const& wanted) {
-                 routeProgrammer().routeIs(id.vrf, id.key, wanted);
-              },
-              [this] { return replayComplete(); }) {
+        path_(newSwitchPath(pathKind_, surroundings_, pathConfig_)),
+        replay_([this](RouteId const& id,
+                       WantedRoute const& wanted) { programmer().routeIs(id.vrf, id.key, wanted); },
+                [this] { programmer().resyncEnd(); }) {
    learnVrf(L3::VrfName("default"));
 }
 
 SimulatedSwitch::~SimulatedSwitch() = default;
-
-std::unique_ptr<SwitchPath> SimulatedSwitch::newPath() const {
-   return newSwitchPath(pathKind_, surroundings_, pathConfig_);
-}
 
 void SimulatedSwitch::apply(CaptureEvent const& event) {
    activity_->runUntil(timeOf(event).time);
@@ -58,7 +52,7 @@ void SimulatedSwitch::apply(CaptureEvent const& event) {
 }
 
 void SimulatedSwitch::settle() {
-   while (!routeProgrammer().settled() || path_->writesPending() || recovering()) {
+   while (!programmer().settled() || path_->writesPending() || recovering()) {
       activity_->runUntil(activity_->nextDeadline());
    }
 }
@@ -71,6 +65,11 @@ std::optional<Vel::VrfId> SimulatedSwitch::vrfId(L3::VrfName const& vrf) const {
 
 Intf const& SimulatedSwitch::intf(Lnet::IntfId id) const {
    return intfMap_.intf(id);
+}
+
+Bridging::VlanIdOrNone SimulatedSwitch::vlanOf(WantedRoute const& wanted) const {
+   if (wanted.noRpf) return {};
+   return intf(wanted.iif).vlan;
 }
 
 TreeRoots SimulatedSwitch::roots() const {
@@ -119,7 +118,6 @@ void SimulatedSwitch::learnVrf(L3::VrfName const& vrf) {
    auto const [it, isNew] = vrfIds_.try_emplace(vrf, vrfIds_.size());
    if (!isNew) return;
    path_->vrfIs(vrf, it->second);
-   routeProgrammer().vrfReady(vrf);
 }
 
 void SimulatedSwitch::apply(MrouteEvent const& event) {
@@ -128,17 +126,17 @@ void SimulatedSwitch::apply(MrouteEvent const& event) {
       return;
    }
    WantedRoute wanted;
-   wanted.acceptingIntfId = event.iif;
-   wanted.acceptingVlan = intf(event.iif).vlan;
-   wanted.set.typeIs(Routing::Multicast::Fib::routeKeyType(event.key));
+   wanted.iif = event.iif;
+   std::vector<Lnet::IntfId> ports;
+   bool cpu = false;
    for (Lnet::IntfId const oif : event.oifs) {
-      Intf const& out = intf(oif);
-      if (out.cpu) {
-         wanted.set.toCpuIs(true);
+      if (intf(oif).cpu) {
+         cpu = true;
       } else {
-         wanted.set.newPortVlan(MrouteLib::PortVlan(oif, out.vlan), true);
+         ports.push_back(oif);
       }
    }
+   wanted.outputs = outputs_.get(std::move(ports), cpu);
    routeIs(event.vrf, event.key, std::move(wanted));
 }
 
@@ -170,9 +168,7 @@ void SimulatedSwitch::apply(SnapshotEvent const& event) {
    auto const look = [&](RouteId const& id) {
       if (event.covers(id.vrf, id.key) && !listed.contains(id)) gone.push_back(id);
    };
-   routeProgrammer().forEachRoute([&](RouteProgrammer::Route const& route) {
-      look({route.vrf(), route.key()});
-   });
+   programmer().forEach([&](RouteView const& route) { look({route.vrf(), route.key()}); });
    for (auto const& [id, wanted] : replay_.left())
       look(id);
    for (RouteId const& id : gone)

@@ -10,9 +10,9 @@
 //
 // In a restart the agent crashes and starts again. The path and the hardware status are lost, and
 // the chip keeps its tables. Other parts of the agent keep interfaces, links, BFD sessions, VRFs
-// and configuration. Then a new path is made on the chip, the hardware status is recovered from the
-// routes in the tables, and the routing layer replays its routes (agent/switch/RouteReplay.h). At
-// the end of the replay the groups and entries without a route are removed from the chip.
+// and configuration. Then a new path is made on the chip, and the routing layer replays its routes
+// (agent/switch/RouteReplay.h). The programmer of the new path recovers the hardware status, and
+// removes the groups and entries without a route at the end of the replay.
 #pragma once
 
 #include <functional>
@@ -48,9 +48,11 @@ class SimulatedSwitch {
    void settle();
 
    // Changes without a capture: wanted routes, configuration, links.
-   void routeIs(L3::VrfName const& vrf, RouteProgrammer::RouteKey const& key, WantedRoute wanted);
-   void routeDel(L3::VrfName const& vrf, RouteProgrammer::RouteKey const& key);
-   RouteProgrammer& routeProgrammer() { return path_->routeProgrammer(); }
+   // The interfaces and the VRF of a wanted route are registered before.
+   void routeIs(L3::VrfName const& vrf, RouteKey const& key, WantedRoute wanted);
+   void routeDel(L3::VrfName const& vrf, RouteKey const& key);
+   VelMroute::OutputsPool& outputsPool() { return outputs_; }
+   Programmer& programmer() { return path_->programmer(); }
    Routing::Multicast::Fib::VrfConfig& mfibConfig() { return *surroundings_.mfibConfig; }
    // Changes the link of the port and publishes the state. No effect on a name without a port.
    void linkIs(Lnet::IntfId intf, Interface::IntfOperStatus status);
@@ -65,11 +67,14 @@ class SimulatedSwitch {
    // allowed at any time, also during the replay of an earlier restart.
    void restart(RestartOptions const& options);
    // True from a restart until the last found entry or group is taken over or removed.
-   bool recovering() const { return replay_.underWay(); }
+   bool recovering() const { return replay_.underWay() || programmer().resyncing(); }
    // Calls `handler` for each interface that is down at the end of a replay, before the groups of
    // the routes with this input are rewritten.
    using Rerouting = std::function<void(Lnet::IntfId)>;
-   void onRerouting(Rerouting handler) { rerouting_ = std::move(handler); }
+   void onRerouting(Rerouting handler) {
+      rerouting_ = std::move(handler);
+      programmer().onReroute(rerouting_);
+   }
    // The time of the agent's start. The agent does not know any activity from before.
    Qor::Seconds startedAt() const { return startedAt_; }
    // The routes that the routing layer wants, also those that a replay has not announced yet.
@@ -88,13 +93,11 @@ class SimulatedSwitch {
    Routing::Multicast::Fib::Hardware::Status const& mfibHwStatus() const {
       return *surroundings_.mfibHwStatus;
    }
-   RouteProgrammer const& routeProgrammer() const { return path().routeProgrammer(); }
+   Programmer const& programmer() const { return path().programmer(); }
    // Sums over this agent and its predecessors.
    struct Figures {
-      RouteProgrammer::Counters programmer;
+      Programmer::Counters programmer;
       Qor::U64 restarts = 0;
-      Qor::U64 adopted = 0;             // found groups and entries that were taken over
-      Qor::U64 swept = 0;               // found groups and entries that were removed
       std::vector<Qor::String> faults;  // platformFaults() of all paths
    };
    Figures figures() const;
@@ -105,13 +108,10 @@ class SimulatedSwitch {
    std::optional<Vel::VrfId> vrfId(L3::VrfName const& vrf) const;
    // The interface with this name, which is registered.
    Intf const& intf(Lnet::IntfId id) const;
+   // The vlan of the input of a route; none if the route accepts packets from every interface.
+   Bridging::VlanIdOrNone vlanOf(WantedRoute const& wanted) const;
 
  private:
-   std::unique_ptr<SwitchPath> newPath() const;
-   bool isFound(RouteProgrammer::Route const& route) const;
-   std::optional<Qor::Seconds> replayComplete();
-   void withdrawUnwanted();
-   void rerouteWhereDown();
    void learn(CaptureEvent const& event);
    void apply(MrouteEvent const& event);
    void apply(LinkEvent const& event);
@@ -132,6 +132,7 @@ class SimulatedSwitch {
    PathKind const pathKind_;
    PathConfig const pathConfig_;
    Surroundings surroundings_;
+   VelMroute::OutputsPool outputs_;
    std::unique_ptr<SwitchPath> path_;
    RouteReplay replay_;
    Timeline* timeline_ = nullptr;

@@ -1,9 +1,10 @@
 // The objects between the inputs of a simulated switch and its chip, on one of the two paths:
-// platform hooks, table programmer, reactors and route programmer. The path owns these objects and
-// wires them as on a real switch. The objects that are the same on both paths belong to
-// agent/switch/SimulatedSwitch.h.
+// platform hooks, and a programmer over the route table of the path, which has table programmer and
+// reactors. The path owns these objects and wires them as on a real switch. The objects that are the
+// same on both paths belong to agent/switch/SimulatedSwitch.h.
 #pragma once
 
+#include <map>
 #include <memory>
 #include <optional>
 #include <vector>
@@ -14,13 +15,19 @@
 #include "Qor/Generic.h"
 #include "Routing/Multicast/Fib/VrfConfig.h"
 #include "Vel/VrfId.h"
-#include "agent/programmer/RouteProgrammer.h"
 #include "agent/timeline/Timeline.h"
 #include "platform/sim/Chip.h"
 #include "platform/sim/Faults.h"
 #include "platform/sim/Found.h"
+#include "programmer/Programmer.h"
 
 namespace Agent {
+
+using VelMroute::Programmer;
+using VelMroute::RouteKey;
+using VelMroute::RouteView;
+using VelMroute::Table;
+using VelMroute::WantedRoute;
 
 struct PathConfig {
    Qor::Seconds minPollingInterval = 0;  // the shortest interval at which activity can be polled
@@ -35,6 +42,12 @@ struct Surroundings {
    Qor::Ptr<IntfVlanId::Table> intfVlanIdTable;
    Qor::Ptr<Interface::EthIntfStatusDir> ethIntfStatusDir;
    Qor::Ptr<Bfd::AppStatus> bfdAppStatus;
+};
+
+// The state that outlives a crash of the agent, besides the surroundings.
+struct Crashed {
+   std::map<L3::VrfName, Vel::VrfId> vrfs;
+   Sim::Faults faults;  // faults of the hardware
 };
 
 // A record of an oif set in the chip's replication table.
@@ -61,8 +74,8 @@ class SwitchPath {
    SwitchPath(SwitchPath const&) = delete;
    SwitchPath& operator=(SwitchPath const&) = delete;
 
-   virtual RouteProgrammer& routeProgrammer() = 0;
-   virtual RouteProgrammer const& routeProgrammer() const = 0;
+   virtual Programmer& programmer() = 0;
+   virtual Programmer const& programmer() const = 0;
    // Adds a VRF that the path does not have yet.
    virtual void vrfIs(L3::VrfName const& vrf, Vel::VrfId id) = 0;
    // Returns null on a path whose reactor follows no BFD sessions.
@@ -86,26 +99,19 @@ class SwitchPath {
    virtual bool bridges() const { return false; }
    // The route's own counter. Nothing for a route without a counter, and on the asynchronous path,
    // where the platform keeps the counters.
-   virtual std::optional<Qor::U64> counter(RouteProgrammer::RouteKey const&) const {
-      return std::nullopt;
-   }
+   virtual std::optional<Qor::U64> counter(RouteKey const&) const { return std::nullopt; }
 
-   // ---- A crash of the agent, and the recovery of its successor. ----
+   // ---- A crash of the agent. ----
 
-   // Detaches the platform before the path is destroyed, so that deletions during the destruction
-   // do not reach the chip. The oldest `applied` writes that are under way still reach it.
+   // Detaches the platform before the path is destroyed, so that no call during the destruction
+   // reaches the chip. The oldest `applied` writes that are under way still reach it.
    virtual void detach(Qor::U32 applied) = 0;
+   // The groups and entries of an earlier agent that no route has taken over.
    virtual Sim::Found const& found() const = 0;
-   virtual std::vector<VelMroute::Restart::Route> foundRoutes() const = 0;
-   // Removes the found groups and entries that no route has taken over. Returns false if some
-   // remain, because writes must complete before; the caller then calls again.
-   virtual bool sweepUnadopted() = 0;
-   // Rewrites the sets with this input, which is down, as the failure of the interface would.
-   virtual void reroute(Lnet::IntfId intf) = 0;
 
    // ---- The table programmer's records. ----
 
-   virtual std::optional<RecordRow> record(RouteProgrammer::Route const& route) const = 0;
+   virtual std::optional<RecordRow> record(RouteView const& route) const = 0;
    virtual std::vector<RecordRow> recordsInUse() const = 0;   // sorted by group, without zombies
    virtual std::vector<RecordRow> zombieRecords() const = 0;  // in the order of expiry
    virtual std::size_t zombies() const = 0;

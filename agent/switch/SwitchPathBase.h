@@ -1,26 +1,32 @@
-// The operations of SwitchPath that read the records of a table programmer. Both table programmers
-// have the same collections of records and differ in the types, so this is a template.
+// The programmer of a path, and the operations of SwitchPath that read the records of its table
+// programmer. Both table programmers have the same collections of records and differ in the types,
+// so this is a template over the route table of the path.
 #pragma once
 
 #include <algorithm>
+#include <type_traits>
 #include <utility>
 
+#include "agent/switch/PlatformRestart.h"
 #include "agent/switch/SwitchPath.h"
 #include "platform/sim/Format.h"
 
 namespace Agent {
 
-template <class Switch>
+template <class RouteTable>
 class SwitchPathBase : public SwitchPath {
  public:
-   std::optional<RecordRow> record(RouteProgrammer::Route const& route) const override {
+   Programmer& programmer() override { return programmer_; }
+   Programmer const& programmer() const override { return programmer_; }
+
+   std::optional<RecordRow> record(RouteView const& route) const override {
       if (auto const record = Qor::ptrCast<Record>(route.record())) return row(*record);
       return std::nullopt;
    }
    std::vector<RecordRow> recordsInUse() const override {
       std::vector<RecordRow> rows;
-      for (auto const& entry : mrouteSwitch_->inUseOifSet()) {
-         auto const record = mrouteSwitch_->inUseRecord(entry.first);
+      for (auto const& entry : mrouteSwitch()->inUseOifSet()) {
+         auto const record = mrouteSwitch()->inUseRecord(entry.first);
          if (record && !record->zombie().isZombie()) rows.push_back(row(*record));
       }
       std::sort(rows.begin(), rows.end(),
@@ -29,20 +35,30 @@ class SwitchPathBase : public SwitchPath {
    }
    std::vector<RecordRow> zombieRecords() const override {
       std::vector<RecordRow> rows;
-      for (auto const& entry : mrouteSwitch_->zombieOifSet())
+      for (auto const& entry : mrouteSwitch()->zombieOifSet())
          rows.push_back(row(*entry.second));
       return rows;
    }
-   std::size_t zombies() const override { return mrouteSwitch_->zombieOifSet().size(); }
-   std::size_t rerouting() const override { return mrouteSwitch_->frrProcessingOifSet().size(); }
+   std::size_t zombies() const override { return mrouteSwitch()->zombieOifSet().size(); }
+   std::size_t rerouting() const override { return mrouteSwitch()->frrProcessingOifSet().size(); }
 
  protected:
-   using Record = typename Switch::RecordPtr::element_type;
+   using SwitchPtr = std::remove_cvref_t<decltype(std::declval<RouteTable>().mrouteSwitch())>;
+   using Record = typename SwitchPtr::element_type::RecordPtr::element_type;
 
-   explicit SwitchPathBase(Qor::Ptr<Switch> mrouteSwitch)
-         : mrouteSwitch_(std::move(mrouteSwitch)) {}
+   // `restart` is null on a chip without groups and entries of an earlier agent.
+   SwitchPathBase(Surroundings const& s, std::unique_ptr<RouteTable> table,
+                  std::unique_ptr<PlatformRestart> restart)
+         : table_(*table),
+           restart_(std::move(restart)),
+           programmer_({.table = std::move(table),
+                        .vlans = s.intfVlanIdTable,
+                        .published = s.mfibHwStatus,
+                        .restart = restart_.get()}) {}
 
-   Qor::Ptr<Switch> const& mrouteSwitch() const { return mrouteSwitch_; }
+   RouteTable& table() { return table_; }
+   RouteTable const& table() const { return table_; }
+   SwitchPtr const& mrouteSwitch() const { return table_.mrouteSwitch(); }
 
    // The faults of the collections that both paths have.
    std::vector<Qor::String> auditRecords() const {
@@ -50,23 +66,23 @@ class SwitchPathBase : public SwitchPath {
       auto const fault = [&](auto const& oifSet, char const* what) {
          faults.push_back(fmt::format("{} {} {}", oifSet, oifSet->portVlanSet(), what));
       };
-      for (auto const& [oifSet, named] : mrouteSwitch_->inUseOifSet()) {
-         auto const record = mrouteSwitch_->record(oifSet, named);
+      for (auto const& [oifSet, named] : mrouteSwitch()->inUseOifSet()) {
+         auto const record = mrouteSwitch()->record(oifSet, named);
          if (!record || record->deleted()) {
             fault(oifSet, "is in inUseOifSet, but its record is deleted");
          } else if (!record->dirty() && !record->zombie().isZombie() &&
                     !oifSet->portVlanSet().currentIif().isNull() &&
-                    mrouteSwitch_->record(oifSet, mrouteSwitch_->frrMtableOifSet(oifSet)) !=
+                    mrouteSwitch()->record(oifSet, mrouteSwitch()->frrMtableOifSet(oifSet)) !=
                           record) {
             fault(oifSet, "has a backup, but is not in frrMtableOifSet");
          }
       }
-      for (auto const& [oifSet, named] : mrouteSwitch_->frrMtableOifSet()) {
-         if (!mrouteSwitch_->record(oifSet, named)) {
+      for (auto const& [oifSet, named] : mrouteSwitch()->frrMtableOifSet()) {
+         if (!mrouteSwitch()->record(oifSet, named)) {
             fault(oifSet, "is in frrMtableOifSet, but its record is deleted");
          }
       }
-      for (auto const& [key, record] : mrouteSwitch_->zombieOifSet()) {
+      for (auto const& [key, record] : mrouteSwitch()->zombieOifSet()) {
          if (!(record->zombie() == key) || record->deleted()) {
             fault(record->oifSet(), "is in zombieOifSet under the key of another record");
          }
@@ -82,12 +98,14 @@ class SwitchPathBase : public SwitchPath {
       RecordRow row = rowOf(record);
       row.oifSet = record.oifSet();
       row.dirty = record.dirty();
-      row.rewriteWaits = mrouteSwitch_->frrProcessingOifSet().find(record.oifSet()) != nullptr;
+      row.rewriteWaits = mrouteSwitch()->frrProcessingOifSet().find(record.oifSet()) != nullptr;
       row.expiryTime = record.zombie().expiryTime();
       return row;
    }
 
-   Qor::Ptr<Switch> const mrouteSwitch_;
+   RouteTable& table_;  // owned by the programmer
+   std::unique_ptr<PlatformRestart> const restart_;
+   Programmer programmer_;
 };
 
 }  // namespace Agent

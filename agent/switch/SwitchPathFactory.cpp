@@ -6,9 +6,9 @@
 namespace Agent {
 
 std::unique_ptr<SwitchPath> newSwitchPath(PathKind path, Surroundings const& surroundings,
-                                          PathConfig const& config) {
-   if (path == PathKind::sync) return std::make_unique<SyncPath>(surroundings, config);
-   return std::make_unique<AsyncPath>(surroundings, config);
+                                          PathConfig const& config, Crashed const* crashed) {
+   if (path == PathKind::sync) return std::make_unique<SyncPath>(surroundings, config, crashed);
+   return std::make_unique<AsyncPath>(surroundings, config, crashed);
 }
 
 }  // namespace Agent

@@ -14,53 +14,71 @@ Sim::SyncPlatformConfig platformConfig(PathConfig const& config) {
 
 }  // namespace
 
-SyncPath::Inputs::Inputs(Surroundings const& surroundings) {
+SyncPath::Inputs::Inputs(Surroundings const& s) {
    acsd->verifyDataIs(verifyData);
-   surroundings.mfibHwStatus->hwRoutingIs(true);
+   s.mfibHwStatus->hwRoutingIs(true);
 }
 
-SyncPath::SyncPath(Surroundings const& surroundings, PathConfig const& config)
-      : SyncPath(surroundings,
-                 Qor::make<Sim::SyncPlatform>("sim", surroundings.chip, switchId,
-                                              platformConfig(config)),
-                 Inputs(surroundings)) {}
+void SyncPath::Inputs::vrfIs(L3::VrfName const& vrf, Vel::VrfId id) const {
+   l3Status->vrfNameToVrfIdIs(vrf.name(), id);
+   mcastEnabledStatus->vrfIs(vrf);
+}
 
-SyncPath::SyncPath(Surroundings const& s, PlatformPtr platform, Inputs inputs)
-      : SwitchPathBase(Vel::mrouteSwitchFactory("switch1", switchId, inputs.acsd, inputs.l3Status,
-                                                platform, nullptr, s.mfibHwStatus)),
+SyncPath::SyncPath(Surroundings const& s, PathConfig const& config, Crashed const* crashed)
+      : SyncPath(s, crashed,
+                 Qor::make<Sim::SyncPlatform>("sim", s.chip, switchId, platformConfig(config)),
+                 Inputs(s)) {}
+
+SyncPath::SyncPath(Surroundings const& s, Crashed const* crashed, PlatformPtr platform,
+                   Inputs inputs)
+      : SwitchPathBase(s, newTable(s, crashed, platform, inputs),
+                       crashed ? newRestart(platform) : nullptr),
         platform_(std::move(platform)),
         inputs_(std::move(inputs)),
-        verifier_(std::make_unique<Verifier>(inputs_.verifyData)),
-        routeProgrammer_(mrouteSwitch(), Qor::make<MrouteLib::MrouteTableColl>(), s.mfibHwStatus),
-        reactor_(Vel::mrouteSwitchSmFactory({.switchId = switchId,
-                                             .acsd = inputs_.acsd,
-                                             .l3Status = inputs_.l3Status,
-                                             .mrouteSwitch = mrouteSwitch(),
-                                             .intfVlanIdTable = s.intfVlanIdTable,
-                                             .mfibConfig = s.mfibConfig,
-                                             .mfibHwStatus = s.mfibHwStatus,
-                                             .mrouteHelper = platform_,
-                                             .zombieClock = Qor::make<Qor::Clock>("zombieClock"),
-                                             .agingClock = Qor::make<Qor::Clock>("agingClock"),
-                                             .ethIntfStatusDir = s.ethIntfStatusDir})),
-        mrouteSm_(Vel::MrouteSmIs(inputs_.acsd, inputs_.l3Status, s.mfibConfig, s.mfibHwStatus,
-                                  nullptr, platform_, inputs_.mcastEnabledStatus)) {
-   auto const ctl = Qor::make<Routing::Multicast::Fib::CounterStatusCtl>();
-   ctl->pollingRefCntIs(1);
-   mrouteSm_->mfibCounterStatusIs(inputs_.counterStatus);
-   mrouteSm_->mfibCounterStatusCtlIs(ctl);
+        verifier_(std::make_unique<Verifier>(inputs_.verifyData)) {}
+
+std::unique_ptr<VelMroute::SyncRouteTable> SyncPath::newTable(Surroundings const& s,
+                                                              Crashed const* crashed,
+                                                              PlatformPtr const& platform,
+                                                              Inputs const& inputs) {
+   auto const counterControl = Qor::make<Routing::Multicast::Fib::CounterStatusCtl>();
+   counterControl->pollingRefCntIs(1);
+   auto const routing = Qor::make<VelMroute::SyncRouting>(
+         VelMroute::SyncRouting::Inputs{.hooks = platform,
+                                        .l3Status = inputs.l3Status,
+                                        .common = inputs.acsd,
+                                        .config = s.mfibConfig,
+                                        .published = s.mfibHwStatus,
+                                        .enabled = inputs.mcastEnabledStatus,
+                                        .ipStatus = nullptr,
+                                        .counters = inputs.counterStatus,
+                                        .counterControl = counterControl});
+   auto table = std::make_unique<VelMroute::SyncRouteTable>(
+         VelMroute::SyncRouteTable::Inputs{.switchId = switchId,
+                                           .routing = routing,
+                                           .vlans = s.intfVlanIdTable,
+                                           .links = s.ethIntfStatusDir,
+                                           .intfs = nullptr,
+                                           .localIntfs = nullptr});
+   if (!crashed) return table;
+   platform->faults() = crashed->faults;
+   for (auto const& [vrf, id] : crashed->vrfs)
+      inputs.vrfIs(vrf, id);
+   return table;
 }
 
-void SyncPath::vrfIs(L3::VrfName const& vrf, Vel::VrfId id) {
-   inputs_.l3Status->vrfNameToVrfIdIs(vrf.name(), id);
-   inputs_.mcastEnabledStatus->vrfIs(vrf);
+std::unique_ptr<PlatformRestart> SyncPath::newRestart(PlatformPtr const& platform) {
+   return std::make_unique<PlatformRestart>(*platform->chip(), platform->found(), [platform] {
+      platform->sweepUnadopted();
+      return true;
+   });
 }
 
 // The platform and the agent change no input of the reactor while it applies a decision on
 // multicast routing. A decision that it abandoned is therefore a fault.
 void SyncPath::addFaults(std::vector<Qor::String>& faults) const {
    platform_->differences().audit(faults);
-   if (Qor::U32 const abandoned = mrouteSm_->abandonedDecisions()) {
+   if (Qor::U32 const abandoned = table().routing()->reactor()->abandonedDecisions()) {
       faults.push_back("decisions on multicast routing were abandoned " +
                        std::to_string(abandoned) + " times");
    }
@@ -79,17 +97,6 @@ std::vector<Qor::String> SyncPath::platformFaults() const {
    return faults;
 }
 
-// The table programmer sets its room flags after its own deletions. The platform deletes found
-// groups and entries without the table programmer, so the flags are set here.
-bool SyncPath::sweepUnadopted() {
-   platform_->sweepUnadopted();
-   if (!platform_->mtableFull(switchId)) mrouteSwitch()->mtableFreeIs(true);
-   if (!platform_->mrouteFull(switchId)) mrouteSwitch()->mrouteTcamFreeIs(true);
-   if (!platform_->mrouteBoundaryFull(switchId)) mrouteSwitch()->boundaryTcamFreeIs(true);
-   routeProgrammer_.tryAgain();
-   return true;
-}
-
 Sim::Entry const* SyncPath::entry(MrouteLib::RouteHandle handle) const {
    if (handle.isNull()) return nullptr;
    Sim::Chip const& chip = *platform_->chip();
@@ -97,22 +104,23 @@ Sim::Entry const* SyncPath::entry(MrouteLib::RouteHandle handle) const {
          .find(platform_->entryOf(handle));
 }
 
-std::optional<Qor::U64> SyncPath::counter(RouteProgrammer::RouteKey const& key) const {
+std::optional<Qor::U64> SyncPath::counter(RouteKey const& key) const {
    auto const* const found = inputs_.counterStatus->counter().find(key);
    if (!found) return std::nullopt;
    return found->second.value;
 }
 
 TreeRoots SyncPath::roots() const {
-   return {{"counterStatus", Qor::toGeneric(inputs_.counterStatus)},
-           {"counterStatusCtl", Qor::toGeneric(mrouteSm_->mfibCounterStatusCtl())},
-           {"enabledStatus", Qor::toGeneric(inputs_.mcastEnabledStatus)},
-           {"helper/1", Qor::toGeneric(Qor::Ptr<VelHelper::MrouteSmHelper>(platform_))},
-           {"l3Status", Qor::toGeneric(inputs_.l3Status)},
-           {"mroute", Qor::toGeneric(mrouteSm_)},
-           {"sm/1", Qor::toGeneric(reactor_)},
-           {"switch/1", Qor::toGeneric(mrouteSwitch())},
-           {"verifyData", Qor::toGeneric(inputs_.verifyData)}};
+   return {
+         {"counterStatus", Qor::toGeneric(inputs_.counterStatus)},
+         {"counterStatusCtl", Qor::toGeneric(table().routing()->reactor()->mfibCounterStatusCtl())},
+         {"enabledStatus", Qor::toGeneric(inputs_.mcastEnabledStatus)},
+         {"helper/1", Qor::toGeneric(Qor::Ptr<VelHelper::MrouteSmHelper>(platform_))},
+         {"l3Status", Qor::toGeneric(inputs_.l3Status)},
+         {"mroute", Qor::toGeneric(table().routing()->reactor())},
+         {"sm/1", Qor::toGeneric(table().reactor())},
+         {"switch/1", Qor::toGeneric(mrouteSwitch())},
+         {"verifyData", Qor::toGeneric(inputs_.verifyData)}};
 }
 
 void SyncPath::timelineIs(Timeline* timeline) {

@@ -4,22 +4,18 @@
 // and hardware.
 #pragma once
 
-#include "Vel/VelMrouteSm.h"
-#include "Vel/VelSyncMrouteSm.h"
-#include "agent/programmer/SyncRouteProgrammer.h"
 #include "agent/switch/SwitchPathBase.h"
 #include "agent/switch/Verifier.h"
 #include "platform/sim/SyncPlatform.h"
+#include "programmer/SyncRouteTable.h"
 
 namespace Agent {
 
-class SyncPath final : public SwitchPathBase<Vel::MrouteSwitch> {
+class SyncPath final : public SwitchPathBase<VelMroute::SyncRouteTable> {
  public:
-   SyncPath(Surroundings const& surroundings, PathConfig const& config);
+   SyncPath(Surroundings const& s, PathConfig const& config, Crashed const* crashed);
 
-   RouteProgrammer& routeProgrammer() override { return routeProgrammer_; }
-   RouteProgrammer const& routeProgrammer() const override { return routeProgrammer_; }
-   void vrfIs(L3::VrfName const& vrf, Vel::VrfId id) override;
+   void vrfIs(L3::VrfName const& vrf, Vel::VrfId id) override { inputs_.vrfIs(vrf, id); }
 
    Sim::Faults& faults() override { return platform_->faults(); }
    Sim::Faults const& faults() const override { return platform_->faults(); }
@@ -31,17 +27,12 @@ class SyncPath final : public SwitchPathBase<Vel::MrouteSwitch> {
    Qor::U32 groupsAllocated() const override { return platform_->groupsAllocated(); }
    Sim::Entry const* entry(MrouteLib::RouteHandle handle) const override;
    bool bridges() const override { return true; }
-   std::optional<Qor::U64> counter(RouteProgrammer::RouteKey const& key) const override;
+   std::optional<Qor::U64> counter(RouteKey const& key) const override;
 
    std::vector<Qor::String> auditTables() const override;
    TreeRoots roots() const override;
    void detach(Qor::U32) override { platform_->detach(); }
    Sim::Found const& found() const override { return platform_->found(); }
-   std::vector<VelMroute::Restart::Route> foundRoutes() const override {
-      return platform_->foundRoutes();
-   }
-   bool sweepUnadopted() override;
-   void reroute(Lnet::IntfId intf) override { reactor_->updateFrrMtableOif(intf); }
 
    void timelineIs(Timeline* timeline) override;
 
@@ -51,7 +42,9 @@ class SyncPath final : public SwitchPathBase<Vel::MrouteSwitch> {
 
    // The entities that only the reactors of the synchronous path read and write.
    struct Inputs {
-      explicit Inputs(Surroundings const& surroundings);
+      explicit Inputs(Surroundings const& s);
+
+      void vrfIs(L3::VrfName const& vrf, Vel::VrfId id) const;
 
       Qor::Ptr<Vel::VerifyData> verifyData = Qor::make<Vel::VerifyData>();
       Qor::Ptr<Vel::VelCommonSmData> acsd = Qor::make<Vel::VelCommonSmData>();
@@ -63,16 +56,18 @@ class SyncPath final : public SwitchPathBase<Vel::MrouteSwitch> {
 
    static constexpr Qor::U32 switchId = 1;
 
-   SyncPath(Surroundings const& surroundings, PlatformPtr platform, Inputs inputs);
+   SyncPath(Surroundings const& s, Crashed const* crashed, PlatformPtr platform, Inputs inputs);
+   static std::unique_ptr<VelMroute::SyncRouteTable> newTable(Surroundings const& s,
+                                                              Crashed const* crashed,
+                                                              PlatformPtr const& platform,
+                                                              Inputs const& inputs);
+   static std::unique_ptr<PlatformRestart> newRestart(PlatformPtr const& platform);
    RecordRow rowOf(Vel::MtableOifSet const& record) const override;
    void addFaults(std::vector<Qor::String>& faults) const;
 
    PlatformPtr const platform_;
    Inputs const inputs_;
    std::unique_ptr<Verifier> const verifier_;
-   SyncRouteProgrammer routeProgrammer_;
-   Qor::Ptr<Vel::MrouteSwitchSm> const reactor_;
-   Qor::Ptr<Vel::MrouteSm> const mrouteSm_;
 };
 
 }  // namespace Agent

@@ -50,7 +50,9 @@ std::optional<U32> SyncPlatform::takeGroup() {
 // the entry points. The latter is rewritten in place, if no other entry points at it.
 std::optional<U32> SyncPlatform::groupForOne(FoundGroups::Content const& content, U32 pointedAt) {
    if (auto const fresh = takeGroup()) {
-      auto const create = [&] { return chip_->groupCreate(*fresh, content.members, content.toCpu); };
+      auto const create = [&] {
+         return chip_->groupCreate(*fresh, content.members, content.toCpu);
+      };
       if (attempt(WriteKind::groupCreate, create)) return fresh;
       groupPool_.give(*fresh);
       return std::nullopt;
@@ -59,7 +61,9 @@ std::optional<U32> SyncPlatform::groupForOne(FoundGroups::Content const& content
       return std::nullopt;
    }
    found_.groups.take(pointedAt);
-   auto const update = [&] { return chip_->groupUpdate(pointedAt, content.members, content.toCpu); };
+   auto const update = [&] {
+      return chip_->groupUpdate(pointedAt, content.members, content.toCpu);
+   };
    if (attempt(WriteKind::groupUpdate, update)) return pointedAt;
    found_.groups.giveBack(pointedAt, contentOf(*chip_->group(pointedAt)));
    return std::nullopt;
