@@ -134,5 +134,20 @@ TEST_P(OnAPlatform, ANewAgentAdoptsWhatIsNamedReroutesAndSweepsTheRest) {
    EXPECT_EQ(programmer_->counters().swept, 2u);
 }
 
+TEST_P(OnAPlatform, AnEndDuringTheRecoveryLeavesWhatIsFoundOrSweepsIt) {
+   want(1, {et(2)});
+   settle();
+   for (bool const clean : {false, true}) {
+      programmer_ = nullptr;
+      start(true);
+      programmer_->end(clean ? Programmer::End::clean : Programmer::End::leave);
+      settle();
+      EXPECT_TRUE(programmer_->ended() && !programmer_->resyncing());
+      EXPECT_EQ(around_.hwStatus->routes(), 0u);
+      EXPECT_EQ(sent(1), clean ? "" : "et2");
+   }
+   EXPECT_EQ(use(), "0 0 0 ");
+}
+
 }  // namespace
 }  // namespace VelMroute

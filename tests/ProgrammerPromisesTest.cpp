@@ -62,6 +62,25 @@ TYPED_TEST(Promises, ACleanEndLeavesNothingOnTheChip) {
    }
 }
 
+// The end waits for the retry, and does not turn the loop for nothing.
+TYPED_TEST(Promises, ACleanEndTriesDeletionsThatThrewAgain) {
+   BenchOn<TypeParam> b;
+   b.now("1 to et2; 2 to et3 in vlan 2");
+   unsigned failures = 3;
+   b.platform->hookObserverIs([&](std::string_view hook) {
+      bool const deletion = hook == "doDeleteMroute" || hook == "doCommitMrouteBatch";
+      if (deletion && failures > 0 && failures--) throw std::runtime_error("bus error");
+   });
+   b.programmer->end(Programmer::End::clean);
+   b.time->runUntil(b.time->now() + 1);
+   bool const sync = std::is_same_v<TypeParam, SyncSide>;
+   EXPECT_EQ(b.programmer->ended(), !sync);
+   b.time->runUntil(b.time->now() + 3 * Programmer::Options().retry);
+   EXPECT_TRUE(b.programmer->ended());
+   EXPECT_EQ(b.chip->routes().size() + b.chip->groups(), 0u);
+   EXPECT_EQ(b.programmer->counters().thrown, sync ? 3u : 0u);
+}
+
 // ---- Hooks that throw. ----
 
 // A life in which each call of a hook, one after the other, throws once. Afterwards each route is

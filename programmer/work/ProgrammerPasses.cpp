@@ -67,8 +67,7 @@ void ProgrammerWork::runPass() {
    if (end_ == Ending::ended) return;
    commitPass();
    bool const more = !marked_.empty() || someMayTry() || looking_ || lookAgain_ ||
-                     resync_ == Resync::dropping || resync_ == Resync::placing ||
-                     end_ == Ending::clean;
+                     resync_ == Resync::dropping || resync_ == Resync::placing || mayEnd();
    passClock_->timeMinIs(more ? Qor::now() : Qor::never);
 }
 
@@ -121,6 +120,7 @@ void ProgrammerWork::handleRetry() {
    for (Leaving const& stray : std::exchange(strays_, {}))
       leaveEntry(stray);
    tryAgain();
+   if (wrote_ || mayEnd()) schedulePass();  // a commit threw, or the last stray has gone
    retryClock_->timeMinIs(waiting() > 0 || !strays_.empty() ? Qor::now() + options_.retry
                                                             : Qor::never);
 }

@@ -89,18 +89,20 @@ ProgrammerWork::ProgrammerWork(Programmer::Inputs inputs, Programmer::Options op
 ProgrammerWork::~ProgrammerWork() {
    table_->listenerIs(nullptr);
    table_->gateIs(false);
-   auto const takeBack = [this](ProgrammedRoute& route) {
+   auto const quietly = [this](auto const& change) {
       try {
-         withdraw(route);
+         change();
       } catch (...) {
          ++counters_.thrown;
       }
    };
+   for (auto const& id : recovered_)
+      quietly([&] { published_->remove(id.first, id.second); });
    for (auto& [name, vrf] : vrfs_) {
       for (auto const& [key, route] : vrf.routes) {
          for (RoutePtr const& drop : route->fastdrops)
-            takeBack(*drop);
-         takeBack(*route);
+            quietly([&] { withdraw(*drop); });
+         quietly([&] { withdraw(*route); });
       }
    }
 }
@@ -187,6 +189,7 @@ void ProgrammerWork::handleSweep() {
       tryAgain();
    }
    if (all) resync_ = Resync::none;
+   if (mayEnd()) schedulePass();
    sweepClock_->timeMinIs(all ? Qor::never : Qor::now() + Qor::Clock::retryGap);
 }
 
@@ -195,16 +198,24 @@ void ProgrammerWork::handleSweep() {
 void ProgrammerWork::end(Programmer::End how) {
    if (end_ != Ending::no) return;
    end_ = how == Programmer::End::clean ? Ending::clean : Ending::leave;
-   resync_ = Resync::none;
-   recovering_ = false;
-   sweepClock_->timeMinIs(Qor::never);
+   endRecovery();
+   // A clean end removes also the found groups and entries that no route has taken.
+   bool const found = restart_ && resync_ != Resync::none && end_ == Ending::clean;
+   resync_ = found ? Resync::sweeping : Resync::none;
+   sweepClock_->timeMinIs(found ? Qor::now() : Qor::never);
    if (end_ == Ending::clean) lookAtAll();
    schedulePass();
 }
 
+// Whether a clean end has only zombies left to remove.
+bool ProgrammerWork::mayEnd() const {
+   return end_ == Ending::clean && !looking_ && !lookAgain_ && records_ == 0 && strays_.empty() &&
+          resync_ == Resync::none;
+}
+
 void ProgrammerWork::goOnWithEnd(Budget& budget) {
    if (end_ == Ending::clean) {
-      if (looking_ || lookAgain_ || records_ > 0 || !strays_.empty()) return;
+      if (!mayEnd()) return;
       for (; table_->zombies() > 0; budget.take()) {
          if (budget.spent()) return;
          table_->purgeZombie();

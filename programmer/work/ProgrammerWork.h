@@ -186,6 +186,7 @@ class ProgrammerWork final : private RouteTable::Listener {
    void goOnWithResync(Budget const& budget);
    void goOnWithEnd(Budget& budget);
    void endRecovery();
+   bool mayEnd() const;
    void handleSweep();
 
    std::unique_ptr<RouteTable> const table_;
