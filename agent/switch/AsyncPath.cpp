@@ -49,9 +49,9 @@ std::unique_ptr<VelMroute::AsyncRouteTable> AsyncPath::newTable(Surroundings con
    return table;
 }
 
-std::unique_ptr<PlatformRestart> AsyncPath::newRestart(PlatformPtr const& platform) {
-   return std::make_unique<PlatformRestart>(*platform->chip(), platform->found(),
-                                            [platform] { return platform->sweepUnadopted(); });
+std::unique_ptr<Sim::ChipRestart> AsyncPath::newRestart(PlatformPtr const& platform) {
+   return std::make_unique<Sim::ChipRestart>(*platform->chip(), platform->found(),
+                                             [platform] { return platform->sweepUnadopted(); });
 }
 
 TreeRoots AsyncPath::roots() const {

@@ -48,7 +48,7 @@ class AsyncPath final : public SwitchPathBase<VelMroute::AsyncRouteTable> {
                                                                Crashed const* crashed,
                                                                PlatformPtr const& platform,
                                                                RouteStatusPtr const& routeStatus);
-   static std::unique_ptr<PlatformRestart> newRestart(PlatformPtr const& platform);
+   static std::unique_ptr<Sim::ChipRestart> newRestart(PlatformPtr const& platform);
    RecordRow rowOf(Vel::Mroute::AsyncMtableOifSet const& record) const override;
 
    PlatformPtr const platform_;

@@ -7,8 +7,8 @@
 #include <type_traits>
 #include <utility>
 
-#include "agent/switch/PlatformRestart.h"
 #include "agent/switch/SwitchPath.h"
+#include "platform/sim/ChipRestart.h"
 #include "platform/sim/Format.h"
 
 namespace Agent {
@@ -48,7 +48,7 @@ class SwitchPathBase : public SwitchPath {
 
    // `restart` is null on a chip without groups and entries of an earlier agent.
    SwitchPathBase(Surroundings const& s, std::unique_ptr<RouteTable> table,
-                  std::unique_ptr<PlatformRestart> restart)
+                  std::unique_ptr<Sim::ChipRestart> restart)
          : table_(*table),
            restart_(std::move(restart)),
            programmer_({.table = std::move(table),
@@ -104,7 +104,7 @@ class SwitchPathBase : public SwitchPath {
    }
 
    RouteTable& table_;  // owned by the programmer
-   std::unique_ptr<PlatformRestart> const restart_;
+   std::unique_ptr<Sim::ChipRestart> const restart_;
    Programmer programmer_;
 };
 

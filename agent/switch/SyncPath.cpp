@@ -67,8 +67,8 @@ std::unique_ptr<VelMroute::SyncRouteTable> SyncPath::newTable(Surroundings const
    return table;
 }
 
-std::unique_ptr<PlatformRestart> SyncPath::newRestart(PlatformPtr const& platform) {
-   return std::make_unique<PlatformRestart>(*platform->chip(), platform->found(), [platform] {
+std::unique_ptr<Sim::ChipRestart> SyncPath::newRestart(PlatformPtr const& platform) {
+   return std::make_unique<Sim::ChipRestart>(*platform->chip(), platform->found(), [platform] {
       platform->sweepUnadopted();
       return true;
    });

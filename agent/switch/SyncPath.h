@@ -61,7 +61,7 @@ class SyncPath final : public SwitchPathBase<VelMroute::SyncRouteTable> {
                                                               Crashed const* crashed,
                                                               PlatformPtr const& platform,
                                                               Inputs const& inputs);
-   static std::unique_ptr<PlatformRestart> newRestart(PlatformPtr const& platform);
+   static std::unique_ptr<Sim::ChipRestart> newRestart(PlatformPtr const& platform);
    RecordRow rowOf(Vel::MtableOifSet const& record) const override;
    void addFaults(std::vector<Qor::String>& faults) const;
 

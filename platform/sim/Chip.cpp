@@ -264,7 +264,9 @@ Forwarded Chip::forward(Packet const& p) {
       return out;
    }
    out.entry = kept ? boundary.index : route.index;
-   Entry& entry = kept ? *boundaries_.find(*out.entry) : *routes_.find(*out.entry);
+   Entry* const found = kept ? boundaries_.find(*out.entry) : routes_.find(*out.entry);
+   QOR_ASSERT(found != nullptr);
+   Entry& entry = *found;
    entry.lastHit = Qor::now();
    ++entry.packets;
    entry.bytes += p.bytes;

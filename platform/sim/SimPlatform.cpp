@@ -18,6 +18,7 @@ class AsyncSimPlatform final : public SimPlatform {
            hooks_(Qor::make<AsyncPlatform>("sim", std::move(chip), config(callCost))) {}
 
    Qor::Ptr<VelHelper::AsyncMrouteHelper> asyncHooks() override { return hooks_; }
+   VelMroute::Restart* restart() override { return &restart_; }
 
  private:
    static AsyncPlatformConfig config(Qor::Seconds callCost) {
@@ -26,7 +27,6 @@ class AsyncSimPlatform final : public SimPlatform {
       return config;
    }
 
-   VelMroute::Found const& adoption() const override { return hooks_->found(); }
    Faults& faults() override { return hooks_->faults(); }
    bool bridging() const override { return false; }
    bool writesPending() const override { return hooks_->queue()->pending() > 0; }
@@ -35,9 +35,9 @@ class AsyncSimPlatform final : public SimPlatform {
       if (!chip().group(index)) return std::nullopt;
       return index;
    }
-   bool sweep() override { return hooks_->sweepUnadopted(); }
 
    Qor::Ptr<AsyncPlatform> const hooks_;
+   ChipRestart restart_{chip(), hooks_->found(), [this] { return hooks_->sweepUnadopted(); }};
 };
 
 class SyncSimPlatform final : public SimPlatform {
@@ -47,6 +47,7 @@ class SyncSimPlatform final : public SimPlatform {
            hooks_(Qor::make<SyncPlatform>("sim", std::move(chip), 1, config(callCost))) {}
 
    Qor::Ptr<VelHelper::MrouteSmHelper> syncHooks() override { return hooks_; }
+   VelMroute::Restart* restart() override { return &restart_; }
 
  private:
    static SyncPlatformConfig config(Qor::Seconds callCost) {
@@ -55,7 +56,6 @@ class SyncSimPlatform final : public SimPlatform {
       return config;
    }
 
-   VelMroute::Found const& adoption() const override { return hooks_->found(); }
    Faults& faults() override { return hooks_->faults(); }
    bool bridging() const override { return true; }
    bool writesPending() const override { return false; }
@@ -65,12 +65,12 @@ class SyncSimPlatform final : public SimPlatform {
       if (group == noGroup) return std::nullopt;
       return group;
    }
-   bool sweep() override {
-      hooks_->sweepUnadopted();
-      return true;
-   }
 
    Qor::Ptr<SyncPlatform> const hooks_;
+   ChipRestart restart_{chip(), hooks_->found(), [this] {
+                           hooks_->sweepUnadopted();
+                           return true;
+                        }};
 };
 
 }  // namespace
@@ -212,13 +212,6 @@ bool SimPlatform::failNext(Fault fault, U32 count) {
          break;
    }
    return true;
-}
-
-// ---- Restart ----
-
-std::optional<U32> SimPlatform::free(Table table) const {
-   Use const now = use(table);
-   return *now.size - now.used;
 }
 
 }  // namespace Sim

@@ -3,20 +3,17 @@
 
 #include "platform/Platform.h"
 #include "platform/sim/AsyncPlatform.h"
+#include "platform/sim/ChipRestart.h"
 #include "platform/sim/SyncPlatform.h"
 
 namespace Sim {
 
 // The part that does not depend on the path.
-class SimPlatform : public VelMroute::Platform,
-                    private VelMroute::View,
-                    private VelMroute::Probe,
-                    private VelMroute::Restart {
+class SimPlatform : public VelMroute::Platform, private VelMroute::View, private VelMroute::Probe {
  public:
    VelMroute::Abilities abilities() const override;
    VelMroute::View* view() override { return this; }
    VelMroute::Probe* probe() override { return this; }
-   VelMroute::Restart* restart() override { return this; }
 
  protected:
    explicit SimPlatform(Qor::Ptr<Chip> chip) : chip_(std::move(chip)) {}
@@ -31,7 +28,6 @@ class SimPlatform : public VelMroute::Platform,
    using RouteKey = Routing::Multicast::Fib::IpGenRouteKey;
 
    // ---- Of the path. ----
-   virtual VelMroute::Found const& adoption() const = 0;
    virtual Faults& faults() = 0;
    virtual bool bridging() const = 0;
    virtual bool writesPending() const = 0;
@@ -56,13 +52,6 @@ class SimPlatform : public VelMroute::Platform,
    void wait(Qor::Seconds seconds) override;
    bool linkIs(Lnet::IntfId intf, bool up) override;
    bool failNext(Fault fault, Qor::U32 count) override;
-
-   // ---- Restart; the path sweeps. ----
-   std::vector<Route> found() const override { return adoption().listed(); }
-   bool isFound(Route const& route) const override { return adoption().isFound(route); }
-   std::optional<Qor::U32> free(VelMroute::Table table) const override;
-   Qor::U64 adopted() const override { return adoption().adopted; }
-   Qor::U64 swept() const override { return adoption().swept; }
 
    Qor::Ptr<Chip> const chip_;
 };

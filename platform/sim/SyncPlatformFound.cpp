@@ -6,7 +6,6 @@
 namespace Sim {
 
 using MrouteLib::PortVlanSet;
-using MrouteLib::RouteHandle;
 using Qor::U32;
 
 // Packets from before the crash are not hits, because the times of their arrival are unknown.

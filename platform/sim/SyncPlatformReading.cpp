@@ -8,7 +8,6 @@ namespace Sim {
 
 using Bridging::VlanIdOrNone;
 using MrouteLib::PortVlanSet;
-using MrouteLib::RouteHandle;
 using Qor::U16;
 using Qor::U32;
 using Qor::U64;

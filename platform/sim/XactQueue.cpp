@@ -56,8 +56,11 @@ void XactQueue::arm() {
    // Only the first write can complete next. The clock is off while a transaction blocks this
    // write; the completion of that transaction arms the clock.
    Pending const& first = pending_.front();
-   blockingReactor_.notifierIs(first.blocked() ? first.blockingXact : nullptr);
-   clock_->timeMinIs(first.blocked() ? Qor::never : first.due);
+   bool const blocked = first.blocked();
+   blockingReactor_.notifierIs(blocked ? first.blockingXact : nullptr);
+   Qor::Seconds due = first.due;
+   if (blocked) due = Qor::never;
+   clock_->timeMinIs(due);
 }
 
 // The number of pending writes is taken first: a write that a reactor issues during this firing

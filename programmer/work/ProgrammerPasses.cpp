@@ -11,7 +11,7 @@ namespace VelMroute {
 
 void ProgrammerWork::mark(ProgrammedRoute& route) {
    if (std::exchange(route.marked, true)) return;
-   marked_.push_back(&route);
+   marked_.emplace_back(&route);
    schedulePass();
 }
 
@@ -104,7 +104,7 @@ void ProgrammerWork::fail(ProgrammedRoute& route, Qor::String trouble, bool entr
    waitNoMore(route);
    route.trouble = std::make_unique<Qor::String>(std::move(trouble));
    stateIs(route, RouteState::failed);
-   if (!std::exchange(route.retried, true)) retried_.push_back(&route);
+   if (!std::exchange(route.retried, true)) retried_.emplace_back(&route);
    armRetry();
 }
 

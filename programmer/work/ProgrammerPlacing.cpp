@@ -526,7 +526,7 @@ void ProgrammerWork::stateIs(ProgrammedRoute& route, RouteState state) {
 
 void ProgrammerWork::changed(ProgrammedRoute& route) {
    if (!wake_ || route.isFastdrop() || std::exchange(route.listed, true)) return;
-   listed_.push_back(&route);
+   listed_.emplace_back(&route);
    if (listed_.size() == 1) wake_();
 }
 

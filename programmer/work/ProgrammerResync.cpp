@@ -99,10 +99,10 @@ ProgrammerWork::~ProgrammerWork() {
    for (auto const& id : recovered_)
       quietly([&] { published_->remove(id.first, id.second); });
    for (auto& [name, vrf] : vrfs_) {
-      for (auto const& [key, route] : vrf.routes) {
-         for (RoutePtr const& drop : route->fastdrops)
+      for (auto const& entry : vrf.routes) {
+         for (RoutePtr const& drop : entry.second->fastdrops)
             quietly([&] { withdraw(*drop); });
-         quietly([&] { withdraw(*route); });
+         quietly([&] { withdraw(*entry.second); });
       }
    }
 }

@@ -8,19 +8,18 @@
 #include "platform/sim/Chip.h"
 #include "programmer/Found.h"
 
-namespace Agent {
+namespace Sim {
 
-class PlatformRestart final : public VelMroute::Restart {
+class ChipRestart final : public VelMroute::Restart {
  public:
    // The chip and what was found on it outlive this object. sweep() of the programmer calls `sweep`.
-   PlatformRestart(Sim::Chip const& chip, VelMroute::Found const& found,
-                   std::function<bool()> sweep)
+   ChipRestart(Chip const& chip, VelMroute::Found const& found, std::function<bool()> sweep)
          : chip_(chip), found_(found), sweep_(std::move(sweep)) {}
 
    std::vector<Route> found() const override { return found_.listed(); }
    bool isFound(Route const& route) const override { return found_.isFound(route); }
    std::optional<Qor::U32> free(VelMroute::Table table) const override {
-      Sim::ChipConfig const& size = chip_.config();
+      ChipConfig const& size = chip_.config();
       switch (table) {
          case VelMroute::Table::group:
             return size.groups - chip_.groups();
@@ -36,9 +35,9 @@ class PlatformRestart final : public VelMroute::Restart {
    Qor::U64 swept() const override { return found_.swept; }
 
  private:
-   Sim::Chip const& chip_;
+   Chip const& chip_;
    VelMroute::Found const& found_;
    std::function<bool()> const sweep_;
 };
 
-}  // namespace Agent
+}  // namespace Sim
