@@ -428,14 +428,15 @@ class ModelOf : public World {
    Lines take() override { return std::exchange(lines_, {}); }
    Seconds now() const override { return now_; }
    void write(std::string line) override { lines_.push_back(std::move(line)); }
-   // The lines of the system in this operation, which began at that time.
+   // The lines of the system in this operation, which began at that time; null after it.
    void systemPrinted(Seconds begin, Lines const* lines) {
       now_ = begin;
       system_ = lines;
    }
    // The next line of the system.
    std::string nextLine() const {
-      return lines_.size() < system_->size() ? (*system_)[lines_.size()] : std::string();
+      bool const printed = system_ && lines_.size() < system_->size();
+      return printed ? (*system_)[lines_.size()] : std::string();
    }
    // The entry that the system took next, by the line that it printed first for it.
    template <class Map, class FirstLine>
@@ -810,6 +811,7 @@ void compare(unsigned seeds, unsigned steps, unsigned actions) {
             Lines const lines = system.take();
             model.systemPrinted(begin, &lines);
             model.play(op, plan);
+            model.systemPrinted(Qor::now(), nullptr);  // no lines to follow at its end
             expectSame(lines, model.take());
             if (!testing::Test::HasFailure()) expectSame(system.tables(), model.tables());
             if (testing::Test::HasFailure()) return;
