@@ -49,6 +49,10 @@ class AsyncRouteTable final : public RouteTable {
    using XactObserver = std::function<void(Qor::String const&, Hux::XactPtr const&)>;
    void onXact(XactObserver observer) { observer_ = std::move(observer); }
 
+   Qor::Ptr<IntfVlanId::Table const> vlans() const override { return inputs_.vlans; }
+   Qor::Ptr<Routing::Multicast::Fib::Hardware::Status> published() const override {
+      return inputs_.published;
+   }
    void listenerIs(Listener* listener) override;
    Needs needs(Spec const& spec) const override;
    Record newRecord(Spec const& spec, MrouteLib::OifSetPtr const& oifSet, bool foundLeft) override;

@@ -5,8 +5,8 @@
 // Vel/VelSyncMrouteSwitch.h) are met here.
 //
 //    VelMroute::OutputsPool pool;
-//    VelMroute::Programmer programmer({.table = VelMroute::asyncRouteTable(inputs),
-//                                      .vlans = vlans, .published = status});
+//    VelMroute::Programmer programmer({.table = VelMroute::asyncRouteTable(
+//          {.hooks = hooks, .vrfs = vrfs, .vlans = vlans, .published = status})});
 //    programmer.routeIs(vrf, key, {.iif = port1, .outputs = pool.get({port2, port3})});
 //    for (;;) {  // the host's own loop
 //       wait(programmer.nextDeadline());
@@ -111,9 +111,10 @@ class RouteView {
 class Programmer final {
  public:
    struct Inputs {
-      std::unique_ptr<RouteTable> table = {};        // required
-      Qor::Ptr<IntfVlanId::Table const> vlans = {};  // required
-      // Required; may be shared by the programmers of several chips.
+      std::unique_ptr<RouteTable> table = {};  // required
+      // Null: those of the table. The table and the programmer must not have different ones.
+      // Several chips may share a hardware status.
+      Qor::Ptr<IntfVlanId::Table const> vlans = {};
       Qor::Ptr<Routing::Multicast::Fib::Hardware::Status> published = {};
       // The groups and entries on the chip from an earlier agent. Null: the chip was cleared, or is
       // empty. Not held; outlives the programmer.
@@ -141,8 +142,9 @@ class Programmer final {
       leave,  // the chip goes on forwarding
    };
 
-   // RangeException "VelMroute::Programmer::<input> null not allowed" for a missing input, and
-   // "VelMroute::Programmer::<option> <value> not allowed" for an option out of range. With
+   // RangeException "VelMroute::Programmer::<input> null not allowed" for an input that is missing
+   // here and in the table, "VelMroute::Programmer::<input> other than that of the table not allowed",
+   // and "VelMroute::Programmer::<option> <value> not allowed" for an option out of range. With
    // `restart` the constructor rebuilds the published status of the found routes and begins a
    // resync.
    explicit Programmer(Inputs inputs);

@@ -12,8 +12,10 @@
 #include <utility>
 #include <vector>
 
+#include "IntfVlanId/Table.h"
 #include "L3/VrfName.h"
 #include "MrouteLib/SwitchChip.h"
+#include "Routing/Multicast/Fib/Hardware/Status.h"
 #include "Vel/VrfId.h"
 #include "programmer/HookErrors.h"
 #include "programmer/Restart.h"
@@ -80,6 +82,10 @@ class RouteTable {
    virtual ~RouteTable() = default;
    RouteTable(RouteTable const&) = delete;
    RouteTable& operator=(RouteTable const&) = delete;
+
+   // The vlans and the hardware status that the reactor of the table uses; null if it has none.
+   virtual Qor::Ptr<IntfVlanId::Table const> vlans() const = 0;
+   virtual Qor::Ptr<Routing::Multicast::Fib::Hardware::Status> published() const = 0;
 
    // Not held; null ends the notifications.
    virtual void listenerIs(Listener* listener) = 0;

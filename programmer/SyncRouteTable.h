@@ -46,6 +46,10 @@ class SyncRouteTable final : public RouteTable {
    Qor::Ptr<SyncRouting> const& routing() const { return inputs_.routing; }
    Qor::Ptr<SyncHookGate> const& gate() const { return gate_; }
 
+   Qor::Ptr<IntfVlanId::Table const> vlans() const override { return inputs_.vlans; }
+   Qor::Ptr<Routing::Multicast::Fib::Hardware::Status> published() const override {
+      return inputs_.routing->inputs().published;
+   }
    void listenerIs(Listener* listener) override;
    Needs needs(Spec const& spec) const override;
    Record newRecord(Spec const& spec, MrouteLib::OifSetPtr const& oifSet, bool foundLeft) override;

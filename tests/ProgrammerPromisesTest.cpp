@@ -330,6 +330,13 @@ TYPED_TEST(Promises, AWishThatNoChipTakesIsARangeErrorAndOneThatThisChipDoesNotT
                            {.retry = 0});
              }),
              "VelMroute::Programmer::retry 0 not allowed");
+   EXPECT_EQ(testSupport::errorText([&] {
+                Programmer({.table = b.newTable(*b.surroundings),
+                            .vlans = Qor::make<IntfVlanId::Table>()});
+             }),
+             "VelMroute::Programmer::vlans other than that of the table not allowed");
+   EXPECT_EQ(testSupport::errorText([&] { Programmer({.table = b.newTable(*b.surroundings)}); }),
+             "no error");
    EXPECT_EQ(b.programmer->routes(), 0u);
 
    // A number of a VRF that the synchronous path cannot pass to the chip.

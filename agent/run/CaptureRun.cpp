@@ -119,7 +119,8 @@ class Run final : public InspectedRun {
    Qor::Seconds nextInput() override {
       InterruptEndsInput const interrupt;
       reader_.stopFdIs(interrupt.fd());
-      return readAhead() ? timeOf(event_).time : Qor::never;
+      if (!readAhead()) return Qor::never;
+      return timeOf(event_).time;
    }
    bool inMemory() const override { return ended_; }
 

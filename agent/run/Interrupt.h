@@ -1,7 +1,7 @@
 // An interrupt (SIGINT) that ends the input of a run, as the end of the file does.
 #pragma once
 
-#include <signal.h>
+#include <signal.h>  // NOLINT(modernize-deprecated-headers): sigaction() is of POSIX
 
 namespace Agent {
 

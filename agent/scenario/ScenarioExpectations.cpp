@@ -40,7 +40,8 @@ std::map<std::string, Range> rangesByIntf(Fields const& fields, std::string cons
    for (auto const& [name, range] : value->items()) {
       Lnet::IntfId intf;
       if (auto bad = intfOf(name, intf); !bad.empty()) refuse(keyPath, bad);
-      ranges[name] = rangeAt(range, keyPath + "." + name);
+      std::string at = keyPath;
+      ranges[name] = rangeAt(range, at.append(".").append(name));
    }
    return ranges;
 }
@@ -118,7 +119,7 @@ void take(Fields const& fields, std::string const& key, Take const& from, std::v
 std::vector<std::pair<Count, Range>> countsFrom(json const& value, std::string const& keyPath) {
    std::vector<std::string_view> known;
    for (std::size_t i = 0; i < counts; ++i)
-      known.push_back(nameOf(static_cast<Count>(i)));
+      known.emplace_back(nameOf(static_cast<Count>(i)));
    Fields const fields(value, keyPath, known);
    if (value.empty()) refuse(keyPath, "no expectation");
    std::vector<std::pair<Count, Range>> out;
@@ -135,7 +136,7 @@ Expect expectFrom(json const& value) {
    std::vector<std::string_view> known = {"within", "forward", "route",     "check",    "now",
                                           "trace",  "log",     "sinceMark", "delivered"};
    for (std::size_t i = 0; i < states; ++i)
-      known.push_back(nameOf(static_cast<State>(i)));
+      known.emplace_back(nameOf(static_cast<State>(i)));
    Fields const fields(value, "expect", known);
    Expect expect;
    if (fields.find("within")) expect.within = fields.number("within", 0, maxTime);

@@ -56,7 +56,8 @@ class ScenarioPlayer {
    }
    // The time of the next line or packet; never if none is left.
    double nextDue() const {
-      double const line = next_ < lines_.size() ? lines_[next_].at : Qor::never;
+      double line = Qor::never;
+      if (next_ < lines_.size()) line = lines_[next_].at;
       return trains_.empty() ? line : std::min(line, trains_.begin()->first.first);
    }
 

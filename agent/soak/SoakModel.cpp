@@ -1,6 +1,7 @@
 #include "agent/soak/SoakModel.h"
 
 #include <algorithm>
+#include <ranges>
 
 #include "Qor/Clock.h"
 
@@ -113,9 +114,9 @@ bool SoakModel::failed(Lnet::IntfId intf) const {
 // The interval that was in force at `since` is included.
 double SoakModel::longestInterval(double since) const {
    double longest = 0;
-   for (auto it = intervals_.rbegin(); it != intervals_.rend(); ++it) {
-      longest = std::max(longest, it->second);
-      if (it->first < since) break;
+   for (auto const& [begin, interval] : intervals_ | std::views::reverse) {
+      longest = std::max(longest, interval);
+      if (begin < since) break;
    }
    return longest;
 }

@@ -14,7 +14,7 @@ class SoakTestbed final : public Testbed {
          : simulated_(simulated), testbed_(testbed), oracle_(oracle) {
       simulated_.onRerouting([this](Lnet::IntfId intf) { oracle_.rerouting(intf); });
    }
-   ~SoakTestbed() { simulated_.onRerouting(nullptr); }
+   ~SoakTestbed() override { simulated_.onRerouting(nullptr); }
 
    double nextDeadline() const override { return testbed_.nextDeadline(); }
    void runUntil(double time) override {

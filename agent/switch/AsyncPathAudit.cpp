@@ -7,7 +7,6 @@
 namespace Agent {
 
 using Routing::Multicast::Fib::IpGenRouteKey;
-using Vel::Mroute::InUseRouteHandleKey;
 
 std::vector<Qor::String> AsyncPath::auditTables() const {
    std::vector<Qor::String> faults = auditRecords();

@@ -42,8 +42,16 @@ Programmer::Inputs checked(Programmer::Inputs inputs) {
       }
    };
    need(inputs.table != nullptr, "table");
-   need(bool(inputs.vlans), "vlans");
-   need(bool(inputs.published), "published");
+   auto const take = [&](auto& input, auto const& ofTable, char const* name) {
+      if (!input) input = ofTable;
+      need(bool(input), name);
+      if (ofTable && ofTable != input) {
+         Qor::throwRange(Qor::String("VelMroute::Programmer::") + name +
+                         " other than that of the table not allowed");
+      }
+   };
+   take(inputs.vlans, inputs.table->vlans(), "vlans");
+   take(inputs.published, inputs.table->published(), "published");
    return inputs;
 }
 

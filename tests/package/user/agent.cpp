@@ -21,9 +21,7 @@ int main() {
    VelMroute::OutputsPool pool;
    VelMroute::Programmer programmer(
          {.table = VelMroute::asyncRouteTable(
-                {.hooks = hooks, .vrfs = vrfs, .vlans = vlans, .published = published}),
-          .vlans = vlans,
-          .published = published});
+                {.hooks = hooks, .vrfs = vrfs, .vlans = vlans, .published = published})});
    auto const key = VelMroute::RouteKey::fromAddresses(Lnet::IpGenAddr::parse("10.0.0.1").value(),
                                                        Lnet::IpGenAddr::parse("239.0.0.1").value());
    programmer.routeIs(vrf, key, {.iif = input, .outputs = pool.get({output})});
