@@ -13,11 +13,13 @@
 #include "Routing/Hardware/RouteStatus.h"
 #include "Vel/VelAsyncMrouteSm.h"
 #include "programmer/AsyncHookGate.h"
-#include "programmer/RouteTable.h"
+#include "programmer/SwitchRouteTable.h"
 
 namespace VelMroute {
 
-class AsyncRouteTable final : public RouteTable {
+class AsyncRouteTable final
+      : public SwitchRouteTable<Vel::Mroute::AsyncMrouteSwitch, Vel::Mroute::AsyncMrouteSwitchSm,
+                                AsyncHookGate> {
  public:
    struct Inputs {
       Qor::Name name = "switch1";
@@ -39,11 +41,6 @@ class AsyncRouteTable final : public RouteTable {
    explicit AsyncRouteTable(Inputs inputs);
    ~AsyncRouteTable() override;
 
-   // Null after endService().
-   Qor::Ptr<Vel::Mroute::AsyncMrouteSwitch> const& mrouteSwitch() const { return switch_; }
-   Qor::Ptr<Vel::Mroute::AsyncMrouteSwitchSm> const& reactor() const { return reactor_; }
-   Qor::Ptr<AsyncHookGate> const& gate() const { return gate_; }
-
    // Notifies `observer` of each transaction that a change waits for, when the change begins: the
    // change as a text for people, and the transaction.
    using XactObserver = std::function<void(Qor::String const&, Hux::XactPtr const&)>;
@@ -53,40 +50,27 @@ class AsyncRouteTable final : public RouteTable {
    Qor::Ptr<Routing::Multicast::Fib::Hardware::Status> published() const override {
       return inputs_.published;
    }
-   void listenerIs(Listener* listener) override;
    Needs needs(Spec const& spec) const override;
    Record newRecord(Spec const& spec, MrouteLib::OifSetPtr const& oifSet, bool foundLeft) override;
    Entry newEntry(Spec const& spec, MrouteLib::MtableOifSetPtr const& record) override;
    Hux::XactPtr point(MrouteLib::RouteHandle handle, MrouteLib::MtableOifSetPtr const& record,
                       Hux::XactPtr const& groupWrite) override;
-   void deleteEntry(MrouteLib::RouteHandle handle) override;
    bool hasEntry(MrouteLib::RouteHandle handle) const override;
-   void clearResults() override;
    Qor::U32 attempts() const override { return 3; }
    Qor::String failure(Hux::XactPtr const& xact, bool ofGroup) const override;
-   void markDirty(MrouteLib::MtableOifSetPtr const& record) override;
-   std::optional<bool> sharable(MrouteLib::OifSetPtr const& oifSet) const override;
-   Qor::U32 zombies() const override;
-   void purgeZombie() override;
    std::optional<Vel::VrfId> vrfId(L3::VrfName const& vrf) const override;
    std::vector<std::pair<L3::VrfName, Vel::VrfId>> vrfs() const override;
    std::set<Lnet::IntfId> failedInterfaces() const override;
-   void reroute(Lnet::IntfId intf) override;
-   Facts facts(MrouteLib::MtableOifSetPtr const& record) const override;
    Qor::String explain(Table table, bool foundLeft) const override;
    Qor::String explainVrf(L3::VrfName const& vrf) const override;
-   void endService() override;
-   void gateIs(bool open) override { gate_->openIs(open); }
-   HookErrors const& hookErrors() const override { return gate_->errors(); }
 
  private:
-   class Watch;
+   class VrfWatch;
+
+   Qor::U32 indexOf(SwitchRecord const& record) const override { return record.multicastId(); }
 
    Inputs const inputs_;
-   Qor::Ptr<AsyncHookGate> const gate_;
-   Qor::Ptr<Vel::Mroute::AsyncMrouteSwitch> switch_;
-   Qor::Ptr<Vel::Mroute::AsyncMrouteSwitchSm> reactor_;
-   std::unique_ptr<Watch> watch_;
+   std::unique_ptr<VrfWatch> const vrfWatch_;
    XactObserver observer_;
 };
 

@@ -2,7 +2,7 @@
 
 #include <utility>
 
-#include "programmer/work/ProgrammerWork.h"
+#include "programmer/internal/ProgrammerWork.h"
 
 namespace VelMroute {
 

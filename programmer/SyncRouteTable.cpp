@@ -3,7 +3,6 @@
 #include <utility>
 
 #include "Qor/Exception.h"
-#include "programmer/work/SwitchWatch.h"
 
 namespace VelMroute {
 
@@ -13,58 +12,43 @@ using MrouteLib::OifSetPtr;
 using MrouteLib::RouteHandle;
 using Wisp::Multicast::Fib::RpaIndex;
 
-// Notifies the programmer of room, and of VRFs that come and go.
-class SyncRouteTable::Watch {
+// Notifies the programmer of room.
+class SyncRouteTable::RoomWatch final : public MrouteLib::SwitchChip::Notifiee {
  public:
-   Watch(Vel::MrouteSwitch* chip, Vel::L3Status const* l3Status)
-         : zombies_(chip, listener), chip_(chip, listener), vrfs_(l3Status, listener) {}
-
-   Listener* listener = nullptr;
+   explicit RoomWatch(SyncRouteTable& table) : table_(table) {
+      notifierIs(table.mrouteSwitch().get());
+   }
+   void onMtableFree() override { roomIs(notifier()->mtableFree(), Table::group); }
+   void onMrouteTcamFree() override { roomIs(notifier()->mrouteTcamFree(), Table::entry); }
+   void onBoundaryTcamFree() override { roomIs(notifier()->boundaryTcamFree(), Table::boundary); }
+   void onMrouteReviewKick() override {
+      if (table_.listener()) table_.listener()->roomAnywhere();
+   }
 
  private:
-   class Room final : public MrouteLib::SwitchChip::Notifiee {
-    public:
-      Room(MrouteLib::SwitchChip* chip, Listener*& listener) : listener_(listener) {
-         notifierIs(chip);
-      }
-      void onMtableFree() override { roomIs(notifier()->mtableFree(), Table::group); }
-      void onMrouteTcamFree() override { roomIs(notifier()->mrouteTcamFree(), Table::entry); }
-      void onBoundaryTcamFree() override {
-         roomIs(notifier()->boundaryTcamFree(), Table::boundary);
-      }
-      void onMrouteReviewKick() override {
-         if (listener_) listener_->roomAnywhere();
-      }
+   void roomIs(bool free, Table table) {
+      if (free && table_.listener()) table_.listener()->roomIs(table);
+   }
 
-    private:
-      void roomIs(bool free, Table table) {
-         if (free && listener_) listener_->roomIs(table);
-      }
+   SyncRouteTable& table_;
+};
 
-      Listener*& listener_;
-   };
-   class Vrfs final : public Vel::L3Status::Notifiee {
-    public:
-      Vrfs(Vel::L3Status const* l3Status, Listener*& listener) : listener_(listener) {
-         notifierIs(l3Status);
-      }
-      void onVrfNameToVrfId(Qor::Name const&) override { onVrfNameToVrfIdImmediate(); }
-      void onVrfNameToVrfIdImmediate() override {
-         if (listener_) listener_->vrfChanged();
-      }
+// Notifies the programmer of VRFs that come and go.
+class SyncRouteTable::VrfWatch final : public Vel::L3Status::Notifiee {
+ public:
+   explicit VrfWatch(SyncRouteTable& table) : table_(table) { notifierIs(&table.l3Status()); }
+   void onVrfNameToVrfId(Qor::Name const&) override { onVrfNameToVrfIdImmediate(); }
+   void onVrfNameToVrfIdImmediate() override {
+      if (table_.listener()) table_.listener()->vrfChanged();
+   }
 
-    private:
-      Listener*& listener_;
-   };
-
-   ZombieWatch<Vel::MrouteSwitch> zombies_;
-   Room chip_;
-   Vrfs vrfs_;
+ private:
+   SyncRouteTable& table_;
 };
 
 namespace {
 
-SyncRouteTable::Inputs checked(SyncRouteTable::Inputs inputs) {
+SyncRouteTable::Inputs const& checked(SyncRouteTable::Inputs const& inputs) {
    if (!inputs.routing) Qor::throwRange("VelMroute::SyncRouteTable::routing null not allowed");
    return inputs;
 }
@@ -72,47 +56,30 @@ SyncRouteTable::Inputs checked(SyncRouteTable::Inputs inputs) {
 }  // namespace
 
 SyncRouteTable::SyncRouteTable(Inputs inputs)
-      : inputs_(checked(std::move(inputs))),
-        gate_(Qor::make<SyncHookGate>(inputs_.routing->inputs().hooks)) {
+      : SwitchRouteTable(Qor::make<SyncHookGate>(checked(inputs).routing->inputs().hooks)),
+        inputs_(std::move(inputs)) {
    SyncRouting::Inputs const& shared = inputs_.routing->inputs();
-   switch_ = Vel::mrouteSwitchFactory(inputs_.name, inputs_.switchId, shared.common,
-                                      shared.l3Status, gate_, shared.ipStatus, shared.published);
-   reactor_ = Vel::mrouteSwitchSmFactory({.switchId = inputs_.switchId,
+   auto const chip =
+         Vel::mrouteSwitchFactory(inputs_.name, inputs_.switchId, shared.common, shared.l3Status,
+                                  gate(), shared.ipStatus, shared.published);
+   wire(chip, Vel::mrouteSwitchSmFactory({.switchId = inputs_.switchId,
                                           .acsd = shared.common,
                                           .l3Status = shared.l3Status,
-                                          .mrouteSwitch = switch_,
+                                          .mrouteSwitch = chip,
                                           .intfVlanIdTable = inputs_.vlans,
                                           .mfibConfig = shared.config,
                                           .mfibHwStatus = shared.published,
-                                          .mrouteHelper = gate_,
+                                          .mrouteHelper = gate(),
                                           .zombieClock = Qor::make<Qor::Clock>("zombieClock"),
                                           .agingClock = Qor::make<Qor::Clock>("agingClock"),
                                           .ethIntfStatusDir = inputs_.links,
                                           .allIntfStatusDir = inputs_.intfs,
-                                          .allIntfStatusLocalDir = inputs_.localIntfs});
-   watch_ = std::make_unique<Watch>(switch_.get(), shared.l3Status.get());
+                                          .allIntfStatusLocalDir = inputs_.localIntfs}));
+   roomWatch_ = std::make_unique<RoomWatch>(*this);
+   vrfWatch_ = std::make_unique<VrfWatch>(*this);
 }
 
-SyncRouteTable::~SyncRouteTable() {
-   gate_->openIs(false);
-   endService();
-}
-
-// The reactor is let go of before the switch.
-void SyncRouteTable::endService() {
-   watch_.reset();
-   reactor_ = nullptr;
-   switch_ = nullptr;
-   gate_->openIs(false);
-}
-
-void SyncRouteTable::gateIs(bool open) {
-   gate_->openIs(open);
-}
-
-void SyncRouteTable::listenerIs(Listener* listener) {
-   if (watch_) watch_->listener = listener;
-}
+SyncRouteTable::~SyncRouteTable() = default;
 
 // ---- Placing. ----
 
@@ -139,10 +106,10 @@ RouteTable::Needs SyncRouteTable::needs(Spec const& spec) const {
 RouteTable::Record SyncRouteTable::newRecord(Spec const&, OifSetPtr const& oifSet, bool foundLeft) {
    Record result;
    while (result.failedWrites < attempts()) {
-      switch_->doAllocateMtableOifSet(oifSet);
-      result.record = switch_->takeMtableOifSet();
+      mrouteSwitch()->doAllocateMtableOifSet(oifSet);
+      result.record = mrouteSwitch()->takeMtableOifSet();
       // While there are groups that may be adopted, the table never reports itself full.
-      if (result.record || foundLeft || !switch_->mtableFree()) break;
+      if (result.record || foundLeft || !mrouteSwitch()->mtableFree()) break;
       ++result.failedWrites;
    }
    return result;
@@ -151,11 +118,12 @@ RouteTable::Record SyncRouteTable::newRecord(Spec const&, OifSetPtr const& oifSe
 RouteTable::Entry SyncRouteTable::newEntry(Spec const& spec, MtableOifSetPtr const& record) {
    Entry result;
    while (result.failedWrites < attempts()) {
-      switch_->doAllocateRoute(spec.key, spec.vlan, spec.bridge, record, spec.fastdrop, spec.noRpf,
-                               spec.rpaId, spec.vrf);
-      result.handle = switch_->routeHandle();
+      mrouteSwitch()->doAllocateRoute(spec.key, spec.vlan, spec.bridge, record, spec.fastdrop,
+                                      spec.noRpf, spec.rpaId, spec.vrf);
+      result.handle = mrouteSwitch()->routeHandle();
       if (!result.handle.isNull()) return result;
-      bool const room = spec.bridge ? switch_->boundaryTcamFree() : switch_->mrouteTcamFree();
+      bool const room =
+            spec.bridge ? mrouteSwitch()->boundaryTcamFree() : mrouteSwitch()->mrouteTcamFree();
       if (!room) {
          result.refusal = Refusal::noRoom;
          return result;
@@ -167,45 +135,20 @@ RouteTable::Entry SyncRouteTable::newEntry(Spec const& spec, MtableOifSetPtr con
 }
 
 XactPtr SyncRouteTable::point(RouteHandle handle, MtableOifSetPtr const& record, XactPtr const&) {
-   switch_->doSetMtableOifSet(handle, record);
+   mrouteSwitch()->doSetMtableOifSet(handle, record);
    return nullptr;
 }
 
-void SyncRouteTable::deleteEntry(RouteHandle handle) {
-   switch_->doDeleteRoute(handle);
-}
-
 bool SyncRouteTable::hasEntry(RouteHandle handle) const {
-   return switch_->route(handle) || switch_->boundary(handle);
+   return mrouteSwitch()->route(handle) || mrouteSwitch()->boundary(handle);
 }
 
 void SyncRouteTable::commit() {
-   switch_->doCommitRouteBatch();
-}
-
-void SyncRouteTable::clearResults() {
-   switch_->mtableOifSetIs(nullptr);
-   switch_->routeHandleIs({});
+   mrouteSwitch()->doCommitRouteBatch();
 }
 
 Qor::String SyncRouteTable::failure(XactPtr const&, bool) const {
    return {};
-}
-
-void SyncRouteTable::markDirty(MtableOifSetPtr const& record) {
-   if (auto const mine = Qor::ptrCast<Vel::MtableOifSet>(record)) mine->dirtyIs(true);
-}
-
-std::optional<bool> SyncRouteTable::sharable(OifSetPtr const& oifSet) const {
-   return sharableRecord(*switch_, oifSet);
-}
-
-Qor::U32 SyncRouteTable::zombies() const {
-   return static_cast<Qor::U32>(switch_->zombieOifSet().size());
-}
-
-void SyncRouteTable::purgeZombie() {
-   switch_->zombieOifSetDel(switch_->zombieOifSet().begin()->first);
 }
 
 // ---- VRFs, interfaces, and facts for people. ----
@@ -223,34 +166,18 @@ std::vector<std::pair<L3::VrfName, Vel::VrfId>> SyncRouteTable::vrfs() const {
    return all;
 }
 
-std::set<Lnet::IntfId> SyncRouteTable::failedInterfaces() const {
-   return downInterfaces(inputs_.links.get());
-}
-
-void SyncRouteTable::reroute(Lnet::IntfId intf) {
-   reactor_->updateFrrMtableOif(intf);
-}
-
 // The switch raises its room flags for its own deletions alone, so they are raised here.
 void SyncRouteTable::swept() {
    Qor::U32 const chip = inputs_.switchId;
-   if (!gate_->mtableFull(chip)) switch_->mtableFreeIs(true);
-   if (!gate_->mrouteFull(chip)) switch_->mrouteTcamFreeIs(true);
-   if (!gate_->mrouteBoundaryFull(chip)) switch_->boundaryTcamFreeIs(true);
-}
-
-RouteTable::Facts SyncRouteTable::facts(MtableOifSetPtr const& record) const {
-   auto const mine = Qor::ptrCast<Vel::MtableOifSet>(record);
-   if (!mine) return {};
-   Facts facts = factsOf(*switch_, *mine);
-   facts.index = mine->oifSetIndex();
-   return facts;
+   if (!gate()->mtableFull(chip)) mrouteSwitch()->mtableFreeIs(true);
+   if (!gate()->mrouteFull(chip)) mrouteSwitch()->mrouteTcamFreeIs(true);
+   if (!gate()->mrouteBoundaryFull(chip)) mrouteSwitch()->boundaryTcamFreeIs(true);
 }
 
 Qor::String SyncRouteTable::explain(Table table, bool foundLeft) const {
    switch (table) {
       case Table::group:
-         return switch_->mtableFree() && !foundLeft
+         return mrouteSwitch()->mtableFree() && !foundLeft
                       ? "the replication table could not be written; waits for the next review"
                       : "no free multicast group; waits for a deletion";
       case Table::entry:

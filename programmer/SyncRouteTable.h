@@ -16,12 +16,13 @@
 #include <memory>
 
 #include "Vel/VelSyncMrouteSm.h"
-#include "programmer/RouteTable.h"
+#include "programmer/SwitchRouteTable.h"
 #include "programmer/SyncRouting.h"
 
 namespace VelMroute {
 
-class SyncRouteTable final : public RouteTable {
+class SyncRouteTable final
+      : public SwitchRouteTable<Vel::MrouteSwitch, Vel::MrouteSwitchSm, SyncHookGate> {
  public:
    struct Inputs {
       Qor::Name name = "switch1";
@@ -40,54 +41,37 @@ class SyncRouteTable final : public RouteTable {
    explicit SyncRouteTable(Inputs inputs);
    ~SyncRouteTable() override;
 
-   // Null after endService().
-   Qor::Ptr<Vel::MrouteSwitch> const& mrouteSwitch() const { return switch_; }
-   Qor::Ptr<Vel::MrouteSwitchSm> const& reactor() const { return reactor_; }
    Qor::Ptr<SyncRouting> const& routing() const { return inputs_.routing; }
-   Qor::Ptr<SyncHookGate> const& gate() const { return gate_; }
 
    Qor::Ptr<IntfVlanId::Table const> vlans() const override { return inputs_.vlans; }
    Qor::Ptr<Routing::Multicast::Fib::Hardware::Status> published() const override {
       return inputs_.routing->inputs().published;
    }
-   void listenerIs(Listener* listener) override;
    Needs needs(Spec const& spec) const override;
    Record newRecord(Spec const& spec, MrouteLib::OifSetPtr const& oifSet, bool foundLeft) override;
    Entry newEntry(Spec const& spec, MrouteLib::MtableOifSetPtr const& record) override;
    Hux::XactPtr point(MrouteLib::RouteHandle handle, MrouteLib::MtableOifSetPtr const& record,
                       Hux::XactPtr const& groupWrite) override;
-   void deleteEntry(MrouteLib::RouteHandle handle) override;
    bool hasEntry(MrouteLib::RouteHandle handle) const override;
    void commit() override;
-   void clearResults() override;
    Qor::U32 attempts() const override { return 3; }
    Qor::String failure(Hux::XactPtr const& xact, bool ofGroup) const override;
-   void markDirty(MrouteLib::MtableOifSetPtr const& record) override;
-   std::optional<bool> sharable(MrouteLib::OifSetPtr const& oifSet) const override;
-   Qor::U32 zombies() const override;
-   void purgeZombie() override;
    std::optional<Vel::VrfId> vrfId(L3::VrfName const& vrf) const override;
    std::vector<std::pair<L3::VrfName, Vel::VrfId>> vrfs() const override;
-   std::set<Lnet::IntfId> failedInterfaces() const override;
-   void reroute(Lnet::IntfId intf) override;
    void swept() override;
-   Facts facts(MrouteLib::MtableOifSetPtr const& record) const override;
    Qor::String explain(Table table, bool foundLeft) const override;
    Qor::String explainVrf(L3::VrfName const& vrf) const override;
-   void endService() override;
-   void gateIs(bool open) override;
-   HookErrors const& hookErrors() const override { return gate_->errors(); }
 
  private:
-   class Watch;
+   class RoomWatch;
+   class VrfWatch;
 
+   Qor::U32 indexOf(SwitchRecord const& record) const override { return record.oifSetIndex(); }
    Vel::L3Status const& l3Status() const { return *inputs_.routing->inputs().l3Status; }
 
    Inputs const inputs_;
-   Qor::Ptr<SyncHookGate> const gate_;
-   Qor::Ptr<Vel::MrouteSwitch> switch_;
-   Qor::Ptr<Vel::MrouteSwitchSm> reactor_;
-   std::unique_ptr<Watch> watch_;
+   std::unique_ptr<RoomWatch> roomWatch_;
+   std::unique_ptr<VrfWatch> vrfWatch_;
 };
 
 std::unique_ptr<RouteTable> syncRouteTable(SyncRouteTable::Inputs inputs);

@@ -1,4 +1,4 @@
-#include "programmer/work/Wish.h"
+#include "programmer/internal/Wish.h"
 
 #include <algorithm>
 

@@ -4,7 +4,7 @@
 
 #include "Qor/Exception.h"
 #include "Vel/VelMrouteRecoverySm.h"
-#include "programmer/work/ProgrammerWork.h"
+#include "programmer/internal/ProgrammerWork.h"
 
 namespace VelMroute {
 

@@ -2,10 +2,10 @@
 //
 //   concern                                             | source
 //   ----------------------------------------------------+----------------------------------
-//   wishes, views and changes for the owner             | work/ProgrammerWishes.cpp
-//   passes, errors of hooks, lines, looks at all routes | work/ProgrammerPasses.cpp
-//   the placement of one route                          | work/ProgrammerPlacing.cpp
-//   resyncs, restart and end                            | work/ProgrammerResync.cpp
+//   wishes, views and changes for the owner             | internal/ProgrammerWishes.cpp
+//   passes, errors of hooks, lines, looks at all routes | internal/ProgrammerPasses.cpp
+//   the placement of one route                          | internal/ProgrammerPlacing.cpp
+//   resyncs, restart and end                            | internal/ProgrammerResync.cpp
 #pragma once
 
 #include <array>
@@ -14,8 +14,8 @@
 
 #include "Qor/Clock.h"
 #include "programmer/Programmer.h"
-#include "programmer/work/PublishedRoutes.h"
-#include "programmer/work/WaitingLine.h"
+#include "programmer/internal/PublishedRoutes.h"
+#include "programmer/internal/WaitingLine.h"
 
 namespace VelMroute {
 

@@ -7,7 +7,7 @@
 
 #include "Qor/Pool.h"
 #include "programmer/RouteTable.h"
-#include "programmer/work/Wish.h"
+#include "programmer/internal/Wish.h"
 
 namespace VelMroute {
 

@@ -1,4 +1,4 @@
-#include "programmer/work/PublishedRoutes.h"
+#include "programmer/internal/PublishedRoutes.h"
 
 #include <unordered_map>
 

@@ -7,7 +7,7 @@
 #include <set>
 #include <utility>
 
-#include "programmer/work/ProgrammedRoute.h"
+#include "programmer/internal/ProgrammedRoute.h"
 
 namespace VelMroute {
 

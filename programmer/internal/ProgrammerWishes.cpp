@@ -3,7 +3,7 @@
 #include <utility>
 
 #include "Qor/Exception.h"
-#include "programmer/work/ProgrammerWork.h"
+#include "programmer/internal/ProgrammerWork.h"
 
 namespace VelMroute {
 
