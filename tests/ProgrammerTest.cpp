@@ -130,6 +130,16 @@ TEST(Programmer, ARouteThatNeedsNoEntryTakesAGroupOnly) {
    b.play({{"1 to et2", "waitingGroup 1", "1 groupCreate"}});
    EXPECT_EQ(b.route(9)->state(), State::inHardware);
    b.others = 0;
+   // The route gets an entry when it needs one, and gives it up when it does not.
+   b.set(9, "et4");
+   b.drain();
+   EXPECT_EQ(b.receivers(9), "et4");
+   b.wishes.erase(9);
+   b.set(9, w);
+   b.pass();
+   EXPECT_EQ(b.route(9)->state(), State::inHardware);
+   EXPECT_EQ(b.chip->routes().size(), 0u);
+   b.writes();
    b.play({{"withdraw 9", "inHardware 1",
             "1 groupCreate, 1 groupDelete, 1 routeCreate, 1 routePoint"}});
 }

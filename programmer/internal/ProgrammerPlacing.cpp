@@ -61,8 +61,9 @@ bool ProgrammerWork::hasWantedSet(ProgrammedRoute const& route) const {
    return route.record && route.record->oifSet()->portVlanSet() == route.at->set;
 }
 
-// Whether the present entry, if there is one, has the wanted properties.
+// Whether the present entry has the wanted properties. A placed route without an entry needs none.
 bool ProgrammerWork::hasWantedEntry(ProgrammedRoute const& route) const {
+   if (route.handle.isNull()) return true;
    WantedRoute const& placed = route.placed->wanted();
    WantedRoute const& wanted = route.target->wanted();
    return route.placedVlan == route.at->vlan && placed.bridge == wanted.bridge &&
@@ -76,16 +77,13 @@ bool ProgrammerWork::isPlaced(ProgrammedRoute const& route) const {
 void ProgrammerWork::place(ProgrammedRoute& route) {
    if (route.stuck) release(route);
    if (!aim(route)) return;
-   if (route.placed) {
-      // A number that another VRF or interface may have by now must not stay in an entry.
-      bool const sameInput = route.placed->wanted().iif == route.target->wanted().iif;
-      bool const renumbered = sameInput && route.placedVlan != route.at->vlan &&
-                              !route.placedVlan.isNone() && !route.at->vlan.isNone();
-      if (route.placedVrf != route.vrfId || renumbered) release(route);
-   }
    if (!route.placed) {
       if (mustStandBack(route)) return;
       if (!mustQueue(route)) placeNew(route);
+      return;
+   }
+   if (mustLeaveFirst(route)) {
+      stepAside(route);
       return;
    }
    if (isPlaced(route) && route.confirmed) {
@@ -98,17 +96,9 @@ void ProgrammerWork::place(ProgrammedRoute& route) {
    MtableOifSetPtr record;
    if (route.needs.group) record = hasWantedSet(route) ? route.record : allocateRecord(route);
    Leaving leaving;
-   // Without room for old and new together the route steps aside, and tries with the room that it
-   // gave back.
+   // There may be no room for old and new together.
    if ((route.needs.group && !record) || !replaceEntry(route, record, leaving)) {
-      release(route);
-      if (!mustStandBack(route)) placeNew(route);
-      return;
-   }
-   if (record == route.record && route.confirmed) {  // nothing changes in hardware
-      route.change.reset();
-      route.placed = route.target;
-      stateIs(route, RouteState::inHardware);
+      stepAside(route);
       return;
    }
    pointAt(route, std::move(record));
@@ -116,6 +106,22 @@ void ProgrammerWork::place(ProgrammedRoute& route) {
    // Issued behind the writes of the new entry, in the order that the chip keeps.
    leaveEntry(leaving);
    markSiblings(route);
+}
+
+// Whether the placement has to go before the new one is made: its entry has a number that another
+// VRF or interface may have by now, or there is an entry where none is needed, or none where one is.
+bool ProgrammerWork::mustLeaveFirst(ProgrammedRoute const& route) const {
+   bool const sameInput = route.placed->wanted().iif == route.target->wanted().iif;
+   bool const renumbered = sameInput && route.placedVlan != route.at->vlan &&
+                           !route.placedVlan.isNone() && !route.at->vlan.isNone();
+   bool const entryComesOrGoes = route.needs.entry.has_value() == route.handle.isNull();
+   return route.placedVrf != route.vrfId || renumbered || entryComesOrGoes;
+}
+
+// The route leaves the hardware, and tries with the room that it gave back.
+void ProgrammerWork::stepAside(ProgrammedRoute& route) {
+   release(route);
+   if (!mustStandBack(route)) placeNew(route);
 }
 
 // A route in front of its line tries; the line stops when the route is refused.
@@ -279,7 +285,7 @@ RouteTable::Refusal ProgrammerWork::allocateEntry(ProgrammedRoute& route,
 // if there is none, or while another entry of the route has the new vlan.
 bool ProgrammerWork::replaceEntry(ProgrammedRoute& route, MtableOifSetPtr const& record,
                                   Leaving& leaving) {
-   if (route.handle.isNull() || hasWantedEntry(route)) return true;
+   if (hasWantedEntry(route)) return true;
    Table const before = route.table;
    bool const inUseKeyStays = route.placedVlan == route.at->vlan;
    if (inUseKeyStays) {

@@ -139,6 +139,8 @@ class ProgrammerWork final : private RouteTable::Listener {
    void place(ProgrammedRoute& route);
    void placeWaiting(ProgrammedRoute& route, WaitingLine& line);
    void placeNew(ProgrammedRoute& route);
+   bool mustLeaveFirst(ProgrammedRoute const& route) const;
+   void stepAside(ProgrammedRoute& route);
    bool isPlaced(ProgrammedRoute const& route) const;
    bool hasWantedSet(ProgrammedRoute const& route) const;
    bool hasWantedEntry(ProgrammedRoute const& route) const;
