@@ -134,6 +134,22 @@ TYPED_TEST(Promises, AHookThatThrowsFailsItsRouteAloneUntilTheRetry) {
    EXPECT_GE(seen.size(), 5u);
 }
 
+TYPED_TEST(Promises, ARouteThatReturnsBeforeTheRetryOfItsPredecessorStays) {
+   BenchOn<TypeParam> b;
+   b.platform->hookObserverIs([&](std::string_view hook) {
+      if (hook.starts_with("doAllocate")) throw std::runtime_error("bus error");
+   });
+   b.change("1 to et2");
+   b.pass();
+   EXPECT_EQ(b.states(), "failed 1");
+   b.platform->hookObserverIs(nullptr);
+   b.now("withdraw 1");
+   b.now("1 to et3");
+   b.time->runUntil(b.time->now() + 2 * Programmer::Options().retry);
+   b.drain();
+   EXPECT_EQ(b.states(), "inHardware 1");
+}
+
 TYPED_TEST(Promises, ADeletionHookThatThrowsInsideADestructorIsCounted) {
    BenchOn<TypeParam> b;
    b.now("1 to et2");

@@ -171,7 +171,11 @@ void ProgrammerWork::forget(ProgrammedRoute& route) {
       return;
    }
    if (!route.fastdrops.empty()) return;
-   if (route.vrf.routes.take(route.key)) --records_;
+   // A record that is tried again may have left its key to a later one.
+   auto const* const entry = route.vrf.routes.find(route.key);
+   if (!entry || entry->second.get() != &route) return;
+   route.vrf.routes.take(route.key);
+   --records_;
    changed(route);
 }
 
