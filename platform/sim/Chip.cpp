@@ -8,7 +8,7 @@
 
 #include "Qor/Clock.h"
 #include "Qor/EnumText.h"
-#include "platform/sim/Format.h"
+#include "platform/Format.h"
 
 namespace Sim {
 
@@ -17,18 +17,14 @@ using Lnet::IntfId;
 using MrouteLib::PortVlan;
 using Qor::U32;
 
-std::ostream& operator<<(std::ostream& os, WriteKind kind) {
-   static constexpr char const* names[] = {"groupCreate",    "groupUpdate",   "groupDelete",
-                                           "routeCreate",    "routePoint",    "routeDelete",
-                                           "boundaryCreate", "boundaryDelete"};
-   static_assert(std::size(names) == writeKinds);
-   return Qor::printEnum(os, kind, names);
+std::string_view nameOf(Forwarding forwarding) {
+   static constexpr std::string_view names[] = {
+         "forwarded", "noRoute", "wrongVlan", "notPointed", "emptyGroup", "portsDown", "bridged"};
+   return names[static_cast<std::size_t>(forwarding)];
 }
 
 std::ostream& operator<<(std::ostream& os, Forwarding forwarding) {
-   static constexpr char const* names[] = {"forwarded",  "noRoute",   "wrongVlan", "notPointed",
-                                           "emptyGroup", "portsDown", "bridged"};
-   return Qor::printEnum(os, forwarding, names);
+   return os << nameOf(forwarding);
 }
 
 Qor::String groupName(U32 group) {

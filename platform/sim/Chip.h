@@ -13,11 +13,13 @@
 #include <array>
 #include <optional>
 #include <ostream>
+#include <string_view>
 #include <vector>
 
 #include "Lnet/IntfId.h"
 #include "MrouteLib/PortVlanSet.h"
 #include "Qor/Ptr.h"
+#include "platform/Faults.h"
 #include "platform/sim/EntryTable.h"
 
 namespace Sim {
@@ -33,17 +35,9 @@ struct ChipConfig {
    Qor::Seconds latency = 0.001;
 };
 
-enum class WriteKind : unsigned char {
-   groupCreate,
-   groupUpdate,
-   groupDelete,
-   routeCreate,
-   routePoint,
-   routeDelete,
-   boundaryCreate,
-   boundaryDelete,
-};
-inline constexpr std::size_t writeKinds = 8;
+using VelMroute::Faults;
+using VelMroute::WriteKind;
+using VelMroute::writeKinds;
 
 // The hard-wired groups that every chip has outside its replication table: dropGroup sends nowhere,
 // and cpuGroup sends to the CPU alone. They need no room and cannot be written, and an entry may
@@ -55,8 +49,6 @@ constexpr bool isHardWired(Qor::U32 group) {
    return group == dropGroup || group == cpuGroup;
 }
 Qor::String groupName(Qor::U32 group);  // "17", "drop", "cpu"; "none" for noGroup
-
-std::ostream& operator<<(std::ostream& os, WriteKind kind);  // "groupCreate"
 
 // Calls and writes that a correct driver never makes. All violations are counted; the texts of the
 // first hundred are kept.
@@ -109,7 +101,8 @@ enum class Forwarding : unsigned char {
    bridged,     // a boundary entry keeps the packet in its vlan
 };
 
-std::ostream& operator<<(std::ostream& os, Forwarding forwarding);  // "wrongVlan"
+std::string_view nameOf(Forwarding forwarding);  // "wrongVlan"
+std::ostream& operator<<(std::ostream& os, Forwarding forwarding);
 
 struct Forwarded {
    Forwarding result = Forwarding::noRoute;

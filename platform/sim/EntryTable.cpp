@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <tuple>
 
-#include "platform/sim/Format.h"
+#include "platform/Format.h"
 
 namespace Sim {
 
