@@ -12,7 +12,7 @@
 #include "Bfd/AppStatus.h"
 #include "Routing/Hardware/RouteStatus.h"
 #include "Vel/VelAsyncMrouteSm.h"
-#include "programmer/AsyncHookGate.h"
+#include "hooks/AsyncHookGate.h"
 #include "programmer/SwitchRouteTable.h"
 
 namespace VelMroute {

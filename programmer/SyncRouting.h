@@ -5,7 +5,7 @@
 
 #include "Routing/Multicast/Fib/CounterStatus.h"
 #include "Vel/VelMrouteSm.h"
-#include "programmer/SyncHookGate.h"
+#include "hooks/SyncHookGate.h"
 
 namespace VelMroute {
 

@@ -1,4 +1,4 @@
-#include "programmer/AsyncHookGate.h"
+#include "hooks/AsyncHookGate.h"
 
 #include <utility>
 

@@ -1,11 +1,11 @@
-// The gate in front of a platform's hooks of the synchronous path (programmer/HookGate.h). Each
+// The gate in front of a platform's hooks of the synchronous path (hooks/HookGate.h). Each
 // chip has a gate of its own, and the agent-wide reactor another one. The hooks
 // handleFreeMtableOifSet and mrouteSwitchInit(switchId, false) run inside destructors, so the gate
 // swallows their errors.
 #pragma once
 
 #include "Vel/VelSyncMrouteHelper.h"
-#include "programmer/HookGate.h"
+#include "hooks/HookGate.h"
 
 namespace VelMroute {
 

@@ -1,4 +1,4 @@
-#include "programmer/SyncHookGate.h"
+#include "hooks/SyncHookGate.h"
 
 #include <utility>
 

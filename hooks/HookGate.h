@@ -6,7 +6,7 @@
 #include <type_traits>
 #include <utility>
 
-#include "programmer/HookErrors.h"
+#include "hooks/HookErrors.h"
 
 namespace VelMroute {
 

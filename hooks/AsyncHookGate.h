@@ -1,4 +1,4 @@
-// The gate in front of a platform's hooks of the asynchronous path (programmer/HookGate.h). The
+// The gate in front of a platform's hooks of the asynchronous path (hooks/HookGate.h). The
 // hooks doDeleteOifSet and doScheduleVerify may run inside a destructor, so the gate swallows their
 // errors. needFixedOifSet may, too: the gate asks the platform once for each type, in an
 // allocation, and keeps the answer.
@@ -7,7 +7,7 @@
 #include <map>
 
 #include "Vel/VelAsyncMrouteHelper.h"
-#include "programmer/HookGate.h"
+#include "hooks/HookGate.h"
 
 namespace VelMroute {
 
