@@ -3,13 +3,13 @@
 
 #include <optional>
 #include <span>
-#include <string_view>
 #include <vector>
 
 #include "Lnet/IntfId.h"
 #include "MrouteLib/PortVlanSet.h"
 #include "MrouteLib/RouteHandle.h"
 #include "Vel/VrfId.h"
+#include "hooks/Forwarding.h"
 
 namespace VelMroute {
 
@@ -29,9 +29,8 @@ class Probe {
    struct Seen {
       std::vector<MrouteLib::PortVlan> copies;  // ascending; a copy twice stands twice
       bool cpu = false;
-      // The verdict of the chip, and the entry that the packet hit, if the chip discloses them:
-      // "forwarded", "noRoute", "wrongVlan", "notPointed", "emptyGroup", "portsDown", "bridged".
-      std::string_view verdict = {};
+      // The verdict of the chip, and the entry that the packet hit, if the chip discloses them.
+      std::optional<Forwarding> verdict = {};
       std::optional<MrouteLib::RouteHandle> entry = {};
    };
 

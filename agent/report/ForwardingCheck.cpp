@@ -114,7 +114,7 @@ class Comparison {
    }
 
    static std::string verdict(VelMroute::Probe::Seen const& seen) {
-      return seen.verdict.empty() ? "" : fmt::format(" ({})", seen.verdict);
+      return seen.verdict ? fmt::format(" ({})", *seen.verdict) : "";
    }
 
    // Equal outputs do not prove that the packet hit this entry, because another route may have the
@@ -122,7 +122,7 @@ class Comparison {
    // compared, as far as it can be read.
    bool hitsOwnEntry(Vel::VrfId vrfId, RouteId const& id, RouteView const& route,
                      VelMroute::Probe::Seen const& seen) const {
-      if (!seen.entry && !seen.verdict.empty()) return false;
+      if (!seen.entry && seen.verdict) return false;
       if (!switch_.canRead()) return true;
       auto const entry = switch_.view().entry(seen.entry.value_or(route.handle()));
       return entry && entry->route.vrfId == vrfId && entry->route.key == id.key;

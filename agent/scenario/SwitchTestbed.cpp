@@ -146,7 +146,7 @@ VelMroute::Probe::Packet SwitchTestbed::onChip(Packet const& packet) {
 
 Testbed::Copies SwitchTestbed::copiesOf(VelMroute::Probe::Seen const& seen) {
    Copies copies;
-   copies.result = seen.verdict;
+   if (seen.verdict) copies.result = fmt::format("{}", *seen.verdict);
    for (auto const& copy : seen.copies)
       ++copies.at[copy.intfId().name()];
    if (seen.cpu) ++copies.at["cpu"];

@@ -300,7 +300,8 @@ void SoakOracle::checkPacket(RouteId const& id, Known& known, std::optional<Rout
    if (inHardware) {
       if (!own) {
          std::ostringstream text;
-         text << "is in hardware, and a packet does not hit its entry (" << seen.verdict << ')';
+         text << "is in hardware, and a packet does not hit its entry";
+         if (seen.verdict) text << " (" << *seen.verdict << ')';
          return wrong(id, text.str());
       }
    } else {

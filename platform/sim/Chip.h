@@ -13,16 +13,24 @@
 #include <array>
 #include <optional>
 #include <ostream>
-#include <string_view>
 #include <vector>
 
 #include "Lnet/IntfId.h"
 #include "MrouteLib/PortVlanSet.h"
 #include "Qor/Ptr.h"
+#include "hooks/Forwarding.h"
 #include "platform/Faults.h"
-#include "platform/sim/EntryTable.h"
 
 namespace Sim {
+
+using VelMroute::EntryTable;
+using VelMroute::Forwarded;
+using VelMroute::Forwarding;
+using VelMroute::noGroup;
+using VelMroute::Packet;
+using VelMroute::Refusal;
+using VelMroute::Traffic;
+using Entry = VelMroute::TableEntry;
 
 // The defaults are the sizes of a mid-range fixed-configuration switch. Each table has at most
 // 16,777,216 entries.
@@ -83,35 +91,6 @@ struct Group {
 // The outgoing pairs of a set as the members of a group, ascending.
 std::vector<MrouteLib::PortVlan> membersOf(MrouteLib::PortVlanSet const& set);
 
-struct Packet {
-   Qor::U32 vrfId = 0;
-   Lnet::IpGenAddr source;
-   Lnet::IpGenAddr group;
-   Bridging::VlanIdOrNone vlan;  // the vlan in which the packet arrives
-   Qor::U32 bytes = 64;
-};
-
-enum class Forwarding : unsigned char {
-   forwarded,   // to a port or to the CPU
-   noRoute,     // no entry matches
-   wrongVlan,   // the entries of the longest match accept from other vlans
-   notPointed,  // the entry points at no group
-   emptyGroup,  // the group has no members and does not send to the CPU
-   portsDown,   // the links of all members are down
-   bridged,     // a boundary entry keeps the packet in its vlan
-};
-
-std::string_view nameOf(Forwarding forwarding);  // "wrongVlan"
-std::ostream& operator<<(std::ostream& os, Forwarding forwarding);
-
-struct Forwarded {
-   Forwarding result = Forwarding::noRoute;
-   std::vector<MrouteLib::PortVlan> copies;  // ascending
-   bool toCpu = false;
-   Qor::U32 droppedCopies = 0;     // copies dropped because the link of their port is down
-   std::optional<Qor::U32> entry;  // the number of the route or boundary entry that was hit
-};
-
 class Chip final : public Qor::RefCounted {
  public:
    // Throws RangeException
@@ -150,18 +129,14 @@ class Chip final : public Qor::RefCounted {
    [[nodiscard]] Refusal routeDelete(Qor::U32 index);
 
    // Creates a boundary entry, which keeps a matching packet in its accepting vlan. That vlan must
-   // not be none. If a route entry matches as well, the longer match decides, and between equally
-   // long ones the boundary entry.
+   // not be none.
    [[nodiscard]] Refusal boundaryCreate(Qor::U32 index, Entry const& entry);
    [[nodiscard]] Refusal boundaryDelete(Qor::U32 index);
 
    // ---- Packets. ----
 
-   // Forwards one packet. A match is longer if its group prefix is longer, and for equal group
-   // prefixes if its source prefix is longer: (S,G), (*,G), group ranges, catch-all. If all route
-   // entries of the longest match accept from other vlans, the packet is dropped and does not fall
-   // through to a shorter match. The entry that matches with its vlan counts the packet and gets
-   // the time of the hit, also if it forwards nothing.
+   // Forwards one packet by the rule of hooks/Forwarding.h. The entry that matches with its vlan
+   // counts the packet and gets the time of the hit, also if it forwards nothing.
    Forwarded forward(Packet const& packet);
 
    // ---- Reading. ----
@@ -206,7 +181,6 @@ class Chip final : public Qor::RefCounted {
    Refusal checkInTable(Qor::U32 id) const;
    Refusal checkMembers(std::vector<MrouteLib::PortVlan> const& members) const;
    Refusal groupWrite(Qor::U32 id, std::vector<MrouteLib::PortVlan> members, bool toCpu);
-   void replicate(Group const& group, Forwarded& out);
 
    ChipConfig const config_;
    Qor::HashMap<Lnet::IntfId, Port> ports_;

@@ -229,7 +229,7 @@ VelMroute::Probe::Seen SimPlatform::inject(Packet const& packet) {
    Seen seen;
    seen.copies = std::move(out.copies);
    seen.cpu = out.toCpu;
-   seen.verdict = nameOf(out.result);
+   seen.verdict = out.result;
    if (out.entry) seen.entry = handleOf(*out.entry, out.result == Forwarding::bridged);
    return seen;
 }
