@@ -83,20 +83,20 @@ struct VelMrouteModule {
 
 // Defines the symbol. `makePlatform` is a function or a lambda without captures. Used once in a
 // module, outside namespaces.
-#define VELMROUTE_MODULE(chipName, hookPath, isVirtualTime, ...)                          \
-   extern "C" {                                                                           \
-   extern QOR_PUBLIC VelMrouteModule const velMrouteModule;                               \
-   VelMrouteModule const velMrouteModule = {                                              \
-         VelMroute::moduleAbi,                                                            \
-         sizeof(VelMrouteModule),                                                         \
-         VELMROUTE_VERSION_STRING,                                                        \
-         VELMROUTE_TOOLCHAIN,                                                             \
-         VELMROUTE_SANITIZER,                                                             \
-         chipName,                                                                        \
-         hookPath,                                                                        \
-         isVirtualTime,                                                                   \
-         &Qor::activityManager,                                                           \
-         [](VelMroute::PlatformOptions const& options) -> Qor::Ptr<VelMroute::Platform> { \
-            return (__VA_ARGS__)(options);                                                \
-         }};                                                                              \
+#define VELMROUTE_MODULE(chipName, hookPath, isVirtualTime, ...)                        \
+   extern "C" {                                                                         \
+   extern QOR_PUBLIC VelMrouteModule const velMrouteModule;                             \
+   VelMrouteModule const velMrouteModule = {                                            \
+         VelMroute::moduleAbi,                                                          \
+         sizeof(VelMrouteModule),                                                       \
+         VELMROUTE_VERSION_STRING,                                                      \
+         VELMROUTE_TOOLCHAIN,                                                           \
+         VELMROUTE_SANITIZER,                                                           \
+         chipName,                                                                      \
+         hookPath,                                                                      \
+         isVirtualTime,                                                                 \
+         &Qor::activityManager,                                                         \
+         [](VelMroute::PlatformOptions const& given) -> Qor::Ptr<VelMroute::Platform> { \
+            return (__VA_ARGS__)(given);                                                \
+         }};                                                                            \
    }
