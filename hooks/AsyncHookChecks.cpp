@@ -42,8 +42,7 @@ class AsyncHookChecks::Watch final : public Xact::Notifiee {
            target_(std::move(target)),
            call_(checks.call()),
            since_(Qor::now()),
-           wasPending_(xact_->pending()),
-           state_(Xact::State::pending) {
+           wasPending_(xact_->pending()) {
       notifierIs(xact_);
       checks_.pending_.emplace(call_.number, this);
       if (!wasPending_) onState();
@@ -100,7 +99,7 @@ class AsyncHookChecks::Watch final : public Xact::Notifiee {
    HookCall const call_;  // that began the write
    Qor::Seconds since_;
    bool const wasPending_;
-   Xact::State state_;
+   Xact::State state_ = Xact::State::pending;
    bool faulty_ = false;
 };
 
@@ -116,7 +115,10 @@ AsyncHookChecks::~AsyncHookChecks() {
 
 void AsyncHookChecks::begins(char const* hook) {
    HookChecks::begins(hook);
-   std::erase_if(replaced_, [](auto const& watch) { return !watch->xact()->pending(); });
+   if (replaced_.size() >= sweepAt_) {
+      std::erase_if(replaced_, [](auto const& watch) { return !watch->xact()->pending(); });
+      sweepAt_ = 2 * replaced_.size() + 16;
+   }
    if (!pending_.empty()) pending_.begin()->second->lookAtAge();
 }
 
@@ -190,7 +192,7 @@ bool AsyncHookChecks::isRefusal(U32 id) {
       stop(HookDuty::setValidity, "the invalid id is said to name a group");
    } else if (valid) {
       valid_.insert(id);
-      if (denied_ == id || (denied_ && !deletedAny_)) {
+      if (denied_ == id || (denied_ && deletedAt_ < 0)) {
          denied(text("group ", *denied_,
                      " was given out, and said to be no group: the allocation "
                      "after it got ",
@@ -211,9 +213,27 @@ bool AsyncHookChecks::isRefusal(U32 id) {
    return !valid;
 }
 
+// A deletion may take effect later than its call, so an empty table may refuse for a while.
+void AsyncHookChecks::refused(bool ofGroups) {
+   Qor::Seconds const emptySince = ofGroups ? deletedAt_ : routeDeletedAt_;
+   bool const empty = ofGroups ? shadow_.sets() == 0 : shadow_.routes() == 0;
+   bool const certain = empty && options().startsEmpty && !roomLost() &&
+                        Qor::now() - emptySince > options().patience;
+   U32& inRow = ofGroups ? refusals_ : routeRefusals_;
+   inRow = certain ? inRow + 1 : 0;
+   if (inRow == 0 || inRow != options().refusals) return;
+   fault(HookDuty::refusedWhenEmpty, text(inRow, " allocations in a row are refused, while no ",
+                                          ofGroups ? "group" : "entry", " is allocated"));
+   inRow = 0;
+}
+
 U32 AsyncHookChecks::groupAllocated(U32 id, OifSetPtr const& oifSet, XactPtr const& blockingXact,
                                     bool fixed, bool excludeEmptyMcid) {
-   if (isRefusal(id)) return id;
+   if (isRefusal(id)) {
+      refused(true);
+      return id;
+   }
+   refusals_ = 0;
    MrouteLib::PortVlanSet const& set = oifSet->portVlanSet();
    Shadow::Set const* const live = shadow_.set(id);
    if (live && !(fixed && live->fixed)) {
@@ -283,7 +303,7 @@ XactPtr AsyncHookChecks::doGetXactForOifSet(U32 mcastId) {
 
 void AsyncHookChecks::doDeleteOifSet(U32 mcastId) {
    begins("doDeleteOifSet");
-   deletedAny_ = true;
+   deletedAt_ = Qor::now();
    if (knownSet(mcastId)) {
       Shadow::Set const& set = *shadow_.set(mcastId);
       if (set.users == 1 && set.entries > 0) {
@@ -334,7 +354,11 @@ RouteHandle AsyncHookChecks::doAllocateRoute(IpGenRouteKey const& routeKey,
    begins("doAllocateRoute");
    RouteHandle const handle =
          hooks_.doAllocateRoute(routeKey, acceptingVlanId, bridgeAction, rpaId, vrfId);
-   if (handle.isNull()) return handle;
+   if (handle.isNull()) {
+      refused(false);
+      return handle;
+   }
+   routeRefusals_ = 0;
    if (Shadow::Entry const* const live = shadow_.entry(handle)) {
       stop(HookDuty::entryTwice, text(entry(handle), " is given out for ", routeKey,
                                       ", and in use for ", live->key, " since ", live->lastCall));
@@ -381,6 +405,7 @@ XactPtr AsyncHookChecks::doGetXactForIngress(RouteHandle handle) {
 // The library has forgotten the route, also if the hook throws.
 void AsyncHookChecks::doDeleteRoute(RouteHandle handle) {
    begins("doDeleteRoute");
+   routeDeletedAt_ = Qor::now();
    if (knownEntry(handle)) {
       drop(entries_[handle.value()]);
       shadow_.entryDeleted(handle, call());

@@ -57,7 +57,7 @@ class AsyncChip final : public Sim::AsyncPlatform, public Mistaken {
             is("empty group for a reroute") || is("empty sets share a group, correctly");
       if (shares && id == emptyGroup_ && emptyUsers_ > 0 && --emptyUsers_ > 0) return;
       firstXact_.erase(id);
-      AsyncPlatform::doDeleteOifSet(id);
+      if (!is("deletion of groups ignored")) AsyncPlatform::doDeleteOifSet(id);
    }
    bool mcastIdIsValid(U32 id) override {
       if (is("no group is one")) return true;
@@ -101,6 +101,9 @@ class AsyncChip final : public Sim::AsyncPlatform, public Mistaken {
       if (is("pointing throws")) throw std::runtime_error("busy");
       odd_[handle.value()] = Qor::make<Xact>();
       AsyncPlatform::doSetMtableOifSet(handle, id, blocking);
+   }
+   void doDeleteRoute(RouteHandle handle) override {
+      if (!is("deletion of entries ignored")) AsyncPlatform::doDeleteRoute(handle);
    }
    Qor::String8 doGetXactFailureReason(XactPtr xact, VelHelper::MrouteXactType type) override {
       if (is("reason always")) return "failed";
@@ -302,7 +305,8 @@ class Life : public BenchOn<Side> {
       while (!this->wishes.empty())
          this->del(this->wishes.begin()->first);
    }
-   // Empty, few and rewritten sets, hits, a reroute in place, full tables, empty tables, and an end.
+   // Empty, few and rewritten sets, hits, a reroute in place, full tables, empty tables, and an
+   // end.
    void live() {
       this->change("1 to;2 to");
       run(1);
@@ -333,7 +337,7 @@ class Life : public BenchOn<Side> {
       this->withdrawAll();
       run(100);
       this->change("16 to et2;17 to et3;18 to et2");
-      run(1);
+      run(35);
       this->programmer->end(Programmer::End::clean);
       run(100);
       this->programmer = nullptr;
@@ -367,6 +371,8 @@ constexpr Case asyncCases[] = {
       {"other thread completes", "xact-thread"},
       {"blocking transaction ignored", "blocking-ignored"},
       {"pointed at a failed group", "pointed-at-failed-set"},
+      {"deletion of groups ignored", "refused-when-empty"},
+      {"deletion of entries ignored", "refused-when-empty"},
       {"no reason", "reason-missing"},
       {"hits of tomorrow", "hit-ahead"},
       {"hits go back", "hit-back"},
