@@ -7,7 +7,7 @@
 
 #include "Qor/Clock.h"
 #include "Qor/EnumText.h"
-#include "platform/sim/Format.h"
+#include "platform/Format.h"
 
 namespace Sim {
 
@@ -15,14 +15,6 @@ using Bridging::VlanIdOrNone;
 using Lnet::IntfId;
 using MrouteLib::PortVlan;
 using Qor::U32;
-
-std::ostream& operator<<(std::ostream& os, WriteKind kind) {
-   static constexpr char const* names[] = {"groupCreate",    "groupUpdate",   "groupDelete",
-                                           "routeCreate",    "routePoint",    "routeDelete",
-                                           "boundaryCreate", "boundaryDelete"};
-   static_assert(std::size(names) == writeKinds);
-   return Qor::printEnum(os, kind, names);
-}
 
 Qor::String groupName(U32 group) {
    if (group == noGroup) return "none";

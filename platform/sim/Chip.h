@@ -19,6 +19,7 @@
 #include "MrouteLib/PortVlanSet.h"
 #include "Qor/Ptr.h"
 #include "hooks/Forwarding.h"
+#include "platform/Faults.h"
 
 namespace Sim {
 
@@ -42,17 +43,9 @@ struct ChipConfig {
    Qor::Seconds latency = 0.001;
 };
 
-enum class WriteKind : unsigned char {
-   groupCreate,
-   groupUpdate,
-   groupDelete,
-   routeCreate,
-   routePoint,
-   routeDelete,
-   boundaryCreate,
-   boundaryDelete,
-};
-inline constexpr std::size_t writeKinds = 8;
+using VelMroute::Faults;
+using VelMroute::WriteKind;
+using VelMroute::writeKinds;
 
 // The hard-wired groups that every chip has outside its replication table: dropGroup sends nowhere,
 // and cpuGroup sends to the CPU alone. They need no room and cannot be written, and an entry may
@@ -64,8 +57,6 @@ constexpr bool isHardWired(Qor::U32 group) {
    return group == dropGroup || group == cpuGroup;
 }
 Qor::String groupName(Qor::U32 group);  // "17", "drop", "cpu"; "none" for noGroup
-
-std::ostream& operator<<(std::ostream& os, WriteKind kind);  // "groupCreate"
 
 // Calls and writes that a correct driver never makes. All violations are counted; the texts of the
 // first hundred are kept.
