@@ -11,6 +11,7 @@
 #include <map>
 #include <memory>
 #include <optional>
+#include <ostream>
 #include <set>
 #include <vector>
 
@@ -60,6 +61,16 @@ class AsyncHookChecks final : public HookChecks {
       bool succeeded = false;
       bool failed = false;
    };
+   // A set or an entry, in the texts of faults: "group 7", "handle 7".
+   struct Target {
+      bool isSet;
+      Qor::U32 number;
+   };
+   friend std::ostream& operator<<(std::ostream& os, Target target) {
+      return os << (target.isSet ? "group " : "handle ") << target.number;
+   }
+   static Target group(Qor::U32 id) { return {true, id}; }
+   static Target entry(RouteHandle handle) { return {false, handle.value()}; }
    class Watch;
    // The transactions of a set or an entry. They stay behind when it is deleted, because a stale
    // transaction may come back under the same number.
@@ -81,10 +92,10 @@ class AsyncHookChecks final : public HookChecks {
    bool knownEntry(RouteHandle handle);
    // The transaction of a target after a write: null and stale ones are faults.
    void written(Writes& writes, Hux::XactPtr const& xact, Hux::XactPtr const& blockingXact,
-                Qor::String const& target);
+                Target target);
    void watch(Writes& writes, Hux::XactPtr const& xact, Hux::XactPtr const& blockingXact,
-              Qor::String const& target);
-   void seen(Writes& writes, Hux::XactPtr const& xact, Qor::String const& target);
+              Target target);
+   void seen(Writes& writes, Hux::XactPtr const& xact, Target target);
    void drop(Writes& writes);
    void begins(char const* hook);
    double adjusted(double interval, double result, double again, Intervals& kept);

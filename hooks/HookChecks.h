@@ -52,7 +52,8 @@ class HookChecks {
       bool startsEmpty = true;
       // The number of allocations refused in a row that is a fault; 0: never. Counted are refusals
       // while ...Full() returns false, and on the asynchronous path while nothing is allocated. A
-      // single one is none, because a failed write may be refused likewise.
+      // single one is none, because a failed write may be refused likewise. A chip on which a large
+      // set or an IPv6 entry finds no room where a smaller one does needs another number.
       Qor::U32 refusals = 3;
       // The seconds after which a pending transaction is a fault, unless a later write or a
       // deletion has replaced its write; 0: never. The gate looks at its oldest transaction in each

@@ -86,7 +86,7 @@ constexpr HookRule rules[] = {
       {callerThread, async, "caller-thread", true, "the hooks of the other rules",
        "The library calls all hooks on the thread that drives the activity loop."},
       {refusedWhenEmpty, async, "refused-when-empty", false,
-       "doAllocateSharableMulticastGroup, doAllocateFixedMulticastGroup, doAllocateRoute",
+       "doAllocateSharableMulticastGroup, doAllocateRoute",
        "An invalid id or handle reports at once that no group or entry is free."},
 
       {setTwice, sync, "set-twice", false, "doAllocateMtableOifSet",
