@@ -3,6 +3,7 @@
 #include <csignal>
 #include <iostream>
 
+#include "VelMroute/Version.h"
 #include "agent/input/TraceOption.h"
 #include "agent/report/ExitCode.h"
 #include "agent/report/Output.h"
@@ -118,7 +119,7 @@ std::string unknownSubcommand(CLI::App const& app, int argc, char const* const* 
 int main(int argc, char** argv) {
    std::signal(SIGPIPE, SIG_IGN);  // if the reader of the output ends, a write fails instead
    CLI::App app("Programs multicast routes into the tables of a switch chip.", "velmroute");
-   app.set_version_flag("--version", "velmroute " VELMROUTE_VERSION);
+   app.set_version_flag("--version", "velmroute " VELMROUTE_VERSION_STRING);
    app.require_subcommand(1);
    RunOptions options;
    Texts texts;
