@@ -54,54 +54,54 @@ bool AsyncMrouteHelper::doDeleteMrouteCounter(Vel::VrfId, IpGenRouteKey) {
 
 Qor::U32 AsyncMrouteHelper::doAllocateSharableMulticastGroup(MrouteLib::RouteKeyInfo const&,
                                                              OifSetPtr, Hux::XactPtr, bool) {
-   hookNotImplemented();
+   hookNotImplemented(__func__);
    return 0;
 }
 
 Qor::U32 AsyncMrouteHelper::doAllocateFixedMulticastGroup(OifSetPtr, Hux::XactPtr, Qor::U32) {
-   hookNotImplemented();
+   hookNotImplemented(__func__);
    return 0;
 }
 
 void AsyncMrouteHelper::doUpdateMulticastGroupInPlace(OifSetPtr, Qor::U32) {
-   hookNotImplemented();
+   hookNotImplemented(__func__);
 }
 
 Hux::XactPtr AsyncMrouteHelper::doGetXactForOifSet(Qor::U32) {
-   hookNotImplemented();
+   hookNotImplemented(__func__);
    return nullptr;
 }
 
 Qor::String8 AsyncMrouteHelper::doGetXactFailureReason(Hux::XactPtr, MrouteXactType) {
-   hookNotImplemented();
+   hookNotImplemented(__func__);
    return {};
 }
 
 void AsyncMrouteHelper::doDeleteOifSet(Qor::U32) {
-   hookNotImplemented();
+   hookNotImplemented(__func__);
 }
 
 RouteHandle AsyncMrouteHelper::doAllocateRoute(IpGenRouteKey const&, Bridging::VlanIdOrNone, bool,
                                                Wisp::Multicast::Fib::RpaIndex, Qor::U32) {
-   hookNotImplemented();
+   hookNotImplemented(__func__);
    return {};
 }
 
 void AsyncMrouteHelper::doSetMtableOifSet(RouteHandle, Qor::U32, Hux::XactPtr) {
-   hookNotImplemented();
+   hookNotImplemented(__func__);
 }
 
 Hux::XactPtr AsyncMrouteHelper::doGetXactForIngress(RouteHandle) {
-   hookNotImplemented();
+   hookNotImplemented(__func__);
    return nullptr;
 }
 
 void AsyncMrouteHelper::doDeleteRoute(RouteHandle) {
-   hookNotImplemented();
+   hookNotImplemented(__func__);
 }
 
 Qor::Seconds AsyncMrouteHelper::routeLastAccessedTime(RouteHandle) {
-   hookNotImplemented();
+   hookNotImplemented(__func__);
    return 0.0;
 }
 

@@ -23,8 +23,11 @@ void VelBaseHelper::velAssert(Qor::String message) const {
                         "void Vel::VelBaseHelper::velAssert(Qor::String) const");
 }
 
-void VelBaseHelper::hookNotImplemented() const {
-   if (!noopAgent()) velAssert(mustBeImplemented);
+void VelBaseHelper::hookNotImplemented(char const* hook) const {
+   if (noopAgent()) return;
+   std::fprintf(stderr, "The hook %s of \"%s\" is required and not overridden\n", hook,
+                name().c_str());
+   velAssert(mustBeImplemented);
 }
 
 }  // namespace Vel

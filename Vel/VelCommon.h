@@ -25,9 +25,10 @@ class QOR_PUBLIC VelBaseHelper : public Qor::NamedEntity {
    explicit VelBaseHelper(Qor::Name name);
    ~VelBaseHelper() override;
 
-   // The default body of a required hook: returns under VEL_NOOP_AGENT, and otherwise calls
+   // The default body of the required hook with this name: returns under VEL_NOOP_AGENT. Otherwise
+   // it prints a line that names the hook and this object to the standard error stream, and calls
    // velAssert(mustBeImplemented).
-   void hookNotImplemented() const;
+   void hookNotImplemented(char const* hook) const;
 };
 
 }  // namespace Vel

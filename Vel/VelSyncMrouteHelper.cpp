@@ -17,35 +17,35 @@ MrouteSmHelper::MrouteSmHelper(Qor::Name name) : Entity(std::move(name)) {}
 MrouteSmHelper::~MrouteSmHelper() = default;
 
 void MrouteSmHelper::mrouteInit(bool) {
-   hookNotImplemented();
+   hookNotImplemented(__func__);
 }
 
 void MrouteSmHelper::handleMulticastRouting(bool) {
-   hookNotImplemented();
+   hookNotImplemented(__func__);
 }
 
 void MrouteSmHelper::handleMrouteCounterMode(Routing::Multicast::Fib::CounterMode) {}
 
 void MrouteSmHelper::verifyMulticastRouting(bool) {
-   hookNotImplemented();
+   hookNotImplemented(__func__);
 }
 
 void MrouteSmHelper::mrouteSwitchInit(U32, bool) {
-   hookNotImplemented();
+   hookNotImplemented(__func__);
 }
 
 U32 MrouteSmHelper::doAllocateMtableOifSet(U32, U32, OifSetPtr) {
-   hookNotImplemented();
+   hookNotImplemented(__func__);
    return 0;
 }
 
 U32 MrouteSmHelper::doReallocateMtableOifSet(U32, U32, OifSetPtr) {
-   hookNotImplemented();
+   hookNotImplemented(__func__);
    return 0;
 }
 
 void MrouteSmHelper::handleFreeMtableOifSet(U32, Qor::Ptr<Vel::MtableOifSet>) {
-   hookNotImplemented();
+   hookNotImplemented(__func__);
 }
 
 U32 MrouteSmHelper::doCreateMrouteCounter(U16, IpGenRouteKey const&) {
@@ -64,47 +64,47 @@ void MrouteSmHelper::ageOutHwMcastCounter(IpGenRouteKey const&) {}
 
 RouteHandle MrouteSmHelper::doAllocateMroute(U32, U16, IpGenRouteKey const&, Bridging::VlanIdOrNone,
                                              bool, U32, bool, U16) {
-   hookNotImplemented();
+   hookNotImplemented(__func__);
    return RouteHandle(0);
 }
 
 RouteHandle MrouteSmHelper::doAllocateMrouteNoRpf(U32, U16, IpGenRouteKey const&, bool, U32, bool,
                                                   U16) {
-   hookNotImplemented();
+   hookNotImplemented(__func__);
    return RouteHandle(0);
 }
 
 void MrouteSmHelper::doSetMtableOifSet(U32, U16, RouteHandle, Qor::Ptr<Vel::Route const>, U32) {
-   hookNotImplemented();
+   hookNotImplemented(__func__);
 }
 
 void MrouteSmHelper::doDeleteMroute(U32, U16, RouteHandle, Qor::Ptr<Vel::Route const>) {
-   hookNotImplemented();
+   hookNotImplemented(__func__);
 }
 
 void MrouteSmHelper::doDeleteMrouteBoundary(U32, U16, RouteHandle, Qor::Ptr<Vel::Boundary const>) {
-   hookNotImplemented();
+   hookNotImplemented(__func__);
 }
 
 void MrouteSmHelper::doCommitMrouteBatch() {}
 
 bool MrouteSmHelper::mrouteFull(U32) {
-   hookNotImplemented();
+   hookNotImplemented(__func__);
    return false;
 }
 
 bool MrouteSmHelper::mrouteBoundaryFull(U32) {
-   hookNotImplemented();
+   hookNotImplemented(__func__);
    return false;
 }
 
 bool MrouteSmHelper::mtableFull(U32) {
-   hookNotImplemented();
+   hookNotImplemented(__func__);
    return false;
 }
 
 bool MrouteSmHelper::mrouteHitBit(U32, U16, IpGenRouteKey const&, Bridging::VlanIdOrNone, bool) {
-   hookNotImplemented();
+   hookNotImplemented(__func__);
    return false;
 }
 
@@ -117,11 +117,11 @@ void MrouteSmHelper::mrouteHitBitCacheClear(U32) {}
 void MrouteSmHelper::triggerRouteAgingReview() {}
 
 void MrouteSmHelper::verifyMroute(U32, U16, Qor::Ptr<Vel::Route const>) {
-   hookNotImplemented();
+   hookNotImplemented(__func__);
 }
 
 void MrouteSmHelper::verifyMrouteBoundary(U32, U16, Qor::Ptr<Vel::Boundary const>) {
-   hookNotImplemented();
+   hookNotImplemented(__func__);
 }
 
 namespace {

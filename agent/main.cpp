@@ -9,7 +9,7 @@
 #include "agent/report/Output.h"
 #include "agent/run/RunCommand.h"
 #include "agent/soak/SoakCommand.h"
-#include "agent/switch/ChipOption.h"
+#include "agent/switch/PlatformChoice.h"
 
 namespace {
 
@@ -17,12 +17,8 @@ using Agent::RunOptions;
 using Agent::SoakOptions;
 
 CLI::Validator chipSyntax() {
-   return CLI::Validator(
-         [](std::string& text) {
-            Sim::ChipConfig scratch;
-            return Agent::parseChipOption(text, scratch).value_or("");
-         },
-         "groups=N,routes=N,boundaries=N,latency=S");
+   return CLI::Validator([](std::string const& text) { return Agent::chipOptionFault(text); },
+                         "groups=N,routes=N,boundaries=N,latency=S");
 }
 
 // Values of the command line that are parsed after the whole command line is known to be valid.

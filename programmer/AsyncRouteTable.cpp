@@ -38,7 +38,7 @@ AsyncRouteTable::Inputs const& checked(AsyncRouteTable::Inputs const& inputs) {
 }  // namespace
 
 AsyncRouteTable::AsyncRouteTable(Inputs inputs)
-      : SwitchRouteTable(Qor::make<AsyncHookGate>(checked(inputs).hooks)),
+      : SwitchRouteTable(Qor::make<AsyncHookGate>(checked(inputs).hooks, inputs.checks)),
         inputs_(std::move(inputs)),
         vrfWatch_(std::make_unique<VrfWatch>(*this)) {
    auto const chip = Vel::Mroute::asyncMrouteSwitchFactory(inputs_.name, inputs_.vrfs, gate());

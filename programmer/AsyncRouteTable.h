@@ -12,7 +12,7 @@
 #include "Bfd/AppStatus.h"
 #include "Routing/Hardware/RouteStatus.h"
 #include "Vel/VelAsyncMrouteSm.h"
-#include "programmer/AsyncHookGate.h"
+#include "hooks/AsyncHookGate.h"
 #include "programmer/SwitchRouteTable.h"
 
 namespace VelMroute {
@@ -24,6 +24,8 @@ class AsyncRouteTable final
    struct Inputs {
       Qor::Name name = "switch1";
       Qor::Ptr<VelHelper::AsyncMrouteHelper> hooks = {};  // required
+      // Checks the hooks against their contract; none: no checks. gate()->checks() has the faults.
+      std::optional<HookChecks::Options> checks = {};
       // The VRFs in the hardware, with their numbers; required.
       Qor::Ptr<Routing::Hardware::RouteStatus const> vrfs = {};
       // The other inputs are those of the reactor; null has the consequence that its header states.

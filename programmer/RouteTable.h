@@ -17,7 +17,7 @@
 #include "MrouteLib/SwitchChip.h"
 #include "Routing/Multicast/Fib/Hardware/Status.h"
 #include "Vel/VrfId.h"
-#include "programmer/HookErrors.h"
+#include "hooks/HookErrors.h"
 #include "programmer/Restart.h"
 
 namespace VelMroute {

@@ -56,7 +56,8 @@ SyncRouteTable::Inputs const& checked(SyncRouteTable::Inputs const& inputs) {
 }  // namespace
 
 SyncRouteTable::SyncRouteTable(Inputs inputs)
-      : SwitchRouteTable(Qor::make<SyncHookGate>(checked(inputs).routing->inputs().hooks)),
+      : SwitchRouteTable(Qor::make<SyncHookGate>(checked(inputs).routing->inputs().hooks,
+                                                 inputs.routing->inputs().checks)),
         inputs_(std::move(inputs)) {
    SyncRouting::Inputs const& shared = inputs_.routing->inputs();
    auto const chip =

@@ -5,7 +5,7 @@
 
 #include "Routing/Multicast/Fib/CounterStatus.h"
 #include "Vel/VelMrouteSm.h"
-#include "programmer/SyncHookGate.h"
+#include "hooks/SyncHookGate.h"
 
 namespace VelMroute {
 
@@ -13,7 +13,11 @@ class SyncRouting final : public Qor::RefCounted {
  public:
    struct Inputs {
       Qor::Ptr<VelHelper::MrouteSmHelper> hooks = {};  // required
-      Qor::Ptr<Vel::L3Status> l3Status = {};           // required: the VRFs with their numbers
+      // Checks the hooks against their contract, in the gates of this object and of each chip; none:
+      // no checks. The gates share a list of faults, and `published` says whether handles of ranges
+      // are shared.
+      std::optional<HookChecks::Options> checks = {};
+      Qor::Ptr<Vel::L3Status> l3Status = {};  // required: the VRFs with their numbers
       // The other inputs are those of the reactor; null has the consequence that its header states.
       // Multicast is routed while `published` says hwRouting and a VRF is in `enabled`.
       Qor::Ptr<Vel::VelCommonSmData> common = {};

@@ -8,7 +8,7 @@
 #include "agent/input/CaptureReader.h"
 #include "agent/scenario/ScenarioParser.h"
 #include "agent/scenario/ScenarioPlayer.h"
-#include "agent/scenario/SimulatedTestbed.h"
+#include "agent/scenario/SwitchTestbed.h"
 
 namespace Agent {
 namespace {
@@ -19,11 +19,11 @@ std::filesystem::path const examples(VELMROUTE_EXAMPLES);
 // and a vlan from which no route accepts.
 using Outputs = std::map<std::string, std::string>;
 
-Outputs outputsOf(SimulatedSwitch& simulated) {
-   std::vector<std::pair<std::string, Sim::Packet>> packets;
-   std::as_const(simulated).programmer().forEach([&](RouteView const& route) {
-      Sim::Packet packet;
-      packet.vrfId = simulated.vrfId(route.vrf())->value();
+Outputs outputsOf(Switch& theSwitch) {
+   std::vector<std::pair<std::string, VelMroute::Probe::Packet>> packets;
+   std::as_const(theSwitch).programmer().forEach([&](RouteView const& route) {
+      VelMroute::Probe::Packet packet;
+      packet.vrfId = *theSwitch.vrfId(route.vrf());
       packet.source = route.key().source().isAny()
                             ? route.key().source().family() == Lnet::IpFamily::v4
                                     ? *Lnet::IpGenAddr::parse("198.51.100.1")
@@ -39,10 +39,10 @@ Outputs outputsOf(SimulatedSwitch& simulated) {
    });
    Outputs outputs;
    for (auto const& [name, packet] : packets) {
-      Sim::Forwarded const forwarded = simulated.chip().forward(packet);
+      auto const seen = theSwitch.platform().probe()->inject({&packet, 1}).front();
       std::string& out = outputs[name];
-      if (forwarded.toCpu) out += "cpu ";
-      for (auto const& copy : forwarded.copies)
+      if (seen.cpu) out += "cpu ";
+      for (auto const& copy : seen.copies)
          out += copy.intfId().name() + ' ';
    }
    return outputs;
@@ -58,14 +58,14 @@ void expectSame(std::filesystem::path const& file, Outputs const& async, Outputs
 }
 
 Outputs replayCapture(PathKind path, std::filesystem::path const& file) {
-   SimulatedSwitch simulated(path, {}, InterfaceMap());
+   Switch theSwitch(simulatedPlatform(path));
    CaptureReader reader({file});
    CaptureEvent event;
    while (reader.next(event) == CaptureReader::Result::event)
-      simulated.apply(event);
-   simulated.settle();
-   EXPECT_EQ(simulated.path().audit(), std::vector<Qor::String>()) << file;
-   return outputsOf(simulated);
+      theSwitch.apply(event);
+   theSwitch.settle();
+   EXPECT_EQ(theSwitch.audit(), std::vector<Qor::String>()) << file;
+   return outputsOf(theSwitch);
 }
 
 TEST(BothPaths, ForwardAlikeAtTheEndOfEachCapture) {
@@ -84,15 +84,14 @@ TEST(BothPaths, ForwardAlikeAtTheEndOfEachCapture) {
 Outputs playScenario(PathKind path, ScenarioFile file, std::filesystem::path const& name) {
    std::erase_if(file.lines,
                  [&](Scenario::Line const& line) { return line.path.value_or(path) != path; });
-   SimulatedSwitch simulated(path, file.settings.chip, InterfaceMap(),
-                             {file.settings.minPollingInterval, file.settings.callCost});
-   SimulatedTestbed testbed(simulated, nullptr, true);
+   Switch theSwitch(simulatedPlatform(path, file.settings.platformOptions()));
+   SwitchTestbed testbed(theSwitch, nullptr, true);
    ScenarioPlayer player(testbed, file.lines);
    player.play();
    for (auto const& failure : player.failures())
       ADD_FAILURE() << failure.toString();
-   EXPECT_EQ(simulated.path().audit(), std::vector<Qor::String>()) << name;
-   return outputsOf(simulated);
+   EXPECT_EQ(theSwitch.audit(), std::vector<Qor::String>()) << name;
+   return outputsOf(theSwitch);
 }
 
 TEST(BothPaths, ForwardAlikeAtTheEndOfEachScenarioForBothPaths) {

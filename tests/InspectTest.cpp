@@ -116,15 +116,13 @@ TEST_P(Inspect, ExplainsARouteInHardwareAWaitingRouteAndAnUnknownRoute) {
           R"(rerouted to rtr5 .*rtr0 failed: its link is down[\s\S]*group agree)");
    // A difference between the chip and the record is reported.
    auto const route =
-         *world_.simulated().programmer().view(L3::VrfName("default"), keyOf("239.1.1.1"));
-   auto const* const entry = world_.simulated().path().entry(route.handle());
-   world_.simulated().chip().routes().forEach([&](Qor::U32 index, Sim::Entry const& e) {
-      if (&e == entry) world_.simulated().chip().softError(index, Sim::dropGroup);
-   });
+         *world_.theSwitch().programmer().view(L3::VrfName("default"), keyOf("239.1.1.1"));
+   auto const entry = world_.theSwitch().view().entry(route.handle());
+   world_.chip().softError(entry->number, Sim::dropGroup);
    expect("explain 10.0.0.2,239.1.1.1", "DIFFERS: the entry points at group drop, not");
    RestartOptions slowly;
    slowly.begin = slowly.complete = 1;
-   world_.simulated().restart(slowly);
+   world_.theSwitch().restart(slowly);
    expect("explain 10.0.0.2,239.1.1.2",
           "No route .*[\\s\\S]*the replay of its routes is not complete");
 }
@@ -144,8 +142,8 @@ TEST_P(Inspect, WatchesARecordUntilTheRecordIsFreed) {
    expect("set /config/activityPollingInterval 9",
           R"(at 3.5\d+ s: /config/activityPollingInterval = 9 \(was 60\)\n)");
    expect("watch", "inUseOifSet/OifSet#\\d+\n/switch/1/zombieOifSet\n");
-   world_.simulated().programmer().routeDel(L3::VrfName("default"), keyOf("239.1.1.1"));
-   world_.simulated().programmer().routeDel(L3::VrfName("default"), keyOf("239.1.1.2"));
+   world_.theSwitch().programmer().routeDel(L3::VrfName("default"), keyOf("239.1.1.1"));
+   world_.theSwitch().programmer().routeDel(L3::VrfName("default"), keyOf("239.1.1.2"));
    expect("run 20", R"(inUseOifSet/OifSet#\d+ is deleted, and the watch ends)");
    expect("watch", "^/switch/1/zombieOifSet\n/config/");
    expect("unwatch /switch/1/zombieOifSet", "^$");

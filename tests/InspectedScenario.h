@@ -5,11 +5,12 @@
 #include <string_view>
 #include <vector>
 
+#include "KeptChip.h"
 #include "Qor/Assert.h"
 #include "agent/inspect/InspectedRun.h"
 #include "agent/scenario/ScenarioParser.h"
 #include "agent/scenario/ScenarioPlayer.h"
-#include "agent/scenario/SimulatedTestbed.h"
+#include "agent/scenario/SwitchTestbed.h"
 
 namespace Agent {
 
@@ -30,7 +31,7 @@ inline constexpr std::string_view inspectedLines[] = {
 class InspectedScenario final : public InspectedRun {
  public:
    explicit InspectedScenario(PathKind path)
-         : simulated_(path, config(path), {}), testbed_(simulated_, nullptr, true) {
+         : chip_(path, config(path)), switch_(chip_.choice()), testbed_(switch_, nullptr, true) {
       ScenarioParser parser;
       for (std::string_view const text : inspectedLines) {
          lines_.emplace_back();
@@ -39,7 +40,8 @@ class InspectedScenario final : public InspectedRun {
       player_.emplace(testbed_, lines_);
    }
 
-   SimulatedSwitch& simulated() override { return simulated_; }
+   Sim::Chip& chip() { return *chip_; }
+   Switch& theSwitch() override { return switch_; }
    bool runUntil(Qor::Seconds time) override { return player_->playUntil(time), true; }
    bool runToEnd() override { return player_->play(), true; }
    Qor::Seconds nextInput() override { return player_->nextDue(); }
@@ -53,8 +55,9 @@ class InspectedScenario final : public InspectedRun {
       return config;
    }
 
-   SimulatedSwitch simulated_;
-   SimulatedTestbed testbed_;
+   KeptChip const chip_;
+   Switch switch_;
+   SwitchTestbed testbed_;
    std::vector<Scenario::Line> lines_;
    std::optional<ScenarioPlayer> player_;
 };

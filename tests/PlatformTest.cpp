@@ -84,8 +84,9 @@ INSTANTIATE_TEST_SUITE_P(Paths, OnAPlatform, testing::Bool(),
 
 TEST_P(OnAPlatform, WishesArePacketsAndReadBackAlikeAlsoAfterFaults) {
    EXPECT_EQ(probe().ports().size(), 6u);
-   probe().failNext(Probe::Fault::groupWrite, 1);
-   probe().failNext(Probe::Fault::entryWrite, 1);
+   platform_->faults()->failNext(WriteKind::groupCreate, "planned");
+   platform_->faults()->failNext(GetParam() ? WriteKind::routeCreate : WriteKind::routePoint,
+                                 "planned");
    want(1, {et(2), et(3)});
    want(2, {et(2), et(3)});
    want(3, {});

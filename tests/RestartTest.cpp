@@ -5,8 +5,9 @@
 #include <random>
 #include <sstream>
 
+#include "KeptChip.h"
 #include "agent/inspect/InspectExplain.h"
-#include "agent/scenario/SimulatedTestbed.h"
+#include "agent/scenario/SwitchTestbed.h"
 #include "agent/timeline/Timeline.h"
 
 namespace Agent {
@@ -18,17 +19,17 @@ using Texts = std::vector<std::string>;
 class Life {
  public:
    Life(PathKind path, unsigned seed, Sim::ChipConfig const& chip)
-         : path_(path), random_(seed), simulated_(path, chip, InterfaceMap()) {
-      simulated_.timelineIs(&timeline_);
+         : path_(path), random_(seed), chip_(path, chip), switch_(chip_.choice()) {
+      switch_.timelineIs(&timeline_);
    }
    ~Life() {
-      simulated_.timelineIs(nullptr);
+      switch_.timelineIs(nullptr);
       Qor::activityManagerIs(nullptr);
    }
 
-   SimulatedSwitch& simulated() { return simulated_; }
+   Switch& theSwitch() { return switch_; }
    unsigned upTo(unsigned n) { return static_cast<unsigned>(random_() % n); }
-   void run(double seconds) { simulated_.activity().runUntil(Qor::now() + seconds); }
+   void run(double seconds) { switch_.runUntil(Qor::now() + seconds); }
 
    // Announces route number `i` with random properties, or withdraws the route.
    void change(unsigned i) {
@@ -95,7 +96,7 @@ class Life {
       }
    }
 
-   Sim::Chip const& chip() const { return simulated_.chip(); }
+   Sim::Chip const& chip() const { return *chip_; }
    Qor::U64 writes() const {
       Qor::U64 sum = 0;
       for (std::size_t kind = 0; kind < Sim::writeKinds; ++kind)
@@ -103,7 +104,7 @@ class Life {
       return sum;
    }
    void expectSound() {
-      EXPECT_EQ(simulated_.audit(), Texts());
+      EXPECT_EQ(switch_.audit(), Texts());
       EXPECT_EQ(testbed_.forwardingFaults(), Texts());
       EXPECT_EQ(testbed_.value(Scenario::State::wanted), wanted_.size());
    }
@@ -121,8 +122,9 @@ class Life {
    std::mt19937_64 random_;
    std::ostringstream shown_;
    Timeline timeline_{shown_};
-   SimulatedSwitch simulated_;
-   SimulatedTestbed testbed_{simulated_, nullptr, true};
+   KeptChip const chip_;
+   Switch switch_;
+   SwitchTestbed testbed_{switch_, nullptr, true};
    std::map<unsigned, Route> wanted_;
    std::set<unsigned> touched_;
 };
@@ -154,7 +156,7 @@ TEST(Restart, AnUnchangedReplayInAnyOrderWritesNothingAndLosesNoPacket) {
       life.leaveOutRoutesWithoutHardware();
       auto const outputs = life.outputs();
       for (unsigned restarts = 0; restarts < 3; ++restarts) {
-         life.simulated().restart(life.options());
+         life.theSwitch().restart(life.options());
          for (unsigned i = 0, steps = 1 + life.upTo(40); i < steps; ++i) {
             life.run(0.01);
             EXPECT_EQ(life.outputs(), outputs);
@@ -174,7 +176,7 @@ TEST(Restart, ChangesDuringARestartAreWrittenAndTheChipKeepsNoUnwantedEntries) {
       for (unsigned restarts = 0; restarts < 3; ++restarts) {
          life.run(0.05);
          // A route that changed during an earlier replay may keep old entries until its end.
-         bool const stable = room && !life.simulated().recovering();
+         bool const stable = room && !life.theSwitch().recovering();
          life.leaveOutRoutesWithoutHardware();
          auto outputs = life.outputs();
          for (unsigned changes = 12; changes > 0; --changes)
@@ -182,8 +184,8 @@ TEST(Restart, ChangesDuringARestartAreWrittenAndTheChipKeepsNoUnwantedEntries) {
          life.run(0.01 * life.upTo(8));  // not always enough for all writes
          RestartOptions options = life.options();
          if (life.upTo(2)) life.replayOnlySome(options);
-         life.simulated().path().faults().rateIs(Sim::WriteKind::routePoint, faulty ? 0.2 : 0);
-         life.simulated().restart(options);
+         life.theSwitch().platform().faults()->rateIs(Sim::WriteKind::routePoint, faulty ? 0.2 : 0);
+         life.theSwitch().restart(options);
          for (unsigned steps = life.upTo(12); steps > 0; --steps) {
             life.run(0.03);
             if (life.upTo(2)) life.change(life.upTo(40));
@@ -202,7 +204,7 @@ TEST(Restart, ChangesDuringARestartAreWrittenAndTheChipKeepsNoUnwantedEntries) {
 class FullChip {
  public:
    explicit FullChip(Qor::U32 groups)
-         : simulated_(PathKind::sync, {.groups = groups}, InterfaceMap()) {}
+         : switch_(simulatedPlatform(PathKind::sync, groupsAre(groups))) {}
    ~FullChip() { Qor::activityManagerIs(nullptr); }
 
    void want(unsigned i, char const* iif, std::vector<Lnet::IntfId> oifs, char const* backup) {
@@ -215,15 +217,15 @@ class FullChip {
       testbed_.routeIs(route);
    }
    void withdraw(unsigned i) { testbed_.routeDel(L3::VrfName("default"), key(i)); }
-   void run(double seconds) { simulated_.activity().runUntil(Qor::now() + seconds); }
+   void run(double seconds) { switch_.runUntil(Qor::now() + seconds); }
    void restart() {
       RestartOptions options;
       options.begin = 5;
       options.complete = 6;
-      simulated_.restart(options);
+      switch_.restart(options);
    }
    void fail(char const* intf) {
-      simulated_.linkIs(Lnet::IntfId(intf), Interface::IntfOperStatus::down);
+      switch_.linkIs(Lnet::IntfId(intf), Interface::IntfOperStatus::down);
    }
    std::string outputs(unsigned i, char const* iif) {
       std::string text;
@@ -237,19 +239,24 @@ class FullChip {
    }
    std::string explain(unsigned i) {
       std::ostringstream os;
-      printExplanation(os, explainRoute(simulated_, {L3::VrfName("default"), key(i)}));
+      printExplanation(os, explainRoute(switch_, {L3::VrfName("default"), key(i)}));
       return os.str();
    }
-   Texts audit() { return simulated_.audit(); }
+   Texts audit() { return switch_.audit(); }
 
  private:
+   static VelMroute::PlatformOptions groupsAre(Qor::U32 groups) {
+      VelMroute::PlatformOptions options;
+      options.add("groups", groups);
+      return options;
+   }
    static RouteKey key(unsigned i) {
       return RouteKey::fromAddresses(Lnet::IpGenAddr::v4(0x0a000002),
                                      Lnet::IpGenAddr::v4(0xef010100 + i));
    }
 
-   SimulatedSwitch simulated_;
-   SimulatedTestbed testbed_{simulated_, nullptr, true};
+   Switch switch_;
+   SwitchTestbed testbed_{switch_, nullptr, true};
 };
 
 // During the replay route 2 gets the outputs of route 1, and then the input of route 2 fails.

@@ -10,6 +10,7 @@
 #include <set>
 
 #include "CaptureTestSupport.h"
+#include "KeptChip.h"
 #include "agent/report/ForwardingCheck.h"
 
 namespace Agent {
@@ -36,20 +37,21 @@ constexpr char fourRoutes[] =
 
 struct CaptureReplay {
    CaptureReplay(Strings const& files, Sim::ChipConfig const& config)
-         : simulated(PathKind::async, config, InterfaceMap()) {
+         : chip(PathKind::async, config), theSwitch(chip.choice()) {
       CaptureReader reader(files);
       CaptureEvent event;
       for (auto got = reader.next(event); got != CaptureReader::Result::end;
            got = reader.next(event)) {
          EXPECT_EQ(got, CaptureReader::Result::event) << reader.error().toString();
-         simulated.apply(event);
+         theSwitch.apply(event);
          capture.apply(event);
       }
-      simulated.settle();
+      theSwitch.settle();
    }
    ~CaptureReplay() { Qor::activityManagerIs(nullptr); }
 
-   SimulatedSwitch simulated;
+   KeptChip const chip;
+   Switch theSwitch;
    CaptureState capture;
 };
 
@@ -72,7 +74,7 @@ TEST(Run, EachBundledCaptureIsForwardedAsRecordedOnChipsOfAllSizes) {
          if (!eventsAlone && chip.latency != 0.001) continue;
          SCOPED_TRACE(input.back() + " groups " + std::to_string(chip.groups));
          CaptureReplay replay(input, chip);
-         ForwardingCheck const check = checkForwarding(replay.simulated, replay.capture);
+         ForwardingCheck const check = checkForwarding(replay.theSwitch, replay.capture);
          EXPECT_EQ(check.differences, Strings());
          std::set<std::vector<Lnet::IntfId>> sets;
          std::size_t routes = 0;
@@ -84,8 +86,8 @@ TEST(Run, EachBundledCaptureIsForwardedAsRecordedOnChipsOfAllSizes) {
          EXPECT_EQ(check.routes + check.notPlaced.size(), routes);
          bool const room = sets.size() <= chip.groups && routes <= chip.routes;
          EXPECT_EQ(check.notPlaced.empty(), room);
-         auto const zombies = replay.simulated.path().zombies();
-         EXPECT_TRUE(!room || replay.simulated.chip().groups() - zombies == sets.size());
+         auto const zombies = replay.theSwitch.path().zombies();
+         EXPECT_TRUE(!room || replay.chip->groups() - zombies == sets.size());
          for (auto const& waiting : check.notPlaced)
             EXPECT_NE(waiting.reason.find("waits for a deletion"), std::string::npos);
       }
@@ -116,8 +118,8 @@ TEST(Run, TheCheckReportsEachDifferenceOfTheChip) {
    };
    for (auto const& [plant, difference] : cases) {
       CaptureReplay replay({file}, {});
-      EXPECT_EQ(plant(replay.simulated.chip()), "");
-      ForwardingCheck const check = checkForwarding(replay.simulated, replay.capture);
+      EXPECT_EQ(plant(*replay.chip), "");
+      ForwardingCheck const check = checkForwarding(replay.theSwitch, replay.capture);
       std::string const got = check.passed() ? "none" : check.differences.at(0);
       EXPECT_TRUE(got.ends_with(std::string("(10.0.0.2, 239.1.1.") + difference)) << got;
    }
@@ -130,11 +132,11 @@ TEST(Run, TheCheckReportsEachDifferenceOfTheChip) {
    late.iif = Lnet::IntfId("rtr1");
    late.resolved = true;
    replay.capture.apply(CaptureEvent(late));
-   auto const found = [&] { return checkForwarding(replay.simulated, replay.capture).differences; };
+   auto const found = [&] { return checkForwarding(replay.theSwitch, replay.capture).differences; };
    ASSERT_EQ(found().size(), 1u);
    EXPECT_TRUE(
          found()[0].ends_with("): the route of the capture is unknown to the route programmer"));
-   replay.simulated.apply(CaptureEvent(late));
+   replay.theSwitch.apply(CaptureEvent(late));
    EXPECT_TRUE(found().at(0).ends_with("): not settled: not looked at yet"));
 }
 
@@ -152,9 +154,9 @@ TEST(Run, ALinkGetsAPortOnlyIfARouteUsesItAndARenamedLinkLosesItsOldName) {
    TempDir const dir;
    auto const forwards = [&](char const* intf) {
       CaptureReplay replay({dir.file("links", lines)}, {});
-      EXPECT_EQ(checkForwarding(replay.simulated, replay.capture).differences, Strings());
-      EXPECT_EQ(replay.simulated.interfaceMap().intfs().size(), 4u);
-      return replay.simulated.chip().port(Lnet::IntfId(intf))->linkUp;
+      EXPECT_EQ(checkForwarding(replay.theSwitch, replay.capture).differences, Strings());
+      EXPECT_EQ(replay.theSwitch.interfaceMap().intfs().size(), 4u);
+      return replay.chip->port(Lnet::IntfId(intf))->linkUp;
    };
    EXPECT_FALSE(forwards("rtr1"));
    EXPECT_FALSE(forwards("rtr3"));

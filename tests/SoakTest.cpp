@@ -4,9 +4,10 @@
 
 #include <cstdlib>
 
+#include "KeptChip.h"
 #include "agent/scenario/ScenarioParser.h"
 #include "agent/scenario/ScenarioWriter.h"
-#include "agent/scenario/SimulatedTestbed.h"
+#include "agent/scenario/SwitchTestbed.h"
 #include "agent/soak/SoakRun.h"
 
 namespace Agent {
@@ -151,9 +152,10 @@ TEST_P(Soak, FindsNoFaultInTheReproducersOfEarlierFindings) {
 
 // A memory error makes a route entry point at another group.
 TEST_P(Soak, ReportsARouteThatForwardsToTheWrongOutputs) {
-   SimulatedSwitch simulated(GetParam(), {}, InterfaceMap());
-   SimulatedTestbed testbed(simulated, nullptr, true);
-   SoakOracle oracle(simulated, GetParam(), {});
+   KeptChip const chip(GetParam());
+   Switch theSwitch(chip.choice());
+   SwitchTestbed testbed(theSwitch, nullptr, true);
+   SoakOracle oracle(theSwitch, {});
    for (unsigned i = 0; i < 2; ++i) {
       Testbed::Route route;
       route.vrf = L3::VrfName("default");
@@ -168,8 +170,7 @@ TEST_P(Soak, ReportsARouteThatForwardsToTheWrongOutputs) {
    oracle.look();
    oracle.lookAtAll();
    ASSERT_EQ(oracle.found(), std::vector<std::string>());
-   Qor::U32 const other = simulated.chip().routes().find(1)->group;
-   simulated.chip().softError(0, other);
+   chip->softError(0, chip->routes().find(1)->group);
    oracle.lookAtAll();
    std::string const text =
          "vrf default (10.0.0.1, 239.1.1.0): expected rtr1, its entry points at rtr2";

@@ -95,6 +95,7 @@ TEST_F(VelAsyncSwitch, TheBareBaseClassIsEnoughWhereTheVariableAllowsItAndNowher
    EXPECT_TRUE(sw_->inUseOifSet().empty());
    unsetenv("VEL_NOOP_AGENT");  // read at each call
    EXPECT_DEATH(sw_->doDeleteRoute(RouteHandle(1)),
+                "^The hook doDeleteRoute of \"bare\" is required and not overridden\n"
                 "This function must be implemented by derived class\n");
 }
 

@@ -212,7 +212,8 @@ TEST(VelSyncHelperDeathTest, RequiredHooksStopTheProcessUnlessTheVariableIsPrese
    EXPECT_EQ(bare->doAllocateMtableOifSet(1, 0, nullptr), 0u);
    unsetenv("VEL_NOOP_AGENT");  // read at each call
    EXPECT_DEATH(bare->doAllocateMtableOifSet(1, 0, nullptr),
-                "^This function must be implemented by derived class\n");
+                "^The hook doAllocateMtableOifSet of \"bare\" is required and not overridden\n"
+                "This function must be implemented by derived class\n");
    EXPECT_EQ(bare->mrouteHitBitCacheRefresh(1), Bare::hitBitCacheRefreshed);
 }
 

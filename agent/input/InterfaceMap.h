@@ -30,7 +30,7 @@
 
 namespace Agent {
 
-// No internal vlan is left for an interface; what() names it.
+// No internal vlan or no port is left for an interface; what() names it.
 class InterfaceMapFull final : public std::runtime_error {
  public:
    using std::runtime_error::runtime_error;

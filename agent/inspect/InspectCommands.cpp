@@ -184,6 +184,8 @@ Qor::Generic Inspector::argument(EntityTree const& tree, Word const& word) const
 
 // Tries the change first, because it may violate a precondition of the library.
 void Inspector::change(std::function<void()> const& doIt) {
+   if (!run_.theSwitch().forks())
+      throw InspectError("the platform has no copies, in which a change could be tried before");
    std::string const why = rehearse(doIt);
    if (!why.empty()) throw InspectError("that would end the agent: " + why);
    changed_ = true;
@@ -250,7 +252,7 @@ void Inspector::trace(Words const& words) {
 
 void Inspector::explain(Words const& words) {
    RouteQuestion const question = routeQuestion(std::string_view(line_).substr(words[1].at));
-   ordered_json const json = explainRoute(run_.simulated(), question);
+   ordered_json const json = explainRoute(run_.theSwitch(), question);
    std::ostringstream text;
    printExplanation(text, json);
    printResult(json, text.str());

@@ -8,7 +8,8 @@
 #include "agent/input/RouteFields.h"
 #include "agent/inspect/InspectWords.h"
 #include "agent/report/RouteStateName.h"
-#include "platform/sim/Format.h"
+#include "agent/switch/GroupName.h"
+#include "platform/Format.h"
 
 namespace Agent {
 
@@ -43,32 +44,41 @@ class SomeRoutes {
    ordered_json some_ = ordered_json::array();
 };
 
+// The entry of the route table with this VRF, key and vlan that is found and not taken over yet.
+std::optional<VelMroute::View::Entry> foundEntry(Switch const& theSwitch, Vel::VrfId vrfId,
+                                                 RouteKey const& key, Bridging::VlanIdOrNone vlan) {
+   std::optional<VelMroute::View::Entry> found;
+   theSwitch.view().forEachEntryOf(vrfId, key, [&](VelMroute::View::Entry const& entry) {
+      if (!entry.route.bridge && entry.route.vlan == vlan && theSwitch.isFound(entry.route))
+         found = entry;
+   });
+   return found;
+}
+
 // The wanted routes whose found entries point at the group, during a recovery. A rewrite of the
 // group changes these entries, too.
-SomeRoutes foundAt(SimulatedSwitch const& simulated, RouteQuestion const& question,
-                   Qor::U32 group) {
+SomeRoutes foundAt(Switch const& theSwitch, RouteQuestion const& question,
+                   std::optional<Qor::U32> group) {
    SomeRoutes some;
-   if (!simulated.recovering() || Sim::isHardWired(group)) return some;
-   Sim::FoundEntries const& found = simulated.path().found().entries;
-   for (auto const& [id, wanted] : simulated.wantedRoutes()) {
-      auto const vrfId = simulated.vrfId(id.vrf);
+   if (!theSwitch.recovering() || !group || isHardWired(theSwitch.view(), group)) return some;
+   for (auto const& [id, wanted] : theSwitch.wantedRoutes()) {
+      auto const vrfId = theSwitch.vrfId(id.vrf);
       if (wanted.bridge || !vrfId) continue;
-      auto const index = found.find(*vrfId, id.key, simulated.vlanOf(wanted));
-      if (index && simulated.chip().routes().find(*index)->group == group) some.add(id, question);
+      auto const entry = foundEntry(theSwitch, *vrfId, id.key, theSwitch.vlanOf(wanted));
+      if (entry && entry->group == group) some.add(id, question);
    }
    return some;
 }
 
 // The routes that hold the group at which a found entry points.
-SomeRoutes holdersOf(SimulatedSwitch const& simulated, RouteQuestion const& question,
-                     Qor::U32 index) {
+SomeRoutes holdersOf(Switch const& theSwitch, RouteQuestion const& question,
+                     VelMroute::View::Entry const& found) {
    SomeRoutes some;
-   if (!simulated.path().found().entries.left().contains(index)) return some;
-   Qor::U32 const group = simulated.chip().routes().find(index)->group;
-   if (Sim::isHardWired(group)) return some;
-   simulated.programmer().forEach([&](RouteView const& route) {
-      auto const record = simulated.path().record(route);
-      if (record && record->group == group) some.add(route, question);
+   if (!theSwitch.isFound(found.route) || !found.group) return some;
+   if (isHardWired(theSwitch.view(), found.group)) return some;
+   theSwitch.programmer().forEach([&](RouteView const& route) {
+      auto const record = theSwitch.path().record(route);
+      if (record && record->group == found.group) some.add(route, question);
    });
    return some;
 }
@@ -100,34 +110,35 @@ ordered_json timeJson(Qor::Seconds time) {
    return time;
 }
 
-ordered_json tablesJson(SimulatedSwitch const& simulated) {
-   Sim::Chip const& chip = simulated.chip();
-   auto const table = [](Qor::U32 used, Qor::U32 size) {
-      return ordered_json{{"used", used}, {"size", size}};
+ordered_json tablesJson(Switch const& theSwitch) {
+   auto const table = [&](Table which) {
+      auto const use = theSwitch.view().use(which);
+      ordered_json json = {{"used", use.used}, {"size", nullptr}};
+      if (use.size) json["size"] = *use.size;
+      return json;
    };
-   return {{"groups", table(chip.groups(), chip.config().groups)},
-           {"zombies", simulated.path().zombies()},
-           {"routes", table(chip.routes().size(), chip.routes().capacity())},
-           {"boundaries", table(chip.boundaries().size(), chip.boundaries().capacity())}};
+   return {{"groups", table(Table::group)},
+           {"zombies", theSwitch.path().zombies()},
+           {"routes", table(Table::entry)},
+           {"boundaries", table(Table::boundary)}};
 }
 
 // Explains one wanted route.
 class Explanation {
  public:
-   Explanation(SimulatedSwitch const& simulated, RouteQuestion const& question,
-               RouteView const& route)
-         : simulated_(simulated),
+   Explanation(Switch const& theSwitch, RouteQuestion const& question, RouteView const& route)
+         : switch_(theSwitch),
            question_(question),
            route_(route),
            wanted_(route.wanted()),
            set_(route.set()),
-           record_(simulated.path().record(route)),
-           entry_(simulated.path().entry(route.handle())) {}
+           record_(theSwitch.path().record(route)),
+           entry_(theSwitch.view().entry(route.handle())) {}
 
    ordered_json json() {
       out_ = {{"route", route_.key().pretty()},
               {"vrf", route_.vrf().name()},
-              {"state", nameOf(route_.state())},
+              {"state", Agent::nameOf(route_.state())},
               {"inHardware", inHardware()}};
       if (!inHardware()) addWhyNot();
       out_["acceptsFrom"] = interfaceJson(wanted_.iif, route_.vlan());
@@ -145,6 +156,13 @@ class Explanation {
    }
 
  private:
+   std::string nameOf(std::optional<Qor::U32> group) const {
+      return groupName(switch_.view(), group);
+   }
+   std::optional<VelMroute::View::Group> groupOf(std::optional<Qor::U32> number) const {
+      return number ? switch_.view().group(*number) : std::nullopt;
+   }
+
    bool inHardware() const { return route_.state() == VelMroute::RouteState::inHardware; }
 
    void addWhyNot() {
@@ -155,53 +173,51 @@ class Explanation {
       ordered_json waits = {{"room", names[static_cast<std::size_t>(place->table)]},
                             {"before", place->before},
                             {"waiting", place->waiting},
-                            {"zombies", simulated_.path().zombies()}};
+                            {"zombies", switch_.path().zombies()}};
       addFoundEntry(waits);
-      auto const zombies = simulated_.path().zombieRecords();
+      auto const zombies = switch_.path().zombieRecords();
       if (!zombies.empty()) waits["nextExpiry"] = zombies.front().expiryTime;
       out_["waitsFor"] = std::move(waits);
    }
 
    // Until the route gets its room, the found entry forwards its packets.
    void addFoundEntry(ordered_json& waits) const {
-      auto const vrfId = simulated_.vrfId(route_.vrf());
-      if (!simulated_.recovering() || !vrfId || wanted_.bridge) return;
-      auto const index =
-            simulated_.path().found().entries.find(*vrfId, route_.key(), route_.vlan());
-      if (!index) return;
-      waits["foundEntry"] = {
-            {"group", Sim::groupName(simulated_.chip().routes().find(*index)->group)},
-            {"groupOf", holdersOf(simulated_, question_, *index).json()}};
+      auto const vrfId = switch_.vrfId(route_.vrf());
+      if (!switch_.recovering() || !vrfId || wanted_.bridge) return;
+      auto const entry = foundEntry(switch_, *vrfId, route_.key(), route_.vlan());
+      if (!entry) return;
+      waits["foundEntry"] = {{"group", nameOf(entry->group)},
+                             {"groupOf", holdersOf(switch_, question_, *entry).json()}};
    }
 
    void addPlace() {
       if (!route_.handle().isNull()) out_["handle"] = route_.handle().value();
       if (!record_) return;
-      out_["group"] = Sim::groupName(record_->group);
+      out_["group"] = nameOf(record_->group);
       out_["index"] = record_->index;
       out_["oifSet"] = record_->oifSet->serial();
       SomeRoutes others;
-      simulated_.programmer().forEach([&](RouteView const& other) {
+      switch_.programmer().forEach([&](RouteView const& other) {
          if (other == route_ || other.record() != route_.record()) return;
          others.add(other, question_);
       });
       out_["sharedWith"] = others.json();
-      SomeRoutes const found = foundAt(simulated_, question_, record_->group);
+      SomeRoutes const found = foundAt(switch_, question_, record_->group);
       if (!found.empty()) out_["sharedWithFound"] = found.json();
    }
 
    void addUse() {
-      auto const vrfStatus = simulated_.mfibHwStatus().vrfStatus(route_.vrf());
+      auto const vrfStatus = switch_.mfibHwStatus().vrfStatus(route_.vrf());
       auto const status = vrfStatus ? vrfStatus->route(route_.key()) : nullptr;
       if (status) out_["lastHit"] = timeJson(status->lastPollTime());
       if (entry_) {
-         out_["packets"] = entry_->packets;
-         out_["bytes"] = entry_->bytes;
+         if (entry_->packets) out_["packets"] = *entry_->packets;
+         if (entry_->bytes) out_["bytes"] = *entry_->bytes;
       }
-      if (auto const counter = simulated_.path().counter(route_.key())) out_["counter"] = *counter;
+      if (auto const counter = switch_.path().counter(route_.key())) out_["counter"] = *counter;
       ordered_json fastdrops = ordered_json::array();
       for (Lnet::IntfId const intf : wanted_.fastdrop) {
-         ordered_json row = {{"from", interfaceJson(intf, simulated_.intf(intf).vlan)}};
+         ordered_json row = {{"from", interfaceJson(intf, switch_.intf(intf).vlan)}};
          auto const* const time =
                status ? status->fastdropLastPollTime().find(intf.name()) : nullptr;
          row["inHardware"] = time != nullptr;
@@ -219,7 +235,7 @@ class Explanation {
 
    // Whether the group has the members of the set's backup.
    bool rewritten() const {
-      Sim::Group const* const group = record_ ? simulated_.chip().group(record_->group) : nullptr;
+      auto const group = record_ ? groupOf(record_->group) : std::nullopt;
       if (!group || !record_->dirty) return false;
       auto const backup = pairsOf(placedSet()->portVlanFrr());
       return !backup.empty() && group->members == backup;
@@ -228,32 +244,31 @@ class Explanation {
    void addReroute() {
       MrouteLib::PortVlanSet const* const set = placedSet();
       if (!set || set->portVlanFrr().empty() || set->currentIif().isNull()) return;
-      Sim::Port const* const port = simulated_.chip().port(set->currentIif());
       out_["reroute"] = {{"to", membersJson(set->toCpu(), pairsOf(set->portVlanFrr()))},
                          {"whenFails", set->currentIif().name()},
-                         {"linkUp", !port || port->linkUp},
+                         {"linkUp", switch_.view().linkUp(set->currentIif()).value_or(true)},
                          {"state", record_ && record_->rewriteWaits ? "waiting"
                                    : rewritten()                    ? "rerouted"
                                                                     : "ready"}};
    }
 
-   // The differences between the chip and the programmer, a sentence each.
+   // The differences between the chip and the programmer, a sentence each. Null if the tables of
+   // the chip cannot be read.
    ordered_json chipDiffers() const {
+      if (!switch_.canRead()) return nullptr;
       ordered_json out = ordered_json::array();
       if (route_.handle().isNull()) return out;  // the route has no entry to compare
       if (!entry_) {
          out.push_back(fmt::format("the chip has no entry for handle {}", route_.handle().value()));
          return out;
       }
-      if (entry_->key != route_.key())
-         out.push_back(fmt::format("the entry is the one of {}", entry_->key));
-      auto const vrfId = simulated_.vrfId(route_.vrf());
-      if (vrfId && entry_->vrfId != vrfId->value()) {
-         out.push_back(fmt::format("the entry is in VRF id {}, not {}", entry_->vrfId, *vrfId));
-      }
-      if (entry_->acceptingVlan != route_.vlan()) {
-         out.push_back(fmt::format("the entry accepts from vlan {}, not {}", entry_->acceptingVlan,
-                                   route_.vlan()));
+      auto const& [vrf, key, vlan, bridge] = entry_->route;
+      if (key != route_.key()) out.push_back(fmt::format("the entry is the one of {}", key));
+      auto const vrfId = switch_.vrfId(route_.vrf());
+      if (vrfId && vrf != *vrfId)
+         out.push_back(fmt::format("the entry is in VRF id {}, not {}", vrf, *vrfId));
+      if (vlan != route_.vlan()) {
+         out.push_back(fmt::format("the entry accepts from vlan {}, not {}", vlan, route_.vlan()));
       }
       if (record_) compareGroup(out);
       return out;
@@ -261,30 +276,30 @@ class Explanation {
 
    void compareGroup(ordered_json& out) const {
       if (entry_->group != record_->group) {
-         out.push_back(fmt::format("the entry points at group {}, not {}",
-                                   Sim::groupName(entry_->group), Sim::groupName(record_->group)));
+         out.push_back(fmt::format("the entry points at group {}, not {}", nameOf(entry_->group),
+                                   nameOf(record_->group)));
       }
-      Sim::Group const* const group = simulated_.chip().group(entry_->group);
+      auto const group = groupOf(entry_->group);
       if (!group) {
-         out.push_back(fmt::format("the chip has no group {}", Sim::groupName(entry_->group)));
+         out.push_back(fmt::format("the chip has no group {}", nameOf(entry_->group)));
          return;
       }
       if (!set_ || rewritten()) return;
-      auto const expected = Sim::membersOf(*set_);
-      if (group->members == expected && group->toCpu == set_->toCpu()) return;
+      auto const expected = pairsOf(set_->portVlan());
+      if (group->members == expected && group->cpu == set_->toCpu()) return;
       std::string found;
-      for (auto const& member : membersJson(group->toCpu, group->members))
+      for (auto const& member : membersJson(group->cpu, group->members))
          found += (found.empty() ? "" : ", ") + member.get<std::string>();
       out.push_back(fmt::format("the group sends to {}", found.empty() ? "no interface" : found));
    }
 
-   SimulatedSwitch const& simulated_;
+   Switch const& switch_;
    RouteQuestion const& question_;
    RouteView const route_;
    WantedRoute const& wanted_;
    MrouteLib::PortVlanSet const* const set_;  // null while an interface has no vlan
    std::optional<RecordRow> const record_;
-   Sim::Entry const* const entry_;
+   std::optional<VelMroute::View::Entry> const entry_;
    ordered_json out_;
 };
 
@@ -296,47 +311,43 @@ bool covers(RouteKey const& entry, RouteKey const& key) {
 }
 
 // The entry that matches the packets of a route that is not wanted: the longest match in the VRF.
-ordered_json taker(SimulatedSwitch const& simulated, L3::VrfName const& vrf, Qor::U32 vrfId,
+ordered_json taker(Switch const& theSwitch, L3::VrfName const& vrf, Vel::VrfId vrfId,
                    RouteQuestion const& question) {
    RouteKey const& key = question.key;
-   Sim::Entry const* best = nullptr;
-   std::optional<Qor::U32> route;
+   std::optional<VelMroute::View::Entry> best;
    auto const longer = [](RouteKey const& a, RouteKey const& b) {
       return std::pair(a.group().length(), a.source().length()) >
              std::pair(b.group().length(), b.source().length());
    };
-   auto const visit = [&](std::optional<Qor::U32> number, Sim::Entry const& entry) {
-      if (entry.vrfId != vrfId || !covers(entry.key, key)) return;
-      if (best && !longer(entry.key, best->key)) return;
-      best = &entry;
-      route = number;
-   };
-   simulated.chip().boundaries().forEach(
-         [&](Qor::U32, Sim::Entry const& entry) { visit(std::nullopt, entry); });
-   simulated.chip().routes().forEach(visit);
+   // Of equally long matches, the boundary entry decides.
+   for (bool const boundary : {true, false}) {
+      theSwitch.view().forEachEntry([&](VelMroute::View::Entry const& entry) {
+         if (entry.route.bridge != boundary || entry.route.vrfId != vrfId) return;
+         if (!covers(entry.route.key, key)) return;
+         if (!best || longer(entry.route.key, best->route.key)) best = entry;
+      });
+   }
    if (!best) return nullptr;
+   Bridging::VlanIdOrNone const vlan = best->route.vlan;
    Intf const* const intf =
-         best->acceptingVlan.isNone()
-               ? nullptr
-               : simulated.interfaceMap().byVlan(Bridging::VlanId(best->acceptingVlan.value()));
-   ordered_json out = {
-         {"vrf", vrf.name()},
-         {"entry", best->key.pretty()},
-         {"acceptsFrom", interfaceJson(intf ? intf->id : Lnet::IntfId(), best->acceptingVlan)}};
-   if (!route || !simulated.recovering()) return out;
-   SomeRoutes const holders = holdersOf(simulated, question, *route);
+         vlan.isNone() ? nullptr : theSwitch.interfaceMap().byVlan(Bridging::VlanId(vlan.value()));
+   ordered_json out = {{"vrf", vrf.name()},
+                       {"entry", best->route.key.pretty()},
+                       {"acceptsFrom", interfaceJson(intf ? intf->id : Lnet::IntfId(), vlan)}};
+   if (best->route.bridge || !theSwitch.recovering()) return out;
+   SomeRoutes const holders = holdersOf(theSwitch, question, *best);
    if (!holders.empty()) {
-      out["group"] = Sim::groupName(best->group);
+      out["group"] = groupName(theSwitch.view(), best->group);
       out["groupOf"] = holders.json();
    }
    return out;
 }
 
-ordered_json nearJson(SimulatedSwitch const& simulated, RouteQuestion const& question) {
+ordered_json nearJson(Switch const& theSwitch, RouteQuestion const& question) {
    SomeRoutes sameGroup;
    ordered_json otherVrfs = ordered_json::array();
    std::set<L3::VrfName> vrfs = {question.vrf.value_or(L3::VrfName("default"))};
-   simulated.programmer().forEach([&](RouteView const& route) {
+   theSwitch.programmer().forEach([&](RouteView const& route) {
       bool const asked = !question.vrf || route.vrf() == *question.vrf;
       if (asked) {
          vrfs.insert(route.vrf());
@@ -347,9 +358,9 @@ ordered_json nearJson(SimulatedSwitch const& simulated, RouteQuestion const& que
    });
    ordered_json takers = ordered_json::array();
    for (L3::VrfName const& vrf : vrfs) {
-      auto const id = simulated.vrfId(vrf);
+      auto const id = theSwitch.vrfId(vrf);
       if (!id || takers.size() == named) continue;
-      ordered_json found = taker(simulated, vrf, id->value(), question);
+      ordered_json found = taker(theSwitch, vrf, *id, question);
       if (!found.is_null()) takers.push_back(std::move(found));
    }
    return {{"sameGroup", sameGroup.json()}, {"otherVrfs", otherVrfs}, {"takenBy", takers}};
@@ -386,20 +397,20 @@ RouteQuestion routeQuestion(std::string_view asked) {
    return question;
 }
 
-ordered_json explainRoute(SimulatedSwitch const& simulated, RouteQuestion const& question) {
+ordered_json explainRoute(Switch const& theSwitch, RouteQuestion const& question) {
    ordered_json routes = ordered_json::array();
-   simulated.programmer().forEach([&](RouteView const& route) {
+   theSwitch.programmer().forEach([&](RouteView const& route) {
       if (route.key() != question.key || (question.vrf && route.vrf() != *question.vrf)) return;
-      routes.push_back(Explanation(simulated, question, route).json());
+      routes.push_back(Explanation(theSwitch, question, route).json());
    });
    ordered_json out = {{"asked", question.key.pretty()}};
    if (question.vrf) out["vrf"] = printable(question.vrf->name());
    out["time"] = Qor::now();
    out["wanted"] = !routes.empty();
-   if (routes.empty()) out["near"] = nearJson(simulated, question);
+   if (routes.empty()) out["near"] = nearJson(theSwitch, question);
    out["routes"] = std::move(routes);
-   out["recovering"] = simulated.recovering();
-   out["tables"] = tablesJson(simulated);
+   out["recovering"] = theSwitch.recovering();
+   out["tables"] = tablesJson(theSwitch);
    return out;
 }
 

@@ -8,7 +8,7 @@
 #include <ostream>
 #include <string_view>
 
-#include "agent/switch/SimulatedSwitch.h"
+#include "agent/switch/Switch.h"
 
 namespace Agent {
 
@@ -27,8 +27,7 @@ RouteQuestion routeQuestion(std::string_view text);
 // there is none, "near" has similar routes that are wanted, and entries that match the packets.
 // "recovering" is true during the replay after a restart. "tables" has the use of the chip's
 // tables.
-nlohmann::ordered_json explainRoute(SimulatedSwitch const& simulated,
-                                    RouteQuestion const& question);
+nlohmann::ordered_json explainRoute(Switch const& theSwitch, RouteQuestion const& question);
 // Prints the explanation as text.
 void printExplanation(std::ostream& os, nlohmann::ordered_json const& explanation);
 

@@ -106,6 +106,7 @@ class ExplanationText {
    }
 
    void printChip(ordered_json const& differences) {
+      if (differences.is_null()) return line("chip", "its tables cannot be read back");
       if (differences.empty()) line("chip", "entry and group agree with the route programmer");
       for (ordered_json const& difference : differences)
          line("chip", "DIFFERS: {}", difference.get<std::string>());
@@ -206,8 +207,9 @@ class ExplanationText {
       }
       ordered_json const& tables = all_.at("tables");
       auto const of = [&](char const* name) {
-         return fmt::format("{} of {}", count(tables.at(name), "used"),
-                            count(tables.at(name), "size"));
+         ordered_json const& table = tables.at(name);
+         std::string const size = table.at("size").is_null() ? "?" : table.at("size").dump();
+         return fmt::format("{} of {}", count(table, "used"), size);
       };
       line("tables", "{} groups (zombies: {}), {} route entries, {} boundary entries", of("groups"),
            count(tables, "zombies"), of("routes"), of("boundaries"));

@@ -2,7 +2,7 @@
 // (agent/run/CaptureRun.h, agent/run/ScenarioRun.h).
 #pragma once
 
-#include "agent/switch/SimulatedSwitch.h"
+#include "agent/switch/Switch.h"
 
 namespace Agent {
 
@@ -11,7 +11,7 @@ class InspectedRun {
    virtual ~InspectedRun() = default;
 
    // The reference is valid until the run is continued.
-   virtual SimulatedSwitch& simulated() = 0;
+   virtual Switch& theSwitch() = 0;
    // Continues up to and including `time`: applies the input, and runs everything that is due.
    // Returns false if the input has an error, which has been reported; the run then ends.
    virtual bool runUntil(Qor::Seconds time) = 0;

@@ -162,12 +162,12 @@ Inspector::Completion Inspector::complete(std::string_view line) const {
          for (Command const& command : commands())
             offer(command.name);
       } else if (word.starts_with('/')) {
-         found.words = pathsLike(EntityTree(run_.simulated().roots()), word);
+         found.words = pathsLike(EntityTree(run_.theSwitch().roots()), word);
       } else if (before[0].text == "types") {
          for (Qor::Type const* const type : Qor::types())
             offer(type->name());
       } else if (before[0].text == "call" && before.size() == 2) {
-         EntityTree const tree(run_.simulated().roots());
+         EntityTree const tree(run_.theSwitch().roots());
          Qor::Type const* const type = typeOf(tree.find(before[1].raw));
          for (auto const* const operation : type->allOperations())
             offer(operation->name);
@@ -237,9 +237,9 @@ void Inspector::unwatch(Words const& words) {
 // ---- Time. ----
 
 // Lets time pass. After a change by hand that may fail an assertion, so it is tried in a copy of
-// the process before.
+// the process before, if the platform allows a copy.
 void Inspector::advance(std::function<void()> const& doIt) {
-   if (changed_ && run_.inMemory()) {
+   if (changed_ && run_.inMemory() && run_.theSwitch().forks()) {
       std::string const why = rehearse(doIt);
       if (!why.empty()) throw InspectError("that would end the run: " + why);
    }
@@ -268,7 +268,7 @@ void Inspector::goOn(Words const& words) {
 }
 
 void Inspector::step(Words const&) {
-   double const next = std::min(run_.nextInput(), run_.simulated().activity().nextDeadline());
+   double const next = std::min(run_.nextInput(), run_.theSwitch().nextDeadline());
    if (next >= Qor::never) throw InspectError("no clock is set, and no input is left");
    bool good = true;
    advance([&] { good = run_.runUntil(std::max(next, Qor::now())); });

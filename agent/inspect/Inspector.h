@@ -74,7 +74,7 @@ class Inspector {
    void step(Words const& words);
    void quit(Words const&) { quit_ = true; }
 
-   EntityTree tree() { return EntityTree(run_.simulated().roots()); }
+   EntityTree tree() { return EntityTree(run_.theSwitch().roots()); }
    Qor::Generic argument(EntityTree const& tree, Word const& word) const;
    void change(std::function<void()> const& doIt);
    void advance(std::function<void()> const& doIt);

@@ -3,7 +3,7 @@
 #include <map>
 #include <set>
 
-#include "platform/sim/Format.h"
+#include "platform/Format.h"
 
 namespace Agent {
 
@@ -25,13 +25,13 @@ bool linkDown(CaptureState const& capture, Lnet::IntfId intf) {
           link->second.status != Interface::IntfOperStatus::unknown;
 }
 
-Outputs expectedOutputs(SimulatedSwitch const& simulated, CaptureState const& capture,
+Outputs expectedOutputs(Switch const& theSwitch, CaptureState const& capture,
                         RouteState const& route) {
    Outputs outputs;
    for (Lnet::IntfId const oif : route.oifs) {
-      if (simulated.intf(oif).cpu) {
+      if (theSwitch.intf(oif).cpu) {
          outputs.insert("cpu");
-      } else if (!linkDown(capture, oif)) {
+      } else if (!linkDown(capture, oif) || !theSwitch.linkFollows(oif)) {
          outputs.insert(oif.name());
       }
    }
@@ -55,15 +55,19 @@ Lnet::IpGenAddr anySource(CaptureState const& capture, RouteId const& id) {
 
 class Comparison {
  public:
-   Comparison(SimulatedSwitch& simulated, CaptureState const& capture)
-         : simulated_(simulated), capture_(capture) {}
+   Comparison(Switch& theSwitch, CaptureState const& capture)
+         : switch_(theSwitch), capture_(capture) {}
 
    ForwardingCheck run() {
+      if (!switch_.platform().probe()) {
+         result_.leftOut = "the platform sends no packets";
+         return std::move(result_);
+      }
       for (auto const& [id, route] : capture_.routes()) {
          if (route.resolved && route.iif) checkRoute(id, route);
       }
       checkNothingElse();
-      for (std::string const& fault : simulated_.audit()) {
+      for (std::string const& fault : switch_.audit()) {
          result_.differences.push_back("chip: " + fault);
       }
       return std::move(result_);
@@ -77,7 +81,7 @@ class Comparison {
    }
 
    void checkRoute(RouteId const& id, RouteState const& expected) {
-      auto const route = simulated_.programmer().view(id.vrf, id.key);
+      auto const route = switch_.programmer().view(id.vrf, id.key);
       if (!route) return differs(id, "the route of the capture is unknown to the route programmer");
       if (route->state() == State::queued || route->state() == State::programming) {
          return differs(id, "not settled: " + route->reason());
@@ -87,49 +91,58 @@ class Comparison {
          return;
       }
       ++result_.routes;
-      auto const vlan = simulated_.intf(expected.iif).vlan;
-      placed_[{simulated_.vrfId(id.vrf)->value(), id.key}] = vlan;
-      Sim::Packet packet;
-      packet.vrfId = simulated_.vrfId(id.vrf)->value();
+      auto const vlan = switch_.intf(expected.iif).vlan;
+      placed_[{switch_.vrfId(id.vrf)->value(), id.key}] = vlan;
+      VelMroute::Probe::Packet packet;
+      packet.vrfId = *switch_.vrfId(id.vrf);
       packet.source = id.key.kind() == IpGenRouteKey::kindStarGroup ? anySource(capture_, id)
                                                                     : id.key.source().address();
       packet.group = id.key.group().address();
-      packet.vlan = vlan;
-      Sim::Forwarded const forwarded = simulated_.chip().forward(packet);
+      packet.in = expected.iif;
+      auto const seen = switch_.send(packet);
       Outputs actual;
-      for (auto const& copy : forwarded.copies)
+      for (auto const& copy : seen.copies)
          actual.insert(copy.intfId().name());
-      if (forwarded.toCpu) actual.insert("cpu");
-      Outputs const wanted = expectedOutputs(simulated_, capture_, expected);
-      if (!hitsOwnEntry(packet.vrfId, id, forwarded)) {
-         differs(id, fmt::format("the chip has no entry for it ({})", forwarded.result));
+      if (seen.cpu) actual.insert("cpu");
+      Outputs const wanted = expectedOutputs(switch_, capture_, expected);
+      if (!hitsOwnEntry(packet.vrfId, id, *route, seen)) {
+         differs(id, fmt::format("the chip has no entry for it{}", verdict(seen)));
       } else if (actual != wanted) {
-         differs(id, fmt::format("expected {}, chip forwards to {} ({})", toString(wanted),
-                                 toString(actual), forwarded.result));
+         differs(id, fmt::format("expected {}, chip forwards to {}{}", toString(wanted),
+                                 toString(actual), verdict(seen)));
       }
    }
 
+   static std::string verdict(VelMroute::Probe::Seen const& seen) {
+      return seen.verdict ? fmt::format(" ({})", *seen.verdict) : "";
+   }
+
    // Equal outputs do not prove that the packet hit this entry, because another route may have the
-   // same outputs.
-   bool hitsOwnEntry(Qor::U32 vrfId, RouteId const& id, Sim::Forwarded const& forwarded) const {
-      if (!forwarded.entry) return false;
-      Sim::Entry const* const entry = simulated_.chip().routes().find(*forwarded.entry);
-      return entry->vrfId == vrfId && entry->key == id.key;
+   // same outputs. If the chip does not disclose the entry, the one of the route's handle is
+   // compared, as far as it can be read.
+   bool hitsOwnEntry(Vel::VrfId vrfId, RouteId const& id, RouteView const& route,
+                     VelMroute::Probe::Seen const& seen) const {
+      if (!seen.entry && seen.verdict) return false;
+      if (!switch_.canRead()) return true;
+      auto const entry = switch_.view().entry(seen.entry.value_or(route.handle()));
+      return entry && entry->route.vrfId == vrfId && entry->route.key == id.key;
    }
 
    // Reports the chip's entries that belong to no route in hardware.
    void checkNothingElse() {
-      simulated_.chip().routes().forEach([&](Qor::U32 index, Sim::Entry const& entry) {
-         auto const placed = placed_.find({entry.vrfId, entry.key});
-         if (placed != placed_.end() && placed->second == entry.acceptingVlan) return;
+      switch_.view().forEachEntry([&](VelMroute::View::Entry const& entry) {
+         auto const& [vrfId, key, vlan, bridge] = entry.route;
+         if (entry.route.bridge) return;
+         auto const placed = placed_.find({vrfId.value(), key});
+         if (placed != placed_.end() && placed->second == vlan) return;
          result_.differences.push_back(fmt::format(
                "route entry {} of the chip: vrf id {} {} vlan {} belongs to no route of "
                "the capture in hardware",
-               index, entry.vrfId, entry.key, entry.acceptingVlan));
+               entry.number, vrfId.value(), key, vlan));
       });
    }
 
-   SimulatedSwitch& simulated_;
+   Switch& switch_;
    CaptureState const& capture_;
    ForwardingCheck result_;
    // The accepting vlans of the routes in hardware, by VRF id and key.
@@ -138,8 +151,8 @@ class Comparison {
 
 }  // namespace
 
-ForwardingCheck checkForwarding(SimulatedSwitch& simulated, CaptureState const& capture) {
-   return Comparison(simulated, capture).run();
+ForwardingCheck checkForwarding(Switch& theSwitch, CaptureState const& capture) {
+   return Comparison(theSwitch, capture).run();
 }
 
 }  // namespace Agent

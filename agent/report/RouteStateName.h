@@ -3,7 +3,7 @@
 
 #include <string>
 
-#include "platform/sim/Format.h"
+#include "platform/Format.h"
 #include "programmer/RouteStatus.h"
 
 namespace Agent {

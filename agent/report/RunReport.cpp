@@ -7,11 +7,11 @@
 
 namespace Agent {
 
-void printRunReport(std::vector<View> const& show, bool json, SimulatedSwitch const& simulated,
+void printRunReport(std::vector<View> const& show, bool json, Switch const& theSwitch,
                     nlohmann::ordered_json summary) {
    nlohmann::ordered_json views = nlohmann::ordered_json::object();
    for (View const view : show)
-      views[std::string(nameOf(view))] = viewJson(view, simulated);
+      views[std::string(nameOf(view))] = viewJson(view, theSwitch);
    if (json) {
       if (!views.empty()) summary["tables"] = std::move(views);
       std::cout << summary.dump(1) << '\n';

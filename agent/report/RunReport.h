@@ -9,7 +9,7 @@
 namespace Agent {
 
 // Prints the tables in `show` and the summary, as text, or all of it as one JSON object.
-void printRunReport(std::vector<View> const& show, bool json, SimulatedSwitch const& simulated,
+void printRunReport(std::vector<View> const& show, bool json, Switch const& theSwitch,
                     nlohmann::ordered_json summary);
 
 }  // namespace Agent

@@ -1,6 +1,10 @@
 #include "agent/report/Summary.h"
 
+#include "agent/switch/GroupName.h"
+
 namespace Agent {
+
+using VelMroute::WriteKind;
 
 namespace {
 
@@ -53,44 +57,55 @@ ordered_json routesJson(RouteCounts const& routes, Programmer::Counters const& c
 }
 
 // The number of allocated groups without those of zombies. A zombie with a hard-wired group has no
-// allocated group.
-Qor::U32 groupsInUse(SwitchPath const& path) {
-   Qor::U32 groups = path.groupsAllocated();
-   for (RecordRow const& zombie : path.zombieRecords())
-      groups -= !Sim::isHardWired(zombie.group);
+// allocated group. If the platform does not know, the records in use are counted.
+Qor::U32 groupsInUse(Switch const& theSwitch) {
+   auto const allocated = theSwitch.view().use(Table::group).allocated;
+   if (!allocated) return static_cast<Qor::U32>(theSwitch.path().recordsInUse().size());
+   Qor::U32 groups = *allocated;
+   for (RecordRow const& zombie : theSwitch.path().zombieRecords())
+      groups -= !isHardWired(theSwitch.view(), zombie.group);
    return groups;
 }
 
-ordered_json groupsJson(SwitchPath const& path, RouteCounts const& routes,
+ordered_json groupsJson(Switch const& theSwitch, RouteCounts const& routes,
                         Programmer::Counters const& counters) {
-   Qor::U32 const inUse = groupsInUse(path);
+   Qor::U32 const inUse = groupsInUse(theSwitch);
    return {{"inUse", inUse},
-           {"zombies", path.zombies()},
+           {"zombies", theSwitch.path().zombies()},
            {"sharingRatio", ratio(static_cast<double>(routes.inHardware), inUse)},
            {"resurrections", counters.resurrections},
            {"purges", counters.purges}};
 }
 
-ordered_json groupWritesJson(Sim::Chip const& chip) {
-   return {{"create", chip.writes(Sim::WriteKind::groupCreate)},
-           {"update", chip.writes(Sim::WriteKind::groupUpdate)},
-           {"delete", chip.writes(Sim::WriteKind::groupDelete)}};
+// A figure that the platform does not know is null.
+template <class Figure>
+ordered_json jsonOf(std::optional<Figure> const& figure) {
+   if (figure) return *figure;
+   return nullptr;
 }
 
-ordered_json routeWritesJson(Sim::Chip const& chip) {
-   return {{"create", chip.writes(Sim::WriteKind::routeCreate)},
-           {"point", chip.writes(Sim::WriteKind::routePoint)},
-           {"delete", chip.writes(Sim::WriteKind::routeDelete)}};
+ordered_json groupWritesJson(VelMroute::View const& view) {
+   return {{"create", jsonOf(view.writes(WriteKind::groupCreate))},
+           {"update", jsonOf(view.writes(WriteKind::groupUpdate))},
+           {"delete", jsonOf(view.writes(WriteKind::groupDelete))}};
 }
 
-ordered_json peakJson(Sim::Chip const& chip) {
-   return {{"groups", chip.groupsPeak()},
-           {"groupCapacity", chip.config().groups},
-           {"routes", chip.routes().peak()},
-           {"routeCapacity", chip.config().routes}};
+ordered_json routeWritesJson(VelMroute::View const& view) {
+   return {{"create", jsonOf(view.writes(WriteKind::routeCreate))},
+           {"point", jsonOf(view.writes(WriteKind::routePoint))},
+           {"delete", jsonOf(view.writes(WriteKind::routeDelete))}};
+}
+
+ordered_json peakJson(VelMroute::View const& view) {
+   auto const groups = view.use(Table::group), routes = view.use(Table::entry);
+   return {{"groups", jsonOf(groups.peak)},
+           {"groupCapacity", jsonOf(groups.size)},
+           {"routes", jsonOf(routes.peak)},
+           {"routeCapacity", jsonOf(routes.size)}};
 }
 
 ordered_json checkJson(ForwardingCheck const& check) {
+   if (!check.leftOut.empty()) return {{"leftOut", check.leftOut}};
    ordered_json notPlaced = ordered_json::array();
    for (auto const& route : check.notPlaced)
       notPlaced.push_back({{"route", route.id.toString()}, {"reason", route.reason}});
@@ -102,23 +117,23 @@ ordered_json checkJson(ForwardingCheck const& check) {
 
 }  // namespace
 
-ordered_json summaryJson(RunFigures const& figures, SimulatedSwitch const& simulated,
+ordered_json summaryJson(RunFigures const& figures, Switch const& theSwitch,
                          ForwardingCheck const* check) {
-   Sim::Chip const& chip = simulated.chip();
-   RouteCounts const routes(simulated.programmer());
-   SimulatedSwitch::Figures const all = simulated.figures();
+   VelMroute::View const& view = theSwitch.view();
+   RouteCounts const routes(theSwitch.programmer());
+   Switch::Figures const all = theSwitch.figures();
    ordered_json summary = {{"events", eventsJson(figures)},
                            {"time", timeJson(figures)},
                            {"routes", routesJson(routes, all.programmer)},
-                           {"groups", groupsJson(simulated.path(), routes, all.programmer)},
-                           {"groupWrites", groupWritesJson(chip)},
-                           {"routeWrites", routeWritesJson(chip)},
+                           {"groups", groupsJson(theSwitch, routes, all.programmer)},
+                           {"groupWrites", groupWritesJson(view)},
+                           {"routeWrites", routeWritesJson(view)},
                            {"restarts",
                             {{"restarts", all.restarts},
                              {"adopted", all.programmer.adopted},
                              {"swept", all.programmer.swept}}},
                            {"failedWrites", all.programmer.failedWrites},
-                           {"peak", peakJson(chip)}};
+                           {"peak", peakJson(view)}};
    if (check) summary["check"] = checkJson(*check);
    return summary;
 }

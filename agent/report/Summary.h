@@ -6,7 +6,7 @@
 #include <ostream>
 
 #include "agent/report/ForwardingCheck.h"
-#include "agent/switch/SimulatedSwitch.h"
+#include "agent/switch/Switch.h"
 
 namespace Agent {
 
@@ -25,7 +25,7 @@ struct RunFigures {
    double processorSeconds = 0;  // processor time of the run; waiting for input takes none
 };
 
-nlohmann::ordered_json summaryJson(RunFigures const& figures, SimulatedSwitch const& simulated,
+nlohmann::ordered_json summaryJson(RunFigures const& figures, Switch const& theSwitch,
                                    ForwardingCheck const* check);
 void printSummary(std::ostream& os, nlohmann::ordered_json const& summary);
 

@@ -6,16 +6,16 @@
 
 namespace Agent {
 
-TimelineFile::TimelineFile(std::string fileName, SimulatedSwitch& simulated)
-      : fileName_(std::move(fileName)), simulated_(simulated) {
+TimelineFile::TimelineFile(std::string fileName, Switch& theSwitch)
+      : fileName_(std::move(fileName)), switch_(theSwitch) {
    if (fileName_.empty()) return;
    out_.open(fileName_);
    timeline_ = std::make_unique<Timeline>(out_);
-   simulated_.timelineIs(timeline_.get());
+   switch_.timelineIs(timeline_.get());
 }
 
 TimelineFile::~TimelineFile() {
-   if (timeline_) simulated_.timelineIs(nullptr);
+   if (timeline_) switch_.timelineIs(nullptr);
 }
 
 bool TimelineFile::finish() {

@@ -5,7 +5,7 @@
 #include <memory>
 #include <string>
 
-#include "agent/switch/SimulatedSwitch.h"
+#include "agent/switch/Switch.h"
 #include "agent/timeline/Timeline.h"
 
 namespace Agent {
@@ -14,7 +14,7 @@ class TimelineFile {
  public:
    // For an empty name no file is opened, and timeline() is null. finish() reports a file that
    // cannot be opened.
-   TimelineFile(std::string fileName, SimulatedSwitch& simulated);
+   TimelineFile(std::string fileName, Switch& theSwitch);
    ~TimelineFile();
    TimelineFile(TimelineFile const&) = delete;
    TimelineFile& operator=(TimelineFile const&) = delete;
@@ -30,7 +30,7 @@ class TimelineFile {
 
  private:
    std::string const fileName_;
-   SimulatedSwitch& simulated_;
+   Switch& switch_;
    std::ofstream out_;
    std::unique_ptr<Timeline> timeline_;
 };

@@ -1,12 +1,14 @@
 #include "agent/report/Views.h"
 
 #include <algorithm>
+#include <map>
 #include <string>
 #include <vector>
 
 #include "agent/report/RouteStateName.h"
 #include "agent/report/TextTable.h"
-#include "platform/sim/Format.h"
+#include "agent/switch/GroupName.h"
+#include "platform/Format.h"
 
 namespace Agent {
 
@@ -36,14 +38,23 @@ std::string prefixText(Lnet::IpGenPrefix const& prefix) {
 }
 
 // The number of the group, or the name of a hard-wired group.
-ordered_json groupJson(Qor::U32 group) {
-   if (Sim::isHardWired(group)) return Sim::groupName(group);
-   return group;
+ordered_json groupJson(VelMroute::View const& view, std::optional<Qor::U32> group) {
+   if (!group || isHardWired(view, group)) return groupName(view, group);
+   return *group;
 }
 
-ordered_json routesJson(SimulatedSwitch const& simulated) {
+// The number of route entries that point at each group.
+std::map<Qor::U32, Qor::U32> routesOfGroups(VelMroute::View const& view) {
+   std::map<Qor::U32, Qor::U32> routes;
+   view.forEachEntry([&](VelMroute::View::Entry const& entry) {
+      if (entry.group && !entry.route.bridge) ++routes[*entry.group];
+   });
+   return routes;
+}
+
+ordered_json routesJson(Switch const& theSwitch) {
    ordered_json rows = ordered_json::array();
-   simulated.programmer().forEach([&](RouteView const& route) {
+   theSwitch.programmer().forEach([&](RouteView const& route) {
       WantedRoute const& wanted = route.wanted();
       MrouteLib::PortVlanSet const* const set = route.set();
       bool const offload = route.state() == VelMroute::RouteState::inHardware;
@@ -55,39 +66,40 @@ ordered_json routesJson(SimulatedSwitch const& simulated) {
                           {"multipath", set ? multipath(*set) : ordered_json::array()},
                           {"state", nameOf(route.state())},
                           {"offload", offload}};
-      if (auto const record = simulated.path().record(route)) {
-         row["multicastId"] = groupJson(record->group);
+      if (auto const record = theSwitch.path().record(route)) {
+         row["multicastId"] = groupJson(theSwitch.view(), record->group);
          row["oifSet"] = record->oifSet->serial();
       }
       if (!route.handle().isNull()) {
          row["routeHandle"] = route.handle().value();
-         if (auto const* entry = simulated.path().entry(route.handle())) {
-            row["packets"] = entry->packets;
-            row["bytes"] = entry->bytes;
+         if (auto const entry = theSwitch.view().entry(route.handle())) {
+            if (entry->packets) row["packets"] = *entry->packets;
+            if (entry->bytes) row["bytes"] = *entry->bytes;
          }
       }
-      auto const vrfStatus = simulated.mfibHwStatus().vrfStatus(route.vrf());
+      auto const vrfStatus = theSwitch.mfibHwStatus().vrfStatus(route.vrf());
       if (auto const status = vrfStatus ? vrfStatus->route(route.key()) : nullptr) {
          // A poll time of 0 means that no use is known. The agent does not know uses before its
          // start, so idle time counts from the start at the earliest.
          if (status->lastPollTime() > 0) row["lastPollTime"] = status->lastPollTime();
-         row["idleSince"] = std::max(status->lastPollTime(), simulated.startedAt());
+         row["idleSince"] = std::max(status->lastPollTime(), theSwitch.startedAt());
       }
-      if (auto const counter = simulated.path().counter(route.key())) row["counter"] = *counter;
+      if (auto const counter = theSwitch.path().counter(route.key())) row["counter"] = *counter;
       if (!offload) row["reason"] = route.reason();
       rows.push_back(std::move(row));
    });
    return rows;
 }
 
-ordered_json recordsJson(SimulatedSwitch const& simulated, std::vector<RecordRow> const& records) {
+ordered_json recordsJson(Switch const& theSwitch, std::vector<RecordRow> const& records) {
    ordered_json rows = ordered_json::array();
+   auto const routes = routesOfGroups(theSwitch.view());
    for (RecordRow const& record : records) {
-      Sim::Group const* group = simulated.chip().group(record.group);
+      auto const pointing = record.group ? routes.find(*record.group) : routes.end();
       ordered_json row = {{"oifSet", record.oifSet->serial()},
-                          {"multicastId", groupJson(record.group)},
+                          {"multicastId", groupJson(theSwitch.view(), record.group)},
                           {"multipath", multipath(record.oifSet->portVlanSet())},
-                          {"routes", group ? group->routes : 0}};
+                          {"routes", pointing == routes.end() ? 0 : pointing->second}};
       if (record.usedInHw) row["usedInHw"] = *record.usedInHw;
       row["dirty"] = record.dirty;
       if (record.expiryTime < Qor::never) row["expiryTime"] = record.expiryTime;
@@ -96,47 +108,51 @@ ordered_json recordsJson(SimulatedSwitch const& simulated, std::vector<RecordRow
    return rows;
 }
 
-ordered_json entriesJson(Sim::EntryTable const& table) {
+ordered_json entriesJson(VelMroute::View const& view, bool boundaries) {
    ordered_json rows = ordered_json::array();
-   table.forEach([&](Qor::U32 index, Sim::Entry const& entry) {
-      ordered_json row = {{"entry", index},
-                          {"vrfId", entry.vrfId},
-                          {"src", prefixText(entry.key.source())},
-                          {"dst", prefixText(entry.key.group())},
-                          {"vlan", entry.acceptingVlan.value()}};
-      if (entry.group != Sim::noGroup) row["group"] = groupJson(entry.group);
-      row["packets"] = entry.packets;
+   view.forEachEntry([&](VelMroute::View::Entry const& entry) {
+      if (entry.route.bridge != boundaries) return;
+      ordered_json row = {{"entry", entry.number},
+                          {"vrfId", entry.route.vrfId.value()},
+                          {"src", prefixText(entry.route.key.source())},
+                          {"dst", prefixText(entry.route.key.group())},
+                          {"vlan", entry.route.vlan.value()}};
+      if (entry.group) row["group"] = groupJson(view, entry.group);
+      if (entry.packets) row["packets"] = *entry.packets;
       rows.push_back(std::move(row));
    });
    return rows;
 }
 
-ordered_json chipJson(SimulatedSwitch const& simulated) {
-   Sim::Chip const& chip = simulated.chip();
+ordered_json chipJson(Switch const& theSwitch) {
+   VelMroute::View const& view = theSwitch.view();
    ordered_json groups = ordered_json::array();
-   chip.forEachGroup([&](Qor::U32 id, Sim::Group const& group) {
+   auto const routes = routesOfGroups(view);
+   view.forEachGroup([&](Qor::U32 number, VelMroute::View::Group const& group) {
       ordered_json members = ordered_json::array();
-      if (group.toCpu) members.push_back("cpu");
+      if (group.cpu) members.push_back("cpu");
       for (auto const& member : group.members)
          members.push_back(fmt::format("{}", member));
-      groups.push_back({{"group", id}, {"members", members}, {"routes", group.routes}});
+      auto const pointing = routes.find(number);
+      groups.push_back({{"group", number},
+                        {"members", members},
+                        {"routes", pointing == routes.end() ? 0 : pointing->second}});
    });
    ordered_json ports = ordered_json::array();
-   for (auto const& intf : simulated.interfaceMap().intfs()) {
-      Sim::Port const* port = chip.port(intf->id);
+   for (auto const& intf : theSwitch.interfaceMap().intfs()) {
       ordered_json row = {{"interface", intf->id.name()}, {"vlan", intf->vlan.value()}};
-      if (port) {
-         row["port"] = port->number;
-         row["linkUp"] = port->linkUp;
-      } else {
+      if (intf->port == 0) {
          row["port"] = "cpu";
+      } else {
+         row["port"] = intf->port;
+         if (auto const up = view.linkUp(intf->id)) row["linkUp"] = *up;
       }
       ports.push_back(std::move(row));
    }
    return {{"ports", ports},
            {"groups", groups},
-           {"routes", entriesJson(chip.routes())},
-           {"boundaries", entriesJson(chip.boundaries())}};
+           {"routes", entriesJson(view, false)},
+           {"boundaries", entriesJson(view, true)}};
 }
 
 // The text of a value in a cell of a table.
@@ -184,16 +200,16 @@ std::string_view nameOf(View view) {
    return viewNames[static_cast<std::size_t>(view)].second;
 }
 
-ordered_json viewJson(View view, SimulatedSwitch const& simulated) {
+ordered_json viewJson(View view, Switch const& theSwitch) {
    switch (view) {
       case View::routes:
-         return routesJson(simulated);
+         return routesJson(theSwitch);
       case View::oifsets:
-         return recordsJson(simulated, simulated.path().recordsInUse());
+         return recordsJson(theSwitch, theSwitch.path().recordsInUse());
       case View::zombies:
-         return recordsJson(simulated, simulated.path().zombieRecords());
+         return recordsJson(theSwitch, theSwitch.path().zombieRecords());
       case View::chip:
-         return chipJson(simulated);
+         return chipJson(theSwitch);
    }
    return {};
 }

@@ -9,7 +9,7 @@
 #include <ostream>
 #include <string_view>
 
-#include "agent/switch/SimulatedSwitch.h"
+#include "agent/switch/Switch.h"
 
 namespace Agent {
 
@@ -25,7 +25,7 @@ std::optional<View> viewNamed(std::string_view name);
 std::string_view nameOf(View view);
 
 // An array with one object for each row. View::chip is an object of such arrays.
-nlohmann::ordered_json viewJson(View view, SimulatedSwitch const& simulated);
+nlohmann::ordered_json viewJson(View view, Switch const& theSwitch);
 void printView(std::ostream& os, View view, nlohmann::ordered_json const& table);
 
 }  // namespace Agent

@@ -18,7 +18,7 @@
 #include "agent/report/Summary.h"
 #include "agent/report/TimelineFile.h"
 #include "agent/run/Interrupt.h"
-#include "agent/switch/ChipOption.h"
+#include "agent/switch/PlatformChoice.h"
 
 namespace Agent {
 
@@ -40,14 +40,15 @@ class Progress {
    Progress(Progress const&) = delete;
    Progress& operator=(Progress const&) = delete;
 
-   void show(RunFigures const& figures, SimulatedSwitch const& simulated, double time) {
+   void show(RunFigures const& figures, Switch const& theSwitch, double time) {
       if (!shown_) return;
       auto const now = SteadyClock::now();
       if (now - last_ < std::chrono::milliseconds(100)) return;
       last_ = now;
       written_ = true;
       fmt::print(stderr, "\r\x1b[K{} events, {:.1f} s of capture, {} routes, {} groups",
-                 figures.events, time, simulated.programmer().routes(), simulated.chip().groups());
+                 figures.events, time, theSwitch.programmer().routes(),
+                 theSwitch.view().use(Table::group).used);
       std::fflush(stderr);
    }
    void clear() {
@@ -88,11 +89,9 @@ class Run final : public InspectedRun {
       if (!missing.empty() && !options_.keepGoing) return fail(missing.front());
 
       double const began = processorSeconds();
-      Sim::ChipConfig chip;
-      if (!options_.chipText.empty()) parseChipOption(options_.chipText, chip);
-      simulated_ = std::make_unique<SimulatedSwitch>(options_.path.value_or(PathKind::async), chip,
-                                                     std::move(intfMap));
-      TimelineFile timeline(options_.timelineFile, *simulated_);
+      switch_ = std::make_unique<Switch>(
+            options_.platform(options_.path.value_or(PathKind::async), {}), std::move(intfMap));
+      TimelineFile timeline(options_.timelineFile, *switch_);
       timeline_ = &timeline;
       bool const replayed = options_.until ? runUntil(*options_.until) : runToEnd();
       if (options_.inspects() && replayed) {
@@ -102,18 +101,18 @@ class Run final : public InspectedRun {
       }
       if (!timeline.finish() || !replayed) return exitFailed;
       figures_.processorSeconds = processorSeconds() - began;
-      return report(*simulated_);
+      return report(*switch_);
    }
 
-   SimulatedSwitch& simulated() override { return *simulated_; }
+   Switch& theSwitch() override { return *switch_; }
    bool runUntil(Qor::Seconds time) override {
       if (!replay(time)) return false;
-      simulated_->activity().runUntil(time);
+      switch_->runUntil(time);
       return true;
    }
    bool runToEnd() override {
       if (!replay(Qor::never)) return false;
-      simulated_->settle();
+      switch_->settle();
       return true;
    }
    Qor::Seconds nextInput() override {
@@ -140,7 +139,7 @@ class Run final : public InspectedRun {
       reader_.stopFdIs(interrupt.fd());
       while (readAhead() && timeOf(event_).time <= until) {
          ahead_ = false;
-         if (auto const error = apply(*simulated_, event_)) {
+         if (auto const error = apply(*switch_, event_)) {
             report(*error);
             continue;
          }
@@ -149,7 +148,7 @@ class Run final : public InspectedRun {
             timeline_->note("link " + link->intf.name() +
                             (carriesTraffic(link->status) ? " up" : " down"));
          }
-         progress_.show(figures_, *simulated_, reader_.time());
+         progress_.show(figures_, *switch_, reader_.time());
       }
       progress_.clear();
       figures_.lines = reader_.lines();
@@ -180,9 +179,9 @@ class Run final : public InspectedRun {
       if (!options_.keepGoing) stopped_ = ended_ = true;
    }
 
-   std::optional<InputError> apply(SimulatedSwitch& simulated, CaptureEvent const& event) {
+   std::optional<InputError> apply(Switch& theSwitch, CaptureEvent const& event) {
       try {
-         simulated.apply(event);
+         theSwitch.apply(event);
       } catch (InterfaceMapFull const& full) {
          return InputError{reader_.where(), {}, full.what()};
       }
@@ -190,12 +189,13 @@ class Run final : public InspectedRun {
       return std::nullopt;
    }
 
-   int report(SimulatedSwitch& simulated) {
+   int report(Switch& theSwitch) {
       // The check comes first, so that the printed tables count its packets.
       ForwardingCheck check;
-      if (options_.check) check = checkForwarding(simulated, capture_);
-      auto summary = summaryJson(figures_, simulated, options_.check ? &check : nullptr);
-      printRunReport(options_.show, options_.json, simulated, std::move(summary));
+      if (options_.check) check = checkForwarding(theSwitch, capture_);
+      theSwitch.readBack();
+      auto summary = summaryJson(figures_, theSwitch, options_.check ? &check : nullptr);
+      printRunReport(options_.show, options_.json, theSwitch, std::move(summary));
       if (!check.passed()) printDifferences(check.differences);
       return outputWritten() && check.passed() ? exitDone : exitFailed;
    }
@@ -219,7 +219,7 @@ class Run final : public InspectedRun {
    CaptureState capture_;
    RunFigures figures_;
    Progress progress_;
-   std::unique_ptr<SimulatedSwitch> simulated_;
+   std::unique_ptr<Switch> switch_;
    TimelineFile* timeline_ = nullptr;  // null before and after the run
 };
 

@@ -3,20 +3,22 @@
 
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "agent/inspect/InspectPrompt.h"
 #include "agent/report/Views.h"
-#include "agent/switch/PathKind.h"
+#include "agent/switch/PlatformChoice.h"
 
 namespace Agent {
 
 struct RunOptions {
    std::vector<std::string> files;  // "-" is standard input
    std::string mapFile;             // empty: interfaces are numbered as they occur
-   std::string chipText;      // for parseChipOption(); empty: the defaults, or the scenario's chip
+   std::string chipText;      // options of the simulated chip, which override those of a scenario
    std::string timelineFile;  // empty: no timeline
    std::vector<View> show;
+   PlatformSource platforms = simulatedPlatform;
    std::optional<PathKind> path;  // nothing: the path of the scenario, or PathKind::async
    bool json = false;
    bool check = true;
@@ -26,6 +28,12 @@ struct RunOptions {
    std::optional<double> until;
    std::vector<std::string> evals;
    bool inspect = false;
+
+   // The platform of the run. The options of the command line follow those of the scenario.
+   PlatformChoice platform(PathKind onPath, VelMroute::PlatformOptions settings) const {
+      if (!chipText.empty()) settings.add(chipText);
+      return platforms(onPath, std::move(settings));
+   }
 
    bool inspects() const { return inspect || !evals.empty(); }
    InspectOptions inspected() const { return {evals, inspect, json}; }

@@ -9,8 +9,7 @@
 #include "agent/report/TimelineFile.h"
 #include "agent/scenario/ScenarioParser.h"
 #include "agent/scenario/ScenarioPlayer.h"
-#include "agent/scenario/SimulatedTestbed.h"
-#include "agent/switch/ChipOption.h"
+#include "agent/scenario/SwitchTestbed.h"
 
 namespace Agent {
 
@@ -33,10 +32,10 @@ ordered_json scenarioJson(ScenarioFile const& file, ScenarioPlayer const& player
 // A scenario under the commands of the inspector. The expectations up to the present time count.
 class InspectedScenario final : public InspectedRun {
  public:
-   InspectedScenario(SimulatedSwitch& simulated, ScenarioPlayer& player)
-         : simulated_(simulated), player_(player) {}
+   InspectedScenario(Switch& theSwitch, ScenarioPlayer& player)
+         : switch_(theSwitch), player_(player) {}
 
-   SimulatedSwitch& simulated() override { return simulated_; }
+   Switch& theSwitch() override { return switch_; }
    bool runUntil(Qor::Seconds time) override {
       player_.playUntil(time);
       return true;
@@ -49,7 +48,7 @@ class InspectedScenario final : public InspectedRun {
    bool inMemory() const override { return true; }
 
  private:
-   SimulatedSwitch& simulated_;
+   Switch& switch_;
    ScenarioPlayer& player_;
 };
 
@@ -80,12 +79,9 @@ int runScenario(RunOptions const& options) {
          return exitFailed;
       }
    }
-   Sim::ChipConfig chip = file.settings.chip;
-   if (!options.chipText.empty()) parseChipOption(options.chipText, chip);
-   SimulatedSwitch simulated(path, chip, std::move(intfMap),
-                             {file.settings.minPollingInterval, file.settings.callCost});
-   TimelineFile timeline(options.timelineFile, simulated);
-   SimulatedTestbed testbed(simulated, timeline.timeline(), options.json);
+   Switch theSwitch(options.platform(path, file.settings.platformOptions()), std::move(intfMap));
+   TimelineFile timeline(options.timelineFile, theSwitch);
+   SwitchTestbed testbed(theSwitch, timeline.timeline(), options.json);
    ScenarioPlayer player(testbed, file.lines);
    if (options.until) {
       player.playUntil(*options.until);
@@ -93,7 +89,7 @@ int runScenario(RunOptions const& options) {
       player.play();
    }
    if (options.inspects()) {
-      InspectedScenario run(simulated, player);
+      InspectedScenario run(theSwitch, player);
       InspectResult const looked = inspect(run, options.inspected());
       printFailures(player);
       bool const good = timeline.finish() && looked.good && player.failures().empty();
@@ -102,9 +98,9 @@ int runScenario(RunOptions const& options) {
 
    RunFigures figures;
    figures.badLines = file.errors.size();
-   ordered_json summary = summaryJson(figures, simulated, nullptr);
+   ordered_json summary = summaryJson(figures, theSwitch, nullptr);
    summary["scenario"] = scenarioJson(file, player);
-   printRunReport(options.show, options.json, simulated, std::move(summary));
+   printRunReport(options.show, options.json, theSwitch, std::move(summary));
    printFailures(player);
    bool const good = player.failures().empty();
    return outputWritten() && timeline.finish() && good ? exitDone : exitFailed;

@@ -25,6 +25,17 @@ Lnet::IpGenAddr plus(Lnet::IpGenAddr const& address, std::uint32_t step) {
 
 }  // namespace
 
+VelMroute::PlatformOptions Settings::platformOptions() const {
+   VelMroute::PlatformOptions options;
+   options.add("groups", chip.groups);
+   options.add("routes", chip.routes);
+   options.add("boundaries", chip.boundaries);
+   options.add("latency", chip.latency);
+   options.add("minPollingInterval", minPollingInterval);
+   options.add("callCost", callCost);
+   return options;
+}
+
 RouteKey RouteRun::key(std::uint32_t i) const {
    if (!first.group().isHost()) return first;
    return RouteKey(first.source(), Lnet::IpGenPrefix::host(plus(first.group().address(), i)));

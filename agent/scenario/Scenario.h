@@ -23,7 +23,8 @@
 #include "agent/input/InputError.h"
 #include "agent/switch/PathKind.h"
 #include "agent/switch/RouteReplay.h"
-#include "platform/sim/Chip.h"
+#include "platform/Faults.h"
+#include "platform/PlatformOptions.h"
 
 namespace Agent::Scenario {
 
@@ -65,12 +66,24 @@ std::string numberText(double value);
 
 // ---- Changes and traffic. ----
 
+// The sizes of the chip's tables, and the seconds from the issue of a write to its completion in an
+// empty queue. The defaults are those of the simulated chip.
+struct ChipSettings {
+   std::uint32_t groups = 8192;
+   std::uint32_t routes = 32768;
+   std::uint32_t boundaries = 1024;
+   double latency = 0.001;
+};
+
 // Only the first event of a scenario may be this one.
 struct Settings {
    std::string title;
-   Sim::ChipConfig chip;
+   ChipSettings chip;
    double minPollingInterval = 0;  // seconds; the shortest interval that the platform supports
    double callCost = 0;            // virtual seconds that each call of a hook takes
+
+   // The settings as options of the simulated chip.
+   VelMroute::PlatformOptions platformOptions() const;
 };
 
 struct Route {
@@ -122,7 +135,7 @@ struct Counter {
 
 // The next `count` writes of this kind fail.
 struct FailNext {
-   Sim::WriteKind write{};
+   VelMroute::WriteKind write{};
    std::string reason;
    std::uint32_t count = 1;
 };
@@ -133,11 +146,11 @@ struct SlowNext {
 };
 // Each write of this kind fails with this probability, 0 to 1.
 struct FailRate {
-   Sim::WriteKind write{};
+   VelMroute::WriteKind write{};
    double probability = 0;
 };
 // The nth call of a platform hook from now fails: the hook refuses it, or its writes fail. The
-// members are those of Sim::Faults::FailedCall.
+// members are those of VelMroute::Faults::FailedCall.
 struct FailCall {
    std::uint32_t nth = 1;
    bool refused = false;

@@ -162,7 +162,8 @@ Fault faultFrom(json const& value) {
                        {"groupsExhausted", "routesExhausted", "boundariesExhausted", "hitBitsBusy",
                         "failNext", "slowNext", "rate", "seed", "failCall"});
    if (value.empty()) refuse(fields.keyPath(), "no fault");
-   auto const writes = namesOf(Sim::WriteKind::groupCreate, Sim::WriteKind::boundaryDelete);
+   auto const writes =
+         namesOf(VelMroute::WriteKind::groupCreate, VelMroute::WriteKind::boundaryDelete);
    constexpr std::uint32_t many = 1'000'000;
    Fault fault;
    if (fields.find("groupsExhausted")) fault.groupsExhausted = fields.flag("groupsExhausted");

@@ -15,7 +15,7 @@
 #include <vector>
 
 #include "agent/scenario/Scenario.h"
-#include "platform/sim/Format.h"
+#include "platform/Format.h"
 
 namespace Agent::Scenario {
 

@@ -3,7 +3,7 @@
 #include <nlohmann/json.hpp>
 #include <utility>
 
-#include "platform/sim/Format.h"
+#include "platform/Format.h"
 
 namespace Agent {
 

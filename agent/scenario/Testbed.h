@@ -52,7 +52,7 @@ class Testbed {
    // The copies of a packet.
    struct Copies {
       std::map<std::string, unsigned> at;  // number of copies by interface, or "cpu"; never 0
-      std::string result;                  // the chip's result: "forwarded", "wrongVlan", ...
+      std::string result;                  // the chip's verdict, as Probe::Seen::verdict
    };
 
    // The state of a route.

@@ -25,7 +25,12 @@ constexpr std::size_t lengths[] = {300, 1000, 3000, 1000, 10'000};
 class Soak {
  public:
    explicit Soak(SoakOptions const& options)
-         : options_(options), progress_(::isatty(STDERR_FILENO) != 0) {}
+         : options_(options),
+           forks_(options.platforms(options.path.value_or(PathKind::async), {})
+                        .make()
+                        ->abilities()
+                        .forks),
+           progress_(::isatty(STDERR_FILENO) != 0) {}
 
    // Returns true if no episode has a finding.
    bool random(PathKind path) {
@@ -41,7 +46,7 @@ class Soak {
    }
 
    bool play(SoakEpisode const& episode) {
-      SoakOutcome const outcome = forkSoak(episode);
+      SoakOutcome const outcome = playOnce(episode);
       ++episodes_;
       operations_ += outcome.lines;
       figures_ += outcome.figures;
@@ -63,7 +68,7 @@ class Soak {
             {1, true, false, 0, false}, {1, false, true, 0, false}, {1, false, true, 0, true},
             {1, false, true, 2, false}, {1, true, false, 2, true},
       };
-      std::uint64_t const calls = forkSoak(episode).figures.hookCalls;
+      std::uint64_t const calls = playOnce(episode).figures.hookCalls;
       std::uint64_t const plays = calls * std::size(ways);
       std::uint64_t const stride = 1 + (plays - 1) / options_.operations;
       Scenario::Line first;
@@ -107,6 +112,15 @@ class Soak {
    }
 
  private:
+   // Without a process for each episode, a finding that ends the process ends the soak.
+   SoakOutcome playOnce(SoakEpisode const& episode,
+                        unsigned looksPerFullCheck = SoakOracle::usualLooks) const {
+      SoakHow how;
+      how.platforms = options_.platforms;
+      how.looksPerFullCheck = looksPerFullCheck;
+      return forks_ ? forkSoak(episode, how) : playSoak(episode, how);
+   }
+
    ordered_json json() const {
       SoakFigures const& f = figures_;
       return {{"operations", operations_},
@@ -151,10 +165,9 @@ class Soak {
       std::cerr << "looking for the shortest reproducer\n";
       // Compare everything at each look, so that the fault is found where it first appears. If the
       // fault disappears with that, use the normal rate.
-      SoakHow how;
-      how.looksPerFullCheck = 1;
-      if (forkSoak(episode, how).clean()) how = {};
-      auto const again = [&](SoakEpisode const& candidate) { return forkSoak(candidate, how); };
+      unsigned looks = 1;
+      if (playOnce(episode, looks).clean()) looks = SoakOracle::usualLooks;
+      auto const again = [&](SoakEpisode const& candidate) { return playOnce(candidate, looks); };
       SoakEpisode const shortest = reducedSoak(episode, again);
       reproducer_ = reproducerText(shortest, again(shortest));
       if (options_.reproducerFile.empty()) {
@@ -168,6 +181,7 @@ class Soak {
    }
 
    SoakOptions const& options_;
+   bool const forks_;
    bool const progress_;
    std::uint64_t episodes_ = 0, operations_ = 0;
    std::map<std::string, std::uint64_t> kinds_;
@@ -192,7 +206,6 @@ std::optional<SoakEpisode> episodeOf(std::string const& name, PathKind path) {
 }  // namespace
 
 int runSoak(SoakOptions const& options) {
-   Soak soak(options);
    bool good = true;
    if (options.sweep && options.files.empty()) {
       std::cerr << "--sweep needs a scenario\n";
@@ -200,6 +213,13 @@ int runSoak(SoakOptions const& options) {
    }
    std::vector<PathKind> const both{PathKind::async, PathKind::sync};
    std::vector<PathKind> const paths = options.path ? std::vector<PathKind>{*options.path} : both;
+   for (PathKind const path : paths) {
+      std::string const obstacle = soakObstacle(options.platforms(path, {}));
+      if (obstacle.empty()) continue;
+      std::cerr << "soak: " << obstacle << '\n';
+      return exitUsage;
+   }
+   Soak soak(options);
    if (options.files.empty()) {
       for (PathKind const path : paths)
          good = good && soak.random(path);

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "agent/switch/PathKind.h"
+#include "agent/switch/PlatformChoice.h"
 
 namespace Agent {
 
@@ -15,12 +15,13 @@ struct SoakOptions {
    std::uint64_t operations = 100'000;  // for each path; with `sweep`, the plays of each scenario
    std::optional<PathKind> path;        // unset: both paths, or the only path of a scenario
    std::string reproducerFile;          // for the shortest reproducer; empty: standard error
+   PlatformSource platforms = simulatedPlatform;
    bool json = false;
    bool sweep = false;  // play each scenario once for each way in which each hook call can fail
 };
 
 // Returns the exit code: exitFailed after a finding or a bad scenario, exitUsage if `sweep` has no
-// scenario. Prints the figures to standard output, and findings and errors to standard error.
+// scenario or the platform lacks an ability. Prints the figures to standard output, and findings and errors to standard error.
 int runSoak(SoakOptions const& options);
 
 }  // namespace Agent

@@ -15,7 +15,7 @@ namespace {
 
 using namespace Scenario;
 using Interface::IntfOperStatus;
-using Sim::WriteKind;
+using VelMroute::WriteKind;
 
 // The kinds of events in an episode.
 enum class Op : unsigned char {
@@ -85,7 +85,7 @@ class Generator {
    }
 
    void chooseSizes() {
-      Sim::ChipConfig& chip = episode_.settings.chip;
+      ChipSettings& chip = episode_.settings.chip;
       std::uint64_t const size = below(20);
       if (size < 7) {
          chip.groups = static_cast<Qor::U32>(between(1, 12));
@@ -424,7 +424,7 @@ class Generator {
    }
 
    WriteKind someWrite() {
-      return static_cast<WriteKind>(below(path_ == PathKind::sync ? Sim::writeKinds : 6));
+      return static_cast<WriteKind>(below(path_ == PathKind::sync ? VelMroute::writeKinds : 6));
    }
 
    void failWrites() {

@@ -8,7 +8,7 @@
 namespace Agent {
 
 using Routing::Multicast::Fib::IpGenRouteKey;
-using Sim::WriteKind;
+using VelMroute::WriteKind;
 
 namespace {
 
@@ -71,12 +71,11 @@ SoakFigures& SoakFigures::operator+=(SoakFigures const& other) {
    return *this;
 }
 
-SoakOracle::SoakOracle(SimulatedSwitch& simulated, PathKind path, PathConfig const& config,
-                       unsigned looksPerFullCheck)
-      : simulated_(simulated),
-        path_(path),
-        config_(config),
-        callsTakeTime_(config.callCost > 0),
+SoakOracle::SoakOracle(Switch& theSwitch, SoakTiming const& timing, unsigned looksPerFullCheck)
+      : switch_(theSwitch),
+        path_(theSwitch.pathKind()),
+        timing_(timing),
+        callsTakeTime_(timing.callCost > 0),
         looksPerFullCheck_(looksPerFullCheck) {}
 
 void SoakOracle::wrong(std::string const& text) {
@@ -89,11 +88,11 @@ void SoakOracle::wrong(RouteId const& id, std::string const& text) {
 
 SoakFigures SoakOracle::figures() const {
    SoakFigures f = figures_;
-   auto const all = std::as_const(simulated_).figures();
+   auto const all = std::as_const(switch_).figures();
    auto const& counters = all.programmer;
    f.restarts = all.restarts;
    f.faults = failures();
-   f.hookCalls = std::as_const(simulated_).path().faults().calls();
+   f.hookCalls = faults().calls();
    f.refusals = counters.refusals;
    f.resurrections = counters.resurrections;
    f.purges = counters.purges;
@@ -104,21 +103,21 @@ SoakFigures SoakOracle::figures() const {
 
 std::uint64_t SoakOracle::writes() const {
    std::uint64_t sum = 0;
-   for (std::size_t i = 0; i < Sim::writeKinds; ++i)
-      sum += simulated_.chip().writes(static_cast<WriteKind>(i));
+   for (std::size_t i = 0; i < VelMroute::writeKinds; ++i)
+      sum += view().writes(static_cast<WriteKind>(i)).value_or(0);
    return sum;
 }
 
 std::uint64_t SoakOracle::failures() const {
-   return simulated_.path().faults().injected();
+   return faults().injected();
 }
 
 // ---- Looks at the switch. ----
 
 bool SoakOracle::atRest() const {
-   auto const& path = std::as_const(simulated_).path();
-   return programmer().settled() && !path.writesPending() && path.rerouting() == 0 &&
-          !simulated_.recovering();
+   auto const& path = std::as_const(switch_).path();
+   return programmer().settled() && !switch_.platform().writesPending() && path.rerouting() == 0 &&
+          !switch_.recovering();
 }
 
 void SoakOracle::updateExcuses(bool rest) {
@@ -131,7 +130,7 @@ void SoakOracle::updateExcuses(bool rest) {
    if (replay_.underWay && !roomToSpare()) nobodyUninterrupted();
    for (std::size_t i = 0; i < excuses_.size(); ++i) {
       Excuse& excuse = excuses_[i];
-      std::uint64_t const deleted = simulated_.chip().writes(deletions[i]);
+      std::uint64_t const deleted = view().writes(deletions[i]).value_or(0);
       if (excuse.denied || failed) {
          excuse.holds = true;
          excuse.since = Qor::now();
@@ -190,7 +189,7 @@ bool SoakOracle::checkRoute(RouteId const& id, Known& known, bool rest) {
       if (rest) checkAbsent(id);
       return !rest;
    }
-   if (!route && !simulated_.recovering()) {
+   if (!route && !switch_.recovering()) {
       wrong(id, "is wanted, and the route programmer lacks the route");
       return true;
    }
@@ -208,26 +207,15 @@ bool SoakOracle::checkRoute(RouteId const& id, Known& known, bool rest) {
 }
 
 void SoakOracle::checkAbsent(RouteId const& id) {
-   Qor::U32 const vrfId = simulated_.vrfId(id.vrf)->value();
-   auto const none = [&](Qor::U32 index, Sim::Entry const& entry) {
-      wrong(id, "is withdrawn, and entry " + std::to_string(index) + " for vlan " +
-                      std::to_string(entry.acceptingVlan.value()) + " still exists");
-   };
-   simulated_.chip().routes().forEachOf(vrfId, id.key, none);
-   simulated_.chip().boundaries().forEachOf(vrfId, id.key, none);
+   view().forEachEntryOf(*switch_.vrfId(id.vrf), id.key, [&](Entry const& entry) {
+      wrong(id, "is withdrawn, and entry " + std::to_string(entry.number) + " for vlan " +
+                      std::to_string(entry.route.vlan.value()) + " still exists");
+   });
 }
 
 bool SoakOracle::full(Table table) const {
-   Sim::Chip const& chip = std::as_const(simulated_).chip();
-   switch (table) {
-      case Table::group:
-         return std::as_const(simulated_).path().groupsAllocated() >= chip.config().groups;
-      case Table::entry:
-         return chip.routes().size() >= chip.config().routes;
-      case Table::boundary:
-         return chip.boundaries().size() >= chip.config().boundaries;
-   }
-   return false;
+   auto const use = view().use(table);
+   return (table == Table::group ? groupsAllocated() : use.used) >= *use.size;
 }
 
 // The reason of a route that is not in hardware must be true.
@@ -237,8 +225,8 @@ void SoakOracle::checkState(RouteId const& id, Known const& known, RouteView con
       if (!full(table)) {
          wrong(id, std::string("waits for a ") + what + ", and there is room");
       } else if (table == Table::group) {
-         for (RecordRow const& zombie : std::as_const(simulated_).path().zombieRecords()) {
-            if (Sim::isHardWired(zombie.group)) continue;
+         for (RecordRow const& zombie : std::as_const(switch_).path().zombieRecords()) {
+            if (isHardWired(view(), zombie.group)) continue;
             return wrong(id, "waits for a group, and a zombie keeps one");
          }
       }
@@ -267,11 +255,7 @@ void SoakOracle::checkState(RouteId const& id, Known const& known, RouteView con
 
 Bridging::VlanIdOrNone SoakOracle::vlanOf(Route const& route) const {
    if (route.noRpf) return {};
-   return simulated_.intf(route.iif).vlan;
-}
-
-Sim::EntryTable const& SoakOracle::tableOf(Route const& route) const {
-   return route.bridge ? simulated_.chip().boundaries() : simulated_.chip().routes();
+   return switch_.intf(route.iif).vlan;
 }
 
 std::optional<Qor::U64> SoakOracle::heldBy(std::optional<RouteView> route) {
@@ -285,7 +269,7 @@ std::vector<Outputs> SoakOracle::expected(Known& known, std::optional<RouteView>
    bool const backup = held && known.rerouted.contains(*held);
    std::vector<Outputs> list{model_.outputs(*known.wanted, backup)};
    // A failed rewrite leaves the group unchanged, and the hook has no way to report the failure.
-   if (backup && simulated_.path().faults().injected(WriteKind::groupUpdate) > 0)
+   if (backup && faults().injected(WriteKind::groupUpdate) > 0)
       list.push_back(model_.outputs(*known.wanted, false));
    return list;
 }
@@ -293,22 +277,16 @@ std::vector<Outputs> SoakOracle::expected(Known& known, std::optional<RouteView>
 void SoakOracle::checkPacket(RouteId const& id, Known& known, std::optional<RouteView> route,
                              bool rest) {
    Route const& wanted = *known.wanted;
-   Sim::Packet packet;
-   packet.vrfId = simulated_.vrfId(id.vrf)->value();
-   packet.source = sourceOf(id.key);
-   packet.group = groupIn(id.key);
-   packet.vlan = simulated_.intf(wanted.iif).vlan;
-   Sim::Forwarded const forwarded = simulated_.chip().forward(packet);
-   bool const bridged = forwarded.result == Sim::Forwarding::bridged;
-   Sim::EntryTable const& hitTable =
-         bridged ? simulated_.chip().boundaries() : simulated_.chip().routes();
-   Sim::Entry const* const hit = forwarded.entry ? hitTable.find(*forwarded.entry) : nullptr;
-   bool const own = hit && hit->vrfId == packet.vrfId && hit->key == id.key &&
-                    hit->acceptingVlan == vlanOf(wanted) && bridged == wanted.bridge;
-   if (hit) sent(packet, forwarded);
+   VelMroute::Probe::Packet const packet{*switch_.vrfId(id.vrf), sourceOf(id.key), groupIn(id.key),
+                                         wanted.iif};
+   auto const seen = switch_.send(packet);
+   auto const hit = seen.entry ? view().entry(*seen.entry) : std::nullopt;
+   bool const own = hit && hit->route.vrfId == packet.vrfId && hit->route.key == id.key &&
+                    hit->route.vlan == vlanOf(wanted) && hit->route.bridge == wanted.bridge;
+   if (hit) sent(packet, seen);
    Outputs got;
-   got.cpu = forwarded.toCpu;
-   for (auto const& copy : forwarded.copies)
+   got.cpu = seen.cpu;
+   for (auto const& copy : seen.copies)
       got.ports.push_back(copy.intfId());
    std::sort(got.ports.begin(), got.ports.end(),
              [](Lnet::IntfId a, Lnet::IntfId b) { return a.id() < b.id(); });
@@ -322,7 +300,8 @@ void SoakOracle::checkPacket(RouteId const& id, Known& known, std::optional<Rout
    if (inHardware) {
       if (!own) {
          std::ostringstream text;
-         text << "is in hardware, and a packet does not hit its entry (" << forwarded.result << ')';
+         text << "is in hardware, and a packet does not hit its entry";
+         if (seen.verdict) text << " (" << *seen.verdict << ')';
          return wrong(id, text.str());
       }
    } else {

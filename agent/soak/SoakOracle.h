@@ -20,7 +20,8 @@
 
 #include "agent/soak/SoakCounters.h"
 #include "agent/soak/SoakModel.h"
-#include "agent/switch/SimulatedSwitch.h"
+#include "agent/switch/GroupName.h"
+#include "agent/switch/Switch.h"
 
 namespace Agent {
 
@@ -45,16 +46,22 @@ struct SoakFigures {
    SoakFigures& operator+=(SoakFigures const& other);
 };
 
+// The times of a platform that the oracle cannot read.
+struct SoakTiming {
+   double minPollingInterval = 0;  // seconds; the shortest interval that the platform supports
+   double callCost = 0;            // virtual seconds that each call of a hook takes
+};
+
 class SoakOracle {
  public:
    using Route = Testbed::Route;
 
    static constexpr unsigned usualLooks = 16;
 
-   // The switch outlives the oracle. After `looksPerFullCheck` looks, the next look at rest
-   // compares everything.
-   SoakOracle(SimulatedSwitch& simulated, PathKind path, PathConfig const& config,
-              unsigned looksPerFullCheck = usualLooks);
+   // The switch outlives the oracle. Its platform has view, probe and faults, counts writes, and
+   // knows the sizes of its tables. `timing` has the times of the platform. After
+   // `looksPerFullCheck` looks, the next look at rest compares everything.
+   SoakOracle(Switch& theSwitch, SoakTiming const& timing, unsigned looksPerFullCheck = usualLooks);
 
    // ---- The operations on the switch, called after the switch has done them. ----
 
@@ -77,7 +84,7 @@ class SoakOracle {
    std::optional<std::uint64_t> writesIfUnchanged(Route const& route);
    // Called after such an update. Reports a finding if the update wrote to the chip.
    void unchanged(Route const& route, std::uint64_t writesBefore);
-   void sent(Sim::Packet const& packet, Sim::Forwarded const& forwarded);
+   void sent(VelMroute::Probe::Packet const& packet, VelMroute::Probe::Seen const& seen);
 
    // ---- Comparisons. ----
 
@@ -94,6 +101,7 @@ class SoakOracle {
  private:
    using Known = SoakModel::Known;
    using State = VelMroute::RouteState;
+   using Entry = VelMroute::View::Entry;
 
    // The permission for routes to wait although the table has room. It holds after the platform
    // refused room or a write failed. It ends with the next deletion from the table, because the
@@ -124,10 +132,13 @@ class SoakOracle {
    void wrong(RouteId const& id, std::string const& text);
    void wrong(std::string const& text);
    bool atRest() const;
-   Programmer const& programmer() const { return std::as_const(simulated_).programmer(); }
+   Programmer const& programmer() const { return std::as_const(switch_).programmer(); }
    Bridging::VlanIdOrNone vlanOf(Route const& route) const;
-   Outputs outputsOf(Sim::Group const* group) const;
-   Sim::EntryTable const& tableOf(Route const& route) const;
+   VelMroute::View const& view() const { return switch_.view(); }
+   VelMroute::Faults const& faults() const { return *switch_.platform().faults(); }
+   // Without the groups of empty sets.
+   Qor::U32 groupsAllocated() const { return *view().use(Table::group).allocated; }
+   Outputs outputsOf(std::optional<Qor::U32> group) const;
    std::uint64_t failures() const;
    std::uint64_t writes() const;
    bool roomToSpare() const;
@@ -154,7 +165,7 @@ class SoakOracle {
    static std::optional<Qor::U64> heldBy(std::optional<RouteView> route);
    // The permitted outputs of a route at rest. A rewrite that may have failed permits two.
    std::vector<Outputs> expected(Known& known, std::optional<RouteView> route) const;
-   void noteHit(RouteId const& id, Known& known, Sim::Entry const& entry) const;
+   void noteHit(RouteId const& id, Known& known, Entry const& entry) const;
 
    void checkEntries();
    void checkBoundaries();
@@ -164,15 +175,16 @@ class SoakOracle {
    void checkMembers(RecordRow const& row, bool zombie);
    void checkActivity(RouteId const& id, Known& known);
 
-   SimulatedSwitch& simulated_;
+   Switch& switch_;
    PathKind const path_;
-   PathConfig const config_;
+   SoakTiming const timing_;
    SoakModel model_;
    SoakCounters counters_;
    std::mt19937_64 random_{1};
    std::vector<RouteId> unverified_;  // Known::unverified; a route may be there twice
    std::vector<RouteId> everWanted_;  // look() selects its other routes from these
-   std::map<Qor::U32, L3::VrfName> vrfNames_;
+   std::map<Vel::VrfId, L3::VrfName> vrfNames_;
+   std::map<Qor::U32, Qor::U32> pointing_;  // by group, the number of route entries at a full look
    std::array<Excuse, VelMroute::allTables.size()> excuses_;
    std::uint64_t failuresSeen_ = 0;
    std::uint64_t failuresAtRest_ = 0;

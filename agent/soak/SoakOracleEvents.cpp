@@ -24,7 +24,7 @@ void SoakOracle::unverified(RouteId const& id) {
 
 void SoakOracle::routeIs(Route const& route) {
    RouteId const id{route.vrf, route.key};
-   vrfNames_.try_emplace(simulated_.vrfId(route.vrf)->value(), route.vrf);
+   vrfNames_.try_emplace(*switch_.vrfId(route.vrf), route.vrf);
    Known* const there = model_.find(id);
    bool const fresh = !there || !there->wanted;
    if (!fresh && sameWish(*there->wanted, route)) return;
@@ -35,8 +35,7 @@ void SoakOracle::routeIs(Route const& route) {
       auto const placed = programmer().view(id.vrf, id.key);
       calm = placed && placed->state() == State::inHardware && old.iif == route.iif &&
              old.noRpf == route.noRpf && old.bridge == route.bridge && !excuses_[0].denied &&
-             simulated_.path().groupsAllocated() + unverified_.size() + 2 <=
-                   simulated_.chip().config().groups;
+             groupsAllocated() + unverified_.size() + 2 <= *view().use(Table::group).size;
    }
    if (!there) everWanted_.push_back(id);
    Known& known = model_.wantedIs(route, failuresAtRest_);
@@ -74,7 +73,7 @@ void SoakOracle::bfdIs(Bfd::Peer const& peer, std::optional<Bfd::OperState> stat
 // During a replay a set may need a second group beside its found group. If few groups are free,
 // some routes have to wait until the end of the replay.
 bool SoakOracle::roomToSpare() const {
-   return 2 * simulated_.path().groupsAllocated() + 50 < simulated_.chip().config().groups;
+   return 2 * groupsAllocated() + 50 < *view().use(Table::group).size;
 }
 
 bool SoakOracle::staysOverCrash(RouteId const& id, Known const& known, bool rest) const {
@@ -111,7 +110,7 @@ void SoakOracle::crash(Scenario::Restart const& restart) {
    counters_.restart();
    Replay const before = std::exchange(replay_, {});
    replay_.underWay = true;
-   if (simulated_.recovering()) replay_.rewrites = before.rewrites;
+   if (switch_.recovering()) replay_.rewrites = before.rewrites;
    rewritten_.clear();
    zombies_.clear();
    inUse_.clear();
@@ -126,7 +125,7 @@ void SoakOracle::rerouting(Lnet::IntfId failed) {
 
 // At the end of the replay, the routes of all failed interfaces must have been rerouted.
 void SoakOracle::noteRecovered() {
-   if (!replay_.underWay || simulated_.recovering()) return;
+   if (!replay_.underWay || switch_.recovering()) return;
    replay_.underWay = false;
    for (auto const& [id, known] : model_.routes()) {
       if (!known.wanted || known.wanted->backup.empty()) continue;
@@ -185,7 +184,7 @@ void SoakOracle::rerouted(Lnet::IntfId failed) {
       return set.currentIif() == failed && !set.portVlanFrr().empty() &&
              (path_ == PathKind::async || !set.portVlan().empty());
    };
-   for (RecordRow const& row : std::as_const(simulated_).path().recordsInUse()) {
+   for (RecordRow const& row : std::as_const(switch_).path().recordsInUse()) {
       auto const& set = row.oifSet->portVlanSet();
       if (!hit(set)) continue;
       rewritten_.insert(row.oifSet->serial());
@@ -215,7 +214,7 @@ void SoakOracle::configIs(Scenario::Config const& config) {
    if (config.activityPollingInterval) {
       model_.intervalIs(
             std::max<double>(*config.activityPollingInterval,
-                             path_ == PathKind::async ? config_.minPollingInterval : 0));
+                             path_ == PathKind::async ? timing_.minPollingInterval : 0));
    }
 }
 
@@ -234,27 +233,25 @@ void SoakOracle::faultIs(Scenario::Fault const& fault) {
    if (fault.hitBitsBusy) busySince_ = Qor::now() + 0.02 * *fault.hitBitsBusy;
 }
 
-void SoakOracle::sent(Sim::Packet const& packet, Sim::Forwarded const& forwarded) {
+void SoakOracle::sent(VelMroute::Probe::Packet const& packet, VelMroute::Probe::Seen const& seen) {
    ++figures_.packets;
-   if (!forwarded.entry) return;
-   bool const bridged = forwarded.result == Sim::Forwarding::bridged;
-   Sim::EntryTable const& table =
-         bridged ? simulated_.chip().boundaries() : simulated_.chip().routes();
-   Sim::Entry const* const entry = table.find(*forwarded.entry);
+   if (!seen.entry) return;
+   auto const entry = view().entry(*seen.entry);
    auto const vrf = vrfNames_.find(packet.vrfId);
    if (!entry || vrf == vrfNames_.end()) return wrong("a packet hit an entry that is not there");
-   RouteId const id{vrf->second, entry->key};
-   if (!bridged) counters_.hit(entry->key, packet.bytes);
+   RouteId const id{vrf->second, entry->route.key};
+   if (!entry->route.bridge) counters_.hit(entry->route.key, packet.bytes);
    if (Known* const known = model_.find(id)) noteHit(id, *known, *entry);
 }
 
-void SoakOracle::noteHit(RouteId const&, Known& known, Sim::Entry const& entry) const {
+void SoakOracle::noteHit(RouteId const&, Known& known, Entry const& entry) const {
    known.anyHit = Qor::now();
    if (replay_.underWay) known.foundHit = known.anyHit;
    if (!known.wanted) return;
-   if (entry.acceptingVlan == vlanOf(*known.wanted)) known.lastHit = Qor::now();
+   Bridging::VlanIdOrNone const vlan = entry.route.vlan;
+   if (vlan == vlanOf(*known.wanted)) known.lastHit = Qor::now();
    for (Lnet::IntfId const intf : known.wanted->fastdrop) {
-      if (simulated_.intf(intf).vlan == entry.acceptingVlan) known.fastdropHit[intf] = Qor::now();
+      if (switch_.intf(intf).vlan == vlan) known.fastdropHit[intf] = Qor::now();
    }
 }
 

@@ -11,23 +11,26 @@ namespace {
 
 constexpr double tolerance = 1e-6;  // the rounding error of sums of times, in seconds
 
-bool sameMembers(Sim::Group const& group, MrouteLib::PortVlanSet const& set, bool backup) {
+bool sameMembers(VelMroute::View::Group const& group, MrouteLib::PortVlanSet const& set,
+                 bool backup) {
    auto const& members = backup ? set.portVlanFrr() : set.portVlan();
-   return group.toCpu == set.toCpu() && group.members.size() == members.size() &&
+   return group.cpu == set.toCpu() && group.members.size() == members.size() &&
           std::equal(members.begin(), members.end(), group.members.begin(),
                      [](auto const& member, auto const& there) { return member.first == there; });
 }
 
 std::string groupText(RecordRow const& row) {
-   return "group " + Sim::groupName(row.group) + " of " + row.oifSet->portVlanSet().pretty();
+   return "group " + (row.group ? std::to_string(*row.group) : "none") + " of " +
+          row.oifSet->portVlanSet().pretty();
 }
 
 }  // namespace
 
-Outputs SoakOracle::outputsOf(Sim::Group const* group) const {
+Outputs SoakOracle::outputsOf(std::optional<Qor::U32> number) const {
    Outputs out;
+   auto const group = number ? view().group(*number) : std::nullopt;
    if (!group) return out;
-   out.cpu = group->toCpu;
+   out.cpu = group->cpu;
    for (auto const& member : group->members) {
       if (model_.linkUp(member.intfId())) out.ports.push_back(member.intfId());
    }
@@ -41,9 +44,9 @@ void SoakOracle::lookAtAll() {
    untilFull_ = looksPerFullCheck_;
    ++figures_.fullChecks;
    updateExcuses(true);
-   for (std::string const& fault : simulated_.path().audit())
+   for (std::string const& fault : switch_.audit())
       wrong(fault);
-   for (std::string const& fault : std::as_const(simulated_).path().auditTables())
+   for (std::string const& fault : std::as_const(switch_).path().auditTables())
       wrong(fault);
    checkRoutesInTables();
    checkEntries();
@@ -51,7 +54,7 @@ void SoakOracle::lookAtAll() {
    checkGroups();
    if (path_ == PathKind::async) return;
    for (std::string const& text :
-        counters_.check(std::as_const(simulated_).path(), !callsTakeTime_ && failures() == 0))
+        counters_.check(std::as_const(switch_).path(), !callsTakeTime_ && failures() == 0))
       wrong(text);
 }
 
@@ -70,14 +73,13 @@ void SoakOracle::checkRoutesInTables() {
       checkState(id, known, *route);
       checkActivity(id, known);
       bool const placed = route->state() == State::inHardware;
-      Sim::Entry const* const entry =
-            placed ? std::as_const(simulated_).path().entry(route->handle()) : nullptr;
       if (!placed) continue;
-      if (!entry || entry->key != id.key || entry->acceptingVlan != vlanOf(*known.wanted) ||
-          entry->vrfId != simulated_.vrfId(id.vrf)->value()) {
+      auto const entry = view().entry(route->handle());
+      if (!entry || entry->route.key != id.key || entry->route.vlan != vlanOf(*known.wanted) ||
+          entry->route.vrfId != *switch_.vrfId(id.vrf)) {
          wrong(id, "is in hardware, and its handle is of another entry");
       } else if (!known.wanted->bridge) {
-         Outputs const got = outputsOf(simulated_.chip().group(entry->group));
+         Outputs const got = outputsOf(entry->group);
          auto const allowed = expected(known, route);
          if (std::find(allowed.begin(), allowed.end(), got) == allowed.end()) {
             wrong(id, "expected " + allowed.front().toString() + ", its entry points at " +
@@ -94,30 +96,31 @@ void SoakOracle::checkRoutesInTables() {
 // Each entry of the chip must belong to a route in hardware or to a fastdrop interface.
 void SoakOracle::checkEntries() {
    std::size_t own = 0, fastdrops = 0, wantedOwn = 0, wantedFastdrops = 0;
-   simulated_.chip().routes().forEach([&](Qor::U32 index, Sim::Entry const& entry) {
+   view().forEachEntry([&](Entry const& entry) {
+      auto const& [vrfId, key, vlan, boundary] = entry.route;
+      if (boundary) return;
       ++figures_.tableChecks;
-      auto const vrf = vrfNames_.find(entry.vrfId);
-      Known* const known = vrf == vrfNames_.end() ? nullptr : model_.find({vrf->second, entry.key});
+      auto const vrf = vrfNames_.find(vrfId);
+      Known* const known = vrf == vrfNames_.end() ? nullptr : model_.find({vrf->second, key});
       bool expectedHere = false;
       if (known && known->wanted) {
-         if (!known->wanted->bridge && entry.acceptingVlan == vlanOf(*known->wanted)) {
+         if (!known->wanted->bridge && vlan == vlanOf(*known->wanted)) {
             expectedHere = true;
             ++own;
          }
          for (Lnet::IntfId const intf : known->wanted->fastdrop) {
-            if (simulated_.intf(intf).vlan != entry.acceptingVlan) continue;
+            if (switch_.intf(intf).vlan != vlan) continue;
             expectedHere = true;
             ++fastdrops;
-            if (!outputsOf(simulated_.chip().group(entry.group)).nowhere()) {
-               wrong({vrf->second, entry.key},
-                     "forwards packets from fastdrop interface " + intf.name());
+            if (!outputsOf(entry.group).nowhere()) {
+               wrong({vrf->second, key}, "forwards packets from fastdrop interface " + intf.name());
             }
          }
       }
       if (expectedHere) return;
       std::ostringstream text;
-      text << "route entry " << index << " has no route: vrf id " << entry.vrfId << ' ' << entry.key
-           << " vlan " << entry.acceptingVlan;
+      text << "route entry " << entry.number << " has no route: vrf id " << vrfId << ' ' << key
+           << " vlan " << vlan;
       wrong(text.str());
    });
    for (auto const& [id, known] : model_.routes()) {
@@ -140,14 +143,15 @@ void SoakOracle::checkEntries() {
 
 void SoakOracle::checkBoundaries() {
    std::size_t own = 0, wantedOwn = 0;
-   simulated_.chip().boundaries().forEach([&](Qor::U32 index, Sim::Entry const& entry) {
-      auto const vrf = vrfNames_.find(entry.vrfId);
-      Known* const known = vrf == vrfNames_.end() ? nullptr : model_.find({vrf->second, entry.key});
-      if (known && known->wanted && known->wanted->bridge &&
-          entry.acceptingVlan == vlanOf(*known->wanted)) {
+   view().forEachEntry([&](Entry const& entry) {
+      auto const& [vrfId, key, vlan, boundary] = entry.route;
+      if (!boundary) return;
+      auto const vrf = vrfNames_.find(vrfId);
+      Known* const known = vrf == vrfNames_.end() ? nullptr : model_.find({vrf->second, key});
+      if (known && known->wanted && known->wanted->bridge && vlan == vlanOf(*known->wanted)) {
          ++own;
       } else {
-         wrong("boundary entry " + std::to_string(index) + " has no route: " + entry.key.pretty());
+         wrong("boundary entry " + std::to_string(entry.number) + " has no route: " + key.pretty());
       }
    });
    programmer().forEach([&](RouteView const& route) {
@@ -165,16 +169,21 @@ void SoakOracle::checkBoundaries() {
 // the groups of records in use, and no route uses the group of a zombie. The chip has no other
 // groups.
 void SoakOracle::checkGroups() {
-   auto const& path = std::as_const(simulated_).path();
+   auto const& path = std::as_const(switch_).path();
    std::vector<RecordRow> const inUse = path.recordsInUse();
    std::vector<RecordRow> const zombies = path.zombieRecords();
    std::set<Qor::U32> groups;
    std::size_t onChip = 0;
+   pointing_.clear();
+   view().forEachEntry([&](Entry const& entry) {
+      if (entry.group && !entry.route.bridge) ++pointing_[*entry.group];
+   });
    auto const look = [&](RecordRow const& row, bool zombie) {
       ++figures_.tableChecks;
-      if (row.group >= simulated_.chip().config().groups) return;  // a hard-wired group
-      if (!groups.insert(row.group).second) wrong(groupText(row) + " has a second record");
-      onChip += simulated_.chip().group(row.group) != nullptr;
+      if (isHardWired(view(), row.group)) return;
+      if (!row.group) return wrong(groupText(row) + " has no number");
+      if (!groups.insert(*row.group).second) wrong(groupText(row) + " has a second record");
+      onChip += view().group(*row.group).has_value();
       checkMembers(row, zombie);
    };
    std::set<Qor::U64> serials;
@@ -192,12 +201,12 @@ void SoakOracle::checkGroups() {
    }
    for (RecordRow const& row : zombies)
       look(row, true);
-   if (groups.size() != path.groupsAllocated()) {
-      wrong(std::to_string(path.groupsAllocated()) + " groups are allocated, " +
+   if (groups.size() != groupsAllocated()) {
+      wrong(std::to_string(groupsAllocated()) + " groups are allocated, " +
             std::to_string(groups.size()) + " have a record");
    }
-   if (onChip != simulated_.chip().groups()) {
-      wrong(std::to_string(simulated_.chip().groups()) + " groups are on the chip, " +
+   if (onChip != view().use(Table::group).used) {
+      wrong(std::to_string(view().use(Table::group).used) + " groups are on the chip, " +
             std::to_string(onChip) + " of them have a record");
    }
    checkZombies(zombies, serials);
@@ -205,12 +214,13 @@ void SoakOracle::checkGroups() {
 
 void SoakOracle::checkMembers(RecordRow const& row, bool zombie) {
    auto const& set = row.oifSet->portVlanSet();
-   Sim::Group const* const group = simulated_.chip().group(row.group);
+   auto const group = view().group(*row.group);
    if (!group) {
       if (!failedLately()) wrong(groupText(row) + " is not on the chip");
       return;
    }
-   if (zombie ? group->routes != 0 : group->routes == 0) {
+   bool const pointed = pointing_.contains(*row.group);
+   if (zombie == pointed) {
       if (!failedLately() || zombie) {
          wrong(groupText(row) + (zombie ? " is a zombie, and routes point at it"
                                         : " is in use, and no route points at it"));
@@ -234,7 +244,7 @@ void SoakOracle::checkZombies(std::vector<RecordRow> const& zombies,
    bool const timeStands = !callsTakeTime_;  // otherwise the zombie clock may fire late
    std::map<Qor::U64, double> present;
    for (RecordRow const& row : zombies) {
-      if (Sim::isHardWired(row.group)) continue;  // several records may have the same set
+      if (isHardWired(view(), row.group)) continue;  // several records may have the same set
       Qor::U64 const serial = row.oifSet->serial();
       present[serial] = row.expiryTime;
       if (row.expiryTime > now + lifetime + tolerance || (timeStands && row.expiryTime <= now)) {
@@ -277,7 +287,7 @@ void SoakOracle::checkZombies(std::vector<RecordRow> const& zombies,
 // The published lastPollTime must not decrease or exceed the time of the last packet. It may be
 // earlier than that packet by the time that two reviews take.
 void SoakOracle::checkActivity(RouteId const& id, Known& known) {
-   auto const vrfStatus = simulated_.mfibHwStatus().vrfStatus(id.vrf);
+   auto const vrfStatus = switch_.mfibHwStatus().vrfStatus(id.vrf);
    auto const status = vrfStatus ? vrfStatus->route(id.key) : nullptr;
    auto const route = programmer().view(id.vrf, id.key);
    if (!status) {
@@ -297,10 +307,10 @@ void SoakOracle::checkActivity(RouteId const& id, Known& known) {
       known.sameSince = now;
    }
    // The time of two reviews: the interval, the gaps between the slices, and the cost of the calls.
-   double const entries = simulated_.chip().routes().size() + 1.0;
+   double const entries = view().use(Table::entry).used + 1.0;
    double const gaps = path_ == PathKind::async ? 0.2 * (entries / 128 + 2) : 0.2;
    double const bound = 2 * (model_.longestInterval(now - 600) + gaps +
-                             entries * config_.callCost * (path_ == PathKind::async ? 2 : 3)) +
+                             entries * timing_.callCost * (path_ == PathKind::async ? 2 : 3)) +
                         1;
    if (polled > now + tolerance) wrong(id, "lastPollTime is in the future");
    // Catch-all routes of both families are polled under one key.
@@ -339,17 +349,15 @@ void SoakOracle::checkActivity(RouteId const& id, Known& known) {
 // ---- The end. ----
 
 void SoakOracle::lookAtEmpty() {
-   Sim::Chip const& chip = std::as_const(simulated_).chip();
-   if (chip.groups() != 0) wrong(std::to_string(chip.groups()) + " groups are left over");
-   if (chip.routes().size() != 0) {
-      wrong(std::to_string(chip.routes().size()) + " route entries are left over");
+   static constexpr char const* names[] = {"groups", "route entries", "boundary entries"};
+   for (Table const table : VelMroute::allTables) {
+      Qor::U32 const used = view().use(table).used;
+      if (used == 0) continue;
+      wrong(std::to_string(used) + ' ' + names[static_cast<std::size_t>(table)] + " are left over");
    }
-   if (chip.boundaries().size() != 0) {
-      wrong(std::to_string(chip.boundaries().size()) + " boundary entries are left over");
-   }
-   auto const& path = std::as_const(simulated_).path();
+   auto const& path = std::as_const(switch_).path();
    if (path.zombies() != 0) wrong(std::to_string(path.zombies()) + " zombies are left over");
-   if (path.groupsAllocated() != 0) wrong("groups are allocated without a route");
+   if (groupsAllocated() != 0) wrong("groups are allocated without a route");
    if (!path.recordsInUse().empty()) wrong("records are in use without a route");
 }
 

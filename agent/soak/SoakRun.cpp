@@ -18,11 +18,11 @@
 namespace Agent {
 
 Testbed::Copies SoakTestbed::send(Packet const& packet) {
-   Sim::Packet const arriving = testbed_.onChip(packet);
-   Sim::Forwarded const forwarded = simulated_.chip().forward(arriving);
-   oracle_.sent(arriving, forwarded);
+   auto const arriving = testbed_.onChip(packet);
+   auto const seen = switch_.send(arriving);
+   oracle_.sent(arriving, seen);
    changed_ = true;
-   return SimulatedTestbed::copiesOf(forwarded);
+   return SwitchTestbed::copiesOf(seen);
 }
 
 namespace {
@@ -33,9 +33,9 @@ void healAll(SoakTestbed& testbed) {
    Scenario::Fault fault;
    fault.groupsExhausted = fault.routesExhausted = fault.boundariesExhausted = false;
    testbed.faultIs(fault);
-   for (std::size_t i = 0; i < Sim::writeKinds; ++i) {
+   for (std::size_t i = 0; i < VelMroute::writeKinds; ++i) {
       Scenario::Fault end;
-      end.rate = {static_cast<Sim::WriteKind>(i), 0};
+      end.rate = {static_cast<VelMroute::WriteKind>(i), 0};
       testbed.faultIs(end);
    }
 }
@@ -47,14 +47,14 @@ void rest(SoakTestbed& testbed) {
    testbed.settle();
 }
 
-void playEnd(SimulatedSwitch& simulated, SoakTestbed& testbed, SoakOracle& oracle) {
+void playEnd(Switch& theSwitch, SoakTestbed& testbed, SoakOracle& oracle) {
    healAll(testbed);
    rest(testbed);
    if (!oracle.found().empty()) return;
    oracle.lookAtAll();
    if (!oracle.found().empty()) return;
    std::vector<RouteId> wanted;
-   std::as_const(simulated).programmer().forEach([&](RouteView const& route) {
+   std::as_const(theSwitch).programmer().forEach([&](RouteView const& route) {
       wanted.push_back({route.vrf(), route.key()});
    });
    for (RouteId const& id : wanted)
@@ -67,19 +67,38 @@ void playEnd(SimulatedSwitch& simulated, SoakTestbed& testbed, SoakOracle& oracl
 
 }  // namespace
 
+std::string soakObstacle(PlatformChoice const& choice) {
+   if (!choice.virtualTime) return "the platform is not in virtual time";
+   Switch theSwitch(choice);
+   VelMroute::Platform& platform = theSwitch.platform();
+   auto const sized = [&](Table table) {
+      auto const use = platform.view()->use(table);
+      return use.size && use.allocated;
+   };
+   if (!platform.view()) return "the tables of the platform cannot be read";
+   if (!platform.probe()) return "the platform sends no packets";
+   if (!platform.faults()) return "the platform injects no faults";
+   for (Table const table : VelMroute::allTables) {
+      if (!sized(table)) return "the platform does not know the sizes of its tables";
+   }
+   if (!platform.view()->writes(VelMroute::WriteKind::groupCreate))
+      return "the platform does not count its writes";
+   return {};
+}
+
 SoakOutcome playSoak(SoakEpisode const& episode, SoakHow const& how) {
-   PathConfig const config{episode.settings.minPollingInterval, episode.settings.callCost};
-   SimulatedSwitch simulated(episode.path, episode.settings.chip, InterfaceMap(), config);
-   SimulatedTestbed inner(simulated, nullptr, true);
-   SoakOracle oracle(simulated, episode.path, config, how.looksPerFullCheck);
-   SoakTestbed testbed(simulated, inner, oracle);
+   SoakTiming const timing{episode.settings.minPollingInterval, episode.settings.callCost};
+   Switch theSwitch(how.platforms(episode.path, episode.settings.platformOptions()));
+   SwitchTestbed inner(theSwitch, nullptr, true);
+   SoakOracle oracle(theSwitch, timing, how.looksPerFullCheck);
+   SoakTestbed testbed(theSwitch, inner, oracle);
    ScenarioPlayer player(testbed, episode.lines);
    while (oracle.found().empty() && player.step()) {
       if (how.played) how.played(player.played());
    }
    if (oracle.found().empty()) {
       player.finish();
-      playEnd(simulated, testbed, oracle);
+      playEnd(theSwitch, testbed, oracle);
    }
    return {oracle.found(), player.played(), Qor::now(), oracle.figures()};
 }

@@ -24,6 +24,8 @@ struct SoakOutcome {
 inline constexpr unsigned soakProcessorLimit = 300;
 
 struct SoakHow {
+   // The chip of the episode.
+   PlatformSource platforms = simulatedPlatform;
    // One of so many looks compares everything. With 1, a fault is found at the first look after it.
    unsigned looksPerFullCheck = SoakOracle::usualLooks;
    // Called after each line with the number of lines played so far.
@@ -35,7 +37,11 @@ struct SoakHow {
 // that the chip is empty. Failed expectations of the scenario are not findings.
 SoakOutcome playSoak(SoakEpisode const& episode, SoakHow const& how = {});
 
-// Plays an episode in its own process. If the process ends early, the finding is "the process has
+// The reason why the platform cannot be soaked, such as "the platform is not in virtual time"; empty
+// if it can.
+std::string soakObstacle(PlatformChoice const& choice);
+
+// Plays an episode in its own process. The platform forks (Abilities::forks). If the process ends early, the finding is "the process has
 // ended: SIGNAL" or "... exit code N", with the first 4,000 characters of its standard error.
 // Throws std::runtime_error if no process or temporary file can be created.
 SoakOutcome forkSoak(SoakEpisode const& episode, SoakHow how = {});

@@ -1,8 +1,8 @@
-// A testbed under the oracle. It passes each operation to a SimulatedTestbed and then to the
+// A testbed under the oracle. It passes each operation to a SwitchTestbed and then to the
 // oracle. After operations, the oracle looks at the switch before the clock moves.
 #pragma once
 
-#include "agent/scenario/SimulatedTestbed.h"
+#include "agent/scenario/SwitchTestbed.h"
 #include "agent/soak/SoakOracle.h"
 
 namespace Agent {
@@ -10,11 +10,11 @@ namespace Agent {
 class SoakTestbed final : public Testbed {
  public:
    // All three outlive the testbed.
-   SoakTestbed(SimulatedSwitch& simulated, SimulatedTestbed& testbed, SoakOracle& oracle)
-         : simulated_(simulated), testbed_(testbed), oracle_(oracle) {
-      simulated_.onRerouting([this](Lnet::IntfId intf) { oracle_.rerouting(intf); });
+   SoakTestbed(Switch& theSwitch, SwitchTestbed& testbed, SoakOracle& oracle)
+         : switch_(theSwitch), testbed_(testbed), oracle_(oracle) {
+      switch_.onRerouting([this](Lnet::IntfId intf) { oracle_.rerouting(intf); });
    }
-   ~SoakTestbed() override { simulated_.onRerouting(nullptr); }
+   ~SoakTestbed() override { switch_.onRerouting(nullptr); }
 
    double nextDeadline() const override { return testbed_.nextDeadline(); }
    void runUntil(double time) override {
@@ -96,8 +96,8 @@ class SoakTestbed final : public Testbed {
       oracle_.look();
    }
 
-   SimulatedSwitch& simulated_;
-   SimulatedTestbed& testbed_;
+   Switch& switch_;
+   SwitchTestbed& testbed_;
    SoakOracle& oracle_;
    bool changed_ = false;  // an operation was called since the last look
 };

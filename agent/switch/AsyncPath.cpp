@@ -4,35 +4,20 @@
 
 namespace Agent {
 
-namespace {
+AsyncPath::AsyncPath(Surroundings const& s, Crashed const* crashed)
+      : AsyncPath(s, crashed, Qor::make<Routing::Hardware::RouteStatus>()) {}
 
-Sim::AsyncPlatformConfig platformConfig(PathConfig const& config) {
-   Sim::AsyncPlatformConfig out;
-   out.minPollingInterval = config.minPollingInterval;
-   out.callCost = config.callCost;
-   return out;
-}
-
-}  // namespace
-
-AsyncPath::AsyncPath(Surroundings const& s, PathConfig const& config, Crashed const* crashed)
-      : AsyncPath(s, crashed, Qor::make<Sim::AsyncPlatform>("sim", s.chip, platformConfig(config)),
-                  Qor::make<Routing::Hardware::RouteStatus>()) {}
-
-AsyncPath::AsyncPath(Surroundings const& s, Crashed const* crashed, PlatformPtr platform,
-                     RouteStatusPtr routeStatus)
-      : SwitchPathBase(s, newTable(s, crashed, platform, routeStatus),
-                       crashed ? newRestart(platform) : nullptr),
-        platform_(std::move(platform)),
+AsyncPath::AsyncPath(Surroundings const& s, Crashed const* crashed, RouteStatusPtr routeStatus)
+      : SwitchPathBase(s, newTable(s, crashed, routeStatus), crashed != nullptr),
+        hooks_(s.platform->asyncHooks()),
         routeStatus_(std::move(routeStatus)),
         bfdAppStatus_(s.bfdAppStatus) {}
 
 std::unique_ptr<VelMroute::AsyncRouteTable> AsyncPath::newTable(Surroundings const& s,
                                                                 Crashed const* crashed,
-                                                                PlatformPtr const& platform,
                                                                 RouteStatusPtr const& routeStatus) {
    auto table = std::make_unique<VelMroute::AsyncRouteTable>(
-         VelMroute::AsyncRouteTable::Inputs{.hooks = platform,
+         VelMroute::AsyncRouteTable::Inputs{.hooks = s.platform->asyncHooks(),
                                             .vrfs = routeStatus,
                                             .vlans = s.intfVlanIdTable,
                                             .config = s.mfibConfig,
@@ -43,20 +28,14 @@ std::unique_ptr<VelMroute::AsyncRouteTable> AsyncPath::newTable(Surroundings con
                                             .intfs = nullptr,
                                             .localIntfs = nullptr});
    if (!crashed) return table;
-   platform->faults() = crashed->faults;
    for (auto const& [vrf, id] : crashed->vrfs)
       routeStatus->newVrfStatus(vrf, id);
    return table;
 }
 
-std::unique_ptr<Sim::ChipRestart> AsyncPath::newRestart(PlatformPtr const& platform) {
-   return std::make_unique<Sim::ChipRestart>(*platform->chip(), platform->found(),
-                                             [platform] { return platform->sweepUnadopted(); });
-}
-
 TreeRoots AsyncPath::roots() const {
    return {{"bfd", Qor::toGeneric(bfdAppStatus_)},
-           {"helper/1", Qor::toGeneric(Qor::Ptr<VelHelper::AsyncMrouteHelper>(platform_))},
+           {"helper/1", Qor::toGeneric(hooks_)},
            {"routeStatus", Qor::toGeneric(routeStatus_)},
            {"sm/1", Qor::toGeneric(table().reactor())},
            {"switch/1", Qor::toGeneric(mrouteSwitch())}};
@@ -75,7 +54,7 @@ void AsyncPath::timelineIs(Timeline* timeline) {
 
 RecordRow AsyncPath::rowOf(Vel::Mroute::AsyncMtableOifSet const& record) const {
    RecordRow row;
-   row.group = row.index = record.multicastId();
+   row.index = record.multicastId();
    row.usedInHw = record.usedInHw();
    return row;
 }

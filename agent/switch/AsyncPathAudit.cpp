@@ -2,7 +2,7 @@
 #include <algorithm>
 
 #include "agent/switch/AsyncPath.h"
-#include "platform/sim/Format.h"
+#include "platform/Format.h"
 
 namespace Agent {
 
@@ -11,16 +11,16 @@ using Routing::Multicast::Fib::IpGenRouteKey;
 std::vector<Qor::String> AsyncPath::auditTables() const {
    std::vector<Qor::String> faults = auditRecords();
    auto const& chip = *mrouteSwitch();
-   if (chip.inUseRouteHandleKey().size() != platform_->routesAllocated()) {
+   auto const handles = allocated(Table::entry);
+   if (handles && chip.inUseRouteHandleKey().size() != *handles) {
       faults.push_back(fmt::format("inUseRouteHandleKey has {} handles, {} are allocated",
-                                   chip.inUseRouteHandleKey().size(),
-                                   platform_->routesAllocated()));
+                                   chip.inUseRouteHandleKey().size(), *handles));
    }
    for (auto const& [handle, key] : chip.inUseRouteHandleKey()) {
-      Sim::Entry const* const onChip = entry(handle);
-      bool const catchAll = onChip && onChip->key.kind() == IpGenRouteKey::kindCatchAll;
-      if (onChip && (onChip->acceptingVlan != key.vlan() || onChip->vrfId != key.vrfId().value() ||
-                     (!catchAll && onChip->key != key.routeKey()))) {
+      auto const onChip = view() ? view()->entry(handle) : std::nullopt;
+      bool const catchAll = onChip && onChip->route.key.kind() == IpGenRouteKey::kindCatchAll;
+      if (onChip && (onChip->route.vlan != key.vlan() || onChip->route.vrfId != key.vrfId() ||
+                     (!catchAll && onChip->route.key != key.routeKey()))) {
          faults.push_back(
                fmt::format("handle {} is recorded for {}, but has another entry", handle, key));
       }

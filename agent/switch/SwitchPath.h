@@ -1,7 +1,7 @@
-// The objects between the inputs of a simulated switch and its chip, on one of the two paths:
-// platform hooks, and a programmer over the route table of the path, which has table programmer and
-// reactors. The path owns these objects and wires them as on a real switch. The objects that are the
-// same on both paths belong to agent/switch/SimulatedSwitch.h.
+// The objects between the inputs of a switch and the hooks of its platform, on one of the two paths:
+// a programmer over the route table of the path, which has table programmer and reactors. The path
+// owns these objects and wires them as on a real switch. The objects that are the same on both paths
+// belong to agent/switch/Switch.h.
 #pragma once
 
 #include <map>
@@ -16,9 +16,7 @@
 #include "Routing/Multicast/Fib/VrfConfig.h"
 #include "Vel/VrfId.h"
 #include "agent/timeline/Timeline.h"
-#include "platform/sim/Chip.h"
-#include "platform/sim/Faults.h"
-#include "platform/sim/Found.h"
+#include "platform/Platform.h"
 #include "programmer/Programmer.h"
 
 namespace Agent {
@@ -29,14 +27,9 @@ using VelMroute::RouteView;
 using VelMroute::Table;
 using VelMroute::WantedRoute;
 
-struct PathConfig {
-   Qor::Seconds minPollingInterval = 0;  // the shortest interval at which activity can be polled
-   Qor::Seconds callCost = 0;            // virtual time that each hook call takes
-};
-
 // The objects to which a path is wired. None is null.
 struct Surroundings {
-   Qor::Ptr<Sim::Chip> chip;
+   Qor::Ptr<VelMroute::Platform> platform;
    Qor::Ptr<Routing::Multicast::Fib::VrfConfig> mfibConfig;
    Qor::Ptr<Routing::Multicast::Fib::Hardware::Status> mfibHwStatus;
    Qor::Ptr<IntfVlanId::Table> intfVlanIdTable;
@@ -47,15 +40,14 @@ struct Surroundings {
 // The state that outlives a crash of the agent, besides the surroundings.
 struct Crashed {
    std::map<L3::VrfName, Vel::VrfId> vrfs;
-   Sim::Faults faults;  // faults of the hardware
 };
 
 // A record of an oif set in the chip's replication table.
 struct RecordRow {
    MrouteLib::OifSetPtr oifSet;
-   Qor::U32 group = 0;            // the number of its group in the table
-   Qor::U32 index = 0;            // the multicast id, or the oif set index
-   std::optional<bool> usedInHw;  // on the asynchronous path alone
+   std::optional<Qor::U32> group;  // the number of its group; nothing if the platform has none
+   Qor::U32 index = 0;             // the multicast id, or the oif set index
+   std::optional<bool> usedInHw;   // on the asynchronous path alone
    bool dirty = false;
    bool rewriteWaits = false;             // the set waits for a pass of fast reroute
    Qor::Seconds expiryTime = Qor::never;  // of a zombie
@@ -81,33 +73,15 @@ class SwitchPath {
    // Returns null on a path whose reactor follows no BFD sessions.
    virtual Bfd::AppStatus* bfdAppStatus() { return nullptr; }
 
-   // ---- The platform. ----
-
-   virtual Sim::Faults& faults() = 0;
-   virtual Sim::Faults const& faults() const = 0;
-   // The faults of the platform and its chip, a line each. If a verification is due, it is made
-   // before.
-   virtual std::vector<Qor::String> audit() const = 0;
-   // Whether writes are issued and not yet on the chip.
-   virtual bool writesPending() const = 0;
-   // The part of audit() about calls of hooks: violations, and differences found by verification.
-   virtual std::vector<Qor::String> platformFaults() const = 0;
-   virtual Qor::U32 groupsAllocated() const = 0;
-   // The chip's entry with this handle, or null.
-   virtual Sim::Entry const* entry(MrouteLib::RouteHandle handle) const = 0;
+   // The faults of the reactors that have no other way to report them, a line each.
+   virtual std::vector<Qor::String> faults() const { return {}; }
+   // Makes the verification of the hardware that is due.
+   virtual void verify() const {}
    // Whether the path has bridged routes, which take an entry of the boundary table.
    virtual bool bridges() const { return false; }
    // The route's own counter. Nothing for a route without a counter, and on the asynchronous path,
    // where the platform keeps the counters.
    virtual std::optional<Qor::U64> counter(RouteKey const&) const { return std::nullopt; }
-
-   // ---- A crash of the agent. ----
-
-   // Detaches the platform before the path is destroyed, so that no call during the destruction
-   // reaches the chip. The oldest `applied` writes that are under way still reach it.
-   virtual void detach(Qor::U32 applied) = 0;
-   // The groups and entries of an earlier agent that no route has taken over.
-   virtual Sim::Found const& found() const = 0;
 
    // ---- The table programmer's records. ----
 

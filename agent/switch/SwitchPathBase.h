@@ -8,8 +8,7 @@
 #include <utility>
 
 #include "agent/switch/SwitchPath.h"
-#include "platform/sim/ChipRestart.h"
-#include "platform/sim/Format.h"
+#include "platform/Format.h"
 
 namespace Agent {
 
@@ -46,19 +45,23 @@ class SwitchPathBase : public SwitchPath {
    using SwitchPtr = std::remove_cvref_t<decltype(std::declval<RouteTable>().mrouteSwitch())>;
    using Record = typename SwitchPtr::element_type::RecordPtr::element_type;
 
-   // `restart` is null on a chip without groups and entries of an earlier agent.
-   SwitchPathBase(Surroundings const& s, std::unique_ptr<RouteTable> table,
-                  std::unique_ptr<Sim::ChipRestart> restart)
+   // `recovers`: an earlier agent left groups and entries on the chip.
+   SwitchPathBase(Surroundings const& s, std::unique_ptr<RouteTable> table, bool recovers)
          : table_(*table),
-           restart_(std::move(restart)),
+           platform_(s.platform),
            programmer_({.table = std::move(table),
                         .vlans = s.intfVlanIdTable,
                         .published = s.mfibHwStatus,
-                        .restart = restart_.get()}) {}
+                        .restart = recovers ? platform_->restart() : nullptr}) {}
 
    RouteTable& table() { return table_; }
    RouteTable const& table() const { return table_; }
    SwitchPtr const& mrouteSwitch() const { return table_.mrouteSwitch(); }
+   VelMroute::View const* view() const { return platform_->view(); }
+   // The number of places that the platform has given out; nothing if it does not know.
+   std::optional<Qor::U32> allocated(Table table) const {
+      return view() ? view()->use(table).allocated : std::nullopt;
+   }
 
    // The faults of the collections that both paths have.
    std::vector<Qor::String> auditRecords() const {
@@ -90,12 +93,13 @@ class SwitchPathBase : public SwitchPath {
       return faults;
    }
 
-   // A row with the members that depend on the path.
+   // A row with the members that depend on the path: index and usedInHw.
    virtual RecordRow rowOf(Record const& record) const = 0;
 
  private:
    RecordRow row(Record const& record) const {
       RecordRow row = rowOf(record);
+      row.group = view() ? view()->groupOf(row.index) : std::nullopt;
       row.oifSet = record.oifSet();
       row.dirty = record.dirty();
       row.rewriteWaits = mrouteSwitch()->frrProcessingOifSet().find(record.oifSet()) != nullptr;
@@ -104,7 +108,7 @@ class SwitchPathBase : public SwitchPath {
    }
 
    RouteTable& table_;  // owned by the programmer
-   std::unique_ptr<Sim::ChipRestart> const restart_;
+   Qor::Ptr<VelMroute::Platform> const platform_;
    Programmer programmer_;
 };
 

@@ -5,10 +5,10 @@
 
 namespace Agent {
 
-std::unique_ptr<SwitchPath> newSwitchPath(PathKind path, Surroundings const& surroundings,
-                                          PathConfig const& config, Crashed const* crashed) {
-   if (path == PathKind::sync) return std::make_unique<SyncPath>(surroundings, config, crashed);
-   return std::make_unique<AsyncPath>(surroundings, config, crashed);
+std::unique_ptr<SwitchPath> newSwitchPath(Surroundings const& surroundings,
+                                          Crashed const* crashed) {
+   if (surroundings.platform->syncHooks()) return std::make_unique<SyncPath>(surroundings, crashed);
+   return std::make_unique<AsyncPath>(surroundings, crashed);
 }
 
 }  // namespace Agent

@@ -1,4 +1,4 @@
-// The synchronous path of a simulated switch. The per-switch reactor purges zombies, polls activity
+// The synchronous path of a switch. The per-switch reactor purges zombies, polls activity
 // and is notified of links. The reactor above all switches enables routing with the first VRF and
 // keeps the counters, which are polled all the time. The verifier requests the comparison of tables
 // and hardware.
@@ -6,38 +6,27 @@
 
 #include "agent/switch/SwitchPathBase.h"
 #include "agent/switch/Verifier.h"
-#include "platform/sim/SyncPlatform.h"
 #include "programmer/SyncRouteTable.h"
 
 namespace Agent {
 
 class SyncPath final : public SwitchPathBase<VelMroute::SyncRouteTable> {
  public:
-   SyncPath(Surroundings const& s, PathConfig const& config, Crashed const* crashed);
+   // `crashed` is null at the first start of the agent.
+   SyncPath(Surroundings const& s, Crashed const* crashed);
 
    void vrfIs(L3::VrfName const& vrf, Vel::VrfId id) override { inputs_.vrfIs(vrf, id); }
 
-   Sim::Faults& faults() override { return platform_->faults(); }
-   Sim::Faults const& faults() const override { return platform_->faults(); }
-   // Makes the verification that is due. Differences of earlier verifications are part of the
-   // audit.
-   std::vector<Qor::String> audit() const override;
-   std::vector<Qor::String> platformFaults() const override;
-   bool writesPending() const override { return false; }
-   Qor::U32 groupsAllocated() const override { return platform_->groupsAllocated(); }
-   Sim::Entry const* entry(MrouteLib::RouteHandle handle) const override;
+   std::vector<Qor::String> faults() const override;
+   void verify() const override { verifier_->verify(); }
    bool bridges() const override { return true; }
    std::optional<Qor::U64> counter(RouteKey const& key) const override;
 
    std::vector<Qor::String> auditTables() const override;
    TreeRoots roots() const override;
-   void detach(Qor::U32) override { platform_->detach(); }
-   Sim::Found const& found() const override { return platform_->found(); }
-
    void timelineIs(Timeline* timeline) override;
 
  private:
-   using PlatformPtr = Qor::Ptr<Sim::SyncPlatform>;
    using CounterStatus = Routing::Multicast::Fib::CounterStatus;
 
    // The entities that only the reactors of the synchronous path read and write.
@@ -56,16 +45,13 @@ class SyncPath final : public SwitchPathBase<VelMroute::SyncRouteTable> {
 
    static constexpr Qor::U32 switchId = 1;
 
-   SyncPath(Surroundings const& s, Crashed const* crashed, PlatformPtr platform, Inputs inputs);
+   SyncPath(Surroundings const& s, Crashed const* crashed, Inputs inputs);
    static std::unique_ptr<VelMroute::SyncRouteTable> newTable(Surroundings const& s,
                                                               Crashed const* crashed,
-                                                              PlatformPtr const& platform,
                                                               Inputs const& inputs);
-   static std::unique_ptr<Sim::ChipRestart> newRestart(PlatformPtr const& platform);
    RecordRow rowOf(Vel::MtableOifSet const& record) const override;
-   void addFaults(std::vector<Qor::String>& faults) const;
 
-   PlatformPtr const platform_;
+   Qor::Ptr<VelHelper::MrouteSmHelper> const hooks_;
    Inputs const inputs_;
    std::unique_ptr<Verifier> const verifier_;
 };

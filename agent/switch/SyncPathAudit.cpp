@@ -1,21 +1,21 @@
 // The audit of the synchronous table programmer's collections.
 
 #include "agent/switch/SyncPath.h"
-#include "platform/sim/Format.h"
+#include "platform/Format.h"
 
 namespace Agent {
 
 std::vector<Qor::String> SyncPath::auditTables() const {
    std::vector<Qor::String> faults = auditRecords();
    auto const& chip = *mrouteSwitch();
-   if (chip.route().size() != platform_->routesAllocated()) {
-      faults.push_back(fmt::format("the switch has {} routes, {} are allocated",
-                                   chip.route().size(), platform_->routesAllocated()));
-   }
-   if (chip.boundary().size() != platform_->boundariesAllocated()) {
-      faults.push_back(fmt::format("the switch has {} boundary entries, {} are allocated",
-                                   chip.boundary().size(), platform_->boundariesAllocated()));
-   }
+   auto const compare = [&](Table table, char const* what, std::size_t size) {
+      auto const count = allocated(table);
+      if (count && size != *count)
+         faults.push_back(fmt::format("{} {}, {} are allocated", what, size, *count));
+   };
+   compare(Table::entry, "number of routes of the switch:", chip.route().size());
+   compare(Table::boundary, "number of boundary entries of the switch:", chip.boundary().size());
+   compare(Table::group, "number of indexes in oifSetIndexColl:", chip.oifSetIndexColl().size());
    for (auto const& [handle, route] : chip.route()) {
       auto const& record = route->mtableOifSet();
       if (record && (record->deleted() || record->zombie().isZombie())) {
@@ -38,12 +38,8 @@ std::vector<Qor::String> SyncPath::auditTables() const {
                "routeKeyToHandle leads from {} to route {}, which has another key", key, handle));
       }
    }
-   if (chip.oifSetIndexColl().size() != platform_->groupsAllocated()) {
-      faults.push_back(fmt::format("oifSetIndexColl has {} indexes, {} are allocated",
-                                   chip.oifSetIndexColl().size(), platform_->groupsAllocated()));
-   }
    for (auto const& [index, inUse] : chip.oifSetIndexColl()) {
-      if (!inUse || platform_->groupOf(index) == Sim::noGroup) {
+      if (!inUse || (view() && !view()->groupOf(index))) {
          faults.push_back(
                fmt::format("oifSetIndexColl names index {}, which is not allocated", index));
       }

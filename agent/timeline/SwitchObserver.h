@@ -10,14 +10,14 @@ namespace Agent {
 
 // Each path derives an observer and adds the collections whose names differ: a change of the routes
 // calls routeChanged() or routesChanged(), and a change of the groups calls tablesChanged().
-template <class Switch>
-class SwitchObserver : public SwitchTracks, public Switch::Notifiee {
+template <class MrouteSwitch>
+class SwitchObserver : public SwitchTracks, public MrouteSwitch::Notifiee {
  protected:
-   using ZombieKey = typename Switch::ZombieOifSetColl::Key;
+   using ZombieKey = typename MrouteSwitch::ZombieOifSetColl::Key;
    using OifSetPtr = MrouteLib::OifSetPtr;
-   using Switch::Notifiee::notifier;
+   using MrouteSwitch::Notifiee::notifier;
 
-   SwitchObserver(Timeline& timeline, Switch const& mrouteSwitch)
+   SwitchObserver(Timeline& timeline, MrouteSwitch const& mrouteSwitch)
          : SwitchTracks(timeline, mrouteSwitch.name()) {
       this->notifierIs(&mrouteSwitch);
    }

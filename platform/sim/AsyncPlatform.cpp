@@ -4,7 +4,7 @@
 #include <iterator>
 #include <utility>
 
-#include "platform/sim/Format.h"
+#include "platform/Format.h"
 
 namespace Sim {
 

@@ -78,8 +78,8 @@ enum class AsyncHook : unsigned char {
 inline constexpr std::size_t asyncHooks = 22;
 std::string_view nameOf(AsyncHook hook);
 
-class AsyncPlatform final : public VelHelper::AsyncMrouteHelper,
-                            public PlatformBase<AsyncHook, asyncHooks> {
+class AsyncPlatform : public VelHelper::AsyncMrouteHelper,
+                      public PlatformBase<AsyncHook, asyncHooks> {
  public:
    using RouteKeyType = Routing::Multicast::Fib::RouteKeyType;
 
@@ -146,6 +146,9 @@ class AsyncPlatform final : public VelHelper::AsyncMrouteHelper,
    double doGetAdjustedActivityPollInterval(double const& interval) override;
    void doScheduleVerify() override;
 
+ protected:
+   ~AsyncPlatform() override;
+
  private:
    struct GroupState {
       bool allocated = false;
@@ -157,8 +160,6 @@ class AsyncPlatform final : public VelHelper::AsyncMrouteHelper,
       ChipXactPtr point;             // the latest write that points the entry at a group
       Qor::U32 adoptedAt = noGroup;  // the group of an adopted entry until its first pointing
    };
-
-   ~AsyncPlatform() override;
 
    bool isFixedGroup(Qor::U32 id) const {
       return id >= config_.firstFixedGroup && id - config_.firstFixedGroup < config_.fixedGroups;

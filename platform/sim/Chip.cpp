@@ -3,12 +3,11 @@
 #include <algorithm>
 #include <cmath>
 #include <iterator>
-#include <tuple>
 #include <utility>
 
 #include "Qor/Clock.h"
 #include "Qor/EnumText.h"
-#include "platform/sim/Format.h"
+#include "platform/Format.h"
 
 namespace Sim {
 
@@ -16,20 +15,6 @@ using Bridging::VlanIdOrNone;
 using Lnet::IntfId;
 using MrouteLib::PortVlan;
 using Qor::U32;
-
-std::ostream& operator<<(std::ostream& os, WriteKind kind) {
-   static constexpr char const* names[] = {"groupCreate",    "groupUpdate",   "groupDelete",
-                                           "routeCreate",    "routePoint",    "routeDelete",
-                                           "boundaryCreate", "boundaryDelete"};
-   static_assert(std::size(names) == writeKinds);
-   return Qor::printEnum(os, kind, names);
-}
-
-std::ostream& operator<<(std::ostream& os, Forwarding forwarding) {
-   static constexpr char const* names[] = {"forwarded",  "noRoute",   "wrongVlan", "notPointed",
-                                           "emptyGroup", "portsDown", "bridged"};
-   return Qor::printEnum(os, forwarding, names);
-}
 
 Qor::String groupName(U32 group) {
    if (group == noGroup) return "none";
@@ -229,41 +214,10 @@ Refusal Chip::boundaryDelete(U32 index) {
 
 // ---- Packets ----
 
-void Chip::replicate(Group const& to, Forwarded& out) {
-   for (PortVlan const& member : to.members) {
-      Port& port = ports_.find(member.intfId())->second;
-      if (port.linkUp) {
-         ++port.copies;
-         out.copies.push_back(member);
-      } else {
-         ++port.droppedCopies;
-         ++droppedCopies_;
-         ++out.droppedCopies;
-      }
-   }
-   out.toCpu = to.toCpu;
-   if (out.toCpu || !out.copies.empty()) {
-      out.result = Forwarding::forwarded;
-   } else {
-      out.result = to.members.empty() ? Forwarding::emptyGroup : Forwarding::portsDown;
-   }
-}
-
 Forwarded Chip::forward(Packet const& p) {
-   using OtherVlan = EntryTable::OtherVlan;
-   // If all entries of a key accept from other vlans, a route key drops the packet, and a boundary
-   // key leaves the packet to shorter matches.
-   auto const route = routes_.lookup(p.vrfId, p.source, p.group, p.vlan, OtherVlan::ends);
-   auto const boundary = boundaries_.lookup(p.vrfId, p.source, p.group, p.vlan, OtherVlan::passed);
-   // At equal length the boundary entry decides.
-   bool const kept = boundary.index && std::tie(boundary.groupLength, boundary.sourceLength) >=
-                                             std::tie(route.groupLength, route.sourceLength);
-   Forwarded out;
-   if (!kept && !route.index) {
-      out.result = route.keyFound ? Forwarding::wrongVlan : Forwarding::noRoute;
-      return out;
-   }
-   out.entry = kept ? boundary.index : route.index;
+   Forwarded out = VelMroute::match(routes_, boundaries_, p);
+   if (!out.entry) return out;
+   bool const kept = out.result == Forwarding::bridged;
    Entry* const found = kept ? boundaries_.find(*out.entry) : routes_.find(*out.entry);
    QOR_ASSERT(found != nullptr);
    Entry& entry = *found;
@@ -272,13 +226,15 @@ Forwarded Chip::forward(Packet const& p) {
    entry.bytes += p.bytes;
    ++hits_.packets;
    hits_.bytes += p.bytes;
-   if (kept) {
-      out.result = Forwarding::bridged;
-   } else if (Group const* const to = group(entry.group)) {
-      replicate(*to, out);
-   } else {
-      out.result = Forwarding::notPointed;
-   }
+   Group const* const to = kept ? nullptr : group(entry.group);
+   if (!to) return out;
+   auto const isUp = [&](PortVlan const& member) {
+      Port& port = ports_.find(member.intfId())->second;
+      ++(port.linkUp ? port.copies : port.droppedCopies);
+      return port.linkUp;
+   };
+   VelMroute::replicate(*to, isUp, out);
+   droppedCopies_ += out.droppedCopies;
    return out;
 }
 

@@ -18,9 +18,19 @@
 #include "Lnet/IntfId.h"
 #include "MrouteLib/PortVlanSet.h"
 #include "Qor/Ptr.h"
-#include "platform/sim/EntryTable.h"
+#include "hooks/Forwarding.h"
+#include "platform/Faults.h"
 
 namespace Sim {
+
+using VelMroute::EntryTable;
+using VelMroute::Forwarded;
+using VelMroute::Forwarding;
+using VelMroute::noGroup;
+using VelMroute::Packet;
+using VelMroute::Refusal;
+using VelMroute::Traffic;
+using Entry = VelMroute::TableEntry;
 
 // The defaults are the sizes of a mid-range fixed-configuration switch. Each table has at most
 // 16,777,216 entries.
@@ -33,17 +43,9 @@ struct ChipConfig {
    Qor::Seconds latency = 0.001;
 };
 
-enum class WriteKind : unsigned char {
-   groupCreate,
-   groupUpdate,
-   groupDelete,
-   routeCreate,
-   routePoint,
-   routeDelete,
-   boundaryCreate,
-   boundaryDelete,
-};
-inline constexpr std::size_t writeKinds = 8;
+using VelMroute::Faults;
+using VelMroute::WriteKind;
+using VelMroute::writeKinds;
 
 // The hard-wired groups that every chip has outside its replication table: dropGroup sends nowhere,
 // and cpuGroup sends to the CPU alone. They need no room and cannot be written, and an entry may
@@ -55,8 +57,6 @@ constexpr bool isHardWired(Qor::U32 group) {
    return group == dropGroup || group == cpuGroup;
 }
 Qor::String groupName(Qor::U32 group);  // "17", "drop", "cpu"; "none" for noGroup
-
-std::ostream& operator<<(std::ostream& os, WriteKind kind);  // "groupCreate"
 
 // Calls and writes that a correct driver never makes. All violations are counted; the texts of the
 // first hundred are kept.
@@ -90,34 +90,6 @@ struct Group {
 
 // The outgoing pairs of a set as the members of a group, ascending.
 std::vector<MrouteLib::PortVlan> membersOf(MrouteLib::PortVlanSet const& set);
-
-struct Packet {
-   Qor::U32 vrfId = 0;
-   Lnet::IpGenAddr source;
-   Lnet::IpGenAddr group;
-   Bridging::VlanIdOrNone vlan;  // the vlan in which the packet arrives
-   Qor::U32 bytes = 64;
-};
-
-enum class Forwarding : unsigned char {
-   forwarded,   // to a port or to the CPU
-   noRoute,     // no entry matches
-   wrongVlan,   // the entries of the longest match accept from other vlans
-   notPointed,  // the entry points at no group
-   emptyGroup,  // the group has no members and does not send to the CPU
-   portsDown,   // the links of all members are down
-   bridged,     // a boundary entry keeps the packet in its vlan
-};
-
-std::ostream& operator<<(std::ostream& os, Forwarding forwarding);  // "wrongVlan"
-
-struct Forwarded {
-   Forwarding result = Forwarding::noRoute;
-   std::vector<MrouteLib::PortVlan> copies;  // ascending
-   bool toCpu = false;
-   Qor::U32 droppedCopies = 0;     // copies dropped because the link of their port is down
-   std::optional<Qor::U32> entry;  // the number of the route or boundary entry that was hit
-};
 
 class Chip final : public Qor::RefCounted {
  public:
@@ -157,18 +129,14 @@ class Chip final : public Qor::RefCounted {
    [[nodiscard]] Refusal routeDelete(Qor::U32 index);
 
    // Creates a boundary entry, which keeps a matching packet in its accepting vlan. That vlan must
-   // not be none. If a route entry matches as well, the longer match decides, and between equally
-   // long ones the boundary entry.
+   // not be none.
    [[nodiscard]] Refusal boundaryCreate(Qor::U32 index, Entry const& entry);
    [[nodiscard]] Refusal boundaryDelete(Qor::U32 index);
 
    // ---- Packets. ----
 
-   // Forwards one packet. A match is longer if its group prefix is longer, and for equal group
-   // prefixes if its source prefix is longer: (S,G), (*,G), group ranges, catch-all. If all route
-   // entries of the longest match accept from other vlans, the packet is dropped and does not fall
-   // through to a shorter match. The entry that matches with its vlan counts the packet and gets
-   // the time of the hit, also if it forwards nothing.
+   // Forwards one packet by the rule of hooks/Forwarding.h. The entry that matches with its vlan
+   // counts the packet and gets the time of the hit, also if it forwards nothing.
    Forwarded forward(Packet const& packet);
 
    // ---- Reading. ----
@@ -213,7 +181,6 @@ class Chip final : public Qor::RefCounted {
    Refusal checkInTable(Qor::U32 id) const;
    Refusal checkMembers(std::vector<MrouteLib::PortVlan> const& members) const;
    Refusal groupWrite(Qor::U32 id, std::vector<MrouteLib::PortVlan> members, bool toCpu);
-   void replicate(Group const& group, Forwarded& out);
 
    ChipConfig const config_;
    Qor::HashMap<Lnet::IntfId, Port> ports_;

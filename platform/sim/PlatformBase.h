@@ -19,7 +19,6 @@
 
 #include "Qor/Clock.h"
 #include "platform/sim/Chip.h"
-#include "platform/sim/Faults.h"
 #include "platform/sim/Found.h"
 
 namespace Sim {

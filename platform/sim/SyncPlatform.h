@@ -97,8 +97,7 @@ enum class SyncHook : unsigned char {
 inline constexpr std::size_t syncHooks = 28;
 std::string_view nameOf(SyncHook hook);
 
-class SyncPlatform final : public VelHelper::MrouteSmHelper,
-                           public PlatformBase<SyncHook, syncHooks> {
+class SyncPlatform : public VelHelper::MrouteSmHelper, public PlatformBase<SyncHook, syncHooks> {
  public:
    using CounterMode = Routing::Multicast::Fib::CounterMode;
    using RouteHandle = MrouteLib::RouteHandle;
@@ -179,6 +178,9 @@ class SyncPlatform final : public VelHelper::MrouteSmHelper,
    void verifyMrouteBoundary(Qor::U32 switchId, Qor::U16 vrfId,
                              Qor::Ptr<Vel::Boundary const> boundary) override;
 
+ protected:
+   ~SyncPlatform() override;
+
  private:
    struct SetState {
       Qor::U64 owner;  // the serial of the oif set
@@ -200,8 +202,6 @@ class SyncPlatform final : public VelHelper::MrouteSmHelper,
       Traffic gone;  // the traffic of deleted entries
       Traffic read;  // the traffic of all entries up to the last reading
    };
-
-   ~SyncPlatform() override;
 
    // Whether the call is for this chip, or for this chip in service. A wrong call is a violation.
    bool isMine(Hook hook, Qor::U32 switchId);

@@ -1,7 +1,7 @@
 // The synchronous platform: reading the chip for hit bits, counters, verification and the audit.
 #include <utility>
 
-#include "platform/sim/Format.h"
+#include "platform/Format.h"
 #include "platform/sim/SyncPlatform.h"
 
 namespace Sim {

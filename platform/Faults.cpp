@@ -1,8 +1,19 @@
-#include "platform/sim/Faults.h"
+#include "platform/Faults.h"
 
 #include <utility>
 
-namespace Sim {
+#include "Qor/Assert.h"
+#include "Qor/EnumText.h"
+
+namespace VelMroute {
+
+std::ostream& operator<<(std::ostream& os, WriteKind kind) {
+   static constexpr char const* names[] = {"groupCreate",    "groupUpdate",   "groupDelete",
+                                           "routeCreate",    "routePoint",    "routeDelete",
+                                           "boundaryCreate", "boundaryDelete"};
+   static_assert(std::size(names) == writeKinds);
+   return Qor::printEnum(os, kind, names);
+}
 
 void Faults::failNext(WriteKind kind, Qor::String8 reason, Qor::U32 count) {
    QOR_ASSERT(!reason.empty());
@@ -69,4 +80,4 @@ Qor::Seconds Faults::extraLatency() {
    return slowIn_ > 0 && --slowIn_ == 0 ? slowBy_ : 0;
 }
 
-}  // namespace Sim
+}  // namespace VelMroute

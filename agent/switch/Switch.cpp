@@ -1,7 +1,9 @@
-#include "agent/switch/SimulatedSwitch.h"
+#include "agent/switch/Switch.h"
 
 #include <algorithm>
+#include <chrono>
 #include <set>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -12,11 +14,31 @@ namespace Agent {
 
 namespace {
 
-Qor::Ptr<Qor::ActivityManager> newVirtualTime() {
-   auto manager = Qor::make<Qor::ActivityManager>(Qor::ActivityManager::TimeBase::virtualTime);
+using TimeBase = Qor::ActivityManager::TimeBase;
+
+// In real time, the longest wait for work of other threads, which no clock announces.
+constexpr Qor::Seconds longestWait = 0.01;
+
+Qor::Ptr<Qor::ActivityManager> newTime(bool isVirtual) {
+   auto manager =
+         Qor::make<Qor::ActivityManager>(isVirtual ? TimeBase::virtualTime : TimeBase::real);
    Qor::activityManagerIs(manager);
    return manager;
 }
+
+// The view of a platform that cannot read its tables back.
+class NoView final : public VelMroute::View {
+ public:
+   void refresh(std::function<void(bool read)> const& done) override { done(false); }
+   Qor::Seconds asOf() const override { return 0; }
+   std::optional<Qor::U32> groupOf(Qor::U32) const override { return std::nullopt; }
+   std::optional<Group> group(Qor::U32) const override { return std::nullopt; }
+   std::optional<Entry> entry(MrouteLib::RouteHandle) const override { return std::nullopt; }
+   void forEachEntry(std::function<void(Entry const&)> const&) const override {}
+   void forEachGroup(std::function<void(Qor::U32, Group const&)> const&) const override {}
+   Use use(Table) const override { return {}; }
+   std::optional<bool> linkUp(Lnet::IntfId) const override { return std::nullopt; }
+};
 
 }  // namespace
 
@@ -24,55 +46,95 @@ bool carriesTraffic(Interface::IntfOperStatus status) {
    return status == Interface::IntfOperStatus::up || status == Interface::IntfOperStatus::unknown;
 }
 
-SimulatedSwitch::SimulatedSwitch(PathKind path, Sim::ChipConfig const& config, InterfaceMap intfMap,
-                                 PathConfig const& pathConfig)
+Switch::Switch(PlatformChoice const& platform, InterfaceMap intfMap)
       : intfMap_(std::move(intfMap)),
-        activity_(newVirtualTime()),
-        pathKind_(path),
-        pathConfig_(pathConfig),
-        surroundings_{Qor::make<Sim::Chip>(config),
+        activity_(newTime(platform.virtualTime)),
+        pathKind_(platform.path),
+        virtualTime_(platform.virtualTime),
+        surroundings_{platform.make(),
                       Qor::make<Routing::Multicast::Fib::VrfConfig>(),
                       Qor::make<Routing::Multicast::Fib::Hardware::Status>(),
                       Qor::make<IntfVlanId::Table>(),
                       Qor::make<Interface::EthIntfStatusDir>(),
                       Qor::make<Bfd::AppStatus>()},
-        path_(newSwitchPath(pathKind_, surroundings_, pathConfig_)),
+        path_(newSwitchPath(surroundings_)),
         replay_([this](RouteId const& id,
                        WantedRoute const& wanted) { programmer().routeIs(id.vrf, id.key, wanted); },
                 [this] { programmer().resyncEnd(); }) {
    learnVrf(L3::VrfName("default"));
 }
 
-SimulatedSwitch::~SimulatedSwitch() = default;
+Switch::~Switch() = default;
 
-void SimulatedSwitch::apply(CaptureEvent const& event) {
-   activity_->runUntil(timeOf(event).time);
+void Switch::apply(CaptureEvent const& event) {
+   runUntil(timeOf(event).time);
    learn(event);
    std::visit([this](auto const& e) { apply(e); }, event);
 }
 
-void SimulatedSwitch::settle() {
-   while (!programmer().settled() || path_->writesPending() || recovering()) {
-      activity_->runUntil(activity_->nextDeadline());
+void Switch::settle() {
+   while (!programmer().settled() || platform().writesPending() || recovering()) {
+      Qor::Seconds const next = nextDeadline();
+      runUntil(virtualTime_ ? next : std::min(next, Qor::now() + longestWait));
+   }
+   if (VelMroute::Probe* const probe = platform().probe(); probe && !virtualTime_) probe->settle();
+   readBack();
+}
+
+// A probe knows how to turn the loop of its platform, which may have descriptors of its own.
+void Switch::runUntil(Qor::Seconds time) {
+   if (virtualTime_) return activity_->runUntil(time);
+   activity_->runDue();
+   while (Qor::now() < time) {
+      Qor::Seconds const step =
+            std::min({time, std::max(nextDeadline(), Qor::now()), Qor::now() + longestWait}) -
+            Qor::now();
+      if (VelMroute::Probe* const probe = platform().probe()) {
+         probe->wait(step);
+      } else {
+         std::this_thread::sleep_for(std::chrono::duration<double>(step));
+      }
+      activity_->runDue();
    }
 }
 
-std::optional<Vel::VrfId> SimulatedSwitch::vrfId(L3::VrfName const& vrf) const {
+VelMroute::View const& Switch::view() const {
+   static NoView const none;
+   if (!canRead()) return none;
+   return *surroundings_.platform->view();
+}
+
+void Switch::readBack() {
+   VelMroute::View* const view = platform().view();
+   if (!view) return;
+   // The platform may call back after this function has ended by an error.
+   auto const done = std::make_shared<bool>(false);
+   view->refresh([done](bool) { *done = true; });
+   while (!*done)
+      runUntil(virtualTime_ ? nextDeadline() : Qor::now() + longestWait);
+}
+
+VelMroute::Probe::Seen Switch::send(VelMroute::Probe::Packet packet) {
+   packet.vlan = intf(packet.in).vlan;
+   return std::move(platform().probe()->inject({&packet, 1}).front());
+}
+
+std::optional<Vel::VrfId> Switch::vrfId(L3::VrfName const& vrf) const {
    auto const it = vrfIds_.find(vrf);
    if (it == vrfIds_.end()) return std::nullopt;
    return it->second;
 }
 
-Intf const& SimulatedSwitch::intf(Lnet::IntfId id) const {
+Intf const& Switch::intf(Lnet::IntfId id) const {
    return intfMap_.intf(id);
 }
 
-Bridging::VlanIdOrNone SimulatedSwitch::vlanOf(WantedRoute const& wanted) const {
+Bridging::VlanIdOrNone Switch::vlanOf(WantedRoute const& wanted) const {
    if (wanted.noRpf) return {};
    return intf(wanted.iif).vlan;
 }
 
-TreeRoots SimulatedSwitch::roots() const {
+TreeRoots Switch::roots() const {
    TreeRoots roots = path_->roots();
    roots.push_back({"config", Qor::toGeneric(surroundings_.mfibConfig)});
    roots.push_back({"hwStatus", Qor::toGeneric(surroundings_.mfibHwStatus)});
@@ -85,7 +147,7 @@ TreeRoots SimulatedSwitch::roots() const {
 
 // All interfaces of the event are registered before the event is applied, so that an interface
 // without a vlan refuses the whole event.
-void SimulatedSwitch::learn(CaptureEvent const& event) {
+void Switch::learn(CaptureEvent const& event) {
    auto const learnRoute = [this](MrouteEvent const& route) {
       learnVrf(route.vrf);
       if (route.iif) learnIntf(route.iif);
@@ -100,27 +162,30 @@ void SimulatedSwitch::learn(CaptureEvent const& event) {
    }
 }
 
-Intf const& SimulatedSwitch::learnIntf(Lnet::IntfId id) {
+Intf const& Switch::learnIntf(Lnet::IntfId id) {
    Intf const& known = intfMap_.intf(id);
-   for (; portsMade_ < intfMap_.intfs().size(); ++portsMade_) {
-      Intf const& intf = *intfMap_.intfs()[portsMade_];
+   while (portsMade_ < intfMap_.intfs().size()) {
+      Intf const& intf = *intfMap_.intfs()[portsMade_++];
       surroundings_.intfVlanIdTable->intfIdToVlanIdIs(intf.id, intf.vlan);
-      if (intf.port == 0) continue;
-      Sim::Refusal const refusal = chip().portAdd(intf.id, intf.port, intf.vlan);
-      QOR_ASSERT(refusal.empty());
+      if (intf.port == 0 || !platform().portIs(intf.id, intf.port, intf.vlan)) continue;
+      ported_.insert(intf.id);
       auto const link = links_.find(intf.id);
       linkIs(intf.id, link == links_.end() ? Interface::IntfOperStatus::up : link->second.status);
+   }
+   if (known.port != 0 && !ported_.contains(id)) {
+      throw InterfaceMapFull("the chip has no port " + std::to_string(known.port) + " for " +
+                             id.name());
    }
    return known;
 }
 
-void SimulatedSwitch::learnVrf(L3::VrfName const& vrf) {
+void Switch::learnVrf(L3::VrfName const& vrf) {
    auto const [it, isNew] = vrfIds_.try_emplace(vrf, vrfIds_.size());
    if (!isNew) return;
    path_->vrfIs(vrf, it->second);
 }
 
-void SimulatedSwitch::apply(MrouteEvent const& event) {
+void Switch::apply(MrouteEvent const& event) {
    if (event.deleted || !event.resolved || !event.iif) {
       routeDel(event.vrf, event.key);
       return;
@@ -140,7 +205,7 @@ void SimulatedSwitch::apply(MrouteEvent const& event) {
    routeIs(event.vrf, event.key, std::move(wanted));
 }
 
-void SimulatedSwitch::apply(LinkEvent const& event) {
+void Switch::apply(LinkEvent const& event) {
    // If the link was renamed, its former name is no longer the name of any link.
    Lnet::IntfId const before = std::exchange(linkNames_[event.ifindex], event.intf);
    auto const renamed = before == event.intf ? links_.end() : links_.find(before);
@@ -153,14 +218,14 @@ void SimulatedSwitch::apply(LinkEvent const& event) {
 }
 
 // The port changes before the reactors are notified, as in hardware.
-void SimulatedSwitch::linkIs(Lnet::IntfId intf, Interface::IntfOperStatus status) {
-   if (!chip().port(intf)) return;
-   Sim::Refusal const refusal = chip().linkIs(intf, carriesTraffic(status));
-   QOR_ASSERT(refusal.empty());
+void Switch::linkIs(Lnet::IntfId intf, Interface::IntfOperStatus status) {
+   if (!ported_.contains(intf)) return;
+   VelMroute::Probe* const probe = platform().probe();
+   if (!probe || !probe->linkIs(intf, carriesTraffic(status))) fixedLinks_.insert(intf);
    surroundings_.ethIntfStatusDir->newIntfStatus(intf)->operStatusIs(status);
 }
 
-void SimulatedSwitch::apply(SnapshotEvent const& event) {
+void Switch::apply(SnapshotEvent const& event) {
    std::set<RouteId> listed;
    for (MrouteEvent const& route : event.routes)
       listed.insert({route.vrf, route.key});

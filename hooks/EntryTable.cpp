@@ -1,11 +1,11 @@
-#include "platform/sim/EntryTable.h"
+#include "hooks/EntryTable.h"
 
 #include <algorithm>
 #include <tuple>
 
-#include "platform/sim/Format.h"
+#include "hooks/internal/Text.h"
 
-namespace Sim {
+namespace VelMroute {
 
 using Bridging::VlanIdOrNone;
 using Lnet::IpGenAddr;
@@ -21,23 +21,23 @@ std::vector<EntryTable::Shape>::iterator EntryTable::shapeOf(IpGenRouteKey const
    });
 }
 
-Refusal EntryTable::create(U32 index, Entry const& entry) {
+Refusal EntryTable::create(U32 index, TableEntry const& entry) {
    if (index >= capacity_) {
-      return fmt::format("{} {} is beyond the {} entries of the chip", what_, index, capacity_);
+      return text(what_, ' ', index, " is beyond the ", capacity_, " entries of the chip");
    }
-   if (Entry const* const there = find(index)) {
-      return fmt::format("{} {} exists already: {} vlan {} vrf {}", what_, index, there->key,
-                         there->acceptingVlan, there->vrfId);
+   if (TableEntry const* const there = find(index)) {
+      return text(what_, ' ', index, " exists already: ", there->key, " vlan ",
+                  there->acceptingVlan, " vrf ", there->vrfId);
    }
    IpGenRouteKey const& key = entry.key;
-   if (key.isNull()) return fmt::format("{} {} has an invalid key", what_, index);
+   if (key.isNull()) return text(what_, ' ', index, " has an invalid key");
    VrfKey const vrfKey{entry.vrfId, key};
    auto* const first = first_.find(vrfKey);
    U32 const next = first ? first->second : nowhere;
    for (U32 other = next; other != nowhere; other = slots_[other]->next) {
       if (slots_[other]->entry.acceptingVlan == entry.acceptingVlan) {
-         return fmt::format("{} {} matches the same packets as {}: {} vlan {} vrf {}", what_, index,
-                            other, key, entry.acceptingVlan, entry.vrfId);
+         return text(what_, ' ', index, " matches the same packets as ", other, ": ", key, " vlan ",
+                     entry.acceptingVlan, " vrf ", entry.vrfId);
       }
    }
 
@@ -60,8 +60,8 @@ Refusal EntryTable::create(U32 index, Entry const& entry) {
 }
 
 Refusal EntryTable::erase(U32 index) {
-   Entry const* const entry = find(index);
-   if (!entry) return fmt::format("{} {} does not exist", what_, index);
+   TableEntry const* const entry = find(index);
+   if (!entry) return text(what_, ' ', index, " does not exist");
    VrfKey const vrfKey{entry->vrfId, entry->key};
    // first_ has the head of the key's list. With the last entry of the list, the key is removed
    // from first_.
@@ -110,11 +110,10 @@ EntryTable::Match EntryTable::lookup(U32 vrfId, IpGenAddr const& source, IpGenAd
 
 void EntryTable::audit(std::vector<Qor::String>& faults) const {
    U32 entries = 0;
-   forEach([&](U32 index, Entry const& entry) {
+   forEach([&](U32 index, TableEntry const& entry) {
       ++entries;
       if (match({entry.vrfId, entry.key}, entry.acceptingVlan) != index) {
-         faults.push_back(
-               fmt::format("{} {} is not found under its key {}", what_, index, entry.key));
+         faults.push_back(text(what_, ' ', index, " is not found under its key ", entry.key));
       }
    });
    // The bound on `linked` ends the loop if the links form a circle.
@@ -127,9 +126,9 @@ void EntryTable::audit(std::vector<Qor::String>& faults) const {
    for (Shape const& shape : shapes_)
       shaped += shape.entries;
    if (entries != size_ || linked != size_ || shaped != size_) {
-      faults.push_back(fmt::format("{} count {} but {} present, {} linked, {} by prefix length",
-                                   what_, size_, entries, linked, shaped));
+      faults.push_back(text(what_, " count ", size_, " but ", entries, " present, ", linked,
+                            " linked, ", shaped, " by prefix length"));
    }
 }
 
-}  // namespace Sim
+}  // namespace VelMroute

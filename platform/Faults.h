@@ -1,20 +1,37 @@
-// The injected faults of a platform of the simulated chip: failed and slow writes, full tables,
-// busy hit bits, and refused calls of hooks. A seed alone determines the random faults.
+// The faults that a program injects into a platform: failed and slow writes, full tables, busy hit
+// bits, and refused calls of hooks. A seed alone determines the random faults.
 //
-// The caller plans faults; the platform asks for the fault of a write once, when it issues the
-// write.
+// The program plans faults; the platform asks for the fault of a write once, when it issues the
+// write. A platform owns an object of this class if it can inject faults (Platform::faults()), and
+// asks it in each of its hooks.
 #pragma once
 
 #include <array>
+#include <ostream>
 #include <random>
 
-#include "platform/sim/Chip.h"
+#include "Qor/Types.h"
 
-namespace Sim {
+namespace VelMroute {
+
+// The kinds of writes to the tables of a chip.
+enum class WriteKind : unsigned char {
+   groupCreate,
+   groupUpdate,
+   groupDelete,
+   routeCreate,
+   routePoint,
+   routeDelete,
+   boundaryCreate,
+   boundaryDelete,
+};
+inline constexpr std::size_t writeKinds = 8;
+
+std::ostream& operator<<(std::ostream& os, WriteKind kind);  // "groupCreate"
 
 class Faults {
  public:
-   // ---- Planning, by the caller. ----
+   // ---- Planning, by the program. ----
 
    // The next `count` writes of the kind fail with this reason, which must not be empty. The call
    // replaces the earlier plan for the kind.
@@ -97,4 +114,4 @@ class Faults {
    bool writeFails_ = false;    // the writes of the present call fail
 };
 
-}  // namespace Sim
+}  // namespace VelMroute

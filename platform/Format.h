@@ -1,4 +1,4 @@
-// fmt::format() for the types of the model and of the simulator, as their operator<< prints them.
+// fmt::format() for the types of the model and of the platforms, as their operator<< prints them.
 #pragma once
 
 #include <fmt/ostream.h>
@@ -8,7 +8,7 @@
 #include <type_traits>
 #include <utility>
 
-namespace Sim {
+namespace VelMroute {
 
 template <class T>
 using Streamed = decltype(std::declval<std::ostream&>() << std::declval<T const&>());
@@ -21,7 +21,7 @@ template <class T>
 concept Printable = std::is_same_v<Streamed<T>, std::ostream&> && !isString<T> &&
                     (std::is_class_v<T> || std::is_enum_v<T>);
 
-}  // namespace Sim
+}  // namespace VelMroute
 
-template <Sim::Printable T>
+template <VelMroute::Printable T>
 struct fmt::formatter<T> : fmt::ostream_formatter {};

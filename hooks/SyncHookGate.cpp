@@ -1,6 +1,8 @@
-#include "programmer/SyncHookGate.h"
+#include "hooks/SyncHookGate.h"
 
 #include <utility>
+
+#include "Qor/Exception.h"
 
 namespace VelMroute {
 
@@ -8,8 +10,21 @@ using MrouteLib::OifSetPtr;
 using Qor::U16;
 using Qor::U32;
 
-SyncHookGate::SyncHookGate(Qor::Ptr<Hooks> hooks)
-      : MrouteSmHelper(hooks->name()), hooks_(std::move(hooks)) {}
+namespace {
+
+Qor::Ptr<SyncHookGate::Hooks> const& checked(Qor::Ptr<SyncHookGate::Hooks> const& hooks) {
+   if (!hooks) Qor::throwRange("VelMroute::SyncHookGate::hooks null not allowed");
+   return hooks;
+}
+
+}  // namespace
+
+SyncHookGate::SyncHookGate(Qor::Ptr<Hooks> hooks, std::optional<HookChecks::Options> checks)
+      : MrouteSmHelper(checked(hooks)->name()), hooks_(std::move(hooks)) {
+   if (!checks || Vel::noopAgent()) return;
+   checks_ = std::make_unique<SyncHookChecks>(*hooks_, std::move(*checks));
+   reportTo(checks_.get());
+}
 
 SyncHookGate::~SyncHookGate() = default;
 
@@ -30,7 +45,10 @@ void SyncHookGate::verifyMulticastRouting(bool enabled) {
 }
 
 void SyncHookGate::mrouteSwitchInit(U32 switchId, bool start) {
-   auto const call = [&] { hooks_->mrouteSwitchInit(switchId, start); };
+   auto const call = [&] {
+      checks_ ? checks_->mrouteSwitchInit(switchId, start)
+              : hooks_->mrouteSwitchInit(switchId, start);
+   };
    if (start) {
       pass("mrouteSwitchInit", call);
    } else {
@@ -39,17 +57,24 @@ void SyncHookGate::mrouteSwitchInit(U32 switchId, bool start) {
 }
 
 U32 SyncHookGate::doAllocateMtableOifSet(U32 switchId, U32 oifSetIndex, OifSetPtr oifSet) {
-   return pass("doAllocateMtableOifSet", invalidOifSetIndex,
-               [&] { return hooks_->doAllocateMtableOifSet(switchId, oifSetIndex, oifSet); });
+   return pass("doAllocateMtableOifSet", invalidOifSetIndex, [&] {
+      return checks_ ? checks_->doAllocateMtableOifSet(switchId, oifSetIndex, oifSet)
+                     : hooks_->doAllocateMtableOifSet(switchId, oifSetIndex, oifSet);
+   });
 }
 
 U32 SyncHookGate::doReallocateMtableOifSet(U32 switchId, U32 oifSetIndex, OifSetPtr oifSet) {
-   return pass("doReallocateMtableOifSet", invalidOifSetIndex,
-               [&] { return hooks_->doReallocateMtableOifSet(switchId, oifSetIndex, oifSet); });
+   return pass("doReallocateMtableOifSet", invalidOifSetIndex, [&] {
+      return checks_ ? checks_->doReallocateMtableOifSet(switchId, oifSetIndex, oifSet)
+                     : hooks_->doReallocateMtableOifSet(switchId, oifSetIndex, oifSet);
+   });
 }
 
 void SyncHookGate::handleFreeMtableOifSet(U32 switchId, Qor::Ptr<Vel::MtableOifSet> record) {
-   swallow("handleFreeMtableOifSet", [&] { hooks_->handleFreeMtableOifSet(switchId, record); });
+   swallow("handleFreeMtableOifSet", [&] {
+      checks_ ? checks_->handleFreeMtableOifSet(switchId, record)
+              : hooks_->handleFreeMtableOifSet(switchId, record);
+   });
 }
 
 U32 SyncHookGate::doCreateMrouteCounter(U16 vrfId, IpGenRouteKey const& key) {
@@ -79,8 +104,10 @@ SyncHookGate::RouteHandle SyncHookGate::doAllocateMroute(U32 switchId, U16 vrfId
                                                          U32 oifSetIndex, bool fastDrop,
                                                          U16 rpaId) {
    return pass("doAllocateMroute", {}, [&] {
-      return hooks_->doAllocateMroute(switchId, vrfId, key, acceptingVlanId, bridge, oifSetIndex,
-                                      fastDrop, rpaId);
+      return checks_ ? checks_->doAllocateMroute(switchId, vrfId, key, acceptingVlanId, bridge,
+                                                 oifSetIndex, fastDrop, rpaId)
+                     : hooks_->doAllocateMroute(switchId, vrfId, key, acceptingVlanId, bridge,
+                                                oifSetIndex, fastDrop, rpaId);
    });
 }
 
@@ -89,26 +116,35 @@ SyncHookGate::RouteHandle SyncHookGate::doAllocateMrouteNoRpf(U32 switchId, U16 
                                                               U32 oifSetIndex, bool fastDrop,
                                                               U16 rpaId) {
    return pass("doAllocateMrouteNoRpf", {}, [&] {
-      return hooks_->doAllocateMrouteNoRpf(switchId, vrfId, key, bridge, oifSetIndex, fastDrop,
-                                           rpaId);
+      return checks_ ? checks_->doAllocateMrouteNoRpf(switchId, vrfId, key, bridge, oifSetIndex,
+                                                      fastDrop, rpaId)
+                     : hooks_->doAllocateMrouteNoRpf(switchId, vrfId, key, bridge, oifSetIndex,
+                                                     fastDrop, rpaId);
    });
 }
 
 void SyncHookGate::doSetMtableOifSet(U32 switchId, U16 vrfId, RouteHandle handle,
                                      Qor::Ptr<Vel::Route const> route, U32 oifSetIndex) {
-   pass("doSetMtableOifSet",
-        [&] { hooks_->doSetMtableOifSet(switchId, vrfId, handle, route, oifSetIndex); });
+   pass("doSetMtableOifSet", [&] {
+      checks_ ? checks_->doSetMtableOifSet(switchId, vrfId, handle, route, oifSetIndex)
+              : hooks_->doSetMtableOifSet(switchId, vrfId, handle, route, oifSetIndex);
+   });
 }
 
 void SyncHookGate::doDeleteMroute(U32 switchId, U16 vrfId, RouteHandle handle,
                                   Qor::Ptr<Vel::Route const> route) {
-   pass("doDeleteMroute", [&] { hooks_->doDeleteMroute(switchId, vrfId, handle, route); });
+   pass("doDeleteMroute", [&] {
+      checks_ ? checks_->doDeleteMroute(switchId, vrfId, handle, route)
+              : hooks_->doDeleteMroute(switchId, vrfId, handle, route);
+   });
 }
 
 void SyncHookGate::doDeleteMrouteBoundary(U32 switchId, U16 vrfId, RouteHandle handle,
                                           Qor::Ptr<Vel::Boundary const> boundary) {
-   pass("doDeleteMrouteBoundary",
-        [&] { hooks_->doDeleteMrouteBoundary(switchId, vrfId, handle, boundary); });
+   pass("doDeleteMrouteBoundary", [&] {
+      checks_ ? checks_->doDeleteMrouteBoundary(switchId, vrfId, handle, boundary)
+              : hooks_->doDeleteMrouteBoundary(switchId, vrfId, handle, boundary);
+   });
 }
 
 void SyncHookGate::doCommitMrouteBatch() {
@@ -116,27 +152,36 @@ void SyncHookGate::doCommitMrouteBatch() {
 }
 
 bool SyncHookGate::mrouteFull(U32 switchId) {
-   return pass("mrouteFull", true, [&] { return hooks_->mrouteFull(switchId); });
+   return pass("mrouteFull", true, [&] {
+      return checks_ ? checks_->mrouteFull(switchId) : hooks_->mrouteFull(switchId);
+   });
 }
 
 bool SyncHookGate::mrouteBoundaryFull(U32 switchId) {
-   return pass("mrouteBoundaryFull", true, [&] { return hooks_->mrouteBoundaryFull(switchId); });
+   return pass("mrouteBoundaryFull", true, [&] {
+      return checks_ ? checks_->mrouteBoundaryFull(switchId) : hooks_->mrouteBoundaryFull(switchId);
+   });
 }
 
 bool SyncHookGate::mtableFull(U32 switchId) {
-   return pass("mtableFull", true, [&] { return hooks_->mtableFull(switchId); });
+   return pass("mtableFull", true, [&] {
+      return checks_ ? checks_->mtableFull(switchId) : hooks_->mtableFull(switchId);
+   });
 }
 
 bool SyncHookGate::mrouteHitBit(U32 switchId, U16 vrfId, IpGenRouteKey const& key,
                                 VlanIdOrNone acceptingVlanId, bool boundary) {
    return pass("mrouteHitBit", false, [&] {
-      return hooks_->mrouteHitBit(switchId, vrfId, key, acceptingVlanId, boundary);
+      return checks_ ? checks_->mrouteHitBit(switchId, vrfId, key, acceptingVlanId, boundary)
+                     : hooks_->mrouteHitBit(switchId, vrfId, key, acceptingVlanId, boundary);
    });
 }
 
 Qor::U8 SyncHookGate::mrouteHitBitCacheRefresh(U32 switchId) {
-   return pass("mrouteHitBitCacheRefresh", hitBitCacheRefreshed,
-               [&] { return hooks_->mrouteHitBitCacheRefresh(switchId); });
+   return pass("mrouteHitBitCacheRefresh", hitBitCacheRefreshed, [&] {
+      return checks_ ? checks_->mrouteHitBitCacheRefresh(switchId)
+                     : hooks_->mrouteHitBitCacheRefresh(switchId);
+   });
 }
 
 void SyncHookGate::mrouteHitBitCacheClear(U32 switchId) {
@@ -148,12 +193,18 @@ void SyncHookGate::triggerRouteAgingReview() {
 }
 
 void SyncHookGate::verifyMroute(U32 switchId, U16 vrfId, Qor::Ptr<Vel::Route const> route) {
-   pass("verifyMroute", [&] { hooks_->verifyMroute(switchId, vrfId, route); });
+   pass("verifyMroute", [&] {
+      checks_ ? checks_->verifyMroute(switchId, vrfId, route)
+              : hooks_->verifyMroute(switchId, vrfId, route);
+   });
 }
 
 void SyncHookGate::verifyMrouteBoundary(U32 switchId, U16 vrfId,
                                         Qor::Ptr<Vel::Boundary const> boundary) {
-   pass("verifyMrouteBoundary", [&] { hooks_->verifyMrouteBoundary(switchId, vrfId, boundary); });
+   pass("verifyMrouteBoundary", [&] {
+      checks_ ? checks_->verifyMrouteBoundary(switchId, vrfId, boundary)
+              : hooks_->verifyMrouteBoundary(switchId, vrfId, boundary);
+   });
 }
 
 }  // namespace VelMroute

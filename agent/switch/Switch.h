@@ -1,14 +1,17 @@
-// A whole forwarding agent on the simulated chip, in virtual time. It has the chip, the interfaces,
-// links and VRFs, and one of the two paths (agent/switch/SwitchPath.h), and applies the events of a
-// capture.
+// A whole switch: a platform, and the forwarding agent on it. The agent has the interfaces, links and
+// VRFs, and one of the two paths (agent/switch/SwitchPath.h), and applies the events of a capture.
+// The chip is known through platform/Platform.h alone.
 //
-// An interface becomes a port of the chip, and a VRF gets its id, when a route first names it. The
+// Time. If the platform allows, the switch is in virtual time, which jumps from one deadline to the
+// next. Otherwise the time is that of the real world: events are applied when their time comes.
+//
+// An interface gets a port of the chip, and a VRF gets its id, when a route first names it. The
 // VRF "default" has the id 0. A link that no route names takes no port and no vlan, because a host
 // may have any number of links for its containers. The accepting vlan of a route is that of its
 // incoming interface. A route that is unresolved or has no incoming interface accepts no packets,
 // and is therefore not in hardware.
 //
-// In a restart the agent crashes and starts again. The path and the hardware status are lost, and
+// In a restart the agent crashes and starts again. Platform, path and hardware status are lost, and
 // the chip keeps its tables. Other parts of the agent keep interfaces, links, BFD sessions, VRFs
 // and configuration. Then a new path is made on the chip, and the routing layer replays its routes
 // (agent/switch/RouteReplay.h). The programmer of the new path recovers the hardware status, and
@@ -17,10 +20,11 @@
 
 #include <functional>
 #include <map>
+#include <set>
 
 #include "agent/input/CaptureEvent.h"
 #include "agent/input/InterfaceMap.h"
-#include "agent/switch/PathKind.h"
+#include "agent/switch/PlatformChoice.h"
 #include "agent/switch/RouteReplay.h"
 #include "agent/switch/SwitchPath.h"
 
@@ -30,22 +34,25 @@ namespace Agent {
 // "unknown" while they work.
 bool carriesTraffic(Interface::IntfOperStatus status);
 
-class SimulatedSwitch {
+class Switch {
  public:
-   // Installs a new activity manager on virtual time, at time 0. `intfMap` may have the interfaces
-   // of a map file.
-   SimulatedSwitch(PathKind path, Sim::ChipConfig const& config, InterfaceMap intfMap,
-                   PathConfig const& pathConfig = {});
-   ~SimulatedSwitch();
-   SimulatedSwitch(SimulatedSwitch const&) = delete;
-   SimulatedSwitch& operator=(SimulatedSwitch const&) = delete;
+   // Installs a new activity manager, at time 0, and makes the platform. `intfMap` may have the
+   // interfaces of a map file. Throws what the choice throws.
+   explicit Switch(PlatformChoice const& platform, InterfaceMap intfMap = {});
+   ~Switch();
+   Switch(Switch const&) = delete;
+   Switch& operator=(Switch const&) = delete;
 
    // Runs everything that is due up to the event's time, and then applies the event. Raises
-   // InterfaceMapFull if no vlan is left for an interface; no part of the event is applied then.
+   // InterfaceMapFull if no vlan is left for an interface, or no port; no part of the event is
+   // applied then.
    void apply(CaptureEvent const& event);
    // Runs until every route is in hardware, waits or has failed, and all writes are complete.
    // Periodic timers, such as activity polling, do not keep it running.
    void settle();
+   // Runs everything that is due up to and including this time, as Qor::ActivityManager::runUntil.
+   void runUntil(Qor::Seconds time);
+   Qor::Seconds nextDeadline() const { return activity_->nextDeadline(); }
 
    // Changes without a capture: wanted routes, configuration, links.
    // The interfaces and the VRF of a wanted route are registered before.
@@ -54,8 +61,10 @@ class SimulatedSwitch {
    VelMroute::OutputsPool& outputsPool() { return outputs_; }
    Programmer& programmer() { return path_->programmer(); }
    Routing::Multicast::Fib::VrfConfig& mfibConfig() { return *surroundings_.mfibConfig; }
-   // Changes the link of the port and publishes the state. No effect on a name without a port.
+   // Changes the link of the port, if the platform can, and publishes the state. No effect on a name without a port.
    void linkIs(Lnet::IntfId intf, Interface::IntfOperStatus status);
+   // Whether a change of the link reaches the port: not, if the platform cannot change links.
+   bool linkFollows(Lnet::IntfId intf) const { return !fixedLinks_.contains(intf); }
    // Registers an interface or a VRF, unless it is registered. Raises InterfaceMapFull as apply().
    Intf const& learnIntf(Lnet::IntfId id);
    void learnVrf(L3::VrfName const& vrf);
@@ -64,8 +73,9 @@ class SimulatedSwitch {
    TreeRoots roots() const;
 
    // The agent crashes and starts again. References to its objects become invalid. A restart is
-   // allowed at any time, also during the replay of an earlier restart.
-   void restart(RestartOptions const& options);
+   // allowed at any time, also during the replay of an earlier restart. Returns false, without a
+   // crash, if the platform has no next life.
+   bool restart(RestartOptions const& options);
    // True from a restart until the last found entry or group is taken over or removed.
    bool recovering() const { return replay_.underWay() || programmer().resyncing(); }
    // Calls `handler` for each interface that is down at the end of a replay, before the groups of
@@ -74,6 +84,11 @@ class SimulatedSwitch {
    void onRerouting(Rerouting handler) {
       rerouting_ = std::move(handler);
       programmer().onReroute(rerouting_);
+   }
+   // Whether the entry was found after a restart and no route has taken it over yet.
+   bool isFound(VelMroute::Restart::Route const& entry) const {
+      VelMroute::Restart const* const restart = surroundings_.platform->restart();
+      return restart && restart->isFound(entry);
    }
    // The time of the agent's start. The agent does not know any activity from before.
    Qor::Seconds startedAt() const { return startedAt_; }
@@ -84,10 +99,18 @@ class SimulatedSwitch {
    // timeline lives until then.
    void timelineIs(Timeline* timeline);
 
-   Qor::ActivityManager& activity() { return *activity_; }
-   Qor::ActivityManager const& activity() const { return *activity_; }
-   Sim::Chip& chip() { return *surroundings_.chip; }
-   Sim::Chip const& chip() const { return *surroundings_.chip; }
+   PathKind pathKind() const { return pathKind_; }
+   // Whether a forked child may go on with a copy of the switch.
+   bool forks() const { return surroundings_.platform->abilities().forks; }
+   VelMroute::Platform& platform() { return *surroundings_.platform; }
+   VelMroute::Platform const& platform() const { return *surroundings_.platform; }
+   // The tables of the chip; empty ones if they cannot be read.
+   bool canRead() const { return surroundings_.platform->view() != nullptr; }
+   VelMroute::View const& view() const;
+   // Reads the tables back, and returns when that is done or has failed.
+   void readBack();
+   // Sends a packet into the chip, in the vlan of the interface. The platform has a probe.
+   VelMroute::Probe::Seen send(VelMroute::Probe::Packet packet);
    SwitchPath& path() { return *path_; }
    SwitchPath const& path() const { return *path_; }
    Routing::Multicast::Fib::Hardware::Status const& mfibHwStatus() const {
@@ -98,7 +121,7 @@ class SimulatedSwitch {
    struct Figures {
       Programmer::Counters programmer;
       Qor::U64 restarts = 0;
-      std::vector<Qor::String> faults;  // platformFaults() of all paths
+      std::vector<Qor::String> faults;  // of all platforms and paths, without those of the chip
    };
    Figures figures() const;
    // The faults of the chip, its platform and the platforms before it, a line each.
@@ -128,9 +151,11 @@ class SimulatedSwitch {
    std::map<L3::VrfName, Vel::VrfId> vrfIds_;
    // The number of interfaces of the map for which a port of the chip was requested.
    std::size_t portsMade_ = 0;
+   std::set<Lnet::IntfId> ported_;  // the interfaces with a port of the chip
+   std::set<Lnet::IntfId> fixedLinks_;
    Qor::Ptr<Qor::ActivityManager> const activity_;
    PathKind const pathKind_;
-   PathConfig const pathConfig_;
+   bool const virtualTime_;
    Surroundings surroundings_;
    VelMroute::OutputsPool outputs_;
    std::unique_ptr<SwitchPath> path_;

@@ -1,35 +1,35 @@
-#include "agent/scenario/SimulatedTestbed.h"
+#include "agent/scenario/SwitchTestbed.h"
 
 #include <iostream>
 #include <set>
 
 #include "agent/report/RouteStateName.h"
 #include "agent/report/Views.h"
-#include "platform/sim/Format.h"
+#include "platform/Format.h"
 
 namespace Agent {
 
-Intf const& SimulatedTestbed::learn(Lnet::IntfId id) {
+Intf const& SwitchTestbed::learn(Lnet::IntfId id) {
    try {
-      return simulated_.learnIntf(id);
+      return switch_.learnIntf(id);
    } catch (InterfaceMapFull const& full) {
       throw TestbedRefusal(full.what());
    }
 }
 
-void SimulatedTestbed::note(std::string const& what) {
+void SwitchTestbed::note(std::string const& what) {
    if (timeline_) timeline_->instant(what);
 }
 
 // ---- Changes of the switch. ----
 
-void SimulatedTestbed::routeIs(Route const& route) {
+void SwitchTestbed::routeIs(Route const& route) {
    WantedRoute wanted;
    learn(route.iif);
    wanted.noRpf = route.noRpf;
    // Without an input check the input has a meaning for the backup alone.
    if (!route.noRpf || !route.backup.empty()) wanted.iif = route.iif;
-   if (route.bridge && !simulated_.path().bridges()) {
+   if (route.bridge && !switch_.path().bridges()) {
       throw TestbedRefusal("this path has no bridge entries");
    }
    wanted.bridge = route.bridge;
@@ -45,28 +45,28 @@ void SimulatedTestbed::routeIs(Route const& route) {
    for (Lnet::IntfId const oif : route.backup) {
       if (learn(oif).cpu) throw TestbedRefusal("the CPU cannot be a backup");
    }
-   wanted.outputs = simulated_.outputsPool().get(std::move(ports), cpu, route.backup);
+   wanted.outputs = switch_.outputsPool().get(std::move(ports), cpu, route.backup);
    for (Lnet::IntfId const intf : route.fastdrop) {
       if (intf == route.iif) throw TestbedRefusal(intf.name() + " is the input of the route");
       learn(intf);
    }
    wanted.fastdrop = route.fastdrop;
-   simulated_.learnVrf(route.vrf);
-   simulated_.routeIs(route.vrf, route.key, std::move(wanted));
+   switch_.learnVrf(route.vrf);
+   switch_.routeIs(route.vrf, route.key, std::move(wanted));
 }
 
-void SimulatedTestbed::routeDel(L3::VrfName const& vrf, Scenario::RouteKey const& key) {
-   simulated_.routeDel(vrf, key);
+void SwitchTestbed::routeDel(L3::VrfName const& vrf, Scenario::RouteKey const& key) {
+   switch_.routeDel(vrf, key);
 }
 
-void SimulatedTestbed::linkIs(Lnet::IntfId intf, Interface::IntfOperStatus state) {
+void SwitchTestbed::linkIs(Lnet::IntfId intf, Interface::IntfOperStatus state) {
    learn(intf);
    note(fmt::format("link {} {}", intf, state));
-   simulated_.linkIs(intf, state);
+   switch_.linkIs(intf, state);
 }
 
-void SimulatedTestbed::bfdIs(Bfd::Peer const& peer, std::optional<Bfd::OperState> state) {
-   Bfd::AppStatus* const sessions = simulated_.path().bfdAppStatus();
+void SwitchTestbed::bfdIs(Bfd::Peer const& peer, std::optional<Bfd::OperState> state) {
+   Bfd::AppStatus* const sessions = switch_.path().bfdAppStatus();
    if (!sessions) throw TestbedRefusal("this path has no BFD sessions");
    if (!state) {
       note(fmt::format("bfd {} removed", peer));
@@ -77,8 +77,8 @@ void SimulatedTestbed::bfdIs(Bfd::Peer const& peer, std::optional<Bfd::OperState
    sessions->newPeerStatus(peer)->statusIs(*state);
 }
 
-void SimulatedTestbed::configIs(Scenario::Config const& config) {
-   auto& mfibConfig = simulated_.mfibConfig();
+void SwitchTestbed::configIs(Scenario::Config const& config) {
+   auto& mfibConfig = switch_.mfibConfig();
    if (config.activityPollingInterval) {
       mfibConfig.activityPollingIntervalIs(*config.activityPollingInterval);
    }
@@ -86,9 +86,9 @@ void SimulatedTestbed::configIs(Scenario::Config const& config) {
    if (config.allCounter) mfibConfig.allCounterIs(*config.allCounter);
 }
 
-void SimulatedTestbed::counterRouteIs(L3::VrfName const& vrf, Scenario::RouteKey const& key,
-                                      bool counted) {
-   auto const config = simulated_.mfibConfig().newConfig(vrf.name());
+void SwitchTestbed::counterRouteIs(L3::VrfName const& vrf, Scenario::RouteKey const& key,
+                                   bool counted) {
+   auto const config = switch_.mfibConfig().newConfig(vrf.name());
    if (counted) {
       config->counterRouteIs(key);
    } else {
@@ -96,9 +96,10 @@ void SimulatedTestbed::counterRouteIs(L3::VrfName const& vrf, Scenario::RouteKey
    }
 }
 
-void SimulatedTestbed::faultIs(Scenario::Fault const& fault) {
+void SwitchTestbed::faultIs(Scenario::Fault const& fault) {
+   if (!switch_.platform().faults()) throw TestbedRefusal("the platform injects no faults");
    note("fault");
-   Sim::Faults& faults = simulated_.path().faults();
+   VelMroute::Faults& faults = *switch_.platform().faults();
    if (fault.groupsExhausted) faults.groupsExhaustedIs(*fault.groupsExhausted);
    if (fault.boundariesExhausted) faults.boundariesExhaustedIs(*fault.boundariesExhausted);
    if (fault.hitBitsBusy) faults.hitBitsBusyNext(*fault.hitBitsBusy);
@@ -113,7 +114,7 @@ void SimulatedTestbed::faultIs(Scenario::Fault const& fault) {
    if (auto const& f = fault.rate) faults.rateIs(f->write, f->probability);
 }
 
-void SimulatedTestbed::restart(Scenario::Restart const& restart) {
+void SwitchTestbed::restart(Scenario::Restart const& restart) {
    RestartOptions options;
    options.order = restart.order;
    options.seed = restart.seed;
@@ -122,7 +123,7 @@ void SimulatedTestbed::restart(Scenario::Restart const& restart) {
    options.complete = restart.complete;
    options.applied = restart.applied;
    if (restart.replay) {
-      auto const wanted = simulated_.wantedRoutes();
+      auto const wanted = switch_.wantedRoutes();
       auto& only = options.only.emplace();
       for (Scenario::RouteRun const& run : *restart.replay) {
          for (std::uint32_t i = 0; i < run.groups; ++i) {
@@ -133,50 +134,51 @@ void SimulatedTestbed::restart(Scenario::Restart const& restart) {
       }
    }
    note("restart");
-   simulated_.restart(options);
+   if (!switch_.restart(options)) throw TestbedRefusal("the platform has no next life");
 }
 
-Sim::Packet SimulatedTestbed::onChip(Packet const& packet) {
-   simulated_.learnVrf(packet.vrf);
-   return {simulated_.vrfId(packet.vrf)->value(), packet.source, packet.group,
-           learn(packet.iif).vlan, packet.bytes};
+VelMroute::Probe::Packet SwitchTestbed::onChip(Packet const& packet) {
+   if (!switch_.platform().probe()) throw TestbedRefusal("the platform sends no packets");
+   switch_.learnVrf(packet.vrf);
+   learn(packet.iif);
+   return {*switch_.vrfId(packet.vrf), packet.source, packet.group, packet.iif, packet.bytes};
 }
 
-Testbed::Copies SimulatedTestbed::copiesOf(Sim::Forwarded const& forwarded) {
+Testbed::Copies SwitchTestbed::copiesOf(VelMroute::Probe::Seen const& seen) {
    Copies copies;
-   copies.result = fmt::format("{}", forwarded.result);
-   for (auto const& copy : forwarded.copies)
+   if (seen.verdict) copies.result = fmt::format("{}", *seen.verdict);
+   for (auto const& copy : seen.copies)
       ++copies.at[copy.intfId().name()];
-   if (forwarded.toCpu) ++copies.at["cpu"];
+   if (seen.cpu) ++copies.at["cpu"];
    return copies;
 }
 
 // ---- State of the switch. ----
 
-Testbed::RouteFacts SimulatedTestbed::route(L3::VrfName const& vrf,
-                                            Scenario::RouteKey const& key) const {
+Testbed::RouteFacts SwitchTestbed::route(L3::VrfName const& vrf,
+                                         Scenario::RouteKey const& key) const {
    RouteFacts facts;
-   auto const route = std::as_const(simulated_).programmer().view(vrf, key);
+   auto const route = std::as_const(switch_).programmer().view(vrf, key);
    if (!route) return facts;
    facts.state = nameOf(route->state());
    facts.reason = route->reason();
-   auto const vrfStatus = simulated_.mfibHwStatus().vrfStatus(vrf);
+   auto const vrfStatus = switch_.mfibHwStatus().vrfStatus(vrf);
    if (auto const status = vrfStatus ? vrfStatus->route(key) : nullptr) {
       facts.lastPollTime = status->lastPollTime();
       for (auto const& [name, time] : status->fastdropLastPollTime()) {
          facts.fastdropLastPollTime[name] = time;
       }
    }
-   facts.counter = simulated_.path().counter(key);
-   if (auto const* entry = simulated_.path().entry(route->handle())) {
+   facts.counter = switch_.path().counter(key);
+   if (auto const entry = switch_.view().entry(route->handle())) {
       facts.packets = entry->packets;
       facts.bytes = entry->bytes;
    }
    return facts;
 }
 
-std::uint64_t SimulatedTestbed::value(Scenario::State state) const {
-   Programmer const& programmer = std::as_const(simulated_).programmer();
+std::uint64_t SwitchTestbed::value(Scenario::State state) const {
+   Programmer const& programmer = std::as_const(switch_).programmer();
    std::uint64_t inHardware = 0, failed = 0;
    programmer.forEach([&](RouteView const& route) {
       inHardware += route.state() == VelMroute::RouteState::inHardware;
@@ -192,38 +194,40 @@ std::uint64_t SimulatedTestbed::value(Scenario::State state) const {
       case Scenario::State::failed:
          return failed;
       case Scenario::State::groups:
-         return simulated_.chip().groups();
+         return switch_.view().use(Table::group).used;
       case Scenario::State::zombies:
-         return simulated_.path().zombies();
+         return switch_.path().zombies();
       case Scenario::State::entries:
-         return simulated_.chip().routes().size();
+         return switch_.view().use(Table::entry).used;
       case Scenario::State::rerouting:
-         return simulated_.path().rerouting();
+         return switch_.path().rerouting();
    }
    return 0;
 }
 
-std::uint64_t SimulatedTestbed::value(Scenario::Count count) const {
-   auto const figures = simulated_.figures();
+std::uint64_t SwitchTestbed::value(Scenario::Count count) const {
+   auto const figures = switch_.figures();
    auto const& counters = figures.programmer;
-   Sim::Chip const& chip = simulated_.chip();
+   auto const writes = [&](VelMroute::WriteKind kind) {
+      return switch_.view().writes(kind).value_or(0);
+   };
    switch (count) {
       case Scenario::Count::groupCreate:
-         return chip.writes(Sim::WriteKind::groupCreate);
+         return writes(VelMroute::WriteKind::groupCreate);
       case Scenario::Count::groupUpdate:
-         return chip.writes(Sim::WriteKind::groupUpdate);
+         return writes(VelMroute::WriteKind::groupUpdate);
       case Scenario::Count::groupDelete:
-         return chip.writes(Sim::WriteKind::groupDelete);
+         return writes(VelMroute::WriteKind::groupDelete);
       case Scenario::Count::routeCreate:
-         return chip.writes(Sim::WriteKind::routeCreate);
+         return writes(VelMroute::WriteKind::routeCreate);
       case Scenario::Count::routePoint:
-         return chip.writes(Sim::WriteKind::routePoint);
+         return writes(VelMroute::WriteKind::routePoint);
       case Scenario::Count::routeDelete:
-         return chip.writes(Sim::WriteKind::routeDelete);
+         return writes(VelMroute::WriteKind::routeDelete);
       case Scenario::Count::boundaryCreate:
-         return chip.writes(Sim::WriteKind::boundaryCreate);
+         return writes(VelMroute::WriteKind::boundaryCreate);
       case Scenario::Count::boundaryDelete:
-         return chip.writes(Sim::WriteKind::boundaryDelete);
+         return writes(VelMroute::WriteKind::boundaryDelete);
       case Scenario::Count::resurrections:
          return counters.resurrections;
       case Scenario::Count::purges:
@@ -245,15 +249,16 @@ std::uint64_t SimulatedTestbed::value(Scenario::Count count) const {
 
 // Reads the chip's tables and sends no packet, because packets would count as activity. A rewritten
 // record forwards to the backup of its set.
-std::vector<std::string> SimulatedTestbed::forwardingFaults() {
+std::vector<std::string> SwitchTestbed::forwardingFaults() {
    std::vector<std::string> wrong;
-   auto const& programmer = std::as_const(simulated_).programmer();
+   switch_.readBack();
+   auto const& programmer = std::as_const(switch_).programmer();
    programmer.forEach([&](RouteView const& route) {
       if (route.state() != VelMroute::RouteState::inHardware) return;
-      auto const record = simulated_.path().record(route);
-      auto const* entry = simulated_.path().entry(route.handle());
+      auto const record = switch_.path().record(route);
+      auto const entry = switch_.view().entry(route.handle());
       if (entry && route.wanted().bridge) return;
-      auto const* group = entry ? simulated_.chip().group(entry->group) : nullptr;
+      auto const group = entry && entry->group ? switch_.view().group(*entry->group) : std::nullopt;
       MrouteLib::PortVlanSet const& set = *route.set();  // a route in hardware has its vlans
       std::set<MrouteLib::PortVlan> expected, backup, found;
       for (auto const& [member, flag] : set.portVlan())
@@ -262,7 +267,7 @@ std::vector<std::string> SimulatedTestbed::forwardingFaults() {
          backup.insert(member);
       if (group) found.insert(group->members.begin(), group->members.end());
       bool const rerouted = record && record->dirty && !backup.empty() && found == backup;
-      if (group && group->toCpu == set.toCpu() && (found == expected || rerouted)) return;
+      if (group && group->cpu == set.toCpu() && (found == expected || rerouted)) return;
       wrong.push_back(
             fmt::format("{} {}: wanted {}{}", route.vrf(), route.key(), set.pretty(),
                         group ? ", the chip has other members" : ", the chip has no group"));
@@ -270,11 +275,12 @@ std::vector<std::string> SimulatedTestbed::forwardingFaults() {
    return wrong;
 }
 
-void SimulatedTestbed::show(std::vector<std::string> const& views) {
+void SwitchTestbed::show(std::vector<std::string> const& views) {
    if (quiet_) return;
+   switch_.readBack();
    for (std::string const& name : views) {
       View const view = *viewNamed(name);
-      printView(std::cout, view, viewJson(view, simulated_));
+      printView(std::cout, view, viewJson(view, switch_));
       std::cout << '\n';
    }
 }

@@ -1,11 +1,15 @@
-// The gate in front of a platform's hooks of the synchronous path (programmer/HookGate.h). Each
+// The gate in front of a platform's hooks of the synchronous path (hooks/HookGate.h). Each
 // chip has a gate of its own, and the agent-wide reactor another one. The hooks
 // handleFreeMtableOifSet and mrouteSwitchInit(switchId, false) run inside destructors, so the gate
 // swallows their errors.
 #pragma once
 
+#include <memory>
+#include <optional>
+
 #include "Vel/VelSyncMrouteHelper.h"
-#include "programmer/HookGate.h"
+#include "hooks/HookGate.h"
+#include "hooks/SyncHookChecks.h"
 
 namespace VelMroute {
 
@@ -15,11 +19,14 @@ class SyncHookGate final : public VelHelper::MrouteSmHelper, public HookGate {
    using RouteHandle = MrouteLib::RouteHandle;
    using VlanIdOrNone = Bridging::VlanIdOrNone;
 
-   // Holds the hooks, which are not null. The agent-wide reactor of this gate becomes that of the
-   // hooks: mrouteSm() of the platform's own object names it.
-   explicit SyncHookGate(Qor::Ptr<Hooks> hooks);
+   // Holds the hooks. The agent-wide reactor of this gate becomes that of the hooks: mrouteSm() of
+   // the platform's own object names it. With `checks` the gate checks the hooks.
+   // RangeException "VelMroute::SyncHookGate::hooks null not allowed".
+   explicit SyncHookGate(Qor::Ptr<Hooks> hooks, std::optional<HookChecks::Options> checks = {});
 
    Qor::Ptr<Hooks> const& hooks() const { return hooks_; }
+   // The checks with the faults and the shadows; null if the gate does not check.
+   SyncHookChecks const* checks() const { return checks_.get(); }
 
    void mrouteInit(bool start) override;
    void handleMulticastRouting(bool enabled) override;
@@ -75,6 +82,7 @@ class SyncHookGate final : public VelHelper::MrouteSmHelper, public HookGate {
    ~SyncHookGate() override;
 
    Qor::Ptr<Hooks> const hooks_;
+   std::unique_ptr<SyncHookChecks> checks_;  // or null
    Forward forward_{*this};
 };
 

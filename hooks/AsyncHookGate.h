@@ -1,13 +1,16 @@
-// The gate in front of a platform's hooks of the asynchronous path (programmer/HookGate.h). The
+// The gate in front of a platform's hooks of the asynchronous path (hooks/HookGate.h). The
 // hooks doDeleteOifSet and doScheduleVerify may run inside a destructor, so the gate swallows their
 // errors. needFixedOifSet may, too: the gate asks the platform once for each type, in an
 // allocation, and keeps the answer.
 #pragma once
 
 #include <map>
+#include <memory>
+#include <optional>
 
 #include "Vel/VelAsyncMrouteHelper.h"
-#include "programmer/HookGate.h"
+#include "hooks/AsyncHookChecks.h"
+#include "hooks/HookGate.h"
 
 namespace VelMroute {
 
@@ -17,11 +20,14 @@ class AsyncHookGate final : public VelHelper::AsyncMrouteHelper, public HookGate
    using IpGenRouteKey = Routing::Multicast::Fib::IpGenRouteKey;
    using RouteKeyType = Routing::Multicast::Fib::RouteKeyType;
 
-   // Holds the hooks, which are not null. The counter tables are those of the hooks; the platform
-   // keeps its collections of counter keys in its own object.
-   explicit AsyncHookGate(Qor::Ptr<Hooks> hooks);
+   // Holds the hooks. The counter tables are those of the hooks; the platform keeps its collections
+   // of counter keys in its own object. With `checks` the gate checks the hooks.
+   // RangeException "VelMroute::AsyncHookGate::hooks null not allowed".
+   explicit AsyncHookGate(Qor::Ptr<Hooks> hooks, std::optional<HookChecks::Options> checks = {});
 
    Qor::Ptr<Hooks> const& hooks() const { return hooks_; }
+   // The checks with the faults and the shadow; null if the gate does not check.
+   AsyncHookChecks const* checks() const { return checks_.get(); }
 
    void handleMrouteCounterMode(Routing::Multicast::Fib::CounterMode mode) override;
    void handleWildcardCounter(bool allCounter) override;
@@ -58,6 +64,7 @@ class AsyncHookGate final : public VelHelper::AsyncMrouteHelper, public HookGate
    ~AsyncHookGate() override;
 
    Qor::Ptr<Hooks> const hooks_;
+   std::unique_ptr<AsyncHookChecks> checks_;  // or null
    std::map<RouteKeyType, bool> fixed_;
 };
 

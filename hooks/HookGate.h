@@ -1,14 +1,17 @@
 // The common part of the gates in front of the hooks of a platform. A gate is a hook object that
 // passes each call on to the platform's hooks. It can be shut, so that objects which die do not
-// reach the chip, and it names the hook that threw an error.
+// reach the chip, and it names the hook that threw an error. On request it checks the calls against
+// the contract of the hooks (hooks/HookChecks.h).
 #pragma once
 
 #include <type_traits>
 #include <utility>
 
-#include "programmer/HookErrors.h"
+#include "hooks/HookErrors.h"
 
 namespace VelMroute {
+
+class HookChecks;
 
 class HookGate {
  public:
@@ -25,11 +28,17 @@ class HookGate {
    HookGate() = default;
    ~HookGate() = default;
 
+   // Notes errors, and calls while the gate is shut, for the checks; not held.
+   void reportTo(HookChecks* checks) { reported_ = checks; }
+
    // Makes the call, or returns `shut`. An error passes through, with the name of its hook noted.
    template <class Call>
    std::invoke_result_t<Call> pass(char const* hook, std::invoke_result_t<Call> shut,
                                    Call const& call) const {
-      if (!open_) return shut;
+      if (!open_) {
+         refused(hook);
+         return shut;
+      }
       try {
          return call();
       } catch (...) {
@@ -40,7 +49,7 @@ class HookGate {
    template <class Call>
    requires std::is_void_v<std::invoke_result_t<Call>>
    void pass(char const* hook, Call const& call) const {
-      if (!open_) return;
+      if (!open_) return refused(hook);
       try {
          call();
       } catch (...) {
@@ -56,18 +65,17 @@ class HookGate {
       try {
          call();
       } catch (...) {
-         note(hook);
-         ++errors_.swallowed;
+         note(hook, true);
       }
    }
 
  private:
-   void note(char const* hook) const {
-      ++errors_.thrown;
-      errors_.hook = hook;
-   }
+   // Called inside a handler of the error.
+   void note(char const* hook, bool swallowed = false) const;
+   void refused(char const* hook) const;
 
    bool open_ = true;
+   HookChecks* reported_ = nullptr;
    mutable HookErrors errors_;
 };
 

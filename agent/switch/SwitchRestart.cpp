@@ -1,22 +1,22 @@
 // The restart of a simulated switch's agent.
 #include <utility>
 
-#include "agent/switch/SimulatedSwitch.h"
+#include "agent/switch/Switch.h"
 #include "agent/switch/SwitchPathFactory.h"
 
 namespace Agent {
 
-void SimulatedSwitch::routeIs(L3::VrfName const& vrf, RouteKey const& key, WantedRoute wanted) {
+void Switch::routeIs(L3::VrfName const& vrf, RouteKey const& key, WantedRoute wanted) {
    replay_.drop({vrf, key});
    programmer().routeIs(vrf, key, std::move(wanted));
 }
 
-void SimulatedSwitch::routeDel(L3::VrfName const& vrf, RouteKey const& key) {
+void Switch::routeDel(L3::VrfName const& vrf, RouteKey const& key) {
    replay_.drop({vrf, key});
    programmer().routeDel(vrf, key);
 }
 
-RouteReplay::Routes SimulatedSwitch::wantedRoutes() const {
+RouteReplay::Routes Switch::wantedRoutes() const {
    RouteReplay::Routes routes = replay_.left();
    programmer().forEach([&](RouteView const& route) {
       routes.insert_or_assign({route.vrf(), route.key()}, route.wanted());
@@ -24,43 +24,51 @@ RouteReplay::Routes SimulatedSwitch::wantedRoutes() const {
    return routes;
 }
 
-void SimulatedSwitch::timelineIs(Timeline* timeline) {
+void Switch::timelineIs(Timeline* timeline) {
    timeline_ = timeline;
    path_->timelineIs(timeline);
 }
 
 // ---- Crash and start ----
 
-void SimulatedSwitch::restart(RestartOptions const& options) {
+bool Switch::restart(RestartOptions const& options) {
    RouteReplay::Routes routes = wantedRoutes();
-   Crashed const crashed{vrfIds_, path_->faults()};
-   path_->detach(options.applied);
+   Qor::Ptr<VelMroute::Platform> next = platform().crash(options.applied);
+   if (!next) return false;
    before_ = figures();
    ++before_.restarts;
    if (timeline_) timeline_->crash();
    path_.reset();
 
+   surroundings_.platform = std::move(next);
    surroundings_.mfibHwStatus = Qor::make<Routing::Multicast::Fib::Hardware::Status>();
-   path_ = newSwitchPath(pathKind_, surroundings_, pathConfig_, &crashed);
+   Crashed const crashed{vrfIds_};
+   path_ = newSwitchPath(surroundings_, &crashed);
    programmer().onReroute(rerouting_);
    if (timeline_) path_->timelineIs(timeline_);
    startedAt_ = Qor::now();
    replay_.start(std::move(routes), options);
+   return true;
 }
 
 // ---- All agents so far ----
 
-SimulatedSwitch::Figures SimulatedSwitch::figures() const {
+Switch::Figures Switch::figures() const {
    Figures all = before_;
    all.programmer.add(programmer().counters());
-   for (Qor::String& fault : path_->platformFaults())
+   for (Qor::String& fault : platform().violations())
+      all.faults.push_back(std::move(fault));
+   for (Qor::String& fault : path_->faults())
       all.faults.push_back(std::move(fault));
    return all;
 }
 
-std::vector<Qor::String> SimulatedSwitch::audit() const {
+std::vector<Qor::String> Switch::audit() const {
+   path_->verify();
    std::vector<Qor::String> faults = before_.faults;
-   for (Qor::String& fault : path_->audit())
+   for (Qor::String& fault : platform().audit())
+      faults.push_back(std::move(fault));
+   for (Qor::String& fault : path_->faults())
       faults.push_back(std::move(fault));
    return faults;
 }

@@ -1,5 +1,6 @@
-// A table of numbered match entries: the type of the chip's route and boundary tables. An entry
-// matches the packets of one VRF, route key and accepting vlan; the longest match is looked up.
+// A table of numbered match entries: the type of a chip's route and boundary tables, both of the
+// simulated chip and of the shadow of a real one (hooks/Shadow.h). An entry matches the packets of
+// one VRF, route key and accepting vlan; the longest match is looked up.
 //
 // The table owns its entries. A refused write changes nothing and returns the reason; a completed
 // write returns an empty text. A look-up costs one hash look-up per combination of prefix lengths
@@ -16,7 +17,7 @@
 #include "Routing/Multicast/Fib/IpGenRouteKey.h"
 #include "Wisp/Multicast/Fib/RpaIndex.h"
 
-namespace Sim {
+namespace VelMroute {
 
 // The reason why a write was refused; empty if the write was done.
 using Refusal = Qor::String;
@@ -29,7 +30,7 @@ struct Traffic {
    Qor::U64 bytes = 0;
 };
 
-struct Entry {
+struct TableEntry {
    // The packets that the entry matches. An accepting vlan of none accepts packets of all vlans.
    Qor::U32 vrfId = 0;
    Routing::Multicast::Fib::IpGenRouteKey key;
@@ -56,14 +57,16 @@ class EntryTable {
    Qor::U32 peak() const { return peak_; }  // the largest size so far
 
    // The entry with this number, or null. The pointer is valid until the table's next create().
-   Entry const* find(Qor::U32 index) const {
+   TableEntry const* find(Qor::U32 index) const {
       return index < slots_.size() && slots_[index] ? &slots_[index]->entry : nullptr;
    }
-   Entry* find(Qor::U32 index) { return const_cast<Entry*>(std::as_const(*this).find(index)); }
+   TableEntry* find(Qor::U32 index) {
+      return const_cast<TableEntry*>(std::as_const(*this).find(index));
+   }
 
    // Refuses an index beyond the capacity or in use, an invalid key, and an entry with the VRF, key
    // and accepting vlan of another entry.
-   [[nodiscard]] Refusal create(Qor::U32 index, Entry const& entry);
+   [[nodiscard]] Refusal create(Qor::U32 index, TableEntry const& entry);
    // Refuses an index without an entry.
    [[nodiscard]] Refusal erase(Qor::U32 index);
 
@@ -104,7 +107,7 @@ class EntryTable {
 
  private:
    struct Slot {
-      Entry entry;
+      TableEntry entry;
       Qor::U32 next;  // the next entry of the same VRF and key, or nowhere
    };
    struct VrfKey {
@@ -134,4 +137,4 @@ class EntryTable {
    std::vector<Shape> shapes_;               // in the order of the look-up: longest match first
 };
 
-}  // namespace Sim
+}  // namespace VelMroute
