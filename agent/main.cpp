@@ -64,6 +64,8 @@ void addRun(CLI::App& app, RunOptions& options, Texts& texts) {
    run->add_flag("-j,--json", options.json, "print everything as one JSON object");
    run->add_flag("--check,!--no-check", options.check,
                  "compare the chip's forwarding with the end of the capture (on by default)");
+   run->add_flag("--check-hooks", options.checkHooks,
+                 "compare each call of the platform's hooks with their contract");
    run->add_flag("--keep-going", options.keepGoing, "report malformed lines and read on");
    run->add_flag("--inspect", options.inspect,
                  "query the switch by commands, in place of the summary: docs/inspect.md");

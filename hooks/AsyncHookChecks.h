@@ -6,7 +6,8 @@
 // succeeds, in which order invisible writes are applied, whether a group is rewritten or an entry
 // pointed without a gap in between, whether a deletion takes effect, and whether the hit times are
 // true. These need packets and a reading of the tables. A transaction that is complete when it is
-// first seen may be one object for all such writes, so the rule on stale transactions leaves it out.
+// first seen may be one object for all such writes, so the rule on stale transactions leaves it
+// out.
 #pragma once
 
 #include <map>
