@@ -36,7 +36,7 @@ Qor::Ptr<VelMroute::Platform> checked(std::string const& name, PathKind path, Ma
 }  // namespace
 
 PlatformChoice simulatedPlatform(PathKind path, PlatformOptions options) {
-   return {path, true, false, [path, options = std::move(options)] {
+   return {path, true, [path, options = std::move(options)] {
               return checked("sim", path, [&] {
                  return path == PathKind::async ? VelMroute::newSimulatedAsyncPlatform(options)
                                                 : VelMroute::newSimulatedSyncPlatform(options);
@@ -63,7 +63,7 @@ NamedPlatform namedPlatform(std::string const& text) {
    }
    VelMrouteModule const& module = openModule(name);
    return {module.path, [name, given, &module](PathKind, PlatformOptions const&) {
-              return PlatformChoice{module.path, module.virtualTime, false, [name, given, &module] {
+              return PlatformChoice{module.path, module.virtualTime, [name, given, &module] {
                                        return checked(name, module.path,
                                                       [&] { return module.make(given); });
                                     }};

@@ -16,10 +16,10 @@ struct PlatformChoice {
    // As Abilities::virtualTime of the platform. The time base of the activity loop precedes the
    // platform, which may have clocks.
    bool virtualTime = true;
-   // The gates in front of the hooks compare each call with the contract (hooks/HookChecks.h).
-   bool checksHooks = false;
    // Makes the platform. Throws PlatformError if the platform cannot be made.
    std::function<Qor::Ptr<VelMroute::Platform>()> make;
+   // The gates in front of the hooks compare each call with the contract (hooks/HookChecks.h).
+   bool checksHooks = false;
 };
 
 // Chooses a platform for a path. The options are the sizes and times that a scenario asks for; a

@@ -5,8 +5,8 @@
 // Each line of standard input is a wish:
 //    join SOURCE GROUP INPUT OUTPUT...     want the route, or change its outputs
 //    leave SOURCE GROUP                    want it no longer
-// The agent prints each change of a route's state. At the end of the input it leaves the chip
-// forwarding. The chip is the imaginary one of ../chip; an agent of yours has hooks of its own.
+// The agent prints each change of a route's state. After the end of the input it waits until all
+// routes are placed, and leaves the chip forwarding. The chip is the imaginary one of ../chip; an agent of yours has hooks of its own.
 #include <poll.h>
 #include <unistd.h>
 
@@ -65,8 +65,8 @@ class Agent {
 
    // The loop: wait for input or for the next deadline of the library, and let the library work.
    void run() {
-      while (!ended_) {
-         pollfd input{STDIN_FILENO, POLLIN, 0};
+      while (!ended_ || !programmer_.settled()) {
+         pollfd input{ended_ ? -1 : STDIN_FILENO, POLLIN, 0};
          double const wait = std::min(programmer_.nextDeadline() - Qor::now(), 1.0);
          poll(&input, 1, std::max(0, static_cast<int>(wait * 1000 + 1)));
          if (input.revents != 0) read();

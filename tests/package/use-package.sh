@@ -44,7 +44,8 @@ expect "user, built by pkg-config," "$(build_by_pkg_config main velmroute)" "$us
 expect "agent, built by pkg-config," "$(build_by_pkg_config agent velmroute-programmer)" "$agent_text"
 expect "velmroute-programmer.pc" "$("$pkg_config" --modversion velmroute-programmer)" "$version"
 
-examples=$("$pkg_config" --variable=prefix velmroute)/share/doc/velmroute/examples
+eval "prefix=$("$pkg_config" --variable=prefix velmroute)"
+examples=$prefix/share/doc/velmroute/examples
 for example in chip embed; do
    cmake -S "$examples/$example" -B "$work/$example"
    cmake --build "$work/$example"
