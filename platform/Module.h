@@ -62,8 +62,6 @@ inline constexpr std::uint32_t moduleAbi = 1;
 #define VELMROUTE_SANITIZER "none"
 #endif
 
-extern "C" {
-
 struct VelMrouteModule {
    std::uint32_t abi;      // VelMroute::moduleAbi; the first two members never change
    std::uint32_t size;     // sizeof(VelMrouteModule)
@@ -79,7 +77,6 @@ struct VelMrouteModule {
    // prints: PlatformOptionError for an option that the platform does not know, and for a bad value.
    Qor::Ptr<VelMroute::Platform> (*make)(VelMroute::PlatformOptions const& options);
 };
-}
 
 // Defines the symbol. `makePlatform` is a function or a lambda without captures. Used once in a
 // module, outside namespaces.

@@ -217,7 +217,8 @@ class Programmer final {
    // Ends the programmer, once: no wish is taken from now on. `leave` waits for the writes under way
    // and shuts the gate. A second call changes nothing.
    void end(End how);
-   // Whether the end is complete, so that the process may exit without a loss.
+   // Whether the end is complete: no call of a hook follows. Deletions have no transaction, so they
+   // may still be under way in a platform that queues them.
    bool ended() const;
 
    RouteTable& table();

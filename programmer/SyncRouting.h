@@ -1,6 +1,8 @@
 // The part of the synchronous path that all chips of one hook object share: the agent-wide reactor
 // (Vel/VelMrouteSm.h), which turns multicast routing on and keeps the route counters, and a gate in
-// front of its hooks. An agent with one chip needs no object of its own: SyncRouteTable makes one.
+// front of its hooks. An agent makes one object for all chips of its hook object. Objects with
+// different hooks must not share an l3Status: a decision on multicast routing that one reactor has
+// published is not passed to the hooks of the others.
 #pragma once
 
 #include "Routing/Multicast/Fib/CounterStatus.h"

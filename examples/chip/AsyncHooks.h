@@ -18,8 +18,8 @@ class AsyncHooks final : public VelHelper::AsyncMrouteHelper {
 
    bool writesPending() const { return !queue_.empty(); }
 
-   // ---- Groups. An id is the number of a group in the array. It is taken from the call on, and the
-   // write follows in the queue. ----
+   // ---- Groups. An id is the number of a group in the array. It is taken from the call on, and
+   // the write follows in the queue. ----
 
    Qor::U32 doAllocateSharableMulticastGroup(MrouteLib::RouteKeyInfo const&,
                                              MrouteLib::OifSetPtr oifSet, Hux::XactPtr blocking,
@@ -58,11 +58,18 @@ class AsyncHooks final : public VelHelper::AsyncMrouteHelper {
       for (Qor::U32 i = 0; i < entries_.size(); ++i) {
          if (entries_[i].taken && mistake_ != Mistake::handleTwice) continue;
          entries_[i].taken = true;
+         entries_[i].life = ++lives_;
          ArrayChip::Entry entry;
          entry.vrfId = vrfId;
          entry.key = key;
          entry.vlan = vlan;
-         queue([this, i, entry] { return chip_.entries[i] = entry, true; }, nullptr);
+         queue(
+               [this, i, entry, life = lives_] {
+                  chip_.entries[i] = entry;
+                  entries_[i].onChip = entries_[i].life == life;
+                  return true;
+               },
+               nullptr);
          return MrouteLib::RouteHandle(i);
       }
       return {};
@@ -91,8 +98,9 @@ class AsyncHooks final : public VelHelper::AsyncMrouteHelper {
       return xact->state() == Hux::Xact::State::failed ? "the group was not written" : "";
    }
    Qor::Seconds routeLastAccessedTime(MrouteLib::RouteHandle handle) override {
-      auto const& entry = chip_.entries[handle.value()];
-      return entry ? entry->lastHit : 0;
+      // Before the new entry is written, the chip may still have one from before.
+      Qor::U32 const i = handle.value();
+      return entries_[i].onChip ? chip_.entries[i]->lastHit : 0;
    }
 
  private:
@@ -105,6 +113,8 @@ class AsyncHooks final : public VelHelper::AsyncMrouteHelper {
    struct Place {
       bool taken = false;
       Hux::XactPtr write;
+      Qor::U64 life = 0;    // of an entry: which user of the place it has
+      bool onChip = false;  // of an entry: that user's entry is written
    };
    class Worker final : public Qor::Clock::Notifiee {
     public:
@@ -146,6 +156,7 @@ class AsyncHooks final : public VelHelper::AsyncMrouteHelper {
    Mistake const mistake_;
    std::array<Place, std::tuple_size_v<decltype(ArrayChip::groups)>> groups_;
    std::array<Place, std::tuple_size_v<decltype(ArrayChip::entries)>> entries_;
+   Qor::U64 lives_ = 0;
    std::deque<Write> queue_;
    Qor::Ptr<Qor::Clock> const clock_ = Qor::make<Qor::Clock>("array chip");
    Worker worker_{*this};

@@ -6,7 +6,8 @@
 //    join SOURCE GROUP INPUT OUTPUT...     want the route, or change its outputs
 //    leave SOURCE GROUP                    want it no longer
 // The agent prints each change of a route's state. After the end of the input it waits until all
-// routes are placed, and leaves the chip forwarding. The chip is the imaginary one of ../chip; an agent of yours has hooks of its own.
+// routes are placed, and leaves the chip forwarding. The chip is the imaginary one of ../chip; an
+// agent of yours has hooks of its own.
 #include <poll.h>
 #include <unistd.h>
 
