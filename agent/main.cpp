@@ -3,6 +3,7 @@
 #include <csignal>
 #include <iostream>
 
+#include "agent/check/CheckCommand.h"
 #include "agent/input/TraceOption.h"
 #include "agent/report/ExitCode.h"
 #include "agent/report/Output.h"
@@ -12,6 +13,7 @@
 
 namespace {
 
+using Agent::CheckOptions;
 using Agent::RunOptions;
 using Agent::SoakOptions;
 
@@ -98,6 +100,33 @@ CLI::App* addSoak(CLI::App& app, SoakOptions& options, std::string& path) {
    return soak;
 }
 
+CLI::App* addCheck(CLI::App& app, CheckOptions& options, std::string& platform, std::string& chip) {
+   CLI::App* check = app.add_subcommand(
+         "check", "find mistakes in the hooks of a platform: packets, full tables, random lives");
+   check->footer(
+         "Each numbered check is passed, failed or left out, with the reason: docs/kit.md.\n"
+         "Exit code: 0 no check failed, 1 a check failed, 2 bad usage.");
+   check->add_option("--platform", platform,
+                     "platform to check: sim or sim-sync, the simulated chip on either path")
+         ->check(CLI::IsMember({"sim", "sim-sync"}))
+         ->capture_default_str();
+   check->add_option("--chip", chip, "sizes of the chip's tables; latency of a write in seconds")
+         ->check(chipSyntax())
+         ->capture_default_str();
+   check->add_option("--seed", options.seed, "seed of the first random life")
+         ->capture_default_str();
+   check->add_option("--lives", options.lives, "number of random lives")->capture_default_str();
+   check->add_option("--steps", options.steps, "number of steps of a random life")
+         ->capture_default_str();
+   check->add_option("--room", options.room,
+                     "sets or entries after which the search for a full table ends")
+         ->check(CLI::Range(2u, 1'000'000u))
+         ->capture_default_str();
+   check->add_option("--only", options.only, "checks to run, by id")->delimiter(',');
+   check->add_flag("--tap", options.tap, "print the Test Anything Protocol, version 13");
+   return check;
+}
+
 // The error text for a first word that is no subcommand; empty for a subcommand or an option.
 std::string unknownSubcommand(CLI::App const& app, int argc, char const* const* argv) {
    if (argc < 2 || argv[1][0] == '-') return {};
@@ -122,6 +151,9 @@ int main(int argc, char** argv) {
    SoakOptions soakOptions;
    std::string soakPath;
    CLI::App const* const soak = addSoak(app, soakOptions, soakPath);
+   CheckOptions checkOptions;
+   std::string checkPlatform = "sim", checkChip = "groups=32,routes=64,boundaries=16";
+   CLI::App const* const check = addCheck(app, checkOptions, checkPlatform, checkChip);
    if (auto const wrong = unknownSubcommand(app, argc, argv); !wrong.empty()) {
       std::cerr << wrong << "\nRun with --help for more information.\n";
       return Agent::exitUsage;
@@ -135,6 +167,11 @@ int main(int argc, char** argv) {
    if (soak->parsed()) {
       soakOptions.path = Agent::pathKindNamed(soakPath);
       return Agent::runSoak(soakOptions);
+   }
+   if (check->parsed()) {
+      checkOptions.path = checkPlatform == "sim" ? Agent::PathKind::async : Agent::PathKind::sync;
+      checkOptions.chip.add(checkChip);
+      return Agent::runCheck(checkOptions);
    }
    if (options.until && !options.inspects()) {
       std::cerr << "--until stops the run for commands, so it needs --inspect or --eval\n";

@@ -1,0 +1,88 @@
+// Finds the mistakes of a platform: the kit runs lives of an agent on the chip of a platform, and
+// compares three things after each step.
+//
+//    compared                        | culprit of a difference
+//    --------------------------------+-------------------------------------------------------------
+//    a call with the calls before it | the hook; the rules are those of the checked hooks
+//                                    | (hooks/HookChecks.h)
+//    the chip with the shadow        | the platform. Packets and the tables that are read back show
+//                                    | the chip, and the shadow (hooks/Shadow.h) has the tables that
+//                                    | the calls asked for. The last call that touched the entry or
+//                                    | the set is named
+//    the shadow with the wishes      | the library. The kit keeps the wanted routes, and compares
+//                                    | those that are in hardware
+//
+// The checks are numbered (kit/KitReport.h), and each one has lives of its own: a fresh platform, and
+// a programmer with a checked gate. A check that needs an ability, a probe, injected faults or a
+// restart that the platform does not have is left out, with the reason.
+//
+// Use. The kit needs no test framework:
+//
+//    VelMroute::Kit kit([] { return Qor::make<MyPlatform>(); });
+//    auto const report = kit.run();
+//    VelMroute::print(std::cout, report);
+//    return report.passed() ? 0 : 1;
+//
+// Time. The kit turns the loop through Probe::wait() and Probe::settle(), looks at the chip when no
+// write is under way, and sends packets in batches. Only the check "make-before-break" sends packets
+// while writes are under way, one by one; its text has the rate and the losses.
+//
+// Ports. The kit uses the first ports of the probe that have a vlan, at most eight. If the platform
+// has none, the kit announces the ports kit1 to kit8 in the vlans 1 to 8 (Platform::portIs()).
+// Four ports are enough: two inputs and two outputs.
+//
+// Room. The checks need a chip with room for 8 sets, 8 entries and 2 boundary entries.
+#pragma once
+
+#include <functional>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "kit/KitReport.h"
+#include "platform/Platform.h"
+
+namespace VelMroute {
+
+// Makes a platform on a chip whose tables are empty. The kit lets go of a platform before it makes
+// the next one. An error of the maker ends the run.
+using PlatformMaker = std::function<Qor::Ptr<Platform>()>;
+
+struct KitOptions {
+   // The platforms run on Qor::now() alone (Abilities::virtualTime). Each life then has an activity
+   // manager of its own, on virtual time. Otherwise the lives run on the present activity manager.
+   bool virtualTime = false;
+   Qor::U64 seed = 1;           // of the random lives
+   Qor::U32 lives = 8;          // random lives
+   Qor::U32 steps = 120;        // of a random life
+   Qor::Seconds lifeTime = 60;  // seconds after which a random life ends early
+   Qor::Seconds patience = 10;  // seconds within which each write is complete
+   // The number of sets or entries after which the capacity checks stop looking for a full table.
+   Qor::U32 room = 1024;
+   Vel::VrfId vrfId{0u};  // the VRF of the routes, and of the packets
+   // A second VRF, in which packets can arrive at the same ports; none: the check of VRFs is left out.
+   std::optional<Vel::VrfId> otherVrfId = {};
+   // The ids of the checks to run; empty: all. The others are left out.
+   std::vector<std::string> only = {};
+};
+
+class Kit final {
+ public:
+   // RangeException "VelMroute::Kit::make null not allowed", and
+   // "VelMroute::Kit::only <id> not allowed" for an id that no check has.
+   Kit(PlatformMaker make, KitOptions options = {});
+
+   KitOptions const& options() const { return options_; }
+
+   // Runs all checks, in the order of their numbers. Raises the errors of the maker, and
+   // RangeException for a platform that the kit cannot use: without hooks, on another time than
+   // options().virtualTime says, or with less than four ports. With VEL_NOOP_AGENT in the environment the
+   // gates check nothing, so that is such an error, too.
+   KitReport run();
+
+ private:
+   PlatformMaker const make_;
+   KitOptions const options_;
+};
+
+}  // namespace VelMroute
