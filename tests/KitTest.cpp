@@ -6,6 +6,7 @@
 
 #include "TestSupport.h"
 #include "kit/Kit.h"
+#include "kit/internal/Life.h"
 #include "platform/sim/SimPlatform.h"
 
 namespace VelMroute {
@@ -250,8 +251,10 @@ class SyncHooks final : public Sim::SyncPlatform, public Mistaken {
 template <class Hooks>
 class MistakenPlatform final : public Platform {
  public:
-   explicit MistakenPlatform(std::string mistake)
-         : chip_(Qor::make<Sim::Chip>(small)),
+   // `reads`: the platform has a view and no probe.
+   explicit MistakenPlatform(std::string mistake, bool reads = false)
+         : reads_(reads),
+           chip_(Qor::make<Sim::Chip>(small)),
            around_(Sim::newAsyncPlatform(chip_)),
            hooks_(Qor::make<Hooks>(chip_, std::move(mistake))) {}
 
@@ -268,7 +271,8 @@ class MistakenPlatform final : public Platform {
       if constexpr (std::is_same_v<Hooks, SyncHooks>) return hooks_;
       return nullptr;
    }
-   Probe* probe() override { return around_->probe(); }
+   Probe* probe() override { return reads_ ? nullptr : around_->probe(); }
+   View* view() override { return reads_ ? around_->view() : nullptr; }
    Faults* faults() override { return &hooks_->faults(); }
    bool portIs(Lnet::IntfId intf, U32 number, Bridging::VlanIdOrNone vlan) override {
       return around_->portIs(intf, number, vlan);
@@ -279,8 +283,9 @@ class MistakenPlatform final : public Platform {
    }
 
  private:
+   bool const reads_;
    Qor::Ptr<Sim::Chip> const chip_;
-   Qor::Ptr<Sim::SimPlatform> const around_;  // for the probe
+   Qor::Ptr<Sim::SimPlatform> const around_;  // for probe and view
    Qor::Ptr<Hooks> const hooks_;
 };
 
@@ -306,9 +311,9 @@ struct Case {
 };
 
 template <class Hooks>
-void expectNamed(Case const& c) {
+void expectNamed(Case const& c, bool reads = false) {
    SCOPED_TRACE(c.mistake);
-   auto const make = [&] { return Qor::make<MistakenPlatform<Hooks>>(c.mistake); };
+   auto const make = [&] { return Qor::make<MistakenPlatform<Hooks>>(c.mistake, reads); };
    KitReport const report = Kit(make, virtualTime()).run();
    std::string const all = textOf(report);
    KitFinding const* first = nullptr;
@@ -395,6 +400,21 @@ TEST(Kit, EachMistakeOfASynchronousPlatformFailsItsCheck) {
       expectNamed<SyncHooks>(c);
 }
 
+// The same by reading back, without packets.
+constexpr Case readCases[] = {
+      {"", KitCulprit::none, "", ""},
+      {"second pointing ignored", platform, "forwarding", "forwards to kit3:3 on the chip; by the"},
+      {"sets lose a member", platform, "forwarding", "forwards to kit4:4 on the chip; by the"},
+      {"wrong vlan", platform, "forwarding", "by the calls in VRF 0, 1"},
+      {"route deletion ignored", platform, "forwarding", "is on the chip, and not by the calls"},
+      {"rewrite ignored", platform, "rewrite-in-place", "doUpdateMulticastGroupInPlace, call"},
+};
+
+TEST(Kit, APlatformWithoutAProbeIsReadBack) {
+   for (Case const& c : readCases)
+      expectNamed<AsyncHooks>(c, true);
+}
+
 // ---- Whole platforms. ----
 
 PlatformMaker simulated(bool sync) {
@@ -427,6 +447,44 @@ TEST(Kit, TheSimulatedChipPassesAllChecksOfItsPath) {
       EXPECT_NE(textOf(report).find(" 0 lost, 0 to old and new outputs"), std::string::npos);
    }
    EXPECT_EQ(Qor::activityManager(), before);
+}
+
+// The programmer gets other wishes than the kit has noted.
+TEST(Kit, ALibraryThatDoesSomethingElseIsAtFault) {
+   KitOptions const options = virtualTime();
+   auto const before = Qor::activityManager();
+   for (bool const sync : {false, true}) {
+      KitParts::Life life(options, simulated(sync), Qor::make<HookFaults>());
+      RouteKey const key = KitParts::sourceGroup(1), other = KitParts::sourceGroup(2);
+      auto const difference = [&]() -> std::string {
+         try {
+            life.rest();
+         } catch (KitParts::Difference const& found) {
+            EXPECT_EQ(found.culprit, KitCulprit::library);
+            return found.text;
+         }
+         return "";
+      };
+      life.want({.key = key, .outs = {2}, .cpu = true});
+      EXPECT_EQ(difference(), "");
+      OutputsPool pool;
+      auto const wish = [&](RouteKey const& of, unsigned in) {
+         life.programmer().routeIs(
+               life.vrf(), of,
+               {.iif = life.port(in).intf, .outputs = pool.get({life.port(2).intf})});
+      };
+      wish(key, 0);
+      EXPECT_NE(difference().find("forwards to kit3:3\nthe last call"), std::string::npos);
+      wish(key, 1);
+      EXPECT_NE(difference().find("is missing"), std::string::npos);
+      life.want({.key = key, .outs = {2}});
+      wish(other, 0);
+      EXPECT_EQ(difference(), "the calls leave 2 entries; the wishes need 1");
+      life.programmer().routeDel(life.vrf(), other);
+      life.programmer().routeDel(life.vrf(), key);
+      EXPECT_NE(difference().find("is forgotten"), std::string::npos);
+   }
+   Qor::activityManagerIs(before);
 }
 
 // A random life that fails is reduced to the steps that matter.
