@@ -3,6 +3,7 @@
 #include <csignal>
 #include <iostream>
 
+#include "VelMroute/Version.h"
 #include "agent/check/CheckCommand.h"
 #include "agent/input/TraceOption.h"
 #include "agent/report/ExitCode.h"
@@ -25,9 +26,17 @@ CLI::Validator chipSyntax() {
 // Values of the command line that are parsed after the whole command line is known to be valid.
 struct Texts {
    std::string path;
+   std::string platform;
    std::vector<std::string> traces;
    std::vector<std::string> shows;
 };
+
+CLI::Option* addPlatform(CLI::App* command, std::string& text) {
+   return command
+         ->add_option("--platform", text,
+                      "the chip: sim, sim-sync, or the file of a module: docs/platforms.md")
+         ->type_name("NAME[:OPTIONS]");
+}
 
 void addRun(CLI::App& app, RunOptions& options, Texts& texts) {
    CLI::App* run = app.add_subcommand(
@@ -49,6 +58,7 @@ void addRun(CLI::App& app, RunOptions& options, Texts& texts) {
    run->add_option("--path", texts.path,
                    "path to the chip, async or sync (default: the path of the scenario, or async)")
          ->check(CLI::IsMember({"async", "sync"}));
+   addPlatform(run, texts.platform)->excludes("--chip")->excludes("--path");
    run->add_option("--show", texts.shows, "tables to print: routes, oifsets, zombies, chip")
          ->delimiter(',')
          ->allow_extra_args(false)
@@ -56,6 +66,8 @@ void addRun(CLI::App& app, RunOptions& options, Texts& texts) {
    run->add_flag("-j,--json", options.json, "print everything as one JSON object");
    run->add_flag("--check,!--no-check", options.check,
                  "compare the chip's forwarding with the end of the capture (on by default)");
+   run->add_flag("--check-hooks", options.checkHooks,
+                 "compare each call of the platform's hooks with their contract");
    run->add_flag("--keep-going", options.keepGoing, "report malformed lines and read on");
    run->add_flag("--inspect", options.inspect,
                  "query the switch by commands, in place of the summary: docs/inspect.md");
@@ -74,7 +86,7 @@ void addRun(CLI::App& app, RunOptions& options, Texts& texts) {
          ->type_name("LEVEL[:GLOB]");
 }
 
-CLI::App* addSoak(CLI::App& app, SoakOptions& options, std::string& path) {
+CLI::App* addSoak(CLI::App& app, SoakOptions& options, Texts& texts) {
    CLI::App* soak = app.add_subcommand(
          "soak",
          "play random scenarios with faults, and compare the switch with a model all the time");
@@ -89,8 +101,9 @@ CLI::App* addSoak(CLI::App& app, SoakOptions& options, std::string& path) {
    soak->add_option("--ops", options.operations, "number of operations on each path")
          ->check(CLI::Range(std::uint64_t{1}, std::uint64_t{1'000'000'000}))
          ->capture_default_str();
-   soak->add_option("--path", path, "path to the chip, async or sync (default: both)")
+   soak->add_option("--path", texts.path, "path to the chip, async or sync (default: both)")
          ->check(CLI::IsMember({"async", "sync"}));
+   addPlatform(soak, texts.platform)->excludes("--path");
    soak->add_option("--replay", options.reproducerFile,
                     "file for the scenario that reproduces a fault")
          ->type_name("FILE");
@@ -100,19 +113,13 @@ CLI::App* addSoak(CLI::App& app, SoakOptions& options, std::string& path) {
    return soak;
 }
 
-CLI::App* addCheck(CLI::App& app, CheckOptions& options, std::string& platform, std::string& chip) {
+CLI::App* addCheck(CLI::App& app, CheckOptions& options, std::string& platform) {
    CLI::App* check = app.add_subcommand(
          "check", "find mistakes in the hooks of a platform: packets, full tables, random lives");
    check->footer(
          "Each numbered check is passed, failed or left out, with the reason: docs/kit.md.\n"
          "Exit code: 0 no check failed, 1 a check failed, 2 bad usage.");
-   check->add_option("--platform", platform,
-                     "platform to check: sim or sim-sync, the simulated chip on either path")
-         ->check(CLI::IsMember({"sim", "sim-sync"}))
-         ->capture_default_str();
-   check->add_option("--chip", chip, "sizes of the chip's tables; latency of a write in seconds")
-         ->check(chipSyntax())
-         ->capture_default_str();
+   addPlatform(check, platform)->capture_default_str();
    check->add_option("--seed", options.seed, "seed of the first random life")
          ->capture_default_str();
    check->add_option("--lives", options.lives, "number of random lives")->capture_default_str();
@@ -138,22 +145,30 @@ std::string unknownSubcommand(CLI::App const& app, int argc, char const* const* 
    return '"' + std::string(argv[1]) + "\" is not a subcommand (known: " + known + ')';
 }
 
-}  // namespace
+// Sets path and platform of a command.
+template <class Options>
+void choosePlatform(Texts const& texts, Options& options) {
+   options.path = Agent::pathKindNamed(texts.path);
+   if (texts.platform.empty()) return;
+   Agent::NamedPlatform named = Agent::namedPlatform(texts.platform);
+   options.path = named.path;
+   options.platforms = std::move(named.source);
+}
 
-int main(int argc, char** argv) {
+int runProgram(int argc, char** argv) {
    std::signal(SIGPIPE, SIG_IGN);  // if the reader of the output ends, a write fails instead
    CLI::App app("Programs multicast routes into the tables of a switch chip.", "velmroute");
-   app.set_version_flag("--version", "velmroute " VELMROUTE_VERSION);
+   app.set_version_flag("--version", "velmroute " VELMROUTE_VERSION_STRING);
    app.require_subcommand(1);
    RunOptions options;
    Texts texts;
    addRun(app, options, texts);
    SoakOptions soakOptions;
-   std::string soakPath;
-   CLI::App const* const soak = addSoak(app, soakOptions, soakPath);
+   Texts soakTexts;
+   CLI::App const* const soak = addSoak(app, soakOptions, soakTexts);
    CheckOptions checkOptions;
-   std::string checkPlatform = "sim", checkChip = "groups=32,routes=64,boundaries=16";
-   CLI::App const* const check = addCheck(app, checkOptions, checkPlatform, checkChip);
+   std::string checked = "sim";
+   CLI::App const* const check = addCheck(app, checkOptions, checked);
    if (auto const wrong = unknownSubcommand(app, argc, argv); !wrong.empty()) {
       std::cerr << wrong << "\nRun with --help for more information.\n";
       return Agent::exitUsage;
@@ -165,19 +180,18 @@ int main(int argc, char** argv) {
       return Agent::outputWritten() ? Agent::exitDone : Agent::exitFailed;
    }
    if (soak->parsed()) {
-      soakOptions.path = Agent::pathKindNamed(soakPath);
+      choosePlatform(soakTexts, soakOptions);
       return Agent::runSoak(soakOptions);
    }
    if (check->parsed()) {
-      checkOptions.path = checkPlatform == "sim" ? Agent::PathKind::async : Agent::PathKind::sync;
-      checkOptions.chip.add(checkChip);
+      checkOptions.platform = Agent::namedPlatform(checked);
       return Agent::runCheck(checkOptions);
    }
    if (options.until && !options.inspects()) {
       std::cerr << "--until stops the run for commands, so it needs --inspect or --eval\n";
       return Agent::exitUsage;
    }
-   options.path = Agent::pathKindNamed(texts.path);
+   choosePlatform(texts, options);
    for (std::string const& show : texts.shows)
       options.show.push_back(*Agent::viewNamed(show));
    for (std::string const& trace : texts.traces) {
@@ -187,4 +201,15 @@ int main(int argc, char** argv) {
       }
    }
    return Agent::runFiles(options);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+   try {
+      return runProgram(argc, argv);
+   } catch (std::exception const& error) {
+      std::cerr << "velmroute: " << error.what() << '\n';
+      return Agent::exitFailed;
+   }
 }

@@ -1,7 +1,10 @@
 # Defines the build options of the tree and the interface library `velmroute_options`. Each target
 # links that library privately and so gets the compiler's and the linker's flags.
 
-option(BUILD_TESTING "Build the tests" ON)
+include(CMakeDependentOption)
+option(VELMROUTE_PROGRAM "Build the program velmroute, which needs more than the compiler" ON)
+# The tests link most of the program.
+cmake_dependent_option(BUILD_TESTING "Build the tests" ON VELMROUTE_PROGRAM OFF)
 option(VELMROUTE_SANITIZE "Build with the address and undefined behaviour sanitizers" OFF)
 option(VELMROUTE_FUZZ "Build with Clang's fuzzer, beside the sanitizers, and its program" OFF)
 option(VELMROUTE_COVERAGE "Count how often each line is run" OFF)

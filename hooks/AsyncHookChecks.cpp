@@ -15,35 +15,21 @@ using MrouteLib::OifSetPtr;
 using MrouteLib::RouteHandle;
 using Qor::U32;
 
-namespace {
-
-Qor::String group(U32 id) {
-   return text("group ", id);
-}
-
-Qor::String entry(RouteHandle handle) {
-   return text("handle ", handle);
-}
-
-}  // namespace
-
 // ---- Transactions. ----
 
 // Follows the latest transaction of a set or an entry.
 class AsyncHookChecks::Watch final : public Xact::Notifiee {
  public:
    Watch(AsyncHookChecks& checks, XactPtr xact, XactPtr blocking, std::shared_ptr<Written> set,
-         bool ofSet, Qor::String target)
+         Target target)
          : checks_(checks),
            xact_(std::move(xact)),
            blocking_(std::move(blocking)),
            set_(std::move(set)),
-           ofSet_(ofSet),
-           target_(std::move(target)),
+           target_(target),
            call_(checks.call()),
            since_(Qor::now()),
-           wasPending_(xact_->pending()),
-           state_(Xact::State::pending) {
+           wasPending_(xact_->pending()) {
       notifierIs(xact_);
       checks_.pending_.emplace(call_.number, this);
       if (!wasPending_) onState();
@@ -64,7 +50,7 @@ class AsyncHookChecks::Watch final : public Xact::Notifiee {
          fault(HookDuty::blockingIgnored, "completed before its blocking transaction");
       }
       bool const succeeded = state_ == Xact::State::succeeded;
-      if (ofSet_) {
+      if (target_.isSet) {
          (succeeded ? set_->succeeded : set_->failed) = true;
       } else if (succeeded && set_ && set_->failed && !set_->succeeded) {
          fault(HookDuty::pointedAtFailedSet,
@@ -88,19 +74,18 @@ class AsyncHookChecks::Watch final : public Xact::Notifiee {
    void fault(HookDuty duty, Qor::String const& how) {
       if (std::exchange(faulty_, true)) return;
       checks_.fault(duty, {call_.hook, call_.number, Qor::now()},
-                    "the transaction of " + target_ + ' ' + how);
+                    text("the transaction of ", target_, ' ', how));
    }
 
    AsyncHookChecks& checks_;
    XactPtr const xact_;
    XactPtr const blocking_;  // or null
    std::shared_ptr<Written> const set_;
-   bool const ofSet_;  // writes the members of the set; otherwise points an entry at it
-   Qor::String const target_;
+   Target const target_;  // the set whose members are written, or the entry that is pointed at it
    HookCall const call_;  // that began the write
    Qor::Seconds since_;
    bool const wasPending_;
-   Xact::State state_;
+   Xact::State state_ = Xact::State::pending;
    bool faulty_ = false;
 };
 
@@ -116,7 +101,10 @@ AsyncHookChecks::~AsyncHookChecks() {
 
 void AsyncHookChecks::begins(char const* hook) {
    HookChecks::begins(hook);
-   std::erase_if(replaced_, [](auto const& watch) { return !watch->xact()->pending(); });
+   if (replaced_.size() >= sweepAt_) {
+      std::erase_if(replaced_, [](auto const& watch) { return !watch->xact()->pending(); });
+      sweepAt_ = 2 * replaced_.size() + 16;
+   }
    if (!pending_.empty()) pending_.begin()->second->lookAtAge();
 }
 
@@ -132,36 +120,36 @@ void AsyncHookChecks::drop(Writes& writes) {
 }
 
 void AsyncHookChecks::watch(Writes& writes, XactPtr const& xact, XactPtr const& blockingXact,
-                            Qor::String const& target) {
-   bool const ofSet = target.starts_with("group");
+                            Target target) {
    drop(writes);
-   writes.latest = std::make_unique<Watch>(*this, xact, blockingXact, writes.set, ofSet, target);
+   writes.latest = std::make_unique<Watch>(*this, xact, blockingXact, writes.set, target);
 }
 
 // A platform may have one complete transaction object for all its writes that are complete at once.
 // So the transaction of the write before is stale if it is complete and has been pending.
-void AsyncHookChecks::seen(Writes& writes, XactPtr const& xact, Qor::String const& target) {
+void AsyncHookChecks::seen(Writes& writes, XactPtr const& xact, Target target) {
    if (writes.faulty) return;
    writes.faulty = true;
-   if (!xact) return fault(HookDuty::xactNull, "no transaction for " + target);
+   if (!xact) return fault(HookDuty::xactNull, text("no transaction for ", target));
    bool const isLatest = writes.latest && writes.latest->xact() == xact;
    if (!isLatest && xact == writes.before && !xact->pending()) {
       return fault(HookDuty::xactStale,
-                   "the transaction of " + target + " is that of the write before the last");
+                   text("the transaction of ", target, " is that of the write before the last"));
    }
    writes.faulty = false;
    if (!isLatest) watch(writes, xact, nullptr, target);
 }
 
 void AsyncHookChecks::written(Writes& writes, XactPtr const& xact, XactPtr const& blockingXact,
-                              Qor::String const& target) {
+                              Target target) {
    writes.faulty = true;
-   if (!xact) return fault(HookDuty::xactNull, "no transaction for " + target + " after a write");
+   if (!xact)
+      return fault(HookDuty::xactNull, text("no transaction for ", target, " after a write"));
    bool const isLatest = writes.latest && writes.latest->xact() == xact;
    bool const wasLatest = isLatest && writes.latest->wasPending();
    if (!xact->pending() && (wasLatest || xact == writes.before)) {
-      return fault(HookDuty::xactStale,
-                   "the transaction of " + target + " after a write is that of an earlier write");
+      return fault(HookDuty::xactStale, text("the transaction of ", target,
+                                             " after a write is that of an earlier write"));
    }
    writes.faulty = false;
    // One transaction may be that of both writes while it is pending.
@@ -172,7 +160,7 @@ void AsyncHookChecks::written(Writes& writes, XactPtr const& xact, XactPtr const
 
 bool AsyncHookChecks::knownSet(U32 id) {
    if (shadow_.set(id)) return true;
-   fault(HookDuty::setUnknown, group(id) + " is not allocated");
+   fault(HookDuty::setUnknown, text(group(id), " is not allocated"));
    return false;
 }
 
@@ -190,7 +178,7 @@ bool AsyncHookChecks::isRefusal(U32 id) {
       stop(HookDuty::setValidity, "the invalid id is said to name a group");
    } else if (valid) {
       valid_.insert(id);
-      if (denied_ == id || (denied_ && !deletedAny_)) {
+      if (denied_ == id || (denied_ && deletedAt_ < 0)) {
          denied(text("group ", *denied_,
                      " was given out, and said to be no group: the allocation "
                      "after it got ",
@@ -199,7 +187,7 @@ bool AsyncHookChecks::isRefusal(U32 id) {
       return false;
    }
    if (id != invalid && valid_.contains(id)) {
-      denied(group(id) + " is given out, and said to be no group; it was one before");
+      denied(text(group(id), " is given out, and said to be no group; it was one before"));
    } else if (denied_ && denied_ != id) {
       denied(text("groups ", *denied_, " and ", id, " are both said to be no group"));
    } else if (id != invalid && refusedByInvalid_) {
@@ -211,9 +199,27 @@ bool AsyncHookChecks::isRefusal(U32 id) {
    return !valid;
 }
 
+// A deletion may take effect later than its call, so an empty table may refuse for a while.
+void AsyncHookChecks::refused(bool ofGroups) {
+   Qor::Seconds const emptySince = ofGroups ? deletedAt_ : routeDeletedAt_;
+   bool const empty = ofGroups ? shadow_.sets() == 0 : shadow_.routes() == 0;
+   bool const certain = empty && options().startsEmpty && !roomLost() &&
+                        Qor::now() - emptySince > options().patience;
+   U32& inRow = ofGroups ? refusals_ : routeRefusals_;
+   inRow = certain ? inRow + 1 : 0;
+   if (inRow == 0 || inRow != options().refusals) return;
+   fault(HookDuty::refusedWhenEmpty, text(inRow, " allocations in a row are refused, while no ",
+                                          ofGroups ? "group" : "entry", " is allocated"));
+   inRow = 0;
+}
+
 U32 AsyncHookChecks::groupAllocated(U32 id, OifSetPtr const& oifSet, XactPtr const& blockingXact,
                                     bool fixed, bool excludeEmptyMcid) {
-   if (isRefusal(id)) return id;
+   if (isRefusal(id)) {
+      if (!fixed) refused(true);
+      return id;
+   }
+   refusals_ = 0;
    MrouteLib::PortVlanSet const& set = oifSet->portVlanSet();
    Shadow::Set const* const live = shadow_.set(id);
    if (live && !(fixed && live->fixed)) {
@@ -232,7 +238,7 @@ U32 AsyncHookChecks::groupAllocated(U32 id, OifSetPtr const& oifSet, XactPtr con
    XactPtr const xact = hooks_.doGetXactForOifSet(id);
    if (!xact && options().stops) {
       if (!live) hooks_.doDeleteOifSet(id);
-      stop(HookDuty::xactNull, "no transaction for " + group(id) + " after its allocation");
+      stop(HookDuty::xactNull, text("no transaction for ", group(id), " after its allocation"));
    }
    if (live) {
       shadow_.setWritten(id, set, call());
@@ -283,7 +289,7 @@ XactPtr AsyncHookChecks::doGetXactForOifSet(U32 mcastId) {
 
 void AsyncHookChecks::doDeleteOifSet(U32 mcastId) {
    begins("doDeleteOifSet");
-   deletedAny_ = true;
+   deletedAt_ = Qor::now();
    if (knownSet(mcastId)) {
       Shadow::Set const& set = *shadow_.set(mcastId);
       U32 pointing = 0;  // an entry whose pointing has failed stays where it was
@@ -307,7 +313,7 @@ bool AsyncHookChecks::mcastIdIsValid(U32 mcastId) {
    begins("mcastIdIsValid");
    bool const valid = hooks_.mcastIdIsValid(mcastId);
    if (!valid && shadow_.set(mcastId)) {
-      fault(HookDuty::setValidity, group(mcastId) + " is allocated, and said to be no group");
+      fault(HookDuty::setValidity, text(group(mcastId), " is allocated, and said to be no group"));
    }
    return valid;
 }
@@ -330,7 +336,7 @@ Qor::String8 AsyncHookChecks::doGetXactFailureReason(XactPtr const& xact,
 
 bool AsyncHookChecks::knownEntry(RouteHandle handle) {
    if (shadow_.entry(handle)) return true;
-   fault(HookDuty::entryUnknown, entry(handle) + " is not allocated");
+   fault(HookDuty::entryUnknown, text(entry(handle), " is not allocated"));
    return false;
 }
 
@@ -341,7 +347,11 @@ RouteHandle AsyncHookChecks::doAllocateRoute(IpGenRouteKey const& routeKey,
    begins("doAllocateRoute");
    RouteHandle const handle =
          hooks_.doAllocateRoute(routeKey, acceptingVlanId, bridgeAction, rpaId, vrfId);
-   if (handle.isNull()) return handle;
+   if (handle.isNull()) {
+      refused(false);
+      return handle;
+   }
+   routeRefusals_ = 0;
    if (Shadow::Entry const* const live = shadow_.entry(handle)) {
       stop(HookDuty::entryTwice, text(entry(handle), " is given out for ", routeKey,
                                       ", and in use for ", live->key, " since ", live->lastCall));
@@ -365,7 +375,7 @@ void AsyncHookChecks::doSetMtableOifSet(RouteHandle handle, U32 mcastId,
    bool const known = knownEntry(handle);
    bool const set = knownSet(mcastId);
    if (set && !hooks_.mcastIdIsValid(mcastId)) {
-      fault(HookDuty::setValidity, group(mcastId) + " is allocated, and said to be no group");
+      fault(HookDuty::setValidity, text(group(mcastId), " is allocated, and said to be no group"));
    }
    hooks_.doSetMtableOifSet(handle, mcastId, blockingXact);
    if (!known || !set) return;
@@ -388,6 +398,7 @@ XactPtr AsyncHookChecks::doGetXactForIngress(RouteHandle handle) {
 // The library has forgotten the route, also if the hook throws.
 void AsyncHookChecks::doDeleteRoute(RouteHandle handle) {
    begins("doDeleteRoute");
+   routeDeletedAt_ = Qor::now();
    if (knownEntry(handle)) {
       drop(entries_[handle.value()]);
       shadow_.entryDeleted(handle, call());

@@ -1,16 +1,19 @@
-// The checks of the asynchronous path (hooks/HookChecks.h), inside the gate (hooks/AsyncHookGate.h).
-// Each function is the hook of its name: it makes the call on the platform's hooks, checks it, and
-// keeps the shadow.
+// The checks of the asynchronous path (hooks/HookChecks.h), inside the gate
+// (hooks/AsyncHookGate.h). Each function is the hook of its name: it makes the call on the
+// platform's hooks, checks it, and keeps the shadow.
 //
-// Duties that calls cannot show: whether a write has reached the chip when its transaction succeeds,
-// in which order invisible writes are applied, whether a group is rewritten or an entry pointed
-// without a gap in between, what a deletion does, and whether the hit times are true. These need
-// packets and a reading of the tables.
+// Duties that calls cannot show: whether a write has reached the chip when its transaction
+// succeeds, in which order invisible writes are applied, whether a group is rewritten or an entry
+// pointed without a gap in between, whether a deletion takes effect, and whether the hit times are
+// true. These need packets and a reading of the tables. A transaction that is complete when it is
+// first seen may be one object for all such writes, so the rule on stale transactions leaves it
+// out.
 #pragma once
 
 #include <map>
 #include <memory>
 #include <optional>
+#include <ostream>
 #include <set>
 #include <vector>
 
@@ -60,6 +63,16 @@ class AsyncHookChecks final : public HookChecks {
       bool succeeded = false;
       bool failed = false;
    };
+   // A set or an entry, in the texts of faults: "group 7", "handle 7".
+   struct Target {
+      bool isSet;
+      Qor::U32 number;
+   };
+   friend std::ostream& operator<<(std::ostream& os, Target target) {
+      return os << (target.isSet ? "group " : "handle ") << target.number;
+   }
+   static Target group(Qor::U32 id) { return {true, id}; }
+   static Target entry(RouteHandle handle) { return {false, handle.value()}; }
    class Watch;
    // The transactions of a set or an entry. They stay behind when it is deleted, because a stale
    // transaction may come back under the same number.
@@ -75,15 +88,16 @@ class AsyncHookChecks final : public HookChecks {
    Qor::U32 groupAllocated(Qor::U32 id, MrouteLib::OifSetPtr const& oifSet,
                            Hux::XactPtr const& blockingXact, bool fixed, bool excludeEmptyMcid);
    bool isRefusal(Qor::U32 id);
+   void refused(bool ofGroups);
    void denied(Qor::String why);
    bool knownSet(Qor::U32 id);
    bool knownEntry(RouteHandle handle);
    // The transaction of a target after a write: null and stale ones are faults.
    void written(Writes& writes, Hux::XactPtr const& xact, Hux::XactPtr const& blockingXact,
-                Qor::String const& target);
+                Target target);
    void watch(Writes& writes, Hux::XactPtr const& xact, Hux::XactPtr const& blockingXact,
-              Qor::String const& target);
-   void seen(Writes& writes, Hux::XactPtr const& xact, Qor::String const& target);
+              Target target);
+   void seen(Writes& writes, Hux::XactPtr const& xact, Target target);
    void drop(Writes& writes);
    void begins(char const* hook);
    double adjusted(double interval, double result, double again, Intervals& kept);
@@ -94,11 +108,14 @@ class AsyncHookChecks final : public HookChecks {
    std::map<Qor::U32, Writes> entries_;            // by handle
    std::map<Qor::U64, Watch*> pending_;            // by the number of the call that began the write
    std::vector<std::unique_ptr<Watch>> replaced_;  // that were pending when another one came
+   std::size_t sweepAt_ = 16;                      // the size of `replaced_` at its next clean-up
    std::set<Qor::U32> valid_;                      // ids that have named a group
-   std::optional<Qor::U32> denied_;  // the id of a refusal, if it is not the invalid id
-   bool refusedByInvalid_ = false;   // a refusal had the invalid id
-   bool deletedAny_ = false;         // a group has been deleted
-   Intervals polling_, activity_;    // that the platform says it can keep
+   std::optional<Qor::U32> denied_;             // the id of a refusal, if it is not the invalid id
+   bool refusedByInvalid_ = false;              // a refusal had the invalid id
+   Qor::Seconds deletedAt_ = -Qor::never;       // the last deletion of a group
+   Qor::Seconds routeDeletedAt_ = -Qor::never;  // and of an entry
+   Qor::U32 refusals_ = 0, routeRefusals_ = 0;  // in a row
+   Intervals polling_, activity_;               // that the platform says it can keep
 };
 
 }  // namespace VelMroute

@@ -21,7 +21,7 @@ std::vector<EntryTable::Shape>::iterator EntryTable::shapeOf(IpGenRouteKey const
    });
 }
 
-Refusal EntryTable::create(U32 index, TableEntry const& entry) {
+EntryTable::Refusal EntryTable::create(U32 index, TableEntry const& entry) {
    if (index >= capacity_) {
       return text(what_, ' ', index, " is beyond the ", capacity_, " entries of the chip");
    }
@@ -59,7 +59,7 @@ Refusal EntryTable::create(U32 index, TableEntry const& entry) {
    return {};
 }
 
-Refusal EntryTable::erase(U32 index) {
+EntryTable::Refusal EntryTable::erase(U32 index) {
    TableEntry const* const entry = find(index);
    if (!entry) return text(what_, ' ', index, " does not exist");
    VrfKey const vrfKey{entry->vrfId, entry->key};

@@ -19,9 +19,6 @@
 
 namespace VelMroute {
 
-// The reason why a write was refused; empty if the write was done.
-using Refusal = Qor::String;
-
 // The group number of an entry that points at no group.
 inline constexpr Qor::U32 noGroup = 0xFFFFFFFF;
 
@@ -48,6 +45,9 @@ struct TableEntry {
 
 class EntryTable {
  public:
+   // The reason why a write was refused; empty if the write was done.
+   using Refusal = Qor::String;
+
    // `what` is the noun for an entry in the texts of the table, such as "route entry". The string
    // must outlive the table.
    EntryTable(char const* what, Qor::U32 capacity) : what_(what), capacity_(capacity) {}

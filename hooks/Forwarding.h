@@ -2,11 +2,11 @@
 // the sets at which the entries point. The simulated chip and the shadow of the tables
 // (hooks/Shadow.h) both forward by this rule alone.
 //
-// A match is longer if its group prefix is longer, and for equal group prefixes if its source prefix
-// is longer: (S,G), (*,G), group ranges, catch-all. If all route entries of the longest match accept
-// from other vlans, the packet is dropped and does not fall through to a shorter match; a boundary
-// key leaves such a packet to shorter matches. Between a route entry and a boundary entry the longer
-// match decides, and between equally long ones the boundary entry.
+// A match is longer if its group prefix is longer, and for equal group prefixes if its source
+// prefix is longer: (S,G), (*,G), group ranges, catch-all. If all route entries of the longest
+// match accept from other vlans, the packet is dropped and does not fall through to a shorter
+// match; a boundary key leaves such a packet to shorter matches. Between a route entry and a
+// boundary entry the longer match decides, and between equally long ones the boundary entry.
 #pragma once
 
 #include <optional>
@@ -43,8 +43,8 @@ struct Forwarded {
    std::vector<MrouteLib::PortVlan> copies;  // ascending
    bool toCpu = false;
    Qor::U32 droppedCopies = 0;  // copies dropped because the link of their port is down
-   // The number of the entry that was hit: of a boundary entry if the result is `bridged`, otherwise
-   // of a route entry. An entry whose set sends nowhere is hit, too.
+   // The number of the entry that was hit: of a boundary entry if the result is `bridged`,
+   // otherwise of a route entry. An entry whose set sends nowhere is hit, too.
    std::optional<Qor::U32> entry;
 };
 

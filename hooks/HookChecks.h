@@ -1,5 +1,5 @@
-// The checks in the gates in front of a platform's hooks: the common part of both paths. An embedder
-// turns them on with one argument of a gate, or of a table programmer's inputs:
+// The checks in the gates in front of a platform's hooks: the common part of both paths. An
+// embedder turns them on with one argument of a gate, or of a table programmer's inputs:
 //
 //    auto const gate = Qor::make<VelMroute::AsyncHookGate>(hooks, HookChecks::Options{});
 //
@@ -12,17 +12,19 @@
 //  - All other faults are recorded, and the call goes on as without checks.
 //
 // Results that were stopped. An index or a handle that is in use stays with its first owner: the
-// gate does not delete it, because the owner would lose it. The chip may have the second write under
-// it, so the fault is not undone by dropping the route. A group without a transaction is deleted
-// again. An index that a rewrite moved to, and one that the library cannot use (0, a hint), stays
-// allocated on the platform: the library has no call that would free it. The platform may have lost
-// room by then, so from the first stopped allocation, moved index or deletion that threw on, the
-// rules on full tables rest.
+// gate does not delete it, because the owner would lose it. The chip may have the second write
+// under it, so the fault is not undone by dropping the route. A group without a transaction is
+// deleted again. An index that a rewrite moved to, and one that the library cannot use (0, a hint),
+// stays allocated on the platform: the library has no call that would free it. The platform may
+// have lost room by then, so from the first stopped allocation, moved index or deletion that threw
+// on, the rules on full tables rest.
 //
 // Questions to the platform. The checks call hooks that only read, beside the calls of the library:
 // mcastIdIsValid, doGetXactForOifSet and doGetXactForIngress after a write, the interval hooks with
-// their own result, ...Full() after a refusal, and mtableFull() after the start of a chip. The platform sees more of these calls than
-// without checks.
+// their own result, ...Full() after a refusal, and mtableFull() after the start of a chip. The
+// platform sees more of these calls than without checks.
+//
+// Shut gates. A call that a shut gate stops does not change the shadow.
 //
 // Environment. With VEL_NOOP_AGENT hooks may return anything, so the gates check nothing then.
 #pragma once
@@ -48,11 +50,14 @@ class HookChecks {
       // The tables of the chip are empty at the first call, and no other program uses them. Set it
       // to false for a chip that keeps its tables over a restart, or shares them.
       bool startsEmpty = true;
-      // The number of allocations refused in a row, each while ...Full() returns false, that is a
-      // fault; 0: never. A single one is none, because a failed write is refused likewise.
+      // The number of allocations refused in a row that is a fault; 0: never. Counted are refusals
+      // while ...Full() returns false, and on the asynchronous path while nothing is allocated. A
+      // single one is none, because a failed write may be refused likewise. A chip on which a large
+      // set or an IPv6 entry finds no room where a smaller one does needs another number.
       Qor::U32 refusals = 3;
-      // The seconds after which a pending transaction is a fault, unless a later write or a deletion
-      // has replaced its write; 0: never. The gate looks at its oldest transaction in each call.
+      // The seconds after which a pending transaction is a fault, unless a later write or a
+      // deletion has replaced its write; 0: never. The gate looks at its oldest transaction in each
+      // call. A deletion is expected to make room within this time.
       Qor::Seconds patience = 60;
       // Says whether route handles of ranges are shared (rangeRouteHandleShared); null: they are
       // not. The programmer passes its own.

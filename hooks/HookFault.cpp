@@ -83,8 +83,11 @@ constexpr HookRule rules[] = {
        "Deletes the route's entry; the platform may give out its handle again from then on."},
       {service, async, "service", true, "allocations and changes through a shut gate",
        "The switch and the reactor each hold the hooks, so the hooks outlive both."},
-      {callerThread, async, "caller-thread", true, "all hooks",
+      {callerThread, async, "caller-thread", true, "the hooks of the other rules",
        "The library calls all hooks on the thread that drives the activity loop."},
+      {refusedWhenEmpty, async, "refused-when-empty", false,
+       "doAllocateSharableMulticastGroup, doAllocateRoute",
+       "An invalid id or handle reports at once that no group or entry is free."},
 
       {setTwice, sync, "set-twice", false, "doAllocateMtableOifSet",
        "With the hint 0 or freshOifSetIndex the platform allocates a new index and returns that "
@@ -132,7 +135,7 @@ constexpr HookRule rules[] = {
        "all hooks of a chip before mrouteSwitchInit(true), after mrouteSwitchInit(false), and "
        "through a shut gate",
        "The chip's programmer starts (`start` true) or ends (false)."},
-      {callerThread, sync, "caller-thread", true, "all hooks",
+      {callerThread, sync, "caller-thread", true, "the hooks of the other rules",
        "The thread of the activity loop calls all hooks."},
 };
 

@@ -58,6 +58,7 @@ enum class HookDuty : unsigned char {
    arguments,
    service,
    callerThread,
+   refusedWhenEmpty,  // of the platform
 };
 
 struct HookRule {
@@ -71,8 +72,8 @@ struct HookRule {
    unsigned number() const { return static_cast<unsigned>(duty); }
 };
 
-// All rules: those of the asynchronous path by ascending number, then those of the synchronous path.
-// A duty that both paths have stands twice, with the same number and id.
+// All rules: those of the asynchronous path by ascending number, then those of the synchronous
+// path. A duty that both paths have stands twice, with the same number and id.
 std::span<HookRule const> hookRules();
 
 // One call of a hook.
@@ -93,9 +94,9 @@ struct HookFault {
 // "doAllocateRoute, call 7 at 0.25 s: rule 9 entry-twice: handle 7 ... (the platform)"
 std::ostream& operator<<(std::ostream& os, HookFault const& fault);
 
-// A list of faults, in the order of their finding. Several gates may share a list, for example those
-// of the chips of one hook object. The list keeps the first faults of each rule, so that a fault in
-// each call does not hide the others, and counts all of them.
+// A list of faults, in the order of their finding. Several gates may share a list, for example
+// those of the chips of one hook object. The list keeps the first faults of each rule, so that a
+// fault in each call does not hide the others, and counts all of them.
 class HookFaults final : public Qor::RefCounted {
  public:
    // `kept`: the number of faults that the list keeps of one rule.

@@ -1,15 +1,15 @@
 // The tables of one chip as the calls of the hooks ask for them: sets by index, entries by handle.
-// Checked hooks keep the shadow (hooks/HookChecks.h). Programs compare it with the chip, and explain
-// by it how a packet is forwarded; no hook reads the tables of a chip back.
+// Checked hooks keep the shadow (hooks/HookChecks.h). Programs compare it with the chip, and
+// explain by it how a packet is forwarded; no hook reads the tables of a chip back.
 //
 // Both paths use the words of this class: a set is a multicast group with its multicast id, or an
 // oif set with its index; the number of either is an index here. All 32-bit values are possible
 // indexes and handles. An entry at index 0 of the synchronous path points at "no set", and sends
 // nowhere.
 //
-// Asynchronous changes. The shadow has what has been asked for, whether or not the write is on the
-// chip. The transaction of the latest write of a set or an entry tells which: pending, on the chip,
-// or failed. After a failed write the chip may have what it had before.
+// Asynchronous changes. The shadow has each change from the call on. The transaction of the latest
+// write of a set or an entry shows whether the write is pending, on the chip, or failed. After a
+// failed write the chip may have the content from before.
 //
 // Deleted sets and entries. The shadow keeps each one, with the call that deleted it, until its
 // index or handle is given out again. They take no part in forwarding.
@@ -92,8 +92,8 @@ class Shadow final {
    Qor::U32 routes() const { return static_cast<Qor::U32>(entries_.size()) - boundaries_; }
    Qor::U32 boundaries() const { return boundaries_; }
 
-   // Call visit(index, set) and visit(handle, entry) for each one, by ascending number. A visit must
-   // not call hooks.
+   // Call visit(index, set) and visit(handle, entry) for each one, by ascending number. A visit
+   // must not call hooks.
    template <class Visit>
    void forEachSet(Visit&& visit) const {
       for (auto const& [index, set] : sets_)
@@ -122,8 +122,8 @@ class Shadow final {
    }
 
    // Forwards a packet by the rule of hooks/Forwarding.h, and counts nothing. `entry` of the result
-   // is the value of a handle. isUp(interface) returns the state of a link; without it all links are
-   // up. Of two entries with the same VRF, key and vlan the older one takes part.
+   // is the value of a handle. isUp(interface) returns the state of a link; without it all links
+   // are up. Of two entries with the same VRF, key and vlan the older one takes part.
    Forwarded forward(Packet const& packet,
                      std::function<bool(Lnet::IntfId)> const& isUp = {}) const;
 

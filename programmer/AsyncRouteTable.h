@@ -65,6 +65,9 @@ class AsyncRouteTable final
    std::set<Lnet::IntfId> failedInterfaces() const override;
    Qor::String explain(Table table, bool foundLeft) const override;
    Qor::String explainVrf(L3::VrfName const& vrf) const override;
+   Shadow const* shadow() const override {
+      return gate()->checks() ? &gate()->checks()->shadow() : nullptr;
+   }
 
  private:
    class VrfWatch;

@@ -22,6 +22,9 @@
 
 namespace VelMroute {
 
+class HookFaults;
+class Shadow;
+
 using RouteKey = Routing::Multicast::Fib::IpGenRouteKey;
 
 class RouteTable {
@@ -147,6 +150,11 @@ class RouteTable {
    // While the gate is shut no hook reaches the platform.
    virtual void gateIs(bool open) = 0;
    virtual HookErrors const& hookErrors() const = 0;
+   // The faults that the checks of the hooks found, and the tables that the calls ask for; null
+   // without checks. On the synchronous path the faults are those of all chips of the hooks. Both
+   // live as long as the table (hooks/HookFault.h, hooks/Shadow.h).
+   virtual HookFaults const* hookFaults() const = 0;
+   virtual Shadow const* shadow() const = 0;
 };
 
 }  // namespace VelMroute

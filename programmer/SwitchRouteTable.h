@@ -65,6 +65,9 @@ class SwitchRouteTable : public RouteTable {
    }
    void gateIs(bool open) final { gate_->openIs(open); }
    HookErrors const& hookErrors() const final { return gate_->errors(); }
+   HookFaults const* hookFaults() const final {
+      return gate_->checks() ? gate_->checks()->faults().get() : nullptr;
+   }
 
  protected:
    using SwitchRecord = typename Switch::RecordPtr::element_type;

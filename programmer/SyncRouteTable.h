@@ -61,6 +61,9 @@ class SyncRouteTable final
    void swept() override;
    Qor::String explain(Table table, bool foundLeft) const override;
    Qor::String explainVrf(L3::VrfName const& vrf) const override;
+   Shadow const* shadow() const override {
+      return gate()->checks() ? gate()->checks()->shadow(inputs_.switchId) : nullptr;
+   }
 
  private:
    class RoomWatch;

@@ -21,7 +21,9 @@ int runCheck(CheckOptions const& options) {
       return exitUsage;
    }
    try {
-      PlatformChoice const platform = options.platforms(options.path, options.chip);
+      VelMroute::PlatformOptions small;
+      small.add("groups=32,routes=64,boundaries=16");
+      PlatformChoice const platform = options.platform.source(options.platform.path, small);
       VelMroute::KitOptions settings;
       settings.virtualTime = platform.virtualTime;
       settings.seed = options.seed;
@@ -29,7 +31,8 @@ int runCheck(CheckOptions const& options) {
       settings.steps = options.steps;
       settings.room = options.room;
       settings.only = options.only;
-      settings.otherVrfId = Vel::VrfId(settings.vrfId.value() + 1);
+      // The other VRF of a module's chip is not known.
+      if (platform.virtualTime) settings.otherVrfId = Vel::VrfId(settings.vrfId.value() + 1);
       VelMroute::KitReport const report = VelMroute::Kit(platform.make, settings).run();
       if (options.tap) {
          printTap(std::cout, report);

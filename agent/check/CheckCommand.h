@@ -8,9 +8,8 @@
 namespace Agent {
 
 struct CheckOptions {
-   PathKind path = PathKind::async;
-   VelMroute::PlatformOptions chip = {};
-   PlatformSource platforms = simulatedPlatform;
+   // The simulated chip is small unless the options of the platform say otherwise.
+   NamedPlatform platform = {PathKind::async, simulatedPlatform};
    std::uint64_t seed = 1;
    std::uint32_t lives = 8;
    std::uint32_t steps = 120;  // of a life

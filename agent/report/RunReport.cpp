@@ -24,4 +24,16 @@ void printRunReport(std::vector<View> const& show, bool json, Switch const& theS
    printSummary(std::cout, summary);
 }
 
+bool printHookFaults(Switch const& theSwitch) {
+   VelMroute::HookFaults const* const faults = theSwitch.hookFaults();
+   if (!faults || faults->count() == 0) return true;
+   std::cerr << "the hooks break their contract, " << faults->count() << " faults found:\n";
+   for (VelMroute::HookFault const& fault : faults->list())
+      std::cerr << "   " << fault << '\n';
+   if (faults->list().size() < faults->count()) {
+      std::cerr << "   and " << faults->count() - faults->list().size() << " more\n";
+   }
+   return false;
+}
+
 }  // namespace Agent

@@ -1,4 +1,4 @@
-// The report of a run on standard output.
+// The report of a run.
 #pragma once
 
 #include <nlohmann/json.hpp>
@@ -11,5 +11,9 @@ namespace Agent {
 // Prints the tables in `show` and the summary, as text, or all of it as one JSON object.
 void printRunReport(std::vector<View> const& show, bool json, Switch const& theSwitch,
                     nlohmann::ordered_json summary);
+
+// Prints the faults of the platform's hooks to standard error. Returns true if there are none, or the
+// hooks are not checked.
+bool printHookFaults(Switch const& theSwitch);
 
 }  // namespace Agent

@@ -96,7 +96,8 @@ class Run final : public InspectedRun {
       bool const replayed = options_.until ? runUntil(*options_.until) : runToEnd();
       if (options_.inspects() && replayed) {
          InspectResult const looked = inspect(*this, options_.inspected());
-         bool const good = timeline.finish() && looked.good && !stopped_;
+         bool const good =
+               printHookFaults(*switch_) && timeline.finish() && looked.good && !stopped_;
          return exitAfter(looked, good ? exitDone : exitFailed);
       }
       if (!timeline.finish() || !replayed) return exitFailed;
@@ -197,7 +198,8 @@ class Run final : public InspectedRun {
       auto summary = summaryJson(figures_, theSwitch, options_.check ? &check : nullptr);
       printRunReport(options_.show, options_.json, theSwitch, std::move(summary));
       if (!check.passed()) printDifferences(check.differences);
-      return outputWritten() && check.passed() ? exitDone : exitFailed;
+      bool const good = printHookFaults(theSwitch) && check.passed();
+      return outputWritten() && good ? exitDone : exitFailed;
    }
 
    static void printDifferences(std::vector<std::string> const& differences) {

@@ -22,6 +22,7 @@ struct RunOptions {
    std::optional<PathKind> path;  // nothing: the path of the scenario, or PathKind::async
    bool json = false;
    bool check = true;
+   bool checkHooks = false;  // compare the calls of the hooks with their contract
    bool keepGoing = false;
    // Commands that query the run at the time `until`, or at its end: first `evals`, and then, with
    // `inspect`, the commands of standard input. Such a run has no summary and no check.
@@ -32,7 +33,9 @@ struct RunOptions {
    // The platform of the run. The options of the command line follow those of the scenario.
    PlatformChoice platform(PathKind onPath, VelMroute::PlatformOptions settings) const {
       if (!chipText.empty()) settings.add(chipText);
-      return platforms(onPath, std::move(settings));
+      PlatformChoice choice = platforms(onPath, std::move(settings));
+      choice.checksHooks = checkHooks;
+      return choice;
    }
 
    bool inspects() const { return inspect || !evals.empty(); }

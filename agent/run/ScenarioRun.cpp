@@ -92,7 +92,8 @@ int runScenario(RunOptions const& options) {
       InspectedScenario run(theSwitch, player);
       InspectResult const looked = inspect(run, options.inspected());
       printFailures(player);
-      bool const good = timeline.finish() && looked.good && player.failures().empty();
+      bool const good = printHookFaults(theSwitch) && timeline.finish() && looked.good &&
+                        player.failures().empty();
       return exitAfter(looked, good ? exitDone : exitFailed);
    }
 
@@ -102,7 +103,7 @@ int runScenario(RunOptions const& options) {
    summary["scenario"] = scenarioJson(file, player);
    printRunReport(options.show, options.json, theSwitch, std::move(summary));
    printFailures(player);
-   bool const good = player.failures().empty();
+   bool const good = printHookFaults(theSwitch) && player.failures().empty();
    return outputWritten() && timeline.finish() && good ? exitDone : exitFailed;
 }
 

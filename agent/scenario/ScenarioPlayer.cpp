@@ -286,7 +286,8 @@ std::string ScenarioPlayer::difference(ForwardExpectation const& expected, std::
       found.insert(found.end(), count, name);
    if (found == expected.to) return "";
    return expectedFound("forward " + nameOf(expected.routes, i) + " from " + expected.iif.name(),
-                        joined(expected.to), joined(found) + " (" + copies.result + ')');
+                        joined(expected.to),
+                        joined(found) + (copies.result.empty() ? "" : " (" + copies.result + ')'));
 }
 
 std::string ScenarioPlayer::difference(RouteExpectation const& expected, std::uint32_t i) {

@@ -18,6 +18,7 @@ std::unique_ptr<VelMroute::AsyncRouteTable> AsyncPath::newTable(Surroundings con
                                                                 RouteStatusPtr const& routeStatus) {
    auto table = std::make_unique<VelMroute::AsyncRouteTable>(
          VelMroute::AsyncRouteTable::Inputs{.hooks = s.platform->asyncHooks(),
+                                            .checks = hookChecks(s, crashed != nullptr),
                                             .vrfs = routeStatus,
                                             .vlans = s.intfVlanIdTable,
                                             .config = s.mfibConfig,

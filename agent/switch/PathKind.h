@@ -4,12 +4,13 @@
 #include <optional>
 #include <string_view>
 
+#include "hooks/HookFault.h"
+
 namespace Agent {
 
-enum class PathKind {
-   async,  // operations return transactions that complete later
-   sync,   // operations are complete when they return
-};
+// async: operations return transactions that complete later. sync: operations are complete when they
+// return.
+using PathKind = VelMroute::HookPath;
 
 constexpr std::string_view nameOf(PathKind path) {
    return path == PathKind::async ? "async" : "sync";

@@ -6,10 +6,67 @@
 
 namespace Agent {
 
-PlatformChoice simulatedPlatform(PathKind path, VelMroute::PlatformOptions options) {
+namespace {
+
+using VelMroute::PlatformOptions;
+
+using Make = std::function<Qor::Ptr<VelMroute::Platform>()>;
+
+// The hooks of a platform must be those of the path that it was announced for.
+Qor::Ptr<VelMroute::Platform> checked(std::string const& name, PathKind path, Make const& make) {
+   auto const fail = [&](std::string const& text) { throw PlatformError(name + ": " + text); };
+   Qor::Ptr<VelMroute::Platform> platform;
+   try {
+      platform = make();
+   } catch (Qor::Exception const& error) {
+      fail(error.message());
+   } catch (std::exception const& error) {
+      fail(error.what());
+   } catch (...) {
+      fail("an unknown error");
+   }
+   if (!platform) fail("it made no platform");
+   bool const async = platform->asyncHooks() != nullptr, sync = platform->syncHooks() != nullptr;
+   if (async == sync) fail(async ? "it has hooks of both paths" : "it has no hooks");
+   if (async != (path == PathKind::async))
+      fail("it has no hooks of the path " + std::string(nameOf(path)));
+   return platform;
+}
+
+}  // namespace
+
+PlatformChoice simulatedPlatform(PathKind path, PlatformOptions options) {
    return {path, true, [path, options = std::move(options)] {
-              return path == PathKind::async ? VelMroute::newSimulatedAsyncPlatform(options)
-                                             : VelMroute::newSimulatedSyncPlatform(options);
+              return checked("sim", path, [&] {
+                 return path == PathKind::async ? VelMroute::newSimulatedAsyncPlatform(options)
+                                                : VelMroute::newSimulatedSyncPlatform(options);
+              });
+           }};
+}
+
+NamedPlatform namedPlatform(std::string const& text) {
+   std::size_t const colon = text.find(':');
+   std::string const name = text.substr(0, colon);
+   PlatformOptions given;
+   if (colon != std::string::npos) given.add(text.substr(colon + 1));
+   if (name == "sim" || name == "sim-sync") {
+      PathKind const path = name == "sim" ? PathKind::async : PathKind::sync;
+      return {path, [given](PathKind onPath, PlatformOptions options) {
+                 options.words.insert(options.words.end(), given.words.begin(), given.words.end());
+                 return simulatedPlatform(onPath, std::move(options));
+              }};
+   }
+   if (name.find('/') == std::string::npos && !name.ends_with(".so")) {
+      throw PlatformError('"' + name +
+                          "\" is not a platform (known: sim, sim-sync, or the file of a module, as "
+                          "./libmychip.so)");
+   }
+   VelMrouteModule const& module = openModule(name);
+   return {module.path, [name, given, &module](PathKind, PlatformOptions const&) {
+              return PlatformChoice{module.path, module.virtualTime, [name, given, &module] {
+                                       return checked(name, module.path,
+                                                      [&] { return module.make(given); });
+                                    }};
            }};
 }
 
@@ -17,7 +74,7 @@ std::string chipOptionFault(std::string const& text) {
    VelMroute::PlatformOptions options;
    options.add(text);
    try {
-      simulatedPlatform(PathKind::async, options).make();
+      VelMroute::newSimulatedAsyncPlatform(options);
    } catch (VelMroute::PlatformOptionError const& error) {
       return error.what();
    }

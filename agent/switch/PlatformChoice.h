@@ -1,10 +1,11 @@
-// The platform of a command, before it is made.
+// The platform of a command, before it is made: the simulated chip on either path, or a module.
 #pragma once
 
 #include <functional>
 #include <string>
 
 #include "agent/switch/PathKind.h"
+#include "agent/switch/PlatformModule.h"
 #include "platform/Platform.h"
 #include "platform/PlatformOptions.h"
 
@@ -15,14 +16,28 @@ struct PlatformChoice {
    // As Abilities::virtualTime of the platform. The time base of the activity loop precedes the
    // platform, which may have clocks.
    bool virtualTime = true;
-   // Makes the platform. Throws VelMroute::PlatformOptionError for an option that the platform does
-   // not know, and for a bad value.
+   // Makes the platform. Throws PlatformError if the platform cannot be made.
    std::function<Qor::Ptr<VelMroute::Platform>()> make;
+   // The gates in front of the hooks compare each call with the contract (hooks/HookChecks.h).
+   bool checksHooks = false;
 };
 
-// Chooses a platform for a path, with options.
+// Chooses a platform for a path. The options are the sizes and times that a scenario asks for; a
+// platform with tables of its own ignores them.
 using PlatformSource =
       std::function<PlatformChoice(PathKind path, VelMroute::PlatformOptions options)>;
+
+// A platform that the user named.
+struct NamedPlatform {
+   PathKind path = PathKind::async;
+   PlatformSource source;
+};
+
+// The platform of a text NAME or NAME:OPTIONS, as "sim-sync:groups=40" or "./libmychip.so:device=0".
+// The names are sim and sim-sync, for the simulated chip on the asynchronous and the synchronous
+// path, and files of modules, which have a '/' in their name or end with ".so". The options follow
+// those of a scenario. Throws PlatformError.
+NamedPlatform namedPlatform(std::string const& text);
 
 // A new simulated chip, with these options.
 PlatformChoice simulatedPlatform(PathKind path, VelMroute::PlatformOptions options = {});

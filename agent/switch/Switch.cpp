@@ -52,6 +52,7 @@ Switch::Switch(PlatformChoice const& platform, InterfaceMap intfMap)
         pathKind_(platform.path),
         virtualTime_(platform.virtualTime),
         surroundings_{platform.make(),
+                      platform.checksHooks ? Qor::make<VelMroute::HookFaults>() : nullptr,
                       Qor::make<Routing::Multicast::Fib::VrfConfig>(),
                       Qor::make<Routing::Multicast::Fib::Hardware::Status>(),
                       Qor::make<IntfVlanId::Table>(),

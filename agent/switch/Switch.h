@@ -124,6 +124,8 @@ class Switch {
       std::vector<Qor::String> faults;  // of all platforms and paths, without those of the chip
    };
    Figures figures() const;
+   // The breaches of the hooks' contract so far; null if the hooks are not checked.
+   VelMroute::HookFaults const* hookFaults() const { return surroundings_.hookFaults.get(); }
    // The faults of the chip, its platform and the platforms before it, a line each.
    std::vector<Qor::String> audit() const;
    InterfaceMap const& interfaceMap() const { return intfMap_; }

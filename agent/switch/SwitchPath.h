@@ -16,6 +16,7 @@
 #include "Routing/Multicast/Fib/VrfConfig.h"
 #include "Vel/VrfId.h"
 #include "agent/timeline/Timeline.h"
+#include "hooks/HookChecks.h"
 #include "platform/Platform.h"
 #include "programmer/Programmer.h"
 
@@ -27,15 +28,26 @@ using VelMroute::RouteView;
 using VelMroute::Table;
 using VelMroute::WantedRoute;
 
-// The objects to which a path is wired. None is null.
+// The objects to which a path is wired. None is null, unless stated.
 struct Surroundings {
    Qor::Ptr<VelMroute::Platform> platform;
+   Qor::Ptr<VelMroute::HookFaults> hookFaults;  // null: the hooks are not checked
    Qor::Ptr<Routing::Multicast::Fib::VrfConfig> mfibConfig;
    Qor::Ptr<Routing::Multicast::Fib::Hardware::Status> mfibHwStatus;
    Qor::Ptr<IntfVlanId::Table> intfVlanIdTable;
    Qor::Ptr<Interface::EthIntfStatusDir> ethIntfStatusDir;
    Qor::Ptr<Bfd::AppStatus> bfdAppStatus;
 };
+
+// The checks of the hooks, if they are wanted. After a crash the chip has tables.
+inline std::optional<VelMroute::HookChecks::Options> hookChecks(Surroundings const& s,
+                                                                bool crashed) {
+   if (!s.hookFaults) return std::nullopt;
+   VelMroute::HookChecks::Options options;
+   options.faults = s.hookFaults;
+   options.startsEmpty = !crashed;
+   return options;
+}
 
 // The state that outlives a crash of the agent, besides the surroundings.
 struct Crashed {

@@ -30,6 +30,7 @@ std::unique_ptr<VelMroute::SyncRouteTable> SyncPath::newTable(Surroundings const
    counterControl->pollingRefCntIs(1);
    auto const routing = Qor::make<VelMroute::SyncRouting>(
          VelMroute::SyncRouting::Inputs{.hooks = s.platform->syncHooks(),
+                                        .checks = hookChecks(s, crashed != nullptr),
                                         .l3Status = inputs.l3Status,
                                         .common = inputs.acsd,
                                         .config = s.mfibConfig,

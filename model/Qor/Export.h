@@ -3,4 +3,6 @@
 // catch.
 #pragma once
 
+#include "Qor/Standard.h"
+
 #define QOR_PUBLIC __attribute__((visibility("default")))

@@ -4,6 +4,8 @@
 
 #include <string_view>
 
+#include "Qor/Standard.h"
+
 // Not nested in Qor: the compiler omits the name of the enclosing namespace from a type's name.
 namespace qorNames {
 

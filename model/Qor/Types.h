@@ -5,6 +5,8 @@
 #include <limits>
 #include <string>
 
+#include "Qor/Standard.h"
+
 namespace Qor {
 
 using String = std::string;

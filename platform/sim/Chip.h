@@ -28,9 +28,9 @@ using VelMroute::Forwarded;
 using VelMroute::Forwarding;
 using VelMroute::noGroup;
 using VelMroute::Packet;
-using VelMroute::Refusal;
 using VelMroute::Traffic;
 using Entry = VelMroute::TableEntry;
+using Refusal = EntryTable::Refusal;
 
 // The defaults are the sizes of a mid-range fixed-configuration switch. Each table has at most
 // 16,777,216 entries.

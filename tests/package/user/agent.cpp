@@ -3,10 +3,10 @@
 #include <cstdlib>
 #include <iostream>
 
-#include "programmer/AsyncRouteTable.h"
-#include "programmer/Programmer.h"
+#include "VelMroute/Programmer.h"
 
 int main() {
+   std::cout << "version " VELMROUTE_VERSION_STRING "\n";
    setenv("VEL_NOOP_AGENT", "", 1);
    L3::VrfName const vrf("default");
    Lnet::IntfId const input("et1"), output("et2");

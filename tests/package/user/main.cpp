@@ -3,9 +3,11 @@
 #include <cstdlib>
 #include <iostream>
 
-#include "Vel/VelAsyncMrouteSwitch.h"
+#include "VelMroute/Async.h"
 
 int main() {
+   std::cout << "version " << VELMROUTE_VERSION_MAJOR << '.' << VELMROUTE_VERSION_MINOR << '.'
+             << VELMROUTE_VERSION_PATCH << " (" << VELMROUTE_VERSION << ")\n";
    setenv("VEL_NOOP_AGENT", "", 1);
    auto const hooks = Qor::make<VelHelper::AsyncMrouteHelper>("hooks", nullptr, nullptr);
    auto const chip = Vel::Mroute::asyncMrouteSwitchFactory("chip", nullptr, hooks);
