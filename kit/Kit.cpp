@@ -84,6 +84,14 @@ Kit::Kit(PlatformMaker make, KitOptions options)
 
 KitReport Kit::run() {
    TimeKept const kept;
+   try {
+      return runChecks();
+   } catch (KitParts::MakerFailed const& failed) {
+      std::rethrow_exception(failed.error);
+   }
+}
+
+KitReport Kit::runChecks() const {
    KitReport report;
    report.seed = options_.seed;
    // The first life shows that the kit can use the platform, and which needs the platform meets.

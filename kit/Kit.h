@@ -34,37 +34,10 @@
 // Room. The checks need a chip with room for 8 sets, 8 entries and 2 boundary entries.
 #pragma once
 
-#include <functional>
-#include <optional>
-#include <string>
-#include <vector>
-
+#include "kit/KitOptions.h"
 #include "kit/KitReport.h"
-#include "platform/Platform.h"
 
 namespace VelMroute {
-
-// Makes a platform on a chip whose tables are empty. The kit lets go of a platform before it makes
-// the next one. An error of the maker ends the run.
-using PlatformMaker = std::function<Qor::Ptr<Platform>()>;
-
-struct KitOptions {
-   // The platforms run on Qor::now() alone (Abilities::virtualTime). Each life then has an activity
-   // manager of its own, on virtual time. Otherwise the lives run on the present activity manager.
-   bool virtualTime = false;
-   Qor::U64 seed = 1;           // of the random lives
-   Qor::U32 lives = 8;          // random lives
-   Qor::U32 steps = 120;        // of a random life
-   Qor::Seconds lifeTime = 60;  // seconds after which a random life ends early
-   Qor::Seconds patience = 10;  // seconds within which each write is complete
-   // The number of sets or entries after which the capacity checks stop looking for a full table.
-   Qor::U32 room = 1024;
-   Vel::VrfId vrfId{0u};  // the VRF of the routes, and of the packets
-   // A second VRF, in which packets can arrive at the same ports; none: the check of VRFs is left out.
-   std::optional<Vel::VrfId> otherVrfId = {};
-   // The ids of the checks to run; empty: all. The others are left out.
-   std::vector<std::string> only = {};
-};
 
 class Kit final {
  public:
@@ -81,6 +54,8 @@ class Kit final {
    KitReport run();
 
  private:
+   KitReport runChecks() const;
+
    PlatformMaker const make_;
    KitOptions const options_;
 };

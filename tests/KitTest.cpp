@@ -1,5 +1,8 @@
 // The kit: the simulated chip passes on both paths, and platforms with one mistake each fail the
 // right check with the right culprit.
+#include <sys/wait.h>
+
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
@@ -542,8 +545,33 @@ TEST(Kit, WrongOptionsAndUnusablePlatformsAreErrors) {
              "VelMroute::Kit::only size not allowed");
    EXPECT_EQ(testSupport::errorText([] { Kit([] { return Qor::make<NoHooks>(); }).run(); }),
              "VelMroute::Kit::make platform without hooks not allowed");
+   unsigned made = 0;
+   auto const breaks = [&]() -> Qor::Ptr<Platform> {
+      if (++made == 3) Qor::throwRange("no device");
+      return simulated(false)();
+   };
+   EXPECT_EQ(testSupport::errorText([&] { Kit(breaks, virtualTime()).run(); }), "no device");
    EXPECT_EQ(testSupport::errorText([] { Kit(simulated(true)).run(); }),
              "VelMroute::Kit::virtualTime other than that of the platform not allowed");
+}
+
+TEST(Kit, TheCommandEndsWithTheExitCodeOfTheReport) {
+   struct {
+      char const* arguments;
+      int exitCode;
+   } const runs[] = {
+         {"--only forwarding,room-for-sets", 0},
+         {"--platform sim-sync:groups=3 --tap", 1},  // too small for the checks
+         {"--platform sim:size=3", 1},
+         {"--only size", 2},
+         {"--lives x", 2},
+   };
+   for (auto const& run : runs) {
+      std::string const command =
+            std::string(VELMROUTE_PROGRAM " check ") + run.arguments + " >/dev/null 2>&1";
+      int const status = std::system(command.c_str());
+      EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == run.exitCode) << command;
+   }
 }
 
 std::string readText(std::filesystem::path const& path) {

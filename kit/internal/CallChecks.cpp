@@ -12,7 +12,8 @@ using Qor::U32;
 
 namespace {
 
-constexpr Seconds poll = 0.05;  // between two readings of hits
+constexpr Seconds poll = 0.05;     // between two readings of hits
+constexpr Seconds rounding = 1.0;  // of the times of hits
 
 MrouteLib::OifSetPtr newSet(Life const& life, unsigned out) {
    return Qor::make<MrouteLib::OifSet>(nullptr, life.set({out}));
@@ -203,7 +204,7 @@ void asyncHits(CheckRun& run, Life& life, RouteKey const& key) {
          hit = read();
       }
       if (hit <= last) wrongHit(text("a packet at ", sent, " s, and the last hit stays at ", last));
-      if (hit < sent - poll || hit > Qor::now()) {
+      if (hit < sent - rounding || hit > Qor::now()) {
          wrongHit(text("a packet at ", sent, " s, and the last hit is at ", hit, " s"));
       }
       // The reading may come from a cache, so a first one is let through.

@@ -7,7 +7,7 @@
 
 namespace VelMroute::KitParts {
 
-// What a check needs of the platform. Without it the check is left out.
+// The parts of a platform that a check needs. A check is left out if one is missing.
 enum Need : unsigned {
    chip = 1,  // a probe or a view
    packets = 2,

@@ -51,6 +51,14 @@ bool failed(Hux::XactPtr const& write) {
    return write && write->state() == Hux::Xact::State::failed;
 }
 
+Qor::Ptr<Platform> newPlatform(PlatformMaker const& make) {
+   try {
+      return make();
+   } catch (...) {
+      throw MakerFailed{std::current_exception()};
+   }
+}
+
 Qor::Ptr<Qor::ActivityManager> newTime(bool isVirtual) {
    if (!isVirtual) return nullptr;
    auto time = Qor::make<Qor::ActivityManager>(TimeBase::virtualTime);
@@ -94,7 +102,7 @@ Life::Life(KitOptions const& options, PlatformMaker const& make, Qor::Ptr<HookFa
            Options how)
       : options_(options),
         time_(how.platform ? Qor::Ptr<Qor::ActivityManager>() : newTime(options.virtualTime)),
-        platform_(how.platform ? std::move(how.platform) : make()) {
+        platform_(how.platform ? std::move(how.platform) : newPlatform(make)) {
    if (!platform_ || (!platform_->asyncHooks() && !platform_->syncHooks())) {
       Qor::throwRange("VelMroute::Kit::make platform without hooks not allowed");
    }

@@ -2,6 +2,7 @@
 // programmer with a checked gate, the wanted routes, and the comparisons at rest.
 #pragma once
 
+#include <exception>
 #include <map>
 #include <memory>
 #include <optional>
@@ -9,7 +10,8 @@
 #include <vector>
 
 #include "hooks/internal/Text.h"
-#include "kit/Kit.h"
+#include "kit/KitOptions.h"
+#include "kit/KitReport.h"
 #include "programmer/AsyncRouteTable.h"
 #include "programmer/Programmer.h"
 #include "programmer/SyncRouteTable.h"
@@ -20,6 +22,11 @@ namespace VelMroute::KitParts {
 struct Difference {
    KitCulprit culprit;
    Qor::String text;
+};
+
+// Ends the run: the maker of the platforms has thrown this error.
+struct MakerFailed {
+   std::exception_ptr error;
 };
 
 // Ends a check that turns out to be impossible on this platform.
@@ -87,7 +94,7 @@ class Life {
    Vel::VrfId vrfId(bool other) const {
       return other ? options_.otherVrfId.value_or(options_.vrfId) : options_.vrfId;
    }
-   // What the programmer passes to the table for such a route.
+   // The properties of the entry of such a route, as the programmer passes them to the table.
    RouteTable::Spec spec(RouteKey const& key, unsigned in = 0) const;
    MrouteLib::PortVlanSet set(std::vector<unsigned> const& outs, bool cpu = false) const;
    // The n-th of the sets that differ; they repeat when all of them are used up.
