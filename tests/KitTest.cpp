@@ -3,8 +3,6 @@
 #include <sys/wait.h>
 
 #include <cstdlib>
-#include <filesystem>
-#include <fstream>
 #include <sstream>
 
 #include "TestSupport.h"
@@ -574,19 +572,10 @@ TEST(Kit, TheCommandEndsWithTheExitCodeOfTheReport) {
    }
 }
 
-std::string readText(std::filesystem::path const& path) {
-   std::ifstream in(std::filesystem::path(VELMROUTE_EXAMPLES).parent_path() / path);
-   std::string text, word;
-   while (in >> word) {
-      if (word != "//") text += (text.empty() ? "" : " ") + word;
-   }
-   return text;
-}
-
 TEST(Kit, EachCheckStandsInAHeaderAndInTheGuide) {
-   std::string const headers[] = {readText("Vel/VelAsyncMrouteHelper.h"),
-                                  readText("Vel/VelSyncMrouteHelper.h")};
-   std::string const guide = readText("docs/kit.md");
+   std::string const headers[] = {testSupport::sourceText("Vel/VelAsyncMrouteHelper.h"),
+                                  testSupport::sourceText("Vel/VelSyncMrouteHelper.h")};
+   std::string const guide = testSupport::sourceText("docs/kit.md");
    unsigned number = 0;
    for (KitCheck const* const check : kitChecks()) {
       SCOPED_TRACE(check->id);
