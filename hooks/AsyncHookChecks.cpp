@@ -292,9 +292,16 @@ void AsyncHookChecks::doDeleteOifSet(U32 mcastId) {
    deletedAt_ = Qor::now();
    if (knownSet(mcastId)) {
       Shadow::Set const& set = *shadow_.set(mcastId);
+      U32 pointing = 0;  // an entry whose pointing has failed stays where it was
       if (set.users == 1 && set.entries > 0) {
+         shadow_.forEachEntry([&](RouteHandle, Shadow::Entry const& entry) {
+            bool const failed = entry.write && entry.write->state() == Xact::State::failed;
+            pointing += entry.set == mcastId && !failed;
+         });
+      }
+      if (pointing > 0) {
          fault(HookDuty::setInUse,
-               text(group(mcastId), " is deleted, and ", set.entries, " entries point at it"));
+               text(group(mcastId), " is deleted, and ", pointing, " entries point at it"));
       }
       if (set.users == 1) drop(sets_[mcastId]);
       shadow_.setDeleted(mcastId, call());

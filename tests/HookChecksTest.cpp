@@ -1,8 +1,6 @@
 // Checked hooks: platforms with one mistake each, and calls that no caller may make, are named by
 // their rule; correct platforms are not, also while writes fail and tables are full.
 #include <algorithm>
-#include <filesystem>
-#include <fstream>
 #include <random>
 #include <set>
 #include <thread>
@@ -660,19 +658,11 @@ TEST(Shadow, AnEntryBehindAnotherOneShowsWhenThatOneGoes) {
 
 // ---- The rules. ----
 
-std::string readText(std::filesystem::path const& path) {
-   std::ifstream in(std::filesystem::path(VELMROUTE_EXAMPLES).parent_path() / path);
-   std::string text, word;
-   while (in >> word) {
-      if (word != "//") text += (text.empty() ? "" : " ") + word;
-   }
-   return text;
-}
-
 TEST(HookRules, EachStandsInAHeaderAndInTheGuideAndIsShown) {
-   std::string const async = readText("Vel/VelAsyncMrouteHelper.h") + readText("model/Hux/Xact.h");
-   std::string const sync = readText("Vel/VelSyncMrouteHelper.h");
-   std::string const guide = readText("docs/bring-up.md");
+   std::string const async = testSupport::sourceText("Vel/VelAsyncMrouteHelper.h") +
+                             testSupport::sourceText("model/Hux/Xact.h");
+   std::string const sync = testSupport::sourceText("Vel/VelSyncMrouteHelper.h");
+   std::string const guide = testSupport::sourceText("docs/bring-up.md");
    std::set<std::string> shown;
    for (Case const& c : asyncCases)
       shown.insert(std::string("async ") + c.rule);

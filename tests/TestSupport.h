@@ -3,6 +3,8 @@
 
 #include <gtest/gtest.h>
 
+#include <filesystem>
+#include <fstream>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -64,6 +66,16 @@ inline Routing::Multicast::Fib::IpGenRouteKey key(unsigned n) {
 
 inline MrouteLib::PortVlan pv(char const* intf, unsigned vlan = 0) {
    return MrouteLib::PortVlan(Lnet::IntfId(intf), Bridging::VlanIdOrNone(vlan));
+}
+
+// The words of a file of the tree, each behind one blank, without the signs of comments.
+inline std::string sourceText(std::filesystem::path const& path) {
+   std::ifstream in(std::filesystem::path(VELMROUTE_EXAMPLES).parent_path() / path);
+   std::string text, word;
+   while (in >> word) {
+      if (word != "//") text += (text.empty() ? "" : " ") + word;
+   }
+   return text;
 }
 
 }  // namespace testSupport

@@ -42,7 +42,9 @@ build_by_pkg_config() {
 }
 expect "user, built by pkg-config," "$(build_by_pkg_config main velmroute)" "$user_text"
 expect "agent, built by pkg-config," "$(build_by_pkg_config agent velmroute-programmer)" "$agent_text"
-expect "velmroute-programmer.pc" "$("$pkg_config" --modversion velmroute-programmer)" "$version"
+for pc in velmroute-programmer velmroute-kit; do
+   expect "$pc.pc" "$("$pkg_config" --modversion $pc)" "$version"
+done
 
 eval "prefix=$("$pkg_config" --variable=prefix velmroute)"
 examples=$prefix/share/doc/velmroute/examples
@@ -66,6 +68,15 @@ for chip in arraychip arraychip-sync; do
       expect "$chip with the mistake $1" \
          "$($run:mistake="$1" "$examples/chip/routes.jsonl" 2>&1 | grep -c "$2")" "$3"
    }
+   check="velmroute check --tap --platform $work/chip/lib$chip.so"
+   $check
+   fails() {
+      expect "velmroute check of $chip with the mistake $1" \
+         "$($check:mistake="$1" | grep -c "^not ok [0-9]* - $2\$")" 1
+   }
+   fails handle-twice calls
+   fails rewrite-ignored rewrite-in-place
+   fails free-ignored room-for-sets
    names handle-twice "rule 9 entry-twice: handle 0 is given out for" 7
    names rewrite-ignored "expected cpu rtr5, found cpu rtr3" 1
 done
