@@ -47,16 +47,16 @@ inline constexpr std::uint32_t moduleAbi = 1;
       VELMROUTE_VALUE_TEXT(_GLIBCXX_USE_CXX11_ABI) ", pointers of " VELMROUTE_VALUE_TEXT( \
             __SIZEOF_POINTER__) " bytes" VELMROUTE_CONTAINERS
 
-#if defined(__has_feature)
+#if defined(__SANITIZE_ADDRESS__)
+#define VELMROUTE_SANITIZER "address"
+#elif defined(__SANITIZE_THREAD__)
+#define VELMROUTE_SANITIZER "thread"
+#elif defined(__clang__)
 #if __has_feature(address_sanitizer)
 #define VELMROUTE_SANITIZER "address"
 #elif __has_feature(thread_sanitizer)
 #define VELMROUTE_SANITIZER "thread"
 #endif
-#elif defined(__SANITIZE_ADDRESS__)
-#define VELMROUTE_SANITIZER "address"
-#elif defined(__SANITIZE_THREAD__)
-#define VELMROUTE_SANITIZER "thread"
 #endif
 #if !defined(VELMROUTE_SANITIZER)
 #define VELMROUTE_SANITIZER "none"
