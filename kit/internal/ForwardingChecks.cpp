@@ -176,16 +176,19 @@ void anyInput(CheckRun& run) {
 // The failure of an input rewrites the sets that have it as their input.
 void rewriteInPlace(CheckRun& run) {
    auto const life = run.life();
-   play(*life, {{.key = sourceGroup(1), .outs = {2}, .backup = {3}},
-                {.key = sourceGroup(2), .outs = {2}, .backup = {3}},
-                {.key = sourceGroup(3), .in = 1, .outs = {2}, .backup = {3}},
-                {.key = sourceGroup(4), .outs = {2}}});
+   play(*life,
+        {{.key = sourceGroup(1), .outs = {2}, .backup = {3}},
+         {.key = sourceGroup(2), .outs = {2}, .backup = {3}},
+         {.key = sourceGroup(3), .in = 1, .outs = {2}, .cpu = run.abilities.cpu, .backup = {3}},
+         {.key = sourceGroup(4), .outs = {2}}});
    for (unsigned in = 0; in < Life::inputs; ++in) {
       life->link(in, false);
       life->rest();
    }
    life->link(0, true);
    life->link(1, true);
+   // A new route with the set of a group that was rewritten has a group of its own.
+   play(*life, {{.key = sourceGroup(5), .outs = {2}, .backup = {3}}});
    play(*life, {{.key = sourceGroup(1), .outs = {2}}, {.key = sourceGroup(2), .outs = {2, 3}}});
    life->unwantAll();
 }
