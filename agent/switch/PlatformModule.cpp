@@ -28,21 +28,19 @@ class ObjectFile {
  public:
    explicit ObjectFile(std::string const& path) {
       elf_version(EV_CURRENT);
-      fd_ = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
-      if (fd_ < 0) throw PlatformError(path + ": " + std::strerror(errno));
-      elf_ = elf_begin(fd_, ELF_C_READ, nullptr);
-      GElf_Ehdr header;
-      if (!elf_ || !gelf_getehdr(elf_, &header) || header.e_type != ET_DYN)
-         throw PlatformError(path + ": not a shared object");
-      for (Elf_Scn* part = nullptr; (part = elf_nextscn(elf_, part)) != nullptr;)
-         read(part);
+      int const fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+      if (fd < 0) throw PlatformError(path + ": " + std::strerror(errno));
+      {
+         std::unique_ptr<Elf, int (*)(Elf*)> const elf(elf_begin(fd, ELF_C_READ, nullptr), elf_end);
+         elf_ = elf.get();
+         GElf_Ehdr header;
+         shared_ = elf_ && gelf_getehdr(elf_, &header) && header.e_type == ET_DYN;
+         for (Elf_Scn* part = nullptr; shared_ && (part = elf_nextscn(elf_, part)) != nullptr;)
+            read(part);
+      }
+      ::close(fd);
+      if (!shared_) throw PlatformError(path + ": not a shared object");
    }
-   ~ObjectFile() {
-      elf_end(elf_);
-      ::close(fd_);
-   }
-   ObjectFile(ObjectFile const&) = delete;
-   ObjectFile& operator=(ObjectFile const&) = delete;
 
    bool defines(std::string_view symbol) const { return contains(defined_, symbol); }
    // The name of the sanitizer whose runtime the object needs, as VELMROUTE_SANITIZER; "none".
@@ -82,8 +80,8 @@ class ObjectFile {
       }
    }
 
-   int fd_ = -1;
-   Elf* elf_ = nullptr;
+   Elf* elf_ = nullptr;  // during the construction
+   bool shared_ = false;
    std::vector<std::string> needed_, defined_;
 };
 
