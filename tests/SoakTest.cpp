@@ -150,6 +150,15 @@ TEST_P(Soak, FindsNoFaultInTheReproducersOfEarlierFindings) {
    }
 }
 
+// The options of a named platform follow those of the episode, and so do the times that the oracle
+// expects.
+TEST_P(Soak, ExpectsTheTimesOfTheNamedPlatform) {
+   bool const sync = GetParam() == PathKind::sync;
+   SoakHow how;
+   how.platforms = namedPlatform(sync ? "sim-sync:callCost=0.001" : "sim:callCost=0.001").source;
+   EXPECT_EQ(playSoak(soakEpisode(1, GetParam(), 1000), how).found, std::vector<std::string>());
+}
+
 // A memory error makes a route entry point at another group.
 TEST_P(Soak, ReportsARouteThatForwardsToTheWrongOutputs) {
    KeptChip const chip(GetParam());

@@ -24,13 +24,9 @@ constexpr std::size_t lengths[] = {300, 1000, 3000, 1000, 10'000};
 
 class Soak {
  public:
-   explicit Soak(SoakOptions const& options)
-         : options_(options),
-           forks_(options.platforms(options.path.value_or(PathKind::async), {})
-                        .make()
-                        ->abilities()
-                        .forks),
-           progress_(::isatty(STDERR_FILENO) != 0) {}
+   // `forks`: each episode may be played in a process of its own.
+   Soak(SoakOptions const& options, bool forks)
+         : options_(options), forks_(forks), progress_(::isatty(STDERR_FILENO) != 0) {}
 
    // Returns true if no episode has a finding.
    bool random(PathKind path) {
@@ -213,13 +209,15 @@ int runSoak(SoakOptions const& options) {
    }
    std::vector<PathKind> const both{PathKind::async, PathKind::sync};
    std::vector<PathKind> const paths = options.path ? std::vector<PathKind>{*options.path} : both;
+   bool forks = true;
    for (PathKind const path : paths) {
-      std::string const obstacle = soakObstacle(options.platforms(path, {}));
-      if (obstacle.empty()) continue;
-      std::cerr << "soak: " << obstacle << '\n';
+      SoakAbility const ability = soakAbility(options.platforms(path, {}));
+      forks = forks && ability.forks;
+      if (ability.obstacle.empty()) continue;
+      std::cerr << "soak: " << ability.obstacle << '\n';
       return exitUsage;
    }
-   Soak soak(options);
+   Soak soak(options, forks);
    if (options.files.empty()) {
       for (PathKind const path : paths)
          good = good && soak.random(path);

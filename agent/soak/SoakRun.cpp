@@ -67,28 +67,42 @@ void playEnd(Switch& theSwitch, SoakTestbed& testbed, SoakOracle& oracle) {
 
 }  // namespace
 
-std::string soakObstacle(PlatformChoice const& choice) {
-   if (!choice.virtualTime) return "the platform is not in virtual time";
-   Switch theSwitch(choice);
-   VelMroute::Platform& platform = theSwitch.platform();
-   auto const sized = [&](Table table) {
-      auto const use = platform.view()->use(table);
-      return use.size && use.allocated;
-   };
+namespace {
+
+std::string obstacle(VelMroute::Platform& platform) {
    if (!platform.view()) return "the tables of the platform cannot be read";
    if (!platform.probe()) return "the platform sends no packets";
    if (!platform.faults()) return "the platform injects no faults";
    for (Table const table : VelMroute::allTables) {
-      if (!sized(table)) return "the platform does not know the sizes of its tables";
+      auto const use = platform.view()->use(table);
+      if (!use.size || !use.allocated) return "the platform does not know the sizes of its tables";
    }
    if (!platform.view()->writes(VelMroute::WriteKind::groupCreate))
       return "the platform does not count its writes";
    return {};
 }
 
+// The times that the platform was made with, which may differ from those of the scenario.
+SoakTiming timingOf(PlatformChoice const& choice) {
+   SoakTiming timing;
+   VelMroute::OptionReader reader("time", choice.options);
+   reader.seconds("minPollingInterval", timing.minPollingInterval);
+   reader.seconds("callCost", timing.callCost);
+   return timing;
+}
+
+}  // namespace
+
+SoakAbility soakAbility(PlatformChoice const& choice) {
+   if (!choice.virtualTime) return {"the platform is not in virtual time"};
+   Switch theSwitch(choice);
+   return {obstacle(theSwitch.platform()), theSwitch.forks()};
+}
+
 SoakOutcome playSoak(SoakEpisode const& episode, SoakHow const& how) {
-   SoakTiming const timing{episode.settings.minPollingInterval, episode.settings.callCost};
-   Switch theSwitch(how.platforms(episode.path, episode.settings.platformOptions()));
+   PlatformChoice const choice = how.platforms(episode.path, episode.settings.platformOptions());
+   SoakTiming const timing = timingOf(choice);
+   Switch theSwitch(choice);
    SwitchTestbed inner(theSwitch, nullptr, true);
    SoakOracle oracle(theSwitch, timing, how.looksPerFullCheck);
    SoakTestbed testbed(theSwitch, inner, oracle);

@@ -37,9 +37,13 @@ struct SoakHow {
 // that the chip is empty. Failed expectations of the scenario are not findings.
 SoakOutcome playSoak(SoakEpisode const& episode, SoakHow const& how = {});
 
-// The reason why the platform cannot be soaked, such as "the platform is not in virtual time"; empty
-// if it can.
-std::string soakObstacle(PlatformChoice const& choice);
+struct SoakAbility {
+   // The reason why the platform cannot be soaked, such as "the platform is not in virtual time";
+   // empty if it can.
+   std::string obstacle;
+   bool forks = false;  // as Abilities::forks
+};
+SoakAbility soakAbility(PlatformChoice const& choice);
 
 // Plays an episode in its own process. The platform forks (Abilities::forks). If the process ends early, the finding is "the process has
 // ended: SIGNAL" or "... exit code N", with the first 4,000 characters of its standard error.

@@ -36,12 +36,13 @@ Qor::Ptr<VelMroute::Platform> checked(std::string const& name, PathKind path, Ma
 }  // namespace
 
 PlatformChoice simulatedPlatform(PathKind path, PlatformOptions options) {
-   return {path, true, [path, options = std::move(options)] {
-              return checked("sim", path, [&] {
-                 return path == PathKind::async ? VelMroute::newSimulatedAsyncPlatform(options)
-                                                : VelMroute::newSimulatedSyncPlatform(options);
-              });
-           }};
+   auto const make = [path, options] {
+      return checked("sim", path, [&] {
+         return path == PathKind::async ? VelMroute::newSimulatedAsyncPlatform(options)
+                                        : VelMroute::newSimulatedSyncPlatform(options);
+      });
+   };
+   return {path, true, make, false, std::move(options)};
 }
 
 NamedPlatform namedPlatform(std::string const& text) {

@@ -20,6 +20,8 @@ struct PlatformChoice {
    std::function<Qor::Ptr<VelMroute::Platform>()> make;
    // The gates in front of the hooks compare each call with the contract (hooks/HookChecks.h).
    bool checksHooks = false;
+   // The options with which `make` makes the simulated chip; empty for a module.
+   VelMroute::PlatformOptions options = {};
 };
 
 // Chooses a platform for a path. The options are the sizes and times that a scenario asks for; a

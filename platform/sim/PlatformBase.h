@@ -45,9 +45,8 @@ class PlatformBase {
 
    Violations const& violations() const { return violations_; }
 
-   // The found groups and entries that remain, and the list of the entries for recovery.
+   // The found groups and entries that remain.
    Found const& found() const { return found_; }
-   std::vector<VelMroute::Restart::Route> foundRoutes() const { return found_.listed(); }
 
  protected:
    // `callCost`: the seconds of virtual time that each call of a hook takes; 0 on real time.
