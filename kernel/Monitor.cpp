@@ -120,6 +120,7 @@ void Monitor::State::ask(RouteKey const& key, Answered answered) {
 }
 
 void Monitor::State::handleClock() {
+   if (draining_) return ready();
    Seconds const now = Qor::now();
    busy_ = true;
    if (staleDue_ <= now) {
@@ -153,6 +154,8 @@ void Monitor::State::send() {
    if (!draining_ && !asks_.send(socket_, sequence_)) retryAfter(soon);
    Seconds next = std::min(staleDue_, retryAt_);
    if (started_) next = std::min(next, routes_.nextDue());
+   // A turn may have ended behind the last message, and then the socket is not readable any more.
+   if (draining_) next = Qor::now();
    clock_->timeMinIs(next);
 }
 

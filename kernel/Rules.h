@@ -20,12 +20,12 @@ struct Rule {
 
    Qor::U32 priority = 0;
    Action action = Action::table;
-   Qor::U32 table = 0;   // with Action::table; 0 if vrf is set
-   Qor::U32 target = 0;  // with Action::jump: the priority of the next rule
-   bool vrf = false;     // the table is that of the VRF of the input interface
-   std::string input;    // the rule is for packets of this interface; empty: of all
-   bool output = false;  // the rule is for packets that the router sends itself
-   Qor::U32 mark = 0;    // the rule is for packets whose mark, under the mask, is this one
+   Qor::U32 table = 0;      // with Action::table; 0 if vrf is set
+   Qor::U32 target = 0;     // with Action::jump: the priority of the next rule
+   bool vrf = false;        // the table is that of the VRF of the input interface
+   std::string input = {};  // the rule is for packets of this interface; empty: of all
+   bool output = false;     // the rule is for packets that the router sends itself
+   Qor::U32 mark = 0;       // the rule is for packets whose mark, under the mask, is this one
    Qor::U32 markMask = 0;
    bool inverted = false;  // the rule is for the packets that do not match
 
