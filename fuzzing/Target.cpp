@@ -22,8 +22,8 @@ std::map<std::string, Target> const& targets() {
    static std::map<std::string, Target> const all = {
          {"capture", captureTarget()},   {"inspector", inspectorTarget()},
          {"map", mapTarget()},           {"monitor", monitorTarget()},
-         {"scenario", scenarioTarget()}, {"snapshot", snapshotTarget()},
-         {"value", valueTarget()}};
+         {"netlink", netlinkTarget()},   {"scenario", scenarioTarget()},
+         {"snapshot", snapshotTarget()}, {"value", valueTarget()}};
    return all;
 }
 

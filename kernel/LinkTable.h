@@ -10,8 +10,8 @@
 #include <set>
 #include <utility>
 
+#include "kernel/Listener.h"
 #include "kernel/Message.h"
-#include "kernel/Monitor.h"
 
 namespace Kernel {
 

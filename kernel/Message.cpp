@@ -10,7 +10,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cstdlib>
 #include <cstring>
 
 namespace Kernel {
@@ -327,7 +326,7 @@ bool parseEnd(nlmsghdr const& message, Message& of) {
    auto const* error = headerOf<int>(message);
    // A dump of an older kernel ends without a number.
    if (!error && message.nlmsg_type == NLMSG_ERROR) return false;
-   of.content = EndMessage{error && *error != 0 ? std::abs(std::max(*error, -4095)) : 0};
+   of.content = EndMessage{error && *error < 0 ? -std::max(*error, -4095) : 0};
    return true;
 }
 

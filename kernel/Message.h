@@ -1,5 +1,5 @@
-// Parses the messages of rtnetlink: bytes in, values out. The parser knows no socket and keeps no
-// state, and reads nothing beyond the given bytes, whatever they are.
+// Parses the messages of rtnetlink: bytes in, values out. The parser knows no socket, keeps no
+// state, and reads nothing beyond the given bytes.
 #pragma once
 
 #include <span>

@@ -11,7 +11,7 @@ using Qor::Seconds;
 using Qor::U32;
 
 Monitor::Monitor(MonitorOptions options, Socket& socket, Listener& listener)
-      : state_(std::make_unique<State>(std::move(options), socket, listener)) {}
+      : state_(std::make_unique<MonitorState>(std::move(options), socket, listener)) {}
 
 Monitor::~Monitor() = default;
 
@@ -65,7 +65,7 @@ Monitor::Counts const& Monitor::counts() const {
 
 // ---- The turn. ----
 
-Monitor::State::State(MonitorOptions options, Socket& socket, Listener& listener)
+MonitorState::MonitorState(MonitorOptions options, Socket& socket, Listener& listener)
       : options_(std::move(options)),
         socket_(socket),
         listener_(listener),
@@ -82,7 +82,7 @@ Monitor::State::State(MonitorOptions options, Socket& socket, Listener& listener
    send();
 }
 
-void Monitor::State::ready() {
+void MonitorState::ready() {
    if (failed_) return;
    busy_ = true;
    bool more = true;
@@ -106,20 +106,20 @@ void Monitor::State::ready() {
    work();
 }
 
-void Monitor::State::refresh() {
+void MonitorState::refresh() {
    announce_ = true;
    wantTables(IpFamily::v4);
    wantTables(IpFamily::v6);
    if (!busy_) send();
 }
 
-void Monitor::State::ask(RouteKey const& key, Answered answered) {
-   if (failed_) return answered(key, Answer::unanswered, {});
+void MonitorState::ask(RouteKey const& key, RouteAnswered answered) {
+   if (failed_) return answered(key, RouteAnswer::unanswered, {});
    asks_.add(key, false, std::move(answered));
    if (!busy_) send();
 }
 
-void Monitor::State::handleClock() {
+void MonitorState::handleClock() {
    if (draining_) return ready();
    Seconds const now = Qor::now();
    busy_ = true;
@@ -139,7 +139,7 @@ void Monitor::State::handleClock() {
 }
 
 // Calls the listener, then sends, since a listener may have asked for more.
-void Monitor::State::work() {
+void MonitorState::work() {
    if (failed_) return clock_->timeMinIs(Qor::never);
    busy_ = true;
    startNext();
@@ -149,7 +149,7 @@ void Monitor::State::work() {
    send();
 }
 
-void Monitor::State::send() {
+void MonitorState::send() {
    startNext();
    if (!draining_ && !asks_.send(socket_, sequence_)) retryAfter(soon);
    Seconds next = std::min(staleDue_, retryAt_);
@@ -159,13 +159,13 @@ void Monitor::State::send() {
    clock_->timeMinIs(next);
 }
 
-void Monitor::State::notifyLinks() {
+void MonitorState::notifyLinks() {
    if (!draining_ && !readingLinks()) links_.notify(listener_);
 }
 
 // The reading is complete when nothing is wanted and no route waits for its confirmation. All
 // changes that it revealed have been notified `quietLimit` later.
-void Monitor::State::notifyProgress() {
+void MonitorState::notifyProgress() {
    if (reading()) {
       completeAt_ = Qor::never;
       return;
@@ -184,7 +184,7 @@ void Monitor::State::notifyProgress() {
    listener_.synced();
 }
 
-U32 Monitor::State::selectedTable(IpFamily family, U32 input) const {
+U32 MonitorState::selectedTable(IpFamily family, U32 input) const {
    Link const* const link = links_.find(input);
    if (!link) return 0;
    RuleInput of{link->name, {}, 0};

@@ -28,76 +28,24 @@
 // events in the kernel. A Monitor belongs to one thread, like everything on the activity loop.
 #pragma once
 
-#include <functional>
 #include <memory>
-#include <optional>
-#include <span>
 #include <string>
 #include <vector>
 
-#include "Qor/Clock.h"
-#include "kernel/Link.h"
-#include "kernel/Route.h"
+#include "kernel/Listener.h"
+#include "kernel/MonitorOptions.h"
 #include "kernel/Rules.h"
 #include "kernel/Socket.h"
 
 namespace Kernel {
 
-struct MonitorOptions {
-   // The tables to follow. Routes of other tables are ignored.
-   std::vector<Qor::U32> ipv4Tables = {defaultTable(Lnet::IpFamily::v4)};
-   std::vector<Qor::U32> ipv6Tables = {defaultTable(Lnet::IpFamily::v6)};
-   Qor::Seconds quietTime = 0.002;
-   Qor::Seconds quietLimit = 0.010;
-   Qor::U32 messagesPerTurn = 256;  // datagrams that one ready() reads at most
-   Qor::U32 routesPerTurn = 512;    // routes that one turn of the loop notifies at most
-};
-
-// Receives the notifications. A listener may call the Monitor, but must not destroy it.
-class Listener {
- public:
-   virtual ~Listener() = default;
-
-   // A new link, or a link of which any member changed.
-   virtual void linkIs(Link const& link) = 0;
-   virtual void linkDel(Qor::U32 index) = 0;
-
-   // A new route, or a route whose forwarding state changed.
-   virtual void routeIs(RouteKey const& key, Route const& route) = 0;
-   virtual void routeDel(RouteKey const& key) = 0;
-   // Brackets the routes that one turn notifies. `more`: further routes are due at once.
-   virtual void routesBegin() {}
-   virtual void routesEnd(bool /*more*/) {}
-
-   // The result of Monitor::selectedTable() may have changed for inputs of the family.
-   virtual void rulesChanged(Lnet::IpFamily) {}
-
-   // The Monitor has read everything and has notified it. Follows the first reading, each overrun,
-   // each silent change, and refresh().
-   virtual void synced() {}
-   // Notifications were lost. A reading of all state has begun, and synced() follows.
-   virtual void overrun() {}
-   // The socket is of no use any more, and nothing follows.
-   virtual void failed() {}
-};
+class MonitorState;
 
 class Monitor {
  public:
-   enum class Answer {
-      present,     // the route is in the table
-      absent,      // the table has no such route, or an unresolved one
-      unanswered,  // the kernel has no such request for the family, or the socket failed
-   };
-   using Answered = std::function<void(RouteKey const&, Answer, Route const&)>;
-
-   struct Counts {
-      Qor::U64 notifications = 0;  // messages about routes that were not requested
-      Qor::U64 malformed = 0;      // messages that were skipped
-      Qor::U64 overruns = 0;
-      Qor::U64 dumps = 0;             // complete dumps
-      Qor::U64 interruptedDumps = 0;  // dumps that the kernel marked as inconsistent
-      Qor::U64 missedByDumps = 0;     // routes that a dump lacked and the kernel had
-   };
+   using Answer = RouteAnswer;
+   using Answered = RouteAnswered;
+   using Counts = MonitorCounts;
 
    // Sends the first requests. The listener and the socket must outlive the Monitor and belong to
    // the caller.
@@ -108,6 +56,7 @@ class Monitor {
 
    int fd() const;
    // Reads messages that have arrived, and never blocks. The host calls it while fd() is readable.
+   // Links are notified here, and routes in the turns of the activity loop.
    void ready();
 
    // Whether the Monitor has read everything since the start or the latest overrun.
@@ -115,8 +64,8 @@ class Monitor {
 
    // Reads the tables again, for the statistics of all routes. synced() follows.
    void refresh();
-   // Asks for the present state and statistics of one route. `answered` is called from ready(), once.
-   // The Monitor calls it from its destructor for no request that is open then.
+   // Asks for the present state and statistics of one route. ready() calls `answered` once, and
+   // ask() itself does if the socket has failed. The destructor drops the requests that are open.
    void ask(RouteKey const& key, Answered answered);
 
    // The latest state of a route that was notified, with its latest statistics, or null.
@@ -126,15 +75,14 @@ class Monitor {
    Link const* link(std::string const& name) const;
    // The rules of the family in the order in which the kernel tries them.
    std::vector<Rule> const& rules(Lnet::IpFamily family) const;
-   // The table that routes packets of the family which arrive at this link, or 0 if there is none.
-   // A route of another table is hidden by it.
+   // The table that routes the packets of this link, or 0 if there is none. It hides the routes of
+   // all other tables, whether or not it has a route of the same source and group (Rules.h).
    Qor::U32 selectedTable(Lnet::IpFamily family, Qor::U32 input) const;
 
    Counts const& counts() const;
 
  private:
-   class State;
-   std::unique_ptr<State> state_;
+   std::unique_ptr<MonitorState> state_;
 };
 
 }  // namespace Kernel

@@ -1,4 +1,4 @@
-// What each message changes.
+// The changes that each message causes.
 #include <cerrno>
 
 #include "kernel/MonitorState.h"
@@ -8,14 +8,14 @@ namespace Kernel {
 using Lnet::IpFamily;
 using Qor::U32;
 
-void Monitor::State::handle(Message& message) {
+void MonitorState::handle(Message& message) {
    // A notification may carry the number of another socket, whose request caused the change.
    if (message.port != socket_.port()) return handleNotification(message);
    if (dump_ && dump_->sequence == message.sequence) return handleRecord(message);
    if (auto ask = asks_.take(message.sequence)) handleAnswer(*ask, message);
 }
 
-void Monitor::State::handleNotification(Message& message) {
+void MonitorState::handleNotification(Message& message) {
    if (auto const* route = std::get_if<RouteMessage>(&message.content)) {
       notifiedRoute(*route);
    } else if (auto const* link = std::get_if<LinkMessage>(&message.content)) {
@@ -33,7 +33,7 @@ void Monitor::State::handleNotification(Message& message) {
    }
 }
 
-void Monitor::State::notifiedRoute(RouteMessage const& message) {
+void MonitorState::notifiedRoute(RouteMessage const& message) {
    ++counts_.notifications;
    IpFamily const family = message.key.family();
    if (Unit* const unit = unitOf(family, message.key.table); unit && !unit->exists) {
@@ -48,7 +48,7 @@ void Monitor::State::notifiedRoute(RouteMessage const& message) {
    routes_.notified(message.key, message.deleted ? nullptr : &message.route, Qor::now());
 }
 
-void Monitor::State::handleRecord(Message& message) {
+void MonitorState::handleRecord(Message& message) {
    dump_->interrupted |= message.interrupted;
    if (auto const* end = std::get_if<EndMessage>(&message.content)) {
       endDump(end->error);
@@ -63,7 +63,7 @@ void Monitor::State::handleRecord(Message& message) {
    }
 }
 
-void Monitor::State::listedRoute(RouteMessage const& message) {
+void MonitorState::listedRoute(RouteMessage const& message) {
    Unit const& unit = *dump_->unit;
    if (unit.kind != Unit::Kind::routes || message.key.table != unit.table ||
        message.key.family() != unit.family) {
@@ -82,25 +82,25 @@ void Monitor::State::listedRoute(RouteMessage const& message) {
    }
 }
 
-void Monitor::State::handleAnswer(RouteAsks::Ask& ask, Message& message) {
-   Answer answer = Answer::unanswered;
+void MonitorState::handleAnswer(RouteAsks::Ask& ask, Message& message) {
+   RouteAnswer answer = RouteAnswer::unanswered;
    Route state;
    if (auto const* route = std::get_if<RouteMessage>(&message.content)) {
       if (route->key == ask.key) {
-         answer = Answer::present;
+         answer = RouteAnswer::present;
          state = route->route;
          if (followed(ask.key)) routes_.answered(ask.key, &state, Qor::now());
          if (ask.lacking) ++counts_.missedByDumps;
       }
    } else if (auto const* end = std::get_if<EndMessage>(&message.content)) {
-      if (handleRefusal(ask, end->error)) answer = Answer::absent;
+      if (handleRefusal(ask, end->error)) answer = RouteAnswer::absent;
    }
-   for (Answered const& answered : ask.answered)
+   for (RouteAnswered const& answered : ask.answered)
       answered(ask.key, answer, state);
 }
 
 // Returns whether the table has no such route.
-bool Monitor::State::handleRefusal(RouteAsks::Ask const& ask, int error) {
+bool MonitorState::handleRefusal(RouteAsks::Ask const& ask, int error) {
    IpFamily const family = ask.key.family();
    if (error == ENOENT) {
       // The answer is the same for a route that is unresolved. If a dump lacked the route, too, the
@@ -119,7 +119,7 @@ bool Monitor::State::handleRefusal(RouteAsks::Ask const& ask, int error) {
    return false;
 }
 
-void Monitor::State::handleOverrun() {
+void MonitorState::handleOverrun() {
    ++counts_.overruns;
    if (std::exchange(draining_, true)) return;
    abandonDump();
@@ -129,13 +129,13 @@ void Monitor::State::handleOverrun() {
    listener_.overrun();
 }
 
-void Monitor::State::fail() {
+void MonitorState::fail() {
    failed_ = true;
    synced_ = false;
    abandonDump();
    for (RouteAsks::Ask const& ask : asks_.takeAll()) {
-      for (Answered const& answered : ask.answered)
-         answered(ask.key, Answer::unanswered, {});
+      for (RouteAnswered const& answered : ask.answered)
+         answered(ask.key, RouteAnswer::unanswered, {});
    }
    listener_.failed();
    clock_->timeMinIs(Qor::never);

@@ -1,4 +1,4 @@
-// The reading of the kernel's tables: which dump comes next, and what its end proves.
+// The reading of the kernel's tables: the order of the dumps, and the conclusions from the end of one.
 #include <algorithm>
 #include <cerrno>
 #include <set>
@@ -23,7 +23,7 @@ bool passing(int error) {
 
 }  // namespace
 
-void Monitor::State::wantAll() {
+void MonitorState::wantAll() {
    for (Unit& unit : units_) {
       unit.wanted = true;
       unit.blocked = unit.later = false;
@@ -31,7 +31,7 @@ void Monitor::State::wantAll() {
    }
 }
 
-void Monitor::State::wantTables(IpFamily family) {
+void MonitorState::wantTables(IpFamily family) {
    probeTables(family);
    for (Unit& unit : units_) {
       if (!unit.ofTable() || unit.family != family) continue;
@@ -41,7 +41,7 @@ void Monitor::State::wantTables(IpFamily family) {
 }
 
 // Several links often change at a time, so the reading waits for their end.
-void Monitor::State::tablesChanged(IpFamily family) {
+void MonitorState::tablesChanged(IpFamily family) {
    if (family == IpFamily::none) return;
    Seconds const now = Qor::now();
    if (staleDue_ == Qor::never) staleFirst_ = now;
@@ -51,7 +51,7 @@ void Monitor::State::tablesChanged(IpFamily family) {
 }
 
 // A table that is not followed matters if a rule names it, since it hides others once it exists.
-void Monitor::State::probeTables(IpFamily family) {
+void MonitorState::probeTables(IpFamily family) {
    std::set<U32> tables;
    for (Rule const& rule : rules(family)) {
       if (rule.action == Rule::Action::table && !rule.vrf) tables.insert(rule.table);
@@ -66,14 +66,14 @@ void Monitor::State::probeTables(IpFamily family) {
    }
 }
 
-void Monitor::State::startNext() {
+void MonitorState::startNext() {
    if (dump_ || draining_ || failed_) return;
    auto const next =
          std::find_if(units_.begin(), units_.end(), [](Unit const& unit) { return unit.wanted; });
    if (next != units_.end()) sendDump(*next);
 }
 
-void Monitor::State::sendDump(Unit& unit) {
+void MonitorState::sendDump(Unit& unit) {
    unit.wanted = false;
    Requests requests;
    switch (++sequence_; unit.kind) {
@@ -101,7 +101,7 @@ void Monitor::State::sendDump(Unit& unit) {
    if (unit.kind == Unit::Kind::links || unit.kind == Unit::Kind::addresses) links_.dumpBegin();
 }
 
-void Monitor::State::abandonDump() {
+void MonitorState::abandonDump() {
    if (!dump_) return;
    routes_.dumpAbandon();
    links_.dumpAbandon();
@@ -109,7 +109,7 @@ void Monitor::State::abandonDump() {
    dump_.reset();
 }
 
-void Monitor::State::endDump(int error) {
+void MonitorState::endDump(int error) {
    if (passing(error)) {
       Unit& unit = *dump_->unit;
       abandonDump();
@@ -120,7 +120,7 @@ void Monitor::State::endDump(int error) {
    Dump const dump = *dump_;
    Unit& unit = *dump.unit;
    ++(dump.interrupted ? counts_.interruptedDumps : counts_.dumps);
-   // After any other error the kernel has nothing of the kind, and what was known of it stays.
+   // After any other error the kernel has no such table. An absence proves nothing then.
    bool const complete = error == 0 && !dump.interrupted;
    bool again = dump.interrupted;
    if (unit.kind == Unit::Kind::links && links_.linksEnd(complete)) {
@@ -141,7 +141,7 @@ void Monitor::State::endDump(int error) {
 }
 
 // Returns whether the table has to be dumped again.
-bool Monitor::State::endRoutes(Dump const& dump, int error) {
+bool MonitorState::endRoutes(Dump const& dump, int error) {
    Unit& unit = *dump.unit;
    bool const exists = error == 0;
    rulesChanged_[isV6(unit.family)] |= unit.exists != exists;
@@ -164,7 +164,7 @@ bool Monitor::State::endRoutes(Dump const& dump, int error) {
    return again;
 }
 
-void Monitor::State::endRules(Dump const& dump) {
+void MonitorState::endRules(Dump const& dump) {
    IpFamily const family = dump.unit->family;
    std::stable_sort(listedRules_.begin(), listedRules_.end(),
                     [](Rule const& a, Rule const& b) { return a.priority < b.priority; });
@@ -175,33 +175,33 @@ void Monitor::State::endRules(Dump const& dump) {
    probeTables(family);
 }
 
-void Monitor::State::retryAfter(Seconds delay) {
+void MonitorState::retryAfter(Seconds delay) {
    retryAt_ = std::min(retryAt_, Qor::now() + delay);
 }
 
-Monitor::State::Unit const* Monitor::State::unitOf(IpFamily family, U32 table) const {
+MonitorState::Unit const* MonitorState::unitOf(IpFamily family, U32 table) const {
    for (Unit const& unit : units_) {
       if (unit.ofTable() && unit.family == family && unit.table == table) return &unit;
    }
    return nullptr;
 }
 
-Monitor::State::Unit* Monitor::State::unitOf(IpFamily family, U32 table) {
+MonitorState::Unit* MonitorState::unitOf(IpFamily family, U32 table) {
    return const_cast<Unit*>(std::as_const(*this).unitOf(family, table));
 }
 
-bool Monitor::State::followed(RouteKey const& key) const {
+bool MonitorState::followed(RouteKey const& key) const {
    Unit const* const unit = unitOf(key.family(), key.table);
    return unit && unit->kind == Unit::Kind::routes;
 }
 
-bool Monitor::State::reading() const {
+bool MonitorState::reading() const {
    return dump_ || draining_ || staleDue_ != Qor::never || asks_.confirming() ||
           std::any_of(units_.begin(), units_.end(),
                       [](Unit const& unit) { return unit.wanted || unit.blocked; });
 }
 
-bool Monitor::State::readingLinks() const {
+bool MonitorState::readingLinks() const {
    return std::any_of(units_.begin(), units_.end(), [&](Unit const& unit) {
       bool const links = unit.kind == Unit::Kind::links || unit.kind == Unit::Kind::addresses;
       return links && (unit.wanted || (dump_ && dump_->unit == &unit));

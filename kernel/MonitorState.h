@@ -1,4 +1,4 @@
-// The state of a Monitor: the reading of the kernel's tables, and what each message changes.
+// The state of a Monitor: the reading of the kernel's tables, and the changes that each message causes.
 //
 // A unit is something that one dump reads: all links, all addresses, the rules of a family, or one
 // table. One dump is under way at a time. A unit is wanted until a dump of it has been complete.
@@ -7,22 +7,24 @@
 #include <list>
 #include <optional>
 
+#include "Qor/Clock.h"
 #include "kernel/LinkTable.h"
+#include "kernel/Listener.h"
 #include "kernel/Message.h"
-#include "kernel/Monitor.h"
+#include "kernel/MonitorOptions.h"
 #include "kernel/Request.h"
 #include "kernel/RouteAsks.h"
 #include "kernel/RouteTable.h"
 
 namespace Kernel {
 
-class Monitor::State {
+class MonitorState {
  public:
-   State(MonitorOptions options, Socket& socket, Listener& listener);
+   MonitorState(MonitorOptions options, Socket& socket, Listener& listener);
 
    void ready();
    void refresh();
-   void ask(RouteKey const& key, Answered answered);
+   void ask(RouteKey const& key, RouteAnswered answered);
 
    Socket& socket() const { return socket_; }
    bool synced() const { return synced_; }
@@ -30,7 +32,7 @@ class Monitor::State {
    LinkTable const& links() const { return links_; }
    std::vector<Rule> const& rules(Lnet::IpFamily family) const { return rules_[isV6(family)]; }
    Qor::U32 selectedTable(Lnet::IpFamily family, Qor::U32 input) const;
-   Counts const& counts() const { return counts_; }
+   MonitorCounts const& counts() const { return counts_; }
 
  private:
    struct Unit {
@@ -41,7 +43,7 @@ class Monitor::State {
       Qor::U32 table = 0;
       bool wanted = true;
       bool blocked = false;  // wanted again at the retry time, since the kernel refused the dump
-      bool later = false;    // likewise, to confirm what the latest dump had
+      bool later = false;    // likewise, since the latest dump left routes unconfirmed
       bool exists = false;   // the table
       Qor::U32 round = 0;    // dumps since the unit was wanted, without the first
 
@@ -57,11 +59,11 @@ class Monitor::State {
    };
    class QorClock final : public Qor::Clock::Notifiee {
     public:
-      explicit QorClock(State& owner) : owner_(owner) {}
+      explicit QorClock(MonitorState& owner) : owner_(owner) {}
       void onTime() override { owner_.handleClock(); }
 
     private:
-      State& owner_;
+      MonitorState& owner_;
    };
 
    static constexpr Qor::Seconds soon = 0.02;  // until the kernel has room again
@@ -128,7 +130,7 @@ class Monitor::State {
    bool draining_ = false;  // from an overrun until the receive buffer is empty
    bool failed_ = false;
    bool busy_ = false;  // within a call of the listener, or about to work
-   Counts counts_;
+   MonitorCounts counts_;
    Qor::Ptr<Qor::Clock> const clock_ = Qor::make<Qor::Clock>("kernel monitor");
    QorClock clockReactor_{*this};
 };

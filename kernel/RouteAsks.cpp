@@ -9,7 +9,7 @@ namespace Kernel {
 using Qor::U32;
 using Qor::U64;
 
-void RouteAsks::add(RouteKey const& key, bool lacking, Monitor::Answered answered) {
+void RouteAsks::add(RouteKey const& key, bool lacking, RouteAnswered answered) {
    auto const [place, made] = waitingByKey_.insert(key, next_);
    if (made) waiting_[next_++].key = key;
    Ask& ask = waiting_[place->second];

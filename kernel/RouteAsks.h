@@ -7,7 +7,8 @@
 #include <vector>
 
 #include "Qor/HashMap.h"
-#include "kernel/Monitor.h"
+#include "kernel/Listener.h"
+#include "kernel/Socket.h"
 
 namespace Kernel {
 
@@ -16,11 +17,11 @@ class RouteAsks {
    struct Ask {
       RouteKey key;
       bool lacking = false;  // a dump lacked the route
-      std::vector<Monitor::Answered> answered;
+      std::vector<RouteAnswered> answered;
    };
 
    // Adds a request. Requests for the same route that wait become one.
-   void add(RouteKey const& key, bool lacking, Monitor::Answered answered);
+   void add(RouteKey const& key, bool lacking, RouteAnswered answered);
    // Sends as many requests as the bound allows. False: the socket did not take them.
    bool send(Socket& socket, Qor::U32& sequence);
    // The request of this sequence number, which is complete now.

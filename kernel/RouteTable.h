@@ -11,7 +11,7 @@
 #include <vector>
 
 #include "Qor/HashMap.h"
-#include "kernel/Monitor.h"
+#include "kernel/Listener.h"
 
 namespace Kernel {
 

@@ -94,7 +94,7 @@ std::vector<Recorded> recorded() {
    return all;
 }
 
-TEST(KernelMessages, ParserReadsWhatAKernelSent) {
+TEST(KernelMessages, ParserReadsRecordedMessages) {
    ASSERT_GT(recorded().size(), 40u);
    for (Recorded const& message : recorded()) {
       Kernel::MessageReader reader(message.bytes);
