@@ -1,7 +1,10 @@
 // The target `netlink`: the messages of a kernel, as the parser and as a monitor reads them.
 //
-// An input is one datagram. The monitor receives it in the place of the kernel's first answer.
+// An input is one datagram. The monitor receives it in the place of the kernel's answers.
+#include <linux/netlink.h>
+
 #include <algorithm>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <set>
@@ -56,19 +59,38 @@ void runParser(std::span<std::byte const> bytes) {
    }
 }
 
-class OneDatagram final : public Kernel::Socket {
+// Answers each request, up to a bound, with the datagram. The messages in it that carry the number of
+// the monitor's socket get the number of the request.
+class Answering final : public Kernel::Socket {
  public:
-   explicit OneDatagram(std::span<std::byte const> bytes) : bytes_(bytes) {}
+   explicit Answering(std::vector<std::byte> const& bytes) : bytes_(bytes) {}
    int fd() const override { return -1; }
    U32 port() const override { return ownPort; }
+   bool readable() const { return due_; }
    Result receive(std::span<std::byte const>& datagram) override {
-      datagram = std::exchange(bytes_, {});
-      return datagram.empty() ? Result::empty : Result::message;
+      if (!std::exchange(due_, false)) return Result::empty;
+      datagram = bytes_;
+      return Result::message;
    }
-   bool send(std::span<std::byte const>) override { return true; }
+   bool send(std::span<std::byte const> request) override {
+      due_ = ++requests_ <= mostAnswers;
+      nlmsghdr asked{}, answer{};
+      std::memcpy(&asked, request.data(), sizeof asked);
+      for (std::size_t at = 0; at + sizeof answer <= bytes_.size();) {
+         std::memcpy(&answer, bytes_.data() + at, sizeof answer);
+         if (answer.nlmsg_pid == ownPort) answer.nlmsg_seq = asked.nlmsg_seq;
+         std::memcpy(bytes_.data() + at, &answer, sizeof answer);
+         at += std::max<std::size_t>(NLMSG_ALIGN(answer.nlmsg_len), sizeof answer);
+      }
+      return true;
+   }
 
  private:
-   std::span<std::byte const> bytes_;
+   static constexpr unsigned mostAnswers = 20;
+
+   std::vector<std::byte> bytes_;
+   bool due_ = false;
+   unsigned requests_ = 0;
 };
 
 // A deletion must follow the notification that it ends, and the monitor must be in step with them.
@@ -107,34 +129,40 @@ void runNetlink(std::string_view input) {
          reinterpret_cast<std::byte const*>(input.data()) + input.size());
    runParser(copy);
    OnVirtualTime const clock;
-   OneDatagram socket(copy);
+   Answering socket(copy);
    Ledger ledger;
    Kernel::MonitorOptions options;
    options.ipv4Tables = options.ipv6Tables = {100};
    Kernel::Monitor monitor(options, socket, ledger);
-   monitor.ready();
    monitor.ask({100, Lnet::IpGenAddr::v4(0x0a000009), Lnet::IpGenAddr::v4(0xe8010101)},
                [](RouteKey const&, Kernel::Monitor::Answer, Route const&) {});
-   clock.time->runUntil(10);
+   while (socket.readable()) {
+      monitor.ready();
+      clock.time->runUntil(Qor::now() + 0.1);
+   }
+   clock.time->runUntil(Qor::now() + 10);
    require(monitor.routes() == ledger.routes(), "the monitor and its listener differ");
 }
 
-// The recorded messages, alone and all together: some of them as answers to the first requests.
+// The recorded messages, each alone, and all together, as notifications and as answers.
 std::vector<std::string> netlinkSeeds() {
    std::ifstream file(std::filesystem::path(VELMROUTE_EXAMPLES).parent_path() /
                       "tests/netlink/messages.txt");
    std::vector<std::string> seeds;
-   std::string together;
+   std::string notifications, answers;
    for (std::string line; std::getline(file, line);) {
       if (line.empty() || line[0] == '#' || line[0] == '=') continue;
       std::string bytes;
       for (std::size_t at = 0; at + 1 < line.size(); at += 2)
          bytes += static_cast<char>(std::stoi(line.substr(at, 2), nullptr, 16));
-      together += bytes;
-      seeds.push_back(std::move(bytes));
+      notifications += bytes;
+      seeds.push_back(bytes);
+      std::memcpy(bytes.data() + offsetof(nlmsghdr, nlmsg_pid), &ownPort, sizeof ownPort);
+      answers += bytes;
    }
    require(!seeds.empty(), "there is no recorded message");
-   seeds.push_back(std::move(together));
+   seeds.push_back(std::move(notifications));
+   seeds.push_back(std::move(answers));
    return seeds;
 }
 
