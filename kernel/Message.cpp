@@ -11,6 +11,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <utility>
 
 namespace Kernel {
 
@@ -251,7 +252,7 @@ bool parseAddress(nlmsghdr const& message, Message& of) {
    });
    if (!local.isNull()) result.address = local;
    if (!good || result.address.isNull()) return false;
-   of.content = std::move(result);
+   of.content = result;
    return true;
 }
 

@@ -86,13 +86,15 @@ void MonitorState::ready() {
    if (failed_) return;
    busy_ = true;
    bool more = true;
-   for (U32 n = 0; more && n < options_.messagesPerTurn; ++n) {
+   std::size_t bytes = 0;
+   for (U32 n = 0; more && n < options_.messagesPerTurn && bytes < options_.bytesPerTurn; ++n) {
       std::span<std::byte const> datagram;
       Socket::Result const result = socket_.receive(datagram);
       more = result != Socket::Result::empty;
       if (result == Socket::Result::failed) return fail();
       if (result == Socket::Result::overrun) handleOverrun();
       if (result != Socket::Result::message) continue;
+      bytes += datagram.size();
       MessageReader reader(datagram);
       Message message;
       for (auto read = reader.next(message); read != MessageReader::Result::end;

@@ -1,7 +1,8 @@
 // Follows the multicast routes, the links and the rules of a Linux kernel.
 //
 // A Monitor reads them once, follows their changes, and notifies a Listener. The host waits for
-// fd() to become readable and calls ready(); timers run on the activity loop (Qor/Clock.h).
+// fd() to become readable and calls ready(); timers run on the activity loop (Qor/Clock.h). A host
+// that waits in whole milliseconds adds up to one of them to the quiet time.
 //
 // Order at the start: all links, then the rules, then the routes, then synced(). After an overrun
 // of the receive buffer the Monitor reads all of it again, and notifies the differences.
@@ -16,13 +17,14 @@
 //  - A known route that a dump lacks is asked for by a request of its own. Only the kernel's answer
 //    that the route does not exist deletes it. If the kernel has no such request for the family, the
 //    route is deleted when a second dump lacks it and no notification arrived during that dump.
-//  - A dump during which notifications arrived is repeated until one reveals no unknown route.
+//  - A dump during which routes were deleted is repeated until one reveals no unknown route.
 //  - The record of a route in a dump counts only if no notification of the route arrived since the
 //    dump was requested. Otherwise the route is asked for, too.
 //
-// The kernel changes routes without a notification in three cases, and the Monitor then dumps the
-// tables: a link was deleted, created, renamed, or got another MAC address; an interface was taken
-// into multicast routing or out of it; rules were changed, for the table that decides.
+// The kernel changes the inputs and outputs of routes without a notification when a link is deleted
+// and when a daemon takes an interface into multicast routing or out of it (for which there is a
+// notification of its own). The Monitor then dumps the tables, and also when a link is created,
+// renamed, or gets another MAC address.
 //
 // One socket carries requests and notifications, so the order of its messages is the order of the
 // events in the kernel. A Monitor belongs to one thread, like everything on the activity loop.

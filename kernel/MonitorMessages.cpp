@@ -111,11 +111,17 @@ bool MonitorState::handleRefusal(RouteAsks::Ask const& ask, int error) {
       }
       return true;
    }
-   if (error == EOPNOTSUPP || error == EINVAL || error == EAFNOSUPPORT) {
-      withoutRequest_[isV6(family)] = true;
+   bool const known = error == ENOMEM || error == ENOBUFS;  // the kernel has such a request
+   if (!known) withoutRequest_[isV6(family)] = true;
+   Unit* const unit = unitOf(family, ask.key.table);
+   if (!unit || !ask.lacking) return false;
+   // Another dump decides.
+   if (known) {
+      unit->blocked = true;
+      retryAfter(soon);
+   } else {
+      unit->wanted = true;
    }
-   // A second dump decides.
-   if (Unit* const unit = unitOf(family, ask.key.table); unit && ask.lacking) unit->wanted = true;
    return false;
 }
 

@@ -13,8 +13,10 @@ struct MonitorOptions {
    std::vector<Qor::U32> ipv6Tables = {defaultTable(Lnet::IpFamily::v6)};
    Qor::Seconds quietTime = 0.002;
    Qor::Seconds quietLimit = 0.010;
-   Qor::U32 messagesPerTurn = 256;  // datagrams that one ready() reads at most
-   Qor::U32 routesPerTurn = 512;    // routes that one turn of the loop notifies at most
+   // One ready() reads at most so many datagrams, and no further one behind so many bytes.
+   Qor::U32 messagesPerTurn = 256;
+   Qor::U32 bytesPerTurn = 1 << 18;
+   Qor::U32 routesPerTurn = 512;  // routes that one turn of the loop notifies at most
 };
 
 struct MonitorCounts {

@@ -48,7 +48,10 @@ class RouteTable {
    Qor::U32 size() const { return shownCount_; }
 
    // When the next change is due; Qor::never if none is pending.
-   Qor::Seconds nextDue() const { return due_.empty() ? Qor::never : due_.begin()->first; }
+   Qor::Seconds nextDue() const {
+      if (due_.empty()) return Qor::never;
+      return due_.begin()->first;
+   }
    // Notifies the listener of at most `most` changes that are due.
    void notify(Listener& listener, Qor::Seconds now, Qor::U32 most);
 

@@ -263,17 +263,17 @@ class FakeKernel final : public Kernel::Socket {
          dumpErrors.pop_front();
       }
       if (request.nlmsg_type == RTM_GETLINK) {
-         requests.push_back("dump links");
+         requests.emplace_back("dump links");
          for (auto const& [index, link] : links)
             push(linkMessage(RTM_NEWLINK, link, sequence, flags));
       } else if (request.nlmsg_type == RTM_GETADDR) {
-         requests.push_back("dump addresses");
+         requests.emplace_back("dump addresses");
          for (auto const& [index, list] : addresses) {
             for (Lnet::IpGenAddr const& value : list)
                push(addressMessage(RTM_NEWADDR, index, value, sequence, flags));
          }
       } else if (request.nlmsg_type == RTM_GETRULE) {
-         requests.push_back("dump rules");
+         requests.emplace_back("dump rules");
          for (Rule const& rule : rules[family == IpFamily::v6])
             push(ruleMessage(family, rule, sequence, ownPort));
       } else {
