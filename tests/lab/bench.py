@@ -17,7 +17,7 @@ from daemons import Pim, Smcroute
 from kernel import Route, RouteNotifications, RouteSocket, kernel_routes
 from namespaces import Namespace
 from openvswitch import FlowMonitor, Switch
-from processes import wait_until
+from processes import LabError, wait_until
 from traffic import Trial
 
 HOSTS = ["h0", "h1", "h2", "h3"]
@@ -127,9 +127,17 @@ class Bench:
 
     def wait_for_hardware(self, routes: set[Route], seconds: float = 20) -> float:
         """Waits until the switch has flows for these routes and no other. Returns the seconds."""
-        return wait_until(
-            lambda: self.switch.routes() == routes, seconds, f"{len(routes)} routes in hardware"
-        )
+        try:
+            return wait_until(
+                lambda: self.switch.routes() == routes, seconds, f"{len(routes)} routes in hardware"
+            )
+        except LabError as error:
+            found = self.switch.routes()
+            missing, more = sorted(routes - found), sorted(found - routes)
+            examples = "; ".join(str(example) for example in (missing[:1] + more[:1]))
+            raise LabError(
+                f"{error}: {len(missing)} missing, {len(more)} too many: {examples}"
+            ) from error
 
     def describe(self) -> str:
         spaces = ", ".join(f"{s.name} {s.pid}" for s in [self.router, *self.hosts.values()])

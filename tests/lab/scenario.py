@@ -23,9 +23,13 @@ class Report:
         if not ok:
             self.faults.append(fault)
 
+    def append(self, other: "Report") -> None:
+        self.figures += other.figures
+        self.faults += other.faults
+
     def at_most(self, name: str, value: float, limit: float, unit: str) -> None:
-        self.figure(f"{name}: {value:.2f} {unit} (limit {limit:g})")
-        self.check(value <= limit, f"{name}: {value:.2f} {unit} exceeds {limit:g}")
+        self.figure(f"{name}: {value:.2f} {unit} (limit {limit:.4g})")
+        self.check(value <= limit, f"{name}: {value:.2f} {unit} exceeds {limit:.4g}")
 
     def lossless(self, outcome: Outcome, receptions: list[Reception] | None = None) -> None:
         """Checks that each host received each packet of its flows once."""
