@@ -83,6 +83,9 @@ class Agent:
     def resume(self) -> None:
         os.kill(self.pid, signal.SIGCONT)
 
+    def last_words(self) -> str:
+        return tail(self._log)
+
     def show(self, view: str) -> str:
         return self._namespace.run(
             str(self._program), "show", "--control", str(self._control), view

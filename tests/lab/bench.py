@@ -35,6 +35,7 @@ class Bench:
         self._agent_type = agent_type
         self._resources = contextlib.ExitStack()
         self._interfaces: list[str] = []
+        self._agents: list[Agent] = []
 
     def __enter__(self) -> "Bench":
         return self
@@ -91,6 +92,7 @@ class Bench:
 
     def start_agent(self, *arguments: object, **options: object) -> Agent:
         agent = self.make_agent(*arguments, **options)  # type: ignore[arg-type]
+        self._agents.append(agent)
         agent.start()
         return agent
 
@@ -138,6 +140,10 @@ class Bench:
             raise LabError(
                 f"{error}: {len(missing)} missing, {len(more)} too many: {examples}"
             ) from error
+
+    def last_words(self) -> str:
+        """The end of each agent's log."""
+        return "\n".join(agent.last_words() for agent in self._agents)
 
     def describe(self) -> str:
         spaces = ", ".join(f"{s.name} {s.pid}" for s in [self.router, *self.hosts.values()])

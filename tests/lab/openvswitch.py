@@ -114,16 +114,26 @@ class FlowMonitor:
 
     def __init__(self, socket: Path) -> None:
         self.added: dict[Route, list[float]] = {}
-        # The program prints the events to standard error, which is not buffered.
+        # The program prints the first reply to standard output, and the events to standard error.
         self._process = spawn(
             [
-                *("ovs-ofctl", "-O", "OpenFlow15", f"--unixctl={socket.with_suffix('.watch')}"),
+                *(
+                    "stdbuf",
+                    "-oL",
+                    "ovs-ofctl",
+                    "-O",
+                    "OpenFlow15",
+                    f"--unixctl={socket.with_suffix('.watch')}",
+                ),
                 *("monitor", f"unix:{socket}", "watch:!initial"),
             ],
             stdin=subprocess.DEVNULL,
-            stdout=subprocess.DEVNULL,
+            stdout=subprocess.PIPE,
             stderr=subprocess.PIPE,
         )
+        assert self._process.stdout
+        if "FLOW_MONITOR" not in self._process.stdout.readline():
+            raise LabError("the switch reports no flows")
         self._thread = threading.Thread(target=self._read)
         self._thread.start()
 

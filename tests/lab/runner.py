@@ -7,6 +7,7 @@ import sys
 import tempfile
 import time
 from pathlib import Path
+from textwrap import indent
 
 from agent import Agent
 from bench import Bench
@@ -69,6 +70,8 @@ class Lab:
             print(f"   {figure}")
         for fault in report.faults:
             print(f"   FAULT {fault}")
+        if report.faults and report.log:
+            print(indent(f"log of the agent:\n{report.log}", "   "))
         if lack:
             result = "skipped"
             print(f"   skipped: {lack}", flush=True)
@@ -87,6 +90,7 @@ class Lab:
             except Exception as error:  # the other scenarios run in any case
                 kind = "" if isinstance(error, LabError) else f"{type(error).__name__}: "
                 report.faults.append(f"{kind}{error}")
+            report.log = bench.last_words()
             if self._options.keep:
                 print("\n".join([*report.figures, *report.faults, bench.describe()]), flush=True)
                 input("Enter removes the topology: ")

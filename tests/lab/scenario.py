@@ -15,6 +15,7 @@ class Skipped(Exception):
 class Report:
     figures: list[str] = field(default_factory=list)
     faults: list[str] = field(default_factory=list)
+    log: str = ""  # end of the agent's log
 
     def figure(self, text: str) -> None:
         self.figures.append(text)

@@ -185,14 +185,15 @@ int send(Flow const& flow, double rate) {
 class Arrivals {
  public:
    explicit Arrivals(size_t groups)
-         : joined(groups),
-           seen_(groups),
+         : seen_(groups),
            first_(groups, -1),
            latency_(groups, -1),
            lastAt_(groups),
            distinct_(groups),
            outage_(groups),
            began_(groups) {}
+
+   void join(size_t group, double time) { lastAt_[group] = time; }
 
    void arrive(Packet const& packet, double time) {
       size_t const group = packet.group;
@@ -202,9 +203,11 @@ class Arrivals {
          pauses_.push_back(time);
       }
       anyAt_ = time;
-      if (first_[group] < 0) {
-         first_[group] = packet.number;
-         latency_[group] = (time - joined[group]) * 1e3;
+      bool const heard = first_[group] >= 0;
+      // The first packets of a route that moves into hardware may overtake each other.
+      first_[group] = heard ? std::min(first_[group], int64_t{packet.number}) : packet.number;
+      if (!heard) {
+         latency_[group] = (time - lastAt_[group]) * 1e3;
       } else {
          if (double const outage = (time - lastAt_[group]) * 1e3; outage > outage_[group]) {
             outage_[group] = outage;
@@ -224,7 +227,7 @@ class Arrivals {
       }
    }
 
-   size_t groups() const { return joined.size(); }
+   size_t groups() const { return seen_.size(); }
 
    void print(unsigned overflow) const {
       std::printf("{\"received\": %lu, \"duplicated\": %lu, \"overflow\": %u, ", received_,
@@ -245,13 +248,11 @@ class Arrivals {
       std::printf("}\n");
    }
 
-   std::vector<double> joined;
-
  private:
    std::vector<std::vector<bool>> seen_;
    std::vector<int64_t> first_;
    std::vector<double> latency_;
-   std::vector<double> lastAt_;
+   std::vector<double> lastAt_;  // of the last packet, or of the join
    std::vector<uint32_t> distinct_;
    std::vector<double> outage_;
    std::vector<double> began_;
@@ -267,7 +268,7 @@ void join(Flow const& flow, std::string const& source, useconds_t pause, Arrival
    for (unsigned const interface : flow.interfaces) {
       int const fd = openSocket(flow);
       for (size_t i = 0; i < flow.groups.size(); ++i) {
-         arrivals.joined[i] = now();
+         arrivals.join(i, now());
          int result = 0;
          if (source != "-") {
             group_source_req request{interface, flow.groups[i], address(source, 0, 0)};

@@ -69,7 +69,8 @@ class Reception:
     received: int
 
     def __post_init__(self) -> None:
-        """A group that was silent until the sender's end had an outage there."""
+        """A group that was silent until the sender's end had an outage there. The last time of a
+        group that was never heard is that of its join."""
         for place, last in enumerate(self.last):
             tail = (self.ended - last) * 1e3
             if tail > self.outage[place]:

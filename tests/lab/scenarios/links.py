@@ -69,5 +69,7 @@ def unmapped(bench: Bench, report: Report) -> None:
 
 SCENARIOS = [
     Scenario("links-changed", "an interface gets a new address, another one is deleted", changed),
-    Scenario("output-unmapped", "a route gets and loses an output without a port", unmapped),
+    Scenario(
+        "output-unmapped", "a route gets and loses an output without a port", unmapped, short=True
+    ),
 ]

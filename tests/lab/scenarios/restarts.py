@@ -157,8 +157,8 @@ def pim(bench: Bench, report: Report) -> None:
     time.sleep(2)
     daemon.kill_pimd()
     time.sleep(1)
-    daemon.start_pimd()
     start = time.monotonic()
+    daemon.start_pimd()
     route = (SOURCE, flow.first)
     wait_until(lambda: route in bench.switch.routes(), PIM_SECONDS, "the route in hardware")
     report.figure(f"route in hardware {time.monotonic() - start:.2f} s after pimd's start")
@@ -175,7 +175,9 @@ SCENARIOS = [
     Scenario(
         "agent-killed", "kill -9 of the agent under 1,000 routes and traffic", agent, short=True
     ),
-    Scenario("switch-restarted", "the switch ends and starts with empty tables", switch),
+    Scenario(
+        "switch-restarted", "the switch ends and starts with empty tables", switch, short=True
+    ),
     Scenario("daemon-restarted", "a daemon's table empties: the hardware follows", daemon_follows),
     Scenario("daemon-held", "a daemon's table empties: the hardware holds", daemon_held),
     Scenario("pim-restarted", "pimd is killed and started", pim, needs=("agent", "FRR")),
