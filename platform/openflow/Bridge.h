@@ -49,7 +49,7 @@ struct Options {
    std::string socket;  // the path of the bridge's OpenFlow socket
    // The range of group ids. The first `interfaces` ids are for interfaces, the others for routes.
    U32 firstGroup = 0x100000;
-   U32 lastGroup = 0x1fffff;
+   U32 lastGroup = 0x10ffff;
    U32 interfaces = 256;
    U32 routes = 100'000;  // the most entries
    // The generation id of the master role, which has to grow from process to process. The default
