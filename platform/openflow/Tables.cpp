@@ -34,6 +34,10 @@ WriteXactPtr done() {
    return Qor::make<WriteXact>(Hux::Xact::State::succeeded);
 }
 
+bool changesGroup(std::string const& message) {
+   return message[1] == static_cast<char>(MessageType::groupMod);
+}
+
 void moveTo(std::vector<WriteXactPtr>& to, std::vector<WriteXactPtr> from) {
    std::move(from.begin(), from.end(), std::back_inserter(to));
 }
@@ -165,19 +169,19 @@ U32 Tables::sendBarrier() {
    return sender_->send(plainMessage(MessageType::barrierRequest));
 }
 
-void Tables::issue(Write write) {
-   queue_.issue(std::move(write));
+void Tables::issue(Write write, bool first) {
+   if (!write.message.empty()) ++(changesGroup(write.message) ? groupWrites_ : flowWrites_);
+   if (first) {
+      queue_.issueFirst(std::move(write));
+   } else {
+      queue_.issue(std::move(write));
+   }
 }
 
 void Tables::writePipeline(bool first) {
    if (!writing_) return;
-   for (Write& write : pipeline_.writes()) {
-      if (first) {
-         queue_.issueFirst(std::move(write));
-      } else {
-         issue(std::move(write));
-      }
-   }
+   for (Write& write : pipeline_.writes())
+      issue(std::move(write), first);
 }
 
 void Tables::issueGroup(U32 id, std::vector<WriteXactPtr> xacts, XactPtr blocking) {
@@ -195,7 +199,6 @@ void Tables::issueGroup(U32 id, std::vector<WriteXactPtr> xacts, XactPtr blockin
    if (write.reason.empty()) {
       write.message = groupMod(group.sent ? GroupCommand::modify : GroupCommand::add, desc);
       group.sent = true;
-      ++groupWrites_;
    }
    issue(std::move(write));
 }
@@ -209,7 +212,6 @@ void Tables::issueGroupDeletion(U32 id) {
    write.kind = WriteKind::groupDelete;
    write.number = id;
    write.message = groupMod(GroupCommand::deletion, {id, GroupType::all, {}});
-   ++groupWrites_;
    issue(std::move(write));
 }
 
@@ -227,7 +229,6 @@ void Tables::issuePoint(U32 handle, std::vector<WriteXactPtr> xacts, XactPtr blo
    write.xacts = std::move(xacts);
    write.blocking = std::move(blocking);
    entry.written = true;
-   ++flowWrites_;
    issue(std::move(write));
 }
 
@@ -388,7 +389,6 @@ void Tables::deleteOrphans(Content const& content) {
       if (known || strays.contains(keyOf(flow))) continue;
       Write write;
       write.message = deletionOf(flow);
-      ++flowWrites_;
       issue(std::move(write));
    }
    for (GroupDesc const& group : content.groups) {
@@ -659,7 +659,6 @@ void Tables::deleteEntry(U32 handle) {
       dirty_ = true;
       return;
    }
-   ++flowWrites_;
    issue(std::move(write));
 }
 

@@ -168,7 +168,7 @@ class Tables final : public VelHelper::AsyncMrouteHelper,
    void misused(char const* hook, char const* what, U32 number);
    GroupDesc describe(U32 id, Qor::String8& reason) const;
    static Flow describe(U32 handle, Entry const& entry);
-   void issue(Write write);
+   void issue(Write write, bool first = false);
    void writeGroup(U32 id, MrouteLib::PortVlanSet const& set, Hux::XactPtr blocking);
    void issueGroup(U32 id, std::vector<WriteXactPtr> xacts, Hux::XactPtr blocking);
    void issuePoint(U32 handle, std::vector<WriteXactPtr> xacts, Hux::XactPtr blocking);
