@@ -4,7 +4,6 @@
 #include "fuzzing/Target.h"
 #include "platform/openflow/Pipeline.h"
 #include "platform/openflow/Tables.h"
-#include "platform/openflow/Wire.h"
 
 namespace Fuzz {
 

@@ -13,7 +13,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/openflow/Wire.h"
+#include "platform/openflow/Message.h"
 
 namespace testSupport {
 

@@ -4,6 +4,7 @@
 #include "FakeOpenFlowPeer.h"
 #include "MrouteLib/OifSet.h"
 #include "TestSupport.h"
+#include "hooks/AsyncHookGate.h"
 #include "platform/openflow/Bridge.h"
 
 namespace {
@@ -35,6 +36,8 @@ class OpenFlowBridge : public OnVirtualTime, protected OpenFlow::Listener {
    }
    ~OpenFlowBridge() override {
       if (bridge_) bridge_->listenerIs(nullptr);
+      EXPECT_TRUE(!gate_ || gate_->checks()->faults()->list().empty())
+            << gate_->checks()->faults()->list().front();
    }
 
    static OpenFlow::Port port(unsigned n) {
@@ -57,6 +60,8 @@ class OpenFlowBridge : public OnVirtualTime, protected OpenFlow::Listener {
    void make() {
       bridge_ = Qor::make<Bridge>(options_);
       bridge_->listenerIs(this);
+      gate_ = Qor::make<VelMroute::AsyncHookGate>(
+            bridge_->asyncHooks(), VelMroute::HookChecks::Options{.startsEmpty = false});
       for (unsigned n = 0; n < 4; ++n) {
          ASSERT_TRUE(bridge_->interfaceIs(port(n)));
          ASSERT_TRUE(bridge_->portIs(port(n).intf, n + 1, Bridging::VlanIdOrNone(101 + n)));
@@ -91,7 +96,7 @@ class OpenFlowBridge : public OnVirtualTime, protected OpenFlow::Listener {
          turn();
       }
    }
-   VelHelper::AsyncMrouteHelper& hooks() { return *bridge_->asyncHooks(); }
+   VelHelper::AsyncMrouteHelper& hooks() { return *gate_; }  // with checks
 
    static MrouteLib::OifSetPtr set(std::initializer_list<unsigned> interfaces) {
       MrouteLib::PortVlanSet s(Routing::Multicast::Fib::RouteKeyType::routed);
@@ -169,6 +174,7 @@ class OpenFlowBridge : public OnVirtualTime, protected OpenFlow::Listener {
    OpenFlow::Options options_;
    U64 generation_ = 0;
    Qor::Ptr<Bridge> bridge_;
+   Qor::Ptr<VelMroute::AsyncHookGate> gate_;
    std::string log_;
 };
 
@@ -304,7 +310,8 @@ TEST_F(OpenFlowBridge, WritesABatchOfATurnWithOneBarrier) {
    turn();
    EXPECT_EQ(peer_.writes, (Lines{"delete route 0", "delete group 1008", "barrier"}));
    EXPECT_EQ(peer_.groups.size(), 5u);
-   drop(a);
+   bridge_->asyncHooks()->doDeleteRoute(a.handle);
+   bridge_->asyncHooks()->doDeleteOifSet(a.group);
    EXPECT_EQ(bridge_->violations(), (Lines{"doDeleteRoute: route 0 is not allocated",
                                            "doDeleteOifSet: group 1008 is not allocated"}));
 }

@@ -28,8 +28,6 @@
 // half of the cookie of its flow.
 #pragma once
 
-#include <array>
-#include <functional>
 #include <memory>
 #include <optional>
 #include <span>
@@ -37,59 +35,9 @@
 #include <vector>
 
 #include "platform/Platform.h"
+#include "platform/openflow/Options.h"
 
 namespace OpenFlow {
-
-using Qor::U16;
-using Qor::U32;
-using Qor::U64;
-using Qor::U8;
-
-struct Options {
-   std::string socket;  // the path of the bridge's OpenFlow socket
-   // The range of group ids. The first `interfaces` ids are for interfaces, the others for routes.
-   U32 firstGroup = 0x100000;
-   U32 lastGroup = 0x10ffff;
-   U32 interfaces = 256;
-   U32 routes = 100'000;  // the most entries
-   // The generation id of the master role, which has to grow from process to process. The default
-   // is the time since 1970 in microseconds.
-   std::function<U64()> generation = {};
-   Qor::Seconds readingInterval = 5;       // between readings of the packet counts
-   Qor::Seconds echoInterval = 5;          // a silent peer is asked then, and given up after three
-   Qor::Seconds retryMin = 0.1;            // before the first attempt to connect again
-   Qor::Seconds retryMax = 10;             // the time doubles up to this one
-   Qor::Seconds standbyHold = Qor::never;  // up time of the front port that ends a protection
-};
-
-struct Port {
-   Lnet::IntfId intf;
-   std::string front;  // the names of ports of the bridge
-   std::string cpu;
-   std::optional<U16> vlan = {};  // of the packets at the front port; none: untagged
-   std::array<U8, 6> mac = {};    // the source address of routed copies
-   std::string standby = {};      // replaces the front port while that has no link; or empty
-   U32 vrfId = 0;
-};
-
-// Notified on the thread of the activity loop. A listener may call the bridge.
-class Listener {
- public:
-   virtual ~Listener() = default;
-   // The tables have been read, and the differences are under way.
-   virtual void connected() {}
-   // The connection has ended, or could not be made; the platform tries again.
-   virtual void lost(std::string const& /*reason*/) {}
-   // The bridge is not used, and nothing was written. The platform tries again, except after
-   // another agent has taken the bridge over: then it waits for start().
-   virtual void refused(std::string const& /*reason*/) {}
-   // The link of the front port of an interface; a missing port has none.
-   virtual void linkChanged(Lnet::IntfId, bool /*up*/) {}
-   // The interface sends by its standby port from now on, or by its front port again.
-   virtual void protectionChanged(Lnet::IntfId, bool /*onStandby*/) {}
-   // The bridge has, or no longer has, a port with this name.
-   virtual void portChanged(std::string const& /*name*/, bool /*there*/) {}
-};
 
 class Bridge final : public VelMroute::Platform {
  public:
@@ -123,15 +71,15 @@ class Bridge final : public VelMroute::Platform {
    bool connected() const;  // the tables have been read
    // Sends an Ethernet frame out of the CPU port of the interface. Returns false if that cannot be
    // sent at the moment.
-   bool packetOut(std::span<U8 const> packet, Lnet::IntfId towardsCpuOf);
+   bool packetOut(std::span<Qor::U8 const> packet, Lnet::IntfId towardsCpuOf);
 
    struct Numbers {
-      U64 connections = 0;                  // the times that the tables have been read
-      U64 groupWrites = 0, flowWrites = 0;  // sent, of all kinds
-      U64 barriers = 0;
-      U64 errors = 0;    // error messages of the bridge
-      U64 readings = 0;  // of packet counts, and those that read all flows
-      U64 fullReadings = 0;
+      Qor::U64 connections = 0;                  // the times that the tables have been read
+      Qor::U64 groupWrites = 0, flowWrites = 0;  // sent, of all kinds
+      Qor::U64 barriers = 0;
+      Qor::U64 errors = 0;    // error messages of the bridge
+      Qor::U64 readings = 0;  // of packet counts, and those that read all flows
+      Qor::U64 fullReadings = 0;
       Qor::Seconds lastBarrier = 0;  // the time between the latest barrier and its answer
    };
    Numbers const& numbers() const;
@@ -141,7 +89,7 @@ class Bridge final : public VelMroute::Platform {
    Qor::Ptr<VelHelper::AsyncMrouteHelper> asyncHooks() override;
    VelMroute::View* view() override;
    VelMroute::Restart* restart() override;
-   bool portIs(Lnet::IntfId intf, U32 number, Bridging::VlanIdOrNone vlan) override;
+   bool portIs(Lnet::IntfId intf, Qor::U32 number, Bridging::VlanIdOrNone vlan) override;
    bool writesPending() const override;
    std::vector<Qor::String> violations() const override;
    std::vector<Qor::String> audit() const override;

@@ -11,8 +11,8 @@
 #include <vector>
 
 #include "Qor/Clock.h"
-#include "platform/openflow/Bridge.h"
 #include "platform/openflow/Message.h"
+#include "platform/openflow/Options.h"
 
 namespace OpenFlow {
 

@@ -2,7 +2,7 @@
 #include <bit>
 #include <iterator>
 
-#include "platform/openflow/Wire.h"
+#include "platform/openflow/Message.h"
 
 namespace OpenFlow {
 

@@ -1,7 +1,6 @@
 #include "platform/openflow/Message.h"
 
 #include "Qor/Assert.h"
-#include "platform/openflow/Wire.h"
 
 namespace OpenFlow {
 

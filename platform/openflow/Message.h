@@ -6,30 +6,15 @@
 // no error; the decoded flow or group is marked as `other`.
 #pragma once
 
-#include <array>
 #include <optional>
-#include <span>
-#include <stdexcept>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "Lnet/IpGenPrefix.h"
-#include "Qor/Types.h"
+#include "platform/openflow/Wire.h"
 
 namespace OpenFlow {
-
-using Qor::U16;
-using Qor::U32;
-using Qor::U64;
-using Qor::U8;
-
-using Bytes = std::span<U8 const>;
-
-class Malformed final : public std::runtime_error {
- public:
-   using std::runtime_error::runtime_error;
-};
 
 inline constexpr U8 protocolVersion = 6;  // OpenFlow 1.5
 inline constexpr std::size_t headerSize = 8;

@@ -3,8 +3,6 @@
 #include <algorithm>
 #include <utility>
 
-#include "platform/openflow/Wire.h"
-
 namespace OpenFlow {
 
 using Bridging::VlanIdOrNone;
@@ -19,7 +17,7 @@ constexpr U16 controlPriority = 20;
 constexpr U16 classifierPriority = 10;
 constexpr U16 toCpuPriority = 1;
 
-// The packets that the routing protocols of the kernel's side need, whatever the routes.
+// The packets that the routing protocols of the kernel need, in addition to all routes.
 std::vector<Match> controlPackets() {
    constexpr U8 igmp = 2, icmp6 = 58, pim = 103;
    std::vector<Match> all;

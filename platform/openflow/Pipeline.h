@@ -10,7 +10,7 @@
 // therefore clears the input port of a packet.
 //
 // Each interface has an indirect group, which the groups of the routes name. The failure of a port is
-// one change of a group, whatever the number of routes. An interface keeps its group while the
+// one change of a group for any number of routes. An interface keeps its group while the
 // process lives, also after its deletion, since groups of routes may still name it.
 #pragma once
 
@@ -19,7 +19,7 @@
 #include <vector>
 
 #include "MrouteLib/PortVlan.h"
-#include "platform/openflow/Bridge.h"
+#include "platform/openflow/Options.h"
 #include "platform/openflow/WriteQueue.h"
 
 namespace OpenFlow {

@@ -8,7 +8,6 @@
 #include <utility>
 
 #include "platform/Format.h"
-#include "platform/openflow/Wire.h"
 
 namespace OpenFlow {
 
@@ -320,6 +319,12 @@ void Tables::resync(Content const& content) {
    resyncGroups(content, complete);
    resyncEntries(content, complete);
    deleteOrphans(content);
+   if (!queue_.empty()) {
+      // Each may depend on a write that has just been issued.
+      Write last;
+      last.xacts = std::move(complete);
+      return issue(std::move(last));
+   }
    for (WriteXactPtr const& xact : complete)
       xact->complete({});
 }

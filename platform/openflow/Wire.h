@@ -1,11 +1,26 @@
 // Numbers in network order, and the codes of OpenFlow 1.5 that encoder and decoder share.
 #pragma once
 
+#include <span>
+#include <stdexcept>
 #include <string>
+#include <utility>
 
-#include "platform/openflow/Message.h"
+#include "Qor/Types.h"
 
 namespace OpenFlow {
+
+using Qor::U16;
+using Qor::U32;
+using Qor::U64;
+using Qor::U8;
+
+using Bytes = std::span<U8 const>;
+
+class Malformed final : public std::runtime_error {
+ public:
+   using std::runtime_error::runtime_error;
+};
 
 // Appends to a message.
 class Writer {
