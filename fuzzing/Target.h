@@ -33,6 +33,7 @@ struct Target {
    std::vector<std::string> words;
 };
 
+Target bridgeTarget();
 Target monitorTarget();
 Target captureTarget();
 Target snapshotTarget();
