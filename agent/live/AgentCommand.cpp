@@ -65,6 +65,14 @@ int runAgent(AgentOptions const& options) {
       code = exitFailed;
       loop.stop();
    });
+   if (options.checkConfig) {
+      agent.onSynced([&] {
+         for (std::string const& note : agent.interfaceNotes())
+            std::cout << note << '\n';
+         loop.stop();
+         return false;
+      });
+   }
    Signals signals([&](int number) {
       if (number != SIGHUP) return agent.end(options.flush, [&] { loop.stop(); });
       if (auto changed = load(options.configFile)) agent.configurationIs(*std::move(changed));

@@ -18,7 +18,9 @@ namespace {
 constexpr Qor::Seconds lookInterval = 0.05;    // between looks for the end of a start or an end
 constexpr Qor::Seconds longestEnd = 5;         // of the wait for the last writes
 constexpr Qor::Seconds withoutProtection = 1;  // of routes that return to a restored interface
-constexpr Qor::Seconds aliveInterval = 5;      // between readings of the bridge's counts
+// Within which a table loses all of its routes when its daemon ends.
+constexpr Qor::Seconds emptyingTime = 0.1;
+constexpr Qor::Seconds aliveInterval = 5;  // between readings of the bridge's counts
 
 bool isUp(IntfOperStatus status) {
    return carriesTraffic(status);
@@ -48,25 +50,6 @@ class LiveAgent::BridgeSource final : public EventSource {
    OpenFlow::Bridge& bridge_;
 };
 
-// Calls a function once, after a time. The agent keeps its timers until they have fired.
-class LiveAgent::Timer final : public Qor::Clock::Notifiee {
- public:
-   Timer(Qor::Seconds after, std::function<void()> call) : call_(std::move(call)) {
-      notifierIs(clock_);
-      clock_->timeMinIs(Qor::now() + after);
-   }
-   bool fired() const { return fired_; }
-   void onTime() override {
-      fired_ = true;
-      call_();
-   }
-
- private:
-   Qor::Ptr<Qor::Clock> const clock_ = Qor::make<Qor::Clock>("live");
-   std::function<void()> const call_;
-   bool fired_ = false;
-};
-
 // ---- Life. ----
 
 LiveAgent::LiveAgent(Configuration configuration, EventLoop& loop, Kernel::Socket& socket, Log log)
@@ -89,11 +72,6 @@ LiveAgent::~LiveAgent() {
    if (monitorSource_) loop_.remove(*monitorSource_);
    if (bridgeSource_) loop_.remove(*bridgeSource_);
    if (bridge_) bridge_->listenerIs(nullptr);
-}
-
-void LiveAgent::after(Qor::Seconds seconds, std::function<void()> call) {
-   std::erase_if(timers_, [](auto const& timer) { return timer->fired(); });
-   timers_.push_back(std::make_unique<Timer>(seconds, std::move(call)));
 }
 
 void LiveAgent::makeMonitor() {
@@ -151,7 +129,7 @@ void LiveAgent::makeSwitch() {
 void LiveAgent::lookForReady() {
    Programmer const& programmer = switch_->programmer();
    if (programmer.resyncing() || !programmer.placedAll()) {
-      after(lookInterval, [this] { lookForReady(); });
+      later_.in(lookInterval, [this] { lookForReady(); });
       return;
    }
    auto const counters = programmer.counters();
@@ -178,10 +156,10 @@ void LiveAgent::endStep() {
    if (!writes && flush_ && isConnected() && Qor::now() < endBy_) {
       flush_ = false;
       bridge_->clear();
-      return after(lookInterval, [this] { endStep(); });
+      return later_.in(lookInterval, [this] { endStep(); });
    }
    if (writes || (isConnected() && bridge_->writesPending() && Qor::now() < endBy_))
-      return after(lookInterval, [this] { endStep(); });
+      return later_.in(lookInterval, [this] { endStep(); });
    if (isConnected() && bridge_->writesPending())
       log(LiveLevel::warning, "the bridge has not confirmed the last writes");
    for (std::string const& cpu : std::exchange(disabled_, {})) {
@@ -276,25 +254,25 @@ void LiveAgent::interfaceToBridge(LiveInterface const& interface) {
    }
 }
 
+// The states of links change often, and no decision on a route depends on them.
 void LiveAgent::linkIs(Kernel::Link const& link) {
    if (LiveInterface const* const interface = configuration_.interface(IntfId(link.name)))
       interfaceToBridge(*interface);
-   for (LiveInterface const& interface : configuration_.interfaces) {
-      if (interface.port != link.name || (!link.hasIpv4 && !link.hasIpv6)) continue;
-      log(LiveLevel::warning, "front port " + link.name +
-                                    " has addresses of its own, so the kernel answers there, too");
-   }
+   LinkPlace const place{link.name, link.master};
+   auto const [known, isNew] = places_.try_emplace(link.index, place);
+   if (!isNew && std::exchange(known->second, place) == place) return;
    decideLater();
 }
 
-void LiveAgent::linkDel(Qor::U32) {
+void LiveAgent::linkDel(Qor::U32 index) {
+   places_.erase(index);
    decideLater();
 }
 
 // Several links change at a time, and each change concerns all routes.
 void LiveAgent::decideLater() {
    if (std::exchange(deciding_, true)) return;
-   after(0, [this] {
+   later_.in(0, [this] {
       deciding_ = false;
       routes_.decideAll();
    });
@@ -315,7 +293,7 @@ void LiveAgent::linkStateIs(IntfId intf, bool up) {
    if (switch_) switch_->linkIs(intf, up ? IntfOperStatus::up : IntfOperStatus::down);
    cpuPortFollows(*interface, up);
    if (first || !up || !configuration_.reroutes.contains(intf)) return;
-   after(configuration_.standbyHold, [this, intf] {
+   later_.in(configuration_.standbyHold, [this, intf] {
       if (linkUp_[intf]) restore(intf, false);
    });
 }
@@ -324,7 +302,7 @@ void LiveAgent::restore(IntfId intf, bool again) {
    routes_.restore(intf, again);
    if (again) return;
    log(LiveLevel::notice, "the routes to " + intf.name() + " return to it");
-   after(withoutProtection, [this, intf] { restore(intf, true); });
+   later_.in(withoutProtection, [this, intf] { restore(intf, true); });
 }
 
 // The daemon sees the link of its interface, whose other end is the CPU port.
@@ -381,32 +359,39 @@ void LiveAgent::routeDel(Kernel::RouteKey const& key) {
 }
 
 void LiveAgent::routesEnd(bool more) {
-   if (!more) holdOrDelete();
+   if (deleted_.empty() || more) return;
+   if (configuration_.holdOnDaemonRestart <= 0) return deleteOrHold();
+   if (!std::exchange(deleting_, true)) later_.in(emptyingTime, [this] { deleteOrHold(); });
 }
 
 // A daemon that ends takes all routes of its table with it. A table with one route is not held,
 // because that is how a last route ends, too.
-void LiveAgent::holdOrDelete() {
+void LiveAgent::deleteOrHold() {
+   deleting_ = false;
    std::map<Qor::U32, Qor::U32> deleted;
    for (Kernel::RouteKey const& key : deleted_)
       ++deleted[key.table];
-   for (Kernel::RouteKey const& key : std::exchange(deleted_, {})) {
-      bool const emptied = deleted[key.table] > 1 && routes_.count(key.table) == deleted[key.table];
-      if (emptied && configuration_.holdOnDaemonRestart > 0) {
-         held_[key.table].insert(key);
-      } else {
-         keepAlive_->forget(key);
-         routes_.routeDel(key);
-         --deleted[key.table];
+   if (configuration_.holdOnDaemonRestart > 0) {
+      for (auto const& [table, count] : deleted) {
+         if (count > 1 && count == routes_.count(table)) hold(table);
       }
    }
-   for (auto const& [table, count] : deleted) {
-      if (count == 0 || !held_.contains(table) || held_[table].size() != count) continue;
-      ++numbers_.held;
-      log(LiveLevel::notice, fmt::format("table {} is empty at once; its {} routes stay for {} s",
-                                         table, count, configuration_.holdOnDaemonRestart));
-      after(configuration_.holdOnDaemonRestart, [this, number = table] { releaseHeld(number); });
+   for (Kernel::RouteKey const& key : std::exchange(deleted_, {})) {
+      keepAlive_->forget(key);
+      routes_.routeDel(key);
    }
+}
+
+void LiveAgent::hold(Qor::U32 table) {
+   std::set<Kernel::RouteKey>& held = held_[table];
+   std::erase_if(deleted_, [&](Kernel::RouteKey const& key) {
+      if (key.table == table) held.insert(key);
+      return key.table == table;
+   });
+   ++numbers_.held;
+   log(LiveLevel::notice, fmt::format("table {} is empty at once; its {} routes stay for {} s",
+                                      table, held.size(), configuration_.holdOnDaemonRestart));
+   later_.in(configuration_.holdOnDaemonRestart, [this, table] { releaseHeld(table); });
 }
 
 void LiveAgent::releaseHeld(Qor::U32 table) {
@@ -425,7 +410,10 @@ void LiveAgent::rulesChanged(Lnet::IpFamily) {
 }
 
 void LiveAgent::synced() {
-   if (!bridge_) startBridge();
+   if (bridge_ || (synced_ && !std::exchange(synced_, nullptr)())) return;
+   for (std::string const& note : interfaceNotes())
+      log(LiveLevel::warning, note);
+   startBridge();
 }
 
 void LiveAgent::overrun() {

@@ -21,6 +21,7 @@
 #include "agent/live/Configuration.h"
 #include "agent/live/EventLoop.h"
 #include "agent/live/KeepAlive.h"
+#include "agent/live/Later.h"
 #include "agent/live/LiveRoutes.h"
 #include "kernel/Monitor.h"
 #include "platform/openflow/Bridge.h"
@@ -43,6 +44,9 @@ class LiveAgent final : public InspectedRun, Kernel::Listener, OpenFlow::Listene
    std::vector<std::string> configurationIs(Configuration configuration);
    Configuration const& configuration() const { return configuration_; }
 
+   // Called when the kernel's links, rules and routes have been read for the first time. The bridge
+   // is left alone if the handler returns false.
+   void onSynced(std::function<bool()> handler) { synced_ = std::move(handler); }
    // Called when the routes are on the bridge for the first time.
    void onReady(std::function<void()> handler) { ready_ = std::move(handler); }
    // Called when the kernel cannot be followed any more.
@@ -87,9 +91,16 @@ class LiveAgent final : public InspectedRun, Kernel::Listener, OpenFlow::Listene
    bool inMemory() const override { return false; }
 
  private:
+   // The facts about a link on which decisions on routes depend.
+   struct LinkPlace {
+      std::string name;
+      Qor::U32 master = 0;
+
+      friend bool operator==(LinkPlace const&, LinkPlace const&) = default;
+   };
+
    class MonitorSource;
    class BridgeSource;
-   class Timer;
 
    // ---- Kernel::Listener. ----
    void linkIs(Kernel::Link const& link) override;
@@ -118,13 +129,13 @@ class LiveAgent final : public InspectedRun, Kernel::Listener, OpenFlow::Listene
    L3::VrfName vrfOf(Kernel::Link const& link) const;
    void linkStateIs(Lnet::IntfId intf, bool up);
    void cpuPortFollows(LiveInterface const& interface, bool up);
-   void holdOrDelete();
+   void deleteOrHold();
+   void hold(Qor::U32 table);
    void releaseHeld(Qor::U32 table);
    void restore(Lnet::IntfId intf, bool again);
    void endStep();
    void lookForReady();
    void decideLater();
-   void after(Qor::Seconds seconds, std::function<void()> call);
    void log(LiveLevel level, std::string const& text) const { log_(level, text); }
    std::unique_ptr<KeepAlive> newKeepAlive();
    std::optional<RouteView> viewOf(LiveRoutes::Known const& known) const;
@@ -142,18 +153,21 @@ class LiveAgent final : public InspectedRun, Kernel::Listener, OpenFlow::Listene
    std::unique_ptr<Switch> switch_;
    LiveRoutes routes_;
    std::unique_ptr<KeepAlive> keepAlive_;
-   InterfaceMap interfaceMap_;  // as the switch has it
+   std::map<Qor::U32, LinkPlace> places_;  // by index of the kernel
+   InterfaceMap interfaceMap_;             // as the switch has it
    std::map<Lnet::IntfId, L3::VrfName> vrfOf_;
    std::map<Lnet::IntfId, bool> linkUp_;                    // of the front ports, as last applied
    std::set<std::string> disabled_;                         // CPU ports that the agent has disabled
    std::vector<L3::VrfName> vrfs_{L3::VrfName("default")};  // by VRF id
-   std::set<Kernel::RouteKey> deleted_;                     // in the present batch of the kernel
+   std::set<Kernel::RouteKey> deleted_;                     // by the kernel, and not applied yet
    std::map<Qor::U32, std::set<Kernel::RouteKey>> held_;    // by table, whose daemon restarts
-   std::vector<std::unique_ptr<Timer>> timers_;
+   Later later_;
    std::string disconnected_ = "the bridge has not answered yet";
+   std::function<bool()> synced_;
    std::function<void()> ready_;
    std::function<void()> ended_;
    std::function<void()> failed_;
+   bool deleting_ = false;  // deletions of the kernel wait for more
    bool deciding_ = false;  // a decision on all routes is due
    bool flush_ = false;
    bool ending_ = false;
