@@ -6,6 +6,7 @@
 #include "VelMroute/Version.h"
 #include "agent/check/CheckCommand.h"
 #include "agent/input/TraceOption.h"
+#include "agent/live/ControlCommands.h"
 #include "agent/report/ExitCode.h"
 #include "agent/report/Output.h"
 #include "agent/run/RunCommand.h"
@@ -169,6 +170,7 @@ int runProgram(int argc, char** argv) {
    CheckOptions checkOptions;
    std::string checked = "sim";
    CLI::App const* const check = addCheck(app, checkOptions, checked);
+   Agent::ControlCommands const control(app);
    if (auto const wrong = unknownSubcommand(app, argc, argv); !wrong.empty()) {
       std::cerr << wrong << "\nRun with --help for more information.\n";
       return Agent::exitUsage;
@@ -179,6 +181,7 @@ int runProgram(int argc, char** argv) {
       if (app.exit(error) != 0) return Agent::exitUsage;
       return Agent::outputWritten() ? Agent::exitDone : Agent::exitFailed;
    }
+   if (auto const code = control.run()) return *code;
    if (soak->parsed()) {
       choosePlatform(soakTexts, soakOptions);
       return Agent::runSoak(soakOptions);

@@ -11,7 +11,8 @@
 // client takes the place of the longest connected one that has sent no complete line; if there is
 // none, it is refused. A client is dropped if its line does not come within lineTime, if the line is
 // too long or has control characters, if an answer is not read within answerTime, and if more than
-// maxOutput bytes wait for it. No client delays the agent or another client.
+// maxOutput bytes wait for it. A turn of the loop answers one command, so that many clients do not
+// stop the agent. No client delays another client for longer than its command takes.
 //
 // All clients are behind one epoll descriptor, so that the loop of the agent sees one source.
 #pragma once
@@ -52,7 +53,8 @@ class ControlSocket final : public EventSource {
  public:
    static constexpr std::size_t longestLine = 65536;
    static constexpr std::size_t maxClients = 16;
-   static constexpr std::size_t maxOutput = 16 << 20;
+   static constexpr std::size_t maxOutput = 16 << 20;     // waiting for one client
+   static constexpr std::size_t maxAllOutput = 32 << 20;  // waiting for all clients
    static constexpr Qor::Seconds lineTime = 10;
    static constexpr Qor::Seconds answerTime = 60;
 
@@ -70,26 +72,29 @@ class ControlSocket final : public EventSource {
    // dropped because it does not read; the caller then forgets the client.
    bool push(ControlClientId client, std::string_view text);
 
-   std::size_t clients() const { return clients_.size(); }
+   std::size_t clients() const;
    // Clients that were refused or dropped so far.
    Qor::U64 refused() const { return refused_; }
 
    int fd() const override { return epoll_; }
    void ready(bool readable, bool writable) override;
-   void turnEnds() override;
+   void turnEnds() override { removeDropped(); }
 
  private:
    struct Client;
-   using Clients = std::list<Client>;
 
    void accept();
    void admit(int fd);
    void serve(Client& client, unsigned events);
    void read(Client& client);
-   void answer(Client& client);
+   void answer(Client& client, std::string line);
    void write(Client& client);
+   bool append(Client& client, std::string_view text);
+   void refuse(Client& client, std::string const& reason);
    void drop(Client& client);
-   void waitFor(Client& client, bool toWrite);
+   void watchDescriptor(Client const& client, int operation) const;
+   void listens(bool on);
+   void removeDropped();
    void checkTimes();
    void setTimer();
 
@@ -97,10 +102,12 @@ class ControlSocket final : public EventSource {
    Ended const ended_;
    std::unique_ptr<Listener> const listener_;
    int const epoll_;
-   Clients clients_;  // in the order of their connection
+   std::list<Client> clients_;  // in the order of their connection
    ControlClientId lastId_ = 0;
+   std::size_t waiting_ = 0;  // bytes of output that wait for all clients
    Qor::U64 refused_ = 0;
    Qor::Seconds acceptAgain_ = Qor::never;  // the system had no descriptors
+   bool answered_ = false;                  // a command in this turn
    Timer timer_;
 };
 

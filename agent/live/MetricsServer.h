@@ -36,6 +36,7 @@ class MetricsServer final : public EventSource {
       void operator()(MHD_Daemon* daemon) const;
    };
 
+   unsigned connections() const;
    void run();
 
    Metrics const& metrics_;
