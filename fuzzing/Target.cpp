@@ -20,9 +20,10 @@ void require(bool holds, std::string const& message) {
 
 std::map<std::string, Target> const& targets() {
    static std::map<std::string, Target> const all = {
-         {"capture", captureTarget()},   {"inspector", inspectorTarget()},
-         {"map", mapTarget()},           {"monitor", monitorTarget()},
-         {"scenario", scenarioTarget()}, {"snapshot", snapshotTarget()},
+         {"bridge", bridgeTarget()},       {"capture", captureTarget()},
+         {"inspector", inspectorTarget()}, {"map", mapTarget()},
+         {"monitor", monitorTarget()},     {"netlink", netlinkTarget()},
+         {"scenario", scenarioTarget()},   {"snapshot", snapshotTarget()},
          {"value", valueTarget()}};
    return all;
 }

@@ -33,6 +33,7 @@ struct Target {
    std::vector<std::string> words;
 };
 
+Target bridgeTarget();
 Target monitorTarget();
 Target captureTarget();
 Target snapshotTarget();
@@ -40,6 +41,7 @@ Target scenarioTarget();
 Target mapTarget();
 Target valueTarget();
 Target inspectorTarget();
+Target netlinkTarget();
 
 // All targets, by the name of the parser.
 std::map<std::string, Target> const& targets();

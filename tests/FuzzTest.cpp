@@ -11,8 +11,8 @@ namespace {
 
 class Parsers : public testing::TestWithParam<std::string> {};
 INSTANTIATE_TEST_SUITE_P(, Parsers,
-                         testing::Values("capture", "inspector", "map", "monitor", "scenario",
-                                         "snapshot", "value"),
+                         testing::Values("bridge", "capture", "inspector", "map", "monitor",
+                                         "netlink", "scenario", "snapshot", "value"),
                          [](auto const& name) { return name.param; });
 
 TEST_P(Parsers, KeepTheirPromisesOnAnyInput) {

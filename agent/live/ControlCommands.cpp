@@ -26,7 +26,8 @@ constexpr char const* exitCodes =
 
 ControlCommands::ControlCommands(CLI::App& app) : socket_(defaultControlPath) {
    add(app, "show", "print a table of the live agent")
-         ->add_option("VIEW", words_, "routes, oifsets, zombies, chip (default: routes)")
+         ->add_option("VIEW", words_,
+                      "routes, interfaces, status, oifsets, zombies, chip (default: routes)")
          ->expected(0, 1);
    add(app, "explain", "print the state of a route of the live agent, with reasons")
          ->add_option("ROUTE", words_, "SOURCE,GROUP [vrf NAME]")

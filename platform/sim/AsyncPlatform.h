@@ -31,7 +31,6 @@
 #include <vector>
 
 #include "Vel/VelAsyncMrouteHelper.h"
-#include "platform/sim/IdPool.h"
 #include "platform/sim/PlatformBase.h"
 #include "platform/sim/XactQueue.h"
 

@@ -18,10 +18,13 @@
 #include <vector>
 
 #include "Qor/Clock.h"
+#include "platform/IdPool.h"
 #include "platform/sim/Chip.h"
 #include "platform/sim/Found.h"
 
 namespace Sim {
+
+using VelMroute::IdPool;
 
 // `HookEnum` names the platform's `hookCount` hooks, numbered from 0; nameOf() gives their names.
 template <class HookEnum, std::size_t hookCount>

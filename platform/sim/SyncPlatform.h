@@ -51,7 +51,6 @@
 #include <vector>
 
 #include "Vel/VelSyncMrouteHelper.h"
-#include "platform/sim/IdPool.h"
 #include "platform/sim/PlatformBase.h"
 
 namespace Sim {

@@ -9,7 +9,7 @@
 #include "Qor/Assert.h"
 #include "Qor/Types.h"
 
-namespace Sim {
+namespace VelMroute {
 
 class IdPool {
  public:
@@ -62,4 +62,4 @@ class IdPool {
    std::vector<Qor::U32> free_;
 };
 
-}  // namespace Sim
+}  // namespace VelMroute
