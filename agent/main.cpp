@@ -7,6 +7,7 @@
 #include "agent/check/CheckCommand.h"
 #include "agent/input/TraceOption.h"
 #include "agent/live/AgentCommand.h"
+#include "agent/live/ControlCommands.h"
 #include "agent/report/ExitCode.h"
 #include "agent/report/Output.h"
 #include "agent/run/RunCommand.h"
@@ -191,6 +192,7 @@ int runProgram(int argc, char** argv) {
    CLI::App const* const check = addCheck(app, checkOptions, checked);
    Agent::AgentOptions agentOptions;
    CLI::App const* const agent = addAgent(app, agentOptions);
+   Agent::ControlCommands const control(app);
    if (auto const wrong = unknownSubcommand(app, argc, argv); !wrong.empty()) {
       std::cerr << wrong << "\nRun with --help for more information.\n";
       return Agent::exitUsage;
@@ -201,6 +203,7 @@ int runProgram(int argc, char** argv) {
       if (app.exit(error) != 0) return Agent::exitUsage;
       return Agent::outputWritten() ? Agent::exitDone : Agent::exitFailed;
    }
+   if (auto const code = control.run()) return *code;
    if (soak->parsed()) {
       choosePlatform(soakTexts, soakOptions);
       return Agent::runSoak(soakOptions);

@@ -19,6 +19,7 @@
 #include "agent/inspect/InspectWatch.h"
 #include "agent/inspect/InspectWords.h"
 #include "agent/inspect/InspectedRun.h"
+#include "agent/inspect/LineEditor.h"
 
 namespace Agent {
 
@@ -40,11 +41,8 @@ class Inspector {
    Outcome evaluate(std::string_view line);
    std::string const& error() const { return error_; }
 
-   // The completions of the last word of an unfinished line. Each can replace that word.
-   struct Completion {
-      std::size_t at = 0;  // position of that word
-      std::vector<std::string> words;
-   };
+   // The completions of the last word of an unfinished line.
+   using Completion = LineEditor::Completion;
    Completion complete(std::string_view line) const;
 
    // Whether `set` or `call` has changed the switch. The library's records may then disagree with

@@ -1,0 +1,107 @@
+#include "agent/inspect/LineEditor.h"
+
+#include <histedit.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <iostream>
+#include <utility>
+
+#include "agent/input/PrintableText.h"
+
+namespace Agent {
+
+class LineEditor::Terminal {
+ public:
+   Terminal(Prompt prompt, Completer completer)
+         : promptText_(std::move(prompt)),
+           completer_(std::move(completer)),
+           editor_(el_init("velmroute", stdin, stdout, stderr), el_end),
+           history_(history_init(), history_end) {
+      HistEvent event;
+      constexpr int kept = 1000;
+      history(history_.get(), &event, H_SETSIZE, kept);
+      history(history_.get(), &event, H_SETUNIQUE, 1);
+      EditLine* const el = editor_.get();
+      el_set(el, EL_CLIENTDATA, this);
+      el_set(el, EL_PROMPT, &Terminal::prompt);
+      el_set(el, EL_EDITOR, "emacs");
+      el_set(el, EL_HIST, history, history_.get());
+      el_set(el, EL_ADDFN, "complete", "complete a command or a path", &Terminal::completes);
+      el_set(el, EL_BIND, "^I", "complete", nullptr);
+      el_set(el, EL_BIND, "^R", "em-inc-search-prev", nullptr);
+   }
+
+   // Returns false at the end of the input.
+   bool readLine(std::string& line) {
+      int count = 0;
+      char const* const text = el_gets(editor_.get(), &count);
+      if (!text || count <= 0) return false;
+      line.assign(text, static_cast<std::size_t>(count));
+      while (!line.empty() && (line.back() == '\n' || line.back() == '\r'))
+         line.pop_back();
+      HistEvent event;
+      if (!line.empty()) history(history_.get(), &event, H_ENTER, line.c_str());
+      return true;
+   }
+
+ private:
+   static Terminal& of(EditLine* el) {
+      void* self = nullptr;
+      el_get(el, EL_CLIENTDATA, &self);
+      return *static_cast<Terminal*>(self);
+   }
+   static char* prompt(EditLine* el) {
+      Terminal& self = of(el);
+      self.prompt_ = self.promptText_();
+      return self.prompt_.data();
+   }
+   static unsigned char completes(EditLine* el, int) { return of(el).complete(); }
+
+   // Adds the common beginning of all completions. If the line has that already, lists the
+   // completions.
+   unsigned char complete() {
+      LineInfo const* const info = el_line(editor_.get());
+      std::string const line(info->buffer, info->cursor);
+      Completion const found = completer_ ? completer_(line) : Completion();
+      if (found.words.empty()) return CC_ERROR;
+      std::string common = found.words.front();
+      for (std::string const& word : found.words) {
+         auto const [end, other] =
+               std::mismatch(common.begin(), common.end(), word.begin(), word.end());
+         common.erase(end, common.end());
+      }
+      std::string const typed = line.substr(found.at);
+      if (common.size() > typed.size()) {
+         el_deletestr(editor_.get(), static_cast<int>(typed.size()));
+         return el_insertstr(editor_.get(), common.c_str()) == 0 ? CC_REFRESH : CC_ERROR;
+      }
+      if (found.words.size() == 1) return CC_NORM;
+      std::cout << '\n';
+      for (std::string const& word : found.words)
+         std::cout << printable(word) << '\n';
+      std::cout << std::flush;
+      return CC_REDISPLAY;
+   }
+
+   Prompt const promptText_;
+   Completer const completer_;
+   std::unique_ptr<EditLine, decltype(&el_end)> const editor_;
+   std::unique_ptr<History, decltype(&history_end)> const history_;
+   std::string prompt_;
+};
+
+bool LineEditor::possible() {
+   return isatty(STDIN_FILENO) && isatty(STDOUT_FILENO);
+}
+
+LineEditor::LineEditor(Prompt prompt, Completer completer)
+      : terminal_(std::make_unique<Terminal>(std::move(prompt), std::move(completer))) {}
+
+LineEditor::~LineEditor() = default;
+
+bool LineEditor::readLine(std::string& line) {
+   return terminal_->readLine(line);
+}
+
+}  // namespace Agent

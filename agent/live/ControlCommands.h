@@ -1,0 +1,33 @@
+// The commands that ask a live agent over its control socket: show, explain, inspect, watch.
+#pragma once
+
+#include <CLI/CLI.hpp>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace Agent {
+
+class ControlCommands {
+ public:
+   // Adds the subcommands to the command line, which this object outlives.
+   explicit ControlCommands(CLI::App& app);
+   ControlCommands(ControlCommands const&) = delete;
+   ControlCommands& operator=(ControlCommands const&) = delete;
+
+   // After the command line is parsed: runs the subcommand, if it is one of these, and returns the
+   // exit code.
+   std::optional<int> run() const;
+
+ private:
+   CLI::App* add(CLI::App& app, std::string const& name, std::string const& help);
+   int ask(std::string const& command) const;
+   int prompt() const;
+
+   std::string socket_;
+   std::vector<std::string> words_;
+   bool json_ = false;
+   std::vector<CLI::App const*> commands_;
+};
+
+}  // namespace Agent
