@@ -52,11 +52,12 @@ class LiveAgent::BridgeSource final : public EventSource {
 
 // ---- Life. ----
 
-LiveAgent::LiveAgent(Configuration configuration, EventLoop& loop, Kernel::Socket& socket, Log log)
+LiveAgent::LiveAgent(Configuration configuration, EventLoop& loop, Kernel::Socket& socket,
+                     LiveLog& log)
       : configuration_(std::move(configuration)),
         loop_(loop),
         socket_(socket),
-        log_(std::move(log)),
+        log_(log),
         routes_({.mapped = [this](Qor::U32 ifindex) { return mapped(ifindex); },
                  .nameOf = [this](Qor::U32 ifindex) { return interfaceName(ifindex); },
                  .selectedTable =
@@ -121,6 +122,7 @@ void LiveAgent::makeSwitch() {
       switch_->learnIntf(interface.intf);
       linkStateIs(interface.intf, bridge_->portUp(interface.port).value_or(false));
    }
+   switch_->programmer().onChanges([this] { later_.in(0, [this] { lookAtChanges(); }); });
    routes_.switchIs(switch_.get());
    switch_->programmer().resyncEnd();
    lookForReady();
@@ -133,11 +135,25 @@ void LiveAgent::lookForReady() {
       return;
    }
    auto const counters = programmer.counters();
-   log(LiveLevel::notice,
-       fmt::format("{} routes of the kernel, {} of them in hardware; {} groups and entries taken "
-                   "over, {} removed",
-                   routes_.routes().size(), programmer.routes(), counters.adopted, counters.swept));
+   log_.notice(fmt::format(
+         "{} routes of the kernel, {} of them in hardware; {} groups and entries taken "
+         "over, {} removed",
+         routes_.routes().size(), programmer.routes(), counters.adopted, counters.swept));
    if (ready_) ready_();
+}
+
+void LiveAgent::lookAtChanges() {
+   constexpr Qor::U32 most = 512;
+   bool const more =
+         switch_->programmer().changes(most, [this](L3::VrfName const& vrf, RouteKey const& key) {
+            auto const notified = notifiedAt_.find({vrf, key});
+            if (notified == notifiedAt_.end()) return;
+            auto const view = std::as_const(*switch_).programmer().view(vrf, key);
+            if (view && view->state() != VelMroute::RouteState::inHardware) return;
+            if (view && programmed_) programmed_(Qor::now() - notified->second);
+            notifiedAt_.erase(notified);
+         });
+   if (more) later_.in(0, [this] { lookAtChanges(); });
 }
 
 void LiveAgent::end(bool flush, std::function<void()> ended) {
@@ -161,7 +177,7 @@ void LiveAgent::endStep() {
    if (writes || (isConnected() && bridge_->writesPending() && Qor::now() < endBy_))
       return later_.in(lookInterval, [this] { endStep(); });
    if (isConnected() && bridge_->writesPending())
-      log(LiveLevel::warning, "the bridge has not confirmed the last writes");
+      log_.warning("the bridge has not confirmed the last writes");
    for (std::string const& cpu : std::exchange(disabled_, {})) {
       if (Kernel::Link const* const link = monitor_->link(cpu))
          Kernel::linkEnabledIs(link->index, true);
@@ -249,8 +265,7 @@ void LiveAgent::interfaceToBridge(LiveInterface const& interface) {
                        .standby = interface.standby,
                        .vrfId = static_cast<Qor::U32>(place - vrfs_.begin())};
    if (!bridge_->interfaceIs(port)) {
-      log(LiveLevel::error,
-          interface.intf.name() + " has no group of the bridge left, and forwards nothing");
+      log_.error(interface.intf.name() + " has no group of the bridge left, and forwards nothing");
    }
 }
 
@@ -286,10 +301,10 @@ void LiveAgent::linkStateIs(IntfId intf, bool up) {
    linkUp_[intf] = up;
    if (!changed) return;
    if (!first || !up) {
-      log(LiveLevel::notice,
-          "port " + interface->port + " of " + intf.name() + (up ? " is up" : " is down"));
+      log_.notice("port " + interface->port + " of " + intf.name() + (up ? " is up" : " is down"));
    }
    if (!interface->standby.empty()) return;  // the bridge sends by the other port
+   if (!up && configuration_.reroutes.contains(intf)) ++numbers_.reroutes;
    if (switch_) switch_->linkIs(intf, up ? IntfOperStatus::up : IntfOperStatus::down);
    cpuPortFollows(*interface, up);
    if (first || !up || !configuration_.reroutes.contains(intf)) return;
@@ -301,7 +316,7 @@ void LiveAgent::linkStateIs(IntfId intf, bool up) {
 void LiveAgent::restore(IntfId intf, bool again) {
    routes_.restore(intf, again);
    if (again) return;
-   log(LiveLevel::notice, "the routes to " + intf.name() + " return to it");
+   log_.notice("the routes to " + intf.name() + " return to it");
    later_.in(withoutProtection, [this, intf] { restore(intf, true); });
 }
 
@@ -312,8 +327,7 @@ void LiveAgent::cpuPortFollows(LiveInterface const& interface, bool up) {
    if (!link) return;
    std::string const refusal = Kernel::linkEnabledIs(link->index, up);
    if (!refusal.empty()) {
-      log(LiveLevel::warning,
-          "CPU port " + interface.cpu + " does not follow its front port: " + refusal);
+      log_.warning("CPU port " + interface.cpu + " does not follow its front port: " + refusal);
    } else if (up) {
       disabled_.erase(interface.cpu);
    } else {
@@ -352,6 +366,8 @@ void LiveAgent::routeIs(Kernel::RouteKey const& key, Kernel::Route const& route)
    deleted_.erase(key);
    if (auto const held = held_.find(key.table); held != held_.end()) held->second.erase(key);
    routes_.routeIs(key, route);
+   LiveRoutes::Known const* const known = routes_.find(key);
+   if (known->wanted && !inHardware(*known)) notifiedAt_.try_emplace(known->id, Qor::now());
 }
 
 void LiveAgent::routeDel(Kernel::RouteKey const& key) {
@@ -389,16 +405,16 @@ void LiveAgent::hold(Qor::U32 table) {
       return key.table == table;
    });
    ++numbers_.held;
-   log(LiveLevel::notice, fmt::format("table {} is empty at once; its {} routes stay for {} s",
-                                      table, held.size(), configuration_.holdOnDaemonRestart));
+   log_.notice(fmt::format("table {} is empty at once; its {} routes stay for {} s", table,
+                           held.size(), configuration_.holdOnDaemonRestart));
    later_.in(configuration_.holdOnDaemonRestart, [this, table] { releaseHeld(table); });
 }
 
 void LiveAgent::releaseHeld(Qor::U32 table) {
    auto const held = held_.extract(table);
    if (held.empty() || held.mapped().empty()) return;
-   log(LiveLevel::notice,
-       fmt::format("{} routes of table {} have not come back", held.mapped().size(), table));
+   log_.notice(
+         fmt::format("{} routes of table {} have not come back", held.mapped().size(), table));
    for (Kernel::RouteKey const& key : held.mapped()) {
       keepAlive_->forget(key);
       routes_.routeDel(key);
@@ -412,16 +428,16 @@ void LiveAgent::rulesChanged(Lnet::IpFamily) {
 void LiveAgent::synced() {
    if (bridge_ || (synced_ && !std::exchange(synced_, nullptr)())) return;
    for (std::string const& note : interfaceNotes())
-      log(LiveLevel::warning, note);
+      log_.warning(note);
    startBridge();
 }
 
 void LiveAgent::overrun() {
-   log(LiveLevel::warning, "notifications of the kernel were lost; its tables are read again");
+   log_.warning("notifications of the kernel were lost; its tables are read again");
 }
 
 void LiveAgent::failed() {
-   log(LiveLevel::error, "the kernel's socket has failed");
+   log_.error("the kernel's socket has failed");
    if (failed_) failed_();
 }
 
@@ -430,7 +446,7 @@ void LiveAgent::failed() {
 void LiveAgent::connected() {
    ++numbers_.connections;
    disconnected_.clear();
-   log(LiveLevel::notice, "connected to " + configuration_.switchSocket);
+   log_.notice("connected to " + configuration_.switchSocket);
    if (ending_) return;
    if (!switch_) {
       makeSwitch();
@@ -443,13 +459,13 @@ void LiveAgent::connected() {
 void LiveAgent::lost(std::string const& reason) {
    ++numbers_.lost;
    disconnected_ = "the bridge is not connected: " + reason;
-   log(LiveLevel::warning, disconnected_);
+   log_.warning(disconnected_);
 }
 
 void LiveAgent::refused(std::string const& reason) {
    ++numbers_.refused;
    disconnected_ = "the bridge is refused: " + reason;
-   log(LiveLevel::error, disconnected_);
+   log_.error(disconnected_);
 }
 
 void LiveAgent::linkChanged(IntfId intf, bool up) {
@@ -459,14 +475,13 @@ void LiveAgent::linkChanged(IntfId intf, bool up) {
 void LiveAgent::protectionChanged(IntfId intf, bool onStandby) {
    LiveInterface const* const interface = configuration_.interface(intf);
    if (!interface) return;
-   log(LiveLevel::notice,
-       intf.name() + " sends by " +
-             (onStandby ? "standby port " + interface->standby : "port " + interface->port));
+   numbers_.reroutes += onStandby;
+   log_.notice(intf.name() + " sends by " +
+               (onStandby ? "standby port " + interface->standby : "port " + interface->port));
 }
 
 void LiveAgent::portChanged(std::string const& name, bool there) {
-   log(LiveLevel::info,
-       "the bridge " + std::string(there ? "has" : "no longer has") + " port " + name);
+   log_.info("the bridge " + std::string(there ? "has" : "no longer has") + " port " + name);
 }
 
 void LiveAgent::refresh(std::function<void()> done) {
