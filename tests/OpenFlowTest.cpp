@@ -419,7 +419,7 @@ TEST_F(OpenFlowBridge, WritesOnlyTheDifferencesAfterAReconnection) {
 
 // ---- Adoption ----
 
-TEST_F(OpenFlowBridge, AdoptsWhatAnEarlierLifeLeft) {
+TEST_F(OpenFlowBridge, AdoptsTheTablesOfAnEarlierLife) {
    start();
    auto const a = add(1, {1, 2});
    auto const b = add(2, {3});
@@ -566,6 +566,25 @@ TEST_F(OpenFlowBridge, ReadsTheFlowsOnlyIfTheirSumHasChanged) {
    flowOf(a.handle)->packets = 2;
    wait(10);
    EXPECT_GT(hooks().routeLastAccessedTime(a.handle), hit);
+}
+
+TEST_F(OpenFlowBridge, RepairsTablesThatAnotherProgramChanged) {
+   start();
+   auto const a = add(1, {1});
+   auto const b = add(2, {2});
+   wait(6);
+   std::erase_if(peer_.flows, [](auto const& flow) { return flow.priority == 20; });
+   peer_.flows.erase(peer_.flows.end() - 1);
+   peer_.groups.erase(b.group);
+   peer_.writes.clear();
+   wait(10);
+   EXPECT_EQ(peer_.flows.size(), 48u + 2);
+   EXPECT_EQ(peer_.count("add group"), 1u);
+   EXPECT_EQ(peer_.count("add route"), 1u);
+   EXPECT_NE(flowOf(a.handle), nullptr);
+   EXPECT_EQ(bridge_->audit(), Lines{"another program has changed the flows of routes"});
+   wait(300);
+   EXPECT_EQ(bridge_->audit().size(), 1u);
 }
 
 // ---- A hostile peer ----

@@ -72,6 +72,8 @@ class Tables final : public VelHelper::AsyncMrouteHelper,
    void countIs(U32 handle, U64 packets, Qor::Seconds at);
    U32 groupsThere() const { return groupsThere_; }
    U32 routesThere() const { return routesThere_; }
+   // The flows with the cookie of a route, found ones of no usable form included.
+   U32 routeFlowsThere() const { return routesThere_ + static_cast<U32>(strays_.size()); }
    U32 groupsAllocated() const { return groupPool_.taken(); }
    U32 routesAllocated() const { return routePool_.taken(); }
    U32 groupSize() const { return groupSize_; }

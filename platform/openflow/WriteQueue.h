@@ -70,7 +70,7 @@ class WriteQueue {
    void issue(Write write);
    // Sends the write ahead of all that wait.
    void issueFirst(Write write);
-   // Sends what may be sent.
+   // Sends the writes that no transaction and no full output holds up.
    void pump();
    void turnEnds();
 
