@@ -22,8 +22,9 @@ std::map<std::string, Target> const& targets() {
    static std::map<std::string, Target> const all = {
          {"bridge", bridgeTarget()},       {"capture", captureTarget()},
          {"inspector", inspectorTarget()}, {"map", mapTarget()},
-         {"monitor", monitorTarget()},     {"scenario", scenarioTarget()},
-         {"snapshot", snapshotTarget()},   {"value", valueTarget()}};
+         {"monitor", monitorTarget()},     {"netlink", netlinkTarget()},
+         {"scenario", scenarioTarget()},   {"snapshot", snapshotTarget()},
+         {"value", valueTarget()}};
    return all;
 }
 

@@ -41,6 +41,7 @@ Target scenarioTarget();
 Target mapTarget();
 Target valueTarget();
 Target inspectorTarget();
+Target netlinkTarget();
 
 // All targets, by the name of the parser.
 std::map<std::string, Target> const& targets();

@@ -10,7 +10,8 @@
 
 namespace VelMroute {
 
-HookChecks::HookChecks(HookPath path, Options options) : path_(path), options_(std::move(options)) {
+HookChecks::HookChecks(HookPath path, Options options)
+      : path_(path), options_(std::move(options)), roomLost_(options_.refusals == 0) {
    if (!options_.faults) options_.faults = Qor::make<HookFaults>();
 }
 

@@ -50,10 +50,11 @@ class HookChecks {
       // The tables of the chip are empty at the first call, and no other program uses them. Set it
       // to false for a chip that keeps its tables over a restart, or shares them.
       bool startsEmpty = true;
-      // The number of allocations refused in a row that is a fault; 0: never. Counted are refusals
-      // while ...Full() returns false, and on the asynchronous path while nothing is allocated. A
-      // single one is none, because a failed write may be refused likewise. A chip on which a large
-      // set or an IPv6 entry finds no room where a smaller one does needs another number.
+      // The number of allocations refused in a row that is a fault. Counted are refusals while
+      // ...Full() returns false, and on the asynchronous path while nothing is allocated. A single
+      // one is none, because a failed write may be refused likewise. A chip on which a large set or
+      // an IPv6 entry finds no room where a smaller one does needs another number. 0: all rules on
+      // full tables rest, for a program that injects refusals.
       Qor::U32 refusals = 3;
       // The seconds after which a pending transaction is a fault, unless a later write or a
       // deletion has replaced its write; 0: never. The gate looks at its oldest transaction in each
@@ -98,7 +99,7 @@ class HookChecks {
    Options options_;
    std::thread::id const home_ = std::this_thread::get_id();
    HookCall call_;
-   bool roomLost_ = false;
+   bool roomLost_;
 };
 
 }  // namespace VelMroute

@@ -12,7 +12,7 @@ namespace {
 class Parsers : public testing::TestWithParam<std::string> {};
 INSTANTIATE_TEST_SUITE_P(, Parsers,
                          testing::Values("bridge", "capture", "inspector", "map", "monitor",
-                                         "scenario", "snapshot", "value"),
+                                         "netlink", "scenario", "snapshot", "value"),
                          [](auto const& name) { return name.param; });
 
 TEST_P(Parsers, KeepTheirPromisesOnAnyInput) {

@@ -159,10 +159,13 @@ TEST_P(Soak, ExpectsTheTimesOfTheNamedPlatform) {
    EXPECT_EQ(playSoak(soakEpisode(1, GetParam(), 1000), how).found, std::vector<std::string>());
 }
 
-// A memory error makes a route entry point at another group.
-TEST_P(Soak, ReportsARouteThatForwardsToTheWrongOutputs) {
+// A memory error makes a route entry point at another group. The calls asked for the right one, so
+// the platform is named beside the route that forwards wrongly.
+TEST_P(Soak, ReportsARouteThatForwardsToTheWrongOutputsAndNamesThePlatform) {
    KeptChip const chip(GetParam());
-   Switch theSwitch(chip.choice());
+   PlatformChoice choice = chip.choice();
+   choice.checksHooks = true;
+   Switch theSwitch(choice);
    SwitchTestbed testbed(theSwitch, nullptr, true);
    SoakOracle oracle(theSwitch, {});
    for (unsigned i = 0; i < 2; ++i) {
@@ -185,6 +188,9 @@ TEST_P(Soak, ReportsARouteThatForwardsToTheWrongOutputs) {
          "vrf default (10.0.0.1, 239.1.1.0): expected rtr1, its entry points at rtr2";
    auto const& found = oracle.found();
    EXPECT_NE(std::find(found.begin(), found.end(), text), found.end());
+   std::string const named = found.front().substr(0, found.front().find(':'));
+   EXPECT_EQ(named, "the platform");
+   EXPECT_NE(found.front().find("the last call that touched it: "), std::string::npos);
 }
 
 TEST_P(Soak, ReducesAnEpisodeToTheLinesThatCauseItsFinding) {

@@ -5,10 +5,6 @@
 
 namespace Agent {
 
-std::string RouteId::toString() const {
-   return "vrf " + vrf.name() + " " + key.pretty();
-}
-
 std::string RouteState::toString() const {
    std::string text = resolved ? "iif " : "unresolved, iif ";
    text += iif ? iif.name() : "none";

@@ -14,17 +14,11 @@
 #include <vector>
 
 #include "agent/input/CaptureEvent.h"
+#include "programmer/RouteId.h"
 
 namespace Agent {
 
-struct RouteId {
-   L3::VrfName vrf;
-   Routing::Multicast::Fib::IpGenRouteKey key;
-
-   friend bool operator==(RouteId const&, RouteId const&) = default;
-   friend auto operator<=>(RouteId const&, RouteId const&) = default;
-   std::string toString() const;  // "vrf default (10.0.0.2, 239.1.1.1)"
-};
+using VelMroute::RouteId;
 
 struct RouteState {
    Lnet::IntfId iif;                // empty: none is known

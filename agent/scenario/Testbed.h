@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "agent/scenario/Scenario.h"
+#include "kit/ForwardingModel.h"
 
 namespace Agent {
 
@@ -27,19 +28,7 @@ class TestbedRefusal final : public std::runtime_error {
 class Testbed {
  public:
    // One of the routes of a Scenario::Route.
-   struct Route {
-      L3::VrfName vrf;
-      Scenario::RouteKey key;
-      Lnet::IntfId iif;
-      std::vector<Lnet::IntfId> oifs;  // each once, in any order
-      bool cpu = false;                // a further copy to the CPU
-      // The outputs after a failure of the input interface or of its BFD session.
-      std::vector<Lnet::IntfId> backup;
-      // The hardware drops packets of the route from these interfaces, and records their activity.
-      std::vector<Lnet::IntfId> fastdrop;
-      bool noRpf = false;   // the route accepts packets from any interface
-      bool bridge = false;  // packets stay in the vlan in which they arrive
-   };
+   using Route = VelMroute::ForwardingModel::Route;
 
    struct Packet {
       L3::VrfName vrf;

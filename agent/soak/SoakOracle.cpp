@@ -39,6 +39,8 @@ Lnet::IpGenAddr sourceOf(IpGenRouteKey const& key) {
                                                       : *Lnet::IpGenAddr::parse("2001:db8:ff::1");
 }
 
+using Outputs = VelMroute::ForwardingModel::Outputs;
+
 bool contains(std::vector<Outputs> const& list, Outputs const& outputs) {
    return std::find(list.begin(), list.end(), outputs) != list.end();
 }
@@ -75,6 +77,7 @@ SoakOracle::SoakOracle(Switch& theSwitch, SoakTiming const& timing, unsigned loo
       : switch_(theSwitch),
         path_(theSwitch.pathKind()),
         timing_(timing),
+        model_(path_ == PathKind::async ? VelMroute::HookPath::async : VelMroute::HookPath::sync),
         callsTakeTime_(timing.callCost > 0),
         looksPerFullCheck_(looksPerFullCheck) {}
 
@@ -148,6 +151,7 @@ void SoakOracle::updateExcuses(bool rest) {
 void SoakOracle::look() {
    ++figures_.looks;
    bool const rest = atRest();
+   checkHooks();
    updateExcuses(rest);
    noteRecovered();
    if (rest) {
@@ -156,7 +160,9 @@ void SoakOracle::look() {
       for (RouteId const& id : ids) {
          Known* const known = model_.find(id);
          if (!known || !known->unverified) continue;
-         if (!checkRoute(id, *known, true)) model_.forget(id);
+         if (checkRoute(id, *known, true)) continue;
+         model_.forget(id);
+         activities_.erase(id);
       }
    } else {
       std::size_t const count = std::min(underWayLooks, unverified_.size());
@@ -196,12 +202,8 @@ bool SoakOracle::checkRoute(RouteId const& id, Known& known, bool rest) {
    if (rest) checkState(id, known, *route);
    checkPacket(id, known, route, rest);
    if (rest) {
-      if (known.unverified) known.sameSince = Qor::now();
-      known.unverified = false;
-      known.uninterrupted = false;
-      known.mayGoBack = false;
-      known.before.clear();
-      std::erase_if(known.rerouted, [held = heldBy(route)](Qor::U64 set) { return set != held; });
+      if (known.unverified) activities_[id].sameSince = Qor::now();
+      model_.verified(known, model_.setOf(route));
    }
    return true;
 }
@@ -211,6 +213,16 @@ void SoakOracle::checkAbsent(RouteId const& id) {
       wrong(id, "is withdrawn, and entry " + std::to_string(entry.number) + " for vlan " +
                       std::to_string(entry.route.vlan.value()) + " still exists");
    });
+}
+
+// A breach of the contract is a finding of its own, also when nothing follows from it.
+void SoakOracle::checkHooks() {
+   auto const& all = switch_.hookFaults()->list();
+   for (; hookFaults_ < all.size(); ++hookFaults_) {
+      std::ostringstream text;
+      text << "the hooks: " << all[hookFaults_];
+      wrong(text.str());
+   }
 }
 
 bool SoakOracle::full(Table table) const {
@@ -258,20 +270,10 @@ Bridging::VlanIdOrNone SoakOracle::vlanOf(Route const& route) const {
    return switch_.intf(route.iif).vlan;
 }
 
-std::optional<Qor::U64> SoakOracle::heldBy(std::optional<RouteView> route) {
-   if (!route || !route->record()) return std::nullopt;
-   return route->record()->oifSet()->serial();
-}
-
-std::vector<Outputs> SoakOracle::expected(Known& known, std::optional<RouteView> route) const {
-   auto const held = heldBy(route);
-   if (known.mayGoBack && held && rewritten_.contains(*held)) known.rerouted.insert(*held);
-   bool const backup = held && known.rerouted.contains(*held);
-   std::vector<Outputs> list{model_.outputs(*known.wanted, backup)};
-   // A failed rewrite leaves the group unchanged, and the hook has no way to report the failure.
-   if (backup && faults().injected(WriteKind::groupUpdate) > 0)
-      list.push_back(model_.outputs(*known.wanted, false));
-   return list;
+std::vector<SoakOracle::Outputs> SoakOracle::expected(Known& known,
+                                                      std::optional<RouteView> route) const {
+   return model_.expected(known, model_.setOf(route),
+                          faults().injected(WriteKind::groupUpdate) > 0);
 }
 
 void SoakOracle::checkPacket(RouteId const& id, Known& known, std::optional<RouteView> route,
@@ -284,6 +286,15 @@ void SoakOracle::checkPacket(RouteId const& id, Known& known, std::optional<Rout
    bool const own = hit && hit->route.vrfId == packet.vrfId && hit->route.key == id.key &&
                     hit->route.vlan == vlanOf(wanted) && hit->route.bridge == wanted.bridge;
    if (hit) sent(packet, seen);
+   if (rest) {
+      VelMroute::ChipComparison const chip(*programmer().table().shadow());
+      auto const isUp = [this](Lnet::IntfId intf) { return model_.linkUp(intf); };
+      auto arriving = packet;
+      if (arriving.vlan.isNone()) arriving.vlan = switch_.intf(arriving.in).vlan;
+      if (auto const how = chip.ofPacket(arriving, seen, isUp)) {
+         return wrong(id, "the platform: " + *how);
+      }
+   }
    Outputs got;
    got.cpu = seen.cpu;
    for (auto const& copy : seen.copies)
@@ -311,15 +322,8 @@ void SoakOracle::checkPacket(RouteId const& id, Known& known, std::optional<Rout
       }
       // The route's entry may not exist yet, and the packet may hit the entry of another route.
       if (!own && !known.uninterrupted) return;
-      if (!known.rerouted.empty()) allowed.push_back(model_.outputs(wanted, false));
-      for (Route const& before : known.before) {
-         allowed.push_back(model_.outputs(before, false));
-         allowed.push_back(model_.outputs(before, true));
-      }
-      if (!known.uninterrupted) {
-         allowed.push_back(model_.outputs(wanted, true));
-         allowed.emplace_back();
-      }
+      for (Outputs& outputs : model_.permitted(known))
+         allowed.push_back(std::move(outputs));
       for (Outputs& outputs : followed(known))
          allowed.push_back(std::move(outputs));
    }

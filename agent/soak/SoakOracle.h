@@ -1,6 +1,11 @@
-// Compares a switch with the model of its forwarding (agent/soak/SoakModel.h), and the tables of
-// the switch with each other. The oracle reads the chip, the records of the table programmer, and
-// the state of each route in the route programmer. It collects its findings as texts.
+// Compares a switch as the kit does (kit/Kit.h), over long random scenarios: the calls of the hooks
+// with their contract, the chip with the shadow of its tables (kit/ChipComparison.h), and the
+// forwarding with the model of the wanted routes (kit/ForwardingModel.h). Beside these, the oracle
+// compares the tables of the switch with each other, the zombies, the published activity, and the
+// counters. It collects its findings as texts.
+//
+// A finding that begins with "the hooks:" or "the platform:" names these; any other is a fault of
+// the library.
 //
 // The oracle looks at the switch before each step of the clock. A look compares the routes that
 // changed since the last rest and a few other routes; some looks at rest compare everything.
@@ -17,11 +22,14 @@
 
 #include <random>
 #include <set>
+#include <unordered_map>
 
+#include "agent/scenario/Scenario.h"
 #include "agent/soak/SoakCounters.h"
-#include "agent/soak/SoakModel.h"
 #include "agent/switch/GroupName.h"
 #include "agent/switch/Switch.h"
+#include "kit/ChipComparison.h"
+#include "kit/ForwardingModel.h"
 
 namespace Agent {
 
@@ -54,11 +62,11 @@ struct SoakTiming {
 
 class SoakOracle {
  public:
-   using Route = Testbed::Route;
+   using Route = VelMroute::ForwardingModel::Route;
 
    static constexpr unsigned usualLooks = 16;
 
-   // The switch outlives the oracle. Its platform has view, probe and faults, counts writes, and
+   // The switch outlives the oracle, and its hooks are checked. Its platform has view, probe and faults, counts writes, and
    // knows the sizes of its tables. `timing` has the times of the platform. After
    // `looksPerFullCheck` looks, the next look at rest compares everything.
    SoakOracle(Switch& theSwitch, SoakTiming const& timing, unsigned looksPerFullCheck = usualLooks);
@@ -99,7 +107,8 @@ class SoakOracle {
    SoakFigures figures() const;
 
  private:
-   using Known = SoakModel::Known;
+   using Known = VelMroute::ForwardingModel::Known;
+   using Outputs = VelMroute::ForwardingModel::Outputs;
    using State = VelMroute::RouteState;
    using Entry = VelMroute::View::Entry;
 
@@ -113,6 +122,22 @@ class SoakOracle {
       // The table's deletions up to the first rest after `since`. They do not end the permission,
       // because they may have been issued before `since`.
       std::optional<std::uint64_t> deletions;
+   };
+
+   // The packets of a route and its published activity. With these the oracle distinguishes a late
+   // value from a missing one. Times are Qor::now().
+   struct Activity {
+      // The last packet that hit the route's own entry, and those that hit its fastdrop entries.
+      double lastHit = 0;
+      std::map<Lnet::IntfId, double> fastdropHit;
+      // The last packet that hit any entry with this key. `foundHit` is `anyHit` as of the end of
+      // the last replay: the new agent still reads these hits from the adopted entries.
+      double anyHit = 0, foundHit = 0;
+      // As of the last check: the published status, the time since which the status and the entry
+      // are the same objects, and the published time of the last poll.
+      Qor::Ptr<Routing::Multicast::Fib::Hardware::RouteStatus const> status;
+      double sameSince = 0;
+      double lastPollTime = 0;
    };
 
    // The outputs of a group, and whether the group has a copy to the CPU.
@@ -159,13 +184,12 @@ class SoakOracle {
    bool checkRoute(RouteId const& id, Known& known, bool rest);
    void checkAbsent(RouteId const& id);
    void checkState(RouteId const& id, Known const& known, RouteView const& route);
+   void checkHooks();
    // There is no `route` before the route is replayed.
    void checkPacket(RouteId const& id, Known& known, std::optional<RouteView> route, bool rest);
-   // The serial of the oif set whose group the route holds.
-   static std::optional<Qor::U64> heldBy(std::optional<RouteView> route);
    // The permitted outputs of a route at rest. A rewrite that may have failed permits two.
    std::vector<Outputs> expected(Known& known, std::optional<RouteView> route) const;
-   void noteHit(RouteId const& id, Known& known, Entry const& entry) const;
+   void noteHit(RouteId const& id, Known const& known, Entry const& entry);
 
    void checkEntries();
    void checkBoundaries();
@@ -173,12 +197,18 @@ class SoakOracle {
    void checkGroups();
    void checkZombies(std::vector<RecordRow> const& zombies, std::set<Qor::U64> const& inUse);
    void checkMembers(RecordRow const& row, bool zombie);
-   void checkActivity(RouteId const& id, Known& known);
+   void checkActivity(RouteId const& id, Known const& known);
+   // The longest polling interval in force since a time, in seconds.
+   double longestInterval(double since) const;
 
    Switch& switch_;
    PathKind const path_;
    SoakTiming const timing_;
-   SoakModel model_;
+   VelMroute::ForwardingModel model_;
+   std::unordered_map<RouteId, Activity, VelMroute::RouteIdHash> activities_;
+   // Each polling interval in seconds, behind the time since which it is in force.
+   std::vector<std::pair<double, double>> intervals_{{0, 60}};
+   std::size_t hookFaults_ = 0;  // of the list of the switch, those that are findings
    SoakCounters counters_;
    std::mt19937_64 random_{1};
    std::vector<RouteId> unverified_;  // Known::unverified; a route may be there twice
@@ -200,8 +230,6 @@ class SoakOracle {
    // the serials of the oif sets in use.
    std::map<Qor::U64, double> zombies_;
    std::set<Qor::U64> inUse_;
-   // The serials of the oif sets whose groups were rewritten for a failure since the last restart.
-   std::set<Qor::U64> rewritten_;
    double zombiesAt_ = 0;               // Qor::now() at the last full look
    std::uint64_t purgesAtZombies_ = 0;  // purges and resurrections up to the last full look
    SoakFigures figures_;

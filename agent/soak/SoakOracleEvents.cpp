@@ -27,7 +27,7 @@ void SoakOracle::routeIs(Route const& route) {
    vrfNames_.try_emplace(*switch_.vrfId(route.vrf), route.vrf);
    Known* const there = model_.find(id);
    bool const fresh = !there || !there->wanted;
-   if (!fresh && sameWish(*there->wanted, route)) return;
+   if (!fresh && there->wanted->asks(route)) return;
    // Whether input and table stay the same, and the chip has room for the old and the new group.
    bool calm = false;
    if (!fresh && !there->unverified) {
@@ -46,7 +46,7 @@ void SoakOracle::routeIs(Route const& route) {
 
 std::optional<std::uint64_t> SoakOracle::writesIfUnchanged(Route const& route) {
    Known const* const known = model_.find({route.vrf, route.key});
-   bool const same = known && known->wanted && sameWish(*known->wanted, route);
+   bool const same = known && known->wanted && known->wanted->asks(route);
    if (!same || callsTakeTime_ || !atRest()) return std::nullopt;
    return writes();
 }
@@ -104,6 +104,11 @@ void SoakOracle::crash(Scenario::Restart const& restart) {
    model_.restart(failuresAtRest_, [&](RouteId const& id, Known const& known) {
       return staysOverCrash(id, known, rest);
    });
+   for (auto& [id, activity] : activities_) {
+      activity.status = nullptr;
+      activity.lastPollTime = 0;
+      activity.foundHit = activity.anyHit;
+   }
    unverified_.clear();
    for (auto const& [id, known] : model_.routes())
       unverified(id);
@@ -111,7 +116,6 @@ void SoakOracle::crash(Scenario::Restart const& restart) {
    Replay const before = std::exchange(replay_, {});
    replay_.underWay = true;
    if (switch_.recovering()) replay_.rewrites = before.rewrites;
-   rewritten_.clear();
    zombies_.clear();
    inUse_.clear();
    zombiesAt_ = Qor::now();
@@ -139,7 +143,7 @@ void SoakOracle::noteRecovered() {
 // The outputs of a route that is not replayed yet: it follows the rewrites of its found group.
 // Another set with the same members may have adopted that group, and a failure of that set's input
 // rewrites the group.
-std::vector<Outputs> SoakOracle::followed(Known const& known) const {
+std::vector<SoakOracle::Outputs> SoakOracle::followed(Known const& known) const {
    if (!replay_.underWay || replay_.rewrites.empty()) return {};
    std::set<Members> seen;
    std::vector<Members> next;
@@ -174,37 +178,19 @@ void SoakOracle::nobodyUninterrupted() {
 }
 
 // A failure of an interface rewrites the groups of all sets with this input and a backup. From now
-// on the routes that hold such a group send to the backup. The oracle reads from the records which
-// route holds which set, and requires the rewrite itself.
+// on the routes that hold such a group send to the backup.
 void SoakOracle::rerouted(Lnet::IntfId failed) {
    if (replay_.underWay && !programmer().recovering()) replay_.rerouted.insert(failed);
-   auto const hit = [&](MrouteLib::PortVlanSet const& set) {
-      // On the synchronous path, sets without outputs share a hard-wired group, which has no
-      // backup.
-      return set.currentIif() == failed && !set.portVlanFrr().empty() &&
-             (path_ == PathKind::async || !set.portVlan().empty());
-   };
    for (RecordRow const& row : std::as_const(switch_).path().recordsInUse()) {
       auto const& set = row.oifSet->portVlanSet();
-      if (!hit(set)) continue;
-      rewritten_.insert(row.oifSet->serial());
+      if (!model_.reroutes(failed, set)) continue;
+      model_.setRewritten(row.oifSet->serial());
       if (!replay_.underWay) continue;
       replay_.rewrites.insert({{interfacesOf(set.portVlan()), set.toCpu()},
                                {interfacesOf(set.portVlanFrr()), set.toCpu()}});
    }
-   // A route that is being withdrawn may be announced again before it has left its group.
-   for (auto& [id, known] : model_.routes())
-      known.mayGoBack = known.mayGoBack || !programmer().view(id.vrf, id.key);
-   programmer().forEach([&](RouteView const& route) {
-      RouteId const id{route.vrf(), route.key()};
-      Known* const known = model_.find(id);
-      if (!known || !route.record()) return;
-      known->mayGoBack = known->mayGoBack || route.state() != State::inHardware;
-      auto const oifSet = route.record()->oifSet();
-      if (!hit(oifSet->portVlanSet())) return;
-      known->rerouted.insert(oifSet->serial());
-      known->uninterrupted = false;
-      if (!std::exchange(known->unverified, true)) unverified(id);
+   model_.reroute(failed, programmer(), [this](RouteId const& id, Known const& known) {
+      if (!known.unverified) unverified(id);
       ++figures_.reroutes;
    });
 }
@@ -212,7 +198,8 @@ void SoakOracle::rerouted(Lnet::IntfId failed) {
 void SoakOracle::configIs(Scenario::Config const& config) {
    counters_.configIs(config);
    if (config.activityPollingInterval) {
-      model_.intervalIs(
+      intervals_.emplace_back(
+            Qor::now(),
             std::max<double>(*config.activityPollingInterval,
                              path_ == PathKind::async ? timing_.minPollingInterval : 0));
    }
@@ -241,17 +228,18 @@ void SoakOracle::sent(VelMroute::Probe::Packet const& packet, VelMroute::Probe::
    if (!entry || vrf == vrfNames_.end()) return wrong("a packet hit an entry that is not there");
    RouteId const id{vrf->second, entry->route.key};
    if (!entry->route.bridge) counters_.hit(entry->route.key, packet.bytes);
-   if (Known* const known = model_.find(id)) noteHit(id, *known, *entry);
+   if (Known const* const known = model_.find(id)) noteHit(id, *known, *entry);
 }
 
-void SoakOracle::noteHit(RouteId const&, Known& known, Entry const& entry) const {
-   known.anyHit = Qor::now();
-   if (replay_.underWay) known.foundHit = known.anyHit;
+void SoakOracle::noteHit(RouteId const& id, Known const& known, Entry const& entry) {
+   Activity& activity = activities_[id];
+   activity.anyHit = Qor::now();
+   if (replay_.underWay) activity.foundHit = activity.anyHit;
    if (!known.wanted) return;
    Bridging::VlanIdOrNone const vlan = entry.route.vlan;
-   if (vlan == vlanOf(*known.wanted)) known.lastHit = Qor::now();
+   if (vlan == vlanOf(*known.wanted)) activity.lastHit = Qor::now();
    for (Lnet::IntfId const intf : known.wanted->fastdrop) {
-      if (switch_.intf(intf).vlan == vlan) known.fastdropHit[intf] = Qor::now();
+      if (switch_.intf(intf).vlan == vlan) activity.fastdropHit[intf] = Qor::now();
    }
 }
 

@@ -2,6 +2,7 @@
 // the published activity of the routes.
 #include <algorithm>
 #include <cmath>
+#include <ranges>
 
 #include "agent/soak/SoakOracle.h"
 
@@ -26,7 +27,7 @@ std::string groupText(RecordRow const& row) {
 
 }  // namespace
 
-Outputs SoakOracle::outputsOf(std::optional<Qor::U32> number) const {
+SoakOracle::Outputs SoakOracle::outputsOf(std::optional<Qor::U32> number) const {
    Outputs out;
    auto const group = number ? view().group(*number) : std::nullopt;
    if (!group) return out;
@@ -44,6 +45,10 @@ void SoakOracle::lookAtAll() {
    untilFull_ = looksPerFullCheck_;
    ++figures_.fullChecks;
    updateExcuses(true);
+   checkHooks();
+   switch_.readBack();
+   VelMroute::ChipComparison const chip(*programmer().table().shadow());
+   if (auto const how = chip.ofTables(view())) wrong("the platform: " + *how);
    for (std::string const& fault : switch_.audit())
       wrong(fault);
    for (std::string const& fault : std::as_const(switch_).path().auditTables())
@@ -286,64 +291,75 @@ void SoakOracle::checkZombies(std::vector<RecordRow> const& zombies,
 
 // The published lastPollTime must not decrease or exceed the time of the last packet. It may be
 // earlier than that packet by the time that two reviews take.
-void SoakOracle::checkActivity(RouteId const& id, Known& known) {
+void SoakOracle::checkActivity(RouteId const& id, Known const& known) {
+   Activity& activity = activities_[id];
    auto const vrfStatus = switch_.mfibHwStatus().vrfStatus(id.vrf);
    auto const status = vrfStatus ? vrfStatus->route(id.key) : nullptr;
    auto const route = programmer().view(id.vrf, id.key);
    if (!status) {
       if (route->state() == State::inHardware) wrong(id, "is in hardware without a status");
-      known.lastPollTime = 0;
+      activity.lastPollTime = 0;
       return;
    }
    double const polled = status->lastPollTime();
    double const now = Qor::now();
-   if (known.status == status && polled < known.lastPollTime) {
-      wrong(id, "lastPollTime went back from " + Scenario::numberText(known.lastPollTime) + " to " +
-                      Scenario::numberText(polled));
+   if (activity.status == status && polled < activity.lastPollTime) {
+      wrong(id, "lastPollTime went back from " + Scenario::numberText(activity.lastPollTime) +
+                      " to " + Scenario::numberText(polled));
    }
-   known.lastPollTime = polled;
-   if (known.status != status) {
-      known.status = status;
-      known.sameSince = now;
+   activity.lastPollTime = polled;
+   if (activity.status != status) {
+      activity.status = status;
+      activity.sameSince = now;
    }
    // The time of two reviews: the interval, the gaps between the slices, and the cost of the calls.
    double const entries = view().use(Table::entry).used + 1.0;
    double const gaps = path_ == PathKind::async ? 0.2 * (entries / 128 + 2) : 0.2;
-   double const bound = 2 * (model_.longestInterval(now - 600) + gaps +
+   double const bound = 2 * (longestInterval(now - 600) + gaps +
                              entries * timing_.callCost * (path_ == PathKind::async ? 2 : 3)) +
                         1;
    if (polled > now + tolerance) wrong(id, "lastPollTime is in the future");
    // Catch-all routes of both families are polled under one key.
    if (id.key.kind() == Scenario::RouteKey::kindCatchAll) return;
    bool const byHit = path_ == PathKind::async;
-   double const latest = std::max(known.lastHit, known.foundHit);
+   double const latest = std::max(activity.lastHit, activity.foundHit);
    if (polled > latest + (byHit ? tolerance : bound) && busySince_ < 0) {
       wrong(id, "lastPollTime is " + Scenario::numberText(polled) + ", the last packet came at " +
-                      Scenario::numberText(known.lastHit));
+                      Scenario::numberText(activity.lastHit));
    }
    // The synchronous path does not poll no-RPF routes.
    bool const isPolled = known.wanted && !known.wanted->bridge &&
                          (path_ == PathKind::async || !known.wanted->noRpf);
-   bool const due = route->state() == State::inHardware && known.sameSince < known.lastHit &&
-                    known.lastHit + bound < now && busySince_ + bound < now &&
+   bool const due = route->state() == State::inHardware && activity.sameSince < activity.lastHit &&
+                    activity.lastHit + bound < now && busySince_ + bound < now &&
                     // A failed reading loses the hit bits.
                     (path_ == PathKind::async || failures() == 0);
-   if (isPolled && due && polled < known.lastHit - tolerance) {
-      wrong(id, "was hit at " + Scenario::numberText(known.lastHit) + ", and at " +
+   if (isPolled && due && polled < activity.lastHit - tolerance) {
+      wrong(id, "was hit at " + Scenario::numberText(activity.lastHit) + ", and at " +
                       Scenario::numberText(now) + " lastPollTime is " +
                       Scenario::numberText(polled));
    }
    for (Lnet::IntfId const intf : known.wanted->fastdrop) {
       auto const* const entry = status->fastdropLastPollTime().find(intf.name());
-      auto const hit = known.fastdropHit.find(intf);
+      auto const hit = activity.fastdropHit.find(intf);
       double const lastHit =
-            std::max(known.foundHit, hit == known.fastdropHit.end() ? 0 : hit->second);
+            std::max(activity.foundHit, hit == activity.fastdropHit.end() ? 0 : hit->second);
       if (entry && entry->second > lastHit + (byHit ? tolerance : bound) && busySince_ < 0) {
          wrong(id, "fastdropLastPollTime of " + intf.name() + " is " +
                          Scenario::numberText(entry->second) + ", the last packet came at " +
                          Scenario::numberText(lastHit));
       }
    }
+}
+
+// The interval that was in force at `since` is included.
+double SoakOracle::longestInterval(double since) const {
+   double longest = 0;
+   for (auto const& [begin, interval] : intervals_ | std::views::reverse) {
+      longest = std::max(longest, interval);
+      if (begin < since) break;
+   }
+   return longest;
 }
 
 // ---- The end. ----

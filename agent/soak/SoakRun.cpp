@@ -100,7 +100,9 @@ SoakAbility soakAbility(PlatformChoice const& choice) {
 }
 
 SoakOutcome playSoak(SoakEpisode const& episode, SoakHow const& how) {
-   PlatformChoice const choice = how.platforms(episode.path, episode.settings.platformOptions());
+   PlatformChoice choice = how.platforms(episode.path, episode.settings.platformOptions());
+   choice.checksHooks = true;
+   choice.refusals = 0;  // the oracle knows for which refusals there is a reason
    SoakTiming const timing = timingOf(choice);
    Switch theSwitch(choice);
    SwitchTestbed inner(theSwitch, nullptr, true);

@@ -6,6 +6,7 @@
 
 #include "agent/switch/PathKind.h"
 #include "agent/switch/PlatformModule.h"
+#include "hooks/HookChecks.h"
 #include "platform/Platform.h"
 #include "platform/PlatformOptions.h"
 
@@ -22,6 +23,8 @@ struct PlatformChoice {
    bool checksHooks = false;
    // The options with which `make` makes the simulated chip; empty for a module.
    VelMroute::PlatformOptions options = {};
+   // As HookChecks::Options::refusals.
+   Qor::U32 refusals = VelMroute::HookChecks::Options{}.refusals;
 };
 
 // Chooses a platform for a path. The options are the sizes and times that a scenario asks for; a

@@ -53,6 +53,7 @@ Switch::Switch(PlatformChoice const& platform, InterfaceMap intfMap)
         virtualTime_(platform.virtualTime),
         surroundings_{platform.make(),
                       platform.checksHooks ? Qor::make<VelMroute::HookFaults>() : nullptr,
+                      platform.refusals,
                       Qor::make<Routing::Multicast::Fib::VrfConfig>(),
                       Qor::make<Routing::Multicast::Fib::Hardware::Status>(),
                       Qor::make<IntfVlanId::Table>(),

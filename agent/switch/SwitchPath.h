@@ -32,6 +32,7 @@ using VelMroute::WantedRoute;
 struct Surroundings {
    Qor::Ptr<VelMroute::Platform> platform;
    Qor::Ptr<VelMroute::HookFaults> hookFaults;  // null: the hooks are not checked
+   Qor::U32 refusals;                           // as HookChecks::Options
    Qor::Ptr<Routing::Multicast::Fib::VrfConfig> mfibConfig;
    Qor::Ptr<Routing::Multicast::Fib::Hardware::Status> mfibHwStatus;
    Qor::Ptr<IntfVlanId::Table> intfVlanIdTable;
@@ -45,6 +46,7 @@ inline std::optional<VelMroute::HookChecks::Options> hookChecks(Surroundings con
    if (!s.hookFaults) return std::nullopt;
    VelMroute::HookChecks::Options options;
    options.faults = s.hookFaults;
+   options.refusals = s.refusals;
    options.startsEmpty = !crashed;
    return options;
 }

@@ -60,9 +60,10 @@ void expectCopies(Life& life, RouteKey const& key, std::vector<unsigned> const& 
    for (unsigned const out : outs)
       expected.emplace_back(life.port(out).intf, life.port(out).vlan);
    if (seen.copies == expected) return;
-   throw Difference{KitCulprit::platform, text(when, ", a packet of ", key, " goes to ",
-                                               Life::members(seen.copies, seen.cpu),
-                                               ", expected: ", Life::members(expected, false))};
+   throw Difference{KitCulprit::platform,
+                    text(when, ", a packet of ", key, " goes to ",
+                         ChipComparison::members(seen.copies, seen.cpu),
+                         ", expected: ", ChipComparison::members(expected, false))};
 }
 
 }  // namespace

@@ -245,9 +245,12 @@ void makeBeforeBreak(CheckRun& run) {
    if (lost == 0 && mixed == 0) return;
    // Between two packets of real time anything may happen to a packet; in virtual time nothing may.
    if (lost == 0 && !run.options.virtualTime) return;
-   throw Difference{KitCulprit::platform,
-                    text(run.figures, "; the first lost packet is number ", firstLost, '\n',
-                         life->lastCall(std::nullopt, &key))};
+   throw Difference{
+         KitCulprit::platform,
+         text(run.figures, "; the first lost packet is number ", firstLost, '\n',
+              ChipComparison(life->shadow()).lastCall(std::nullopt, [&](RouteKey const& other) {
+                 return other == key;
+              }))};
 }
 
 }  // namespace VelMroute::KitParts

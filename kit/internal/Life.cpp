@@ -47,10 +47,6 @@ IpGenAddr inside(Lnet::IpGenPrefix const& prefix) {
    return IpGenAddr::v4(number);
 }
 
-bool failed(Hux::XactPtr const& write) {
-   return write && write->state() == Hux::Xact::State::failed;
-}
-
 Qor::Ptr<Platform> newPlatform(PlatformMaker const& make) {
    try {
       return make();
@@ -102,7 +98,8 @@ Life::Life(KitOptions const& options, PlatformMaker const& make, Qor::Ptr<HookFa
            Options how)
       : options_(options),
         time_(how.platform ? Qor::Ptr<Qor::ActivityManager>() : newTime(options.virtualTime)),
-        platform_(how.platform ? std::move(how.platform) : newPlatform(make)) {
+        platform_(how.platform ? std::move(how.platform) : newPlatform(make)),
+        model_(platform_ && platform_->asyncHooks() ? HookPath::async : HookPath::sync) {
    if (!platform_ || (!platform_->asyncHooks() && !platform_->syncHooks())) {
       Qor::throwRange("VelMroute::Kit::make platform without hooks not allowed");
    }
@@ -217,25 +214,41 @@ MrouteLib::OifSetPtr Life::setNumber(unsigned n) const {
 // ---- Wishes and time. ----
 
 void Life::want(Wish wish) {
-   std::vector<IntfId> ports, backup;
-   for (unsigned const out : wish.outs)
-      ports.push_back(port(out).intf);
-   for (unsigned const out : wish.backup)
-      backup.push_back(port(out).intf);
+   ForwardingModel::Route const asked = route(wish);
    WantedRoute wanted;
-   if (!wish.noRpf) wanted.iif = port(wish.in).intf;
+   if (!wish.noRpf) wanted.iif = asked.iif;
    wanted.noRpf = wish.noRpf;
    wanted.bridge = wish.bridge;
-   if (!wish.bridge) wanted.outputs = pool_.get(std::move(ports), wish.cpu, std::move(backup));
-   if (wish.fastdrop) wanted.fastdrop = {port(1 - wish.in).intf};
-   programmer_->routeIs(vrf(wish.otherVrf), wish.key, std::move(wanted));
-   RouteId const id(wish.otherVrf, wish.key);
+   if (!wish.bridge) wanted.outputs = pool_.get(asked.oifs, asked.cpu, asked.backup);
+   wanted.fastdrop = asked.fastdrop;
+   programmer_->routeIs(asked.vrf, asked.key, std::move(wanted));
+   model_.wantedIs(asked);
+   WishId const id(wish.otherVrf, wish.key);
    known_.insert(id);
    wishes_[id] = std::move(wish);
 }
 
+ForwardingModel::Route Life::route(Wish const& wish) const {
+   auto const ports = [this](std::vector<unsigned> const& numbers) {
+      std::vector<IntfId> list;
+      for (unsigned const number : numbers)
+         list.push_back(port(number).intf);
+      return list;
+   };
+   return {.vrf = vrf(wish.otherVrf),
+           .key = wish.key,
+           .iif = port(wish.in).intf,
+           .oifs = ports(wish.outs),
+           .cpu = wish.cpu,
+           .backup = ports(wish.backup),
+           .fastdrop = wish.fastdrop ? std::vector{port(1 - wish.in).intf} : std::vector<IntfId>{},
+           .noRpf = wish.noRpf,
+           .bridge = wish.bridge};
+}
+
 void Life::unwant(RouteKey const& key, bool otherVrf) {
    programmer_->routeDel(vrf(otherVrf), key);
+   model_.wantedDel({vrf(otherVrf), key});
    wishes_.erase({otherVrf, key});
 }
 
@@ -247,10 +260,9 @@ void Life::unwantAll() {
 
 void Life::link(unsigned in, bool up) {
    using Interface::IntfOperStatus;
-   links_->newIntfStatus(port(in).intf)
-         ->operStatusIs(up ? IntfOperStatus::up : IntfOperStatus::down);
-   for (auto& [id, wish] : wishes_)
-      wish.rerouted = wish.rerouted || (!up && wish.in == in && !wish.backup.empty());
+   IntfOperStatus const state = up ? IntfOperStatus::up : IntfOperStatus::down;
+   links_->newIntfStatus(port(in).intf)->operStatusIs(state);
+   if (model_.linkIs(port(in).intf, state)) model_.reroute(port(in).intf, *programmer_);
 }
 
 void Life::wait(Seconds seconds) {
@@ -302,32 +314,6 @@ Probe::Seen Life::send(RouteKey const& key, unsigned in) {
    return std::move(probe().inject({&one, 1}).front());
 }
 
-Qor::String Life::members(std::vector<PortVlan> const& members, bool cpu) {
-   Qor::String out;
-   for (PortVlan const& member : members)
-      out += (out.empty() ? "" : " ") + text(member);
-   if (cpu) out += out.empty() ? "cpu" : " cpu";
-   return out.empty() ? "nothing" : out;
-}
-
-Qor::String Life::lastCall(std::optional<U32> handle, RouteKey const* key) const {
-   HookCall const* last = nullptr;
-   auto const consider = [&](HookCall const* call) {
-      if (call && (!last || call->number > last->number)) last = call;
-   };
-   if (handle) {
-      consider(shadow().lastCallOfEntry(RouteHandle(*handle)));
-      Shadow::Entry const* const entry = shadow().entry(RouteHandle(*handle));
-      if (entry && entry->set) consider(shadow().lastCallOfSet(*entry->set));
-   } else if (key) {
-      shadow().forEachDeletedEntry([&](RouteHandle, Shadow::Entry const& entry) {
-         if (entry.key == *key) consider(&entry.lastCall);
-      });
-   }
-   if (!last) return "no call has touched the entry";
-   return text("the last call that touched it: ", *last, " at ", last->time, " s");
-}
-
 // ---- The chip against the shadow. ----
 
 void Life::rest(bool all) {
@@ -343,40 +329,19 @@ void Life::compareChip() {
 
 void Life::comparePackets() {
    std::vector<Probe::Packet> packets;
-   std::vector<RouteKey> keys;
    for (auto const& [otherVrf, key] : known_) {
-      for (unsigned in = 0; in < inputs; ++in) {
+      for (unsigned in = 0; in < inputs; ++in)
          packets.push_back(packet(key, in, otherVrf));
-         keys.push_back(key);
-      }
    }
    auto const all = probe().inject(packets);
    if (all.size() != packets.size()) {
       throw Difference{KitCulprit::platform,
                        text("the probe answers ", all.size(), " of ", packets.size(), " packets")};
    }
+   ChipComparison const comparison(shadow());
    for (std::size_t i = 0; i < packets.size(); ++i) {
-      Probe::Packet const& sent = packets[i];
-      Probe::Seen const& seen = all[i];
-      Forwarded const asked =
-            shadow().forward({sent.vrfId.value(), sent.source, sent.group, sent.vlan, sent.bytes});
-      if (asked.result == Forwarding::bridged) {
-         // The bridge decides on the copies.
-         if (seen.verdict.value_or(Forwarding::bridged) == Forwarding::bridged) continue;
-      }
-      if (asked.entry) {
-         auto const* const entry = shadow().entry(RouteHandle(*asked.entry));
-         auto const* const set = entry->set ? shadow().set(*entry->set) : nullptr;
-         if (failed(entry->write) || (set && failed(set->write))) continue;
-      }
-      bool const cpu = asked.entry ? seen.cpu : asked.toCpu;  // of an unknown packet: any
-      if (seen.copies == asked.copies && cpu == asked.toCpu) continue;
-      throw Difference{
-            KitCulprit::platform,
-            text("a packet from ", sent.source, " to ", sent.group, " at ", sent.in, ", ",
-                 sent.vlan, ":\nby the calls: ", members(asked.copies, asked.toCpu), " (",
-                 asked.result, ")\non the chip: ", members(seen.copies, cpu), '\n',
-                 lastCall(asked.entry, &keys[i]))};
+      if (auto how = comparison.ofPacket(packets[i], all[i]))
+         throw Difference{KitCulprit::platform, std::move(*how)};
    }
 }
 
@@ -391,40 +356,8 @@ void Life::compareTables() {
    if (!answer->value_or(false)) {
       throw Difference{KitCulprit::platform, "the view cannot read the tables"};
    }
-   auto const wrong = [&](RouteHandle handle, RouteKey const& key, Qor::String const& how) {
-      bool const live = shadow().entry(handle) != nullptr;
-      throw Difference{KitCulprit::platform,
-                       text("entry ", handle, " of ", key, ' ', how, '\n',
-                            lastCall(live ? std::optional(handle.value()) : std::nullopt, &key))};
-   };
-   view.forEachEntry([&](View::Entry const& entry) {
-      if (!shadow().entry(entry.handle)) {
-         wrong(entry.handle, entry.route.key, "is on the chip, and not by the calls");
-      }
-   });
-   shadow().forEachEntry([&](RouteHandle handle, Shadow::Entry const& entry) {
-      if (failed(entry.write)) return;
-      auto const there = view.entry(handle);
-      if (!there) return wrong(handle, entry.key, "is missing on the chip");
-      bool const same = there->route.key == entry.key && there->route.vlan == entry.vlan &&
-                        there->route.vrfId.value() == entry.vrfId;
-      if (!same) {
-         return wrong(handle, entry.key,
-                      text("matches ", there->route.key, " in VRF ", there->route.vrfId, ", ",
-                           there->route.vlan, " on the chip; by the calls in VRF ", entry.vrfId,
-                           ", ", entry.vlan));
-      }
-      auto const* const set = entry.set ? shadow().set(*entry.set) : nullptr;
-      if (entry.boundary || entry.drops || !set || failed(set->write)) return;
-      auto const group = there->group ? view.group(*there->group) : std::nullopt;
-      std::vector<PortVlan> const none;
-      auto const& have = group ? group->members : none;
-      bool const cpu = group && group->cpu;
-      if (have == set->members && cpu == set->toCpu) return;
-      wrong(handle, entry.key,
-            text("forwards to ", members(have, cpu), " on the chip; by the calls to ",
-                 members(set->members, set->toCpu)));
-   });
+   if (auto how = ChipComparison(shadow()).ofTables(view))
+      throw Difference{KitCulprit::platform, std::move(*how)};
 }
 
 // ---- The shadow against the wishes. ----
@@ -485,18 +418,35 @@ void Life::expectEntry(Wish const& wish, unsigned in, bool drops, U32& entries) 
    }
    if (wish.bridge) wrong("does not bridge");
    auto const* const to = found->set && !found->drops ? shadow().set(*found->set) : nullptr;
-   std::vector<PortVlan> expected;
-   if (!drops) {
-      for (unsigned const out : wish.rerouted ? wish.backup : wish.outs)
-         expected.emplace_back(port(out).intf, port(out).vlan);
-   }
-   std::ranges::sort(expected);
-   bool const cpu = wish.cpu && !drops;
    std::vector<PortVlan> const none;
    auto const& have = to ? to->members : none;
    bool const haveCpu = to && to->toCpu;
-   if (have == expected && haveCpu == cpu) return;
-   wrong(text("forwards to ", members(have, haveCpu), '\n', lastCall(handle)));
+   if (drops) {
+      if (have.empty() && !haveCpu) return;
+   } else {
+      RouteId const id{vrf(wish.otherVrf), wish.key};
+      auto& known = *model_.find(id);
+      auto const held = ForwardingModel::setOf(programmer_->view(id.vrf, id.key));
+      auto const same = [&](ForwardingModel::Outputs const& outputs) {
+         return haveCpu == outputs.cpu && have == vlansOf(outputs);
+      };
+      bool const good = std::ranges::any_of(model_.expected(known, held), same);
+      ForwardingModel::verified(known, held);
+      if (good) return;
+   }
+   ChipComparison const chip(shadow());
+   wrong(text("forwards to ", ChipComparison::members(have, haveCpu), '\n', chip.lastCall(handle)));
+}
+
+// The members of a set with these outputs, ascending.
+std::vector<PortVlan> Life::vlansOf(ForwardingModel::Outputs const& outputs) const {
+   std::vector<PortVlan> members;
+   for (IntfId const intf : outputs.ports) {
+      auto const port = std::ranges::find(ports_, intf, &Probe::Port::intf);
+      members.emplace_back(intf, port->vlan);
+   }
+   std::ranges::sort(members);
+   return members;
 }
 
 }  // namespace VelMroute::KitParts

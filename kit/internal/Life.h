@@ -10,6 +10,8 @@
 #include <vector>
 
 #include "hooks/internal/Text.h"
+#include "kit/ChipComparison.h"
+#include "kit/ForwardingModel.h"
 #include "kit/KitOptions.h"
 #include "kit/KitReport.h"
 #include "programmer/AsyncRouteTable.h"
@@ -45,8 +47,6 @@ struct Wish {
    bool fastdrop = false;  // on the other input
    bool bridge = false;
    bool noRpf = false;
-   // The input has failed since the wish, so that the backup is in force. Set by Life::fail().
-   bool rerouted = false;
 };
 
 std::ostream& operator<<(std::ostream& os,
@@ -60,8 +60,8 @@ RouteKey starGroup(unsigned n);
 class Life {
  public:
    static constexpr unsigned inputs = 2;
-   // A route: whether it is in the second VRF, and its key.
-   using RouteId = std::pair<bool, RouteKey>;
+   // A wish: whether it is in the second VRF, and its key.
+   using WishId = std::pair<bool, RouteKey>;
 
    struct Options {
       Qor::U8 polling = 255;             // seconds between two reviews of the activity
@@ -102,7 +102,7 @@ class Life {
 
    // ---- The wishes. ----
 
-   std::map<RouteId, Wish> const& wishes() const { return wishes_; }
+   std::map<WishId, Wish> const& wishes() const { return wishes_; }
    void want(Wish wish);
    void unwant(RouteKey const& key, bool otherVrf = false);
    void unwantAll();  // and rests
@@ -126,17 +126,14 @@ class Life {
    void rest(bool all = true);
    void compareChip();
    void compareWishes(bool all);
-   // The members as text: "kit3:3 kit4:4 cpu".
-   static Qor::String members(std::vector<MrouteLib::PortVlan> const& members, bool cpu);
-   // The latest call that touched the entry, its set, or a deleted entry of the key.
-   Qor::String lastCall(std::optional<Qor::U32> handle, RouteKey const* key = nullptr) const;
-
    // Lets go of the programmer without an end, as a crash does, and returns the platform of the next
    // life; null if the platform has none.
    Qor::Ptr<Platform> crash(Qor::U32 applied);
    void shut();  // no hook reaches the platform any more
 
  private:
+   ForwardingModel::Route route(Wish const& wish) const;
+   std::vector<MrouteLib::PortVlan> vlansOf(ForwardingModel::Outputs const& outputs) const;
    void comparePackets();
    void compareTables();
    void checkWish(Wish const& wish, bool all, Qor::U32& entries);
@@ -154,8 +151,9 @@ class Life {
          Qor::make<Routing::Multicast::Fib::VrfConfig>();
    Qor::Ptr<Interface::EthIntfStatusDir> const links_ = Qor::make<Interface::EthIntfStatusDir>();
    OutputsPool pool_;
-   std::map<RouteId, Wish> wishes_;
-   std::set<RouteId> known_;  // of all wishes so far
+   std::map<WishId, Wish> wishes_;
+   ForwardingModel model_;
+   std::set<WishId> known_;  // of all wishes so far
    Qor::Ptr<AsyncHookGate> async_;
    Qor::Ptr<SyncHookGate> sync_;
    std::unique_ptr<Programmer> programmer_;

@@ -44,10 +44,11 @@ void failedWrites(CheckRun& run) {
 namespace {
 
 struct Step {
-   enum class Kind : unsigned char { want, unwant, wait, fault } kind = Kind::want;
-   Wish wish = {};  // of `unwant`, with the key alone
+   enum class Kind : unsigned char { want, unwant, wait, fault, link } kind = Kind::want;
+   Wish wish = {};  // of `unwant`, with the key alone; of `link`, with the input alone
    Seconds seconds = 0;
    WriteKind write = WriteKind::groupCreate;
+   bool up = false;
 };
 using Steps = std::vector<Step>;
 
@@ -59,6 +60,8 @@ std::ostream& operator<<(std::ostream& os, Step const& step) {
          return os << "unwant " << step.wish.key;
       case Step::Kind::wait:
          return os << "wait " << step.seconds << " s";
+      case Step::Kind::link:
+         return os << "input " << step.wish.in << (step.up ? " up" : " down");
       default:
          return os << "fail the next " << step.write;
    }
@@ -92,10 +95,11 @@ Steps randomSteps(U64 seed, CheckRun const& run, unsigned ports, bool faults) {
    };
    Steps steps(run.options.steps);
    for (Step& step : steps) {
-      unsigned const what = random.below(20);
+      unsigned const what = random.below(can.reroute ? 22 : 20);
       step.kind = what < 13   ? Step::Kind::want
                   : what < 17 ? Step::Kind::unwant
                   : what < 19 ? Step::Kind::wait
+                  : what > 19 ? Step::Kind::link
                   : faults    ? Step::Kind::fault
                               : Step::Kind::wait;
       step.wish.key = key();
@@ -103,9 +107,10 @@ Steps randomSteps(U64 seed, CheckRun const& run, unsigned ports, bool faults) {
       constexpr WriteKind kinds[] = {WriteKind::groupCreate, WriteKind::routeCreate,
                                      WriteKind::routePoint};
       step.write = kinds[random.below(3)];
-      if (step.kind != Step::Kind::want) continue;
+      step.up = random.one(2);
       Wish& wish = step.wish;
       wish.in = random.below(Life::inputs);
+      if (step.kind != Step::Kind::want) continue;
       if (can.bridging && random.one(10)) {
          wish.bridge = true;
          continue;
@@ -153,6 +158,9 @@ std::optional<Ending> play(CheckRun const& run, Steps const& steps, unsigned loo
                break;
             case Step::Kind::wait:
                life->wait(step.seconds);
+               break;
+            case Step::Kind::link:
+               life->link(step.wish.in, step.up);
                break;
             case Step::Kind::fault:
                life->faults().failNext(step.write, "planned by the kit");
@@ -274,7 +282,7 @@ void adoption(CheckRun& run) {
    if (Probe::Seen const seen = life->send(gone); !seen.copies.empty()) {
       throw Difference{KitCulprit::platform,
                        text("a route that no wish names is swept, and a packet of it goes to ",
-                            Life::members(seen.copies, seen.cpu))};
+                            ChipComparison::members(seen.copies, seen.cpu))};
    }
    auto const counters = life->programmer().counters();
    run.figures = text(sent, " packets during the restart, ", lost, " lost; ", counters.adopted,

@@ -216,7 +216,7 @@ XactPtr AsyncPlatform::doGetXactForOifSet(U32 mcastId) {
 
 String8 AsyncPlatform::doGetXactFailureReason(XactPtr xact, VelHelper::MrouteXactType) {
    called(Hook::doGetXactFailureReason);
-   if (faults_.refused() || !xact || xact->state() != Hux::Xact::State::failed) return {};
+   if (!xact || xact->state() != Hux::Xact::State::failed) return {};
    auto const* const own = dynamic_cast<ChipXact const*>(xact.get());
    return own ? own->failureReason() : "a transaction of another platform";
 }
@@ -351,9 +351,11 @@ Qor::Seconds AsyncPlatform::routeLastAccessedTime(RouteHandle handle) {
       notAllocated(Hook::routeLastAccessedTime, "route", handle.value());
       return 0.0;
    }
-   if (faults_.refused()) return 0.0;
-   if (routes_[handle.value()].create->state() != Hux::Xact::State::succeeded) return 0.0;
-   return chip_->routes().find(handle.value())->lastHit;
+   RouteState& route = routes_[handle.value()];
+   if (route.create->state() != Hux::Xact::State::succeeded) return 0.0;
+   // A chip that is not read now keeps its hits, and the platform has the time of the last reading.
+   if (!faults_.refused()) route.lastAccessed = chip_->routes().find(handle.value())->lastHit;
+   return route.lastAccessed;
 }
 
 // ---- Counters, settings and the audit ----

@@ -155,9 +155,10 @@ class AsyncPlatform : public VelHelper::AsyncMrouteHelper,
       ChipXactPtr xact;     // the latest write of the group's members
    };
    struct RouteState {
-      ChipXactPtr create;            // the creation of the entry; null if it is not allocated
-      ChipXactPtr point;             // the latest write that points the entry at a group
-      Qor::U32 adoptedAt = noGroup;  // the group of an adopted entry until its first pointing
+      ChipXactPtr create;             // the creation of the entry; null if it is not allocated
+      ChipXactPtr point;              // the latest write that points the entry at a group
+      Qor::U32 adoptedAt = noGroup;   // the group of an adopted entry until its first pointing
+      Qor::Seconds lastAccessed = 0;  // the result of the last reading
    };
 
    bool isFixedGroup(Qor::U32 id) const {
