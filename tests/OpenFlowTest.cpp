@@ -273,6 +273,13 @@ TEST_F(OpenFlowBridge, GivesUpASilentPeerAndYieldsToAnotherMaster) {
    wait(1);
    EXPECT_EQ(log(), "connected; ");
 
+   peer_.readingsHeld = true;
+   peer_.disconnect();
+   wait(34);
+   EXPECT_EQ(log(), "lost the bridge closed the connection; lost no answer to a question; ");
+   peer_.readingsHeld = false;
+   wait(30);
+   EXPECT_EQ(log(), "connected; ");
    peer_.version = 4;
    peer_.disconnect();
    wait(1);
@@ -294,6 +301,18 @@ TEST_F(OpenFlowBridge, WritesABatchOfATurnWithOneBarrier) {
    EXPECT_EQ(membersOf(a.group), "1 2 ");
    EXPECT_EQ(stateOf(a), "pending");
    EXPECT_TRUE(bridge_->writesPending());
+
+   // A peer that answers all but barriers is given up.
+   log();
+   wait(25);
+   EXPECT_EQ(log(), "");
+   peer_.barriersHeld = false;
+   wait(10);
+   EXPECT_EQ(log(), "lost no answer to a barrier; connected; ");
+   EXPECT_EQ(stateOf(a), "good");
+   peer_.barriersHeld = true;
+   hooks().doUpdateMulticastGroupInPlace(set({1}), b.group);
+   turn();
    peer_.barriersHeld = false;
 
    // The barrier behind these writes answers for the earlier ones as well in a later connection.

@@ -19,7 +19,7 @@ namespace {
 
 constexpr Qor::Seconds repairMin = 1;
 constexpr Qor::Seconds repairMax = 300;
-constexpr Qor::Seconds barrierAllowed = 30;
+constexpr Qor::Seconds answerAllowed = 30;
 
 U64 microsecondsSince1970() {
    auto const since = std::chrono::system_clock::now().time_since_epoch();
@@ -304,10 +304,11 @@ void Bridge::Impl::clear() {
 void Bridge::Impl::turnEnds() {
    if (connected_) {
       tables_->queue().turnEnds();
-      if (tables_->queue().waitingForBarrier() > barrierAllowed) {
+      if (tables_->queue().waitingForBarrier() > answerAllowed) {
          return connection_.fail("no answer to a barrier");
       }
    }
+   if (readings_.waiting() > answerAllowed) return connection_.fail("no answer to a question");
    connection_.flush();
 }
 
@@ -386,7 +387,8 @@ void Bridge::Impl::handleReading() {
                reading_ = false;
                return;
             }
-            if (quiet && writes == tables_->flowWrites() &&
+            bool const waits = repairClock_->timeMin() != Qor::never;
+            if (quiet && !waits && writes == tables_->flowWrites() &&
                 aggregate->flows != tables_->routeFlowsThere()) {
                tables_->note("another program has changed the flows of routes");
                differs();
