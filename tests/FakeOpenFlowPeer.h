@@ -1,5 +1,5 @@
-// A bridge for the tests of the OpenFlow platform, at the other end of a unix socket: it keeps flows
-// and groups as they are sent, and misbehaves on demand. The thread of the test drives it.
+// A bridge for the tests of the OpenFlow platform, at the other end of a unix socket: it keeps
+// flows and groups as they are sent, and misbehaves on demand. The thread of the test drives it.
 #pragma once
 
 #include <poll.h>

@@ -9,9 +9,9 @@
 // The bridge drops a copy to the port at which its packet arrived, also in another vlan. Table 0
 // therefore clears the input port of a packet.
 //
-// Each interface has an indirect group, which the groups of the routes name. The failure of a port is
-// one change of a group for any number of routes. An interface keeps its group while the
-// process lives, also after its deletion, since groups of routes may still name it.
+// Each interface has an indirect group, which the groups of the routes name. The failure of a port
+// is one change of a group for any number of routes. An interface keeps its group while the process
+// lives, also after its deletion, since groups of routes may still name it.
 #pragma once
 
 #include <map>

@@ -17,8 +17,8 @@ class Readings {
    // An answer of more bytes is malformed.
    static constexpr std::size_t mostBytes = 32 << 20;
 
-   // `part` is called for each message of the answer, and `done` at its end, or with false if the bridge
-   // reports an error or the connection ends.
+   // `part` is called for each message of the answer, and `done` at its end, or with false if the
+   // bridge reports an error or the connection ends.
    void add(U32 xid, Multipart type, Part part, Done done) {
       pending_[xid] = {type, 0, Qor::now(), std::move(part), std::move(done)};
    }

@@ -4,9 +4,9 @@
 // here with their content. After each connection the content is compared with the bridge, and the
 // differences are written. A hook that is called in between changes the content alone.
 //
-// A route is one flow with the action "group". The flow is added when the route is first pointed, and
-// each pointing adds it again: the bridge then keeps its counts. A deletion names the cookie, so that
-// it does not take the flow of a later route with the same match.
+// A route is one flow with the action "group". The flow is added when the route is first pointed,
+// and each pointing adds it again: the bridge then keeps its counts. A deletion names the cookie,
+// so that it does not take the flow of a later route with the same match.
 //
 // Room. If the bridge reports a full table, the present use becomes the size of the table. The size
 // returns to the configured one with the next connection.
@@ -50,8 +50,8 @@ class Tables final : public VelHelper::AsyncMrouteHelper,
 
    // ---- Connections ----
 
-   // The tables of the bridge, as they were read. Groups outside the range and foreign flows are left
-   // out.
+   // The tables of the bridge, as they were read. Groups outside the range and foreign flows are
+   // left out.
    struct Content {
       std::vector<Flow> flows;
       std::vector<GroupDesc> groups;
