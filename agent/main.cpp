@@ -6,6 +6,7 @@
 #include "VelMroute/Version.h"
 #include "agent/check/CheckCommand.h"
 #include "agent/input/TraceOption.h"
+#include "agent/live/AgentCommand.h"
 #include "agent/report/ExitCode.h"
 #include "agent/report/Output.h"
 #include "agent/run/RunCommand.h"
@@ -134,6 +135,25 @@ CLI::App* addCheck(CLI::App& app, CheckOptions& options, std::string& platform) 
    return check;
 }
 
+CLI::App* addAgent(CLI::App& app, Agent::AgentOptions& options) {
+   CLI::App* agent = app.add_subcommand(
+         "agent", "follow the kernel's multicast routes, and forward them by a software switch");
+   agent->footer(
+         "TERM and INT end the agent, and the switch forwards on; HUP reads FILE again: "
+         "docs/live.md.\n"
+         "Exit code: 0 ended by a signal, 1 faults in FILE or no access to the kernel, 2 bad "
+         "usage.");
+   agent->add_option("--config", options.configFile, "configuration")
+         ->type_name("FILE")
+         ->capture_default_str();
+   agent->add_flag("--check-config", options.checkConfig,
+                   "report faults of FILE and interfaces without a port, and end");
+   agent->add_flag("--flush", options.flush, "clear the switch at the end");
+   agent->add_option("--log", options.log, "level of the log, in place of that of FILE")
+         ->check(CLI::IsMember({"error", "warning", "notice", "info", "debug"}));
+   return agent;
+}
+
 // The error text for a first word that is no subcommand; empty for a subcommand or an option.
 std::string unknownSubcommand(CLI::App const& app, int argc, char const* const* argv) {
    if (argc < 2 || argv[1][0] == '-') return {};
@@ -169,6 +189,8 @@ int runProgram(int argc, char** argv) {
    CheckOptions checkOptions;
    std::string checked = "sim";
    CLI::App const* const check = addCheck(app, checkOptions, checked);
+   Agent::AgentOptions agentOptions;
+   CLI::App const* const agent = addAgent(app, agentOptions);
    if (auto const wrong = unknownSubcommand(app, argc, argv); !wrong.empty()) {
       std::cerr << wrong << "\nRun with --help for more information.\n";
       return Agent::exitUsage;
@@ -183,6 +205,7 @@ int runProgram(int argc, char** argv) {
       choosePlatform(soakTexts, soakOptions);
       return Agent::runSoak(soakOptions);
    }
+   if (agent->parsed()) return Agent::runAgent(agentOptions);
    if (check->parsed()) {
       checkOptions.platform = Agent::namedPlatform(checked);
       return Agent::runCheck(checkOptions);

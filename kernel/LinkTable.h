@@ -36,6 +36,12 @@ class LinkTable {
    Link const* find(Qor::U32 index) const;
    Link const* find(std::string const& name) const;
    std::set<Qor::U32> vrfTables() const;
+   template <class Visit>
+   void forEach(Visit const& visit) const {
+      for (auto const& [index, entry] : entries_) {
+         if (entry.mark.present) visit(entry.link);
+      }
+   }
 
    // Notifies the listener of all changes since the last call.
    void notify(Listener& listener);

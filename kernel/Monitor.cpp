@@ -51,6 +51,10 @@ Link const* Monitor::link(std::string const& name) const {
    return state_->links().find(name);
 }
 
+void Monitor::forEachLink(std::function<void(Link const&)> const& visit) const {
+   state_->links().forEach(visit);
+}
+
 std::vector<Rule> const& Monitor::rules(IpFamily family) const {
    return state_->rules(family);
 }

@@ -30,6 +30,7 @@
 // events in the kernel. A Monitor belongs to one thread, like everything on the activity loop.
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -75,6 +76,8 @@ class Monitor {
    Qor::U32 routes() const;
    Link const* link(Qor::U32 index) const;
    Link const* link(std::string const& name) const;
+   // By ascending index.
+   void forEachLink(std::function<void(Link const&)> const& visit) const;
    // The rules of the family in the order in which the kernel tries them.
    std::vector<Rule> const& rules(Lnet::IpFamily family) const;
    // The table that routes the packets of this link, or 0 if there is none. It hides the routes of

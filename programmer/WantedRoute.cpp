@@ -9,8 +9,9 @@ namespace VelMroute {
 bool operator==(WantedRoute const& a, WantedRoute const& b) {
    bool const sameOutputs =
          a.outputs == b.outputs || (a.outputs && b.outputs && *a.outputs == *b.outputs);
-   return a.iif == b.iif && sameOutputs && a.fastdrop == b.fastdrop && a.bridge == b.bridge &&
-          a.noRpf == b.noRpf && a.rpaId == b.rpaId;
+   return a.iif == b.iif && sameOutputs && a.protectedIntf == b.protectedIntf &&
+          a.fastdrop == b.fastdrop && a.bridge == b.bridge && a.noRpf == b.noRpf &&
+          a.rpaId == b.rpaId;
 }
 
 void checkWanted(WantedRoute const& wanted) {
@@ -20,6 +21,7 @@ void checkWanted(WantedRoute const& wanted) {
    bool const backup = wanted.outputs && !wanted.outputs->backup().empty();
    refuse(wanted.noRpf && !backup && !wanted.iif.isNull(), "iif with noRpf");
    refuse((!wanted.noRpf || backup) && wanted.iif.isNull(), "iif empty");
+   refuse(!wanted.protectedIntf.isNull() && !backup, "protectedIntf without backup");
    refuse(wanted.bridge && wanted.noRpf, "bridge with noRpf");
    for (Lnet::IntfId const intf : wanted.fastdrop) {
       refuse(intf.isNull(), "fastdrop empty interface");

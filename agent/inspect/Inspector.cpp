@@ -86,10 +86,10 @@ std::vector<Inspector::Command> const& Inspector::commands() {
          {"get", "PATH", 1, 1,
           "prints a value, the attributes of an object, or the members of a collection",
           &Inspector::get},
-         {"set", "PATH VALUE", 2, any, "writes an attribute", &Inspector::set},
+         {"set", "PATH VALUE", 2, any, "writes an attribute", &Inspector::set, true},
          {"call", "PATH OPERATION ARG...", 2, any,
           "calls an operation; an ARG that begins with / is the path of an object",
-          &Inspector::call},
+          &Inspector::call, true},
          {"watch", "[PATH]", 0, 1, "prints the changes of an object, an attribute or a collection",
           &Inspector::watch},
          {"unwatch", "[PATH]", 0, 1, "ends one watch, or all", &Inspector::unwatch},
@@ -98,11 +98,11 @@ std::vector<Inspector::Command> const& Inspector::commands() {
          {"types", "[TYPE]", 0, 1, "lists the types, or the members of one type",
           &Inspector::types},
          {"trace", "LEVEL[:GLOB] | off[:GLOB]", 1, 1, "turns traces up to LEVEL (0-9) on, or off",
-          &Inspector::trace},
+          &Inspector::trace, true},
          {"run", "[SECONDS]", 0, 1, "lets time pass; without SECONDS, to the end of the input",
-          &Inspector::goOn},
-         {"step", "", 0, 0, "lets time pass until the next clock or input is due",
-          &Inspector::step},
+          &Inspector::goOn, true},
+         {"step", "", 0, 0, "lets time pass until the next clock or input is due", &Inspector::step,
+          true},
          {"help", "[COMMAND]", 0, 1, "lists the commands, or one of them", &Inspector::help},
          {"quit", "", 0, 0, "ends the commands", &Inspector::quit}};
    return all;
@@ -117,10 +117,11 @@ Inspector::Command const& Inspector::command(std::string const& name) {
    throw InspectError(printable(inQuotes(name)) + " is not a command (known: " + known + ')');
 }
 
-Inspector::Inspector(InspectedRun& run, std::ostream& out, bool json)
+Inspector::Inspector(InspectedRun& run, std::ostream& out, bool json, Rights rights)
       : run_(run),
         out_(out),
         json_(json),
+        rights_(rights),
         watches_([this](ordered_json const& event) { printEvent(event); }) {}
 
 Inspector::Outcome Inspector::evaluate(std::string_view line) {
@@ -136,6 +137,9 @@ Inspector::Outcome Inspector::evaluate(std::string_view line) {
       Command const& found = command(words[0].text);
       if (words.size() - 1 < found.least || words.size() - 1 > found.most) {
          throw InspectError(std::string("usage: ") + found.name + ' ' + found.usage);
+      }
+      if (found.changes && rights_ == Rights::reading) {
+         throw InspectError(std::string(found.name) + " is refused: a live agent is only read");
       }
       (this->*found.run)(words);
    } catch (std::exception const& error) {

@@ -29,8 +29,11 @@ class Inspector {
    static constexpr std::size_t screenful = 20;       // members that ls prints
    static constexpr std::size_t longestLine = 65536;  // bytes of a command, at most
 
-   // Both outlive the inspector.
-   Inspector(InspectedRun& run, std::ostream& out, bool json);
+   // The commands for a live agent only read.
+   enum class Rights { all, reading };
+
+   // Run and output outlive the inspector.
+   Inspector(InspectedRun& run, std::ostream& out, bool json, Rights rights = Rights::all);
 
    // Runs the command of a line. Empty lines and comments (#) have no effect. After
    // Outcome::failed, error() is the reason.
@@ -56,6 +59,7 @@ class Inspector {
       std::size_t least, most;
       char const* help;
       void (Inspector::*run)(Words const&);
+      bool changes = false;  // the process, and not only what the inspector prints
    };
    static std::vector<Command> const& commands();
    static Command const& command(std::string const& name);
@@ -85,6 +89,7 @@ class Inspector {
    InspectedRun& run_;
    std::ostream& out_;
    bool const json_;
+   Rights const rights_;
    InspectWatches watches_;
    std::string line_;  // the present command
    std::string error_;

@@ -23,6 +23,10 @@ struct PlatformChoice {
    bool checksHooks = false;
    // The options with which `make` makes the simulated chip; empty for a module.
    VelMroute::PlatformOptions options = {};
+   // The platform exists already, on the present activity manager, which the switch keeps. The groups
+   // and entries of an earlier process are taken over: the owner of the switch announces its routes,
+   // and then calls Programmer::resyncEnd().
+   bool live = false;
    // As HookChecks::Options::refusals.
    Qor::U32 refusals = VelMroute::HookChecks::Options{}.refusals;
 };

@@ -26,6 +26,9 @@ Qor::Ptr<Qor::ActivityManager> newTime(bool isVirtual) {
    return manager;
 }
 
+// A process that takes over the tables of an earlier one knows no state of it.
+Crashed const noCrash;
+
 // The view of a platform that cannot read its tables back.
 class NoView final : public VelMroute::View {
  public:
@@ -48,7 +51,7 @@ bool carriesTraffic(Interface::IntfOperStatus status) {
 
 Switch::Switch(PlatformChoice const& platform, InterfaceMap intfMap)
       : intfMap_(std::move(intfMap)),
-        activity_(newTime(platform.virtualTime)),
+        activity_(platform.live ? Qor::activityManager() : newTime(platform.virtualTime)),
         pathKind_(platform.path),
         virtualTime_(platform.virtualTime),
         surroundings_{platform.make(),
@@ -59,7 +62,7 @@ Switch::Switch(PlatformChoice const& platform, InterfaceMap intfMap)
                       Qor::make<IntfVlanId::Table>(),
                       Qor::make<Interface::EthIntfStatusDir>(),
                       Qor::make<Bfd::AppStatus>()},
-        path_(newSwitchPath(surroundings_)),
+        path_(newSwitchPath(surroundings_, platform.live ? &noCrash : nullptr)),
         replay_([this](RouteId const& id,
                        WantedRoute const& wanted) { programmer().routeIs(id.vrf, id.key, wanted); },
                 [this] { programmer().resyncEnd(); }) {

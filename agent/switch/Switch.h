@@ -36,8 +36,8 @@ bool carriesTraffic(Interface::IntfOperStatus status);
 
 class Switch {
  public:
-   // Installs a new activity manager, at time 0, and makes the platform. `intfMap` may have the
-   // interfaces of a map file. Throws what the choice throws.
+   // Installs a new activity manager, at time 0, and makes the platform, unless that is live.
+   // `intfMap` may have the interfaces of a map file. Throws what the choice throws.
    explicit Switch(PlatformChoice const& platform, InterfaceMap intfMap = {});
    ~Switch();
    Switch(Switch const&) = delete;

@@ -20,6 +20,7 @@ WantedRoute normalized(WantedRoute wanted) {
 
 Qor::U32 hashOf(WantedRoute const& wanted, bool fastdrop) {
    Qor::U64 hash = Qor::hashMix(wanted.iif.id(), wanted.outputs ? wanted.outputs->hash() : 0);
+   if (!wanted.protectedIntf.isNull()) hash = Qor::hashMix(hash, wanted.protectedIntf.id());
    for (Lnet::IntfId const intf : wanted.fastdrop)
       hash = Qor::hashMix(hash, intf.id());
    Qor::U64 const flags = wanted.bridge + 2 * wanted.noRpf + 4 * fastdrop;
@@ -85,7 +86,9 @@ WishPool::Resolution WishPool::read(Wish const& wish, RouteKeyType type) const {
          set.newPortVlan(MrouteLib::PortVlan(port, vlanOf(port)), true);
       for (Lnet::IntfId const port : wanted.outputs->backup())
          set.newPortVlanFrr(MrouteLib::PortVlan(port, vlanOf(port)), true);
-      if (!wanted.outputs->backup().empty()) set.currentIifIs(wanted.iif);
+      if (!wanted.outputs->backup().empty()) {
+         set.currentIifIs(wanted.protectedIntf.isNull() ? wanted.iif : wanted.protectedIntf);
+      }
    }
    if (!missing.isNull()) return {nullptr, missing};
    return {Qor::make<Placement>(input, std::move(set)), {}};

@@ -1,0 +1,545 @@
+#include "agent/live/LiveAgent.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <utility>
+
+#include "agent/report/RouteStateName.h"
+#include "kernel/LinkControl.h"
+
+namespace Agent {
+
+using Interface::IntfOperStatus;
+using Lnet::IntfId;
+
+namespace {
+
+constexpr Qor::Seconds lookInterval = 0.05;    // between looks for the end of a start or an end
+constexpr Qor::Seconds longestEnd = 5;         // of the wait for the last writes
+constexpr Qor::Seconds withoutProtection = 1;  // of routes that return to a restored interface
+constexpr Qor::Seconds aliveInterval = 5;      // between readings of the bridge's counts
+
+bool isUp(IntfOperStatus status) {
+   return carriesTraffic(status);
+}
+
+}  // namespace
+
+class LiveAgent::MonitorSource final : public EventSource {
+ public:
+   explicit MonitorSource(LiveAgent& agent) : agent_(agent) {}
+   int fd() const override { return agent_.monitor_->fd(); }
+   void ready(bool, bool) override { agent_.monitor_->ready(); }
+
+ private:
+   LiveAgent& agent_;
+};
+
+class LiveAgent::BridgeSource final : public EventSource {
+ public:
+   explicit BridgeSource(OpenFlow::Bridge& bridge) : bridge_(bridge) {}
+   int fd() const override { return bridge_.fd(); }
+   bool wantsWrite() const override { return bridge_.wantsWrite(); }
+   void ready(bool readable, bool writable) override { bridge_.ready(readable, writable); }
+   void turnEnds() override { bridge_.turnEnds(); }
+
+ private:
+   OpenFlow::Bridge& bridge_;
+};
+
+// Calls a function once, after a time. The agent keeps its timers until they have fired.
+class LiveAgent::Timer final : public Qor::Clock::Notifiee {
+ public:
+   Timer(Qor::Seconds after, std::function<void()> call) : call_(std::move(call)) {
+      notifierIs(clock_);
+      clock_->timeMinIs(Qor::now() + after);
+   }
+   bool fired() const { return fired_; }
+   void onTime() override {
+      fired_ = true;
+      call_();
+   }
+
+ private:
+   Qor::Ptr<Qor::Clock> const clock_ = Qor::make<Qor::Clock>("live");
+   std::function<void()> const call_;
+   bool fired_ = false;
+};
+
+// ---- Life. ----
+
+LiveAgent::LiveAgent(Configuration configuration, EventLoop& loop, Kernel::Socket& socket, Log log)
+      : configuration_(std::move(configuration)),
+        loop_(loop),
+        socket_(socket),
+        log_(std::move(log)),
+        routes_({.mapped = [this](Qor::U32 ifindex) { return mapped(ifindex); },
+                 .nameOf = [this](Qor::U32 ifindex) { return interfaceName(ifindex); },
+                 .selectedTable =
+                       [this](Lnet::IpFamily family, Qor::U32 ifindex) {
+                          return monitor_->selectedTable(family, ifindex);
+                       }}),
+        keepAlive_(newKeepAlive()) {
+   routes_.reroutesAre(configuration_.reroutes);
+   makeMonitor();
+}
+
+LiveAgent::~LiveAgent() {
+   if (monitorSource_) loop_.remove(*monitorSource_);
+   if (bridgeSource_) loop_.remove(*bridgeSource_);
+   if (bridge_) bridge_->listenerIs(nullptr);
+}
+
+void LiveAgent::after(Qor::Seconds seconds, std::function<void()> call) {
+   std::erase_if(timers_, [](auto const& timer) { return timer->fired(); });
+   timers_.push_back(std::make_unique<Timer>(seconds, std::move(call)));
+}
+
+void LiveAgent::makeMonitor() {
+   Kernel::MonitorOptions options;
+   if (!configuration_.tables.empty())
+      options.ipv4Tables = options.ipv6Tables = configuration_.tables;
+   monitor_ =
+         std::make_unique<Kernel::Monitor>(options, socket_, static_cast<Kernel::Listener&>(*this));
+   monitorSource_ = std::make_unique<MonitorSource>(*this);
+   loop_.add(*monitorSource_);
+}
+
+void LiveAgent::startBridge() {
+   OpenFlow::Options options;
+   options.socket = configuration_.switchSocket;
+   options.firstGroup = configuration_.firstGroup;
+   options.lastGroup = configuration_.lastGroup;
+   options.readingInterval = aliveInterval;
+   options.standbyHold = configuration_.standbyHold;
+   bridge_ = Qor::make<OpenFlow::Bridge>(options);
+   bridge_->listenerIs(this);
+   for (LiveInterface const& interface : configuration_.interfaces) {
+      Intf const& numbers = interfaceMap_.intf(interface.intf);
+      bridge_->portIs(interface.intf, numbers.port, numbers.vlan);
+      interfaceToBridge(interface);
+   }
+   bridgeSource_ = std::make_unique<BridgeSource>(*bridge_);
+   loop_.add(*bridgeSource_);
+   bridge_->start();
+}
+
+void LiveAgent::makeSwitch() {
+   PlatformChoice choice;
+   choice.path = PathKind::async;
+   choice.virtualTime = false;
+   choice.live = true;
+   choice.make = [bridge = bridge_]() -> Qor::Ptr<VelMroute::Platform> { return bridge; };
+   // The same names in the same order get the same numbers.
+   InterfaceMap interfaces;
+   for (auto const& intf : interfaceMap_.intfs())
+      interfaces.intf(intf->id);
+   switch_ = std::make_unique<Switch>(choice, std::move(interfaces));
+   for (L3::VrfName const& vrf : vrfs_)
+      switch_->learnVrf(vrf);
+   // A link that went down before the first route has no route to protect.
+   for (LiveInterface const& interface : configuration_.interfaces) {
+      switch_->learnIntf(interface.intf);
+      linkStateIs(interface.intf, bridge_->portUp(interface.port).value_or(false));
+   }
+   routes_.switchIs(switch_.get());
+   switch_->programmer().resyncEnd();
+   lookForReady();
+}
+
+void LiveAgent::lookForReady() {
+   Programmer const& programmer = switch_->programmer();
+   if (programmer.resyncing() || !programmer.placedAll()) {
+      after(lookInterval, [this] { lookForReady(); });
+      return;
+   }
+   auto const counters = programmer.counters();
+   log(LiveLevel::notice,
+       fmt::format("{} routes of the kernel, {} of them in hardware; {} groups and entries taken "
+                   "over, {} removed",
+                   routes_.routes().size(), programmer.routes(), counters.adopted, counters.swept));
+   if (ready_) ready_();
+}
+
+void LiveAgent::end(bool flush, std::function<void()> ended) {
+   ended_ = std::move(ended);
+   if (std::exchange(ending_, true)) return;
+   flush_ = flush;
+   endBy_ = Qor::now() + longestEnd;
+   if (switch_) switch_->programmer().end(Programmer::End::leave);
+   endStep();
+}
+
+// First the writes that are under way, and then, with `flush`, the deletion of everything.
+void LiveAgent::endStep() {
+   bool const writes = isConnected() && switch_ && Qor::now() < endBy_ &&
+                       (!switch_->programmer().ended() || bridge_->writesPending());
+   if (!writes && flush_ && isConnected() && Qor::now() < endBy_) {
+      flush_ = false;
+      bridge_->clear();
+      return after(lookInterval, [this] { endStep(); });
+   }
+   if (writes || (isConnected() && bridge_->writesPending() && Qor::now() < endBy_))
+      return after(lookInterval, [this] { endStep(); });
+   if (isConnected() && bridge_->writesPending())
+      log(LiveLevel::warning, "the bridge has not confirmed the last writes");
+   for (std::string const& cpu : std::exchange(disabled_, {})) {
+      if (Kernel::Link const* const link = monitor_->link(cpu))
+         Kernel::linkEnabledIs(link->index, true);
+   }
+   if (bridge_) bridge_->stop();
+   if (ended_) ended_();
+}
+
+std::vector<std::string> LiveAgent::configurationIs(Configuration configuration) {
+   std::vector<std::string> left;
+   auto const fixed = [&](char const* name, bool same) {
+      if (!same) left.emplace_back(name);
+   };
+   Configuration const before = std::exchange(configuration_, std::move(configuration));
+   Configuration& now = configuration_;
+   fixed("switch", before.switchSocket == now.switchSocket);
+   fixed("table", before.tables == now.tables);
+   fixed("control", before.control == now.control);
+   fixed("metrics", before.metrics == now.metrics);
+   fixed("groups", before.firstGroup == now.firstGroup && before.lastGroup == now.lastGroup);
+   fixed("standby-hold", before.standbyHold == now.standbyHold);
+   keepAlive_->expiryIs(now.expiry);
+   routes_.reroutesAre(now.reroutes);
+   if (bridge_) {
+      for (LiveInterface const& old : before.interfaces) {
+         if (now.interface(old.intf)) continue;
+         bridge_->interfaceDel(old.intf);
+         linkUp_.erase(old.intf);
+      }
+      for (LiveInterface const& interface : now.interfaces) {
+         LiveInterface const* const old = before.interface(interface.intf);
+         if (old && old->sameAs(interface)) continue;
+         if (switch_) {
+            switch_->learnIntf(interface.intf);
+         } else {
+            Intf const& numbers = interfaceMap_.intf(interface.intf);
+            bridge_->portIs(interface.intf, numbers.port, numbers.vlan);
+         }
+         interfaceToBridge(interface);
+         linkStateIs(interface.intf, bridge_->portUp(interface.port).value_or(false));
+      }
+   }
+   routes_.decideAll();
+   return left;
+}
+
+// ---- Interfaces. ----
+
+std::optional<IntfId> LiveAgent::mapped(Qor::U32 ifindex) const {
+   Kernel::Link const* const link = monitor_->link(ifindex);
+   if (!link) return std::nullopt;
+   LiveInterface const* const interface = configuration_.interface(IntfId(link->name));
+   if (!interface) return std::nullopt;
+   return interface->intf;
+}
+
+std::string LiveAgent::interfaceName(Qor::U32 ifindex) const {
+   Kernel::Link const* const link = monitor_->link(ifindex);
+   return link ? link->name : "interface " + std::to_string(ifindex);
+}
+
+L3::VrfName LiveAgent::vrfOf(Kernel::Link const& link) const {
+   Kernel::Link const* const master = link.master == 0 ? nullptr : monitor_->link(link.master);
+   return L3::VrfName(master && master->kind == "vrf" ? master->name : "default");
+}
+
+// The number of a VRF follows from the order of the interfaces in the file, so that a new agent gives
+// the same numbers.
+void LiveAgent::interfaceToBridge(LiveInterface const& interface) {
+   Kernel::Link const* const link = monitor_->link(interface.intf.name());
+   if (!link || !bridge_) return;
+   L3::VrfName const vrf = vrfOf(*link);
+   auto place = std::ranges::find(vrfs_, vrf);
+   if (place == vrfs_.end()) {
+      place = vrfs_.insert(place, vrf);
+      if (switch_) switch_->learnVrf(vrf);
+   }
+   vrfOf_[interface.intf] = vrf;
+   routes_.vrfsAre(vrfOf_);
+   OpenFlow::Port port{.intf = interface.intf,
+                       .front = interface.port,
+                       .cpu = interface.cpu,
+                       .vlan = interface.vlan,
+                       .mac = link->mac,
+                       .standby = interface.standby,
+                       .vrfId = static_cast<Qor::U32>(place - vrfs_.begin())};
+   if (!bridge_->interfaceIs(port)) {
+      log(LiveLevel::error,
+          interface.intf.name() + " has no group of the bridge left, and forwards nothing");
+   }
+}
+
+void LiveAgent::linkIs(Kernel::Link const& link) {
+   if (LiveInterface const* const interface = configuration_.interface(IntfId(link.name)))
+      interfaceToBridge(*interface);
+   for (LiveInterface const& interface : configuration_.interfaces) {
+      if (interface.port != link.name || (!link.hasIpv4 && !link.hasIpv6)) continue;
+      log(LiveLevel::warning, "front port " + link.name +
+                                    " has addresses of its own, so the kernel answers there, too");
+   }
+   decideLater();
+}
+
+void LiveAgent::linkDel(Qor::U32) {
+   decideLater();
+}
+
+// Several links change at a time, and each change concerns all routes.
+void LiveAgent::decideLater() {
+   if (std::exchange(deciding_, true)) return;
+   after(0, [this] {
+      deciding_ = false;
+      routes_.decideAll();
+   });
+}
+
+void LiveAgent::linkStateIs(IntfId intf, bool up) {
+   LiveInterface const* const interface = configuration_.interface(intf);
+   if (!interface) return;
+   bool const first = !linkUp_.contains(intf);
+   bool const changed = first || linkUp_[intf] != up;
+   linkUp_[intf] = up;
+   if (!changed) return;
+   if (!first || !up) {
+      log(LiveLevel::notice,
+          "port " + interface->port + " of " + intf.name() + (up ? " is up" : " is down"));
+   }
+   if (!interface->standby.empty()) return;  // the bridge sends by the other port
+   if (switch_) switch_->linkIs(intf, up ? IntfOperStatus::up : IntfOperStatus::down);
+   cpuPortFollows(*interface, up);
+   if (first || !up || !configuration_.reroutes.contains(intf)) return;
+   after(configuration_.standbyHold, [this, intf] {
+      if (linkUp_[intf]) restore(intf, false);
+   });
+}
+
+void LiveAgent::restore(IntfId intf, bool again) {
+   routes_.restore(intf, again);
+   if (again) return;
+   log(LiveLevel::notice, "the routes to " + intf.name() + " return to it");
+   after(withoutProtection, [this, intf] { restore(intf, true); });
+}
+
+// The daemon sees the link of its interface, whose other end is the CPU port.
+void LiveAgent::cpuPortFollows(LiveInterface const& interface, bool up) {
+   if (up && !disabled_.contains(interface.cpu)) return;
+   Kernel::Link const* const link = monitor_->link(interface.cpu);
+   if (!link) return;
+   std::string const refusal = Kernel::linkEnabledIs(link->index, up);
+   if (!refusal.empty()) {
+      log(LiveLevel::warning,
+          "CPU port " + interface.cpu + " does not follow its front port: " + refusal);
+   } else if (up) {
+      disabled_.erase(interface.cpu);
+   } else {
+      disabled_.insert(interface.cpu);
+   }
+}
+
+std::vector<std::string> LiveAgent::interfaceNotes() const {
+   std::vector<std::string> notes;
+   std::set<std::string> named{"lo"};
+   for (LiveInterface const& interface : configuration_.interfaces) {
+      std::string const& name = interface.intf.name();
+      named.insert({name, interface.port, interface.cpu, interface.standby});
+      Kernel::Link const* const link = monitor_->link(name);
+      if (!link) notes.push_back(name + ": the kernel has no such interface");
+      for (std::string const& port : {interface.port, interface.cpu, interface.standby}) {
+         if (port.empty() || !isConnected() || bridge_->portUp(port)) continue;
+         notes.push_back(name + ": the bridge has no port " + port);
+      }
+      Kernel::Link const* const front = monitor_->link(interface.port);
+      if (front && (front->hasIpv4 || front->hasIpv6)) {
+         notes.push_back(name + ": front port " + interface.port + " has addresses of its own (" +
+                         (front->hasIpv4 ? front->hasIpv6 ? "IPv4, IPv6" : "IPv4" : "IPv6") + ')');
+      }
+   }
+   monitor_->forEachLink([&](Kernel::Link const& link) {
+      if (named.contains(link.name) || !isUp(link.status)) return;
+      notes.push_back(link.name + ": no port in the configuration");
+   });
+   return notes;
+}
+
+// ---- Routes. ----
+
+void LiveAgent::routeIs(Kernel::RouteKey const& key, Kernel::Route const& route) {
+   deleted_.erase(key);
+   if (auto const held = held_.find(key.table); held != held_.end()) held->second.erase(key);
+   routes_.routeIs(key, route);
+}
+
+void LiveAgent::routeDel(Kernel::RouteKey const& key) {
+   deleted_.insert(key);
+}
+
+void LiveAgent::routesEnd(bool more) {
+   if (!more) holdOrDelete();
+}
+
+// A daemon that ends takes all routes of its table with it. A table with one route is not held,
+// because that is how a last route ends, too.
+void LiveAgent::holdOrDelete() {
+   std::map<Qor::U32, Qor::U32> deleted;
+   for (Kernel::RouteKey const& key : deleted_)
+      ++deleted[key.table];
+   for (Kernel::RouteKey const& key : std::exchange(deleted_, {})) {
+      bool const emptied = deleted[key.table] > 1 && routes_.count(key.table) == deleted[key.table];
+      if (emptied && configuration_.holdOnDaemonRestart > 0) {
+         held_[key.table].insert(key);
+      } else {
+         keepAlive_->forget(key);
+         routes_.routeDel(key);
+         --deleted[key.table];
+      }
+   }
+   for (auto const& [table, count] : deleted) {
+      if (count == 0 || !held_.contains(table) || held_[table].size() != count) continue;
+      ++numbers_.held;
+      log(LiveLevel::notice, fmt::format("table {} is empty at once; its {} routes stay for {} s",
+                                         table, count, configuration_.holdOnDaemonRestart));
+      after(configuration_.holdOnDaemonRestart, [this, number = table] { releaseHeld(number); });
+   }
+}
+
+void LiveAgent::releaseHeld(Qor::U32 table) {
+   auto const held = held_.extract(table);
+   if (held.empty() || held.mapped().empty()) return;
+   log(LiveLevel::notice,
+       fmt::format("{} routes of table {} have not come back", held.mapped().size(), table));
+   for (Kernel::RouteKey const& key : held.mapped()) {
+      keepAlive_->forget(key);
+      routes_.routeDel(key);
+   }
+}
+
+void LiveAgent::rulesChanged(Lnet::IpFamily) {
+   decideLater();
+}
+
+void LiveAgent::synced() {
+   if (!bridge_) startBridge();
+}
+
+void LiveAgent::overrun() {
+   log(LiveLevel::warning, "notifications of the kernel were lost; its tables are read again");
+}
+
+void LiveAgent::failed() {
+   log(LiveLevel::error, "the kernel's socket has failed");
+   if (failed_) failed_();
+}
+
+// ---- The bridge. ----
+
+void LiveAgent::connected() {
+   ++numbers_.connections;
+   disconnected_.clear();
+   log(LiveLevel::notice, "connected to " + configuration_.switchSocket);
+   if (ending_) return;
+   if (!switch_) {
+      makeSwitch();
+   } else {
+      for (LiveInterface const& interface : configuration_.interfaces)
+         linkStateIs(interface.intf, bridge_->portUp(interface.port).value_or(false));
+   }
+}
+
+void LiveAgent::lost(std::string const& reason) {
+   ++numbers_.lost;
+   disconnected_ = "the bridge is not connected: " + reason;
+   log(LiveLevel::warning, disconnected_);
+}
+
+void LiveAgent::refused(std::string const& reason) {
+   ++numbers_.refused;
+   disconnected_ = "the bridge is refused: " + reason;
+   log(LiveLevel::error, disconnected_);
+}
+
+void LiveAgent::linkChanged(IntfId intf, bool up) {
+   if (switch_) linkStateIs(intf, up);
+}
+
+void LiveAgent::protectionChanged(IntfId intf, bool onStandby) {
+   LiveInterface const* const interface = configuration_.interface(intf);
+   if (!interface) return;
+   log(LiveLevel::notice,
+       intf.name() + " sends by " +
+             (onStandby ? "standby port " + interface->standby : "port " + interface->port));
+}
+
+void LiveAgent::portChanged(std::string const& name, bool there) {
+   log(LiveLevel::info,
+       "the bridge " + std::string(there ? "has" : "no longer has") + " port " + name);
+}
+
+void LiveAgent::refresh(std::function<void()> done) {
+   if (!isConnected()) return done();
+   bridge_->view()->refresh([done = std::move(done)](bool) { done(); });
+}
+
+// ---- State. ----
+
+std::optional<RouteView> LiveAgent::viewOf(LiveRoutes::Known const& known) const {
+   if (!switch_ || !known.wanted) return std::nullopt;
+   return std::as_const(*switch_).programmer().view(known.id.vrf, known.id.key);
+}
+
+bool LiveAgent::inHardware(LiveRoutes::Known const& known) const {
+   auto const view = viewOf(known);
+   return view && view->state() == VelMroute::RouteState::inHardware;
+}
+
+LiveAgent::RouteText LiveAgent::textOf(Kernel::RouteKey const& key,
+                                       LiveRoutes::Known const& known) const {
+   if (!known.decision.inHardware()) return {"cpu", known.decision.text};
+   auto const view = viewOf(known);
+   if (!view) return {"waiting", disconnected_};
+   if (view->state() != VelMroute::RouteState::inHardware) {
+      return {std::string(nameOf(view->state())), view->reason()};
+   }
+   if (auto const fault = keepAlive_->fault(key)) return {"hardware", *fault, true};
+   auto const held = held_.find(key.table);
+   if (held != held_.end() && held->second.contains(key)) {
+      return {"hardware", "held: its daemon restarts"};
+   }
+   return {"hardware", ""};
+}
+
+std::unique_ptr<KeepAlive> LiveAgent::newKeepAlive() {
+   KeepAlive::Calls calls;
+   calls.next =
+         [this](std::optional<Kernel::RouteKey> const& behind) -> std::optional<Kernel::RouteKey> {
+      auto const& routes = routes_.routes();
+      for (auto it = behind ? routes.upper_bound(*behind) : routes.begin(); it != routes.end();
+           ++it) {
+         if (inHardware(it->second)) return it->first;
+      }
+      return std::nullopt;
+   };
+   calls.count = [this] { return routes_.routes().size(); };
+   calls.lastAccessed = [this](Kernel::RouteKey const& key) -> Qor::Seconds {
+      LiveRoutes::Known const* const known = routes_.find(key);
+      auto const view = known ? viewOf(*known) : std::nullopt;
+      if (!view || view->handle().isNull()) return 0;
+      return bridge_->asyncHooks()->routeLastAccessedTime(view->handle());
+   };
+   calls.send = [this](Kernel::RouteKey const& key, std::span<Qor::U8 const> frame) {
+      LiveRoutes::Known const* const known = routes_.find(key);
+      return known && isConnected() && bridge_->packetOut(frame, known->decision.input);
+   };
+   calls.ask = [this](Kernel::RouteKey const& key, Kernel::RouteAnswered answered) {
+      monitor_->ask(key, std::move(answered));
+   };
+   return std::make_unique<KeepAlive>(configuration_.expiry, std::move(calls));
+}
+
+}  // namespace Agent

@@ -1,0 +1,164 @@
+// The live agent: it follows the multicast routes of the kernel, and keeps a software bridge in step
+// with them.
+//
+// Start. The links of the kernel come first, because the bridge needs the MAC addresses of the
+// interfaces. Then the bridge connects. With its tables read, the switch is made on it, and takes
+// over the groups and entries of an earlier agent: the link states are applied, the routes of the
+// kernel are announced, and what no route has taken over is removed.
+//
+// Lost connections. Without the bridge the routes of the kernel are followed on. The bridge forwards
+// by its tables meanwhile, and gets the differences when it is there again.
+//
+// End. Without `flush` the bridge goes on forwarding. CPU ports that the agent has disabled are
+// enabled, because nobody would do it later.
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <set>
+
+#include "agent/inspect/InspectedRun.h"
+#include "agent/live/Configuration.h"
+#include "agent/live/EventLoop.h"
+#include "agent/live/KeepAlive.h"
+#include "agent/live/LiveRoutes.h"
+#include "kernel/Monitor.h"
+#include "platform/openflow/Bridge.h"
+
+namespace Agent {
+
+// The messages of the agent, for the log.
+enum class LiveLevel : unsigned char { error, warning, notice, info, debug };
+
+class LiveAgent final : public InspectedRun, Kernel::Listener, OpenFlow::Listener {
+ public:
+   using Log = std::function<void(LiveLevel level, std::string const& text)>;
+
+   // Uses the present activity manager, which is in real time. The loop and the socket outlive the
+   // agent.
+   LiveAgent(Configuration configuration, EventLoop& loop, Kernel::Socket& socket, Log log);
+   ~LiveAgent() override;
+
+   // The configuration changed. Returns the directives that a new process alone takes over.
+   std::vector<std::string> configurationIs(Configuration configuration);
+   Configuration const& configuration() const { return configuration_; }
+
+   // Called when the routes are on the bridge for the first time.
+   void onReady(std::function<void()> handler) { ready_ = std::move(handler); }
+   // Called when the kernel cannot be followed any more.
+   void onFailed(std::function<void()> handler) { failed_ = std::move(handler); }
+   // Ends the agent, in the turns of the loop; then calls `ended`. With `flush` the bridge is
+   // cleared.
+   void end(bool flush, std::function<void()> ended);
+
+   // ---- Questions. ----
+
+   bool isConnected() const { return bridge_ && bridge_->connected(); }
+   // Why the bridge is not connected; empty while it is.
+   std::string const& disconnected() const { return disconnected_; }
+   bool hasSwitch() const { return switch_ != nullptr; }
+   LiveRoutes const& routes() const { return routes_; }
+   Kernel::Monitor const& monitor() const { return *monitor_; }
+   OpenFlow::Bridge const* bridge() const { return bridge_.get(); }
+   KeepAlive const& keepAlive() const { return *keepAlive_; }
+   // The state of a route for people, and whether it is in hardware.
+   struct RouteText {
+      std::string state;  // "hardware", "cpu", "waiting", "failed", ...
+      std::string reason;
+      bool fault = false;
+   };
+   RouteText textOf(Kernel::RouteKey const& key, LiveRoutes::Known const& known) const;
+   std::string interfaceName(Qor::U32 ifindex) const;
+   // Each interface of the kernel's routes without a port, and each interface of the configuration
+   // that is missing, a line each; and the warnings.
+   std::vector<std::string> interfaceNotes() const;
+   // Reads the tables of the bridge back, and then calls `done`.
+   void refresh(std::function<void()> done);
+   struct Numbers {
+      Qor::U64 connections = 0, lost = 0, refused = 0, held = 0;
+   };
+   Numbers const& numbers() const { return numbers_; }
+
+   // ---- InspectedRun; the input of a live agent is not continued by commands. ----
+   Switch& theSwitch() override { return *switch_; }
+   bool runUntil(Qor::Seconds) override { return false; }
+   bool runToEnd() override { return false; }
+   Qor::Seconds nextInput() override { return Qor::never; }
+   bool inMemory() const override { return false; }
+
+ private:
+   class MonitorSource;
+   class BridgeSource;
+   class Timer;
+
+   // ---- Kernel::Listener. ----
+   void linkIs(Kernel::Link const& link) override;
+   void linkDel(Qor::U32 index) override;
+   void routeIs(Kernel::RouteKey const& key, Kernel::Route const& route) override;
+   void routeDel(Kernel::RouteKey const& key) override;
+   void routesEnd(bool more) override;
+   void rulesChanged(Lnet::IpFamily family) override;
+   void synced() override;
+   void overrun() override;
+   void failed() override;
+
+   // ---- OpenFlow::Listener. ----
+   void connected() override;
+   void lost(std::string const& reason) override;
+   void refused(std::string const& reason) override;
+   void linkChanged(Lnet::IntfId intf, bool up) override;
+   void protectionChanged(Lnet::IntfId intf, bool onStandby) override;
+   void portChanged(std::string const& name, bool there) override;
+
+   void makeMonitor();
+   void startBridge();
+   void makeSwitch();
+   void interfaceToBridge(LiveInterface const& interface);
+   std::optional<Lnet::IntfId> mapped(Qor::U32 ifindex) const;
+   L3::VrfName vrfOf(Kernel::Link const& link) const;
+   void linkStateIs(Lnet::IntfId intf, bool up);
+   void cpuPortFollows(LiveInterface const& interface, bool up);
+   void holdOrDelete();
+   void releaseHeld(Qor::U32 table);
+   void restore(Lnet::IntfId intf, bool again);
+   void endStep();
+   void lookForReady();
+   void decideLater();
+   void after(Qor::Seconds seconds, std::function<void()> call);
+   void log(LiveLevel level, std::string const& text) const { log_(level, text); }
+   std::unique_ptr<KeepAlive> newKeepAlive();
+   std::optional<RouteView> viewOf(LiveRoutes::Known const& known) const;
+   bool inHardware(LiveRoutes::Known const& known) const;
+
+   Configuration configuration_;
+   EventLoop& loop_;
+   Kernel::Socket& socket_;
+   Log const log_;
+   Qor::Ptr<Qor::ActivityManager> const activity_ = Qor::activityManager();
+   std::unique_ptr<Kernel::Monitor> monitor_;
+   Qor::Ptr<OpenFlow::Bridge> bridge_;
+   std::unique_ptr<MonitorSource> monitorSource_;
+   std::unique_ptr<BridgeSource> bridgeSource_;
+   std::unique_ptr<Switch> switch_;
+   LiveRoutes routes_;
+   std::unique_ptr<KeepAlive> keepAlive_;
+   InterfaceMap interfaceMap_;  // as the switch has it
+   std::map<Lnet::IntfId, L3::VrfName> vrfOf_;
+   std::map<Lnet::IntfId, bool> linkUp_;                    // of the front ports, as last applied
+   std::set<std::string> disabled_;                         // CPU ports that the agent has disabled
+   std::vector<L3::VrfName> vrfs_{L3::VrfName("default")};  // by VRF id
+   std::set<Kernel::RouteKey> deleted_;                     // in the present batch of the kernel
+   std::map<Qor::U32, std::set<Kernel::RouteKey>> held_;    // by table, whose daemon restarts
+   std::vector<std::unique_ptr<Timer>> timers_;
+   std::string disconnected_ = "the bridge has not answered yet";
+   std::function<void()> ready_;
+   std::function<void()> ended_;
+   std::function<void()> failed_;
+   bool deciding_ = false;  // a decision on all routes is due
+   bool flush_ = false;
+   bool ending_ = false;
+   Qor::Seconds endBy_ = 0;
+   Numbers numbers_;
+};
+
+}  // namespace Agent

@@ -1,0 +1,193 @@
+#include "agent/live/LiveViews.h"
+
+#include <fmt/format.h>
+
+#include <sstream>
+
+#include "agent/inspect/Inspector.h"
+#include "agent/report/TextTable.h"
+#include "agent/report/Views.h"
+
+namespace Agent {
+
+using nlohmann::ordered_json;
+
+namespace {
+
+std::string sourceText(Lnet::IpGenAddr const& source) {
+   return source.isUnspecified() ? "*" : source.toString();
+}
+
+// ---- Text. ----
+
+std::string joined(ordered_json const& words) {
+   std::string text;
+   for (auto const& word : words)
+      text += (text.empty() ? "" : " ") + word.get<std::string>();
+   return text.empty() ? "-" : text;
+}
+
+std::string routesText(ordered_json const& routes) {
+   std::vector<std::vector<std::string>> lines{
+         {"SOURCE", "GROUP", "TABLE", "IN", "OUT", "STATE", "REASON"}};
+   for (auto const& route : routes) {
+      lines.push_back({route["src"], route["dst"], std::to_string(route["table"].get<Qor::U32>()),
+                       route["iif"], joined(route["oifs"]), route["state"],
+                       (route.contains("fault") ? "fault: " : "") + route.value("reason", "")});
+   }
+   return aligned(lines);
+}
+
+std::string interfacesText(ordered_json const& json) {
+   std::vector<std::vector<std::string>> lines{
+         {"INTERFACE", "PORT", "LINK", "CPU", "VLAN", "STANDBY", "SENDS BY"}};
+   for (auto const& interface : json["interfaces"]) {
+      lines.push_back(
+            {interface["name"], interface["port"], interface["link"], interface["cpu"],
+             interface.contains("vlan") ? std::to_string(interface["vlan"].get<int>()) : "-",
+             interface.value("standby", "-"), interface["sendsBy"]});
+   }
+   std::string text = aligned(lines);
+   for (auto const& note : json["notes"])
+      text += note.get<std::string>() + '\n';
+   return text;
+}
+
+std::string statusText(ordered_json const& status) {
+   std::vector<std::vector<std::string>> lines;
+   for (auto const& [name, value] : status.items()) {
+      if (value.is_object()) {
+         std::string text;
+         for (auto const& [key, count] : value.items())
+            text += fmt::format("{}{} {}", text.empty() ? "" : ", ", count.dump(), key);
+         lines.push_back({name, text.empty() ? "none" : text});
+      } else {
+         lines.push_back({name, value.is_string() ? value.get<std::string>() : value.dump()});
+      }
+   }
+   return aligned(lines);
+}
+
+LiveAnswer answer(ordered_json const& json, bool asJson, std::string (*text)(ordered_json const&)) {
+   return {true, asJson ? json.dump() + '\n' : text(json)};
+}
+
+LiveAnswer refusal(std::string text) {
+   return {false, std::move(text)};
+}
+
+// A command of the inspector, which needs the switch.
+LiveAnswer inspected(LiveAgent& agent, std::string_view command, bool json) {
+   if (!agent.hasSwitch()) return refusal(agent.disconnected());
+   std::ostringstream text;
+   Inspector inspector(agent, text, json, Inspector::Rights::reading);
+   if (inspector.evaluate(command) == Inspector::Outcome::failed) return refusal(inspector.error());
+   return {true, text.str()};
+}
+
+LiveAnswer show(LiveAgent& agent, std::string_view what, bool json) {
+   if (what.empty() || what == "routes") return answer(routesJson(agent), json, routesText);
+   if (what == "interfaces") return answer(interfacesJson(agent), json, interfacesText);
+   if (what == "status") return answer(statusJson(agent), json, statusText);
+   auto const view = viewNamed(what);
+   if (!view) {
+      return refusal("\"" + std::string(what) +
+                     "\" is not a view (known: routes, interfaces, status, oifsets, zombies, "
+                     "chip)");
+   }
+   if (!agent.hasSwitch()) return refusal(agent.disconnected());
+   ordered_json const table = viewJson(*view, agent.theSwitch());
+   std::ostringstream text;
+   if (json) {
+      text << table.dump() << '\n';
+   } else {
+      printView(text, *view, table);
+   }
+   return {true, text.str()};
+}
+
+}  // namespace
+
+ordered_json routesJson(LiveAgent const& agent) {
+   ordered_json all = ordered_json::array();
+   for (auto const& [key, known] : agent.routes().routes()) {
+      LiveAgent::RouteText const text = agent.textOf(key, known);
+      ordered_json oifs = ordered_json::array();
+      for (Qor::U32 const output : known.route.outputs)
+         oifs.push_back(agent.interfaceName(output));
+      ordered_json route{{"src", sourceText(key.source)},
+                         {"dst", key.group.toString()},
+                         {"table", key.table},
+                         {"iif", known.route.input ? agent.interfaceName(known.route.input) : "-"},
+                         {"oifs", std::move(oifs)},
+                         {"state", text.state}};
+      if (!text.reason.empty()) route["reason"] = text.reason;
+      if (text.fault) route["fault"] = true;
+      all.push_back(std::move(route));
+   }
+   return all;
+}
+
+ordered_json interfacesJson(LiveAgent const& agent) {
+   ordered_json all = ordered_json::array();
+   OpenFlow::Bridge const* const bridge = agent.bridge();
+   for (LiveInterface const& interface : agent.configuration().interfaces) {
+      auto const up = bridge ? bridge->portUp(interface.port) : std::nullopt;
+      ordered_json one{{"name", interface.intf.name()},
+                       {"port", interface.port},
+                       {"link", !up   ? "missing"
+                                : *up ? "up"
+                                      : "down"},
+                       {"cpu", interface.cpu}};
+      if (interface.vlan) one["vlan"] = *interface.vlan;
+      if (!interface.standby.empty()) one["standby"] = interface.standby;
+      bool const onStandby = bridge && bridge->onStandby(interface.intf);
+      one["sendsBy"] = onStandby ? interface.standby : interface.port;
+      all.push_back(std::move(one));
+   }
+   return {{"interfaces", std::move(all)}, {"notes", agent.interfaceNotes()}};
+}
+
+ordered_json statusJson(LiveAgent const& agent) {
+   std::map<std::string, Qor::U64> states, reasons;
+   for (auto const& [key, known] : agent.routes().routes()) {
+      auto const text = agent.textOf(key, known);
+      ++states[text.state];
+      if (!known.decision.inHardware()) ++reasons[nameOf(known.decision.reason)];
+   }
+   auto const numbers = agent.numbers();
+   auto const kernel = agent.monitor().counts();
+   ordered_json status{
+         {"switch", agent.isConnected() ? "connected" : agent.disconnected()},
+         {"routes", states.empty() ? ordered_json::object() : ordered_json(states)},
+         {"withTheCpu", reasons.empty() ? ordered_json::object() : ordered_json(reasons)},
+         {"connections", numbers.connections},
+         {"lostConnections", numbers.lost},
+         {"kernelOverruns", kernel.overruns},
+         {"keepAlives", agent.keepAlive().numbers().sent}};
+   if (OpenFlow::Bridge const* const bridge = agent.bridge()) {
+      status["groupWrites"] = bridge->numbers().groupWrites;
+      status["flowWrites"] = bridge->numbers().flowWrites;
+      status["errors"] = bridge->numbers().errors;
+   }
+   return status;
+}
+
+LiveAnswer answerTo(LiveAgent& agent, std::string_view line, bool json) {
+   auto const word = [&line] {
+      line.remove_prefix(std::min(line.find_first_not_of(' '), line.size()));
+      std::string_view const first = line.substr(0, line.find(' '));
+      line.remove_prefix(first.size());
+      line.remove_prefix(std::min(line.find_first_not_of(' '), line.size()));
+      return first;
+   };
+   std::string_view const whole = line;
+   std::string_view const command = word();
+   if (command == "show") return show(agent, word(), json);
+   if (command == "explain") return inspected(agent, whole, json);
+   if (command == "inspect") return inspected(agent, line, json);
+   return refusal("\"" + std::string(command) +
+                  "\" is not a command (known: show, explain, inspect, watch)");
+}
+
+}  // namespace Agent

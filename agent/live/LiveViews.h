@@ -1,0 +1,31 @@
+// The answers of a live agent to the questions of an operator, as text and as JSON. The text is made
+// from the JSON, so both have the same content. No question changes the agent.
+//
+//    show [routes | interfaces | status | VIEW]   VIEW: oifsets, zombies, chip (agent/report/Views.h)
+//    explain ROUTE                                agent/inspect/InspectExplain.h
+//    inspect COMMAND                              a command of agent/inspect/Inspector.h that reads
+#pragma once
+
+#include <nlohmann/json.hpp>
+#include <string>
+#include <string_view>
+
+#include "agent/live/LiveAgent.h"
+
+namespace Agent {
+
+struct LiveAnswer {
+   bool good = true;
+   std::string text;  // of a bad answer: the reason, in one line
+};
+
+// The answer to one line. The tables of the bridge are as of the last LiveAgent::refresh().
+LiveAnswer answerTo(LiveAgent& agent, std::string_view line, bool json);
+
+// Each route of the kernel: "src", "dst", "table", "iif", "oifs", "state", and "reason" if it has
+// one; "fault" if something is wrong with it.
+nlohmann::ordered_json routesJson(LiveAgent const& agent);
+nlohmann::ordered_json interfacesJson(LiveAgent const& agent);
+nlohmann::ordered_json statusJson(LiveAgent const& agent);
+
+}  // namespace Agent
