@@ -524,7 +524,6 @@ VelMroute::Restart* Bridge::restart() {
 
 bool Bridge::portIs(IntfId intf, U32, Bridging::VlanIdOrNone vlan) {
    auto const self = hold();
-   if (!impl_->tables_->pipeline().groupOf(intf)) return false;
    impl_->portVlanIs(intf, vlan);
    return true;
 }

@@ -51,6 +51,7 @@ class Pipeline {
    // ---- Interfaces ----
    bool interfaceIs(Port const& port);
    void interfaceDel(Lnet::IntfId intf);
+   // Before or after interfaceIs().
    void vlanIs(Lnet::IntfId intf, Bridging::VlanIdOrNone vlan);
    // The group of an interface, also of a deleted one.
    std::optional<U32> groupOf(Lnet::IntfId intf) const;
@@ -108,6 +109,7 @@ class Pipeline {
 
    Options const& options_;
    std::vector<Interface> interfaces_;
+   std::map<Lnet::IntfId, Bridging::VlanIdOrNone> vlans_;  // of the routes
    std::map<std::string, PortDesc> ports_;
    // On the bridge, or under way.
    std::map<std::string, Flow> flows_;  // by keyOf()
