@@ -1,14 +1,14 @@
-// The writes to a bridge in the order of their issue, each with a transaction that completes when the
-// barrier behind it is answered.
+// The writes to a bridge in the order of their issue, each with a transaction that completes when
+// the barrier behind it is answered.
 //
-// Batches. Writes wait until the end of a turn, or until 64 KB of them have gathered, and one barrier
-// follows each batch. The queue passes no more to the connection than it can soon send.
+// Batches. Writes wait until the end of a turn, or until 64 KB of them have gathered, and one
+// barrier follows each batch. The queue passes no more to the connection than it can soon send.
 //
 // Errors. An error of the bridge carries the xid of its write. The write fails when its barrier is
 // answered, so that writes complete in their order.
 //
-// Blocking transactions. A write whose blocking transaction is pending holds up all writes behind it. A
-// blocking transaction of this queue never holds up a write, since its own write is ahead.
+// Blocking transactions. A write whose blocking transaction is pending holds up all writes behind
+// it. A blocking transaction of this queue never holds up a write, since its own write is ahead.
 #pragma once
 
 #include <deque>
@@ -70,7 +70,7 @@ class WriteQueue {
    void issue(Write write);
    // Sends the write ahead of all that wait.
    void issueFirst(Write write);
-   // Sends what may be sent.
+   // Sends the writes that no transaction and no full output holds up.
    void pump();
    void turnEnds();
 
