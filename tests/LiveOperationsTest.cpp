@@ -151,6 +151,10 @@ class ControlSocketTest : public LiveOperations {
       if (request.line.starts_with("big "))
          return {std::string(std::stoul(request.line.substr(4)), 'x')};
       if (request.line == "throw") throw std::runtime_error("thrown");
+      if (request.line == "later") {
+         awaiting_.push_back(request.client);
+         return ControlAnswer::later();
+      }
       if (request.line == "no") return ControlAnswer::failed("refused");
       if (request.line.starts_with("watch")) {
          watchers_.push_back(request.client);
@@ -166,7 +170,7 @@ class ControlSocketTest : public LiveOperations {
    }
 
    std::vector<std::string> commands_;
-   std::vector<ControlClientId> watchers_, ended_;
+   std::vector<ControlClientId> watchers_, awaiting_, ended_;
    ControlSocket socket_;
 };
 
@@ -205,6 +209,24 @@ TEST_F(ControlSocketTest, AnswersOneLineAndEndsTheConnection) {
    }
    EXPECT_EQ(endless.received(), "failed 24\nthe command is too long\n");
    EXPECT_EQ(socket_.clients(), 0u);
+}
+
+TEST_F(ControlSocketTest, AnswersLaterIfTheHandlerSaysSo) {
+   Peer first(path_, "later\n");
+   Peer second(path_, "later\n");
+   Peer third(path_, "later\n");
+   turns();
+   second.end();
+   turns();
+   EXPECT_EQ(awaiting_.size(), 3u);
+   EXPECT_TRUE(socket_.answerIs(awaiting_[0], {"now\n"}));
+   EXPECT_FALSE(socket_.answerIs(awaiting_[0], {"twice\n"}));
+   EXPECT_FALSE(socket_.answerIs(awaiting_[1], {"too late\n"}));
+   EXPECT_EQ(first.received(), "done 4\nnow\n");
+   EXPECT_TRUE(first.ended());
+   pass(ControlSocket::answerTime);
+   EXPECT_EQ(third.received(), "failed 28\nthe agent has no answer yet\n");
+   EXPECT_FALSE(socket_.answerIs(awaiting_[2], {"too late\n"}));
 }
 
 TEST_F(ControlSocketTest, DropsSilentAndSlowClientsInTimeAndServesTheOthers) {

@@ -39,7 +39,7 @@ bool isControl(char c) {
 }  // namespace
 
 struct ControlSocket::Client {
-   enum class State { sendsLine, takesAnswer, watches, dropped };
+   enum class State { sendsLine, awaitsAnswer, takesAnswer, watches, dropped };
 
    std::size_t waiting() const { return output.size() - sent; }
 
@@ -79,7 +79,9 @@ std::size_t ControlSocket::clients() const {
 void ControlSocket::watchDescriptor(Client const& client, int operation) const {
    epoll_event event{};
    event.data.ptr = const_cast<Client*>(&client);
-   if (client.state != Client::State::takesAnswer) event.events |= EPOLLIN;
+   bool const reads =
+         client.state == Client::State::sendsLine || client.state == Client::State::watches;
+   if (reads) event.events |= EPOLLIN;
    if (client.waiting() > 0) event.events |= EPOLLOUT;
    ::epoll_ctl(epoll_, operation, client.fd, &event);
 }
@@ -180,6 +182,26 @@ void ControlSocket::answer(Client& client, std::string line) {
    } catch (std::exception const& error) {
       answer = ControlAnswer::failed(error.what());
    }
+   if (answer.follows) {
+      client.state = Client::State::awaitsAnswer;
+      client.deadline = Qor::now() + answerTime;
+      watchDescriptor(client, EPOLL_CTL_MOD);
+   } else {
+      give(client, std::move(answer));
+   }
+}
+
+bool ControlSocket::answerIs(ControlClientId id, ControlAnswer answer) {
+   auto const client = std::find_if(clients_.begin(), clients_.end(), [&](Client const& other) {
+      return other.id == id && other.state == Client::State::awaitsAnswer;
+   });
+   if (client == clients_.end()) return false;
+   give(*client, std::move(answer));
+   setTimer();
+   return true;
+}
+
+void ControlSocket::give(Client& client, ControlAnswer answer) {
    if (answer.text.size() > maxOutput)
       answer = ControlAnswer::failed("the answer is too long for the control socket");
    if (answer.text.size() + waiting_ > maxAllOutput)
@@ -246,7 +268,7 @@ bool ControlSocket::push(ControlClientId id, std::string_view text) {
 // The reason is sent if the socket has room for it.
 void ControlSocket::refuse(Client& client, std::string const& reason) {
    ++refused_;
-   if (client.state == Client::State::sendsLine) {
+   if (client.state == Client::State::sendsLine || client.state == Client::State::awaitsAnswer) {
       std::string const text = framed(ControlAnswer::failed(reason));
       static_cast<void>(::send(client.fd, text.data(), text.size(), MSG_DONTWAIT | MSG_NOSIGNAL));
    }
@@ -283,7 +305,8 @@ void ControlSocket::checkTimes() {
    }
    for (Client& client : clients_) {
       if (client.state != Client::State::dropped && client.deadline <= now)
-         refuse(client, "no command came in time");
+         refuse(client, client.state == Client::State::sendsLine ? "no command came in time"
+                                                                 : "the agent has no answer yet");
    }
    removeDropped();
    setTimer();

@@ -43,10 +43,11 @@ struct ControlAnswer {
    bool good = true;
    // The connection stays, and the agent pushes further text. Only a good answer can watch.
    bool watching = false;
+   // The answer follows by answerIs(); the text is ignored.
+   bool follows = false;
 
-   static ControlAnswer failed(std::string reason) {
-      return {std::move(reason) + '\n', false, false};
-   }
+   static ControlAnswer failed(std::string reason) { return {std::move(reason) + '\n', false}; }
+   static ControlAnswer later() { return {{}, true, false, true}; }
 };
 
 class ControlSocket final : public EventSource {
@@ -58,8 +59,8 @@ class ControlSocket final : public EventSource {
    static constexpr Qor::Seconds lineTime = 10;
    static constexpr Qor::Seconds answerTime = 60;
 
-   // Answers a command. An exception of the handler becomes a failed answer with its text. The
-   // handler must not call push() for the client of the request before it has returned.
+   // Answers a command. An exception of the handler becomes a failed answer with its text. Calls of
+   // answerIs() and push() for the client of the request have no effect before the handler returns.
    using Handler = std::function<ControlAnswer(ControlRequest const&)>;
    // A watching client has left or was dropped. Called from the loop, never from push().
    using Ended = std::function<void(ControlClientId)>;
@@ -68,6 +69,9 @@ class ControlSocket final : public EventSource {
    ControlSocket(std::string const& path, Handler handler, Ended ended = {});
    ~ControlSocket() override;
 
+   // Gives the answer that follows a request, within answerTime. Returns false if the client is not
+   // connected any more.
+   bool answerIs(ControlClientId client, ControlAnswer answer);
    // Sends text to a watching client. Returns false if that client is not connected any more, or is
    // dropped because it does not read; the caller then forgets the client.
    bool push(ControlClientId client, std::string_view text);
@@ -88,6 +92,7 @@ class ControlSocket final : public EventSource {
    void serve(Client& client, unsigned events);
    void read(Client& client);
    void answer(Client& client, std::string line);
+   void give(Client& client, ControlAnswer answer);
    void write(Client& client);
    bool append(Client& client, std::string_view text);
    void refuse(Client& client, std::string const& reason);
