@@ -276,9 +276,24 @@ TEST_F(ControlSocketTest, BoundsTheClientsAndWhatWaitsForThem) {
    EXPECT_EQ(commands_.size(), 1 + ControlSocket::maxClients);
    EXPECT_TRUE(greedy[2]->received().starts_with("failed ")) << greedy[2]->received();
    EXPECT_TRUE(contains(greedy.back()->received(), "do not read")) << greedy.back()->received();
+   EXPECT_EQ(reply("big 9000000\n").substr(0, 12), "done 9000000");  // for less than theirs
    pass(ControlSocket::answerTime);
    EXPECT_EQ(socket_.clients(), 0u);
-   EXPECT_EQ(reply("big 16000000\n").substr(0, 13), "done 16000000");
+   // All places are taken, by clients that watch and by clients that do not read.
+   for (std::size_t i = 0; i < ControlSocket::maxClients; ++i) {
+      greedy.push_back(std::make_unique<Peer>(path_, "watch\n"));
+      turns();
+   }
+   EXPECT_EQ(socket_.clients(), ControlSocket::maxWatching);
+   EXPECT_TRUE(contains(greedy.back()->received(), "too many clients watch"));
+   EXPECT_EQ(ended_.size(), ControlSocket::maxClients - ControlSocket::maxWatching);
+   for (std::size_t i = socket_.clients(); i < ControlSocket::maxClients; ++i)
+      greedy.push_back(std::make_unique<Peer>(path_, "big 1000000\n"));
+   turns();
+   EXPECT_TRUE(contains(reply("show\n"), "too many clients are connected"));
+   pass(ControlSocket::slowTime);
+   EXPECT_EQ(reply("show\n"), "done 11\ntext: show\n");
+   EXPECT_EQ(socket_.clients(), ControlSocket::maxClients - 1);
 }
 
 TEST_F(ControlSocketTest, PushesToWatchingClientsUntilTheyLeaveOrDoNotRead) {
