@@ -279,7 +279,6 @@ bool ControlSocket::push(ControlClientId id, std::string_view text) {
       return other.id == id && other.state == Client::State::watches;
    });
    if (client == clients_.end()) return false;
-   client->announce = false;  // the result of this call says it
    bool const room = makeRoom(*client, text.size()) && append(*client, text);
    if (room) {
       write(*client);
@@ -288,8 +287,7 @@ bool ControlSocket::push(ControlClientId id, std::string_view text) {
       drop(*client);
    }
    setTimer();
-   client->announce = client->state == Client::State::watches;
-   return client->announce;
+   return client->state == Client::State::watches;
 }
 
 // The reason is sent if the socket has room for it.

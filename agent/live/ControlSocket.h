@@ -78,7 +78,7 @@ class ControlSocket final : public EventSource {
    // connected any more.
    bool answerIs(ControlClientId client, ControlAnswer answer);
    // Sends text to a watching client. Returns false if that client is not connected any more, or is
-   // dropped because it does not read; the caller then forgets the client.
+   // dropped because it does not read.
    bool push(ControlClientId client, std::string_view text);
 
    std::size_t clients() const;
