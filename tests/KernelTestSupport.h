@@ -115,7 +115,7 @@ class FakeKernel final : public Kernel::Socket {
 
    // ---- Faults. ----
    std::set<RouteKey> unlisted;  // dumps lack these routes
-   U32 interruptions = 0;        // so many dumps are marked as inconsistent
+   U32 interruptions = 0;        // so many dumps are marked as inconsistent, and lack a link
    std::deque<int> dumpErrors;   // of the next dumps
    bool singleRequests[2] = {true, true};
    std::function<void()>
@@ -264,8 +264,10 @@ class FakeKernel final : public Kernel::Socket {
       }
       if (request.nlmsg_type == RTM_GETLINK) {
          requests.emplace_back("dump links");
-         for (auto const& [index, link] : links)
-            push(linkMessage(RTM_NEWLINK, link, sequence, flags));
+         for (auto const& [index, link] : links) {
+            bool const missed = (flags & NLM_F_DUMP_INTR) != 0 && index == links.begin()->first;
+            if (!missed) push(linkMessage(RTM_NEWLINK, link, sequence, flags));
+         }
       } else if (request.nlmsg_type == RTM_GETADDR) {
          requests.emplace_back("dump addresses");
          for (auto const& [index, list] : addresses) {

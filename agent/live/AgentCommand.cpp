@@ -1,14 +1,11 @@
 #include "agent/live/AgentCommand.h"
 
-#include <fmt/format.h>
-#include <sys/signalfd.h>
-#include <unistd.h>
-
-#include <csignal>
 #include <iostream>
 
 #include "agent/live/LiveAgent.h"
+#include "agent/live/LiveService.h"
 #include "agent/live/LiveViews.h"
+#include "agent/live/Signals.h"
 #include "agent/report/ExitCode.h"
 
 namespace Agent {
@@ -16,29 +13,6 @@ namespace Agent {
 namespace {
 
 constexpr int receiveBuffer = 32 << 20;  // bytes; a burst of 100,000 notifications fits
-
-class Signals final : public EventSource {
- public:
-   explicit Signals(std::function<void(int)> handler) : handler_(std::move(handler)) {
-      sigset_t set;
-      sigemptyset(&set);
-      for (int const number : {SIGTERM, SIGINT, SIGHUP})
-         sigaddset(&set, number);
-      sigprocmask(SIG_BLOCK, &set, nullptr);
-      fd_ = signalfd(-1, &set, SFD_CLOEXEC | SFD_NONBLOCK);
-   }
-   ~Signals() override { ::close(fd_); }
-   int fd() const override { return fd_; }
-   void ready(bool, bool) override {
-      signalfd_siginfo info{};
-      while (::read(fd_, &info, sizeof info) == sizeof info)
-         handler_(static_cast<int>(info.ssi_signo));
-   }
-
- private:
-   std::function<void(int)> const handler_;
-   int fd_;
-};
 
 std::optional<Configuration> load(std::string const& file) {
    auto loaded = Configuration::load(file);
@@ -50,6 +24,17 @@ std::optional<Configuration> load(std::string const& file) {
    return std::get<Configuration>(std::move(loaded));
 }
 
+// Prints the notes on the interfaces, as the kernel has them now.
+void printNotes(LiveAgent& agent, EventLoop& loop) {
+   agent.onSynced([&] {
+      for (std::string const& note : agent.interfaceNotes())
+         std::cout << note << '\n';
+      loop.stop();
+      return false;
+   });
+   loop.run();
+}
+
 }  // namespace
 
 int runAgent(AgentOptions const& options) {
@@ -57,20 +42,44 @@ int runAgent(AgentOptions const& options) {
    if (!configuration) return exitFailed;
    Qor::activityManagerIs(Qor::make<Qor::ActivityManager>(Qor::ActivityManager::TimeBase::real));
    EventLoop loop;
-   auto const log = [](LiveLevel, std::string const& text) { std::cerr << text << std::endl; };
-   auto const socket = Kernel::newSocket(receiveBuffer);
-   LiveAgent agent(*std::move(configuration), loop, *socket, log);
+   LiveLog log;
+   log.levelIs(*logLevelNamed(options.log.empty() ? configuration->log : options.log));
    int code = exitDone;
-   agent.onFailed([&] {
-      code = exitFailed;
+   bool ended = false;
+   auto const stop = [&](int with) {
+      code = with;
+      ended = true;
       loop.stop();
-   });
-   Signals signals([&](int number) {
-      if (number != SIGHUP) return agent.end(options.flush, [&] { loop.stop(); });
-      if (auto changed = load(options.configFile)) agent.configurationIs(*std::move(changed));
-   });
+   };
+   auto const socket = Kernel::newSocket(receiveBuffer);
+   LiveAgent agent(*configuration, loop, *socket, log);
+   agent.onFailed([&] { stop(exitFailed); });
+   if (options.checkConfig) {
+      printNotes(agent, loop);
+      return code;
+   }
+   LiveService service(agent, loop, log);
+   agent.onReady([&] { service.ready(); });
+   auto const reload = [&] {
+      service.reloading();
+      if (auto changed = load(options.configFile)) {
+         if (options.log.empty()) log.levelIs(*logLevelNamed(changed->log));
+         for (std::string const& name : agent.configurationIs(*std::move(changed)))
+            log.warning("the changed \"" + name + "\" holds for a new process alone");
+         log.notice("the configuration was read again");
+      } else {
+         log.error("the configuration has faults, and is not changed");
+      }
+      service.ready();
+   };
+   Signals signals(
+         [&] {
+            service.stopping();
+            agent.end(options.flush, [&] { stop(exitDone); });
+         },
+         reload);
    loop.add(signals);
-   loop.run();
+   if (!ended) loop.run();
    return code;
 }
 

@@ -13,7 +13,7 @@ using Qor::U8;
 
 namespace {
 
-constexpr Seconds tickTime = 1;
+constexpr Seconds tickTime = 2;
 constexpr U16 discardPort = 9;
 constexpr U8 udp = 17;
 // The kernel may count a few packets of a new route before the switch has its entry.

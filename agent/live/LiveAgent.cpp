@@ -18,7 +18,10 @@ namespace {
 constexpr Qor::Seconds lookInterval = 0.05;    // between looks for the end of a start or an end
 constexpr Qor::Seconds longestEnd = 5;         // of the wait for the last writes
 constexpr Qor::Seconds withoutProtection = 1;  // of routes that return to a restored interface
-constexpr Qor::Seconds aliveInterval = 5;      // between readings of the bridge's counts
+// Within which a table loses all of its routes when its daemon ends.
+constexpr Qor::Seconds emptyingTime = 0.1;
+constexpr Qor::Seconds rerouteTime = 0.5;  // within which groups are rewritten
+constexpr Qor::Seconds aliveInterval = 5;  // between readings of the bridge's counts
 
 bool isUp(IntfOperStatus status) {
    return carriesTraffic(status);
@@ -48,32 +51,14 @@ class LiveAgent::BridgeSource final : public EventSource {
    OpenFlow::Bridge& bridge_;
 };
 
-// Calls a function once, after a time. The agent keeps its timers until they have fired.
-class LiveAgent::Timer final : public Qor::Clock::Notifiee {
- public:
-   Timer(Qor::Seconds after, std::function<void()> call) : call_(std::move(call)) {
-      notifierIs(clock_);
-      clock_->timeMinIs(Qor::now() + after);
-   }
-   bool fired() const { return fired_; }
-   void onTime() override {
-      fired_ = true;
-      call_();
-   }
-
- private:
-   Qor::Ptr<Qor::Clock> const clock_ = Qor::make<Qor::Clock>("live");
-   std::function<void()> const call_;
-   bool fired_ = false;
-};
-
 // ---- Life. ----
 
-LiveAgent::LiveAgent(Configuration configuration, EventLoop& loop, Kernel::Socket& socket, Log log)
+LiveAgent::LiveAgent(Configuration configuration, EventLoop& loop, Kernel::Socket& socket,
+                     LiveLog& log)
       : configuration_(std::move(configuration)),
         loop_(loop),
         socket_(socket),
-        log_(std::move(log)),
+        log_(log),
         routes_({.mapped = [this](Qor::U32 ifindex) { return mapped(ifindex); },
                  .nameOf = [this](Qor::U32 ifindex) { return interfaceName(ifindex); },
                  .selectedTable =
@@ -89,11 +74,6 @@ LiveAgent::~LiveAgent() {
    if (monitorSource_) loop_.remove(*monitorSource_);
    if (bridgeSource_) loop_.remove(*bridgeSource_);
    if (bridge_) bridge_->listenerIs(nullptr);
-}
-
-void LiveAgent::after(Qor::Seconds seconds, std::function<void()> call) {
-   std::erase_if(timers_, [](auto const& timer) { return timer->fired(); });
-   timers_.push_back(std::make_unique<Timer>(seconds, std::move(call)));
 }
 
 void LiveAgent::makeMonitor() {
@@ -143,6 +123,7 @@ void LiveAgent::makeSwitch() {
       switch_->learnIntf(interface.intf);
       linkStateIs(interface.intf, bridge_->portUp(interface.port).value_or(false));
    }
+   switch_->programmer().onChanges([this] { later_.in(0, [this] { lookAtChanges(); }); });
    routes_.switchIs(switch_.get());
    switch_->programmer().resyncEnd();
    lookForReady();
@@ -151,15 +132,29 @@ void LiveAgent::makeSwitch() {
 void LiveAgent::lookForReady() {
    Programmer const& programmer = switch_->programmer();
    if (programmer.resyncing() || !programmer.placedAll()) {
-      after(lookInterval, [this] { lookForReady(); });
+      later_.in(lookInterval, [this] { lookForReady(); });
       return;
    }
    auto const counters = programmer.counters();
-   log(LiveLevel::notice,
-       fmt::format("{} routes of the kernel, {} of them in hardware; {} groups and entries taken "
-                   "over, {} removed",
-                   routes_.routes().size(), programmer.routes(), counters.adopted, counters.swept));
+   log_.notice(fmt::format(
+         "{} routes of the kernel, {} of them in hardware; {} groups and entries taken "
+         "over, {} removed",
+         routes_.routes().size(), programmer.routes(), counters.adopted, counters.swept));
    if (ready_) ready_();
+}
+
+void LiveAgent::lookAtChanges() {
+   constexpr Qor::U32 most = 512;
+   bool const more =
+         switch_->programmer().changes(most, [this](L3::VrfName const& vrf, RouteKey const& key) {
+            auto const notified = notifiedAt_.find({vrf, key});
+            if (notified == notifiedAt_.end()) return;
+            auto const view = std::as_const(*switch_).programmer().view(vrf, key);
+            if (view && view->state() != VelMroute::RouteState::inHardware) return;
+            if (view && programmed_) programmed_(Qor::now() - notified->second);
+            notifiedAt_.erase(notified);
+         });
+   if (more) later_.in(0, [this] { lookAtChanges(); });
 }
 
 void LiveAgent::end(bool flush, std::function<void()> ended) {
@@ -178,12 +173,12 @@ void LiveAgent::endStep() {
    if (!writes && flush_ && isConnected() && Qor::now() < endBy_) {
       flush_ = false;
       bridge_->clear();
-      return after(lookInterval, [this] { endStep(); });
+      return later_.in(lookInterval, [this] { endStep(); });
    }
    if (writes || (isConnected() && bridge_->writesPending() && Qor::now() < endBy_))
-      return after(lookInterval, [this] { endStep(); });
+      return later_.in(lookInterval, [this] { endStep(); });
    if (isConnected() && bridge_->writesPending())
-      log(LiveLevel::warning, "the bridge has not confirmed the last writes");
+      log_.warning("the bridge has not confirmed the last writes");
    for (std::string const& cpu : std::exchange(disabled_, {})) {
       if (Kernel::Link const* const link = monitor_->link(cpu))
          Kernel::linkEnabledIs(link->index, true);
@@ -271,30 +266,29 @@ void LiveAgent::interfaceToBridge(LiveInterface const& interface) {
                        .standby = interface.standby,
                        .vrfId = static_cast<Qor::U32>(place - vrfs_.begin())};
    if (!bridge_->interfaceIs(port)) {
-      log(LiveLevel::error,
-          interface.intf.name() + " has no group of the bridge left, and forwards nothing");
+      log_.error(interface.intf.name() + " has no group of the bridge left, and forwards nothing");
    }
 }
 
+// The states of links change often, and no decision on a route depends on them.
 void LiveAgent::linkIs(Kernel::Link const& link) {
    if (LiveInterface const* const interface = configuration_.interface(IntfId(link.name)))
       interfaceToBridge(*interface);
-   for (LiveInterface const& interface : configuration_.interfaces) {
-      if (interface.port != link.name || (!link.hasIpv4 && !link.hasIpv6)) continue;
-      log(LiveLevel::warning, "front port " + link.name +
-                                    " has addresses of its own, so the kernel answers there, too");
-   }
+   LinkPlace const place{link.name, link.master};
+   auto const [known, isNew] = places_.try_emplace(link.index, place);
+   if (!isNew && std::exchange(known->second, place) == place) return;
    decideLater();
 }
 
-void LiveAgent::linkDel(Qor::U32) {
+void LiveAgent::linkDel(Qor::U32 index) {
+   places_.erase(index);
    decideLater();
 }
 
 // Several links change at a time, and each change concerns all routes.
 void LiveAgent::decideLater() {
    if (std::exchange(deciding_, true)) return;
-   after(0, [this] {
+   later_.in(0, [this] {
       deciding_ = false;
       routes_.decideAll();
    });
@@ -308,14 +302,20 @@ void LiveAgent::linkStateIs(IntfId intf, bool up) {
    linkUp_[intf] = up;
    if (!changed) return;
    if (!first || !up) {
-      log(LiveLevel::notice,
-          "port " + interface->port + " of " + intf.name() + (up ? " is up" : " is down"));
+      log_.notice("port " + interface->port + " of " + intf.name() + (up ? " is up" : " is down"));
    }
    if (!interface->standby.empty()) return;  // the bridge sends by the other port
+   if (!up && configuration_.reroutes.contains(intf)) ++numbers_.reroutes;
    if (switch_) switch_->linkIs(intf, up ? IntfOperStatus::up : IntfOperStatus::down);
-   cpuPortFollows(*interface, up);
+   if (configuration_.reroutes.contains(intf)) {
+      // The kernel takes tens of milliseconds to disable a port, and the rewrites of the groups come
+      // first.
+      later_.in(rerouteTime, [this, intf] { cpuPortFollows(intf); });
+   } else {
+      cpuPortFollows(intf);
+   }
    if (first || !up || !configuration_.reroutes.contains(intf)) return;
-   after(configuration_.standbyHold, [this, intf] {
+   later_.in(configuration_.standbyHold, [this, intf] {
       if (linkUp_[intf]) restore(intf, false);
    });
 }
@@ -323,19 +323,22 @@ void LiveAgent::linkStateIs(IntfId intf, bool up) {
 void LiveAgent::restore(IntfId intf, bool again) {
    routes_.restore(intf, again);
    if (again) return;
-   log(LiveLevel::notice, "the routes to " + intf.name() + " return to it");
-   after(withoutProtection, [this, intf] { restore(intf, true); });
+   log_.notice("the routes to " + intf.name() + " return to it");
+   later_.in(withoutProtection, [this, intf] { restore(intf, true); });
 }
 
 // The daemon sees the link of its interface, whose other end is the CPU port.
-void LiveAgent::cpuPortFollows(LiveInterface const& interface, bool up) {
-   if (up && !disabled_.contains(interface.cpu)) return;
+void LiveAgent::cpuPortFollows(IntfId intf) {
+   LiveInterface const* const found = configuration_.interface(intf);
+   if (!found) return;
+   LiveInterface const& interface = *found;
+   bool const up = linkUp_[intf];
+   if (up != disabled_.contains(interface.cpu)) return;
    Kernel::Link const* const link = monitor_->link(interface.cpu);
    if (!link) return;
    std::string const refusal = Kernel::linkEnabledIs(link->index, up);
    if (!refusal.empty()) {
-      log(LiveLevel::warning,
-          "CPU port " + interface.cpu + " does not follow its front port: " + refusal);
+      log_.warning("CPU port " + interface.cpu + " does not follow its front port: " + refusal);
    } else if (up) {
       disabled_.erase(interface.cpu);
    } else {
@@ -374,6 +377,8 @@ void LiveAgent::routeIs(Kernel::RouteKey const& key, Kernel::Route const& route)
    deleted_.erase(key);
    if (auto const held = held_.find(key.table); held != held_.end()) held->second.erase(key);
    routes_.routeIs(key, route);
+   LiveRoutes::Known const* const known = routes_.find(key);
+   if (known->wanted && !inHardware(*known)) notifiedAt_.try_emplace(known->id, Qor::now());
 }
 
 void LiveAgent::routeDel(Kernel::RouteKey const& key) {
@@ -381,39 +386,46 @@ void LiveAgent::routeDel(Kernel::RouteKey const& key) {
 }
 
 void LiveAgent::routesEnd(bool more) {
-   if (!more) holdOrDelete();
+   if (deleted_.empty() || more) return;
+   if (configuration_.holdOnDaemonRestart <= 0) return deleteOrHold();
+   if (!std::exchange(deleting_, true)) later_.in(emptyingTime, [this] { deleteOrHold(); });
 }
 
 // A daemon that ends takes all routes of its table with it. A table with one route is not held,
 // because that is how a last route ends, too.
-void LiveAgent::holdOrDelete() {
+void LiveAgent::deleteOrHold() {
+   deleting_ = false;
    std::map<Qor::U32, Qor::U32> deleted;
    for (Kernel::RouteKey const& key : deleted_)
       ++deleted[key.table];
-   for (Kernel::RouteKey const& key : std::exchange(deleted_, {})) {
-      bool const emptied = deleted[key.table] > 1 && routes_.count(key.table) == deleted[key.table];
-      if (emptied && configuration_.holdOnDaemonRestart > 0) {
-         held_[key.table].insert(key);
-      } else {
-         keepAlive_->forget(key);
-         routes_.routeDel(key);
-         --deleted[key.table];
+   if (configuration_.holdOnDaemonRestart > 0) {
+      for (auto const& [table, count] : deleted) {
+         if (count > 1 && count == routes_.count(table)) hold(table);
       }
    }
-   for (auto const& [table, count] : deleted) {
-      if (count == 0 || !held_.contains(table) || held_[table].size() != count) continue;
-      ++numbers_.held;
-      log(LiveLevel::notice, fmt::format("table {} is empty at once; its {} routes stay for {} s",
-                                         table, count, configuration_.holdOnDaemonRestart));
-      after(configuration_.holdOnDaemonRestart, [this, number = table] { releaseHeld(number); });
+   for (Kernel::RouteKey const& key : std::exchange(deleted_, {})) {
+      keepAlive_->forget(key);
+      routes_.routeDel(key);
    }
+}
+
+void LiveAgent::hold(Qor::U32 table) {
+   std::set<Kernel::RouteKey>& held = held_[table];
+   std::erase_if(deleted_, [&](Kernel::RouteKey const& key) {
+      if (key.table == table) held.insert(key);
+      return key.table == table;
+   });
+   ++numbers_.held;
+   log_.notice(fmt::format("table {} is empty at once; its {} routes stay for {} s", table,
+                           held.size(), configuration_.holdOnDaemonRestart));
+   later_.in(configuration_.holdOnDaemonRestart, [this, table] { releaseHeld(table); });
 }
 
 void LiveAgent::releaseHeld(Qor::U32 table) {
    auto const held = held_.extract(table);
    if (held.empty() || held.mapped().empty()) return;
-   log(LiveLevel::notice,
-       fmt::format("{} routes of table {} have not come back", held.mapped().size(), table));
+   log_.notice(
+         fmt::format("{} routes of table {} have not come back", held.mapped().size(), table));
    for (Kernel::RouteKey const& key : held.mapped()) {
       keepAlive_->forget(key);
       routes_.routeDel(key);
@@ -425,15 +437,18 @@ void LiveAgent::rulesChanged(Lnet::IpFamily) {
 }
 
 void LiveAgent::synced() {
-   if (!bridge_) startBridge();
+   if (bridge_ || (synced_ && !std::exchange(synced_, nullptr)())) return;
+   for (std::string const& note : interfaceNotes())
+      log_.warning(note);
+   startBridge();
 }
 
 void LiveAgent::overrun() {
-   log(LiveLevel::warning, "notifications of the kernel were lost; its tables are read again");
+   log_.warning("notifications of the kernel were lost; its tables are read again");
 }
 
 void LiveAgent::failed() {
-   log(LiveLevel::error, "the kernel's socket has failed");
+   log_.error("the kernel's socket has failed");
    if (failed_) failed_();
 }
 
@@ -442,7 +457,7 @@ void LiveAgent::failed() {
 void LiveAgent::connected() {
    ++numbers_.connections;
    disconnected_.clear();
-   log(LiveLevel::notice, "connected to " + configuration_.switchSocket);
+   log_.notice("connected to " + configuration_.switchSocket);
    if (ending_) return;
    if (!switch_) {
       makeSwitch();
@@ -455,13 +470,13 @@ void LiveAgent::connected() {
 void LiveAgent::lost(std::string const& reason) {
    ++numbers_.lost;
    disconnected_ = "the bridge is not connected: " + reason;
-   log(LiveLevel::warning, disconnected_);
+   log_.warning(disconnected_);
 }
 
 void LiveAgent::refused(std::string const& reason) {
    ++numbers_.refused;
    disconnected_ = "the bridge is refused: " + reason;
-   log(LiveLevel::error, disconnected_);
+   log_.error(disconnected_);
 }
 
 void LiveAgent::linkChanged(IntfId intf, bool up) {
@@ -471,14 +486,13 @@ void LiveAgent::linkChanged(IntfId intf, bool up) {
 void LiveAgent::protectionChanged(IntfId intf, bool onStandby) {
    LiveInterface const* const interface = configuration_.interface(intf);
    if (!interface) return;
-   log(LiveLevel::notice,
-       intf.name() + " sends by " +
-             (onStandby ? "standby port " + interface->standby : "port " + interface->port));
+   numbers_.reroutes += onStandby;
+   log_.notice(intf.name() + " sends by " +
+               (onStandby ? "standby port " + interface->standby : "port " + interface->port));
 }
 
 void LiveAgent::portChanged(std::string const& name, bool there) {
-   log(LiveLevel::info,
-       "the bridge " + std::string(there ? "has" : "no longer has") + " port " + name);
+   log_.info("the bridge " + std::string(there ? "has" : "no longer has") + " port " + name);
 }
 
 void LiveAgent::refresh(std::function<void()> done) {

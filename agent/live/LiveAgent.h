@@ -21,30 +21,34 @@
 #include "agent/live/Configuration.h"
 #include "agent/live/EventLoop.h"
 #include "agent/live/KeepAlive.h"
+#include "agent/live/Later.h"
+#include "agent/live/LiveLog.h"
 #include "agent/live/LiveRoutes.h"
 #include "kernel/Monitor.h"
 #include "platform/openflow/Bridge.h"
 
 namespace Agent {
 
-// The messages of the agent, for the log.
-enum class LiveLevel : unsigned char { error, warning, notice, info, debug };
-
 class LiveAgent final : public InspectedRun, Kernel::Listener, OpenFlow::Listener {
  public:
-   using Log = std::function<void(LiveLevel level, std::string const& text)>;
-
-   // Uses the present activity manager, which is in real time. The loop and the socket outlive the
-   // agent.
-   LiveAgent(Configuration configuration, EventLoop& loop, Kernel::Socket& socket, Log log);
+   // Uses the present activity manager, which is in real time. The loop, the socket and the log
+   // outlive the agent.
+   LiveAgent(Configuration configuration, EventLoop& loop, Kernel::Socket& socket, LiveLog& log);
    ~LiveAgent() override;
 
    // The configuration changed. Returns the directives that a new process alone takes over.
    std::vector<std::string> configurationIs(Configuration configuration);
    Configuration const& configuration() const { return configuration_; }
 
+   // Called when the kernel's links, rules and routes have been read for the first time. The bridge
+   // is left alone if the handler returns false.
+   void onSynced(std::function<bool()> handler) { synced_ = std::move(handler); }
    // Called when the routes are on the bridge for the first time.
    void onReady(std::function<void()> handler) { ready_ = std::move(handler); }
+   // Called when a route has come into hardware, with the seconds since the monitor notified it.
+   void onProgrammed(std::function<void(Qor::Seconds)> handler) {
+      programmed_ = std::move(handler);
+   }
    // Called when the kernel cannot be followed any more.
    void onFailed(std::function<void()> handler) { failed_ = std::move(handler); }
    // Ends the agent, in the turns of the loop; then calls `ended`. With `flush` the bridge is
@@ -57,6 +61,7 @@ class LiveAgent final : public InspectedRun, Kernel::Listener, OpenFlow::Listene
    // Why the bridge is not connected; empty while it is.
    std::string const& disconnected() const { return disconnected_; }
    bool hasSwitch() const { return switch_ != nullptr; }
+   Switch const& theSwitch() const { return *switch_; }
    LiveRoutes const& routes() const { return routes_; }
    Kernel::Monitor const& monitor() const { return *monitor_; }
    OpenFlow::Bridge const* bridge() const { return bridge_.get(); }
@@ -75,7 +80,9 @@ class LiveAgent final : public InspectedRun, Kernel::Listener, OpenFlow::Listene
    // Reads the tables of the bridge back, and then calls `done`.
    void refresh(std::function<void()> done);
    struct Numbers {
-      Qor::U64 connections = 0, lost = 0, refused = 0, held = 0;
+      Qor::U64 connections = 0, lost = 0, refused = 0;  // of the bridge
+      Qor::U64 held = 0;                                // tables that emptied at once
+      Qor::U64 reroutes = 0;  // failed interfaces whose routes took another way
    };
    Numbers const& numbers() const { return numbers_; }
 
@@ -87,9 +94,16 @@ class LiveAgent final : public InspectedRun, Kernel::Listener, OpenFlow::Listene
    bool inMemory() const override { return false; }
 
  private:
+   // The facts about a link on which decisions on routes depend.
+   struct LinkPlace {
+      std::string name;
+      Qor::U32 master = 0;
+
+      friend bool operator==(LinkPlace const&, LinkPlace const&) = default;
+   };
+
    class MonitorSource;
    class BridgeSource;
-   class Timer;
 
    // ---- Kernel::Listener. ----
    void linkIs(Kernel::Link const& link) override;
@@ -117,15 +131,15 @@ class LiveAgent final : public InspectedRun, Kernel::Listener, OpenFlow::Listene
    std::optional<Lnet::IntfId> mapped(Qor::U32 ifindex) const;
    L3::VrfName vrfOf(Kernel::Link const& link) const;
    void linkStateIs(Lnet::IntfId intf, bool up);
-   void cpuPortFollows(LiveInterface const& interface, bool up);
-   void holdOrDelete();
+   void cpuPortFollows(Lnet::IntfId intf);
+   void deleteOrHold();
+   void hold(Qor::U32 table);
    void releaseHeld(Qor::U32 table);
    void restore(Lnet::IntfId intf, bool again);
    void endStep();
    void lookForReady();
+   void lookAtChanges();
    void decideLater();
-   void after(Qor::Seconds seconds, std::function<void()> call);
-   void log(LiveLevel level, std::string const& text) const { log_(level, text); }
    std::unique_ptr<KeepAlive> newKeepAlive();
    std::optional<RouteView> viewOf(LiveRoutes::Known const& known) const;
    bool inHardware(LiveRoutes::Known const& known) const;
@@ -133,7 +147,7 @@ class LiveAgent final : public InspectedRun, Kernel::Listener, OpenFlow::Listene
    Configuration configuration_;
    EventLoop& loop_;
    Kernel::Socket& socket_;
-   Log const log_;
+   LiveLog& log_;
    Qor::Ptr<Qor::ActivityManager> const activity_ = Qor::activityManager();
    std::unique_ptr<Kernel::Monitor> monitor_;
    Qor::Ptr<OpenFlow::Bridge> bridge_;
@@ -142,19 +156,24 @@ class LiveAgent final : public InspectedRun, Kernel::Listener, OpenFlow::Listene
    std::unique_ptr<Switch> switch_;
    LiveRoutes routes_;
    std::unique_ptr<KeepAlive> keepAlive_;
-   InterfaceMap interfaceMap_;  // as the switch has it
+   std::map<Qor::U32, LinkPlace> places_;  // by index of the kernel
+   InterfaceMap interfaceMap_;             // as the switch has it
    std::map<Lnet::IntfId, L3::VrfName> vrfOf_;
    std::map<Lnet::IntfId, bool> linkUp_;                    // of the front ports, as last applied
    std::set<std::string> disabled_;                         // CPU ports that the agent has disabled
    std::vector<L3::VrfName> vrfs_{L3::VrfName("default")};  // by VRF id
-   std::set<Kernel::RouteKey> deleted_;                     // in the present batch of the kernel
+   std::set<Kernel::RouteKey> deleted_;                     // by the kernel, and not applied yet
    std::map<Qor::U32, std::set<Kernel::RouteKey>> held_;    // by table, whose daemon restarts
-   std::vector<std::unique_ptr<Timer>> timers_;
+   Later later_;
    std::string disconnected_ = "the bridge has not answered yet";
+   std::function<bool()> synced_;
    std::function<void()> ready_;
    std::function<void()> ended_;
    std::function<void()> failed_;
-   bool deciding_ = false;  // a decision on all routes is due
+   std::function<void(Qor::Seconds)> programmed_;
+   std::map<RouteId, Qor::Seconds> notifiedAt_;  // of routes that are not in hardware yet
+   bool deleting_ = false;                       // deletions of the kernel wait for more
+   bool deciding_ = false;                       // a decision on all routes is due
    bool flush_ = false;
    bool ending_ = false;
    Qor::Seconds endBy_ = 0;

@@ -80,6 +80,7 @@ def overrun(bench: Bench, report: Report) -> None:
     agent.resume()
     settled = bench.wait_for_hardware(daemon.routes, 30)
     report.figure(f"hardware equals the kernel {settled:.2f} s after the agent went on")
+    time.sleep(1.2)  # each group is sent once a second
     report.lossless(trial.finish())
 
 

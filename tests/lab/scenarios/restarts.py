@@ -137,6 +137,7 @@ def daemon_held(bench: Bench, report: Report) -> None:
     report.lossless(trial.finish())
     # A daemon that returns with fewer routes: the others leave the hardware after the hold.
     daemon.close()
+    time.sleep(0.5)
     daemon = bench.open_routes()
     stable_flow(bench, daemon, ROUTES // 2)
     released = bench.wait_for_hardware(daemon.routes, HOLD + 10)

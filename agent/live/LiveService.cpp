@@ -1,0 +1,116 @@
+#include "agent/live/LiveService.h"
+
+#include "agent/live/LiveViews.h"
+
+namespace Agent {
+
+LiveService::LiveService(LiveAgent& agent, EventLoop& loop, LiveLog& log)
+      : agent_(agent),
+        loop_(loop),
+        log_(log),
+        control_(
+              agent.configuration().control,
+              [this](ControlRequest const& request) { return handle(request); },
+              [this](ControlClientId client) { watchers_.erase(client); }),
+        metrics_([this] { return figures(); }) {
+   if (std::string const& address = agent.configuration().metrics; !address.empty()) {
+      server_ = std::make_unique<MetricsServer>(address, metrics_);
+      loop_.add(*server_);
+   }
+   loop_.add(control_);
+   loop_.add(*this);
+   agent_.onProgrammed([this](Qor::Seconds seconds) { metrics_.observeProgramming(seconds); });
+}
+
+LiveService::~LiveService() {
+   loop_.remove(*this);
+   loop_.remove(control_);
+   if (server_) loop_.remove(*server_);
+   agent_.onProgrammed(nullptr);
+}
+
+// ---- Control. ----
+
+ControlAnswer LiveService::handle(ControlRequest const& request) {
+   constexpr std::string_view watchWord = "watch ";
+   if (request.line.starts_with(watchWord))
+      return watch(request, std::string_view(request.line).substr(watchWord.size()));
+   LiveAnswer answer = answerTo(agent_, request.line, request.json);
+   if (!answer.good) return ControlAnswer::failed(std::move(answer.text));
+   return {std::move(answer.text)};
+}
+
+ControlAnswer LiveService::watch(ControlRequest const& request, std::string_view paths) {
+   if (!agent_.hasSwitch()) return ControlAnswer::failed(agent_.disconnected());
+   Watcher& made = watchers_[request.client];
+   made.inspector =
+         std::make_unique<Inspector>(agent_, made.text, request.json, Inspector::Rights::reading);
+   std::istringstream words{std::string(paths)};
+   for (std::string path; words >> path;) {
+      if (made.inspector->evaluate("watch " + path) != Inspector::Outcome::failed) continue;
+      ControlAnswer refusal = ControlAnswer::failed(made.inspector->error());
+      watchers_.erase(request.client);
+      return refusal;
+   }
+   ControlAnswer answer{made.text.str()};
+   made.text.str("");
+   answer.watching = true;
+   return answer;
+}
+
+void LiveService::turnEnds() {
+   for (auto& [client, watcher] : watchers_) {
+      std::string const text = watcher.text.str();
+      if (text.empty()) continue;
+      watcher.text.str("");
+      control_.push(client, text);  // a client that has left is announced to the handler
+   }
+   OpenFlow::Bridge const* const bridge = agent_.bridge();
+   if (!bridge || bridge->numbers().lastBarrier == lastBarrier_) return;
+   lastBarrier_ = bridge->numbers().lastBarrier;
+   metrics_.observeWrite(lastBarrier_);
+}
+
+// ---- Metrics. ----
+
+LiveFigures LiveService::figures() const {
+   LiveFigures figures;
+   std::map<std::pair<std::string, std::string>, Qor::U64> counts;
+   for (auto const& [key, known] : agent_.routes().routes()) {
+      auto const text = agent_.textOf(key, known);
+      ++counts[{text.state, known.decision.inHardware() ? "" : nameOf(known.decision.reason)}];
+   }
+   // The words outlive the figures, which refer to them until the next scrape.
+   words_.clear();
+   for (auto const& [words, count] : counts) {
+      auto const& kept = words_.emplace_back(words);
+      figures.routes.push_back({kept.first, kept.second, count});
+   }
+   auto const& numbers = agent_.numbers();
+   figures.connected = agent_.isConnected();
+   figures.reconnects = numbers.connections > 0 ? numbers.connections - 1 : 0;
+   figures.connectionsLost = numbers.lost;
+   figures.connectionsRefused = numbers.refused;
+   figures.reroutes = numbers.reroutes;
+   figures.netlinkOverruns = agent_.monitor().counts().overruns;
+   figures.keepAlivePackets = agent_.keepAlive().numbers().sent;
+   figures.controlRefused = control_.refused();
+   figures.logLinesSuppressed = log_.suppressed();
+   if (OpenFlow::Bridge const* const bridge = agent_.bridge()) {
+      figures.openflowErrors = bridge->numbers().errors;
+   }
+   if (!agent_.hasSwitch()) return figures;
+   Switch const& theSwitch = agent_.theSwitch();
+   figures.groups = theSwitch.path().recordsInUse().size();
+   figures.zombies = theSwitch.path().zombies();
+   figures.resurrections = theSwitch.programmer().counters().resurrections;
+   static constexpr char const* names[] = {"groups", "entries", "boundaries"};
+   for (auto const table : {VelMroute::Table::group, VelMroute::Table::entry}) {
+      auto const use = theSwitch.view().use(table);
+      figures.tables.push_back(
+            {names[static_cast<std::size_t>(table)], use.used, use.size.value_or(0)});
+   }
+   return figures;
+}
+
+}  // namespace Agent
