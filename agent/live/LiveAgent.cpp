@@ -172,6 +172,7 @@ void LiveAgent::endStep() {
                        (!switch_->programmer().ended() || bridge_->writesPending());
    if (!writes && flush_ && isConnected() && Qor::now() < endBy_) {
       flush_ = false;
+      cleared_ = true;
       bridge_->clear();
       return later_.in(lookInterval, [this] { endStep(); });
    }
@@ -183,6 +184,7 @@ void LiveAgent::endStep() {
       if (Kernel::Link const* const link = monitor_->link(cpu))
          Kernel::linkEnabledIs(link->index, true);
    }
+   log_.notice(cleared_ ? "ended; the bridge is cleared" : "ended; the bridge forwards on");
    if (bridge_) bridge_->stop();
    if (ended_) ended_();
 }

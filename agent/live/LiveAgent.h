@@ -174,7 +174,8 @@ class LiveAgent final : public InspectedRun, Kernel::Listener, OpenFlow::Listene
    std::map<RouteId, Qor::Seconds> notifiedAt_;  // of routes that are not in hardware yet
    bool deleting_ = false;                       // deletions of the kernel wait for more
    bool deciding_ = false;                       // a decision on all routes is due
-   bool flush_ = false;
+   bool flush_ = false;                          // the bridge has still to be cleared
+   bool cleared_ = false;
    bool ending_ = false;
    Qor::Seconds endBy_ = 0;
    Numbers numbers_;
