@@ -50,26 +50,17 @@ void checkFlow(Flow const& flow) {
            "a flow is written and read as a different flow");
 }
 
-void checkMultipart(Bytes body) {
+void readAnswer(Bytes body, Tables::Content& content, std::vector<PortDesc>& ports) {
    MultipartReply const reply = multipartReplyOf(body);
-   std::vector<Flow> flows;
-   std::vector<GroupDesc> groups;
-   std::vector<PortDesc> ports;
    switch (reply.type) {
       case Multipart::flowDesc:
-         flowsOf(reply.body, flows);
-         for (Flow const& flow : flows)
-            checkFlow(flow);
+         flowsOf(reply.body, content.flows);
          break;
       case Multipart::groupDesc:
-         groupsOf(reply.body, groups);
-         for (GroupDesc const& group : groups)
-            require(group.other || group.type != GroupType::other, "a group has an unknown type");
+         groupsOf(reply.body, content.groups);
          break;
       case Multipart::portDesc:
          portsOf(reply.body, ports);
-         for (PortDesc const& port : ports)
-            require(port.name.size() <= 16, "the name of a port is too long");
          break;
       case Multipart::aggregateStats:
          aggregateOf(reply.body);
@@ -79,7 +70,49 @@ void checkMultipart(Bytes body) {
    }
 }
 
+class Sender final : public Tables::Sender {
+ public:
+   U32 send(std::string message) override {
+      require(headerOf(bytesOf(message))->length == message.size(), "a message has a wrong length");
+      return ++xid_;
+   }
+   U32 nextXid() override { return ++xid_; }
+   std::size_t unsent() const override { return 0; }
+   bool sends() const override { return true; }
+   void flush() override {}
+   void differs() override {}
+
+ private:
+   U32 xid_ = 0;
+};
+
+// Tables are adopted, read again, and swept.
+void checkTables(Tables::Content const& content, std::vector<PortDesc> const& ports) {
+   for (Flow const& flow : content.flows)
+      checkFlow(flow);
+   Options options;
+   options.lastGroup = options.firstGroup + 1023;
+   options.routes = 64;
+   auto const tables = Qor::make<Tables>(options);
+   Sender sender;
+   tables->senderIs(&sender);
+   tables->pipeline().interfaceIs({Lnet::IntfId("rtr0"), "of-p0", "of-c0"});
+   tables->pipeline().interfaceIs({Lnet::IntfId("rtr1"), "of-p1", "of-c1"});
+   tables->pipeline().portsAre(ports);
+   tables->resync(content);
+   require(tables->found().size() <= content.flows.size(), "more entries are found than flows");
+   tables->interrupted();
+   tables->resync(content);
+   tables->sweep();
+   require(tables->found().empty(), "an entry remains after the sweep");
+   tables->queue().turnEnds();
+   tables->interrupted();
+   tables->senderIs(nullptr);
+}
+
 void runBridge(std::string_view input) {
+   Tables::Content content;
+   std::vector<PortDesc> ports;
    try {
       while (auto const header = headerOf(bytesOf(input))) {
          if (input.size() < header->length) break;
@@ -105,7 +138,7 @@ void runBridge(std::string_view input) {
                portStatusOf(body);
                break;
             case MessageType::multipartReply:
-               checkMultipart(body);
+               readAnswer(body, content, ports);
                break;
             default:
                break;
@@ -115,6 +148,7 @@ void runBridge(std::string_view input) {
    } catch (Malformed const& error) {
       require(*error.what() != 0, "the error has no text");
    }
+   checkTables(content, ports);
 }
 
 std::string messageOf(MessageType type, std::string const& body) {

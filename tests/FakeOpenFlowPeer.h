@@ -1,5 +1,5 @@
-// A bridge for the tests of the OpenFlow platform, at the other end of a unix socket: it keeps flows
-// and groups as they are sent, and misbehaves on demand. The thread of the test drives it.
+// A bridge for the tests of the OpenFlow platform, at the other end of a unix socket: it keeps
+// flows and groups as they are sent, and misbehaves on demand. The thread of the test drives it.
 #pragma once
 
 #include <poll.h>
@@ -55,7 +55,7 @@ class FakeOpenFlowPeer {
    U8 version = OpenFlow::protocolVersion;
    U64 generation = ~U64{0};
 
-   // ---- What came. ----
+   // ---- Messages of the platform. ----
    std::vector<std::string> writes;  // "add group 17", "delete flow 1", "barrier", in order
    std::vector<std::string> packetsOut;
    U32 groupQuestion = 0;  // the xid of the latest one

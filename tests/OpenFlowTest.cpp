@@ -63,8 +63,10 @@ class OpenFlowBridge : public OnVirtualTime, protected OpenFlow::Listener {
       gate_ = Qor::make<VelMroute::AsyncHookGate>(
             bridge_->asyncHooks(), VelMroute::HookChecks::Options{.startsEmpty = false});
       for (unsigned n = 0; n < 4; ++n) {
-         ASSERT_TRUE(bridge_->interfaceIs(port(n)));
+         // The order is free.
+         if (n % 2 == 1) bridge_->interfaceIs(port(n));
          ASSERT_TRUE(bridge_->portIs(port(n).intf, n + 1, Bridging::VlanIdOrNone(101 + n)));
+         ASSERT_TRUE(bridge_->interfaceIs(port(n)));
       }
    }
    // The agent ends, and leaves the tables of the bridge.
@@ -273,6 +275,13 @@ TEST_F(OpenFlowBridge, GivesUpASilentPeerAndYieldsToAnotherMaster) {
    wait(1);
    EXPECT_EQ(log(), "connected; ");
 
+   peer_.readingsHeld = true;
+   peer_.disconnect();
+   wait(34);
+   EXPECT_EQ(log(), "lost the bridge closed the connection; lost no answer to a question; ");
+   peer_.readingsHeld = false;
+   wait(30);
+   EXPECT_EQ(log(), "connected; ");
    peer_.version = 4;
    peer_.disconnect();
    wait(1);
@@ -294,6 +303,18 @@ TEST_F(OpenFlowBridge, WritesABatchOfATurnWithOneBarrier) {
    EXPECT_EQ(membersOf(a.group), "1 2 ");
    EXPECT_EQ(stateOf(a), "pending");
    EXPECT_TRUE(bridge_->writesPending());
+
+   // A peer that answers all but barriers is given up.
+   log();
+   wait(25);
+   EXPECT_EQ(log(), "");
+   peer_.barriersHeld = false;
+   wait(10);
+   EXPECT_EQ(log(), "lost no answer to a barrier; connected; ");
+   EXPECT_EQ(stateOf(a), "good");
+   peer_.barriersHeld = true;
+   hooks().doUpdateMulticastGroupInPlace(set({1}), b.group);
+   turn();
    peer_.barriersHeld = false;
 
    // The barrier behind these writes answers for the earlier ones as well in a later connection.
@@ -419,7 +440,7 @@ TEST_F(OpenFlowBridge, WritesOnlyTheDifferencesAfterAReconnection) {
 
 // ---- Adoption ----
 
-TEST_F(OpenFlowBridge, AdoptsWhatAnEarlierLifeLeft) {
+TEST_F(OpenFlowBridge, AdoptsTheTablesOfAnEarlierLife) {
    start();
    auto const a = add(1, {1, 2});
    auto const b = add(2, {3});
@@ -566,6 +587,25 @@ TEST_F(OpenFlowBridge, ReadsTheFlowsOnlyIfTheirSumHasChanged) {
    flowOf(a.handle)->packets = 2;
    wait(10);
    EXPECT_GT(hooks().routeLastAccessedTime(a.handle), hit);
+}
+
+TEST_F(OpenFlowBridge, RepairsTablesThatAnotherProgramChanged) {
+   start();
+   auto const a = add(1, {1});
+   auto const b = add(2, {2});
+   wait(6);
+   std::erase_if(peer_.flows, [](auto const& flow) { return flow.priority == 20; });
+   peer_.flows.erase(peer_.flows.end() - 1);
+   peer_.groups.erase(b.group);
+   peer_.writes.clear();
+   wait(10);
+   EXPECT_EQ(peer_.flows.size(), 48u + 2);
+   EXPECT_EQ(peer_.count("add group"), 1u);
+   EXPECT_EQ(peer_.count("add route"), 1u);
+   EXPECT_NE(flowOf(a.handle), nullptr);
+   EXPECT_EQ(bridge_->audit(), Lines{"another program has changed the flows of routes"});
+   wait(300);
+   EXPECT_EQ(bridge_->audit().size(), 1u);
 }
 
 // ---- A hostile peer ----

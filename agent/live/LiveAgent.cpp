@@ -20,6 +20,7 @@ constexpr Qor::Seconds longestEnd = 5;         // of the wait for the last write
 constexpr Qor::Seconds withoutProtection = 1;  // of routes that return to a restored interface
 // Within which a table loses all of its routes when its daemon ends.
 constexpr Qor::Seconds emptyingTime = 0.1;
+constexpr Qor::Seconds rerouteTime = 0.5;  // within which groups are rewritten
 constexpr Qor::Seconds aliveInterval = 5;  // between readings of the bridge's counts
 
 bool isUp(IntfOperStatus status) {
@@ -306,7 +307,13 @@ void LiveAgent::linkStateIs(IntfId intf, bool up) {
    if (!interface->standby.empty()) return;  // the bridge sends by the other port
    if (!up && configuration_.reroutes.contains(intf)) ++numbers_.reroutes;
    if (switch_) switch_->linkIs(intf, up ? IntfOperStatus::up : IntfOperStatus::down);
-   cpuPortFollows(*interface, up);
+   if (configuration_.reroutes.contains(intf)) {
+      // The kernel takes tens of milliseconds to disable a port, and the rewrites of the groups come
+      // first.
+      later_.in(rerouteTime, [this, intf] { cpuPortFollows(intf); });
+   } else {
+      cpuPortFollows(intf);
+   }
    if (first || !up || !configuration_.reroutes.contains(intf)) return;
    later_.in(configuration_.standbyHold, [this, intf] {
       if (linkUp_[intf]) restore(intf, false);
@@ -321,8 +328,12 @@ void LiveAgent::restore(IntfId intf, bool again) {
 }
 
 // The daemon sees the link of its interface, whose other end is the CPU port.
-void LiveAgent::cpuPortFollows(LiveInterface const& interface, bool up) {
-   if (up && !disabled_.contains(interface.cpu)) return;
+void LiveAgent::cpuPortFollows(IntfId intf) {
+   LiveInterface const* const found = configuration_.interface(intf);
+   if (!found) return;
+   LiveInterface const& interface = *found;
+   bool const up = linkUp_[intf];
+   if (up != disabled_.contains(interface.cpu)) return;
    Kernel::Link const* const link = monitor_->link(interface.cpu);
    if (!link) return;
    std::string const refusal = Kernel::linkEnabledIs(link->index, up);

@@ -131,7 +131,7 @@ class LiveAgent final : public InspectedRun, Kernel::Listener, OpenFlow::Listene
    std::optional<Lnet::IntfId> mapped(Qor::U32 ifindex) const;
    L3::VrfName vrfOf(Kernel::Link const& link) const;
    void linkStateIs(Lnet::IntfId intf, bool up);
-   void cpuPortFollows(LiveInterface const& interface, bool up);
+   void cpuPortFollows(Lnet::IntfId intf);
    void deleteOrHold();
    void hold(Qor::U32 table);
    void releaseHeld(Qor::U32 table);

@@ -19,7 +19,7 @@ namespace {
 
 constexpr Qor::Seconds repairMin = 1;
 constexpr Qor::Seconds repairMax = 300;
-constexpr Qor::Seconds barrierAllowed = 30;
+constexpr Qor::Seconds answerAllowed = 30;
 
 U64 microsecondsSince1970() {
    auto const since = std::chrono::system_clock::now().time_since_epoch();
@@ -99,6 +99,8 @@ class Bridge::Impl final : private Connection::Owner, private Tables::Sender {
    U32 send(std::string message) override { return connection_.send(std::move(message)); }
    U32 nextXid() override { return connection_.nextXid(); }
    std::size_t unsent() const override { return connection_.unsent(); }
+   bool sends() const override { return connected_; }
+   void flush() override { connection_.flush(); }
    void differs() override;
 
    void ended();
@@ -117,6 +119,7 @@ class Bridge::Impl final : private Connection::Owner, private Tables::Sender {
 
    Readings readings_;
    std::string lastText_;  // of the listener, so that each text is passed once
+   bool refusing_ = false;
    bool reading_ = false;  // packet counts
    std::optional<Aggregate> lastAggregate_;
    Qor::Seconds repair_ = repairMin;
@@ -180,9 +183,9 @@ void Bridge::Impl::opened() {
 void Bridge::Impl::closed(std::string const& reason) {
    bool const was = connected_;
    ended();
-   if (!was && std::exchange(lastText_, reason) == reason) return;
-   lastText_ = reason;
-   if (listener_) listener_->lost(reason);
+   if (refusing_) return;
+   bool const repeated = std::exchange(lastText_, reason) == reason && !was;
+   if (!repeated && listener_) listener_->lost(reason);
 }
 
 void Bridge::Impl::replaced() {
@@ -192,11 +195,10 @@ void Bridge::Impl::replaced() {
 
 // The connection closes before the text is passed, so that the listener sees it closed.
 void Bridge::Impl::refuse(std::string const& reason) {
-   bool const same = lastText_ == reason;
-   lastText_ = "refused";
-   connection_.fail("refused");
-   lastText_ = reason;
-   if (!same && listener_) listener_->refused(reason);
+   refusing_ = true;
+   connection_.fail(reason);
+   refusing_ = false;
+   if (std::exchange(lastText_, reason) != reason && listener_) listener_->refused(reason);
 }
 
 void Bridge::Impl::received(Header const& header, Bytes body) {
@@ -291,7 +293,7 @@ void Bridge::Impl::differs() {
 void Bridge::Impl::handleRepair() {
    repairClock_->timeMinIs(Qor::never);
    if (!connected_) return;
-   // Waits for the writes under way: the comparison takes what it reads for their result.
+   // The comparison takes the tables for the result of all writes, so none may be under way.
    if (!tables_->queue().empty()) return repairClock_->timeMinIs(Qor::now() + repairMin);
    tables_->interrupted();
    synchronize();
@@ -304,10 +306,11 @@ void Bridge::Impl::clear() {
 void Bridge::Impl::turnEnds() {
    if (connected_) {
       tables_->queue().turnEnds();
-      if (tables_->queue().waitingForBarrier() > barrierAllowed) {
+      if (tables_->queue().waitingForBarrier() > answerAllowed) {
          return connection_.fail("no answer to a barrier");
       }
    }
+   if (readings_.waiting() > answerAllowed) return connection_.fail("no answer to a question");
    connection_.flush();
 }
 
@@ -375,13 +378,22 @@ void Bridge::Impl::handleReading() {
    ++numbers_.readings;
    auto const aggregate = std::make_shared<Aggregate>();
    Qor::Seconds const asked = Qor::now();
+   // Without a write meanwhile, the number of flows is known.
+   bool const quiet = tables_->queue().empty();
+   U64 const writes = tables_->flowWrites();
    readings_.add(
          connection_.send(aggregateRequest(cookieOf(CookieKind::route), kindCookies)),
          Multipart::aggregateStats, [aggregate](Bytes body) { *aggregate = aggregateOf(body); },
-         [this, aggregate, asked](bool good) {
+         [this, aggregate, asked, quiet, writes](bool good) {
             if (!good) {
                reading_ = false;
                return;
+            }
+            bool const waits = repairClock_->timeMin() != Qor::never;
+            if (quiet && !waits && writes == tables_->flowWrites() &&
+                aggregate->flows != tables_->routeFlowsThere()) {
+               tables_->note("another program has changed the flows of routes");
+               differs();
             }
             readCounts(*aggregate, asked);
          });
@@ -514,7 +526,6 @@ VelMroute::Restart* Bridge::restart() {
 
 bool Bridge::portIs(IntfId intf, U32, Bridging::VlanIdOrNone vlan) {
    auto const self = hold();
-   if (!impl_->tables_->pipeline().groupOf(intf)) return false;
    impl_->portVlanIs(intf, vlan);
    return true;
 }

@@ -1,7 +1,7 @@
 // A software bridge as a platform: OpenFlow 1.5 over a unix socket, on the asynchronous path.
 //
-// The platform owns the pipeline of the bridge: table 0 finds the interface of a packet, and table 1
-// has the routes. All flows carry a cookie of the platform, and all groups have ids of its range.
+// The platform owns the pipeline of the bridge: table 0 finds the interface of a packet, and table
+// 1 has the routes. All flows carry a cookie of the platform, and all groups have ids of its range.
 // A bridge with a foreign flow that floods, or that matches everything, is refused.
 //
 // Interfaces. An interface is a front port, perhaps in a vlan, and a CPU port: the other end is the

@@ -1,10 +1,10 @@
-// The connection to a bridge: a unix socket, the version, the role, the liveness of the peer, and the
-// framing of messages. Nothing here blocks.
+// The connection to a bridge: a unix socket, the version, the role, the liveness of the peer, and
+// the framing of messages. Nothing here blocks.
 //
-// Opening. The peer must speak OpenFlow 1.5 alone. The connection then asks for the generation id that
-// the bridge knows and takes the role of the master with a higher one. From then on the bridge refuses
-// the writes of all earlier masters, also those under way. Another master ends the connection for good,
-// since two agents would otherwise take the bridge from each other in turn.
+// Opening. The peer must speak OpenFlow 1.5 alone. The connection then asks for the generation id
+// that the bridge knows and takes the role of the master with a higher one. From then on the bridge
+// refuses the writes of all earlier masters, also those under way. Another master ends the
+// connection for good, since two agents would otherwise take the bridge from each other in turn.
 #pragma once
 
 #include <string>

@@ -1,9 +1,9 @@
-// The messages of OpenFlow 1.5 that the platform sends and understands: flows, groups, ports, and the
-// messages of the connection.
+// The messages of OpenFlow 1.5 that the platform sends and understands: flows, groups, ports, and
+// the messages of the connection.
 //
 // The peer is not trusted. A decoder checks each length before it reads, and throws Malformed for a
-// message that contradicts itself. Fields, actions and instructions that the platform does not use are
-// no error; the decoded flow or group is marked as `other`.
+// message that contradicts itself. Fields, actions and instructions that the platform does not use
+// are no error; the decoded flow or group is marked as `other`.
 #pragma once
 
 #include <optional>
@@ -49,7 +49,8 @@ struct Header {
    U16 length = 0;  // of the whole message
    U32 xid = 0;
 };
-// Nothing while the bytes have no whole header. Throws Malformed for a length below that of a header.
+// Nothing while the bytes have no whole header. Throws Malformed for a length below that of a
+// header.
 std::optional<Header> headerOf(Bytes bytes);
 
 // ---- Flows and groups ----

@@ -50,7 +50,8 @@ class Listener {
    // The bridge is not used, and nothing was written. The platform tries again, except after
    // another agent has taken the bridge over: then it waits for start().
    virtual void refused(std::string const& /*reason*/) {}
-   // The link of the front port of an interface; a missing port has none.
+   // The link of the front port of an interface; a missing port has none. An interface begins
+   // without a link, and the links of a new connection are reported before connected().
    virtual void linkChanged(Lnet::IntfId, bool /*up*/) {}
    // The interface sends by its standby port from now on, or by its front port again.
    virtual void protectionChanged(Lnet::IntfId, bool /*onStandby*/) {}

@@ -75,6 +75,8 @@ bool Pipeline::interfaceIs(Port const& port) {
       interface = &interfaces_.emplace_back();
    }
    interface->port = port;
+   if (auto const vlan = vlans_.find(port.intf); vlan != vlans_.end())
+      interface->vlan = vlan->second;
    interface->there = true;
    return true;
 }
@@ -86,6 +88,7 @@ void Pipeline::interfaceDel(IntfId intf) {
 }
 
 void Pipeline::vlanIs(IntfId intf, VlanIdOrNone vlan) {
+   vlans_[intf] = vlan;
    if (Interface* const interface = find(intf)) interface->vlan = vlan;
 }
 

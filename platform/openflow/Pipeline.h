@@ -9,9 +9,9 @@
 // The bridge drops a copy to the port at which its packet arrived, also in another vlan. Table 0
 // therefore clears the input port of a packet.
 //
-// Each interface has an indirect group, which the groups of the routes name. The failure of a port is
-// one change of a group for any number of routes. An interface keeps its group while the
-// process lives, also after its deletion, since groups of routes may still name it.
+// Each interface has an indirect group, which the groups of the routes name. The failure of a port
+// is one change of a group for any number of routes. An interface keeps its group while the process
+// lives, also after its deletion, since groups of routes may still name it.
 #pragma once
 
 #include <map>
@@ -51,6 +51,7 @@ class Pipeline {
    // ---- Interfaces ----
    bool interfaceIs(Port const& port);
    void interfaceDel(Lnet::IntfId intf);
+   // Before or after interfaceIs().
    void vlanIs(Lnet::IntfId intf, Bridging::VlanIdOrNone vlan);
    // The group of an interface, also of a deleted one.
    std::optional<U32> groupOf(Lnet::IntfId intf) const;
@@ -108,6 +109,7 @@ class Pipeline {
 
    Options const& options_;
    std::vector<Interface> interfaces_;
+   std::map<Lnet::IntfId, Bridging::VlanIdOrNone> vlans_;  // of the routes
    std::map<std::string, PortDesc> ports_;
    // On the bridge, or under way.
    std::map<std::string, Flow> flows_;  // by keyOf()

@@ -1,5 +1,6 @@
 #include "platform/openflow/Readings.h"
 
+#include <algorithm>
 #include <utility>
 
 namespace OpenFlow {
@@ -30,6 +31,13 @@ bool Readings::error(U32 xid) {
 void Readings::dropAll() {
    for (auto const& [xid, reading] : std::exchange(pending_, {}))
       reading.done(false);
+}
+
+Qor::Seconds Readings::waiting() const {
+   Qor::Seconds longest = 0;
+   for (auto const& [xid, reading] : pending_)
+      longest = std::max(longest, Qor::now() - reading.asked);
+   return longest;
 }
 
 }  // namespace OpenFlow

@@ -231,7 +231,7 @@ void Tables::issuePoint(U32 handle, std::vector<WriteXactPtr> xacts, XactPtr blo
    issue(std::move(write));
 }
 
-// In the order of the writes: what is there then is what the bridge had when it applied the write.
+// Writes complete in their order, so `there` is the state in which the bridge applied this write.
 void Tables::completes(Write& write) {
    bool const good = write.reason.empty();
    auto const is = [&](Error const& error) {

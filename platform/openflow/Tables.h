@@ -4,9 +4,9 @@
 // here with their content. After each connection the content is compared with the bridge, and the
 // differences are written. A hook that is called in between changes the content alone.
 //
-// A route is one flow with the action "group". The flow is added when the route is first pointed, and
-// each pointing adds it again: the bridge then keeps its counts. A deletion names the cookie, so that
-// it does not take the flow of a later route with the same match.
+// A route is one flow with the action "group". The flow is added when the route is first pointed,
+// and each pointing adds it again: the bridge then keeps its counts. A deletion names the cookie,
+// so that it does not take the flow of a later route with the same match.
 //
 // Room. If the bridge reports a full table, the present use becomes the size of the table. The size
 // returns to the configured one with the next connection.
@@ -34,6 +34,8 @@ class Tables final : public VelHelper::AsyncMrouteHelper,
       virtual U32 send(std::string message) = 0;
       virtual U32 nextXid() = 0;
       virtual std::size_t unsent() const = 0;
+      virtual bool sends() const = 0;
+      virtual void flush() = 0;
       virtual void differs() = 0;  // a write failed that no transaction reports
 
     protected:
@@ -50,8 +52,8 @@ class Tables final : public VelHelper::AsyncMrouteHelper,
 
    // ---- Connections ----
 
-   // The tables of the bridge, as they were read. Groups outside the range and foreign flows are left
-   // out.
+   // The tables of the bridge, as they were read. Groups outside the range and foreign flows are
+   // left out.
    struct Content {
       std::vector<Flow> flows;
       std::vector<GroupDesc> groups;
@@ -72,6 +74,8 @@ class Tables final : public VelHelper::AsyncMrouteHelper,
    void countIs(U32 handle, U64 packets, Qor::Seconds at);
    U32 groupsThere() const { return groupsThere_; }
    U32 routesThere() const { return routesThere_; }
+   // The flows with the cookie of a route, found ones of no usable form included.
+   U32 routeFlowsThere() const { return routesThere_ + static_cast<U32>(strays_.size()); }
    U32 groupsAllocated() const { return groupPool_.taken(); }
    U32 routesAllocated() const { return routePool_.taken(); }
    U32 groupSize() const { return groupSize_; }
@@ -153,6 +157,8 @@ class Tables final : public VelHelper::AsyncMrouteHelper,
    U32 sendBarrier() override;
    U32 nextXid() override { return sender_->nextXid(); }
    std::size_t unsent() const override { return sender_ ? sender_->unsent() : 0; }
+   bool sends() const override { return sender_ && sender_->sends(); }
+   void flush() override { sender_->flush(); }
    void completes(Write& write) override;
 
    bool isRouteGroup(U32 id) const { return id >= firstId_ && id <= options_.lastGroup; }

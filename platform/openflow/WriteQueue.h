@@ -1,14 +1,14 @@
-// The writes to a bridge in the order of their issue, each with a transaction that completes when the
-// barrier behind it is answered.
+// The writes to a bridge in the order of their issue, each with a transaction that completes when
+// the barrier behind it is answered.
 //
-// Batches. Writes wait until the end of a turn, or until 64 KB of them have gathered, and one barrier
-// follows each batch. The queue passes no more to the connection than it can soon send.
+// Batches. Writes wait until the end of a turn, or until 64 KB of them have gathered, and one
+// barrier follows each batch. The queue passes no more to the connection than it can soon send.
 //
 // Errors. An error of the bridge carries the xid of its write. The write fails when its barrier is
 // answered, so that writes complete in their order.
 //
-// Blocking transactions. A write whose blocking transaction is pending holds up all writes behind it. A
-// blocking transaction of this queue never holds up a write, since its own write is ahead.
+// Blocking transactions. A write whose blocking transaction is pending holds up all writes behind
+// it. A blocking transaction of this queue never holds up a write, since its own write is ahead.
 #pragma once
 
 #include <deque>
@@ -56,6 +56,8 @@ class WriteQueue {
       virtual U32 sendBarrier() = 0;
       virtual U32 nextXid() = 0;  // for a write that is not sent
       virtual std::size_t unsent() const = 0;
+      virtual bool sends() const = 0;  // there is a bridge whose tables have been read
+      virtual void flush() = 0;        // gives the system what it takes of the output
       // A write completes; the owner may give it a better reason.
       virtual void completes(Write& write) = 0;
 
@@ -67,10 +69,11 @@ class WriteQueue {
 
    bool empty() const { return sent_.empty() && waiting_.empty(); }
 
+   // A batch that is complete is sent at once, so that the bridge works on it during a long turn.
    void issue(Write write);
    // Sends the write ahead of all that wait.
    void issueFirst(Write write);
-   // Sends what may be sent.
+   // Sends the writes that no transaction and no full output holds up.
    void pump();
    void turnEnds();
 
@@ -99,6 +102,7 @@ class WriteQueue {
    std::deque<Write> waiting_;
    std::deque<Write> sent_;
    std::deque<Barrier> barriers_;
+   std::size_t waitingBytes_ = 0;
    std::size_t batch_ = 0;   // bytes since the last barrier
    bool batchOpen_ = false;  // there are writes behind the last barrier
    Qor::Seconds lastBarrier_ = 0;
