@@ -124,8 +124,8 @@ class Bench:
     def trial(self, rate: float = 1000) -> Trial:
         return Trial(self._traffic, (self.hosts["k0"], self.hosts["k1"]), rate)
 
-    def kernel_routes(self) -> dict[Route, int]:
-        return kernel_routes(self.router)
+    def kernel_routes(self, outputs: bool = True) -> dict[Route, int]:
+        return kernel_routes(self.router, outputs)
 
     def wait_for_hardware(self, routes: set[Route], seconds: float = 20) -> float:
         """Waits until the switch has flows for these routes and no other. Returns the seconds."""

@@ -115,13 +115,15 @@ class RouteNotifications:
             data = data[max((size + 3) & ~3, 4) :]
 
 
-def kernel_routes(namespace: Namespace) -> dict[Route, int]:
-    """The resolved (S,G) routes of both families and all tables, with their packet counts."""
+def kernel_routes(namespace: Namespace, outputs: bool = True) -> dict[Route, int]:
+    """The resolved (S,G) routes of both families and all tables, with their packet counts. Without
+    `outputs` routes that have none belong to them."""
     counts = {}
     for family in ("-4", "-6"):
         text = namespace.run("ip", family, "-j", "-s", "mroute", "show", "table", "all")
         for entry in json.loads(text or "[]"):
             source = entry.get("src", "")
-            if entry.get("multipath") and source not in ("", "0.0.0.0", "::"):
+            resolved = entry.get("multipath") or (not outputs and "iif" in entry)
+            if resolved and source not in ("", "0.0.0.0", "::"):
                 counts[source, entry["dst"]] = int(entry.get("packets", 0))
     return counts
