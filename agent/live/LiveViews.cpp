@@ -4,6 +4,7 @@
 
 #include <sstream>
 
+#include "agent/input/PrintableText.h"
 #include "agent/inspect/Inspector.h"
 #include "agent/report/TextTable.h"
 #include "agent/report/Views.h"
@@ -91,8 +92,8 @@ LiveAnswer show(LiveAgent& agent, std::string_view what, bool json) {
    if (what == "status") return answer(statusJson(agent), json, statusText);
    auto const view = viewNamed(what);
    if (!view) {
-      return refusal("\"" + std::string(what) +
-                     "\" is not a view (known: routes, interfaces, status, oifsets, zombies, "
+      return refusal(printable(inQuotes(what)) +
+                     " is not a view (known: routes, interfaces, status, oifsets, zombies, "
                      "chip)");
    }
    if (!agent.hasSwitch()) return refusal(agent.disconnected());
@@ -186,8 +187,8 @@ LiveAnswer answerTo(LiveAgent& agent, std::string_view line, bool json) {
    if (command == "show") return show(agent, word(), json);
    if (command == "explain") return inspected(agent, whole, json);
    if (command == "inspect") return inspected(agent, line, json);
-   return refusal("\"" + std::string(command) +
-                  "\" is not a command (known: show, explain, inspect, watch)");
+   return refusal(printable(inQuotes(command)) +
+                  " is not a command (known: show, explain, inspect, watch)");
 }
 
 }  // namespace Agent
