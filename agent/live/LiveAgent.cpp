@@ -6,7 +6,6 @@
 #include <utility>
 
 #include "agent/report/RouteStateName.h"
-#include "kernel/LinkControl.h"
 
 namespace Agent {
 
@@ -53,11 +52,12 @@ class LiveAgent::BridgeSource final : public EventSource {
 // ---- Life. ----
 
 LiveAgent::LiveAgent(Configuration configuration, EventLoop& loop, Kernel::Socket& socket,
-                     LiveLog& log)
+                     LiveLog& log, LinkControl linkControl)
       : configuration_(std::move(configuration)),
         loop_(loop),
         socket_(socket),
         log_(log),
+        linkControl_(std::move(linkControl)),
         routes_({.mapped = [this](Qor::U32 ifindex) { return mapped(ifindex); },
                  .nameOf = [this](Qor::U32 ifindex) { return interfaceName(ifindex); },
                  .selectedTable =
@@ -179,8 +179,7 @@ void LiveAgent::endStep() {
    if (isConnected() && bridge_->writesPending())
       log_.warning("the bridge has not confirmed the last writes");
    for (std::string const& cpu : std::exchange(disabled_, {})) {
-      if (Kernel::Link const* const link = monitor_->link(cpu))
-         Kernel::linkEnabledIs(link->index, true);
+      if (Kernel::Link const* const link = monitor_->link(cpu)) linkControl_(link->index, true);
    }
    if (bridge_) bridge_->stop();
    if (ended_) ended_();
@@ -325,7 +324,7 @@ void LiveAgent::cpuPortFollows(LiveInterface const& interface, bool up) {
    if (up && !disabled_.contains(interface.cpu)) return;
    Kernel::Link const* const link = monitor_->link(interface.cpu);
    if (!link) return;
-   std::string const refusal = Kernel::linkEnabledIs(link->index, up);
+   std::string const refusal = linkControl_(link->index, up);
    if (!refusal.empty()) {
       log_.warning("CPU port " + interface.cpu + " does not follow its front port: " + refusal);
    } else if (up) {

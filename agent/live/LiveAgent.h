@@ -24,6 +24,7 @@
 #include "agent/live/Later.h"
 #include "agent/live/LiveLog.h"
 #include "agent/live/LiveRoutes.h"
+#include "kernel/LinkControl.h"
 #include "kernel/Monitor.h"
 #include "platform/openflow/Bridge.h"
 
@@ -32,8 +33,10 @@ namespace Agent {
 class LiveAgent final : public InspectedRun, Kernel::Listener, OpenFlow::Listener {
  public:
    // Uses the present activity manager, which is in real time. The loop, the socket and the log
-   // outlive the agent.
-   LiveAgent(Configuration configuration, EventLoop& loop, Kernel::Socket& socket, LiveLog& log);
+   // outlive the agent. `linkControl` enables and disables CPU ports.
+   using LinkControl = std::function<std::string(Qor::U32 index, bool enabled)>;
+   LiveAgent(Configuration configuration, EventLoop& loop, Kernel::Socket& socket, LiveLog& log,
+             LinkControl linkControl = Kernel::linkEnabledIs);
    ~LiveAgent() override;
 
    // The configuration changed. Returns the directives that a new process alone takes over.
@@ -148,6 +151,7 @@ class LiveAgent final : public InspectedRun, Kernel::Listener, OpenFlow::Listene
    EventLoop& loop_;
    Kernel::Socket& socket_;
    LiveLog& log_;
+   LinkControl const linkControl_;
    Qor::Ptr<Qor::ActivityManager> const activity_ = Qor::activityManager();
    std::unique_ptr<Kernel::Monitor> monitor_;
    Qor::Ptr<OpenFlow::Bridge> bridge_;
