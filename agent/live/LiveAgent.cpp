@@ -162,6 +162,7 @@ void LiveAgent::end(bool flush, std::function<void()> ended) {
    flush_ = flush;
    endBy_ = Qor::now() + longestEnd;
    if (switch_) switch_->programmer().end(Programmer::End::leave);
+   routes_.switchIs(nullptr);  // the kernel's routes go on changing, and the programmer takes none
    endStep();
 }
 
