@@ -205,7 +205,7 @@ std::vector<std::string> LiveAgent::configurationIs(Configuration configuration)
       for (LiveInterface const& old : before.interfaces) {
          if (now.interface(old.intf)) continue;
          bridge_->interfaceDel(old.intf);
-         linkUp_.erase(old.intf);
+         frontLinks_.erase(old.intf);
       }
       for (LiveInterface const& interface : now.interfaces) {
          LiveInterface const* const old = before.interface(interface.intf);
@@ -296,20 +296,22 @@ void LiveAgent::decideLater() {
 void LiveAgent::linkStateIs(IntfId intf, bool up) {
    LiveInterface const* const interface = configuration_.interface(intf);
    if (!interface) return;
-   bool const first = !linkUp_.contains(intf);
-   bool const changed = first || linkUp_[intf] != up;
-   linkUp_[intf] = up;
-   if (!changed) return;
+   auto const [link, first] = frontLinks_.try_emplace(intf);
+   if (!first && link->second.up == up) return;
+   link->second = {up, Qor::now()};
    if (!first || !up) {
       log_.notice("port " + interface->port + " of " + intf.name() + (up ? " is up" : " is down"));
    }
    if (!interface->standby.empty()) return;  // the bridge sends by the other port
    if (!up && configuration_.reroutes.contains(intf)) ++numbers_.reroutes;
    if (switch_) switch_->linkIs(intf, up ? IntfOperStatus::up : IntfOperStatus::down);
+   if (!up) routes_.failed(intf);
    cpuPortFollows(*interface, up);
    if (first || !up || !configuration_.reroutes.contains(intf)) return;
-   later_.in(configuration_.standbyHold, [this, intf] {
-      if (linkUp_[intf]) restore(intf, false);
+   later_.in(configuration_.standbyHold, [this, intf, since = Qor::now()] {
+      auto const now = frontLinks_.find(intf);
+      if (now != frontLinks_.end() && now->second.up && now->second.since == since)
+         restore(intf, false);
    });
 }
 

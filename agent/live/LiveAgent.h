@@ -97,6 +97,10 @@ class LiveAgent final : public InspectedRun, Kernel::Listener, OpenFlow::Listene
    bool inMemory() const override { return false; }
 
  private:
+   struct FrontLink {
+      bool up = false;
+      Qor::Seconds since = 0;
+   };
    // The facts about a link on which decisions on routes depend.
    struct LinkPlace {
       std::string name;
@@ -163,7 +167,7 @@ class LiveAgent final : public InspectedRun, Kernel::Listener, OpenFlow::Listene
    std::map<Qor::U32, LinkPlace> places_;  // by index of the kernel
    InterfaceMap interfaceMap_;             // as the switch has it
    std::map<Lnet::IntfId, L3::VrfName> vrfOf_;
-   std::map<Lnet::IntfId, bool> linkUp_;                    // of the front ports, as last applied
+   std::map<Lnet::IntfId, FrontLink> frontLinks_;           // as last applied
    std::set<std::string> disabled_;                         // CPU ports that the agent has disabled
    std::vector<L3::VrfName> vrfs_{L3::VrfName("default")};  // by VRF id
    std::set<Kernel::RouteKey> deleted_;                     // by the kernel, and not applied yet
