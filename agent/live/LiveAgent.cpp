@@ -66,6 +66,7 @@ LiveAgent::LiveAgent(Configuration configuration, EventLoop& loop, Kernel::Socke
                        }}),
         keepAlive_(newKeepAlive()) {
    routes_.reroutesAre(configuration_.reroutes);
+   routes_.onWithdrawn([this](Kernel::RouteKey const& key) { keepAlive_->forget(key); });
    makeMonitor();
 }
 
@@ -530,7 +531,11 @@ std::unique_ptr<KeepAlive> LiveAgent::newKeepAlive() {
       }
       return std::nullopt;
    };
-   calls.count = [this] { return routes_.routes().size(); };
+   calls.count = [this]() -> std::size_t {
+      if (!switch_) return 0;
+      Programmer const& programmer = switch_->programmer();
+      return programmer.routes() - programmer.waiting();
+   };
    calls.lastAccessed = [this](Kernel::RouteKey const& key) -> Qor::Seconds {
       LiveRoutes::Known const* const known = routes_.find(key);
       auto const view = known ? viewOf(*known) : std::nullopt;

@@ -43,7 +43,7 @@ void LiveRoutes::routeIs(KernelKey const& key, Kernel::Route const& route) {
 void LiveRoutes::routeDel(KernelKey const& key) {
    auto const it = routes_.find(key);
    if (it == routes_.end()) return;
-   withdraw(it->second);
+   withdraw(key, it->second);
    routes_.erase(it);
    --counts_[key.table];
    auto const tables = tablesOf_.find({key.source, key.group});
@@ -78,7 +78,7 @@ void LiveRoutes::decideAllOf(Lnet::IpGenAddr const& source, Lnet::IpGenAddr cons
             known.decision.text = "hidden by table " + std::to_string(other->second);
          }
       }
-      if (known.wanted && (!known.decision.inHardware() || known.id != id)) withdraw(known);
+      if (known.wanted && (!known.decision.inHardware() || known.id != id)) withdraw(key, known);
       known.id = std::move(id);
    }
    if (!switch_) return;
@@ -115,9 +115,10 @@ void LiveRoutes::place(Known& known) {
    switch_->routeIs(known.id.vrf, known.id.key, wantedOf(known.decision));
 }
 
-void LiveRoutes::withdraw(Known& known) {
-   if (!std::exchange(known.wanted, false) || !switch_) return;
-   switch_->routeDel(known.id.vrf, known.id.key);
+void LiveRoutes::withdraw(KernelKey const& key, Known& known) {
+   if (!std::exchange(known.wanted, false)) return;
+   if (withdrawn_) withdrawn_(key);
+   if (switch_) switch_->routeDel(known.id.vrf, known.id.key);
 }
 
 void LiveRoutes::placeAll(IntfId output) {

@@ -35,6 +35,10 @@ class LiveRoutes {
    // The VRF of each configured interface; "default" for those that are not named.
    void vrfsAre(std::map<Lnet::IntfId, L3::VrfName> vrfs) { vrfs_ = std::move(vrfs); }
    void reroutesAre(Reroutes reroutes);
+   // Called for each route that leaves the hardware, or that goes.
+   void onWithdrawn(std::function<void(Kernel::RouteKey const&)> handler) {
+      withdrawn_ = std::move(handler);
+   }
    // The switch is there from now on, and gets all routes; or, with null, it is gone.
    void switchIs(Switch* theSwitch);
 
@@ -64,12 +68,13 @@ class LiveRoutes {
    WantedRoute wantedOf(RouteDecision const& decision) const;
    void place(Known& known);
    void placeAll(Lnet::IntfId output);
-   void withdraw(Known& known);
+   void withdraw(Kernel::RouteKey const& key, Known& known);
    void decideAllOf(Lnet::IpGenAddr const& source, Lnet::IpGenAddr const& group);
 
    RouteSurroundings const surroundings_;
    std::map<Lnet::IntfId, L3::VrfName> vrfs_;
    Reroutes reroutes_;
+   std::function<void(Kernel::RouteKey const&)> withdrawn_;
    std::set<Lnet::IntfId> failed_;     // protected interfaces that are not restored
    std::set<Lnet::IntfId> restoring_;  // protected interfaces whose routes have no protection yet
    Switch* switch_ = nullptr;
