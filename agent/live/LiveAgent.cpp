@@ -366,15 +366,17 @@ std::vector<std::string> LiveAgent::interfaceNotes() const {
 // ---- Routes. ----
 
 void LiveAgent::routeIs(Kernel::RouteKey const& key, Kernel::Route const& route) {
+   // A packet makes the restarted daemon look for the route. Until it has one, the former stays.
+   if (route.unresolved && (deleted_.contains(key) || isHeld(key))) return;
    deleted_.erase(key);
-   if (auto const held = held_.find(key.table); held != held_.end()) held->second.erase(key);
+   if (auto const held = held_.find(key.table); held != held_.end()) held->second.routes.erase(key);
    routes_.routeIs(key, route);
    LiveRoutes::Known const* const known = routes_.find(key);
    if (known->wanted && !inHardware(*known)) notifiedAt_.try_emplace(known->id, Qor::now());
 }
 
 void LiveAgent::routeDel(Kernel::RouteKey const& key) {
-   deleted_.insert(key);
+   if (!isHeld(key)) deleted_.insert(key);
 }
 
 void LiveAgent::routesEnd(bool more) {
@@ -392,36 +394,42 @@ void LiveAgent::deleteOrHold() {
       ++deleted[key.table];
    if (configuration_.holdOnDaemonRestart > 0) {
       for (auto const& [table, count] : deleted) {
-         if (count > 1 && count == routes_.count(table)) hold(table);
+         auto const held = held_.find(table);
+         auto const without = count + (held == held_.end() ? 0 : held->second.routes.size());
+         if (without > 1 && without == routes_.count(table)) hold(table);
       }
    }
-   for (Kernel::RouteKey const& key : std::exchange(deleted_, {})) {
-      keepAlive_->forget(key);
+   for (Kernel::RouteKey const& key : std::exchange(deleted_, {}))
       routes_.routeDel(key);
-   }
+}
+
+bool LiveAgent::isHeld(Kernel::RouteKey const& key) const {
+   auto const held = held_.find(key.table);
+   return held != held_.end() && held->second.routes.contains(key);
 }
 
 void LiveAgent::hold(Qor::U32 table) {
-   std::set<Kernel::RouteKey>& held = held_[table];
+   Held& held = held_[table];
+   held.until = Qor::now() + configuration_.holdOnDaemonRestart;
    std::erase_if(deleted_, [&](Kernel::RouteKey const& key) {
-      if (key.table == table) held.insert(key);
+      if (key.table == table) held.routes.insert(key);
       return key.table == table;
    });
    ++numbers_.held;
    log_.notice(fmt::format("table {} is empty at once; its {} routes stay for {} s", table,
-                           held.size(), configuration_.holdOnDaemonRestart));
+                           held.routes.size(), configuration_.holdOnDaemonRestart));
    later_.in(configuration_.holdOnDaemonRestart, [this, table] { releaseHeld(table); });
 }
 
 void LiveAgent::releaseHeld(Qor::U32 table) {
-   auto const held = held_.extract(table);
-   if (held.empty() || held.mapped().empty()) return;
-   log_.notice(
-         fmt::format("{} routes of table {} have not come back", held.mapped().size(), table));
-   for (Kernel::RouteKey const& key : held.mapped()) {
-      keepAlive_->forget(key);
+   auto const found = held_.find(table);
+   if (found == held_.end() || Qor::now() < found->second.until) return;
+   auto const routes = std::exchange(found->second.routes, {});
+   held_.erase(found);
+   if (routes.empty()) return;
+   log_.notice(fmt::format("{} routes of table {} have not come back", routes.size(), table));
+   for (Kernel::RouteKey const& key : routes)
       routes_.routeDel(key);
-   }
 }
 
 void LiveAgent::rulesChanged(Lnet::IpFamily) {
@@ -513,10 +521,7 @@ LiveAgent::RouteText LiveAgent::textOf(Kernel::RouteKey const& key,
       return {std::string(nameOf(view->state())), view->reason()};
    }
    if (auto const fault = keepAlive_->fault(key)) return {"hardware", *fault, true};
-   auto const held = held_.find(key.table);
-   if (held != held_.end() && held->second.contains(key)) {
-      return {"hardware", "held: its daemon restarts"};
-   }
+   if (isHeld(key)) return {"hardware", "held: its daemon restarts"};
    return {"hardware", ""};
 }
 

@@ -101,6 +101,11 @@ class LiveAgent final : public InspectedRun, Kernel::Listener, OpenFlow::Listene
       bool up = false;
       Qor::Seconds since = 0;
    };
+   // The routes of a table whose daemon restarts.
+   struct Held {
+      std::set<Kernel::RouteKey> routes;  // those that have not come back
+      Qor::Seconds until = 0;
+   };
    // The facts about a link on which decisions on routes depend.
    struct LinkPlace {
       std::string name;
@@ -141,6 +146,7 @@ class LiveAgent final : public InspectedRun, Kernel::Listener, OpenFlow::Listene
    void cpuPortFollows(LiveInterface const& interface, bool up);
    void deleteOrHold();
    void hold(Qor::U32 table);
+   bool isHeld(Kernel::RouteKey const& key) const;
    void releaseHeld(Qor::U32 table);
    void restore(Lnet::IntfId intf, bool again);
    void endStep();
@@ -171,7 +177,7 @@ class LiveAgent final : public InspectedRun, Kernel::Listener, OpenFlow::Listene
    std::set<std::string> disabled_;                         // CPU ports that the agent has disabled
    std::vector<L3::VrfName> vrfs_{L3::VrfName("default")};  // by VRF id
    std::set<Kernel::RouteKey> deleted_;                     // by the kernel, and not applied yet
-   std::map<Qor::U32, std::set<Kernel::RouteKey>> held_;    // by table, whose daemon restarts
+   std::map<Qor::U32, Held> held_;                          // by table
    Later later_;
    std::string disconnected_ = "the bridge has not answered yet";
    std::function<bool()> synced_;
