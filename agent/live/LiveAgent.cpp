@@ -204,7 +204,11 @@ std::vector<std::string> LiveAgent::configurationIs(Configuration configuration)
    routes_.reroutesAre(now.reroutes);
    if (bridge_) {
       for (LiveInterface const& old : before.interfaces) {
-         if (now.interface(old.intf)) continue;
+         LiveInterface const* const interface = now.interface(old.intf);
+         // The front port that the CPU port has followed is no longer its own.
+         bool const follows = interface && interface->cpu == old.cpu && interface->standby.empty();
+         if (!follows) cpuPortFollows(old, true);
+         if (interface) continue;
          bridge_->interfaceDel(old.intf);
          frontLinks_.erase(old.intf);
       }
@@ -219,6 +223,8 @@ std::vector<std::string> LiveAgent::configurationIs(Configuration configuration)
          }
          interfaceToBridge(interface);
          linkStateIs(interface.intf, bridge_->portUp(interface.port).value_or(false));
+         if (!frontLinks_[interface.intf].up && interface.standby.empty())
+            cpuPortFollows(interface, false);
       }
    }
    routes_.decideAll();
@@ -325,7 +331,7 @@ void LiveAgent::restore(IntfId intf, bool again) {
 
 // The daemon sees the link of its interface, whose other end is the CPU port.
 void LiveAgent::cpuPortFollows(LiveInterface const& interface, bool up) {
-   if (up && !disabled_.contains(interface.cpu)) return;
+   if (up != disabled_.contains(interface.cpu)) return;
    Kernel::Link const* const link = monitor_->link(interface.cpu);
    if (!link) return;
    std::string const refusal = linkControl_(link->index, up);
