@@ -322,7 +322,8 @@ TEST_F(LiveAgentOnFakes, LeavesOrClearsTheBridgeAtItsEnd) {
    EXPECT_FALSE(ended);
    wait(2);
    EXPECT_TRUE(ended);
-   EXPECT_EQ(log(), (Lines{"<4>the bridge has not confirmed the last writes"}));
+   EXPECT_EQ(log(), (Lines{"<4>the bridge has not confirmed the last writes",
+                           "<5>ended; the bridge forwards on"}));
 }
 
 // ---- Changes. ----
@@ -436,6 +437,8 @@ TEST_F(LiveAgentOnFakes, TakesAChangedConfiguration) {
    portUp("spare", false);
    wait(0.1);
    EXPECT_EQ(forwarding(), (Lines{"2: rtr1 > rtr4", "3: rtr1 > rtr4"}));
+   EXPECT_EQ(enabled(), Lines());  // the groups come first
+   wait(0.5);
    EXPECT_EQ(enabled(), (Lines{"22 down"}));
    EXPECT_EQ(agent_->configurationIs(configuration()), (Lines{"table", "metrics"}));
    wait(0.3);
@@ -629,7 +632,9 @@ TEST_F(LiveAgentOnFakes, AnswersQuestionsAndRefusesChanges) {
          {"show chip", true, ""},
          {"show nothing", false, "\"nothing\" is not a view (known: routes, interfaces, "},
          {"explain 10.0.0.9,239.0.0.1", true, "in hardware"},
-         {"explain", false, "usage: explain"},
+         {"explain 10.0.0.9,239.0.0.2", true, "output interface 9 has no port"},
+         {"explain *,239.0.0.1", true, "The kernel has no route *,239.0.0.1"},
+         {"explain \x1b[2J", false, "is not a route"},
          {"inspect ls", true, "config"},
          {"inspect set config/x 1", false, "set is refused: a live agent is only read"},
          {"inspect call config x", false, "call is refused: a live agent is only read"},

@@ -151,6 +151,10 @@ class ControlSocketTest : public LiveOperations {
       if (request.line.starts_with("big "))
          return {std::string(std::stoul(request.line.substr(4)), 'x')};
       if (request.line == "throw") throw std::runtime_error("thrown");
+      if (request.line == "later") {
+         awaiting_.push_back(request.client);
+         return ControlAnswer::later();
+      }
       if (request.line == "no") return ControlAnswer::failed("refused");
       if (request.line.starts_with("watch")) {
          watchers_.push_back(request.client);
@@ -166,7 +170,7 @@ class ControlSocketTest : public LiveOperations {
    }
 
    std::vector<std::string> commands_;
-   std::vector<ControlClientId> watchers_, ended_;
+   std::vector<ControlClientId> watchers_, awaiting_, ended_;
    ControlSocket socket_;
 };
 
@@ -205,6 +209,24 @@ TEST_F(ControlSocketTest, AnswersOneLineAndEndsTheConnection) {
    }
    EXPECT_EQ(endless.received(), "failed 24\nthe command is too long\n");
    EXPECT_EQ(socket_.clients(), 0u);
+}
+
+TEST_F(ControlSocketTest, AnswersLaterIfTheHandlerSaysSo) {
+   Peer first(path_, "later\n");
+   Peer second(path_, "later\n");
+   Peer third(path_, "later\n");
+   turns();
+   second.end();
+   turns();
+   EXPECT_EQ(awaiting_.size(), 3u);
+   EXPECT_TRUE(socket_.answerIs(awaiting_[0], {"now\n"}));
+   EXPECT_FALSE(socket_.answerIs(awaiting_[0], {"twice\n"}));
+   EXPECT_FALSE(socket_.answerIs(awaiting_[1], {"too late\n"}));
+   EXPECT_EQ(first.received(), "done 4\nnow\n");
+   EXPECT_TRUE(first.ended());
+   pass(ControlSocket::answerTime);
+   EXPECT_EQ(third.received(), "failed 28\nthe agent has no answer yet\n");
+   EXPECT_FALSE(socket_.answerIs(awaiting_[2], {"too late\n"}));
 }
 
 TEST_F(ControlSocketTest, DropsSilentAndSlowClientsInTimeAndServesTheOthers) {
@@ -254,9 +276,24 @@ TEST_F(ControlSocketTest, BoundsTheClientsAndWhatWaitsForThem) {
    EXPECT_EQ(commands_.size(), 1 + ControlSocket::maxClients);
    EXPECT_TRUE(greedy[2]->received().starts_with("failed ")) << greedy[2]->received();
    EXPECT_TRUE(contains(greedy.back()->received(), "do not read")) << greedy.back()->received();
+   EXPECT_EQ(reply("big 9000000\n").substr(0, 12), "done 9000000");  // for less than theirs
    pass(ControlSocket::answerTime);
    EXPECT_EQ(socket_.clients(), 0u);
-   EXPECT_EQ(reply("big 16000000\n").substr(0, 13), "done 16000000");
+   // All places are taken, by clients that watch and by clients that do not read.
+   for (std::size_t i = 0; i < ControlSocket::maxClients; ++i) {
+      greedy.push_back(std::make_unique<Peer>(path_, "watch\n"));
+      turns();
+   }
+   EXPECT_EQ(socket_.clients(), ControlSocket::maxWatching);
+   EXPECT_TRUE(contains(greedy.back()->received(), "too many clients watch"));
+   EXPECT_EQ(ended_.size(), ControlSocket::maxClients - ControlSocket::maxWatching);
+   for (std::size_t i = socket_.clients(); i < ControlSocket::maxClients; ++i)
+      greedy.push_back(std::make_unique<Peer>(path_, "big 1000000\n"));
+   turns();
+   EXPECT_TRUE(contains(reply("show\n"), "too many clients are connected"));
+   pass(ControlSocket::slowTime);
+   EXPECT_EQ(reply("show\n"), "done 11\ntext: show\n");
+   EXPECT_EQ(socket_.clients(), ControlSocket::maxClients - 1);
 }
 
 TEST_F(ControlSocketTest, PushesToWatchingClientsUntilTheyLeaveOrDoNotRead) {
@@ -283,10 +320,10 @@ TEST_F(ControlSocketTest, PushesToWatchingClientsUntilTheyLeaveOrDoNotRead) {
    pass(10 * ControlSocket::answerTime);  // a watching client may have nothing to read for long
    EXPECT_EQ(reading.received(), "watching\nbegins\none\ntwo\n");
    EXPECT_FALSE(reading.ended());
-   EXPECT_EQ(ended_.size(), 2u);  // push() has reported the third
+   EXPECT_EQ(ended_.size(), 3u);
    EXPECT_TRUE(socket_.push(watchers_[0], block + block + block + block));
    pass(ControlSocket::answerTime);
-   EXPECT_EQ(ended_.size(), 3u);
+   EXPECT_EQ(ended_.size(), 4u);
 }
 
 TEST_F(ControlSocketTest, AnswersTheCommandsOfTheProgram) {

@@ -17,7 +17,7 @@ namespace Agent {
 
 namespace {
 
-constexpr time_t patience = 60;  // seconds that the agent may take for an answer
+constexpr time_t patience = 75;  // seconds; the agent gives up an answer of its own before that
 
 std::runtime_error failure(std::string const& path, std::string const& what) {
    return std::runtime_error(fmt::format("{}: {}", path, what));

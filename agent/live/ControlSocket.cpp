@@ -9,6 +9,7 @@
 #include <array>
 #include <cerrno>
 #include <exception>
+#include <iterator>
 #include <system_error>
 #include <utility>
 
@@ -39,7 +40,7 @@ bool isControl(char c) {
 }  // namespace
 
 struct ControlSocket::Client {
-   enum class State { sendsLine, takesAnswer, watches, dropped };
+   enum class State { sendsLine, awaitsAnswer, takesAnswer, watches, dropped };
 
    std::size_t waiting() const { return output.size() - sent; }
 
@@ -79,7 +80,9 @@ std::size_t ControlSocket::clients() const {
 void ControlSocket::watchDescriptor(Client const& client, int operation) const {
    epoll_event event{};
    event.data.ptr = const_cast<Client*>(&client);
-   if (client.state != Client::State::takesAnswer) event.events |= EPOLLIN;
+   bool const reads =
+         client.state == Client::State::sendsLine || client.state == Client::State::watches;
+   if (reads) event.events |= EPOLLIN;
    if (client.waiting() > 0) event.events |= EPOLLOUT;
    ::epoll_ctl(epoll_, operation, client.fd, &event);
 }
@@ -128,10 +131,16 @@ void ControlSocket::admit(int fd) {
    Client& client = clients_.emplace_back(Client{++lastId_, fd, Qor::now() + lineTime});
    watchDescriptor(client, EPOLL_CTL_ADD);
    if (clients() <= maxClients) return;
-   auto const silent = std::find_if(clients_.begin(), clients_.end(), [](Client const& other) {
-      return other.state == Client::State::sendsLine;
+   refuse(replaceable(), "too many clients are connected");
+}
+
+// The client that leaves its place to another one: at worst the one that has just connected.
+ControlSocket::Client& ControlSocket::replaceable() {
+   Qor::Seconds const slow = Qor::now() + answerTime - slowTime;
+   return *std::find_if(clients_.begin(), std::prev(clients_.end()), [&](Client const& client) {
+      return client.state == Client::State::sendsLine ||
+             (client.state == Client::State::takesAnswer && client.deadline <= slow);
    });
-   refuse(*silent, "too many clients are connected");
 }
 
 void ControlSocket::serve(Client& client, unsigned events) {
@@ -180,14 +189,51 @@ void ControlSocket::answer(Client& client, std::string line) {
    } catch (std::exception const& error) {
       answer = ControlAnswer::failed(error.what());
    }
+   if (answer.follows) {
+      client.state = Client::State::awaitsAnswer;
+      client.deadline = Qor::now() + answerTime;
+      watchDescriptor(client, EPOLL_CTL_MOD);
+   } else {
+      give(client, std::move(answer));
+   }
+}
+
+bool ControlSocket::answerIs(ControlClientId id, ControlAnswer answer) {
+   auto const client = std::find_if(clients_.begin(), clients_.end(), [&](Client const& other) {
+      return other.id == id && other.state == Client::State::awaitsAnswer;
+   });
+   if (client == clients_.end()) return false;
+   give(*client, std::move(answer));
+   setTimer();
+   return true;
+}
+
+void ControlSocket::give(Client& client, ControlAnswer answer) {
+   client.announce = answer.watching;
    if (answer.text.size() > maxOutput)
       answer = ControlAnswer::failed("the answer is too long for the control socket");
-   if (answer.text.size() + waiting_ > maxAllOutput)
+   auto const watching = std::count_if(clients_.begin(), clients_.end(), [](Client const& other) {
+      return other.state == Client::State::watches;
+   });
+   if (answer.watching && static_cast<std::size_t>(watching) >= maxWatching)
+      answer = ControlAnswer::failed("too many clients watch");
+   if (!makeRoom(client, answer.text.size()))
       answer = ControlAnswer::failed("other clients do not read their answers; try again later");
    client.state = answer.watching ? Client::State::watches : Client::State::takesAnswer;
-   client.announce = answer.watching;
    append(client, framed(answer));
    write(client);
+}
+
+// Drops the clients for which more waits than for this one, until there is room.
+bool ControlSocket::makeRoom(Client const& client, std::size_t bytes) {
+   while (waiting_ + bytes > maxAllOutput) {
+      auto const most = std::max_element(
+            clients_.begin(), clients_.end(),
+            [](Client const& a, Client const& b) { return a.waiting() < b.waiting(); });
+      if (most->waiting() <= client.waiting() + bytes) return false;
+      refuse(*most, "the client does not read");
+   }
+   return true;
 }
 
 // Returns false if the client reads too slowly.
@@ -218,8 +264,11 @@ void ControlSocket::write(Client& client) {
       client.sent = 0;
       client.deadline = Qor::never;
    } else if (client.sent > before && watches) {
-      client.output.erase(0, client.sent);
-      client.sent = 0;
+      // Half of the output is erased at a time, so that a slow reader costs no long moves.
+      if (client.sent > client.output.size() / 2) {
+         client.output.erase(0, client.sent);
+         client.sent = 0;
+      }
       client.deadline = Qor::now() + answerTime;
    }
    watchDescriptor(client, EPOLL_CTL_MOD);
@@ -230,8 +279,7 @@ bool ControlSocket::push(ControlClientId id, std::string_view text) {
       return other.id == id && other.state == Client::State::watches;
    });
    if (client == clients_.end()) return false;
-   client->announce = false;  // the result of this call says it
-   bool const room = waiting_ + text.size() <= maxAllOutput && append(*client, text);
+   bool const room = makeRoom(*client, text.size()) && append(*client, text);
    if (room) {
       write(*client);
    } else {
@@ -239,14 +287,13 @@ bool ControlSocket::push(ControlClientId id, std::string_view text) {
       drop(*client);
    }
    setTimer();
-   client->announce = client->state == Client::State::watches;
-   return client->announce;
+   return client->state == Client::State::watches;
 }
 
 // The reason is sent if the socket has room for it.
 void ControlSocket::refuse(Client& client, std::string const& reason) {
    ++refused_;
-   if (client.state == Client::State::sendsLine) {
+   if (client.state == Client::State::sendsLine || client.state == Client::State::awaitsAnswer) {
       std::string const text = framed(ControlAnswer::failed(reason));
       static_cast<void>(::send(client.fd, text.data(), text.size(), MSG_DONTWAIT | MSG_NOSIGNAL));
    }
@@ -283,7 +330,8 @@ void ControlSocket::checkTimes() {
    }
    for (Client& client : clients_) {
       if (client.state != Client::State::dropped && client.deadline <= now)
-         refuse(client, "no command came in time");
+         refuse(client, client.state == Client::State::sendsLine ? "no command came in time"
+                                                                 : "the agent has no answer yet");
    }
    removeDropped();
    setTimer();

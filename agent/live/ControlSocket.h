@@ -7,12 +7,14 @@
 //    watching    text follows as things change, until one side ends the connection
 // The length shows a client whether the text is complete.
 //
-// Clients are not trusted. At most maxClients are connected. When they are all in use, a further
-// client takes the place of the longest connected one that has sent no complete line; if there is
-// none, it is refused. A client is dropped if its line does not come within lineTime, if the line is
-// too long or has control characters, if an answer is not read within answerTime, and if more than
-// maxOutput bytes wait for it. A turn of the loop answers one command, so that many clients do not
-// stop the agent. No client delays another client for longer than its command takes.
+// Clients are not trusted. At most maxClients are connected, and maxWatching of them watch. When all
+// places are in use, a further client takes the place of the longest connected one that has sent no
+// complete line, or has not read its answer for slowTime; if there is none, it is refused. A client
+// is dropped if its line does not come within lineTime, if the line is too long or has control
+// characters, if an answer is not read within answerTime, and if more than maxOutput bytes wait for
+// it. If more than maxAllOutput bytes wait for all clients, the client with the most is dropped. A
+// turn of the loop answers one command, so that many clients do not stop the agent. No client delays
+// another client for longer than its command takes.
 //
 // All clients are behind one epoll descriptor, so that the loop of the agent sees one source.
 #pragma once
@@ -43,33 +45,40 @@ struct ControlAnswer {
    bool good = true;
    // The connection stays, and the agent pushes further text. Only a good answer can watch.
    bool watching = false;
+   // The answer follows by answerIs(); the text is ignored.
+   bool follows = false;
 
-   static ControlAnswer failed(std::string reason) {
-      return {std::move(reason) + '\n', false, false};
-   }
+   static ControlAnswer failed(std::string reason) { return {std::move(reason) + '\n', false}; }
+   static ControlAnswer later() { return {{}, true, false, true}; }
 };
 
 class ControlSocket final : public EventSource {
  public:
    static constexpr std::size_t longestLine = 65536;
    static constexpr std::size_t maxClients = 16;
+   static constexpr std::size_t maxWatching = 12;
    static constexpr std::size_t maxOutput = 16 << 20;     // waiting for one client
    static constexpr std::size_t maxAllOutput = 32 << 20;  // waiting for all clients
    static constexpr Qor::Seconds lineTime = 10;
    static constexpr Qor::Seconds answerTime = 60;
+   static constexpr Qor::Seconds slowTime = 5;
 
-   // Answers a command. An exception of the handler becomes a failed answer with its text. The
-   // handler must not call push() for the client of the request before it has returned.
+   // Answers a command. An exception of the handler becomes a failed answer with its text. Calls of
+   // answerIs() and push() for the client of the request have no effect before the handler returns.
    using Handler = std::function<ControlAnswer(ControlRequest const&)>;
-   // A watching client has left or was dropped. Called from the loop, never from push().
+   // A client whose answer was `watching` has left, or was dropped or refused. Called from the loop,
+   // never from push().
    using Ended = std::function<void(ControlClientId)>;
 
    // Listens at the path. Raises std::runtime_error (agent/live/Listener.h).
    ControlSocket(std::string const& path, Handler handler, Ended ended = {});
    ~ControlSocket() override;
 
+   // Gives the answer that follows a request, within answerTime. Returns false if the client is not
+   // connected any more.
+   bool answerIs(ControlClientId client, ControlAnswer answer);
    // Sends text to a watching client. Returns false if that client is not connected any more, or is
-   // dropped because it does not read; the caller then forgets the client.
+   // dropped because it does not read.
    bool push(ControlClientId client, std::string_view text);
 
    std::size_t clients() const;
@@ -85,10 +94,13 @@ class ControlSocket final : public EventSource {
 
    void accept();
    void admit(int fd);
+   Client& replaceable();
    void serve(Client& client, unsigned events);
    void read(Client& client);
    void answer(Client& client, std::string line);
+   void give(Client& client, ControlAnswer answer);
    void write(Client& client);
+   bool makeRoom(Client const& client, std::size_t bytes);
    bool append(Client& client, std::string_view text);
    void refuse(Client& client, std::string const& reason);
    void drop(Client& client);

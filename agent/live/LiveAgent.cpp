@@ -19,6 +19,7 @@ constexpr Qor::Seconds longestEnd = 5;         // of the wait for the last write
 constexpr Qor::Seconds withoutProtection = 1;  // of routes that return to a restored interface
 // Within which a table loses all of its routes when its daemon ends.
 constexpr Qor::Seconds emptyingTime = 0.1;
+constexpr Qor::Seconds rerouteTime = 0.5;  // within which groups are rewritten
 constexpr Qor::Seconds aliveInterval = 5;  // between readings of the bridge's counts
 
 bool isUp(IntfOperStatus status) {
@@ -173,6 +174,7 @@ void LiveAgent::endStep() {
                        (!switch_->programmer().ended() || bridge_->writesPending());
    if (!writes && flush_ && isConnected() && Qor::now() < endBy_) {
       flush_ = false;
+      cleared_ = true;
       bridge_->clear();
       return later_.in(lookInterval, [this] { endStep(); });
    }
@@ -183,6 +185,7 @@ void LiveAgent::endStep() {
    for (std::string const& cpu : std::exchange(disabled_, {})) {
       if (Kernel::Link const* const link = monitor_->link(cpu)) linkControl_(link->index, true);
    }
+   log_.notice(cleared_ ? "ended; the bridge is cleared" : "ended; the bridge forwards on");
    if (bridge_) bridge_->stop();
    if (ended_) ended_();
 }
@@ -207,7 +210,7 @@ std::vector<std::string> LiveAgent::configurationIs(Configuration configuration)
          LiveInterface const* const interface = now.interface(old.intf);
          // The front port that the CPU port has followed is no longer its own.
          bool const follows = interface && interface->cpu == old.cpu && interface->standby.empty();
-         if (!follows) cpuPortFollows(old, true);
+         if (!follows) cpuPortIs(old, true);
          if (interface) continue;
          bridge_->interfaceDel(old.intf);
          frontLinks_.erase(old.intf);
@@ -223,8 +226,7 @@ std::vector<std::string> LiveAgent::configurationIs(Configuration configuration)
          }
          interfaceToBridge(interface);
          linkStateIs(interface.intf, bridge_->portUp(interface.port).value_or(false));
-         if (!frontLinks_[interface.intf].up && interface.standby.empty())
-            cpuPortFollows(interface, false);
+         cpuPortFollows(interface.intf);
       }
    }
    routes_.decideAll();
@@ -313,7 +315,13 @@ void LiveAgent::linkStateIs(IntfId intf, bool up) {
    if (!up && configuration_.reroutes.contains(intf)) ++numbers_.reroutes;
    if (switch_) switch_->linkIs(intf, up ? IntfOperStatus::up : IntfOperStatus::down);
    if (!up) routes_.failed(intf);
-   cpuPortFollows(*interface, up);
+   if (configuration_.reroutes.contains(intf)) {
+      // The kernel takes tens of milliseconds to disable a port, and the rewrites of the groups come
+      // first.
+      later_.in(rerouteTime, [this, intf] { cpuPortFollows(intf); });
+   } else {
+      cpuPortFollows(intf);
+   }
    if (first || !up || !configuration_.reroutes.contains(intf)) return;
    later_.in(configuration_.standbyHold, [this, intf, since = Qor::now()] {
       auto const now = frontLinks_.find(intf);
@@ -330,7 +338,12 @@ void LiveAgent::restore(IntfId intf, bool again) {
 }
 
 // The daemon sees the link of its interface, whose other end is the CPU port.
-void LiveAgent::cpuPortFollows(LiveInterface const& interface, bool up) {
+void LiveAgent::cpuPortFollows(IntfId intf) {
+   LiveInterface const* const interface = configuration_.interface(intf);
+   if (interface && interface->standby.empty()) cpuPortIs(*interface, frontLinks_[intf].up);
+}
+
+void LiveAgent::cpuPortIs(LiveInterface const& interface, bool up) {
    if (up != disabled_.contains(interface.cpu)) return;
    Kernel::Link const* const link = monitor_->link(interface.cpu);
    if (!link) return;

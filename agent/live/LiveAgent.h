@@ -143,7 +143,8 @@ class LiveAgent final : public InspectedRun, Kernel::Listener, OpenFlow::Listene
    std::optional<Lnet::IntfId> mapped(Qor::U32 ifindex) const;
    L3::VrfName vrfOf(Kernel::Link const& link) const;
    void linkStateIs(Lnet::IntfId intf, bool up);
-   void cpuPortFollows(LiveInterface const& interface, bool up);
+   void cpuPortFollows(Lnet::IntfId intf);
+   void cpuPortIs(LiveInterface const& interface, bool up);
    void deleteOrHold();
    void hold(Qor::U32 table);
    bool isHeld(Kernel::RouteKey const& key) const;
@@ -188,7 +189,8 @@ class LiveAgent final : public InspectedRun, Kernel::Listener, OpenFlow::Listene
    std::map<RouteId, Qor::Seconds> notifiedAt_;  // of routes that are not in hardware yet
    bool deleting_ = false;                       // deletions of the kernel wait for more
    bool deciding_ = false;                       // a decision on all routes is due
-   bool flush_ = false;
+   bool flush_ = false;                          // the bridge has still to be cleared
+   bool cleared_ = false;
    bool ending_ = false;
    Qor::Seconds endBy_ = 0;
    Numbers numbers_;

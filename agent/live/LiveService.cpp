@@ -35,9 +35,28 @@ ControlAnswer LiveService::handle(ControlRequest const& request) {
    constexpr std::string_view watchWord = "watch ";
    if (request.line.starts_with(watchWord))
       return watch(request, std::string_view(request.line).substr(watchWord.size()));
-   LiveAnswer answer = answerTo(agent_, request.line, request.json);
-   if (!answer.good) return ControlAnswer::failed(std::move(answer.text));
-   return {std::move(answer.text)};
+   bool const ofTables = request.line.starts_with("explain ") ||
+                         request.line.starts_with("inspect ") || request.line == "show chip";
+   if (!ofTables || !agent_.isConnected()) return answer(request);
+   // The tables of the bridge are read first. They may be there before refresh() returns.
+   enum class Phase { calling, read, waiting };
+   auto const phase = std::make_shared<Phase>(Phase::calling);
+   agent_.refresh([this, alive = std::weak_ptr(alive_), phase, request] {
+      if (*phase == Phase::calling) {
+         *phase = Phase::read;
+      } else if (!alive.expired()) {
+         control_.answerIs(request.client, answer(request));
+      }
+   });
+   if (*phase == Phase::read) return answer(request);
+   *phase = Phase::waiting;
+   return ControlAnswer::later();
+}
+
+ControlAnswer LiveService::answer(ControlRequest const& request) {
+   LiveAnswer made = answerTo(agent_, request.line, request.json);
+   if (!made.good) return ControlAnswer::failed(std::move(made.text));
+   return {std::move(made.text)};
 }
 
 ControlAnswer LiveService::watch(ControlRequest const& request, std::string_view paths) {

@@ -35,6 +35,7 @@ class LiveService final : private EventSource {
    };
 
    ControlAnswer handle(ControlRequest const& request);
+   ControlAnswer answer(ControlRequest const& request);
    ControlAnswer watch(ControlRequest const& request, std::string_view paths);
    LiveFigures figures() const;
 
@@ -51,6 +52,7 @@ class LiveService final : private EventSource {
    Metrics metrics_;
    std::unique_ptr<MetricsServer> server_;
    ServiceNotice notice_;
+   std::shared_ptr<int> const alive_ = std::make_shared<int>(0);  // for calls after the end
    Qor::Seconds lastBarrier_ = 0;
    mutable std::deque<std::pair<std::string, std::string>> words_;  // of the latest scrape
 };

@@ -5,6 +5,7 @@
 #include <sstream>
 
 #include "agent/input/PrintableText.h"
+#include "agent/inspect/InspectExplain.h"
 #include "agent/inspect/Inspector.h"
 #include "agent/report/TextTable.h"
 #include "agent/report/Views.h"
@@ -17,6 +18,23 @@ namespace {
 
 std::string sourceText(Lnet::IpGenAddr const& source) {
    return source.isUnspecified() ? "*" : source.toString();
+}
+
+ordered_json routeJson(LiveAgent const& agent, Kernel::RouteKey const& key,
+                       LiveRoutes::Known const& known) {
+   LiveAgent::RouteText const text = agent.textOf(key, known);
+   ordered_json oifs = ordered_json::array();
+   for (Qor::U32 const output : known.route.outputs)
+      oifs.push_back(agent.interfaceName(output));
+   ordered_json route{{"src", sourceText(key.source)},
+                      {"dst", key.group.toString()},
+                      {"table", key.table},
+                      {"iif", known.route.input ? agent.interfaceName(known.route.input) : "-"},
+                      {"oifs", std::move(oifs)},
+                      {"state", text.state}};
+   if (!text.reason.empty()) route["reason"] = text.reason;
+   if (text.fault) route["fault"] = true;
+   return route;
 }
 
 // ---- Text. ----
@@ -73,8 +91,8 @@ LiveAnswer answer(ordered_json const& json, bool asJson, std::string (*text)(ord
    return {true, asJson ? json.dump() + '\n' : text(json)};
 }
 
-LiveAnswer refusal(std::string text) {
-   return {false, std::move(text)};
+LiveAnswer refusal(std::string const& text) {
+   return {false, printable(text)};
 }
 
 // A command of the inspector, which needs the switch.
@@ -86,13 +104,57 @@ LiveAnswer inspected(LiveAgent& agent, std::string_view command, bool json) {
    return {true, text.str()};
 }
 
+// Whether the route stays with the CPU, or waits for the bridge: then the programmer does not have
+// it, and the agent itself knows the reason.
+bool outsideSwitch(LiveAgent const& agent, LiveRoutes::Known const& known) {
+   return !known.decision.inHardware() || !agent.hasSwitch();
+}
+
+// A route of the kernel that the switch does not have is explained by the agent, and all others by
+// the inspector.
+LiveAnswer explain(LiveAgent& agent, std::string_view line, std::string_view route, bool json) {
+   ordered_json kernel = ordered_json::array();
+   std::string text;
+   bool inSwitch = false;
+   try {
+      RouteKey const key = routeQuestion(route).key;
+      for (auto const& [known, at] : agent.routes().routes()) {
+         bool const same =
+               known.source == key.source().address() && known.group == key.group().address();
+         if (!same) continue;
+         kernel.push_back(routeJson(agent, known, at));
+         inSwitch = inSwitch || !outsideSwitch(agent, at);
+      }
+   } catch (InspectError const& error) {
+      return refusal(error.what());
+   }
+   for (auto const& one : kernel) {
+      text += fmt::format("({}, {}) of table {} in {} out {}: {}{}\n",
+                          one["src"].get<std::string>(), one["dst"].get<std::string>(),
+                          one["table"].get<Qor::U32>(), one["iif"].get<std::string>(),
+                          joined(one["oifs"]), one["state"].get<std::string>(),
+                          one.contains("reason") ? ": " + one["reason"].get<std::string>() : "");
+   }
+   if (kernel.empty()) {
+      text = "The kernel has no route " + std::string(route) +
+             " in the tables that the agent follows, so its packets go to the CPU.\n";
+   }
+   LiveAnswer rest;
+   if (inSwitch) rest = inspected(agent, line, json);
+   if (!rest.good) return rest;
+   if (!json) return {true, text + rest.text};
+   ordered_json all{{"kernel", std::move(kernel)}};
+   if (!rest.text.empty()) all["switch"] = ordered_json::parse(rest.text);
+   return {true, all.dump() + '\n'};
+}
+
 LiveAnswer show(LiveAgent& agent, std::string_view what, bool json) {
    if (what.empty() || what == "routes") return answer(routesJson(agent), json, routesText);
    if (what == "interfaces") return answer(interfacesJson(agent), json, interfacesText);
    if (what == "status") return answer(statusJson(agent), json, statusText);
    auto const view = viewNamed(what);
    if (!view) {
-      return refusal(printable(inQuotes(what)) +
+      return refusal(inQuotes(what) +
                      " is not a view (known: routes, interfaces, status, oifsets, zombies, "
                      "chip)");
    }
@@ -111,21 +173,8 @@ LiveAnswer show(LiveAgent& agent, std::string_view what, bool json) {
 
 ordered_json routesJson(LiveAgent const& agent) {
    ordered_json all = ordered_json::array();
-   for (auto const& [key, known] : agent.routes().routes()) {
-      LiveAgent::RouteText const text = agent.textOf(key, known);
-      ordered_json oifs = ordered_json::array();
-      for (Qor::U32 const output : known.route.outputs)
-         oifs.push_back(agent.interfaceName(output));
-      ordered_json route{{"src", sourceText(key.source)},
-                         {"dst", key.group.toString()},
-                         {"table", key.table},
-                         {"iif", known.route.input ? agent.interfaceName(known.route.input) : "-"},
-                         {"oifs", std::move(oifs)},
-                         {"state", text.state}};
-      if (!text.reason.empty()) route["reason"] = text.reason;
-      if (text.fault) route["fault"] = true;
-      all.push_back(std::move(route));
-   }
+   for (auto const& [key, known] : agent.routes().routes())
+      all.push_back(routeJson(agent, key, known));
    return all;
 }
 
@@ -185,10 +234,9 @@ LiveAnswer answerTo(LiveAgent& agent, std::string_view line, bool json) {
    std::string_view const whole = line;
    std::string_view const command = word();
    if (command == "show") return show(agent, word(), json);
-   if (command == "explain") return inspected(agent, whole, json);
+   if (command == "explain") return explain(agent, whole, line, json);
    if (command == "inspect") return inspected(agent, line, json);
-   return refusal(printable(inQuotes(command)) +
-                  " is not a command (known: show, explain, inspect, watch)");
+   return refusal(inQuotes(command) + " is not a command (known: show, explain, inspect, watch)");
 }
 
 }  // namespace Agent

@@ -99,6 +99,8 @@ class Bridge::Impl final : private Connection::Owner, private Tables::Sender {
    U32 send(std::string message) override { return connection_.send(std::move(message)); }
    U32 nextXid() override { return connection_.nextXid(); }
    std::size_t unsent() const override { return connection_.unsent(); }
+   bool sends() const override { return connected_; }
+   void flush() override { connection_.flush(); }
    void differs() override;
 
    void ended();

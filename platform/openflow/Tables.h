@@ -34,6 +34,8 @@ class Tables final : public VelHelper::AsyncMrouteHelper,
       virtual U32 send(std::string message) = 0;
       virtual U32 nextXid() = 0;
       virtual std::size_t unsent() const = 0;
+      virtual bool sends() const = 0;
+      virtual void flush() = 0;
       virtual void differs() = 0;  // a write failed that no transaction reports
 
     protected:
@@ -155,6 +157,8 @@ class Tables final : public VelHelper::AsyncMrouteHelper,
    U32 sendBarrier() override;
    U32 nextXid() override { return sender_->nextXid(); }
    std::size_t unsent() const override { return sender_ ? sender_->unsent() : 0; }
+   bool sends() const override { return sender_ && sender_->sends(); }
+   void flush() override { sender_->flush(); }
    void completes(Write& write) override;
 
    bool isRouteGroup(U32 id) const { return id >= firstId_ && id <= options_.lastGroup; }

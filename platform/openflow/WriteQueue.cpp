@@ -28,7 +28,11 @@ void WriteXact::complete(Qor::String8 reason) {
 // The own transactions are dropped here, since their writes are ahead in any case.
 void WriteQueue::issue(Write write) {
    if (dynamic_cast<WriteXact const*>(write.blocking.get())) write.blocking = nullptr;
+   waitingBytes_ += write.message.size();
    waiting_.push_back(std::move(write));
+   if (waitingBytes_ < batchBytes || !owner_.sends()) return;
+   pump();
+   owner_.flush();
 }
 
 void WriteQueue::issueFirst(Write write) {
@@ -57,6 +61,7 @@ void WriteQueue::pump() {
       if (waiting_.front().blocking && waiting_.front().blocking->pending()) return;
       Write first = std::move(waiting_.front());
       waiting_.pop_front();
+      waitingBytes_ -= first.message.size();
       transmit(std::move(first));
    }
 }
@@ -104,6 +109,7 @@ std::vector<Write> WriteQueue::takeAll() {
               std::make_move_iterator(waiting_.end()));
    sent_.clear();
    waiting_.clear();
+   waitingBytes_ = 0;
    barriers_.clear();
    batch_ = 0;
    batchOpen_ = false;

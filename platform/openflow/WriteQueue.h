@@ -56,6 +56,8 @@ class WriteQueue {
       virtual U32 sendBarrier() = 0;
       virtual U32 nextXid() = 0;  // for a write that is not sent
       virtual std::size_t unsent() const = 0;
+      virtual bool sends() const = 0;  // there is a bridge whose tables have been read
+      virtual void flush() = 0;        // gives the system what it takes of the output
       // A write completes; the owner may give it a better reason.
       virtual void completes(Write& write) = 0;
 
@@ -67,6 +69,7 @@ class WriteQueue {
 
    bool empty() const { return sent_.empty() && waiting_.empty(); }
 
+   // A batch that is complete is sent at once, so that the bridge works on it during a long turn.
    void issue(Write write);
    // Sends the write ahead of all that wait.
    void issueFirst(Write write);
@@ -99,6 +102,7 @@ class WriteQueue {
    std::deque<Write> waiting_;
    std::deque<Write> sent_;
    std::deque<Barrier> barriers_;
+   std::size_t waitingBytes_ = 0;
    std::size_t batch_ = 0;   // bytes since the last barrier
    bool batchOpen_ = false;  // there are writes behind the last barrier
    Qor::Seconds lastBarrier_ = 0;

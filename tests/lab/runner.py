@@ -28,6 +28,9 @@ def parse(arguments: list[str]) -> argparse.Namespace:
     parser.add_argument("names", nargs="*", metavar="SCENARIO", help="all unless given")
     parser.add_argument("--program", type=Path, default=PROGRAM, help="the program velmroute")
     parser.add_argument("--short", action="store_true", help="the form of three minutes")
+    parser.add_argument(
+        "--lenient", action="store_true", help="a time beyond its limit fails no scenario"
+    )
     parser.add_argument("--keep", action="store_true", help="wait before a topology is removed")
     parser.add_argument("--list", action="store_true", help="list the scenarios")
     options = parser.parse_args(arguments)
@@ -60,7 +63,8 @@ class Lab:
     def play(self, scenario: Scenario) -> None:
         print(f"{scenario.name}: {scenario.title}", flush=True)
         start = time.monotonic()
-        report, lack = Report(), ", ".join(self._machine.missing(scenario.needs))
+        report = Report(lenient=self._options.lenient)
+        lack = ", ".join(self._machine.missing(scenario.needs))
         if not lack:
             try:
                 self._run(scenario, report)

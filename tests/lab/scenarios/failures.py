@@ -98,7 +98,7 @@ def reroute(bench: Bench, report: Report, count: int) -> None:
     flow = put_groups(daemon, count)
     bench.wait_for_hardware(daemon.routes, 60)
     outcome = fail_under_traffic(bench, flow)
-    after = Report()
+    after = Report(lenient=report.lenient)
     return_of_link(bench, flow, after)
     agent.kill()
     raw = raw_outage(bench, flow, count)
