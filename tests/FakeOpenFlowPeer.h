@@ -58,7 +58,7 @@ class FakeOpenFlowPeer {
    // ---- Messages of the platform. ----
    std::vector<std::string> writes;  // "add group 17", "delete flow 1", "barrier", in order
    std::vector<std::string> packetsOut;
-   U32 groupQuestion = 0;  // the xid of the latest one
+   U32 groupQuestion = 0, lastBarrier = 0;  // the xids of the latest ones
    U32 echoes = 0, connections = 0, flowReadings = 0;
 
    std::string const& path() const { return path_; }
@@ -373,6 +373,7 @@ class FakeOpenFlowPeer {
             return multipart(header.xid, body);
          case Type::barrierRequest:
             writes.push_back("barrier");
+            lastBarrier = header.xid;
             if (!barriersHeld) send(21, header.xid, {});
             return;
          default:

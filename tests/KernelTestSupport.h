@@ -127,7 +127,9 @@ class FakeKernel final : public Kernel::Socket {
    std::deque<Bytes> queue;
 
    // ---- The socket. ----
-   int fd() const override { return -1; }
+   // A loop needs a descriptor that is always readable, and polls it while something is there.
+   int descriptor = -1;
+   int fd() const override { return readable() ? descriptor : -1; }
    U32 port() const override { return ownPort; }
    bool readable() const { return !queue.empty() || overrun || broken; }
    Result receive(std::span<std::byte const>& datagram) override {

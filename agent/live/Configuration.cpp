@@ -47,8 +47,8 @@ class Reader {
    }
 
    void end() {
-      if (made_.switchSocket.empty()) add(0, "", "there is no line \"switch unix:PATH\"");
-      if (made_.interfaces.empty()) {
+      if (!seen_.contains("switch")) add(0, "", "there is no line \"switch unix:PATH\"");
+      if (!seen_.contains("interface")) {
          add(0, "", "there is no line \"interface NAME port PORT cpu PORT\"");
       }
       for (auto const& [intf, backup] : made_.reroutes) {
@@ -180,6 +180,7 @@ class Reader {
    }
 
    std::string interface(Words const& words) {
+      seen_.insert(words[0]);
       if (words.size() < 2) return "\"interface\" needs a name";
       LiveInterface made;
       made.intf = IntfId(words[1]);
@@ -231,7 +232,9 @@ class Reader {
          if (other.intf == made.intf) return at(inQuotes(made.intf.name()) + " is the interface");
          if (other.cpu == made.cpu) return at(inQuotes(made.cpu) + " is the CPU port");
          if (other.cpu == made.port) return at(inQuotes(made.port) + " is the CPU port");
+         if (other.cpu == made.standby) return at(inQuotes(made.standby) + " is the CPU port");
          if (other.port == made.cpu) return at(inQuotes(made.cpu) + " is the front port");
+         if (other.standby == made.cpu) return at(inQuotes(made.cpu) + " is the standby port");
          if (other.port == made.port && other.vlan == made.vlan) {
             return at(inQuotes(made.port) + " is the front port in this vlan");
          }

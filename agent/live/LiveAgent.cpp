@@ -6,7 +6,6 @@
 #include <utility>
 
 #include "agent/report/RouteStateName.h"
-#include "kernel/LinkControl.h"
 
 namespace Agent {
 
@@ -54,11 +53,12 @@ class LiveAgent::BridgeSource final : public EventSource {
 // ---- Life. ----
 
 LiveAgent::LiveAgent(Configuration configuration, EventLoop& loop, Kernel::Socket& socket,
-                     LiveLog& log)
+                     LiveLog& log, LinkControl linkControl)
       : configuration_(std::move(configuration)),
         loop_(loop),
         socket_(socket),
         log_(log),
+        linkControl_(std::move(linkControl)),
         routes_({.mapped = [this](Qor::U32 ifindex) { return mapped(ifindex); },
                  .nameOf = [this](Qor::U32 ifindex) { return interfaceName(ifindex); },
                  .selectedTable =
@@ -67,6 +67,7 @@ LiveAgent::LiveAgent(Configuration configuration, EventLoop& loop, Kernel::Socke
                        }}),
         keepAlive_(newKeepAlive()) {
    routes_.reroutesAre(configuration_.reroutes);
+   routes_.onWithdrawn([this](Kernel::RouteKey const& key) { keepAlive_->forget(key); });
    makeMonitor();
 }
 
@@ -163,6 +164,7 @@ void LiveAgent::end(bool flush, std::function<void()> ended) {
    flush_ = flush;
    endBy_ = Qor::now() + longestEnd;
    if (switch_) switch_->programmer().end(Programmer::End::leave);
+   routes_.switchIs(nullptr);  // the kernel's routes go on changing, and the programmer takes none
    endStep();
 }
 
@@ -181,8 +183,7 @@ void LiveAgent::endStep() {
    if (isConnected() && bridge_->writesPending())
       log_.warning("the bridge has not confirmed the last writes");
    for (std::string const& cpu : std::exchange(disabled_, {})) {
-      if (Kernel::Link const* const link = monitor_->link(cpu))
-         Kernel::linkEnabledIs(link->index, true);
+      if (Kernel::Link const* const link = monitor_->link(cpu)) linkControl_(link->index, true);
    }
    log_.notice(cleared_ ? "ended; the bridge is cleared" : "ended; the bridge forwards on");
    if (bridge_) bridge_->stop();
@@ -206,9 +207,13 @@ std::vector<std::string> LiveAgent::configurationIs(Configuration configuration)
    routes_.reroutesAre(now.reroutes);
    if (bridge_) {
       for (LiveInterface const& old : before.interfaces) {
-         if (now.interface(old.intf)) continue;
+         LiveInterface const* const interface = now.interface(old.intf);
+         // The front port that the CPU port has followed is no longer its own.
+         bool const follows = interface && interface->cpu == old.cpu && interface->standby.empty();
+         if (!follows) cpuPortIs(old, true);
+         if (interface) continue;
          bridge_->interfaceDel(old.intf);
-         linkUp_.erase(old.intf);
+         frontLinks_.erase(old.intf);
       }
       for (LiveInterface const& interface : now.interfaces) {
          LiveInterface const* const old = before.interface(interface.intf);
@@ -221,6 +226,7 @@ std::vector<std::string> LiveAgent::configurationIs(Configuration configuration)
          }
          interfaceToBridge(interface);
          linkStateIs(interface.intf, bridge_->portUp(interface.port).value_or(false));
+         cpuPortFollows(interface.intf);
       }
    }
    routes_.decideAll();
@@ -299,16 +305,16 @@ void LiveAgent::decideLater() {
 void LiveAgent::linkStateIs(IntfId intf, bool up) {
    LiveInterface const* const interface = configuration_.interface(intf);
    if (!interface) return;
-   bool const first = !linkUp_.contains(intf);
-   bool const changed = first || linkUp_[intf] != up;
-   linkUp_[intf] = up;
-   if (!changed) return;
+   auto const [link, first] = frontLinks_.try_emplace(intf);
+   if (!first && link->second.up == up) return;
+   link->second = {up, Qor::now()};
    if (!first || !up) {
       log_.notice("port " + interface->port + " of " + intf.name() + (up ? " is up" : " is down"));
    }
    if (!interface->standby.empty()) return;  // the bridge sends by the other port
    if (!up && configuration_.reroutes.contains(intf)) ++numbers_.reroutes;
    if (switch_) switch_->linkIs(intf, up ? IntfOperStatus::up : IntfOperStatus::down);
+   if (!up) routes_.failed(intf);
    if (configuration_.reroutes.contains(intf)) {
       // The kernel takes tens of milliseconds to disable a port, and the rewrites of the groups come
       // first.
@@ -317,8 +323,10 @@ void LiveAgent::linkStateIs(IntfId intf, bool up) {
       cpuPortFollows(intf);
    }
    if (first || !up || !configuration_.reroutes.contains(intf)) return;
-   later_.in(configuration_.standbyHold, [this, intf] {
-      if (linkUp_[intf]) restore(intf, false);
+   later_.in(configuration_.standbyHold, [this, intf, since = Qor::now()] {
+      auto const now = frontLinks_.find(intf);
+      if (now != frontLinks_.end() && now->second.up && now->second.since == since)
+         restore(intf, false);
    });
 }
 
@@ -331,14 +339,15 @@ void LiveAgent::restore(IntfId intf, bool again) {
 
 // The daemon sees the link of its interface, whose other end is the CPU port.
 void LiveAgent::cpuPortFollows(IntfId intf) {
-   LiveInterface const* const found = configuration_.interface(intf);
-   if (!found) return;
-   LiveInterface const& interface = *found;
-   bool const up = linkUp_[intf];
+   LiveInterface const* const interface = configuration_.interface(intf);
+   if (interface && interface->standby.empty()) cpuPortIs(*interface, frontLinks_[intf].up);
+}
+
+void LiveAgent::cpuPortIs(LiveInterface const& interface, bool up) {
    if (up != disabled_.contains(interface.cpu)) return;
    Kernel::Link const* const link = monitor_->link(interface.cpu);
    if (!link) return;
-   std::string const refusal = Kernel::linkEnabledIs(link->index, up);
+   std::string const refusal = linkControl_(link->index, up);
    if (!refusal.empty()) {
       log_.warning("CPU port " + interface.cpu + " does not follow its front port: " + refusal);
    } else if (up) {
@@ -376,15 +385,17 @@ std::vector<std::string> LiveAgent::interfaceNotes() const {
 // ---- Routes. ----
 
 void LiveAgent::routeIs(Kernel::RouteKey const& key, Kernel::Route const& route) {
+   // A packet makes the restarted daemon look for the route. Until it has one, the former stays.
+   if (route.unresolved && (deleted_.contains(key) || isHeld(key))) return;
    deleted_.erase(key);
-   if (auto const held = held_.find(key.table); held != held_.end()) held->second.erase(key);
+   if (auto const held = held_.find(key.table); held != held_.end()) held->second.routes.erase(key);
    routes_.routeIs(key, route);
    LiveRoutes::Known const* const known = routes_.find(key);
    if (known->wanted && !inHardware(*known)) notifiedAt_.try_emplace(known->id, Qor::now());
 }
 
 void LiveAgent::routeDel(Kernel::RouteKey const& key) {
-   deleted_.insert(key);
+   if (!isHeld(key)) deleted_.insert(key);
 }
 
 void LiveAgent::routesEnd(bool more) {
@@ -402,36 +413,42 @@ void LiveAgent::deleteOrHold() {
       ++deleted[key.table];
    if (configuration_.holdOnDaemonRestart > 0) {
       for (auto const& [table, count] : deleted) {
-         if (count > 1 && count == routes_.count(table)) hold(table);
+         auto const held = held_.find(table);
+         auto const without = count + (held == held_.end() ? 0 : held->second.routes.size());
+         if (without > 1 && without == routes_.count(table)) hold(table);
       }
    }
-   for (Kernel::RouteKey const& key : std::exchange(deleted_, {})) {
-      keepAlive_->forget(key);
+   for (Kernel::RouteKey const& key : std::exchange(deleted_, {}))
       routes_.routeDel(key);
-   }
+}
+
+bool LiveAgent::isHeld(Kernel::RouteKey const& key) const {
+   auto const held = held_.find(key.table);
+   return held != held_.end() && held->second.routes.contains(key);
 }
 
 void LiveAgent::hold(Qor::U32 table) {
-   std::set<Kernel::RouteKey>& held = held_[table];
+   Held& held = held_[table];
+   held.until = Qor::now() + configuration_.holdOnDaemonRestart;
    std::erase_if(deleted_, [&](Kernel::RouteKey const& key) {
-      if (key.table == table) held.insert(key);
+      if (key.table == table) held.routes.insert(key);
       return key.table == table;
    });
    ++numbers_.held;
    log_.notice(fmt::format("table {} is empty at once; its {} routes stay for {} s", table,
-                           held.size(), configuration_.holdOnDaemonRestart));
+                           held.routes.size(), configuration_.holdOnDaemonRestart));
    later_.in(configuration_.holdOnDaemonRestart, [this, table] { releaseHeld(table); });
 }
 
 void LiveAgent::releaseHeld(Qor::U32 table) {
-   auto const held = held_.extract(table);
-   if (held.empty() || held.mapped().empty()) return;
-   log_.notice(
-         fmt::format("{} routes of table {} have not come back", held.mapped().size(), table));
-   for (Kernel::RouteKey const& key : held.mapped()) {
-      keepAlive_->forget(key);
+   auto const found = held_.find(table);
+   if (found == held_.end() || Qor::now() < found->second.until) return;
+   auto const routes = std::exchange(found->second.routes, {});
+   held_.erase(found);
+   if (routes.empty()) return;
+   log_.notice(fmt::format("{} routes of table {} have not come back", routes.size(), table));
+   for (Kernel::RouteKey const& key : routes)
       routes_.routeDel(key);
-   }
 }
 
 void LiveAgent::rulesChanged(Lnet::IpFamily) {
@@ -523,10 +540,7 @@ LiveAgent::RouteText LiveAgent::textOf(Kernel::RouteKey const& key,
       return {std::string(nameOf(view->state())), view->reason()};
    }
    if (auto const fault = keepAlive_->fault(key)) return {"hardware", *fault, true};
-   auto const held = held_.find(key.table);
-   if (held != held_.end() && held->second.contains(key)) {
-      return {"hardware", "held: its daemon restarts"};
-   }
+   if (isHeld(key)) return {"hardware", "held: its daemon restarts"};
    return {"hardware", ""};
 }
 
@@ -541,7 +555,11 @@ std::unique_ptr<KeepAlive> LiveAgent::newKeepAlive() {
       }
       return std::nullopt;
    };
-   calls.count = [this] { return routes_.routes().size(); };
+   calls.count = [this]() -> std::size_t {
+      if (!switch_) return 0;
+      Programmer const& programmer = switch_->programmer();
+      return programmer.routes() - programmer.waiting();
+   };
    calls.lastAccessed = [this](Kernel::RouteKey const& key) -> Qor::Seconds {
       LiveRoutes::Known const* const known = routes_.find(key);
       auto const view = known ? viewOf(*known) : std::nullopt;

@@ -24,6 +24,7 @@
 #include "agent/live/Later.h"
 #include "agent/live/LiveLog.h"
 #include "agent/live/LiveRoutes.h"
+#include "kernel/LinkControl.h"
 #include "kernel/Monitor.h"
 #include "platform/openflow/Bridge.h"
 
@@ -32,8 +33,10 @@ namespace Agent {
 class LiveAgent final : public InspectedRun, Kernel::Listener, OpenFlow::Listener {
  public:
    // Uses the present activity manager, which is in real time. The loop, the socket and the log
-   // outlive the agent.
-   LiveAgent(Configuration configuration, EventLoop& loop, Kernel::Socket& socket, LiveLog& log);
+   // outlive the agent. `linkControl` enables and disables CPU ports.
+   using LinkControl = std::function<std::string(Qor::U32 index, bool enabled)>;
+   LiveAgent(Configuration configuration, EventLoop& loop, Kernel::Socket& socket, LiveLog& log,
+             LinkControl linkControl = Kernel::linkEnabledIs);
    ~LiveAgent() override;
 
    // The configuration changed. Returns the directives that a new process alone takes over.
@@ -94,6 +97,15 @@ class LiveAgent final : public InspectedRun, Kernel::Listener, OpenFlow::Listene
    bool inMemory() const override { return false; }
 
  private:
+   struct FrontLink {
+      bool up = false;
+      Qor::Seconds since = 0;
+   };
+   // The routes of a table whose daemon restarts.
+   struct Held {
+      std::set<Kernel::RouteKey> routes;  // those that have not come back
+      Qor::Seconds until = 0;
+   };
    // The facts about a link on which decisions on routes depend.
    struct LinkPlace {
       std::string name;
@@ -132,8 +144,10 @@ class LiveAgent final : public InspectedRun, Kernel::Listener, OpenFlow::Listene
    L3::VrfName vrfOf(Kernel::Link const& link) const;
    void linkStateIs(Lnet::IntfId intf, bool up);
    void cpuPortFollows(Lnet::IntfId intf);
+   void cpuPortIs(LiveInterface const& interface, bool up);
    void deleteOrHold();
    void hold(Qor::U32 table);
+   bool isHeld(Kernel::RouteKey const& key) const;
    void releaseHeld(Qor::U32 table);
    void restore(Lnet::IntfId intf, bool again);
    void endStep();
@@ -148,6 +162,7 @@ class LiveAgent final : public InspectedRun, Kernel::Listener, OpenFlow::Listene
    EventLoop& loop_;
    Kernel::Socket& socket_;
    LiveLog& log_;
+   LinkControl const linkControl_;
    Qor::Ptr<Qor::ActivityManager> const activity_ = Qor::activityManager();
    std::unique_ptr<Kernel::Monitor> monitor_;
    Qor::Ptr<OpenFlow::Bridge> bridge_;
@@ -159,11 +174,11 @@ class LiveAgent final : public InspectedRun, Kernel::Listener, OpenFlow::Listene
    std::map<Qor::U32, LinkPlace> places_;  // by index of the kernel
    InterfaceMap interfaceMap_;             // as the switch has it
    std::map<Lnet::IntfId, L3::VrfName> vrfOf_;
-   std::map<Lnet::IntfId, bool> linkUp_;                    // of the front ports, as last applied
+   std::map<Lnet::IntfId, FrontLink> frontLinks_;           // as last applied
    std::set<std::string> disabled_;                         // CPU ports that the agent has disabled
    std::vector<L3::VrfName> vrfs_{L3::VrfName("default")};  // by VRF id
    std::set<Kernel::RouteKey> deleted_;                     // by the kernel, and not applied yet
-   std::map<Qor::U32, std::set<Kernel::RouteKey>> held_;    // by table, whose daemon restarts
+   std::map<Qor::U32, Held> held_;                          // by table
    Later later_;
    std::string disconnected_ = "the bridge has not answered yet";
    std::function<bool()> synced_;

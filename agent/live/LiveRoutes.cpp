@@ -43,7 +43,7 @@ void LiveRoutes::routeIs(KernelKey const& key, Kernel::Route const& route) {
 void LiveRoutes::routeDel(KernelKey const& key) {
    auto const it = routes_.find(key);
    if (it == routes_.end()) return;
-   withdraw(it->second);
+   withdraw(key, it->second);
    routes_.erase(it);
    --counts_[key.table];
    auto const tables = tablesOf_.find({key.source, key.group});
@@ -78,7 +78,7 @@ void LiveRoutes::decideAllOf(Lnet::IpGenAddr const& source, Lnet::IpGenAddr cons
             known.decision.text = "hidden by table " + std::to_string(other->second);
          }
       }
-      if (known.wanted && (!known.decision.inHardware() || known.id != id)) withdraw(known);
+      if (known.wanted && (!known.decision.inHardware() || known.id != id)) withdraw(key, known);
       known.id = std::move(id);
    }
    if (!switch_) return;
@@ -92,16 +92,20 @@ void LiveRoutes::decideAllOf(Lnet::IpGenAddr const& source, Lnet::IpGenAddr cons
 WantedRoute LiveRoutes::wantedOf(RouteDecision const& decision) const {
    WantedRoute wanted;
    wanted.iif = decision.input;
-   std::vector<IntfId> backup;
+   std::vector<IntfId> outputs = decision.outputs, backup;
+   for (IntfId const intf : failed_) {
+      IntfId const other = reroutes_.at(intf);
+      if (other != decision.input) std::ranges::replace(outputs, intf, other);
+   }
    for (auto const& [intf, other] : reroutes_) {
-      if (std::ranges::count(decision.outputs, intf) == 0) continue;
-      if (other == decision.input || restoring_.contains(intf)) continue;
+      if (std::ranges::count(outputs, intf) == 0) continue;
+      if (other == decision.input || failed_.contains(intf) || restoring_.contains(intf)) continue;
       wanted.protectedIntf = intf;
-      backup = decision.outputs;
+      backup = outputs;
       std::ranges::replace(backup, intf, other);
       break;
    }
-   wanted.outputs = switch_->outputsPool().get(decision.outputs, false, std::move(backup));
+   wanted.outputs = switch_->outputsPool().get(std::move(outputs), false, std::move(backup));
    return wanted;
 }
 
@@ -111,21 +115,39 @@ void LiveRoutes::place(Known& known) {
    switch_->routeIs(known.id.vrf, known.id.key, wantedOf(known.decision));
 }
 
-void LiveRoutes::withdraw(Known& known) {
-   if (!std::exchange(known.wanted, false) || !switch_) return;
-   switch_->routeDel(known.id.vrf, known.id.key);
+void LiveRoutes::withdraw(KernelKey const& key, Known& known) {
+   if (!std::exchange(known.wanted, false)) return;
+   if (withdrawn_) withdrawn_(key);
+   if (switch_) switch_->routeDel(known.id.vrf, known.id.key);
+}
+
+void LiveRoutes::placeAll(IntfId output) {
+   for (auto& [key, known] : routes_) {
+      if (known.wanted && std::ranges::count(known.decision.outputs, output) > 0) place(known);
+   }
+}
+
+void LiveRoutes::reroutesAre(Reroutes reroutes) {
+   reroutes_ = std::move(reroutes);
+   for (auto* const interfaces : {&failed_, &restoring_})
+      std::erase_if(*interfaces, [this](IntfId intf) { return !reroutes_.contains(intf); });
+}
+
+// The routes that are being restored have no backup.
+void LiveRoutes::failed(IntfId intf) {
+   if (!reroutes_.contains(intf)) return;
+   failed_.insert(intf);
+   if (restoring_.erase(intf) > 0) placeAll(intf);
 }
 
 void LiveRoutes::restore(IntfId intf, bool again) {
-   if (!reroutes_.contains(intf)) return;
    if (again) {
-      restoring_.erase(intf);
+      if (restoring_.erase(intf) == 0) return;
    } else {
+      if (failed_.erase(intf) == 0) return;
       restoring_.insert(intf);
    }
-   for (auto& [key, known] : routes_) {
-      if (known.wanted && std::ranges::count(known.decision.outputs, intf) > 0) place(known);
-   }
+   placeAll(intf);
 }
 
 }  // namespace Agent

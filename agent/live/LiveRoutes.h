@@ -6,7 +6,8 @@
 //
 // Protection. A route that sends to a protected interface is wanted with a backup, in which the
 // backup interface has the place of the protected one. If a route sends to several, the first in the
-// order of their names is protected.
+// order of their names is protected. A route that is placed after the failure has the backup
+// interface alone, until the interface is restored.
 #pragma once
 
 #include <functional>
@@ -33,7 +34,11 @@ class LiveRoutes {
 
    // The VRF of each configured interface; "default" for those that are not named.
    void vrfsAre(std::map<Lnet::IntfId, L3::VrfName> vrfs) { vrfs_ = std::move(vrfs); }
-   void reroutesAre(Reroutes reroutes) { reroutes_ = std::move(reroutes); }
+   void reroutesAre(Reroutes reroutes);
+   // Called for each route that leaves the hardware, or that goes.
+   void onWithdrawn(std::function<void(Kernel::RouteKey const&)> handler) {
+      withdrawn_ = std::move(handler);
+   }
    // The switch is there from now on, and gets all routes; or, with null, it is gone.
    void switchIs(Switch* theSwitch);
 
@@ -41,6 +46,8 @@ class LiveRoutes {
    void routeDel(Kernel::RouteKey const& key);
    // Interfaces, links, rules or protections have changed: decides on all routes again.
    void decideAll();
+   // The protected interface has failed. The switch itself reroutes the routes that have a backup.
+   void failed(Lnet::IntfId intf);
    // The protected interface works again: its routes leave their rewritten groups. They are without
    // protection until the second call, with `again`.
    void restore(Lnet::IntfId intf, bool again);
@@ -60,12 +67,15 @@ class LiveRoutes {
    L3::VrfName vrfOf(Lnet::IntfId intf) const;
    WantedRoute wantedOf(RouteDecision const& decision) const;
    void place(Known& known);
-   void withdraw(Known& known);
+   void placeAll(Lnet::IntfId output);
+   void withdraw(Kernel::RouteKey const& key, Known& known);
    void decideAllOf(Lnet::IpGenAddr const& source, Lnet::IpGenAddr const& group);
 
    RouteSurroundings const surroundings_;
    std::map<Lnet::IntfId, L3::VrfName> vrfs_;
    Reroutes reroutes_;
+   std::function<void(Kernel::RouteKey const&)> withdrawn_;
+   std::set<Lnet::IntfId> failed_;     // protected interfaces that are not restored
    std::set<Lnet::IntfId> restoring_;  // protected interfaces whose routes have no protection yet
    Switch* switch_ = nullptr;
    Routes routes_;

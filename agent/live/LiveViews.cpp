@@ -4,6 +4,7 @@
 
 #include <sstream>
 
+#include "agent/input/PrintableText.h"
 #include "agent/inspect/InspectExplain.h"
 #include "agent/inspect/Inspector.h"
 #include "agent/report/TextTable.h"
@@ -90,8 +91,8 @@ LiveAnswer answer(ordered_json const& json, bool asJson, std::string (*text)(ord
    return {true, asJson ? json.dump() + '\n' : text(json)};
 }
 
-LiveAnswer refusal(std::string text) {
-   return {false, std::move(text)};
+LiveAnswer refusal(std::string const& text) {
+   return {false, printable(text)};
 }
 
 // A command of the inspector, which needs the switch.
@@ -153,8 +154,8 @@ LiveAnswer show(LiveAgent& agent, std::string_view what, bool json) {
    if (what == "status") return answer(statusJson(agent), json, statusText);
    auto const view = viewNamed(what);
    if (!view) {
-      return refusal("\"" + std::string(what) +
-                     "\" is not a view (known: routes, interfaces, status, oifsets, zombies, "
+      return refusal(inQuotes(what) +
+                     " is not a view (known: routes, interfaces, status, oifsets, zombies, "
                      "chip)");
    }
    if (!agent.hasSwitch()) return refusal(agent.disconnected());
@@ -235,8 +236,7 @@ LiveAnswer answerTo(LiveAgent& agent, std::string_view line, bool json) {
    if (command == "show") return show(agent, word(), json);
    if (command == "explain") return explain(agent, whole, line, json);
    if (command == "inspect") return inspected(agent, line, json);
-   return refusal("\"" + std::string(command) +
-                  "\" is not a command (known: show, explain, inspect, watch)");
+   return refusal(inQuotes(command) + " is not a command (known: show, explain, inspect, watch)");
 }
 
 }  // namespace Agent
