@@ -1,8 +1,11 @@
 #include "kernel/LinkControl.h"
 
 #include <libmnl/libmnl.h>
+#include <linux/capability.h>
 #include <linux/if.h>
 #include <linux/rtnetlink.h>
+#include <sys/syscall.h>
+#include <unistd.h>
 
 #include <array>
 #include <cerrno>
@@ -43,6 +46,13 @@ std::string linkEnabledIs(Qor::U32 index, bool enabled) {
    if (mnl_cb_run(buffer.data(), static_cast<std::size_t>(size), 1, port, nullptr, nullptr) < 0)
       return lastError();
    return {};
+}
+
+bool mayAdministerNetwork() {
+   __user_cap_header_struct header{_LINUX_CAPABILITY_VERSION_3, 0};
+   std::array<__user_cap_data_struct, _LINUX_CAPABILITY_U32S_3> data{};
+   if (::syscall(SYS_capget, &header, data.data()) != 0) return false;
+   return (data[CAP_TO_INDEX(CAP_NET_ADMIN)].effective & CAP_TO_MASK(CAP_NET_ADMIN)) != 0;
 }
 
 }  // namespace Kernel

@@ -12,4 +12,7 @@ namespace Kernel {
 // permitted" without CAP_NET_ADMIN.
 std::string linkEnabledIs(Qor::U32 index, bool enabled);
 
+// Whether the process has CAP_NET_ADMIN.
+bool mayAdministerNetwork();
+
 }  // namespace Kernel

@@ -544,6 +544,13 @@ TEST_F(LiveAgentOnFakes, UsesTheStandbyWithoutAReroute) {
    EXPECT_EQ(interfacesJson(*agent_)["interfaces"][1].dump(),
              R"({"name":"rtr2","port":"p2","link":"down","cpu":"c2","standby":"spare",)"
              R"("sendsBy":"spare"})");
+   // The daemon finds another way when both ports are down.
+   portUp("spare", false);
+   wait(1.1);
+   EXPECT_EQ(enabled(), (Lines{"22 down"}));
+   portUp("spare", true);
+   wait(1.1);
+   EXPECT_EQ(enabled(), (Lines{"22 up"}));
    portUp("p2", true);
    wait(4);
    EXPECT_EQ(outputOf(2), 12u);

@@ -7,6 +7,7 @@
 #include "agent/live/LiveViews.h"
 #include "agent/live/Signals.h"
 #include "agent/report/ExitCode.h"
+#include "kernel/LinkControl.h"
 
 namespace Agent {
 
@@ -57,6 +58,11 @@ int runAgent(AgentOptions const& options) {
    if (options.checkConfig) {
       printNotes(agent, loop);
       return code;
+   }
+   if (!Kernel::mayAdministerNetwork()) {
+      log.warning(
+            "without CAP_NET_ADMIN the kernel limits the receive buffer, so that bursts of changes "
+            "take longer, and CPU ports do not follow their front ports");
    }
    LiveService service(agent, loop, log);
    agent.onReady([&] { service.ready(); });

@@ -20,6 +20,7 @@ constexpr Qor::Seconds withoutProtection = 1;  // of routes that return to a res
 // Within which a table loses all of its routes when its daemon ends.
 constexpr Qor::Seconds emptyingTime = 0.1;
 constexpr Qor::Seconds rerouteTime = 0.5;  // within which groups are rewritten
+constexpr Qor::Seconds standbyLook = 1;    // between looks at the standby of a failed port
 constexpr Qor::Seconds aliveInterval = 5;  // between readings of the bridge's counts
 
 bool isUp(IntfOperStatus status) {
@@ -311,7 +312,11 @@ void LiveAgent::linkStateIs(IntfId intf, bool up) {
    if (!first || !up) {
       log_.notice("port " + interface->port + " of " + intf.name() + (up ? " is up" : " is down"));
    }
-   if (!interface->standby.empty()) return;  // the bridge sends by the other port
+   if (!interface->standby.empty()) {
+      // The bridge sends by the standby port.
+      if (watched_.insert(intf).second) watchStandby(intf);
+      return;
+   }
    if (!up && configuration_.reroutes.contains(intf)) ++numbers_.reroutes;
    if (switch_) switch_->linkIs(intf, up ? IntfOperStatus::up : IntfOperStatus::down);
    if (!up) routes_.failed(intf);
@@ -340,7 +345,23 @@ void LiveAgent::restore(IntfId intf, bool again) {
 // The daemon sees the link of its interface, whose other end is the CPU port.
 void LiveAgent::cpuPortFollows(IntfId intf) {
    LiveInterface const* const interface = configuration_.interface(intf);
-   if (interface && interface->standby.empty()) cpuPortIs(*interface, frontLinks_[intf].up);
+   auto const front = frontLinks_.find(intf);
+   if (!interface || front == frontLinks_.end()) return;
+   std::string const& standby = interface->standby;
+   cpuPortIs(*interface,
+             front->second.up || (!standby.empty() && bridge_->portUp(standby).value_or(false)));
+}
+
+// The bridge does not notify the link of a standby port, so the agent looks at it as long as the
+// front port is down.
+void LiveAgent::watchStandby(IntfId intf) {
+   cpuPortFollows(intf);
+   auto const front = frontLinks_.find(intf);
+   if (front == frontLinks_.end() || front->second.up) {
+      watched_.erase(intf);
+   } else {
+      later_.in(standbyLook, [this, intf] { watchStandby(intf); });
+   }
 }
 
 void LiveAgent::cpuPortIs(LiveInterface const& interface, bool up) {

@@ -144,6 +144,7 @@ class LiveAgent final : public InspectedRun, Kernel::Listener, OpenFlow::Listene
    L3::VrfName vrfOf(Kernel::Link const& link) const;
    void linkStateIs(Lnet::IntfId intf, bool up);
    void cpuPortFollows(Lnet::IntfId intf);
+   void watchStandby(Lnet::IntfId intf);
    void cpuPortIs(LiveInterface const& interface, bool up);
    void deleteOrHold();
    void hold(Qor::U32 table);
@@ -175,6 +176,7 @@ class LiveAgent final : public InspectedRun, Kernel::Listener, OpenFlow::Listene
    InterfaceMap interfaceMap_;             // as the switch has it
    std::map<Lnet::IntfId, L3::VrfName> vrfOf_;
    std::map<Lnet::IntfId, FrontLink> frontLinks_;           // as last applied
+   std::set<Lnet::IntfId> watched_;                         // interfaces whose standby is looked at
    std::set<std::string> disabled_;                         // CPU ports that the agent has disabled
    std::vector<L3::VrfName> vrfs_{L3::VrfName("default")};  // by VRF id
    std::set<Kernel::RouteKey> deleted_;                     // by the kernel, and not applied yet
