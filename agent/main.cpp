@@ -147,8 +147,9 @@ CLI::App* addAgent(CLI::App& app, Agent::AgentOptions& options) {
    agent->add_option("--config", options.configFile, "configuration")
          ->type_name("FILE")
          ->capture_default_str();
-   agent->add_flag("--check-config", options.checkConfig,
-                   "report faults of FILE and interfaces without a port, and end");
+   agent->add_flag(
+         "--check-config", options.checkConfig,
+         "report faults of FILE, interfaces without a port and routes without hardware, and end");
    agent->add_flag("--flush", options.flush, "clear the switch at the end");
    agent->add_option("--log", options.log, "level of the log, in place of that of FILE")
          ->check(CLI::IsMember({"error", "warning", "notice", "info", "debug"}));

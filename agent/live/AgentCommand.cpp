@@ -1,5 +1,7 @@
 #include "agent/live/AgentCommand.h"
 
+#include <fmt/format.h>
+
 #include <iostream>
 
 #include "agent/live/LiveAgent.h"
@@ -25,11 +27,16 @@ std::optional<Configuration> load(std::string const& file) {
    return std::get<Configuration>(std::move(loaded));
 }
 
-// Prints the notes on the interfaces, as the kernel has them now.
+// Prints the notes on the interfaces, as the kernel has them now, and why routes stay with the CPU.
 void printNotes(LiveAgent& agent, EventLoop& loop) {
    agent.onSynced([&] {
       for (std::string const& note : agent.interfaceNotes())
          std::cout << note << '\n';
+      for (auto const& [key, known] : agent.routes().routes()) {
+         if (known.decision.inHardware()) continue;
+         std::cout << fmt::format("{} of table {} stays with the CPU: {}\n", routeName(key),
+                                  key.table, known.decision.text);
+      }
       loop.stop();
       return false;
    });

@@ -171,6 +171,10 @@ LiveAnswer show(LiveAgent& agent, std::string_view what, bool json) {
 
 }  // namespace
 
+std::string routeName(Kernel::RouteKey const& key) {
+   return fmt::format("({}, {})", sourceText(key.source), key.group.toString());
+}
+
 ordered_json routesJson(LiveAgent const& agent) {
    ordered_json all = ordered_json::array();
    for (auto const& [key, known] : agent.routes().routes())

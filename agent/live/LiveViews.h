@@ -22,6 +22,9 @@ struct LiveAnswer {
 // The answer to one line. The tables of the bridge are as of the last LiveAgent::refresh().
 LiveAnswer answerTo(LiveAgent& agent, std::string_view line, bool json);
 
+// "(10.0.0.2, 232.1.1.1)", "(*, 239.1.1.1)"
+std::string routeName(Kernel::RouteKey const& key);
+
 // Each route of the kernel: "src", "dst", "table", "iif", "oifs", "state", and "reason" if it has
 // one; "fault" if something is wrong with it.
 nlohmann::ordered_json routesJson(LiveAgent const& agent);

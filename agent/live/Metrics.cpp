@@ -159,7 +159,7 @@ std::string Metrics::text() const {
                                 "Time until the switch has confirmed a batch of writes.",
                                 durations_->writes));
    families.push_back(durations("velmroute_programming_seconds",
-                                "Time from the kernel's notification of a route to the switch's "
+                                "Time from the end of the quiet time of a route to the switch's "
                                 "confirmation of its entry.",
                                 durations_->programming));
    return prometheus::TextSerializer().Serialize(families);

@@ -61,7 +61,7 @@ class Metrics {
 
    // From the sending of a batch of writes to the switch's answer to its barrier.
    void observeWrite(Qor::Seconds duration);
-   // From the first notification of a route to the switch's answer to its write.
+   // From the end of the quiet time behind the notifications of a route to the answer of the switch.
    void observeProgramming(Qor::Seconds duration);
 
    // The text of a scrape.
