@@ -482,8 +482,9 @@ TEST_F(LiveAgentOnFakes, FollowsLinksRulesAndVrfs) {
 TEST_F(LiveAgentOnFakes, TakesDownTheCpuPortOfAFailedFrontPort) {
    kernel_.routes = {{key(1), to({2})}};
    peer_.ports["p3"].up = false;
+   kernel_.links[21].adminUp = false;  // by an agent that was killed
    start();
-   EXPECT_EQ(enabled(), (Lines{"23 down"}));
+   EXPECT_EQ(enabled(), (Lines{"21 up", "23 down"}));
    portUp("p2", false);
    wait(0.1);
    portUp("p3", true);

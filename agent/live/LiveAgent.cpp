@@ -123,6 +123,9 @@ void LiveAgent::makeSwitch() {
    // A link that went down before the first route has no route to protect.
    for (LiveInterface const& interface : configuration_.interfaces) {
       switch_->learnIntf(interface.intf);
+      // An agent that was killed leaves its disabled ports behind.
+      Kernel::Link const* const cpu = monitor_->link(interface.cpu);
+      if (cpu && !cpu->adminUp) disabled_.insert(interface.cpu);
       linkStateIs(interface.intf, bridge_->portUp(interface.port).value_or(false));
    }
    switch_->programmer().onChanges([this] { later_.in(0, [this] { lookAtChanges(); }); });
@@ -186,6 +189,7 @@ void LiveAgent::endStep() {
    for (std::string const& cpu : std::exchange(disabled_, {})) {
       if (Kernel::Link const* const link = monitor_->link(cpu)) linkControl_(link->index, true);
    }
+   if (flush_) log_.warning("the bridge is not cleared, because it is not connected");
    log_.notice(cleared_ ? "ended; the bridge is cleared" : "ended; the bridge forwards on");
    if (bridge_) bridge_->stop();
    if (ended_) ended_();

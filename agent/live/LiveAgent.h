@@ -9,6 +9,9 @@
 // Lost connections. Without the bridge the routes of the kernel are followed on. The bridge forwards
 // by its tables meanwhile, and gets the differences when it is there again.
 //
+// CPU ports. The agent disables and enables them. At the start it enables those whose front port has
+// a link, because an agent that was killed may have left them disabled.
+//
 // End. Without `flush` the bridge goes on forwarding. CPU ports that the agent has disabled are
 // enabled, because nobody would do it later.
 #pragma once
@@ -177,7 +180,7 @@ class LiveAgent final : public InspectedRun, Kernel::Listener, OpenFlow::Listene
    std::map<Lnet::IntfId, L3::VrfName> vrfOf_;
    std::map<Lnet::IntfId, FrontLink> frontLinks_;           // as last applied
    std::set<Lnet::IntfId> watched_;                         // interfaces whose standby is looked at
-   std::set<std::string> disabled_;                         // CPU ports that the agent has disabled
+   std::set<std::string> disabled_;                         // CPU ports that an agent has disabled
    std::vector<L3::VrfName> vrfs_{L3::VrfName("default")};  // by VRF id
    std::set<Kernel::RouteKey> deleted_;                     // by the kernel, and not applied yet
    std::map<Qor::U32, Held> held_;                          // by table
