@@ -3,32 +3,31 @@
 
 #include <functional>
 #include <map>
+#include <utility>
 
-#include "Qor/Clock.h"
+#include "agent/live/Timer.h"
 
 namespace Agent {
 
-class Later final : private Qor::Clock::Notifiee {
+class Later final {
  public:
-   Later() { notifierIs(clock_.get()); }
-
    // A function may add others, and must not destroy this object.
    void in(Qor::Seconds seconds, std::function<void()> function) {
       functions_.emplace(Qor::now() + seconds, std::move(function));
-      clock_->timeMinIs(functions_.begin()->first);
+      timer_.at(functions_.begin()->first);
    }
 
  private:
-   void onTime() override {
+   void due() {
       while (!functions_.empty() && functions_.begin()->first <= Qor::now()) {
          auto const first = functions_.extract(functions_.begin());
          first.mapped()();
       }
-      clock_->timeMinIs(functions_.empty() ? Qor::never : functions_.begin()->first);
+      if (!functions_.empty()) timer_.at(functions_.begin()->first);
    }
 
-   Qor::Ptr<Qor::Clock> const clock_ = Qor::make<Qor::Clock>("later");
    std::multimap<Qor::Seconds, std::function<void()>> functions_;
+   Timer timer_{"later", [this] { due(); }};
 };
 
 }  // namespace Agent

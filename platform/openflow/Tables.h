@@ -174,6 +174,8 @@ class Tables final : public VelHelper::AsyncMrouteHelper,
    void misused(char const* hook, char const* what, U32 number);
    GroupDesc describe(U32 id, Qor::String8& reason) const;
    static Flow describe(U32 handle, Entry const& entry);
+   static WriteXactPtr done();  // a transaction of a change that needs no write
+   static void moveTo(std::vector<WriteXactPtr>& to, std::vector<WriteXactPtr> from);
    void issue(Write write, bool first = false);
    void writeGroup(U32 id, MrouteLib::PortVlanSet const& set, Hux::XactPtr blocking);
    void issueGroup(U32 id, std::vector<WriteXactPtr> xacts, Hux::XactPtr blocking);
