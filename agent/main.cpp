@@ -8,6 +8,7 @@
 #include "agent/input/TraceOption.h"
 #include "agent/live/AgentCommand.h"
 #include "agent/live/ControlCommands.h"
+#include "agent/report/ErrorOutput.h"
 #include "agent/report/ExitCode.h"
 #include "agent/report/Output.h"
 #include "agent/run/RunCommand.h"
@@ -236,7 +237,7 @@ int main(int argc, char** argv) {
    try {
       return runProgram(argc, argv);
    } catch (std::exception const& error) {
-      std::cerr << "velmroute: " << error.what() << '\n';
+      Agent::printError(error.what());
       return Agent::exitFailed;
    }
 }

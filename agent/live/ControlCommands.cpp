@@ -5,6 +5,7 @@
 
 #include "agent/inspect/LineEditor.h"
 #include "agent/live/ControlClient.h"
+#include "agent/report/ErrorOutput.h"
 #include "agent/report/ExitCode.h"
 #include "agent/report/Output.h"
 
@@ -69,7 +70,7 @@ int ControlCommands::ask(std::string const& command) const {
       bool const good = askAgent(socket_, command, json_, print, complain);
       return outputWritten() && good ? exitDone : exitFailed;
    } catch (std::runtime_error const& error) {
-      std::cerr << "velmroute: " << error.what() << '\n';
+      printError(error.what());
       return exitFailed;
    }
 }
