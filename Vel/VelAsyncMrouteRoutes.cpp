@@ -65,7 +65,7 @@ Hux::XactPtr AsyncMrouteSwitch::doSetMtableOifSet(RouteHandle handle, MtableOifS
                                                   Hux::XactPtr blockingXact) {
    VEL_TRACE(8, "AsyncMrouteSwitch::doSetMtableOifSet( " << handle << " )");
    mrouteFailureReasonIs(MrouteFailureReason::none);
-   auto const oif = Qor::ptrCast<AsyncMtableOifSet>(mtableOifSet);
+   auto* const oif = Qor::objectCast<AsyncMtableOifSet>(mtableOifSet.get());
    QOR_ASSERT(oif);
    VEL_TRACE(7, " rh " << handle << " -> mt " << *oif << " oifset " << oif->oifSet() << ' '
                        << oif->oifSet()->portVlanSet().pretty());
@@ -85,15 +85,15 @@ void AsyncMrouteSwitch::doSetBridgeAction(RouteHandle handle, bool bridgeAction)
                                                          << bridgeAction << " )");
 }
 
-// Half of a route's cycle: g++ inlines the removal from one of the two collections alone otherwise.
-[[gnu::flatten]] void AsyncMrouteSwitch::doDeleteRoute(RouteHandle handle) {
+void AsyncMrouteSwitch::doDeleteRoute(RouteHandle handle) {
    VEL_TRACE(8, "AsyncMrouteSwitch::doDeleteRoute( " << handle << " )");
    VEL_TRACE(7, " rh " << handle << ' ' << dumpRouteHandle(handle));
-   InUseRouteHandleKey const key = inUseRouteHandleKey(handle);
+   auto const* const entry = inUseRouteHandleKey().find(handle);
+   InUseRouteHandleKey const key = entry ? entry->second : InUseRouteHandleKey();
    VEL_BLIP("AsyncMrouteSwitch::doDeleteRoute %s", key.routeKey());
    // The hook comes last. Otherwise the platform could give the handle to a route that a listener
    // allocates here, and the second removal would erase the entry of the new route.
-   inUseRouteHandleDel(key);
+   inUseRouteHandle_.del(*this, key, handle);
    inUseRouteHandleKeyDel(handle);
    mrouteHelper_->doDeleteRoute(handle);
    mrouteHelper_->doScheduleVerify();

@@ -59,7 +59,7 @@ AsyncMrouteSwitch::RecordPtr AsyncMrouteSwitch::reusableRecord(OifSetPtr const& 
    VEL_BLIP("Foung an existing oif set");
    if (existing->zombie().isZombie()) {
       VEL_TRACE(2, "Resurrecting zombie mtableOifSet " << *existing);
-      resurrect(*existing);
+      resurrect(existing);
       existing->zombieIs(ZombieKey());
    }
    return existing;

@@ -63,7 +63,7 @@
 // leave the destructor, and the process is terminated. The same holds for the end of the switch.
 #pragma once
 
-#include "Qor/PairTable.h"
+#include "Qor/RecordTable.h"
 #include "Routing/Hardware/RouteStatus.h"
 #include "Vel/VelAsyncMrouteHelper.h"
 #include "Vel/VelAsyncMrouteKeys.h"
@@ -107,7 +107,7 @@ class QOR_PUBLIC AsyncMrouteSwitch final
    using OifSetXactColl =
          Qor::Collection<Qor::HashMap<OifSetPtr, Hux::XactPtr>, &Notifiee::onOifSetXact,
                          &Notifiee::onOifSetXactImmediate>;
-   using RouteHandles = Qor::PairTable<InUseRouteHandleKey, MrouteLib::RouteHandle>;
+   using RouteHandles = Qor::RecordTable<InUseRouteHandleKey, MrouteLib::RouteHandle>;
    using InUseRouteHandleColl =
          Qor::Collection<RouteHandles::Forward, &Notifiee::onInUseRouteHandle,
                          &Notifiee::onInUseRouteHandleImmediate>;
@@ -203,7 +203,7 @@ class QOR_PUBLIC AsyncMrouteSwitch final
    void oifSetXactNotify(OifSetPtr s) { oifSetXact_.notify(*this, s); }
 
    // The programmed routes, by key and by handle. The two collections are changed independently,
-   // and share the storage of their entries (Qor/PairTable.h).
+   // and show one table of records (Qor/RecordTable.h).
    InUseRouteHandleColl::Map const& inUseRouteHandle() const { return inUseRouteHandle_.map(); }
    MrouteLib::RouteHandle inUseRouteHandle(InUseRouteHandleKey const& key) const {
       return inUseRouteHandle_.value(key);

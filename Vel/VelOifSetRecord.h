@@ -73,8 +73,8 @@ class OifSetRecord : public Qor::Entity<Record, MrouteLib::MtableOifSet>,
       return programmer() ? static_cast<RecordOwner<Switch> const*>(programmer())->mrouteSwitch
                           : nullptr;
    }
-   // The slot number of the record's entry in zombieOifSet (Qor/QueueMap.h); of no meaning while
-   // the record is not a zombie.
+   // The record's place in the queue of zombieOifSet (Qor/QueueMap.h); of no meaning while the
+   // record is not a zombie.
    Qor::U32 queuePlace() const { return queuePlace_; }
    void queuePlaceIs(Qor::U32 place) { queuePlace_ = place; }
 

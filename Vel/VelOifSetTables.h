@@ -153,9 +153,9 @@ class OifSetTables : public Qor::Entity<Switch, Base> {
    ~OifSetTables() override = default;
 
    // Removes the record from zombieOifSet, so that a route may use the record again.
-   void resurrect(Record const& record) {
-      zombieOifSet_.map().expect(record.queuePlace());
-      zombieOifSetDel(record.zombie());
+   void resurrect(RecordPtr const& record) {
+      auto const held = this->hold();
+      zombieOifSet_.del(self(), record->zombie(), record);
    }
 
    // Empties the collections that name records, at the end of the switch.

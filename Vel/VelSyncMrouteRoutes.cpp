@@ -20,7 +20,7 @@ struct Shown {
    }
 };
 
-Qor::U32 indexOf(Qor::Ptr<MtableOifSet> const& record) {
+Qor::U32 indexOf(MtableOifSet const* record) {
    return record ? record->oifSetIndex() : 0;
 }
 
@@ -28,11 +28,8 @@ Qor::U32 indexOf(Qor::Ptr<MtableOifSet> const& record) {
 
 MrouteSwitch::RoutePtr MrouteSwitch::routeIs(RouteHandle handle, IpGenRouteKey key,
                                              VlanIdOrNone acceptingVlanId) {
-   RoutePtr const r = route_.instantiate(*this, handle, [&] {
-      RouteKeyVlanId routeKey(key, acceptingVlanId);
-      handleToRouteKey_.assign(handle, routeKey);
-      return routeFactory(handle, key, acceptingVlanId);
-   });
+   RoutePtr const r = route_.instantiate(
+         *this, handle, [&] { return routeFactory(handle, key, acceptingVlanId); });
    if (r->key() != key) Qor::throwReinstantiation("key", r->key().strep());
    if (r->acceptingVlanId() != acceptingVlanId) {
       Qor::throwReinstantiation("acceptingVlanId", r->acceptingVlanId().strep());
@@ -44,13 +41,11 @@ MrouteSwitch::RoutePtr MrouteSwitch::routeIs(RouteHandle handle, IpGenRouteKey k
 // record.
 void MrouteSwitch::routeDel(RouteHandle handle) {
    auto const self = hold();
-   handleToRouteKey_.take(handle);
    route_.del(*this, handle);
 }
 
 void MrouteSwitch::routeDelAll() {
    auto const self = hold();
-   handleToRouteKey_.takeAll();
    route_.delAll(*this);
 }
 
@@ -92,8 +87,9 @@ void MrouteSwitch::doAllocateRoute(IpGenRouteKey const& routeKey, VlanIdOrNone a
       return;
    }
    Qor::U16 const rpa = rpaId == RpaIndex::none() ? Qor::U16{0} : rpaId.value();
-   allocateRoute(routeKey, acceptingVlanId, indexOf(Qor::ptrCast<MtableOifSet>(mtableOifSet)),
-                 fastDrop, noRpf, rpa, static_cast<Qor::U16>(vrfId));
+   allocateRoute(routeKey, acceptingVlanId,
+                 indexOf(Qor::objectCast<MtableOifSet>(mtableOifSet.get())), fastDrop, noRpf, rpa,
+                 static_cast<Qor::U16>(vrfId));
 }
 
 void MrouteSwitch::allocateBoundary(IpGenRouteKey const& key, VlanIdOrNone acceptingVlanId,
@@ -140,8 +136,14 @@ void MrouteSwitch::allocateRoute(IpGenRouteKey const& key, VlanIdOrNone acceptin
       routeHandleIs(handle);
       return;
    }
-   if (route().find(handle)) takeHandle(handle, key, acceptingVlanId);
-   RoutePtr const mroute = routeIs(handle, key, acceptingVlanId);
+   RoutePtr mroute;
+   if (route().find(handle)) {
+      takeHandle(handle, key, acceptingVlanId);
+      mroute = routeIs(handle, key, acceptingVlanId);
+   } else {
+      mroute = routeFactory(handle, key, acceptingVlanId);
+      route_.is(*this, handle, mroute);
+   }
    routeKeyToHandleIs(RouteKeyVlanId(key, acceptingVlanId), handle);
    mroute->fastdropIs(fastDrop);
    mroute->vrfIdIs(vrfId);
@@ -156,7 +158,8 @@ void MrouteSwitch::allocateRoute(IpGenRouteKey const& key, VlanIdOrNone acceptin
 void MrouteSwitch::takeHandle(RouteHandle handle, IpGenRouteKey const& key,
                               VlanIdOrNone acceptingVlanId) {
    if (noopAgent()) {
-      RouteKeyVlanId const before = handleToRouteKey_.find(handle)->second;
+      RoutePtr const older = route(handle);
+      RouteKeyVlanId const before(older->key(), older->acceptingVlanId());
       if (before == RouteKeyVlanId(key, acceptingVlanId)) return;
       routeKeyToHandleDel(before);
       routeDel(handle);
@@ -176,7 +179,7 @@ void MrouteSwitch::doSetMtableOifSet(RouteHandle handle, MrouteLib::MtableOifSet
    RoutePtr const mroute = route(handle);
    if (!mroute && noopAgent()) return;  // a newer route has taken over the handle
    QOR_ASSERT(mroute);
-   auto const oif = Qor::ptrCast<MtableOifSet>(mtableOifSet);
+   auto* const oif = Qor::objectCast<MtableOifSet>(mtableOifSet.get());
    QOR_ASSERT(oif);
    VEL_TRACE(2, "doSetMtableOifSet"
                       << ", vrfId: " << mroute->vrfId() << ", Route: " << handle
@@ -195,19 +198,16 @@ void MrouteSwitch::doSetMtableOifSet(RouteHandle handle, MrouteLib::MtableOifSet
 
 void MrouteSwitch::doDeleteRoute(RouteHandle handle) {
    if (!initialized_) return;
-   // Looked up first: the key and the route are far apart in memory, and both are fetched in
-   // parallel.
-   auto const routeKey = handleToRouteKey_.find(handle);
    if (RoutePtr const mroute = route(handle)) {
       VEL_TRACE(2, "doDeleteRoute"
                          << ", vrfId: " << mroute->vrfId() << ", Route: " << handle << ' '
                          << mroute->key());
-      RouteKeyVlanId const key = routeKey->second;
       mrouteHelper_->doDeleteMroute(switchId(), mroute->vrfId(), handle, mroute);
-      routeKeyToHandleDel(key);
+      RouteKeyVlanId const key(mroute->key(), mroute->acceptingVlanId());
+      routeKeyToHandle_.del(*this, key, handle);
       VEL_TRACE(2, "doDeleteRoute"
                          << ", Route: " << handle
-                         << ", oifSetIndex: " << indexOf(mroute->mtableOifSet()));
+                         << ", oifSetIndex: " << indexOf(mroute->mtableOifSet().get()));
       routeDel(handle);
    } else {
       VEL_TRACE(2, "doDeleteRoute"

@@ -108,7 +108,7 @@ bool MrouteSwitch::shareRecord(RecordPtr const& existing) {
    VEL_TRACE(2, "Found an existing oif set");
    if (existing->zombie().isZombie()) {
       VEL_TRACE(2, "Resurrecting zombie oifSetIndex: 0x" << std::hex << existing->oifSetIndex());
-      resurrect(*existing);
+      resurrect(existing);
       existing->zombieIs(ZombieKey());
       // A failure during the record's time as a zombie has removed its set from frrMtableOifSet.
       OifSetPtr const oifSet = existing->oifSet();

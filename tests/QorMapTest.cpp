@@ -11,7 +11,6 @@
 #include "Qor/NumberMap.h"
 #include "Qor/OrderedMap.h"
 #include "Qor/Ptr.h"
-#include "Qor/QueueMap.h"
 
 namespace {
 
@@ -49,8 +48,7 @@ struct Owning {
 template <class Map>
 class QorMap : public testing::Test {};
 using Maps = testing::Types<Qor::HashMap<U64, Owning>, Qor::HashMap<CollidingKey, Owning>,
-                            Qor::OrderedMap<U64, Owning>, Qor::NumberMap<Number, Owning>,
-                            Qor::QueueMap<CollidingKey, Owning>>;
+                            Qor::OrderedMap<U64, Owning>, Qor::NumberMap<Number, Owning>>;
 TYPED_TEST_SUITE(QorMap, Maps);
 
 TYPED_TEST(QorMap, AgreesWithAPlainMapThroughRandomOperations) {

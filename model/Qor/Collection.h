@@ -50,7 +50,7 @@ class Collection {
    static constexpr auto immediate = Immediate;
 
    Collection() = default;
-   // Takes a map that shares its storage with another map (Qor/PairTable.h).
+   // Takes a map that shares its storage with another map (Qor/RecordTable.h).
    explicit Collection(Map map) : map_(std::move(map)) {}
 
    Map const& map() const { return map_; }
@@ -71,6 +71,14 @@ class Collection {
    template <class E>
    void del(E& entity, Key key) {
       std::optional<Value> const removed = map_.take(key);
+      if (removed) entity.template notify<Each>(key);
+   }
+
+   // As del(key). `likely` is the value that the member most likely has, which spares a map that
+   // finds its members by value too (Qor/RecordTable.h) the look-up.
+   template <class E>
+   void del(E& entity, Key key, Value likely) {
+      std::optional<Value> const removed = map_.take(key, likely);
       if (removed) entity.template notify<Each>(key);
    }
 

@@ -29,7 +29,7 @@ class HashIndex {
    template <class Same>
    U32 locate(U32 hash, Same const& same) const {
       if (size_ == 0) return nowhere;
-      for (U32 position = hash & mask();; position = (position + 1) & mask()) {
+      for (U32 position = hash & mask_;; position = (position + 1) & mask_) {
          Cell const& cell = cells_[position];
          if (cell.entry == 0) return nowhere;
          if (cell.hash == hash && same(cell.entry - 1)) return position;
@@ -37,36 +37,29 @@ class HashIndex {
    }
    // The position of the cell of entry `number`, which must be in the index. Reads no entry.
    U32 locate(U32 hash, U32 number) const {
-      U32 position = hash & mask();
+      U32 position = hash & mask_;
       while (cells_[position].entry != number + 1)
-         position = (position + 1) & mask();
+         position = (position + 1) & mask_;
       return position;
    }
+   // The number of entries.
+   U32 size() const { return size_; }
    // The number of the entry at `position`.
    U32 operator[](U32 position) const { return cells_[position].entry - 1; }
-   // Starts fetching the first cell that a look-up of `hash` reads. Always inlined: the compiler
-   // drops a call of a function that does nothing but prefetch.
-   [[gnu::always_inline]] void prefetch(U32 hash) const {
-      if (size_ != 0) __builtin_prefetch(&cells_[hash & mask()], 1);
-   }
-
    // Adds entry `number`, which must not be in the index.
    void insert(U32 hash, U32 number) {
-      if ((std::size_t(size_) + 1) * 2 > cells_.size()) grow();
+      if (cells_.empty() || size_ >= (mask_ + 1) / 2) grow();
       place({hash, number + 1});
       ++size_;
    }
 
-   // Replaces the entry at `position` by entry `number` of the same hash.
-   void replace(U32 position, U32 number) { cells_[position].entry = number + 1; }
-
    // Empties the cell at `hole` and moves the later cells of its run up, so that the index needs no
    // tombstones.
    void vacate(U32 hole) {
-      for (U32 position = (hole + 1) & mask(); cells_[position].entry != 0;
-           position = (position + 1) & mask()) {
-         U32 const home = cells_[position].hash & mask();
-         if (((position - home) & mask()) >= ((position - hole) & mask())) {
+      for (U32 position = (hole + 1) & mask_; cells_[position].entry != 0;
+           position = (position + 1) & mask_) {
+         U32 const home = cells_[position].hash & mask_;
+         if (((position - home) & mask_) >= ((position - hole) & mask_)) {
             cells_[hole] = cells_[position];
             hole = position;
          }
@@ -77,6 +70,7 @@ class HashIndex {
 
    void swap(HashIndex& other) noexcept {
       cells_.swap(other.cells_);
+      std::swap(mask_, other.mask_);
       std::swap(size_, other.size_);
    }
 
@@ -86,22 +80,23 @@ class HashIndex {
       U32 entry = 0;  // number + 1; 0 is an empty cell
    };
 
-   U32 mask() const { return static_cast<U32>(cells_.size()) - 1; }
    void place(Cell cell) {
-      U32 position = cell.hash & mask();
+      U32 position = cell.hash & mask_;
       while (cells_[position].entry != 0)
-         position = (position + 1) & mask();
+         position = (position + 1) & mask_;
       cells_[position] = cell;
    }
    void grow() {
       std::vector<Cell> const before =
             std::exchange(cells_, std::vector<Cell>(cells_.empty() ? 16 : cells_.size() * 2));
+      mask_ = static_cast<U32>(cells_.size()) - 1;
       for (Cell const& cell : before) {
          if (cell.entry != 0) place(cell);
       }
    }
 
    std::vector<Cell> cells_;
+   U32 mask_ = 0;  // the number of cells, a power of two, less one
    U32 size_ = 0;
 };
 

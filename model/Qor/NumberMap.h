@@ -1,29 +1,30 @@
-// The ordered map of the framework for keys that are 32-bit numbers: a radix tree with six bits per
-// level. A look-up visits one node per six bits of the largest number that the map has held, and
-// compares nothing. If the numbers are dense, all nodes above the leaf stay cached. The map
-// suits handles and other numbers that a chip assigns, for which Qor::OrderedMap would walk a path
-// of cold nodes. Entries of up to 16 bytes, such as a counted pointer and its number, are in the
-// leaves of the tree; larger entries are in a pool.
+// The ordered map of the framework for keys that are 32-bit numbers: a radix tree whose lowest
+// blocks hold the entries of 16 numbers side by side. A look-up visits one node per six further
+// bits of the largest number that the map has held, and compares nothing. If the numbers are dense,
+// all nodes stay cached, and a look-up misses the cache for its entry alone. The map suits handles
+// and other numbers that a chip assigns, for which Qor::OrderedMap would walk a path of cold nodes.
 //
 //  - An entry keeps its address until it is erased, and iterators to it stay valid as long.
 //  - Iteration is in the order of the numbers. A position that must survive the erasure of its
 //    entry is a key: resume with upperBound(key).
 //  - The destructor of an erased value may run code that uses the map. Such code finds the map
 //    without the entry.
-//  - Dense numbers cost little more memory than their entries; an entry in the pool costs 8 bytes
-//    more. A number far from all others costs up to five nodes of 520 bytes and a leaf of up to
-//    1032.
+//  - Dense numbers cost one byte more memory than their entries. A number far from all others costs
+//    a block of 16 entries, a node of 1032 bytes, and up to four nodes of 520 bytes.
+//
+// A number may also have a mark, a value of a second type that lies beside its entry. The entry and
+// the mark of a number are independent: either may be there alone (Qor/RecordTable.h).
 #pragma once
 
 #include <array>
 #include <bit>
 #include <cstddef>
 #include <iterator>
-#include <memory>
 #include <new>
 #include <optional>
 #include <type_traits>
 #include <utility>
+#include <vector>
 
 #include "Qor/Map.h"
 #include "Qor/Pool.h"
@@ -31,8 +32,10 @@
 
 namespace Qor {
 
-// `K` is a U32, or a type whose value() returns its number.
-template <class K, class V>
+struct NoMark {};
+
+// `K` is a U32, or a type whose value() returns its number. With a mark, `V` has a default value.
+template <class K, class V, class Mark = NoMark>
 class NumberMap {
    static U32 numberOf(K const& key) {
       if constexpr (std::is_same_v<K, U32>) {
@@ -48,6 +51,53 @@ class NumberMap {
    using Entry = std::pair<K const, V>;
    static constexpr bool ordered = true;
 
+ private:
+   static constexpr bool hasMarks = !std::is_same_v<Mark, NoMark>;
+
+   // The memory of one number. The entry is constructed while the number has an entry or a mark.
+   struct RawSlot {
+      Entry& entry() { return *std::launder(reinterpret_cast<Entry*>(&storage)); }
+      alignas(Entry) std::byte storage[sizeof(Entry)];
+      [[no_unique_address]] Mark mark;
+   };
+   static constexpr std::size_t alignment =
+         std::has_single_bit(sizeof(RawSlot)) && sizeof(RawSlot) <= cacheLine ? sizeof(RawSlot)
+                                                                              : alignof(RawSlot);
+
+ public:
+   struct alignas(alignment) Slot : RawSlot {};
+
+ private:
+   static constexpr unsigned blockBits = 4;
+   static constexpr unsigned nodeBits = 6;
+   static constexpr U32 blockSize = 1u << blockBits;
+   static constexpr U32 nodeSize = 1u << nodeBits;
+
+   struct Block {
+      Slot* slots = nullptr;  // null while no number of the block is in the map
+      U16 entries = 0;        // the slots with an entry, and those with a mark, one bit each
+      U16 marks = 0;
+   };
+   using Side = U16 Block::*;
+   // A node of the lowest level has blocks as children, the others have nodes. `used` has a bit for
+   // each child.
+   template <class Child>
+   struct NodeOf {
+      U64 used = 0;
+      std::array<Child, nodeSize> children{};
+   };
+   using Blocks = NodeOf<Block>;
+   using Node = NodeOf<void*>;
+
+   // The child on the path to `number` in a node whose children are `shift` bits apart.
+   static unsigned digit(U64 number, unsigned shift) {
+      return static_cast<unsigned>(number >> shift) & (nodeSize - 1);
+   }
+   static unsigned lowest(U64 bits) { return static_cast<unsigned>(std::countr_zero(bits)); }
+   // The bits of `bits` from bit `at` on.
+   static U64 from(U64 bits, unsigned at) { return bits & (~U64{0} << at); }
+
+ public:
    template <class E>
    class Cursor {
     public:
@@ -58,10 +108,10 @@ class NumberMap {
       using reference = E&;
 
       Cursor() = default;
-      E& operator*() const { return *entry_; }
-      E* operator->() const { return entry_; }
+      E& operator*() const { return slot_->entry(); }
+      E* operator->() const { return &**this; }
       Cursor& operator++() {
-         entry_ = map_->atLeast(U64{numberOf(entry_->first)} + 1);
+         slot_ = map_->atLeast(&Block::entries, U64{numberOf((*this)->first)} + 1);
          return *this;
       }
       Cursor operator++(int) {
@@ -69,14 +119,14 @@ class NumberMap {
          ++*this;
          return before;
       }
-      bool operator==(Cursor const& other) const { return entry_ == other.entry_; }
+      bool operator==(Cursor const& other) const { return slot_ == other.slot_; }
 
     private:
       friend class NumberMap;
-      Cursor(NumberMap const* map, Entry* entry) : map_(map), entry_(entry) {}
+      Cursor(NumberMap const* map, Slot* slot) : map_(map), slot_(slot) {}
 
       NumberMap const* map_ = nullptr;
-      Entry* entry_ = nullptr;  // null at the end
+      Slot* slot_ = nullptr;  // null at the end
    };
    using Iterator = Cursor<Entry>;
    using ConstIterator = Cursor<Entry const>;
@@ -89,34 +139,33 @@ class NumberMap {
       return *this;
    }
    ~NumberMap() {
-      if (root_) destroy(root_, height_);
+      if (root_) destroy(root_, shift_);
    }
 
    U32 size() const { return size_; }
    bool empty() const { return size_ == 0; }
 
-   Iterator begin() { return Iterator(this, atLeast(0)); }
+   Iterator begin() { return Iterator(this, atLeast(&Block::entries, 0)); }
    Iterator end() { return Iterator(this, nullptr); }
-   ConstIterator begin() const { return ConstIterator(this, atLeast(0)); }
+   ConstIterator begin() const { return ConstIterator(this, atLeast(&Block::entries, 0)); }
    ConstIterator end() const { return ConstIterator(this, nullptr); }
 
    // The entry of `key`, or null.
    Entry* find(K const& key) { return const_cast<Entry*>(std::as_const(*this).find(key)); }
    Entry const* find(K const& key) const {
-      U32 const number = numberOf(key);
-      Leaf* const leaf = leafOf(number);
-      return leaf ? leaf->entry(digit(number, 0)) : nullptr;
+      Place const place = placeOf(numberOf(key));
+      return place.has(&Block::entries) ? &place.slot().entry() : nullptr;
    }
 
    ConstIterator lowerBound(K const& key) const {
-      return ConstIterator(this, atLeast(numberOf(key)));
+      return ConstIterator(this, atLeast(&Block::entries, numberOf(key)));
    }
    ConstIterator upperBound(K const& key) const {
-      return ConstIterator(this, atLeast(U64{numberOf(key)} + 1));
+      return ConstIterator(this, atLeast(&Block::entries, U64{numberOf(key)} + 1));
    }
 
    // Returns the entry of `key`, made from `value` if there was none, and whether it was made.
-   std::pair<Entry*, bool> insert(K key, V value) { return findOrMake(std::move(key), value); }
+   std::pair<Entry*, bool> insert(K key, V value) { return findOrMake(key, value); }
 
    bool assign(K const& key, V& value) {
       auto const [entry, made] = findOrMake(key, value);
@@ -124,25 +173,26 @@ class NumberMap {
    }
 
    std::optional<V> take(K const& key) {
-      U32 const number = numberOf(key);
-      Leaf* const leaf = leafOf(number);
-      if (!leaf) return std::nullopt;
-      unsigned const slot = digit(number, 0);
-      Entry* const entry = leaf->entry(slot);
-      if (!entry) return std::nullopt;
-      std::optional<V> value(std::move(entry->second));
-      entry->~Entry();
-      if constexpr (!inLeaf) pool_.deallocate(entry, sizeof(Entry));
-      leaf->used &= ~(U64{1} << slot);
+      Place const place = placeOf(numberOf(key));
+      if (!place.has(&Block::entries)) return std::nullopt;
+      place.remove(&Block::entries);
       --size_;
-      if (leaf->used == 0) [[unlikely]] {
-         recent_ = nullptr;
-         prune(root_, height_, number);
-      }
+      std::optional<V> value(std::move(place.slot().entry().second));
+      release(place);
       return value;
    }
 
-   NumberMap takeAll() { return std::move(*this); }
+   // Removes all entries and returns an owner of their values; the marks stay.
+   auto takeAll() {
+      if constexpr (hasMarks) {
+         std::vector<V> values;
+         for (Slot* slot; (slot = atLeast(&Block::entries, 0));)
+            values.push_back(*take(K(slot->entry().first)));
+         return values;
+      } else {
+         return NumberMap(std::move(*this));
+      }
+   }
    void clear() { takeAll(); }
 
    ConstIterator resume(ConstIterator, K const& key) const { return upperBound(key); }
@@ -150,164 +200,188 @@ class NumberMap {
    void swap(NumberMap& other) noexcept {
       std::swap(pool_, other.pool_);
       std::swap(root_, other.root_);
-      std::swap(height_, other.height_);
+      std::swap(shift_, other.shift_);
+      std::swap(limit_, other.limit_);
       std::swap(size_, other.size_);
-      recent_ = other.recent_ = nullptr;
+   }
+
+   // The slot of a number with a mark; null without one.
+   Slot* marked(U32 number) const {
+      Place const place = placeOf(number);
+      return place.has(&Block::marks) ? &place.slot() : nullptr;
+   }
+   // The first slot with a mark whose number is not less than `number`; null without one.
+   Slot* markedAtLeast(U64 number) const { return atLeast(&Block::marks, number); }
+   // Gives a mark to `key` unless it has one, or its entry does not satisfy fits(entry). Without an
+   // entry, `value` is the value of the slot's entry. Returns whether the mark was given.
+   template <class Fits>
+   bool mark(K const& key, V const& value, Mark const& mark, Fits const& fits) {
+      Place const place = makePlace(numberOf(key));
+      if (place.has(&Block::marks)) return false;
+      if (!place.has(&Block::entries)) {
+         ::new (&place.slot().storage) Entry(key, value);
+      } else if (!fits(place.slot().entry())) {
+         return false;
+      }
+      ::new (&place.slot().mark) Mark(mark);
+      place.add(&Block::marks);
+      return true;
+   }
+   // Removes the mark of a number if there is one that satisfies goes(slot). Returns whether it was
+   // removed.
+   template <class Goes>
+   bool unmark(U32 number, Goes const& goes) {
+      Place const place = placeOf(number);
+      if (!place.has(&Block::marks) || !goes(place.slot())) return false;
+      place.remove(&Block::marks);
+      release(place);
+      return true;
    }
 
  private:
-   static constexpr unsigned bits = 6;
-   static constexpr bool inLeaf = sizeof(Entry) <= 16;
+   // Where the slot of a number is: `block` is null if the tree has none.
+   struct Place {
+      bool has(Side side) const { return block && (block->*side & bit()); }
+      void add(Side side) const { block->*side = static_cast<U16>(block->*side | bit()); }
+      void remove(Side side) const { block->*side = static_cast<U16>(block->*side & ~bit()); }
+      Slot& slot() const { return block->slots[number & (blockSize - 1)]; }
+      U32 bit() const { return 1u << (number & (blockSize - 1)); }
 
-   // The bits of `used` from bit `at` on. `at` may be 64, behind the last bit.
-   static U64 usedFrom(U64 used, unsigned at) { return at >> bits ? 0 : used & (~U64{0} << at); }
-   static unsigned lowest(U64 used) { return static_cast<unsigned>(std::countr_zero(used)); }
-
-   // An inner node. Below a node of level 1 are leaves, below the others are nodes.
-   struct Node {
-      U64 used = 0;
-      std::array<void*, 1u << bits> below{};
-
-      void set(unsigned at, void* to) {
-         below[at] = to;
-         used |= U64{1} << at;
-      }
-      void clear(unsigned at) {
-         below[at] = nullptr;
-         used &= ~(U64{1} << at);
-      }
+      Block* block;
+      U32 number;
    };
-   struct Leaf {
-      struct Room {
-         alignas(Entry) std::byte bytes[sizeof(Entry)];
-      };
-      U64 used = 0;
-      std::array<std::conditional_t<inLeaf, Room, void*>, 1u << bits> slots;
-
-      Entry* entry(unsigned at) {
-         if (!(used >> at & 1)) return nullptr;
-         if constexpr (inLeaf) {
-            return std::launder(reinterpret_cast<Entry*>(&slots[at]));
-         } else {
-            return static_cast<Entry*>(slots[at]);
-         }
+   [[gnu::always_inline]] Place placeOf(U32 number) const {
+      if (number >= limit_) return {nullptr, number};
+      void* node = root_;
+      for (unsigned shift = shift_; shift > blockBits; shift -= nodeBits) {
+         node = static_cast<Node*>(node)->children[digit(number, shift)];
+         if (!node) return {nullptr, number};
       }
-      // The memory in which to construct the entry of slot `at`.
-      void* room(unsigned at, [[maybe_unused]] NodePool& pool) {
-         if constexpr (inLeaf) {
-            return &slots[at];
-         } else {
-            return slots[at] = pool.allocate(sizeof(Entry));
-         }
-      }
-   };
-
-   static unsigned digit(U64 number, unsigned level) {
-      return static_cast<unsigned>(number >> (bits * level)) & ((1u << bits) - 1);
+      return {&static_cast<Blocks*>(node)->children[digit(number, blockBits)], number};
    }
-   // Whether the tree is high enough to hold `number`.
-   bool covers(U64 number) const { return root_ && number >> (bits * (height_ + 1)) == 0; }
+   // As placeOf(); the block has memory for its slots.
+   [[gnu::always_inline]] Place makePlace(U32 number) {
+      Place const place = placeOf(number);
+      return place.block && place.block->slots ? place : Place{growTo(number), number};
+   }
 
    // The entry of `key`, and whether it was made. Moves from `value` only to make the entry.
-   template <class L>
-   std::pair<Entry*, bool> findOrMake(L&& key, V& value) {
-      U32 const number = numberOf(key);
-      Leaf* leaf = leafOf(number);
-      if (!leaf) [[unlikely]] {
-         leaf = makeLeaf(number);
+   std::pair<Entry*, bool> findOrMake(K const& key, V& value) {
+      Place const place = makePlace(numberOf(key));
+      Slot& slot = place.slot();
+      if (place.has(&Block::entries)) return {&slot.entry(), false};
+      if (hasMarks && place.has(&Block::marks)) {
+         slot.entry().second = std::move(value);
+      } else {
+         ::new (&slot.storage) Entry(key, std::move(value));
       }
-      unsigned const slot = digit(number, 0);
-      if (Entry* const present = leaf->entry(slot)) return {present, false};
-      Entry* const made =
-            ::new (leaf->room(slot, pool_)) Entry(std::forward<L>(key), std::move(value));
-      leaf->used |= U64{1} << slot;
+      place.add(&Block::entries);
       ++size_;
-      return {made, true};
+      return {&slot.entry(), true};
    }
 
-   // The entry with the lowest number that is not less than `number`, or null.
-   Entry* atLeast(U64 number) const {
-      return covers(number) ? atLeast(root_, height_, number) : nullptr;
+   // The first slot of a side whose number is not less than `number`, or null.
+   Slot* atLeast(Side side, U64 number) const {
+      return number < limit_ ? atLeast(side, root_, shift_, number) : nullptr;
    }
-   static Entry* atLeast(void* at, unsigned level, U64 number) {
-      unsigned const slot = digit(number, level);
-      if (level == 0) {
-         Leaf* const leaf = static_cast<Leaf*>(at);
-         U64 const rest = usedFrom(leaf->used, slot);
-         return rest ? leaf->entry(lowest(rest)) : nullptr;
+   static Slot* atLeast(Side side, void* at, unsigned shift, U64 number) {
+      unsigned const first = digit(number, shift);
+      if (shift == blockBits) {
+         auto& blocks = *static_cast<Blocks*>(at);
+         for (U64 rest = from(blocks.used, first); rest != 0; rest &= rest - 1) {
+            Block const& block = blocks.children[lowest(rest)];
+            unsigned const slot = lowest(rest) == first ? number & (blockSize - 1) : 0;
+            if (U64 const found = from(block.*side, slot)) return &block.slots[lowest(found)];
+         }
+         return nullptr;
       }
-      Node const* const node = static_cast<Node*>(at);
-      if (void* const same = node->below[slot]) {
-         if (Entry* const found = atLeast(same, level - 1, number)) return found;
+      auto const& node = *static_cast<Node*>(at);
+      for (U64 rest = from(node.used, first); rest != 0; rest &= rest - 1) {
+         U64 const within = lowest(rest) == first ? number : 0;
+         Slot* const found = atLeast(side, node.children[lowest(rest)], shift - nodeBits, within);
+         if (found) return found;
       }
-      U64 const rest = usedFrom(node->used, slot + 1);
-      return rest ? atLeast(node->below[lowest(rest)], level - 1, 0) : nullptr;
+      return nullptr;
    }
 
-   // The leaf of `number`, or null. The leaf found last is remembered: an operation on a route
-   // looks its handle up several times, and chips assign handles in ascending order.
-   Leaf* leafOf(U32 number) const {
-      if (recent_ && number >> bits == recentBlock_) return recent_;
-      if (!covers(number)) return nullptr;
-      void* node = root_;
-      for (unsigned level = height_; level > 0; --level) {
-         node = static_cast<Node*>(node)->below[digit(number, level)];
-         if (!node) return nullptr;
+   // Makes the nodes on the path to `number`, and its block with memory for the slots.
+   [[gnu::noinline]] Block* growTo(U32 number) {
+      if (!root_) {
+         root_ = new Blocks;
+         limit_ = U64{1} << (shift_ + nodeBits);
       }
-      recentBlock_ = number >> bits;
-      return recent_ = static_cast<Leaf*>(node);
-   }
-   [[gnu::noinline]] Leaf* makeLeaf(U32 number) {
-      if (!root_) root_ = new Leaf;
-      while (!covers(number)) {
+      for (; number >= limit_; limit_ <<= nodeBits) {
          Node* const above = new Node;
-         above->set(0, root_);
+         above->children[0] = root_;
+         above->used = 1;
          root_ = above;
-         ++height_;
+         shift_ += nodeBits;
       }
       void* at = root_;
-      for (unsigned level = height_; level > 0; --level) {
-         Node* const node = static_cast<Node*>(at);
-         unsigned const slot = digit(number, level);
-         if (!node->below[slot]) {
-            node->set(slot, level > 1 ? static_cast<void*>(new Node) : new Leaf);
+      for (unsigned shift = shift_; shift > blockBits; shift -= nodeBits) {
+         Node& node = *static_cast<Node*>(at);
+         void*& child = node.children[digit(number, shift)];
+         if (!child) {
+            child = shift > blockBits + nodeBits ? static_cast<void*>(new Node) : new Blocks;
+            node.used |= U64{1} << digit(number, shift);
          }
-         at = node->below[slot];
+         at = child;
       }
-      return static_cast<Leaf*>(at);
+      Blocks& blocks = *static_cast<Blocks*>(at);
+      Block& block = blocks.children[digit(number, blockBits)];
+      block.slots = static_cast<Slot*>(pool_.allocate(sizeof(Slot) * blockSize));
+      blocks.used |= U64{1} << digit(number, blockBits);
+      return &block;
    }
-   // Deletes the nodes on the path from `at` to `number` that have become empty, but not `at`
-   // itself, so that the root stays. Returns whether `at` is empty.
-   [[gnu::noinline]] static bool prune(void* at, unsigned level, U32 number) {
-      if (level == 0) return static_cast<Leaf*>(at)->used == 0;
-      Node* const node = static_cast<Node*>(at);
-      void* const below = node->below[digit(number, level)];
-      if (prune(below, level - 1, number)) {
-         destroy(below, level - 1);
-         node->clear(digit(number, level));
+
+   // Frees the slot of a number that has neither an entry nor a mark any more.
+   void release(Place const& place) {
+      Block const& block = *place.block;
+      if ((block.entries | block.marks) & place.bit()) return;
+      place.slot().entry().~Entry();
+      if (!(block.entries | block.marks)) [[unlikely]] {
+         prune(root_, shift_, place.number);
       }
-      return node->used == 0;
    }
-   static void destroy(void* at, unsigned level) {
-      if (level == 0) {
-         Leaf* const leaf = static_cast<Leaf*>(at);
-         for (U64 rest = leaf->used; rest != 0; rest &= rest - 1)
-            leaf->entry(lowest(rest))->~Entry();
-         delete leaf;
+   // Frees the slots of an empty block and the nodes on its path that have become empty, but not
+   // `at` itself, so that the root stays. Returns whether `at` is empty.
+   [[gnu::noinline]] bool prune(void* at, unsigned shift, U32 number) {
+      unsigned const child = digit(number, shift);
+      if (shift == blockBits) {
+         auto& blocks = *static_cast<Blocks*>(at);
+         pool_.deallocate(std::exchange(blocks.children[child].slots, nullptr),
+                          sizeof(Slot) * blockSize);
+         return (blocks.used &= ~(U64{1} << child)) == 0;
+      }
+      auto& node = *static_cast<Node*>(at);
+      if (prune(node.children[child], shift - nodeBits, number)) {
+         destroy(std::exchange(node.children[child], nullptr), shift - nodeBits);
+         node.used &= ~(U64{1} << child);
+      }
+      return node.used == 0;
+   }
+   static void destroy(void* at, unsigned shift) {
+      if (shift == blockBits) {
+         auto* const blocks = static_cast<Blocks*>(at);
+         for (U64 rest = blocks->used; rest != 0; rest &= rest - 1) {
+            Block const& block = blocks->children[lowest(rest)];
+            for (U64 live = block.entries | block.marks; live != 0; live &= live - 1)
+               block.slots[lowest(live)].entry().~Entry();
+         }
+         delete blocks;
       } else {
-         Node* const node = static_cast<Node*>(at);
+         auto* const node = static_cast<Node*>(at);
          for (U64 rest = node->used; rest != 0; rest &= rest - 1)
-            destroy(node->below[lowest(rest)], level - 1);
+            destroy(node->children[lowest(rest)], shift - nodeBits);
          delete node;
       }
    }
 
-   NodePool pool_;
-   void* root_ = nullptr;  // a leaf where the height is 0
-   unsigned height_ = 0;   // levels above the leaves
-   U32 size_ = 0;
-   mutable U32 recentBlock_ = 0;
-   mutable Leaf* recent_ = nullptr;
+   NodePool pool_;  // the slots of the blocks
+   void* root_ = nullptr;
+   U64 limit_ = 0;               // of the numbers that the tree is high enough for
+   unsigned shift_ = blockBits;  // of the root
+   U32 size_ = 0;                // entries
 };
 static_assert(Map<NumberMap<U32, U32>>);
 

@@ -189,16 +189,19 @@ Ptr<T> make(Args&&... args) {
    return made;
 }
 
-// The object as a derived type; null when it is not one. A final type has no others below it, so
-// that comparing with it will do.
+// The object as a derived type; null if it is not one. A final type has no others below it, so that
+// a comparison with the type is enough.
+template <class T, class U>
+T* objectCast(U* object) {
+   if constexpr (std::is_final_v<T>) {
+      return object && typeid(*object) == typeid(T) ? static_cast<T*>(object) : nullptr;
+   } else {
+      return dynamic_cast<T*>(object);
+   }
+}
 template <class T, class U>
 Ptr<T> ptrCast(Ptr<U> const& object) {
-   if constexpr (std::is_final_v<T>) {
-      U* const o = object.get();
-      return o && typeid(*o) == typeid(T) ? Ptr<T>(static_cast<T*>(o)) : nullptr;
-   } else {
-      return Ptr<T>(dynamic_cast<T*>(object.get()));
-   }
+   return objectCast<T>(object.get());
 }
 
 }  // namespace Qor
