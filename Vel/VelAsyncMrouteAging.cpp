@@ -65,10 +65,10 @@ void AsyncMrouteSwitchSm::doMaybeScheduleRouteAgingReview() {
    VEL_TRACE(2, "AsyncMrouteSwitchSm::doMaybeScheduleRouteAgingReview()");
    QOR_ASSERT(mfibHwStatus());
    if (!agingClock()) return;
-   auto const self = hold();
    bool const armed = agingClock()->timeMin() <= Qor::maxFinite;
    if (mfibHwStatus()->routes() != 0) {
       if (armed || !mfibConfig()) return;
+      auto const self = hold();  // the hook may release the last reference
       Qor::Seconds const interval = pollingInterval();
       VEL_TRACE(2, "Enabling aging review in: " << interval << " s");
       agingClock_.arm(Qor::now() + interval);

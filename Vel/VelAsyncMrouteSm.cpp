@@ -218,7 +218,8 @@ void AsyncMrouteSwitchSm::handleRoute(MrouteLib::RouteHandle handle) {
                       << "::"
                       << "handleRoute"
                       << "( " << handle << " )");
-   if (mrouteSwitch()->inUseRouteHandleKey(handle) == InUseRouteHandleKey()) return;
+   auto const* const entry = mrouteSwitch()->inUseRouteHandleKey().find(handle);
+   if (!entry || entry->second == InUseRouteHandleKey()) return;
    doMaybeScheduleRouteAgingReview();
 }
 

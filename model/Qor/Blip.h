@@ -205,7 +205,7 @@ QOR_PUBLIC BlipRing& blip();
 #define QOR_BLIP_AT(time, level, source, format, ...)                        \
    do {                                                                      \
       static constexpr ::Qor::BlipMessage qorBlip{source, __LINE__, format}; \
-      if (::Qor::blip().enabled(level)) {                                    \
+      if (::Qor::BlipRing::enabled(level)) {                                 \
          ::Qor::blip().write(qorBlip, time __VA_OPT__(, ) __VA_ARGS__);      \
       }                                                                      \
    } while (false)

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <chrono>
 #include <cmath>
+#include <utility>
 #include <vector>
 
 #include "Qor/Describe.h"
@@ -16,11 +17,15 @@ Seconds monotonicSeconds() {
          .count();
 }
 
-// Never destroyed, since objects with static storage may read the time in their destructors.
-Ptr<ActivityManager>& currentManager() {
-   static auto* const manager = new Ptr<ActivityManager>;
-   if (!*manager) *manager = make<ActivityManager>(ActivityManager::TimeBase::real);
-   return *manager;
+// The manager of the process, with a reference. The reference is never released at the end, since
+// objects with static storage may read the time in their destructors.
+ActivityManager* current = nullptr;
+
+ActivityManager& currentManager() {
+   if (!current) [[unlikely]] {
+      current = make<ActivityManager>(ActivityManager::TimeBase::real).release();
+   }
+   return *current;
 }
 
 }  // namespace
@@ -147,15 +152,16 @@ void ActivityManager::advance(Seconds cost) {
 }
 
 Ptr<ActivityManager> activityManager() {
-   return currentManager();
+   return &currentManager();
 }
 
 void activityManagerIs(Ptr<ActivityManager> manager) {
-   currentManager() = std::move(manager);
+   ActivityManager* const before = std::exchange(current, manager.release());
+   if (before) before->referenceDec();
 }
 
 Seconds now() {
-   return currentManager()->now();
+   return currentManager().now();
 }
 
 namespace {
