@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "Comparison.h"
+#include "Peers.h"
 #include "RouteSides.h"
 
 namespace Bench {
@@ -18,6 +19,22 @@ namespace {
 enum Operation { addShared, addNew, change, del, cycle, flap, operations };
 constexpr std::array<char const*, operations> operationNames = {
       "new route, shared set", "new route, new set", "set change", "delete", "whole cycle", "flap"};
+
+// Adds, changes and deletes all routes. Returns the nanoseconds for one route.
+template <class Side>
+double oneCycle(Side& side, Plan const& plan) {
+   side.reset();
+   double const time = nanoseconds([&] {
+      for (std::size_t n = 0; n < plan.routes(); ++n)
+         side.add(n);
+      for (std::size_t const n : plan.order)
+         side.change(n);
+      for (std::size_t const n : plan.order)
+         side.del(n);
+   });
+   side.purge();
+   return time / static_cast<double>(plan.routes());
+}
 
 template <class Side>
 std::vector<double> oneRound(Side& side, Plan const& plan) {
@@ -56,9 +73,7 @@ std::vector<double> oneRound(Side& side, Plan const& plan) {
       side.del(n);
    side.purge();
 
-   side.reset();
-   times[cycle] = all(add) + all(changeAny) + all(delAny);
-   side.purge();
+   times[cycle] = oneCycle(side, plan);
 
    side.reset();
    all(add);
@@ -130,11 +145,31 @@ void comparisonsOf(std::string const& path) {
    }
 }
 
+// The library beside a peer, in the column of the twin.
+template <class Maps>
+void peerComparisons() {
+   constexpr std::size_t k = 1000;
+   for (auto const& [routes, sets] : {std::pair{100 * k, k}, {100 * k, 100 * k}}) {
+      comparison("peers/async/" + count(routes) + " routes, " + count(sets) + " sets/" + Maps::name,
+                 Target::ratio(1), [routes = routes, sets = sets] {
+                    Plan const plan(routes, sets);
+                    AsyncSide library(plan);
+                    PeerSide<Maps> peer(plan);
+                    return takeTurns(
+                          effort().rounds(routes), [&] { return oneCycle(library, plan); },
+                          [&] { return oneCycle(peer, plan); });
+                 });
+   }
+}
+
 }  // namespace
 
 void routeComparisons() {
    comparisonsOf<AsyncSide>("async");
    comparisonsOf<SyncSide>("sync");
+   peerComparisons<HashPeer>();
+   peerComparisons<PooledHashPeer>();
+   peerComparisons<OrderedPeer>();
 }
 
 }  // namespace Bench
