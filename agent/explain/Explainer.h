@@ -36,6 +36,8 @@ struct RouteAnswer {
       std::vector<Taker> takers;           // by VRF
    };
 
+   static constexpr std::size_t mostEvents = 20;  // of a route
+
    RouteQuestion question;
    Qor::Seconds at = 0;                 // Qor::now()
    std::optional<Qor::Seconds> readAt;  // the time of the chip's tables
@@ -70,16 +72,29 @@ class Explainer {
                     std::optional<Lnet::IntfId> iif = {}) const;
    // The events of the route, the oldest first.
    std::vector<TraceEvent> events(RouteTrace const& trace) const;
+   // Raises QuestionError for an interface that the switch does not have.
    RouteAnswer answer(RouteQuestion const& question) const;
 
  private:
    class Tables;
-   class Tracing;
+   class Tracing;  // of one route: ExplainerRoute.cpp
+   // The routes of a record.
    struct Share {
       SomeRoutes routes;
-      std::optional<RouteId> fifth;  // takes the place of the route that asks
+      std::optional<RouteId> next;  // behind those that `routes` names
    };
    using Target = std::pair<VelMroute::HookTarget::Kind, Qor::U32>;
+
+   VelMroute::Shadow const* shadow() const;  // or null
+   void readFound();
+   // The entry with this VRF, key and vlan that is found after a restart and not taken over yet.
+   std::optional<VelMroute::View::Entry> foundEntry(Vel::VrfId vrfId, RouteKey const& key,
+                                                    Bridging::VlanIdOrNone vlan) const;
+   // The routes that hold the group at which a found entry points.
+   SomeRoutes holdersOf(VelMroute::View::Entry const& found) const;
+   RouteAnswer::Near near(RouteQuestion const& question) const;
+   RouteAnswer::Near::Taker taker(L3::VrfName const& vrf, Vel::VrfId vrfId,
+                                  RouteQuestion const& question) const;
 
    Switch const& switch_;
    std::unique_ptr<Tables> const tables_;

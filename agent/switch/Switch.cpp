@@ -61,7 +61,8 @@ Switch::Switch(PlatformChoice const& platform, InterfaceMap intfMap)
                                                                 : nullptr,
                       platform.checksHooks,
                       history_,
-                      platform.refusals,
+                      // Without checks a scenario may refuse room on purpose.
+                      platform.checksHooks ? platform.refusals : 0,
                       Qor::make<Routing::Multicast::Fib::VrfConfig>(),
                       Qor::make<Routing::Multicast::Fib::Hardware::Status>(),
                       Qor::make<IntfVlanId::Table>(),
@@ -237,8 +238,11 @@ void Switch::apply(LinkEvent const& event) {
 void Switch::linkIs(Lnet::IntfId intf, Interface::IntfOperStatus status) {
    if (!ported_.contains(intf)) return;
    VelMroute::Probe* const probe = platform().probe();
-   if (history_) history_->link(intf, carriesTraffic(status));
-   if (!probe || !probe->linkIs(intf, carriesTraffic(status))) fixedLinks_.insert(intf);
+   bool const up = carriesTraffic(status);
+   auto const known = surroundings_.ethIntfStatusDir->intfStatus(intf);
+   bool const wasUp = !known || carriesTraffic(known->operStatus());
+   if (history_ && up != wasUp) history_->link(intf, up);
+   if (!probe || !probe->linkIs(intf, up)) fixedLinks_.insert(intf);
    surroundings_.ethIntfStatusDir->newIntfStatus(intf)->operStatusIs(status);
 }
 

@@ -139,6 +139,11 @@ class Switch {
    // The link of the interface: of the port, if the tables can be read, and otherwise as published.
    // Nothing for an interface without a port.
    std::optional<bool> linkUp(Lnet::IntfId intf) const;
+   // Whether copies come out at the interface; otherwise as linkUp().
+   std::optional<bool> sends(Lnet::IntfId intf) const {
+      auto const sends = view().sends(intf);
+      return sends ? sends : linkUp(intf);
+   }
    // The faults of the chip, its platform and the platforms before it, a line each.
    std::vector<Qor::String> audit() const;
    InterfaceMap const& interfaceMap() const { return intfMap_; }

@@ -4,6 +4,8 @@
 
 namespace Agent {
 
+static_assert(sizeof(HistoryEvent) <= 104);  // as the header says
+
 SwitchHistory::~SwitchHistory() = default;
 
 HistoryEvent& SwitchHistory::add(Kind kind) {
