@@ -17,6 +17,7 @@ struct RunOptions {
    std::string mapFile;             // empty: interfaces are numbered as they occur
    std::string chipText;      // options of the simulated chip, which override those of a scenario
    std::string timelineFile;  // empty: no timeline
+   std::string reportFile;    // empty: no report
    std::vector<View> show;
    PlatformSource platforms = simulatedPlatform;
    std::optional<PathKind> path;  // nothing: the path of the scenario, or PathKind::async
