@@ -29,8 +29,8 @@
 
   function duration(seconds) {
     if (seconds === 0) return '0 s';
-    if (seconds < 0.001) return `${digits.format(seconds * 1e6)} \u00b5s`;
-    if (seconds < 1) return `${digits.format(seconds * 1e3)} ms`;
+    if (seconds < 0.00099995) return `${digits.format(seconds * 1e6)} \u00b5s`;
+    if (seconds < 0.99995) return `${digits.format(seconds * 1e3)} ms`;
     return `${digits.format(seconds)} s`;
   }
   // A point of time: by the clock for a live agent, and otherwise in seconds of the run.
@@ -143,7 +143,7 @@
     const shown = bars.slice(0, 60);
     const marks = ticks(Math.max(0, ...shown.map((bar) => bar.value)));
     const y = (value) => height - bottom - (value / marks[marks.length - 1]) * (height - top - bottom);
-    const step = (width - left - right) / Math.max(shown.length, 1);
+    const step = Math.min(90, (width - left - right) / Math.max(shown.length, 1));
     const parts = valueAxis(marks, unit, y);
     shown.forEach((bar, i) => {
       const at = left + i * step;
