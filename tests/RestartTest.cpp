@@ -2,11 +2,12 @@
 // and of changed routes in any order.
 #include <gtest/gtest.h>
 
+#include <nlohmann/json.hpp>
 #include <random>
 #include <sstream>
 
 #include "KeptChip.h"
-#include "agent/inspect/InspectExplain.h"
+#include "agent/explain/ExplainJson.h"
 #include "agent/scenario/SwitchTestbed.h"
 #include "agent/timeline/TimelineWriter.h"
 
@@ -240,7 +241,8 @@ class FullChip {
    }
    std::string explain(unsigned i) {
       std::ostringstream os;
-      printExplanation(os, explainRoute(switch_, {L3::VrfName("default"), key(i)}));
+      RouteQuestion const question{L3::VrfName("default"), key(i)};
+      printExplanation(os, explainJson(Explainer(switch_).answer(question)));
       return os.str();
    }
    Texts audit() { return switch_.audit(); }

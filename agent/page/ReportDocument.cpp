@@ -128,10 +128,26 @@ bool ReportDocument::full() {
 }
 
 void ReportDocument::addRoutes() {
-   if (switch_) switch_->programmer().forEach([this](RouteView const& route) { add(route); });
+   if (!switch_) return;
+   Explainer const explainer(*switch_);
+   Changed const changed = changedLast();
+   switch_->programmer().forEach([&](RouteView const& route) { add(route, explainer, changed); });
 }
 
-void ReportDocument::add(RouteView const& route) {
+// The routes of the latest events.
+ReportDocument::Changed ReportDocument::changedLast() const {
+   Changed changed;
+   if (!switch_->history()) return changed;
+   std::vector<HistoryEvent const*> all;
+   switch_->history()->forEach([&](HistoryEvent const& event) { all.push_back(&event); });
+   for (auto it = all.rbegin(); it != all.rend() && changed.size() < maxHistories; ++it) {
+      if (!(*it)->key.isNull()) changed.insert({(*it)->vrfId, (*it)->key});
+   }
+   return changed;
+}
+
+void ReportDocument::add(RouteView const& route, Explainer const& explainer,
+                         Changed const& changed) {
    if (full()) return;
    WantedRoute const& wanted = route.wanted();
    Row row;
@@ -163,6 +179,17 @@ void ReportDocument::add(RouteView const& route) {
    if (auto const status = vrfStatus ? vrfStatus->route(route.key()) : nullptr) {
       // A poll time of 0 stands for an unknown time.
       if (status->lastPollTime() > 0) row.lastHit = status->lastPollTime();
+   }
+   RouteTrace const trace = explainer.route(route, Explainer::Detail::brief);
+   row.headline = string(trace.headline());
+   row.well = trace.causes.empty();
+   for (std::size_t i = 1; i < trace.causes.size(); ++i)
+      row.causes.push_back(string(trace.causes[i].text));
+   if (auto const vrfId = switch_->vrfId(route.vrf());
+       vrfId && changed.contains({*vrfId, route.key()})) {
+      row.changes = explainer.events(trace);
+      if (row.changes.size() > maxChanges)
+         row.changes.erase(row.changes.begin(), row.changes.end() - maxChanges);
    }
    rows_.push_back(std::move(row));
 }
@@ -215,7 +242,25 @@ nlohmann::ordered_json ReportDocument::columns() {
    column("lastHit", [](Row const& row) { return rounded(row.lastHit); });
    column("packets", [](Row const& row) { return row.packets; });
    column("bytes", [](Row const& row) { return row.bytes; });
+   column("headline", [](Row const& row) { return row.headline; });
+   column("well", [](Row const& row) { return row.well ? 1 : 0; });
    return columns;
+}
+
+ReportDocument::Json ReportDocument::history() const {
+   Json rows = Json::array();
+   for (std::size_t i = 0; i < rows_.size(); ++i) {
+      for (TraceEvent const& event : rows_[i].changes) {
+         std::string text = event.text;
+         if (event.outcome == HistoryEvent::Outcome::failed) text += ", failed";
+         if (event.outcome == HistoryEvent::Outcome::pending) text += ", under way";
+         Json row = {{"route", i}, {"at", rounded(event.at)}, {"text", std::move(text)}};
+         if (event.doneAt) row["doneAt"] = rounded(*event.doneAt);
+         rows.push_back(std::move(row));
+      }
+   }
+   SwitchHistory const& kept = *switch_->history();
+   return {{"since", rounded(kept.since())}, {"lost", kept.lost()}, {"rows", std::move(rows)}};
 }
 
 nlohmann::ordered_json ReportDocument::json() {
@@ -231,6 +276,12 @@ nlohmann::ordered_json ReportDocument::json() {
    json_["sets"] = std::move(sets_);
    json_["groups"] = std::move(groups);
    json_["routes"] = std::move(columns);
+   Json causes = Json::array();
+   for (std::size_t i = 0; i < rows_.size(); ++i) {
+      if (!rows_[i].causes.empty()) causes.push_back({{"route", i}, {"texts", rows_[i].causes}});
+   }
+   json_["causes"] = std::move(causes);
+   if (switch_ && switch_->history()) json_["history"] = history();
    json_["routesLeftOut"] = leftOut_;
    return std::move(json_);
 }

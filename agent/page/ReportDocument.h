@@ -8,11 +8,13 @@
 #include <map>
 #include <nlohmann/json.hpp>
 #include <optional>
+#include <set>
 #include <string>
 #include <string_view>
 #include <unordered_map>
 #include <vector>
 
+#include "agent/explain/Explainer.h"
 #include "agent/page/Recorder.h"
 #include "agent/report/ReportedState.h"
 #include "agent/switch/Switch.h"
@@ -37,6 +39,10 @@ class ReportDocument {
  public:
    // Further routes are only counted.
    static constexpr std::size_t maxRoutes = 200'000;
+   // The routes whose latest changes are shown: those with the latest events. The changes of a route
+   // take a look at all events that the switch has kept.
+   static constexpr std::size_t maxHistories = 500;
+   static constexpr std::size_t maxChanges = 12;  // the latest ones of a route
 
    // A route that the switch does not have.
    struct OtherRoute {
@@ -71,10 +77,18 @@ class ReportDocument {
       double since = 0;
       double lastHit = -1;
       std::int64_t packets = -1, bytes = -1;
+      int headline = -1;
+      std::vector<int> causes;  // all but the first, which is the headline
+      bool well = true;         // no cause
+      std::vector<TraceEvent> changes;
    };
 
    bool full();
-   void add(RouteView const& route);
+   using Changed = std::set<std::pair<Vel::VrfId, RouteKey>>;
+
+   void add(RouteView const& route, Explainer const& explainer, Changed const& changed);
+   Changed changedLast() const;
+   Json history() const;
    // The columns, sorted by VRF, the VRF "default" first, then by group and source.
    Json columns();
    int string(std::string_view text);

@@ -41,7 +41,6 @@
 
   const string = (i) => (i < 0 ? '' : data.strings[i]);
   const interfaceName = (i) => (i < 0 ? '' : data.interfaces[i].name);
-  const isUp = (i) => i < 0 || data.interfaces[i].up !== false;
   const groups = new Map(data.groups.map((group) => [group.number, group]));
 
   // ---- Tables and charts. ----
@@ -392,53 +391,31 @@
     return set.backup && group && group.members && names(group.members.map((member) => member[0])) === names(set.backup);
   }
 
-  // The mistakes of a route, worst first.
-  function causes(i) {
-    const out = [];
-    const state = stateOf(i), group = entryGroup(i), set = setOf(i), reason = string(routes.reason[i]);
-    if (state !== 'offloaded') {
-      const why = reason || 'no reason is known';
-      out.push({ level: state === 'failed' ? 'bad' : 'warn',
-        text: state === 'trapped' ? `stays with the CPU: ${why}` : `not in hardware, ${stateText(i)}: ${why}` });
-    }
-    if (routes.iif[i] >= 0 && !isUp(routes.iif[i])) {
-      out.push({ level: 'bad', text: `the input ${interfaceName(routes.iif[i])} is down: no packet arrives` });
-    }
-    if (state !== 'offloaded' || routes.flags[i] & flagBridged) return out;
-    if (data.canRead && routes.handle[i] >= 0 && routes.group[i] >= 0 && routes.entryGroup[i] !== routes.group[i]) {
-      out.push({ level: 'bad', text: `the entry on the chip points at group ${routes.entryGroup[i] < 0 ? 'none' : routes.entryGroup[i]}, not ${routes.group[i]}` });
-    }
-    if (group && group.members) {
-      if (!sendsByBackup(i) && names(group.members.map((member) => member[0])) !== names(set.oifs)) {
-        out.push({ level: 'bad', text: `group ${group.name} on the chip has other members than the route wants` });
-      }
-      const down = group.members.filter((member) => !isUp(member[0]));
-      if (down.length > 0) {
-        out.push({ level: 'bad', text: `no copy leaves at ${down.map((member) => interfaceName(member[0])).join(', ')}: the link is down` });
-      }
-    }
-    return out;
+  const furtherCauses = new Map(data.causes.map((one) => [one.route, one.texts.map(string)]));
+  const changes = new Map();
+  for (const change of data.history ? data.history.rows : []) {
+    if (changes.has(change.route)) changes.get(change.route).push(change);
+    else changes.set(change.route, [change]);
   }
 
+  // The worst cause of a route, or the way of its packets.
   function verdict(i) {
-    const found = causes(i);
-    const group = entryGroup(i), set = setOf(i);
-    if (stateOf(i) !== 'offloaded') return found[0];
-    const headline = routes.headline ? string(routes.headline[i]) : '';
-    if (headline) return { level: found.length > 0 ? found[0].level : 'good', text: headline };
-    if (found.length > 0) return found[0];
-    const members = group && group.members ? group.members.map((member) => member[0]) : set.oifs;
-    const to = members.map(interfaceName).concat(set.cpu ? ['the CPU'] : []);
-    return { level: 'good', text: `in hardware: ${to.length > 0 ? `copies leave at ${to.join(', ')}` : 'packets are dropped'}` };
+    const state = stateOf(i);
+    if (routes.headline[i] >= 0) {
+      const bad = state === 'offloaded' || state === 'failed';
+      return { level: routes.well[i] ? 'good' : bad ? 'bad' : 'warn', text: string(routes.headline[i]) };
+    }
+    const reason = string(routes.reason[i]) || 'no reason is known';
+    return { level: 'warn', text: state === 'trapped' ? `stays with the CPU: ${reason}` : `not in hardware, ${stateText(i)}: ${reason}` };
   }
 
   function explain(i) {
     const facts = [];
     const add = (term, ...parts) => facts.push(make('dt', {}, term), make('dd', {}, ...parts));
     const items = (texts) => make('ul', {}, ...texts.map((text) => make('li', {}, text)));
-    const result = verdict(i), rest = causes(i).filter((cause) => cause.text !== result.text);
+    const result = verdict(i), rest = furtherCauses.get(i) || [];
     const set = setOf(i), group = entryGroup(i);
-    if (rest.length > 0) add('Also', items(rest.map((cause) => cause.text)));
+    if (rest.length > 0) add('Also', items(rest));
     add('VRF', string(routes.vrf[i]) || 'none');
     add('State', `${stateText(i)}, since ${point(routes.since[i])}`);
     if (routes.flags[i] & flagAnyInput) add('Input', 'any interface');
@@ -482,11 +459,10 @@
     }
     add('Last packet', routes.lastHit[i] < 0 ? 'none is known' : `${point(routes.lastHit[i])}, as of the activity poll`);
     if (data.readAt !== undefined) add('Tables read', point(data.readAt));
-    const history = data.history ? data.history.rows.filter((row) => row.route === i) : [];
-    if (history.length > 0) {
-      add('Latest changes', make('ol', {}, ...history.map((row) => make('li', {}, `${point(row.at)}: ${row.text}`))));
-    } else if (data.history && data.history.lost > 0) {
-      add('Latest changes', `none since ${point(data.history.since)}; older events are not kept`);
+    if (changes.has(i)) {
+      add('Latest changes', make('ol', {}, ...changes.get(i).map((change) => make('li', {}, `${point(change.at)}: ${change.text}${change.doneAt === undefined ? '' : `, complete at ${point(change.doneAt)}`}`))));
+    } else if (data.history) {
+      add('Latest changes', `not kept: the page has the latest changes of ${plural(changes.size, 'route')}`);
     }
     byId('explanation').replaceChildren(make('h3', {}, name(i)),
       make('p', { class: `verdict ${result.level}` }, result.text), make('dl', { class: 'facts' }, ...facts));

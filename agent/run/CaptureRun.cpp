@@ -19,6 +19,7 @@
 #include "agent/report/Summary.h"
 #include "agent/report/TimelineFile.h"
 #include "agent/run/Interrupt.h"
+#include "agent/run/RunQueries.h"
 #include "agent/switch/PlatformChoice.h"
 
 namespace Agent {
@@ -97,7 +98,7 @@ class Run final : public InspectedRun {
       TimelineFile timeline(options_.timelineFile, *switch_, page.recorder());
       bool const replayed = options_.until ? runUntil(*options_.until) : runToEnd();
       if (options_.inspects() && replayed) {
-         InspectResult const looked = inspect(*this, options_.inspected());
+         InspectResult const looked = query(*this, options_);
          bool const good =
                printHookFaults(*switch_) && timeline.finish() && looked.good && !stopped_;
          bool const written = writePage(good, {}, nullptr);

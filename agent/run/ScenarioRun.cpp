@@ -9,6 +9,7 @@
 #include "agent/report/RunReport.h"
 #include "agent/report/Summary.h"
 #include "agent/report/TimelineFile.h"
+#include "agent/run/RunQueries.h"
 #include "agent/scenario/ScenarioParser.h"
 #include "agent/scenario/ScenarioPlayer.h"
 #include "agent/scenario/SwitchTestbed.h"
@@ -106,7 +107,7 @@ int runScenario(RunOptions const& options) {
    }
    if (options.inspects()) {
       InspectedScenario run(theSwitch, player);
-      InspectResult const looked = inspect(run, options.inspected());
+      InspectResult const looked = query(run, options);
       printFailures(player);
       bool const good = printHookFaults(theSwitch) && timeline.finish() && looked.good &&
                         player.failures().empty();
