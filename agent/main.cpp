@@ -152,6 +152,9 @@ void addRun(CLI::App& app, RunOptions& options, Texts& texts) {
    run->add_option("--timeline", options.timelineFile,
                    "file for the run as trace events, for a trace viewer")
          ->type_name("FILE");
+   run->add_option("--report", options.reportFile,
+                   "file for the run as a page for a browser: docs/report.md")
+         ->type_name("FILE");
    run->add_option("--trace", texts.traces,
                    "print the traces up to LEVEL (0-9) of the trace handles that match GLOB")
          ->allow_extra_args(false)
