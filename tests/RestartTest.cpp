@@ -9,7 +9,7 @@
 #include "KeptChip.h"
 #include "agent/explain/ExplainJson.h"
 #include "agent/scenario/SwitchTestbed.h"
-#include "agent/timeline/Timeline.h"
+#include "agent/timeline/TimelineWriter.h"
 
 namespace Agent {
 namespace {
@@ -122,7 +122,8 @@ class Life {
    PathKind const path_;
    std::mt19937_64 random_;
    std::ostringstream shown_;
-   Timeline timeline_{shown_};
+   TimelineWriter writer_{shown_};
+   Timeline timeline_{{&writer_}};
    KeptChip const chip_;
    Switch switch_;
    SwitchTestbed testbed_{switch_, nullptr, true};

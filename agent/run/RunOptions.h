@@ -18,6 +18,7 @@ struct RunOptions {
    std::string mapFile;             // empty: interfaces are numbered as they occur
    std::string chipText;      // options of the simulated chip, which override those of a scenario
    std::string timelineFile;  // empty: no timeline
+   std::string reportFile;    // empty: no report
    std::vector<View> show;
    PlatformSource platforms = simulatedPlatform;
    std::optional<PathKind> path;  // nothing: the path of the scenario, or PathKind::async
@@ -38,7 +39,7 @@ struct RunOptions {
       if (!chipText.empty()) settings.add(chipText);
       PlatformChoice choice = platforms(onPath, std::move(settings));
       choice.checksHooks = checkHooks;
-      choice.explains = inspects();
+      choice.explains = inspects() || !reportFile.empty();
       return choice;
    }
 

@@ -9,6 +9,7 @@
 
 #include "agent/input/CaptureState.h"
 #include "agent/switch/SwitchPathFactory.h"
+#include "platform/Format.h"
 
 namespace Agent {
 
@@ -97,7 +98,13 @@ void Switch::settle() {
 
 // A probe knows how to turn the loop of its platform, which may have descriptors of its own.
 void Switch::runUntil(Qor::Seconds time) {
-   if (virtualTime_) return activity_->runUntil(time);
+   if (virtualTime_) {
+      while (timeline_ && nextDeadline() < Qor::never && nextDeadline() <= time) {
+         activity_->runUntil(nextDeadline());
+         timeline_->turnEnds();
+      }
+      return activity_->runUntil(time);
+   }
    activity_->runDue();
    while (Qor::now() < time) {
       Qor::Seconds const step =
@@ -184,7 +191,8 @@ Intf const& Switch::learnIntf(Lnet::IntfId id) {
       if (intf.port == 0 || !platform().portIs(intf.id, intf.port, intf.vlan)) continue;
       ported_.insert(intf.id);
       auto const link = links_.find(intf.id);
-      linkIs(intf.id, link == links_.end() ? Interface::IntfOperStatus::up : link->second.status);
+      portLinkIs(intf.id,
+                 link == links_.end() ? Interface::IntfOperStatus::up : link->second.status);
    }
    if (known.port != 0 && !ported_.contains(id)) {
       throw InterfaceMapFull("the chip has no port " + std::to_string(known.port) + " for " +
@@ -232,9 +240,17 @@ void Switch::apply(LinkEvent const& event) {
    linkIs(event.intf, event.status);
 }
 
-// The port changes before the reactors are notified, as in hardware.
 void Switch::linkIs(Lnet::IntfId intf, Interface::IntfOperStatus status) {
    if (!ported_.contains(intf)) return;
+   if (timeline_) {
+      timeline_->instant(fmt::format("link {} {}", intf, status),
+                         {{"interface", intf.name()}, {"fails", !carriesTraffic(status)}});
+   }
+   portLinkIs(intf, status);
+}
+
+// The port changes before the reactors are notified, as in hardware.
+void Switch::portLinkIs(Lnet::IntfId intf, Interface::IntfOperStatus status) {
    VelMroute::Probe* const probe = platform().probe();
    bool const up = carriesTraffic(status);
    auto const known = surroundings_.ethIntfStatusDir->intfStatus(intf);

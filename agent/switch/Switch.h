@@ -95,6 +95,8 @@ class Switch {
    Qor::Seconds startedAt() const { return startedAt_; }
    // The routes that the routing layer wants, also those that a replay has not announced yet.
    RouteReplay::Routes wantedRoutes() const;
+   // One of these; null if the route is not wanted. Valid until the next change of the switch.
+   WantedRoute const* wanted(RouteId const& id) const;
 
    // Shows this agent and its successors in the timeline from now on, or, with null, ends that. The
    // timeline lives until then.
@@ -157,6 +159,7 @@ class Switch {
  private:
    void pathIs(std::unique_ptr<SwitchPath> path);
    void learn(CaptureEvent const& event);
+   void portLinkIs(Lnet::IntfId intf, Interface::IntfOperStatus status);
    void apply(MrouteEvent const& event);
    void apply(LinkEvent const& event);
    void apply(SnapshotEvent const& event);

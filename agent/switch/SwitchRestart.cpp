@@ -28,6 +28,12 @@ RouteReplay::Routes Switch::wantedRoutes() const {
    return routes;
 }
 
+WantedRoute const* Switch::wanted(RouteId const& id) const {
+   if (auto const route = programmer().view(id.vrf, id.key)) return &route->wanted();
+   auto const left = replay_.left().find(id);
+   return left == replay_.left().end() ? nullptr : &left->second;
+}
+
 void Switch::timelineIs(Timeline* timeline) {
    timeline_ = timeline;
    path_->timelineIs(timeline);
