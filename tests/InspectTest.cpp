@@ -71,7 +71,7 @@ TEST_P(Inspect, AnswersEachCommandOrNamesTheRightForm) {
          {"call /switch/1 doDeleteRoute 4711",
           GetParam() == PathKind::sync ? "would end the agent: .*Assertion" : "done"},
          {"types IntfVlanId::Table", "collection +intfIdToVlanId"},
-         {"types Nonsense", "there is no type Nonsense\n"},
+         {"types Nonsense", "there is no type Nonsense$"},
          {"explain 10.0.0.2", "is not a route; a route is given as"},
          {"explain vrf red (10.0.0.2, 239.1.1.5)", "VRF red is not in hardware"},
          {"get \"/x", "the quote at column 5 is not closed"},
