@@ -9,6 +9,7 @@
 
 #include "VelMroute/Version.h"
 #include "agent/check/CheckCommand.h"
+#include "agent/explain/RouteQuestion.h"
 #include "agent/input/PrintableText.h"
 #include "agent/input/Suggestion.h"
 #include "agent/input/TraceOption.h"
@@ -48,6 +49,7 @@ struct Texts {
    std::string platform;
    std::vector<std::string> traces;
    std::vector<std::string> shows;
+   std::string vrf, iif;  // of a question
 };
 
 CLI::Option* addPlatform(CLI::App* command, std::string& text) {
@@ -55,6 +57,66 @@ CLI::Option* addPlatform(CLI::App* command, std::string& text) {
          ->add_option("--platform", text,
                       "the chip: sim, sim-sync, or the file of a module: docs/platforms.md")
          ->type_name("NAME[:OPTIONS]");
+}
+
+// The options of the commands that play FILEs.
+void addPlay(CLI::App* command, RunOptions& options, Texts& texts) {
+   command->add_option("--map", options.mapFile,
+                       "file that fixes the ports and vlans of interfaces");
+   CLI::Option* const chip =
+         command
+               ->add_option("--chip", options.chipText,
+                            "sizes of the chip's tables; latency of a write in seconds")
+               ->check(chipSyntax());
+   CLI::Option* const path =
+         command
+               ->add_option("--path", texts.path,
+                            "path to the chip, async or sync (default: the path of the scenario, "
+                            "or async)")
+               ->check(oneOf({"async", "sync"}));
+   addPlatform(command, texts.platform)->excludes(chip)->excludes(path);
+   command->add_flag("--keep-going", options.keepGoing, "report malformed lines and read on");
+}
+
+CLI::Option* addUntil(CLI::App* command, RunOptions& options, std::string const& help) {
+   return command->add_option("--until", options.until, help)
+         ->check(CLI::Range(0.0, 1e9))
+         ->type_name("SECONDS");
+}
+
+// Adds the options for files to the subcommand of the live agent.
+void addExplainFiles(CLI::App* explain, RunOptions& options, Texts& texts) {
+   explain->footer(
+         "ROUTE is 10.0.0.2,239.1.1.1 or *,239.1.1.1. A GROUP lists the routes of all its "
+         "sources.\n"
+         "Without a FILE the live agent answers. With FILEs, captures or a scenario, the answer is "
+         "about the\nswitch at their end, or at --until: docs/explain.md.\n"
+         "Exit code: 0 done, 1 bad input or no agent answers, 2 bad usage.");
+   addPlay(explain, options, texts);
+   addUntil(explain, options, "explain at this time of the FILEs");
+   explain->add_option("--vrf", texts.vrf, "explain the route of this VRF")->type_name("NAME");
+   explain->add_option("--iif", texts.iif, "trace a packet that comes in by this interface")
+         ->type_name("NAME");
+}
+
+// Takes the files off the words of `explain`: the words before the first one with which a question
+// begins.
+std::vector<std::string> takeFiles(std::vector<std::string>& words) {
+   for (std::size_t files = 0; files < words.size(); ++files) {
+      std::string question;
+      for (std::size_t i = files; i < words.size(); ++i)
+         question += words[i] + ' ';
+      try {
+         Agent::routeQuestion(question);
+      } catch (Agent::QuestionError const&) {
+         continue;
+      }
+      std::vector<std::string> const taken(words.begin(),
+                                           words.begin() + static_cast<std::ptrdiff_t>(files));
+      words.erase(words.begin(), words.begin() + static_cast<std::ptrdiff_t>(files));
+      return taken;
+   }
+   return {};
 }
 
 void addRun(CLI::App& app, RunOptions& options, Texts& texts) {
@@ -71,14 +133,7 @@ void addRun(CLI::App& app, RunOptions& options, Texts& texts) {
          "Exit code: 0 done, 1 bad input or a failed check, 2 bad usage.");
    run->add_option("FILE", options.files, "captures, replayed one after another, or one scenario")
          ->required();
-   run->add_option("--map", options.mapFile, "file that fixes the ports and vlans of interfaces");
-   run->add_option("--chip", options.chipText,
-                   "sizes of the chip's tables; latency of a write in seconds")
-         ->check(chipSyntax());
-   run->add_option("--path", texts.path,
-                   "path to the chip, async or sync (default: the path of the scenario, or async)")
-         ->check(oneOf({"async", "sync"}));
-   addPlatform(run, texts.platform)->excludes("--chip")->excludes("--path");
+   addPlay(run, options, texts);
    run->add_option("--show", texts.shows, "tables to print: routes, oifsets, zombies, chip")
          ->delimiter(',')
          ->allow_extra_args(false)
@@ -88,17 +143,17 @@ void addRun(CLI::App& app, RunOptions& options, Texts& texts) {
                  "compare the chip's forwarding with the end of the capture (on by default)");
    run->add_flag("--check-hooks", options.checkHooks,
                  "compare each call of the platform's hooks with their contract");
-   run->add_flag("--keep-going", options.keepGoing, "report malformed lines and read on");
    run->add_flag("--inspect", options.inspect,
                  "query the switch by commands, in place of the summary: docs/inspect.md");
    run->add_option("--eval", options.evals, "run one such command; the command 'help' lists them")
          ->allow_extra_args(false)
          ->type_name("COMMAND");
-   run->add_option("--until", options.until, "stop at this time for the commands")
-         ->check(CLI::Range(0.0, 1e9))
-         ->type_name("SECONDS");
+   addUntil(run, options, "stop at this time for the commands");
    run->add_option("--timeline", options.timelineFile,
                    "file for the run as trace events, for a trace viewer")
+         ->type_name("FILE");
+   run->add_option("--report", options.reportFile,
+                   "file for the run as a page for a browser: docs/report.md")
          ->type_name("FILE");
    run->add_option("--trace", texts.traces,
                    "print the traces up to LEVEL (0-9) of the trace handles that match GLOB")
@@ -229,7 +284,8 @@ int runProgram(int argc, char** argv) {
    CLI::App const* const check = addCheck(app, checkOptions, checked);
    Agent::AgentOptions agentOptions;
    CLI::App const* const agent = addAgent(app, agentOptions);
-   Agent::ControlCommands const control(app);
+   Agent::ControlCommands control(app);
+   addExplainFiles(control.explain(), options, texts);
    if (auto const wrong = unknownSubcommand(app, argc, argv); !wrong.empty()) {
       Agent::printError(wrong + "\nRun with --help for more information.");
       return Agent::exitUsage;
@@ -244,7 +300,19 @@ int runProgram(int argc, char** argv) {
       if (app.exit(error) != 0) return Agent::exitUsage;
       return Agent::outputWritten() ? Agent::exitDone : Agent::exitFailed;
    }
-   if (auto const code = control.run()) return *code;
+   if (control.explain()->parsed()) {
+      if (!texts.vrf.empty()) control.words().insert(control.words().end(), {"vrf", texts.vrf});
+      if (!texts.iif.empty()) control.words().insert(control.words().end(), {"iif", texts.iif});
+      options.files = takeFiles(control.words());
+      if (options.files.empty()) return *control.run();
+      std::string question;
+      for (std::string const& word : control.words())
+         question += word + ' ';
+      options.question = Agent::routeQuestion(question);
+      options.json = control.json();
+   } else if (auto const code = control.run()) {
+      return *code;
+   }
    if (soak->parsed()) {
       choosePlatform(soakTexts, soakOptions);
       return Agent::runSoak(soakOptions);

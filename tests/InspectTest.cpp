@@ -73,7 +73,8 @@ TEST_P(Inspect, AnswersEachCommandOrNamesTheRightForm) {
          {"types IntfVlanId::Table", "collection +intfIdToVlanId"},
          {"types Nonsense", "there is no type Nonsense$"},
          {"explain 10.0.0.2", "is not a route; a route is given as"},
-         {"explain vrf red (10.0.0.2, 239.1.1.5)", "VRF red is not in hardware"},
+         {"explain vrf red (10.0.0.2, 239.1.1.5)", "in VRF red: no room in the replication table"},
+         {"explain 10.0.0.2,239.1.1.5 iif rtr99", "rtr99 is no interface of the switch"},
          {"get \"/x", "the quote at column 5 is not closed"},
          {"get", "usage: get PATH"},
          {"gte /x", R"(is not a command; did you mean get\?)"},
@@ -110,43 +111,6 @@ TEST_P(Inspect, AnswersEachCommandOrNamesTheRightForm) {
    EXPECT_EQ(bounded.words.size(), 1u);
    EXPECT_EQ(bounded.more, 3u);
    EXPECT_EQ(bounded.common, "10.0.0.2,239.1.1.");
-}
-
-TEST_P(Inspect, ExplainsARouteInHardwareAWaitingRouteAndAnUnknownRoute) {
-   does("run 1.6");
-   expect(
-         "explain 10.0.0.2,239.1.1.1",
-         R"(^\(10.0.0.2, 239.1.1.1\) in VRF default is in hardware.\n +entry +handle \d+, accepts )"
-         R"(from rtr0 \(vlan 1006\)\n +sends to +rtr3 \(vlan \d+\), the CPU\n +group +\d+.*; )"
-         R"(shared with 1 other route: \(10.0.0.2, 239.1.1.2\)\n +last hit +unknown.*\n +counted +)"
-         R"(3 packets, 192 bytes[\s\S]*reroute +ready: to rtr5 [\s\S]*chip +entry and group )"
-         R"(agree with the route programmer\n +tables +(\d) of \1 groups)");
-   expect("explain *,239.1.1.9", R"(fastdrop +packets from rtr2 .*last hit unknown)");
-   expect(
-         "explain 10.0.0.2 239.1.1.6",
-         R"(in VRF red is not in hardware.\n +reason +no free multicast group.*\n +waits for +room )"
-         R"(in the replication table; 1 route is before it in the queue, 2 routes wait in all)"
-         R"(\n +zombies +no group)");
-   expect("explain 10.0.0.7,239.1.1.9",
-          R"(^No route .* in any VRF.\n +same group +\(\*, 239.1.1.9\)\n +packets +match in VRF )"
-          R"(default the entry of \(\*, 239.1.1.9\), which accepts from rtr0)");
-   expect("explain vrf default 10.0.0.2,239.1.1.5",
-          R"(wanted in VRF red[\s\S]*so they are dropped)");
-
-   does("run 3");  // the link is down, and the group rewritten
-   expect("explain 10.0.0.2,239.1.1.1",
-          R"(rerouted to rtr5 .*rtr0 failed: its link is down[\s\S]*group agree)");
-   // A difference between the chip and the record is reported.
-   auto const route =
-         *world_.theSwitch().programmer().view(L3::VrfName("default"), keyOf("239.1.1.1"));
-   auto const entry = world_.theSwitch().view().entry(route.handle());
-   world_.chip().softError(entry->number, Sim::dropGroup);
-   expect("explain 10.0.0.2,239.1.1.1", "DIFFERS: the entry points at group drop, not");
-   RestartOptions slowly;
-   slowly.begin = slowly.complete = 1;
-   world_.theSwitch().restart(slowly);
-   expect("explain 10.0.0.2,239.1.1.2",
-          "No route .*[\\s\\S]*the replay of its routes is not complete");
 }
 
 // The record becomes a zombie, is resurrected, and is freed. The watch does not keep it alive.

@@ -2,11 +2,11 @@
 #include <sstream>
 
 #include "Qor/Trace.h"
+#include "agent/explain/ExplainJson.h"
 #include "agent/input/NumberText.h"
 #include "agent/input/PrintableText.h"
 #include "agent/input/Suggestion.h"
 #include "agent/input/TraceOption.h"
-#include "agent/inspect/InspectExplain.h"
 #include "agent/inspect/Inspector.h"
 #include "agent/inspect/Rehearsal.h"
 #include "agent/report/TextTable.h"
@@ -266,7 +266,7 @@ void Inspector::trace(Words const& words) {
 
 void Inspector::explain(Words const& words) {
    RouteQuestion const question = routeQuestion(std::string_view(line_).substr(words[1].at));
-   ordered_json const json = explainRoute(run_.theSwitch(), question);
+   ordered_json const json = explainJson(Explainer(run_.theSwitch()).answer(question));
    std::ostringstream text;
    printExplanation(text, json);
    printResult(json, text.str());

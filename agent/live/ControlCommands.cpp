@@ -38,8 +38,8 @@ ControlCommands::ControlCommands(CLI::App& app) : socket_(defaultControlPath) {
          ->add_option("VIEW", words_,
                       "routes, interfaces, status, oifsets, zombies, chip (default: routes)")
          ->expected(0, 1);
-   add(app, "explain", "print the state of a route of the live agent, with reasons")
-         ->add_option("ROUTE", words_, "SOURCE,GROUP [vrf NAME]")
+   explain_ = add(app, "explain", "trace a packet of a route, and print what is wrong with it");
+   explain_->add_option("ROUTE", words_, "[FILE...] SOURCE,GROUP or GROUP, [vrf NAME] [iif NAME]")
          ->required();
    add(app, "inspect",
        "run a command of docs/inspect.md in the live agent, or the commands of the input")

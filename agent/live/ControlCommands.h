@@ -17,6 +17,11 @@ class ControlCommands {
    ControlCommands(ControlCommands const&) = delete;
    ControlCommands& operator=(ControlCommands const&) = delete;
 
+   // The subcommand explain, and its words.
+   CLI::App* explain() const { return explain_; }
+   std::vector<std::string>& words() { return words_; }
+   bool json() const { return json_; }
+
    // After the command line is parsed: runs the subcommand, if it is one of these, and returns the
    // exit code.
    std::optional<int> run() const;
@@ -31,6 +36,7 @@ class ControlCommands {
    std::vector<std::string> words_;
    bool json_ = false;
    std::vector<CLI::App const*> commands_;
+   CLI::App* explain_ = nullptr;
 };
 
 }  // namespace Agent

@@ -2,7 +2,7 @@
 // from the JSON, so both have the same content. No question changes the agent.
 //
 //    show [routes | interfaces | status | VIEW]   VIEW: oifsets, zombies, chip (agent/report/Views.h)
-//    explain ROUTE                                agent/inspect/InspectExplain.h
+//    explain ROUTE                                agent/live/LiveExplain.h
 //    inspect COMMAND                              a command of agent/inspect/Inspector.h that reads
 //    complete LINE                                agent/live/LiveCompletion.h
 #pragma once
