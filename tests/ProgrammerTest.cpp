@@ -167,15 +167,6 @@ TYPED_TEST(Programmers, ZombiesArePurgedOldestFirstAndOnlyAsManyAsNeeded) {
    b.play({{"7 to et7", "inHardware 2 3 6 7", "2 groupCreate, 2 routeCreate, 2 routePoint"}});
 }
 
-TEST(Programmer, ARouteOfAnUnknownVrfWaitsUntilTheVrfIsReady) {
-   Bench b;
-   b.play({{"1 to et2; 101 to et3", "inHardware 1; waitingVrf 101",
-            "1 groupCreate, 1 routeCreate, 1 routePoint"}});
-   EXPECT_EQ(b.route(101)->reason(), "VRF red has no hardware status (failure code 4096)");
-   b.vrfIs(100);
-   b.play({{"", "inHardware 1 101", "1 groupCreate, 1 routeCreate, 1 routePoint"}});
-}
-
 TEST(Programmer, ARouteWhoseWritesKeepFailingIsGivenUpUntilItChanges) {
    for (auto const kind : {WriteKind::groupCreate, WriteKind::routeCreate, WriteKind::routePoint}) {
       SCOPED_TRACE(static_cast<unsigned>(kind));
