@@ -151,6 +151,16 @@ TEST(HookChecks, EachWrongCallIsNamedByItsRule) {
 
 // ---- The shadow and the rules. ----
 
+TEST(Shadow, AFailedRewriteLeavesTheSetAsItWas) {
+   Calls c("");
+   U32 const index = c.index(2);
+   c.sync->faults().failNext(Sim::WriteKind::groupUpdate, "parity error");
+   EXPECT_EQ(c.syncGate->doAllocateMtableOifSet(1, index, Calls::set(3)),
+             SyncHooks::invalidOifSetIndex);
+   EXPECT_EQ(c.syncGate->checks()->shadow(1)->set(index)->members,
+             (std::vector{testSupport::pv("et2", 2)}));
+}
+
 TEST(Shadow, AnEntryBehindAnotherOneShowsWhenThatOneGoes) {
    Shadow shadow;
    HookCall const call{"doAllocateRoute", 1, 0.5};
