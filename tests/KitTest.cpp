@@ -1,5 +1,5 @@
-// The kit and the checked hooks in it: the simulated chip passes on both paths, and platforms with one
-// mistake each fail the right check with the right culprit and break the right rule.
+// The kit and the checked hooks in it: the simulated chip passes on both paths, and platforms with
+// one mistake each fail the right check with the right culprit and break the right rule.
 #include <sys/wait.h>
 
 #include <cstdlib>

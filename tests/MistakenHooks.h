@@ -1,5 +1,5 @@
-// Hooks of the simulated chip with one mistake each, by its name, for the tests of checked hooks and of
-// the kit. A name that ends in "correctly" stands for an unusual behavior that breaks no rule.
+// Hooks of the simulated chip with one mistake each, by its name, for the tests of checked hooks and
+// of the kit. A name that ends in "correctly" stands for an unusual behavior that breaks no rule.
 #pragma once
 
 #include <algorithm>

@@ -1,5 +1,5 @@
-// The programmer on both paths of the simulated chip, in virtual time: writes, full tables and failed
-// writes. The soaks play random lives.
+// The programmer on both paths of the simulated chip, in virtual time: writes, full tables and
+// failed writes. The soaks play random lives.
 #include <functional>
 
 #include "ProgrammerBench.h"
