@@ -72,7 +72,7 @@ TEST_P(Inspect, AnswersEachCommandOrNamesTheRightForm) {
           GetParam() == PathKind::sync ? "would end the agent: .*Assertion" : "done"},
          {"types IntfVlanId::Table", "collection +intfIdToVlanId"},
          {"types Nonsense", "there is no type Nonsense$"},
-         {"explain 10.0.0.2", "is not a route; a route is given as"},
+         {"explain 10.0.0.2", "is not a route or a group; a route is given as"},
          {"explain vrf red (10.0.0.2, 239.1.1.5)", "in VRF red: no room in the replication table"},
          {"explain 10.0.0.2,239.1.1.5 iif rtr99", "rtr99 is no interface of the switch"},
          {"get \"/x", "the quote at column 5 is not closed"},

@@ -170,12 +170,12 @@ TEST_P(OnAPoorPlatform, CommandsQueryTheSwitchAndChangeNothingByHand) {
    options.evals = {"explain 10.0.0.2,239.1.1.1", "set /config/allCounter true", "run 0.005"};
    std::string const out = run(Lacks::nothing, options);
    EXPECT_TRUE(has(out, "the platform has no copies")) << out;
-   std::string const down = "output rtr2 is down: nothing comes out there.\n";
-   EXPECT_TRUE(has(out, down) && has(out, "entry and group are as the hooks were asked")) << out;
+   std::string const healthy = "offloaded; packets from rtr0 leave by rtr1, rtr2.\n";
+   EXPECT_TRUE(has(out, healthy) && has(out, "entry and group are as the hooks were asked")) << out;
    // Without a view the answer is that of the hooks' calls.
    std::string const recorded = run(Lacks::view, options);
-   EXPECT_TRUE(has(recorded, down) && has(recorded, "accepts vlan 1006   [recorded]")) << recorded;
-   EXPECT_TRUE(has(recorded, "rtr1 (vlan 1007), link up: a copy comes out")) << recorded;
+   EXPECT_TRUE(has(recorded, healthy) && has(recorded, "accepts vlan 1006   [recorded]"));
+   EXPECT_TRUE(has(recorded, "its tables cannot be read back")) << recorded;
 }
 
 TEST_P(OnAPoorPlatform, ASoakNamesTheMissingAbility) {

@@ -332,10 +332,10 @@ class ExplanationText {
          return line("packets", "{} in VRF {}: the entry of {} does not accept them, and they {}{}",
                      from.substr(1), vrf, keyOf(entry), fate, originOf(packet));
       }
-      std::string const group =
-            taker.contains("groupOf")
-                  ? fmt::format(" by group {}{}", text(taker, "group"), sharedGroup(taker))
-                  : "";
+      std::string const group = taker.contains("groupOf")
+                                      ? fmt::format("; it forwards by group {}{}",
+                                                    text(taker, "group"), sharedGroup(taker))
+                                      : "";
       line("packets", "{} in VRF {}: they match the entry of {}, and {}{}{}",
            from.empty() ? "from every interface" : from.substr(1), vrf, keyOf(entry), fate, group,
            originOf(packet));

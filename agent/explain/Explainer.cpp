@@ -57,7 +57,7 @@ class Explainer::Tables {
          : switch_(theSwitch),
            shadow_(theSwitch.programmer().table().shadow()),
            abilities_(theSwitch.platform().abilities()) {
-      if (theSwitch.canRead()) {
+      if (theSwitch.canRead() && !isStale()) {
          basis_ = Basis::read;
          theSwitch.view().forEachEntry([this](View::Entry const& entry) {
             auto const& [vrfId, key, vlan, boundary] = entry.route;
@@ -111,6 +111,19 @@ class Explainer::Tables {
       bool toCpu = false;
    };
 
+   // Whether a hook was called after the tables were read.
+   bool isStale() const {
+      Qor::Seconds const asOf = switch_.view().asOf();
+      if (!shadow_ || switch_.recovering() || asOf >= Qor::now()) return false;
+      bool stale = false;
+      auto const look = [&](VelMroute::HookCall const& call) { stale = stale || call.time > asOf; };
+      shadow_->forEachSet([&](Qor::U32, auto const& set) { look(set.lastCall); });
+      shadow_->forEachEntry(
+            [&](MrouteLib::RouteHandle, auto const& entry) { look(entry.lastCall); });
+      shadow_->forEachDeletedEntry(
+            [&](MrouteLib::RouteHandle, auto const& entry) { look(entry.lastCall); });
+      return stale;
+   }
    void add(Vel::VrfId vrfId, TraceEntry entry) {
       VelMroute::TableEntry matching;
       matching.vrfId = vrfId.value();

@@ -60,14 +60,12 @@ Switch::Switch(PlatformChoice const& platform, InterfaceMap intfMap)
         surroundings_{platform.make(),
                       platform.checksHooks || platform.explains ? Qor::make<VelMroute::HookFaults>()
                                                                 : nullptr,
-                      platform.checksHooks,
-                      history_,
+                      platform.checksHooks, history_,
                       // Without checks a scenario may refuse room on purpose.
                       platform.checksHooks ? platform.refusals : 0,
                       Qor::make<Routing::Multicast::Fib::VrfConfig>(),
                       Qor::make<Routing::Multicast::Fib::Hardware::Status>(),
-                      Qor::make<IntfVlanId::Table>(),
-                      Qor::make<Interface::EthIntfStatusDir>(),
+                      Qor::make<IntfVlanId::Table>(), Qor::make<Interface::EthIntfStatusDir>(),
                       Qor::make<Bfd::AppStatus>()},
         replay_([this](RouteId const& id,
                        WantedRoute const& wanted) { programmer().routeIs(id.vrf, id.key, wanted); },
@@ -266,6 +264,7 @@ std::optional<bool> Switch::linkUp(Lnet::IntfId intf) const {
    if (auto const up = view().linkUp(intf)) return up;
    auto const status = surroundings_.ethIntfStatusDir->intfStatus(intf);
    if (!status || canRead()) return std::nullopt;
+   if (!linkFollows(intf)) return true;  // as ports are whose links nobody changes
    return carriesTraffic(status->operStatus());
 }
 
