@@ -8,6 +8,7 @@
 #include "agent/inspect/InspectExplain.h"
 #include "agent/inspect/Inspector.h"
 #include "agent/inspect/Rehearsal.h"
+#include "agent/process/Signals.h"
 #include "agent/report/TextTable.h"
 
 namespace Agent {
@@ -187,6 +188,7 @@ void Inspector::change(std::function<void()> const& doIt) {
    if (!run_.theSwitch().forks())
       throw InspectError("the platform has no copies, in which a change could be tried before");
    std::string const why = rehearse(doIt);
+   if (interrupted()) throw InspectError("interrupted during the trial");
    if (!why.empty()) throw InspectError("that would end the agent: " + why);
    changed_ = true;
    doIt();
