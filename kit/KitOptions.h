@@ -32,8 +32,8 @@ struct KitOptions {
    std::vector<std::string> only = {};
    // Called before each check, with the number of checks before it and of all checks.
    std::function<void(std::size_t done, std::size_t all)> onCheck = {};
-   // Called before each wait of a life. True ends the run: the check under way and the checks behind
-   // it are left out, with the reason "interrupted".
+   // Called before each wait of a life. True ends the run: the check under way and the checks
+   // behind it are left out, with the reason "interrupted".
    std::function<bool()> interrupted = {};
 };
 

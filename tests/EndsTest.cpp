@@ -11,6 +11,7 @@
 #include <thread>
 
 #include "CaptureTestSupport.h"
+#include "agent/check/CheckCommand.h"
 #include "agent/process/Child.h"
 #include "agent/process/Signals.h"
 #include "agent/report/ErrorOutput.h"
@@ -123,6 +124,26 @@ TEST(SoakCommand, AnInterruptedSoakNamesTheRest) {
    EXPECT_EQ(rest[0]["operations"], 200'000 - summary["operations"].get<int>());
    EXPECT_LT(rest[0]["operations"], 200'000 - 4000);
    EXPECT_EQ(rest[1], (nlohmann::json{{"path", "sync"}, {"seed", 1}, {"operations", 200'000}}));
+}
+
+TEST(CheckCommand, AnInterruptLeavesOutTheRemainingChecks) {
+   CheckOptions options;
+   options.tap = true;
+   int lives = 0;
+   options.platform.source = [&](PathKind path, VelMroute::PlatformOptions settings) {
+      PlatformChoice choice = simulatedPlatform(path, std::move(settings));
+      choice.make = [&lives, make = choice.make] {
+         if (++lives == 5) ::raise(SIGHUP);
+         return make();
+      };
+      return choice;
+   };
+   testing::internal::CaptureStdout();
+   EXPECT_EQ(runCheck(options), exitInterrupted);
+   std::string const out = testing::internal::GetCapturedStdout();
+   EXPECT_LE(lives, 6);
+   EXPECT_NE(out.find("SKIP interrupted"), std::string::npos) << out;
+   EXPECT_TRUE(out.ends_with("\nBail out! interrupted by HUP\n")) << out;
 }
 
 // The program at a terminal.

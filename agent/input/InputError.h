@@ -29,8 +29,8 @@ struct InputError {
    // Cuts `offending` to the limit.
    void textIs(std::string_view offending);
 
-   // "FILE:LINE:COLUMN: REASON: TEXT" in one line. The column and the text may be missing. Bytes that
-   // are not printable ASCII become \xNN, so that a damaged file has no effect on a terminal.
+   // "FILE:LINE:COLUMN: REASON: TEXT" in one line. The column and the text may be missing. Bytes
+   // that are not printable ASCII become \xNN, so that a damaged file has no effect on a terminal.
    std::string toString() const;
 };
 

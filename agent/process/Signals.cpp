@@ -70,8 +70,9 @@ void Signals::install() {
       if (before_[i].sa_handler == SIG_IGN && !reloads) continue;
       struct sigaction action {};
       action.sa_handler = reloads ? noteHangup : noteSignal;
-      // Without SA_RESTART, a call that waits returns.
       if (!reloads) action.sa_flags = static_cast<int>(SA_RESETHAND);
+      // A command returns from any call that waits. An agent waits for interruptFd() alone.
+      if (hangup_ == Hangup::reloads) action.sa_flags |= SA_RESTART;
       sigaction(numbers[i], &action, nullptr);
    }
 }

@@ -1,8 +1,8 @@
 // The signals that end a command in an orderly way: INT, TERM and HUP.
 //
-// While an object of this class lives, the first of these signals is noted, and the process goes on.
-// The command sees the note in interrupted(), or waits for interruptFd() beside its own descriptors,
-// and ends with complete outputs. A second signal ends the process at once, as without this class.
+// While an object of this class lives, the first of these signals is noted, and the process goes
+// on. The command sees the note in interrupted(), or waits for interruptFd() beside its other
+// descriptors, and ends with complete outputs. A second signal ends the process at once, as without this class.
 // A signal that the process was started to ignore (nohup) stays ignored.
 #pragma once
 
@@ -50,10 +50,10 @@ inline bool interrupted() {
 }
 // "INT", "TERM" or "HUP"; empty without a noted signal.
 std::string interruptName();
-// A descriptor that is readable once a signal has arrived; -1 while no object of Signals lives, which
-// poll(2) ignores. Nobody reads from it.
+// A descriptor that is readable once a signal has arrived, and from which nobody reads; -1, which
+// poll(2) ignores, while no object of Signals lives.
 int interruptFd();
-// The command goes on in spite of the noted signal, as a prompt does. The next signal is noted again.
+// The command goes on after the noted signal, as a prompt does. The next signal is noted again.
 void forgetInterrupt();
 
 }  // namespace Agent

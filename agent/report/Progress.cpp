@@ -42,8 +42,8 @@ std::string durationText(double seconds) {
 
 }  // namespace
 
-// The outputs that the line must not mix with, while the line is shown. std::cout flushes the stream
-// it is tied to before each output, and that flush clears the line.
+// The outputs that the line must not mix with, while the line is shown. std::cout flushes the
+// stream it is tied to before each output, and that flush clears the line.
 class Progress::Outputs final : private std::streambuf,
                                 private Qor::TraceSink,
                                 private Qor::LogSink {

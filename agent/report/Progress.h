@@ -1,7 +1,7 @@
 // The progress line of a command on standard error, if that is a terminal.
 //
-// The line is cleared before any other output of the process appears: errors (printError()), traces,
-// log messages, and text on std::cout. At most one object lives at a time.
+// The line is cleared before any other output of the process appears: errors (printError()),
+// traces, log messages, and text on std::cout. At most one object lives at a time.
 #pragma once
 
 #include <chrono>

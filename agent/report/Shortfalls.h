@@ -1,5 +1,5 @@
-// The shortfalls of a run: what the run did not do although it was wanted, and which is no failure
-// unless the user asks for that (--strict).
+// The shortfalls of a run: lines that were left out, and a table in which nothing fits. A shortfall is
+// a failure only if the user asks for that (--strict).
 #pragma once
 
 #include <cstdint>

@@ -143,8 +143,8 @@ class Run final : public InspectedRun {
                          switch_->view().use(Table::group).used);
    }
 
-   // Reads the next event into event_, unless that has been done. Returns false at the end, and after
-   // an interrupt.
+   // Reads the next event into event_, unless that has been done. Returns false at the end, and
+   // after an interrupt.
    bool readAhead() {
       while (!ahead_ && !ended_) {
          if (resumes_ && interrupted()) return false;

@@ -30,8 +30,8 @@ struct SoakHow {
    PlatformSource platforms = simulatedPlatform;
    // One of so many looks compares everything. With 1, a fault is found at the first look after it.
    unsigned looksPerFullCheck = SoakOracle::usualLooks;
-   // Called with the number of lines played so far: after each line, and in the process that waits for
-   // forkSoak() ten times a second.
+   // Called with the number of lines played so far: after each line, and in the process that waits
+   // for forkSoak() ten times a second.
    std::function<void(std::size_t)> played = nullptr;
 };
 
@@ -58,7 +58,7 @@ SoakOutcome forkSoak(SoakEpisode const& episode, SoakHow how = {});
 using SoakPlay = std::function<SoakOutcome(SoakEpisode const&)>;
 
 // Reduces an episode with a finding: leaves out lines and halves blocks of routes as long as `play`
-// still has a finding, which may be a different one. Calls `play` at most `tries` times, and no more
+// still has a finding, which may be a different one. Calls `play` at most `tries` times, and not
 // after a signal (agent/process/Signals.h). Returns the shortest episode with a finding.
 SoakEpisode reducedSoak(SoakEpisode const& episode, SoakPlay const& play, unsigned tries = 2000);
 

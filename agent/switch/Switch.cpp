@@ -120,8 +120,8 @@ void Switch::runUntil(Qor::Seconds time) {
       wait(time);
 }
 
-// Real time only: waits until `time`, the next deadline or the longest wait, and runs the clocks that are due
-// then. A probe knows how to turn the loop of its platform, which may have descriptors of its own.
+// Real time only: waits until `time`, the next deadline or the longest wait, and runs the due clocks.
+// A probe knows how to turn the loop of its platform, which may have descriptors of its own.
 void Switch::wait(Qor::Seconds time) {
    Qor::Seconds const now = Qor::now();
    Qor::Seconds const step =
