@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <iostream>
 
+#include "agent/input/PrintableText.h"
+#include "agent/input/Suggestion.h"
 #include "agent/process/Signals.h"
 #include "agent/report/ErrorOutput.h"
 #include "agent/report/ExitCode.h"
@@ -17,10 +19,8 @@ int runCheck(CheckOptions const& options) {
       auto const checks = VelMroute::kitChecks();
       auto const is = [&](VelMroute::KitCheck const* check) { return id == check->id; };
       if (std::ranges::any_of(checks, is)) continue;
-      std::string known;
-      for (VelMroute::KitCheck const* const check : checks)
-         known += std::string(" ") + check->id;
-      printError('"' + id + "\" is not a check (known:" + known + ')');
+      printError(inQuotes(id) + " is not a check" +
+                 knownNames(id, checks, &VelMroute::KitCheck::id));
       return exitUsage;
    }
    try {

@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+#include "agent/inspect/Completion.h"
+
 namespace Agent {
 
 class ControlCommands {
@@ -15,6 +17,11 @@ class ControlCommands {
    ControlCommands(ControlCommands const&) = delete;
    ControlCommands& operator=(ControlCommands const&) = delete;
 
+   // The subcommand explain, and its words.
+   CLI::App* explain() const { return explain_; }
+   std::vector<std::string>& words() { return words_; }
+   bool json() const { return json_; }
+
    // After the command line is parsed: runs the subcommand, if it is one of these, and returns the
    // exit code.
    std::optional<int> run() const;
@@ -23,11 +30,13 @@ class ControlCommands {
    CLI::App* add(CLI::App& app, std::string const& name, std::string const& help);
    int ask(std::string const& command) const;
    int prompt() const;
+   Completion completion(std::string_view line) const;
 
    std::string socket_;
    std::vector<std::string> words_;
    bool json_ = false;
    std::vector<CLI::App const*> commands_;
+   CLI::App* explain_ = nullptr;
 };
 
 }  // namespace Agent

@@ -5,8 +5,11 @@
 #include <sstream>
 
 #include "agent/input/PrintableText.h"
-#include "agent/inspect/InspectExplain.h"
+#include "agent/input/Suggestion.h"
 #include "agent/inspect/Inspector.h"
+#include "agent/live/LiveCompletion.h"
+#include "agent/live/LiveExplain.h"
+#include "agent/report/JsonOutput.h"
 #include "agent/report/TextTable.h"
 #include "agent/report/Views.h"
 
@@ -104,48 +107,19 @@ LiveAnswer inspected(LiveAgent& agent, std::string_view command, bool json) {
    return {true, text.str()};
 }
 
-// Whether the route stays with the CPU, or waits for the bridge: then the programmer does not have
-// it, and the agent itself knows the reason.
-bool outsideSwitch(LiveAgent const& agent, LiveRoutes::Known const& known) {
-   return !known.decision.inHardware() || !agent.hasSwitch();
-}
-
-// A route of the kernel that the switch does not have is explained by the agent, and all others by
-// the inspector.
-LiveAnswer explain(LiveAgent& agent, std::string_view line, std::string_view route, bool json) {
-   ordered_json kernel = ordered_json::array();
-   std::string text;
-   bool inSwitch = false;
+LiveAnswer explain(LiveAgent const& agent, std::string_view route, bool json) {
    try {
-      RouteKey const key = routeQuestion(route).key;
-      for (auto const& [known, at] : agent.routes().routes()) {
-         bool const same =
-               known.source == key.source().address() && known.group == key.group().address();
-         if (!same) continue;
-         kernel.push_back(routeJson(agent, known, at));
-         inSwitch = inSwitch || !outsideSwitch(agent, at);
+      ordered_json const document = liveExplainJson(agent, routeQuestion(route));
+      std::ostringstream text;
+      if (json) {
+         printJson(text, document);
+      } else {
+         printLiveExplanation(text, document);
       }
-   } catch (InspectError const& error) {
+      return {true, std::move(text).str()};
+   } catch (QuestionError const& error) {
       return refusal(error.what());
    }
-   for (auto const& one : kernel) {
-      text += fmt::format("({}, {}) of table {} in {} out {}: {}{}\n",
-                          one["src"].get<std::string>(), one["dst"].get<std::string>(),
-                          one["table"].get<Qor::U32>(), one["iif"].get<std::string>(),
-                          joined(one["oifs"]), one["state"].get<std::string>(),
-                          one.contains("reason") ? ": " + one["reason"].get<std::string>() : "");
-   }
-   if (kernel.empty()) {
-      text = "The kernel has no route " + std::string(route) +
-             " in the tables that the agent follows, so its packets go to the CPU.\n";
-   }
-   LiveAnswer rest;
-   if (inSwitch) rest = inspected(agent, line, json);
-   if (!rest.good) return rest;
-   if (!json) return {true, text + rest.text};
-   ordered_json all{{"kernel", std::move(kernel)}};
-   if (!rest.text.empty()) all["switch"] = ordered_json::parse(rest.text);
-   return {true, all.dump() + '\n'};
 }
 
 LiveAnswer show(LiveAgent& agent, std::string_view what, bool json) {
@@ -154,9 +128,7 @@ LiveAnswer show(LiveAgent& agent, std::string_view what, bool json) {
    if (what == "status") return answer(statusJson(agent), json, statusText);
    auto const view = viewNamed(what);
    if (!view) {
-      return refusal(inQuotes(what) +
-                     " is not a view (known: routes, interfaces, status, oifsets, zombies, "
-                     "chip)");
+      return refusal(inQuotes(what) + " is not a view" + knownNames(what, liveViews));
    }
    if (!agent.hasSwitch()) return refusal(agent.disconnected());
    ordered_json const table = viewJson(*view, agent.theSwitch());
@@ -235,12 +207,12 @@ LiveAnswer answerTo(LiveAgent& agent, std::string_view line, bool json) {
       line.remove_prefix(std::min(line.find_first_not_of(' '), line.size()));
       return first;
    };
-   std::string_view const whole = line;
    std::string_view const command = word();
    if (command == "show") return show(agent, word(), json);
-   if (command == "explain") return explain(agent, whole, line, json);
+   if (command == "explain") return explain(agent, line, json);
    if (command == "inspect") return inspected(agent, line, json);
-   return refusal(inQuotes(command) + " is not a command (known: show, explain, inspect, watch)");
+   if (command == "complete") return {true, completionsOf(agent, line)};
+   return refusal(inQuotes(command) + " is not a command" + knownNames(command, liveCommands));
 }
 
 }  // namespace Agent

@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "agent/input/CaptureReader.h"
+#include "agent/page/ReportFile.h"
 #include "agent/process/Signals.h"
 #include "agent/report/ErrorOutput.h"
 #include "agent/report/ExitCode.h"
@@ -18,6 +19,7 @@
 #include "agent/report/Shortfalls.h"
 #include "agent/report/Summary.h"
 #include "agent/report/TimelineFile.h"
+#include "agent/run/RunQueries.h"
 #include "agent/switch/PlatformChoice.h"
 
 namespace Agent {
@@ -63,15 +65,17 @@ class Run final : public InspectedRun {
       double const began = processorSeconds();
       switch_ = std::make_unique<Switch>(
             options_.platform(options_.path.value_or(PathKind::async), {}), std::move(intfMap));
-      TimelineFile timeline(options_.timelineFile, *switch_);
-      timeline_ = &timeline;
+      ReportFile page(options_.reportFile, *switch_);
+      page_ = &page;
+      TimelineFile timeline(options_.timelineFile, *switch_, page.recorder());
       bool const replayed = options_.until ? runUntil(*options_.until) : runToEnd();
       if (options_.inspects() && replayed) {
-         InspectResult const looked = inspect(*this, options_.inspected());
+         InspectResult const looked = query(*this, options_);
          errors_.finish();
          bool const good = printHookFaults(*switch_) && timeline.finish() && looked.good &&
                            !stopped_ && passesStrict(options_.strict, fallenShort());
-         return exitAfter(looked, exitCode(good, looked.interrupted));
+         bool const written = writePage(good, looked.interrupted, {}, nullptr);
+         return exitAfter(looked, exitCode(good && written, looked.interrupted));
       }
       if (!timeline.finish() || !replayed) return exitFailed;
       figures_.processorSeconds = processorSeconds() - began;
@@ -124,10 +128,6 @@ class Run final : public InspectedRun {
             continue;
          }
          count(figures_, event_);
-         if (auto const* link = std::get_if<LinkEvent>(&event_)) {
-            timeline_->note("link " + link->intf.name() +
-                            (carriesTraffic(link->status) ? " up" : " down"));
-         }
          progress.show([&] { return progressText(); });
       }
       progress.clear();
@@ -192,11 +192,25 @@ class Run final : public InspectedRun {
       }
       theSwitch.readBack();
       auto summary = summaryJson(figures_, theSwitch, options_.check ? &check : nullptr);
-      printRunReport(options_.show, options_.json, theSwitch, std::move(summary));
+      printRunReport(options_.show, options_.json, theSwitch, summary);
       if (!check.passed()) printDifferences(check.differences);
       bool const good = printHookFaults(theSwitch) && check.passed() &&
                         passesStrict(options_.strict, fallenShort());
-      return exitCode(outputWritten() && good, !figures_.interruptedBy.empty());
+      bool const cut = !figures_.interruptedBy.empty();
+      bool const written = writePage(good, cut, check.differences, std::move(summary));
+      return exitCode(outputWritten() && written && good, cut);
+   }
+
+   bool writePage(bool good, bool cut, std::vector<std::string> notes,
+                  nlohmann::ordered_json summary) {
+      return page_->finish({.kind = "capture",
+                            .title = "Replay of captures",
+                            .inputs = options_.files,
+                            .result = cut    ? "interrupted"
+                                      : good ? "passed"
+                                             : "failed",
+                            .notes = std::move(notes),
+                            .summary = std::move(summary)});
    }
 
    static void printDifferences(std::vector<std::string> const& differences) {
@@ -218,7 +232,7 @@ class Run final : public InspectedRun {
    ErrorLimit errors_;
    bool settled_ = true;  // the end of the run has found the switch settled
    std::unique_ptr<Switch> switch_;
-   TimelineFile* timeline_ = nullptr;  // null before and after the run
+   ReportFile* page_ = nullptr;  // null before and after the run
 };
 
 }  // namespace

@@ -1,5 +1,8 @@
 #include "agent/run/ScenarioRun.h"
 
+#include <utility>
+
+#include "agent/page/ReportFile.h"
 #include "agent/process/Signals.h"
 #include "agent/report/ErrorOutput.h"
 #include "agent/report/ExitCode.h"
@@ -8,6 +11,7 @@
 #include "agent/report/Shortfalls.h"
 #include "agent/report/Summary.h"
 #include "agent/report/TimelineFile.h"
+#include "agent/run/RunQueries.h"
 #include "agent/scenario/ScenarioParser.h"
 #include "agent/scenario/ScenarioPlayer.h"
 #include "agent/scenario/SwitchTestbed.h"
@@ -69,6 +73,21 @@ void printFailures(ScenarioPlayer const& player) {
    errors.finish("; -j lists all");
 }
 
+bool writePage(ReportFile const& page, ScenarioFile const& file, std::string const& fileName,
+               ScenarioPlayer const& player, bool good, bool cut, ordered_json summary) {
+   ReportHead head{.kind = "scenario",
+                   .title = file.settings.title,
+                   .inputs = {fileName},
+                   .result = cut    ? "interrupted"
+                             : good ? "passed"
+                                    : "failed",
+                   .notes = {},
+                   .summary = std::move(summary)};
+   for (auto const& failure : player.failures())
+      head.notes.push_back(failure.toString());
+   return page.finish(std::move(head));
+}
+
 }  // namespace
 
 int runScenario(RunOptions const& options) {
@@ -92,8 +111,9 @@ int runScenario(RunOptions const& options) {
       }
    }
    Switch theSwitch(options.platform(path, file.settings.platformOptions()), std::move(intfMap));
-   TimelineFile timeline(options.timelineFile, theSwitch);
-   SwitchTestbed testbed(theSwitch, timeline.timeline(), options.json);
+   ReportFile page(options.reportFile, theSwitch);
+   TimelineFile timeline(options.timelineFile, theSwitch, page.recorder());
+   SwitchTestbed testbed(theSwitch, timeline.timeline(), options.json, page.outages());
    ScenarioPlayer player(testbed, file.lines);
    if (options.until) {
       player.playUntil(*options.until);
@@ -103,12 +123,14 @@ int runScenario(RunOptions const& options) {
    }
    if (options.inspects()) {
       InspectedScenario run(theSwitch, player);
-      InspectResult const looked = inspect(run, options.inspected());
+      InspectResult const looked = query(run, options);
       printFailures(player);
       bool const good = printHookFaults(theSwitch) && timeline.finish() && looked.good &&
                         player.failures().empty() &&
                         passesStrict(options.strict, shortfalls(file.errors.size(), theSwitch));
-      return exitAfter(looked, exitCode(good, looked.interrupted));
+      bool const written =
+            writePage(page, file, options.files.front(), player, good, looked.interrupted, nullptr);
+      return exitAfter(looked, exitCode(good && written, looked.interrupted));
    }
 
    RunFigures figures;
@@ -116,12 +138,15 @@ int runScenario(RunOptions const& options) {
    figures.interruptedBy = interruptName();
    ordered_json summary = summaryJson(figures, theSwitch, nullptr);
    summary["scenario"] = scenarioJson(file, player);
-   printRunReport(options.show, options.json, theSwitch, std::move(summary));
+   printRunReport(options.show, options.json, theSwitch, summary);
    printFailures(player);
    bool const good = printHookFaults(theSwitch) && player.failures().empty() &&
                      passesStrict(options.strict, shortfalls(figures.badLines, theSwitch));
-   bool const written = outputWritten();
-   return exitCode(timeline.finish() && written && good, !figures.interruptedBy.empty());
+   bool const cut = !figures.interruptedBy.empty();
+   bool const closed = timeline.finish();
+   bool const written =
+         writePage(page, file, options.files.front(), player, good, cut, std::move(summary));
+   return exitCode(outputWritten() && closed && written && good, cut);
 }
 
 }  // namespace Agent

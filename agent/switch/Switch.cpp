@@ -10,6 +10,7 @@
 #include "agent/input/CaptureState.h"
 #include "agent/process/Signals.h"
 #include "agent/switch/SwitchPathFactory.h"
+#include "platform/Format.h"
 
 namespace Agent {
 
@@ -55,19 +56,28 @@ Switch::Switch(PlatformChoice const& platform, InterfaceMap intfMap)
         activity_(platform.live ? Qor::activityManager() : newTime(platform.virtualTime)),
         pathKind_(platform.path),
         virtualTime_(platform.virtualTime),
+        checksHooks_(platform.checksHooks),
+        history_(platform.explains ? Qor::make<SwitchHistory>() : nullptr),
         surroundings_{platform.make(),
-                      platform.checksHooks ? Qor::make<VelMroute::HookFaults>() : nullptr,
-                      platform.refusals,
+                      platform.checksHooks || platform.explains ? Qor::make<VelMroute::HookFaults>()
+                                                                : nullptr,
+                      platform.checksHooks, history_,
+                      // Without checks a scenario may refuse room on purpose.
+                      platform.checksHooks ? platform.refusals : 0,
                       Qor::make<Routing::Multicast::Fib::VrfConfig>(),
                       Qor::make<Routing::Multicast::Fib::Hardware::Status>(),
-                      Qor::make<IntfVlanId::Table>(),
-                      Qor::make<Interface::EthIntfStatusDir>(),
+                      Qor::make<IntfVlanId::Table>(), Qor::make<Interface::EthIntfStatusDir>(),
                       Qor::make<Bfd::AppStatus>()},
-        path_(newSwitchPath(surroundings_, platform.live ? &noCrash : nullptr)),
         replay_([this](RouteId const& id,
                        WantedRoute const& wanted) { programmer().routeIs(id.vrf, id.key, wanted); },
                 [this] { programmer().resyncEnd(); }) {
+   pathIs(newSwitchPath(surroundings_, platform.live ? &noCrash : nullptr));
    learnVrf(L3::VrfName("default"));
+}
+
+void Switch::pathIs(std::unique_ptr<SwitchPath> path) {
+   path_ = std::move(path);
+   programmer().observerIs(history_.get());
 }
 
 Switch::~Switch() = default;
@@ -95,7 +105,7 @@ bool Switch::settle() {
    Patience patience;
    while (!programmer().settled() || platform().writesPending() || recovering()) {
       if (virtualTime_) {
-         activity_->runUntil(nextDeadline());
+         runTurns();
       } else if (patience.ends()) {
          return false;
       } else {
@@ -110,14 +120,20 @@ bool Switch::settle() {
 void Switch::runUntil(Qor::Seconds time) {
    if (virtualTime_) {
       // From deadline to deadline, because the span may have millions of them.
-      while (!interrupted() && nextDeadline() < time)
-         activity_->runUntil(nextDeadline());
+      while (!interrupted() && nextDeadline() < Qor::never && nextDeadline() <= time)
+         runTurns();
       if (!interrupted()) activity_->runUntil(time);
       return;
    }
    activity_->runDue();
    while (!interrupted() && Qor::now() < time)
       wait(time);
+}
+
+// Virtual time only: runs all that is due at the next deadline.
+void Switch::runTurns() {
+   activity_->runUntil(nextDeadline());
+   if (timeline_) timeline_->turnEnds();
 }
 
 // Real time only: waits until `time`, the next deadline or the longest wait, and runs the due clocks.
@@ -148,7 +164,7 @@ void Switch::readBack() {
    view->refresh([done](bool) { *done = true; });
    for (Patience patience; !*done && (virtualTime_ || !patience.ends());) {
       if (virtualTime_) {
-         activity_->runUntil(nextDeadline());
+         runTurns();
       } else {
          wait(Qor::now() + longestWait);
       }
@@ -211,7 +227,8 @@ Intf const& Switch::learnIntf(Lnet::IntfId id) {
       if (intf.port == 0 || !platform().portIs(intf.id, intf.port, intf.vlan)) continue;
       ported_.insert(intf.id);
       auto const link = links_.find(intf.id);
-      linkIs(intf.id, link == links_.end() ? Interface::IntfOperStatus::up : link->second.status);
+      portLinkIs(intf.id,
+                 link == links_.end() ? Interface::IntfOperStatus::up : link->second.status);
    }
    if (known.port != 0 && !ported_.contains(id)) {
       throw InterfaceMapFull("the chip has no port " + std::to_string(known.port) + " for " +
@@ -223,6 +240,7 @@ Intf const& Switch::learnIntf(Lnet::IntfId id) {
 void Switch::learnVrf(L3::VrfName const& vrf) {
    auto const [it, isNew] = vrfIds_.try_emplace(vrf, vrfIds_.size());
    if (!isNew) return;
+   if (history_) history_->vrfIs(vrf, it->second);
    path_->vrfIs(vrf, it->second);
 }
 
@@ -258,12 +276,31 @@ void Switch::apply(LinkEvent const& event) {
    linkIs(event.intf, event.status);
 }
 
-// The port changes before the reactors are notified, as in hardware.
 void Switch::linkIs(Lnet::IntfId intf, Interface::IntfOperStatus status) {
    if (!ported_.contains(intf)) return;
+   if (timeline_) {
+      timeline_->instant(fmt::format("link {} {}", intf, status),
+                         {{"interface", intf.name()}, {"fails", !carriesTraffic(status)}});
+   }
+   portLinkIs(intf, status);
+}
+
+// The port changes before the reactors are notified, as in hardware.
+void Switch::portLinkIs(Lnet::IntfId intf, Interface::IntfOperStatus status) {
    VelMroute::Probe* const probe = platform().probe();
-   if (!probe || !probe->linkIs(intf, carriesTraffic(status))) fixedLinks_.insert(intf);
+   bool const up = carriesTraffic(status);
+   auto const known = surroundings_.ethIntfStatusDir->intfStatus(intf);
+   bool const wasUp = !known || carriesTraffic(known->operStatus());
+   if (history_ && up != wasUp) history_->link(intf, up);
+   if (!probe || !probe->linkIs(intf, up)) fixedLinks_.insert(intf);
    surroundings_.ethIntfStatusDir->newIntfStatus(intf)->operStatusIs(status);
+}
+
+std::optional<bool> Switch::linkUp(Lnet::IntfId intf) const {
+   if (auto const up = view().linkUp(intf)) return up;
+   auto const status = surroundings_.ethIntfStatusDir->intfStatus(intf);
+   if (!status || canRead()) return std::nullopt;
+   return carriesTraffic(status->operStatus());
 }
 
 void Switch::apply(SnapshotEvent const& event) {
