@@ -161,9 +161,11 @@ class Terminal {
       ::_exit(127);
    }
    ~Terminal() {
-      ::kill(pid_, SIGKILL);
+      if (pid_ > 0) {
+         ::kill(pid_, SIGKILL);
+         ::waitpid(pid_, nullptr, 0);
+      }
       ::close(fd_);
-      if (pid_ > 0) ::waitpid(pid_, nullptr, 0);
    }
    Terminal(Terminal const&) = delete;
    Terminal& operator=(Terminal const&) = delete;

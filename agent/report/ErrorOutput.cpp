@@ -19,10 +19,8 @@ void printErrorText(std::string_view text) {
 }
 
 void ErrorLimit::print(std::string_view kind, std::string_view text) {
-   auto known = counts_.find(kind);
-   if (known == counts_.end() && counts_.size() == kinds) kind = "another kind";
-   if (known == counts_.end()) known = counts_.try_emplace(std::string(kind)).first;
-   if (++known->second <= most) printError(text);
+   if (counts_.size() >= kinds && !counts_.contains(kind)) kind = "another kind";
+   if (++counts_[std::string(kind)] <= most) printError(text);
 }
 
 void ErrorLimit::finish(std::string_view hint) {
