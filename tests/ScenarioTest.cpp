@@ -133,9 +133,9 @@ TEST(Scenario, AWholeFileIsReadAndEveryBadLineIsReported) {
    ASSERT_EQ(file.errors.size(), 3u);
    EXPECT_EQ(file.errors[0].toString(),
              path + ":4: not valid JSON: column 2: syntax error while parsing value - invalid "
-                    "literal; last read: 'no'\n    nonsense");
+                    "literal; last read: 'no': nonsense");
    EXPECT_EQ(file.errors[1].toString(), path + ":5: at: 0 is before the time of the line before, 1"
-                                               "\n    {\"at\": 0, \"mark\": \"b\"}");
+                                               ": {\"at\": 0, \"mark\": \"b\"}");
    EXPECT_EQ(file.errors[2].position.line, 7u);
    EXPECT_EQ(ScenarioFile::read(dir.path("none")).errors.at(0).toString(),
              dir.path("none") + ": cannot open: No such file or directory");
