@@ -1,11 +1,17 @@
 // The program's command line.
+#include <fmt/format.h>
+
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <csignal>
 #include <iostream>
+#include <utility>
 
 #include "VelMroute/Version.h"
 #include "agent/check/CheckCommand.h"
 #include "agent/explain/RouteQuestion.h"
+#include "agent/input/PrintableText.h"
+#include "agent/input/Suggestion.h"
 #include "agent/input/TraceOption.h"
 #include "agent/live/AgentCommand.h"
 #include "agent/live/ControlCommands.h"
@@ -25,6 +31,16 @@ using Agent::SoakOptions;
 CLI::Validator chipSyntax() {
    return CLI::Validator([](std::string const& text) { return Agent::chipOptionFault(text); },
                          "groups=N,routes=N,boundaries=N,latency=S");
+}
+
+CLI::Validator oneOf(std::vector<std::string> words) {
+   std::string const description = fmt::format("{{{}}}", fmt::join(words, ","));
+   return CLI::Validator(
+         [words = std::move(words)](std::string const& text) {
+            if (std::ranges::find(words, text) != words.end()) return std::string();
+            return Agent::inQuotes(text) + " is not a value" + Agent::knownNames(text, words);
+         },
+         description);
 }
 
 // Values of the command line that are parsed after the whole command line is known to be valid.
@@ -57,7 +73,7 @@ void addPlay(CLI::App* command, RunOptions& options, Texts& texts) {
                ->add_option("--path", texts.path,
                             "path to the chip, async or sync (default: the path of the scenario, "
                             "or async)")
-               ->check(CLI::IsMember({"async", "sync"}));
+               ->check(oneOf({"async", "sync"}));
    addPlatform(command, texts.platform)->excludes(chip)->excludes(path);
    command->add_flag("--keep-going", options.keepGoing, "report malformed lines and read on");
 }
@@ -109,7 +125,8 @@ void addRun(CLI::App& app, RunOptions& options, Texts& texts) {
    run->footer(
          "A FILE holds lines of `ip -ts -o monitor mroute link`, or the output of `ip -j mroute "
          "show`\n"
-         "(IPv4 or -6), plain or gzip; - is standard input:\n"
+         "(IPv4 or -6) or of FRR's `show ip mroute vrf all json`, plain or gzip; - is standard "
+         "input:\n"
          "   ip -ts -o monitor mroute link | velmroute run -\n"
          "A FILE that begins with '{' is a scenario, and must be the only FILE: "
          "docs/scenarios.md.\n"
@@ -120,7 +137,7 @@ void addRun(CLI::App& app, RunOptions& options, Texts& texts) {
    run->add_option("--show", texts.shows, "tables to print: routes, oifsets, zombies, chip")
          ->delimiter(',')
          ->allow_extra_args(false)
-         ->check(CLI::IsMember({"routes", "oifsets", "zombies", "chip"}));
+         ->check(oneOf({"routes", "oifsets", "zombies", "chip"}));
    run->add_flag("-j,--json", options.json, "print everything as one JSON object");
    run->add_flag("--check,!--no-check", options.check,
                  "compare the chip's forwarding with the end of the capture (on by default)");
@@ -160,7 +177,7 @@ CLI::App* addSoak(CLI::App& app, SoakOptions& options, Texts& texts) {
          ->check(CLI::Range(std::uint64_t{1}, std::uint64_t{1'000'000'000}))
          ->capture_default_str();
    soak->add_option("--path", texts.path, "path to the chip, async or sync (default: both)")
-         ->check(CLI::IsMember({"async", "sync"}));
+         ->check(oneOf({"async", "sync"}));
    addPlatform(soak, texts.platform)->excludes("--path");
    soak->add_option("--replay", options.reproducerFile,
                     "file for the scenario that reproduces a fault")
@@ -208,19 +225,37 @@ CLI::App* addAgent(CLI::App& app, Agent::AgentOptions& options) {
          "report faults of FILE, interfaces without a port and routes without hardware, and end");
    agent->add_flag("--flush", options.flush, "clear the switch at the end");
    agent->add_option("--log", options.log, "level of the log, in place of that of FILE")
-         ->check(CLI::IsMember({"error", "warning", "notice", "info", "debug"}));
+         ->check(oneOf({"error", "warning", "notice", "info", "debug"}));
    return agent;
 }
 
 // The error text for a first word that is no subcommand; empty for a subcommand or an option.
 std::string unknownSubcommand(CLI::App const& app, int argc, char const* const* argv) {
    if (argc < 2 || argv[1][0] == '-') return {};
-   std::string known;
+   std::vector<std::string> known;
    for (CLI::App const* const subcommand : app.get_subcommands({})) {
       if (subcommand->get_name() == argv[1]) return {};
-      known += (known.empty() ? "" : ", ") + subcommand->get_name();
+      if (!subcommand->get_group().empty()) known.push_back(subcommand->get_name());
    }
-   return '"' + std::string(argv[1]) + "\" is not a subcommand (known: " + known + ')';
+   return Agent::inQuotes(argv[1]) + " is not a subcommand" + Agent::knownNames(argv[1], known);
+}
+
+// The error text for a long option that the parsed subcommand does not have, or empty.
+std::string unknownOption(CLI::App const& app) {
+   for (CLI::App const* const command : app.get_subcommands()) {
+      for (std::string const& argument : command->remaining()) {
+         std::string const option = argument.substr(0, argument.find('='));
+         if (!option.starts_with("--") || option.size() == 2) continue;
+         Agent::Suggestion suggestion(option);
+         for (CLI::Option const* const known : command->get_options()) {
+            for (std::string const& name : known->get_lnames())
+               suggestion.offer("--" + name);
+         }
+         return Agent::inQuotes(option) + " is not an option of " + command->get_name() +
+                suggestion.text();
+      }
+   }
+   return {};
 }
 
 // Sets path and platform of a command.
@@ -252,12 +287,16 @@ int runProgram(int argc, char** argv) {
    Agent::ControlCommands control(app);
    addExplainFiles(control.explain(), options, texts);
    if (auto const wrong = unknownSubcommand(app, argc, argv); !wrong.empty()) {
-      std::cerr << wrong << "\nRun with --help for more information.\n";
+      Agent::printError(wrong + "\nRun with --help for more information.");
       return Agent::exitUsage;
    }
    try {
       app.parse(argc, argv);
    } catch (CLI::ParseError const& error) {
+      if (auto const wrong = unknownOption(app); !wrong.empty()) {
+         Agent::printError(wrong);
+         return Agent::exitUsage;
+      }
       if (app.exit(error) != 0) return Agent::exitUsage;
       return Agent::outputWritten() ? Agent::exitDone : Agent::exitFailed;
    }

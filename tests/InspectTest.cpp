@@ -54,7 +54,7 @@ TEST_P(Inspect, AnswersEachCommandOrNamesTheRightForm) {
          {"get /switch/1/inUseOifSet/[1]/mrouteSwitch/switchId", "^[01]\n$"},
          {"get /switch/1/inUseOifSet/[9]", R"(has no member "\[9\]" among its \d+)"},
          {"ls /intfVlanId/intfIdToVlanId", "rtr0 +1006"},
-         {"get /swatch", R"(error: / has no "swatch"; there is .*switch)"},
+         {"get /swatch", R"(error: / has no "swatch"; did you mean switch\?)"},
          {"get /config/activityPollingInterval/x", "a U8, which has nothing below it"},
          {"set /config/activityPollingInterval 5", "= 5"},
          {"set /config/activityPollingInterval 0", "< 1 or > 255 not allowed"},
@@ -63,19 +63,21 @@ TEST_P(Inspect, AnswersEachCommandOrNamesTheRightForm) {
          {"set /config/counterMode packets", "= packets"},
          {"get /config/counterMode", "^packets\n$"},
          {"call /config newConfig red", "red"},
+         {"call /config newConfigs", "no operation newConfigs; did you mean newConfig"},
+         {"types IntfVlanId::Tabel", R"(did you mean IntfVlanId::Table\?)"},
          {"call /config newConfig", "takes 1 argument, not 0"},
          {"call /config/config/red counterRouteIs", "takes 1 argument"},
          // A call that breaks a precondition of an operation is refused with the failed assertion.
          {"call /switch/1 doDeleteRoute 4711",
           GetParam() == PathKind::sync ? "would end the agent: .*Assertion" : "done"},
          {"types IntfVlanId::Table", "collection +intfIdToVlanId"},
-         {"types Nonsense", "no type Nonsense"},
+         {"types Nonsense", "there is no type Nonsense\n"},
          {"explain 10.0.0.2", "is not a route; a route is given as"},
          {"explain vrf red (10.0.0.2, 239.1.1.5)", "in VRF red: no room in the replication table"},
          {"explain 10.0.0.2,239.1.1.5 iif rtr99", "rtr99 is no interface of the switch"},
          {"get \"/x", "the quote at column 5 is not closed"},
          {"get", "usage: get PATH"},
-         {"gte /x", "is not a command \\(known: ls, get"},
+         {"gte /x", R"(is not a command; did you mean get\?)"},
          {"run backwards", "is not a number of seconds"},
          {"help run", "^run \\[SECONDS\\] +lets time pass"},
    };
@@ -87,8 +89,28 @@ TEST_P(Inspect, AnswersEachCommandOrNamesTheRightForm) {
    EXPECT_EQ(out_.str(), R"({"command":"get /config/allCounter","result":{"path":)"
                          R"("/config/allCounter","type":"bool","value":false}})"
                          "\n");
-   EXPECT_EQ(inspector_.complete("get /hwStatus/vrfS").words,
-             std::vector<std::string>{"/hwStatus/vrfStatus/"});
+   struct {
+      char const* line;
+      std::vector<std::string> words;
+   } const completions[] = {
+         {"get /hwStatus/vrfS", {"/hwStatus/vrfStatus/"}},
+         {"unw", {"unwatch "}},
+         {"explain 10", {"10.0.0.2,"}},
+         {"explain 239.1.1.9", {"239.1.1.9 "}},
+         {"explain 10.0.0.2,",
+          {"10.0.0.2,239.1.1.1 ", "10.0.0.2,239.1.1.2 ", "10.0.0.2,239.1.1.5 ",
+           "10.0.0.2,239.1.1.6 "}},
+         {"explain vrf red 10.0.0.2 ", {"239.1.1.5 ", "239.1.1.6 "}},
+         {"explain *,239.1.1.9 vrf ", {"default ", "red "}},
+         {"explain *,239.1.1.9 iif rtr", {"rtr0 ", "rtr1 ", "rtr2 ", "rtr3 ", "rtr4 ", "rtr5 "}},
+         {"explain 10.0.0.9,", {}},
+   };
+   for (auto const& [line, words] : completions)
+      EXPECT_EQ(inspector_.complete(line).words, words) << line;
+   Completion const bounded = inspector_.complete("explain 10.0.0.2,", 1);
+   EXPECT_EQ(bounded.words.size(), 1u);
+   EXPECT_EQ(bounded.more, 3u);
+   EXPECT_EQ(bounded.common, "10.0.0.2,239.1.1.");
 }
 
 // The record becomes a zombie, is resurrected, and is freed. The watch does not keep it alive.

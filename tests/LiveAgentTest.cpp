@@ -677,6 +677,20 @@ TEST_F(LiveAgentOnFakes, AnswersQuestionsAndRefusesChanges) {
    wait(15);
    writes();
    expect(withBridge);
+   for (auto const& [line, words] : std::vector<std::pair<std::string, std::string>>{
+              {"", "explain \ninspect \nshow \nwatch \n"},
+              {"explain ", "10.0.0.9,\n239.0.0.1 \n239.0.0.2 \n"},
+              {"explain 10.0.0.9,239.0.0.1", "10.0.0.9,239.0.0.1 \n"},
+              {"explain 10.0.0.9,239.0.0.1 ", "iif \nvrf \n"},
+              {"inspect explain 10.0.0.9 239.0.0.2", "239.0.0.2 \n"},
+              {"inspect s", ""},  // set and step are refused
+              {"inspect ge", "get \n"},
+              {"watch /conf", "/config/\n"},
+              {"show s", "status \n"},
+              {"show routes s", "source \nstate \n"},
+              {"show routes state trapped g", "group \n"},
+              {"show routes group ", "239.0.0.1 \n239.0.0.2 \n"}})
+      EXPECT_EQ(answerTo(*agent_, "complete " + line, false).text, words) << line;
    wait(0.2);
    EXPECT_EQ(writes(), Lines());
    unsigned done = 0;

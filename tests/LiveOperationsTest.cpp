@@ -338,6 +338,7 @@ TEST_F(ControlSocketTest, AnswersTheCommandsOfTheProgram) {
               Case{program + "show", path_, "text: show routes\n", 0},
               {program + "show -j oifsets", path_, "json: show oifsets\n", 0},
               {program + question, path_, "text: " + question + '\n', 0},
+              {program + "complete 'explain 10.0 '", path_, "text: complete explain 10.0 \n", 0},
               {program + "inspect no", path_, "text: inspect no\n", 0},
               {"printf '# none\\n\\n ls \\nquit\\nls /' | " + program + "inspect", path_,
                "text: inspect ls\n", 0},

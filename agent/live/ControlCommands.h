@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+#include "agent/inspect/Completion.h"
+
 namespace Agent {
 
 class ControlCommands {
@@ -28,6 +30,7 @@ class ControlCommands {
    CLI::App* add(CLI::App& app, std::string const& name, std::string const& help);
    int ask(std::string const& command) const;
    int prompt() const;
+   Completion completion(std::string_view line) const;
 
    std::string socket_;
    std::vector<std::string> words_;

@@ -5,7 +5,9 @@
 #include <sstream>
 
 #include "agent/input/PrintableText.h"
+#include "agent/input/Suggestion.h"
 #include "agent/inspect/Inspector.h"
+#include "agent/live/LiveCompletion.h"
 #include "agent/live/LiveExplain.h"
 #include "agent/report/JsonOutput.h"
 #include "agent/report/TextTable.h"
@@ -126,9 +128,7 @@ LiveAnswer show(LiveAgent& agent, std::string_view what, bool json) {
    if (what == "status") return answer(statusJson(agent), json, statusText);
    auto const view = viewNamed(what);
    if (!view) {
-      return refusal(inQuotes(what) +
-                     " is not a view (known: routes, interfaces, status, oifsets, zombies, "
-                     "chip)");
+      return refusal(inQuotes(what) + " is not a view" + knownNames(what, liveViews));
    }
    if (!agent.hasSwitch()) return refusal(agent.disconnected());
    ordered_json const table = viewJson(*view, agent.theSwitch());
@@ -211,7 +211,8 @@ LiveAnswer answerTo(LiveAgent& agent, std::string_view line, bool json) {
    if (command == "show") return show(agent, word(), json);
    if (command == "explain") return explain(agent, line, json);
    if (command == "inspect") return inspected(agent, line, json);
-   return refusal(inQuotes(command) + " is not a command (known: show, explain, inspect, watch)");
+   if (command == "complete") return {true, completionsOf(agent, line)};
+   return refusal(inQuotes(command) + " is not a command" + knownNames(command, liveCommands));
 }
 
 }  // namespace Agent

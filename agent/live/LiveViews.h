@@ -4,6 +4,7 @@
 //    show [routes | interfaces | status | VIEW]   VIEW: oifsets, zombies, chip (agent/report/Views.h)
 //    explain ROUTE                                agent/live/LiveExplain.h
 //    inspect COMMAND                              a command of agent/inspect/Inspector.h that reads
+//    complete LINE                                agent/live/LiveCompletion.h
 #pragma once
 
 #include <nlohmann/json.hpp>
@@ -13,6 +14,10 @@
 #include "agent/live/LiveAgent.h"
 
 namespace Agent {
+
+inline constexpr std::string_view liveCommands[] = {"show", "explain", "inspect", "watch"};
+inline constexpr std::string_view liveViews[] = {"routes",  "interfaces", "status",
+                                                 "oifsets", "zombies",    "chip"};
 
 struct LiveAnswer {
    bool good = true;
