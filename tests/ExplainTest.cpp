@@ -158,6 +158,7 @@ TEST_P(Explain, TheCauseComesFirst) {
           line(R"({"at": 0, "withdraw": {"src": "10.0.0.2", "dst": "239.1.1.1"}})"),
           "10.0.0.2,239.1.1.1",
           {R"(^No route \(10.0.0.2, 239.1.1.1\) is wanted in any VRF\.\n)",
+           R"(nearest +did you mean \(10.0.0.2, 239.1.1.2\)\?\n)",
            R"(packets +from every interface in VRF default: no entry matches, and they are dropped)"}},
          {"an unknown source",
           nothing,

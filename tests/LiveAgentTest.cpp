@@ -10,6 +10,7 @@
 #include "FakeOpenFlowPeer.h"
 #include "KernelTestSupport.h"
 #include "agent/live/LiveAgent.h"
+#include "agent/live/LiveReport.h"
 #include "agent/live/LiveViews.h"
 
 namespace Agent {
@@ -692,6 +693,16 @@ TEST_F(LiveAgentOnFakes, AnswersQuestionsAndRefusesChanges) {
       EXPECT_EQ(answerTo(*agent_, "complete " + line, false).text, words) << line;
    wait(0.2);
    EXPECT_EQ(writes(), Lines());
+   // The report has both routes, sorted by VRF, and the reason of the one that the CPU keeps.
+   auto const report = liveReport(*agent_, nullptr);
+   auto const textOf = [&](char const* column, std::size_t i) {
+      return report["strings"][report["routes"][column][i].get<std::size_t>()];
+   };
+   EXPECT_EQ(report["routes"]["dst"].dump(), R"(["239.0.0.1","239.0.0.2"])");
+   EXPECT_EQ(textOf("state", 0), "offloaded");
+   EXPECT_EQ(textOf("state", 1), "trapped");
+   EXPECT_EQ(textOf("reason", 1), "output interface 9 has no port");
+   EXPECT_GT(report["epoch"].get<double>(), 1e9);
    unsigned done = 0;
    agent_->refresh([&] { ++done; });
    turn();

@@ -299,6 +299,12 @@ class ExplanationText {
                  ofGroup ? "of group " + text(asked, "dst") : keyOf(asked),
                  asked.contains("vrf") ? "VRF " + text(asked, "vrf") : "any VRF");
       ordered_json const& near = all_.at("near");
+      if (ordered_json const& nearest = near.at("nearest"); !nearest.empty()) {
+         std::string names;
+         for (ordered_json const& name : nearest)
+            names += (names.empty() ? "" : " or ") + name.get<std::string>();
+         line("nearest", "did you mean {}?", names);
+      }
       if (!near.at("otherVrfs").empty()) {
          std::string vrfs;
          for (ordered_json const& vrf : near.at("otherVrfs"))
