@@ -227,9 +227,9 @@ TEST(Program, ExitCodesAndMessagesMatchTheResult) {
          {"run " + bad, 1, "", "\n    (10.0.0.2,240.1.1.1) nonsense\n"},
          {"run --keep-going " + bad + ' ' + good, 0, "bad lines      1\n", bad + ":6: "},
          {"run " + good, 0, "check          passed: 4 routes forward as the capture says\n", ""},
-         {"run --show chip --map " + map + ' ' + good, 0, "\nrtr0       7     100   yes\n", ""},
+         {"run --show chip --map " + map + ' ' + good, 0, "\nrtr0       7     100   up\n", ""},
          {"run --trace '2:Vel*' " + good + ' ' + good, 0, "passed", "Found existing"},
-         {"run -j --show routes,oifsets,zombies,chip " + good, 0, "\"offload\": true", ""},
+         {"run -j --show routes,oifsets,zombies,chip " + good, 0, "\"state\": \"offloaded\"", ""},
          // A trace that a scenario expects is not printed for that reason alone.
          {"run " + captures + "../scenarios/counters.jsonl", 0, " 0 failures\n", ""},
          {"run --chip routes=3 " + good, 0, "not in hardware, and why:\n   vrf default", ""},

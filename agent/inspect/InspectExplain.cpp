@@ -7,7 +7,7 @@
 #include "agent/input/PrintableText.h"
 #include "agent/input/RouteFields.h"
 #include "agent/inspect/InspectWords.h"
-#include "agent/report/RouteStateName.h"
+#include "agent/report/ReportedState.h"
 #include "agent/switch/GroupName.h"
 #include "platform/Format.h"
 
@@ -138,7 +138,7 @@ class Explanation {
    ordered_json json() {
       out_ = {{"route", route_.key().pretty()},
               {"vrf", route_.vrf().name()},
-              {"state", Agent::nameOf(route_.state())},
+              {"state", Agent::nameOf(reportedState(route_.state()))},
               {"inHardware", inHardware()}};
       if (!inHardware()) addWhyNot();
       out_["acceptsFrom"] = interfaceJson(wanted_.iif, route_.vlan());

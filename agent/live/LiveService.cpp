@@ -96,8 +96,9 @@ LiveFigures LiveService::figures() const {
    LiveFigures figures;
    std::map<std::pair<std::string, std::string>, Qor::U64> counts;
    for (auto const& [key, known] : agent_.routes().routes()) {
-      auto const text = agent_.textOf(key, known);
-      ++counts[{text.state, known.decision.inHardware() ? "" : nameOf(known.decision.reason)}];
+      auto const state = agent_.stateOf(key, known);
+      ++counts[{std::string(nameOf(state.state)),
+                state.waitsFor.empty() ? state.trapReason : state.waitsFor}];
    }
    // The words outlive the figures, which refer to them until the next scrape.
    words_.clear();

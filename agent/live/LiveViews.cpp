@@ -7,6 +7,7 @@
 #include "agent/input/PrintableText.h"
 #include "agent/inspect/InspectExplain.h"
 #include "agent/inspect/Inspector.h"
+#include "agent/report/RouteRow.h"
 #include "agent/report/TextTable.h"
 #include "agent/report/Views.h"
 
@@ -20,29 +21,40 @@ std::string sourceText(Lnet::IpGenAddr const& source) {
    return source.isUnspecified() ? "*" : source.toString();
 }
 
+RouteRow routeRow(LiveAgent const& agent, Kernel::RouteKey const& key,
+                  LiveRoutes::Known const& known) {
+   RouteRow row;
+   if (auto const view = agent.viewOf(known)) {
+      row = routeRow(agent.theSwitch(), *view);
+   } else {
+      auto const vrf = agent.vrfOf(known.route.input);
+      if (vrf) row.vrf = vrf->name();
+      row.key = Routing::Multicast::Fib::IpGenRouteKey::fromAddresses(key.source, key.group);
+      if (known.route.input) row.iif = agent.interfaceName(known.route.input);
+      for (Qor::U32 const output : known.route.outputs)
+         row.outputs.push_back({agent.interfaceName(output)});
+   }
+   row.table = key.table;
+   LiveAgent::KnownState state = agent.stateOf(key, known);
+   row.state = state.state;
+   row.waitsFor = std::move(state.waitsFor);
+   row.trapReason = std::move(state.trapReason);
+   row.reason = std::move(state.reason);
+   row.fault = std::move(state.fault);
+   return row;
+}
+
 ordered_json routeJson(LiveAgent const& agent, Kernel::RouteKey const& key,
                        LiveRoutes::Known const& known) {
-   LiveAgent::RouteText const text = agent.textOf(key, known);
-   ordered_json oifs = ordered_json::array();
-   for (Qor::U32 const output : known.route.outputs)
-      oifs.push_back(agent.interfaceName(output));
-   ordered_json route{{"src", sourceText(key.source)},
-                      {"dst", key.group.toString()},
-                      {"table", key.table},
-                      {"iif", known.route.input ? agent.interfaceName(known.route.input) : "-"},
-                      {"oifs", std::move(oifs)},
-                      {"state", text.state}};
-   if (!text.reason.empty()) route["reason"] = text.reason;
-   if (text.fault) route["fault"] = true;
-   return route;
+   return routeJson(routeRow(agent, key, known));
 }
 
 // ---- Text. ----
 
-std::string joined(ordered_json const& words) {
+std::string joined(ordered_json const& outputs) {
    std::string text;
-   for (auto const& word : words)
-      text += (text.empty() ? "" : " ") + word.get<std::string>();
+   for (auto const& output : outputs)
+      text += (text.empty() ? "" : " ") + output["oif"].get<std::string>();
    return text.empty() ? "-" : text;
 }
 
@@ -51,8 +63,9 @@ std::string routesText(ordered_json const& routes) {
          {"SOURCE", "GROUP", "TABLE", "IN", "OUT", "STATE", "REASON"}};
    for (auto const& route : routes) {
       lines.push_back({route["src"], route["dst"], std::to_string(route["table"].get<Qor::U32>()),
-                       route["iif"], joined(route["oifs"]), route["state"],
-                       (route.contains("fault") ? "fault: " : "") + route.value("reason", "")});
+                       route.value("iif", "-"), joined(route["multipath"]), route["state"],
+                       route.contains("fault") ? "fault: " + route["fault"].get<std::string>()
+                                               : route.value("reason", "")});
    }
    return aligned(lines);
 }
@@ -131,8 +144,8 @@ LiveAnswer explain(LiveAgent& agent, std::string_view line, std::string_view rou
    for (auto const& one : kernel) {
       text += fmt::format("({}, {}) of table {} in {} out {}: {}{}\n",
                           one["src"].get<std::string>(), one["dst"].get<std::string>(),
-                          one["table"].get<Qor::U32>(), one["iif"].get<std::string>(),
-                          joined(one["oifs"]), one["state"].get<std::string>(),
+                          one["table"].get<Qor::U32>(), one.value("iif", "-"),
+                          joined(one["multipath"]), one["state"].get<std::string>(),
                           one.contains("reason") ? ": " + one["reason"].get<std::string>() : "");
    }
    if (kernel.empty()) {
@@ -205,8 +218,7 @@ ordered_json interfacesJson(LiveAgent const& agent) {
 ordered_json statusJson(LiveAgent const& agent) {
    std::map<std::string, Qor::U64> states, reasons;
    for (auto const& [key, known] : agent.routes().routes()) {
-      auto const text = agent.textOf(key, known);
-      ++states[text.state];
+      ++states[std::string(nameOf(agent.stateOf(key, known).state))];
       if (!known.decision.inHardware()) ++reasons[nameOf(known.decision.reason)];
    }
    auto const numbers = agent.numbers();

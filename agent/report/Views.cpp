@@ -5,9 +5,8 @@
 #include <string>
 #include <vector>
 
-#include "agent/report/RouteStateName.h"
+#include "agent/report/RouteRow.h"
 #include "agent/report/TextTable.h"
-#include "agent/switch/GroupName.h"
 #include "platform/Format.h"
 
 namespace Agent {
@@ -23,26 +22,6 @@ constexpr std::pair<View, std::string_view> viewNames[] = {
       {View::chip, "chip"},
 };
 
-// The outputs as `ip` lists them: one object for each interface, with "cpu" for a copy to the CPU.
-ordered_json multipath(MrouteLib::PortVlanSet const& set) {
-   ordered_json list = ordered_json::array();
-   if (set.toCpu()) list.push_back({{"oif", "cpu"}});
-   for (auto const& [pv, flag] : set.portVlan()) {
-      list.push_back({{"oif", pv.intfId().name()}, {"vlan", pv.vlanId().value()}});
-   }
-   return list;
-}
-
-std::string prefixText(Lnet::IpGenPrefix const& prefix) {
-   return prefix.isAny() ? prefix.address().toString() : prefix.toString();
-}
-
-// The number of the group, or the name of a hard-wired group.
-ordered_json groupJson(VelMroute::View const& view, std::optional<Qor::U32> group) {
-   if (!group || isHardWired(view, group)) return groupName(view, group);
-   return *group;
-}
-
 // The number of route entries that point at each group.
 std::map<Qor::U32, Qor::U32> routesOfGroups(VelMroute::View const& view) {
    std::map<Qor::U32, Qor::U32> routes;
@@ -53,42 +32,14 @@ std::map<Qor::U32, Qor::U32> routesOfGroups(VelMroute::View const& view) {
 }
 
 ordered_json routesJson(Switch const& theSwitch) {
-   ordered_json rows = ordered_json::array();
-   theSwitch.programmer().forEach([&](RouteView const& route) {
-      WantedRoute const& wanted = route.wanted();
-      MrouteLib::PortVlanSet const* const set = route.set();
-      bool const offload = route.state() == VelMroute::RouteState::inHardware;
-      ordered_json row = {{"vrf", route.vrf().name()},
-                          {"src", prefixText(route.key().source())},
-                          {"dst", prefixText(route.key().group())},
-                          {"iif", wanted.noRpf ? Qor::Name() : wanted.iif.name()},
-                          {"vlan", route.vlan().value()},
-                          {"multipath", set ? multipath(*set) : ordered_json::array()},
-                          {"state", nameOf(route.state())},
-                          {"offload", offload}};
-      if (auto const record = theSwitch.path().record(route)) {
-         row["multicastId"] = groupJson(theSwitch.view(), record->group);
-         row["oifSet"] = record->oifSet->serial();
-      }
-      if (!route.handle().isNull()) {
-         row["routeHandle"] = route.handle().value();
-         if (auto const entry = theSwitch.view().entry(route.handle())) {
-            if (entry->packets) row["packets"] = *entry->packets;
-            if (entry->bytes) row["bytes"] = *entry->bytes;
-         }
-      }
-      auto const vrfStatus = theSwitch.mfibHwStatus().vrfStatus(route.vrf());
-      if (auto const status = vrfStatus ? vrfStatus->route(route.key()) : nullptr) {
-         // A poll time of 0 means that no use is known. The agent does not know uses before its
-         // start, so idle time counts from the start at the earliest.
-         if (status->lastPollTime() > 0) row["lastPollTime"] = status->lastPollTime();
-         row["idleSince"] = std::max(status->lastPollTime(), theSwitch.startedAt());
-      }
-      if (auto const counter = theSwitch.path().counter(route.key())) row["counter"] = *counter;
-      if (!offload) row["reason"] = route.reason();
-      rows.push_back(std::move(row));
-   });
-   return rows;
+   std::vector<RouteRow> rows;
+   theSwitch.programmer().forEach(
+         [&](RouteView const& route) { rows.push_back(routeRow(theSwitch, route)); });
+   std::ranges::sort(rows, std::less());
+   ordered_json json = ordered_json::array();
+   for (RouteRow const& row : rows)
+      json.push_back(routeJson(row));
+   return json;
 }
 
 ordered_json recordsJson(Switch const& theSwitch, std::vector<RecordRow> const& records) {
@@ -96,13 +47,13 @@ ordered_json recordsJson(Switch const& theSwitch, std::vector<RecordRow> const& 
    auto const routes = routesOfGroups(theSwitch.view());
    for (RecordRow const& record : records) {
       auto const pointing = record.group ? routes.find(*record.group) : routes.end();
-      ordered_json row = {{"oifSet", record.oifSet->serial()},
-                          {"multicastId", groupJson(theSwitch.view(), record.group)},
-                          {"multipath", multipath(record.oifSet->portVlanSet())},
-                          {"routes", pointing == routes.end() ? 0 : pointing->second}};
+      ordered_json row = {{"oifSet", record.oifSet->serial()}};
+      addGroup(row, groupNumber(theSwitch.view(), record.group));
+      row["multipath"] = outputsJson(outputsOf(record.oifSet->portVlanSet()));
+      row["routeCount"] = pointing == routes.end() ? 0 : pointing->second;
       if (record.usedInHw) row["usedInHw"] = *record.usedInHw;
       row["dirty"] = record.dirty;
-      if (record.expiryTime < Qor::never) row["expiryTime"] = record.expiryTime;
+      if (record.expiryTime < Qor::never) row["expiresAt"] = record.expiryTime;
       rows.push_back(std::move(row));
    }
    return rows;
@@ -115,44 +66,49 @@ ordered_json entriesJson(VelMroute::View const& view, bool boundaries) {
       ordered_json row = {{"entry", entry.number},
                           {"vrfId", entry.route.vrfId.value()},
                           {"src", prefixText(entry.route.key.source())},
-                          {"dst", prefixText(entry.route.key.group())},
-                          {"vlan", entry.route.vlan.value()}};
-      if (entry.group) row["group"] = groupJson(view, entry.group);
+                          {"dst", entry.route.key.group().toString()}};
+      if (!entry.route.vlan.isNone()) row["vlan"] = entry.route.vlan.value();
+      addGroup(row, groupNumber(view, entry.group));
       if (entry.packets) row["packets"] = *entry.packets;
       rows.push_back(std::move(row));
    });
    return rows;
 }
 
-ordered_json chipJson(Switch const& theSwitch) {
-   VelMroute::View const& view = theSwitch.view();
+ordered_json groupsJson(VelMroute::View const& view) {
    ordered_json groups = ordered_json::array();
    auto const routes = routesOfGroups(view);
    view.forEachGroup([&](Qor::U32 number, VelMroute::View::Group const& group) {
-      ordered_json members = ordered_json::array();
-      if (group.cpu) members.push_back("cpu");
+      std::vector<RouteOutput> members;
       for (auto const& member : group.members)
-         members.push_back(fmt::format("{}", member));
+         members.push_back({member.intfId().name(), member.vlanId().value()});
+      if (group.cpu) members.push_back({"cpu"});
       auto const pointing = routes.find(number);
       groups.push_back({{"group", number},
-                        {"members", members},
-                        {"routes", pointing == routes.end() ? 0 : pointing->second}});
+                        {"multipath", outputsJson(members)},
+                        {"routeCount", pointing == routes.end() ? 0 : pointing->second}});
    });
+   return groups;
+}
+
+ordered_json portsJson(Switch const& theSwitch) {
    ordered_json ports = ordered_json::array();
    for (auto const& intf : theSwitch.interfaceMap().intfs()) {
-      ordered_json row = {{"interface", intf->id.name()}, {"vlan", intf->vlan.value()}};
-      if (intf->port == 0) {
-         row["port"] = "cpu";
-      } else {
+      ordered_json row = {{"name", intf->id.name()}, {"vlan", intf->vlan.value()}};
+      if (intf->port != 0) {  // 0: the CPU
          row["port"] = intf->port;
-         if (auto const up = view.linkUp(intf->id)) row["linkUp"] = *up;
+         if (auto const up = theSwitch.view().linkUp(intf->id)) row["link"] = *up ? "up" : "down";
       }
       ports.push_back(std::move(row));
    }
-   return {{"ports", ports},
-           {"groups", groups},
-           {"routes", entriesJson(view, false)},
-           {"boundaries", entriesJson(view, true)}};
+   return ports;
+}
+
+ordered_json chipJson(Switch const& theSwitch) {
+   return {{"ports", portsJson(theSwitch)},
+           {"groups", groupsJson(theSwitch.view())},
+           {"entries", entriesJson(theSwitch.view(), false)},
+           {"boundaries", entriesJson(theSwitch.view(), true)}};
 }
 
 // The text of a value in a cell of a table.
@@ -223,35 +179,34 @@ void printView(std::ostream& os, View view, ordered_json const& table) {
                      {"GROUP", "dst"},
                      {"IIF", "iif"},
                      {"STATE", "state"},
-                     {"HANDLE", "routeHandle"},
-                     {"MCASTID", "multicastId"},
+                     {"HANDLE", "handle"},
+                     {"MCASTID", "group"},
                      {"OIFS", "multipath"},
                      {"REASON", "reason"}});
          break;
       case View::oifsets:
          printTable(os, table,
-                    {{"MCASTID", "multicastId"},
+                    {{"MCASTID", "group"},
                      {"OIFSET", "oifSet"},
-                     {"ROUTES", "routes"},
+                     {"ROUTES", "routeCount"},
                      {"DIRTY", "dirty"},
                      {"OIFS", "multipath"}});
          break;
       case View::zombies:
          printTable(os, table,
-                    {{"EXPIRES", "expiryTime"},
-                     {"MCASTID", "multicastId"},
+                    {{"EXPIRES", "expiresAt"},
+                     {"MCASTID", "group"},
                      {"OIFSET", "oifSet"},
                      {"OIFS", "multipath"}});
          break;
       case View::chip:
-         printTable(
-               os, table.at("ports"),
-               {{"INTERFACE", "interface"}, {"PORT", "port"}, {"VLAN", "vlan"}, {"UP", "linkUp"}});
+         printTable(os, table.at("ports"),
+                    {{"INTERFACE", "name"}, {"PORT", "port"}, {"VLAN", "vlan"}, {"LINK", "link"}});
          os << '\n';
          printTable(os, table.at("groups"),
-                    {{"GROUP", "group"}, {"ROUTES", "routes"}, {"MEMBERS", "members"}});
+                    {{"GROUP", "group"}, {"ROUTES", "routeCount"}, {"MEMBERS", "multipath"}});
          os << '\n';
-         printTable(os, table.at("routes"),
+         printTable(os, table.at("entries"),
                     {{"ENTRY", "entry"},
                      {"VRFID", "vrfId"},
                      {"SOURCE", "src"},

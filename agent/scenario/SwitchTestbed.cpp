@@ -3,8 +3,8 @@
 #include <iostream>
 #include <set>
 
-#include "agent/report/RouteStateName.h"
 #include "agent/report/Views.h"
+#include "agent/scenario/RouteStateName.h"
 #include "platform/Format.h"
 
 namespace Agent {

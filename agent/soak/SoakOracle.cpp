@@ -3,7 +3,7 @@
 
 #include <algorithm>
 
-#include "agent/report/RouteStateName.h"
+#include "agent/scenario/RouteStateName.h"
 
 namespace Agent {
 
