@@ -41,15 +41,15 @@ class Commands {
 }  // namespace
 
 InspectResult inspect(InspectedRun& run, InspectOptions const& options) {
-   Inspector inspector(run, std::cout, options.json);
-   Commands scripted(inspector, options.json);
+   Inspector inspector(run, std::cout, options.format);
+   Commands scripted(inspector, options.format.json);
    bool go = true;
    for (std::string const& eval : options.evals)
       go = go && scripted.evaluate(eval);
    if (options.inspect && go) {
       std::string line;
       if (LineEditor::possible()) {
-         Commands typed(inspector, options.json);
+         Commands typed(inspector, options.format.json);
          LineEditor editor([] { return fmt::format("{:.3f} s> ", Qor::now()); },
                            [&](std::string_view begun) { return inspector.complete(begun); });
          while (editor.readLine(line) && typed.evaluate(line)) {

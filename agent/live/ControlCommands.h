@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+#include "agent/report/OutputFormat.h"
+
 namespace Agent {
 
 class ControlCommands {
@@ -21,12 +23,13 @@ class ControlCommands {
 
  private:
    CLI::App* add(CLI::App& app, std::string const& name, std::string const& help);
+   bool print(std::string_view text, std::string& line) const;
    int ask(std::string const& command) const;
    int prompt() const;
 
    std::string socket_;
    std::vector<std::string> words_;
-   bool json_ = false;
+   OutputFormat format_;
    std::vector<CLI::App const*> commands_;
 };
 

@@ -54,7 +54,7 @@ ControlAnswer LiveService::handle(ControlRequest const& request) {
 }
 
 ControlAnswer LiveService::answer(ControlRequest const& request) {
-   LiveAnswer made = answerTo(agent_, request.line, request.json);
+   LiveAnswer made = answerTo(agent_, request.line, request.format);
    if (!made.good) return ControlAnswer::failed(std::move(made.text));
    return {std::move(made.text)};
 }
@@ -63,7 +63,7 @@ ControlAnswer LiveService::watch(ControlRequest const& request, std::string_view
    if (!agent_.hasSwitch()) return ControlAnswer::failed(agent_.disconnected());
    Watcher& made = watchers_[request.client];
    made.inspector =
-         std::make_unique<Inspector>(agent_, made.text, request.json, Inspector::Rights::reading);
+         std::make_unique<Inspector>(agent_, made.text, request.format, Inspector::Rights::reading);
    std::istringstream words{std::string(paths)};
    for (std::string path; words >> path;) {
       if (made.inspector->evaluate("watch " + path) != Inspector::Outcome::failed) continue;

@@ -1,13 +1,16 @@
 #include "agent/report/Views.h"
 
-#include <algorithm>
-#include <map>
-#include <string>
-#include <vector>
+#include <fmt/format.h>
+#include <fmt/ranges.h>
 
-#include "agent/report/RouteRow.h"
+#include <algorithm>
+#include <iterator>
+#include <map>
+#include <sstream>
+#include <stdexcept>
+
+#include "agent/input/PrintableText.h"
 #include "agent/report/TextTable.h"
-#include "platform/Format.h"
 
 namespace Agent {
 
@@ -15,12 +18,8 @@ namespace {
 
 using nlohmann::ordered_json;
 
-constexpr std::pair<View, std::string_view> viewNames[] = {
-      {View::routes, "routes"},
-      {View::oifsets, "oifsets"},
-      {View::zombies, "zombies"},
-      {View::chip, "chip"},
-};
+// In the order of View.
+constexpr std::string_view viewNames[] = {"routes", "oifsets", "zombies", "chip"};
 
 // The number of route entries that point at each group.
 std::map<Qor::U32, Qor::U32> routesOfGroups(VelMroute::View const& view) {
@@ -29,17 +28,6 @@ std::map<Qor::U32, Qor::U32> routesOfGroups(VelMroute::View const& view) {
       if (entry.group && !entry.route.bridge) ++routes[*entry.group];
    });
    return routes;
-}
-
-ordered_json routesJson(Switch const& theSwitch) {
-   std::vector<RouteRow> rows;
-   theSwitch.programmer().forEach(
-         [&](RouteView const& route) { rows.push_back(routeRow(theSwitch, route)); });
-   std::ranges::sort(rows, std::less());
-   ordered_json json = ordered_json::array();
-   for (RouteRow const& row : rows)
-      json.push_back(routeJson(row));
-   return json;
 }
 
 ordered_json recordsJson(Switch const& theSwitch, std::vector<RecordRow> const& records) {
@@ -111,6 +99,31 @@ ordered_json chipJson(Switch const& theSwitch) {
            {"boundaries", entriesJson(theSwitch.view(), true)}};
 }
 
+ordered_json rowsOf(ViewRequest const& request, Switch const& theSwitch) {
+   switch (request.view) {
+      case View::oifsets:
+         return recordsJson(theSwitch, theSwitch.path().recordsInUse());
+      case View::zombies:
+         return recordsJson(theSwitch, theSwitch.path().zombieRecords());
+      case View::chip:
+         return chipJson(theSwitch);
+      default:
+         return {};
+   }
+}
+
+// ---- Text. ----
+
+using Kind = TextTable::Kind;
+
+struct Column {
+   char const* title;
+   char const* key;
+   Kind kind = Kind::word;
+   char const* otherwise = nullptr;  // the key to take if there is no `key`
+   char const* prefix = "";          // of a value of `key`
+};
+
 // The text of a value in a cell of a table.
 std::string cell(ordered_json const& value) {
    if (value.is_string()) return value.get<std::string>();
@@ -118,113 +131,139 @@ std::string cell(ordered_json const& value) {
    if (value.is_number_float()) return fmt::format("{:.3f}", value.get<double>());
    if (!value.is_array()) return value.dump();
    std::string list;
-   for (auto const& item : value) {
-      if (!list.empty()) list += ' ';
-      list += item.is_object() ? item.at("oif").get<std::string>() : cell(item);
-   }
-   return list.empty() ? "-" : list;
+   for (auto const& output : value)
+      list += (list.empty() ? "" : " ") + output.at("oif").get<std::string>();
+   return list;
 }
 
-struct Column {
-   char const* title;
-   char const* key;
-};
-
-void printTable(std::ostream& os, ordered_json const& rows, std::vector<Column> const& columns) {
-   std::vector<std::vector<std::string>> cells(1);
+std::string tableText(ordered_json const& rows, std::vector<Column> const& columns,
+                      std::size_t width) {
+   std::vector<TextTable::Column> titles;
    for (Column const& column : columns)
-      cells[0].push_back(column.title);
+      titles.push_back({column.title, column.kind});
+   TextTable table(titles);
    for (auto const& row : rows) {
-      auto& line = cells.emplace_back();
+      std::vector<std::string> cells;
       for (Column const& column : columns) {
-         line.push_back(row.contains(column.key) ? cell(row.at(column.key)) : "");
+         auto const at = row.find(column.key);
+         if (at != row.end()) {
+            cells.push_back(column.prefix + cell(*at));
+         } else {
+            auto const other = column.otherwise ? row.find(column.otherwise) : row.end();
+            cells.push_back(other == row.end() ? "" : cell(*other));
+         }
       }
+      table.add(std::move(cells));
    }
-   os << aligned(cells);
+   return table.text(width);
+}
+
+std::string routesText(ViewContent const& content, std::vector<Column> const& columns,
+                       std::size_t width) {
+   std::string text = tableText(content.rows, columns, width);
+   if (content.total) text += fmt::format("{} of {} routes\n", content.rows.size(), *content.total);
+   return text;
+}
+
+Column const vrf{"VRF", "vrf"}, source{"SOURCE", "src"}, group{"GROUP", "dst"}, iif{"IIF", "iif"},
+      oifs{"OIFS", "multipath", Kind::list}, state{"STATE", "state"},
+      vlan{"VLAN", "vlan", Kind::number}, packets{"PACKETS", "packets", Kind::number},
+      vrfId{"VRFID", "vrfId", Kind::number},
+      reason{"REASON", "fault", Kind::sentence, "reason", "fault: "},
+      mcastId{"MCASTID", "group", Kind::number, "hardWired"},
+      oifSet{"OIFSET", "oifSet", Kind::number}, routes{"ROUTES", "routeCount", Kind::number};
+
+std::string chipText(ordered_json const& chip, std::size_t width) {
+   std::string text = tableText(
+         chip.at("ports"),
+         {{"INTERFACE", "name"}, {"PORT", "port", Kind::number}, vlan, {"LINK", "link"}}, width);
+   text += '\n' + tableText(chip.at("groups"), {mcastId, routes, oifs}, width);
+   text +=
+         '\n' +
+         tableText(chip.at("entries"),
+                   {{"ENTRY", "entry", Kind::number}, vrfId, source, group, vlan, mcastId, packets},
+                   width);
+   if (chip.at("boundaries").empty()) return text;
+   return text + '\n' +
+          tableText(chip.at("boundaries"),
+                    {{"BOUNDARY", "entry", Kind::number}, vrfId, source, group, vlan, packets},
+                    width);
 }
 
 }  // namespace
 
-std::optional<View> viewNamed(std::string_view name) {
-   for (auto const& [view, text] : viewNames) {
-      if (text == name) return view;
-   }
-   return std::nullopt;
-}
-
 std::string_view nameOf(View view) {
-   return viewNames[static_cast<std::size_t>(view)].second;
+   return viewNames[static_cast<std::size_t>(view)];
 }
 
-ordered_json viewJson(View view, Switch const& theSwitch) {
+ViewRequest viewRequest(std::string_view text) {
+   std::istringstream stream{std::string(text)};
+   std::vector<std::string> const words(std::istream_iterator<std::string>(stream), {});
+   std::string const name = words.empty() ? "" : words.front();
+   auto const found = std::ranges::find(viewNames, name);
+   if (found == std::end(viewNames)) {
+      throw std::invalid_argument(fmt::format(
+            "{} is not a view (known: {})", printable(inQuotes(name)), fmt::join(viewNames, ", ")));
+   }
+   ViewRequest request{static_cast<View>(found - std::begin(viewNames))};
+   if (words.size() == 1) return request;
+   if (request.view != View::routes)
+      throw std::invalid_argument("the view " + name + " has no filter");
+   request.filter = RouteFilter(std::span(words).subspan(1));
+   return request;
+}
+
+ViewContent routesContent(std::vector<RouteRow> routes, RouteFilter const& filter) {
+   ViewContent content{ordered_json::array()};
+   if (!filter.empty()) content.total = routes.size();
+   std::erase_if(routes, [&](RouteRow const& route) { return !filter.matches(route); });
+   std::ranges::sort(routes, std::less());
+   for (RouteRow const& route : routes)
+      content.rows.push_back(routeJson(route));
+   return content;
+}
+
+ViewContent viewContent(ViewRequest const& request, Switch const& theSwitch) {
+   if (request.view != View::routes) return {rowsOf(request, theSwitch)};
+   std::vector<RouteRow> routes;
+   theSwitch.programmer().forEach(
+         [&](RouteView const& route) { routes.push_back(routeRow(theSwitch, route)); });
+   return routesContent(std::move(routes), request.filter);
+}
+
+ordered_json viewDocument(View view, ViewContent content) {
+   return {{std::string(nameOf(view)), std::move(content.rows)}};
+}
+
+std::string viewText(View view, ViewContent const& content, std::size_t width) {
    switch (view) {
       case View::routes:
-         return routesJson(theSwitch);
+         return routesText(content,
+                           {vrf,
+                            source,
+                            group,
+                            iif,
+                            state,
+                            {"HANDLE", "handle", Kind::number},
+                            mcastId,
+                            oifs,
+                            reason},
+                           width);
       case View::oifsets:
-         return recordsJson(theSwitch, theSwitch.path().recordsInUse());
+         return tableText(content.rows, {mcastId, oifSet, routes, {"DIRTY", "dirty"}, oifs}, width);
       case View::zombies:
-         return recordsJson(theSwitch, theSwitch.path().zombieRecords());
+         return tableText(content.rows,
+                          {{"EXPIRES", "expiresAt", Kind::number}, mcastId, oifSet, oifs}, width);
       case View::chip:
-         return chipJson(theSwitch);
+         return chipText(content.rows, width);
    }
    return {};
 }
 
-void printView(std::ostream& os, View view, ordered_json const& table) {
-   switch (view) {
-      case View::routes:
-         printTable(os, table,
-                    {{"VRF", "vrf"},
-                     {"SOURCE", "src"},
-                     {"GROUP", "dst"},
-                     {"IIF", "iif"},
-                     {"STATE", "state"},
-                     {"HANDLE", "handle"},
-                     {"MCASTID", "group"},
-                     {"OIFS", "multipath"},
-                     {"REASON", "reason"}});
-         break;
-      case View::oifsets:
-         printTable(os, table,
-                    {{"MCASTID", "group"},
-                     {"OIFSET", "oifSet"},
-                     {"ROUTES", "routeCount"},
-                     {"DIRTY", "dirty"},
-                     {"OIFS", "multipath"}});
-         break;
-      case View::zombies:
-         printTable(os, table,
-                    {{"EXPIRES", "expiresAt"},
-                     {"MCASTID", "group"},
-                     {"OIFSET", "oifSet"},
-                     {"OIFS", "multipath"}});
-         break;
-      case View::chip:
-         printTable(os, table.at("ports"),
-                    {{"INTERFACE", "name"}, {"PORT", "port"}, {"VLAN", "vlan"}, {"LINK", "link"}});
-         os << '\n';
-         printTable(os, table.at("groups"),
-                    {{"GROUP", "group"}, {"ROUTES", "routeCount"}, {"MEMBERS", "multipath"}});
-         os << '\n';
-         printTable(os, table.at("entries"),
-                    {{"ENTRY", "entry"},
-                     {"VRFID", "vrfId"},
-                     {"SOURCE", "src"},
-                     {"GROUP", "dst"},
-                     {"VLAN", "vlan"},
-                     {"->GROUP", "group"},
-                     {"PACKETS", "packets"}});
-         if (table.at("boundaries").empty()) break;
-         os << '\n';
-         printTable(os, table.at("boundaries"),
-                    {{"BOUNDARY", "entry"},
-                     {"VRFID", "vrfId"},
-                     {"SOURCE", "src"},
-                     {"GROUP", "dst"},
-                     {"VLAN", "vlan"},
-                     {"PACKETS", "packets"}});
-         break;
-   }
+std::string kernelRoutesText(ViewContent const& content, std::size_t width) {
+   return routesText(
+         content, {vrf, {"TABLE", "table", Kind::number}, source, group, iif, state, oifs, reason},
+         width);
 }
 
 }  // namespace Agent

@@ -196,7 +196,7 @@ class Run final : public InspectedRun {
       if (options_.check) check = checkForwarding(theSwitch, capture_);
       theSwitch.readBack();
       auto summary = summaryJson(figures_, theSwitch, options_.check ? &check : nullptr);
-      printRunReport(options_.show, options_.json, theSwitch, std::move(summary));
+      printRunReport(options_.show, options_.format, theSwitch, std::move(summary));
       if (!check.passed()) printDifferences(check.differences);
       bool const good = printHookFaults(theSwitch) && check.passed();
       return outputWritten() && good ? exitDone : exitFailed;

@@ -21,12 +21,9 @@ ordered_json scenarioJson(ScenarioFile const& file, ScenarioPlayer const& player
    ordered_json failures = ordered_json::array();
    for (auto const& failure : player.failures())
       failures.push_back(failure.toString());
-   return {{"title", file.settings.title},
-           {"lines", player.played()},
-           {"expectations", player.expectations()},
-           {"packets", player.packets()},
-           {"seconds", Qor::now()},
-           {"failures", failures}};
+   return {{"title", file.settings.title},          {"lines", player.played()},
+           {"expectations", player.expectations()}, {"packets", player.packets()},
+           {"durationSeconds", Qor::now()},         {"failures", failures}};
 }
 
 // A scenario under the commands of the inspector. The expectations up to the present time count.
@@ -81,7 +78,7 @@ int runScenario(RunOptions const& options) {
    }
    Switch theSwitch(options.platform(path, file.settings.platformOptions()), std::move(intfMap));
    TimelineFile timeline(options.timelineFile, theSwitch);
-   SwitchTestbed testbed(theSwitch, timeline.timeline(), options.json);
+   SwitchTestbed testbed(theSwitch, timeline.timeline(), options.format.json);
    ScenarioPlayer player(testbed, file.lines);
    if (options.until) {
       player.playUntil(*options.until);
@@ -101,7 +98,7 @@ int runScenario(RunOptions const& options) {
    figures.badLines = file.errors.size();
    ordered_json summary = summaryJson(figures, theSwitch, nullptr);
    summary["scenario"] = scenarioJson(file, player);
-   printRunReport(options.show, options.json, theSwitch, std::move(summary));
+   printRunReport(options.show, options.format, theSwitch, std::move(summary));
    printFailures(player);
    bool const good = printHookFaults(theSwitch) && player.failures().empty();
    return outputWritten() && timeline.finish() && good ? exitDone : exitFailed;
