@@ -256,7 +256,8 @@ TEST(Program, PrintsDocumentsThatFitTheirSchemas) {
          {all + "--chip routes=3 " + dir.path("good"), "run"},
          {"run -p --no-check --path sync " + dir.path("good"), "run"},
          {"soak -j --ops 300", "soak"},
-         {"check -j --lives 1 --platform sim-sync --only calls,boundaries,blocking-transaction", "check"}};
+         {"check -j --lives 1 --platform sim-sync --only calls,boundaries,blocking-transaction",
+          "check"}};
    for (auto const& file : fs::directory_iterator(captures + "../scenarios"))
       commands.emplace_back(all + file.path().string(), "run");
    for (auto const& [command, schema] : commands) {
