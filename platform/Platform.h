@@ -33,6 +33,11 @@ struct Abilities {
    bool noRpf = false;        // entries without a check of the input
    bool bridging = false;     // boundary entries
    bool counters = false;     // counters of routes
+   // The treatment of packets that no entry takes. A chip drops them, and a packet that comes in by
+   // another interface than that of the longest match is such a packet. With `missToCpu` they go to
+   // the CPU, and with `otherInputPasses` such a packet goes on to shorter matches.
+   bool missToCpu = false;
+   bool otherInputPasses = false;
    bool virtualTime = false;  // the platform runs on Qor::now() alone, so time may jump
    bool forks = false;        // a forked child may go on with a copy of the platform and its chip
 };

@@ -55,7 +55,7 @@ TEST_P(Inspect, AnswersEachCommandOrNamesTheRightForm) {
          {"get /switch/1/inUseOifSet/[1]/mrouteSwitch/switchId", "^[01]\n$"},
          {"get /switch/1/inUseOifSet/[9]", R"(has no member "\[9\]" among its \d+)"},
          {"ls /intfVlanId/intfIdToVlanId", "rtr0 +1006"},
-         {"get /swatch", R"(error: / has no "swatch"; there is .*switch)"},
+         {"get /swatch", R"(error: / has no "swatch"; did you mean switch\?)"},
          {"get /config/activityPollingInterval/x", "a U8, which has nothing below it"},
          {"set /config/activityPollingInterval 5", "= 5"},
          {"set /config/activityPollingInterval 0", "< 1 or > 255 not allowed"},
@@ -64,25 +64,48 @@ TEST_P(Inspect, AnswersEachCommandOrNamesTheRightForm) {
          {"set /config/counterMode packets", "= packets"},
          {"get /config/counterMode", "^packets\n$"},
          {"call /config newConfig red", "red"},
+         {"call /config newConfigs", "no operation newConfigs; did you mean newConfig"},
+         {"types IntfVlanId::Tabel", R"(did you mean IntfVlanId::Table\?)"},
          {"call /config newConfig", "takes 1 argument, not 0"},
          {"call /config/config/red counterRouteIs", "takes 1 argument"},
          // A call that breaks a precondition of an operation is refused with the failed assertion.
          {"call /switch/1 doDeleteRoute 4711",
           GetParam() == PathKind::sync ? "would end the agent: .*Assertion" : "done"},
          {"types IntfVlanId::Table", "collection +intfIdToVlanId"},
-         {"types Nonsense", "no type Nonsense"},
+         {"types Nonsense", "there is no type Nonsense\n"},
          {"explain 10.0.0.2", "is not a route; a route is given as"},
-         {"explain vrf red (10.0.0.2, 239.1.1.5)", "VRF red is not in hardware"},
+         {"explain vrf red (10.0.0.2, 239.1.1.5)", "in VRF red: no room in the replication table"},
+         {"explain 10.0.0.2,239.1.1.5 iif rtr99", "rtr99 is no interface of the switch"},
          {"get \"/x", "the quote at column 5 is not closed"},
          {"get", "usage: get PATH"},
-         {"gte /x", "is not a command \\(known: ls, get"},
+         {"gte /x", R"(is not a command; did you mean get\?)"},
          {"run backwards", "is not a number of seconds"},
          {"help run", "^run \\[SECONDS\\] +lets time pass"},
    };
    for (auto const& [command, pattern] : table)
       expect(command, pattern);
-   EXPECT_EQ(inspector_.complete("get /hwStatus/vrfS").words,
-             std::vector<std::string>{"/hwStatus/vrfStatus/"});
+   struct {
+      char const* line;
+      std::vector<std::string> words;
+   } const completions[] = {
+         {"get /hwStatus/vrfS", {"/hwStatus/vrfStatus/"}},
+         {"unw", {"unwatch "}},
+         {"explain 10", {"10.0.0.2,"}},
+         {"explain 239.1.1.9", {"239.1.1.9 "}},
+         {"explain 10.0.0.2,",
+          {"10.0.0.2,239.1.1.1 ", "10.0.0.2,239.1.1.2 ", "10.0.0.2,239.1.1.5 ",
+           "10.0.0.2,239.1.1.6 "}},
+         {"explain vrf red 10.0.0.2 ", {"239.1.1.5 ", "239.1.1.6 "}},
+         {"explain *,239.1.1.9 vrf ", {"default ", "red "}},
+         {"explain *,239.1.1.9 iif rtr", {"rtr0 ", "rtr1 ", "rtr2 ", "rtr3 ", "rtr4 ", "rtr5 "}},
+         {"explain 10.0.0.9,", {}},
+   };
+   for (auto const& [line, words] : completions)
+      EXPECT_EQ(inspector_.complete(line).words, words) << line;
+   Completion const bounded = inspector_.complete("explain 10.0.0.2,", 1);
+   EXPECT_EQ(bounded.words.size(), 1u);
+   EXPECT_EQ(bounded.more, 3u);
+   EXPECT_EQ(bounded.common, "10.0.0.2,239.1.1.");
 }
 
 TEST_P(Inspect, ShowsRoutesInTheirOrderAndByAFilter) {
@@ -173,43 +196,6 @@ TEST_P(Inspect, PrintsJsonThatFitsTheSchema) {
              "{\n  \"command\": \"get /config/allCounter\",\n  \"result\": {\n"
              "    \"path\": \"/config/allCounter\",\n    \"type\": \"bool\",\n"
              "    \"value\": false\n  }\n}\n");
-}
-
-TEST_P(Inspect, ExplainsARouteInHardwareAWaitingRouteAndAnUnknownRoute) {
-   does("run 1.6");
-   expect(
-         "explain 10.0.0.2,239.1.1.1",
-         R"(^\(10.0.0.2, 239.1.1.1\) in VRF default is in hardware.\n +entry +handle \d+, accepts )"
-         R"(from rtr0 \(vlan 1006\)\n +sends to +rtr3 \(vlan \d+\), the CPU\n +group +\d+.*; )"
-         R"(shared with 1 other route: \(10.0.0.2, 239.1.1.2\)\n +last hit +unknown.*\n +counted +)"
-         R"(3 packets, 192 bytes[\s\S]*reroute +ready: to rtr5 [\s\S]*chip +entry and group )"
-         R"(agree with the route programmer\n +tables +(\d) of \1 groups)");
-   expect("explain *,239.1.1.9", R"(fastdrop +packets from rtr2 .*last hit unknown)");
-   expect(
-         "explain 10.0.0.2 239.1.1.6",
-         R"(in VRF red is not in hardware.\n +reason +no free multicast group.*\n +waits for +room )"
-         R"(in the replication table; 1 route is before it in the queue, 2 routes wait in all)"
-         R"(\n +zombies +no group)");
-   expect("explain 10.0.0.7,239.1.1.9",
-          R"(^No route .* in any VRF.\n +same group +\(\*, 239.1.1.9\)\n +packets +match in VRF )"
-          R"(default the entry of \(\*, 239.1.1.9\), which accepts from rtr0)");
-   expect("explain vrf default 10.0.0.2,239.1.1.5",
-          R"(wanted in VRF red[\s\S]*so they are dropped)");
-
-   does("run 3");  // the link is down, and the group rewritten
-   expect("explain 10.0.0.2,239.1.1.1",
-          R"(rerouted to rtr5 .*rtr0 failed: its link is down[\s\S]*group agree)");
-   // A difference between the chip and the record is reported.
-   auto const route =
-         *world_.theSwitch().programmer().view(L3::VrfName("default"), keyOf("239.1.1.1"));
-   auto const entry = world_.theSwitch().view().entry(route.handle());
-   world_.chip().softError(entry->number, Sim::dropGroup);
-   expect("explain 10.0.0.2,239.1.1.1", "DIFFERS: the entry points at group drop, not");
-   RestartOptions slowly;
-   slowly.begin = slowly.complete = 1;
-   world_.theSwitch().restart(slowly);
-   expect("explain 10.0.0.2,239.1.1.2",
-          "No route .*[\\s\\S]*the replay of its routes is not complete");
 }
 
 // The record becomes a zombie, is resurrected, and is freed. The watch does not keep it alive.

@@ -345,6 +345,7 @@ TEST_F(ControlSocketTest, AnswersTheCommandsOfTheProgram) {
               {program + "show -j oifsets", path_, "[\"show oifsets\"]\n", 0},
               {program + "show -p routes vrf red", path_, "[\n  \"show routes vrf red\"\n]\n", 0},
               {program + question, path_, "text: " + question + '\n', 0},
+              {program + "complete 'explain 10.0 '", path_, "text: complete explain 10.0 \n", 0},
               {program + "inspect no", path_, "text: inspect no\n", 0},
               {"printf '# none\\n\\n ls \\nquit\\nls /' | " + program + "inspect", path_,
                "text: inspect ls\n", 0},
@@ -457,15 +458,20 @@ TEST_F(LiveOperations, MetricsArePrometheusTextWithBoundedLabels) {
    EXPECT_TRUE(contains(bounded, "{state=\"other\",reason=\"other\"} 936\n")) << bounded;
 }
 
-TEST_F(LiveOperations, ServesMetricsByHttpAndNothingElse) {
+TEST_F(LiveOperations, ServesMetricsAndTheReportByHttpAndNothingElse) {
    Metrics const metrics(figures);
    std::string const path = inDirectory("metrics.sock");
-   MetricsServer server("unix:" + path, metrics);
+   auto const page = std::make_shared<std::string const>(2'000'000, 'p');
+   auto const report = [&] { return page; };
+   MetricsServer server("unix:" + path, metrics, report);
    loop_.add(server);
    std::string const get = "GET /metrics HTTP/1.1\r\nHost: a\r\n";
    std::map<std::string, std::string> const cases = {
          {get + "\r\n", "HTTP/1.1 200 OK"},
          {"HEAD /metrics HTTP/1.0\r\n\r\n", "HTTP/1.1 200 OK"},
+         {"HEAD /report HTTP/1.0\r\n\r\n", "HTTP/1.1 200 OK"},
+         {"POST /report HTTP/1.1\r\nHost: a\r\nContent-Length: 0\r\n\r\n", "HTTP/1.1 405"},
+         {"GET /report/ HTTP/1.1\r\nHost: a\r\n\r\n", "HTTP/1.1 404"},
          {"GET / HTTP/1.1\r\nHost: a\r\n\r\n", "HTTP/1.1 404"},
          {"GET /metrics/x HTTP/1.1\r\nHost: a\r\n\r\n", "HTTP/1.1 404"},
          {"POST /metrics HTTP/1.1\r\nHost: a\r\nContent-Length: 3\r\n\r\nabc", "HTTP/1.1 405"},
@@ -490,7 +496,23 @@ TEST_F(LiveOperations, ServesMetricsByHttpAndNothingElse) {
          << peer.received();
    EXPECT_TRUE(contains(peer.received(), "\r\n\r\n# HELP velmroute_routes ")) << peer.received();
    EXPECT_TRUE(peer.ended());
-   EXPECT_GT(MetricsServer("127.0.0.1:0", metrics).port(), 0);
+   // A reader that takes nothing holds the page and no copy of it.
+   {
+      Peer slow(path, "GET /report HTTP/1.1\r\nHost: a\r\n\r\n");
+      turns(50);
+      EXPECT_EQ(page.use_count(), 2);
+   }
+   turns(200);
+   EXPECT_EQ(page.use_count(), 1);
+   Peer reader(path, "GET /report HTTP/1.1\r\nHost: a\r\nConnection: close\r\n\r\n");
+   for (int i = 0; i < 100 && !reader.ended(); ++i)
+      turns(5);
+   std::string const& answer = reader.received();
+   for (std::string const header :
+        {"text/html; charset=utf-8", "no-store", "default-src 'none'", "frame-ancestors 'none'"})
+      EXPECT_TRUE(contains(answer, header)) << header;
+   EXPECT_TRUE(answer.ends_with("\r\n\r\n" + *page));
+   EXPECT_GT(MetricsServer("127.0.0.1:0", metrics, report).port(), 0);
 }
 
 class LogTest : public LiveOperations {

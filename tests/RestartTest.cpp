@@ -2,13 +2,14 @@
 // and of changed routes in any order.
 #include <gtest/gtest.h>
 
+#include <nlohmann/json.hpp>
 #include <random>
 #include <sstream>
 
 #include "KeptChip.h"
-#include "agent/inspect/InspectExplain.h"
+#include "agent/explain/ExplainJson.h"
 #include "agent/scenario/SwitchTestbed.h"
-#include "agent/timeline/Timeline.h"
+#include "agent/timeline/TimelineWriter.h"
 
 namespace Agent {
 namespace {
@@ -121,7 +122,8 @@ class Life {
    PathKind const path_;
    std::mt19937_64 random_;
    std::ostringstream shown_;
-   Timeline timeline_{shown_};
+   TimelineWriter writer_{shown_};
+   Timeline timeline_{{&writer_}};
    KeptChip const chip_;
    Switch switch_;
    SwitchTestbed testbed_{switch_, nullptr, true};
@@ -239,7 +241,8 @@ class FullChip {
    }
    std::string explain(unsigned i) {
       std::ostringstream os;
-      printExplanation(os, explainRoute(switch_, {L3::VrfName("default"), key(i)}));
+      RouteQuestion const question{L3::VrfName("default"), key(i)};
+      printExplanation(os, explainJson(Explainer(switch_).answer(question)));
       return os.str();
    }
    Texts audit() { return switch_.audit(); }

@@ -174,11 +174,6 @@ struct Ran {
    std::string err;
 };
 
-std::string contentOf(std::string const& path) {
-   std::ifstream in(path);
-   return {std::istreambuf_iterator<char>(in), {}};
-}
-
 // Runs velmroute with the shell commands `before` in front.
 Ran velmroute(std::string const& args, std::string const& before = {}) {
    TempDir const dir;
@@ -224,6 +219,15 @@ TEST(Program, ExitCodesAndMessagesMatchTheResult) {
          {"run " + leaves, 1, "routes         4093 wanted",
           "s: no internal vlan is left for interface leaf4094: all "},
          {"run --chip groups=-1 " + good, 2, "", "bad value in \"groups=-1\""},
+         {"run " + good + ' ' + scenario, 2, "",
+          "velmroute: " + scenario + ": this is a scenario, which is played alone"},
+         {"soak " + good, 1, "", good + ": this is a capture, of `ip -ts -o monitor mroute link`"},
+         {"run --chekc-hook " + good, 2, "",
+          "velmroute: \"--chekc-hook\" is not an option of run; did you mean --check-hooks?"},
+         {"rnu", 2, "", "\"rnu\" is not a subcommand; did you mean run?"},
+         {"run --show rotues " + good, 2, "", "\"rotues\" is not a value; did you mean routes?"},
+         {"run " + dir.file("empty", "# none\n"), 0, "events         0", "the file has no events"},
+         {"check --only make-befor-break", 2, "", "; did you mean make-before-break?"},
          {"run " + good + " /none", 1, "", "/none: cannot open: No such file"},
          {"run --map " + badMap + ' ' + good, 1, "", badMap + ":2: \"vlan=5000\" is out of range"},
          {"run " + bad, 1, "", "\n    (10.0.0.2,240.1.1.1) nonsense\n"},

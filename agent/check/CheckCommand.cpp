@@ -5,6 +5,9 @@
 #include <nlohmann/json.hpp>
 #include <sstream>
 
+#include "agent/input/PrintableText.h"
+#include "agent/input/Suggestion.h"
+#include "agent/report/ErrorOutput.h"
 #include "agent/report/ExitCode.h"
 #include "agent/report/Output.h"
 #include "kit/Kit.h"
@@ -57,10 +60,8 @@ int runCheck(CheckOptions const& options) {
       auto const checks = VelMroute::kitChecks();
       auto const is = [&](VelMroute::KitCheck const* check) { return id == check->id; };
       if (std::ranges::any_of(checks, is)) continue;
-      std::cerr << '"' << id << "\" is not a check (known:";
-      for (VelMroute::KitCheck const* const check : checks)
-         std::cerr << ' ' << check->id;
-      std::cerr << ")\n";
+      printError(inQuotes(id) + " is not a check" +
+                 knownNames(id, checks, &VelMroute::KitCheck::id));
       return exitUsage;
    }
    try {

@@ -2,10 +2,11 @@
 #include <sstream>
 
 #include "Qor/Trace.h"
+#include "agent/explain/ExplainJson.h"
 #include "agent/input/NumberText.h"
 #include "agent/input/PrintableText.h"
+#include "agent/input/Suggestion.h"
 #include "agent/input/TraceOption.h"
-#include "agent/inspect/InspectExplain.h"
 #include "agent/inspect/Inspector.h"
 #include "agent/inspect/Rehearsal.h"
 #include "agent/report/TextTable.h"
@@ -119,6 +120,17 @@ std::string typeText(ordered_json const& json) {
    return text + aligned(lines);
 }
 
+// Raises InspectError if no member of `all` has this name.
+void checkName(std::string const& name, auto const& all, char const* what, auto const& nameOf) {
+   Suggestion suggestion(name);
+   for (auto const* const one : all) {
+      if (std::invoke(nameOf, one) == name) return;
+      suggestion.offer(std::invoke(nameOf, one));
+   }
+   throw InspectError(std::string("there is no ") + what + ' ' + printable(name) +
+                      suggestion.text());
+}
+
 }  // namespace
 
 void Inspector::ls(Words const& words) {
@@ -214,6 +226,7 @@ void Inspector::call(Words const& words) {
    TreeNode const node = all.find(words[1].raw);
    Qor::Type const* const type = typeOf(node);
    if (!type) throw InspectError(printable(node.path) + " has no operations");
+   checkName(words[2].text, type->allOperations(), "operation", &Qor::TypeOperation::name);
    Qor::TypeOperation const& operation = type->operation(words[2].text, words.size() - 3);
    std::vector<Qor::Generic> arguments;
    for (std::size_t i = 3; i < words.size(); ++i)
@@ -228,6 +241,7 @@ void Inspector::call(Words const& words) {
 
 void Inspector::types(Words const& words) {
    if (words.size() > 1) {
+      checkName(words[1].text, Qor::types(), "type", [](auto* type) { return type->name(); });
       ordered_json const json = typeJson(Qor::type(words[1].text));
       return printResult(json, typeText(json));
    }
@@ -260,7 +274,7 @@ void Inspector::show(Words const& words) {
 
 void Inspector::explain(Words const& words) {
    RouteQuestion const question = routeQuestion(std::string_view(line_).substr(words[1].at));
-   ordered_json const json = explainRoute(run_.theSwitch(), question);
+   ordered_json const json = explainJson(Explainer(run_.theSwitch()).answer(question));
    std::ostringstream text;
    printExplanation(text, json);
    printResult(json, text.str());

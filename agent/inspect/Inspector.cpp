@@ -8,8 +8,10 @@
 #include "Qor/Exception.h"
 #include "agent/input/NumberText.h"
 #include "agent/input/PrintableText.h"
+#include "agent/input/Suggestion.h"
 #include "agent/inspect/Rehearsal.h"
 #include "agent/report/TextTable.h"
+#include "platform/Format.h"
 
 namespace Agent {
 
@@ -38,25 +40,10 @@ std::string eventText(ordered_json const& event) {
    return text + (object ? " is deleted, and the watch ends" : " is deleted");
 }
 
-// The position of the last word of a line. Its quotes may be open.
-std::size_t lastWord(std::string_view line) {
-   std::size_t at = 0;
-   bool quoted = false;
-   for (std::size_t i = 0; i < line.size(); ++i) {
-      if (line[i] == '\\' && quoted) {
-         ++i;
-      } else if (line[i] == '"') {
-         quoted = !quoted;
-      } else if (!quoted && (line[i] == ' ' || line[i] == '\t')) {
-         at = i + 1;
-      }
-   }
-   return at;
-}
-
-// The completions of a path.
-std::vector<std::string> pathsLike(EntityTree const& tree, std::string_view word) {
-   constexpr std::size_t most = 200;
+// Offers the children of the path that the last word begins.
+void offerPaths(CompletionList& list, EntityTree const& tree) {
+   constexpr std::size_t most = 1000;  // children that are read
+   std::string_view const word = list.word();
    std::size_t slash = 0;
    bool quoted = false;
    for (std::size_t i = 0; i < word.size(); ++i) {
@@ -66,14 +53,28 @@ std::vector<std::string> pathsLike(EntityTree const& tree, std::string_view word
    TreeNode const parent = tree.find(word.substr(0, slash + 1));
    std::string const prefix = parent.path == "/" ? "/" : parent.path + '/';
    std::string const last(word.substr(slash + 1));
-   std::vector<std::string> found;
    for (TreeNode const& child : tree.children(parent, 0, most)) {
       std::string const segment = child.path.substr(prefix.size());
-      if (segment.starts_with(last) || segment.starts_with('"' + last)) {
-         found.push_back(child.path + (tree.size(child) ? "/" : ""));
-      }
+      if (segment.starts_with(last) || segment.starts_with('"' + last))
+         list.add(child.path + (tree.size(child) ? "/" : ""));
    }
-   return found;
+}
+
+// The wanted routes, and the interfaces of the switch.
+RouteNames routeNames(Switch const& theSwitch) {
+   auto const text = [](Lnet::IpGenPrefix const& prefix) {
+      return prefix.isHost() ? fmt::format("{}", prefix.address()) : fmt::format("{}", prefix);
+   };
+   return {[&theSwitch, text](RouteNames::Route const& offer) {
+              for (auto const& [id, wanted] : theSwitch.wantedRoutes()) {
+                 auto const& source = id.key.source();
+                 offer(id.vrf.name(), source.isAny() ? "*" : text(source), text(id.key.group()));
+              }
+           },
+           [&theSwitch](auto const& offer) {
+              for (auto const& intf : theSwitch.interfaceMap().intfs())
+                 offer(intf->id.name());
+           }};
 }
 
 }  // namespace
@@ -97,7 +98,8 @@ std::vector<Inspector::Command> const& Inspector::commands() {
           "prints a table: routes, oifsets, zombies, chip; a FILTER of routes is, for example, "
           "group 239.1.0.0/16 state waiting",
           &Inspector::show},
-         {"explain", "ROUTE [vrf NAME]", 1, any, "prints the state of a route, with reasons",
+         {"explain", "ROUTE | GROUP [vrf NAME] [iif NAME]", 1, any,
+          "traces a packet of a route, or lists the routes of a group, with reasons",
           &Inspector::explain},
          {"types", "[TYPE]", 0, 1, "lists the types, or the members of one type",
           &Inspector::types},
@@ -113,12 +115,11 @@ std::vector<Inspector::Command> const& Inspector::commands() {
 }
 
 Inspector::Command const& Inspector::command(std::string const& name) {
-   std::string known;
    for (Command const& command : commands()) {
       if (command.name == name) return command;
-      known += (known.empty() ? "" : ", ") + std::string(command.name);
    }
-   throw InspectError(printable(inQuotes(name)) + " is not a command (known: " + known + ')');
+   throw InspectError(printable(inQuotes(name)) + " is not a command" +
+                      knownNames(name, commands(), &Command::name));
 }
 
 Inspector::Inspector(InspectedRun& run, std::ostream& out, OutputFormat format, Rights rights)
@@ -154,33 +155,31 @@ Inspector::Outcome Inspector::evaluate(std::string_view line) {
    return quit_ ? Outcome::quit : Outcome::done;
 }
 
-Inspector::Completion Inspector::complete(std::string_view line) const {
-   Completion found;
-   found.at = lastWord(line);
-   std::string_view const word = line.substr(found.at);
-   auto const offer = [&](std::string const& name) {
-      if (name.starts_with(word)) found.words.push_back(name + ' ');
-   };
+Completion Inspector::complete(std::string_view line, std::size_t limit) const {
+   CompletionList list(line, limit);
+   auto const& before = list.before();
    try {
-      Words const before = wordsOf(line.substr(0, found.at));
       if (before.empty() || (before.size() == 1 && before[0].text == "help")) {
-         for (Command const& command : commands())
-            offer(command.name);
-      } else if (word.starts_with('/')) {
-         found.words = pathsLike(EntityTree(run_.theSwitch().roots()), word);
+         for (Command const& command : commands()) {
+            if (!command.changes || rights_ == Rights::all) list.offer(command.name);
+         }
+      } else if (list.word().starts_with('/')) {
+         offerPaths(list, EntityTree(run_.theSwitch().roots()));
+      } else if (before[0].text == "explain") {
+         completeQuestion(list, 1, routeNames(run_.theSwitch()));
       } else if (before[0].text == "types") {
          for (Qor::Type const* const type : Qor::types())
-            offer(type->name());
+            list.offer(type->name());
       } else if (before[0].text == "call" && before.size() == 2) {
          EntityTree const tree(run_.theSwitch().roots());
          Qor::Type const* const type = typeOf(tree.find(before[1].raw));
          for (auto const* const operation : type->allOperations())
-            offer(operation->name);
+            list.offer(operation->name);
       }
    } catch (std::exception const&) {
       // A path without a node has no completion.
    }
-   return found;
+   return std::move(list).take();
 }
 
 void Inspector::printResult(ordered_json const& json, std::string const& text) {

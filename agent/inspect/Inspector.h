@@ -15,11 +15,11 @@
 #include <string_view>
 #include <vector>
 
+#include "agent/inspect/Completion.h"
 #include "agent/inspect/InspectTree.h"
 #include "agent/inspect/InspectWatch.h"
 #include "agent/inspect/InspectWords.h"
 #include "agent/inspect/InspectedRun.h"
-#include "agent/inspect/LineEditor.h"
 #include "agent/report/OutputFormat.h"
 
 namespace Agent {
@@ -43,9 +43,8 @@ class Inspector {
    Outcome evaluate(std::string_view line);
    std::string const& error() const { return error_; }
 
-   // The completions of the last word of an unfinished line.
-   using Completion = LineEditor::Completion;
-   Completion complete(std::string_view line) const;
+   // The completions of the last word of an unfinished line; `limit` bounds Completion::words.
+   Completion complete(std::string_view line, std::size_t limit = CompletionList::most) const;
 
    // Whether `set` or `call` has changed the switch. The library's records may then disagree with
    // their users, so that the destruction of the switch may fail an assertion.

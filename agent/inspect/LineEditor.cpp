@@ -1,6 +1,7 @@
 #include "agent/inspect/LineEditor.h"
 
 #include <histedit.h>
+#include <sys/ioctl.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -58,30 +59,35 @@ class LineEditor::Terminal {
    }
    static unsigned char completes(EditLine* el, int) { return of(el).complete(); }
 
-   // Adds the common beginning of all completions. If the line has that already, lists the
-   // completions.
+   // Adds the common beginning of all completions. If the line has that already, lists at most a
+   // screenful of the completions.
    unsigned char complete() {
       LineInfo const* const info = el_line(editor_.get());
       std::string const line(info->buffer, info->cursor);
       Completion const found = completer_ ? completer_(line) : Completion();
       if (found.words.empty()) return CC_ERROR;
-      std::string common = found.words.front();
-      for (std::string const& word : found.words) {
-         auto const [end, other] =
-               std::mismatch(common.begin(), common.end(), word.begin(), word.end());
-         common.erase(end, common.end());
-      }
       std::string const typed = line.substr(found.at);
-      if (common.size() > typed.size()) {
+      if (found.common.size() > typed.size()) {
          el_deletestr(editor_.get(), static_cast<int>(typed.size()));
-         return el_insertstr(editor_.get(), common.c_str()) == 0 ? CC_REFRESH : CC_ERROR;
+         return el_insertstr(editor_.get(), found.common.c_str()) == 0 ? CC_REFRESH : CC_ERROR;
       }
-      if (found.words.size() == 1) return CC_NORM;
+      if (found.words.size() + found.more == 1) return CC_NORM;
+      std::size_t const listed = std::min(found.words.size(), screenful());
       std::cout << '\n';
-      for (std::string const& word : found.words)
-         std::cout << printable(word) << '\n';
+      for (std::size_t i = 0; i < listed; ++i)
+         std::cout << printable(found.words[i]) << '\n';
+      if (std::size_t const more = found.words.size() - listed + found.more; more > 0)
+         std::cout << "... " << more << " more\n";
       std::cout << std::flush;
       return CC_REDISPLAY;
+   }
+
+   // The lines of the terminal, without those of the old and the new prompt and of "more".
+   static std::size_t screenful() {
+      constexpr std::size_t usual = 24, others = 3;
+      winsize size{};
+      bool const known = ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_row > 2 * others;
+      return (known ? size.ws_row : usual) - others;
    }
 
    Prompt const promptText_;

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <iostream>
 #include <nlohmann/json.hpp>
+#include <sstream>
+#include <utility>
 
 #include "agent/inspect/LineEditor.h"
 #include "agent/live/ControlClient.h"
@@ -20,6 +22,12 @@ bool complain(std::string_view text) {
    return static_cast<bool>(std::cerr << text);
 }
 
+// The command for a line of the prompt, which takes the commands of the inspector and two others.
+std::string commandAtPrompt(std::string_view line) {
+   bool const own = line.starts_with("show ") || line.starts_with("explain ");
+   return (own ? "" : "inspect ") + std::string(line);
+}
+
 constexpr char const* exitCodes =
       "Exit code: 0 done, 1 the command failed or no agent answers, 2 bad usage.";
 
@@ -32,12 +40,16 @@ ControlCommands::ControlCommands(CLI::App& app) : socket_(defaultControlPath) {
    show->footer(std::string("Routes are selected by words behind VIEW:\n   routes ") +
                 RouteFilter::usage + "\nSTATE: offloaded, pending, waiting, failed, trapped.\n" +
                 exitCodes);
-   add(app, "explain", "print the state of a route of the live agent, with reasons")
-         ->add_option("ROUTE", words_, "SOURCE,GROUP [vrf NAME]")
+   explain_ = add(app, "explain", "trace a packet of a route, and print what is wrong with it");
+   explain_->add_option("ROUTE", words_, "[FILE...] SOURCE,GROUP or GROUP, [vrf NAME] [iif NAME]")
          ->required();
    add(app, "inspect",
        "run a command of docs/inspect.md in the live agent, or the commands of the input")
          ->add_option("COMMAND", words_, "the command; 'help' lists them");
+   add(app, "complete", "print the completions of a command line")
+         ->group("")  // for the shell
+         ->add_option("LINE", words_)
+         ->required();
    add(app, "watch", "print the changes of objects of the live agent, until it is interrupted")
          ->add_option("PATH", words_, "paths of docs/inspect.md")
          ->required();
@@ -96,11 +108,35 @@ int ControlCommands::ask(std::string const& command) const {
    }
 }
 
+// The agent's answer to "complete LINE" has one completion in each line. Without an agent there is
+// none.
+Completion ControlCommands::completion(std::string_view line) const {
+   std::string words;
+   auto const collect = [&](std::string_view text) {
+      words += text;
+      return true;
+   };
+   auto const ignore = [](std::string_view) { return true; };
+   CompletionList list(line);
+   try {
+      askAgent(socket_, "complete " + commandAtPrompt(line), {}, collect, ignore);
+   } catch (std::runtime_error const&) {
+      words.clear();
+   }
+   std::istringstream lines(words);
+   for (std::string word; std::getline(lines, word);)
+      list.add(word);
+   return std::move(list).take();
+}
+
 // Each line is a command of a connection of its own. A failed command of a pipe fails the program.
 int ControlCommands::prompt() const {
    bool const typed = LineEditor::possible();
    std::optional<LineEditor> editor;
-   if (typed) editor.emplace([] { return std::string("agent> "); });
+   if (typed) {
+      editor.emplace([] { return std::string("agent> "); },
+                     [this](std::string_view line) { return completion(line); });
+   }
    int code = exitDone;
    std::string line;
    while (editor ? editor->readLine(line) : static_cast<bool>(std::getline(std::cin, line))) {
@@ -108,7 +144,7 @@ int ControlCommands::prompt() const {
       if (first == std::string::npos || line[first] == '#') continue;
       std::string const command = line.substr(first, line.find_last_not_of(" \t\r") + 1 - first);
       if (command == "quit") break;
-      if (ask("inspect " + command) != exitDone && !typed) code = exitFailed;
+      if (ask(commandAtPrompt(command)) != exitDone && !typed) code = exitFailed;
    }
    return code;
 }

@@ -103,12 +103,16 @@ void LiveAgent::makeSwitch() {
    choice.path = PathKind::async;
    choice.virtualTime = false;
    choice.live = true;
+   choice.explains = true;
    choice.make = [bridge = bridge_]() -> Qor::Ptr<VelMroute::Platform> { return bridge; };
    // The same names in the same order get the same numbers.
    InterfaceMap interfaces;
    for (auto const& intf : interfaceMap_.intfs())
       interfaces.intf(intf->id);
    switch_ = std::make_unique<Switch>(choice, std::move(interfaces));
+   switch_->onHookFault([this](VelMroute::HookFault const& fault) {
+      log_.warning(fmt::format("a hook broke its contract: {}", fault));
+   });
    for (L3::VrfName const& vrf : vrfs_)
       switch_->learnVrf(vrf);
    // A link that went down before the first route has no route to protect.

@@ -1,6 +1,12 @@
 #include "agent/live/LiveService.h"
 
+#include <fmt/format.h>
+
+#include <chrono>
+
 #include "agent/live/LiveViews.h"
+#include "agent/page/Page.h"
+#include "agent/page/ReportDocument.h"
 
 namespace Agent {
 
@@ -14,7 +20,7 @@ LiveService::LiveService(LiveAgent& agent, EventLoop& loop, LiveLog& log)
               [this](ControlClientId client) { watchers_.erase(client); }),
         metrics_([this] { return figures(); }) {
    if (std::string const& address = agent.configuration().metrics; !address.empty()) {
-      server_ = std::make_unique<MetricsServer>(address, metrics_);
+      server_ = std::make_unique<MetricsServer>(address, metrics_, [this] { return report(); });
       loop_.add(*server_);
    }
    loop_.add(control_);
@@ -23,6 +29,7 @@ LiveService::LiveService(LiveAgent& agent, EventLoop& loop, LiveLog& log)
 }
 
 LiveService::~LiveService() {
+   if (timeline_) agent_.theSwitch().timelineIs(nullptr);
    loop_.remove(*this);
    loop_.remove(control_);
    if (server_) loop_.remove(*server_);
@@ -78,6 +85,7 @@ ControlAnswer LiveService::watch(ControlRequest const& request, std::string_view
 }
 
 void LiveService::turnEnds() {
+   record();
    for (auto& [client, watcher] : watchers_) {
       std::string const text = watcher.text.str();
       if (text.empty()) continue;
@@ -131,6 +139,53 @@ LiveFigures LiveService::figures() const {
             {names[static_cast<std::size_t>(table)], use.used, use.size.value_or(0)});
    }
    return figures;
+}
+
+// ---- The report. ----
+
+void LiveService::record() {
+   if (!server_ || !agent_.hasSwitch()) return;
+   if (!timeline_) {
+      recorder_.emplace(agent_.theSwitch(), false);
+      timeline_.emplace(std::vector<TimelineSink*>{&*recorder_});
+      agent_.theSwitch().timelineIs(&*timeline_);
+   }
+   timeline_->turnEnds();
+}
+
+// The work for a page grows with the number of routes, so clients share the page of a second.
+MetricsServer::Page LiveService::report() {
+   constexpr Qor::Seconds fresh = 1;
+   if (page_ && Qor::now() < pageAt_ + fresh) return page_;
+   auto const sinceEpoch = std::chrono::system_clock::now().time_since_epoch();
+   ReportHead head{.kind = "live",
+                   .title = "Live agent",
+                   .inputs = {agent_.configuration().switchSocket},
+                   .result = "running",
+                   .notes = agent_.interfaceNotes(),
+                   .summary = statusJson(agent_),
+                   .epoch = std::chrono::duration<double>(sinceEpoch).count() - Qor::now()};
+   if (!agent_.isConnected()) head.notes.insert(head.notes.begin(), agent_.disconnected());
+   Switch const* const theSwitch = agent_.hasSwitch() ? &agent_.theSwitch() : nullptr;
+   ReportDocument document(std::move(head), theSwitch, recorder_ ? &*recorder_ : nullptr);
+   document.addRoutes();
+   for (auto const& [key, known] : agent_.routes().routes()) {
+      bool const trapped = !known.decision.inHardware();
+      if (theSwitch && !trapped) continue;
+      ReportDocument::OtherRoute route;
+      route.vrf = fmt::format("table {}", key.table);
+      route.key = RouteKey::fromAddresses(key.source, key.group);
+      if (known.route.input) route.input = agent_.interfaceName(known.route.input);
+      for (Qor::U32 const output : known.route.outputs)
+         route.outputs.push_back(agent_.interfaceName(output));
+      route.state = trapped ? ReportedState::trapped : ReportedState::waiting;
+      if (!trapped) route.waitsFor = "switch";
+      route.reason = trapped ? known.decision.text : agent_.disconnected();
+      document.add(route);
+   }
+   page_ = std::make_shared<std::string const>(reportPage(document.json()));
+   pageAt_ = Qor::now();
+   return page_;
 }
 
 }  // namespace Agent

@@ -1,10 +1,8 @@
 #include "agent/live/LiveViews.h"
 
 #include <fmt/format.h>
-#include <fmt/ranges.h>
 
 #include <algorithm>
-#include <array>
 #include <iterator>
 #include <map>
 #include <span>
@@ -12,8 +10,11 @@
 #include <stdexcept>
 
 #include "agent/input/PrintableText.h"
-#include "agent/inspect/InspectExplain.h"
+#include "agent/input/Suggestion.h"
 #include "agent/inspect/Inspector.h"
+#include "agent/live/LiveCompletion.h"
+#include "agent/live/LiveExplain.h"
+#include "agent/live/LiveRouteRow.h"
 #include "agent/report/TextTable.h"
 #include "agent/report/Views.h"
 
@@ -23,9 +24,6 @@ using nlohmann::ordered_json;
 
 namespace {
 
-constexpr std::array<std::string_view, 6> liveViews{"routes",  "interfaces", "status",
-                                                    "oifsets", "zombies",    "chip"};
-
 ordered_json countsJson(std::map<std::string, Qor::U64> const& counts) {
    return counts.empty() ? ordered_json::object() : ordered_json(counts);
 }
@@ -34,42 +32,7 @@ std::string sourceText(Lnet::IpGenAddr const& source) {
    return source.isUnspecified() ? "*" : source.toString();
 }
 
-RouteRow routeRow(LiveAgent const& agent, Kernel::RouteKey const& key,
-                  LiveRoutes::Known const& known) {
-   RouteRow row;
-   if (auto const view = agent.viewOf(known)) {
-      row = routeRow(agent.theSwitch(), *view);
-   } else {
-      auto const vrf = agent.vrfOf(known.route.input);
-      if (vrf) row.vrf = vrf->name();
-      row.key = Routing::Multicast::Fib::IpGenRouteKey::fromAddresses(key.source, key.group);
-      if (known.route.input) row.iif = agent.interfaceName(known.route.input);
-      for (Qor::U32 const output : known.route.outputs)
-         row.outputs.push_back({agent.interfaceName(output)});
-   }
-   row.table = key.table;
-   LiveAgent::KnownState state = agent.stateOf(key, known);
-   row.state = state.state;
-   row.waitsFor = std::move(state.waitsFor);
-   row.trapReason = std::move(state.trapReason);
-   row.reason = std::move(state.reason);
-   row.fault = std::move(state.fault);
-   return row;
-}
-
-ordered_json routeJson(LiveAgent const& agent, Kernel::RouteKey const& key,
-                       LiveRoutes::Known const& known) {
-   return routeJson(routeRow(agent, key, known));
-}
-
 // ---- Text. ----
-
-std::string joined(ordered_json const& outputs) {
-   std::string text;
-   for (auto const& output : outputs)
-      text += (text.empty() ? "" : " ") + output["oif"].get<std::string>();
-   return text.empty() ? "-" : text;
-}
 
 using Kind = TextTable::Kind;
 
@@ -148,48 +111,19 @@ LiveAnswer inspected(LiveAgent& agent, std::string_view command, OutputFormat fo
    return {true, text.str()};
 }
 
-// Whether the route stays with the CPU, or waits for the bridge: then the programmer does not have
-// it, and the agent itself knows the reason.
-bool outsideSwitch(LiveAgent const& agent, LiveRoutes::Known const& known) {
-   return !known.decision.inHardware() || !agent.hasSwitch();
-}
-
-// A route of the kernel that the switch does not have is explained by the agent, and all others by
-// the inspector.
-LiveAnswer explain(LiveAgent& agent, std::string_view line, std::string_view route, bool json) {
-   ordered_json kernel = ordered_json::array();
-   std::string text;
-   bool inSwitch = false;
+LiveAnswer explain(LiveAgent const& agent, std::string_view route, OutputFormat format) {
    try {
-      RouteKey const key = routeQuestion(route).key;
-      for (auto const& [known, at] : agent.routes().routes()) {
-         bool const same =
-               known.source == key.source().address() && known.group == key.group().address();
-         if (!same) continue;
-         kernel.push_back(routeJson(agent, known, at));
-         inSwitch = inSwitch || !outsideSwitch(agent, at);
+      ordered_json const document = liveExplainJson(agent, routeQuestion(route));
+      std::ostringstream text;
+      if (format.json) {
+         printJson(text, document, format.style);
+      } else {
+         printLiveExplanation(text, document);
       }
-   } catch (InspectError const& error) {
+      return {true, std::move(text).str()};
+   } catch (QuestionError const& error) {
       return refusal(error.what());
    }
-   for (auto const& one : kernel) {
-      text += fmt::format("({}, {}) of table {} in {} out {}: {}{}\n",
-                          one["src"].get<std::string>(), one["dst"].get<std::string>(),
-                          one["table"].get<Qor::U32>(), one.value("iif", "-"),
-                          joined(one["multipath"]), one["state"].get<std::string>(),
-                          one.contains("reason") ? ": " + one["reason"].get<std::string>() : "");
-   }
-   if (kernel.empty()) {
-      text = "The kernel has no route " + std::string(route) +
-             " in the tables that the agent follows, so its packets go to the CPU.\n";
-   }
-   LiveAnswer rest;
-   if (inSwitch) rest = inspected(agent, line, json);
-   if (!rest.good) return rest;
-   if (!json) return {true, text + rest.text};
-   ordered_json all{{"kernel", std::move(kernel)}};
-   if (!rest.text.empty()) all["switch"] = ordered_json::parse(rest.text);
-   return {true, all.dump() + '\n'};
 }
 
 LiveAnswer print(View view, ViewContent content, OutputFormat format, std::string const& text) {
@@ -210,9 +144,8 @@ LiveAnswer show(LiveAgent& agent, std::vector<std::string> const& words, OutputF
       return print(View::routes, std::move(content), format, text);
    }
    auto const known = std::ranges::find(liveViews, view);
-   if (known == liveViews.end()) {
-      return refusal(fmt::format("{} is not a view (known: {})", inQuotes(view),
-                                 fmt::join(liveViews, ", ")));
+   if (known == std::end(liveViews)) {
+      return refusal(inQuotes(view) + " is not a view" + knownNames(view, liveViews));
    }
    if (words.size() > 1) return refusal("the view " + view + " has no filter");
    if (view == "interfaces") return answer(interfacesJson(agent), format, interfacesText);
@@ -228,13 +161,6 @@ LiveAnswer show(LiveAgent& agent, std::vector<std::string> const& words, OutputF
 
 std::string routeName(Kernel::RouteKey const& key) {
    return fmt::format("({}, {})", sourceText(key.source), key.group.toString());
-}
-
-std::vector<RouteRow> routeRows(LiveAgent const& agent) {
-   std::vector<RouteRow> rows;
-   for (auto const& [key, known] : agent.routes().routes())
-      rows.push_back(routeRow(agent, key, known));
-   return rows;
 }
 
 ordered_json interfacesJson(LiveAgent const& agent) {
@@ -298,7 +224,6 @@ LiveAnswer answerTo(LiveAgent& agent, std::string_view line, OutputFormat format
       line.remove_prefix(std::min(line.find_first_not_of(' '), line.size()));
       return first;
    };
-   std::string_view const whole = line;
    std::string_view const command = word();
    if (command == "show") {
       std::istringstream words{std::string(line)};
@@ -308,9 +233,10 @@ LiveAnswer answerTo(LiveAgent& agent, std::string_view line, OutputFormat format
          return refusal(error.what());
       }
    }
-   if (command == "explain") return explain(agent, whole, line, format.json);
+   if (command == "explain") return explain(agent, line, format);
    if (command == "inspect") return inspected(agent, line, format);
-   return refusal(inQuotes(command) + " is not a command (known: show, explain, inspect, watch)");
+   if (command == "complete") return {true, completionsOf(agent, line)};
+   return refusal(inQuotes(command) + " is not a command" + knownNames(command, liveCommands));
 }
 
 }  // namespace Agent

@@ -3,8 +3,9 @@
 //
 //    show [routes [FILTER]]                       agent/report/RouteFilter.h
 //    show interfaces | status | VIEW              VIEW: oifsets, zombies, chip (agent/report/Views.h)
-//    explain ROUTE                                agent/inspect/InspectExplain.h
+//    explain ROUTE                                agent/live/LiveExplain.h
 //    inspect COMMAND                              a command of agent/inspect/Inspector.h that reads
+//    complete LINE                                agent/live/LiveCompletion.h
 #pragma once
 
 #include <nlohmann/json.hpp>
@@ -14,9 +15,12 @@
 
 #include "agent/live/LiveAgent.h"
 #include "agent/report/OutputFormat.h"
-#include "agent/report/RouteRow.h"
 
 namespace Agent {
+
+inline constexpr std::string_view liveCommands[] = {"show", "explain", "inspect", "watch"};
+inline constexpr std::string_view liveViews[] = {"routes",  "interfaces", "status",
+                                                 "oifsets", "zombies",    "chip"};
 
 struct LiveAnswer {
    bool good = true;
@@ -29,8 +33,6 @@ LiveAnswer answerTo(LiveAgent& agent, std::string_view line, OutputFormat format
 // "(10.0.0.2, 232.1.1.1)", "(*, 239.1.1.1)"
 std::string routeName(Kernel::RouteKey const& key);
 
-// The routes of the kernel, in no order.
-std::vector<RouteRow> routeRows(LiveAgent const& agent);
 // docs/json.md describes the keys.
 nlohmann::ordered_json interfacesJson(LiveAgent const& agent);
 nlohmann::ordered_json statusJson(LiveAgent const& agent);

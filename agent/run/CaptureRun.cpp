@@ -11,6 +11,7 @@
 #include <utility>
 
 #include "agent/input/CaptureReader.h"
+#include "agent/page/ReportFile.h"
 #include "agent/report/ExitCode.h"
 #include "agent/report/ForwardingCheck.h"
 #include "agent/report/Output.h"
@@ -18,6 +19,7 @@
 #include "agent/report/Summary.h"
 #include "agent/report/TimelineFile.h"
 #include "agent/run/Interrupt.h"
+#include "agent/run/RunQueries.h"
 #include "agent/switch/PlatformChoice.h"
 
 namespace Agent {
@@ -91,14 +93,16 @@ class Run final : public InspectedRun {
       double const began = processorSeconds();
       switch_ = std::make_unique<Switch>(
             options_.platform(options_.path.value_or(PathKind::async), {}), std::move(intfMap));
-      TimelineFile timeline(options_.timelineFile, *switch_);
-      timeline_ = &timeline;
+      ReportFile page(options_.reportFile, *switch_);
+      page_ = &page;
+      TimelineFile timeline(options_.timelineFile, *switch_, page.recorder());
       bool const replayed = options_.until ? runUntil(*options_.until) : runToEnd();
       if (options_.inspects() && replayed) {
-         InspectResult const looked = inspect(*this, options_.inspected());
+         InspectResult const looked = query(*this, options_);
          bool const good =
                printHookFaults(*switch_) && timeline.finish() && looked.good && !stopped_;
-         return exitAfter(looked, good ? exitDone : exitFailed);
+         bool const written = writePage(good, {}, nullptr);
+         return exitAfter(looked, good && written ? exitDone : exitFailed);
       }
       if (!timeline.finish() || !replayed) return exitFailed;
       figures_.processorSeconds = processorSeconds() - began;
@@ -145,10 +149,6 @@ class Run final : public InspectedRun {
             continue;
          }
          count(figures_, event_);
-         if (auto const* link = std::get_if<LinkEvent>(&event_)) {
-            timeline_->note("link " + link->intf.name() +
-                            (carriesTraffic(link->status) ? " up" : " down"));
-         }
          progress_.show(figures_, *switch_, reader_.time());
       }
       progress_.clear();
@@ -196,10 +196,22 @@ class Run final : public InspectedRun {
       if (options_.check) check = checkForwarding(theSwitch, capture_);
       theSwitch.readBack();
       auto summary = summaryJson(figures_, theSwitch, options_.check ? &check : nullptr);
-      printRunReport(options_.show, options_.format, theSwitch, std::move(summary));
+      printRunReport(options_.show, options_.format, theSwitch, summary);
       if (!check.passed()) printDifferences(check.differences);
       bool const good = printHookFaults(theSwitch) && check.passed();
-      return outputWritten() && good ? exitDone : exitFailed;
+      bool const written = writePage(good, check.differences, std::move(summary));
+      return outputWritten() && written && good ? exitDone : exitFailed;
+   }
+
+   bool writePage(bool good, std::vector<std::string> notes, nlohmann::ordered_json summary) {
+      return page_->finish({.kind = "capture",
+                            .title = "Replay of captures",
+                            .inputs = options_.files,
+                            .result = interrupted() ? "interrupted"
+                                      : good        ? "passed"
+                                                    : "failed",
+                            .notes = std::move(notes),
+                            .summary = std::move(summary)});
    }
 
    static void printDifferences(std::vector<std::string> const& differences) {
@@ -222,7 +234,7 @@ class Run final : public InspectedRun {
    RunFigures figures_;
    Progress progress_;
    std::unique_ptr<Switch> switch_;
-   TimelineFile* timeline_ = nullptr;  // null before and after the run
+   ReportFile* page_ = nullptr;  // null before and after the run
 };
 
 }  // namespace

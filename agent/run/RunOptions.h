@@ -6,6 +6,7 @@
 #include <utility>
 #include <vector>
 
+#include "agent/explain/RouteQuestion.h"
 #include "agent/inspect/InspectPrompt.h"
 #include "agent/report/OutputFormat.h"
 #include "agent/report/Views.h"
@@ -18,6 +19,7 @@ struct RunOptions {
    std::string mapFile;             // empty: interfaces are numbered as they occur
    std::string chipText;      // options of the simulated chip, which override those of a scenario
    std::string timelineFile;  // empty: no timeline
+   std::string reportFile;    // empty: no report
    std::vector<ViewRequest> show;
    PlatformSource platforms = simulatedPlatform;
    std::optional<PathKind> path;  // nothing: the path of the scenario, or PathKind::async
@@ -30,16 +32,19 @@ struct RunOptions {
    std::optional<double> until;
    std::vector<std::string> evals;
    bool inspect = false;
+   // In place of commands: the question of `velmroute explain FILE... ROUTE`.
+   std::optional<RouteQuestion> question;
 
    // The platform of the run. The options of the command line follow those of the scenario.
    PlatformChoice platform(PathKind onPath, VelMroute::PlatformOptions settings) const {
       if (!chipText.empty()) settings.add(chipText);
       PlatformChoice choice = platforms(onPath, std::move(settings));
       choice.checksHooks = checkHooks;
+      choice.explains = inspects() || !reportFile.empty();
       return choice;
    }
 
-   bool inspects() const { return inspect || !evals.empty(); }
+   bool inspects() const { return inspect || !evals.empty() || question; }
    InspectOptions inspected() const { return {evals, inspect, format}; }
 };
 

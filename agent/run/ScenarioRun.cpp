@@ -1,12 +1,15 @@
 #include "agent/run/ScenarioRun.h"
 
 #include <iostream>
+#include <utility>
 
+#include "agent/page/ReportFile.h"
 #include "agent/report/ExitCode.h"
 #include "agent/report/Output.h"
 #include "agent/report/RunReport.h"
 #include "agent/report/Summary.h"
 #include "agent/report/TimelineFile.h"
+#include "agent/run/RunQueries.h"
 #include "agent/scenario/ScenarioParser.h"
 #include "agent/scenario/ScenarioPlayer.h"
 #include "agent/scenario/SwitchTestbed.h"
@@ -54,6 +57,19 @@ void printFailures(ScenarioPlayer const& player) {
       std::cerr << failure.toString() << '\n';
 }
 
+bool writePage(ReportFile const& page, ScenarioFile const& file, std::string const& fileName,
+               ScenarioPlayer const& player, bool good, ordered_json summary) {
+   ReportHead head{.kind = "scenario",
+                   .title = file.settings.title,
+                   .inputs = {fileName},
+                   .result = good ? "passed" : "failed",
+                   .notes = {},
+                   .summary = std::move(summary)};
+   for (auto const& failure : player.failures())
+      head.notes.push_back(failure.toString());
+   return page.finish(std::move(head));
+}
+
 }  // namespace
 
 int runScenario(RunOptions const& options) {
@@ -77,8 +93,9 @@ int runScenario(RunOptions const& options) {
       }
    }
    Switch theSwitch(options.platform(path, file.settings.platformOptions()), std::move(intfMap));
-   TimelineFile timeline(options.timelineFile, theSwitch);
-   SwitchTestbed testbed(theSwitch, timeline.timeline(), options.format.json);
+   ReportFile page(options.reportFile, theSwitch);
+   TimelineFile timeline(options.timelineFile, theSwitch, page.recorder());
+   SwitchTestbed testbed(theSwitch, timeline.timeline(), options.format.json, page.outages());
    ScenarioPlayer player(testbed, file.lines);
    if (options.until) {
       player.playUntil(*options.until);
@@ -87,21 +104,25 @@ int runScenario(RunOptions const& options) {
    }
    if (options.inspects()) {
       InspectedScenario run(theSwitch, player);
-      InspectResult const looked = inspect(run, options.inspected());
+      InspectResult const looked = query(run, options);
       printFailures(player);
       bool const good = printHookFaults(theSwitch) && timeline.finish() && looked.good &&
                         player.failures().empty();
-      return exitAfter(looked, good ? exitDone : exitFailed);
+      bool const written = writePage(page, file, options.files.front(), player, good, nullptr);
+      return exitAfter(looked, good && written ? exitDone : exitFailed);
    }
 
    RunFigures figures;
    figures.badLines = file.errors.size();
    ordered_json summary = summaryJson(figures, theSwitch, nullptr);
    summary["scenario"] = scenarioJson(file, player);
-   printRunReport(options.show, options.format, theSwitch, std::move(summary));
+   printRunReport(options.show, options.format, theSwitch, summary);
    printFailures(player);
    bool const good = printHookFaults(theSwitch) && player.failures().empty();
-   return outputWritten() && timeline.finish() && good ? exitDone : exitFailed;
+   bool const closed = timeline.finish();
+   bool const written =
+         writePage(page, file, options.files.front(), player, good, std::move(summary));
+   return outputWritten() && closed && written && good ? exitDone : exitFailed;
 }
 
 }  // namespace Agent

@@ -85,9 +85,10 @@ void ScenarioPlayer::sendDue(double time) {
 void ScenarioPlayer::send(Traffic const& traffic) {
    for (std::uint32_t i = 0; i < traffic.routes.groups; ++i) {
       RouteKey const key = traffic.routes.key(i);
-      Testbed::Copies const copies =
-            testbed_.send({traffic.routes.vrf, key.source().address(), key.group().address(),
-                           traffic.iif, traffic.bytes});
+      Testbed::Packet const packet{traffic.routes.vrf, key.source().address(),
+                                   key.group().address(), traffic.iif, traffic.bytes};
+      Testbed::Copies const copies = testbed_.send(packet);
+      testbed_.sent(packet, key, copies);
       ++packets_;
       ++sent_;
       lost_ += copies.at.empty();

@@ -99,7 +99,7 @@ class Soak {
                 << "packets        " << n(f.packets) << " of traffic and checks\n"
                 << "comparisons    " << n(f.routeChecks) << " routes at " << n(f.looks)
                 << " moments, and " << n(f.tableChecks) << " routes, groups and entries in "
-                << n(f.fullChecks) << " full comparisons\n"
+                << n(f.fullChecks) << " full comparisons; " << n(f.traces) << " traces\n"
                 << "found          " << (found_.empty() ? "nothing" : found_.front()) << '\n';
    }
 
@@ -132,7 +132,8 @@ class Soak {
                {{"moments", f.looks},
                 {"routes", f.routeChecks},
                 {"full", f.fullChecks},
-                {"inFull", f.tableChecks}}},
+                {"inFull", f.tableChecks},
+                {"traces", f.traces}}},
               {"found", found_},
               {"seed", foundSeed_},
               {"replay", reproducer_}};

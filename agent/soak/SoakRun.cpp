@@ -133,7 +133,7 @@ json toJson(SoakOutcome const& outcome) {
            {"figures",
             {f.looks, f.routeChecks, f.fullChecks, f.tableChecks, f.packets, f.reroutes, f.faults,
              f.refusals, f.resurrections, f.purges, f.unchanged, f.writes, f.hookCalls,
-             f.routesPeak, f.restarts}}};
+             f.routesPeak, f.restarts, f.traces}}};
 }
 
 SoakOutcome fromJson(json const& j) {
@@ -145,7 +145,7 @@ SoakOutcome fromJson(json const& j) {
    std::uint64_t* const all[] = {&f.looks,         &f.routeChecks, &f.fullChecks, &f.tableChecks,
                                  &f.packets,       &f.reroutes,    &f.faults,     &f.refusals,
                                  &f.resurrections, &f.purges,      &f.unchanged,  &f.writes,
-                                 &f.hookCalls,     &f.routesPeak,  &f.restarts};
+                                 &f.hookCalls,     &f.routesPeak,  &f.restarts,   &f.traces};
    for (std::size_t i = 0; i < std::size(all); ++i)
       *all[i] = j.at("figures").at(i);
    return outcome;

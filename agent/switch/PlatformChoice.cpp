@@ -42,7 +42,7 @@ PlatformChoice simulatedPlatform(PathKind path, PlatformOptions options) {
                                         : VelMroute::newSimulatedSyncPlatform(options);
       });
    };
-   return {path, true, make, false, std::move(options)};
+   return {path, true, make, false, false, std::move(options)};
 }
 
 NamedPlatform namedPlatform(std::string const& text) {

@@ -9,6 +9,7 @@
 
 #include "agent/input/CaptureState.h"
 #include "agent/switch/SwitchPathFactory.h"
+#include "platform/Format.h"
 
 namespace Agent {
 
@@ -54,19 +55,30 @@ Switch::Switch(PlatformChoice const& platform, InterfaceMap intfMap)
         activity_(platform.live ? Qor::activityManager() : newTime(platform.virtualTime)),
         pathKind_(platform.path),
         virtualTime_(platform.virtualTime),
+        checksHooks_(platform.checksHooks),
+        history_(platform.explains ? Qor::make<SwitchHistory>() : nullptr),
         surroundings_{platform.make(),
-                      platform.checksHooks ? Qor::make<VelMroute::HookFaults>() : nullptr,
-                      platform.refusals,
+                      platform.checksHooks || platform.explains ? Qor::make<VelMroute::HookFaults>()
+                                                                : nullptr,
+                      platform.checksHooks,
+                      history_,
+                      // Without checks a scenario may refuse room on purpose.
+                      platform.checksHooks ? platform.refusals : 0,
                       Qor::make<Routing::Multicast::Fib::VrfConfig>(),
                       Qor::make<Routing::Multicast::Fib::Hardware::Status>(),
                       Qor::make<IntfVlanId::Table>(),
                       Qor::make<Interface::EthIntfStatusDir>(),
                       Qor::make<Bfd::AppStatus>()},
-        path_(newSwitchPath(surroundings_, platform.live ? &noCrash : nullptr)),
         replay_([this](RouteId const& id,
                        WantedRoute const& wanted) { programmer().routeIs(id.vrf, id.key, wanted); },
                 [this] { programmer().resyncEnd(); }) {
+   pathIs(newSwitchPath(surroundings_, platform.live ? &noCrash : nullptr));
    learnVrf(L3::VrfName("default"));
+}
+
+void Switch::pathIs(std::unique_ptr<SwitchPath> path) {
+   path_ = std::move(path);
+   programmer().observerIs(history_.get());
 }
 
 Switch::~Switch() = default;
@@ -88,7 +100,13 @@ void Switch::settle() {
 
 // A probe knows how to turn the loop of its platform, which may have descriptors of its own.
 void Switch::runUntil(Qor::Seconds time) {
-   if (virtualTime_) return activity_->runUntil(time);
+   if (virtualTime_) {
+      while (timeline_ && nextDeadline() < Qor::never && nextDeadline() <= time) {
+         activity_->runUntil(nextDeadline());
+         timeline_->turnEnds();
+      }
+      return activity_->runUntil(time);
+   }
    activity_->runDue();
    while (Qor::now() < time) {
       Qor::Seconds const step =
@@ -175,7 +193,8 @@ Intf const& Switch::learnIntf(Lnet::IntfId id) {
       if (intf.port == 0 || !platform().portIs(intf.id, intf.port, intf.vlan)) continue;
       ported_.insert(intf.id);
       auto const link = links_.find(intf.id);
-      linkIs(intf.id, link == links_.end() ? Interface::IntfOperStatus::up : link->second.status);
+      portLinkIs(intf.id,
+                 link == links_.end() ? Interface::IntfOperStatus::up : link->second.status);
    }
    if (known.port != 0 && !ported_.contains(id)) {
       throw InterfaceMapFull("the chip has no port " + std::to_string(known.port) + " for " +
@@ -187,6 +206,7 @@ Intf const& Switch::learnIntf(Lnet::IntfId id) {
 void Switch::learnVrf(L3::VrfName const& vrf) {
    auto const [it, isNew] = vrfIds_.try_emplace(vrf, vrfIds_.size());
    if (!isNew) return;
+   if (history_) history_->vrfIs(vrf, it->second);
    path_->vrfIs(vrf, it->second);
 }
 
@@ -222,12 +242,31 @@ void Switch::apply(LinkEvent const& event) {
    linkIs(event.intf, event.status);
 }
 
-// The port changes before the reactors are notified, as in hardware.
 void Switch::linkIs(Lnet::IntfId intf, Interface::IntfOperStatus status) {
    if (!ported_.contains(intf)) return;
+   if (timeline_) {
+      timeline_->instant(fmt::format("link {} {}", intf, status),
+                         {{"interface", intf.name()}, {"fails", !carriesTraffic(status)}});
+   }
+   portLinkIs(intf, status);
+}
+
+// The port changes before the reactors are notified, as in hardware.
+void Switch::portLinkIs(Lnet::IntfId intf, Interface::IntfOperStatus status) {
    VelMroute::Probe* const probe = platform().probe();
-   if (!probe || !probe->linkIs(intf, carriesTraffic(status))) fixedLinks_.insert(intf);
+   bool const up = carriesTraffic(status);
+   auto const known = surroundings_.ethIntfStatusDir->intfStatus(intf);
+   bool const wasUp = !known || carriesTraffic(known->operStatus());
+   if (history_ && up != wasUp) history_->link(intf, up);
+   if (!probe || !probe->linkIs(intf, up)) fixedLinks_.insert(intf);
    surroundings_.ethIntfStatusDir->newIntfStatus(intf)->operStatusIs(status);
+}
+
+std::optional<bool> Switch::linkUp(Lnet::IntfId intf) const {
+   if (auto const up = view().linkUp(intf)) return up;
+   auto const status = surroundings_.ethIntfStatusDir->intfStatus(intf);
+   if (!status || canRead()) return std::nullopt;
+   return carriesTraffic(status->operStatus());
 }
 
 void Switch::apply(SnapshotEvent const& event) {
