@@ -651,7 +651,7 @@ TEST_F(LiveAgentOnFakes, AnswersQuestionsAndRefusesChanges) {
          {"show nothing", false, "\"nothing\" is not a view (known: routes, interfaces, "},
          {"explain 10.0.0.9,239.0.0.1", true, "packets from rtr1 leave by rtr2.\n"},
          {"explain 10.0.0.9,239.0.0.2", true,
-          "cpu: output interface 9 has no port\nNo route (10.0.0.9, 239.0.0.2) is wanted in any "
+          "trapped: output interface 9 has no port\nNo route (10.0.0.9, 239.0.0.2) is wanted in any "
           "VRF"},
          {"explain 10.0.0.9,239.0.0.2", true,
           "no entry matches, and they go to the CPU   [read at"},
