@@ -11,6 +11,7 @@
 #include "JsonSchema.h"
 #include "KernelTestSupport.h"
 #include "agent/live/LiveAgent.h"
+#include "agent/live/LiveReport.h"
 #include "agent/live/LiveRouteRow.h"
 #include "agent/live/LiveViews.h"
 
@@ -651,10 +652,10 @@ TEST_F(LiveAgentOnFakes, AnswersQuestionsAndRefusesChanges) {
          {"show nothing", false, "\"nothing\" is not a view (known: routes, interfaces, "},
          {"explain 10.0.0.9,239.0.0.1", true, "packets from rtr1 leave by rtr2.\n"},
          {"explain 10.0.0.9,239.0.0.2", true,
-          "trapped: output interface 9 has no port\nNo route (10.0.0.9, 239.0.0.2) is wanted in any "
+          "trapped: output interface 9 has no port\nNo route (10.0.0.9, 239.0.0.2) is wanted in "
+          "any "
           "VRF"},
-         {"explain 10.0.0.9,239.0.0.2", true,
-          "no entry matches, and they go to the CPU   [read at"},
+         {"explain 10.0.0.9,239.0.0.2", true, "no entry matches, and they go to the CPU   ["},
          {"explain 239.0.0.1", true, "(10.0.0.9, 239.0.0.1) in VRF default: offloaded;"},
          {"explain *,239.0.0.1", true, "The kernel has no such route"},
          {"explain \x1b[2J", false, "is not a route"},
@@ -707,6 +708,16 @@ TEST_F(LiveAgentOnFakes, AnswersQuestionsAndRefusesChanges) {
       EXPECT_EQ(answerTo(*agent_, "complete " + line, false).text, words) << line;
    wait(0.2);
    EXPECT_EQ(writes(), Lines());
+   // The report has both routes, sorted by VRF, and the reason of the one that the CPU keeps.
+   auto const report = liveReport(*agent_, nullptr);
+   auto const textOf = [&](char const* column, std::size_t i) {
+      return report["strings"][report["routes"][column][i].get<std::size_t>()];
+   };
+   EXPECT_EQ(report["routes"]["dst"].dump(), R"(["239.0.0.1","239.0.0.2"])");
+   EXPECT_EQ(textOf("state", 0), "offloaded");
+   EXPECT_EQ(textOf("state", 1), "trapped");
+   EXPECT_EQ(textOf("reason", 1), "output interface 9 has no port");
+   EXPECT_GT(report["epoch"].get<double>(), 1e9);
    unsigned done = 0;
    agent_->refresh([&] { ++done; });
    turn();

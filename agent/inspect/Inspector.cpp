@@ -10,6 +10,7 @@
 #include "agent/input/PrintableText.h"
 #include "agent/input/Suggestion.h"
 #include "agent/inspect/Rehearsal.h"
+#include "agent/process/Signals.h"
 #include "agent/report/TextTable.h"
 #include "platform/Format.h"
 
@@ -247,12 +248,19 @@ void Inspector::unwatch(Words const& words) {
 void Inspector::advance(std::function<void()> const& doIt) {
    if (changed_ && run_.inMemory() && run_.theSwitch().forks()) {
       std::string const why = rehearse(doIt);
+      if (interrupted()) throw InspectError("interrupted during the trial");
       if (!why.empty()) throw InspectError("that would end the run: " + why);
    }
    doIt();
 }
 
+void Inspector::printInterrupt(std::string const& signal) {
+   print({{"interrupted", true}, {"signal", signal}, {"at", Qor::now()}},
+         "interrupted by " + signal + " at " + seconds(Qor::now()) + '\n');
+}
+
 void Inspector::printTime() {
+   if (interrupted()) return;
    printResult({{"at", Qor::now()}}, "at " + seconds(Qor::now()) + '\n');
 }
 

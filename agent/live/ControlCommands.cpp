@@ -8,6 +8,7 @@
 
 #include "agent/inspect/LineEditor.h"
 #include "agent/live/ControlClient.h"
+#include "agent/process/Signals.h"
 #include "agent/report/ErrorOutput.h"
 #include "agent/report/ExitCode.h"
 #include "agent/report/JsonOptions.h"
@@ -17,10 +18,6 @@
 namespace Agent {
 
 namespace {
-
-bool complain(std::string_view text) {
-   return static_cast<bool>(std::cerr << text);
-}
 
 // The command for a line of the prompt, which takes the commands of the inspector and two others.
 std::string commandAtPrompt(std::string_view line) {
@@ -98,9 +95,18 @@ int ControlCommands::ask(std::string const& command) const {
    format.width = terminalWidth();
    std::string line;
    try {
+      std::string fault;
       bool const good = askAgent(
             socket_, command, format, [&](std::string_view text) { return print(text, line); },
-            complain);
+            [&](std::string_view text) {
+               fault += text;
+               return true;
+            });
+      if (format.json) {
+         printErrorText(fault);
+      } else if (!fault.empty()) {
+         printError(fault.substr(0, fault.find_last_not_of('\n') + 1));
+      }
       return outputWritten() && good ? exitDone : exitFailed;
    } catch (std::runtime_error const& error) {
       printError(error.what());
@@ -132,6 +138,9 @@ Completion ControlCommands::completion(std::string_view line) const {
 // Each line is a command of a connection of its own. A failed command of a pipe fails the program.
 int ControlCommands::prompt() const {
    bool const typed = LineEditor::possible();
+   // At a terminal INT ends one command, or cancels the line.
+   std::optional<Signals> signals;
+   if (typed) signals.emplace();
    std::optional<LineEditor> editor;
    if (typed) {
       editor.emplace([] { return std::string("agent> "); },
@@ -145,8 +154,10 @@ int ControlCommands::prompt() const {
       std::string const command = line.substr(first, line.find_last_not_of(" \t\r") + 1 - first);
       if (command == "quit") break;
       if (ask(commandAtPrompt(command)) != exitDone && !typed) code = exitFailed;
+      if (interruptSignal() == SIGINT) forgetInterrupt();
+      if (interrupted()) break;
    }
-   return code;
+   return exitCode(code == exitDone, interrupted());
 }
 
 }  // namespace Agent

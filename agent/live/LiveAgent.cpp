@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <utility>
 
+#include "platform/Format.h"
+
 namespace Agent {
 
 using Interface::IntfOperStatus;

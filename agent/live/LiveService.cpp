@@ -1,12 +1,8 @@
 #include "agent/live/LiveService.h"
 
-#include <fmt/format.h>
-
-#include <chrono>
-
+#include "agent/live/LiveReport.h"
 #include "agent/live/LiveViews.h"
 #include "agent/page/Page.h"
-#include "agent/page/ReportDocument.h"
 
 namespace Agent {
 
@@ -157,33 +153,8 @@ void LiveService::record() {
 MetricsServer::Page LiveService::report() {
    constexpr Qor::Seconds fresh = 1;
    if (page_ && Qor::now() < pageAt_ + fresh) return page_;
-   auto const sinceEpoch = std::chrono::system_clock::now().time_since_epoch();
-   ReportHead head{.kind = "live",
-                   .title = "Live agent",
-                   .inputs = {agent_.configuration().switchSocket},
-                   .result = "running",
-                   .notes = agent_.interfaceNotes(),
-                   .summary = statusJson(agent_),
-                   .epoch = std::chrono::duration<double>(sinceEpoch).count() - Qor::now()};
-   if (!agent_.isConnected()) head.notes.insert(head.notes.begin(), agent_.disconnected());
-   Switch const* const theSwitch = agent_.hasSwitch() ? &agent_.theSwitch() : nullptr;
-   ReportDocument document(std::move(head), theSwitch, recorder_ ? &*recorder_ : nullptr);
-   document.addRoutes();
-   for (auto const& [key, known] : agent_.routes().routes()) {
-      bool const trapped = !known.decision.inHardware();
-      if (theSwitch && !trapped) continue;
-      ReportDocument::OtherRoute route;
-      route.vrf = fmt::format("table {}", key.table);
-      route.key = RouteKey::fromAddresses(key.source, key.group);
-      if (known.route.input) route.input = agent_.interfaceName(known.route.input);
-      for (Qor::U32 const output : known.route.outputs)
-         route.outputs.push_back(agent_.interfaceName(output));
-      route.state = trapped ? ReportedState::trapped : ReportedState::waiting;
-      if (!trapped) route.waitsFor = "switch";
-      route.reason = trapped ? known.decision.text : agent_.disconnected();
-      document.add(route);
-   }
-   page_ = std::make_shared<std::string const>(reportPage(document.json()));
+   nlohmann::ordered_json const document = liveReport(agent_, recorder_ ? &*recorder_ : nullptr);
+   page_ = std::make_shared<std::string const>(reportPage(document));
    pageAt_ = Qor::now();
    return page_;
 }

@@ -3,6 +3,7 @@
 #include <array>
 
 #include "agent/report/RouteRow.h"
+#include "agent/report/Shortfalls.h"
 #include "agent/switch/GroupName.h"
 
 namespace Agent {
@@ -143,6 +144,12 @@ ordered_json summaryJson(RunFigures const& figures, Switch const& theSwitch,
                              {"swept", all.programmer.swept}}},
                            {"failedWrites", all.programmer.failedWrites},
                            {"peak", peakJson(view)}};
+   summary["shortfalls"] = shortfalls(figures.badLines, theSwitch);
+   summary["interrupted"] = !figures.interruptedBy.empty();
+   if (!figures.interruptedBy.empty()) {
+      summary["signal"] = figures.interruptedBy;
+      summary["interruptedAt"] = Qor::now();
+   }
    if (check) summary["check"] = checkJson(*check);
    return summary;
 }

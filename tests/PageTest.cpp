@@ -57,7 +57,7 @@ json dataOf(std::string const& page) {
    return json::parse(page.substr(at, page.find(end, at) - at));
 }
 
-class ReportOfRun : public ::testing::TestWithParam<PathKind> {
+class PageOfRun : public ::testing::TestWithParam<PathKind> {
  protected:
    // Plays the lines, and returns the page.
    static std::string page(std::string const& lines, int code) {
@@ -78,7 +78,7 @@ class ReportOfRun : public ::testing::TestWithParam<PathKind> {
    }
 };
 
-TEST_P(ReportOfRun, HasOutagesReroutesAndWaitingRoutes) {
+TEST_P(PageOfRun, HasOutagesReroutesAndWaitingRoutes) {
    json const data = dataOf(page(R"(
 {"scenario": {"title": "</script><b>", "chip": {"groups": 2, "routes": 64}}}
 {"at": 0, "route": {"src": "10.0.0.1", "dst": "232.1.1.1", "iif": "in0", "oifs": ["out1", "out2"], "backup": ["out3"]}}
@@ -125,11 +125,11 @@ TEST_P(ReportOfRun, HasOutagesReroutesAndWaitingRoutes) {
    EXPECT_EQ(*std::max_element(groups.at("values").begin(), groups.at("values").end()), 2);
 }
 
-INSTANTIATE_TEST_SUITE_P(Paths, ReportOfRun, ::testing::Values(PathKind::async, PathKind::sync),
+INSTANTIATE_TEST_SUITE_P(Paths, PageOfRun, ::testing::Values(PathKind::async, PathKind::sync),
                          [](auto const& path) { return std::string(nameOf(path.param)); });
 
 // A name cannot end the element of the data, nor begin another one.
-TEST(ReportPage, HoldsAnyTextAsData) {
+TEST(Page, HoldsAnyTextAsData) {
    json const hostile = {"</script><script>", "<!--", "\" onload='x'", "\xff\x01 &lt;",
                          "\xE2\x80\xA8"};
    std::string const page = reportPage({{"strings", hostile}});
