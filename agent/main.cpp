@@ -17,7 +17,9 @@
 #include "agent/live/ControlCommands.h"
 #include "agent/report/ErrorOutput.h"
 #include "agent/report/ExitCode.h"
+#include "agent/report/JsonOptions.h"
 #include "agent/report/Output.h"
+#include "agent/report/Views.h"
 #include "agent/run/RunCommand.h"
 #include "agent/soak/SoakCommand.h"
 #include "agent/switch/PlatformChoice.h"
@@ -31,6 +33,19 @@ using Agent::SoakOptions;
 CLI::Validator chipSyntax() {
    return CLI::Validator([](std::string const& text) { return Agent::chipOptionFault(text); },
                          "groups=N,routes=N,boundaries=N,latency=S");
+}
+
+CLI::Validator viewSyntax() {
+   return CLI::Validator(
+         [](std::string const& text) -> std::string {
+            try {
+               Agent::viewRequest(text);
+               return {};
+            } catch (std::invalid_argument const& error) {
+               return error.what();
+            }
+         },
+         "");
 }
 
 CLI::Validator oneOf(std::vector<std::string> words) {
@@ -135,11 +150,14 @@ void addRun(CLI::App& app, RunOptions& options, Texts& texts) {
    run->add_option("FILE", options.files, "captures, replayed one after another, or one scenario")
          ->required();
    addPlay(run, options, texts);
-   run->add_option("--show", texts.shows, "tables to print: routes, oifsets, zombies, chip")
+   run->add_option("--show", texts.shows,
+                   "tables to print: routes, oifsets, zombies, chip; with words behind it, 'routes "
+                   "group 239.1.0.0/16 state waiting', some of the routes")
          ->delimiter(',')
          ->allow_extra_args(false)
-         ->check(oneOf({"routes", "oifsets", "zombies", "chip"}));
-   run->add_flag("-j,--json", options.json, "print everything as one JSON object");
+         ->type_name("VIEW,...")
+         ->check(viewSyntax());
+   Agent::addJsonOptions(*run, options.format, "print everything as one JSON object");
    run->add_flag("--check,!--no-check", options.check,
                  "compare the chip's forwarding with the end of the capture (on by default)");
    run->add_flag("--check-hooks", options.checkHooks,
@@ -187,7 +205,7 @@ CLI::App* addSoak(CLI::App& app, SoakOptions& options, Texts& texts) {
          ->type_name("FILE");
    soak->add_flag("--sweep", options.sweep,
                   "play each FILE once for each call of a platform hook, and let that call fail");
-   soak->add_flag("-j,--json", options.json, "print the summary as one JSON object");
+   Agent::addJsonOptions(*soak, options.format, "print the summary as one JSON object");
    return soak;
 }
 
@@ -208,7 +226,9 @@ CLI::App* addCheck(CLI::App& app, CheckOptions& options, std::string& platform) 
          ->check(CLI::Range(2u, 1'000'000u))
          ->capture_default_str();
    check->add_option("--only", options.only, "checks to run, by id")->delimiter(',');
-   check->add_flag("--tap", options.tap, "print the Test Anything Protocol, version 13");
+   CLI::Option* const tap =
+         check->add_flag("--tap", options.tap, "print the Test Anything Protocol, version 13");
+   Agent::addJsonOptions(*check, options.format, "print the results as one JSON object", tap);
    return check;
 }
 
@@ -321,7 +341,7 @@ int runProgram(int argc, char** argv) {
       for (std::string const& word : control.words())
          question += word + ' ';
       options.question = Agent::routeQuestion(question);
-      options.json = control.json();
+      options.format = control.format();
    } else if (auto const code = control.run()) {
       return *code;
    }
@@ -340,7 +360,8 @@ int runProgram(int argc, char** argv) {
    }
    choosePlatform(texts, options);
    for (std::string const& show : texts.shows)
-      options.show.push_back(*Agent::viewNamed(show));
+      options.show.push_back(Agent::viewRequest(show));
+   if (!options.format.json) options.format.width = Agent::terminalWidth();
    for (std::string const& trace : texts.traces) {
       if (auto const wrong = Agent::applyTraceOption(trace)) {
          Agent::printError(*wrong);

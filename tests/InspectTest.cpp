@@ -4,6 +4,7 @@
 #include <regex>
 
 #include "InspectedScenario.h"
+#include "JsonSchema.h"
 #include "agent/input/RouteFields.h"
 #include "agent/inspect/Inspector.h"
 
@@ -83,12 +84,6 @@ TEST_P(Inspect, AnswersEachCommandOrNamesTheRightForm) {
    };
    for (auto const& [command, pattern] : table)
       expect(command, pattern);
-   Inspector json(world_, out_, true);
-   out_.str("");
-   json.evaluate("get /config/allCounter");
-   EXPECT_EQ(out_.str(), R"({"command":"get /config/allCounter","result":{"path":)"
-                         R"("/config/allCounter","type":"bool","value":false}})"
-                         "\n");
    struct {
       char const* line;
       std::vector<std::string> words;
@@ -111,6 +106,96 @@ TEST_P(Inspect, AnswersEachCommandOrNamesTheRightForm) {
    EXPECT_EQ(bounded.words.size(), 1u);
    EXPECT_EQ(bounded.more, 3u);
    EXPECT_EQ(bounded.common, "10.0.0.2,239.1.1.");
+}
+
+TEST_P(Inspect, ShowsRoutesInTheirOrderAndByAFilter) {
+   does("run 1.6");
+   struct {
+      char const* filter;
+      char const* groups;  // the last digits of the groups that remain
+   } const table[] = {
+         {"", "12956"},
+         {" group 239.1.1.0/30", "12"},
+         {" group 239.1.1.9", "9"},
+         {" group ff00::/8", ""},
+         {" source 10.0.0.0/8", "1256"},
+         {" source *", "9"},
+         {" interface rtr0", "129"},
+         {" interface cpu state offloaded", "12"},
+         {" vrf red", "56"},
+         {" table 253", "129"},
+         {" state waiting", "56"},
+         {" state trapped", ""},
+   };
+   for (auto const& [filter, groups] : table) {
+      std::string const text = does(std::string("show routes") + filter);
+      std::string found;
+      std::regex const row(R"(\n(?:default|red) +\S+ +239\.1\.1\.(\d))");
+      for (std::sregex_iterator at(text.begin(), text.end(), row), end; at != end; ++at)
+         found += (*at)[1];
+      EXPECT_EQ(found, groups) << text;
+      bool const counted = text.ends_with(std::to_string(found.size()) + " of 5 routes\n");
+      EXPECT_EQ(counted, *filter != 0) << text;
+   }
+   struct {
+      char const* request;
+      char const* error;
+   } const wrong[] = {
+         {"nothing", R"("nothing" is not a view \(known: routes, oifsets, zombies, chip\))"},
+         {"chip state waiting", "the view chip has no filter"},
+         {"routes color red", R"("color" is not a filter of routes \(known: group, source, inter)"},
+         {"routes group", R"("group" needs a value)"},
+         {"routes group 10.0.0", R"("10.0.0" is neither an address nor a prefix)"},
+         {"routes state up", R"("up" is not a state \(known: offloaded, pending, waiting, failed)"},
+         {"routes table x", R"("x" is not the number of a table)"},
+         {"routes vrf a vrf b", R"("vrf" stands twice)"},
+   };
+   for (auto const& [request, error] : wrong)
+      expect(std::string("show ") + request, std::string("^error: ") + error);
+}
+
+TEST_P(Inspect, PrintsJsonThatFitsTheSchema) {
+   Inspector json(world_, out_, true);
+   for (char const* const command : {"watch /config/activityPollingInterval",
+                                     "watch /switch/1/zombieOifSet",
+                                     "watch /switch/1/inUseOifSet/[1]",
+                                     "watch",
+                                     "run 1.6",
+                                     "ls",
+                                     "ls /switch/1/inUseOifSet",
+                                     "get /config",
+                                     "get /config/allCounter",
+                                     "get /hwStatus/vrfStatus",
+                                     "set /config/activityPollingInterval 9",
+                                     "call /config newConfig red",
+                                     "types",
+                                     "types IntfVlanId::Table",
+                                     "trace off",
+                                     "help",
+                                     "help run",
+                                     "show routes state offloaded",
+                                     "show oifsets",
+                                     "show chip",
+                                     "explain 10.0.0.2,239.1.1.1",
+                                     "gte",
+                                     "get /x",
+                                     "step",
+                                     "show zombies",
+                                     "run 20",
+                                     "show zombies",
+                                     "unwatch"}) {
+      out_.str("");
+      json.evaluate(command);
+      EXPECT_EQ(testSupport::schemaFaultOfLines("inspect", out_.str()), "") << command;
+      EXPECT_FALSE(out_.str().empty());
+   }
+   Inspector pretty(world_, out_, OutputFormat(JsonStyle::pretty));
+   out_.str("");
+   pretty.evaluate("get /config/allCounter");
+   EXPECT_EQ(out_.str(),
+             "{\n  \"command\": \"get /config/allCounter\",\n  \"result\": {\n"
+             "    \"path\": \"/config/allCounter\",\n    \"type\": \"bool\",\n"
+             "    \"value\": false\n  }\n}\n");
 }
 
 // The record becomes a zombie, is resurrected, and is freed. The watch does not keep it alive.

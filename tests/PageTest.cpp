@@ -67,7 +67,7 @@ class PageOfRun : public ::testing::TestWithParam<PathKind> {
       options.files = {directory.file("report.jsonl", lines)};
       options.path = GetParam();
       options.reportFile = output;
-      options.json = true;
+      options.format = true;
       ::testing::internal::CaptureStdout();
       ::testing::internal::CaptureStderr();
       EXPECT_EQ(runFiles(options), code);

@@ -153,7 +153,7 @@ INSTANTIATE_TEST_SUITE_P(Paths, OnAPoorPlatform, testing::Values(PathKind::async
 
 TEST_P(OnAPoorPlatform, ARunIsInRealTimeAndLeavesOutWhatThePlatformCannot) {
    std::string out = run(Lacks::nothing);
-   EXPECT_TRUE(has(out, "2 wanted, 2 in hardware") &&
+   EXPECT_TRUE(has(out, "2 wanted, 2 offloaded") &&
                has(out, "2 routes forward as the capture says"));
    EXPECT_TRUE(has(out, "group writes   ? create") && has(out, "routes ? of ?")) << out;
    EXPECT_TRUE(has(out, "exit 0"));

@@ -5,12 +5,14 @@
 #include <sys/stat.h>
 #include <sys/wait.h>
 
+#include <algorithm>
 #include <csignal>
 #include <cstdlib>
 #include <limits>
 #include <set>
 
 #include "CaptureTestSupport.h"
+#include "JsonSchema.h"
 #include "KeptChip.h"
 #include "agent/report/ForwardingCheck.h"
 
@@ -214,7 +216,7 @@ TEST(Program, ExitCodesAndMessagesMatchTheResult) {
          {"run --path async " + other, 2, "",
           other + ": the scenario is for the path sync alone: use --path sync"},
          {"run " + scenario, 0, "\nexpectations   1, 0 failures\n", ""},
-         {"run " + unresolved, 0, "\nroutes         4 wanted, 4 in hardware, ", ""},
+         {"run " + unresolved, 0, "\nroutes         4 wanted, 4 offloaded, ", ""},
          {"run " + leaves, 1, "routes         4093 wanted",
           "s: no internal vlan is left for interface leaf4094: all "},
          {"run --chip groups=-1 " + good, 2, "", "bad value in \"groups=-1\""},
@@ -239,9 +241,10 @@ TEST(Program, ExitCodesAndMessagesMatchTheResult) {
           "velmroute: none of 3 routes is in hardware\n"},
          {"run --keep-goin " + good, 2, "", "velmroute: The following argument was not expected"},
          {"run " + good, 0, "check          passed: 4 routes forward as the capture says\n", ""},
-         {"run --show chip --map " + map + ' ' + good, 0, "\nrtr0       7     100   yes\n", ""},
+         {"run --show chip --map " + map + ' ' + good, 0, "\nrtr0       7     100   up\n", ""},
          {"run --trace '2:Vel*' " + good + ' ' + good, 0, "passed", "Found existing"},
-         {"run -j --show routes,oifsets,zombies,chip " + good, 0, "\"offload\": true", ""},
+         {"run --show 'routes group 239.1.1.2,oifsets' " + good, 0, "\n2 of 4 routes\n\n", ""},
+         {"run --show 'routes up' " + good, 2, "", "\"up\" is not a filter of routes (known: "},
          // A trace that a scenario expects is not printed for that reason alone.
          {"run " + captures + "../scenarios/counters.jsonl", 0, " 0 failures\n", ""},
          {"run --chip routes=3 " + good, 0, "not in hardware, and why:\n   vrf default", ""},
@@ -255,6 +258,34 @@ TEST(Program, ExitCodesAndMessagesMatchTheResult) {
                << got;
       }
    }
+}
+
+TEST(Program, PrintsDocumentsThatFitTheirSchemas) {
+   TempDir const dir;
+   std::string const all = "run -j --show routes,oifsets,zombies,chip ";
+   std::vector<std::pair<std::string, std::string>> commands = {
+         {all + dir.file("good", fourRoutes), "run"},
+         {all + "--chip routes=3 " + dir.path("good"), "run"},
+         {"run -p --no-check --path sync " + dir.path("good"), "run"},
+         {"soak -j --ops 300", "soak"},
+         {"check -j --lives 1 --platform sim-sync --only calls,boundaries,blocking-transaction",
+          "check"}};
+   for (auto const& file : fs::directory_iterator(captures + "../scenarios"))
+      commands.emplace_back(all + file.path().string(), "run");
+   for (auto const& [command, schema] : commands) {
+      Ran const ran = velmroute(command);
+      EXPECT_EQ(testSupport::schemaFault(schema, ran.out), "") << command << ran.err;
+      bool const pretty = command.find(" -p ") != std::string::npos;
+      EXPECT_EQ(std::ranges::count(ran.out, '\n') == 1, !pretty) << command;
+   }
+   Ran const routes = velmroute("run -j --show 'routes group 239.1.1.2' " + dir.path("good"));
+   auto const listed = ordered_json::parse(routes.out)["tables"]["routes"];
+   ASSERT_EQ(listed.size(), 2u);
+   EXPECT_EQ(listed[0]["src"], "*");  // before the (S,G) routes of the group
+   EXPECT_EQ(listed[1].dump().substr(0, 163),
+             R"({"vrf":"default","table":253,"src":"10.0.0.2","dst":"239.1.1.2","iif":"rtr0",)"
+             R"("vlan":1006,"multipath":[{"oif":"rtr3","vlan":1009}],"state":"offloaded",)"
+             R"("handle":2,"group":1,)");
 }
 
 TEST(Program, AFailedWriteOfTheOutputIsReportedUnlessTheReaderHasEnded) {
@@ -304,7 +335,7 @@ TEST(Program, StandardInputIsReadAsItArrivesUntilItsEndOrAnInterrupt) {
       auto const summary = ordered_json::parse(contentOf(out));
       EXPECT_EQ(summary["interrupted"], interrupt != 0);
       EXPECT_EQ(summary.value("signal", ""), interrupt ? sigabbrev_np(interrupt) : "");
-      EXPECT_EQ(summary["routes"]["inHardware"], 5);
+      EXPECT_EQ(summary["routes"]["offloaded"], 5);
       EXPECT_EQ(summary["events"]["total"], 6);
       // An interrupt drops the incomplete last line. At the end of the input that line is
       // malformed.

@@ -62,7 +62,7 @@ constexpr BadLine badLines[] = {
    {R"({"traffic": {"src": "10.0.0.2", "dst": "239.1.1.1", "iif": "rtr0", "count": 2}})", "traffic.every: missing"},
    {R"({"config": {"allCounter": 1}})", "config.allCounter: the number 1 where true or false is expected"},
    {R"({"fault": {"seed": -1}})", "fault.seed: -1 is not from 0 to 18446744073709551615"},
-   {R"({"show": ["routes", "leaves"]})", R"(show[1]: unknown table "leaves")"},
+   {R"({"show": ["routes", "leaves"]})", R"(show[1]: "leaves" is not a view (known: routes, oifsets, zombies, chip))"},
    // Expectations.
    {R"({"expect": {"zombies": {"min": 3, "max": 2}}})", R"(expect.zombies: "min" is above "max")"},
    {R"({"expect": {"forward": [{"src": "10.0.0.2", "dst": "239.1.1.1", "iif": "rtr0"}]}})", "expect.forward[0].to: missing"},

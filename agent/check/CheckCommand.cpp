@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <iostream>
+#include <nlohmann/json.hpp>
+#include <sstream>
 
 #include "agent/input/PrintableText.h"
 #include "agent/input/Suggestion.h"
@@ -13,6 +15,48 @@
 #include "kit/Kit.h"
 
 namespace Agent {
+
+namespace {
+
+using nlohmann::ordered_json;
+using VelMroute::KitResult;
+
+std::string textOf(auto value) {
+   std::ostringstream text;
+   text << value;
+   return std::move(text).str();
+}
+
+ordered_json findingJson(VelMroute::KitFinding const& finding, VelMroute::HookPath path) {
+   ordered_json json = {
+         {"number", finding.check->number},
+         {"id", finding.check->id},
+         {"result", finding.result == KitResult::leftOut ? "leftOut" : textOf(finding.result)}};
+   if (!finding.reason.empty()) json["reason"] = finding.reason;
+   if (finding.result == KitResult::failed) {
+      json["atFault"] = textOf(finding.culprit);
+      json["checked"] = finding.check->sentence(path);
+   }
+   if (!finding.text.empty()) json["text"] = finding.text;
+   return json;
+}
+
+ordered_json reportJson(VelMroute::KitReport const& report, bool interrupted) {
+   ordered_json checks = ordered_json::array();
+   for (VelMroute::KitFinding const& finding : report.findings)
+      checks.push_back(findingJson(finding, report.path));
+   return {{"path", textOf(report.path)},
+           {"seed", report.seed},
+           {"interrupted", interrupted},
+           {"passed", report.passed()},
+           {"counts",
+            {{"passed", report.count(KitResult::passed)},
+             {"failed", report.count(KitResult::failed)},
+             {"leftOut", report.count(KitResult::leftOut)}}},
+           {"checks", std::move(checks)}};
+}
+
+}  // namespace
 
 int runCheck(CheckOptions const& options) {
    for (std::string const& id : options.only) {
@@ -46,7 +90,9 @@ int runCheck(CheckOptions const& options) {
       bool const cut = std::ranges::any_of(report.findings, [](auto const& finding) {
          return finding.reason == VelMroute::kitInterrupted;
       });
-      if (options.tap) {
+      if (options.format.json) {
+         printJson(std::cout, reportJson(report, cut), options.format.style);
+      } else if (options.tap) {
          printTap(std::cout, report);
          if (cut) std::cout << "Bail out! interrupted by " << interruptName() << '\n';
       } else {

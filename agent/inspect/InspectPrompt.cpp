@@ -71,8 +71,8 @@ bool goesOn(Inspector& inspector) {
 }  // namespace
 
 InspectResult inspect(InspectedRun& run, InspectOptions const& options) {
-   Inspector inspector(run, std::cout, options.json);
-   Commands scripted(inspector, options.json);
+   Inspector inspector(run, std::cout, options.format);
+   Commands scripted(inspector, options.format.json);
    bool const prompts = options.inspect && LineEditor::possible();
    // An interrupt of the run that led here, at a terminal, leads to the prompt at once.
    bool go = !interrupted();
@@ -80,7 +80,7 @@ InspectResult inspect(InspectedRun& run, InspectOptions const& options) {
    for (std::string const& eval : options.evals)
       go = go && scripted.evaluate(eval) && !interrupted();
    if (prompts && !interrupted()) {
-      Commands typed(inspector, options.json);
+      Commands typed(inspector, options.format.json);
       LineEditor editor([] { return fmt::format("{:.3f} s> ", Qor::now()); },
                         [&](std::string_view begun) { return inspector.complete(begun); });
       for (std::string line; editor.readLine(line) && typed.evaluate(line) && goesOn(inspector);) {

@@ -6,13 +6,14 @@
 #include <vector>
 
 #include "agent/inspect/InspectedRun.h"
+#include "agent/report/OutputFormat.h"
 
 namespace Agent {
 
 struct InspectOptions {
    std::vector<std::string> evals;  // the first commands
    bool inspect = false;            // then the commands of standard input
-   bool json = false;
+   OutputFormat format;
 };
 
 struct InspectResult {

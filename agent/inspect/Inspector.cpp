@@ -26,7 +26,7 @@ std::string seconds(double time) {
 
 // The text of a watch's event.
 std::string eventText(ordered_json const& event) {
-   std::string text = "at " + seconds(event.at("time").get<double>()) + ": " +
+   std::string text = "at " + seconds(event.at("at").get<double>()) + ": " +
                       printable(event.at("path").get<std::string>());
    if (event.contains("member")) text += ' ' + event.at("member").get<std::string>();
    if (event.contains("key")) text += '[' + event.at("key").get<std::string>() + ']';
@@ -95,6 +95,10 @@ std::vector<Inspector::Command> const& Inspector::commands() {
          {"watch", "[PATH]", 0, 1, "prints the changes of an object, an attribute or a collection",
           &Inspector::watch},
          {"unwatch", "[PATH]", 0, 1, "ends one watch, or all", &Inspector::unwatch},
+         {"show", "VIEW [FILTER]", 1, any,
+          "prints a table: routes, oifsets, zombies, chip; a FILTER of routes is, for example, "
+          "group 239.1.0.0/16 state waiting",
+          &Inspector::show},
          {"explain", "ROUTE | GROUP [vrf NAME] [iif NAME]", 1, any,
           "traces a packet of a route, or lists the routes of a group, with reasons",
           &Inspector::explain},
@@ -119,10 +123,10 @@ Inspector::Command const& Inspector::command(std::string const& name) {
                       knownNames(name, commands(), &Command::name));
 }
 
-Inspector::Inspector(InspectedRun& run, std::ostream& out, bool json, Rights rights)
+Inspector::Inspector(InspectedRun& run, std::ostream& out, OutputFormat format, Rights rights)
       : run_(run),
         out_(out),
-        json_(json),
+        format_(format),
         rights_(rights),
         watches_([this](ordered_json const& event) { printEvent(event); }) {}
 
@@ -146,10 +150,7 @@ Inspector::Outcome Inspector::evaluate(std::string_view line) {
       (this->*found.run)(words);
    } catch (std::exception const& error) {
       error_ = printable(error.what());
-      if (json_) {
-         out_ << ordered_json{{"command", printable(inQuotes(line_))}, {"error", error_}}.dump()
-              << std::endl;
-      }
+      if (format_.json) print({{"command", printable(line_)}, {"error", error_}}, "");
       return Outcome::failed;
    }
    return quit_ ? Outcome::quit : Outcome::done;
@@ -183,19 +184,21 @@ Completion Inspector::complete(std::string_view line, std::size_t limit) const {
 }
 
 void Inspector::printResult(ordered_json const& json, std::string const& text) {
-   if (json_) {
-      out_ << ordered_json{{"command", printable(line_)}, {"result", json}}.dump() << std::endl;
+   if (!format_.json) return print({}, text);
+   print({{"command", printable(line_)}, {"result", json}}, "");
+}
+
+void Inspector::print(ordered_json const& json, std::string const& text) {
+   if (format_.json) {
+      printJson(out_, json, format_.style);
    } else {
-      out_ << text << std::flush;
+      out_ << text;
    }
+   out_ << std::flush;
 }
 
 void Inspector::printEvent(ordered_json const& event) {
-   if (json_) {
-      out_ << ordered_json{{"event", event}}.dump() << std::endl;
-   } else {
-      out_ << eventText(event) << std::endl;
-   }
+   print({{"event", event}}, format_.json ? "" : eventText(event) + '\n');
 }
 
 void Inspector::help(Words const& words) {
@@ -208,7 +211,7 @@ void Inspector::help(Words const& words) {
       json.push_back({{"usage", usage}, {"help", command.help}});
       lines.push_back({usage, command.help});
    }
-   printResult(json, aligned(lines));
+   printResult({{"commands", std::move(json)}}, aligned(lines));
 }
 
 void Inspector::watch(Words const& words) {
@@ -222,7 +225,7 @@ void Inspector::watch(Words const& words) {
       json.push_back(printable(path));
       text += printable(path) + '\n';
    }
-   printResult(json, text.empty() ? "no watches\n" : text);
+   printResult({{"watches", std::move(json)}}, text.empty() ? "no watches\n" : text);
 }
 
 void Inspector::unwatch(Words const& words) {
@@ -235,7 +238,7 @@ void Inspector::unwatch(Words const& words) {
          path += '/' + quotedSegment(segment);
       watches_.remove(path);
    }
-   printResult(nullptr, "");
+   printResult(ordered_json::object(), "");
 }
 
 // ---- Time. ----
@@ -252,17 +255,13 @@ void Inspector::advance(std::function<void()> const& doIt) {
 }
 
 void Inspector::printInterrupt(std::string const& signal) {
-   ordered_json const json{{"interrupted", true}, {"signal", signal}, {"time", Qor::now()}};
-   if (json_) {
-      out_ << json.dump() << std::endl;
-   } else {
-      out_ << "interrupted by " << signal << " at " << seconds(Qor::now()) << std::endl;
-   }
+   print({{"interrupted", true}, {"signal", signal}, {"at", Qor::now()}},
+         "interrupted by " + signal + " at " + seconds(Qor::now()) + '\n');
 }
 
 void Inspector::printTime() {
    if (interrupted()) return;
-   printResult({{"time", Qor::now()}}, "at " + seconds(Qor::now()) + '\n');
+   printResult({{"at", Qor::now()}}, "at " + seconds(Qor::now()) + '\n');
 }
 
 void Inspector::goOn(Words const& words) {

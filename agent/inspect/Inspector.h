@@ -20,6 +20,7 @@
 #include "agent/inspect/InspectWatch.h"
 #include "agent/inspect/InspectWords.h"
 #include "agent/inspect/InspectedRun.h"
+#include "agent/report/OutputFormat.h"
 
 namespace Agent {
 
@@ -34,7 +35,8 @@ class Inspector {
    enum class Rights { all, reading };
 
    // Run and output outlive the inspector.
-   Inspector(InspectedRun& run, std::ostream& out, bool json, Rights rights = Rights::all);
+   Inspector(InspectedRun& run, std::ostream& out, OutputFormat format,
+             Rights rights = Rights::all);
 
    // Runs the command of a line. Empty lines and comments (#) have no effect. After
    // Outcome::failed, error() is the reason.
@@ -72,6 +74,7 @@ class Inspector {
    void unwatch(Words const& words);
    void types(Words const& words);
    void trace(Words const& words);
+   void show(Words const& words);
    void explain(Words const& words);
    void goOn(Words const& words);
    void step(Words const& words);
@@ -83,11 +86,12 @@ class Inspector {
    void advance(std::function<void()> const& doIt);
    void printEvent(nlohmann::ordered_json const& event);
    void printResult(nlohmann::ordered_json const& json, std::string const& text);
+   void print(nlohmann::ordered_json const& json, std::string const& text);
    void printTime();
 
    InspectedRun& run_;
    std::ostream& out_;
-   bool const json_;
+   OutputFormat const format_;
    Rights const rights_;
    InspectWatches watches_;
    std::string line_;  // the present command

@@ -114,12 +114,15 @@ class Connection {
 
 }  // namespace
 
-bool askAgent(std::string const& path, std::string const& command, bool json, TextSink const& out,
-              TextSink const& fault) {
+bool askAgent(std::string const& path, std::string const& command, OutputFormat format,
+              TextSink const& out, TextSink const& fault) {
    if (command.find('\n') != std::string::npos) throw std::runtime_error("a command is one line");
    Connection agent(path);
    agent.connect();
-   agent.send((json ? "-j " : "") + command + '\n');
+   std::string const options = format.json        ? "-j "
+                               : format.width > 0 ? fmt::format("-w {} ", format.width)
+                                                  : "";
+   agent.send(options + command + '\n');
 
    constexpr std::size_t longestHeader = 64;
    std::string header;

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <iostream>
+#include <nlohmann/json.hpp>
 #include <sstream>
 #include <utility>
 
@@ -10,15 +11,13 @@
 #include "agent/process/Signals.h"
 #include "agent/report/ErrorOutput.h"
 #include "agent/report/ExitCode.h"
+#include "agent/report/JsonOptions.h"
 #include "agent/report/Output.h"
+#include "agent/report/RouteFilter.h"
 
 namespace Agent {
 
 namespace {
-
-bool print(std::string_view text) {
-   return static_cast<bool>(std::cout << text << std::flush);
-}
 
 // The command for a line of the prompt, which takes the commands of the inspector and two others.
 std::string commandAtPrompt(std::string_view line) {
@@ -32,10 +31,12 @@ constexpr char const* exitCodes =
 }  // namespace
 
 ControlCommands::ControlCommands(CLI::App& app) : socket_(defaultControlPath) {
-   add(app, "show", "print a table of the live agent")
-         ->add_option("VIEW", words_,
-                      "routes, interfaces, status, oifsets, zombies, chip (default: routes)")
-         ->expected(0, 1);
+   CLI::App* const show = add(app, "show", "print a table of the live agent");
+   show->add_option("VIEW", words_,
+                    "routes, interfaces, status, oifsets, zombies, chip (default: routes)");
+   show->footer(std::string("Routes are selected by words behind VIEW:\n   routes ") +
+                RouteFilter::usage + "\nSTATE: offloaded, pending, waiting, failed, trapped.\n" +
+                exitCodes);
    explain_ = add(app, "explain", "trace a packet of a route, and print what is wrong with it");
    explain_->add_option("ROUTE", words_, "[FILE...] SOURCE,GROUP or GROUP, [vrf NAME] [iif NAME]")
          ->required();
@@ -57,7 +58,7 @@ CLI::App* ControlCommands::add(CLI::App& app, std::string const& name, std::stri
    command->add_option("--control", socket_, "control socket of the agent")
          ->type_name("SOCKET")
          ->capture_default_str();
-   command->add_flag("-j,--json", json_, "print JSON");
+   addJsonOptions(*command, format_, "print JSON");
    commands_.push_back(command);
    return command;
 }
@@ -75,14 +76,33 @@ std::optional<int> ControlCommands::run() const {
    return std::nullopt;
 }
 
+// Prints text of the agent as it comes. JSON that is to be indented waits for the end of its line.
+bool ControlCommands::print(std::string_view text, std::string& line) const {
+   if (format_.style == JsonStyle::compact)
+      return static_cast<bool>(std::cout << text << std::flush);
+   for (std::size_t end = text.find('\n'); end != std::string_view::npos; end = text.find('\n')) {
+      line += text.substr(0, end);
+      printJson(std::cout, nlohmann::ordered_json::parse(line), format_.style);
+      line.clear();
+      text.remove_prefix(end + 1);
+   }
+   line += text;
+   return static_cast<bool>(std::cout.flush());
+}
+
 int ControlCommands::ask(std::string const& command) const {
+   OutputFormat format = format_;
+   format.width = terminalWidth();
+   std::string line;
    try {
       std::string fault;
-      bool const good = askAgent(socket_, command, json_, print, [&](std::string_view text) {
-         fault += text;
-         return true;
-      });
-      if (json_) {
+      bool const good = askAgent(
+            socket_, command, format, [&](std::string_view text) { return print(text, line); },
+            [&](std::string_view text) {
+               fault += text;
+               return true;
+            });
+      if (format.json) {
          printErrorText(fault);
       } else if (!fault.empty()) {
          printError(fault.substr(0, fault.find_last_not_of('\n') + 1));

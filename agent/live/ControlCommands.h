@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "agent/inspect/Completion.h"
+#include "agent/report/OutputFormat.h"
 
 namespace Agent {
 
@@ -20,7 +21,7 @@ class ControlCommands {
    // The subcommand explain, and its words.
    CLI::App* explain() const { return explain_; }
    std::vector<std::string>& words() { return words_; }
-   bool json() const { return json_; }
+   OutputFormat const& format() const { return format_; }
 
    // After the command line is parsed: runs the subcommand, if it is one of these, and returns the
    // exit code.
@@ -28,13 +29,14 @@ class ControlCommands {
 
  private:
    CLI::App* add(CLI::App& app, std::string const& name, std::string const& help);
+   bool print(std::string_view text, std::string& line) const;
    int ask(std::string const& command) const;
    int prompt() const;
    Completion completion(std::string_view line) const;
 
    std::string socket_;
    std::vector<std::string> words_;
-   bool json_ = false;
+   OutputFormat format_;
    std::vector<CLI::App const*> commands_;
    CLI::App* explain_ = nullptr;
 };

@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <utility>
 
-#include "agent/report/RouteStateName.h"
 #include "platform/Format.h"
 
 namespace Agent {
@@ -385,17 +384,24 @@ bool LiveAgent::inHardware(LiveRoutes::Known const& known) const {
    return view && view->state() == VelMroute::RouteState::inHardware;
 }
 
-LiveAgent::RouteText LiveAgent::textOf(Kernel::RouteKey const& key,
-                                       LiveRoutes::Known const& known) const {
-   if (!known.decision.inHardware()) return {"cpu", known.decision.text};
-   auto const view = viewOf(known);
-   if (!view) return {"waiting", disconnected_};
-   if (view->state() != VelMroute::RouteState::inHardware) {
-      return {std::string(nameOf(view->state())), view->reason()};
+LiveAgent::KnownState LiveAgent::stateOf(Kernel::RouteKey const& key,
+                                         LiveRoutes::Known const& known) const {
+   RouteDecision const& decision = known.decision;
+   if (!decision.inHardware()) {
+      return {.state = ReportedState::trapped,
+              .trapReason = nameOf(decision.reason),
+              .reason = decision.text};
    }
-   if (auto const fault = keepAlive_->fault(key)) return {"hardware", *fault, true};
-   if (isHeld(key)) return {"hardware", "held: its daemon restarts"};
-   return {"hardware", ""};
+   auto const view = viewOf(known);
+   if (!view)
+      return {.state = ReportedState::waiting, .waitsFor = "switch", .reason = disconnected_};
+   KnownState state{.state = reportedState(view->state()),
+                    .waitsFor = std::string(waitsFor(view->state())),
+                    .reason = view->reason()};
+   if (state.state != ReportedState::offloaded) return state;
+   if (isHeld(key)) state.reason = "held: its daemon restarts";
+   state.fault = keepAlive_->fault(key).value_or("");
+   return state;
 }
 
 std::unique_ptr<KeepAlive> LiveAgent::newKeepAlive() {

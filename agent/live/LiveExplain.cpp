@@ -5,32 +5,11 @@
 #include <nlohmann/json.hpp>
 
 #include "agent/explain/ExplainJson.h"
+#include "agent/live/LiveRouteRow.h"
 
 namespace Agent {
 
 using nlohmann::ordered_json;
-
-namespace {
-
-ordered_json kernelJson(LiveAgent const& agent, Kernel::RouteKey const& key,
-                        LiveRoutes::Known const& known) {
-   auto const text = agent.textOf(key, known);
-   ordered_json oifs = ordered_json::array();
-   for (Qor::U32 const output : known.route.outputs)
-      oifs.push_back(agent.interfaceName(output));
-   ordered_json route{{"src", key.source.isUnspecified() ? "*" : key.source.toString()},
-                      {"dst", key.group.toString()},
-                      {"table", key.table},
-                      {"iif", nullptr},
-                      {"oifs", std::move(oifs)},
-                      {"state", text.state}};
-   if (known.route.input) route["iif"] = agent.interfaceName(known.route.input);
-   if (!text.reason.empty()) route["reason"] = text.reason;
-   if (text.fault) route["fault"] = true;
-   return route;
-}
-
-}  // namespace
 
 ordered_json liveExplainJson(LiveAgent const& agent, RouteQuestion question) {
    ordered_json kernel = ordered_json::array();
@@ -39,7 +18,7 @@ ordered_json liveExplainJson(LiveAgent const& agent, RouteQuestion question) {
       bool const same = key.group == asked.group().address() &&
                         (question.ofGroup || key.source == asked.source().address());
       if (!same) continue;
-      kernel.push_back(kernelJson(agent, key, known));
+      kernel.push_back(routeJson(routeRow(agent, key, known)));
       // The packets of a route that the switch does not have come in by the kernel's interface.
       bool const mapped = agent.hasSwitch() && known.route.input && !question.ofGroup;
       if (!mapped || known.wanted || question.iif) continue;
@@ -58,12 +37,11 @@ ordered_json liveExplainJson(LiveAgent const& agent, RouteQuestion question) {
 void printLiveExplanation(std::ostream& os, ordered_json const& explanation) {
    for (ordered_json const& route : explanation.at("kernel")) {
       std::string oifs;
-      for (ordered_json const& oif : route.at("oifs"))
-         oifs += (oifs.empty() ? "" : " ") + oif.get<std::string>();
+      for (ordered_json const& output : route.at("multipath"))
+         oifs += (oifs.empty() ? "" : " ") + output.at("oif").get<std::string>();
       fmt::print(os, "({}, {}) of table {} in {} out {}: {}{}\n",
                  route.at("src").get<std::string>(), route.at("dst").get<std::string>(),
-                 route.at("table").get<Qor::U32>(),
-                 route.at("iif").is_null() ? "-" : route.at("iif").get<std::string>(),
+                 route.at("table").get<Qor::U32>(), route.value("iif", "-"),
                  oifs.empty() ? "-" : oifs, route.at("state").get<std::string>(),
                  route.contains("reason") ? ": " + route.at("reason").get<std::string>() : "");
    }

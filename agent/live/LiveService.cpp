@@ -57,7 +57,7 @@ ControlAnswer LiveService::handle(ControlRequest const& request) {
 }
 
 ControlAnswer LiveService::answer(ControlRequest const& request) {
-   LiveAnswer made = answerTo(agent_, request.line, request.json);
+   LiveAnswer made = answerTo(agent_, request.line, request.format);
    if (!made.good) return ControlAnswer::failed(std::move(made.text));
    return {std::move(made.text)};
 }
@@ -66,7 +66,7 @@ ControlAnswer LiveService::watch(ControlRequest const& request, std::string_view
    if (!agent_.hasSwitch()) return ControlAnswer::failed(agent_.disconnected());
    Watcher& made = watchers_[request.client];
    made.inspector =
-         std::make_unique<Inspector>(agent_, made.text, request.json, Inspector::Rights::reading);
+         std::make_unique<Inspector>(agent_, made.text, request.format, Inspector::Rights::reading);
    std::istringstream words{std::string(paths)};
    for (std::string path; words >> path;) {
       if (made.inspector->evaluate("watch " + path) != Inspector::Outcome::failed) continue;
@@ -100,8 +100,9 @@ LiveFigures LiveService::figures() const {
    LiveFigures figures;
    std::map<std::pair<std::string, std::string>, Qor::U64> counts;
    for (auto const& [key, known] : agent_.routes().routes()) {
-      auto const text = agent_.textOf(key, known);
-      ++counts[{text.state, known.decision.inHardware() ? "" : nameOf(known.decision.reason)}];
+      auto const state = agent_.stateOf(key, known);
+      ++counts[{std::string(nameOf(state.state)),
+                state.waitsFor.empty() ? state.trapReason : state.waitsFor}];
    }
    // The words outlive the figures, which refer to them until the next scrape.
    words_.clear();

@@ -10,20 +10,19 @@
 
 namespace Agent {
 
-void printRunReport(std::vector<View> const& show, bool json, Switch const& theSwitch,
-                    nlohmann::ordered_json summary) {
-   nlohmann::ordered_json views = nlohmann::ordered_json::object();
-   for (View const view : show)
-      views[std::string(nameOf(view))] = viewJson(view, theSwitch);
-   if (json) {
-      if (!views.empty()) summary["tables"] = std::move(views);
-      std::cout << summary.dump(1) << '\n';
-      return;
+using nlohmann::ordered_json;
+
+void printRunReport(std::vector<ViewRequest> const& show, OutputFormat format,
+                    Switch const& theSwitch, ordered_json summary) {
+   if (format.json && !show.empty()) {
+      ordered_json tables = ordered_json::object();
+      for (ViewRequest const& request : show)
+         tables.update(viewDocument(request.view, viewContent(request, theSwitch)));
+      summary["tables"] = std::move(tables);
    }
-   for (View const view : show) {
-      printView(std::cout, view, views.at(std::string(nameOf(view))));
-      std::cout << '\n';
-   }
+   if (format.json) return printJson(std::cout, summary, format.style);
+   for (ViewRequest const& request : show)
+      std::cout << viewText(request.view, viewContent(request, theSwitch), format.width) << '\n';
    printSummary(std::cout, summary);
 }
 

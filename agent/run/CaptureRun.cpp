@@ -192,7 +192,7 @@ class Run final : public InspectedRun {
       }
       theSwitch.readBack();
       auto summary = summaryJson(figures_, theSwitch, options_.check ? &check : nullptr);
-      printRunReport(options_.show, options_.json, theSwitch, summary);
+      printRunReport(options_.show, options_.format, theSwitch, summary);
       if (!check.passed()) printDifferences(check.differences);
       bool const good = printHookFaults(theSwitch) && check.passed() &&
                         passesStrict(options_.strict, fallenShort());

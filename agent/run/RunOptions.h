@@ -8,6 +8,7 @@
 
 #include "agent/explain/RouteQuestion.h"
 #include "agent/inspect/InspectPrompt.h"
+#include "agent/report/OutputFormat.h"
 #include "agent/report/Views.h"
 #include "agent/switch/PlatformChoice.h"
 
@@ -19,10 +20,10 @@ struct RunOptions {
    std::string chipText;      // options of the simulated chip, which override those of a scenario
    std::string timelineFile;  // empty: no timeline
    std::string reportFile;    // empty: no report
-   std::vector<View> show;
+   std::vector<ViewRequest> show;
    PlatformSource platforms = simulatedPlatform;
    std::optional<PathKind> path;  // nothing: the path of the scenario, or PathKind::async
-   bool json = false;
+   OutputFormat format;
    bool check = true;
    bool checkHooks = false;  // compare the calls of the hooks with their contract
    bool keepGoing = false;
@@ -45,7 +46,7 @@ struct RunOptions {
    }
 
    bool inspects() const { return inspect || !evals.empty() || question; }
-   InspectOptions inspected() const { return {evals, inspect, json}; }
+   InspectOptions inspected() const { return {evals, inspect, format}; }
 };
 
 }  // namespace Agent

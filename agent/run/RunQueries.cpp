@@ -15,8 +15,8 @@ InspectResult query(InspectedRun& run, RunOptions const& options) {
    InspectResult result;
    try {
       auto const answer = explainJson(Explainer(run.theSwitch()).answer(*options.question));
-      if (options.json) {
-         printJson(std::cout, answer);
+      if (options.format.json) {
+         printJson(std::cout, answer, options.format.style);
       } else {
          printExplanation(std::cout, answer);
       }

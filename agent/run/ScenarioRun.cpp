@@ -26,12 +26,9 @@ ordered_json scenarioJson(ScenarioFile const& file, ScenarioPlayer const& player
    ordered_json failures = ordered_json::array();
    for (auto const& failure : player.failures())
       failures.push_back(failure.toString());
-   return {{"title", file.settings.title},
-           {"lines", player.played()},
-           {"expectations", player.expectations()},
-           {"packets", player.packets()},
-           {"seconds", Qor::now()},
-           {"failures", failures}};
+   return {{"title", file.settings.title},          {"lines", player.played()},
+           {"expectations", player.expectations()}, {"packets", player.packets()},
+           {"durationSeconds", Qor::now()},         {"failures", failures}};
 }
 
 // A scenario under the commands of the inspector. The expectations up to the present time count.
@@ -113,7 +110,7 @@ int runScenario(RunOptions const& options) {
    Switch theSwitch(options.platform(path, file.settings.platformOptions()), std::move(intfMap));
    ReportFile page(options.reportFile, theSwitch);
    TimelineFile timeline(options.timelineFile, theSwitch, page.recorder());
-   SwitchTestbed testbed(theSwitch, timeline.timeline(), options.json, page.outages());
+   SwitchTestbed testbed(theSwitch, timeline.timeline(), options.format.json, page.outages());
    ScenarioPlayer player(testbed, file.lines);
    if (options.until) {
       player.playUntil(*options.until);
@@ -138,7 +135,7 @@ int runScenario(RunOptions const& options) {
    figures.interruptedBy = interruptName();
    ordered_json summary = summaryJson(figures, theSwitch, nullptr);
    summary["scenario"] = scenarioJson(file, player);
-   printRunReport(options.show, options.json, theSwitch, summary);
+   printRunReport(options.show, options.format, theSwitch, summary);
    printFailures(player);
    bool const good = printHookFaults(theSwitch) && player.failures().empty() &&
                      passesStrict(options.strict, shortfalls(figures.badLines, theSwitch));

@@ -3,8 +3,9 @@
 #include <iostream>
 #include <set>
 
-#include "agent/report/RouteStateName.h"
+#include "agent/report/OutputFormat.h"
 #include "agent/report/Views.h"
+#include "agent/scenario/RouteStateName.h"
 #include "platform/Format.h"
 
 namespace Agent {
@@ -287,10 +288,9 @@ std::vector<std::string> SwitchTestbed::forwardingFaults() {
 void SwitchTestbed::show(std::vector<std::string> const& views) {
    if (quiet_) return;
    switch_.readBack();
-   for (std::string const& name : views) {
-      View const view = *viewNamed(name);
-      printView(std::cout, view, viewJson(view, switch_));
-      std::cout << '\n';
+   for (std::string const& text : views) {
+      ViewRequest const request = viewRequest(text);
+      std::cout << viewText(request.view, viewContent(request, switch_), terminalWidth()) << '\n';
    }
 }
 

@@ -103,11 +103,7 @@ class Soak {
    }
 
    void print() const {
-      ordered_json const j = json();
-      if (options_.json) {
-         std::cout << j.dump(1) << '\n';
-         return;
-      }
+      if (options_.format.json) return printJson(std::cout, json(), options_.format.style);
       auto const n = [](std::uint64_t value) { return std::to_string(value); };
       std::cout << "operations     " << operations_ << " in " << episodes_ << " episodes:";
       char const* separator = " ";

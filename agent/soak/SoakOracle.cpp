@@ -5,7 +5,7 @@
 
 #include "agent/explain/Explainer.h"
 #include "agent/explain/TraceWords.h"
-#include "agent/report/RouteStateName.h"
+#include "agent/scenario/RouteStateName.h"
 
 namespace Agent {
 
