@@ -130,7 +130,8 @@ void addRun(CLI::App& app, RunOptions& options, Texts& texts) {
          "   ip -ts -o monitor mroute link | velmroute run -\n"
          "A FILE that begins with '{' is a scenario, and must be the only FILE: "
          "docs/scenarios.md.\n"
-         "Exit code: 0 done, 1 bad input or a failed check, 2 bad usage.");
+         "Exit code: 0 done, 1 bad input, a failed check or failed output, 2 bad usage, 3 "
+         "interrupted.");
    run->add_option("FILE", options.files, "captures, replayed one after another, or one scenario")
          ->required();
    addPlay(run, options, texts);
@@ -143,6 +144,8 @@ void addRun(CLI::App& app, RunOptions& options, Texts& texts) {
                  "compare the chip's forwarding with the end of the capture (on by default)");
    run->add_flag("--check-hooks", options.checkHooks,
                  "compare each call of the platform's hooks with their contract");
+   run->add_flag("--strict", options.strict,
+                 "fail if malformed lines were left out, or no wanted route is in hardware");
    run->add_flag("--inspect", options.inspect,
                  "query the switch by commands, in place of the summary: docs/inspect.md");
    run->add_option("--eval", options.evals, "run one such command; the command 'help' lists them")
@@ -170,7 +173,7 @@ CLI::App* addSoak(CLI::App& app, SoakOptions& options, Texts& texts) {
          "scenarios "
          "in\nFILE... are played under the same comparison. A fault is printed with the shortest "
          "scenario that\nreproduces it: docs/soak.md.\n"
-         "Exit code: 0 no fault, 1 bad input or a fault, 2 bad usage.");
+         "Exit code: 0 no fault, 1 bad input or a fault, 2 bad usage, 3 interrupted.");
    soak->add_option("FILE", options.files, "scenarios to play in place of random ones");
    soak->add_option("--seed", options.seed, "seed of the first episode")->capture_default_str();
    soak->add_option("--ops", options.operations, "number of operations on each path")
@@ -193,7 +196,7 @@ CLI::App* addCheck(CLI::App& app, CheckOptions& options, std::string& platform) 
          "check", "find mistakes in the hooks of a platform: packets, full tables, random lives");
    check->footer(
          "Each numbered check is passed, failed or left out, with the reason: docs/kit.md.\n"
-         "Exit code: 0 no check failed, 1 a check failed, 2 bad usage.");
+         "Exit code: 0 no check failed, 1 a check failed, 2 bad usage, 3 interrupted.");
    addPlatform(check, platform)->capture_default_str();
    check->add_option("--seed", options.seed, "seed of the first random life")
          ->capture_default_str();
@@ -215,8 +218,9 @@ CLI::App* addAgent(CLI::App& app, Agent::AgentOptions& options) {
    agent->footer(
          "TERM and INT end the agent, and the switch forwards on; HUP reads FILE again: "
          "docs/live.md.\n"
-         "Exit code: 0 ended by a signal, 1 faults in FILE or no access to the kernel, 2 bad "
-         "usage.");
+         "Exit code: 0 done with --check-config, 1 faults in FILE or no access to the kernel, 2 "
+         "bad "
+         "usage,\n3 ended by a signal.");
    agent->add_option("--config", options.configFile, "configuration")
          ->type_name("FILE")
          ->capture_default_str();
@@ -227,6 +231,12 @@ CLI::App* addAgent(CLI::App& app, Agent::AgentOptions& options) {
    agent->add_option("--log", options.log, "level of the log, in place of that of FILE")
          ->check(oneOf({"error", "warning", "notice", "info", "debug"}));
    return agent;
+}
+
+// The error line for a wrong command line.
+std::string usageText(std::string text) {
+   std::replace(text.begin(), text.end(), '\n', ' ');
+   return "velmroute: " + text + "; run with --help for more information\n";
 }
 
 // The error text for a first word that is no subcommand; empty for a subcommand or an option.
@@ -273,6 +283,8 @@ int runProgram(int argc, char** argv) {
    CLI::App app("Programs multicast routes into the tables of a switch chip.", "velmroute");
    app.set_version_flag("--version", "velmroute " VELMROUTE_VERSION_STRING);
    app.require_subcommand(1);
+   app.failure_message(
+         [](CLI::App const*, CLI::Error const& error) { return usageText(error.what()); });
    RunOptions options;
    Texts texts;
    addRun(app, options, texts);
@@ -287,7 +299,7 @@ int runProgram(int argc, char** argv) {
    Agent::ControlCommands control(app);
    addExplainFiles(control.explain(), options, texts);
    if (auto const wrong = unknownSubcommand(app, argc, argv); !wrong.empty()) {
-      Agent::printError(wrong + "\nRun with --help for more information.");
+      Agent::printErrorText(usageText(wrong));
       return Agent::exitUsage;
    }
    try {
@@ -323,7 +335,7 @@ int runProgram(int argc, char** argv) {
       return Agent::runCheck(checkOptions);
    }
    if (options.until && !options.inspects()) {
-      std::cerr << "--until stops the run for commands, so it needs --inspect or --eval\n";
+      Agent::printError("--until stops the run for commands, so it needs --inspect or --eval");
       return Agent::exitUsage;
    }
    choosePlatform(texts, options);
@@ -331,7 +343,7 @@ int runProgram(int argc, char** argv) {
       options.show.push_back(*Agent::viewNamed(show));
    for (std::string const& trace : texts.traces) {
       if (auto const wrong = Agent::applyTraceOption(trace)) {
-         std::cerr << *wrong << '\n';
+         Agent::printError(*wrong);
          return Agent::exitUsage;
       }
    }

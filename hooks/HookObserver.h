@@ -30,6 +30,7 @@ struct HookWrite {
    Qor::U32 vrfId = 0;
    Routing::Multicast::Fib::IpGenRouteKey const* key = nullptr;
    std::optional<Qor::U32> set = {};
+   std::optional<Qor::U32> before = {};  // of pointEntry: the set at which the entry pointed
 };
 
 class HookObserver : public Qor::RefCounted {

@@ -145,10 +145,10 @@ void Shadow::entryMade(RouteHandle handle, Entry entry) {
 void Shadow::entryPointed(RouteHandle handle, U32 index, HookCall const& call) {
    Entry& entry = entries_.at(handle.value()).entry;
    count(entry, -1);
-   entry.set = index;
+   auto const before = std::exchange(entry.set, index);
    entry.lastCall = call;
    count(entry, 1);
-   notify(Action::pointEntry, handle.value(), entry);
+   notify(Action::pointEntry, handle.value(), entry, before);
 }
 
 void Shadow::entryDeleted(RouteHandle handle, HookCall const& call) {

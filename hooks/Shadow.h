@@ -163,9 +163,11 @@ class Shadow final {
    void notify(HookWrite::Action action, Qor::U32 index, HookCall const& call) const {
       if (observer_) observer_->wrote({call, action, index});
    }
-   void notify(HookWrite::Action action, Qor::U32 handle, Entry const& entry) const {
+   void notify(HookWrite::Action action, Qor::U32 handle, Entry const& entry,
+               std::optional<Qor::U32> before = {}) const {
       if (!observer_) return;
-      observer_->wrote({entry.lastCall, action, handle, entry.vrfId, &entry.key, entry.set});
+      observer_->wrote(
+            {entry.lastCall, action, handle, entry.vrfId, &entry.key, entry.set, before});
    }
 
    HookObserver* observer_ = nullptr;

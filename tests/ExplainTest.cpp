@@ -63,7 +63,7 @@ class Explained {
    // The groups of the routes above take all room.
    static Sim::ChipConfig config(PathKind path) {
       Sim::ChipConfig config;
-      config.groups = path == PathKind::async ? 5 : 4;
+      config.groups = path == PathKind::async ? 6 : 4;
       return config;
    }
    PlatformChoice choice() const {
@@ -158,6 +158,7 @@ TEST_P(Explain, TheCauseComesFirst) {
           line(R"({"at": 0, "withdraw": {"src": "10.0.0.2", "dst": "239.1.1.1"}})"),
           "10.0.0.2,239.1.1.1",
           {R"(^No route \(10.0.0.2, 239.1.1.1\) is wanted in any VRF\.\n)",
+           R"(nearest +did you mean \(10.0.0.2, 239.1.1.2\)\?\n)",
            R"(packets +from every interface in VRF default: no entry matches, and they are dropped)"}},
          {"an unknown source",
           nothing,
@@ -169,7 +170,7 @@ TEST_P(Explain, TheCauseComesFirst) {
           "239.1.1.9",
           {R"(^\(\*, 239.1.1.9\) in VRF default: output rtr4 is down: nothing comes out there\n +tables)"}},
          {"a boundary entry",
-          line(R"({"at": 0, "route": {"src": "10.0.0.2", "dst": "239.4.1.1", "iif": "rtr0", "bridge": true}})"),
+          line(R"({"at": 0, "route": {"src": "10.0.0.2", "dst": "239.4.1.1", "iif": "rtr0", "oifs": [], "bridge": true}})"),
           sync ? "10.0.0.2,239.4.1.1" : "",
           {R"(: offloaded; packets from rtr0 stay in their vlan\.\n)"}},
    };
@@ -184,7 +185,7 @@ TEST_P(Explain, TheCauseComesFirst) {
    }
 }
 
-// A write is found by its call while the ring has it, and the ring says what it has lost.
+// A write is found by its call while the ring has it, and the ring counts the lost events.
 TEST(SwitchHistory, KeepsTheLatestEventsAndCompletesTheirWrites) {
    auto const history = Qor::make<SwitchHistory>(4);
    auto const write = [&](Qor::U64 call) {

@@ -644,8 +644,7 @@ TEST_F(LiveAgentOnFakes, AnswersQuestionsAndRefusesChanges) {
          {"explain 10.0.0.9,239.0.0.2", true,
           "cpu: output interface 9 has no port\nNo route (10.0.0.9, 239.0.0.2) is wanted in any "
           "VRF"},
-         {"explain 10.0.0.9,239.0.0.2", true,
-          "no entry matches, and they go to the CPU   [read at"},
+         {"explain 10.0.0.9,239.0.0.2", true, "no entry matches, and they go to the CPU   ["},
          {"explain 239.0.0.1", true, "(10.0.0.9, 239.0.0.1) in VRF default: offloaded;"},
          {"explain *,239.0.0.1", true, "The kernel has no such route"},
          {"explain \x1b[2J", false, "is not a route"},

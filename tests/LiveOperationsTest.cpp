@@ -20,7 +20,7 @@
 #include "agent/live/LiveLog.h"
 #include "agent/live/MetricsServer.h"
 #include "agent/live/ServiceNotice.h"
-#include "agent/live/Signals.h"
+#include "agent/live/SignalSource.h"
 
 namespace {
 
@@ -562,13 +562,15 @@ TEST_F(LogTest, DoesNotWaitForAReader) {
 
 TEST_F(LiveOperations, SignalsAndNoticesPassThroughTheLoop) {
    std::vector<std::string> events;
-   Signals signals([&] { events.emplace_back("stop"); }, [&] { events.emplace_back("reload"); });
+   SignalSource signals([&] { events.emplace_back("stop"); },
+                        [&] { events.emplace_back("reload"); });
    loop_.add(signals);
-   for (int const number : {SIGHUP, SIGTERM, SIGINT}) {
+   for (int const number : {SIGHUP, SIGHUP, SIGTERM, SIGHUP}) {
       ::raise(number);
       turns(1);
    }
-   EXPECT_EQ(events, (Strings{"reload", "stop", "stop"}));
+   EXPECT_EQ(events, (Strings{"reload", "reload", "stop", "reload"}));
+   EXPECT_EQ(interruptName(), "TERM");
 
    int const manager = ::socket(AF_UNIX, SOCK_DGRAM | SOCK_NONBLOCK, 0);
    sockaddr_un const address = unixAddress(path_);

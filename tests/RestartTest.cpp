@@ -291,7 +291,7 @@ TEST(Restart, AFailureOfOneRouteReroutesAnotherOnlyIfNoGroupIsAvailableAndIsExpl
       expectText(2,
                  "found entries point at this group as well, and a rewrite changes them: "
                  "(10.0.0.2, 239.1.1.1)\n");
-      expectText(1, "forwards by group 0, which is also the group of (10.0.0.2, 239.1.1.2)\n");
+      expectText(1, "forwards by group 0, which is also the group of (10.0.0.2, 239.1.1.2)");
       chip.run(5);  // the route is replayed, and waits for the end of the replay
       expectText(1,
                  "until then its found entry forwards by group 0, which is also the group of "

@@ -1,6 +1,7 @@
 // `velmroute run`: replays of the bundled captures on the simulated switch, the check of the
 // forwarding, and the program as a whole.
 #include <gtest/gtest.h>
+#include <string.h>  // NOLINT(modernize-deprecated-headers): sigabbrev_np() is of glibc
 #include <sys/stat.h>
 #include <sys/wait.h>
 
@@ -228,8 +229,15 @@ TEST(Program, ExitCodesAndMessagesMatchTheResult) {
          {"check --only make-befor-break", 2, "", "; did you mean make-before-break?"},
          {"run " + good + " /none", 1, "", "/none: cannot open: No such file"},
          {"run --map " + badMap + ' ' + good, 1, "", badMap + ":2: \"vlan=5000\" is out of range"},
-         {"run " + bad, 1, "", "\n    (10.0.0.2,240.1.1.1) nonsense\n"},
-         {"run --keep-going " + bad + ' ' + good, 0, "bad lines      1\n", bad + ":6: "},
+         {"run " + bad, 1, "", ": (10.0.0.2,240.1.1.1) nonsense\n"},
+         {"run --keep-going " + bad + ' ' + good, 0, "\nshortfall      1 bad line was left out\n",
+          "velmroute: " + bad + ":6:"},
+         {"run --keep-going --strict " + bad, 1, "shortfall ",
+          "velmroute: 1 bad line was left out\n"},
+         {"run --strict " + good, 0, "check          passed", ""},
+         {"run --strict --chip groups=0 " + good, 1, "none of 3 routes is in hardware\n",
+          "velmroute: none of 3 routes is in hardware\n"},
+         {"run --keep-goin " + good, 2, "", "velmroute: The following argument was not expected"},
          {"run " + good, 0, "check          passed: 4 routes forward as the capture says\n", ""},
          {"run --show chip --map " + map + ' ' + good, 0, "\nrtr0       7     100   yes\n", ""},
          {"run --trace '2:Vel*' " + good + ' ' + good, 0, "passed", "Found existing"},
@@ -249,24 +257,24 @@ TEST(Program, ExitCodesAndMessagesMatchTheResult) {
    }
 }
 
-TEST(Program, AFailedWriteOfTheOutputIsReported) {
+TEST(Program, AFailedWriteOfTheOutputIsReportedUnlessTheReaderHasEnded) {
    TempDir const dir;
    std::string const good = dir.file("good", fourRoutes), pipe = dir.path("pipe");
    ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
    for (std::string const& args : {"run " + good, "run -j " + good, std::string("--help")}) {
       Ran const full = velmroute(args, "exec >/dev/full; ");
       EXPECT_EQ(full.code, 1);
-      EXPECT_EQ(full.err, "<stdout>: cannot write: No space left on device\n");
+      EXPECT_EQ(full.err, "velmroute: <stdout>: cannot write: No space left on device\n");
       Ran const unread = velmroute(args, "exec 3<>" + pipe + " >" + pipe + " 3<&-; ");
       EXPECT_EQ(unread.code, 1);
-      EXPECT_EQ(unread.err, "<stdout>: cannot write: Broken pipe\n");
+      EXPECT_EQ(unread.err, "");  // as if the rest were not wanted
    }
 }
 
 // A malformed line is reported when it is read, so the report shows that all earlier lines were
 // read.
 TEST(Program, StandardInputIsReadAsItArrivesUntilItsEndOrAnInterrupt) {
-   for (bool const interrupt : {false, true}) {
+   for (int const interrupt : {0, SIGINT, SIGTERM, SIGHUP}) {
       TempDir const dir;
       std::string const out = dir.path("out"), err = dir.path("err"), pid = dir.path("pid");
       ASSERT_EQ(mkfifo(err.c_str(), 0600), 0);
@@ -282,17 +290,20 @@ TEST(Program, StandardInputIsReadAsItArrivesUntilItsEndOrAnInterrupt) {
          for (std::string line; line.find(error) && std::getline(errors, line);) {
          }
       };
-      writeAndAwait(std::string(fourRoutes) + "one\n", "<stdin>:6: ");
+      writeAndAwait(std::string(fourRoutes) + "one\n", "velmroute: <stdin>:6:");
       writeAndAwait(
             "[2026-07-30T10:00:09.000000] (10.0.0.2,239.1.1.9) Iif: rtr0 Oifs: rtr1 State: "
             "resolved Table: default\ntwo\n(10.0.0.2,239.1",
-            "<stdin>:8: ");
+            "velmroute: <stdin>:8:");
       if (interrupt) {
-         kill(std::stoi(contentOf(pid)), SIGINT);
+         kill(std::stoi(contentOf(pid)), interrupt);
          errors.ignore(std::numeric_limits<std::streamsize>::max());  // until the program ends
       }
-      EXPECT_EQ(pclose(input), 0);
+      int const status = pclose(input);
+      EXPECT_EQ(WEXITSTATUS(status), interrupt ? 3 : 0);
       auto const summary = ordered_json::parse(contentOf(out));
+      EXPECT_EQ(summary["interrupted"], interrupt != 0);
+      EXPECT_EQ(summary.value("signal", ""), interrupt ? sigabbrev_np(interrupt) : "");
       EXPECT_EQ(summary["routes"]["inHardware"], 5);
       EXPECT_EQ(summary["events"]["total"], 6);
       // An interrupt drops the incomplete last line. At the end of the input that line is

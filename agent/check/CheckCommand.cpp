@@ -5,9 +5,11 @@
 
 #include "agent/input/PrintableText.h"
 #include "agent/input/Suggestion.h"
+#include "agent/process/Signals.h"
 #include "agent/report/ErrorOutput.h"
 #include "agent/report/ExitCode.h"
 #include "agent/report/Output.h"
+#include "agent/report/Progress.h"
 #include "kit/Kit.h"
 
 namespace Agent {
@@ -22,6 +24,8 @@ int runCheck(CheckOptions const& options) {
       return exitUsage;
    }
    try {
+      Signals const signals;
+      Progress progress;
       VelMroute::PlatformOptions small;
       small.add("groups=32,routes=64,boundaries=16");
       PlatformChoice const platform = options.platform.source(options.platform.path, small);
@@ -32,17 +36,26 @@ int runCheck(CheckOptions const& options) {
       settings.steps = options.steps;
       settings.room = options.room;
       settings.only = options.only;
+      settings.onCheck = [&](std::size_t done, std::size_t all) {
+         progress.show(done, all, "checks");
+      };
+      settings.interrupted = [] { return interrupted(); };
       // The other VRF of a module's chip is not known.
       if (platform.virtualTime) settings.otherVrfId = Vel::VrfId(settings.vrfId.value() + 1);
       VelMroute::KitReport const report = VelMroute::Kit(platform.make, settings).run();
+      bool const cut = std::ranges::any_of(report.findings, [](auto const& finding) {
+         return finding.reason == VelMroute::kitInterrupted;
+      });
       if (options.tap) {
          printTap(std::cout, report);
+         if (cut) std::cout << "Bail out! interrupted by " << interruptName() << '\n';
       } else {
          print(std::cout, report);
+         if (cut) std::cout << "interrupted by " << interruptName() << '\n';
       }
-      return outputWritten() && report.passed() ? exitDone : exitFailed;
+      return exitCode(outputWritten() && report.passed(), cut);
    } catch (std::exception const& error) {
-      std::cerr << "the platform cannot be checked: " << error.what() << '\n';
+      printError(std::string("the platform cannot be checked: ") + error.what());
       return exitFailed;
    }
 }

@@ -137,6 +137,7 @@ ordered_json nearJson(RouteAnswer::Near const& near) {
       takers.push_back(std::move(one));
    }
    return {{"sameGroup", someJson(near.sameGroup)},
+           {"nearest", near.nearest},
            {"otherVrfs", std::move(otherVrfs)},
            {"takenBy", std::move(takers)}};
 }

@@ -299,6 +299,12 @@ class ExplanationText {
                  ofGroup ? "of group " + text(asked, "dst") : keyOf(asked),
                  asked.contains("vrf") ? "VRF " + text(asked, "vrf") : "any VRF");
       ordered_json const& near = all_.at("near");
+      if (ordered_json const& nearest = near.at("nearest"); !nearest.empty()) {
+         std::string names;
+         for (ordered_json const& name : nearest)
+            names += (names.empty() ? "" : " or ") + name.get<std::string>();
+         line("nearest", "did you mean {}?", names);
+      }
       if (!near.at("otherVrfs").empty()) {
          std::string vrfs;
          for (ordered_json const& vrf : near.at("otherVrfs"))
@@ -326,10 +332,10 @@ class ExplanationText {
          return line("packets", "{} in VRF {}: the entry of {} does not accept them, and they {}{}",
                      from.substr(1), vrf, keyOf(entry), fate, originOf(packet));
       }
-      std::string const group =
-            taker.contains("groupOf")
-                  ? fmt::format(" by group {}{}", text(taker, "group"), sharedGroup(taker))
-                  : "";
+      std::string const group = taker.contains("groupOf")
+                                      ? fmt::format("; it forwards by group {}{}",
+                                                    text(taker, "group"), sharedGroup(taker))
+                                      : "";
       line("packets", "{} in VRF {}: they match the entry of {}, and {}{}{}",
            from.empty() ? "from every interface" : from.substr(1), vrf, keyOf(entry), fate, group,
            originOf(packet));

@@ -5,6 +5,7 @@
 #include <set>
 #include <sstream>
 
+#include "agent/input/Suggestion.h"
 #include "agent/switch/GroupName.h"
 
 namespace Agent {
@@ -56,7 +57,7 @@ class Explainer::Tables {
          : switch_(theSwitch),
            shadow_(theSwitch.programmer().table().shadow()),
            abilities_(theSwitch.platform().abilities()) {
-      if (theSwitch.canRead()) {
+      if (theSwitch.canRead() && !isStale()) {
          basis_ = Basis::read;
          theSwitch.view().forEachEntry([this](View::Entry const& entry) {
             auto const& [vrfId, key, vlan, boundary] = entry.route;
@@ -110,6 +111,19 @@ class Explainer::Tables {
       bool toCpu = false;
    };
 
+   // Whether a hook was called after the tables were read.
+   bool isStale() const {
+      Qor::Seconds const asOf = switch_.view().asOf();
+      if (!shadow_ || switch_.recovering() || asOf >= Qor::now()) return false;
+      bool stale = false;
+      auto const look = [&](VelMroute::HookCall const& call) { stale = stale || call.time > asOf; };
+      shadow_->forEachSet([&](Qor::U32, auto const& set) { look(set.lastCall); });
+      shadow_->forEachEntry(
+            [&](MrouteLib::RouteHandle, auto const& entry) { look(entry.lastCall); });
+      shadow_->forEachDeletedEntry(
+            [&](MrouteLib::RouteHandle, auto const& entry) { look(entry.lastCall); });
+      return stale;
+   }
    void add(Vel::VrfId vrfId, TraceEntry entry) {
       VelMroute::TableEntry matching;
       matching.vrfId = vrfId.value();
@@ -236,7 +250,18 @@ PacketTrace Explainer::packet(VelMroute::Probe::Packet const& packet) const {
 
 RouteAnswer Explainer::answer(RouteQuestion const& question) const {
    if (question.iif && !switch_.interfaceMap().find(*question.iif)) {
-      throw QuestionError(question.iif->name() + " is no interface of the switch");
+      Suggestion suggestion(question.iif->name());
+      for (auto const& intf : switch_.interfaceMap().intfs())
+         suggestion.offer(intf->id.name());
+      throw QuestionError(question.iif->name() + " is no interface of the switch" +
+                          suggestion.text());
+   }
+   if (question.vrf && !switch_.vrfId(*question.vrf)) {
+      Suggestion suggestion(question.vrf->name());
+      for (auto const& [id, wanted] : switch_.wantedRoutes())
+         suggestion.offer(id.vrf.name());
+      if (!suggestion.names().empty())
+         throw QuestionError("no VRF " + question.vrf->name() + suggestion.text());
    }
    RouteAnswer answer;
    answer.question = question;
@@ -286,16 +311,19 @@ RouteAnswer Explainer::answer(RouteQuestion const& question) const {
 RouteAnswer::Near Explainer::near(RouteQuestion const& question) const {
    RouteAnswer::Near near;
    std::set<L3::VrfName> vrfs = {question.vrf.value_or(L3::VrfName("default"))};
+   Suggestion nearest(question.name());
    switch_.programmer().forEach([&](RouteView const& route) {
       bool const asked = !question.vrf || route.vrf() == *question.vrf;
       if (asked) {
          vrfs.insert(route.vrf());
+         nearest.offer(question.ofGroup ? route.key().group().toString() : route.key().pretty());
          if (route.key().group() == question.key.group())
             near.sameGroup.add({route.vrf(), route.key()});
       } else if (route.key() == question.key && near.otherVrfs.size() < SomeRoutes::named) {
          near.otherVrfs.push_back(route.vrf());
       }
    });
+   near.nearest = nearest.names();
    for (L3::VrfName const& vrf : vrfs) {
       auto const id = switch_.vrfId(vrf);
       if (!id || near.takers.size() == SomeRoutes::named) continue;

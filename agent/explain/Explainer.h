@@ -32,6 +32,7 @@ struct RouteAnswer {
          SomeRoutes groupOf;  // during a replay: the holders of the found entry's group
       };
       SomeRoutes sameGroup;
+      std::vector<std::string> nearest;    // routes or groups whose names differ least
       std::vector<L3::VrfName> otherVrfs;  // in which the route is wanted
       std::vector<Taker> takers;           // by VRF
    };

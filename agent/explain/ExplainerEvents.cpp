@@ -42,14 +42,21 @@ std::vector<Use> usesOf(std::vector<HistoryEvent const*> const& events, auto con
       if (event.kind != Kind::write) continue;
       if (event.action == Action::makeSet) made[event.number] = i;
       if (!event.ofEntry() || !isOwn(event)) continue;
-      if (event.action == Action::deleteEntry) {
-         ends(event.number, i);
-      } else if (event.hasSet) {
-         ends(event.number, i);
-         auto const making = made.find(event.set);
-         at[event.number] = uses.size();
-         uses.push_back({event.set, making == made.end() ? i : making->second, open});
+      auto const begins = [&](Qor::U32 set, std::size_t otherwise) {
+         auto const making = made.find(set);
+         return making == made.end() ? otherwise : making->second;
+      };
+      // The ring has lost the event that pointed the entry at its set before.
+      bool const deletes = event.action == Action::deleteEntry;
+      bool const hadSet = deletes ? event.hasSet : event.hasBefore;
+      if (hadSet && !at.contains(event.number)) {
+         Qor::U32 const set = deletes ? event.set : event.before;
+         uses.push_back({set, begins(set, 0), i});
       }
+      ends(event.number, i);
+      if (deletes || !event.hasSet) continue;
+      at[event.number] = uses.size();
+      uses.push_back({event.set, begins(event.set, i), open});
    }
    return uses;
 }

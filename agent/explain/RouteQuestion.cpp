@@ -44,6 +44,9 @@ RouteQuestion routeQuestion(std::string_view asked) {
    }
    if (words[0] == "*") words[0] = words[1].find(':') == std::string::npos ? "0.0.0.0" : "::";
    std::string const wrong = routeKeyOf(words[0], words[1], question.key);
+   if (!wrong.empty() && question.ofGroup) {
+      throw QuestionError(printable(inQuotes(words[1])) + " is not a route or a group" + wanted);
+   }
    if (!wrong.empty()) throw QuestionError(printable(wrong) + wanted);
    return question;
 }

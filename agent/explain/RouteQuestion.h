@@ -12,7 +12,7 @@
 
 namespace Agent {
 
-// A text that is no question. what() is the reason, in one line.
+// A text that is no question. The text of the error is the reason, in one line.
 class QuestionError final : public std::runtime_error {
  public:
    using std::runtime_error::runtime_error;

@@ -9,6 +9,7 @@
 #include "agent/input/TraceOption.h"
 #include "agent/inspect/Inspector.h"
 #include "agent/inspect/Rehearsal.h"
+#include "agent/process/Signals.h"
 #include "agent/report/TextTable.h"
 
 namespace Agent {
@@ -199,6 +200,7 @@ void Inspector::change(std::function<void()> const& doIt) {
    if (!run_.theSwitch().forks())
       throw InspectError("the platform has no copies, in which a change could be tried before");
    std::string const why = rehearse(doIt);
+   if (interrupted()) throw InspectError("interrupted during the trial");
    if (!why.empty()) throw InspectError("that would end the agent: " + why);
    changed_ = true;
    doIt();

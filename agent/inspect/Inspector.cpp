@@ -10,6 +10,7 @@
 #include "agent/input/PrintableText.h"
 #include "agent/input/Suggestion.h"
 #include "agent/inspect/Rehearsal.h"
+#include "agent/process/Signals.h"
 #include "agent/report/TextTable.h"
 #include "platform/Format.h"
 
@@ -244,12 +245,23 @@ void Inspector::unwatch(Words const& words) {
 void Inspector::advance(std::function<void()> const& doIt) {
    if (changed_ && run_.inMemory() && run_.theSwitch().forks()) {
       std::string const why = rehearse(doIt);
+      if (interrupted()) throw InspectError("interrupted during the trial");
       if (!why.empty()) throw InspectError("that would end the run: " + why);
    }
    doIt();
 }
 
+void Inspector::printInterrupt(std::string const& signal) {
+   ordered_json const json{{"interrupted", true}, {"signal", signal}, {"time", Qor::now()}};
+   if (json_) {
+      out_ << json.dump() << std::endl;
+   } else {
+      out_ << "interrupted by " << signal << " at " << seconds(Qor::now()) << std::endl;
+   }
+}
+
 void Inspector::printTime() {
+   if (interrupted()) return;
    printResult({{"time", Qor::now()}}, "at " + seconds(Qor::now()) + '\n');
 }
 

@@ -40,6 +40,8 @@ class Inspector {
    // Outcome::failed, error() is the reason.
    Outcome evaluate(std::string_view line);
    std::string const& error() const { return error_; }
+   // Prints that a signal has ended the commands at the present time, or the present command.
+   void printInterrupt(std::string const& signal);
 
    // The completions of the last word of an unfinished line; `limit` bounds Completion::words.
    Completion complete(std::string_view line, std::size_t limit = CompletionList::most) const;

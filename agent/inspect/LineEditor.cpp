@@ -1,14 +1,18 @@
 #include "agent/inspect/LineEditor.h"
 
 #include <histedit.h>
+#include <poll.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
+#include <csignal>
 #include <iostream>
 #include <utility>
 
 #include "agent/input/PrintableText.h"
+#include "agent/process/Signals.h"
 
 namespace Agent {
 
@@ -26,6 +30,7 @@ class LineEditor::Terminal {
       EditLine* const el = editor_.get();
       el_set(el, EL_CLIENTDATA, this);
       el_set(el, EL_PROMPT, &Terminal::prompt);
+      el_set(el, EL_GETCFN, &Terminal::readCharacter);
       el_set(el, EL_EDITOR, "emacs");
       el_set(el, EL_HIST, history, history_.get());
       el_set(el, EL_ADDFN, "complete", "complete a command or a path", &Terminal::completes);
@@ -36,8 +41,12 @@ class LineEditor::Terminal {
    // Returns false at the end of the input.
    bool readLine(std::string& line) {
       int count = 0;
-      char const* const text = el_gets(editor_.get(), &count);
-      if (!text || count <= 0) return false;
+      char const* text = el_gets(editor_.get(), &count);
+      for (; interruptSignal() == SIGINT; text = el_gets(editor_.get(), &count)) {
+         forgetInterrupt();
+         std::cout << "^C\n" << std::flush;
+      }
+      if (!text || count <= 0 || interrupted()) return false;
       line.assign(text, static_cast<std::size_t>(count));
       while (!line.empty() && (line.back() == '\n' || line.back() == '\r'))
          line.pop_back();
@@ -56,6 +65,23 @@ class LineEditor::Terminal {
       Terminal& self = of(el);
       self.prompt_ = self.promptText_();
       return self.prompt_.data();
+   }
+   // Reads a byte. A signal ends the read, and thereby the line, with -1.
+   static int readCharacter(EditLine*, wchar_t* character) {
+      pollfd waits[] = {{STDIN_FILENO, POLLIN, 0}, {interruptFd(), POLLIN, 0}};
+      while (true) {
+         int const ready = poll(waits, std::size(waits), -1);
+         if (interrupted()) {
+            errno = EINTR;
+            return -1;
+         }
+         if (ready <= 0) continue;
+         unsigned char byte = 0;
+         ssize_t const size = read(STDIN_FILENO, &byte, 1);
+         if (size < 0 && (errno == EINTR || errno == EAGAIN)) continue;
+         *character = byte;
+         return static_cast<int>(size);
+      }
    }
    static unsigned char completes(EditLine* el, int) { return of(el).complete(); }
 

@@ -24,7 +24,8 @@ class LineEditor {
    LineEditor(LineEditor const&) = delete;
    LineEditor& operator=(LineEditor const&) = delete;
 
-   // Returns false at the end of the input.
+   // Returns false at the end of the input (Ctrl-D), and after TERM or HUP (agent/process/Signals.h)
+   // if these are noted. INT (Ctrl-C) then cancels the line, and a new prompt is printed.
    bool readLine(std::string& line);
 
  private:

@@ -7,6 +7,7 @@
 
 #include "agent/inspect/LineEditor.h"
 #include "agent/live/ControlClient.h"
+#include "agent/process/Signals.h"
 #include "agent/report/ErrorOutput.h"
 #include "agent/report/ExitCode.h"
 #include "agent/report/Output.h"
@@ -17,9 +18,6 @@ namespace {
 
 bool print(std::string_view text) {
    return static_cast<bool>(std::cout << text << std::flush);
-}
-bool complain(std::string_view text) {
-   return static_cast<bool>(std::cerr << text);
 }
 
 // The command for a line of the prompt, which takes the commands of the inspector and two others.
@@ -79,7 +77,16 @@ std::optional<int> ControlCommands::run() const {
 
 int ControlCommands::ask(std::string const& command) const {
    try {
-      bool const good = askAgent(socket_, command, json_, print, complain);
+      std::string fault;
+      bool const good = askAgent(socket_, command, json_, print, [&](std::string_view text) {
+         fault += text;
+         return true;
+      });
+      if (json_) {
+         printErrorText(fault);
+      } else if (!fault.empty()) {
+         printError(fault.substr(0, fault.find_last_not_of('\n') + 1));
+      }
       return outputWritten() && good ? exitDone : exitFailed;
    } catch (std::runtime_error const& error) {
       printError(error.what());
@@ -111,6 +118,9 @@ Completion ControlCommands::completion(std::string_view line) const {
 // Each line is a command of a connection of its own. A failed command of a pipe fails the program.
 int ControlCommands::prompt() const {
    bool const typed = LineEditor::possible();
+   // At a terminal INT ends one command, or cancels the line.
+   std::optional<Signals> signals;
+   if (typed) signals.emplace();
    std::optional<LineEditor> editor;
    if (typed) {
       editor.emplace([] { return std::string("agent> "); },
@@ -124,8 +134,10 @@ int ControlCommands::prompt() const {
       std::string const command = line.substr(first, line.find_last_not_of(" \t\r") + 1 - first);
       if (command == "quit") break;
       if (ask(commandAtPrompt(command)) != exitDone && !typed) code = exitFailed;
+      if (interruptSignal() == SIGINT) forgetInterrupt();
+      if (interrupted()) break;
    }
-   return code;
+   return exitCode(code == exitDone, interrupted());
 }
 
 }  // namespace Agent

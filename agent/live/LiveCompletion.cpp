@@ -4,7 +4,6 @@
 #include <sstream>
 
 #include "agent/inspect/Inspector.h"
-#include "agent/live/LiveViews.h"
 
 namespace Agent {
 

@@ -15,10 +15,6 @@
 
 namespace Agent {
 
-inline constexpr std::string_view liveCommands[] = {"show", "explain", "inspect", "watch"};
-inline constexpr std::string_view liveViews[] = {"routes",  "interfaces", "status",
-                                                 "oifsets", "zombies",    "chip"};
-
 struct LiveAnswer {
    bool good = true;
    std::string text;  // of a bad answer: the reason, in one line

@@ -1,8 +1,11 @@
 #include "agent/report/RunReport.h"
 
+#include <fmt/ostream.h>
+
 #include <iostream>
 #include <utility>
 
+#include "agent/report/ErrorOutput.h"
 #include "agent/report/Summary.h"
 
 namespace Agent {
@@ -27,11 +30,13 @@ void printRunReport(std::vector<View> const& show, bool json, Switch const& theS
 bool printHookFaults(Switch const& theSwitch) {
    VelMroute::HookFaults const* const faults = theSwitch.hookFaults();
    if (!faults || faults->count() == 0) return true;
-   std::cerr << "the hooks break their contract, " << faults->count() << " faults found:\n";
+   printError(fmt::format("the hooks break their contract, {} faults found", faults->count()));
    for (VelMroute::HookFault const& fault : faults->list())
-      std::cerr << "   " << fault << '\n';
+      printError(fmt::format("hooks: {}", fmt::streamed(fault)));
+   // The list has ten faults of each rule.
    if (faults->list().size() < faults->count()) {
-      std::cerr << "   and " << faults->count() - faults->list().size() << " more\n";
+      printError(fmt::format("and {} more faults of these rules",
+                             faults->count() - faults->list().size()));
    }
    return false;
 }

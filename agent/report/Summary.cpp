@@ -1,5 +1,6 @@
 #include "agent/report/Summary.h"
 
+#include "agent/report/Shortfalls.h"
 #include "agent/switch/GroupName.h"
 
 namespace Agent {
@@ -134,6 +135,12 @@ ordered_json summaryJson(RunFigures const& figures, Switch const& theSwitch,
                              {"swept", all.programmer.swept}}},
                            {"failedWrites", all.programmer.failedWrites},
                            {"peak", peakJson(view)}};
+   summary["shortfalls"] = shortfalls(figures.badLines, theSwitch);
+   summary["interrupted"] = !figures.interruptedBy.empty();
+   if (!figures.interruptedBy.empty()) {
+      summary["signal"] = figures.interruptedBy;
+      summary["interruptedAt"] = Qor::now();
+   }
    if (check) summary["check"] = checkJson(*check);
    return summary;
 }

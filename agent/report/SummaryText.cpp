@@ -52,6 +52,12 @@ class SummaryText {
       printPeak(summary_.at("peak"));
       if (!scenario) printTime(summary_.at("time"));
       if (summary_.contains("check")) printCheck(summary_.at("check"));
+      for (auto const& shortfall : summary_.at("shortfalls"))
+         line("shortfall", "{}", shortfall.get<std::string>());
+      if (summary_.at("interrupted").get<bool>()) {
+         line("interrupted", "by {} at {:.3f} s, so that the rest of the input is left out",
+              text(summary_, "signal"), number(summary_, "interruptedAt"));
+      }
    }
 
  private:
@@ -79,7 +85,6 @@ class SummaryText {
    }
 
    void printInputFaults(ordered_json const& events) const {
-      if (count(events, "badLines")) line("bad lines", "{}", count(events, "badLines"));
       if (count(events, "skippedLines")) line("skipped lines", "{}", count(events, "skippedLines"));
       if (count(events, "clockSteps")) {
          line("clock steps", "{} times the time stamps went back; taken as no time having passed",

@@ -1,9 +1,9 @@
 #include "agent/run/RunCommand.h"
 
 #include <algorithm>
-#include <iostream>
 
 #include "agent/input/InputKind.h"
+#include "agent/process/Signals.h"
 #include "agent/report/ErrorOutput.h"
 #include "agent/report/ExitCode.h"
 #include "agent/run/CaptureRun.h"
@@ -28,10 +28,11 @@ void printNote(std::string const& file) {
 }  // namespace
 
 int runFiles(RunOptions const& options) {
+   Signals const signals;
    bool const standardInput =
          std::find(options.files.begin(), options.files.end(), "-") != options.files.end();
    if (options.inspect && standardInput) {
-      std::cerr << "commands and a capture cannot both come from standard input\n";
+      printError("commands and a capture cannot both come from standard input");
       return exitUsage;
    }
    auto const scenario = std::ranges::find_if(options.files, isScenarioFile);

@@ -26,6 +26,7 @@ struct RunOptions {
    bool check = true;
    bool checkHooks = false;  // compare the calls of the hooks with their contract
    bool keepGoing = false;
+   bool strict = false;  // a run with shortfalls (agent/report/Shortfalls.h) fails
    // Commands that query the run at the time `until`, or at its end: first `evals`, and then, with
    // `inspect`, the commands of standard input. Such a run has no summary and no check.
    std::optional<double> until;

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "agent/input/CaptureState.h"
+#include "agent/process/Signals.h"
 #include "agent/switch/SwitchPathFactory.h"
 #include "platform/Format.h"
 
@@ -60,14 +61,12 @@ Switch::Switch(PlatformChoice const& platform, InterfaceMap intfMap)
         surroundings_{platform.make(),
                       platform.checksHooks || platform.explains ? Qor::make<VelMroute::HookFaults>()
                                                                 : nullptr,
-                      platform.checksHooks,
-                      history_,
+                      platform.checksHooks, history_,
                       // Without checks a scenario may refuse room on purpose.
                       platform.checksHooks ? platform.refusals : 0,
                       Qor::make<Routing::Multicast::Fib::VrfConfig>(),
                       Qor::make<Routing::Multicast::Fib::Hardware::Status>(),
-                      Qor::make<IntfVlanId::Table>(),
-                      Qor::make<Interface::EthIntfStatusDir>(),
+                      Qor::make<IntfVlanId::Table>(), Qor::make<Interface::EthIntfStatusDir>(),
                       Qor::make<Bfd::AppStatus>()},
         replay_([this](RouteId const& id,
                        WantedRoute const& wanted) { programmer().routeIs(id.vrf, id.key, wanted); },
@@ -89,36 +88,66 @@ void Switch::apply(CaptureEvent const& event) {
    std::visit([this](auto const& e) { apply(e); }, event);
 }
 
-void Switch::settle() {
+// The wait for a chip in real time, which an interrupt shortens.
+class Switch::Patience {
+ public:
+   bool ends() {
+      constexpr Qor::Seconds afterInterrupt = 1;
+      if (interrupted()) end_ = std::min(end_, Qor::now() + afterInterrupt);
+      return Qor::now() >= end_;
+   }
+
+ private:
+   Qor::Seconds end_ = Qor::never;
+};
+
+bool Switch::settle() {
+   Patience patience;
    while (!programmer().settled() || platform().writesPending() || recovering()) {
-      Qor::Seconds const next = nextDeadline();
-      runUntil(virtualTime_ ? next : std::min(next, Qor::now() + longestWait));
+      if (virtualTime_) {
+         runTurns();
+      } else if (patience.ends()) {
+         return false;
+      } else {
+         wait(Qor::now() + longestWait);
+      }
    }
    if (VelMroute::Probe* const probe = platform().probe(); probe && !virtualTime_) probe->settle();
    readBack();
+   return true;
 }
 
-// A probe knows how to turn the loop of its platform, which may have descriptors of its own.
 void Switch::runUntil(Qor::Seconds time) {
    if (virtualTime_) {
-      while (timeline_ && nextDeadline() < Qor::never && nextDeadline() <= time) {
-         activity_->runUntil(nextDeadline());
-         timeline_->turnEnds();
-      }
-      return activity_->runUntil(time);
+      // From deadline to deadline, because the span may have millions of them.
+      while (!interrupted() && nextDeadline() < Qor::never && nextDeadline() <= time)
+         runTurns();
+      if (!interrupted()) activity_->runUntil(time);
+      return;
    }
    activity_->runDue();
-   while (Qor::now() < time) {
-      Qor::Seconds const step =
-            std::min({time, std::max(nextDeadline(), Qor::now()), Qor::now() + longestWait}) -
-            Qor::now();
-      if (VelMroute::Probe* const probe = platform().probe()) {
-         probe->wait(step);
-      } else {
-         std::this_thread::sleep_for(std::chrono::duration<double>(step));
-      }
-      activity_->runDue();
+   while (!interrupted() && Qor::now() < time)
+      wait(time);
+}
+
+// Virtual time only: runs all that is due at the next deadline.
+void Switch::runTurns() {
+   activity_->runUntil(nextDeadline());
+   if (timeline_) timeline_->turnEnds();
+}
+
+// Real time only: waits until `time`, the next deadline or the longest wait, and runs the due clocks.
+// A probe knows how to turn the loop of its platform, which may have descriptors of its own.
+void Switch::wait(Qor::Seconds time) {
+   Qor::Seconds const now = Qor::now();
+   Qor::Seconds const step =
+         std::min({time, std::max(nextDeadline(), now), now + longestWait}) - now;
+   if (VelMroute::Probe* const probe = platform().probe()) {
+      probe->wait(step);
+   } else {
+      std::this_thread::sleep_for(std::chrono::duration<double>(step));
    }
+   activity_->runDue();
 }
 
 VelMroute::View const& Switch::view() const {
@@ -133,8 +162,13 @@ void Switch::readBack() {
    // The platform may call back after this function has ended by an error.
    auto const done = std::make_shared<bool>(false);
    view->refresh([done](bool) { *done = true; });
-   while (!*done)
-      runUntil(virtualTime_ ? nextDeadline() : Qor::now() + longestWait);
+   for (Patience patience; !*done && (virtualTime_ || !patience.ends());) {
+      if (virtualTime_) {
+         runTurns();
+      } else {
+         wait(Qor::now() + longestWait);
+      }
+   }
 }
 
 VelMroute::Probe::Seen Switch::send(VelMroute::Probe::Packet packet) {
@@ -266,6 +300,7 @@ std::optional<bool> Switch::linkUp(Lnet::IntfId intf) const {
    if (auto const up = view().linkUp(intf)) return up;
    auto const status = surroundings_.ethIntfStatusDir->intfStatus(intf);
    if (!status || canRead()) return std::nullopt;
+   if (!linkFollows(intf)) return true;  // as ports are whose links nobody changes
    return carriesTraffic(status->operStatus());
 }
 

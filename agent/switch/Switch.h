@@ -49,9 +49,12 @@ class Switch {
    // applied then.
    void apply(CaptureEvent const& event);
    // Runs until every route is in hardware, waits or has failed, and all writes are complete.
-   // Periodic timers, such as activity polling, do not keep it running.
-   void settle();
+   // Periodic timers, such as activity polling, do not keep it running. An interrupt
+   // (agent/process/Signals.h) does not end this in virtual time, and in real time leaves a second
+   // for the writes under way. Returns whether the switch is settled.
+   bool settle();
    // Runs everything that is due up to and including this time, as Qor::ActivityManager::runUntil.
+   // An interrupt ends this earlier; Qor::now() is the time that was reached.
    void runUntil(Qor::Seconds time);
    Qor::Seconds nextDeadline() const { return activity_->nextDeadline(); }
 
@@ -110,7 +113,8 @@ class Switch {
    // The tables of the chip; empty ones if they cannot be read.
    bool canRead() const { return surroundings_.platform->view() != nullptr; }
    VelMroute::View const& view() const;
-   // Reads the tables back, and returns when that is done or has failed.
+   // Reads the tables back, and returns when that is done or has failed. In real time an interrupt
+   // leaves a second for it.
    void readBack();
    // Sends a packet into the chip, in the vlan of the interface. The platform has a probe.
    VelMroute::Probe::Seen send(VelMroute::Probe::Packet packet);
@@ -157,6 +161,9 @@ class Switch {
    Bridging::VlanIdOrNone vlanOf(WantedRoute const& wanted) const;
 
  private:
+   class Patience;
+   void wait(Qor::Seconds time);
+   void runTurns();
    void pathIs(std::unique_ptr<SwitchPath> path);
    void learn(CaptureEvent const& event);
    void portLinkIs(Lnet::IntfId intf, Interface::IntfOperStatus status);

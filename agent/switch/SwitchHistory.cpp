@@ -59,6 +59,8 @@ void SwitchHistory::wrote(VelMroute::HookWrite const& write) {
    event.number = write.number;
    event.hasSet = write.set.has_value();
    event.set = write.set.value_or(0);
+   event.hasBefore = write.before.has_value();
+   event.before = write.before.value_or(0);
    if (!write.key) return;
    event.vrfId = Vel::VrfId(write.vrfId);
    event.key = *write.key;

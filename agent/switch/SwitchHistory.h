@@ -39,11 +39,13 @@ struct HistoryEvent {
    Qor::U32 number = 0;              // of a write: the index of the set, or the handle
    Qor::U32 set = 0;                 // of a write of an entry, if hasSet: the index of its set
    bool hasSet = false;
+   bool hasBefore = false;
    Lnet::IntfId intf;
    Qor::Seconds doneAt = 0;  // of a write that was pending: the time of its completion
    char const* hook = "";
-   Qor::U64 call = 0;  // of a write: the number of the call; otherwise that of the write before
-   Vel::VrfId vrfId;   // of a route and an entry, as `key`
+   Qor::U64 call = 0;    // of a write: the number of the call; otherwise that of the write before
+   Qor::U32 before = 0;  // of an entry that is pointed, if hasBefore: the index of the set before
+   Vel::VrfId vrfId;     // of a route and an entry, as `key`
    VelMroute::RouteKey key;
 
    bool ofEntry() const {
