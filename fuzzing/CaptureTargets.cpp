@@ -181,6 +181,12 @@ void runSnapshot(std::string_view input) {
          require(++at < input.size(), "byte by byte, the extent of an accepted text does not end");
       require(at + 1 + rest.size() == input.size(), "byte by byte, the extent ends elsewhere");
    }
+   // A table of `ip` does not name a VRF without routes.
+   std::erase_if(event.scopes, [&](SnapshotEvent::Scope const& scope) {
+      return std::ranges::none_of(event.routes, [&](MrouteEvent const& route) {
+         return scope.vrf == route.vrf && scope.family == route.key.group().family();
+      });
+   });
    std::string const text = jsonOf(event);
    SnapshotEvent again;
    require(parser.parse(text, again), text + " is rejected: " + parser.reason());
@@ -259,6 +265,12 @@ std::vector<std::string> snapshotSeeds() {
       for (int routes = 0; routes < 5; ++routes)
          end = text.find(",{\"src\"", end + 1);
       seeds.push_back(std::string(text.substr(0, end)) + ']');
+   }
+   for (auto const& file : examples("frr/mroute.json")) {
+      std::string text;
+      for (std::string const& line : linesOf(file))
+         text += line + '\n';
+      seeds.push_back(text);
    }
    return seeds;
 }
@@ -341,6 +353,13 @@ std::vector<std::string> snapshotWords() {
            "\"10.0.0.2\"",
            "\"239.1.1.1\"",
            "\"ff3e::1\"",
+           "\"239.1.1.1\":{",
+           "\"*\":{",
+           "\"default\":{",
+           "\"installed\":0",
+           "\"oil\":{",
+           "\"inboundInterface\":",
+           "\"<iif?>\"",
            "\"\\u0000\"",
            "\"rtr0\"",
            "\\",

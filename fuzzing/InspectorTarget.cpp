@@ -70,7 +70,7 @@ void evaluate(Inspector& inspector, std::ostringstream& out, bool json, std::str
 }
 
 void complete(Inspector const& inspector, std::string_view line) {
-   Inspector::Completion const completion = inspector.complete(line);
+   Completion const completion = inspector.complete(line);
    require(completion.at <= line.size(), "the completed word begins behind the end of the line");
    for (std::string const& word : completion.words) {
       if (word.ends_with(' ')) continue;

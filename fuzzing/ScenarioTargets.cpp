@@ -1,6 +1,7 @@
 // The targets `scenario` (the lines of a scenario) and `map` (an interface map).
 #include <nlohmann/json.hpp>
 
+#include "agent/input/InputKind.h"
 #include "agent/input/InterfaceMap.h"
 #include "agent/input/LineSource.h"
 #include "agent/scenario/ScenarioParser.h"
@@ -42,6 +43,7 @@ void runScenario(std::string_view input) {
    std::size_t events = 0;
    std::size_t settings = 0;
    std::size_t refused = 0;
+   bool firstRefused = false;
    Scenario::Line line;
    for (std::size_t at = 0; at < input.size();) {
       std::size_t const end = std::min(input.find('\n', at), input.size());
@@ -50,7 +52,7 @@ void runScenario(std::string_view input) {
       if (text.ends_with('\r')) text.remove_suffix(1);
       Scenario::Line const before = line;
       Result const result = parser.parse(text, line);
-      require(isScenarioLine(text) || result != Result::event,
+      require(kindOf(text) == InputKind::scenario || result != Result::event,
               "a line without the form of a scenario line is parsed as an event");
       if (result == Result::event) {
          events += 1;
@@ -66,12 +68,17 @@ void runScenario(std::string_view input) {
          require(line.at == before.at && written(line) == written(before),
                  "a rejected line changes the event");
          refused += result == Result::malformed;
+         firstRefused = firstRefused || (result == Result::malformed && events == 0);
          require(result == Result::skipped || !parser.reason().empty(),
                  "a rejected line has no reason");
       }
    }
    if (input.starts_with("\x1f\x8b") || input.size() > LineSource::pieceLimit) return;
    ScenarioFile const file = ScenarioFile::read(MemoryFile(input).path());
+   if (!file.errors.empty() && file.errors.front().position.line == 0) {
+      require(firstRefused, "a file is refused as a whole though its first line is good");
+      return;
+   }
    require(file.errors.size() == refused && file.lines.size() == events - settings,
            "reading the file gives other events or errors than reading its lines");
 }

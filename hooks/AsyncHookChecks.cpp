@@ -32,7 +32,12 @@ class AsyncHookChecks::Watch final : public Xact::Notifiee {
            wasPending_(xact_->pending()) {
       notifierIs(xact_);
       checks_.pending_.emplace(call_.number, this);
-      if (!wasPending_) onState();
+      auto const& observer = checks_.options().observer;
+      if (!wasPending_) {
+         onState();
+      } else if (observer) {
+         observer->pending(call_.number);
+      }
    }
    ~Watch() override { checks_.pending_.erase(call_.number); }
 
@@ -50,6 +55,8 @@ class AsyncHookChecks::Watch final : public Xact::Notifiee {
          fault(HookDuty::blockingIgnored, "completed before its blocking transaction");
       }
       bool const succeeded = state_ == Xact::State::succeeded;
+      auto const& observer = checks_.options().observer;
+      if (observer && wasPending_) observer->completed(call_.number, succeeded);
       if (target_.isSet) {
          (succeeded ? set_->succeeded : set_->failed) = true;
       } else if (succeeded && set_ && set_->failed && !set_->succeeded) {
@@ -73,7 +80,7 @@ class AsyncHookChecks::Watch final : public Xact::Notifiee {
    // A transaction has one fault, the first.
    void fault(HookDuty duty, Qor::String const& how) {
       if (std::exchange(faulty_, true)) return;
-      checks_.fault(duty, {call_.hook, call_.number, Qor::now()},
+      checks_.fault(duty, {call_.hook, call_.number, Qor::now(), call_.target},
                     text("the transaction of ", target_, ' ', how));
    }
 
@@ -90,7 +97,9 @@ class AsyncHookChecks::Watch final : public Xact::Notifiee {
 };
 
 AsyncHookChecks::AsyncHookChecks(Hooks& hooks, Options options)
-      : HookChecks(HookPath::async, std::move(options)), hooks_(hooks) {}
+      : HookChecks(HookPath::async, std::move(options)), hooks_(hooks) {
+   shadow_.observerIs(this->options().observer.get());
+}
 
 // The watches take themselves off the list of the pending ones.
 AsyncHookChecks::~AsyncHookChecks() {
@@ -159,6 +168,7 @@ void AsyncHookChecks::written(Writes& writes, XactPtr const& xact, XactPtr const
 // ---- Groups. ----
 
 bool AsyncHookChecks::knownSet(U32 id) {
+   aboutSet(id);
    if (shadow_.set(id)) return true;
    fault(HookDuty::setUnknown, text(group(id), " is not allocated"));
    return false;
@@ -220,6 +230,7 @@ U32 AsyncHookChecks::groupAllocated(U32 id, OifSetPtr const& oifSet, XactPtr con
       return id;
    }
    refusals_ = 0;
+   aboutSet(id);
    MrouteLib::PortVlanSet const& set = oifSet->portVlanSet();
    Shadow::Set const* const live = shadow_.set(id);
    if (live && !(fixed && live->fixed)) {
@@ -311,6 +322,7 @@ void AsyncHookChecks::doDeleteOifSet(U32 mcastId) {
 
 bool AsyncHookChecks::mcastIdIsValid(U32 mcastId) {
    begins("mcastIdIsValid");
+   aboutSet(mcastId);
    bool const valid = hooks_.mcastIdIsValid(mcastId);
    if (!valid && shadow_.set(mcastId)) {
       fault(HookDuty::setValidity, text(group(mcastId), " is allocated, and said to be no group"));
@@ -335,6 +347,7 @@ Qor::String8 AsyncHookChecks::doGetXactFailureReason(XactPtr const& xact,
 // ---- Entries. ----
 
 bool AsyncHookChecks::knownEntry(RouteHandle handle) {
+   aboutEntry(handle);
    if (shadow_.entry(handle)) return true;
    fault(HookDuty::entryUnknown, text(entry(handle), " is not allocated"));
    return false;
@@ -352,6 +365,7 @@ RouteHandle AsyncHookChecks::doAllocateRoute(IpGenRouteKey const& routeKey,
       return handle;
    }
    routeRefusals_ = 0;
+   aboutEntry(handle);
    if (Shadow::Entry const* const live = shadow_.entry(handle)) {
       stop(HookDuty::entryTwice, text(entry(handle), " is given out for ", routeKey,
                                       ", and in use for ", live->key, " since ", live->lastCall));
@@ -372,8 +386,8 @@ RouteHandle AsyncHookChecks::doAllocateRoute(IpGenRouteKey const& routeKey,
 void AsyncHookChecks::doSetMtableOifSet(RouteHandle handle, U32 mcastId,
                                         XactPtr const& blockingXact) {
    begins("doSetMtableOifSet");
-   bool const known = knownEntry(handle);
    bool const set = knownSet(mcastId);
+   bool const known = knownEntry(handle);
    if (set && !hooks_.mcastIdIsValid(mcastId)) {
       fault(HookDuty::setValidity, text(group(mcastId), " is allocated, and said to be no group"));
    }

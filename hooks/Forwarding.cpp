@@ -12,9 +12,10 @@ std::ostream& operator<<(std::ostream& os, Forwarding forwarding) {
    return Qor::printEnum(os, forwarding, names);
 }
 
-Forwarded match(EntryTable const& routes, EntryTable const& boundaries, Packet const& p) {
+Forwarded match(EntryTable const& routes, EntryTable const& boundaries, Packet const& p,
+                EntryTable::OtherVlan otherVlan) {
    using OtherVlan = EntryTable::OtherVlan;
-   auto const route = routes.lookup(p.vrfId, p.source, p.group, p.vlan, OtherVlan::ends);
+   auto const route = routes.lookup(p.vrfId, p.source, p.group, p.vlan, otherVlan);
    auto const boundary = boundaries.lookup(p.vrfId, p.source, p.group, p.vlan, OtherVlan::passed);
    bool const kept = boundary.index && std::tie(boundary.groupLength, boundary.sourceLength) >=
                                              std::tie(route.groupLength, route.sourceLength);

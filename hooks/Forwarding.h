@@ -49,8 +49,10 @@ struct Forwarded {
 };
 
 // The entry that decides on the packet: `entry` is its number, and the result is `bridged` for a
-// boundary entry and `notPointed` for a route entry. Without an entry the result is final.
-Forwarded match(EntryTable const& routes, EntryTable const& boundaries, Packet const& packet);
+// boundary entry and `notPointed` for a route entry. Without an entry the result is final. With
+// `otherVlan` a chip may have another rule for route entries that accept from other vlans.
+Forwarded match(EntryTable const& routes, EntryTable const& boundaries, Packet const& packet,
+                EntryTable::OtherVlan otherVlan = EntryTable::OtherVlan::ends);
 
 // Sends the packet of a route entry to the members of its set. `set` has `members`, a range of port
 // and vlan pairs, and `toCpu`. isUp(member) returns whether the link of the member's port is up.

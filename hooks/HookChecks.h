@@ -63,6 +63,8 @@ class HookChecks {
       // Says whether route handles of ranges are shared (rangeRouteHandleShared); null: they are
       // not. The programmer passes its own.
       Qor::Ptr<Routing::Multicast::Fib::Hardware::Status const> status = {};
+      // Notified of the changes of the tables (hooks/HookObserver.h); null: none.
+      Qor::Ptr<HookObserver> observer = {};
    };
 
    HookChecks(HookChecks const&) = delete;
@@ -83,6 +85,11 @@ class HookChecks {
    // A call begins. The call is the one of the faults that follow.
    HookCall const& begins(char const* hook);
    HookCall const& call() const { return call_; }
+   // The set or entry that the present call is about.
+   void aboutSet(Qor::U32 index) { call_.target = {HookTarget::Kind::set, index}; }
+   void aboutEntry(MrouteLib::RouteHandle handle) {
+      call_.target = {HookTarget::Kind::entry, handle.value()};
+   }
    bool onHomeThread() const { return std::this_thread::get_id() == home_; }
    void fault(HookDuty duty, Qor::String text) { fault(duty, call_, std::move(text)); }
    void fault(HookDuty duty, HookCall const& call, Qor::String text);

@@ -76,11 +76,21 @@ struct HookRule {
 // path. A duty that both paths have stands twice, with the same number and id.
 std::span<HookRule const> hookRules();
 
+// The set or the entry that a call is about.
+struct HookTarget {
+   enum class Kind : unsigned char { none, set, entry };
+   Kind kind = Kind::none;
+   Qor::U32 number = 0;  // a multicast id or an oif set index, or the value of a handle
+
+   friend bool operator==(HookTarget const&, HookTarget const&) = default;
+};
+
 // One call of a hook.
 struct HookCall {
    char const* hook = "";    // "doAllocateRoute"; valid for ever
    Qor::U64 number = 0;      // of the call, from 1, over all gates with one list of faults
    Qor::Seconds time = 0.0;  // of the call, as of Qor::now()
+   HookTarget target = {};   // of an allocation: its result
 };
 
 std::ostream& operator<<(std::ostream& os, HookCall const& call);  // "doAllocateRoute, call 7"

@@ -8,6 +8,7 @@ namespace VelMroute {
 using MrouteLib::PortVlan;
 using MrouteLib::PortVlanSet;
 using Qor::U32;
+using Action = HookWrite::Action;
 
 namespace {
 
@@ -57,11 +58,16 @@ void Shadow::setMade(U32 index, PortVlanSet const& set, bool fixed, HookCall con
    made = {};
    made.fixed = fixed;
    ++emptySets_;
-   setWritten(index, set, call);
+   notify(Action::makeSet, index, call);
+   write(made, set, call);
 }
 
 void Shadow::setWritten(U32 index, PortVlanSet const& set, HookCall const& call) {
-   Set& written = sets_.at(index);
+   notify(Action::writeSet, index, call);
+   write(sets_.at(index), set, call);
+}
+
+void Shadow::write(Set& written, PortVlanSet const& set, HookCall const& call) {
    emptySets_ -= written.empty();
    written.members = membersOf(set);
    written.toCpu = set.toCpu();
@@ -72,11 +78,13 @@ void Shadow::setWritten(U32 index, PortVlanSet const& set, HookCall const& call)
 void Shadow::setShared(U32 index, HookCall const& call) {
    ++sets_.at(index).users;
    sets_.at(index).lastCall = call;
+   notify(Action::shareSet, index, call);
 }
 
 void Shadow::setDeleted(U32 index, HookCall const& call) {
    auto const found = sets_.find(index);
    found->second.lastCall = call;
+   notify(Action::deleteSet, index, call);
    if (--found->second.users > 0) return;
    emptySets_ -= found->second.empty();
    deletedSets_[index] = std::move(found->second);
@@ -131,14 +139,16 @@ void Shadow::entryMade(RouteHandle handle, Entry entry) {
    boundaries_ += slot.entry.boundary;
    count(slot.entry, 1);
    enter(handle.value(), slot);
+   notify(Action::makeEntry, handle.value(), slot.entry);
 }
 
 void Shadow::entryPointed(RouteHandle handle, U32 index, HookCall const& call) {
    Entry& entry = entries_.at(handle.value()).entry;
    count(entry, -1);
-   entry.set = index;
+   auto const before = std::exchange(entry.set, index);
    entry.lastCall = call;
    count(entry, 1);
+   notify(Action::pointEntry, handle.value(), entry, before);
 }
 
 void Shadow::entryDeleted(RouteHandle handle, HookCall const& call) {
@@ -150,6 +160,7 @@ void Shadow::entryDeleted(RouteHandle handle, HookCall const& call) {
    count(slot.entry, -1);
    boundaries_ -= slot.entry.boundary;
    slot.entry.lastCall = call;
+   notify(Action::deleteEntry, handle.value(), slot.entry);
    deletedEntries_[handle.value()] = std::move(slot.entry);
 }
 

@@ -24,7 +24,7 @@
 #include "MrouteLib/PortVlanSet.h"
 #include "MrouteLib/RouteHandle.h"
 #include "hooks/Forwarding.h"
-#include "hooks/HookFault.h"
+#include "hooks/HookObserver.h"
 
 namespace VelMroute {
 
@@ -129,6 +129,8 @@ class Shadow final {
 
    // ---- Writing, for the checks of the gates alone. ----
 
+   // Notified of each change from now on, or null; outlives the shadow.
+   void observerIs(HookObserver* observer) { observer_ = observer; }
    // The index is not live.
    void setMade(Qor::U32 index, MrouteLib::PortVlanSet const& set, bool fixed,
                 HookCall const& call);
@@ -154,10 +156,21 @@ class Shadow final {
    };
 
    EntryTable& tableOf(Entry const& entry) { return entry.boundary ? boundaryTable_ : routeTable_; }
+   void write(Set& written, MrouteLib::PortVlanSet const& set, HookCall const& call);
    void enter(Qor::U32 handle, Slot& slot);
    void leave(Slot& slot);
    void count(Entry const& entry, int change);
+   void notify(HookWrite::Action action, Qor::U32 index, HookCall const& call) const {
+      if (observer_) observer_->wrote({call, action, index});
+   }
+   void notify(HookWrite::Action action, Qor::U32 handle, Entry const& entry,
+               std::optional<Qor::U32> before = {}) const {
+      if (!observer_) return;
+      observer_->wrote(
+            {entry.lastCall, action, handle, entry.vrfId, &entry.key, entry.set, before});
+   }
 
+   HookObserver* observer_ = nullptr;
    std::map<Qor::U32, Set> sets_;
    std::map<Qor::U32, Slot> entries_;
    std::map<Qor::U32, Set> deletedSets_;

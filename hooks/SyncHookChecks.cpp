@@ -45,7 +45,9 @@ Shadow const* SyncHookChecks::shadow(U32 switchId) const {
 
 SyncHookChecks::Chip& SyncHookChecks::chip(char const* hook, U32 switchId) {
    begins(hook);
-   return chips_[switchId];
+   Chip& of = chips_[switchId];
+   of.shadow.observerIs(options().observer.get());
+   return of;
 }
 
 SyncHookChecks::Chip& SyncHookChecks::served(char const* hook, U32 switchId) {
@@ -124,6 +126,7 @@ bool SyncHookChecks::mrouteBoundaryFull(U32 switchId) {
 // ---- Sets. ----
 
 bool SyncHookChecks::knownSet(Chip const& chip, U32 index) {
+   aboutSet(index);
    if (index == 0 || chip.shadow.set(index)) return true;
    fault(HookDuty::setUnknown, text("index ", index, " is not allocated"));
    return false;
@@ -145,6 +148,7 @@ U32 SyncHookChecks::doAllocateMtableOifSet(U32 switchId, U32 oifSetIndex, OifSet
       }
       return index;
    }
+   aboutSet(index);
    if (index == 0 && !empty) stop(HookDuty::setZero, "a set with members gets the index 0");
    if (index == Hooks::freshOifSetIndex) {
       stop(HookDuty::setHint, text("a set gets the hint ", index, " as its index"));
@@ -186,6 +190,7 @@ void SyncHookChecks::handleFreeMtableOifSet(U32 switchId,
                                             Qor::Ptr<Vel::MtableOifSet> const& record) {
    Chip& of = chip("handleFreeMtableOifSet", switchId);
    U32 const index = record->oifSetIndex();
+   aboutSet(index);
    Qor::U64 const owner = record->oifSet()->serial();
    Shadow::Set const* const set = of.shadow.set(index);
    if (set && of.owners[index] == owner) {
@@ -207,6 +212,7 @@ void SyncHookChecks::handleFreeMtableOifSet(U32 switchId,
 // ---- Entries. ----
 
 bool SyncHookChecks::knownEntry(Chip const& chip, RouteHandle handle, bool boundary) {
+   aboutEntry(handle);
    Shadow::Entry const* const entry = chip.shadow.entry(handle);
    if (entry && entry->boundary == boundary) return true;
    fault(HookDuty::entryUnknown, text("handle ", handle, " is not allocated in the ",
@@ -230,6 +236,8 @@ RouteHandle SyncHookChecks::allocated(Chip& chip, U32 switchId, RouteHandle hand
       refused(chip, switchId, table);
       return handle;
    }
+   aboutEntry(handle);
+   entry.lastCall = call();
    if (Shadow::Entry const* const live = chip.shadow.entry(handle)) {
       if (isShared(*live, entry)) {
          chip.shadow.entryDeleted(handle, call());
@@ -277,8 +285,8 @@ RouteHandle SyncHookChecks::doAllocateMrouteNoRpf(U32 switchId, U16 vrfId, IpGen
 void SyncHookChecks::doSetMtableOifSet(U32 switchId, U16 vrfId, RouteHandle handle,
                                        Qor::Ptr<Vel::Route const> const& route, U32 oifSetIndex) {
    Chip& of = served("doSetMtableOifSet", switchId);
-   bool const known = knownEntry(of, handle, false);
    bool const set = knownSet(of, oifSetIndex);
+   bool const known = knownEntry(of, handle, false);
    hooks_.doSetMtableOifSet(switchId, vrfId, handle, route, oifSetIndex);
    if (known && set) of.shadow.entryPointed(handle, oifSetIndex, call());
 }

@@ -111,6 +111,7 @@ KitReport Kit::runChecks() const {
    Qor::String calls;
    for (std::size_t i = 0; i < lacks.size(); ++i) {
       Check const& check = KitParts::allChecks()[i];
+      if (options_.onCheck) options_.onCheck(i, lacks.size());
       auto const leaveOut = [&](Qor::String reason) {
          report.findings.push_back({&check.about, KitResult::leftOut, {}, {}, std::move(reason)});
       };
@@ -122,6 +123,8 @@ KitReport Kit::runChecks() const {
          report.findings.push_back({&check.about});
       } else if (!wanted) {
          leaveOut("not asked for");
+      } else if (options_.interrupted && options_.interrupted()) {
+         leaveOut(kitInterrupted);
       } else if (lacks[i]) {
          leaveOut(lacks[i]);
       } else {

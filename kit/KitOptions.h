@@ -30,6 +30,11 @@ struct KitOptions {
    std::optional<Vel::VrfId> otherVrfId = {};
    // The ids of the checks to run; empty: all. The others are left out.
    std::vector<std::string> only = {};
+   // Called before each check, with the number of checks before it and of all checks.
+   std::function<void(std::size_t done, std::size_t all)> onCheck = {};
+   // Called before each wait of a life. True ends the run: the check under way and the checks
+   // behind it are left out, with the reason "interrupted".
+   std::function<bool()> interrupted = {};
 };
 
 }  // namespace VelMroute

@@ -46,6 +46,9 @@ struct KitFinding {
    Qor::String reason = {};  // why the check was left out
 };
 
+// The reason of the checks that KitOptions::interrupted leaves out.
+inline constexpr char const* kitInterrupted = "interrupted";
+
 struct KitReport {
    HookPath path = HookPath::async;
    Qor::U64 seed = 0;

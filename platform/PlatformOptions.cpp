@@ -50,8 +50,9 @@ void OptionReader::seconds(char const* word, Qor::Seconds& value) {
 void OptionReader::end() const {
    for (auto const& [given, text] : options_.words) {
       if (std::find(known_.begin(), known_.end(), given) != known_.end()) continue;
-      throw PlatformOptionError(std::string("unknown ") + what_ + " \"" + given +
-                                "\" (known: " + knownText_ + ')');
+      throw UnknownPlatformOption(
+            std::string("unknown ") + what_ + " \"" + given + "\" (known: " + knownText_ + ')',
+            given, known_);
    }
 }
 

@@ -14,9 +14,22 @@
 namespace VelMroute {
 
 // An option that a platform does not know, or with a bad value. what() is a text for the user.
-class PlatformOptionError final : public std::invalid_argument {
+class PlatformOptionError : public std::invalid_argument {
  public:
    using std::invalid_argument::invalid_argument;
+};
+
+class UnknownPlatformOption final : public PlatformOptionError {
+ public:
+   UnknownPlatformOption(std::string const& text, std::string word, std::vector<std::string> known)
+         : PlatformOptionError(text), word_(std::move(word)), known_(std::move(known)) {}
+
+   std::string const& word() const { return word_; }
+   std::vector<std::string> const& known() const { return known_; }
+
+ private:
+   std::string const word_;
+   std::vector<std::string> const known_;
 };
 
 struct PlatformOptions {
@@ -42,7 +55,7 @@ class OptionReader {
    // The word has a number of this type as its value: seconds are finite and not negative.
    void number(char const* word, Qor::U32& value);
    void seconds(char const* word, Qor::Seconds& value);
-   // Throws PlatformOptionError for the first option that none of the calls above knows: unknown
+   // Throws UnknownPlatformOption for the first option that none of the calls above knows: unknown
    // chip property "size" (known: groups=N, latency=SECONDS).
    void end() const;
 

@@ -74,6 +74,8 @@ class View {
    virtual std::optional<Qor::U64> writes(WriteKind) const { return std::nullopt; }
    // Nothing for an interface without a port.
    virtual std::optional<bool> linkUp(Lnet::IntfId intf) const = 0;
+   // Whether copies come out at the interface: at its port, or at one that stands in for it.
+   virtual std::optional<bool> sends(Lnet::IntfId intf) const { return linkUp(intf); }
 };
 
 }  // namespace VelMroute

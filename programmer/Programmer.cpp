@@ -172,6 +172,10 @@ void Programmer::onChanges(std::function<void()> wake) {
    work_->onChanges(std::move(wake));
 }
 
+void Programmer::observerIs(Observer* observer) {
+   work_->observerIs(observer);
+}
+
 void Programmer::end(End how) {
    work_->end(how);
 }

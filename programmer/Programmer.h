@@ -103,6 +103,7 @@ class RouteView {
 
  private:
    friend class Programmer;
+   friend class ProgrammerWork;
    explicit RouteView(ProgrammedRoute const* route) : route_(route) {}
 
    ProgrammedRoute const* route_;
@@ -211,6 +212,19 @@ class Programmer final {
    bool changes(Qor::U32 most,
                 std::function<void(L3::VrfName const&, RouteKey const&)> const& visit);
    void onChanges(std::function<void()> wake);
+
+   // Notified of each change of a route's state, and of each route that brings a zombie back; null
+   // ends that. The calls come from inside a pass, so the observer must not throw and calls neither
+   // the programmer nor a hook. It outlives the programmer or is removed.
+   class Observer {
+    public:
+      virtual void stateChanged(RouteView const& route) = 0;
+      virtual void resurrected(RouteView const& route) = 0;
+
+    protected:
+      ~Observer() = default;
+   };
+   void observerIs(Observer* observer);
 
    // ---- End. ----
 

@@ -127,7 +127,7 @@ TEST(Snapshot, ABadTableIsRefusedAsAWholeWithLineAndReason) {
    for (auto const& [text, line, reason, excerpt] : cases) {
       std::string const file = dir.file("table", text + "\n");
       EXPECT_EQ(read({file}), Texts{"error " + file + ":" + std::to_string(line) + ": " + reason +
-                                    "\n    " + excerpt});
+                                    ": " + excerpt});
    }
 }
 
@@ -194,10 +194,10 @@ TEST(CaptureReader, AnErrorIsReportedInItsPlaceAndReadingContinues) {
    Texts const expected = {
          std::string("0 ") + set1,
          "error " + file +
-               ":3: unknown word \"nonsense\" where a multicast route or a link is expected "
-               "(column 1)\n    nonsense \\x1b[1m",
-         "error " + file + ":4: the line has a NUL byte (column 4)\n    nul\\x00byte",
-         "error " + file + ":5: the line is longer than 65536 bytes\n    " + std::string(200, 'x') +
+               ":3:1: unknown word \"nonsense\" where a multicast route or a link is expected"
+               ": nonsense \\x1b[1m",
+         "error " + file + ":4:4: the line has a NUL byte: nul\\x00byte",
+         "error " + file + ":5: the line is longer than 65536 bytes: " + std::string(200, 'x') +
                "...",
          got[4],  // has a text of the JSON library; see below
          std::string("0 ") + set1,

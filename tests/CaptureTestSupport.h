@@ -83,6 +83,11 @@ inline std::string gzip(std::string_view text) {
    return out;
 }
 
+inline std::string contentOf(std::string const& path) {
+   std::ifstream in(path, std::ios::binary);
+   return {std::istreambuf_iterator<char>(in), {}};
+}
+
 // A temporary directory for one test, removed by the destructor. Files are named by their paths in
 // the directory.
 class TempDir {

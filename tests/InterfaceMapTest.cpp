@@ -79,7 +79,7 @@ TEST(InterfaceMap, ABadMapFileIsRefusedWithFileLineAndReasonAndChangesNothing) {
       std::string const file = dir.file("map", std::string("a port=1 vlan=1\n\n") + line + "\n");
       auto const error = map.load(file);
       ASSERT_TRUE(error) << line;
-      EXPECT_EQ(error->toString(), file + ":3: " + reason + "\n    " + line);
+      EXPECT_EQ(error->toString(), file + ":3: " + reason + ": " + line);
    }
    EXPECT_EQ(map.load(dir.path("none"))->toString(),
              dir.path("none") + ": cannot open: No such file or directory");

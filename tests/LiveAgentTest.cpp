@@ -8,8 +8,11 @@
 #include <algorithm>
 
 #include "FakeOpenFlowPeer.h"
+#include "JsonSchema.h"
 #include "KernelTestSupport.h"
 #include "agent/live/LiveAgent.h"
+#include "agent/live/LiveReport.h"
+#include "agent/live/LiveRouteRow.h"
 #include "agent/live/LiveViews.h"
 
 namespace Agent {
@@ -154,15 +157,15 @@ class LiveAgentOnFakes : public testSupport::OnVirtualTime {
       auto const& actions = group.buckets.at(0);
       return actions.empty() ? 0 : actions.back().value;
    }
-   // The routes as the operator sees them: "1 hardware", "2 cpu: output eth9 has no port".
+   // The routes as the operator sees them: "1 offloaded", "2 trapped: output eth9 has no port".
    Lines states() const {
       Lines lines;
-      for (auto const& route : routesJson(*agent_)) {
-         std::string const group = route["dst"];
-         lines.push_back(group.substr(group.rfind('.') + 1) + ' ' +
-                         route["state"].get<std::string>());
-         if (route.contains("reason")) lines.back() += ": " + route["reason"].get<std::string>();
-         if (route.contains("fault")) lines.back() += " (fault)";
+      for (RouteRow const& route : routeRows(*agent_)) {
+         std::string const group = route.key.group().toString();
+         lines.push_back(
+               fmt::format("{} {}", group.substr(group.rfind('.') + 1), nameOf(route.state)));
+         if (!route.reason.empty()) lines.back() += ": " + route.reason;
+         if (!route.fault.empty()) lines.back() += ", fault: " + route.fault;
       }
       return lines;
    }
@@ -228,9 +231,10 @@ TEST_F(LiveAgentOnFakes, StartsWithLinksThenTheBridgeThenRoutes) {
                     "<4>eth9: no port in the configuration", "<5>connected to " + peer_.path(),
                     "<5>6 routes of the kernel, 3 of them in hardware; 0 groups and entries taken "
                     "over, 0 removed"}));
-   EXPECT_EQ(states(), (Lines{"1 hardware", "2 cpu: output eth9 has no port",
-                              "3 cpu: input interface 3 has no port", "4 hardware", "5 hardware",
-                              "6 cpu: the kernel waits for the daemon's answer"}));
+   EXPECT_EQ(states(),
+             (Lines{"1 offloaded", "2 trapped: output eth9 has no port",
+                    "3 trapped: input interface 3 has no port", "4 offloaded", "5 offloaded",
+                    "6 trapped: the kernel waits for the daemon's answer"}));
    Lines const written = writes();
    auto const route = std::ranges::find(written, "add route 0");
    ASSERT_NE(route, written.end());
@@ -240,7 +244,7 @@ TEST_F(LiveAgentOnFakes, StartsWithLinksThenTheBridgeThenRoutes) {
    // The missing interface comes, and its route with it.
    kernel_.linkIs(link(3, "rtr3"));
    wait(0.2);
-   EXPECT_EQ(states()[2], "3 hardware");
+   EXPECT_EQ(states()[2], "3 offloaded");
    EXPECT_EQ(outputOf(4), 13u);  // the groups are numbered as the interfaces came
    EXPECT_TRUE(agent_->theSwitch().audit().empty());
    // A route of the running agent.
@@ -341,12 +345,12 @@ TEST_F(LiveAgentOnFakes, WritesTheDifferencesAfterAReconnection) {
    EXPECT_FALSE(agent_->isConnected());
    EXPECT_EQ(states(), (Lines{"2 programming: transactions under way",
                               "3 programming: transactions under way"}));
-   EXPECT_EQ(statusJson(*agent_)["switch"], "the bridge is not connected: " + noSocket());
+   EXPECT_EQ(statusJson(*agent_)["reason"], "the bridge is not connected: " + noSocket());
    peer_.ports["p3"].up = false;
    writes();
    peer_.listen();
    wait(15);
-   EXPECT_EQ(states(), (Lines{"2 hardware", "3 hardware"}));
+   EXPECT_EQ(states(), (Lines{"2 offloaded", "3 offloaded"}));
    EXPECT_EQ(forwarding(), (Lines{"2: rtr1 > rtr2 rtr3", "3: rtr1 > rtr2"}));
    EXPECT_EQ(peer_.count("add flow") + peer_.count("delete flow"), 0u);
    EXPECT_EQ(enabled(), (Lines{"23 down"}));
@@ -375,17 +379,17 @@ TEST_F(LiveAgentOnFakes, HoldsATableThatEmptiesAtOnce) {
    daemonEnds();
    wait(1);
    EXPECT_EQ(forwarding(), (Lines{"1: rtr1 > rtr2", "2: rtr1 > rtr2", "3: rtr1 > rtr2"}));
-   EXPECT_EQ(states()[0], "1 hardware: held: its daemon restarts");
+   EXPECT_EQ(states()[0], "1 offloaded: held: its daemon restarts");
    EXPECT_EQ(agent_->numbers().held, 1u);
    // A packet makes the new daemon look for a route. Until it has one, the old one stays.
    kernel_.routeIs(key(1), unresolved());
    wait(1);
-   EXPECT_EQ(states()[0], "1 hardware: held: its daemon restarts");
+   EXPECT_EQ(states()[0], "1 offloaded: held: its daemon restarts");
    kernel_.routeDel(key(1));
    daemonStarts(2, 3);
    wait(2);
    EXPECT_EQ(forwarding(), (Lines{"1: rtr1 > rtr2", "2: rtr1 > rtr3", "3: rtr1 > rtr3"}));
-   EXPECT_EQ(states()[1], "2 hardware");
+   EXPECT_EQ(states()[1], "2 offloaded");
    // The daemon restarts once more: each end begins a hold time of its own.
    daemonEnds();
    wait(8);
@@ -408,7 +412,7 @@ TEST_F(LiveAgentOnFakes, HoldsATableThatEmptiesAtOnce) {
 TEST_F(LiveAgentOnFakes, TakesAChangedConfiguration) {
    kernel_.routes = {{key(1), to({2, 3})}, {key(2), to({4})}, {key(3), to({2})}};
    start();
-   EXPECT_EQ(states(), (Lines{"1 hardware", "2 cpu: output rtr4 has no port", "3 hardware"}));
+   EXPECT_EQ(states(), (Lines{"1 offloaded", "2 trapped: output rtr4 has no port", "3 offloaded"}));
    portUp("p3", false);
    wait(0.1);
    EXPECT_EQ(enabled(), (Lines{"23 down"}));
@@ -420,7 +424,7 @@ TEST_F(LiveAgentOnFakes, TakesAChangedConfiguration) {
                        "table 253\ntable 9\nmetrics 127.0.0.1:1\nexpiry 60\nreroute rtr2 rtr4\n");
    EXPECT_EQ(agent_->configurationIs(changed), (Lines{"table", "metrics"}));
    wait(0.3);
-   EXPECT_EQ(states(), (Lines{"1 cpu: output rtr3 has no port", "2 hardware", "3 hardware"}));
+   EXPECT_EQ(states(), (Lines{"1 trapped: output rtr3 has no port", "2 offloaded", "3 offloaded"}));
    EXPECT_EQ(outputOf(2), 30u);
    EXPECT_EQ(outputOf(3), 0u);
    EXPECT_EQ(outputOf(4), 14u);
@@ -442,7 +446,7 @@ TEST_F(LiveAgentOnFakes, TakesAChangedConfiguration) {
    EXPECT_EQ(enabled(), (Lines{"22 down"}));
    EXPECT_EQ(agent_->configurationIs(configuration()), (Lines{"table", "metrics"}));
    wait(0.3);
-   EXPECT_EQ(states(), (Lines{"1 hardware", "2 cpu: output rtr4 has no port", "3 hardware"}));
+   EXPECT_EQ(states(), (Lines{"1 offloaded", "2 trapped: output rtr4 has no port", "3 offloaded"}));
 }
 
 TEST_F(LiveAgentOnFakes, FollowsLinksRulesAndVrfs) {
@@ -455,25 +459,25 @@ TEST_F(LiveAgentOnFakes, FollowsLinksRulesAndVrfs) {
    Kernel::Link renamed = kernel_.links[3];
    renamed.name = "eth3";
    kernel_.linkIs(renamed);
-   EXPECT_EQ(state(), "1 cpu: output eth3 has no port");
+   EXPECT_EQ(state(), "1 trapped: output eth3 has no port");
    renamed.name = "rtr3";
    renamed.mac[5] = 99;
    kernel_.linkIs(renamed);
-   EXPECT_EQ(state(), "1 hardware");
+   EXPECT_EQ(state(), "1 offloaded");
    EXPECT_EQ(peer_.decodedGroup(firstGroup + 2).buckets.at(0).at(0).value, 0x020000000063u);
    kernel_.tables.insert({Lnet::IpFamily::v4, 9});
    kernel_.ruleAdd(Lnet::IpFamily::v4, {.priority = 5, .table = 9, .input = "rtr1"});
-   EXPECT_EQ(state(), "1 cpu: hidden by table 9");
+   EXPECT_EQ(state(), "1 trapped: hidden by table 9");
    // In a VRF, whose packets the rule does not match.
    kernel_.linkIs(link(30, "red"));
    kernel_.links[30].kind = "vrf";
    kernel_.links[30].vrfTable = 77;
    kernel_.linkIs(kernel_.links[30]);
-   EXPECT_EQ(state(), "1 cpu: hidden by table 9");
+   EXPECT_EQ(state(), "1 trapped: hidden by table 9");
    Kernel::Link enslaved = kernel_.links[1];
    enslaved.master = 30;
    kernel_.linkIs(enslaved);
-   EXPECT_EQ(state(), "1 hardware");
+   EXPECT_EQ(state(), "1 offloaded");
    EXPECT_EQ(forwarding(), (Lines{"1: rtr1 vrf 1 > rtr2 rtr3"}));
 }
 
@@ -542,9 +546,10 @@ TEST_F(LiveAgentOnFakes, UsesTheStandbyWithoutAReroute) {
    EXPECT_EQ(forwarding(), (Lines{"1: rtr1 > rtr2"}));
    EXPECT_EQ(enabled(), Lines());
    EXPECT_EQ(agent_->numbers().reroutes, 1u);
-   EXPECT_EQ(interfacesJson(*agent_)["interfaces"][1].dump(),
-             R"({"name":"rtr2","port":"p2","link":"down","cpu":"c2","standby":"spare",)"
-             R"("sendsBy":"spare"})");
+   EXPECT_EQ(
+         interfacesJson(*agent_)["interfaces"][1].dump(),
+         R"({"name":"rtr2","frontPort":"p2","link":"down","cpuPort":"c2","standbyPort":"spare",)"
+         R"("sendsBy":"spare"})");
    // The daemon finds another way when both ports are down.
    portUp("spare", false);
    wait(1.1);
@@ -604,8 +609,8 @@ TEST_F(LiveAgentOnFakes, KeepsRoutesAliveWhileTheyCarryPackets) {
    // The packets of the other route arrive at the kernel alone.
    kernel_.routes[key(2)].packets += 500;
    wait(15);
-   EXPECT_EQ(states()[0], "1 hardware");
-   EXPECT_EQ(states()[1], "2 hardware: the kernel counts 500 packets, and the switch none (fault)");
+   EXPECT_EQ(states()[0], "1 offloaded");
+   EXPECT_EQ(states()[1], "2 offloaded, fault: the kernel counts 500 packets, and the switch none");
    // Packets from a time at which the route was with the CPU are no fault.
    kernel_.routeIs(key(2), to({9}));
    wait(1);
@@ -615,7 +620,7 @@ TEST_F(LiveAgentOnFakes, KeepsRoutesAliveWhileTheyCarryPackets) {
    kernel_.routeIs(key(2), back);
    for (unsigned second = 0; second < 15; ++second) {
       wait(1);
-      EXPECT_EQ(states()[1], "2 hardware");
+      EXPECT_EQ(states()[1], "2 offloaded");
    }
 }
 
@@ -628,20 +633,31 @@ TEST_F(LiveAgentOnFakes, AnswersQuestionsAndRefusesChanges) {
    };
    std::string const none = "the bridge is not connected: " + noSocket();
    std::vector<Case> const withoutBridge = {
-         {"show", true, "10.0.0.9  239.0.0.2  253    rtr1  interface 9  cpu"},
+         {"show", true, "default    253  10.0.0.9  239.0.0.2  rtr1  trapped  interface 9  output "},
          {"show interfaces", true, "rtr1       p1    missing  c1"},
          {"show oifsets", false, none},
          {"inspect ls", false, none}};
    std::vector<Case> const withBridge = {
          {"show routes", true, "output interface 9 has no port"},
-         {"  show   status ", true, "withTheCpu       1 unmapped-output"},
+         {"  show   status ", true, "trapped by        1 unmapped-output"},
+         {"show status", true, "routes            1 offloaded, 1 trapped"},
+         {"show routes state trapped interface rtr1", true, "\n1 of 2 routes\n"},
+         {"show routes table 254", true, "\n0 of 2 routes\n"},
+         {"show routes state up", false, "\"up\" is not a state (known: offloaded, "},
+         {"show status now", false, "the view status has no filter"},
+         {"inspect show routes", true, "1 waiting"},
          {"show interfaces", true, "rtr1       p1    up    c1"},
          {"show oifsets", true, "rtr2"},
          {"show chip", true, ""},
          {"show nothing", false, "\"nothing\" is not a view (known: routes, interfaces, "},
-         {"explain 10.0.0.9,239.0.0.1", true, "in hardware"},
-         {"explain 10.0.0.9,239.0.0.2", true, "output interface 9 has no port"},
-         {"explain *,239.0.0.1", true, "The kernel has no route *,239.0.0.1"},
+         {"explain 10.0.0.9,239.0.0.1", true, "packets from rtr1 leave by rtr2.\n"},
+         {"explain 10.0.0.9,239.0.0.2", true,
+          "trapped: output interface 9 has no port\nNo route (10.0.0.9, 239.0.0.2) is wanted in "
+          "any "
+          "VRF"},
+         {"explain 10.0.0.9,239.0.0.2", true, "no entry matches, and they go to the CPU   ["},
+         {"explain 239.0.0.1", true, "(10.0.0.9, 239.0.0.1) in VRF default: offloaded;"},
+         {"explain *,239.0.0.1", true, "The kernel has no such route"},
          {"explain \x1b[2J", false, "is not a route"},
          {"inspect ls", true, "config"},
          {"inspect set config/x 1", false, "set is refused: a live agent is only read"},
@@ -659,7 +675,11 @@ TEST_F(LiveAgentOnFakes, AnswersQuestionsAndRefusesChanges) {
          EXPECT_EQ(json.good, good);
          EXPECT_NE(text.text.find(part), std::string::npos) << text.text;
          if (good) {
-            EXPECT_TRUE(nlohmann::json::accept(json.text)) << json.text;
+            std::istringstream words(line);
+            std::string command, view = "routes";
+            words >> command >> view;
+            std::string const schema = command == "show" ? view : command;
+            EXPECT_EQ(testSupport::schemaFault(schema, json.text), "");
          } else {
             EXPECT_EQ(text.text.find_first_of("\n\x1b"), std::string::npos);
          }
@@ -672,13 +692,38 @@ TEST_F(LiveAgentOnFakes, AnswersQuestionsAndRefusesChanges) {
    wait(15);
    writes();
    expect(withBridge);
+   for (auto const& [line, words] : std::vector<std::pair<std::string, std::string>>{
+              {"", "explain \ninspect \nshow \nwatch \n"},
+              {"explain ", "10.0.0.9,\n239.0.0.1 \n239.0.0.2 \n"},
+              {"explain 10.0.0.9,239.0.0.1", "10.0.0.9,239.0.0.1 \n"},
+              {"explain 10.0.0.9,239.0.0.1 ", "iif \nvrf \n"},
+              {"inspect explain 10.0.0.9 239.0.0.2", "239.0.0.2 \n"},
+              {"inspect s", ""},  // set and step are refused
+              {"inspect ge", "get \n"},
+              {"watch /conf", "/config/\n"},
+              {"show s", "status \n"},
+              {"show routes s", "source \nstate \n"},
+              {"show routes state trapped g", "group \n"},
+              {"show routes group ", "239.0.0.1 \n239.0.0.2 \n"}})
+      EXPECT_EQ(answerTo(*agent_, "complete " + line, false).text, words) << line;
    wait(0.2);
    EXPECT_EQ(writes(), Lines());
+   // The report has both routes, sorted by VRF, and the reason of the one that the CPU keeps.
+   auto const report = liveReport(*agent_, nullptr);
+   auto const textOf = [&](char const* column, std::size_t i) {
+      return report["strings"][report["routes"][column][i].get<std::size_t>()];
+   };
+   EXPECT_EQ(report["routes"]["dst"].dump(), R"(["239.0.0.1","239.0.0.2"])");
+   EXPECT_EQ(textOf("state", 0), "offloaded");
+   EXPECT_EQ(textOf("state", 1), "trapped");
+   EXPECT_EQ(textOf("reason", 1), "output interface 9 has no port");
+   EXPECT_GT(report["epoch"].get<double>(), 1e9);
    unsigned done = 0;
    agent_->refresh([&] { ++done; });
    turn();
    EXPECT_EQ(done, 1u);
-   EXPECT_EQ(statusJson(*agent_)["routes"].dump(), R"({"cpu":1,"hardware":1})");
+   EXPECT_EQ(statusJson(*agent_)["routes"].dump(),
+             R"({"offloaded":1,"pending":0,"waiting":0,"failed":0,"trapped":1})");
 }
 
 }  // namespace

@@ -20,7 +20,7 @@
 #include "agent/live/LiveLog.h"
 #include "agent/live/MetricsServer.h"
 #include "agent/live/ServiceNotice.h"
-#include "agent/live/Signals.h"
+#include "agent/live/SignalSource.h"
 
 namespace {
 
@@ -160,7 +160,10 @@ class ControlSocketTest : public LiveOperations {
          watchers_.push_back(request.client);
          return {"begins\n", true, true};
       }
-      return {(request.json ? "json: " : "text: ") + request.line + '\n'};
+      if (request.format.json) return {"[\"" + request.line + "\"]\n"};
+      std::string const width =
+            request.format.width ? std::to_string(request.format.width) + ' ' : "";
+      return {width + "text: " + request.line + '\n'};
    }
    std::string reply(std::string_view sent) {
       Peer peer(path_, sent);
@@ -178,12 +181,15 @@ TEST_F(ControlSocketTest, AnswersOneLineAndEndsTheConnection) {
    std::string const longest(ControlSocket::longestLine, 'a');
    std::map<std::string, std::string> const cases = {
          {"show routes\n", "done 18\ntext: show routes\n"},
-         {"-j show routes\r\n", "done 18\njson: show routes\n"},
+         {"-j show routes\r\n", "done 16\n[\"show routes\"]\n"},
          {"\n", "done 7\ntext: \n"},
          {"no\n", "failed 8\nrefused\n"},
          {"throw\n", "failed 7\nthrown\n"},
          {"big 3\n", "done 3\nxxx"},
-         {"big 20000000\n", "failed 47\nthe answer is too long for the control socket\n"},
+         {"big 70000000\n",
+          "failed 0\nthe answer is too long for the control socket: select less\n"},
+         {"-w 40 show\n", "done 0\n40 text: show\n"},
+         {"-w x show\n", "failed 0\n\"-w\" needs a number of columns\n"},
          {"show\nshow\n", "failed 33\na connection takes one command\n"},
          {std::string("sh\0w\n", 5), "failed 39\nthe command has control characters\n"},
          {"\x1b[31m", "failed 39\nthe command has control characters\n"},
@@ -274,7 +280,7 @@ TEST_F(ControlSocketTest, BoundsTheClientsAndWhatWaitsForThem) {
       turns();
    }
    EXPECT_EQ(commands_.size(), 1 + ControlSocket::maxClients);
-   EXPECT_TRUE(greedy[2]->received().starts_with("failed ")) << greedy[2]->received();
+   EXPECT_TRUE(greedy[6]->received().starts_with("failed ")) << greedy[6]->received();
    EXPECT_TRUE(contains(greedy.back()->received(), "do not read")) << greedy.back()->received();
    EXPECT_EQ(reply("big 9000000\n").substr(0, 12), "done 9000000");  // for less than theirs
    pass(ControlSocket::answerTime);
@@ -336,8 +342,10 @@ TEST_F(ControlSocketTest, AnswersTheCommandsOfTheProgram) {
    std::string const question = "explain 10.0.0.1,232.1.1.1 vrf red";
    for (Case const& one : {
               Case{program + "show", path_, "text: show routes\n", 0},
-              {program + "show -j oifsets", path_, "json: show oifsets\n", 0},
+              {program + "show -j oifsets", path_, "[\"show oifsets\"]\n", 0},
+              {program + "show -p routes vrf red", path_, "[\n  \"show routes vrf red\"\n]\n", 0},
               {program + question, path_, "text: " + question + '\n', 0},
+              {program + "complete 'explain 10.0 '", path_, "text: complete explain 10.0 \n", 0},
               {program + "inspect no", path_, "text: inspect no\n", 0},
               {"printf '# none\\n\\n ls \\nquit\\nls /' | " + program + "inspect", path_,
                "text: inspect ls\n", 0},
@@ -393,9 +401,10 @@ TEST_F(LiveOperations, TheFileOfADeadAgentIsReplacedAndOneOfALiveAgentIsAnError)
 
 LiveFigures figures() {
    LiveFigures figures;
-   figures.routes = {{"installed", "", 9000}, {"cpu", "no-port", 7}, {"cpu", "no-port", 1}};
+   figures.routes = {
+         {"offloaded", "", 9000}, {"trapped", "no-input", 7}, {"trapped", "no-input", 1}};
    for (int i = 0; i < 3; ++i)
-      figures.routes.push_back({"cpu", "A free text\n\"of a peer\"", 1});
+      figures.routes.push_back({"trapped", "A free text\n\"of a peer\"", 1});
    figures.tables = {{"routes", 9000, 10000}};
    figures.groups = 12;
    figures.connected = true;
@@ -412,9 +421,9 @@ TEST_F(LiveOperations, MetricsArePrometheusTextWithBoundedLabels) {
    for (char const* const line : {
               "# HELP velmroute_routes Routes by state, and by the reason of that state.",
               "# TYPE velmroute_routes gauge",
-              "velmroute_routes{state=\"installed\",reason=\"\"} 9000",
-              "velmroute_routes{state=\"cpu\",reason=\"no-port\"} 8",
-              "velmroute_routes{state=\"cpu\",reason=\"other\"} 3",
+              "velmroute_routes{state=\"offloaded\",reason=\"\"} 9000",
+              "velmroute_routes{state=\"trapped\",reason=\"no-input\"} 8",
+              "velmroute_routes{state=\"trapped\",reason=\"other\"} 3",
               "velmroute_groups 12",
               "velmroute_table_entries{table=\"routes\"} 9000",
               "velmroute_table_size{table=\"routes\"} 10000",
@@ -437,7 +446,7 @@ TEST_F(LiveOperations, MetricsArePrometheusTextWithBoundedLabels) {
       for (int i = 0; i < 1000; ++i)
          words.push_back("w" + std::to_string(i));
       for (std::string const& word : words)
-         made.routes.push_back({"cpu", word, 1});
+         made.routes.push_back({"trapped", word, 1});
       return made;
    });
    std::string const bounded = many.text();
@@ -449,15 +458,20 @@ TEST_F(LiveOperations, MetricsArePrometheusTextWithBoundedLabels) {
    EXPECT_TRUE(contains(bounded, "{state=\"other\",reason=\"other\"} 936\n")) << bounded;
 }
 
-TEST_F(LiveOperations, ServesMetricsByHttpAndNothingElse) {
+TEST_F(LiveOperations, ServesMetricsAndTheReportByHttpAndNothingElse) {
    Metrics const metrics(figures);
    std::string const path = inDirectory("metrics.sock");
-   MetricsServer server("unix:" + path, metrics);
+   auto const page = std::make_shared<std::string const>(2'000'000, 'p');
+   auto const report = [&] { return page; };
+   MetricsServer server("unix:" + path, metrics, report);
    loop_.add(server);
    std::string const get = "GET /metrics HTTP/1.1\r\nHost: a\r\n";
    std::map<std::string, std::string> const cases = {
          {get + "\r\n", "HTTP/1.1 200 OK"},
          {"HEAD /metrics HTTP/1.0\r\n\r\n", "HTTP/1.1 200 OK"},
+         {"HEAD /report HTTP/1.0\r\n\r\n", "HTTP/1.1 200 OK"},
+         {"POST /report HTTP/1.1\r\nHost: a\r\nContent-Length: 0\r\n\r\n", "HTTP/1.1 405"},
+         {"GET /report/ HTTP/1.1\r\nHost: a\r\n\r\n", "HTTP/1.1 404"},
          {"GET / HTTP/1.1\r\nHost: a\r\n\r\n", "HTTP/1.1 404"},
          {"GET /metrics/x HTTP/1.1\r\nHost: a\r\n\r\n", "HTTP/1.1 404"},
          {"POST /metrics HTTP/1.1\r\nHost: a\r\nContent-Length: 3\r\n\r\nabc", "HTTP/1.1 405"},
@@ -482,7 +496,23 @@ TEST_F(LiveOperations, ServesMetricsByHttpAndNothingElse) {
          << peer.received();
    EXPECT_TRUE(contains(peer.received(), "\r\n\r\n# HELP velmroute_routes ")) << peer.received();
    EXPECT_TRUE(peer.ended());
-   EXPECT_GT(MetricsServer("127.0.0.1:0", metrics).port(), 0);
+   // A reader that takes nothing holds the page and no copy of it.
+   {
+      Peer slow(path, "GET /report HTTP/1.1\r\nHost: a\r\n\r\n");
+      turns(50);
+      EXPECT_EQ(page.use_count(), 2);
+   }
+   turns(200);
+   EXPECT_EQ(page.use_count(), 1);
+   Peer reader(path, "GET /report HTTP/1.1\r\nHost: a\r\nConnection: close\r\n\r\n");
+   for (int i = 0; i < 100 && !reader.ended(); ++i)
+      turns(5);
+   std::string const& answer = reader.received();
+   for (std::string const header :
+        {"text/html; charset=utf-8", "no-store", "default-src 'none'", "frame-ancestors 'none'"})
+      EXPECT_TRUE(contains(answer, header)) << header;
+   EXPECT_TRUE(answer.ends_with("\r\n\r\n" + *page));
+   EXPECT_GT(MetricsServer("127.0.0.1:0", metrics, report).port(), 0);
 }
 
 class LogTest : public LiveOperations {
@@ -540,13 +570,15 @@ TEST_F(LogTest, DoesNotWaitForAReader) {
 
 TEST_F(LiveOperations, SignalsAndNoticesPassThroughTheLoop) {
    std::vector<std::string> events;
-   Signals signals([&] { events.emplace_back("stop"); }, [&] { events.emplace_back("reload"); });
+   SignalSource signals([&] { events.emplace_back("stop"); },
+                        [&] { events.emplace_back("reload"); });
    loop_.add(signals);
-   for (int const number : {SIGHUP, SIGTERM, SIGINT}) {
+   for (int const number : {SIGHUP, SIGHUP, SIGTERM, SIGHUP}) {
       ::raise(number);
       turns(1);
    }
-   EXPECT_EQ(events, (Strings{"reload", "stop", "stop"}));
+   EXPECT_EQ(events, (Strings{"reload", "reload", "stop", "reload"}));
+   EXPECT_EQ(interruptName(), "TERM");
 
    int const manager = ::socket(AF_UNIX, SOCK_DGRAM | SOCK_NONBLOCK, 0);
    sockaddr_un const address = unixAddress(path_);

@@ -7,6 +7,7 @@
 
 #include "Bfd/Peer.h"
 #include "Bridging/VlanId.h"
+#include "Journal.h"
 #include "L3/VrfName.h"
 #include "Lnet/IntfId.h"
 #include "MrouteLib/MrouteCounterKey.h"
@@ -190,13 +191,18 @@ template <class T>
 concept Constructible = std::is_constructible_v<T, std::string> && !std::is_same_v<T, IntfId> &&
                         !std::is_same_v<T, VrfName>;
 
+// The string representation of a value with members.
+std::string record(char const* type, std::string const& members) {
+   return cat("Value('", type, "', ** {", members, "})");
+}
+
 // Expects that the values differ from each other in equality, order, hash and string form, and that
 // each string form parses to its value, but no proper prefix of it. The values are in ascending order
-// if the type has one; `strep` is the string representation of the first value.
+// if the type has one. `first` is the string representation of the first value, or its members.
 template <class T>
-void expectValues(char const* type, std::string const& strep, std::vector<T> const& values) {
+void expectValues(char const* type, std::string const& first, std::vector<T> const& values) {
    SCOPED_TRACE(type);
-   EXPECT_EQ(values.front().strep(), strep);
+   EXPECT_EQ(values.front().strep(), first.find(": ") == first.npos ? first : record(type, first));
    std::set<Qor::U32> hashes;
    for (std::size_t i = 0; i < values.size(); ++i) {
       T const& a = values[i];
@@ -247,75 +253,63 @@ void expectValues(char const* type, std::string const& strep, std::vector<T> con
 TEST(ModelValues, EachMemberCountsForEqualityOrderHashAndStringForm) {
    VlanIdOrNone const noVlan, five(5u);
    auto const a = key("10.0.0.2", "239.10.0.7"), b = key("10.0.0.2", "239.10.0.8");
-   std::string const aText =
-         "Value('Routing::Multicast::Fib::IpGenRouteKey', ** "
-         "{'source': '10.0.0.2', 'group': '239.10.0.7'})";
-   expectValues("IpGenRouteKey", aText, std::vector{a, b, key("10.0.0.3", "239.10.0.7")});
+   char const* const keyType = "Routing::Multicast::Fib::IpGenRouteKey";
+   std::string const aMembers = "'source': '10.0.0.2', 'group': '239.10.0.7'";
+   std::string const aText = record(keyType, aMembers);
+   Vel::VrfId const one(1), two(2), large(0x10001);
+   VrfName const blue("blue"), red("red");
+   expectValues(keyType, aMembers, std::vector{a, b, key("10.0.0.3", "239.10.0.7")});
    expectValues("IpGenAddr", "''",
                 std::vector{IpGenAddr(), addr("0.0.0.0"), addr("0.0.0.1"), addr("::")});
    expectValues("IpGenPrefix", "'10.0.0.0/8'",
                 std::vector{prefix("10.0.0.0/8"), prefix("10.0.0.0/9"), prefix("11.0.0.0/8")});
    expectValues("VlanId", "1", std::vector{VlanId(1), VlanId(256), VlanId(4094)});
    expectValues("VlanIdOrNone", "0", std::vector{noVlan, five, VlanIdOrNone(4094)});
-   expectValues("VrfId", "1", std::vector{Vel::VrfId(1), Vel::VrfId(0x10001)});
+   expectValues("VrfId", "1", std::vector{one, large});
    expectValues("RouteHandle", "1",
                 std::vector{RouteHandle(1), RouteHandle(0x10001), RouteHandle()});
    expectValues("RpaIndex", "0", std::vector{RpaIndex(), RpaIndex(256)});
    expectValues("IntfId", "''", std::vector{IntfId(), IntfId("rtr'3\\"), IntfId("rtr2")});
    expectValues("VrfName", "'\\xc3'", std::vector{VrfName("\xc3"), VrfName("\xc3\xa9")});
-   expectValues("Bfd::Peer",
-                "Value('Bfd::Peer', ** {'type': 1, 'ip': '10.0.0.2', 'intfId': 'rtr1', "
-                "'vrfName': 'default'})",
-                std::vector{Bfd::Peer(Bfd::SessionType::singleHop, addr("10.0.0.2"), IntfId("rtr1"),
-                                      VrfName("default")),
-                            Bfd::Peer(Bfd::SessionType::singleHop, addr("10.0.0.2"), IntfId("rtr1"),
-                                      VrfName("red")),
-                            Bfd::Peer(Bfd::SessionType::singleHop, addr("10.0.0.2"), IntfId("rtr2"),
-                                      VrfName("default")),
-                            Bfd::Peer(Bfd::SessionType::singleHop, addr("10.0.0.3"), IntfId("rtr1"),
-                                      VrfName("default")),
-                            Bfd::Peer(Bfd::SessionType::multihop, addr("10.0.0.2"), IntfId("rtr1"),
-                                      VrfName("default"))});
-   expectValues("PortVlan", "Value('MrouteLib::PortVlan', ** {'intfId': 'rtr3', 'vlanId': 0})",
+   auto const peer = [&](char const* ip, char const* intf, VrfName const& vrf,
+                         Bfd::SessionType type = Bfd::SessionType::singleHop) {
+      return Bfd::Peer(type, addr(ip), IntfId(intf), vrf);
+   };
+   expectValues("Bfd::Peer", "'type': 1, 'ip': '10.0.0.2', 'intfId': 'rtr1', 'vrfName': 'blue'",
+                std::vector{peer("10.0.0.2", "rtr1", blue), peer("10.0.0.2", "rtr1", red),
+                            peer("10.0.0.2", "rtr2", blue), peer("10.0.0.3", "rtr1", blue),
+                            peer("10.0.0.2", "rtr1", blue, Bfd::SessionType::multihop)});
+   expectValues("MrouteLib::PortVlan", "'intfId': 'rtr3', 'vlanId': 0",
                 std::vector{pv("rtr3"), pv("rtr3", 1007), pv("rtr10")});
    using Info = MrouteLib::RouteKeyInfo;
-   expectValues("RouteKeyInfo",
-                "Value('MrouteLib::RouteKeyInfo', ** {'routeKey': " + aText +
-                      ", 'vrfName': 'red', 'acceptingVlanId': 5, 'type': 2})",
-                std::vector{Info(a, VrfName("red"), five, RouteKeyType::routed),
-                            Info(b, VrfName("red"), five, RouteKeyType::routed),
-                            Info(a, VrfName("blue"), five, RouteKeyType::routed),
-                            Info(a, VrfName("red"), noVlan, RouteKeyType::routed),
-                            Info(a, VrfName("red"), five, RouteKeyType::bridged)});
+   expectValues("MrouteLib::RouteKeyInfo",
+                "'routeKey': " + aText + ", 'vrfName': 'red', 'acceptingVlanId': 5, 'type': 2",
+                std::vector{Info(a, red, five, RouteKeyType::routed),
+                            Info(b, red, five, RouteKeyType::routed),
+                            Info(a, blue, five, RouteKeyType::routed),
+                            Info(a, red, noVlan, RouteKeyType::routed),
+                            Info(a, red, five, RouteKeyType::bridged)});
    using CounterKey = MrouteLib::MrouteCounterKey;
-   expectValues("MrouteCounterKey",
-                "Value('MrouteLib::MrouteCounterKey', ** {'vrfId': 1, 'routeKey': " + aText + "})",
-                std::vector{CounterKey(Vel::VrfId(1), a), CounterKey(Vel::VrfId(1), b),
-                            CounterKey(Vel::VrfId(2), a)});
+   expectValues("MrouteLib::MrouteCounterKey", "'vrfId': 1, 'routeKey': " + aText,
+                std::vector{CounterKey(one, a), CounterKey(one, b), CounterKey(two, a)});
    using Routing::Multicast::Fib::Counter;
+   expectValues("Routing::Multicast::Fib::Counter", "'timeStamp': 1.5, 'key': " + aText,
+                std::vector{Counter(1.5, a), Counter(1.5, b), Counter(2, a)});
+   using AsyncZombie = Vel::Mroute::ZombieKey;
    expectValues(
-         "Counter",
-         "Value('Routing::Multicast::Fib::Counter', ** {'timeStamp': 1.5, 'key': " + aText + "})",
-         std::vector{Counter(1.5, a), Counter(1.5, b), Counter(2, a)});
-   using AsyncZombieKey = Vel::Mroute::ZombieKey;
-   expectValues("Vel::Mroute::ZombieKey",
-                "Value('Vel::Mroute::ZombieKey', ** {'multicastId': 3, 'expiryTime': 1.5})",
-                std::vector{AsyncZombieKey(3, 1.5), AsyncZombieKey(4, 1.5), AsyncZombieKey(3, 2),
-                            AsyncZombieKey()});
-   expectValues("Vel::ZombieKey", "Value('Vel::ZombieKey', ** {'groupId': 3, 'expiryTime': 1.5})",
-                std::vector{Vel::ZombieKey(3, 1.5), Vel::ZombieKey(4, 1.5), Vel::ZombieKey(3, 2),
-                            Vel::ZombieKey()});
-   expectValues("Vel::RouteKeyVlanId",
-                "Value('Vel::RouteKeyVlanId', ** {'route': " + aText + ", 'vlan': 0})",
-                std::vector{Vel::RouteKeyVlanId(a, noVlan), Vel::RouteKeyVlanId(a, five),
-                            Vel::RouteKeyVlanId(b, noVlan)});
-   expectValues("InUseRouteHandleKey",
-                "Value('Vel::Mroute::InUseRouteHandleKey', ** {'routeKey': " + aText +
-                      ", 'vlan': 5, 'vrfId': 1})",
-                std::vector{InUseRouteHandleKey(a, five, Vel::VrfId(1)),
-                            InUseRouteHandleKey(b, five, Vel::VrfId(1)),
-                            InUseRouteHandleKey(a, noVlan, Vel::VrfId(1)),
-                            InUseRouteHandleKey(a, five, Vel::VrfId(0x10001))});
+         "Vel::Mroute::ZombieKey", "'multicastId': 3, 'expiryTime': 1.5",
+         std::vector{AsyncZombie(3, 1.5), AsyncZombie(4, 1.5), AsyncZombie(3, 2), AsyncZombie()});
+   using Zombie = Vel::ZombieKey;
+   expectValues("Vel::ZombieKey", "'groupId': 3, 'expiryTime': 1.5",
+                std::vector{Zombie(3, 1.5), Zombie(4, 1.5), Zombie(3, 2), Zombie()});
+   using Vel::RouteKeyVlanId;
+   expectValues("Vel::RouteKeyVlanId", "'route': " + aText + ", 'vlan': 0",
+                std::vector{RouteKeyVlanId(a, noVlan), RouteKeyVlanId(a, five),
+                            RouteKeyVlanId(b, noVlan)});
+   expectValues(
+         "Vel::Mroute::InUseRouteHandleKey", "'routeKey': " + aText + ", 'vlan': 5, 'vrfId': 1",
+         std::vector{InUseRouteHandleKey(a, five, one), InUseRouteHandleKey(b, five, one),
+                     InUseRouteHandleKey(a, noVlan, one), InUseRouteHandleKey(a, five, large)});
 
    // Sets with one change of each member, and by each operation.
    PortVlanSet set(RouteKeyType::routed);
@@ -341,13 +335,11 @@ TEST(ModelValues, EachMemberCountsForEqualityOrderHashAndStringForm) {
       sets.back().saveHash();  // the change is to drop this hash
       change(sets.back());
    }
-   std::string const pvText = "Value('MrouteLib::PortVlan', ** {'intfId': 'rtr3', 'vlanId': 1007})";
-   expectValues(
-         "PortVlanSet",
-         "Value('MrouteLib::PortVlanSet', ** {'portVlan': {" + pvText +
-               ": True}, 'portVlanFrr': {" + pv("rtr4").strep() +
-               ": True}, 'natVlan': {7: True}, 'type': 2, 'currentIif': '', 'toCpu': False})",
-         sets);
+   expectValues("MrouteLib::PortVlanSet",
+                "'portVlan': {" + pv("rtr3", 1007).strep() + ": True}, 'portVlanFrr': {" +
+                      pv("rtr4").strep() +
+                      ": True}, 'natVlan': {7: True}, 'type': 2, 'currentIif': '', 'toCpu': False",
+                sets);
    auto const without = [&](auto const& change) {
       PortVlanSet s = set;
       s.saveHash();

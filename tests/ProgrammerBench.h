@@ -26,21 +26,17 @@ inline Lnet::IntfId et(unsigned i) {
    return Lnet::IntfId("et" + std::to_string(i));
 }
 
-struct VirtualTime {
-   VirtualTime() { Qor::activityManagerIs(time); }
-   ~VirtualTime() { Qor::activityManagerIs(nullptr); }
-
-   Qor::Ptr<Qor::ActivityManager> const time =
-         Qor::make<Qor::ActivityManager>(Qor::ActivityManager::TimeBase::virtualTime);
-};
-
-// The objects around the chips of one agent. Port et<i> has the vlan i.
-struct Surroundings : VirtualTime {
+// The objects around the chips of one agent, on virtual time. Port et<i> has the vlan i.
+struct Surroundings {
    Surroundings() {
+      Qor::activityManagerIs(time);
       for (unsigned i = 1; i <= 8; ++i)
          vlans->intfIdToVlanIdIs(et(i), Bridging::VlanId(Qor::U64{i}));
    }
+   ~Surroundings() { Qor::activityManagerIs(nullptr); }
 
+   Qor::Ptr<Qor::ActivityManager> const time =
+         Qor::make<Qor::ActivityManager>(Qor::ActivityManager::TimeBase::virtualTime);
    Qor::Ptr<IntfVlanId::Table> const vlans = Qor::make<IntfVlanId::Table>();
    Qor::Ptr<Hw::Status> const hwStatus = Qor::make<Hw::Status>();
    Qor::Ptr<Interface::EthIntfStatusDir> const links = Qor::make<Interface::EthIntfStatusDir>();
@@ -105,11 +101,10 @@ class BenchOn : public Side {
    };
 
    explicit BenchOn(Sim::ChipConfig const& config = {}, Qor::Seconds callCost = 0,
-                    std::shared_ptr<Surroundings> const& around = std::make_shared<Surroundings>(),
-                    Programmer::Options options = {})
-         : BenchOn(Qor::make<Sim::Chip>(config), callCost, around, options) {}
-   BenchOn(Qor::Ptr<Sim::Chip> const& c, Qor::Seconds callCost,
-           std::shared_ptr<Surroundings> const& around, Programmer::Options options)
+                    std::shared_ptr<Surroundings> const& around = std::make_shared<Surroundings>())
+         : BenchOn(around, Qor::make<Sim::Chip>(config), callCost) {}
+   BenchOn(std::shared_ptr<Surroundings> const& around, Qor::Ptr<Sim::Chip> const& c,
+           Qor::Seconds callCost)
          : Side(c, callCost),
            time(around->time),
            chip(c),
@@ -119,10 +114,8 @@ class BenchOn : public Side {
          EXPECT_EQ(chip->portAdd(et(i), i, Bridging::VlanIdOrNone(Qor::U64{i})), "");
       auto table = Side::newTable(*around);
       mrouteTable = table.get();
-      programmer = std::make_unique<Programmer>(
-            Programmer::Inputs{
-                  .table = std::move(table), .vlans = around->vlans, .published = around->hwStatus},
-            options);
+      programmer = std::make_unique<Programmer>(Programmer::Inputs{
+            .table = std::move(table), .vlans = around->vlans, .published = around->hwStatus});
       vrfIs(0);
    }
 
@@ -136,11 +129,10 @@ class BenchOn : public Side {
       bool cpu = false;
       std::istringstream in(oifs);
       for (std::string oif; in >> oif;) {
-         if (oif == "cpu") {
+         if (oif == "cpu")
             cpu = true;
-         } else {
+         else
             ports.emplace_back(oif);
-         }
       }
       return {.iif = et(vlan), .outputs = surroundings->pool.get(ports, cpu)};
    }
@@ -155,6 +147,7 @@ class BenchOn : public Side {
    }
    std::optional<RouteView> route(unsigned n) const { return programmer->view(vrfOf(n), keyOf(n)); }
    Side& side() { return *this; }
+   static constexpr bool sync = std::is_same_v<Side, SyncSide>;
    auto const& mrouteSwitch() const { return mrouteTable->mrouteSwitch(); }
    // The receivers of a packet of route n, as "et2 et3", or the result without receivers.
    std::string receivers(unsigned n, unsigned vlan = 1) {

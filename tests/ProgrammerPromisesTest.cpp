@@ -13,10 +13,6 @@ class Promises : public testing::Test {};
 using Sides = testing::Types<AsyncSide, SyncSide>;
 TYPED_TEST_SUITE(Promises, Sides);
 
-std::shared_ptr<Surroundings> around() {
-   return std::make_shared<Surroundings>();
-}
-
 // ---- The gate and the ends. ----
 
 TYPED_TEST(Promises, AnAgentThatLeavesAndTheDestructorCallNoHook) {
@@ -24,8 +20,7 @@ TYPED_TEST(Promises, AnAgentThatLeavesAndTheDestructorCallNoHook) {
    b.now("1 to et2; 2 to et3 in vlan 2");
    b.set(3, "et4");
    b.time->runUntil(b.time->now());  // on the asynchronous path, writes are under way
-   bool const underWay = !b.programmer->settled();
-   EXPECT_EQ(underWay, (std::is_same_v<TypeParam, AsyncSide>));
+   EXPECT_EQ(b.programmer->settled(), b.sync);
    b.programmer->end(Programmer::End::leave);
    EXPECT_FALSE(b.programmer->ended());
    EXPECT_EQ(testSupport::errorText([&] { b.set(4, "et5"); }),
@@ -47,38 +42,30 @@ TYPED_TEST(Promises, AnAgentThatLeavesAndTheDestructorCallNoHook) {
    EXPECT_EQ(dropped.receivers(1), "et2");
 }
 
-TYPED_TEST(Promises, ACleanEndLeavesNothingOnTheChip) {
-   BenchOn<TypeParam> b;
-   b.now("1 to et2; 2 to et2 in vlan 2; 3 to et3; 4 to et4");
-   b.now("withdraw 4");  // a zombie
-   b.set(1, "et5");
-   b.time->runUntil(b.time->now());
-   b.programmer->end(Programmer::End::clean);
-   b.pass();
-   EXPECT_TRUE(b.programmer->ended() && b.programmer->settled());
-   EXPECT_EQ(b.chip->routes().size() + b.chip->groups() + b.hwStatus->routes(), 0u);
-   if constexpr (std::is_same_v<TypeParam, SyncSide>) {
-      EXPECT_EQ(b.platform->calls(Sim::SyncHook::mrouteSwitchInit), 2u);
+// The end waits for the retry of deletions that threw, and does not turn the loop for nothing.
+TYPED_TEST(Promises, ACleanEndLeavesNothingOnTheChipAlsoAfterDeletionsThatThrew) {
+   for (unsigned const throws : {0u, 3u}) {
+      BenchOn<TypeParam> b;
+      unsigned failures = throws;
+      b.now("1 to et2; 2 to et2 in vlan 2; 3 to et3; 4 to et4");
+      b.now("withdraw 4");  // a zombie
+      b.platform->hookObserverIs([&](std::string_view hook) {
+         bool const deletion = hook == "doDeleteMroute" || hook == "doCommitMrouteBatch";
+         if (deletion && failures > 0 && failures--) throw std::runtime_error("bus error");
+      });
+      if (throws == 0) b.set(1, "et5");
+      b.time->runUntil(b.time->now());
+      b.programmer->end(Programmer::End::clean);
+      b.time->runUntil(b.time->now() + 1);
+      EXPECT_EQ(b.programmer->ended(), !b.sync || throws == 0);
+      b.time->runUntil(b.time->now() + 3 * Programmer::Options().retry);
+      EXPECT_TRUE(b.programmer->ended() && b.programmer->settled());
+      EXPECT_EQ(b.chip->routes().size() + b.chip->groups() + b.hwStatus->routes(), 0u);
+      EXPECT_EQ(b.programmer->counters().thrown, b.sync ? throws : 0u);
+      if constexpr (BenchOn<TypeParam>::sync) {
+         EXPECT_EQ(b.platform->calls(Sim::SyncHook::mrouteSwitchInit), 2u);
+      }
    }
-}
-
-// The end waits for the retry, and does not turn the loop for nothing.
-TYPED_TEST(Promises, ACleanEndTriesDeletionsThatThrewAgain) {
-   BenchOn<TypeParam> b;
-   b.now("1 to et2; 2 to et3 in vlan 2");
-   unsigned failures = 3;
-   b.platform->hookObserverIs([&](std::string_view hook) {
-      bool const deletion = hook == "doDeleteMroute" || hook == "doCommitMrouteBatch";
-      if (deletion && failures > 0 && failures--) throw std::runtime_error("bus error");
-   });
-   b.programmer->end(Programmer::End::clean);
-   b.time->runUntil(b.time->now() + 1);
-   bool const sync = std::is_same_v<TypeParam, SyncSide>;
-   EXPECT_EQ(b.programmer->ended(), !sync);
-   b.time->runUntil(b.time->now() + 3 * Programmer::Options().retry);
-   EXPECT_TRUE(b.programmer->ended());
-   EXPECT_EQ(b.chip->routes().size() + b.chip->groups(), 0u);
-   EXPECT_EQ(b.programmer->counters().thrown, sync ? 3u : 0u);
 }
 
 // ---- Hooks that throw. ----
@@ -153,8 +140,7 @@ TYPED_TEST(Promises, ARouteThatReturnsBeforeTheRetryOfItsPredecessorStays) {
 TYPED_TEST(Promises, ADeletionHookThatThrowsInsideADestructorIsCounted) {
    BenchOn<TypeParam> b;
    b.now("1 to et2");
-   char const* const hook =
-         std::is_same_v<TypeParam, SyncSide> ? "handleFreeMtableOifSet" : "doDeleteOifSet";
+   char const* const hook = b.sync ? "handleFreeMtableOifSet" : "doDeleteOifSet";
    b.platform->hookObserverIs([&](std::string_view name) {
       if (name == hook) throw std::runtime_error("bus error");
    });
@@ -170,7 +156,7 @@ TYPED_TEST(Promises, ADeletionHookThatThrowsInsideADestructorIsCounted) {
 // ---- Several chips with one hardware status. ----
 
 TYPED_TEST(Promises, AFullChipDoesNotWithdrawTheRouteOfAnotherChip) {
-   auto const shared = around();
+   auto const shared = std::make_shared<Surroundings>();
    BenchOn<TypeParam> large({}, 0, shared), full({.groups = 1}, 0, shared);
    WantedRoute w = large.wanted("et2");
    w.fastdrop = {et(5)};
@@ -199,10 +185,14 @@ TYPED_TEST(Promises, AFullChipDoesNotWithdrawTheRouteOfAnotherChip) {
 
 // ---- VRFs and vlans. ----
 
-TYPED_TEST(Promises, AVrfThatGoesAndReturnsWithAnotherNumberPlacesItsRoutesAgain) {
+TYPED_TEST(Promises, ARouteWaitsForItsVrfAndIsPlacedAgainWhenTheVrfReturnsWithAnotherNumber) {
    BenchOn<TypeParam> b;
+   b.play({{"1 to et2; 101 to et3", "inHardware 1; waitingVrf 101",
+            "1 groupCreate, 1 routeCreate, 1 routePoint"}});
+   EXPECT_EQ(b.route(101)->reason(),
+             b.sync ? "VRF red has no id" : "VRF red has no hardware status (failure code 4096)");
    b.vrfIs(100);
-   b.now("1 to et2; 101 to et3");
+   b.play({{"", "inHardware 1 101", "1 groupCreate, 1 routeCreate, 1 routePoint"}});
    b.vrfDel(b.vrfOf(100));
    b.pass();
    EXPECT_EQ(b.states(), "inHardware 1; waitingVrf 101");
@@ -320,48 +310,38 @@ TYPED_TEST(Promises, ChangesAreListedOnceForEachRouteAlsoForOneThatIsGone) {
 
 TYPED_TEST(Promises, AWishThatNoChipTakesIsARangeErrorAndOneThatThisChipDoesNotTakeFails) {
    BenchOn<TypeParam> b;
-   auto const error = [&](WantedRoute const& w) {
-      return testSupport::errorText([&] { b.programmer->routeIs(b.vrfOf(1), b.keyOf(1), w); });
-   };
-   std::string const wish = "VelMroute::WantedRoute::";
-   EXPECT_EQ(error({}), wish + "iif empty not allowed");
-   EXPECT_EQ(error({.iif = et(1), .noRpf = true}), wish + "iif with noRpf not allowed");
-   EXPECT_EQ(error({.outputs = b.surroundings->pool.get({et(2)}, false, {et(3)}), .noRpf = true}),
-             wish + "iif empty not allowed");
-   EXPECT_EQ(error({.bridge = true, .noRpf = true}), wish + "bridge with noRpf not allowed");
-   EXPECT_EQ(error({.iif = et(1), .fastdrop = {et(1)}}),
-             wish + "fastdrop of the input not allowed");
-   EXPECT_EQ(error({.iif = et(1), .fastdrop = {Lnet::IntfId()}}),
-             wish + "fastdrop empty interface not allowed");
-   EXPECT_EQ(testSupport::errorText([&] { b.surroundings->pool.get({Lnet::IntfId()}); }),
-             "VelMroute::Outputs::ports empty interface not allowed");
-   EXPECT_EQ(testSupport::errorText([&] { b.programmer->routeIs(b.vrfOf(1), {}, {.iif = et(1)}); }),
-             "VelMroute::Programmer::key (invalid) not allowed");
-   EXPECT_EQ(testSupport::errorText([&] { Programmer({}); }),
-             "VelMroute::Programmer::table null not allowed");
-   EXPECT_EQ(testSupport::errorText([&] {
-                Programmer({.table = b.newTable(*b.surroundings),
-                            .vlans = b.surroundings->vlans,
-                            .published = b.hwStatus},
-                           {.retry = 0});
-             }),
-             "VelMroute::Programmer::retry 0 not allowed");
-   EXPECT_EQ(testSupport::errorText([&] {
-                Programmer({.table = b.newTable(*b.surroundings),
-                            .vlans = Qor::make<IntfVlanId::Table>()});
-             }),
-             "VelMroute::Programmer::vlans other than that of the table not allowed");
-   EXPECT_EQ(testSupport::errorText([&] { Programmer({.table = b.newTable(*b.surroundings)}); }),
-             "no error");
+   auto& pool = b.surroundings->pool;
+   std::pair<WantedRoute, char const*> const wishes[] = {
+         {{}, "iif empty"},
+         {{.iif = et(1), .noRpf = true}, "iif with noRpf"},
+         {{.outputs = pool.get({et(2)}, false, {et(3)}), .noRpf = true}, "iif empty"},
+         {{.bridge = true, .noRpf = true}, "bridge with noRpf"},
+         {{.iif = et(1), .fastdrop = {et(1)}}, "fastdrop of the input"},
+         {{.iif = et(1), .fastdrop = {Lnet::IntfId()}}, "fastdrop empty interface"}};
+   for (auto const& [wish, error] : wishes)
+      EXPECT_EQ(testSupport::errorText([&] { b.set(1, wish); }),
+                std::string("VelMroute::WantedRoute::") + error + " not allowed");
+   auto const table = [&] { return b.newTable(*b.surroundings); };
+   auto const vlans = Qor::make<IntfVlanId::Table>();
+   std::pair<std::function<void()>, char const*> const calls[] = {
+         {[&] { pool.get({Lnet::IntfId()}); }, "Outputs::ports empty interface"},
+         {[&] { b.programmer->routeIs(b.vrfOf(1), {}, {.iif = et(1)}); },
+          "Programmer::key (invalid)"},
+         {[&] { Programmer({}); }, "Programmer::table null"},
+         {[&] { Programmer({.table = table()}, {.retry = 0}); }, "Programmer::retry 0"},
+         {[&] { Programmer({.table = table(), .vlans = vlans}); },
+          "Programmer::vlans other than that of the table"}};
+   for (auto const& [call, error] : calls)
+      EXPECT_EQ(testSupport::errorText(call), std::string("VelMroute::") + error + " not allowed");
+   Programmer({.table = table()});
    EXPECT_EQ(b.programmer->routes(), 0u);
 
    // A number of a VRF that the synchronous path cannot pass to the chip.
    b.side().vrfIs(b.vrfOf(100), Vel::VrfId(70000));
    b.set(101, "et2");
    b.pass();
-   bool const sync = std::is_same_v<TypeParam, SyncSide>;
-   EXPECT_EQ(b.route(101)->state(), sync ? State::failed : State::inHardware);
-   EXPECT_EQ(b.route(101)->reason(), sync ? "the number of VRF red, 70000, is above 65535" : "");
+   EXPECT_EQ(b.route(101)->state(), b.sync ? State::failed : State::inHardware);
+   EXPECT_EQ(b.route(101)->reason(), b.sync ? "the number of VRF red, 70000, is above 65535" : "");
 }
 
 TEST(Outputs, EqualOutputsAreOneObjectThatMayOutliveThePool) {

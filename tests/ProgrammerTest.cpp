@@ -1,8 +1,6 @@
-// The programmer on both paths of the simulated chip, in virtual time: their writes, full
-// tables, failed writes, and a long random life.
+// The programmer on both paths of the simulated chip, in virtual time: writes, full tables and
+// failed writes. The soaks play random lives.
 #include <functional>
-#include <random>
-#include <set>
 
 #include "ProgrammerBench.h"
 
@@ -167,15 +165,6 @@ TYPED_TEST(Programmers, ZombiesArePurgedOldestFirstAndOnlyAsManyAsNeeded) {
    b.play({{"7 to et7", "inHardware 2 3 6 7", "2 groupCreate, 2 routeCreate, 2 routePoint"}});
 }
 
-TEST(Programmer, ARouteOfAnUnknownVrfWaitsUntilTheVrfIsReady) {
-   Bench b;
-   b.play({{"1 to et2; 101 to et3", "inHardware 1; waitingVrf 101",
-            "1 groupCreate, 1 routeCreate, 1 routePoint"}});
-   EXPECT_EQ(b.route(101)->reason(), "VRF red has no hardware status (failure code 4096)");
-   b.vrfIs(100);
-   b.play({{"", "inHardware 1 101", "1 groupCreate, 1 routeCreate, 1 routePoint"}});
-}
-
 TEST(Programmer, ARouteWhoseWritesKeepFailingIsGivenUpUntilItChanges) {
    for (auto const kind : {WriteKind::groupCreate, WriteKind::routeCreate, WriteKind::routePoint}) {
       SCOPED_TRACE(static_cast<unsigned>(kind));
@@ -230,94 +219,6 @@ TYPED_TEST(Programmers, AHandlerMayChangeTheRouteThatIsBeingProgrammed) {
    meddler.act = [&] { b.set(1, "et4"); };  // during the removal
    b.now("withdraw 1");
    EXPECT_EQ(b.receivers(1), "et4");
-}
-
-// A long random life. In addition to the checks of the bench, no route may wait for available room.
-template <class Side>
-class RandomLife {
- public:
-   explicit RandomLife(unsigned seed)
-         : random_(seed), b_({8, 14, 0, 0.001}, seed % 2 ? 0 : 1e-5), faulty_(seed % 3 != 0) {
-      b_.vrfIs(100);
-      b_.platform->faults().seedIs(seed);
-   }
-
-   void live(unsigned operations) {
-      for (unsigned i = 0; i < operations && !testing::Test::HasFailure(); ++i) {
-         if (i % 100 == 0) faultsAre(faulty_ && pick(2));
-         operate();
-         if (pick(3) == 0) b_.time->runUntil(b_.time->now() + 0.0004 * pick(8));
-         if (pick(40) == 0) expectNoNeedlessWait();
-      }
-      faultsAre(false);
-      while (!b_.wishes.empty())
-         b_.del(b_.wishes.begin()->first);
-      b_.drain();
-      EXPECT_EQ(b_.platform->routesAllocated() + b_.programmer->waiting(), 0u);
-      b_.mrouteSwitch()->zombieOifSetDelAll();
-      b_.drain();
-      EXPECT_EQ(b_.platform->groupsAllocated(), 0u);
-   }
-
- private:
-   unsigned pick(unsigned n) { return static_cast<unsigned>(random_() % n); }
-
-   void faultsAre(bool on) {
-      for (std::size_t kind = 0; kind < Sim::writeKinds; ++kind)
-         b_.platform->faults().rateIs(static_cast<WriteKind>(kind), on ? 0.15 : 0);
-   }
-
-   void operate() {
-      unsigned const n = pick(20) + 100 * pick(2), what = pick(12);
-      if (what == 0) {
-         b_.platform->faults().slowNext(1 + pick(3), 0.01);
-      } else if (what == 1) {
-         b_.mrouteSwitch()->zombieOifSetDelAll();
-      } else if (what < 5) {
-         b_.del(n);
-      } else {
-         char const* const oifs[] = {
-               "",        "et2", "et3", "et2 et3", "et4",
-               "et4 et5", "et6", "et7", "et7 et8", "et2 et3 et4 et5 et6 et7 et8"};
-         b_.set(n, oifs[pick(10)], 1 + pick(2));
-      }
-   }
-
-   void expectNoNeedlessWait() {
-      if constexpr (std::is_same_v<Side, SyncSide>) {
-         // A route with a failed write waits for the next review.
-         faultsAre(false);
-         b_.mrouteSwitch()->mrouteReviewKickIs(b_.mrouteSwitch()->mrouteReviewKick() + 1);
-      }
-      b_.drain();
-      std::set<std::string> shared, waiting;  // oif sets with a clean record, and awaited sets
-      bool const entriesFull = b_.platform->routesAllocated() == b_.chip->config().routes;
-      for (auto const& [n, wish] : b_.wishes) {
-         auto const route = b_.route(n);
-         if (route->state() == State::inHardware) {
-            if (!b_.mrouteTable->facts(route->record()).dirty) shared.insert(wish.oifs);
-         } else if (route->state() == State::waitingGroup) {
-            waiting.insert(wish.oifs);
-            EXPECT_EQ(b_.platform->groupsAllocated(), b_.chip->config().groups);
-            EXPECT_TRUE(b_.mrouteSwitch()->zombieOifSet().empty());
-         } else {
-            EXPECT_TRUE(route->state() == State::waitingEntry ? entriesFull : faulty_);
-         }
-      }
-      for (auto const& set : waiting)
-         EXPECT_TRUE(entriesFull || !shared.contains(set)) << set << " could be shared";
-   }
-
-   std::mt19937 random_;
-   BenchOn<Side> b_;
-   bool const faulty_;
-};
-
-TYPED_TEST(Programmers, TheChipForwardsTheWantedRoutesThroughALongRandomLife) {
-   for (unsigned seed = 1; seed <= 12 && !this->HasFailure(); ++seed) {
-      SCOPED_TRACE("seed " + std::to_string(seed));
-      RandomLife<TypeParam>(seed).live(3000);
-   }
 }
 
 }  // namespace

@@ -2,13 +2,14 @@
 // and of changed routes in any order.
 #include <gtest/gtest.h>
 
+#include <nlohmann/json.hpp>
 #include <random>
 #include <sstream>
 
 #include "KeptChip.h"
-#include "agent/inspect/InspectExplain.h"
+#include "agent/explain/ExplainJson.h"
 #include "agent/scenario/SwitchTestbed.h"
-#include "agent/timeline/Timeline.h"
+#include "agent/timeline/TimelineWriter.h"
 
 namespace Agent {
 namespace {
@@ -121,7 +122,8 @@ class Life {
    PathKind const path_;
    std::mt19937_64 random_;
    std::ostringstream shown_;
-   Timeline timeline_{shown_};
+   TimelineWriter writer_{shown_};
+   Timeline timeline_{{&writer_}};
    KeptChip const chip_;
    Switch switch_;
    SwitchTestbed testbed_{switch_, nullptr, true};
@@ -239,7 +241,8 @@ class FullChip {
    }
    std::string explain(unsigned i) {
       std::ostringstream os;
-      printExplanation(os, explainRoute(switch_, {L3::VrfName("default"), key(i)}));
+      RouteQuestion const question{L3::VrfName("default"), key(i)};
+      printExplanation(os, explainJson(Explainer(switch_).answer(question)));
       return os.str();
    }
    Texts audit() { return switch_.audit(); }
@@ -288,7 +291,7 @@ TEST(Restart, AFailureOfOneRouteReroutesAnotherOnlyIfNoGroupIsAvailableAndIsExpl
       expectText(2,
                  "found entries point at this group as well, and a rewrite changes them: "
                  "(10.0.0.2, 239.1.1.1)\n");
-      expectText(1, "forwards by group 0, which is also the group of (10.0.0.2, 239.1.1.2)\n");
+      expectText(1, "forwards by group 0, which is also the group of (10.0.0.2, 239.1.1.2)");
       chip.run(5);  // the route is replayed, and waits for the end of the replay
       expectText(1,
                  "until then its found entry forwards by group 0, which is also the group of "

@@ -1,15 +1,18 @@
 // `velmroute run`: replays of the bundled captures on the simulated switch, the check of the
 // forwarding, and the program as a whole.
 #include <gtest/gtest.h>
+#include <string.h>  // NOLINT(modernize-deprecated-headers): sigabbrev_np() is of glibc
 #include <sys/stat.h>
 #include <sys/wait.h>
 
+#include <algorithm>
 #include <csignal>
 #include <cstdlib>
 #include <limits>
 #include <set>
 
 #include "CaptureTestSupport.h"
+#include "JsonSchema.h"
 #include "KeptChip.h"
 #include "agent/report/ForwardingCheck.h"
 
@@ -172,11 +175,6 @@ struct Ran {
    std::string err;
 };
 
-std::string contentOf(std::string const& path) {
-   std::ifstream in(path);
-   return {std::istreambuf_iterator<char>(in), {}};
-}
-
 // Runs velmroute with the shell commands `before` in front.
 Ran velmroute(std::string const& args, std::string const& before = {}) {
    TempDir const dir;
@@ -218,18 +216,35 @@ TEST(Program, ExitCodesAndMessagesMatchTheResult) {
          {"run --path async " + other, 2, "",
           other + ": the scenario is for the path sync alone: use --path sync"},
          {"run " + scenario, 0, "\nexpectations   1, 0 failures\n", ""},
-         {"run " + unresolved, 0, "\nroutes         4 wanted, 4 in hardware, ", ""},
+         {"run " + unresolved, 0, "\nroutes         4 wanted, 4 offloaded, ", ""},
          {"run " + leaves, 1, "routes         4093 wanted",
           "s: no internal vlan is left for interface leaf4094: all "},
          {"run --chip groups=-1 " + good, 2, "", "bad value in \"groups=-1\""},
+         {"run " + good + ' ' + scenario, 2, "",
+          "velmroute: " + scenario + ": this is a scenario, which is played alone"},
+         {"soak " + good, 1, "", good + ": this is a capture, of `ip -ts -o monitor mroute link`"},
+         {"run --chekc-hook " + good, 2, "",
+          "velmroute: \"--chekc-hook\" is not an option of run; did you mean --check-hooks?"},
+         {"rnu", 2, "", "\"rnu\" is not a subcommand; did you mean run?"},
+         {"run --show rotues " + good, 2, "", "\"rotues\" is not a value; did you mean routes?"},
+         {"run " + dir.file("empty", "# none\n"), 0, "events         0", "the file has no events"},
+         {"check --only make-befor-break", 2, "", "; did you mean make-before-break?"},
          {"run " + good + " /none", 1, "", "/none: cannot open: No such file"},
          {"run --map " + badMap + ' ' + good, 1, "", badMap + ":2: \"vlan=5000\" is out of range"},
-         {"run " + bad, 1, "", "\n    (10.0.0.2,240.1.1.1) nonsense\n"},
-         {"run --keep-going " + bad + ' ' + good, 0, "bad lines      1\n", bad + ":6: "},
+         {"run " + bad, 1, "", ": (10.0.0.2,240.1.1.1) nonsense\n"},
+         {"run --keep-going " + bad + ' ' + good, 0, "\nshortfall      1 bad line was left out\n",
+          "velmroute: " + bad + ":6:"},
+         {"run --keep-going --strict " + bad, 1, "shortfall ",
+          "velmroute: 1 bad line was left out\n"},
+         {"run --strict " + good, 0, "check          passed", ""},
+         {"run --strict --chip groups=0 " + good, 1, "none of 3 routes is in hardware\n",
+          "velmroute: none of 3 routes is in hardware\n"},
+         {"run --keep-goin " + good, 2, "", "velmroute: The following argument was not expected"},
          {"run " + good, 0, "check          passed: 4 routes forward as the capture says\n", ""},
-         {"run --show chip --map " + map + ' ' + good, 0, "\nrtr0       7     100   yes\n", ""},
+         {"run --show chip --map " + map + ' ' + good, 0, "\nrtr0       7     100   up\n", ""},
          {"run --trace '2:Vel*' " + good + ' ' + good, 0, "passed", "Found existing"},
-         {"run -j --show routes,oifsets,zombies,chip " + good, 0, "\"offload\": true", ""},
+         {"run --show 'routes group 239.1.1.2,oifsets' " + good, 0, "\n2 of 4 routes\n\n", ""},
+         {"run --show 'routes up' " + good, 2, "", "\"up\" is not a filter of routes (known: "},
          // A trace that a scenario expects is not printed for that reason alone.
          {"run " + captures + "../scenarios/counters.jsonl", 0, " 0 failures\n", ""},
          {"run --chip routes=3 " + good, 0, "not in hardware, and why:\n   vrf default", ""},
@@ -245,24 +260,52 @@ TEST(Program, ExitCodesAndMessagesMatchTheResult) {
    }
 }
 
-TEST(Program, AFailedWriteOfTheOutputIsReported) {
+TEST(Program, PrintsDocumentsThatFitTheirSchemas) {
+   TempDir const dir;
+   std::string const all = "run -j --show routes,oifsets,zombies,chip ";
+   std::vector<std::pair<std::string, std::string>> commands = {
+         {all + dir.file("good", fourRoutes), "run"},
+         {all + "--chip routes=3 " + dir.path("good"), "run"},
+         {"run -p --no-check --path sync " + dir.path("good"), "run"},
+         {"soak -j --ops 300", "soak"},
+         {"check -j --lives 1 --platform sim-sync --only calls,boundaries,blocking-transaction",
+          "check"}};
+   for (auto const& file : fs::directory_iterator(captures + "../scenarios"))
+      commands.emplace_back(all + file.path().string(), "run");
+   for (auto const& [command, schema] : commands) {
+      Ran const ran = velmroute(command);
+      EXPECT_EQ(testSupport::schemaFault(schema, ran.out), "") << command << ran.err;
+      bool const pretty = command.find(" -p ") != std::string::npos;
+      EXPECT_EQ(std::ranges::count(ran.out, '\n') == 1, !pretty) << command;
+   }
+   Ran const routes = velmroute("run -j --show 'routes group 239.1.1.2' " + dir.path("good"));
+   auto const listed = ordered_json::parse(routes.out)["tables"]["routes"];
+   ASSERT_EQ(listed.size(), 2u);
+   EXPECT_EQ(listed[0]["src"], "*");  // before the (S,G) routes of the group
+   EXPECT_EQ(listed[1].dump().substr(0, 163),
+             R"({"vrf":"default","table":253,"src":"10.0.0.2","dst":"239.1.1.2","iif":"rtr0",)"
+             R"("vlan":1006,"multipath":[{"oif":"rtr3","vlan":1009}],"state":"offloaded",)"
+             R"("handle":2,"group":1,)");
+}
+
+TEST(Program, AFailedWriteOfTheOutputIsReportedUnlessTheReaderHasEnded) {
    TempDir const dir;
    std::string const good = dir.file("good", fourRoutes), pipe = dir.path("pipe");
    ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
    for (std::string const& args : {"run " + good, "run -j " + good, std::string("--help")}) {
       Ran const full = velmroute(args, "exec >/dev/full; ");
       EXPECT_EQ(full.code, 1);
-      EXPECT_EQ(full.err, "<stdout>: cannot write: No space left on device\n");
+      EXPECT_EQ(full.err, "velmroute: <stdout>: cannot write: No space left on device\n");
       Ran const unread = velmroute(args, "exec 3<>" + pipe + " >" + pipe + " 3<&-; ");
       EXPECT_EQ(unread.code, 1);
-      EXPECT_EQ(unread.err, "<stdout>: cannot write: Broken pipe\n");
+      EXPECT_EQ(unread.err, "");  // as if the rest were not wanted
    }
 }
 
 // A malformed line is reported when it is read, so the report shows that all earlier lines were
 // read.
 TEST(Program, StandardInputIsReadAsItArrivesUntilItsEndOrAnInterrupt) {
-   for (bool const interrupt : {false, true}) {
+   for (int const interrupt : {0, SIGINT, SIGTERM, SIGHUP}) {
       TempDir const dir;
       std::string const out = dir.path("out"), err = dir.path("err"), pid = dir.path("pid");
       ASSERT_EQ(mkfifo(err.c_str(), 0600), 0);
@@ -278,18 +321,21 @@ TEST(Program, StandardInputIsReadAsItArrivesUntilItsEndOrAnInterrupt) {
          for (std::string line; line.find(error) && std::getline(errors, line);) {
          }
       };
-      writeAndAwait(std::string(fourRoutes) + "one\n", "<stdin>:6: ");
+      writeAndAwait(std::string(fourRoutes) + "one\n", "velmroute: <stdin>:6:");
       writeAndAwait(
             "[2026-07-30T10:00:09.000000] (10.0.0.2,239.1.1.9) Iif: rtr0 Oifs: rtr1 State: "
             "resolved Table: default\ntwo\n(10.0.0.2,239.1",
-            "<stdin>:8: ");
+            "velmroute: <stdin>:8:");
       if (interrupt) {
-         kill(std::stoi(contentOf(pid)), SIGINT);
+         kill(std::stoi(contentOf(pid)), interrupt);
          errors.ignore(std::numeric_limits<std::streamsize>::max());  // until the program ends
       }
-      EXPECT_EQ(pclose(input), 0);
+      int const status = pclose(input);
+      EXPECT_EQ(WEXITSTATUS(status), interrupt ? 3 : 0);
       auto const summary = ordered_json::parse(contentOf(out));
-      EXPECT_EQ(summary["routes"]["inHardware"], 5);
+      EXPECT_EQ(summary["interrupted"], interrupt != 0);
+      EXPECT_EQ(summary.value("signal", ""), interrupt ? sigabbrev_np(interrupt) : "");
+      EXPECT_EQ(summary["routes"]["offloaded"], 5);
       EXPECT_EQ(summary["events"]["total"], 6);
       // An interrupt drops the incomplete last line. At the end of the input that line is
       // malformed.

@@ -6,6 +6,7 @@
 #include "Routing/Hardware/RouteStatus.h"
 #include "TestSupport.h"
 #include "agent/timeline/AsyncObserver.h"
+#include "agent/timeline/TimelineWriter.h"
 #include "platform/sim/AsyncPlatform.h"
 
 namespace Agent {
@@ -54,7 +55,7 @@ class TimelineTest : public testSupport::OnVirtualTime {
    std::vector<json> finished() {
       timeline_.finish();
       json const file = json::parse(out_.str());
-      EXPECT_EQ(file.at("traceEvents").size(), timeline_.events());
+      EXPECT_EQ(file.at("traceEvents").size(), writer_.events());
       return file.at("traceEvents");
    }
 
@@ -90,7 +91,8 @@ class TimelineTest : public testSupport::OnVirtualTime {
    Qor::Ptr<Sim::AsyncPlatform> const platform_ = Qor::make<Sim::AsyncPlatform>("sim", chip_);
    std::vector<MrouteLib::OifSetPtr> sets_;
    std::ostringstream out_;
-   Timeline timeline_{out_};
+   TimelineWriter writer_{out_};
+   Timeline timeline_{{&writer_}};
    Qor::Ptr<Vel::Mroute::AsyncMrouteSwitch> switch_;  // destroyed before the platform and the chip
 };
 

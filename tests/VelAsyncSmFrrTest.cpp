@@ -21,7 +21,7 @@ class AsyncSmFrr : public AsyncSm {
    // The routes n, first <= n < last, each with a set of its own, to et2 and covered by et3.
    void covered(unsigned first, unsigned last, unsigned iif = 1) {
       for (unsigned n = first; n < last; ++n)
-         routes_.push_back(program(n, ownSet({2}, iif, {3})));
+         routes_.push_back(program(n, set({2}, iif, {3})));
    }
    std::size_t waiting() const { return switch_->frrProcessingOifSet().size(); }
    bool armed() const { return sm_->clock() && sm_->clock()->timeMin() <= Qor::maxFinite; }
@@ -153,8 +153,8 @@ TEST_F(AsyncSmFrr, TheLastUserOfARecordMayLeaveWhileItsSetIsTaken) {
       OifSetPtr next;
       AsyncMrouteSwitch* chip = nullptr;
    } listener;
-   listener.next = ownSet({4}, 1, {5});
-   listener.unused = record(ownSet({2}, 1, {3}));
+   listener.next = set({4}, 1, {5});
+   listener.unused = record(set({2}, 1, {3}));
    routes_ = {program(0, listener.next)};
    listener.chip = switch_.get();
    listener.notifierIs(switch_);

@@ -209,7 +209,7 @@ TEST_F(AsyncSmLife, MayEndInAnyHookAndAnyNotification) {
    Interruption life;
    while (life.next()) {
       SCOPED_TRACE(life.lives());
-      build({});
+      build();
       sm_ = inputs_.sm(switch_);
       auto const perform = [&](auto const& operation) {
          if (sm_) operation(*sm_);

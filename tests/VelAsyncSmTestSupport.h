@@ -6,7 +6,7 @@
 #include <tuple>
 
 #include "Journal.h"
-#include "TestSupport.h"
+#include "SimTestSupport.h"
 #include "Vel/VelAsyncMrouteSmReactors.h"
 #include "platform/sim/AsyncPlatform.h"
 
@@ -76,16 +76,14 @@ struct Inputs {
    }
 };
 
-// A switch on a simulated chip with the ports et1 to et8, each in a vlan of its own (1001 to 1008).
-// Routes accept from et1, in the VRF "default", which has the number 1.
-class AsyncSm : public OnVirtualTime {
+class AsyncSm : public OnSwitchWithReactor<Inputs> {
  protected:
    struct Route {
       RouteHandle handle;
       MrouteLib::MtableOifSetPtr record;
    };
 
-   AsyncSm() { build({}); }
+   AsyncSm() { build(); }
    ~AsyncSm() override {
       sm_ = nullptr;
       forgetPosition();  // no test inherits one
@@ -99,53 +97,26 @@ class AsyncSm : public OnVirtualTime {
       switch_->deletedIs(false);  // as the end of that reactor has marked it
    }
 
-   void build(Sim::AsyncPlatformConfig const& config) {
-      chip_ = Qor::make<Sim::Chip>(Sim::ChipConfig{4096, 4096, 1, 0.001});
-      for (unsigned i = 1; i <= 8; ++i)
-         EXPECT_EQ(chip_->portAdd(intf(i), i, vlan(i)), "");
-      platform_ = Qor::make<Sim::AsyncPlatform>("platform", chip_, config);
+   void build() {
+      buildPorts({4096, 4096, 1, 0.001});
+      platform_ = Qor::make<Sim::AsyncPlatform>("platform", chip_, Sim::AsyncPlatformConfig());
       platform_->hookObserverIs([this](std::string_view hook) {
          if (onHook_) onHook_(hook);
       });
-      inputs_ = Inputs();
       inputs_.mrouteHelper = platform_;
-      for (unsigned i = 1; i <= 8; ++i) {
-         inputs_.intfVlanIdTable->intfIdToVlanIdIs(intf(i), VlanId(Qor::U64{1000 + i}));
-         inputs_.ethIntfStatusDir->newIntfStatus(intf(i))->operStatusIs(IntfOperStatus::up);
-      }
       vrfs_ = Qor::make<Routing::Hardware::RouteStatus>();
       vrfs_->newVrfStatus(VrfName("default"), Vel::VrfId(1));
       freshSwitch();
    }
 
-   static IntfId intf(unsigned i) { return IntfId("et" + std::to_string(i)); }
-   static VlanIdOrNone vlan(unsigned i) { return VlanIdOrNone(Qor::U64{1000 + i}); }
    // A switch without a past, on the same chip.
    void freshSwitch() { switch_ = Qor::make<AsyncMrouteSwitch>("switch", vrfs_, platform_); }
-   // The interned set to `out`, covered by `backup` against a failure of `iif`.
-   OifSetPtr set(std::vector<unsigned> const& out, unsigned iif = 0,
-                 std::vector<unsigned> const& backup = {},
-                 RouteKeyType type = RouteKeyType::routed) {
-      MrouteLib::PortVlanSet s(type);
-      for (unsigned i : out)
-         s.newPortVlan(PortVlan(intf(i), vlan(i)), true);
-      for (unsigned i : backup)
-         s.newPortVlanFrr(PortVlan(intf(i), vlan(i)), true);
-      if (iif) s.currentIifIs(intf(iif));
-      return tables_->newOifSet(s);
+   MrouteLib::MtableOifSetPtr record(OifSetPtr const& s) {
+      switch_->doAllocateMtableOifSet({}, s, nullptr, 0, false);
+      return switch_->takeMtableOifSet();
    }
-   // A set like no other, which the interner does not know.
-   OifSetPtr ownSet(std::vector<unsigned> const& out, unsigned iif = 0,
-                    std::vector<unsigned> const& backup = {}) {
-      return Qor::make<MrouteLib::OifSet>(nullptr, set(out, iif, backup)->portVlanSet());
-   }
-   MrouteLib::MtableOifSetPtr record(OifSetPtr const& s, Qor::U32 presetId = 0) {
-      switch_->doAllocateMtableOifSet({}, s, nullptr, presetId, false);
-      MrouteLib::MtableOifSetPtr const made = switch_->takeMtableOifSet();
-      return made;
-   }
-   Route program(unsigned n, OifSetPtr const& s, Qor::U32 presetId = 0) {
-      Route route{{}, record(s, presetId)};
+   Route program(unsigned n, OifSetPtr const& s) {
+      Route route{{}, record(s)};
       switch_->doAllocateRoute(key(n), vlan(1), false, {}, VrfName("default"));
       route.handle = switch_->routeHandle();
       switch_->doSetMtableOifSet(route.handle, route.record, nullptr);
@@ -159,33 +130,19 @@ class AsyncSm : public OnVirtualTime {
    void zombies(unsigned count) {
       std::vector<Route> routes;
       for (unsigned n = 0; n < count; ++n)
-         routes.push_back(program(1000 + n, ownSet({2})));
+         routes.push_back(program(1000 + n, set({2})));
       for (Route& route : routes)
          withdraw(route);
    }
-   static Qor::U32 id(Route const& route) {
-      return Qor::ptrCast<AsyncMtableOifSet>(route.record)->multicastId();
-   }
-   // The interfaces that get the packets of route n: "et2 et3"; or why none does.
+   // After the writes of the last two milliseconds.
    std::string receivers(unsigned n) {
       time_->runUntil(time_->now() + 0.002);
-      auto const out = chip_->forward({1, addr("10.0.0.1"), key(n).group().address(), vlan(1)});
-      std::ostringstream os;
-      if (out.result != Sim::Forwarding::forwarded) os << out.result;
-      for (PortVlan const& copy : out.copies)
-         os << (os.str().empty() ? "" : " ") << copy.intfId();
-      return os.str();
-   }
-   void down(unsigned i, IntfOperStatus status = IntfOperStatus::down) {
-      inputs_.ethIntfStatusDir->intfStatus(intf(i))->operStatusIs(status);
+      return OnSwitchWithReactor::receivers(n);
    }
    void expectSound() { EXPECT_EQ(platform_->audit(), Lines()); }
 
    std::function<void(std::string_view)> onHook_;
-   Qor::Ptr<MrouteLib::MrouteTableColl> tables_ = Qor::make<MrouteLib::MrouteTableColl>();
-   Qor::Ptr<Sim::Chip> chip_;
    Qor::Ptr<Sim::AsyncPlatform> platform_;
-   Inputs inputs_;
    Qor::Ptr<Routing::Hardware::RouteStatus> vrfs_;
    Qor::Ptr<AsyncMrouteSwitch> switch_;
    Qor::Ptr<AsyncMrouteSwitchSm> sm_;

@@ -120,19 +120,6 @@ TEST_F(VelAsyncSwitch, TheSwitchMayGoInsideAnyNotificationOfAFree) {
    }
 }
 
-TEST_F(VelAsyncSwitch, AZombieThatAListenerTakesOutAtOnceIsFreed) {
-   allocate();
-   auto record = Qor::ptrCast<AsyncMtableOifSet>(sw_->mtableOifSet());
-   record->usedInHwIs(true);
-   sw_->mtableOifSetIs(nullptr);
-   Qor::Following const follower(Qor::toGeneric(sw_), [&](Qor::Change const&) {
-      if (!sw_->zombieOifSet().empty()) sw_->zombieOifSetDel(sw_->zombieOifSet().begin()->first);
-   });
-   record = nullptr;
-   EXPECT_EQ(hooks_->deleted, 1u);
-   EXPECT_TRUE(sw_->inUseOifSet().empty());
-}
-
 using VelAsyncSwitchDeathTest = VelAsyncSwitch;
 
 TEST_F(VelAsyncSwitchDeathTest, BrokenInvariantsStopTheProcessWithTheirExpression) {

@@ -3,6 +3,7 @@
 
 #include <cstdint>
 
+#include "agent/report/OutputFormat.h"
 #include "agent/switch/PlatformChoice.h"
 
 namespace Agent {
@@ -16,6 +17,7 @@ struct CheckOptions {
    std::uint32_t room = 1024;  // as KitOptions::room
    std::vector<std::string> only = {};
    bool tap = false;
+   OutputFormat format;
 };
 
 // Returns the exit code: exitFailed if a check fails or the platform cannot be checked, exitUsage for

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <utility>
 
+#include "agent/input/InputKind.h"
+
 namespace Agent {
 
 namespace {
@@ -31,7 +33,11 @@ std::vector<InputError> CaptureReader::unreadable(std::vector<std::string> const
    std::vector<InputError> errors;
    for (std::string const& file : files) {
       std::string reason = LineSource::obstacle(file);
-      if (!reason.empty()) errors.push_back({{file, 0}, "", std::move(reason), true});
+      if (!reason.empty()) {
+         errors.push_back({{file, 0}, "", std::move(reason), true});
+      } else if (auto misused = misusedFile(file, InputUse::capture)) {
+         errors.push_back(*std::move(misused));
+      }
    }
    return errors;
 }
@@ -47,7 +53,7 @@ bool CaptureReader::openNext() {
    files_.pop_back();
    source_->stopFdIs(stopFd_);
    where_ = {source_->name(), 0};
-   anchored_ = false;
+   anchored_ = begun_ = false;
    return true;
 }
 
@@ -62,6 +68,7 @@ CaptureReader::Result CaptureReader::next(CaptureEvent& event) {
       if (SnapshotParser::looksLikeJson(source_->text())) return readSnapshot(event, got);
       std::string_view const text = source_->text();
       if (got == LineSource::Result::part) {
+         if (refusesFile(text)) return Result::error;
          Result const result = refuse(
                "the line is longer than " + std::to_string(LineSource::pieceLimit) + " bytes",
                text);
@@ -75,6 +82,17 @@ CaptureReader::Result CaptureReader::next(CaptureEvent& event) {
       ++skipped_;
    }
    return Result::end;
+}
+
+// If the first text of a file shows that the file is no capture, reports that and skips the file.
+bool CaptureReader::refusesFile(std::string_view text) {
+   if (std::exchange(begun_, true)) return false;
+   std::string reason = refusal(kindOf(text), InputUse::capture);
+   if (reason.empty()) return false;
+   where_.line = 0;
+   refuse(std::move(reason), "", true);
+   source_.reset();
+   return true;
 }
 
 // Reads the next line or piece of a line, counts lines, and moves where_.
@@ -107,11 +125,13 @@ CaptureReader::Result CaptureReader::refuseRest() {
 CaptureReader::Result CaptureReader::readMonitorLine(CaptureEvent& event, bool& skipped) {
    std::string_view const text = source_->text();
    std::size_t const nul = text.find('\0');
+   if (nul != std::string_view::npos && refusesFile(text)) return Result::error;
    if (nul != std::string_view::npos) {
       return refuse("the line has a NUL byte (column " + std::to_string(nul + 1) + ")", text);
    }
    switch (monitor_.parse(text, event)) {
       case MonitorParser::Result::event:
+         begun_ = true;
          setTime(timeOf(event));
          return Result::event;
       case MonitorParser::Result::skipped:
@@ -120,6 +140,7 @@ CaptureReader::Result CaptureReader::readMonitorLine(CaptureEvent& event, bool& 
       case MonitorParser::Result::malformed:
          break;
    }
+   if (refusesFile(text)) return Result::error;
    return refuse(monitor_.reason(), text);
 }
 
@@ -163,10 +184,12 @@ CaptureReader::Result CaptureReader::readSnapshot(CaptureEvent& event, LineSourc
    SnapshotEvent& snapshot = same ? *same : event.emplace<SnapshotEvent>();
    where_.line = first.line;
    if (snapshot_.parse(document_, snapshot)) {
+      begun_ = true;
       if (!behind.empty()) return refuse("text behind the end of a snapshot", behind);
       setTime(snapshot);
       return Result::event;
    }
+   if (refusesFile(document_)) return Result::error;
    auto const end = document_.begin() + static_cast<std::ptrdiff_t>(snapshot_.position());
    where_.line += static_cast<std::uint64_t>(std::count(document_.begin(), end, '\n'));
    return refuse(snapshot_.reason(), snapshot_.excerpt());

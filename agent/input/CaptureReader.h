@@ -11,6 +11,9 @@
 // clock was set or summer time ended. The reader then assumes that no time has passed between the
 // two, and clockSteps() counts the case. An event without a stamp has the time of the event before.
 //
+// The first line shows a file that is no capture at all (agent/input/InputKind.h). The reader reports
+// that in one error and skips the file.
+//
 // Errors. next() returns an error in its place between the events, and the caller decides whether
 // to read on. A malformed line or snapshot yields no event and does not move the time. After a
 // fatal error the reader skips the rest of the file.
@@ -47,8 +50,8 @@ class CaptureReader {
    // Once `fd` is readable, a file ends where a read would wait, as LineSource::stopFdIs() states.
    void stopFdIs(int fd);
 
-   // The files that cannot be opened: missing files, directories, files without permission. A
-   // caller asks before a long run.
+   // The files that cannot be read: missing files, directories, files without permission, and files
+   // of another kind. A caller asks before a long run.
    static std::vector<InputError> unreadable(std::vector<std::string> const& files);
 
    // With Result::event, `event` is the next event, and its storage is reused if it had the same
@@ -73,6 +76,7 @@ class CaptureReader {
    Result readSnapshot(CaptureEvent& event, LineSource::Result got);
    Result refuse(std::string reason, std::string_view text, bool fatal = false);
    Result refuseRest();
+   bool refusesFile(std::string_view text);
    void setTime(CaptureTime& event);
 
    std::vector<std::string> files_;  // still to be read, in reverse order
@@ -93,6 +97,7 @@ class CaptureReader {
    std::int64_t anchorStamp_ = 0;
    std::int64_t lastStamp_ = 0;
    bool anchored_ = false;  // the current file has had a stamp
+   bool begun_ = false;     // the current file has had an event or an error
 };
 
 }  // namespace Agent

@@ -14,8 +14,15 @@ void InputError::textIs(std::string_view offending) {
 }
 
 std::string InputError::toString() const {
-   std::string out = position.toString() + ": " + printable(reason);
-   if (!text.empty()) out += "\n    " + printable(text);
+   static constexpr std::string_view columnWord = " (column ";
+   std::size_t const at = reason.ends_with(')') ? reason.rfind(columnWord) : std::string::npos;
+   std::string out = position.toString();
+   if (at != std::string::npos) {
+      std::size_t const number = at + columnWord.size();
+      out += ':' + reason.substr(number, reason.size() - 1 - number);
+   }
+   out += ": " + printable(std::string_view(reason).substr(0, at));
+   if (!text.empty()) out += ": " + printable(text);
    return out;
 }
 

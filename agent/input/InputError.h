@@ -21,7 +21,7 @@ struct InputError {
 
    InputPosition position;
    std::string text;    // the offending text, at most textLimit bytes of it and "..." when cut
-   std::string reason;  // never empty
+   std::string reason;  // never empty; may end with " (column N)"
    // The rest of the file cannot be read either, because the file is missing, unreadable or
    // corrupt. A caller that goes on reads the next file.
    bool fatal = false;
@@ -29,9 +29,8 @@ struct InputError {
    // Cuts `offending` to the limit.
    void textIs(std::string_view offending);
 
-   // "FILE:LINE: REASON". The offending text, if there is one, follows on a second line behind four
-   // blanks. Bytes that are not printable ASCII become \xNN, so that a damaged file has no effect
-   // on a terminal.
+   // "FILE:LINE:COLUMN: REASON: TEXT" in one line. The column and the text may be missing. Bytes
+   // that are not printable ASCII become \xNN, so that a damaged file has no effect on a terminal.
    std::string toString() const;
 };
 

@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "Qor/Assert.h"
+#include "agent/input/InputKind.h"
 #include "agent/input/LineSource.h"
 #include "agent/input/PrintableText.h"
 #include "agent/input/RouteFields.h"
@@ -51,6 +52,7 @@ bool InterfaceMap::isRegisterDevice(std::string_view name) {
 }
 
 std::optional<InputError> InterfaceMap::load(std::string const& file) {
+   if (auto misused = misusedFile(file, InputUse::interfaceMap)) return misused;
    InterfaceMap loaded;
    LineSource source(file);
    while (true) {

@@ -58,6 +58,11 @@ class InterfaceMap {
    // InterfaceMapFull if the name is new and no vlan is left.
    Intf const& intf(Lnet::IntfId id);
 
+   // Null for an unknown name.
+   Intf const* find(Lnet::IntfId id) const {
+      auto const known = byId_.find(id.id());
+      return known == byId_.end() ? nullptr : known->second;
+   }
    // Null if no interface has this vlan or port. Register devices have no port.
    Intf const* byVlan(Bridging::VlanId vlan) const;
    Intf const* byPort(Qor::U32 port) const;

@@ -1,13 +1,13 @@
 #include "agent/input/SnapshotParser.h"
 
-#include <algorithm>
 #include <iterator>
-#include <nlohmann/json.hpp>
 #include <optional>
 #include <utility>
 
+#include "agent/input/FrrTable.h"
 #include "agent/input/PrintableText.h"
 #include "agent/input/RouteFields.h"
+#include "agent/input/TableHandler.h"
 
 namespace Agent {
 
@@ -54,68 +54,36 @@ struct RouteText {
    std::vector<Lnet::IntfId> oifs;
 };
 
-// Receives the values of the text in order. Every operation returns false to stop the reading.
-class Handler final : public nlohmann::json_sax<json> {
+// Receives the values of an `ip` table.
+class IpTable final : public TableHandler {
  public:
-   Handler(std::string_view text, char const* const& reached, SnapshotEvent& event)
-         : text_(text), reached_(reached), event_(event) {}
+   using TableHandler::TableHandler;
 
-   bool null() override { return value("null"); }
-   bool boolean(bool) override { return value("a boolean"); }
-   bool number_integer(number_integer_t) override { return value("a number"); }
    bool number_unsigned(number_unsigned_t n) override {
       if (skipped_ || where_ != Where::route || key_ != "table") return value("a number");
       std::string text = std::to_string(n);
       return string(text);
    }
-   bool number_float(number_float_t, std::string const&) override { return value("a number"); }
-   bool binary(binary_t&) override { return value("binary data"); }
    bool string(std::string& text) override;
-   bool key(std::string& name) override {
-      key_ = name;
-      return true;
-   }
    bool start_object(std::size_t) override;
    bool end_object() override;
    bool start_array(std::size_t) override;
    bool end_array() override;
-   bool parse_error(std::size_t position, std::string const& token,
-                    json::exception const& error) override;
-
-   std::string reason;
-   std::size_t position = 0;
-   std::string_view excerpt;
 
  private:
    enum class Where { top, list, route, hops, hop };
 
-   std::size_t reached() const { return static_cast<std::size_t>(reached_ - text_.data()); }
-   bool value(char const* kind);
-   bool fail(std::string what);
+   bool inRoute() const override { return where_ != Where::top && where_ != Where::list; }
+   bool value(char const* kind) override;
    bool endRoute();
 
-   std::string_view text_;
-   char const* const& reached_;
-   SnapshotEvent& event_;
    Where where_ = Where::top;
-   std::size_t skipped_ = 0;  // the depth inside the value of an ignored key
-   std::size_t routeAt_ = 0;
-   std::string key_;
    RouteText route_;
    bool hopHasOif_ = false;
 };
 
-bool Handler::fail(std::string what) {
-   bool const inRoute = where_ != Where::top && where_ != Where::list;
-   position = inRoute ? routeAt_ : std::max<std::size_t>(reached(), 1) - 1;
-   excerpt = text_.substr(position, inRoute ? reached() - position : std::string_view::npos);
-   reason = inRoute ? "route " + std::to_string(event_.routes.size() + 1) + ": " : "";
-   reason += what;
-   return false;
-}
-
 // A value that is neither a text nor a list nor an object.
-bool Handler::value(char const* kind) {
+bool IpTable::value(char const* kind) {
    if (skipped_) return true;
    switch (where_) {
       case Where::top:
@@ -135,7 +103,7 @@ bool Handler::value(char const* kind) {
    return true;
 }
 
-bool Handler::string(std::string& text) {
+bool IpTable::string(std::string& text) {
    if (skipped_) return true;
    if (where_ == Where::hop) {
       if (key_ != "oif") return true;
@@ -161,12 +129,12 @@ bool Handler::string(std::string& text) {
    return true;
 }
 
-bool Handler::start_object(std::size_t) {
+bool IpTable::start_object(std::size_t) {
    if (skipped_) {
       ++skipped_;
    } else if (where_ == Where::list) {
       where_ = Where::route;
-      routeAt_ = reached() - 1;
+      routeBegins();
       route_ = RouteText();
    } else if (where_ == Where::hops) {
       where_ = Where::hop;
@@ -178,7 +146,7 @@ bool Handler::start_object(std::size_t) {
    return true;
 }
 
-bool Handler::end_object() {
+bool IpTable::end_object() {
    if (skipped_) {
       --skipped_;
    } else if (where_ == Where::hop) {
@@ -190,7 +158,7 @@ bool Handler::end_object() {
    return true;
 }
 
-bool Handler::start_array(std::size_t) {
+bool IpTable::start_array(std::size_t) {
    if (skipped_) {
       ++skipped_;
    } else if (where_ == Where::top) {
@@ -205,7 +173,7 @@ bool Handler::start_array(std::size_t) {
    return true;
 }
 
-bool Handler::end_array() {
+bool IpTable::end_array() {
    if (skipped_) {
       --skipped_;
    } else {
@@ -214,7 +182,7 @@ bool Handler::end_array() {
    return true;
 }
 
-bool Handler::endRoute() {
+bool IpTable::endRoute() {
    if (!route_.source) return fail("no \"src\"");
    if (!route_.group) return fail("no \"dst\"");
    MrouteEvent route;
@@ -233,28 +201,9 @@ bool Handler::endRoute() {
       return fail("unknown state " + inQuotes(route_.state));
    }
    route.oifs = std::move(route_.oifs);
-   if (!event_.covers(route.vrf, route.key)) {
-      event_.scopes.push_back({route.key.group().family(), route.vrf});
-   }
-   event_.routes.push_back(std::move(route));
+   add(std::move(route));
    where_ = Where::list;
    return true;
-}
-
-bool Handler::parse_error(std::size_t at, std::string const&, json::exception const& error) {
-   constexpr std::size_t before = 60;
-   position = std::min(at ? at - 1 : 0, text_.size());
-   std::size_t const first = position > before ? position - before : 0;
-   excerpt = text_.substr(first, position + 1 - first);
-   // The library reports "[json...] parse error at line 1, column 5: syntax error while parsing
-   // ...". Its place is replaced by the place in the file.
-   std::string_view what = error.what();
-   if (auto const colon = what.find(": "); colon != std::string_view::npos) {
-      what.remove_prefix(colon + 2);
-   }
-   reason = "not valid JSON: ";
-   reason += what;
-   return false;
 }
 
 }  // namespace
@@ -273,9 +222,12 @@ bool SnapshotParser::looksLikeJson(std::string_view line) {
 bool SnapshotParser::parse(std::string_view text, SnapshotEvent& event) {
    SnapshotEvent result;
    char const* reached = text.data();
-   Handler handler(text, reached, result);
+   std::unique_ptr<TableHandler> const made =
+         looksLikeFrrTable(text) ? newFrrTable(text, reached, result)
+                                 : std::make_unique<IpTable>(text, reached, result);
+   TableHandler& handler = *made;
    if (json::sax_parse(Cursor(text.data(), &reached), Cursor(text.data() + text.size(), &reached),
-                       &handler)) {
+                       made.get())) {
       // The JSON reader treats a NUL as the end of the text.
       std::size_t const nul = text.find('\0');
       if (nul == std::string_view::npos) {

@@ -2,13 +2,16 @@
 #include <sstream>
 
 #include "Qor/Trace.h"
+#include "agent/explain/ExplainJson.h"
 #include "agent/input/NumberText.h"
 #include "agent/input/PrintableText.h"
+#include "agent/input/Suggestion.h"
 #include "agent/input/TraceOption.h"
-#include "agent/inspect/InspectExplain.h"
 #include "agent/inspect/Inspector.h"
 #include "agent/inspect/Rehearsal.h"
+#include "agent/process/Signals.h"
 #include "agent/report/TextTable.h"
+#include "agent/report/Views.h"
 
 namespace Agent {
 
@@ -27,7 +30,7 @@ ordered_json rowJson(EntityTree const& tree, TreeNode const& parent, TreeNode co
    ordered_json row = {{"name", lastSegment(parent, child)}};
    bool const collection = child.kind == Kind::collection;
    if (collection || child.kind == Kind::directory) {
-      row["members"] = tree.size(child);
+      row["memberCount"] = tree.size(child);
    } else {
       row["value"] = valueJson(child.it, child.type);
       row["writable"] = child.writable();
@@ -39,13 +42,13 @@ ordered_json rowJson(EntityTree const& tree, TreeNode const& parent, TreeNode co
 Lines rowLines(ordered_json const& rows) {
    Lines lines = {{"NAME", "VALUE", "", "TYPE"}};
    for (auto const& row : rows) {
-      bool const counted = row.contains("members");
-      lines.push_back(
-            {row.at("name").get<std::string>(),
-             counted ? row.at("members").dump() + (row.at("members") == 1 ? " member" : " members")
-                     : valueText(row.at("value")),
-             !counted && row.at("writable").get<bool>() ? "writable" : "",
-             row.at("type").get<std::string>()});
+      bool const counted = row.contains("memberCount");
+      lines.push_back({row.at("name").get<std::string>(),
+                       counted ? row.at("memberCount").dump() +
+                                       (row.at("memberCount") == 1 ? " member" : " members")
+                               : valueText(row.at("value")),
+                       !counted && row.at("writable").get<bool>() ? "writable" : "",
+                       row.at("type").get<std::string>()});
    }
    return lines;
 }
@@ -74,12 +77,12 @@ ordered_json typeJson(Qor::Type const& type) {
       json["attributes"].push_back({{"name", a->name},
                                     {"type", a->type},
                                     {"writable", a->writable()},
-                                    {"told", !a->handler.empty()}});
+                                    {"notifies", !a->handler.empty()}});
    }
    for (auto const* const c : type.allCollections()) {
       json["collections"].push_back({{"name", c->name},
                                      {"type", c->keyType + " -> " + c->valueType},
-                                     {"told", !c->handler.empty()}});
+                                     {"notifies", !c->handler.empty()}});
    }
    for (auto const* const o : type.allOperations()) {
       json["operations"].push_back({{"name", o->name},
@@ -106,7 +109,7 @@ std::string typeText(ordered_json const& json) {
       for (auto const& row : json.at(list)) {
          std::string notes;
          if (row.value("writable", false)) notes += " writable";
-         if (row.value("told", false)) notes += " notifies";
+         if (row.value("notifies", false)) notes += " notifies";
          if (row.value("reading", false)) notes += " read-only";
          lines.push_back({std::string("   ") + what, row.at("name").get<std::string>(),
                           row.at("type").get<std::string>(), notes});
@@ -116,6 +119,17 @@ std::string typeText(ordered_json const& json) {
    add("collections", "collection");
    add("operations", "operation");
    return text + aligned(lines);
+}
+
+// Raises InspectError if no member of `all` has this name.
+void checkName(std::string const& name, auto const& all, char const* what, auto const& nameOf) {
+   Suggestion suggestion(name);
+   for (auto const* const one : all) {
+      if (std::invoke(nameOf, one) == name) return;
+      suggestion.offer(std::invoke(nameOf, one));
+   }
+   throw InspectError(std::string("there is no ") + what + ' ' + printable(name) +
+                      suggestion.text());
 }
 
 }  // namespace
@@ -162,12 +176,12 @@ void Inspector::get(Words const& words) {
    ordered_json members = ordered_json::object();
    for (TreeNode const& child : all.children(node, 0, all.size(node))) {
       ordered_json const row = rowJson(all, node, child);
-      bool const counted = row.contains("members");
+      bool const counted = row.contains("memberCount");
       ordered_json const value =
-            counted ? ordered_json{{"members", row.at("members")}} : row.at("value");
+            counted ? ordered_json{{"memberCount", row.at("memberCount")}} : row.at("value");
       members[row.at("name").get<std::string>()] = value;
       lines.push_back({row.at("name").get<std::string>(),
-                       counted ? row.at("members").dump() + " members" : valueText(value)});
+                       counted ? row.at("memberCount").dump() + " members" : valueText(value)});
    }
    json["members"] = members;
    printResult(json, lines.empty() ? "empty\n" : aligned(lines));
@@ -187,6 +201,7 @@ void Inspector::change(std::function<void()> const& doIt) {
    if (!run_.theSwitch().forks())
       throw InspectError("the platform has no copies, in which a change could be tried before");
    std::string const why = rehearse(doIt);
+   if (interrupted()) throw InspectError("interrupted during the trial");
    if (!why.empty()) throw InspectError("that would end the agent: " + why);
    changed_ = true;
    doIt();
@@ -213,6 +228,7 @@ void Inspector::call(Words const& words) {
    TreeNode const node = all.find(words[1].raw);
    Qor::Type const* const type = typeOf(node);
    if (!type) throw InspectError(printable(node.path) + " has no operations");
+   checkName(words[2].text, type->allOperations(), "operation", &Qor::TypeOperation::name);
    Qor::TypeOperation const& operation = type->operation(words[2].text, words.size() - 3);
    std::vector<Qor::Generic> arguments;
    for (std::size_t i = 3; i < words.size(); ++i)
@@ -220,13 +236,14 @@ void Inspector::call(Words const& words) {
    Qor::Generic result;
    change([&] { result = operation.run(operation, node.it, arguments); });
    ordered_json const json = valueJson(result, operation.result);
-   printResult({{"result", json}}, operation.result == "void" ? "done\n" : valueText(json) + '\n');
+   printResult({{"value", json}}, operation.result == "void" ? "done\n" : valueText(json) + '\n');
 }
 
 // ---- Types, traces, routes. ----
 
 void Inspector::types(Words const& words) {
    if (words.size() > 1) {
+      checkName(words[1].text, Qor::types(), "type", [](auto* type) { return type->name(); });
       ordered_json const json = typeJson(Qor::type(words[1].text));
       return printResult(json, typeText(json));
    }
@@ -237,7 +254,7 @@ void Inspector::types(Words const& words) {
             {{"name", type->name()}, {"kind", kindName(type->kind())}, {"module", type->module()}});
       lines.push_back({type->name(), kindName(type->kind()), type->module()});
    }
-   printResult(json, aligned(lines));
+   printResult({{"types", std::move(json)}}, aligned(lines));
 }
 
 void Inspector::trace(Words const& words) {
@@ -247,12 +264,19 @@ void Inspector::trace(Words const& words) {
    } else if (auto const wrong = applyTraceOption(text)) {
       throw InspectError(*wrong + ", or off[:GLOB]");
    }
-   printResult(nullptr, "");
+   printResult(ordered_json::object(), "");
+}
+
+void Inspector::show(Words const& words) {
+   ViewRequest const request = viewRequest(std::string_view(line_).substr(words[1].at));
+   ViewContent content = viewContent(request, run_.theSwitch());
+   std::string const text = format_.json ? "" : viewText(request.view, content, format_.width);
+   printResult(viewDocument(request.view, std::move(content)), text);
 }
 
 void Inspector::explain(Words const& words) {
    RouteQuestion const question = routeQuestion(std::string_view(line_).substr(words[1].at));
-   ordered_json const json = explainRoute(run_.theSwitch(), question);
+   ordered_json const json = explainJson(Explainer(run_.theSwitch()).answer(question));
    std::ostringstream text;
    printExplanation(text, json);
    printResult(json, text.str());

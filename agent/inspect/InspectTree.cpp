@@ -7,6 +7,7 @@
 #include "Qor/Exception.h"
 #include "agent/input/NumberText.h"
 #include "agent/input/PrintableText.h"
+#include "agent/input/Suggestion.h"
 #include "agent/inspect/InspectWords.h"
 
 namespace Agent {
@@ -25,6 +26,9 @@ std::string below(std::string const& path, std::string_view segment) {
                            std::vector<std::string> const& there) {
    constexpr std::size_t listed = 12;
    std::string text = printable(node.path) + " has no " + printable(inQuotes(segment));
+   Suggestion suggestion(segment);
+   std::ranges::for_each(there, [&](auto& name) { suggestion.offer(name); });
+   if (!suggestion.names().empty()) throw InspectError(text + suggestion.text());
    for (std::size_t i = 0; i < std::min(there.size(), listed); ++i)
       text += (i ? ", " : "; there is ") + there[i];
    if (there.size() > listed) text += " and " + std::to_string(there.size() - listed) + " more";
@@ -85,9 +89,14 @@ TreeNode memberOf(TreeNode const& node, std::string const& segment) {
       auto const members = node.collection->members(node.owner, number - 1, 1);
       if (!members.empty()) return memberNode(node, members.front());
    }
-   throw InspectError(printable(node.path) + " has no member " + printable(inQuotes(segment)) +
-                      " among its " + std::to_string(node.collection->size(node.owner)) +
-                      ": give a " + node.collection->keyType + " as ls shows it, or [N]");
+   std::string const text = printable(node.path) + " has no member " + printable(inQuotes(segment));
+   Suggestion suggestion(segment);
+   Qor::U32 const size = static_cast<Qor::U32>(node.collection->size(node.owner));
+   for (auto const& member : node.collection->members(node.owner, 0, size))
+      suggestion.offer(member.key.pretty());
+   if (!suggestion.names().empty()) throw InspectError(text + suggestion.text());
+   throw InspectError(text + " among its " + std::to_string(size) + ": give a " +
+                      node.collection->keyType + " as ls shows it, or [N]");
 }
 
 template <class Member>

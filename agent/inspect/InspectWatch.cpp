@@ -34,7 +34,7 @@ class InspectWatches::Watch {
 
  private:
    void onChange(Qor::Change const& change) {
-      ordered_json event = {{"time", Qor::now()}, {"path", path_}};
+      ordered_json event = {{"at", Qor::now()}, {"path", path_}};
       if (change.gone) {
          event["gone"] = true;
          report_(event);

@@ -12,7 +12,7 @@ namespace Agent {
 
 class InspectWatches {
  public:
-   // Called inside the mutator, as a reactor is. An event has "time" and "path"; "member" for a
+   // Called inside the mutator, as a reactor is. An event has "at" and "path"; "member" for a
    // watch on an object; "key" for a member of a collection; and "value", "was", "size" or "gone"
    // for the change.
    using Report = std::function<void(nlohmann::ordered_json const& event)>;

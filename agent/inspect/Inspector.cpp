@@ -8,8 +8,11 @@
 #include "Qor/Exception.h"
 #include "agent/input/NumberText.h"
 #include "agent/input/PrintableText.h"
+#include "agent/input/Suggestion.h"
 #include "agent/inspect/Rehearsal.h"
+#include "agent/process/Signals.h"
 #include "agent/report/TextTable.h"
+#include "platform/Format.h"
 
 namespace Agent {
 
@@ -23,7 +26,7 @@ std::string seconds(double time) {
 
 // The text of a watch's event.
 std::string eventText(ordered_json const& event) {
-   std::string text = "at " + seconds(event.at("time").get<double>()) + ": " +
+   std::string text = "at " + seconds(event.at("at").get<double>()) + ": " +
                       printable(event.at("path").get<std::string>());
    if (event.contains("member")) text += ' ' + event.at("member").get<std::string>();
    if (event.contains("key")) text += '[' + event.at("key").get<std::string>() + ']';
@@ -38,25 +41,10 @@ std::string eventText(ordered_json const& event) {
    return text + (object ? " is deleted, and the watch ends" : " is deleted");
 }
 
-// The position of the last word of a line. Its quotes may be open.
-std::size_t lastWord(std::string_view line) {
-   std::size_t at = 0;
-   bool quoted = false;
-   for (std::size_t i = 0; i < line.size(); ++i) {
-      if (line[i] == '\\' && quoted) {
-         ++i;
-      } else if (line[i] == '"') {
-         quoted = !quoted;
-      } else if (!quoted && (line[i] == ' ' || line[i] == '\t')) {
-         at = i + 1;
-      }
-   }
-   return at;
-}
-
-// The completions of a path.
-std::vector<std::string> pathsLike(EntityTree const& tree, std::string_view word) {
-   constexpr std::size_t most = 200;
+// Offers the children of the path that the last word begins.
+void offerPaths(CompletionList& list, EntityTree const& tree) {
+   constexpr std::size_t most = 1000;  // children that are read
+   std::string_view const word = list.word();
    std::size_t slash = 0;
    bool quoted = false;
    for (std::size_t i = 0; i < word.size(); ++i) {
@@ -66,14 +54,28 @@ std::vector<std::string> pathsLike(EntityTree const& tree, std::string_view word
    TreeNode const parent = tree.find(word.substr(0, slash + 1));
    std::string const prefix = parent.path == "/" ? "/" : parent.path + '/';
    std::string const last(word.substr(slash + 1));
-   std::vector<std::string> found;
    for (TreeNode const& child : tree.children(parent, 0, most)) {
       std::string const segment = child.path.substr(prefix.size());
-      if (segment.starts_with(last) || segment.starts_with('"' + last)) {
-         found.push_back(child.path + (tree.size(child) ? "/" : ""));
-      }
+      if (segment.starts_with(last) || segment.starts_with('"' + last))
+         list.add(child.path + (tree.size(child) ? "/" : ""));
    }
-   return found;
+}
+
+// The wanted routes, and the interfaces of the switch.
+RouteNames routeNames(Switch const& theSwitch) {
+   auto const text = [](Lnet::IpGenPrefix const& prefix) {
+      return prefix.isHost() ? fmt::format("{}", prefix.address()) : fmt::format("{}", prefix);
+   };
+   return {[&theSwitch, text](RouteNames::Route const& offer) {
+              for (auto const& [id, wanted] : theSwitch.wantedRoutes()) {
+                 auto const& source = id.key.source();
+                 offer(id.vrf.name(), source.isAny() ? "*" : text(source), text(id.key.group()));
+              }
+           },
+           [&theSwitch](auto const& offer) {
+              for (auto const& intf : theSwitch.interfaceMap().intfs())
+                 offer(intf->id.name());
+           }};
 }
 
 }  // namespace
@@ -93,7 +95,12 @@ std::vector<Inspector::Command> const& Inspector::commands() {
          {"watch", "[PATH]", 0, 1, "prints the changes of an object, an attribute or a collection",
           &Inspector::watch},
          {"unwatch", "[PATH]", 0, 1, "ends one watch, or all", &Inspector::unwatch},
-         {"explain", "ROUTE [vrf NAME]", 1, any, "prints the state of a route, with reasons",
+         {"show", "VIEW [FILTER]", 1, any,
+          "prints a table: routes, oifsets, zombies, chip; a FILTER of routes is, for example, "
+          "group 239.1.0.0/16 state waiting",
+          &Inspector::show},
+         {"explain", "ROUTE | GROUP [vrf NAME] [iif NAME]", 1, any,
+          "traces a packet of a route, or lists the routes of a group, with reasons",
           &Inspector::explain},
          {"types", "[TYPE]", 0, 1, "lists the types, or the members of one type",
           &Inspector::types},
@@ -109,18 +116,17 @@ std::vector<Inspector::Command> const& Inspector::commands() {
 }
 
 Inspector::Command const& Inspector::command(std::string const& name) {
-   std::string known;
    for (Command const& command : commands()) {
       if (command.name == name) return command;
-      known += (known.empty() ? "" : ", ") + std::string(command.name);
    }
-   throw InspectError(printable(inQuotes(name)) + " is not a command (known: " + known + ')');
+   throw InspectError(printable(inQuotes(name)) + " is not a command" +
+                      knownNames(name, commands(), &Command::name));
 }
 
-Inspector::Inspector(InspectedRun& run, std::ostream& out, bool json, Rights rights)
+Inspector::Inspector(InspectedRun& run, std::ostream& out, OutputFormat format, Rights rights)
       : run_(run),
         out_(out),
-        json_(json),
+        format_(format),
         rights_(rights),
         watches_([this](ordered_json const& event) { printEvent(event); }) {}
 
@@ -144,58 +150,55 @@ Inspector::Outcome Inspector::evaluate(std::string_view line) {
       (this->*found.run)(words);
    } catch (std::exception const& error) {
       error_ = printable(error.what());
-      if (json_) {
-         out_ << ordered_json{{"command", printable(inQuotes(line_))}, {"error", error_}}.dump()
-              << std::endl;
-      }
+      if (format_.json) print({{"command", printable(line_)}, {"error", error_}}, "");
       return Outcome::failed;
    }
    return quit_ ? Outcome::quit : Outcome::done;
 }
 
-Inspector::Completion Inspector::complete(std::string_view line) const {
-   Completion found;
-   found.at = lastWord(line);
-   std::string_view const word = line.substr(found.at);
-   auto const offer = [&](std::string const& name) {
-      if (name.starts_with(word)) found.words.push_back(name + ' ');
-   };
+Completion Inspector::complete(std::string_view line, std::size_t limit) const {
+   CompletionList list(line, limit);
+   auto const& before = list.before();
    try {
-      Words const before = wordsOf(line.substr(0, found.at));
       if (before.empty() || (before.size() == 1 && before[0].text == "help")) {
-         for (Command const& command : commands())
-            offer(command.name);
-      } else if (word.starts_with('/')) {
-         found.words = pathsLike(EntityTree(run_.theSwitch().roots()), word);
+         for (Command const& command : commands()) {
+            if (!command.changes || rights_ == Rights::all) list.offer(command.name);
+         }
+      } else if (list.word().starts_with('/')) {
+         offerPaths(list, EntityTree(run_.theSwitch().roots()));
+      } else if (before[0].text == "explain") {
+         completeQuestion(list, 1, routeNames(run_.theSwitch()));
       } else if (before[0].text == "types") {
          for (Qor::Type const* const type : Qor::types())
-            offer(type->name());
+            list.offer(type->name());
       } else if (before[0].text == "call" && before.size() == 2) {
          EntityTree const tree(run_.theSwitch().roots());
          Qor::Type const* const type = typeOf(tree.find(before[1].raw));
          for (auto const* const operation : type->allOperations())
-            offer(operation->name);
+            list.offer(operation->name);
       }
    } catch (std::exception const&) {
       // A path without a node has no completion.
    }
-   return found;
+   return std::move(list).take();
 }
 
 void Inspector::printResult(ordered_json const& json, std::string const& text) {
-   if (json_) {
-      out_ << ordered_json{{"command", printable(line_)}, {"result", json}}.dump() << std::endl;
+   if (!format_.json) return print({}, text);
+   print({{"command", printable(line_)}, {"result", json}}, "");
+}
+
+void Inspector::print(ordered_json const& json, std::string const& text) {
+   if (format_.json) {
+      printJson(out_, json, format_.style);
    } else {
-      out_ << text << std::flush;
+      out_ << text;
    }
+   out_ << std::flush;
 }
 
 void Inspector::printEvent(ordered_json const& event) {
-   if (json_) {
-      out_ << ordered_json{{"event", event}}.dump() << std::endl;
-   } else {
-      out_ << eventText(event) << std::endl;
-   }
+   print({{"event", event}}, format_.json ? "" : eventText(event) + '\n');
 }
 
 void Inspector::help(Words const& words) {
@@ -208,7 +211,7 @@ void Inspector::help(Words const& words) {
       json.push_back({{"usage", usage}, {"help", command.help}});
       lines.push_back({usage, command.help});
    }
-   printResult(json, aligned(lines));
+   printResult({{"commands", std::move(json)}}, aligned(lines));
 }
 
 void Inspector::watch(Words const& words) {
@@ -222,7 +225,7 @@ void Inspector::watch(Words const& words) {
       json.push_back(printable(path));
       text += printable(path) + '\n';
    }
-   printResult(json, text.empty() ? "no watches\n" : text);
+   printResult({{"watches", std::move(json)}}, text.empty() ? "no watches\n" : text);
 }
 
 void Inspector::unwatch(Words const& words) {
@@ -235,7 +238,7 @@ void Inspector::unwatch(Words const& words) {
          path += '/' + quotedSegment(segment);
       watches_.remove(path);
    }
-   printResult(nullptr, "");
+   printResult(ordered_json::object(), "");
 }
 
 // ---- Time. ----
@@ -245,13 +248,20 @@ void Inspector::unwatch(Words const& words) {
 void Inspector::advance(std::function<void()> const& doIt) {
    if (changed_ && run_.inMemory() && run_.theSwitch().forks()) {
       std::string const why = rehearse(doIt);
+      if (interrupted()) throw InspectError("interrupted during the trial");
       if (!why.empty()) throw InspectError("that would end the run: " + why);
    }
    doIt();
 }
 
+void Inspector::printInterrupt(std::string const& signal) {
+   print({{"interrupted", true}, {"signal", signal}, {"at", Qor::now()}},
+         "interrupted by " + signal + " at " + seconds(Qor::now()) + '\n');
+}
+
 void Inspector::printTime() {
-   printResult({{"time", Qor::now()}}, "at " + seconds(Qor::now()) + '\n');
+   if (interrupted()) return;
+   printResult({{"at", Qor::now()}}, "at " + seconds(Qor::now()) + '\n');
 }
 
 void Inspector::goOn(Words const& words) {

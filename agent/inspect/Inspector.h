@@ -15,11 +15,12 @@
 #include <string_view>
 #include <vector>
 
+#include "agent/inspect/Completion.h"
 #include "agent/inspect/InspectTree.h"
 #include "agent/inspect/InspectWatch.h"
 #include "agent/inspect/InspectWords.h"
 #include "agent/inspect/InspectedRun.h"
-#include "agent/inspect/LineEditor.h"
+#include "agent/report/OutputFormat.h"
 
 namespace Agent {
 
@@ -34,16 +35,18 @@ class Inspector {
    enum class Rights { all, reading };
 
    // Run and output outlive the inspector.
-   Inspector(InspectedRun& run, std::ostream& out, bool json, Rights rights = Rights::all);
+   Inspector(InspectedRun& run, std::ostream& out, OutputFormat format,
+             Rights rights = Rights::all);
 
    // Runs the command of a line. Empty lines and comments (#) have no effect. After
    // Outcome::failed, error() is the reason.
    Outcome evaluate(std::string_view line);
    std::string const& error() const { return error_; }
+   // Prints that a signal has ended the commands at the present time, or the present command.
+   void printInterrupt(std::string const& signal);
 
-   // The completions of the last word of an unfinished line.
-   using Completion = LineEditor::Completion;
-   Completion complete(std::string_view line) const;
+   // The completions of the last word of an unfinished line; `limit` bounds Completion::words.
+   Completion complete(std::string_view line, std::size_t limit = CompletionList::most) const;
 
    // Whether `set` or `call` has changed the switch. The library's records may then disagree with
    // their users, so that the destruction of the switch may fail an assertion.
@@ -71,6 +74,7 @@ class Inspector {
    void unwatch(Words const& words);
    void types(Words const& words);
    void trace(Words const& words);
+   void show(Words const& words);
    void explain(Words const& words);
    void goOn(Words const& words);
    void step(Words const& words);
@@ -82,11 +86,12 @@ class Inspector {
    void advance(std::function<void()> const& doIt);
    void printEvent(nlohmann::ordered_json const& event);
    void printResult(nlohmann::ordered_json const& json, std::string const& text);
+   void print(nlohmann::ordered_json const& json, std::string const& text);
    void printTime();
 
    InspectedRun& run_;
    std::ostream& out_;
-   bool const json_;
+   OutputFormat const format_;
    Rights const rights_;
    InspectWatches watches_;
    std::string line_;  // the present command

@@ -5,17 +5,13 @@
 #include <memory>
 #include <string>
 #include <string_view>
-#include <vector>
+
+#include "agent/inspect/Completion.h"
 
 namespace Agent {
 
 class LineEditor {
  public:
-   // The completions of the last word of an unfinished line. Each can replace that word.
-   struct Completion {
-      std::size_t at = 0;  // position of that word
-      std::vector<std::string> words;
-   };
    using Prompt = std::function<std::string()>;
    using Completer = std::function<Completion(std::string_view line)>;
 
@@ -28,7 +24,8 @@ class LineEditor {
    LineEditor(LineEditor const&) = delete;
    LineEditor& operator=(LineEditor const&) = delete;
 
-   // Returns false at the end of the input.
+   // Returns false at the end of the input (Ctrl-D), and after TERM or HUP (agent/process/Signals.h)
+   // if these are noted. INT (Ctrl-C) then cancels the line, and a new prompt is printed.
    bool readLine(std::string& line);
 
  private:

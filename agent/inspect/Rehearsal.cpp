@@ -1,5 +1,7 @@
 #include "agent/inspect/Rehearsal.h"
 
+#include <fcntl.h>
+#include <poll.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -7,6 +9,11 @@
 #include <cerrno>
 #include <csignal>
 #include <exception>
+#include <optional>
+#include <stdexcept>
+
+#include "agent/process/Child.h"
+#include "agent/process/Signals.h"
 
 namespace Agent {
 
@@ -16,7 +23,7 @@ namespace {
 // machine.
 constexpr unsigned longest = 20;
 
-[[noreturn]] void runCopy(int errors, std::function<void()> const& doIt) {
+int runCopy(int errors, std::function<void()> const& doIt) {
    dup2(errors, STDERR_FILENO);
    close(STDOUT_FILENO);
    rlimit const noCore{0, 0};
@@ -28,13 +35,17 @@ constexpr unsigned longest = 20;
    } catch (std::exception const&) {
       // The operation throws again in the calling process, where the exception is reported.
    }
-   _exit(0);
+   return 0;
 }
 
+// Reads to the end, or to an interrupt.
 std::string readAll(int fd) {
    std::string all;
    char buffer[4096];
    for (;;) {
+      pollfd waits[] = {{fd, POLLIN, 0}, {interruptFd(), POLLIN, 0}};
+      if (poll(waits, std::size(waits), -1) > 0 && waits[0].revents == 0) return all;
+      if (waits[0].revents == 0) continue;
       ssize_t const got = read(fd, buffer, sizeof buffer);
       if (got < 0 && errno == EINTR) continue;
       if (got <= 0) return all;
@@ -55,24 +66,22 @@ std::string lastLine(std::string const& text) {
 
 std::string rehearse(std::function<void()> const& doIt) {
    int ends[2];
-   if (pipe(ends) != 0) return "the trial in a copy of the process failed: no pipe";
-   pid_t const copy = fork();
-   if (copy == 0) {
+   if (pipe2(ends, O_CLOEXEC) != 0) return "the trial in a copy of the process failed: no pipe";
+   std::optional<Child> copy;
+   try {
+      copy.emplace([&] { return runCopy(ends[1], doIt); });
+   } catch (std::runtime_error const& error) {
       close(ends[0]);
-      runCopy(ends[1], doIt);
+      close(ends[1]);
+      return std::string("the trial in a copy of the process failed: ") + error.what();
    }
    close(ends[1]);
-   if (copy < 0) {
-      close(ends[0]);
-      return "the trial in a copy of the process failed: no process";
-   }
    std::string const text = lastLine(readAll(ends[0]));
    close(ends[0]);
-   int status = 0;
-   while (waitpid(copy, &status, 0) < 0 && errno == EINTR) {
-   }
-   if (WIFEXITED(status) && WEXITSTATUS(status) == 0) return {};
-   if (WIFSIGNALED(status) && WTERMSIG(status) == SIGXCPU) {
+   std::optional<int> const status = copy->wait();
+   if (!status) return "interrupted";
+   if (WIFEXITED(*status) && WEXITSTATUS(*status) == 0) return {};
+   if (WIFSIGNALED(*status) && WTERMSIG(*status) == SIGXCPU) {
       return "the trial took more than " + std::to_string(longest) + " s of processor time";
    }
    return text.empty() ? "the copy ended without an error text" : text;

@@ -7,8 +7,10 @@
 #include "agent/live/LiveAgent.h"
 #include "agent/live/LiveService.h"
 #include "agent/live/LiveViews.h"
-#include "agent/live/Signals.h"
+#include "agent/live/SignalSource.h"
+#include "agent/report/ErrorOutput.h"
 #include "agent/report/ExitCode.h"
+#include "agent/report/Output.h"
 #include "kernel/LinkControl.h"
 
 namespace Agent {
@@ -20,8 +22,9 @@ constexpr int receiveBuffer = 32 << 20;  // bytes; a burst of 100,000 notificati
 std::optional<Configuration> load(std::string const& file) {
    auto loaded = Configuration::load(file);
    if (auto* const faults = std::get_if<std::vector<InputError>>(&loaded)) {
+      ErrorLimit errors;
       for (InputError const& fault : *faults)
-         std::cerr << fault.toString() << '\n';
+         errors.print(ErrorLimit::kindOf(fault.reason), fault.toString());
       return std::nullopt;
    }
    return std::get<Configuration>(std::move(loaded));
@@ -41,6 +44,19 @@ void printNotes(LiveAgent& agent, EventLoop& loop) {
       return false;
    });
    loop.run();
+}
+
+// "interrupted by TERM; 40 routes in hardware, 2 routes with the CPU; ..."
+std::string endText(LiveAgent const& agent) {
+   std::size_t placed = 0;
+   auto const& routes = agent.routes().routes();
+   for (auto const& [key, known] : routes)
+      placed += known.decision.inHardware();
+   auto const& numbers = agent.numbers();
+   return fmt::format(
+         "interrupted by {}; {} routes for the hardware, {} for the CPU; {} reroutes, {} lost "
+         "connections",
+         interruptName(), placed, routes.size() - placed, numbers.reroutes, numbers.lost);
 }
 
 }  // namespace
@@ -64,7 +80,7 @@ int runAgent(AgentOptions const& options) {
    agent.onFailed([&] { stop(exitFailed); });
    if (options.checkConfig) {
       printNotes(agent, loop);
-      return code;
+      return outputWritten() ? code : exitFailed;
    }
    if (!Kernel::mayAdministerNetwork()) {
       log.warning(
@@ -85,10 +101,11 @@ int runAgent(AgentOptions const& options) {
       }
       service.ready();
    };
-   Signals signals(
+   SignalSource signals(
          [&] {
+            log.notice(endText(agent));
             service.stopping();
-            agent.end(options.flush, [&] { stop(exitDone); });
+            agent.end(options.flush, [&] { stop(exitInterrupted); });
          },
          reload);
    loop.add(signals);

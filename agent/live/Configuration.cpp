@@ -10,8 +10,11 @@
 #include <sstream>
 #include <utility>
 
+#include "agent/input/InputKind.h"
+#include "agent/input/LineSource.h"
 #include "agent/input/NumberText.h"
 #include "agent/input/PrintableText.h"
+#include "agent/input/Suggestion.h"
 
 namespace Agent {
 
@@ -54,7 +57,11 @@ class Reader {
       for (auto const& [intf, backup] : made_.reroutes) {
          for (IntfId const named : {intf, backup}) {
             if (made_.interface(named)) continue;
-            add(rerouteLines_[intf], "", inQuotes(named.name()) + " is no interface of this file");
+            Suggestion suggestion(named.name());
+            for (LiveInterface const& interface : made_.interfaces)
+               suggestion.offer(interface.intf.name());
+            add(rerouteLines_[intf], "",
+                inQuotes(named.name()) + " is no interface of this file" + suggestion.text());
          }
       }
    }
@@ -92,7 +99,12 @@ class Reader {
             {"log", &Reader::log, false},
       };
       auto const value = std::ranges::find(values, name, &Value::name);
-      if (value == std::end(values)) return inQuotes(name) + " is not a directive";
+      if (value == std::end(values)) {
+         std::vector<std::string> names{"interface", "reroute"};
+         for (Value const& known : values)
+            names.emplace_back(known.name);
+         return inQuotes(name) + " is not a directive" + knownNames(name, names);
+      }
       if (words.size() != 2) return inQuotes(name) + " needs one value";
       if (!value->repeats && !seen_.insert(name).second) return inQuotes(name) + " occurs twice";
       return (this->*value->read)(words[1]);
@@ -166,10 +178,9 @@ class Reader {
    }
    std::string log(std::string const& text) {
       made_.log = text;
-      for (char const* const level : {"error", "warning", "notice", "info", "debug"}) {
-         if (text == level) return {};
-      }
-      return inQuotes(text) + " is not a level: error, warning, notice, info, debug";
+      constexpr std::string_view levels[] = {"error", "warning", "notice", "info", "debug"};
+      if (std::ranges::find(levels, text) != std::end(levels)) return {};
+      return inQuotes(text) + " is not a level" + knownNames(text, levels);
    }
 
    // ---- Interfaces. ----
@@ -216,7 +227,10 @@ class Reader {
                                 : word == "cpu"     ? &made.cpu
                                 : word == "standby" ? &made.standby
                                                     : nullptr;
-      if (!port) return inQuotes(word) + " is not a property of an interface";
+      if (!port) {
+         constexpr std::string_view known[] = {"port", "vlan", "cpu", "standby"};
+         return inQuotes(word) + " is not a property of an interface" + knownNames(word, known);
+      }
       if (!port->empty()) return inQuotes(word) + " occurs twice";
       *port = value;
       return nameFault(value);
@@ -279,11 +293,15 @@ std::variant<Configuration, std::vector<InputError>> Configuration::parse(std::s
 }
 
 std::variant<Configuration, std::vector<InputError>> Configuration::load(std::string const& file) {
-   std::ifstream stream(file, std::ios::binary);
-   std::string const text{std::istreambuf_iterator<char>(stream), {}};
-   if (!stream.is_open() || stream.bad()) {
-      return std::vector{InputError{{file, 0}, "", "the file cannot be read", true}};
+   std::string reason = LineSource::obstacle(file);
+   std::string text;
+   if (reason.empty()) {
+      std::ifstream stream(file, std::ios::binary);
+      text.assign(std::istreambuf_iterator<char>(stream), {});
+      reason = stream.is_open() && !stream.bad() ? refusal(kindOf(text), InputUse::configuration)
+                                                 : "the file cannot be read";
    }
+   if (!reason.empty()) return std::vector{InputError{{file, 0}, "", std::move(reason), true}};
    return parse(text, file);
 }
 

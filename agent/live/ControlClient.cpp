@@ -1,6 +1,7 @@
 #include "agent/live/ControlClient.h"
 
 #include <fmt/format.h>
+#include <poll.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
@@ -12,6 +13,7 @@
 #include <stdexcept>
 
 #include "agent/input/NumberText.h"
+#include "agent/process/Signals.h"
 
 namespace Agent {
 
@@ -30,6 +32,8 @@ std::string reasonOf(int error) {
          return "no agent listens there";
       case EACCES:
          return "permission denied; the owner and the group of the socket have access";
+      case EINTR:
+         return "interrupted";
       case EAGAIN:
          return "the agent does not answer";
       default:
@@ -81,6 +85,7 @@ class Connection {
    std::string_view receive() {
       ssize_t size = 0;
       do {
+         awaitAnswer();
          size = ::recv(fd_, bytes_.data(), bytes_.size(), 0);
       } while (size < 0 && errno == EINTR);
       if (size < 0 && errno == ECONNRESET) size = 0;
@@ -89,6 +94,19 @@ class Connection {
    }
 
  private:
+   // Waits for bytes. The time limit of the socket holds here, too.
+   void awaitAnswer() const {
+      pollfd waits[] = {{fd_, POLLIN, 0}, {interruptFd(), POLLIN, 0}};
+      timeval time{};
+      socklen_t size = sizeof time;
+      ::getsockopt(fd_, SOL_SOCKET, SO_RCVTIMEO, &time, &size);
+      int const milliseconds = time.tv_sec ? static_cast<int>(time.tv_sec) * 1000 : -1;
+      while (::poll(waits, std::size(waits), milliseconds) < 0 && errno == EINTR) {
+      }
+      if (interrupted()) throw failure(path_, reasonOf(EINTR));
+      if (waits[0].revents == 0) throw failure(path_, reasonOf(EAGAIN));
+   }
+
    std::string const path_;
    int const fd_;
    std::array<char, 65536> bytes_{};
@@ -96,12 +114,15 @@ class Connection {
 
 }  // namespace
 
-bool askAgent(std::string const& path, std::string const& command, bool json, TextSink const& out,
-              TextSink const& fault) {
+bool askAgent(std::string const& path, std::string const& command, OutputFormat format,
+              TextSink const& out, TextSink const& fault) {
    if (command.find('\n') != std::string::npos) throw std::runtime_error("a command is one line");
    Connection agent(path);
    agent.connect();
-   agent.send((json ? "-j " : "") + command + '\n');
+   std::string const options = format.json        ? "-j "
+                               : format.width > 0 ? fmt::format("-w {} ", format.width)
+                                                  : "";
+   agent.send(options + command + '\n');
 
    constexpr std::size_t longestHeader = 64;
    std::string header;

@@ -6,6 +6,9 @@
 #include <string>
 #include <vector>
 
+#include "agent/inspect/Completion.h"
+#include "agent/report/OutputFormat.h"
+
 namespace Agent {
 
 class ControlCommands {
@@ -15,19 +18,27 @@ class ControlCommands {
    ControlCommands(ControlCommands const&) = delete;
    ControlCommands& operator=(ControlCommands const&) = delete;
 
+   // The subcommand explain, and its words.
+   CLI::App* explain() const { return explain_; }
+   std::vector<std::string>& words() { return words_; }
+   OutputFormat const& format() const { return format_; }
+
    // After the command line is parsed: runs the subcommand, if it is one of these, and returns the
    // exit code.
    std::optional<int> run() const;
 
  private:
    CLI::App* add(CLI::App& app, std::string const& name, std::string const& help);
+   bool print(std::string_view text, std::string& line) const;
    int ask(std::string const& command) const;
    int prompt() const;
+   Completion completion(std::string_view line) const;
 
    std::string socket_;
    std::vector<std::string> words_;
-   bool json_ = false;
+   OutputFormat format_;
    std::vector<CLI::App const*> commands_;
+   CLI::App* explain_ = nullptr;
 };
 
 }  // namespace Agent

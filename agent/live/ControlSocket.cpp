@@ -13,6 +13,8 @@
 #include <system_error>
 #include <utility>
 
+#include "agent/input/NumberText.h"
+
 namespace Agent {
 
 namespace {
@@ -178,10 +180,19 @@ void ControlSocket::read(Client& client) {
 
 void ControlSocket::answer(Client& client, std::string line) {
    answered_ = true;
-   ControlRequest request{std::move(line), false, client.id};
+   ControlRequest request{std::move(line), {}, client.id};
    if (request.line.starts_with("-j ")) {
-      request.json = true;
+      request.format.json = true;
       request.line.erase(0, 3);
+   }
+   constexpr std::string_view widthOption = "-w ";
+   if (request.line.starts_with(widthOption)) {
+      std::size_t const end =
+            std::min(request.line.find(' ', widthOption.size()), request.line.size() - 1);
+      std::string const width = request.line.substr(widthOption.size(), end - widthOption.size());
+      if (!parseNumber(width, request.format.width))
+         return give(client, ControlAnswer::failed("\"-w\" needs a number of columns"));
+      request.line.erase(0, end + 1);
    }
    ControlAnswer answer;
    try {
@@ -211,7 +222,7 @@ bool ControlSocket::answerIs(ControlClientId id, ControlAnswer answer) {
 void ControlSocket::give(Client& client, ControlAnswer answer) {
    client.announce = answer.watching;
    if (answer.text.size() > maxOutput)
-      answer = ControlAnswer::failed("the answer is too long for the control socket");
+      answer = ControlAnswer::failed("the answer is too long for the control socket: select less");
    auto const watching = std::count_if(clients_.begin(), clients_.end(), [](Client const& other) {
       return other.state == Client::State::watches;
    });

@@ -1,7 +1,7 @@
 // The control socket of a live agent: a unix stream socket on which operators send commands.
 //
-// A client sends one line, at most longestLine bytes: a command, with "-j " in front if the answer
-// shall be JSON. The agent sends a header line and the text of the answer, and ends the connection:
+// A client sends one line, at most longestLine bytes: a command, with options in front: "-j " for an
+// answer in compact JSON, and "-w N " for tables in lines of N columns. The agent sends a header line and the text of the answer, and ends the connection:
 //    done N      the command succeeded; N bytes of text follow
 //    failed N    the command failed; N bytes of text say why
 //    watching    text follows as things change, until one side ends the connection
@@ -28,6 +28,7 @@
 #include "agent/live/EventLoop.h"
 #include "agent/live/Listener.h"
 #include "agent/live/Timer.h"
+#include "agent/report/OutputFormat.h"
 
 namespace Agent {
 
@@ -35,8 +36,8 @@ namespace Agent {
 using ControlClientId = Qor::U64;
 
 struct ControlRequest {
-   std::string line;  // without "-j " and the end of the line
-   bool json = false;
+   std::string line;  // without its options and the end of the line
+   OutputFormat format;
    ControlClientId client = 0;
 };
 
@@ -57,8 +58,8 @@ class ControlSocket final : public EventSource {
    static constexpr std::size_t longestLine = 65536;
    static constexpr std::size_t maxClients = 16;
    static constexpr std::size_t maxWatching = 12;
-   static constexpr std::size_t maxOutput = 16 << 20;     // waiting for one client
-   static constexpr std::size_t maxAllOutput = 32 << 20;  // waiting for all clients
+   static constexpr std::size_t maxOutput = 64 << 20;     // waiting for one client
+   static constexpr std::size_t maxAllOutput = 96 << 20;  // waiting for all clients
    static constexpr Qor::Seconds lineTime = 10;
    static constexpr Qor::Seconds answerTime = 60;
    static constexpr Qor::Seconds slowTime = 5;

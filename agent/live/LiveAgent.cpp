@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <utility>
 
-#include "agent/report/RouteStateName.h"
+#include "platform/Format.h"
 
 namespace Agent {
 
@@ -105,12 +105,16 @@ void LiveAgent::makeSwitch() {
    choice.path = PathKind::async;
    choice.virtualTime = false;
    choice.live = true;
+   choice.explains = true;
    choice.make = [bridge = bridge_]() -> Qor::Ptr<VelMroute::Platform> { return bridge; };
    // The same names in the same order get the same numbers.
    InterfaceMap interfaces;
    for (auto const& intf : interfaceMap_.intfs())
       interfaces.intf(intf->id);
    switch_ = std::make_unique<Switch>(choice, std::move(interfaces));
+   switch_->onHookFault([this](VelMroute::HookFault const& fault) {
+      log_.warning(fmt::format("a hook broke its contract: {}", fault));
+   });
    for (L3::VrfName const& vrf : vrfs_)
       switch_->learnVrf(vrf);
    // A link that went down before the first route has no route to protect.
@@ -380,17 +384,24 @@ bool LiveAgent::inHardware(LiveRoutes::Known const& known) const {
    return view && view->state() == VelMroute::RouteState::inHardware;
 }
 
-LiveAgent::RouteText LiveAgent::textOf(Kernel::RouteKey const& key,
-                                       LiveRoutes::Known const& known) const {
-   if (!known.decision.inHardware()) return {"cpu", known.decision.text};
-   auto const view = viewOf(known);
-   if (!view) return {"waiting", disconnected_};
-   if (view->state() != VelMroute::RouteState::inHardware) {
-      return {std::string(nameOf(view->state())), view->reason()};
+LiveAgent::KnownState LiveAgent::stateOf(Kernel::RouteKey const& key,
+                                         LiveRoutes::Known const& known) const {
+   RouteDecision const& decision = known.decision;
+   if (!decision.inHardware()) {
+      return {.state = ReportedState::trapped,
+              .trapReason = nameOf(decision.reason),
+              .reason = decision.text};
    }
-   if (auto const fault = keepAlive_->fault(key)) return {"hardware", *fault, true};
-   if (isHeld(key)) return {"hardware", "held: its daemon restarts"};
-   return {"hardware", ""};
+   auto const view = viewOf(known);
+   if (!view)
+      return {.state = ReportedState::waiting, .waitsFor = "switch", .reason = disconnected_};
+   KnownState state{.state = reportedState(view->state()),
+                    .waitsFor = std::string(waitsFor(view->state())),
+                    .reason = view->reason()};
+   if (state.state != ReportedState::offloaded) return state;
+   if (isHeld(key)) state.reason = "held: its daemon restarts";
+   state.fault = keepAlive_->fault(key).value_or("");
+   return state;
 }
 
 std::unique_ptr<KeepAlive> LiveAgent::newKeepAlive() {

@@ -27,6 +27,7 @@
 #include "agent/live/Later.h"
 #include "agent/live/LiveLog.h"
 #include "agent/live/LiveRoutes.h"
+#include "agent/report/ReportedState.h"
 #include "kernel/LinkControl.h"
 #include "kernel/Monitor.h"
 #include "platform/openflow/Bridge.h"
@@ -72,14 +73,17 @@ class LiveAgent final : public InspectedRun, Kernel::Listener, OpenFlow::Listene
    Kernel::Monitor const& monitor() const { return *monitor_; }
    OpenFlow::Bridge const* bridge() const { return bridge_.get(); }
    KeepAlive const& keepAlive() const { return *keepAlive_; }
-   // The state of a route for people, and whether it is in hardware.
-   struct RouteText {
-      std::string state;  // "hardware", "cpu", "waiting", "failed", ...
-      std::string reason;
-      bool fault = false;
+   // The state of a route, as the members of these names of RouteRow.
+   struct KnownState {
+      ReportedState state = ReportedState::offloaded;
+      std::string waitsFor = {}, trapReason = {}, reason = {}, fault = {};
    };
-   RouteText textOf(Kernel::RouteKey const& key, LiveRoutes::Known const& known) const;
+   KnownState stateOf(Kernel::RouteKey const& key, LiveRoutes::Known const& known) const;
+   // The route of the switch; nothing for a route that the switch does not have.
+   std::optional<RouteView> viewOf(LiveRoutes::Known const& known) const;
    std::string interfaceName(Qor::U32 ifindex) const;
+   // The VRF of the interface; nothing for an interface that the kernel does not have.
+   std::optional<L3::VrfName> vrfOf(Qor::U32 ifindex) const;
    // Each interface of the kernel's routes without a port, and each interface of the configuration
    // that is missing, a line each; and the warnings.
    std::vector<std::string> interfaceNotes() const;
@@ -159,7 +163,6 @@ class LiveAgent final : public InspectedRun, Kernel::Listener, OpenFlow::Listene
    void lookAtChanges();
    void decideLater();
    std::unique_ptr<KeepAlive> newKeepAlive();
-   std::optional<RouteView> viewOf(LiveRoutes::Known const& known) const;
    bool inHardware(LiveRoutes::Known const& known) const;
 
    Configuration configuration_;

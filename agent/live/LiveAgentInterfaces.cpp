@@ -31,6 +31,12 @@ std::string LiveAgent::interfaceName(Qor::U32 ifindex) const {
    return link ? link->name : "interface " + std::to_string(ifindex);
 }
 
+std::optional<L3::VrfName> LiveAgent::vrfOf(Qor::U32 ifindex) const {
+   Kernel::Link const* const link = monitor_->link(ifindex);
+   if (!link) return std::nullopt;
+   return vrfOf(*link);
+}
+
 L3::VrfName LiveAgent::vrfOf(Kernel::Link const& link) const {
    Kernel::Link const* const master = link.master == 0 ? nullptr : monitor_->link(link.master);
    return L3::VrfName(master && master->kind == "vrf" ? master->name : "default");

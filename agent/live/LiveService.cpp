@@ -1,6 +1,8 @@
 #include "agent/live/LiveService.h"
 
+#include "agent/live/LiveReport.h"
 #include "agent/live/LiveViews.h"
+#include "agent/page/Page.h"
 
 namespace Agent {
 
@@ -14,7 +16,7 @@ LiveService::LiveService(LiveAgent& agent, EventLoop& loop, LiveLog& log)
               [this](ControlClientId client) { watchers_.erase(client); }),
         metrics_([this] { return figures(); }) {
    if (std::string const& address = agent.configuration().metrics; !address.empty()) {
-      server_ = std::make_unique<MetricsServer>(address, metrics_);
+      server_ = std::make_unique<MetricsServer>(address, metrics_, [this] { return report(); });
       loop_.add(*server_);
    }
    loop_.add(control_);
@@ -23,6 +25,7 @@ LiveService::LiveService(LiveAgent& agent, EventLoop& loop, LiveLog& log)
 }
 
 LiveService::~LiveService() {
+   if (timeline_) agent_.theSwitch().timelineIs(nullptr);
    loop_.remove(*this);
    loop_.remove(control_);
    if (server_) loop_.remove(*server_);
@@ -54,7 +57,7 @@ ControlAnswer LiveService::handle(ControlRequest const& request) {
 }
 
 ControlAnswer LiveService::answer(ControlRequest const& request) {
-   LiveAnswer made = answerTo(agent_, request.line, request.json);
+   LiveAnswer made = answerTo(agent_, request.line, request.format);
    if (!made.good) return ControlAnswer::failed(std::move(made.text));
    return {std::move(made.text)};
 }
@@ -63,7 +66,7 @@ ControlAnswer LiveService::watch(ControlRequest const& request, std::string_view
    if (!agent_.hasSwitch()) return ControlAnswer::failed(agent_.disconnected());
    Watcher& made = watchers_[request.client];
    made.inspector =
-         std::make_unique<Inspector>(agent_, made.text, request.json, Inspector::Rights::reading);
+         std::make_unique<Inspector>(agent_, made.text, request.format, Inspector::Rights::reading);
    std::istringstream words{std::string(paths)};
    for (std::string path; words >> path;) {
       if (made.inspector->evaluate("watch " + path) != Inspector::Outcome::failed) continue;
@@ -78,6 +81,7 @@ ControlAnswer LiveService::watch(ControlRequest const& request, std::string_view
 }
 
 void LiveService::turnEnds() {
+   record();
    for (auto& [client, watcher] : watchers_) {
       std::string const text = watcher.text.str();
       if (text.empty()) continue;
@@ -96,8 +100,9 @@ LiveFigures LiveService::figures() const {
    LiveFigures figures;
    std::map<std::pair<std::string, std::string>, Qor::U64> counts;
    for (auto const& [key, known] : agent_.routes().routes()) {
-      auto const text = agent_.textOf(key, known);
-      ++counts[{text.state, known.decision.inHardware() ? "" : nameOf(known.decision.reason)}];
+      auto const state = agent_.stateOf(key, known);
+      ++counts[{std::string(nameOf(state.state)),
+                state.waitsFor.empty() ? state.trapReason : state.waitsFor}];
    }
    // The words outlive the figures, which refer to them until the next scrape.
    words_.clear();
@@ -130,6 +135,28 @@ LiveFigures LiveService::figures() const {
             {names[static_cast<std::size_t>(table)], use.used, use.size.value_or(0)});
    }
    return figures;
+}
+
+// ---- The report. ----
+
+void LiveService::record() {
+   if (!server_ || !agent_.hasSwitch()) return;
+   if (!timeline_) {
+      recorder_.emplace(agent_.theSwitch(), false);
+      timeline_.emplace(std::vector<TimelineSink*>{&*recorder_});
+      agent_.theSwitch().timelineIs(&*timeline_);
+   }
+   timeline_->turnEnds();
+}
+
+// The work for a page grows with the number of routes, so clients share the page of a second.
+MetricsServer::Page LiveService::report() {
+   constexpr Qor::Seconds fresh = 1;
+   if (page_ && Qor::now() < pageAt_ + fresh) return page_;
+   nlohmann::ordered_json const document = liveReport(agent_, recorder_ ? &*recorder_ : nullptr);
+   page_ = std::make_shared<std::string const>(reportPage(document));
+   pageAt_ = Qor::now();
+   return page_;
 }
 
 }  // namespace Agent

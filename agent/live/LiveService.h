@@ -5,6 +5,7 @@
 #include <deque>
 #include <map>
 #include <memory>
+#include <optional>
 #include <sstream>
 
 #include "agent/inspect/Inspector.h"
@@ -13,6 +14,7 @@
 #include "agent/live/Metrics.h"
 #include "agent/live/MetricsServer.h"
 #include "agent/live/ServiceNotice.h"
+#include "agent/page/Recorder.h"
 
 namespace Agent {
 
@@ -38,6 +40,9 @@ class LiveService final : private EventSource {
    ControlAnswer answer(ControlRequest const& request);
    ControlAnswer watch(ControlRequest const& request, std::string_view paths);
    LiveFigures figures() const;
+   MetricsServer::Page report();
+   // Records the switch for the report from now on, once it is there.
+   void record();
 
    // The service has no descriptor of its own, and passes on what a turn has caused.
    int fd() const override { return -1; }
@@ -51,6 +56,10 @@ class LiveService final : private EventSource {
    ControlSocket control_;
    Metrics metrics_;
    std::unique_ptr<MetricsServer> server_;
+   std::optional<Recorder> recorder_;
+   std::optional<Timeline> timeline_;
+   MetricsServer::Page page_;  // the latest one
+   Qor::Seconds pageAt_ = 0;
    ServiceNotice notice_;
    std::shared_ptr<int> const alive_ = std::make_shared<int>(0);  // for calls after the end
    Qor::Seconds lastBarrier_ = 0;

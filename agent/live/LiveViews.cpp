@@ -2,11 +2,19 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
+#include <iterator>
+#include <map>
+#include <span>
 #include <sstream>
+#include <stdexcept>
 
 #include "agent/input/PrintableText.h"
-#include "agent/inspect/InspectExplain.h"
+#include "agent/input/Suggestion.h"
 #include "agent/inspect/Inspector.h"
+#include "agent/live/LiveCompletion.h"
+#include "agent/live/LiveExplain.h"
+#include "agent/live/LiveRouteRow.h"
 #include "agent/report/TextTable.h"
 #include "agent/report/Views.h"
 
@@ -16,79 +24,78 @@ using nlohmann::ordered_json;
 
 namespace {
 
+ordered_json countsJson(std::map<std::string, Qor::U64> const& counts) {
+   return counts.empty() ? ordered_json::object() : ordered_json(counts);
+}
+
 std::string sourceText(Lnet::IpGenAddr const& source) {
    return source.isUnspecified() ? "*" : source.toString();
 }
 
-ordered_json routeJson(LiveAgent const& agent, Kernel::RouteKey const& key,
-                       LiveRoutes::Known const& known) {
-   LiveAgent::RouteText const text = agent.textOf(key, known);
-   ordered_json oifs = ordered_json::array();
-   for (Qor::U32 const output : known.route.outputs)
-      oifs.push_back(agent.interfaceName(output));
-   ordered_json route{{"src", sourceText(key.source)},
-                      {"dst", key.group.toString()},
-                      {"table", key.table},
-                      {"iif", known.route.input ? agent.interfaceName(known.route.input) : "-"},
-                      {"oifs", std::move(oifs)},
-                      {"state", text.state}};
-   if (!text.reason.empty()) route["reason"] = text.reason;
-   if (text.fault) route["fault"] = true;
-   return route;
-}
-
 // ---- Text. ----
 
-std::string joined(ordered_json const& words) {
-   std::string text;
-   for (auto const& word : words)
-      text += (text.empty() ? "" : " ") + word.get<std::string>();
-   return text.empty() ? "-" : text;
-}
+using Kind = TextTable::Kind;
 
-std::string routesText(ordered_json const& routes) {
-   std::vector<std::vector<std::string>> lines{
-         {"SOURCE", "GROUP", "TABLE", "IN", "OUT", "STATE", "REASON"}};
-   for (auto const& route : routes) {
-      lines.push_back({route["src"], route["dst"], std::to_string(route["table"].get<Qor::U32>()),
-                       route["iif"], joined(route["oifs"]), route["state"],
-                       (route.contains("fault") ? "fault: " : "") + route.value("reason", "")});
-   }
-   return aligned(lines);
-}
-
-std::string interfacesText(ordered_json const& json) {
-   std::vector<std::vector<std::string>> lines{
-         {"INTERFACE", "PORT", "LINK", "CPU", "VLAN", "STANDBY", "SENDS BY"}};
+std::string interfacesText(ordered_json const& json, std::size_t width) {
+   TextTable table({{"INTERFACE"},
+                    {"PORT"},
+                    {"LINK"},
+                    {"CPU"},
+                    {"VLAN", Kind::number},
+                    {"STANDBY"},
+                    {"SENDS BY"}});
    for (auto const& interface : json["interfaces"]) {
-      lines.push_back(
-            {interface["name"], interface["port"], interface["link"], interface["cpu"],
-             interface.contains("vlan") ? std::to_string(interface["vlan"].get<int>()) : "-",
-             interface.value("standby", "-"), interface["sendsBy"]});
+      table.add({interface["name"], interface["frontPort"], interface["link"], interface["cpuPort"],
+                 interface.contains("vlan") ? interface["vlan"].dump() : "",
+                 interface.value("standbyPort", ""), interface["sendsBy"]});
    }
-   std::string text = aligned(lines);
+   std::string text = table.text(width);
    for (auto const& note : json["notes"])
       text += note.get<std::string>() + '\n';
    return text;
 }
 
-std::string statusText(ordered_json const& status) {
-   std::vector<std::vector<std::string>> lines;
-   for (auto const& [name, value] : status.items()) {
-      if (value.is_object()) {
-         std::string text;
-         for (auto const& [key, count] : value.items())
-            text += fmt::format("{}{} {}", text.empty() ? "" : ", ", count.dump(), key);
-         lines.push_back({name, text.empty() ? "none" : text});
-      } else {
-         lines.push_back({name, value.is_string() ? value.get<std::string>() : value.dump()});
-      }
+// "12 offloaded, 1 trapped", without the counts that are 0.
+std::string countsText(ordered_json const& counts) {
+   std::string text;
+   for (auto const& [name, count] : counts.items()) {
+      if (count != 0) text += fmt::format("{}{} {}", text.empty() ? "" : ", ", count.dump(), name);
+   }
+   return text.empty() ? "none" : text;
+}
+
+std::string statusText(ordered_json const& status, std::size_t) {
+   static constexpr std::pair<char const*, char const*> labels[] = {
+         {"routes", "routes"},
+         {"waitsFor", "waiting for"},
+         {"trapReasons", "trapped by"},
+         {"faults", "faults"},
+         {"connections", "connections"},
+         {"lostConnections", "lost connections"},
+         {"kernelOverruns", "kernel overruns"},
+         {"keepAlives", "keep-alives"},
+         {"groupMessages", "group messages"},
+         {"flowMessages", "flow messages"},
+         {"switchErrors", "switch errors"}};
+   std::vector<std::vector<std::string>> lines{
+         {"switch", status["connected"] == true ? "connected" : status.value("reason", "")}};
+   for (auto const& [key, label] : labels) {
+      if (!status.contains(key)) continue;
+      ordered_json const& value = status[key];
+      lines.push_back({label, value.is_object() ? countsText(value) : value.dump()});
    }
    return aligned(lines);
 }
 
-LiveAnswer answer(ordered_json const& json, bool asJson, std::string (*text)(ordered_json const&)) {
-   return {true, asJson ? json.dump() + '\n' : text(json)};
+LiveAnswer answer(ordered_json const& json, OutputFormat format,
+                  std::string (*text)(ordered_json const&, std::size_t)) {
+   std::ostringstream out;
+   if (format.json) {
+      printJson(out, json, format.style);
+   } else {
+      out << text(json, format.width);
+   }
+   return {true, std::move(out).str()};
 }
 
 LiveAnswer refusal(std::string const& text) {
@@ -96,77 +103,58 @@ LiveAnswer refusal(std::string const& text) {
 }
 
 // A command of the inspector, which needs the switch.
-LiveAnswer inspected(LiveAgent& agent, std::string_view command, bool json) {
+LiveAnswer inspected(LiveAgent& agent, std::string_view command, OutputFormat format) {
    if (!agent.hasSwitch()) return refusal(agent.disconnected());
    std::ostringstream text;
-   Inspector inspector(agent, text, json, Inspector::Rights::reading);
+   Inspector inspector(agent, text, format, Inspector::Rights::reading);
    if (inspector.evaluate(command) == Inspector::Outcome::failed) return refusal(inspector.error());
    return {true, text.str()};
 }
 
-// Whether the route stays with the CPU, or waits for the bridge: then the programmer does not have
-// it, and the agent itself knows the reason.
-bool outsideSwitch(LiveAgent const& agent, LiveRoutes::Known const& known) {
-   return !known.decision.inHardware() || !agent.hasSwitch();
-}
-
-// A route of the kernel that the switch does not have is explained by the agent, and all others by
-// the inspector.
-LiveAnswer explain(LiveAgent& agent, std::string_view line, std::string_view route, bool json) {
-   ordered_json kernel = ordered_json::array();
-   std::string text;
-   bool inSwitch = false;
+LiveAnswer explain(LiveAgent const& agent, std::string_view route, OutputFormat format) {
    try {
-      RouteKey const key = routeQuestion(route).key;
-      for (auto const& [known, at] : agent.routes().routes()) {
-         bool const same =
-               known.source == key.source().address() && known.group == key.group().address();
-         if (!same) continue;
-         kernel.push_back(routeJson(agent, known, at));
-         inSwitch = inSwitch || !outsideSwitch(agent, at);
+      ordered_json const document = liveExplainJson(agent, routeQuestion(route));
+      std::ostringstream text;
+      if (format.json) {
+         printJson(text, document, format.style);
+      } else {
+         printLiveExplanation(text, document);
       }
-   } catch (InspectError const& error) {
+      return {true, std::move(text).str()};
+   } catch (QuestionError const& error) {
       return refusal(error.what());
    }
-   for (auto const& one : kernel) {
-      text += fmt::format("({}, {}) of table {} in {} out {}: {}{}\n",
-                          one["src"].get<std::string>(), one["dst"].get<std::string>(),
-                          one["table"].get<Qor::U32>(), one["iif"].get<std::string>(),
-                          joined(one["oifs"]), one["state"].get<std::string>(),
-                          one.contains("reason") ? ": " + one["reason"].get<std::string>() : "");
-   }
-   if (kernel.empty()) {
-      text = "The kernel has no route " + std::string(route) +
-             " in the tables that the agent follows, so its packets go to the CPU.\n";
-   }
-   LiveAnswer rest;
-   if (inSwitch) rest = inspected(agent, line, json);
-   if (!rest.good) return rest;
-   if (!json) return {true, text + rest.text};
-   ordered_json all{{"kernel", std::move(kernel)}};
-   if (!rest.text.empty()) all["switch"] = ordered_json::parse(rest.text);
-   return {true, all.dump() + '\n'};
 }
 
-LiveAnswer show(LiveAgent& agent, std::string_view what, bool json) {
-   if (what.empty() || what == "routes") return answer(routesJson(agent), json, routesText);
-   if (what == "interfaces") return answer(interfacesJson(agent), json, interfacesText);
-   if (what == "status") return answer(statusJson(agent), json, statusText);
-   auto const view = viewNamed(what);
-   if (!view) {
-      return refusal(inQuotes(what) +
-                     " is not a view (known: routes, interfaces, status, oifsets, zombies, "
-                     "chip)");
+LiveAnswer print(View view, ViewContent content, OutputFormat format, std::string const& text) {
+   if (!format.json) return {true, text};
+   std::ostringstream out;
+   printJson(out, viewDocument(view, std::move(content)), format.style);
+   return {true, std::move(out).str()};
+}
+
+// The words behind "show".
+LiveAnswer show(LiveAgent& agent, std::vector<std::string> const& words, OutputFormat format) {
+   std::string const view = words.empty() ? "routes" : words.front();
+   if (view == "routes") {
+      std::span<std::string const> const behind(words);
+      RouteFilter const filter(behind.subspan(words.empty() ? 0 : 1));
+      ViewContent content = routesContent(routeRows(agent), filter);
+      std::string const text = format.json ? "" : kernelRoutesText(content, format.width);
+      return print(View::routes, std::move(content), format, text);
    }
+   auto const known = std::ranges::find(liveViews, view);
+   if (known == std::end(liveViews)) {
+      return refusal(inQuotes(view) + " is not a view" + knownNames(view, liveViews));
+   }
+   if (words.size() > 1) return refusal("the view " + view + " has no filter");
+   if (view == "interfaces") return answer(interfacesJson(agent), format, interfacesText);
+   if (view == "status") return answer(statusJson(agent), format, statusText);
    if (!agent.hasSwitch()) return refusal(agent.disconnected());
-   ordered_json const table = viewJson(*view, agent.theSwitch());
-   std::ostringstream text;
-   if (json) {
-      text << table.dump() << '\n';
-   } else {
-      printView(text, *view, table);
-   }
-   return {true, text.str()};
+   ViewRequest const request = viewRequest(view);
+   ViewContent content = viewContent(request, agent.theSwitch());
+   std::string const text = format.json ? "" : viewText(request.view, content, format.width);
+   return print(request.view, std::move(content), format, text);
 }
 
 }  // namespace
@@ -175,26 +163,19 @@ std::string routeName(Kernel::RouteKey const& key) {
    return fmt::format("({}, {})", sourceText(key.source), key.group.toString());
 }
 
-ordered_json routesJson(LiveAgent const& agent) {
-   ordered_json all = ordered_json::array();
-   for (auto const& [key, known] : agent.routes().routes())
-      all.push_back(routeJson(agent, key, known));
-   return all;
-}
-
 ordered_json interfacesJson(LiveAgent const& agent) {
    ordered_json all = ordered_json::array();
    OpenFlow::Bridge const* const bridge = agent.bridge();
    for (LiveInterface const& interface : agent.configuration().interfaces) {
       auto const up = bridge ? bridge->portUp(interface.port) : std::nullopt;
       ordered_json one{{"name", interface.intf.name()},
-                       {"port", interface.port},
+                       {"frontPort", interface.port},
                        {"link", !up   ? "missing"
                                 : *up ? "up"
                                       : "down"},
-                       {"cpu", interface.cpu}};
+                       {"cpuPort", interface.cpu}};
       if (interface.vlan) one["vlan"] = *interface.vlan;
-      if (!interface.standby.empty()) one["standby"] = interface.standby;
+      if (!interface.standby.empty()) one["standbyPort"] = interface.standby;
       bool const onStandby = bridge && bridge->onStandby(interface.intf);
       one["sendsBy"] = onStandby ? interface.standby : interface.port;
       all.push_back(std::move(one));
@@ -203,31 +184,39 @@ ordered_json interfacesJson(LiveAgent const& agent) {
 }
 
 ordered_json statusJson(LiveAgent const& agent) {
-   std::map<std::string, Qor::U64> states, reasons;
+   ordered_json states = ordered_json::object();
+   for (ReportedState const state : allReportedStates)
+      states[std::string(nameOf(state))] = 0;
+   std::map<std::string, Qor::U64> waitsFor, trapReasons;
+   Qor::U64 faults = 0;
    for (auto const& [key, known] : agent.routes().routes()) {
-      auto const text = agent.textOf(key, known);
-      ++states[text.state];
-      if (!known.decision.inHardware()) ++reasons[nameOf(known.decision.reason)];
+      auto const state = agent.stateOf(key, known);
+      ordered_json& count = states[std::string(nameOf(state.state))];
+      count = count.get<Qor::U64>() + 1;
+      if (!state.waitsFor.empty()) ++waitsFor[state.waitsFor];
+      if (!state.trapReason.empty()) ++trapReasons[state.trapReason];
+      faults += !state.fault.empty();
    }
    auto const numbers = agent.numbers();
-   auto const kernel = agent.monitor().counts();
-   ordered_json status{
-         {"switch", agent.isConnected() ? "connected" : agent.disconnected()},
-         {"routes", states.empty() ? ordered_json::object() : ordered_json(states)},
-         {"withTheCpu", reasons.empty() ? ordered_json::object() : ordered_json(reasons)},
-         {"connections", numbers.connections},
-         {"lostConnections", numbers.lost},
-         {"kernelOverruns", kernel.overruns},
-         {"keepAlives", agent.keepAlive().numbers().sent}};
+   ordered_json status{{"connected", agent.isConnected()}};
+   if (!agent.isConnected()) status["reason"] = agent.disconnected();
+   status["routes"] = std::move(states);
+   status["waitsFor"] = countsJson(waitsFor);
+   status["trapReasons"] = countsJson(trapReasons);
+   status["faults"] = faults;
+   status["connections"] = numbers.connections;
+   status["lostConnections"] = numbers.lost;
+   status["kernelOverruns"] = agent.monitor().counts().overruns;
+   status["keepAlives"] = agent.keepAlive().numbers().sent;
    if (OpenFlow::Bridge const* const bridge = agent.bridge()) {
-      status["groupWrites"] = bridge->numbers().groupWrites;
-      status["flowWrites"] = bridge->numbers().flowWrites;
-      status["errors"] = bridge->numbers().errors;
+      status["groupMessages"] = bridge->numbers().groupWrites;
+      status["flowMessages"] = bridge->numbers().flowWrites;
+      status["switchErrors"] = bridge->numbers().errors;
    }
    return status;
 }
 
-LiveAnswer answerTo(LiveAgent& agent, std::string_view line, bool json) {
+LiveAnswer answerTo(LiveAgent& agent, std::string_view line, OutputFormat format) {
    auto const word = [&line] {
       line.remove_prefix(std::min(line.find_first_not_of(' '), line.size()));
       std::string_view const first = line.substr(0, line.find(' '));
@@ -235,12 +224,19 @@ LiveAnswer answerTo(LiveAgent& agent, std::string_view line, bool json) {
       line.remove_prefix(std::min(line.find_first_not_of(' '), line.size()));
       return first;
    };
-   std::string_view const whole = line;
    std::string_view const command = word();
-   if (command == "show") return show(agent, word(), json);
-   if (command == "explain") return explain(agent, whole, line, json);
-   if (command == "inspect") return inspected(agent, line, json);
-   return refusal(inQuotes(command) + " is not a command (known: show, explain, inspect, watch)");
+   if (command == "show") {
+      std::istringstream words{std::string(line)};
+      try {
+         return show(agent, {std::istream_iterator<std::string>(words), {}}, format);
+      } catch (std::invalid_argument const& error) {
+         return refusal(error.what());
+      }
+   }
+   if (command == "explain") return explain(agent, line, format);
+   if (command == "inspect") return inspected(agent, line, format);
+   if (command == "complete") return {true, completionsOf(agent, line)};
+   return refusal(inQuotes(command) + " is not a command" + knownNames(command, liveCommands));
 }
 
 }  // namespace Agent

@@ -1,16 +1,20 @@
 // The answers of a live agent to the questions of an operator, as text and as JSON. The text is made
 // from the JSON, so both have the same content. No question changes the agent.
 //
-//    show [routes | interfaces | status | VIEW]   VIEW: oifsets, zombies, chip (agent/report/Views.h)
-//    explain ROUTE                                agent/inspect/InspectExplain.h
+//    show [routes [FILTER]]                       agent/report/RouteFilter.h
+//    show interfaces | status | VIEW              VIEW: oifsets, zombies, chip (agent/report/Views.h)
+//    explain ROUTE                                agent/live/LiveExplain.h
 //    inspect COMMAND                              a command of agent/inspect/Inspector.h that reads
+//    complete LINE                                agent/live/LiveCompletion.h
 #pragma once
 
 #include <nlohmann/json.hpp>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "agent/live/LiveAgent.h"
+#include "agent/report/OutputFormat.h"
 
 namespace Agent {
 
@@ -20,14 +24,12 @@ struct LiveAnswer {
 };
 
 // The answer to one line. The tables of the bridge are as of the last LiveAgent::refresh().
-LiveAnswer answerTo(LiveAgent& agent, std::string_view line, bool json);
+LiveAnswer answerTo(LiveAgent& agent, std::string_view line, OutputFormat format);
 
 // "(10.0.0.2, 232.1.1.1)", "(*, 239.1.1.1)"
 std::string routeName(Kernel::RouteKey const& key);
 
-// Each route of the kernel: "src", "dst", "table", "iif", "oifs", "state", and "reason" if it has
-// one; "fault" if something is wrong with it.
-nlohmann::ordered_json routesJson(LiveAgent const& agent);
+// docs/json.md describes the keys.
 nlohmann::ordered_json interfacesJson(LiveAgent const& agent);
 nlohmann::ordered_json statusJson(LiveAgent const& agent);
 

@@ -17,8 +17,8 @@ namespace Agent {
 
 struct LiveFigures {
    struct Routes {
-      std::string_view state;   // a word, such as "installed"
-      std::string_view reason;  // a word, such as "no-port"; empty for routes in hardware
+      std::string_view state;   // a name of ReportedState
+      std::string_view reason;  // as waitsFor or trapReason of RouteRow; empty in the other states
       Qor::U64 count = 0;
    };
    struct Table {

@@ -1,8 +1,9 @@
-// Serves the metrics by HTTP: GET /metrics, and nothing else.
+// Serves the metrics and the report by HTTP: GET /metrics and GET /report, and nothing else.
 //
 // The server has no thread of its own. Its connections are bounded in number, memory and idle time.
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <string>
 
@@ -21,12 +22,17 @@ class MetricsServer final : public EventSource {
    static constexpr unsigned idleSeconds = 10;
    static constexpr std::size_t connectionMemory = 16384;
 
-   // Listens at "127.0.0.1:PORT" or "unix:PATH". The metrics outlive the server. Raises
-   // std::runtime_error with one line if that is impossible.
-   MetricsServer(std::string const& address, Metrics const& metrics);
+   // The page of a report. Answers that are being sent hold it.
+   using Page = std::shared_ptr<std::string const>;
+
+   // Listens at "127.0.0.1:PORT" or "unix:PATH". The metrics outlive the server. `report` makes the
+   // page when a client asks for it. Raises std::runtime_error with one line if that is impossible.
+   MetricsServer(std::string const& address, Metrics const& metrics, std::function<Page()> report);
    ~MetricsServer() override;
 
    int port() const { return listener_->port(); }
+   std::string metrics() const { return metrics_.text(); }
+   Page report() const { return report_(); }
 
    int fd() const override { return epoll_; }
    void ready(bool readable, bool writable) override;
@@ -40,6 +46,7 @@ class MetricsServer final : public EventSource {
    void run();
 
    Metrics const& metrics_;
+   std::function<Page()> const report_;
    std::unique_ptr<Listener> const listener_;
    std::unique_ptr<MHD_Daemon, Stop> daemon_;
    int epoll_ = -1;

@@ -1,37 +1,41 @@
 #include "agent/report/RunReport.h"
 
+#include <fmt/ostream.h>
+
 #include <iostream>
 #include <utility>
 
+#include "agent/report/ErrorOutput.h"
 #include "agent/report/Summary.h"
 
 namespace Agent {
 
-void printRunReport(std::vector<View> const& show, bool json, Switch const& theSwitch,
-                    nlohmann::ordered_json summary) {
-   nlohmann::ordered_json views = nlohmann::ordered_json::object();
-   for (View const view : show)
-      views[std::string(nameOf(view))] = viewJson(view, theSwitch);
-   if (json) {
-      if (!views.empty()) summary["tables"] = std::move(views);
-      std::cout << summary.dump(1) << '\n';
-      return;
+using nlohmann::ordered_json;
+
+void printRunReport(std::vector<ViewRequest> const& show, OutputFormat format,
+                    Switch const& theSwitch, ordered_json summary) {
+   if (format.json && !show.empty()) {
+      ordered_json tables = ordered_json::object();
+      for (ViewRequest const& request : show)
+         tables.update(viewDocument(request.view, viewContent(request, theSwitch)));
+      summary["tables"] = std::move(tables);
    }
-   for (View const view : show) {
-      printView(std::cout, view, views.at(std::string(nameOf(view))));
-      std::cout << '\n';
-   }
+   if (format.json) return printJson(std::cout, summary, format.style);
+   for (ViewRequest const& request : show)
+      std::cout << viewText(request.view, viewContent(request, theSwitch), format.width) << '\n';
    printSummary(std::cout, summary);
 }
 
 bool printHookFaults(Switch const& theSwitch) {
    VelMroute::HookFaults const* const faults = theSwitch.hookFaults();
    if (!faults || faults->count() == 0) return true;
-   std::cerr << "the hooks break their contract, " << faults->count() << " faults found:\n";
+   printError(fmt::format("the hooks break their contract, {} faults found", faults->count()));
    for (VelMroute::HookFault const& fault : faults->list())
-      std::cerr << "   " << fault << '\n';
+      printError(fmt::format("hooks: {}", fmt::streamed(fault)));
+   // The list has ten faults of each rule.
    if (faults->list().size() < faults->count()) {
-      std::cerr << "   and " << faults->count() - faults->list().size() << " more\n";
+      printError(fmt::format("and {} more faults of these rules",
+                             faults->count() - faults->list().size()));
    }
    return false;
 }

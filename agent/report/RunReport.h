@@ -4,13 +4,14 @@
 #include <nlohmann/json.hpp>
 #include <vector>
 
+#include "agent/report/OutputFormat.h"
 #include "agent/report/Views.h"
 
 namespace Agent {
 
 // Prints the tables in `show` and the summary, as text, or all of it as one JSON object.
-void printRunReport(std::vector<View> const& show, bool json, Switch const& theSwitch,
-                    nlohmann::ordered_json summary);
+void printRunReport(std::vector<ViewRequest> const& show, OutputFormat format,
+                    Switch const& theSwitch, nlohmann::ordered_json summary);
 
 // Prints the faults of the platform's hooks to standard error. Returns true if there are none, or the
 // hooks are not checked.

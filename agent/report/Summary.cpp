@@ -1,5 +1,9 @@
 #include "agent/report/Summary.h"
 
+#include <array>
+
+#include "agent/report/RouteRow.h"
+#include "agent/report/Shortfalls.h"
 #include "agent/switch/GroupName.h"
 
 namespace Agent {
@@ -32,28 +36,30 @@ ordered_json timeJson(RunFigures const& figures) {
    // A snapshot counts as one event for each of its routes, because each route is as much work as
    // an event.
    std::uint64_t const changes = figures.events - figures.snapshots + figures.snapshotRoutes;
-   return {{"seconds", figures.processorSeconds},
-           {"microsecondsPerEvent", ratio(figures.processorSeconds * 1e6, changes)}};
+   return {{"processorSeconds", figures.processorSeconds},
+           {"perEventSeconds", ratio(figures.processorSeconds, changes)}};
 }
 
-// Routes by their state. Routes that are neither in hardware nor failed wait, or are under way.
+// Routes by their state.
 struct RouteCounts {
    explicit RouteCounts(Programmer const& programmer) : wanted(programmer.routes()) {
-      programmer.forEach([this](RouteView const& route) {
-         inHardware += route.state() == VelMroute::RouteState::inHardware;
-         failed += route.state() == VelMroute::RouteState::failed;
-      });
+      programmer.forEach([this](RouteView const& route) { ++of(reportedState(route.state())); });
    }
 
-   std::uint64_t wanted, inHardware = 0, failed = 0;
+   std::uint64_t& of(ReportedState state) { return counts[static_cast<std::size_t>(state)]; }
+   std::uint64_t of(ReportedState state) const { return counts[static_cast<std::size_t>(state)]; }
+
+   std::uint64_t wanted;
+   std::array<std::uint64_t, allReportedStates.size()> counts{};
 };
 
 ordered_json routesJson(RouteCounts const& routes, Programmer::Counters const& counters) {
-   return {{"wanted", routes.wanted},
-           {"inHardware", routes.inHardware},
-           {"waiting", routes.wanted - routes.inHardware - routes.failed},
-           {"failed", routes.failed},
-           {"unchangedUpdates", counters.unchanged}};
+   ordered_json json = {{"wanted", routes.wanted}};
+   for (ReportedState const state : allReportedStates) {
+      if (state != ReportedState::trapped) json[std::string(nameOf(state))] = routes.of(state);
+   }
+   json["unchangedUpdates"] = counters.unchanged;
+   return json;
 }
 
 // The number of allocated groups without those of zombies. A zombie with a hard-wired group has no
@@ -72,7 +78,7 @@ ordered_json groupsJson(Switch const& theSwitch, RouteCounts const& routes,
    Qor::U32 const inUse = groupsInUse(theSwitch);
    return {{"inUse", inUse},
            {"zombies", theSwitch.path().zombies()},
-           {"sharingRatio", ratio(static_cast<double>(routes.inHardware), inUse)},
+           {"sharingRatio", ratio(static_cast<double>(routes.of(ReportedState::offloaded)), inUse)},
            {"resurrections", counters.resurrections},
            {"purges", counters.purges}};
 }
@@ -97,22 +103,26 @@ ordered_json routeWritesJson(VelMroute::View const& view) {
 }
 
 ordered_json peakJson(VelMroute::View const& view) {
-   auto const groups = view.use(Table::group), routes = view.use(Table::entry);
+   auto const groups = view.use(Table::group), entries = view.use(Table::entry);
    return {{"groups", jsonOf(groups.peak)},
            {"groupCapacity", jsonOf(groups.size)},
-           {"routes", jsonOf(routes.peak)},
-           {"routeCapacity", jsonOf(routes.size)}};
+           {"entries", jsonOf(entries.peak)},
+           {"entryCapacity", jsonOf(entries.size)}};
 }
 
 ordered_json checkJson(ForwardingCheck const& check) {
    if (!check.leftOut.empty()) return {{"leftOut", check.leftOut}};
-   ordered_json notPlaced = ordered_json::array();
-   for (auto const& route : check.notPlaced)
-      notPlaced.push_back({{"route", route.id.toString()}, {"reason", route.reason}});
+   ordered_json notOffloaded = ordered_json::array();
+   for (auto const& route : check.notPlaced) {
+      notOffloaded.push_back({{"vrf", route.id.vrf.name()},
+                              {"src", prefixText(route.id.key.source())},
+                              {"dst", route.id.key.group().toString()},
+                              {"reason", route.reason}});
+   }
    return {{"passed", check.passed()},
-           {"routes", check.routes},
+           {"routeCount", check.routes},
            {"differences", check.differences},
-           {"notInHardware", notPlaced}};
+           {"notOffloaded", std::move(notOffloaded)}};
 }
 
 }  // namespace
@@ -129,11 +139,17 @@ ordered_json summaryJson(RunFigures const& figures, Switch const& theSwitch,
                            {"groupWrites", groupWritesJson(view)},
                            {"routeWrites", routeWritesJson(view)},
                            {"restarts",
-                            {{"restarts", all.restarts},
+                            {{"count", all.restarts},
                              {"adopted", all.programmer.adopted},
                              {"swept", all.programmer.swept}}},
                            {"failedWrites", all.programmer.failedWrites},
                            {"peak", peakJson(view)}};
+   summary["shortfalls"] = shortfalls(figures.badLines, theSwitch);
+   summary["interrupted"] = !figures.interruptedBy.empty();
+   if (!figures.interruptedBy.empty()) {
+      summary["signal"] = figures.interruptedBy;
+      summary["interruptedAt"] = Qor::now();
+   }
    if (check) summary["check"] = checkJson(*check);
    return summary;
 }

@@ -21,6 +21,7 @@ struct RunFigures {
    std::uint64_t skippedLines = 0;
    std::uint64_t badLines = 0;
    std::uint64_t clockSteps = 0;
+   std::string interruptedBy;    // the signal that ended the run, such as "INT"; empty: none did
    double captureSeconds = 0;    // time of the last event
    double processorSeconds = 0;  // processor time of the run; waiting for input takes none
 };

@@ -52,6 +52,12 @@ class SummaryText {
       printPeak(summary_.at("peak"));
       if (!scenario) printTime(summary_.at("time"));
       if (summary_.contains("check")) printCheck(summary_.at("check"));
+      for (auto const& shortfall : summary_.at("shortfalls"))
+         line("shortfall", "{}", shortfall.get<std::string>());
+      if (summary_.at("interrupted").get<bool>()) {
+         line("interrupted", "by {} at {:.3f} s, so that the rest of the input is left out",
+              text(summary_, "signal"), number(summary_, "interruptedAt"));
+      }
    }
 
  private:
@@ -64,7 +70,7 @@ class SummaryText {
       std::size_t const failures = scenario.at("failures").size();
       line("scenario", "{}", text(scenario, "title"));
       line("played", "{} lines, {} packets in {:.1f} s", count(scenario, "lines"),
-           count(scenario, "packets"), number(scenario, "seconds"));
+           count(scenario, "packets"), number(scenario, "durationSeconds"));
       line("expectations", "{}, {} {}", count(scenario, "expectations"), failures,
            failures == 1 ? "failure" : "failures");
    }
@@ -79,7 +85,6 @@ class SummaryText {
    }
 
    void printInputFaults(ordered_json const& events) const {
-      if (count(events, "badLines")) line("bad lines", "{}", count(events, "badLines"));
       if (count(events, "skippedLines")) line("skipped lines", "{}", count(events, "skippedLines"));
       if (count(events, "clockSteps")) {
          line("clock steps", "{} times the time stamps went back; taken as no time having passed",
@@ -88,8 +93,10 @@ class SummaryText {
    }
 
    void printGroups(ordered_json const& routes, ordered_json const& groups) const {
-      line("routes", "{} wanted, {} in hardware, {} waiting, {} failed", count(routes, "wanted"),
-           count(routes, "inHardware"), count(routes, "waiting"), count(routes, "failed"));
+      std::string const pending =
+            count(routes, "pending") ? fmt::format("{} pending, ", count(routes, "pending")) : "";
+      line("routes", "{} wanted, {} offloaded, {}{} waiting, {} failed", count(routes, "wanted"),
+           count(routes, "offloaded"), pending, count(routes, "waiting"), count(routes, "failed"));
       line("groups", "{} in use, {} zombies; sharing ratio {:.2f} routes a group",
            count(groups, "inUse"), count(groups, "zombies"), number(groups, "sharingRatio"));
       line("resurrections", "{}; zombies purged for room {}", count(groups, "resurrections"),
@@ -105,29 +112,29 @@ class SummaryText {
    }
 
    void printRestarts(ordered_json const& restarts) const {
-      if (!count(restarts, "restarts")) return;
+      if (!count(restarts, "count")) return;
       line("restarts", "{}: {} groups and entries taken over from the chip, {} removed",
-           count(restarts, "restarts"), count(restarts, "adopted"), count(restarts, "swept"));
+           count(restarts, "count"), count(restarts, "adopted"), count(restarts, "swept"));
    }
 
    void printPeak(ordered_json const& peak) const {
-      line("peak use", "groups {} of {}, routes {} of {}", figure(peak, "groups"),
-           figure(peak, "groupCapacity"), figure(peak, "routes"), figure(peak, "routeCapacity"));
+      line("peak use", "groups {} of {}, entries {} of {}", figure(peak, "groups"),
+           figure(peak, "groupCapacity"), figure(peak, "entries"), figure(peak, "entryCapacity"));
    }
 
    void printTime(ordered_json const& time) const {
-      line("time", "{:.3f} s of processor time, {:.2f} us an event", number(time, "seconds"),
-           number(time, "microsecondsPerEvent"));
+      line("time", "{:.3f} s of processor time, {:.2f} us an event",
+           number(time, "processorSeconds"), number(time, "perEventSeconds") * 1e6);
    }
 
    void printCheck(ordered_json const& check) const {
       if (check.contains("leftOut")) return line("check", "left out: {}", text(check, "leftOut"));
       if (check.at("passed").get<bool>()) {
-         line("check", "passed: {} routes forward as the capture says", count(check, "routes"));
+         line("check", "passed: {} routes forward as the capture says", count(check, "routeCount"));
       } else {
          line("check", "FAILED: {} differences", check.at("differences").size());
       }
-      printNotInHardware(check.at("notInHardware"));
+      printNotInHardware(check.at("notOffloaded"));
    }
 
    void printNotInHardware(ordered_json const& routes) const {
@@ -140,7 +147,8 @@ class SummaryText {
                        routes.size() - listedRoutes);
             return;
          }
-         fmt::print(os_, "   {}: {}\n", text(route, "route"), text(route, "reason"));
+         fmt::print(os_, "   vrf {} ({}, {}): {}\n", text(route, "vrf"), text(route, "src"),
+                    text(route, "dst"), text(route, "reason"));
       }
    }
 

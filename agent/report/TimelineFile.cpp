@@ -1,16 +1,22 @@
 #include "agent/report/TimelineFile.h"
 
 #include <utility>
+#include <vector>
 
 #include "agent/report/Output.h"
 
 namespace Agent {
 
-TimelineFile::TimelineFile(std::string fileName, Switch& theSwitch)
+TimelineFile::TimelineFile(std::string fileName, Switch& theSwitch, TimelineSink* sink)
       : fileName_(std::move(fileName)), switch_(theSwitch) {
-   if (fileName_.empty()) return;
-   out_.open(fileName_);
-   timeline_ = std::make_unique<Timeline>(out_);
+   std::vector<TimelineSink*> sinks;
+   if (sink) sinks.push_back(sink);
+   if (!fileName_.empty()) {
+      out_.open(fileName_);
+      sinks.push_back(&writer_.emplace(out_));
+   }
+   if (sinks.empty()) return;
+   timeline_ = std::make_unique<Timeline>(std::move(sinks));
    switch_.timelineIs(timeline_.get());
 }
 
@@ -21,7 +27,7 @@ TimelineFile::~TimelineFile() {
 bool TimelineFile::finish() {
    if (!timeline_) return true;
    timeline_->finish();
-   return outputWritten(out_, fileName_);
+   return !writer_ || outputWritten(out_, fileName_);
 }
 
 }  // namespace Agent

@@ -1,14 +1,16 @@
-// The tables of a simulated switch, as text and as JSON. The text is made from the JSON, so both
-// have the same content. Keys are those of `ip -j mroute show` where it has them (src, dst, iif,
-// multipath/oif, packets, bytes); other keys are in camelCase. A key that does not apply is absent,
-// and a key that applies is present also if it is false.
+// The tables of a switch, as text and as JSON. The text is made from the JSON, so both have the same
+// content. docs/json.md describes the keys. A key that does not apply is absent, and a key that
+// applies is present also if it is false.
 #pragma once
 
 #include <nlohmann/json.hpp>
 #include <optional>
-#include <ostream>
+#include <string>
 #include <string_view>
+#include <vector>
 
+#include "agent/report/RouteFilter.h"
+#include "agent/report/RouteRow.h"
 #include "agent/switch/Switch.h"
 
 namespace Agent {
@@ -20,12 +22,32 @@ enum class View {
    chip,     // the chip's own tables
 };
 
-// The view with this name, or nothing.
-std::optional<View> viewNamed(std::string_view name);
 std::string_view nameOf(View view);
 
-// An array with one object for each row. View::chip is an object of such arrays.
-nlohmann::ordered_json viewJson(View view, Switch const& theSwitch);
-void printView(std::ostream& os, View view, nlohmann::ordered_json const& table);
+// A view as people ask for it: "chip", or "routes" with a filter behind it.
+struct ViewRequest {
+   View view = View::routes;
+   RouteFilter filter = {};
+};
+
+// Raises std::invalid_argument, with a text that names the known words, for other texts.
+ViewRequest viewRequest(std::string_view text);
+
+// The rows of a view: an array, but for View::chip an object of arrays.
+struct ViewContent {
+   nlohmann::ordered_json rows;
+   std::optional<std::size_t> total = {};  // the number of all routes, if there is a filter
+};
+
+ViewContent viewContent(ViewRequest const& request, Switch const& theSwitch);
+// The routes that match, in their order.
+ViewContent routesContent(std::vector<RouteRow> routes, RouteFilter const& filter);
+
+// The rows as a document: {"routes": [...]}.
+nlohmann::ordered_json viewDocument(View view, ViewContent content);
+// The tables as text in lines of this width; 0: of any length.
+std::string viewText(View view, ViewContent const& content, std::size_t width);
+// The routes with the kernel's tables, and without handles and groups.
+std::string kernelRoutesText(ViewContent const& content, std::size_t width);
 
 }  // namespace Agent

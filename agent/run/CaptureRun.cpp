@@ -1,30 +1,30 @@
 #include "agent/run/CaptureRun.h"
 
 #include <fmt/format.h>
-#include <unistd.h>
 
 #include <algorithm>
-#include <chrono>
-#include <cstdio>
 #include <ctime>
-#include <iostream>
+#include <filesystem>
 #include <utility>
 
 #include "agent/input/CaptureReader.h"
+#include "agent/page/ReportFile.h"
+#include "agent/process/Signals.h"
+#include "agent/report/ErrorOutput.h"
 #include "agent/report/ExitCode.h"
 #include "agent/report/ForwardingCheck.h"
 #include "agent/report/Output.h"
+#include "agent/report/Progress.h"
 #include "agent/report/RunReport.h"
+#include "agent/report/Shortfalls.h"
 #include "agent/report/Summary.h"
 #include "agent/report/TimelineFile.h"
-#include "agent/run/Interrupt.h"
+#include "agent/run/RunQueries.h"
 #include "agent/switch/PlatformChoice.h"
 
 namespace Agent {
 
 namespace {
-
-using SteadyClock = std::chrono::steady_clock;
 
 // The processor time of the process, in which waiting for input does not count.
 double processorSeconds() {
@@ -32,35 +32,6 @@ double processorSeconds() {
    clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &time);
    return static_cast<double>(time.tv_sec) + 1e-9 * static_cast<double>(time.tv_nsec);
 }
-
-class Progress {
- public:
-   Progress() : shown_(isatty(STDERR_FILENO) != 0) {}
-   ~Progress() { clear(); }
-   Progress(Progress const&) = delete;
-   Progress& operator=(Progress const&) = delete;
-
-   void show(RunFigures const& figures, Switch const& theSwitch, double time) {
-      if (!shown_) return;
-      auto const now = SteadyClock::now();
-      if (now - last_ < std::chrono::milliseconds(100)) return;
-      last_ = now;
-      written_ = true;
-      fmt::print(stderr, "\r\x1b[K{} events, {:.1f} s of capture, {} routes, {} groups",
-                 figures.events, time, theSwitch.programmer().routes(),
-                 theSwitch.view().use(Table::group).used);
-      std::fflush(stderr);
-   }
-   void clear() {
-      if (written_) std::fputs("\r\x1b[K", stderr);
-      written_ = false;
-   }
-
- private:
-   bool const shown_;
-   bool written_ = false;
-   SteadyClock::time_point last_{};
-};
 
 void count(RunFigures& figures, CaptureEvent const& event) {
    ++figures.events;
@@ -78,7 +49,10 @@ void count(RunFigures& figures, CaptureEvent const& event) {
 
 class Run final : public InspectedRun {
  public:
-   explicit Run(RunOptions const& options) : options_(options), reader_(options.files) {}
+   explicit Run(RunOptions const& options)
+         : options_(options), reader_(options.files), resumes_(options.inspect && regularFiles()) {
+      if (!resumes_) reader_.stopFdIs(interruptFd());
+   }
 
    int run() {
       InterfaceMap intfMap;
@@ -91,14 +65,17 @@ class Run final : public InspectedRun {
       double const began = processorSeconds();
       switch_ = std::make_unique<Switch>(
             options_.platform(options_.path.value_or(PathKind::async), {}), std::move(intfMap));
-      TimelineFile timeline(options_.timelineFile, *switch_);
-      timeline_ = &timeline;
+      ReportFile page(options_.reportFile, *switch_);
+      page_ = &page;
+      TimelineFile timeline(options_.timelineFile, *switch_, page.recorder());
       bool const replayed = options_.until ? runUntil(*options_.until) : runToEnd();
       if (options_.inspects() && replayed) {
-         InspectResult const looked = inspect(*this, options_.inspected());
-         bool const good =
-               printHookFaults(*switch_) && timeline.finish() && looked.good && !stopped_;
-         return exitAfter(looked, good ? exitDone : exitFailed);
+         InspectResult const looked = query(*this, options_);
+         errors_.finish();
+         bool const good = printHookFaults(*switch_) && timeline.finish() && looked.good &&
+                           !stopped_ && passesStrict(options_.strict, fallenShort());
+         bool const written = writePage(good, looked.interrupted, {}, nullptr);
+         return exitAfter(looked, exitCode(good && written, looked.interrupted));
       }
       if (!timeline.finish() || !replayed) return exitFailed;
       figures_.processorSeconds = processorSeconds() - began;
@@ -113,56 +90,66 @@ class Run final : public InspectedRun {
    }
    bool runToEnd() override {
       if (!replay(Qor::never)) return false;
-      switch_->settle();
+      // A run of the prompt goes on later.
+      if (!resumes_ || !interrupted()) settled_ = switch_->settle();
       return true;
    }
    Qor::Seconds nextInput() override {
-      InterruptEndsInput const interrupt;
-      reader_.stopFdIs(interrupt.fd());
       if (!readAhead()) return Qor::never;
       return timeOf(event_).time;
    }
    bool inMemory() const override { return ended_; }
 
  private:
-   static constexpr std::size_t listedDifferences = 20;
-
    int fail(InputError const& error) {
-      progress_.clear();
-      std::cerr << error.toString() << '\n';
+      errors_.print(ErrorLimit::kindOf(error.reason), error.toString());
       return exitFailed;
+   }
+
+   // A regular file never lets a read wait, so that an interrupt needs not end it.
+   bool regularFiles() const {
+      return std::ranges::all_of(options_.files, [](std::string const& name) {
+         std::error_code ignored;
+         return std::filesystem::is_regular_file(name, ignored);
+      });
    }
 
    // Applies the events up to and including this time. Returns false if a fault of the input
    // stopped the run.
    bool replay(Qor::Seconds until) {
-      InterruptEndsInput const interrupt;
-      reader_.stopFdIs(interrupt.fd());
+      Progress progress;
       while (readAhead() && timeOf(event_).time <= until) {
+         // In real time this wait may be long.
+         switch_->runUntil(timeOf(event_).time);
+         if (interrupted()) break;
          ahead_ = false;
          if (auto const error = apply(*switch_, event_)) {
             report(*error);
             continue;
          }
          count(figures_, event_);
-         if (auto const* link = std::get_if<LinkEvent>(&event_)) {
-            timeline_->note("link " + link->intf.name() +
-                            (carriesTraffic(link->status) ? " up" : " down"));
-         }
-         progress_.show(figures_, *switch_, reader_.time());
+         progress.show([&] { return progressText(); });
       }
-      progress_.clear();
+      progress.clear();
       figures_.lines = reader_.lines();
       figures_.skippedLines = reader_.skipped();
       figures_.clockSteps = reader_.clockSteps();
       return !stopped_;
    }
 
-   // Reads the next event into event_, unless that has been done. Returns false at the end.
+   std::string progressText() const {
+      return fmt::format("{} events, {:.1f} s of capture, {} routes, {} groups", figures_.events,
+                         reader_.time(), switch_->programmer().routes(),
+                         switch_->view().use(Table::group).used);
+   }
+
+   // Reads the next event into event_, unless that has been done. Returns false at the end, and
+   // after an interrupt.
    bool readAhead() {
       while (!ahead_ && !ended_) {
+         if (resumes_ && interrupted()) return false;
          auto const result = reader_.next(event_);
-         if (interrupted() || result == CaptureReader::Result::end) {
+         if (result == CaptureReader::Result::end || (interrupted() && !resumes_)) {
             ended_ = true;
          } else if (result == CaptureReader::Result::error) {
             report(reader_.error());
@@ -190,39 +177,62 @@ class Run final : public InspectedRun {
       return std::nullopt;
    }
 
+   std::vector<std::string> fallenShort() const { return shortfalls(figures_.badLines, *switch_); }
+
    int report(Switch& theSwitch) {
+      errors_.finish();
+      // A signal that comes later finds a complete run.
+      figures_.interruptedBy = interruptName();
       // The check comes first, so that the printed tables count its packets.
       ForwardingCheck check;
-      if (options_.check) check = checkForwarding(theSwitch, capture_);
+      if (!settled_) {
+         check.leftOut = "the run was interrupted while writes were under way";
+      } else if (options_.check) {
+         check = checkForwarding(theSwitch, capture_);
+      }
       theSwitch.readBack();
       auto summary = summaryJson(figures_, theSwitch, options_.check ? &check : nullptr);
-      printRunReport(options_.show, options_.json, theSwitch, std::move(summary));
+      printRunReport(options_.show, options_.format, theSwitch, summary);
       if (!check.passed()) printDifferences(check.differences);
-      bool const good = printHookFaults(theSwitch) && check.passed();
-      return outputWritten() && good ? exitDone : exitFailed;
+      bool const good = printHookFaults(theSwitch) && check.passed() &&
+                        passesStrict(options_.strict, fallenShort());
+      bool const cut = !figures_.interruptedBy.empty();
+      bool const written = writePage(good, cut, check.differences, std::move(summary));
+      return exitCode(outputWritten() && written && good, cut);
+   }
+
+   bool writePage(bool good, bool cut, std::vector<std::string> notes,
+                  nlohmann::ordered_json summary) {
+      return page_->finish({.kind = "capture",
+                            .title = "Replay of captures",
+                            .inputs = options_.files,
+                            .result = cut    ? "interrupted"
+                                      : good ? "passed"
+                                             : "failed",
+                            .notes = std::move(notes),
+                            .summary = std::move(summary)});
    }
 
    static void printDifferences(std::vector<std::string> const& differences) {
-      std::cerr << "check failed: the chip does not forward as the capture says\n";
-      std::size_t const listed = std::min(differences.size(), listedDifferences);
-      for (std::size_t i = 0; i < listed; ++i)
-         std::cerr << "   " << differences[i] << '\n';
-      if (listed < differences.size()) {
-         std::cerr << "   and " << differences.size() - listed << " more: -j lists all\n";
-      }
+      ErrorLimit errors;
+      for (std::string const& difference : differences)
+         errors.print("the chip does not forward as the capture says", "check: " + difference);
+      errors.finish("; -j lists all");
    }
 
    RunOptions const& options_;
    CaptureReader reader_;
+   bool const resumes_;  // after an interrupt, because the prompt takes further commands
    CaptureEvent event_;
    bool ahead_ = false;    // event_ is the next one
    bool ended_ = false;    // no more events will be read
    bool stopped_ = false;  // a fault of the input has ended the run
    CaptureState capture_;
    RunFigures figures_;
-   Progress progress_;
+   ErrorLimit errors_;
+   bool settled_ = true;  // the end of the run has found the switch settled
    std::unique_ptr<Switch> switch_;
-   TimelineFile* timeline_ = nullptr;  // null before and after the run
+   ReportFile* page_ = nullptr;  // null before and after the run
 };
 
 }  // namespace

@@ -189,7 +189,7 @@ struct Mark {
 };
 
 struct Show {
-   std::vector<std::string> views;  // names that viewNamed() accepts
+   std::vector<std::string> views;  // texts that viewRequest() accepts
 };
 
 // ---- Expectations. ----

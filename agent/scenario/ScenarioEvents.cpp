@@ -248,7 +248,11 @@ Show showFrom(json const& value) {
    if (listAt(value, "show").empty()) refuse("show", "no table");
    for (std::size_t i = 0; i < value.size(); ++i) {
       std::string const name = textAt(value[i], indexed("show", i));
-      if (!viewNamed(name)) refuse(indexed("show", i), "unknown table " + inQuotes(name));
+      try {
+         viewRequest(name);
+      } catch (std::invalid_argument const& error) {
+         refuse(indexed("show", i), error.what());
+      }
       show.views.push_back(name);
    }
    return show;

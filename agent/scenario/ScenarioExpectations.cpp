@@ -3,7 +3,7 @@
 
 #include "agent/input/PrintableText.h"
 #include "agent/input/RouteFields.h"
-#include "agent/report/RouteStateName.h"
+#include "agent/scenario/RouteStateName.h"
 #include "agent/scenario/ScenarioFields.h"
 
 namespace Agent::Scenario {

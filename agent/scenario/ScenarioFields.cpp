@@ -5,6 +5,7 @@
 #include "agent/input/InterfaceMap.h"
 #include "agent/input/PrintableText.h"
 #include "agent/input/RouteFields.h"
+#include "agent/input/Suggestion.h"
 
 namespace Agent::Scenario {
 
@@ -17,8 +18,7 @@ Fields::Fields(json const& object, std::string keyPath, std::vector<std::string_
    if (!object.is_object()) refuse(keyPath_, kindOf(object) + " where an object is expected");
    for (auto const& [key, value] : object.items()) {
       if (std::find(known.begin(), known.end(), key) != known.end()) continue;
-      refuse(keyPath_,
-             fmt::format("unknown key {} (known: {})", inQuotes(key), fmt::join(known, ", ")));
+      refuse(keyPath_, "unknown key " + inQuotes(key) + knownNames(key, known));
    }
 }
 
@@ -67,9 +67,8 @@ std::uint64_t Fields::whole(std::string const& key, std::uint64_t min, std::uint
 }
 
 void Fields::refuseName(std::string const& key, char const* what, std::string const& name,
-                        std::string const& known) const {
-   refuse(at(key),
-          std::string("unknown ") + what + " " + inQuotes(name) + " (known: " + known + ")");
+                        std::vector<std::string> const& known) const {
+   refuse(at(key), std::string("unknown ") + what + " " + inQuotes(name) + knownNames(name, known));
 }
 
 std::string kindOf(json const& value) {

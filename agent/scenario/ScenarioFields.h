@@ -67,17 +67,17 @@ class Fields {
    template <class E>
    E named(std::string const& key, char const* what, Names<E> const& names) const {
       std::string const name = text(key);
-      std::string known;
+      std::vector<std::string> known;
       for (auto const& [candidate, value] : names) {
          if (candidate == name) return value;
-         known += (known.empty() ? "" : ", ") + candidate;
+         known.push_back(candidate);
       }
       refuseName(key, what, name, known);
    }
 
  private:
    [[noreturn]] void refuseName(std::string const& key, char const* what, std::string const& name,
-                                std::string const& known) const;
+                                std::vector<std::string> const& known) const;
 
    json const& object_;
    std::string const keyPath_;

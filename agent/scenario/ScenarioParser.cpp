@@ -1,9 +1,8 @@
 #include "agent/scenario/ScenarioParser.h"
 
-#include <sys/stat.h>
-
 #include <set>
 
+#include "agent/input/InputKind.h"
 #include "agent/input/LineSource.h"
 #include "agent/input/PrintableText.h"
 #include "agent/scenario/ScenarioFields.h"
@@ -112,6 +111,10 @@ ScenarioParser::Result ScenarioParser::parse(std::string_view text, Line& line) 
 
 ScenarioFile ScenarioFile::read(std::string const& fileName) {
    ScenarioFile file;
+   if (auto misused = misusedFile(fileName, InputUse::scenario)) {
+      file.errors.push_back(*std::move(misused));
+      return file;
+   }
    ScenarioParser parser;
    LineSource source(fileName);
    auto const refused = [&](std::string reason, std::string_view text, bool fatal) {
@@ -156,23 +159,8 @@ ScenarioFile ScenarioFile::read(std::string const& fileName) {
    return file;
 }
 
-bool isScenarioLine(std::string_view text) {
-   std::size_t const begin = text.find_first_not_of(" \t");
-   return begin != std::string_view::npos && text[begin] == '{';
-}
-
 bool isScenarioFile(std::string const& fileName) {
-   struct stat status {};
-   if (fileName == "-" || ::stat(fileName.c_str(), &status) != 0 || !S_ISREG(status.st_mode))
-      return false;
-   LineSource source(fileName);
-   while (true) {
-      LineSource::Result const result = source.next();
-      if (result != LineSource::Result::line && result != LineSource::Result::part) return false;
-      std::size_t const begin = source.text().find_first_not_of(" \t");
-      if (begin == std::string_view::npos || source.text()[begin] == '#') continue;
-      return isScenarioLine(source.text());
-   }
+   return kindOfFile(fileName) == InputKind::scenario;
 }
 
 }  // namespace Agent

@@ -43,11 +43,8 @@ struct ScenarioFile {
    static ScenarioFile read(std::string const& fileName);
 };
 
-// Whether a line that is neither empty nor a comment belongs to a scenario: it begins with '{'.
-bool isScenarioLine(std::string_view text);
-// Whether a file is a scenario. The first line that is neither empty nor a comment decides, also in
-// a gzip file. False for a file that cannot be read. Standard input and files that are not regular
-// cannot be read again, so they are not read here, and the result is false.
+// Whether a file is a scenario, by its beginning (agent/input/InputKind.h). False for a file that
+// cannot be read, and for standard input and pipes, which cannot be read again.
 bool isScenarioFile(std::string const& fileName);
 
 }  // namespace Agent

@@ -5,6 +5,7 @@
 #include <algorithm>
 
 #include "Qor/Clock.h"
+#include "agent/process/Signals.h"
 
 namespace Agent {
 
@@ -42,8 +43,10 @@ ScenarioPlayer::ScenarioPlayer(Testbed& testbed, std::vector<Line> const& lines)
 
 bool ScenarioPlayer::step() {
    if (next_ == lines_.size()) return false;
-   Line const& line = lines_[next_++];
-   if (next_ == 1 || line.at > lines_[next_ - 2].at) advance(line.at);
+   Line const& line = lines_[next_];
+   if (next_ == 0 || line.at > lines_[next_ - 1].at) advance(line.at);
+   if (interrupted()) return false;
+   ++next_;
    try {
       std::visit([this](auto const& event) { play(event); }, line.event);
    } catch (TestbedRefusal const& refused) {
@@ -52,9 +55,16 @@ bool ScenarioPlayer::step() {
    return true;
 }
 
+void ScenarioPlayer::play() {
+   while (step()) {
+   }
+   if (!interrupted()) finish();
+}
+
 void ScenarioPlayer::finish() {
-   while (!trains_.empty())
+   while (!trains_.empty() && !interrupted())
       advance(trains_.begin()->first.first);
+   trains_.clear();
    testbed_.settle();
    for (std::string const& fault : testbed_.audit())
       fail("in the end: " + fault);
@@ -64,6 +74,7 @@ void ScenarioPlayer::advance(double time) {
    while (!trains_.empty() && trains_.begin()->first.first <= time) {
       double const due = trains_.begin()->first.first;
       testbed_.runUntil(due);
+      if (interrupted()) return;
       sendDue(due);
    }
    testbed_.runUntil(time);
@@ -85,9 +96,10 @@ void ScenarioPlayer::sendDue(double time) {
 void ScenarioPlayer::send(Traffic const& traffic) {
    for (std::uint32_t i = 0; i < traffic.routes.groups; ++i) {
       RouteKey const key = traffic.routes.key(i);
-      Testbed::Copies const copies =
-            testbed_.send({traffic.routes.vrf, key.source().address(), key.group().address(),
-                           traffic.iif, traffic.bytes});
+      Testbed::Packet const packet{traffic.routes.vrf, key.source().address(),
+                                   key.group().address(), traffic.iif, traffic.bytes};
+      Testbed::Copies const copies = testbed_.send(packet);
+      testbed_.sent(packet, key, copies);
       ++packets_;
       ++sent_;
       lost_ += copies.at.empty();
@@ -191,6 +203,7 @@ void ScenarioPlayer::play(Expect const& expect) {
    Texts wrong = differences(expect);
    // The state changes at deadlines and packets alone, so it is enough to compare there.
    while (!wrong.empty() && Qor::now() < limit) {
+      if (interrupted()) return;  // the expectation may still come true
       double next = testbed_.nextDeadline();
       if (!trains_.empty()) next = std::min(next, trains_.begin()->first.first);
       advance(std::min(next, limit));

@@ -9,6 +9,9 @@
 //
 // The scenario goes on after a failed expectation and after a refusal of the testbed. Both are kept
 // as failures.
+//
+// An interrupt (agent/process/Signals.h) ends each operation at the time that is reached then. The
+// next operation goes on from there.
 #pragma once
 
 #include <algorithm>
@@ -37,21 +40,18 @@ class ScenarioPlayer {
    // Both outlive the player. The player is the process's trace and log sink while it lives.
    ScenarioPlayer(Testbed& testbed, std::vector<Scenario::Line> const& lines);
 
-   // Plays one line. Returns false if no line is left.
+   // Plays one line. Returns false if no line is left, or if an interrupt came before its time.
    bool step();
    // Sends the remaining packets, settles the testbed and audits it. The remaining lines are not
-   // played, so an interrupted run ends in the same way.
+   // played, and after an interrupt the remaining packets are not sent.
    void finish();
-   void play() {
-      while (step()) {
-      }
-      finish();
-   }
+   // Plays all lines, and finishes unless an interrupt came before.
+   void play();
 
    // Plays all lines that are due up to and including `time`, and advances to that time.
    void playUntil(double time) {
-      while (next_ < lines_.size() && lines_[next_].at <= time)
-         step();
+      while (next_ < lines_.size() && lines_[next_].at <= time && step()) {
+      }
       advance(time);
    }
    // The time of the next line or packet; never if none is left.

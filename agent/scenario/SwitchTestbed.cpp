@@ -3,8 +3,9 @@
 #include <iostream>
 #include <set>
 
-#include "agent/report/RouteStateName.h"
+#include "agent/report/OutputFormat.h"
 #include "agent/report/Views.h"
+#include "agent/scenario/RouteStateName.h"
 #include "platform/Format.h"
 
 namespace Agent {
@@ -17,8 +18,8 @@ Intf const& SwitchTestbed::learn(Lnet::IntfId id) {
    }
 }
 
-void SwitchTestbed::note(std::string const& what) {
-   if (timeline_) timeline_->instant(what);
+void SwitchTestbed::note(std::string const& text, Timeline::Args const& args) {
+   if (timeline_) timeline_->instant(text, args);
 }
 
 // ---- Changes of the switch. ----
@@ -61,7 +62,6 @@ void SwitchTestbed::routeDel(L3::VrfName const& vrf, Scenario::RouteKey const& k
 
 void SwitchTestbed::linkIs(Lnet::IntfId intf, Interface::IntfOperStatus state) {
    learn(intf);
-   note(fmt::format("link {} {}", intf, state));
    switch_.linkIs(intf, state);
 }
 
@@ -69,11 +69,11 @@ void SwitchTestbed::bfdIs(Bfd::Peer const& peer, std::optional<Bfd::OperState> s
    Bfd::AppStatus* const sessions = switch_.path().bfdAppStatus();
    if (!sessions) throw TestbedRefusal("this path has no BFD sessions");
    if (!state) {
-      note(fmt::format("bfd {} removed", peer));
+      note(fmt::format("bfd {} removed", peer), {{"fails", true}});
       sessions->peerStatusDel(peer);
       return;
    }
-   note(fmt::format("bfd {} {}", peer, *state));
+   note(fmt::format("bfd {} {}", peer, *state), {{"fails", *state != Bfd::OperState::up}});
    sessions->newPeerStatus(peer)->statusIs(*state);
 }
 
@@ -135,6 +135,16 @@ void SwitchTestbed::restart(Scenario::Restart const& restart) {
    }
    note("restart");
    if (!switch_.restart(options)) throw TestbedRefusal("the platform has no next life");
+}
+
+// A stream belongs to its own route, and otherwise to the route of its group.
+void SwitchTestbed::sent(Packet const& packet, Scenario::RouteKey const& key,
+                         Copies const& copies) {
+   if (!outages_) return;
+   auto const anySource = Lnet::IpGenPrefix::any(key.group().family());
+   WantedRoute const* wanted = switch_.wanted({packet.vrf, key});
+   if (!wanted) wanted = switch_.wanted({packet.vrf, {anySource, key.group()}});
+   outages_->packet({packet.vrf, key}, wanted ? wanted->outputs : nullptr, copies.at, Qor::now());
 }
 
 VelMroute::Probe::Packet SwitchTestbed::onChip(Packet const& packet) {
@@ -278,10 +288,9 @@ std::vector<std::string> SwitchTestbed::forwardingFaults() {
 void SwitchTestbed::show(std::vector<std::string> const& views) {
    if (quiet_) return;
    switch_.readBack();
-   for (std::string const& name : views) {
-      View const view = *viewNamed(name);
-      printView(std::cout, view, viewJson(view, switch_));
-      std::cout << '\n';
+   for (std::string const& text : views) {
+      ViewRequest const request = viewRequest(text);
+      std::cout << viewText(request.view, viewContent(request, switch_), terminalWidth()) << '\n';
    }
 }
 

@@ -1,6 +1,7 @@
 // The testbed with a whole switch, on any platform.
 #pragma once
 
+#include "agent/page/Outages.h"
 #include "agent/scenario/Testbed.h"
 #include "agent/switch/Switch.h"
 #include "agent/timeline/Timeline.h"
@@ -9,10 +10,10 @@ namespace Agent {
 
 class SwitchTestbed final : public Testbed {
  public:
-   // Both outlive the testbed, and the timeline may be null. Tables are printed to standard output,
-   // unless `quiet`.
-   SwitchTestbed(Switch& theSwitch, Timeline* timeline, bool quiet)
-         : switch_(theSwitch), timeline_(timeline), quiet_(quiet) {}
+   // All outlive the testbed. Timeline and outages may be null. Tables are printed to standard
+   // output, unless `quiet`.
+   SwitchTestbed(Switch& theSwitch, Timeline* timeline, bool quiet, Outages* outages = nullptr)
+         : switch_(theSwitch), timeline_(timeline), quiet_(quiet), outages_(outages) {}
 
    double nextDeadline() const override { return switch_.nextDeadline(); }
    void runUntil(double time) override { switch_.runUntil(time); }
@@ -28,6 +29,7 @@ class SwitchTestbed final : public Testbed {
    void faultIs(Scenario::Fault const& fault) override;
    void restart(Scenario::Restart const& restart) override;
    Copies send(Packet const& packet) override { return copiesOf(switch_.send(onChip(packet))); }
+   void sent(Packet const& packet, Scenario::RouteKey const& key, Copies const& copies) override;
    // Converts a packet to the form of the probe, which registers its VRF and interface, and the
    // copies from that form.
    VelMroute::Probe::Packet onChip(Packet const& packet);
@@ -45,11 +47,12 @@ class SwitchTestbed final : public Testbed {
  private:
    Intf const& learn(Lnet::IntfId id);
    // Writes an instant to the timeline.
-   void note(std::string const& text);
+   void note(std::string const& text, Timeline::Args const& args = nullptr);
 
    Switch& switch_;
    Timeline* const timeline_;
    bool const quiet_;
+   Outages* const outages_;
 };
 
 }  // namespace Agent

@@ -86,6 +86,11 @@ class Testbed {
    // arrives from the interface even if the link is down.
    virtual Copies send(Packet const& packet) = 0;
 
+   // Called for each packet of the traffic, with its copies. The default does nothing.
+   virtual void sent(Packet const& packet, Scenario::RouteKey const& key, Copies const& copies) {
+      static_cast<void>(packet), static_cast<void>(key), static_cast<void>(copies);
+   }
+
    // ---- State of the switch. ----
 
    virtual RouteFacts route(L3::VrfName const& vrf, Scenario::RouteKey const& key) const = 0;

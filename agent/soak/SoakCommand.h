@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "agent/report/OutputFormat.h"
 #include "agent/switch/PlatformChoice.h"
 
 namespace Agent {
@@ -16,7 +17,7 @@ struct SoakOptions {
    std::optional<PathKind> path;        // unset: both paths, or the only path of a scenario
    std::string reproducerFile;          // for the shortest reproducer; empty: standard error
    PlatformSource platforms = simulatedPlatform;
-   bool json = false;
+   OutputFormat format;
    bool sweep = false;  // play each scenario once for each way in which each hook call can fail
 };
 

@@ -3,7 +3,9 @@
 
 #include <algorithm>
 
-#include "agent/report/RouteStateName.h"
+#include "agent/explain/Explainer.h"
+#include "agent/explain/TraceWords.h"
+#include "agent/scenario/RouteStateName.h"
 
 namespace Agent {
 
@@ -15,29 +17,10 @@ namespace {
 constexpr std::size_t maxFound = 20;
 constexpr std::size_t underWayLooks = 48;  // unverified routes that a look compares before rest
 constexpr unsigned otherLooks = 8;         // verified routes that a look compares
+constexpr unsigned looksPerTrace = 4;      // on average
 
 constexpr WriteKind deletions[VelMroute::allTables.size()] = {
       WriteKind::groupDelete, WriteKind::routeDelete, WriteKind::boundaryDelete};
-
-// A group of the key that no narrower route of an episode matches. For a range, that is the last
-// address of the range; for the catch-all, an address below the groups of all other routes.
-Lnet::IpGenAddr groupIn(IpGenRouteKey const& key) {
-   Lnet::IpGenPrefix const& group = key.group();
-   if (group.isHost()) return group.address();
-   Lnet::IpGenAddr::Bytes bytes = group.address().bytes();
-   bool const catchAll = key.kind() == IpGenRouteKey::kindCatchAll;
-   for (unsigned bit = catchAll ? 20 : group.length(); bit < group.address().bitWidth(); ++bit)
-      bytes[bit / 8] = static_cast<std::uint8_t>(bytes[bit / 8] | 0x80 >> bit % 8);
-   if (group.address().isV6()) return Lnet::IpGenAddr::v6(bytes);
-   return Lnet::IpGenAddr::v4(static_cast<Qor::U32>(bytes[0]) << 24 | bytes[1] << 16 |
-                              bytes[2] << 8 | bytes[3]);
-}
-
-Lnet::IpGenAddr sourceOf(IpGenRouteKey const& key) {
-   if (!key.source().isAny()) return key.source().address();
-   return key.source().family() == Lnet::IpFamily::v4 ? *Lnet::IpGenAddr::parse("198.51.100.1")
-                                                      : *Lnet::IpGenAddr::parse("2001:db8:ff::1");
-}
 
 using Outputs = VelMroute::ForwardingModel::Outputs;
 
@@ -60,6 +43,7 @@ SoakFigures& SoakFigures::operator+=(SoakFigures const& other) {
    fullChecks += other.fullChecks;
    tableChecks += other.tableChecks;
    packets += other.packets;
+   traces += other.traces;
    reroutes += other.reroutes;
    faults += other.faults;
    refusals += other.refusals;
@@ -182,8 +166,55 @@ void SoakOracle::look() {
          checkRoute(everWanted_[at], *known, rest);
       }
    }
+   checkTrace();
    if (untilFull_ > 0) --untilFull_;
    if (rest && untilFull_ == 0) lookAtAll();
+}
+
+// The trace of a packet of any route, at any input, must have the fate of the packet, also while
+// writes are under way. A route that forwards as wanted must have no cause of a mistake, and a route
+// whose packets come out nowhere must have one.
+void SoakOracle::checkTrace() {
+   if (everWanted_.empty() || random_() % looksPerTrace != 0) return;
+   RouteId const id = everWanted_[random_() % everWanted_.size()];
+   auto const vrfId = switch_.vrfId(id.vrf);
+   auto const& intfs = switch_.interfaceMap().intfs();
+   auto packet = samplePacket(id.key);
+   packet.vrfId = *vrfId;
+   packet.in = intfs[random_() % intfs.size()]->id;
+   auto const route = programmer().view(id.vrf, id.key);
+   bool const ownInput = route && !route->wanted().iif.isNull() && random_() % 2 == 0;
+   if (ownInput) packet.in = route->wanted().iif;
+   if (switch_.intf(packet.in).port == 0) return;
+
+   Explainer const explainer(switch_);
+   PacketTrace const trace = explainer.packet(packet);
+   auto const seen = switch_.send(packet);
+   sent(packet, seen);
+   ++figures_.traces;
+   bool const same = trace.copies() == seen.copies && trace.toCpu == seen.cpu &&
+                     trace.verdict == seen.verdict.value_or(trace.verdict) &&
+                     (trace.missed || trace.entry->handle == seen.entry);
+   if (!same) {
+      return wrong(id,
+                   fmt::format("the trace of a packet at {} is {}, and the packet is {}: they {}",
+                               packet.in, trace.verdict, seen.verdict.value_or(trace.verdict),
+                               fateOf(trace)));
+   }
+   if (!ownInput) return;
+   RouteTrace const full = explainer.route(*route);
+   bool const complete =
+         seen.verdict == VelMroute::Forwarding::bridged ||
+         (full.expected && full.expectedCpu == seen.cpu && *full.expected == seen.copies);
+   bool const healthy = full.inHardware() && full.ownEntry && complete &&
+                        full.packet.inputUp.value_or(false) && atRest() && !failedLately();
+   bool const lost = full.expected && !full.expected->empty() && seen.copies.empty() && !seen.cpu &&
+                     !full.wanted.bridge;
+   if (healthy && !full.causes.empty()) {
+      wrong(id, "forwards as wanted, and its explanation says: " + full.causes.front().text);
+   } else if (lost && full.causes.empty()) {
+      wrong(id, "forwards nothing, and its explanation says: " + full.headline());
+   }
 }
 
 // Returns false if the route is withdrawn and no part of it is left, so the model can forget it.
@@ -279,8 +310,9 @@ std::vector<SoakOracle::Outputs> SoakOracle::expected(Known& known,
 void SoakOracle::checkPacket(RouteId const& id, Known& known, std::optional<RouteView> route,
                              bool rest) {
    Route const& wanted = *known.wanted;
-   VelMroute::Probe::Packet const packet{*switch_.vrfId(id.vrf), sourceOf(id.key), groupIn(id.key),
-                                         wanted.iif};
+   auto packet = samplePacket(id.key);
+   packet.vrfId = *switch_.vrfId(id.vrf);
+   packet.in = wanted.iif;
    auto const seen = switch_.send(packet);
    auto const hit = seen.entry ? view().entry(*seen.entry) : std::nullopt;
    bool const own = hit && hit->route.vrfId == packet.vrfId && hit->route.key == id.key &&

@@ -39,6 +39,7 @@ struct SoakFigures {
    std::uint64_t routeChecks = 0;  // comparisons of a route with the model, by one packet
    std::uint64_t fullChecks = 0;   // looks that compared everything
    std::uint64_t tableChecks = 0;  // routes, groups and entries that these looks compared
+   std::uint64_t traces = 0;       // traces of packets, compared with the packets
    std::uint64_t packets = 0;      // packets of the scenario and of the comparisons
    std::uint64_t reroutes = 0;     // routes whose backup took over
    std::uint64_t faults = 0;       // failed writes and refused calls
@@ -181,6 +182,7 @@ class SoakOracle {
    void noteRecovered();
    void unverified(RouteId const& id);
 
+   void checkTrace();
    bool checkRoute(RouteId const& id, Known& known, bool rest);
    void checkAbsent(RouteId const& id);
    void checkState(RouteId const& id, Known const& known, RouteView const& route);

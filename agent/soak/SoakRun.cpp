@@ -11,6 +11,8 @@
 #include <nlohmann/json.hpp>
 #include <sstream>
 
+#include "agent/process/Child.h"
+#include "agent/process/Signals.h"
 #include "agent/scenario/ScenarioPlayer.h"
 #include "agent/scenario/ScenarioWriter.h"
 #include "agent/soak/SoakTestbed.h"
@@ -112,11 +114,12 @@ SoakOutcome playSoak(SoakEpisode const& episode, SoakHow const& how) {
    while (oracle.found().empty() && player.step()) {
       if (how.played) how.played(player.played());
    }
-   if (oracle.found().empty()) {
+   bool const cut = interrupted();
+   if (oracle.found().empty() && !cut) {
       player.finish();
       playEnd(theSwitch, testbed, oracle);
    }
-   return {oracle.found(), player.played(), Qor::now(), oracle.figures()};
+   return {oracle.found(), player.played(), Qor::now(), oracle.figures(), cut};
 }
 
 // ---- The process of an episode. ----
@@ -133,7 +136,7 @@ json toJson(SoakOutcome const& outcome) {
            {"figures",
             {f.looks, f.routeChecks, f.fullChecks, f.tableChecks, f.packets, f.reroutes, f.faults,
              f.refusals, f.resurrections, f.purges, f.unchanged, f.writes, f.hookCalls,
-             f.routesPeak, f.restarts}}};
+             f.routesPeak, f.restarts, f.traces}}};
 }
 
 SoakOutcome fromJson(json const& j) {
@@ -145,7 +148,7 @@ SoakOutcome fromJson(json const& j) {
    std::uint64_t* const all[] = {&f.looks,         &f.routeChecks, &f.fullChecks, &f.tableChecks,
                                  &f.packets,       &f.reroutes,    &f.faults,     &f.refusals,
                                  &f.resurrections, &f.purges,      &f.unchanged,  &f.writes,
-                                 &f.hookCalls,     &f.routesPeak,  &f.restarts};
+                                 &f.hookCalls,     &f.routesPeak,  &f.restarts,   &f.traces};
    for (std::size_t i = 0; i < std::size(all); ++i)
       *all[i] = j.at("figures").at(i);
    return outcome;
@@ -157,14 +160,13 @@ struct Shared {
    std::size_t played;
 };
 
-[[noreturn]] void child(SoakEpisode const& episode, SoakHow& how, Shared* shared, std::FILE* result,
-                        std::FILE* said) {
+int playInChild(SoakEpisode const& episode, SoakHow how, Shared* shared, std::FILE* result,
+                std::FILE* said) {
    ::dup2(::fileno(said), STDERR_FILENO);
    rlimit const limit{soakProcessorLimit, soakProcessorLimit + 5};
    ::setrlimit(RLIMIT_CPU, &limit);
    rlimit const noCore{0, 0};
    ::setrlimit(RLIMIT_CORE, &noCore);
-   int code = 0;
    try {
       how.played = [&](std::size_t n) { shared->played = n; };
       std::string const text = toJson(playSoak(episode, how)).dump();
@@ -173,9 +175,9 @@ struct Shared {
    } catch (std::exception const& error) {
       std::fprintf(stderr, "%s\n", error.what());
       std::fflush(stderr);
-      code = 3;
+      return 3;
    }
-   ::_exit(code);
+   return 0;
 }
 
 std::string contents(std::FILE* file) {
@@ -212,15 +214,21 @@ SoakOutcome forkSoak(SoakEpisode const& episode, SoakHow how) {
    if (!result || !said || memory == MAP_FAILED)
       throw std::runtime_error("cannot create temporary files");
    auto* const shared = static_cast<Shared*>(memory);
-   ::pid_t const pid = ::fork();
-   if (pid < 0) throw std::runtime_error("cannot create a process");
-   if (pid == 0) child(episode, how, shared, result.get(), said.get());
-   int status = 0;
-   while (::waitpid(pid, &status, 0) < 0 && errno == EINTR) {
+   std::optional<int> status;
+   {
+      Child child([&] { return playInChild(episode, how, shared, result.get(), said.get()); });
+      status =
+            child.wait(how.played ? [&] { how.played(shared->played); } : std::function<void()>());
    }
    std::size_t const played = shared->played;
    ::munmap(memory, sizeof(Shared));
-   if (status != 0) return died(status, played, contents(said.get()));
+   if (!status) {
+      SoakOutcome outcome;
+      outcome.lines = played;
+      outcome.interrupted = true;
+      return outcome;
+   }
+   if (*status != 0) return died(*status, played, contents(said.get()));
    return fromJson(json::parse(contents(result.get())));
 }
 
@@ -266,6 +274,7 @@ class Reduction {
       if (tries_ == 0) return false;
       --tries_;
       SoakOutcome const outcome = play_(candidate);
+      if (outcome.interrupted) tries_ = 0;
       if (outcome.clean()) return false;
       if (outcome.lines < candidate.lines.size()) candidate.lines.resize(outcome.lines);
       best_ = std::move(candidate);

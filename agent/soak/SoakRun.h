@@ -16,6 +16,8 @@ struct SoakOutcome {
    std::size_t lines = 0;           // played lines of the episode, up to the finding
    double time = 0;                 // Qor::now() at the finding, or at the end
    SoakFigures figures;
+   // A signal (agent/process/Signals.h) has ended the episode, which then has no finding.
+   bool interrupted = false;
 
    bool clean() const { return found.empty(); }
 };
@@ -28,7 +30,8 @@ struct SoakHow {
    PlatformSource platforms = simulatedPlatform;
    // One of so many looks compares everything. With 1, a fault is found at the first look after it.
    unsigned looksPerFullCheck = SoakOracle::usualLooks;
-   // Called after each line with the number of lines played so far.
+   // Called with the number of lines played so far: after each line, and in the process that waits
+   // for forkSoak() ten times a second.
    std::function<void(std::size_t)> played = nullptr;
 };
 
@@ -46,7 +49,8 @@ struct SoakAbility {
 SoakAbility soakAbility(PlatformChoice const& choice);
 
 // Plays an episode in its own process. The platform forks (Abilities::forks). If the process ends early, the finding is "the process has
-// ended: SIGNAL" or "... exit code N", with the first 4,000 characters of its standard error.
+// ended: SIGNAL" or "... exit code N", with the first 4,000 characters of its standard error. The
+// process ends with this one, however this one ends.
 // Throws std::runtime_error if no process or temporary file can be created.
 SoakOutcome forkSoak(SoakEpisode const& episode, SoakHow how = {});
 
@@ -54,8 +58,8 @@ SoakOutcome forkSoak(SoakEpisode const& episode, SoakHow how = {});
 using SoakPlay = std::function<SoakOutcome(SoakEpisode const&)>;
 
 // Reduces an episode with a finding: leaves out lines and halves blocks of routes as long as `play`
-// still has a finding, which may be a different one. Calls `play` at most `tries` times. Returns
-// the shortest episode with a finding.
+// still has a finding, which may be a different one. Calls `play` at most `tries` times, and not
+// after a signal (agent/process/Signals.h). Returns the shortest episode with a finding.
 SoakEpisode reducedSoak(SoakEpisode const& episode, SoakPlay const& play, unsigned tries = 2000);
 
 // The episode as a scenario file for `velmroute run` and `velmroute soak`. Its comments have the

@@ -1,7 +1,9 @@
 #include "agent/switch/PlatformChoice.h"
 
+#include <algorithm>
 #include <utility>
 
+#include "agent/input/Suggestion.h"
 #include "platform/sim/SimPlatform.h"
 
 namespace Agent {
@@ -12,6 +14,17 @@ using VelMroute::PlatformOptions;
 
 using Make = std::function<Qor::Ptr<VelMroute::Platform>()>;
 
+// The text of the error, with a suggestion for an unknown option.
+std::string optionFault(VelMroute::PlatformOptionError const& error) {
+   std::string text = error.what();
+   if (auto const* const unknown = dynamic_cast<VelMroute::UnknownPlatformOption const*>(&error)) {
+      Suggestion suggestion(unknown->word());
+      std::ranges::for_each(unknown->known(), [&](auto& name) { suggestion.offer(name); });
+      text += suggestion.text();
+   }
+   return text;
+}
+
 // The hooks of a platform must be those of the path that it was announced for.
 Qor::Ptr<VelMroute::Platform> checked(std::string const& name, PathKind path, Make const& make) {
    auto const fail = [&](std::string const& text) { throw PlatformError(name + ": " + text); };
@@ -20,6 +33,8 @@ Qor::Ptr<VelMroute::Platform> checked(std::string const& name, PathKind path, Ma
       platform = make();
    } catch (Qor::Exception const& error) {
       fail(error.message());
+   } catch (VelMroute::PlatformOptionError const& error) {
+      fail(optionFault(error));
    } catch (std::exception const& error) {
       fail(error.what());
    } catch (...) {
@@ -42,7 +57,7 @@ PlatformChoice simulatedPlatform(PathKind path, PlatformOptions options) {
                                         : VelMroute::newSimulatedSyncPlatform(options);
       });
    };
-   return {path, true, make, false, std::move(options)};
+   return {path, true, make, false, false, std::move(options)};
 }
 
 NamedPlatform namedPlatform(std::string const& text) {
@@ -58,9 +73,13 @@ NamedPlatform namedPlatform(std::string const& text) {
               }};
    }
    if (name.find('/') == std::string::npos && !name.ends_with(".so")) {
+      Suggestion suggestion(name);
+      suggestion.offer("sim");
+      suggestion.offer("sim-sync");
       throw PlatformError('"' + name +
                           "\" is not a platform (known: sim, sim-sync, or the file of a module, as "
-                          "./libmychip.so)");
+                          "./libmychip.so)" +
+                          suggestion.text());
    }
    VelMrouteModule const& module = openModule(name);
    return {module.path, [name, given, &module](PathKind, PlatformOptions const&) {
@@ -77,7 +96,7 @@ std::string chipOptionFault(std::string const& text) {
    try {
       VelMroute::newSimulatedAsyncPlatform(options);
    } catch (VelMroute::PlatformOptionError const& error) {
-      return error.what();
+      return optionFault(error);
    }
    return {};
 }

@@ -21,6 +21,9 @@ struct PlatformChoice {
    std::function<Qor::Ptr<VelMroute::Platform>()> make;
    // The gates in front of the hooks compare each call with the contract (hooks/HookChecks.h).
    bool checksHooks = false;
+   // The switch can explain its routes: it keeps the shadow of the tables and the history. The gates
+   // then check the hooks, too, but a fault stops no allocation and fails no run.
+   bool explains = false;
    // The options with which `make` makes the simulated chip; empty for a module.
    VelMroute::PlatformOptions options = {};
    // The platform exists already, on the present activity manager, which the switch keeps. The groups

@@ -8,7 +8,9 @@
 #include <vector>
 
 #include "agent/input/CaptureState.h"
+#include "agent/process/Signals.h"
 #include "agent/switch/SwitchPathFactory.h"
+#include "platform/Format.h"
 
 namespace Agent {
 
@@ -54,19 +56,28 @@ Switch::Switch(PlatformChoice const& platform, InterfaceMap intfMap)
         activity_(platform.live ? Qor::activityManager() : newTime(platform.virtualTime)),
         pathKind_(platform.path),
         virtualTime_(platform.virtualTime),
+        checksHooks_(platform.checksHooks),
+        history_(platform.explains ? Qor::make<SwitchHistory>() : nullptr),
         surroundings_{platform.make(),
-                      platform.checksHooks ? Qor::make<VelMroute::HookFaults>() : nullptr,
-                      platform.refusals,
+                      platform.checksHooks || platform.explains ? Qor::make<VelMroute::HookFaults>()
+                                                                : nullptr,
+                      platform.checksHooks, history_,
+                      // Without checks a scenario may refuse room on purpose.
+                      platform.checksHooks ? platform.refusals : 0,
                       Qor::make<Routing::Multicast::Fib::VrfConfig>(),
                       Qor::make<Routing::Multicast::Fib::Hardware::Status>(),
-                      Qor::make<IntfVlanId::Table>(),
-                      Qor::make<Interface::EthIntfStatusDir>(),
+                      Qor::make<IntfVlanId::Table>(), Qor::make<Interface::EthIntfStatusDir>(),
                       Qor::make<Bfd::AppStatus>()},
-        path_(newSwitchPath(surroundings_, platform.live ? &noCrash : nullptr)),
         replay_([this](RouteId const& id,
                        WantedRoute const& wanted) { programmer().routeIs(id.vrf, id.key, wanted); },
                 [this] { programmer().resyncEnd(); }) {
+   pathIs(newSwitchPath(surroundings_, platform.live ? &noCrash : nullptr));
    learnVrf(L3::VrfName("default"));
+}
+
+void Switch::pathIs(std::unique_ptr<SwitchPath> path) {
+   path_ = std::move(path);
+   programmer().observerIs(history_.get());
 }
 
 Switch::~Switch() = default;
@@ -77,30 +88,69 @@ void Switch::apply(CaptureEvent const& event) {
    std::visit([this](auto const& e) { apply(e); }, event);
 }
 
-void Switch::settle() {
+// The wait for a chip in real time, which an interrupt shortens.
+class Switch::Patience {
+ public:
+   bool ends() {
+      constexpr Qor::Seconds afterInterrupt = 1;
+      if (interrupted()) end_ = std::min(end_, Qor::now() + afterInterrupt);
+      return Qor::now() >= end_;
+   }
+
+ private:
+   Qor::Seconds end_ = Qor::never;
+};
+
+bool Switch::settle() {
+   Patience patience;
    while (!programmer().settled() || platform().writesPending() || recovering()) {
-      Qor::Seconds const next = nextDeadline();
-      runUntil(virtualTime_ ? next : std::min(next, Qor::now() + longestWait));
+      if (virtualTime_) {
+         runTurns();
+      } else if (patience.ends()) {
+         return false;
+      } else {
+         wait(Qor::now() + longestWait);
+      }
    }
    if (VelMroute::Probe* const probe = platform().probe(); probe && !virtualTime_) probe->settle();
    readBack();
+   return true;
 }
 
-// A probe knows how to turn the loop of its platform, which may have descriptors of its own.
 void Switch::runUntil(Qor::Seconds time) {
-   if (virtualTime_) return activity_->runUntil(time);
-   activity_->runDue();
-   while (Qor::now() < time) {
-      Qor::Seconds const step =
-            std::min({time, std::max(nextDeadline(), Qor::now()), Qor::now() + longestWait}) -
-            Qor::now();
-      if (VelMroute::Probe* const probe = platform().probe()) {
-         probe->wait(step);
-      } else {
-         std::this_thread::sleep_for(std::chrono::duration<double>(step));
-      }
-      activity_->runDue();
+   // The caller's changes are complete, and time has not moved since.
+   if (timeline_) timeline_->turnEnds();
+   if (virtualTime_) {
+      // From deadline to deadline, because the span may have millions of them.
+      while (!interrupted() && nextDeadline() < Qor::never && nextDeadline() <= time)
+         runTurns();
+      if (!interrupted()) activity_->runUntil(time);
+      return;
    }
+   activity_->runDue();
+   while (!interrupted() && Qor::now() < time)
+      wait(time);
+}
+
+// Virtual time only: runs all that is due at the next deadline.
+void Switch::runTurns() {
+   activity_->runUntil(nextDeadline());
+   if (timeline_) timeline_->turnEnds();
+}
+
+// Real time only: waits until `time`, the next deadline or the longest wait, and runs the due clocks.
+// A probe knows how to turn the loop of its platform, which may have descriptors of its own.
+void Switch::wait(Qor::Seconds time) {
+   Qor::Seconds const now = Qor::now();
+   Qor::Seconds const step =
+         std::min({time, std::max(nextDeadline(), now), now + longestWait}) - now;
+   if (VelMroute::Probe* const probe = platform().probe()) {
+      probe->wait(step);
+   } else {
+      std::this_thread::sleep_for(std::chrono::duration<double>(step));
+   }
+   activity_->runDue();
+   if (timeline_) timeline_->turnEnds();
 }
 
 VelMroute::View const& Switch::view() const {
@@ -115,8 +165,13 @@ void Switch::readBack() {
    // The platform may call back after this function has ended by an error.
    auto const done = std::make_shared<bool>(false);
    view->refresh([done](bool) { *done = true; });
-   while (!*done)
-      runUntil(virtualTime_ ? nextDeadline() : Qor::now() + longestWait);
+   for (Patience patience; !*done && (virtualTime_ || !patience.ends());) {
+      if (virtualTime_) {
+         runTurns();
+      } else {
+         wait(Qor::now() + longestWait);
+      }
+   }
 }
 
 VelMroute::Probe::Seen Switch::send(VelMroute::Probe::Packet packet) {
@@ -175,7 +230,8 @@ Intf const& Switch::learnIntf(Lnet::IntfId id) {
       if (intf.port == 0 || !platform().portIs(intf.id, intf.port, intf.vlan)) continue;
       ported_.insert(intf.id);
       auto const link = links_.find(intf.id);
-      linkIs(intf.id, link == links_.end() ? Interface::IntfOperStatus::up : link->second.status);
+      portLinkIs(intf.id,
+                 link == links_.end() ? Interface::IntfOperStatus::up : link->second.status);
    }
    if (known.port != 0 && !ported_.contains(id)) {
       throw InterfaceMapFull("the chip has no port " + std::to_string(known.port) + " for " +
@@ -187,6 +243,7 @@ Intf const& Switch::learnIntf(Lnet::IntfId id) {
 void Switch::learnVrf(L3::VrfName const& vrf) {
    auto const [it, isNew] = vrfIds_.try_emplace(vrf, vrfIds_.size());
    if (!isNew) return;
+   if (history_) history_->vrfIs(vrf, it->second);
    path_->vrfIs(vrf, it->second);
 }
 
@@ -222,12 +279,32 @@ void Switch::apply(LinkEvent const& event) {
    linkIs(event.intf, event.status);
 }
 
-// The port changes before the reactors are notified, as in hardware.
 void Switch::linkIs(Lnet::IntfId intf, Interface::IntfOperStatus status) {
    if (!ported_.contains(intf)) return;
+   if (timeline_) {
+      timeline_->instant(fmt::format("link {} {}", intf, status),
+                         {{"interface", intf.name()}, {"fails", !carriesTraffic(status)}});
+   }
+   portLinkIs(intf, status);
+}
+
+// The port changes before the reactors are notified, as in hardware.
+void Switch::portLinkIs(Lnet::IntfId intf, Interface::IntfOperStatus status) {
    VelMroute::Probe* const probe = platform().probe();
-   if (!probe || !probe->linkIs(intf, carriesTraffic(status))) fixedLinks_.insert(intf);
+   bool const up = carriesTraffic(status);
+   auto const known = surroundings_.ethIntfStatusDir->intfStatus(intf);
+   bool const wasUp = !known || carriesTraffic(known->operStatus());
+   if (history_ && up != wasUp) history_->link(intf, up);
+   if (!probe || !probe->linkIs(intf, up)) fixedLinks_.insert(intf);
    surroundings_.ethIntfStatusDir->newIntfStatus(intf)->operStatusIs(status);
+}
+
+std::optional<bool> Switch::linkUp(Lnet::IntfId intf) const {
+   if (auto const up = view().linkUp(intf)) return up;
+   auto const status = surroundings_.ethIntfStatusDir->intfStatus(intf);
+   if (!status || canRead()) return std::nullopt;
+   if (!linkFollows(intf)) return true;  // as ports are whose links nobody changes
+   return carriesTraffic(status->operStatus());
 }
 
 void Switch::apply(SnapshotEvent const& event) {

@@ -26,6 +26,7 @@
 #include "agent/input/InterfaceMap.h"
 #include "agent/switch/PlatformChoice.h"
 #include "agent/switch/RouteReplay.h"
+#include "agent/switch/SwitchHistory.h"
 #include "agent/switch/SwitchPath.h"
 
 namespace Agent {
@@ -48,9 +49,12 @@ class Switch {
    // applied then.
    void apply(CaptureEvent const& event);
    // Runs until every route is in hardware, waits or has failed, and all writes are complete.
-   // Periodic timers, such as activity polling, do not keep it running.
-   void settle();
+   // Periodic timers, such as activity polling, do not keep it running. An interrupt
+   // (agent/process/Signals.h) does not end this in virtual time, and in real time leaves a second
+   // for the writes under way. Returns whether the switch is settled.
+   bool settle();
    // Runs everything that is due up to and including this time, as Qor::ActivityManager::runUntil.
+   // An interrupt ends this earlier; Qor::now() is the time that was reached.
    void runUntil(Qor::Seconds time);
    Qor::Seconds nextDeadline() const { return activity_->nextDeadline(); }
 
@@ -94,6 +98,8 @@ class Switch {
    Qor::Seconds startedAt() const { return startedAt_; }
    // The routes that the routing layer wants, also those that a replay has not announced yet.
    RouteReplay::Routes wantedRoutes() const;
+   // One of these; null if the route is not wanted. Valid until the next change of the switch.
+   WantedRoute const* wanted(RouteId const& id) const;
 
    // Shows this agent and its successors in the timeline from now on, or, with null, ends that. The
    // timeline lives until then.
@@ -107,7 +113,8 @@ class Switch {
    // The tables of the chip; empty ones if they cannot be read.
    bool canRead() const { return surroundings_.platform->view() != nullptr; }
    VelMroute::View const& view() const;
-   // Reads the tables back, and returns when that is done or has failed.
+   // Reads the tables back, and returns when that is done or has failed. In real time an interrupt
+   // leaves a second for it.
    void readBack();
    // Sends a packet into the chip, in the vlan of the interface. The platform has a probe.
    VelMroute::Probe::Seen send(VelMroute::Probe::Packet packet);
@@ -125,7 +132,24 @@ class Switch {
    };
    Figures figures() const;
    // The breaches of the hooks' contract so far; null if the hooks are not checked.
-   VelMroute::HookFaults const* hookFaults() const { return surroundings_.hookFaults.get(); }
+   VelMroute::HookFaults const* hookFaults() const {
+      return checksHooks_ ? surroundings_.hookFaults.get() : nullptr;
+   }
+   // The same for a switch that explains, which does not fail by them.
+   VelMroute::HookFaults const* seenHookFaults() const { return surroundings_.hookFaults.get(); }
+   void onHookFault(std::function<void(VelMroute::HookFault const&)> handler) {
+      if (surroundings_.hookFaults) surroundings_.hookFaults->onFault(std::move(handler));
+   }
+   // The latest events; null for a switch that does not explain.
+   SwitchHistory const* history() const { return history_.get(); }
+   // The link of the interface: of the port, if the tables can be read, and otherwise as published.
+   // Nothing for an interface without a port.
+   std::optional<bool> linkUp(Lnet::IntfId intf) const;
+   // Whether copies come out at the interface; otherwise as linkUp().
+   std::optional<bool> sends(Lnet::IntfId intf) const {
+      auto const sends = view().sends(intf);
+      return sends ? sends : linkUp(intf);
+   }
    // The faults of the chip, its platform and the platforms before it, a line each.
    std::vector<Qor::String> audit() const;
    InterfaceMap const& interfaceMap() const { return intfMap_; }
@@ -137,7 +161,12 @@ class Switch {
    Bridging::VlanIdOrNone vlanOf(WantedRoute const& wanted) const;
 
  private:
+   class Patience;
+   void wait(Qor::Seconds time);
+   void runTurns();
+   void pathIs(std::unique_ptr<SwitchPath> path);
    void learn(CaptureEvent const& event);
+   void portLinkIs(Lnet::IntfId intf, Interface::IntfOperStatus status);
    void apply(MrouteEvent const& event);
    void apply(LinkEvent const& event);
    void apply(SnapshotEvent const& event);
@@ -158,6 +187,8 @@ class Switch {
    Qor::Ptr<Qor::ActivityManager> const activity_;
    PathKind const pathKind_;
    bool const virtualTime_;
+   bool const checksHooks_;
+   Qor::Ptr<SwitchHistory> const history_;
    Surroundings surroundings_;
    VelMroute::OutputsPool outputs_;
    std::unique_ptr<SwitchPath> path_;

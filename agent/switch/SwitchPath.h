@@ -32,6 +32,8 @@ using VelMroute::WantedRoute;
 struct Surroundings {
    Qor::Ptr<VelMroute::Platform> platform;
    Qor::Ptr<VelMroute::HookFaults> hookFaults;  // null: the hooks are not checked
+   bool hookFaultsStop;                         // as HookChecks::Options
+   Qor::Ptr<VelMroute::HookObserver> history;   // notified of the writes of the hooks, or null
    Qor::U32 refusals;                           // as HookChecks::Options
    Qor::Ptr<Routing::Multicast::Fib::VrfConfig> mfibConfig;
    Qor::Ptr<Routing::Multicast::Fib::Hardware::Status> mfibHwStatus;
@@ -46,6 +48,8 @@ inline std::optional<VelMroute::HookChecks::Options> hookChecks(Surroundings con
    if (!s.hookFaults) return std::nullopt;
    VelMroute::HookChecks::Options options;
    options.faults = s.hookFaults;
+   options.stops = s.hookFaultsStop;
+   options.observer = s.history;
    options.refusals = s.refusals;
    options.startsEmpty = !crashed;
    return options;

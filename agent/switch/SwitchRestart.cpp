@@ -8,12 +8,16 @@ namespace Agent {
 
 void Switch::routeIs(L3::VrfName const& vrf, RouteKey const& key, WantedRoute wanted) {
    replay_.drop({vrf, key});
-   programmer().routeIs(vrf, key, std::move(wanted));
+   bool const known = history_ && programmer().view(vrf, key);
+   bool const differs = programmer().routeIs(vrf, key, std::move(wanted));
+   if (!history_ || !differs) return;
+   history_->route(known ? HistoryEvent::Kind::changed : HistoryEvent::Kind::wanted, vrf, key);
 }
 
 void Switch::routeDel(L3::VrfName const& vrf, RouteKey const& key) {
    replay_.drop({vrf, key});
-   programmer().routeDel(vrf, key);
+   bool const wanted = programmer().routeDel(vrf, key);
+   if (history_ && wanted) history_->route(HistoryEvent::Kind::withdrawn, vrf, key);
 }
 
 RouteReplay::Routes Switch::wantedRoutes() const {
@@ -22,6 +26,12 @@ RouteReplay::Routes Switch::wantedRoutes() const {
       routes.insert_or_assign({route.vrf(), route.key()}, route.wanted());
    });
    return routes;
+}
+
+WantedRoute const* Switch::wanted(RouteId const& id) const {
+   if (auto const route = programmer().view(id.vrf, id.key)) return &route->wanted();
+   auto const left = replay_.left().find(id);
+   return left == replay_.left().end() ? nullptr : &left->second;
 }
 
 void Switch::timelineIs(Timeline* timeline) {
@@ -43,7 +53,8 @@ bool Switch::restart(RestartOptions const& options) {
    surroundings_.platform = std::move(next);
    surroundings_.mfibHwStatus = Qor::make<Routing::Multicast::Fib::Hardware::Status>();
    Crashed const crashed{vrfIds_};
-   path_ = newSwitchPath(surroundings_, &crashed);
+   if (history_) history_->restart();
+   pathIs(newSwitchPath(surroundings_, &crashed));
    programmer().onReroute(rerouting_);
    if (timeline_) path_->timelineIs(timeline_);
    startedAt_ = Qor::now();

@@ -34,6 +34,10 @@ class AsyncObserver final : public SwitchObserver<Vel::Mroute::AsyncMrouteSwitch
    }
    Qor::U32 group(ZombieKey const& key) const override { return key.multicastId(); }
    ZombieKey key(ZombieId const& id) const override { return {id.group, id.expiryTime}; }
+   Qor::U32 index(OifSetPtr const& oifSet) const override {
+      auto const record = notifier()->inUseRecord(oifSet);
+      return record ? record->multicastId() : 0;
+   }
    Tables tables() const override {
       auto const& s = *notifier();
       return {s.mcastIdToOifSet().size(), s.zombieOifSet().size(), s.inUseRouteHandleKey().size(),

@@ -25,19 +25,22 @@ class SwitchObserver : public SwitchTracks, public MrouteSwitch::Notifiee {
    virtual std::optional<RouteFacts> routeFacts(MrouteLib::RouteHandle handle) const = 0;
    virtual Qor::U32 group(ZombieKey const& key) const = 0;
    virtual ZombieKey key(ZombieId const& id) const = 0;
+   // The multicast id or the oif set index of the set's record in use; 0 without one.
+   virtual Qor::U32 index(OifSetPtr const& oifSet) const = 0;
 
    void routeChanged(MrouteLib::RouteHandle handle) {
-      route(handle, routeFacts(handle));
+      if (detailed()) route(handle, routeFacts(handle));
       tablesChanged();
    }
    // `all` is the switch's collection of routes, by handle.
    template <class Routes>
    void routesChanged(Routes const& all) {
+      tablesChanged();
+      if (!detailed()) return;
       routesThere([this](MrouteLib::RouteHandle handle) { return routeFacts(handle).has_value(); });
       for (auto const& entry : all) {
          if (!shown(entry.first)) route(entry.first, routeFacts(entry.first));
       }
-      tablesChanged();
    }
 
    void onZombieOifSet(ZombieKey const& key) override {
@@ -56,7 +59,7 @@ class SwitchObserver : public SwitchTracks, public MrouteSwitch::Notifiee {
    }
 
    void onFrrProcessingOifSet(OifSetPtr const& oifSet) override {
-      reroute(oifSet, bool(notifier()->frrProcessingOifSet(oifSet)));
+      waits(oifSet, bool(notifier()->frrProcessingOifSet(oifSet)));
       tablesChanged();
    }
    void onFrrProcessingOifSetImmediate() override {
@@ -65,7 +68,7 @@ class SwitchObserver : public SwitchTracks, public MrouteSwitch::Notifiee {
          waiting.insert(entry.first->serial());
       reroutesThere([&](Qor::U64 serial) { return waiting.contains(serial); });
       for (auto const& entry : notifier()->frrProcessingOifSet())
-         reroute(entry.first, true);
+         waits(entry.first, true);
       tablesChanged();
    }
 
@@ -80,6 +83,9 @@ class SwitchObserver : public SwitchTracks, public MrouteSwitch::Notifiee {
    bool deleted() const override { return notifier()->deleted(); }
 
  private:
+   void waits(OifSetPtr const& oifSet, bool there) {
+      reroute(oifSet, there, there ? index(oifSet) : 0);
+   }
    ZombieId idOf(ZombieKey const& key) const { return {key.expiryTime(), group(key)}; }
    std::optional<ZombieFacts> zombieFacts(ZombieKey const& key) const {
       auto const record = notifier()->zombieOifSet(key);

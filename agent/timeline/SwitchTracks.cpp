@@ -28,11 +28,12 @@ void SwitchTracks::zombie(ZombieId const& id, std::optional<ZombieFacts> const& 
    zombies_[id] = {span, zombie->oifSet->serial(), zombie->sharable};
 }
 
-void SwitchTracks::reroute(OifSetPtr const& oifSet, bool waits) {
+void SwitchTracks::reroute(OifSetPtr const& oifSet, bool waits, Qor::U32 index) {
    if (!waits) {
       endSpan(reroutes_, oifSet->serial(), "done");
    } else if (!reroutes_.contains(oifSet->serial())) {
-      reroutes_[oifSet->serial()] = begin("reroute", "reroute " + oifSetName(oifSet));
+      reroutes_[oifSet->serial()] =
+            begin("reroute", "reroute " + oifSetName(oifSet), {{"multicastId", index}});
    }
 }
 
@@ -48,7 +49,7 @@ void SwitchTracks::inUse(OifSetPtr const& oifSet, bool there) {
 }
 
 void SwitchTracks::announce(char const* collection, OifSetPtr const& oifSet, bool there) {
-   notification(collection, {{"oifSet", oifSet->serial()}, {"there", there}});
+   if (detailed()) notification(collection, {{"oifSet", oifSet->serial()}, {"there", there}});
    tablesChanged();
 }
 

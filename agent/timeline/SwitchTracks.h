@@ -52,7 +52,8 @@ class SwitchTracks : public Timeline::Process {
 
    void route(MrouteLib::RouteHandle handle, std::optional<RouteFacts> const& route);
    void zombie(ZombieId const& id, std::optional<ZombieFacts> const& zombie);
-   void reroute(MrouteLib::OifSetPtr const& oifSet, bool waits);
+   // `index` is the multicast id or the oif set index of a set that waits.
+   void reroute(MrouteLib::OifSetPtr const& oifSet, bool waits, Qor::U32 index);
    // Reports a member of inUseOifSet.
    void inUse(MrouteLib::OifSetPtr const& oifSet, bool there);
    // Reports a member of a collection without spans.

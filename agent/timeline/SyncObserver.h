@@ -30,6 +30,10 @@ class SyncObserver final : public SwitchObserver<Vel::MrouteSwitch> {
    }
    Qor::U32 group(ZombieKey const& key) const override { return key.groupId(); }
    ZombieKey key(ZombieId const& id) const override { return {id.group, id.expiryTime}; }
+   Qor::U32 index(OifSetPtr const& oifSet) const override {
+      auto const record = notifier()->inUseRecord(oifSet);
+      return record ? record->oifSetIndex() : 0;
+   }
    Tables tables() const override {
       auto const& s = *notifier();
       return {s.oifSetIndexColl().size(), s.zombieOifSet().size(), s.route().size(),

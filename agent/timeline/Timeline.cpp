@@ -1,25 +1,10 @@
 #include "agent/timeline/Timeline.h"
 
-#include <fmt/format.h>
+#include <algorithm>
 
 #include "Qor/Clock.h"
 
 namespace Agent {
-
-namespace {
-
-// Microseconds, with a fraction only if it is not 0.
-std::string microseconds(double seconds) {
-   std::string out = fmt::format("{:.3f}", seconds * 1e6);
-   if (out.ends_with(".000")) out.resize(out.size() - 4);
-   return out;
-}
-
-std::string jsonText(std::string_view text) {
-   return nlohmann::json(text).dump(-1, ' ', true, nlohmann::json::error_handler_t::replace);
-}
-
-}  // namespace
 
 // ---- Transactions. ----
 
@@ -42,11 +27,12 @@ class Timeline::QorXact final : public Hux::Xact::Notifiee {
    Hux::XactPtr const xact_;
 };
 
-// ---- The file. ----
+// ---- Events. ----
 
-Timeline::Timeline(std::ostream& out) : out_(out) {
-   out_ << "{\"displayTimeUnit\":\"ms\",\"traceEvents\":[";
-}
+Timeline::Timeline(std::vector<TimelineSink*> sinks)
+      : sinks_(std::move(sinks)),
+        detailed_(std::any_of(sinks_.begin(), sinks_.end(),
+                              [](TimelineSink const* sink) { return sink->detailed(); })) {}
 
 Timeline::~Timeline() {
    finish();
@@ -60,17 +46,15 @@ unsigned Timeline::observe(std::unique_ptr<Process> process) {
 
 unsigned Timeline::newProcess(std::string const& name) {
    unsigned const process = ++processes_;
-   auto const named = [&](char const* what, unsigned thread, std::string const& text) {
-      write("M", process, thread, what, 0, {{"args", {{"name", text}}}});
-   };
-   named("process_name", 0, name);
-   named("thread_name", static_cast<unsigned>(Thread::notifications), "notifications");
-   named("thread_name", static_cast<unsigned>(Thread::events), "events");
+   send({Phase::processName, process, Track::spans, 0, name, {}, 0, nullptr});
+   for (auto const& [track, text] :
+        {std::pair(Track::notifications, "notifications"), std::pair(Track::events, "events")})
+      send({Phase::threadName, process, track, 0, text, {}, 0, nullptr});
    return process;
 }
 
 void Timeline::xact(std::string_view name, Hux::XactPtr const& xact, unsigned process) {
-   if (!xact || finished_) return;
+   if (!xact || finished_ || !detailed_) return;
    std::uint64_t const id = begin(process, "xact", std::string(name));
    if (xact->pending()) {
       xacts_.emplace(id, std::make_unique<QorXact>(*this, id, xact));
@@ -80,7 +64,7 @@ void Timeline::xact(std::string_view name, Hux::XactPtr const& xact, unsigned pr
 }
 
 void Timeline::instant(std::string_view name, Args const& args, unsigned process) {
-   writeInstant(Thread::events, name, args, process);
+   writeInstant(Track::events, name, args, process);
 }
 
 void Timeline::counter(std::string_view name,
@@ -90,15 +74,15 @@ void Timeline::counter(std::string_view name,
    for (auto const& [key, value] : values)
       args[key] = value;
    settleInstant();
-   write("C", process, 0, name, Qor::now(), {{"args", args}});
+   send({Phase::counter, process, Track::spans, Qor::now(), name, {}, 0, args});
 }
 
 void Timeline::finish() {
    if (finished_) return;
    endAll("open");
-   out_ << "\n]}\n";
-   out_.flush();
    finished_ = true;
+   for (TimelineSink* const sink : sinks_)
+      sink->finish();
 }
 
 void Timeline::crash() {
@@ -121,9 +105,7 @@ std::uint64_t Timeline::begin(unsigned process, char const* category, std::strin
                               Args const& args) {
    settleInstant();
    std::uint64_t const id = ++lastId_;
-   Args fields = {{"cat", category}, {"id", std::to_string(id)}};
-   if (!args.is_null()) fields["args"] = args;
-   write("b", process, 0, name, Qor::now(), std::move(fields));
+   send({Phase::begin, process, Track::spans, Qor::now(), name, category, id, args});
    open_.emplace(id, Open{process, category, std::move(name)});
    return id;
 }
@@ -133,29 +115,27 @@ void Timeline::end(std::uint64_t id, char const* outcome, double time) {
    if (node.empty()) return;
    if (time == Qor::now()) settleInstant();
    Open const& span = node.mapped();
-   write("e", span.process, 0, span.name, time,
-         {{"cat", span.category}, {"id", std::to_string(id)}, {"args", {{"outcome", outcome}}}});
+   Args const args = {{"outcome", outcome}};
+   send({Phase::end, span.process, Track::spans, time, span.name, span.category, id, args});
    xacts_.erase(id);  // last, because this may be the reactor that is being notified
 }
 
-void Timeline::writeInstant(Thread thread, std::string_view name, Args const& args,
+void Timeline::writeInstant(Track track, std::string_view name, Args const& args,
                             unsigned process) {
    settleInstant();
-   Args fields = {{"s", "t"}};
-   if (!args.is_null()) fields["args"] = args;
-   write("i", process, static_cast<unsigned>(thread), name, Qor::now(), std::move(fields));
+   send({Phase::instant, process, track, Qor::now(), name, {}, 0, args});
 }
 
-void Timeline::write(char const* phase, unsigned process, unsigned thread, std::string_view name,
-                     double time, Args fields) {
+void Timeline::send(TimelineEvent const& event) {
    if (finished_) return;
-   out_ << (events_++ ? ",\n" : "\n") << R"({"ph":")" << phase << R"(","pid":)" << process
-        << R"(,"tid":)" << thread << R"(,"ts":)" << microseconds(time) << R"(,"name":)"
-        << jsonText(name);
-   for (auto const& [key, value] : fields.items())
-      out_ << ',' << jsonText(key) << ':'
-           << value.dump(-1, ' ', true, nlohmann::json::error_handler_t::replace);
-   out_ << '}';
+   for (TimelineSink* const sink : sinks_)
+      sink->event(event);
+}
+
+void Timeline::turnEnds() {
+   if (finished_) return;
+   for (TimelineSink* const sink : sinks_)
+      sink->turnEnds();
 }
 
 void Timeline::settleInstant() {

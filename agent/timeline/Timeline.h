@@ -1,5 +1,4 @@
-// Writes a run as trace events, in the JSON object format that Perfetto and the common trace
-// viewers open. The times are the virtual time of the run in microseconds.
+// Shows a run as trace events, which the sinks of the timeline receive.
 //
 // Each observed switch is a process with these tracks:
 //
@@ -15,34 +14,32 @@
 //                       | that changed one
 //
 // The timeline observes through reactors alone and changes nothing. It may be attached at any time;
-// spans of existing entries begin then. Events are written at once. Only open spans are kept in
+// spans of existing entries begin then. Sinks receive events at once. Only open spans are kept in
 // memory, and the zombies whose outcome is not decided before the end of the instant. finish() ends
-// open spans with the outcome "open" and closes the JSON, so a run that ends early leaves a
-// complete file, too.
+// open spans with the outcome "open". Routes, transactions and notifications are shown only if a
+// sink is detailed.
 #pragma once
 
-#include <functional>
 #include <initializer_list>
 #include <map>
 #include <memory>
-#include <nlohmann/json.hpp>
-#include <ostream>
 #include <string>
 #include <string_view>
 #include <utility>
 #include <vector>
 
 #include "Hux/Xact.h"
+#include "agent/timeline/TimelineSink.h"
 
 namespace Agent {
 
 class Timeline {
  public:
-   using Args = nlohmann::ordered_json;  // an object that is shown with the event, or null
+   using Args = TimelineEvent::Args;
    class Process;
 
-   // `out` outlives the timeline. A failed write sets the stream's state.
-   explicit Timeline(std::ostream& out);
+   // The sinks outlive the timeline.
+   explicit Timeline(std::vector<TimelineSink*> sinks);
    // Calls finish().
    ~Timeline();
    Timeline(Timeline const&) = delete;
@@ -64,9 +61,11 @@ class Timeline {
    // Called when the agent has crashed. Stops observing its switches, and ends open spans with the
    // outcome "lost".
    void crash();
-   // Completes the file. Later events are ignored.
+   // Ends open spans and finishes the sinks. Later events are ignored.
    void finish();
-   std::uint64_t events() const { return events_; }
+   // Called after each turn of the loop.
+   void turnEnds();
+   bool detailed() const { return detailed_; }
 
  private:
    class QorXact;
@@ -76,7 +75,8 @@ class Timeline {
       std::string name;
    };
 
-   enum class Thread { notifications = 1, events = 2 };
+   using Phase = TimelineEvent::Phase;
+   using Track = TimelineEvent::Track;
 
    // Adds the tracks of a switch with this name.
    unsigned newProcess(std::string const& name);
@@ -84,15 +84,14 @@ class Timeline {
                        Args const& args = nullptr);
    void end(std::uint64_t id, char const* outcome, double time);
    void endAll(char const* outcome);
-   void write(char const* phase, unsigned process, unsigned thread, std::string_view name,
-              double time, Args fields);
-   void writeInstant(Thread thread, std::string_view name, Args const& args, unsigned process);
+   void send(TimelineEvent const& event);
+   void writeInstant(Track track, std::string_view name, Args const& args, unsigned process);
    // Makes the switches write their events of earlier instants, so that times never go back.
    void settleInstant();
 
-   std::ostream& out_;
+   std::vector<TimelineSink*> const sinks_;
+   bool const detailed_;
    bool finished_ = false;
-   std::uint64_t events_ = 0;
    std::uint64_t lastId_ = 0;
    std::map<std::uint64_t, Open> open_;
    unsigned processes_ = 0;
@@ -125,13 +124,15 @@ class Timeline::Process {
    void end(std::uint64_t id, char const* outcome, double time) {
       timeline_.end(id, outcome, time);
    }
+   bool detailed() const { return timeline_.detailed_; }
    // An instant in the track "notifications".
    void notification(std::string_view name, Args const& args = nullptr) {
-      timeline_.writeInstant(Thread::notifications, name, args, number_);
+      if (detailed()) timeline_.writeInstant(Track::notifications, name, args, number_);
    }
    // Writes a sample of some numbers at a time that is not after now.
    void counter(std::string_view name, double time, Args const& values) {
-      timeline_.write("C", number_, 0, name, time, {{"args", values}});
+      timeline_.send(
+            {Timeline::Phase::counter, number_, Timeline::Track::spans, time, name, {}, 0, values});
    }
    // Makes all observed switches write the events of earlier instants that they have held back.
    void settleAll() { timeline_.settleInstant(); }

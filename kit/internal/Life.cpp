@@ -266,6 +266,7 @@ void Life::link(unsigned in, bool up) {
 }
 
 void Life::wait(Seconds seconds) {
+   if (options_.interrupted && options_.interrupted()) throw LeftOut{kitInterrupted};
    if (Probe* const probe = platform_->probe()) return probe->wait(seconds);
    auto const loop = Qor::activityManager();
    Seconds const end = Qor::now() + seconds;

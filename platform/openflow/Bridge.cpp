@@ -508,6 +508,7 @@ Bridge::Numbers const& Bridge::numbers() const {
 
 VelMroute::Abilities Bridge::abilities() const {
    VelMroute::Abilities all;
+   all.missToCpu = all.otherInputPasses = true;
    all.cpu = false;  // a copy to the CPU beside the others would be forwarded twice
    return all;
 }

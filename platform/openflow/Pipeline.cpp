@@ -187,6 +187,12 @@ bool Pipeline::onStandby(IntfId intf) const {
    return interface && interface->onStandby;
 }
 
+std::optional<bool> Pipeline::sends(IntfId intf) const {
+   Interface const* const interface = find(intf);
+   if (!interface || !interface->there) return std::nullopt;
+   return interface->onStandby ? up(interface->port.standby) : interface->up;
+}
+
 std::optional<U32> Pipeline::cpuPort(IntfId intf) const {
    Interface const* const interface = find(intf);
    PortDesc const* const cpu = interface && interface->there ? port(interface->port.cpu) : nullptr;

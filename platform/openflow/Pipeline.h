@@ -78,6 +78,8 @@ class Pipeline {
    PortDesc const* port(std::string const& name) const;
    std::optional<bool> linkUp(Lnet::IntfId intf) const;
    bool onStandby(Lnet::IntfId intf) const;
+   // Whether the port by which the interface sends has a link.
+   std::optional<bool> sends(Lnet::IntfId intf) const;
    std::optional<U32> cpuPort(Lnet::IntfId intf) const;
 
    // ---- Tables ----

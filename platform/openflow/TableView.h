@@ -33,6 +33,9 @@ class TableView final : public VelMroute::View {
    std::optional<bool> linkUp(Lnet::IntfId intf) const override {
       return tables_.pipeline().linkUp(intf);
    }
+   std::optional<bool> sends(Lnet::IntfId intf) const override {
+      return tables_.pipeline().sends(intf);
+   }
 
  private:
    Tables const& tables_;

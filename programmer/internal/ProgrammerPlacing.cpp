@@ -245,7 +245,10 @@ MtableOifSetPtr ProgrammerWork::allocateRecord(ProgrammedRoute& route) {
       RouteTable::Record result = table_->newRecord(spec, oifSet, recovering_);
       counters_.failedWrites += result.failedWrites;
       if (result.record) {
-         counters_.resurrections += table_->zombies() < before;
+         if (table_->zombies() < before) {
+            ++counters_.resurrections;
+            if (observer_ && !route.isFastdrop()) observer_->resurrected(RouteView(&route));
+         }
          wrote_ = wrote_ || !there;
          RouteChange& change = changeOf(route);
          change.fresh = result.record;
@@ -527,6 +530,7 @@ void ProgrammerWork::stateIs(ProgrammedRoute& route, RouteState state) {
    programming_ += state == RouteState::programming;
    route.state = state;
    route.since = Qor::now();
+   if (observer_ && route.wish && !route.isFastdrop()) observer_->stateChanged(RouteView(&route));
    changed(route);
 }
 

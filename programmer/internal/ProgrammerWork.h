@@ -52,6 +52,8 @@ class ProgrammerWork final : private RouteTable::Listener {
                 std::function<void(L3::VrfName const&, RouteKey const&)> const& visit);
    void onChanges(std::function<void()> wake);
 
+   void observerIs(Programmer::Observer* observer) { observer_ = observer; }
+
    // ---- Resync and end. ----
 
    void resyncBegin();
@@ -207,6 +209,7 @@ class ProgrammerWork final : private RouteTable::Listener {
    std::vector<Leaving> strays_;                      // entries whose deletion threw
    std::deque<RoutePtr> listed_;                      // changes for the owner
    std::function<void()> wake_;
+   Programmer::Observer* observer_ = nullptr;
    std::function<void(Lnet::IntfId)> rerouting_;
    Qor::U32 wantedRoutes_ = 0;
    Qor::U32 records_ = 0;      // routes and fastdrop entries in the tables of the VRFs

@@ -1,4 +1,4 @@
-// The name of a route's state in tables, in JSON and in scenarios.
+// The name of a route's state in scenarios.
 #pragma once
 
 #include <string>
