@@ -102,7 +102,7 @@ TEST(SoakCommand, AnInterruptedSoakNamesTheRest) {
    Pipe made;
    SoakOptions options;
    options.operations = 200'000;
-   options.json = true;
+   options.format = true;
    options.platforms = [&](PathKind path, VelMroute::PlatformOptions settings) {
       made.write('x');
       return simulatedPlatform(path, std::move(settings));

@@ -5,6 +5,7 @@
 #include <random>
 
 #include "CaptureTestSupport.h"
+#include "JsonSchema.h"
 #include "agent/page/Page.h"
 #include "agent/page/Series.h"
 #include "agent/run/RunCommand.h"
@@ -54,7 +55,9 @@ TEST(Series, KeepsTheExtremesOfAnyRunInBoundedMemory) {
 json dataOf(std::string const& page) {
    std::string const begin = R"(id="data">)", end = "</script>";
    std::size_t const at = page.find(begin) + begin.size();
-   return json::parse(page.substr(at, page.find(end, at) - at));
+   std::string const text = page.substr(at, page.find(end, at) - at);
+   EXPECT_EQ(testSupport::schemaFault("report", text), "");
+   return json::parse(text);
 }
 
 class PageOfRun : public ::testing::TestWithParam<PathKind> {
