@@ -24,15 +24,15 @@ namespace VelMroute {
 // that need a missing one, and reports that.
 struct Abilities {
    bool ipv6 = true;
-   bool wildcards = true;     // (*,G) routes
-   bool ranges = true;        // group ranges and catch-all routes
-   bool cpu = true;           // copies to the CPU
-   bool fastdrop = true;      // entries that drop, and are watched for activity
-   bool reroute = true;       // groups can be rewritten in place
-   bool hits = true;          // the activity of entries can be read
-   bool noRpf = false;        // entries without a check of the input
-   bool bridging = false;     // boundary entries
-   bool counters = false;     // counters of routes
+   bool wildcards = true;  // (*,G) routes
+   bool ranges = true;     // group ranges and catch-all routes
+   bool cpu = true;        // copies to the CPU
+   bool fastdrop = true;   // entries that drop, and are watched for activity
+   bool reroute = true;    // groups can be rewritten in place
+   bool hits = true;       // the activity of entries can be read
+   bool noRpf = false;     // entries without a check of the input
+   bool bridging = false;  // boundary entries
+   bool counters = false;  // counters of routes
    // The treatment of packets that no entry takes. A chip drops them, and a packet that comes in by
    // another interface than that of the longest match is such a packet. With `missToCpu` they go to
    // the CPU, and with `otherInputPasses` such a packet goes on to shorter matches.

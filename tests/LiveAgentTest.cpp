@@ -645,7 +645,7 @@ TEST_F(LiveAgentOnFakes, AnswersQuestionsAndRefusesChanges) {
          {"show routes table 254", true, "\n0 of 2 routes\n"},
          {"show routes state up", false, "\"up\" is not a state (known: offloaded, "},
          {"show status now", false, "the view status has no filter"},
-         {"inspect show routes", true, "1256  rtr2\n"},
+         {"inspect show routes", true, "rtr1  offloaded"},
          {"show interfaces", true, "rtr1       p1    up    c1"},
          {"show oifsets", true, "rtr2"},
          {"show chip", true, ""},

@@ -3,6 +3,7 @@
 #include <nlohmann/json.hpp>
 
 #include "agent/explain/TraceWords.h"
+#include "agent/input/PrintableText.h"
 #include "agent/report/ReportedState.h"
 #include "platform/Format.h"
 
@@ -191,7 +192,7 @@ ordered_json explainJson(RouteAnswer const& answer) {
    ordered_json& asked = json["question"];
    asked["dst"] = prefixText(question.key.group());
    if (!question.ofGroup) asked["src"] = prefixText(question.key.source());
-   if (question.vrf) asked["vrf"] = question.vrf->name();
+   if (question.vrf) asked["vrf"] = printable(question.vrf->name());
    if (question.iif) asked["iif"] = question.iif->name();
    ordered_json routes = ordered_json::array();
    for (auto const& traced : answer.routes) {

@@ -9,7 +9,8 @@ namespace Agent {
 ReportFile::ReportFile(std::string fileName, Switch const& theSwitch)
       : fileName_(std::move(fileName)),
         switch_(theSwitch),
-        recorder_(fileName_.empty() ? nullptr : std::make_unique<Recorder>(theSwitch, true)) {}
+        recorder_(fileName_.empty() ? nullptr
+                                    : std::make_unique<Recorder>(theSwitch, theSwitch.canRead())) {}
 
 bool ReportFile::finish(ReportHead head) const {
    if (!recorder_) return true;

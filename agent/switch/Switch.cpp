@@ -118,6 +118,8 @@ bool Switch::settle() {
 }
 
 void Switch::runUntil(Qor::Seconds time) {
+   // The caller's changes are complete, and time has not moved since.
+   if (timeline_) timeline_->turnEnds();
    if (virtualTime_) {
       // From deadline to deadline, because the span may have millions of them.
       while (!interrupted() && nextDeadline() < Qor::never && nextDeadline() <= time)
@@ -148,6 +150,7 @@ void Switch::wait(Qor::Seconds time) {
       std::this_thread::sleep_for(std::chrono::duration<double>(step));
    }
    activity_->runDue();
+   if (timeline_) timeline_->turnEnds();
 }
 
 VelMroute::View const& Switch::view() const {
