@@ -116,7 +116,8 @@ TEST(LiveConfiguration, ReportsAllFaultsAtOnce) {
              "f:1: \"1-511\" is not a range of at least 512 ids up to 4294967040: "
              "groups 1-511;f: there is no line \"switch unix:PATH\";"
              "f: there is no line \"interface NAME port PORT cpu PORT\";");
-   EXPECT_EQ(faultsOf(Configuration::load("/nowhere/f")), "/nowhere/f: cannot open: No such file or directory!");
+   EXPECT_EQ(faultsOf(Configuration::load("/nowhere/f")),
+             "/nowhere/f: cannot open: No such file or directory!");
 }
 
 // ---- Policy. ----

@@ -66,9 +66,9 @@ void RouteFilter::add(std::string_view word, std::string const& value) {
    } else if (word == "state") {
       state_ = reportedStateNamed(value);
       if (state_) return;
-      throw std::invalid_argument(fmt::format("{} is not a state{}", printable(inQuotes(value)),
-                                              knownNames(value, allReportedStates,
-                                                         [](auto state) { return nameOf(state); })));
+      throw std::invalid_argument(fmt::format(
+            "{} is not a state{}", printable(inQuotes(value)),
+            knownNames(value, allReportedStates, [](auto state) { return nameOf(state); })));
    } else {
       Qor::U32 number = 0;
       if (!parseNumber(value, number))

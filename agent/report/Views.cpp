@@ -202,8 +202,8 @@ ViewRequest viewRequest(std::string_view text) {
    std::string const name = words.empty() ? "" : words.front();
    auto const found = std::ranges::find(viewNames, name);
    if (found == std::end(viewNames)) {
-      throw std::invalid_argument(fmt::format(
-            "{} is not a view{}", printable(inQuotes(name)), knownNames(name, viewNames)));
+      throw std::invalid_argument(fmt::format("{} is not a view{}", printable(inQuotes(name)),
+                                              knownNames(name, viewNames)));
    }
    ViewRequest request{static_cast<View>(found - std::begin(viewNames))};
    if (words.size() == 1) return request;
