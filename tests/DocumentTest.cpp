@@ -75,7 +75,8 @@ TEST(Schemas, HaveEqualDefinitionsAndFitTheExamplesOfTheDocument) {
    for (auto const& file : std::filesystem::directory_iterator(docs / "schemas")) {
       std::string const name = file.path().filename();
       auto const schema = json::parse(std::ifstream(file.path()));
-      for (auto const& [key, definition] : schema.value("definitions", json::object()).items()) {
+      auto const ofThis = schema.value("definitions", json::object());
+      for (auto const& [key, definition] : ofThis.items()) {
          auto const& [first, same] = *definitions.try_emplace(key, name, definition).first;
          EXPECT_EQ(same.second, definition) << key << " of " << name << " and " << same.first;
       }

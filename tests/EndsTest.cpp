@@ -22,6 +22,15 @@
 namespace Agent {
 namespace {
 
+// The note of a signal outlives the command, so that it would interrupt the tests that follow.
+struct ForgetsSignals final : testing::EmptyTestEventListener {
+   void OnTestEnd(testing::TestInfo const&) override { Signals const unnoted; }
+};
+[[maybe_unused]] bool const forgetsSignals = [] {
+   testing::UnitTest::GetInstance()->listeners().Append(new ForgetsSignals);
+   return true;
+}();
+
 struct Pipe {
    Pipe() { EXPECT_EQ(::pipe2(ends.data(), O_CLOEXEC), 0); }
    ~Pipe() {
@@ -102,7 +111,7 @@ TEST(SoakCommand, AnInterruptedSoakNamesTheRest) {
    Pipe made;
    SoakOptions options;
    options.operations = 200'000;
-   options.json = true;
+   options.format = true;
    options.platforms = [&](PathKind path, VelMroute::PlatformOptions settings) {
       made.write('x');
       return simulatedPlatform(path, std::move(settings));

@@ -119,7 +119,7 @@ TEST(InputKind, AFileOfAnotherKindIsReportedOnceWithItsKindAndItsCommand) {
    // The parser of the expected kind knows more about a misspelt line.
    EXPECT_TRUE(errorsOf(dir.file("file", "swicth unix:/s\n"), InputUse::configuration)
                      .starts_with(dir.path("file") + ":1: \"swicth\" is not a directive; did you "
-                                                     "mean switch?\n    swicth unix:/s\n"));
+                                                     "mean switch?: swicth unix:/s\n"));
 }
 
 RouteStates statesOf(std::string const& file) {

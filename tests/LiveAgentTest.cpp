@@ -343,8 +343,8 @@ TEST_F(LiveAgentOnFakes, WritesTheDifferencesAfterAReconnection) {
    kernel_.routeDel(key(1));
    wait(1);
    EXPECT_FALSE(agent_->isConnected());
-   EXPECT_EQ(states(), (Lines{"2 programming: transactions under way",
-                              "3 programming: transactions under way"}));
+   EXPECT_EQ(states(),
+             (Lines{"2 pending: transactions under way", "3 pending: transactions under way"}));
    EXPECT_EQ(statusJson(*agent_)["reason"], "the bridge is not connected: " + noSocket());
    peer_.ports["p3"].up = false;
    writes();
@@ -645,7 +645,7 @@ TEST_F(LiveAgentOnFakes, AnswersQuestionsAndRefusesChanges) {
          {"show routes table 254", true, "\n0 of 2 routes\n"},
          {"show routes state up", false, "\"up\" is not a state (known: offloaded, "},
          {"show status now", false, "the view status has no filter"},
-         {"inspect show routes", true, "1 waiting"},
+         {"inspect show routes", true, "rtr1  offloaded"},
          {"show interfaces", true, "rtr1       p1    up    c1"},
          {"show oifsets", true, "rtr2"},
          {"show chip", true, ""},
@@ -698,7 +698,7 @@ TEST_F(LiveAgentOnFakes, AnswersQuestionsAndRefusesChanges) {
               {"explain 10.0.0.9,239.0.0.1", "10.0.0.9,239.0.0.1 \n"},
               {"explain 10.0.0.9,239.0.0.1 ", "iif \nvrf \n"},
               {"inspect explain 10.0.0.9 239.0.0.2", "239.0.0.2 \n"},
-              {"inspect s", ""},  // set and step are refused
+              {"inspect s", "show \n"},  // set and step are refused
               {"inspect ge", "get \n"},
               {"watch /conf", "/config/\n"},
               {"show s", "status \n"},

@@ -55,7 +55,7 @@ TEST(LiveConfiguration, ReportsAllFaultsAtOnce) {
    std::string const longPath = '/' + std::string(108, 'p');
    // Each line with its fault; a line without one is there for a later line.
    std::vector<std::pair<std::string, std::string>> const lines = {
-         {"Switch unix:/s", "\"Switch\" is not a directive"},
+         {"Switch unix:/s", "\"Switch\" is not a directive; did you mean switch?"},
          {"switch tcp:1.2.3.4", "\"tcp:1.2.3.4\" is not of the form unix:PATH"},
          {"switch unix:/s", "\"switch\" occurs twice"},
          {"control c", "\"c\" is not an absolute path"},
@@ -67,11 +67,12 @@ TEST(LiveConfiguration, ReportsAllFaultsAtOnce) {
          {"standby-hold nan", "\"nan\" is not a number of seconds"},
          {"hold-on-daemon-restart -1", "\"-1\" is out of range: 0 to 86400 seconds"},
          {"groups 1000", "\"1000\" is not of the form FIRST-LAST"},
-         {"log loud", "\"loud\" is not a level: error, warning, notice, info, debug"},
+         {"log loud", "\"loud\" is not a level (known: error, warning, notice, info, debug)"},
          {"interface a cpu c1", "the interface has no \"port\""},
          {"interface a port p1 cpu", "\"cpu\" needs a value"},
          {"interface a port p1 cpu c1 vlan 4095", "\"4095\" is not a vlan: 1 to 4094"},
-         {"interface a port p1 cpu c1 mtu 9", "\"mtu\" is not a property of an interface"},
+         {"interface a port p1 cpu c1 mtu 9",
+          "\"mtu\" is not a property of an interface (known: port, vlan, cpu, standby)"},
          {"interface a port p1 cpu c1 standby c1", "two of the ports are the same"},
          {"interface a2345678901234567 port p1 cpu c1",
           "\"a2345678901234567\" is longer than the name of an interface"},
@@ -112,10 +113,11 @@ TEST(LiveConfiguration, ReportsAllFaultsAtOnce) {
       return all;
    };
    EXPECT_EQ(faultsOf(Configuration::parse("groups 1-511\n", "f")),
-             "f:1: \"1-511\" is not a range of at least 512 ids up to 4294967040\n"
-             "    groups 1-511;f: there is no line \"switch unix:PATH\";"
+             "f:1: \"1-511\" is not a range of at least 512 ids up to 4294967040: "
+             "groups 1-511;f: there is no line \"switch unix:PATH\";"
              "f: there is no line \"interface NAME port PORT cpu PORT\";");
-   EXPECT_EQ(faultsOf(Configuration::load("/nowhere/f")), "/nowhere/f: the file cannot be read!");
+   EXPECT_EQ(faultsOf(Configuration::load("/nowhere/f")),
+             "/nowhere/f: cannot open: No such file or directory!");
 }
 
 // ---- Policy. ----

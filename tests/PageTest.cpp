@@ -5,6 +5,7 @@
 #include <random>
 
 #include "CaptureTestSupport.h"
+#include "JsonSchema.h"
 #include "agent/page/Page.h"
 #include "agent/page/Series.h"
 #include "agent/run/RunCommand.h"
@@ -93,6 +94,7 @@ TEST_P(PageOfRun, HasOutagesReroutesAndWaitingRoutes) {
 {"at": 9, "expect": {"wanted": 4}}
 )",
                                  1));
+   EXPECT_EQ(testSupport::schemaFault("report", data.dump()), "");
    EXPECT_EQ(data.at("title"), "</script><b>");
    EXPECT_EQ(data.at("result"), "failed");
    EXPECT_EQ(data.at("notes").size(), 1u);

@@ -155,7 +155,7 @@ TEST_P(OnAPoorPlatform, ARunIsInRealTimeAndLeavesOutWhatThePlatformCannot) {
    std::string out = run(Lacks::nothing);
    EXPECT_TRUE(has(out, "2 wanted, 2 offloaded") &&
                has(out, "2 routes forward as the capture says"));
-   EXPECT_TRUE(has(out, "group writes   ? create") && has(out, "routes ? of ?")) << out;
+   EXPECT_TRUE(has(out, "group writes   ? create") && has(out, "entries ? of ?")) << out;
    EXPECT_TRUE(has(out, "exit 0"));
    out = run(Lacks::view);
    EXPECT_TRUE(has(out, "2 routes forward as the capture says") && has(out, "exit 0")) << out;

@@ -1,7 +1,6 @@
 #include "agent/report/RouteFilter.h"
 
 #include <fmt/format.h>
-#include <fmt/ranges.h>
 
 #include <algorithm>
 #include <array>
@@ -10,6 +9,7 @@
 
 #include "agent/input/NumberText.h"
 #include "agent/input/PrintableText.h"
+#include "agent/input/Suggestion.h"
 
 namespace Agent {
 
@@ -34,9 +34,9 @@ RouteFilter::RouteFilter(std::span<std::string const> text) : empty_(text.empty(
    for (std::size_t i = 0; i < text.size(); i += 2) {
       std::string const& word = text[i];
       if (std::ranges::find(filterWords, word) == filterWords.end()) {
-         throw std::invalid_argument(fmt::format("{} is not a filter of routes (known: {})",
+         throw std::invalid_argument(fmt::format("{} is not a filter of routes{}",
                                                  printable(inQuotes(word)),
-                                                 fmt::join(filterWords, ", ")));
+                                                 knownNames(word, filterWords)));
       }
       if (i + 1 == text.size()) throw std::invalid_argument(inQuotes(word) + " needs a value");
       if (!seen.insert(word).second)
@@ -66,11 +66,9 @@ void RouteFilter::add(std::string_view word, std::string const& value) {
    } else if (word == "state") {
       state_ = reportedStateNamed(value);
       if (state_) return;
-      std::vector<std::string_view> known;
-      std::ranges::transform(allReportedStates, std::back_inserter(known),
-                             [](ReportedState state) { return nameOf(state); });
-      throw std::invalid_argument(fmt::format("{} is not a state (known: {})",
-                                              printable(inQuotes(value)), fmt::join(known, ", ")));
+      throw std::invalid_argument(fmt::format(
+            "{} is not a state{}", printable(inQuotes(value)),
+            knownNames(value, allReportedStates, [](auto state) { return nameOf(state); })));
    } else {
       Qor::U32 number = 0;
       if (!parseNumber(value, number))

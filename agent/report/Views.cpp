@@ -1,7 +1,6 @@
 #include "agent/report/Views.h"
 
 #include <fmt/format.h>
-#include <fmt/ranges.h>
 
 #include <algorithm>
 #include <iterator>
@@ -10,6 +9,7 @@
 #include <stdexcept>
 
 #include "agent/input/PrintableText.h"
+#include "agent/input/Suggestion.h"
 #include "agent/report/TextTable.h"
 
 namespace Agent {
@@ -202,8 +202,8 @@ ViewRequest viewRequest(std::string_view text) {
    std::string const name = words.empty() ? "" : words.front();
    auto const found = std::ranges::find(viewNames, name);
    if (found == std::end(viewNames)) {
-      throw std::invalid_argument(fmt::format(
-            "{} is not a view (known: {})", printable(inQuotes(name)), fmt::join(viewNames, ", ")));
+      throw std::invalid_argument(fmt::format("{} is not a view{}", printable(inQuotes(name)),
+                                              knownNames(name, viewNames)));
    }
    ViewRequest request{static_cast<View>(found - std::begin(viewNames))};
    if (words.size() == 1) return request;
