@@ -28,8 +28,11 @@ Qor::U32 indexOf(MtableOifSet const* record) {
 
 MrouteSwitch::RoutePtr MrouteSwitch::routeIs(RouteHandle handle, IpGenRouteKey key,
                                              VlanIdOrNone acceptingVlanId) {
-   RoutePtr const r = route_.instantiate(
-         *this, handle, [&] { return routeFactory(handle, key, acceptingVlanId); });
+   RoutePtr const r = route_.instantiate(*this, handle, [&] {
+      RouteKeyVlanId routeKey(key, acceptingVlanId);
+      handleToRouteKey_.assign(handle, routeKey);
+      return routeFactory(handle, key, acceptingVlanId);
+   });
    if (r->key() != key) Qor::throwReinstantiation("key", r->key().strep());
    if (r->acceptingVlanId() != acceptingVlanId) {
       Qor::throwReinstantiation("acceptingVlanId", r->acceptingVlanId().strep());
@@ -41,11 +44,13 @@ MrouteSwitch::RoutePtr MrouteSwitch::routeIs(RouteHandle handle, IpGenRouteKey k
 // record.
 void MrouteSwitch::routeDel(RouteHandle handle) {
    auto const self = hold();
+   handleToRouteKey_.take(handle);
    route_.del(*this, handle);
 }
 
 void MrouteSwitch::routeDelAll() {
    auto const self = hold();
+   handleToRouteKey_.takeAll();
    route_.delAll(*this);
 }
 
@@ -136,14 +141,8 @@ void MrouteSwitch::allocateRoute(IpGenRouteKey const& key, VlanIdOrNone acceptin
       routeHandleIs(handle);
       return;
    }
-   RoutePtr mroute;
-   if (route().find(handle)) {
-      takeHandle(handle, key, acceptingVlanId);
-      mroute = routeIs(handle, key, acceptingVlanId);
-   } else {
-      mroute = routeFactory(handle, key, acceptingVlanId);
-      route_.is(*this, handle, mroute);
-   }
+   if (route().find(handle)) takeHandle(handle, key, acceptingVlanId);
+   RoutePtr const mroute = routeIs(handle, key, acceptingVlanId);
    routeKeyToHandleIs(RouteKeyVlanId(key, acceptingVlanId), handle);
    mroute->fastdropIs(fastDrop);
    mroute->vrfIdIs(vrfId);
@@ -158,8 +157,7 @@ void MrouteSwitch::allocateRoute(IpGenRouteKey const& key, VlanIdOrNone acceptin
 void MrouteSwitch::takeHandle(RouteHandle handle, IpGenRouteKey const& key,
                               VlanIdOrNone acceptingVlanId) {
    if (noopAgent()) {
-      RoutePtr const older = route(handle);
-      RouteKeyVlanId const before(older->key(), older->acceptingVlanId());
+      RouteKeyVlanId const before = handleToRouteKey_.find(handle)->second;
       if (before == RouteKeyVlanId(key, acceptingVlanId)) return;
       routeKeyToHandleDel(before);
       routeDel(handle);
@@ -198,12 +196,15 @@ void MrouteSwitch::doSetMtableOifSet(RouteHandle handle, MrouteLib::MtableOifSet
 
 void MrouteSwitch::doDeleteRoute(RouteHandle handle) {
    if (!initialized_) return;
+   // The key and the route are far apart in memory, and both are fetched in parallel.
+   auto const* const routeKey = handleToRouteKey_.find(handle);
+   __builtin_prefetch(routeKey);
    if (RoutePtr const mroute = route(handle)) {
       VEL_TRACE(2, "doDeleteRoute"
                          << ", vrfId: " << mroute->vrfId() << ", Route: " << handle << ' '
                          << mroute->key());
+      RouteKeyVlanId const key = routeKey->second;
       mrouteHelper_->doDeleteMroute(switchId(), mroute->vrfId(), handle, mroute);
-      RouteKeyVlanId const key(mroute->key(), mroute->acceptingVlanId());
       routeKeyToHandle_.del(*this, key, handle);
       VEL_TRACE(2, "doDeleteRoute"
                          << ", Route: " << handle

@@ -124,13 +124,12 @@ class QOR_PUBLIC MrouteSwitch final
    using OifSetIndexColl =
          Qor::Collection<Qor::NumberMap<Qor::U32, bool>, &Notifiee::onOifSetIndexColl,
                          &Notifiee::onOifSetIndexCollImmediate>;
-   // One table of records, shown by `route` and `routeKeyToHandle` (Qor/RecordTable.h).
-   using Routes = Qor::RecordTable<RouteKeyVlanId, RouteHandle, RoutePtr>;
-   using RouteColl =
-         Qor::Collection<Routes::Backward, &Notifiee::onRoute, &Notifiee::onRouteImmediate>;
+   using RouteColl = Qor::Collection<Qor::NumberMap<RouteHandle, RoutePtr>, &Notifiee::onRoute,
+                                     &Notifiee::onRouteImmediate>;
    using BoundaryColl = Qor::Collection<Qor::NumberMap<RouteHandle, BoundaryPtr>,
                                         &Notifiee::onBoundary, &Notifiee::onBoundaryImmediate>;
-   using RouteKeyToHandleColl = Qor::Collection<Routes::Forward, &Notifiee::onRouteKeyToHandle,
+   using RouteKeys = Qor::RecordTable<RouteKeyVlanId, RouteHandle>;
+   using RouteKeyToHandleColl = Qor::Collection<RouteKeys::Forward, &Notifiee::onRouteKeyToHandle,
                                                 &Notifiee::onRouteKeyToHandleImmediate>;
 
    static constexpr Qor::U32 invalidOifSetIndex() {
@@ -227,7 +226,10 @@ class QOR_PUBLIC MrouteSwitch final
    RoutePtr route(RouteHandle handle) const { return route_.value(handle); }
    RoutePtr routeIs(RouteHandle handle, IpGenRouteKey key, Bridging::VlanIdOrNone acceptingVlanId);
    void routeDel(RouteHandle handle);
-   RouteColl::Iterator routeDel(RouteColl::Iterator it) { return route_.del(*this, it); }
+   RouteColl::Iterator routeDel(RouteColl::Iterator it) {
+      handleToRouteKey_.take(it->first);
+      return route_.del(*this, it);
+   }
    void routeDelAll();
    void routeNotify(RouteHandle handle) { route_.notify(*this, handle); }
 
@@ -283,10 +285,11 @@ class QOR_PUBLIC MrouteSwitch final
    bool initialized_ = false;
    bool ended_ = false;
    OifSetIndexColl oifSetIndexColl_;
+   RouteColl route_;
    BoundaryColl boundary_;
-   Routes routes_;
-   RouteColl route_{Routes::Backward(&routes_)};
-   RouteKeyToHandleColl routeKeyToHandle_{Routes::Forward(&routes_)};
+   RouteKeys routeKeys_;
+   RouteKeys::Backward handleToRouteKey_{&routeKeys_};  // follows route_
+   RouteKeyToHandleColl routeKeyToHandle_{RouteKeys::Forward(&routeKeys_)};
 };
 
 QOR_PUBLIC Qor::Ptr<MrouteSwitch> mrouteSwitchFactory(

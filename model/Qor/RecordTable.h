@@ -1,12 +1,12 @@
 // Two maps of the framework that show one table of records. Forward maps keys to numbers that a chip
-// assigns, and Backward maps the numbers to their values: the keys again, or objects. A record lies
-// under its number in a Qor::NumberMap: the backward entry, and the forward pair of the same number
-// as its mark. A change of both maps so misses the cache for one record and for one cell of the
+// assigns, and Backward maps the numbers to the keys. A record lies under its number in a
+// Qor::NumberMap: the backward entry, and beside it the mark that the forward pair of the same
+// number is there. A change of both maps misses the cache for one record and for one cell of the
 // index of hashes (Qor/HashIndex.h), through which Forward finds the number of a key.
 //
 // The maps are independent of each other, and may contradict each other. A record has room for one
-// forward pair; where keys are the values of Backward, that pair has the key of the record. A
-// forward pair for which its record has no room lies apart, in a small map that is mostly empty.
+// key. A forward pair with another key than the record of its number lies apart, in a small map
+// that is mostly empty.
 //
 //  - Forward and Backward are the two maps, for use in a Qor::Collection (Qor/Map.h). They refer to
 //    the table, which outlives them.
@@ -30,50 +30,30 @@
 
 namespace Qor {
 
-// `K` can be hashed (Qor/Hash.h), `V` is a type whose value() returns its number, and `W` is the
-// type of the backward values.
-template <class K, class V, class W = K>
+// `K` can be hashed (Qor/Hash.h); `V` is a type whose value() returns its number.
+template <class K, class V>
 class RecordTable {
    static_assert(std::is_trivially_copyable_v<K> && std::is_trivially_copyable_v<V>);
    static constexpr U32 none = HashIndex::nowhere;
-   static constexpr bool sharesKey = std::is_same_v<K, W>;
 
-   // The forward pair of a record: the hash of the key, and the key unless the entry has it.
+   // The mark of a record whose forward pair is there: the hash of the key.
    struct Hashed {
-      Hashed(K const&, U32 h) : hash(h) {}
       U32 hash;
    };
-   struct Keyed {
-      Keyed(K const& k, U32 h) : key(k), hash(h) {}
-      [[no_unique_address]] K key;
-      U32 hash;
-   };
-   using Records = NumberMap<V, W, std::conditional_t<sharesKey, Hashed, Keyed>>;
+   using Records = NumberMap<V, K, Hashed>;
    using Record = typename Records::Slot;
    using Apart = HashMap<K, V>;
 
-   static K const& keyOf(Record& record) {
-      if constexpr (sharesKey) {
-         return record.entry().second;
-      } else {
-         return record.mark.key;
-      }
-   }
+   static K const& keyOf(Record& record) { return record.entry().second; }
    U32 locate(K const& key, U32 hash) const {
       return index_.locate(hash, [&](U32 n) { return keyOf(*records_.marked(n)) == key; });
    }
    // Enters a pair whose key is not in Forward. The number that a cell of the index cannot hold has
    // no room in the records.
    void enter(K const& key, V value, U32 hash) {
-      bool entered = false;
-      if (value.value() != none) {
-         if constexpr (sharesKey) {
-            entered = records_.mark(value, key, {key, hash},
-                                    [&](auto const& entry) { return entry.second == key; });
-         } else {
-            entered = records_.mark(value, W(), {key, hash}, [](auto const&) { return true; });
-         }
-      }
+      bool const entered = value.value() != none &&
+                           records_.mark(value, key, {hash},
+                                         [&](auto const& entry) { return entry.second == key; });
       if (entered) {
          index_.insert(hash, value.value());
       } else {
@@ -124,17 +104,15 @@ class RecordTable {
       leave(position);
       return value;
    }
-   bool assignBackward(V value, W& there) {
-      if constexpr (sharesKey) {
-         // The record's forward pair moves apart before the record takes another key.
-         K key;
-         bool const parts = leaveIf(value, [&](K const& present) {
-            if (present == there) return false;
-            key = present;
-            return true;
-         });
-         if (parts) apart_.insert(key, value);
-      }
+   bool assignBackward(V value, K& there) {
+      // The record's forward pair moves apart before the record takes another key.
+      K key;
+      bool const parts = leaveIf(value, [&](K const& present) {
+         if (present == there) return false;
+         key = present;
+         return true;
+      });
+      if (parts) apart_.insert(key, value);
       return records_.assign(value, there);
    }
 
@@ -261,7 +239,7 @@ class RecordTable {
    class Backward {
     public:
       using Key = V;
-      using Value = W;
+      using Value = K;
       using Entry = typename Records::Entry;
       using ConstIterator = typename Records::ConstIterator;
       static constexpr bool ordered = true;
@@ -275,8 +253,8 @@ class RecordTable {
       Entry const* find(V value) const { return records().find(value); }
       ConstIterator lowerBound(V value) const { return records().lowerBound(value); }
       ConstIterator upperBound(V value) const { return records().upperBound(value); }
-      bool assign(V value, W& there) { return table_->assignBackward(value, there); }
-      std::optional<W> take(V value) { return table_->records_.take(value); }
+      bool assign(V value, K& there) { return table_->assignBackward(value, there); }
+      std::optional<K> take(V value) { return table_->records_.take(value); }
       ConstIterator resume(ConstIterator, V value) const { return upperBound(value); }
       auto takeAll() { return table_->records_.takeAll(); }
 
