@@ -131,6 +131,8 @@ std::vector<std::string> takeFiles(std::vector<std::string>& words) {
       words.erase(words.begin(), words.begin() + static_cast<std::ptrdiff_t>(files));
       return taken;
    }
+   // No word begins a question: the last one is misspelt, or there are files alone.
+   Agent::routeQuestion(words.empty() ? "" : words.back());
    return {};
 }
 
@@ -335,7 +337,12 @@ int runProgram(int argc, char** argv) {
    if (control.explain()->parsed()) {
       if (!texts.vrf.empty()) control.words().insert(control.words().end(), {"vrf", texts.vrf});
       if (!texts.iif.empty()) control.words().insert(control.words().end(), {"iif", texts.iif});
-      options.files = takeFiles(control.words());
+      try {
+         options.files = takeFiles(control.words());
+      } catch (Agent::QuestionError const& error) {
+         Agent::printError(error.what());
+         return Agent::exitUsage;
+      }
       if (options.files.empty()) return *control.run();
       std::string question;
       for (std::string const& word : control.words())

@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "Qor/Clock.h"
+#include "hooks/HookQuestion.h"
 #include "hooks/internal/Text.h"
 
 namespace VelMroute {
@@ -183,7 +184,7 @@ void AsyncHookChecks::denied(Qor::String why) {
 // own for "no group". It then has one such number, which never names a group.
 bool AsyncHookChecks::isRefusal(U32 id) {
    constexpr U32 invalid = Hooks::invalidMulticastId;
-   bool const valid = hooks_.mcastIdIsValid(id);
+   bool const valid = HookQuestion::ask([&] { return hooks_.mcastIdIsValid(id); });
    if (valid && id == invalid) {
       stop(HookDuty::setValidity, "the invalid id is said to name a group");
    } else if (valid) {
@@ -246,7 +247,7 @@ U32 AsyncHookChecks::groupAllocated(U32 id, OifSetPtr const& oifSet, XactPtr con
       shadow_.setShared(id, call());
       return id;
    }
-   XactPtr const xact = hooks_.doGetXactForOifSet(id);
+   XactPtr const xact = HookQuestion::ask([&] { return hooks_.doGetXactForOifSet(id); });
    if (!xact && options().stops) {
       if (!live) hooks_.doDeleteOifSet(id);
       stop(HookDuty::xactNull, text("no transaction for ", group(id), " after its allocation"));
@@ -284,7 +285,7 @@ void AsyncHookChecks::doUpdateMulticastGroupInPlace(OifSetPtr const& oifSet, U32
    bool const known = knownSet(mcastId);
    hooks_.doUpdateMulticastGroupInPlace(oifSet, mcastId);
    if (!known) return;
-   XactPtr const xact = hooks_.doGetXactForOifSet(mcastId);
+   XactPtr const xact = HookQuestion::ask([&] { return hooks_.doGetXactForOifSet(mcastId); });
    shadow_.setWritten(mcastId, oifSet->portVlanSet(), call());
    shadow_.setXactIs(mcastId, xact);
    written(sets_[mcastId], xact, nullptr, group(mcastId));
@@ -388,12 +389,12 @@ void AsyncHookChecks::doSetMtableOifSet(RouteHandle handle, U32 mcastId,
    begins("doSetMtableOifSet");
    bool const set = knownSet(mcastId);
    bool const known = knownEntry(handle);
-   if (set && !hooks_.mcastIdIsValid(mcastId)) {
+   if (set && !HookQuestion::ask([&] { return hooks_.mcastIdIsValid(mcastId); })) {
       fault(HookDuty::setValidity, text(group(mcastId), " is allocated, and said to be no group"));
    }
    hooks_.doSetMtableOifSet(handle, mcastId, blockingXact);
    if (!known || !set) return;
-   XactPtr const xact = hooks_.doGetXactForIngress(handle);
+   XactPtr const xact = HookQuestion::ask([&] { return hooks_.doGetXactForIngress(handle); });
    shadow_.entryPointed(handle, mcastId, call());
    shadow_.entryXactIs(handle, xact);
    Writes& writes = entries_[handle.value()];
@@ -464,13 +465,17 @@ double AsyncHookChecks::adjusted(double interval, double result, double again, I
 double AsyncHookChecks::doGetAdjustedPollingInterval(double interval) {
    begins("doGetAdjustedPollingInterval");
    double const result = hooks_.doGetAdjustedPollingInterval(interval);
-   return adjusted(interval, result, hooks_.doGetAdjustedPollingInterval(result), polling_);
+   double const again =
+         HookQuestion::ask([&] { return hooks_.doGetAdjustedPollingInterval(result); });
+   return adjusted(interval, result, again, polling_);
 }
 
 double AsyncHookChecks::doGetAdjustedActivityPollInterval(double interval) {
    begins("doGetAdjustedActivityPollInterval");
    double const result = hooks_.doGetAdjustedActivityPollInterval(interval);
-   return adjusted(interval, result, hooks_.doGetAdjustedActivityPollInterval(result), activity_);
+   double const again =
+         HookQuestion::ask([&] { return hooks_.doGetAdjustedActivityPollInterval(result); });
+   return adjusted(interval, result, again, activity_);
 }
 
 }  // namespace VelMroute

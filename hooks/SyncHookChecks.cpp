@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "hooks/HookQuestion.h"
 #include "hooks/internal/Text.h"
 
 namespace VelMroute {
@@ -67,7 +68,9 @@ void SyncHookChecks::mrouteSwitchInit(U32 switchId, bool start) {
    of.refusals = {};
    of.inService = start;
    hooks_.mrouteSwitchInit(switchId, start);
-   if (start && options().startsEmpty) of.hadRoom = !replicationFull(of, switchId);
+   if (!start || !options().startsEmpty) return;
+   HookQuestion const question;
+   of.hadRoom = !replicationFull(of, switchId);
 }
 
 // ---- Room. ----
@@ -75,9 +78,11 @@ void SyncHookChecks::mrouteSwitchInit(U32 switchId, bool start) {
 // A refused allocation is a failed write or a full table. A table without room says so.
 void SyncHookChecks::refused(Chip& chip, U32 switchId, Table table) {
    static constexpr char const* hooks[] = {"mtableFull", "mrouteFull", "mrouteBoundaryFull"};
-   bool const full = table == sets     ? hooks_.mtableFull(switchId)
-                     : table == routes ? hooks_.mrouteFull(switchId)
-                                       : hooks_.mrouteBoundaryFull(switchId);
+   bool const full = HookQuestion::ask([&] {
+      return table == sets     ? hooks_.mtableFull(switchId)
+             : table == routes ? hooks_.mrouteFull(switchId)
+                               : hooks_.mrouteBoundaryFull(switchId);
+   });
    U32& inRow = chip.refusals[table];
    inRow = full || roomLost() ? 0 : inRow + 1;
    if (inRow == 0 || inRow != options().refusals) return;

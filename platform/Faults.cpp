@@ -4,6 +4,7 @@
 
 #include "Qor/Assert.h"
 #include "Qor/EnumText.h"
+#include "hooks/HookQuestion.h"
 
 namespace VelMroute {
 
@@ -34,6 +35,10 @@ void Faults::slowNext(Qor::U32 n, Qor::Seconds extra) {
 }
 
 void Faults::callBegins(Qor::U32 hook) {
+   if (HookQuestion::underWay()) {
+      refused_ = writeFails_ = false;
+      return;
+   }
    ++calls_;
    if (calls_ == failedCall_.number) {
       failingHook_ = hook;

@@ -222,6 +222,10 @@ TEST(Program, ExitCodesAndMessagesMatchTheResult) {
          {"run --chip groups=-1 " + good, 2, "", "bad value in \"groups=-1\""},
          {"run " + good + ' ' + scenario, 2, "",
           "velmroute: " + scenario + ": this is a scenario, which is played alone"},
+         {"explain " + good + " 10.0.0.2", 2, "", "is not a route or a group; a route is given as"},
+         // The checks ask hooks, and change no time of the run.
+         {"run --check-hooks " + captures + "../scenarios/many-groups-fail.jsonl", 0,
+          " 0 failures\n", ""},
          {"soak " + good, 1, "", good + ": this is a capture, of `ip -ts -o monitor mroute link`"},
          {"run --chekc-hook " + good, 2, "",
           "velmroute: \"--chekc-hook\" is not an option of run; did you mean --check-hooks?"},

@@ -107,10 +107,7 @@ int runScenario(RunOptions const& options) {
          return exitFailed;
       }
    }
-   PlatformChoice platform = options.platform(path, file.settings.platformOptions());
-   // The checks behind the history ask hooks, too. A report must not change the times of the run.
-   if (file.settings.callCost > 0) platform.explains = options.inspects();
-   Switch theSwitch(platform, std::move(intfMap));
+   Switch theSwitch(options.platform(path, file.settings.platformOptions()), std::move(intfMap));
    ReportFile page(options.reportFile, theSwitch);
    TimelineFile timeline(options.timelineFile, theSwitch, page.recorder());
    SwitchTestbed testbed(theSwitch, timeline.timeline(), options.format.json, page.outages());

@@ -206,7 +206,11 @@ void SoakOracle::checkTrace() {
    bool const complete =
          seen.verdict == VelMroute::Forwarding::bridged ||
          (full.expected && full.expectedCpu == seen.cpu && *full.expected == seen.copies);
-   bool const healthy = full.inHardware() && full.ownEntry && complete &&
+   // While the group has the members of the backup, the wanted outputs are no measure.
+   bool const rerouted =
+         seen.verdict == VelMroute::Forwarding::portsDown ||
+         (full.reroute && full.reroute->state == RouteTrace::RerouteState::rerouted);
+   bool const healthy = full.inHardware() && full.ownEntry && complete && !rerouted &&
                         full.packet.inputUp.value_or(false) && atRest() && !failedLately();
    bool const lost = full.expected && !full.expected->empty() && seen.copies.empty() && !seen.cpu &&
                      !full.wanted.bridge;

@@ -18,6 +18,7 @@
 #include <vector>
 
 #include "Qor/Clock.h"
+#include "hooks/HookQuestion.h"
 #include "platform/IdPool.h"
 #include "platform/sim/Chip.h"
 #include "platform/sim/Found.h"
@@ -59,6 +60,7 @@ class PlatformBase {
 
    void called(Hook hook) {
       if (detached_) return;
+      if (VelMroute::HookQuestion::underWay()) return faults_.callBegins(static_cast<Qor::U32>(hook));
       if (observer_) observer_(hookName(hook));
       ++calls_[static_cast<std::size_t>(hook)];
       faults_.callBegins(static_cast<Qor::U32>(hook));
