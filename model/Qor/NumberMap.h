@@ -59,11 +59,11 @@ class NumberMap {
       Entry& entry() { return *std::launder(reinterpret_cast<Entry*>(&storage)); }
       alignas(Entry) std::byte storage[sizeof(Entry)];
       [[no_unique_address]] Mark mark;
-   };
+   };  // NOLINTBEGIN(misc-redundant-expression): the sizes of some slots are equal
    static constexpr std::size_t alignment =
          std::has_single_bit(sizeof(RawSlot)) && sizeof(RawSlot) <= cacheLine ? sizeof(RawSlot)
                                                                               : alignof(RawSlot);
-
+   // NOLINTEND(misc-redundant-expression)
  public:
    struct alignas(alignment) Slot : RawSlot {};
 

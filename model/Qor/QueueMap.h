@@ -95,8 +95,8 @@ class QueueMap {
    };
 
    QueueMap() = default;
-   QueueMap(QueueMap&& other) { swap(other); }
-   QueueMap& operator=(QueueMap&& other) {
+   QueueMap(QueueMap&& other) { swap(other); }  // NOLINT(performance-noexcept-move-constructor)
+   QueueMap& operator=(QueueMap&& other) {      // NOLINT(performance-noexcept-move-constructor)
       QueueMap taken(std::move(other));
       swap(taken);
       return *this;

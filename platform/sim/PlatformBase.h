@@ -60,7 +60,8 @@ class PlatformBase {
 
    void called(Hook hook) {
       if (detached_) return;
-      if (VelMroute::HookQuestion::underWay()) return faults_.callBegins(static_cast<Qor::U32>(hook));
+      if (VelMroute::HookQuestion::underWay())
+         return faults_.callBegins(static_cast<Qor::U32>(hook));
       if (observer_) observer_(hookName(hook));
       ++calls_[static_cast<std::size_t>(hook)];
       faults_.callBegins(static_cast<Qor::U32>(hook));
