@@ -33,7 +33,8 @@ class LineEditor::Terminal {
       el_set(el, EL_GETCFN, &Terminal::readCharacter);
       el_set(el, EL_EDITOR, "emacs");
       el_set(el, EL_HIST, history, history_.get());
-      el_set(el, EL_ADDFN, "complete", "complete a command or a path", &Terminal::completes);
+      // The narrow form would copy the texts, and never free them.
+      el_wset(el, EL_ADDFN, L"complete", L"complete a command or a path", &Terminal::completes);
       el_set(el, EL_BIND, "^I", "complete", nullptr);
       el_set(el, EL_BIND, "^R", "em-inc-search-prev", nullptr);
    }
