@@ -185,17 +185,17 @@ class Terminal {
    void signal(int number) const { ::kill(pid_, number); }
    // Reads up to and including this text.
    void expect(std::string const& text) {
-      while (unread_.find(text) == std::string::npos) {
-         constexpr int guard = 60'000;  // milliseconds
-         pollfd waits{fd_, POLLIN, 0};
-         char bytes[4096];
-         ssize_t const size = ::poll(&waits, 1, guard) == 1 ? ::read(fd_, bytes, sizeof bytes) : 0;
-         ASSERT_GT(size, 0) << "no \"" << text << "\" in: " << unread_;
-         unread_.append(bytes, static_cast<std::size_t>(size));
-      }
+      while (unread_.find(text) == std::string::npos)
+         ASSERT_GT(read(), 0) << "no \"" << text << "\" in: " << unread_;
       unread_.erase(0, unread_.find(text) + text.size());
    }
+   // -SIGKILL if the program does not end.
    int exitCode() {
+      ssize_t size = 0;
+      do
+         size = read();
+      while (size > 0);
+      if (size == 0) ::kill(pid_, SIGKILL);
       int status = -1;
       ::waitpid(pid_, &status, 0);
       pid_ = 0;
@@ -203,6 +203,17 @@ class Terminal {
    }
 
  private:
+   // Returns 0 if nothing comes for a minute, and -1 when the program has closed the terminal.
+   ssize_t read() {
+      constexpr int guard = 60'000;  // milliseconds
+      pollfd waits{fd_, POLLIN, 0};
+      char bytes[4096];
+      if (::poll(&waits, 1, guard) != 1) return 0;
+      ssize_t const size = ::read(fd_, bytes, sizeof bytes);
+      if (size > 0) unread_.append(bytes, static_cast<std::size_t>(size));
+      return size;
+   }
+
    pid_t pid_ = 0;
    int fd_ = -1;
    std::string unread_;

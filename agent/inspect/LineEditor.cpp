@@ -42,8 +42,8 @@ class LineEditor::Terminal {
    // Returns false at the end of the input.
    bool readLine(std::string& line) {
       int count = 0;
-      char const* text = el_gets(editor_.get(), &count);
-      for (; interruptSignal() == SIGINT; text = el_gets(editor_.get(), &count)) {
+      char const* text = editedLine(count);
+      for (; interruptSignal() == SIGINT; text = editedLine(count)) {
          forgetInterrupt();
          std::cout << "^C\n" << std::flush;
       }
@@ -57,6 +57,12 @@ class LineEditor::Terminal {
    }
 
  private:
+   // The editor itself prepares the terminal behind the prompt only. The terminal would swallow a
+   // Ctrl-D that a fast typist, or a program, sends between the two.
+   char const* editedLine(int& count) {
+      el_set(editor_.get(), EL_PREP_TERM, 1);
+      return el_gets(editor_.get(), &count);
+   }
    static Terminal& of(EditLine* el) {
       void* self = nullptr;
       el_get(el, EL_CLIENTDATA, &self);
