@@ -31,7 +31,7 @@ std::string errorOf(std::string const& text) {
 TEST(Module, EachOneThatDoesNotFitIsRefusedWithItsReason) {
    std::string const other = std::string_view(VELMROUTE_SANITIZER) == "none" ? "address" : "none";
    std::pair<char const*, std::string> const cases[] = {
-         {"abi.so", "a module of abi 99, and this program has abi 2"},
+         {"abi.so", "a module of abi 99, and this program has abi 3"},
          {"size.so", "its description has 8 bytes, and that of this program "},
          {"library.so", "built with library version 9.8.7, and this program with "},
          {"toolchain.so", "built with toolchain other, and this program with C++ ABI "},
