@@ -708,6 +708,8 @@ TEST_F(LiveAgentOnFakes, AnswersQuestionsAndRefusesChanges) {
       EXPECT_EQ(answerTo(*agent_, "complete " + line, false).text, words) << line;
    wait(0.2);
    EXPECT_EQ(writes(), Lines());
+   EXPECT_TRUE(answerTo(*agent_, "explain 10.0.0.9,239.0.0.1", false)
+                     .text.starts_with("(10.0.0.9, 239.0.0.1) in VRF default: offloaded; packets"));
    // The report has both routes, sorted by VRF, and the reason of the one that the CPU keeps.
    auto const report = liveReport(*agent_, nullptr);
    auto const textOf = [&](char const* column, std::size_t i) {
