@@ -304,27 +304,4 @@ TEST(TypeRegistryDeathTest, TheRegistryAnswersWhileStaticObjectsAreDestroyed) {
          testing::ExitedWithCode(0), "");
 }
 
-// Reactors decide how long a record lives, whether or not followers are about.
-TEST_F(TypeRegistry, AReactorKeepsARecordThatIsFollowed) {
-   Generic made = Qor::construct("asyncMtableOifSetFactory", {oifSet(), "False", "9", asyncSwitch});
-   bool ended = false;
-   std::unique_ptr<Qor::Following> following;
-   following = std::make_unique<Qor::Following>(made, [&](Qor::Change const& c) {
-      if (c.member == "dirty") following.reset();  // from inside
-      ended = ended || c.gone;
-   });
-   Qor::Following const other(made, [&](Qor::Change const& c) { ended = ended || c.gone; });
-   Vel::Mroute::AsyncMtableOifSet::Notifiee reactor;
-   reactor.notifierIs(&Qor::objectOf<Vel::Mroute::AsyncMtableOifSet>(made));
-   Qor::set(made, "dirty", "True");
-   EXPECT_EQ(following, nullptr);
-   made = Generic();
-   ASSERT_NE(reactor.notifier(), nullptr);
-   EXPECT_TRUE(reactor.notifier()->livesUnreferenced());
-   reactor.notifierIs(nullptr);
-   Qor::sweepZombieReactors();
-   EXPECT_TRUE(ended);
-   EXPECT_FALSE(other.alive());
-}
-
 }  // namespace
