@@ -162,6 +162,17 @@ class LivingRecords {
       return found;
    }
 
+   // Calls visit(record) for the records that all() returns. The calls may change the chain. Most
+   // sets have one record, which needs no list.
+   template <class Visit>
+   void each(OifSetPtr const& oifSet, Visit const& visit) const {
+      Carrier* const c = first(oifSet);
+      if (!c) return;
+      if (!next(c)) return visit(RecordPtr(static_cast<Record*>(c)));
+      for (RecordPtr const& record : all(oifSet))
+         visit(record);
+   }
+
    // Detaches the records from the programmer, at the programmer's end.
    void releaseAll() { owner_->mrouteSwitch = nullptr; }
 
