@@ -144,6 +144,7 @@ void notificationComparisons();
 void collectionComparisons();
 void agingComparisons();
 void frrComparisons();
+void turnComparisons();
 void traceComparisons();
 void memoryComparisons();
 

@@ -73,6 +73,7 @@ int main(int argc, char** argv) {
    Bench::collectionComparisons();
    Bench::agingComparisons();
    Bench::frrComparisons();
+   Bench::turnComparisons();
    Bench::traceComparisons();
    Bench::memoryComparisons();
 
