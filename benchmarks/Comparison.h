@@ -145,6 +145,7 @@ void collectionComparisons();
 void agingComparisons();
 void frrComparisons();
 void turnComparisons();
+void programmerTurnComparisons();
 void traceComparisons();
 void memoryComparisons();
 

@@ -74,6 +74,7 @@ int main(int argc, char** argv) {
    Bench::agingComparisons();
    Bench::frrComparisons();
    Bench::turnComparisons();
+   Bench::programmerTurnComparisons();
    Bench::traceComparisons();
    Bench::memoryComparisons();
 

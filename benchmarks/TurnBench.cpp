@@ -1,112 +1,11 @@
-// The longest turn of the activity loop, in real time, beside the stated budget of a slice: the aging
-// review, the purge of zombies, and the reroute from the event of the interface on. The chip is slow:
-// each call of a hook takes 0, 20 or 100 us.
-//
-// A measurement ends after some seconds, since the whole work would take minutes with slow hooks. A
-// figure is the median of the longest turns of the rounds, so that one interruption by another
-// process does not count.
-#include <algorithm>
-#include <array>
-#include <chrono>
-#include <memory>
-#include <string>
-#include <utility>
-#include <vector>
-
-#include "Comparison.h"
+// The longest turns of the reactors: the aging review, the purge of zombies, and the reroute from the
+// event of the interface on.
 #include "ReactorSides.h"
+#include "Turns.h"
 
 namespace Bench {
 
 namespace {
-
-constexpr std::array<U32, 3> callCosts{0, 20, 100};  // us
-
-double realSeconds() {
-   return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch())
-         .count();
-}
-
-// The time that each call of a hook takes: the processor is busy, as with a slow bus.
-class CallCost {
- public:
-   void isMicroseconds(U32 cost) { seconds_ = cost * 1e-6; }
-   void spend() const {
-      if (seconds_ == 0) return;
-      for (double const until = realSeconds() + seconds_; realSeconds() < until;) {
-      }
-   }
-
- private:
-   double seconds_ = 0;
-};
-
-// The hooks that the measured turns call.
-class SlowAsyncHooks final : public AsyncHooks {
- public:
-   void doUpdateMulticastGroupInPlace(MrouteLib::OifSetPtr set, U32 mcastId) override {
-      cost.spend();
-      AsyncHooks::doUpdateMulticastGroupInPlace(std::move(set), mcastId);
-   }
-   void doDeleteOifSet(U32 mcastId) override {
-      cost.spend();
-      AsyncHooks::doDeleteOifSet(mcastId);
-   }
-   void doScheduleVerify() override { cost.spend(); }
-   Qor::Seconds routeLastAccessedTime(MrouteLib::RouteHandle handle) override {
-      cost.spend();
-      return AsyncHooks::routeLastAccessedTime(handle);
-   }
-
-   CallCost cost;
-};
-
-class SlowSyncHooks final : public SyncHooks {
- public:
-   U32 doAllocateMtableOifSet(U32 chip, U32 index, MrouteLib::OifSetPtr set) override {
-      cost.spend();
-      return SyncHooks::doAllocateMtableOifSet(chip, index, std::move(set));
-   }
-   void handleFreeMtableOifSet(U32 chip, Qor::Ptr<Vel::MtableOifSet> record) override {
-      cost.spend();
-      SyncHooks::handleFreeMtableOifSet(chip, std::move(record));
-   }
-   bool mtableFull(U32) override {
-      cost.spend();
-      return false;
-   }
-   void doCommitMrouteBatch() override { cost.spend(); }
-   Qor::U8 mrouteHitBitCacheRefresh(U32 chip) override {
-      cost.spend();
-      return SyncHooks::mrouteHitBitCacheRefresh(chip);
-   }
-   void mrouteHitBitCacheClear(U32) override { cost.spend(); }
-   bool mrouteHitBit(U32, U16, IpGenRouteKey const&, Bridging::VlanIdOrNone, bool) override {
-      cost.spend();
-      return false;
-   }
-
-   CallCost cost;
-};
-
-// The duration of a turn, in seconds.
-template <class Turn>
-double secondsOf(Turn const& turn) {
-   double const begun = realSeconds();
-   turn();
-   return realSeconds() - begun;
-}
-
-// Runs turns until the work is done or the time of a measurement is over. Returns the duration of the
-// longest turn.
-template <class Done, class Turn>
-double longestTurn(Done const& done, Turn const& turn) {
-   double const until = realSeconds() + (effort().quick ? 0.5 : 2);
-   double longest = 0;
-   while (!done() && realSeconds() < until)
-      longest = std::max(longest, secondsOf(turn));
-   return longest;
-}
 
 // The sides with slow hooks, the budgets of their slices in seconds, and the lifetime of zombies.
 struct AsyncTurns : AsyncReactorSide {
@@ -155,6 +54,7 @@ struct ReviewTurns {
       for (std::size_t n = 0; n < routes; ++n)
          side.add(n);
    }
+   CallCost& cost() { return side.cost; }
    double budget() const { return side.reviewBudget(); }
    // The gaps between the slices are left out.
    double longest() {
@@ -172,6 +72,7 @@ struct ReviewTurns {
 template <class Side>
 struct PurgeTurns {
    explicit PurgeTurns(std::size_t zombies) : plan(0, zombies), side(plan) {}
+   CallCost& cost() { return side.cost; }
    double budget() const { return Side::purgeBudget; }
    double longest() {
       CallCost const cost = std::exchange(side.cost, CallCost());
@@ -198,6 +99,7 @@ struct RerouteTurns {
       for (std::size_t n = 0; n < routes; ++n)
          side.add(n);
    }
+   CallCost& cost() { return side.cost; }
    double budget() const { return Vel::frrPassBudget; }
    // The event and its first pass are one turn.
    double longest() {
@@ -218,33 +120,6 @@ struct RerouteTurns {
    Plan const plan;
    Side side;
 };
-
-// ---- The comparisons: the longest turn and the budget, in milliseconds. ----
-
-template <class Work>
-void turns(std::string const& name, std::size_t size, bool budgetIsTime) {
-   auto const rounds = std::make_shared<JointRounds>(3, [size] {
-      auto const work = std::make_shared<Work>(size);
-      auto const forEachCost = [work](auto const& measure) {
-         std::vector<double> milliseconds;
-         for (U32 const cost : callCosts) {
-            work->side.cost.isMicroseconds(cost);
-            milliseconds.push_back(measure() * 1e3);
-         }
-         work->side.cost = CallCost();
-         return milliseconds;
-      };
-      return std::pair<JointRounds::OneRound, JointRounds::OneRound>(
-            [=] { return forEachCost([&] { return work->longest(); }); },
-            [=] { return forEachCost([&] { return work->budget(); }); });
-   });
-   for (std::size_t n = 0; n < callCosts.size(); ++n) {
-      bool const held = budgetIsTime || callCosts[n] > 0;
-      comparison(
-            "turn/" + name + ", hooks of " + std::to_string(callCosts[n]) + " us",
-            held ? Target::ratio(1.2) : Target(), [rounds, n] { return rounds->of(n); }, "ms");
-   }
-}
 
 template <class Side>
 void turnsOf(std::string const& path, bool reviewBudgetIsTime) {
