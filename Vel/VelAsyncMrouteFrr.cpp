@@ -11,12 +11,17 @@ using MrouteLib::PortVlanSet;
 
 namespace {
 
+// Out of line, so that the scan of many sets is a small loop.
+constexpr Qor::U16 skipLevel = 1u << 2;
+[[gnu::noinline, gnu::cold]] void traceSkipped(PortVlanSet const& set) {
+   VEL_TRACE_IN("updateFrrMtableOif", 2, " skip frrMtableOif " << set.pretty());
+}
+
 // Moves a set from the armed sets to those that wait. This function may hold the last reference to
 // the record, whose end notifies listeners. So the caller's walk takes its next step afterwards.
 void awaitRewrite(AsyncMrouteSwitch& chip, OifSetPtr const& oifSet,
                   AsyncMrouteSwitch::NamedRecord named) {
-   for (auto const& record : chip.records(oifSet))
-      record->dirtyIs(true);
+   chip.eachRecord(oifSet, [](auto const& record) { record->dirtyIs(true); });
    // The named record may have been freed and replaced by a newer record of the same set. If a
    // listener of dirtyIs() has just released the last record, no record is left to wait.
    auto record = chip.record(oifSet, named);
@@ -80,69 +85,81 @@ void AsyncMrouteSwitchSm::updateFrrMtableOif(Lnet::IntfId intfId) {
    RerouteRetry const retry(*this);
    Qor::Ptr<AsyncMrouteSwitch> const held = mrouteSwitch();
    AsyncMrouteSwitch& chip = *held;
+   Qor::Seconds const begun = Qor::now();
    VEL_TRACE(8, "AsyncMrouteSwitchSm::updateFrrMtableOif( " << intfId << ", vlan " << vlanOf(intfId)
                                                             << " )");
-   auto const& waiting = chip.frrMtableOifSet();
-   for (auto entry = waiting.begin(); entry != waiting.end();) {
-      PortVlanSet const& set = entry->first->portVlanSet();
-      if (!reroutedOn(set, intfId)) {
-         VEL_TRACE(2, " skip frrMtableOif " << set.pretty());
-         ++entry;
-         continue;
-      }
+   auto const& armed = chip.frrMtableOifSet();
+   auto const isHit = [intfId](auto const& entry) {
+      PortVlanSet const& set = entry.first->portVlanSet();
+      if (reroutedOn(set, intfId)) return true;
+      if (velTraceLevels & skipLevel) [[unlikely]]
+         traceSkipped(set);
+      return false;
+   };
+   for (auto entry = armed.seek(armed.begin(), isHit); entry != armed.end();) {
       auto const [oifSet, named] = *entry;
-      VEL_TRACE(2, " FrrSwitch from " << set.pretty() << ", frrOifs " << frrMembers(set));
-      VEL_BLIP("MrouteSwitchSm:: FrrSwitch from %s, frrOifs %s", set.pretty(), frrMembers(set));
+      PortVlanSet const& set = oifSet->portVlanSet();
+      VEL_TRACE(2, " FrrSwitch from " << set.pretty() << ", frrOifs " << BackupMembersOf{set});
+      VEL_BLIP_AT(begun, "MrouteSwitchSm:: FrrSwitch from %s, frrOifs %s", MembersOf{set},
+                  BackupMembersOf{set});
+      fetchAhead(chip, entry);
       awaitRewrite(chip, oifSet, named);
       // Last in the loop, since a listener may have removed further entries.
-      entry = waiting.resume(entry, oifSet);
+      entry = armed.seek(armed.resume(entry, oifSet), isHit);
    }
-   handleClock();
+   rewriteWaiting(begun);
 }
 
 void AsyncMrouteSwitchSm::handleClock() {
+   rewriteWaiting(Qor::now());
+}
+
+// The pass is traced under the name of the handler.
+void AsyncMrouteSwitchSm::rewriteWaiting(Qor::Seconds begun) {
    auto const self = hold();
    Qor::Ptr<AsyncMrouteSwitch> const chip = mrouteSwitch();
    auto const& waiting = chip->frrProcessingOifSet();
-   VEL_TRACE(8, "review FrrProcessingOifSets: " << waiting.size());
+   VEL_TRACE_IN("handleClock", 8, "review FrrProcessingOifSets: " << waiting.size());
    VEL_BLIP("AsyncMrouteSwitchSm:: frrProcessingOifSets: %s", waiting.size());
-   reroutePass(*chip);
+   reroutePass(*chip, begun);
 }
 
 // Rewrites the groups of a waiting oif set, unless no record of the set is in use or its record has
 // become a zombie.
-void AsyncMrouteSwitchSm::rewriteForFrr(AsyncMrouteSwitch& chip, OifSetPtr const& oifSet) {
+void AsyncMrouteSwitchSm::rewriteForFrr(AsyncMrouteSwitch& chip, OifSetPtr const& oifSet,
+                                        AsyncMrouteSwitch::NamedRecord named, Qor::Seconds time) {
    auto const inUse = chip.inUseRecord(oifSet);
    if (!inUse) {
       VEL_TRACE(2, "oif not in inUseOifSet:" << oifSet);
-      VEL_BLIP(" frrOifSet not in use %s", oifSet);
+      VEL_BLIP_AT(time, " frrOifSet not in use %s", oifSet);
       return;
    }
-   auto waiting = chip.record(oifSet, chip.frrProcessingOifSet(oifSet));
+   auto waiting = named == inUse ? inUse : chip.record(oifSet, named);
    if (!waiting) waiting = inUse;
    if (waiting->zombie().isZombie()) {
-      VEL_BLIP(" frrOifSet becomes zombie, mcastId: %s", waiting->multicastId());
+      VEL_BLIP_AT(time, " frrOifSet becomes zombie, mcastId: %s", waiting->multicastId());
       // No route uses a zombie. The reroute goes on only if a newer record carries the set.
       if (waiting == inUse || inUse->zombie().isZombie()) return;
    }
    VEL_TRACE(8, "original pvSet" << oifSet->portVlanSet().pretty());
-   PortVlanSet const pvSet =
+   OifSetPtr const rewritten =
          frrReplacement(oifSet->portVlanSet(), [function = __func__](auto const& member) {
             VEL_TRACE_IN(function, 8, "add port " << member);
          });
-   // The new object stays outside the interner: the routing layer must not share groups by it.
-   OifSetPtr const rewritten = Qor::make<MrouteLib::OifSet>(nullptr, pvSet);
-   for (auto const& record : chip.records(oifSet)) {
+   PortVlanSet const& pvSet = rewritten->portVlanSet();
+   chip.eachRecord(oifSet, [&, function = __func__](auto const& record) {
       // A fixed group that a newer record has taken over carries the set of that record.
-      if (record->zombie().isZombie() || record->deleted() || record->skipDelete()) continue;
-      VEL_TRACE(8, ": Overwrite with new pvSet " << pvSet.pretty()
+      if (record->zombie().isZombie() || record->deleted() || record->skipDelete()) return;
+      VEL_TRACE_IN(function, 8,
+                   ": Overwrite with new pvSet " << pvSet.pretty()
                                                  << " to mcastId: " << record->multicastId());
-      VEL_BLIP(" Overwrite with pvSet %s to mcastId: %s", pvSet.pretty(), record->multicastId());
+      VEL_BLIP_AT(time, " Overwrite with pvSet %s to mcastId: %s", MembersOf{pvSet},
+                  record->multicastId());
       record->dirtyIs(true);
       if (mrouteHelper()) {
          mrouteHelper()->doUpdateMulticastGroupInPlace(rewritten, record->multicastId());
       }
-   }
+   });
 }
 
 }  // namespace Vel::Mroute

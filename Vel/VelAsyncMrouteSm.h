@@ -284,7 +284,9 @@ class QOR_PUBLIC AsyncMrouteSwitchSm final : public PerSwitchSm<AsyncMrouteSwitc
                                   VrfId vrfId);
    Qor::U32 reviewRoute(Routing::Multicast::Fib::Hardware::RouteStatus& route, VrfId vrfId);
    void handleOperStatus(Interface::EthIntfStatus const& status);
-   void rewriteForFrr(AsyncMrouteSwitch& chip, MrouteLib::OifSetPtr const& oifSet);
+   void rewriteWaiting(Qor::Seconds begun);
+   void rewriteForFrr(AsyncMrouteSwitch& chip, MrouteLib::OifSetPtr const& oifSet,
+                      AsyncMrouteSwitch::NamedRecord named, Qor::Seconds time);
 
    Qor::Ptr<Bfd::StatusPeer const> const bfdAllPeerStatusDir_;
    Qor::Watched<Bfd::AppStatus, QorBfdAllPeerStatus> bfdAllPeerStatus_;

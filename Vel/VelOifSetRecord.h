@@ -167,6 +167,19 @@ class LivingRecords {
       return found;
    }
 
+   // Calls visit(record) for the records that all() returns. The calls may change the chain. Most
+   // sets have one record, which needs no list.
+   template <class Visit>
+   void each(OifSetPtr const& oifSet, Visit const& visit) const {
+      RecordPtr const newest = find(oifSet, [](Record const&) { return true; });
+      if (!newest) return;
+      if (!find(oifSet, [&](Record const& record) { return &record != newest.get(); })) {
+         return visit(newest);
+      }
+      for (RecordPtr const& record : all(oifSet))
+         visit(record);
+   }
+
    // Detaches the records from the programmer, at the programmer's end.
    void releaseAll() { owner_->mrouteSwitch = nullptr; }
 

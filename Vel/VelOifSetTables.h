@@ -68,6 +68,11 @@ class OifSetTables : public Qor::Entity<Switch, Base> {
    std::vector<RecordPtr> records(OifSetPtr const& oifSet) const {
       return livingRecords_.all(oifSet);
    }
+   // Calls visit(record) for each of them; the calls may change the records of the set.
+   template <class Visit>
+   void eachRecord(OifSetPtr const& oifSet, Visit const& visit) const {
+      livingRecords_.each(oifSet, visit);
+   }
    // Returns the record that inUseOifSet names under `oifSet`, zombies included, if the record
    // lives; else null.
    RecordPtr inUseRecord(OifSetPtr const& oifSet) const { return inUseOifSet().record(oifSet); }

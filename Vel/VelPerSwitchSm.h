@@ -27,7 +27,8 @@
 
 namespace Vel {
 
-// The longest time of a fast-reroute pass, in seconds, tested before each rewrite.
+// The longest time of a fast-reroute pass, in seconds, tested before each rewrite. The time of a pass
+// that an event starts includes the selection of the sets.
 inline constexpr Qor::Seconds frrPassBudget = 0.1;
 
 // Returns whether an interface that changes to this state starts a fast reroute: it then carries no
@@ -162,8 +163,9 @@ class QOR_PUBLIC PerSwitchSm : public Qor::Entity<Sm, Qor::StateMachine> {
    template <class Purging>
    void purgeAllZombies(Purging const& purging);
 
-   // One pass over the waiting sets of the switch: Sm::rewriteForFrr(chip, oifSet) for each.
-   void reroutePass(Switch& chip);
+   // One pass over the waiting sets of the switch: Sm::rewriteForFrr() for each. `begun` is the time
+   // from which the budget of the pass counts.
+   void reroutePass(Switch& chip, Qor::Seconds begun);
    bool setsWait() const {
       return mrouteSwitch() && !mrouteSwitch()->frrProcessingOifSet().empty();
    }

@@ -324,16 +324,17 @@ void PerSwitchSm<Sm, Path>::armReroute(Qor::Seconds time) {
 }
 
 template <class Sm, class Path>
-void PerSwitchSm<Sm, Path>::reroutePass(Switch& chip) {
+void PerSwitchSm<Sm, Path>::reroutePass(Switch& chip, Qor::Seconds begun) {
    RerouteRetry const retry(*this);
-   Qor::Seconds const deadline = Qor::now() + frrPassBudget;
+   Qor::Seconds const deadline = begun + frrPassBudget;
    auto& position = FrrPosition<Sm>::ofProcess();
    MrouteLib::OifSetPtr const from = position.oifSet;
-   MrouteLib::OifSetPtr const next = frrPass(chip.frrProcessingOifSet(), from, deadline,
-                                             [&](MrouteLib::OifSetPtr const& oifSet) {
-                                                sm().rewriteForFrr(chip, oifSet);
-                                                chip.frrProcessingOifSetDel(oifSet);
-                                             });
+   MrouteLib::OifSetPtr const next =
+         frrPass(chip.frrProcessingOifSet(), from, deadline,
+                 [&](MrouteLib::OifSetPtr const& oifSet, auto named, Qor::Seconds time) {
+                    sm().rewriteForFrr(chip, oifSet, named, time);
+                    chip.frrProcessingOifSetDel(oifSet);
+                 });
    if (next) {
       position = {next, &sm()};
    } else {

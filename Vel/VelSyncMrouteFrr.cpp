@@ -12,6 +12,17 @@ using MrouteLib::PortVlanSet;
 
 namespace {
 
+// Traces a set that the failure does not affect.
+void skip(PortVlanSet const& set, Lnet::IntfId failed, Qor::Seconds begun) {
+   VEL_TRACE_IN("updateFrrMtableOif", 8, " skip frrMtableOif " << set);
+   if (set.currentIif() != failed) {
+      VEL_BLIP_AT(begun, " skip Frr, currentIif %s", set.currentIif());
+   } else {
+      VEL_BLIP_AT(begun, "No need for inplace update, invalid currentIif: %s, or portVlanFrrs: %s",
+                  set.currentIif().isNull(), set.portVlanFrr().size());
+   }
+}
+
 // Moves a set from the armed sets to those that wait, if a route uses its record. This function may
 // hold the last reference to the record, whose end notifies listeners. So the caller's walk takes
 // its next step afterwards.
@@ -43,60 +54,61 @@ void MrouteSwitchSm::updateFrrMtableOif(Lnet::IntfId intfId) {
    Qor::Ptr<MrouteSwitch> const chip = mrouteSwitch();
    if (!chip) return;
    RerouteRetry const retry(*this);
+   Qor::Seconds const begun = Qor::now();
    auto const& armed = chip->frrMtableOifSet();
    VEL_TRACE(8,
              __PRETTY_FUNCTION__ << " FrrSwitch from " << intfId << ", frrOifs " << armed.size());
-   Qor::Seconds const begun = Qor::now();
-   for (auto entry = armed.begin(); entry != armed.end();) {
-      PortVlanSet const& set = entry->first->portVlanSet();
-      if (!reroutedOn(set, intfId)) {
-         VEL_TRACE(8, " skip frrMtableOif " << set);
-         if (set.currentIif() != intfId) {
-            VEL_BLIP_AT(begun, " skip Frr, currentIif %s", set.currentIif());
-         } else {
-            VEL_BLIP_AT(begun,
-                        "No need for inplace update, invalid currentIif: %s, or portVlanFrrs: %s",
-                        set.currentIif().isNull(), set.portVlanFrr().size());
-         }
-         ++entry;
-         continue;
-      }
+   auto const isHit = [&](auto const& entry) {
+      PortVlanSet const& set = entry.first->portVlanSet();
+      if (reroutedOn(set, intfId)) return true;
+      skip(set, intfId, begun);
+      return false;
+   };
+   for (auto entry = armed.seek(armed.begin(), isHit); entry != armed.end();) {
       OifSetPtr const oifSet = entry->first;
+      fetchAhead(*chip, entry);
       awaitRewrite(*chip, oifSet);
       // Last in the loop, since a listener may have removed further entries.
-      entry = armed.resume(entry, oifSet);
+      entry = armed.seek(armed.resume(entry, oifSet), isHit);
    }
-   handleClock();
+   rewriteWaiting(begun);
 }
 
 void MrouteSwitchSm::handleClock() {
+   rewriteWaiting(Qor::now());
+}
+
+// The pass is traced under the name of the handler.
+void MrouteSwitchSm::rewriteWaiting(Qor::Seconds begun) {
    auto const self = hold();
    Qor::Ptr<MrouteSwitch> const chip = mrouteSwitch();
    if (!chip) return;
-   VEL_TRACE(8, __PRETTY_FUNCTION__ << "review FrrProcessingOifSet: "
-                                    << FrrPosition<MrouteSwitchSm>::ofProcess().oifSet);
-   reroutePass(*chip);
+   VEL_TRACE_IN("handleClock", 8,
+                "void Vel::MrouteSwitchSm::handleClock()review FrrProcessingOifSet: "
+                      << FrrPosition<MrouteSwitchSm>::ofProcess().oifSet);
+   reroutePass(*chip, begun);
 }
 
 // Rewrites a waiting oif set, unless its record has been freed or has become a zombie.
-void MrouteSwitchSm::rewriteForFrr(MrouteSwitch& chip, OifSetPtr const& oifSet) {
-   auto const velMtableOifSet = chip.record(oifSet, chip.frrProcessingOifSet(oifSet));
+void MrouteSwitchSm::rewriteForFrr(MrouteSwitch& chip, OifSetPtr const& oifSet,
+                                   MrouteSwitch::NamedRecord named, Qor::Seconds time) {
+   auto const velMtableOifSet = chip.record(oifSet, named);
    if (!velMtableOifSet || !chip.inUseOifSet().find(oifSet) ||
        velMtableOifSet->zombie().isZombie()) {
       return;
    }
    QOR_ASSERT(velMtableOifSet->dirty());
-   PortVlanSet const pvSet =
+   OifSetPtr const rewritten =
          frrReplacement(oifSet->portVlanSet(), [function = __func__](auto const& member) {
             VEL_TRACE_IN(function, 8, "add port " << member);
          });
+   PortVlanSet const& pvSet = rewritten->portVlanSet();
    VEL_TRACE(8, "original pvSet" << oifSet->portVlanSet());
    Qor::U32 const oifSetIndex = velMtableOifSet->oifSetIndex();
    VEL_TRACE(8, ": Overwrite with new pvSet " << pvSet << " to oifSetIndex: " << oifSetIndex);
-   VEL_BLIP("MrouteSwitchSm::handleClock Overwrite with pvSet %s to oifSetIndex: %s",
-            pvSet.pretty(), oifSetIndex);
+   VEL_BLIP_AT(time, "MrouteSwitchSm::handleClock Overwrite with pvSet %s to oifSetIndex: %s",
+               MembersOf{pvSet}, oifSetIndex);
    if (!mrouteHelper()) return;
-   OifSetPtr const rewritten = Qor::make<MrouteLib::OifSet>(nullptr, pvSet);
    if (mrouteHelper()->doAllocateMtableOifSet(chip.switchId(), oifSetIndex, rewritten) !=
        oifSetIndex) {
       VEL_TRACE(8, ": HW resource full ");

@@ -174,6 +174,8 @@ class QOR_PUBLIC MrouteSwitchSm final : public PerSwitchSm<MrouteSwitchSm, SyncS
 
    // ---- Settings. ----
 
+   // The longest time of a zombie pass, in seconds, tested after each removal.
+   static constexpr Qor::Seconds zombiePassBudget = 3.0;
    // The pause between two slices of the aging review (interval), and the duration of a slice
    // (quota), in seconds. A pause shorter than Clock::retryGap lasts Clock::retryGap.
    // RangeException
@@ -207,7 +209,7 @@ class QOR_PUBLIC MrouteSwitchSm final : public PerSwitchSm<MrouteSwitchSm, SyncS
 
    // Arms the zombie clock for the expiry of the first zombie, or disarms it.
    void handleZombie();
-   // Removes the zombies that are due.
+   // Removes the zombies that are due, within the budget of a pass.
    void handleZombieClock();
 
    // Starts the next slice of a running review at once; writes the configured interval to
@@ -242,7 +244,9 @@ class QOR_PUBLIC MrouteSwitchSm final : public PerSwitchSm<MrouteSwitchSm, SyncS
               Qor::U16 vrfId) const;
    void reviewStopped() const;
    void handleOperStatus(Interface::EthIntfStatus const& status);
-   void rewriteForFrr(MrouteSwitch& chip, MrouteLib::OifSetPtr const& oifSet);
+   void rewriteWaiting(Qor::Seconds begun);
+   void rewriteForFrr(MrouteSwitch& chip, MrouteLib::OifSetPtr const& oifSet,
+                      MrouteSwitch::NamedRecord named, Qor::Seconds time);
 
    Qor::U32 const switchId_;
    Qor::Watched<VelCommonSmData, QorAcsd> acsd_;

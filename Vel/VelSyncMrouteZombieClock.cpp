@@ -1,5 +1,6 @@
 // The zombie clock of the synchronous per-switch reactor. The clock is armed for the expiry of the
-// first zombie, and each pass removes all zombies that are due.
+// first zombie, and bounded passes remove the zombies that are due. If a pass leaves such zombies,
+// the clock is armed for a time in the past and fires again in the next turn.
 #include "Vel/VelSyncMrouteSmReactors.h"
 #include "Vel/VelTrace.h"
 
@@ -32,7 +33,8 @@ void MrouteSwitchSm::handleZombieClock() {
       VEL_TRACE_IN(function, 5, "Removing zombie OifSetIndex: " << record.oifSetIndex());
       VEL_BLIP("handleZombieClock %s", record.oifSetIndex());
    };
-   purgeDueZombies(purging, [] { return false; });
+   Qor::Seconds const deadline = Qor::now() + zombiePassBudget;
+   purgeDueZombies(purging, [&] { return Qor::now() >= deadline; });
 }
 
 }  // namespace Vel

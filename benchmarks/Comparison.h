@@ -144,6 +144,8 @@ void notificationComparisons();
 void collectionComparisons();
 void agingComparisons();
 void frrComparisons();
+void turnComparisons();
+void programmerTurnComparisons();
 void traceComparisons();
 void memoryComparisons();
 

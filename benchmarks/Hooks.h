@@ -51,7 +51,7 @@ struct Tables {
    }
 };
 
-class AsyncHooks final : public VelHelper::AsyncMrouteHelper {
+class AsyncHooks : public VelHelper::AsyncMrouteHelper {
  public:
    AsyncHooks() : AsyncMrouteHelper("hooks", nullptr, nullptr) {}
 
@@ -80,7 +80,7 @@ class AsyncHooks final : public VelHelper::AsyncMrouteHelper {
    Hux::XactPtr const done_ = Qor::make<Hux::Xact>(Hux::Xact::State::succeeded);
 };
 
-class SyncHooks final : public VelHelper::MrouteSmHelper {
+class SyncHooks : public VelHelper::MrouteSmHelper {
  public:
    SyncHooks() : MrouteSmHelper("hooks") {}
 
@@ -120,7 +120,6 @@ class TwinHooks {
  public:
    virtual ~TwinHooks() = default;
    virtual Qor::U32 allocateGroup(void const* set) = 0;
-   virtual void rewriteGroup(Qor::U32 group, void const* members, std::size_t count) = 0;
    virtual void deleteGroup(Qor::U32 group) = 0;
    virtual Qor::U32 allocateRoute(IpGenRouteKey const& key, Qor::U16 vlan, Qor::U32 vrfId) = 0;
    virtual void pointRoute(Qor::U32 route, Qor::U32 group) = 0;
@@ -131,7 +130,6 @@ class TwinHooks {
 class IdleTwinHooks final : public TwinHooks {
  public:
    Qor::U32 allocateGroup(void const*) override { return tables.groups.take(); }
-   void rewriteGroup(Qor::U32, void const*, std::size_t) override { ++rewritten; }
    void deleteGroup(Qor::U32 group) override { tables.groups.give(group); }
    Qor::U32 allocateRoute(IpGenRouteKey const&, Qor::U16, Qor::U32) override {
       return tables.routes.take();
@@ -141,7 +139,6 @@ class IdleTwinHooks final : public TwinHooks {
    double lastAccess(Qor::U32) override { return 0; }
 
    Tables tables;
-   Qor::U64 rewritten = 0;
 };
 
 // Returns its argument in a way that hides the class from the compiler, so that the calls of the

@@ -73,6 +73,8 @@ int main(int argc, char** argv) {
    Bench::collectionComparisons();
    Bench::agingComparisons();
    Bench::frrComparisons();
+   Bench::turnComparisons();
+   Bench::programmerTurnComparisons();
    Bench::traceComparisons();
    Bench::memoryComparisons();
 

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <numeric>
 #include <random>
+#include <utility>
 
 namespace Bench {
 
@@ -55,15 +56,15 @@ Plan::Plan(std::size_t routeCount, std::size_t setCount, Lnet::IntfId currentIif
    std::shuffle(order.begin(), order.end(), std::mt19937(7));
 }
 
-AsyncSide::AsyncSide(Plan const& plan, InjectedTime::TimeBase base)
-      : time(base), plan_(plan), routes_(plan.routes()) {
+AsyncSide::AsyncSide(Plan const& plan, InjectedTime::TimeBase base, Qor::Ptr<AsyncHooks> chip)
+      : time(base), hooks(std::move(chip)), plan_(plan), routes_(plan.routes()) {
    hooks->tables.reserve(plan.routes());
    touch(held_, plan.sets.size());
    vrfs->newVrfStatus(vrfName_, Vel::VrfId(vrfId));
 }
 
-SyncSide::SyncSide(Plan const& plan, InjectedTime::TimeBase base)
-      : time(base), plan_(plan), handles_(plan.routes()) {
+SyncSide::SyncSide(Plan const& plan, InjectedTime::TimeBase base, Qor::Ptr<SyncHooks> chip)
+      : time(base), hooks(std::move(chip)), plan_(plan), handles_(plan.routes()) {
    hooks->tables.reserve(plan.routes());
    touch(held_, plan.sets.size());
    l3Status->vrfNameToVrfIdIs(vrfName_.name(), Vel::VrfId(vrfId));

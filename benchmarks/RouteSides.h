@@ -70,7 +70,8 @@ class AsyncSide {
    using Switch = Vel::Mroute::AsyncMrouteSwitch;
 
    explicit AsyncSide(Plan const& plan,
-                      InjectedTime::TimeBase base = InjectedTime::TimeBase::virtualTime);
+                      InjectedTime::TimeBase base = InjectedTime::TimeBase::virtualTime,
+                      Qor::Ptr<AsyncHooks> hooks = Qor::make<AsyncHooks>());
 
    // Holds the record of the set, in addition to the routes, and marks it as used in hardware.
    void hold(std::size_t set) {
@@ -105,7 +106,7 @@ class AsyncSide {
    void passTime(Qor::Seconds some) { time.manager->advance(some); }
 
    InjectedTime const time;
-   Qor::Ptr<AsyncHooks> const hooks = Qor::make<AsyncHooks>();
+   Qor::Ptr<AsyncHooks> const hooks;
    Qor::Ptr<Routing::Hardware::RouteStatus> const vrfs =
          Qor::make<Routing::Hardware::RouteStatus>();
    Qor::Ptr<Switch> const sw = Qor::make<Switch>("switch", vrfs, hooks);
@@ -136,7 +137,8 @@ class SyncSide {
    using Switch = Vel::MrouteSwitch;
 
    explicit SyncSide(Plan const& plan,
-                     InjectedTime::TimeBase base = InjectedTime::TimeBase::virtualTime);
+                     InjectedTime::TimeBase base = InjectedTime::TimeBase::virtualTime,
+                     Qor::Ptr<SyncHooks> hooks = Qor::make<SyncHooks>());
 
    void hold(std::size_t set) { held_.push_back(use(plan_.sets[set])); }
    void releaseHeld() { held_.clear(); }
@@ -160,7 +162,7 @@ class SyncSide {
    void passTime(Qor::Seconds some) { time.manager->advance(some); }
 
    InjectedTime const time;
-   Qor::Ptr<SyncHooks> const hooks = Qor::make<SyncHooks>();
+   Qor::Ptr<SyncHooks> const hooks;
    Qor::Ptr<Vel::L3Status> const l3Status = Qor::make<Vel::L3Status>();
    Qor::Ptr<Switch> const sw =
          Qor::make<Switch>("switch", 1, nullptr, l3Status, hooks, nullptr, nullptr);

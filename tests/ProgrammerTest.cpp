@@ -1,5 +1,6 @@
 // The programmer on both paths of the simulated chip, in virtual time: writes, full tables and
 // failed writes. The soaks play random lives.
+#include <algorithm>
 #include <functional>
 
 #include "ProgrammerBench.h"
@@ -38,6 +39,21 @@ TYPED_TEST(Programmers, AChangeMakesOnlyTheNecessaryWrites) {
    b.set(2, w);
    b.drain();
    EXPECT_EQ(b.writes(), "1 routeCreate, 1 routePoint, 1 routeDelete");
+}
+
+// A step takes several calls of hooks, and a pass of 2 ms has room for few steps.
+TYPED_TEST(Programmers, APassOfSlowHooksEndsWithinItsBudget) {
+   BenchOn<TypeParam> b({}, 1e-4);
+   for (unsigned n = 1; n <= 20; ++n)
+      b.set(n, "et2 et" + std::to_string(3 + n % 5));
+   for (unsigned turns = 0; !b.programmer->settled(); ++turns) {
+      ASSERT_LT(turns, 1000u);
+      b.time->advance(std::max(0.0, b.time->nextDeadline() - Qor::now()));
+      Qor::Seconds const begun = Qor::now();
+      b.time->runDue();
+      EXPECT_LE(Qor::now() - begun, 1.2 * Programmer::Options().passBudget) << turns;
+   }
+   b.drain();
 }
 
 // The call cost gives each write its own time of completion; the test sends packets at each.

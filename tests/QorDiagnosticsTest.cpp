@@ -13,6 +13,27 @@
 
 namespace {
 
+struct Numbers {
+   std::vector<Qor::U64> values;
+};
+
+}  // namespace
+
+template <>
+struct Qor::BlipForm<Numbers> {
+   static std::size_t size(Numbers const& numbers) { return numbers.values.size(); }
+   static void write(Numbers const& numbers, auto const& put) {
+      for (U64 const value : numbers.values)
+         put(value);
+   }
+   static void print(std::ostream& os, std::span<U64 const> words) {
+      for (U64 const word : words)
+         os << word << ' ';
+   }
+};
+
+namespace {
+
 using Qor::String;
 
 class QorDiagnostics : public testSupport::OnVirtualTime,
@@ -94,6 +115,15 @@ TEST_F(QorDiagnostics, BlipPrintsEachKindOfArgument) {
    EXPECT_EQ(blipText(), String(212, 'a') + "...  " + String(300, 'b'));
    QOR_BLIP(1, "S", "%s %s", String(300, 'a'), String(1000, 'b'));
    EXPECT_EQ(blipText(), String(256, 'a') + "... " + String(256, 'b') + "...");
+   // Words share the room with texts, and only whole words are kept.
+   QOR_BLIP(1, "S", "%s|%s%s", Numbers{{1, 22, 333}}, Numbers{}, 4);
+   EXPECT_EQ(blipText(), "1 22 333 |4");
+   Numbers const many{std::vector<Qor::U64>(100, 7)};
+   String sevens;
+   for (int n = 0; n < 62; ++n)
+      sevens += "7 ";
+   QOR_BLIP(1, "S", "%s%s", many, String(13, 'a'));
+   EXPECT_EQ(blipText(), sevens + "..." + String(13, 'a'));
 }
 
 TEST_F(QorDiagnostics, TheRingKeepsTheLatestEventsOfAllSizesWhole) {

@@ -481,6 +481,7 @@ class AsyncReactor final : public ModelReactor<AsyncModel, AsyncChip> {
    void updateFrrMtableOif(IntfId failed) {
       Ptr<AsyncReactor> const self(this);
       AsyncChip& c = *chip_;
+      Seconds const begun = world_.now();
       print("8 AsyncMrouteSwitchSm::updateFrrMtableOif( ", failed, ", vlan 0 )");
       auto const firstLine = [&](auto const& entry) {
          return cat(
@@ -504,13 +505,16 @@ class AsyncReactor final : public ModelReactor<AsyncModel, AsyncChip> {
          c.frrMtableOifSetDel(set);
          if (record) c.frrProcessingOifSetIs(set, record.get());
       });
-      handleClock();
+      rewriteWaitingFrom(begun);
    }
 
-   void handleClock() {
+   void handleClock() { rewriteWaitingFrom(world_.now()); }
+
+   // The time of the event counts towards the budget of the pass that it starts.
+   void rewriteWaitingFrom(Seconds begun) {
       Ptr<AsyncReactor> const self(this);
       AsyncChip& c = *chip_;
-      Seconds const deadline = world_.now() + 0.1;
+      Seconds const deadline = begun + 0.1;
       print("8 review FrrProcessingOifSets: ", c.frrProcessingOifSet().size());
       print("blip AsyncMrouteSwitchSm:: frrProcessingOifSets: ", c.frrProcessingOifSet().size());
       auto const firstLine = [&](auto const& entry) {

@@ -143,6 +143,116 @@ TEST_F(AsyncSmFrr, ASliceGoesOnWhereTheLastOneStopped) {
    EXPECT_EQ(walk(), " 0 1 2 3 4 5 6 7");
 }
 
+// Six sets wait for et1, two rewrites fit into a slice. Between the first two slices something
+// happens. The result lists the receivers of all routes.
+TEST_F(AsyncSmFrr, ADrainFollowsTheSetsThatWait) {
+   struct Case {
+      char const* name;
+      std::function<void()> between;
+      unsigned rewrites;
+      std::string receivers;
+   };
+   auto const waitingSet = [this](unsigned n) { return routes_[n].record->oifSet(); };
+   std::string const all = "et3,et3,et3,et3,et3,et3";
+   Case const cases[] = {
+         {"nothing", [] {}, 6, all},
+         {"withdrawn", [&] { switch_->frrProcessingOifSetDel(waitingSet(4)); }, 5,
+          "et3,et3,et3,et3,et2,et3"},
+         {"all withdrawn", [&] { switch_->frrProcessingOifSetDelAll(); }, 2,
+          "et3,et3,et2,et2,et2,et2"},
+         {"next set and route gone",
+          [&] {
+             withdraw(routes_[2]);
+             routes_.erase(routes_.begin() + 2);
+          },
+          5, "et3,et3,noRoute,et3,et3"},
+         {"entered again",
+          [&] {
+             OifSetPtr const next = waitingSet(2);
+             auto const named = switch_->frrProcessingOifSet(next);
+             switch_->frrProcessingOifSetDel(next);
+             switch_->frrProcessingOifSetIs(next, named);
+          },
+          6, all},
+         {"rewritten set entered again",
+          [&] {
+             switch_->frrProcessingOifSetIs(waitingSet(0), switch_->inUseRecord(waitingSet(0)));
+          },
+          7, all},
+         {"another set of the interface",
+          [&] {
+             covered(6, 7);
+             down(1, IntfOperStatus::lowerLayerDown);
+          },
+          7, all + ",et3"},
+         {"a failure of another interface",
+          [&] {
+             covered(6, 9, 4);
+             down(4);
+          },
+          9, all + ",et3,et3,et3"},
+   };
+   for (Case const& c : cases) {
+      SCOPED_TRACE(c.name);
+      covered(0, 6);
+      start(0.06);
+      rewrites_ = 0;
+      down(1);
+      EXPECT_EQ(rewrites_, 2u);
+      c.between();
+      for (unsigned turns = 0; waiting() > 0; ++turns) {
+         ASSERT_LT(turns, 9u);
+         Qor::Seconds const begun = time_->now();
+         unsigned const before = rewrites_;
+         time_->runDue();
+         EXPECT_LT(time_->now() - begun, Vel::frrPassBudget + 0.06);
+         EXPECT_GT(rewrites_, before);
+      }
+      EXPECT_EQ(rewrites_, c.rewrites);
+      EXPECT_EQ(receiversOfAll(), c.receivers);
+      time_->runDue();
+      EXPECT_FALSE(armed());
+      for (unsigned const failed : {1u, 4u})
+         down(failed, IntfOperStatus::up);
+      for (Route& route : routes_)
+         withdraw(route);
+      routes_.clear();
+      sm_ = nullptr;
+      freshSwitch();
+   }
+}
+
+// The steps of a drain in slices grow with the sets, not with the sets times the slices.
+TEST_F(AsyncSmFrr, ADrainVisitsEachWaitingSetOnce) {
+   using Map = Qor::HashMap<OifSetPtr, int>;
+   struct Counted : Map {
+      unsigned* steps;
+      auto begin() const { return ++*steps, Map::begin(); }
+      auto position(OifSetPtr const& set) const { return ++*steps, Map::position(set); }
+      auto resume(Map::ConstIterator at, OifSetPtr const& set) const {
+         return ++*steps, Map::resume(at, set);
+      }
+   };
+   unsigned steps = 0, rewrites = 0, passes = 0;
+   Counted waiting;
+   waiting.steps = &steps;
+   unsigned const sets = 1000, setsOfAPass = 7;
+   for (unsigned n = 0; n < sets; ++n)
+      waiting.insert(set({2}, 1, {3}), 0);
+   OifSetPtr next;
+   for (; passes == 0 || next; ++passes) {
+      next = Vel::frrPass(waiting, next, time_->now() + setsOfAPass,
+                          [&](OifSetPtr const& oifSet, int, Qor::Seconds) {
+                             ++rewrites;
+                             time_->advance(1);
+                             waiting.take(oifSet);
+                          });
+   }
+   EXPECT_EQ(rewrites, sets);
+   EXPECT_EQ(passes, (sets + setsOfAPass - 1) / setsOfAPass);
+   EXPECT_LE(steps, sets + 2 * passes);
+}
+
 // The walk itself is the last user of a record then, and the end of the record withdraws the next
 // set from the walk.
 TEST_F(AsyncSmFrr, TheLastUserOfARecordMayLeaveWhileItsSetIsTaken) {

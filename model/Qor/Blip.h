@@ -7,10 +7,12 @@
 // Each %s of the format takes one argument, printed as operator<< prints it. An argument is a
 // number, a text, another trivially copyable value, or of a type with a function
 //    Qor::String blipText(T const&)
-// beside it, which returns the argument's text. Nothing is counted or kept alive by the ring.
+// beside it, which returns the argument's text, or of a type with a BlipForm: the ring then keeps
+// words instead of a text. Nothing is counted or kept alive by the ring.
 //
-// The limit: an event keeps BlipRing::room bytes of arguments, 512. A text takes its length, any
-// other argument its size. Where that is more, the longer texts are cut, and end with "...".
+// The limit: an event keeps BlipRing::room bytes of arguments, 512. A text takes its length, words
+// take 8 bytes each, any other argument its size. Where that is more, the longer texts and words
+// are cut, and end with "...".
 //
 // The ring is made of slots of one cache line. An event with a few small arguments takes one slot, a
 // larger one as many as it needs; they follow each other in memory, also at the end of the ring,
@@ -24,6 +26,7 @@
 #include <cstring>
 #include <new>
 #include <ostream>
+#include <span>
 #include <string_view>
 #include <type_traits>
 #include <vector>
@@ -44,11 +47,28 @@ struct BlipMessage {
 // The present time, as Qor/Clock.h has it.
 QOR_PUBLIC Seconds now();
 
-// An argument as an event keeps it: its text, or itself.
+// The words that an event keeps of a T, for a type whose text would cost too much in a hot path. A
+// specialization has
+//    static std::size_t size(T const&);                      the number of words
+//    static void write(T const&, auto const& put);           calls put(U64) for each of them
+//    static void print(std::ostream&, std::span<U64 const>); the text, of the first words if cut
+template <class T>
+struct BlipForm;
+
+template <class T>
+struct BlipWords {
+   using BlipWordsOf = T;
+   T const& value;
+   std::size_t count;
+};
+
+// An argument as an event keeps it: its text, its words, or itself.
 template <class T>
 decltype(auto) blipArgument(T const& value) {
    if constexpr (std::is_convertible_v<T const&, std::string_view>) {
       return std::string_view(value);
+   } else if constexpr (requires { BlipForm<T>::size(value); }) {
+      return BlipWords<T>{value, BlipForm<T>::size(value)};
    } else if constexpr (requires { blipText(value); }) {
       return blipText(value);
    } else {
@@ -96,7 +116,7 @@ class QOR_PUBLIC BlipRing {
       std::array<std::byte, cacheLine> bytes;
    };
 
-   // The texts of an event that are still to be appended.
+   // The texts and words of an event that are still to be appended.
    struct Texts {
       std::size_t count;
       std::size_t size;  // of all of them
@@ -105,19 +125,27 @@ class QOR_PUBLIC BlipRing {
 
    template <class T>
    static constexpr bool isText = std::is_convertible_v<T const&, std::string_view>;
+   template <class T>
+   static constexpr bool isWords = requires {
+      typename T::BlipWordsOf;
+   };
+   template <class T>
+   static constexpr bool isValue = !isText<T> && !isWords<T>;
 
    template <class T>
    static constexpr std::size_t valueSize() {
-      if constexpr (isText<T>) {
-         return 0;
-      } else {
+      if constexpr (isValue<T>) {
          return sizeof(T);
+      } else {
+         return 0;
       }
    }
    template <class T>
    static std::size_t textSize(T const& piece) {
       if constexpr (isText<T>) {
          return std::string_view(piece).size();
+      } else if constexpr (isWords<T>) {
+         return piece.count * sizeof(U64);
       } else {
          return 0;
       }
@@ -130,7 +158,7 @@ class QOR_PUBLIC BlipRing {
       static_assert(values <= room && sizeof...(Pieces) <= maxArguments);
       if (slots_.empty()) [[unlikely]]
          makeSlots();
-      [[maybe_unused]] Texts texts{(std::size_t{0} + ... + isText<Pieces>),
+      [[maybe_unused]] Texts texts{(std::size_t{0} + ... + !isValue<Pieces>),
                                    (std::size_t{0} + ... + textSize(pieces)), room - values};
       std::byte* const event = slots_[next_ % capacity].bytes.data();
       std::byte* at = event + sizeof(Header);
@@ -147,27 +175,48 @@ class QOR_PUBLIC BlipRing {
 
    template <class Piece>
    static void append(std::byte*& at, Texts& texts, Piece const& piece) {
-      if constexpr (!isText<Piece>) {
+      if constexpr (isValue<Piece>) {
          append(at, &printValue<Piece>, &piece, sizeof piece);
       } else if (texts.size <= texts.room) [[likely]] {
-         append(at, &printText, piece.data(), piece.size());
+         appendStart(at, piece, textSize(piece));
       } else {
          // The room that the texts behind it leave, but at least its share.
-         std::size_t const behind = texts.size - piece.size();
+         std::size_t const behind = texts.size - textSize(piece);
          std::size_t const limit =
                std::max(texts.room / texts.count, texts.room - std::min(texts.room, behind));
-         std::size_t const kept = std::min(piece.size(), limit);
-         append(at, kept < piece.size() ? &printCut : &printText, piece.data(), kept);
+         std::size_t const kept = appendStart(at, piece, std::min(textSize(piece), limit));
          texts = {texts.count - 1, behind, texts.room - kept};
       }
    }
+   // Append the first bytes of a text, or as many of the words as take no more. Return the number of
+   // bytes.
+   static std::size_t appendStart(std::byte*& at, std::string_view text, std::size_t size) {
+      append(at, size < text.size() ? &printCut : &printText, text.data(), size);
+      return size;
+   }
+   template <class T>
+   static std::size_t appendStart(std::byte*& at, BlipWords<T> const& words, std::size_t size) {
+      std::size_t left = size / sizeof(U64);
+      std::size_t const kept = left * sizeof(U64);
+      appendHeader(at, left < words.count ? &printCutWords<T> : &printWords<T>, kept);
+      BlipForm<T>::write(words.value, [&](U64 word) {
+         if (left == 0) return;
+         --left;
+         std::memcpy(at, &word, sizeof word);
+         at += sizeof word;
+      });
+      return kept;
+   }
    static void append(std::byte*& at, Printer printer, void const* bytes, std::size_t size) {
+      appendHeader(at, printer, size);
+      if (size) std::memcpy(at, bytes, size);
+      at += size;
+   }
+   static void appendHeader(std::byte*& at, Printer printer, std::size_t size) {
       auto const size16 = static_cast<U16>(size);
       std::memcpy(at, &printer, sizeof printer);
       std::memcpy(at + sizeof printer, &size16, sizeof size16);
       at += argumentHeader;
-      if (size) std::memcpy(at, bytes, size);
-      at += size;
    }
 
    template <class T>
@@ -175,6 +224,17 @@ class QOR_PUBLIC BlipRing {
       std::array<std::byte, sizeof(T)> copy;
       std::memcpy(copy.data(), bytes, sizeof copy);
       os << std::bit_cast<T>(copy);
+   }
+   template <class T>
+   static void printWords(std::ostream& os, std::byte const* bytes, std::size_t size) {
+      std::array<U64, room / sizeof(U64)> words;
+      if (size) std::memcpy(words.data(), bytes, size);
+      BlipForm<T>::print(os, std::span<U64 const>(words.data(), size / sizeof(U64)));
+   }
+   template <class T>
+   static void printCutWords(std::ostream& os, std::byte const* bytes, std::size_t size) {
+      printWords<T>(os, bytes, size);
+      os << "...";
    }
    static void printText(std::ostream& os, std::byte const* bytes, std::size_t size);
    static void printCut(std::ostream& os, std::byte const* bytes, std::size_t size);

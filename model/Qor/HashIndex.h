@@ -43,6 +43,10 @@ class HashIndex {
          position = (position + 1) & mask_;
       return position;
    }
+   // Fetches the cell at which the search for `hash` begins, for a search that follows soon.
+   void prefetch(U32 hash) const {
+      if (!cells_.empty()) __builtin_prefetch(&cells_[hash & mask_], 1);
+   }
    // The number of entries.
    U32 size() const { return size_; }
    // The number of the entry at `position`.

@@ -126,6 +126,35 @@ class HashMap {
       return &slots_[index_[position]].entry();
    }
 
+   // The first position from `at` on with wanted(entry); end() if there is none.
+   template <class Wanted>
+   ConstIterator seek(ConstIterator at, Wanted const& wanted) const {
+      for (U32 number = at.number_; number < slots_.count();) {
+         // The slots of a chunk are adjacent.
+         U32 const nextChunk = 2 * std::bit_floor(number + Slots::firstChunk) - Slots::firstChunk;
+         U32 const behind = std::min(nextChunk, slots_.count());
+         for (Slot* slot = &slots_[number]; number < behind; ++number, ++slot) {
+            if (slot->live && wanted(slot->entry())) return ConstIterator(this, number);
+         }
+      }
+      return end();
+   }
+   // Calls visit(key) for an entry some steps behind the position, so that a walk can prefetch the
+   // memory of its later steps.
+   template <class Visit>
+   void lookAhead(ConstIterator at, Visit const& visit) const {
+      U32 const number = at.number_ + 8;
+      if (number < slots_.count() && slots_[number].live) visit(slots_[number].entry().first);
+   }
+   // Fetches the memory that the next operation with `key` reads first.
+   void prefetch(K const& key) const { index_.prefetch(HashIndex::hash(key)); }
+
+   // The position of the entry of `key`; end() if there is none.
+   ConstIterator position(K const& key) const {
+      U32 const at = size_ == 0 ? HashIndex::nowhere : locate(key, HashIndex::hash(key));
+      return at == HashIndex::nowhere ? end() : ConstIterator(this, index_[at]);
+   }
+
    // Returns the entry of `key`, made from `value` if there was none, and whether it was made.
    std::pair<Entry*, bool> insert(K key, V value) { return findOrMake(std::move(key), value); }
 

@@ -168,7 +168,7 @@ void ProgrammerWork::resyncEnd() {
    lookAtAll();
 }
 
-void ProgrammerWork::goOnWithResync(Budget const& budget) {
+void ProgrammerWork::goOnWithResync(Budget& budget) {
    if (resync_ == Resync::dropping && !looking_ && !lookAgain_) resync_ = Resync::placing;
    if (resync_ != Resync::placing || !marked_.empty() || budget.spent()) return;
    endRecovery();

@@ -8,9 +8,11 @@
 //   resyncs, restart and end                            | internal/ProgrammerResync.cpp
 #pragma once
 
+#include <algorithm>
 #include <array>
 #include <deque>
 #include <map>
+#include <utility>
 
 #include "Qor/Clock.h"
 #include "programmer/Programmer.h"
@@ -77,12 +79,21 @@ class ProgrammerWork final : private RouteTable::Listener {
       sweeping,  // found groups and entries without a route are being removed
    };
    enum class Ending : unsigned char { no, clean, leave, ended };
-   // The share of one pass, which makes at least one step.
+   // The share of one pass, which makes at least one step. The pass ends also when a step as long as
+   // its longest one would end behind the budget: with slow hooks a step is a good part of it.
    class Budget {
     public:
       Budget(Qor::ActivityManager const& loop, Programmer::Options const& options)
-            : loop_(loop), left_(options.routesPerPass), until_(loop.now() + options.passBudget) {}
-      bool spent() const { return left_ == 0 || (taken_ && loop_.now() > until_); }
+            : loop_(loop),
+              left_(options.routesPerPass),
+              seen_(loop.now()),
+              until_(seen_ + options.passBudget) {}
+      bool spent() {
+         if (left_ == 0 || !taken_) return left_ == 0;
+         Qor::Seconds const now = loop_.now();
+         longestStep_ = std::max(longestStep_, now - std::exchange(seen_, now));
+         return now + longestStep_ > until_;
+      }
       void take() {
          --left_;
          taken_ = true;
@@ -91,6 +102,8 @@ class ProgrammerWork final : private RouteTable::Listener {
     private:
       Qor::ActivityManager const& loop_;
       Qor::U32 left_;
+      Qor::Seconds seen_;  // by the last spent()
+      Qor::Seconds longestStep_ = 0;
       Qor::Seconds const until_;
       bool taken_ = false;
    };
@@ -187,7 +200,7 @@ class ProgrammerWork final : private RouteTable::Listener {
    void want(ProgrammedRoute& route, WishPtr wish);
    void wantNoMore(ProgrammedRoute& route);
    void recover();
-   void goOnWithResync(Budget const& budget);
+   void goOnWithResync(Budget& budget);
    void goOnWithEnd(Budget& budget);
    void endRecovery();
    bool mayEnd() const;
