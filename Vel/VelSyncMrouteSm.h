@@ -174,8 +174,6 @@ class QOR_PUBLIC MrouteSwitchSm final : public PerSwitchSm<MrouteSwitchSm, SyncS
 
    // ---- Settings. ----
 
-   // The longest time of a zombie pass, in seconds, tested after each removal.
-   static constexpr Qor::Seconds zombiePassBudget = 3.0;
    // The pause between two slices of the aging review (interval), and the duration of a slice
    // (quota), in seconds. A pause shorter than Clock::retryGap lasts Clock::retryGap.
    // RangeException
@@ -209,7 +207,7 @@ class QOR_PUBLIC MrouteSwitchSm final : public PerSwitchSm<MrouteSwitchSm, SyncS
 
    // Arms the zombie clock for the expiry of the first zombie, or disarms it.
    void handleZombie();
-   // Removes the zombies that are due, within the budget of a pass.
+   // Removes all zombies that are due, in one pass.
    void handleZombieClock();
 
    // Starts the next slice of a running review at once; writes the configured interval to

@@ -1,6 +1,5 @@
 // The zombie clock of the synchronous per-switch reactor. The clock is armed for the expiry of the
-// first zombie, and bounded passes remove the zombies that are due. If a pass leaves such zombies,
-// the clock is armed for a time in the past and fires again in the next turn.
+// first zombie, and each pass removes all zombies that are due.
 #include "Vel/VelSyncMrouteSmReactors.h"
 #include "Vel/VelTrace.h"
 
@@ -33,8 +32,7 @@ void MrouteSwitchSm::handleZombieClock() {
       VEL_TRACE_IN(function, 5, "Removing zombie OifSetIndex: " << record.oifSetIndex());
       VEL_BLIP("handleZombieClock %s", record.oifSetIndex());
    };
-   Qor::Seconds const deadline = Qor::now() + zombiePassBudget;
-   purgeDueZombies(purging, [&] { return Qor::now() >= deadline; });
+   purgeDueZombies(purging, [] { return false; });
 }
 
 }  // namespace Vel

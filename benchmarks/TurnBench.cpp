@@ -9,8 +9,6 @@ namespace {
 
 // The sides with slow hooks, the budgets of their slices in seconds, and the lifetime of zombies.
 struct AsyncTurns : AsyncReactorSide {
-   static constexpr Qor::Seconds purgeBudget = Vel::Mroute::AsyncMrouteSwitchSm::zombiePassBudget;
-
    explicit AsyncTurns(Plan const& plan) : AsyncTurns(plan, Qor::make<SlowAsyncHooks>()) {}
    AsyncTurns(Plan const& plan, Qor::Ptr<SlowAsyncHooks> const& slow)
          : AsyncReactorSide(plan, InjectedTime::TimeBase::real, slow), cost(slow->cost) {}
@@ -33,14 +31,11 @@ struct AsyncTurns : AsyncReactorSide {
 };
 
 struct SyncTurns : SyncReactorSide {
-   static constexpr Qor::Seconds purgeBudget = Vel::MrouteSwitchSm::zombiePassBudget;
-
    explicit SyncTurns(Plan const& plan) : SyncTurns(plan, Qor::make<SlowSyncHooks>()) {}
    SyncTurns(Plan const& plan, Qor::Ptr<SlowSyncHooks> const& slow)
          : SyncReactorSide(plan, InjectedTime::TimeBase::real, slow), cost(slow->cost) {}
 
    double reviewBudget() const { return sm->agingReviewQuota(); }
-   void shortLifetime() { sw->zombieLifetimeIs(0); }
 
    CallCost& cost;
 };
@@ -69,11 +64,11 @@ struct ReviewTurns {
    Side side;
 };
 
-template <class Side>
+// The synchronous path has no slices of a purge: one turn frees all zombies that are due.
 struct PurgeTurns {
    explicit PurgeTurns(std::size_t zombies) : plan(0, zombies), side(plan) {}
    CallCost& cost() { return side.cost; }
-   double budget() const { return Side::purgeBudget; }
+   double budget() const { return Vel::Mroute::AsyncMrouteSwitchSm::zombiePassBudget; }
    double longest() {
       CallCost const cost = std::exchange(side.cost, CallCost());
       for (std::size_t n = 0; n < plan.sets.size(); ++n)
@@ -89,7 +84,7 @@ struct PurgeTurns {
    }
 
    Plan const plan;
-   Side side;
+   AsyncTurns side;
 };
 
 template <class Side>
@@ -126,7 +121,6 @@ void turnsOf(std::string const& path, bool reviewBudgetIsTime) {
    std::size_t const routes = effort().quick ? 100'000 : 1'000'000;
    std::string const size = effort().quick ? "100k" : "1000k";
    turns<ReviewTurns<Side>>(path + "/review of " + size, routes, reviewBudgetIsTime);
-   turns<PurgeTurns<Side>>(path + "/purge of 100k", 100'000, true);
    turns<RerouteTurns<Side>>(path + "/reroute of " + size, routes, true);
 }
 
@@ -134,6 +128,7 @@ void turnsOf(std::string const& path, bool reviewBudgetIsTime) {
 
 void turnComparisons() {
    turnsOf<AsyncTurns>("async", false);
+   turns<PurgeTurns>("async/purge of 100k", 100'000, true);
    turnsOf<SyncTurns>("sync", true);
 }
 

@@ -651,12 +651,10 @@ class SyncReactor final : public ModelReactor<SyncModel, SyncChip> {
          return turnsDirty ? cat(chipNames[c.number], ' ', *record, " dirty True")
                            : cat(chipNames[c.number], " frrMtableOifSet of ", set, " |");
       };
-      std::set<IntfId> skipped;  // the ring has an event for each
       lookAtArmed(firstLine, [&](OifSetPtr const& set, U64) {
          PortVlanSet const& members = set->portVlanSet();
          if (!reroutedOn(set, failed)) {
             print("8  skip frrMtableOif ", members);
-            if (!skipped.insert(members.currentIif()).second) return;
             if (members.currentIif() != failed)
                return print("blip  skip Frr, currentIif ", members.currentIif());
             return print(

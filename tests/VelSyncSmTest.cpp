@@ -395,33 +395,6 @@ TEST_F(SyncSm, TheLengthOfSlicesAndPausesMayBeSet) {
              "MrouteSwitchSm::agingReviewInterval < 0 or not finite not allowed");
 }
 
-// ---- Zombies ----
-
-// The removal of a zombie costs a second or more, and the budget of a pass is 3.0 seconds.
-TEST_F(SyncSm, APassOverDueZombiesEndsWithinItsBudgetAndGoesOnInTheNextTurn) {
-   build(1);
-   std::vector<RouteHandle> handles;
-   for (unsigned n = 1; n <= 12; ++n)
-      handles.push_back(program(n, set({2})));
-   for (RouteHandle const handle : handles)
-      switch_->doDeleteRoute(handle);
-   time_->advance(switch_->zombieLifetime());
-   std::size_t left = switch_->zombieOifSet().size();
-   ASSERT_GE(left, 4u);
-   Qor::Seconds const slowest = 1.0 * 3;  // hooks of one removal, at most
-   unsigned turns = 0;
-   for (; left > 0; ++turns) {
-      EXPECT_LE(inputs_.zombieClock->timeMin(), time_->now());
-      Qor::Seconds const begun = time_->now();
-      ASSERT_GE(time_->runDue(), 1u);
-      EXPECT_LT(time_->now() - begun, MrouteSwitchSm::zombiePassBudget + slowest);
-      EXPECT_LT(switch_->zombieOifSet().size(), left);
-      left = switch_->zombieOifSet().size();
-   }
-   EXPECT_GT(turns, 1u);
-   EXPECT_EQ(inputs_.zombieClock->timeMin(), Qor::never);
-}
-
 // ---- Fast reroute ----
 
 TEST_F(SyncSm, AnErrorOfARewriteLeavesNoSetBehind) {
@@ -436,23 +409,6 @@ TEST_F(SyncSm, AnErrorOfARewriteLeavesNoSetBehind) {
    time_->runUntil(time_->now() + Qor::Clock::retryGap);
    EXPECT_EQ(sm_->clock()->timeMin(), Qor::never);
    EXPECT_EQ(receivers(1) + receivers(2) + receivers(3), "et3et3et3");
-}
-
-// Skipped sets must not drive the earlier events out of the ring.
-TEST_F(SyncSm, TheRingHasOneEventForEachInterfaceOfSkippedSets) {
-   for (unsigned n = 1; n <= 12; ++n)
-      program(n, set({2}, n % 3 == 0 ? 8 : 7, {3}));
-   program(13, set({2}, 1));  // nothing to replace it
-   journal_.take();
-   down(1);
-   Lines events = journal_.like("blip ");
-   std::erase_if(events, [](std::string const& line) {
-      return line.find("handleOperStatus") != line.npos;
-   });
-   std::ranges::sort(events);
-   EXPECT_EQ(events, (Lines{"blip  skip Frr, currentIif et7", "blip  skip Frr, currentIif et8",
-                            "blip No need for inplace update, invalid currentIif: 0, or "
-                            "portVlanFrrs: 0"}));
 }
 
 // The walk itself is the last user of a record then, and the end of the record withdraws the next
