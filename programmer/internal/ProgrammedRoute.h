@@ -85,10 +85,17 @@ class ProgrammedRoute final : public Qor::RefCounted, public Qor::Pooled {
    RouteChange* change() { return work_ && work_->change ? &*work_->change : nullptr; }
    ProgrammedRoute* owner() const { return work_ ? work_->owner : nullptr; }
    bool isFastdrop() const { return owner() != nullptr; }
+   // The route of a fastdrop entry, and otherwise the route itself.
+   ProgrammedRoute& own() {
+      ProgrammedRoute* const of = owner();
+      return of ? *of : *this;
+   }
    // The fastdrop entries of a route.
    std::vector<RoutePtr> const& fastdrops() const {
       static std::vector<RoutePtr> const none;
-      return work_ ? work_->fastdrops : none;
+      RouteWork const* const work = work_.get();
+      if (!work) return none;
+      return work->fastdrops;
    }
    WaitingLine* waitingIn() const { return work_ ? work_->waitingIn : nullptr; }
 

@@ -321,7 +321,7 @@ bool ProgrammerWork::replaceEntry(ProgrammedRoute& route, Target const& target,
 // way out of the vlan, and marks the others then; an entry that nobody wants is taken out here.
 bool ProgrammerWork::mustStandBack(ProgrammedRoute& route, Target const& target) {
    if (target.at->vlan.isNone() || !hasSiblings(route)) return false;
-   ProgrammedRoute& own = route.owner() ? *route.owner() : route;
+   ProgrammedRoute& own = route.own();
    auto const occupies = [&](ProgrammedRoute const& other) {
       return &other != &route && !other.handle.isNull() && other.placedVlan == target.at->vlan;
    };
@@ -344,7 +344,7 @@ bool ProgrammerWork::mustStandBack(ProgrammedRoute& route, Target const& target)
 // An entry of the route has left its vlan: entries that stood back are looked at again.
 void ProgrammerWork::markSiblings(ProgrammedRoute& route) {
    if (!hasSiblings(route)) return;
-   ProgrammedRoute& own = route.owner() ? *route.owner() : route;
+   ProgrammedRoute& own = route.own();
    auto const waits = [&](ProgrammedRoute const& other) {
       return &other != &route && other.wish && other.state == RouteState::queued;
    };
