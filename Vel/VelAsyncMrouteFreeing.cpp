@@ -68,7 +68,7 @@ void AsyncMrouteSwitch::freeNow(RecordPtr const& record) {
       inUseOifSetDel(oifSet);
       // A listener may have allocated the same set again: the entries then belong to the newer
       // record.
-      auto const anew = [&] { return inUseOifSet().find(oifSet) != nullptr; };
+      auto const anew = [&] { return inUseOifSet().find(oifSet).has_value(); };
       if (!anew()) frrMtableOifSetDel(oifSet);
       if (!anew()) frrProcessingOifSetDel(oifSet);
       if (!anew() && mcastIdToOifSet(mcastId) == oifSet) mcastIdToOifSetDel(mcastId);

@@ -98,7 +98,7 @@ Hux::XactPtr AsyncMrouteSwitch::doAllocateMtableOifSet(MrouteLib::RouteKeyInfo c
    bool const fixed = mrouteHelper_->needFixedOifSet(portVlanSet.type());
    RecordPtr mtableOifSetLocal = fixed ? nullptr : reusableRecord(oifSet);
    if (!mtableOifSetLocal) {
-      bool const wasInUse = inUseOifSet().find(oifSet) != nullptr;
+      bool const wasInUse = inUseOifSet().find(oifSet).has_value();
       Qor::U32 const mcastId = fixed ? mrouteHelper_->doAllocateFixedMulticastGroup(
                                              oifSet, blockingXact, presetMulticastId)
                                      : mrouteHelper_->doAllocateSharableMulticastGroup(

@@ -44,6 +44,10 @@ class RecordName {
    friend bool operator==(RecordName a, RecordName b) { return a.serial_ == b.serial_; }
 
  private:
+   template <class, class, class>
+   friend class OifSetRecord;
+   explicit RecordName(Qor::U64 serial) : serial_(serial) {}
+
    Qor::U64 serial_ = 0;
 };
 
@@ -73,20 +77,25 @@ class OifSetRecord : public Qor::Entity<Record, MrouteLib::MtableOifSet>,
       return programmer() ? static_cast<RecordOwner<Switch> const*>(programmer())->mrouteSwitch
                           : nullptr;
    }
-   // The record's place in the queue of zombieOifSet (Qor/QueueMap.h); of no meaning while the
-   // record is not a zombie.
-   Qor::U32 queuePlace() const { return queuePlace_; }
-   void queuePlaceIs(Qor::U32 place) { queuePlace_ = place; }
+   // The name of the record. No other record of the process ever has the same name.
+   RecordName<Record> const& recordName() const { return name_; }
+   Qor::U64 serial() const { return name_.serial(); }
 
  protected:
    OifSetRecord(MrouteLib::OifSetPtr oifSet, bool toCpu, Switch* mrouteSwitch)
          : OifSetCarrier(mrouteSwitch ? mrouteSwitch->livingRecords_.owner(mrouteSwitch) : nullptr),
            oifSet_(std::move(oifSet)),
+           name_(this->nextSerial()),
            toCpu_(toCpu) {
       QOR_ASSERT(oifSet_ != nullptr);
       enter(*oifSet_);
    }
-   ~OifSetRecord() override { leave(*oifSet_); }
+   ~OifSetRecord() override {
+      if (this->inUsePlace() != nowhere && mrouteSwitch()) {
+         mrouteSwitch()->inUseOifSet_.storage().expel(static_cast<Record&>(*this));
+      }
+      leave(*oifSet_);
+   }
 
    // Passes the record to its programmer; does nothing after the programmer's end.
    void cleanUpBySwitch() {
@@ -96,6 +105,9 @@ class OifSetRecord : public Qor::Entity<Record, MrouteLib::MtableOifSet>,
    }
 
  private:
+   template <class, class>
+   friend class InUseRecords;
+
    void zeroReferencesIs(bool) override {
       this->template notify<&Record::Notifiee::onZeroReferences>();
       if (this->hasNotifiees()) return;
@@ -110,14 +122,12 @@ class OifSetRecord : public Qor::Entity<Record, MrouteLib::MtableOifSet>,
    bool heldByNotifiees() const override { return this->hasNotifiees(); }
 
    MrouteLib::OifSetPtr const oifSet_;
-   Qor::U32 queuePlace_ = 0;
+   RecordName<Record> const name_;
    bool const toCpu_;
 };
 
 // All living records of one programmer, found through the record chains of the oif sets
 // (MrouteLib::OifSetCarrier). A look-up here returns a named record only while the record lives.
-// Each record also has the mark of being the one in inUseOifSet, so that the most frequent look-up
-// needs no table.
 template <class Record, class Switch>
 class LivingRecords {
    using Carrier = MrouteLib::OifSetCarrier;
@@ -132,33 +142,28 @@ class LivingRecords {
       return owner_;
    }
 
-   // Returns the record that inUseOifSet names for this oif set if the record lives, else null.
-   RecordPtr inUse(OifSetPtr const& oifSet) const {
-      for (auto* c = first(oifSet); c; c = next(c)) {
-         if (c->inUse()) return static_cast<Record*>(c);
+   // Returns the newest living record of this oif set that satisfies wanted(record); null without
+   // such a record.
+   template <class Wanted>
+   Record* find(OifSetPtr const& oifSet, Wanted const& wanted) const {
+      for (Carrier* c = oifSet ? Carrier::firstOf(*oifSet) : nullptr; c; c = c->next()) {
+         if (c->programmer() != owner_.get()) continue;
+         auto* const record = static_cast<Record*>(c);
+         if (wanted(*record)) return record;
       }
       return nullptr;
    }
-   // Marks the record that inUseOifSet is about to name, and clears the marks of the set's other
-   // records. inUseOifSet changes afterwards, so that its reactors read the new mark.
-   void inUseIs(OifSetPtr const& oifSet, RecordName<Record> named) {
-      for (auto* c = first(oifSet); c; c = next(c))
-         c->inUseIs(c->serial() == named.serial());
-   }
-
    // Returns the named record of this oif set if the record lives, else null.
-   RecordPtr find(OifSetPtr const& oifSet, RecordName<Record> named) const {
-      if (!named) return nullptr;
-      for (auto* c = first(oifSet); c; c = next(c)) {
-         if (c->serial() == named.serial()) return static_cast<Record*>(c);
-      }
-      return nullptr;
+   Record* find(OifSetPtr const& oifSet, RecordName<Record> named) const {
+      return find(oifSet, [&](Record const& record) { return record.recordName() == named; });
    }
    // Returns all living records of this oif set, the newest first.
    std::vector<RecordPtr> all(OifSetPtr const& oifSet) const {
       std::vector<RecordPtr> found;
-      for (auto* c = first(oifSet); c; c = next(c))
-         found.emplace_back(static_cast<Record*>(c));
+      find(oifSet, [&](Record& record) {
+         found.emplace_back(&record);
+         return false;
+      });
       return found;
    }
 
@@ -166,17 +171,6 @@ class LivingRecords {
    void releaseAll() { owner_->mrouteSwitch = nullptr; }
 
  private:
-   // Step through the chain of the set, and skip the records of other programmers.
-   Carrier* first(OifSetPtr const& oifSet) const {
-      return oifSet ? own(Carrier::firstOf(*oifSet)) : nullptr;
-   }
-   Carrier* next(Carrier const* carrier) const { return own(carrier->next()); }
-   Carrier* own(Carrier* carrier) const {
-      while (carrier && carrier->programmer() != owner_.get())
-         carrier = carrier->next();
-      return carrier;
-   }
-
    Qor::Ptr<RecordOwner<Switch>> const owner_ = Qor::make<RecordOwner<Switch>>();
 };
 

@@ -12,6 +12,7 @@
 
 #include "Qor/Collection.h"
 #include "Qor/QueueMap.h"
+#include "Vel/VelInUseRecords.h"
 #include "Vel/VelOifSetRecord.h"
 
 namespace Vel {
@@ -48,8 +49,8 @@ class OifSetTables : public Qor::Entity<Switch, Base> {
    using RecordPtr = Qor::Ptr<Record>;
    using NamedRecord = RecordName<Record>;
    using RecordMap = Qor::HashMap<OifSetPtr, NamedRecord>;
-   using InUseOifSetColl =
-         Qor::Collection<RecordMap, &Told::onInUseOifSet, &Told::onInUseOifSetImmediate>;
+   using InUseOifSetColl = Qor::Collection<InUseRecords<Record, Switch>, &Told::onInUseOifSet,
+                                           &Told::onInUseOifSetImmediate>;
    using ZombieOifSetColl = Qor::Collection<Qor::QueueMap<ZombieKey, RecordPtr>,
                                             &Told::onZombieOifSet, &Told::onZombieOifSetImmediate>;
    using FrrMtableOifSetColl =
@@ -60,7 +61,7 @@ class OifSetTables : public Qor::Entity<Switch, Base> {
    // Returns the record that one of the collections names under `oifSet` if the record lives, else
    // null.
    RecordPtr record(OifSetPtr const& oifSet, NamedRecord named) const {
-      return livingRecords_.find(oifSet, named);
+      return named ? livingRecords_.find(oifSet, named) : nullptr;
    }
    // Returns all living records that carry `oifSet`, the newest first. A set has more than one if a
    // dirty or a non-reusable record has been replaced while routes still used the record.
@@ -69,28 +70,17 @@ class OifSetTables : public Qor::Entity<Switch, Base> {
    }
    // Returns the record that inUseOifSet names under `oifSet`, zombies included, if the record
    // lives; else null.
-   RecordPtr inUseRecord(OifSetPtr const& oifSet) const { return livingRecords_.inUse(oifSet); }
+   RecordPtr inUseRecord(OifSetPtr const& oifSet) const { return inUseOifSet().record(oifSet); }
 
    // Names the latest record of each oif set, zombies included; holds no record.
-   RecordMap const& inUseOifSet() const { return inUseOifSet_.map(); }
+   typename InUseOifSetColl::Map const& inUseOifSet() const { return inUseOifSet_.map(); }
    NamedRecord inUseOifSet(OifSetPtr const& s) const { return inUseOifSet_.value(s); }
-   void inUseOifSetIs(OifSetPtr s, NamedRecord v) {
-      livingRecords_.inUseIs(s, v);
-      inUseOifSet_.is(self(), s, v);
-   }
-   void inUseOifSetDel(OifSetPtr s) {
-      livingRecords_.inUseIs(s, nullptr);
-      inUseOifSet_.del(self(), s);
-   }
+   void inUseOifSetIs(OifSetPtr s, NamedRecord v) { inUseOifSet_.is(self(), s, v); }
+   void inUseOifSetDel(OifSetPtr s) { inUseOifSet_.del(self(), s); }
    typename InUseOifSetColl::Iterator inUseOifSetDel(typename InUseOifSetColl::Iterator it) {
-      livingRecords_.inUseIs(it->first, nullptr);
       return inUseOifSet_.del(self(), it);
    }
-   void inUseOifSetDelAll() {
-      for (auto const& [oifSet, named] : inUseOifSet())
-         livingRecords_.inUseIs(oifSet, nullptr);
-      inUseOifSet_.delAll(self());
-   }
+   void inUseOifSetDelAll() { inUseOifSet_.delAll(self()); }
    void inUseOifSetNotify(OifSetPtr s) { inUseOifSet_.notify(self(), s); }
 
    // The zombies in the order of their expiry. An entry holds its record; its removal may free the
@@ -174,7 +164,7 @@ class OifSetTables : public Qor::Entity<Switch, Base> {
    Switch& self() { return static_cast<Switch&>(*this); }
 
    LivingRecords<Record, Switch> livingRecords_;
-   InUseOifSetColl inUseOifSet_;
+   InUseOifSetColl inUseOifSet_{InUseRecords<Record, Switch>(&livingRecords_)};
    ZombieOifSetColl zombieOifSet_;
    FrrMtableOifSetColl frrMtableOifSet_;
    FrrProcessingOifSetColl frrProcessingOifSet_;

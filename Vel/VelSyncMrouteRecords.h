@@ -14,6 +14,7 @@
 #pragma once
 
 #include "MrouteLib/RouteHandle.h"
+#include "Qor/NumberMap.h"
 #include "Qor/Pool.h"
 #include "Vel/VelOifSetRecord.h"
 #include "Vel/VelSyncMrouteKeys.h"
@@ -102,12 +103,13 @@ class QOR_PUBLIC Route final : public Qor::Entity<Route>, public Qor::Pooled {
 
    Route(MrouteLib::RouteHandle handle, IpGenRouteKey const& key,
          Bridging::VlanIdOrNone acceptingVlanId)
-         : handle_(handle), acceptingVlanId_(acceptingVlanId), key_(key) {}
+         : handle_(handle), keyVlanId_(key, acceptingVlanId) {}
 
    MrouteLib::RouteHandle handle() const { return handle_; }
-   IpGenRouteKey const& key() const { return key_; }
+   IpGenRouteKey const& key() const { return keyVlanId_.route(); }
    // The vlan is none for a no-RPF route, which accepts packets from every vlan.
-   Bridging::VlanIdOrNone acceptingVlanId() const { return acceptingVlanId_; }
+   Bridging::VlanIdOrNone acceptingVlanId() const { return keyVlanId_.vlan(); }
+   RouteKeyVlanId const& keyVlanId() const { return keyVlanId_; }
 
    // True if the entry drops the packets that match.
    bool fastdrop() const { return fastdrop_; }
@@ -131,16 +133,63 @@ class QOR_PUBLIC Route final : public Qor::Entity<Route>, public Qor::Pooled {
  private:
    ~Route() override;
 
-   // The members that a change of the route reads come first, so that they share a cache line.
+   friend class RoutesByKey;
+
+   // The members that a change or a deletion of the route reads come first, so that they share a
+   // cache line.
    Qor::Ptr<MtableOifSet> mtableOifSet_;
    MrouteLib::RouteHandle const handle_;
    Qor::U16 rpaId_ = 0;
    Qor::U16 vrfId_ = 0;
-   Bridging::VlanIdOrNone const acceptingVlanId_;
+   Qor::U32 keyHash_ = 0;
+   bool indexed_ = false;  // routeKeyToHandle of the switch has the pair of this key and handle
    bool fastdrop_ = false;
    bool noAge_ = false;
    bool vxlan_ = false;
-   IpGenRouteKey const key_;
+   RouteKeyVlanId const keyVlanId_;
+};
+
+// The routes of a switch as the records of its routeKeyToHandle (Qor/RecordIndex.h), so that this
+// collection needs no memory of its own for a route.
+class RoutesByKey {
+ public:
+   using Key = RouteKeyVlanId;
+   using Number = MrouteLib::RouteHandle;
+   using Record = Route;
+   using Map = Qor::NumberMap<MrouteLib::RouteHandle, Qor::Ptr<Route>>;
+
+   explicit RoutesByKey(Map const* routes) : routes_(routes) {}
+   static RouteKeyVlanId const& keyOf(Route const& route) { return route.keyVlanId_; }
+   static MrouteLib::RouteHandle const& numberOf(Route const& route) { return route.handle_; }
+   static Qor::U32 hashOf(Route const& route) { return route.keyHash_; }
+   Route* marked(Qor::U32 handle) const {
+      auto const* const entry = routes_->find(MrouteLib::RouteHandle(handle));
+      return entry && entry->second->indexed_ ? entry->second.get() : nullptr;
+   }
+   Route* markedAtLeast(Qor::U64 handle) const {
+      if (handle > Qor::U32(-1)) return nullptr;
+      auto at = routes_->lowerBound(MrouteLib::RouteHandle(static_cast<Qor::U32>(handle)));
+      while (at != routes_->end() && !at->second->indexed_)
+         ++at;
+      return at == routes_->end() ? nullptr : at->second.get();
+   }
+   bool mark(RouteKeyVlanId const& key, MrouteLib::RouteHandle handle, Qor::U32 hash) {
+      auto const* const entry = routes_->find(handle);
+      if (!entry || entry->second->indexed_ || !(entry->second->keyVlanId_ == key)) return false;
+      entry->second->indexed_ = true;
+      entry->second->keyHash_ = hash;
+      return true;
+   }
+   template <class Goes>
+   bool unmark(Qor::U32 handle, Goes const& goes) {
+      Route* const route = marked(handle);
+      if (!route || !goes(*route)) return false;
+      route->indexed_ = false;
+      return true;
+   }
+
+ private:
+   Map const* routes_;
 };
 
 QOR_PUBLIC Qor::ValidPtr<Route> routeFactory(MrouteLib::RouteHandle handle,

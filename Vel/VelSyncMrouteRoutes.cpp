@@ -28,11 +28,8 @@ Qor::U32 indexOf(MtableOifSet const* record) {
 
 MrouteSwitch::RoutePtr MrouteSwitch::routeIs(RouteHandle handle, IpGenRouteKey key,
                                              VlanIdOrNone acceptingVlanId) {
-   RoutePtr const r = route_.instantiate(*this, handle, [&] {
-      RouteKeyVlanId routeKey(key, acceptingVlanId);
-      handleToRouteKey_.assign(handle, routeKey);
-      return routeFactory(handle, key, acceptingVlanId);
-   });
+   RoutePtr r = route(handle);
+   if (!r) return makeRoute(handle, key, acceptingVlanId);
    if (r->key() != key) Qor::throwReinstantiation("key", r->key().strep());
    if (r->acceptingVlanId() != acceptingVlanId) {
       Qor::throwReinstantiation("acceptingVlanId", r->acceptingVlanId().strep());
@@ -40,17 +37,26 @@ MrouteSwitch::RoutePtr MrouteSwitch::routeIs(RouteHandle handle, IpGenRouteKey k
    return r;
 }
 
+// Makes the route of a handle that has none.
+MrouteSwitch::RoutePtr MrouteSwitch::makeRoute(RouteHandle handle, IpGenRouteKey const& key,
+                                               VlanIdOrNone acceptingVlanId) {
+   RoutePtr r = routeFactory(handle, key, acceptingVlanId);
+   route_.is(*this, handle, r);
+   return r;
+}
+
 // The removed route may be the last user of its record, and the switch must live to free that
 // record.
 void MrouteSwitch::routeDel(RouteHandle handle) {
    auto const self = hold();
-   handleToRouteKey_.take(handle);
+   keepPair(handle);
    route_.del(*this, handle);
 }
 
 void MrouteSwitch::routeDelAll() {
    auto const self = hold();
-   handleToRouteKey_.takeAll();
+   for (auto const& [handle, r] : route())
+      keepPair(handle);
    route_.delAll(*this);
 }
 
@@ -141,8 +147,13 @@ void MrouteSwitch::allocateRoute(IpGenRouteKey const& key, VlanIdOrNone acceptin
       routeHandleIs(handle);
       return;
    }
-   if (route().find(handle)) takeHandle(handle, key, acceptingVlanId);
-   RoutePtr const mroute = routeIs(handle, key, acceptingVlanId);
+   RoutePtr mroute;
+   if (!route().find(handle)) {
+      mroute = makeRoute(handle, key, acceptingVlanId);
+   } else {
+      takeHandle(handle, key, acceptingVlanId);
+      mroute = routeIs(handle, key, acceptingVlanId);
+   }
    routeKeyToHandleIs(RouteKeyVlanId(key, acceptingVlanId), handle);
    mroute->fastdropIs(fastDrop);
    mroute->vrfIdIs(vrfId);
@@ -157,7 +168,7 @@ void MrouteSwitch::allocateRoute(IpGenRouteKey const& key, VlanIdOrNone acceptin
 void MrouteSwitch::takeHandle(RouteHandle handle, IpGenRouteKey const& key,
                               VlanIdOrNone acceptingVlanId) {
    if (noopAgent()) {
-      RouteKeyVlanId const before = handleToRouteKey_.find(handle)->second;
+      RouteKeyVlanId const before = route(handle)->keyVlanId();
       if (before == RouteKeyVlanId(key, acceptingVlanId)) return;
       routeKeyToHandleDel(before);
       routeDel(handle);
@@ -196,16 +207,12 @@ void MrouteSwitch::doSetMtableOifSet(RouteHandle handle, MrouteLib::MtableOifSet
 
 void MrouteSwitch::doDeleteRoute(RouteHandle handle) {
    if (!initialized_) return;
-   // The key and the route are far apart in memory, and both are fetched in parallel.
-   auto const* const routeKey = handleToRouteKey_.find(handle);
-   __builtin_prefetch(routeKey);
    if (RoutePtr const mroute = route(handle)) {
       VEL_TRACE(2, "doDeleteRoute"
                          << ", vrfId: " << mroute->vrfId() << ", Route: " << handle << ' '
                          << mroute->key());
-      RouteKeyVlanId const key = routeKey->second;
       mrouteHelper_->doDeleteMroute(switchId(), mroute->vrfId(), handle, mroute);
-      routeKeyToHandle_.del(*this, key, handle);
+      routeKeyToHandle_.del(*this, mroute->keyVlanId(), handle);
       VEL_TRACE(2, "doDeleteRoute"
                          << ", Route: " << handle
                          << ", oifSetIndex: " << indexOf(mroute->mtableOifSet().get()));

@@ -79,7 +79,7 @@
 #pragma once
 
 #include "Ip/Status.h"
-#include "Qor/RecordTable.h"
+#include "Qor/RecordIndex.h"
 #include "Routing/Multicast/Fib/Hardware/Status.h"
 #include "Vel/L3Status.h"
 #include "Vel/VelCommonSmData.h"
@@ -128,9 +128,9 @@ class QOR_PUBLIC MrouteSwitch final
                                      &Notifiee::onRouteImmediate>;
    using BoundaryColl = Qor::Collection<Qor::NumberMap<RouteHandle, BoundaryPtr>,
                                         &Notifiee::onBoundary, &Notifiee::onBoundaryImmediate>;
-   using RouteKeys = Qor::RecordTable<RouteKeyVlanId, RouteHandle>;
-   using RouteKeyToHandleColl = Qor::Collection<RouteKeys::Forward, &Notifiee::onRouteKeyToHandle,
-                                                &Notifiee::onRouteKeyToHandleImmediate>;
+   using RouteKeyToHandleColl =
+         Qor::Collection<Qor::RecordIndex<RoutesByKey>, &Notifiee::onRouteKeyToHandle,
+                         &Notifiee::onRouteKeyToHandleImmediate>;
 
    static constexpr Qor::U32 invalidOifSetIndex() {
       return VelHelper::MrouteSmHelper::invalidOifSetIndex;
@@ -227,7 +227,7 @@ class QOR_PUBLIC MrouteSwitch final
    RoutePtr routeIs(RouteHandle handle, IpGenRouteKey key, Bridging::VlanIdOrNone acceptingVlanId);
    void routeDel(RouteHandle handle);
    RouteColl::Iterator routeDel(RouteColl::Iterator it) {
-      handleToRouteKey_.take(it->first);
+      keepPair(it->first);
       return route_.del(*this, it);
    }
    void routeDelAll();
@@ -274,6 +274,12 @@ class QOR_PUBLIC MrouteSwitch final
                       Qor::U16 vrfId);
    void takeHandle(RouteHandle handle, IpGenRouteKey const& key,
                    Bridging::VlanIdOrNone acceptingVlanId);
+   RoutePtr makeRoute(RouteHandle handle, IpGenRouteKey const& key,
+                      Bridging::VlanIdOrNone acceptingVlanId);
+   // Takes the pair of routeKeyToHandle out of the route, which leaves the switch.
+   void keepPair(RouteHandle handle) {
+      routeKeyToHandle_.storage().expel(handle, [](RouteKeyVlanId const&) { return true; });
+   }
 
    Qor::Ptr<VelCommonSmData> const acsd_;
    Qor::Ptr<L3Status> const l3Status_;
@@ -287,9 +293,7 @@ class QOR_PUBLIC MrouteSwitch final
    OifSetIndexColl oifSetIndexColl_;
    RouteColl route_;
    BoundaryColl boundary_;
-   RouteKeys routeKeys_;
-   RouteKeys::Backward handleToRouteKey_{&routeKeys_};  // follows route_
-   RouteKeyToHandleColl routeKeyToHandle_{RouteKeys::Forward(&routeKeys_)};
+   RouteKeyToHandleColl routeKeyToHandle_{Qor::RecordIndex(RoutesByKey(&route_.map()))};
 };
 
 QOR_PUBLIC Qor::Ptr<MrouteSwitch> mrouteSwitchFactory(

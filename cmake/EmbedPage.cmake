@@ -1,7 +1,7 @@
-# Makes one page of page.html, page.css and page.js, and a C++ source with its text.
+# Makes one page of page.html, page.css and the scripts, and a C++ source with its text.
 # usage: cmake -D DIRECTORY=... -D OUT=FILE.cpp -P EmbedPage.cmake
-# page.html names the style and the script as files and states their places in its policy; the page
-# has both inline, and their hashes in the policy. The text "{}" of the element of the data divides
+# page.html names the style and the scripts as files and states their places in its policy; the page
+# has all inline, and their hashes in the policy. The text "{}" of the element of the data divides
 # the page.
 
 # Sets `result` to the source of a policy for this text: "'sha256-BASE64'".
@@ -48,14 +48,19 @@ endfunction()
 
 file(READ ${DIRECTORY}/page.html page)
 file(READ ${DIRECTORY}/page.css style)
-file(READ ${DIRECTORY}/page.js script)
 hash_source("${style}" style_source)
-hash_source("${script}" script_source)
+set(script_sources "")
+foreach(name charts.js page.js)
+   file(READ ${DIRECTORY}/${name} script)
+   hash_source("${script}" script_source)
+   list(APPEND script_sources ${script_source})
+   replace_once(page "<script src=\"${name}\"></script>" "<script>${script}</script>")
+endforeach()
+list(JOIN script_sources " " script_sources)
 
 replace_once(page "<link rel=\"stylesheet\" href=\"page.css\">" "<style>${style}</style>")
-replace_once(page "<script src=\"page.js\"></script>" "<script>${script}</script>")
 replace_once(page "style-src 'self'" "style-src ${style_source}")
-replace_once(page "script-src 'self'" "script-src ${script_source}")
+replace_once(page "script-src 'self'" "script-src ${script_sources}")
 if(NOT page MATCHES "http-equiv=\"Content-Security-Policy\" content=\"([^\"]*)\"")
    message(FATAL_ERROR "page.html has no policy")
 endif()

@@ -16,6 +16,7 @@
 #pragma once
 
 #include <functional>
+#include <limits>
 #include <map>
 #include <optional>
 #include <vector>
@@ -82,6 +83,8 @@ class Shadow final {
       auto const found = deletedEntries_.find(handle.value());
       return found == deletedEntries_.end() ? nullptr : &found->second;
    }
+   // The time of the latest change; minus infinity before the first one.
+   Qor::Seconds changedAt() const { return changedAt_; }
    // The last call that touched the set or entry, live or deleted; null if no call ever has.
    HookCall const* lastCallOfSet(Qor::U32 index) const;
    HookCall const* lastCallOfEntry(RouteHandle handle) const;
@@ -160,17 +163,20 @@ class Shadow final {
    void enter(Qor::U32 handle, Slot& slot);
    void leave(Slot& slot);
    void count(Entry const& entry, int change);
-   void notify(HookWrite::Action action, Qor::U32 index, HookCall const& call) const {
+   void notify(HookWrite::Action action, Qor::U32 index, HookCall const& call) {
+      changedAt_ = call.time;
       if (observer_) observer_->wrote({call, action, index});
    }
    void notify(HookWrite::Action action, Qor::U32 handle, Entry const& entry,
-               std::optional<Qor::U32> before = {}) const {
+               std::optional<Qor::U32> before = {}) {
+      changedAt_ = entry.lastCall.time;
       if (!observer_) return;
       observer_->wrote(
             {entry.lastCall, action, handle, entry.vrfId, &entry.key, entry.set, before});
    }
 
    HookObserver* observer_ = nullptr;
+   Qor::Seconds changedAt_ = -std::numeric_limits<Qor::Seconds>::infinity();
    std::map<Qor::U32, Set> sets_;
    std::map<Qor::U32, Slot> entries_;
    std::map<Qor::U32, Set> deletedSets_;

@@ -29,7 +29,7 @@ namespace VelMroute {
 
 // The number of the binary interface between programs and modules: this description, the platform's
 // classes and the hook classes. It grows with each change of their sizes and virtual functions.
-inline constexpr std::uint32_t moduleAbi = 2;
+inline constexpr std::uint32_t moduleAbi = 3;
 
 }  // namespace VelMroute
 

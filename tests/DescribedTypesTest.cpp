@@ -405,29 +405,6 @@ TEST_F(DescribedTypes, EachCollectionIsChangedAloneAndNotifiesOnce) {
    });
 }
 
-TEST_F(DescribedTypes, TheEndOfTheLibrarysObjectsEmptiesTheirCollections) {
-   unsigned collections = 0;
-   for (Type const* const type : Qor::types()) {
-      if (type->module() != "VelMroute" || type->collections().empty()) continue;
-      SCOPED_TRACE(type->name());
-      Generic object = ::object(type->name(), 0);
-      std::vector<std::vector<Generic>> arguments;
-      for (Qor::TypeCollection const& c : type->collections()) {
-         if (c.handler.empty()) continue;
-         arguments.push_back(argumentsFor(*type, c, 0));
-         insert(object, c, arguments.back(), 0);
-      }
-      auto const following = follow(object);
-      object = Generic();
-      for (Qor::TypeCollection const& c : type->collections()) {
-         if (c.handler.empty()) continue;
-         EXPECT_EQ(std::ranges::count(notified_, c.name), 1) << c.name;
-         ++collections;
-      }
-   }
-   EXPECT_EQ(collections, 23u);
-}
-
 // An attribute that can be set starts as zero, empty or the first of its enumeration, but for these.
 TEST_F(DescribedTypes, NewObjectsHaveTheirDefaults) {
    std::set<std::string> const zero = {"False",    "0",       "0.0",      "''",

@@ -173,10 +173,12 @@ TEST(Shadow, AnEntryBehindAnotherOneShowsWhenThatOneGoes) {
    shadow.setMade(0xFFFFFFF1, set, false, call);
    shadow.entryMade(first, entry);
    shadow.entryMade(second, entry);
-   shadow.entryPointed(second, 0xFFFFFFF1, {"doSetMtableOifSet", 2, 0.5});
+   shadow.entryPointed(second, 0xFFFFFFF1, {"doSetMtableOifSet", 2, 0.6});
+   EXPECT_EQ(shadow.changedAt(), 0.6);
    Packet const packet{0, entry.key.source().address(), entry.key.group().address(), {}};
    EXPECT_EQ(shadow.forward(packet).result, Forwarding::notPointed);
-   shadow.entryDeleted(first, {"doDeleteRoute", 3, 0.5});
+   shadow.entryDeleted(first, {"doDeleteRoute", 3, 0.7});
+   EXPECT_EQ(shadow.changedAt(), 0.7);
    EXPECT_EQ(shadow.forward(packet).result, Forwarding::forwarded);
    EXPECT_EQ(shadow.forward(packet).entry, 7u);
    EXPECT_EQ(shadow.lastCallOfEntry(first)->number, 3u);

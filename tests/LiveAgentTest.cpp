@@ -510,8 +510,14 @@ TEST_F(LiveAgentOnFakes, ReroutesAFailedInterfaceAndRestoresIt) {
    kernel_.routes = {{key(1), to({2})}, {key(2), to({2, 3})}};
    Lines const normal{"1: rtr1 > rtr2", "2: rtr1 > rtr2 rtr3"};
    Lines const rerouted{"1: rtr1 > rtr3", "2: rtr1 > rtr3"};
-   start("reroute rtr2 rtr3\n");
+   start("reroute rtr2 rtr3\nreroute rtr3 rtr1\n");
    EXPECT_EQ(forwarding(), normal);
+   // The input is no backup.
+   portUp("p3", false);
+   wait(1);
+   portUp("p3", true);
+   EXPECT_EQ(forwarding(), normal);
+   Qor::U64 const reroutes = agent_->numbers().reroutes;
    for (unsigned failure = 1; failure <= 2; ++failure) {
       writes();
       portUp("p2", false);
@@ -519,7 +525,7 @@ TEST_F(LiveAgentOnFakes, ReroutesAFailedInterfaceAndRestoresIt) {
       EXPECT_EQ(forwarding(), rerouted);
       EXPECT_EQ(peer_.count("modify group 12"), 2u);
       EXPECT_EQ(peer_.count("add"), 0u);
-      EXPECT_EQ(agent_->numbers().reroutes, 2 * failure - 1);
+      EXPECT_EQ(agent_->numbers().reroutes, reroutes + 3 * failure - 2);
       // The hold time counts from the latest return of the link.
       portUp("p2", true);
       wait(2);
@@ -530,7 +536,12 @@ TEST_F(LiveAgentOnFakes, ReroutesAFailedInterfaceAndRestoresIt) {
       EXPECT_EQ(forwarding(), rerouted);
       wait(1);
       EXPECT_EQ(forwarding(), normal);
-      wait(2);
+      // The routes have no backup in the first second, and one more failure finds them so.
+      portUp("p2", false);
+      wait(0.1);
+      EXPECT_EQ(forwarding(), rerouted);
+      portUp("p2", true);
+      wait(5);
       EXPECT_EQ(forwarding(), normal);
    }
 }
@@ -708,6 +719,8 @@ TEST_F(LiveAgentOnFakes, AnswersQuestionsAndRefusesChanges) {
       EXPECT_EQ(answerTo(*agent_, "complete " + line, false).text, words) << line;
    wait(0.2);
    EXPECT_EQ(writes(), Lines());
+   EXPECT_TRUE(answerTo(*agent_, "explain 10.0.0.9,239.0.0.1", false)
+                     .text.starts_with("(10.0.0.9, 239.0.0.1) in VRF default: offloaded; packets"));
    // The report has both routes, sorted by VRF, and the reason of the one that the CPU keeps.
    auto const report = liveReport(*agent_, nullptr);
    auto const textOf = [&](char const* column, std::size_t i) {

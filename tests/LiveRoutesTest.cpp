@@ -260,47 +260,6 @@ TEST_F(LiveRoutesOnChip, HideTheRouteOfTheLaterTable) {
    EXPECT_EQ(std::as_const(switch_).programmer().routes(), 0u);
 }
 
-TEST_F(LiveRoutesOnChip, TakeTheBackupUntilTheyAreRestored) {
-   // The backup of rtr2 is the input, which is no backup.
-   routes_.reroutesAre({{IntfId("rtr2"), IntfId("rtr1")}, {IntfId("rtr3"), IntfId("rtr4")}});
-   routes_.routeIs(key(10), routeOf(1, {2, 3}));
-   EXPECT_EQ(outputsOf("rtr1"), "rtr2 rtr3 ");
-   auto const linkIs = [&](bool up) {
-      switch_.linkIs(IntfId("rtr3"),
-                     up ? Interface::IntfOperStatus::up : Interface::IntfOperStatus::down);
-      if (!up) routes_.failed(IntfId("rtr3"));
-   };
-   routes_.failed(IntfId("rtr2"));
-   routes_.decideAll();
-   EXPECT_EQ(outputsOf("rtr1"), "rtr2 rtr3 ");
-   for (int failure = 0; failure < 2; ++failure) {
-      SCOPED_TRACE(failure);
-      linkIs(false);
-      EXPECT_EQ(outputsOf("rtr1"), "rtr2 rtr4 ");
-      // The group keeps the backup until the owner restores it.
-      linkIs(true);
-      routes_.restore(IntfId("rtr1"), false);
-      EXPECT_EQ(outputsOf("rtr1"), "rtr2 rtr4 ");
-      for (bool const again : {false, true}) {
-         routes_.restore(IntfId("rtr3"), again);
-         EXPECT_EQ(outputsOf("rtr1"), "rtr2 rtr3 ");
-      }
-   }
-   // A failure in the time without protection, and a route that is placed behind the failure.
-   linkIs(false);
-   linkIs(true);
-   routes_.restore(IntfId("rtr3"), false);
-   EXPECT_EQ(outputsOf("rtr1"), "rtr2 rtr3 ");
-   linkIs(false);
-   EXPECT_EQ(outputsOf("rtr1"), "rtr2 rtr4 ");
-   routes_.restore(IntfId("rtr3"), true);
-   routes_.routeIs(key(10), routeOf(1, {3}));
-   EXPECT_EQ(outputsOf("rtr1"), "rtr4 ");
-   routes_.reroutesAre({});
-   routes_.decideAll();
-   EXPECT_EQ(outputsOf("rtr1"), "");
-}
-
 // ---- Keep-alives. ----
 
 std::string hexOf(std::span<Qor::U8 const> bytes) {

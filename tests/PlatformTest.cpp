@@ -1,5 +1,5 @@
-// A programmer over a chip that is known through platform/Platform.h alone, on both paths: packets,
-// reading back, faults, and a restart.
+// A programmer over a chip that is known through platform/Platform.h alone, on both paths: restarts and
+// ends. KitTest.cpp has its packets, faults and readings.
 #include "ProgrammerBench.h"
 #include "platform/sim/SimPlatform.h"
 
@@ -81,31 +81,6 @@ class OnAPlatform : public testing::TestWithParam<bool> {
 
 INSTANTIATE_TEST_SUITE_P(Paths, OnAPlatform, testing::Bool(),
                          [](auto const& path) { return path.param ? "sync" : "async"; });
-
-TEST_P(OnAPlatform, WishesArePacketsAndReadBackAlikeAlsoAfterFaults) {
-   EXPECT_EQ(probe().ports().size(), 6u);
-   platform_->faults()->failNext(WriteKind::groupCreate, "planned");
-   platform_->faults()->failNext(GetParam() ? WriteKind::routeCreate : WriteKind::routePoint,
-                                 "planned");
-   want(1, {et(2), et(3)});
-   want(2, {et(2), et(3)});
-   want(3, {});
-   settle();
-   EXPECT_EQ(sent(1) + "; " + sent(2) + "; " + sent(3), "et2 et3; et2 et3; ");
-   auto const status = *programmer_->route(vrf_, testSupport::key(1));
-   auto const entry = view().entry(status.handle);
-   ASSERT_TRUE(entry && entry->group);
-   EXPECT_EQ(entry->route.key, testSupport::key(1));
-   EXPECT_EQ(entry->packets, 1u);
-   EXPECT_EQ(entry->group, view().groupOf(*status.group));
-   EXPECT_EQ(view().group(*entry->group)->members.size(), 2u);
-   unsigned entries = 0;
-   view().forEachEntry([&](View::Entry const&) { ++entries; });
-   EXPECT_EQ(entries, 3u);
-   EXPECT_TRUE(probe().linkIs(et(2), false));
-   EXPECT_EQ(view().linkUp(et(2)), false);
-   EXPECT_EQ(sent(1), "et3");
-}
 
 TEST_P(OnAPlatform, ANewAgentAdoptsWhatIsNamedReroutesAndSweepsTheRest) {
    want(1, {et(2)});

@@ -1,5 +1,5 @@
-// The asynchronous platform of the simulated chip: the write queue on virtual time, allocations and
-// injected faults.
+// The asynchronous platform of the simulated chip: the write queue on virtual time, and allocations.
+// KitTest.cpp has its blocking transactions and failed writes.
 #include <functional>
 #include <memory>
 
@@ -10,11 +10,8 @@ namespace {
 
 using Hux::XactPtr;
 using MrouteLib::RouteHandle;
-using Routing::Multicast::Fib::RouteKeyType;
 using Sim::AsyncPlatform;
 using Sim::WriteKind;
-using State = Hux::Xact::State;
-using VelHelper::MrouteXactType;
 using namespace testSupport;
 
 constexpr Qor::U32 noId = AsyncPlatform::invalidMulticastId;
@@ -50,9 +47,6 @@ class SimPlatform : public OnSimulatedChip {
       return platform_->doGetXactForIngress(handle);
    }
    XactPtr groupXact(Qor::U32 id) { return platform_->doGetXactForOifSet(id); }
-   std::string reason(XactPtr const& xact) {
-      return platform_->doGetXactFailureReason(xact, MrouteXactType::oifSet);
-   }
    void drain() { time_->runUntil(Qor::never); }
    void expectSound() { EXPECT_EQ(platform_->audit(), Lines()); }
 
@@ -100,49 +94,6 @@ TEST_F(SimPlatform, NoWriteCompletesInsideItsCallAndATurnCompletesUpToAThousandW
       EXPECT_EQ(platform_->queue()->succeeded(), expected);
    }
    EXPECT_EQ(time_->now(), 0);
-}
-
-TEST_F(SimPlatform, ABlockingTransactionOfAnotherOwnerHoldsUpItsWriteAndAllLaterWrites) {
-   auto const foreign = Qor::make<Hux::Xact>();
-   Qor::U32 const a = group({"et1"});
-   Qor::U32 const b = group({"et2"}, foreign);
-   Qor::U32 const c = group({"et3"}, groupXact(a));  // blocked by an earlier write of the queue
-   time_->runUntil(10);
-   EXPECT_EQ(groupXact(a)->state(), State::succeeded);
-   EXPECT_TRUE(groupXact(b)->pending());
-   EXPECT_TRUE(groupXact(c)->pending());
-   foreign->stateIs(State::failed);
-   EXPECT_TRUE(groupXact(b)->pending());
-   drain();
-   EXPECT_EQ(groupXact(c)->state(), State::succeeded);
-   EXPECT_EQ(time_->now(), 10);
-   expectSound();
-}
-
-TEST_F(SimPlatform, AWriteThatDependsOnAFailedWriteFailsAndDoesNotReachTheChip) {
-   platform_->faults().failNext(WriteKind::groupCreate, "replication memory parity error");
-   platform_->faults().failNext(WriteKind::routeCreate, "TCAM parity error");
-   Qor::U32 const bad = group({"et1"});
-   Qor::U32 const good = group({"et2"});
-   RouteHandle const badRoute = route(1);
-   RouteHandle const goodRoute = route(2);
-   XactPtr const badGroupXact = groupXact(bad);
-   XactPtr const noEntry = point(badRoute, good);
-   XactPtr const fine = point(goodRoute, good);
-   XactPtr const noSuchGroup = point(goodRoute, bad);
-   platform_->doDeleteRoute(badRoute);
-   drain();
-   EXPECT_EQ(reason(badGroupXact), "replication memory parity error");
-   EXPECT_EQ(reason(noEntry), "route entry not created: TCAM parity error");
-   EXPECT_EQ(reason(noSuchGroup), "multicast group 0 not created");
-   EXPECT_EQ(fine->state(), State::succeeded);
-   EXPECT_EQ(receivers(1) + ' ' + receivers(2), "noRoute et2");
-   // A rewrite creates a group whose creation failed.
-   platform_->doUpdateMulticastGroupInPlace(set({"et1", "et3"}), bad);
-   point(goodRoute, bad);
-   drain();
-   EXPECT_EQ(receivers(2), "et1 et3");
-   expectSound();
 }
 
 TEST_F(SimPlatform, ANewRouteHasNoHitTimeOfAnEarlierRouteWithTheSameHandle) {

@@ -115,14 +115,7 @@ class Explainer::Tables {
    bool isStale() const {
       Qor::Seconds const asOf = switch_.view().asOf();
       if (!shadow_ || switch_.recovering() || asOf >= Qor::now()) return false;
-      bool stale = false;
-      auto const look = [&](VelMroute::HookCall const& call) { stale = stale || call.time > asOf; };
-      shadow_->forEachSet([&](Qor::U32, auto const& set) { look(set.lastCall); });
-      shadow_->forEachEntry(
-            [&](MrouteLib::RouteHandle, auto const& entry) { look(entry.lastCall); });
-      shadow_->forEachDeletedEntry(
-            [&](MrouteLib::RouteHandle, auto const& entry) { look(entry.lastCall); });
-      return stale;
+      return shadow_->changedAt() > asOf;
    }
    void add(Vel::VrfId vrfId, TraceEntry entry) {
       VelMroute::TableEntry matching;

@@ -116,7 +116,7 @@ void LiveAgent::linkStateIs(IntfId intf, bool up) {
       cpuPortFollows(intf);
    }
    if (first || !up || !configuration_.reroutes.contains(intf)) return;
-   later_.in(configuration_.standbyHold, [this, intf, since = Qor::now()] {
+   later_.in(configuration_.standbyHold, [this, intf, since = link->second.since] {
       auto const now = frontLinks_.find(intf);
       if (now != frontLinks_.end() && now->second.up && now->second.since == since)
          restore(intf, false);

@@ -34,17 +34,28 @@ ordered_json liveExplainJson(LiveAgent const& agent, RouteQuestion question) {
    return document;
 }
 
-void printLiveExplanation(std::ostream& os, ordered_json const& explanation) {
+namespace {
+
+// Prints the kernel's routes that stay with the CPU, or the other ones behind a word.
+void printKernelRoutes(std::ostream& os, ordered_json const& explanation, bool trapped) {
    for (ordered_json const& route : explanation.at("kernel")) {
+      if ((route.at("state") == nameOf(ReportedState::trapped)) != trapped) continue;
       std::string oifs;
       for (ordered_json const& output : route.at("multipath"))
          oifs += (oifs.empty() ? "" : " ") + output.at("oif").get<std::string>();
-      fmt::print(os, "({}, {}) of table {} in {} out {}: {}{}\n",
+      fmt::print(os, "{}({}, {}) of table {} in {} out {}: {}{}\n", trapped ? "" : "   kernel     ",
                  route.at("src").get<std::string>(), route.at("dst").get<std::string>(),
                  route.at("table").get<Qor::U32>(), route.value("iif", "-"),
                  oifs.empty() ? "-" : oifs, route.at("state").get<std::string>(),
                  route.contains("reason") ? ": " + route.at("reason").get<std::string>() : "");
    }
+}
+
+}  // namespace
+
+// The reason why a route stays with the CPU is the worst cause, and comes first.
+void printLiveExplanation(std::ostream& os, ordered_json const& explanation) {
+   printKernelRoutes(os, explanation, true);
    if (explanation.at("kernel").empty()) {
       os << "The kernel has no such route in the tables that the agent follows.\n";
    }
@@ -53,6 +64,7 @@ void printLiveExplanation(std::ostream& os, ordered_json const& explanation) {
    } else {
       printExplanation(os, explanation);
    }
+   printKernelRoutes(os, explanation, false);
 }
 
 }  // namespace Agent

@@ -1,8 +1,8 @@
-// The page of a report: one HTML document with style, script and data, which needs no network.
+// The page of a report: one HTML document with style, scripts and data, which needs no network.
 //
-// The page is made of page.html, page.css and page.js, which the build embeds into the program. Its
-// policy (Content-Security-Policy) forbids every request, and allows the embedded style and script
-// alone, by their hashes.
+// The page is made of page.html, page.css, charts.js and page.js, which the build embeds into the
+// program. Its policy (Content-Security-Policy) forbids every request, and allows the embedded style
+// and scripts alone, by their hashes.
 #pragma once
 
 #include <nlohmann/json.hpp>

@@ -1,5 +1,5 @@
 // The text of the page around its data. The build makes the source of these constants from page.html,
-// page.css and page.js: cmake/EmbedPage.cmake.
+// page.css and the scripts: cmake/EmbedPage.cmake.
 #pragma once
 
 #include <string_view>

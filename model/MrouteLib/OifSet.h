@@ -33,19 +33,23 @@ class OifSetCarrier {
    OifSetCarrier* next() const { return next_; }
    // Identifies the programmer that made the record; null for a record made without a programmer.
    Qor::RefCounted const* programmer() const { return programmer_.get(); }
-   // Counts the carriers of the process in the order of their making, from 1: no other ever has the
-   // same number, at the same address either.
-   Qor::U64 serial() const { return serial_; }
 
-   // Whether this is the record that the programmer shares with further routes of the set.
-   bool inUse() const { return inUse_; }
-   void inUseIs(bool inUse) { inUse_ = inUse; }
+   // The place of the record in its programmer's inUseOifSet; `nowhere` for other records.
+   static constexpr Qor::U32 nowhere = 0xFFFFFFFF;
+   Qor::U32 inUsePlace() const { return inUsePlace_; }
+   void inUsePlaceIs(Qor::U32 place) { inUsePlace_ = place; }
+   // The place of the record in the queue of its programmer's zombieOifSet (Qor/QueueMap.h); of no
+   // meaning while the record is not a zombie.
+   Qor::U32 queuePlace() const { return queuePlace_; }
+   void queuePlaceIs(Qor::U32 place) { queuePlace_ = place; }
 
  protected:
    explicit OifSetCarrier(Qor::Ptr<Qor::RefCounted const> programmer)
-         : programmer_(std::move(programmer)), serial_(++lastSerial_), inUse_(false) {}
+         : programmer_(std::move(programmer)) {}
    ~OifSetCarrier() = default;
 
+   // Counts the records of the process in the order of their making, from 1.
+   static Qor::U64 nextSerial() { return ++lastSerial_; }
    // Put the record into the chain of its set, and remove it.
    void enter(OifSet const& oifSet);
    void leave(OifSet const& oifSet);
@@ -54,9 +58,8 @@ class OifSetCarrier {
    static QOR_PUBLIC Qor::U64 lastSerial_;
 
    Qor::Ptr<Qor::RefCounted const> const programmer_;
-   // In one word, as there are many carriers.
-   Qor::U64 const serial_ : 63;
-   Qor::U64 inUse_ : 1;  // NOLINT(modernize-use-default-member-init)
+   Qor::U32 inUsePlace_ = nowhere;
+   Qor::U32 queuePlace_ = 0;
    OifSetCarrier* next_ = nullptr;
 };
 

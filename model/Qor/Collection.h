@@ -50,10 +50,12 @@ class Collection {
    static constexpr auto immediate = Immediate;
 
    Collection() = default;
-   // Takes a map that shares its storage with another map (Qor/RecordTable.h).
+   // Takes a map that refers to another map (Qor/RecordIndex.h, Qor/RecordTable.h).
    explicit Collection(Map map) : map_(std::move(map)) {}
 
    Map const& map() const { return map_; }
+   // For the owner, which may rearrange the storage of the map, but not its entries.
+   Map& storage() { return map_; }
 
    // The member under `key`, or a default value.
    Value value(Key const& key) const {
@@ -75,7 +77,7 @@ class Collection {
    }
 
    // As del(key). `likely` is the value that the member most likely has, which spares a map that
-   // finds its members by value too (Qor/RecordTable.h) the look-up.
+   // finds its members by value too (Qor/RecordIndex.h) the look-up.
    template <class E>
    void del(E& entity, Key key, Value likely) {
       std::optional<Value> const removed = map_.take(key, likely);

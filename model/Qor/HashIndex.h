@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "Qor/Hash.h"
+#include "Qor/TableMemory.h"
 #include "Qor/Types.h"
 
 namespace Qor {
@@ -80,6 +81,8 @@ class HashIndex {
       U32 entry = 0;  // number + 1; 0 is an empty cell
    };
 
+   using Cells = std::vector<Cell, TableAllocator<Cell>>;
+
    void place(Cell cell) {
       U32 position = cell.hash & mask_;
       while (cells_[position].entry != 0)
@@ -87,15 +90,14 @@ class HashIndex {
       cells_[position] = cell;
    }
    void grow() {
-      std::vector<Cell> const before =
-            std::exchange(cells_, std::vector<Cell>(cells_.empty() ? 16 : cells_.size() * 2));
+      Cells const before = std::exchange(cells_, Cells(cells_.empty() ? 16 : cells_.size() * 2));
       mask_ = static_cast<U32>(cells_.size()) - 1;
       for (Cell const& cell : before) {
          if (cell.entry != 0) place(cell);
       }
    }
 
-   std::vector<Cell> cells_;
+   Cells cells_;
    U32 mask_ = 0;  // the number of cells, a power of two, less one
    U32 size_ = 0;
 };

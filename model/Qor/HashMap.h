@@ -117,15 +117,13 @@ class HashMap {
    ConstIterator begin() const { return ConstIterator(this, 0); }
    ConstIterator end() const { return ConstIterator(this, slots_.count()); }
 
-   // The entry of `key`, or null. The entry found last is compared first, since callers often look
-   // one key up many times: the vlan of one interface for each of its routes.
+   // The entry of `key`, or null.
    Entry* find(K const& key) { return const_cast<Entry*>(std::as_const(*this).find(key)); }
    Entry const* find(K const& key) const {
-      if (recent_ && recent_->first == key) return recent_;
       if (size_ == 0) return nullptr;
       U32 const position = locate(key, HashIndex::hash(key));
       if (position == HashIndex::nowhere) return nullptr;
-      return recent_ = &slots_[index_[position]].entry();
+      return &slots_[index_[position]].entry();
    }
 
    // Returns the entry of `key`, made from `value` if there was none, and whether it was made.
@@ -143,7 +141,6 @@ class HashMap {
       U32 const number = index_[position];
       index_.vacate(position);
       --size_;
-      recent_ = nullptr;
       Slot& s = slots_[number];
       s.live = false;
       std::optional<V> value(std::move(s.entry().second));
@@ -164,7 +161,6 @@ class HashMap {
       slots_.swap(other.slots_);
       index_.swap(other.index_);
       std::swap(size_, other.size_);
-      recent_ = other.recent_ = nullptr;
    }
 
  private:
@@ -189,7 +185,6 @@ class HashMap {
    Slots slots_;
    HashIndex index_;
    U32 size_ = 0;
-   mutable Entry const* recent_ = nullptr;
 };
 static_assert(Map<HashMap<U32, U32>>);
 

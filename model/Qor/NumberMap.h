@@ -57,6 +57,7 @@ class NumberMap {
    // The memory of one number. The entry is constructed while the number has an entry or a mark.
    struct RawSlot {
       Entry& entry() { return *std::launder(reinterpret_cast<Entry*>(&storage)); }
+      Entry const& entry() const { return const_cast<RawSlot*>(this)->entry(); }
       alignas(Entry) std::byte storage[sizeof(Entry)];
       [[no_unique_address]] Mark mark;
    };  // NOLINTBEGIN(misc-redundant-expression): the sizes of some slots are equal
@@ -198,7 +199,7 @@ class NumberMap {
    ConstIterator resume(ConstIterator, K const& key) const { return upperBound(key); }
 
    void swap(NumberMap& other) noexcept {
-      std::swap(pool_, other.pool_);
+      pool_.swap(other.pool_);
       std::swap(root_, other.root_);
       std::swap(shift_, other.shift_);
       std::swap(limit_, other.limit_);

@@ -72,13 +72,11 @@ class OrderedMap {
    ConstIterator begin() const { return tree_.begin(); }
    ConstIterator end() const { return tree_.end(); }
 
-   // The entry of `key`, or null. The entry found last is compared first, since callers often look
-   // one key up many times: the name of one VRF for each of its routes.
+   // The entry of `key`, or null.
    Entry* find(K const& key) { return const_cast<Entry*>(std::as_const(*this).find(key)); }
    Entry const* find(K const& key) const {
-      if (recent_ && recent_->first == key) return recent_;
       auto const it = tree_.find(key);
-      return it == tree_.end() ? nullptr : recent_ = &*it;
+      return it == tree_.end() ? nullptr : &*it;
    }
 
    ConstIterator lowerBound(K const& key) const { return tree_.lower_bound(key); }
@@ -95,7 +93,6 @@ class OrderedMap {
    std::optional<V> take(K const& key) {
       auto const it = tree_.find(key);
       if (it == tree_.end()) return std::nullopt;
-      recent_ = nullptr;
       auto node = tree_.extract(it);
       ++changes_;
       return std::optional<V>(std::move(node.mapped()));
@@ -109,7 +106,6 @@ class OrderedMap {
    void swap(OrderedMap& other) noexcept {
       pool_.swap(other.pool_);
       tree_.swap(other.tree_);
-      recent_ = other.recent_ = nullptr;
       changes_ = other.changes_ = std::max(changes_, other.changes_) + 1;
    }
 
@@ -130,7 +126,6 @@ class OrderedMap {
    std::unique_ptr<NodePool> pool_ = std::make_unique<NodePool>();
    Tree tree_{PoolAllocator<Entry>(pool_.get())};
    U64 changes_ = 0;
-   mutable Entry const* recent_ = nullptr;
 };
 static_assert(Map<OrderedMap<U32, U32>>);
 

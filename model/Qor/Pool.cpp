@@ -67,10 +67,16 @@ constexpr std::size_t rounded(std::size_t size) {
    return (size + sizeStep - 1) / sizeStep * sizeStep;
 }
 
-// By the size in steps. Never destroyed.
+// The pools by the size in steps. The storage has static initialization, and is never destroyed.
+union Pools {
+   constexpr Pools() : bySize{} {}
+   ~Pools() {}
+   std::array<NodePool, maxSize / sizeStep + 1> bySize;
+};
+constinit Pools pools;
+
 NodePool& poolOf(std::size_t size) {
-   static auto* const pools = new std::array<NodePool, maxSize / sizeStep + 1>;
-   return (*pools)[rounded(size) / sizeStep];
+   return pools.bySize[rounded(size) / sizeStep];
 }
 
 }  // namespace

@@ -1,20 +1,21 @@
-// Memory for many objects of one size, of which some come and go all the time: nodes of a map, and
-// the records of which a table has one for each route or group. Objects lie side by side in chunks
-// that grow with their number, so that neighbours in time are neighbours in memory; one that takes
-// most of a cache line gets a whole one, since a table's objects are mostly met cold. Those of two
-// lines begin at even ones, which a processor fetches together.
+// Memory for many objects of one size that come and go all the time: the nodes of a map, and the
+// records of which a table has one for each route or group. Objects are adjacent in chunks, so that
+// objects made one after the other are neighbours in memory. An object that fills most of a cache
+// line gets the whole line, because most objects of a large table are not in the cache when they are
+// used. Objects of two lines begin at even lines, because processors fetch such lines together.
 //
-// Memory that is free is closed to the program in a build with the address sanitizer, which reports
-// each use of it.
+// In a build with the address sanitizer, free memory is closed to the program: the sanitizer reports
+// each use of that memory.
 #pragma once
 
 #include <algorithm>
 #include <cstddef>
 #include <memory>
-#include <new>
+#include <utility>
 #include <vector>
 
 #include "Qor/Export.h"
+#include "Qor/TableMemory.h"
 
 #if defined(__SANITIZE_ADDRESS__)
 #define QOR_ADDRESS_SANITIZER 1
@@ -41,52 +42,77 @@ inline void openMemory([[maybe_unused]] void const* memory, [[maybe_unused]] std
 #endif
 }
 
-inline constexpr std::size_t cacheLine = 64;
-
 // How far apart objects of this size lie: rounded up to whole lines where that wastes little.
 constexpr std::size_t poolStride(std::size_t size) {
    std::size_t const lines = (size + cacheLine - 1) / cacheLine * cacheLine;
    return (lines - size) * 8 <= lines * 3 ? lines : size;
 }
 
-// Freed memory is reused; the pool frees its chunks when it is destroyed. All sizes passed to one
-// pool are the same, and at least that of a pointer.
+// Memory that was freed last is reused first; the pool frees its chunks when it is destroyed. All
+// sizes passed to one pool are the same. The addresses of free memory are in an array, so that an
+// allocation does not wait for memory that left the cache long ago.
 class NodePool {
  public:
+   constexpr NodePool() = default;
+   NodePool(NodePool&& other) noexcept { swap(other); }
+   NodePool& operator=(NodePool&& other) noexcept {
+      swap(other);
+      return *this;
+   }
+
    void* allocate(std::size_t size) {
-      if (!free_) addChunk(poolStride(size));
-      Node* const node = free_;
-      openMemory(node, size);
-      free_ = node->next;
-      __builtin_prefetch(free_, 1);  // far, too, where objects were freed in any order
-      return node;
+      void* memory = next_;
+      if (!free_.empty()) {
+         memory = free_.back();
+         free_.pop_back();
+         // The memory of the allocation after the next one may be far away.
+         if (free_.size() > 1) __builtin_prefetch(*(free_.end() - 2), 1);
+      } else {
+         if (next_ == end_) memory = addChunk(poolStride(size));
+         next_ += poolStride(size);
+      }
+      openMemory(memory, size);
+      return memory;
    }
    void deallocate(void* memory, std::size_t size) {
-      free_ = ::new (memory) Node{free_};
+      free_.push_back(memory);  // has room for all objects of the pool
       closeMemory(memory, size);
+   }
+   void swap(NodePool& other) noexcept {
+      chunks_.swap(other.chunks_);
+      free_.swap(other.free_);
+      std::swap(next_, other.next_);
+      std::swap(end_, other.end_);
+      std::swap(count_, other.count_);
    }
 
  private:
-   static constexpr std::align_val_t alignment{2 * cacheLine};
-
-   struct Node {
-      Node* next;
+   struct Free {
+      void operator()(std::byte* chunk) const { freeTable(chunk, size); }
+      std::size_t size;
    };
-   struct Aligned {
-      void operator()(std::byte* chunk) const { ::operator delete(chunk, alignment); }
-   };
+   using Chunk = std::unique_ptr<std::byte, Free>;
 
-   void addChunk(std::size_t stride) {
-      std::size_t const nodes = std::size_t(16) << std::min<std::size_t>(chunks_.size(), 8);
-      std::size_t const bytes = nodes * stride;
-      auto* const memory = ::operator new(bytes, alignment);
-      chunks_.emplace_back(static_cast<std::byte*>(memory));
-      for (std::size_t i = nodes; i-- > 0;)
-         deallocate(chunks_.back().get() + i * stride, stride);
+   [[gnu::noinline]] std::byte* addChunk(std::size_t stride) {
+      // Each chunk has twice as many objects as the chunk before, up to a large page.
+      std::size_t const doubled = std::size_t(16) << std::min<std::size_t>(chunks_.size(), 17);
+      std::size_t const objects = std::min(doubled, std::max<std::size_t>(largePage / stride, 16));
+      std::size_t const size = std::max(objects * stride, objects < doubled ? largePage : 0);
+      count_ += objects;
+      if (free_.capacity() < count_) free_.reserve(std::max(count_, 2 * free_.capacity()));
+      Chunk chunk(static_cast<std::byte*>(allocateTable(size)), Free{size});
+      closeMemory(chunk.get(), size);
+      next_ = chunk.get();
+      end_ = next_ + objects * stride;
+      chunks_.push_back(std::move(chunk));
+      return next_;
    }
 
-   std::vector<std::unique_ptr<std::byte, Aligned>> chunks_;
-   Node* free_ = nullptr;
+   std::vector<Chunk> chunks_;
+   std::vector<void*> free_;
+   std::byte* next_ = nullptr;  // memory of the last chunk that was never allocated
+   std::byte* end_ = nullptr;
+   std::size_t count_ = 0;  // objects in all chunks
 };
 
 // Objects of a class that derives from this, directly or not, come from pools, one for each size.

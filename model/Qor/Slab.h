@@ -5,12 +5,11 @@
 
 #include <bit>
 #include <cstddef>
-#include <memory>
 #include <utility>
 #include <vector>
 
 #include "Qor/Assert.h"
-#include "Qor/Pool.h"
+#include "Qor/TableMemory.h"
 #include "Qor/Types.h"
 
 namespace Qor {
@@ -33,7 +32,7 @@ class Slab {
 
    [[gnu::always_inline]] Slot& operator[](U32 number) const {
       auto const chunk = static_cast<U32>(std::bit_width(number / firstChunk + 1)) - 1;
-      return chunks_[chunk][number - firstChunk * ((1u << chunk) - 1)];
+      return const_cast<Slot&>(chunks_[chunk][number - firstChunk * ((1u << chunk) - 1)]);
    }
 
    // The number of the slot freed last, or of a new slot.
@@ -48,8 +47,7 @@ class Slab {
       QOR_ASSERT(count_ < 0xFFFFFFFE);
       auto const chunk = static_cast<U32>(std::bit_width(count_ / firstChunk + 1)) - 1;
       if (chunk == chunks_.size()) {
-         chunks_.push_back(
-               std::make_unique_for_overwrite<Slot[]>(std::size_t(firstChunk) << chunk));
+         chunks_.emplace_back(std::size_t(firstChunk) << chunk);
       }
       return count_++;
    }
@@ -66,7 +64,8 @@ class Slab {
    }
 
  private:
-   std::vector<std::unique_ptr<Slot[]>> chunks_;
+   using Chunk = std::vector<Slot, TableAllocator<Slot>>;
+   std::vector<Chunk> chunks_;
    U32 count_ = 0;
    U32 firstFree_ = 0;  // number + 1 of the slot freed last
 };

@@ -191,6 +191,8 @@ class Tables final : public VelHelper::AsyncMrouteHelper,
    void resyncGroups(Content const& content, std::vector<WriteXactPtr>& complete);
    void resyncEntries(Content const& content, std::vector<WriteXactPtr>& complete);
    void deleteOrphans(Content const& content);
+   // Deletes the flows of all tables whose cookies are those of the kind in the bits of the mask.
+   void deleteFlows(CookieKind kind, Qor::U64 mask);
 
    Options const options_;
    U32 const firstId_;  // of the groups of routes

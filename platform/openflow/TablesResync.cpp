@@ -10,6 +10,7 @@ namespace OpenFlow {
 
 using MrouteLib::RouteHandle;
 using Qor::String8;
+using Qor::U64;
 
 // ---- Connections ----
 
@@ -35,12 +36,7 @@ void Tables::resync(Content const& content) {
    } else if (first) {
       // Entries of another meaning must be gone before the interfaces are rewritten.
       note("the interfaces are not those of the tables on the bridge: nothing is adopted");
-      Flow routes;
-      routes.table = allTables;
-      routes.cookie = cookieOf(CookieKind::route);
-      Write write;
-      write.message = flowMod(FlowCommand::deletion, routes, kindCookies);
-      issue(std::move(write));
+      deleteFlows(CookieKind::route, kindCookies);
    }
    pipeline_.foundAre(content.flows, content.groups);
    writePipeline(false);
@@ -133,13 +129,17 @@ void Tables::deleteOrphans(Content const& content) {
    }
 }
 
-void Tables::clear() {
-   Flow all;
-   all.table = allTables;
-   all.cookie = cookieOf(CookieKind::pipeline);
+void Tables::deleteFlows(CookieKind kind, U64 mask) {
+   Flow flows;
+   flows.table = allTables;
+   flows.cookie = cookieOf(kind);
    Write write;
-   write.message = flowMod(FlowCommand::deletion, all, ownCookies);
+   write.message = flowMod(FlowCommand::deletion, flows, mask);
    issue(std::move(write));
+}
+
+void Tables::clear() {
+   deleteFlows(CookieKind::pipeline, ownCookies);
    for (U32 index = 0; index < groups_.size(); ++index) {
       if (groups_[index].sent) issueGroupDeletion(firstId_ + index);
    }

@@ -1,10 +1,13 @@
 """The agent under test. This file alone knows its command line, its configuration and its views."""
 
+import json
 import os
 import signal
+import socket
 import subprocess
 from dataclasses import dataclass, field
 from pathlib import Path
+from typing import Any
 
 from namespaces import Namespace
 from processes import LabError, end, succeeds, tail, wait_until
@@ -26,6 +29,7 @@ class Configuration:
     tables: list[int] = field(default_factory=list)  # the main ones unless given
     expiry: int = 210
     hold: int = 0  # seconds to keep the routes of a daemon that ended
+    standby_hold: int = 10  # seconds from the return of a link to the return of its routes
     reroutes: dict[str, str] = field(default_factory=dict)  # interface: its backup
 
 
@@ -46,6 +50,7 @@ class Agent:
         self._switch = switch
         self._configuration = configuration
         self._control = directory / "control.sock"
+        self._metrics = directory / "metrics.sock"
         self._file = directory / "velmroute.conf"
         self._log = directory / "agent.log"
         self._process: subprocess.Popen | None = None
@@ -91,6 +96,21 @@ class Agent:
             str(self._program), "show", "--control", str(self._control), view
         )
 
+    def explain(self, source: str, group: str) -> str:
+        question = f"{source},{group}"
+        return self._namespace.run(
+            str(self._program), "explain", "--control", str(self._control), question
+        )
+
+    def report(self) -> Any:
+        """The data of the page at /report."""
+        with socket.socket(socket.AF_UNIX) as opened:
+            opened.connect(str(self._metrics))
+            opened.sendall(b"GET /report HTTP/1.1\r\nHost: lab\r\nConnection: close\r\n\r\n")
+            answer = b"".join(iter(lambda: opened.recv(1 << 16), b""))
+        page = answer.decode().partition('id="data">')[2]
+        return json.loads(page.partition("</script>")[0])
+
     def resident_kilobytes(self) -> int:
         status = Path(f"/proc/{self.pid}/status").read_text()
         return int(status.split("VmRSS:")[1].split()[0])
@@ -119,8 +139,10 @@ class Agent:
     def _write_configuration(self) -> None:
         wanted = self._configuration
         lines = [f"switch {self._switch}", f"control {self._control}"]
+        lines.append(f"metrics unix:{self._metrics}")
         lines += [f"table {table}" for table in wanted.tables]
         lines += [f"expiry {wanted.expiry}", f"hold-on-daemon-restart {wanted.hold}"]
+        lines.append(f"standby-hold {wanted.standby_hold}")
         for one in wanted.interfaces:
             standby = f" standby {one.standby}" if one.standby else ""
             lines.append(f"interface {one.name} port {one.port} cpu {one.cpu}{standby}")
