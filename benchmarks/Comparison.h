@@ -140,6 +140,7 @@ auto repeated(unsigned times, Operation operation) {
 
 // Register the comparisons of one subject each.
 void routeComparisons();
+void programmerComparisons();
 void notificationComparisons();
 void collectionComparisons();
 void agingComparisons();

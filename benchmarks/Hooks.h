@@ -84,6 +84,9 @@ class SyncHooks : public VelHelper::MrouteSmHelper {
  public:
    SyncHooks() : MrouteSmHelper("hooks") {}
 
+   void mrouteInit(bool) override {}
+   void handleMulticastRouting(bool) override {}
+   void verifyMulticastRouting(bool) override {}
    void mrouteSwitchInit(Qor::U32, bool) override {}
    Qor::U32 doAllocateMtableOifSet(Qor::U32, Qor::U32 index, MrouteLib::OifSetPtr) override {
       if (index == 0 || index == freshOifSetIndex) return tables.groups.take();
@@ -105,6 +108,7 @@ class SyncHooks : public VelHelper::MrouteSmHelper {
       tables.routes.give(handle.value());
    }
    bool mrouteFull(Qor::U32) override { return false; }
+   bool mrouteBoundaryFull(Qor::U32) override { return false; }
    bool mtableFull(Qor::U32) override { return false; }
    bool mrouteHitBit(Qor::U32, Qor::U16, IpGenRouteKey const&, Bridging::VlanIdOrNone,
                      bool) override {

@@ -1,4 +1,4 @@
-// Four operations for a tool that counts executed instructions. The script benchmarks/instructions
+// Six operations for a tool that counts executed instructions. The script benchmarks/instructions
 // runs the operations under that tool and compares the counts with the record.
 #include <array>
 #include <cstdio>
@@ -6,6 +6,7 @@
 #include <memory>
 
 #include "Comparison.h"
+#include "ProgrammerSide.h"
 #include "ReactorSides.h"
 
 // The tool counts the instructions of this function only; the script passes its name to the tool.
@@ -45,6 +46,29 @@ std::size_t routeCycles() {
    return routes;
 }
 
+// The same through the programmer. The calls of one turn of the loop are counted with the turn.
+template <ProgrammerSide::Path path>
+std::size_t programmerCycles() {
+   Plan const plan(routes, sets);
+   ProgrammerSide side(plan, path);
+   auto const work = [&] {
+      for (std::size_t n = 0; n < routes; ++n)
+         side.add(n);
+      side.settle();
+      for (U32 const n : plan.order)
+         side.change(n);
+      side.settle();
+      for (U32 const n : plan.order)
+         side.del(n);
+      side.settle();
+   };
+   work();
+   side.purge();
+   velmrouteCounted(work);
+   side.purge();
+   return routes;
+}
+
 std::size_t agingReview() {
    Plan const plan(routes, sets);
    AsyncReactorSide side(plan);
@@ -69,9 +93,11 @@ struct Operation {
    char const* name;
    std::size_t (*run)();
 };
-constexpr std::array<Operation, 4> operations = {
+constexpr std::array<Operation, 6> operations = {
       {{"async-route-cycle", routeCycles<AsyncReactorSide>},
        {"sync-route-cycle", routeCycles<SyncReactorSide>},
+       {"async-programmer-cycle", programmerCycles<ProgrammerSide::Path::async>},
+       {"sync-programmer-cycle", programmerCycles<ProgrammerSide::Path::sync>},
        {"async-aging-review", agingReview},
        {"async-fast-reroute", fastReroute}}};
 

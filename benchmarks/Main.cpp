@@ -18,7 +18,7 @@ constexpr char usage[] =
       "  --quick         measure fewer rounds, and no table above 100,000 entries\n"
       "  --json          print JSON\n"
       "  --list          print the names of the comparisons\n"
-      "  --instructions  compare the executed instructions of four operations with the record\n"
+      "  --instructions  compare the executed instructions of six operations with the record\n"
       "  PATTERN         measure only comparisons whose names match this regular expression\n"
       "The options of Google Benchmark (--benchmark_...) are accepted as well.\n";
 
@@ -69,6 +69,7 @@ int main(int argc, char** argv) {
    int const status = parse(argc, argv, options);
    if (status >= 0) return status;
    Bench::routeComparisons();
+   Bench::programmerComparisons();
    Bench::notificationComparisons();
    Bench::collectionComparisons();
    Bench::agingComparisons();

@@ -31,23 +31,18 @@ EntryTable::Refusal EntryTable::create(U32 index, TableEntry const& entry) {
    }
    IpGenRouteKey const& key = entry.key;
    if (key.isNull()) return text(what_, ' ', index, " has an invalid key");
-   VrfKey const vrfKey{entry.vrfId, key};
-   auto* const first = first_.find(vrfKey);
-   U32 const next = first ? first->second : nowhere;
-   for (U32 other = next; other != nowhere; other = slots_[other]->next) {
-      if (slots_[other]->entry.acceptingVlan == entry.acceptingVlan) {
-         return text(what_, ' ', index, " matches the same packets as ", other, ": ", key, " vlan ",
-                     entry.acceptingVlan, " vrf ", entry.vrfId);
-      }
+   std::optional<U32> same;
+   forEachOf(entry.vrfId, key, [&](U32 other, TableEntry const& there) {
+      if (there.acceptingVlan == entry.acceptingVlan) same = other;
+   });
+   if (same) {
+      return text(what_, ' ', index, " matches the same packets as ", *same, ": ", key, " vlan ",
+                  entry.acceptingVlan, " vrf ", entry.vrfId);
    }
 
-   if (first) {
-      first->second = index;
-   } else {
-      first_.insert(vrfKey, index);
-   }
    if (index >= slots_.size()) slots_.resize(index + 1);
-   slots_[index] = Slot{entry, next};
+   slots_[index] = entry;
+   index_.insert(hash(entry.vrfId, key), index);
    auto const at = shapeOf(key);
    if (at != shapes_.end() && at->family == key.group().family() &&
        at->groupLength == key.group().length() && at->sourceLength == key.source().length()) {
@@ -62,34 +57,24 @@ EntryTable::Refusal EntryTable::create(U32 index, TableEntry const& entry) {
 EntryTable::Refusal EntryTable::erase(U32 index) {
    TableEntry const* const entry = find(index);
    if (!entry) return text(what_, ' ', index, " does not exist");
-   VrfKey const vrfKey{entry->vrfId, entry->key};
-   // first_ has the head of the key's list. With the last entry of the list, the key is removed
-   // from first_.
-   U32* link = &first_.find(vrfKey)->second;
-   bool const isFirst = *link == index;
-   while (*link != index)
-      link = &slots_[*link]->next;
-   *link = slots_[index]->next;
-   if (isFirst && *link == nowhere) first_.take(vrfKey);
-
-   auto const shape = shapeOf(vrfKey.key);
+   index_.vacate(index_.locate(hash(entry->vrfId, entry->key), index));
+   auto const shape = shapeOf(entry->key);
    if (--shape->entries == 0) shapes_.erase(shape);
-   slots_[index].reset();
+   slots_[index] = {};
    --size_;
    return {};
 }
 
-std::optional<U32> EntryTable::match(VrfKey const& key, VlanIdOrNone vlan) const {
-   auto const* const first = first_.find(key);
-   std::optional<U32> anywhere;
-   for (U32 index = first ? first->second : nowhere; index != nowhere;
-        index = slots_[index]->next) {
-      VlanIdOrNone const accepting = slots_[index]->entry.acceptingVlan;
-      if (accepting == vlan) return index;
-      // The entry for the packet's own vlan may follow in the list.
-      if (accepting.isNone()) anywhere = index;
-   }
-   return anywhere;
+EntryTable::Match EntryTable::match(U32 vrfId, IpGenRouteKey const& key, VlanIdOrNone vlan) const {
+   Match result;
+   forEachOf(vrfId, key, [&](U32 index, TableEntry const& entry) {
+      result.keyFound = true;
+      bool const exact = entry.acceptingVlan == vlan;
+      if (exact || (entry.acceptingVlan.isNone() && !result.index)) result.index = index;
+   });
+   result.groupLength = key.group().length();
+   result.sourceLength = key.source().length();
+   return result;
 }
 
 EntryTable::Match EntryTable::lookup(U32 vrfId, IpGenAddr const& source, IpGenAddr const& group,
@@ -97,13 +82,10 @@ EntryTable::Match EntryTable::lookup(U32 vrfId, IpGenAddr const& source, IpGenAd
    if (source.family() != group.family()) return {};
    for (Shape const& shape : shapes_) {
       if (shape.family != group.family()) continue;
-      VrfKey const key{vrfId,
-                       {{source.masked(shape.sourceLength), shape.sourceLength},
-                        {group.masked(shape.groupLength), shape.groupLength}}};
-      auto const index = match(key, vlan);
-      if (index || (otherVlan == OtherVlan::ends && first_.find(key))) {
-         return {index, true, shape.groupLength, shape.sourceLength};
-      }
+      IpGenRouteKey const key({source.masked(shape.sourceLength), shape.sourceLength},
+                              {group.masked(shape.groupLength), shape.groupLength});
+      Match const found = match(vrfId, key, vlan);
+      if (found.index || (otherVlan == OtherVlan::ends && found.keyFound)) return found;
    }
    return {};
 }
@@ -112,22 +94,16 @@ void EntryTable::audit(std::vector<Qor::String>& faults) const {
    U32 entries = 0;
    forEach([&](U32 index, TableEntry const& entry) {
       ++entries;
-      if (match({entry.vrfId, entry.key}, entry.acceptingVlan) != index) {
+      if (match(entry.vrfId, entry.key, entry.acceptingVlan).index != index) {
          faults.push_back(text(what_, ' ', index, " is not found under its key ", entry.key));
       }
    });
-   // The bound on `linked` ends the loop if the links form a circle.
-   U32 linked = 0;
-   for (auto const& [key, first] : first_) {
-      for (U32 index = first; index != nowhere && linked <= size_; ++linked)
-         index = slots_[index]->next;
-   }
    U32 shaped = 0;
    for (Shape const& shape : shapes_)
       shaped += shape.entries;
-   if (entries != size_ || linked != size_ || shaped != size_) {
-      faults.push_back(text(what_, " count ", size_, " but ", entries, " present, ", linked,
-                            " linked, ", shaped, " by prefix length"));
+   if (entries != size_ || index_.size() != size_ || shaped != size_) {
+      faults.push_back(text(what_, " count ", size_, " but ", entries, " present, ", index_.size(),
+                            " in the index, ", shaped, " by prefix length"));
    }
 }
 

@@ -4,15 +4,16 @@
 //
 // The table owns its entries. A refused write changes nothing and returns the reason; a completed
 // write returns an empty text. A look-up costs one hash look-up per combination of prefix lengths
-// in use.
+// in use. An entry takes 80 bytes, and 16 to 32 bytes in the index.
 #pragma once
 
 #include <optional>
+#include <utility>
 #include <vector>
 
 #include "Bridging/VlanId.h"
 #include "Lnet/IpGenAddr.h"
-#include "Qor/HashMap.h"
+#include "Qor/HashIndex.h"
 #include "Qor/Types.h"
 #include "Routing/Multicast/Fib/IpGenRouteKey.h"
 #include "Wisp/Multicast/Fib/RpaIndex.h"
@@ -27,20 +28,21 @@ struct Traffic {
    Qor::U64 bytes = 0;
 };
 
+// The order of the members leaves no room between them, since a chip has very many entries.
 struct TableEntry {
    // The packets that the entry matches. An accepting vlan of none accepts packets of all vlans.
-   Qor::U32 vrfId = 0;
    Routing::Multicast::Fib::IpGenRouteKey key;
-   Bridging::VlanIdOrNone acceptingVlan;
-   // Properties that a driver writes and reads back. They do not influence forwarding.
-   bool bridge = false;
-   Wisp::Multicast::Fib::RpaIndex rpaIndex;
+   Qor::U32 vrfId = 0;
    // The group at which the entry points; an entry with noGroup forwards nothing.
    Qor::U32 group = noGroup;
    // The hits of the entry. `lastHit` is on the Qor::now() time base, and 0.0 before the first hit.
    Qor::Seconds lastHit = 0.0;
    Qor::U64 packets = 0;
    Qor::U64 bytes = 0;
+   Bridging::VlanIdOrNone acceptingVlan;
+   // Properties that a driver writes and reads back. They do not influence forwarding.
+   Wisp::Multicast::Fib::RpaIndex rpaIndex;
+   bool bridge = false;
 };
 
 class EntryTable {
@@ -58,7 +60,7 @@ class EntryTable {
 
    // The entry with this number, or null. The pointer is valid until the table's next create().
    TableEntry const* find(Qor::U32 index) const {
-      return index < slots_.size() && slots_[index] ? &slots_[index]->entry : nullptr;
+      return index < slots_.size() && !slots_[index].key.isNull() ? &slots_[index] : nullptr;
    }
    TableEntry* find(Qor::U32 index) {
       return const_cast<TableEntry*>(std::as_const(*this).find(index));
@@ -88,17 +90,19 @@ class EntryTable {
    template <class Visit>
    void forEachOf(Qor::U32 vrfId, Routing::Multicast::Fib::IpGenRouteKey const& key,
                   Visit&& visit) const {
-      auto const* const first = first_.find({vrfId, key});
-      for (Qor::U32 index = first ? first->second : nowhere; index != nowhere;
-           index = slots_[index]->next)
-         visit(index, slots_[index]->entry);
+      // The search ends at no entry, so it visits all of them.
+      index_.locate(hash(vrfId, key), [&](Qor::U32 index) {
+         TableEntry const& entry = slots_[index];
+         if (entry.key == key && entry.vrfId == vrfId) visit(index, entry);
+         return false;
+      });
    }
 
    // Calls visit(index, entry) for every entry, by ascending index.
    template <class Visit>
    void forEach(Visit&& visit) const {
       for (Qor::U32 index = 0; index < slots_.size(); ++index) {
-         if (slots_[index]) visit(index, slots_[index]->entry);
+         if (auto const* const entry = find(index)) visit(index, *entry);
       }
    }
 
@@ -106,16 +110,6 @@ class EntryTable {
    void audit(std::vector<Qor::String>& faults) const;
 
  private:
-   struct Slot {
-      TableEntry entry;
-      Qor::U32 next;  // the next entry of the same VRF and key, or nowhere
-   };
-   struct VrfKey {
-      Qor::U32 vrfId;
-      Routing::Multicast::Fib::IpGenRouteKey key;
-      Qor::U32 hash() const { return Qor::hashFold(Qor::hashMix(vrfId, key.hash())); }
-      bool operator==(VrfKey const&) const = default;
-   };
    // A combination of prefix lengths and the number of its entries.
    struct Shape {
       Lnet::IpFamily family;
@@ -123,18 +117,23 @@ class EntryTable {
       unsigned sourceLength;
       Qor::U32 entries;
    };
-   static constexpr Qor::U32 nowhere = 0xFFFFFFFF;
 
-   std::optional<Qor::U32> match(VrfKey const& key, Bridging::VlanIdOrNone vlan) const;
+   static Qor::U32 hash(Qor::U32 vrfId, Routing::Multicast::Fib::IpGenRouteKey const& key) {
+      return Qor::hashFold(Qor::hashMix(vrfId, key.hash()));
+   }
+   // Of the entries with the VRF and key, the one that takes packets of the vlan.
+   Match match(Qor::U32 vrfId, Routing::Multicast::Fib::IpGenRouteKey const& key,
+               Bridging::VlanIdOrNone vlan) const;
    std::vector<Shape>::iterator shapeOf(Routing::Multicast::Fib::IpGenRouteKey const& key);
 
    char const* const what_;
    Qor::U32 const capacity_;
    Qor::U32 size_ = 0;
    Qor::U32 peak_ = 0;
-   std::vector<std::optional<Slot>> slots_;  // by index, up to the highest index used so far
-   Qor::HashMap<VrfKey, Qor::U32> first_;    // the first entry of each VRF and key
-   std::vector<Shape> shapes_;               // in the order of the look-up: longest match first
+   // By number, up to the highest number used so far. A free slot has the invalid key.
+   std::vector<TableEntry> slots_;
+   Qor::HashIndex index_;       // the entries by VRF and key; several entries may have both
+   std::vector<Shape> shapes_;  // in the order of the look-up: longest match first
 };
 
 }  // namespace VelMroute

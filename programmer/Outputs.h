@@ -32,19 +32,18 @@ class Outputs final : public Qor::RefCounted {
 
    // For Qor::make alone, as OutputsPool::get() calls it.
    class Maker;
-   Outputs(Maker const& maker, std::vector<Lnet::IntfId> ports, bool cpu,
-           std::vector<Lnet::IntfId> backup);
+   class Table;
+   Outputs(Maker const& maker, Qor::Ptr<Table> table);
 
  private:
    friend class OutputsPool;
-   class Table;
 
    ~Outputs() override;
 
-   std::vector<Lnet::IntfId> ports_, backup_;
-   bool cpu_;
-   Qor::U32 hash_;
-   Qor::Ptr<Table> table_;
+   std::vector<Lnet::IntfId> const ports_, backup_;
+   bool const cpu_;
+   Qor::U32 const hash_;
+   Qor::Ptr<Table> const table_;
 };
 
 using OutputsPtr = Qor::Ptr<Outputs const>;

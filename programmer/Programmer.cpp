@@ -25,7 +25,7 @@ RouteState RouteView::state() const {
 }
 
 Qor::String RouteView::reason() const {
-   return route_->work.reasonOf(*route_);
+   return route_->vrf.work.reasonOf(*route_);
 }
 
 Qor::Seconds RouteView::since() const {
@@ -33,7 +33,8 @@ Qor::Seconds RouteView::since() const {
 }
 
 Qor::U32 RouteView::failures() const {
-   return route_->attempts;
+   RouteWork const* const work = route_->workIfAny();
+   return work ? work->attempts : 0;
 }
 
 MrouteLib::RouteHandle RouteView::handle() const {
@@ -45,18 +46,18 @@ MrouteLib::MtableOifSetPtr const& RouteView::record() const {
 }
 
 Bridging::VlanIdOrNone RouteView::vlan() const {
-   PlacementPtr const at = route_->work.resolve(*route_).placement;
+   PlacementPtr const at = route_->vrf.work.resolve(*route_).placement;
    return at ? at->vlan : Bridging::VlanIdOrNone();
 }
 
 // The wish keeps its placement, so the set outlasts the local pointer.
 MrouteLib::PortVlanSet const* RouteView::set() const {
-   PlacementPtr const at = route_->work.resolve(*route_).placement;
+   PlacementPtr const at = route_->vrf.work.resolve(*route_).placement;
    return at ? &at->set : nullptr;
 }
 
 std::optional<RouteView::Place> RouteView::place() const {
-   return route_->work.placeInLine(*route_);
+   return route_->vrf.work.placeInLine(*route_);
 }
 
 RouteStatus RouteView::status() const {
@@ -65,7 +66,7 @@ RouteStatus RouteView::status() const {
    status.reason = reason();
    status.since = since();
    status.handle = handle();
-   if (record()) status.group = route_->work.table().facts(record()).index;
+   if (record()) status.group = route_->vrf.work.table().facts(record()).index;
    status.failures = failures();
    if (auto const inLine = place()) status.before = inLine->before;
    return status;

@@ -20,7 +20,8 @@
 // Passes. Calls and notifications only mark routes. A pass on a clock does the work: it ends after
 // Options::routesPerPass routes or after Options::passBudget seconds, whichever comes first, and
 // the next one goes on in the next turn of the loop. A single step of a pass is the change of one
-// route, with at most a few hook calls. Resyncs, the end and looks at all routes after a change of
+// route, with at most a few hook calls. At most 16,384 changes wait for their transactions at a time;
+// further routes are queued until a change is complete. Resyncs, the end and looks at all routes after a change of
 // vlans or VRFs are sliced likewise.
 //
 // Promises, between two passes:

@@ -279,6 +279,38 @@ TYPED_TEST(Promises, TenThousandRoutesNeverHoldTheLoopForMoreThanFiveMillisecond
    EXPECT_TRUE(b.programmer->ended());
 }
 
+// Two writes belong to a change. A burst also ends while wishes are held: by a resync, which waits
+// for them, and by the end of an agent that leaves its chip.
+TEST(Programmer, ABurstOfWishesHasABoundedNumberOfChangesUnderWay) {
+   BenchOn<AsyncSide> b({.groups = 64, .routes = 40000, .latency = 0.01});
+   auto const burst = [&](unsigned first) {
+      for (unsigned n = first; n < first + 20000; ++n)
+         b.programmer->routeIs(b.vrfOf(1), testSupport::key(n), b.wanted("et2 et3"));
+   };
+   auto const mostPending = [&] {
+      Qor::U32 most = 0;
+      for (double const end = Qor::now() + 1; b.time->nextDeadline() < end;) {
+         b.time->runUntil(b.time->nextDeadline());
+         most = std::max(most, b.platform->queue()->pending());
+      }
+      return most;
+   };
+   b.programmer->resyncBegin();
+   burst(1);
+   b.programmer->resyncEnd();
+   Qor::U32 const most = mostPending();
+   EXPECT_GT(most, 2 * 16000u);
+   EXPECT_LE(most, 2 * 16384u + 1);
+   EXPECT_TRUE(b.programmer->settled() && !b.programmer->resyncing());
+   EXPECT_EQ(b.chip->routes().size(), 20000u);
+   burst(20001);
+   b.time->runUntil(Qor::now());
+   b.programmer->end(Programmer::End::leave);
+   EXPECT_LE(mostPending(), 2 * 16384u);
+   EXPECT_TRUE(b.programmer->ended());
+   EXPECT_EQ(b.chip->routes().size(), 20000u + 16384u);
+}
+
 TYPED_TEST(Promises, ChangesAreListedOnceForEachRouteAlsoForOneThatIsGone) {
    BenchOn<TypeParam> b;
    unsigned wakes = 0;

@@ -172,6 +172,20 @@ TEST(Run, ALinkGetsAPortOnlyIfARouteUsesItAndARenamedLinkLosesItsOldName) {
    EXPECT_TRUE(forwards("rtr1"));
 }
 
+// All events are at one instant, at which a clock fires at most 10,000 times.
+TEST(Run, ACaptureWithoutTimeStampsMayHaveAnyNumberOfRoutes) {
+   constexpr unsigned routes = 12'000;
+   std::string lines;
+   for (unsigned n = 0; n < routes; ++n) {
+      lines += "(10.0.0.2,239.1." + std::to_string(n / 256) + "." + std::to_string(n % 256) +
+               ") Iif: rtr0 Oifs: rtr1 State: resolved\n";
+   }
+   TempDir const dir;
+   CaptureReplay replay({dir.file("routes", lines)}, {});
+   EXPECT_EQ(checkForwarding(replay.theSwitch, replay.capture).differences, Strings());
+   EXPECT_EQ(replay.chip->routes().size(), routes);
+}
+
 // ---- The program. ----
 
 struct Ran {

@@ -185,6 +185,7 @@ CaptureReader::Result CaptureReader::readSnapshot(CaptureEvent& event, LineSourc
    where_.line = first.line;
    if (snapshot_.parse(document_, snapshot)) {
       begun_ = true;
+      std::string().swap(document_);  // a large text is not kept beside its routes
       if (!behind.empty()) return refuse("text behind the end of a snapshot", behind);
       setTime(snapshot);
       return Result::event;

@@ -81,7 +81,7 @@ std::string InterfaceMap::enterLine(std::string_view line) {
    if (name.empty()) return "";
    Lnet::IntfId id;
    if (auto reason = intfOf(name, id); !reason.empty()) return reason;
-   if (byId_.contains(id.id())) return "interface " + inQuotes(name) + " occurs twice";
+   if (find(id)) return "interface " + inQuotes(name) + " occurs twice";
    std::optional<unsigned> port;
    std::optional<unsigned> vlan;
    for (auto word = nextWord(rest); !word.empty(); word = nextWord(rest)) {
@@ -112,6 +112,7 @@ std::string InterfaceMap::enterLine(std::string_view line) {
 Intf const& InterfaceMap::enter(Intf const& intf) {
    intfs_.push_back(std::make_unique<Intf const>(intf));
    Intf const* const entry = intfs_.back().get();
+   if (byId_.size() <= intf.id.id()) byId_.resize(intf.id.id() + 1);
    byId_[intf.id.id()] = entry;
    byVlan_[intf.vlan.value()] = entry;
    if (intf.port) byPort_[intf.port] = entry;
@@ -120,7 +121,7 @@ Intf const& InterfaceMap::enter(Intf const& intf) {
 
 Intf const& InterfaceMap::intf(Lnet::IntfId id) {
    QOR_ASSERT(id);
-   if (auto const found = byId_.find(id.id()); found != byId_.end()) return *found->second;
+   if (auto const* const known = find(id)) return *known;
    bool const cpu = isRegisterDevice(id.name());
    unsigned const vlan = nextVlan();
    if (!vlan) {

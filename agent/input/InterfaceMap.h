@@ -60,8 +60,7 @@ class InterfaceMap {
 
    // Null for an unknown name.
    Intf const* find(Lnet::IntfId id) const {
-      auto const known = byId_.find(id.id());
-      return known == byId_.end() ? nullptr : known->second;
+      return id.id() < byId_.size() ? byId_[id.id()] : nullptr;
    }
    // Null if no interface has this vlan or port. Register devices have no port.
    Intf const* byVlan(Bridging::VlanId vlan) const;
@@ -80,7 +79,7 @@ class InterfaceMap {
    Qor::U32 nextPort();
 
    std::vector<std::unique_ptr<Intf const>> intfs_;
-   std::unordered_map<Qor::U32, Intf const*> byId_;  // by IntfId::id()
+   std::vector<Intf const*> byId_;  // by IntfId::id()
    std::unordered_map<Qor::U32, Intf const*> byPort_;
    std::vector<Intf const*> byVlan_ = std::vector<Intf const*>(lastVlan + 1);
    unsigned vlanHint_ = firstVlan;  // the next vlan to try; the ones before it are taken

@@ -120,7 +120,7 @@ class Run final : public InspectedRun {
       Progress progress;
       while (readAhead() && timeOf(event_).time <= until) {
          // In real time this wait may be long.
-         switch_->runUntil(timeOf(event_).time);
+         if (timeOf(event_).time > Qor::now()) switch_->runUntil(timeOf(event_).time);
          if (interrupted()) break;
          ahead_ = false;
          if (auto const error = apply(*switch_, event_)) {
@@ -128,6 +128,8 @@ class Run final : public InspectedRun {
             continue;
          }
          count(figures_, event_);
+         // A large snapshot is not kept while its routes are being placed.
+         if (std::holds_alternative<SnapshotEvent>(event_)) event_ = MrouteEvent();
          progress.show([&] { return progressText(); });
       }
       progress.clear();
@@ -173,10 +175,12 @@ class Run final : public InspectedRun {
       } catch (InterfaceMapFull const& full) {
          return InputError{reader_.where(), {}, full.what()};
       }
-      capture_.apply(event);
+      if (checks()) capture_.apply(event);
       return std::nullopt;
    }
 
+   // Whether the forwarding is compared with the capture. Its state has no other use.
+   bool checks() const { return options_.check && !options_.inspects(); }
    std::vector<std::string> fallenShort() const { return shortfalls(figures_.badLines, *switch_); }
 
    int report(Switch& theSwitch) {

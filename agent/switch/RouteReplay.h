@@ -46,7 +46,9 @@ class RouteReplay {
    // True from start() until the end of the replay.
    bool underWay() const { return underWay_; }
    Routes const& left() const { return left_; }
-   void drop(RouteId const& id) { left_.erase(id); }
+   void drop(L3::VrfName const& vrf, Routing::Multicast::Fib::IpGenRouteKey const& key) {
+      if (!left_.empty()) left_.erase({vrf, key});
+   }
 
  private:
    class QorClock final : public Qor::Clock::Notifiee {

@@ -4,6 +4,7 @@
 #include <chrono>
 #include <set>
 #include <thread>
+#include <unordered_set>
 #include <utility>
 #include <vector>
 
@@ -83,7 +84,12 @@ void Switch::pathIs(std::unique_ptr<SwitchPath> path) {
 Switch::~Switch() = default;
 
 void Switch::apply(CaptureEvent const& event) {
-   runUntil(timeOf(event).time);
+   // A capture without time stamps has all its events at one instant of virtual time, at which a
+   // clock may fire only so often (Qor/Clock.h). Later events of the instant are applied together.
+   constexpr Qor::U32 apart = 1000;
+   Qor::Seconds const time = timeOf(event).time;
+   eventsNow_ = virtualTime_ && time <= Qor::now() ? eventsNow_ + 1 : 0;
+   if (eventsNow_ < apart) runUntil(time);
    learn(event);
    std::visit([this](auto const& e) { apply(e); }, event);
 }
@@ -228,12 +234,12 @@ Intf const& Switch::learnIntf(Lnet::IntfId id) {
       Intf const& intf = *intfMap_.intfs()[portsMade_++];
       surroundings_.intfVlanIdTable->intfIdToVlanIdIs(intf.id, intf.vlan);
       if (intf.port == 0 || !platform().portIs(intf.id, intf.port, intf.vlan)) continue;
-      ported_.insert(intf.id);
+      ported_.insert(intf.id.id());
       auto const link = links_.find(intf.id);
       portLinkIs(intf.id,
                  link == links_.end() ? Interface::IntfOperStatus::up : link->second.status);
    }
-   if (known.port != 0 && !ported_.contains(id)) {
+   if (known.port != 0 && !ported_.contains(id.id())) {
       throw InterfaceMapFull("the chip has no port " + std::to_string(known.port) + " for " +
                              id.name());
    }
@@ -280,7 +286,7 @@ void Switch::apply(LinkEvent const& event) {
 }
 
 void Switch::linkIs(Lnet::IntfId intf, Interface::IntfOperStatus status) {
-   if (!ported_.contains(intf)) return;
+   if (!ported_.contains(intf.id())) return;
    if (timeline_) {
       timeline_->instant(fmt::format("link {} {}", intf, status),
                          {{"interface", intf.name()}, {"fails", !carriesTraffic(status)}});
@@ -308,9 +314,12 @@ std::optional<bool> Switch::linkUp(Lnet::IntfId intf) const {
 }
 
 void Switch::apply(SnapshotEvent const& event) {
-   std::set<RouteId> listed;
-   for (MrouteEvent const& route : event.routes)
-      listed.insert({route.vrf, route.key});
+   // The list of a first snapshot, which ends no route, would only take memory.
+   std::unordered_set<RouteId, VelMroute::RouteIdHash> listed;
+   bool const mayEnd = programmer().routes() > 0 || !replay_.left().empty();
+   for (MrouteEvent const& route : event.routes) {
+      if (mayEnd) listed.insert({route.vrf, route.key});
+   }
    std::vector<RouteId> gone;
    auto const look = [&](RouteId const& id) {
       if (event.covers(id.vrf, id.key) && !listed.contains(id)) gone.push_back(id);

@@ -21,6 +21,7 @@
 #include <functional>
 #include <map>
 #include <set>
+#include <unordered_set>
 
 #include "agent/input/CaptureEvent.h"
 #include "agent/input/InterfaceMap.h"
@@ -182,9 +183,10 @@ class Switch {
    std::map<L3::VrfName, Vel::VrfId> vrfIds_;
    // The number of interfaces of the map for which a port of the chip was requested.
    std::size_t portsMade_ = 0;
-   std::set<Lnet::IntfId> ported_;  // the interfaces with a port of the chip
+   std::unordered_set<Qor::U32> ported_;  // the interfaces with a port of the chip, by IntfId::id()
    std::set<Lnet::IntfId> fixedLinks_;
    Qor::Ptr<Qor::ActivityManager> const activity_;
+   Qor::U32 eventsNow_ = 0;  // events of a capture at the present instant, besides the first
    PathKind const pathKind_;
    bool const virtualTime_;
    bool const checksHooks_;

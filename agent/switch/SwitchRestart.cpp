@@ -7,7 +7,7 @@
 namespace Agent {
 
 void Switch::routeIs(L3::VrfName const& vrf, RouteKey const& key, WantedRoute wanted) {
-   replay_.drop({vrf, key});
+   replay_.drop(vrf, key);
    bool const known = history_ && programmer().view(vrf, key);
    bool const differs = programmer().routeIs(vrf, key, std::move(wanted));
    if (!history_ || !differs) return;
@@ -15,7 +15,7 @@ void Switch::routeIs(L3::VrfName const& vrf, RouteKey const& key, WantedRoute wa
 }
 
 void Switch::routeDel(L3::VrfName const& vrf, RouteKey const& key) {
-   replay_.drop({vrf, key});
+   replay_.drop(vrf, key);
    bool const wanted = programmer().routeDel(vrf, key);
    if (history_ && wanted) history_->route(HistoryEvent::Kind::withdrawn, vrf, key);
 }

@@ -92,15 +92,21 @@ AsyncPlatform::~AsyncPlatform() {
    queue_->close();
 }
 
-ChipXactPtr AsyncPlatform::issue(XactQueue::Write write, XactPtr blockingXact) {
+// An injected failure takes the place of the write.
+ChipXactPtr AsyncPlatform::issue(WriteKind kind, XactQueue::Write write, XactPtr blockingXact) {
+   if (String8 fault = faults_.failure(kind); !fault.empty()) {
+      write = [fault = std::move(fault)](ChipXact const&) { return fault; };
+   }
    return queue_->issue(std::move(write), std::move(blockingXact), faults_.extraLatency());
 }
 
 // No caller sees the transaction of a deletion, so a failed deletion must be repeated here.
 void AsyncPlatform::issueDelete(WriteKind kind, XactQueue::Write write) {
-   String8 fault = faults_.failure(kind);
-   if (!fault.empty()) issue([fault = std::move(fault)] { return fault; }, nullptr);
-   issue(std::move(write), nullptr);
+   if (String8 fault = faults_.failure(kind); !fault.empty()) {
+      queue_->issue([fault = std::move(fault)](ChipXact const&) { return fault; }, nullptr,
+                    faults_.extraLatency());
+   }
+   queue_->issue(std::move(write), nullptr, faults_.extraLatency());
 }
 
 // ---- Crash and sweep ----
@@ -134,7 +140,7 @@ bool AsyncPlatform::sweepUnadopted() {
 void AsyncPlatform::claimGroup(U32 id) {
    found_.groups.take(id);
    groups_[id].allocated = true;
-   groups_[id].xact = XactQueue::done();
+   groups_[id].xact = queue_->done();
 }
 
 // Called by the queue. Writes the members of the set to the group, which is created if an earlier
@@ -149,11 +155,10 @@ String8 AsyncPlatform::applyGroup(U32 id, MrouteLib::PortVlanSet const& set) {
 
 void AsyncPlatform::writeGroup(WriteKind kind, U32 id, OifSetPtr oifSet, XactPtr blockingXact) {
    if (id >= groups_.size()) groups_.resize(id + 1);
-   String8 fault = faults_.failure(kind);
-   auto write = [this, id, oifSet = std::move(oifSet), fault = std::move(fault)] {
-      return fault.empty() ? applyGroup(id, oifSet->portVlanSet()) : fault;
+   auto write = [this, id, oifSet = std::move(oifSet)](ChipXact const&) {
+      return applyGroup(id, oifSet->portVlanSet());
    };
-   groups_[id].xact = issue(std::move(write), std::move(blockingXact));
+   groups_[id].xact = issue(kind, std::move(write), std::move(blockingXact));
    groups_[id].allocated = true;
 }
 
@@ -231,7 +236,7 @@ void AsyncPlatform::doDeleteOifSet(U32 mcastId) {
       return found_.groups.giveBack(
             mcastId, certain ? std::optional(contentOf(*chip_->group(mcastId))) : std::nullopt);
    }
-   issueDelete(WriteKind::groupDelete, [this, mcastId]() -> String8 {
+   issueDelete(WriteKind::groupDelete, [this, mcastId](ChipXact const&) -> String8 {
       if (!groups_[mcastId].onChip) return {};
       Refusal refusal = chip_->groupDelete(mcastId);
       if (refusal.empty()) groups_[mcastId].onChip = false;
@@ -262,13 +267,21 @@ RouteHandle AsyncPlatform::doAllocateRoute(IpGenRouteKey const& routeKey,
    if (index && adoptRoute(*index, entry)) return RouteHandle(*index);
    if (!index) index = faults_.routesExhausted() ? std::nullopt : routePool_.take();
    if (!index) return RouteHandle();
-   String8 fault = faults_.failure(WriteKind::routeCreate);
-   auto write = [this, index = *index, entry, fault = std::move(fault)] {
-      return fault.empty() ? chip_->routeCreate(index, entry) : fault;
+   auto write = [this, index = *index, entry](ChipXact const& xact) {
+      return settled(index, xact, chip_->routeCreate(index, entry));
    };
    if (*index >= routes_.size()) routes_.resize(*index + 1);
-   routes_[*index] = {issue(std::move(write), nullptr), nullptr};
+   routes_[*index] = {issue(WriteKind::routeCreate, std::move(write), nullptr), nullptr};
    return RouteHandle(*index);
+}
+
+// Called by the queue for a write of the entry, which another route may have by now.
+String8 AsyncPlatform::settled(U32 index, ChipXact const& xact, String8 refusal) {
+   if (!refusal.empty()) return refusal;
+   for (ChipXactPtr* const mine : {&routes_[index].create, &routes_[index].point}) {
+      if (mine->get() == &xact) *mine = queue_->done();
+   }
+   return {};
 }
 
 // Adopts a found entry. An entry that differs in a property that no write changes is deleted
@@ -281,14 +294,16 @@ bool AsyncPlatform::adoptRoute(U32 index, Entry const& wanted) {
    }
    found_.entries.take(index);
    if (index >= routes_.size()) routes_.resize(index + 1);
-   routes_[index] = {XactQueue::done(), nullptr, there.group};
+   routes_[index] = {queue_->done(), nullptr};
+   adoptedAt_[index] = there.group;
    ++found_.adopted;
    return true;
 }
 
 void AsyncPlatform::deleteFoundRoute(U32 index) {
    found_.entries.take(index);
-   issueDelete(WriteKind::routeDelete, [this, index] { return deleteFromChip(index); });
+   issueDelete(WriteKind::routeDelete,
+               [this, index](ChipXact const&) { return deleteFromChip(index); });
 }
 
 // Called by the queue.
@@ -305,23 +320,22 @@ void AsyncPlatform::doSetMtableOifSet(RouteHandle handle, U32 mcastId, XactPtr b
       return notAllocated(Hook::doSetMtableOifSet, "route", handle.value());
    if (!groupAllocated(mcastId)) return notAllocated(Hook::doSetMtableOifSet, "group", mcastId);
    RouteState& route = routes_[handle.value()];
-   if (std::exchange(route.adoptedAt, noGroup) == mcastId) {
+   auto const adopted = adoptedAt_.extract(handle.value());
+   if (!adopted.empty() && adopted.mapped() == mcastId) {
       found_.entries.release(handle.value());
-      route.point = XactQueue::done();
+      route.point = queue_->done();
       return;
    }
-   String8 fault = faults_.failure(WriteKind::routePoint);
-   auto write = [this, index = handle.value(), mcastId, create = route.create,
-                 fault = std::move(fault)]() -> String8 {
-      if (!fault.empty()) return fault;
+   auto write = [this, index = handle.value(), mcastId,
+                 create = route.create](ChipXact const& xact) -> String8 {
       if (create->state() == Hux::Xact::State::failed) {
          return fmt::format("route entry not created: {}", create->failureReason());
       }
       if (!groups_[mcastId].onChip) return fmt::format("multicast group {} not created", mcastId);
       found_.entries.release(index);
-      return chip_->routePoint(index, mcastId);
+      return settled(index, xact, chip_->routePoint(index, mcastId));
    };
-   route.point = issue(std::move(write), std::move(blockingXact));
+   route.point = issue(WriteKind::routePoint, std::move(write), std::move(blockingXact));
 }
 
 XactPtr AsyncPlatform::doGetXactForIngress(RouteHandle handle) {
@@ -335,12 +349,14 @@ void AsyncPlatform::doDeleteRoute(RouteHandle handle) {
    called(Hook::doDeleteRoute);
    if (!routeAllocated(handle)) return notAllocated(Hook::doDeleteRoute, "route", handle.value());
    RouteState& route = routes_[handle.value()];
-   auto write = [this, index = handle.value(), create = route.create]() -> String8 {
+   auto write = [this, index = handle.value(), create = route.create](ChipXact const&) -> String8 {
       if (create->state() == Hux::Xact::State::failed) return {};
       return deleteFromChip(index);
    };
    issueDelete(WriteKind::routeDelete, std::move(write));
    route = {};
+   adoptedAt_.erase(handle.value());
+   if (handle.value() < lastAccessed_.size()) lastAccessed_[handle.value()] = 0;
    routePool_.give(handle.value());
 }
 
@@ -351,11 +367,12 @@ Qor::Seconds AsyncPlatform::routeLastAccessedTime(RouteHandle handle) {
       notAllocated(Hook::routeLastAccessedTime, "route", handle.value());
       return 0.0;
    }
-   RouteState& route = routes_[handle.value()];
-   if (route.create->state() != Hux::Xact::State::succeeded) return 0.0;
+   if (routes_[handle.value()].create->state() != Hux::Xact::State::succeeded) return 0.0;
+   if (lastAccessed_.size() < routes_.size()) lastAccessed_.resize(routes_.size());
+   Qor::Seconds& lastAccessed = lastAccessed_[handle.value()];
    // A chip that is not read now keeps its hits, and the platform has the time of the last reading.
-   if (!faults_.refused()) route.lastAccessed = chip_->routes().find(handle.value())->lastHit;
-   return route.lastAccessed;
+   if (!faults_.refused()) lastAccessed = chip_->routes().find(handle.value())->lastHit;
+   return lastAccessed;
 }
 
 // ---- Counters, settings and the audit ----

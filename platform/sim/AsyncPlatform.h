@@ -28,6 +28,7 @@
 #pragma once
 
 #include <string_view>
+#include <unordered_map>
 #include <vector>
 
 #include "Vel/VelAsyncMrouteHelper.h"
@@ -154,11 +155,11 @@ class AsyncPlatform : public VelHelper::AsyncMrouteHelper,
       bool onChip = false;  // the applied writes have created the group on the chip
       ChipXactPtr xact;     // the latest write of the group's members
    };
+   // A write that has succeeded is replaced by XactQueue::done(), so that entries at rest have no
+   // transactions of their own.
    struct RouteState {
-      ChipXactPtr create;             // the creation of the entry; null if it is not allocated
-      ChipXactPtr point;              // the latest write that points the entry at a group
-      Qor::U32 adoptedAt = noGroup;   // the group of an adopted entry until its first pointing
-      Qor::Seconds lastAccessed = 0;  // the result of the last reading
+      ChipXactPtr create;  // the creation of the entry; null if it is not allocated
+      ChipXactPtr point;   // the latest write that points the entry at a group
    };
 
    bool isFixedGroup(Qor::U32 id) const {
@@ -172,7 +173,8 @@ class AsyncPlatform : public VelHelper::AsyncMrouteHelper,
    bool adoptRoute(Qor::U32 index, Entry const& wanted);
    void deleteFoundRoute(Qor::U32 index);
    Qor::String8 deleteFromChip(Qor::U32 index);
-   ChipXactPtr issue(XactQueue::Write write, Hux::XactPtr blockingXact);
+   Qor::String8 settled(Qor::U32 index, ChipXact const& xact, Qor::String8 refusal);
+   ChipXactPtr issue(WriteKind kind, XactQueue::Write write, Hux::XactPtr blockingXact);
    void issueDelete(WriteKind kind, XactQueue::Write write);
    void writeGroup(WriteKind kind, Qor::U32 id, MrouteLib::OifSetPtr oifSet,
                    Hux::XactPtr blockingXact);
@@ -185,6 +187,10 @@ class AsyncPlatform : public VelHelper::AsyncMrouteHelper,
    Qor::U32 fixedAllocated_ = 0;
    std::vector<GroupState> groups_;  // by id, up to the highest id used so far
    std::vector<RouteState> routes_;  // by handle, up to the highest handle used so far
+   // The group of an adopted entry until its first pointing, by handle.
+   std::unordered_map<Qor::U32, Qor::U32> adoptedAt_;
+   // The results of the last readings, by handle; empty until the first reading.
+   std::vector<Qor::Seconds> lastAccessed_;
 };
 
 }  // namespace Sim

@@ -17,6 +17,7 @@
 
 #include "Lnet/IntfId.h"
 #include "MrouteLib/PortVlanSet.h"
+#include "Qor/HashMap.h"
 #include "Qor/Ptr.h"
 #include "hooks/Forwarding.h"
 #include "platform/Faults.h"

@@ -25,10 +25,6 @@ ChipXactPtr XactQueue::issue(Write write, Hux::XactPtr blockingXact, Qor::Second
    return xact;
 }
 
-ChipXactPtr XactQueue::done() {
-   return Qor::make<ChipXact>(Hux::Xact::State::succeeded);
-}
-
 void XactQueue::flush(Qor::U32 applied) {
    for (Qor::U32 left = std::min(pending(), applied); left > 0 && !pending_.empty(); --left) {
       Pending const change = std::move(pending_.front());
@@ -78,7 +74,7 @@ void XactQueue::handleClock() {
 }
 
 void XactQueue::complete(Pending const& change) {
-   change.xact->failureReason_ = change.write();
+   change.xact->failureReason_ = change.write(*change.xact);
    bool const done = change.xact->failureReason_.empty();
    ++(done ? succeeded_ : failed_);
    change.xact->stateIs(done ? Hux::Xact::State::succeeded : Hux::Xact::State::failed);

@@ -18,11 +18,12 @@
 
 #include "Hux/Xact.h"
 #include "Qor/Clock.h"
+#include "Qor/Pool.h"
 
 namespace Sim {
 
 // A transaction of a write to the chip, with the reason of its failure.
-class ChipXact final : public Hux::Xact {
+class ChipXact final : public Hux::Xact, public Qor::Pooled {
  public:
    using Xact::Xact;
 
@@ -40,8 +41,9 @@ using ChipXactPtr = Qor::Ptr<ChipXact const>;
 
 class XactQueue final : public Qor::RefCounted {
  public:
-   // A function that applies a write. It returns an empty text, or the reason of the failure.
-   using Write = std::function<Qor::String8()>;
+   // A function that applies a write. It returns an empty text, or the reason of the failure. The
+   // argument is the transaction of the write, which is still pending.
+   using Write = std::function<Qor::String8(ChipXact const&)>;
 
    explicit XactQueue(Qor::Seconds latency);
 
@@ -50,8 +52,8 @@ class XactQueue final : public Qor::RefCounted {
    ChipXactPtr issue(Write write, Hux::XactPtr blockingXact = nullptr,
                      Qor::Seconds extraLatency = 0);
 
-   // A transaction that has succeeded, for a change that needs no write.
-   static ChipXactPtr done();
+   // A transaction that has succeeded, for a change that needs no write. All such changes have one.
+   ChipXactPtr const& done() const { return done_; }
 
    // Applies the first `applied` waiting writes at once, ahead of their time and of their blocking
    // transactions.
@@ -100,6 +102,7 @@ class XactQueue final : public Qor::RefCounted {
    void arm();
 
    Qor::Seconds const latency_;
+   ChipXactPtr const done_ = Qor::make<ChipXact>(Hux::Xact::State::succeeded);
    std::deque<Pending> pending_;
    Qor::U64 succeeded_ = 0;
    Qor::U64 failed_ = 0;

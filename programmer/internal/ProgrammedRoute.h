@@ -1,10 +1,16 @@
 // The programmer's record of a route, or of one of its fastdrop entries.
+//
+// A table has very many routes, of which few change at a time. The record of a route at rest is
+// therefore two cache lines; all other properties are in RouteWork, which a route has only while it
+// changes, waits, has failed, or belongs to fastdrop entries.
 #pragma once
 
 #include <memory>
+#include <optional>
 #include <utility>
 #include <vector>
 
+#include "Qor/HashIndex.h"
 #include "Qor/Pool.h"
 #include "programmer/RouteTable.h"
 #include "programmer/internal/Wish.h"
@@ -15,6 +21,7 @@ class ProgrammedRoute;
 class ProgrammerWork;
 class WaitingLine;
 using RoutePtr = Qor::Ptr<ProgrammedRoute>;
+using RouteStatusPtr = Qor::Ptr<Routing::Multicast::Fib::Hardware::RouteStatus>;
 
 // The change of a route that is under way: at most two transactions, of which it watches the first
 // that is pending.
@@ -33,62 +40,149 @@ class RouteChange final : public Hux::Xact::Notifiee {
    MrouteLib::MtableOifSetPtr fresh;
    Hux::XactPtr groupWrite;
    Hux::XactPtr pointing;
+   MrouteLib::MtableOifSetPtr previous;  // held until the entry has left it
+};
+
+// The properties of a route that is not at rest.
+struct RouteWork : Qor::Pooled {
+   static void* operator new(std::size_t size) { return allocatePooled(size); }
+
+   // Whether the route needs this no longer.
+   bool idle() const {
+      return !change && !owner && fastdrops.empty() && !waitingIn && !at && attempts == 0 &&
+             trouble.empty();
+   }
+
+   std::optional<RouteChange> change;
+   // The route of a fastdrop entry, null for a route. The route lives as long as its entries.
+   ProgrammedRoute* owner = nullptr;
+   Lnet::IntfId intf;                // the interface of a fastdrop entry
+   std::vector<RoutePtr> fastdrops;  // the fastdrop entries of a route
+   PlacementPtr at;                  // with which the route waits or failed
+   Qor::String trouble;              // why the route failed
+   WaitingLine* waitingIn = nullptr;
+   Qor::U64 arrival = 0;      // the place there
+   Qor::U32 waitingHash = 0;  // of the set it waits with
+   Qor::U32 attempts = 0;     // placements of the wish whose writes failed
 };
 
 class ProgrammedRoute final : public Qor::RefCounted, public Qor::Pooled {
  public:
-   // The routes of one VRF, by key.
-   struct Vrf {
-      L3::VrfName name;
-      Qor::HashMap<RouteKey, RoutePtr> routes;
-   };
+   struct Vrf;
 
-   ProgrammedRoute(ProgrammerWork& programmerWork, Vrf& vrfOf, RouteKey const& routeKey,
-                   ProgrammedRoute* ownerOf)
-         : work(programmerWork), vrf(vrfOf), owner(ownerOf), key(routeKey) {}
+   ProgrammedRoute(Vrf& vrfOf, RouteKey const& routeKey) : key(routeKey), vrf(vrfOf) {}
 
-   bool isFastdrop() const { return owner != nullptr; }
+   RouteWork& work() {
+      if (!work_) work_ = std::make_unique<RouteWork>();
+      return *work_;
+   }
+   RouteWork const* workIfAny() const { return work_.get(); }
+   RouteWork* workIfAny() { return work_.get(); }
+   void dropIdleWork() {
+      if (work_ && work_->idle()) work_.reset();
+   }
 
-   ProgrammerWork& work;
-   Vrf& vrf;
-   // The route of a fastdrop entry, null for a route. The route lives as long as its entries.
-   ProgrammedRoute* const owner;
-   std::vector<RoutePtr> fastdrops;  // the fastdrop entries of a route
+   RouteChange* change() { return work_ && work_->change ? &*work_->change : nullptr; }
+   ProgrammedRoute* owner() const { return work_ ? work_->owner : nullptr; }
+   bool isFastdrop() const { return owner() != nullptr; }
+   // The route of a fastdrop entry, and otherwise the route itself.
+   ProgrammedRoute& own() {
+      ProgrammedRoute* const of = owner();
+      return of ? *of : *this;
+   }
+   // The fastdrop entries of a route.
+   std::vector<RoutePtr> const& fastdrops() const {
+      static std::vector<RoutePtr> const none;
+      RouteWork const* const work = work_.get();
+      if (!work) return none;
+      return work->fastdrops;
+   }
+   WaitingLine* waitingIn() const { return work_ ? work_->waitingIn : nullptr; }
+
+   RouteState state = RouteState::queued;
+   Table table = Table::entry;  // of the entry
    RouteKey const key;
+   Vrf& vrf;
 
    WishPtr wish;    // null when the route is not wanted any longer
-   WishPtr target;  // the wish in placement, at `at` and in the VRF `vrfId`
-   PlacementPtr at;
-   Vel::VrfId vrfId;
-   RouteTable::Needs needs;
-
    WishPtr placed;  // the wish, the vlan and the VRF of the entry; null without a placement
-   Bridging::VlanIdOrNone placedVlan;
-   Vel::VrfId placedVrf;
-   Table table = Table::entry;  // of the entry
-   MrouteLib::RouteHandle handle;
-   MrouteLib::MtableOifSetPtr record;    // of the entry, once the change is complete
-   MrouteLib::MtableOifSetPtr previous;  // held until the entry has left it
-   std::unique_ptr<RouteChange> change;
-   std::unique_ptr<Qor::String> trouble;  // why the route failed
-
-   Qor::Seconds since = 0;  // the time of the last change of the state
-   Qor::U64 resync = 0;     // the resync in which the route was named last
-   Qor::U32 attempts = 0;   // placements of the wish whose writes failed
-   RouteState state = RouteState::queued;
-   bool marked = false;     // in the queue of the passes
-   bool confirmed = false;  // the entry has been written
-   bool stuck = false;      // the deletion of the entry threw, and the entry is still there
-   bool published = false;
-   bool listed = false;   // among the changes for the owner
-   bool retried = false;  // among the routes that are tried again
-   WaitingLine* waitingIn = nullptr;
-   Qor::U64 arrival = 0;      // the place there
-   Qor::U32 waitingHash = 0;  // of the set it waits with
-   std::optional<Table> waitsFor;
+   MrouteLib::MtableOifSetPtr record;  // of the entry, once the change is complete
+   // The published status; null while the route is not published. A fastdrop entry has the status
+   // of its route.
+   RouteStatusPtr published;
 
  private:
    ~ProgrammedRoute() override = default;
+
+   std::unique_ptr<RouteWork> work_;
+
+ public:
+   Qor::Seconds since = 0;  // the time of the last change of the state
+   MrouteLib::RouteHandle handle;
+   Vel::VrfId placedVrf;
+   Qor::U32 resync = 0;  // the resync in which the route was named last
+   Bridging::VlanIdOrNone placedVlan;
+   bool marked : 1 = false;     // in the queue of the passes
+   bool confirmed : 1 = false;  // the entry has been written
+   bool stuck : 1 = false;      // the deletion of the entry threw, and the entry is still there
+   bool refused : 1 = false;    // the path takes no such route
+   bool listed : 1 = false;     // among the changes for the owner
+   bool retried : 1 = false;    // among the routes that are tried again
+};
+static_assert(sizeof(ProgrammedRoute) <= 2 * Qor::cacheLine);
+
+// The routes of one VRF, by key. A route has a number, which a later route may get after it.
+struct ProgrammedRoute::Vrf {
+   Vrf(ProgrammerWork& programmerWork, L3::VrfName vrf)
+         : work(programmerWork), name(std::move(vrf)) {}
+   Vrf(Vrf const&) = delete;
+   Vrf& operator=(Vrf const&) = delete;
+
+   // The route of the key; null if there is none.
+   ProgrammedRoute* find(RouteKey const& key) const {
+      Qor::U32 const place = placeOf(key, Qor::HashIndex::hash(key));
+      return place == Qor::HashIndex::nowhere ? nullptr : routes[index_[place]].get();
+   }
+   // The same, made and counted in `records` if there is none.
+   RoutePtr findOrMake(RouteKey const& key, Qor::U32& records) {
+      Qor::U32 const hash = Qor::HashIndex::hash(key);
+      Qor::U32 const place = placeOf(key, hash);
+      if (place != Qor::HashIndex::nowhere) return routes[index_[place]];
+      auto number = static_cast<Qor::U32>(routes.size());
+      if (free_.empty()) {
+         routes.emplace_back();
+      } else {
+         number = free_.back();
+         free_.pop_back();
+      }
+      routes[number] = Qor::make<ProgrammedRoute>(*this, key);
+      index_.insert(hash, number);
+      ++records;
+      return routes[number];
+   }
+   // Removes the route and returns true, unless its key has another route or none.
+   bool remove(ProgrammedRoute const& route) {
+      Qor::U32 const place = placeOf(route.key, Qor::HashIndex::hash(route.key));
+      if (place == Qor::HashIndex::nowhere) return false;
+      Qor::U32 const number = index_[place];
+      if (routes[number].get() != &route) return false;
+      RoutePtr const last = std::move(routes[number]);
+      index_.vacate(place);
+      free_.push_back(number);
+      return true;
+   }
+
+   ProgrammerWork& work;
+   L3::VrfName const name;
+   std::vector<RoutePtr> routes;  // by number; null for a number that is free
+
+ private:
+   Qor::U32 placeOf(RouteKey const& key, Qor::U32 hash) const {
+      return index_.locate(hash, [&](Qor::U32 number) { return routes[number]->key == key; });
+   }
+
+   Qor::HashIndex index_;  // the numbers by key
+   std::vector<Qor::U32> free_;
 };
 
 }  // namespace VelMroute

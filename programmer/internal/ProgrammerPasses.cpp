@@ -10,7 +10,8 @@ namespace VelMroute {
 // ---- Notifications. ----
 
 void ProgrammerWork::mark(ProgrammedRoute& route) {
-   if (std::exchange(route.marked, true)) return;
+   if (route.marked) return;
+   route.marked = true;
    marked_.emplace_back(&route);
    schedulePass();
 }
@@ -50,13 +51,10 @@ void ProgrammerWork::vlanChanged() {
 void ProgrammerWork::runPass() {
    QOR_ASSERT(Qor::activityManager() == loop_);
    Budget budget(*loop_, options_);
-   do {
-      if (marked_.empty()) break;
-      RoutePtr const route = std::move(marked_.front());
-      marked_.pop_front();
+   while (RoutePtr const route = nextMarked(budget)) {
       guarded(*route, [&] { process(*route); });
       budget.take();
-   } while (!budget.spent());
+   }
    if (!recovering_ && end_ == Ending::no) {
       for (WaitingLine& line : lines_)
          serveLine(line, budget);
@@ -66,9 +64,31 @@ void ProgrammerWork::runPass() {
    goOnWithEnd(budget);
    if (end_ == Ending::ended) return;
    commitPass();
-   bool const more = !marked_.empty() || someMayTry() || looking_ || lookAgain_ ||
-                     resync_ == Resync::dropping || resync_ == Resync::placing || mayEnd();
+   // A route that is held waits for the end of a change, which marks its route.
+   bool const stalled = marked_.empty() && !held_.empty() && !mayBegin();
+   bool const goesOn = !noneMarked() || resync_ == Resync::placing;
+   bool const more = (goesOn && !stalled) || someMayTry() || looking_ || lookAgain_ ||
+                     resync_ == Resync::dropping || mayEnd();
    passClock_->timeMinIs(more ? Qor::now() : Qor::never);
+}
+
+// The route of the next step; null if there is none, or the budget is spent.
+RoutePtr ProgrammerWork::nextMarked(Budget& budget) {
+   auto const pop = [](std::deque<RoutePtr>& queue) {
+      RoutePtr route = std::move(queue.front());
+      queue.pop_front();
+      return route;
+   };
+   bool const begins = mayBegin();
+   if (budget.spent()) return nullptr;
+   if (begins && !held_.empty()) return pop(held_);
+   while (!marked_.empty() && !budget.spent()) {
+      RoutePtr route = pop(marked_);
+      if (begins || route->state == RouteState::programming) return route;
+      held_.push_back(std::move(route));
+      budget.take();
+   }
+   return nullptr;
 }
 
 template <class Step>
@@ -102,9 +122,9 @@ void ProgrammerWork::fail(ProgrammedRoute& route, Qor::String trouble, bool entr
       }
    }
    waitNoMore(route);
-   route.trouble = std::make_unique<Qor::String>(std::move(trouble));
-   stateIs(route, RouteState::failed);
-   if (!std::exchange(route.retried, true)) retried_.emplace_back(&route);
+   failed(route, std::move(trouble), presentPlacement(route));
+   if (!route.retried) retried_.emplace_back(&route);
+   route.retried = true;
    armRetry();
 }
 
@@ -165,16 +185,14 @@ void ProgrammerWork::remove(ProgrammedRoute& route) {
 // Removes a route that nobody wants from the tables, once its fastdrop entries are gone.
 void ProgrammerWork::forget(ProgrammedRoute& route) {
    RoutePtr const held(&route);
-   if (ProgrammedRoute* const own = route.owner) {
-      records_ -= std::erase(own->fastdrops, held);
+   if (ProgrammedRoute* const own = route.owner()) {
+      records_ -= std::erase(own->work().fastdrops, held);
       if (!own->wish && own->handle.isNull() && !own->marked && !own->retried) forget(*own);
       return;
    }
-   if (!route.fastdrops.empty()) return;
+   if (!route.fastdrops().empty()) return;
    // A record that is tried again may have left its key to a later one.
-   auto const* const entry = route.vrf.routes.find(route.key);
-   if (!entry || entry->second.get() != &route) return;
-   route.vrf.routes.take(route.key);
+   if (!route.vrf.remove(route)) return;
    --records_;
    changed(route);
 }
@@ -208,7 +226,7 @@ void ProgrammerWork::look(Budget& budget) {
    if (!looking_ && std::exchange(lookAgain_, false)) {
       looking_ = true;
       lookVrf_ = vrfs_.begin();
-      lookPosition_.reset();
+      lookNext_ = 0;
    }
    while (looking_ && !budget.spent()) {
       if (lookVrf_ == vrfs_.end()) {
@@ -216,17 +234,15 @@ void ProgrammerWork::look(Budget& budget) {
          return;
       }
       auto const& routes = lookVrf_->second.routes;
-      auto const next = lookPosition_ ? routes.resume(*lookPosition_, lookKey_) : routes.begin();
-      if (next == routes.end()) {
+      if (lookNext_ == routes.size()) {
          ++lookVrf_;
-         lookPosition_.reset();
+         lookNext_ = 0;
          continue;
       }
-      lookPosition_ = next;
-      lookKey_ = next->first;
-      RoutePtr const route = next->second;
+      RoutePtr const route = routes[lookNext_++];
+      if (!route) continue;
       lookAt(*route);
-      for (RoutePtr const& drop : route->fastdrops)
+      for (RoutePtr const& drop : route->fastdrops())
          lookAt(*drop);
       budget.take();
    }
@@ -237,16 +253,25 @@ void ProgrammerWork::lookAt(ProgrammedRoute& route) {
    bool const unnamed =
          end_ == Ending::clean || (resync_ == Resync::dropping && route.resync != resyncs_);
    if (unnamed) {
-      if (!route.owner) wantNoMore(route);
+      if (!route.owner()) wantNoMore(route);
       return;
    }
    if (!route.wish) return;
    bool const waits =
          route.state == RouteState::waitingVlan || route.state == RouteState::waitingVrf;
-   bool const moved = route.at && resolve(route).placement != route.at;
    bool const renumbered = route.placed && table_->vrfId(route.vrf.name) != route.placedVrf;
-   bool const refused = route.state == RouteState::failed && !route.needs.never.empty();
-   if (waits || moved || renumbered || refused) mark(route);
+   bool const refused = route.state == RouteState::failed && route.refused;
+   if (waits || renumbered || refused || hasMoved(route)) mark(route);
+}
+
+// Whether the wish has other vlans than those with which the route was placed, waits or failed.
+bool ProgrammerWork::hasMoved(ProgrammedRoute const& route) const {
+   PlacementPtr const present = presentPlacement(route);
+   RouteWork const* const work = route.workIfAny();
+   if (work && work->at) return present != work->at;
+   if (!route.placed) return route.state == RouteState::queued;
+   return !present || present->vlan != route.placedVlan ||
+          (route.record && !(route.record->oifSet()->portVlanSet() == present->set));
 }
 
 }  // namespace VelMroute

@@ -10,98 +10,90 @@ using MrouteLib::MtableOifSetPtr;
 using MrouteLib::OifSetPtr;
 using MrouteLib::RouteHandle;
 
-RouteTable::Spec ProgrammerWork::specOf(ProgrammedRoute const& route) const {
-   WantedRoute const& wanted = route.target->wanted();
-   RouteTable::Spec spec;
-   spec.vrf = route.vrf.name;
-   spec.vrfId = route.vrfId;
-   spec.key = route.key;
-   spec.vlan = route.at->vlan;
-   spec.bridge = wanted.bridge;
-   spec.noRpf = wanted.noRpf;
-   spec.fastdrop = route.target->fastdrop();
-   spec.backup = !route.at->set.currentIif().isNull();
-   spec.rpaId = wanted.rpaId;
-   spec.type = route.at->set.type();
-   return spec;
-}
-
 // Takes the present wish as the target, in the present vlans and VRF. Returns false if the route
 // cannot be placed now: it has left the hardware, and waits or failed.
-bool ProgrammerWork::aim(ProgrammedRoute& route) {
-   route.target = route.wish;
-   route.trouble.reset();
-   WishPool::Resolution const resolution = resolve(route);
-   if (!resolution.placement) {
+bool ProgrammerWork::aim(ProgrammedRoute& route, Target& target) {
+   target.wish = route.wish;
+   if (RouteWork* const work = route.workIfAny()) work->trouble.clear();
+   route.refused = false;
+   target.at = resolve(route).placement;
+   if (!target.at) {
       release(route);
-      wait(route, RouteState::waitingVlan);
+      wait(route, RouteState::waitingVlan, target);
       return false;
    }
-   route.at = resolution.placement;
    auto const vrfId = table_->vrfId(route.vrf.name);
    if (!vrfId) {
       release(route);
-      wait(route, RouteState::waitingVrf);
+      wait(route, RouteState::waitingVrf, target);
       return false;
    }
-   route.vrfId = *vrfId;
-   route.needs = table_->needs(specOf(route));
-   if (!route.needs.never.empty()) {
+   WantedRoute const& wanted = target.wish->wanted();
+   RouteTable::Spec& spec = target.spec;
+   spec.vrf = route.vrf.name;
+   spec.vrfId = *vrfId;
+   spec.key = route.key;
+   spec.vlan = target.at->vlan;
+   spec.bridge = wanted.bridge;
+   spec.noRpf = wanted.noRpf;
+   spec.fastdrop = target.wish->fastdrop();
+   spec.backup = !target.at->set.currentIif().isNull();
+   spec.rpaId = wanted.rpaId;
+   spec.type = target.at->set.type();
+   target.needs = table_->needs(target.spec);
+   if (!target.needs.never.empty()) {
       release(route);
       waitNoMore(route);
-      route.trouble = std::make_unique<Qor::String>(route.needs.never);
-      stateIs(route, RouteState::failed);
+      route.refused = true;
+      failed(route, std::move(target.needs.never), target.at);
       return false;
    }
    return true;
 }
 
-bool ProgrammerWork::hasWantedSet(ProgrammedRoute const& route) const {
-   if (!route.needs.group) return !route.record;
-   return route.record && route.record->oifSet()->portVlanSet() == route.at->set;
+bool ProgrammerWork::hasWantedSet(ProgrammedRoute const& route, Target const& target) {
+   if (!target.needs.group) return !route.record;
+   return route.record && route.record->oifSet()->portVlanSet() == target.at->set;
 }
 
 // Whether the present entry has the wanted properties. A placed route without an entry needs none.
-bool ProgrammerWork::hasWantedEntry(ProgrammedRoute const& route) const {
+bool ProgrammerWork::hasWantedEntry(ProgrammedRoute const& route, Target const& target) {
    if (route.handle.isNull()) return true;
    WantedRoute const& placed = route.placed->wanted();
-   WantedRoute const& wanted = route.target->wanted();
-   return route.placedVlan == route.at->vlan && placed.bridge == wanted.bridge &&
+   WantedRoute const& wanted = target.wish->wanted();
+   return route.placedVlan == target.at->vlan && placed.bridge == wanted.bridge &&
           placed.noRpf == wanted.noRpf && placed.rpaId == wanted.rpaId;
-}
-
-bool ProgrammerWork::isPlaced(ProgrammedRoute const& route) const {
-   return hasWantedEntry(route) && hasWantedSet(route);
 }
 
 void ProgrammerWork::place(ProgrammedRoute& route) {
    if (route.stuck) release(route);
-   if (!aim(route)) return;
+   Target target;
+   if (!aim(route, target)) return;
    if (!route.placed) {
-      if (mustStandBack(route)) return;
-      if (!mustQueue(route)) placeNew(route);
+      if (mustStandBack(route, target)) return;
+      if (!mustQueue(route, target)) placeNew(route, target);
       return;
    }
-   if (mustLeaveFirst(route)) {
-      stepAside(route);
+   if (mustLeaveFirst(route, target)) {
+      stepAside(route, target);
       return;
    }
-   if (isPlaced(route) && route.confirmed) {
-      publish(route);
-      route.placed = route.target;
+   bool const sameSet = hasWantedSet(route, target);
+   publish(route, target);
+   if (sameSet && route.confirmed && hasWantedEntry(route, target)) {
+      route.placed = target.wish;
       stateIs(route, RouteState::inHardware);
       return;
    }
-   publish(route);
    MtableOifSetPtr record;
-   if (route.needs.group) record = hasWantedSet(route) ? route.record : allocateRecord(route);
+   if (target.needs.group) record = sameSet ? route.record : allocateRecord(route, target);
    Leaving leaving;
    // There may be no room for old and new together.
-   if ((route.needs.group && !record) || !replaceEntry(route, record, leaving)) {
-      stepAside(route);
+   if ((target.needs.group && !record) || !replaceEntry(route, target, record, leaving)) {
+      stepAside(route, target);
       return;
    }
-   pointAt(route, std::move(record));
+   pointAt(route, target, std::move(record));
    if (leaving.handle.isNull()) return;
    // Issued behind the writes of the new entry, in the order that the chip keeps.
    leaveEntry(leaving);
@@ -110,18 +102,18 @@ void ProgrammerWork::place(ProgrammedRoute& route) {
 
 // Whether the placement has to go before the new one is made: its entry has a number that another
 // VRF or interface may have by now, or there is an entry where none is needed, or none where one is.
-bool ProgrammerWork::mustLeaveFirst(ProgrammedRoute const& route) const {
-   bool const sameInput = route.placed->wanted().iif == route.target->wanted().iif;
-   bool const renumbered = sameInput && route.placedVlan != route.at->vlan &&
-                           !route.placedVlan.isNone() && !route.at->vlan.isNone();
-   bool const entryComesOrGoes = route.needs.entry.has_value() == route.handle.isNull();
-   return route.placedVrf != route.vrfId || renumbered || entryComesOrGoes;
+bool ProgrammerWork::mustLeaveFirst(ProgrammedRoute const& route, Target const& target) {
+   bool const sameInput = route.placed->wanted().iif == target.wish->wanted().iif;
+   bool const renumbered = sameInput && route.placedVlan != target.at->vlan &&
+                           !route.placedVlan.isNone() && !target.at->vlan.isNone();
+   bool const entryComesOrGoes = target.needs.entry.has_value() == route.handle.isNull();
+   return route.placedVrf != target.spec.vrfId || renumbered || entryComesOrGoes;
 }
 
 // The route leaves the hardware, and tries with the room that it gave back.
-void ProgrammerWork::stepAside(ProgrammedRoute& route) {
+void ProgrammerWork::stepAside(ProgrammedRoute& route, Target const& target) {
    release(route);
-   if (!mustStandBack(route)) placeNew(route);
+   if (!mustStandBack(route, target)) placeNew(route, target);
 }
 
 // A route in front of its line tries; the line stops when the route is refused.
@@ -130,35 +122,36 @@ void ProgrammerWork::placeWaiting(ProgrammedRoute& route, WaitingLine& line) {
       waitNoMore(route);
       return;
    }
-   if (!aim(route)) return;
-   if (mustStandBack(route)) return;
-   placeNew(route);
-   if (route.waitingIn == &line) line.roomIs(false);
+   Target target;
+   if (!aim(route, target)) return;
+   if (mustStandBack(route, target)) return;
+   placeNew(route, target);
+   if (route.waitingIn() == &line) line.roomIs(false);
 }
 
-void ProgrammerWork::placeNew(ProgrammedRoute& route) {
-   publish(route);
-   MtableOifSetPtr const record = route.needs.group ? allocateRecord(route) : nullptr;
-   if (route.needs.group && !record) {
-      wait(route, RouteState::waitingGroup);
+void ProgrammerWork::placeNew(ProgrammedRoute& route, Target const& target) {
+   publish(route, target);
+   MtableOifSetPtr const record = target.needs.group ? allocateRecord(route, target) : nullptr;
+   if (target.needs.group && !record) {
+      wait(route, RouteState::waitingGroup, target);
       return;
    }
    using Refusal = RouteTable::Refusal;
-   Refusal const refusal = route.needs.entry ? allocateEntry(route, record) : Refusal::none;
+   Refusal const refusal =
+         target.needs.entry ? allocateEntry(route, target, record) : Refusal::none;
    if (refusal == Refusal::none) {
-      pointAt(route, record);
+      pointAt(route, target, record);
       return;
    }
-   route.change.reset();  // before the record goes
+   endChange(route);  // before the record goes
    if (refusal == Refusal::writeFailed) {
       withdraw(route);
       waitNoMore(route);
-      route.trouble = std::make_unique<Qor::String>("write failed " +
-                                                    std::to_string(table_->attempts()) + " times");
-      stateIs(route, RouteState::failed);
+      failed(route, "write failed " + std::to_string(table_->attempts()) + " times", target.at);
    } else {
       wait(route,
-           refusal == Refusal::noVrf ? RouteState::waitingVrf : stateFor(*route.needs.entry));
+           refusal == Refusal::noVrf ? RouteState::waitingVrf : stateFor(*target.needs.entry),
+           target);
    }
 }
 
@@ -166,35 +159,36 @@ void ProgrammerWork::placeNew(ProgrammedRoute& route) {
 
 // A route that is not in hardware lets those go first that wait for the same room. An arrival is a
 // good time for the first of them to try again.
-bool ProgrammerWork::mustQueue(ProgrammedRoute& route) {
+bool ProgrammerWork::mustQueue(ProgrammedRoute& route, Target const& target) {
    if (recovering_) {
-      std::optional<Table> const kept = keptForOthers(route);
-      if (kept) wait(route, stateFor(*kept));
+      std::optional<Table> const kept = keptForOthers(route, target);
+      if (kept) wait(route, stateFor(*kept), target);
       return kept.has_value();
    }
-   if (route.needs.group && !line(Table::group).empty() && !sharesGroup(route)) {
-      queueUp(route, Table::group);
+   std::optional<Table> const entry = target.needs.entry;
+   if (target.needs.group && !line(Table::group).empty() && !sharesGroup(target)) {
+      queueUp(route, Table::group, target);
       return true;
    }
-   if (!route.needs.entry || line(*route.needs.entry).empty()) return false;
-   queueUp(route, *route.needs.entry);
+   if (!entry || line(*entry).empty()) return false;
+   queueUp(route, *entry, target);
    return true;
 }
 
-// Whether the set of the route is in hardware, and may be shared.
-bool ProgrammerWork::sharesGroup(ProgrammedRoute const& route) const {
-   OifSetPtr const oifSet = tableColl_->oifSet(route.at->set);
+// Whether the wanted set is in hardware, and may be shared.
+bool ProgrammerWork::sharesGroup(Target const& target) const {
+   OifSetPtr const oifSet = tableColl_->oifSet(target.at->set);
    return oifSet && table_->sharable(oifSet).value_or(false);
 }
 
 // While recovering: the table in which all free room may be needed by routes to come.
-std::optional<Table> ProgrammerWork::keptForOthers(ProgrammedRoute const& route) {
-   if (restart_->isFound({route.vrfId, route.key, route.at->vlan, route.target->wanted().bridge})) {
-      return std::nullopt;
-   }
+std::optional<Table> ProgrammerWork::keptForOthers(ProgrammedRoute const& route,
+                                                   Target const& target) {
+   RouteTable::Spec const& spec = target.spec;
+   if (restart_->isFound({spec.vrfId, route.key, spec.vlan, spec.bridge})) return std::nullopt;
    std::vector<Table> needed;
-   if (route.needs.entry) needed.push_back(*route.needs.entry);
-   if (route.needs.group && !sharesGroup(route)) needed.push_back(Table::group);
+   if (target.needs.entry) needed.push_back(*target.needs.entry);
+   if (target.needs.group && !sharesGroup(target)) needed.push_back(Table::group);
    for (Table const table : needed) {
       if (free_[static_cast<std::size_t>(table)] == 0) return table;
    }
@@ -203,46 +197,65 @@ std::optional<Table> ProgrammerWork::keptForOthers(ProgrammedRoute const& route)
    return std::nullopt;
 }
 
-void ProgrammerWork::queueUp(ProgrammedRoute& route, Table table) {
+void ProgrammerWork::queueUp(ProgrammedRoute& route, Table table, Target const& target) {
    line(table).roomIs(true);
-   wait(route, stateFor(table));
+   wait(route, stateFor(table), target);
 }
 
-void ProgrammerWork::wait(ProgrammedRoute& route, RouteState state) {
+void ProgrammerWork::wait(ProgrammedRoute& route, RouteState state, Target const& target) {
    withdraw(route);
    stateIs(route, state);
    WaitingLine* queue = nullptr;
    for (Table const table : allTables) {
       if (state == stateFor(table)) queue = &line(table);
    }
-   Qor::U64 const place = route.waitingIn == queue ? route.arrival : 0;
+   RouteWork& work = route.work();
+   Qor::U64 const place = work.waitingIn == queue ? work.arrival : 0;
    waitNoMore(route);  // the set may be another one by now
+   work.at = target.at;
    if (!queue) return;
    if (!place) ++counters_.refusals;
-   queue->add(route, place);
+   queue->add(route, place, target.at->set.hash());
    armRetry();
 }
 
 void ProgrammerWork::waitNoMore(ProgrammedRoute& route) {
-   if (route.waitingIn) route.waitingIn->remove(route);
+   if (WaitingLine* const line = route.waitingIn()) line->remove(route);
+}
+
+// The route is not placed for this reason, and is looked at again when its placement changes.
+void ProgrammerWork::failed(ProgrammedRoute& route, Qor::String trouble, PlacementPtr at) {
+   RouteWork& work = route.work();
+   work.trouble = std::move(trouble);
+   work.at = std::move(at);
+   stateIs(route, RouteState::failed);
 }
 
 // ---- Records and entries. ----
 
 RouteChange& ProgrammerWork::changeOf(ProgrammedRoute& route) {
-   if (!route.change) route.change = std::make_unique<RouteChange>(*this, route);
-   return *route.change;
+   RouteWork& work = route.work();
+   if (!work.change) work.change.emplace(*this, route);
+   return *work.change;
+}
+
+// Ends the change of the route, if one is under way. Returns the record that the change held for the
+// time until the entry has left it.
+MtableOifSetPtr ProgrammerWork::endChange(ProgrammedRoute& route) {
+   RouteChange* const change = route.change();
+   if (!change) return nullptr;
+   MtableOifSetPtr previous = std::move(change->previous);
+   route.work().change.reset();
+   return previous;
 }
 
 // The record for the target's set; null when there is no group for it. Gives up zombies for room,
 // at most as many as there are.
-MtableOifSetPtr ProgrammerWork::allocateRecord(ProgrammedRoute& route) {
-   OifSetPtr const oifSet = sharedOifSet(route.at->set);
-   bool const there = table_->sharable(oifSet).has_value();
-   RouteTable::Spec const spec = specOf(route);
+MtableOifSetPtr ProgrammerWork::allocateRecord(ProgrammedRoute& route, Target const& target) {
+   auto const [oifSet, there] = sharedOifSet(target.at->set);
    for (Qor::U32 purges = table_->zombies();; --purges) {
       Qor::U32 const before = table_->zombies();
-      RouteTable::Record result = table_->newRecord(spec, oifSet, recovering_);
+      RouteTable::Record result = table_->newRecord(target.spec, oifSet, recovering_);
       counters_.failedWrites += result.failedWrites;
       if (result.record) {
          if (table_->zombies() < before) {
@@ -262,56 +275,58 @@ MtableOifSetPtr ProgrammerWork::allocateRecord(ProgrammedRoute& route) {
    }
 }
 
-// The one object for this set, and never an object whose record may not be shared.
-OifSetPtr ProgrammerWork::sharedOifSet(MrouteLib::PortVlanSet const& set) {
-   OifSetPtr const oifSet = tableColl_->newOifSet(set);
-   if (table_->sharable(oifSet).value_or(true)) return oifSet;
+// The one object for this set, and never an object whose record may not be shared; and whether there
+// is a record for the object.
+std::pair<OifSetPtr, bool> ProgrammerWork::sharedOifSet(MrouteLib::PortVlanSet const& set) {
+   OifSetPtr oifSet = tableColl_->newOifSet(set);
+   std::optional<bool> const sharable = table_->sharable(oifSet);
+   if (sharable.value_or(true)) return {std::move(oifSet), sharable.has_value()};
    tableColl_->oifSetRetire(*oifSet);
-   return tableColl_->newOifSet(set);
+   return {tableColl_->newOifSet(set), false};
 }
 
-RouteTable::Refusal ProgrammerWork::allocateEntry(ProgrammedRoute& route,
+RouteTable::Refusal ProgrammerWork::allocateEntry(ProgrammedRoute& route, Target const& target,
                                                   MtableOifSetPtr const& record) {
-   RouteTable::Entry const entry = table_->newEntry(specOf(route), record);
+   RouteTable::Entry const entry = table_->newEntry(target.spec, record);
    counters_.failedWrites += entry.failedWrites;
    if (entry.handle.isNull()) {
       return entry.refusal == RouteTable::Refusal::none ? RouteTable::Refusal::noRoom
                                                         : entry.refusal;
    }
    route.handle = entry.handle;
-   route.table = *route.needs.entry;
+   route.table = *target.needs.entry;
    route.confirmed = false;
    return RouteTable::Refusal::none;
 }
 
 // Gives the route another entry if the present one has other properties than wanted. Returns false
 // if there is none, or while another entry of the route has the new vlan.
-bool ProgrammerWork::replaceEntry(ProgrammedRoute& route, MtableOifSetPtr const& record,
-                                  Leaving& leaving) {
-   if (hasWantedEntry(route)) return true;
+bool ProgrammerWork::replaceEntry(ProgrammedRoute& route, Target const& target,
+                                  MtableOifSetPtr const& record, Leaving& leaving) {
+   if (hasWantedEntry(route, target)) return true;
    Table const before = route.table;
-   bool const inUseKeyStays = route.placedVlan == route.at->vlan;
+   bool const inUseKeyStays = route.placedVlan == target.at->vlan;
    if (inUseKeyStays) {
       deleteEntry(route);
    } else {
-      if (mustStandBack(route)) return false;
+      if (mustStandBack(route, target)) return false;
       leaving = {route.handle, before};
    }
-   bool const replaced = allocateEntry(route, record) == RouteTable::Refusal::none;
+   bool const replaced = allocateEntry(route, target, record) == RouteTable::Refusal::none;
    if (route.table != before) line(before).roomIs(true);
    return replaced;
 }
 
 // Whether another entry of the same route still has the vlan of this one. A wanted entry is on its
 // way out of the vlan, and marks the others then; an entry that nobody wants is taken out here.
-bool ProgrammerWork::mustStandBack(ProgrammedRoute& route) {
-   if (route.at->vlan.isNone()) return false;
-   ProgrammedRoute& own = route.owner ? *route.owner : route;
+bool ProgrammerWork::mustStandBack(ProgrammedRoute& route, Target const& target) {
+   if (target.at->vlan.isNone() || !hasSiblings(route)) return false;
+   ProgrammedRoute& own = route.own();
    auto const occupies = [&](ProgrammedRoute const& other) {
-      return &other != &route && !other.handle.isNull() && other.placedVlan == route.at->vlan;
+      return &other != &route && !other.handle.isNull() && other.placedVlan == target.at->vlan;
    };
    bool standBack = occupies(own);
-   auto const drops = own.fastdrops;  // a copy: an entry that goes leaves the original
+   auto const drops = own.fastdrops();  // a copy: an entry that goes leaves the original
    for (RoutePtr const& drop : drops) {
       if (!occupies(*drop)) continue;
       if (drop->wish) {
@@ -328,33 +343,35 @@ bool ProgrammerWork::mustStandBack(ProgrammedRoute& route) {
 
 // An entry of the route has left its vlan: entries that stood back are looked at again.
 void ProgrammerWork::markSiblings(ProgrammedRoute& route) {
-   ProgrammedRoute& own = route.owner ? *route.owner : route;
+   if (!hasSiblings(route)) return;
+   ProgrammedRoute& own = route.own();
    auto const waits = [&](ProgrammedRoute const& other) {
       return &other != &route && other.wish && other.state == RouteState::queued;
    };
    if (waits(own)) mark(own);
-   for (RoutePtr const& drop : own.fastdrops) {
+   for (RoutePtr const& drop : own.fastdrops()) {
       if (waits(*drop)) mark(*drop);
    }
 }
 
-void ProgrammerWork::pointAt(ProgrammedRoute& route, MtableOifSetPtr record) {
+void ProgrammerWork::pointAt(ProgrammedRoute& route, Target const& target, MtableOifSetPtr record) {
    RouteChange& change = changeOf(route);
    if (route.record != record) {
-      route.previous = std::exchange(route.record, std::move(record));
+      change.previous = std::exchange(route.record, std::move(record));
    }
    if (!route.handle.isNull() && route.record) {
       change.pointing = table_->point(route.handle, route.record, change.groupWrite);
    }
    wrote_ = true;
-   route.placed = route.target;
-   route.placedVlan = route.at->vlan;
-   route.placedVrf = route.vrfId;
+   route.placed = target.wish;
+   route.placedVlan = target.at->vlan;
+   route.placedVrf = target.spec.vrfId;
    change.fresh = nullptr;
    waitNoMore(route);
+   route.work().at = nullptr;
    if (route.record) {
       // Routes that wait for a group of this set need none any longer.
-      line(Table::group).forEachWith(route.at->set, [this](ProgrammedRoute& r) { mark(r); });
+      line(Table::group).forEachWith(target.at->set, [this](ProgrammedRoute& r) { mark(r); });
    }
    stateIs(route, RouteState::programming);
    checkChange(route);
@@ -368,11 +385,11 @@ void RouteChange::onState() {
 
 // Watches a transaction of the change that is pending. Returns false if none is.
 bool ProgrammerWork::watchPending(ProgrammedRoute& route) {
-   RouteChange* const change = route.change.get();
+   RouteChange* const change = route.change();
    if (!change) return false;
-   for (Hux::XactPtr const& xact : {change->groupWrite, change->pointing}) {
-      if (!xact || !xact->pending()) continue;
-      change->notifierIs(xact.get());
+   for (Hux::XactPtr const* const xact : {&change->groupWrite, &change->pointing}) {
+      if (!*xact || !(*xact)->pending()) continue;
+      change->notifierIs(xact->get());
       return true;
    }
    return false;
@@ -380,7 +397,7 @@ bool ProgrammerWork::watchPending(ProgrammedRoute& route) {
 
 // Ends the change, unless it waits for a transaction. A failed group write ends it at once.
 void ProgrammerWork::checkChange(ProgrammedRoute& route) {
-   if (RouteChange const* const change = route.change.get()) {
+   if (RouteChange const* const change = route.change()) {
       auto const failed = [](Hux::XactPtr const& xact) {
          return xact && xact->state() == Hux::Xact::State::failed;
       };
@@ -395,11 +412,14 @@ void ProgrammerWork::checkChange(ProgrammedRoute& route) {
 }
 
 void ProgrammerWork::changeDone(ProgrammedRoute& route) {
-   route.change.reset();
-   leaveRecord(route.previous);
+   MtableOifSetPtr previous = endChange(route);
+   leaveRecord(previous);
    route.confirmed = true;
-   route.attempts = 0;
-   route.trouble.reset();
+   if (RouteWork* const work = route.workIfAny()) {
+      work->attempts = 0;
+      work->trouble.clear();
+      route.dropIdleWork();
+   }
    stateIs(route, RouteState::inHardware);
 }
 
@@ -407,23 +427,25 @@ void ProgrammerWork::changeDone(ProgrammedRoute& route) {
 // entry is known to be there, and leaves the hardware otherwise.
 void ProgrammerWork::changeFailed(ProgrammedRoute& route, Qor::String const& reason) {
    ++counters_.failedWrites;
-   if (route.placed == route.wish) ++route.attempts;  // else the wish has changed since
-   route.change.reset();
+   RouteWork& work = route.work();
+   if (route.placed == route.wish) ++work.attempts;  // else the wish has changed since
+   MtableOifSetPtr previous = endChange(route);
    if (route.record) {
       table_->markDirty(route.record);
       tableColl_->oifSetRetire(*route.record->oifSet());
    }
-   if (route.attempts >= table_->attempts()) {
+   if (work.attempts >= table_->attempts()) {
       release(route);
-      route.trouble = std::make_unique<Qor::String>(
-            "write failed " + std::to_string(route.attempts) + " times: " + reason);
-      stateIs(route, RouteState::failed);
+      leaveRecord(previous);
+      failed(route, "write failed " + std::to_string(work.attempts) + " times: " + reason,
+             presentPlacement(route));
       return;
    }
-   if (route.confirmed && route.previous) {
-      route.record = std::exchange(route.previous, nullptr);
+   if (route.confirmed && previous) {
+      route.record = std::move(previous);
    } else {
       release(route);
+      leaveRecord(previous);
    }
    stateIs(route, RouteState::queued);
    mark(route);
@@ -434,15 +456,15 @@ void ProgrammerWork::changeFailed(ProgrammedRoute& route, Qor::String const& rea
 // Takes the route out of hardware, entry first. Raises EntryStays if the entry cannot be deleted:
 // the route keeps the entry and its group then.
 void ProgrammerWork::release(ProgrammedRoute& route) {
-   if (route.change) route.change->notifierIs(nullptr);
+   if (RouteChange* const change = route.change()) change->notifierIs(nullptr);
    if (!route.handle.isNull()) {
       deleteEntry(route);
       line(route.table).roomIs(true);
       markSiblings(route);
    }
-   route.change.reset();
+   MtableOifSetPtr previous = endChange(route);
    leaveRecord(route.record);
-   leaveRecord(route.previous);
+   leaveRecord(previous);
    route.placed = nullptr;
    route.confirmed = false;
    withdraw(route);
@@ -489,38 +511,37 @@ void ProgrammerWork::leaveRecord(MtableOifSetPtr& record) {
 
 // ---- The published status, and the state. ----
 
-void ProgrammerWork::publish(ProgrammedRoute& route) {
+void ProgrammerWork::publish(ProgrammedRoute& route, Target const& target) {
    L3::VrfName const& vrf = route.vrf.name;
-   WantedRoute const& wanted = route.target->wanted();
    if (route.isFastdrop()) {
-      if (!route.published) {
-         route.published = published_->addFastdrop(vrf, route.key, wanted.iif);
-      }
+      publishFastdrop(route);
       return;
    }
-   if (!route.published) {
-      published_->add(vrf, route.key);
-      route.published = true;
-   }
-   published_->inputIs(vrf, route.key, wanted.noRpf ? Lnet::IntfId() : wanted.iif);
+   if (!route.published) route.published = published_->add(vrf, route.key);
+   WantedRoute const& wanted = target.wish->wanted();
+   route.published->acceptingIntfIdIs(wanted.noRpf ? Lnet::IntfId() : wanted.iif);
    // The fastdrop interfaces are part of the status of the route, which may be a new one.
-   for (RoutePtr const& drop : route.fastdrops) {
-      if (drop->placed && !drop->published) {
-         drop->published = published_->addFastdrop(vrf, drop->key, drop->placed->wanted().iif);
-      }
+   for (RoutePtr const& drop : route.fastdrops()) {
+      if (drop->placed) publishFastdrop(*drop);
    }
 }
 
+void ProgrammerWork::publishFastdrop(ProgrammedRoute& drop) {
+   if (drop.published) return;
+   drop.published = published_->addFastdrop(drop.vrf.name, drop.key, drop.work().intf);
+}
+
 void ProgrammerWork::withdraw(ProgrammedRoute& route) {
-   if (!std::exchange(route.published, false)) return;
+   if (!route.published) return;
+   route.published = nullptr;
    if (route.isFastdrop()) {
-      published_->removeFastdrop(route.vrf.name, route.key, route.target->wanted().iif);
+      published_->removeFastdrop(route.vrf.name, route.key, route.work().intf);
       return;
    }
    // The status takes its fastdrop interfaces with it.
    if (published_->remove(route.vrf.name, route.key)) {
-      for (RoutePtr const& drop : route.fastdrops)
-         drop->published = false;
+      for (RoutePtr const& drop : route.fastdrops())
+         drop->published = nullptr;
    }
 }
 
@@ -535,7 +556,8 @@ void ProgrammerWork::stateIs(ProgrammedRoute& route, RouteState state) {
 }
 
 void ProgrammerWork::changed(ProgrammedRoute& route) {
-   if (!wake_ || route.isFastdrop() || std::exchange(route.listed, true)) return;
+   if (!wake_ || route.listed || route.isFastdrop()) return;
+   route.listed = true;
    listed_.emplace_back(&route);
    if (listed_.size() == 1) wake_();
 }

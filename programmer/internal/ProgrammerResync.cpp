@@ -107,10 +107,11 @@ ProgrammerWork::~ProgrammerWork() {
    for (auto const& id : recovered_)
       quietly([&] { published_->remove(id.first, id.second); });
    for (auto& [name, vrf] : vrfs_) {
-      for (auto const& entry : vrf.routes) {
-         for (RoutePtr const& drop : entry.second->fastdrops)
+      for (RoutePtr const& route : vrf.routes) {
+         if (!route) continue;
+         for (RoutePtr const& drop : route->fastdrops())
             quietly([&] { withdraw(*drop); });
-         quietly([&] { withdraw(*entry.second); });
+         quietly([&] { withdraw(*route); });
       }
    }
 }
@@ -170,7 +171,7 @@ void ProgrammerWork::resyncEnd() {
 
 void ProgrammerWork::goOnWithResync(Budget& budget) {
    if (resync_ == Resync::dropping && !looking_ && !lookAgain_) resync_ = Resync::placing;
-   if (resync_ != Resync::placing || !marked_.empty() || budget.spent()) return;
+   if (resync_ != Resync::placing || !noneMarked() || budget.spent()) return;
    endRecovery();
    resync_ = Resync::sweeping;
    for (Lnet::IntfId const intf : table_->failedInterfaces()) {
@@ -233,7 +234,7 @@ void ProgrammerWork::goOnWithEnd(Budget& budget) {
       table_->listenerIs(nullptr);
       table_->endService();
    } else if (end_ == Ending::leave) {
-      if (programming_ > 0 || !marked_.empty()) return;
+      if (programming_ > 0 || !noneMarked()) return;
       table_->listenerIs(nullptr);
       table_->gateIs(false);
    } else {

@@ -17,13 +17,8 @@ bool ProgrammerWork::routeIs(L3::VrfName const& vrf, RouteKey const& key, Wanted
    checkWanted(wanted);
    WishPtr const wish = wishes_.get(std::move(wanted), false);
 
-   Vrf& in = vrfs_.try_emplace(vrf, Vrf{vrf, {}}).first->second;
-   auto const* entry = in.routes.find(key);
-   if (!entry) {
-      entry = in.routes.insert(key, Qor::make<ProgrammedRoute>(*this, in, key, nullptr)).first;
-      ++records_;
-   }
-   RoutePtr const route = entry->second;
+   Vrf& in = vrfs_.try_emplace(vrf, *this, vrf).first->second;
+   RoutePtr const route = in.findOrMake(key, records_);
    route->resync = resyncs_;
    if (route->wish == wish) {
       ++counters_.unchanged;
@@ -33,7 +28,7 @@ bool ProgrammerWork::routeIs(L3::VrfName const& vrf, RouteKey const& key, Wanted
    want(*route, wish);
 
    auto const& drops = wish->wanted().fastdrop;
-   for (RoutePtr const& old : route->fastdrops) {
+   for (RoutePtr const& old : route->fastdrops()) {
       if (!old->wish) continue;
       if (!std::binary_search(drops.begin(), drops.end(), old->wish->wanted().iif)) {
          old->wish = nullptr;
@@ -41,15 +36,16 @@ bool ProgrammerWork::routeIs(L3::VrfName const& vrf, RouteKey const& key, Wanted
       }
    }
    for (Lnet::IntfId const intf : drops) {
-      auto const known = std::find_if(
-            route->fastdrops.begin(), route->fastdrops.end(), [&](RoutePtr const& drop) {
-               return drop->target ? drop->target->wanted().iif == intf
-                                   : drop->wish && drop->wish->wanted().iif == intf;
-            });
-      RoutePtr drop = known == route->fastdrops.end() ? nullptr : *known;
+      auto& entries = route->work().fastdrops;
+      auto const known = std::find_if(entries.begin(), entries.end(), [&](RoutePtr const& drop) {
+         return drop->workIfAny()->intf == intf;
+      });
+      RoutePtr drop = known == entries.end() ? nullptr : *known;
       if (!drop) {
-         drop = Qor::make<ProgrammedRoute>(*this, in, key, route.get());
-         route->fastdrops.push_back(drop);
+         drop = Qor::make<ProgrammedRoute>(in, key);
+         drop->work().owner = route.get();
+         drop->work().intf = intf;
+         entries.push_back(drop);
          ++records_;
       }
       WantedRoute dropped;
@@ -62,15 +58,14 @@ bool ProgrammerWork::routeIs(L3::VrfName const& vrf, RouteKey const& key, Wanted
 
 void ProgrammerWork::want(ProgrammedRoute& route, WishPtr wish) {
    route.wish = std::move(wish);
-   route.attempts = 0;
+   if (RouteWork* const work = route.workIfAny()) work->attempts = 0;
    mark(route);
 }
 
 bool ProgrammerWork::routeDel(L3::VrfName const& vrf, RouteKey const& key) {
    auto const in = vrfs_.find(vrf);
-   auto const* const entry = in == vrfs_.end() ? nullptr : in->second.routes.find(key);
-   if (!entry || !entry->second->wish) return false;
-   RoutePtr const route = entry->second;
+   RoutePtr const route = in == vrfs_.end() ? nullptr : in->second.find(key);
+   if (!route || !route->wish) return false;
    wantNoMore(*route);
    return true;
 }
@@ -81,7 +76,7 @@ void ProgrammerWork::wantNoMore(ProgrammedRoute& route) {
    route.wish = nullptr;
    --wantedRoutes_;
    mark(route);
-   for (RoutePtr const& drop : route.fastdrops) {
+   for (RoutePtr const& drop : route.fastdrops()) {
       drop->wish = nullptr;
       mark(*drop);
    }
@@ -89,14 +84,14 @@ void ProgrammerWork::wantNoMore(ProgrammedRoute& route) {
 
 ProgrammedRoute const* ProgrammerWork::find(L3::VrfName const& vrf, RouteKey const& key) const {
    auto const in = vrfs_.find(vrf);
-   auto const* const entry = in == vrfs_.end() ? nullptr : in->second.routes.find(key);
-   return entry && entry->second->wish ? entry->second.get() : nullptr;
+   auto const* const route = in == vrfs_.end() ? nullptr : in->second.find(key);
+   return route && route->wish ? route : nullptr;
 }
 
 void ProgrammerWork::forEach(std::function<void(ProgrammedRoute const&)> const& visit) const {
    for (auto const& [name, vrf] : vrfs_) {
-      for (auto const& [key, route] : vrf.routes) {
-         if (route->wish) visit(*route);
+      for (RoutePtr const& route : vrf.routes) {
+         if (route && route->wish) visit(*route);
       }
    }
 }
@@ -113,7 +108,8 @@ Qor::U32 ProgrammerWork::waiting() const {
 std::optional<RouteView::Place> ProgrammerWork::placeInLine(ProgrammedRoute const& route) const {
    for (Table const table : allTables) {
       WaitingLine const& line = lines_[static_cast<std::size_t>(table)];
-      if (route.waitingIn == &line) return RouteView::Place{table, line.before(route), line.size()};
+      if (route.waitingIn() == &line)
+         return RouteView::Place{table, line.before(route), line.size()};
    }
    return std::nullopt;
 }
@@ -153,7 +149,7 @@ Qor::String ProgrammerWork::reasonOf(ProgrammedRoute const& route) const {
       case RouteState::waitingVlan:
          return "interface " + resolve(route).missing.name() + " has no vlan";
       case RouteState::failed:
-         return route.trouble ? *route.trouble : "failed";
+         return route.workIfAny() ? route.workIfAny()->trouble : "failed";
    }
    return {};
 }

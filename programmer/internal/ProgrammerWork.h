@@ -44,10 +44,14 @@ class ProgrammerWork final : private RouteTable::Listener {
    Qor::U32 waiting() const;
    Counters counters() const;
    bool settled() const;
-   bool placedAll() const { return marked_.empty() && !lookAgain_ && !looking_; }
+   bool placedAll() const { return noneMarked() && !lookAgain_ && !looking_; }
    Qor::String reasonOf(ProgrammedRoute const& route) const;
    WishPool::Resolution resolve(ProgrammedRoute const& route) const {
       return wishes_.resolve(*route.wish, route.wish->typeFor(route.key));
+   }
+   // The placement of the present wish; null without a wish, and while a vlan is missing.
+   PlacementPtr presentPlacement(ProgrammedRoute const& route) const {
+      return route.wish ? resolve(route).placement : nullptr;
    }
    std::optional<RouteView::Place> placeInLine(ProgrammedRoute const& route) const;
    bool changes(Qor::U32 most,
@@ -70,6 +74,9 @@ class ProgrammerWork final : private RouteTable::Listener {
    void mark(ProgrammedRoute& route);
 
  private:
+   // A bound of the memory for changes under way, and of the queue in a platform.
+   static constexpr Qor::U32 mostUnderWay = 16'384;
+
    struct Checked {};
    enum class Resync : unsigned char {
       none,
@@ -109,6 +116,14 @@ class ProgrammerWork final : private RouteTable::Listener {
    };
    // Raised when the deletion of an entry threw and the table programmer still has the entry.
    struct EntryStays {};
+   // The placement that a step of a pass aims at: the wish in the present vlans and VRF. Made once
+   // for each change.
+   struct Target {
+      WishPtr wish;
+      PlacementPtr at;  // null if a vlan is missing
+      RouteTable::Spec spec;
+      RouteTable::Needs needs;
+   };
    // An entry that is to be deleted once its replacement is written.
    struct Leaving {
       MrouteLib::RouteHandle handle;
@@ -130,6 +145,9 @@ class ProgrammerWork final : private RouteTable::Listener {
 
    void schedulePass();
    void runPass();
+   bool noneMarked() const { return marked_.empty() && held_.empty(); }
+   bool mayBegin() const { return programming_ < mostUnderWay || end_ == Ending::leave; }
+   RoutePtr nextMarked(Budget& budget);
    // Makes one step of the work on a route. An error fails the route alone.
    template <class Step>
    void guarded(ProgrammedRoute& route, Step const& step);
@@ -145,46 +163,52 @@ class ProgrammerWork final : private RouteTable::Listener {
    void lookAtAll();
    void look(Budget& budget);
    void lookAt(ProgrammedRoute& route);
+   bool hasMoved(ProgrammedRoute const& route) const;
    void commitPass();
 
    // ---- Placing. ----
 
-   RouteTable::Spec specOf(ProgrammedRoute const& route) const;
-   bool aim(ProgrammedRoute& route);
+   bool aim(ProgrammedRoute& route, Target& target);
    void place(ProgrammedRoute& route);
    void placeWaiting(ProgrammedRoute& route, WaitingLine& line);
-   void placeNew(ProgrammedRoute& route);
-   bool mustLeaveFirst(ProgrammedRoute const& route) const;
-   void stepAside(ProgrammedRoute& route);
-   bool isPlaced(ProgrammedRoute const& route) const;
-   bool hasWantedSet(ProgrammedRoute const& route) const;
-   bool hasWantedEntry(ProgrammedRoute const& route) const;
-   bool mustQueue(ProgrammedRoute& route);
-   bool sharesGroup(ProgrammedRoute const& route) const;
-   std::optional<Table> keptForOthers(ProgrammedRoute const& route);
-   void queueUp(ProgrammedRoute& route, Table table);
-   void wait(ProgrammedRoute& route, RouteState state);
+   void placeNew(ProgrammedRoute& route, Target const& target);
+   static bool mustLeaveFirst(ProgrammedRoute const& route, Target const& target);
+   void stepAside(ProgrammedRoute& route, Target const& target);
+   static bool hasWantedSet(ProgrammedRoute const& route, Target const& target);
+   static bool hasWantedEntry(ProgrammedRoute const& route, Target const& target);
+   bool mustQueue(ProgrammedRoute& route, Target const& target);
+   bool sharesGroup(Target const& target) const;
+   std::optional<Table> keptForOthers(ProgrammedRoute const& route, Target const& target);
+   void queueUp(ProgrammedRoute& route, Table table, Target const& target);
+   void wait(ProgrammedRoute& route, RouteState state, Target const& target);
    void waitNoMore(ProgrammedRoute& route);
-   MrouteLib::MtableOifSetPtr allocateRecord(ProgrammedRoute& route);
-   MrouteLib::OifSetPtr sharedOifSet(MrouteLib::PortVlanSet const& set);
-   RouteTable::Refusal allocateEntry(ProgrammedRoute& route,
+   void failed(ProgrammedRoute& route, Qor::String trouble, PlacementPtr at);
+   MrouteLib::MtableOifSetPtr allocateRecord(ProgrammedRoute& route, Target const& target);
+   std::pair<MrouteLib::OifSetPtr, bool> sharedOifSet(MrouteLib::PortVlanSet const& set);
+   RouteTable::Refusal allocateEntry(ProgrammedRoute& route, Target const& target,
                                      MrouteLib::MtableOifSetPtr const& record);
-   bool replaceEntry(ProgrammedRoute& route, MrouteLib::MtableOifSetPtr const& record,
-                     Leaving& leaving);
-   void pointAt(ProgrammedRoute& route, MrouteLib::MtableOifSetPtr record);
-   bool mustStandBack(ProgrammedRoute& route);
+   bool replaceEntry(ProgrammedRoute& route, Target const& target,
+                     MrouteLib::MtableOifSetPtr const& record, Leaving& leaving);
+   void pointAt(ProgrammedRoute& route, Target const& target, MrouteLib::MtableOifSetPtr record);
+   // Whether other entries may have the vlan of an entry of the route.
+   static bool hasSiblings(ProgrammedRoute const& route) {
+      return route.owner() || !route.fastdrops().empty();
+   }
+   bool mustStandBack(ProgrammedRoute& route, Target const& target);
    void markSiblings(ProgrammedRoute& route);
    bool watchPending(ProgrammedRoute& route);
    void checkChange(ProgrammedRoute& route);
    void changeDone(ProgrammedRoute& route);
    void changeFailed(ProgrammedRoute& route, Qor::String const& reason);
    RouteChange& changeOf(ProgrammedRoute& route);
+   static MrouteLib::MtableOifSetPtr endChange(ProgrammedRoute& route);
    void release(ProgrammedRoute& route);
    void deleteEntry(ProgrammedRoute& route);
    void leaveEntry(Leaving const& leaving);
    bool tryDelete(MrouteLib::RouteHandle handle);
    void leaveRecord(MrouteLib::MtableOifSetPtr& record);
-   void publish(ProgrammedRoute& route);
+   void publish(ProgrammedRoute& route, Target const& target);
+   void publishFastdrop(ProgrammedRoute& drop);
    void withdraw(ProgrammedRoute& route);
    void stateIs(ProgrammedRoute& route, RouteState state);
    void changed(ProgrammedRoute& route);
@@ -216,7 +240,10 @@ class ProgrammerWork final : private RouteTable::Listener {
    std::unique_ptr<VlanWatch> const vlanWatch_;
 
    std::map<L3::VrfName, Vrf> vrfs_;  // a VRF stays, with its routes or without
+   // Routes for the next passes. While `mostUnderWay` changes are under way, the routes that would
+   // begin another one are held.
    std::deque<RoutePtr> marked_;
+   std::deque<RoutePtr> held_;
    std::array<WaitingLine, allTables.size()> lines_;  // by Table
    std::deque<RoutePtr> retried_;                     // routes that failed by an error
    std::vector<Leaving> strays_;                      // entries whose deletion threw
@@ -230,15 +257,14 @@ class ProgrammerWork final : private RouteTable::Listener {
    bool wrote_ = false;        // since the last commit
    Counters counters_;
 
-   // The look at all routes: the position is that of the last route that was looked at.
+   // The look at all routes: the VRF and the number of the route that is next.
    bool looking_ = false;
    bool lookAgain_ = false;
    std::map<L3::VrfName, Vrf>::iterator lookVrf_;
-   std::optional<Qor::HashMap<RouteKey, RoutePtr>::ConstIterator> lookPosition_;
-   RouteKey lookKey_;  // of the route at the position, which may have gone
+   std::size_t lookNext_ = 0;
 
    Resync resync_ = Resync::none;
-   Qor::U64 resyncs_ = 0;  // the number of the present resync
+   Qor::U32 resyncs_ = 0;  // the number of the present resync
    bool recovering_ = false;
    std::array<Qor::U32, allTables.size()> free_{};  // while recovering, by Table
    std::vector<std::pair<L3::VrfName, RouteKey>> recovered_;

@@ -27,29 +27,28 @@ PublishedRoutes::~PublishedRoutes() {
    objects().erase(status_.get());
 }
 
-void PublishedRoutes::add(L3::VrfName const& vrf, RouteKey const& key) {
-   auto const routes = status_->vrfStatusIs(vrf);
-   if (routes->route(key)) {
+PublishedRoutes::RouteStatusPtr PublishedRoutes::add(L3::VrfName const& vrf, RouteKey const& key) {
+   auto routes = status_->vrfStatus(vrf);
+   if (!routes) routes = status_->vrfStatusIs(vrf);
+   if (auto known = routes->route(key)) {
       ++further_[{vrf, key, {}}];
-   } else {
-      routes->routeIs(key);
+      return known;
    }
+   return routes->routeIs(key);
 }
 
-void PublishedRoutes::inputIs(L3::VrfName const& vrf, RouteKey const& key, Lnet::IntfId iif) {
-   status_->vrfStatusIs(vrf)->routeIs(key)->acceptingIntfIdIs(iif);
-}
-
-bool PublishedRoutes::addFastdrop(L3::VrfName const& vrf, RouteKey const& key, Lnet::IntfId intf) {
+PublishedRoutes::RouteStatusPtr PublishedRoutes::addFastdrop(L3::VrfName const& vrf,
+                                                             RouteKey const& key,
+                                                             Lnet::IntfId intf) {
    auto const routes = status_->vrfStatus(vrf);
    auto const route = routes ? routes->route(key) : nullptr;
-   if (!route) return false;
+   if (!route) return nullptr;
    if (route->fastdropLastPollTime().find(intf.name())) {
       ++further_[{vrf, key, intf}];
    } else {
       route->fastdropLastPollTimeIs(intf.name(), 0);
    }
-   return true;
+   return route;
 }
 
 bool PublishedRoutes::removeFurther(Id const& id) {
@@ -60,16 +59,22 @@ bool PublishedRoutes::removeFurther(Id const& id) {
 }
 
 bool PublishedRoutes::remove(L3::VrfName const& vrf, RouteKey const& key) {
-   if (removeFurther({vrf, key, {}})) return false;
-   // The status takes its fastdrop interfaces with it.
+   if (!further_.empty()) {
+      if (removeFurther({vrf, key, {}})) return false;
+      removeFastdrops(vrf, key);
+   }
+   if (auto const routes = status_->vrfStatus(vrf)) routes->routeDel(key);
+   return true;
+}
+
+// The status of a route takes its fastdrop interfaces with it.
+void PublishedRoutes::removeFastdrops(L3::VrfName const& vrf, RouteKey const& key) {
    auto const sameRoute = [&](Id const& id) {
       return std::get<0>(id) == vrf && std::get<1>(id) == key;
    };
    auto it = further_.lower_bound({vrf, key, {}});
    while (it != further_.end() && sameRoute(it->first))
       it = further_.erase(it);
-   if (auto const routes = status_->vrfStatus(vrf)) routes->routeDel(key);
-   return true;
 }
 
 void PublishedRoutes::removeFastdrop(L3::VrfName const& vrf, RouteKey const& key,

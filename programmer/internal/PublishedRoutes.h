@@ -15,6 +15,7 @@ class PublishedRoutes final : public Qor::RefCounted {
  public:
    using Status = Routing::Multicast::Fib::Hardware::Status;
    using RouteKey = Routing::Multicast::Fib::IpGenRouteKey;
+   using RouteStatusPtr = Routing::Multicast::Fib::Hardware::VrfStatus::RoutePtr;
 
    // The one object of this status in the process.
    static Qor::Ptr<PublishedRoutes> of(Qor::Ptr<Status> status);
@@ -24,12 +25,10 @@ class PublishedRoutes final : public Qor::RefCounted {
 
    Qor::Ptr<Status> const& status() const { return status_; }
 
-   // One more publication of the route, and of its fastdrop interface; the latter only if the route
-   // has a status. Returns whether there is one.
-   void add(L3::VrfName const& vrf, RouteKey const& key);
-   bool addFastdrop(L3::VrfName const& vrf, RouteKey const& key, Lnet::IntfId intf);
-   // Sets the input of a published route.
-   void inputIs(L3::VrfName const& vrf, RouteKey const& key, Lnet::IntfId iif);
+   // One more publication of the route, and of its fastdrop interface. Both return the status of the
+   // route; null for the interface of a route without a status.
+   RouteStatusPtr add(L3::VrfName const& vrf, RouteKey const& key);
+   RouteStatusPtr addFastdrop(L3::VrfName const& vrf, RouteKey const& key, Lnet::IntfId intf);
    // Takes one publication back. Returns whether that removed the status of the route.
    bool remove(L3::VrfName const& vrf, RouteKey const& key);
    void removeFastdrop(L3::VrfName const& vrf, RouteKey const& key, Lnet::IntfId intf);
@@ -41,6 +40,7 @@ class PublishedRoutes final : public Qor::RefCounted {
    ~PublishedRoutes() override;
    // Takes one of the further publications back, if there are any.
    bool removeFurther(Id const& id);
+   void removeFastdrops(L3::VrfName const& vrf, RouteKey const& key);
 
    Qor::Ptr<Status> const status_;
    // The publications after the first one, where there are any: most routes are on one chip.

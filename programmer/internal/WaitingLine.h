@@ -17,7 +17,8 @@ class WaitingLine {
    std::size_t size() const { return routes_.size(); }
    // The number of routes in front of a route in this line.
    std::size_t before(ProgrammedRoute const& route) const {
-      return static_cast<std::size_t>(std::distance(routes_.begin(), routes_.find(route.arrival)));
+      return static_cast<std::size_t>(
+            std::distance(routes_.begin(), routes_.find(route.workIfAny()->arrival)));
    }
    RoutePtr first() const { return routes_.begin()->second; }
 
@@ -25,20 +26,22 @@ class WaitingLine {
    bool room() const { return room_; }
    void roomIs(bool v) { room_ = v; }
 
-   // A route that is in no line gets the place that it had here, or with 0 the last one. The set
-   // that it waits with is that of its target.
-   void add(ProgrammedRoute& route, Qor::U64 place) {
-      route.waitingIn = this;
-      route.arrival = place ? place : ++lastArrival_;
-      route.waitingHash = route.at->set.hash();
-      routes_.emplace(route.arrival, &route);
-      sets_.emplace(route.waitingHash, route.arrival);
+   // A route that is in no line gets the place that it had here, or with 0 the last one. `hash` is
+   // that of the set with which it waits.
+   void add(ProgrammedRoute& route, Qor::U64 place, Qor::U32 hash) {
+      RouteWork& work = route.work();
+      work.waitingIn = this;
+      work.arrival = place ? place : ++lastArrival_;
+      work.waitingHash = hash;
+      routes_.emplace(work.arrival, &route);
+      sets_.emplace(hash, work.arrival);
    }
    // Removes a route of this line.
    void remove(ProgrammedRoute& route) {
-      sets_.erase({route.waitingHash, route.arrival});
-      route.waitingIn = nullptr;
-      routes_.erase(std::exchange(route.arrival, 0));  // perhaps the last holder of the route
+      RouteWork& work = route.work();
+      sets_.erase({work.waitingHash, work.arrival});
+      work.waitingIn = nullptr;
+      routes_.erase(std::exchange(work.arrival, 0));  // perhaps the last holder of the route
    }
    // Calls visit(ProgrammedRoute&), which leaves the line alone, for the routes that wait with this
    // set, and perhaps for a route whose set has the same hash.

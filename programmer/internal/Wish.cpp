@@ -11,11 +11,10 @@ using Routing::Multicast::Fib::RouteKeyType;
 
 namespace {
 
-WantedRoute normalized(WantedRoute wanted) {
+void normalize(WantedRoute& wanted) {
    auto& drops = wanted.fastdrop;
    std::sort(drops.begin(), drops.end());
    drops.erase(std::unique(drops.begin(), drops.end()), drops.end());
-   return wanted;
 }
 
 Qor::U32 hashOf(WantedRoute const& wanted, bool fastdrop) {
@@ -29,14 +28,11 @@ Qor::U32 hashOf(WantedRoute const& wanted, bool fastdrop) {
 
 }  // namespace
 
-Wish::Wish(WishPool* pool, WantedRoute wanted, bool fastdrop)
-      : pool_(pool),
-        wanted_(normalized(std::move(wanted))),
-        fastdrop_(fastdrop),
-        hash_(hashOf(wanted_, fastdrop)) {}
+Wish::Wish(WishPool& pool, WantedRoute wanted, bool fastdrop, Qor::U32 hash)
+      : pool_(pool), wanted_(std::move(wanted)), fastdrop_(fastdrop), hash_(hash) {}
 
 Wish::~Wish() {
-   if (pool_) pool_->wishes_.erase(this);
+   pool_.wishes_.erase(this);
 }
 
 RouteKeyType Wish::typeFor(Routing::Multicast::Fib::IpGenRouteKey const& key) const {
@@ -44,10 +40,11 @@ RouteKeyType Wish::typeFor(Routing::Multicast::Fib::IpGenRouteKey const& key) co
 }
 
 WishPtr WishPool::get(WantedRoute wanted, bool fastdrop) {
-   Wish const candidate(nullptr, std::move(wanted), fastdrop);
-   auto const known = wishes_.find(&candidate);
+   normalize(wanted);
+   Candidate const candidate{wanted, fastdrop, hashOf(wanted, fastdrop)};
+   auto const known = wishes_.find(candidate);
    if (known != wishes_.end()) return *known;
-   auto const made = Qor::make<Wish>(this, candidate.wanted(), fastdrop);
+   auto const made = Qor::make<Wish>(*this, std::move(wanted), fastdrop, candidate.hash);
    wishes_.insert(made.get());
    return made;
 }

@@ -32,7 +32,8 @@ class Wish final : public Qor::RefCounted {
  public:
    using RouteKeyType = Routing::Multicast::Fib::RouteKeyType;
 
-   Wish(WishPool* pool, WantedRoute wanted, bool fastdrop);
+   // For WishPool::get() alone.
+   Wish(WishPool& pool, WantedRoute wanted, bool fastdrop, Qor::U32 hash);
 
    WantedRoute const& wanted() const { return wanted_; }
    // Whether this is a fastdrop entry; the input of `wanted` is its interface then.
@@ -40,10 +41,6 @@ class Wish final : public Qor::RefCounted {
    Qor::U32 hash() const { return hash_; }
    // The type of the set of a route with this key.
    RouteKeyType typeFor(Routing::Multicast::Fib::IpGenRouteKey const& key) const;
-
-   friend bool operator==(Wish const& a, Wish const& b) {
-      return a.hash_ == b.hash_ && a.fastdrop_ == b.fastdrop_ && a.wanted_ == b.wanted_;
-   }
 
  private:
    friend class WishPool;
@@ -56,7 +53,7 @@ class Wish final : public Qor::RefCounted {
 
    ~Wish() override;
 
-   WishPool* const pool_;  // null for a candidate, which is only compared
+   WishPool& pool_;
    WantedRoute const wanted_;
    bool const fastdrop_;
    Qor::U32 const hash_;
@@ -83,11 +80,23 @@ class WishPool {
 
  private:
    friend class Wish;
+   // The value of a wish that is looked up.
+   struct Candidate {
+      WantedRoute const& wanted;
+      bool fastdrop;
+      Qor::U32 hash;
+   };
    struct Hash {
+      using is_transparent = void;
       std::size_t operator()(Wish const* wish) const { return wish->hash(); }
+      std::size_t operator()(Candidate const& candidate) const { return candidate.hash; }
    };
    struct Equal {
-      bool operator()(Wish const* a, Wish const* b) const { return *a == *b; }
+      using is_transparent = void;
+      bool operator()(Wish const* a, Wish const* b) const { return a == b; }
+      bool operator()(Candidate const& a, Wish const* b) const {
+         return a.hash == b->hash() && a.fastdrop == b->fastdrop() && a.wanted == b->wanted();
+      }
    };
 
    Resolution read(Wish const& wish, Wish::RouteKeyType type) const;

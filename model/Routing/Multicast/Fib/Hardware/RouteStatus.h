@@ -6,6 +6,7 @@
 // times and ages the routes that stay idle.
 #pragma once
 
+#include <memory>
 #include <utility>
 
 #include "Lnet/IntfId.h"
@@ -51,30 +52,39 @@ class RouteStatus final : public Qor::Entity<RouteStatus> {
    // The fastdrop entries. An entry drops the packets of this route that arrive at an interface.
    // Its key is the name of the interface; its value is the time at which a review last found the
    // entry in use, or 0.
-   FastdropColl::Map const& fastdropLastPollTime() const { return fastdrop_.map(); }
+   FastdropColl::Map const& fastdropLastPollTime() const {
+      static FastdropColl::Map const none;
+      return fastdrop_ ? fastdrop_->map() : none;
+   }
    // Returns 0 for an interface without a fastdrop entry too.
    Qor::Seconds fastdropLastPollTime(Qor::Name const& intfName) const {
-      return fastdrop_.value(intfName);
+      return fastdrop_ ? fastdrop_->value(intfName) : 0;
    }
    void fastdropLastPollTimeIs(Qor::Name intfName, Qor::Seconds time) {
-      fastdrop_.is(*this, std::move(intfName), time);
+      fastdrop().is(*this, std::move(intfName), time);
    }
-   void fastdropLastPollTimeDel(Qor::Name intfName) { fastdrop_.del(*this, std::move(intfName)); }
+   void fastdropLastPollTimeDel(Qor::Name intfName) { fastdrop().del(*this, std::move(intfName)); }
    FastdropColl::Iterator fastdropLastPollTimeDel(FastdropColl::Iterator it) {
-      return fastdrop_.del(*this, it);
+      return fastdrop().del(*this, it);
    }
-   void fastdropLastPollTimeDelAll() { fastdrop_.delAll(*this); }
+   void fastdropLastPollTimeDelAll() { fastdrop().delAll(*this); }
    void fastdropLastPollTimeNotify(Qor::Name intfName) {
-      fastdrop_.notify(*this, std::move(intfName));
+      fastdrop().notify(*this, std::move(intfName));
    }
 
  private:
    ~RouteStatus() override = default;
 
+   FastdropColl& fastdrop() {
+      if (!fastdrop_) fastdrop_ = std::make_unique<FastdropColl>();
+      return *fastdrop_;
+   }
+
    IpGenRouteKey const key_;
    Lnet::IntfId acceptingIntfId_;
    Qor::Seconds lastPollTime_ = 0;
-   FastdropColl fastdrop_;
+   // Null until the first entry: of very many routes, few have a fastdrop entry.
+   std::unique_ptr<FastdropColl> fastdrop_;
 };
 
 }  // namespace Routing::Multicast::Fib::Hardware
