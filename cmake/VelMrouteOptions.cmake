@@ -28,6 +28,11 @@ target_compile_options(velmroute_options INTERFACE
    -Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor
    # Assertion texts contain the path of a source within the tree, not within the building machine.
    -fmacro-prefix-map=${PROJECT_SOURCE_DIR}/=)
+if(CMAKE_CXX_COMPILER_ID STREQUAL GNU)
+   # The compiler's own garbage collection costs a tenth of the time of a build. With this limit, in
+   # kilobytes, it rarely collects; a compilation needs up to 200 MB more.
+   target_compile_options(velmroute_options INTERFACE --param=ggc-min-heapsize=300000)
+endif()
 target_link_options(velmroute_options INTERFACE LINKER:--as-needed)
 
 set(VELMROUTE_SANITIZER_FLAGS)

@@ -4,6 +4,7 @@
 #include <chrono>
 #include <cstdio>
 #include <nlohmann/json.hpp>
+#include <sstream>
 
 #include "agent/input/CaptureReader.h"
 #include "agent/input/RouteFields.h"

@@ -17,6 +17,12 @@ HookChecks::HookChecks(HookPath path, Options options)
 
 HookChecks::~HookChecks() = default;
 
+void const* HookChecks::thisThread() {
+   // No two threads that run at the same time have this variable at the same address.
+   thread_local char const variable = 0;
+   return &variable;
+}
+
 HookCall const& HookChecks::begins(char const* hook) {
    call_ = {hook, options_.faults->nextCall(), Qor::now()};
    if (!onHomeThread()) {

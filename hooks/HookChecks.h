@@ -30,7 +30,6 @@
 #pragma once
 
 #include <functional>
-#include <thread>
 
 #include "Routing/Multicast/Fib/Hardware/Status.h"
 #include "hooks/HookFault.h"
@@ -90,7 +89,7 @@ class HookChecks {
    void aboutEntry(MrouteLib::RouteHandle handle) {
       call_.target = {HookTarget::Kind::entry, handle.value()};
    }
-   bool onHomeThread() const { return std::this_thread::get_id() == home_; }
+   bool onHomeThread() const { return thisThread() == home_; }
    void fault(HookDuty duty, Qor::String text) { fault(duty, call_, std::move(text)); }
    void fault(HookDuty duty, HookCall const& call, Qor::String text);
    // Records the fault and throws it, unless options().stops is false.
@@ -101,10 +100,12 @@ class HookChecks {
 
  private:
    HookRule const& rule(HookDuty duty) const;
+   // Identifies the calling thread.
+   static void const* thisThread();
 
    HookPath const path_;
    Options options_;
-   std::thread::id const home_ = std::this_thread::get_id();
+   void const* const home_ = thisThread();
    HookCall call_;
    bool roomLost_;
 };

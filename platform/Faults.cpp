@@ -1,5 +1,6 @@
 #include "platform/Faults.h"
 
+#include <random>
 #include <utility>
 
 #include "Qor/Assert.h"
@@ -14,6 +15,30 @@ std::ostream& operator<<(std::ostream& os, WriteKind kind) {
                                            "boundaryCreate", "boundaryDelete"};
    static_assert(std::size(names) == writeKinds);
    return Qor::printEnum(os, kind, names);
+}
+
+struct Faults::Random::Generator {
+   std::mt19937_64 next{1};
+};
+
+Faults::Random::Random() : generator_(std::make_unique<Generator>()) {}
+
+Faults::Random::~Random() = default;
+
+Faults::Random::Random(Random const& other)
+      : generator_(std::make_unique<Generator>(*other.generator_)) {}
+
+Faults::Random& Faults::Random::operator=(Random const& other) {
+   *generator_ = *other.generator_;
+   return *this;
+}
+
+void Faults::Random::seedIs(Qor::U64 seed) {
+   generator_->next.seed(seed);
+}
+
+double Faults::Random::fraction() {
+   return static_cast<double>(generator_->next() >> 11) * 0x1p-53;
 }
 
 void Faults::failNext(WriteKind kind, Qor::String8 reason, Qor::U32 count) {
@@ -73,7 +98,7 @@ Qor::String8 Faults::failure(WriteKind kind) {
    }
    // The upper 53 bits are the fraction: unlike the distributions of the standard library, this
    // formula has the same results everywhere, so a seed replays on every platform.
-   if (planned.rate > 0 && static_cast<double>(random_() >> 11) * 0x1p-53 < planned.rate) {
+   if (planned.rate > 0 && random_.fraction() < planned.rate) {
       ++injected_;
       ++planned.injected;
       return "injected fault";

@@ -7,8 +7,8 @@
 #pragma once
 
 #include <array>
+#include <memory>
 #include <ostream>
-#include <random>
 
 #include "Qor/Types.h"
 
@@ -38,7 +38,7 @@ class Faults {
    void failNext(WriteKind kind, Qor::String8 reason, Qor::U32 count = 1);
    // Each write of the kind fails with this probability, 0 to 1. The reason is "injected fault".
    void rateIs(WriteKind kind, double probability);
-   void seedIs(Qor::U64 seed) { random_.seed(seed); }
+   void seedIs(Qor::U64 seed) { random_.seedIs(seed); }
    // The n-th write from now on, of any kind and counted from 1, takes `extra` more seconds.
    void slowNext(Qor::U32 n, Qor::Seconds extra);
    // The table has no room for allocations, although its capacity is not reached.
@@ -90,6 +90,21 @@ class Faults {
    }
 
  private:
+   // The random numbers. The generator is in the source, because <random> is slow to compile.
+   class Random {
+    public:
+      Random();
+      ~Random();
+      Random(Random const& other);
+      Random& operator=(Random const& other);
+
+      void seedIs(Qor::U64 seed);
+      double fraction();  // at least 0 and less than 1
+
+    private:
+      struct Generator;
+      std::unique_ptr<Generator> generator_;
+   };
    struct Planned {
       Qor::U32 failures = 0;
       Qor::String8 reason;
@@ -98,7 +113,7 @@ class Faults {
    };
 
    std::array<Planned, writeKinds> planned_;
-   std::mt19937_64 random_{1};
+   Random random_;
    Qor::U32 slowIn_ = 0;      // the number of writes up to the slow one, 0 for none
    Qor::Seconds slowBy_ = 0;  // the additional seconds of the slow write
    bool groupsExhausted_ = false;

@@ -1,12 +1,14 @@
 // fmt::format() for the types of the model and of the platforms, as their operator<< prints them.
 #pragma once
 
-#include <fmt/ostream.h>
+#include <fmt/format.h>
 
 #include <ostream>
 #include <string_view>
 #include <type_traits>
 #include <utility>
+
+#include "Qor/TextStream.h"
 
 namespace VelMroute {
 
@@ -24,4 +26,11 @@ concept Printable = std::is_same_v<Streamed<T>, std::ostream&> && !isString<T> &
 }  // namespace VelMroute
 
 template <VelMroute::Printable T>
-struct fmt::formatter<T> : fmt::ostream_formatter {};
+struct fmt::formatter<T> : fmt::formatter<std::string_view> {
+   template <class Context>
+   auto format(T const& value, Context& context) const {
+      Qor::TextStream text;
+      text.out() << value;
+      return fmt::formatter<std::string_view>::format(text.view(), context);
+   }
+};

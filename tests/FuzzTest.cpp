@@ -4,6 +4,9 @@
 
 #include <unistd.h>
 
+#include <filesystem>
+#include <fstream>
+
 #include "CaptureTestSupport.h"
 #include "fuzzing/Target.h"
 

@@ -1,6 +1,7 @@
 // Checked hooks: wrong calls and rules that no life of an agent shows are named by their rule, and
 // the shadow of the tables. The tests of the kit have the mistakes of platforms.
 #include <set>
+#include <sstream>
 
 #include "MistakenHooks.h"
 #include "TestSupport.h"

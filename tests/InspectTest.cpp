@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <regex>
+#include <sstream>
 
 #include "InspectedScenario.h"
 #include "JsonSchema.h"

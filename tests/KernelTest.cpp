@@ -1,7 +1,10 @@
 // The monitor of a kernel: the parser on recorded messages, and the rest with a kernel of the tests.
 #include <algorithm>
 #include <cmath>
+#include <filesystem>
+#include <fstream>
 #include <optional>
+#include <sstream>
 
 #include "KernelTestSupport.h"
 #include "kernel/Message.h"

@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <sstream>
 
 #include "FakeOpenFlowPeer.h"
 #include "JsonSchema.h"

@@ -8,7 +8,10 @@
 #include <algorithm>
 #include <csignal>
 #include <cstdlib>
+#include <filesystem>
+#include <fstream>
 #include <limits>
+#include <nlohmann/json.hpp>
 #include <set>
 
 #include "CaptureTestSupport.h"

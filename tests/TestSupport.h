@@ -3,8 +3,6 @@
 
 #include <gtest/gtest.h>
 
-#include <filesystem>
-#include <fstream>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -69,13 +67,6 @@ inline MrouteLib::PortVlan pv(char const* intf, unsigned vlan = 0) {
 }
 
 // The words of a file of the tree, each behind one blank, without the signs of comments.
-inline std::string sourceText(std::filesystem::path const& path) {
-   std::ifstream in(std::filesystem::path(VELMROUTE_EXAMPLES).parent_path() / path);
-   std::string text, word;
-   while (in >> word) {
-      if (word != "//") text += (text.empty() ? "" : " ") + word;
-   }
-   return text;
-}
+std::string sourceText(std::string const& path);
 
 }  // namespace testSupport

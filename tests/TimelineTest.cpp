@@ -1,6 +1,7 @@
 // The timeline of a run: the written file is read back as a trace viewer reads it.
 #include "agent/timeline/Timeline.h"
 
+#include <nlohmann/json.hpp>
 #include <sstream>
 
 #include "Routing/Hardware/RouteStatus.h"

@@ -1,6 +1,5 @@
 // The trace of one route: its facts, their comparison with the chip, and the causes of mistakes.
 #include <fmt/format.h>
-#include <fmt/ostream.h>
 
 #include <algorithm>
 

@@ -1,4 +1,5 @@
 // The commands on the tree and the types: queries and changes.
+#include <nlohmann/json.hpp>
 #include <sstream>
 
 #include "Qor/Trace.h"

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdlib>
+#include <nlohmann/json.hpp>
 
 #include "Qor/Exception.h"
 #include "agent/input/NumberText.h"

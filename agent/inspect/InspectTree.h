@@ -12,7 +12,7 @@
 // so that no object lives longer because of the inspector.
 #pragma once
 
-#include <nlohmann/json.hpp>
+#include <nlohmann/json_fwd.hpp>
 #include <optional>
 #include <string>
 #include <vector>

@@ -2,6 +2,7 @@
 #include "agent/input/PrintableText.h"
 
 #include <algorithm>
+#include <nlohmann/json.hpp>
 
 #include "Qor/Clock.h"
 #include "agent/inspect/InspectWords.h"

@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <chrono>
+#include <nlohmann/json.hpp>
 #include <utility>
 
 #include "agent/live/LiveViews.h"

@@ -1,7 +1,7 @@
 // The report of a live agent (docs/report.md).
 #pragma once
 
-#include <nlohmann/json.hpp>
+#include <nlohmann/json_fwd.hpp>
 
 #include "agent/live/LiveAgent.h"
 #include "agent/page/Recorder.h"

@@ -1,5 +1,7 @@
 #include "agent/live/LiveService.h"
 
+#include <nlohmann/json.hpp>
+
 #include "agent/live/LiveReport.h"
 #include "agent/live/LiveViews.h"
 #include "agent/page/Page.h"

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <iterator>
 #include <map>
+#include <nlohmann/json.hpp>
 #include <span>
 #include <sstream>
 #include <stdexcept>

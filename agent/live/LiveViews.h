@@ -8,7 +8,7 @@
 //    complete LINE                                agent/live/LiveCompletion.h
 #pragma once
 
-#include <nlohmann/json.hpp>
+#include <nlohmann/json_fwd.hpp>
 #include <string>
 #include <string_view>
 #include <vector>

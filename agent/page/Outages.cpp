@@ -1,6 +1,7 @@
 #include "agent/page/Outages.h"
 
 #include <algorithm>
+#include <nlohmann/json.hpp>
 
 namespace Agent {
 

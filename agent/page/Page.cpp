@@ -1,6 +1,7 @@
 #include "agent/page/Page.h"
 
 #include <fstream>
+#include <nlohmann/json.hpp>
 
 #include "agent/page/PageText.h"
 #include "agent/report/Output.h"

@@ -5,7 +5,7 @@
 // and scripts alone, by their hashes.
 #pragma once
 
-#include <nlohmann/json.hpp>
+#include <nlohmann/json_fwd.hpp>
 #include <string>
 #include <string_view>
 

@@ -1,6 +1,7 @@
 #include "agent/page/Recorder.h"
 
 #include <algorithm>
+#include <nlohmann/json.hpp>
 #include <utility>
 
 namespace Agent {

@@ -1,6 +1,7 @@
 #include "agent/report/RouteRow.h"
 
 #include <algorithm>
+#include <nlohmann/json.hpp>
 #include <tuple>
 
 #include "agent/input/NumberText.h"

@@ -2,7 +2,7 @@
 // those of a live agent are rows of one shape.
 #pragma once
 
-#include <nlohmann/json.hpp>
+#include <nlohmann/json_fwd.hpp>
 #include <optional>
 #include <string>
 #include <vector>

@@ -3,10 +3,12 @@
 #include <fmt/ostream.h>
 
 #include <iostream>
+#include <nlohmann/json.hpp>
 #include <utility>
 
 #include "agent/report/ErrorOutput.h"
 #include "agent/report/Summary.h"
+#include "agent/report/Views.h"
 
 namespace Agent {
 

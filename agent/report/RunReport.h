@@ -1,11 +1,11 @@
 // The report of a run.
 #pragma once
 
-#include <nlohmann/json.hpp>
+#include <nlohmann/json_fwd.hpp>
 #include <vector>
 
 #include "agent/report/OutputFormat.h"
-#include "agent/report/Views.h"
+#include "agent/report/View.h"
 
 namespace Agent {
 

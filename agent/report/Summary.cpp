@@ -1,6 +1,7 @@
 #include "agent/report/Summary.h"
 
 #include <array>
+#include <nlohmann/json.hpp>
 
 #include "agent/report/RouteRow.h"
 #include "agent/report/Shortfalls.h"

@@ -1,6 +1,7 @@
 // The summary of a run as lines of text.
 #include <fmt/ostream.h>
 
+#include <nlohmann/json.hpp>
 #include <string>
 #include <string_view>
 

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <ctime>
 #include <filesystem>
+#include <nlohmann/json.hpp>
 #include <utility>
 
 #include "agent/input/CaptureReader.h"

@@ -9,7 +9,7 @@
 #include "agent/explain/RouteQuestion.h"
 #include "agent/inspect/InspectPrompt.h"
 #include "agent/report/OutputFormat.h"
-#include "agent/report/Views.h"
+#include "agent/report/View.h"
 #include "agent/switch/PlatformChoice.h"
 
 namespace Agent {

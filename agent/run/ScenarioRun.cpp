@@ -1,5 +1,6 @@
 #include "agent/run/ScenarioRun.h"
 
+#include <nlohmann/json.hpp>
 #include <utility>
 
 #include "agent/page/ReportFile.h"

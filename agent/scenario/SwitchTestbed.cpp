@@ -18,6 +18,10 @@ Intf const& SwitchTestbed::learn(Lnet::IntfId id) {
    }
 }
 
+void SwitchTestbed::note(std::string const& text) {
+   if (timeline_) timeline_->instant(text);
+}
+
 void SwitchTestbed::note(std::string const& text, Timeline::Args const& args) {
    if (timeline_) timeline_->instant(text, args);
 }

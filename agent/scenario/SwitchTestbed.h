@@ -47,7 +47,8 @@ class SwitchTestbed final : public Testbed {
  private:
    Intf const& learn(Lnet::IntfId id);
    // Writes an instant to the timeline.
-   void note(std::string const& text, Timeline::Args const& args = nullptr);
+   void note(std::string const& text);
+   void note(std::string const& text, Timeline::Args const& args);
 
    Switch& switch_;
    Timeline* const timeline_;

@@ -2,6 +2,7 @@
 #include "agent/soak/SoakOracle.h"
 
 #include <algorithm>
+#include <sstream>
 
 #include "agent/explain/Explainer.h"
 #include "agent/explain/TraceWords.h"

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <ranges>
+#include <sstream>
 
 #include "agent/soak/SoakOracle.h"
 

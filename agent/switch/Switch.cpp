@@ -288,8 +288,8 @@ void Switch::apply(LinkEvent const& event) {
 void Switch::linkIs(Lnet::IntfId intf, Interface::IntfOperStatus status) {
    if (!ported_.contains(intf.id())) return;
    if (timeline_) {
-      timeline_->instant(fmt::format("link {} {}", intf, status),
-                         {{"interface", intf.name()}, {"fails", !carriesTraffic(status)}});
+      timeline_->link(fmt::format("link {} {}", intf, status), intf.name(),
+                      !carriesTraffic(status));
    }
    portLinkIs(intf, status);
 }

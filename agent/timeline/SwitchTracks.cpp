@@ -1,5 +1,7 @@
 #include "agent/timeline/SwitchTracks.h"
 
+#include <nlohmann/json.hpp>
+
 namespace Agent {
 
 using MrouteLib::OifSetPtr;

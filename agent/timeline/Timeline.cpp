@@ -1,6 +1,7 @@
 #include "agent/timeline/Timeline.h"
 
 #include <algorithm>
+#include <nlohmann/json.hpp>
 
 #include "Qor/Clock.h"
 
@@ -55,7 +56,7 @@ unsigned Timeline::newProcess(std::string const& name) {
 
 void Timeline::xact(std::string_view name, Hux::XactPtr const& xact, unsigned process) {
    if (!xact || finished_ || !detailed_) return;
-   std::uint64_t const id = begin(process, "xact", std::string(name));
+   std::uint64_t const id = begin(process, "xact", std::string(name), nullptr);
    if (xact->pending()) {
       xacts_.emplace(id, std::make_unique<QorXact>(*this, id, xact));
    } else {
@@ -63,8 +64,16 @@ void Timeline::xact(std::string_view name, Hux::XactPtr const& xact, unsigned pr
    }
 }
 
+void Timeline::instant(std::string_view name) {
+   instant(name, nullptr);
+}
+
 void Timeline::instant(std::string_view name, Args const& args, unsigned process) {
    writeInstant(Track::events, name, args, process);
+}
+
+void Timeline::link(std::string_view name, std::string const& intf, bool fails) {
+   instant(name, {{"interface", intf}, {"fails", fails}});
 }
 
 void Timeline::counter(std::string_view name,
@@ -124,6 +133,14 @@ void Timeline::writeInstant(Track track, std::string_view name, Args const& args
                             unsigned process) {
    settleInstant();
    send({Phase::instant, process, track, Qor::now(), name, {}, 0, args});
+}
+
+std::uint64_t Timeline::Process::begin(char const* category, std::string name) {
+   return begin(category, std::move(name), nullptr);
+}
+
+void Timeline::Process::notification(std::string_view name) {
+   notification(name, nullptr);
 }
 
 void Timeline::send(TimelineEvent const& event) {

@@ -52,7 +52,10 @@ class Timeline {
    // Shows the transaction as a span from now to its completion. A complete transaction becomes a
    // span without length, and a null transaction none.
    void xact(std::string_view name, Hux::XactPtr const& xact, unsigned process = 1);
-   void instant(std::string_view name, Args const& args = nullptr, unsigned process = 1);
+   void instant(std::string_view name);
+   void instant(std::string_view name, Args const& args, unsigned process = 1);
+   // The instant at which a link fails or carries traffic again.
+   void link(std::string_view name, std::string const& intf, bool fails);
    // Writes a sample of some numbers, which viewers show as one stacked graph.
    void counter(std::string_view name,
                 std::initializer_list<std::pair<char const*, double>> const& values,
@@ -80,8 +83,7 @@ class Timeline {
 
    // Adds the tracks of a switch with this name.
    unsigned newProcess(std::string const& name);
-   std::uint64_t begin(unsigned process, char const* category, std::string name,
-                       Args const& args = nullptr);
+   std::uint64_t begin(unsigned process, char const* category, std::string name, Args const& args);
    void end(std::uint64_t id, char const* outcome, double time);
    void endAll(char const* outcome);
    void send(TimelineEvent const& event);
@@ -118,7 +120,8 @@ class Timeline::Process {
 
  protected:
    // Begins a span, and returns its id.
-   std::uint64_t begin(char const* category, std::string name, Args const& args = nullptr) {
+   std::uint64_t begin(char const* category, std::string name);
+   std::uint64_t begin(char const* category, std::string name, Args const& args) {
       return timeline_.begin(number_, category, std::move(name), args);
    }
    void end(std::uint64_t id, char const* outcome, double time) {
@@ -126,7 +129,8 @@ class Timeline::Process {
    }
    bool detailed() const { return timeline_.detailed_; }
    // An instant in the track "notifications".
-   void notification(std::string_view name, Args const& args = nullptr) {
+   void notification(std::string_view name);
+   void notification(std::string_view name, Args const& args) {
       if (detailed()) timeline_.writeInstant(Track::notifications, name, args, number_);
    }
    // Writes a sample of some numbers at a time that is not after now.

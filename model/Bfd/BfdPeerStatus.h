@@ -2,12 +2,12 @@
 // asynchronous path watches the state.
 #pragma once
 
-#include <sstream>
 #include <utility>
 
 #include "Bfd/OperState.h"
 #include "Bfd/Peer.h"
 #include "Qor/Entity.h"
+#include "Qor/TextStream.h"
 
 namespace Bfd {
 
@@ -21,11 +21,7 @@ class BfdPeerStatus final : public Qor::Entity<BfdPeerStatus> {
 
    explicit BfdPeerStatus(Peer peer) : peer_(std::move(peer)), intf_(peer_.intfId()) {}
 
-   Qor::Name name() const override {
-      std::ostringstream out;
-      out << peer_;
-      return out.str();
-   }
+   Qor::Name name() const override { return Qor::printed(peer_); }
    Peer const& peer() const { return peer_; }
    // The state of the session. Initially adminDown, until the session starts.
    OperState status() const { return status_; }

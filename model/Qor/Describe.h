@@ -21,8 +21,12 @@
 #pragma once
 
 #include <array>
+#include <span>
+#include <string_view>
 #include <tuple>
+#include <type_traits>
 #include <utility>
+#include <vector>
 
 #include "Qor/Map.h"
 #include "Qor/Type.h"
@@ -65,13 +69,14 @@ struct Required {
    char const* name;
 };
 
-// Runs `convert` and puts `where` in front of the text of its range errors.
-template <class Convert>
-auto naming(String const& where, Convert const& convert) {
+// The value in its own type. The text of a range error begins with `where`, and with the name of the
+// argument if it has one.
+template <class T>
+T namedValue(Generic const& value, String const& where, String const& argument = {}) {
    try {
-      return convert();
+      return fromGeneric<T>(value);
    } catch (RangeException const& error) {
-      throwRange(where + ": " + error.message());
+      throwRange(where + (argument.empty() ? ": " : ", " + argument + ": ") + error.message());
    }
 }
 
@@ -93,18 +98,26 @@ QOR_PUBLIC void checkArgumentCount(String const& fullName, std::size_t takes, st
 QOR_PUBLIC void refuseNull(String const& type, TypeConstructor const& constructor,
                            GenericArguments given);
 
+// The arguments in their own types. The function does not depend on the callee, so that callees with
+// the same arguments share it.
+template <class... Args>
+std::tuple<Args...> namedValues(std::type_identity<std::tuple<Args...>>, GenericArguments given,
+                                String const& where, std::vector<TypeArgument> const& named) {
+   checkArgumentCount(where, sizeof...(Args), given.size());
+   [[maybe_unused]] std::size_t at = 0;
+   // Initializers in braces are evaluated from left to right.
+   return {[&] {
+      std::size_t const argument = at++;
+      return namedValue<Args>(given[argument], where, named[argument].name);
+   }()...};
+}
+
 // Calls `function` with the arguments in their own types. `Callee` is a TypeOperation or a
 // TypeConstructor.
 template <class Arguments, class Callee, class Function>
 auto applyGeneric(Callee const& callee, GenericArguments given, Function const& function) {
-   constexpr std::size_t count = std::tuple_size_v<Arguments>;
-   checkArgumentCount(callee.fullName, count, given.size());
-   auto const convert = [&]<std::size_t... I>(std::index_sequence<I...>) {
-      return Arguments{naming(callee.fullName + ", " + callee.arguments[I].name, [&] {
-         return fromGeneric<std::tuple_element_t<I, Arguments>>(given[I]);
-      })...};
-   };
-   Arguments arguments = convert(std::make_index_sequence<count>());
+   Arguments arguments =
+         namedValues(std::type_identity<Arguments>(), given, callee.fullName, callee.arguments);
    return std::apply(function, arguments);
 }
 
@@ -128,21 +141,51 @@ class Follower final : public NotifieeOf<T> {
    Following& following_;
 };
 
+// The part of a description that does not depend on the C++ type.
+class QOR_PUBLIC DescribeBase {
+ public:
+   DescribeBase(DescribeBase const&) = delete;
+   DescribeBase& operator=(DescribeBase const&) = delete;
+   operator Type() && { return std::move(type_); }
+   operator Type() & { return std::move(type_); }
+
+ protected:
+   using TypeNamer = String (*)();
+   struct Argument {
+      std::string_view name;
+      TypeNamer type;
+      bool required;
+   };
+   using ArgumentList = std::span<Argument const>;
+
+   DescribeBase(TypeNamer name, String module);
+   ~DescribeBase();
+
+   // A constructor without a name has that of the type.
+   void constructorIs(std::string_view name, ArgumentList arguments,
+                      decltype(TypeConstructor::run) run);
+   void addAttribute(std::string_view name, TypeNamer type, std::string_view handler,
+                     decltype(TypeAttribute::read) read, decltype(TypeAttribute::write) write);
+   void addOperation(std::string_view name, TypeNamer result, ArgumentList arguments, bool reading,
+                     decltype(TypeOperation::run) run);
+
+   Type type_;
+
+ private:
+   String fullName(std::string_view name) const;
+};
+
 template <class T>
-class Describe {
+class Describe final : public DescribeBase {
  public:
    // `module` names the library or the platform that owns the type.
-   explicit Describe(String module) {
-      type_.name_ = typeName<T>();
-      type_.module_ = std::move(module);
+   explicit Describe(String module) : DescribeBase(&typeName<T>, std::move(module)) {
       if constexpr (CountedObject<T>) {
          describeObject();
       } else {
          describeValue();
       }
    }
-   operator Type() && { return std::move(type_); }
-   operator Type() & { return std::move(type_); }
 
    // The class whose members this type inherits. Every entity has EntityBase by default.
    template <class Base>
@@ -155,26 +198,25 @@ class Describe {
    template <auto Factory, class... Names>
    void constructor(Names... names) {
       using Arguments = typename Signature<decltype(Factory)>::Arguments;
-      type_.constructor_ = {String(memberName<Factory>()), String(memberName<Factory>()),
-                            describeArguments<Arguments>(names...),
-                            [](TypeConstructor const& self, GenericArguments given) {
-                               refuseNull(typeName<T>(), self, given);
-                               return applyGeneric<Arguments>(self, given, [](auto&... arguments) {
-                                  return toGeneric(Factory(std::move(arguments)...));
-                               });
-                            }};
+      constructorIs(memberName<Factory>(), describeArguments<Arguments>(names...),
+                    [](TypeConstructor const& self, GenericArguments given) {
+                       refuseNull(typeName<T>(), self, given);
+                       return applyGeneric<Arguments>(self, given, [](auto&... arguments) {
+                          return toGeneric(Factory(std::move(arguments)...));
+                       });
+                    });
    }
    // The class's own constructor with these arguments makes the object.
    template <class... Args, class... Names>
    void constructible(Names... names) {
       using Arguments = std::tuple<Args...>;
-      type_.constructor_ = {type_.name_, type_.name_, describeArguments<Arguments>(names...),
-                            [](TypeConstructor const& self, GenericArguments given) {
-                               refuseNull(typeName<T>(), self, given);
-                               return applyGeneric<Arguments>(self, given, [](auto&... arguments) {
-                                  return made(std::move(arguments)...);
-                               });
-                            }};
+      constructorIs({}, describeArguments<Arguments>(names...),
+                    [](TypeConstructor const& self, GenericArguments given) {
+                       refuseNull(typeName<T>(), self, given);
+                       return applyGeneric<Arguments>(self, given, [](auto&... arguments) {
+                          return made(std::move(arguments)...);
+                       });
+                    });
    }
 
    // `Get` reads the attribute; `Set` writes it and `Handler` notifies of it, if they are given.
@@ -182,27 +224,24 @@ class Describe {
    void attribute() {
       constexpr std::string_view name = memberName<Get>();
       using Read = typename Signature<decltype(Get)>::Result;
-      TypeAttribute described = {String(name),
-                                 fullName(name),
-                                 typeName<Read>(),
-                                 {},
-                                 [](Generic const& of) { return toGeneric((self(of).*Get)()); },
-                                 nullptr};
+      std::string_view handler;
+      decltype(TypeAttribute::write) write = nullptr;
       if constexpr (!std::is_null_pointer_v<decltype(Set)>) {
          static_assert(namedAfter(memberName<Set>(), "", name, "Is"));
          using Arguments = typename Signature<decltype(Set)>::Arguments;
          static_assert(std::tuple_size_v<Arguments> == 1);
-         described.write = [](TypeAttribute const& me, Generic const& of, Generic const& value) {
-            (objectOf<T>(of).*Set)(naming(me.fullName, [&] {
-               return fromGeneric<std::tuple_element_t<0, Arguments>>(value);
-            }));
+         write = [](TypeAttribute const& me, Generic const& of, Generic const& value) {
+            (objectOf<T>(of).*
+             Set)(namedValue<std::tuple_element_t<0, Arguments>>(value, me.fullName));
          };
       }
       if constexpr (!std::is_null_pointer_v<decltype(Handler)>) {
          static_assert(namedAfter(memberName<Handler>(), "on", name, ""));
-         described.handler = memberName<Handler>();
+         handler = memberName<Handler>();
       }
-      type_.attributes_.push_back(std::move(described));
+      addAttribute(
+            name, &typeName<Read>, handler,
+            [](Generic const& of) { return toGeneric((self(of).*Get)()); }, write);
    }
 
    // A Qor::Collection, or another class with its Map, Key and handlers, read by `Get` of `Owner`,
@@ -266,13 +305,7 @@ class Describe {
       using Called = Signature<decltype(Operation)>;
       using Arguments = typename Called::Arguments;
       using Result = typename Called::Result;
-      TypeOperation described;
-      described.name = memberName<Operation>();
-      described.fullName = fullName(described.name);
-      described.result = typeName<Result>();
-      described.arguments = describeArguments<Arguments>(names...);
-      described.reading = Called::reading;
-      described.run = [](TypeOperation const& me, Generic const& of, GenericArguments given) {
+      auto const run = [](TypeOperation const& me, Generic const& of, GenericArguments given) {
          decltype(auto) object = calledOn<Called::reading>(of);
          // Holds the object, as the operation may drop the last other reference.
          // NOLINTNEXTLINE(performance-unnecessary-copy-initialization)
@@ -286,7 +319,8 @@ class Describe {
             }
          });
       };
-      type_.operations_.push_back(std::move(described));
+      addOperation(memberName<Operation>(), &typeName<Result>,
+                   describeArguments<Arguments>(names...), Called::reading, run);
    }
 
  private:
@@ -324,25 +358,23 @@ class Describe {
       }
    }
 
-   String fullName(std::string_view name) const { return type_.name_ + "::" + String(name); }
-
    template <class Arguments, class... Names>
-   static std::vector<TypeArgument> describeArguments(Names... names) {
+   static auto describeArguments(Names... names) {
       static_assert(std::tuple_size_v<Arguments> == sizeof...(Names), "a name for each argument");
       return [&]<std::size_t... I>(std::index_sequence<I...>) {
          static_assert((GenericArgument<std::tuple_element_t<I, Arguments>> && ...));
-         return std::vector<TypeArgument>{
+         return std::array<Argument, sizeof...(Names)>{
                describeArgument<std::tuple_element_t<I, Arguments>>(names)...};
       }
       (std::index_sequence_for<Names...>());
    }
-   template <class Argument, class ArgumentName>
-   static TypeArgument describeArgument(ArgumentName name) {
+   template <class Described, class ArgumentName>
+   static Argument describeArgument(ArgumentName name) {
       if constexpr (std::same_as<ArgumentName, Required>) {
-         static_assert(ObjectPointer<Argument>);
-         return {name.name, typeName<Argument>(), true};
+         static_assert(ObjectPointer<Described>);
+         return {name.name, &typeName<Described>, true};
       } else {
-         return {String(name), typeName<Argument>(), false};
+         return {name, &typeName<Described>, false};
       }
    }
 

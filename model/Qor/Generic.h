@@ -10,13 +10,13 @@
 
 #include <concepts>
 #include <limits>
-#include <sstream>
 #include <type_traits>
 #include <utility>
 #include <vector>
 
 #include "Qor/Entity.h"
 #include "Qor/Strep.h"
+#include "Qor/TextStream.h"
 
 namespace Qor {
 
@@ -150,19 +150,12 @@ String typeName() {
    return TypeName<std::remove_cvref_t<T>>::get();
 }
 
-template <Streamable T>
-String streamed(T const& value) {
-   std::ostringstream out;
-   out << value;
-   return std::move(out).str();
-}
-
 // The name of an object for people: its stream output, its name, or else its type.
 template <CountedObject T>
 String objectText(T const* object) {
    if (!object) return "null";
    if constexpr (Streamable<T>) {
-      return streamed(*object);
+      return printed(*object);
    } else {
       if constexpr (std::derived_from<T, EntityBase>) {
          if (Name const name = object->name(); !name.empty()) return name;
@@ -183,14 +176,14 @@ Generic toGeneric(T const& value) {
       }
       return {Ptr<RefCounted const>(object), objectText(object), !std::is_const_v<Object>};
    } else if constexpr (StrepValue<T>) {
-      return {valueToStrep(value), streamed(value)};
+      return {valueToStrep(value), printed(value)};
    } else if constexpr (std::is_arithmetic_v<T>) {
       return {valueToStrep(value)};
    } else if constexpr (std::same_as<T, String>) {
       return {valueToStrep(value), value};
    } else {
       static_assert(Streamable<T>);
-      return {streamed(value)};
+      return {printed(value)};
    }
 }
 
@@ -215,7 +208,7 @@ std::vector<std::pair<String, E>> enumerators() {
    std::vector<std::pair<String, E>> found;
    for (unsigned number = 0; number < 32; ++number) {
       auto const value = static_cast<E>(number);
-      if (String const text = streamed(value); text != std::to_string(number)) {
+      if (String const text = printed(value); text != std::to_string(number)) {
          found.emplace_back(text, value);
       }
    }

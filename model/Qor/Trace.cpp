@@ -2,6 +2,7 @@
 
 #include <cstdio>
 #include <deque>
+#include <sstream>
 #include <vector>
 
 #include "Qor/Assert.h"

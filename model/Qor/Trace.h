@@ -12,10 +12,10 @@
 // has been set.
 #pragma once
 
-#include <sstream>
 #include <string_view>
 
 #include "Qor/Export.h"
+#include "Qor/TextStream.h"
 #include "Qor/Types.h"
 
 namespace Qor {
@@ -97,8 +97,8 @@ QOR_PUBLIC void emitTrace(TraceHandle const& handle, unsigned level, char const*
    do {                                                                                            \
       ::Qor::TraceHandle const& qorTraceHandle = (handle);                                         \
       if (qorTraceHandle.enabled(level)) [[unlikely]] {                                            \
-         std::ostringstream qorTraceText;                                                          \
-         qorTraceText << pieces;                                                                   \
+         ::Qor::TextStream qorTraceText;                                                           \
+         qorTraceText.out() << pieces;                                                             \
          ::Qor::emitTrace(qorTraceHandle, level, source, __LINE__, function, qorTraceText.view()); \
       }                                                                                            \
    } while (false)

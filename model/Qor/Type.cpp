@@ -102,6 +102,48 @@ void refuseNull(String const& type, TypeConstructor const& constructor, GenericA
    }
 }
 
+DescribeBase::DescribeBase(TypeNamer name, String module) {
+   type_.name_ = name();
+   type_.module_ = std::move(module);
+}
+
+DescribeBase::~DescribeBase() = default;
+
+String DescribeBase::fullName(std::string_view name) const {
+   return type_.name_ + "::" + String(name);
+}
+
+namespace {
+
+template <class Arguments>
+std::vector<TypeArgument> described(Arguments const& arguments) {
+   std::vector<TypeArgument> found;
+   for (auto const& argument : arguments)
+      found.push_back({String(argument.name), argument.type(), argument.required});
+   return found;
+}
+
+}  // namespace
+
+void DescribeBase::constructorIs(std::string_view name, ArgumentList arguments,
+                                 decltype(TypeConstructor::run) run) {
+   String const called = name.empty() ? type_.name_ : String(name);
+   type_.constructor_ = {called, called, described(arguments), run};
+}
+
+void DescribeBase::addAttribute(std::string_view name, TypeNamer type, std::string_view handler,
+                                decltype(TypeAttribute::read) read,
+                                decltype(TypeAttribute::write) write) {
+   type_.attributes_.push_back(
+         {String(name), fullName(name), type(), String(handler), read, write});
+}
+
+void DescribeBase::addOperation(std::string_view name, TypeNamer result, ArgumentList arguments,
+                                bool reading, decltype(TypeOperation::run) run) {
+   type_.operations_.push_back(
+         {String(name), fullName(name), result(), described(arguments), reading, run});
+}
+
 Type const* Type::base() const {
    return baseName_.empty() ? nullptr : &type(baseName_);
 }

@@ -142,6 +142,7 @@ class QOR_PUBLIC Type final {
  private:
    friend class TypeRegistry;
    friend class Following;
+   friend class DescribeBase;
    template <class T>
    friend class Describe;
 
