@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <nlohmann/json.hpp>
 #include <sstream>
 
 #include "FakeOpenFlowPeer.h"

@@ -1,4 +1,6 @@
 // Activity polling of the asynchronous per-switch reactor.
+#include <cmath>
+
 #include "VelAsyncSmTestSupport.h"
 
 namespace velAsync {
