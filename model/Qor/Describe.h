@@ -448,8 +448,6 @@ class Describe final : public DescribeBase {
       }
       return {};
    }
-
-   Type type_;
 };
 
 }  // namespace Qor
