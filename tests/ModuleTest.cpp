@@ -135,7 +135,7 @@ TEST(Module, TheRecordedBinaryInterfaceIsThatOfTheClasses) {
                 &Restart::swept);
    EXPECT_EQ(
          now.str(),
-         "abi 3; sizes 64 216 64 16 8 112 32 28 8 52 40 3032 8 56 14 24; async 5 6 7 8 9 10 11 12 "
+         "abi 3; sizes 64 216 64 16 8 112 32 28 8 52 40 536 8 56 14 24; async 5 6 7 8 9 10 11 12 "
          "13 14 15 16 17 18 19 20 21 22 23 24 25 26; sync 5 6 7 8 9 10 11 12 13 14 15 16 17 18 19 "
          "20 21 22 23 24 25 26 27 28 29 30 31 32; platform 4 5 6 7 8 9 10 11 12 13 14 15 2 13 2 6 "
          "2 7");
