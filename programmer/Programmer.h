@@ -21,8 +21,8 @@
 // Options::routesPerPass routes or after Options::passBudget seconds, whichever comes first, and
 // the next one goes on in the next turn of the loop. A single step of a pass is the change of one
 // route, with at most a few hook calls. At most 16,384 changes wait for their transactions at a time;
-// further routes are queued until a change is complete. Resyncs, the end and looks at all routes after a change of
-// vlans or VRFs are sliced likewise.
+// further routes are queued until a change is complete. Resyncs, the end and looks at all routes
+// after a change of vlans or VRFs are sliced likewise.
 //
 // Promises, between two passes:
 //  - A route in hardware is there exactly as wanted, or its latest change is under way. One change
