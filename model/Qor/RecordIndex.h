@@ -160,8 +160,8 @@ class RecordIndex {
    // As take(key). `likely` is the number that `key` most likely has: the operation then neither
    // hashes the key nor searches for its record. It does not read a key that is the record's own.
    std::optional<Value> take(Key const& key, Value likely) {
-      bool const left = leaveIf(
-            likely, [&](Key const& present) { return &present == &key || present == key; });
+      bool const left =
+            leaveIf(likely, [&](Key const& present) { return &present == &key || present == key; });
       return left ? likely : take(key);
    }
 
