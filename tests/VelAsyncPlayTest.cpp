@@ -547,9 +547,9 @@ class AsyncReactor final : public ModelReactor<AsyncModel, AsyncChip> {
          }
          for (auto r = status->route().begin();
               vrf && r != status->route().end() && world_.hw_->vrfStatus(name) == status;) {
-            auto const [k, route] = *r;
+            auto const route = r->second;
             reviewRoute(*route, vrf->vrfId());
-            r = status->route().upperBound(k);
+            ++r;
          }
          v = vrfs.upperBound(name);
       }

@@ -269,7 +269,7 @@ class SyncModel final : public ModelOf<SyncWorld<SyncChip, SyncRecord, SyncReact
    // The process-wide positions of the review, and of the rewriting of sets that wait.
    struct Position {
       VrfName vrf;
-      IpGenRouteKey key;
+      U32 place = 0;
       SyncReactor const* reactor = nullptr;
    };
    Position reviewPosition_;
@@ -717,7 +717,7 @@ class SyncReactor final : public ModelReactor<SyncModel, SyncChip> {
       bool const goesOn = last.reactor && world_.hw_->vrfStatus(last.vrf);
       auto const firstOf = [&](auto const& v) {
          bool const inside = goesOn && v->first == last.vrf;
-         return inside ? v->second->route().upperBound(last.key) : v->second->route().begin();
+         return v->second->route().from(inside ? last.place + 1 : 0);
       };
       auto const begin = goesOn ? vrfs.lowerBound(last.vrf) : vrfs.begin();
       if (last.reactor) {
@@ -743,15 +743,15 @@ class SyncReactor final : public ModelReactor<SyncModel, SyncChip> {
          U32 const vrfId = world_.l3_->vrfNameToVrfId(name.name()).value();
          for (auto r = firstOf(v);
               complete && r != status->route().end() && world_.hw_->vrfStatus(name) == status;) {
-            auto const [k, route] = *r;
+            auto const route = r->second;
             reviewRoute(*route, vrfId);
             ++reviewed;
             if (world_.now() > deadline) {
                print("6 Route aging review quota reached (reviewed ", reviewed, " routes)");
-               world_.reviewPosition_ = {name, k, this};
+               world_.reviewPosition_ = {name, r.place(), this};
                complete = false;
             }
-            r = status->route().upperBound(k);
+            ++r;
          }
          v = vrfs.upperBound(name);
       }
