@@ -44,6 +44,11 @@ void AsyncMrouteSwitch::doAllocateRoute(IpGenRouteKey const& routeKey,
    }
 
    VrfId const vrfId = vrfStatus->vrfId();
+   // Both catch-all keys share an in-use key, so that the aging review finds either.
+   static constexpr IpGenRouteKey catchAll = Routing::Multicast::Fib::canonicalCatchAllKey();
+   bool const isCatchAll = routeKey.kind() == IpGenRouteKey::kindCatchAll;
+   InUseRouteHandleKey const key(isCatchAll ? catchAll : routeKey, acceptingVlanId, vrfId);
+   inUseRouteHandle().prefetch(key);  // is read when the hook has returned
    RouteHandle const handle = mrouteHelper_->doAllocateRoute(routeKey, acceptingVlanId,
                                                              bridgeAction, rpaId, vrfId.value());
    routeHandleIs(handle);
@@ -51,13 +56,8 @@ void AsyncMrouteSwitch::doAllocateRoute(IpGenRouteKey const& routeKey,
       mrouteFailureReasonIs(MrouteFailureReason::noRouteHandle);
       return;
    }
-   // Both catch-all keys share an in-use key, so that the aging review finds either.
-   IpGenRouteKey const recorded = routeKey.kind() == IpGenRouteKey::kindCatchAll
-                                        ? Routing::Multicast::Fib::canonicalCatchAllKey()
-                                        : routeKey;
-   InUseRouteHandleKey const key(recorded, acceptingVlanId, vrfId);
-   inUseRouteHandleIs(key, handle);
-   inUseRouteHandleKeyIs(handle, key);
+   inUseRouteHandle_.is(*this, key, handle);
+   inUseRouteHandleKey_.is(*this, handle, key);
    VEL_TRACE(7, "rh " << handle << " -> " << dumpRouteHandle(handle));
 }
 

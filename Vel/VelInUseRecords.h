@@ -39,11 +39,7 @@ class InUseRecords {
    using Key = MrouteLib::OifSetPtr;
    using Value = RecordName<Record>;
    static constexpr bool ordered = false;
-   struct Entry {
-      Key const& first;
-      Value const& second;
-      Entry const* operator->() const { return this; }
-   };
+   using Entry = Qor::EntryRef<Key, Value>;
 
    class ConstIterator {
     public:

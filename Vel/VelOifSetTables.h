@@ -150,7 +150,8 @@ class OifSetTables : public Qor::Entity<Switch, Base> {
    // Removes the record from zombieOifSet, so that a route may use the record again.
    void resurrect(RecordPtr const& record) {
       auto const held = this->hold();
-      zombieOifSet_.del(self(), record->zombie(), record);
+      ZombieKey const key = record->zombie();
+      zombieOifSet_.del(self(), key, record);
    }
 
    // Empties the collections that name records, at the end of the switch.

@@ -134,6 +134,9 @@ void MrouteSwitch::allocateBoundary(IpGenRouteKey const& key, VlanIdOrNone accep
 void MrouteSwitch::allocateRoute(IpGenRouteKey const& key, VlanIdOrNone acceptingVlanId,
                                  Qor::U32 oifSetIndex, bool fastDrop, bool noRpf, Qor::U16 rpaId,
                                  Qor::U16 vrfId) {
+   // The index is read when the hook has returned.
+   RouteKeyVlanId const keyVlanId(key, acceptingVlanId);
+   routeKeyToHandle().prefetch(keyVlanId);
    RouteHandle const handle =
          noRpf ? mrouteHelper_->doAllocateMrouteNoRpf(switchId(), vrfId, key, false, oifSetIndex,
                                                       fastDrop, rpaId)
@@ -154,7 +157,7 @@ void MrouteSwitch::allocateRoute(IpGenRouteKey const& key, VlanIdOrNone acceptin
       takeHandle(handle, key, acceptingVlanId);
       mroute = routeIs(handle, key, acceptingVlanId);
    }
-   routeKeyToHandleIs(RouteKeyVlanId(key, acceptingVlanId), handle);
+   routeKeyToHandle_.is(*this, keyVlanId, handle);
    mroute->fastdropIs(fastDrop);
    mroute->vrfIdIs(vrfId);
    mroute->rpaIdIs(rpaId);

@@ -100,7 +100,7 @@ void MrouteSwitch::publishEmptySet(OifSetPtr const& oifSet) {
 
 // Publishes the in-use record of an oif set if a further route may share the record. A zombie is
 // resurrected. Returns false for a dirty record.
-bool MrouteSwitch::shareRecord(RecordPtr const& existing) {
+bool MrouteSwitch::shareRecord(OifSetPtr const& oifSet, RecordPtr const& existing) {
    if (existing->dirty()) {
       VEL_TRACE(2, "Existing dirty oifSetIndex: " << existing->oifSetIndex());
       return false;
@@ -111,7 +111,6 @@ bool MrouteSwitch::shareRecord(RecordPtr const& existing) {
       resurrect(existing);
       existing->zombieIs(ZombieKey());
       // A failure during the record's time as a zombie has removed its set from frrMtableOifSet.
-      OifSetPtr const oifSet = existing->oifSet();
       if (oifSet->portVlanSet().currentIif() != Lnet::IntfId() && !frrMtableOifSet().find(oifSet)) {
          VEL_TRACE(2, " Adding Frr oifSetIndex: " << existing->oifSetIndex());
          frrMtableOifSetIs(oifSet, existing);
@@ -130,7 +129,7 @@ void MrouteSwitch::doAllocateMtableOifSet(OifSetPtr oifSet) {
    if (pvSet.portVlan().empty()) return publishEmptySet(oifSet);
    VEL_TRACE(2, "Non-empty port vlan set");
    RecordPtr const existing = inUseRecord(oifSet);
-   if (existing && shareRecord(existing)) return;
+   if (existing && shareRecord(oifSet, existing)) return;
 
    if (mrouteHelper_->mtableFull(switchId())) {
       VEL_TRACE(2, "No multicast group available. Skipping oif allocation");

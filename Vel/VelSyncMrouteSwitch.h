@@ -265,7 +265,7 @@ class QOR_PUBLIC MrouteSwitch final
    void zeroReferencesIs(bool) override;
 
    void publishEmptySet(OifSetPtr const& oifSet);
-   bool shareRecord(RecordPtr const& existing);
+   bool shareRecord(OifSetPtr const& oifSet, RecordPtr const& existing);
    void freeNow(RecordPtr const& oifSet);
    void allocateBoundary(IpGenRouteKey const& key, Bridging::VlanIdOrNone acceptingVlanId,
                          Qor::U16 vrfId);

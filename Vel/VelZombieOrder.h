@@ -59,6 +59,15 @@ class ZombieOrder {
    ZombieOrder(Qor::U32 number, Qor::Seconds expiryTime)
          : expiryTime_(expiryTime), number_(number) {}
 
+   // The members are copied one by one: a copy of both at once would wait until the stores of a key
+   // that has just been made have left the processor.
+   ZombieOrder(ZombieOrder const& other) : expiryTime_(other.expiryTime_), number_(other.number_) {}
+   ZombieOrder& operator=(ZombieOrder const& other) {
+      expiryTime_ = other.expiryTime_;
+      number_ = other.number_;
+      return *this;
+   }
+
    Qor::U32 number() const { return number_; }
 
  private:

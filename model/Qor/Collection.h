@@ -21,9 +21,10 @@
 //       void zombieDelAll() { zombie_.delAll(*this); }
 //       void zombieNotify(ZombieKey key) { zombie_.notify(*this, key); }
 //
-// Keys are passed by value, since a key often lives in the value that dies. An operation releases a
-// removed value after the notification and then touches neither the entity nor the collection, so
-// handlers may destroy the entity. The iterator form is the exception: it reads the next entry, and
+// The members of the entity take keys by value, since a key often lives in the value that dies; the
+// operations refer to the caller's key until they return. An operation releases a removed value
+// after the notification and then touches neither the entity nor the collection, so handlers may
+// destroy the entity. The iterator form is the exception: it reads the next entry, and
 // its caller keeps the entity alive.
 #pragma once
 
@@ -65,13 +66,13 @@ class Collection {
 
    // Inserts or replaces the value and notifies of the key; an equal value does nothing.
    template <class E>
-   void is(E& entity, Key key, Value value) {
+   void is(E& entity, Key const& key, Value value) {
       if (map_.assign(key, value)) entity.template notify<Each>(key);
    }
 
    // Removes the member under the key, if there is one, and notifies of the key.
    template <class E>
-   void del(E& entity, Key key) {
+   void del(E& entity, Key const& key) {
       std::optional<Value> const removed = map_.take(key);
       if (removed) entity.template notify<Each>(key);
    }
@@ -79,7 +80,7 @@ class Collection {
    // As del(key). `likely` is the value that the member most likely has, which spares a map that
    // finds its members by value too (Qor/RecordIndex.h) the look-up.
    template <class E>
-   void del(E& entity, Key key, Value likely) {
+   void del(E& entity, Key const& key, Value likely) {
       std::optional<Value> const removed = map_.take(key, likely);
       if (removed) entity.template notify<Each>(key);
    }
@@ -103,7 +104,7 @@ class Collection {
 
    // Raises the notification of one key; nothing changes.
    template <class E>
-   void notify(E& entity, Key key) {
+   void notify(E& entity, Key const& key) {
       entity.template notify<Each>(key);
    }
 
@@ -112,7 +113,7 @@ class Collection {
 
    // For `new<Name>(key, ...)`: the member under `key`, made by `create()` if there was none.
    template <class E, class Create>
-   Value instantiate(E& entity, Key key, Create const& create) {
+   Value instantiate(E& entity, Key const& key, Create const& create) {
       if constexpr (requires { map_.findOrMake(key, create); }) {
          auto const [entry, made] = map_.findOrMake(key, create);
          Value const value = entry;

@@ -21,23 +21,24 @@ inline U64 hashMix(U64 a, U64 b) {
    return static_cast<U64>(product) ^ static_cast<U64>(product >> 64);
 }
 
-// The hash of `size` bytes at `data`. `seed` is mixed in first, such as another part of the key.
+// The hash of `size` bytes at `data`. `seed` is hashed too, such as another part of the key. Each
+// product takes in two words, because the products wait for one another.
 inline U64 hashBytes(void const* data, std::size_t size, U64 seed = 0) {
    auto const* p = static_cast<unsigned char const*>(data);
-   U64 h = hashMix(seed, size);
-   while (size >= 8) {
-      U64 word;
-      std::memcpy(&word, p, 8);
-      h = hashMix(h, word);
-      p += 8;
-      size -= 8;
-   }
-   if (size) {
+   auto const next = [&](std::size_t bytes) {
       U64 word = 0;
-      std::memcpy(&word, p, size);
-      h = hashMix(h, word);
+      std::memcpy(&word, p, bytes);
+      p += bytes;
+      size -= bytes;
+      return word;
+   };
+   U64 h = (seed + size) * 0xA0761D6478BD642Fu;
+   while (size >= 16) {
+      U64 const first = next(8);
+      h = hashMix(first, next(8) ^ h);
    }
-   return h;
+   if (size >= 8) h = hashMix(next(8), h);
+   return hashMix(size ? next(size) : 0, h);
 }
 
 // A 64-bit hash folded to 32 bits: the result type of hash() of the value types.
@@ -45,8 +46,8 @@ inline U32 hashFold(U64 h) {
    return static_cast<U32>(h ^ (h >> 32));
 }
 
-// The hash of a map's key: a number, an enumerator, a pointer, a text, a value type with hash(), or
-// a counted pointer, which is hashed by its address as a plain pointer is.
+// The hash of a map's key: a number, an enumerator, a pointer, a text, a value type whose hash() is
+// well mixed, or a counted pointer, which is hashed by its address as a plain pointer is.
 template <class K>
 U64 hashOf(K const& key) {
    if constexpr (std::is_enum_v<K> || std::is_integral_v<K>) {
@@ -59,7 +60,7 @@ U64 hashOf(K const& key) {
    } else if constexpr (requires {
                            { key.hash() } -> std::convertible_to<U64>;
                         }) {
-      return hashMix(key.hash(), 0);
+      return key.hash();
    } else {
       return hashMix(reinterpret_cast<U64>(key.get()), 0);
    }

@@ -71,6 +71,14 @@ concept Map = requires(M map, M const read, typename M::Key const key, typename 
    { read.resume(at, key) } -> std::same_as<typename M::ConstIterator>;
 };
 
+// References to the key and the value of an entry that a map does not keep as a pair.
+template <class K, class V>
+struct EntryRef {
+   K const& first;
+   V const& second;
+   EntryRef const* operator->() const { return this; }
+};
+
 // The part of assign() for a present value.
 template <class V>
 bool exchangeUnequal(V& present, V& value) {

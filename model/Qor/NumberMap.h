@@ -24,7 +24,6 @@
 #include <optional>
 #include <type_traits>
 #include <utility>
-#include <vector>
 
 #include "Qor/Map.h"
 #include "Qor/Pool.h"
@@ -183,13 +182,17 @@ class NumberMap {
       return value;
    }
 
-   // Removes all entries and returns an owner of their values; the marks stay.
+   // Removes all entries and returns an owner of their values. The marks stay; values beside marks
+   // are plain and need no owner.
    auto takeAll() {
       if constexpr (hasMarks) {
-         std::vector<V> values;
-         for (Slot* slot; (slot = atLeast(&Block::entries, 0));)
-            values.push_back(*take(K(slot->entry().first)));
-         return values;
+         static_assert(std::is_trivially_destructible_v<V>);
+         Slot* slot = atLeast(&Block::entries, 0);
+         for (U64 number = 0; slot; slot = atLeast(&Block::entries, number + 1)) {
+            number = numberOf(slot->entry().first);
+            take(K(slot->entry().first));
+         }
+         return NoMark();
       } else {
          return NumberMap(std::move(*this));
       }

@@ -35,13 +35,7 @@ class ObjectMap {
    using Key = std::remove_cvref_t<std::invoke_result_t<decltype(KeyOf), T const&>>;
    using Value = Ptr<T>;
    static constexpr bool ordered = false;
-
-   // References to the key and the pointer of an object.
-   struct Entry {
-      Key const& first;
-      Value const& second;
-      Entry const* operator->() const { return this; }
-   };
+   using Entry = EntryRef<Key, Value>;
 
    class ConstIterator {
     public:

@@ -45,7 +45,7 @@ inline void openMemory([[maybe_unused]] void const* memory, [[maybe_unused]] std
 // How far apart objects of this size lie: rounded up to whole lines where that wastes little.
 constexpr std::size_t poolStride(std::size_t size) {
    std::size_t const lines = (size + cacheLine - 1) / cacheLine * cacheLine;
-   return (lines - size) * 8 <= lines * 3 ? lines : size;
+   return (lines - size) * 8 < lines * 3 ? lines : size;
 }
 
 // Memory that was freed last is reused first; the pool frees its chunks when it is destroyed. All

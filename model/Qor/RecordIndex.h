@@ -20,6 +20,7 @@
 
 #include "Qor/HashIndex.h"
 #include "Qor/HashMap.h"
+#include "Qor/Map.h"
 #include "Qor/Types.h"
 
 namespace Qor {
@@ -46,12 +47,7 @@ class RecordIndex {
    static_assert(std::is_trivially_copyable_v<Key> && std::is_trivially_copyable_v<Value>);
    static constexpr bool ordered = false;
 
-   // References to the key and the number of a pair.
-   struct Entry {
-      Key const& first;
-      Value const& second;
-      Entry const* operator->() const { return this; }
-   };
+   using Entry = EntryRef<Key, Value>;
 
  private:
    using Apart = HashMap<Key, Value>;
@@ -119,11 +115,20 @@ class RecordIndex {
    ConstIterator end() const { return {this, std::as_const(apart_).end()}; }
 
    std::optional<Entry> find(Key const& key) const {
-      U32 const position = locate(key, HashIndex::hash(key));
-      if (position != none) return entryOf(*records_.marked(cells_[position]));
+      Record const* found = nullptr;
+      cells_.locate(HashIndex::hash(key), [&](U32 number) {
+         Record const* const record = records_.marked(number);
+         bool const same = Records::keyOf(*record) == key;
+         if (same) found = record;
+         return same;
+      });
+      if (found) return entryOf(*found);
       auto const* const apart = apart_.empty() ? nullptr : apart_.find(key);
       return apart ? std::optional(Entry{apart->first, apart->second}) : std::nullopt;
    }
+
+   // Fetches the cell of the index that the next operation with `key` reads first.
+   void prefetch(Key const& key) const { cells_.prefetch(HashIndex::hash(key)); }
 
    bool assign(Key const& key, Value& value) {
       U32 const hash = HashIndex::hash(key);
@@ -153,9 +158,10 @@ class RecordIndex {
       return value;
    }
    // As take(key). `likely` is the number that `key` most likely has: the operation then neither
-   // hashes the key nor searches for its record.
+   // hashes the key nor searches for its record. It does not read a key that is the record's own.
    std::optional<Value> take(Key const& key, Value likely) {
-      bool const left = leaveIf(likely, [&](Key const& present) { return present == key; });
+      bool const left =
+            leaveIf(likely, [&](Key const& present) { return &present == &key || present == key; });
       return left ? likely : take(key);
    }
 

@@ -79,6 +79,7 @@ class RecordTable {
       ConstIterator begin() const { return index_->begin(); }
       ConstIterator end() const { return index_->end(); }
       auto find(K const& key) const { return index_->find(key); }
+      void prefetch(K const& key) const { index_->prefetch(key); }
       bool assign(K const& key, V& value) { return index_->assign(key, value); }
       std::optional<V> take(K const& key) { return index_->take(key); }
       std::optional<V> take(K const& key, V likely) { return index_->take(key, likely); }

@@ -48,10 +48,10 @@ class VrfConfig final : public Qor::Entity<VrfConfig, Qor::NamedEntity> {
       if (!config) Qor::throwNullParameter("Routing::Multicast::Fib::VrfConfig", "config");
       config_.is(*this, config->name(), config);
    }
-   void configDel(Qor::Name vrfName) { config_.del(*this, std::move(vrfName)); }
+   void configDel(Qor::Name vrfName) { config_.del(*this, vrfName); }
    ConfigColl::Iterator configDel(ConfigColl::Iterator it) { return config_.del(*this, it); }
    void configDelAll() { config_.delAll(*this); }
-   void configNotify(Qor::Name vrfName) { config_.notify(*this, std::move(vrfName)); }
+   void configNotify(Qor::Name vrfName) { config_.notify(*this, vrfName); }
 
    // The time between two polls of the hardware for the activity of routes: 1 to 255 seconds.
    // Another value raises RangeException "VrfConfig::activityPollingInterval < 1 or > 255 not
