@@ -76,10 +76,10 @@ bool ProgrammerWork::routeDel(L3::VrfName const& vrf, RouteKey const& key) {
 
 // The routes of the VRF; null if the owner never named it. Most calls are for the VRF of the call
 // before.
-ProgrammerWork::Vrf* ProgrammerWork::vrfOf(L3::VrfName const& vrf) const {
+ProgrammerWork::Vrf* ProgrammerWork::vrfOf(L3::VrfName const& vrf) {
    if (!lastVrf_ || lastVrf_->name != vrf) {
       auto const found = vrfs_.find(vrf);
-      lastVrf_ = found == vrfs_.end() ? nullptr : const_cast<Vrf*>(&found->second);
+      lastVrf_ = found == vrfs_.end() ? nullptr : &found->second;
    }
    return lastVrf_;
 }
@@ -97,8 +97,8 @@ void ProgrammerWork::wantNoMore(ProgrammedRoute& route) {
 }
 
 ProgrammedRoute const* ProgrammerWork::find(L3::VrfName const& vrf, RouteKey const& key) const {
-   Vrf const* const in = vrfOf(vrf);
-   ProgrammedRoute const* const route = in ? in->find(key) : nullptr;
+   auto const in = vrfs_.find(vrf);
+   ProgrammedRoute const* const route = in == vrfs_.end() ? nullptr : in->second.find(key);
    return route && route->wish ? route : nullptr;
 }
 

@@ -223,7 +223,7 @@ class ProgrammerWork final : private RouteTable::Listener {
 
    // ---- Wishes, resync, end. ----
 
-   Vrf* vrfOf(L3::VrfName const& vrf) const;
+   Vrf* vrfOf(L3::VrfName const& vrf);
    std::optional<Vel::VrfId> vrfIdOf(Vrf& vrf) const;
    void want(ProgrammedRoute& route, WishPtr wish);
    void wantNoMore(ProgrammedRoute& route);
@@ -244,7 +244,7 @@ class ProgrammerWork final : private RouteTable::Listener {
    std::unique_ptr<VlanWatch> const vlanWatch_;
 
    std::map<L3::VrfName, Vrf> vrfs_;  // a VRF stays, with its routes or without
-   mutable Vrf* lastVrf_ = nullptr;   // the result of the last vrfOf()
+   Vrf* lastVrf_ = nullptr;           // the result of the last vrfOf()
    Qor::U64 vrfEpoch_ = 1;            // changes with each notification of VRFs
    Qor::U64 retired_ = 0;             // the number of oif sets that were retired
    // Routes for the next passes. While `mostUnderWay` changes are under way, the routes that would
