@@ -16,7 +16,7 @@ using Routing::Multicast::Fib::Hardware::RouteStatus;
 namespace {
 
 // The place where the next slice begins: the route to review next, or, if that route has gone, the
-// first route behind it. The process has one such position (VelAsyncMrouteSm.h).
+// route at its place or behind it. The process has one such position (VelAsyncMrouteSm.h).
 RoutePosition& resumePosition() {
    static auto* const position = new RoutePosition;
    return *position;
@@ -108,15 +108,15 @@ void AsyncMrouteSwitchSm::doRouteAgingReview() {
       }
       return hwVrf != nullptr;
    };
-   auto const visit = [&](L3::VrfName const& vrfName, RouteStatus& route) {
+   auto const visit = [&](RouteStatus& route, RoutePosition const& at) {
       if (reviewed >= agingQuota) {
-         position = {vrfName, route.key()};
+         position = at;
          return false;
       }
       reviewed += reviewRoute(route, vrfId);
       return true;
    };
-   if (!walkRoutes(*mfibHwStatus(), from, WalkFrom::position, enterVrf, visit)) {
+   if (!walkRoutes(*mfibHwStatus(), from, enterVrf, visit)) {
       agingClock_.arm(Qor::now() + agingGap);
       return;
    }

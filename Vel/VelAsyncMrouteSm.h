@@ -64,8 +64,8 @@
 // that interval a route may be polled twice, or not before the next review. If two reactors watch
 // large tables of their own, the later routes of the larger table may go without being polled while
 // the other reactor keeps completing reviews; reactors of one table share the work instead. A
-// position is a key, or holds its oif set counted, so a removal between two slices does no harm. A
-// fast-reroute position ends with its reactor. The position of the review is cleared when a review
+// position is a key with a place, or holds its oif set counted, so a removal between two slices does
+// no harm. A fast-reroute position ends with its reactor. The position of the review is cleared when a review
 // is complete or ends by an error: it outlives its reactor, and a time without routes.
 #pragma once
 

@@ -16,10 +16,10 @@ using Routing::Multicast::Fib::Hardware::RouteStatus;
 
 namespace {
 
-// The last route reviewed, and the reactor that reviewed it. The next slice goes on behind that
-// route, also if that was the last route of all. One position for the process; see the header.
+// The place behind the last route reviewed, and the reactor that reviewed it. The next slice begins
+// there, also if that was the last route of all. One position for the process; see the header.
 struct ReviewPosition {
-   RoutePosition route;
+   RoutePosition next;
    MrouteSwitchSm const* reactor = nullptr;  // null: no review is under way
 };
 
@@ -28,13 +28,13 @@ ReviewPosition& reviewPosition() {
    return *position;
 }
 
-// The first route behind the position; the invalid key if no route is behind it.
+// The first route at the position or behind it; the invalid key if there is none.
 IpGenRouteKey nextRoute(Routing::Multicast::Fib::Hardware::Status const& status,
                         RoutePosition const& position) {
    IpGenRouteKey next;
    walkRoutes(
-         status, position, WalkFrom::behindPosition, [](L3::VrfName const&) { return true; },
-         [&](L3::VrfName const&, RouteStatus const& route) {
+         status, position, [](L3::VrfName const&) { return true; },
+         [&](RouteStatus const& route, RoutePosition const&) {
             next = route.key();
             return false;
          });
@@ -100,8 +100,8 @@ void MrouteSwitchSm::doRouteAgingReview() {
    bool const byClock = isArmed(agingClock());
    auto const isStopped = [&] { return byClock && !isArmed(agingClock()); };
    ReviewPosition const last = std::exchange(reviewPosition(), {});
-   bool const goesOn = last.reactor && mfibHwStatus()->vrfStatus(last.route.vrfName);
-   RoutePosition const from = goesOn ? last.route : RoutePosition();
+   bool const goesOn = last.reactor && mfibHwStatus()->vrfStatus(last.next.vrfName);
+   RoutePosition const from = goesOn ? last.next : RoutePosition();
    if (last.reactor) VEL_TRACE(6, "Current routeIter: " << nextRoute(*mfibHwStatus(), from));
    if (!goesOn) {
       VEL_TRACE(6, "VrfItr not found - restarting review and refreshing the cache");
@@ -124,17 +124,16 @@ void MrouteSwitchSm::doRouteAgingReview() {
       vrfId = static_cast<Qor::U16>(id);
       return true;
    };
-   auto const visit = [&, function = __func__](L3::VrfName const& vrfName, RouteStatus& route) {
+   auto const visit = [&, function = __func__](RouteStatus& route, RoutePosition const& at) {
       reviewRoute(route, vrfId);
       ++reviewed;
       if (Qor::now() <= deadline) return true;
       VEL_TRACE_IN(function, 6,
                    "Route aging review quota reached (reviewed " << reviewed << " routes)");
-      reviewPosition() = {{vrfName, route.key()}, this};
+      reviewPosition() = {{.vrfName = at.vrfName, .place = at.place + 1}, this};
       return false;
    };
-   bool const complete =
-         walkRoutes(*mfibHwStatus(), from, WalkFrom::behindPosition, enterVrf, visit);
+   bool const complete = walkRoutes(*mfibHwStatus(), from, enterVrf, visit);
    if (complete) VEL_TRACE(6, "Review completed");
    if (complete && mrouteHelper()) {
       mrouteHelper()->doCommitMrouteBatch();

@@ -50,7 +50,7 @@
 // Process-wide positions. The aging review and the fast-reroute pass each keep their position in
 // one variable for the whole process, since slices never overlap. With several chips, a slice
 // therefore starts where the last slice of any chip stopped. The review's position is the VRF and
-// the last route reviewed, and the review goes on behind that route. The reactor that set a
+// the place of the last route reviewed, and the review goes on behind that place. The reactor that set a
 // position clears it at its end. The review's position is cleared also when its reactor stops
 // reviewing.
 //

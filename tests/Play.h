@@ -829,21 +829,19 @@ class ModelReactor : public Qor::RefCounted {
       }
    }
 
-   // Enters each VRF and visits its routes, from a route on that was visited before or has gone.
-   // Returns false as soon as a visit does.
+   // Enters each VRF and visits its routes with their places, from a place on. Returns false as soon
+   // as a visit does.
    template <class Enter, class Visit>
-   bool eachRoute(VrfName const& vrf, IpGenRouteKey const& behind, Enter const& enter,
-                  Visit const& visit) {
+   bool eachRoute(VrfName const& vrf, U32 place, Enter const& enter, Visit const& visit) {
       auto const& vrfs = world_.hw_->vrfStatus();
       for (auto v = vrfs.lowerBound(vrf); v != vrfs.end();) {
          auto const [name, status] = *v;
          auto const& routes = status->route();
          bool const entered = enter(name);
-         for (auto r = name == vrf ? routes.upperBound(behind) : routes.begin();
-              entered && r != routes.end() && world_.hw_->vrfStatus(name) == status;) {
-            auto const [k, route] = *r;
-            if (!visit(name, *route)) return false;
-            r = routes.upperBound(k);
+         for (auto r = routes.from(name == vrf ? place : 0);
+              entered && r != routes.end() && world_.hw_->vrfStatus(name) == status; ++r) {
+            auto const route = r->second;
+            if (!visit(name, *route, r.place())) return false;
          }
          v = vrfs.upperBound(name);
       }

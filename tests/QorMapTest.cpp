@@ -9,6 +9,7 @@
 
 #include "Qor/HashMap.h"
 #include "Qor/NumberMap.h"
+#include "Qor/ObjectMap.h"
 #include "Qor/OrderedMap.h"
 #include "Qor/Ptr.h"
 
@@ -107,6 +108,55 @@ TYPED_TEST(QorMap, AgreesWithAPlainMapThroughRandomOperations) {
       }
       ASSERT_EQ(seen.size(), expected.size());
    }
+}
+
+struct Keyed : Qor::RefCounted {
+   explicit Keyed(CollidingKey k) : key(k) {}
+   CollidingKey const key;
+};
+
+// A walk in slices, between which objects come and go, reaches each object that stays.
+TEST(QorMaps, ObjectsAreFoundByTheirKeysAndAWalkResumesAtAPlace) {
+   Qor::ObjectMap<Keyed, &Keyed::key> map;
+   std::map<CollidingKey, Qor::Ptr<Keyed>> expected;
+   std::mt19937 random(7);
+   auto const change = [&] {
+      CollidingKey const key{static_cast<U32>(random() % 100)};
+      auto const known = expected.find(key);
+      if (random() % 2 == 0) {
+         auto const [object, made] = map.findOrMake(key, [&] { return Qor::make<Keyed>(key); });
+         ASSERT_EQ(made, known == expected.end());
+         ASSERT_TRUE(made || object == known->second);
+         expected[key] = object;
+      } else if (random() % 2 == 0) {
+         auto const taken = map.take(key);
+         ASSERT_EQ(taken.has_value(), known != expected.end());
+         if (taken) expected.erase(known);
+      } else if (known != expected.end()) {
+         auto const stranger = Qor::make<Keyed>(key);
+         ASSERT_FALSE(map.remove(*stranger));
+         ASSERT_TRUE(map.remove(*known->second) && !map.remove(*known->second));
+         expected.erase(known);
+      }
+      ASSERT_EQ(map.size(), expected.size());
+      ASSERT_EQ(map.find(key).has_value(), expected.contains(key));
+   };
+   for (int walk = 0; walk < 200; ++walk) {
+      auto stay = expected;
+      for (auto at = map.begin(); at != map.end(); at = map.from(at.place() + 1)) {
+         ASSERT_EQ(map.position(at->first), at);
+         stay.erase(at->first);
+         change();
+         std::erase_if(stay, [&](auto const& s) {
+            auto const now = expected.find(s.first);
+            return now == expected.end() || now->second != s.second;
+         });
+      }
+      ASSERT_TRUE(stay.empty());
+      change();
+   }
+   ASSERT_EQ(map.takeAll().size(), expected.size());
+   ASSERT_TRUE(map.empty() && map.begin() == map.end());
 }
 
 struct Member : Qor::RefCounted {

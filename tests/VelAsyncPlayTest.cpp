@@ -448,7 +448,7 @@ class AsyncReactor final : public ModelReactor<AsyncModel, AsyncChip> {
          }
          return vrf != nullptr;
       };
-      eachRoute({}, {}, enter, [&](VrfName const&, Hardware::RouteStatus& route) {
+      eachRoute({}, 0, enter, [&](auto&, Hardware::RouteStatus& route, U32) {
          reviewRoute(route, vrfId);
          return true;
       });

@@ -221,7 +221,7 @@ class SyncModel final : public ModelOf<SyncWorld<SyncChip, SyncRecord, SyncReact
    // The process-wide positions of the review, and of the rewriting of sets that wait.
    struct Position {
       VrfName vrf;
-      IpGenRouteKey key;
+      U32 place = 0;
       SyncReactor const* reactor = nullptr;
    };
    Position reviewPosition_;
@@ -586,8 +586,8 @@ class SyncReactor final : public ModelReactor<SyncModel, SyncChip> {
       if (last.reactor) {
          IpGenRouteKey following;
          eachRoute(
-               from.vrf, from.key, [](auto&) { return true; },
-               [&](auto&, auto const& route) {
+               from.vrf, from.place, [](auto&) { return true; },
+               [&](auto&, auto const& route, U32) {
                   following = route.key();
                   return false;
                });
@@ -608,12 +608,13 @@ class SyncReactor final : public ModelReactor<SyncModel, SyncChip> {
          return true;
       };
       bool const complete = eachRoute(
-            from.vrf, from.key, enter, [&](VrfName const& name, Hardware::RouteStatus& route) {
+            from.vrf, from.place, enter,
+            [&](VrfName const& name, Hardware::RouteStatus& route, U32 place) {
                reviewRoute(route, vrfId);
                ++reviewed;
                if (world_.now() <= deadline) return true;
                print("6 Route aging review quota reached (reviewed ", reviewed, " routes)");
-               world_.reviewPosition_ = {name, route.key(), this};
+               world_.reviewPosition_ = {name, place + 1, this};
                return false;
             });
       if (complete) {

@@ -114,10 +114,17 @@ class Collection {
    // For `new<Name>(key, ...)`: the member under `key`, made by `create()` if there was none.
    template <class E, class Create>
    Value instantiate(E& entity, Key const& key, Create const& create) {
-      if (auto const entry = map_.find(key)) return entry->second;
-      Value const value = create();
-      is(entity, key, value);
-      return value;
+      if constexpr (requires { map_.findOrMake(key, create); }) {
+         auto const [entry, made] = map_.findOrMake(key, create);
+         Value const value = entry;
+         if (made) entity.template notify<Each>(key);
+         return value;
+      } else {
+         if (auto const entry = map_.find(key)) return entry->second;
+         Value const value = create();
+         is(entity, key, value);
+         return value;
+      }
    }
 
  private:

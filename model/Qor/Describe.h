@@ -20,6 +20,7 @@
 // another number of argument names than the operation takes.
 #pragma once
 
+#include <algorithm>
 #include <array>
 #include <functional>
 #include <span>
@@ -295,13 +296,27 @@ class Describe final : public DescribeBase {
       described.size = [](Generic const& of) { return static_cast<U32>(entries(of).size()); };
       described.members = [](Generic const& of, U32 skip, U32 max) {
          std::vector<TypeMember> found;
-         for (auto const& entry : entries(of)) {
-            if (found.size() == max) break;
+         auto const take = [&](auto const& entry) {
             if (skip != 0) {
                --skip;
-            } else {
+            } else if (found.size() < max) {
                addMember(found, toGeneric(entry.first),
                          toGeneric(memberValue(self(of), entry.first, entry.second)));
+            }
+            return found.size() < max;
+         };
+         if constexpr (requires(typename M::ConstIterator at) { at.place(); }) {
+            // Objects at places (Qor/ObjectMap.h) are shown in the order of their keys.
+            std::vector<typename M::ConstIterator> sorted;
+            for (auto at = entries(of).begin(); at != entries(of).end(); ++at)
+               sorted.push_back(at);
+            std::ranges::sort(sorted, {}, [](auto const& at) { return at->first; });
+            for (auto const& at : sorted) {
+               if (!take(*at)) break;
+            }
+         } else {
+            for (auto const& entry : entries(of)) {
+               if (!take(entry)) break;
             }
          }
          return found;

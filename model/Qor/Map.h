@@ -1,7 +1,7 @@
 // The concept of a map: all that a collection (Qor/Collection.h, Qor/TwoWayCollection.h) and the
 // description of a type (Qor/Describe.h) need of the map behind them. Each map of the framework
 // asserts the concept beside its definition and documents the promises of its own: HashMap.h,
-// OrderedMap.h, NumberMap.h, QueueMap.h, RecordIndex.h, RecordTable.h.
+// OrderedMap.h, NumberMap.h, ObjectMap.h, QueueMap.h, RecordIndex.h, RecordTable.h.
 //
 //  - ordered: whether iteration is in the order of the keys. The map then has lowerBound(key) and
 //    upperBound(key): the first entry with a key not less than `key`, or greater than it; else

@@ -10,7 +10,7 @@
 #include <utility>
 #include <vector>
 
-#include "Qor/HashIndex.h"
+#include "Qor/ObjectMap.h"
 #include "Qor/Pool.h"
 #include "programmer/RouteTable.h"
 #include "programmer/internal/Wish.h"
@@ -23,24 +23,24 @@ class WaitingLine;
 using RoutePtr = Qor::Ptr<ProgrammedRoute>;
 using RouteStatusPtr = Qor::Ptr<Routing::Multicast::Fib::Hardware::RouteStatus>;
 
-// The change of a route that is under way: at most two transactions, of which it watches the first
-// that is pending.
+// The writes of a change, of a group and of an entry.
+struct RouteWrites {
+   MrouteLib::MtableOifSetPtr previous = {};  // held until the entry has left it
+   Hux::XactPtr group = {};                   // null: the group is written
+   Hux::XactPtr pointing = {};
+};
+
+// A change of a route that waits for its writes. Watches the first one that is pending.
 class RouteChange final : public Hux::Xact::Notifiee {
  public:
    RouteChange(ProgrammerWork& work, ProgrammedRoute& route) : work_(work), route_(route) {}
    void onState() override;
 
+   RouteWrites writes;
+
  private:
    ProgrammerWork& work_;
    ProgrammedRoute& route_;
-
- public:
-   // The record of the set that is being placed, before the entry points at it. Dropped behind the
-   // transactions.
-   MrouteLib::MtableOifSetPtr fresh;
-   Hux::XactPtr groupWrite;
-   Hux::XactPtr pointing;
-   MrouteLib::MtableOifSetPtr previous;  // held until the entry has left it
 };
 
 // The properties of a route that is not at rest.
@@ -131,7 +131,7 @@ class ProgrammedRoute final : public Qor::RefCounted, public Qor::Pooled {
 };
 static_assert(sizeof(ProgrammedRoute) <= 2 * Qor::cacheLine);
 
-// The routes of one VRF, by key. A route has a number, which a later route may get after it.
+// The routes of one VRF.
 struct ProgrammedRoute::Vrf {
    Vrf(ProgrammerWork& programmerWork, L3::VrfName vrf)
          : work(programmerWork), name(std::move(vrf)) {}
@@ -140,49 +140,16 @@ struct ProgrammedRoute::Vrf {
 
    // The route of the key; null if there is none.
    ProgrammedRoute* find(RouteKey const& key) const {
-      Qor::U32 const place = placeOf(key, Qor::HashIndex::hash(key));
-      return place == Qor::HashIndex::nowhere ? nullptr : routes[index_[place]].get();
-   }
-   // The same, made and counted in `records` if there is none.
-   RoutePtr findOrMake(RouteKey const& key, Qor::U32& records) {
-      Qor::U32 const hash = Qor::HashIndex::hash(key);
-      Qor::U32 const place = placeOf(key, hash);
-      if (place != Qor::HashIndex::nowhere) return routes[index_[place]];
-      auto number = static_cast<Qor::U32>(routes.size());
-      if (free_.empty()) {
-         routes.emplace_back();
-      } else {
-         number = free_.back();
-         free_.pop_back();
-      }
-      routes[number] = Qor::make<ProgrammedRoute>(*this, key);
-      index_.insert(hash, number);
-      ++records;
-      return routes[number];
-   }
-   // Removes the route and returns true, unless its key has another route or none.
-   bool remove(ProgrammedRoute const& route) {
-      Qor::U32 const place = placeOf(route.key, Qor::HashIndex::hash(route.key));
-      if (place == Qor::HashIndex::nowhere) return false;
-      Qor::U32 const number = index_[place];
-      if (routes[number].get() != &route) return false;
-      RoutePtr const last = std::move(routes[number]);
-      index_.vacate(place);
-      free_.push_back(number);
-      return true;
+      auto const entry = routes.find(key);
+      return entry ? entry->second.get() : nullptr;
    }
 
    ProgrammerWork& work;
    L3::VrfName const name;
-   std::vector<RoutePtr> routes;  // by number; null for a number that is free
-
- private:
-   Qor::U32 placeOf(RouteKey const& key, Qor::U32 hash) const {
-      return index_.locate(hash, [&](Qor::U32 number) { return routes[number]->key == key; });
-   }
-
-   Qor::HashIndex index_;  // the numbers by key
-   std::vector<Qor::U32> free_;
+   // The number of the VRF in the hardware, of use while no VRF has changed since it was read.
+   std::optional<Vel::VrfId> id;
+   Qor::U64 idEpoch = 0;
+   Qor::ObjectMap<ProgrammedRoute, &ProgrammedRoute::key> routes;
 };
 
 }  // namespace VelMroute

@@ -36,6 +36,7 @@ void ProgrammerWork::tryAgain() {
 }
 
 void ProgrammerWork::vrfChanged() {
+   ++vrfEpoch_;
    lookAtAll();
 }
 
@@ -82,11 +83,12 @@ RoutePtr ProgrammerWork::nextMarked(Budget& budget) {
    bool const begins = mayBegin();
    if (budget.spent()) return nullptr;
    if (begins && !held_.empty()) return pop(held_);
-   while (!marked_.empty() && !budget.spent()) {
+   while (!marked_.empty()) {
       RoutePtr route = pop(marked_);
       if (begins || route->state == RouteState::programming) return route;
       held_.push_back(std::move(route));
       budget.take();
+      if (budget.spent()) break;
    }
    return nullptr;
 }
@@ -159,8 +161,9 @@ void ProgrammerWork::commitPass() {
 void ProgrammerWork::process(ProgrammedRoute& route) {
    route.marked = false;
    if (end_ == Ending::leave) {  // no further write: a failed change stays as it is on the chip
-      bool const underWay = route.state == RouteState::programming;
-      if (underWay && !watchPending(route)) stateIs(route, RouteState::queued);
+      if (route.state != RouteState::programming) return;
+      RouteChange* const change = route.change();
+      if (!change || !watchPending(route, change->writes)) stateIs(route, RouteState::queued);
       return;
    }
    if (!route.wish) {
@@ -168,7 +171,9 @@ void ProgrammerWork::process(ProgrammedRoute& route) {
       return;
    }
    if (route.state == RouteState::programming) {
-      checkChange(route);
+      RouteWrites none;
+      RouteChange* const change = route.change();
+      checkChange(route, change ? change->writes : none);
       if (route.state != RouteState::inHardware) return;
    }
    place(route);
@@ -192,7 +197,7 @@ void ProgrammerWork::forget(ProgrammedRoute& route) {
    }
    if (!route.fastdrops().empty()) return;
    // A record that is tried again may have left its key to a later one.
-   if (!route.vrf.remove(route)) return;
+   if (!route.vrf.routes.remove(route)) return;
    --records_;
    changed(route);
 }
@@ -234,13 +239,14 @@ void ProgrammerWork::look(Budget& budget) {
          return;
       }
       auto const& routes = lookVrf_->second.routes;
-      if (lookNext_ == routes.size()) {
+      auto const at = routes.from(lookNext_);
+      if (at == routes.end()) {
          ++lookVrf_;
          lookNext_ = 0;
          continue;
       }
-      RoutePtr const route = routes[lookNext_++];
-      if (!route) continue;
+      RoutePtr const route = at->second;
+      lookNext_ = at.place() + 1;
       lookAt(*route);
       for (RoutePtr const& drop : route->fastdrops())
          lookAt(*drop);
@@ -259,7 +265,7 @@ void ProgrammerWork::lookAt(ProgrammedRoute& route) {
    if (!route.wish) return;
    bool const waits =
          route.state == RouteState::waitingVlan || route.state == RouteState::waitingVrf;
-   bool const renumbered = route.placed && table_->vrfId(route.vrf.name) != route.placedVrf;
+   bool const renumbered = route.placed && vrfIdOf(route.vrf) != route.placedVrf;
    bool const refused = route.state == RouteState::failed && route.refused;
    if (waits || renumbered || refused || hasMoved(route)) mark(route);
 }

@@ -22,7 +22,7 @@ bool ProgrammerWork::aim(ProgrammedRoute& route, Target& target) {
       wait(route, RouteState::waitingVlan, target);
       return false;
    }
-   auto const vrfId = table_->vrfId(route.vrf.name);
+   auto const vrfId = vrfIdOf(route.vrf);
    if (!vrfId) {
       release(route);
       wait(route, RouteState::waitingVrf, target);
@@ -49,6 +49,15 @@ bool ProgrammerWork::aim(ProgrammedRoute& route, Target& target) {
       return false;
    }
    return true;
+}
+
+// The number of the VRF in the hardware; nothing while it is not there.
+std::optional<Vel::VrfId> ProgrammerWork::vrfIdOf(Vrf& vrf) const {
+   if (vrf.idEpoch != vrfEpoch_) {
+      vrf.id = table_->vrfId(vrf.name);
+      vrf.idEpoch = vrfEpoch_;
+   }
+   return vrf.id;
 }
 
 bool ProgrammerWork::hasWantedSet(ProgrammedRoute const& route, Target const& target) {
@@ -85,15 +94,23 @@ void ProgrammerWork::place(ProgrammedRoute& route) {
       stateIs(route, RouteState::inHardware);
       return;
    }
-   MtableOifSetPtr record;
-   if (target.needs.group) record = sameSet ? route.record : allocateRecord(route, target);
+   RouteTable::Record fresh;
+   if (target.needs.group) {
+      if (sameSet) {
+         fresh.record = route.record;
+      } else {
+         fresh = allocateRecord(route, target);
+      }
+   }
    Leaving leaving;
    // There may be no room for old and new together.
-   if ((target.needs.group && !record) || !replaceEntry(route, target, record, leaving)) {
+   if ((target.needs.group && !fresh.record) ||
+       !replaceEntry(route, target, fresh.record, leaving)) {
+      fresh = {};
       stepAside(route, target);
       return;
    }
-   pointAt(route, target, std::move(record));
+   pointAt(route, target, std::move(fresh));
    if (leaving.handle.isNull()) return;
    // Issued behind the writes of the new entry, in the order that the chip keeps.
    leaveEntry(leaving);
@@ -131,19 +148,20 @@ void ProgrammerWork::placeWaiting(ProgrammedRoute& route, WaitingLine& line) {
 
 void ProgrammerWork::placeNew(ProgrammedRoute& route, Target const& target) {
    publish(route, target);
-   MtableOifSetPtr const record = target.needs.group ? allocateRecord(route, target) : nullptr;
-   if (target.needs.group && !record) {
+   RouteTable::Record fresh;
+   if (target.needs.group) fresh = allocateRecord(route, target);
+   if (target.needs.group && !fresh.record) {
       wait(route, RouteState::waitingGroup, target);
       return;
    }
    using Refusal = RouteTable::Refusal;
    Refusal const refusal =
-         target.needs.entry ? allocateEntry(route, target, record) : Refusal::none;
+         target.needs.entry ? allocateEntry(route, target, fresh.record) : Refusal::none;
    if (refusal == Refusal::none) {
-      pointAt(route, target, record);
+      pointAt(route, target, std::move(fresh));
       return;
    }
-   endChange(route);  // before the record goes
+   fresh.write = nullptr;  // before the record goes
    if (refusal == Refusal::writeFailed) {
       withdraw(route);
       waitNoMore(route);
@@ -233,26 +251,26 @@ void ProgrammerWork::failed(ProgrammedRoute& route, Qor::String trouble, Placeme
 
 // ---- Records and entries. ----
 
-RouteChange& ProgrammerWork::changeOf(ProgrammedRoute& route) {
+// Keeps the writes of a change beyond the step that began it.
+RouteChange& ProgrammerWork::keepWrites(ProgrammedRoute& route, RouteWrites& writes) {
    RouteWork& work = route.work();
-   if (!work.change) work.change.emplace(*this, route);
+   if (!work.change) work.change.emplace(*this, route).writes = std::move(writes);
    return *work.change;
 }
 
-// Ends the change of the route, if one is under way. Returns the record that the change held for the
-// time until the entry has left it.
-MtableOifSetPtr ProgrammerWork::endChange(ProgrammedRoute& route) {
-   RouteChange* const change = route.change();
-   if (!change) return nullptr;
-   MtableOifSetPtr previous = std::move(change->previous);
-   route.work().change.reset();
+// Ends the change with these writes. Returns the record that the change held for the time until the
+// entry has left it.
+MtableOifSetPtr ProgrammerWork::endChange(ProgrammedRoute& route, RouteWrites& writes) {
+   MtableOifSetPtr previous = std::move(writes.previous);
+   writes = {};
+   if (route.change()) route.work().change.reset();
    return previous;
 }
 
 // The record for the target's set; null when there is no group for it. Gives up zombies for room,
 // at most as many as there are.
-MtableOifSetPtr ProgrammerWork::allocateRecord(ProgrammedRoute& route, Target const& target) {
-   auto const [oifSet, there] = sharedOifSet(target.at->set);
+RouteTable::Record ProgrammerWork::allocateRecord(ProgrammedRoute& route, Target const& target) {
+   auto const [oifSet, there] = sharedOifSet(*target.at);
    for (Qor::U32 purges = table_->zombies();; --purges) {
       Qor::U32 const before = table_->zombies();
       RouteTable::Record result = table_->newRecord(target.spec, oifSet, recovering_);
@@ -263,12 +281,9 @@ MtableOifSetPtr ProgrammerWork::allocateRecord(ProgrammedRoute& route, Target co
             if (observer_ && !route.isFastdrop()) observer_->resurrected(RouteView(&route));
          }
          wrote_ = wrote_ || !there;
-         RouteChange& change = changeOf(route);
-         change.fresh = result.record;
-         change.groupWrite = std::move(result.write);
-         return std::move(result.record);
+         return result;
       }
-      if (purges == 0 || table_->zombies() == 0) return nullptr;
+      if (purges == 0 || table_->zombies() == 0) return {};
       table_->purgeZombie();
       wrote_ = true;
       ++counters_.purges;
@@ -277,12 +292,23 @@ MtableOifSetPtr ProgrammerWork::allocateRecord(ProgrammedRoute& route, Target co
 
 // The one object for this set, and never an object whose record may not be shared; and whether there
 // is a record for the object.
-std::pair<OifSetPtr, bool> ProgrammerWork::sharedOifSet(MrouteLib::PortVlanSet const& set) {
-   OifSetPtr oifSet = tableColl_->newOifSet(set);
-   std::optional<bool> const sharable = table_->sharable(oifSet);
-   if (sharable.value_or(true)) return {std::move(oifSet), sharable.has_value()};
-   tableColl_->oifSetRetire(*oifSet);
-   return {tableColl_->newOifSet(set), false};
+std::pair<OifSetPtr, bool> ProgrammerWork::sharedOifSet(Placement const& at) {
+   auto const lookUp = [&] {
+      at.oifSet = tableColl_->newOifSet(at.set);
+      at.retired = retired_;
+   };
+   if (!at.oifSet || at.retired != retired_) lookUp();
+   std::optional<bool> const sharable = table_->sharable(at.oifSet);
+   if (sharable.value_or(true)) return {at.oifSet, sharable.has_value()};
+   retire(*at.oifSet);
+   lookUp();
+   return {at.oifSet, false};
+}
+
+// No further route shares this object.
+void ProgrammerWork::retire(MrouteLib::OifSet const& oifSet) {
+   tableColl_->oifSetRetire(oifSet);
+   ++retired_;
 }
 
 RouteTable::Refusal ProgrammerWork::allocateEntry(ProgrammedRoute& route, Target const& target,
@@ -354,27 +380,36 @@ void ProgrammerWork::markSiblings(ProgrammedRoute& route) {
    }
 }
 
-void ProgrammerWork::pointAt(ProgrammedRoute& route, Target const& target, MtableOifSetPtr record) {
-   RouteChange& change = changeOf(route);
-   if (route.record != record) {
-      change.previous = std::exchange(route.record, std::move(record));
+void ProgrammerWork::pointAt(ProgrammedRoute& route, Target const& target,
+                             RouteTable::Record fresh) {
+   RouteWrites writes{.group = std::move(fresh.write)};
+   if (route.record != fresh.record) {
+      writes.previous = std::exchange(route.record, std::move(fresh.record));
    }
+   try {
+      point(route, target, writes);
+   } catch (...) {
+      keepWrites(route, writes);  // the entry may point at the previous record until it is deleted
+      throw;
+   }
+}
+
+void ProgrammerWork::point(ProgrammedRoute& route, Target const& target, RouteWrites& writes) {
    if (!route.handle.isNull() && route.record) {
-      change.pointing = table_->point(route.handle, route.record, change.groupWrite);
+      writes.pointing = table_->point(route.handle, route.record, writes.group);
    }
    wrote_ = true;
    route.placed = target.wish;
    route.placedVlan = target.at->vlan;
    route.placedVrf = target.spec.vrfId;
-   change.fresh = nullptr;
    waitNoMore(route);
-   route.work().at = nullptr;
+   if (RouteWork* const work = route.workIfAny()) work->at = nullptr;
    if (route.record) {
       // Routes that wait for a group of this set need none any longer.
       line(Table::group).forEachWith(target.at->set, [this](ProgrammedRoute& r) { mark(r); });
    }
    stateIs(route, RouteState::programming);
-   checkChange(route);
+   checkChange(route, writes);
 }
 
 // ---- The change under way. ----
@@ -383,36 +418,34 @@ void RouteChange::onState() {
    work_.mark(route_);
 }
 
-// Watches a transaction of the change that is pending. Returns false if none is.
-bool ProgrammerWork::watchPending(ProgrammedRoute& route) {
-   RouteChange* const change = route.change();
-   if (!change) return false;
-   for (Hux::XactPtr const* const xact : {&change->groupWrite, &change->pointing}) {
-      if (!*xact || !(*xact)->pending()) continue;
-      change->notifierIs(xact->get());
+// Watches a write that is pending. Returns false if none is.
+bool ProgrammerWork::watchPending(ProgrammedRoute& route, RouteWrites& writes) {
+   for (Hux::XactPtr const& xact : {writes.group, writes.pointing}) {
+      if (!xact || !xact->pending()) continue;
+      keepWrites(route, writes).notifierIs(xact.get());
       return true;
    }
    return false;
 }
 
-// Ends the change, unless it waits for a transaction. A failed group write ends it at once.
-void ProgrammerWork::checkChange(ProgrammedRoute& route) {
-   if (RouteChange const* const change = route.change()) {
-      auto const failed = [](Hux::XactPtr const& xact) {
-         return xact && xact->state() == Hux::Xact::State::failed;
-      };
-      Hux::XactPtr const write = change->groupWrite;
-      Hux::XactPtr const pointing = change->pointing;
-      if (failed(write)) return changeFailed(route, table_->failure(write, true));
-      bool const behind = write && write->pending();
-      if (!behind && failed(pointing)) return changeFailed(route, table_->failure(pointing, false));
-      if (watchPending(route)) return;
+// Ends the change with these writes, unless one of them is pending. A failed group write ends it at
+// once.
+void ProgrammerWork::checkChange(ProgrammedRoute& route, RouteWrites& writes) {
+   auto const failed = [](Hux::XactPtr const& xact) {
+      return xact && xact->state() == Hux::Xact::State::failed;
+   };
+   bool const behind = writes.group && writes.group->pending();
+   if (failed(writes.group)) {
+      changeFailed(route, writes, table_->failure(Hux::XactPtr(writes.group), true));
+   } else if (!behind && failed(writes.pointing)) {
+      changeFailed(route, writes, table_->failure(Hux::XactPtr(writes.pointing), false));
+   } else if (!watchPending(route, writes)) {
+      changeDone(route, writes);
    }
-   changeDone(route);
 }
 
-void ProgrammerWork::changeDone(ProgrammedRoute& route) {
-   MtableOifSetPtr previous = endChange(route);
+void ProgrammerWork::changeDone(ProgrammedRoute& route, RouteWrites& writes) {
+   MtableOifSetPtr previous = endChange(route, writes);
    leaveRecord(previous);
    route.confirmed = true;
    if (RouteWork* const work = route.workIfAny()) {
@@ -425,14 +458,15 @@ void ProgrammerWork::changeDone(ProgrammedRoute& route) {
 
 // The record must not be shared any longer. The route goes back to the record that it had, if its
 // entry is known to be there, and leaves the hardware otherwise.
-void ProgrammerWork::changeFailed(ProgrammedRoute& route, Qor::String const& reason) {
+void ProgrammerWork::changeFailed(ProgrammedRoute& route, RouteWrites& writes,
+                                  Qor::String const& reason) {
    ++counters_.failedWrites;
    RouteWork& work = route.work();
    if (route.placed == route.wish) ++work.attempts;  // else the wish has changed since
-   MtableOifSetPtr previous = endChange(route);
+   MtableOifSetPtr previous = endChange(route, writes);
    if (route.record) {
       table_->markDirty(route.record);
-      tableColl_->oifSetRetire(*route.record->oifSet());
+      retire(*route.record->oifSet());
    }
    if (work.attempts >= table_->attempts()) {
       release(route);
@@ -456,13 +490,15 @@ void ProgrammerWork::changeFailed(ProgrammedRoute& route, Qor::String const& rea
 // Takes the route out of hardware, entry first. Raises EntryStays if the entry cannot be deleted:
 // the route keeps the entry and its group then.
 void ProgrammerWork::release(ProgrammedRoute& route) {
-   if (RouteChange* const change = route.change()) change->notifierIs(nullptr);
+   RouteChange* const change = route.change();
+   if (change) change->notifierIs(nullptr);
    if (!route.handle.isNull()) {
       deleteEntry(route);
       line(route.table).roomIs(true);
       markSiblings(route);
    }
-   MtableOifSetPtr previous = endChange(route);
+   MtableOifSetPtr previous;
+   if (change) previous = endChange(route, change->writes);
    leaveRecord(route.record);
    leaveRecord(previous);
    route.placed = nullptr;
@@ -517,9 +553,16 @@ void ProgrammerWork::publish(ProgrammedRoute& route, Target const& target) {
       publishFastdrop(route);
       return;
    }
-   if (!route.published) route.published = published_->add(vrf, route.key);
-   WantedRoute const& wanted = target.wish->wanted();
-   route.published->acceptingIntfIdIs(wanted.noRpf ? Lnet::IntfId() : wanted.iif);
+   auto const inputOf = [](WantedRoute const& wanted) {
+      return wanted.noRpf ? Lnet::IntfId() : wanted.iif;
+   };
+   Lnet::IntfId const input = inputOf(target.wish->wanted());
+   if (!route.published) {
+      route.published = published_->add(vrf, route.key);
+      route.published->acceptingIntfIdIs(input);
+   } else if (!route.placed || inputOf(route.placed->wanted()) != input) {
+      route.published->acceptingIntfIdIs(input);
+   }
    // The fastdrop interfaces are part of the status of the route, which may be a new one.
    for (RoutePtr const& drop : route.fastdrops()) {
       if (drop->placed) publishFastdrop(*drop);

@@ -107,8 +107,7 @@ ProgrammerWork::~ProgrammerWork() {
    for (auto const& id : recovered_)
       quietly([&] { published_->remove(id.first, id.second); });
    for (auto& [name, vrf] : vrfs_) {
-      for (RoutePtr const& route : vrf.routes) {
-         if (!route) continue;
+      for (auto const& [key, route] : vrf.routes) {
          for (RoutePtr const& drop : route->fastdrops())
             quietly([&] { withdraw(*drop); });
          quietly([&] { withdraw(*route); });

@@ -7,7 +7,7 @@
 
 namespace VelMroute {
 
-bool ProgrammerWork::routeIs(L3::VrfName const& vrf, RouteKey const& key, WantedRoute wanted) {
+bool ProgrammerWork::routeIs(L3::VrfName const& vrf, RouteKey const& key, WantedRoute&& wanted) {
    if (end_ != Ending::no) {
       Qor::throwRange("VelMroute::Programmer::routeIs after end not allowed");
    }
@@ -17,8 +17,12 @@ bool ProgrammerWork::routeIs(L3::VrfName const& vrf, RouteKey const& key, Wanted
    checkWanted(wanted);
    WishPtr const wish = wishes_.get(std::move(wanted), false);
 
-   Vrf& in = vrfs_.try_emplace(vrf, *this, vrf).first->second;
-   RoutePtr const route = in.findOrMake(key, records_);
+   Vrf* const before = vrfOf(vrf);
+   Vrf& in = before ? *before : vrfs_.try_emplace(vrf, *this, vrf).first->second;
+   auto const [entry, made] =
+         in.routes.findOrMake(key, [&] { return Qor::make<ProgrammedRoute>(in, key); });
+   RoutePtr const route = entry;
+   records_ += made;
    route->resync = resyncs_;
    if (route->wish == wish) {
       ++counters_.unchanged;
@@ -63,11 +67,21 @@ void ProgrammerWork::want(ProgrammedRoute& route, WishPtr wish) {
 }
 
 bool ProgrammerWork::routeDel(L3::VrfName const& vrf, RouteKey const& key) {
-   auto const in = vrfs_.find(vrf);
-   RoutePtr const route = in == vrfs_.end() ? nullptr : in->second.find(key);
+   Vrf const* const in = vrfOf(vrf);
+   RoutePtr const route = in ? in->find(key) : nullptr;
    if (!route || !route->wish) return false;
    wantNoMore(*route);
    return true;
+}
+
+// The routes of the VRF; null if the owner never named it. Most calls are for the VRF of the call
+// before.
+ProgrammerWork::Vrf* ProgrammerWork::vrfOf(L3::VrfName const& vrf) {
+   if (!lastVrf_ || lastVrf_->name != vrf) {
+      auto const found = vrfs_.find(vrf);
+      lastVrf_ = found == vrfs_.end() ? nullptr : &found->second;
+   }
+   return lastVrf_;
 }
 
 // Withdraws the wish of a route with its fastdrop entries.
@@ -84,14 +98,14 @@ void ProgrammerWork::wantNoMore(ProgrammedRoute& route) {
 
 ProgrammedRoute const* ProgrammerWork::find(L3::VrfName const& vrf, RouteKey const& key) const {
    auto const in = vrfs_.find(vrf);
-   auto const* const route = in == vrfs_.end() ? nullptr : in->second.find(key);
+   ProgrammedRoute const* const route = in == vrfs_.end() ? nullptr : in->second.find(key);
    return route && route->wish ? route : nullptr;
 }
 
 void ProgrammerWork::forEach(std::function<void(ProgrammedRoute const&)> const& visit) const {
    for (auto const& [name, vrf] : vrfs_) {
-      for (RoutePtr const& route : vrf.routes) {
-         if (route && route->wish) visit(*route);
+      for (auto const& [key, route] : vrf.routes) {
+         if (route->wish) visit(*route);
       }
    }
 }

@@ -36,7 +36,7 @@ class ProgrammerWork final : private RouteTable::Listener {
 
    // ---- Wishes. ----
 
-   bool routeIs(L3::VrfName const& vrf, RouteKey const& key, WantedRoute wanted);
+   bool routeIs(L3::VrfName const& vrf, RouteKey const& key, WantedRoute&& wanted);
    bool routeDel(L3::VrfName const& vrf, RouteKey const& key);
    ProgrammedRoute const* find(L3::VrfName const& vrf, RouteKey const& key) const;
    void forEach(std::function<void(ProgrammedRoute const&)> const& visit) const;
@@ -46,7 +46,7 @@ class ProgrammerWork final : private RouteTable::Listener {
    bool settled() const;
    bool placedAll() const { return noneMarked() && !lookAgain_ && !looking_; }
    Qor::String reasonOf(ProgrammedRoute const& route) const;
-   WishPool::Resolution resolve(ProgrammedRoute const& route) const {
+   Wish::Resolved const& resolve(ProgrammedRoute const& route) const {
       return wishes_.resolve(*route.wish, route.wish->typeFor(route.key));
    }
    // The placement of the present wish; null without a wish, and while a vlan is missing.
@@ -183,25 +183,27 @@ class ProgrammerWork final : private RouteTable::Listener {
    void wait(ProgrammedRoute& route, RouteState state, Target const& target);
    void waitNoMore(ProgrammedRoute& route);
    void failed(ProgrammedRoute& route, Qor::String trouble, PlacementPtr at);
-   MrouteLib::MtableOifSetPtr allocateRecord(ProgrammedRoute& route, Target const& target);
-   std::pair<MrouteLib::OifSetPtr, bool> sharedOifSet(MrouteLib::PortVlanSet const& set);
+   RouteTable::Record allocateRecord(ProgrammedRoute& route, Target const& target);
+   std::pair<MrouteLib::OifSetPtr, bool> sharedOifSet(Placement const& at);
+   void retire(MrouteLib::OifSet const& oifSet);
    RouteTable::Refusal allocateEntry(ProgrammedRoute& route, Target const& target,
                                      MrouteLib::MtableOifSetPtr const& record);
    bool replaceEntry(ProgrammedRoute& route, Target const& target,
                      MrouteLib::MtableOifSetPtr const& record, Leaving& leaving);
-   void pointAt(ProgrammedRoute& route, Target const& target, MrouteLib::MtableOifSetPtr record);
+   void pointAt(ProgrammedRoute& route, Target const& target, RouteTable::Record fresh);
+   void point(ProgrammedRoute& route, Target const& target, RouteWrites& writes);
    // Whether other entries may have the vlan of an entry of the route.
    static bool hasSiblings(ProgrammedRoute const& route) {
       return route.owner() || !route.fastdrops().empty();
    }
    bool mustStandBack(ProgrammedRoute& route, Target const& target);
    void markSiblings(ProgrammedRoute& route);
-   bool watchPending(ProgrammedRoute& route);
-   void checkChange(ProgrammedRoute& route);
-   void changeDone(ProgrammedRoute& route);
-   void changeFailed(ProgrammedRoute& route, Qor::String const& reason);
-   RouteChange& changeOf(ProgrammedRoute& route);
-   static MrouteLib::MtableOifSetPtr endChange(ProgrammedRoute& route);
+   bool watchPending(ProgrammedRoute& route, RouteWrites& writes);
+   void checkChange(ProgrammedRoute& route, RouteWrites& writes);
+   void changeDone(ProgrammedRoute& route, RouteWrites& writes);
+   void changeFailed(ProgrammedRoute& route, RouteWrites& writes, Qor::String const& reason);
+   RouteChange& keepWrites(ProgrammedRoute& route, RouteWrites& writes);
+   static MrouteLib::MtableOifSetPtr endChange(ProgrammedRoute& route, RouteWrites& writes);
    void release(ProgrammedRoute& route);
    void deleteEntry(ProgrammedRoute& route);
    void leaveEntry(Leaving const& leaving);
@@ -221,6 +223,8 @@ class ProgrammerWork final : private RouteTable::Listener {
 
    // ---- Wishes, resync, end. ----
 
+   Vrf* vrfOf(L3::VrfName const& vrf);
+   std::optional<Vel::VrfId> vrfIdOf(Vrf& vrf) const;
    void want(ProgrammedRoute& route, WishPtr wish);
    void wantNoMore(ProgrammedRoute& route);
    void recover();
@@ -240,6 +244,9 @@ class ProgrammerWork final : private RouteTable::Listener {
    std::unique_ptr<VlanWatch> const vlanWatch_;
 
    std::map<L3::VrfName, Vrf> vrfs_;  // a VRF stays, with its routes or without
+   Vrf* lastVrf_ = nullptr;           // the result of the last vrfOf()
+   Qor::U64 vrfEpoch_ = 1;            // changes with each notification of VRFs
+   Qor::U64 retired_ = 0;             // the number of oif sets that were retired
    // Routes for the next passes. While `mostUnderWay` changes are under way, the routes that would
    // begin another one are held.
    std::deque<RoutePtr> marked_;
@@ -257,11 +264,11 @@ class ProgrammerWork final : private RouteTable::Listener {
    bool wrote_ = false;        // since the last commit
    Counters counters_;
 
-   // The look at all routes: the VRF and the number of the route that is next.
+   // The look at all routes: the VRF and the place of the route that is next.
    bool looking_ = false;
    bool lookAgain_ = false;
    std::map<L3::VrfName, Vrf>::iterator lookVrf_;
-   std::size_t lookNext_ = 0;
+   Qor::U32 lookNext_ = 0;
 
    Resync resync_ = Resync::none;
    Qor::U32 resyncs_ = 0;  // the number of the present resync

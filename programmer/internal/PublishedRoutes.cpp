@@ -27,8 +27,17 @@ PublishedRoutes::~PublishedRoutes() {
    objects().erase(status_.get());
 }
 
+Qor::Ptr<PublishedRoutes::VrfStatus> PublishedRoutes::vrfStatus(L3::VrfName const& vrf) {
+   Qor::U64 const changes = status_->vrfStatus().changes();
+   if (!last_ || changes_ != changes || last_->vrfName() != vrf) {
+      last_ = status_->vrfStatus(vrf).get();
+      changes_ = changes;
+   }
+   return last_;
+}
+
 PublishedRoutes::RouteStatusPtr PublishedRoutes::add(L3::VrfName const& vrf, RouteKey const& key) {
-   auto routes = status_->vrfStatus(vrf);
+   auto routes = vrfStatus(vrf);
    if (!routes) routes = status_->vrfStatusIs(vrf);
    if (auto known = routes->route(key)) {
       ++further_[{vrf, key, {}}];
@@ -40,7 +49,7 @@ PublishedRoutes::RouteStatusPtr PublishedRoutes::add(L3::VrfName const& vrf, Rou
 PublishedRoutes::RouteStatusPtr PublishedRoutes::addFastdrop(L3::VrfName const& vrf,
                                                              RouteKey const& key,
                                                              Lnet::IntfId intf) {
-   auto const routes = status_->vrfStatus(vrf);
+   auto const routes = vrfStatus(vrf);
    auto const route = routes ? routes->route(key) : nullptr;
    if (!route) return nullptr;
    if (route->fastdropLastPollTime().find(intf.name())) {
@@ -63,7 +72,7 @@ bool PublishedRoutes::remove(L3::VrfName const& vrf, RouteKey const& key) {
       if (removeFurther({vrf, key, {}})) return false;
       removeFastdrops(vrf, key);
    }
-   if (auto const routes = status_->vrfStatus(vrf)) routes->routeDel(key);
+   if (auto const routes = vrfStatus(vrf)) routes->routeDel(key);
    return true;
 }
 
@@ -80,7 +89,7 @@ void PublishedRoutes::removeFastdrops(L3::VrfName const& vrf, RouteKey const& ke
 void PublishedRoutes::removeFastdrop(L3::VrfName const& vrf, RouteKey const& key,
                                      Lnet::IntfId intf) {
    if (removeFurther({vrf, key, intf})) return;
-   auto const routes = status_->vrfStatus(vrf);
+   auto const routes = vrfStatus(vrf);
    if (auto const route = routes ? routes->route(key) : nullptr) {
       route->fastdropLastPollTimeDel(intf.name());
    }

@@ -15,7 +15,8 @@ class PublishedRoutes final : public Qor::RefCounted {
  public:
    using Status = Routing::Multicast::Fib::Hardware::Status;
    using RouteKey = Routing::Multicast::Fib::IpGenRouteKey;
-   using RouteStatusPtr = Routing::Multicast::Fib::Hardware::VrfStatus::RoutePtr;
+   using VrfStatus = Routing::Multicast::Fib::Hardware::VrfStatus;
+   using RouteStatusPtr = VrfStatus::RoutePtr;
 
    // The one object of this status in the process.
    static Qor::Ptr<PublishedRoutes> of(Qor::Ptr<Status> status);
@@ -38,11 +39,16 @@ class PublishedRoutes final : public Qor::RefCounted {
    using Id = std::tuple<L3::VrfName, RouteKey, Lnet::IntfId>;
 
    ~PublishedRoutes() override;
+   // The status of the VRF; null without one. Most calls are for the VRF of the call before.
+   Qor::Ptr<VrfStatus> vrfStatus(L3::VrfName const& vrf);
    // Takes one of the further publications back, if there are any.
    bool removeFurther(Id const& id);
    void removeFastdrops(L3::VrfName const& vrf, RouteKey const& key);
 
    Qor::Ptr<Status> const status_;
+   // The result of the last vrfStatus(), of use while the map of the VRFs is unchanged.
+   VrfStatus* last_ = nullptr;
+   Qor::U64 changes_ = 0;
    // The publications after the first one, where there are any: most routes are on one chip.
    std::map<Id, Qor::U32> further_;
 };

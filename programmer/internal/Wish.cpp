@@ -39,7 +39,7 @@ RouteKeyType Wish::typeFor(Routing::Multicast::Fib::IpGenRouteKey const& key) co
    return wanted_.bridge ? RouteKeyType::bridged : Routing::Multicast::Fib::routeKeyType(key);
 }
 
-WishPtr WishPool::get(WantedRoute wanted, bool fastdrop) {
+WishPtr WishPool::get(WantedRoute&& wanted, bool fastdrop) {
    normalize(wanted);
    Candidate const candidate{wanted, fastdrop, hashOf(wanted, fastdrop)};
    auto const known = wishes_.find(candidate);
@@ -49,25 +49,22 @@ WishPtr WishPool::get(WantedRoute wanted, bool fastdrop) {
    return made;
 }
 
-WishPool::Resolution WishPool::resolve(Wish const& wish, RouteKeyType type) const {
+Wish::Resolved const& WishPool::resolve(Wish const& wish, RouteKeyType type) const {
    auto known = std::find_if(wish.resolved_.begin(), wish.resolved_.end(),
                              [&](auto const& r) { return r.type == type; });
-   if (known == wish.resolved_.end()) {
-      known = wish.resolved_.insert(known, {type, 0, nullptr, {}});
-   }
+   if (known == wish.resolved_.end()) known = wish.resolved_.insert(known, {.type = type});
    if (known->epoch != epoch_) {
-      Resolution const now = read(wish, type);
+      Wish::Resolved now = read(wish, type);
       bool const same = known->placement && now.placement &&
                         known->placement->vlan == now.placement->vlan &&
                         known->placement->set == now.placement->set;
-      if (!same) known->placement = now.placement;
-      known->missing = now.missing;
-      known->epoch = epoch_;
+      if (same) now.placement = known->placement;
+      *known = std::move(now);
    }
-   return {known->placement, known->missing};
+   return *known;
 }
 
-WishPool::Resolution WishPool::read(Wish const& wish, RouteKeyType type) const {
+Wish::Resolved WishPool::read(Wish const& wish, RouteKeyType type) const {
    WantedRoute const& wanted = wish.wanted();
    Lnet::IntfId missing;
    auto const vlanOf = [&](Lnet::IntfId intf) {
@@ -87,8 +84,8 @@ WishPool::Resolution WishPool::read(Wish const& wish, RouteKeyType type) const {
          set.currentIifIs(wanted.protectedIntf.isNull() ? wanted.iif : wanted.protectedIntf);
       }
    }
-   if (!missing.isNull()) return {nullptr, missing};
-   return {Qor::make<Placement>(input, std::move(set)), {}};
+   if (!missing.isNull()) return {type, epoch_, nullptr, missing};
+   return {type, epoch_, Qor::make<Placement>(input, std::move(set)), {}};
 }
 
 }  // namespace VelMroute

@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "IntfVlanId/Table.h"
-#include "MrouteLib/PortVlanSet.h"
+#include "MrouteLib/OifSet.h"
 #include "Routing/Multicast/Fib/IpGenRouteKey.h"
 #include "programmer/WantedRoute.h"
 
@@ -22,6 +22,10 @@ struct Placement final : public Qor::RefCounted {
 
    Bridging::VlanIdOrNone const vlan;  // of the input; none without an input check
    MrouteLib::PortVlanSet set;
+   // The oif set of `set` that routes share, and the number of retired oif sets at the time of its
+   // look-up: the oif set may be one of those that were retired since.
+   mutable MrouteLib::OifSetPtr oifSet;
+   mutable Qor::U64 retired = 0;
 };
 using PlacementPtr = Qor::Ptr<Placement const>;
 
@@ -42,15 +46,17 @@ class Wish final : public Qor::RefCounted {
    // The type of the set of a route with this key.
    RouteKeyType typeFor(Routing::Multicast::Fib::IpGenRouteKey const& key) const;
 
- private:
-   friend class WishPool;
+   // The wish in vlans, for routes of one type. The placement is the same object until a vlan of the
+   // wish changes.
    struct Resolved {
       RouteKeyType type;
-      Qor::U64 epoch;
-      PlacementPtr placement;  // null if the vlan of `missing` is missing
-      Lnet::IntfId missing;
+      Qor::U64 epoch = 0;
+      PlacementPtr placement = {};  // null if the vlan of `missing` is missing
+      Lnet::IntfId missing = {};
    };
 
+ private:
+   friend class WishPool;
    ~Wish() override;
 
    WishPool& pool_;
@@ -67,16 +73,11 @@ class WishPool {
    explicit WishPool(Qor::Ptr<IntfVlanId::Table const> vlans) : vlans_(std::move(vlans)) {}
 
    Qor::Ptr<IntfVlanId::Table const> const& vlans() const { return vlans_; }
-   WishPtr get(WantedRoute wanted, bool fastdrop);
+   WishPtr get(WantedRoute&& wanted, bool fastdrop);
    // A vlan has changed: the next resolve() of each wish reads the table again.
    void vlansChanged() { ++epoch_; }
-   // The wish in vlans, or null and the first interface without a vlan. The result is the same
-   // object until a vlan of the wish changes.
-   struct Resolution {
-      PlacementPtr placement;
-      Lnet::IntfId missing;
-   };
-   Resolution resolve(Wish const& wish, Wish::RouteKeyType type) const;
+   // The wish in the present vlans. Valid until the wish is resolved for another type.
+   Wish::Resolved const& resolve(Wish const& wish, Wish::RouteKeyType type) const;
 
  private:
    friend class Wish;
@@ -99,7 +100,7 @@ class WishPool {
       }
    };
 
-   Resolution read(Wish const& wish, Wish::RouteKeyType type) const;
+   Wish::Resolved read(Wish const& wish, Wish::RouteKeyType type) const;
 
    Qor::Ptr<IntfVlanId::Table const> const vlans_;
    std::unordered_set<Wish const*, Hash, Equal> wishes_;

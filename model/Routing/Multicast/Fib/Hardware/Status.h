@@ -28,7 +28,7 @@ class QOR_PUBLIC Status final : public Qor::Entity<Status, Qor::NamedEntity> {
       void onImmediate() override { onVrfStatusImmediate(); }
    };
    using VrfStatusPtr = Qor::Ptr<VrfStatus>;
-   // An interrupted walk resumes as described at VrfStatus::RouteColl.
+   // An interrupted walk keeps the name of a VRF and resumes with lowerBound(), or with upperBound().
    using VrfStatusColl = Qor::Collection<Qor::OrderedMap<L3::VrfName, VrfStatusPtr>,
                                          &Notifiee::onVrfStatus, &Notifiee::onVrfStatusImmediate>;
 

@@ -15,11 +15,10 @@ Qor::Name VrfStatus::name() const {
 // touches nothing of this entity after the notification.
 
 VrfStatus::RoutePtr VrfStatus::routeIs(IpGenRouteKey key) {
-   if (auto const* const entry = route_.map().find(key)) return entry->second;
-   auto const status = Qor::make<RouteStatus>(key);
-   countAdd(1);
-   route_.is(*this, key, status);
-   return status;
+   return route_.instantiate(*this, key, [&] {
+      countAdd(1);
+      return Qor::make<RouteStatus>(key);
+   });
 }
 
 void VrfStatus::routeDel(IpGenRouteKey key) {

@@ -7,6 +7,7 @@
 
 #include "L3/VrfName.h"
 #include "Qor/Export.h"
+#include "Qor/ObjectMap.h"
 #include "Routing/Multicast/Fib/Hardware/RouteStatus.h"
 
 namespace Routing::Multicast::Fib::Hardware {
@@ -26,10 +27,10 @@ class QOR_PUBLIC VrfStatus final : public Qor::Entity<VrfStatus> {
       void onImmediate() override { onRouteImmediate(); }
    };
    using RoutePtr = Qor::Ptr<RouteStatus>;
-   // An interrupted walk keeps the key of a route and resumes with route().upperBound(key), or with
-   // lowerBound(key). The route may have been removed.
-   using RouteColl = Qor::Collection<Qor::OrderedMap<IpGenRouteKey, RoutePtr>, &Notifiee::onRoute,
-                                     &Notifiee::onRouteImmediate>;
+   // Not in the order of the keys. An interrupted walk keeps the place of a route and resumes with
+   // route().from(place). The route may have been removed.
+   using RouteColl = Qor::Collection<Qor::ObjectMap<RouteStatus, &RouteStatus::key>,
+                                     &Notifiee::onRoute, &Notifiee::onRouteImmediate>;
 
    Qor::Name name() const override;
    L3::VrfName const& vrfName() const { return vrfName_; }
