@@ -438,6 +438,9 @@ class ModelOf : public World {
       bool const printed = system_ && lines_.size() < system_->size();
       return printed ? (*system_)[lines_.size()] : std::string();
    }
+   // The time that reroutes have taken of the budget that the failures of one turn share.
+   Seconds takenInTurn_ = 0;
+
    // The entry that the system took next, by the line that it printed first for it.
    template <class Map, class FirstLine>
    std::optional<typename Map::value_type> next(Map const& map, FirstLine const& firstLine) const {
@@ -714,6 +717,15 @@ class ModelReactor : public Qor::RefCounted {
       if (waiting && !clock_) clock_ = Qor::make<Qor::Clock>();
       if (clock_) clock_->timeMinIs(waiting ? world_.now() : Qor::never);
    }
+   // The time of a reroute that a failure starts.
+   struct RerouteTime {
+      explicit RerouteTime(W& w) : world(w) {}
+      ~RerouteTime() { world.takenInTurn_ += world.now() - begun; }
+
+      W& world;
+      Seconds const begun = world.now();
+      Seconds const deadline = begun + (0.1 - world.takenInTurn_);
+   };
    // Looks once at each set that is in frrMtableOifSet from the start to its turn.
    template <class FirstLine, class Look>
    void lookAtArmed(FirstLine const& firstLine, Look const& look) {
@@ -780,6 +792,7 @@ void compare(unsigned seeds, unsigned steps, unsigned actions) {
    unsigned const first = seeds * static_cast<unsigned>(GTEST_FLAG_GET(random_seed));
    for (unsigned seed = first + 1; seed <= first + seeds; ++seed) {
       {
+         Qor::activityManager()->runDue();  // the operations of a seed are one turn
          System system;
          Model model;
          std::mt19937 random(seed);

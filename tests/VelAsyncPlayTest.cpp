@@ -481,7 +481,7 @@ class AsyncReactor final : public ModelReactor<AsyncModel, AsyncChip> {
    void updateFrrMtableOif(IntfId failed) {
       Ptr<AsyncReactor> const self(this);
       AsyncChip& c = *chip_;
-      Seconds const begun = world_.now();
+      RerouteTime const time(world_);
       print("8 AsyncMrouteSwitchSm::updateFrrMtableOif( ", failed, ", vlan 0 )");
       auto const firstLine = [&](auto const& entry) {
          return cat(
@@ -505,16 +505,14 @@ class AsyncReactor final : public ModelReactor<AsyncModel, AsyncChip> {
          c.frrMtableOifSetDel(set);
          if (record) c.frrProcessingOifSetIs(set, record.get());
       });
-      rewriteWaitingFrom(begun);
+      rewriteWaitingUntil(time.deadline);
    }
 
-   void handleClock() { rewriteWaitingFrom(world_.now()); }
+   void handleClock() { rewriteWaitingUntil(world_.now() + 0.1); }
 
-   // The time of the event counts towards the budget of the pass that it starts.
-   void rewriteWaitingFrom(Seconds begun) {
+   void rewriteWaitingUntil(Seconds deadline) {
       Ptr<AsyncReactor> const self(this);
       AsyncChip& c = *chip_;
-      Seconds const deadline = begun + 0.1;
       print("8 review FrrProcessingOifSets: ", c.frrProcessingOifSet().size());
       print("blip AsyncMrouteSwitchSm:: frrProcessingOifSets: ", c.frrProcessingOifSet().size());
       auto const firstLine = [&](auto const& entry) {

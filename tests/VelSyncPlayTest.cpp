@@ -635,7 +635,7 @@ class SyncReactor final : public ModelReactor<SyncModel, SyncChip> {
    void updateFrrMtableOif(IntfId failed) {
       Ptr<SyncReactor> const self(this);
       SyncChip& c = *chip_;
-      Seconds const begun = world_.now();
+      RerouteTime const time(world_);
       print("8 void Vel::MrouteSwitchSm::updateFrrMtableOif(Lnet::IntfId) FrrSwitch from ", failed,
             ", frrOifs ", c.frrMtableOifSet().size());
       auto const liveRecord = [&](OifSetPtr const& set) {
@@ -667,16 +667,14 @@ class SyncReactor final : public ModelReactor<SyncModel, SyncChip> {
          c.frrMtableOifSetDel(set);
          if (record) c.frrProcessingOifSetIs(set, record.get());
       });
-      rewriteWaitingFrom(begun);
+      rewriteWaitingUntil(time.deadline);
    }
 
-   void handleClock() { rewriteWaitingFrom(world_.now()); }
+   void handleClock() { rewriteWaitingUntil(world_.now() + 0.1); }
 
-   // The time of the event counts towards the budget of the pass that it starts.
-   void rewriteWaitingFrom(Seconds begun) {
+   void rewriteWaitingUntil(Seconds deadline) {
       Ptr<SyncReactor> const self(this);
       SyncChip& c = *chip_;
-      Seconds const deadline = begun + 0.1;
       // The model does not know the position of the last pass.
       std::string const from =
             "8 void Vel::MrouteSwitchSm::handleClock()review FrrProcessingOifSet: ";

@@ -21,6 +21,8 @@ Seconds monotonicSeconds() {
 // objects with static storage may read the time in their destructors.
 ActivityManager* current = nullptr;
 
+U64 lastTurn = 0;
+
 ActivityManager& currentManager() {
    if (!current) [[unlikely]] {
       current = make<ActivityManager>(ActivityManager::TimeBase::real).release();
@@ -74,7 +76,8 @@ Ptr<Clock> ActivityManager::Config::clock() const {
    return make<Clock>("clock", manager_);
 }
 
-ActivityManager::ActivityManager(TimeBase timeBase) : timeBase_(timeBase), config_(this) {
+ActivityManager::ActivityManager(TimeBase timeBase)
+      : timeBase_(timeBase), config_(this), turn_(++lastTurn) {
    if (timeBase_ == TimeBase::real) realStart_ = monotonicSeconds();
 }
 
@@ -120,6 +123,7 @@ U32 ActivityManager::runDue() {
       due.push_back(deadline);
    }
    auto const self = hold();  // a handler may drop the last reference
+   turn_ = ++lastTurn;
    U32 fired = 0;
    for (auto const& deadline : due) {
       auto const it = queue_.find(deadline);
@@ -131,6 +135,7 @@ U32 ActivityManager::runDue() {
       ++fired;
    }
    sweepZombieReactors();
+   turn_ = ++lastTurn;
    return fired;
 }
 
