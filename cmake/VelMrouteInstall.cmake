@@ -28,6 +28,7 @@ function(velmroute_static_library target)
    target_link_libraries(${target} PUBLIC ${lib_LINKS} PRIVATE $<BUILD_INTERFACE:velmroute_options>)
    target_sources(${target} PUBLIC
       FILE_SET headers TYPE HEADERS BASE_DIRS ${PROJECT_SOURCE_DIR} FILES ${lib_HEADERS})
+   velmroute_join(${target} 6)
    install(TARGETS ${target} EXPORT VelMroute
            FILE_SET headers DESTINATION ${VELMROUTE_INCLUDE_DIR} COMPONENT headers
            INCLUDES DESTINATION ${VELMROUTE_INCLUDE_DIR})

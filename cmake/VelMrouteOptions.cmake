@@ -7,6 +7,7 @@ option(VELMROUTE_PROGRAM "Build the program velmroute, which needs more than the
 cmake_dependent_option(BUILD_TESTING "Build the tests" ON VELMROUTE_PROGRAM OFF)
 option(VELMROUTE_SANITIZE "Build with the address and undefined behaviour sanitizers" OFF)
 option(VELMROUTE_FUZZ "Build with Clang's fuzzer, beside the sanitizers, and its program" OFF)
+option(VELMROUTE_JOIN "Compile several sources of a directory in one call of the compiler" OFF)
 option(VELMROUTE_COVERAGE "Count how often each line is run" OFF)
 
 if(NOT CMAKE_BUILD_TYPE AND NOT CMAKE_CONFIGURATION_TYPES)
@@ -25,7 +26,10 @@ endif()
 
 add_library(velmroute_options INTERFACE)
 target_compile_options(velmroute_options INTERFACE
-   -Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor
+   -Wall -Wextra -Wpedantic
+   # In a joined source a local name may hide a name of the source before it.
+   $<$<NOT:$<BOOL:$<TARGET_PROPERTY:UNITY_BUILD>>>:-Wshadow>
+   -Wnon-virtual-dtor
    # Assertion texts contain the path of a source within the tree, not within the building machine.
    -fmacro-prefix-map=${PROJECT_SOURCE_DIR}/=)
 if(CMAKE_CXX_COMPILER_ID STREQUAL GNU)
@@ -54,3 +58,27 @@ if(VELMROUTE_COVERAGE)
                        LINKER:--wrap=__gcov_fork LINKER:--wrap=abort)
    target_sources(velmroute_options INTERFACE ${CMAKE_CURRENT_LIST_DIR}/Coverage.cpp)
 endif()
+
+# Joins the sources of `target`: with VELMROUTE_JOIN the compiler reads up to SIZE sources of one
+# directory in one call, so that it reads their headers once. Generated sources stay alone, as do those
+# with the property SKIP_UNITY_BUILD_INCLUSION. A joined source may use an include of its neighbours.
+# The presets without VELMROUTE_JOIN find such a missing include.
+function(velmroute_join target size)
+   if(NOT VELMROUTE_JOIN)
+      return()
+   endif()
+   get_target_property(sources ${target} SOURCES)
+   list(FILTER sources EXCLUDE REGEX "^${PROJECT_BINARY_DIR}/")
+   foreach(source IN LISTS sources)
+      cmake_path(GET source PARENT_PATH room)
+      cmake_path(RELATIVE_PATH room BASE_DIRECTORY ${PROJECT_SOURCE_DIR})
+      string(MAKE_C_IDENTIFIER "${room}" room)
+      if(NOT DEFINED count_${room})
+         set(count_${room} 0)
+      endif()
+      math(EXPR batch "${count_${room}} / ${size} + 1")
+      math(EXPR count_${room} "${count_${room}} + 1")
+      set_source_files_properties(${source} PROPERTIES UNITY_GROUP ${room}_${batch})
+   endforeach()
+   set_target_properties(${target} PROPERTIES UNITY_BUILD ON UNITY_BUILD_MODE GROUP)
+endfunction()

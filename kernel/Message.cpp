@@ -2,11 +2,11 @@
 
 #include <libmnl/libmnl.h>
 #include <linux/fib_rules.h>
+#include <linux/if.h>
 #include <linux/if_addr.h>
 #include <linux/if_link.h>
 #include <linux/netconf.h>
 #include <linux/rtnetlink.h>
-#include <net/if.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -23,7 +23,6 @@ using Qor::U8;
 
 namespace {
 
-constexpr unsigned lowerUpFlag = 1 << 16;  // <linux/if.h> collides with <net/if.h>
 constexpr std::size_t nameSize = 16;
 
 // The attributes between two addresses. The functions of libmnl that walk over the attributes of a
@@ -176,7 +175,7 @@ IntfOperStatus statusOf(unsigned flags, U8 state) {
    if (!(flags & IFF_UP)) return IntfOperStatus::down;
    if (status == IntfOperStatus::up || status == IntfOperStatus::unknown) {
       if (!(flags & IFF_RUNNING)) return IntfOperStatus::down;
-      if (flags & lowerUpFlag) return IntfOperStatus::up;
+      if (flags & IFF_LOWER_UP) return IntfOperStatus::up;
    }
    return status;
 }

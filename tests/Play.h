@@ -185,9 +185,14 @@ class Side {
 };
 
 // The common base of both sides, which have classes of their own.
-template <class Switch, class Record, class Reactor>
+template <class S, class Rec, class Sm, class P>
 class World : public Side {
  public:
+   using Switch = S;
+   using Record = Rec;
+   using Reactor = Sm;
+   using Platform = P;
+
    World() {
       for (unsigned c = 0; c < chips; ++c) {
          zombieClock_[c] = Qor::make<Qor::Clock>();
@@ -248,6 +253,7 @@ class World : public Side {
    void unfollow(void const* object) { following_.erase(object); }
 
    std::array<Ptr<Qor::Clock>, chips> zombieClock_, agingClock_;
+   std::array<Platform, chips> platform_;
    std::array<Ptr<Switch>, chips> switch_;
    std::array<Ptr<Reactor>, chips> sm_;
    std::array<std::array<Ptr<Record>, slots>, chips> record_;
@@ -258,6 +264,16 @@ class World : public Side {
    Ptr<Hardware::Status> const hw_ = Qor::make<Hardware::Status>();
 
  protected:
+   // The things that an operation is about.
+   struct Things {
+      Ptr<Switch> const sw;
+      Ptr<Reactor> const sm;
+      Ptr<Record>& record;
+      RouteHandle& route;
+      Platform& platform;
+      OifSetPtr const& set;
+      VrfName const vrf;
+   };
    // The entries of a map, in an order that does not depend on it.
    template <class Map, class Show>
    static void list(Lines& lines, char const* name, Map const& map, Show const& show) {
@@ -271,7 +287,8 @@ class World : public Side {
    virtual std::string sizesOf(Switch const& sw) const = 0;
    virtual Ptr<Switch> newSwitch(unsigned chip) = 0;
    virtual Ptr<Reactor> newReactor(unsigned chip) = 0;
-   virtual void runOfThePath(Op const& op) = 0;
+   virtual Ptr<Reactor> beginReactor(unsigned chip) { return newReactor(chip); }
+   virtual void runOfThePath(Op const& op, Things const& things) = 0;
    virtual void pass(Seconds time) = 0;
    virtual void seen(Qor::Change const&, unsigned /*chip*/) {}
    // First in the destructor.
@@ -297,90 +314,54 @@ class World : public Side {
 
    void run(Op const& op) override {
       unsigned const c = op.chip % chips;
-      Ptr<Switch> const sw = switch_[c];
-      Ptr<Reactor> const sm = sm_[c];
-      auto& record = record_[c][op.thing % slots];
-      OifSetPtr const& set = setOf(op);
-      VrfName const vrf = vrfName(op.chip / 2);
+      Things const things{
+            switch_[c],   sm_[c],    record_[c][op.thing % slots], route_[c][op.other % slots],
+            platform_[c], setOf(op), vrfName(op.chip / 2)};
+      auto const& [sw, sm, record, route, platform, set, vrf] = things;
       IpGenRouteKey const key = routeKey(op.thing);
-      if (op.action >= fireZombies && op.action <= review && (!sw || !sm)) return;
-      switch (op.action) {
-         case release:
-            record = nullptr;
-            break;
-         case dirty:
-            if (record) record->dirtyIs(true);
-            break;
-         case resurrect:
-            if (!sw) break;
-            if (auto const living = sw->records(set); !living.empty()) {
-               record = Ptr<Record>(living.back());  // also while it is being freed
-            } else if (!sw->zombieOifSet().empty()) {
-               record = Ptr<Record>(sw->zombieOifSet().begin()->second);
-            }
-            break;
-         case markDeleted:
-            if (sw) sw->deletedIs(op.thing % 2);
-            break;
-         case advance:
-            pass(op.thing % 4 ? op.other % 4 : op.other / 16.0);
-            break;
-         case fireZombies:
-            sm->handleZombieClock();
-            break;
-         case fail:
-            sm->updateFrrMtableOif(IntfId(op.thing % 2 ? "et8" : "et7"));
-            break;
-         case rewrite:
-            if (auto const named = sw->record(set, sw->frrMtableOifSet(set))) {
-               named->dirtyIs(true);
-               sw->frrProcessingOifSetIs(set, named.get());
-            }
-            sm->handleClock();
-            break;
-         case disarm:
-            if (op.chip < 10) {
-               sw->frrMtableOifSetDel(set);
-            } else {
-               sw->inUseOifSetDel(set);
-            }
-            break;
-         case review:
-            sm->doRouteAgingReview();
-            break;
-         case report: {
-            auto const r = hw_->vrfStatusIs(vrf)->routeIs(key);
-            r->acceptingIntfIdIs(intfOf(op.thing));
-            if (op.other % 2) r->fastdropLastPollTimeIs(intfOf(1 + op.other % 3).name(), 0);
-            if (op.other % 4 == 2) r->fastdropLastPollTimeDelAll();
-            follow(r.get(), cat(vrf, ' ', key));
-            break;
+      auto const is = [&](Action action) { return op.action == action; };
+      bool const runs = sw && sm;
+      if (is(release)) record = nullptr;
+      if (is(dirty) && record) record->dirtyIs(true);
+      if (is(resurrect) && sw) {
+         if (auto const living = sw->records(set); !living.empty()) {
+            record = Ptr<Record>(living.back());  // also while it is being freed
+         } else if (!sw->zombieOifSet().empty()) {
+            record = Ptr<Record>(sw->zombieOifSet().begin()->second);
          }
-         case withdraw:
-            if (op.other % 8) {
-               hw_->vrfStatusIs(vrf)->routeDel(key);
-            } else {
-               hw_->vrfStatusDel(vrf);
-            }
-            break;
-         case setInterval:
-            config_->activityPollingIntervalIs(5 + op.thing);
-            break;
-         case endReactor:
-            sm_[c] = nullptr;
-            break;
-         case endSwitch:
-            sm_[c] = nullptr;
-            switch_[c] = nullptr;
-            break;
-         case begin:
-            if (nested() || sm) break;
-            if (!sw) switch_[c] = newSwitch(c);
-            sm_[c] = newReactor(c);
-            break;
-         default:
-            runOfThePath(op);
       }
+      if (is(markDeleted) && sw) sw->deletedIs(op.thing % 2);
+      if (is(advance)) pass(op.thing % 4 ? op.other % 4 : op.other / 16.0);
+      if (is(fireZombies) && runs) sm->handleZombieClock();
+      if (is(fail) && runs) sm->updateFrrMtableOif(IntfId(op.thing % 2 ? "et8" : "et7"));
+      if (is(rewrite) && runs) {
+         if (auto const named = sw->record(set, sw->frrMtableOifSet(set))) {
+            named->dirtyIs(true);
+            sw->frrProcessingOifSetIs(set, named.get());
+         }
+         sm->handleClock();
+      }
+      if (is(disarm) && runs && op.chip < 10) sw->frrMtableOifSetDel(set);
+      if (is(disarm) && runs && op.chip >= 10) sw->inUseOifSetDel(set);
+      if (is(review) && runs) sm->doRouteAgingReview();
+      if (is(report)) {
+         auto const r = hw_->vrfStatusIs(vrf)->routeIs(key);
+         r->acceptingIntfIdIs(intfOf(op.thing));
+         if (op.other % 2) r->fastdropLastPollTimeIs(intfOf(1 + op.other % 3).name(), 0);
+         if (op.other % 4 == 2) r->fastdropLastPollTimeDelAll();
+         follow(r.get(), cat(vrf, ' ', key));
+      }
+      if (is(withdraw) && op.other % 8) hw_->vrfStatusIs(vrf)->routeDel(key);
+      if (is(withdraw) && op.other % 8 == 0) hw_->vrfStatusDel(vrf);
+      if (is(setInterval)) config_->activityPollingIntervalIs(5 + op.thing);
+      if (is(endReactor) || is(endSwitch)) sm_[c] = nullptr;
+      if (is(endSwitch)) switch_[c] = nullptr;
+      if (is(begin) && !nested() && !sm) {
+         if (!sw) platform = {};
+         if (!sw) switch_[c] = newSwitch(c);
+         sm_[c] = beginReactor(c);
+      }
+      runOfThePath(op, things);
    }
 
  private:
@@ -398,7 +379,32 @@ class SystemOf : public World {
    void write(std::string line) override { journal_.add(std::move(line)); }
 
  protected:
+   // The hooks of a chip, which print their calls.
+   template <class Helper>
+   class HooksOf : public Helper {
+    public:
+      template <class... Names>
+      HooksOf(SystemOf& s, unsigned chip, Names... more)
+            : Helper(chipNames[chip], more...), system(s), platform(s.platform_[chip]), me(chip) {}
+      template <class... Parts>
+      void hook(Parts const&... parts) {
+         system.hook(me, parts...);
+      }
+
+      SystemOf& system;
+      typename World::Platform& platform;
+      unsigned const me;
+   };
+
    void pass(Seconds time) override { Qor::activityManager()->advance(time); }
+   // The reactor is notified before the listener.
+   Ptr<typename World::Reactor> newReactor(unsigned c) override {
+      this->unfollow(this->switch_[c].get());
+      auto const made = makeReactor(c);
+      if (this->switch_[c]) this->follow(this->switch_[c].get(), chipNames[c]);
+      return made;
+   }
+   virtual Ptr<typename World::Reactor> makeReactor(unsigned chip) = 0;
    // A record is followed as soon as a listener can find it.
    void seen(Qor::Change const& change, unsigned chip) override {
       if (change.member != "inUseOifSet" || !change.key || !this->switch_[chip]) return;
@@ -441,17 +447,20 @@ class ModelOf : public World {
    // The time that reroutes have taken of the budget that the failures of one turn share.
    Seconds takenInTurn_ = 0;
 
-   // The entry that the system took next, by the line that it printed first for it.
-   template <class Map, class FirstLine>
-   std::optional<typename Map::value_type> next(Map const& map, FirstLine const& firstLine) const {
-      for (auto const& entry : map) {
-         if (nextLine().starts_with(firstLine(entry))) return entry;
-      }
-      return std::nullopt;
-   }
-
  protected:
    void pass(Seconds time) override { now_ += time; }
+   auto newSwitch(unsigned c) -> Ptr<typename World::Switch> override {
+      using Model = typename World::Switch::Model;
+      return Qor::make<typename World::Switch>(static_cast<Model&>(*this), c);
+   }
+   auto newReactor(unsigned c) -> Ptr<typename World::Reactor> override {
+      auto const chip = this->switch_[c];
+      chip->followed = false;
+      auto const made = Qor::make<typename World::Reactor>(chip->world, *chip);
+      made->initialize();
+      chip->followed = this->switch_[c] != nullptr;
+      return made;
+   }
 
  private:
    Seconds now_ = 0;
@@ -459,24 +468,62 @@ class ModelOf : public World {
    Lines const* system_ = nullptr;
 };
 
-// The part of a switch that its records know.
-class ModelChip : public Qor::RefCounted {
+// An object of the model.
+class Entity : public Qor::RefCounted {
  public:
-   ModelChip(Side& s, unsigned n) : side(s), number(n) {}
-   virtual void handleFree(Qor::RefCounted& record) = 0;
+   Entity(Side& s, std::string t, bool f) : side(s), title(std::move(t)), followed(f) {}
 
    Side& side;
+   std::string const title;
+   bool followed;  // by a listener
+
+ protected:
+   // Notifies of a change, or of an equal value too if `always`.
+   template <class T, bool always = false>
+   class Attribute {
+    public:
+      Attribute(Entity* owner, char const* name, T value = T())
+            : owner_(*owner), name_(name), value_(std::move(value)) {}
+      T const& operator()() const { return value_; }
+      void is(T v) { is(v, valueToStrep(v)); }
+      void is(T v, std::string const& shown) {
+         if (!always && value_ == v) return;
+         std::swap(value_, v);
+         if (owner_.followed) owner_.side.event(owner_.title, ' ', name_, ' ', shown);
+      }
+
+    private:
+      Entity& owner_;
+      char const* const name_;
+      T value_;
+   };
+   template <class... Parts>
+   void print(Parts const&... parts) const {
+      side.print(parts...);
+   }
+};
+
+// The part of a switch that its records know.
+class ModelChip : public Entity {
+ public:
+   ModelChip(Side& s, unsigned n) : Entity(s, chipNames[n], true), number(n) {}
+   virtual void handleFree(Qor::RefCounted& record) = 0;
+
    unsigned const number;
    U64 serials = 0;
    std::vector<Qor::RefCounted*> living;  // records, the newest first
 };
 
-// The setters notify of an equal value too if `notifiesEqual`.
-template <class Record, class Key, bool notifiesEqual>
-class ModelRecord : public Qor::RefCounted {
+// `text` is the text of the record in traces, up to the number of its group.
+template <class Key, bool notifiesEqual>
+class ModelRecord : public Entity {
  public:
-   ModelRecord(ModelChip& chip, OifSetPtr const& set, U32 i)
-         : id(i), serial(++chip.serials), chip_(&chip), set_(set) {
+   ModelRecord(ModelChip& chip, OifSetPtr const& set, U32 i, char const* text)
+         : Entity(chip.side, cat(chip.title, ' ', text, i, ", ", set, ')'), false),
+           id(i),
+           serial(++chip.serials),
+           chip_(&chip),
+           set_(set) {
       chip.living.insert(chip.living.begin(), this);
    }
    ~ModelRecord() override {
@@ -486,32 +533,22 @@ class ModelRecord : public Qor::RefCounted {
    PortVlanSet const& members() const { return set_->portVlanSet(); }
    bool toCpu() const { return members().toCpu(); }
    ModelChip* mrouteSwitch() const { return chip_; }
-   bool deleted() const { return deleted_; }
-   void deletedIs(bool v) { attribute("deleted", deleted_, v); }
-   bool dirty() const { return dirty_; }
-   void dirtyIs(bool v) { attribute("dirty", dirty_, v); }
-   Key const& zombie() const { return zombie_; }
-   bool isZombie() const { return zombie_.expiryTime() != Qor::never; }
-   void zombieIs(Key v) { attribute("zombie", zombie_, v); }
+   bool isZombie() const { return zombie().expiryTime() != Qor::never; }
+   void dirtyIs(bool v) { dirty.is(v); }
    void outlivesItsSwitch() { chip_ = nullptr; }
+   friend std::ostream& operator<<(std::ostream& out, ModelRecord const& r) {
+      return out << r.title.substr(2);
+   }
 
+   template <class T>
+   using RecordAttribute = Attribute<T, notifiesEqual>;
    U32 const id;  // of the group
    U64 const serial;
-   bool followed = false;
+   RecordAttribute<bool> deleted{this, "deleted"}, dirty{this, "dirty"};
+   RecordAttribute<Key> zombie{this, "zombie"};
 
  protected:
    virtual void printCleanup() const = 0;
-   template <class T>
-   void attribute(char const* name, T& attribute, T v) {
-      if (!notifiesEqual && attribute == v) return;
-      attribute = v;
-      if (followed)
-         side_.event(chipName_, ' ', static_cast<Record&>(*this), ' ', name, ' ', valueToStrep(v));
-   }
-   template <class... Parts>
-   void print(Parts const&... parts) const {
-      side_.print(parts...);
-   }
 
  private:
    // Once more if a listener removes the new zombie, so that the record has no user.
@@ -523,11 +560,7 @@ class ModelRecord : public Qor::RefCounted {
    }
 
    ModelChip* chip_;
-   Side& side_ = chip_->side;
-   char const* const chipName_ = chipNames[chip_->number];
    OifSetPtr const set_;
-   bool deleted_ = false, dirty_ = false;
-   Key zombie_;
 };
 
 // A switch of the model: the tables of both paths. A change notifies the reactor first and then the
@@ -535,15 +568,51 @@ class ModelRecord : public Qor::RefCounted {
 template <class W, class Record, class Key>
 class ModelSwitch : public ModelChip {
  public:
+   using Model = W;
    using RecordPtr = Ptr<Record>;
-   using Names = std::map<OifSetPtr, U64>;  // the serials of records
-   using Zombies = std::map<Key, RecordPtr>;
 
    ModelSwitch(W& w, unsigned n) : ModelChip(w, n), world(w) {}
    ~ModelSwitch() override {
       for (Qor::RefCounted* const r : living)
          static_cast<Record*>(r)->outlivesItsSwitch();
    }
+
+   // A collection, of which () returns all entries, or the value of a key.
+   template <class K, class V>
+   class Table {
+    public:
+      Table(ModelSwitch* chip, char const* name) : chip_(*chip), name_(name) {}
+      std::map<K, V> const& operator()() const { return map_; }
+      V operator()(K const& key) const {
+         auto const entry = map_.find(key);
+         return entry == map_.end() ? V() : entry->second;
+      }
+      void is(K key, V value) {
+         auto const [entry, made] = map_.try_emplace(key, value);
+         if (!made && entry->second == value) return;
+         std::swap(entry->second, value);
+         chip_.notify(name_, key);
+      }
+      void del(K key) {
+         auto const gone = map_.extract(key);
+         if (gone) chip_.notify(name_, key);
+      }
+      // Releases the entries in the order of the keys.
+      void delAll() {
+         auto gone = std::exchange(map_, {});
+         if (gone.empty()) return;
+         if (chip_.react) chip_.react(name_, "");
+         if (chip_.followed) chip_.side.event(chip_.title, ' ', name_);
+         while (!gone.empty())
+            gone.erase(gone.begin());
+      }
+
+    private:
+      ModelSwitch& chip_;
+      char const* const name_;
+      std::map<K, V> map_;
+   };
+   using Names = Table<OifSetPtr, U64>;  // the serials of records
 
    std::vector<RecordPtr> records(OifSetPtr const& set) const {
       std::vector<RecordPtr> all;
@@ -558,127 +627,96 @@ class ModelSwitch : public ModelChip {
       }
       return nullptr;
    }
-   RecordPtr inUseRecord(OifSetPtr const& set) const { return record(set, valueOf(inUse_, set)); }
-
-   Names const& inUseOifSet() const { return inUse_; }
-   void inUseOifSetIs(OifSetPtr set, Record* r) { is("inUseOifSet", inUse_, set, r->serial); }
-   void inUseOifSetDel(OifSetPtr set) { del("inUseOifSet", inUse_, set); }
-   Names const& frrMtableOifSet() const { return frr_; }
-   U64 frrMtableOifSet(OifSetPtr const& set) const { return valueOf(frr_, set); }
-   void frrMtableOifSetIs(OifSetPtr set, Record* r) { is("frrMtableOifSet", frr_, set, r->serial); }
-   void frrMtableOifSetDel(OifSetPtr set) {
-      ++disarmed[set];
-      del("frrMtableOifSet", frr_, set);
-   }
-   Names const& frrProcessingOifSet() const { return processing_; }
-   void frrProcessingOifSetIs(OifSetPtr set, Record* r) {
-      is("frrProcessingOifSet", processing_, set, r->serial);
-   }
-   void frrProcessingOifSetDel(OifSetPtr set) { del("frrProcessingOifSet", processing_, set); }
-   Zombies const& zombieOifSet() const { return zombies_; }
-   void zombieOifSetIs(RecordPtr r) {
-      Key const key = r->zombie();
-      RecordPtr& entry = zombies_[key];
-      if (entry == r) return;
-      entry.swap(r);
-      notify("zombieOifSet", key);
+   RecordPtr inUseRecord(OifSetPtr const& set) const { return record(set, inUseOifSet(set)); }
+   void inUseOifSetDel(OifSetPtr const& set) { inUseOifSet.del(set); }
+   void frrMtableOifSetDel(OifSetPtr const& set) { frrMtableOifSet.del(set); }
+   void frrProcessingOifSetIs(OifSetPtr const& set, Record* r) {
+      frrProcessingOifSet.is(set, r->serial);
    }
    void zombieOifSetDel(Key key) {
       Ptr<ModelSwitch> const held(this);
-      del("zombieOifSet", zombies_, key);
+      zombieOifSet.del(key);
    }
-
-   RouteHandle routeHandle() const { return routeHandle_; }
-   RecordPtr mtableOifSet() const { return result_; }
    void mtableOifSetIs(RecordPtr v) {
       std::string const shown = v ? "MrouteLib::MtableOifSet" : "null";
-      attribute("mtableOifSet", result_, std::move(v), shown);
+      mtableOifSet.is(std::move(v), shown);
    }
-   bool deleted() const { return deleted_; }
-   void deletedIs(bool v) { attribute("deleted", deleted_, v); }
+   void deletedIs(bool v) { deleted.is(v); }
+   virtual void requestVerify() const = 0;
 
    W& world;
    // The reactor to a change of a collection, of all its entries if `key` is empty.
    std::function<void(std::string const& member, std::string const& key)> react;
-   bool followed = true;
    std::map<OifSetPtr, unsigned> disarmed;  // how often each set has left frrMtableOifSet
+   Names inUseOifSet{this, "inUseOifSet"}, frrMtableOifSet{this, "frrMtableOifSet"},
+         frrProcessingOifSet{this, "frrProcessingOifSet"};
+   Table<Key, RecordPtr> zombieOifSet{this, "zombieOifSet"};
+   Entity::Attribute<RecordPtr> mtableOifSet{this, "mtableOifSet"};
+   Entity::Attribute<RouteHandle> routeHandle{this, "routeHandle"};
+   Entity::Attribute<bool> deleted{this, "deleted"};
 
  protected:
    // Whether the listener can find the switch, to follow its new objects.
    bool isSeen() const { return followed && world.switch_[number]; }
-   void routeHandleIs(RouteHandle v) { attribute("routeHandle", routeHandle_, v); }
-   template <class... Parts>
-   void print(Parts const&... parts) const {
-      side.print(parts...);
-   }
+   auto& platform() const { return world.platform_[number]; }
    template <class... Parts>
    void hook(char const* name, Parts const&... parts) const {
       side.hook(number, name, parts...);
    }
-   template <class Map>
-   static typename Map::mapped_type valueOf(Map const& map, typename Map::key_type const& key) {
-      auto const entry = map.find(key);
-      return entry == map.end() ? typename Map::mapped_type() : entry->second;
+   virtual void printFree(Record const& r) const = 0;
+   // Prints the reason if a record is freed without a time as a zombie; else returns false.
+   virtual bool freesAtOnce(Record const& r) const = 0;
+   virtual void freeNow(Record& r) = 0;
+   // Prints that a record becomes a zombie, and returns its key.
+   virtual Key newZombie(Record& r) const = 0;
+   void handleFree(Qor::RefCounted& freed) override {
+      Ptr<ModelSwitch> const held(this);
+      auto& r = static_cast<Record&>(freed);
+      printFree(r);
+      if (r.deleted()) return;
+      if (freesAtOnce(r)) {
+         freeNow(r);
+      } else {
+         Key const key = newZombie(r);
+         r.zombie.is(key);
+         if (r.zombie() == key) zombieOifSet.is(key, &r);
+      }
+      requestVerify();
    }
+
+   // At the end of the switch, after its result.
+   void recordsDelAll() {
+      zombieOifSet.delAll();
+      inUseOifSet.delAll();
+      frrMtableOifSet.delAll();
+      frrProcessingOifSet.delAll();
+   }
+
+ private:
    template <class K>
    void notify(std::string const& member, K const& key) {
+      if constexpr (std::is_same_v<K, OifSetPtr>) {
+         if (member == "frrMtableOifSet" && !frrMtableOifSet().contains(key)) ++disarmed[key];
+      }
       if (react) react(member, cat(key));
       if (!followed) return;
       if constexpr (std::is_same_v<K, OifSetPtr>) {
          RecordPtr const record = member == "inUseOifSet" ? inUseRecord(key) : nullptr;
          if (record && isSeen()) record->followed = true;
       }
-      side.event(chipNames[number], ' ', member, " of ", key);
+      side.event(title, ' ', member, " of ", key);
    }
-   template <class T>
-   void attribute(char const* name, T& attribute, T v, std::string const& shown) {
-      if (attribute == v) return;
-      std::swap(attribute, v);
-      if (followed) side.event(chipNames[number], ' ', name, ' ', shown);
-   }
-   template <class T>
-   void attribute(char const* name, T& value, T v) {
-      attribute(name, value, v, valueToStrep(v));
-   }
-   template <class Map>
-   void is(char const* name, Map& map, typename Map::key_type key,
-           typename Map::mapped_type value) {
-      auto const [entry, made] = map.try_emplace(key, value);
-      if (!made && entry->second == value) return;
-      entry->second = value;
-      notify(name, key);
-   }
-   template <class Map>
-   void del(char const* name, Map& map, typename Map::key_type key) {
-      auto const gone = map.extract(key);
-      if (gone) notify(name, key);
-   }
-   // Releases the entries in the order of the keys.
-   template <class Map>
-   void delAll(char const* name, Map& map) {
-      Map gone = std::exchange(map, {});
-      if (gone.empty()) return;
-      if (react) react(name, "");
-      if (followed) side.event(chipNames[number], ' ', name);
-      while (!gone.empty())
-         gone.erase(gone.begin());
-   }
+};
 
-   // At the end of the switch, after its result.
-   void recordsDelAll() {
-      delAll("zombieOifSet", zombies_);
-      delAll("inUseOifSet", inUse_);
-      delAll("frrMtableOifSet", frr_);
-      delAll("frrProcessingOifSet", processing_);
-   }
-
-   Names inUse_, frr_, processing_;
-   Zombies zombies_;
-
- private:
-   RecordPtr result_;
-   RouteHandle routeHandle_;
-   bool deleted_ = false;
+// The traces of a reactor's work on zombies, and its lines of the ring, which one path has.
+struct ZombieTexts {
+   struct OfRecord {
+      char const *trace, *blip;
+   };
+   char const* clock;
+   OfRecord removed;
+   char const *unfinished, *review, *marked, *none;
+   OfRecord first, atEnd;
 };
 
 // A reactor of the model: the common part of both paths.
@@ -688,20 +726,51 @@ class ModelReactor : public Qor::RefCounted {
    ModelReactor(W& w, Chip& c) : world_(w), chip_(&c) {}
    Ptr<Qor::Clock> const& clock() const { return clock_; }
 
+   void handleZombieClock() {
+      Ptr<ModelReactor> const self(this);
+      print(texts().clock);
+      Seconds const deadline = world_.now() + 3;
+      auto const& zombies = chip_->zombieOifSet();
+      for (unsigned removed = 1; !zombies.empty(); ++removed) {
+         auto const& [key, first] = *zombies.begin();
+         if (first->zombie().expiryTime() > world_.now()) break;
+         print(texts().removed, first->id);
+         chip_->zombieOifSetDel(key);
+         if (texts().unfinished && removed % 5 == 0 && world_.now() >= deadline) {
+            print(texts().unfinished);
+            break;
+         }
+      }
+      if (chip_->deleted()) zombieClock().timeMinIs(Qor::never);
+      handleZombie();
+   }
+   void handleClock() { rewriteWaitingUntil(world_.now() + 0.1); }
+
  protected:
    class OnInterval final : public Routing::Multicast::Fib::VrfConfig::Notifiee {
     public:
       void onActivityPollingInterval() override { call(); }
       std::function<void()> call;
    };
+   virtual ZombieTexts const& texts() const = 0;
+   virtual void printCleanup() const = 0;
+   // After the cleanup: the part of the path.
+   virtual void end() {}
+   virtual void rewriteWaitingUntil(Seconds deadline) = 0;
+
    template <class... Parts>
    void print(Parts const&... parts) const {
       world_.print(parts...);
+   }
+   void print(ZombieTexts::OfRecord const& text, U32 id, std::string const& more = "") const {
+      print(text.trace, id, more);
+      if (text.blip) print("blip ", text.blip, id);
    }
    template <class... Parts>
    void hook(char const* name, Parts const&... parts) const {
       world_.hook(chip_->number, name, parts...);
    }
+   auto& platform() const { return world_.platform_[chip_->number]; }
    Qor::Clock const& zombieClock() const { return *world_.zombieClock_[chip_->number]; }
    Qor::Clock const& agingClock() const { return *world_.agingClock_[chip_->number]; }
    bool armed() const { return agingClock().timeMin() <= Qor::maxFinite; }
@@ -711,6 +780,23 @@ class ModelReactor : public Qor::RefCounted {
    }
    VlanIdOrNone vlanOf(IntfId intf) const { return world_.vlans_->intfIdToVlanId(intf); }
    double interval() const { return world_.config_->activityPollingInterval(); }
+
+   void handleZombie() {
+      auto const& zombies = chip_->zombieOifSet();
+      print(texts().review);
+      if (!initialized_) return;
+      if (chip_->deleted()) return print(texts().marked);
+      if (zombies.empty()) {
+         zombieClock().timeMinIs(Qor::never);
+         print(texts().none);
+      } else {
+         auto const& first = *zombies.begin()->second;
+         print(texts().first, first.id);
+         zombieClock().timeMinIs(first.zombie().expiryTime());
+      }
+      if (texts().first.blip) chip_->requestVerify();
+   }
+
    // Arms the clock for the next turn while sets wait to be rewritten.
    void setClock() {
       bool const waiting = !chip_->frrProcessingOifSet().empty();
@@ -727,12 +813,12 @@ class ModelReactor : public Qor::RefCounted {
       Seconds const deadline = begun + (0.1 - world.takenInTurn_);
    };
    // Looks once at each set that is in frrMtableOifSet from the start to its turn.
-   template <class FirstLine, class Look>
-   void lookAtArmed(FirstLine const& firstLine, Look const& look) {
+   template <class Look>
+   void lookAtArmed(Look const& look) {
       auto const& armed = chip_->frrMtableOifSet();
       auto left = armed;
       auto const before = chip_->disarmed;
-      while (auto const entry = world_.next(armed, firstLine)) {
+      while (auto const entry = taken(armed)) {
          left.erase(entry->first);
          look(entry->first, entry->second);
       }
@@ -742,14 +828,45 @@ class ModelReactor : public Qor::RefCounted {
          if (armed.contains(set) && stayed) print("passed over ", set);
       }
    }
-   template <class FirstLine, class Rewrite>
-   void rewriteWaiting(Seconds deadline, FirstLine const& firstLine, Rewrite const& rewrite) {
+   template <class Rewrite>
+   void rewriteWaiting(Seconds deadline, Rewrite const& rewrite) {
       auto const& waiting = chip_->frrProcessingOifSet();
       while (!waiting.empty() && world_.now() < deadline) {
-         auto const entry = world_.next(waiting, firstLine);
+         auto const entry = taken(waiting);
          if (!entry) return print("nothing rewritten");
          rewrite(entry->first, entry->second);
-         chip_->frrProcessingOifSetDel(entry->first);
+         chip_->frrProcessingOifSet.del(entry->first);
+      }
+   }
+
+   // Enters each VRF and visits its routes, from a route on that was visited before or has gone.
+   // Returns false as soon as a visit does.
+   template <class Enter, class Visit>
+   bool eachRoute(VrfName const& vrf, IpGenRouteKey const& behind, Enter const& enter,
+                  Visit const& visit) {
+      auto const& vrfs = world_.hw_->vrfStatus();
+      for (auto v = vrfs.lowerBound(vrf); v != vrfs.end();) {
+         auto const [name, status] = *v;
+         auto const& routes = status->route();
+         bool const entered = enter(name);
+         for (auto r = name == vrf ? routes.upperBound(behind) : routes.begin();
+              entered && r != routes.end() && world_.hw_->vrfStatus(name) == status;) {
+            auto const [k, route] = *r;
+            if (!visit(name, *route)) return false;
+            r = routes.upperBound(k);
+         }
+         v = vrfs.upperBound(name);
+      }
+      return true;
+   }
+   // Calls review(intf, vlan, time of the last hit) for each fastdrop of a route.
+   template <class Review>
+   void eachFastdrop(Hardware::RouteStatus const& route, Review const& review) {
+      auto const& fastdrops = route.fastdropLastPollTime();
+      for (auto f = fastdrops.begin(); f != fastdrops.end();) {
+         auto const [intf, last] = *f;
+         review(intf, vlanOf(IntfId(intf)), last);
+         f = fastdrops.upperBound(intf);
       }
    }
 
@@ -759,6 +876,41 @@ class ModelReactor : public Qor::RefCounted {
    bool initialized_ = false;
 
  private:
+   // The entry that the system took next: its next line names the set, a record, the members, or the
+   // first backup.
+   std::optional<std::pair<OifSetPtr, U64>> taken(std::map<OifSetPtr, U64> const& sets) const {
+      std::string line = world_.nextLine();
+      if (line.starts_with("8 void")) return std::nullopt;  // the next pass
+      line = line.substr(0, line.find(" | ")) + ' ';        // without the sizes of the tables
+      auto const names = [&](auto const&... parts) {
+         return line.find(cat(parts...)) != std::string::npos;
+      };
+      for (auto const& [set, serial] : sets) {
+         auto const named = chip_->record(set, serial);
+         auto const record = named ? named : chip_->inUseRecord(set);
+         auto const& backups = set->portVlanSet().portVlanFrr();
+         if (names(set, ')') || names(set, ' ') || names(set->portVlanSet()) ||
+             (record && names(" zombie, mcastId: ", record->id, ' ')) ||
+             (!backups.empty() && line == cat("8 add port ", backups.begin()->first, ' ')))
+            return std::pair(set, serial);
+      }
+      return std::nullopt;
+   }
+   void zeroReferencesIs(bool) override {
+      Chip& c = *chip_;
+      printCleanup();
+      c.deleted.is(true);
+      for (unsigned n = 0; !c.zombieOifSet().empty(); ++n) {
+         auto const [key, record] = *c.zombieOifSet().begin();
+         print(texts().atEnd, record->id, texts().atEnd.blip ? cat(", iter ", n) : "");
+         c.zombieOifSetDel(key);
+      }
+      disarm();
+      end();
+      onInterval_.notifierIs(nullptr);
+      c.react = nullptr;
+   }
+
    Ptr<Qor::Clock> clock_;
 };
 

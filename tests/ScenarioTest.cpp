@@ -97,7 +97,7 @@ TEST(Scenario, EveryKindOfLineIsRead) {
    for (Line const& line : lines)
       times.push_back(line.at);
    EXPECT_EQ(times, (std::vector<double>{0, 0, 0, .5, .5, .5, 3, 3, 3, 3, 3, 3, 3, 3, 3, 3}));
-   EXPECT_FALSE(std::get<Scenario::Bfd>(lines[5].event).state);
+   EXPECT_FALSE(std::get<Scenario::BfdSession>(lines[5].event).state);
    auto const& expect = std::get<Scenario::Expect>(lines.back().event);
    EXPECT_EQ(expect.messages[0].seen.toString(), "0");
    EXPECT_EQ(expect.messages[1].seen.toString(), "2 to 3");

@@ -33,10 +33,10 @@ bool isFixed(RouteKeyType type) {
 }
 
 template <class Switch, class Record, class Reactor>
-class AsyncWorld : public World<Switch, Record, Reactor> {
+class AsyncWorld : public World<Switch, Record, Reactor, Platform> {
  public:
-   std::array<Platform, chips> platform_;
    Ptr<Routing::Hardware::RouteStatus> const vrfs_ = Qor::make<Routing::Hardware::RouteStatus>();
+   Hux::XactPtr latest_;  // of the hook called last
 
  protected:
    std::string recordText(Record const& r) const override {
@@ -53,65 +53,39 @@ class AsyncWorld : public World<Switch, Record, Reactor> {
       this->list(lines, "key", sw.inUseRouteHandleKey(), value);
       lines.push_back(cat(sw.mrouteFailureReason()));
    }
-   void runOfThePath(Op const& op) override {
-      unsigned const c = op.chip % chips;
-      Ptr<Switch> const sw = this->switch_[c];
-      Ptr<Reactor> const sm = this->sm_[c];
-      Platform& platform = platform_[c];
-      auto& record = this->record_[c][op.thing % slots];
-      RouteHandle& route = this->route_[c][op.other % slots];
-      VrfName const vrf = vrfName(op.chip / 2);
+   void runOfThePath(Op const& op, typename AsyncWorld::Things const& things) override {
+      auto const& [sw, sm, record, route, platform, set, vrf] = things;
+      auto const is = [&](unsigned action) { return op.action == action; };
       Hux::XactPtr const blocking = op.thing % 2 ? Qor::make<Hux::Xact>() : nullptr;
-      if (op.action == setVrf && op.thing % 2) {
-         vrfs_->newVrfStatus(vrf, Vel::VrfId(3 + op.chip / 2 % 3));
-      } else if (op.action == setVrf) {
-         vrfs_->vrfStatusDel(vrf);
-      }
+      if (is(setVrf) && op.thing % 2) vrfs_->newVrfStatus(vrf, Vel::VrfId(3 + op.chip / 2 % 3));
+      if (is(setVrf) && op.thing % 2 == 0) vrfs_->vrfStatusDel(vrf);
       if (!sw) return;
-      switch (op.action) {
-         case allocate: {
-            Hux::XactPtr const xact = sw->doAllocateMtableOifSet(
-                  {routeKey(op.chip), vrf, vlan(op.chip), RouteKeyType::routed}, setOf(op),
-                  blocking, 500 + op.chip % 3, op.thing & 2);
-            this->print("its transaction: ", xact ? xact == latest_ : false, bool(xact));
-            auto made = Qor::ptrCast<Record>(sw->mtableOifSet());
-            if (op.thing != 3) sw->mtableOifSetIs(nullptr);
-            if (made && op.other % 2) made->usedInHwIs(true);
-            std::swap(record, made);
-            break;
-         }
-         case allocateRoute:
-            sw->doAllocateRoute(routeKey(op.thing), vlan(op.thing), op.other % 2,
-                                RpaIndex(static_cast<Qor::U16>(op.thing)), vrf);
-            route = sw->routeHandle();
-            break;
-         case point:
-            if (Ptr<Record> const r = record) {
-               Hux::XactPtr const xact = sw->doSetMtableOifSet(route, r, blocking);
-               this->print("its transaction: ", xact == latest_);
-            }
-            break;
-         case deleteRoute:
-            sw->doDeleteRoute(RouteHandle(route));
-            break;
-         case lifetime:
-            if (record) record->zombieLifetimeIs(op.other % 8);
-            break;
-         case purge:
-            if (sm) sm->doForcePurgeOneZombie();
-            break;
-         case hit:
-            platform.hits[op.thing % 8] = this->now();
-            break;
-         case reusable:
-            platform.reusable = op.thing % 3;
-            break;
-         case room:
-            platform.room = op.other;
-            break;
+      if (is(allocate)) {
+         Hux::XactPtr const xact = sw->doAllocateMtableOifSet(
+               {routeKey(op.chip), vrf, vlan(op.chip), RouteKeyType::routed}, set, blocking,
+               500 + op.chip % 3, op.thing & 2);
+         this->print("its transaction: ", xact ? xact == latest_ : false, bool(xact));
+         auto made = Qor::ptrCast<Record>(sw->mtableOifSet());
+         if (op.thing != 3) sw->mtableOifSetIs(nullptr);
+         if (made && op.other % 2) made->usedInHwIs(true);
+         std::swap(record, made);
       }
+      if (is(allocateRoute)) {
+         sw->doAllocateRoute(routeKey(op.thing), vlan(op.thing), op.other % 2,
+                             RpaIndex(static_cast<Qor::U16>(op.thing)), vrf);
+         route = sw->routeHandle();
+      }
+      if (is(point) && record) {
+         Hux::XactPtr const xact = sw->doSetMtableOifSet(route, Ptr<Record>(record), blocking);
+         this->print("its transaction: ", xact == latest_);
+      }
+      if (is(deleteRoute)) sw->doDeleteRoute(RouteHandle(route));
+      if (is(lifetime) && record) record->zombieLifetimeIs(op.other % 8);
+      if (is(purge) && sm) sm->doForcePurgeOneZombie();
+      if (is(hit)) platform.hits[op.thing % 8] = this->now();
+      if (is(reusable)) platform.reusable = op.thing % 3;
+      if (is(room)) platform.room = op.other;
    }
-   Hux::XactPtr latest_;  // of the hook called last
 };
 
 // ---- The system. ----
@@ -123,17 +97,8 @@ class AsyncSystem final
    ~AsyncSystem() override { releaseAll(); }
 
  private:
-   class Hooks final : public VelHelper::AsyncMrouteHelper {
-    public:
-      Hooks(AsyncSystem& s, unsigned chip)
-            : AsyncMrouteHelper(chipNames[chip], nullptr, nullptr),
-              system(s),
-              platform(s.platform_[chip]),
-              me(chip) {}
-      template <class... Parts>
-      void hook(Parts const&... parts) {
-         system.hook(me, parts...);
-      }
+   struct Hooks final : HooksOf<VelHelper::AsyncMrouteHelper> {
+      using HooksOf::HooksOf;
       HOOK(void, handleMrouteCounterMode, (Routing::Multicast::Fib::CounterMode mode), void(), mode)
       HOOK(void, handleWildcardCounter, (bool on), void(), on)
       HOOK(U32, doAllocateSharableMulticastGroup,
@@ -162,25 +127,16 @@ class AsyncSystem final
       HOOK(double, doGetAdjustedPollingInterval, (double const& interval), interval + 1, interval)
       HOOK(double, doGetAdjustedActivityPollInterval, (double const& interval), interval, interval)
       HOOK(void, doScheduleVerify, (), void())
-
-      AsyncSystem& system;
-      Platform& platform;
-      unsigned const me;
    };
 
    Ptr<AsyncMrouteSwitch> newSwitch(unsigned c) override {
-      platform_[c] = {};
-      helper_[c] = Qor::make<Hooks>(*this, c);
+      helper_[c] = Qor::make<Hooks>(*this, c, nullptr, nullptr);
       return Vel::Mroute::asyncMrouteSwitchFactory(chipNames[c], vrfs_, helper_[c]);
    }
-   // The reactor is notified before the listener.
-   Ptr<AsyncMrouteSwitchSm> newReactor(unsigned c) override {
-      unfollow(switch_[c].get());
-      auto const made = Vel::Mroute::AsyncMrouteSwitchSmIs(
-            switch_[c], vlans_, config_, hw_, helper_[c], zombieClock_[c], agingClock_[c], nullptr,
-            nullptr, nullptr, nullptr, nullptr);
-      if (switch_[c]) follow(switch_[c].get(), chipNames[c]);
-      return made;
+   Ptr<AsyncMrouteSwitchSm> makeReactor(unsigned c) override {
+      return Vel::Mroute::AsyncMrouteSwitchSmIs(switch_[c], vlans_, config_, hw_, helper_[c],
+                                                zombieClock_[c], agingClock_[c], nullptr, nullptr,
+                                                nullptr, nullptr, nullptr);
    }
 
    std::array<Ptr<Hooks>, chips> helper_;
@@ -194,45 +150,35 @@ class AsyncReactor;
 
 class AsyncModel final : public ModelOf<AsyncWorld<AsyncChip, AsyncRecord, AsyncReactor>> {
  public:
-   ~AsyncModel() override;
+   ~AsyncModel() override { releaseAll(); }
    Hux::XactPtr newXact() { return latest_ = Qor::make<Hux::Xact>(); }
-
- private:
-   Ptr<AsyncChip> newSwitch(unsigned c) override;
-   Ptr<AsyncReactor> newReactor(unsigned c) override;
 };
 
-class AsyncRecord final : public ModelRecord<AsyncRecord, ZombieKey, true> {
+class AsyncRecord final : public ModelRecord<ZombieKey, true> {
  public:
-   using ModelRecord::ModelRecord;
-   bool usedInHw() const { return usedInHw_; }
-   void usedInHwIs(bool v) { attribute("usedInHw", usedInHw_, v); }
-   bool skipDelete() const { return skipDelete_; }
-   void skipDeleteIs(bool v) { attribute("skipDelete", skipDelete_, v); }
-   Seconds zombieLifetime() const { return zombieLifetime_; }
-   void zombieLifetimeIs(Seconds v) { attribute("zombieLifetime", zombieLifetime_, v); }
-   friend std::ostream& operator<<(std::ostream& out, AsyncRecord const& r) {
-      return out << "AsyncMtableOifSet(mcastId " << r.id << ", " << r.oifSet() << ')';
-   }
+   AsyncRecord(ModelChip& chip, OifSetPtr const& set, U32 i)
+         : ModelRecord(chip, set, i, "AsyncMtableOifSet(mcastId ") {}
+   void usedInHwIs(bool v) { usedInHw.is(v); }
+   void zombieLifetimeIs(Seconds v) { zombieLifetime.is(v); }
+
+   RecordAttribute<bool> usedInHw{this, "usedInHw"}, skipDelete{this, "skipDelete"};
+   RecordAttribute<Seconds> zombieLifetime{this, "zombieLifetime", 3};
 
  private:
    void printCleanup() const override {
       print("8 AsyncMtableOifSet::doCleanup()");
       print("7 ", *this, " oifset ", oifSet(), ' ', members());
    }
-
-   bool usedInHw_ = false, skipDelete_ = false;
-   Seconds zombieLifetime_ = 3;
 };
 
 class AsyncChip final : public ModelSwitch<AsyncModel, AsyncRecord, ZombieKey> {
  public:
    using ModelSwitch::ModelSwitch;
 
-   std::map<U32, OifSetPtr> const& mcastIdToOifSet() const { return mcastId_; }
-   std::map<InUseRouteHandleKey, RouteHandle> const& inUseRouteHandle() const { return handles_; }
-   std::map<RouteHandle, InUseRouteHandleKey> const& inUseRouteHandleKey() const { return keys_; }
-   MrouteFailureReason mrouteFailureReason() const { return failure_; }
+   Table<U32, OifSetPtr> mcastIdToOifSet{this, "mcastIdToOifSet"};
+   Table<InUseRouteHandleKey, RouteHandle> inUseRouteHandle{this, "inUseRouteHandle"};
+   Table<RouteHandle, InUseRouteHandleKey> inUseRouteHandleKey{this, "inUseRouteHandleKey"};
+   Attribute<MrouteFailureReason> mrouteFailureReason{this, "mrouteFailureReason"};
 
    Hux::XactPtr doAllocateMtableOifSet(MrouteLib::RouteKeyInfo const& info, OifSetPtr const& set,
                                        Hux::XactPtr const& blocking, U32 preset, bool frr) {
@@ -245,7 +191,7 @@ class AsyncChip final : public ModelSwitch<AsyncModel, AsyncRecord, ZombieKey> {
       bool const fixed = isFixed(members.type());
       RecordPtr record = fixed ? nullptr : reusableRecord(set);
       if (!record) {
-         bool const wasInUse = inUse_.contains(set);
+         bool const wasInUse = inUseOifSet().contains(set);
          U32 id = preset;
          if (fixed) {
             hook("doAllocateFixedMulticastGroup", set, bool(blocking), preset);
@@ -264,15 +210,15 @@ class AsyncChip final : public ModelSwitch<AsyncModel, AsyncRecord, ZombieKey> {
          record = Qor::make<AsyncRecord>(*this, set, id);
          if (fixed) takeOver(id, record);
          print("2 mtableOifSet ", *record, " oifSet ", set, " mcastId ", id);
-         inUseOifSetIs(set, record.get());
+         inUseOifSet.is(set, record->serial);
          if (!wasInUse && !members.currentIif().isNull()) {
             print("2  Adding FrrOifSet ");
-            frrMtableOifSetIs(set, record.get());
+            frrMtableOifSet.is(set, record->serial);
          }
-         is("mcastIdToOifSet", mcastId_, id, set);
+         mcastIdToOifSet.is(id, set);
       }
       mtableOifSetIs(record);
-      hook("doScheduleVerify");
+      requestVerify();
       hook("doGetXactForOifSet", record->id);
       return world.newXact();
    }
@@ -291,11 +237,11 @@ class AsyncChip final : public ModelSwitch<AsyncModel, AsyncRecord, ZombieKey> {
       Vel::VrfId const vrfId = status->vrfId();
       hook("doAllocateRoute", k, v, bridge, rpa, vrfId);
       RouteHandle const handle = platform().handle();
-      routeHandleIs(handle);
+      routeHandle.is(handle);
       if (handle.isNull()) return failureIs(MrouteFailureReason::noRouteHandle);
       InUseRouteHandleKey const inUse(recorded(k), v, vrfId);
-      is("inUseRouteHandle", handles_, inUse, handle);
-      is("inUseRouteHandleKey", keys_, handle, inUse);
+      inUseRouteHandle.is(inUse, handle);
+      inUseRouteHandleKey.is(handle, inUse);
       print("7 rh ", handle, " -> ", shownRoute(handle));
    }
    static IpGenRouteKey recorded(IpGenRouteKey const& k) {
@@ -308,8 +254,8 @@ class AsyncChip final : public ModelSwitch<AsyncModel, AsyncRecord, ZombieKey> {
       failureIs(MrouteFailureReason::none);
       print("7  rh ", handle, " -> mt ", *r, " oifset ", r->oifSet(), ' ', r->members());
       hook("doSetMtableOifSet", handle, r->id, bool(blocking));
-      r->usedInHwIs(true);
-      hook("doScheduleVerify");
+      r->usedInHw.is(true);
+      requestVerify();
       hook("doGetXactForIngress", handle);
       return world.newXact();
    }
@@ -317,56 +263,30 @@ class AsyncChip final : public ModelSwitch<AsyncModel, AsyncRecord, ZombieKey> {
    void doDeleteRoute(RouteHandle handle) {
       print("8 AsyncMrouteSwitch::doDeleteRoute( ", handle, " )");
       print("7  rh ", handle, ' ', shownRoute(handle));
-      InUseRouteHandleKey const inUse = valueOf(keys_, handle);
+      InUseRouteHandleKey const inUse = inUseRouteHandleKey(handle);
       print("blip AsyncMrouteSwitch::doDeleteRoute ", inUse.routeKey());
-      del("inUseRouteHandle", handles_, inUse);
-      del("inUseRouteHandleKey", keys_, handle);
+      inUseRouteHandle.del(inUse);
+      inUseRouteHandleKey.del(handle);
       hook("doDeleteRoute", handle);
       platform().handles.erase(handle.value());
-      hook("doScheduleVerify");
+      requestVerify();
    }
 
-   void handleFree(Qor::RefCounted& record) override {
-      Ptr<AsyncChip> const held(this);
-      auto& r = static_cast<AsyncRecord&>(record);
-      print("8 AsyncMrouteSwitch::handleFreeMtableOifSet()");
-      print("7  mt ", r, " oifset ", r.oifSet(), " acceptingVlan ", r.members().currentIif(),
-            " PVs ", r.members(), " multicastId ", r.id);
-      if (r.deleted()) return print("2 OifSet is already freed");
-      if (deleted()) {
-         print("2 MrouteSwitch deletion, skipping delayed deletion");
-         freeNow(r);
-      } else if (r.isZombie()) {
-         print("2 Freeing zombie oifSet");
-         freeNow(r);
-      } else if (r.usedInHw()) {
-         print("2 Adding zombie ", r, " with mcastId: ", r.id);
-         ZombieKey const key(r.id, world.now() + r.zombieLifetime());
-         r.usedInHwIs(false);
-         r.zombieIs(key);
-         if (r.zombie() == key) zombieOifSetIs(&r);
-      } else {
-         print("2 OifSet ", r.oifSet(), " not used in hw, skipping delayed deletion");
-         freeNow(r);
-      }
-      hook("doScheduleVerify");
-   }
-
-   Platform& platform() const { return world.platform_[number]; }
+   void requestVerify() const override { hook("doScheduleVerify"); }
 
  private:
    void zeroReferencesIs(bool) override {
       deletedIs(true);
       mtableOifSetIs(nullptr);
       recordsDelAll();
-      delAll("mcastIdToOifSet", mcastId_);
-      delAll("inUseRouteHandle", handles_);
-      delAll("inUseRouteHandleKey", keys_);
+      mcastIdToOifSet.delAll();
+      inUseRouteHandle.delAll();
+      inUseRouteHandleKey.delAll();
    }
-   void failureIs(MrouteFailureReason v) { attribute("mrouteFailureReason", failure_, v, cat(v)); }
+   void failureIs(MrouteFailureReason v) { mrouteFailureReason.is(v, cat(v)); }
    std::string shownRoute(RouteHandle handle) const {
-      if (!keys_.contains(handle)) return "?";
-      InUseRouteHandleKey const& k = keys_.at(handle);
+      if (!inUseRouteHandleKey().contains(handle)) return "?";
+      InUseRouteHandleKey const k = inUseRouteHandleKey(handle);
       return cat(k.routeKey(), " vlan", k.vlan(), " vrfId ", k.vrfId());
    }
 
@@ -382,26 +302,50 @@ class AsyncChip final : public ModelSwitch<AsyncModel, AsyncRecord, ZombieKey> {
       if (existing->isZombie()) {
          print("2 Resurrecting zombie mtableOifSet ", *existing);
          zombieOifSetDel(existing->zombie());
-         existing->zombieIs(ZombieKey());
+         existing->zombie.is(ZombieKey());
       }
       return existing;
    }
 
    void takeOver(U32 id, RecordPtr const& newer) {
-      if (!mcastId_.contains(id)) return;
+      if (!mcastIdToOifSet().contains(id)) return;
       RecordPtr old;
-      for (RecordPtr const& r : records(mcastId_.at(id))) {
+      for (RecordPtr const& r : records(mcastIdToOifSet(id))) {
          if (!old && r != newer && r->id == id && !r->deleted()) old = r;
       }
       if (old) {
          print("8 skip delete mtable oifset ", *old);
-         return old->skipDeleteIs(true);
+         return old->skipDelete.is(true);
       }
       print("8 Missing mtableOifSet on mcastId ", id, ".  Restart init?");
       print("blip  missing mtableOifSet on mcastId ", id);
    }
 
-   void freeNow(AsyncRecord& r) {
+   void printFree(AsyncRecord const& r) const override {
+      print("8 AsyncMrouteSwitch::handleFreeMtableOifSet()");
+      print("7  mt ", r, " oifset ", r.oifSet(), " acceptingVlan ", r.members().currentIif(),
+            " PVs ", r.members(), " multicastId ", r.id);
+      if (r.deleted()) print("2 OifSet is already freed");
+   }
+   bool freesAtOnce(AsyncRecord const& r) const override {
+      if (deleted()) {
+         print("2 MrouteSwitch deletion, skipping delayed deletion");
+      } else if (r.isZombie()) {
+         print("2 Freeing zombie oifSet");
+      } else if (!r.usedInHw()) {
+         print("2 OifSet ", r.oifSet(), " not used in hw, skipping delayed deletion");
+      } else {
+         return false;
+      }
+      return true;
+   }
+   ZombieKey newZombie(AsyncRecord& r) const override {
+      print("2 Adding zombie ", r, " with mcastId: ", r.id);
+      ZombieKey const key(r.id, world.now() + r.zombieLifetime());
+      r.usedInHw.is(false);
+      return key;
+   }
+   void freeNow(AsyncRecord& r) override {
       OifSetPtr const set = r.oifSet();
       print("2 Freeing oifSet resources");
       if (r.skipDelete()) {
@@ -410,22 +354,16 @@ class AsyncChip final : public ModelSwitch<AsyncModel, AsyncRecord, ZombieKey> {
          hook("doDeleteOifSet", r.id);
          platform().groups.erase(r.id);
       }
-      if (!deleted() && valueOf(inUse_, set) == r.serial) {
+      if (!deleted() && inUseOifSet(set) == r.serial) {
          print("2 Delete oifset ", set);
-         inUseOifSetDel(set);
+         inUseOifSet.del(set);
          // A newer record of a listener keeps its entries.
-         if (!inUse_.contains(set)) frrMtableOifSetDel(set);
-         if (!inUse_.contains(set)) frrProcessingOifSetDel(set);
-         if (!inUse_.contains(set) && valueOf(mcastId_, r.id) == set)
-            del("mcastIdToOifSet", mcastId_, r.id);
+         if (!inUseOifSet(set)) frrMtableOifSet.del(set);
+         if (!inUseOifSet(set)) frrProcessingOifSet.del(set);
+         if (!inUseOifSet(set) && mcastIdToOifSet(r.id) == set) mcastIdToOifSet.del(r.id);
       }
-      r.deletedIs(true);
+      r.deleted.is(true);
    }
-
-   std::map<U32, OifSetPtr> mcastId_;
-   std::map<InUseRouteHandleKey, RouteHandle> handles_;
-   std::map<RouteHandle, InUseRouteHandleKey> keys_;
-   MrouteFailureReason failure_ = MrouteFailureReason::none;
 };
 
 class AsyncReactor final : public ModelReactor<AsyncModel, AsyncChip> {
@@ -448,25 +386,6 @@ class AsyncReactor final : public ModelReactor<AsyncModel, AsyncChip> {
       if (!chip_->zombieOifSet().empty()) handleZombie();
    }
 
-   void handleZombieClock() {
-      Ptr<AsyncReactor> const self(this);
-      print("2 AsyncMrouteSwitchSm::handleZombieClock()");
-      Seconds const deadline = world_.now() + 3;
-      auto const& zombies = chip_->zombieOifSet();
-      for (unsigned removed = 1; !zombies.empty(); ++removed) {
-         auto const& [key, first] = *zombies.begin();
-         if (first->zombie().expiryTime() > world_.now()) break;
-         print("2 Removing zombie with mcastId: ", first->id);
-         chip_->zombieOifSetDel(key);
-         if (removed % 5 == 0 && world_.now() >= deadline) {
-            print("8 Not finishing reviewing all zombies.");
-            break;
-         }
-      }
-      if (chip_->deleted()) zombieClock().timeMinIs(Qor::never);
-      handleZombie();
-   }
-
    void doForcePurgeOneZombie() {
       Ptr<AsyncReactor> const self(this);
       print("2 AsyncMrouteSwitchSm::doForcePurgeOneZombie()");
@@ -483,23 +402,16 @@ class AsyncReactor final : public ModelReactor<AsyncModel, AsyncChip> {
       AsyncChip& c = *chip_;
       RerouteTime const time(world_);
       print("8 AsyncMrouteSwitchSm::updateFrrMtableOif( ", failed, ", vlan 0 )");
-      auto const firstLine = [&](auto const& entry) {
-         return cat(
-               reroutedOn(entry.first, failed) ? "2  FrrSwitch from " : "2  skip frrMtableOif ",
-               entry.first->portVlanSet());
-      };
-      lookAtArmed(firstLine, [&](OifSetPtr const& set, U64 serial) {
+      lookAtArmed([&](OifSetPtr const& set, U64 serial) {
          PortVlanSet const& members = set->portVlanSet();
-         if (!reroutedOn(set, failed)) {
-            return print("2  skip frrMtableOif ", members);
-         }
+         if (!reroutedOn(set, failed)) return print("2  skip frrMtableOif ", members);
          std::string backups;
          for (auto const& [member, flag] : members.portVlanFrr())
             backups += cat(backups.empty() ? "" : " ", member);
          print("2  FrrSwitch from ", members, ", frrOifs ", backups);
          print("blip MrouteSwitchSm:: FrrSwitch from ", members, ", frrOifs ", backups);
          for (auto const& r : c.records(set))
-            r->dirtyIs(true);
+            r->dirty.is(true);
          auto record = c.record(set, serial);
          if (!record) record = c.inUseRecord(set);
          c.frrMtableOifSetDel(set);
@@ -508,23 +420,12 @@ class AsyncReactor final : public ModelReactor<AsyncModel, AsyncChip> {
       rewriteWaitingUntil(time.deadline);
    }
 
-   void handleClock() { rewriteWaitingUntil(world_.now() + 0.1); }
-
-   void rewriteWaitingUntil(Seconds deadline) {
+   void rewriteWaitingUntil(Seconds deadline) override {
       Ptr<AsyncReactor> const self(this);
       AsyncChip& c = *chip_;
       print("8 review FrrProcessingOifSets: ", c.frrProcessingOifSet().size());
       print("blip AsyncMrouteSwitchSm:: frrProcessingOifSets: ", c.frrProcessingOifSet().size());
-      auto const firstLine = [&](auto const& entry) {
-         auto const& [set, serial] = entry;
-         auto const inUse = c.inUseRecord(set);
-         if (!inUse) return cat("2 oif not in inUseOifSet:", set);
-         auto const record = c.record(set, serial) ? c.record(set, serial) : inUse;
-         return record->isZombie() ? cat("blip  frrOifSet becomes zombie, mcastId: ", record->id)
-                                   : cat("8 original pvSet", set->portVlanSet());
-      };
-      rewriteWaiting(deadline, firstLine,
-                     [&](auto const& set, U64 serial) { rewriteSet(set, serial); });
+      rewriteWaiting(deadline, [&](auto const& set, U64 serial) { rewriteSet(set, serial); });
       setClock();
    }
 
@@ -535,41 +436,40 @@ class AsyncReactor final : public ModelReactor<AsyncModel, AsyncChip> {
          print("2 No routes present in mfibHwStatus. Nothing to review");
          return scheduleReview();
       }
-      auto const& vrfs = world_.hw_->vrfStatus();
-      for (auto v = vrfs.begin(); v != vrfs.end();) {
-         auto const [name, status] = *v;
+      Vel::VrfId vrfId;
+      auto const enter = [&](VrfName const& name) {
          auto const vrf = world_.vrfs_->vrfStatus(name);
-         if (!vrf) {
+         if (vrf) {
+            vrfId = vrf->vrfId();
+         } else {
             print("2 AsyncMrouteSwitch::doRouteAgingReview() vrfStatus for vrf: ", name,
                   " is not present");
          }
-         for (auto r = status->route().begin();
-              vrf && r != status->route().end() && world_.hw_->vrfStatus(name) == status;) {
-            auto const [k, route] = *r;
-            reviewRoute(*route, vrf->vrfId());
-            r = status->route().upperBound(k);
-         }
-         v = vrfs.upperBound(name);
-      }
+         return vrf != nullptr;
+      };
+      eachRoute({}, {}, enter, [&](VrfName const&, Hardware::RouteStatus& route) {
+         reviewRoute(route, vrfId);
+         return true;
+      });
       print("2 Review completed");
       Seconds const completed = world_.now();
       agingClock().timeMinIs(completed + pollingInterval());
    }
 
  private:
-   void zeroReferencesIs(bool) override {
-      AsyncChip& c = *chip_;
-      print("2 AsyncMrouteSwitchSm::doCleanup()");
-      c.deletedIs(true);
-      while (!c.zombieOifSet().empty()) {
-         ZombieKey const key = c.zombieOifSet().begin()->first;
-         print("2 Deleting zombie with mcastId: ", key.multicastId());
-         c.zombieOifSetDel(key);
-      }
-      disarm();
-      onInterval_.notifierIs(nullptr);
-      c.react = nullptr;
+   ZombieTexts const& texts() const override {
+      static constexpr ZombieTexts all = {
+            .clock = "2 AsyncMrouteSwitchSm::handleZombieClock()",
+            .removed = {"2 Removing zombie with mcastId: ", nullptr},
+            .unfinished = "8 Not finishing reviewing all zombies.",
+            .review = "2 AsyncMrouteSwitchSm::handleZombie()",
+            .marked = "2 MrouteSwitch marked for deletion. Skipping Zombie handling",
+            .none = "2 Cancelling zombie timer",
+            .first = {"2 Starting zombie timer for mcastId: ", nullptr},
+            .atEnd = {"2 Deleting zombie with mcastId: ", nullptr}};
+      return all;
    }
+   void printCleanup() const override { print("2 AsyncMrouteSwitchSm::doCleanup()"); }
    void react(std::string const& member, std::string const& key) {
       if (member == "zombieOifSet" && !key.empty()) {
          print("2 AsyncMrouteSwitchSm::handleZombie() key ", key);
@@ -579,21 +479,6 @@ class AsyncReactor final : public ModelReactor<AsyncModel, AsyncChip> {
       } else if (member == "inUseRouteHandleKey") {
          print("2 AsyncMrouteSwitchSm::handleRoute( ", key, " )");
          if (chip_->inUseRouteHandleKey().contains(RouteHandle(key))) scheduleReview();
-      }
-   }
-
-   void handleZombie() {
-      auto const& zombies = chip_->zombieOifSet();
-      print("2 AsyncMrouteSwitchSm::handleZombie()");
-      if (!initialized_) return;
-      if (chip_->deleted()) {
-         print("2 MrouteSwitch marked for deletion. Skipping Zombie handling");
-      } else if (zombies.empty()) {
-         print("2 Cancelling zombie timer");
-         zombieClock().timeMinIs(Qor::never);
-      } else {
-         print("2 Starting zombie timer for mcastId: ", zombies.begin()->second->id);
-         zombieClock().timeMinIs(zombies.begin()->second->zombie().expiryTime());
       }
    }
 
@@ -615,7 +500,7 @@ class AsyncReactor final : public ModelReactor<AsyncModel, AsyncChip> {
          if (r->isZombie() || r->deleted() || r->skipDelete()) continue;
          print("8 : Overwrite with new pvSet ", backupOf(set), " to mcastId: ", r->id);
          print("blip  Overwrite with pvSet ", backupOf(set), " to mcastId: ", r->id);
-         r->dirtyIs(true);
+         r->dirty.is(true);
          hook("doUpdateMulticastGroupInPlace", backupOf(set), r->id);
       }
    }
@@ -665,18 +550,13 @@ class AsyncReactor final : public ModelReactor<AsyncModel, AsyncChip> {
          print("2 Updating activity bits for route: ", k);
          route.lastPollTimeIs(t);
       }
-      auto const& fastdrops = route.fastdropLastPollTime();
-      for (auto f = fastdrops.begin(); f != fastdrops.end();) {
-         auto const [intf, last] = *f;
+      eachFastdrop(route, [&](Qor::Name intf, VlanIdOrNone dropped, Seconds last) {
          print("2 Reviewing fastdrop ", intf);
-         VlanIdOrNone const dropped = vlanOf(IntfId(intf));
          Seconds const t = dropped.isNone() ? 0 : lastPollTime(k, dropped, vrfId);
-         if (t > last) {
-            print("2 Updating activity bits for fastdrop route: ", k, ", vlan: ", dropped);
-            route.fastdropLastPollTimeIs(intf, t);
-         }
-         f = fastdrops.upperBound(intf);
-      }
+         if (t <= last) return;
+         print("2 Updating activity bits for fastdrop route: ", k, ", vlan: ", dropped);
+         route.fastdropLastPollTimeIs(intf, t);
+      });
    }
 
    Seconds lastPollTime(IpGenRouteKey const& k, VlanIdOrNone v, Vel::VrfId vrfId) {
@@ -689,27 +569,11 @@ class AsyncReactor final : public ModelReactor<AsyncModel, AsyncChip> {
       }
       RouteHandle const handle = handles.at(inUse);
       hook("routeLastAccessedTime", handle);
-      Seconds const t = chip_->platform().hit(handle);
+      Seconds const t = platform().hit(handle);
       print("2 last accessed time for routeHandle ", handle, ' ', t);
       return t;
    }
 };
-
-AsyncModel::~AsyncModel() {
-   releaseAll();
-}
-Ptr<AsyncChip> AsyncModel::newSwitch(unsigned c) {
-   platform_[c] = {};
-   return Qor::make<AsyncChip>(*this, c);
-}
-Ptr<AsyncReactor> AsyncModel::newReactor(unsigned c) {
-   Ptr<AsyncChip> const chip = switch_[c];
-   chip->followed = false;
-   auto const made = Qor::make<AsyncReactor>(*this, *chip);
-   made->initialize();
-   chip->followed = switch_[c] != nullptr;
-   return made;
-}
 
 class AsyncPlay : public OnVirtualTime {};
 

@@ -69,7 +69,7 @@ struct Wanted {
 };
 
 template <class Switch, class Record, class Reactor>
-class SyncWorld : public World<Switch, Record, Reactor> {
+class SyncWorld : public World<Switch, Record, Reactor, Platform> {
  public:
    SyncWorld() {
       acsd_->verifyDataIs(Qor::make<Vel::VerifyData>());
@@ -77,7 +77,6 @@ class SyncWorld : public World<Switch, Record, Reactor> {
       this->follow(acsd_->verifyData().get(), "verify");
       this->follow(l3_.get(), "l3");
    }
-   std::array<Platform, chips> platform_;
    Ptr<Vel::VelCommonSmData> const acsd_ = Qor::make<Vel::VelCommonSmData>();
    Ptr<Vel::L3Status> const l3_ = Qor::make<Vel::L3Status>();
 
@@ -102,73 +101,44 @@ class SyncWorld : public World<Switch, Record, Reactor> {
       lines.push_back(cat(sw.mtableFree(), sw.mrouteTcamFree(), sw.boundaryTcamFree(),
                           sw.mrouteReviewKick()));
    }
-   void runOfThePath(Op const& op) override {
-      unsigned const c = op.chip % chips;
-      Ptr<Switch> const sw = this->switch_[c];
-      Ptr<Reactor> const sm = this->sm_[c];
-      Platform& platform = platform_[c];
-      auto& record = this->record_[c][op.thing % slots];
-      RouteHandle& route = this->route_[c][op.other % slots];
+   void runOfThePath(Op const& op, typename SyncWorld::Things const& things) override {
+      auto const& [sw, sm, record, route, platform, set, vrf] = things;
+      auto const is = [&](unsigned action) { return op.action == action; };
       RouteHandle const handle = route;
-      VrfName const vrf = vrfName(op.chip / 2);
-      switch (op.action) {
-         case setVrf:
-            l3_->vrfNameToVrfIdIs(vrf.name(), Vel::VrfId(op.thing));
-            break;
-         case zombies:
-            l3_->multicastZombiesEnabledIs(op.other % 3);
-            break;
-         case routing:
-            this->hw_->hwRoutingIs(op.thing % 2);
-            break;
-         case reverify:
-            acsd_->verifyData()->reverifyIs(false);
-            break;
-      }
+      if (is(setVrf)) l3_->vrfNameToVrfIdIs(vrf.name(), Vel::VrfId(op.thing));
+      if (is(zombies)) l3_->multicastZombiesEnabledIs(op.other % 3);
+      if (is(routing)) this->hw_->hwRoutingIs(op.thing % 2);
+      if (is(reverify)) acsd_->verifyData()->reverifyIs(false);
       if (!sw) return;
-      switch (op.action) {
-         case allocate: {
-            sw->doAllocateMtableOifSet(setOf(op));
-            auto made = Qor::ptrCast<Record>(sw->mtableOifSet());
-            if (op.thing != 3) sw->mtableOifSetIs(nullptr);
-            std::swap(record, made);
-            break;
-         }
-         case allocateRoute: {
-            Wanted const w(op);
-            sw->doAllocateRoute(w.key, w.vlan, w.bridge, Ptr<Record>(record), op.other % 2,
-                                w.vlan.isNone(), w.rpa, vrf);
-            route = sw->routeHandle();
-            break;
-         }
-         case point:
-            if (record && sw->route(handle)) sw->doSetMtableOifSet(handle, Ptr<Record>(record));
-            break;
-         case deleteRoute:
-            if (sw->route(handle) || sw->boundary(handle)) sw->doDeleteRoute(handle);
-            break;
-         case noAge:
-            if (sw->route(handle)) sw->route(handle)->noAgeIs(op.thing % 2);
-            break;
-         case full:
-            platform.full = op.other % 8;
-            break;
-         case room:
-            platform.room = op.other;
-            break;
-         case verify:
-            if (sm) sm->handleVerify();
-            break;
-         case hit:
-            platform.hits.insert(cat(op.chip, ' ', routeKey(op.thing), ' ', vlan(op.other)));
-            break;
-         case busy:
-            platform.busy = op.thing % 2;
-            break;
-         case refuse:
-            platform.refuses = op.thing % 2;
-            break;
+      if (is(allocate)) {
+         sw->doAllocateMtableOifSet(set);
+         auto made = Qor::ptrCast<Record>(sw->mtableOifSet());
+         if (op.thing != 3) sw->mtableOifSetIs(nullptr);
+         std::swap(record, made);
       }
+      if (is(allocateRoute)) {
+         Wanted const w(op);
+         sw->doAllocateRoute(w.key, w.vlan, w.bridge, Ptr<Record>(record), op.other % 2,
+                             w.vlan.isNone(), w.rpa, vrf);
+         route = sw->routeHandle();
+      }
+      if (is(point) && record && sw->route(handle))
+         sw->doSetMtableOifSet(handle, Ptr<Record>(record));
+      if (is(deleteRoute) && (sw->route(handle) || sw->boundary(handle))) sw->doDeleteRoute(handle);
+      if (is(noAge) && sw->route(handle)) sw->route(handle)->noAgeIs(op.thing % 2);
+      if (is(full)) platform.full = op.other % 8;
+      if (is(room)) platform.room = op.other;
+      if (is(verify) && sm) sm->handleVerify();
+      if (is(hit)) platform.hits.insert(cat(op.chip, ' ', routeKey(op.thing), ' ', vlan(op.other)));
+      if (is(busy)) platform.busy = op.thing % 2;
+      if (is(refuse)) platform.refuses = op.thing % 2;
+   }
+   // The reactor is notified of a change before the listener.
+   Ptr<Reactor> beginReactor(unsigned c) override {
+      this->unfollow(l3_.get());
+      auto const made = this->newReactor(c);
+      this->follow(l3_.get(), "l3");
+      return made;
    }
 };
 
@@ -183,14 +153,8 @@ class SyncSystem final : public SystemOf<SyncWorld<MrouteSwitch, MtableOifSet, M
    using RoutePtr = Ptr<Vel::Route const>;
    using BoundaryPtr = Ptr<Vel::Boundary const>;
 
-   class Hooks final : public VelHelper::MrouteSmHelper {
-    public:
-      Hooks(SyncSystem& s, unsigned chip)
-            : MrouteSmHelper(chipNames[chip]), system(s), platform(s.platform_[chip]), me(chip) {}
-      template <class... Parts>
-      void hook(Parts const&... parts) {
-         system.hook(me, parts...);
-      }
+   struct Hooks final : HooksOf<VelHelper::MrouteSmHelper> {
+      using HooksOf::HooksOf;
       HOOK(void, mrouteSwitchInit, (U32 id, bool start), void(), id, start)
       U32 doAllocateMtableOifSet(U32 id, U32 hint, OifSetPtr set) override {
          hook("doAllocateMtableOifSet", id, hint, set->portVlanSet());
@@ -224,28 +188,16 @@ class SyncSystem final : public SystemOf<SyncWorld<MrouteSwitch, MtableOifSet, M
       HOOK(void, verifyMroute, (U32 id, U16 vrfId, RoutePtr r), void(), id, vrfId, r->handle())
       HOOK(void, verifyMrouteBoundary, (U32 id, U16 vrfId, BoundaryPtr b), void(), id, vrfId,
            b->handle())
-
-      SyncSystem& system;
-      Platform& platform;
-      unsigned const me;
    };
 
    Ptr<MrouteSwitch> newSwitch(unsigned c) override {
-      platform_[c] = {};
       helper_[c] = Qor::make<Hooks>(*this, c);
       return Vel::mrouteSwitchFactory(chipNames[c], switchId(c), acsd_, l3_, helper_[c], nullptr,
                                       hw_);
    }
-   // The reactor is notified before the listener.
-   Ptr<MrouteSwitchSm> newReactor(unsigned c) override {
-      unfollow(l3_.get());
-      unfollow(switch_[c].get());
-      auto const made =
-            Vel::MrouteSwitchSmIs(70 + c, acsd_, l3_, switch_[c], vlans_, config_, hw_, helper_[c],
-                                  zombieClock_[c], agingClock_[c], nullptr, nullptr, nullptr);
-      follow(l3_.get(), "l3");
-      if (switch_[c]) follow(switch_[c].get(), chipNames[c]);
-      return made;
+   Ptr<MrouteSwitchSm> makeReactor(unsigned c) override {
+      return Vel::MrouteSwitchSmIs(70 + c, acsd_, l3_, switch_[c], vlans_, config_, hw_, helper_[c],
+                                   zombieClock_[c], agingClock_[c], nullptr, nullptr, nullptr);
    }
    void seen(Qor::Change const& change, unsigned c) override {
       SystemOf::seen(change, c);
@@ -265,7 +217,7 @@ class SyncReactor;
 
 class SyncModel final : public ModelOf<SyncWorld<SyncChip, SyncRecord, SyncReactor>> {
  public:
-   ~SyncModel() override;
+   ~SyncModel() override { releaseAll(); }
    // The process-wide positions of the review, and of the rewriting of sets that wait.
    struct Position {
       VrfName vrf;
@@ -274,69 +226,37 @@ class SyncModel final : public ModelOf<SyncWorld<SyncChip, SyncRecord, SyncReact
    };
    Position reviewPosition_;
    SyncReactor const* rewriteStopped_ = nullptr;
-
- private:
-   Ptr<SyncChip> newSwitch(unsigned c) override;
-   Ptr<SyncReactor> newReactor(unsigned c) override;
 };
 
-class SyncRecord final : public ModelRecord<SyncRecord, ZombieKey, false> {
+class SyncRecord final : public ModelRecord<ZombieKey, false> {
  public:
-   using ModelRecord::ModelRecord;
+   SyncRecord(ModelChip& chip, OifSetPtr const& set, U32 i)
+         : ModelRecord(chip, set, i, "MtableOifSet(oifSetIndex ") {}
    bool softwareOnly() const { return members().type() == RouteKeyType::softwareOnly; }
-   friend std::ostream& operator<<(std::ostream& out, SyncRecord const& r) {
-      return out << "MtableOifSet(oifSetIndex " << r.id << ", " << r.oifSet() << ')';
-   }
 
  private:
    void printCleanup() const override { print("3 doCleanup (oifset): ", *this); }
 };
 
 // A route, or a boundary entry, which has only a vlan and a VRF.
-class SyncRoute final : public Qor::RefCounted {
+class SyncRoute final : public Entity {
  public:
    SyncRoute(ModelChip& c, RouteHandle h, IpGenRouteKey const& k, VlanIdOrNone v)
-         : side_(c.side),
-           name_(cat(chipNames[c.number], " route ", h, ' ')),
-           handle_(h),
-           key_(k),
-           vlan_(v) {}
+         : Entity(c.side, cat(c.title, " route ", h), false), handle_(h), key_(k), vlan_(v) {}
    RouteHandle handle() const { return handle_; }
    IpGenRouteKey const& key() const { return key_; }
    VlanIdOrNone acceptingVlanId() const { return vlan_; }
    VlanIdOrNone vlanId() const { return vlan_; }
-   bool fastdrop() const { return fastdrop_; }
-   void fastdropIs(bool v) { attribute("fastdrop ", fastdrop_, v, valueToStrep(v)); }
-   U32 vrfId() const { return vrfId_; }
-   void vrfIdIs(U32 v) { attribute("vrfId ", vrfId_, v, cat(v)); }
-   U32 rpaId() const { return rpaId_; }
-   void rpaIdIs(U32 v) { attribute("rpaId ", rpaId_, v, cat(v)); }
-   bool noAge() const { return noAge_; }
-   void noAgeIs(bool v) { attribute("noAge ", noAge_, v, valueToStrep(v)); }
-   Ptr<SyncRecord> const& mtableOifSet() const { return record_; }
-   void mtableOifSetIs(Ptr<SyncRecord> v) {
-      std::string const shown = cat(*v);
-      attribute("mtableOifSet ", record_, std::move(v), shown);
-   }
+   void noAgeIs(bool v) { noAge.is(v); }
 
-   bool followed = false;
+   Attribute<bool> fastdrop{this, "fastdrop"}, noAge{this, "noAge"};
+   Attribute<U32> vrfId{this, "vrfId"}, rpaId{this, "rpaId"};
+   Attribute<Ptr<SyncRecord>> mtableOifSet{this, "mtableOifSet"};
 
  private:
-   template <class T>
-   void attribute(char const* name, T& attribute, T v, std::string const& shown) {
-      if (attribute == v) return;
-      std::swap(attribute, v);
-      if (followed) side_.event(name_, name, shown);
-   }
-
-   Side& side_;
-   std::string const name_;
    RouteHandle const handle_;
    IpGenRouteKey const key_;
    VlanIdOrNone const vlan_;
-   bool fastdrop_ = false, noAge_ = false;
-   U32 vrfId_ = 0, rpaId_ = 0;
-   Ptr<SyncRecord> record_;
 };
 
 class SyncChip final : public ModelSwitch<SyncModel, SyncRecord, ZombieKey> {
@@ -348,20 +268,14 @@ class SyncChip final : public ModelSwitch<SyncModel, SyncRecord, ZombieKey> {
       hook("mrouteSwitchInit", id_, true);
    }
 
-   std::map<U32, bool> const& oifSetIndexColl() const { return indexes_; }
-   std::map<RouteHandle, RoutePtr> const& route() const { return routes_; }
-   RoutePtr route(RouteHandle h) const { return valueOf(routes_, h); }
-   std::map<RouteHandle, RoutePtr> const& boundary() const { return boundaries_; }
-   RoutePtr boundary(RouteHandle h) const { return valueOf(boundaries_, h); }
-   std::map<RouteKeyVlanId, RouteHandle> const& routeKeyToHandle() const { return handles_; }
-   RouteHandle routeKeyToHandle(RouteKeyVlanId const& k) const { return valueOf(handles_, k); }
-   bool mtableFree() const { return mtableFree_; }
-   bool mrouteTcamFree() const { return mrouteTcamFree_; }
-   void mrouteTcamFreeIs(bool v) { attribute("mrouteTcamFree", mrouteTcamFree_, v); }
-   bool boundaryTcamFree() const { return boundaryTcamFree_; }
-   U64 mrouteReviewKick() const { return kicks_; }
-   void kick() { attribute("mrouteReviewKick", kicks_, kicks_ + 1); }
-   Platform& platform() const { return world.platform_[number]; }
+   Table<U32, bool> oifSetIndexColl{this, "oifSetIndexColl"};
+   Table<RouteHandle, RoutePtr> route{this, "route"}, boundary{this, "boundary"};
+   Table<RouteKeyVlanId, RouteHandle> routeKeyToHandle{this, "routeKeyToHandle"};
+   Attribute<bool> mtableFree{this, "mtableFree", true},
+         mrouteTcamFree{this, "mrouteTcamFree", true},
+         boundaryTcamFree{this, "boundaryTcamFree", true};
+   Attribute<U64> mrouteReviewKick{this, "mrouteReviewKick"};
+   void kick() { mrouteReviewKick.is(mrouteReviewKick() + 1); }
 
    void doAllocateMtableOifSet(OifSetPtr const& set) {
       PortVlanSet const& members = set->portVlanSet();
@@ -383,11 +297,11 @@ class SyncChip final : public ModelSwitch<SyncModel, SyncRecord, ZombieKey> {
          if (existing->isZombie()) {
             print("2 Resurrecting zombie oifSetIndex: 0x", std::hex, existing->id);
             zombieOifSetDel(existing->zombie());
-            existing->zombieIs(ZombieKey());
+            existing->zombie.is(ZombieKey());
             // A failure may have disarmed the zombie.
-            if (!members.currentIif().isNull() && !frr_.contains(set)) {
+            if (!members.currentIif().isNull() && !frrMtableOifSet().contains(set)) {
                print("2  Adding Frr oifSetIndex: ", existing->id);
-               frrMtableOifSetIs(set, existing.get());
+               frrMtableOifSet.is(set, existing->serial);
             }
          }
          print("2 Sharing existing oifSetIndex: ", existing->id);
@@ -398,7 +312,7 @@ class SyncChip final : public ModelSwitch<SyncModel, SyncRecord, ZombieKey> {
       if (platform().full & 4) {
          print("2 No multicast group available. Skipping oif allocation");
          mtableOifSetIs(nullptr);
-         return attribute("mtableFree", mtableFree_, false);
+         return mtableFree.is(false);
       }
       hook("doAllocateMtableOifSet", id_, existing && existing->id != 0 ? 0xFFFFFFFE : 0, members);
       U32 const index = platform().index(members);
@@ -406,51 +320,15 @@ class SyncChip final : public ModelSwitch<SyncModel, SyncRecord, ZombieKey> {
          print("2 Full multicast replication table. Skipping oif allocation");
          return mtableOifSetIs(nullptr);
       }
-      is("oifSetIndexColl", indexes_, index, true);
+      oifSetIndexColl.is(index, true);
       RecordPtr const record = Qor::make<SyncRecord>(*this, set, index);
-      inUseOifSetIs(set, record.get());
+      inUseOifSet.is(set, record->serial);
       if (!members.currentIif().isNull()) {
          print("2  Adding Frr oifSetIndex: ", index);
-         frrMtableOifSetIs(set, record.get());
+         frrMtableOifSet.is(set, record->serial);
       }
       mtableOifSetIs(record);
       print("2 Allocated oifSetIndex: ", index);
-      requestVerify();
-   }
-
-   void handleFree(Qor::RefCounted& freed) override {
-      Ptr<SyncChip> const held(this);
-      auto& r = static_cast<SyncRecord&>(freed);
-      print("2 handleFreeMtableOifSet, OifSet: ", r, ", OifSetIndex: ", r.id);
-      if (r.deleted()) return print("3 OifSet resources already freed ");
-      if (deleted()) {
-         print("3 MrouteSwitch deletion - skipping delayed deletion of oifSet");
-      } else if (r.isZombie()) {
-         print("3 Now freeing zombie oifSet");
-         if (valueOf(zombies_, r.zombie()).get() == &r) zombieOifSetDel(r.zombie());
-      } else if (r.softwareOnly()) {
-         print("3 OifSet not used in hw - skipping delayed deletion");
-      } else if (!world.l3_->multicastZombiesEnabled()) {
-         print("3 Zombies are not enabled");
-      } else {
-         print("2 Adding zombie");
-         ZombieKey const key(r.id, world.now() + 4);
-         r.zombieIs(key);
-         if (r.zombie() == key) zombieOifSetIs(&r);
-         return requestVerify();
-      }
-      print("2 Freeing OifSetIndex: ", r.id);
-      inUseOifSetDel(r.oifSet());
-      frrMtableOifSetDel(r.oifSet());
-      frrProcessingOifSetDel(r.oifSet());
-      r.deletedIs(true);
-      del("oifSetIndexColl", indexes_, r.id);
-      hook("handleFreeMtableOifSet", id_, r);
-      platform().indexes.erase(r.id);
-      if (!mtableFree_) {
-         print("2 Free space now available in multicast group table");
-         attribute("mtableFree", mtableFree_, true);
-      }
       requestVerify();
    }
 
@@ -464,9 +342,9 @@ class SyncChip final : public ModelSwitch<SyncModel, SyncRecord, ZombieKey> {
       if (bridge) return allocateBoundary(k, v, vrfId);
       if (k.source() == prefix("239.0.0.9/32")) {
          print("2 Multicast source address for mroute");
-         return routeHandleIs(RouteHandle());
+         return routeHandle.is(RouteHandle());
       }
-      if (rpaId.value() == 0xFFFE) return routeHandleIs(RouteHandle());
+      if (rpaId.value() == 0xFFFE) return routeHandle.is(RouteHandle());
       unsigned const rpa = rpaId.value() == 0xFFFF ? 0 : rpaId.value();
       U32 const index = record ? record->id : 0;
       if (noRpf) {
@@ -479,19 +357,19 @@ class SyncChip final : public ModelSwitch<SyncModel, SyncRecord, ZombieKey> {
          hook("mrouteFull", id_);
          if (platform().full & 1) {
             print("2 Full mroute table");
-            mrouteTcamFreeIs(false);
+            mrouteTcamFree.is(false);
          }
-         return routeHandleIs(handle);
+         return routeHandle.is(handle);
       }
       RoutePtr const made = Qor::make<SyncRoute>(*this, handle, k, v);
       made->followed = isSeen();
-      is("route", routes_, handle, made);
-      is("routeKeyToHandle", handles_, RouteKeyVlanId(k, v), handle);
-      made->fastdropIs(fastdrop);
-      made->vrfIdIs(vrfId);
-      made->rpaIdIs(rpa);
+      route.is(handle, made);
+      routeKeyToHandle.is(RouteKeyVlanId(k, v), handle);
+      made->fastdrop.is(fastdrop);
+      made->vrfId.is(vrfId);
+      made->rpaId.is(rpa);
       world.l3_->multicastReviewPendingInc();
-      routeHandleIs(handle);
+      routeHandle.is(handle);
       requestVerify();
    }
 
@@ -502,7 +380,7 @@ class SyncChip final : public ModelSwitch<SyncModel, SyncRecord, ZombieKey> {
             ", oifSetIndex: ", record->id);
       if (r->mtableOifSet() == record) return print("2 Mroute unchanged, nothing to do");
       hook("doSetMtableOifSet", id_, r->vrfId(), handle, r->key(), record->id);
-      r->mtableOifSetIs(record);
+      r->mtableOifSet.is(record, cat(*record));
       requestVerify();
    }
 
@@ -511,21 +389,21 @@ class SyncChip final : public ModelSwitch<SyncModel, SyncRecord, ZombieKey> {
          print("2 doDeleteRoute, vrfId: ", r->vrfId(), ", Route: ", handle, ' ', r->key());
          hook("doDeleteMroute", id_, r->vrfId(), handle, r->key());
          platform().handles.erase(handle.value());
-         del("routeKeyToHandle", handles_, RouteKeyVlanId(r->key(), r->acceptingVlanId()));
+         routeKeyToHandle.del(RouteKeyVlanId(r->key(), r->acceptingVlanId()));
          print("2 doDeleteRoute, Route: ", handle,
                ", oifSetIndex: ", r->mtableOifSet() ? r->mtableOifSet()->id : 0);
-         del("route", routes_, handle);
+         route.del(handle);
       } else {
          print("2 doDeleteRoute, Boundary: ", handle);
          RoutePtr const b = boundary(handle);
          hook("doDeleteMrouteBoundary", id_, b->vrfId(), handle, b->key());
          platform().handles.erase(handle.value());
-         del("boundary", boundaries_, handle);
-         if (!boundaryTcamFree_) {
+         boundary.del(handle);
+         if (!boundaryTcamFree()) {
             hook("mrouteBoundaryFull", id_);
             if (!(platform().full & 2)) {
                print("2 Boundary entries now available - set boundaryTcamFree true");
-               attribute("boundaryTcamFree", boundaryTcamFree_, true);
+               boundaryTcamFree.is(true);
             }
          }
       }
@@ -537,20 +415,18 @@ class SyncChip final : public ModelSwitch<SyncModel, SyncRecord, ZombieKey> {
 
    void handleVerify() {
       print("2 handleVerify, switch # ", id_);
-      for (auto it = routes_.begin(); it != routes_.end();) {
-         auto const [handle, r] = *it;
-         print("2 Verifying route ", handle);
-         hook("verifyMroute", id_, r->vrfId(), handle);
-         it = routes_.upper_bound(handle);
-      }
-      for (auto it = boundaries_.begin(); it != boundaries_.end();) {
-         auto const [handle, b] = *it;
-         print("2 Verifying boundary");
-         hook("verifyMrouteBoundary", id_, b->vrfId(), handle);
-         it = boundaries_.upper_bound(handle);
-      }
+      auto const verifyAll = [&](auto const& entries, std::string const& text, char const* name) {
+         for (auto it = entries().begin(); it != entries().end();) {
+            auto const [handle, entry] = *it;
+            print("2 Verifying ", text, text == "route " ? cat(handle) : "");
+            hook(name, id_, entry->vrfId(), handle);
+            it = entries().upper_bound(handle);
+         }
+      };
+      verifyAll(route, "route ", "verifyMroute");
+      verifyAll(boundary, "boundary", "verifyMrouteBoundary");
    }
-   void requestVerify() { world.acsd_->verifyData()->reverifyIs(true); }
+   void requestVerify() const override { world.acsd_->verifyData()->reverifyIs(true); }
 
  private:
    void zeroReferencesIs(bool) override {
@@ -558,11 +434,49 @@ class SyncChip final : public ModelSwitch<SyncModel, SyncRecord, ZombieKey> {
       print("2 doCleanup, switch # ", id_);
       hook("mrouteSwitchInit", id_, false);
       mtableOifSetIs(nullptr);
-      delAll("routeKeyToHandle", handles_);
-      delAll("route", routes_);
-      delAll("boundary", boundaries_);
+      routeKeyToHandle.delAll();
+      route.delAll();
+      boundary.delAll();
       recordsDelAll();
-      delAll("oifSetIndexColl", indexes_);
+      oifSetIndexColl.delAll();
+   }
+
+   void printFree(SyncRecord const& r) const override {
+      print("2 handleFreeMtableOifSet, OifSet: ", r, ", OifSetIndex: ", r.id);
+      if (r.deleted()) print("3 OifSet resources already freed ");
+   }
+   bool freesAtOnce(SyncRecord const& r) const override {
+      if (deleted()) {
+         print("3 MrouteSwitch deletion - skipping delayed deletion of oifSet");
+      } else if (r.isZombie()) {
+         print("3 Now freeing zombie oifSet");
+      } else if (r.softwareOnly()) {
+         print("3 OifSet not used in hw - skipping delayed deletion");
+      } else if (!world.l3_->multicastZombiesEnabled()) {
+         print("3 Zombies are not enabled");
+      } else {
+         return false;
+      }
+      return true;
+   }
+   ZombieKey newZombie(SyncRecord& r) const override {
+      print("2 Adding zombie");
+      return ZombieKey(r.id, world.now() + 4);
+   }
+   void freeNow(SyncRecord& r) override {
+      if (!deleted() && zombieOifSet(r.zombie()).get() == &r) zombieOifSetDel(r.zombie());
+      print("2 Freeing OifSetIndex: ", r.id);
+      inUseOifSet.del(r.oifSet());
+      frrMtableOifSet.del(r.oifSet());
+      frrProcessingOifSet.del(r.oifSet());
+      r.deleted.is(true);
+      oifSetIndexColl.del(r.id);
+      hook("handleFreeMtableOifSet", id_, r);
+      platform().indexes.erase(r.id);
+      if (!mtableFree()) {
+         print("2 Free space now available in multicast group table");
+         mtableFree.is(true);
+      }
    }
 
    void allocateBoundary(IpGenRouteKey const& k, VlanIdOrNone v, U32 vrfId) {
@@ -572,22 +486,17 @@ class SyncChip final : public ModelSwitch<SyncModel, SyncRecord, ZombieKey> {
          hook("mrouteBoundaryFull", id_);
          if (platform().full & 2) {
             print("2 Full boundary table");
-            attribute("boundaryTcamFree", boundaryTcamFree_, false);
+            boundaryTcamFree.is(false);
          }
-         return routeHandleIs(handle);
+         return routeHandle.is(handle);
       }
       RoutePtr const made = Qor::make<SyncRoute>(*this, handle, k, v);
-      is("boundary", boundaries_, handle, made);
-      made->vrfIdIs(vrfId);
-      routeHandleIs(handle);
+      boundary.is(handle, made);
+      made->vrfId.is(vrfId);
+      routeHandle.is(handle);
    }
 
    U32 const id_ = switchId(number);
-   std::map<U32, bool> indexes_;
-   std::map<RouteHandle, RoutePtr> routes_, boundaries_;
-   std::map<RouteKeyVlanId, RouteHandle> handles_;
-   bool mtableFree_ = true, mrouteTcamFree_ = true, boundaryTcamFree_ = true;
-   U64 kicks_ = 0;
 };
 
 class SyncReactor final : public ModelReactor<SyncModel, SyncChip> {
@@ -617,41 +526,13 @@ class SyncReactor final : public ModelReactor<SyncModel, SyncChip> {
       chip_->handleVerify();
    }
 
-   void handleZombieClock() {
-      Ptr<SyncReactor> const self(this);
-      print("6 handleZombieClock");
-      auto const& zombies = chip_->zombieOifSet();
-      while (!zombies.empty()) {
-         auto const& [key, first] = *zombies.begin();
-         if (first->zombie().expiryTime() > world_.now()) break;
-         print("5 Removing zombie OifSetIndex: ", first->id);
-         print("blip handleZombieClock ", first->id);
-         chip_->zombieOifSetDel(key);
-      }
-      if (chip_->deleted()) zombieClock().timeMinIs(Qor::never);
-      handleZombie();
-   }
-
    void updateFrrMtableOif(IntfId failed) {
       Ptr<SyncReactor> const self(this);
       SyncChip& c = *chip_;
       RerouteTime const time(world_);
       print("8 void Vel::MrouteSwitchSm::updateFrrMtableOif(Lnet::IntfId) FrrSwitch from ", failed,
             ", frrOifs ", c.frrMtableOifSet().size());
-      auto const liveRecord = [&](OifSetPtr const& set) {
-         auto const record = c.inUseRecord(set);
-         return record && record->isZombie() ? nullptr : record;
-      };
-      // The first notification shows which set is taken.
-      auto const firstLine = [&](auto const& entry) {
-         OifSetPtr const& set = entry.first;
-         if (!reroutedOn(set, failed)) return cat("8  skip frrMtableOif ", set->portVlanSet());
-         auto const record = liveRecord(set);
-         bool const turnsDirty = record && !record->dirty() && record->followed;
-         return turnsDirty ? cat(chipNames[c.number], ' ', *record, " dirty True")
-                           : cat(chipNames[c.number], " frrMtableOifSet of ", set, " |");
-      };
-      lookAtArmed(firstLine, [&](OifSetPtr const& set, U64) {
+      lookAtArmed([&](OifSetPtr const& set, U64) {
          PortVlanSet const& members = set->portVlanSet();
          if (!reroutedOn(set, failed)) {
             print("8  skip frrMtableOif ", members);
@@ -662,17 +543,15 @@ class SyncReactor final : public ModelReactor<SyncModel, SyncChip> {
                   members.portVlanFrr().size());
          }
          auto const held = c.inUseRecord(set);  // until its set has been moved
-         auto const record = liveRecord(set);
-         if (record) record->dirtyIs(true);
+         bool const live = held && !held->isZombie();
+         if (live) held->dirty.is(true);
          c.frrMtableOifSetDel(set);
-         if (record) c.frrProcessingOifSetIs(set, record.get());
+         if (live) c.frrProcessingOifSetIs(set, held.get());
       });
       rewriteWaitingUntil(time.deadline);
    }
 
-   void handleClock() { rewriteWaitingUntil(world_.now() + 0.1); }
-
-   void rewriteWaitingUntil(Seconds deadline) {
+   void rewriteWaitingUntil(Seconds deadline) override {
       Ptr<SyncReactor> const self(this);
       SyncChip& c = *chip_;
       // The model does not know the position of the last pass.
@@ -680,20 +559,10 @@ class SyncReactor final : public ModelReactor<SyncModel, SyncChip> {
             "8 void Vel::MrouteSwitchSm::handleClock()review FrrProcessingOifSet: ";
       bool const stopped = world_.rewriteStopped_ && world_.nextLine().starts_with(from);
       print(stopped ? world_.nextLine() : from + "null");
-      auto const isRewritten = [&](OifSetPtr const& set, U64 serial) {
+      rewriteWaiting(deadline, [&](OifSetPtr const& set, U64 serial) {
          auto const record = c.record(set, serial);
-         return record && c.inUseOifSet().contains(set) && !record->isZombie();
-      };
-      auto const firstLine = [&](auto const& entry) {
-         auto const& [set, serial] = entry;
-         auto const& backups = set->portVlanSet().portVlanFrr();
-         if (!isRewritten(set, serial))
-            return cat(chipNames[c.number], " frrProcessingOifSet of ", set, " |");
-         return backups.empty() ? cat("8 original pvSet", set->portVlanSet())
-                                : cat("8 add port ", backups.begin()->first);
-      };
-      rewriteWaiting(deadline, firstLine, [&](OifSetPtr const& set, U64 serial) {
-         if (isRewritten(set, serial)) rewriteSet(set, c.record(set, serial)->id);
+         if (record && c.inUseOifSet().contains(set) && !record->isZombie())
+            rewriteSet(set, record->id);
       });
       if (!c.frrProcessingOifSet().empty()) {
          world_.rewriteStopped_ = this;
@@ -711,48 +580,41 @@ class SyncReactor final : public ModelReactor<SyncModel, SyncChip> {
       bool const byClock = armed();
       auto const stopped = [&] { return byClock && !armed(); };
       SyncModel::Position const last = std::exchange(world_.reviewPosition_, {});
-      auto const& vrfs = world_.hw_->vrfStatus();
       bool const goesOn = last.reactor && world_.hw_->vrfStatus(last.vrf);
-      auto const firstOf = [&](auto const& v) {
-         bool const inside = goesOn && v->first == last.vrf;
-         return inside ? v->second->route().upperBound(last.key) : v->second->route().begin();
-      };
-      auto const begin = goesOn ? vrfs.lowerBound(last.vrf) : vrfs.begin();
+      SyncModel::Position const from = goesOn ? last : SyncModel::Position();
       if (last.reactor) {
          IpGenRouteKey following;
-         for (auto v = begin; v != vrfs.end() && following.isNull(); ++v) {
-            if (auto const r = firstOf(v); r != v->second->route().end()) following = r->first;
-         }
+         eachRoute(
+               from.vrf, from.key, [](auto&) { return true; },
+               [&](auto&, auto const& route) {
+                  following = route.key();
+                  return false;
+               });
          print("6 Current routeIter: ", following);
       }
       if (!goesOn) {
          print("6 VrfItr not found - restarting review and refreshing the cache");
          hook("mrouteHitBitCacheRefresh", id);
-         if (chip->platform().busy) return print("6 cmdInProgress_ ");
+         if (platform().busy) return print("6 cmdInProgress_ ");
          if (stopped()) return;
       }
       Seconds const deadline = world_.now() + 0.05;
       unsigned reviewed = 0;
-      bool complete = true;
-      for (auto v = goesOn ? vrfs.lowerBound(last.vrf) : vrfs.begin();
-           complete && v != vrfs.end();) {
-         auto const [name, status] = *v;
+      U32 vrfId = 0;
+      auto const enter = [&](VrfName const& name) {
          print("5 Iterating VRF ", name);
-         U32 const vrfId = world_.l3_->vrfNameToVrfId(name.name()).value();
-         for (auto r = firstOf(v);
-              complete && r != status->route().end() && world_.hw_->vrfStatus(name) == status;) {
-            auto const [k, route] = *r;
-            reviewRoute(*route, vrfId);
-            ++reviewed;
-            if (world_.now() > deadline) {
+         vrfId = world_.l3_->vrfNameToVrfId(name.name()).value();
+         return true;
+      };
+      bool const complete = eachRoute(
+            from.vrf, from.key, enter, [&](VrfName const& name, Hardware::RouteStatus& route) {
+               reviewRoute(route, vrfId);
+               ++reviewed;
+               if (world_.now() <= deadline) return true;
                print("6 Route aging review quota reached (reviewed ", reviewed, " routes)");
-               world_.reviewPosition_ = {name, k, this};
-               complete = false;
-            }
-            r = status->route().upperBound(k);
-         }
-         v = vrfs.upperBound(name);
-      }
+               world_.reviewPosition_ = {name, route.key(), this};
+               return false;
+            });
       if (complete) {
          print("6 Review completed");
          hook("doCommitMrouteBatch");
@@ -774,52 +636,38 @@ class SyncReactor final : public ModelReactor<SyncModel, SyncChip> {
       void onMulticastReviewPending() override { call(); }
       std::function<void()> call;
    };
-   void zeroReferencesIs(bool) override {
-      SyncChip& c = *chip_;
-      print("4 doCleanup, state machine # ", 70 + c.number);
-      c.deletedIs(true);
-      for (unsigned n = 0; !c.zombieOifSet().empty(); ++n) {
-         auto const [key, record] = *c.zombieOifSet().begin();
-         print("4 Deleting zombie oifSetIndex: ", record->id, ", iter ", n);
-         print("blip doCleanup, Delete zombie oifSetIndex: ", record->id);
-         c.zombieOifSetDel(key);
-      }
-      disarm();
+   ZombieTexts const& texts() const override {
+      static constexpr ZombieTexts all = {
+            .clock = "6 handleZombieClock",
+            .removed = {"5 Removing zombie OifSetIndex: ", "handleZombieClock "},
+            .unfinished = nullptr,
+            .review = "6 handleZombie",
+            .marked = "6 MrouteSwitch marked for deletion - skipping zombie handling",
+            .none = "5 Resetting zombie timer",
+            .first = {"5 Setting timer for oifSetIndex: ",
+                      "handleZombie, Set timer for zombie oifSetIndex: "},
+            .atEnd = {"4 Deleting zombie oifSetIndex: ", "doCleanup, Delete zombie oifSetIndex: "}};
+      return all;
+   }
+   void printCleanup() const override {
+      print("4 doCleanup, state machine # ", 70 + chip_->number);
+   }
+   void end() override {
       reviewStopped();
       if (world_.rewriteStopped_ == this) world_.rewriteStopped_ = nullptr;
       onReview_.notifierIs(nullptr);
-      onInterval_.notifierIs(nullptr);
-      c.react = nullptr;
    }
    void reviewStopped() {
       if (world_.reviewPosition_.reactor == this) world_.reviewPosition_ = {};
-   }
-
-   void handleZombie() {
-      auto const& all = chip_->zombieOifSet();
-      print("6 handleZombie");
-      if (!initialized_) return;
-      if (chip_->deleted())
-         return print("6 MrouteSwitch marked for deletion - skipping zombie handling");
-      if (all.empty()) {
-         zombieClock().timeMinIs(Qor::never);
-         print("5 Resetting zombie timer");
-      } else {
-         SyncRecord const& first = *all.begin()->second;
-         print("5 Setting timer for oifSetIndex: ", first.id);
-         print("blip handleZombie, Set timer for zombie oifSetIndex: ", first.id);
-         zombieClock().timeMinIs(first.zombie().expiryTime());
-      }
-      chip_->requestVerify();
    }
 
    void scheduleRoutesReview() {
       Ptr<SyncReactor> const self(this);
       if (!chip_->mrouteTcamFree()) {
          hook("mrouteFull", 70 + chip_->number);
-         if (!(chip_->platform().full & 1)) {
+         if (!(platform().full & 1)) {
             print("5 Free space now available in the mroute table");
-            chip_->mrouteTcamFreeIs(true);
+            chip_->mrouteTcamFree.is(true);
          }
       }
       scheduleAgingReview();
@@ -857,14 +705,14 @@ class SyncReactor final : public ModelReactor<SyncModel, SyncChip> {
       print("blip MrouteSwitchSm::handleClock Overwrite with pvSet ", backupOf(set),
             " to oifSetIndex: ", index);
       hook("doAllocateMtableOifSet", switchId(chip_->number), index, backupOf(set));
-      if (!chip_->platform().refuses) return;
+      if (!platform().refuses) return;
       print("8 : HW resource full ");
       print("blip MrouteSwitchSm::handleClockHW resource full");
    }
 
    bool isHit(IpGenRouteKey const& k, VlanIdOrNone v, U32 vrfId) {
       hook("mrouteHitBit", switchId(chip_->number), vrfId, k, v, false);
-      return chip_->platform().isHit(vrfId, k, v);
+      return platform().isHit(vrfId, k, v);
    }
 
    void reviewRoute(Hardware::RouteStatus& status, U32 vrfId) {
@@ -882,39 +730,16 @@ class SyncReactor final : public ModelReactor<SyncModel, SyncChip> {
             status.lastPollTimeIs(world_.now());
          }
       }
-      auto const& fastdrops = status.fastdropLastPollTime();
-      for (auto f = fastdrops.begin(); f != fastdrops.end();) {
-         Qor::Name const intf = f->first;
+      eachFastdrop(status, [&](Qor::Name intf, VlanIdOrNone dropped, Seconds) {
          print("7 Reviewing fastdrop ", intf);
-         VlanIdOrNone const dropped = vlanOf(IntfId(intf));
-         if (!dropped.isNone() && isHit(k, dropped, vrfId)) {
-            print("5 Updating activity bits for fastdrop route", k, " on vlan ", dropped);
-            status.fastdropLastPollTimeIs(intf, world_.now());
-         }
-         f = fastdrops.upperBound(intf);
-      }
+         if (dropped.isNone() || !isHit(k, dropped, vrfId)) return;
+         print("5 Updating activity bits for fastdrop route", k, " on vlan ", dropped);
+         status.fastdropLastPollTimeIs(intf, world_.now());
+      });
    }
 
    OnReview onReview_;
 };
-
-SyncModel::~SyncModel() {
-   releaseAll();
-}
-Ptr<SyncChip> SyncModel::newSwitch(unsigned c) {
-   platform_[c] = {};
-   return Qor::make<SyncChip>(*this, c);
-}
-Ptr<SyncReactor> SyncModel::newReactor(unsigned c) {
-   unfollow(l3_.get());
-   Ptr<SyncChip> const chip = switch_[c];
-   chip->followed = false;
-   auto const made = Qor::make<SyncReactor>(*this, *chip);
-   made->initialize();
-   chip->followed = switch_[c] != nullptr;
-   follow(l3_.get(), "l3");
-   return made;
-}
 
 class SyncPlay : public OnVirtualTime {};
 

@@ -1,5 +1,5 @@
 // An explanation as text. Lines end with the origin of their facts.
-#include <fmt/ostream.h>
+#include <fmt/format.h>
 
 #include <nlohmann/json.hpp>
 #include <utility>
@@ -88,7 +88,7 @@ class ExplanationText {
  private:
    template <class... Args>
    void line(char const* label, fmt::format_string<Args...> format, Args&&... args) {
-      fmt::print(os_, "   {:<11}{}\n", label, fmt::format(format, std::forward<Args>(args)...));
+      os_ << fmt::format("   {:<11}{}\n", label, fmt::format(format, std::forward<Args>(args)...));
    }
 
    std::string readAt() const {
@@ -106,12 +106,13 @@ class ExplanationText {
 
    void printSource(ordered_json const& r) {
       std::size_t const causes = r.at("causes").size();
-      fmt::print(os_, "{}: {}{}\n", name(r), text(r, "headline"),
-                 causes > 1 ? fmt::format(" (and {})", number(causes - 1, "more", "more")) : "");
+      os_ << fmt::format(
+            "{}: {}{}\n", name(r), text(r, "headline"),
+            causes > 1 ? fmt::format(" (and {})", number(causes - 1, "more", "more")) : "");
    }
 
    void printRoute(ordered_json const& r) {
-      fmt::print(os_, "{}: {}.\n", name(r), text(r, "headline"));
+      os_ << fmt::format("{}: {}.\n", name(r), text(r, "headline"));
       for (std::size_t i = 1; i < r.at("causes").size(); ++i)
          line("also", "{}", text(r.at("causes").at(i), "text"));
       printState(r);
@@ -295,9 +296,9 @@ class ExplanationText {
    void printNear() {
       ordered_json const& asked = all_.at("question");
       bool const ofGroup = !asked.contains("src");
-      fmt::print(os_, "No route {} is wanted in {}.\n",
-                 ofGroup ? "of group " + text(asked, "dst") : keyOf(asked),
-                 asked.contains("vrf") ? "VRF " + text(asked, "vrf") : "any VRF");
+      os_ << fmt::format("No route {} is wanted in {}.\n",
+                         ofGroup ? "of group " + text(asked, "dst") : keyOf(asked),
+                         asked.contains("vrf") ? "VRF " + text(asked, "vrf") : "any VRF");
       ordered_json const& near = all_.at("near");
       if (ordered_json const& nearest = near.at("nearest"); !nearest.empty()) {
          std::string names;

@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "Lnet/IpGenAddr.h"
+#include "agent/input/Characters.h"
 #include "agent/input/LineSource.h"
 
 namespace Agent {
@@ -16,10 +17,6 @@ namespace {
 using enum InputKind;
 
 constexpr std::string_view blanks = " \t\r\n";
-
-bool isDigit(char c) {
-   return c >= '0' && c <= '9';
-}
 
 std::string_view skipped(std::string_view text) {
    text.remove_prefix(std::min(text.find_first_not_of(blanks), text.size()));

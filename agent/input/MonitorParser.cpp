@@ -5,6 +5,7 @@
 #include <chrono>
 #include <utility>
 
+#include "agent/input/Characters.h"
 #include "agent/input/PrintableText.h"
 #include "agent/input/RouteFields.h"
 
@@ -24,10 +25,6 @@ Event& reused(CaptureEvent& event) {
 
 bool isBlank(char c) {
    return c == ' ' || c == '\t';
-}
-
-bool isDigit(char c) {
-   return c >= '0' && c <= '9';
 }
 
 bool isUpper(char c) {

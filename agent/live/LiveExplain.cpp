@@ -1,6 +1,6 @@
 #include "agent/live/LiveExplain.h"
 
-#include <fmt/ostream.h>
+#include <fmt/format.h>
 
 #include <nlohmann/json.hpp>
 
@@ -43,11 +43,12 @@ void printKernelRoutes(std::ostream& os, ordered_json const& explanation, bool t
       std::string oifs;
       for (ordered_json const& output : route.at("multipath"))
          oifs += (oifs.empty() ? "" : " ") + output.at("oif").get<std::string>();
-      fmt::print(os, "{}({}, {}) of table {} in {} out {}: {}{}\n", trapped ? "" : "   kernel     ",
-                 route.at("src").get<std::string>(), route.at("dst").get<std::string>(),
-                 route.at("table").get<Qor::U32>(), route.value("iif", "-"),
-                 oifs.empty() ? "-" : oifs, route.at("state").get<std::string>(),
-                 route.contains("reason") ? ": " + route.at("reason").get<std::string>() : "");
+      os << fmt::format(
+            "{}({}, {}) of table {} in {} out {}: {}{}\n", trapped ? "" : "   kernel     ",
+            route.at("src").get<std::string>(), route.at("dst").get<std::string>(),
+            route.at("table").get<Qor::U32>(), route.value("iif", "-"), oifs.empty() ? "-" : oifs,
+            route.at("state").get<std::string>(),
+            route.contains("reason") ? ": " + route.at("reason").get<std::string>() : "");
    }
 }
 

@@ -4,8 +4,6 @@
 
 namespace Agent {
 
-using VelMroute::RouteState;
-
 std::string_view nameOf(ReportedState state) {
    static constexpr std::string_view names[] = {"offloaded", "pending", "waiting", "failed",
                                                 "trapped"};
@@ -19,31 +17,31 @@ std::optional<ReportedState> reportedStateNamed(std::string_view name) {
    return *found;
 }
 
-ReportedState reportedState(RouteState state) {
+ReportedState reportedState(VelMroute::RouteState state) {
    switch (state) {
-      case RouteState::queued:
-      case RouteState::programming:
+      case VelMroute::RouteState::queued:
+      case VelMroute::RouteState::programming:
          return ReportedState::pending;
-      case RouteState::inHardware:
+      case VelMroute::RouteState::inHardware:
          return ReportedState::offloaded;
-      case RouteState::failed:
+      case VelMroute::RouteState::failed:
          return ReportedState::failed;
       default:
          return ReportedState::waiting;
    }
 }
 
-std::string_view waitsFor(RouteState state) {
+std::string_view waitsFor(VelMroute::RouteState state) {
    switch (state) {
-      case RouteState::waitingGroup:
+      case VelMroute::RouteState::waitingGroup:
          return "group";
-      case RouteState::waitingEntry:
+      case VelMroute::RouteState::waitingEntry:
          return "entry";
-      case RouteState::waitingBoundary:
+      case VelMroute::RouteState::waitingBoundary:
          return "boundary";
-      case RouteState::waitingVrf:
+      case VelMroute::RouteState::waitingVrf:
          return "vrf";
-      case RouteState::waitingVlan:
+      case VelMroute::RouteState::waitingVlan:
          return "vlan";
       default:
          return "";

@@ -1,11 +1,12 @@
 #include "agent/report/RunReport.h"
 
-#include <fmt/ostream.h>
+#include <fmt/format.h>
 
 #include <iostream>
 #include <nlohmann/json.hpp>
 #include <utility>
 
+#include "Qor/TextStream.h"
 #include "agent/report/ErrorOutput.h"
 #include "agent/report/Summary.h"
 #include "agent/report/Views.h"
@@ -33,7 +34,7 @@ bool printHookFaults(Switch const& theSwitch) {
    if (!faults || faults->count() == 0) return true;
    printError(fmt::format("the hooks break their contract, {} faults found", faults->count()));
    for (VelMroute::HookFault const& fault : faults->list())
-      printError(fmt::format("hooks: {}", fmt::streamed(fault)));
+      printError(fmt::format("hooks: {}", Qor::printed(fault)));
    // The list has ten faults of each rule.
    if (faults->list().size() < faults->count()) {
       printError(fmt::format("and {} more faults of these rules",

@@ -1,5 +1,5 @@
 // The summary of a run as lines of text.
-#include <fmt/ostream.h>
+#include <fmt/format.h>
 
 #include <nlohmann/json.hpp>
 #include <string>
@@ -64,7 +64,7 @@ class SummaryText {
  private:
    template <class... Args>
    void line(std::string_view label, fmt::format_string<Args...> format, Args&&... args) const {
-      fmt::print(os_, "{:<15}{}\n", label, fmt::format(format, std::forward<Args>(args)...));
+      os_ << fmt::format("{:<15}{}\n", label, fmt::format(format, std::forward<Args>(args)...));
    }
 
    void printScenario(ordered_json const& scenario) const {
@@ -144,12 +144,12 @@ class SummaryText {
       std::size_t listed = 0;
       for (auto const& route : routes) {
          if (listed++ == listedRoutes) {
-            fmt::print(os_, "   and {} more: --show routes lists all\n",
-                       routes.size() - listedRoutes);
+            os_ << fmt::format("   and {} more: --show routes lists all\n",
+                               routes.size() - listedRoutes);
             return;
          }
-         fmt::print(os_, "   vrf {} ({}, {}): {}\n", text(route, "vrf"), text(route, "src"),
-                    text(route, "dst"), text(route, "reason"));
+         os_ << fmt::format("   vrf {} ({}, {}): {}\n", text(route, "vrf"), text(route, "src"),
+                            text(route, "dst"), text(route, "reason"));
       }
    }
 

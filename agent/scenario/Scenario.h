@@ -107,7 +107,7 @@ struct Link {
    Interface::IntfOperStatus state{};
 };
 
-struct Bfd {
+struct BfdSession {
    ::Bfd::Peer peer;
    std::optional<::Bfd::OperState> state;  // absent: the session is removed
 };
@@ -278,8 +278,8 @@ struct Expect {
    bool check = false;        // all routes forward as wanted
 };
 
-using Event = std::variant<Settings, Route, Withdraw, Link, Bfd, Traffic, Config, Counter, Fault,
-                           Restart, Mark, Show, Expect>;
+using Event = std::variant<Settings, Route, Withdraw, Link, BfdSession, Traffic, Config, Counter,
+                           Fault, Restart, Mark, Show, Expect>;
 
 // One line of a scenario.
 struct Line {

@@ -87,7 +87,7 @@ Link linkFrom(json const& value) {
    return link;
 }
 
-Scenario::Bfd bfdFrom(json const& value) {
+Scenario::BfdSession bfdFrom(json const& value) {
    using ::Bfd::OperState;
    using ::Bfd::SessionType;
    Fields const fields(value, "bfd", {"vrf", "intf", "ip", "type", "state"});
@@ -106,7 +106,7 @@ Scenario::Bfd bfdFrom(json const& value) {
    for (auto const& [name, state] : namesOf(OperState::adminDown, OperState::up))
       names.emplace_back(name, state);
    names.emplace_back("removed", std::nullopt);
-   Scenario::Bfd bfd;
+   Scenario::BfdSession bfd;
    bfd.state = fields.named("state", "session state", names);
    bfd.peer = ::Bfd::Peer(type, *ip, intf, vrfField(fields));
    return bfd;

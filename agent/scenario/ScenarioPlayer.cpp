@@ -159,7 +159,7 @@ void ScenarioPlayer::play(Scenario::Link const& link) {
    testbed_.linkIs(link.intf, link.state);
 }
 
-void ScenarioPlayer::play(Scenario::Bfd const& bfd) {
+void ScenarioPlayer::play(Scenario::BfdSession const& bfd) {
    testbed_.bfdIs(bfd.peer, bfd.state);
 }
 

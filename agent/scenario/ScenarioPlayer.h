@@ -88,7 +88,7 @@ class ScenarioPlayer {
    void play(Scenario::Route const& route);
    void play(Scenario::Withdraw const& withdraw);
    void play(Scenario::Link const& link);
-   void play(Scenario::Bfd const& bfd);
+   void play(Scenario::BfdSession const& bfd);
    void play(Scenario::Traffic const& traffic);
    void play(Scenario::Config const& config);
    void play(Scenario::Counter const& counter);

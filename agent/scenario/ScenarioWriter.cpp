@@ -76,7 +76,7 @@ std::pair<char const*, ordered_json> json(Link const& l) {
    return {"link", {{"intf", l.intf.name()}, {"state", text(l.state)}}};
 }
 
-std::pair<char const*, ordered_json> json(Scenario::Bfd const& b) {
+std::pair<char const*, ordered_json> json(Scenario::BfdSession const& b) {
    ordered_json j;
    if (b.peer.vrfName().name() != "default") j["vrf"] = b.peer.vrfName().name();
    j["intf"] = b.peer.intfId().name();

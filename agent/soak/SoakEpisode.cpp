@@ -361,7 +361,7 @@ class Generator {
       std::size_t const vrf = below(vrfs_.size());
       ::Bfd::SessionType const type =
             oneIn(5) ? ::Bfd::SessionType::multihop : ::Bfd::SessionType::singleHop;
-      Scenario::Bfd bfd;
+      Scenario::BfdSession bfd;
       bfd.peer =
             ::Bfd::Peer(type, Lnet::IpGenAddr::v4(0x0A090001), oneOf(inputs_[vrf]), vrfs_[vrf]);
       if (!oneIn(8)) bfd.state = static_cast<OperState>(oneIn(2) ? below(4) : oneIn(2) ? 1 : 3);

@@ -21,9 +21,9 @@
 #pragma once
 
 #include <array>
+#include <functional>
 #include <span>
 #include <string_view>
-#include <tuple>
 #include <type_traits>
 #include <utility>
 #include <vector>
@@ -33,14 +33,18 @@
 
 namespace Qor {
 
+template <class... Types>
+struct TypeList {
+   static constexpr std::size_t size = sizeof...(Types);
+};
+
 // The argument types and the result type of a function.
 template <class F>
 struct Signature;
 template <class R, class... Args>
 struct Signature<R (*)(Args...)> {
    using Result = R;
-   using Arguments = std::tuple<std::remove_cvref_t<Args>...>;
-   static constexpr std::size_t arity = sizeof...(Args);
+   using Arguments = TypeList<std::remove_cvref_t<Args>...>;
    static constexpr bool reading = true;
 };
 template <class R, class C, class... Args>
@@ -69,14 +73,18 @@ struct Required {
    char const* name;
 };
 
-// The value in its own type. The text of a range error begins with `where`, and with the name of the
-// argument if it has one.
+// Raises `error` again: its text begins with `where`, and with the name of the argument if it has
+// one.
+[[noreturn]] QOR_PUBLIC void throwNamed(String const& where, String const* argument,
+                                        RangeException const& error);
+
+// The value in its own type. A range error has the text of throwNamed().
 template <class T>
-T namedValue(Generic const& value, String const& where, String const& argument = {}) {
+T namedValue(Generic const& value, String const& where, String const* argument = nullptr) {
    try {
       return fromGeneric<T>(value);
    } catch (RangeException const& error) {
-      throwRange(where + (argument.empty() ? ": " : ", " + argument + ": ") + error.message());
+      throwNamed(where, argument, error);
    }
 }
 
@@ -98,27 +106,37 @@ QOR_PUBLIC void checkArgumentCount(String const& fullName, std::size_t takes, st
 QOR_PUBLIC void refuseNull(String const& type, TypeConstructor const& constructor,
                            GenericArguments given);
 
-// The arguments in their own types. The function does not depend on the callee, so that callees with
-// the same arguments share it.
-template <class... Args>
-std::tuple<Args...> namedValues(std::type_identity<std::tuple<Args...>>, GenericArguments given,
-                                String const& where, std::vector<TypeArgument> const& named) {
-   checkArgumentCount(where, sizeof...(Args), given.size());
-   [[maybe_unused]] std::size_t at = 0;
-   // Initializers in braces are evaluated from left to right.
-   return {[&] {
+QOR_PUBLIC void addMember(std::vector<TypeMember>& members, Generic key, Generic value);
+
+// The arguments of a call, each of which is read once, in their order.
+struct ArgumentReader {
+   GenericArguments given;
+   String const& where;
+   std::vector<TypeArgument> const& named;
+   std::size_t at = 0;
+
+   template <class T>
+   T next() {
       std::size_t const argument = at++;
-      return namedValue<Args>(given[argument], where, named[argument].name);
-   }()...};
-}
+      return namedValue<T>(given[argument], where, &named[argument].name);
+   }
+};
+
+// The result of a call by a constructor: arguments in braces are evaluated from left to right.
+struct CalledInOrder {
+   template <class Function, class... Args>
+   CalledInOrder(Function const& function, Args&&... arguments) : result(function(arguments...)) {}
+   Generic result;
+};
 
 // Calls `function` with the arguments in their own types. `Callee` is a TypeOperation or a
 // TypeConstructor.
-template <class Arguments, class Callee, class Function>
-auto applyGeneric(Callee const& callee, GenericArguments given, Function const& function) {
-   Arguments arguments =
-         namedValues(std::type_identity<Arguments>(), given, callee.fullName, callee.arguments);
-   return std::apply(function, arguments);
+template <class... Args, class Callee, class Function>
+Generic applyGeneric(TypeList<Args...>, Callee const& callee, GenericArguments given,
+                     Function const& function) {
+   checkArgumentCount(callee.fullName, sizeof...(Args), given.size());
+   [[maybe_unused]] ArgumentReader arguments{given, callee.fullName, callee.arguments};
+   return CalledInOrder{function, arguments.next<Args>()...}.result;
 }
 
 // Follows the changes of one level of an object's type.
@@ -150,13 +168,22 @@ class QOR_PUBLIC DescribeBase {
    operator Type() & { return std::move(type_); }
 
  protected:
-   using TypeNamer = String (*)();
    struct Argument {
       std::string_view name;
       TypeNamer type;
       bool required;
    };
    using ArgumentList = std::span<Argument const>;
+   // The entries of a collection.
+   struct Entries {
+      TypeNamer keyType;
+      TypeNamer valueType;
+      bool ordered;
+      decltype(TypeCollection::size) size;
+      decltype(TypeCollection::members) members;
+      decltype(TypeCollection::find) find;
+      decltype(TypeCollection::toKey) toKey;
+   };
 
    DescribeBase(TypeNamer name, String module);
    ~DescribeBase();
@@ -166,6 +193,9 @@ class QOR_PUBLIC DescribeBase {
                       decltype(TypeConstructor::run) run);
    void addAttribute(std::string_view name, TypeNamer type, std::string_view handler,
                      decltype(TypeAttribute::read) read, decltype(TypeAttribute::write) write);
+   void addCollection(std::string_view name, Entries const& entries);
+   // The handlers of the last collection.
+   void handlersAre(std::string_view each, std::string_view immediate);
    void addOperation(std::string_view name, TypeNamer result, ArgumentList arguments, bool reading,
                      decltype(TypeOperation::run) run);
 
@@ -198,10 +228,10 @@ class Describe final : public DescribeBase {
    template <auto Factory, class... Names>
    void constructor(Names... names) {
       using Arguments = typename Signature<decltype(Factory)>::Arguments;
-      constructorIs(memberName<Factory>(), describeArguments<Arguments>(names...),
+      constructorIs(memberName<Factory>(), describeArguments(Arguments(), names...),
                     [](TypeConstructor const& self, GenericArguments given) {
                        refuseNull(typeName<T>(), self, given);
-                       return applyGeneric<Arguments>(self, given, [](auto&... arguments) {
+                       return applyGeneric(Arguments(), self, given, [](auto&... arguments) {
                           return toGeneric(Factory(std::move(arguments)...));
                        });
                     });
@@ -209,11 +239,11 @@ class Describe final : public DescribeBase {
    // The class's own constructor with these arguments makes the object.
    template <class... Args, class... Names>
    void constructible(Names... names) {
-      using Arguments = std::tuple<Args...>;
-      constructorIs({}, describeArguments<Arguments>(names...),
+      using Arguments = TypeList<Args...>;
+      constructorIs({}, describeArguments(Arguments(), names...),
                     [](TypeConstructor const& self, GenericArguments given) {
                        refuseNull(typeName<T>(), self, given);
-                       return applyGeneric<Arguments>(self, given, [](auto&... arguments) {
+                       return applyGeneric(Arguments(), self, given, [](auto&... arguments) {
                           return made(std::move(arguments)...);
                        });
                     });
@@ -228,12 +258,7 @@ class Describe final : public DescribeBase {
       decltype(TypeAttribute::write) write = nullptr;
       if constexpr (!std::is_null_pointer_v<decltype(Set)>) {
          static_assert(namedAfter(memberName<Set>(), "", name, "Is"));
-         using Arguments = typename Signature<decltype(Set)>::Arguments;
-         static_assert(std::tuple_size_v<Arguments> == 1);
-         write = [](TypeAttribute const& me, Generic const& of, Generic const& value) {
-            (objectOf<T>(of).*
-             Set)(namedValue<std::tuple_element_t<0, Arguments>>(value, me.fullName));
-         };
+         write = writer<Set>(typename Signature<decltype(Set)>::Arguments());
       }
       if constexpr (!std::is_null_pointer_v<decltype(Handler)>) {
          static_assert(namedAfter(memberName<Handler>(), "on", name, ""));
@@ -254,8 +279,7 @@ class Describe final : public DescribeBase {
       static_assert(namedAfter(memberName<Coll::each>(), "on", memberName<Get>(), ""));
       static_assert(
             namedAfter(memberName<Coll::immediate>(), "on", memberName<Get>(), "Immediate"));
-      type_.collections_.back().handler = memberName<Coll::each>();
-      type_.collections_.back().immediateHandler = memberName<Coll::immediate>();
+      handlersAre(memberName<Coll::each>(), memberName<Coll::immediate>());
       mutators<Get, Del, Mutators...>();
    }
    // A keyed map without notifications.
@@ -267,15 +291,7 @@ class Describe final : public DescribeBase {
       static constexpr auto entries = [](Generic const& of) -> M const& {
          return (self(of).*Get)();
       };
-      static constexpr auto member = [](Generic const& of, auto const& entry) {
-         return TypeMember{toGeneric(entry.first),
-                           toGeneric(memberValue(self(of), entry.first, entry.second))};
-      };
-      TypeCollection described;
-      described.name = memberName<Get>();
-      described.keyType = typeName<Key>();
-      described.valueType = typeName<Shown>();
-      described.ordered = M::ordered;
+      Entries described{&typeName<Key>, &typeName<Shown>, M::ordered, {}, {}, {}, {}};
       described.size = [](Generic const& of) { return static_cast<U32>(entries(of).size()); };
       described.members = [](Generic const& of, U32 skip, U32 max) {
          std::vector<TypeMember> found;
@@ -284,7 +300,8 @@ class Describe final : public DescribeBase {
             if (skip != 0) {
                --skip;
             } else {
-               found.push_back(member(of, entry));
+               addMember(found, toGeneric(entry.first),
+                         toGeneric(memberValue(self(of), entry.first, entry.second)));
             }
          }
          return found;
@@ -292,10 +309,11 @@ class Describe final : public DescribeBase {
       described.find = [](Generic const& of, Generic const& key) -> std::optional<TypeMember> {
          auto const entry = findEntry(entries(of), key);
          if (!entry) return std::nullopt;
-         return member(of, *entry);
+         return TypeMember{toGeneric(entry->first),
+                           toGeneric(memberValue(self(of), entry->first, entry->second))};
       };
       described.toKey = [](void const* key) { return toGeneric(*static_cast<Key const*>(key)); };
-      type_.collections_.push_back(std::move(described));
+      addCollection(memberName<Get>(), described);
       mutators<Get, Mutators...>();
    }
 
@@ -310,7 +328,7 @@ class Describe final : public DescribeBase {
          // Holds the object, as the operation may drop the last other reference.
          // NOLINTNEXTLINE(performance-unnecessary-copy-initialization)
          Ptr<RefCounted const> const held = of.object();
-         return applyGeneric<Arguments>(me, given, [&](auto&... arguments) {
+         return applyGeneric(Arguments(), me, given, [&](auto&... arguments) {
             if constexpr (std::is_void_v<Result>) {
                std::invoke(Operation, object, std::move(arguments)...);
                return Generic();
@@ -320,7 +338,7 @@ class Describe final : public DescribeBase {
          });
       };
       addOperation(memberName<Operation>(), &typeName<Result>,
-                   describeArguments<Arguments>(names...), Called::reading, run);
+                   describeArguments(Arguments(), names...), Called::reading, run);
    }
 
  private:
@@ -358,15 +376,12 @@ class Describe final : public DescribeBase {
       }
    }
 
-   template <class Arguments, class... Names>
-   static auto describeArguments(Names... names) {
-      static_assert(std::tuple_size_v<Arguments> == sizeof...(Names), "a name for each argument");
-      return [&]<std::size_t... I>(std::index_sequence<I...>) {
-         static_assert((GenericArgument<std::tuple_element_t<I, Arguments>> && ...));
-         return std::array<Argument, sizeof...(Names)>{
-               describeArgument<std::tuple_element_t<I, Arguments>>(names)...};
-      }
-      (std::index_sequence_for<Names...>());
+   template <class... Args, class... Names>
+   static std::array<Argument, sizeof...(Args)> describeArguments(TypeList<Args...>,
+                                                                  Names... names) {
+      static_assert(sizeof...(Args) == sizeof...(Names), "a name for each argument");
+      static_assert((GenericArgument<Args> && ...));
+      return {describeArgument<Args>(names)...};
    }
    template <class Described, class ArgumentName>
    static Argument describeArgument(ArgumentName name) {
@@ -378,6 +393,13 @@ class Describe final : public DescribeBase {
       }
    }
 
+   template <auto Set, class Argument>
+   static decltype(TypeAttribute::write) writer(TypeList<Argument>) {
+      return [](TypeAttribute const& me, Generic const& of, Generic const& value) {
+         (objectOf<T>(of).*Set)(namedValue<Argument>(value, me.fullName));
+      };
+   }
+
    // The mutators of the collection that `Get` reads.
    template <auto Get, auto... Mutators>
    void mutators() {
@@ -386,7 +408,7 @@ class Describe final : public DescribeBase {
    template <auto Get, auto Mutator>
    void mutator() {
       static_assert(memberName<Mutator>().starts_with(memberName<Get>()));
-      constexpr std::size_t arity = Signature<decltype(Mutator)>::arity;
+      constexpr std::size_t arity = Signature<decltype(Mutator)>::Arguments::size;
       if constexpr (arity == 0) {
          operation<Mutator>();
       } else if constexpr (arity == 1) {

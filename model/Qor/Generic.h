@@ -24,17 +24,18 @@ class QOR_PUBLIC Generic final {
  public:
    enum class Kind : U8 { nothing, value, object };
 
-   Generic() = default;
+   Generic();
    // A value by its string representation. `pretty` is how it is shown to people.
-   Generic(String strep) : kind_(Kind::value), text_(std::move(strep)) {}  // NOLINT: meant implicit
-   Generic(char const* strep) : Generic(String(strep)) {}                  // NOLINT: likewise
-   Generic(String strep, String pretty) : Generic(std::move(strep)) { pretty_ = std::move(pretty); }
+   Generic(String strep);       // NOLINT: meant implicit
+   Generic(char const* strep);  // NOLINT: likewise
+   Generic(String strep, String pretty);
    // A counted reference to an object, or null. `writable`: mutators may be called on the object.
-   Generic(Ptr<RefCounted const> object, String pretty, bool writable)
-         : kind_(Kind::object),
-           writable_(writable),
-           text_(std::move(pretty)),
-           object_(std::move(object)) {}
+   Generic(Ptr<RefCounted const> object, String pretty, bool writable);
+   Generic(Generic const&);
+   Generic(Generic&&) noexcept;
+   Generic& operator=(Generic const&);
+   Generic& operator=(Generic&&) noexcept;
+   ~Generic();
 
    Kind kind() const { return kind_; }
    // A value's string representation, or an object's name for people; "null" for a null object.
@@ -187,33 +188,32 @@ Generic toGeneric(T const& value) {
    }
 }
 
-[[noreturn]] QOR_PUBLIC void throwExpected(String const& type, Generic const& instead);
+using TypeNamer = String (*)();
+
+[[noreturn]] QOR_PUBLIC void throwExpected(TypeNamer type, Generic const& instead);
 [[noreturn]] QOR_PUBLIC void throwReadOnlyObject(Generic const& object);
 
 // The object itself: a `T const` of any, a `T` only of one that may be written.
 template <class T>
 T& objectOf(Generic const& generic) {
    auto* const object = dynamic_cast<std::add_const_t<T>*>(generic.object().get());
-   if (!object) throwExpected(typeName<T>(), generic);
+   if (!object) throwExpected(&typeName<T>, generic);
    if constexpr (!std::is_const_v<T>) {
       if (!generic.writable()) throwReadOnlyObject(generic);
    }
    return const_cast<T&>(*object);
 }
 
-// The names that an enumeration prints, found among its first values. One that prints numbers has
-// none, and is given as a number.
+// The names that an enumeration prints, found among its first values, with their numbers. An
+// enumeration that prints numbers has no names. Its values are given as numbers.
+using Enumerators = std::vector<std::pair<String, U32>>;
+QOR_PUBLIC Enumerators enumeratorsOf(String (*printed)(U32 value));
 template <Enumeration E>
-std::vector<std::pair<String, E>> enumerators() {
-   std::vector<std::pair<String, E>> found;
-   for (unsigned number = 0; number < 32; ++number) {
-      auto const value = static_cast<E>(number);
-      if (String const text = printed(value); text != std::to_string(number)) {
-         found.emplace_back(text, value);
-      }
-   }
-   return found;
+Enumerators enumerators() {
+   return enumeratorsOf([](U32 value) { return printed(static_cast<E>(value)); });
 }
+// The number of the value that `text` names; fails in `reader` for another text.
+QOR_PUBLIC U32 enumerator(Enumerators const& named, String const& text, StrepReader const& reader);
 
 // Reads one scalar.
 template <class T>
@@ -237,6 +237,10 @@ bool isQuotedName() {
    return std::same_as<T, String>;
 }
 
+// The string representation that `generic` holds; error for another kind. A quoted name may lack
+// its quotes.
+QOR_PUBLIC String strepOf(Generic const& generic, TypeNamer type, bool quotedName);
+
 template <class T>
 T fromGeneric(Generic const& generic) {
    if constexpr (ObjectPointer<T>) {
@@ -245,10 +249,7 @@ T fromGeneric(Generic const& generic) {
    } else if constexpr (ObjectName<T>) {
       return generic.isNull() ? T() : T(&objectOf<typename T::Object>(generic));
    } else {
-      if (generic.kind() != Generic::Kind::value) throwExpected(typeName<T>(), generic);
-      String const text = isQuotedName<T>() && !generic.text().starts_with('\'')
-                                ? quotedStrep(generic.text())
-                                : generic.text();
+      String const text = strepOf(generic, &typeName<T>, isQuotedName<T>());
       String const type = typeName<T>();
       StrepReader reader(type.c_str(), text);
       if constexpr (StrepValue<T>) {
@@ -266,12 +267,7 @@ T fromGeneric(Generic const& generic) {
       } else {
          auto const named = enumerators<T>();
          if (named.empty()) return static_cast<T>(readScalar<std::underlying_type_t<T>>(reader));
-         String names;
-         for (auto const& [name, value] : named) {
-            if (name == text) return value;
-            names += (names.empty() ? "" : ", ") + name;
-         }
-         reader.fail(("one of " + names).c_str());
+         return static_cast<T>(enumerator(named, text, reader));
       }
    }
 }

@@ -79,13 +79,66 @@ class TypeRegistry {
 TypeRegistration::TypeRegistration(Type (*describe)())
       : describe_(describe), next_(std::exchange(registrations(), this)) {}
 
-void throwExpected(String const& type, Generic const& instead) {
+Generic::Generic() = default;
+Generic::Generic(String strep) : kind_(Kind::value), text_(std::move(strep)) {}
+Generic::Generic(char const* strep) : Generic(String(strep)) {}
+Generic::Generic(String strep, String pretty) : Generic(std::move(strep)) {
+   pretty_ = std::move(pretty);
+}
+Generic::Generic(Ptr<RefCounted const> object, String pretty, bool writable)
+      : kind_(Kind::object),
+        writable_(writable),
+        text_(std::move(pretty)),
+        object_(std::move(object)) {}
+Generic::Generic(Generic const&) = default;
+Generic::Generic(Generic&&) noexcept = default;
+Generic& Generic::operator=(Generic const&) = default;
+Generic& Generic::operator=(Generic&&) noexcept = default;
+Generic::~Generic() = default;
+
+[[noreturn]] static void throwExpected(String const& type, Generic const& instead) {
    throwRange("expected " + type + ", not " +
               (instead.kind() == Generic::Kind::nothing ? "nothing" : instead.text()));
 }
 
+void throwExpected(TypeNamer type, Generic const& instead) {
+   throwExpected(type(), instead);
+}
+
+Enumerators enumeratorsOf(String (*printed)(U32 value)) {
+   Enumerators found;
+   for (U32 value = 0; value < 32; ++value) {
+      if (String text = printed(value); text != std::to_string(value))
+         found.emplace_back(std::move(text), value);
+   }
+   return found;
+}
+
+U32 enumerator(Enumerators const& named, String const& text, StrepReader const& reader) {
+   String names;
+   for (auto const& [name, value] : named) {
+      if (name == text) return value;
+      names += (names.empty() ? "" : ", ") + name;
+   }
+   reader.fail(("one of " + names).c_str());
+}
+
+String strepOf(Generic const& generic, TypeNamer type, bool quotedName) {
+   if (generic.kind() != Generic::Kind::value) throwExpected(type, generic);
+   bool const unquoted = quotedName && !generic.text().starts_with('\'');
+   return unquoted ? quotedStrep(generic.text()) : generic.text();
+}
+
 void throwReadOnlyObject(Generic const& object) {
    throwRange(object.text() + " may only be read");
+}
+
+void throwNamed(String const& where, String const* argument, RangeException const& error) {
+   throwRange(where + (argument ? ", " + *argument : "") + ": " + error.message());
+}
+
+void addMember(std::vector<TypeMember>& members, Generic key, Generic value) {
+   members.push_back({std::move(key), std::move(value)});
 }
 
 void checkArgumentCount(String const& fullName, std::size_t takes, std::size_t given) {
@@ -136,6 +189,24 @@ void DescribeBase::addAttribute(std::string_view name, TypeNamer type, std::stri
                                 decltype(TypeAttribute::write) write) {
    type_.attributes_.push_back(
          {String(name), fullName(name), type(), String(handler), read, write});
+}
+
+void DescribeBase::addCollection(std::string_view name, Entries const& entries) {
+   TypeCollection described;
+   described.name = name;
+   described.keyType = entries.keyType();
+   described.valueType = entries.valueType();
+   described.ordered = entries.ordered;
+   described.size = entries.size;
+   described.members = entries.members;
+   described.find = entries.find;
+   described.toKey = entries.toKey;
+   type_.collections_.push_back(std::move(described));
+}
+
+void DescribeBase::handlersAre(std::string_view each, std::string_view immediate) {
+   type_.collections_.back().handler = each;
+   type_.collections_.back().immediateHandler = immediate;
 }
 
 void DescribeBase::addOperation(std::string_view name, TypeNamer result, ArgumentList arguments,
