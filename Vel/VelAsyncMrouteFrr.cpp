@@ -11,6 +11,12 @@ using MrouteLib::PortVlanSet;
 
 namespace {
 
+// Out of line, so that the scan of many sets is a small loop.
+constexpr Qor::U16 skipLevel = 1u << 2;
+[[gnu::noinline, gnu::cold]] void traceSkipped(PortVlanSet const& set) {
+   VEL_TRACE_IN("updateFrrMtableOif", 2, " skip frrMtableOif " << set.pretty());
+}
+
 // Moves a set from the armed sets to those that wait. This function may hold the last reference to
 // the record, whose end notifies listeners. So the caller's walk takes its next step afterwards.
 void awaitRewrite(AsyncMrouteSwitch& chip, OifSetPtr const& oifSet,
@@ -76,42 +82,45 @@ void AsyncMrouteSwitchSm::QorBfdStatus::handleBfdStatus() {
 
 void AsyncMrouteSwitchSm::updateFrrMtableOif(Lnet::IntfId intfId) {
    auto const self = hold();
+   RerouteRetry const retry(*this);
+   Qor::Ptr<AsyncMrouteSwitch> const held = mrouteSwitch();
+   AsyncMrouteSwitch& chip = *held;
    Qor::Seconds const begun = Qor::now();
    VEL_TRACE(8, "AsyncMrouteSwitchSm::updateFrrMtableOif( " << intfId << ", vlan " << vlanOf(intfId)
                                                             << " )");
-   failures_.push_back({intfId, nullptr});
-   reroute(begun, RerouteBudget::ofTurn);
+   auto const& armed = chip.frrMtableOifSet();
+   auto const isHit = [intfId](auto const& entry) {
+      PortVlanSet const& set = entry.first->portVlanSet();
+      if (reroutedOn(set, intfId)) return true;
+      if (velTraceLevels & skipLevel) [[unlikely]]
+         traceSkipped(set);
+      return false;
+   };
+   for (auto entry = armed.seek(armed.begin(), isHit); entry != armed.end();) {
+      auto const [oifSet, named] = *entry;
+      PortVlanSet const& set = oifSet->portVlanSet();
+      VEL_TRACE(2, " FrrSwitch from " << set.pretty() << ", frrOifs " << BackupMembersOf{set});
+      VEL_BLIP_AT(begun, "MrouteSwitchSm:: FrrSwitch from %s, frrOifs %s", MembersOf{set},
+                  BackupMembersOf{set});
+      awaitRewrite(chip, oifSet, named);
+      // Last in the loop, since a listener may have removed further entries.
+      entry = armed.seek(armed.resume(entry, oifSet), isHit);
+   }
+   rewriteWaiting(begun);
 }
 
 void AsyncMrouteSwitchSm::handleClock() {
-   reroute(Qor::now(), RerouteBudget::own);
+   rewriteWaiting(Qor::now());
 }
 
-void AsyncMrouteSwitchSm::reroute(Qor::Seconds begun, RerouteBudget budget) {
+// The pass is traced under the name of the handler.
+void AsyncMrouteSwitchSm::rewriteWaiting(Qor::Seconds begun) {
    auto const self = hold();
-   RerouteRetry const retry(*this);
-   RerouteTime const time(begun, budget);
-   Qor::Ptr<AsyncMrouteSwitch> const selected = mrouteSwitch();
-   selectHit(
-         *selected, time.deadline(),
-         [](PortVlanSet const& set, Lnet::IntfId) {
-            VEL_TRACE_IN("updateFrrMtableOif", 2, " skip frrMtableOif " << set.pretty());
-         },
-         [&](OifSetPtr const& oifSet, AsyncMrouteSwitch::NamedRecord named) {
-            PortVlanSet const& set = oifSet->portVlanSet();
-            VEL_TRACE_IN(
-                  "updateFrrMtableOif", 2,
-                  " FrrSwitch from " << set.pretty() << ", frrOifs " << BackupMembersOf{set});
-            VEL_BLIP_AT(begun, "MrouteSwitchSm:: FrrSwitch from %s, frrOifs %s", MembersOf{set},
-                        BackupMembersOf{set});
-            awaitRewrite(*selected, oifSet, named);
-         });
-   // A listener may have set another switch. The pass is traced under the name of the handler.
    Qor::Ptr<AsyncMrouteSwitch> const chip = mrouteSwitch();
    auto const& waiting = chip->frrProcessingOifSet();
    VEL_TRACE_IN("handleClock", 8, "review FrrProcessingOifSets: " << waiting.size());
    VEL_BLIP("AsyncMrouteSwitchSm:: frrProcessingOifSets: %s", waiting.size());
-   reroutePass(*chip, time.deadline());
+   reroutePass(*chip, begun);
 }
 
 // Rewrites the groups of a waiting oif set, unless no record of the set is in use or its record has

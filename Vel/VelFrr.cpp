@@ -1,7 +1,5 @@
 #include "Vel/VelFrr.h"
 
-#include <utility>
-
 namespace {
 
 MrouteLib::PortVlan portVlan(Vel::MemberWord word) {
@@ -38,30 +36,6 @@ MrouteLib::PortVlanSet setOf(std::span<Qor::U64 const> words) {
 }  // namespace
 
 namespace Vel {
-
-namespace {
-
-// The time that reroutes have taken of the budget of the present turn.
-Qor::Seconds& takenInTurn() {
-   static Qor::U64 turn = 0;
-   static Qor::Seconds taken = 0;
-   if (std::exchange(turn, Qor::activityManager()->turn()) != Qor::activityManager()->turn()) {
-      taken = 0;
-   }
-   return taken;
-}
-
-}  // namespace
-
-RerouteTime::RerouteTime(Qor::Seconds begun, RerouteBudget budget)
-      : begun_(begun),
-        budget_(budget),
-        deadline_(begun + (frrPassBudget - (budget == RerouteBudget::ofTurn ? takenInTurn() : 0))) {
-}
-
-RerouteTime::~RerouteTime() {
-   if (budget_ == RerouteBudget::ofTurn) takenInTurn() += Qor::now() - begun_;
-}
 
 std::ostream& operator<<(std::ostream& os, BackupMembersOf of) {
    Qor::String text;

@@ -12,7 +12,6 @@
 #include "MrouteLib/OifSet.h"
 #include "Qor/Blip.h"
 #include "Qor/Clock.h"
-#include "Vel/VelPerSwitchSm.h"
 
 namespace Vel {
 
@@ -63,22 +62,6 @@ struct MemberWord {
               static_cast<Qor::U16>(bits >> 32), static_cast<Kind>(bits >> 48 & 0xFF),
               (bits >> 56) != 0};
    }
-};
-
-// The time that a reroute may take: frrPassBudget, or the rest of it in this turn.
-class RerouteTime {
- public:
-   RerouteTime(Qor::Seconds begun, RerouteBudget budget);
-   ~RerouteTime();
-   RerouteTime(RerouteTime const&) = delete;
-   RerouteTime& operator=(RerouteTime const&) = delete;
-
-   Qor::Seconds deadline() const { return deadline_; }
-
- private:
-   Qor::Seconds const begun_;
-   RerouteBudget const budget_;
-   Qor::Seconds const deadline_;
 };
 
 // The place where the last pass of any reactor of the path stopped, and this reactor. The process

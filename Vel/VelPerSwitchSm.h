@@ -15,8 +15,6 @@
 // The nested reactors are classes of the library alone; for a user they are incomplete types.
 #pragma once
 
-#include <deque>
-
 #include "Interface/AllIntfStatusDir.h"
 #include "Interface/AllIntfStatusLocalDir.h"
 #include "Interface/EthIntfStatusDir.h"
@@ -30,11 +28,8 @@
 namespace Vel {
 
 // The longest time of a fast-reroute pass, in seconds, tested before each rewrite. The time of a pass
-// that an event starts includes the selection of the sets. The failures of one turn of the activity
-// loop and the clocks that fire in it share one budget, also those of several reactors: many
-// interfaces may fail at the same time. A call of handleClock() has a budget of its own.
+// that an event starts includes the selection of the sets.
 inline constexpr Qor::Seconds frrPassBudget = 0.1;
-enum class RerouteBudget : Qor::U8 { ofTurn, own };
 
 // Returns whether an interface that changes to this state starts a fast reroute: it then carries no
 // traffic.
@@ -121,8 +116,7 @@ class QOR_PUBLIC PerSwitchSm : public Qor::Entity<Sm, Qor::StateMachine> {
    }
    // The fast-reroute clock; null until it is needed. The first pass that leaves oif sets waiting
    // takes it from the activity manager. The clock is armed exactly while oif sets wait to be
-   // rewritten or selected; after a pass that an error ended, it is armed for Qor::Clock::retryGap
-   // later.
+   // rewritten; after a pass that an error ended, it is armed for Qor::Clock::retryGap later.
    ClockPtr const& clock() const { return clock_.object(); }
    void clockIs(ClockPtr v);
    QorClock* newClock(ClockPtr v);
@@ -169,17 +163,11 @@ class QOR_PUBLIC PerSwitchSm : public Qor::Entity<Sm, Qor::StateMachine> {
    template <class Purging>
    void purgeAllZombies(Purging const& purging);
 
-   // Calls awaitRewrite(oifSet, named) for each armed set that a failed interface hits, and
-   // skip(portVlanSet, interface) for each other, until the deadline is reached. The next call goes
-   // on where this one stopped. The deadline is tested once for several sets, since no hook is called.
-   template <class Skip, class AwaitRewrite>
-   void selectHit(Switch& chip, Qor::Seconds deadline, Skip const& skip,
-                  AwaitRewrite const& awaitRewrite);
-   // One pass over the waiting sets of the switch: Sm::rewriteForFrr() for each.
-   void reroutePass(Switch& chip, Qor::Seconds deadline);
+   // One pass over the waiting sets of the switch: Sm::rewriteForFrr() for each. `begun` is the time
+   // from which the budget of the pass counts.
+   void reroutePass(Switch& chip, Qor::Seconds begun);
    bool setsWait() const {
-      return mrouteSwitch() &&
-             !(failures_.empty() && mrouteSwitch()->frrProcessingOifSet().empty());
+      return mrouteSwitch() && !mrouteSwitch()->frrProcessingOifSet().empty();
    }
    // While this object exists, an error of a reroute leaves no set behind: sets that wait then get
    // a further pass after Qor::Clock::retryGap.
@@ -191,14 +179,6 @@ class QOR_PUBLIC PerSwitchSm : public Qor::Entity<Sm, Qor::StateMachine> {
    Qor::WatchedClock<QorAgingClock> agingClock_;
    Qor::Watched<Interface::EthIntfStatusDir const, QorEthIntfStatusDir> ethIntfStatusDir_;
    Qor::WatchedClock<QorClock> clock_;
-
-   // An interface that has failed. `next` is the armed set with which the selection goes on; null
-   // if the selection has not begun.
-   struct Failure {
-      Lnet::IntfId intf;
-      MrouteLib::OifSetPtr next;
-   };
-   std::deque<Failure> failures_;  // whose selection is not complete
 
  private:
    Sm& sm() { return static_cast<Sm&>(*this); }

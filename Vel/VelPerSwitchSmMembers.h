@@ -32,7 +32,7 @@ class PerSwitchSm<Sm, Path>::QorAgingClock final : public Qor::Clock::Notifiee,
 template <class Sm, class Path>
 class PerSwitchSm<Sm, Path>::QorClock final : public Qor::Clock::Notifiee, public Path::Reactor {
  public:
-   void onTime() override { this->owner()->reroute(Qor::now(), RerouteBudget::ofTurn); }
+   void onTime() override { this->owner()->handleClock(); }
 };
 
 template <class Sm, class Path>
@@ -96,7 +96,6 @@ void PerSwitchSm<Sm, Path>::disarmClocks() {
    zombieClock_.arm(Qor::never);
    agingClock_.arm(Qor::never);
    clock_.arm(Qor::never);
-   failures_.clear();
    FrrPosition<Sm>::clear(&sm());
 }
 
@@ -119,7 +118,6 @@ void PerSwitchSm<Sm, Path>::mrouteSwitchIs(Qor::Ptr<Switch> v) {
    auto const self = this->hold();
    bool const first = !mrouteSwitch();
    bool const changed = mrouteSwitch_.is(&sm(), std::move(v));
-   if (changed) failures_.clear();
    if (sm().initialized()) sm().switchFollows(first);
    if (changed) this->template notify<&Told::onMrouteSwitch>();
 }
@@ -326,39 +324,9 @@ void PerSwitchSm<Sm, Path>::armReroute(Qor::Seconds time) {
 }
 
 template <class Sm, class Path>
-template <class Skip, class AwaitRewrite>
-void PerSwitchSm<Sm, Path>::selectHit(Switch& chip, Qor::Seconds deadline, Skip const& skip,
-                                      AwaitRewrite const& awaitRewrite) {
-   constexpr unsigned setsPerTest = 64;
-   auto const& armed = chip.frrMtableOifSet();
-   // A listener may cause another selection inside this one, so the failure is not in the queue.
-   while (!failures_.empty()) {
-      Failure failure = std::move(failures_.front());
-      failures_.pop_front();
-      auto const isHit = [&](auto const& entry) {
-         MrouteLib::PortVlanSet const& set = entry.first->portVlanSet();
-         if (reroutedOn(set, failure.intf)) return true;
-         skip(set, failure.intf);
-         return false;
-      };
-      auto entry = armed.position(failure.next);
-      if (entry == armed.end()) entry = armed.begin();
-      entry = armed.seek(entry, isHit);
-      for (unsigned hit = 1; entry != armed.end(); ++hit) {
-         auto const [oifSet, named] = *entry;
-         if (hit % setsPerTest == 0 && Qor::now() >= deadline) {
-            failures_.push_front({failure.intf, oifSet});
-            return;
-         }
-         awaitRewrite(oifSet, named);
-         // Last in the loop, since a listener may have removed further entries.
-         entry = armed.seek(armed.resume(entry, oifSet), isHit);
-      }
-   }
-}
-
-template <class Sm, class Path>
-void PerSwitchSm<Sm, Path>::reroutePass(Switch& chip, Qor::Seconds deadline) {
+void PerSwitchSm<Sm, Path>::reroutePass(Switch& chip, Qor::Seconds begun) {
+   RerouteRetry const retry(*this);
+   Qor::Seconds const deadline = begun + frrPassBudget;
    auto& position = FrrPosition<Sm>::ofProcess();
    MrouteLib::OifSetPtr const from = position.oifSet;
    MrouteLib::OifSetPtr const next =

@@ -85,40 +85,44 @@ void MrouteSwitchSm::handleOperStatus(Interface::EthIntfStatus const& changed) {
 
 void MrouteSwitchSm::updateFrrMtableOif(Lnet::IntfId intfId) {
    auto const self = hold();
-   if (!mrouteSwitch()) return;
+   Qor::Ptr<MrouteSwitch> const chip = mrouteSwitch();
+   if (!chip) return;
+   RerouteRetry const retry(*this);
    Qor::Seconds const begun = Qor::now();
-   VEL_TRACE(8, __PRETTY_FUNCTION__ << " FrrSwitch from " << intfId << ", frrOifs "
-                                    << mrouteSwitch()->frrMtableOifSet().size());
-   failures_.push_back({intfId, nullptr});
-   reroute(begun, RerouteBudget::ofTurn);
+   auto const& armed = chip->frrMtableOifSet();
+   VEL_TRACE(8,
+             __PRETTY_FUNCTION__ << " FrrSwitch from " << intfId << ", frrOifs " << armed.size());
+   Skipped skipped(begun);
+   auto const isHit = [&](auto const& entry) {
+      PortVlanSet const& set = entry.first->portVlanSet();
+      if (reroutedOn(set, intfId)) return true;
+      skipped.add(set, intfId);
+      return false;
+   };
+   for (auto entry = armed.seek(armed.begin(), isHit); entry != armed.end();) {
+      OifSetPtr const oifSet = entry->first;
+      skipped.flush();
+      awaitRewrite(*chip, oifSet);
+      // Last in the loop, since a listener may have removed further entries.
+      entry = armed.seek(armed.resume(entry, oifSet), isHit);
+   }
+   skipped.flush();
+   rewriteWaiting(begun);
 }
 
 void MrouteSwitchSm::handleClock() {
-   reroute(Qor::now(), RerouteBudget::own);
+   rewriteWaiting(Qor::now());
 }
 
-void MrouteSwitchSm::reroute(Qor::Seconds begun, RerouteBudget budget) {
+// The pass is traced under the name of the handler.
+void MrouteSwitchSm::rewriteWaiting(Qor::Seconds begun) {
    auto const self = hold();
-   Qor::Ptr<MrouteSwitch> const selected = mrouteSwitch();
-   if (!selected) return;
-   RerouteRetry const retry(*this);
-   RerouteTime const time(begun, budget);
-   {
-      Skipped skipped(begun);
-      selectHit(
-            *selected, time.deadline(),
-            [&](PortVlanSet const& set, Lnet::IntfId failed) { skipped.add(set, failed); },
-            [&](OifSetPtr const& oifSet, MrouteSwitch::NamedRecord) {
-               skipped.flush();
-               awaitRewrite(*selected, oifSet);
-            });
-   }
-   // A listener may have set another switch. The pass is traced under the name of the handler.
    Qor::Ptr<MrouteSwitch> const chip = mrouteSwitch();
+   if (!chip) return;
    VEL_TRACE_IN("handleClock", 8,
                 "void Vel::MrouteSwitchSm::handleClock()review FrrProcessingOifSet: "
                       << FrrPosition<MrouteSwitchSm>::ofProcess().oifSet);
-   reroutePass(*chip, time.deadline());
+   reroutePass(*chip, begun);
 }
 
 // Rewrites a waiting oif set, unless its record has been freed or has become a zombie.

@@ -242,7 +242,7 @@ class QOR_PUBLIC MrouteSwitchSm final : public PerSwitchSm<MrouteSwitchSm, SyncS
               Qor::U16 vrfId) const;
    void reviewStopped() const;
    void handleOperStatus(Interface::EthIntfStatus const& status);
-   void reroute(Qor::Seconds begun, RerouteBudget budget);
+   void rewriteWaiting(Qor::Seconds begun);
    void rewriteForFrr(MrouteSwitch& chip, MrouteLib::OifSetPtr const& oifSet,
                       MrouteSwitch::NamedRecord named, Qor::Seconds time);
 

@@ -444,8 +444,6 @@ class ModelOf : public World {
       bool const printed = system_ && lines_.size() < system_->size();
       return printed ? (*system_)[lines_.size()] : std::string();
    }
-   // The time that reroutes have taken of the budget that the failures of one turn share.
-   Seconds takenInTurn_ = 0;
 
  protected:
    void pass(Seconds time) override { now_ += time; }
@@ -744,7 +742,7 @@ class ModelReactor : public Qor::RefCounted {
       if (chip_->deleted()) zombieClock().timeMinIs(Qor::never);
       handleZombie();
    }
-   void handleClock() { rewriteWaitingUntil(world_.now() + 0.1); }
+   void handleClock() { rewriteWaitingFrom(world_.now()); }
 
  protected:
    class OnInterval final : public Routing::Multicast::Fib::VrfConfig::Notifiee {
@@ -756,7 +754,8 @@ class ModelReactor : public Qor::RefCounted {
    virtual void printCleanup() const = 0;
    // After the cleanup: the part of the path.
    virtual void end() {}
-   virtual void rewriteWaitingUntil(Seconds deadline) = 0;
+   // The time of an event counts towards the budget of the pass that it starts.
+   virtual void rewriteWaitingFrom(Seconds begun) = 0;
 
    template <class... Parts>
    void print(Parts const&... parts) const {
@@ -803,15 +802,6 @@ class ModelReactor : public Qor::RefCounted {
       if (waiting && !clock_) clock_ = Qor::make<Qor::Clock>();
       if (clock_) clock_->timeMinIs(waiting ? world_.now() : Qor::never);
    }
-   // The time of a reroute that a failure starts.
-   struct RerouteTime {
-      explicit RerouteTime(W& w) : world(w) {}
-      ~RerouteTime() { world.takenInTurn_ += world.now() - begun; }
-
-      W& world;
-      Seconds const begun = world.now();
-      Seconds const deadline = begun + (0.1 - world.takenInTurn_);
-   };
    // Looks once at each set that is in frrMtableOifSet from the start to its turn.
    template <class Look>
    void lookAtArmed(Look const& look) {
@@ -944,7 +934,6 @@ void compare(unsigned seeds, unsigned steps, unsigned actions) {
    unsigned const first = seeds * static_cast<unsigned>(GTEST_FLAG_GET(random_seed));
    for (unsigned seed = first + 1; seed <= first + seeds; ++seed) {
       {
-         Qor::activityManager()->runDue();  // the operations of a seed are one turn
          System system;
          Model model;
          std::mt19937 random(seed);

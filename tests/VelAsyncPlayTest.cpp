@@ -400,7 +400,7 @@ class AsyncReactor final : public ModelReactor<AsyncModel, AsyncChip> {
    void updateFrrMtableOif(IntfId failed) {
       Ptr<AsyncReactor> const self(this);
       AsyncChip& c = *chip_;
-      RerouteTime const time(world_);
+      Seconds const begun = world_.now();
       print("8 AsyncMrouteSwitchSm::updateFrrMtableOif( ", failed, ", vlan 0 )");
       lookAtArmed([&](OifSetPtr const& set, U64 serial) {
          PortVlanSet const& members = set->portVlanSet();
@@ -417,12 +417,13 @@ class AsyncReactor final : public ModelReactor<AsyncModel, AsyncChip> {
          c.frrMtableOifSetDel(set);
          if (record) c.frrProcessingOifSetIs(set, record.get());
       });
-      rewriteWaitingUntil(time.deadline);
+      rewriteWaitingFrom(begun);
    }
 
-   void rewriteWaitingUntil(Seconds deadline) override {
+   void rewriteWaitingFrom(Seconds begun) override {
       Ptr<AsyncReactor> const self(this);
       AsyncChip& c = *chip_;
+      Seconds const deadline = begun + 0.1;
       print("8 review FrrProcessingOifSets: ", c.frrProcessingOifSet().size());
       print("blip AsyncMrouteSwitchSm:: frrProcessingOifSets: ", c.frrProcessingOifSet().size());
       rewriteWaiting(deadline, [&](auto const& set, U64 serial) { rewriteSet(set, serial); });

@@ -253,44 +253,6 @@ TEST_F(AsyncSmFrr, ADrainVisitsEachWaitingSetOnce) {
    EXPECT_LE(steps, sets + 2 * passes);
 }
 
-// Two rewrites fit into the budget. Four interfaces with two sets each fail in one turn.
-TEST_F(AsyncSmFrr, TheFailuresOfATurnShareOneBudget) {
-   for (unsigned in = 4; in < 8; ++in)
-      covered(2 * in, 2 * in + 2, in);
-   start(0.06);
-   for (unsigned in = 4; in < 8; ++in)
-      down(in);
-   for (unsigned rewrites = 2; rewrites <= 8; rewrites += 2, time_->runDue())
-      EXPECT_EQ(rewrites_, rewrites);
-   EXPECT_FALSE(armed());
-}
-
-// Each move of a set takes 2 ms. The sets of the other interface are passed over once.
-TEST_F(AsyncSmFrr, ASelectionOfManySetsGoesOnInLaterTurns) {
-   struct Slow final : AsyncMrouteSwitch::Notifiee {
-      void onFrrProcessingOifSet(OifSetPtr const& set) override {
-         if (notifier()->frrProcessingOifSet(set)) Qor::activityManager()->advance(0.002);
-      }
-   } slow;
-   covered(0, 2, 4);
-   covered(2, 202);
-   slow.notifierIs(switch_);
-   start();
-   Journal traces;
-   down(1);
-   EXPECT_EQ(switch_->frrMtableOifSet().size(), 202u - waiting());
-   EXPECT_EQ(rewrites_, 0u);
-   for (unsigned turns = 0; armed(); ++turns) {
-      ASSERT_LT(turns, 9u);
-      Qor::Seconds const begun = time_->now();
-      time_->runDue();
-      EXPECT_LT(time_->now() - begun, 1.3 * Vel::frrPassBudget);
-   }
-   EXPECT_EQ(rewrites_, 200u);
-   EXPECT_EQ(traces.like("2  skip frrMtableOif").size(), 2u);
-   EXPECT_EQ(traces.like("blip MrouteSwitchSm:: FrrSwitch from").size(), 200u);
-}
-
 // The walk itself is the last user of a record then, and the end of the record withdraws the next
 // set from the walk.
 TEST_F(AsyncSmFrr, TheLastUserOfARecordMayLeaveWhileItsSetIsTaken) {

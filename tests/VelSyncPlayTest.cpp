@@ -529,7 +529,7 @@ class SyncReactor final : public ModelReactor<SyncModel, SyncChip> {
    void updateFrrMtableOif(IntfId failed) {
       Ptr<SyncReactor> const self(this);
       SyncChip& c = *chip_;
-      RerouteTime const time(world_);
+      Seconds const begun = world_.now();
       print("8 void Vel::MrouteSwitchSm::updateFrrMtableOif(Lnet::IntfId) FrrSwitch from ", failed,
             ", frrOifs ", c.frrMtableOifSet().size());
       lookAtArmed([&](OifSetPtr const& set, U64) {
@@ -548,12 +548,13 @@ class SyncReactor final : public ModelReactor<SyncModel, SyncChip> {
          c.frrMtableOifSetDel(set);
          if (live) c.frrProcessingOifSetIs(set, held.get());
       });
-      rewriteWaitingUntil(time.deadline);
+      rewriteWaitingFrom(begun);
    }
 
-   void rewriteWaitingUntil(Seconds deadline) override {
+   void rewriteWaitingFrom(Seconds begun) override {
       Ptr<SyncReactor> const self(this);
       SyncChip& c = *chip_;
+      Seconds const deadline = begun + 0.1;
       // The model does not know the position of the last pass.
       std::string const from =
             "8 void Vel::MrouteSwitchSm::handleClock()review FrrProcessingOifSet: ";

@@ -21,8 +21,6 @@ Seconds monotonicSeconds() {
 // objects with static storage may read the time in their destructors.
 ActivityManager* current = nullptr;
 
-U64 lastTurn = 0;
-
 ActivityManager& currentManager() {
    if (!current) [[unlikely]] {
       current = make<ActivityManager>(ActivityManager::TimeBase::real).release();
@@ -76,8 +74,7 @@ Ptr<Clock> ActivityManager::Config::clock() const {
    return make<Clock>("clock", manager_);
 }
 
-ActivityManager::ActivityManager(TimeBase timeBase)
-      : timeBase_(timeBase), config_(this), turn_(++lastTurn) {
+ActivityManager::ActivityManager(TimeBase timeBase) : timeBase_(timeBase), config_(this) {
    if (timeBase_ == TimeBase::real) realStart_ = monotonicSeconds();
 }
 
@@ -123,7 +120,6 @@ U32 ActivityManager::runDue() {
       due.push_back(deadline);
    }
    auto const self = hold();  // a handler may drop the last reference
-   turn_ = ++lastTurn;
    U32 fired = 0;
    for (auto const& deadline : due) {
       auto const it = queue_.find(deadline);
@@ -135,7 +131,6 @@ U32 ActivityManager::runDue() {
       ++fired;
    }
    sweepZombieReactors();
-   turn_ = ++lastTurn;
    return fired;
 }
 

@@ -95,10 +95,6 @@ class QOR_PUBLIC ActivityManager final : public RefCounted {
    // loop of its own waits until then and calls runDue().
    Seconds nextDeadline() const;
 
-   // The number of the present turn. The handlers of one runDue() share a number, and so does all
-   // that a host does between two runDue(). Two managers never have the same number.
-   U64 turn() const { return turn_; }
-
    // Runs one turn: fires each clock that is due at the present time once, then sweeps the zombie
    // reactors (Qor/Notifier.h). A clock armed during the turn fires in a later turn, however early
    // its time. Returns the number of clocks fired.
@@ -124,7 +120,6 @@ class QOR_PUBLIC ActivityManager final : public RefCounted {
    Seconds virtualNow_ = 0;
    Seconds realStart_ = 0;
    U64 nextSequence_ = 1;
-   U64 turn_;
    std::map<std::pair<Seconds, U64>, Clock const*> queue_;  // by (deadline, order of arming)
 };
 

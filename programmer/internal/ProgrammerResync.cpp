@@ -177,7 +177,7 @@ void ProgrammerWork::goOnWithResync(Budget& budget) {
       rerouted_ = {};
    }
    if (resync_ != Resync::rerouting) return;
-   // A reroute is a step. It has a budget of its own, which all reroutes of a turn share.
+   // A reroute is a step, and takes up to the budget of a reroute (Vel::frrPassBudget).
    std::set<Lnet::IntfId> const failed = table_->failedInterfaces();
    for (auto next = failed.upper_bound(rerouted_); next != failed.end(); ++next, budget.take()) {
       if (budget.spent()) return;
