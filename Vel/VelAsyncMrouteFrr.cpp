@@ -102,7 +102,6 @@ void AsyncMrouteSwitchSm::updateFrrMtableOif(Lnet::IntfId intfId) {
       VEL_TRACE(2, " FrrSwitch from " << set.pretty() << ", frrOifs " << BackupMembersOf{set});
       VEL_BLIP_AT(begun, "MrouteSwitchSm:: FrrSwitch from %s, frrOifs %s", MembersOf{set},
                   BackupMembersOf{set});
-      fetchAhead(chip, entry);
       awaitRewrite(chip, oifSet, named);
       // Last in the loop, since a listener may have removed further entries.
       entry = armed.seek(armed.resume(entry, oifSet), isHit);

@@ -11,7 +11,7 @@ MrouteLib::PortVlanSet setOf(std::span<Qor::U64 const> words) {
    using Kind = Vel::MemberWord::Kind;
    MrouteLib::PortVlanSet set;
    for (Qor::U64 const bits : words) {
-      auto const word = std::bit_cast<Vel::MemberWord>(bits);
+      auto const word = Vel::MemberWord::of(bits);
       switch (word.kind) {
          case Kind::outgoing:
             set.newPortVlan(portVlan(word), word.flag);

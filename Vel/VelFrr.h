@@ -52,18 +52,17 @@ struct MemberWord {
    Kind kind;
    bool flag;
 
-   Qor::U64 bits() const { return std::bit_cast<Qor::U64>(*this); }
+   // By shifts: a word that is stored in parts and read as a whole would be waited for.
+   Qor::U64 bits() const {
+      return intf.id() | Qor::U64{vlan} << 32 | Qor::U64{static_cast<Qor::U8>(kind)} << 48 |
+             Qor::U64{flag} << 56;
+   }
+   static MemberWord of(Qor::U64 bits) {
+      return {std::bit_cast<Lnet::IntfId>(static_cast<Qor::U32>(bits)),
+              static_cast<Qor::U16>(bits >> 32), static_cast<Kind>(bits >> 48 & 0xFF),
+              (bits >> 56) != 0};
+   }
 };
-
-// Prefetches the memory for the move of a set some steps behind the position, from the armed sets to
-// the waiting sets. The indexes of a large table are cold, and a move reads a cell of each.
-template <class Switch, class Position>
-void fetchAhead(Switch const& chip, Position const& position) {
-   chip.frrMtableOifSet().lookAhead(position, [&](MrouteLib::OifSetPtr const& next) {
-      chip.frrMtableOifSet().prefetch(next);
-      chip.frrProcessingOifSet().prefetch(next);
-   });
-}
 
 // The place where the last pass of any reactor of the path stopped, and this reactor. The process
 // has one position for each path, since passes never overlap. The position holds its oif set; the
@@ -98,7 +97,6 @@ MrouteLib::OifSetPtr frrPass(Waiting const& waiting, MrouteLib::OifSetPtr const&
       auto const [oifSet, record] = *entry;
       Qor::Seconds const time = Qor::now();
       if (time >= deadline) return oifSet;
-      waiting.lookAhead(entry, [&](MrouteLib::OifSetPtr const& next) { waiting.prefetch(next); });
       rewrite(oifSet, record, time);
       entry = waiting.resume(entry, oifSet);
    }

@@ -91,9 +91,7 @@ class OifSetRecord : public Qor::Entity<Record, MrouteLib::MtableOifSet>,
       enter(*oifSet_);
    }
    ~OifSetRecord() override {
-      if (this->inUsePlace() != nowhere && mrouteSwitch()) {
-         mrouteSwitch()->inUseOifSet_.storage().expel(static_cast<Record&>(*this));
-      }
+      if (mrouteSwitch()) mrouteSwitch()->expel(static_cast<Record&>(*this));
       leave(*oifSet_);
    }
 

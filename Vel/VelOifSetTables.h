@@ -14,6 +14,7 @@
 #include "Qor/QueueMap.h"
 #include "Vel/VelInUseRecords.h"
 #include "Vel/VelOifSetRecord.h"
+#include "Vel/VelSetIndex.h"
 
 namespace Vel {
 
@@ -48,7 +49,7 @@ class OifSetTables : public Qor::Entity<Switch, Base> {
    using OifSetPtr = MrouteLib::OifSetPtr;
    using RecordPtr = Qor::Ptr<Record>;
    using NamedRecord = RecordName<Record>;
-   using RecordMap = Qor::HashMap<OifSetPtr, NamedRecord>;
+   using RecordMap = Qor::HashMap<OifSetPtr, NamedRecord, SetIndex<Record, Switch>>;
    using InUseOifSetColl = Qor::Collection<InUseRecords<Record, Switch>, &Told::onInUseOifSet,
                                            &Told::onInUseOifSetImmediate>;
    using ZombieOifSetColl = Qor::Collection<Qor::QueueMap<ZombieKey, RecordPtr>,
@@ -168,12 +169,19 @@ class OifSetTables : public Qor::Entity<Switch, Base> {
    template <class, class, class>
    friend class OifSetRecord;
    Switch& self() { return static_cast<Switch&>(*this); }
+   // Keeps the entries that the maps find by a record which ends.
+   void expel(Record& record) {
+      if (record.inUsePlace() != Record::nowhere) inUseOifSet_.storage().expel(record);
+      frrMtableOifSet_.storage().index().expel(record);
+      frrProcessingOifSet_.storage().index().expel(record);
+   }
 
    LivingRecords<Record, Switch> livingRecords_;
    InUseOifSetColl inUseOifSet_{InUseRecords<Record, Switch>(&livingRecords_)};
    ZombieOifSetColl zombieOifSet_;
-   FrrMtableOifSetColl frrMtableOifSet_;
-   FrrProcessingOifSetColl frrProcessingOifSet_;
+   FrrMtableOifSetColl frrMtableOifSet_{RecordMap({&livingRecords_, Record::FrrMap::armed})};
+   FrrProcessingOifSetColl frrProcessingOifSet_{
+         RecordMap({&livingRecords_, Record::FrrMap::waiting})};
 };
 
 }  // namespace Vel

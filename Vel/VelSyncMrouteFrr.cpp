@@ -2,6 +2,9 @@
 // with that input from the switch's frrMtableOifSet to frrProcessingOifSet. Passes on a clock then
 // rewrite the sets in place, under the same index, so that every route with the index follows at
 // once.
+#include <array>
+#include <span>
+
 #include "Vel/VelSyncMrouteSmReactors.h"
 #include "Vel/VelTrace.h"
 
@@ -12,16 +15,47 @@ using MrouteLib::PortVlanSet;
 
 namespace {
 
-// Traces a set that the failure does not affect.
-void skip(PortVlanSet const& set, Lnet::IntfId failed, Qor::Seconds begun) {
-   VEL_TRACE_IN("updateFrrMtableOif", 8, " skip frrMtableOif " << set);
-   if (set.currentIif() != failed) {
-      VEL_BLIP_AT(begun, " skip Frr, currentIif %s", set.currentIif());
-   } else {
-      VEL_BLIP_AT(begun, "No need for inplace update, invalid currentIif: %s, or portVlanFrrs: %s",
-                  set.currentIif().isNull(), set.portVlanFrr().size());
+// Traces the sets that a failure does not affect. The events of the ring are written in batches,
+// since they cost more than the rest of the selection.
+class Skipped {
+ public:
+   explicit Skipped(Qor::Seconds begun) : begun_(begun) {}
+   ~Skipped() { flush(); }
+   Skipped(Skipped const&) = delete;
+   Skipped& operator=(Skipped const&) = delete;
+
+   void add(PortVlanSet const& set, Lnet::IntfId failed) {
+      if (velTraceLevels & (1u << 8)) [[unlikely]]
+         trace(set);
+      if (set.currentIif() != failed) [[likely]] {
+         if (count_ == inputs_.size()) [[unlikely]]
+            flush();
+         inputs_[count_++] = set.currentIif();
+      } else {
+         flush();
+         VEL_BLIP_AT(begun_,
+                     "No need for inplace update, invalid currentIif: %s, or portVlanFrrs: %s",
+                     set.currentIif().isNull(), set.portVlanFrr().size());
+      }
    }
-}
+   // Out of line, as trace(), so that the scan of many sets is a small loop.
+   [[gnu::noinline]] void flush() {
+      VEL_BLIP_EACH_AT(begun_, " skip Frr, currentIif %s",
+                       std::span(std::as_const(inputs_)).first(count_));
+      count_ = 0;
+   }
+
+ private:
+   // The events of the sets before come first.
+   [[gnu::noinline, gnu::cold]] void trace(PortVlanSet const& set) {
+      flush();
+      VEL_TRACE_IN("updateFrrMtableOif", 8, " skip frrMtableOif " << set);
+   }
+
+   Qor::Seconds const begun_;
+   std::array<Lnet::IntfId, Qor::BlipRing::room / sizeof(Lnet::IntfId)> inputs_;
+   std::size_t count_ = 0;
+};
 
 // Moves a set from the armed sets to those that wait, if a route uses its record. This function may
 // hold the last reference to the record, whose end notifies listeners. So the caller's walk takes
@@ -58,19 +92,21 @@ void MrouteSwitchSm::updateFrrMtableOif(Lnet::IntfId intfId) {
    auto const& armed = chip->frrMtableOifSet();
    VEL_TRACE(8,
              __PRETTY_FUNCTION__ << " FrrSwitch from " << intfId << ", frrOifs " << armed.size());
+   Skipped skipped(begun);
    auto const isHit = [&](auto const& entry) {
       PortVlanSet const& set = entry.first->portVlanSet();
       if (reroutedOn(set, intfId)) return true;
-      skip(set, intfId, begun);
+      skipped.add(set, intfId);
       return false;
    };
    for (auto entry = armed.seek(armed.begin(), isHit); entry != armed.end();) {
       OifSetPtr const oifSet = entry->first;
-      fetchAhead(*chip, entry);
+      skipped.flush();
       awaitRewrite(*chip, oifSet);
       // Last in the loop, since a listener may have removed further entries.
       entry = armed.seek(armed.resume(entry, oifSet), isHit);
    }
+   skipped.flush();
    rewriteWaiting(begun);
 }
 

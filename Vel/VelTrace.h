@@ -26,8 +26,8 @@ inline constexpr char velTraceSource[] = "VelAsyncMrouteSm";
 
 }  // namespace Vel::Mroute
 
-// VEL_TRACE_IN is for a lambda that has captured the __func__ of the enclosing function. VEL_BLIP
-// and VEL_BLIP_AT write to the fast binary trace, at level 1.
+// VEL_TRACE_IN is for a lambda that has captured the __func__ of the enclosing function. The
+// VEL_BLIP statements write to the fast binary trace, at level 1.
 #define VEL_TRACE(level, pieces)                                      \
    do {                                                               \
       if (::Vel::velTraceLevels & (1u << (level))) [[unlikely]] {     \
@@ -43,3 +43,4 @@ inline constexpr char velTraceSource[] = "VelAsyncMrouteSm";
 #define VEL_BLIP(format, ...) QOR_BLIP(1, velTraceSource, format __VA_OPT__(, ) __VA_ARGS__)
 #define VEL_BLIP_AT(time, format, ...) \
    QOR_BLIP_AT(time, 1, velTraceSource, format __VA_OPT__(, ) __VA_ARGS__)
+#define VEL_BLIP_EACH_AT(time, format, span) QOR_BLIP_EACH_AT(time, 1, velTraceSource, format, span)

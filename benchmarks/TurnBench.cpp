@@ -89,10 +89,9 @@ struct PurgeTurns {
 
 template <class Side>
 struct RerouteTurns {
-   explicit RerouteTurns(std::size_t routes)
-         : plan(routes, std::max<std::size_t>(routes / 10, 1), Lnet::IntfId("et1")), side(plan) {
-      for (std::size_t n = 0; n < routes; ++n)
-         side.add(n);
+   explicit RerouteTurns(std::size_t sets) : plan(0, sets, Lnet::IntfId("et1")), side(plan) {
+      for (std::size_t n = 0; n < sets; ++n)
+         side.hold(n);
    }
    CallCost& cost() { return side.cost; }
    double budget() const { return Vel::frrPassBudget; }
@@ -116,19 +115,25 @@ struct RerouteTurns {
    Side side;
 };
 
+// The number of routes or of zombies.
+std::size_t entries() {
+   return effort().quick ? 100'000 : 1'000'000;
+}
+std::string ofEntries() {
+   return effort().quick ? " of 100k" : " of 1000k";
+}
+
 template <class Side>
 void turnsOf(std::string const& path, bool reviewBudgetIsTime) {
-   std::size_t const routes = effort().quick ? 100'000 : 1'000'000;
-   std::string const size = effort().quick ? "100k" : "1000k";
-   turns<ReviewTurns<Side>>(path + "/review of " + size, routes, reviewBudgetIsTime);
-   turns<RerouteTurns<Side>>(path + "/reroute of " + size, routes, true);
+   turns<ReviewTurns<Side>>(path + "/review" + ofEntries(), entries(), reviewBudgetIsTime);
+   turns<RerouteTurns<Side>>(path + "/reroute of 100k", 100'000, true);
 }
 
 }  // namespace
 
 void turnComparisons() {
    turnsOf<AsyncTurns>("async", false);
-   turns<PurgeTurns>("async/purge of 100k", 100'000, true);
+   turns<PurgeTurns>("async/purge" + ofEntries(), entries(), true);
    turnsOf<SyncTurns>("sync", true);
 }
 

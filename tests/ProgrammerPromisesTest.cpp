@@ -279,6 +279,24 @@ TYPED_TEST(Promises, TenThousandRoutesNeverHoldTheLoopForMoreThanFiveMillisecond
    EXPECT_TRUE(b.programmer->ended());
 }
 
+// Four inputs failed before the routes were named. The rewrites of all their sets take 12 ms, and the
+// placement of a route takes up to 10 ms.
+TYPED_TEST(Promises, AResyncReroutesOneFailedInterfaceInAStep) {
+   BenchOn<TypeParam> b({.groups = 64, .routes = 64}, 1e-3);
+   for (unsigned in = 1; in <= 4; ++in)
+      b.surroundings->links->newIntfStatus(et(in))->operStatusIs(Interface::IntfOperStatus::down);
+   b.programmer->resyncBegin();
+   for (unsigned n = 1; n <= 12; ++n) {
+      auto const outputs = b.surroundings->pool.get({et(5 + n % 3)}, false, {et(8)});
+      b.set(n, VelMroute::WantedRoute{.iif = et(1 + n / 3 % 4), .outputs = outputs});
+   }
+   b.programmer->resyncEnd();
+   EXPECT_LE(longestTurn(b), 0.011);
+   EXPECT_TRUE(b.programmer->settled());
+   for (unsigned n = 1; n <= 12; ++n)
+      EXPECT_EQ(b.receivers(n, 1 + n / 3 % 4), "et8") << n;
+}
+
 // Two writes belong to a change. A burst also ends while wishes are held: by a resync, which waits
 // for them, and by the end of an agent that leaves its chip.
 TEST(Programmer, ABurstOfWishesHasABoundedNumberOfChangesUnderWay) {

@@ -2,6 +2,7 @@
 #include <algorithm>
 #include <bit>
 #include <limits>
+#include <numeric>
 #include <random>
 #include <sstream>
 
@@ -135,6 +136,13 @@ TEST_F(QorDiagnostics, TheRingKeepsTheLatestEventsOfAllSizesWhole) {
          String const text(longest ? random() % longest : 0, static_cast<char>('a' + n % 26));
          QOR_BLIP(1, "S", "event %s %s", text, n);
          written.push_back("event " + text + ' ' + std::to_string(n));
+         if (random() % 200 == 0) {  // many events in common slots
+            std::vector<Qor::U64> numbers(random() % 200, n);
+            std::iota(numbers.begin(), numbers.end(), n);
+            QOR_BLIP_EACH_AT(0.0, 1, "S", "each %s.", std::span<Qor::U64 const>(numbers));
+            for (Qor::U64 const number : numbers)
+               written.push_back("each " + std::to_string(number) + '.');
+         }
          if (random() % 1000 && n != rounds) continue;
          std::size_t kept = 0;
          while (kept < written.size() && blipText(kept) == written[written.size() - 1 - kept])

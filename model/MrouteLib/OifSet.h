@@ -5,6 +5,7 @@
 // by one object while any route, record or zombie uses it. MrouteTableColl does this.
 #pragma once
 
+#include <array>
 #include <ostream>
 #include <utility>
 
@@ -38,6 +39,10 @@ class OifSetCarrier {
    static constexpr Qor::U32 nowhere = 0xFFFFFFFF;
    Qor::U32 inUsePlace() const { return inUsePlace_; }
    void inUsePlaceIs(Qor::U32 place) { inUsePlace_ = place; }
+   // The numbers of the set's entries in its programmer's frrMtableOifSet and frrProcessingOifSet,
+   // if these maps find the set by this record (Vel/VelSetIndex.h); else `nowhere`.
+   enum class FrrMap : Qor::U8 { armed, waiting };
+   Qor::U32& frrEntry(FrrMap map) { return frrEntries_[static_cast<std::size_t>(map)]; }
    // The place of the record in the queue of its programmer's zombieOifSet (Qor/QueueMap.h); of no
    // meaning while the record is not a zombie.
    Qor::U32 queuePlace() const { return queuePlace_; }
@@ -60,6 +65,7 @@ class OifSetCarrier {
    Qor::Ptr<Qor::RefCounted const> const programmer_;
    Qor::U32 inUsePlace_ = nowhere;
    Qor::U32 queuePlace_ = 0;
+   std::array<Qor::U32, 2> frrEntries_{nowhere, nowhere};
    OifSetCarrier* next_ = nullptr;
 };
 

@@ -17,6 +17,9 @@
 // The ring is made of slots of one cache line. An event with a few small arguments takes one slot, a
 // larger one as many as it needs; they follow each other in memory, also at the end of the ring,
 // where the last event may reach beyond. An event of which a slot has been overwritten is gone.
+//
+// Equal statements with one small argument, as a scan of a table makes them, go into common slots
+// (writeEach()): each of them costs the bytes of its argument alone.
 #pragma once
 
 #include <algorithm>
@@ -90,9 +93,21 @@ class QOR_PUBLIC BlipRing {
       record(message, time, blipArgument(args)...);
    }
 
+   // Writes an event for each of the arguments, in their order.
+   template <class T>
+   void writeEach(BlipMessage const& message, Seconds time, std::span<T const> arguments) {
+      static_assert(std::is_trivially_copyable_v<T> && !std::is_pointer_v<T>);
+      while (!arguments.empty()) {
+         auto const some = arguments.first(std::min(arguments.size(), room / sizeof(T)));
+         put(message, time, static_cast<U32>(some.size()),
+             [&](std::byte*& at) { append(at, &printValue<T>, some.data(), some.size_bytes()); });
+         arguments = arguments.subspan(some.size());
+      }
+   }
+
    // Events written since the process began or clear() was called; the ring holds the last of them.
    U64 written() const { return written_; }
-   void clear() { written_ = 0; }
+   void clear() { written_ = groups_ = 0; }
 
    // The text of the event written `back` events ago (0 is the latest); empty when it has gone.
    String text(std::size_t back = 0) const;
@@ -102,10 +117,12 @@ class QOR_PUBLIC BlipRing {
  private:
    using Printer = void (*)(std::ostream&, std::byte const*, std::size_t);
 
+   // A group of equal statements; mostly a single event.
    struct Header {
       BlipMessage const* message;
       Seconds time;
-      U32 size;  // of the whole event, in bytes
+      U32 size;   // of the whole group, in bytes
+      U32 first;  // the number of its first event, which may wrap
    };
    // Before the bytes of each argument.
    static constexpr std::size_t argumentHeader = sizeof(Printer) + sizeof(U16);
@@ -156,20 +173,28 @@ class QOR_PUBLIC BlipRing {
    void record(BlipMessage const& message, Seconds time, Pieces const&... pieces) {
       constexpr std::size_t values = (std::size_t{0} + ... + valueSize<Pieces>());
       static_assert(values <= room && sizeof...(Pieces) <= maxArguments);
-      if (slots_.empty()) [[unlikely]]
-         makeSlots();
       [[maybe_unused]] Texts texts{(std::size_t{0} + ... + !isValue<Pieces>),
                                    (std::size_t{0} + ... + textSize(pieces)), room - values};
-      std::byte* const event = slots_[next_ % capacity].bytes.data();
-      std::byte* at = event + sizeof(Header);
-      (append(at, texts, pieces), ...);
-      auto const size = static_cast<U32>(at - event);
+      put(message, time, 1, [&](std::byte*& at) { (append(at, texts, pieces), ...); });
+   }
+   // Writes a group, whose arguments appendAll(at) writes.
+   template <class AppendAll>
+   [[gnu::always_inline]] void put(BlipMessage const& message, Seconds time, U32 events,
+                                   AppendAll const& appendAll) {
+      if (slots_.empty()) [[unlikely]]
+         makeSlots();
+      std::byte* const group = slots_[next_ % capacity].bytes.data();
+      std::byte* at = group + sizeof(Header);
+      appendAll(at);
+      auto const size = static_cast<U32>(at - group);
       // Field by field: a header made elsewhere and copied whole would be waited for.
-      auto* const header = new (event) Header;
+      auto* const header = new (group) Header;
       header->message = &message;
       header->time = time;
       header->size = size;
-      starts_[written_++ % capacity] = next_;
+      header->first = static_cast<U32>(written_);
+      starts_[groups_++ % capacity] = next_;
+      written_ += events;
       next_ += (size + cacheLine - 1) / cacheLine;
    }
 
@@ -198,13 +223,21 @@ class QOR_PUBLIC BlipRing {
    static std::size_t appendStart(std::byte*& at, BlipWords<T> const& words, std::size_t size) {
       std::size_t left = size / sizeof(U64);
       std::size_t const kept = left * sizeof(U64);
-      appendHeader(at, left < words.count ? &printCutWords<T> : &printWords<T>, kept);
-      BlipForm<T>::write(words.value, [&](U64 word) {
-         if (left == 0) return;
-         --left;
+      auto const put = [&at](U64 word) {
          std::memcpy(at, &word, sizeof word);
          at += sizeof word;
-      });
+      };
+      if (left == words.count) [[likely]] {
+         appendHeader(at, &printWords<T>, kept);
+         BlipForm<T>::write(words.value, put);
+      } else {
+         appendHeader(at, &printCutWords<T>, kept);
+         BlipForm<T>::write(words.value, [&](U64 word) {
+            if (left == 0) return;
+            --left;
+            put(word);
+         });
+      }
       return kept;
    }
    static void append(std::byte*& at, Printer printer, void const* bytes, std::size_t size) {
@@ -240,16 +273,21 @@ class QOR_PUBLIC BlipRing {
    static void printCut(std::ostream& os, std::byte const* bytes, std::size_t size);
 
    void makeSlots();
-   // The bytes of an event by its number, the first being 0; null when it has gone.
-   std::byte const* event(U64 number) const;
-   static Header headerOf(std::byte const* event);
-   static void print(std::ostream& os, std::byte const* event);
+   // The bytes of a group by its number, the first being 0; null when it has gone.
+   std::byte const* group(U64 number) const;
+   static Header headerOf(std::byte const* group);
+   // The number of the events of a group that has not gone, and of all later events.
+   U32 eventsFrom(U64 number) const;
+   // Prints an event of a group of so many. If these are more than one, each has an equal share of
+   // the bytes of the one argument.
+   static void print(std::ostream& os, std::byte const* group, U32 event, U32 events);
 
    std::vector<Slot> slots_;  // and as many behind the last as an event may need
-   // By the number of an event: in which slot it begins. Slots are numbered on and on, so that it
+   // By the number of a group: in which slot it begins. Slots are numbered on and on, so that it
    // shows which have been overwritten since; the numbers may wrap.
    std::vector<U32> starts_;
    U32 next_ = 0;
+   U64 groups_ = 0;
    U64 written_ = 0;
 };
 
@@ -267,5 +305,14 @@ QOR_PUBLIC BlipRing& blip();
       static constexpr ::Qor::BlipMessage qorBlip{source, __LINE__, format}; \
       if (::Qor::BlipRing::enabled(level)) {                                 \
          ::Qor::blip().write(qorBlip, time __VA_OPT__(, ) __VA_ARGS__);      \
+      }                                                                      \
+   } while (false)
+
+// An event with one argument for each element of a span.
+#define QOR_BLIP_EACH_AT(time, level, source, format, span)                  \
+   do {                                                                      \
+      static constexpr ::Qor::BlipMessage qorBlip{source, __LINE__, format}; \
+      if (::Qor::BlipRing::enabled(level)) {                                 \
+         ::Qor::blip().writeEach(qorBlip, time, span);                       \
       }                                                                      \
    } while (false)

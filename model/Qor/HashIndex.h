@@ -25,6 +25,32 @@ class HashIndex {
       return hashFold(hashOf(key));
    }
 
+   // The part of a look-up that depends on the key alone; Qor::HashMap computes it once.
+   template <class K>
+   static U32 probe(K const& key) {
+      return hash(key);
+   }
+   // The number of the entry with `hash` that satisfies same(number); nowhere if there is none.
+   template <class Same>
+   U32 find(U32 hash, Same const& same) const {
+      U32 const position = locate(hash, same);
+      return position == nowhere ? nowhere : (*this)[position];
+   }
+   // Removes this entry and returns its number.
+   template <class Same>
+   U32 take(U32 hash, Same const& same) {
+      U32 const position = locate(hash, same);
+      if (position == nowhere) return nowhere;
+      U32 const number = (*this)[position];
+      vacate(position);
+      return number;
+   }
+   // Removes all entries of a map.
+   template <class Map>
+   void clear(Map const&) {
+      HashIndex().swap(*this);
+   }
+
    // The position of the cell with `hash` whose entry satisfies same(number); nowhere if there is
    // none. The index is at most half full, so that every probe ends at an empty cell.
    template <class Same>

@@ -9,6 +9,9 @@
 //  - The destructor of an erased key or value may run code that uses the map. Such code finds the
 //    map without the entry. It must not clear, swap or move the map while a key is being destroyed.
 //  - A look-up reads cells of the index (8 bytes each, adjacent, mostly one) and then the entry.
+//
+// `Index` is Qor::HashIndex, or a class with the same probe(), find(), take(), insert() and clear()
+// that leads from a key to the number of its entry by other means.
 #pragma once
 
 #include <algorithm>
@@ -26,7 +29,7 @@
 
 namespace Qor {
 
-template <class K, class V>
+template <class K, class V, class Index = HashIndex>
 class HashMap {
    using Pair = std::pair<K const, V>;
    struct RawSlot {
@@ -96,6 +99,7 @@ class HashMap {
    using ConstIterator = Cursor<Entry const>;
 
    HashMap() = default;
+   explicit HashMap(Index index) : index_(std::move(index)) {}
    HashMap(HashMap&& other) noexcept { swap(other); }
    HashMap& operator=(HashMap&& other) noexcept {
       HashMap taken(std::move(other));
@@ -120,10 +124,8 @@ class HashMap {
    // The entry of `key`, or null.
    Entry* find(K const& key) { return const_cast<Entry*>(std::as_const(*this).find(key)); }
    Entry const* find(K const& key) const {
-      if (size_ == 0) return nullptr;
-      U32 const position = locate(key, HashIndex::hash(key));
-      if (position == HashIndex::nowhere) return nullptr;
-      return &slots_[index_[position]].entry();
+      U32 const number = numberOf(key);
+      return number == HashIndex::nowhere ? nullptr : &slots_[number].entry();
    }
 
    // The first position from `at` on with wanted(entry); end() if there is none.
@@ -139,20 +141,11 @@ class HashMap {
       }
       return end();
    }
-   // Calls visit(key) for an entry some steps behind the position, so that a walk can prefetch the
-   // memory of its later steps.
-   template <class Visit>
-   void lookAhead(ConstIterator at, Visit const& visit) const {
-      U32 const number = at.number_ + 8;
-      if (number < slots_.count() && slots_[number].live) visit(slots_[number].entry().first);
-   }
-   // Fetches the memory that the next operation with `key` reads first.
-   void prefetch(K const& key) const { index_.prefetch(HashIndex::hash(key)); }
 
    // The position of the entry of `key`; end() if there is none.
    ConstIterator position(K const& key) const {
-      U32 const at = size_ == 0 ? HashIndex::nowhere : locate(key, HashIndex::hash(key));
-      return at == HashIndex::nowhere ? end() : ConstIterator(this, index_[at]);
+      U32 const number = numberOf(key);
+      return number == HashIndex::nowhere ? end() : ConstIterator(this, number);
    }
 
    // Returns the entry of `key`, made from `value` if there was none, and whether it was made.
@@ -165,10 +158,8 @@ class HashMap {
 
    std::optional<V> take(K const& key) {
       if (size_ == 0) return std::nullopt;
-      U32 const position = locate(key, HashIndex::hash(key));
-      if (position == HashIndex::nowhere) return std::nullopt;
-      U32 const number = index_[position];
-      index_.vacate(position);
+      U32 const number = index_.take(Index::probe(key), isUnder(key));
+      if (number == HashIndex::nowhere) return std::nullopt;
       --size_;
       Slot& s = slots_[number];
       s.live = false;
@@ -178,13 +169,21 @@ class HashMap {
       return value;
    }
 
-   HashMap takeAll() { return std::move(*this); }
+   HashMap takeAll() {
+      index_.clear(*this);
+      HashMap taken;
+      taken.slots_.swap(slots_);
+      std::swap(taken.size_, size_);
+      return taken;
+   }
    void clear() { takeAll(); }
 
    // The position counts, not the key.
    ConstIterator resume(ConstIterator at, K const&) const {
       return ConstIterator(this, std::min(at.number_ + 1, slots_.count()));
    }
+
+   Index& index() { return index_; }
 
    void swap(HashMap& other) noexcept {
       slots_.swap(other.slots_);
@@ -196,23 +195,26 @@ class HashMap {
    // The entry of `key`, and whether it was made. Moves from `value` only to make the entry.
    template <class L>
    std::pair<Entry*, bool> findOrMake(L&& key, V& value) {
-      U32 const hash = HashIndex::hash(key);
-      U32 const position = locate(key, hash);
-      if (position != HashIndex::nowhere) return {&slots_[index_[position]].entry(), false};
+      auto const probe = Index::probe(key);
+      U32 const present = index_.find(probe, isUnder(key));
+      if (present != HashIndex::nowhere) return {&slots_[present].entry(), false};
       U32 const number = slots_.take();
       Slot& s = slots_[number];
       ::new (&s.storage) Entry(std::forward<L>(key), std::move(value));
       s.live = true;
-      index_.insert(hash, number);
+      index_.insert(probe, number);
       ++size_;
       return {&s.entry(), true};
    }
-   U32 locate(K const& key, U32 hash) const {
-      return index_.locate(hash, [&](U32 n) { return slots_[n].entry().first == key; });
+   auto isUnder(K const& key) const {
+      return [this, &key](U32 number) { return slots_[number].entry().first == key; };
+   }
+   U32 numberOf(K const& key) const {
+      return size_ == 0 ? HashIndex::nowhere : index_.find(Index::probe(key), isUnder(key));
    }
 
    Slots slots_;
-   HashIndex index_;
+   Index index_;
    U32 size_ = 0;
 };
 static_assert(Map<HashMap<U32, U32>>);

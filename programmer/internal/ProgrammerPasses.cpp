@@ -69,7 +69,7 @@ void ProgrammerWork::runPass() {
    bool const stalled = marked_.empty() && !held_.empty() && !mayBegin();
    bool const goesOn = !noneMarked() || resync_ == Resync::placing;
    bool const more = (goesOn && !stalled) || someMayTry() || looking_ || lookAgain_ ||
-                     resync_ == Resync::dropping || mayEnd();
+                     resync_ == Resync::dropping || resync_ == Resync::rerouting || mayEnd();
    passClock_->timeMinIs(more ? Qor::now() : Qor::never);
 }
 

@@ -170,17 +170,26 @@ void ProgrammerWork::resyncEnd() {
 
 void ProgrammerWork::goOnWithResync(Budget& budget) {
    if (resync_ == Resync::dropping && !looking_ && !lookAgain_) resync_ = Resync::placing;
-   if (resync_ != Resync::placing || !noneMarked() || budget.spent()) return;
-   endRecovery();
-   resync_ = Resync::sweeping;
-   for (Lnet::IntfId const intf : table_->failedInterfaces()) {
-      if (rerouting_) rerouting_(intf);
+   if (resync_ == Resync::placing && noneMarked() && !budget.spent()) {
+      endRecovery();
+      resync_ = Resync::rerouting;
+      rerouted_ = {};
+   }
+   if (resync_ != Resync::rerouting) return;
+   // A reroute is a step, and takes up to the budget of a reroute (Vel::frrPassBudget).
+   std::set<Lnet::IntfId> const failed = table_->failedInterfaces();
+   for (auto next = failed.upper_bound(rerouted_); next != failed.end(); ++next, budget.take()) {
+      if (budget.spent()) return;
+      rerouted_ = *next;
+      if (rerouting_) rerouting_(rerouted_);
       try {
-         table_->reroute(intf);
+         table_->reroute(rerouted_);
       } catch (...) {  // the reactor goes on with its own clock
          ++counters_.thrown;
       }
+      if (resync_ != Resync::rerouting) return;  // by a listener
    }
+   resync_ = Resync::sweeping;
    handleSweep();
 }
 

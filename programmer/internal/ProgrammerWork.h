@@ -80,10 +80,11 @@ class ProgrammerWork final : private RouteTable::Listener {
    struct Checked {};
    enum class Resync : unsigned char {
       none,
-      naming,    // the owner names its routes
-      dropping,  // a look at all routes removes those that were not named
-      placing,   // the last of the named routes are being placed
-      sweeping,  // found groups and entries without a route are being removed
+      naming,     // the owner names its routes
+      dropping,   // a look at all routes removes those that were not named
+      placing,    // the last of the named routes are being placed
+      rerouting,  // the sets that come in over failed interfaces are being rewritten
+      sweeping,   // found groups and entries without a route are being removed
    };
    enum class Ending : unsigned char { no, clean, leave, ended };
    // The share of one pass, which makes at least one step. The pass ends also when a step as long as
@@ -271,7 +272,8 @@ class ProgrammerWork final : private RouteTable::Listener {
    Qor::U32 lookNext_ = 0;
 
    Resync resync_ = Resync::none;
-   Qor::U32 resyncs_ = 0;  // the number of the present resync
+   Lnet::IntfId rerouted_;  // the last failed interface that was rerouted for the resync
+   Qor::U32 resyncs_ = 0;   // the number of the present resync
    bool recovering_ = false;
    std::array<Qor::U32, allTables.size()> free_{};  // while recovering, by Table
    std::vector<std::pair<L3::VrfName, RouteKey>> recovered_;
