@@ -54,8 +54,9 @@
 // did. The change that started the handler stays made. A clock that fired and was not armed again
 // fires after Qor::Clock::retryGap: an aging review then starts again with the first route. If sets
 // wait after an error in a reroute, the fast-reroute clock is armed for Qor::Clock::retryGap later.
-// The pass then continues with all sets that wait, the failed set included. Hooks and listeners must not throw in the destructor of the reactor, nor in the freeing of a
-// record, which a zombie pass causes too: the process is terminated.
+// The pass then continues with all sets that wait, the failed set included. Hooks and listeners
+// must not throw in the destructor of the reactor, nor in the freeing of a record, which a zombie
+// pass causes too: the process is terminated.
 //
 // Process-wide positions. The process has one position for the aging review and one for the
 // fast-reroute pass. A position is the place where the last slice stopped and the next slice
@@ -64,9 +65,10 @@
 // that interval a route may be polled twice, or not before the next review. If two reactors watch
 // large tables of their own, the later routes of the larger table may go without being polled while
 // the other reactor keeps completing reviews; reactors of one table share the work instead. A
-// position is a key with a place, or holds its oif set counted, so a removal between two slices does
-// no harm. A fast-reroute position ends with its reactor. The position of the review is cleared when a review
-// is complete or ends by an error: it outlives its reactor, and a time without routes.
+// position is a key with a place, or holds its oif set counted, so a removal between two slices
+// does no harm. A fast-reroute position ends with its reactor. The position of the review is
+// cleared when a review is complete or ends by an error: it outlives its reactor, and a time
+// without routes.
 #pragma once
 
 #include <utility>

@@ -20,9 +20,9 @@ struct RoutePosition {
 // Calls enterVrf(vrfName) for each VRF, and if that returns true, visit(routeStatus, position) for
 // each route of the VRF, from the position on: the VRFs in the order of their names, and the routes
 // in the order of their places. The walk begins at the place, or at the route of the position if
-// that has an earlier place, as in another table. Both calls may cause routes and VRFs to be added and removed. If a
-// VRF is removed or replaced during the walk, the walk skips its remaining routes. Returns false as
-// soon as a visit returns false, and true at the end.
+// that has an earlier place, as in another table. Both calls may cause routes and VRFs to be added
+// and removed. If a VRF is removed or replaced during the walk, the walk skips its remaining
+// routes. Returns false as soon as a visit returns false, and true at the end.
 template <class EnterVrf, class Visit>
 bool walkRoutes(Routing::Multicast::Fib::Hardware::Status const& status, RoutePosition const& from,
                 EnterVrf const& enterVrf, Visit const& visit) {

@@ -50,8 +50,8 @@
 // Process-wide positions. The aging review and the fast-reroute pass each keep their position in
 // one variable for the whole process, since slices never overlap. With several chips, a slice
 // therefore starts where the last slice of any chip stopped. The review's position is the VRF and
-// the place of the last route reviewed, and the review goes on behind that place. The reactor that set a
-// position clears it at its end. The review's position is cleared also when its reactor stops
+// the place of the last route reviewed, and the review goes on behind that place. The reactor that
+// set a position clears it at its end. The review's position is cleared also when its reactor stops
 // reviewing.
 //
 // Notifications. The setters of inputs and settings and the operations of the collection notify the

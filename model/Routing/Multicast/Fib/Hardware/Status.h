@@ -28,7 +28,8 @@ class QOR_PUBLIC Status final : public Qor::Entity<Status, Qor::NamedEntity> {
       void onImmediate() override { onVrfStatusImmediate(); }
    };
    using VrfStatusPtr = Qor::Ptr<VrfStatus>;
-   // An interrupted walk keeps the name of a VRF and resumes with lowerBound(), or with upperBound().
+   // An interrupted walk keeps the name of a VRF and resumes with lowerBound(), or with
+   // upperBound().
    using VrfStatusColl = Qor::Collection<Qor::OrderedMap<L3::VrfName, VrfStatusPtr>,
                                          &Notifiee::onVrfStatus, &Notifiee::onVrfStatusImmediate>;
 
