@@ -107,7 +107,8 @@ ProgrammerWork::~ProgrammerWork() {
    for (auto const& id : recovered_)
       quietly([&] { published_->remove(id.first, id.second); });
    for (auto& [name, vrf] : vrfs_) {
-      for (auto const& [key, route] : vrf.routes) {
+      for (auto const& entry : vrf.routes) {
+         RoutePtr const& route = entry.second;
          for (RoutePtr const& drop : route->fastdrops())
             quietly([&] { withdraw(*drop); });
          quietly([&] { withdraw(*route); });

@@ -30,11 +30,11 @@ class VrfEnabledStatus final : public Qor::Entity<VrfEnabledStatus, Qor::NamedEn
    // The map is a set: all values are true.
    VrfColl::Map const& vrf() const { return vrf_.map(); }
    bool vrf(L3::VrfName const& vrfName) const { return vrf_.value(vrfName); }
-   void vrfIs(L3::VrfName vrfName) { vrf_.is(*this, std::move(vrfName), true); }
-   void vrfDel(L3::VrfName vrfName) { vrf_.del(*this, std::move(vrfName)); }
+   void vrfIs(L3::VrfName vrfName) { vrf_.is(*this, vrfName, true); }
+   void vrfDel(L3::VrfName vrfName) { vrf_.del(*this, vrfName); }
    VrfColl::Iterator vrfDel(VrfColl::Iterator it) { return vrf_.del(*this, it); }
    void vrfDelAll() { vrf_.delAll(*this); }
-   void vrfNotify(L3::VrfName vrfName) { vrf_.notify(*this, std::move(vrfName)); }
+   void vrfNotify(L3::VrfName vrfName) { vrf_.notify(*this, vrfName); }
 
  private:
    ~VrfEnabledStatus() override = default;

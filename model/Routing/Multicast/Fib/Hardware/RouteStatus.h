@@ -7,7 +7,6 @@
 #pragma once
 
 #include <memory>
-#include <utility>
 
 #include "Lnet/IntfId.h"
 #include "Qor/Collection.h"
@@ -61,16 +60,14 @@ class RouteStatus final : public Qor::Entity<RouteStatus> {
       return fastdrop_ ? fastdrop_->value(intfName) : 0;
    }
    void fastdropLastPollTimeIs(Qor::Name intfName, Qor::Seconds time) {
-      fastdrop().is(*this, std::move(intfName), time);
+      fastdrop().is(*this, intfName, time);
    }
-   void fastdropLastPollTimeDel(Qor::Name intfName) { fastdrop().del(*this, std::move(intfName)); }
+   void fastdropLastPollTimeDel(Qor::Name intfName) { fastdrop().del(*this, intfName); }
    FastdropColl::Iterator fastdropLastPollTimeDel(FastdropColl::Iterator it) {
       return fastdrop().del(*this, it);
    }
    void fastdropLastPollTimeDelAll() { fastdrop().delAll(*this); }
-   void fastdropLastPollTimeNotify(Qor::Name intfName) {
-      fastdrop().notify(*this, std::move(intfName));
-   }
+   void fastdropLastPollTimeNotify(Qor::Name intfName) { fastdrop().notify(*this, intfName); }
 
  private:
    ~RouteStatus() override = default;
